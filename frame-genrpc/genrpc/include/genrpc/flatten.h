@@ -1,0 +1,201 @@
+// From plain to flat and back, for every type that a field or a message argument can have. All serializable forms share
+// this code; the flat memory comes from a Blocks policy: single heap blocks, or the region of one message.
+#pragma once
+
+#include <genrpc/flat-region.h>
+#include <genrpc/flat-types.h>
+
+#include <cstring>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace genrpc {
+
+// Every block on its own, to be given back with vdlFlatFree.
+struct HeapBlocks {
+    static char* allocate(std::size_t bytes) { return static_cast<char*>(vdlFlatAlloc(bytes)); }
+};
+
+// Calls visit(field, plain.field, flat.field) for each field, in order.
+template <class Plain, class Flat, class Visit> void eachField(Plain& plain, Flat& flat, Visit&& visit) {
+    std::apply([&](const auto&... field) { (visit(field, plain.*field.plain, flat.*field.flat), ...); },
+               std::remove_const_t<Flat>::fields());
+}
+// Calls visit(field, flat.field) for each field, in order.
+template <class Flat, class Visit> void eachFlatField(Flat& flat, Visit&& visit) {
+    std::apply([&](const auto&... field) { (visit(field, flat.*field.flat), ...); },
+               std::remove_const_t<Flat>::fields());
+}
+
+// ---- setting to zero: what a form's default constructor does ----
+
+template <class T> void clear(vdl::Word<T>& word) { word = T{}; }
+inline void clear(vdlDeserString_t& string) { string = {0, nullptr}; }
+inline void clear(vdlDeserBlobString_t& list) { list = {0, nullptr}; }
+inline void clear(vdlDeserBlobUint32_t& list) { list = {0, nullptr}; }
+template <class E> void clear(Sequence<E>& sequence) { sequence = {0, nullptr}; }
+// A nested form has been set by its own constructor; a terminal's sets nothing.
+template <Form F> void clear(F&) {}
+
+template <Form F> void clearFields(F& form) {
+    eachFlatField(form, [](const auto&, auto& flat) { clear(flat); });
+}
+
+// ---- releasing the heap blocks that a form owns ----
+
+template <class T> void release(vdl::Word<T>&) {}
+inline void release(vdlDeserString_t& string) {
+    vdlFlatFree(string.data);
+    clear(string);
+}
+inline void release(vdlDeserBlobString_t& list) {
+    if (list.data)
+        for (std::uint32_t i = 0; i < list.count; ++i) release(list.data[i]);
+    vdlFlatFree(list.data);
+    clear(list);
+}
+inline void release(vdlDeserBlobUint32_t& list) {
+    vdlFlatFree(list.data);
+    clear(list);
+}
+template <Form F> void release(F& form) {
+    eachFlatField(form, [](const auto&, auto& flat) { release(flat); });
+}
+template <class E> void release(Sequence<E>& sequence) {
+    if (sequence.data)
+        for (std::uint32_t i = 0; i < sequence.count; ++i) release(sequence.data[i]);
+    vdlFlatFree(sequence.data);
+    clear(sequence);
+}
+
+// ---- plain to flat. Never reads what `to` held before. ----
+
+// n bytes; short strings, the usual case, with inline moves in place of a library call.
+inline void copyBytes(char* to, const char* from, std::size_t n) {
+    if (n > 16) {
+        std::memcpy(to, from, n);
+    } else if (n >= 8) {
+        std::uint64_t head, tail;
+        std::memcpy(&head, from, 8);
+        std::memcpy(&tail, from + n - 8, 8);
+        std::memcpy(to, &head, 8);
+        std::memcpy(to + n - 8, &tail, 8);
+    } else if (n >= 4) {
+        std::uint32_t head, tail;
+        std::memcpy(&head, from, 4);
+        std::memcpy(&tail, from + n - 4, 4);
+        std::memcpy(to, &head, 4);
+        std::memcpy(to + n - 4, &tail, 4);
+    } else if (n > 0) {
+        const char first = from[0], middle = from[n / 2], last = from[n - 1];
+        to[0] = first;
+        to[n / 2] = middle;
+        to[n - 1] = last;
+    }
+}
+
+// An array of count flat elements whose bytes are all zero, so that it can be released however far its filling came.
+template <class E, class Blocks> E* zeroedArray(std::size_t count, Blocks& blocks) {
+    if (count > UINT32_MAX / sizeof(E)) throw std::bad_alloc();
+    return static_cast<E*>(std::memset(blocks.allocate(count * sizeof(E)), 0, count * sizeof(E)));
+}
+
+template <class T, class Blocks> void flatten(const T& from, vdl::Word<T>& to, Blocks&) { to = from; }
+template <class Blocks> void flatten(bool from, WideBool& to, Blocks&) { to = WideBool{from}; }
+template <class Blocks> void flatten(const std::string& from, vdlDeserString_t& to, Blocks& blocks) {
+    const std::size_t length = from.size();
+    if (length >= UINT32_MAX) throw std::bad_alloc();
+    char* copy = blocks.allocate(length + 1);
+    copyBytes(copy, from.data(), length);
+    copy[length] = '\0';
+    to = {static_cast<std::uint32_t>(length), copy};
+}
+template <class Blocks> void flatten(const std::vector<std::uint32_t>& from, vdlDeserBlobUint32_t& to, Blocks& blocks) {
+    clear(to);
+    if (from.empty()) return;
+    auto* words = zeroedArray<vdl::Word<std::uint32_t>>(from.size(), blocks);
+    std::memcpy(words, from.data(), from.size() * sizeof(std::uint32_t));
+    to = {static_cast<std::uint32_t>(from.size()), words};
+}
+template <class Blocks>
+void flatten(const std::vector<std::string>& from, vdlDeserBlobString_t& to, Blocks& blocks) {
+    clear(to);
+    if (from.empty()) return;
+    to = {static_cast<std::uint32_t>(from.size()), zeroedArray<vdlDeserString_t>(from.size(), blocks)};
+    for (std::size_t i = 0; i < from.size(); ++i) flatten(from[i], to.data[i], blocks);
+}
+template <Form F, class Blocks> void flatten(const typename F::Plain& from, F& to, Blocks& blocks) {
+    eachField(from, to, [&](const auto&, const auto& plain, auto& flat) { flatten(plain, flat, blocks); });
+}
+template <class E, class Blocks>
+void flatten(const std::vector<typename E::Plain>& from, Sequence<E>& to, Blocks& blocks) {
+    clear(to);
+    if (from.empty()) return;
+    to = {static_cast<std::uint32_t>(from.size()), zeroedArray<E>(from.size(), blocks)};
+    for (std::size_t i = 0; i < from.size(); ++i) flatten(from[i], to.data[i], blocks);
+}
+
+// ---- flat to plain. Reads counts and pointers as they are: what arrives has been validated by the marshaller. ----
+
+template <class T> void unflatten(const vdl::Word<T>& from, T& to) { to = from; }
+inline void unflatten(const WideBool& from, bool& to) { to = from; }
+// The length decides, a terminator is not looked for.
+inline void unflatten(const vdlDeserString_t& from, std::string& to) {
+    if (from.data && from.length != 0)
+        to.assign(from.data, from.length);
+    else
+        to.clear();
+}
+inline void unflatten(const vdlDeserBlobUint32_t& from, std::vector<std::uint32_t>& to) {
+    to = std::vector<std::uint32_t>(from.data ? from.count : 0U);
+    for (std::size_t i = 0; i < to.size(); ++i) to[i] = from.data[i];
+}
+inline void unflatten(const vdlDeserBlobString_t& from, std::vector<std::string>& to) {
+    to = std::vector<std::string>(from.data ? from.count : 0U);
+    for (std::size_t i = 0; i < to.size(); ++i) unflatten(from.data[i], to[i]);
+}
+template <Form F> void unflatten(const F& from, typename F::Plain& to) {
+    eachField(to, from, [](const auto&, auto& plain, const auto& flat) { unflatten(flat, plain); });
+}
+template <class E> void unflatten(const Sequence<E>& from, std::vector<typename E::Plain>& to) {
+    to = std::vector<typename E::Plain>(from.data ? from.count : 0U);
+    for (std::size_t i = 0; i < to.size(); ++i) unflatten(from.data[i], to[i]);
+}
+
+// ---- assigning to a form that may hold something already ----
+
+// What the family's forms give back before they are assigned to.
+template <Family family, class T> void releaseBeforeAssignment(T& flat) {
+    if constexpr (family == Family::Stream) {
+        release(flat);
+    } else if constexpr (std::is_same_v<T, vdlDeserBlobString_t>) {
+        // Core and status forms are made to be assigned to once: they let go of a string list, but not of single strings.
+        release(flat);
+    }
+}
+
+template <Form F> void assign(const typename F::Plain& from, F& to) {
+    HeapBlocks blocks;
+    eachField(from, to, [&]<class T>(const auto&, const auto& plain, T& flat) {
+        if constexpr (Form<T>) {
+            flat = plain;
+        } else {
+            releaseBeforeAssignment<F::family>(flat);
+            flatten(plain, flat, blocks);
+        }
+    });
+}
+
+// The converting constructor's work: form holds nothing yet; when memory runs out, what was built is given back.
+template <Form F> void construct(const typename F::Plain& from, F& form) {
+    HeapBlocks blocks;
+    try {
+        flatten(from, form, blocks);
+    } catch (...) {
+        release(form);
+        throw;
+    }
+}
+
+} // namespace genrpc

@@ -1,0 +1,65 @@
+// Endian tables of flat types, made by the compiler from the same field lists as the forms.
+#pragma once
+
+#include <genrpc/flat-types.h>
+
+#include <array>
+#include <tuple>
+
+namespace genrpc {
+
+// How a flat type appears in a table: kind, and the table that arg points to.
+struct TableCell {
+    vdl::EndianKind kind;
+    const vdl::EndianTable* nested; // null for scalars
+};
+
+template <class F> struct CellOf;
+template <class T> struct CellOf<vdl::Word<T>> {
+    static constexpr TableCell cell{static_cast<vdl::EndianKind>(sizeof(T)), nullptr};
+};
+template <> struct CellOf<WideBool> {
+    static constexpr TableCell cell{vdl::EndianScalar4, nullptr};
+};
+template <> struct CellOf<vdlDeserString_t> {
+    static constexpr TableCell cell{vdl::EndianNested, &__vdl_EndianTable_vdlDeserString_t};
+};
+template <> struct CellOf<vdlDeserBlobString_t> {
+    static constexpr TableCell cell{vdl::EndianNested, &__vdl_EndianTable_vdlDeserBlobString_t};
+};
+template <> struct CellOf<vdlDeserBlobUint32_t> {
+    static constexpr TableCell cell{vdl::EndianNested, &__vdl_EndianTable_vdlDeserBlobUint32_t};
+};
+template <Form F> struct CellOf<F> {
+    static constexpr TableCell cell{vdl::EndianNested, F::table()};
+};
+template <class E> struct CellOf<Sequence<E>> {
+    static constexpr TableCell cell{vdl::EndianSequence, E::table()};
+};
+
+constexpr vdl::EndianEntry entryOf(std::size_t offset, TableCell cell) {
+    return {static_cast<std::uint16_t>(offset), cell.kind,
+            cell.nested ? vdl::EndianEntry::Arg(cell.nested) : vdl::EndianEntry::Arg(std::uintptr_t{0})};
+}
+inline constexpr vdl::EndianEntry endOfTable{0, 0, vdl::EndianEntry::terminator};
+
+template <class Pointer> struct MemberType;
+template <class M, class C> struct MemberType<M C::*> { using Type = M; };
+
+// The entries of a form's table.
+template <Form F> constexpr auto entriesOf() {
+    return std::apply(
+        [](const auto&... field) {
+            return std::array{entryOf(field.offset, CellOf<typename MemberType<decltype(field.flat)>::Type>::cell)...,
+                              endOfTable};
+        },
+        F::fields());
+}
+
+// The table of a list as the body of a message: one sequence, in a record of its own.
+template <class E> struct ListTable {
+    static constexpr std::array entries{entryOf(0, CellOf<Sequence<E>>::cell), endOfTable};
+    static constexpr vdl::EndianTable table{sizeof(Sequence<E>), entries.data()};
+};
+
+} // namespace genrpc
