@@ -1,0 +1,28 @@
+// Where a process of the host platform keeps things, from its environment.
+#pragma once
+
+#include <string>
+
+namespace host {
+
+// The folder for sockets: $RUNTIME_DIRECTORY, else $XDG_RUNTIME_DIR/tvservice-adapter, else /tmp/tvservice-adapter-UID.
+// Created 0700 when missing. Throws std::runtime_error, saying what is wrong, when it cannot be made, is not a folder,
+// belongs to another user or is open to others.
+std::string runtimeDirectory();
+
+// The folder for lasting data: $STATE_DIRECTORY, else $XDG_STATE_HOME/tvservice-adapter, else
+// $HOME/.local/state/tvservice-adapter. Created when missing; throws as above.
+std::string stateDirectory();
+
+// The socket of a service: $TVSA_ENDPOINT_<SERVICE in capitals>, else <runtime folder>/<service>.sock. Throws
+// std::runtime_error when the path is longer than a socket address takes.
+std::string endpointOf(const std::string& service);
+
+// The socket of a process's debug shell: <runtime folder>/<process name>.shell.
+std::string shellEndpointOf(const std::string& processName);
+
+// The name under which this process is known to others ("frame-host", "tvserviced"); the program's base name at first.
+std::string processName();
+void setProcessName(const std::string& name);
+
+} // namespace host

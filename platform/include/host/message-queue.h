@@ -1,0 +1,59 @@
+// The message-queue IO module of a process: connections to services, and the services that this process offers.
+//
+// One receiving thread serves all of them; handlers and connection news run on it. Sending happens on the caller's
+// thread while the socket takes it.
+#pragma once
+
+#include <frame/abstract-marshalling-impl.h>
+#include <frame/io-statistics.h>
+#include <frame/message-set.h>
+#include <frame/omq-io-module.h>
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace host {
+
+// Limits, each overridable by environment (TVSA_QUEUE_MESSAGES, TVSA_QUEUE_BYTES, TVSA_QUEUE_WAIT_MS).
+struct QueueLimits {
+    std::size_t messages = 1024;              // waiting per connection
+    std::size_t bytes = 64 * 1024 * 1024;     // waiting per connection
+    std::chrono::milliseconds wait{5000};     // for a connection, per message
+    static QueueLimits fromEnvironment();     // throws std::runtime_error naming a variable that is no number
+};
+
+inline constexpr std::size_t maximumMessageBytes = 16 * 1024 * 1024;
+
+class MessageQueue {
+public:
+    explicit MessageQueue(const QueueLimits& limits = QueueLimits::fromEnvironment());
+    ~MessageQueue(); // stops
+
+    // The door to a service's connection, which is made and remade in the background once start has run (50 ms after
+    // a failure, doubling to 1 s). listener may be null. The door lives as long as the queue.
+    frame::OmqIOModule& connectTo(const std::string& service, const frame::MessageSet& messages,
+                                  std::size_t sendBufferBytes, frame::IOConnectionListener* listener);
+
+    // Offers a service at its endpoint (socket mode 0600; a left-over socket file is replaced, one in use is not).
+    // asyncSend through the door with a null transport goes to every client. Throws std::runtime_error when the endpoint
+    // cannot be had.
+    frame::OmqIOModule& serve(const std::string& service, const frame::MessageSet& messages, std::size_t sendBufferBytes);
+
+    void start(); // starts the receiving thread
+    // Ends all connections and joins the receiving thread; messages still waiting are dropped and counted. Doors then
+    // refuse. Must not be called from a handler. Harmless when called again.
+    void stop();
+
+    std::vector<frame::IOStatistics> statistics() const;
+
+    MessageQueue(const MessageQueue&) = delete;
+    MessageQueue& operator=(const MessageQueue&) = delete;
+
+private:
+    struct State;
+    State* state_;
+};
+
+} // namespace host

@@ -1,0 +1,26 @@
+// Running a framework process on the host: what frame-host and the reference services are made of.
+#pragma once
+
+#include <host/message-queue.h>
+
+#include <string>
+
+namespace host {
+
+// Loads the library at path and takes the members of its frameCreateApplicationArray: sets up all of them in order, then
+// starts all of them in order, on the framework's thread. Returns 0 or the first negative result, logged with the
+// library and the member, after what had come up is undone. A library that cannot be loaded or has no entry: -2.
+int loadApplication(const std::string& path);
+
+// The process's message queue.
+MessageQueue& messageQueue();
+
+// Runs the framework's thread until SIGTERM or SIGINT (or stopProcess), then stops all members in reverse order, the
+// queue and the run log. Call once, from main, before any other thread is started: it blocks the two signals first.
+// onReady runs on the calling thread when the framework serves; its non-zero result ends the process at once with that
+// value. Returns 0.
+int runProcess(int (*onReady)(void* context), void* context);
+// Ends runProcess; from any thread.
+void stopProcess();
+
+} // namespace host

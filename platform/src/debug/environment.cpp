@@ -1,0 +1,88 @@
+#include <host/environment.h>
+
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+#include <stdexcept>
+#include <system_error>
+
+namespace host {
+namespace {
+
+std::string variable(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+[[noreturn]] void refuse(const std::string& folder, const std::string& why) {
+    throw std::runtime_error("folder " + folder + ": " + why);
+}
+
+// Makes the folder 0700 when it is missing and checks that it is this user's own.
+std::string privateFolder(const std::string& folder) {
+    std::error_code error;
+    std::filesystem::create_directories(std::filesystem::path(folder).parent_path(), error);
+    if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) refuse(folder, std::system_category().message(errno));
+    struct stat status{};
+    if (lstat(folder.c_str(), &status) != 0) refuse(folder, std::system_category().message(errno));
+    if (!S_ISDIR(status.st_mode)) refuse(folder, "not a folder");
+    if (status.st_uid != geteuid()) refuse(folder, "belongs to another user");
+    if ((status.st_mode & 077) != 0) refuse(folder, "open to other users (wanted: mode 0700)");
+    return folder;
+}
+
+std::mutex nameMutex;
+std::string& nameOfProcess() {
+    static std::string& name = *new std::string(program_invocation_short_name);
+    return name;
+}
+
+} // namespace
+
+std::string runtimeDirectory() {
+    if (auto folder = variable("RUNTIME_DIRECTORY"); !folder.empty()) return privateFolder(folder);
+    if (auto folder = variable("XDG_RUNTIME_DIR"); !folder.empty()) return privateFolder(folder + "/tvservice-adapter");
+    return privateFolder("/tmp/tvservice-adapter-" + std::to_string(geteuid()));
+}
+
+std::string stateDirectory() {
+    if (auto folder = variable("STATE_DIRECTORY"); !folder.empty()) return privateFolder(folder);
+    if (auto folder = variable("XDG_STATE_HOME"); !folder.empty()) return privateFolder(folder + "/tvservice-adapter");
+    if (auto home = variable("HOME"); !home.empty()) return privateFolder(home + "/.local/state/tvservice-adapter");
+    throw std::runtime_error("no state folder: none of STATE_DIRECTORY, XDG_STATE_HOME and HOME is set");
+}
+
+namespace {
+std::string socketPath(const std::string& path) {
+    if (path.size() >= sizeof(sockaddr_un::sun_path))
+        throw std::runtime_error("socket path too long (" + std::to_string(path.size()) + " bytes): " + path);
+    return path;
+}
+} // namespace
+
+std::string endpointOf(const std::string& service) {
+    std::string name = "TVSA_ENDPOINT_";
+    for (const char c : service) name += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    if (auto path = variable(name.c_str()); !path.empty()) return socketPath(path);
+    return socketPath(runtimeDirectory() + "/" + service + ".sock");
+}
+
+std::string shellEndpointOf(const std::string& process) { return socketPath(runtimeDirectory() + "/" + process + ".shell"); }
+
+std::string processName() {
+    std::lock_guard lock(nameMutex);
+    return nameOfProcess();
+}
+
+void setProcessName(const std::string& name) {
+    std::lock_guard lock(nameMutex);
+    nameOfProcess() = name;
+}
+
+} // namespace host
