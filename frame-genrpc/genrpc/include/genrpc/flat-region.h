@@ -15,7 +15,8 @@ namespace genrpc {
 
 class FlatRegion {
 public:
-    // A region with room for about firstBytes before it grows. The region lives in its own memory. Throws std::bad_alloc.
+    // A region with room for about firstBytes before it grows. The region lives in its own memory. Throws
+    // std::bad_alloc.
     static FlatRegion* create(std::size_t firstBytes) {
         const std::size_t bytes = std::max(firstBytes, sizeof(FlatRegion) + minimumRoom);
         char* memory = static_cast<char*>(vdlFlatAlloc(bytes));
@@ -46,7 +47,8 @@ private:
     FlatRegion(char* next, char* end) : next_(next), end_(end) {}
 
     [[gnu::noinline]] void grow(std::size_t bytes) {
-        const std::size_t last = grown_ ? grown_->bytes : static_cast<std::size_t>(end_ - reinterpret_cast<char*>(this));
+        const std::size_t last =
+            grown_ ? grown_->bytes : static_cast<std::size_t>(end_ - reinterpret_cast<char*>(this));
         const std::size_t wanted = std::max(bytes + sizeof(Chunk), 2 * last);
         grown_ = new (vdlFlatAlloc(wanted)) Chunk{grown_, wanted};
         next_ = reinterpret_cast<char*>(grown_ + 1);

@@ -39,7 +39,6 @@ inline void release(WideBool&) {}
 template <class F>
 concept Form = requires {
     typename F::Plain;
-    F::fields();
 };
 
 template <class Plain> struct FlatTypeOf {

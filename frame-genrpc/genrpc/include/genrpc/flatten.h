@@ -118,8 +118,7 @@ template <class Blocks> void flatten(const std::vector<std::uint32_t>& from, vdl
     std::memcpy(words, from.data(), from.size() * sizeof(std::uint32_t));
     to = {static_cast<std::uint32_t>(from.size()), words};
 }
-template <class Blocks>
-void flatten(const std::vector<std::string>& from, vdlDeserBlobString_t& to, Blocks& blocks) {
+template <class Blocks> void flatten(const std::vector<std::string>& from, vdlDeserBlobString_t& to, Blocks& blocks) {
     clear(to);
     if (from.empty()) return;
     to = {static_cast<std::uint32_t>(from.size()), zeroedArray<vdlDeserString_t>(from.size(), blocks)};
@@ -140,6 +139,11 @@ void flatten(const std::vector<typename E::Plain>& from, Sequence<E>& to, Blocks
 
 template <class T> void unflatten(const vdl::Word<T>& from, T& to) { to = from; }
 inline void unflatten(const WideBool& from, bool& to) { to = from; }
+// How many elements a list has to give: none without an array.
+template <class List> std::uint32_t countOf(const List& list) {
+    if (!list.data) return 0;
+    return list.count;
+}
 // The length decides, a terminator is not looked for.
 inline void unflatten(const vdlDeserString_t& from, std::string& to) {
     if (from.data && from.length != 0)
@@ -148,18 +152,18 @@ inline void unflatten(const vdlDeserString_t& from, std::string& to) {
         to.clear();
 }
 inline void unflatten(const vdlDeserBlobUint32_t& from, std::vector<std::uint32_t>& to) {
-    to = std::vector<std::uint32_t>(from.data ? from.count : 0U);
+    to = std::vector<std::uint32_t>(countOf(from));
     for (std::size_t i = 0; i < to.size(); ++i) to[i] = from.data[i];
 }
 inline void unflatten(const vdlDeserBlobString_t& from, std::vector<std::string>& to) {
-    to = std::vector<std::string>(from.data ? from.count : 0U);
+    to = std::vector<std::string>(countOf(from));
     for (std::size_t i = 0; i < to.size(); ++i) unflatten(from.data[i], to[i]);
 }
 template <Form F> void unflatten(const F& from, typename F::Plain& to) {
     eachField(to, from, [](const auto&, auto& plain, const auto& flat) { unflatten(flat, plain); });
 }
 template <class E> void unflatten(const Sequence<E>& from, std::vector<typename E::Plain>& to) {
-    to = std::vector<typename E::Plain>(from.data ? from.count : 0U);
+    to = std::vector<typename E::Plain>(countOf(from));
     for (std::size_t i = 0; i < to.size(); ++i) unflatten(from.data[i], to[i]);
 }
 
@@ -170,7 +174,8 @@ template <Family family, class T> void releaseBeforeAssignment(T& flat) {
     if constexpr (family == Family::Stream) {
         release(flat);
     } else if constexpr (std::is_same_v<T, vdlDeserBlobString_t>) {
-        // Core and status forms are made to be assigned to once: they let go of a string list, but not of single strings.
+        // Core and status forms are made to be assigned to once: they let go of a string list, but not of single
+        // strings.
         release(flat);
     }
 }

@@ -1,9 +1,7 @@
-// How a record is declared: once, as a list of its fields. Everything else follows from that list: the plain record, the
-// serializable form with its packed layout and four operations, the endian table, comparison, dumps.
+// How a record is declared: once, as a list of its fields. Everything else follows from that list: the plain record,
+// the serializable form with its packed layout and four operations, the endian table, comparison, dumps.
 //
-//     #define MY_POINT_FIELDS(FIELD)  \
-//         FIELD(std::int32_t, x)      \
-//         FIELD(std::string, label)
+//     #define MY_POINT_FIELDS(FIELD) FIELD(std::int32_t, x) FIELD(std::string, label)
 //     GENRPC_RECORD(Core, MyPoint_t, MY_POINT_FIELDS)   // in a header, inside the record's namespace
 //     GENRPC_RECORD_TABLE(MyPoint_t)                    // in one source file, inside the same namespace
 //
@@ -31,40 +29,40 @@
 // A terminal's default constructor sets nothing: forms that hold a terminal always assign it before they are sent.
 #define GENRPC_TERMINAL(Record, FIELDS) GENRPC_RECORD_WITH(Core, Record, FIELDS, {})
 
-#define GENRPC_RECORD_WITH(family_, Record, FIELDS, DEFAULT_CONSTRUCTION)                                        \
-    extern "C" GENRPC_EXPORT const vdl::EndianTable __vdl_EndianTable_serializable_##Record;                     \
-    struct _##Record##_struct;                                                                                   \
-    struct Record {                                                                                              \
-        using Flat = _##Record##_struct;                                                                         \
-        static constexpr const char* recordName = #Record;                                                       \
-        FIELDS(GENRPC_PLAIN_FIELD)                                                                               \
-        bool operator==(const Record&) const = default;                                                          \
-    };                                                                                                           \
-    struct _##Record##_struct {                                                                                  \
-        using Self = _##Record##_struct;                                                                         \
-        using Plain = Record;                                                                                    \
-        static constexpr ::genrpc::Family family = ::genrpc::Family::family_;                                    \
-        FIELDS(GENRPC_FLAT_FIELD)                                                                                \
+#define GENRPC_RECORD_WITH(family_, Record, FIELDS, DEFAULT_CONSTRUCTION)                                         \
+    extern "C" GENRPC_EXPORT const vdl::EndianTable __vdl_EndianTable_serializable_##Record;                      \
+    struct _##Record##_struct;                                                                                    \
+    struct Record {                                                                                               \
+        using Flat = _##Record##_struct;                                                                          \
+        static constexpr const char* recordName = #Record;                                                        \
+        FIELDS(GENRPC_PLAIN_FIELD)                                                                                \
+        bool operator==(const Record&) const = default;                                                           \
+    };                                                                                                            \
+    struct _##Record##_struct {                                                                                   \
+        using Self = _##Record##_struct;                                                                          \
+        using Plain = Record;                                                                                     \
+        static constexpr ::genrpc::Family family = ::genrpc::Family::family_;                                     \
+        static constexpr auto fields() { return std::tuple_cat(std::tuple<>() FIELDS(GENRPC_FIELD_ENTRY)); }      \
+        FIELDS(GENRPC_FLAT_FIELD)                                                                                 \
         _##Record##_struct() DEFAULT_CONSTRUCTION _##Record##_struct(const Record& from) : _##Record##_struct() { \
-            ::genrpc::construct(from, *this);                                                                    \
-        }                                                                                                        \
-        _##Record##_struct& operator=(const Record& from) {                                                      \
-            ::genrpc::assign(from, *this);                                                                       \
-            return *this;                                                                                        \
-        }                                                                                                        \
-        operator Record() const {                                                                                \
-            Record to;                                                                                           \
-            ::genrpc::unflatten(*this, to);                                                                      \
-            return to;                                                                                           \
-        }                                                                                                        \
-        static constexpr auto fields() { return std::tuple_cat(std::tuple<>() FIELDS(GENRPC_FIELD_ENTRY)); }     \
-        static constexpr const vdl::EndianTable* table() { return &__vdl_EndianTable_serializable_##Record; }    \
+            ::genrpc::construct(from, *this);                                                                     \
+        }                                                                                                         \
+        _##Record##_struct& operator=(const Record& from) {                                                       \
+            ::genrpc::assign(from, *this);                                                                        \
+            return *this;                                                                                         \
+        }                                                                                                         \
+        operator Record() const {                                                                                 \
+            Record to;                                                                                            \
+            ::genrpc::unflatten(*this, to);                                                                       \
+            return to;                                                                                            \
+        }                                                                                                         \
+        static constexpr const vdl::EndianTable* table() { return &__vdl_EndianTable_serializable_##Record; }     \
     };
 
-#define GENRPC_RECORD_TABLE(Record)                                                                       \
-    static_assert(alignof(_##Record##_struct) == 1, "a form has no padding");                             \
-    namespace tables {                                                                                    \
-    static constexpr auto Record##_entries = ::genrpc::entriesOf<_##Record##_struct>();                   \
-    }                                                                                                     \
-    extern "C" constinit const vdl::EndianTable __vdl_EndianTable_serializable_##Record = {               \
+#define GENRPC_RECORD_TABLE(Record)                                                         \
+    static_assert(alignof(_##Record##_struct) == 1, "a form has no padding");               \
+    namespace tables {                                                                      \
+    static constexpr auto Record##_entries = ::genrpc::entriesOf<_##Record##_struct>();     \
+    }                                                                                       \
+    extern "C" constinit const vdl::EndianTable __vdl_EndianTable_serializable_##Record = { \
         sizeof(_##Record##_struct), tables::Record##_entries.data()};

@@ -18,9 +18,7 @@ template <class F> struct CellOf;
 template <class T> struct CellOf<vdl::Word<T>> {
     static constexpr TableCell cell{static_cast<vdl::EndianKind>(sizeof(T)), nullptr};
 };
-template <> struct CellOf<WideBool> {
-    static constexpr TableCell cell{vdl::EndianScalar4, nullptr};
-};
+template <> struct CellOf<WideBool> { static constexpr TableCell cell{vdl::EndianScalar4, nullptr}; };
 template <> struct CellOf<vdlDeserString_t> {
     static constexpr TableCell cell{vdl::EndianNested, &__vdl_EndianTable_vdlDeserString_t};
 };
@@ -30,12 +28,8 @@ template <> struct CellOf<vdlDeserBlobString_t> {
 template <> struct CellOf<vdlDeserBlobUint32_t> {
     static constexpr TableCell cell{vdl::EndianNested, &__vdl_EndianTable_vdlDeserBlobUint32_t};
 };
-template <Form F> struct CellOf<F> {
-    static constexpr TableCell cell{vdl::EndianNested, F::table()};
-};
-template <class E> struct CellOf<Sequence<E>> {
-    static constexpr TableCell cell{vdl::EndianSequence, E::table()};
-};
+template <Form F> struct CellOf<F> { static constexpr TableCell cell{vdl::EndianNested, F::table()}; };
+template <class E> struct CellOf<Sequence<E>> { static constexpr TableCell cell{vdl::EndianSequence, E::table()}; };
 
 constexpr vdl::EndianEntry entryOf(std::size_t offset, TableCell cell) {
     return {static_cast<std::uint16_t>(offset), cell.kind,

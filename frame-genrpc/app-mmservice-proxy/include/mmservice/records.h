@@ -1,0 +1,35 @@
+// The MM service's records: the TV service's, without the fields that only the TV service takes.
+#pragma once
+
+#include <genrpc/record.h>
+
+namespace mmservice {
+
+#define MMSERVICE_TERMINAL_FIELDS(FIELD) \
+    FIELD(std::int32_t, type)            \
+    FIELD(std::int32_t, id)
+GENRPC_TERMINAL(MMServiceTerminal_t, MMSERVICE_TERMINAL_FIELDS)
+
+#define MMSERVICE_REQ_FIELDS(FIELD)               \
+    FIELD(MMServiceTerminal_t, terminal)          \
+    FIELD(std::int32_t, intParam1)                \
+    FIELD(std::int32_t, intParam2)                \
+    FIELD(std::int32_t, intParam3)                \
+    FIELD(std::string, uri)                       \
+    FIELD(std::string, uuid)                      \
+    FIELD(std::string, strParam2)                 \
+    FIELD(std::vector<std::string>, strParamList) \
+    FIELD(std::string, reqId)                     \
+    FIELD(std::string, strParam3)
+GENRPC_RECORD(Core, MMServiceReq_t, MMSERVICE_REQ_FIELDS)
+
+#define MMSERVICE_INFO_FIELDS(FIELD)     \
+    FIELD(MMServiceTerminal_t, terminal) \
+    FIELD(std::int32_t, result)          \
+    FIELD(std::string, uri)              \
+    FIELD(std::string, uuid)             \
+    FIELD(std::string, uuidAncestor)     \
+    FIELD(std::string, reqId)
+GENRPC_RECORD(Core, MMServiceInfo_t, MMSERVICE_INFO_FIELDS)
+
+} // namespace mmservice

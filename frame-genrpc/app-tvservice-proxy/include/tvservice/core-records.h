@@ -1,0 +1,42 @@
+// The records of the play path: terminal, play or stop request, answer.
+#pragma once
+
+#include <genrpc/record.h>
+
+namespace tvservice {
+
+// A display terminal, a window or an output; named by the pair (type, id).
+#define TVSERVICE_TERMINAL_FIELDS(FIELD) \
+    FIELD(std::int32_t, type)            \
+    FIELD(std::int32_t, id)
+GENRPC_TERMINAL(TvServiceTerminal_t, TVSERVICE_TERMINAL_FIELDS)
+
+// One play or stop request. uri: what to show, "rec://plain/null" to stop; uuid: the source's identity; reqId: empty or
+// equal in all requests of one call, echoed in the answer. The int and string parameters are the services' business.
+#define TVSERVICE_REQ_FIELDS(FIELD)               \
+    FIELD(TvServiceTerminal_t, terminal)          \
+    FIELD(std::int32_t, intParam1)                \
+    FIELD(std::int32_t, intParam2)                \
+    FIELD(std::int32_t, intParam3)                \
+    FIELD(std::string, uri)                       \
+    FIELD(std::string, strParam1)                 \
+    FIELD(std::string, uuid)                      \
+    FIELD(std::string, strParam2)                 \
+    FIELD(std::vector<std::string>, strParamList) \
+    FIELD(std::string, reqId)                     \
+    FIELD(std::string, strParam3)                 \
+    FIELD(std::string, strParam4)                 \
+    FIELD(std::int32_t, intParam4)
+GENRPC_RECORD(Core, TvServiceReq_t, TVSERVICE_REQ_FIELDS)
+
+// The answer for one terminal. result: 0 shown or stopped; 1 a newer request for the terminal is queued; else why not.
+#define TVSERVICE_INFO_FIELDS(FIELD)     \
+    FIELD(TvServiceTerminal_t, terminal) \
+    FIELD(std::int32_t, result)          \
+    FIELD(std::string, uri)              \
+    FIELD(std::string, uuid)             \
+    FIELD(std::string, uuidAncestor)     \
+    FIELD(std::string, reqId)
+GENRPC_RECORD(Core, TvServiceInfo_t, TVSERVICE_INFO_FIELDS)
+
+} // namespace tvservice

@@ -1,0 +1,109 @@
+#include "app-tvservice-proxy-main.h"
+
+#include <genrpc/log.h>
+#include <genrpc/message.h>
+#include <tvservice/messages.h>
+
+#include <cstdlib>
+
+namespace tvservice {
+namespace {
+
+constexpr auto module = genrpc::TvProxyLog;
+constexpr std::size_t sendBufferBytes = 16384;
+
+} // namespace
+
+Proxy::Proxy() : frame::AbstractMarshallingImpl(CouplingMode::Default) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    setServiceName(serviceName);
+    setSendBufferSize(sendBufferBytes);
+    setMessageSet(messageSet());
+    GENRPC_LOG(module, vdlDebugProgress, "the buffer size for %s is %d.\n", serviceName,
+               static_cast<int>(sendBufferBytes));
+}
+
+// The interface stays registered: whoever looked it up keeps the pointer for the life of the process anyway.
+Proxy::~Proxy() {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    for (auto& client : clients) client.reset();
+}
+
+int Proxy::performSetupDone() {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    int result = frame::AbstractMarshallingImpl::performSetupDone();
+    if (result < 0) {
+        GENRPC_LOG(module, vdlDebugFailure, "Parent class performSetupDone() returned %d.\n", result);
+        return result;
+    }
+    result = registerInterface(static_cast<ServiceInterface*>(this), interfaceKey);
+    if (result < 0) {
+        GENRPC_LOG(module, vdlDebugFailure, "Unable to register interface: %d.\n", result);
+        return result;
+    }
+    return 0;
+}
+
+int Proxy::performStarting() {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    const int result = frame::AbstractMarshallingImpl::performStarting();
+    if (result < 0) {
+        GENRPC_LOG(module, vdlDebugFailure, "Parent class performStarting() returned %d.\n", result);
+        return result;
+    }
+    return 0;
+}
+
+int Proxy::performStopping() {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    const int result = frame::AbstractMarshallingImpl::performStopping();
+    if (result < 0) {
+        GENRPC_LOG(module, vdlDebugFailure, "Parent class performStopping() returned %d.\n", result);
+        return result;
+    }
+    return 0;
+}
+
+int Proxy::registerMessageHandlers() {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    genrpc::bind<messages::TvServiceInfo>(*this, callTvServiceInfo);
+    return 0;
+}
+
+int Proxy::addClient(boost::shared_ptr<ClientInterface> client) {
+    ltGuard guard(getMutex());
+    return genrpc::addClient(clients, client, -17, {module, GENRPC_HERE});
+}
+
+int Proxy::removeClient(boost::shared_ptr<ClientInterface> client) {
+    ltGuard guard(getMutex());
+    return genrpc::removeClient(clients, client, -2, {module, GENRPC_HERE});
+}
+
+// ---- requests ----
+
+int Proxy::tvServiceReq(frame::MsgIds& ids, const frame::TransportInfo&, const std::vector<TvServiceReq_t>& requests) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return genrpc::send<messages::TvServiceReq>(*this, ids, requests);
+}
+
+// ---- notifications ----
+
+int Proxy::callTvServiceInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                             void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceInfo>(proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceInfo,
+                                             transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+} // namespace tvservice
+
+extern "C" void** CreateTvServiceProxy() {
+    GENRPC_LOG(genrpc::TvProxyLog, vdlDebugTrace, "Called.\n");
+    void** members = static_cast<void**>(std::calloc(2, sizeof(void*)));
+    members[0] = static_cast<void*>(static_cast<frame::AbstractProcessMember*>(new tvservice::Proxy));
+    return members;
+}

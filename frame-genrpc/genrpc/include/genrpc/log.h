@@ -1,0 +1,45 @@
+// Log lines of the product: the modules' numbers and the one way to write a line.
+#pragma once
+
+#include <vdl/debug.h>
+
+#include <cstdint>
+
+namespace genrpc {
+
+enum LogModule : std::uint32_t {
+    AdapterLog = 0x0101,
+    ManagerLog = 0x0102,
+    RegistrarLog = 0x0103,
+    TvProxyLog = 0x0104,
+    MmProxyLog = 0x0105,
+};
+
+// Gives the modules the names by which people set their levels.
+void nameLogModules();
+
+// Where a line comes from: what "%s:%d:%s(): " prints.
+struct Here {
+    const char* file;
+    int line;
+    const char* function;
+};
+
+} // namespace genrpc
+
+// A line as it stands.
+#define GENRPC_LOG_PLAIN(module, severity, format, ...)                                    \
+    do {                                                                                   \
+        vdlDebugChunk genrpcChunk;                                                         \
+        if (vdlDebugCheckLevelGetFrameAndChunk((module)*65536U + (severity), genrpcChunk)) \
+            vdlDebugOutput0(genrpcChunk, format __VA_OPT__(, ) __VA_ARGS__);               \
+    } while (false)
+
+// A line that begins with its place: source file without folder, line, function.
+#define GENRPC_HERE (::genrpc::Here{__FILE_NAME__, __LINE__, __func__})
+#define GENRPC_LOG_AT(here, module, severity, format, ...)                              \
+    GENRPC_LOG_PLAIN(module, severity, "%s:%d:%s(): " format, (here).file, (here).line, \
+                     (here).function __VA_OPT__(, ) __VA_ARGS__)
+#define GENRPC_LOG(module, severity, format, ...)                                      \
+    GENRPC_LOG_PLAIN(module, severity, "%s:%d:%s(): " format, __FILE_NAME__, __LINE__, \
+                     __func__ __VA_OPT__(, ) __VA_ARGS__)
