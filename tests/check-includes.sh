@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# Checks which part of the tree includes which: the product must build on any platform that offers the contract headers,
+# so nothing of the host, and no third-party library but Boost, may slip into it. Prints each violation as
+# "file:line: what" and exits 1 when there is one.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+product_own='^(tvservice-adapter|tvservice|mmservice|genrpc)/'
+product_may='^(frame|vdl|lt|lrt|ov|appovshell|boost)/'
+standard_cpp='^[a-z_]+$'
+standard_c='^(assert|complex|ctype|errno|fenv|float|inttypes|iso646|limits|locale|math|setjmp|signal|stdalign|stdarg|stdatomic|stdbool|stddef|stdint|stdio|stdlib|string|tgmath|time|uchar|wchar|wctype)\.h$'
+include='include[[:space:]]*(["<])([^">]+)[">]'
+json_dump=frame-genrpc/genrpc/include/genrpc/dump.h
+
+violations=0
+checked=0
+violation() { # FILE:LINE WHAT
+    echo "$1: $2"
+    violations=$((violations + 1))
+}
+
+# Whether a quoted name is a file beside the one that includes it, or beneath the src folder which that lies in.
+is_local() { # FILE NAME
+    [[ $2 == *..* ]] && return 1
+    [[ -f ${1%/*}/$2 || ( $1 == */src/* && -f ${1%%/src/*}/src/$2 ) ]]
+}
+
+check_product() { # FILE PLACE QUOTE NAME
+    [[ $3 == '"' ]] && is_local "$1" "$4" && return
+    [[ $4 =~ $product_own || $4 =~ $product_may || $4 =~ $standard_cpp || $4 =~ $standard_c ]] && return
+    [[ $1 == "$json_dump" && $4 == nlohmann/* ]] && return
+    violation "$2" "the product may not include $4"
+}
+
+check_platform() { # FILE PLACE QUOTE NAME
+    if [[ $4 =~ $product_own || $4 == *tvservice-adapter/* || $4 == *frame-genrpc/* ]]; then
+        violation "$2" "the platform may not include the product's $4"
+    fi
+}
+
+check_user() { # FILE PLACE QUOTE NAME
+    [[ $3 == '"' ]] && is_local "$1" "$4" && return
+    if [[ $4 == *platform/src/* || -f platform/src/$4 ]]; then
+        violation "$2" "only the platform and the tests may include the platform's own $4"
+    fi
+}
+
+# Runs check on every #include under the given folders.
+scan() { # CHECK FOLDER...
+    local check=$1 folder file line text
+    shift
+    for folder in "$@"; do
+        [[ -d $folder ]] || continue
+        while IFS=: read -r file line text; do
+            checked=$((checked + 1))
+            if [[ $text =~ $include ]]; then
+                "$check" "$file" "$file:$line" "${BASH_REMATCH[1]}" "${BASH_REMATCH[2]}"
+            else
+                violation "$file:$line" "an include whose file cannot be read off: $text"
+            fi
+        done < <(grep -rnE '^[[:space:]]*#[[:space:]]*include' --include='*.h' --include='*.cpp' "$folder")
+    done
+}
+
+scan check_product tvservice-adapter frame-genrpc
+scan check_platform platform
+scan check_user services applications tools
+
+if ((checked == 0)); then
+    echo "check-includes: found nothing to check" >&2
+    exit 1
+fi
+((violations == 0))
