@@ -61,7 +61,7 @@ protected:
     int performStopping() override;
 
     // Settings of the constructor of a proxy.
-    void setServiceName(const std::string& name) { serviceName_ = name; } // the service to connect to
+    void setServiceName(const std::string& name) { serviceName_ = name; }  // the service to connect to
     void setSendBufferSize(std::size_t bytes) { sendBufferSize_ = bytes; } // first size, not a limit
     void setMessageSet(const MessageSet& set) { messageSet_ = set; }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <typeindex>
 
@@ -19,7 +20,8 @@ public:
     AbstractProcessMember(const AbstractProcessMember&) = delete;
     AbstractProcessMember& operator=(const AbstractProcessMember&) = delete;
 
-    // Called by the framework.
+    // Called by the framework. Attaching twice is -114, detaching what is not attached -107. Detaching removes what the
+    // member has registered. The others return what their perform... operation does.
     int attachProcess(Process& process);
     int detachProcess();
     int setupDone();
@@ -31,16 +33,21 @@ public:
 
     // Queues work for this member. From any thread. Nothing runs before scheduleEvents.
     void postEvent(std::function<void()> event);
-    // Has the framework's thread run the events posted so far, in order. Events of a stopped member are discarded.
+    // Has the framework's thread run the events posted so far, in order. Events of a stopped, detached or destroyed
+    // member are discarded.
     void scheduleEvents();
 
 protected:
+    // Runs the scheduled events. On the framework's thread. An exception of an event is logged and swallowed.
+    void runEvents();
+
+    // Here: 0, or -107 when the member is not attached.
     virtual int performSetupDone();
     virtual int performStarting();
     virtual int performStopping();
 
-    // Registers object under key in the process's registry: 0; -17 when the key is taken; -22 when the object is null or
-    // the member is not attached. The registry holds no ownership. From any thread.
+    // Registers object under key in the process's registry: 0; -17 when the key is taken; -22 when the object is null
+    // or the member is not attached. The registry holds no ownership. From any thread.
     template <class T> int registerInterface(T* object, const std::string& key) {
         return registerObject(object, std::type_index(typeid(T)), key);
     }
@@ -51,8 +58,10 @@ private:
     int registerObject(void* object, std::type_index type, const std::string& key);
     int unregisterObject(void* object);
 
+    struct Events; // shared with the runs under way on the framework's thread, which may outlive the member
     Process* process_ = nullptr;
     int serviceId_ = 0;
+    std::shared_ptr<Events> events_;
 };
 
 } // namespace frame

@@ -10,14 +10,14 @@ namespace frame {
 // Counters since the process started. For a service's side they cover all its clients.
 struct IOStatistics {
     std::string service;
-    bool connected = false;         // on the service's side: whether any client is
-    std::uint64_t sent = 0;         // messages that the socket took whole
-    std::uint64_t received = 0;     // messages handed to a handler
-    std::uint64_t dropped = 0;      // messages accepted for sending that were given up: 5 s without a connection, or stopped
-    std::uint64_t refused = 0;      // messages that asyncSend did not accept, and peers that were turned away
-    std::uint64_t undecodable = 0;  // incoming messages that failed validation or have no handler
-    std::uint64_t reconnects = 0;   // connections made after the first one
-    std::uint64_t queued = 0;       // messages waiting now
+    bool connected = false;     // on the service's side: whether any client is
+    std::uint64_t sent = 0;     // messages that the socket took whole
+    std::uint64_t received = 0; // messages handed to a handler
+    std::uint64_t dropped = 0; // messages accepted for sending that were given up: 5 s without a connection, or stopped
+    std::uint64_t refused = 0; // messages that asyncSend did not accept, and peers that were turned away
+    std::uint64_t undecodable = 0; // incoming messages that failed validation or have no handler
+    std::uint64_t reconnects = 0;  // connections made after the first one
+    std::uint64_t queued = 0;      // messages waiting now
 };
 
 // One entry per service connection of this process, in order of creation. From any thread.

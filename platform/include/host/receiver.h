@@ -7,8 +7,8 @@
 
 namespace host {
 
-// Loads the library at path and takes the members of its frameCreateApplicationArray: sets up all of them in order, then
-// starts all of them in order, on the framework's thread. Returns 0 or the first negative result, logged with the
+// Loads the library at path and takes the members of its frameCreateApplicationArray: sets up all of them in order,
+// then starts all of them in order, on the framework's thread. Returns 0 or the first negative result, logged with the
 // library and the member, after what had come up is undone. A library that cannot be loaded or has no entry: -2.
 int loadApplication(const std::string& path);
 
@@ -17,8 +17,9 @@ MessageQueue& messageQueue();
 
 // Runs the framework's thread until SIGTERM or SIGINT (or stopProcess), then stops all members in reverse order, the
 // queue and the run log. Call once, from main, before any other thread is started: it blocks the two signals first.
-// onReady runs on the calling thread when the framework serves; its non-zero result ends the process at once with that
-// value. Returns 0.
+// onReady runs on the calling thread, which is the framework's by then; the queue receives from its return on, or from
+// its first connection to a service. Its non-zero result ends the run at once with that value. Returns 0, or 1 (logged)
+// when the queue cannot be made.
 int runProcess(int (*onReady)(void* context), void* context);
 // Ends runProcess; from any thread.
 void stopProcess();

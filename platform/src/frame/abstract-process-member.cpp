@@ -1,0 +1,141 @@
+#include "frame/log.h"
+#include "frame/process-state.h"
+
+#include <frame/abstract-marshalling-impl.h>
+#include <frame/abstract-process-member.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <deque>
+#include <exception>
+#include <mutex>
+
+namespace frame {
+
+// Events are counted, so that a run takes those that were posted before it was scheduled and no others.
+struct AbstractProcessMember::Events {
+    std::mutex mutex;
+    AbstractProcessMember* owner; // null once destroyed
+    bool open = true;
+    std::deque<std::function<void()>> waiting;
+    std::uint64_t taken = 0;     // events that have left waiting
+    std::uint64_t scheduled = 0; // events that may run, counted from the first one ever posted
+
+    explicit Events(AbstractProcessMember* member) : owner(member) {}
+
+    void setOpen(bool value) {
+        std::deque<std::function<void()>> discarded; // destroyed without the lock: what events hold may post again
+        std::lock_guard lock(mutex);
+        open = value;
+        if (open) return;
+        taken += waiting.size();
+        discarded.swap(waiting);
+    }
+
+    // The member to deliver to, or null when its events are discarded.
+    AbstractProcessMember* receiver() {
+        std::lock_guard lock(mutex);
+        return open ? owner : nullptr;
+    }
+
+    std::function<void()> take(std::uint64_t limit) {
+        std::lock_guard lock(mutex);
+        if (waiting.empty() || taken >= limit) return nullptr;
+        std::function<void()> event = std::move(waiting.front());
+        waiting.pop_front();
+        ++taken;
+        return event;
+    }
+};
+
+AbstractProcessMember::AbstractProcessMember() : events_(std::make_shared<Events>(this)) {}
+
+AbstractProcessMember::~AbstractProcessMember() {
+    if (process_) detachProcess();
+    events_->setOpen(false);
+    std::lock_guard lock(events_->mutex);
+    events_->owner = nullptr;
+}
+
+int AbstractProcessMember::attachProcess(Process& process) {
+    if (process_) return -EALREADY;
+    process_ = &process;
+    serviceId_ = process.state().nextServiceId();
+    events_->setOpen(true);
+    return 0;
+}
+
+int AbstractProcessMember::detachProcess() {
+    if (!process_) return -ENOTCONN;
+    events_->setOpen(false);
+    process_->state().unregisterAllOf(this);
+    process_ = nullptr;
+    serviceId_ = 0;
+    return 0;
+}
+
+int AbstractProcessMember::setupDone() { return performSetupDone(); }
+
+int AbstractProcessMember::start() { return performStarting(); }
+
+int AbstractProcessMember::stop() {
+    const int result = performStopping();
+    events_->setOpen(false);
+    return result;
+}
+
+int AbstractProcessMember::performSetupDone() { return process_ ? 0 : -ENOTCONN; }
+
+int AbstractProcessMember::performStarting() { return process_ ? 0 : -ENOTCONN; }
+
+int AbstractProcessMember::performStopping() { return process_ ? 0 : -ENOTCONN; }
+
+void AbstractProcessMember::postEvent(std::function<void()> event) {
+    std::lock_guard lock(events_->mutex);
+    if (events_->open && event) events_->waiting.push_back(std::move(event));
+}
+
+void AbstractProcessMember::scheduleEvents() {
+    if (!process_) return;
+    {
+        std::lock_guard lock(events_->mutex);
+        events_->scheduled = events_->taken + events_->waiting.size();
+    }
+    process_->state().post([events = events_] {
+        AbstractProcessMember* member = events->receiver();
+        if (auto* delivery = dynamic_cast<EventDelivery*>(member))
+            delivery->deliverEvents();
+        else if (member)
+            member->runEvents();
+    });
+}
+
+void AbstractProcessMember::runEvents() {
+    const std::shared_ptr<Events> events = events_; // an event may destroy the member
+    std::uint64_t limit;
+    {
+        std::lock_guard lock(events->mutex);
+        limit = events->scheduled;
+    }
+    while (const std::function<void()> event = events->take(limit)) {
+        try {
+            event();
+        } catch (const std::exception& error) {
+            FRAME_LOG(vdlDebugFailure, "an event threw: %s\n", error.what());
+        } catch (...) {
+            FRAME_LOG(vdlDebugFailure, "an event threw an unknown exception\n");
+        }
+    }
+}
+
+int AbstractProcessMember::registerObject(void* object, std::type_index type, const std::string& key) {
+    if (process_) return process_->state().registerObject(this, object, type, key);
+    FRAME_LOG(vdlDebugFailure, "interface \"%s\": its member is not attached to the process\n", key.c_str());
+    return -EINVAL;
+}
+
+int AbstractProcessMember::unregisterObject(void* object) {
+    return process_ && object ? process_->state().unregisterObject(object) : -ENOENT;
+}
+
+} // namespace frame

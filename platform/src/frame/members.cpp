@@ -1,0 +1,175 @@
+// The members of the process and their way up and down.
+#include "frame/log.h"
+#include "frame/process-state.h"
+
+#include <frame/abstract-marshalling-impl.h>
+
+#include <algorithm>
+#include <boost/core/demangle.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <exception>
+#include <typeinfo>
+
+namespace frame {
+
+namespace {
+
+std::string typeName(const AbstractProcessMember& member) { return boost::core::demangle(typeid(member).name()); }
+
+// Runs one step of a member. A negative result is logged with the name of the step; an exception counts as -EIO.
+template <class Operation> int runStep(const std::string& who, const char* step, Operation operation) {
+    try {
+        const int result = operation();
+        if (result >= 0) return 0;
+        FRAME_LOG(vdlDebugFailure, "%s: %s returned %d\n", who.c_str(), step, result);
+        return result;
+    } catch (const std::exception& error) {
+        FRAME_LOG(vdlDebugFailure, "%s: %s threw: %s\n", who.c_str(), step, error.what());
+    } catch (...) {
+        FRAME_LOG(vdlDebugFailure, "%s: %s threw an unknown exception\n", who.c_str(), step);
+    }
+    return -EIO;
+}
+
+} // namespace
+
+// An array's way up, phase by phase for all of its members in order.
+struct Process::State::BringUp {
+    State& state;
+    const std::string& source;
+    std::vector<AbstractProcessMember*> members;
+    std::size_t attached = 0;
+    bool needsQueue = false;
+
+    std::string name(std::size_t index) const {
+        return "member " + std::to_string(index + 1) + " of " + source + " (" + typeName(*members[index]) + ")";
+    }
+
+    int run() {
+        int result = 0;
+        for (std::size_t i = 0; i < members.size() && !result; ++i) result = setUp(i);
+        for (std::size_t i = 0; i < members.size() && !result; ++i) result = connect(i);
+        for (std::size_t i = 0; i < members.size() && !result; ++i) result = start(i);
+        if (result) undo();
+        return result;
+    }
+
+    int setUp(std::size_t index) {
+        AbstractProcessMember& member = *members[index];
+        const int result = runStep(name(index), "attachProcess", [&] { return member.attachProcess(state.process_); });
+        if (result) return result;
+        ++attached;
+        return runStep(name(index), "setupDone", [&] { return member.setupDone(); });
+    }
+
+    // The queue starts receiving only when the handlers of the whole array are in place.
+    int connect(std::size_t index) {
+        int result = 0;
+        if (auto* member = dynamic_cast<AbstractMarshallingImpl*>(members[index])) {
+            result = runStep(name(index), "connecting", [&] { return connect(*member); });
+            if (!result) {
+                needsQueue = true;
+                result =
+                    runStep(name(index), "registerMessageHandlers", [&] { return member->registerMessageHandlers(); });
+            }
+        }
+        if (!result && needsQueue && index + 1 == members.size())
+            result = runStep(source, "starting the message queue", [&] { return state.startQueue(), 0; });
+        return result;
+    }
+
+    int connect(AbstractMarshallingImpl& member) {
+        if (member.getServiceName().empty()) {
+            FRAME_LOG(vdlDebugFailure, "%s has not set the name of its service\n", typeName(member).c_str());
+            return -EINVAL;
+        }
+        member.setOmqIOModule(&state.messageQueue().connectTo(member.getServiceName(), member.getMessageSet(),
+                                                              member.getSendBufferSize(), &member));
+        return 0;
+    }
+
+    int start(std::size_t index) {
+        AbstractProcessMember& member = *members[index];
+        const int result = runStep(name(index), "start", [&] { return member.start(); });
+        if (!result) state.started_.push_back(&member);
+        return result;
+    }
+
+    // Members stay in existence: the queue knows marshalling ones as listeners until it stops.
+    void undo() {
+        for (std::size_t i = members.size(); i-- > 0;) {
+            if (!std::erase(state.started_, members[i])) continue;
+            runStep(name(i), "stop", [&] { return members[i]->stop(); });
+        }
+        for (std::size_t i = attached; i-- > 0;)
+            runStep(name(i), "detachProcess", [&] { return members[i]->detachProcess(); });
+    }
+};
+
+int Process::State::startMembersOf(Factory factory, const std::string& source) {
+    std::lock_guard lock(membersMutex_);
+    void** array = nullptr;
+    const int result = runStep(source, "making the members", [&] {
+        if (factory) array = factory();
+        return array ? 0 : -EINVAL;
+    });
+    if (result) return result;
+
+    BringUp bringUp{*this, source, {}};
+    for (void** slot = array; *slot; ++slot) {
+        auto* member = static_cast<AbstractProcessMember*>(*slot);
+        members_.emplace_back(member);
+        bringUp.members.push_back(member);
+    }
+    std::free(array);
+    return bringUp.run();
+}
+
+void Process::State::stopMembers() {
+    std::lock_guard lock(membersMutex_);
+    while (!started_.empty()) {
+        AbstractProcessMember* member = started_.back();
+        started_.pop_back();
+        runStep(typeName(*member), "stop", [&] { return member->stop(); });
+    }
+}
+
+Process::State::State(Process& process) : process_(process) { vdlDebugNameModule(logModule, "frame"); }
+
+Process::State::~State() {
+    end();
+    stopMembers(); // those that were started after the end
+    while (!members_.empty()) {
+        // Out of the list first: a destructor may still use the process.
+        const std::unique_ptr<AbstractProcessMember> member = std::move(members_.back());
+        members_.pop_back();
+        member->detachProcess();
+    }
+}
+
+host::MessageQueue& Process::State::messageQueue() {
+    std::lock_guard lock(queueMutex_);
+    if (!queue_) queue_ = std::make_unique<host::MessageQueue>();
+    return *queue_;
+}
+
+void Process::State::startQueue() {
+    host::MessageQueue& queue = messageQueue();
+    std::lock_guard lock(queueMutex_);
+    if (queueStarted_) return;
+    queue.start();
+    queueStarted_ = true;
+}
+
+void Process::State::stopQueue() {
+    host::MessageQueue* queue;
+    {
+        std::lock_guard lock(queueMutex_);
+        queueStarted_ = true; // it does not start again
+        queue = queue_.get();
+    }
+    if (queue) queue->stop(); // without the lock: handlers that it waits for may ask for the queue
+}
+
+} // namespace frame

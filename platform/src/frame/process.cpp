@@ -1,0 +1,22 @@
+#include "frame/process-state.h"
+
+#include <frame/process.h>
+
+namespace frame {
+
+Process::Process() : state_(new State(*this)) {}
+
+Process::~Process() { delete state_; }
+
+// Libraries are loaded through the process object, so their own function-local statics are made later and destroyed
+// earlier than the members that the process deletes.
+Process* Process::getInstance() {
+    static Process process;
+    return &process;
+}
+
+int Process::getInterfaceReference(boost::shared_ptr<Interface>& reference, const std::string& key) {
+    return state_->getInterfaceReference(reference, key);
+}
+
+} // namespace frame

@@ -1,0 +1,79 @@
+#include "frame/log.h"
+#include "frame/process-state.h"
+
+#include <frame/io-statistics.h>
+#include <host/receiver.h>
+#include <lrt/run-log-agent.h>
+
+#include <csignal>
+#include <exception>
+#include <pthread.h>
+#include <thread>
+
+namespace host {
+
+namespace {
+
+frame::Process::State& processState() { return frame::Process::getInstance()->state(); }
+
+// Turns SIGTERM and SIGINT into the end of the process. Both are blocked from construction on, in this thread and those
+// that it starts; they stay blocked afterwards, because an orderly end that is under way must not be cut short.
+class EndSignals {
+public:
+    EndSignals() {
+        sigemptyset(&signals_);
+        sigaddset(&signals_, SIGTERM);
+        sigaddset(&signals_, SIGINT);
+        pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+        waiter_ = std::thread([this] {
+            int signal = 0;
+            sigwait(&signals_, &signal);
+            processState().requestEnd();
+        });
+        pthread_setname_np(waiter_.native_handle(), "signals");
+    }
+    ~EndSignals() {
+        // Wakes the waiter if no signal has; harmless when one has, since the thread is not joined yet.
+        pthread_kill(waiter_.native_handle(), SIGTERM);
+        waiter_.join();
+    }
+    EndSignals(const EndSignals&) = delete;
+    EndSignals& operator=(const EndSignals&) = delete;
+
+private:
+    sigset_t signals_;
+    std::thread waiter_;
+};
+
+} // namespace
+
+MessageQueue& messageQueue() { return processState().messageQueue(); }
+
+int runProcess(int (*onReady)(void* context), void* context) {
+    frame::Process::State& state = processState();
+    const EndSignals endSignals;
+    state.beginServing();
+    int result = 0;
+    try {
+        state.messageQueue();
+        if (onReady) result = onReady(context);
+        if (!result) state.startQueue();
+    } catch (const std::exception& error) {
+        FRAME_LOG(vdlDebugFailure, "the process cannot serve: %s\n", error.what());
+        result = 1;
+    }
+    if (!result) state.serve();
+    state.end();
+    lrt::RunLogAgentImpl::getInstance().flush();
+    return result;
+}
+
+void stopProcess() { processState().requestEnd(); }
+
+} // namespace host
+
+namespace frame {
+
+std::vector<IOStatistics> ioStatistics() { return host::messageQueue().statistics(); }
+
+} // namespace frame

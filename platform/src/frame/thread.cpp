@@ -1,0 +1,92 @@
+// The framework's thread: work posted to it, and its beginning and end.
+#include "frame/log.h"
+#include "frame/process-state.h"
+
+#include <cerrno>
+#include <exception>
+#include <future>
+
+namespace frame {
+
+void Process::State::post(std::function<void()> work) {
+    {
+        std::lock_guard lock(workMutex_);
+        if (phase_ == Phase::ending || phase_ == Phase::ended) return;
+        work_.push_back(std::move(work));
+    }
+    workChanged_.notify_one();
+}
+
+int Process::State::call(std::function<int()> work) {
+    std::future<int> result;
+    {
+        std::lock_guard lock(workMutex_);
+        const bool threadExists = phase_ == Phase::serving || phase_ == Phase::ending;
+        if (threadExists && thread_ != std::this_thread::get_id()) {
+            // Waiting for a thread that is stopping members could wait for a member that waits for the caller.
+            if (phase_ == Phase::ending) return -ESHUTDOWN;
+            auto promise = std::make_shared<std::promise<int>>();
+            result = promise->get_future();
+            work_.push_back([promise, work = std::move(work)] { promise->set_value(work()); });
+        }
+    }
+    if (!result.valid()) return work();
+    workChanged_.notify_one();
+    try {
+        return result.get();
+    } catch (const std::future_error&) { // the work was discarded
+        return -ESHUTDOWN;
+    }
+}
+
+void Process::State::beginServing() {
+    std::lock_guard lock(workMutex_);
+    thread_ = std::this_thread::get_id();
+    phase_ = Phase::serving;
+}
+
+void Process::State::serve() {
+    std::unique_lock lock(workMutex_);
+    for (;;) {
+        workChanged_.wait(lock, [&] { return endRequested_ || !work_.empty(); });
+        if (endRequested_) return;
+        std::function<void()> work = std::move(work_.front());
+        work_.pop_front();
+        lock.unlock();
+        try {
+            work();
+        } catch (const std::exception& error) {
+            FRAME_LOG(vdlDebugFailure, "work on the framework's thread threw: %s\n", error.what());
+        } catch (...) {
+            FRAME_LOG(vdlDebugFailure, "work on the framework's thread threw an unknown exception\n");
+        }
+        work = nullptr; // what it holds may end up here again
+        lock.lock();
+    }
+}
+
+void Process::State::requestEnd() {
+    {
+        std::lock_guard lock(workMutex_);
+        endRequested_ = true;
+    }
+    workChanged_.notify_one();
+}
+
+void Process::State::end() {
+    std::deque<std::function<void()>> discarded;
+    {
+        std::lock_guard lock(workMutex_);
+        if (phase_ == Phase::ended) return;
+        thread_ = std::this_thread::get_id();
+        phase_ = Phase::ending;
+        discarded.swap(work_);
+    }
+    discarded.clear(); // releases those who wait in call
+    stopMembers();
+    stopQueue();
+    std::lock_guard lock(workMutex_);
+    phase_ = Phase::ended;
+}
+
+} // namespace frame

@@ -1,0 +1,50 @@
+// Runs application libraries in a framework process until SIGTERM or SIGINT.
+#include <host/receiver.h>
+#include <vdl/debug.h>
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+namespace {
+
+enum ExitCode { success = 0, failure = 1, usage = 2 };
+
+// Loads the libraries in order; the first that does not come up ends the process.
+int loadAll(void* context) {
+    for (const std::string& library : *static_cast<const std::vector<std::string>*>(context)) {
+        if (const int result = host::loadApplication(library)) {
+            std::cerr << "frame-host: " << library << " did not start (" << result << ")\n";
+            return failure;
+        }
+    }
+    return success;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"Runs application libraries until SIGTERM or SIGINT."};
+    std::vector<std::string> libraries;
+    std::string levels;
+    app.add_option("library", libraries, "Application libraries, loaded in this order")->required();
+    app.add_option("--log", levels, "Debug levels, LEVEL or MODULE=LEVEL, comma-separated");
+    app.set_version_flag("--version", "frame-host " TVSA_VERSION);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? success : usage;
+    }
+    if (const std::string problem = levels.empty() ? "" : vdlDebugSetLevels(levels); !problem.empty()) {
+        std::cerr << "frame-host: --log: " << problem << '\n';
+        return usage;
+    }
+    try {
+        return host::runProcess(loadAll, &libraries);
+    } catch (const std::exception& error) {
+        std::cerr << "frame-host: " << error.what() << '\n';
+        return failure;
+    }
+}
