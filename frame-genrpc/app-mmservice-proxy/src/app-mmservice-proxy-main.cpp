@@ -101,7 +101,7 @@ int Proxy::callMmServiceInfo(const frame::MsgMeta&, const frame::TransportInfo& 
 
 } // namespace mmservice
 
-extern "C" void** CreateMMServiceProxy() {
+extern "C" GENRPC_EXPORT void** CreateMMServiceProxy() {
     GENRPC_LOG(genrpc::MmProxyLog, vdlDebugTrace, "Called.\n");
     // Room for two pointers, whatever their size.
     void** members = static_cast<void**>(std::calloc(2, sizeof(void*)));

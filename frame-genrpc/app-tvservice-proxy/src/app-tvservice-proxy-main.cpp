@@ -101,7 +101,7 @@ int Proxy::callTvServiceInfo(const frame::MsgMeta&, const frame::TransportInfo& 
 
 } // namespace tvservice
 
-extern "C" void** CreateTvServiceProxy() {
+extern "C" GENRPC_EXPORT void** CreateTvServiceProxy() {
     GENRPC_LOG(genrpc::TvProxyLog, vdlDebugTrace, "Called.\n");
     void** members = static_cast<void**>(std::calloc(2, sizeof(void*)));
     members[0] = static_cast<void*>(static_cast<frame::AbstractProcessMember*>(new tvservice::Proxy));
