@@ -25,6 +25,7 @@ struct EndianEntry {
         std::uintptr_t word;
         const EndianTable* table;
 
+        constexpr Arg(int zero) : word(static_cast<std::uintptr_t>(zero)) {} // a bare 0 would fit both others
         constexpr Arg(std::uintptr_t w) : word(w) {}
         constexpr Arg(const EndianTable* t) : table(t) {}
     };
@@ -44,7 +45,8 @@ struct EndianTable {
 
 } // namespace vdl
 
-// The tables of the platform's own records. The marshaller knows them by their address.
+// The tables of the platform's own records. The marshaller knows the string's by its address: a string is a sequence
+// of bytes whose block has a NUL more than the length says.
 extern "C" {
 extern const vdl::EndianTable __vdl_EndianTable_vdlDeserString_t;
 extern const vdl::EndianTable __vdl_EndianTable_vdlDeserBlobString_t;

@@ -1,0 +1,182 @@
+#include <host/marshaller.h>
+#include <vdl/flat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <new>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr std::size_t kibibyte = 1024, mebibyte = kibibyte * kibibyte;
+
+std::uintptr_t address(const void* block) { return reinterpret_cast<std::uintptr_t>(block); }
+
+// Blocks of size bytes until the heap has no more.
+std::vector<void*> exhaust(std::size_t size) {
+    std::vector<void*> blocks;
+    blocks.reserve(host::flatHeapUsage().limit / size + 1);
+    try {
+        for (;;) blocks.push_back(vdlFlatAlloc(size));
+    } catch (const std::bad_alloc&) {
+    }
+    return blocks;
+}
+
+void freeAll(std::vector<void*>& blocks) {
+    for (void* block : blocks) vdlFlatFree(block);
+    blocks.clear();
+}
+
+// Every test leaves the heap as it was.
+class FlatHeap : public testing::Test {
+protected:
+    void TearDown() override {
+        const auto after = host::flatHeapUsage();
+        EXPECT_EQ(after.blocks, before_.blocks);
+        EXPECT_EQ(after.bytes, before_.bytes);
+    }
+
+private:
+    const host::FlatHeapUsage before_ = host::flatHeapUsage();
+};
+
+TEST_F(FlatHeap, GivesDistinctAlignedBlocksBelowFourGibibytesForEverySize) {
+    std::vector<std::pair<unsigned char*, std::size_t>> blocks;
+    for (std::size_t size = 0; size < 200 * kibibyte; size += size < 300 ? 1 : size / 7) {
+        auto* block = static_cast<unsigned char*>(vdlFlatAlloc(size));
+        EXPECT_EQ(address(block) % 8, 0U) << size;
+        EXPECT_LT(address(block) + size, std::uint64_t{1} << 32) << size;
+        std::memset(block, static_cast<int>(blocks.size() % 251), size);
+        blocks.emplace_back(block, size);
+    }
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        const auto [block, size] = blocks[i];
+        EXPECT_TRUE(std::all_of(block, block + size, [i](unsigned char byte) { return byte == i % 251; })) << size;
+        vdlFlatFree(block);
+    }
+}
+
+TEST_F(FlatHeap, GivesAByteWhenAskedForNone) {
+    auto* block = static_cast<char*>(vdlFlatAlloc(0));
+    ASSERT_NE(block, nullptr);
+    *block = 'x';
+    vdlFlatFree(block);
+}
+
+TEST_F(FlatHeap, TakesNullBackWithoutHarm) { vdlFlatFree(nullptr); }
+
+TEST_F(FlatHeap, CountsBlocksAndTheBytesAskedFor) {
+    const auto before = host::flatHeapUsage();
+    void* small = vdlFlatAlloc(10);
+    void* large = vdlFlatAlloc(mebibyte + 1);
+    const auto between = host::flatHeapUsage();
+    EXPECT_EQ(between.blocks - before.blocks, 2U);
+    EXPECT_EQ(between.bytes - before.bytes, mebibyte + 11);
+    EXPECT_EQ(between.limit, before.limit);
+    vdlFlatFree(small);
+    vdlFlatFree(large);
+}
+
+TEST_F(FlatHeap, UsesMemoryAgainThatWasFreed) {
+    for (const std::size_t size : {std::size_t{24}, std::size_t{1000}, 64 * kibibyte, 3 * mebibyte}) {
+        const std::size_t rounds = 4 * host::flatHeapUsage().limit / size;
+        for (std::size_t i = 0; i < std::min<std::size_t>(rounds, 100000); ++i) vdlFlatFree(vdlFlatAlloc(size));
+    }
+}
+
+TEST_F(FlatHeap, ThrowsWhenExhaustedAndServesOn) {
+    for (const std::size_t size : {4 * kibibyte, 60 * kibibyte, mebibyte - 8}) {
+        auto blocks = exhaust(size);
+        EXPECT_GT(blocks.size() * size, host::flatHeapUsage().limit * 3 / 4) << size;
+        EXPECT_THROW((void)vdlFlatAlloc(size), std::bad_alloc);
+        vdlFlatFree(blocks.back());
+        blocks.back() = vdlFlatAlloc(size);
+        freeAll(blocks);
+    }
+}
+
+TEST_F(FlatHeap, RefusesWhatIsLargerThanTheRegion) {
+    const std::size_t limit = host::flatHeapUsage().limit;
+    for (const std::size_t size : {limit, limit + 1, SIZE_MAX - 7, SIZE_MAX - 3, SIZE_MAX})
+        EXPECT_THROW((void)vdlFlatAlloc(size), std::bad_alloc) << size;
+}
+
+TEST_F(FlatHeap, JoinsSmallBlocksToLargeOnesWhenTheyAreFree) {
+    auto small = exhaust(4 * kibibyte);
+    freeAll(small);
+    void* most = vdlFlatAlloc(host::flatHeapUsage().limit / 4 * 3);
+    vdlFlatFree(most);
+}
+
+TEST_F(FlatHeap, GivesThePagesOfALargeBlockBackToTheSystem) {
+    auto* block = static_cast<char*>(vdlFlatAlloc(8 * mebibyte));
+    std::memset(block, 'x', 8 * mebibyte);
+    vdlFlatFree(block);
+    auto* again = static_cast<char*>(vdlFlatAlloc(8 * mebibyte));
+    ASSERT_EQ(again, block) << "the lowest free place comes first";
+    EXPECT_TRUE(std::all_of(again, again + 8 * mebibyte, [](char byte) { return byte == 0; }));
+    vdlFlatFree(again);
+}
+
+TEST_F(FlatHeap, TakesBlocksBackFromOtherThreads) {
+    std::vector<void*> blocks(20000);
+    std::thread([&] {
+        for (std::size_t i = 0; i < blocks.size(); ++i) blocks[i] = vdlFlatAlloc(i % 500);
+    }).join();
+    EXPECT_GE(host::flatHeapUsage().blocks, blocks.size());
+    std::thread([&] { freeAll(blocks); }).join();
+}
+
+TEST_F(FlatHeap, GetsTheBlocksOfEndedThreadsBack) {
+    std::thread([] {
+        auto blocks = exhaust(4 * kibibyte);
+        freeAll(blocks);
+    }).join();
+    vdlFlatFree(vdlFlatAlloc(host::flatHeapUsage().limit - mebibyte));
+}
+
+struct FreedAtThreadEnd {
+    void* block = nullptr;
+    ~FreedAtThreadEnd() {
+        vdlFlatFree(block);
+        vdlFlatFree(vdlFlatAlloc(100));
+    }
+};
+
+TEST_F(FlatHeap, ServesThreadsThatAreEnding) {
+    std::thread([] {
+        thread_local FreedAtThreadEnd early; // destroyed after what the heap keeps for the thread
+        early.block = vdlFlatAlloc(50);
+    }).join();
+}
+
+TEST_F(FlatHeap, ServesManyThreadsThatExchangeBlocks) {
+    constexpr std::size_t threads = 4, rounds = 20000;
+    std::vector<std::atomic<unsigned char*>> places(64);
+    std::vector<std::thread> workers;
+    for (unsigned worker = 0; worker < threads; ++worker) {
+        workers.emplace_back([&, worker] {
+            std::mt19937 random(worker);
+            for (std::size_t i = 0; i < rounds; ++i) {
+                const std::size_t size = 4 + (i % 64 == 0 ? random() % (100 * kibibyte) : random() % 600);
+                auto* block = static_cast<unsigned char*>(vdlFlatAlloc(size));
+                const auto mark = static_cast<unsigned char>(random());
+                block[0] = block[size - 1] = mark;
+                std::memset(block + 1, mark, 2);
+                unsigned char* other = places[random() % places.size()].exchange(block);
+                if (other && other[0] != other[2]) ADD_FAILURE() << "a block changed hands with other content";
+                vdlFlatFree(other);
+            }
+        });
+    }
+    for (auto& worker : workers) worker.join();
+    for (auto& place : places) vdlFlatFree(place.load());
+}
+
+} // namespace
