@@ -1,0 +1,76 @@
+// The control application: it registers with the adapter, keeps what each terminal shows, and offers the shell commands
+// by which a person or a tool plays on the receiver.
+#include "commands.h"
+#include "terminal-view.h"
+
+#include <appovshell/server.h>
+#include <frame/abstract-application.h>
+#include <frame/process.h>
+#include <tvservice-adapter/model-tvservice-adapter.h>
+#include <vdl/debug.h>
+
+#include <boost/make_shared.hpp>
+#include <cstdlib>
+#include <memory>
+
+namespace control {
+namespace {
+
+constexpr std::uint32_t controlLog = 0x0301;
+
+void complain(const char* what, int result) {
+    vdlDebugChunk chunk;
+    if (vdlDebugCheckLevelGetFrameAndChunk(controlLog * 65536U + vdlDebugFailure, chunk))
+        vdlDebugOutput0(chunk, "%s: %d\n", what, result);
+}
+
+class ControlApplication : public frame::AbstractApplication {
+public:
+    ControlApplication() { vdlDebugNameModule(controlLog, "control"); }
+
+private:
+    int performStarting() override {
+        if (const int result = frame::AbstractApplication::performStarting(); result < 0) return result;
+        auto* process = frame::Process::getInstance();
+
+        boost::shared_ptr<frame::Interface> reference;
+        int result = process->getInterfaceReference(reference, tvservice::ModelTvServiceAdapter::interfaceKey);
+        if (result < 0) {
+            complain("no adapter in this process; load its library before this one", result);
+            return result;
+        }
+        auto* adapter = reference->get<tvservice::ModelTvServiceAdapter>();
+
+        result = process->getInterfaceReference(reference, appovshell::Server::name());
+        if (result < 0) {
+            result = process->startAppMembersSync(CreateOvshellProxy);
+            if (result == 0) result = process->getInterfaceReference(reference, appovshell::Server::name());
+        }
+        if (result < 0) {
+            complain("no debug shell", result);
+            return result;
+        }
+        auto* shell = reference->get<appovshell::Server>();
+
+        view_ = boost::make_shared<TerminalView>();
+        commands_ = std::make_unique<Commands>(*adapter, *view_, *shell);
+        result = commands_->registerAll();
+        if (result < 0) {
+            complain("cannot register the shell commands", result);
+            return result;
+        }
+        return adapter->addClient(view_);
+    }
+
+    boost::shared_ptr<TerminalView> view_;
+    std::unique_ptr<Commands> commands_;
+};
+
+} // namespace
+} // namespace control
+
+extern "C" __attribute__((visibility("default"))) void** frameCreateApplicationArray() {
+    void** members = static_cast<void**>(std::calloc(2, sizeof(void*)));
+    members[0] = static_cast<frame::AbstractProcessMember*>(new control::ControlApplication);
+    return members;
+}
