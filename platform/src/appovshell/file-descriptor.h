@@ -1,0 +1,29 @@
+// A file descriptor that closes itself.
+#pragma once
+
+#include <unistd.h>
+#include <utility>
+
+namespace appovshell {
+
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int number = -1) : number_(number) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        std::swap(number_, other.number_);
+        return *this;
+    }
+    ~FileDescriptor() { reset(); }
+
+    int get() const { return number_; }
+    explicit operator bool() const { return number_ >= 0; }
+    void reset() {
+        if (number_ >= 0) close(std::exchange(number_, -1));
+    }
+
+private:
+    int number_;
+};
+
+} // namespace appovshell

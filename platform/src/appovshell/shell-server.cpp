@@ -1,0 +1,171 @@
+#include "shell-server.h"
+
+#include "shell-log.h"
+#include "shell-socket.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <poll.h>
+#include <string_view>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace appovshell {
+namespace {
+
+// How long connecting clients wait when the process has no descriptor for them.
+constexpr int acceptPauseMs = 200;
+
+std::string textOf(int error) { return std::system_category().message(error); }
+
+bool isTemporary(int error) { return error == EAGAIN || error == EINTR; }
+
+} // namespace
+
+ShellServer::ShellServer() { vdlDebugNameModule(shellModule, "shell"); }
+
+ShellServer::~ShellServer() { stop(); }
+
+void ShellServer::open(const std::string& path, uid_t user) {
+    FileDescriptor wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!wake) throw std::system_error(errno, std::system_category(), "debug shell at " + path);
+    listener_ = listenAt(path);
+    wake_ = std::move(wake);
+    path_ = path;
+    user_ = user;
+}
+
+void ShellServer::start() {
+    if (!listener_) throw std::system_error(EBADF, std::system_category(), "debug shell without a socket");
+    stopping_ = false;
+    thread_ = std::thread(&ShellServer::serve, this);
+}
+
+void ShellServer::stop() {
+    if (!listener_) return;
+    stopping_ = true;
+    const std::uint64_t one = 1;
+    // A full counter wakes the thread just as well, so the result does not matter.
+    [[maybe_unused]] const auto written = write(wake_.get(), &one, sizeof one);
+    if (thread_.joinable()) thread_.join();
+    clients_.clear();
+    // While the socket still listens, so that the file removed is this one.
+    unlink(path_.c_str());
+    listener_.reset();
+    wake_.reset();
+}
+
+void ShellServer::serve() {
+    std::vector<pollfd> polled;
+    while (!stopping_) {
+        polled.clear();
+        polled.push_back({wake_.get(), POLLIN, 0});
+        polled.push_back({acceptPaused_ ? -1 : listener_.get(), POLLIN, 0});
+        for (const auto& client : clients_) {
+            const int wanted = (client.ending ? 0 : POLLIN) | (client.unsent.empty() ? 0 : POLLOUT);
+            polled.push_back({client.socket.get(), static_cast<short>(wanted), 0});
+        }
+        if (poll(polled.data(), polled.size(), acceptPaused_ ? acceptPauseMs : -1) < 0) {
+            if (errno == EINTR) continue;
+            return log(vdlDebugFailure, "the shell ends, its sockets cannot be watched: " + textOf(errno));
+        }
+        acceptPaused_ = false;
+        auto events = polled.begin() + 2;
+        for (auto client = clients_.begin(); client != clients_.end() && !stopping_; ++events) {
+            if (events->revents & POLLOUT) flush(*client);
+            if (!client->ending && (events->revents & (POLLIN | POLLHUP | POLLERR))) receive(*client);
+            // One that has stopped speaking and cannot be spoken to any more either.
+            if (client->ending && (events->revents & (POLLERR | POLLHUP))) client->lost = true;
+            const bool done = client->lost || (client->ending && client->unsent.empty());
+            client = done ? clients_.erase(client) : std::next(client);
+        }
+        if (polled[1].revents != 0) accept();
+    }
+}
+
+void ShellServer::accept() {
+    FileDescriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (socket) return admit(std::move(socket));
+    if (isTemporary(errno) || errno == ECONNABORTED) return;
+    log(vdlDebugWarning, "cannot take a shell client: " + textOf(errno));
+    acceptPaused_ = true;
+}
+
+void ShellServer::admit(FileDescriptor socket) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    Client client;
+    client.socket = std::move(socket);
+    if (getsockopt(client.socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != user_) {
+        log(vdlDebugWarning, "turned away a shell client of user " + std::to_string(peer.uid));
+        return send(client, statusLine(-EACCES, "the shell serves its own user only"));
+    }
+    if (clients_.size() == maximumClients) {
+        log(vdlDebugWarning, "turned away a shell client: there are " + std::to_string(maximumClients) + " already");
+        return send(client,
+                    statusLine(-EAGAIN, "the shell has its " + std::to_string(maximumClients) + " clients already"));
+    }
+    clients_.push_back(std::move(client));
+}
+
+void ShellServer::receive(Client& client) {
+    char buffer[16 * 1024];
+    const auto count = recv(client.socket.get(), buffer, sizeof buffer, 0);
+    if (count > 0) {
+        client.input.append(buffer, static_cast<std::size_t>(count));
+        runRequests(client);
+    } else if (count == 0) {
+        client.ending = true;
+    } else if (!isTemporary(errno)) {
+        client.lost = true;
+    }
+}
+
+void ShellServer::runRequests(Client& client) {
+    std::string_view input = client.input;
+    while (!client.lost && !stopping_) {
+        const auto length = input.find('\n');
+        if ((length == std::string_view::npos ? input.size() : length) > maximumLine) {
+            send(client,
+                 statusLine(-EINVAL, "malformed request: longer than " + std::to_string(maximumLine) + " bytes"));
+            // Where the next request begins is not worth waiting for.
+            client.ending = true;
+            return client.input.clear();
+        }
+        if (length == std::string_view::npos) break;
+        send(client, answer(input.substr(0, length)));
+        input.remove_prefix(length + 1);
+    }
+    client.input.erase(0, client.input.size() - input.size());
+}
+
+void ShellServer::send(Client& client, const std::string& text) {
+    // An answer to a client that has read all others may have any length, a command's output being limited.
+    if (!client.unsent.empty() && client.unsent.size() + text.size() > maximumUnsent) {
+        log(vdlDebugWarning, "ended the connection to a shell client that does not read its answers");
+        client.lost = true;
+        return;
+    }
+    client.unsent += text;
+    flush(client);
+}
+
+void ShellServer::flush(Client& client) {
+    std::size_t sent = 0;
+    while (sent < client.unsent.size()) {
+        const auto count =
+            ::send(client.socket.get(), client.unsent.data() + sent, client.unsent.size() - sent, MSG_NOSIGNAL);
+        if (count >= 0) {
+            sent += static_cast<std::size_t>(count);
+        } else if (errno != EINTR) {
+            client.lost = errno != EAGAIN;
+            break;
+        }
+    }
+    client.unsent.erase(0, sent);
+}
+
+} // namespace appovshell

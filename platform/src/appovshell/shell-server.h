@@ -1,0 +1,61 @@
+// A shell at a socket: takes commands from several clients and runs them one at a time on a thread of its own.
+#pragma once
+
+#include "command-table.h"
+#include "file-descriptor.h"
+
+#include <atomic>
+#include <cstddef>
+#include <list>
+#include <string>
+#include <sys/types.h>
+#include <thread>
+
+namespace appovshell {
+
+class ShellServer : public CommandTable {
+public:
+    static constexpr std::size_t maximumClients = 16;
+    static constexpr std::size_t maximumLine = 64 * 1024; // bytes of one request
+    static constexpr std::size_t maximumUnsent =
+        1024 * 1024; // bytes that answers may wait in for a client to read them
+
+    ShellServer();
+    ~ShellServer(); // stops
+
+    // Listens at path for clients of the given user. Throws std::runtime_error, saying what is wrong, when the socket
+    // cannot be had. Clients that connect before start are served from then on.
+    void open(const std::string& path, uid_t user);
+    // Starts the thread. Throws std::system_error when there is none to be had, or when the shell is not open.
+    void start();
+    // Ends the command under way, the connections and the thread, and removes the socket. Not from a command. Harmless
+    // when called again.
+    void stop();
+
+private:
+    struct Client {
+        FileDescriptor socket;
+        std::string input;   // the beginning of a request
+        std::string unsent;  // answers
+        bool ending = false; // hears no more: it is dropped when it has its answers
+        bool lost = false;   // the connection is dead
+    };
+
+    void serve();
+    void accept();
+    void admit(FileDescriptor socket);
+    void receive(Client& client);
+    void runRequests(Client& client);
+    void send(Client& client, const std::string& text);
+    void flush(Client& client);
+
+    std::string path_;
+    uid_t user_ = 0;
+    FileDescriptor listener_, wake_;
+    std::atomic<bool> stopping_ = false;
+    bool acceptPaused_ = false; // the process is out of descriptors
+    std::list<Client> clients_;
+    std::thread thread_;
+};
+
+} // namespace appovshell

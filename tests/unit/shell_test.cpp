@@ -1,0 +1,482 @@
+// The debug shell: commands, the socket and the client.
+#include <appovshell/shell-server.h>
+#include <appovshell/shell-socket.h>
+#include <host/shell-client.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using appovshell::CommandTable;
+using appovshell::ShellServer;
+using host::ShellClient;
+using host::ShellError;
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+// A command that notes its arguments and prints, returns or throws what it is told to.
+struct Recorder {
+    explicit Recorder(appovshell::Server& shell) : server(shell) {}
+
+    static int run(void* context) {
+        auto& self = *static_cast<Recorder*>(context);
+        ++self.calls;
+        self.arguments.clear();
+        for (unsigned i = 0; i < self.wanted; ++i) self.arguments.push_back(self.server.getArgument(i));
+        self.askedForJson = self.server.wantsJson();
+        self.server.print(self.text);
+        if (!self.exception.empty()) throw std::runtime_error(self.exception);
+        return self.status;
+    }
+
+    appovshell::Server& server;
+    unsigned wanted = 3;
+    std::string text, exception;
+    int status = 0;
+    int calls = 0;
+    bool askedForJson = false;
+    std::vector<std::string> arguments;
+};
+
+struct ShellCommands : testing::Test {
+    int add(const std::string& specification, const std::string& help = "") {
+        return table.registerCommand(specification, help, &Recorder::run, &recorder);
+    }
+    // The last line of the answer to a command line.
+    json status(const std::string& line) { return answers(json{{"line", line}}.dump()).back(); }
+    std::vector<json> answers(const std::string& request) {
+        std::vector<json> lines;
+        std::istringstream stream(table.answer(request));
+        for (std::string line; std::getline(stream, line);) lines.push_back(json::parse(line));
+        return lines;
+    }
+
+    CommandTable table;
+    Recorder recorder{table};
+};
+
+TEST_F(ShellCommands, RefuseAWordThatIsTaken) {
+    EXPECT_EQ(add("play :s"), 0);
+    EXPECT_EQ(add("play :d"), -EEXIST);
+    EXPECT_EQ(add("help"), -EEXIST);
+}
+
+TEST_F(ShellCommands, RefuseAMalformedSpecification) {
+    for (const char* specification : {"", "  ", ":s", "a :x", "a s", "a [:s] :s", "a [:s] [:s]", "a ... :s",
+                                      "a [:s] ...", "\"a\" :s", "...", "a :", "a :ss"})
+        EXPECT_EQ(add(specification), -EINVAL) << specification;
+    EXPECT_EQ(table.registerCommand("a", "", nullptr, nullptr), -EINVAL);
+}
+
+TEST_F(ShellCommands, HandTheirArgumentsOver) {
+    add("play :s :d [:s]");
+    EXPECT_EQ(status(" play\tdvb://1  -7 "), json({{"status", 0}}));
+    EXPECT_THAT(recorder.arguments, ElementsAre("dvb://1", "-7", ""));
+    EXPECT_EQ(status("play dvb://1 9223372036854775807 third"), json({{"status", 0}}));
+    EXPECT_THAT(recorder.arguments, ElementsAre("dvb://1", "9223372036854775807", "third"));
+}
+
+TEST_F(ShellCommands, KeepBlanksInQuotedAndEscapedWords) {
+    add("say :s :s :s");
+    EXPECT_EQ(status(R"(say "two words" a\ b\"c pre"x \" \\"post)"), json({{"status", 0}}));
+    EXPECT_THAT(recorder.arguments, ElementsAre("two words", "a b\"c", "prex \" \\post"));
+    EXPECT_EQ(status(R"(say "" "" x)"), json({{"status", 0}}));
+    EXPECT_THAT(recorder.arguments, ElementsAre("", "", "x"));
+}
+
+TEST_F(ShellCommands, RefuseALineThatEndsInsideAWord) {
+    add("say :s");
+    EXPECT_EQ(status("say \"open"), json({{"status", -EINVAL}, {"error", "a double quote is not closed"}}));
+    EXPECT_EQ(status("say end\\"), json({{"status", -EINVAL}, {"error", "the line ends in a backslash"}}));
+    EXPECT_EQ(recorder.calls, 0);
+}
+
+TEST_F(ShellCommands, HandTheRestOfTheLineOverVerbatim) {
+    add("log :d ...");
+    EXPECT_EQ(status("log 1  say \"it\\  now"), json({{"status", 0}}));
+    EXPECT_THAT(recorder.arguments, ElementsAre("1", "say \"it\\  now", ""));
+    EXPECT_EQ(status("log 1"), json({{"status", 0}}));
+    EXPECT_THAT(recorder.arguments, ElementsAre("1", "", ""));
+    EXPECT_EQ(answers(R"({"words":["log","2","a b","c"]})").back(), json({{"status", 0}}));
+    EXPECT_THAT(recorder.arguments, ElementsAre("2", "a b c", ""));
+}
+
+TEST_F(ShellCommands, AnswerWrongArgumentsWithTheirUsage) {
+    add("play :s :s [:s]", "TERMINAL URI [UUID] - plays a channel");
+    add("seek :d [:d]", "seeks");
+    add("log :s ...");
+    const json play{{"status", -EINVAL}, {"error", "usage: play TERMINAL URI [UUID]"}};
+    for (const char* line : {"play", "play a", "play a b c d"}) EXPECT_EQ(status(line), play) << line;
+    const json seek{{"status", -EINVAL}, {"error", "usage: seek NUMBER [NUMBER]"}};
+    for (const char* line :
+         {"seek", "seek x", "seek 1x", "seek 1 2.5", "seek \"\"", "seek 9223372036854775808", "seek 1 2 3"})
+        EXPECT_EQ(status(line), seek) << line;
+    EXPECT_EQ(status("log"), json({{"status", -EINVAL}, {"error", "usage: log STRING TEXT..."}}));
+    EXPECT_EQ(status("help me"), json({{"status", -EINVAL}, {"error", "usage: help"}}));
+    EXPECT_EQ(recorder.calls, 0);
+}
+
+TEST_F(ShellCommands, RunWithAnEmptyArgumentWhenTheirOnlyOneIsAString) {
+    add("list :s");
+    add("count :d");
+    recorder.wanted = 1;
+    EXPECT_EQ(status("list"), json({{"status", 0}}));
+    EXPECT_THAT(recorder.arguments, ElementsAre(""));
+    EXPECT_EQ(status("count").at("status"), -EINVAL);
+}
+
+TEST_F(ShellCommands, AreToldWhenTheyAreUnknown) {
+    EXPECT_EQ(status("fly high"), json({{"status", -ENOSYS}, {"error", "unknown command: fly (help lists them)"}}));
+    EXPECT_EQ(status("  ").at("status"), -EINVAL);
+}
+
+TEST_F(ShellCommands, PassTheirResultAndOutputOn) {
+    add("go");
+    recorder.text = "line 1\nline \"2\"\n";
+    recorder.status = -16;
+    EXPECT_THAT(answers(R"({"line":"go","json":true})"),
+                ElementsAre(json({{"output", recorder.text}}), json({{"status", -16}})));
+    EXPECT_TRUE(recorder.askedForJson);
+    EXPECT_THAT(answers(R"({"line":"go"})"), testing::SizeIs(2));
+    EXPECT_FALSE(recorder.askedForJson);
+}
+
+TEST_F(ShellCommands, FailWithTheTextOfAnException) {
+    add("go");
+    recorder.text = "so far";
+    recorder.exception = "no tuner";
+    EXPECT_THAT(answers(R"({"line":"go"})"),
+                ElementsAre(json({{"output", "so far"}}), json({{"status", -EIO}, {"error", "no tuner"}})));
+    table.registerCommand(
+        "odd", "", [](void*) -> int { throw 1; }, nullptr);
+    EXPECT_EQ(status("odd").at("status"), -EIO);
+}
+
+TEST_F(ShellCommands, HaveTheirOutputCutAtTheLimit) {
+    add("go");
+    recorder.text.assign(CommandTable::maximumOutput + 1, 'x');
+    const auto lines = answers(R"({"line":"go"})");
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0].at("output").get<std::string>().size(), CommandTable::maximumOutput);
+    EXPECT_EQ(lines[1].at("status"), -EMSGSIZE);
+}
+
+TEST_F(ShellCommands, MayPrintBytesThatAreNoText) {
+    add("go");
+    recorder.text =
+        "a\xff"
+        "b";
+    EXPECT_EQ(answers(R"({"line":"go"})").front().at("output"),
+              "a\xEF\xBF\xBD"
+              "b");
+}
+
+TEST_F(ShellCommands, HaveNeitherArgumentsNorOutputOutsideACall) {
+    add("go :s");
+    recorder.text = "in time";
+    status("go argument");
+    table.print("too late");
+    EXPECT_EQ(table.getArgument(0), "");
+    EXPECT_FALSE(table.wantsJson());
+    EXPECT_EQ(answers(R"({"line":"go"})").front(), json({{"output", "in time"}}));
+}
+
+TEST_F(ShellCommands, MayRegisterFurtherCommands) {
+    table.registerCommand(
+        "grow", "", [](void* self) { return static_cast<ShellCommands*>(self)->add("grown"); }, this);
+    EXPECT_EQ(status("grow"), json({{"status", 0}}));
+    EXPECT_EQ(status("grown"), json({{"status", 0}}));
+}
+
+TEST_F(ShellCommands, AreListedByHelp) {
+    add("play :s [:s]", "URI [UUID] - plays a channel");
+    add("stop :d", "Stops it");
+    EXPECT_EQ(answers(R"({"line":"help"})").front().at("output"),
+              "help             lists the commands\n"
+              "play URI [UUID]  plays a channel\n"
+              "stop NUMBER      Stops it\n");
+    const auto list = json::parse(answers(R"({"line":"help","json":true})").front().at("output").get<std::string>());
+    EXPECT_EQ(list, json::parse(R"([{"command":"help","arguments":"","help":"lists the commands"},
+                                    {"command":"play","arguments":"URI [UUID]","help":"plays a channel"},
+                                    {"command":"stop","arguments":"NUMBER","help":"Stops it"}])"));
+}
+
+TEST_F(ShellCommands, AnswerAMalformedRequest) {
+    for (const char* request : {"", "help", "[]", "{}", "{\"line\":1}", "{\"line\":\"help\",\"json\":1}",
+                                "{\"words\":1}", "{\"words\":[1]}", "{\"line\":\"help\"", "\xff\xfe", "null"}) {
+        const auto lines = answers(request);
+        ASSERT_EQ(lines.size(), 1U) << request;
+        EXPECT_EQ(lines[0].at("status"), -EINVAL) << request;
+        EXPECT_THAT(lines[0].at("error").get<std::string>(), HasSubstr("malformed request: ")) << request;
+    }
+}
+
+struct Shell : testing::Test {
+    void SetUp() override {
+        char name[] = "/tmp/shell-test-XXXXXX";
+        ASSERT_NE(mkdtemp(name), nullptr);
+        folder = name;
+        path = folder + "/test.shell";
+    }
+    void TearDown() override {
+        server.reset();
+        unlink(path.c_str());
+        EXPECT_EQ(rmdir(folder.c_str()), 0);
+    }
+
+    void start() {
+        server->registerCommand("echo :s", "", &Recorder::run, &recorder);
+        server->open(path, geteuid());
+        server->start();
+    }
+    // A connection that speaks without the client's manners.
+    appovshell::FileDescriptor connectRaw() {
+        appovshell::FileDescriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const auto address = appovshell::addressOf(path);
+        EXPECT_EQ(connect(made.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        const timeval patience{10, 0};
+        setsockopt(made.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        setsockopt(made.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+        return made;
+    }
+    static bool sendRaw(const appovshell::FileDescriptor& socket, const std::string& text) {
+        return send(socket.get(), text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
+    }
+    // One line without its end; empty when the connection has ended.
+    static std::string receiveLine(const appovshell::FileDescriptor& socket) {
+        std::string line;
+        for (char c = 0; recv(socket.get(), &c, 1, 0) == 1 && c != '\n';) line += c;
+        return line;
+    }
+    ShellError::Kind failure(ShellClient& client, const std::string& line,
+                             std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+        try {
+            client.run(line, false, timeout);
+        } catch (const ShellError& error) {
+            EXPECT_FALSE(client.isConnected());
+            return error.kind();
+        }
+        ADD_FAILURE() << "no error for " << line;
+        return {};
+    }
+
+    std::string folder, path;
+    std::unique_ptr<ShellServer> server = std::make_unique<ShellServer>();
+    Recorder recorder{*server};
+};
+
+TEST_F(Shell, RunsTheCommandsOfAClient) {
+    start();
+    recorder.text = "done\n";
+    recorder.wanted = 1;
+    ShellClient client;
+    client.connect(path);
+    auto reply = client.run("echo \"a b\"");
+    EXPECT_EQ(reply.status, 0);
+    EXPECT_EQ(reply.output, "done\n");
+    EXPECT_EQ(reply.error, "");
+    EXPECT_THAT(recorder.arguments, ElementsAre("a b"));
+    reply = client.run(std::vector<std::string>{"echo", "c \"d\\"}, true);
+    EXPECT_EQ(reply.status, 0);
+    EXPECT_THAT(recorder.arguments, ElementsAre("c \"d\\"));
+    EXPECT_TRUE(recorder.askedForJson);
+    reply = client.run("fly");
+    EXPECT_EQ(reply.status, -ENOSYS);
+    EXPECT_EQ(reply.error, "unknown command: fly (help lists them)");
+}
+
+TEST_F(Shell, CarriesTheLargestOutput) {
+    start();
+    recorder.text.assign(CommandTable::maximumOutput, '\n');
+    ShellClient client;
+    client.connect(path);
+    EXPECT_EQ(client.run("echo").output, recorder.text);
+}
+
+TEST_F(Shell, ServesTwoClientsAtOnce) {
+    start();
+    ShellClient first, second;
+    first.connect(path);
+    second.connect(path);
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(first.run("echo 1").status, 0);
+        EXPECT_EQ(second.run("echo 2").status, 0);
+    }
+    EXPECT_EQ(recorder.calls, 40);
+}
+
+TEST_F(Shell, TakesPiecemealAndPipelinedRequests) {
+    start();
+    const auto client = connectRaw();
+    ASSERT_TRUE(sendRaw(client, "{\"line\":\"ec"));
+    ASSERT_TRUE(sendRaw(client, "ho 1\"}\n{\"line\":\"echo 2\"}\n{\"line\":"));
+    EXPECT_EQ(receiveLine(client), "{\"status\":0}");
+    EXPECT_EQ(receiveLine(client), "{\"status\":0}");
+    ASSERT_TRUE(sendRaw(client, "\"echo 3\"}\n"));
+    EXPECT_EQ(receiveLine(client), "{\"status\":0}");
+}
+
+TEST_F(Shell, AnswersAClientThatHasFinishedSpeaking) {
+    start();
+    const auto client = connectRaw();
+    ASSERT_TRUE(sendRaw(client, "{\"line\":\"echo 1\"}\n"));
+    shutdown(client.get(), SHUT_WR);
+    EXPECT_EQ(receiveLine(client), "{\"status\":0}");
+    EXPECT_EQ(receiveLine(client), "");
+}
+
+TEST_F(Shell, StaysConnectedAfterGarbage) {
+    start();
+    const auto client = connectRaw();
+    ASSERT_TRUE(sendRaw(client, std::string("\0\xff{{\n", 5)));
+    EXPECT_THAT(receiveLine(client), HasSubstr("malformed request"));
+    ASSERT_TRUE(sendRaw(client, "{\"line\":\"echo 1\"}\n"));
+    EXPECT_EQ(receiveLine(client), "{\"status\":0}");
+}
+
+TEST_F(Shell, EndsTheConnectionAfterAnOversizeRequest) {
+    start();
+    const auto client = connectRaw();
+    sendRaw(client, std::string(ShellServer::maximumLine + 1, 'x'));
+    EXPECT_THAT(receiveLine(client), HasSubstr("longer than 65536 bytes"));
+    EXPECT_EQ(receiveLine(client), "");
+
+    ShellClient other;
+    other.connect(path);
+    EXPECT_THAT(other.run("echo " + std::string(100000, 'x')).error, HasSubstr("longer than 65536 bytes"));
+}
+
+TEST_F(Shell, DropsAClientThatDoesNotReadAndServesTheOthers) {
+    start();
+    recorder.text.assign(100 * 1000, 'x');
+    const auto stalled = connectRaw();
+    // More answers than its socket and the shell's store for it take; the shell then hangs up on it.
+    for (int i = 0; i < 30; ++i) sendRaw(stalled, "{\"line\":\"echo\"}\n");
+    ShellClient other;
+    other.connect(path);
+    EXPECT_EQ(other.run("echo").status, 0);
+    int answers = 0;
+    while (!receiveLine(stalled).empty()) ++answers;
+    EXPECT_LT(answers, 60);
+    EXPECT_EQ(other.run("echo").status, 0);
+}
+
+TEST_F(Shell, TurnsAwayMoreClientsThanItTakes) {
+    start();
+    std::vector<ShellClient> clients(ShellServer::maximumClients);
+    for (auto& client : clients) {
+        client.connect(path);
+        EXPECT_EQ(client.run("echo").status, 0);
+    }
+    ShellClient late;
+    late.connect(path);
+    EXPECT_EQ(late.run("echo").status, -EAGAIN);
+    EXPECT_EQ(clients[0].run("echo").status, 0);
+}
+
+TEST_F(Shell, TurnsAwayOtherUsers) {
+    server->open(path, geteuid() + 1);
+    server->start();
+    ShellClient client;
+    client.connect(path);
+    EXPECT_EQ(client.run("help").status, -EACCES);
+}
+
+TEST_F(Shell, KeepsItsSocketPrivateAndRemovesIt) {
+    start();
+    struct stat status {};
+    ASSERT_EQ(lstat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFSOCK | 0600));
+    server->stop();
+    EXPECT_NE(lstat(path.c_str(), &status), 0);
+    server->stop();
+}
+
+TEST_F(Shell, ReplacesASocketThatNobodyServes) {
+    appovshell::listenAt(path).reset();
+    struct stat status {};
+    ASSERT_EQ(lstat(path.c_str(), &status), 0);
+    start();
+    ShellClient client;
+    client.connect(path);
+    EXPECT_EQ(client.run("echo").status, 0);
+}
+
+TEST_F(Shell, LeavesASocketInUseAlone) {
+    start();
+    ShellServer second;
+    try {
+        second.open(path, geteuid());
+        ADD_FAILURE();
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(error.code().value(), EADDRINUSE);
+        EXPECT_THAT(error.what(), HasSubstr(path));
+    }
+    second.stop();
+    ShellClient client;
+    client.connect(path);
+    EXPECT_EQ(client.run("echo").status, 0);
+}
+
+TEST_F(Shell, LeavesAFileThatIsNoSocketAlone) {
+    std::ofstream(path) << "content";
+    EXPECT_THROW(server->open(path, geteuid()), std::system_error);
+    EXPECT_EQ(access(path.c_str(), F_OK), 0);
+}
+
+TEST_F(Shell, ServesClientsThatConnectedBeforeItsStart) {
+    server->registerCommand("echo :s", "", &Recorder::run, &recorder);
+    server->open(path, geteuid());
+    const auto client = connectRaw();
+    ASSERT_TRUE(sendRaw(client, "{\"line\":\"echo 1\"}\n"));
+    server->start();
+    EXPECT_EQ(receiveLine(client), "{\"status\":0}");
+}
+
+TEST_F(Shell, ClientSaysThatNobodyServes) {
+    ShellClient client;
+    EXPECT_EQ(failure(client, "echo"), ShellError::Kind::NotAvailable);
+    EXPECT_THROW(client.connect(path), ShellError);
+    start();
+    client.connect(path);
+    server->stop();
+    EXPECT_EQ(failure(client, "echo"), ShellError::Kind::NotAvailable);
+    EXPECT_THROW(client.connect(path), ShellError);
+}
+
+TEST_F(Shell, ClientTimesOut) {
+    const auto silent = appovshell::listenAt(path);
+    ShellClient client;
+    client.connect(path);
+    EXPECT_EQ(failure(client, "echo", std::chrono::milliseconds(20)), ShellError::Kind::TimedOut);
+}
+
+TEST_F(Shell, ClientRefusesAnAnswerThatIsNone) {
+    const auto listener = appovshell::listenAt(path);
+    for (const char* answer : {"nonsense\n", "{}\n", "{\"status\":\"0\"}\n", "{\"output\":1}\n", "[]\n",
+                               "{\"status\":0}\n{\"status\":0}\n"}) {
+        ShellClient client;
+        client.connect(path);
+        const appovshell::FileDescriptor peer(accept(listener.get(), nullptr, nullptr));
+        ASSERT_TRUE(sendRaw(peer, answer));
+        EXPECT_EQ(failure(client, "echo"), ShellError::Kind::BadData) << answer;
+    }
+}
+
+} // namespace
