@@ -22,11 +22,21 @@ violation() { # FILE:LINE WHAT
 # Whether a quoted name is a file beside the one that includes it, or beneath the src folder which that lies in.
 is_local() { # FILE NAME
     [[ $2 == *..* ]] && return 1
-    [[ -f ${1%/*}/$2 || ( $1 == */src/* && -f ${1%%/src/*}/src/$2 ) ]]
+    [[ -f ${1%/*}/$2 || ($1 == */src/* && -f ${1%%/src/*}/src/$2) ]]
+}
+
+# Whether a name is a file in a src folder of the product: its parts are linked into one library and see each other.
+is_product_source() { # NAME
+    local folder
+    [[ $1 == *..* ]] && return 1
+    for folder in tvservice-adapter/src frame-genrpc/*/src; do
+        [[ -f $folder/$1 ]] && return
+    done
+    return 1
 }
 
 check_product() { # FILE PLACE QUOTE NAME
-    [[ $3 == '"' ]] && is_local "$1" "$4" && return
+    [[ $3 == '"' ]] && { is_local "$1" "$4" || is_product_source "$4"; } && return
     [[ $4 =~ $product_own || $4 =~ $product_may || $4 =~ $standard_cpp || $4 =~ $standard_c ]] && return
     [[ $1 == "$json_dump" && $4 == nlohmann/* ]] && return
     violation "$2" "the product may not include $4"
