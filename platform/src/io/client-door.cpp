@@ -1,0 +1,140 @@
+#include "io/client-door.h"
+
+#include "io/endpoint.h"
+#include "io/log.h"
+
+#include <host/environment.h>
+
+#include <algorithm>
+#include <boost/asio/dispatch.hpp>
+#include <exception>
+#include <mutex>
+#include <system_error>
+#include <unistd.h>
+
+namespace host::io {
+namespace {
+constexpr std::chrono::milliseconds firstDelay{50}, longestDelay{1000};
+}
+
+ClientDoor::ClientDoor(boost::asio::io_context& io, const std::string& service_, const frame::MessageSet& messages,
+                       std::size_t sendBufferBytes, const QueueLimits& limits, frame::IOConnectionListener* listener)
+    : Door(io, service_, messages, sendBufferBytes, limits, false),
+      endpoint_(endpointOf(service_)),
+      listener_(listener),
+      outbox_(std::make_shared<Outbox>(sendBufferBytes)),
+      retryTimer_(io),
+      deadlineTimer_(io),
+      retryDelay_(firstDelay) {}
+
+void ClientDoor::attempt() {
+    const int socket = connectToEndpoint(endpoint_);
+    if (socket < 0) return failed("no connection to " + endpoint_ + ": " + std::system_category().message(-socket));
+    std::shared_ptr<Connection> connection;
+    try {
+        connection = std::make_shared<Connection>(io_, socket, *this, outbox_);
+    } catch (const std::exception& error) {
+        return failed("no connection to " + endpoint_ + ": " + error.what());
+    }
+    if (!connection->own()) {
+        count(counters.refused);
+        return failed(endpoint_ + " is offered by another user's process");
+    }
+    {
+        std::lock_guard lock(mutex);
+        connection_ = connection;
+    }
+    connection->open();
+}
+
+void ClientDoor::onConnectionReady(Connection&) {
+    retryDelay_ = firstDelay;
+    lastReason_.clear();
+    IO_LOG(vdlDebugProgress, "service %s: connected\n", service.c_str());
+    tell(&frame::IOConnectionListener::onIOConnectionConnected);
+}
+
+void ClientDoor::onConnectionClosed(Connection&, bool wasReady, const std::string& reason) {
+    {
+        std::lock_guard lock(mutex);
+        connection_.reset();
+        // Every message has the whole time to wait for a connection, which it has had until now.
+        if (wasReady) outbox_->setDeadlines(std::chrono::steady_clock::now() + limits_.wait);
+        if (!outbox_->empty() && !std::exchange(watching_, true)) watchDeadlines();
+    }
+    if (!wasReady) return failed(reason);
+    IO_LOG(vdlDebugWarning, "service %s: disconnected: %s\n", service.c_str(), reason.c_str());
+    tell(&frame::IOConnectionListener::onIOConnectionDisconnected);
+    retryLater();
+}
+
+void ClientDoor::failed(const std::string& reason) {
+    logOnce(reason);
+    tell(&frame::IOConnectionListener::onIOConnectionConnectionFailed);
+    retryLater();
+}
+
+void ClientDoor::retryLater() {
+    retryTimer_.expires_after(retryDelay_);
+    retryDelay_ = std::min(2 * retryDelay_, longestDelay);
+    retryTimer_.async_wait([this](const boost::system::error_code& error) {
+        if (!error) attempt();
+    });
+}
+
+int ClientDoor::dispatch(const Outgoing& message, const frame::TransportInfo* transport) {
+    Connection* connection = ready() ? connection_.get() : nullptr;
+    if (transport && (!connection || connection->number() != transport->connection))
+        return refuse(-107, message.meta, "no such connection");
+    const int result = put(message, *outbox_, connection);
+    if (result == 0 && !connection && !std::exchange(watching_, true))
+        boost::asio::dispatch(io_, [this] {
+            std::lock_guard lock(mutex);
+            watchDeadlines();
+        });
+    return result;
+}
+
+// On the receiving thread with the mutex held: gives up what has waited too long and comes back for what has not.
+void ClientDoor::watchDeadlines() {
+    watching_ = false;
+    if (ready()) return;
+    if (const auto dropped = outbox_->dropExpired(std::chrono::steady_clock::now())) {
+        count(counters.dropped, dropped);
+        IO_LOG(vdlDebugFailure, "service %s: %zu messages dropped after %lld ms without a connection\n",
+               service.c_str(), dropped, static_cast<long long>(limits_.wait.count()));
+    }
+    if (outbox_->empty()) return;
+    watching_ = true;
+    deadlineTimer_.expires_at(outbox_->firstDeadline());
+    deadlineTimer_.async_wait([this](const boost::system::error_code& error) {
+        if (error) return;
+        std::lock_guard lock(mutex);
+        watchDeadlines();
+    });
+}
+
+void ClientDoor::tell(void (frame::IOConnectionListener::*news)()) {
+    if (!listener_) return;
+    try {
+        (listener_->*news)();
+    } catch (const std::exception& error) {
+        IO_LOG(vdlDebugFailure, "service %s: listener threw: %s\n", service.c_str(), error.what());
+    } catch (...) {
+        IO_LOG(vdlDebugFailure, "service %s: listener threw\n", service.c_str());
+    }
+}
+
+void ClientDoor::addTo(frame::IOStatistics& statistics) {
+    statistics.connected = ready();
+    statistics.queued = outbox_->messages();
+}
+
+void ClientDoor::end() {
+    std::lock_guard lock(mutex);
+    if (connection_) connection_->abandon();
+    connection_.reset();
+    count(counters.dropped, outbox_->dropAll());
+}
+
+} // namespace host::io

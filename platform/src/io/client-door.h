@@ -1,0 +1,47 @@
+// The door to another process's service: one connection, made and remade.
+#pragma once
+
+#include "io/connection.h"
+#include "io/door.h"
+
+#include <frame/abstract-marshalling-impl.h>
+
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <memory>
+#include <string>
+
+namespace host::io {
+
+class ClientDoor final : public Door {
+public:
+    ClientDoor(boost::asio::io_context& io, const std::string& service, const frame::MessageSet& messages,
+               std::size_t sendBufferBytes, const QueueLimits& limits, frame::IOConnectionListener* listener);
+
+    void begin() override { attempt(); }
+    void end() override;
+    void onConnectionReady(Connection& connection) override;
+    void onConnectionClosed(Connection& connection, bool wasReady, const std::string& reason) override;
+
+protected:
+    int dispatch(const Outgoing& message, const frame::TransportInfo* transport) override;
+    void addTo(frame::IOStatistics& statistics) override;
+
+private:
+    void attempt();
+    void failed(const std::string& reason);
+    void retryLater();
+    void watchDeadlines();
+    void tell(void (frame::IOConnectionListener::*news)());
+    bool ready() const { return connection_ && connection_->ready(); }
+
+    const std::string endpoint_;
+    frame::IOConnectionListener* const listener_;
+    std::shared_ptr<Outbox> outbox_;         // outlives the connections
+    std::shared_ptr<Connection> connection_; // guarded by the mutex
+    boost::asio::steady_timer retryTimer_, deadlineTimer_;
+    std::chrono::milliseconds retryDelay_;
+    bool watching_ = false; // whether the deadline timer runs or is about to; guarded by the mutex
+};
+
+} // namespace host::io

@@ -1,0 +1,232 @@
+#include "io/connection.h"
+
+#include "io/byte-order.h"
+#include "io/log.h"
+
+#include <host/message-queue.h>
+
+#include <atomic>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/dispatch.hpp>
+#include <cerrno>
+#include <chrono>
+#include <exception>
+#include <mutex>
+#include <new>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+
+namespace host::io {
+namespace {
+
+constexpr std::chrono::seconds helloPatience{2};
+std::atomic<std::uint64_t> lastNumber{0};
+
+bool isTemporary(int error) { return error == EAGAIN || error == EINTR || error == ENOBUFS || error == ENOMEM; }
+
+} // namespace
+
+Connection::Connection(boost::asio::io_context& io, int socket, Door& door, std::shared_ptr<Outbox> outbox)
+    : door_(door),
+      socket_(io, boost::asio::local::stream_protocol(), socket),
+      helloTimer_(io),
+      outbox_(std::move(outbox)),
+      number_(++lastNumber),
+      descriptor_(socket) {}
+
+bool Connection::own() const {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    return getsockopt(descriptor_, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == geteuid();
+}
+
+void Connection::open() {
+    helloTimer_.expires_after(helloPatience);
+    helloTimer_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
+        if (!error && !self->closed_ && !self->helloReceived_) self->turnAway("peer sent no hello within 2 s");
+    });
+    writeHello(0);
+    if (!closed_) read();
+}
+
+void Connection::writeHello(std::size_t written) {
+    const std::string& hello = door_.handshake.hello();
+    while (written < hello.size()) {
+        const ssize_t count =
+            ::send(descriptor_, hello.data() + written, hello.size() - written, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (count >= 0) {
+            written += static_cast<std::size_t>(count);
+        } else if (isTemporary(errno)) {
+            socket_.async_wait(socket_.wait_write,
+                               [self = shared_from_this(), written](const boost::system::error_code&) {
+                                   if (!self->closed_) self->writeHello(written);
+                               });
+            return;
+        } else {
+            return; // the peer has gone; reading tells, after what it may have said before
+        }
+    }
+    helloSent_ = true;
+    if (helloReceived_) becomeReady();
+}
+
+void Connection::becomeReady() {
+    {
+        std::lock_guard lock(door_.mutex);
+        ready_ = true;
+    }
+    count(door_.counters.connections);
+    door_.onConnectionReady(*this);
+    std::lock_guard lock(door_.mutex);
+    if (!outbox_->empty()) flush();
+}
+
+void Connection::flush() {
+    if (waitingWritable_) return;
+    while (!outbox_->empty()) {
+        const ssize_t taken = ::send(descriptor_, outbox_->data(), outbox_->bytes(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (taken >= 0) {
+            if (const auto whole = outbox_->took(static_cast<std::size_t>(taken))) count(door_.counters.sent, whole);
+            continue;
+        }
+        if (errno == EINTR) continue;
+        // Once the stream is broken its messages wait for the next connection. The receiving thread learns of the
+        // break by reading, after what the peer said before it.
+        waitingWritable_ = true;
+        if (isTemporary(errno))
+            boost::asio::dispatch(socket_.get_executor(), [self = shared_from_this()] { self->waitWritable(); });
+        else
+            ::shutdown(descriptor_, SHUT_RDWR);
+        return;
+    }
+}
+
+void Connection::waitWritable() {
+    if (closed_) return;
+    socket_.async_wait(socket_.wait_write, [self = shared_from_this()](const boost::system::error_code& error) {
+        if (error || self->closed_) return;
+        std::lock_guard lock(self->door_.mutex);
+        self->waitingWritable_ = false;
+        self->flush();
+    });
+}
+
+void Connection::read() {
+    socket_.async_read_some(boost::asio::buffer(incoming_.room(), incoming_.roomSize()),
+                            [self = shared_from_this()](const boost::system::error_code& error, std::size_t count) {
+                                if (self->closed_) return;
+                                if (error) return self->close(error.message());
+                                self->received(count);
+                            });
+}
+
+void Connection::received(std::size_t count) {
+    incoming_.added(count);
+    try {
+        if (!helloReceived_ && !handleHello()) return;
+        if (helloReceived_ && !handleFrames()) return;
+        incoming_.makeRoom();
+    } catch (const std::bad_alloc&) {
+        io::count(door_.counters.undecodable);
+        return close("no flat memory for the peer's message");
+    }
+    read();
+}
+
+// The handlers of the two kinds of bytes return whether the connection goes on.
+bool Connection::handleHello() {
+    const auto judgement = door_.handshake.judge(incoming_.data(), incoming_.size());
+    if (judgement.verdict == Handshake::Verdict::Refused) {
+        turnAway(judgement.reason);
+        return false;
+    }
+    if (judgement.verdict == Handshake::Verdict::Incomplete) return true;
+    helloTimer_.cancel();
+    helloReceived_ = true;
+    swap_ = judgement.swap;
+    incoming_.consume(judgement.size);
+    if (helloSent_) becomeReady();
+    return true;
+}
+
+bool Connection::handleFrames() {
+    std::size_t at = 0;
+    while (incoming_.size() - at >= frameHeaderBytes) {
+        char* header = incoming_.data() + at;
+        const std::uint32_t size = load32(header, swap_);
+        if (size > maximumMessageBytes) {
+            count(door_.counters.undecodable);
+            close("peer announces a message of " + std::to_string(size) + " bytes");
+            return false;
+        }
+        if (incoming_.size() - at - frameHeaderBytes < size) break;
+        if (!handleFrame(header, size, header + frameHeaderBytes)) return false;
+        at += frameHeaderBytes + size;
+    }
+    if (at > 0) incoming_.consume(at);
+    return true;
+}
+
+bool Connection::handleFrame(const char* header, std::uint32_t size, char* body) {
+    const frame::MsgMeta meta{load32(header + 4, swap_), load32(header + 8, swap_), load32(header + 12, swap_),
+                              static_cast<std::uint8_t>(header[16])};
+    const frame::TransportInfo transport{number_, {load32(header + 20, swap_), load32(header + 24, swap_)}};
+    const Handler* handler = door_.findHandler(meta);
+    if (!handler) {
+        count(door_.counters.undecodable);
+        IO_LOG(vdlDebugWarning, "service %s: connection %llu: no handler for message 0x%08x\n", door_.service.c_str(),
+               static_cast<unsigned long long>(number_), meta.messageId);
+        return true;
+    }
+    if (size < handler->size) {
+        count(door_.counters.undecodable);
+        close("message of " + std::to_string(size) + " bytes, shorter than its form of " +
+              std::to_string(handler->size));
+        return false;
+    }
+    if (const char* fault = unmarshal(*handler->plan, body, size, swap_)) {
+        count(door_.counters.undecodable);
+        IO_LOG(vdlDebugFailure, "service %s: connection %llu: message 0x%08x dropped: %s\n", door_.service.c_str(),
+               static_cast<unsigned long long>(number_), meta.messageId, fault);
+        return true;
+    }
+    count(door_.counters.received);
+    try {
+        handler->function(meta, transport, body, handler->context);
+    } catch (const std::exception& error) {
+        IO_LOG(vdlDebugFailure, "service %s: handler of message 0x%08x threw: %s\n", door_.service.c_str(),
+               meta.messageId, error.what());
+    } catch (...) {
+        IO_LOG(vdlDebugFailure, "service %s: handler of message 0x%08x threw\n", door_.service.c_str(), meta.messageId);
+    }
+    return true;
+}
+
+void Connection::turnAway(const std::string& reason) {
+    count(door_.counters.refused);
+    close(reason);
+}
+
+void Connection::close(const std::string& reason) {
+    if (closed_) return;
+    const auto self = shared_from_this(); // the door lets go of it
+    bool wasReady;
+    {
+        std::lock_guard lock(door_.mutex);
+        wasReady = ready_;
+        count(door_.counters.dropped, outbox_->dropCutShort());
+        abandon();
+    }
+    door_.onConnectionClosed(*this, wasReady, reason);
+}
+
+void Connection::abandon() {
+    closed_ = true;
+    ready_ = false;
+    boost::system::error_code ignored;
+    socket_.close(ignored);
+    helloTimer_.cancel();
+}
+
+} // namespace host::io

@@ -1,0 +1,104 @@
+// What the doors of both sides have in common: handlers, counters, the rules of sending.
+#pragma once
+
+#include "io/handshake.h"
+#include "io/outbox.h"
+
+#include <frame/io-statistics.h>
+#include <frame/omq-io-module.h>
+#include <host/message-queue.h>
+
+#include <atomic>
+#include <boost/asio/io_context.hpp>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+namespace host::io {
+
+class Connection;
+
+// A bound incoming message.
+struct Handler {
+    frame::MessageHandler function;
+    void* context;
+    const Plan* plan;
+    std::size_t size; // of the top-level form
+};
+
+struct Counters {
+    std::atomic<std::uint64_t> sent{0}, received{0}, dropped{0}, refused{0}, undecodable{0}, connections{0};
+};
+
+// Counting never orders anything.
+inline void count(std::atomic<std::uint64_t>& counter, std::uint64_t by = 1) {
+    counter.fetch_add(by, std::memory_order_relaxed);
+}
+
+class Door : public frame::OmqIOModule {
+public:
+    Door(boost::asio::io_context& io, const std::string& service, const frame::MessageSet& messages,
+         std::size_t sendBufferBytes, const QueueLimits& limits, bool serving);
+
+    int registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHandler handler, void* context,
+                               const vdl::EndianTable& table) final;
+    int asyncSend(const frame::MsgIds& ids, const frame::MsgMeta& meta, const frame::TransportInfo* transport,
+                  const vdl::EndianTable& table, const void* payload, const boost::function<void()>& completed) final;
+
+    // On the receiving thread: the door begins its work.
+    virtual void begin() = 0;
+    // From any thread: asyncSend refuses from now on.
+    void refuseFromNowOn();
+    // When the receiving thread has ended: closes everything and drops what waits.
+    virtual void end() = 0;
+    frame::IOStatistics statistics();
+
+    // For connections, on the receiving thread.
+    virtual void onConnectionReady(Connection& connection) = 0;
+    virtual void onConnectionClosed(Connection& connection, bool wasReady, const std::string& reason) = 0;
+    const Handler* findHandler(const frame::MsgMeta& meta);
+
+    const std::string service;
+    const Handshake handshake;
+    Counters counters;
+    std::mutex mutex; // guards the outboxes and which connections are ready
+
+protected:
+    // A message as asyncSend was given it.
+    struct Outgoing {
+        const frame::MsgIds& ids;
+        const frame::MsgMeta& meta;
+        const Plan& plan;
+        const void* payload;
+    };
+    // Hands a message to the connection, or all of them. The mutex is held. Results as of asyncSend; whoever
+    // refuses has counted it.
+    virtual int dispatch(const Outgoing& message, const frame::TransportInfo* transport) = 0;
+    // Puts a message into an outbox, whose connection (null for none) sends it at once if it can.
+    int put(const Outgoing& message, Outbox& outbox, Connection* connection);
+    int refuse(int result, const frame::MsgMeta& meta, const char* why);
+    virtual void addTo(frame::IOStatistics& statistics) = 0; // connected and queued; the mutex is held
+    // Logs the reason why a peer did not come about, but not the same one at every attempt.
+    void logOnce(const std::string& reason);
+
+    boost::asio::io_context& io_;
+    const std::size_t sendBufferBytes_;
+    const QueueLimits limits_;
+    std::string lastReason_; // for logOnce
+
+private:
+    int send(const Outgoing& message, const frame::TransportInfo* transport);
+
+    struct MetaHash {
+        std::size_t operator()(const frame::MsgMeta& meta) const {
+            return meta.messageId ^ (std::size_t{meta.interfaceCode} << 16) ^ (std::size_t{meta.instance} << 32) ^
+                   (std::size_t{meta.flag} << 8);
+        }
+    };
+    std::mutex handlersMutex_;
+    std::unordered_map<frame::MsgMeta, Handler, MetaHash> handlers_; // never removed from
+    bool stopped_ = false;
+    bool fullLogged_ = false; // since an outbox had room
+};
+
+} // namespace host::io

@@ -1,0 +1,124 @@
+#include "io/client-door.h"
+#include "io/log.h"
+#include "io/server-door.h"
+
+#include <host/message-queue.h>
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <pthread.h>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+namespace host {
+namespace {
+
+// The variable's value, or fallback when it is not set.
+std::size_t limitFrom(const char* variable, std::size_t fallback) {
+    const char* text = std::getenv(variable);
+    if (!text) return fallback;
+    std::size_t value = 0;
+    const auto [end, error] = std::from_chars(text, text + std::strlen(text), value);
+    if (error != std::errc() || *end != '\0' || value == 0 || value > 0x7FFFFFFF)
+        throw std::runtime_error(std::string(variable) + ": not a number from 1 to 2147483647: \"" + text + "\"");
+    return value;
+}
+
+} // namespace
+
+QueueLimits QueueLimits::fromEnvironment() {
+    QueueLimits limits;
+    limits.messages = limitFrom("TVSA_QUEUE_MESSAGES", limits.messages);
+    limits.bytes = limitFrom("TVSA_QUEUE_BYTES", limits.bytes);
+    limits.wait =
+        std::chrono::milliseconds(limitFrom("TVSA_QUEUE_WAIT_MS", static_cast<std::size_t>(limits.wait.count())));
+    return limits;
+}
+
+struct MessageQueue::State {
+    explicit State(const QueueLimits& queueLimits) : limits(queueLimits) {}
+
+    // Takes a door in; its work begins on the receiving thread.
+    frame::OmqIOModule& add(std::unique_ptr<io::Door> door) {
+        std::lock_guard lock(mutex);
+        doors.push_back(std::move(door));
+        io::Door& added = *doors.back();
+        if (stopped) {
+            added.refuseFromNowOn();
+            added.end();
+        } else if (thread.joinable()) {
+            boost::asio::post(io, [&added] { added.begin(); });
+        }
+        return added;
+    }
+
+    const QueueLimits limits;
+    boost::asio::io_context io{1};
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{io.get_executor()};
+    std::mutex mutex; // guards the rest
+    std::vector<std::unique_ptr<io::Door>> doors;
+    std::thread thread;
+    bool stopped = false;
+};
+
+MessageQueue::MessageQueue(const QueueLimits& limits) : state_(new State(limits)) {
+    vdlDebugNameModule(io::debugModule, "io");
+}
+
+MessageQueue::~MessageQueue() {
+    stop();
+    delete state_;
+}
+
+frame::OmqIOModule& MessageQueue::connectTo(const std::string& service, const frame::MessageSet& messages,
+                                            std::size_t sendBufferBytes, frame::IOConnectionListener* listener) {
+    return state_->add(
+        std::make_unique<io::ClientDoor>(state_->io, service, messages, sendBufferBytes, state_->limits, listener));
+}
+
+frame::OmqIOModule& MessageQueue::serve(const std::string& service, const frame::MessageSet& messages,
+                                        std::size_t sendBufferBytes) {
+    return state_->add(
+        std::make_unique<io::ServerDoor>(state_->io, service, messages, sendBufferBytes, state_->limits));
+}
+
+void MessageQueue::start() {
+    std::lock_guard lock(state_->mutex);
+    if (state_->stopped || state_->thread.joinable()) return;
+    for (const auto& door : state_->doors) boost::asio::post(state_->io, [&door = *door] { door.begin(); });
+    state_->thread = std::thread([&io = state_->io] {
+        pthread_setname_np(pthread_self(), "io");
+        io.run();
+    });
+}
+
+void MessageQueue::stop() {
+    // A handler that asks for statistics while this waits for it must get them, hence the join outside the mutex.
+    std::thread thread;
+    {
+        std::lock_guard lock(state_->mutex);
+        if (std::exchange(state_->stopped, true)) return;
+        for (const auto& door : state_->doors) door->refuseFromNowOn();
+        thread = std::move(state_->thread);
+    }
+    state_->io.stop();
+    if (thread.joinable()) thread.join();
+    std::lock_guard lock(state_->mutex);
+    for (const auto& door : state_->doors) door->end();
+}
+
+std::vector<frame::IOStatistics> MessageQueue::statistics() const {
+    std::lock_guard lock(state_->mutex);
+    std::vector<frame::IOStatistics> result;
+    for (const auto& door : state_->doors) result.push_back(door->statistics());
+    return result;
+}
+
+} // namespace host

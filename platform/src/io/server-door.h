@@ -1,0 +1,42 @@
+// The door of a service that this process offers: any number of clients.
+#pragma once
+
+#include "io/connection.h"
+#include "io/door.h"
+#include "io/endpoint.h"
+
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace host::io {
+
+class ServerDoor final : public Door {
+public:
+    ServerDoor(boost::asio::io_context& io, const std::string& service, const frame::MessageSet& messages,
+               std::size_t sendBufferBytes, const QueueLimits& limits);
+    ~ServerDoor() override;
+
+    void begin() override { waitForClients(); }
+    void end() override;
+    void onConnectionReady(Connection& connection) override;
+    void onConnectionClosed(Connection& connection, bool wasReady, const std::string& reason) override;
+
+protected:
+    int dispatch(const Outgoing& message, const frame::TransportInfo* transport) override;
+    void addTo(frame::IOStatistics& statistics) override;
+
+private:
+    void waitForClients();
+    void acceptClients();
+    void admit(int socket);
+
+    std::unique_ptr<Endpoint> endpoint_;
+    boost::asio::posix::stream_descriptor acceptor_; // watches the endpoint's descriptor, which stays the endpoint's
+    boost::asio::steady_timer retryTimer_;
+    std::vector<std::shared_ptr<Connection>> clients_; // guarded by the mutex
+};
+
+} // namespace host::io
