@@ -11,9 +11,9 @@ namespace frame {
 
 int Process::startAppMembersSync(void** (*factory)()) {
     return state_->call([this, factory] {
-        Dl_info info;
-        const bool known = factory && dladdr(reinterpret_cast<void*>(factory), &info) && info.dli_fname;
-        return state_->startMembersOf(factory, known ? info.dli_fname : "an unknown library");
+        Dl_info library;
+        const bool known = factory && dladdr(reinterpret_cast<void*>(factory), &library) && library.dli_fname;
+        return state_->startMembersOf(factory, known ? library.dli_fname : "an application array");
     });
 }
 
