@@ -1,0 +1,37 @@
+// Collecting debug output in the process that makes it: what tests look at instead of stderr.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace host {
+
+// While it lives, the debug lines of all threads are collected here. Captures may overlap: each gets every line, and a
+// line stays off stderr when any of them is quiet. End overlapping ones in reverse order, as they give levels back.
+class LogCapture {
+public:
+    struct Line {
+        std::uint32_t levelWord;
+        std::string text; // as the call site formatted it, without the final line feed, nothing escaped
+    };
+
+    // Sets the given modules (all when empty) to trace; the destructor gives them their former levels.
+    explicit LogCapture(const std::vector<std::uint32_t>& modules = {}, bool quiet = true);
+    ~LogCapture();
+
+    // The lines so far, oldest first.
+    std::vector<Line> lines() const;
+    // Waits until a line that contains part has come, also one that came before the call; false when none came in time.
+    bool waitFor(const std::string& part, std::chrono::milliseconds timeout) const;
+
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+private:
+    struct State;
+    State* state_;
+};
+
+} // namespace host

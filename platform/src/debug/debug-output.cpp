@@ -1,0 +1,131 @@
+#include "debug/debug-internal.h"
+
+#include <host/environment.h>
+#include <vdl/debug.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/stdout_sinks.h>
+#include <unistd.h>
+
+namespace host::debug {
+namespace {
+
+constexpr std::size_t shortText = 1024;
+constexpr std::size_t longestText = 64 * 1024;
+
+const char* severityName(std::uint32_t severity) {
+    if (severity <= vdlDebugFailure) return "failure";
+    if (severity <= vdlDebugWarning) return "warning";
+    if (severity <= vdlDebugProgress) return "info";
+    return "trace";
+}
+
+std::string moduleName(std::uint32_t module) {
+    if (const char* name = nameOfModule(module)) return name;
+    char number[16];
+    std::snprintf(number, sizeof number, "0x%04x", module);
+    return number;
+}
+
+// Where lines go. Never destroyed: lines come also while the process's static objects go.
+class Output {
+public:
+    static Output& instance() {
+        static Output& output = *new Output;
+        return output;
+    }
+
+    void write(std::uint32_t levelWord, std::string_view text) {
+        const std::string line = json_ ? jsonLine(levelWord, text) : textLine(levelWord, text);
+        sink_.log(spdlog::details::log_msg(spdlog::source_loc{}, "", spdlog::level::info, line));
+    }
+
+private:
+    Output() {
+        const char* format = std::getenv("TVSA_LOG_FORMAT");
+        json_ = format && std::strcmp(format, "json") == 0;
+        sink_.set_formatter(std::make_unique<spdlog::pattern_formatter>(
+            json_ ? R"({"time":"%Y-%m-%dT%H:%M:%S.%fZ",%v})" : "%Y-%m-%dT%H:%M:%S.%eZ %v",
+            spdlog::pattern_time_type::utc));
+        if (format && *format && !json_ && std::strcmp(format, "text") != 0)
+            write(vdlModule << 16 | vdlDebugWarning,
+                  std::string("TVSA_LOG_FORMAT: \"") + format + "\" is neither text nor json; text is used");
+    }
+
+    static std::string textLine(std::uint32_t levelWord, std::string_view text) {
+        std::string line = processName() + '[' + std::to_string(getpid()) + "] " + moduleName(levelWord >> 16) + ' ' +
+                           severityName(levelWord & 0xFFFF) + ": ";
+        appendEscaped(line, text, "\n    | ");
+        return line;
+    }
+
+    // The members after the time, which the formatter puts in front.
+    static std::string jsonLine(std::uint32_t levelWord, std::string_view text) {
+        const auto quoted = [](const std::string& value) {
+            return nlohmann::json(value).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+        };
+        std::string escaped;
+        appendEscaped(escaped, text, "\n");
+        return "\"process\":" + quoted(processName()) + ",\"pid\":" + std::to_string(getpid()) +
+               ",\"module\":" + quoted(moduleName(levelWord >> 16)) + ",\"level\":\"" +
+               severityName(levelWord & 0xFFFF) + "\",\"text\":" + quoted(escaped);
+    }
+
+    spdlog::sinks::stderr_sink_mt sink_;
+    bool json_ = false;
+};
+
+void output(std::uint32_t levelWord, std::string_view text) {
+    if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+    if (captures.load(std::memory_order_acquire) != 0 && capture(levelWord, text)) return;
+    Output::instance().write(levelWord, text);
+}
+
+} // namespace
+
+void reportLevelComplaints(const std::string& complaints) {
+    for (std::size_t start = 0; start < complaints.size();) {
+        const std::size_t end = std::min(complaints.find('\n', start), complaints.size());
+        output(vdlModule << 16 | vdlDebugWarning, "TVSA_LOG: " + complaints.substr(start, end - start));
+        start = end + 1;
+    }
+}
+
+} // namespace host::debug
+
+void vdlDebugOutput0(const vdlDebugChunk& chunk, const char* format, ...) noexcept {
+    using namespace host::debug;
+    const int callersErrno = errno; // which %m prints and the caller may still look at
+    char text[shortText];
+    va_list arguments;
+    va_start(arguments, format);
+    const int formatted = std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    try {
+        const auto length = static_cast<std::size_t>(formatted);
+        if (formatted < 0) {
+            output(chunk.levelWord, std::string(format) + " [not printable: " + std::strerror(errno) + "]");
+        } else if (length < sizeof text) {
+            output(chunk.levelWord, {text, length});
+        } else {
+            std::string whole(std::min(length, longestText), '\0');
+            errno = callersErrno;
+            va_start(arguments, format);
+            std::vsnprintf(whole.data(), whole.size() + 1, format, arguments);
+            va_end(arguments);
+            if (length > whole.size()) whole += " [" + std::to_string(length - whole.size()) + " more bytes]";
+            output(chunk.levelWord, whole);
+        }
+    } catch (...) { // no memory
+        std::fputs("debug output: a line was lost\n", stderr);
+    }
+    errno = callersErrno;
+}

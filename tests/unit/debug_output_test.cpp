@@ -1,0 +1,287 @@
+#include <host/environment.h>
+#include <host/log-capture.h>
+#include <vdl/debug.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr std::uint32_t module = 0x0300;
+
+vdlDebugChunk lineOf(std::uint32_t severity) { return {module << 16 | severity}; }
+
+// What output puts on stderr.
+template <typename Output> std::string printed(Output output) {
+    testing::internal::CaptureStderr();
+    output();
+    return testing::internal::GetCapturedStderr();
+}
+
+std::string textPrinted(const std::string& text) {
+    const std::string line = printed([&] { vdlDebugOutput0(lineOf(vdlDebugWarning), "%s", text.c_str()); });
+    return line.substr(line.find("warning: ") + 9);
+}
+
+bool wanted(std::uint32_t moduleNumber, std::uint32_t severity) {
+    vdlDebugChunk chunk;
+    return vdlDebugCheckLevelGetFrameAndChunk(moduleNumber << 16 | severity, chunk);
+}
+
+struct DebugLevels : testing::Test {
+    ~DebugLevels() override { vdlDebugSetLevels("warning"); }
+};
+
+const bool wantedDuringInitialisation = wanted(module, vdlDebugWarning) && !wanted(module, vdlDebugTrace);
+
+TEST(DebugOutput, HasTheDefaultLevelBeforeMain) { EXPECT_TRUE(wantedDuringInitialisation); }
+
+TEST(DebugOutput, PrintsTimeProcessModuleAndSeverityBeforeTheText) {
+    host::setProcessName("unit");
+    vdlDebugNameModule(0x0301, "resource-manager");
+    testing::internal::CaptureStderr();
+    vdlDebugOutput0(vdlDebugChunk{0x0301U << 16 | vdlDebugTrace}, "%d of %s\n", 3, "four");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z unit\\[" +
+                                      std::to_string(getpid()) + "\\] resource-manager trace: 3 of four\n"));
+}
+
+TEST(DebugOutput, PrintsTheNumberOfAModuleWithoutAName) {
+    EXPECT_THAT(printed([&] { vdlDebugOutput0(lineOf(vdlDebugFailure), "x"); }), EndsWith(" 0x0300 failure: x\n"));
+    EXPECT_THAT(printed([&] { vdlDebugOutput0(lineOf(vdlDebugProgress), "x"); }), EndsWith(" 0x0300 info: x\n"));
+}
+
+TEST(DebugOutput, ContinuesALineAtItsInnerLineFeedsAndEndsItAtTheLast) {
+    EXPECT_EQ(textPrinted("a\nb\n\nc\n"), "a\n    | b\n    | \n    | c\n");
+    EXPECT_EQ(textPrinted("a\n\n"), "a\n    | \n");
+    EXPECT_EQ(textPrinted("\n"), "\n");
+    EXPECT_EQ(textPrinted(""), "\n");
+}
+
+TEST(DebugOutput, EscapesWhatCouldForgeALineOrSteerATerminal) {
+    EXPECT_EQ(textPrinted("a\rb\tc\x1B[2J\x7F\b"), "a\\x0db\\x09c\\x1b[2J\\x7f\\x08\n");
+    EXPECT_EQ(textPrinted("\xC2\x9B"
+                          "31m"),
+              "\\xc2\\x9b31m\n");
+    EXPECT_THAT(printed([&] { vdlDebugOutput0(lineOf(vdlDebugWarning), "a%cb", 0); }), EndsWith("warning: a\\x00b\n"));
+}
+
+TEST(DebugOutput, KeepsUtf8AndEscapesBytesThatAreNot) {
+    const std::string good = "gr\xC3\xBC\xC3\x9F \xE2\x82\xAC \xF0\x9F\x93\xBA \xED\x9F\xBF \xF4\x8F\xBF\xBF";
+    EXPECT_EQ(textPrinted(good), good + "\n");
+    EXPECT_EQ(textPrinted("\xC3"), "\\xc3\n");
+    EXPECT_EQ(textPrinted("\xC3(\x80"), "\\xc3(\\x80\n");
+    EXPECT_EQ(textPrinted("\xC0\xAF"), "\\xc0\\xaf\n");
+    EXPECT_EQ(textPrinted("\xE0\x80\xAF"), "\\xe0\\x80\\xaf\n");
+    EXPECT_EQ(textPrinted("\xED\xA0\x80"), "\\xed\\xa0\\x80\n");
+    EXPECT_EQ(textPrinted("\xF4\x90\x80\x80"), "\\xf4\\x90\\x80\\x80\n");
+    EXPECT_EQ(textPrinted("\xF8\x88\x80\x80\x80"), "\\xf8\\x88\\x80\\x80\\x80\n");
+}
+
+TEST(DebugOutput, PrintsLongTextsWholeUpToTheirLimitAndMarksWhatIsCut) {
+    for (const std::size_t length : {1022U, 1023U, 1024U, 1025U, 65535U, 65536U})
+        EXPECT_EQ(textPrinted(std::string(length, 'x')), std::string(length, 'x') + "\n") << length;
+    EXPECT_EQ(textPrinted(std::string(65539, 'x')), std::string(65536, 'x') + " [3 more bytes]\n");
+}
+
+TEST(DebugOutput, PrintsAndKeepsTheCallersErrno) {
+    errno = ENOSPC;
+    EXPECT_THAT(printed([&] { vdlDebugOutput0(lineOf(vdlDebugWarning), "%m"); }),
+                EndsWith("No space left on device\n"));
+    errno = ENOSPC;
+    EXPECT_THAT(printed([&] { vdlDebugOutput0(lineOf(vdlDebugWarning), "%2000s%m", ""); }),
+                EndsWith(" No space left on device\n"));
+    testing::internal::CaptureStderr();
+    errno = ENOSPC;
+    vdlDebugOutput0(lineOf(vdlDebugWarning), "x");
+    EXPECT_EQ(errno, ENOSPC);
+    testing::internal::GetCapturedStderr();
+}
+
+TEST(DebugOutput, KeepsLinesOfManyThreadsWhole) {
+    testing::internal::CaptureStderr();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([] {
+            for (int line = 0; line < 100; ++line) vdlDebugOutput0(lineOf(vdlDebugWarning), "<%0500d>", line);
+        });
+    for (auto& thread : threads) thread.join();
+    std::istringstream lines(testing::internal::GetCapturedStderr());
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count)
+        ASSERT_THAT(line, testing::MatchesRegex("[^<>]* warning: <0{4}[0-9]+>"));
+    EXPECT_EQ(count, 400);
+}
+
+TEST_F(DebugLevels, SetOneModuleOrAllWithLaterItemsWinning) {
+    vdlDebugNameModule(0x0310, "level-one");
+    EXPECT_EQ(vdlDebugSetLevels("level-one=trace, info ,0x0311 = off,0x0312=4500"), "");
+    EXPECT_TRUE(wanted(0x0310, vdlDebugProgress));
+    EXPECT_FALSE(wanted(0x0310, vdlDebugTrace));
+    EXPECT_FALSE(wanted(0x0311, vdlDebugFailure));
+    EXPECT_TRUE(wanted(0x0312, 4500));
+    EXPECT_FALSE(wanted(0x0312, 4501));
+    EXPECT_EQ(vdlDebugSetLevels("error,level-one=progress"), "");
+    EXPECT_TRUE(wanted(0x0310, vdlDebugProgress));
+    EXPECT_TRUE(wanted(0x0312, vdlDebugFailure));
+    EXPECT_FALSE(wanted(0x0312, vdlDebugWarning));
+}
+
+TEST_F(DebugLevels, StayAsTheyAreWhenAnItemIsWrong) {
+    EXPECT_EQ(vdlDebugSetLevels("trace,0x0310=loud"),
+              "\"0x0310=loud\": \"loud\" is no level (off, failure, error, warning, info, progress, trace or a number "
+              "up to 65535)");
+    EXPECT_FALSE(wanted(module, vdlDebugTrace));
+    for (const char* text : {"trace,", ",", "x=", "=trace", "0x400=trace", "0x=trace", "0xg=trace", "65536", "-1",
+                             "Trace", "a=b=trace", "trace x"})
+        EXPECT_NE(vdlDebugSetLevels(text), "") << text;
+    EXPECT_FALSE(wanted(module, vdlDebugTrace));
+    EXPECT_EQ(vdlDebugSetLevels(" "), "");
+    EXPECT_TRUE(wanted(module, vdlDebugWarning));
+}
+
+TEST_F(DebugLevels, AreKeptForAModuleUntilItIsNamed) {
+    EXPECT_EQ(vdlDebugSetLevels("late-module=trace"), "");
+    EXPECT_FALSE(wanted(0x0320, vdlDebugTrace));
+    vdlDebugNameModule(0x0320, "late-module");
+    EXPECT_TRUE(wanted(0x0320, vdlDebugTrace));
+    EXPECT_EQ(vdlDebugSetLevels("forgotten-module=trace,warning"), "");
+    vdlDebugNameModule(0x0321, "forgotten-module");
+    EXPECT_FALSE(wanted(0x0321, vdlDebugTrace));
+}
+
+TEST_F(DebugLevels, BelongToTheFirstNameOfAModule) {
+    vdlDebugNameModule(0x0322, "first-name");
+    vdlDebugNameModule(0x0322, "second-name");
+    vdlDebugNameModule(vdlDebugModules, "beyond");
+    vdlDebugNameModule(0x0323, nullptr);
+    EXPECT_EQ(vdlDebugSetLevels("first-name=trace,second-name=off,beyond=off"), "");
+    EXPECT_TRUE(wanted(0x0322, vdlDebugTrace));
+}
+
+TEST(LogCapture, CollectsTheLinesOfAllThreadsAndKeepsThemOffStderr) {
+    testing::internal::CaptureStderr();
+    host::LogCapture capture({module});
+    std::thread([] { vdlDebugOutput0(lineOf(vdlDebugTrace), "from a thread %d\n", 7); }).join();
+    EXPECT_TRUE(capture.waitFor("thread 7", 0ms));
+    EXPECT_FALSE(capture.waitFor("thread 8", 1ms));
+    ASSERT_EQ(capture.lines().size(), 1U);
+    EXPECT_EQ(capture.lines()[0].levelWord, module << 16 | vdlDebugTrace);
+    EXPECT_EQ(capture.lines()[0].text, "from a thread 7");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(LogCapture, WaitsForALineToCome) {
+    host::LogCapture capture({module});
+    std::thread thread([] { vdlDebugOutput0(lineOf(vdlDebugTrace), "awaited"); });
+    EXPECT_TRUE(capture.waitFor("wait", 10s));
+    thread.join();
+}
+
+TEST(LogCapture, TracesItsModulesAndGivesTheirLevelsBack) {
+    {
+        const host::LogCapture capture({module, module});
+        EXPECT_TRUE(wanted(module, vdlDebugTrace));
+        EXPECT_FALSE(wanted(module + 1, vdlDebugTrace));
+        const host::LogCapture all;
+        EXPECT_TRUE(wanted(module + 1, vdlDebugTrace));
+    }
+    EXPECT_FALSE(wanted(module, vdlDebugTrace));
+    EXPECT_FALSE(wanted(module + 1, vdlDebugTrace));
+    EXPECT_TRUE(wanted(module, vdlDebugWarning));
+}
+
+TEST(LogCapture, LetsLinesThroughToStderrUnlessQuiet) {
+    const host::LogCapture capture({module}, false);
+    EXPECT_THAT(printed([&] { vdlDebugOutput0(lineOf(vdlDebugTrace), "both"); }), EndsWith("trace: both\n"));
+    EXPECT_EQ(capture.lines().size(), 1U);
+}
+
+// The environment counts when a process starts, so these tests look at a new one.
+struct DebugEnvironment : testing::Test {
+    DebugEnvironment() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+    ~DebugEnvironment() override {
+        unsetenv("TVSA_LOG");
+        unsetenv("TVSA_LOG_FORMAT");
+    }
+    static void printIfWanted(std::uint32_t moduleNumber, std::uint32_t severity, const char* text) {
+        vdlDebugChunk chunk;
+        if (vdlDebugCheckLevelGetFrameAndChunk(moduleNumber << 16 | severity, chunk))
+            vdlDebugOutput0(chunk, "%s", text);
+    }
+};
+
+TEST_F(DebugEnvironment, GivesLevelsAndWhatItsItemsLackIsReportedOnce) {
+    setenv("TVSA_LOG", "info,0x0301=trace,loud,0x0302=1x", 1);
+    EXPECT_EXIT(
+        {
+            printIfWanted(module, vdlDebugProgress, "seen-a");
+            printIfWanted(module, vdlDebugTrace, "hidden");
+            printIfWanted(0x0301, vdlDebugTrace, "seen-b");
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0),
+        AllOf(ContainsRegex("vdl warning: TVSA_LOG: \"loud\": .*\n.*vdl warning: TVSA_LOG: \"0x0302=1x\": .*\n"
+                            ".*seen-a\n.*seen-b\n"),
+              Not(HasSubstr("hidden"))));
+}
+
+TEST_F(DebugEnvironment, ReportsAFormatThatItDoesNotKnow) {
+    setenv("TVSA_LOG_FORMAT", "xml", 1);
+    EXPECT_EXIT(
+        {
+            vdlDebugOutput0(lineOf(vdlDebugWarning), "x");
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), ContainsRegex("\"xml\" is neither text nor json; text is used\n.*warning: x\n"));
+}
+
+MATCHER(IsOneJsonLine, "") {
+    if (arg.empty() || arg.find('\n') != arg.size() - 1) return false;
+    const std::string text = arg;
+    const auto line = nlohmann::json::parse(text, nullptr, false);
+    return line.is_object() && line.size() == 6 && line["process"] == "unit \"1\"" &&
+           line["pid"].is_number_unsigned() && line["module"] == "0x0300" && line["level"] == "failure" &&
+           line["text"] == "a \"b\"\n\\x1b\\xff c" &&
+           testing::Matches(testing::MatchesRegex("[-0-9]{10}T[:0-9]{8}\\.[0-9]{6}Z"))(
+               line.value("time", std::string()));
+}
+
+TEST_F(DebugEnvironment, ChoosesOneJsonObjectPerLine) {
+    setenv("TVSA_LOG_FORMAT", "json", 1);
+    EXPECT_EXIT(
+        {
+            host::setProcessName("unit \"1\"");
+            vdlDebugOutput0(lineOf(vdlDebugFailure), "a \"b\"\n\x1B\xFF c\n");
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), IsOneJsonLine());
+}
+
+struct PrintsAtTheVeryEnd {
+    ~PrintsAtTheVeryEnd() { vdlDebugOutput0(lineOf(vdlDebugWarning), "after main"); }
+};
+
+TEST_F(DebugEnvironment, StaysUsableAfterMain) {
+    EXPECT_EXIT(
+        {
+            static const PrintsAtTheVeryEnd end;
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), EndsWith("after main\n"));
+}
+
+} // namespace
