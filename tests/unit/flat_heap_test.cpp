@@ -4,10 +4,12 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <new>
 #include <random>
+#include <sanitizer/asan_interface.h>
 #include <thread>
 #include <vector>
 
@@ -177,6 +179,38 @@ TEST_F(FlatHeap, ServesManyThreadsThatExchangeBlocks) {
     }
     for (auto& worker : workers) worker.join();
     for (auto& place : places) vdlFlatFree(place.load());
+}
+
+#ifdef __SANITIZE_ADDRESS__
+TEST_F(FlatHeap, HasOutOfBoundsWhatIsNotHandedOut) {
+    for (const std::size_t size : {std::size_t{5}, std::size_t{24}, 3 * mebibyte}) {
+        auto* block = static_cast<char*>(vdlFlatAlloc(size));
+        EXPECT_FALSE(__asan_address_is_poisoned(block));
+        EXPECT_FALSE(__asan_address_is_poisoned(block + size - 1));
+        EXPECT_TRUE(__asan_address_is_poisoned(block + size));
+        EXPECT_TRUE(__asan_address_is_poisoned(block - 1));
+        vdlFlatFree(block);
+        EXPECT_TRUE(__asan_address_is_poisoned(block));
+    }
+}
+#endif
+
+// The region is reserved once in a process, so each size is tried in one of its own.
+std::uint64_t limitOfProcess(const char* megabytes) {
+    setenv("TVSA_FLAT_HEAP_MB", megabytes, 1);
+    return host::flatHeapUsage().limit;
+}
+
+TEST(FlatHeapDeathTest, HasTheSizeThatTheEnvironmentSays) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto matches = [](const char* megabytes, std::uint64_t expected) {
+        EXPECT_EXIT(std::_Exit(limitOfProcess(megabytes) == expected * mebibyte ? 0 : 1), testing::ExitedWithCode(0),
+                    "")
+            << megabytes;
+    };
+    matches("32", 32);
+    matches("512", 512);
+    for (const char* unusable : {"", "31", "2049", "64MB", "-64", "99999999999999999999"}) matches(unusable, 256);
 }
 
 } // namespace

@@ -39,7 +39,8 @@ public:
         : out_(out), start_(out.size()), limit_(std::min<std::uint64_t>(limit, UINT32_MAX)) {}
 
     void message(const Plan& plan, const char* payload) {
-        std::memcpy(append(plan.size), payload, plan.size);
+        char* copy = append(plan.size);
+        if (plan.size > 0) std::memcpy(copy, payload, plan.size); // the run may have no memory yet
         records(plan, payload, start_, 1);
     }
 
