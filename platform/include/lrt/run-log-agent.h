@@ -17,8 +17,8 @@ struct RunLogRecord {
     std::string logText;
 };
 
-// The process-wide agent. Every operation may be called from any thread and with locks held: the agent stores records
-// on a thread of its own and never calls back.
+// The process-wide agent, there from its first use to the very end of the process. Every operation may be called from any
+// thread and with locks held: the agent stores records on a thread of its own and never calls back.
 class RunLogAgentImpl {
 public:
     static RunLogAgentImpl& getInstance();
@@ -42,7 +42,7 @@ public:
 
 private:
     RunLogAgentImpl();
-    ~RunLogAgentImpl();
+    ~RunLogAgentImpl() = delete; // it lasts as long as the process
     struct State;
     State* state_;
 };

@@ -1,0 +1,97 @@
+#include "lrt/run-log-debug.h"
+#include "lrt/run-log-queue.h"
+#include "lrt/run-log-store.h"
+
+#include <host/environment.h>
+#include <lrt/run-log-agent.h>
+
+#include <charconv>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <exception>
+#include <optional>
+
+namespace lrt {
+namespace {
+
+constexpr std::size_t defaultCapacity = 1024;
+constexpr std::chrono::milliseconds longestEnd{1000};
+
+std::size_t capacityFromEnvironment() {
+    const char* text = std::getenv("TVSA_RUNLOG_QUEUE");
+    if (!text || !*text) return defaultCapacity;
+    std::size_t capacity = 0;
+    const char* const end = text + std::strlen(text);
+    const auto [rest, error] = std::from_chars(text, end, capacity);
+    if (error == std::errc() && rest == end && capacity != 0) return capacity;
+    debugLine(vdlDebugWarning, "TVSA_RUNLOG_QUEUE: \"" + std::string(text) + "\" is no number above 0; " +
+                                   std::to_string(defaultCapacity) + " is used");
+    return defaultCapacity;
+}
+
+std::string storePath() { return host::stateDirectory() + "/runlog.sqlite"; }
+
+} // namespace
+
+struct RunLogAgentImpl::State {
+    std::optional<RunLogStore> store; // the queue's thread's own
+    RunLogQueue queue;
+
+    State()
+        : queue(capacityFromEnvironment(), [this](const std::vector<RunLogRecord>& records) {
+              if (!store) store.emplace(storePath());
+              store->write(records);
+          }) {}
+};
+
+RunLogAgentImpl::RunLogAgentImpl() : state_(nullptr) {
+    vdlDebugNameModule(runLogModule, "runlog");
+    state_ = new State;
+}
+
+// The agent is never destroyed, as static objects that go later may still call it; what is queued when the process
+// ends is stored then, unless that takes too long.
+RunLogAgentImpl& RunLogAgentImpl::getInstance() {
+    static RunLogAgentImpl& instance = *new RunLogAgentImpl;
+    static const struct AtExit {
+        ~AtExit() {
+            if (!instance.state_->queue.stop(longestEnd))
+                debugLine(vdlDebugWarning, "the process ends before all records are stored");
+        }
+    } atExit;
+    return instance;
+}
+
+std::string RunLogAgentImpl::getLogCurrentUTCTime() const {
+    using namespace std::chrono;
+    const auto now = time_point_cast<milliseconds>(system_clock::now());
+    const std::time_t seconds = system_clock::to_time_t(floor<std::chrono::seconds>(now));
+    const int fraction = static_cast<int>((now - floor<std::chrono::seconds>(now)).count());
+    std::tm utc{};
+    gmtime_r(&seconds, &utc);
+    char day[32], text[48];
+    std::strftime(day, sizeof day, "%Y-%m-%dT%H:%M:%S", &utc);
+    std::snprintf(text, sizeof text, "%s.%03dZ", day, fraction);
+    return text;
+}
+
+void RunLogAgentImpl::writeRunLog(const RunLogRecord& record) { state_->queue.write(record); }
+
+void RunLogAgentImpl::flush() { state_->queue.flush(); }
+
+std::vector<RunLogRecord> RunLogAgentImpl::readNewest(std::size_t count) {
+    flush();
+    try {
+        return RunLogStore::readNewest(storePath(), count);
+    } catch (const std::exception& error) {
+        debugLine(vdlDebugWarning, std::string("cannot read: ") + error.what());
+        return {};
+    }
+}
+
+std::uint64_t RunLogAgentImpl::dropped() const { return state_->queue.dropped(); }
+
+} // namespace lrt

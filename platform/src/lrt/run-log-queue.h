@@ -1,0 +1,54 @@
+// The queue between those who write to the run log and the thread that stores.
+#pragma once
+
+#include <lrt/run-log-agent.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace lrt {
+
+class RunLogQueue {
+public:
+    // Stores all of the records or throws std::exception; called on the queue's thread only.
+    using Store = std::function<void(const std::vector<RunLogRecord>&)>;
+
+    // Takes at most capacity records that are not stored yet. The thread starts with the first one.
+    RunLogQueue(std::size_t capacity, Store store);
+    ~RunLogQueue(); // stores what is queued
+
+    void write(const RunLogRecord& record) noexcept;
+    // Waits until all records so far are stored or dropped, or stop has given up on them.
+    void flush();
+    std::uint64_t dropped() const { return dropped_.load(std::memory_order_relaxed); }
+    // Refuses further records and stores what is queued. Returns whether that, and the thread, ended in time; if not,
+    // the thread goes on by itself, and the queue must not be destroyed.
+    bool stop(std::chrono::milliseconds timeout);
+
+    RunLogQueue(const RunLogQueue&) = delete;
+    RunLogQueue& operator=(const RunLogQueue&) = delete;
+
+private:
+    void run();
+    void storeBatch(const std::vector<RunLogRecord>& batch);
+    void startThread();
+
+    const std::size_t capacity_;
+    const Store store_;
+    std::atomic<std::uint64_t> dropped_{0};
+    std::uint64_t reported_ = 0; // of the dropped ones; the thread's own
+    bool failing_ = false;       // whether the last batch was lost; the thread's own
+
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<RunLogRecord> queue_;
+    std::uint64_t accepted_ = 0, finished_ = 0; // finished: stored or dropped
+    bool stopping_ = false, ended_ = true, abandoned_ = false;
+    std::thread thread_;
+};
+
+} // namespace lrt

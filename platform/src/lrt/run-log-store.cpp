@@ -1,0 +1,155 @@
+#include "lrt/run-log-store.h"
+
+#include "lrt/run-log-debug.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <limits>
+#include <sqlite3.h>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <system_error>
+
+namespace lrt {
+namespace {
+
+constexpr int busyTimeoutMs = 5000;
+// Marks a file as a run log of this layout, in the fields that a file's header has for it.
+constexpr int applicationId = 0x52554E4C;
+constexpr int layoutVersion = 1;
+
+// The file is sound, but somebody else's.
+struct ForeignFile : std::runtime_error {
+    using runtime_error::runtime_error;
+};
+
+bool isDamage(const SQLite::Exception& error) {
+    return error.getErrorCode() == SQLITE_NOTADB || error.getErrorCode() == SQLITE_CORRUPT;
+}
+
+int numberOf(SQLite::Database& database, const char* query) { return database.execAndGet(query).getInt(); }
+
+ino_t fileNumber(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
+} // namespace
+
+struct RunLogStore::Connection {
+    SQLite::Database database;
+    SQLite::Statement insert, removeOld;
+    ino_t file;
+
+    explicit Connection(const std::string& path)
+        : database(path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, busyTimeoutMs),
+          insert((prepareFile(database), database),
+                 "INSERT INTO run_log (log_code, log_time, error_code, log_kind, event_id, log_text) "
+                 "VALUES (?, ?, ?, ?, ?, ?)"),
+          removeOld(database, "DELETE FROM run_log WHERE id <= (SELECT max(id) FROM run_log) - ?"),
+          file(fileNumber(path)) {}
+
+    static void prepareFile(SQLite::Database& database) {
+        identifyOrMake(database);
+        database.exec("PRAGMA journal_mode=WAL");
+        database.exec("PRAGMA synchronous=NORMAL");
+    }
+
+    // Looks and makes in one step, as another process may be making the same file. Leaves a foreign file as it is.
+    static void identifyOrMake(SQLite::Database& database) {
+        SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+        const int id = numberOf(database, "PRAGMA application_id");
+        const int version = numberOf(database, "PRAGMA user_version");
+        if (id == applicationId && version == layoutVersion) return;
+        if (id != 0 || version != 0 || numberOf(database, "SELECT count(*) FROM sqlite_master") != 0)
+            throw ForeignFile("not a run log of this version");
+        database.exec(
+            "CREATE TABLE run_log (id INTEGER PRIMARY KEY, log_code TEXT NOT NULL, log_time TEXT NOT NULL, "
+            "error_code TEXT NOT NULL, log_kind INTEGER NOT NULL, event_id INTEGER NOT NULL, log_text TEXT NOT NULL)");
+        database.exec("PRAGMA application_id=" + std::to_string(applicationId));
+        database.exec("PRAGMA user_version=" + std::to_string(layoutVersion));
+        transaction.commit();
+    }
+
+    void write(const std::vector<RunLogRecord>& records, std::int64_t limit) {
+        SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+        for (const RunLogRecord& record : records) {
+            insert.reset();
+            insert.bind(1, record.logCode);
+            insert.bind(2, record.logTime);
+            insert.bind(3, record.errorCode);
+            insert.bind(4, record.logKind);
+            insert.bind(5, record.eventId);
+            insert.bind(6, record.logText);
+            insert.exec();
+        }
+        insert.reset();
+        removeOld.bind(1, limit);
+        removeOld.exec();
+        removeOld.reset();
+        transaction.commit();
+    }
+};
+
+RunLogStore::RunLogStore(std::string path, std::int64_t limit) : path_(std::move(path)), limit_(limit) {}
+
+RunLogStore::~RunLogStore() = default;
+
+void RunLogStore::write(const std::vector<RunLogRecord>& records) {
+    if (records.empty()) return;
+    const ino_t file = fileNumber(path_);
+    // A file that was removed, or moved aside by another process, would take records to nowhere.
+    if (connection_ && connection_->file != file) connection_.reset();
+    std::string damage;
+    try {
+        return writeOnce(records);
+    } catch (const SQLite::Exception& error) {
+        if (!isDamage(error)) throw;
+        damage = error.what();
+    } catch (const ForeignFile& error) {
+        damage = error.what();
+    }
+    // Unless another process has moved it aside and begun a new one meanwhile.
+    if (file == fileNumber(path_)) moveAside(damage);
+    writeOnce(records);
+}
+
+void RunLogStore::writeOnce(const std::vector<RunLogRecord>& records) {
+    try {
+        if (!connection_) connection_ = std::make_unique<Connection>(path_);
+        connection_->write(records, limit_);
+    } catch (...) {
+        connection_.reset();
+        throw;
+    }
+}
+
+void RunLogStore::moveAside(const std::string& why) {
+    const std::string aside = path_ + ".broken";
+    // The main file last: until it is gone, the next attempt finds it and does all of this again.
+    for (const char* part : {"-wal", "-shm", ""})
+        if (std::rename((path_ + part).c_str(), (aside + part).c_str()) != 0 && (errno != ENOENT || !*part))
+            throw std::system_error(errno, std::generic_category(),
+                                    path_ + part + " (" + why + "): cannot move it aside");
+    debugLine(vdlDebugWarning, path_ + ": " + why + "; moved to " + aside + ", beginning a new one");
+}
+
+std::vector<RunLogRecord> RunLogStore::readNewest(const std::string& path, std::size_t count) {
+    std::vector<RunLogRecord> records;
+    if (count == 0 || !std::filesystem::exists(path)) return records;
+    SQLite::Database database(path, SQLite::OPEN_READONLY, busyTimeoutMs);
+    SQLite::Statement query(database,
+                            "SELECT log_code, log_time, error_code, log_kind, event_id, log_text FROM run_log "
+                            "ORDER BY id DESC LIMIT ?");
+    query.bind(1, static_cast<std::int64_t>(std::min<std::uint64_t>(count, std::numeric_limits<std::int64_t>::max())));
+    while (query.executeStep())
+        records.push_back({query.getColumn(0).getString(), query.getColumn(1).getString(),
+                           query.getColumn(2).getString(), query.getColumn(3).getInt(), query.getColumn(4).getInt(),
+                           query.getColumn(5).getString()});
+    return records;
+}
+
+} // namespace lrt

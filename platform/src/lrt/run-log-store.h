@@ -1,0 +1,41 @@
+// The file behind the run log.
+#pragma once
+
+#include <lrt/run-log-agent.h>
+
+#include <memory>
+
+namespace lrt {
+
+// A log file of the newest records. Several processes may have the same one open. For one thread at a time.
+class RunLogStore {
+public:
+    static constexpr std::int64_t defaultLimit = 10000;
+
+    // Touches no file; the first write opens it.
+    explicit RunLogStore(std::string path, std::int64_t limit = defaultLimit);
+    ~RunLogStore();
+
+    // Stores all records, in order, or none, and removes all but the newest limit. A file that is damaged, or not a
+    // run log, is moved aside to "<path>.broken", with a warning, and a new one begun. Throws std::exception saying
+    // what was wrong; the next write then opens the file anew.
+    void write(const std::vector<RunLogRecord>& records);
+
+    // The newest records of the file at path, newest first, through a connection of its own that cannot write; none
+    // when there is no such file. Throws std::exception.
+    static std::vector<RunLogRecord> readNewest(const std::string& path, std::size_t count);
+
+    RunLogStore(const RunLogStore&) = delete;
+    RunLogStore& operator=(const RunLogStore&) = delete;
+
+private:
+    struct Connection;
+    void writeOnce(const std::vector<RunLogRecord>& records);
+    void moveAside(const std::string& why);
+
+    std::string path_;
+    std::int64_t limit_;
+    std::unique_ptr<Connection> connection_;
+};
+
+} // namespace lrt
