@@ -1,16 +1,15 @@
 #include <host/environment.h>
 
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
-
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
 #include <stdexcept>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace host {
 namespace {
@@ -29,7 +28,7 @@ std::string privateFolder(const std::string& folder) {
     std::error_code error;
     std::filesystem::create_directories(std::filesystem::path(folder).parent_path(), error);
     if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) refuse(folder, std::system_category().message(errno));
-    struct stat status{};
+    struct stat status {};
     if (lstat(folder.c_str(), &status) != 0) refuse(folder, std::system_category().message(errno));
     if (!S_ISDIR(status.st_mode)) refuse(folder, "not a folder");
     if (status.st_uid != geteuid()) refuse(folder, "belongs to another user");
@@ -73,7 +72,9 @@ std::string endpointOf(const std::string& service) {
     return socketPath(runtimeDirectory() + "/" + service + ".sock");
 }
 
-std::string shellEndpointOf(const std::string& process) { return socketPath(runtimeDirectory() + "/" + process + ".shell"); }
+std::string shellEndpointOf(const std::string& process) {
+    return socketPath(runtimeDirectory() + "/" + process + ".shell");
+}
 
 std::string processName() {
     std::lock_guard lock(nameMutex);
