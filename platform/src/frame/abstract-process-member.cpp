@@ -50,8 +50,9 @@ struct AbstractProcessMember::Events {
 
 AbstractProcessMember::AbstractProcessMember() : events_(std::make_shared<Events>(this)) {}
 
+// What the member registered and did not take back stays registered: that is the member's own decision. The framework
+// detaches a member first when it undoes a start-up.
 AbstractProcessMember::~AbstractProcessMember() {
-    if (process_) detachProcess();
     events_->setOpen(false);
     std::lock_guard lock(events_->mutex);
     events_->owner = nullptr;
