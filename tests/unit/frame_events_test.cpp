@@ -1,0 +1,113 @@
+#include "unit/recording-member.h"
+
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+using namespace frame_test;
+using frame::Process;
+using testing::ElementsAre;
+
+TEST(Events, RunInOrderAndOnlyThosePostedBeforeTheSchedule) {
+    inOwnProcess(
+        [] {
+            auto* a = new Member("A");
+            run([&] {
+                startMembers({a});
+                takeTrace();
+                a->postEvent([] { trace().push_back("1"); });
+                a->postEvent([] { throw std::runtime_error("bad event"); });
+                a->postEvent([a] {
+                    trace().push_back("2");
+                    a->postEvent(host::stopProcess);
+                    a->scheduleEvents();
+                });
+                a->scheduleEvents();
+                a->scheduleEvents();
+                a->postEvent([] { trace().push_back("3"); }); // waits for the schedule that event 2 makes
+                return 0;
+            });
+            EXPECT_THAT(trace(), ElementsAre("1", "2", "3", "stop A"));
+        },
+        "bad event");
+}
+
+TEST(Events, PostedButNotScheduledDoNotRun) {
+    inOwnProcess([] {
+        auto *a = new Member("A"), *b = new Member("B");
+        run([&] {
+            startMembers({a, b});
+            takeTrace();
+            a->postEvent([] { trace().push_back("unscheduled"); });
+            b->postEvent(host::stopProcess);
+            b->scheduleEvents();
+            return 0;
+        });
+        EXPECT_THAT(trace(), ElementsAre("stop B", "stop A"));
+    });
+}
+
+TEST(Events, OfAStoppedMemberAreDiscarded) {
+    inOwnProcess([] {
+        auto *a = new Member("A"), *b = new Member("B");
+        run([&] {
+            startMembers({a, b});
+            takeTrace();
+            a->postEvent([a] { a->stop(); });
+            a->postEvent([] { trace().push_back("event after stop"); });
+            a->scheduleEvents();
+            b->postEvent(host::stopProcess);
+            b->scheduleEvents();
+            return 0;
+        });
+        EXPECT_THAT(trace(), ElementsAre("stop A", "stop B", "stop A"));
+    });
+}
+
+TEST(Events, OfADestroyedMemberAreDiscarded) {
+    inOwnProcess([] {
+        auto* b = new Member("B");
+        run([&] {
+            startMembers({b});
+            takeTrace();
+            {
+                Member a("A");
+                a.attachProcess(*Process::getInstance());
+                a.postEvent([] { trace().push_back("event"); });
+                a.scheduleEvents();
+            }
+            b->postEvent(host::stopProcess);
+            b->scheduleEvents();
+            return 0;
+        });
+        EXPECT_THAT(trace(), ElementsAre("destroy A", "stop B"));
+    });
+}
+
+TEST(Events, OfManyThreadsAllRunOnTheFrameworksThread) {
+    inOwnProcess([] {
+        constexpr int threads = 4, perThread = 200;
+        auto* a = new Member("A");
+        int ran = 0; // touched by the framework's thread only
+        std::vector<std::thread> posters;
+        run([&] {
+            startMembers({a});
+            for (int i = 0; i < threads; ++i) {
+                posters.emplace_back([&] {
+                    for (int event = 0; event < perThread; ++event) {
+                        a->postEvent([&] {
+                            if (++ran == threads * perThread) host::stopProcess();
+                        });
+                        a->scheduleEvents();
+                    }
+                });
+            }
+            return 0;
+        });
+        for (std::thread& poster : posters) poster.join();
+        EXPECT_EQ(ran, threads * perThread);
+    });
+}
+
+} // namespace
