@@ -68,6 +68,7 @@ protected:
 
 using Member = Recording<frame::AbstractProcessMember>;
 
+// A proxy of a service that nobody offers.
 class Proxy : public Recording<frame::AbstractMarshallingImpl> {
 public:
     explicit Proxy(std::string name, std::string failing = {}, const std::string& service = "frame-test")
@@ -114,6 +115,7 @@ inline bool isRegistered(const std::string& key) {
 template <class Body> void inOwnProcess(Body body, const std::string& output = {}) {
     EXPECT_EXIT(
         {
+            setenv("TVSA_ENDPOINT_FRAME-TEST", "/nonexistent/frame-test.sock", 1);
             takeTrace();
             body();
             std::exit(testing::Test::HasFailure() ? 1 : 0);
