@@ -51,6 +51,11 @@ int main(int argc, char** argv) {
         std::cerr << app.help();
         return tvctl::exitUsage;
     }
+    // The parser leaves options that it does not know to the command, but they came before the verb.
+    if (words[0].rfind('-', 0) == 0) {
+        std::cerr << "tvctl: unknown option: " << words[0] << " (--help lists them)\n";
+        return tvctl::exitUsage;
+    }
     tvctl::Session session(options);
     if (words.size() == 1 && words[0] == "shell") return tvctl::runInteractive(session, options);
     return session.run(words);

@@ -112,7 +112,7 @@ void ShellClient::connect(const std::string& path) {
         const int error = errno;
         close(made);
         throw ShellError(error == EACCES || error == EPERM ? Kind::Refused : Kind::NotAvailable,
-                         path + ": " + textOf(error));
+                         "cannot connect to the shell at " + path + ": " + textOf(error));
     }
     socket_ = made;
     path_ = path;
