@@ -54,7 +54,7 @@ void ClientDoor::onConnectionReady(Connection&) {
     tell(&frame::IOConnectionListener::onIOConnectionConnected);
 }
 
-void ClientDoor::onConnectionClosed(Connection&, bool wasReady, const std::string& reason) {
+void ClientDoor::onConnectionClosed(Connection&, bool wasReady, bool fault, const std::string& reason) {
     {
         std::lock_guard lock(mutex);
         connection_.reset();
@@ -63,7 +63,8 @@ void ClientDoor::onConnectionClosed(Connection&, bool wasReady, const std::strin
         if (!outbox_->empty() && !std::exchange(watching_, true)) watchDeadlines();
     }
     if (!wasReady) return failed(reason);
-    IO_LOG(vdlDebugWarning, "service %s: disconnected: %s\n", service.c_str(), reason.c_str());
+    IO_LOG(fault ? vdlDebugFailure : vdlDebugWarning, "service %s: disconnected: %s\n", service.c_str(),
+           reason.c_str());
     tell(&frame::IOConnectionListener::onIOConnectionDisconnected);
     retryLater();
 }

@@ -21,7 +21,7 @@ public:
     void begin() override { attempt(); }
     void end() override;
     void onConnectionReady(Connection& connection) override;
-    void onConnectionClosed(Connection& connection, bool wasReady, const std::string& reason) override;
+    void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const std::string& reason) override;
 
 protected:
     int dispatch(const Outgoing& message, const frame::TransportInfo* transport) override;

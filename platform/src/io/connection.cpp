@@ -116,7 +116,7 @@ void Connection::read() {
     socket_.async_read_some(boost::asio::buffer(incoming_.room(), incoming_.roomSize()),
                             [self = shared_from_this()](const boost::system::error_code& error, std::size_t count) {
                                 if (self->closed_) return;
-                                if (error) return self->close(error.message());
+                                if (error) return self->close(error.message(), false);
                                 self->received(count);
                             });
 }
@@ -129,7 +129,7 @@ void Connection::received(std::size_t count) {
         incoming_.makeRoom();
     } catch (const std::bad_alloc&) {
         io::count(door_.counters.undecodable);
-        return close("no flat memory for the peer's message");
+        return close("no flat memory for the peer's message", true);
     }
     read();
 }
@@ -157,7 +157,7 @@ bool Connection::handleFrames() {
         const std::uint32_t size = load32(header, swap_);
         if (size > maximumMessageBytes) {
             count(door_.counters.undecodable);
-            close("peer announces a message of " + std::to_string(size) + " bytes");
+            close("peer announces a message of " + std::to_string(size) + " bytes", true);
             return false;
         }
         if (incoming_.size() - at - frameHeaderBytes < size) break;
@@ -181,8 +181,9 @@ bool Connection::handleFrame(const char* header, std::uint32_t size, char* body)
     }
     if (size < handler->size) {
         count(door_.counters.undecodable);
-        close("message of " + std::to_string(size) + " bytes, shorter than its form of " +
-              std::to_string(handler->size));
+        close(
+            "message of " + std::to_string(size) + " bytes, shorter than its form of " + std::to_string(handler->size),
+            true);
         return false;
     }
     if (const char* fault = unmarshal(*handler->plan, body, size, swap_)) {
@@ -205,10 +206,10 @@ bool Connection::handleFrame(const char* header, std::uint32_t size, char* body)
 
 void Connection::turnAway(const std::string& reason) {
     count(door_.counters.refused);
-    close(reason);
+    close(reason, true);
 }
 
-void Connection::close(const std::string& reason) {
+void Connection::close(const std::string& reason, bool fault) {
     if (closed_) return;
     const auto self = shared_from_this(); // the door lets go of it
     bool wasReady;
@@ -218,7 +219,7 @@ void Connection::close(const std::string& reason) {
         count(door_.counters.dropped, outbox_->dropCutShort());
         abandon();
     }
-    door_.onConnectionClosed(*this, wasReady, reason);
+    door_.onConnectionClosed(*this, wasReady, fault, reason);
 }
 
 void Connection::abandon() {

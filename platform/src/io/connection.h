@@ -21,7 +21,7 @@ public:
 
     // On the receiving thread.
     void open();
-    void close(const std::string& reason);
+    void close(const std::string& reason, bool fault);
 
     std::uint64_t number() const { return number_; } // in this process, from 1
     bool own() const;                                // whether the peer is a process of the same user

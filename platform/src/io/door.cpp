@@ -63,16 +63,12 @@ int Door::send(const Outgoing& message, const frame::TransportInfo* transport) {
 int Door::put(const Outgoing& message, Outbox& outbox, Connection* connection) {
     const auto full = [&] {
         count(counters.refused);
-        if (!fullLogged_)
+        if (outbox.firstRefusal())
             IO_LOG(vdlDebugFailure, "service %s: message 0x%08x refused: %zu messages (%zu bytes) wait already\n",
                    service.c_str(), message.meta.messageId, outbox.messages(), outbox.bytes());
-        fullLogged_ = true;
         return -11;
     };
-    if (outbox.empty())
-        fullLogged_ = false;
-    else if (outbox.messages() >= limits_.messages)
-        return full();
+    if (outbox.messages() >= limits_.messages) return full();
     const auto deadline = connection ? Outbox::Time::max() : std::chrono::steady_clock::now() + limits_.wait;
     outbox.add(message.ids, message.meta, message.plan, message.payload, deadline);
     if (outbox.bytes() > limits_.bytes) {

@@ -55,7 +55,8 @@ public:
 
     // For connections, on the receiving thread.
     virtual void onConnectionReady(Connection& connection) = 0;
-    virtual void onConnectionClosed(Connection& connection, bool wasReady, const std::string& reason) = 0;
+    // fault: whether this side ended it because of what the peer did.
+    virtual void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const std::string& reason) = 0;
     const Handler* findHandler(const frame::MsgMeta& meta);
 
     const std::string service;
@@ -98,7 +99,6 @@ private:
     std::mutex handlersMutex_;
     std::unordered_map<frame::MsgMeta, Handler, MetaHash> handlers_; // never removed from
     bool stopped_ = false;
-    bool fullLogged_ = false; // since an outbox had room
 };
 
 } // namespace host::io

@@ -95,6 +95,7 @@ void Outbox::tidy() {
     if (empty()) {
         waiting_.clear();
         first_ = head_ = 0;
+        refusing_ = false;
         frames_.truncate(0);
         if (frames_.capacity() > 2 * largestKeptBytes) {
             frames_ = Bytes();

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <utility>
 #include <vector>
 
 namespace host::io {
@@ -28,6 +29,9 @@ public:
 
     bool empty() const { return first_ == waiting_.size(); }
     std::size_t messages() const { return waiting_.size() - first_; }
+
+    // Whether a refusal for want of room is the first one since the outbox was empty.
+    bool firstRefusal() { return !std::exchange(refusing_, true); }
 
     // The bytes that the socket has not taken yet.
     const char* data() const { return frames_.data() + head_; }
@@ -58,6 +62,7 @@ private:
     std::size_t taken_ = 0; // of the first waiting message
     std::vector<Waiting> waiting_;
     std::size_t first_ = 0; // of waiting_
+    bool refusing_ = false;
 };
 
 } // namespace host::io

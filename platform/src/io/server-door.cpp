@@ -77,9 +77,10 @@ void ServerDoor::onConnectionReady(Connection& client) {
            static_cast<unsigned long long>(client.number()));
 }
 
-void ServerDoor::onConnectionClosed(Connection& client, bool wasReady, const std::string& reason) {
-    IO_LOG(wasReady ? vdlDebugProgress : vdlDebugFailure, "service %s: client %llu %s: %s\n", service.c_str(),
-           static_cast<unsigned long long>(client.number()), wasReady ? "disconnected" : "turned away", reason.c_str());
+void ServerDoor::onConnectionClosed(Connection& client, bool wasReady, bool fault, const std::string& reason) {
+    const char* what = wasReady ? "disconnected" : fault ? "turned away" : "left before its hello";
+    IO_LOG(fault ? vdlDebugFailure : vdlDebugProgress, "service %s: client %llu %s: %s\n", service.c_str(),
+           static_cast<unsigned long long>(client.number()), what, reason.c_str());
     std::lock_guard lock(mutex);
     count(counters.dropped, client.outbox().dropAll());
     clients_.erase(std::find_if(clients_.begin(), clients_.end(), [&](const auto& c) { return c.get() == &client; }));
