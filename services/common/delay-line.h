@@ -1,0 +1,44 @@
+// Work that is done later, on a thread of its own, in the order in which it was given.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace services {
+
+class DelayLine {
+public:
+    using Work = std::function<void()>;
+
+    DelayLine() = default;
+    ~DelayLine(); // gives up what is not due yet
+
+    // Does work once delay has passed and everything given before is done: at once, on the caller's thread, without a
+    // delay and without work waiting. Never waits itself. From one thread at a time. Exceptions of work done later are
+    // logged.
+    void give(Work work, std::chrono::milliseconds delay);
+
+    DelayLine(const DelayLine&) = delete;
+    DelayLine& operator=(const DelayLine&) = delete;
+
+private:
+    using Clock = std::chrono::steady_clock;
+    struct Waiting {
+        Clock::time_point due;
+        Work work;
+    };
+
+    void run();
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<Waiting> waiting_; // the front stays until it is done, so that nothing overtakes it
+    bool ending_ = false;
+    std::thread thread_; // started by the first work that has to wait
+};
+
+} // namespace services

@@ -1,0 +1,8 @@
+// The exit codes of the services.
+#pragma once
+
+namespace services {
+
+enum ExitCode { success = 0, failure = 1, usage = 2, badData = 6 };
+
+} // namespace services

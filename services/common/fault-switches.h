@@ -1,0 +1,44 @@
+// Faults that a service commits on demand, so that its clients' handling of them can be tried.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+namespace services {
+
+// The switches' state; all off at first.
+struct Faults {
+    std::chrono::milliseconds delay{0}; // "delay MS": answers are sent that much later, in order
+    bool mute = false;                  // "mute on": no answers
+    bool wrong = false;                 // "wrong on": answers say result::wrongByFault, whatever became of the request
+    bool duplicate = false;             // "duplicate on": every answer is sent twice
+    bool otherId = false;               // "other-id on": answers carry another request id than was asked with
+    std::uint32_t exitAfter = 0;        // "exit-after N": the process fails after N more answers; 0 is never
+
+    bool operator==(const Faults&) const = default;
+};
+
+// Set by the shell or the command line, read where answers are made and sent.
+class FaultSwitches {
+public:
+    // Names and values of the switches, for people.
+    static const char* help();
+
+    // Sets one switch: "delay" "250", "mute" "on", ... or all off: "clear" with an empty value. Returns an empty
+    // string, or what was wrong; then nothing has changed.
+    std::string set(const std::string& name, const std::string& value);
+    // The same from one text: "delay=250".
+    std::string set(const std::string& assignment);
+
+    Faults get() const;
+    // Counts an answer as sent; true when it was the one to end the process after.
+    bool countAnswer();
+
+private:
+    mutable std::mutex mutex_;
+    Faults faults_;
+};
+
+} // namespace services

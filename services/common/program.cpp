@@ -1,0 +1,105 @@
+#include "common/program.h"
+
+#include "common/exit-code.h"
+#include "common/log.h"
+
+#include <frame/process.h>
+#include <host/environment.h>
+#include <host/receiver.h>
+#include <vdl/debug.h>
+
+#include <cerrno>
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <string_view>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace services {
+
+Program::Program(const std::string& name, const std::string& description) : name_(name), options_(description, name) {
+    vdlDebugNameModule(logModule, "service");
+    options_.set_version_flag("--version", name + " " TVSA_VERSION);
+    options_.add_option("--log", logLevels_, "Debug levels, LEVEL or MODULE=LEVEL, comma-separated");
+    options_.add_option("--ready-fd", readyDescriptor_, "Descriptor to write the line \"ready\" to, once serving")
+        ->check(CLI::NonNegativeNumber);
+    options_
+        .add_option_function<std::vector<std::string>>(
+            "--fault",
+            [this](const std::vector<std::string>& assignments) {
+                for (const std::string& assignment : assignments)
+                    if (const std::string problem = faults_.set(assignment); !problem.empty())
+                        throw CLI::ValidationError("--fault", problem);
+            },
+            std::string("NAME=VALUE, a fault switch to begin with: ") + FaultSwitches::help())
+        ->expected(1)
+        ->take_all();
+}
+
+std::optional<int> Program::parse(int argc, const char* const* argv) {
+    try {
+        options_.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return options_.exit(error) == 0 ? success : usage;
+    }
+    if (logLevels_.empty()) return std::nullopt;
+    const std::string problem = vdlDebugSetLevels(logLevels_);
+    if (problem.empty()) return std::nullopt;
+    complain("--log: " + problem);
+    return usage;
+}
+
+int Program::run(std::function<void()> offer) {
+    // A supervisor that no longer reads must not end the service.
+    std::signal(SIGPIPE, SIG_IGN);
+    host::setProcessName(name_);
+    offer_ = std::move(offer);
+    try {
+        return host::runProcess([](void* context) { return static_cast<Program*>(context)->start(); }, this);
+    } catch (const std::exception& error) {
+        complain(error.what());
+        return failure;
+    }
+}
+
+int Program::start() {
+    try {
+        offer_();
+        std::string problem = startShell();
+        if (problem.empty()) problem = tellReady();
+        if (problem.empty()) return success;
+        complain(problem);
+    } catch (const std::exception& error) {
+        complain(error.what());
+    }
+    return failure;
+}
+
+// Returns what was wrong, as tellReady does.
+std::string Program::startShell() {
+    frame::Process& process = *frame::Process::getInstance();
+    int result = process.startAppMembersSync(CreateOvshellProxy);
+    boost::shared_ptr<frame::Interface> shell;
+    if (result >= 0) result = process.getInterfaceReference(shell, appovshell::Server::name());
+    if (result >= 0) result = commands_.registerWith(*shell->get<appovshell::Server>());
+    return result >= 0 ? "" : "the debug shell did not start (" + std::to_string(result) + ')';
+}
+
+std::string Program::tellReady() const {
+    if (readyDescriptor_ < 0) return {};
+    std::string_view rest = "ready\n";
+    while (!rest.empty()) {
+        const ssize_t written = write(readyDescriptor_, rest.data(), rest.size());
+        if (written >= 0)
+            rest.remove_prefix(static_cast<std::size_t>(written));
+        else if (errno != EINTR)
+            return "--ready-fd " + std::to_string(readyDescriptor_) + ": " + std::generic_category().message(errno);
+    }
+    return {};
+}
+
+void Program::complain(const std::string& problem) const { std::cerr << name_ << ": " << problem << '\n'; }
+
+} // namespace services

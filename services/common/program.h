@@ -1,0 +1,49 @@
+// What the programs of the services have in common: their options, their shell, their beginning and end.
+#pragma once
+
+#include "common/fault-switches.h"
+#include "common/shell-commands.h"
+#include "common/terminal-table.h"
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace services {
+
+class Program {
+public:
+    // name: the process's name, under which its shell is found too.
+    Program(const std::string& name, const std::string& description);
+
+    // For options of the service's own, before parse.
+    CLI::App& options() { return options_; }
+    // Returns the exit code when the program ends here, what was wrong being on stderr.
+    std::optional<int> parse(int argc, const char* const* argv);
+
+    TerminalTable& table() { return table_; }
+    FaultSwitches& faults() { return faults_; }
+
+    // Offers the service by calling offer, serves until SIGTERM or SIGINT, and returns the exit code.
+    int run(std::function<void()> offer);
+    // Says on stderr why the program fails.
+    void complain(const std::string& problem) const;
+
+private:
+    int start();
+    std::string startShell();
+    std::string tellReady() const;
+
+    std::string name_;
+    CLI::App options_;
+    std::string logLevels_;
+    int readyDescriptor_ = -1;
+
+    TerminalTable table_;
+    FaultSwitches faults_;
+    ShellCommands commands_{table_, faults_};
+    std::function<void()> offer_;
+};
+
+} // namespace services

@@ -1,0 +1,15 @@
+// What a service's answer says became of a request.
+#pragma once
+
+#include <cstdint>
+
+namespace services::result {
+
+inline constexpr std::int32_t done = 0; // shown or stopped
+// 1 means that a newer request for the terminal is queued; the services answer every request, so they never say it.
+inline constexpr std::int32_t unknownChannel = 2;
+inline constexpr std::int32_t cannotOpenFile = 3;
+inline constexpr std::int32_t unsupportedUri = 4;
+inline constexpr std::int32_t wrongByFault = 5; // said by the fault switch "wrong"
+
+} // namespace services::result

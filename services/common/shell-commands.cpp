@@ -1,0 +1,113 @@
+#include "common/shell-commands.h"
+
+#include <frame/io-statistics.h>
+
+#include <cerrno>
+#include <chrono>
+#include <ctime>
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace services {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// Texts of clients may hold any bytes; what is no UTF-8 is shown as such.
+std::string dump(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
+
+std::string isoTime(std::chrono::system_clock::time_point when) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(when);
+    std::tm utc{};
+    gmtime_r(&seconds, &utc);
+    char text[sizeof "2000-01-01T00:00:00Z"];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return text;
+}
+
+// One object as a line for people: "name value, name value".
+std::string lineOf(const Json& object) {
+    std::string line;
+    for (const auto& [name, value] : object.items()) line += (line.empty() ? "" : ", ") + name + ' ' + dump(value);
+    return line + '\n';
+}
+
+// A list as one line of JSON, or as a line for people per object.
+void printList(appovshell::Server& shell, const Json& list) {
+    if (shell.wantsJson()) return shell.print(dump(list) + '\n');
+    for (const Json& object : list) shell.print(lineOf(object));
+}
+
+const char* onOff(bool value) { return value ? "on" : "off"; }
+
+} // namespace
+
+template <int (ShellCommands::*command)()> int ShellCommands::call(void* context) {
+    return (static_cast<ShellCommands*>(context)->*command)();
+}
+
+int ShellCommands::registerWith(appovshell::Server& shell) {
+    shell_ = &shell;
+    const struct {
+        const char* specification;
+        std::string help;
+        appovshell::CommandHandler handler;
+    } commands[] = {
+        {"terminals", "- lists what the terminals show", call<&ShellCommands::printTerminals>},
+        {"fault :s [:s]", std::string("NAME [VALUE] - sets a fault switch: ") + FaultSwitches::help(),
+         call<&ShellCommands::setFault>},
+        {"faults", "- lists the fault switches", call<&ShellCommands::printFaults>},
+        {"stats", "- counts the messages", call<&ShellCommands::printStatistics>},
+    };
+    for (const auto& [specification, help, handler] : commands)
+        if (const int result = shell.registerCommand(specification, help, handler, this); result < 0) return result;
+    return 0;
+}
+
+int ShellCommands::printTerminals() {
+    Json list = Json::array();
+    for (const auto& [terminal, shown] : table_.entries())
+        list.push_back({{"type", terminal.type},
+                        {"id", terminal.id},
+                        {"uri", shown.uri},
+                        {"uuid", shown.uuid},
+                        {"client", shown.client},
+                        {"since", isoTime(shown.since)}});
+    printList(*shell_, list);
+    return 0;
+}
+
+int ShellCommands::setFault() {
+    const std::string problem = faults_.set(shell_->getArgument(0), shell_->getArgument(1));
+    if (problem.empty()) return 0;
+    shell_->print(problem + '\n');
+    return -EINVAL;
+}
+
+int ShellCommands::printFaults() {
+    const Faults faults = faults_.get();
+    const Json object = {{"delay", faults.delay.count()},     {"mute", onOff(faults.mute)},
+                         {"wrong", onOff(faults.wrong)},      {"duplicate", onOff(faults.duplicate)},
+                         {"other-id", onOff(faults.otherId)}, {"exit-after", faults.exitAfter}};
+    shell_->print(shell_->wantsJson() ? dump(object) + '\n' : lineOf(object));
+    return 0;
+}
+
+int ShellCommands::printStatistics() {
+    Json list = Json::array();
+    for (const frame::IOStatistics& counters : frame::ioStatistics())
+        list.push_back({{"service", counters.service},
+                        {"connected", counters.connected},
+                        {"sent", counters.sent},
+                        {"received", counters.received},
+                        {"dropped", counters.dropped},
+                        {"refused", counters.refused},
+                        {"undecodable", counters.undecodable},
+                        {"reconnects", counters.reconnects},
+                        {"queued", counters.queued}});
+    printList(*shell_, list);
+    return 0;
+}
+
+} // namespace services

@@ -1,0 +1,25 @@
+#include "common/terminal-table.h"
+
+#include <utility>
+
+namespace services {
+
+void TerminalTable::show(const Terminal& terminal, Shown shown) {
+    const std::lock_guard lock(mutex_);
+    shown_.insert_or_assign(terminal, std::move(shown));
+}
+
+void TerminalTable::stop(const Terminal& terminal) {
+    const std::lock_guard lock(mutex_);
+    shown_.erase(terminal);
+}
+
+std::vector<TerminalTable::Entry> TerminalTable::entries() const {
+    const std::lock_guard lock(mutex_);
+    std::vector<Entry> entries;
+    entries.reserve(shown_.size());
+    for (const auto& [terminal, shown] : shown_) entries.push_back({terminal, shown});
+    return entries;
+}
+
+} // namespace services

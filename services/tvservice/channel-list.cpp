@@ -1,0 +1,91 @@
+#include "tvservice/channel-list.h"
+
+#include "tvservice/built-in-channels.h"
+
+#include <fstream>
+#include <sstream>
+#include <toml++/toml.h>
+
+namespace services {
+
+namespace {
+
+constexpr std::string_view broadcastUri = "dvb://";
+
+class Reader {
+public:
+    explicit Reader(const std::string& where) : where_(where) {}
+
+    std::map<std::string, std::string> read(std::string_view text) const {
+        const toml::table root = parse(text);
+        for (const auto& [key, value] : root)
+            if (key.str() != "channel") fail(value, "unknown key \"" + std::string(key.str()) + '"');
+        std::map<std::string, std::string> names;
+        const toml::node* const channels = root.get("channel");
+        if (!channels) return names;
+        if (!channels->is_array()) fail(*channels, "channels are written as [[channel]]");
+        for (const toml::node& node : *channels->as_array()) {
+            const toml::table* const channel = node.as_table();
+            if (!channel) fail(node, "channels are written as [[channel]]");
+            add(*channel, names);
+        }
+        return names;
+    }
+
+private:
+    toml::table parse(std::string_view text) const {
+        try {
+            return toml::parse(text);
+        } catch (const toml::parse_error& error) {
+            fail(error.source(), std::string(error.description()));
+        }
+    }
+
+    void add(const toml::table& channel, std::map<std::string, std::string>& names) const {
+        for (const auto& [key, value] : channel)
+            if (key.str() != "uri" && key.str() != "name")
+                fail(value, "a channel has no \"" + std::string(key.str()) + '"');
+        std::string uri = textOf(channel, "uri"), name = textOf(channel, "name");
+        if (uri.compare(0, broadcastUri.size(), broadcastUri) != 0 || uri.size() == broadcastUri.size())
+            fail(*channel.get("uri"), "\"" + uri + "\" is no dvb:// URI");
+        if (const auto known = names.find(uri); known != names.end())
+            fail(*channel.get("uri"), uri + " is the URI of \"" + known->second + "\" already");
+        names.emplace(std::move(uri), std::move(name));
+    }
+
+    std::string textOf(const toml::table& channel, std::string_view key) const {
+        const toml::node* const node = channel.get(key);
+        if (!node) fail(channel, "a channel without " + std::string(key));
+        const auto text = node->value_exact<std::string>();
+        if (!text || text->empty()) fail(*node, "a channel's " + std::string(key) + " is a text, not empty");
+        return *text;
+    }
+
+    [[noreturn]] void fail(const toml::node& node, const std::string& problem) const { fail(node.source(), problem); }
+    [[noreturn]] void fail(const toml::source_region& place, const std::string& problem) const {
+        throw ChannelListError(where_ + ':' + std::to_string(place.begin.line) + ": " + problem);
+    }
+
+    const std::string& where_;
+};
+
+} // namespace
+
+ChannelList ChannelList::builtIn() { return fromText(builtInChannels, "built-in channel list"); }
+
+ChannelList ChannelList::fromFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    // A folder can be opened, but not read.
+    if (!file || (file.peek() != std::ifstream::traits_type::eof() && !(text << file.rdbuf())) || file.bad())
+        throw ChannelListError(path + ": cannot be read");
+    return fromText(text.str(), path);
+}
+
+ChannelList ChannelList::fromText(std::string_view text, const std::string& where) {
+    ChannelList list;
+    list.names_ = Reader(where).read(text);
+    return list;
+}
+
+} // namespace services
