@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <pthread.h>
 #include <utility>
 
 namespace tvservice {

@@ -18,10 +18,10 @@ namespace host {
 
 // Limits, each overridable by environment (TVSA_QUEUE_MESSAGES, TVSA_QUEUE_BYTES, TVSA_QUEUE_WAIT_MS).
 struct QueueLimits {
-    std::size_t messages = 1024;              // waiting per connection
-    std::size_t bytes = 64 * 1024 * 1024;     // waiting per connection
-    std::chrono::milliseconds wait{5000};     // for a connection, per message
-    static QueueLimits fromEnvironment();     // throws std::runtime_error naming a variable that is no number
+    std::size_t messages = 1024;          // waiting per connection
+    std::size_t bytes = 64 * 1024 * 1024; // waiting per connection
+    std::chrono::milliseconds wait{5000}; // for a connection, per message
+    static QueueLimits fromEnvironment(); // throws std::runtime_error naming a variable that is no number
 };
 
 inline constexpr std::size_t maximumMessageBytes = 16 * 1024 * 1024;
@@ -37,9 +37,10 @@ public:
                                   std::size_t sendBufferBytes, frame::IOConnectionListener* listener);
 
     // Offers a service at its endpoint (socket mode 0600; a left-over socket file is replaced, one in use is not).
-    // asyncSend through the door with a null transport goes to every client. Throws std::runtime_error when the endpoint
-    // cannot be had.
-    frame::OmqIOModule& serve(const std::string& service, const frame::MessageSet& messages, std::size_t sendBufferBytes);
+    // asyncSend through the door with a null transport goes to every client. Throws std::runtime_error when the
+    // endpoint cannot be had.
+    frame::OmqIOModule& serve(const std::string& service, const frame::MessageSet& messages,
+                              std::size_t sendBufferBytes);
 
     void start(); // starts the receiving thread
     // Ends all connections and joins the receiving thread; messages still waiting are dropped and counted. Doors then

@@ -17,8 +17,8 @@ struct RunLogRecord {
     std::string logText;
 };
 
-// The process-wide agent, there from its first use to the very end of the process. Every operation may be called from any
-// thread and with locks held: the agent stores records on a thread of its own and never calls back.
+// The process-wide agent, there from its first use to the very end of the process. Every operation may be called from
+// any thread and with locks held: the agent stores records on a thread of its own and never calls back.
 class RunLogAgentImpl {
 public:
     static RunLogAgentImpl& getInstance();
@@ -26,8 +26,8 @@ public:
     // Now, ISO 8601 in UTC with milliseconds: "2024-05-17T08:30:00.123Z".
     std::string getLogCurrentUTCTime() const;
 
-    // Queues a copy of the record for storing and returns at once. A record that cannot be stored (queue full, disk full,
-    // store broken) is dropped and counted; the count goes into the debug output when storing works again.
+    // Queues a copy of the record for storing and returns at once. A record that cannot be stored (queue full, disk
+    // full, store broken) is dropped and counted; the count goes into the debug output when storing works again.
     void writeRunLog(const RunLogRecord& record);
 
     // Waits until everything queued so far is stored or dropped.
