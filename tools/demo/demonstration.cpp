@@ -1,0 +1,238 @@
+#include "demonstration.h"
+
+#include <fstream>
+
+namespace demo {
+namespace {
+
+using Microseconds = std::chrono::microseconds;
+using receiver::Answer;
+using receiver::Milliseconds;
+using receiver::Part;
+using receiver::ReceiverError;
+
+constexpr const char* live = "dvb://1.1.1";
+constexpr const char* stopped = "rec://plain/null";
+constexpr int cannotOpen = 3;
+constexpr Microseconds answerLimit{5000000};
+constexpr Milliseconds dropLimit{15000}; // the manager looks once a second, a loaded machine later
+constexpr const char* dropped = "timeout 5s, erase it";
+
+using Microseconds = std::chrono::microseconds;
+
+// A log line's text without the place in the source that it begins with.
+std::string withoutPlace(const std::string& text) {
+    const auto end = text.find("(): ");
+    return end == std::string::npos ? text : text.substr(end + 4);
+}
+
+std::string textOf(const Answer& answer) {
+    return answer.terminal + " result " + std::to_string(answer.result) + ' ' + answer.uri;
+}
+
+std::string textOf(const std::vector<Answer>& answers) {
+    std::string result;
+    for (const Answer& answer : answers) result += (result.empty() ? "" : ", ") + textOf(answer);
+    return result.empty() ? "none" : result;
+}
+
+} // namespace
+
+Demonstration::Demonstration(receiver::ReceiverKit& kit, const Screen& screen)
+    : kit_(kit), screen_(screen), rows_{{"step", "asked", "result", "time"}} {
+    const auto film = kit.folder() / "film.ts";
+    std::ofstream(film) << "a film";
+    film_ = "file://" + film.string();
+}
+
+void Demonstration::run() {
+    const struct {
+        const char* title;
+        void (Demonstration::*step)();
+    } steps[] = {
+        {"1 a live channel", &Demonstration::liveChannel},
+        {"2 a file in its place", &Demonstration::file},
+        {"3 the live channel again", &Demonstration::liveChannelAfterFile},
+        {"4 five terminals at once", &Demonstration::fiveTerminals},
+        {"5 a file that is not there", &Demonstration::missingFile},
+        {"6 the MM service hangs", &Demonstration::mediaServiceHangs},
+        {"7 the TV service hangs", &Demonstration::tvServiceHangs},
+        {"8 the TV service is killed and started again", &Demonstration::serviceRestarts},
+    };
+    for (const auto& [title, step] : steps) {
+        title_ = title;
+        screen_.title(title);
+        try {
+            (this->*step)();
+        } catch (const ReceiverError& error) {
+            throw ReceiverError("step " + title_ + ": " + error.what());
+        }
+    }
+    screen_.title("Summary");
+    screen_.table(rows_);
+    title_ = "statistics";
+    statistics();
+}
+
+// ---- the steps ----
+
+void Demonstration::liveChannel() {
+    Asked asked = ask("0:0", live);
+    expectAnswers(asked, {{asked.reqId, "0:0", 0, live}});
+    expectSteps(asked, {"SendingStart", "Receiving", "finished"});
+    addRow(asked, "0", timeOf(asked, "finished"));
+    screen_.good("shown; the TV service changes over by itself");
+}
+
+void Demonstration::file() {
+    Asked asked = ask("0:0", film_);
+    expectAnswers(asked, {{asked.reqId, "0:0", 0, film_}});
+    expectSteps(asked, {"SendingStop", "WaitingStop", "WaitingStop", "SendingStart", "WaitingStart", "finished"});
+    addRow(asked, "0", timeOf(asked, "finished"));
+    screen_.good("the MM service played once both services had stopped");
+}
+
+void Demonstration::liveChannelAfterFile() {
+    Asked asked = ask("0:0", live);
+    expectAnswers(asked, {{asked.reqId, "0:0", 0, live}});
+    expectSteps(asked, {"SendingStop", "WaitingStop,ResResponse::ResponseMM, all ResResponse::ResponseMM",
+                        "SendingStart", "WaitingStart,ResResponse::ResponseTV", "finished"});
+    addRow(asked, "0", timeOf(asked, "finished"));
+    screen_.good("the MM service stopped first");
+}
+
+void Demonstration::fiveTerminals() {
+    Asked asked = ask("0:0,1:0,2:0,3:0,4:0", live);
+    std::vector<Answer> expected;
+    for (const char* terminal : {"0:0", "1:0", "2:0", "3:0", "4:0"})
+        expected.push_back({asked.reqId, terminal, 0, live});
+    expectAnswers(asked, expected);
+    addRow(asked, "0 five times", timeOf(asked, "finished"));
+    screen_.good("one request, one answer list");
+}
+
+void Demonstration::missingFile() {
+    const std::string missing = "file://" + (kit_.folder() / "missing.ts").string();
+    Asked asked = ask("3:0", missing);
+    expectAnswers(asked, {{asked.reqId, "3:0", cannotOpen, missing}});
+    addRow(asked, std::to_string(cannotOpen), timeOf(asked, "finished"));
+    screen_.good("the service's reason reached the client");
+}
+
+void Demonstration::mediaServiceHangs() {
+    kit_.freeze(Part::mmService);
+    screen_.line("", "the MM service is frozen");
+    Asked hanging = ask("1:0", film_);
+    Asked next = ask("2:0", live);
+    addRow(hanging, "dropped", expectDropped(hanging));
+    expectAnswers(next, {{next.reqId, "2:0", 0, live}});
+    addRow(next, "0", timeOf(next, "finished"));
+
+    kit_.thaw(Part::mmService);
+    screen_.line("", "the MM service goes on; its answer to the stop comes late");
+    expectAnswers(hanging, {{hanging.reqId, "1:0", 0, stopped}});
+    screen_.good("the next bundle was carried out; the late answer was passed on as it is");
+}
+
+void Demonstration::tvServiceHangs() {
+    kit_.freeze(Part::tvService);
+    screen_.line("", "the TV service is frozen");
+    Asked hanging = ask("0:0", live);
+    addRow(hanging, "dropped, run log", expectDropped(hanging));
+
+    nlohmann::json records;
+    if (!kit_.waitFor(
+            [&] {
+                return !(records = kit_.ask(Part::frameHost, {"runlog", "1"})).empty();
+            },
+            receiver::patience))
+        throw ReceiverError("the run log has no entry for the dropped request");
+    const auto& record = records.front();
+    screen_.line("run log", record.dump());
+    if (record.at("logCode") != "004001" || record.at("errorCode") != "00400109" ||
+        record.at("logText").get<std::string>().find(live) == std::string::npos)
+        throw ReceiverError("that entry of the run log is not about the dropped request");
+
+    kit_.thaw(Part::tvService);
+    screen_.line("", "the TV service goes on; its answer comes late");
+    expectAnswers(hanging, {{hanging.reqId, "0:0", 0, live}});
+    screen_.good("the main terminal's failure has a lasting record");
+}
+
+void Demonstration::serviceRestarts() {
+    kit_.kill(Part::tvService);
+    kit_.start(Part::tvService);
+    screen_.line("", "the TV service was killed and started again");
+    Asked asked = ask("0:0", "dvb://1.1.2");
+    expectAnswers(asked, {{asked.reqId, "0:0", 0, "dvb://1.1.2"}});
+    addRow(asked, "0", timeOf(asked, "finished"));
+    screen_.good("connected again, the next request works");
+}
+
+void Demonstration::statistics() {
+    const nlohmann::json services = kit_.ask(Part::frameHost, {"stats"});
+    screen_.title("Connections");
+    bool reconnected = false;
+    for (const auto& service : services) {
+        std::string text;
+        for (const auto& [name, value] : service.items())
+            if (name != "service") text += name + ' ' + value.dump() + "  ";
+        screen_.line(service.at("service"), text);
+        if (!service.at("connected").get<bool>())
+            throw ReceiverError(service.at("service").get<std::string>() + " is not connected");
+        reconnected |= service.at("service") == "tvservice" && service.at("reconnects") > 0;
+    }
+    if (!reconnected) throw ReceiverError("the TV service's restart is not counted as a reconnection");
+}
+
+// ---- asking and checking ----
+
+Demonstration::Asked Demonstration::ask(const std::string& terminals, const std::string& uri) {
+    Asked asked;
+    asked.text = "play " + terminals + ' ' + uri;
+    asked.time = std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
+    asked.reqId = kit_.play(terminals, uri);
+    screen_.line("asked", asked.text + " (request " + asked.reqId + ')');
+    return asked;
+}
+
+void Demonstration::showSteps(Asked& asked) const {
+    const auto lines = kit_.stepsOf(asked.reqId);
+    for (; asked.shown < lines.size(); ++asked.shown)
+        screen_.event(lines[asked.shown].time - asked.time, withoutPlace(lines[asked.shown].text));
+}
+
+void Demonstration::expectAnswers(Asked& asked, const std::vector<Answer>& expected) {
+    const std::vector<Answer> got = kit_.waitForAnswers(asked.reqId, expected.size());
+    showSteps(asked);
+    for (const Answer& answer : got) screen_.line("answered", textOf(answer));
+    if (textOf(got) != textOf(expected))
+        throw ReceiverError(asked.text + ": expected the answers " + textOf(expected) + ", got " + textOf(got));
+}
+
+void Demonstration::expectSteps(const Asked& asked, const std::vector<std::string>& texts) {
+    auto wanted = texts.begin();
+    for (const auto& line : kit_.stepsOf(asked.reqId))
+        if (wanted != texts.end() && line.text.find(*wanted) != std::string::npos) ++wanted;
+    if (wanted != texts.end())
+        throw ReceiverError(asked.text + ": the step \"" + *wanted + "\" did not happen, or not in its turn");
+}
+
+Microseconds Demonstration::expectDropped(Asked& asked) {
+    const Microseconds after = kit_.waitForStep(asked.reqId, dropped, dropLimit).time - asked.time;
+    showSteps(asked);
+    if (after <= answerLimit) throw ReceiverError(asked.text + ": dropped after " + inMilliseconds(after) + " already");
+    if (const auto answers = kit_.answersTo(asked.reqId); !answers.empty())
+        throw ReceiverError(asked.text + ": expected no answers, got " + textOf(answers));
+    return after;
+}
+
+void Demonstration::addRow(const Asked& asked, const std::string& result, Microseconds time) {
+    rows_.push_back({title_, asked.text, result, inMilliseconds(time)});
+}
+
+Microseconds Demonstration::timeOf(const Asked& asked, const std::string& text) {
+    return kit_.waitForStep(asked.reqId, text).time - asked.time;
+}
+
+} // namespace demo

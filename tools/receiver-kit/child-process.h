@@ -1,0 +1,48 @@
+// One child process that never outlives its parent.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace receiver {
+
+struct ChildCommand {
+    std::filesystem::path program;
+    std::vector<std::string> arguments;
+    std::map<std::string, std::string> environment; // added to the parent's, of which nothing of a receiver is taken
+    std::filesystem::path errorLog; // what stderr and stdout are appended to; empty: they, and the terminal, are shared
+};
+
+class ChildProcess {
+public:
+    // Throws std::system_error when the program cannot be started.
+    explicit ChildProcess(const ChildCommand& command);
+    ~ChildProcess(); // kills it if it still runs
+
+    pid_t id() const { return pid_; }
+    bool running();
+    void signal(int number);
+    // Asks it to end; kills it when it has not ended in time.
+    void terminate(std::chrono::milliseconds patience);
+    void wait(); // until it ends by itself
+
+    // How it ended: empty while it runs or after exit code 0, else a text for people ("exit code 1", "signal 9").
+    std::string failure();
+    std::optional<int> exitCode(); // nothing while it runs or when a signal ended it
+
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+private:
+    void reap(int options);
+
+    pid_t pid_ = -1;
+    std::optional<int> status_; // as waitpid gives it
+};
+
+} // namespace receiver

@@ -1,0 +1,249 @@
+#include "receiver-kit.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <sys/stat.h>
+#include <system_error>
+#include <thread>
+
+namespace receiver {
+namespace {
+
+constexpr Milliseconds pollInterval{10};
+constexpr Milliseconds startLimit{20000}; // a machine under load loads programs slowly
+constexpr const char* createdMark = "new reqid ";
+
+std::filesystem::path makePrivateFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "receiver-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr)
+        throw std::system_error(errno, std::generic_category(), "no private folder " + name);
+    return name;
+}
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// Whether a line of the resource manager is about a request: it names the id after "reqid " or "req_id ".
+bool isAbout(const std::string& text, const std::string& reqId) {
+    for (const std::string mark : {"reqid ", "req_id "})
+        for (auto at = text.find(mark); at != std::string::npos; at = text.find(mark, at + 1)) {
+            const auto end = at + mark.size() + reqId.size();
+            if (text.compare(at + mark.size(), reqId.size(), reqId) == 0 &&
+                (end >= text.size() || std::isalnum(static_cast<unsigned char>(text[end])) == 0))
+                return true;
+        }
+    return false;
+}
+
+} // namespace
+
+const char* nameOf(Part part) {
+    switch (part) {
+        case Part::tvService:
+            return "tvserviced";
+        case Part::mmService:
+            return "mmserviced";
+        case Part::frameHost:
+            return "frame-host";
+    }
+    return "unknown part";
+}
+
+Places::Places() : programs(RECEIVER_BIN), libraries(RECEIVER_LIB) {}
+
+ReceiverKit::ReceiverKit(Places places, std::function<bool()> interrupted)
+    : places_(std::move(places)), interrupted_(std::move(interrupted)), folder_(makePrivateFolder()) {
+    for (const char* name : {"run", "state"})
+        if (mkdir((folder_ / name).c_str(), 0700) != 0) throw std::system_error(errno, std::generic_category(), name);
+}
+
+ReceiverKit::~ReceiverKit() {
+    for (Process& process : processes_) process.child.reset();
+    std::error_code ignored; // what cannot be removed from a folder of temporary files stays there
+    std::filesystem::remove_all(folder_, ignored);
+}
+
+// ---- the processes ----
+
+std::filesystem::path ReceiverKit::logOf(Part part) const { return folder_ / (std::string(nameOf(part)) + ".log"); }
+
+std::string ReceiverKit::shellOf(Part part) const {
+    return (runtimeFolder() / (std::string(nameOf(part)) + ".shell")).string();
+}
+
+ChildCommand ReceiverKit::commandOf(Part part) const {
+    ChildCommand command;
+    command.program = places_.programs / nameOf(part);
+    if (part == Part::frameHost)
+        for (const char* library : {"libapp-tvservice-adapter.so", "libcontrol-application.so"})
+            command.arguments.push_back((places_.libraries / library).string());
+    command.environment = {{"RUNTIME_DIRECTORY", runtimeFolder().string()},
+                           {"STATE_DIRECTORY", (folder_ / "state").string()},
+                           {"TVSA_LOG", "info"},
+                           {"TVSA_LOG_FORMAT", "json"}};
+    command.errorLog = logOf(part);
+    return command;
+}
+
+bool ReceiverKit::answers(Part part) {
+    Process& process = of(part);
+    if (!process.child->running())
+        throw ReceiverError(std::string(nameOf(part)) + " ended while starting: " + process.child->failure());
+    try {
+        process.shell.connect(shellOf(part));
+        return process.shell.run("help", true).status == 0;
+    } catch (const host::ShellError& error) {
+        if (error.kind() != host::ShellError::Kind::NotAvailable) throw;
+        return false;
+    }
+}
+
+void ReceiverKit::start(Part part) {
+    of(part).child = std::make_unique<ChildProcess>(commandOf(part));
+    if (!waitFor([&] { return answers(part); }, startLimit))
+        throw ReceiverError(std::string(nameOf(part)) + " did not open its shell");
+}
+
+void ReceiverKit::start() {
+    for (const Part part : allParts) start(part);
+    const auto connected = [&] {
+        const nlohmann::json services = ask(Part::frameHost, {"stats"});
+        return services.size() == 2 &&
+               std::all_of(services.begin(), services.end(), [](const auto& service) { return service["connected"]; });
+    };
+    if (!waitFor(connected, startLimit)) throw ReceiverError("the framework process did not connect to the services");
+}
+
+void ReceiverKit::end(Part part, std::string& complaints) {
+    Process& process = of(part);
+    if (!process.child) return;
+    process.shell.disconnect();
+    if (!process.child->running())
+        complaints += std::string(nameOf(part)) + " had ended by itself\n";
+    else
+        process.child->terminate(patience);
+    if (const std::string failure = process.child->failure(); !failure.empty())
+        complaints += std::string(nameOf(part)) + " ended with " + failure + '\n';
+    process.child.reset();
+}
+
+std::string ReceiverKit::stop() {
+    std::string complaints;
+    for (auto part = allParts.rbegin(); part != allParts.rend(); ++part) end(*part, complaints);
+    return complaints;
+}
+
+void ReceiverKit::freeze(Part part) { of(part).child->signal(SIGSTOP); }
+void ReceiverKit::thaw(Part part) { of(part).child->signal(SIGCONT); }
+
+void ReceiverKit::kill(Part part) {
+    of(part).shell.disconnect();
+    of(part).child.reset();
+}
+
+// ---- commands ----
+
+nlohmann::json ReceiverKit::ask(Part part, const std::vector<std::string>& words) {
+    const auto failed = [&](const std::string& why) {
+        return ReceiverError(std::string(nameOf(part)) + ": " + words.front() + ": " + why);
+    };
+    Process& process = of(part);
+    host::ShellReply reply;
+    try {
+        if (!process.shell.isConnected()) process.shell.connect(shellOf(part));
+        reply = process.shell.run(words, true);
+    } catch (const host::ShellError& error) {
+        throw failed(error.what());
+    }
+    if (reply.status != 0) throw failed(std::to_string(reply.status) + ' ' + reply.error + reply.output);
+    if (reply.output.empty()) return nullptr;
+    auto output = nlohmann::json::parse(reply.output, nullptr, false);
+    if (output.is_discarded()) throw failed("printed no JSON: " + reply.output);
+    return output;
+}
+
+std::string ReceiverKit::submit(const std::vector<std::string>& words) {
+    const auto before = managerLines().size();
+    ask(Part::frameHost, words);
+    // The adapter has logged the id by the time the command is done.
+    const auto lines = managerLines();
+    for (std::size_t i = before; i < lines.size(); ++i)
+        if (const auto at = lines[i].text.find(createdMark); at != std::string::npos) {
+            const std::string rest = lines[i].text.substr(at + std::string(createdMark).size());
+            return rest.substr(0, rest.find(' '));
+        }
+    throw ReceiverError(words.front() + ": the resource manager took no request");
+}
+
+std::string ReceiverKit::play(const std::string& terminals, const std::string& uri) {
+    return submit({"play", terminals, uri});
+}
+
+std::string ReceiverKit::stopTerminals(const std::string& terminals) { return submit({"stop", terminals}); }
+
+// ---- what came of them ----
+
+std::vector<Answer> ReceiverKit::answersTo(const std::string& reqId) {
+    std::vector<Answer> result;
+    for (const auto& answer : ask(Part::frameHost, {"answers", "1000"}))
+        if (answer.at("reqId") == reqId)
+            result.push_back({reqId, answer.at("terminal"), answer.at("result"), answer.at("uri")});
+    return result;
+}
+
+std::vector<Answer> ReceiverKit::waitForAnswers(const std::string& reqId, std::size_t count, Milliseconds limit) {
+    std::vector<Answer> result;
+    if (!waitFor([&] { return (result = answersTo(reqId)).size() >= count; }, limit))
+        throw ReceiverError("request " + reqId + ": " + std::to_string(result.size()) + " of " + std::to_string(count) +
+                            " answers came within " + std::to_string(limit.count()) + " ms");
+    return result;
+}
+
+std::vector<LogLine> ReceiverKit::managerLines() const {
+    std::vector<LogLine> lines = readLog(logOf(Part::frameHost));
+    std::erase_if(lines, [](const LogLine& line) { return line.module != "resource-manager"; });
+    return lines;
+}
+
+std::vector<LogLine> ReceiverKit::stepsOf(const std::string& reqId) const {
+    std::vector<LogLine> lines = managerLines();
+    std::erase_if(lines, [&](const LogLine& line) { return !isAbout(line.text, reqId); });
+    return lines;
+}
+
+LogLine ReceiverKit::waitForStep(const std::string& reqId, const std::string& part, Milliseconds limit) {
+    std::vector<LogLine> lines;
+    auto found = lines.end();
+    const auto seen = [&] {
+        lines = stepsOf(reqId);
+        found =
+            std::find_if(lines.begin(), lines.end(), [&](const LogLine& line) { return contains(line.text, part); });
+        return found != lines.end();
+    };
+    if (!waitFor(seen, limit))
+        throw ReceiverError("request " + reqId + ": nothing like \"" + part + "\" happened within " +
+                            std::to_string(limit.count()) + " ms");
+    return *found;
+}
+
+bool ReceiverKit::waitFor(const std::function<bool()>& condition, Milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (interrupted_ && interrupted_()) throw ReceiverError("interrupted");
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(pollInterval);
+    }
+    return true;
+}
+
+std::string ReceiverKit::logTails(std::size_t lines) const {
+    std::string result;
+    for (const Part part : allParts)
+        if (const std::string tail = tailOf(logOf(part), lines); !tail.empty())
+            result += std::string("---- ") + nameOf(part) + " ----\n" + tail;
+    return result;
+}
+
+} // namespace receiver
