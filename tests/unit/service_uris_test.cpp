@@ -1,0 +1,148 @@
+#include "common/result.h"
+#include "mmservice/uri-check.h"
+#include "tvservice/channel-list.h"
+#include "tvservice/uri-check.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <sys/stat.h>
+
+using namespace services;
+
+namespace {
+
+class PrivateFolder {
+public:
+    PrivateFolder() {
+        std::string name = (std::filesystem::temp_directory_path() / "services-XXXXXX").string();
+        if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
+        path_ = name;
+    }
+    ~PrivateFolder() { std::filesystem::remove_all(path_); }
+    PrivateFolder(const PrivateFolder&) = delete;
+    PrivateFolder& operator=(const PrivateFolder&) = delete;
+
+    std::string file(const std::string& name, const std::string& text = "") const {
+        const std::string path = path_ / name;
+        std::ofstream(path) << text;
+        return path;
+    }
+    std::string path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+std::string channelProblem(const std::string& text) {
+    try {
+        ChannelList::fromText(text, "list.toml");
+        return "";
+    } catch (const ChannelListError& error) {
+        return error.what();
+    }
+}
+
+} // namespace
+
+TEST(ChannelList, HasTheChannelsOfItsText) {
+    const auto list = ChannelList::fromText(
+        "[[channel]]\nuri = \"dvb://1.2.3\"\nname = \"One\"\n"
+        "[[channel]]\nuri = \"dvb://1.2.4\"\nname = \"Two\"\n",
+        "list.toml");
+    EXPECT_EQ(list.names(), (std::map<std::string, std::string>{{"dvb://1.2.3", "One"}, {"dvb://1.2.4", "Two"}}));
+    EXPECT_TRUE(list.has("dvb://1.2.3"));
+    EXPECT_FALSE(list.has("dvb://1.2"));
+}
+
+TEST(ChannelList, ComesWithTheProgram) { EXPECT_FALSE(ChannelList::builtIn().names().empty()); }
+
+TEST(ChannelList, MayBeEmpty) { EXPECT_TRUE(ChannelList::fromText("", "list.toml").names().empty()); }
+
+TEST(ChannelList, SaysWhatIsWrongOnWhichLine) {
+    const std::string one = "[[channel]]\nuri = \"dvb://1\"\nname = \"One\"\n";
+    EXPECT_EQ(channelProblem(one + "\n[[channel]]\nuri = \"dvb://1\"\nname = \"Two\"\n"),
+              "list.toml:6: dvb://1 is the URI of \"One\" already");
+    EXPECT_EQ(channelProblem("[[channel]]\nuri = \"tv://1\"\nname = \"One\"\n"),
+              "list.toml:2: \"tv://1\" is no dvb:// URI");
+    EXPECT_EQ(channelProblem("[[channel]]\nuri = \"dvb://\"\nname = \"One\"\n"),
+              "list.toml:2: \"dvb://\" is no dvb:// URI");
+    EXPECT_EQ(channelProblem("[[channel]]\nname = \"One\"\n"), "list.toml:1: a channel without uri");
+    EXPECT_EQ(channelProblem("[[channel]]\nuri = \"dvb://1\"\n"), "list.toml:1: a channel without name");
+    EXPECT_EQ(channelProblem("[[channel]]\nuri = 1\nname = \"One\"\n"),
+              "list.toml:2: a channel's uri is a text, not empty");
+    EXPECT_EQ(channelProblem(one + "number = 1\n"), "list.toml:4: a channel has no \"number\"");
+    EXPECT_EQ(channelProblem("\nname = \"One\"\n"), "list.toml:2: unknown key \"name\"");
+    EXPECT_EQ(channelProblem("channel = 1\n"), "list.toml:1: channels are written as [[channel]]");
+    EXPECT_EQ(channelProblem("channel = [1]\n"), "list.toml:1: channels are written as [[channel]]");
+    EXPECT_EQ(channelProblem(one + "[[channel\n").substr(0, 12), "list.toml:4:");
+}
+
+TEST(ChannelList, IsReadFromAFile) {
+    const PrivateFolder folder;
+    const std::string path = folder.file("list.toml", "[[channel]]\nuri = \"dvb://5\"\nname = \"Five\"\n");
+    EXPECT_TRUE(ChannelList::fromFile(path).has("dvb://5"));
+    EXPECT_TRUE(ChannelList::fromFile(folder.file("empty.toml")).names().empty());
+}
+
+TEST(ChannelList, NamesAFileThatCannotBeRead) {
+    const PrivateFolder folder;
+    for (const std::string& path : {folder.path() + "/missing.toml", folder.path()}) {
+        try {
+            ChannelList::fromFile(path);
+            ADD_FAILURE() << path;
+        } catch (const ChannelListError& error) {
+            EXPECT_EQ(error.what(), path + ": cannot be read");
+        }
+    }
+}
+
+TEST(TvUri, IsUnknownOnlyWhenItIsABroadcastOutsideTheList) {
+    const auto list = ChannelList::fromText("[[channel]]\nuri = \"dvb://1\"\nname = \"One\"\n", "list.toml");
+    EXPECT_EQ(checkTvUri(list, "dvb://1"), result::done);
+    EXPECT_EQ(checkTvUri(list, "dvb://2"), result::unknownChannel);
+    EXPECT_EQ(checkTvUri(list, "DVB://2"), result::unknownChannel);
+    for (const char* shown : {"tv://1", "hdmi://2", "rec://7/1", "file:///PVR+/1", ""})
+        EXPECT_EQ(checkTvUri(list, shown), result::done) << shown;
+}
+
+TEST(MmUri, IsShownForStreamsAndCastingAndElseNot) {
+    for (const char* shown :
+         {"http://a/b", "HTTPS://a", "rtp://1", "miracast://x", "external://1", "youtube://v", "youtubev4://v"})
+        EXPECT_EQ(checkMmUri(shown), result::done) << shown;
+    for (const char* unsupported : {"dvb://1", "tv://1", "", "/etc/passwd", "://", "%"})
+        EXPECT_EQ(checkMmUri(unsupported), result::unsupportedUri) << unsupported;
+}
+
+TEST(MmUri, IsShownForFilesThatCanBeOpened) {
+    const PrivateFolder folder;
+    folder.file("a film.ts");
+    for (const char* scheme : {"file://", "fsl2://", "FILE://", "file://localhost", "file:"}) {
+        EXPECT_EQ(checkMmUri(scheme + folder.path() + "/a%20film.ts"), result::done) << scheme;
+        EXPECT_EQ(checkMmUri(scheme + folder.path() + "/a film.ts"), result::done) << scheme;
+        EXPECT_EQ(checkMmUri(scheme + folder.path() + "/other.ts"), result::cannotOpenFile) << scheme;
+    }
+    EXPECT_EQ(checkMmUri("file://" + folder.path() + "/a%20film.ts%00.ts"), result::cannotOpenFile);
+    EXPECT_EQ(checkMmUri("file://"), result::cannotOpenFile);
+    EXPECT_EQ(checkMmUri("file:"), result::cannotOpenFile);
+}
+
+TEST(MmUri, IsNotShownForFoldersAndDoesNotWaitForPipes) {
+    const PrivateFolder folder;
+    EXPECT_EQ(checkMmUri("file://" + folder.path()), result::cannotOpenFile);
+    ASSERT_EQ(mkfifo((folder.path() + "/pipe").c_str(), 0600), 0);
+    EXPECT_EQ(checkMmUri("file://" + folder.path() + "/pipe"), result::cannotOpenFile);
+}
+
+TEST(MmUri, DecodesOnlyWholePercentSequences) {
+    EXPECT_EQ(localPathOf("file:///a%2Fb%2fc"), "/a/b/c");
+    EXPECT_EQ(localPathOf("file:///100%"), "/100%");
+    EXPECT_EQ(localPathOf("file:///%4"), "/%4");
+    EXPECT_EQ(localPathOf("file:///%zz%-1"), "/%zz%-1");
+    EXPECT_EQ(localPathOf("file:///%2541"), "/%41");
+    EXPECT_EQ(localPathOf("file:///a?b#c"), "/a?b#c");
+}

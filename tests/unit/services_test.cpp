@@ -1,0 +1,328 @@
+#include "common/answers.h"
+#include "common/delay-line.h"
+#include "common/fault-switches.h"
+#include "common/shell-commands.h"
+#include "common/terminal-table.h"
+#include "mmservice/uri-check.h"
+
+#include <appovshell/server.h>
+#include <mmservice/records.h>
+#include <tvservice/core-records.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <gtest/gtest.h>
+#include <map>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace services;
+using namespace std::chrono_literals;
+
+namespace {
+
+tvservice::TvServiceReq_t request(int type, int id, const std::string& uri, const std::string& reqId = "") {
+    tvservice::TvServiceReq_t request;
+    request.terminal = {type, id};
+    request.uri = uri;
+    request.uuid = "uuid of " + uri;
+    request.reqId = reqId;
+    return request;
+}
+
+std::int32_t refuseNine(const std::string& uri) { return uri == "dvb://9" ? result::unknownChannel : result::done; }
+
+std::vector<tvservice::TvServiceInfo_t> carryOutTv(const std::vector<tvservice::TvServiceReq_t>& requests,
+                                                   TerminalTable& table) {
+    return carryOut<tvservice::TvServiceInfo_t>(requests, 7, table, refuseNine);
+}
+
+// A shell that is called by the test itself.
+class FakeShell : public appovshell::Server {
+public:
+    int registerCommand(const std::string& specification, const std::string&, appovshell::CommandHandler handler,
+                        void* context) override {
+        const std::string word = specification.substr(0, specification.find(' '));
+        return commands_.try_emplace(word, handler, context).second ? 0 : -17;
+    }
+    std::string getArgument(unsigned index) override { return index < arguments_.size() ? arguments_[index] : ""; }
+    void print(const std::string& text) override { output += text; }
+    bool wantsJson() override { return json; }
+
+    int run(const std::string& word, const std::vector<std::string>& arguments = {}) {
+        arguments_ = arguments;
+        output.clear();
+        const auto& [handler, context] = commands_.at(word);
+        return handler(context);
+    }
+
+    bool json = false;
+    std::string output;
+
+private:
+    std::map<std::string, std::pair<appovshell::CommandHandler, void*>> commands_;
+    std::vector<std::string> arguments_;
+};
+
+} // namespace
+
+TEST(TerminalTable, KeepsTheLastShownPerTypeAndIdInOrder) {
+    TerminalTable table;
+    const auto since = std::chrono::system_clock::time_point(1000s);
+    table.show({1, 0}, {"dvb://1", "a", 1, since});
+    table.show({0, 2}, {"dvb://2", "b", 2, since});
+    table.show({1, 0}, {"dvb://3", "c", 3, since});
+    const auto entries = table.entries();
+    ASSERT_EQ(entries.size(), 2U);
+    EXPECT_EQ(entries[0].terminal, (Terminal{0, 2}));
+    EXPECT_EQ(entries[1].terminal, (Terminal{1, 0}));
+    EXPECT_EQ(entries[1].shown, (Shown{"dvb://3", "c", 3, since}));
+}
+
+TEST(TerminalTable, StoppingEmptiesTheTerminalAndIsHarmlessAgain) {
+    TerminalTable table;
+    table.show({0, 0}, {"dvb://1", "", 1, {}});
+    table.stop({0, 0});
+    table.stop({0, 0});
+    EXPECT_TRUE(table.entries().empty());
+}
+
+TEST(TerminalTable, CanBeReadWhileItChanges) {
+    TerminalTable table;
+    std::thread writer([&] {
+        for (int i = 0; i < 2000; ++i) {
+            table.show({0, i % 8}, {"dvb://1", "", 1, {}});
+            table.stop({0, (i + 4) % 8});
+        }
+    });
+    for (int i = 0; i < 200; ++i) EXPECT_LE(table.entries().size(), 8U);
+    writer.join();
+}
+
+TEST(Answers, AreOnePerRequestInOrderWithWhatWasAsked) {
+    TerminalTable table;
+    const auto infos = carryOutTv({request(0, 1, "dvb://1", "id"), request(0, 2, "dvb://9", "id")}, table);
+    ASSERT_EQ(infos.size(), 2U);
+    EXPECT_EQ(infos[0], (tvservice::TvServiceInfo_t{{0, 1}, 0, "dvb://1", "uuid of dvb://1", "", "id"}));
+    EXPECT_EQ(infos[1], (tvservice::TvServiceInfo_t{{0, 2}, 2, "dvb://9", "uuid of dvb://9", "", "id"}));
+}
+
+TEST(Answers, ToNoRequestsAreNone) {
+    TerminalTable table;
+    EXPECT_TRUE(carryOutTv({}, table).empty());
+}
+
+TEST(Answers, NoteTheClientOfWhatIsShown) {
+    TerminalTable table;
+    carryOutTv({request(3, 4, "dvb://1")}, table);
+    const auto entries = table.entries();
+    ASSERT_EQ(entries.size(), 1U);
+    EXPECT_EQ(entries[0].terminal, (Terminal{3, 4}));
+    EXPECT_EQ(entries[0].shown.client, 7U);
+    EXPECT_EQ(entries[0].shown.uuid, "uuid of dvb://1");
+}
+
+TEST(Answers, ToAStopAreDoneWhetherOrNotSomethingWasShown) {
+    TerminalTable table;
+    const auto infos = carryOutTv({request(0, 0, "dvb://1"), request(0, 0, stopUri), request(0, 5, stopUri)}, table);
+    for (const auto& info : infos) EXPECT_EQ(info.result, result::done);
+    EXPECT_EQ(infos[1].uri, "rec://plain/null");
+    EXPECT_TRUE(table.entries().empty());
+}
+
+TEST(Answers, OfAFailedRequestLeaveWhatTheTerminalShows) {
+    TerminalTable table;
+    carryOutTv({request(0, 0, "dvb://1"), request(0, 0, "dvb://9")}, table);
+    ASSERT_EQ(table.entries().size(), 1U);
+    EXPECT_EQ(table.entries()[0].shown.uri, "dvb://1");
+}
+
+TEST(Answers, WorkForTheMmServicesRecordsToo) {
+    TerminalTable table;
+    mmservice::MMServiceReq_t request;
+    request.terminal = {2, 3};
+    request.uri = "nothing:known";
+    request.reqId = "r";
+    const auto infos =
+        carryOut<mmservice::MMServiceInfo_t>(std::vector<mmservice::MMServiceReq_t>{request}, 1, table, checkMmUri);
+    ASSERT_EQ(infos.size(), 1U);
+    EXPECT_EQ(infos[0], (mmservice::MMServiceInfo_t{{2, 3}, 4, "nothing:known", "", "", "r"}));
+}
+
+TEST(Answers, AreFalsifiedAsTheSwitchesSay) {
+    TerminalTable table;
+    auto infos = carryOutTv({request(0, 1, "dvb://1", "id"), request(0, 2, "dvb://9", "id")}, table);
+    const auto honest = infos;
+    falsify(infos, Faults{});
+    EXPECT_EQ(infos, honest);
+    Faults faults;
+    faults.wrong = faults.otherId = true;
+    falsify(infos, faults);
+    for (const auto& info : infos) {
+        EXPECT_EQ(info.result, result::wrongByFault);
+        EXPECT_NE(info.reqId, "id");
+    }
+}
+
+TEST(FaultSwitches, AreAllOffAtFirst) { EXPECT_EQ(FaultSwitches().get(), Faults{}); }
+
+TEST(FaultSwitches, AreSetByNameAndValue) {
+    FaultSwitches switches;
+    for (const auto& [name, value] : std::map<std::string, std::string>{{"delay", "250"},
+                                                                        {"mute", "on"},
+                                                                        {"wrong", "on"},
+                                                                        {"duplicate", "on"},
+                                                                        {"other-id", "on"},
+                                                                        {"exit-after", "3"}})
+        EXPECT_EQ(switches.set(name, value), "");
+    EXPECT_EQ(switches.get(), (Faults{250ms, true, true, true, true, 3}));
+    EXPECT_EQ(switches.set("mute", "off"), "");
+    EXPECT_EQ(switches.get(), (Faults{250ms, false, true, true, true, 3}));
+}
+
+TEST(FaultSwitches, AreAllClearedAtOnce) {
+    FaultSwitches switches;
+    switches.set("delay=10");
+    switches.set("wrong=on");
+    EXPECT_EQ(switches.set("clear"), "");
+    EXPECT_EQ(switches.get(), Faults{});
+}
+
+TEST(FaultSwitches, RefuseWhatTheyDoNotKnowAndSayWhatTheyTake) {
+    FaultSwitches switches;
+    for (const char* wrong : {"", "=", "noise=on", "delay", "delay=", "delay=-1", "delay=1s", "delay=3600001",
+                              "exit-after=x", "exit-after=4294967296", "mute", "mute=yes", "clear=on", "delay=1 "}) {
+        EXPECT_NE(switches.set(wrong), "") << wrong;
+        EXPECT_EQ(switches.get(), Faults{}) << wrong;
+    }
+    EXPECT_EQ(switches.set("mute=yes"), "mute takes on or off, not \"yes\"");
+    EXPECT_NE(switches.set("noise=on").find("delay MS"), std::string::npos);
+}
+
+TEST(FaultSwitches, CountAnswersDownToTheLastOne) {
+    FaultSwitches switches;
+    EXPECT_FALSE(switches.countAnswer());
+    switches.set("exit-after=2");
+    EXPECT_FALSE(switches.countAnswer());
+    EXPECT_TRUE(switches.countAnswer());
+    EXPECT_FALSE(switches.countAnswer());
+}
+
+TEST(DelayLine, WorksAtOnceOnTheCallersThreadWithoutADelay) {
+    DelayLine line;
+    std::thread::id worker;
+    line.give([&] { worker = std::this_thread::get_id(); }, 0ms);
+    EXPECT_EQ(worker, std::this_thread::get_id());
+}
+
+TEST(DelayLine, WorksLaterInTheOrderGivenWhateverTheDelays) {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<int> done;
+    DelayLine line;
+    const auto start = std::chrono::steady_clock::now();
+    const auto note = [&](int number) {
+        return [&, number] {
+            const std::lock_guard lock(mutex);
+            done.push_back(number);
+            changed.notify_one();
+        };
+    };
+    line.give(note(1), 30ms);
+    line.give(note(2), 1ms);
+    line.give(note(3), 0ms);
+    std::unique_lock lock(mutex);
+    ASSERT_TRUE(changed.wait_for(lock, 10s, [&] { return done.size() == 3; }));
+    EXPECT_EQ(done, (std::vector<int>{1, 2, 3}));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 30ms);
+}
+
+TEST(DelayLine, GoesOnAfterWorkThatThrows) {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool done = false;
+    DelayLine line;
+    line.give([] { throw std::runtime_error("lost"); }, 1ms);
+    line.give(
+        [&] {
+            const std::lock_guard lock(mutex);
+            done = true;
+            changed.notify_one();
+        },
+        1ms);
+    std::unique_lock lock(mutex);
+    EXPECT_TRUE(changed.wait_for(lock, 10s, [&] { return done; }));
+}
+
+TEST(DelayLine, GivesUpWhatIsNotDueWhenItEnds) {
+    bool done = false;
+    {
+        DelayLine line;
+        line.give([&] { done = true; }, std::chrono::hours(1));
+    }
+    EXPECT_FALSE(done);
+}
+
+TEST(ShellCommands, ListTheTerminalsForPeopleAndPrograms) {
+    TerminalTable table;
+    FaultSwitches faults;
+    FakeShell shell;
+    ShellCommands commands(table, faults);
+    ASSERT_EQ(commands.registerWith(shell), 0);
+    EXPECT_EQ(shell.run("terminals"), 0);
+    EXPECT_EQ(shell.output, "");
+    table.show({0, 1}, {"dvb://1\n\xFF", "u", 2, std::chrono::system_clock::time_point(0s)});
+    EXPECT_EQ(shell.run("terminals"), 0);
+    EXPECT_EQ(shell.output,
+              "type 0, id 1, uri \"dvb://1\\n\xEF\xBF\xBD\", uuid \"u\", client 2, "
+              "since \"1970-01-01T00:00:00Z\"\n");
+    shell.json = true;
+    EXPECT_EQ(shell.run("terminals"), 0);
+    const auto list = nlohmann::json::parse(shell.output);
+    ASSERT_EQ(list.size(), 1U);
+    EXPECT_EQ(list[0]["type"], 0);
+    EXPECT_EQ(list[0]["id"], 1);
+    EXPECT_EQ(list[0]["uuid"], "u");
+    EXPECT_EQ(list[0]["client"], 2);
+}
+
+TEST(ShellCommands, SetAndListTheFaultSwitches) {
+    TerminalTable table;
+    FaultSwitches faults;
+    FakeShell shell;
+    ShellCommands commands(table, faults);
+    ASSERT_EQ(commands.registerWith(shell), 0);
+    EXPECT_EQ(shell.run("fault", {"delay", "20"}), 0);
+    EXPECT_EQ(faults.get().delay, 20ms);
+    EXPECT_EQ(shell.run("faults"), 0);
+    EXPECT_EQ(shell.output,
+              "delay 20, mute \"off\", wrong \"off\", duplicate \"off\", other-id \"off\", exit-after 0\n");
+    EXPECT_EQ(shell.run("fault", {"clear"}), 0);
+    EXPECT_EQ(faults.get(), Faults{});
+    shell.json = true;
+    EXPECT_EQ(shell.run("faults"), 0);
+    EXPECT_EQ(nlohmann::json::parse(shell.output)["mute"], "off");
+}
+
+TEST(ShellCommands, SayWhatIsWrongWithAFaultSwitch) {
+    TerminalTable table;
+    FaultSwitches faults;
+    FakeShell shell;
+    ShellCommands commands(table, faults);
+    ASSERT_EQ(commands.registerWith(shell), 0);
+    EXPECT_EQ(shell.run("fault", {"mute", "maybe"}), -22);
+    EXPECT_EQ(shell.output, "mute takes on or off, not \"maybe\"\n");
+}
+
+TEST(ShellCommands, AreNotRegisteredTwice) {
+    TerminalTable table;
+    FaultSwitches faults;
+    FakeShell shell;
+    ShellCommands commands(table, faults), others(table, faults);
+    EXPECT_EQ(commands.registerWith(shell), 0);
+    EXPECT_EQ(others.registerWith(shell), -17);
+}
