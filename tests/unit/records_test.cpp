@@ -1,4 +1,5 @@
 // The core records: their exact layouts, tables and the four operations of their flat forms.
+#include <genrpc/dump.h>
 #include <genrpc/flatten.h>
 #include <host/marshaller.h>
 #include <mmservice/messages.h>
@@ -113,6 +114,26 @@ TEST(CoreMessages, KeepTheirNumbers) {
     EXPECT_EQ(tvservice::messages::TvServiceInfo::meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7774, 0x28671247, 1}));
     EXPECT_EQ(mmservice::messages::MmServiceReq::meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7773, 0x28671236, 0}));
     EXPECT_EQ(mmservice::messages::MmServiceInfo::meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7774, 0x28671237, 1}));
+}
+
+TEST(CoreRecords, ShowEveryFieldByItsNameInOrder) {
+    EXPECT_EQ(genrpc::toText(fullRequest()),
+              R"(TvServiceReq_t {"terminal":{"type":2,"id":7},"intParam1":11,"intParam2":-12,"intParam3":13,)"
+              R"("uri":"dvb://1.2.3","strParam1":"one","uuid":"uuid-of-the-source","strParam2":"two",)"
+              R"("strParamList":["first","","a\u0000b"],"reqId":"42","strParam3":"three","strParam4":"four",)"
+              R"("intParam4":2147483647})");
+    EXPECT_EQ(genrpc::toText(TvServiceTerminal_t{1, 2}), R"(TvServiceTerminal_t {"type":1,"id":2})");
+}
+
+TEST(CoreRecords, AreEqualOnlyWhenEveryFieldIs) {
+    const TvServiceReq_t request = fullRequest();
+    EXPECT_EQ(request, fullRequest());
+    TvServiceReq_t other = fullRequest();
+    other.strParamList[1] = "x";
+    EXPECT_NE(request, other);
+    other = fullRequest();
+    other.intParam4 = 0;
+    EXPECT_NE(request, other);
 }
 
 TEST(FlatForm, GivesBackThePlainRecordThatItWasMadeOf) {
