@@ -23,6 +23,9 @@ std::filesystem::path makePrivateFolder() {
     return name;
 }
 
+// A shell opens before its process has registered all commands; the process is ready with the last one.
+const char* lastCommandOf(Part part) { return part == Part::frameHost ? "log" : "stats"; }
+
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 // Whether a line of the resource manager is about a request: it names the id after "reqid " or "req_id ".
@@ -93,7 +96,10 @@ bool ReceiverKit::answers(Part part) {
         throw ReceiverError(std::string(nameOf(part)) + " ended while starting: " + process.child->failure());
     try {
         process.shell.connect(shellOf(part));
-        return process.shell.run("help", true).status == 0;
+        const auto commands = nlohmann::json::parse(process.shell.run("help", true).output, nullptr, false);
+        return std::any_of(commands.begin(), commands.end(), [&](const nlohmann::json& command) {
+            return command.value("command", "") == lastCommandOf(part);
+        });
     } catch (const host::ShellError& error) {
         if (error.kind() != host::ShellError::Kind::NotAvailable) throw;
         return false;
@@ -103,7 +109,7 @@ bool ReceiverKit::answers(Part part) {
 void ReceiverKit::start(Part part) {
     of(part).child = std::make_unique<ChildProcess>(commandOf(part));
     if (!waitFor([&] { return answers(part); }, startLimit))
-        throw ReceiverError(std::string(nameOf(part)) + " did not open its shell");
+        throw ReceiverError(std::string(nameOf(part)) + " did not get ready");
 }
 
 void ReceiverKit::start() {

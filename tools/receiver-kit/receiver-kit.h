@@ -54,7 +54,7 @@ public:
 
     // Starts all parts and waits until both services are connected.
     void start();
-    void start(Part part); // and waits until its shell answers
+    void start(Part part); // and waits until its shell takes all its commands
     // Ends the parts in order, the framework process first. Returns what was not as it should be, a line each: a part
     // that had died before, did not end in time or ended with an error.
     std::string stop();
