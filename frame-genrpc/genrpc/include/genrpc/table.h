@@ -8,17 +8,17 @@
 
 namespace genrpc {
 
-// How a flat type appears in a table: kind, and the table that arg points to.
+// How a flat type appears in a table.
 struct TableCell {
     vdl::EndianKind kind;
-    const vdl::EndianTable* nested; // null for scalars
+    vdl::EndianEntry::Arg arg;
 };
 
 template <class F> struct CellOf;
 template <class T> struct CellOf<vdl::Word<T>> {
-    static constexpr TableCell cell{static_cast<vdl::EndianKind>(sizeof(T)), nullptr};
+    static constexpr TableCell cell{static_cast<vdl::EndianKind>(sizeof(T)), std::uintptr_t{0}};
 };
-template <> struct CellOf<WideBool> { static constexpr TableCell cell{vdl::EndianScalar4, nullptr}; };
+template <> struct CellOf<WideBool> { static constexpr TableCell cell{vdl::EndianScalar4, std::uintptr_t{0}}; };
 template <> struct CellOf<vdlDeserString_t> {
     static constexpr TableCell cell{vdl::EndianNested, &__vdl_EndianTable_vdlDeserString_t};
 };
@@ -32,8 +32,7 @@ template <Form F> struct CellOf<F> { static constexpr TableCell cell{vdl::Endian
 template <class E> struct CellOf<Sequence<E>> { static constexpr TableCell cell{vdl::EndianSequence, E::table()}; };
 
 constexpr vdl::EndianEntry entryOf(std::size_t offset, TableCell cell) {
-    return {static_cast<std::uint16_t>(offset), cell.kind,
-            cell.nested ? vdl::EndianEntry::Arg(cell.nested) : vdl::EndianEntry::Arg(std::uintptr_t{0})};
+    return {static_cast<std::uint16_t>(offset), cell.kind, cell.arg};
 }
 inline constexpr vdl::EndianEntry endOfTable{0, 0, vdl::EndianEntry::terminator};
 
