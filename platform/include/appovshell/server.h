@@ -25,7 +25,7 @@ public:
     // help: one line for people. It may begin with the arguments' names in capitals, one word for each argument
     // ("TERMINAL URI [UUID] - plays a channel"); usage messages are made of them.
     // handler and context must stay valid while the process lives. From any thread.
-    // Returns 0, -17 when the command word is taken, -22 when the specification is malformed or the handler is null.
+    // Returns 0, -17 when the command word is taken, -22 for a malformed specification or a null handler.
     virtual int registerCommand(const std::string& specification, const std::string& help, CommandHandler handler,
                                 void* context) = 0;
 

@@ -23,7 +23,7 @@ bool parseSpecification(std::string_view text, Specification& result);
 
 // A command's help text taken apart.
 struct HelpText {
-    std::string arguments;   // "TERMINAL URI [UUID]": from the help, else made from the specification
+    std::string arguments;   // "TERMINAL URI [UUID]": from the help, else made from the argument kinds
     std::string description; // the help without the arguments' names
 };
 HelpText helpTextOf(const Specification& specification, const std::string& help);
@@ -40,7 +40,7 @@ Words takeWords(std::string_view line, std::size_t limit);
 // The same for a line that came as words: the words after the first limit ones make the rest, with a blank between.
 Words takeWords(const std::vector<std::string>& all, std::size_t limit);
 
-// Makes a command's arguments of the words after the command word; false when they do not match the specification.
+// Makes a command's arguments of the words after the command word; false when they do not match those of the command.
 bool matchArguments(const Specification& specification, Words& words, std::vector<std::string>& arguments);
 
 } // namespace appovshell

@@ -100,7 +100,7 @@ template <class Line> CommandTable::Result CommandTable::run(const Line& line, I
     if (!command) return {-ENOSYS, "unknown command: " + word + " (help lists them)"};
 
     const auto& specification = command->specification;
-    // One word more than the specification has, to see whether there are too many; all that follow "..." are its.
+    // One word more than the command takes, to see whether there are too many; all that follow "..." are its.
     auto words = takeWords(line, specification.kinds.size() + (specification.takesRest ? 1 : 2));
     if (words.error) return {-EINVAL, words.error};
     if (!matchArguments(specification, words, invocation.arguments))
