@@ -65,7 +65,7 @@ public:
     bool work() {
         std::unique_lock lock(resMutex);
         if (onSleep()) return false;
-        sendFront(lock);
+        sendFront(lock, GENRPC_HERE);
         return true;
     }
     void tick() {
@@ -333,6 +333,7 @@ TEST_F(ResManagerTest, GathersTheAnswersOfBothServicesIntoOneReport) {
     EXPECT_THAT(manager.reports, ElementsAre("info 2:0=dvb://2/0#1 5:1=external://x/7#1"));
     EXPECT_THAT(manager.queue(), IsEmpty());
     EXPECT_THAT(linesWith("finished"), ElementsAre("finished req_id 1"));
+    EXPECT_TRUE(log->waitFor(":notifyInfo(): finished", 0s));
 }
 
 TEST_F(ResManagerTest, PassesOnWhatBelongsToNoBundleUnderWay) {
@@ -372,6 +373,14 @@ TEST_F(ResManagerTest, NeverCompletesByAServiceThatAnswersTwice) {
     EXPECT_EQ(manager.answer(ResponseMM, {info(1, 0, "1")}), 0);
     EXPECT_THAT(manager.queue().front(), testing::HasSubstr("WaitingStop"));
     EXPECT_THAT(manager.reports, IsEmpty());
+}
+
+TEST_F(ResManagerTest, TakesThreeAnswersOfTheMmServiceForBoth) {
+    manager.ask({request(1, 0, "http://x")});
+    manager.work();
+    EXPECT_EQ(manager.answer(ResponseMM, {info(1, 0, "1")}), 0);
+    EXPECT_EQ(manager.answer(ResponseMM, {info(1, 0, "1")}), 0);
+    EXPECT_EQ(manager.answer(ResponseMM, {info(1, 0, "1")}), 1);
 }
 
 TEST_F(ResManagerTest, PassesOnASecondAnswerThatComesAfterTheBundleHasEnded) {

@@ -241,7 +241,7 @@ void ResManager::ResMTask() {
     while (exitTask == 0) {
         lock.lock();
         if (waitForWork(lock)) {
-            sendFront(lock);
+            sendFront(lock, GENRPC_HERE);
         } else {
             timeoutCheck();
             lock.unlock();
@@ -264,14 +264,14 @@ bool ResManager::waitForWork(std::unique_lock<std::mutex>& lock) {
     return true;
 }
 
-void ResManager::sendFront(std::unique_lock<std::mutex>& lock) {
+void ResManager::sendFront(std::unique_lock<std::mutex>& lock, genrpc::Here here) {
     const std::shared_ptr<ResRequests_> bundle = reqQueue.front(); // answers may take it off the queue while we send
     // Requests go out with ids of their own, not with the client's.
     frame::MsgIds ids;
     const frame::TransportInfo transport;
     const ResOP_ front = bundle->resOps.front();
-    GENRPC_LOG(module, vdlDebugProgress, "Sending reqid %s, %s, %s\n", bundle->pReqId->c_str(), textOf(front.op),
-               textOf(front.response));
+    GENRPC_LOG_AT(here, module, vdlDebugProgress, "Sending reqid %s, %s, %s\n", bundle->pReqId->c_str(),
+                  textOf(front.op), textOf(front.response));
 
     bundle->resOps.pop_front();
     if (!bundle->resOps.empty()) bundle->resOps.front().startTime = resClock();
@@ -435,6 +435,7 @@ int ResManager::notifyInfo(ResResponse from, frame::MsgIds& ids, const frame::Tr
     GENRPC_LOG(module, vdlDebugProgress, "Receiving req_id %s,%s,%s, all %s\n", reqId, textOf(front.op), textOf(from),
                textOf(front.response));
 
+    const genrpc::Here here = GENRPC_HERE; // for the lambda that has no name of its own
     const auto leaveQueue = [&] {
         reqQueue.pop_front();
         resCond.notify_one();
@@ -442,12 +443,13 @@ int ResManager::notifyInfo(ResResponse from, frame::MsgIds& ids, const frame::Tr
     const auto finish = [&] {
         reqQueue.pop_front();
         verifyResult(infos);
-        GENRPC_LOG(module, vdlDebugProgress, "finished req_id %s\n", reqId);
+        GENRPC_LOG_AT(here, module, vdlDebugProgress, "finished req_id %s\n", reqId);
         resCond.notify_one();
         return Finished;
     };
-    // Subtracted, not cleared as a bit: a second answer of one service never passes for the other one's. The bundle
-    // then waits until it is dropped.
+    // Subtracted, not cleared as a bit: a service that answers twice leaves a remainder that the other one's answer
+    // does not bring to zero, and the bundle waits until it is dropped. Only three answers of the MM service pass for
+    // both.
     const auto allThere = [&] {
         front.response = static_cast<ResResponse>(front.response - from);
         return front.response == ResponseNO;
@@ -490,7 +492,8 @@ int ResManager::checkStopResult(frame::MsgIds&, const frame::TransportInfo&, con
 
 void ResManager::verifyResult(std::vector<TvServiceInfo_t>& infos) {
     const auto queued = reqQueue;
-    GENRPC_LOG(module, vdlDebugTrace, "Number of requests waiting for handling %d\n", static_cast<int>(queued.size()));
+    GENRPC_LOG(module, vdlDebugProgress, "Number of requests waiting for handling %d\n",
+               static_cast<int>(queued.size()));
     const auto markNewer = [&](const ResRequests_::Requests& starts, const char* kind) {
         if (!starts) return;
         for (const TvServiceReq_t& request : *starts)

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <frame/message.h>
+#include <genrpc/log.h>
 #include <tvservice-adapter/bundle-status.h>
 #include <tvservice/core-records.h>
 
@@ -122,8 +123,9 @@ protected:
     bool onSleep() const; // with resMutex held: nothing to send
     // Waits until there is something to send (true), or a whole second without any notification has passed (false).
     bool waitForWork(std::unique_lock<std::mutex>& lock);
-    // Carries out the front bundle's sending step. Takes the lock held and returns with it released.
-    void sendFront(std::unique_lock<std::mutex>& lock);
+    // Carries out the front bundle's sending step, logged as the task's own. Takes the lock held, returns with it
+    // released.
+    void sendFront(std::unique_lock<std::mutex>& lock, genrpc::Here here);
     // With resMutex held: drops the front bundle when its answers are more than 5 seconds overdue.
     void timeoutCheck();
 
