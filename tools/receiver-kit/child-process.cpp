@@ -116,7 +116,14 @@ bool ChildProcess::running() {
 }
 
 void ChildProcess::signal(int number) {
-    if (running()) kill(pid_, number);
+    if (!running()) return;
+    kill(pid_, number);
+    if (number != SIGSTOP) return;
+    // A stop takes its time to reach every thread; until then the process may still answer. WNOWAIT leaves an end that
+    // came first to be collected as usual.
+    siginfo_t change;
+    while (waitid(P_PID, static_cast<id_t>(pid_), &change, WSTOPPED | WEXITED | WNOWAIT) < 0 && errno == EINTR) {
+    }
 }
 
 void ChildProcess::terminate(std::chrono::milliseconds patience) {

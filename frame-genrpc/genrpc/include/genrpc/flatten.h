@@ -169,15 +169,10 @@ template <class E> void unflatten(const Sequence<E>& from, std::vector<typename 
 
 // ---- assigning to a form that may hold something already ----
 
-// What the family's forms give back before they are assigned to.
+// What the family's forms give back before they are assigned to: core and status forms are made to be assigned to once,
+// they let go of a string list but not of single strings.
 template <Family family, class T> void releaseBeforeAssignment(T& flat) {
-    if constexpr (family == Family::Stream) {
-        release(flat);
-    } else if constexpr (std::is_same_v<T, vdlDeserBlobString_t>) {
-        // Core and status forms are made to be assigned to once: they let go of a string list, but not of single
-        // strings.
-        release(flat);
-    }
+    if constexpr (family == Family::Stream || std::is_same_v<T, vdlDeserBlobString_t>) release(flat);
 }
 
 template <Form F> void assign(const typename F::Plain& from, F& to) {
