@@ -29,9 +29,6 @@
 
 namespace tvservice {
 
-// A request with this uri asks a service to stop what the terminal shows.
-inline constexpr const char* stopUri = "rec://plain/null";
-
 // The kind of a step. The waiting kinds are the odd ones.
 enum ResOperation : std::uint32_t { SendingStop = 0, WaitingStop = 1, SendingStart = 2, WaitingStart = 3 };
 

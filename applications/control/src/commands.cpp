@@ -15,7 +15,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr int badArgument = -22;
-constexpr const char* stopUri = "rec://plain/null";
 
 std::string nameOf(const tvservice::TvServiceTerminal_t& terminal) {
     return std::to_string(terminal.type) + ":" + std::to_string(terminal.id);
@@ -133,7 +132,7 @@ int Commands::play() {
     return submit(uri, shell_.getArgument(2));
 }
 
-int Commands::stop() { return submit(stopUri, ""); }
+int Commands::stop() { return submit(tvservice::stopUri, ""); }
 
 namespace {
 

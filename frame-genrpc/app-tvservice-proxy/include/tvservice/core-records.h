@@ -11,6 +11,9 @@ namespace tvservice {
     FIELD(std::int32_t, id)
 GENRPC_TERMINAL(TvServiceTerminal_t, TVSERVICE_TERMINAL_FIELDS)
 
+// A request with this uri asks a service to stop what the terminal shows.
+inline constexpr const char* stopUri = "rec://plain/null";
+
 // One play or stop request. uri: what to show, "rec://plain/null" to stop; uuid: the source's identity; reqId: empty or
 // equal in all requests of one call, echoed in the answer. The int and string parameters are the services' business.
 #define TVSERVICE_REQ_FIELDS(FIELD)               \

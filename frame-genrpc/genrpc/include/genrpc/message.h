@@ -79,12 +79,13 @@ template <class... Args> struct Body {
     }
 };
 
-// Sends one message through module: builds meta and body in a region of their own and hands both over; the completion
-// gives them back. Throws std::bad_alloc, with nothing sent, when memory runs out.
+// A proxy's send template: builds meta and body in a region of their own and hands both over, with the caller's ids and
+// without its transport; the completion gives the region back. Returns 0: the proxy does not look at what becomes of
+// the message, answers come as notifications, and what never arrives is given up by who waits for it. Throws
+// std::bad_alloc, with nothing sent, when memory runs out.
 template <class Message, class... Args>
-void sendThrough(frame::OmqIOModule* module, frame::AbstractMarshallingImpl& base, const frame::MsgIds& ids,
-                 const Args&... args) {
-    FlatRegion* region = FlatRegion::create(base.getSendBufferSize());
+int send(frame::AbstractMarshallingImpl& proxy, const frame::MsgIds& ids, const Args&... args) {
+    FlatRegion* region = FlatRegion::create(proxy.getSendBufferSize());
     frame::MsgMeta* meta = nullptr;
     char* body = nullptr;
     try {
@@ -94,14 +95,8 @@ void sendThrough(frame::OmqIOModule* module, frame::AbstractMarshallingImpl& bas
         FlatRegion::release(region);
         throw;
     }
-    base.asyncSend(module, ids, *meta, nullptr, *Message::table(), body, [region] { FlatRegion::release(region); });
-}
-
-// A proxy's send template: the message, with the caller's ids and without its transport. The proxy does not look at
-// what becomes of the message: answers come as notifications, and what never arrives is given up by who waits for it.
-template <class Message, class... Args>
-int send(frame::AbstractMarshallingImpl& proxy, const frame::MsgIds& ids, const Args&... args) {
-    sendThrough<Message>(proxy.getOmqIOModule(), proxy, ids, args...);
+    proxy.asyncSend(proxy.getOmqIOModule(), ids, *meta, nullptr, *Message::table(), body,
+                    [region] { FlatRegion::release(region); });
     return 0;
 }
 
