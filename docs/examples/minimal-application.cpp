@@ -2,12 +2,13 @@
 #include <frame/abstract-application.h>
 #include <frame/process.h>
 #include <tvservice-adapter/model-tvservice-adapter.h>
+#include <tvservice/client-base.h>
 
 #include <boost/make_shared.hpp>
 #include <cstdio>
 #include <cstdlib>
 
-class Viewer : public tvservice::ClientInterface {
+class Viewer : public tvservice::ClientBase {
     int tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&,
                       const std::vector<tvservice::TvServiceInfo_t>& infos) override {
         for (const auto& info : infos) std::fprintf(stderr, "%s: result %d\n", info.uri.c_str(), info.result);

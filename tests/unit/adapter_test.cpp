@@ -2,11 +2,14 @@
 #include "client-objects.h"
 #include "conversion.h"
 #include "resource-manager.h"
+#include "support/fake-shell.h"
+#include "support/tv-doubles.h"
 
 #include <frame/process.h>
 #include <genrpc/log.h>
 #include <host/log-capture.h>
 #include <tvservice-adapter/model-tvservice-adapter.h>
+#include <tvservice/client-base.h>
 
 #include <atomic>
 #include <boost/make_shared.hpp>
@@ -61,7 +64,7 @@ TEST(Conversion, EmptiesTheOutputForAnEmptyInput) {
 
 // ---- client objects ----
 
-class Client : public ClientInterface {
+class Client : public ClientBase {
 public:
     explicit Client(std::string& order, std::string name = "c") : order_(order), name_(std::move(name)) {}
     int tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&, const std::vector<TvServiceInfo_t>& infos) override {
@@ -141,16 +144,16 @@ TEST(MmClientObject, KeepsItsRegistryLikeTheOtherOne) {
 // ---- the whole adapter, with services in the process ----
 
 // Registers a service as a proxy would and answers at once, from inside the request.
-template <class Service> class Member : public frame::AbstractApplication, public Service {
+template <class Interface, class Service = Interface> class Member : public frame::AbstractApplication, public Service {
 public:
     int registerAs(const char* key) {
         attachProcess(*frame::Process::getInstance());
-        return registerInterface(static_cast<Service*>(this), key);
+        return registerInterface(static_cast<Interface*>(this), key);
     }
-    int unregister() { return unregisterInterface(static_cast<Service*>(this)); }
+    int unregister() { return unregisterInterface(static_cast<Interface*>(this)); }
 };
 
-class TvService : public Member<ServiceInterface> {
+class TvService : public Member<ServiceInterface, support::RecordingTvService> {
 public:
     int tvServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                      const std::vector<TvServiceReq_t>& requests) override {
@@ -162,12 +165,6 @@ public:
         for (const auto& client : copy) client->tvServiceInfo(ids, transport, infos);
         return -7;
     }
-    int addClient(boost::shared_ptr<ClientInterface> client) override {
-        clients.push_back(client);
-        return -17;
-    }
-    int removeClient(boost::shared_ptr<ClientInterface>) override { return 0; }
-    std::vector<boost::shared_ptr<ClientInterface>> clients;
 };
 
 class MmService : public Member<mmservice::ServiceInterface> {
@@ -189,7 +186,7 @@ public:
 };
 
 // Waits for answers.
-class Application : public ClientInterface {
+class Application : public ClientBase {
 public:
     int tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&, const std::vector<TvServiceInfo_t>& infos) override {
         std::lock_guard lock(mutex_);
@@ -218,6 +215,7 @@ struct Receiver {
 
     static Receiver& get() {
         static Receiver* const receiver = [] {
+            support::FakeShell::get(); // which the adapter finds when it starts
             auto* made = new Receiver;
             made->adapter.attachProcess(*frame::Process::getInstance());
             EXPECT_EQ(made->adapter.setupDone(), 0);

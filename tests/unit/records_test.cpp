@@ -1,5 +1,5 @@
 // The core records: their exact layouts, tables and the four operations of their flat forms.
-#include <genrpc/dump.h>
+#include <genrpc/json.h>
 #include <genrpc/flatten.h>
 #include <host/marshaller.h>
 #include <mmservice/messages.h>

@@ -18,9 +18,10 @@ class TvServiceClient : public ClientInterface {
 public:
     ~TvServiceClient() override;
 
-    // The answer to a play or stop request: to the resource manager, which decides what reaches the clients.
-    int tvServiceInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
-                      const std::vector<TvServiceInfo_t>& infos) override;
+    // The answer to play and stop requests: to the resource manager, which decides what reaches the clients.
+    TVSERVICE_ANSWER(GENRPC_OVERRIDE)
+    // All other notifications: to every client, unchanged.
+    TVSERVICE_NEWS(GENRPC_OVERRIDE)
 
     // What the resource manager has for the clients; delivered to each as tvServiceInfo.
     virtual int tvServiceInfocb(frame::MsgIds& ids, const frame::TransportInfo& transport,

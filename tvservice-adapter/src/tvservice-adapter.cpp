@@ -2,6 +2,7 @@
 #include "app-tvservice-proxy-main.h"
 #include "client-objects.h"
 #include "conversion.h"
+#include "ovshell.h"
 #include "resource-manager.h"
 
 #include <frame/process.h>
@@ -70,6 +71,16 @@ int TvServiceClient::tvServiceInfocb(frame::MsgIds& ids, const frame::TransportI
     for (const auto& client : clients) client->tvServiceInfo(ids, transport, infos);
     return 0;
 }
+
+// Every client in order, under the mutex. The results are ignored.
+#define FAN_OUT(service, direction, Name, method, id, ...)                                                       \
+    int TvServiceClient::method(GENRPC_PARAMETERS(__VA_ARGS__)) {                                                \
+        const std::lock_guard lock(clientMutex);                                                                 \
+        for (const auto& client : clients) client->method(ids, transport GENRPC_EACH(GENRPC_NAME, __VA_ARGS__)); \
+        return 0;                                                                                                \
+    }
+TVSERVICE_NEWS(FAN_OUT)
+#undef FAN_OUT
 
 int TvServiceClient::addClient(boost::shared_ptr<ClientInterface> client) {
     const std::lock_guard lock(clientMutex);
@@ -176,6 +187,8 @@ int ModelTvServiceAdapter::performStarting() {
             return client->tvServiceInfocb(ids, transport, infos);
         });
     }
+    // The debug command, once per process however often the adapter starts.
+    static ovRegister registrar(this);
     return 0;
 }
 
@@ -201,6 +214,100 @@ int ModelTvServiceAdapter::tvServiceReq(frame::MsgIds& ids, const frame::Transpo
                                         const std::vector<TvServiceReq_t>& requests) {
     GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
     return ResManager::getResMInstance()->tvServiceReq(ids, transport, requests);
+}
+
+// ---- requests that pass straight through to the TV service; the last three write no log line ----
+
+int ModelTvServiceAdapter::tvServiceSwapWinReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                               const TvServiceSwapWinReq_t& request) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return tvService->tvServiceSwapWinReq(ids, transport, request);
+}
+
+int ModelTvServiceAdapter::tvServiceStreamInfoReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                                  const TvServiceStreamInfoReq_t& request) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return tvService->tvServiceStreamInfoReq(ids, transport, request);
+}
+
+int ModelTvServiceAdapter::tvServiceAudioReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                             const TvServiceAudioReq_t& request) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return tvService->tvServiceAudioReq(ids, transport, request);
+}
+
+int ModelTvServiceAdapter::tvServiceSubtitleReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                                const TvServiceSubtitleReq_t& request) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return tvService->tvServiceSubtitleReq(ids, transport, request);
+}
+
+int ModelTvServiceAdapter::tvServiceVideoReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                             const TvServiceVideoReq_t& request) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return tvService->tvServiceVideoReq(ids, transport, request);
+}
+
+int ModelTvServiceAdapter::tvServiceTeletextReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                                const TvServiceTeletextReq_t& request) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return tvService->tvServiceTeletextReq(ids, transport, request);
+}
+
+int ModelTvServiceAdapter::tvServiceInfoReq(frame::MsgIds& ids, const frame::TransportInfo& transport) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return tvService->tvServiceInfoReq(ids, transport);
+}
+
+int ModelTvServiceAdapter::tvServiceAskReleaseReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                                  const TvServiceAskReleaseReq_t& request) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return tvService->tvServiceAskReleaseReq(ids, transport, request);
+}
+
+int ModelTvServiceAdapter::tvServiceSListChangedInd(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                                    const TvServiceSListChangedInd_t& indication) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return tvService->tvServiceSListChangedInd(ids, transport, indication);
+}
+
+int ModelTvServiceAdapter::tvServiceTryRunReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                              const TvServiceTryRunRequestParams_t& params) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return tvService->tvServiceTryRunReq(ids, transport, params);
+}
+
+int ModelTvServiceAdapter::setParentalLockInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                               const TvServiceParentalLockInfo_t& info) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return tvService->setParentalLockInfo(ids, transport, info);
+}
+
+int ModelTvServiceAdapter::mtsAudioChangeReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                             MtsAudioTrack_t track) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return tvService->mtsAudioChangeReq(ids, transport, track);
+}
+
+int ModelTvServiceAdapter::tvServiceSendKeyReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                               const std::string& key) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return tvService->tvServiceSendKeyReq(ids, transport, key);
+}
+
+int ModelTvServiceAdapter::setCasService(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                         TvServiceCasServiceType_t type) {
+    return tvService->setCasService(ids, transport, type);
+}
+
+int ModelTvServiceAdapter::requestPackagesReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                              reqeustOadType_t type, const std::string& packages) {
+    return tvService->requestPackagesReq(ids, transport, type, packages);
+}
+
+int ModelTvServiceAdapter::tvServiceSourceChanged(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                                  const std::string& source) {
+    return tvService->tvServiceSourceChanged(ids, transport, source);
 }
 
 std::vector<BundleStatus> ModelTvServiceAdapter::bundles() const { return ResManager::getResMInstance()->bundles(); }

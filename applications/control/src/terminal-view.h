@@ -2,7 +2,7 @@
 // one.
 #pragma once
 
-#include <tvservice/interfaces.h>
+#include <tvservice/client-base.h>
 
 #include <deque>
 #include <map>
@@ -19,7 +19,7 @@ struct Answer {
 };
 
 // The adapter's client. Answers come on the framework's threads, readers on the shell's; all from any thread.
-class TerminalView : public tvservice::ClientInterface {
+class TerminalView : public tvservice::ClientBase {
 public:
     int tvServiceInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
                       const std::vector<tvservice::TvServiceInfo_t>& infos) override;

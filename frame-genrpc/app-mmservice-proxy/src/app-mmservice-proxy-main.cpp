@@ -1,7 +1,5 @@
 #include "app-mmservice-proxy-main.h"
 
-#include <genrpc/log.h>
-#include <genrpc/message.h>
 #include <mmservice/messages.h>
 
 #include <cstdlib>
@@ -66,7 +64,7 @@ int Proxy::performStopping() {
 
 int Proxy::registerMessageHandlers() {
     GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    genrpc::bind<messages::MmServiceInfo>(*this, callMmServiceInfo);
+    MMSERVICE_NOTIFICATIONS(GENRPC_BIND)
     return 0;
 }
 
@@ -80,24 +78,8 @@ int Proxy::removeClient(boost::shared_ptr<ClientInterface> client) {
     return genrpc::removeClient(clients, client, -2, {module, GENRPC_HERE});
 }
 
-// ---- requests ----
-
-int Proxy::mmServiceReq(frame::MsgIds& ids, const frame::TransportInfo&, const std::vector<MMServiceReq_t>& requests) {
-    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    return genrpc::send<messages::MmServiceReq>(*this, ids, requests);
-}
-
-// ---- notifications ----
-
-int Proxy::callMmServiceInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
-                             void* context) {
-    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
-    auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::MmServiceInfo>(proxy.getMutex(), proxy.clients, &ClientInterface::mmServiceInfo,
-                                             transport, payload);
-    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
-    return 0;
-}
+MMSERVICE_REQUESTS(GENRPC_SENDER)
+MMSERVICE_NOTIFICATIONS(GENRPC_HANDLER)
 
 } // namespace mmservice
 

@@ -1,8 +1,7 @@
 // The client side of the connection to the MM service.
 #pragma once
 
-#include <frame/abstract-marshalling-impl.h>
-#include <genrpc/client-list.h>
+#include <genrpc/proxy.h>
 #include <mmservice/interfaces.h>
 
 namespace mmservice {
@@ -19,14 +18,12 @@ public:
     int performStopping() override;
     int registerMessageHandlers() override;
 
-    int mmServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
-                     const std::vector<MMServiceReq_t>& requests) override;
+    MMSERVICE_REQUESTS(GENRPC_OVERRIDE)
     int addClient(boost::shared_ptr<ClientInterface> client) override;
     int removeClient(boost::shared_ptr<ClientInterface> client) override;
 
     // Message handler; the context is the proxy.
-    static int callMmServiceInfo(const frame::MsgMeta& meta, const frame::TransportInfo& transport, const void* payload,
-                                 void* context);
+    MMSERVICE_NOTIFICATIONS(GENRPC_DECLARE_HANDLER)
 
 private:
     genrpc::ClientList<ClientInterface> clients; // guarded by getMutex()

@@ -2,8 +2,6 @@
 
 namespace mmservice {
 
-GENRPC_RECORD_TABLE(MMServiceTerminal_t)
-GENRPC_RECORD_TABLE(MMServiceReq_t)
-GENRPC_RECORD_TABLE(MMServiceInfo_t)
+MMSERVICE_RECORDS(GENRPC_RECORD_TABLE)
 
 } // namespace mmservice

@@ -1,8 +1,7 @@
 // The client side of the connection to the TV service.
 #pragma once
 
-#include <frame/abstract-marshalling-impl.h>
-#include <genrpc/client-list.h>
+#include <genrpc/proxy.h>
 #include <tvservice/interfaces.h>
 
 namespace tvservice {
@@ -19,14 +18,12 @@ public:
     int performStopping() override;
     int registerMessageHandlers() override;
 
-    int tvServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
-                     const std::vector<TvServiceReq_t>& requests) override;
+    TVSERVICE_REQUESTS(GENRPC_OVERRIDE)
     int addClient(boost::shared_ptr<ClientInterface> client) override;
     int removeClient(boost::shared_ptr<ClientInterface> client) override;
 
     // Message handlers; the context is the proxy.
-    static int callTvServiceInfo(const frame::MsgMeta& meta, const frame::TransportInfo& transport, const void* payload,
-                                 void* context);
+    TVSERVICE_NOTIFICATIONS(GENRPC_DECLARE_HANDLER)
 
 private:
     genrpc::ClientList<ClientInterface> clients; // guarded by getMutex()

@@ -2,8 +2,6 @@
 
 namespace tvservice {
 
-GENRPC_RECORD_TABLE(TvServiceTerminal_t)
-GENRPC_RECORD_TABLE(TvServiceReq_t)
-GENRPC_RECORD_TABLE(TvServiceInfo_t)
+TVSERVICE_CORE_RECORDS(GENRPC_RECORD_TABLE)
 
 } // namespace tvservice

@@ -15,6 +15,7 @@
 #include <tvservice/interfaces.h>
 
 #include <boost/shared_ptr.hpp>
+#include <string>
 #include <vector>
 
 namespace mmservice {
@@ -48,6 +49,64 @@ public:
     // news.
     int tvServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                      const std::vector<TvServiceReq_t>& requests);
+
+    // All other requests pass unchanged to the TV service: they answer what sending them answered (0 once the request
+    // is on its way) and what becomes of them comes to the clients as the notification named. Not before the adapter
+    // has started with the TV service's proxy in its process.
+
+    // Swaps what two windows show: tvServiceSwapWinInfo.
+    int tvServiceSwapWinReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                            const TvServiceSwapWinReq_t& request);
+
+    // Asks about a stream: tvServiceStreamInfo.
+    int tvServiceStreamInfoReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                               const TvServiceStreamInfoReq_t& request);
+
+    // Choose a terminal's track: tvServiceAudioInfo, tvServiceSubtitleInfo, tvServiceVideoInfo, tvServiceTeletextInfo.
+    int tvServiceAudioReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                          const TvServiceAudioReq_t& request);
+    int tvServiceSubtitleReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                             const TvServiceSubtitleReq_t& request);
+    int tvServiceVideoReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                          const TvServiceVideoReq_t& request);
+    int tvServiceTeletextReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                             const TvServiceTeletextReq_t& request);
+
+    // Asks what the terminals show: tvServiceInfo.
+    int tvServiceInfoReq(frame::MsgIds& ids, const frame::TransportInfo& transport);
+
+    // Negotiates the release of a resource: tvServiceAskReleaseInfo, tvServiceAskReleaseConf.
+    int tvServiceAskReleaseReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                               const TvServiceAskReleaseReq_t& request);
+
+    // The list of services has changed: tvServiceStatusInfo.
+    int tvServiceSListChangedInd(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                 const TvServiceSListChangedInd_t& indication);
+
+    // Tries whether something could be played: tvServicePlayInfo.
+    int tvServiceTryRunReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                           const TvServiceTryRunRequestParams_t& params);
+
+    // Locks or unlocks a terminal: tvServiceStatusInfo.
+    int setParentalLockInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                            const TvServiceParentalLockInfo_t& info);
+
+    // Chooses the audio track of a multichannel sound broadcast: tvServiceMtsAudioTrackInfoNotify.
+    int mtsAudioChangeReq(frame::MsgIds& ids, const frame::TransportInfo& transport, MtsAudioTrack_t track);
+
+    // A key for the application that the broadcast brings along: tvServiceBroadcastApplictionInfo.
+    int tvServiceSendKeyReq(frame::MsgIds& ids, const frame::TransportInfo& transport, const std::string& key);
+
+    // Chooses the conditional access service: tvServiceCiSasMessageInfo.
+    virtual int setCasService(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                              TvServiceCasServiceType_t type);
+
+    // Fetches packages over the air: tvserviceOadStatusNotify, tvserviceOadProgressNotify.
+    int requestPackagesReq(frame::MsgIds& ids, const frame::TransportInfo& transport, reqeustOadType_t type,
+                           const std::string& packages);
+
+    // The source of the signal has changed: tvServiceNetworkChangeMsg.
+    int tvServiceSourceChanged(frame::MsgIds& ids, const frame::TransportInfo& transport, const std::string& source);
 
     // The bundles under way and waiting, for people and tools.
     std::vector<BundleStatus> bundles() const;

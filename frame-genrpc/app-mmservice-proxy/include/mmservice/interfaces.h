@@ -1,11 +1,9 @@
 // The MM service (files, network streams and other media) as a process sees it.
 #pragma once
 
-#include <frame/message.h>
-#include <mmservice/records.h>
+#include <mmservice/message-list.h>
 
 #include <boost/shared_ptr.hpp>
-#include <vector>
 
 namespace mmservice {
 
@@ -13,8 +11,7 @@ namespace mmservice {
 class ClientInterface {
 public:
     virtual ~ClientInterface() = default;
-    virtual int mmServiceInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
-                              const std::vector<MMServiceInfo_t>& infos) = 0;
+    MMSERVICE_NOTIFICATIONS(GENRPC_PURE_METHOD) // mmServiceInfo
 };
 
 // The MM service's one request, registered under interfaceKey; clients as with the TV service. From any thread.
@@ -23,8 +20,7 @@ public:
     static constexpr const char* interfaceKey = "orvel.lm.interfaces.mmservice";
 
     virtual ~ServiceInterface() = default;
-    virtual int mmServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
-                             const std::vector<MMServiceReq_t>& requests) = 0;
+    MMSERVICE_REQUESTS(GENRPC_PURE_METHOD) // mmServiceReq
     virtual int addClient(boost::shared_ptr<ClientInterface> client) = 0;
     virtual int removeClient(boost::shared_ptr<ClientInterface> client) = 0;
 };

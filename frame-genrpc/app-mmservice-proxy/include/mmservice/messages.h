@@ -1,15 +1,10 @@
-// The messages of the MM service. It numbers them from the same start as the TV service; the connection tells the two
-// services apart.
+// The messages of the MM service as types: messages::MmServiceReq and messages::MmServiceInfo.
 #pragma once
 
 #include <genrpc/message.h>
-#include <mmservice/records.h>
+#include <mmservice/message-list.h>
 
 namespace mmservice {
-
-#define MMSERVICE_MESSAGES(MESSAGE)                                                    \
-    MESSAGE(mmservice, Request, MmServiceReq, 0x28671236, std::vector<MMServiceReq_t>) \
-    MESSAGE(mmservice, Notification, MmServiceInfo, 0x28671237, std::vector<MMServiceInfo_t>)
 
 MMSERVICE_MESSAGES(GENRPC_MESSAGE)
 

@@ -8,7 +8,6 @@ namespace mmservice {
 #define MMSERVICE_TERMINAL_FIELDS(FIELD) \
     FIELD(std::int32_t, type)            \
     FIELD(std::int32_t, id)
-GENRPC_TERMINAL(MMServiceTerminal_t, MMSERVICE_TERMINAL_FIELDS)
 
 #define MMSERVICE_REQ_FIELDS(FIELD)               \
     FIELD(MMServiceTerminal_t, terminal)          \
@@ -21,7 +20,6 @@ GENRPC_TERMINAL(MMServiceTerminal_t, MMSERVICE_TERMINAL_FIELDS)
     FIELD(std::vector<std::string>, strParamList) \
     FIELD(std::string, reqId)                     \
     FIELD(std::string, strParam3)
-GENRPC_RECORD(Core, MMServiceReq_t, MMSERVICE_REQ_FIELDS)
 
 #define MMSERVICE_INFO_FIELDS(FIELD)     \
     FIELD(MMServiceTerminal_t, terminal) \
@@ -30,6 +28,11 @@ GENRPC_RECORD(Core, MMServiceReq_t, MMSERVICE_REQ_FIELDS)
     FIELD(std::string, uuid)             \
     FIELD(std::string, uuidAncestor)     \
     FIELD(std::string, reqId)
-GENRPC_RECORD(Core, MMServiceInfo_t, MMSERVICE_INFO_FIELDS)
+
+#define MMSERVICE_RECORDS(RECORD)                                    \
+    RECORD(Terminal, MMServiceTerminal_t, MMSERVICE_TERMINAL_FIELDS) \
+    RECORD(Core, MMServiceReq_t, MMSERVICE_REQ_FIELDS)               \
+    RECORD(Core, MMServiceInfo_t, MMSERVICE_INFO_FIELDS)
+MMSERVICE_RECORDS(GENRPC_RECORD)
 
 } // namespace mmservice

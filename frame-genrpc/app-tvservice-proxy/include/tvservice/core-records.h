@@ -9,7 +9,6 @@ namespace tvservice {
 #define TVSERVICE_TERMINAL_FIELDS(FIELD) \
     FIELD(std::int32_t, type)            \
     FIELD(std::int32_t, id)
-GENRPC_TERMINAL(TvServiceTerminal_t, TVSERVICE_TERMINAL_FIELDS)
 
 // A request with this uri asks a service to stop what the terminal shows.
 inline constexpr const char* stopUri = "rec://plain/null";
@@ -30,7 +29,6 @@ inline constexpr const char* stopUri = "rec://plain/null";
     FIELD(std::string, strParam3)                 \
     FIELD(std::string, strParam4)                 \
     FIELD(std::int32_t, intParam4)
-GENRPC_RECORD(Core, TvServiceReq_t, TVSERVICE_REQ_FIELDS)
 
 // The answer for one terminal. result: 0 shown or stopped; 1 a newer request for the terminal is queued; else why not.
 #define TVSERVICE_INFO_FIELDS(FIELD)     \
@@ -40,6 +38,11 @@ GENRPC_RECORD(Core, TvServiceReq_t, TVSERVICE_REQ_FIELDS)
     FIELD(std::string, uuid)             \
     FIELD(std::string, uuidAncestor)     \
     FIELD(std::string, reqId)
-GENRPC_RECORD(Core, TvServiceInfo_t, TVSERVICE_INFO_FIELDS)
+
+#define TVSERVICE_CORE_RECORDS(RECORD)                               \
+    RECORD(Terminal, TvServiceTerminal_t, TVSERVICE_TERMINAL_FIELDS) \
+    RECORD(Core, TvServiceReq_t, TVSERVICE_REQ_FIELDS)               \
+    RECORD(Core, TvServiceInfo_t, TVSERVICE_INFO_FIELDS)
+TVSERVICE_CORE_RECORDS(GENRPC_RECORD)
 
 } // namespace tvservice

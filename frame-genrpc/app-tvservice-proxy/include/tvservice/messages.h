@@ -1,14 +1,10 @@
-// The messages of the TV service, each named once: name, direction, id, arguments.
+// The messages of the TV service as types: messages::TvServiceAudioReq and so on (see genrpc/message.h).
 #pragma once
 
 #include <genrpc/message.h>
-#include <tvservice/core-records.h>
+#include <tvservice/message-list.h>
 
 namespace tvservice {
-
-#define TVSERVICE_MESSAGES(MESSAGE)                                                    \
-    MESSAGE(tvservice, Request, TvServiceReq, 0x28671236, std::vector<TvServiceReq_t>) \
-    MESSAGE(tvservice, Notification, TvServiceInfo, 0x28671247, std::vector<TvServiceInfo_t>)
 
 TVSERVICE_MESSAGES(GENRPC_MESSAGE)
 

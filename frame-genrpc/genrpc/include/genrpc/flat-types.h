@@ -13,9 +13,10 @@ namespace genrpc {
 
 // Records come in families that differ in how their flat forms are assigned to.
 enum class Family {
-    Core,   // releases only string lists before assignment
-    Stream, // releases every buffer before assignment; a bool travels as a 32-bit word
-    Status, // as Core
+    Core,     // releases only string lists before assignment
+    Stream,   // releases every buffer before assignment; a bool travels as a 32-bit word
+    Status,   // as Core
+    Terminal, // as Core; its default constructor sets nothing
 };
 
 // A list of records: count, then a pointer to count consecutive forms, null when empty.

@@ -2,22 +2,23 @@
 //
 // A message is declared once, in a list of its service:
 //
-//     MESSAGE(tvservice, Request, TvServiceReq, 0x28671236, std::vector<TvServiceReq_t>)
+//     MESSAGE(tvservice, Request, TvServiceReq, tvServiceReq, 0x28671236, (std::vector<TvServiceReq_t>, requests))
 //
 // GENRPC_MESSAGE, applied to the list in a header, makes messages::TvServiceReq with its meta; GENRPC_MESSAGE_TABLE, in
 // one source file, its table __vdl_EndianTable_tvserviceMsgTvServiceReq_t; GENRPC_MESSAGE_DESCRIPTION its place in the
-// set. A body is the packed record of the message's arguments in order; without arguments it is one byte 0.
+// set. A body is the packed record of the message's arguments in order; without arguments it is one byte 0. More uses
+// of the lists are in arguments.h (interfaces) and proxy.h (senders and handlers).
 #pragma once
 
-#include <frame/abstract-marshalling-impl.h>
+#include <frame/message-set.h>
 #include <frame/message.h>
+#include <genrpc/arguments.h>
 #include <genrpc/flat-region.h>
 #include <genrpc/flatten.h>
 #include <genrpc/record.h>
 #include <genrpc/table.h>
 
 #include <array>
-#include <boost/shared_ptr.hpp>
 #include <cstddef>
 #include <tuple>
 #include <utility>
@@ -40,6 +41,7 @@ template <class E> struct ArgumentCellOf<Sequence<E>> {
 };
 
 template <class... Args> struct Body {
+    using Arguments = std::tuple<Args...>;
     static constexpr std::size_t count = sizeof...(Args);
     static constexpr std::size_t size = count == 0 ? 1 : (0 + ... + sizeof(FlatType<Args>));
 
@@ -67,9 +69,9 @@ template <class... Args> struct Body {
     }
 
     // The plain arguments of a flat body.
-    static std::tuple<Args...> read(const void* body) {
+    static Arguments read(const void* body) {
         return [body]<std::size_t... I>(std::index_sequence<I...>) {
-            std::tuple<Args...> args;
+            Arguments args;
             (unflatten(*reinterpret_cast<const FlatType<Args>*>(static_cast<const char*>(body) + offsetOf(I)),
                        std::get<I>(args)),
              ...);
@@ -79,69 +81,29 @@ template <class... Args> struct Body {
     }
 };
 
-// A proxy's send template: builds meta and body in a region of their own and hands both over, with the caller's ids and
-// without its transport; the completion gives the region back. Returns 0: the proxy does not look at what becomes of
-// the message, answers come as notifications, and what never arrives is given up by who waits for it. Throws
-// std::bad_alloc, with nothing sent, when memory runs out.
-template <class Message, class... Args>
-int send(frame::AbstractMarshallingImpl& proxy, const frame::MsgIds& ids, const Args&... args) {
-    FlatRegion* region = FlatRegion::create(proxy.getSendBufferSize());
-    frame::MsgMeta* meta = nullptr;
-    char* body = nullptr;
-    try {
-        meta = new (region->allocate(sizeof(frame::MsgMeta))) frame::MsgMeta(Message::meta);
-        body = Message::Body::build(*region, args...);
-    } catch (...) {
-        FlatRegion::release(region);
-        throw;
-    }
-    proxy.asyncSend(proxy.getOmqIOModule(), ids, *meta, nullptr, *Message::table(), body,
-                    [region] { FlatRegion::release(region); });
-    return 0;
-}
-
-// Binds a notification to a proxy's handler, with the proxy as context. The result does not matter to the proxy.
-template <class Message, class Proxy> void bind(Proxy& proxy, frame::MessageHandler handler) {
-    frameOmqIOServiceRegisterMessageHandlerFunction(proxy.getOmqIOModule(), Message::meta, handler, &proxy,
-                                                    *Message::table());
-}
-
-// A proxy's delivery template: every client that was registered when the message came is called in order, outside the
-// mutex, so that a client may register or remove clients or send from inside its notification. Each client gets its own
-// arguments, made anew from the flat message, and its own copy of the empty ids.
-template <class Message, class Client, class Method>
-void deliver(ltMutex& mutex, const std::vector<boost::shared_ptr<Client>>& clients, Method method,
-             const frame::TransportInfo& transport, const void* payload) {
-    const auto copy = [&] {
-        ltGuard guard(mutex);
-        return clients;
-    }();
-    for (const auto& client : copy) {
-        frame::MsgIds ids = frame::MsgIds::none;
-        std::apply([&](const auto&... args) { ((*client).*method)(ids, transport, args...); },
-                   Message::Body::read(payload));
-    }
-}
+// The body of a message, for lists: what follows the first parameter are the arguments.
+template <class, class... Args> using BodyOf = Body<Args...>;
 
 } // namespace genrpc
 
-#define GENRPC_MESSAGE(service, direction_, Name, id_, ...)                                                      \
-    extern "C" GENRPC_EXPORT const vdl::EndianTable __vdl_EndianTable_##service##Msg##Name##_t;                  \
-    namespace messages {                                                                                         \
-    struct Name {                                                                                                \
-        using Body = ::genrpc::Body<__VA_ARGS__>;                                                                \
-        static constexpr const char* name = #Name;                                                               \
-        static constexpr ::genrpc::Direction direction = ::genrpc::Direction::direction_;                        \
-        static constexpr frame::MsgMeta meta = ::genrpc::metaOf(direction, id_);                                 \
-        static constexpr const vdl::EndianTable* table() { return &__vdl_EndianTable_##service##Msg##Name##_t; } \
-    };                                                                                                           \
+#define GENRPC_MESSAGE(service, direction_, Name, method, id_, ...)                                                  \
+    extern "C" GENRPC_EXPORT const vdl::EndianTable __vdl_EndianTable_##service##Msg##Name##_t;                      \
+    namespace messages {                                                                                             \
+    struct Name {                                                                                                    \
+        using Body = ::genrpc::BodyOf<void GENRPC_EACH(GENRPC_TYPE, __VA_ARGS__)>;                                   \
+        static constexpr const char* name = #Name;                                                                   \
+        static constexpr std::array<const char*, Body::count> arguments{GENRPC_EACH(GENRPC_NAME_TEXT, __VA_ARGS__)}; \
+        static constexpr ::genrpc::Direction direction = ::genrpc::Direction::direction_;                            \
+        static constexpr frame::MsgMeta meta = ::genrpc::metaOf(direction, id_);                                     \
+        static constexpr const vdl::EndianTable* table() { return &__vdl_EndianTable_##service##Msg##Name##_t; }     \
+    };                                                                                                               \
     }
 
 // One element of a service's message set.
-#define GENRPC_MESSAGE_DESCRIPTION(service, direction_, Name, id_, ...) \
+#define GENRPC_MESSAGE_DESCRIPTION(service, direction_, Name, ...) \
     frame::MessageDescription{messages::Name::name, messages::Name::meta, messages::Name::table()},
 
-#define GENRPC_MESSAGE_TABLE(service, direction_, Name, id_, ...)                              \
+#define GENRPC_MESSAGE_TABLE(service, direction_, Name, ...)                                   \
     namespace tables {                                                                         \
     static constexpr auto message##Name##_entries = messages::Name::Body::entries();           \
     }                                                                                          \

@@ -2,10 +2,12 @@
 // the serializable form with its packed layout and four operations, the endian table, comparison, dumps.
 //
 //     #define MY_POINT_FIELDS(FIELD) FIELD(std::int32_t, x) FIELD(std::string, label)
-//     GENRPC_RECORD(Core, MyPoint_t, MY_POINT_FIELDS)   // in a header, inside the record's namespace
-//     GENRPC_RECORD_TABLE(MyPoint_t)                    // in one source file, inside the same namespace
+//     #define MY_RECORDS(RECORD) RECORD(Core, MyPoint_t, MY_POINT_FIELDS)
+//     MY_RECORDS(GENRPC_RECORD)       // in a header, inside the records' namespace
+//     MY_RECORDS(GENRPC_RECORD_TABLE) // in one source file, inside the same namespace
 //
 // declares MyPoint_t, _MyPoint_t_struct and __vdl_EndianTable_serializable_MyPoint_t. The families are in flat-types.h.
+// The list of records also serves those who go through all of them.
 #pragma once
 
 #include <genrpc/flatten.h>
@@ -24,42 +26,44 @@
 #define GENRPC_FIELD_ENTRY(type, name) \
     , std::make_tuple(::genrpc::Field{#name, offsetof(Self, name), &Plain::name, &Self::name})
 
-#define GENRPC_RECORD(family_, Record, FIELDS) \
-    GENRPC_RECORD_WITH(family_, Record, FIELDS, { ::genrpc::clearFields(*this); })
-// A terminal's default constructor sets nothing: forms that hold a terminal always assign it before they are sent.
-#define GENRPC_TERMINAL(Record, FIELDS) GENRPC_RECORD_WITH(Core, Record, FIELDS, {})
+// What a form's default constructor does. A terminal's sets nothing: forms that hold a terminal always assign it before
+// they are sent.
+#define GENRPC_CLEAR_Core ::genrpc::clearFields(*this);
+#define GENRPC_CLEAR_Stream ::genrpc::clearFields(*this);
+#define GENRPC_CLEAR_Status ::genrpc::clearFields(*this);
+#define GENRPC_CLEAR_Terminal
 
-#define GENRPC_RECORD_WITH(family_, Record, FIELDS, DEFAULT_CONSTRUCTION)                                         \
-    extern "C" GENRPC_EXPORT const vdl::EndianTable __vdl_EndianTable_serializable_##Record;                      \
-    struct _##Record##_struct;                                                                                    \
-    struct Record {                                                                                               \
-        using Flat = _##Record##_struct;                                                                          \
-        static constexpr const char* recordName = #Record;                                                        \
-        FIELDS(GENRPC_PLAIN_FIELD)                                                                                \
-        bool operator==(const Record&) const = default;                                                           \
-    };                                                                                                            \
-    struct _##Record##_struct {                                                                                   \
-        using Self = _##Record##_struct;                                                                          \
-        using Plain = Record;                                                                                     \
-        static constexpr ::genrpc::Family family = ::genrpc::Family::family_;                                     \
-        static constexpr auto fields() { return std::tuple_cat(std::tuple<>() FIELDS(GENRPC_FIELD_ENTRY)); }      \
-        FIELDS(GENRPC_FLAT_FIELD)                                                                                 \
-        _##Record##_struct() DEFAULT_CONSTRUCTION _##Record##_struct(const Record& from) : _##Record##_struct() { \
-            ::genrpc::construct(from, *this);                                                                     \
-        }                                                                                                         \
-        _##Record##_struct& operator=(const Record& from) {                                                       \
-            ::genrpc::assign(from, *this);                                                                        \
-            return *this;                                                                                         \
-        }                                                                                                         \
-        operator Record() const {                                                                                 \
-            Record to;                                                                                            \
-            ::genrpc::unflatten(*this, to);                                                                       \
-            return to;                                                                                            \
-        }                                                                                                         \
-        static constexpr const vdl::EndianTable* table() { return &__vdl_EndianTable_serializable_##Record; }     \
+#define GENRPC_RECORD(family_, Record, FIELDS)                                                                       \
+    extern "C" GENRPC_EXPORT const vdl::EndianTable __vdl_EndianTable_serializable_##Record;                         \
+    struct _##Record##_struct;                                                                                       \
+    struct Record {                                                                                                  \
+        using Flat = _##Record##_struct;                                                                             \
+        static constexpr const char* recordName = #Record;                                                           \
+        FIELDS(GENRPC_PLAIN_FIELD)                                                                                   \
+        bool operator==(const Record&) const = default;                                                              \
+    };                                                                                                               \
+    struct _##Record##_struct {                                                                                      \
+        using Self = _##Record##_struct;                                                                             \
+        using Plain = Record;                                                                                        \
+        static constexpr ::genrpc::Family family = ::genrpc::Family::family_;                                        \
+        static constexpr auto fields() { return std::tuple_cat(std::tuple<>() FIELDS(GENRPC_FIELD_ENTRY)); }         \
+        FIELDS(GENRPC_FLAT_FIELD)                                                                                    \
+        _##Record##_struct(){GENRPC_CLEAR_##family_} _##Record##_struct(const Record& from) : _##Record##_struct() { \
+            ::genrpc::construct(from, *this);                                                                        \
+        }                                                                                                            \
+        _##Record##_struct& operator=(const Record& from) {                                                          \
+            ::genrpc::assign(from, *this);                                                                           \
+            return *this;                                                                                            \
+        }                                                                                                            \
+        operator Record() const {                                                                                    \
+            Record to;                                                                                               \
+            ::genrpc::unflatten(*this, to);                                                                          \
+            return to;                                                                                               \
+        }                                                                                                            \
+        static constexpr const vdl::EndianTable* table() { return &__vdl_EndianTable_serializable_##Record; }        \
     };
 
-#define GENRPC_RECORD_TABLE(Record)                                                         \
+#define GENRPC_RECORD_TABLE(family_, Record, FIELDS)                                        \
     static_assert(alignof(_##Record##_struct) == 1, "a form has no padding");               \
     namespace tables {                                                                      \
     static constexpr auto Record##_entries = ::genrpc::entriesOf<_##Record##_struct>();     \

@@ -1,0 +1,16 @@
+// The messages of the MM service, each named once. It numbers them from the same start as the TV service; the
+// connection tells the two services apart.
+#pragma once
+
+#include <genrpc/arguments.h>
+#include <mmservice/records.h>
+
+#define MMSERVICE_REQUESTS(MESSAGE)                                     \
+    MESSAGE(mmservice, Request, MmServiceReq, mmServiceReq, 0x28671236, \
+            (std::vector<mmservice::MMServiceReq_t>, requests))
+
+#define MMSERVICE_NOTIFICATIONS(MESSAGE)                                       \
+    MESSAGE(mmservice, Notification, MmServiceInfo, mmServiceInfo, 0x28671237, \
+            (std::vector<mmservice::MMServiceInfo_t>, infos))
+
+#define MMSERVICE_MESSAGES(MESSAGE) MMSERVICE_REQUESTS(MESSAGE) MMSERVICE_NOTIFICATIONS(MESSAGE)

@@ -1,0 +1,38 @@
+// The debug command "pathswitch": switches what the main screens show, by the way that every application's request
+// goes.
+#pragma once
+
+namespace appovshell {
+class Server;
+}
+
+namespace tvservice {
+
+class ModelTvServiceAdapter;
+
+// The command's registrar. The adapter makes one per process, when it first starts.
+class ovRegister {
+public:
+    // Registers the command. Ends the process when there is no debug shell to be had.
+    explicit ovRegister(ModelTvServiceAdapter* adapter);
+    ~ovRegister(); // the command stays registered
+
+    // The command's work, on the shell's thread: "hdmi" shows the HDMI input 0, "mm" the external source, anything else
+    // nothing. Prints its argument.
+    void pathswitch();
+
+    ovRegister(const ovRegister&) = delete;
+    ovRegister& operator=(const ovRegister&) = delete;
+
+private:
+    int registerCommand();
+    // The process's debug shell, brought up when it is not running yet; null when that fails.
+    appovshell::Server* svcAppovshell() const;
+
+    ModelTvServiceAdapter* adapter;
+};
+
+// The file that marks a receiver under development: there, a missing debug shell stops the process for the debugger.
+extern const char* const debugVersionFile;
+
+} // namespace tvservice
