@@ -6,7 +6,7 @@
 #include <host/environment.h>
 
 #include <algorithm>
-#include <boost/asio/dispatch.hpp>
+#include <boost/asio/post.hpp>
 #include <exception>
 #include <mutex>
 #include <system_error>
@@ -87,13 +87,16 @@ int ClientDoor::dispatch(const Outgoing& message, const frame::TransportInfo* tr
     Connection* connection = ready() ? connection_.get() : nullptr;
     if (transport && (!connection || connection->number() != transport->connection))
         return refuse(-107, message.meta, "no such connection");
-    const int result = put(message, *outbox_, connection);
-    if (result == 0 && !connection && !std::exchange(watching_, true))
-        boost::asio::dispatch(io_, [this] {
+    if (!connection && !watching_) {
+        // First, as there may be no memory for it. Posted, as the caller, who holds the mutex, may be on the receiving
+        // thread.
+        boost::asio::post(io_, [this] {
             std::lock_guard lock(mutex);
             watchDeadlines();
         });
-    return result;
+        watching_ = true;
+    }
+    return put(message, *outbox_, connection);
 }
 
 // On the receiving thread with the mutex held: gives up what has waited too long and comes back for what has not.

@@ -94,11 +94,18 @@ void Connection::flush() {
         // Once the stream is broken its messages wait for the next connection. The receiving thread learns of the
         // break by reading, after what the peer said before it.
         waitingWritable_ = true;
-        if (isTemporary(errno))
-            boost::asio::dispatch(socket_.get_executor(), [self = shared_from_this()] { self->waitWritable(); });
-        else
-            ::shutdown(descriptor_, SHUT_RDWR);
+        if (!isTemporary(errno) || !scheduleWait()) ::shutdown(descriptor_, SHUT_RDWR);
         return;
+    }
+}
+
+// Without memory for it the stream cannot go on, but the messages can: the caller's is among them already.
+bool Connection::scheduleWait() noexcept {
+    try {
+        boost::asio::dispatch(socket_.get_executor(), [self = shared_from_this()] { self->waitWritable(); });
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
     }
 }
 

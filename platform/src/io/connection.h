@@ -36,6 +36,7 @@ public:
 
 private:
     void writeHello(std::size_t written);
+    bool scheduleWait() noexcept;
     void waitWritable();
     void read();
     void received(std::size_t count);

@@ -12,9 +12,7 @@ namespace {
 constexpr std::size_t largestKeptBytes = 1024 * 1024;
 } // namespace
 
-Outbox::Outbox(std::size_t firstCapacity) : keptCapacity_(std::min(firstCapacity, largestKeptBytes)) {
-    frames_.reserve(keptCapacity_);
-}
+Outbox::Outbox(std::size_t firstCapacity) { frames_.reserve(std::min(firstCapacity, largestKeptBytes)); }
 
 void Outbox::add(const frame::MsgIds& ids, const frame::MsgMeta& meta, const Plan& plan, const void* payload,
                  Time deadline) {
@@ -97,10 +95,7 @@ void Outbox::tidy() {
         first_ = head_ = 0;
         refusing_ = false;
         frames_.truncate(0);
-        if (frames_.capacity() > 2 * largestKeptBytes) {
-            frames_ = Bytes();
-            frames_.reserve(keptCapacity_);
-        }
+        if (frames_.capacity() > 2 * largestKeptBytes) frames_ = Bytes();
         return;
     }
     if (head_ > frames_.size() / 2) {

@@ -56,7 +56,6 @@ private:
     void discard(std::size_t count);
     void tidy();
 
-    std::size_t keptCapacity_;
     Bytes frames_;
     std::size_t head_ = 0;  // where the bytes that the socket has not taken begin
     std::size_t taken_ = 0; // of the first waiting message

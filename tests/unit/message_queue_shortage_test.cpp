@@ -1,0 +1,306 @@
+// The message queue when descriptors or memory run out.
+#include <host/log-capture.h>
+#include <host/message-queue.h>
+#include <vdl/flat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <new>
+#include <string>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+// How many more allocations of this thread succeed; negative: all of them.
+thread_local long allocationsLeft = -1;
+
+void* allocate(std::size_t size) {
+    if (allocationsLeft == 0) throw std::bad_alloc();
+    if (allocationsLeft > 0) --allocationsLeft;
+    if (void* block = std::malloc(size)) return block;
+    throw std::bad_alloc();
+}
+
+} // namespace
+
+void* operator new(std::size_t size) { return allocate(size); }
+void* operator new[](std::size_t size) { return allocate(size); }
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete[](void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
+
+namespace {
+
+using namespace std::chrono_literals;
+
+const vdl::EndianEntry endOfList{0, 0, vdl::EndianEntry::terminator};
+const vdl::EndianEntry numberEntries[] = {{0, vdl::EndianScalar4, std::uintptr_t{0}}, endOfList};
+const vdl::EndianTable numberTable{4, numberEntries};
+const vdl::EndianEntry textEntries[] = {{0, vdl::EndianNested, &__vdl_EndianTable_vdlDeserString_t}, endOfList};
+const vdl::EndianTable textTable{8, textEntries};
+const frame::MsgMeta numberMeta{1, 0x100, 0x2001, 1}, textMeta{1, 0x100, 0x2002, 1};
+const frame::MessageDescription descriptions[] = {{"Number", numberMeta, &numberTable}, {"Text", textMeta, &textTable}};
+const frame::MessageSet messages{descriptions, 2};
+
+bool eventually(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
+}
+
+// No descriptor can be opened while it lives.
+class NoDescriptors {
+public:
+    NoDescriptors() {
+        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before_), 0);
+        const rlimit none{0, before_.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    }
+    ~NoDescriptors() { EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before_), 0); }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+private:
+    rlimit before_{};
+};
+
+// What a call with so many allocations to its name came to.
+struct Outcome {
+    int completions = 0;
+    bool threw = false;
+    int result = 0;
+};
+
+Outcome send(frame::OmqIOModule& door, const frame::MsgMeta& meta, const vdl::EndianTable& table, const void* payload,
+             long allocations) {
+    Outcome outcome;
+    const boost::function<void()> completed = [&outcome] { ++outcome.completions; };
+    allocationsLeft = allocations;
+    try {
+        outcome.result = door.asyncSend({}, meta, nullptr, table, payload, completed);
+    } catch (const std::bad_alloc&) {
+        outcome.threw = true;
+    }
+    allocationsLeft = -1;
+    return outcome;
+}
+
+Outcome sendNumber(frame::OmqIOModule& door, std::uint32_t value, long allocations = -1) {
+    return send(door, numberMeta, numberTable, &value, allocations);
+}
+
+// A text in flat memory.
+struct Text {
+    explicit Text(std::size_t size) : data(static_cast<char*>(vdlFlatAlloc(size + 1))) {
+        std::fill_n(data, size, 'x');
+        data[size] = '\0';
+        form = {static_cast<std::uint32_t>(size), data};
+    }
+    ~Text() { vdlFlatFree(data); }
+    Text(const Text&) = delete;
+    Text& operator=(const Text&) = delete;
+
+    char* data;
+    vdlDeserString_t form;
+};
+
+// Members do so when they hear that a service is not there.
+struct Sender : frame::IOConnectionListener {
+    void onIOConnectionConnected() override {}
+    void onIOConnectionConnectionFailed() override {
+        if (!std::exchange(sent, true)) result = sendNumber(*door, 1).result;
+    }
+    void onIOConnectionDisconnected() override {}
+    frame::OmqIOModule* door = nullptr;
+    bool sent = false;
+    std::atomic<int> result{1};
+};
+
+class Shortage : public testing::Test {
+protected:
+    Shortage() {
+        char name[] = "/tmp/message-queue-XXXXXX";
+        folder = mkdtemp(name);
+        setenv("RUNTIME_DIRECTORY", folder.c_str(), 1);
+    }
+    ~Shortage() override {
+        release();
+        client.reset();
+        server.reset();
+        std::filesystem::remove_all(folder);
+    }
+
+    void makeServer() {
+        server = std::make_unique<host::MessageQueue>(limits);
+        offered = &server->serve("tuner", messages, 64);
+        for (const auto& message : descriptions)
+            EXPECT_EQ(offered->registerMessageHandler(message.meta, takeMessage, this, *message.table), 0);
+    }
+    void makeClient(frame::IOConnectionListener* listener = nullptr) {
+        client = std::make_unique<host::MessageQueue>(limits);
+        door = &client->connectTo("tuner", messages, 64, listener);
+    }
+    static int takeMessage(const frame::MsgMeta&, const frame::TransportInfo&, const void*, void* context) {
+        auto& self = *static_cast<Shortage*>(context);
+        ++self.taken;
+        self.holding.wait(true);
+        return 0;
+    }
+    void release() {
+        holding = false;
+        holding.notify_all();
+    }
+    frame::IOStatistics atClient() const { return client->statistics().at(0); }
+    frame::IOStatistics atServer() const { return server->statistics().at(0); }
+
+    const host::LogCapture log; // keeps what is expected off the error output
+    Sender sender;
+    host::QueueLimits limits;
+    std::string folder;
+    std::atomic<int> taken{0};        // messages that the server's handlers were given
+    std::atomic<bool> holding{false}; // its receiving thread stays in the handler
+    std::unique_ptr<host::MessageQueue> server, client;
+    frame::OmqIOModule *offered = nullptr, *door = nullptr;
+};
+
+TEST_F(Shortage, OfDescriptorsMakesClientsWaitUntilThereIsOne) {
+    makeServer();
+    makeClient();
+    server->start();
+    client->start();
+    ASSERT_TRUE(eventually([&] { return atClient().connected; }));
+
+    // A second client has its socket already when there are no more.
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    (folder + "/tuner.sock").copy(address.sun_path, sizeof address.sun_path - 1);
+    {
+        const NoDescriptors none;
+        ASSERT_EQ(connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        EXPECT_TRUE(log.waitFor("service tuner: cannot accept clients: Too many open files", 20s));
+        EXPECT_EQ(sendNumber(*door, 1).result, 0); // those that are connected do not suffer
+        EXPECT_TRUE(eventually([&] { return taken == 1; }));
+    }
+    const timeval patience{20, 0};
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    char hello = 0;
+    EXPECT_EQ(recv(socket, &hello, 1, 0), 1);
+    close(socket);
+    const auto lines = log.lines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const auto& line) { return line.text.find("cannot accept") != std::string::npos; }),
+              1);
+}
+
+TEST_F(Shortage, OfDescriptorsMakesAClientTryAgain) {
+    makeServer();
+    makeClient();
+    server->start();
+    {
+        const NoDescriptors none;
+        client->start();
+        EXPECT_TRUE(log.waitFor("Too many open files", 20s));
+        EXPECT_EQ(sendNumber(*door, 1).result, 0);
+    }
+    EXPECT_TRUE(eventually([&] { return taken == 1; }));
+}
+
+TEST_F(Shortage, OfMemoryQueuesNothingAndCompletesOnce) {
+    for (const bool running : {false, true}) {
+        Outcome outcome{0, true, 0};
+        long allocations = 0;
+        for (; outcome.threw; ++allocations) {
+            ASSERT_LT(allocations, 100);
+            makeClient();
+            if (running) client->start();
+            outcome = sendNumber(*door, 1, allocations);
+            EXPECT_EQ(outcome.completions, 1) << allocations;
+            EXPECT_EQ(atClient().queued, outcome.threw ? 0U : 1U) << allocations;
+        }
+        EXPECT_GT(allocations, 1) << "nothing was allocated, so nothing was tested";
+        EXPECT_EQ(outcome.result, 0);
+    }
+}
+
+TEST_F(Shortage, OfMemoryLeavesTheDeadlinesOfOtherMessagesWatched) {
+    limits.wait = 30ms;
+    makeClient();
+    client->start();
+    for (long allocations = 0; sendNumber(*door, 1, allocations).threw; ++allocations) ASSERT_LT(allocations, 100);
+    EXPECT_TRUE(eventually([&] { return atClient().dropped == 1; }));
+}
+
+TEST_F(Shortage, OfMemoryWhileTheSocketIsFullLosesNoMoreThanThatMessage) {
+    makeServer();
+    server->start();
+    const Text text(2 * 1024 * 1024);
+    long allocations = 0;
+    for (bool enough = false; !enough; ++allocations) {
+        ASSERT_LT(allocations, 100);
+        makeClient();
+        client->start();
+        ASSERT_TRUE(eventually([&] { return atClient().connected; }));
+        const int before = taken;
+        const std::uint64_t connectionsBefore = atServer().reconnects;
+        holding = true;
+        ASSERT_EQ(sendNumber(*door, 1).result, 0);
+        ASSERT_TRUE(eventually([&] { return taken == before + 1; }));
+        const Outcome outcome = send(*door, textMeta, textTable, &text.form, allocations);
+        EXPECT_EQ(outcome.completions, 1) << allocations;
+        EXPECT_TRUE(!outcome.threw || atClient().queued == 0) << allocations;
+        release();
+        ASSERT_EQ(sendNumber(*door, 2).result, 0);
+        const auto settled = [&] { return atClient().connected && atClient().queued == 0; };
+        ASSERT_TRUE(eventually(settled)) << allocations;
+        const int expected = before + (atClient().dropped > 0 || outcome.threw ? 2 : 3);
+        ASSERT_TRUE(eventually([&] { return taken == expected; })) << allocations;
+        enough = !outcome.threw && atClient().dropped == 0 && atServer().reconnects == connectionsBefore;
+    }
+    EXPECT_GT(allocations, 1) << "nothing was allocated, so nothing was tested";
+}
+
+TEST_F(Shortage, OfMemoryAfterALargeMessageIsNoFailureOfThatMessage) {
+    makeServer();
+    makeClient();
+    server->start();
+    client->start();
+    ASSERT_TRUE(eventually([&] { return atClient().connected; }));
+    const Text text(3 * 1024 * 1024);
+    // What the queue keeps for the next message is its own affair.
+    for (long allocations = 0;; ++allocations) {
+        ASSERT_LT(allocations, 100);
+        const int before = taken;
+        const auto outcome = send(*door, textMeta, textTable, &text.form, allocations);
+        EXPECT_EQ(outcome.completions, 1);
+        ASSERT_EQ(sendNumber(*door, 1).result, 0);
+        ASSERT_TRUE(eventually([&] { return taken == before + (outcome.threw ? 1 : 2); })) << allocations;
+        if (!outcome.threw) break;
+    }
+}
+
+TEST_F(Shortage, OfAServiceKeepsWhatTheReceivingThreadSendsToIt) {
+    limits.wait = 30ms;
+    makeClient(&sender);
+    sender.door = door;
+    client->start();
+    ASSERT_TRUE(eventually([&] { return sender.result == 0; }));
+    EXPECT_TRUE(eventually([&] { return atClient().dropped == 1; }));
+}
+
+} // namespace
