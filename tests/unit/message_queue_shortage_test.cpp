@@ -275,25 +275,6 @@ TEST_F(Shortage, OfMemoryWhileTheSocketIsFullLosesNoMoreThanThatMessage) {
     EXPECT_GT(allocations, 1) << "nothing was allocated, so nothing was tested";
 }
 
-TEST_F(Shortage, OfMemoryAfterALargeMessageIsNoFailureOfThatMessage) {
-    makeServer();
-    makeClient();
-    server->start();
-    client->start();
-    ASSERT_TRUE(eventually([&] { return atClient().connected; }));
-    const Text text(3 * 1024 * 1024);
-    // What the queue keeps for the next message is its own affair.
-    for (long allocations = 0;; ++allocations) {
-        ASSERT_LT(allocations, 100);
-        const int before = taken;
-        const auto outcome = send(*door, textMeta, textTable, &text.form, allocations);
-        EXPECT_EQ(outcome.completions, 1);
-        ASSERT_EQ(sendNumber(*door, 1).result, 0);
-        ASSERT_TRUE(eventually([&] { return taken == before + (outcome.threw ? 1 : 2); })) << allocations;
-        if (!outcome.threw) break;
-    }
-}
-
 TEST_F(Shortage, OfAServiceKeepsWhatTheReceivingThreadSendsToIt) {
     limits.wait = 30ms;
     makeClient(&sender);
