@@ -160,6 +160,7 @@ public:
         EXPECT_EQ(ids, frame::MsgIds{});
         EXPECT_EQ(transport, frame::TransportInfo{});
         std::vector<TvServiceInfo_t> infos;
+        infos.reserve(requests.size());
         for (const auto& r : requests) infos.push_back({r.terminal, 0, r.uri, r.uuid, "tv", r.reqId});
         const auto copy = clients;
         for (const auto& client : copy) client->tvServiceInfo(ids, transport, infos);

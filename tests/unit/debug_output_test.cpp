@@ -114,6 +114,7 @@ TEST(DebugOutput, PrintsAndKeepsTheCallersErrno) {
 TEST(DebugOutput, KeepsLinesOfManyThreadsWhole) {
     testing::internal::CaptureStderr();
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([] {
             for (int line = 0; line < 100; ++line) vdlDebugOutput0(lineOf(vdlDebugWarning), "<%0500d>", line);
@@ -251,7 +252,7 @@ TEST_F(DebugEnvironment, ReportsAFormatThatItDoesNotKnow) {
 
 MATCHER(IsOneJsonLine, "") {
     if (arg.empty() || arg.find('\n') != arg.size() - 1) return false;
-    const std::string text = arg;
+    const std::string& text = arg;
     const auto line = nlohmann::json::parse(text, nullptr, false);
     return line.is_object() && line.size() == 6 && line["process"] == "unit \"1\"" &&
            line["pid"].is_number_unsigned() && line["module"] == "0x0300" && line["level"] == "failure" &&

@@ -28,7 +28,7 @@ public:
     PrivateFolder& operator=(const PrivateFolder&) = delete;
 
     std::string file(const std::string& name, const std::string& text = "") const {
-        const std::string path = path_ / name;
+        std::string path = path_ / name;
         std::ofstream(path) << text;
         return path;
     }

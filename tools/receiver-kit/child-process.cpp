@@ -32,6 +32,7 @@ std::vector<std::string> environmentWith(const std::map<std::string, std::string
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     std::vector<char*> result;
+    result.reserve(texts.size() + 1);
     for (std::string& text : texts) result.push_back(text.data());
     result.push_back(nullptr);
     return result;

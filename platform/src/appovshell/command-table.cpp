@@ -31,7 +31,7 @@ CommandTable::CommandTable() {
         static_cast<CommandTable*>(table)->help();
         return 0;
     };
-    registerCommand("help", "lists the commands", handler, this);
+    CommandTable::registerCommand("help", "lists the commands", handler, this);
 }
 
 int CommandTable::registerCommand(const std::string& specification, const std::string& help, CommandHandler handler,

@@ -33,8 +33,9 @@ public:
         pthread_setname_np(waiter_.native_handle(), "signals");
     }
     ~EndSignals() {
-        // Wakes the waiter if no signal has; harmless when one has, since the thread is not joined yet.
-        pthread_kill(waiter_.native_handle(), SIGTERM);
+        // Wakes the waiter if no signal has, and reaches nobody else; harmless when one has, since the thread is not
+        // joined yet.
+        pthread_kill(waiter_.native_handle(), SIGINT);
         waiter_.join();
     }
     EndSignals(const EndSignals&) = delete;

@@ -18,19 +18,19 @@ void Process::State::post(std::function<void()> work) {
 }
 
 int Process::State::call(std::function<int()> work) {
-    std::future<int> result;
-    {
-        std::lock_guard lock(workMutex_);
-        const bool threadExists = phase_ == Phase::serving || phase_ == Phase::ending;
-        if (threadExists && thread_ != std::this_thread::get_id()) {
-            // Waiting for a thread that is stopping members could wait for a member that waits for the caller.
-            if (phase_ == Phase::ending) return -ESHUTDOWN;
-            auto promise = std::make_shared<std::promise<int>>();
-            result = promise->get_future();
-            work_.push_back([promise, work = std::move(work)] { promise->set_value(work()); });
-        }
+    std::unique_lock lock(workMutex_);
+    const bool threadExists = phase_ == Phase::serving || phase_ == Phase::ending;
+    if (!threadExists || thread_ == std::this_thread::get_id()) {
+        lock.unlock();
+        return work();
     }
-    if (!result.valid()) return work();
+    // Waiting for a thread that is stopping members could wait for a member that waits for the caller.
+    if (phase_ == Phase::ending) return -ESHUTDOWN;
+    auto promise = std::make_shared<std::promise<int>>();
+    std::future<int> result = promise->get_future();
+    // The work alone holds the promise, which breaks when the work is discarded.
+    work_.push_back([promise = std::move(promise), work = std::move(work)] { promise->set_value(work()); });
+    lock.unlock();
     workChanged_.notify_one();
     try {
         return result.get();

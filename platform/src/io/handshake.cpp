@@ -81,7 +81,7 @@ Handshake::Handshake(const std::string& service, const frame::MessageSet& messag
 }
 
 Handshake::Judgement Handshake::judge(const char* data, std::size_t size) const {
-    const auto incomplete = Judgement{.verdict = Verdict::Incomplete};
+    Judgement incomplete{.verdict = Verdict::Incomplete};
     if (std::string_view(data, std::min(size, magic.size())) != magic.substr(0, size))
         return refused("peer's first bytes are no hello");
     if (size < 12) return incomplete;
