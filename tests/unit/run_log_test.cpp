@@ -53,6 +53,7 @@ RunLogRecord record(const std::string& text) { return {"code", "2024-05-17T08:30
 
 std::vector<std::string> textsOf(const std::vector<RunLogRecord>& records) {
     std::vector<std::string> texts;
+    texts.reserve(records.size());
     for (const auto& each : records) texts.push_back(each.logText);
     return texts;
 }
@@ -174,6 +175,21 @@ TEST_F(RunLogFile, StoresAllOrNothingOnAFullDiskAndGoesOnWhenThereIsRoom) {
     EXPECT_THAT(newest(), ElementsAre("after", "before"));
 }
 
+TEST_F(RunLogFile, LeavesOutOnlyTheRecordThatTheFileDoesNotTake) {
+    store.write({record("0")});
+    SQLite::Database(path, SQLite::OPEN_READWRITE)
+        .exec(
+            "CREATE TRIGGER picky BEFORE INSERT ON run_log WHEN new.log_text LIKE 'bad%' "
+            "BEGIN SELECT RAISE(ABORT, 'not this one'); END");
+    EXPECT_EQ(store.write({record("bad 1"), record("1"), record("bad 2"), record("2")}), 2U);
+    EXPECT_THAT(newest(), ElementsAre("2", "1", "0"));
+    ASSERT_EQ(log.lines().size(), 1U);
+    EXPECT_EQ(log.lines()[0].text, path + ": left out 2 records: not this one");
+    EXPECT_EQ(store.write({record("bad 3")}), 1U);
+    EXPECT_EQ(store.write({record("3")}), 0U);
+    EXPECT_THAT(newest(1), ElementsAre("3"));
+}
+
 TEST_F(RunLogFile, RefusesAPathThatItCannotOpen) {
     std::filesystem::create_directory(path);
     EXPECT_THROW(store.write({record("1")}), std::exception);
@@ -182,14 +198,17 @@ TEST_F(RunLogFile, RefusesAPathThatItCannotOpen) {
 
 // A store that holds back until it is let go, and fails when told to.
 struct HeldStore {
-    void operator()(const std::vector<RunLogRecord>& records) {
+    std::size_t operator()(const std::vector<RunLogRecord>& records) {
         std::unique_lock lock(mutex);
         entered = true;
         changed.notify_all();
         changed.wait(lock, [&] { return open; });
         if (fails) throw std::runtime_error("no room left");
-        for (const auto& each : records) stored.push_back(each.logText);
+        const std::size_t before = stored.size();
+        for (const auto& each : records)
+            if (each.logText != "left out") stored.push_back(each.logText);
         ++batches;
+        return before + records.size() - stored.size();
     }
     void set(bool nowOpen, bool nowFails = false) {
         std::lock_guard lock(mutex);
@@ -248,6 +267,17 @@ TEST_F(RunLogQueueTest, TellsOnceThatStoringFailsAndHowManyWereLostWhenItWorksAg
     EXPECT_THAT(store.stored, ElementsAre("kept", "kept too"));
 }
 
+TEST_F(RunLogQueueTest, CountsTheRecordsThatTheStoreLeavesOutAndSaysNoMoreAboutThem) {
+    RunLogQueue queue(4, std::ref(store));
+    store.set(true);
+    for (const char* text : {"1", "left out", "2"}) queue.write(record(text));
+    queue.flush();
+    EXPECT_EQ(queue.dropped(), 1U);
+    EXPECT_THAT(store.stored, ElementsAre("1", "2"));
+    EXPECT_EQ(queue.stop(10s), true);
+    EXPECT_TRUE(log.lines().empty());
+}
+
 TEST_F(RunLogQueueTest, StoresWhatIsQueuedWhenItEnds) {
     store.set(true);
     {
@@ -290,6 +320,7 @@ TEST(RunLogQueueThreads, TakeRecordsFromManyWriters) {
     store.set(true);
     RunLogQueue queue(100000, std::ref(store));
     std::vector<std::thread> writers;
+    writers.reserve(4);
     for (int i = 0; i < 4; ++i)
         writers.emplace_back([&] {
             for (int n = 0; n < 500; ++n) queue.write(record("x"));

@@ -27,7 +27,8 @@ public:
     std::string getLogCurrentUTCTime() const;
 
     // Queues a copy of the record for storing and returns at once. A record that cannot be stored (queue full, disk
-    // full, store broken) is dropped and counted; the count goes into the debug output when storing works again.
+    // full, store broken, too long) is dropped and counted; the count goes into the debug output, at the latest when
+    // storing works again.
     void writeRunLog(const RunLogRecord& record);
 
     // Waits until everything queued so far is stored or dropped.

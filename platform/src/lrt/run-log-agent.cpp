@@ -43,7 +43,7 @@ struct RunLogAgentImpl::State {
     State()
         : queue(capacityFromEnvironment(), [this](const std::vector<RunLogRecord>& records) {
               if (!store) store.emplace(storePath());
-              store->write(records);
+              return store->write(records);
           }) {}
 };
 

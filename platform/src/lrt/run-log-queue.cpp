@@ -73,7 +73,9 @@ void RunLogQueue::run() {
 
 void RunLogQueue::storeBatch(const std::vector<RunLogRecord>& batch) {
     try {
-        store_(batch);
+        const std::size_t leftOut = store_(batch);
+        dropped_.fetch_add(leftOut, std::memory_order_relaxed);
+        reported_ += leftOut;
     } catch (const std::exception& error) {
         dropped_.fetch_add(batch.size(), std::memory_order_relaxed);
         if (!failing_) debugLine(vdlDebugWarning, std::string("cannot store records, dropping them: ") + error.what());

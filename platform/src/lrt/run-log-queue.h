@@ -14,8 +14,9 @@ namespace lrt {
 
 class RunLogQueue {
 public:
-    // Stores all of the records or throws std::exception; called on the queue's thread only.
-    using Store = std::function<void(const std::vector<RunLogRecord>&)>;
+    // Stores the records and returns how many of them it left out, having told about them; throws std::exception when
+    // it stored none. Called on the queue's thread only.
+    using Store = std::function<std::size_t(const std::vector<RunLogRecord>&)>;
 
     // Takes at most capacity records that are not stored yet. The thread starts with the first one.
     RunLogQueue(std::size_t capacity, Store store);

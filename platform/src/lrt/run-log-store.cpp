@@ -30,6 +30,12 @@ bool isDamage(const SQLite::Exception& error) {
     return error.getErrorCode() == SQLITE_NOTADB || error.getErrorCode() == SQLITE_CORRUPT;
 }
 
+// Nothing is wrong but the record that was to be inserted.
+bool isRecordsOwn(const SQLite::Exception& error) {
+    const int code = error.getErrorCode();
+    return code == SQLITE_TOOBIG || code == SQLITE_CONSTRAINT || code == SQLITE_NOMEM;
+}
+
 int numberOf(SQLite::Database& database, const char* query) { return database.execAndGet(query).getInt(); }
 
 ino_t fileNumber(const std::string& path) {
@@ -74,23 +80,38 @@ struct RunLogStore::Connection {
         transaction.commit();
     }
 
-    void write(const std::vector<RunLogRecord>& records, std::int64_t limit) {
+    std::size_t write(const std::vector<RunLogRecord>& records, std::int64_t limit) {
         SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+        std::size_t leftOut = 0;
+        std::string why;
         for (const RunLogRecord& record : records) {
-            insert.reset();
-            insert.bind(1, record.logCode);
-            insert.bind(2, record.logTime);
-            insert.bind(3, record.errorCode);
-            insert.bind(4, record.logKind);
-            insert.bind(5, record.eventId);
-            insert.bind(6, record.logText);
-            insert.exec();
+            try {
+                add(record);
+            } catch (const SQLite::Exception& error) {
+                // Some failures end the transaction, and with it the records before this one.
+                if (!isRecordsOwn(error) || sqlite3_get_autocommit(database.getHandle()) != 0) throw;
+                if (leftOut++ == 0) why = error.what();
+            }
+            insert.tryReset(); // which repeats the failure of a record, if there was one
         }
-        insert.reset();
         removeOld.bind(1, limit);
         removeOld.exec();
         removeOld.reset();
         transaction.commit();
+        if (leftOut != 0)
+            debugLine(vdlDebugWarning,
+                      database.getFilename() + ": left out " + std::to_string(leftOut) + " records: " + why);
+        return leftOut;
+    }
+
+    void add(const RunLogRecord& record) {
+        insert.bind(1, record.logCode);
+        insert.bind(2, record.logTime);
+        insert.bind(3, record.errorCode);
+        insert.bind(4, record.logKind);
+        insert.bind(5, record.eventId);
+        insert.bind(6, record.logText);
+        insert.exec();
     }
 };
 
@@ -98,8 +119,8 @@ RunLogStore::RunLogStore(std::string path, std::int64_t limit) : path_(std::move
 
 RunLogStore::~RunLogStore() = default;
 
-void RunLogStore::write(const std::vector<RunLogRecord>& records) {
-    if (records.empty()) return;
+std::size_t RunLogStore::write(const std::vector<RunLogRecord>& records) {
+    if (records.empty()) return 0;
     const ino_t file = fileNumber(path_);
     // A file that was removed, or moved aside by another process, would take records to nowhere.
     if (connection_ && connection_->file != file) connection_.reset();
@@ -114,13 +135,13 @@ void RunLogStore::write(const std::vector<RunLogRecord>& records) {
     }
     // Unless another process has moved it aside and begun a new one meanwhile.
     if (file == fileNumber(path_)) moveAside(damage);
-    writeOnce(records);
+    return writeOnce(records);
 }
 
-void RunLogStore::writeOnce(const std::vector<RunLogRecord>& records) {
+std::size_t RunLogStore::writeOnce(const std::vector<RunLogRecord>& records) {
     try {
         if (!connection_) connection_ = std::make_unique<Connection>(path_);
-        connection_->write(records, limit_);
+        return connection_->write(records, limit_);
     } catch (...) {
         connection_.reset();
         throw;

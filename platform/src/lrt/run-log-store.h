@@ -16,10 +16,11 @@ public:
     explicit RunLogStore(std::string path, std::int64_t limit = defaultLimit);
     ~RunLogStore();
 
-    // Stores all records, in order, or none, and removes all but the newest limit. A file that is damaged, or not a
-    // run log, is moved aside to "<path>.broken", with a warning, and a new one begun. Throws std::exception saying
-    // what was wrong; the next write then opens the file anew.
-    void write(const std::vector<RunLogRecord>& records);
+    // Stores all records, in order, or none, and removes all but the newest limit. A record that the file does not take
+    // for what is in it (it is too long) is left out, with a warning; returns how many were. A file that is damaged, or
+    // not a run log, is moved aside to "<path>.broken", with a warning, and a new one begun. Throws std::exception
+    // saying what was wrong; the next write then opens the file anew.
+    std::size_t write(const std::vector<RunLogRecord>& records);
 
     // The newest records of the file at path, newest first, through a connection of its own that cannot write; none
     // when there is no such file. Throws std::exception.
@@ -30,7 +31,7 @@ public:
 
 private:
     struct Connection;
-    void writeOnce(const std::vector<RunLogRecord>& records);
+    std::size_t writeOnce(const std::vector<RunLogRecord>& records);
     void moveAside(const std::string& why);
 
     std::string path_;
