@@ -1,10 +1,12 @@
 // From a list of requests to the list of answers. The two services' records differ as types, not in what this needs of
-// them.
+// them; both stop at the same URI.
 #pragma once
 
 #include "common/fault-switches.h"
 #include "common/result.h"
 #include "common/terminal-table.h"
+
+#include <tvservice/core-records.h>
 
 #include <chrono>
 #include <cstdint>
@@ -12,9 +14,6 @@
 #include <vector>
 
 namespace services {
-
-// The URI that asks to show nothing.
-inline constexpr const char* stopUri = "rec://plain/null";
 
 // Carries requests out, in order, and returns one answer for each. check(uri) says with its result whether a URI can be
 // shown; a terminal whose request fails goes on showing what it did.
@@ -27,7 +26,7 @@ std::vector<Info> carryOut(const std::vector<Request>& requests, std::uint64_t c
     for (const Request& request : requests) {
         const Terminal terminal{request.terminal.type, request.terminal.id};
         std::int32_t result = result::done;
-        if (request.uri == stopUri)
+        if (request.uri == tvservice::stopUri)
             table.stop(terminal);
         else if (result = check(request.uri); result == result::done)
             table.show(terminal, {request.uri, request.uuid, client, now});

@@ -128,7 +128,8 @@ TEST(Answers, NoteTheClientOfWhatIsShown) {
 
 TEST(Answers, ToAStopAreDoneWhetherOrNotSomethingWasShown) {
     TerminalTable table;
-    const auto infos = carryOutTv({request(0, 0, "dvb://1"), request(0, 0, stopUri), request(0, 5, stopUri)}, table);
+    const auto infos = carryOutTv(
+        {request(0, 0, "dvb://1"), request(0, 0, tvservice::stopUri), request(0, 5, tvservice::stopUri)}, table);
     for (const auto& info : infos) EXPECT_EQ(info.result, result::done);
     EXPECT_EQ(infos[1].uri, "rec://plain/null");
     EXPECT_TRUE(table.entries().empty());
