@@ -12,9 +12,11 @@
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <latch>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -203,6 +205,16 @@ protected:
     }
     frame::IOStatistics atServer() { return server->statistics().at(0); }
     frame::IOStatistics atClient() { return client->statistics().at(0); }
+    int boundSocket() {
+        const int bound = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(0, ::bind(bound, reinterpret_cast<sockaddr*>(&address), sizeof address));
+        return bound;
+    }
+    // As a server that died leaves it.
+    void leaveSocketBehind() { ::close(boundSocket()); }
     // The hello that a peer of the server must say.
     std::string honestHello() { return RawPeer(path).hear(helloSize); }
     bool honestClientServed() {
@@ -460,11 +472,7 @@ TEST_F(MessageQueue, DropsOnlyTheMessageThatABreakCutShort) {
     std::string hello = honestHello();
     server.reset();
     // A service that never reads, so that a large message gets through in part only.
-    const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(0, ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    const int listener = boundSocket();
     ASSERT_EQ(0, ::listen(listener, 1));
     startClient();
     const int peer = ::accept(listener, nullptr, nullptr);
@@ -496,12 +504,7 @@ TEST_F(MessageQueue, OneFullClientDoesNotHoldUpTheOthers) {
 }
 
 TEST_F(MessageQueue, ReplacesALeftOverSocket) {
-    const int left = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(0, ::bind(left, reinterpret_cast<sockaddr*>(&address), sizeof address));
-    ::close(left);
+    leaveSocketBehind();
     startBoth();
     struct stat status {};
     ASSERT_EQ(0, stat(path.c_str(), &status));
@@ -520,6 +523,72 @@ TEST_F(MessageQueue, LeavesAnEndpointInUseAlone) {
         EXPECT_EQ("service tuner is already offered at " + path, std::string(error.what()));
     }
     EXPECT_TRUE(honestClientServed());
+}
+
+// Between looking at a left-over socket and replacing it a server holds the lock only.
+TEST_F(MessageQueue, LeavesAnEndpointAloneThatAnotherServerIsTaking) {
+    leaveSocketBehind();
+    struct stat before {
+    }, after{};
+    ASSERT_EQ(0, stat(path.c_str(), &before));
+    {
+        const int other = ::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        ASSERT_EQ(0, ::flock(other, LOCK_EX | LOCK_NB));
+        host::MessageQueue second(limits);
+        try {
+            second.serve("tuner", messages, 4096);
+            ADD_FAILURE() << "took an endpoint that is being taken";
+        } catch (const std::runtime_error& error) {
+            EXPECT_EQ("service tuner is already offered at " + path, std::string(error.what()));
+        }
+        ::close(other);
+    }
+    ASSERT_EQ(0, stat(path.c_str(), &after));
+    EXPECT_EQ(before.st_ino, after.st_ino);
+    startBoth();
+    EXPECT_TRUE(honestClientServed());
+}
+
+TEST_F(MessageQueue, LetsOneOfManyServersReplaceALeftOverSocket) {
+    for (int round = 0; round < 20; ++round) {
+        leaveSocketBehind();
+        std::vector<std::unique_ptr<host::MessageQueue>> servers;
+        for (int i = 0; i < 8; ++i) servers.push_back(std::make_unique<host::MessageQueue>(limits));
+        std::latch begin(8);
+        std::atomic<int> serving{0};
+        std::vector<std::thread> threads;
+        threads.reserve(8);
+        for (auto& one : servers)
+            threads.emplace_back([&] {
+                begin.arrive_and_wait();
+                try {
+                    one->serve("tuner", messages, 4096);
+                    ++serving;
+                } catch (const std::runtime_error&) {
+                }
+            });
+        for (auto& thread : threads) thread.join();
+        ASSERT_EQ(1, serving);
+        RawPeer reaches(path);
+    }
+}
+
+TEST_F(MessageQueue, KeepsItsLockPrivate) {
+    startServer();
+    struct stat status {};
+    ASSERT_EQ(0, stat((path + ".lock").c_str(), &status));
+    EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0600), status.st_mode);
+}
+
+TEST_F(MessageQueue, SaysThatItsLockCannotBeHad) {
+    std::filesystem::create_directory(path + ".lock");
+    host::MessageQueue queue(limits);
+    try {
+        queue.serve("tuner", messages, 4096);
+        ADD_FAILURE() << "served without a lock";
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ("service tuner: cannot lock " + path + ".lock: Is a directory", std::string(error.what()));
+    }
 }
 
 TEST_F(MessageQueue, DoesNotRemoveAFileThatIsNoSocket) {

@@ -237,6 +237,7 @@ struct Shell : testing::Test {
     void TearDown() override {
         server.reset();
         unlink(path.c_str());
+        unlink((path + ".lock").c_str()); // it stays
         EXPECT_EQ(rmdir(folder.c_str()), 0);
     }
 
@@ -429,6 +430,25 @@ TEST_F(Shell, LeavesASocketInUseAlone) {
         EXPECT_THAT(error.what(), HasSubstr(path));
     }
     second.stop();
+    ShellClient client;
+    client.connect(path);
+    EXPECT_EQ(client.run("echo").status, 0);
+}
+
+TEST_F(Shell, LeavesASocketAloneThatAnotherShellIsTaking) {
+    appovshell::listenAt(path).reset();
+    {
+        const host::io::SocketLock other("other", path);
+        try {
+            server->open(path, geteuid());
+            ADD_FAILURE();
+        } catch (const std::system_error& error) {
+            EXPECT_EQ(error.code().value(), EADDRINUSE);
+            EXPECT_THAT(error.what(), HasSubstr("debug shell at " + path));
+        }
+        EXPECT_EQ(access(path.c_str(), F_OK), 0);
+    }
+    start();
     ShellClient client;
     client.connect(path);
     EXPECT_EQ(client.run("echo").status, 0);

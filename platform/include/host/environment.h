@@ -18,7 +18,8 @@ std::string stateDirectory();
 // std::runtime_error when the path is longer than a socket address takes.
 std::string endpointOf(const std::string& service);
 
-// The socket of a process's debug shell: <runtime folder>/<process name>.shell.
+// The socket of a process's debug shell: <runtime folder>/<process name>.shell. Its lock file, like a service's, is
+// beside it: "<socket>.lock".
 std::string shellEndpointOf(const std::string& processName);
 
 // The name under which this process is known to others ("frame-host", "tvserviced"); the program's base name at first.

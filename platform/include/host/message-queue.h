@@ -36,7 +36,8 @@ public:
     frame::OmqIOModule& connectTo(const std::string& service, const frame::MessageSet& messages,
                                   std::size_t sendBufferBytes, frame::IOConnectionListener* listener);
 
-    // Offers a service at its endpoint (socket mode 0600; a left-over socket file is replaced, one in use is not).
+    // Offers a service at its endpoint (socket mode 0600; a left-over socket file is replaced, one in use is not). A
+    // lock on "<endpoint>.lock" keeps other servers away; that file stays.
     // asyncSend through the door with a null transport goes to every client. Throws std::runtime_error when the
     // endpoint cannot be had.
     frame::OmqIOModule& serve(const std::string& service, const frame::MessageSet& messages,

@@ -32,7 +32,9 @@ ShellServer::~ShellServer() { stop(); }
 void ShellServer::open(const std::string& path, uid_t user) {
     FileDescriptor wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!wake) throw std::system_error(errno, std::system_category(), "debug shell at " + path);
+    auto lock = std::make_unique<host::io::SocketLock>("debug shell", path);
     listener_ = listenAt(path);
+    lock_ = std::move(lock);
     wake_ = std::move(wake);
     path_ = path;
     user_ = user;
@@ -52,10 +54,10 @@ void ShellServer::stop() {
     [[maybe_unused]] const auto written = write(wake_.get(), &one, sizeof one);
     if (thread_.joinable()) thread_.join();
     clients_.clear();
-    // While the socket still listens, so that the file removed is this one.
-    unlink(path_.c_str());
+    unlink(path_.c_str()); // this shell's own, as the path is still locked
     listener_.reset();
     wake_.reset();
+    lock_.reset();
 }
 
 void ShellServer::serve() {

@@ -3,10 +3,12 @@
 
 #include "command-table.h"
 #include "file-descriptor.h"
+#include "io/socket-lock.h"
 
 #include <atomic>
 #include <cstddef>
 #include <list>
+#include <memory>
 #include <string>
 #include <sys/types.h>
 #include <thread>
@@ -51,6 +53,7 @@ private:
 
     std::string path_;
     uid_t user_ = 0;
+    std::unique_ptr<host::io::SocketLock> lock_; // of the path, while the shell is open
     FileDescriptor listener_, wake_;
     std::atomic<bool> stopping_ = false;
     bool acceptPaused_ = false; // the process is out of descriptors

@@ -21,7 +21,21 @@ sockaddr_un addressOf(const std::string& path) {
     return address;
 }
 
-// Makes way for a new socket at path: throws, or leaves nothing there.
+[[noreturn]] void refuseInUse(const std::string& service, const std::string& path) {
+    throw std::runtime_error("service " + service + " is already offered at " + path);
+}
+
+SocketLock lockFor(const std::string& service, const std::string& path) {
+    try {
+        return SocketLock("service " + service, path);
+    } catch (const std::system_error& error) {
+        if (error.code().value() == EADDRINUSE) refuseInUse(service, path);
+        throw;
+    }
+}
+
+// Makes way for a new socket at path, which is locked: throws, or leaves nothing there. A server that knows no lock
+// may still be there.
 void makeWay(const std::string& service, const std::string& path) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0) return; // bind says what is wrong, if anything is
@@ -29,7 +43,7 @@ void makeWay(const std::string& service, const std::string& path) {
     const int probe = connectToEndpoint(path);
     if (probe >= 0) ::close(probe);
     if (probe >= 0 || probe == -EAGAIN) // EAGAIN: a server whose queue is full
-        throw std::runtime_error("service " + service + " is already offered at " + path);
+        refuseInUse(service, path);
     if (::unlink(path.c_str()) != 0 && errno != ENOENT)
         throw std::runtime_error("service " + service + ": cannot replace " + path + ": " +
                                  std::system_category().message(errno));
@@ -47,7 +61,8 @@ int connectToEndpoint(const std::string& path) noexcept {
     return -error;
 }
 
-Endpoint::Endpoint(const std::string& service, const std::string& path) : path_(path), descriptor_(-1) {
+Endpoint::Endpoint(const std::string& service, const std::string& path)
+    : path_(path), lock_(lockFor(service, path)), descriptor_(-1) {
     makeWay(service, path);
     descriptor_ = newSocket();
     const auto address = addressOf(path);

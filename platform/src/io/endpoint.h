@@ -1,6 +1,8 @@
 // Sockets of services in the file system.
 #pragma once
 
+#include "io/socket-lock.h"
+
 #include <string>
 #include <sys/types.h>
 
@@ -9,7 +11,8 @@ namespace host::io {
 // A stream socket connected to the endpoint, not blocking, or a negative errno.
 int connectToEndpoint(const std::string& path) noexcept;
 
-// A listening socket of mode 0600 at a path; the file goes with the object, unless somebody has replaced it.
+// A listening socket of mode 0600 at a path, which is locked; the file goes with the object, unless somebody has
+// replaced it.
 class Endpoint {
 public:
     // Throws std::runtime_error when somebody serves the path or it cannot be had.
@@ -24,6 +27,7 @@ public:
 
 private:
     const std::string path_;
+    const SocketLock lock_; // outlasts the socket
     int descriptor_;
     dev_t device_ = 0;
     ino_t inode_ = 0;
