@@ -34,12 +34,13 @@ void* allocate(std::size_t size) {
 
 } // namespace
 
-void* operator new(std::size_t size) { return allocate(size); }
-void* operator new[](std::size_t size) { return allocate(size); }
-void operator delete(void* block) noexcept { std::free(block); }
-void operator delete[](void* block) noexcept { std::free(block); }
-void operator delete(void* block, std::size_t) noexcept { std::free(block); }
-void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
+// Out of line: the compiler would take a malloc that it sees for a block that delete must not get.
+[[gnu::noinline]] void* operator new(std::size_t size) { return allocate(size); }
+[[gnu::noinline]] void* operator new[](std::size_t size) { return allocate(size); }
+[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete[](void* block) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
 
 namespace {
 
@@ -154,6 +155,7 @@ protected:
     void makeClient(frame::IOConnectionListener* listener = nullptr) {
         client = std::make_unique<host::MessageQueue>(limits);
         door = &client->connectTo("tuner", messages, 64, listener);
+        client->open(*door);
     }
     static int takeMessage(const frame::MsgMeta&, const frame::TransportInfo&, const void*, void* context) {
         auto& self = *static_cast<Shortage*>(context);

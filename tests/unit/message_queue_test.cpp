@@ -196,6 +196,7 @@ protected:
         client = std::make_unique<host::MessageQueue>(limits);
         door = &client->connectTo("tuner", set, 4096, &news);
         clientInbox.listenAt(*door);
+        client->open(*door);
         client->start();
     }
     void startBoth() {
@@ -348,6 +349,7 @@ TEST_F(MessageQueue, AnswersTheClientThatAsked) {
     Inbox otherInbox;
     auto& otherDoor = other.connectTo("tuner", messages, 4096, nullptr);
     otherInbox.listenAt(otherDoor);
+    other.open(otherDoor);
     other.start();
     EXPECT_EQ(0, sendNumber(otherDoor, 5));
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 1; }));
@@ -388,11 +390,28 @@ TEST_F(MessageQueue, TurnsAPeerWithoutOneOfTheMessagesAway) {
     EXPECT_NE(std::string::npos, log.find("peer does not know message 0x00002002 (Text)")) << log;
 }
 
+TEST_F(MessageQueue, ConnectsADoorOnlyWhenItIsOpened) {
+    startServer();
+    client = std::make_unique<host::MessageQueue>(limits);
+    auto& closed = client->connectTo("tuner", messages, 4096, nullptr);
+    auto& opened = client->connectTo("tuner", messages, 4096, &news);
+    clientInbox.listenAt(closed);
+    client->open(opened);
+    client->start();
+    ASSERT_TRUE(eventually([&] { return client->statistics()[1].connected; }));
+    EXPECT_FALSE(client->statistics()[0].connected);
+    EXPECT_EQ(0, sendNumber(*offered, 5)) << "to all clients";
+    EXPECT_EQ(0, sendNumber(closed, 6)) << "waits for the connection";
+    client->open(closed);
+    ASSERT_TRUE(eventually([&] { return client->statistics()[0].connected && serverInbox.size() == 1; }));
+    EXPECT_EQ(0U, clientInbox.size());
+}
+
 TEST_F(MessageQueue, TurnsAPeerOfAnotherServiceAway) {
     startServer();
     setenv("TVSA_ENDPOINT_REMOTE", path.c_str(), 1);
     host::MessageQueue other(limits);
-    other.connectTo("remote", messages, 4096, &news);
+    other.open(other.connectTo("remote", messages, 4096, &news));
     unsetenv("TVSA_ENDPOINT_REMOTE");
     testing::internal::CaptureStderr();
     other.start();

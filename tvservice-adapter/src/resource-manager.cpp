@@ -339,6 +339,8 @@ void ResManager::timeoutCheck() {
     GENRPC_LOG(module, vdlDebugWarning, "Found reqid %s,%s,%s timeout 5s, erase it\n", reqId, textOf(front.op),
                textOf(front.response));
 
+    reqQueue.pop_front(); // whatever becomes of the record below
+
     // A main terminal that did not get its live picture is worth a lasting record.
     if (bundle->pTV) {
         const auto failed = std::find_if(bundle->pTV->begin(), bundle->pTV->end(), [](const auto& request) {
@@ -359,7 +361,6 @@ void ResManager::timeoutCheck() {
             agent.writeRunLog(record);
         }
     }
-    reqQueue.pop_front();
 }
 
 // ---- answers ----

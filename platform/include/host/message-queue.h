@@ -31,10 +31,13 @@ public:
     explicit MessageQueue(const QueueLimits& limits = QueueLimits::fromEnvironment());
     ~MessageQueue(); // stops
 
-    // The door to a service's connection, which is made and remade in the background once start has run (50 ms after
-    // a failure, doubling to 1 s). listener may be null. The door lives as long as the queue.
+    // The door to a service. It takes handlers and messages at once; listener may be null. It lives as long as the
+    // queue.
     frame::OmqIOModule& connectTo(const std::string& service, const frame::MessageSet& messages,
                                   std::size_t sendBufferBytes, frame::IOConnectionListener* listener);
+    // Lets a door of connectTo have its connection, which is made and remade in the background once start has run (50
+    // ms after a failure, doubling to 1 s). Nothing arrives through a door before.
+    void open(frame::OmqIOModule& door);
 
     // Offers a service at its endpoint (socket mode 0600; a left-over socket file is replaced, one in use is not). A
     // lock on "<endpoint>.lock" keeps other servers away; that file stays.

@@ -40,7 +40,7 @@ struct Process::State::BringUp {
     const std::string& source;
     std::vector<AbstractProcessMember*> members;
     std::size_t attached = 0;
-    bool needsQueue = false;
+    std::vector<OmqIOModule*> doors = {}; // of the marshalling members
 
     std::string name(std::size_t index) const {
         return "member " + std::to_string(index + 1) + " of " + source + " (" + typeName(*members[index]) + ")";
@@ -51,6 +51,7 @@ struct Process::State::BringUp {
         for (std::size_t i = 0; i < members.size() && !result; ++i) result = setUp(i);
         for (std::size_t i = 0; i < members.size() && !result; ++i) result = connect(i);
         for (std::size_t i = 0; i < members.size() && !result; ++i) result = start(i);
+        if (!result) result = openDoors();
         if (result) undo();
         return result;
     }
@@ -63,20 +64,12 @@ struct Process::State::BringUp {
         return runStep(name(index), "setupDone", [&] { return member.setupDone(); });
     }
 
-    // The queue starts receiving only when the handlers of the whole array are in place.
     int connect(std::size_t index) {
-        int result = 0;
-        if (auto* member = dynamic_cast<AbstractMarshallingImpl*>(members[index])) {
-            result = runStep(name(index), "connecting", [&] { return connect(*member); });
-            if (!result) {
-                needsQueue = true;
-                result =
-                    runStep(name(index), "registerMessageHandlers", [&] { return member->registerMessageHandlers(); });
-            }
-        }
-        if (!result && needsQueue && index + 1 == members.size())
-            result = runStep(source, "starting the message queue", [&] { return state.startQueue(), 0; });
-        return result;
+        auto* member = dynamic_cast<AbstractMarshallingImpl*>(members[index]);
+        if (!member) return 0;
+        const int result = runStep(name(index), "connecting", [&] { return connect(*member); });
+        if (result) return result;
+        return runStep(name(index), "registerMessageHandlers", [&] { return member->registerMessageHandlers(); });
     }
 
     int connect(AbstractMarshallingImpl& member) {
@@ -84,9 +77,21 @@ struct Process::State::BringUp {
             FRAME_LOG(vdlDebugFailure, "%s has not set the name of its service\n", typeName(member).c_str());
             return -EINVAL;
         }
-        member.setOmqIOModule(&state.messageQueue().connectTo(member.getServiceName(), member.getMessageSet(),
-                                                              member.getSendBufferSize(), &member));
+        OmqIOModule& door = state.messageQueue().connectTo(member.getServiceName(), member.getMessageSet(),
+                                                           member.getSendBufferSize(), &member);
+        doors.push_back(&door);
+        member.setOmqIOModule(&door);
         return 0;
+    }
+
+    // Nothing arrives before the whole array has started: its members may set up in their start what notifications
+    // need.
+    int openDoors() {
+        return runStep(source, "starting the message queue", [&] {
+            for (OmqIOModule* door : doors) state.messageQueue().open(*door);
+            if (!doors.empty()) state.startQueue();
+            return 0;
+        });
     }
 
     int start(std::size_t index) {

@@ -45,18 +45,27 @@ QueueLimits QueueLimits::fromEnvironment() {
 struct MessageQueue::State {
     explicit State(const QueueLimits& queueLimits) : limits(queueLimits) {}
 
-    // Takes a door in; its work begins on the receiving thread.
-    frame::OmqIOModule& add(std::unique_ptr<io::Door> door) {
+    io::Door& add(std::unique_ptr<io::Door> door) {
         std::lock_guard lock(mutex);
         doors.push_back(std::move(door));
         io::Door& added = *doors.back();
         if (stopped) {
             added.refuseFromNowOn();
             added.end();
-        } else if (thread.joinable()) {
-            boost::asio::post(io, [&added] { added.begin(); });
         }
         return added;
+    }
+    // The door's work begins on the receiving thread, now or when that starts.
+    void open(io::Door& door) {
+        std::lock_guard lock(mutex);
+        if (stopped) return;
+        if (thread.joinable())
+            begin(door);
+        else
+            openedEarly.push_back(&door);
+    }
+    void begin(io::Door& door) {
+        boost::asio::post(io, [&door] { door.begin(); });
     }
 
     const QueueLimits limits;
@@ -64,6 +73,7 @@ struct MessageQueue::State {
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{io.get_executor()};
     std::mutex mutex; // guards the rest
     std::vector<std::unique_ptr<io::Door>> doors;
+    std::vector<io::Door*> openedEarly; // before the thread started
     std::thread thread;
     bool stopped = false;
 };
@@ -83,16 +93,20 @@ frame::OmqIOModule& MessageQueue::connectTo(const std::string& service, const fr
         std::make_unique<io::ClientDoor>(state_->io, service, messages, sendBufferBytes, state_->limits, listener));
 }
 
+void MessageQueue::open(frame::OmqIOModule& door) { state_->open(static_cast<io::Door&>(door)); }
+
 frame::OmqIOModule& MessageQueue::serve(const std::string& service, const frame::MessageSet& messages,
                                         std::size_t sendBufferBytes) {
-    return state_->add(
-        std::make_unique<io::ServerDoor>(state_->io, service, messages, sendBufferBytes, state_->limits));
+    io::Door& door =
+        state_->add(std::make_unique<io::ServerDoor>(state_->io, service, messages, sendBufferBytes, state_->limits));
+    state_->open(door);
+    return door;
 }
 
 void MessageQueue::start() {
     std::lock_guard lock(state_->mutex);
     if (state_->stopped || state_->thread.joinable()) return;
-    for (const auto& door : state_->doors) boost::asio::post(state_->io, [&door = *door] { door.begin(); });
+    for (io::Door* door : std::exchange(state_->openedEarly, {})) state_->begin(*door);
     state_->thread = std::thread([&io = state_->io] {
         pthread_setname_np(pthread_self(), "io");
         io.run();
