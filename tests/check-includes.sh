@@ -10,7 +10,7 @@ product_may='^(frame|vdl|lt|lrt|ov|appovshell|boost)/'
 standard_cpp='^[a-z_]+$'
 standard_c='^(assert|complex|ctype|errno|fenv|float|inttypes|iso646|limits|locale|math|setjmp|signal|stdalign|stdarg|stdatomic|stdbool|stddef|stdint|stdio|stdlib|string|tgmath|time|uchar|wchar|wctype)\.h$'
 include='include[[:space:]]*(["<])([^">]+)[">]'
-json_dump=frame-genrpc/genrpc/include/genrpc/dump.h
+json_form=frame-genrpc/genrpc/include/genrpc/json.h
 
 violations=0
 checked=0
@@ -38,7 +38,7 @@ is_product_source() { # NAME
 check_product() { # FILE PLACE QUOTE NAME
     [[ $3 == '"' ]] && { is_local "$1" "$4" || is_product_source "$4"; } && return
     [[ $4 =~ $product_own || $4 =~ $product_may || $4 =~ $standard_cpp || $4 =~ $standard_c ]] && return
-    [[ $1 == "$json_dump" && $4 == nlohmann/* ]] && return
+    [[ $1 == "$json_form" && $4 == nlohmann/* ]] && return
     violation "$2" "the product may not include $4"
 }
 

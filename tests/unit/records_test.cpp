@@ -1,6 +1,6 @@
 // The core records: their exact layouts, tables and the four operations of their flat forms.
-#include <genrpc/json.h>
 #include <genrpc/flatten.h>
+#include <genrpc/json.h>
 #include <host/marshaller.h>
 #include <mmservice/messages.h>
 #include <tvservice/messages.h>

@@ -6,11 +6,14 @@
 #include <tvservice-adapter/model-tvservice-adapter.h>
 
 #include <boost/shared_ptr.hpp>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
-#include <unistd.h>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 namespace tvservice {
@@ -60,8 +63,8 @@ appovshell::Server* ovRegister::svcAppovshell() const {
     }
     if (shellService != nullptr) return shellService;
     GENRPC_LOG(module, vdlDebugFailure, "%s ASSERT FAILED !!! \n", "pService != nullptr");
-    if (access(debugVersionFile, F_OK) == 0) {
-        sleep(1); // lets the line reach the log
+    if (std::error_code error; std::filesystem::exists(debugVersionFile, error)) {
+        std::this_thread::sleep_for(std::chrono::seconds(1)); // lets the line reach the log
         std::abort();
     }
     return nullptr;
