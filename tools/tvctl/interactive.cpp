@@ -1,7 +1,10 @@
 #include "interactive.h"
 
+#include "session.h"
+
 #include <host/environment.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <exception>
@@ -115,7 +118,7 @@ template <class Read> int runLines(Session& session, const Read& read) {
         const auto begin = line.find_first_not_of(" \t\r\n");
         if (begin == std::string::npos) continue;
         line = line.substr(begin, line.find_last_not_of("\r\n") + 1 - begin);
-        if (line == "exit") break;
+        if (line.substr(0, line.find_last_not_of(" \t") + 1) == "exit") break;
         exitCode = session.run(line);
     }
     return exitCode;
@@ -123,7 +126,13 @@ template <class Read> int runLines(Session& session, const Read& read) {
 
 } // namespace
 
-int runInteractive(Session& session, const Options& options) {
+int runShell(const Options& given, const std::vector<std::string>& arguments) {
+    Options options = given;
+    CLI::App app("Takes commands of the process line by line from standard input, until its end or \"exit\".",
+                 "tvctl shell");
+    addOptions(app, options);
+    if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;
+    Session session(options);
     if (!isatty(STDIN_FILENO))
         return runLines(session, [](std::string& line) { return static_cast<bool>(std::getline(std::cin, line)); });
     Editor editor(session, options);

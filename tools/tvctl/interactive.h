@@ -1,12 +1,12 @@
 // tvctl shell: commands line by line.
 #pragma once
 
-#include "session.h"
+#include "options.h"
 
 namespace tvctl {
 
 // Runs the lines of standard input until its end or "exit"; at a terminal with editing, history and completion.
 // Returns the last command's exit code.
-int runInteractive(Session& session, const Options& options);
+int runShell(const Options& options, const std::vector<std::string>& arguments);
 
 } // namespace tvctl

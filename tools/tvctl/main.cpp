@@ -1,18 +1,32 @@
 // tvctl: gives commands to a receiver process through its debug shell.
 #include "interactive.h"
+#include "options.h"
 #include "session.h"
 
 #include <CLI/CLI.hpp>
-#include <chrono>
+#include <algorithm>
 #include <csignal>
 #include <iostream>
+#include <iterator>
 #include <string>
 #include <unistd.h>
 
 namespace {
 
+constexpr tvctl::Verb verbs[] = {
+    {"shell", "takes the process's commands line by line", tvctl::runShell},
+};
+
 // Nothing is left to tidy up: the line editor resets the terminal before it lets the signal through.
 void endInterrupted(int) { _exit(tvctl::exitInterrupted); }
+
+std::string footer() {
+    std::string text = "Verbs of tvctl itself (\"tvctl VERB --help\" says more):\n";
+    for (const auto& verb : verbs) text += "  " + std::string(verb.name) + "  " + verb.help + "\n";
+    return text +
+           "\nExit codes: 0 done, 1 the command failed, 2 wrong usage, 3 no such process, 4 timed out,\n"
+           "5 refused, 6 malformed answer, 130 interrupted";
+}
 
 } // namespace
 
@@ -21,22 +35,13 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
 
     tvctl::Options options;
-    double seconds = 10;
     CLI::App app(
         "tvctl [OPTIONS] VERB [ARGS...]\n\n"
-        "Gives a command to a receiver process. The verb \"help\" lists the commands of the process, \"shell\" takes\n"
-        "them line by line.",
+        "Gives a command to a receiver process. The verb \"help\" lists the commands of the process.",
         "tvctl");
-    app.add_option("--target", options.target, "The process to talk to")->capture_default_str();
-    app.add_flag("--json", options.json, "Print the outcome as JSON");
-    app.add_flag("--quiet", options.quiet, "Print errors only");
-    app.add_option("--timeout", seconds, "Seconds to wait for an answer")
-        ->capture_default_str()
-        ->check(CLI::Range(0.001, 86400.0));
+    tvctl::addOptions(app, options);
     app.set_version_flag("--version", "tvctl " TVCTL_VERSION);
-    app.footer(
-        "Exit codes: 0 done, 1 the command failed, 2 wrong usage, 3 no such process, 4 timed out,\n"
-        "5 refused, 6 malformed answer, 130 interrupted");
+    app.footer(footer());
     // Everything from the verb on is the command's, dashes included.
     app.prefix_command();
     try {
@@ -44,7 +49,6 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? tvctl::exitDone : tvctl::exitUsage;
     }
-    options.timeout = std::chrono::milliseconds(static_cast<long>(seconds * 1000));
 
     const auto words = app.remaining();
     if (words.empty()) {
@@ -56,7 +60,8 @@ int main(int argc, char** argv) {
         std::cerr << "tvctl: unknown option: " << words[0] << " (--help lists them)\n";
         return tvctl::exitUsage;
     }
-    tvctl::Session session(options);
-    if (words.size() == 1 && words[0] == "shell") return tvctl::runInteractive(session, options);
-    return session.run(words);
+    const auto* verb =
+        std::find_if(std::begin(verbs), std::end(verbs), [&](const auto& known) { return words[0] == known.name; });
+    if (verb != std::end(verbs)) return verb->run(options, {std::next(words.begin()), words.end()});
+    return tvctl::Session(options).run(words);
 }

@@ -1,31 +1,14 @@
 // Running commands in a receiver's shell and reporting on them as tvctl's options say.
 #pragma once
 
+#include "options.h"
+
 #include <host/shell-client.h>
 
-#include <chrono>
 #include <string>
 #include <vector>
 
 namespace tvctl {
-
-enum ExitCode {
-    exitDone = 0,
-    exitFailed = 1,
-    exitUsage = 2,
-    exitNotAvailable = 3,
-    exitTimedOut = 4,
-    exitRefused = 5,
-    exitBadData = 6,
-    exitInterrupted = 130,
-};
-
-struct Options {
-    std::string target = "frame-host";
-    bool json = false;
-    bool quiet = false;
-    std::chrono::milliseconds timeout = std::chrono::seconds(10);
-};
 
 class Session {
 public:

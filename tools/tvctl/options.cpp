@@ -1,0 +1,42 @@
+#include "options.h"
+
+#include <CLI/CLI.hpp>
+
+namespace tvctl {
+namespace {
+
+// A range of numbers would let "nan" through.
+std::string checkSeconds(const std::string& text) {
+    double seconds = 0;
+    const bool number = CLI::detail::lexical_cast(text, seconds);
+    return number && seconds >= 0.001 && seconds <= 86400 ? "" : text + " is no number from 0.001 to 86400";
+}
+
+} // namespace
+
+void addOptions(CLI::App& app, Options& options) {
+    app.add_option("--target", options.target, "The process to talk to")->capture_default_str();
+    app.add_flag("--json", options.json, "Print the outcome as JSON");
+    app.add_flag("--quiet", options.quiet, "Print errors only");
+    app.add_option_function<double>(
+           "--timeout",
+           [&options](double seconds) {
+               options.timeout = std::chrono::milliseconds(static_cast<long>(seconds * 1000));
+               options.timeoutGiven = true;
+           },
+           "Seconds to wait for an answer")
+        ->default_str("10")
+        ->check(checkSeconds);
+}
+
+std::optional<int> parseArguments(CLI::App& app, const std::vector<std::string>& arguments) {
+    try {
+        // The parser takes its arguments from the end of the list.
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? exitDone : exitUsage;
+    }
+    return std::nullopt;
+}
+
+} // namespace tvctl
