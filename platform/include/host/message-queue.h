@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,9 @@ public:
     // endpoint cannot be had.
     frame::OmqIOModule& serve(const std::string& service, const frame::MessageSet& messages,
                               std::size_t sendBufferBytes);
+    // The connections that the clients of a door of serve have right now, for messages to some of them. From any
+    // thread.
+    static std::vector<std::uint64_t> clientsOf(frame::OmqIOModule& served);
 
     void start(); // starts the receiving thread
     // Ends all connections and joins the receiving thread; messages still waiting are dropped and counted. Doors then

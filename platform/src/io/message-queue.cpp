@@ -103,6 +103,10 @@ frame::OmqIOModule& MessageQueue::serve(const std::string& service, const frame:
     return door;
 }
 
+std::vector<std::uint64_t> MessageQueue::clientsOf(frame::OmqIOModule& served) {
+    return static_cast<io::ServerDoor&>(served).clients();
+}
+
 void MessageQueue::start() {
     std::lock_guard lock(state_->mutex);
     if (state_->stopped || state_->thread.joinable()) return;

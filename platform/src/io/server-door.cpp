@@ -86,6 +86,14 @@ void ServerDoor::onConnectionClosed(Connection& client, bool wasReady, bool faul
     clients_.erase(std::find_if(clients_.begin(), clients_.end(), [&](const auto& c) { return c.get() == &client; }));
 }
 
+std::vector<std::uint64_t> ServerDoor::clients() {
+    std::lock_guard lock(mutex);
+    std::vector<std::uint64_t> numbers;
+    for (const auto& client : clients_)
+        if (client->ready()) numbers.push_back(client->number());
+    return numbers;
+}
+
 int ServerDoor::dispatch(const Outgoing& message, const frame::TransportInfo* transport) {
     if (transport) {
         for (const auto& client : clients_)

@@ -21,6 +21,7 @@ public:
 
     void begin() override { waitForClients(); }
     void end() override;
+    std::vector<std::uint64_t> clients();
     void onConnectionReady(Connection& connection) override;
     void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const std::string& reason) override;
 
