@@ -1,6 +1,7 @@
 // tvctl: gives commands to a receiver process through its debug shell.
 #include "interactive.h"
 #include "options.h"
+#include "schema.h"
 #include "session.h"
 
 #include <CLI/CLI.hpp>
@@ -15,6 +16,7 @@ namespace {
 
 constexpr tvctl::Verb verbs[] = {
     {"shell", "takes the process's commands line by line", tvctl::runShell},
+    {"schema", "prints all messages and records with their layout", tvctl::runSchema},
 };
 
 // Nothing is left to tidy up: the line editor resets the terminal before it lets the signal through.

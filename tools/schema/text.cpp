@@ -1,0 +1,170 @@
+#include "kind-words.h"
+#include "wire-rules.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <string_view>
+
+namespace schema {
+namespace {
+
+std::string padded(std::string text, std::size_t width) {
+    text.resize(std::max(width, text.size()), ' ');
+    return text;
+}
+
+std::string hex(std::uint32_t number) {
+    char text[11];
+    std::snprintf(text, sizeof text, "0x%08X", number);
+    return text;
+}
+
+// ---- for a terminal ----
+
+constexpr std::size_t lineWidth = 100;
+
+// Text in lines of lineWidth, the first one behind "- ".
+std::string wrapped(std::string_view text) {
+    std::string lines = "- ";
+    while (text.size() > lineWidth - 2) {
+        const std::size_t end = text.rfind(' ', lineWidth - 2);
+        lines += std::string(text.substr(0, end)) + "\n  ";
+        text.remove_prefix(end + 1);
+    }
+    return lines + std::string(text) + "\n";
+}
+
+std::string fieldLines(const std::vector<Field>& fields) {
+    std::size_t width = 0;
+    for (const auto& field : fields) width = std::max(width, std::string_view(field.name).size());
+    std::string text;
+    for (const auto& field : fields) {
+        char place[32];
+        std::snprintf(place, sizeof place, "%8zu %4zu  ", field.offset, field.type.size);
+        text += place + padded(field.name, width) + "  " + phraseOf(field.type) + "\n";
+    }
+    return text;
+}
+
+std::string bytesOf(const vdl::EndianTable& table) {
+    return std::to_string(table.size) + (table.size == 1 ? " byte" : " bytes");
+}
+
+// ---- for the document ----
+
+std::string code(const std::string& text) { return "`" + text + "`"; }
+
+std::string row(const std::vector<std::string>& cells) {
+    std::string text = "|";
+    for (const auto& cell : cells) text += " " + cell + " |";
+    return text + "\n";
+}
+
+std::string header(const std::vector<std::string>& titles) {
+    return row(titles) + row(std::vector<std::string>(titles.size(), "---"));
+}
+
+std::string linked(const Type& type) {
+    if (!type.record) return phraseOf(type);
+    const std::string phrase = phraseOf(type), record = type.record;
+    // Headings of one word are their own anchors, in small letters.
+    std::string anchor = record;
+    std::transform(anchor.begin(), anchor.end(), anchor.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return phrase.substr(0, phrase.size() - record.size()) + "[" + record + "](#" + anchor + ")";
+}
+
+std::string messageRow(const Service& service, const Message& message) {
+    std::string arguments;
+    for (const auto& argument : message.arguments)
+        arguments += (arguments.empty() ? "" : "<br>") + code(argument.name) + " at " +
+                     std::to_string(argument.offset) + ": " + linked(argument.type);
+    const std::string name = message.name;
+    return row(
+        {hex(message.meta.messageId), code(name), code(message.signature), arguments.empty() ? "none" : arguments,
+         code("GoldenMessage.*/" + std::string(service.name) + "_" + name) + "<br>" + code("EveryMessage." + name)});
+}
+
+std::string messageTable(const Service& service, const std::string& direction) {
+    std::string text = header({"Id", "Message", "Method", "Arguments", "Tests"});
+    for (const auto& message : service.messages)
+        if (message.direction == direction) text += messageRow(service, message);
+    return text;
+}
+
+std::string recordTable(const Record& record) {
+    std::string text = "### " + std::string(record.name) + "\n\n" + std::to_string(record.table->size) +
+                       " bytes, family " + record.family + ".\n\n" + header({"Offset", "Size", "Field", "Type"});
+    for (const auto& field : record.fields)
+        text +=
+            row({std::to_string(field.offset), std::to_string(field.type.size), code(field.name), linked(field.type)});
+    return text + "\n";
+}
+
+} // namespace
+
+std::string phraseOf(const Type& type) {
+    switch (type.kind) {
+        case Kind::Scalar:
+            return (type.isSigned ? "int" : "uint") + std::to_string(8 * type.size);
+        case Kind::Flag:
+            return "flag";
+        case Kind::String:
+            return "string";
+        case Kind::StringList:
+            return "list of strings";
+        case Kind::Uint32List:
+            return "list of uint32";
+        case Kind::Record:
+            return type.record;
+        case Kind::Sequence:
+            break;
+    }
+    return "sequence of " + std::string(type.record);
+}
+
+std::string asText() {
+    std::string text = "Messages and records, version " + std::to_string(version) + "\n\n";
+    for (const char* rule : wireRules) text += wrapped(rule);
+    text += "\nBehind a field's name: what it is. Before it: its offset and its size in bytes.\n";
+    for (const auto& service : services()) {
+        for (const auto& message : service.messages)
+            text += "\n" + std::string(service.name) + " " + message.direction + " " + hex(message.meta.messageId) +
+                    " " + message.name + ", " + bytesOf(*message.table) + "\n    " + message.signature + "\n" +
+                    fieldLines(message.arguments);
+        for (const auto& record : service.records)
+            text += "\n" + std::string(service.name) + " record " + record.name + ", " + bytesOf(*record.table) +
+                    ", family " + record.family + "\n" + fieldLines(record.fields);
+    }
+    return text;
+}
+
+std::string asMarkdown() {
+    std::string text =
+        "# Messages\n\n"
+        "Made by `tvctl schema --markdown`; `tvctl schema --json` says the same to programs. Every message has its "
+        "row\n"
+        "of tests: its bytes in both byte orders ([tests/golden](../tests/golden)), and its way through a whole\n"
+        "receiver. `ctest -R NAME` runs them.\n\n"
+        "## Wire form\n\n";
+    for (const char* rule : wireRules) text += "- " + std::string(rule) + "\n";
+    text += "\n" + header({"Kind", "What it is"});
+    for (const auto& kind : kinds) text += row({kind.name, kind.meaning});
+    text +=
+        "\nThe meta of a message is its id with the instance and the interface code of its direction and a flag:\n\n" +
+        header({"Direction", "Instance", "Interface code", "Flag"});
+    for (const auto& message : {services()[0].messages.front(), services()[0].messages.back()})
+        text += row({message.direction, hex(message.meta.instance), hex(message.meta.interfaceCode),
+                     std::to_string(message.meta.flag)});
+    for (const auto& service : services()) {
+        const std::string name = service.name;
+        text += "\n## " + name + ": requests\n\n" + messageTable(service, "Request");
+        text += "\n## " + name + ": notifications\n\n" + messageTable(service, "Notification");
+        text += "\n## " + name + ": records\n\n";
+        for (const auto& record : service.records) text += recordTable(record);
+        text.pop_back(); // each record ends with an empty line
+    }
+    return text;
+}
+
+} // namespace schema

@@ -1,0 +1,29 @@
+#include "schema.h"
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <schema/schema.h>
+
+namespace tvctl {
+
+int runSchema(const Options& given, const std::vector<std::string>& arguments) {
+    Options options = given;
+    bool markdown = false;
+    CLI::App app("Prints all messages and records of both services with their layout. Needs no receiver.",
+                 "tvctl schema");
+    app.add_flag("--json", options.json, "As one JSON object with a version, for programs");
+    app.add_flag("--markdown", markdown, "As docs/messages.md");
+    if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;
+    if (options.json && markdown) {
+        std::cerr << "tvctl: schema prints JSON or Markdown, not both\n";
+        return exitUsage;
+    }
+    std::cout << (options.json ? schema::asJson() : markdown ? schema::asMarkdown() : schema::asText());
+    if (!std::cout.flush()) {
+        std::cerr << "tvctl: cannot write to standard output\n";
+        return exitFailed;
+    }
+    return exitDone;
+}
+
+} // namespace tvctl
