@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -39,22 +40,51 @@ const frame::MsgMeta numberMeta{1, 0x100, 0x2001, 1}, textMeta{1, 0x100, 0x2002,
 const frame::MessageDescription descriptions[] = {{"Number", numberMeta, &numberTable}, {"Text", textMeta, &textTable}};
 const frame::MessageSet messages{descriptions, 2};
 
+// Rung by all that arrives: messages and connection news.
+class Bell {
+public:
+    void ring() {
+        std::lock_guard lock(mutex_);
+        ++rings_;
+        rung_.notify_all();
+    }
+    unsigned rings() {
+        std::lock_guard lock(mutex_);
+        return rings_;
+    }
+    void waitForMoreThan(unsigned rings, std::chrono::milliseconds timeout) {
+        std::unique_lock lock(mutex_);
+        rung_.wait_for(lock, timeout, [&] { return rings_ != rings; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable rung_;
+    unsigned rings_ = 0;
+};
+Bell bell;
+
+// Looks again at each ring, and now and then without one, as the queue's counters change silently.
 bool eventually(const std::function<bool()>& condition) {
     const auto deadline = std::chrono::steady_clock::now() + 20s;
-    while (!condition()) {
+    for (;;) {
+        const unsigned heard = bell.rings();
+        if (condition()) return true;
         if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(1ms);
+        bell.waitForMoreThan(heard, 5ms);
     }
-    return true;
 }
 
 // What arrives at one door.
 struct Inbox {
     int add(const frame::TransportInfo& transport, std::uint32_t number, std::string text) {
-        std::lock_guard lock(mutex);
-        transports.push_back(transport);
-        numbers.push_back(number);
-        texts.push_back(std::move(text));
+        {
+            std::lock_guard lock(mutex);
+            transports.push_back(transport);
+            numbers.push_back(number);
+            texts.push_back(std::move(text));
+        }
+        bell.ring();
         return 0;
     }
     std::size_t size() {
@@ -80,9 +110,13 @@ struct Inbox {
 };
 
 struct News : frame::IOConnectionListener {
-    void onIOConnectionConnected() override { ++connected; }
-    void onIOConnectionConnectionFailed() override { ++failed; }
-    void onIOConnectionDisconnected() override { ++disconnected; }
+    void onIOConnectionConnected() override { note(connected); }
+    void onIOConnectionConnectionFailed() override { note(failed); }
+    void onIOConnectionDisconnected() override { note(disconnected); }
+    static void note(std::atomic<int>& event) {
+        ++event;
+        bell.ring();
+    }
     std::atomic<int> connected{0}, failed{0}, disconnected{0};
 };
 
