@@ -1,0 +1,252 @@
+// A service and a client on the message queue, peers that say whatever a test wants, and the messages they exchange.
+#pragma once
+
+#include <host/message-queue.h>
+#include <vdl/flat.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace queue_test {
+
+using namespace std::chrono_literals;
+
+inline const vdl::EndianEntry endOfList{0, 0, vdl::EndianEntry::terminator};
+inline const vdl::EndianEntry numberEntries[] = {{0, vdl::EndianScalar4, std::uintptr_t{0}}, endOfList};
+inline const vdl::EndianTable numberTable{4, numberEntries};
+inline const vdl::EndianEntry textEntries[] = {{0, vdl::EndianNested, &__vdl_EndianTable_vdlDeserString_t}, endOfList};
+inline const vdl::EndianTable textTable{8, textEntries};
+
+inline const frame::MsgMeta numberMeta{1, 0x100, 0x2001, 1}, textMeta{1, 0x100, 0x2002, 1},
+    strangeMeta{1, 0x100, 0x2003, 1};
+inline const frame::MessageDescription descriptions[] = {{"Number", numberMeta, &numberTable},
+                                                         {"Text", textMeta, &textTable}};
+inline const frame::MessageSet messages{descriptions, 2};
+
+// Rung by all that arrives: messages and connection news.
+class Bell {
+public:
+    void ring() {
+        std::lock_guard lock(mutex_);
+        ++rings_;
+        rung_.notify_all();
+    }
+    unsigned rings() {
+        std::lock_guard lock(mutex_);
+        return rings_;
+    }
+    void waitForMoreThan(unsigned rings, std::chrono::milliseconds timeout) {
+        std::unique_lock lock(mutex_);
+        rung_.wait_for(lock, timeout, [&] { return rings_ != rings; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable rung_;
+    unsigned rings_ = 0;
+};
+inline Bell bell;
+
+// Looks again at each ring, and now and then without one, as the queue's counters change silently.
+inline bool eventually(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    for (;;) {
+        const unsigned heard = bell.rings();
+        if (condition()) return true;
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        bell.waitForMoreThan(heard, 5ms);
+    }
+}
+
+// What arrives at one door.
+struct Inbox {
+    int add(const frame::TransportInfo& transport, std::uint32_t number, std::string text) {
+        {
+            std::lock_guard lock(mutex);
+            transports.push_back(transport);
+            numbers.push_back(number);
+            texts.push_back(std::move(text));
+        }
+        bell.ring();
+        return 0;
+    }
+    std::size_t size() {
+        std::lock_guard lock(mutex);
+        return numbers.size();
+    }
+    void listenAt(frame::OmqIOModule& door) {
+        EXPECT_EQ(0, door.registerMessageHandler(numberMeta, &Inbox::onNumber, this, numberTable));
+        EXPECT_EQ(0, door.registerMessageHandler(textMeta, &Inbox::onText, this, textTable));
+    }
+    static int onNumber(const frame::MsgMeta&, const frame::TransportInfo& t, const void* payload, void* context) {
+        return static_cast<Inbox*>(context)->add(t, *static_cast<const vdl::Word<std::uint32_t>*>(payload), "");
+    }
+    static int onText(const frame::MsgMeta&, const frame::TransportInfo& t, const void* payload, void* context) {
+        const auto& text = *static_cast<const vdlDeserString_t*>(payload);
+        return static_cast<Inbox*>(context)->add(t, 0, std::string(text.data.get(), text.length));
+    }
+
+    std::mutex mutex;
+    std::vector<frame::TransportInfo> transports;
+    std::vector<std::uint32_t> numbers;
+    std::vector<std::string> texts;
+};
+
+struct News : frame::IOConnectionListener {
+    void onIOConnectionConnected() override { note(connected); }
+    void onIOConnectionConnectionFailed() override { note(failed); }
+    void onIOConnectionDisconnected() override { note(disconnected); }
+    static void note(std::atomic<int>& event) {
+        ++event;
+        bell.ring();
+    }
+    std::atomic<int> connected{0}, failed{0}, disconnected{0};
+};
+
+inline int sendNumber(frame::OmqIOModule& door, std::uint32_t value, const frame::TransportInfo* transport = nullptr,
+                      const frame::MsgMeta& meta = numberMeta) {
+    int completions = 0;
+    const int result = door.asyncSend({7, value}, meta, transport, numberTable, &value, [&] { ++completions; });
+    EXPECT_EQ(1, completions);
+    return result;
+}
+
+inline int sendText(frame::OmqIOModule& door, std::size_t size, char letter) {
+    char* data = static_cast<char*>(vdlFlatAlloc(size + 1));
+    std::memset(data, letter, size);
+    data[size] = '\0';
+    vdlDeserString_t text{static_cast<std::uint32_t>(size), data};
+    int completions = 0;
+    const int result = door.asyncSend({}, textMeta, nullptr, textTable, &text, [&] { ++completions; });
+    EXPECT_EQ(1, completions);
+    vdlFlatFree(data);
+    return result;
+}
+
+inline std::uint32_t turned(std::uint32_t value) { return __builtin_bswap32(value); }
+
+// A peer that says whatever a test wants.
+class RawPeer {
+public:
+    explicit RawPeer(const std::string& path) : socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(0, ::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address));
+        const timeval patience{10, 0};
+        setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    }
+    ~RawPeer() { ::close(socket_); }
+    void say(const std::string& bytes) {
+        EXPECT_EQ(static_cast<ssize_t>(bytes.size()), ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL));
+    }
+    std::string hear(std::size_t size) {
+        std::string bytes(size, '\0');
+        const ssize_t count = ::recv(socket_, bytes.data(), size, MSG_WAITALL);
+        bytes.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+        return bytes;
+    }
+    bool turnedAway() { // after at most a hello
+        char byte[4096];
+        ssize_t count;
+        while ((count = ::recv(socket_, byte, sizeof byte, 0)) > 0) {
+        }
+        return count == 0 || errno == ECONNRESET;
+    }
+
+private:
+    int socket_;
+};
+
+inline std::string words(std::initializer_list<std::uint32_t> values, bool turn) {
+    std::string bytes;
+    for (std::uint32_t value : values) {
+        if (turn) value = turned(value);
+        bytes.append(reinterpret_cast<const char*>(&value), 4);
+    }
+    return bytes;
+}
+
+// A frame's bytes in this machine's byte order or the other one.
+inline std::string frameOf(const frame::MsgMeta& meta, std::uint32_t size, const std::string& body, bool turn = false) {
+    std::string bytes = words({size, meta.instance, meta.interfaceCode, meta.messageId}, turn);
+    bytes += std::string{static_cast<char>(meta.flag), 0, 0, 0};
+    return bytes + words({7, 9, 0}, turn) + body;
+}
+
+class MessageQueue : public testing::Test {
+protected:
+    MessageQueue() {
+        char name[] = "/tmp/message-queue-XXXXXX";
+        folder = mkdtemp(name);
+        setenv("RUNTIME_DIRECTORY", folder.c_str(), 1);
+        path = folder + "/tuner.sock";
+    }
+    ~MessageQueue() override {
+        client.reset();
+        server.reset();
+        std::filesystem::remove_all(folder);
+    }
+
+    void startServer(const frame::MessageSet& set = messages) {
+        server = std::make_unique<host::MessageQueue>(limits);
+        offered = &server->serve("tuner", set, 4096);
+        serverInbox.listenAt(*offered);
+        server->start();
+    }
+    void startClient(const frame::MessageSet& set = messages) {
+        client = std::make_unique<host::MessageQueue>(limits);
+        door = &client->connectTo("tuner", set, 4096, &news);
+        clientInbox.listenAt(*door);
+        client->open(*door);
+        client->start();
+    }
+    void startBoth() {
+        startServer();
+        startClient();
+        ASSERT_TRUE(eventually([&] { return atClient().connected && atServer().connected; }));
+    }
+    frame::IOStatistics atServer() { return server->statistics().at(0); }
+    frame::IOStatistics atClient() { return client->statistics().at(0); }
+    int boundSocket() {
+        const int bound = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(0, ::bind(bound, reinterpret_cast<sockaddr*>(&address), sizeof address));
+        return bound;
+    }
+    // As a server that died leaves it.
+    void leaveSocketBehind() { ::close(boundSocket()); }
+    // The hello that a peer of the server must say.
+    std::string honestHello() { return RawPeer(path).hear(helloSize); }
+    bool honestClientServed() {
+        const auto before = serverInbox.size();
+        return sendNumber(*door, 77) == 0 && eventually([&] { return serverInbox.size() > before; });
+    }
+
+    static constexpr std::size_t helloSize = 32 + 5 + 2 * 24;
+    host::QueueLimits limits;
+    std::string folder, path;
+    Inbox serverInbox, clientInbox;
+    News news;
+    std::unique_ptr<host::MessageQueue> server, client;
+    frame::OmqIOModule *offered = nullptr, *door = nullptr;
+};
+
+} // namespace queue_test

@@ -1,0 +1,113 @@
+#include "support/queue-fixture.h"
+
+#include <atomic>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <latch>
+#include <stdexcept>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace queue_test {
+namespace {
+
+TEST_F(MessageQueue, ReplacesALeftOverSocket) {
+    leaveSocketBehind();
+    startBoth();
+    struct stat status {};
+    ASSERT_EQ(0, stat(path.c_str(), &status));
+    EXPECT_EQ(0600u, status.st_mode & 0777u);
+    server->stop();
+    EXPECT_NE(0, stat(path.c_str(), &status));
+}
+
+TEST_F(MessageQueue, LeavesAnEndpointInUseAlone) {
+    startBoth();
+    host::MessageQueue second(limits);
+    try {
+        second.serve("tuner", messages, 4096);
+        FAIL() << "took an endpoint in use";
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ("service tuner is already offered at " + path, std::string(error.what()));
+    }
+    EXPECT_TRUE(honestClientServed());
+}
+
+// Between looking at a left-over socket and replacing it a server holds the lock only.
+TEST_F(MessageQueue, LeavesAnEndpointAloneThatAnotherServerIsTaking) {
+    leaveSocketBehind();
+    struct stat before {
+    }, after{};
+    ASSERT_EQ(0, stat(path.c_str(), &before));
+    {
+        const int other = ::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        ASSERT_EQ(0, ::flock(other, LOCK_EX | LOCK_NB));
+        host::MessageQueue second(limits);
+        try {
+            second.serve("tuner", messages, 4096);
+            ADD_FAILURE() << "took an endpoint that is being taken";
+        } catch (const std::runtime_error& error) {
+            EXPECT_EQ("service tuner is already offered at " + path, std::string(error.what()));
+        }
+        ::close(other);
+    }
+    ASSERT_EQ(0, stat(path.c_str(), &after));
+    EXPECT_EQ(before.st_ino, after.st_ino);
+    startBoth();
+    EXPECT_TRUE(honestClientServed());
+}
+
+TEST_F(MessageQueue, LetsOneOfManyServersReplaceALeftOverSocket) {
+    for (int round = 0; round < 20; ++round) {
+        leaveSocketBehind();
+        std::vector<std::unique_ptr<host::MessageQueue>> servers;
+        for (int i = 0; i < 8; ++i) servers.push_back(std::make_unique<host::MessageQueue>(limits));
+        std::latch begin(8);
+        std::atomic<int> serving{0};
+        std::vector<std::thread> threads;
+        threads.reserve(8);
+        for (auto& one : servers)
+            threads.emplace_back([&] {
+                begin.arrive_and_wait();
+                try {
+                    one->serve("tuner", messages, 4096);
+                    ++serving;
+                } catch (const std::runtime_error&) {
+                }
+            });
+        for (auto& thread : threads) thread.join();
+        ASSERT_EQ(1, serving);
+        RawPeer reaches(path);
+    }
+}
+
+TEST_F(MessageQueue, KeepsItsLockPrivate) {
+    startServer();
+    struct stat status {};
+    ASSERT_EQ(0, stat((path + ".lock").c_str(), &status));
+    EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0600), status.st_mode);
+}
+
+TEST_F(MessageQueue, SaysThatItsLockCannotBeHad) {
+    std::filesystem::create_directory(path + ".lock");
+    host::MessageQueue queue(limits);
+    try {
+        queue.serve("tuner", messages, 4096);
+        ADD_FAILURE() << "served without a lock";
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ("service tuner: cannot lock " + path + ".lock: Is a directory", std::string(error.what()));
+    }
+}
+
+TEST_F(MessageQueue, DoesNotRemoveAFileThatIsNoSocket) {
+    std::ofstream(path) << "kept";
+    host::MessageQueue queue(limits);
+    EXPECT_THROW(queue.serve("tuner", messages, 4096), std::runtime_error);
+    EXPECT_TRUE(std::filesystem::is_regular_file(path));
+}
+
+} // namespace
+} // namespace queue_test

@@ -1,0 +1,154 @@
+#include "support/queue-fixture.h"
+
+#include <host/marshaller.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace queue_test {
+namespace {
+
+// The same hello as a machine of the other byte order would say it.
+std::string turnedHello(std::string hello, std::size_t nameLength) {
+    const auto turn = [&](std::size_t at, std::size_t size) {
+        std::reverse(hello.begin() + static_cast<std::ptrdiff_t>(at),
+                     hello.begin() + static_cast<std::ptrdiff_t>(at + size));
+    };
+    for (std::size_t at = 4; at < 24; at += 4) turn(at, 4);
+    turn(24, 8);
+    for (std::size_t at = 32 + nameLength; at < hello.size(); at += 24) {
+        for (std::size_t word = 0; word < 16; word += 4) turn(at + word, 4);
+        turn(at + 16, 8);
+    }
+    return hello;
+}
+
+TEST_F(MessageQueue, TurnsAPeerWithAnotherLayoutAway) {
+    const frame::MessageDescription changed[] = {{"Number", numberMeta, &textTable}, {"Text", textMeta, &textTable}};
+    startServer();
+    testing::internal::CaptureStderr();
+    startClient({changed, 2});
+    EXPECT_TRUE(eventually([&] { return news.failed > 0 && atServer().refused > 0 && atClient().refused > 0; }));
+    client->stop();
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(std::string::npos, log.find("service tuner: peer's message 0x00002001 (Number) has another layout"))
+        << log;
+    EXPECT_EQ(0, news.connected);
+}
+
+TEST_F(MessageQueue, TurnsAPeerWithoutOneOfTheMessagesAway) {
+    startServer({descriptions, 1});
+    testing::internal::CaptureStderr();
+    startClient();
+    EXPECT_TRUE(eventually([&] { return atClient().refused > 0; }));
+    client->stop();
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(std::string::npos, log.find("peer does not know message 0x00002002 (Text)")) << log;
+}
+
+TEST_F(MessageQueue, TurnsAPeerOfAnotherServiceAway) {
+    startServer();
+    setenv("TVSA_ENDPOINT_REMOTE", path.c_str(), 1);
+    host::MessageQueue other(limits);
+    other.open(other.connectTo("remote", messages, 4096, &news));
+    unsetenv("TVSA_ENDPOINT_REMOTE");
+    testing::internal::CaptureStderr();
+    other.start();
+    EXPECT_TRUE(eventually([&] { return atServer().refused > 0 && other.statistics()[0].refused > 0; }));
+    other.stop();
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(std::string::npos, log.find("service remote: peer offers service tuner")) << log;
+}
+
+TEST_F(MessageQueue, IsNotDisturbedByGarbage) {
+    startBoth();
+    RawPeer garbage(path), newer(path), huge(path), cut(path);
+    garbage.say("GET / HTTP/1.0\r\n\r\n");
+    newer.say("tvsq" + words({0x01020304, 2}, false));
+    huge.say("tvsq" + words({0x01020304, 1, 0x7FFFFFFF, 5, 0x10000000, 0, 0}, false));
+    EXPECT_TRUE(garbage.turnedAway());
+    EXPECT_TRUE(newer.turnedAway());
+    EXPECT_TRUE(huge.turnedAway());
+    EXPECT_EQ(3u, atServer().refused);
+    cut.say(honestHello().substr(0, 40));
+    EXPECT_TRUE(honestClientServed());
+    EXPECT_TRUE(cut.turnedAway()); // when its time for a hello is over
+    EXPECT_EQ(4u, atServer().refused);
+    EXPECT_TRUE(honestClientServed());
+}
+
+TEST_F(MessageQueue, EndsAConnectionWithAnOversizedFrame) {
+    startBoth();
+    RawPeer large(path), brief(path);
+    large.say(honestHello() + frameOf(numberMeta, host::maximumMessageBytes + 1, ""));
+    brief.say(honestHello() + frameOf(numberMeta, 3, "abc"));
+    EXPECT_TRUE(large.turnedAway());
+    EXPECT_TRUE(brief.turnedAway());
+    EXPECT_EQ(2u, atServer().undecodable);
+    EXPECT_TRUE(honestClientServed());
+}
+
+TEST_F(MessageQueue, GoesOnAfterAnUndecodableMessage) {
+    startServer();
+    RawPeer peer(path);
+    peer.say(honestHello() + frameOf(textMeta, 8, words({5, 0xFFFFFFF0}, false)) +
+             frameOf(strangeMeta, 4, words({1}, false)) + frameOf(numberMeta, 4, words({42}, false)));
+    ASSERT_TRUE(eventually([&] { return serverInbox.size() == 1; }));
+    EXPECT_EQ(42u, serverInbox.numbers[0]);
+    EXPECT_EQ(2u, atServer().undecodable);
+}
+
+TEST_F(MessageQueue, UnderstandsAPeerOfTheOtherByteOrder) {
+    startServer();
+    RawPeer peer(path);
+    const std::string text = words({3, 8}, true) + std::string("abc\0", 4);
+    const std::string all = turnedHello(honestHello(), 5) + frameOf(numberMeta, 4, words({42}, true), true) +
+                            frameOf(textMeta, 12, text, true);
+    for (const char byte : all) peer.say(std::string(1, byte));
+    ASSERT_TRUE(eventually([&] { return serverInbox.size() == 2; }));
+    EXPECT_EQ(42u, serverInbox.numbers[0]);
+    EXPECT_EQ("abc", serverInbox.texts[1]);
+    EXPECT_EQ((frame::MsgIds{7, 9}), serverInbox.transports[0].ids);
+}
+
+TEST_F(MessageQueue, ConnectsAgainWhenTheServiceRestarts) {
+    startBoth();
+    EXPECT_TRUE(honestClientServed());
+    server.reset();
+    ASSERT_TRUE(eventually([&] { return news.disconnected == 1; }));
+    EXPECT_EQ(0, sendNumber(*door, 8));
+    startServer();
+    ASSERT_TRUE(eventually([&] { return serverInbox.size() == 2; }));
+    EXPECT_EQ(8u, serverInbox.numbers[1]);
+    EXPECT_EQ(2, news.connected);
+    EXPECT_EQ(1u, atClient().reconnects);
+    EXPECT_EQ(0u, atClient().dropped);
+}
+
+TEST_F(MessageQueue, DropsOnlyTheMessageThatABreakCutShort) {
+    startServer();
+    std::string hello = honestHello();
+    server.reset();
+    // A service that never reads, so that a large message gets through in part only.
+    const int listener = boundSocket();
+    ASSERT_EQ(0, ::listen(listener, 1));
+    startClient();
+    const int peer = ::accept(listener, nullptr, nullptr);
+    ASSERT_EQ(static_cast<ssize_t>(hello.size()), ::send(peer, hello.data(), hello.size(), MSG_NOSIGNAL));
+    ASSERT_TRUE(eventually([&] { return atClient().connected; }));
+    EXPECT_EQ(0, sendText(*door, 4 * 1024 * 1024, 'x'));
+    EXPECT_EQ(0, sendNumber(*door, 2));
+    EXPECT_EQ(2u, atClient().queued);
+    ::close(listener);
+    ::close(peer);
+    startServer();
+    ASSERT_TRUE(eventually([&] { return serverInbox.size() == 1; }));
+    EXPECT_EQ(2u, serverInbox.numbers[0]);
+    EXPECT_EQ(1u, atClient().dropped);
+}
+
+} // namespace
+} // namespace queue_test
