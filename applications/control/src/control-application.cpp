@@ -1,6 +1,7 @@
-// The control application: it registers with the adapter, keeps what each terminal shows, and offers the shell commands
-// by which a person or a tool plays on the receiver.
+// The control application: it registers with the adapter, keeps what each terminal shows and what clients are told, and
+// offers the shell commands by which a person or a tool plays on the receiver.
 #include "commands.h"
+#include "notification-log.h"
 #include "terminal-view.h"
 
 #include <appovshell/server.h>
@@ -53,16 +54,19 @@ private:
         auto* shell = reference->get<appovshell::Server>();
 
         view_ = boost::make_shared<TerminalView>();
-        commands_ = std::make_unique<Commands>(*adapter, *view_, *shell);
+        notifications_ = boost::make_shared<NotificationLog>();
+        commands_ = std::make_unique<Commands>(*adapter, *view_, *notifications_, *shell);
         result = commands_->registerAll();
         if (result < 0) {
             complain("cannot register the shell commands", result);
             return result;
         }
-        return adapter->addClient(view_);
+        result = adapter->addClient(view_);
+        return result < 0 ? result : adapter->addClient(notifications_);
     }
 
     boost::shared_ptr<TerminalView> view_;
+    boost::shared_ptr<NotificationLog> notifications_;
     std::unique_ptr<Commands> commands_;
 };
 

@@ -1,0 +1,64 @@
+#include "arguments.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace control {
+
+bool readTerminal(std::string_view text, tvservice::TvServiceTerminal_t& terminal) {
+    const auto colon = text.find(':');
+    return colon != std::string_view::npos && readNumber(text.substr(0, colon), terminal.type) &&
+           readNumber(text.substr(colon + 1), terminal.id);
+}
+
+std::string nameOf(const tvservice::TvServiceTerminal_t& terminal) {
+    return std::to_string(terminal.type) + ":" + std::to_string(terminal.id);
+}
+
+std::string inQuotes(const std::string& text) {
+    constexpr std::size_t shown = 40;
+    return text.size() <= shown ? "'" + text + "'" : "'" + text.substr(0, shown) + "...'";
+}
+
+int refuse(appovshell::Server& shell, const std::string& why) {
+    shell.print(why + "\n");
+    return badArgument;
+}
+
+bool ArgumentReader::next(std::string& text) {
+    if (!problem_.empty()) return false;
+    const auto end = std::min(names_.find(' '), names_.size());
+    name_ = names_.substr(0, end);
+    names_.remove_prefix(std::min(end + 1, names_.size()));
+    text = shell_.getArgument(index_++);
+    if (!text.empty()) return true;
+    if (name_.front() != '[') refuse("is missing");
+    return false;
+}
+
+void ArgumentReader::refuse(const std::string& why) { problem_ = name_ + " " + why; }
+
+void ArgumentReader::read(std::string& text) {
+    std::string argument;
+    if (!next(argument)) return;
+    if (argument.size() > longestText) {
+        refuse("has " + std::to_string(argument.size()) + " bytes, at most " + std::to_string(longestText) +
+               " are taken: " + inQuotes(argument));
+        return;
+    }
+    text = std::move(argument);
+}
+
+void ArgumentReader::read(std::int32_t& number) {
+    std::string argument;
+    if (next(argument) && !readNumber(argument, number))
+        refuse("has to be a decimal number of 32 bits, not " + inQuotes(argument));
+}
+
+void ArgumentReader::read(tvservice::TvServiceTerminal_t& terminal) {
+    std::string argument;
+    if (next(argument) && !readTerminal(argument, terminal))
+        refuse("has to be TYPE:ID, two decimal numbers of 32 bits, not " + inQuotes(argument));
+}
+
+} // namespace control

@@ -1,0 +1,164 @@
+#include "looking-commands.h"
+
+#include "arguments.h"
+#include "command-list.h"
+
+#include <frame/io-statistics.h>
+#include <genrpc/json.h>
+#include <lrt/run-log-agent.h>
+#include <vdl/debug.h>
+
+#include <optional>
+#include <sstream>
+
+namespace control {
+namespace {
+
+using genrpc::Json;
+
+Json toJson(const std::vector<Answer>& answers) {
+    Json list = Json::array();
+    for (const auto& [time, info] : answers)
+        list.push_back({{"time", time},
+                        {"reqId", info.reqId},
+                        {"terminal", nameOf(info.terminal)},
+                        {"result", info.result},
+                        {"uri", info.uri},
+                        {"uuid", info.uuid},
+                        {"uuidAncestor", info.uuidAncestor}});
+    return list;
+}
+
+// One line per object: the values of its members, named.
+std::string toLines(const Json& list) {
+    std::ostringstream out;
+    for (const auto& object : list) {
+        const char* separator = "";
+        for (const auto& [name, value] : object.items()) {
+            out << separator << name << ' ' << (value.is_string() ? value.get<std::string>() : genrpc::textOf(value));
+            separator = "  ";
+        }
+        out << '\n';
+    }
+    return out.str();
+}
+
+// Prints a list of objects and gives the command's result.
+int report(appovshell::Server& shell, const Json& list) {
+    shell.print(shell.wantsJson() ? genrpc::textOf(list) + "\n" : toLines(list));
+    return 0;
+}
+
+// The number of a command's optional argument; 10 without one. Nothing when it is no count.
+std::optional<std::size_t> countArgument(appovshell::Server& shell) {
+    const std::string text = shell.getArgument(0);
+    if (text.empty()) return 10;
+    std::int32_t count = 0;
+    if (!readNumber(text, count) || count < 0) return std::nullopt;
+    return static_cast<std::size_t>(count);
+}
+
+// A notification in JSON. Its arguments are JSON text already.
+std::string toJsonText(const Notification& notification) {
+    Json object = {{"number", notification.number}, {"time", notification.time}, {"message", notification.message}};
+    if (notification.omittedBytes > 0) object["omittedBytes"] = notification.omittedBytes;
+    std::string text = genrpc::textOf(object);
+    text.back() = ',';
+    return text + "\"arguments\":" + (notification.omittedBytes > 0 ? "{}" : notification.arguments) + "}";
+}
+
+std::string toLine(const Notification& notification) {
+    return std::to_string(notification.number) + " " + notification.time + " " + notification.message + " " +
+           (notification.omittedBytes > 0 ? "(" + std::to_string(notification.omittedBytes) + " bytes left out)"
+                                          : notification.arguments) +
+           "\n";
+}
+
+} // namespace
+
+int LookingCommands::registerAll() {
+    using Self = LookingCommands;
+    static constexpr Command table[] = {
+        {"terminals", "the last answer of each terminal", call<Self, &Self::terminals>},
+        {"answers [:d]", "[N]: the newest N answers (10)", call<Self, &Self::answers>},
+        {"notifications [:s]", "[AFTER]: what clients were told, from the number after AFTER on (the newest 10)",
+         call<Self, &Self::notifications>},
+        {"bundles", "the resource manager's queue, with steps and what is awaited", call<Self, &Self::bundles>},
+        {"stats", "counters of the service connections", call<Self, &Self::stats>},
+        {"runlog [:d]", "[N]: the newest N records of the run log (10)", call<Self, &Self::runlog>},
+        {"log :s", "MODULE=LEVEL[,...]: change what is logged", call<Self, &Self::log>},
+    };
+    return registerCommands(shell_, table, *this);
+}
+
+int LookingCommands::terminals() { return report(shell_, toJson(view_.terminals())); }
+
+int LookingCommands::answers() {
+    const auto count = countArgument(shell_);
+    return count ? report(shell_, toJson(view_.newest(*count))) : refuse(shell_, "wanted a count");
+}
+
+int LookingCommands::notifications() {
+    constexpr std::size_t newest = 10, most = 100;
+    const std::string text = shell_.getArgument(0);
+    std::uint64_t number = 0;
+    if (!text.empty() && !readNumber(text, number))
+        return refuse(shell_, "AFTER has to be a notification's number, not " + inQuotes(text));
+    std::string output;
+    for (const auto& notification : text.empty() ? notifications_.newest(newest) : notifications_.after(number, most)) {
+        if (shell_.wantsJson())
+            output += (output.empty() ? "[" : ",") + toJsonText(notification);
+        else
+            output += toLine(notification);
+    }
+    if (shell_.wantsJson()) output += output.empty() ? "[]\n" : "]\n";
+    shell_.print(output);
+    return 0;
+}
+
+int LookingCommands::bundles() {
+    Json list = Json::array();
+    for (const auto& bundle : adapter_.bundles()) {
+        Json steps = Json::array();
+        for (const auto& step : bundle.steps)
+            steps.push_back({{"operation", step.operation}, {"awaited", step.awaited}});
+        list.push_back({{"reqId", bundle.reqId}, {"steps", steps}});
+    }
+    return report(shell_, list);
+}
+
+int LookingCommands::stats() {
+    Json list = Json::array();
+    for (const auto& service : frame::ioStatistics())
+        list.push_back({{"service", service.service},
+                        {"connected", service.connected},
+                        {"sent", service.sent},
+                        {"received", service.received},
+                        {"dropped", service.dropped},
+                        {"refused", service.refused},
+                        {"undecodable", service.undecodable},
+                        {"reconnects", service.reconnects},
+                        {"queued", service.queued}});
+    return report(shell_, list);
+}
+
+int LookingCommands::runlog() {
+    const auto count = countArgument(shell_);
+    if (!count) return refuse(shell_, "wanted a count");
+    Json list = Json::array();
+    for (const auto& record : lrt::RunLogAgentImpl::getInstance().readNewest(*count))
+        list.push_back({{"logCode", record.logCode},
+                        {"logTime", record.logTime},
+                        {"errorCode", record.errorCode},
+                        {"logKind", record.logKind},
+                        {"eventId", record.eventId},
+                        {"logText", record.logText}});
+    return report(shell_, list);
+}
+
+int LookingCommands::log() {
+    const std::string wrong = vdlDebugSetLevels(shell_.getArgument(0));
+    return wrong.empty() ? 0 : refuse(shell_, wrong);
+}
+
+} // namespace control

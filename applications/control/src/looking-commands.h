@@ -1,0 +1,37 @@
+// The shell commands that show what the receiver is doing and what it has told its clients.
+#pragma once
+
+#include "notification-log.h"
+#include "terminal-view.h"
+
+#include <appovshell/server.h>
+#include <tvservice-adapter/model-tvservice-adapter.h>
+
+namespace control {
+
+// Lives as long as the process: the shell keeps pointers to it.
+class LookingCommands {
+public:
+    LookingCommands(const tvservice::ModelTvServiceAdapter& adapter, const TerminalView& view,
+                    const NotificationLog& notifications, appovshell::Server& shell)
+        : adapter_(adapter), view_(view), notifications_(notifications), shell_(shell) {}
+
+    // Registers every command with the shell: 0, or the shell's first negative result.
+    int registerAll();
+
+private:
+    int terminals();
+    int answers();
+    int notifications();
+    int bundles();
+    int stats();
+    int runlog();
+    int log();
+
+    const tvservice::ModelTvServiceAdapter& adapter_;
+    const TerminalView& view_;
+    const NotificationLog& notifications_;
+    appovshell::Server& shell_;
+};
+
+} // namespace control

@@ -1,0 +1,50 @@
+// What the clients of the adapter were told: all notifications, numbered from 1 in the order in which they came.
+#pragma once
+
+#include <genrpc/arguments.h>
+#include <tvservice/interfaces.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace control {
+
+struct Notification {
+    std::uint64_t number = 0;
+    std::string time;    // UTC, ISO 8601 with milliseconds
+    std::string message; // "TvServiceAudioInfo"
+    // The arguments as JSON text; nothing when it would have been longer than NotificationLog::longestArguments.
+    std::string arguments;
+    std::size_t omittedBytes = 0; // how long it would have been
+};
+
+// A client of the adapter. Notifications come on the framework's threads, readers on the shell's; all from any thread.
+class NotificationLog : public tvservice::ClientInterface {
+public:
+    // The newest ones are kept: at most so many, and together at most so many bytes of arguments.
+    static constexpr std::size_t mostKept = 1000;
+    static constexpr std::size_t mostBytes = 16 * 1024 * 1024;
+    // Of one notification, so that one always fits into what a command may print.
+    static constexpr std::size_t longestArguments = 256 * 1024;
+
+    TVSERVICE_NOTIFICATIONS(GENRPC_OVERRIDE)
+
+    // Oldest first: at most count of those kept, and not more bytes of arguments than two of the longest have. The
+    // newest ones; or the first ones with a greater number than the one given.
+    std::vector<Notification> newest(std::size_t count) const;
+    std::vector<Notification> after(std::uint64_t number, std::size_t count) const;
+
+private:
+    void keep(const char* message, std::string arguments);
+
+    mutable std::mutex mutex_;
+    std::deque<Notification> kept_; // with consecutive numbers
+    std::uint64_t lastNumber_ = 0;
+    std::size_t bytes_ = 0; // of arguments, in kept_
+};
+
+} // namespace control

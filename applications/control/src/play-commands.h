@@ -1,0 +1,29 @@
+// The shell commands that play and stop on terminals.
+#pragma once
+
+#include <appovshell/server.h>
+#include <tvservice-adapter/model-tvservice-adapter.h>
+
+#include <string>
+
+namespace control {
+
+// Lives as long as the process: the shell keeps pointers to it.
+class PlayCommands {
+public:
+    PlayCommands(tvservice::ModelTvServiceAdapter& adapter, appovshell::Server& shell)
+        : adapter_(adapter), shell_(shell) {}
+
+    // Registers every command with the shell: 0, or the shell's first negative result.
+    int registerAll();
+
+private:
+    int play();
+    int stop();
+    int submit(const std::string& uri, const std::string& uuid);
+
+    tvservice::ModelTvServiceAdapter& adapter_;
+    appovshell::Server& shell_;
+};
+
+} // namespace control
