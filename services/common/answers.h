@@ -15,8 +15,8 @@
 
 namespace services {
 
-// Carries requests out, in order, and returns one answer for each. check(uri) says with its result whether a URI can be
-// shown; a terminal whose request fails goes on showing what it did.
+// Carries requests out, in order, and returns one answer for each. check(terminal, uri) says with its result whether it
+// can be shown there; a terminal whose request fails goes on showing what it did.
 template <class Info, class Request, class Check>
 std::vector<Info> carryOut(const std::vector<Request>& requests, std::uint64_t client, TerminalTable& table,
                            const Check& check) {
@@ -28,7 +28,7 @@ std::vector<Info> carryOut(const std::vector<Request>& requests, std::uint64_t c
         std::int32_t result = result::done;
         if (request.uri == tvservice::stopUri)
             table.stop(terminal);
-        else if (result = check(request.uri); result == result::done)
+        else if (result = check(terminal, request.uri); result == result::done)
             table.show(terminal, {request.uri, request.uuid, client, now});
         Info& info = infos.emplace_back();
         info.terminal.type = terminal.type;

@@ -33,7 +33,8 @@ Program::Program(const std::string& name, const std::string& description) : name
                     if (const std::string problem = faults_.set(assignment); !problem.empty())
                         throw CLI::ValidationError("--fault", problem);
             },
-            std::string("NAME=VALUE, a fault switch to begin with: ") + FaultSwitches::help())
+            std::string("NAME=VALUE, a fault of the answers to play and stop requests, to begin with: ") +
+                FaultSwitches::help())
         ->expected(1)
         ->take_all();
 }
@@ -84,6 +85,7 @@ std::string Program::startShell() {
     boost::shared_ptr<frame::Interface> shell;
     if (result >= 0) result = process.getInterfaceReference(shell, appovshell::Server::name());
     if (result >= 0) result = commands_.registerWith(*shell->get<appovshell::Server>());
+    if (result >= 0 && addCommands_) result = addCommands_(*shell->get<appovshell::Server>());
     return result >= 0 ? "" : "the debug shell did not start (" + std::to_string(result) + ')';
 }
 

@@ -9,6 +9,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace services {
 
@@ -21,6 +22,10 @@ public:
     CLI::App& options() { return options_; }
     // Returns the exit code when the program ends here, what was wrong being on stderr.
     std::optional<int> parse(int argc, const char* const* argv);
+
+    // Adds commands of the service's own to the shell, before run: add registers them and returns 0 or what registering
+    // failed with.
+    void addCommands(std::function<int(appovshell::Server&)> add) { addCommands_ = std::move(add); }
 
     TerminalTable& table() { return table_; }
     FaultSwitches& faults() { return faults_; }
@@ -43,6 +48,7 @@ private:
     TerminalTable table_;
     FaultSwitches faults_;
     ShellCommands commands_{table_, faults_};
+    std::function<int(appovshell::Server&)> addCommands_;
     std::function<void()> offer_;
 };
 

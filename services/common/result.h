@@ -11,5 +11,8 @@ inline constexpr std::int32_t unknownChannel = 2;
 inline constexpr std::int32_t cannotOpenFile = 3;
 inline constexpr std::int32_t unsupportedUri = 4;
 inline constexpr std::int32_t wrongByFault = 5; // said by the fault switch "wrong"
+inline constexpr std::int32_t locked = 6;       // the terminal is locked against minors
+inline constexpr std::int32_t unknownTrack = 7; // what the terminal shows has no such track
+inline constexpr std::int32_t nothingShown = 8; // the terminal shows no broadcast, hence has no tracks
 
 } // namespace services::result

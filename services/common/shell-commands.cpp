@@ -55,7 +55,8 @@ int ShellCommands::registerWith(appovshell::Server& shell) {
         appovshell::CommandHandler handler;
     } commands[] = {
         {"terminals", "- lists what the terminals show", call<&ShellCommands::printTerminals>},
-        {"fault :s [:s]", std::string("NAME [VALUE] - sets a fault switch: ") + FaultSwitches::help(),
+        {"fault :s [:s]",
+         std::string("NAME [VALUE] - sets a fault of the answers to play and stop requests: ") + FaultSwitches::help(),
          call<&ShellCommands::setFault>},
         {"faults", "- lists the fault switches", call<&ShellCommands::printFaults>},
         {"stats", "- counts the messages", call<&ShellCommands::printStatistics>},

@@ -1,5 +1,7 @@
 #include "common/terminal-table.h"
 
+#include "common/swap-keys.h"
+
 #include <utility>
 
 namespace services {
@@ -12,6 +14,12 @@ void TerminalTable::show(const Terminal& terminal, Shown shown) {
 void TerminalTable::stop(const Terminal& terminal) {
     const std::lock_guard lock(mutex_);
     shown_.erase(terminal);
+}
+
+bool TerminalTable::swap(const Terminal& a, const Terminal& b) {
+    const std::lock_guard lock(mutex_);
+    swapKeys(shown_, a, b);
+    return shown_.contains(a) || shown_.contains(b);
 }
 
 std::vector<TerminalTable::Entry> TerminalTable::entries() const {

@@ -35,7 +35,9 @@ public:
 
     void show(const Terminal& terminal, Shown shown);
     void stop(const Terminal& terminal); // harmless when the terminal shows nothing
-    std::vector<Entry> entries() const;  // ordered by terminal
+    // Returns whether there was anything to swap.
+    bool swap(const Terminal& a, const Terminal& b);
+    std::vector<Entry> entries() const; // ordered by terminal
 
 private:
     mutable std::mutex mutex_;

@@ -2,7 +2,9 @@
 
 #include "tvservice/built-in-channels.h"
 
+#include <cstddef>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <toml++/toml.h>
 
@@ -70,6 +72,17 @@ private:
 };
 
 } // namespace
+
+std::int32_t ChannelList::numberOf(const std::string& uri) const {
+    const auto channel = names_.find(uri);
+    if (channel == names_.end()) return 0;
+    return static_cast<std::int32_t>(std::distance(names_.begin(), channel)) + 1;
+}
+
+std::string ChannelList::uriOf(std::int32_t number) const {
+    if (number < 1 || static_cast<std::size_t>(number) > names_.size()) return {};
+    return std::next(names_.begin(), number - 1)->first;
+}
 
 ChannelList ChannelList::builtIn() { return fromText(builtInChannels, "built-in channel list"); }
 

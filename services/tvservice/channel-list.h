@@ -1,6 +1,7 @@
 // The broadcast channels that the TV service receives.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -22,6 +23,9 @@ public:
     static ChannelList fromText(std::string_view text, const std::string& where);
 
     bool has(const std::string& uri) const { return names_.contains(uri); }
+    // Channels are numbered from 1, in the order of their URIs; 0 and the empty URI stand for no channel of the list.
+    std::int32_t numberOf(const std::string& uri) const;
+    std::string uriOf(std::int32_t number) const;
     const std::map<std::string, std::string>& names() const { return names_; } // of the channels, by URI
 
 private:

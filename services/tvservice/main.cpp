@@ -1,17 +1,13 @@
 // The TV service: receives broadcasts and shows what comes in at the receiver's inputs.
 #include "common/exit-code.h"
 #include "common/program.h"
-#include "common/service.h"
 #include "tvservice/channel-list.h"
-#include "tvservice/uri-check.h"
+#include "tvservice/emit.h"
+#include "tvservice/tv-service.h"
 
 #include <host/receiver.h>
-#include <tvservice/messages.h>
 
 #include <exception>
-
-using TvService = services::Service<tvservice::messages::TvServiceReq, tvservice::messages::TvServiceInfo,
-                                    tvservice::TvServiceInfo_t>;
 
 int main(int argc, char** argv) {
     services::Program program("tvserviced", "The TV service of a receiver, for development: shows nothing for real.");
@@ -21,10 +17,10 @@ int main(int argc, char** argv) {
     try {
         const auto channels =
             channelFile.empty() ? services::ChannelList::builtIn() : services::ChannelList::fromFile(channelFile);
-        TvService service(program.table(), program.faults(),
-                          [&](const std::string& uri) { return services::checkTvUri(channels, uri); });
-        return program.run(
-            [&] { service.offer(host::messageQueue(), tvservice::serviceName, tvservice::messageSet()); });
+        services::TvService service(program.table(), program.faults(), channels);
+        services::EmitCommand emit(service.sender());
+        program.addCommands([&](appovshell::Server& shell) { return emit.registerWith(shell); });
+        return program.run([&] { service.offer(host::messageQueue()); });
     } catch (const services::ChannelListError& error) {
         program.complain(error.what());
         return services::badData;

@@ -34,7 +34,9 @@ tvservice::TvServiceReq_t request(int type, int id, const std::string& uri, cons
     return request;
 }
 
-std::int32_t refuseNine(const std::string& uri) { return uri == "dvb://9" ? result::unknownChannel : result::done; }
+std::int32_t refuseNine(const Terminal&, const std::string& uri) {
+    return uri == "dvb://9" ? result::unknownChannel : result::done;
+}
 
 std::vector<tvservice::TvServiceInfo_t> carryOutTv(const std::vector<tvservice::TvServiceReq_t>& requests,
                                                    TerminalTable& table) {
@@ -149,7 +151,8 @@ TEST(Answers, WorkForTheMmServicesRecordsToo) {
     request.uri = "nothing:known";
     request.reqId = "r";
     const auto infos =
-        carryOut<mmservice::MMServiceInfo_t>(std::vector<mmservice::MMServiceReq_t>{request}, 1, table, checkMmUri);
+        carryOut<mmservice::MMServiceInfo_t>(std::vector<mmservice::MMServiceReq_t>{request}, 1, table,
+                                             [](const Terminal&, const std::string& uri) { return checkMmUri(uri); });
     ASSERT_EQ(infos.size(), 1U);
     EXPECT_EQ(infos[0], (mmservice::MMServiceInfo_t{{2, 3}, 4, "nothing:known", "", "", "r"}));
 }

@@ -1,0 +1,51 @@
+// The answers to play and stop requests on their way to who asked, as the fault switches let them go.
+#pragma once
+
+#include "common/answers.h"
+#include "common/delay-line.h"
+#include "common/log.h"
+#include "common/sender.h"
+
+#include <cstdint>
+#include <tuple>
+#include <unistd.h>
+#include <utility>
+
+namespace services {
+
+// Message: the service's answer.
+template <class Message> class AnswerLine {
+public:
+    using Infos = std::tuple_element_t<0, typename Message::Body::Arguments>;
+
+    AnswerLine(const Sender& sender, FaultSwitches& faults) : sender_(sender), faults_(faults) {}
+
+    // Sends the answers, then does what else is to follow them; both after the delay that the switches ask for. Mute
+    // keeps back the answers only. From one thread at a time.
+    void give(Infos infos, std::uint64_t client, DelayLine::Work then = {}) {
+        const Faults faults = faults_.get();
+        falsify(infos, faults);
+        line_.give(
+            [this, infos = std::move(infos), client, then = std::move(then), faults] {
+                if (!faults.mute) send(infos, client);
+                if (!faults.mute && faults.duplicate) send(infos, client);
+                if (then) then();
+            },
+            faults.delay);
+    }
+
+private:
+    void send(const Infos& infos, std::uint64_t client) {
+        sender_.to<Message>(client, infos);
+        if (!faults_.countAnswer()) return;
+        SERVICE_LOG(vdlDebugWarning, "ending with a failure, as the fault switch exit-after asks\n");
+        // A crash, as clients see it: nothing is closed or unlinked in an orderly way.
+        _exit(1);
+    }
+
+    const Sender& sender_;
+    FaultSwitches& faults_;
+    DelayLine line_;
+};
+
+} // namespace services

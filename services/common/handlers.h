@@ -1,0 +1,24 @@
+// How a service's handlers get their requests.
+#pragma once
+
+#include <frame/omq-io-module.h>
+
+#include <cstdint>
+#include <tuple>
+
+namespace services {
+
+// Lets requests of this kind call service.method(client, arguments...), client being the number of the connection that
+// asked, on the receiving thread. service must outlive the queue's receiving.
+template <class Message, auto method, class Service> void bind(frame::OmqIOModule& door, Service& service) {
+    const frame::MessageHandler handler = [](const frame::MsgMeta&, const frame::TransportInfo& transport,
+                                             const void* payload, void* context) {
+        std::apply(
+            [&](const auto&... args) { (static_cast<Service*>(context)->*method)(transport.connection, args...); },
+            Message::Body::read(payload));
+        return 0;
+    };
+    door.registerMessageHandler(Message::meta, handler, &service, *Message::table());
+}
+
+} // namespace services

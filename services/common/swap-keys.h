@@ -1,0 +1,18 @@
+// Swapping what a map holds under two keys.
+#pragma once
+
+#include <utility>
+
+namespace services {
+
+// Either or both may be missing. Takes no memory, hence never throws.
+template <class Map> void swapKeys(Map& map, const typename Map::key_type& a, const typename Map::key_type& b) {
+    if (a == b) return;
+    auto atA = map.extract(a), atB = map.extract(b);
+    if (atA) atA.key() = b;
+    if (atB) atB.key() = a;
+    map.insert(std::move(atA));
+    map.insert(std::move(atB));
+}
+
+} // namespace services

@@ -1,0 +1,36 @@
+// The MM service: carries out play and stop requests and answers them.
+#pragma once
+
+#include "common/answer-line.h"
+#include "common/handlers.h"
+#include "mmservice/uri-check.h"
+
+#include <mmservice/messages.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace services {
+
+class MmService {
+public:
+    MmService(TerminalTable& table, FaultSwitches& faults) : table_(table), answers_(sender_, faults) {}
+
+    // Must outlive the queue's receiving. Throws std::runtime_error when the endpoint cannot be had.
+    void offer(host::MessageQueue& queue) {
+        auto& door = sender_.offer(queue, mmservice::serviceName, mmservice::messageSet());
+        bind<mmservice::messages::MmServiceReq, &MmService::take>(door, *this);
+    }
+
+private:
+    void take(std::uint64_t client, const std::vector<mmservice::MMServiceReq_t>& requests) {
+        const auto check = [](const Terminal&, const std::string& uri) { return checkMmUri(uri); };
+        answers_.give(carryOut<mmservice::MMServiceInfo_t>(requests, client, table_, check), client);
+    }
+
+    TerminalTable& table_;
+    Sender sender_;
+    AnswerLine<mmservice::messages::MmServiceInfo> answers_;
+};
+
+} // namespace services

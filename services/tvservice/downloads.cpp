@@ -1,0 +1,36 @@
+#include "tvservice/downloads.h"
+
+#include <algorithm>
+
+namespace services {
+
+namespace messages = tvservice::messages;
+
+void Downloads::request(std::uint64_t client, tvservice::reqeustOadType_t type, const std::string& packages) {
+    const auto refuse = [&](const char* reason) {
+        sender_.to<messages::TvserviceOadStatusNotify>(client, static_cast<tvservice::NotifyOadStatus_t>(refused),
+                                                       std::string(reason));
+    };
+    if (packages.empty()) return refuse("no packages are named");
+    if (busy_.exchange(true)) return refuse("a download is under way");
+    const auto count = 1 + std::count(packages.begin(), packages.end(), ',');
+    sender_.toAll<messages::TvServiceFoundNewOadPacket>(static_cast<std::uint32_t>(count));
+    const std::string text = "type " + std::to_string(type) + ": " + packages;
+    tell(started, text);
+    // All steps are given at once: the line does them in order.
+    for (std::int32_t percent = 0; percent <= 100; percent += percentPerStep)
+        line_.give([this, percent] { sender_.toAll<messages::TvserviceOadProgressNotify>(percent); },
+                   step_ * (1 + percent / percentPerStep));
+    line_.give(
+        [this, text] {
+            busy_ = false;
+            tell(done, text);
+        },
+        step_ * (2 + 100 / percentPerStep));
+}
+
+void Downloads::tell(Status status, const std::string& text) const {
+    sender_.toAll<messages::TvserviceOadStatusNotify>(static_cast<tvservice::NotifyOadStatus_t>(status), text);
+}
+
+} // namespace services

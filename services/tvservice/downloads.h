@@ -1,0 +1,39 @@
+// Downloads over the air: one at a time, from nowhere, in steps.
+//
+// A request's type is the service's to choose; it is only told on. Packages are named with commas between. What is
+// told: how many packages there are; then the status "started", the progress in percent, the status "done", whose texts
+// name the packages. A request that cannot be carried out gets the status "refused", with the reason as text.
+#pragma once
+
+#include "common/delay-line.h"
+#include "common/sender.h"
+
+#include <tvservice/messages.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace services {
+
+class Downloads {
+public:
+    enum Status : std::int32_t { started = 1, done = 2, refused = 3 };
+    static constexpr std::int32_t percentPerStep = 10;
+
+    Downloads(const Sender& sender, std::chrono::milliseconds step) : sender_(sender), step_(step) {}
+
+    // Never waits; a refusal goes to the client, all else to all clients. On the receiving thread.
+    void request(std::uint64_t client, tvservice::reqeustOadType_t type, const std::string& packages);
+
+private:
+    void tell(Status status, const std::string& text) const;
+
+    const Sender& sender_;
+    const std::chrono::milliseconds step_;
+    std::atomic<bool> busy_ = false;
+    DelayLine line_; // ends before what its work uses
+};
+
+} // namespace services

@@ -1,0 +1,61 @@
+#include "tvservice/streams.h"
+
+#include <charconv>
+#include <cstddef>
+#include <system_error>
+
+namespace services {
+
+namespace {
+
+// The PIDs of a channel's streams lie together, apart from those of other channels. A PID has 13 bits.
+std::uint16_t pidOf(const std::string& channel, std::uint32_t offset) {
+    const auto service = static_cast<std::uint32_t>(serviceIdOf(channel).service);
+    return static_cast<std::uint16_t>((service * 0x100 + offset) & 0x1FFF);
+}
+
+} // namespace
+
+ServiceId serviceIdOf(const std::string& channel) {
+    ServiceId id;
+    const std::size_t slashes = channel.find("//");
+    if (slashes == std::string::npos) return id;
+    const char* at = channel.data() + slashes + 2;
+    const char* const end = channel.data() + channel.size();
+    for (std::int32_t* number : {&id.network, &id.stream, &id.service}) {
+        const auto [stop, error] = std::from_chars(at, end, *number);
+        if (error != std::errc{} || stop == end || *stop != '.') break;
+        at = stop + 1;
+    }
+    return id;
+}
+
+template <> std::vector<tvservice::AudioStreamInfo_t> streamsOf(const std::string& channel) {
+    return {
+        {1, "eng", "English", 1, 2, 48000, pidOf(channel, 0x10), 0x10, false, false, "main", 192, 0, channel},
+        {2, "eng", "English surround", 2, 6, 48000, pidOf(channel, 0x11), 0x11, false, false, "main", 448, 0, channel},
+        {3, "eng", "Description", 1, 2, 48000, pidOf(channel, 0x12), 0x12, false, true, "description", 128, 0, channel},
+        {4, "fra", "French", 1, 2, 48000, pidOf(channel, 0x13), 0x13, false, false, "main", 192, 0, channel},
+    };
+}
+
+template <> std::vector<tvservice::SubtitleStreamInfo_t> streamsOf(const std::string& channel) {
+    return {
+        {1, "eng", "English", 1, 0x10, pidOf(channel, 0x20), 1, 1, false, false, channel},
+        {2, "eng", "Hard of hearing", 1, 0x20, pidOf(channel, 0x21), 2, 2, false, true, channel},
+        {3, "fra", "French", 2, 0x02, pidOf(channel, 0x30), 0x888, 0, false, false, channel},
+    };
+}
+
+template <> std::vector<tvservice::VideoStreamInfo_t> streamsOf(const std::string& channel) {
+    return {
+        {1, "Main picture", 2, pidOf(channel, 0x00), 50, false, 1920, 1080},
+        {2, "Second camera", 1, pidOf(channel, 0x01), 25, false, 720, 576},
+    };
+}
+
+template <> std::vector<tvservice::TeletextStreamInfo_t> streamsOf(const std::string& channel) {
+    return {{1, "eng", pidOf(channel, 0x30)}, {2, "fra", pidOf(channel, 0x31)}};
+}
+
+} // namespace services

@@ -1,0 +1,41 @@
+// The streams that a channel brings along: the same for every channel but for their addresses, which follow from the
+// channel's URI.
+//
+// What the fields of a stream mean to this service (numbers count from 1 and are what track requests name):
+//   audio     intParam1 number, strParam1 language, strParam2 name, intParam2 coding (1 MPEG, 2 AC-3), intParam3
+//             channels, intParam4 sampling rate in Hz, shortParam1 PID, shortParam2 component tag, flagParam1 chosen,
+//             flagParam2 describes the picture, strParam3 role, shortParam3 kbit/s, shortParam4 unused, strParam4
+//             channel
+//   subtitle  intParam1 number, strParam1 language, strParam2 name, intParam2 coding (1 bitmaps, 2 teletext),
+//             intParam3 type code, shortParam1 PID, shortParam2 composition page, shortParam3 ancillary page,
+//             flagParam1 chosen, flagParam2 for the hard of hearing, strParam3 channel
+//   video     intParam1 number, strParam1 name, intParam2 coding (1 MPEG-2, 2 AVC), shortParam1 PID, shortParam2 frames
+//             per second, flagParam1 chosen, shortParam3 width, shortParam4 height
+//   teletext  intParam1 number, strParam1 language, shortParam1 PID
+#pragma once
+
+#include <tvservice/stream-records.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace services {
+
+// The three numbers in dvb://NETWORK.STREAM.SERVICE; what is not there or no number is 0.
+struct ServiceId {
+    std::int32_t network = 0;
+    std::int32_t stream = 0;
+    std::int32_t service = 0;
+    bool operator==(const ServiceId&) const = default;
+};
+ServiceId serviceIdOf(const std::string& channel);
+
+// None of them is marked as chosen.
+template <class Stream> std::vector<Stream> streamsOf(const std::string& channel);
+template <> std::vector<tvservice::AudioStreamInfo_t> streamsOf(const std::string& channel);
+template <> std::vector<tvservice::SubtitleStreamInfo_t> streamsOf(const std::string& channel);
+template <> std::vector<tvservice::VideoStreamInfo_t> streamsOf(const std::string& channel);
+template <> std::vector<tvservice::TeletextStreamInfo_t> streamsOf(const std::string& channel);
+
+} // namespace services

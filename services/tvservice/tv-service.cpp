@@ -1,0 +1,224 @@
+#include "tvservice/tv-service.h"
+
+#include "common/handlers.h"
+#include "tvservice/tuner.h"
+#include "tvservice/uri-check.h"
+
+#include <cstddef>
+#include <tuple>
+#include <utility>
+
+namespace services {
+
+namespace messages = tvservice::messages;
+
+namespace {
+
+// Of so many channels of one list of requests the news are told. What waits for a client is bounded, and the answers
+// must not be refused because of the news before them.
+constexpr std::size_t mostTold = 64;
+
+Terminal terminalOf(const tvservice::TvServiceTerminal_t& terminal) { return {terminal.type, terminal.id}; }
+
+} // namespace
+
+#define TVSERVICE_BIND(service, direction, Name, method, ...) bind<messages::Name, &TvService::method>(door, *this);
+
+void TvService::offer(host::MessageQueue& queue) {
+    auto& door = sender_.offer(queue, tvservice::serviceName, tvservice::messageSet());
+    TVSERVICE_REQUESTS(TVSERVICE_BIND)
+}
+
+#undef TVSERVICE_BIND
+
+// ---- play and stop ----
+
+std::int32_t TvService::check(const Terminal& terminal, const std::string& uri) const {
+    return locks_.contains(terminal) ? result::locked : checkTvUri(channels_, uri);
+}
+
+void TvService::tvServiceReq(std::uint64_t client, const std::vector<tvservice::TvServiceReq_t>& requests) {
+    std::size_t told = 0;
+    for (const auto& request : requests) {
+        const Terminal terminal = terminalOf(request.terminal);
+        if (!channels_.has(request.uri) || locks_.contains(terminal)) continue;
+        if (++told > mostTold) break;
+        sender_.toAll<messages::TvServiceTunerStatusMessage>(tuningFor(terminal, request.uri));
+    }
+    auto infos = carryOut<tvservice::TvServiceInfo_t>(
+        requests, client, table_,
+        [this](const Terminal& terminal, const std::string& uri) { return check(terminal, uri); });
+    auto tuned = tune(infos);
+    answers_.give(std::move(infos), client, [this, tuned = std::move(tuned)] { tell(tuned); });
+}
+
+// Lets the tracks follow what the terminals show from now on.
+std::vector<TvService::Tuned> TvService::tune(const std::vector<tvservice::TvServiceInfo_t>& infos) {
+    std::vector<Tuned> tuned;
+    for (const auto& info : infos) {
+        if (info.result != result::done) continue;
+        const Terminal terminal = terminalOf(info.terminal);
+        if (!channels_.has(info.uri)) {
+            tracks_.forget(terminal);
+            continue;
+        }
+        tracks_.tune(terminal, info.uri);
+        if (tuned.size() == mostTold) continue;
+        tuned.push_back({tunedFor(terminal), tracks_.info<tvservice::TvServiceAudioInfo_t>(terminal),
+                         tracks_.info<tvservice::TvServiceSubtitleInfo_t>(terminal),
+                         tracks_.info<tvservice::TvServiceVideoInfo_t>(terminal),
+                         tracks_.info<tvservice::TvServiceTeletextInfo_t>(terminal)});
+    }
+    return tuned;
+}
+
+void TvService::tell(const std::vector<Tuned>& all) const {
+    for (const Tuned& tuned : all) {
+        sender_.toAll<messages::TvServiceTunerResult>(tuned.result);
+        sender_.toAll<messages::TvServiceAudioInfo>(tuned.audio);
+        sender_.toAll<messages::TvServiceSubtitleInfo>(tuned.subtitle);
+        sender_.toAll<messages::TvServiceVideoInfo>(tuned.video);
+        sender_.toAll<messages::TvServiceTeletextInfo>(tuned.teletext);
+    }
+}
+
+// ---- terminals ----
+
+bool TvService::swapWithMain(const Terminal& terminal) {
+    const Terminal main{};
+    if (terminal == main || locks_.contains(main) || locks_.contains(terminal)) return false;
+    if (!table_.swap(main, terminal)) return false;
+    tracks_.swap(main, terminal);
+    return true;
+}
+
+void TvService::tvServiceSwapWinReq(std::uint64_t client, const tvservice::TvServiceSwapWinReq_t& request) {
+    if (swapWithMain({request.intParam1, 0}))
+        sender_.toAll<messages::TvServiceSwapWinInfo>(tvservice::TvServiceSwapWinInfo_t{request.intParam1});
+    else
+        sender_.to<messages::TvServiceSwapWinInfo>(client, tvservice::TvServiceSwapWinInfo_t{-1});
+}
+
+tvservice::TvServiceStatusInfo_t TvService::status() const {
+    return statusOf(table_.entries(), locks_, channels_, listNumber_);
+}
+
+void TvService::tvServiceInfoReq(std::uint64_t client) {
+    std::vector<tvservice::TvServiceInfo_t> infos;
+    for (const auto& [terminal, shown] : table_.entries())
+        infos.push_back({{terminal.type, terminal.id}, result::done, shown.uri, shown.uuid, "", ""});
+    sender_.to<messages::TvServiceInfo>(client, infos);
+    sender_.to<messages::TvServiceStatusInfo>(client, status());
+}
+
+void TvService::setParentalLockInfo(std::uint64_t, const tvservice::TvServiceParentalLockInfo_t& info) {
+    const Terminal terminal = terminalOf(info.terminal);
+    if (info.intParam1 != 0)
+        locks_[terminal] = info.intParam2;
+    else
+        locks_.erase(terminal);
+    sender_.toAll<messages::TvServiceStatusInfo>(status());
+}
+
+// ---- tracks and streams ----
+
+template <class Message, class Request> void TvService::chooseTrack(std::uint64_t client, const Request& request) {
+    using Info = std::tuple_element_t<0, typename Message::Body::Arguments>;
+    const Terminal terminal = terminalOf(request.terminal);
+    const std::int32_t result = tracks_.choose<Info>(terminal, request.intParam1);
+    const Info info = tracks_.info<Info>(terminal, result, request.intParam2);
+    if (result == result::done)
+        sender_.toAll<Message>(info);
+    else
+        sender_.to<Message>(client, info);
+}
+
+void TvService::tvServiceAudioReq(std::uint64_t client, const tvservice::TvServiceAudioReq_t& request) {
+    chooseTrack<messages::TvServiceAudioInfo>(client, request);
+}
+
+void TvService::tvServiceSubtitleReq(std::uint64_t client, const tvservice::TvServiceSubtitleReq_t& request) {
+    chooseTrack<messages::TvServiceSubtitleInfo>(client, request);
+}
+
+void TvService::tvServiceVideoReq(std::uint64_t client, const tvservice::TvServiceVideoReq_t& request) {
+    chooseTrack<messages::TvServiceVideoInfo>(client, request);
+}
+
+void TvService::tvServiceTeletextReq(std::uint64_t client, const tvservice::TvServiceTeletextReq_t& request) {
+    chooseTrack<messages::TvServiceTeletextInfo>(client, request);
+}
+
+void TvService::tvServiceStreamInfoReq(std::uint64_t client, const tvservice::TvServiceStreamInfoReq_t& request) {
+    tvservice::TvServiceStreamInfo_t info{request.intParam1, channels_.uriOf(request.intParam1)};
+    if (std::string& text = info.strParam1; !text.empty()) {
+        const std::string uri = text;
+        const auto add = [&](std::size_t count, const char* kind) { text += ", " + std::to_string(count) + kind; };
+        text += ' ' + channels_.names().at(uri);
+        add(streamsOf<tvservice::VideoStreamInfo_t>(uri).size(), " video");
+        add(streamsOf<tvservice::AudioStreamInfo_t>(uri).size(), " audio");
+        add(streamsOf<tvservice::SubtitleStreamInfo_t>(uri).size(), " subtitle");
+        add(streamsOf<tvservice::TeletextStreamInfo_t>(uri).size(), " teletext");
+    }
+    sender_.to<messages::TvServiceStreamInfo>(client, info);
+}
+
+void TvService::mtsAudioChangeReq(std::uint64_t client, tvservice::MtsAudioTrack_t track) {
+    constexpr std::int32_t trackCount = 3;
+    if (track < 0 || track >= trackCount) {
+        sender_.to<messages::TvServiceMtsAudioTrackInfoNotify>(client, mtsTrack_);
+        return;
+    }
+    mtsTrack_ = track;
+    sender_.toAll<messages::TvServiceMtsAudioTrackInfoNotify>(track);
+}
+
+// ---- the rest ----
+
+void TvService::tvServiceAskReleaseReq(std::uint64_t client, const tvservice::TvServiceAskReleaseReq_t& request) {
+    const bool granted = request.intParam1 >= 0;
+    if (granted)
+        sender_.toAllBut<messages::TvServiceAskReleaseInfo>(client,
+                                                            tvservice::TvServiceAskReleaseInfo_t{request.intParam1, 1});
+    sender_.to<messages::TvServiceAskReleaseConf>(
+        client, tvservice::TvServiceAskReleaseConf_t{request.intParam1, static_cast<std::uint8_t>(granted)});
+}
+
+void TvService::tvServiceSendKeyReq(std::uint64_t client, const std::string& key) {
+    const char* const coloured[] = {"RED", "GREEN", "YELLOW", "BLUE"};
+    std::uint32_t application = 0, number = 0;
+    for (const char* known : coloured)
+        if (++number; key == known) application = number;
+    sender_.to<messages::TvServiceBroadcastApplictionInfo>(client, application);
+    if (key != "CC" && key != "CAPTIONS") return;
+    captions_ = !captions_;
+    sender_.toAll<messages::TvServiceCcInfoNotify>(tvservice::TvServiceCcInfo_t{captions_});
+}
+
+void TvService::tvServiceSListChangedInd(std::uint64_t, const tvservice::TvServiceSListChangedInd_t& indication) {
+    listNumber_ = indication.intParam1;
+    sender_.toAll<messages::TvServiceStatusInfo>(status());
+}
+
+void TvService::tvServiceTryRunReq(std::uint64_t client, const tvservice::TvServiceTryRunRequestParams_t& params) {
+    sender_.to<messages::TvServicePlayInfo>(client, tvservice::TvServicePlayInfo_t{channels_.uriOf(params.intParam1)});
+}
+
+void TvService::setCasService(std::uint64_t client, tvservice::TvServiceCasServiceType_t type) {
+    if (type >= 0)
+        sender_.toAll<messages::TvServiceCiSasMessageInfo>(tvservice::TvServiceCiCasMessageInfo_t{type, 1});
+    else
+        sender_.to<messages::TvServiceCiSasMessageInfo>(client, tvservice::TvServiceCiCasMessageInfo_t{type, 0});
+}
+
+void TvService::requestPackagesReq(std::uint64_t client, tvservice::reqeustOadType_t type,
+                                   const std::string& packages) {
+    downloads_.request(client, type, packages);
+}
+
+void TvService::tvServiceSourceChanged(std::uint64_t, const std::string& source) {
+    sender_.toAll<messages::TvServiceNetworkChangeMsg>(
+        tvservice::TvServiceNetworkChangeMessage_t{static_cast<std::uint8_t>(!source.empty()), source});
+}
+
+} // namespace services
