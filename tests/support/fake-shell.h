@@ -41,6 +41,7 @@ public:
 
     int registerCommand(const std::string& specification, const std::string& help, appovshell::CommandHandler handler,
                         void* context) override {
+        ++registrations;
         return commands.insert({specification, {help, handler, context}}).second ? 0 : -17;
     }
     std::string getArgument(unsigned index) override { return index == 0 ? argument_ : std::string(); }
@@ -48,6 +49,7 @@ public:
     bool wantsJson() override { return false; }
 
     std::map<std::string, Command> commands; // by specification
+    int registrations = 0;                   // also those that were refused
     std::string printed;
 
 private:

@@ -3,6 +3,7 @@
 #include "options.h"
 #include "schema.h"
 #include "session.h"
+#include "watch.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -16,6 +17,7 @@ namespace {
 
 constexpr tvctl::Verb verbs[] = {
     {"shell", "takes the process's commands line by line", tvctl::runShell},
+    {"watch", "prints what the process's clients are told, as it comes", tvctl::runWatch},
     {"schema", "prints all messages and records with their layout", tvctl::runSchema},
 };
 

@@ -25,8 +25,8 @@ public:
 private:
     template <class Command> host::ShellReply ask(const Command& command, bool json);
     template <class Command> int runAndReport(const Command& command);
-    int report(const host::ShellReply& reply) const;
-    int fail(int exitCode, int status, const std::string& error) const;
+    // Prints what a command printed; throws CommandFailure when it failed.
+    int print(const host::ShellReply& reply) const;
 
     const Options& options_;
     host::ShellClient client_;

@@ -1,0 +1,66 @@
+#include "failure.h"
+
+#include <cerrno>
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <system_error>
+
+namespace tvctl {
+namespace {
+
+int exitCodeOf(int status) {
+    switch (status) {
+        case -EINVAL:
+        case -ENOSYS:
+            return exitUsage;
+        case -EACCES:
+            return exitRefused;
+        default:
+            return exitFailed;
+    }
+}
+
+// A command explains its failure in what it prints, the shell in the error.
+std::string explanationOf(const host::ShellReply& reply) {
+    auto text = withoutFinalLineFeed(reply.output);
+    if (!reply.error.empty()) text += (text.empty() ? "" : "\n") + reply.error;
+    return text.empty() ? "failed: " + std::system_category().message(-reply.status) : text;
+}
+
+} // namespace
+
+std::string withoutFinalLineFeed(std::string text) {
+    if (!text.empty() && text.back() == '\n') text.pop_back();
+    return text;
+}
+
+std::string toText(const nlohmann::json& json) {
+    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+Failure failureOf(host::ShellError::Kind kind) {
+    switch (kind) {
+        case host::ShellError::Kind::NotAvailable:
+            return {exitNotAvailable, -ENOTCONN};
+        case host::ShellError::Kind::Refused:
+            return {exitRefused, -EACCES};
+        case host::ShellError::Kind::TimedOut:
+            return {exitTimedOut, -ETIMEDOUT};
+        case host::ShellError::Kind::BadData:
+            break;
+    }
+    return {exitBadData, -EBADMSG};
+}
+
+CommandFailure::CommandFailure(const host::ShellReply& reply)
+    : std::runtime_error(explanationOf(reply)), failure_{exitCodeOf(reply.status), reply.status} {}
+
+int report(std::ostream& errors, bool json, Failure failure, const std::string& text) {
+    if (json)
+        errors << toText({{"error", text}, {"status", failure.status}}) << '\n';
+    else
+        errors << "tvctl: " << text << '\n';
+    return failure.exitCode;
+}
+
+} // namespace tvctl
