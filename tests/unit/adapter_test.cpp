@@ -173,6 +173,7 @@ public:
     int mmServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                      const std::vector<MMServiceReq_t>& requests) override {
         std::vector<MMServiceInfo_t> infos;
+        infos.reserve(requests.size());
         for (const auto& r : requests)
             infos.push_back({{r.terminal.type, r.terminal.id}, 0, r.uri, r.uuid, "mm", r.reqId});
         for (const auto& client : clients) client->mmServiceInfo(ids, transport, infos);
