@@ -1,0 +1,183 @@
+// frame-host with application libraries that come up, and with those that do not.
+#include "integration/program-run.h"
+
+#include <sys/stat.h>
+
+namespace {
+
+using namespace program_run;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+// Exit codes as the README lists them.
+constexpr int endedAsAsked = 0, failed = 1, usage = 2;
+
+class FrameHost : public Programs {
+protected:
+    // A library of this build, or a path.
+    std::string pathOf(const std::string& library) const {
+        return library.find('/') == std::string::npos ? this->library("lib" + library + ".so") : library;
+    }
+    Words commandOf(const Words& libraries) const {
+        Words command{program("frame-host")};
+        for (const std::string& name : libraries) command.push_back(pathOf(name));
+        return command;
+    }
+    // What the members of the fixtures wrote, in order.
+    static std::vector<std::string> stepsIn(const std::string& error) {
+        std::vector<std::string> steps;
+        std::istringstream lines(error);
+        for (std::string line; std::getline(lines, line);)
+            if (line.find("-application ") != std::string::npos && line.find(": ") < 26) steps.push_back(line);
+        return steps;
+    }
+};
+
+TEST_F(FrameHost, StartsTheMembersInOrderAndStopsThemInReverseOrder) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        const auto running = start(commandOf({"first-application", "second-application"}));
+        ASSERT_TRUE(
+            eventually([&] { return running->error().find("second-application 2: started") != std::string::npos; }));
+        const Outcome outcome = running->terminate(signal);
+        EXPECT_EQ(outcome.exitCode, endedAsAsked);
+        EXPECT_EQ(outcome.output, "");
+        EXPECT_THAT(
+            stepsIn(outcome.error),
+            ElementsAre("first-application 1: set up", "first-application 2: set up", "first-application 1: started",
+                        "first-application 2: started", "second-application 1: set up", "second-application 2: set up",
+                        "second-application 1: started", "second-application 2: started",
+                        "second-application 2: stopped", "second-application 1: stopped",
+                        "first-application 2: stopped", "first-application 1: stopped",
+                        "second-application 2: destroyed", "second-application 1: destroyed",
+                        "first-application 2: destroyed", "first-application 1: destroyed"));
+    }
+}
+
+TEST_F(FrameHost, UndoesEverythingWhenAMembersStartFails) {
+    const Outcome outcome = run(commandOf({"first-application", "unstartable-application", "second-application"}));
+    EXPECT_EQ(outcome.exitCode, failed);
+    EXPECT_THAT(outcome.error,
+                AllOf(HasSubstr("member 2 of " + pathOf("unstartable-application")), HasSubstr("start returned -16"),
+                      HasSubstr("frame-host: " + pathOf("unstartable-application") + " did not start (-16)\n")));
+    EXPECT_THAT(
+        stepsIn(outcome.error),
+        ElementsAre("first-application 1: set up", "first-application 2: set up", "first-application 1: started",
+                    "first-application 2: started", "unstartable-application 1: set up",
+                    "unstartable-application 2: set up", "unstartable-application 1: started",
+                    "unstartable-application 2: started", "unstartable-application 1: stopped",
+                    "first-application 2: stopped", "first-application 1: stopped",
+                    "unstartable-application 2: destroyed", "unstartable-application 1: destroyed",
+                    "first-application 2: destroyed", "first-application 1: destroyed"));
+}
+
+TEST_F(FrameHost, StartsNobodyWhenASetUpFails) {
+    const Outcome outcome = run(commandOf({"unset-application"}));
+    EXPECT_EQ(outcome.exitCode, failed);
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("setupDone returned -12"), HasSubstr("did not start (-12)")));
+    EXPECT_THAT(stepsIn(outcome.error),
+                ElementsAre("unset-application 1: set up", "unset-application 2: set up",
+                            "unset-application 2: destroyed", "unset-application 1: destroyed"));
+}
+
+TEST_F(FrameHost, SaysWhatAMemberThrew) {
+    const Outcome outcome = run(commandOf({"throwing-application"}));
+    EXPECT_EQ(outcome.exitCode, failed);
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("start threw: no picture memory"), HasSubstr("did not start (-5)")));
+}
+
+TEST_F(FrameHost, RefusesALibraryThatDoesNotExist) {
+    const std::string missing = (folder / "missing.so").string();
+    const Outcome outcome = run(commandOf({"first-application", missing}));
+    EXPECT_EQ(outcome.exitCode, failed);
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("cannot load " + missing), HasSubstr("No such file or directory"),
+                                     HasSubstr("frame-host: " + missing + " did not start (-2)\n"),
+                                     HasSubstr("first-application 1: stopped\n")));
+}
+
+TEST_F(FrameHost, RefusesAFileThatIsNoLibrary) {
+    const std::string file = (folder / "text.so").string();
+    std::ofstream(file) << "text";
+    const Outcome outcome = run(commandOf({file}));
+    EXPECT_EQ(outcome.exitCode, failed);
+    EXPECT_THAT(outcome.error, HasSubstr("cannot load " + file));
+}
+
+TEST_F(FrameHost, RefusesALibraryWithoutTheEntry) {
+    const Outcome outcome = run(commandOf({"frame-platform"}));
+    EXPECT_EQ(outcome.exitCode, failed);
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr(pathOf("frame-platform") + " is no application library"),
+                                     HasSubstr("frameCreateApplicationArray"), HasSubstr("did not start (-2)")));
+}
+
+TEST_F(FrameHost, RefusesALibraryThatMakesNoMembers) {
+    const Outcome outcome = run(commandOf({"memberless-application"}));
+    EXPECT_EQ(outcome.exitCode, failed);
+    EXPECT_THAT(outcome.error, HasSubstr("did not start (-22)"));
+}
+
+TEST_F(FrameHost, SaysThatTheAdapterMustBeLoadedFirst) {
+    const Outcome outcome = run(commandOf({"control-application", "app-tvservice-adapter"}));
+    EXPECT_EQ(outcome.exitCode, failed);
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("load its library before this one"), HasSubstr("did not start (-2)")));
+    EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
+}
+
+TEST_F(FrameHost, RemovesItsShellWhenItEnds) {
+    const auto running = start(commandOf({"app-tvservice-adapter", "control-application"}));
+    const std::string socket = runtimeFolder() + "/frame-host.shell";
+    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(socket); }));
+    struct stat status {};
+    ASSERT_EQ(lstat(socket.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFSOCK | 0600));
+    ASSERT_EQ(lstat(runtimeFolder().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFDIR | 0700));
+    EXPECT_EQ(running->terminate().exitCode, endedAsAsked);
+    EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
+}
+
+TEST_F(FrameHost, LeavesTheShellOfAnotherOneAlone) {
+    const auto running = start(commandOf({"shell-application"}));
+    const auto answers = [&] { return run({program("tvctl"), "help"}).exitCode == 0; };
+    ASSERT_TRUE(eventually(answers));
+    const Outcome second = run(commandOf({"first-application", "shell-application"}));
+    EXPECT_EQ(second.exitCode, failed);
+    EXPECT_THAT(second.error, AllOf(HasSubstr("frame-host.shell"), HasSubstr("Address already in use"),
+                                    HasSubstr("did not start (-98)"), HasSubstr("first-application 1: stopped\n")));
+    EXPECT_TRUE(answers());
+    EXPECT_EQ(running->terminate().exitCode, endedAsAsked);
+}
+
+TEST_F(FrameHost, RunsTheExampleOfTheDocumentation) {
+    const auto service = start({program("tvserviced")});
+    const auto running = start(commandOf({"app-tvservice-adapter", "minimal-application"}));
+    EXPECT_TRUE(eventually([&] { return running->error().find("dvb://1.1.1: result 0\n") != std::string::npos; }));
+    EXPECT_EQ(running->terminate().exitCode, endedAsAsked);
+    EXPECT_EQ(service->terminate().exitCode, endedAsAsked);
+}
+
+TEST_F(FrameHost, RefusesWrongUsage) {
+    for (const Words& arguments : std::vector<Words>{{}, {"--fast", "x.so"}, {"--log"}, {"--log", "loud", "x.so"}}) {
+        Words command{program("frame-host")};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        const Outcome outcome = run(command);
+        EXPECT_EQ(outcome.exitCode, usage) << testing::PrintToString(arguments);
+        EXPECT_EQ(outcome.output, "") << testing::PrintToString(arguments);
+        EXPECT_NE(outcome.error, "") << testing::PrintToString(arguments);
+    }
+    EXPECT_THAT(run({program("frame-host"), "--version"}).output, StartsWith("frame-host "));
+    EXPECT_THAT(run({program("frame-host"), "--help"}).output, HasSubstr("Application libraries"));
+}
+
+TEST_F(FrameHost, RefusesAQueueLimitThatIsNoNumber) {
+    environment["TVSA_QUEUE_MESSAGES"] = "a dozen";
+    const Outcome outcome = run(commandOf({"first-application"}));
+    EXPECT_EQ(outcome.exitCode, failed);
+    EXPECT_THAT(outcome.error, HasSubstr("TVSA_QUEUE_MESSAGES: not a number"));
+    EXPECT_THAT(stepsIn(outcome.error), IsEmpty());
+}
+
+} // namespace

@@ -1,0 +1,291 @@
+// tvctl as people and scripts run it, against a shell in this process.
+#include "integration/program-run.h"
+
+#include <appovshell/shell-server.h>
+#include <appovshell/shell-socket.h>
+
+#include <cerrno>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace program_run;
+using appovshell::FileDescriptor;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+// Exit codes as the README lists them.
+constexpr int done = 0, failed = 1, usage = 2, noProcess = 3, timedOut = 4, refused = 5, malformed = 6,
+              interrupted = 130;
+
+class Tvctl : public Programs {
+protected:
+    Tvctl() {
+        mkdir(runtimeFolder().c_str(), 0700);
+        shell->registerCommand("say ...", "prints it", say, shell.get());
+        shell->registerCommand("show :s", "prints it and whether JSON is wanted", show, shell.get());
+        shell->registerCommand("fail :d", "STATUS - fails with a reason", fail, shell.get());
+        shell->registerCommand("fail-silently :d", "STATUS - fails", failSilently, shell.get());
+    }
+
+    void serve(uid_t user = geteuid()) {
+        shell->open(shellPath(), user);
+        shell->start();
+    }
+    std::string shellPath() const { return runtimeFolder() + "/frame-host.shell"; }
+
+    Outcome tvctl(const Words& arguments) const { return run(commandOf(arguments)); }
+    Outcome tvctl(const Words& arguments, const std::string& script) const { return run(commandOf(arguments), script); }
+    // tvctl's interactive shell, fed with text from a pipe.
+    Outcome interactive(const std::string& text, Words options = {}) const {
+        std::ofstream(folder / "input") << text;
+        options.push_back("shell");
+        return tvctl(options, "cat '" + (folder / "input").string() + R"(' | "$0" "$@" >"$OUTPUT")");
+    }
+    Words commandOf(const Words& arguments) const {
+        Words command{program("tvctl")};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        return command;
+    }
+    nlohmann::json errorOf(const Outcome& outcome) const {
+        return nlohmann::json::parse(outcome.error, nullptr, false);
+    }
+
+    // A connection to a shell that says nothing by itself.
+    static FileDescriptor clientOf(const FileDescriptor& listener) {
+        pollfd waiting{listener.get(), POLLIN, 0};
+        EXPECT_EQ(poll(&waiting, 1, 20000), 1);
+        return FileDescriptor(accept(listener.get(), nullptr, nullptr));
+    }
+
+    std::unique_ptr<appovshell::ShellServer> shell = std::make_unique<appovshell::ShellServer>();
+
+private:
+    static appovshell::ShellServer& shellOf(void* context) { return *static_cast<appovshell::ShellServer*>(context); }
+    static int say(void* context) {
+        shellOf(context).print(shellOf(context).getArgument(0) + "\n");
+        return 0;
+    }
+    static int show(void* context) {
+        auto& server = shellOf(context);
+        const std::string text = server.getArgument(0);
+        server.print(server.wantsJson() ? nlohmann::json{{"text", text}}.dump() : '<' + text + '>');
+        return 0;
+    }
+    static int fail(void* context) {
+        shellOf(context).print("no tuner\n");
+        return failSilently(context);
+    }
+    static int failSilently(void* context) { return -std::stoi(shellOf(context).getArgument(0)); }
+};
+
+TEST_F(Tvctl, PrintsWhatTheCommandPrints) {
+    serve();
+    EXPECT_EQ(tvctl({"say", "two", "words"}), (Outcome{done, "two words\n", ""}));
+    EXPECT_EQ(tvctl({"show", "no line feed"}), (Outcome{done, "<no line feed>\n", ""}));
+}
+
+TEST_F(Tvctl, HandsWordsOverAsTheyAre) {
+    serve();
+    for (const char* word : {"", " ", "\"", "\\", "a b", "--json", "-x", "--", "@file", "x=1", "\xC3\xA4"})
+        EXPECT_EQ(tvctl({"show", word}), (Outcome{done, std::string("<") + word + ">\n", ""})) << word;
+    EXPECT_EQ(tvctl({"say", "a", "--timeout", "0", "--", "--help"}), (Outcome{done, "a --timeout 0 -- --help\n", ""}));
+}
+
+TEST_F(Tvctl, HandsAnArgumentOfFourKibibytesOver) {
+    serve();
+    const std::string text(4096, 'x');
+    EXPECT_EQ(tvctl({"show", text}), (Outcome{done, "<" + text + ">\n", ""}));
+}
+
+TEST_F(Tvctl, RefusesACommandThatIsTooLongForTheShell) {
+    serve();
+    const Outcome outcome = tvctl({"show", std::string(100000, 'x')});
+    EXPECT_EQ(outcome.exitCode, usage);
+    EXPECT_THAT(outcome.error, HasSubstr("longer than 65536 bytes"));
+}
+
+TEST_F(Tvctl, AsksForJsonAndMakesItOfText) {
+    serve();
+    EXPECT_EQ(tvctl({"--json", "show", "x"}), (Outcome{done, "{\"text\":\"x\"}\n", ""}));
+    EXPECT_EQ(tvctl({"--json", "say", "x"}), (Outcome{done, "{\"output\":\"x\\n\"}\n", ""}));
+}
+
+TEST_F(Tvctl, SaysWhyACommandFailed) {
+    serve();
+    EXPECT_EQ(tvctl({"fail", "16"}), (Outcome{failed, "", "tvctl: no tuner\n"}));
+    EXPECT_EQ(tvctl({"fail-silently", "16"}), (Outcome{failed, "", "tvctl: failed: Device or resource busy\n"}));
+    const Outcome json = tvctl({"--json", "fail", "16"});
+    EXPECT_EQ(json.exitCode, failed);
+    EXPECT_EQ(json.output, "");
+    EXPECT_EQ(errorOf(json), nlohmann::json({{"error", "no tuner"}, {"status", -16}}));
+}
+
+TEST_F(Tvctl, KeepsQuietAboutSuccessOnly) {
+    serve();
+    EXPECT_EQ(tvctl({"--quiet", "say", "x"}), (Outcome{done, "", ""}));
+    EXPECT_EQ(tvctl({"--quiet", "fail", "16"}), (Outcome{failed, "", "tvctl: no tuner\n"}));
+}
+
+TEST_F(Tvctl, RefusesWrongUsageOfACommand) {
+    serve();
+    EXPECT_EQ(tvctl({"fail"}), (Outcome{usage, "", "tvctl: usage: fail STATUS\n"}));
+    EXPECT_EQ(tvctl({"fail", "often"}), (Outcome{usage, "", "tvctl: usage: fail STATUS\n"}));
+    EXPECT_EQ(tvctl({"fly"}), (Outcome{usage, "", "tvctl: unknown command: fly (help lists them)\n"}));
+}
+
+TEST_F(Tvctl, RefusesWrongUsageOfItself) {
+    const std::vector<Words> wrong{{},
+                                   {"--fast", "help"},
+                                   {"--target"},
+                                   {"--timeout", "0", "help"},
+                                   {"--timeout", "-1", "help"},
+                                   {"--timeout", "soon", "help"},
+                                   {"--timeout", "nan", "help"},
+                                   {"--timeout", "1e9", "help"},
+                                   {"--timeout", "", "help"}};
+    for (const Words& arguments : wrong) {
+        const Outcome outcome = tvctl(arguments);
+        EXPECT_EQ(outcome.exitCode, usage) << testing::PrintToString(arguments);
+        EXPECT_EQ(outcome.output, "") << testing::PrintToString(arguments);
+        EXPECT_NE(outcome.error, "") << testing::PrintToString(arguments);
+    }
+    EXPECT_EQ(tvctl({"--fast", "help"}).error, "tvctl: unknown option: --fast (--help lists them)\n");
+}
+
+TEST_F(Tvctl, ExplainsItself) {
+    const Outcome help = tvctl({"--help"});
+    EXPECT_EQ(help.exitCode, done);
+    EXPECT_THAT(help.output, AllOf(HasSubstr("--timeout"), HasSubstr("Exit codes: 0 done")));
+    EXPECT_THAT(tvctl({"--version"}).output, StartsWith("tvctl "));
+}
+
+TEST_F(Tvctl, SaysThatThereIsNoSuchProcess) {
+    const Outcome none = tvctl({"help"});
+    EXPECT_EQ(none.exitCode, noProcess);
+    EXPECT_EQ(none.output, "");
+    EXPECT_THAT(none.error, AllOf(HasSubstr(shellPath()), HasSubstr("No such file")));
+
+    appovshell::listenAt(shellPath()).reset(); // as a process that was killed leaves it
+    const Outcome dead = tvctl({"--json", "help"});
+    EXPECT_EQ(dead.exitCode, noProcess);
+    EXPECT_EQ(errorOf(dead).value("status", 0), -ENOTCONN);
+    EXPECT_THAT(errorOf(dead).value("error", ""), HasSubstr("Connection refused"));
+}
+
+TEST_F(Tvctl, TalksToTheProcessThatIsNamed) {
+    shell->open(runtimeFolder() + "/tvserviced.shell", geteuid());
+    shell->start();
+    EXPECT_EQ(tvctl({"--target", "tvserviced", "say", "x"}), (Outcome{done, "x\n", ""}));
+    EXPECT_EQ(tvctl({"say", "x"}).exitCode, noProcess);
+    const Outcome tooLong = tvctl({"--target", std::string(200, 'x'), "say", "x"});
+    EXPECT_EQ(tooLong.exitCode, noProcess);
+    EXPECT_THAT(tooLong.error, HasSubstr("too long"));
+}
+
+TEST_F(Tvctl, DoesNotTrustARuntimeFolderThatIsOpenToOthers) {
+    serve();
+    ASSERT_EQ(chmod(runtimeFolder().c_str(), 0755), 0);
+    const Outcome outcome = tvctl({"help"});
+    EXPECT_EQ(outcome.exitCode, noProcess);
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr(runtimeFolder()), HasSubstr("open to other users")));
+}
+
+TEST_F(Tvctl, GivesUpOnAShellThatDoesNotAnswer) {
+    const auto silent = appovshell::listenAt(shellPath());
+    const Outcome outcome = tvctl({"--timeout", "0.05", "help"});
+    EXPECT_EQ(outcome.exitCode, timedOut);
+    EXPECT_THAT(outcome.error, AllOf(StartsWith("tvctl: " + shellPath()), HasSubstr("timed out")));
+    EXPECT_EQ(errorOf(tvctl({"--json", "--timeout", "0.05", "help"})).value("status", 0), -ETIMEDOUT);
+}
+
+TEST_F(Tvctl, IsRefusedByAShellOfAnotherUser) {
+    serve(geteuid() + 1);
+    const Outcome outcome = tvctl({"help"});
+    EXPECT_EQ(outcome.exitCode, refused);
+    EXPECT_THAT(outcome.error, HasSubstr("serves its own user only"));
+}
+
+TEST_F(Tvctl, RecognisesAnAnswerThatIsNone) {
+    const auto listener = appovshell::listenAt(shellPath());
+    const auto running = start(commandOf({"help"}));
+    const auto client = clientOf(listener);
+    ASSERT_EQ(send(client.get(), "nonsense\n", 9, MSG_NOSIGNAL), 9);
+    const Outcome outcome = running->wait();
+    EXPECT_EQ(outcome.exitCode, malformed);
+    EXPECT_THAT(outcome.error, HasSubstr("malformed: nonsense"));
+}
+
+TEST_F(Tvctl, SaysThatTheProcessEndedMeanwhile) {
+    const auto listener = appovshell::listenAt(shellPath());
+    const auto running = start(commandOf({"help"}));
+    clientOf(listener).reset();
+    EXPECT_EQ(running->wait().exitCode, noProcess);
+}
+
+TEST_F(Tvctl, EndsAtOnceWhenInterrupted) {
+    const auto silent = appovshell::listenAt(shellPath());
+    const auto running = start(commandOf({"help"}));
+    const auto client = clientOf(silent); // so tvctl waits for the answer
+    EXPECT_EQ(running->terminate(SIGINT).exitCode, interrupted);
+}
+
+TEST_F(Tvctl, WritesIntoPipes) {
+    serve();
+    EXPECT_EQ(tvctl({"say", "x"}, R"("$0" "$@" | cat >"$OUTPUT")"), (Outcome{done, "x\n", ""}));
+}
+
+TEST_F(Tvctl, FailsWhenItsOutputCannotBeWritten) {
+    serve();
+    const Outcome full = tvctl({"say", "x"}, R"(exec "$0" "$@" >/dev/full)");
+    EXPECT_EQ(full, (Outcome{failed, "", "tvctl: cannot write to standard output\n"}));
+    const Outcome unread =
+        tvctl({"say", "x"}, R"(mkfifo "$OUTPUT" && exec 3<>"$OUTPUT" 4>"$OUTPUT" 3<&- && rm "$OUTPUT" &&
+                               exec "$0" "$@" >&4)");
+    EXPECT_EQ(unread, (Outcome{failed, "", "tvctl: cannot write to standard output\n"}));
+}
+
+TEST_F(Tvctl, TakesLinesFromAPipe) {
+    serve();
+    EXPECT_EQ(interactive("say  one\n\n   \n\tshow \"t w o\"\r\nsay three"),
+              (Outcome{done, "one\n<t w o>\nthree\n", ""}));
+    EXPECT_EQ(interactive("show x\n", {"--json"}), (Outcome{done, "{\"text\":\"x\"}\n", ""}));
+    EXPECT_EQ(interactive(""), (Outcome{done, "", ""}));
+}
+
+TEST_F(Tvctl, GoesOnAfterALineThatFailsAndEndsWithTheLastOnesCode) {
+    serve();
+    EXPECT_EQ(interactive("fail 16\nsay on\n"), (Outcome{done, "on\n", "tvctl: no tuner\n"}));
+    EXPECT_EQ(interactive("say on\nfail 16\n"), (Outcome{failed, "on\n", "tvctl: no tuner\n"}));
+    EXPECT_EQ(interactive("say \"open\nshow \"open\n"),
+              (Outcome{usage, "\"open\n", "tvctl: a double quote is not closed\n"}));
+}
+
+TEST_F(Tvctl, StopsTakingLinesAtExit) {
+    serve();
+    for (const char* exit : {"exit", "  exit", "exit \t", "exit\r"})
+        EXPECT_EQ(interactive("say on\n" + std::string(exit) + "\nsay off\n"), (Outcome{done, "on\n", ""})) << exit;
+    EXPECT_EQ(interactive("fail 16\nexit\n").exitCode, failed);
+}
+
+TEST_F(Tvctl, ConnectsAgainBetweenLines) {
+    const auto listener = appovshell::listenAt(shellPath());
+    std::ofstream(folder / "input") << "say one\nsay two\n";
+    const auto running = start(commandOf({"shell"}), R"("$0" "$@" <)" + (folder / "input").string() + R"( >"$OUTPUT")");
+    clientOf(listener).reset();
+    const auto second = clientOf(listener);
+    const std::string answer = "{\"output\":\"2\"}\n{\"status\":0}\n";
+    ASSERT_EQ(send(second.get(), answer.data(), answer.size(), MSG_NOSIGNAL), static_cast<ssize_t>(answer.size()));
+    const Outcome outcome = running->wait();
+    EXPECT_EQ(outcome.exitCode, done);
+    EXPECT_EQ(outcome.output, "2\n");
+    EXPECT_THAT(outcome.error, HasSubstr("the connection"));
+}
+
+} // namespace

@@ -1,0 +1,160 @@
+// What the programs say and leave behind when they cannot have their sockets, their channel list or their options.
+#include "integration/program-run.h"
+
+#include <sys/stat.h>
+
+namespace {
+
+using namespace program_run;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+constexpr int endedAsAsked = 0, failed = 1, usage = 2, badData = 6;
+
+// Each program with arguments that make it open sockets.
+class AProgram : public Programs, public testing::WithParamInterface<const char*> {
+protected:
+    Words command() const {
+        Words words{program(GetParam())};
+        if (words[0].ends_with("frame-host"))
+            for (const char* name : {"libapp-tvservice-adapter.so", "libcontrol-application.so"})
+                words.push_back(library(name));
+        return words;
+    }
+    void expectRefusal(const std::string& reason) const {
+        const Outcome outcome = run(command());
+        EXPECT_EQ(outcome.exitCode, failed);
+        EXPECT_EQ(outcome.output, "");
+        EXPECT_THAT(outcome.error, AllOf(HasSubstr(std::string(GetParam()) + ": "),
+                                         HasSubstr("folder " + runtimeFolder() + ": " + reason)));
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(EndsOrderly, AProgram, testing::Values("tvserviced", "mmserviced", "frame-host"),
+                         [](const auto& test) {
+                             std::string name = test.param;
+                             std::erase(name, '-');
+                             return name;
+                         });
+
+TEST_P(AProgram, RefusesARuntimeFolderThatIsNone) {
+    std::ofstream(runtimeFolder()) << "kept";
+    expectRefusal("not a folder");
+    EXPECT_EQ(contentOf(runtimeFolder()), "kept");
+}
+
+TEST_P(AProgram, RefusesARuntimeFolderThatIsOpenToOthers) {
+    ASSERT_EQ(mkdir(runtimeFolder().c_str(), 0700), 0);
+    ASSERT_EQ(chmod(runtimeFolder().c_str(), 0750), 0);
+    expectRefusal("open to other users (wanted: mode 0700)");
+    EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
+}
+
+TEST_P(AProgram, RefusesALinkToARuntimeFolder) {
+    ASSERT_EQ(mkdir((folder / "real").c_str(), 0700), 0);
+    std::filesystem::create_symlink(folder / "real", runtimeFolder());
+    expectRefusal("not a folder");
+    EXPECT_THAT(filesIn(folder / "real"), IsEmpty());
+}
+
+TEST_P(AProgram, RefusesDebugLevelsThatItDoesNotKnow) {
+    Words words = command();
+    words.insert(words.begin() + 1, {"--log", "io=loud"});
+    const Outcome outcome = run(words);
+    EXPECT_EQ(outcome.exitCode, usage);
+    EXPECT_THAT(outcome.error, StartsWith(std::string(GetParam()) + ": --log: "));
+    EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));
+}
+
+class AService : public AProgram {
+protected:
+    Outcome serve(const Words& arguments) const {
+        Words words{program(GetParam())};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        return run(words);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(EndsOrderly, AService, testing::Values("tvserviced", "mmserviced"),
+                         [](const auto& test) { return std::string(test.param); });
+
+TEST_P(AService, RefusesWrongOptions) {
+    for (const Words& arguments : std::vector<Words>{{"--fast"},
+                                                     {"extra"},
+                                                     {"--log"},
+                                                     {"--ready-fd", "-1"},
+                                                     {"--ready-fd", "x"},
+                                                     {"--fault", "lazy=1"},
+                                                     {"--fault", "silent"}}) {
+        const Outcome outcome = serve(arguments);
+        EXPECT_EQ(outcome.exitCode, usage) << testing::PrintToString(arguments);
+        EXPECT_EQ(outcome.output, "") << testing::PrintToString(arguments);
+        EXPECT_NE(outcome.error, "") << testing::PrintToString(arguments);
+    }
+    EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));
+}
+
+TEST_P(AService, LeavesNothingBehindWhenItCannotTellThatItIsReady) {
+    const Outcome outcome = serve({"--ready-fd", "77"});
+    EXPECT_EQ(outcome.exitCode, failed);
+    EXPECT_THAT(outcome.error, HasSubstr(std::string(GetParam()) + ": --ready-fd 77: Bad file descriptor\n"));
+    EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
+}
+
+TEST_P(AService, RemovesItsSocketsWhenItEnds) {
+    const auto running = start({program(GetParam()), "--ready-fd", "1"});
+    const auto ready = [&] { return filesIn(runtimeFolder()).size() == 2; };
+    EXPECT_TRUE(eventually(ready));
+    const Outcome outcome = running->terminate();
+    EXPECT_EQ(outcome.exitCode, endedAsAsked);
+    EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
+}
+
+TEST_P(AService, LeavesARunningOneAlone) {
+    const auto running = start({program(GetParam()), "--ready-fd", "3"}, R"(exec "$0" "$@" </dev/null 3>"$OUTPUT")");
+    const auto answers = [&] { return run({program("tvctl"), "--target", GetParam(), "stats"}).exitCode == 0; };
+    ASSERT_TRUE(eventually(answers));
+    const Outcome second = serve({});
+    EXPECT_EQ(second.exitCode, failed);
+    EXPECT_THAT(second.error, AllOf(StartsWith(GetParam()), HasSubstr("is already offered at " + runtimeFolder())));
+    EXPECT_TRUE(answers());
+    EXPECT_EQ(running->terminate(), (Outcome{endedAsAsked, "ready\n", ""}));
+}
+
+class ChannelFile : public Programs {
+protected:
+    Outcome serve(const std::string& channels) const { return run({program("tvserviced"), "--channels", channels}); }
+    std::string write(const std::string& text) const {
+        std::ofstream(folder / "channels.toml") << text;
+        return (folder / "channels.toml").string();
+    }
+};
+
+TEST_F(ChannelFile, ThatIsMissingOrAFolderIsRefused) {
+    for (const std::string& path : {(folder / "missing.toml").string(), folder.string()})
+        EXPECT_EQ(serve(path), (Outcome{badData, "", "tvserviced: " + path + ": cannot be read\n"}));
+    EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));
+}
+
+TEST_F(ChannelFile, ThatIsWrongIsRefusedWithItsLine) {
+    const std::string good = "[[channel]]\nuri = \"dvb://1.1.1\"\nname = \"One\"\n";
+    const std::vector<std::pair<std::string, std::string>> wrong{
+        {good + "name = ", ":4: "},
+        {good + "[[channel]]\nuri = \"http://x\"\nname = \"Two\"\n", ":5: \"http://x\" is no dvb:// URI\n"},
+        {good + good, ":5: dvb://1.1.1 is the URI of \"One\" already\n"},
+        {"volume = 1\n", ":1: unknown key \"volume\"\n"},
+    };
+    for (const auto& [text, complaint] : wrong) {
+        const std::string path = write(text);
+        const Outcome outcome = serve(path);
+        EXPECT_EQ(outcome.exitCode, badData) << text;
+        EXPECT_THAT(outcome.error, StartsWith("tvserviced: " + path + complaint));
+        EXPECT_EQ(outcome.error.find('\n'), outcome.error.size() - 1) << outcome.error;
+    }
+    EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));
+}
+
+} // namespace
