@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# An application built only with what is installed makes every request in a receiver of installed programs:
+# installed_application.sh BUILD_FOLDER SOURCE_FOLDER
+set -euo pipefail
+build=$1 source=$2
+patience=30 # seconds, for what takes no time on an idle machine
+
+folder=$(mktemp -d)
+children=()
+end() {
+    local status=$?
+    ((${#children[@]})) && kill "${children[@]}" 2>/dev/null && wait "${children[@]}" || true
+    ((status)) && tail -n 20 "$folder"/*.log >&2
+    rm -rf "$folder"
+    exit "$status"
+}
+trap end EXIT
+
+cmake --install "$build" --prefix "$folder/installed" >"$folder/install.log"
+cmake -S "$source/docs/examples/every-request" -B "$folder/example" -DCMAKE_PREFIX_PATH="$folder/installed" \
+    >"$folder/configure.log"
+cmake --build "$folder/example" >"$folder/build.log"
+
+mkdir -m 700 "$folder/run" "$folder/state"
+export RUNTIME_DIRECTORY=$folder/run STATE_DIRECTORY=$folder/state PATH=$folder/installed/bin:$PATH
+
+# Starts a service with its output in NAME.log and waits until it is ready.
+start() { # NAME
+    local name=$1 ready
+    mkfifo "$folder/$name.ready"
+    "$name" --ready-fd 3 3<>"$folder/$name.ready" >"$folder/$name.log" 2>&1 &
+    children+=($!)
+    read -r -t "$patience" ready <>"$folder/$name.ready" && [[ $ready == ready ]]
+}
+# Waits until NAME has written a line that contains TEXT.
+expect() { # NAME TEXT
+    timeout "$patience" grep -q -m1 -F "$2" <(tail -n +1 -F "$folder/$1.log" 2>/dev/null) || {
+        echo "$1 did not write: $2" >&2
+        return 1
+    }
+}
+
+modules=$(dirname "$(find "$folder/installed" -name libapp-tvservice-adapter.so)")
+start tvserviced
+start mmserviced
+frame-host "$modules/libapp-tvservice-adapter.so" "$folder/example/libevery-request.so" >"$folder/frame-host.log" 2>&1 &
+children+=($!)
+expect frame-host "17 requests are on their way"
+expect frame-host "terminal 0:0: dvb://1.1.1, result 0"
+expect frame-host "terminal 0:0 has"
+expect frame-host "download: 100 %"
