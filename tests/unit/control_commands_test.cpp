@@ -1,0 +1,280 @@
+// The control application's shell commands: what they send, what they refuse, and what they show.
+#include "appovshell/command-table.h"
+#include "control/src/commands.h"
+#include "support/tv-doubles.h"
+
+#include <frame/abstract-application.h>
+#include <frame/process.h>
+
+#include <boost/make_shared.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+using genrpc::Json;
+using testing::HasSubstr;
+using testing::SizeIs;
+
+namespace {
+
+// The TV service as the adapter finds it: the process's one, registered for good.
+class RegisteredService : public frame::AbstractApplication, public support::RecordingTvService {
+public:
+    static RegisteredService& get() {
+        static RegisteredService& service = *[] {
+            auto* made = new RegisteredService;
+            made->attachProcess(*frame::Process::getInstance());
+            made->registerInterface(static_cast<tvservice::ServiceInterface*>(made),
+                                    tvservice::ServiceInterface::interfaceKey);
+            return made;
+        }();
+        return service;
+    }
+};
+
+// An adapter that has started, for all tests: its resource manager is the process's one.
+tvservice::ModelTvServiceAdapter& startedAdapter() {
+    static auto& adapter = *[] {
+        RegisteredService::get();
+        auto* made = new tvservice::ModelTvServiceAdapter;
+        static_cast<frame::AbstractProcessMember*>(made)->attachProcess(*frame::Process::getInstance());
+        EXPECT_EQ(made->performSetupDone(), 0);
+        EXPECT_EQ(made->performStarting(), 0);
+        return made;
+    }();
+    return adapter;
+}
+
+struct Reply {
+    int status;
+    std::string output;
+    std::string error;
+};
+
+struct Control : testing::Test {
+    void SetUp() override {
+        ASSERT_EQ(commands.registerAll(), 0);
+        service.calls.clear();
+        service.result = 0;
+    }
+
+    Reply run(const std::vector<std::string>& words, bool json = false) {
+        Reply reply{1, "", ""};
+        std::istringstream lines(shell.answer(Json{{"words", words}, {"json", json}}.dump()));
+        for (std::string line; std::getline(lines, line);) {
+            const auto part = Json::parse(line);
+            reply.output += part.value("output", "");
+            reply.status = part.value("status", 1);
+            reply.error = part.value("error", "");
+        }
+        return reply;
+    }
+    // What clients are told when the service does so.
+    void tell(std::int32_t number) {
+        frame::MsgIds ids;
+        log.tvServiceSwapWinInfo(ids, {}, {number});
+    }
+    std::vector<int> numbers(const std::vector<std::string>& words) {
+        std::vector<int> result;
+        for (const auto& notification : Json::parse(run(words, true).output)) result.push_back(notification["number"]);
+        return result;
+    }
+
+    RegisteredService& service = RegisteredService::get();
+    appovshell::CommandTable shell;
+    control::TerminalView view;
+    control::NotificationLog log;
+    control::Commands commands{startedAdapter(), view, log, shell};
+};
+
+struct Sent {
+    std::vector<std::string> words;
+    std::string message;
+    std::string arguments;
+};
+
+const Sent sent[] = {
+    {{"swap-win", "-7"}, "TvServiceSwapWinReq", R"({"request":{"intParam1":-7}})"},
+    {{"stream-info", "2147483647"}, "TvServiceStreamInfoReq", R"({"request":{"intParam1":2147483647}})"},
+    {{"audio", "0:1", "2", "3"},
+     "TvServiceAudioReq",
+     R"({"request":{"terminal":{"type":0,"id":1},"intParam1":2,"intParam2":3}})"},
+    {{"subtitle", "-1:-2", "-2147483648"},
+     "TvServiceSubtitleReq",
+     R"({"request":{"terminal":{"type":-1,"id":-2},"intParam1":-2147483648,"intParam2":0}})"},
+    {{"video", "1:0", "4"},
+     "TvServiceVideoReq",
+     R"({"request":{"terminal":{"type":1,"id":0},"intParam1":4,"intParam2":0}})"},
+    {{"teletext", "0:0", "100", "1"},
+     "TvServiceTeletextReq",
+     R"({"request":{"terminal":{"type":0,"id":0},"intParam1":100,"intParam2":1}})"},
+    {{"info"}, "TvServiceInfoReq", "{}"},
+    {{"ask-release", "5"}, "TvServiceAskReleaseReq", R"({"request":{"intParam1":5}})"},
+    {{"send-key", "RED \"key\""}, "TvServiceSendKeyReq", R"({"key":"RED \"key\""})"},
+    {{"slist-changed", "1"}, "TvServiceSListChangedInd", R"({"indication":{"intParam1":1}})"},
+    {{"try-run", "6"}, "TvServiceTryRunReq", R"({"params":{"intParam1":6}})"},
+    {{"parental-lock", "0:0", "1", "18"},
+     "SetParentalLockInfo",
+     R"({"info":{"terminal":{"type":0,"id":0},"intParam1":1,"intParam2":18}})"},
+    {{"mts-audio", "2"}, "MtsAudioChangeReq", R"({"track":2})"},
+    {{"cas-service", "3"}, "SetCasService", R"({"type":3})"},
+    {{"request-packages", "1", "a,b"}, "RequestPackagesReq", R"({"type":1,"packages":"a,b"})"},
+    {{"source-changed", "satellite"}, "TvServiceSourceChanged", R"({"source":"satellite"})"},
+};
+
+TEST_F(Control, SendsEveryRequestWithItsArguments) {
+    for (const auto& [words, message, arguments] : sent) {
+        service.calls.clear();
+        const auto reply = run(words);
+        EXPECT_EQ(reply.status, 0) << message << ": " << reply.output << reply.error;
+        EXPECT_EQ(reply.output, "sent " + message + "\n");
+        ASSERT_THAT(service.calls, SizeIs(1)) << message;
+        EXPECT_EQ(service.calls[0].message, message);
+        EXPECT_EQ(service.calls[0].arguments, Json::parse(arguments)) << message;
+    }
+}
+
+TEST_F(Control, HasACommandForEveryRequestButPlayAndStop) {
+#define COUNT_ONE(...) +1
+    EXPECT_EQ(std::size(sent), static_cast<std::size_t>(0 TVSERVICE_REQUESTS(COUNT_ONE)) - 1);
+#undef COUNT_ONE
+}
+
+TEST_F(Control, SaysWhatItSentAsJson) {
+    EXPECT_EQ(run({"audio", "0:0", "1"}, true).output, "{\"sent\":\"TvServiceAudioReq\"}\n");
+}
+
+TEST_F(Control, PassesOnThatARequestCouldNotBeSent) {
+    service.result = -105;
+    const auto reply = run({"send-key", "RED"});
+    EXPECT_EQ(reply.status, -105);
+    EXPECT_THAT(reply.output, HasSubstr("TvServiceSendKeyReq could not be sent: "));
+}
+
+TEST_F(Control, RefusesWrongArgumentsAndSendsNothing) {
+    const std::string fourKiB(4096, '7');
+    const std::vector<std::vector<std::string>> wrong = {
+        {"swap-win", ""},
+        {"swap-win"},
+        {"swap-win", "x"},
+        {"swap-win", "1x"},
+        {"swap-win", "+1"},
+        {"swap-win", "2147483648"},
+        {"swap-win", "-2147483649"},
+        {"swap-win", fourKiB},
+        {"audio", "0", "1"},
+        {"audio", "0:", "1"},
+        {"audio", "0:0:0", "1"},
+        {"audio", "0:2147483648", "1"},
+        {"audio", fourKiB, "1"},
+        {"audio", "0:0", "1", "x"},
+        {"audio", "0:0", "1", "99999999999"},
+        {"audio", "0:0"},
+        {"audio", "0:0", "1", "2", "3"},
+        {"info", "1"},
+        {"send-key"},
+        {"send-key", fourKiB},
+        {"request-packages", "1"},
+        {"request-packages", "x", "a"},
+        {"request-packages", "1", fourKiB},
+        {"source-changed", fourKiB},
+    };
+    for (const auto& words : wrong) {
+        const auto reply = run(words);
+        EXPECT_EQ(reply.status, -22) << words[0] << " " << words.back();
+        EXPECT_NE(reply.output + reply.error, "") << words[0];
+        EXPECT_LT((reply.output + reply.error).size(), 200U) << words[0];
+    }
+    EXPECT_THAT(service.calls, SizeIs(0));
+}
+
+TEST_F(Control, NamesTheArgumentThatIsWrong) {
+    EXPECT_EQ(run({"audio", "one", "1"}).output,
+              "TERMINAL has to be TYPE:ID, two decimal numbers of 32 bits, not 'one'\n");
+    EXPECT_EQ(run({"audio", "0:0", "x"}).output, "N has to be a decimal number of 32 bits, not 'x'\n");
+    EXPECT_EQ(run({"send-key"}).output, "KEY is missing\n");
+    EXPECT_EQ(run({"audio"}).error, "usage: audio TERMINAL N [N]");
+    EXPECT_EQ(run({"play", "x", "dvb://1"}).output, "terminal 'x': wanted TYPE:ID, two decimal numbers\n");
+}
+
+TEST_F(Control, ListsEveryKindOfNotificationOnce) {
+    std::vector<std::string> told;
+    const auto listed = [&] {
+        std::vector<std::string> messages;
+        for (const auto& notification : Json::parse(run({"notifications", "0"}, true).output))
+            messages.push_back(notification["message"]);
+        return messages;
+    };
+#define TELL(service_, direction, Name, method, id, ...)                                                               \
+    {                                                                                                                  \
+        frame::MsgIds ids;                                                                                             \
+        const tvservice::messages::Name::Body::Arguments arguments;                                                    \
+        std::apply([&](const auto&... argument) { log.method(ids, frame::TransportInfo{}, argument...); }, arguments); \
+        told.emplace_back(#Name);                                                                                      \
+    }
+    TVSERVICE_NOTIFICATIONS(TELL)
+#undef TELL
+    EXPECT_EQ(listed(), told);
+    EXPECT_THAT(told, SizeIs(25));
+}
+
+TEST_F(Control, ListsANotificationWithEveryFieldByItsName) {
+    frame::MsgIds ids;
+    log.tvServiceConflictInfo(ids, {}, {{1, 2}, {}, -3});
+    const auto list = Json::parse(run({"notifications"}, true).output);
+    ASSERT_THAT(list, SizeIs(1));
+    EXPECT_EQ(list[0]["number"], 1);
+    EXPECT_THAT(list[0]["time"].get<std::string>(), testing::EndsWith("Z"));
+    EXPECT_EQ(list[0]["message"], "TvServiceConflictInfo");
+    EXPECT_EQ(list[0]["arguments"].dump(), R"({"info":{"uintList1":[1,2],"uintList2":[],"intParam1":-3}})");
+    EXPECT_EQ(run({"notifications"}).output, "1 " + list[0]["time"].get<std::string>() + " TvServiceConflictInfo " +
+                                                 list[0]["arguments"].dump() + "\n");
+}
+
+TEST_F(Control, ListsTheNewestTenNotificationsUnlessAskedForMore) {
+    EXPECT_EQ(run({"notifications"}, true).output, "[]\n");
+    EXPECT_EQ(run({"notifications"}).output, "");
+    for (int i = 1; i <= 250; ++i) tell(i);
+    EXPECT_THAT(numbers({"notifications"}), testing::ElementsAre(241, 242, 243, 244, 245, 246, 247, 248, 249, 250));
+    EXPECT_THAT(numbers({"notifications", "247"}), testing::ElementsAre(248, 249, 250));
+    EXPECT_THAT(numbers({"notifications", "250"}), SizeIs(0));
+    EXPECT_THAT(numbers({"notifications", "18446744073709551615"}), SizeIs(0));
+    const auto first = numbers({"notifications", "0"});
+    ASSERT_THAT(first, SizeIs(100));
+    EXPECT_EQ(first.front(), 1);
+    EXPECT_EQ(first.back(), 100);
+}
+
+TEST_F(Control, KeepsTheNewestThousandNotifications) {
+    for (int i = 1; i <= 1003; ++i) tell(i);
+    EXPECT_EQ(numbers({"notifications", "0"}).front(), 4);
+}
+
+TEST_F(Control, RefusesANumberThatNoNotificationCanHave) {
+    for (const char* after : {"-1", "x", "1.5", "18446744073709551616"})
+        EXPECT_EQ(run({"notifications", after}).status, -22) << after;
+}
+
+TEST_F(Control, ListsLongNotificationsInSeveralCalls) {
+    frame::MsgIds ids;
+    for (int i = 0; i < 5; ++i) log.tvServicePlayInfo(ids, {}, {std::string(200 * 1024, '"')});
+    log.tvServicePlayInfo(ids, {}, {std::string(100 * 1024, '"')});
+    log.tvServicePlayInfo(ids, {}, {"short"});
+    const auto list = Json::parse(run({"notifications", "0"}, true).output);
+    EXPECT_EQ(list[0]["omittedBytes"], 400 * 1024 + 25);
+    EXPECT_EQ(list[0]["arguments"], Json::object());
+    EXPECT_THAT(run({"notifications", "0"}).output, HasSubstr("TvServicePlayInfo (409625 bytes left out)\n"));
+    for (int i = 0; i < 5; ++i) log.tvServicePlayInfo(ids, {}, {std::string(250 * 1024, 'x')});
+    EXPECT_THAT(numbers({"notifications", "7"}), testing::ElementsAre(8, 9));
+    EXPECT_THAT(numbers({"notifications", "9"}), testing::ElementsAre(10, 11));
+    EXPECT_THAT(numbers({"notifications"}), testing::ElementsAre(11, 12));
+}
+
+TEST_F(Control, ListsTextThatIsNotUtf8) {
+    frame::MsgIds ids;
+    log.tvServicePlayInfo(ids, {}, {"\xff\n"});
+    EXPECT_EQ(Json::parse(run({"notifications"}, true).output)[0]["arguments"]["info"]["strParam1"], "\xEF\xBF\xBD\n");
+}
+
+} // namespace

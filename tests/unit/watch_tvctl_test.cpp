@@ -1,0 +1,270 @@
+// tvctl watch: following the notifications that a receiver's shell lists.
+#include "appovshell/shell-server.h"
+#include "message-names.h"
+#include "watch.h"
+
+#include <host/environment.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using nlohmann::ordered_json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+// A receiver of which only the command "notifications" is there. The test says what it does before each poll.
+class Receiver {
+public:
+    explicit Receiver(const std::string& path) {
+        server_->registerCommand(
+            "notifications [:s]", "", [](void* self) { return static_cast<Receiver*>(self)->list(); }, this);
+        server_->open(path, geteuid());
+        server_->start();
+    }
+
+    void tell(const std::string& message) {
+        ++number_;
+        list_.push_back({{"number", number_},
+                         {"time", run_ + std::to_string(number_)},
+                         {"message", message},
+                         {"arguments", {{"n", number_}}}});
+    }
+    void restart(const std::string& run) {
+        list_ = ordered_json::array();
+        number_ = 0;
+        run_ = run;
+    }
+    void dropOldest() { list_.erase(list_.begin()); }
+
+    // From the second call of the command on: call after call, on the shell's thread.
+    std::vector<std::function<void()>> before;
+    std::string malformed; // is answered in place of the list
+    int status = 0;
+
+private:
+    int list() {
+        if (calls_ > 0 && calls_ <= before.size()) before[calls_ - 1]();
+        ++calls_;
+        if (!malformed.empty()) server_->print(malformed);
+        if (!malformed.empty() || status < 0) return status;
+        const std::string after = server_->getArgument(0);
+        ordered_json wanted = ordered_json::array();
+        for (const auto& notification : list_)
+            if (after.empty() || notification["number"] > std::stoi(after)) wanted.push_back(notification);
+        server_->print(wanted.dump() + "\n");
+        return 0;
+    }
+
+    std::unique_ptr<appovshell::ShellServer> server_ = std::make_unique<appovshell::ShellServer>();
+    ordered_json list_ = ordered_json::array();
+    int number_ = 0;
+    std::string run_ = "first-";
+    std::size_t calls_ = 0;
+
+public:
+    void endSoon() {
+        ending_ = std::thread([this] { server_->stop(); });
+    }
+    ~Receiver() {
+        if (ending_.joinable()) ending_.join();
+        server_->stop();
+    }
+
+private:
+    std::thread ending_;
+};
+
+struct Watch : testing::Test {
+    void SetUp() override {
+        char name[] = "/tmp/watch-test-XXXXXX";
+        ASSERT_NE(mkdtemp(name), nullptr);
+        folder = name;
+        setenv("RUNTIME_DIRECTORY", folder.c_str(), 1);
+        options.receiver.target = "watched";
+        path = host::shellEndpointOf("watched");
+        receiver = std::make_unique<Receiver>(path);
+    }
+    void TearDown() override {
+        receiver.reset();
+        std::filesystem::remove_all(folder); // with the lock file beside the socket
+    }
+    int run() { return tvctl::watch(options, out, errors); }
+    std::vector<std::string> lines() const {
+        std::vector<std::string> result;
+        std::istringstream text(out.str());
+        for (std::string line; std::getline(text, line);) result.push_back(line);
+        return result;
+    }
+    std::function<void()> telling(const std::string& message) {
+        return [this, message] { receiver->tell(message); };
+    }
+
+    std::string folder, path;
+    std::unique_ptr<Receiver> receiver;
+    tvctl::WatchOptions options;
+    std::ostringstream out, errors;
+};
+
+TEST_F(Watch, PrintsWhatComesFromNowOn) {
+    receiver->tell("Old");
+    options.count = 2;
+    receiver->before = {[] {}, telling("A"), [] {}, telling("B")};
+    EXPECT_EQ(run(), tvctl::exitDone);
+    EXPECT_THAT(lines(), ElementsAre(R"(first-2 A {"n":2})", R"(first-3 B {"n":3})"));
+    EXPECT_THAT(errors.str(), IsEmpty());
+}
+
+TEST_F(Watch, PrintsAnObjectPerLineAsJson) {
+    options.receiver.json = true;
+    options.count = 1;
+    receiver->before = {telling("A")};
+    EXPECT_EQ(run(), tvctl::exitDone);
+    EXPECT_EQ(out.str(), R"({"number":1,"time":"first-1","message":"A","arguments":{"n":1}})"
+                         "\n");
+}
+
+TEST_F(Watch, PrintsOnlyTheMessagesAskedFor) {
+    options.messages = {"B"};
+    options.count = 1;
+    receiver->before = {telling("A"), telling("B")};
+    EXPECT_EQ(run(), tvctl::exitDone);
+    EXPECT_THAT(lines(), ElementsAre(R"(first-2 B {"n":2})"));
+}
+
+TEST_F(Watch, EndsInTheMiddleOfAListWhenItHasEnough) {
+    options.count = 1;
+    receiver->before = {[this] {
+        receiver->tell("A");
+        receiver->tell("B");
+    }};
+    EXPECT_EQ(run(), tvctl::exitDone);
+    EXPECT_THAT(lines(), ElementsAre(R"(first-1 A {"n":1})"));
+}
+
+TEST_F(Watch, FollowsAReceiverWhoseNumbersStartAgain) {
+    receiver->tell("Old");
+    receiver->tell("Old");
+    options.count = 3;
+    receiver->before = {[this] { receiver->restart("second-"); }, telling("A"),
+                        [this] {
+                            receiver->restart("third-");
+                            receiver->tell("B");
+                            receiver->tell("C");
+                        }};
+    EXPECT_EQ(run(), tvctl::exitDone);
+    EXPECT_THAT(lines(), ElementsAre(R"(second-1 A {"n":1})", R"(third-1 B {"n":1})", R"(third-2 C {"n":2})"));
+}
+
+TEST_F(Watch, SaysHowManyNotificationsItMissed) {
+    receiver->tell("Old");
+    options.count = 1;
+    receiver->before = {[this] {
+        for (const char* message : {"A", "B", "C"}) receiver->tell(message);
+        for (int i = 0; i < 3; ++i) receiver->dropOldest();
+    }};
+    EXPECT_EQ(run(), tvctl::exitDone);
+    EXPECT_THAT(lines(), ElementsAre(R"(first-4 C {"n":4})"));
+    EXPECT_THAT(errors.str(), HasSubstr("dropped 2 notifications"));
+}
+
+TEST_F(Watch, GivesUpWhenTooFewCameInTime) {
+    options.receiver.timeout = std::chrono::milliseconds(300);
+    options.receiver.timeoutGiven = true;
+    options.count = 2;
+    receiver->before = {telling("A")};
+    EXPECT_EQ(run(), tvctl::exitTimedOut);
+    EXPECT_THAT(lines(), ElementsAre(R"(first-1 A {"n":1})"));
+    EXPECT_EQ(errors.str(), "tvctl: timed out after 1 of 2 notifications\n");
+}
+
+TEST_F(Watch, EndsWhenTheReceiverGoesAway) {
+    receiver->before = {telling("A"), [this] { receiver->endSoon(); }};
+    EXPECT_EQ(run(), tvctl::exitNotAvailable);
+    EXPECT_THAT(lines(), ElementsAre(R"(first-1 A {"n":1})"));
+    EXPECT_THAT(errors.str(), HasSubstr(path));
+}
+
+TEST_F(Watch, EndsWhenThereIsNoReceiver) {
+    receiver.reset();
+    EXPECT_EQ(run(), tvctl::exitNotAvailable);
+}
+
+TEST_F(Watch, PassesOnThatTheReceiverRefuses) {
+    options.receiver.json = true;
+    receiver->status = -5;
+    EXPECT_EQ(run(), tvctl::exitFailed);
+    EXPECT_EQ(ordered_json::parse(errors.str())["status"], -5);
+}
+
+TEST_F(Watch, RefusesAListThatIsNone) {
+    for (const char* malformed : {"no JSON", "1", "{\"number\":1}", "[{\"number\":\"x\"}]", "[1]", "[{}]"}) {
+        receiver->malformed = malformed;
+        EXPECT_EQ(run(), tvctl::exitBadData) << malformed;
+    }
+}
+
+TEST_F(Watch, FailsWhenItsOutputIsGone) {
+    out.setstate(std::ios::badbit);
+    receiver->before = {telling("A")};
+    EXPECT_EQ(run(), tvctl::exitFailed);
+}
+
+TEST_F(Watch, PrintsNothingWhenItIsToBeQuiet) {
+    options.receiver.quiet = true;
+    options.count = 1;
+    receiver->before = {telling("A")};
+    EXPECT_EQ(run(), tvctl::exitDone);
+    EXPECT_THAT(out.str(), IsEmpty());
+}
+
+TEST(NotificationName, IsKnownAsTheMessageListSpellsIt) {
+    EXPECT_EQ(tvctl::checkNotification("TvServiceAudioInfo"), "");
+    EXPECT_EQ(tvctl::checkNotification("TvserviceOadProgressNotify"), "");
+}
+
+TEST(NotificationName, IsRefusedWithTheNearestOnes) {
+    EXPECT_THAT(tvctl::checkNotification("tvserviceaudioinfo"), HasSubstr("nearest names are TvServiceAudioInfo,"));
+    EXPECT_THAT(tvctl::checkNotification("AudioInfo"), HasSubstr("nearest names are TvServiceAudioInfo,"));
+    EXPECT_THAT(tvctl::checkNotification("TvServiceAudioReq"),
+                HasSubstr("there is no notification TvServiceAudioReq;"));
+    EXPECT_THAT(tvctl::checkNotification(""), HasSubstr("nearest names are"));
+    EXPECT_LT(tvctl::checkNotification(std::string(4096, 'x')).size(), 300U);
+}
+
+TEST(WatchVerb, RefusesArgumentsThatItDoesNotKnow) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(tvctl::runWatch({}, {"TvServiceAudoInfo"}), tvctl::exitUsage);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("TvServiceAudioInfo"));
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"--count", "0"},
+                                                      {"--count", "x"},
+                                                      {"--count"},
+                                                      {"--once", "--count", "2"},
+                                                      {"--twice"},
+                                                      {"--timeout", "-1"},
+                                                      {"--count", "-1"}}) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(tvctl::runWatch({}, arguments), tvctl::exitUsage) << arguments[0];
+        EXPECT_NE(testing::internal::GetCapturedStderr(), "") << arguments[0];
+    }
+}
+
+TEST(WatchVerb, HasHelp) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(tvctl::runWatch({}, {"--help"}), tvctl::exitDone);
+    EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("--once"));
+}
+
+} // namespace
