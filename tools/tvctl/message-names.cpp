@@ -36,14 +36,15 @@ std::size_t distance(std::string_view a, std::string_view b) {
 
 std::string checkNotification(const std::string& name) {
     if (std::find(std::begin(notifications), std::end(notifications), name) != std::end(notifications)) return {};
+    const std::string typed = name.substr(0, 64); // longer than any name
     // People leave out what all names begin with.
     const auto missing = [&](std::string_view known) {
-        return std::min(distance(name, known), distance("TvService" + name, known));
+        return std::min(distance(typed, known), distance("TvService" + typed, known));
     };
     std::vector<std::string_view> nearest(std::begin(notifications), std::end(notifications));
     std::stable_sort(nearest.begin(), nearest.end(),
                      [&](std::string_view a, std::string_view b) { return missing(a) < missing(b); });
-    std::string text = "there is no notification " + name.substr(0, 64) + "; the nearest names are";
+    std::string text = "there is no notification " + typed + "; the nearest names are";
     for (std::size_t i = 0; i < 3; ++i) text += (i == 0 ? " " : ", ") + std::string(nearest[i]);
     return text;
 }

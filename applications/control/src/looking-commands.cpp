@@ -80,13 +80,13 @@ int LookingCommands::registerAll() {
     using Self = LookingCommands;
     static constexpr Command table[] = {
         {"terminals", "the last answer of each terminal", call<Self, &Self::terminals>},
-        {"answers [:d]", "[N]: the newest N answers (10)", call<Self, &Self::answers>},
-        {"notifications [:s]", "[AFTER]: what clients were told, from the number after AFTER on (the newest 10)",
+        {"answers [:d]", "[N] - the newest N answers (10)", call<Self, &Self::answers>},
+        {"notifications [:s]", "[AFTER] - what clients were told, from the number after AFTER on (the newest 10)",
          call<Self, &Self::notifications>},
         {"bundles", "the resource manager's queue, with steps and what is awaited", call<Self, &Self::bundles>},
         {"stats", "counters of the service connections", call<Self, &Self::stats>},
-        {"runlog [:d]", "[N]: the newest N records of the run log (10)", call<Self, &Self::runlog>},
-        {"log :s", "MODULE=LEVEL[,...]: change what is logged", call<Self, &Self::log>},
+        {"runlog [:d]", "[N] - the newest N records of the run log (10)", call<Self, &Self::runlog>},
+        {"log :s", "MODULE=LEVEL[,...] - change what is logged", call<Self, &Self::log>},
     };
     return registerCommands(shell_, table, *this);
 }

@@ -13,9 +13,9 @@ namespace control {
 
 int PlayCommands::registerAll() {
     static constexpr Command table[] = {
-        {"play :s :s [:s]", "TERMINAL[,TERMINAL...] URI [UUID]: show something (a terminal is type:id)",
+        {"play :s :s [:s]", "TERMINAL[,TERMINAL...] URI [UUID] - show something (a terminal is type:id)",
          call<PlayCommands, &PlayCommands::play>},
-        {"stop :s", "TERMINAL[,TERMINAL...]: stop what is shown", call<PlayCommands, &PlayCommands::stop>},
+        {"stop :s", "TERMINAL[,TERMINAL...] - stop what is shown", call<PlayCommands, &PlayCommands::stop>},
     };
     return registerCommands(shell_, table, *this);
 }
