@@ -4,6 +4,8 @@
 #include "common/shell-commands.h"
 #include "common/terminal-table.h"
 #include "mmservice/uri-check.h"
+#include "tvservice/channel-list.h"
+#include "tvservice/streams.h"
 
 #include <appovshell/server.h>
 #include <mmservice/records.h>
@@ -91,6 +93,38 @@ TEST(TerminalTable, StoppingEmptiesTheTerminalAndIsHarmlessAgain) {
     table.stop({0, 0});
     table.stop({0, 0});
     EXPECT_TRUE(table.entries().empty());
+}
+
+TEST(TerminalTable, SwapsWhatTwoTerminalsShowEvenWhenOneShowsNothing) {
+    TerminalTable table;
+    table.show({0, 0}, {"dvb://1", "", 1, {}});
+    EXPECT_TRUE(table.swap({0, 0}, {1, 0}));
+    ASSERT_EQ(table.entries().size(), 1U);
+    EXPECT_EQ(table.entries()[0].terminal, (Terminal{1, 0}));
+    table.show({0, 0}, {"dvb://2", "", 1, {}});
+    EXPECT_TRUE(table.swap({0, 0}, {1, 0}));
+    EXPECT_EQ(table.entries()[0].shown.uri, "dvb://1");
+    EXPECT_EQ(table.entries()[1].shown.uri, "dvb://2");
+    EXPECT_TRUE(table.swap({1, 0}, {1, 0}));
+    EXPECT_EQ(table.entries().size(), 2U);
+    EXPECT_FALSE(table.swap({5, 0}, {6, 0}));
+}
+
+TEST(ChannelList, NumbersItsChannelsFromOneInTheOrderOfTheirUris) {
+    const auto channels = ChannelList::fromText(
+        "[[channel]]\nuri = \"dvb://b\"\nname = \"B\"\n[[channel]]\nuri = \"dvb://a\"\nname = \"A\"\n", "text");
+    EXPECT_EQ(channels.numberOf("dvb://a"), 1);
+    EXPECT_EQ(channels.uriOf(2), "dvb://b");
+    EXPECT_EQ(channels.numberOf("dvb://c"), 0);
+    for (const int number : {0, -1, 3, INT32_MIN, INT32_MAX}) EXPECT_EQ(channels.uriOf(number), "") << number;
+}
+
+TEST(Streams, HaveTheNumbersOfTheirChannel) {
+    EXPECT_EQ(serviceIdOf("dvb://1.22.333"), (ServiceId{1, 22, 333}));
+    EXPECT_EQ(serviceIdOf("dvb://7.x.1"), (ServiceId{7, 0, 0}));
+    for (const char* none : {"", "/", "//", "dvb:", "dvb://", "dvb://99999999999.1.1"})
+        EXPECT_EQ(serviceIdOf(none), ServiceId{}) << none;
+    EXPECT_EQ(streamsOf<tvservice::VideoStreamInfo_t>("dvb://1.1.2")[0].shortParam1, 0x200);
 }
 
 TEST(TerminalTable, CanBeReadWhileItChanges) {

@@ -1,0 +1,158 @@
+// A TV service and clients of it in one process, over real message queues in a folder of their own.
+#pragma once
+
+#include "tvservice/tv-service.h"
+
+#include <genrpc/json.h>
+#include <host/message-queue.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tvservicetest {
+
+namespace messages = tvservice::messages;
+
+struct Heard {
+    std::string message;
+    genrpc::Json arguments;
+
+    // As text, for comparisons: TvServiceSwapWinInfo {"info":{"intParam1":1}}
+    std::string text() const { return message + ' ' + genrpc::textOf(arguments); }
+};
+
+inline std::vector<std::string> namesOf(const std::vector<Heard>& all) {
+    std::vector<std::string> names;
+    for (const Heard& heard : all) names.push_back(heard.message);
+    return names;
+}
+
+inline std::vector<std::string> textsOf(const std::vector<Heard>& all) {
+    std::vector<std::string> texts;
+    for (const Heard& heard : all) texts.push_back(heard.text());
+    return texts;
+}
+
+// A client that writes down what it is told.
+class Client {
+public:
+    Client()
+        : door_(queue_.connectTo(tvservice::serviceName, tvservice::messageSet(), services::sendBufferBytes, nullptr)) {
+#define TVSERVICE_WRITE_DOWN(service, direction, Name, ...)                                      \
+    door_.registerMessageHandler(messages::Name::meta, &Client::writeDown<messages::Name>, this, \
+                                 *messages::Name::table());
+        TVSERVICE_NOTIFICATIONS(TVSERVICE_WRITE_DOWN)
+#undef TVSERVICE_WRITE_DOWN
+        queue_.open(door_);
+        queue_.start();
+    }
+    ~Client() { queue_.stop(); }
+
+    template <class Message, class... Args> void ask(const Args&... args) {
+        genrpc::FlatRegion* const region = genrpc::FlatRegion::create(services::sendBufferBytes);
+        EXPECT_EQ(
+            door_.asyncSend(frame::MsgIds::none, Message::meta, nullptr, *Message::table(),
+                            Message::Body::build(*region, args...), [region] { genrpc::FlatRegion::release(region); }),
+            0);
+    }
+    void play(int type, int id, const std::string& uri, const std::string& reqId = "r") {
+        tvservice::TvServiceReq_t request;
+        request.terminal = {type, id};
+        request.uri = uri;
+        request.reqId = reqId;
+        ask<messages::TvServiceReq>(std::vector{request});
+    }
+
+    // What the client has been told since the last call: all that the service sent at once for what it was asked so
+    // far.
+    std::vector<Heard> heard() {
+        tvservice::TvServiceStreamInfoReq_t mark;
+        mark.intParam1 = --lastMark_;
+        ask<messages::TvServiceStreamInfoReq>(mark);
+        const auto isMark = [&](const Heard& heard) {
+            return heard.message == "TvServiceStreamInfo" && heard.arguments["info"]["intParam1"] == mark.intParam1;
+        };
+        std::vector<Heard> result = waitUntil([&](const auto& all) { return !all.empty() && isMark(all.back()); });
+        if (!result.empty() && isMark(result.back())) result.pop_back();
+        return result;
+    }
+    // Waits for a message of that name; returns all that the client has been told since the last call.
+    std::vector<Heard> heardUntil(const std::string& name) {
+        return waitUntil([&](const auto& all) {
+            return std::any_of(all.begin(), all.end(), [&](const Heard& heard) { return heard.message == name; });
+        });
+    }
+    template <class Condition> std::vector<Heard> waitUntil(const Condition& condition) {
+        std::unique_lock lock(mutex_);
+        EXPECT_TRUE(changed_.wait_for(lock, std::chrono::seconds(20), [&] { return condition(heard_); }));
+        return std::exchange(heard_, {});
+    }
+
+private:
+    template <class Message>
+    static int writeDown(const frame::MsgMeta&, const frame::TransportInfo&, const void* payload, void* context) {
+        auto& client = *static_cast<Client*>(context);
+        auto arguments = std::apply([](const auto&... args) { return genrpc::argumentsToJson<Message>(args...); },
+                                    Message::Body::read(payload));
+        const std::lock_guard lock(client.mutex_);
+        client.heard_.push_back({Message::name, std::move(arguments)});
+        client.changed_.notify_all();
+        return 0;
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<Heard> heard_;
+    int lastMark_ = -1000;
+    host::MessageQueue queue_;
+    frame::OmqIOModule& door_;
+};
+
+class TvServiceTest : public testing::Test {
+protected:
+    TvServiceTest() {
+        char folder[] = "/tmp/tv-service-XXXXXX";
+        folder_ = mkdtemp(folder);
+        setenv("RUNTIME_DIRECTORY", folder, 1);
+        service.offer(queue);
+        queue.start();
+        asker = std::make_unique<Client>();
+        other = std::make_unique<Client>();
+        // Both are connected once they have an answer.
+        asker->heard();
+        other->heard();
+    }
+    ~TvServiceTest() override {
+        asker.reset();
+        other.reset();
+        queue.stop();
+        std::filesystem::remove_all(folder_);
+    }
+
+    // Forgets what both have been told.
+    void forget() {
+        asker->heard();
+        other->heard();
+    }
+
+    services::ChannelList channels = services::ChannelList::builtIn();
+    services::TerminalTable table;
+    services::FaultSwitches faults;
+    services::TvService service{table, faults, channels, std::chrono::milliseconds(1)};
+    host::MessageQueue queue;
+    std::unique_ptr<Client> asker, other;
+
+private:
+    std::string folder_;
+};
+
+} // namespace tvservicetest

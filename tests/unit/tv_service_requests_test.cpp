@@ -1,0 +1,337 @@
+// What the TV service tells whom after each request.
+#include "tv-service-fixture.h"
+
+#include <gmock/gmock.h>
+
+using namespace tvservicetest;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+constexpr const char* one = "dvb://1.1.1";
+constexpr const char* movies = "dvb://1.2.2";
+
+class TvService : public TvServiceTest {
+protected:
+    void lock(int type, int id, int lock, int rating) {
+        asker->ask<messages::SetParentalLockInfo>(tvservice::TvServiceParentalLockInfo_t{{type, id}, lock, rating});
+    }
+    template <class Message, class Request> void chooseTrack(int type, int id, int number, int echo = 0) {
+        asker->ask<Message>(Request{{type, id}, number, echo});
+    }
+    // Expects that both are told the same texts.
+    void bothHear(const std::vector<std::string>& texts) {
+        EXPECT_THAT(textsOf(asker->heard()), ElementsAreArray(texts));
+        EXPECT_THAT(textsOf(other->heard()), ElementsAreArray(texts));
+    }
+    void onlyTheAskerHears(const std::vector<std::string>& texts) {
+        EXPECT_THAT(textsOf(asker->heard()), ElementsAreArray(texts));
+        EXPECT_THAT(other->heard(), IsEmpty());
+    }
+};
+
+TEST_F(TvService, TellsOfTuningThenAnswersThenTellsTheStreamsOfAChannel) {
+    asker->play(0, 1, one);
+    const auto heard = asker->heard();
+    EXPECT_THAT(namesOf(heard), ElementsAre("TvServiceTunerStatusMessage", "TvServiceInfo", "TvServiceTunerResult",
+                                            "TvServiceAudioInfo", "TvServiceSubtitleInfo", "TvServiceVideoInfo",
+                                            "TvServiceTeletextInfo"));
+    for (const auto& told : heard)
+        for (const auto& [name, argument] : told.arguments.items()) {
+            const auto& record = argument.is_array() ? argument[0] : argument;
+            EXPECT_EQ(genrpc::textOf(record.at("terminal")), R"({"type":0,"id":1})") << told.text();
+        }
+    EXPECT_EQ(heard[5].arguments["info"]["intParam1"], 1);
+    EXPECT_EQ(heard[5].arguments["info"]["streams"][0]["flagParam1"], true);
+    EXPECT_EQ(heard[5].arguments["info"]["intParam4"], 1920);
+    EXPECT_EQ(heard[4].arguments["info"]["intParam1"], 0) << "no subtitles unless they are chosen";
+    EXPECT_THAT(namesOf(other->heard()),
+                ElementsAre("TvServiceTunerStatusMessage", "TvServiceTunerResult", "TvServiceAudioInfo",
+                            "TvServiceSubtitleInfo", "TvServiceVideoInfo", "TvServiceTeletextInfo"));
+}
+
+TEST_F(TvService, JustAnswersWhatNoTunerIsNeededFor) {
+    for (const char* uri : {"dvb://9.9.9", "hdmi://1", "rec://plain/null", ""}) asker->play(0, 0, uri);
+    EXPECT_THAT(namesOf(asker->heard()),
+                ElementsAre("TvServiceInfo", "TvServiceInfo", "TvServiceInfo", "TvServiceInfo"));
+    EXPECT_THAT(other->heard(), IsEmpty());
+}
+
+TEST_F(TvService, KeepsTheNewsOfAPlayBehindItsDelayedAnswer) {
+    faults.set("delay=20");
+    asker->play(0, 0, one);
+    const auto heard = namesOf(asker->heardUntil("TvServiceTeletextInfo"));
+    const auto at = [&](const char* name) { return std::find(heard.begin(), heard.end(), name) - heard.begin(); };
+    EXPECT_LT(at("TvServiceTunerStatusMessage"), at("TvServiceInfo"));
+    EXPECT_LT(at("TvServiceInfo"), at("TvServiceTunerResult"));
+}
+
+TEST_F(TvService, KeepsBackTheAnswerOnlyWhenMute) {
+    faults.set("mute=on");
+    asker->play(0, 0, one);
+    const auto heard = namesOf(asker->heard());
+    EXPECT_THAT(heard, SizeIs(6));
+    EXPECT_EQ(std::count(heard.begin(), heard.end(), "TvServiceInfo"), 0);
+}
+
+TEST_F(TvService, AnswersAListOfAThousandChannelsWhateverItTellsBesides) {
+    std::vector<tvservice::TvServiceReq_t> requests(1000);
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+        requests[i].terminal = {0, static_cast<int>(i)};
+        requests[i].uri = one;
+    }
+    asker->ask<messages::TvServiceReq>(requests);
+    const auto heard = asker->heard();
+    const auto answer = std::find_if(heard.begin(), heard.end(), [](auto& h) { return h.message == "TvServiceInfo"; });
+    ASSERT_NE(answer, heard.end());
+    EXPECT_THAT(answer->arguments["infos"], SizeIs(1000));
+    EXPECT_THAT(heard, SizeIs(64 + 1 + 64 * 5));
+}
+
+TEST_F(TvService, ChoosesATrackAndTellsEverybody) {
+    asker->play(0, 0, one);
+    forget();
+    chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(0, 0, 2, 7);
+    chooseTrack<messages::TvServiceSubtitleReq, tvservice::TvServiceSubtitleReq_t>(0, 0, 3);
+    chooseTrack<messages::TvServiceVideoReq, tvservice::TvServiceVideoReq_t>(0, 0, 2);
+    chooseTrack<messages::TvServiceTeletextReq, tvservice::TvServiceTeletextReq_t>(0, 0, 1);
+    const auto heard = asker->heard();
+    ASSERT_THAT(namesOf(heard), ElementsAre("TvServiceAudioInfo", "TvServiceSubtitleInfo", "TvServiceVideoInfo",
+                                            "TvServiceTeletextInfo"));
+    std::vector<int> chosen;
+    for (const auto& told : heard) chosen.push_back(told.arguments["info"]["intParam1"]);
+    EXPECT_THAT(chosen, ElementsAre(2, 3, 2, 1));
+    const auto& audio = heard[0].arguments["info"];
+    EXPECT_EQ(audio["intParam3"], 7) << "the request's second number";
+    EXPECT_EQ(audio["streams"][0]["flagParam1"], false);
+    EXPECT_EQ(audio["streams"][1]["flagParam1"], true);
+    EXPECT_EQ(heard[2].arguments["info"]["intParam4"], 720);
+    EXPECT_EQ(textsOf(other->heard()), textsOf(heard));
+}
+
+TEST_F(TvService, TurnsATrackOffAndPlaysWithTheUsualOnesAgain) {
+    asker->play(0, 0, one);
+    chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(0, 0, 0);
+    EXPECT_EQ(asker->heard().back().arguments["info"]["intParam1"], 0);
+    asker->play(0, 0, movies);
+    EXPECT_EQ(asker->heard()[3].arguments["info"]["intParam1"], 1);
+}
+
+TEST_F(TvService, TellsOnlyTheAskerThatATrackCannotBeChosen) {
+    asker->play(0, 0, one);
+    asker->play(0, 1, "hdmi://1");
+    forget();
+    for (const int number : {-1, 5, INT32_MAX, INT32_MIN})
+        chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(0, 0, number);
+    const auto unknown = asker->heard();
+    ASSERT_THAT(unknown, SizeIs(4));
+    for (const auto& told : unknown) {
+        EXPECT_EQ(told.arguments["info"]["intParam1"], 1) << "unchanged";
+        EXPECT_EQ(told.arguments["info"]["intParam2"], services::result::unknownTrack);
+    }
+    chooseTrack<messages::TvServiceTeletextReq, tvservice::TvServiceTeletextReq_t>(0, 1, 1);
+    chooseTrack<messages::TvServiceTeletextReq, tvservice::TvServiceTeletextReq_t>(-7, 99, 1);
+    onlyTheAskerHears(
+        {R"(TvServiceTeletextInfo {"info":{"terminal":{"type":0,"id":1},"intParam1":0,"intParam2":8,"streams":[]}})",
+         R"(TvServiceTeletextInfo {"info":{"terminal":{"type":-7,"id":99},"intParam1":0,"intParam2":8,"streams":[]}})"});
+}
+
+TEST_F(TvService, HasNoTracksAfterAStop) {
+    asker->play(0, 0, one);
+    asker->play(0, 0, tvservice::stopUri);
+    chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(0, 0, 1);
+    EXPECT_EQ(asker->heard().back().arguments["info"]["intParam2"], services::result::nothingShown);
+}
+
+TEST_F(TvService, DescribesAChannelsStreamsToTheAsker) {
+    asker->ask<messages::TvServiceStreamInfoReq>(tvservice::TvServiceStreamInfoReq_t{1});
+    asker->ask<messages::TvServiceStreamInfoReq>(tvservice::TvServiceStreamInfoReq_t{7});
+    onlyTheAskerHears({R"(TvServiceStreamInfo {"info":{"intParam1":1,"strParam1":)"
+                       R"("dvb://1.1.1 One, 2 video, 4 audio, 3 subtitle, 2 teletext"}})",
+                       R"(TvServiceStreamInfo {"info":{"intParam1":7,"strParam1":""}})"});
+}
+
+TEST_F(TvService, SwapsWhatTwoWindowsShowWithTheirTracks) {
+    asker->play(0, 0, one);
+    asker->play(2, 0, movies);
+    chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(2, 0, 4);
+    forget();
+    asker->ask<messages::TvServiceSwapWinReq>(tvservice::TvServiceSwapWinReq_t{2});
+    bothHear({R"(TvServiceSwapWinInfo {"info":{"intParam1":2}})"});
+    const auto entries = table.entries();
+    ASSERT_EQ(entries.size(), 2U);
+    EXPECT_EQ(entries[0].shown.uri, movies);
+    EXPECT_EQ(entries[1].shown.uri, one);
+    chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(0, 0, 99);
+    EXPECT_EQ(asker->heard().back().arguments["info"]["intParam1"], 4);
+}
+
+TEST_F(TvService, TellsOnlyTheAskerThatWindowsCannotBeSwapped) {
+    const auto swap = [&](int type) {
+        asker->ask<messages::TvServiceSwapWinReq>(tvservice::TvServiceSwapWinReq_t{type});
+        onlyTheAskerHears({R"(TvServiceSwapWinInfo {"info":{"intParam1":-1}})"});
+    };
+    swap(1); // neither shows anything
+    asker->play(0, 0, one);
+    forget();
+    swap(0); // with itself
+    lock(1, 0, 1, 12);
+    forget();
+    swap(1); // with a locked one
+}
+
+TEST_F(TvService, ListsWhatTheTerminalsShowToTheAsker) {
+    asker->play(0, 0, movies);
+    asker->play(1, 2, "hdmi://1");
+    forget();
+    asker->ask<messages::TvServiceInfoReq>();
+    const auto heard = asker->heard();
+    ASSERT_THAT(namesOf(heard), ElementsAre("TvServiceInfo", "TvServiceStatusInfo"));
+    EXPECT_EQ(genrpc::textOf(heard[0].arguments),
+              R"({"infos":[{"terminal":{"type":0,"id":0},"result":0,"uri":"dvb://1.2.2","uuid":"","uuidAncestor":"",)"
+              R"("reqId":""},{"terminal":{"type":1,"id":2},"result":0,"uri":"hdmi://1","uuid":"","uuidAncestor":"",)"
+              R"("reqId":""}]})");
+    EXPECT_EQ(genrpc::textOf(heard[1].arguments),
+              R"({"info":{"intParam1":0,"services":[)"
+              R"({"intParam1":0,"byteParam1":1,"intParam2":0,"intParam3":1,"intParam4":2,"intParam5":2,"intParam6":5,)"
+              R"("shortParam1":0,"strParam1":"dvb://1.2.2","byteParam2":0},)"
+              R"({"intParam1":1,"byteParam1":1,"intParam2":2,"intParam3":0,"intParam4":0,"intParam5":0,"intParam6":0,)"
+              R"("shortParam1":0,"strParam1":"hdmi://1","byteParam2":0}]}})");
+    EXPECT_THAT(other->heard(), IsEmpty());
+}
+
+TEST_F(TvService, RefusesPlaysOnALockedTerminalUntilItIsUnlocked) {
+    lock(0, 0, 1, 16);
+    bothHear({R"(TvServiceStatusInfo {"info":{"intParam1":0,"services":[{"intParam1":0,"byteParam1":0,"intParam2":0,)"
+              R"("intParam3":0,"intParam4":0,"intParam5":0,"intParam6":0,"shortParam1":16,"strParam1":"",)"
+              R"("byteParam2":1}]}})"});
+    asker->play(0, 0, one);
+    const auto refused = asker->heard();
+    ASSERT_THAT(namesOf(refused), ElementsAre("TvServiceInfo"));
+    EXPECT_EQ(refused[0].arguments["infos"][0]["result"], services::result::locked);
+    asker->play(0, 0, tvservice::stopUri);
+    EXPECT_EQ(asker->heard()[0].arguments["infos"][0]["result"], services::result::done);
+    lock(0, 0, 0, 0);
+    asker->play(0, 0, one);
+    EXPECT_THAT(asker->heard(), SizeIs(8));
+}
+
+TEST_F(TvService, AsksAllOthersToReleaseATunerAndConfirmsToTheAsker) {
+    asker->ask<messages::TvServiceAskReleaseReq>(tvservice::TvServiceAskReleaseReq_t{3});
+    EXPECT_THAT(textsOf(asker->heard()),
+                ElementsAre(R"(TvServiceAskReleaseConf {"confirmation":{"intParam1":3,"byteParam1":1}})"));
+    EXPECT_THAT(textsOf(other->heard()),
+                ElementsAre(R"(TvServiceAskReleaseInfo {"info":{"intParam1":3,"byteParam1":1}})"));
+    asker->ask<messages::TvServiceAskReleaseReq>(tvservice::TvServiceAskReleaseReq_t{-1});
+    onlyTheAskerHears({R"(TvServiceAskReleaseConf {"confirmation":{"intParam1":-1,"byteParam1":0}})"});
+}
+
+TEST_F(TvService, TellsEverybodyThatTheServiceListHasChanged) {
+    asker->ask<messages::TvServiceSListChangedInd>(tvservice::TvServiceSListChangedInd_t{12});
+    bothHear({R"(TvServiceStatusInfo {"info":{"intParam1":12,"services":[]}})"});
+}
+
+TEST_F(TvService, SaysWhatATryRunWouldPlay) {
+    for (const int number : {2, 0, -1, 7, INT32_MAX})
+        asker->ask<messages::TvServiceTryRunReq>(tvservice::TvServiceTryRunRequestParams_t{number});
+    std::vector<std::string> texts(5, R"(TvServicePlayInfo {"info":{"strParam1":""}})");
+    texts[0] = R"(TvServicePlayInfo {"info":{"strParam1":"dvb://1.1.2"}})";
+    onlyTheAskerHears(texts);
+}
+
+TEST_F(TvService, ChangesTheSoundOfAMultichannelBroadcastForEverybody) {
+    asker->ask<messages::MtsAudioChangeReq>(tvservice::MtsAudioTrack_t{2});
+    bothHear({R"(TvServiceMtsAudioTrackInfoNotify {"track":2})"});
+    asker->ask<messages::MtsAudioChangeReq>(tvservice::MtsAudioTrack_t{-1});
+    asker->ask<messages::MtsAudioChangeReq>(tvservice::MtsAudioTrack_t{3});
+    onlyTheAskerHears(
+        {R"(TvServiceMtsAudioTrackInfoNotify {"track":2})", R"(TvServiceMtsAudioTrackInfoNotify {"track":2})"});
+}
+
+TEST_F(TvService, ChoosesTheConditionalAccessService) {
+    asker->ask<messages::SetCasService>(tvservice::TvServiceCasServiceType_t{4});
+    bothHear({R"(TvServiceCiSasMessageInfo {"info":{"intParam1":4,"byteParam1":1}})"});
+    asker->ask<messages::SetCasService>(tvservice::TvServiceCasServiceType_t{-4});
+    onlyTheAskerHears({R"(TvServiceCiSasMessageInfo {"info":{"intParam1":-4,"byteParam1":0}})"});
+}
+
+TEST_F(TvService, TellsEverybodyAboutANewSource) {
+    asker->ask<messages::TvServiceSourceChanged>(std::string("cable"));
+    asker->ask<messages::TvServiceSourceChanged>(std::string());
+    bothHear({R"(TvServiceNetworkChangeMsg {"message":{"byteParam1":1,"strParam1":"cable"}})",
+              R"(TvServiceNetworkChangeMsg {"message":{"byteParam1":0,"strParam1":""}})"});
+}
+
+TEST_F(TvService, SaysWhichBroadcastApplicationTookAKey) {
+    for (const char* key : {"RED", "BLUE", "HOME", ""}) asker->ask<messages::TvServiceSendKeyReq>(std::string(key));
+    onlyTheAskerHears({R"(TvServiceBroadcastApplictionInfo {"application":1})",
+                       R"(TvServiceBroadcastApplictionInfo {"application":4})",
+                       R"(TvServiceBroadcastApplictionInfo {"application":0})",
+                       R"(TvServiceBroadcastApplictionInfo {"application":0})"});
+}
+
+TEST_F(TvService, TurnsCaptionsOnAndOffAtTheirKey) {
+    for (int i = 0; i < 2; ++i) asker->ask<messages::TvServiceSendKeyReq>(std::string("CC"));
+    EXPECT_THAT(asker->heard(), SizeIs(4));
+    EXPECT_THAT(textsOf(other->heard()), ElementsAre(R"(TvServiceCcInfoNotify {"info":{"intParam1":1}})",
+                                                     R"(TvServiceCcInfoNotify {"info":{"intParam1":0}})"));
+}
+
+TEST_F(TvService, DownloadsPackagesInStepsThatEverybodyIsTold) {
+    asker->ask<messages::RequestPackagesReq>(tvservice::reqeustOadType_t{1}, std::string("kernel,apps"));
+    std::vector<std::string> expected{R"(TvServiceFoundNewOadPacket {"packet":2})",
+                                      R"(TvserviceOadStatusNotify {"status":1,"text":"type 1: kernel,apps"})"};
+    for (int percent = 0; percent <= 100; percent += 10)
+        expected.push_back("TvserviceOadProgressNotify {\"progress\":" + std::to_string(percent) + "}");
+    expected.push_back(R"(TvserviceOadStatusNotify {"status":2,"text":"type 1: kernel,apps"})");
+    const auto isComplete = [&](const auto& all) { return all.size() == expected.size(); };
+    EXPECT_THAT(textsOf(asker->waitUntil(isComplete)), ElementsAreArray(expected));
+    EXPECT_THAT(textsOf(other->waitUntil(isComplete)), ElementsAreArray(expected));
+    // And again: the first one is over.
+    asker->ask<messages::RequestPackagesReq>(tvservice::reqeustOadType_t{1}, std::string("kernel,apps"));
+    EXPECT_THAT(textsOf(asker->waitUntil(isComplete)), ElementsAreArray(expected));
+}
+
+TEST_F(TvService, RefusesADownloadOfNothing) {
+    asker->ask<messages::RequestPackagesReq>(tvservice::reqeustOadType_t{1}, std::string());
+    onlyTheAskerHears({R"(TvserviceOadStatusNotify {"status":3,"text":"no packages are named"})"});
+}
+
+TEST_F(TvService, ToldBytesOfAnyKindTellsThemOnUnchanged) {
+    const std::string source = std::string("a\0b", 3) + std::string(100000, 'x');
+    asker->ask<messages::TvServiceSourceChanged>(source);
+    EXPECT_EQ(asker->heard().at(0).arguments["message"]["strParam1"], source);
+}
+
+// A step is longer than any test: the download is still under way whenever the service ends.
+TEST(Downloads, AreOneAtATimeAndGivenUpWhenTheServiceEnds) {
+    host::MessageQueue queue;
+    char folder[] = "/tmp/tv-service-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    setenv("RUNTIME_DIRECTORY", folder, 1);
+    services::TerminalTable table;
+    services::FaultSwitches faults;
+    const auto channels = services::ChannelList::builtIn();
+    {
+        services::TvService service(table, faults, channels, 1h);
+        service.offer(queue);
+        queue.start();
+        {
+            Client client;
+            for (int i = 0; i < 2; ++i)
+                client.ask<messages::RequestPackagesReq>(tvservice::reqeustOadType_t{0}, std::string("kernel"));
+            EXPECT_THAT(textsOf(client.heard()),
+                        ElementsAre(R"(TvServiceFoundNewOadPacket {"packet":1})",
+                                    R"(TvserviceOadStatusNotify {"status":1,"text":"type 0: kernel"})",
+                                    R"(TvserviceOadStatusNotify {"status":3,"text":"a download is under way"})"));
+        }
+        queue.stop();
+    }
+    std::filesystem::remove_all(folder);
+}
+
+} // namespace
