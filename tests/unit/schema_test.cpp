@@ -1,0 +1,199 @@
+// The schema: that it says what the code does, to people and programs, and that the document says the same.
+#include <mmservice/messages.h>
+#include <tvservice/messages.h>
+
+#include <algorithm>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <schema/schema.h>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+using nlohmann::json;
+using schema::Kind;
+using testing::HasSubstr;
+
+const schema::Record& recordNamed(const std::string& name) {
+    for (const auto& service : schema::services())
+        for (const auto& record : service.records)
+            if (name == record.name) return record;
+    throw std::out_of_range("no record " + name);
+}
+
+// What the marshaller's table has to say where the schema has a field of this type.
+vdl::EndianEntry entryOf(const schema::Field& field) {
+    const auto entry = [&](std::size_t kind, vdl::EndianEntry::Arg arg) {
+        return vdl::EndianEntry{static_cast<std::uint16_t>(field.offset), static_cast<std::uint16_t>(kind), arg};
+    };
+    switch (field.type.kind) {
+        case Kind::Scalar:
+        case Kind::Flag:
+            return entry(field.type.size, 0);
+        case Kind::String:
+            return entry(vdl::EndianNested, &__vdl_EndianTable_vdlDeserString_t);
+        case Kind::StringList:
+            return entry(vdl::EndianNested, &__vdl_EndianTable_vdlDeserBlobString_t);
+        case Kind::Uint32List:
+            return entry(vdl::EndianNested, &__vdl_EndianTable_vdlDeserBlobUint32_t);
+        case Kind::Record:
+            return entry(vdl::EndianNested, recordNamed(field.type.record).table);
+        case Kind::Sequence:
+            break;
+    }
+    return entry(vdl::EndianSequence, recordNamed(field.type.record).table);
+}
+
+void expectSameEntry(const vdl::EndianEntry& found, const vdl::EndianEntry& wanted) {
+    EXPECT_EQ(found.offset, wanted.offset);
+    EXPECT_EQ(found.kind, wanted.kind);
+    EXPECT_EQ(found.arg.word, wanted.arg.word);
+}
+
+// isMessage: a sequence that is an argument stands in a table of its own.
+void expectSameLayout(const std::vector<schema::Field>& fields, const vdl::EndianTable& table, bool isMessage) {
+    const vdl::EndianEntry* entry = table.entries;
+    std::size_t end = 0;
+    for (const auto& field : fields) {
+        SCOPED_TRACE(field.name);
+        ASSERT_NE(entry->arg.word, vdl::EndianEntry::terminator) << "the table ends before the schema";
+        if (isMessage && field.type.kind == Kind::Sequence) {
+            EXPECT_EQ(entry->offset, field.offset);
+            ASSERT_EQ(entry->kind, vdl::EndianNested);
+            EXPECT_EQ(entry->arg.table->size, field.type.size);
+            schema::Field alone = field;
+            alone.offset = 0;
+            expectSameEntry(entry->arg.table->entries[0], entryOf(alone));
+        } else {
+            expectSameEntry(*entry, entryOf(field));
+        }
+        EXPECT_EQ(field.offset, end);
+        end += field.type.size;
+        ++entry;
+    }
+    EXPECT_EQ(entry->arg.word, vdl::EndianEntry::terminator) << "the schema ends before the table";
+    EXPECT_EQ(table.size, isMessage && fields.empty() ? 1 : end);
+}
+
+TEST(Schema, HasTheRecordsAsTheMarshallerKnowsThem) {
+    std::set<std::string> names;
+    for (const auto& service : schema::services()) {
+        for (const auto& record : service.records) {
+            SCOPED_TRACE(record.name);
+            EXPECT_TRUE(names.insert(record.name).second) << "two records of one name";
+            expectSameLayout(record.fields, *record.table, false);
+        }
+    }
+    EXPECT_EQ(names.size(), 42U);
+}
+
+TEST(Schema, HasTheMessagesAsTheMarshallerKnowsThem) {
+    for (const auto& service : schema::services()) {
+        for (const auto& message : service.messages) {
+            SCOPED_TRACE(message.name);
+            expectSameLayout(message.arguments, *message.table, true);
+        }
+    }
+}
+
+TEST(Schema, HasTheMessagesThatPeersAgreeOn) {
+    const frame::MessageSet sets[] = {tvservice::messageSet(), mmservice::messageSet()};
+    ASSERT_EQ(schema::services().size(), std::size(sets));
+    for (std::size_t i = 0; i < std::size(sets); ++i) {
+        const auto& messages = schema::services()[i].messages;
+        ASSERT_EQ(messages.size(), sets[i].count);
+        for (std::size_t m = 0; m < messages.size(); ++m) {
+            SCOPED_TRACE(messages[m].name);
+            EXPECT_STREQ(messages[m].name, sets[i].messages[m].name);
+            EXPECT_EQ(messages[m].meta, sets[i].messages[m].meta);
+            EXPECT_EQ(messages[m].table, sets[i].messages[m].table);
+        }
+    }
+}
+
+TEST(Schema, CountsTheMessagesOfEachDirection) {
+    const auto count = [](const schema::Service& service, const std::string& direction) {
+        return std::count_if(service.messages.begin(), service.messages.end(),
+                             [&](const auto& message) { return direction == message.direction; });
+    };
+    const auto& tv = schema::services()[0];
+    const auto& mm = schema::services()[1];
+    EXPECT_STREQ(tv.name, "tvservice");
+    EXPECT_EQ(count(tv, "Request"), 17);
+    EXPECT_EQ(count(tv, "Notification"), 25);
+    EXPECT_STREQ(mm.name, "mmservice");
+    EXPECT_EQ(count(mm, "Request"), 1);
+    EXPECT_EQ(count(mm, "Notification"), 1);
+}
+
+TEST(Schema, GivesEveryMethodAsItIsDeclared) {
+    const auto signatureOf = [](const std::string& name) {
+        for (const auto& message : schema::services()[0].messages)
+            if (name == message.name) return message.signature;
+        return std::string();
+    };
+    const std::string first = "(frame::MsgIds& ids, const frame::TransportInfo& transport";
+    EXPECT_EQ(signatureOf("TvServiceReq"),
+              "int tvServiceReq" + first + ", const std::vector<tvservice::TvServiceReq_t>& requests)");
+    EXPECT_EQ(signatureOf("TvServiceInfoReq"), "int tvServiceInfoReq" + first + ")");
+    EXPECT_EQ(signatureOf("RequestPackagesReq"),
+              "int requestPackagesReq" + first + ", tvservice::reqeustOadType_t type, const std::string& packages)");
+    EXPECT_EQ(signatureOf("TvServiceFoundNewOadPacket"),
+              "int tvServiceFoundNewOadPacket" + first + ", std::uint32_t packet)");
+}
+
+TEST(SchemaAsJson, SaysOfEachFieldWhereItIsAndWhatItIs) {
+    const json all = json::parse(schema::asJson());
+    EXPECT_EQ(all["version"], 1);
+    const auto& records = all["services"][0]["records"];
+    const auto record = std::find_if(records.begin(), records.end(),
+                                     [](const json& one) { return one["name"] == "TvServiceConflictInfo_t"; });
+    ASSERT_NE(record, records.end());
+    EXPECT_EQ(*record, json::parse(R"({
+        "name": "TvServiceConflictInfo_t", "family": "Stream", "size": 20, "fields": [
+            {"name": "uintList1", "offset": 0, "size": 8, "kind": "uint32List"},
+            {"name": "uintList2", "offset": 8, "size": 8, "kind": "uint32List"},
+            {"name": "intParam1", "offset": 16, "size": 4, "kind": "scalar", "signed": true}]})"));
+    const auto& message = all["services"][1]["messages"][0];
+    EXPECT_EQ(message["meta"], json::parse(R"({"instance": 4294967295, "interfaceCode": 483227507,
+                                               "messageId": 677843510, "flag": 0})"));
+    EXPECT_EQ(message["arguments"], json::parse(R"([{"name": "requests", "offset": 0, "size": 8, "kind": "sequence",
+                                                     "record": "MMServiceReq_t"}])"));
+}
+
+TEST(SchemaAsJson, ExplainsEveryKindThatItUses) {
+    const json all = json::parse(schema::asJson());
+    std::set<std::string> used, explained;
+    for (const auto& [kind, meaning] : all["kinds"].items()) explained.insert(kind);
+    for (const auto& service : all["services"]) {
+        for (const auto& message : service["messages"])
+            for (const auto& argument : message["arguments"]) used.insert(argument["kind"]);
+        for (const auto& record : service["records"])
+            for (const auto& field : record["fields"]) used.insert(field["kind"]);
+    }
+    EXPECT_EQ(used, explained);
+}
+
+TEST(SchemaAsText, NamesEveryMessageAndFieldWithItsType) {
+    const std::string text = schema::asText();
+    for (const auto& service : schema::services()) {
+        for (const auto& message : service.messages) EXPECT_THAT(text, HasSubstr(message.signature));
+        for (const auto& record : service.records) EXPECT_THAT(text, HasSubstr(" record " + std::string(record.name)));
+    }
+    EXPECT_THAT(text, HasSubstr("tvservice Notification 0x28671248 TvServiceConflictInfo, 20 bytes\n"));
+    EXPECT_THAT(text, HasSubstr("       0    8  uintList1  list of uint32\n"));
+}
+
+TEST(MessagesDocument, IsWhatTheSchemaSays) {
+    std::ifstream file(MESSAGES_DOCUMENT);
+    const std::string found{std::istreambuf_iterator<char>(file), {}};
+    EXPECT_TRUE(found == schema::asMarkdown()) << "docs/messages.md is out of date; make it anew: "
+                                                  "build/release/bin/tvctl schema --markdown > docs/messages.md";
+}
+
+} // namespace
