@@ -37,6 +37,20 @@ void* allocate(std::size_t size) {
 // Out of line: the compiler would take a malloc that it sees for a block that delete must not get.
 [[gnu::noinline]] void* operator new(std::size_t size) { return allocate(size); }
 [[gnu::noinline]] void* operator new[](std::size_t size) { return allocate(size); }
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    try {
+        return allocate(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    try {
+        return allocate(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 [[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
 [[gnu::noinline]] void operator delete[](void* block) noexcept { std::free(block); }
 [[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
@@ -64,7 +78,8 @@ bool eventually(const std::function<bool()>& condition) {
     return true;
 }
 
-// No descriptor can be opened while it lives.
+// No descriptor can be opened while it lives. What a test does meanwhile it must have done before: the address
+// sanitizer needs descriptors to look at an object of a type that is new to it.
 class NoDescriptors {
 public:
     NoDescriptors() {
@@ -185,7 +200,8 @@ TEST_F(Shortage, OfDescriptorsMakesClientsWaitUntilThereIsOne) {
     makeClient();
     server->start();
     client->start();
-    ASSERT_TRUE(eventually([&] { return atClient().connected; }));
+    ASSERT_EQ(sendNumber(*door, 1).result, 0);
+    ASSERT_TRUE(eventually([&] { return taken == 1; }));
 
     // A second client has its socket already when there are no more.
     const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -196,8 +212,8 @@ TEST_F(Shortage, OfDescriptorsMakesClientsWaitUntilThereIsOne) {
         const NoDescriptors none;
         ASSERT_EQ(connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         EXPECT_TRUE(log.waitFor("service tuner: cannot accept clients: Too many open files", 20s));
-        EXPECT_EQ(sendNumber(*door, 1).result, 0); // those that are connected do not suffer
-        EXPECT_TRUE(eventually([&] { return taken == 1; }));
+        EXPECT_EQ(sendNumber(*door, 2).result, 0); // those that are connected do not suffer
+        EXPECT_TRUE(eventually([&] { return taken == 2; }));
     }
     const timeval patience{20, 0};
     setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
@@ -211,16 +227,18 @@ TEST_F(Shortage, OfDescriptorsMakesClientsWaitUntilThereIsOne) {
 }
 
 TEST_F(Shortage, OfDescriptorsMakesAClientTryAgain) {
-    makeServer();
     makeClient();
-    server->start();
+    client->start();
+    ASSERT_EQ(sendNumber(*door, 1).result, 0);
+    ASSERT_TRUE(log.waitFor("No such file or directory", 20s));
     {
         const NoDescriptors none;
-        client->start();
         EXPECT_TRUE(log.waitFor("Too many open files", 20s));
-        EXPECT_EQ(sendNumber(*door, 1).result, 0);
+        EXPECT_EQ(sendNumber(*door, 2).result, 0);
     }
-    EXPECT_TRUE(eventually([&] { return taken == 1; }));
+    makeServer();
+    server->start();
+    EXPECT_TRUE(eventually([&] { return taken == 2; }));
 }
 
 TEST_F(Shortage, OfMemoryQueuesNothingAndCompletesOnce) {
