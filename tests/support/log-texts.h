@@ -8,13 +8,14 @@
 
 namespace support {
 
-// The lines so far, without the line numbers: "file.cpp:function(): text".
+// The lines so far, without the line numbers of those that begin with their place: "file.cpp:function(): text".
 inline std::vector<std::string> textsOf(const host::LogCapture& log) {
     std::vector<std::string> texts;
     for (const auto& line : log.lines()) {
         std::string text = line.text;
         const auto first = text.find(':'), second = text.find(':', first + 1);
-        texts.push_back(text.erase(first, second - first));
+        if (second != std::string::npos) text.erase(first, second - first);
+        texts.push_back(text);
     }
     return texts;
 }

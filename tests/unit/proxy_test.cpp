@@ -1,11 +1,13 @@
-// The proxies against a recording IO module: what they send, what they bind, whom they deliver to.
+// The proxies' lives, their registries, and the delivery of an answer (proxy_messages_test.cpp has all messages).
 #include "app-mmservice-proxy-main.h"
 #include "app-tvservice-proxy-main.h"
+#include "support/log-texts.h"
+#include "support/recording-module.h"
+#include "support/wire.h"
 
 #include <frame/process.h>
 #include <genrpc/log.h>
 #include <host/log-capture.h>
-#include <host/marshaller.h>
 #include <mmservice/messages.h>
 #include <tvservice/client-base.h>
 #include <tvservice/messages.h>
@@ -19,64 +21,11 @@
 #include <string>
 #include <vector>
 
+using support::RecordingModule;
+using support::textsOf;
 using testing::ElementsAre;
 
 namespace {
-
-// Keeps what is sent and bound; completes at once, or never while `holds`.
-class RecordingModule : public frame::OmqIOModule {
-public:
-    struct Sent {
-        frame::MsgIds ids;
-        frame::MsgMeta meta;
-        bool hasTransport;
-        const vdl::EndianTable* table;
-        std::string wire;
-    };
-    struct Bound {
-        frame::MsgMeta meta;
-        frame::MessageHandler handler;
-        void* context;
-        const vdl::EndianTable* table;
-    };
-
-    int registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHandler handler, void* context,
-                               const vdl::EndianTable& table) override {
-        bound.push_back({meta, handler, context, &table});
-        return -17;
-    }
-    int asyncSend(const frame::MsgIds& ids, const frame::MsgMeta& meta, const frame::TransportInfo* transport,
-                  const vdl::EndianTable& table, const void* payload,
-                  const boost::function<void()>& completed) override {
-        host::Bytes wire;
-        host::marshal(host::planOf(table), payload, wire, 1U << 20);
-        sent.push_back({ids, meta, transport != nullptr, &table, std::string(wire.data(), wire.size())});
-        completed();
-        return -11;
-    }
-
-    std::vector<Sent> sent;
-    std::vector<Bound> bound;
-};
-
-template <class Message, class... Args> std::string wireOf(const Args&... args) {
-    genrpc::FlatRegion* region = genrpc::FlatRegion::create(64);
-    host::Bytes wire;
-    host::marshal(host::planOf(*Message::table()), Message::Body::build(*region, args...), wire, 1U << 20);
-    genrpc::FlatRegion::release(region);
-    return std::string(wire.data(), wire.size());
-}
-
-std::vector<std::string> texts(const host::LogCapture& log) {
-    std::vector<std::string> result;
-    for (const auto& line : log.lines()) {
-        std::string text = line.text;
-        const auto first = text.find(':'), second = text.find(':', first + 1);
-        text.replace(first, second - first, "");
-        result.push_back(text);
-    }
-    return result;
-}
 
 class TvClient : public tvservice::ClientBase {
 public:
@@ -99,17 +48,9 @@ protected:
     TvProxy() { proxy.setOmqIOModule(&module); }
     // Delivers one notification as the framework does.
     int notify(const std::vector<tvservice::TvServiceInfo_t>& infos, const frame::TransportInfo& transport = {}) {
-        genrpc::FlatRegion* region = genrpc::FlatRegion::create(64);
-        const char* body = tvservice::messages::TvServiceInfo::Body::build(*region, infos);
-        try {
-            const int result =
-                tvservice::Proxy::callTvServiceInfo(tvservice::messages::TvServiceInfo::meta, transport, body, &proxy);
-            genrpc::FlatRegion::release(region);
-            return result;
-        } catch (...) {
-            genrpc::FlatRegion::release(region);
-            throw;
-        }
+        const support::FlatBody<tvservice::messages::TvServiceInfo> body(std::tuple{infos});
+        return tvservice::Proxy::callTvServiceInfo(tvservice::messages::TvServiceInfo::meta, transport, body.get(),
+                                                   &proxy);
     }
 
     RecordingModule module;
@@ -122,38 +63,9 @@ TEST_F(TvProxy, SetsItsServiceAndBufferWhenMade) {
     tvservice::Proxy made;
     EXPECT_EQ(made.getServiceName(), "tvservice");
     EXPECT_EQ(made.getSendBufferSize(), 16384U);
-    EXPECT_THAT(texts(log),
+    EXPECT_THAT(textsOf(log),
                 ElementsAre("app-tvservice-proxy-main.cpp:Proxy(): Called.",
                             "app-tvservice-proxy-main.cpp:Proxy(): the buffer size for tvservice is 16384."));
-}
-
-TEST_F(TvProxy, SendsAPlayRequestWithTheCallersIdsAndWithoutItsTransport) {
-    const auto before = host::flatHeapUsage().blocks;
-    const std::vector<tvservice::TvServiceReq_t> requests(3, tvservice::TvServiceReq_t{{1, 2}, 3, 4, 5, "uri"});
-    frame::MsgIds ids{11, 12};
-    EXPECT_EQ(proxy.tvServiceReq(ids, frame::TransportInfo{5, {}}, requests), 0);
-    ASSERT_EQ(module.sent.size(), 1U);
-    const auto& sent = module.sent.front();
-    EXPECT_EQ(sent.ids, (frame::MsgIds{11, 12}));
-    EXPECT_EQ(sent.meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7773, 0x28671236, 0}));
-    EXPECT_FALSE(sent.hasTransport);
-    EXPECT_EQ(sent.table, tvservice::messages::TvServiceReq::table());
-    EXPECT_EQ(sent.wire, wireOf<tvservice::messages::TvServiceReq>(requests));
-    EXPECT_EQ(host::flatHeapUsage().blocks, before);
-}
-
-TEST_F(TvProxy, SendsAnEmptyListAsCountZeroAndNoPointer) {
-    frame::MsgIds ids;
-    proxy.tvServiceReq(ids, {}, {});
-    EXPECT_EQ(module.sent.front().wire, std::string(8, '\0'));
-}
-
-TEST_F(TvProxy, BindsItsNotificationToItself) {
-    EXPECT_EQ(proxy.registerMessageHandlers(), 0);
-    ASSERT_EQ(module.bound.size(), 25U);
-    EXPECT_EQ(module.bound[0].meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7774, 0x28671247, 1}));
-    EXPECT_EQ(module.bound[0].context, &proxy);
-    EXPECT_EQ(module.bound[0].table, tvservice::messages::TvServiceInfo::table());
 }
 
 TEST_F(TvProxy, AnswersMinusSeventeenAndMinusTwoForClientsThatAreKnownAndUnknown) {
@@ -163,7 +75,7 @@ TEST_F(TvProxy, AnswersMinusSeventeenAndMinusTwoForClientsThatAreKnownAndUnknown
     EXPECT_EQ(proxy.addClient(client), -17);
     EXPECT_EQ(proxy.removeClient(client), 0);
     EXPECT_EQ(proxy.removeClient(client), -2);
-    EXPECT_THAT(texts(log),
+    EXPECT_THAT(textsOf(log),
                 ElementsAre("app-tvservice-proxy-main.cpp:addClient(): success, 1 total.",
                             "app-tvservice-proxy-main.cpp:addClient(): Client already exists, 1 total.",
                             "app-tvservice-proxy-main.cpp:removeClient(): success, 0 remaining.",
@@ -194,8 +106,8 @@ TEST_F(TvProxy, DeliversAnEmptyListToEveryClient) {
 TEST_F(TvProxy, OnlyLogsWithoutClients) {
     host::LogCapture log{{genrpc::TvProxyLog}};
     EXPECT_EQ(notify(oneInfo), 0);
-    EXPECT_THAT(texts(log), ElementsAre("app-tvservice-proxy-main.cpp:callTvServiceInfo(): Eneter",
-                                        "app-tvservice-proxy-main.cpp:callTvServiceInfo(): Exit"));
+    EXPECT_THAT(textsOf(log), ElementsAre("app-tvservice-proxy-main.cpp:callTvServiceInfo(): Eneter",
+                                          "app-tvservice-proxy-main.cpp:callTvServiceInfo(): Exit"));
 }
 
 TEST_F(TvProxy, GoesOnWithItsCopyWhenAClientRemovesItselfOrSends) {
@@ -246,23 +158,20 @@ TEST(MmProxy, SendsItsRequestAndDeliversTheAnswer) {
     EXPECT_EQ(proxy.mmServiceReq(ids, {}, requests), 0);
     EXPECT_EQ(module.sent.front().meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7773, 0x28671236, 0}));
     EXPECT_EQ(module.sent.front().table, mmservice::messages::MmServiceReq::table());
-    EXPECT_EQ(module.sent.front().wire, wireOf<mmservice::messages::MmServiceReq>(requests));
+    EXPECT_EQ(module.sent.front().wire, support::wireOf<mmservice::messages::MmServiceReq>({requests}));
 
     EXPECT_EQ(proxy.registerMessageHandlers(), 0);
     EXPECT_EQ(module.bound.front().meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7774, 0x28671237, 1}));
     const auto client = boost::make_shared<MmClient>();
     EXPECT_EQ(proxy.addClient(client), 0);
     EXPECT_EQ(proxy.addClient(client), -17);
-    genrpc::FlatRegion* region = genrpc::FlatRegion::create(64);
     const std::vector<mmservice::MMServiceInfo_t> infos{{{1, 2}, 3, "uri", "uuid", "ancestor", "7"}};
     host::LogCapture log{{genrpc::MmProxyLog}};
-    module.bound.front().handler(module.bound.front().meta, {},
-                                 mmservice::messages::MmServiceInfo::Body::build(*region, infos),
-                                 module.bound.front().context);
-    genrpc::FlatRegion::release(region);
+    const support::FlatBody<mmservice::messages::MmServiceInfo> body(std::tuple{infos});
+    module.bound.front().handler(module.bound.front().meta, {}, body.get(), module.bound.front().context);
     EXPECT_THAT(client->notifications, ElementsAre(infos));
-    EXPECT_THAT(texts(log), ElementsAre("app-mmservice-proxy-main.cpp:callMmServiceInfo(): Eneter",
-                                        "app-mmservice-proxy-main.cpp:callMmServiceInfo(): Exit"));
+    EXPECT_THAT(textsOf(log), ElementsAre("app-mmservice-proxy-main.cpp:callMmServiceInfo(): Eneter",
+                                          "app-mmservice-proxy-main.cpp:callMmServiceInfo(): Exit"));
     EXPECT_EQ(proxy.removeClient(client), 0);
     EXPECT_EQ(proxy.removeClient(client), -2);
 }

@@ -1,0 +1,314 @@
+// What the adapter passes to the TV service and from it to the applications, and its starts with services missing.
+#include "client-objects.h"
+#include "support/fake-shell.h"
+#include "support/log-texts.h"
+#include "support/samples.h"
+#include "support/tv-doubles.h"
+#include "support/tv-messages.h"
+
+#include <frame/process.h>
+#include <genrpc/log.h>
+#include <host/log-capture.h>
+#include <mmservice/interfaces.h>
+#include <tvservice-adapter/model-tvservice-adapter.h>
+
+#include <algorithm>
+#include <boost/make_shared.hpp>
+#include <cstring>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+using namespace tvservice;
+using support::textsOf;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+const frame::TransportInfo transport{5, {6, 7}};
+
+template <class Message> auto sampleOf() { return support::Samples().next<typename Message::Body::Arguments>(); }
+
+// One call as expected: this message with its sample, the caller's ids, the transport above.
+template <class Message> void expectOneCall(const support::Recorder& recorder) {
+    ASSERT_THAT(recorder.calls, SizeIs(1));
+    const support::Call& call = recorder.calls.front();
+    EXPECT_EQ(call.message, Message::name);
+    EXPECT_EQ(call.arguments, std::apply([](const auto&... args) { return genrpc::argumentsToJson<Message>(args...); },
+                                         sampleOf<Message>()));
+    EXPECT_EQ(call.ids, (frame::MsgIds{11, 12}));
+    EXPECT_EQ(call.transport, transport);
+}
+
+// ---- the adapter's client object ----
+
+// The object's mutex, which nobody else needs to see.
+template <auto Member> struct Reveal {
+    friend std::mutex& clientMutexOf(TvServiceClient& object) { return object.*Member; }
+};
+std::mutex& clientMutexOf(TvServiceClient& object);
+template struct Reveal<&TvServiceClient::clientMutex>;
+
+// Whether a thread other than this one could register a client now.
+bool isFree(TvServiceClient& object) {
+    bool free = false;
+    std::thread([&] {
+        std::mutex& mutex = clientMutexOf(object);
+        free = mutex.try_lock();
+        if (free) mutex.unlock();
+    }).join();
+    return free;
+}
+
+class EveryNotification : public testing::Test {
+protected:
+    EveryNotification() {
+        for (auto& client : clients) {
+            client = boost::make_shared<support::RecordingTvClient>();
+            client->result = -5;
+        }
+    }
+    void addAll() {
+        for (const auto& client : clients) object.addClient(client);
+    }
+    template <class Message> int deliver() {
+        for (const auto& client : clients) client->calls.clear();
+        frame::MsgIds ids{11, 12};
+        return support::call<Message, ClientInterface>(object, ids, transport, sampleOf<Message>());
+    }
+
+    boost::shared_ptr<support::RecordingTvClient> clients[3];
+    TvServiceClient object;
+};
+
+TEST_F(EveryNotification, ReachesEveryClientUnchangedAndIsNotLogged) {
+    addAll();
+    const host::LogCapture log{{genrpc::AdapterLog, genrpc::ManagerLog}};
+    support::forEach(support::TvNews{}, [&]<class Message>() {
+        EXPECT_EQ(deliver<Message>(), 0) << "whatever the clients answer";
+        for (const auto& client : clients) expectOneCall<Message>(*client);
+    });
+    EXPECT_THAT(textsOf(log), IsEmpty());
+}
+
+TEST_F(EveryNotification, DoesNothingWithoutClients) {
+    support::forEach(support::TvNews{}, [&]<class Message>() { EXPECT_EQ(deliver<Message>(), 0); });
+}
+
+TEST_F(EveryNotification, HoldsTheRegistryStillWhileItCallsTheClients) {
+    object.addClient(clients[0]);
+    clients[0]->then = [&](frame::MsgIds&) { EXPECT_FALSE(isFree(object)); };
+    support::forEach(support::TvNews{}, [&]<class Message>() {
+        deliver<Message>();
+        EXPECT_TRUE(isFree(object));
+    });
+    frame::MsgIds ids;
+    object.tvServiceInfocb(ids, transport, {});
+    EXPECT_TRUE(isFree(object));
+}
+
+TEST_F(EveryNotification, EndsAtAClientThatThrowsAndGivesTheLockBack) {
+    addAll();
+    clients[1]->then = [](frame::MsgIds&) { throw std::runtime_error("client"); };
+    support::forEach(support::TvNews{}, [&]<class Message>() {
+        EXPECT_THROW(deliver<Message>(), std::runtime_error);
+        expectOneCall<Message>(*clients[0]);
+        EXPECT_THAT(clients[2]->calls, IsEmpty());
+        EXPECT_TRUE(isFree(object));
+    });
+}
+
+// ---- requests ----
+
+template <class Message> struct Forwarder;
+#define FORWARDER(service, direction, Name, method, ...) \
+    template <> struct Forwarder<messages::Name> { static constexpr auto pointer = &ModelTvServiceAdapter::method; };
+TVSERVICE_REQUESTS(FORWARDER)
+#undef FORWARDER
+
+// A service in the process for as long as it lives.
+template <class Interface, class Service> class Registered : public frame::AbstractApplication, public Service {
+public:
+    Registered() {
+        attachProcess(*frame::Process::getInstance());
+        EXPECT_EQ(registerInterface(static_cast<Interface*>(this), Interface::interfaceKey), 0);
+    }
+    ~Registered() override { detachProcess(); }
+};
+using TvService = Registered<ServiceInterface, support::RecordingTvService>;
+
+class CountingMmService : public mmservice::ServiceInterface {
+public:
+    int mmServiceReq(frame::MsgIds&, const frame::TransportInfo&,
+                     const std::vector<mmservice::MMServiceReq_t>&) override {
+        return 0;
+    }
+    int addClient(boost::shared_ptr<mmservice::ClientInterface> client) override {
+        clients.push_back(std::move(client));
+        return -17; // which does not matter to the adapter
+    }
+    int removeClient(boost::shared_ptr<mmservice::ClientInterface>) override { return 0; }
+    std::vector<boost::shared_ptr<mmservice::ClientInterface>> clients;
+};
+using MmService = Registered<mmservice::ServiceInterface, CountingMmService>;
+
+// An adapter that lives as long as the process, as the resource manager keeps its client object's address.
+ModelTvServiceAdapter& newAdapter() {
+    support::FakeShell::get(); // which it registers its command with when it starts
+    auto* adapter = new ModelTvServiceAdapter;
+    static std::vector<ModelTvServiceAdapter*> all; // keeps it reachable
+    all.push_back(adapter);
+    adapter->attachProcess(*frame::Process::getInstance());
+    return *adapter;
+}
+
+class EveryRequest : public testing::Test {
+protected:
+    EveryRequest() { EXPECT_EQ(adapter.start(), 0); }
+    template <class Message> int request() {
+        service.calls.clear();
+        return std::apply(
+            [&](const auto&... args) { return (adapter.*Forwarder<Message>::pointer)(ids, transport, args...); },
+            sampleOf<Message>());
+    }
+    template <class Message> static constexpr bool isForwarded = !std::is_same_v<Message, messages::TvServiceReq>;
+
+    TvService service;
+    MmService otherService;
+    ModelTvServiceAdapter& adapter = newAdapter();
+    frame::MsgIds ids{11, 12};
+};
+
+TEST_F(EveryRequest, PassesUnchangedToTheTvServiceAndReturnsItsResult) {
+    service.result = -42;
+    support::forEach(support::TvRequests{}, [&]<class Message>() {
+        if constexpr (isForwarded<Message>) {
+            EXPECT_EQ(request<Message>(), -42);
+            expectOneCall<Message>(service);
+        }
+    });
+}
+
+TEST_F(EveryRequest, HandsTheServiceTheCallersOwnIds) {
+    service.then = [this](frame::MsgIds& seen) { EXPECT_EQ(&seen, &ids); };
+    support::forEach(support::TvRequests{}, [&]<class Message>() {
+        if constexpr (isForwarded<Message>) request<Message>();
+    });
+}
+
+TEST_F(EveryRequest, LogsOneLineExceptForThreeThatLogNone) {
+    const std::vector<std::string> silent{"setCasService", "requestPackagesReq", "tvServiceSourceChanged"};
+    int logged = 0;
+    support::forEach(support::TvRequests{}, [&]<class Message>() {
+        if constexpr (isForwarded<Message>) {
+            const std::string method = support::Method<Message>::name;
+            const host::LogCapture log{{genrpc::AdapterLog}};
+            request<Message>();
+            if (std::find(silent.begin(), silent.end(), method) != silent.end()) {
+                EXPECT_THAT(textsOf(log), IsEmpty());
+            } else {
+                EXPECT_THAT(textsOf(log), ElementsAre("tvservice-adapter.cpp:" + method + "(): Called."));
+                ++logged;
+            }
+        }
+    });
+    EXPECT_EQ(logged, 13) << "the fourteenth is the play request";
+}
+
+TEST_F(EveryRequest, ToPlayGoesToTheResourceManager) {
+    const host::LogCapture log{{genrpc::AdapterLog, genrpc::ManagerLog}};
+    EXPECT_EQ(adapter.tvServiceReq(ids, transport, {}), 0);
+    EXPECT_THAT(textsOf(log), ElementsAre("tvservice-adapter.cpp:tvServiceReq(): Called.",
+                                          "resource-manager.cpp:tvServiceReq(): Called"));
+    EXPECT_THAT(service.calls, IsEmpty());
+}
+
+#if defined(__x86_64__) || defined(__i386__)
+// The slot that a pointer to a member function names; -1 when the function is not virtual.
+template <class Pointer> std::ptrdiff_t slotOf(Pointer pointer) {
+    std::ptrdiff_t word;
+    std::memcpy(&word, &pointer, sizeof word);
+    return word % 2 == 0 ? -1 : word / static_cast<std::ptrdiff_t>(sizeof(void*));
+}
+
+TEST(AdapterInterface, HasOneVirtualRequestBehindTheFrameworksOwn) {
+    support::forEach(support::TvRequests{}, []<class Message>() {
+        const auto slot = slotOf(Forwarder<Message>::pointer);
+        if constexpr (std::is_same_v<Message, messages::SetCasService>)
+            EXPECT_EQ(slot, slotOf(&ModelTvServiceAdapter::performStopping) + 1);
+        else
+            EXPECT_EQ(slot, -1);
+    });
+}
+#endif
+
+static_assert(std::is_base_of_v<frame::AbstractApplication, ModelTvServiceAdapter>);
+static_assert(!std::is_base_of_v<ServiceInterface, ModelTvServiceAdapter>);
+
+// ---- starting ----
+
+TEST(AdapterStart, WithoutTheTvServiceMakesTheMmServicesClientOnly) {
+    MmService mm;
+    auto& adapter = newAdapter();
+    const host::LogCapture log{{genrpc::AdapterLog}};
+    EXPECT_EQ(adapter.start(), 0);
+    EXPECT_THAT(mm.clients, SizeIs(1));
+    const auto lines = textsOf(log);
+    ASSERT_THAT(lines, SizeIs(3));
+    EXPECT_EQ(lines[0], "tvservice-adapter.cpp:performStarting(): Called.");
+    EXPECT_EQ(lines[1], "tvservice-adapter.cpp:performStarting(): Unable to lookup tvservice-interface: -2.");
+    EXPECT_THAT(lines[2],
+                testing::StartsWith("tvservice-adapter.cpp:performStarting(): mmservice-interface pointer = "));
+}
+
+TEST(AdapterStart, WithoutTheMmServiceMakesTheTvServicesClientOnly) {
+    TvService tv;
+    auto& adapter = newAdapter();
+    const host::LogCapture log{{genrpc::AdapterLog}};
+    EXPECT_EQ(adapter.start(), 0);
+    EXPECT_THAT(tv.clients, SizeIs(1));
+    const auto lines = textsOf(log);
+    ASSERT_THAT(lines, SizeIs(3));
+    EXPECT_THAT(lines[1],
+                testing::StartsWith("tvservice-adapter.cpp:performStarting(): tvservice-interface pointer = "));
+    EXPECT_EQ(lines[2], "tvservice-adapter.cpp:performStarting(): Unable to lookup mmservice-interface: -2.");
+}
+
+TEST(AdapterStart, AgainMakesNewClientObjectsButNoSecondCommandAndLooksNothingUp) {
+    TvService tv;
+    MmService mm;
+    auto& adapter = newAdapter();
+    EXPECT_EQ(adapter.start(), 0);
+    const auto application = boost::make_shared<support::RecordingTvClient>();
+    EXPECT_EQ(adapter.addClient(application), 0);
+    EXPECT_EQ(adapter.stop(), 0);
+    const int registrations = support::FakeShell::get().registrations;
+    const host::LogCapture log{{genrpc::AdapterLog, genrpc::RegistrarLog}};
+    EXPECT_EQ(adapter.start(), 0);
+    EXPECT_THAT(textsOf(log), ElementsAre("tvservice-adapter.cpp:performStarting(): Called."));
+    EXPECT_EQ(support::FakeShell::get().registrations, registrations);
+    EXPECT_THAT(mm.clients, SizeIs(2));
+    ASSERT_THAT(tv.clients, SizeIs(2));
+    EXPECT_NE(tv.clients[0], tv.clients[1]);
+    EXPECT_EQ(adapter.addClient(application), 0) << "the new registry is empty";
+    frame::MsgIds ids;
+    for (const auto& client : tv.clients) client->tvServiceFoundNewOadPacket(ids, transport, 1);
+    EXPECT_THAT(application->calls, SizeIs(2)) << "once for each start";
+}
+
+TEST(AdapterSetUp, ReportsThatItsKeyIsTaken) {
+    EXPECT_EQ(newAdapter().setupDone(), 0);
+    const host::LogCapture log{{genrpc::AdapterLog}};
+    EXPECT_EQ(newAdapter().setupDone(), -17);
+    EXPECT_THAT(textsOf(log),
+                testing::Contains("tvservice-adapter.cpp:performSetupDone(): Unable to register interface: -17."));
+}
+
+} // namespace

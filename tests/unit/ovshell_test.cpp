@@ -1,0 +1,308 @@
+// The debug command that switches what the main screens show, and how it finds its shell.
+#include "ovshell.h"
+
+#include "support/fake-shell.h"
+#include "support/log-texts.h"
+#include "support/tv-doubles.h"
+
+#include <frame/process.h>
+#include <genrpc/log.h>
+#include <host/log-capture.h>
+#include <mmservice/interfaces.h>
+#include <tvservice-adapter/model-tvservice-adapter.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <string>
+#include <sys/wait.h>
+#include <vector>
+
+using namespace tvservice;
+using support::FakeShell;
+using support::textsOf;
+using testing::ElementsAre;
+using testing::SizeIs;
+
+namespace {
+char markerFile[64] = "/nonexistent";
+}
+// The file that marks a receiver under development: the test's choice.
+namespace tvservice {
+const char* const debugVersionFile = markerFile;
+}
+
+namespace {
+
+void** (*shellFactory)() = nullptr; // what bringing up the process's own shell does
+
+void** noMembers() { return nullptr; }
+void** membersWithoutShell() { return static_cast<void**>(std::calloc(1, sizeof(void*))); }
+
+// A shell that registers itself when it is set up, as the platform's does.
+class StartedShell : public FakeShell {
+protected:
+    int performSetupDone() override {
+        return registerInterface(static_cast<appovshell::Server*>(this), appovshell::Server::name());
+    }
+};
+StartedShell* startedShell = nullptr;
+void** oneShell() {
+    startedShell = new StartedShell;
+    void** members = static_cast<void**>(std::calloc(2, sizeof(void*)));
+    members[0] = static_cast<frame::AbstractProcessMember*>(startedShell);
+    return members;
+}
+
+} // namespace
+
+extern "C" void** CreateOvshellProxy() { return shellFactory(); }
+
+namespace {
+
+// Keeps play requests; thread-safe, as the resource manager's worker sends them.
+template <class Request> class Requests {
+public:
+    void add(const std::vector<Request>& list) {
+        const std::lock_guard lock(mutex_);
+        lists_.push_back(list);
+        changed_.notify_all();
+    }
+    // The first list that starts something, once it has come; it is then forgotten.
+    std::vector<Request> takeStart() {
+        std::unique_lock lock(mutex_);
+        const auto start = [this] {
+            return std::find_if(lists_.begin(), lists_.end(), [](const auto& list) { return list[0].uri != stopUri; });
+        };
+        if (!changed_.wait_for(lock, std::chrono::seconds(10), [&] { return start() != lists_.end(); })) return {};
+        const auto found = *start();
+        lists_.clear();
+        return found;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::vector<Request>> lists_;
+};
+
+// Services in the process that answer at once.
+class TvService : public frame::AbstractApplication, public support::RecordingTvService {
+public:
+    int tvServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                     const std::vector<TvServiceReq_t>& list) override {
+        requests.add(list);
+        std::vector<TvServiceInfo_t> infos;
+        for (const auto& r : list) infos.push_back({r.terminal, 0, r.uri, r.uuid, "", r.reqId});
+        return clients.front()->tvServiceInfo(ids, transport, infos);
+    }
+    void registerIt() {
+        attachProcess(*frame::Process::getInstance());
+        registerInterface(static_cast<ServiceInterface*>(this), interfaceKey);
+    }
+    Requests<TvServiceReq_t> requests;
+};
+
+class MmService : public frame::AbstractApplication, public mmservice::ServiceInterface {
+public:
+    int mmServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                     const std::vector<mmservice::MMServiceReq_t>& list) override {
+        requests.add(list);
+        std::vector<mmservice::MMServiceInfo_t> infos;
+        for (const auto& r : list) infos.push_back({r.terminal, 0, r.uri, r.uuid, "", r.reqId});
+        return client_->mmServiceInfo(ids, transport, infos);
+    }
+    int addClient(boost::shared_ptr<mmservice::ClientInterface> client) override {
+        client_ = std::move(client);
+        return 0;
+    }
+    int removeClient(boost::shared_ptr<mmservice::ClientInterface>) override { return 0; }
+    void registerIt() {
+        attachProcess(*frame::Process::getInstance());
+        registerInterface(static_cast<mmservice::ServiceInterface*>(this), interfaceKey);
+    }
+    Requests<mmservice::MMServiceReq_t> requests;
+
+private:
+    boost::shared_ptr<mmservice::ClientInterface> client_;
+};
+
+// Everything here lives as long as the process, as in a receiver.
+struct Receiver {
+    TvService tv;
+    MmService mm;
+    ModelTvServiceAdapter adapter;
+    std::vector<std::string> startLines; // what the registrar logged in two starts
+
+    static Receiver& get() {
+        static Receiver* const receiver = [] {
+            FakeShell::get();
+            auto* made = new Receiver;
+            made->tv.registerIt();
+            made->mm.registerIt();
+            made->adapter.attachProcess(*frame::Process::getInstance());
+            const host::LogCapture log{{genrpc::RegistrarLog}};
+            EXPECT_EQ(made->adapter.start(), 0);
+            EXPECT_EQ(made->adapter.stop(), 0);
+            EXPECT_EQ(made->adapter.start(), 0);
+            made->startLines = textsOf(log);
+            return made;
+        }();
+        return *receiver;
+    }
+};
+
+class PathSwitch : public testing::Test {
+protected:
+    std::string run(const std::string& argument) {
+        EXPECT_EQ(shell.run("pathswitch :s", argument), 0);
+        return shell.printed;
+    }
+    // Whether the command sends a request; it does so before it returns.
+    bool sends(const std::string& argument) {
+        const host::LogCapture log{{genrpc::AdapterLog}};
+        run(argument);
+        return log.waitFor("tvServiceReq(): Called.", std::chrono::seconds(0));
+    }
+
+    Receiver& receiver = Receiver::get();
+    FakeShell& shell = FakeShell::get();
+};
+
+// ---- the command ----
+
+TEST_F(PathSwitch, IsRegisteredOnceHoweverOftenTheAdapterStarts) {
+    EXPECT_EQ(shell.registrations, 1);
+    ASSERT_THAT(shell.commands, SizeIs(1));
+    EXPECT_EQ(shell.commands.begin()->first, "pathswitch :s");
+    EXPECT_EQ(shell.commands.begin()->second.help, "simple path switch");
+    ASSERT_THAT(receiver.startLines, SizeIs(3));
+    EXPECT_EQ(receiver.startLines[0], "ovshell.cpp:ovRegister(): Called ");
+    EXPECT_EQ(receiver.startLines[1], "ovshell.cpp:registerCommand(): Called ");
+    EXPECT_THAT(receiver.startLines[2],
+                testing::StartsWith("ovshell.cpp:svcAppovshell(): ovshell-interface pointer = "));
+}
+
+TEST_F(PathSwitch, LogsAndPrintsItsArgument) {
+    const host::LogCapture log{{genrpc::RegistrarLog}};
+    EXPECT_EQ(run("something"), "something");
+    EXPECT_THAT(textsOf(log), ElementsAre("ovshell.cpp:pathswitch(): Called "));
+}
+
+TEST_F(PathSwitch, ToHdmiShowsTheInputOnFiveTerminals) {
+    EXPECT_EQ(run("hdmi"), "hdmi");
+    const auto requests = receiver.tv.requests.takeStart();
+    ASSERT_THAT(requests, SizeIs(5));
+    EXPECT_NE(requests[0].reqId, "");
+    const std::int32_t types[] = {0, 9, 1, 4, 8};
+    for (std::size_t i = 0; i < 5; ++i) {
+        TvServiceReq_t expected;
+        expected.terminal = {types[i], 0};
+        expected.intParam2 = 3;
+        expected.uri = "rec://plain/hdmi?id=0";
+        expected.uuid = "HDMI1";
+        expected.strParam2 = "extin";
+        expected.strParam3 = "4";
+        expected.reqId = requests[0].reqId;
+        EXPECT_EQ(requests[i], expected);
+    }
+}
+
+TEST_F(PathSwitch, ToMmShowsTheExternalSourceOnThreeTerminals) {
+    EXPECT_EQ(run("mm"), "mm");
+    const auto requests = receiver.mm.requests.takeStart();
+    ASSERT_THAT(requests, SizeIs(3));
+    EXPECT_NE(requests[0].reqId, "");
+    const std::int32_t types[] = {0, 1, 4};
+    for (std::size_t i = 0; i < 3; ++i) {
+        mmservice::MMServiceReq_t expected;
+        expected.terminal = {types[i], 0};
+        expected.intParam2 = 3;
+        expected.uri = "external://plain/dmp";
+        expected.reqId = requests[0].reqId;
+        EXPECT_EQ(requests[i], expected);
+    }
+}
+
+TEST_F(PathSwitch, SendsOneRequestForItsTwoWordsAndNoneForOthers) {
+    EXPECT_TRUE(sends("hdmi"));
+    EXPECT_TRUE(sends("mm"));
+    EXPECT_TRUE(sends(std::string("hdmi\0x", 6))) << "the text ends at a NUL";
+    for (const char* other : {"HDMI", "", "hdmi ", " mm", "mmm", "hdmi%%", "hd%d", "%dmm"})
+        EXPECT_FALSE(sends(other)) << '"' << other << '"';
+}
+
+TEST_F(PathSwitch, InterpretsPercentSignsInItsArgument) {
+    EXPECT_EQ(run("%%"), "%");
+    EXPECT_EQ(run("100%% hdmi"), "100% hdmi");
+    EXPECT_EQ(run("%d").find('%'), std::string::npos);
+}
+
+TEST_F(PathSwitch, CutsItsArgumentTo511Characters) {
+    EXPECT_EQ(run(std::string(600, 'x')), std::string(511, 'x'));
+    EXPECT_EQ(run(std::string(511, 'y')), std::string(511, 'y'));
+}
+
+TEST_F(PathSwitch, StaysRegisteredWhenItsRegistrarEnds) {
+    const host::LogCapture log{{genrpc::RegistrarLog}};
+    { ovRegister another(&receiver.adapter); } // the shell, known by now, refuses its command
+    EXPECT_THAT(textsOf(log), ElementsAre("ovshell.cpp:ovRegister(): Called ", "ovshell.cpp:registerCommand(): Called ",
+                                          "ovshell.cpp:~ovRegister(): Called "));
+    EXPECT_EQ(run("still there"), "still there");
+}
+
+// ---- the shell that it needs; each in a process of its own, as the shell is looked up once ----
+
+class PathSwitchShell : public testing::Test {
+protected:
+    PathSwitchShell() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+// Makes a registrar in a process whose own shell comes of `factory`. Its log lines go to stderr.
+[[noreturn]] void registerWith(void** (*factory)(), const char* marker = "/nonexistent") {
+    shellFactory = factory;
+    std::snprintf(markerFile, sizeof markerFile, "%s", marker);
+    const host::LogCapture log{{genrpc::RegistrarLog}, false};
+    ovRegister registrar(nullptr);
+    std::string all;
+    for (const auto& line : textsOf(log)) all += line + '|';
+    std::fprintf(stderr, "%s%d commands\n", all.c_str(), startedShell == nullptr ? 0 : startedShell->registrations);
+    std::_Exit(0);
+}
+
+TEST_F(PathSwitchShell, IsStartedWhenItIsMissing) {
+    EXPECT_EXIT(
+        registerWith(oneShell), testing::ExitedWithCode(0),
+        testing::HasSubstr("ovshell.cpp:ovRegister(): Called |ovshell.cpp:registerCommand(): Called |1 commands"));
+}
+
+bool endsFatallyButNotByAbort(int status) {
+    return WIFSIGNALED(status) ? WTERMSIG(status) != SIGABRT : WEXITSTATUS(status) != 0;
+}
+
+TEST_F(PathSwitchShell, ThatCannotBeStartedIsReportedAndEndsTheProcess) {
+    EXPECT_EXIT(registerWith(noMembers), endsFatallyButNotByAbort,
+                testing::AllOf(testing::HasSubstr("svcAppovshell(): Unable to lookup ovshell-interface: -22."),
+                               testing::HasSubstr("svcAppovshell(): pService != nullptr ASSERT FAILED !!!")));
+}
+
+TEST_F(PathSwitchShell, ThatIsStillMissingWhenStartedEndsTheProcess) {
+    EXPECT_EXIT(registerWith(membersWithoutShell), endsFatallyButNotByAbort,
+                testing::AllOf(testing::Not(testing::HasSubstr("Unable to lookup")),
+                               testing::HasSubstr("svcAppovshell(): pService != nullptr ASSERT FAILED !!!")));
+}
+
+TEST_F(PathSwitchShell, ThatIsMissingAbortsAReceiverUnderDevelopmentAfterASecond) {
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EXIT(registerWith(noMembers, "/proc/self/exe"), testing::KilledBySignal(SIGABRT),
+                testing::HasSubstr("svcAppovshell(): pService != nullptr ASSERT FAILED !!!"));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+}
+
+} // namespace
