@@ -1,0 +1,46 @@
+#include "common/interleaved.h"
+
+#include "common/statistics.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <sched.h>
+#include <system_error>
+
+namespace bench {
+
+Summary summaryOf(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const std::size_t half = values.size() / 2;
+    const double median = values.size() % 2 ? values[half] : (values[half - 1] + values[half]) / 2;
+    return {values.front(), median, values.back(), values.size()};
+}
+
+std::vector<Figures> interleaved(const std::vector<Side>& sides, Rounds rounds) {
+    std::vector<Figures> figures;
+    for (const Side& side : sides) {
+        figures.push_back({side.name, {}});
+        figures.back().rounds.reserve(rounds.measured);
+    }
+    for (std::size_t round = 0; round < rounds.warmUp + rounds.measured; ++round) {
+        for (std::size_t i = 0; i < sides.size(); ++i) {
+            const double figure = sides[i].round();
+            if (round >= rounds.warmUp) figures[i].rounds.push_back(figure);
+        }
+    }
+    return figures;
+}
+
+void pinToOneCpu() {
+    cpu_set_t allowed, one;
+    if (sched_getaffinity(0, sizeof allowed, &allowed) != 0)
+        throw std::system_error(errno, std::generic_category(), "sched_getaffinity");
+    int last = CPU_SETSIZE - 1;
+    while (!CPU_ISSET(last, &allowed)) --last;
+    CPU_ZERO(&one);
+    CPU_SET(last, &one);
+    if (sched_setaffinity(0, sizeof one, &one) != 0)
+        throw std::system_error(errno, std::generic_category(), "sched_setaffinity");
+}
+
+} // namespace bench
