@@ -28,6 +28,10 @@ const char* lastCommandOf(Part part) { return part == Part::frameHost ? "log" : 
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
+ReceiverError failed(Part part, const std::vector<std::string>& words, const std::string& why) {
+    return ReceiverError(std::string(nameOf(part)) + ": " + words.front() + ": " + why);
+}
+
 // Whether a line of the resource manager is about a request: it names the id after "reqid " or "req_id ".
 bool isAbout(const std::string& text, const std::string& reqId) {
     for (const std::string mark : {"reqid ", "req_id "})
@@ -52,6 +56,19 @@ const char* nameOf(Part part) {
             return "frame-host";
     }
     return "unknown part";
+}
+
+bool includes(const nlohmann::json& whole, const nlohmann::json& part) {
+    if (part.is_object())
+        return whole.is_object() && std::all_of(part.items().begin(), part.items().end(), [&](const auto& member) {
+                   return whole.contains(member.key()) && includes(whole[member.key()], member.value());
+               });
+    if (part.is_array())
+        return whole.is_array() && std::all_of(part.begin(), part.end(), [&](const nlohmann::json& element) {
+                   return std::any_of(whole.begin(), whole.end(),
+                                      [&](const nlohmann::json& candidate) { return includes(candidate, element); });
+               });
+    return whole == part;
 }
 
 Places::Places() : programs(RECEIVER_BIN), libraries(RECEIVER_LIB) {}
@@ -151,22 +168,26 @@ void ReceiverKit::kill(Part part) {
 
 // ---- commands ----
 
-nlohmann::json ReceiverKit::ask(Part part, const std::vector<std::string>& words) {
-    const auto failed = [&](const std::string& why) {
-        return ReceiverError(std::string(nameOf(part)) + ": " + words.front() + ": " + why);
-    };
+std::string ReceiverKit::outputOf(Part part, const std::vector<std::string>& words, bool json) {
     Process& process = of(part);
     host::ShellReply reply;
     try {
         if (!process.shell.isConnected()) process.shell.connect(shellOf(part));
-        reply = process.shell.run(words, true);
+        reply = process.shell.run(words, json);
     } catch (const host::ShellError& error) {
-        throw failed(error.what());
+        throw failed(part, words, error.what());
     }
-    if (reply.status != 0) throw failed(std::to_string(reply.status) + ' ' + reply.error + reply.output);
-    if (reply.output.empty()) return nullptr;
-    auto output = nlohmann::json::parse(reply.output, nullptr, false);
-    if (output.is_discarded()) throw failed("printed no JSON: " + reply.output);
+    if (reply.status != 0) throw failed(part, words, std::to_string(reply.status) + ' ' + reply.error + reply.output);
+    return reply.output;
+}
+
+std::string ReceiverKit::read(Part part, const std::vector<std::string>& words) { return outputOf(part, words, false); }
+
+nlohmann::json ReceiverKit::ask(Part part, const std::vector<std::string>& words) {
+    const std::string text = outputOf(part, words, true);
+    if (text.empty()) return nullptr;
+    auto output = nlohmann::json::parse(text, nullptr, false);
+    if (output.is_discarded()) throw failed(part, words, "printed no JSON: " + text);
     return output;
 }
 
@@ -232,6 +253,33 @@ LogLine ReceiverKit::waitForStep(const std::string& reqId, const std::string& pa
         throw ReceiverError("request " + reqId + ": nothing like \"" + part + "\" happened within " +
                             std::to_string(limit.count()) + " ms");
     return *found;
+}
+
+std::uint64_t ReceiverKit::newestNotification() {
+    const nlohmann::json newest = ask(Part::frameHost, {"notifications"});
+    return newest.empty() ? 0 : newest.back().at("number").get<std::uint64_t>();
+}
+
+nlohmann::json ReceiverKit::notificationsAfter(std::uint64_t number) {
+    return ask(Part::frameHost, {"notifications", std::to_string(number)});
+}
+
+nlohmann::json ReceiverKit::waitForNotification(const std::string& message, std::uint64_t after,
+                                                const nlohmann::json& arguments) {
+    nlohmann::json last;
+    const auto came = [&] {
+        for (auto& notification : notificationsAfter(after)) {
+            if (notification.at("message") != message) continue;
+            last = std::move(notification);
+            if (includes(last.at("arguments"), arguments)) return true;
+        }
+        return false;
+    };
+    if (!waitFor(came, patience))
+        throw ReceiverError("no " + message + " with " + arguments.dump() + " came within " +
+                            std::to_string(patience.count()) + " ms" +
+                            (last.is_null() ? "" : "; the last one has " + last.at("arguments").dump()));
+    return last;
 }
 
 bool ReceiverKit::waitFor(const std::function<bool()>& condition, Milliseconds limit) {

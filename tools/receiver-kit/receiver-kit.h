@@ -8,6 +8,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -43,6 +44,9 @@ struct Answer {
     std::string uri;
 };
 
+// Whether all that part has is in whole; of a list, each element in one of whole's.
+bool includes(const nlohmann::json& whole, const nlohmann::json& part);
+
 using Milliseconds = std::chrono::milliseconds;
 inline constexpr Milliseconds patience{10000}; // for what takes no time on an idle machine
 
@@ -65,6 +69,8 @@ public:
 
     // Runs a command in a part's shell and returns what it printed, as JSON (null for nothing).
     nlohmann::json ask(Part part, const std::vector<std::string>& words);
+    // The same for commands that know no JSON: what they printed, as it is.
+    std::string read(Part part, const std::vector<std::string>& words);
 
     // Requests to the adapter. They return the request id that it gave them.
     std::string play(const std::string& terminals, const std::string& uri);
@@ -77,6 +83,13 @@ public:
     std::vector<LogLine> stepsOf(const std::string& reqId) const;
     // Waits for such a line that contains part.
     LogLine waitForStep(const std::string& reqId, const std::string& part, Milliseconds limit = patience);
+
+    // What clients were told, as the control application lists it: objects with "number", "message" and "arguments".
+    std::uint64_t newestNotification();                      // its number, 0 before the first one
+    nlohmann::json notificationsAfter(std::uint64_t number); // oldest first, at most 100
+    // Waits for one of that name after that number, whose arguments include those given.
+    nlohmann::json waitForNotification(const std::string& message, std::uint64_t after,
+                                       const nlohmann::json& arguments = nlohmann::json::object());
 
     bool waitFor(const std::function<bool()>& condition, Milliseconds limit);
 
@@ -98,6 +111,7 @@ private:
     std::string shellOf(Part part) const;
     ChildCommand commandOf(Part part) const;
     bool answers(Part part);
+    std::string outputOf(Part part, const std::vector<std::string>& words, bool json);
     std::string submit(const std::vector<std::string>& words);
     std::vector<LogLine> managerLines() const;
     void end(Part part, std::string& complaints);
