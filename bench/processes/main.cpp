@@ -1,0 +1,138 @@
+// Between processes: a request's round trip and small notifications one way, beside the plain socket, sd-bus and gRPC;
+// and a play request's whole way through a framework process.
+#include "common/report.h"
+#include "framework.h"
+#include "peer-process.h"
+#include "private-folder.h"
+#include "proxy-client.h"
+#include "transport.h"
+#include "tv-service.h"
+#include "wake-up.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace bench {
+namespace {
+
+const Report report("processes");
+
+// A side whose round is the median of `calls` single calls.
+Side singleCalls(std::string name, std::size_t calls, std::function<double()> call) {
+    return {std::move(name), [calls, call = std::move(call)] {
+                std::vector<double> took(calls);
+                std::generate(took.begin(), took.end(), call);
+                return summaryOf(std::move(took)).median;
+            }};
+}
+
+struct Peers {
+    explicit Peers(const PrivateFolder& folder [[maybe_unused]]) {
+        transports.push_back(std::make_unique<ProxyClient>());
+        transports.push_back(rawSocket());
+#ifdef BENCH_SD_BUS
+        transports.push_back(sdBus());
+#endif
+#ifdef BENCH_GRPC
+        transports.push_back(grpcPeer(folder.path().string()));
+#endif
+    }
+    void connect() {
+        for (const auto& transport : transports) transport->connect();
+    }
+
+    PeerProcess service{serveTvService};
+    std::vector<std::unique_ptr<Transport>> transports; // own, the limit, and the peers that there are
+};
+
+Figures sumOf(std::string name, const Figures& a, const Figures& b) {
+    Figures sum{std::move(name), a.rounds};
+    for (std::size_t i = 0; i < sum.rounds.size(); ++i) sum.rounds[i] += b.rounds[i];
+    return sum;
+}
+
+void notePeers() {
+#ifndef BENCH_SD_BUS
+    report.note("sd-bus left out: libsystemd was not there when this was built");
+#endif
+#ifndef BENCH_GRPC
+    report.note("gRPC left out: its library or plugin was not there when this was built");
+#endif
+    report.note("a request is " + std::to_string(load().requestBytes) + " bytes and its answer " +
+                std::to_string(load().answerBytes) + ", on all sides");
+}
+
+void roundTrips(const Options& options) {
+    pinToOneCpu();
+    const PrivateFolder folder;
+    Peers peers(folder);
+    withFramework([&](const auto& play) {
+        peers.connect();
+        WakeUp wakeUp;
+        const std::size_t calls = options.quick ? 200 : 1000;
+        std::vector<Side> sides;
+        for (const auto& transport : peers.transports)
+            sides.push_back(singleCalls(transport->name(), calls, [&] { return transport->roundTrip(); }));
+        sides.push_back(singleCalls("wake-up", calls, [&] { return wakeUp.once(); }));
+        sides.push_back(singleCalls("play", calls, play));
+        const auto figures = interleaved(sides, options.rounds({3, 31}));
+
+        const Figures& own = of(figures, "own");
+        for (const Figures& side : figures)
+            report.figures(side.side == "play" ? "play-request" : "round-trip", side, {"ns", "call"});
+        report.ratio("round-trip", own, of(figures, "raw socket"), Goal{6, 1.8});
+        for (std::size_t i = 2; i < peers.transports.size(); ++i)
+            report.ratio("round-trip", own, of(figures, peers.transports[i]->name()), Goal{6, 1.0});
+        report.ratio("play-request", of(figures, "play"), sumOf("round trip and wake-up", own, of(figures, "wake-up")),
+                     Goal{7, 1.25});
+    });
+}
+
+void oneWay(const Options& options, const std::string& caseName) {
+    const PrivateFolder folder;
+    const PeerProcess service(serveTvService);
+    std::vector<std::unique_ptr<Transport>> transports;
+    transports.push_back(std::make_unique<ProxyClient>());
+#ifdef BENCH_SD_BUS
+    transports.push_back(sdBus());
+#endif
+    const std::size_t count = options.quick ? 5000 : 30000;
+    std::vector<Side> sides;
+    for (const auto& transport : transports) {
+        transport->connect();
+        sides.push_back({transport->name(),
+                         [&transport, count] { return transport->notifications(count) / static_cast<double>(count); }});
+    }
+    const auto figures = interleaved(sides, options.rounds({2, 21}));
+    for (const Figures& side : figures) report.figures(caseName, side, {"ns", "message"});
+    // As often as the peer's time holds ours, so many times its messages a second we make.
+    if (figures.size() > 1) report.ratio(caseName, figures[1], figures[0], Goal{9, 3.0, Goal::AtLeast});
+}
+
+void run(const Options& options) {
+    notePeers();
+    if (options.wants("round-trip") || options.wants("play-request")) inOwnProcess([&] { roundTrips(options); });
+    if (options.wants("notifications/free")) inOwnProcess([&] { oneWay(options, "notifications/free"); });
+    if (options.wants("notifications/one-cpu"))
+        inOwnProcess([&] {
+            pinToOneCpu();
+            oneWay(options, "notifications/one-cpu");
+        });
+}
+
+} // namespace
+} // namespace bench
+
+int main(int argc, char** argv) {
+    try {
+        bench::run(bench::Options::of(argc, argv));
+        return 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "processes_bench: %s\n", error.what());
+        return 1;
+    }
+}

@@ -1,0 +1,91 @@
+#include "proxy-client.h"
+
+#include "common/interleaved.h"
+
+#include <host/marshaller.h>
+#include <tvservice/messages.h>
+
+#include <boost/make_shared.hpp>
+#include <thread>
+
+namespace bench {
+namespace {
+
+constexpr std::size_t frameHeaderBytes = 32;
+
+template <class Message, class... Args> std::size_t wireBytes(const Args&... args) {
+    genrpc::FlatRegion* region = genrpc::FlatRegion::create(16384);
+    host::Bytes wire;
+    host::marshal(host::planOf(*Message::table()), Message::Body::build(*region, args...), wire,
+                  host::maximumMessageBytes);
+    genrpc::FlatRegion::release(region);
+    return frameHeaderBytes + wire.size();
+}
+
+} // namespace
+
+std::vector<tvservice::TvServiceReq_t> playRequest() {
+    tvservice::TvServiceReq_t request;
+    request.terminal = {2, 1};
+    request.intParam1 = 1;
+    request.intParam3 = 90000;
+    request.uri = "dvb://8468.1537.28225/present?network=9018&transport=4102";
+    request.uuid = "3f0c51de-9f4b-4f1d-8d5e-0d6c5d1f7a20";
+    request.strParam2 = "extin";
+    request.strParamList = {"main", "hdmi-1"};
+    request.intParam4 = 7;
+    return {request};
+}
+
+Load load() {
+    static const Load bytes = [] {
+        auto requests = playRequest();
+        requests[0].reqId = "123";
+        const std::vector<tvservice::TvServiceInfo_t> infos{
+            {requests[0].terminal, 0, requests[0].uri, requests[0].uuid, {}, requests[0].reqId}};
+        return Load{wireBytes<tvservice::messages::TvServiceReq>(requests),
+                    wireBytes<tvservice::messages::TvServiceInfo>(infos)};
+    }();
+    return bytes;
+}
+
+void ProxyClient::connect() {
+    queue_ = std::make_unique<host::MessageQueue>();
+    frame::OmqIOModule& door =
+        queue_->connectTo(proxy_.getServiceName(), proxy_.getMessageSet(), proxy_.getSendBufferSize(), &proxy_);
+    proxy_.setOmqIOModule(&door);
+    proxy_.registerMessageHandlers();
+    proxy_.addClient(boost::shared_ptr<tvservice::ClientInterface>(boost::shared_ptr<void>(), this));
+    queue_->open(door);
+    queue_->start();
+    while (!queue_->statistics().at(0).connected) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+double ProxyClient::roundTrip() {
+    frame::MsgIds ids;
+    const auto start = Clock::now();
+    proxy_.tvServiceReq(ids, {}, request_);
+    return nanoseconds(notified_.take() - start);
+}
+
+double ProxyClient::notifications(std::size_t count) {
+    frame::MsgIds ids;
+    awaited_ = count;
+    const auto start = Clock::now();
+    proxy_.tvServiceSendKeyReq(ids, {}, std::to_string(count));
+    return nanoseconds(notified_.take() - start);
+}
+
+int ProxyClient::tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&,
+                               const std::vector<tvservice::TvServiceInfo_t>&) {
+    notified_.post();
+    return 0;
+}
+
+int ProxyClient::tvServiceTunerResult(frame::MsgIds&, const frame::TransportInfo&,
+                                      const tvservice::TvServiceTunerResult_t&) {
+    if (--awaited_ == 0) notified_.post();
+    return 0;
+}
+
+} // namespace bench

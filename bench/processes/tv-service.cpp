@@ -1,0 +1,85 @@
+#include "tv-service.h"
+
+#include "common/sender.h"
+#include "notified.h"
+
+#include <host/message-queue.h>
+#include <mmservice/messages.h>
+#include <tvservice/messages.h>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace bench {
+namespace {
+
+namespace messages = tvservice::messages;
+
+class TvService {
+public:
+    TvService() {
+        mm_.offer(queue_, mmservice::serviceName, mmservice::messageSet());
+        frame::OmqIOModule& door = tv_.offer(queue_, tvservice::serviceName, tvservice::messageSet());
+        bind<messages::TvServiceReq>(door, onPlay);
+        bind<messages::TvServiceSendKeyReq>(door, onSendKey);
+        queue_.start();
+    }
+
+    // Tells the news that are asked for; a service has its news from threads of its own.
+    [[noreturn]] void tellNews() {
+        for (;;) {
+            asked_.take();
+            const tvservice::TvServiceTunerResult_t news{1, 0, {2, 1}, 78, 96};
+            for (std::size_t i = 0; i < wanted_; ++i) tv_.to<messages::TvServiceTunerResult>(client_, news);
+        }
+    }
+
+private:
+    template <class Message> void bind(frame::OmqIOModule& door, frame::MessageHandler handler) {
+        door.registerMessageHandler(Message::meta, handler, this, *Message::table());
+    }
+
+    static int onPlay(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                      void* context) {
+        const auto [requests] = messages::TvServiceReq::Body::read(payload);
+        std::vector<tvservice::TvServiceInfo_t> infos;
+        infos.reserve(requests.size());
+        for (const auto& request : requests)
+            infos.push_back({request.terminal, 0, request.uri, request.uuid, {}, request.reqId});
+        return static_cast<TvService*>(context)->tv_.to<messages::TvServiceInfo>(transport.connection, infos);
+    }
+    static int onSendKey(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                         void* context) {
+        auto& service = *static_cast<TvService*>(context);
+        service.client_ = transport.connection;
+        service.wanted_ = std::stoul(std::get<0>(messages::TvServiceSendKeyReq::Body::read(payload)));
+        service.asked_.post();
+        return 0;
+    }
+
+    // News come faster than they are taken; nothing of them may be refused.
+    static host::QueueLimits limits() {
+        host::QueueLimits limits;
+        limits.messages = 1U << 22;
+        return limits;
+    }
+
+    host::MessageQueue queue_{limits()};
+    services::Sender tv_, mm_;
+    Notified asked_;
+    std::size_t wanted_ = 0;
+    std::uint64_t client_ = 0;
+};
+
+} // namespace
+
+void serveTvService(const std::function<void()>& ready) {
+    TvService service;
+    ready();
+    service.tellNews();
+}
+
+} // namespace bench

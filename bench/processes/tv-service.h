@@ -1,0 +1,12 @@
+// The TV service that the product's cases talk to: answers every play request at once, and tells small news on command.
+#pragma once
+
+#include <functional>
+
+namespace bench {
+
+// Offers both services at their endpoints and serves for ever; of the MM service there is only the door. A play request
+// is answered to its sender alone. A request for key N (text) is followed by N tuner results to its sender.
+[[noreturn]] void serveTvService(const std::function<void()>& ready);
+
+} // namespace bench
