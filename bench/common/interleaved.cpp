@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <sched.h>
 #include <system_error>
 
@@ -29,6 +30,12 @@ std::vector<Figures> interleaved(const std::vector<Side>& sides, Rounds rounds) 
         }
     }
     return figures;
+}
+
+ThreadClock::time_point ThreadClock::now() {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return time_point(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
 }
 
 void pinToOneCpu() {

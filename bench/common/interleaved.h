@@ -33,25 +33,34 @@ inline double nanoseconds(std::chrono::steady_clock::duration time) {
     return std::chrono::duration<double, std::nano>(time).count();
 }
 
+// The time that the calling thread has been running: for work that never waits, so that others on the machine do not
+// count.
+struct ThreadClock {
+    using duration = std::chrono::nanoseconds;
+    using time_point = std::chrono::time_point<ThreadClock>;
+    static time_point now();
+};
+
 // How long `times` calls of work take, in nanoseconds.
-template <class Work> double timeOf(std::size_t times, Work& work) {
-    const auto start = std::chrono::steady_clock::now();
+template <class Clock, class Work> double timeOf(std::size_t times, Work& work) {
+    const auto start = Clock::now();
     for (std::size_t i = 0; i < times; ++i) work();
-    return nanoseconds(std::chrono::steady_clock::now() - start);
+    return nanoseconds(Clock::now() - start);
 }
 
 // A side whose round calls work() as often as fills about `length`, and returns the nanoseconds per unit. A call does
 // `units` of them.
-template <class Work> Side timedSide(std::string name, std::size_t units, std::chrono::nanoseconds length, Work work) {
+template <class Clock = std::chrono::steady_clock, class Work>
+Side timedSide(std::string name, std::size_t units, std::chrono::nanoseconds length, Work work) {
     return {std::move(name), [units, length, work = std::move(work), times = std::size_t{0}]() mutable {
                 if (times == 0) { // doubled until a tenth of the length is reached: short works need many calls
                     std::size_t trial = 1;
-                    double took = timeOf(trial, work);
-                    while (took * 10 < nanoseconds(length)) took = timeOf(trial *= 2, work);
+                    double took = timeOf<Clock>(trial, work);
+                    while (took * 10 < nanoseconds(length)) took = timeOf<Clock>(trial *= 2, work);
                     const double fitting = nanoseconds(length) / took * static_cast<double>(trial);
                     times = fitting < 1 ? 1 : static_cast<std::size_t>(fitting);
                 }
-                return timeOf(times, work) / static_cast<double>(times * units);
+                return timeOf<Clock>(times, work) / static_cast<double>(times * units);
             }};
 }
 

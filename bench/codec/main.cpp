@@ -1,0 +1,58 @@
+// How long messages take from plain records to wire and back to new plain records: the product's codec, the limit, and
+// the peers that are installed, in turns.
+#include "codec/cases.h"
+#include "common/report.h"
+
+#include <exception>
+#include <iostream>
+#include <thread>
+#include <unistd.h>
+
+namespace bench {
+namespace {
+
+constexpr Goal lists{1, 1.25}, audio{2, 1.10}, swapped{5, 1.3};
+constexpr Goal flat{15, 1.15};
+constexpr Goal ahead(const Goal& goal) { return {goal.number, 1.0}; }
+
+// Shorter than what a thread usually runs at a time, longer than the clock's own cost.
+constexpr auto roundLength = std::chrono::milliseconds(1);
+
+Side sideOf(const Codec& codec, const std::string& name) {
+    return timedSide<ThreadClock>(codec.name, recordsOf(name), roundLength, caseOf(codec, name));
+}
+
+void compareCodecs(const Options& options, const Report& report, const std::string& name, Goal goal) {
+    if (!options.wants(name)) return;
+    std::vector<Side> sides{sideOf(ownCodec(), name), sideOf(limitCodec(), name)};
+    for (const Codec& peer : peers()) sides.push_back(sideOf(peer, name));
+    const auto all = interleaved(sides, options.rounds({3, 61}));
+    for (const Figures& side : all) report.figures(name, side, {"ns", "record"});
+    report.ratio(name, of(all, "own"), of(all, "limit"), goal);
+    for (const Codec& peer : peers()) report.ratio(name, of(all, "own"), of(all, peer.name), ahead(goal));
+}
+
+void run(const Options& options) {
+    pinToOneCpu();
+    const Report report("codec");
+    for (const std::string& missing : std::vector<std::string>{BENCH_MISSING_CODECS})
+        report.note(missing + " is not installed: left out");
+    for (const char* record : {"request", "info"})
+        for (const char* count : {"1", "5", "100", "1000"})
+            compareCodecs(options, report, std::string(record) + "/" + count, lists);
+    compareCodecs(options, report, "audio-info/8", audio);
+}
+
+} // namespace
+} // namespace bench
+
+int main(int argc, char** argv) {
+    try {
+        std::thread([] { pause(); }).detach(); // as in a receiver: with one thread only, locks would cost nothing
+        bench::run(bench::Options::of(argc, argv));
+        return 0;
+    } catch (const std::exception& error) {
+        std::cerr << "codec_bench: " << error.what() << '\n';
+        return 1;
+    }
+}

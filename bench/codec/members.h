@@ -1,0 +1,22 @@
+// The members of plain records, for codecs that go through them.
+#pragma once
+
+#include <tuple>
+#include <type_traits>
+
+namespace bench {
+
+template <class R>
+concept Record = requires {
+    std::remove_const_t<R>::Flat::fields();
+};
+
+template <class R> constexpr std::size_t memberCount = std::tuple_size_v<decltype(R::Flat::fields())>;
+
+template <Record R, class Visit> [[gnu::always_inline]] inline void eachMember(R& record, Visit&& visit) {
+    std::apply(
+        [&](const auto&... field) __attribute__((always_inline)) { (visit(record.*field.plain), ...); },
+        std::remove_const_t<R>::Flat::fields());
+}
+
+} // namespace bench

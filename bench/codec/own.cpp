@@ -1,0 +1,47 @@
+// The product's way: plain records to flat ones in the memory of one message, marshalled into the outgoing run; what
+// arrives is validated whole, put right in place, and read to new plain records.
+#include "codec/cases.h"
+
+#include <host/marshaller.h>
+#include <tvservice/messages.h>
+
+#include <stdexcept>
+
+namespace bench {
+namespace {
+
+template <class Plain> struct MessageOf;
+template <> struct MessageOf<Requests> { using Type = tvservice::messages::TvServiceReq; };
+template <> struct MessageOf<Infos> { using Type = tvservice::messages::TvServiceInfo; };
+template <> struct MessageOf<AudioInfo> { using Type = tvservice::messages::TvServiceAudioInfo; };
+
+class Own {
+public:
+    template <class Plain> WireBytes encode(const Plain& plain) {
+        using Message = typename MessageOf<Plain>::Type;
+        const std::unique_ptr<genrpc::FlatRegion, decltype(&genrpc::FlatRegion::release)> region(
+            genrpc::FlatRegion::create(sendBufferBytes), genrpc::FlatRegion::release);
+        const char* body = Message::Body::build(*region, plain);
+        wire_.truncate(0);
+        host::marshal(host::planOf(*Message::table()), body, wire_, largestMessage);
+        return {wire_.data(), wire_.size()};
+    }
+    template <class Plain> void decode(char* bytes, std::size_t size, Plain& plain) {
+        using Message = typename MessageOf<Plain>::Type;
+        if (const char* fault = host::unmarshal(host::planOf(*Message::table()), bytes, size, false))
+            throw std::invalid_argument(fault);
+        plain = std::get<0>(Message::Body::read(bytes));
+    }
+
+private:
+    static constexpr std::size_t sendBufferBytes = 16384; // as the proxy has it
+    static constexpr std::size_t largestMessage = std::size_t{64} << 20;
+
+    host::Bytes wire_;
+};
+
+} // namespace
+
+Codec ownCodec() { return codecOf<Own>("own"); }
+
+} // namespace bench
