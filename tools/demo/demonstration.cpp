@@ -1,5 +1,6 @@
 #include "demonstration.h"
 
+#include <algorithm>
 #include <fstream>
 
 namespace demo {
@@ -17,8 +18,6 @@ constexpr int cannotOpen = 3;
 constexpr Microseconds answerLimit{5000000};
 constexpr Milliseconds dropLimit{15000}; // the manager looks once a second, a loaded machine later
 constexpr const char* dropped = "timeout 5s, erase it";
-
-using Microseconds = std::chrono::microseconds;
 
 // A log line's text without the place in the source that it begins with.
 std::string withoutPlace(const std::string& text) {
@@ -50,27 +49,31 @@ void Demonstration::run() {
         const char* title;
         void (Demonstration::*step)();
     } steps[] = {
-        {"1 a live channel", &Demonstration::liveChannel},
-        {"2 a file in its place", &Demonstration::file},
-        {"3 the live channel again", &Demonstration::liveChannelAfterFile},
-        {"4 five terminals at once", &Demonstration::fiveTerminals},
-        {"5 a file that is not there", &Demonstration::missingFile},
-        {"6 the MM service hangs", &Demonstration::mediaServiceHangs},
-        {"7 the TV service hangs", &Demonstration::tvServiceHangs},
-        {"8 the TV service is killed and started again", &Demonstration::serviceRestarts},
+        {"a live channel", &Demonstration::liveChannel},
+        {"a file in its place", &Demonstration::file},
+        {"the live channel again", &Demonstration::liveChannelAfterFile},
+        {"five terminals at once", &Demonstration::fiveTerminals},
+        {"a file that is not there", &Demonstration::missingFile},
+        {"tracks are chosen", &Demonstration::tracks},
+        {"the tuner, and a locked terminal", &Demonstration::tunerAndLock},
+        {"a download over the air", &Demonstration::download},
+        {"who may have the tuner", &Demonstration::negotiation},
+        {"the path switch", &Demonstration::pathSwitch},
+        {"the MM service hangs", &Demonstration::mediaServiceHangs},
+        {"the TV service hangs", &Demonstration::tvServiceHangs},
+        {"the TV service is killed and started again", &Demonstration::serviceRestarts},
     };
-    for (const auto& [title, step] : steps) {
-        title_ = title;
-        screen_.title(title);
+    for (int number = 0; const auto& [title, step] : steps) {
+        number_ = std::to_string(++number);
+        screen_.title(number_ + ' ' + title);
         try {
             (this->*step)();
         } catch (const ReceiverError& error) {
-            throw ReceiverError("step " + title_ + ": " + error.what());
+            throw ReceiverError("step " + number_ + ", " + title + ": " + error.what());
         }
     }
     screen_.title("Summary");
     screen_.table(rows_);
-    title_ = "statistics";
     statistics();
 }
 
@@ -148,9 +151,9 @@ void Demonstration::tvServiceHangs() {
             receiver::patience))
         throw ReceiverError("the run log has no entry for the dropped request");
     const auto& record = records.front();
-    screen_.line("run log", record.dump());
-    if (record.at("logCode") != "004001" || record.at("errorCode") != "00400109" ||
-        record.at("logText").get<std::string>().find(live) == std::string::npos)
+    const std::string logCode = record.at("logCode"), errorCode = record.at("errorCode"), text = record.at("logText");
+    screen_.line("run log", logCode + ' ' + errorCode + ' ' + text);
+    if (logCode != "004001" || errorCode != "00400109" || text.find(live) == std::string::npos)
         throw ReceiverError("that entry of the run log is not about the dropped request");
 
     kit_.thaw(Part::tvService);
@@ -173,15 +176,20 @@ void Demonstration::statistics() {
     const nlohmann::json services = kit_.ask(Part::frameHost, {"stats"});
     screen_.title("Connections");
     bool reconnected = false;
+    std::vector<Row> rows;
+    for (const auto& [counter, value] : services.front().items()) rows.push_back({counter});
     for (const auto& service : services) {
-        std::string text;
-        for (const auto& [name, value] : service.items())
-            if (name != "service") text += name + ' ' + value.dump() + "  ";
-        screen_.line(service.at("service"), text);
+        for (Row& row : rows) {
+            const auto& value = service.at(row.front());
+            row.push_back(value.is_string() ? value.get<std::string>() : value.dump());
+        }
         if (!service.at("connected").get<bool>())
             throw ReceiverError(service.at("service").get<std::string>() + " is not connected");
         reconnected |= service.at("service") == "tvservice" && service.at("reconnects") > 0;
     }
+    // The names head the columns.
+    std::stable_partition(rows.begin(), rows.end(), [](const Row& row) { return row.front() == "service"; });
+    screen_.table(rows);
     if (!reconnected) throw ReceiverError("the TV service's restart is not counted as a reconnection");
 }
 
@@ -228,7 +236,10 @@ Microseconds Demonstration::expectDropped(Asked& asked) {
 }
 
 void Demonstration::addRow(const Asked& asked, const std::string& result, Microseconds time) {
-    rows_.push_back({title_, asked.text, result, inMilliseconds(time)});
+    const std::string folder = kit_.folder().string();
+    std::string text = asked.text; // short enough for a column
+    if (const auto at = text.find(folder); at != std::string::npos) text.replace(at, folder.size(), "...");
+    rows_.push_back({number_, text, result, inMilliseconds(time)});
 }
 
 Microseconds Demonstration::timeOf(const Asked& asked, const std::string& text) {

@@ -1,8 +1,9 @@
-// The play path, shown and checked step by step on a running receiver.
+// A running receiver's play path and the rest of what its TV service takes and tells, shown and checked step by step.
 #pragma once
 
 #include "screen.h"
 
+#include <nlohmann/json.hpp>
 #include <receiver-kit/receiver-kit.h>
 #include <string>
 #include <vector>
@@ -28,9 +29,24 @@ private:
     void liveChannelAfterFile();
     void fiveTerminals();
     void missingFile();
+    void tracks();
+    void tunerAndLock();
+    void download();
+    void negotiation();
+    void pathSwitch();
     void mediaServiceHangs();
     void tvServiceHangs();
     void serviceRestarts();
+
+    // A notification that is expected, and what its arguments include.
+    struct Told {
+        const char* message;
+        nlohmann::json arguments;
+    };
+    // Runs a command, waits for the notifications that it leads to, shows all up to the last of them, and adds a row
+    // with result for people.
+    void expectTold(const std::vector<std::string>& command, const std::vector<Told>& expected,
+                    const std::string& result, receiver::Part part = receiver::Part::frameHost);
 
     Asked ask(const std::string& terminals, const std::string& uri);
     // Waits for the answers to a request, shows what happened and checks that they are the expected ones.
@@ -48,7 +64,7 @@ private:
     receiver::ReceiverKit& kit_;
     const Screen& screen_;
     std::string film_;
-    std::string title_; // of the step under way
+    std::string number_; // of the step under way
     std::vector<Row> rows_;
 };
 

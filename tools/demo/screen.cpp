@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <iomanip>
 #include <iostream>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace demo {
@@ -13,7 +14,8 @@ namespace {
 constexpr const char* bold = "1";
 constexpr const char* green = "32";
 constexpr const char* grey = "90";
-constexpr int labelWidth = 10, eventWidth = 11;
+constexpr int margin = 2, labelWidth = 10, eventWidth = 11;
+constexpr unsigned short narrowest = 40; // columns; below, lines are left as they are
 
 } // namespace
 
@@ -25,41 +27,67 @@ std::string inMilliseconds(std::chrono::microseconds time) {
 
 Screen::Screen() {
     const char* unwanted = std::getenv("NO_COLOR");
-    colours_ = isatty(STDOUT_FILENO) == 1 && (unwanted == nullptr || *unwanted == '\0');
+    const bool terminal = isatty(STDOUT_FILENO) == 1;
+    colours_ = terminal && (unwanted == nullptr || *unwanted == '\0');
+    winsize size{};
+    const bool known = terminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col >= narrowest;
+    width_ = known ? size.ws_col : std::string::npos;
 }
 
 std::string Screen::coloured(const char* code, const std::string& text) const {
     return colours_ ? std::string("\x1b[") + code + 'm' + text + "\x1b[0m" : text;
 }
 
+std::string Screen::wrapped(const std::string& text, std::size_t indent) const {
+    std::string result, rest = text;
+    while (rest.size() > width_ - indent) {
+        // At the last comma that fits, else at the last blank, else anywhere.
+        const std::size_t room = width_ - indent;
+        const auto comma = rest.rfind(", ", room - 1), blank = rest.rfind(' ', room);
+        std::size_t end = room;
+        if (comma != std::string::npos && comma > 0)
+            end = comma + 1;
+        else if (blank != std::string::npos && blank > 0)
+            end = blank;
+        result += rest.substr(0, end) + '\n' + std::string(indent, ' ');
+        rest.erase(0, rest[end] == ' ' ? end + 1 : end);
+    }
+    return result + rest;
+}
+
 void Screen::title(const std::string& text) const { std::cout << '\n' << coloured(bold, text) << std::endl; }
 
 void Screen::line(const std::string& label, const std::string& text) const {
-    std::cout << "  " << std::left << std::setw(labelWidth) << label << text << std::endl;
+    std::cout << "  " << std::left << std::setw(labelWidth) << label << wrapped(text, margin + labelWidth) << std::endl;
 }
 
 void Screen::event(std::chrono::microseconds sinceAsked, const std::string& text) const {
     std::cout << "  " << std::right << std::setw(eventWidth) << inMilliseconds(sinceAsked) << "  "
-              << coloured(grey, text) << std::endl;
+              << coloured(grey, wrapped(text, margin + eventWidth + margin)) << std::endl;
 }
 
-void Screen::good(const std::string& text) const { line("", coloured(green, text)); }
+void Screen::line(const std::string& label, const std::string& name, std::size_t nameWidth,
+                  const std::string& text) const {
+    const std::size_t column = margin + labelWidth + nameWidth + margin;
+    std::cout << "  " << std::left << std::setw(labelWidth) << label << coloured(bold, name)
+              << std::string(nameWidth + margin - name.size(), ' ') << wrapped(text, column) << std::endl;
+}
+
+void Screen::good(const std::string& text) const {
+    std::cout << std::string(margin + labelWidth, ' ') << coloured(green, wrapped(text, margin + labelWidth))
+              << std::endl;
+}
 
 void Screen::table(const std::vector<Row>& rows) const {
-    std::size_t step = 0, asked = 0, result = 0;
+    std::vector<std::size_t> widths(rows.front().size());
+    for (const Row& row : rows)
+        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
     for (const Row& row : rows) {
-        step = std::max(step, row.step.size());
-        asked = std::max(asked, row.asked.size());
-        result = std::max(result, row.result.size());
-    }
-    const auto padded = [](const std::string& text, std::size_t width) {
-        return text + std::string(width - text.size() + 2, ' ');
-    };
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-        const Row& row = rows[i];
-        const std::string text =
-            padded(row.step, step) + padded(row.asked, asked) + padded(row.result, result) + row.time;
-        std::cout << "  " << (i == 0 ? coloured(bold, text) : text) << '\n';
+        std::string text;
+        for (std::size_t i = 0; i + 1 < row.size(); ++i)
+            text += row[i] + std::string(widths[i] - row[i].size() + 2, ' ');
+        text += row.back();
+        std::cout << "  " << (&row == &rows.front() ? coloured(bold, text) : text) << '\n';
     }
     std::cout << std::flush;
 }

@@ -1,15 +1,15 @@
-// What the demonstration prints, on stdout; with colours only where they can be seen and are wanted.
+// What the demonstration prints, on stdout; with colours only where they can be seen and are wanted. On a terminal,
+// text that is wider goes on in the next line, below where it began.
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <string>
 #include <vector>
 
 namespace demo {
 
-struct Row {
-    std::string step, asked, result, time;
-};
+using Row = std::vector<std::string>; // of a table
 
 std::string inMilliseconds(std::chrono::microseconds time); // "0.31 ms"
 
@@ -19,14 +19,18 @@ public:
 
     void title(const std::string& text) const;
     void line(const std::string& label, const std::string& text) const;
+    // The same with a name in a column of its own before the text; it has to fit into that.
+    void line(const std::string& label, const std::string& name, std::size_t nameWidth, const std::string& text) const;
     void event(std::chrono::microseconds sinceAsked, const std::string& text) const;
     void good(const std::string& text) const;
-    void table(const std::vector<Row>& rows) const; // the first one holds the headings
+    void table(const std::vector<Row>& rows) const; // all of one length; the first one holds the headings
 
 private:
     std::string coloured(const char* code, const std::string& text) const;
+    std::string wrapped(const std::string& text, std::size_t indent) const;
 
     bool colours_;
+    std::size_t width_; // columns
 };
 
 } // namespace demo

@@ -1,25 +1,22 @@
 #include "log-file.h"
 
-#include <cstdio>
 #include <ctime>
 #include <deque>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <optional>
+#include <string_view>
 
 namespace receiver {
-namespace {
 
-// "2026-05-17T08:30:00.123456Z"
 std::optional<Time> timeOf(const std::string& text) {
     std::tm fields{};
-    const char* const rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &fields);
+    const char* rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S.", &fields);
+    if (rest == nullptr) return std::nullopt;
     int microseconds = 0;
-    if (rest == nullptr || std::sscanf(rest, ".%6dZ", &microseconds) != 1) return std::nullopt;
+    for (int unit = 100000; *rest >= '0' && *rest <= '9'; ++rest, unit /= 10) microseconds += unit * (*rest - '0');
+    if (std::string_view(rest) != "Z") return std::nullopt;
     return Time(std::chrono::seconds(timegm(&fields)) + std::chrono::microseconds(microseconds));
 }
-
-} // namespace
 
 std::vector<LogLine> readLog(const std::filesystem::path& file) {
     std::vector<LogLine> result;

@@ -4,12 +4,16 @@
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace receiver {
 
 using Time = std::chrono::time_point<std::chrono::system_clock, std::chrono::microseconds>;
+
+// "2026-05-17T08:30:00.123456Z", in as many digits as there are; nothing for another text.
+std::optional<Time> timeOf(const std::string& text);
 
 struct LogLine {
     Time time;
