@@ -64,6 +64,7 @@ TEST_F(MessageQueue, LetsOneOfManyServersReplaceALeftOverSocket) {
     for (int round = 0; round < 20; ++round) {
         leaveSocketBehind();
         std::vector<std::unique_ptr<host::MessageQueue>> servers;
+        servers.reserve(8);
         for (int i = 0; i < 8; ++i) servers.push_back(std::make_unique<host::MessageQueue>(limits));
         std::latch begin(8);
         std::atomic<int> serving{0};
