@@ -163,8 +163,8 @@ using MmService = Registered<mmservice::ServiceInterface, CountingMmService>;
 ModelTvServiceAdapter& newAdapter() {
     support::FakeShell::get(); // which it registers its command with when it starts
     auto* adapter = new ModelTvServiceAdapter;
-    static std::vector<ModelTvServiceAdapter*> all; // keeps it reachable
-    all.push_back(adapter);
+    static auto* const all = new std::vector<ModelTvServiceAdapter*>; // keeps them reachable
+    all->push_back(adapter);
     adapter->attachProcess(*frame::Process::getInstance());
     return *adapter;
 }
