@@ -43,9 +43,9 @@ struct Codec {
 // The peers add theirs when the program is loaded, in no order.
 std::vector<Codec>& peers();
 
-// Implementation has `WireBytes encode(const Plain&)` and `void decode(char* bytes, std::size_t size, Plain&)`, which
-// gets a new Plain, checks the whole message, may change the bytes, and throws when it does not like them. In between
-// the bytes are copied once, as a socket does. Throws std::logic_error when the records come back changed.
+// Implementation has `WireBytes encode(const Plain&)` and `Plain decode<Plain>(char* bytes, std::size_t size)`, which
+// checks the whole message, may change the bytes, and throws when it does not like them. In between the bytes are
+// copied once, as a socket does. Throws std::logic_error when the records come back changed.
 template <class Implementation, class Plain> RoundTrip roundTripOf(const std::string& name, Plain plain) {
     struct State {
         Implementation codec;
@@ -53,25 +53,22 @@ template <class Implementation, class Plain> RoundTrip roundTripOf(const std::st
         std::unique_ptr<char, decltype(&vdlFlatFree)> received{nullptr, vdlFlatFree};
         std::size_t capacity = 0;
 
-        void travel(Plain& back) {
+        Plain travel() {
             const WireBytes wire = codec.encode(plain);
             if (wire.size() > capacity) {
                 received.reset(static_cast<char*>(vdlFlatAlloc(wire.size())));
                 capacity = wire.size();
             }
             std::memcpy(received.get(), wire.data(), wire.size());
-            codec.decode(received.get(), wire.size(), back);
+            return codec.template decode<Plain>(received.get(), wire.size());
         }
     };
     const auto state = std::make_shared<State>();
     state->plain = std::move(plain);
-    Plain back;
-    state->travel(back);
-    if (!(back == state->plain)) throw std::logic_error(name + " changes records");
+    if (!(state->travel() == state->plain)) throw std::logic_error(name + " changes records");
     return [state] {
-        Plain received;
-        state->travel(received);
-        keep(&received);
+        const Plain back = state->travel();
+        keep(&back);
     };
 }
 
@@ -89,6 +86,10 @@ template <class Implementation> bool addPeer(const char* name) {
 
 Codec ownCodec();
 Codec limitCodec();
+
+// The receiving half of the product's codec alone: messages of a machine of the same byte order, and of the other one.
+Codec ownOrderCodec();
+Codec otherOrderCodec();
 
 // Which case a name means, "request/100", "info/1" or "audio-info/8"; throws std::invalid_argument for others.
 RoundTrip caseOf(const Codec& codec, const std::string& name);

@@ -85,8 +85,10 @@ public:
         put(place, plain);
         return {buffer_.get(), size};
     }
-    template <class Plain> void decode(char* bytes, std::size_t size, Plain& plain) {
+    template <class Plain> Plain decode(char* bytes, std::size_t size) {
+        Plain plain;
         Reader{bytes, bytes + size}.get(plain);
+        return plain;
     }
 
 private:

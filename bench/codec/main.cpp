@@ -3,6 +3,8 @@
 #include "codec/cases.h"
 #include "common/report.h"
 
+#include <host/marshaller.h>
+
 #include <exception>
 #include <iostream>
 #include <thread>
@@ -32,6 +34,37 @@ void compareCodecs(const Options& options, const Report& report, const std::stri
     for (const Codec& peer : peers()) report.ratio(name, of(all, "own"), of(all, peer.name), ahead(goal));
 }
 
+void compareByteOrders(const Options& options, const Report& report, const std::string& name) {
+    const std::string label = "received/" + name;
+    if (!options.wants(label)) return;
+    const auto all =
+        interleaved({sideOf(otherOrderCodec(), name), sideOf(ownOrderCodec(), name)}, options.rounds({3, 61}));
+    for (const Figures& side : all) report.figures(label, side, {"ns", "record"});
+    report.ratio(label, all[0], all[1], swapped);
+}
+
+// What a record costs in a message of 10,000 to what it costs in one of 10. The limit shows how much of a difference is
+// the machine's: 10,000 records are more than its nearer caches hold.
+void compareSizes(const Options& options, const Report& report, const std::string& record) {
+    const std::string label = "growth/" + record + "/10-10000";
+    if (!options.wants(label)) return;
+    std::vector<Side> sides;
+    for (const Codec& codec : {ownCodec(), limitCodec()}) {
+        for (const char* count : {"10000", "10"}) {
+            sides.push_back(sideOf(codec, record + "/" + count));
+            sides.back().name += std::string("/") + count;
+        }
+    }
+    const auto before = host::flatHeapUsage();
+    const auto all = interleaved(sides, options.rounds({2, 31}));
+    for (const Figures& side : all) report.figures(label, side, {"ns", "record"});
+    report.ratio(label, all[0], all[1], flat);
+    report.ratio(label, all[2], all[3]);
+    const auto after = host::flatHeapUsage();
+    report.value(label, "own/flat memory kept", static_cast<double>(after.bytes) - static_cast<double>(before.bytes),
+                 {"byte", "run"}, Goal{flat.number, 0});
+}
+
 void run(const Options& options) {
     pinToOneCpu();
     const Report report("codec");
@@ -41,6 +74,9 @@ void run(const Options& options) {
         for (const char* count : {"1", "5", "100", "1000"})
             compareCodecs(options, report, std::string(record) + "/" + count, lists);
     compareCodecs(options, report, "audio-info/8", audio);
+    for (const char* name : {"request/1", "request/100", "info/100", "audio-info/8"})
+        compareByteOrders(options, report, name);
+    for (const char* record : {"request", "info"}) compareSizes(options, report, record);
 }
 
 } // namespace

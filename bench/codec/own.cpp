@@ -1,6 +1,7 @@
 // The product's way: plain records to flat ones in the memory of one message, marshalled into the outgoing run; what
 // arrives is validated whole, put right in place, and read to new plain records.
 #include "codec/cases.h"
+#include "support/wire.h"
 
 #include <host/marshaller.h>
 #include <tvservice/messages.h>
@@ -15,6 +16,13 @@ template <> struct MessageOf<Requests> { using Type = tvservice::messages::TvSer
 template <> struct MessageOf<Infos> { using Type = tvservice::messages::TvServiceInfo; };
 template <> struct MessageOf<AudioInfo> { using Type = tvservice::messages::TvServiceAudioInfo; };
 
+template <class Plain, bool swap> Plain received(char* bytes, std::size_t size) {
+    using Message = typename MessageOf<Plain>::Type;
+    static const host::Plan& plan = host::planOf(*Message::table()); // as a handler has it from its registration
+    if (const char* fault = host::unmarshal(plan, bytes, size, swap)) throw std::invalid_argument(fault);
+    return std::get<0>(Message::Body::read(bytes));
+}
+
 class Own {
 public:
     template <class Plain> WireBytes encode(const Plain& plain) {
@@ -26,12 +34,7 @@ public:
         host::marshal(host::planOf(*Message::table()), body, wire_, largestMessage);
         return {wire_.data(), wire_.size()};
     }
-    template <class Plain> void decode(char* bytes, std::size_t size, Plain& plain) {
-        using Message = typename MessageOf<Plain>::Type;
-        if (const char* fault = host::unmarshal(host::planOf(*Message::table()), bytes, size, false))
-            throw std::invalid_argument(fault);
-        plain = std::get<0>(Message::Body::read(bytes));
-    }
+    template <class Plain> Plain decode(char* bytes, std::size_t size) { return received<Plain, false>(bytes, size); }
 
 private:
     static constexpr std::size_t sendBufferBytes = 16384; // as the proxy has it
@@ -40,8 +43,27 @@ private:
     host::Bytes wire_;
 };
 
+// Sends the same bytes each time.
+template <bool swap> class Receiver {
+public:
+    template <class Plain> WireBytes encode(const Plain& plain) {
+        using Message = typename MessageOf<Plain>::Type;
+        if (wire_.empty()) {
+            wire_ = support::wireOf<Message>(plain);
+            if (swap) wire_ = support::reversed(*Message::table(), wire_);
+        }
+        return wire_;
+    }
+    template <class Plain> Plain decode(char* bytes, std::size_t size) { return received<Plain, swap>(bytes, size); }
+
+private:
+    std::string wire_;
+};
+
 } // namespace
 
 Codec ownCodec() { return codecOf<Own>("own"); }
+Codec ownOrderCodec() { return codecOf<Receiver<false>>("own order"); }
+Codec otherOrderCodec() { return codecOf<Receiver<true>>("other order"); }
 
 } // namespace bench

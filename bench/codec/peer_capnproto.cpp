@@ -151,12 +151,14 @@ public:
         capnp::writeMessage(out, message);
         return {wire_.data(), size};
     }
-    template <class Plain> void decode(char* bytes, std::size_t size, Plain& plain) {
+    template <class Plain> Plain decode(char* bytes, std::size_t size) {
+        Plain plain;
         capnp::ReaderOptions options;
         options.traversalLimitInWords = 1U << 30;
         capnp::FlatArrayMessageReader message(
             kj::arrayPtr(reinterpret_cast<const capnp::word*>(bytes), size / sizeof(capnp::word)), options);
         get(message.getRoot<typename RootOf<Plain>::Type>(), plain);
+        return plain;
     }
 
 private:

@@ -131,12 +131,14 @@ public:
         builder_.Finish(put(builder_, plain));
         return {reinterpret_cast<const char*>(builder_.GetBufferPointer()), builder_.GetSize()};
     }
-    template <class Plain> void decode(char* bytes, std::size_t size, Plain& plain) {
+    template <class Plain> Plain decode(char* bytes, std::size_t size) {
+        Plain plain;
         using Root = typename RootOf<Plain>::Type;
         const auto* start = reinterpret_cast<const std::uint8_t*>(bytes);
         flatbuffers::Verifier verifier(start, size, 64, 1U << 30);
         if (!verifier.VerifyBuffer<Root>(nullptr)) throw std::invalid_argument("FlatBuffers");
         get(*flatbuffers::GetRoot<Root>(start), plain);
+        return plain;
     }
 
 private:

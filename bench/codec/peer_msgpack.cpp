@@ -37,11 +37,13 @@ struct MessagePack {
         msgpack::pack(buffer, plain);
         return {buffer.data(), buffer.size()};
     }
-    template <class Plain> void decode(char* bytes, std::size_t size, Plain& plain) {
+    template <class Plain> Plain decode(char* bytes, std::size_t size) {
+        Plain plain;
         const auto byReference = [](msgpack::type::object_type, std::size_t, void*) { return true; };
         msgpack::object_handle handle;
         msgpack::unpack(handle, bytes, size, byReference);
         handle.get().convert(plain);
+        return plain;
     }
 };
 

@@ -136,11 +136,13 @@ public:
         message.SerializeWithCachedSizesToArray(reinterpret_cast<std::uint8_t*>(wire_.data()));
         return {wire_.data(), size};
     }
-    template <class Plain> void decode(char* bytes, std::size_t size, Plain& plain) {
+    template <class Plain> Plain decode(char* bytes, std::size_t size) {
+        Plain plain;
         auto& message = kept<Plain>();
         message.Clear();
         if (!message.ParseFromArray(bytes, static_cast<int>(size))) throw std::invalid_argument("protobuf");
         read(message, plain);
+        return plain;
     }
 
 private:
