@@ -24,8 +24,8 @@
 //                    TvServiceCcInfoNotify tells to all, 1 on and 0 off
 //   list changed     intParam1 numbers the new list; TvServiceStatusInfo to all
 //   try run          intParam1 is a channel's number; TvServicePlayInfo with its URI, without one for an unknown
-//   channel parental lock    intParam1 0 unlocks, else locks for the age in intParam2; TvServiceStatusInfo to all. A
-//   play on a
+//                    channel
+//   parental lock    intParam1 0 unlocks, else locks for the age in intParam2; TvServiceStatusInfo to all. A play on a
 //                    locked terminal is answered with result::locked; what it shows already stays
 //   MTS audio        0 main, 1 second programme, 2 both; TvServiceMtsAudioTrackInfoNotify to all, or with the unchanged
 //                    track to the asker for another number

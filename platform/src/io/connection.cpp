@@ -168,14 +168,14 @@ bool Connection::handleFrames() {
             return false;
         }
         if (incoming_.size() - at - frameHeaderBytes < size) break;
-        if (!handleFrame(header, size, header + frameHeaderBytes)) return false;
+        handleFrame(header, size, header + frameHeaderBytes);
         at += frameHeaderBytes + size;
     }
     if (at > 0) incoming_.consume(at);
     return true;
 }
 
-bool Connection::handleFrame(const char* header, std::uint32_t size, char* body) {
+void Connection::handleFrame(const char* header, std::uint32_t size, char* body) {
     const frame::MsgMeta meta{load32(header + 4, swap_), load32(header + 8, swap_), load32(header + 12, swap_),
                               static_cast<std::uint8_t>(header[16])};
     const frame::TransportInfo transport{number_, {load32(header + 20, swap_), load32(header + 24, swap_)}};
@@ -184,20 +184,19 @@ bool Connection::handleFrame(const char* header, std::uint32_t size, char* body)
         count(door_.counters.undecodable);
         IO_LOG(vdlDebugWarning, "service %s: connection %llu: no handler for message 0x%08x\n", door_.service.c_str(),
                static_cast<unsigned long long>(number_), meta.messageId);
-        return true;
+        return;
     }
     if (size < handler->size) {
         count(door_.counters.undecodable);
-        close(
-            "message of " + std::to_string(size) + " bytes, shorter than its form of " + std::to_string(handler->size),
-            true);
-        return false;
+        IO_LOG(vdlDebugFailure, "service %s: connection %llu: message 0x%08x dropped: it has %u bytes, its form %zu\n",
+               door_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId, size, handler->size);
+        return;
     }
     if (const char* fault = unmarshal(*handler->plan, body, size, swap_)) {
         count(door_.counters.undecodable);
         IO_LOG(vdlDebugFailure, "service %s: connection %llu: message 0x%08x dropped: %s\n", door_.service.c_str(),
                static_cast<unsigned long long>(number_), meta.messageId, fault);
-        return true;
+        return;
     }
     count(door_.counters.received);
     try {
@@ -208,7 +207,6 @@ bool Connection::handleFrame(const char* header, std::uint32_t size, char* body)
     } catch (...) {
         IO_LOG(vdlDebugFailure, "service %s: handler of message 0x%08x threw\n", door_.service.c_str(), meta.messageId);
     }
-    return true;
 }
 
 void Connection::turnAway(const std::string& reason) {

@@ -42,7 +42,7 @@ private:
     void received(std::size_t count);
     bool handleHello();
     bool handleFrames();
-    bool handleFrame(const char* header, std::uint32_t size, char* body);
+    void handleFrame(const char* header, std::uint32_t size, char* body);
     void becomeReady();
     void turnAway(const std::string& reason);
 
