@@ -16,6 +16,10 @@
 namespace tvservice {
 
 std::chrono::steady_clock::time_point (*resClock)() = std::chrono::steady_clock::now;
+std::cv_status (*resWait)(std::condition_variable&, std::unique_lock<std::mutex>&) =
+    [](std::condition_variable& condition, std::unique_lock<std::mutex>& lock) {
+        return condition.wait_until(lock, std::chrono::steady_clock::now() + std::chrono::seconds(1));
+    };
 
 namespace {
 
@@ -24,7 +28,6 @@ namespace uri = ov::orveltools::uri;
 
 constexpr auto module = genrpc::ManagerLog;
 constexpr auto answerLimit = 5s;
-constexpr auto supervisionTick = 1s;
 constexpr std::int32_t newerRequestQueued = 1; // result of a terminal for which a newer request is queued
 
 // Found through the framework when first needed, kept for the life of the process; touched by the worker only.
@@ -238,14 +241,16 @@ int ResManager::tvServiceReq(frame::MsgIds&, const frame::TransportInfo&, const 
 void ResManager::ResMTask() {
     GENRPC_LOG(module, vdlDebugTrace, "tid %x \n", static_cast<unsigned>(pthread_self()));
     std::unique_lock lock(resMutex, std::defer_lock);
-    while (exitTask == 0) {
-        lock.lock();
-        if (waitForWork(lock)) {
-            sendFront(lock, GENRPC_HERE);
-        } else {
-            timeoutCheck();
-            lock.unlock();
-        }
+    while (exitTask == 0) cycle(lock, GENRPC_HERE);
+}
+
+void ResManager::cycle(std::unique_lock<std::mutex>& lock, genrpc::Here here) {
+    lock.lock();
+    if (waitForWork(lock)) {
+        sendFront(lock, here);
+    } else {
+        timeoutCheck();
+        lock.unlock();
     }
 }
 
@@ -258,8 +263,7 @@ bool ResManager::onSleep() const {
 bool ResManager::waitForWork(std::unique_lock<std::mutex>& lock) {
     while (onSleep()) {
         // Every wait has a second of its own: a notification starts the next one and puts the supervision off.
-        const auto deadline = std::chrono::steady_clock::now() + supervisionTick;
-        if (resCond.wait_until(lock, deadline) == std::cv_status::timeout) return false;
+        if (resWait(resCond, lock) == std::cv_status::timeout) return false;
     }
     return true;
 }

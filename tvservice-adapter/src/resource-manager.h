@@ -114,9 +114,10 @@ protected:
     // The request id of the bundle that the requests will form: 1 and their common id, or 0 and a new one.
     int createReqID(const std::vector<TvServiceReq_t>& requests, std::string& reqId);
 
-    // The worker. ResMTask repeats: wait for something to send, at most a second at a time; send it, or look at the
-    // clock.
+    // The worker. ResMTask repeats cycles: wait for something to send, at most a second at a time; send it, or look at
+    // the clock. A cycle takes the lock not held and returns with it not held; here: where its lines come from.
     void ResMTask();
+    void cycle(std::unique_lock<std::mutex>& lock, genrpc::Here here);
     bool onSleep() const; // with resMutex held: nothing to send
     // Waits until there is something to send (true), or a whole second without any notification has passed (false).
     bool waitForWork(std::unique_lock<std::mutex>& lock);
@@ -146,7 +147,9 @@ protected:
     std::atomic_flag reqIdLock = ATOMIC_FLAG_INIT;      // its own lock, so that an id never waits for the queue
 };
 
-// The manager's clock, for a test to put its own in its place before it makes a manager.
+// The manager's clock, and its wait of one second on that clock, for a test to put its own in their place before it
+// makes a manager.
 extern std::chrono::steady_clock::time_point (*resClock)();
+extern std::cv_status (*resWait)(std::condition_variable& condition, std::unique_lock<std::mutex>& lock);
 
 } // namespace tvservice
