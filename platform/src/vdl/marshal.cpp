@@ -33,77 +33,108 @@ void copyString(char* to, const char* from, std::size_t length) {
     }
 }
 
+// Appends to the run's memory directly; where the next block goes travels from call to call by value: as a member it
+// would have to be reloaded after every byte that is written. Positions count from the message's start.
 class Writer {
 public:
     Writer(Bytes& out, std::size_t limit)
-        : out_(out), start_(out.size()), limit_(std::min<std::uint64_t>(limit, UINT32_MAX)) {}
+        : out_(out), start_(out.size()), limit_(std::min<std::uint64_t>(limit, UINT32_MAX)) {
+        useMemory();
+    }
 
+    // The run then ends behind the message.
     void message(const Plan& plan, const char* payload) {
-        char* copy = append(plan.size);
-        if (plan.size > 0) std::memcpy(copy, payload, plan.size); // the run may have no memory yet
-        records(plan, payload, start_, 1);
+        makeRoom(0, plan.size);
+        if (plan.size > 0) std::memcpy(message_, payload, plan.size); // the run may have no memory yet
+        endAt(records(plan, payload, 0, 1, plan.size));
     }
 
 private:
-    char* append(std::uint64_t count) {
-        if (count > limit_ - (out_.size() - start_))
-            throw std::length_error("message longer than " + std::to_string(limit_) + " bytes");
-        return out_.append(static_cast<std::size_t>(count));
+    // What of the run's memory the message may use.
+    void useMemory() {
+        message_ = out_.data() + start_;
+        room_ = static_cast<std::size_t>(std::min<std::uint64_t>(limit_, out_.capacity() - start_));
     }
 
-    [[noreturn]] static void refuse(const char* what, std::uint32_t offset, std::uint32_t count) {
+    // The run's bytes up to position next, which have been written, belong to the run.
+    void endAt(std::size_t next) {
+        out_.truncate(start_);
+        out_.append(next);
+    }
+
+    // Sees to memory for count more bytes at position next.
+    void makeRoom(std::size_t next, std::uint64_t count) {
+        if (count > room_ - next) grow(next, count);
+    }
+    [[gnu::noinline]] void grow(std::size_t next, std::uint64_t count) {
+        if (count > limit_ - next) throw std::length_error("message longer than " + std::to_string(limit_) + " bytes");
+        endAt(next);
+        out_.append(static_cast<std::size_t>(count));
+        useMemory();
+    }
+
+    [[noreturn, gnu::cold, gnu::noinline]] static void refuse(const char* what, std::uint32_t offset,
+                                                              std::uint32_t count) {
         throw std::invalid_argument(std::string(what) + " at byte " + std::to_string(offset) +
                                     " of its record: count " + std::to_string(count) + " with a null pointer");
     }
 
-    // Appends what the count records at from lead to; their copies are at position place of the run.
-    void records(const Plan& plan, const char* from, std::size_t place, std::uint32_t count) {
-        for (; count > 0; --count, from += plan.size, place += plan.size) {
-            for (const Plan::Step& step : plan.steps) {
-                if (step.element)
-                    sequence(*step.element, step.offset, from, place);
-                else
-                    string(step.offset, from, place);
+    // Appends what the count records at from lead to; their copies are at position place. Takes and returns the
+    // position behind the last block.
+    std::size_t records(const Plan& plan, const char* from, std::size_t place, std::uint32_t count, std::size_t next) {
+        const auto steps = plan.steps.data(), end = steps + plan.steps.size();
+        const std::uint32_t recordSize = plan.size;
+        for (; count > 0; --count, from += recordSize, place += recordSize) {
+            for (auto step = steps; step != end; ++step) {
+                const std::uint32_t offset = step->offset;
+                if (step->element) {
+                    next = sequence(*step->element, offset, from, place, next);
+                    continue;
+                }
+                const std::uint32_t length = loadWord(from + offset);
+                const std::uint32_t data = loadWord(from + offset + 4);
+                if (data == 0) {
+                    if (length > 0) refuse("string", offset, length);
+                    continue;
+                }
+                makeRoom(next, std::uint64_t{length} + 1);
+                char* const message = message_;
+                setPointer(message + place + offset, next);
+                copyString(message + next, flatAddress(data), length);
+                message[next + length] = '\0';
+                next += std::size_t{length} + 1;
             }
         }
+        return next;
     }
 
-    void string(std::uint32_t offset, const char* from, std::size_t place) {
-        const std::uint32_t length = loadWord(from + offset);
-        const std::uint32_t data = loadWord(from + offset + 4);
-        if (data == 0) {
-            if (length > 0) refuse("string", offset, length);
-            return;
-        }
-        const std::size_t position = out_.size();
-        char* block = append(std::uint64_t{length} + 1);
-        copyString(block, flatAddress(data), length);
-        block[length] = '\0';
-        setPointer(place + offset, position);
-    }
-
-    void sequence(const Plan& element, std::uint32_t offset, const char* from, std::size_t place) {
+    std::size_t sequence(const Plan& element, std::uint32_t offset, const char* from, std::size_t place,
+                         std::size_t next) {
         const std::uint32_t count = loadWord(from + offset);
         const std::uint32_t data = loadWord(from + offset + 4);
         if (count == 0) { // an array of nothing has no block
-            storeWord(out_.data() + place + offset + 4, 0);
-            return;
+            setPointer(message_ + place + offset, 0);
+            return next;
         }
         if (data == 0) refuse("sequence", offset, count);
-        const std::size_t position = out_.size();
         const std::uint64_t bytes = std::uint64_t{count} * element.size;
-        std::memcpy(append(bytes), flatAddress(data), static_cast<std::size_t>(bytes));
-        setPointer(place + offset, position);
-        if (!element.steps.empty()) records(element, flatAddress(data), position, count);
+        makeRoom(next, bytes);
+        std::memcpy(message_ + next, flatAddress(data), static_cast<std::size_t>(bytes));
+        setPointer(message_ + place + offset, next);
+        const std::size_t behind = next + static_cast<std::size_t>(bytes);
+        if (element.steps.empty()) return behind;
+        return records(element, flatAddress(data), next, count, behind);
     }
 
-    void setPointer(std::size_t field, std::size_t position) {
-        storeWord(out_.data() + field + 4, static_cast<std::uint32_t>(position - start_));
+    static void setPointer(char* field, std::size_t position) {
+        storeWord(field + 4, static_cast<std::uint32_t>(position));
     }
 
     Bytes& out_;
     const std::size_t start_;
     const std::uint64_t limit_;
+    char* message_;
+    std::size_t room_; // bytes of message_ that may be used
 };
 
 } // namespace

@@ -146,9 +146,10 @@ private:
 } // namespace
 
 const Plan& planOf(const vdl::EndianTable& table) {
-    // A thread that asks again usually asks for the same table.
-    thread_local const vdl::EndianTable* lastTable = nullptr;
-    thread_local const Plan* lastPlan = nullptr;
+    // A thread that asks again usually asks for the same table. In the initial thread-local block, where reaching them
+    // takes one instruction each.
+    [[gnu::tls_model("initial-exec")]] constinit static thread_local const vdl::EndianTable* lastTable = nullptr;
+    [[gnu::tls_model("initial-exec")]] constinit static thread_local const Plan* lastPlan = nullptr;
     if (lastTable != &table) {
         static Compiler& compiler = *new Compiler; // never destroyed: plans are asked for until the very end
         lastPlan = &compiler.plan(table);

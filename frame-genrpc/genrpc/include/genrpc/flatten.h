@@ -17,15 +17,22 @@ struct HeapBlocks {
     static char* allocate(std::size_t bytes) { return static_cast<char*>(vdlFlatAlloc(bytes)); }
 };
 
+// A form's list of fields as a constant, so that going through it is as fast as naming each field in turn.
+template <class Flat> inline constexpr auto fieldsOf = std::remove_const_t<Flat>::fields();
+
 // Calls visit(field, plain.field, flat.field) for each field, in order.
-template <class Plain, class Flat, class Visit> void eachField(Plain& plain, Flat& flat, Visit&& visit) {
-    std::apply([&](const auto&... field) { (visit(field, plain.*field.plain, flat.*field.flat), ...); },
-               std::remove_const_t<Flat>::fields());
+template <class Plain, class Flat, class Visit>
+[[gnu::always_inline]] inline void eachField(Plain& plain, Flat& flat, Visit&& visit) {
+    std::apply(
+        [&](const auto&... field)
+            __attribute__((always_inline)) { (visit(field, plain.*field.plain, flat.*field.flat), ...); },
+        fieldsOf<Flat>);
 }
 // Calls visit(field, flat.field) for each field, in order.
-template <class Flat, class Visit> void eachFlatField(Flat& flat, Visit&& visit) {
-    std::apply([&](const auto&... field) { (visit(field, flat.*field.flat), ...); },
-               std::remove_const_t<Flat>::fields());
+template <class Flat, class Visit> [[gnu::always_inline]] inline void eachFlatField(Flat& flat, Visit&& visit) {
+    std::apply(
+        [&](const auto&... field) __attribute__((always_inline)) { (visit(field, flat.*field.flat), ...); },
+        fieldsOf<Flat>);
 }
 
 // ---- setting to zero: what a form's default constructor does ----
@@ -135,36 +142,43 @@ void flatten(const std::vector<typename E::Plain>& from, Sequence<E>& to, Blocks
     for (std::size_t i = 0; i < from.size(); ++i) flatten(from[i], to.data[i], blocks);
 }
 
-// ---- flat to plain. Reads counts and pointers as they are: what arrives has been validated by the marshaller. ----
+// ---- flat to plain. Reads counts and pointers as they are: what arrives has been validated by the marshaller. Every
+// value is made where it stays, which costs less than assigning to an empty one. ----
 
-template <class T> void unflatten(const vdl::Word<T>& from, T& to) { to = from; }
-inline void unflatten(const WideBool& from, bool& to) { to = from; }
+template <class T> T plainOf(const vdl::Word<T>& from) { return from; }
+inline bool plainOf(const WideBool& from) { return from; }
 // How many elements a list has to give: none without an array.
 template <class List> std::uint32_t countOf(const List& list) {
     if (!list.data) return 0;
     return list.count;
 }
 // The length decides, a terminator is not looked for.
-inline void unflatten(const vdlDeserString_t& from, std::string& to) {
-    if (from.data && from.length != 0)
-        to.assign(from.data, from.length);
-    else
-        to.clear();
+inline std::string plainOf(const vdlDeserString_t& from) {
+    if (!from.data) return {};
+    return std::string(from.data, from.length);
 }
-inline void unflatten(const vdlDeserBlobUint32_t& from, std::vector<std::uint32_t>& to) {
-    to = std::vector<std::uint32_t>(countOf(from));
-    for (std::size_t i = 0; i < to.size(); ++i) to[i] = from.data[i];
+inline std::vector<std::uint32_t> plainOf(const vdlDeserBlobUint32_t& from) {
+    std::vector<std::uint32_t> words(countOf(from));
+    for (std::size_t i = 0; i < words.size(); ++i) words[i] = from.data[i];
+    return words;
 }
-inline void unflatten(const vdlDeserBlobString_t& from, std::vector<std::string>& to) {
-    to = std::vector<std::string>(countOf(from));
-    for (std::size_t i = 0; i < to.size(); ++i) unflatten(from.data[i], to[i]);
+inline std::vector<std::string> plainOf(const vdlDeserBlobString_t& from) {
+    std::vector<std::string> texts;
+    const std::uint32_t count = countOf(from);
+    texts.reserve(count);
+    for (std::uint32_t i = 0; i < count; ++i) texts.push_back(plainOf(from.data[i]));
+    return texts;
 }
-template <Form F> void unflatten(const F& from, typename F::Plain& to) {
-    eachField(to, from, [](const auto&, auto& plain, const auto& flat) { unflatten(flat, plain); });
+template <Form F> typename F::Plain plainOf(const F& from) {
+    return std::apply([&](const auto&... field) { return typename F::Plain{plainOf(from.*field.flat)...}; },
+                      fieldsOf<F>);
 }
-template <class E> void unflatten(const Sequence<E>& from, std::vector<typename E::Plain>& to) {
-    to = std::vector<typename E::Plain>(countOf(from));
-    for (std::size_t i = 0; i < to.size(); ++i) unflatten(from.data[i], to[i]);
+template <class E> std::vector<typename E::Plain> plainOf(const Sequence<E>& from) {
+    std::vector<typename E::Plain> records;
+    const std::uint32_t count = countOf(from);
+    records.reserve(count);
+    for (std::uint32_t i = 0; i < count; ++i) records.emplace_back(from.data[i]); // by the form's conversion
+    return records;
 }
 
 // ---- assigning to a form that may hold something already ----

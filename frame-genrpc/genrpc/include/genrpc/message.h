@@ -71,11 +71,8 @@ template <class... Args> struct Body {
     // The plain arguments of a flat body.
     static Arguments read(const void* body) {
         return [body]<std::size_t... I>(std::index_sequence<I...>) {
-            Arguments args;
-            (unflatten(*reinterpret_cast<const FlatType<Args>*>(static_cast<const char*>(body) + offsetOf(I)),
-                       std::get<I>(args)),
-             ...);
-            return args;
+            return Arguments(
+                plainOf(*reinterpret_cast<const FlatType<Args>*>(static_cast<const char*>(body) + offsetOf(I)))...);
         }
         (std::index_sequence_for<Args...>());
     }

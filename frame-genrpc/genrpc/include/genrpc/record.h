@@ -55,11 +55,7 @@
             ::genrpc::assign(from, *this);                                                                           \
             return *this;                                                                                            \
         }                                                                                                            \
-        operator Record() const {                                                                                    \
-            Record to;                                                                                               \
-            ::genrpc::unflatten(*this, to);                                                                          \
-            return to;                                                                                               \
-        }                                                                                                            \
+        operator Record() const { return ::genrpc::plainOf(*this); }                                                 \
         static constexpr const vdl::EndianTable* table() { return &__vdl_EndianTable_serializable_##Record; }        \
     };
 
