@@ -1,0 +1,47 @@
+"""What the benchmark programs printed, and how it stands to the goals."""
+import json
+
+
+def parsed(text, program):
+    """The lines of one program; what is no line of figures is an error worth knowing."""
+    lines = []
+    for line in text.splitlines():
+        try:
+            lines.append(json.loads(line))
+        except json.JSONDecodeError as error:
+            raise ValueError(f"{program}: not a line of figures: {line!r}") from error
+    return lines
+
+
+def excess(line):
+    """How far a line is beyond its bound: 1.0 is at the bound, more is worse."""
+    if line["bound"] == "atLeast":
+        return line["goal"] / line["median"] if line["median"] else float("inf")
+    if line["goal"] == 0:
+        return 1.0 if line["median"] <= 0 else float("inf")
+    return line["median"] / line["goal"]
+
+
+def with_goal(lines, number):
+    return [line for line in lines if line.get("goalNumber") == number and "goal" in line]
+
+
+def name_of(line):
+    return f"{line['bench']} {line['case']} {line.get('ratio') or line.get('side')}"
+
+
+def number(value):
+    if value == 0:
+        return "0"
+    return f"{value:.0f}" if abs(value) >= 1000 else f"{value:.3g}"
+
+
+def value_of(line):
+    unit = "" if "ratio" in line else f" {line['unit']}/{line['per']}"
+    return number(line["median"]) + unit
+
+
+def missed(lines, margin):
+    """The lines beyond their bound by more than the margin, worst first."""
+    bad = [line for line in lines if "goal" in line and excess(line) > 1 + margin]
+    return sorted(bad, key=excess, reverse=True)
