@@ -69,7 +69,7 @@ void compare(const Options& options, const std::string& caseName, frame::Message
     if (!options.wants(caseName)) return;
     const std::chrono::milliseconds length(options.quick ? 4 : 20);
     std::vector<Side> sides;
-    for (const std::size_t clients : {1, 8, 64})
+    for (const std::size_t clients : {1U, 8U, 64U})
         sides.push_back(timedSide<ThreadClock>("own " + std::to_string(clients), 1, length,
                                                [proxy = std::shared_ptr(proxyWith(clients)), handler, &payload] {
                                                    handler(Message::meta, {}, payload.body(), proxy.get());

@@ -49,7 +49,7 @@ void lifeOfLists(const Options& options, const std::string& caseName, const std:
     if (!options.wants(caseName)) return;
     const std::chrono::milliseconds length(options.quick ? 4 : 20);
     std::vector<Side> sides;
-    for (const std::size_t terminals : {1, 8, 64})
+    for (const std::size_t terminals : {1U, 8U, 64U})
         sides.push_back(timedSide<ThreadClock>(std::to_string(terminals) + " terminals", terminals, length,
                                                [manager = managerWith(0, {}), requests = playRequests(terminals, uri)] {
                                                    manager->ask(requests);
