@@ -28,12 +28,16 @@ struct vdlDebugChunk {
 
 // Whether a line of this level word is wanted now; if so, chunk is ready for vdlDebugOutput0.
 inline bool vdlDebugCheckLevelGetFrameAndChunk(std::uint32_t levelWord, vdlDebugChunk& chunk) {
+    if ((levelWord & 0xFFFF) > vdlDebugLevels[(levelWord >> 16) % vdlDebugModules].load(std::memory_order_relaxed))
+        return false;
     chunk.levelWord = levelWord;
-    return (levelWord & 0xFFFF) <= vdlDebugLevels[(levelWord >> 16) % vdlDebugModules].load(std::memory_order_relaxed);
+    return true;
 }
 
-// Prints one line. A final line feed is the line's end; further ones inside continue it. Never throws.
-[[gnu::format(printf, 2, 3)]] void vdlDebugOutput0(const vdlDebugChunk& chunk, const char* format, ...) noexcept;
+// Prints one line. A final line feed is the line's end; further ones inside continue it. Never throws. Cold: most lines
+// are not wanted most of the time, so what they need lies out of the way of those who only ask.
+[[gnu::format(printf, 2, 3), gnu::cold]] void vdlDebugOutput0(const vdlDebugChunk& chunk, const char* format,
+                                                              ...) noexcept;
 
 // Gives a module number the name by which people set its level ("resource-manager"). Naming twice keeps the first.
 void vdlDebugNameModule(std::uint32_t module, const char* name);
