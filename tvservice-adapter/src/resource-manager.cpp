@@ -101,7 +101,10 @@ ResManager* ResManager::getResMInstance() {
     return &instance;
 }
 
-ResManager::ResManager() : ResManager(WithoutWorker{}) { resThread = std::thread(&ResManager::ResMTask, this); }
+ResManager::ResManager() : ResManager(WithoutWorker{}) {
+    lrt::RunLogAgentImpl::getInstance(); // made now, so that it serves the worker to its end
+    resThread = std::thread(&ResManager::ResMTask, this);
+}
 
 ResManager::ResManager(WithoutWorker) {
     using namespace std::placeholders;

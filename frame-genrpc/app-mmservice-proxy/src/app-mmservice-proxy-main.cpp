@@ -2,8 +2,6 @@
 
 #include <mmservice/messages.h>
 
-#include <cstdlib>
-
 namespace mmservice {
 namespace {
 
@@ -85,8 +83,5 @@ MMSERVICE_NOTIFICATIONS(GENRPC_HANDLER)
 
 extern "C" GENRPC_EXPORT void** CreateMMServiceProxy() {
     GENRPC_LOG(genrpc::MmProxyLog, vdlDebugTrace, "Called.\n");
-    // Room for two pointers, whatever their size.
-    void** members = static_cast<void**>(std::calloc(2, sizeof(void*)));
-    members[0] = static_cast<void*>(static_cast<frame::AbstractProcessMember*>(new mmservice::Proxy));
-    return members;
+    return genrpc::arrayOf<mmservice::Proxy>();
 }

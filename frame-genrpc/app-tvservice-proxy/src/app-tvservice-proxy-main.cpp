@@ -2,8 +2,6 @@
 
 #include <tvservice/messages.h>
 
-#include <cstdlib>
-
 namespace tvservice {
 namespace {
 
@@ -85,7 +83,5 @@ TVSERVICE_NOTIFICATIONS(GENRPC_HANDLER)
 
 extern "C" GENRPC_EXPORT void** CreateTvServiceProxy() {
     GENRPC_LOG(genrpc::TvProxyLog, vdlDebugTrace, "Called.\n");
-    void** members = static_cast<void**>(std::calloc(2, sizeof(void*)));
-    members[0] = static_cast<void*>(static_cast<frame::AbstractProcessMember*>(new tvservice::Proxy));
-    return members;
+    return genrpc::arrayOf<tvservice::Proxy>();
 }

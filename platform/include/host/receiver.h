@@ -15,8 +15,9 @@ int loadApplication(const std::string& path);
 // The process's message queue.
 MessageQueue& messageQueue();
 
-// Runs the framework's thread until SIGTERM or SIGINT (or stopProcess), then stops all members in reverse order, the
-// queue and the run log. Call once, from main, before any other thread is started: it blocks the two signals first.
+// Runs the framework's thread until SIGTERM or SIGINT (or stopProcess), then stops all members in reverse order and the
+// queue, and has the run log store what it holds. Call once, from main, before any other thread is started: it blocks
+// the two signals first.
 // onReady runs on the calling thread, which is the framework's by then; the queue receives from its return on, or from
 // the time when the first array with a marshalling member has started. Its non-zero result ends the run at once with
 // that value. Returns 0, or 1 (logged) when the queue cannot be made.

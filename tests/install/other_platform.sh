@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# The product alone, built and installed over a platform folder of somebody else's: other_platform.sh BUILD SOURCE
+# That platform has the headers' names and brings a library; here it is the host platform's, which is at hand.
+set -euo pipefail
+build=$1 source=$2
+
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+mkdir "$folder/platform"
+cat >"$folder/platform/CMakeLists.txt" <<TEXT
+add_library(makers-platform INTERFACE)
+add_library(platform::platform ALIAS makers-platform)
+target_include_directories(makers-platform INTERFACE "$source/platform/include")
+target_link_libraries(makers-platform INTERFACE "$build/lib/libframe-platform.so")
+TEXT
+
+launcher=()
+command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+cmake -S "$source" -B "$folder/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "${launcher[@]}" \
+    -DTVSA_PLATFORM_DIR="$folder/platform" -DTVSA_BUILD_HOST=OFF
+cmake --build "$folder/build"
+cmake --install "$folder/build" --prefix "$folder/installed"
+"$source/tests/check-exports.sh" "$folder"/installed/lib*/tvservice-adapter/libapp-tvservice-adapter.so \
+    "$source/tvservice-adapter/exports.txt"
