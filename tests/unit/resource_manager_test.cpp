@@ -1,154 +1,11 @@
-// The resource manager, driven a step at a time in the test's own time.
-#include "resource-manager.h"
+// The resource manager's intake and its dealing with answers.
+#include "unit/resource-manager-fixture.h"
 
-#include <genrpc/log.h>
-#include <host/log-capture.h>
-#include <lrt/run-log-agent.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <optional>
-#include <string>
-#include <vector>
-
-using namespace tvservice;
-using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::IsEmpty;
+#include <csignal>
 
 namespace {
 
-std::chrono::steady_clock::time_point simulatedNow{100s};
-
-std::string show(const std::vector<TvServiceReq_t>& requests) {
-    std::string text;
-    for (const auto& r : requests)
-        text +=
-            " " + std::to_string(r.terminal.type) + ":" + std::to_string(r.terminal.id) + "=" + r.uri + "#" + r.reqId;
-    return text;
-}
-
-std::string show(const std::vector<TvServiceInfo_t>& infos) {
-    std::string text;
-    for (const auto& i : infos)
-        text += " " + std::to_string(i.terminal.type) + ":" + std::to_string(i.terminal.id) + "=" + i.uri + "/" +
-                std::to_string(i.result) + "#" + i.reqId;
-    return text;
-}
-
-// A manager without its thread; what it sends and reports is noted as text.
-class Manager : public ResManager {
-public:
-    Manager() : ResManager(WithoutWorker{}) {
-        registerInfocb([this](frame::MsgIds&, const frame::TransportInfo&, const std::vector<TvServiceInfo_t>& infos) {
-            reports.push_back("info" + show(infos));
-            return 0;
-        });
-    }
-    int ReqMM(frame::MsgIds& ids, const frame::TransportInfo& transport,
-              const std::vector<TvServiceReq_t>& r) override {
-        return note("MM" + show(r), ids, transport);
-    }
-    int ReqTV(frame::MsgIds& ids, const frame::TransportInfo& transport,
-              const std::vector<TvServiceReq_t>& r) override {
-        return note("TV" + show(r), ids, transport);
-    }
-
-    int ask(const std::vector<TvServiceReq_t>& requests) {
-        frame::MsgIds ids{77, 88};
-        return tvServiceReq(ids, frame::TransportInfo{5, {1, 2}}, requests);
-    }
-    // Carries out the front sending step; whether there was one.
-    bool work() {
-        std::unique_lock lock(resMutex);
-        if (onSleep()) return false;
-        sendFront(lock, GENRPC_HERE);
-        return true;
-    }
-    void tick() {
-        std::lock_guard lock(resMutex);
-        timeoutCheck();
-    }
-    int answer(ResResponse from, const std::vector<TvServiceInfo_t>& infos) {
-        frame::MsgIds ids;
-        return tvServiceInfo(from, ids, frame::TransportInfo{}, infos);
-    }
-    // The queue as text: "id: step/awaited ...".
-    std::vector<std::string> queue() {
-        std::vector<std::string> lines;
-        for (const auto& bundle : bundles()) {
-            std::string line = bundle.reqId + ":";
-            for (const auto& step : bundle.steps)
-                line += " " + step.operation.substr(14) + "/" + step.awaited.substr(13);
-            lines.push_back(line);
-        }
-        return lines;
-    }
-    std::string lists(std::size_t index = 0) {
-        const auto& b = *reqQueue[index];
-        return "pStop" + show(*b.pStop) + " | pTvStop" + show(*b.pTvStop) + " | pMM" + show(*b.pMM) + " | pTV" +
-               show(*b.pTV);
-    }
-
-    using ResManager::createReqID;
-    using ResManager::reqIdSeq;
-    using ResManager::reqQueue;
-
-    std::vector<std::string> sent, reports;
-
-private:
-    int note(std::string line, const frame::MsgIds& ids, const frame::TransportInfo& transport) {
-        EXPECT_EQ(ids, frame::MsgIds{});
-        EXPECT_EQ(transport, frame::TransportInfo{});
-        EXPECT_TRUE(resMutex.try_lock()) << "sending with the mutex held";
-        resMutex.unlock();
-        sent.push_back(std::move(line));
-        return 0;
-    }
-};
-
-TvServiceReq_t request(int type, int id, const std::string& uri, const std::string& reqId = "") {
-    TvServiceReq_t r;
-    r.terminal = {type, id};
-    r.uri = uri;
-    r.reqId = reqId;
-    return r;
-}
-TvServiceInfo_t info(int type, int id, const std::string& reqId, int result = 0, const std::string& uri = "u") {
-    TvServiceInfo_t i;
-    i.terminal = {type, id};
-    i.result = result;
-    i.uri = uri;
-    i.reqId = reqId;
-    return i;
-}
-
-class ResManagerTest : public testing::Test {
-protected:
-    ResManagerTest() {
-        simulatedNow = std::chrono::steady_clock::time_point{100s};
-        resClock = [] { return simulatedNow; };
-        // The manager's belief of what the MM service plays outlives a manager: a live start makes it forget a
-        // terminal.
-        for (int type = 0; type < 10; ++type)
-            for (int id = 0; id < 2; ++id) Manager().ask({request(type, id, "dvb://forget")});
-        log.emplace(std::vector<std::uint32_t>{genrpc::ManagerLog});
-    }
-    std::vector<std::string> linesWith(const std::string& part) const {
-        std::vector<std::string> found;
-        for (const auto& line : log->lines())
-            if (line.text.find(part) != std::string::npos)
-                found.push_back(
-                    line.text.substr(line.text.find("(): ") == std::string::npos ? 0 : line.text.find("(): ") + 4));
-        return found;
-    }
-
-    Manager manager;
-    std::optional<host::LogCapture> log;
-};
+using namespace managertest;
 
 // ---- request ids ----
 
@@ -290,33 +147,54 @@ TEST_F(ResManagerTest, LogsTheIdAlsoWhenTheClientGaveIt) {
     EXPECT_EQ(log->lines().front().text.rfind("resource-manager.cpp:", 0), 0U);
 }
 
-// ---- worker ----
-
-TEST_F(ResManagerTest, SendsStopsThenStartsAndTheMmServiceFirst) {
-    manager.ask({request(1, 0, "http://x"), request(2, 0, stopUri)});
-    EXPECT_TRUE(manager.work());
-    EXPECT_THAT(manager.sent, ElementsAre("MM 1:0=rec://plain/null#1 2:0=rec://plain/null#1",
-                                          "TV 1:0=rec://plain/null#1 2:0=rec://plain/null#1"));
-    EXPECT_FALSE(manager.work());
-    EXPECT_EQ(manager.answer(ResponseMM, {info(1, 0, "1")}), 0);
-    EXPECT_EQ(manager.answer(ResponseTV, {info(1, 0, "1")}), 1);
-    manager.sent.clear();
-    EXPECT_TRUE(manager.work());
-    EXPECT_THAT(manager.sent, ElementsAre("MM 1:0=http://x#1", "TV 2:0=rec://plain/null#1"));
-    EXPECT_THAT(manager.reports, IsEmpty());
-    EXPECT_THAT(linesWith("Sending reqid"),
-                ElementsAre("Sending reqid 1, ResOperation::SendingStop, ResResponse::ResponseNO",
-                            "Sending reqid 1, ResOperation::SendingStart, ResResponse::ResponseNO"));
+TEST_F(ResManagerTest, WritesOneNewIdIntoEveryRequestOfTheList) {
+    manager.ask({request(1, 0, "http://x"), request(2, 0, "dvb://2"), request(3, 0, stopUri)});
+    EXPECT_EQ(manager.lists(),
+              "pStop 1:0=rec://plain/null#1 3:0=rec://plain/null#1 | "
+              "pTvStop 1:0=rec://plain/null#1 3:0=rec://plain/null#1 | "
+              "pMM 1:0=http://x#1 | pTV 2:0=dvb://2#1 3:0=rec://plain/null#1");
+    EXPECT_EQ(manager.reqIdSeq, 2U);
 }
 
-TEST_F(ResManagerTest, StartsTheNextBundleOnlyWhenTheOneBeforeHasEnded) {
+TEST_F(ResManagerTest, KeepsACommonIdInEveryRequestOfTheListWithoutCountingIt) {
+    manager.ask({request(1, 0, "http://x", "abc"), request(2, 0, "dvb://2", "abc"), request(3, 0, stopUri, "abc")});
+    EXPECT_EQ(manager.lists(),
+              "pStop 1:0=rec://plain/null#abc 3:0=rec://plain/null#abc | "
+              "pTvStop 1:0=rec://plain/null#abc 3:0=rec://plain/null#abc | "
+              "pMM 1:0=http://x#abc | pTV 2:0=dvb://2#abc 3:0=rec://plain/null#abc");
+    EXPECT_THAT(manager.queue(), ElementsAre(testing::StartsWith("abc:")));
+    EXPECT_EQ(manager.reqIdSeq, 1U);
+}
+
+TEST_F(ResManagerTest, BelievesOnlyTheLatestRequestOfATerminal) {
+    manager.ask({request(1, 0, "http://a")});
+    manager.ask({request(1, 0, "http://b"), request(1, 1, "http://c")});
     manager.ask({request(1, 0, "dvb://1")});
-    manager.ask({request(2, 0, "dvb://2")});
+    EXPECT_EQ(manager.lists(2), "pStop 1:0=rec://plain/null#3 | pTvStop | pMM | pTV 1:0=dvb://1#3");
+    // The other terminal is believed to play on.
+    manager.ask({request(1, 1, "dvb://2")});
+    EXPECT_EQ(manager.lists(3), "pStop 1:1=rec://plain/null#4 | pTvStop | pMM | pTV 1:1=dvb://2#4");
+}
+
+TEST_F(ResManagerTest, NoLongerBelievesThatTheMmServicePlaysWhereItWasStopped) {
+    for (const std::string after : {stopUri, "fsl2://disk/PVR+/2"}) {
+        Manager fresh;
+        fresh.ask({request(1, 0, "http://a")});
+        fresh.ask({request(1, 0, after)});
+        fresh.ask({request(1, 0, "dvb://1")});
+        EXPECT_EQ(fresh.lists(2), "pStop | pTvStop | pMM | pTV 1:0=dvb://1#3");
+    }
+}
+
+TEST_F(ResManagerTest, KeepsItsBeliefWhateverTheServicesAnswer) {
+    manager.ask({request(1, 0, "http://a")});
     manager.work();
-    EXPECT_FALSE(manager.work());
-    EXPECT_EQ(manager.answer(ResponseTV, {info(1, 0, "1")}), 2);
-    EXPECT_TRUE(manager.work());
-    EXPECT_THAT(manager.sent, ElementsAre("TV 1:0=dvb://1#1", "TV 2:0=dvb://2#2"));
+    manager.answer(ResponseMM, {info(1, 0, "1", -1)});
+    manager.answer(ResponseTV, {info(1, 0, "1", -1)});
+    manager.work();
+    EXPECT_EQ(manager.answer(ResponseMM, {info(1, 0, "1", -1)}), 2);
+    manager.ask({request(1, 0, "dvb://1")});
+    EXPECT_EQ(manager.lists(), "pStop 1:0=rec://plain/null#2 | pTvStop | pMM | pTV 1:0=dvb://1#2");
 }
 
 // ---- answers ----
@@ -448,80 +326,6 @@ TEST_F(ResManagerTest, LogsWhatComesInAndWhatIsStillAwaited) {
         linesWith("Service Info"),
         ElementsAre("ResResponse::ResponseMM Service Info:\nTERMINAL TYPE: 1  |  ID: 0\nRESULT:        2\nURI:    "
                     "       'rec://plain/null'\nUUID:          'U'\nUUID_ANCESTOR: 'A'\n"));
-}
-
-// ---- supervision ----
-
-class Supervision : public ResManagerTest {
-protected:
-    Supervision() {
-        char folder[] = "/tmp/run-log-XXXXXX";
-        setenv("STATE_DIRECTORY", mkdtemp(folder), 1);
-        stateFolder = folder;
-    }
-    ~Supervision() override { std::filesystem::remove_all(stateFolder); }
-
-    std::string stateFolder;
-
-    // Whether a bundle of these requests, sent and not answered for this long, is still there after a tick.
-    bool keptAfter(std::chrono::nanoseconds wait, const std::vector<TvServiceReq_t>& requests) {
-        manager.ask(requests);
-        manager.work();
-        simulatedNow += wait;
-        manager.tick();
-        return !manager.queue().empty();
-    }
-};
-
-TEST_F(Supervision, KeepsABundleForExactlyFiveSeconds) {
-    EXPECT_TRUE(keptAfter(5s, {request(1, 0, "dvb://1")}));
-    EXPECT_THAT(linesWith("currently reqid"),
-                ElementsAre("currently reqid 1,ResOperation::WaitingStart,ResResponse::ResponseTV"));
-    simulatedNow += 1ns;
-    manager.tick();
-    EXPECT_THAT(manager.queue(), IsEmpty());
-    EXPECT_THAT(linesWith("timeout 5s"),
-                ElementsAre("Found reqid 1,ResOperation::WaitingStart,ResResponse::ResponseTV timeout 5s, erase it"));
-    EXPECT_THAT(manager.reports, IsEmpty());
-}
-
-TEST_F(Supervision, DropsTheStartsOfABundleWhoseStopsAreNotAnswered) {
-    EXPECT_FALSE(keptAfter(6s, {request(1, 0, "http://x")}));
-    EXPECT_FALSE(manager.work());
-    EXPECT_THAT(linesWith("writeTvRunLog"), IsEmpty());
-}
-
-TEST_F(Supervision, NeverDropsABundleThatIsNotSent) {
-    manager.ask({request(1, 0, "dvb://1")});
-    simulatedNow += 1h;
-    manager.tick();
-    EXPECT_THAT(manager.queue().size(), 1U);
-}
-
-TEST_F(Supervision, WritesTheRunLogForALiveStartOnTheMainTerminalOnly) {
-    EXPECT_FALSE(keptAfter(6s, {request(0, 1, "dvb://1")}));
-    EXPECT_FALSE(keptAfter(6s, {request(0, 0, "http://1")}));
-    EXPECT_FALSE(keptAfter(6s, {request(7, 0, "dvb://1"), request(5, 0, "x rec://plain/null")}));
-    EXPECT_THAT(linesWith("writeTvRunLog"), IsEmpty());
-    EXPECT_FALSE(
-        keptAfter(6s, {request(0, 0, "dvb:rec://plain/null"), request(0, 0, "dvb://2"), request(0, 0, "dvb://3")}));
-    EXPECT_THAT(linesWith("writeTvRunLog"),
-                ElementsAre("writeTvRunLog switch channel failed, reason: timeout for response of "
-                            "ResOperation::WaitingStop "));
-    const auto records = lrt::RunLogAgentImpl::getInstance().readNewest(10);
-    ASSERT_EQ(records.size(), 1U);
-    EXPECT_EQ(records[0].logCode, "004001");
-    EXPECT_EQ(records[0].errorCode, "00400109");
-    EXPECT_EQ(records[0].logKind, 4);
-    EXPECT_EQ(records[0].eventId, 9301);
-    EXPECT_EQ(records[0].logText,
-              "Waiting for response of ResOperation::WaitingStop, ResResponse::ResponseMM, Uri: dvb://2");
-}
-
-TEST_F(Supervision, LetsAnAnswerAfterTheLimitThroughUnchanged) {
-    EXPECT_FALSE(keptAfter(6s, {request(1, 0, "dvb://1")}));
-    EXPECT_EQ(manager.answer(ResponseTV, {info(1, 0, "1")}), 0);
-    EXPECT_THAT(manager.reports, ElementsAre("info 1:0=u/0#1"));
 }
 
 } // namespace

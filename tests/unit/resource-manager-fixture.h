@@ -1,0 +1,215 @@
+// A resource manager without its thread, driven a cycle of the worker at a time in the test's own time. What it sends,
+// reports, queues and logs is compared as text.
+#pragma once
+
+#include "resource-manager.h"
+
+#include <genrpc/log.h>
+#include <host/log-capture.h>
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace managertest {
+
+using namespace tvservice;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+inline std::string show(const TvServiceTerminal_t& terminal) {
+    return " " + std::to_string(terminal.type) + ":" + std::to_string(terminal.id) + "=";
+}
+
+inline std::string show(const std::vector<TvServiceReq_t>& requests) {
+    std::string text;
+    for (const auto& r : requests) text += show(r.terminal) + r.uri + "#" + r.reqId;
+    return text;
+}
+
+inline std::string show(const std::vector<TvServiceInfo_t>& infos) {
+    std::string text;
+    for (const auto& i : infos) text += show(i.terminal) + i.uri + "/" + std::to_string(i.result) + "#" + i.reqId;
+    return text;
+}
+
+inline TvServiceReq_t request(int type, int id, const std::string& uri, const std::string& reqId = "") {
+    TvServiceReq_t r;
+    r.terminal = {type, id};
+    r.uri = uri;
+    r.reqId = reqId;
+    return r;
+}
+
+inline TvServiceInfo_t info(int type, int id, const std::string& reqId, int result = 0, const std::string& uri = "u") {
+    TvServiceInfo_t i;
+    i.terminal = {type, id};
+    i.result = result;
+    i.uri = uri;
+    i.reqId = reqId;
+    return i;
+}
+
+// A line as "severity text", in which a place has no line number: "4000 resource-manager.cpp:notifyInfo(): finished".
+inline std::string show(const host::LogCapture::Line& line) {
+    const std::string file = "resource-manager.cpp:";
+    std::string text = line.text;
+    if (text.rfind(file, 0) == 0) text.erase(file.size(), text.find(':', file.size()) + 1 - file.size());
+    return std::to_string(line.levelWord - genrpc::ManagerLog * 65536U) + " " + text;
+}
+
+inline std::vector<std::string> show(const std::vector<host::LogCapture::Line>& lines) {
+    std::vector<std::string> texts;
+    for (const auto& line : lines) texts.push_back(show(line));
+    return texts;
+}
+
+// The time that the manager under test knows. A wait returns at once: as timed out, or as notified when the test has
+// put something here that is to happen during it, which may also let time pass.
+struct SimulatedTime {
+    std::chrono::steady_clock::time_point now{100s};
+    std::deque<std::function<void()>> duringWaits;
+
+    static SimulatedTime& get() {
+        static SimulatedTime time;
+        return time;
+    }
+    static void install() {
+        get() = SimulatedTime{};
+        resClock = [] { return get().now; };
+        resWait = [](std::condition_variable&, std::unique_lock<std::mutex>& lock) {
+            auto& pending = get().duringWaits;
+            if (pending.empty()) return std::cv_status::timeout;
+            const auto happens = std::move(pending.front());
+            pending.pop_front();
+            lock.unlock();
+            happens();
+            lock.lock();
+            return std::cv_status::no_timeout;
+        };
+    }
+};
+
+class Manager : public ResManager {
+public:
+    Manager() : ResManager(WithoutWorker{}) {
+        registerInfocb([this](frame::MsgIds&, const frame::TransportInfo&, const std::vector<TvServiceInfo_t>& infos) {
+            EXPECT_TRUE(isUnlocked()) << "reporting with the mutex held";
+            reports.push_back("info" + show(infos));
+            return 0;
+        });
+    }
+    int ReqMM(frame::MsgIds& ids, const frame::TransportInfo& transport,
+              const std::vector<TvServiceReq_t>& r) override {
+        return note("MM" + show(r), ids, transport);
+    }
+    int ReqTV(frame::MsgIds& ids, const frame::TransportInfo& transport,
+              const std::vector<TvServiceReq_t>& r) override {
+        return note("TV" + show(r), ids, transport);
+    }
+
+    // As a client with ids and a transport of its own, which are not to go on to the services.
+    int ask(const std::vector<TvServiceReq_t>& requests) {
+        frame::MsgIds ids{77, 88};
+        return tvServiceReq(ids, frame::TransportInfo{5, {1, 2}}, requests);
+    }
+    // One cycle of the worker; whether it sent something, else it waited a second and looked at the clock.
+    bool work() {
+        const std::size_t before = sendings;
+        std::unique_lock lock(resMutex, std::defer_lock);
+        cycle(lock, {"resource-manager.cpp", 1, "ResMTask"});
+        EXPECT_FALSE(lock.owns_lock());
+        return sendings != before;
+    }
+    void supervise() {
+        const std::lock_guard lock(resMutex);
+        timeoutCheck();
+    }
+    int answer(ResResponse from, const std::vector<TvServiceInfo_t>& infos) {
+        frame::MsgIds ids;
+        return tvServiceInfo(from, ids, frame::TransportInfo{}, infos);
+    }
+    // The queue as text: "id: step/awaited ...".
+    std::vector<std::string> queue() {
+        std::vector<std::string> lines;
+        for (const auto& bundle : bundles()) {
+            std::string line = bundle.reqId + ":";
+            for (const auto& step : bundle.steps)
+                line += " " + step.operation.substr(14) + "/" + step.awaited.substr(13);
+            lines.push_back(line);
+        }
+        return lines;
+    }
+    std::string lists(std::size_t index = 0) {
+        const auto& b = *reqQueue[index];
+        return "pStop" + show(*b.pStop) + " | pTvStop" + show(*b.pTvStop) + " | pMM" + show(*b.pMM) + " | pTV" +
+               show(*b.pTV);
+    }
+
+    using ResManager::createReqID;
+    using ResManager::reqIdSeq;
+    using ResManager::reqQueue;
+
+    std::vector<std::string> sent, reports;
+
+private:
+    bool isUnlocked() {
+        if (!resMutex.try_lock()) return false;
+        resMutex.unlock();
+        return true;
+    }
+    int note(std::string line, const frame::MsgIds& ids, const frame::TransportInfo& transport) {
+        EXPECT_EQ(ids, frame::MsgIds{});
+        EXPECT_EQ(transport, frame::TransportInfo{});
+        EXPECT_TRUE(isUnlocked()) << "sending with the mutex held";
+        sent.push_back(std::move(line));
+        ++sendings;
+        return 0;
+    }
+
+    std::size_t sendings = 0; // never reset, unlike the notes
+};
+
+// The manager's belief of what the MM service plays outlives a manager: a live start makes it forget a terminal.
+inline void forgetWhatPlays() {
+    for (int type = 0; type < 10; ++type)
+        for (int id = 0; id < 2; ++id) Manager().ask({request(type, id, "dvb://forget")});
+}
+
+class ResManagerTest : public testing::Test {
+protected:
+    ResManagerTest() {
+        SimulatedTime::install();
+        forgetWhatPlays();
+        log.emplace(std::vector<std::uint32_t>{genrpc::ManagerLog});
+    }
+    // The lines that contain part, without their places.
+    std::vector<std::string> linesWith(const std::string& part) const {
+        std::vector<std::string> found;
+        for (const auto& line : log->lines()) {
+            const auto place = line.text.find("(): ");
+            if (line.text.find(part) != std::string::npos)
+                found.push_back(line.text.substr(place == std::string::npos ? 0 : place + 4));
+        }
+        return found;
+    }
+    std::vector<std::string> lines() const { return show(log->lines()); }
+    void forgetLines() {
+        log.reset();
+        log.emplace(std::vector<std::uint32_t>{genrpc::ManagerLog});
+    }
+
+    Manager manager;
+    std::optional<host::LogCapture> log;
+};
+
+} // namespace managertest
