@@ -23,6 +23,21 @@ TEST(MarshallingMembers, AreRefusedWithoutAServiceName) {
     inOwnProcess([] { EXPECT_EQ(startMembers({new Proxy("P", "", "")}), -22); }, "service");
 }
 
+TEST(MarshallingMembers, LeaveNoConnectionBehindWhenTheirArrayDoesNotComeUp) {
+    inOwnProcess([] {
+        EXPECT_EQ(startMembers({new Proxy("earlier")}), 0);
+        for (const char* step : {"setupDone", "handlers", "start"}) {
+            auto *first = new Proxy("P"), *second = new Proxy("Q", step);
+            EXPECT_EQ(startMembers({first, second}), -5) << step;
+            EXPECT_EQ(first->getOmqIOModule(), nullptr) << step;
+            EXPECT_EQ(second->getOmqIOModule(), nullptr) << step;
+            EXPECT_EQ(frame::ioStatistics().size(), 1U) << step;
+        }
+        EXPECT_EQ(startMembers({new Proxy("P")}), 0);
+        EXPECT_EQ(frame::ioStatistics().size(), 2U);
+    });
+}
+
 TEST(MarshallingMembers, HaveEventsDeliveredThroughTheirDelivery) {
     inOwnProcess([] {
         auto* proxy = new Proxy("P");

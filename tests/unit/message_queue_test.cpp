@@ -1,5 +1,6 @@
 #include "support/queue-fixture.h"
 
+#include <host/log-capture.h>
 #include <host/marshaller.h>
 
 #include <cstdlib>
@@ -86,6 +87,35 @@ TEST_F(MessageQueue, RefusesMessagesBeyondTheBytes) {
     startServer();
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 1; }));
     EXPECT_EQ(std::string(9000, 'x'), serverInbox.texts[0]);
+}
+
+TEST_F(MessageQueue, LogsTheFirstRefusalAndHowManyFollowedIt) {
+    limits.messages = 2;
+    const host::LogCapture log({0x0202});
+    const auto refusals = [&] {
+        std::vector<std::string> texts;
+        for (const auto& line : log.lines())
+            if (line.text.find("refused") != std::string::npos) texts.push_back(line.text);
+        return texts;
+    };
+    const auto fill = [&] {
+        for (const int expected : {0, 0, -11, -11, -11, -11}) EXPECT_EQ(expected, sendNumber(*door, 1));
+    };
+    const std::string first = "service tuner: message 0x00002001 refused: 2 messages (72 bytes) wait already";
+    const std::string others = "service tuner: 3 more messages were refused while others waited";
+    startClient();
+    fill();
+    EXPECT_EQ(refusals(), std::vector{first});
+    startServer();
+    ASSERT_TRUE(eventually([&] { return serverInbox.size() == 2; }));
+    EXPECT_TRUE(log.waitFor(others, 20s));
+    EXPECT_EQ(refusals(), (std::vector{first, others}));
+    server.reset();
+    ASSERT_TRUE(eventually([&] { return news.disconnected == 1; }));
+    fill();
+    client->stop();
+    EXPECT_EQ(refusals(), (std::vector{first, others, first, others}));
+    EXPECT_EQ(8u, atClient().refused);
 }
 
 TEST_F(MessageQueue, RefusesAnUnknownConnection) {

@@ -73,6 +73,7 @@ TEST_F(Registry, RemovesNothingForNullAndStaysSilent) {
     member.registerInterface(&number, "number");
     testing::internal::CaptureStderr();
     EXPECT_EQ(member.unregisterInterface(static_cast<int*>(nullptr)), -2);
+    EXPECT_EQ(member.unregisterInterface(nullptr), -2);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_TRUE(isRegistered("number"));
 }

@@ -7,7 +7,9 @@
 #include <host/shell-client.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
+#include <pthread.h>
 #include <sys/stat.h>
 
 namespace {
@@ -145,6 +147,34 @@ TEST_F(ShellMember, GivesWayWhenItsNameIsTaken) {
             EXPECT_TRUE(isRegistered(appovshell::Server::name()));
         },
         "cannot register");
+}
+
+TEST_F(ShellMember, LeavesNothingBehindWhenAnotherMemberCannotBeSetUp) {
+    inReceiver([&] {
+        void** array = CreateOvshellProxy();
+        auto* shell = static_cast<frame::AbstractProcessMember*>(array[0]);
+        std::free(array);
+        EXPECT_EQ(startMembers({shell, new Member("B", "setupDone")}), -5);
+        EXPECT_EQ(modeOf(socket), 0U);
+        EXPECT_EQ(startShell(), 0);
+    });
+}
+
+// A thread whose stack does not fit into memory cannot be started.
+TEST_F(ShellMember, LeavesNothingBehindWhenItsThreadCannotBeStarted) {
+    inReceiver([&] {
+        pthread_attr_t before, huge;
+        ASSERT_EQ(pthread_getattr_default_np(&before), 0);
+        ASSERT_EQ(pthread_attr_init(&huge), 0);
+        ASSERT_EQ(pthread_attr_setstacksize(&huge, std::size_t{1} << 60), 0);
+        ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
+        EXPECT_EQ(startShell(), -EAGAIN);
+        ASSERT_EQ(pthread_setattr_default_np(&before), 0);
+        EXPECT_EQ(modeOf(socket), 0U);
+        EXPECT_FALSE(isRegistered(appovshell::Server::name()));
+        EXPECT_EQ(startShell(), 0);
+        EXPECT_EQ(modeOf(socket), static_cast<mode_t>(S_IFSOCK | 0600));
+    });
 }
 
 } // namespace

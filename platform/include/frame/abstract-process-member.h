@@ -1,6 +1,7 @@
 // A member of a framework process: something that is set up, started and stopped with it.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -53,6 +54,7 @@ protected:
     }
     // Removes every registration of this object (compared by address): 0, or -2 when there is none. Null is harmless.
     template <class T> int unregisterInterface(T* object) { return unregisterObject(object); }
+    int unregisterInterface(std::nullptr_t) { return unregisterObject(nullptr); }
 
 private:
     int registerObject(void* object, std::type_index type, const std::string& key);

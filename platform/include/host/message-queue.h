@@ -1,7 +1,7 @@
 // The message-queue IO module of a process: connections to services, and the services that this process offers.
 //
 // One receiving thread serves all of them; handlers and connection news run on it. Sending happens on the caller's
-// thread while the socket takes it.
+// thread while the connection takes it.
 #pragma once
 
 #include <frame/abstract-marshalling-impl.h>
@@ -33,12 +33,16 @@ public:
     ~MessageQueue(); // stops
 
     // The door to a service. It takes handlers and messages at once; listener may be null. It lives as long as the
-    // queue.
+    // queue, unless it is withdrawn.
     frame::OmqIOModule& connectTo(const std::string& service, const frame::MessageSet& messages,
                                   std::size_t sendBufferBytes, frame::IOConnectionListener* listener);
     // Lets a door of connectTo have its connection, which is made and remade in the background once start has run (50
     // ms after a failure, doubling to 1 s). Nothing arrives through a door before.
     void open(frame::OmqIOModule& door);
+    // Opens several, or none when it throws std::bad_alloc.
+    void open(const std::vector<frame::OmqIOModule*>& doors);
+    // Takes a door of connectTo back that has not been opened; nobody may use it any more.
+    void withdraw(frame::OmqIOModule& door);
 
     // Offers a service at its endpoint (socket mode 0600; a left-over socket file is replaced, one in use is not). A
     // lock on "<endpoint>.lock" keeps other servers away; that file stays.

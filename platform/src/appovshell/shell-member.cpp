@@ -17,30 +17,36 @@ namespace {
 
 class ShellMember final : public frame::AbstractApplication, public ShellServer {
 protected:
-    int performSetupDone() override {
-        if (const int result = AbstractApplication::performSetupDone(); result != 0) return result;
+    // All in one step, so that a start-up that fails, here or in another member, leaves no socket and no lock behind.
+    int performStarting() override {
+        if (const int result = AbstractApplication::performStarting(); result != 0) return result;
+        const int result = comeUp();
+        if (result != 0) takeDown();
+        return result;
+    }
+
+    int performStopping() override {
+        takeDown();
+        return AbstractApplication::performStopping();
+    }
+
+private:
+    int comeUp() {
         const int opened = attempt([this] { open(host::shellEndpointOf(host::processName()), geteuid()); });
         if (opened != 0) return opened;
         const int registered = registerInterface<Server>(static_cast<Server*>(this), name());
         if (registered != 0) {
             log(vdlDebugFailure, std::string("cannot register ") + name() + ": " + std::to_string(registered));
-            ShellServer::stop();
+            return registered;
         }
-        return registered;
-    }
-
-    int performStarting() override {
-        if (const int result = AbstractApplication::performStarting(); result != 0) return result;
         return attempt([this] { ShellServer::start(); });
     }
 
-    int performStopping() override {
+    void takeDown() {
         ShellServer::stop();
         unregisterInterface<Server>(this);
-        return AbstractApplication::performStopping();
     }
 
-private:
     // Runs a step of the start-up; logs its exception and makes a result of it.
     template <class Step> static int attempt(const Step& step) {
         try {

@@ -88,8 +88,9 @@ struct Process::State::BringUp {
     // need.
     int openDoors() {
         return runStep(source, "starting the message queue", [&] {
-            for (OmqIOModule* door : doors) state.messageQueue().open(*door);
-            if (!doors.empty()) state.startQueue();
+            if (doors.empty()) return 0;
+            state.startQueue();
+            state.messageQueue().open(doors);
             return 0;
         });
     }
@@ -101,7 +102,7 @@ struct Process::State::BringUp {
         return result;
     }
 
-    // Members stay in existence: the queue knows marshalling ones as listeners until it stops.
+    // Members stay in existence, as others may know them. The doors, none of which is open, go.
     void undo() {
         for (std::size_t i = members.size(); i-- > 0;) {
             if (!std::erase(state.started_, members[i])) continue;
@@ -109,6 +110,10 @@ struct Process::State::BringUp {
         }
         for (std::size_t i = attached; i-- > 0;)
             runStep(name(i), "detachProcess", [&] { return members[i]->detachProcess(); });
+        for (AbstractProcessMember* member : members)
+            if (auto* marshalling = dynamic_cast<AbstractMarshallingImpl*>(member))
+                marshalling->setOmqIOModule(nullptr);
+        for (OmqIOModule* door : doors) state.messageQueue().withdraw(*door);
     }
 };
 

@@ -1,44 +1,42 @@
 #include "io/client-door.h"
 
-#include "io/endpoint.h"
 #include "io/log.h"
 
-#include <host/environment.h>
-
-#include <algorithm>
 #include <boost/asio/post.hpp>
+#include <chrono>
 #include <exception>
 #include <mutex>
-#include <system_error>
-#include <unistd.h>
+#include <utility>
 
 namespace host::io {
-namespace {
-constexpr std::chrono::milliseconds firstDelay{50}, longestDelay{1000};
-}
 
-ClientDoor::ClientDoor(boost::asio::io_context& io, const std::string& service_, const frame::MessageSet& messages,
-                       std::size_t sendBufferBytes, const QueueLimits& limits, frame::IOConnectionListener* listener)
+ClientDoor::ClientDoor(boost::asio::io_context& io, std::unique_ptr<Connector> connector, const std::string& service_,
+                       const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits,
+                       frame::IOConnectionListener* listener)
     : Door(io, service_, messages, sendBufferBytes, limits, false),
-      endpoint_(endpointOf(service_)),
+      connector_(std::move(connector)),
       listener_(listener),
       outbox_(std::make_shared<Outbox>(sendBufferBytes)),
       retryTimer_(io),
-      deadlineTimer_(io),
-      retryDelay_(firstDelay) {}
+      deadlineTimer_(io) {}
 
 void ClientDoor::attempt() {
-    const int socket = connectToEndpoint(endpoint_);
-    if (socket < 0) return failed("no connection to " + endpoint_ + ": " + std::system_category().message(-socket));
+    connector_->connect([this](std::unique_ptr<Stream> stream, const std::string& reason) {
+        if (!stream) return failed("no connection to " + connector_->address() + ": " + reason);
+        use(std::move(stream));
+    });
+}
+
+void ClientDoor::use(std::unique_ptr<Stream> stream) {
+    if (!stream->isOwn()) {
+        count(counters.refused);
+        return failed(connector_->address() + " is offered by another user's process");
+    }
     std::shared_ptr<Connection> connection;
     try {
-        connection = std::make_shared<Connection>(io_, socket, *this, outbox_);
+        connection = std::make_shared<Connection>(io_, std::move(stream), *this, outbox_);
     } catch (const std::exception& error) {
-        return failed("no connection to " + endpoint_ + ": " + error.what());
-    }
-    if (!connection->own()) {
-        count(counters.refused);
-        return failed(endpoint_ + " is offered by another user's process");
+        return failed("no connection to " + connector_->address() + ": " + error.what());
     }
     {
         std::lock_guard lock(mutex);
@@ -48,7 +46,7 @@ void ClientDoor::attempt() {
 }
 
 void ClientDoor::onConnectionReady(Connection&) {
-    retryDelay_ = firstDelay;
+    retryDelay_.reset();
     lastReason_.clear();
     IO_LOG(vdlDebugProgress, "service %s: connected\n", service.c_str());
     tell(&frame::IOConnectionListener::onIOConnectionConnected);
@@ -58,6 +56,7 @@ void ClientDoor::onConnectionClosed(Connection&, bool wasReady, bool fault, cons
     {
         std::lock_guard lock(mutex);
         connection_.reset();
+        tellRefusals(*outbox_); // of which a message that the break cut short may have been the last
         // Every message has the whole time to wait for a connection, which it has had until now.
         if (wasReady) outbox_->setDeadlines(std::chrono::steady_clock::now() + limits_.wait);
         if (!outbox_->empty() && !std::exchange(watching_, true)) watchDeadlines();
@@ -76,8 +75,7 @@ void ClientDoor::failed(const std::string& reason) {
 }
 
 void ClientDoor::retryLater() {
-    retryTimer_.expires_after(retryDelay_);
-    retryDelay_ = std::min(2 * retryDelay_, longestDelay);
+    retryTimer_.expires_after(retryDelay_.next());
     retryTimer_.async_wait([this](const boost::system::error_code& error) {
         if (!error) attempt();
     });
@@ -107,6 +105,7 @@ void ClientDoor::watchDeadlines() {
         count(counters.dropped, dropped);
         IO_LOG(vdlDebugFailure, "service %s: %zu messages dropped after %lld ms without a connection\n",
                service.c_str(), dropped, static_cast<long long>(limits_.wait.count()));
+        tellRefusals(*outbox_);
     }
     if (outbox_->empty()) return;
     watching_ = true;
@@ -139,6 +138,7 @@ void ClientDoor::end() {
     if (connection_) connection_->abandon();
     connection_.reset();
     count(counters.dropped, outbox_->dropAll());
+    tellRefusals(*outbox_);
 }
 
 } // namespace host::io

@@ -3,11 +3,12 @@
 
 #include "io/connection.h"
 #include "io/door.h"
+#include "io/retry-delay.h"
+#include "io/transport.h"
 
 #include <frame/abstract-marshalling-impl.h>
 
 #include <boost/asio/steady_timer.hpp>
-#include <chrono>
 #include <memory>
 #include <string>
 
@@ -15,8 +16,9 @@ namespace host::io {
 
 class ClientDoor final : public Door {
 public:
-    ClientDoor(boost::asio::io_context& io, const std::string& service, const frame::MessageSet& messages,
-               std::size_t sendBufferBytes, const QueueLimits& limits, frame::IOConnectionListener* listener);
+    ClientDoor(boost::asio::io_context& io, std::unique_ptr<Connector> connector, const std::string& service,
+               const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits,
+               frame::IOConnectionListener* listener);
 
     void begin() override { attempt(); }
     void end() override;
@@ -29,18 +31,19 @@ protected:
 
 private:
     void attempt();
+    void use(std::unique_ptr<Stream> stream);
     void failed(const std::string& reason);
     void retryLater();
     void watchDeadlines();
     void tell(void (frame::IOConnectionListener::*news)());
     bool ready() const { return connection_ && connection_->ready(); }
 
-    const std::string endpoint_;
+    const std::unique_ptr<Connector> connector_;
     frame::IOConnectionListener* const listener_;
     std::shared_ptr<Outbox> outbox_;         // outlives the connections
     std::shared_ptr<Connection> connection_; // guarded by the mutex
     boost::asio::steady_timer retryTimer_, deadlineTimer_;
-    std::chrono::milliseconds retryDelay_;
+    RetryDelay retryDelay_;
     bool watching_ = false; // whether the deadline timer runs or is about to; guarded by the mutex
 };
 

@@ -6,15 +6,11 @@
 #include <host/message-queue.h>
 
 #include <atomic>
-#include <boost/asio/buffer.hpp>
-#include <boost/asio/dispatch.hpp>
-#include <cerrno>
 #include <chrono>
 #include <exception>
 #include <mutex>
 #include <new>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <system_error>
 #include <utility>
 
 namespace host::io {
@@ -23,49 +19,29 @@ namespace {
 constexpr std::chrono::seconds helloPatience{2};
 std::atomic<std::uint64_t> lastNumber{0};
 
-bool isTemporary(int error) { return error == EAGAIN || error == EINTR || error == ENOBUFS || error == ENOMEM; }
-
 } // namespace
 
-Connection::Connection(boost::asio::io_context& io, int socket, Door& door, std::shared_ptr<Outbox> outbox)
-    : door_(door),
-      socket_(io, boost::asio::local::stream_protocol(), socket),
-      helloTimer_(io),
-      outbox_(std::move(outbox)),
-      number_(++lastNumber),
-      descriptor_(socket) {}
-
-bool Connection::own() const {
-    ucred peer{};
-    socklen_t size = sizeof peer;
-    return getsockopt(descriptor_, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == geteuid();
-}
+Connection::Connection(boost::asio::io_context& io, std::unique_ptr<Stream> stream, Door& door,
+                       std::shared_ptr<Outbox> outbox)
+    : door_(door), stream_(std::move(stream)), helloTimer_(io), outbox_(std::move(outbox)), number_(++lastNumber) {}
 
 void Connection::open() {
     helloTimer_.expires_after(helloPatience);
     helloTimer_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
         if (!error && !self->closed_ && !self->helloReceived_) self->turnAway("peer sent no hello within 2 s");
     });
-    writeHello(0);
-    if (!closed_) read();
+    writeHello();
+    read();
 }
 
-void Connection::writeHello(std::size_t written) {
+void Connection::writeHello() {
     const std::string& hello = door_.handshake.hello();
-    while (written < hello.size()) {
-        const ssize_t count =
-            ::send(descriptor_, hello.data() + written, hello.size() - written, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (count >= 0) {
-            written += static_cast<std::size_t>(count);
-        } else if (isTemporary(errno)) {
-            socket_.async_wait(socket_.wait_write,
-                               [self = shared_from_this(), written](const boost::system::error_code&) {
-                                   if (!self->closed_) self->writeHello(written);
-                               });
-            return;
-        } else {
-            return; // the peer has gone; reading tells, after what it may have said before
-        }
+    while (helloWritten_ < hello.size()) {
+        std::error_code error;
+        const auto taken = stream_->send(hello.data() + helloWritten_, hello.size() - helloWritten_, error);
+        if (error) return; // the peer has gone; reading tells, after what it may have said before
+        if (taken == 0) return stream_->waitWritable(shared_from_this());
+        helloWritten_ += taken;
     }
     helloSent_ = true;
     if (helloReceived_) becomeReady();
@@ -84,51 +60,32 @@ void Connection::becomeReady() {
 
 void Connection::flush() {
     if (waitingWritable_) return;
+    std::error_code error;
     while (!outbox_->empty()) {
-        const ssize_t taken = ::send(descriptor_, outbox_->data(), outbox_->bytes(), MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (taken >= 0) {
-            if (const auto whole = outbox_->took(static_cast<std::size_t>(taken))) count(door_.counters.sent, whole);
+        if (const auto taken = stream_->send(outbox_->data(), outbox_->bytes(), error)) {
+            if (const auto whole = outbox_->took(taken)) count(door_.counters.sent, whole);
             continue;
         }
-        if (errno == EINTR) continue;
         // Once the stream is broken its messages wait for the next connection. The receiving thread learns of the
         // break by reading, after what the peer said before it.
         waitingWritable_ = true;
-        if (!isTemporary(errno) || !scheduleWait()) ::shutdown(descriptor_, SHUT_RDWR);
-        return;
+        return error ? stream_->breakOff() : stream_->waitWritable(shared_from_this());
     }
+    door_.tellRefusals(*outbox_);
 }
 
-// Without memory for it the stream cannot go on, but the messages can: the caller's is among them already.
-bool Connection::scheduleWait() noexcept {
-    try {
-        boost::asio::dispatch(socket_.get_executor(), [self = shared_from_this()] { self->waitWritable(); });
-        return true;
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
+void Connection::onWritable() {
+    if (!helloSent_) return writeHello();
+    std::lock_guard lock(door_.mutex);
+    waitingWritable_ = false;
+    flush();
 }
 
-void Connection::waitWritable() {
-    if (closed_) return;
-    socket_.async_wait(socket_.wait_write, [self = shared_from_this()](const boost::system::error_code& error) {
-        if (error || self->closed_) return;
-        std::lock_guard lock(self->door_.mutex);
-        self->waitingWritable_ = false;
-        self->flush();
-    });
-}
+void Connection::read() { stream_->receive(incoming_.room(), incoming_.roomSize(), shared_from_this()); }
 
-void Connection::read() {
-    socket_.async_read_some(boost::asio::buffer(incoming_.room(), incoming_.roomSize()),
-                            [self = shared_from_this()](const boost::system::error_code& error, std::size_t count) {
-                                if (self->closed_) return;
-                                if (error) return self->close(error.message(), false);
-                                self->received(count);
-                            });
-}
+void Connection::onEnd(const std::string& reason) { close(reason, false); }
 
-void Connection::received(std::size_t count) {
+void Connection::onReceived(std::size_t count) {
     incoming_.added(count);
     try {
         if (!helloReceived_ && !handleHello()) return;
@@ -230,8 +187,7 @@ void Connection::close(const std::string& reason, bool fault) {
 void Connection::abandon() {
     closed_ = true;
     ready_ = false;
-    boost::system::error_code ignored;
-    socket_.close(ignored);
+    stream_->close();
     helloTimer_.cancel();
 }
 

@@ -63,7 +63,7 @@ int Door::send(const Outgoing& message, const frame::TransportInfo* transport) {
 int Door::put(const Outgoing& message, Outbox& outbox, Connection* connection) {
     const auto full = [&] {
         count(counters.refused);
-        if (outbox.firstRefusal())
+        if (outbox.addRefusal() == 1)
             IO_LOG(vdlDebugFailure, "service %s: message 0x%08x refused: %zu messages (%zu bytes) wait already\n",
                    service.c_str(), message.meta.messageId, outbox.messages(), outbox.bytes());
         return -11;
@@ -77,6 +77,13 @@ int Door::put(const Outgoing& message, Outbox& outbox, Connection* connection) {
     }
     if (connection) connection->flush();
     return 0;
+}
+
+void Door::tellRefusals(Outbox& outbox) {
+    if (!outbox.empty()) return;
+    if (const auto refusals = outbox.takeRefusals(); refusals > 1)
+        IO_LOG(vdlDebugFailure, "service %s: %zu more messages were refused while others waited\n", service.c_str(),
+               refusals - 1);
 }
 
 int Door::refuse(int result, const frame::MsgMeta& meta, const char* why) {

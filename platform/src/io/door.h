@@ -59,6 +59,10 @@ public:
     virtual void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const std::string& reason) = 0;
     const Handler* findHandler(const frame::MsgMeta& meta);
 
+    // A line for each message that finds its queue full would bury all others, so that only the first one has its own.
+    // This says how many came after it, when the outbox is empty. The mutex is held.
+    void tellRefusals(Outbox& outbox);
+
     const std::string service;
     const Handshake handshake;
     Counters counters;

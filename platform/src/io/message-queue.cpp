@@ -1,7 +1,9 @@
 #include "io/client-door.h"
+#include "io/local-transport.h"
 #include "io/log.h"
 #include "io/server-door.h"
 
+#include <host/environment.h>
 #include <host/message-queue.h>
 
 #include <boost/asio/executor_work_guard.hpp>
@@ -55,17 +57,19 @@ struct MessageQueue::State {
         }
         return added;
     }
-    // The door's work begins on the receiving thread, now or when that starts.
-    void open(io::Door& door) {
+    // The doors' work begins on the receiving thread, now or when that starts.
+    void open(std::vector<io::Door*> opened) {
         std::lock_guard lock(mutex);
         if (stopped) return;
         if (thread.joinable())
-            begin(door);
+            begin(std::move(opened));
         else
-            openedEarly.push_back(&door);
+            openedEarly.insert(openedEarly.end(), opened.begin(), opened.end());
     }
-    void begin(io::Door& door) {
-        boost::asio::post(io, [&door] { door.begin(); });
+    void begin(std::vector<io::Door*> opened) {
+        boost::asio::post(io, [opened = std::move(opened)] {
+            for (io::Door* door : opened) door->begin();
+        });
     }
 
     const QueueLimits limits;
@@ -89,17 +93,30 @@ MessageQueue::~MessageQueue() {
 
 frame::OmqIOModule& MessageQueue::connectTo(const std::string& service, const frame::MessageSet& messages,
                                             std::size_t sendBufferBytes, frame::IOConnectionListener* listener) {
-    return state_->add(
-        std::make_unique<io::ClientDoor>(state_->io, service, messages, sendBufferBytes, state_->limits, listener));
+    auto connector = std::make_unique<io::LocalConnector>(state_->io, endpointOf(service));
+    return state_->add(std::make_unique<io::ClientDoor>(state_->io, std::move(connector), service, messages,
+                                                        sendBufferBytes, state_->limits, listener));
 }
 
-void MessageQueue::open(frame::OmqIOModule& door) { state_->open(static_cast<io::Door&>(door)); }
+void MessageQueue::open(frame::OmqIOModule& door) { open(std::vector{&door}); }
+
+void MessageQueue::open(const std::vector<frame::OmqIOModule*>& doors) {
+    std::vector<io::Door*> opened;
+    for (frame::OmqIOModule* door : doors) opened.push_back(static_cast<io::Door*>(door));
+    state_->open(std::move(opened));
+}
+
+void MessageQueue::withdraw(frame::OmqIOModule& door) {
+    std::lock_guard lock(state_->mutex);
+    std::erase_if(state_->doors, [&](const auto& one) { return one.get() == &door; });
+}
 
 frame::OmqIOModule& MessageQueue::serve(const std::string& service, const frame::MessageSet& messages,
                                         std::size_t sendBufferBytes) {
-    io::Door& door =
-        state_->add(std::make_unique<io::ServerDoor>(state_->io, service, messages, sendBufferBytes, state_->limits));
-    state_->open(door);
+    auto listener = std::make_unique<io::LocalListener>(state_->io, service, endpointOf(service));
+    io::Door& door = state_->add(std::make_unique<io::ServerDoor>(state_->io, std::move(listener), service, messages,
+                                                                  sendBufferBytes, state_->limits));
+    state_->open({&door});
     return door;
 }
 
@@ -110,7 +127,7 @@ std::vector<std::uint64_t> MessageQueue::clientsOf(frame::OmqIOModule& served) {
 void MessageQueue::start() {
     std::lock_guard lock(state_->mutex);
     if (state_->stopped || state_->thread.joinable()) return;
-    for (io::Door* door : std::exchange(state_->openedEarly, {})) state_->begin(*door);
+    state_->begin(std::exchange(state_->openedEarly, {}));
     state_->thread = std::thread([&io = state_->io] {
         pthread_setname_np(pthread_self(), "io");
         io.run();

@@ -93,7 +93,6 @@ void Outbox::tidy() {
     if (empty()) {
         waiting_.clear();
         first_ = head_ = 0;
-        refusing_ = false;
         frames_.truncate(0);
         if (frames_.capacity() > 2 * largestKeptBytes) frames_ = Bytes();
         return;

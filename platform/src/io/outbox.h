@@ -1,4 +1,4 @@
-// Messages on their way to one peer, as the frames that go over the socket. Callers see to mutual exclusion.
+// Messages on their way to one peer, as the frames that go over the stream. Callers see to mutual exclusion.
 //
 // A frame is a header of 32 bytes in the sender's byte order -- size of the body, instance, interface code, message id
 // (u32 each), flag (u8), 3 zero bytes, the sender's ids (u32 each), a zero word -- and the body, a marshalled message.
@@ -30,17 +30,18 @@ public:
     bool empty() const { return first_ == waiting_.size(); }
     std::size_t messages() const { return waiting_.size() - first_; }
 
-    // Whether a refusal for want of room is the first one since the outbox was empty.
-    bool firstRefusal() { return !std::exchange(refusing_, true); }
+    // Counts a refusal for want of room; how many there have been with this one since the last takeRefusals.
+    std::size_t addRefusal() { return ++refusals_; }
+    std::size_t takeRefusals() { return std::exchange(refusals_, 0); }
 
-    // The bytes that the socket has not taken yet.
+    // The bytes that the stream has not taken yet.
     const char* data() const { return frames_.data() + head_; }
     std::size_t bytes() const { return frames_.size() - head_; }
-    // The socket took count bytes. Returns how many messages are out whole by that.
+    // The stream took count bytes. Returns how many messages are out whole by that.
     std::size_t took(std::size_t count);
 
     // These return how many messages they gave up.
-    std::size_t dropCutShort(); // the one that the socket took in part
+    std::size_t dropCutShort(); // the one that the stream took in part
     std::size_t dropExpired(Time now);
     std::size_t dropAll();
 
@@ -57,11 +58,11 @@ private:
     void tidy();
 
     Bytes frames_;
-    std::size_t head_ = 0;  // where the bytes that the socket has not taken begin
+    std::size_t head_ = 0;  // where the bytes that the stream has not taken begin
     std::size_t taken_ = 0; // of the first waiting message
     std::vector<Waiting> waiting_;
     std::size_t first_ = 0; // of waiting_
-    bool refusing_ = false;
+    std::size_t refusals_ = 0;
 };
 
 } // namespace host::io

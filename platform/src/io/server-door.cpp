@@ -2,14 +2,12 @@
 
 #include "io/log.h"
 
-#include <host/environment.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <exception>
 #include <mutex>
 #include <system_error>
+#include <utility>
 
 namespace host::io {
 namespace {
@@ -17,59 +15,59 @@ namespace {
 constexpr std::chrono::milliseconds acceptRetry{100};
 } // namespace
 
-ServerDoor::ServerDoor(boost::asio::io_context& io, const std::string& service_, const frame::MessageSet& messages,
-                       std::size_t sendBufferBytes, const QueueLimits& limits)
-    : Door(io, service_, messages, sendBufferBytes, limits, true),
-      endpoint_(std::make_unique<Endpoint>(service_, endpointOf(service_))),
-      acceptor_(io, endpoint_->descriptor()),
-      retryTimer_(io) {}
-
-ServerDoor::~ServerDoor() {
-    if (acceptor_.is_open()) acceptor_.release();
-}
+ServerDoor::ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service_,
+                       const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits)
+    : Door(io, service_, messages, sendBufferBytes, limits, true), listener_(std::move(listener)), retryTimer_(io) {}
 
 void ServerDoor::waitForClients() {
-    acceptor_.async_wait(acceptor_.wait_read, [this](const boost::system::error_code& error) {
-        if (!error) acceptClients();
-    });
+    listener_->wait([this] { acceptClients(); });
 }
 
 void ServerDoor::acceptClients() {
+    std::error_code error;
+    while (auto stream = nextClient(error))
+        if (const auto client = admit(std::move(stream))) client->open();
+    if (!error) {
+        lastReason_.clear();
+        return waitForClients();
+    }
+    logOnce("cannot accept clients: " + error.message());
+    retryTimer_.expires_after(acceptRetry);
+    retryTimer_.async_wait([this](const boost::system::error_code& canceled) {
+        if (!canceled) acceptClients();
+    });
+}
+
+std::unique_ptr<Stream> ServerDoor::nextClient(std::error_code& error) {
     for (;;) {
-        const int socket = endpoint_->accept();
-        if (socket >= 0) {
-            admit(socket);
-        } else if (socket == -EAGAIN) {
-            lastReason_.clear();
-            return waitForClients();
-        } else if (socket != -EINTR && socket != -ECONNABORTED) {
-            logOnce("cannot accept clients: " + std::system_category().message(-socket));
-            retryTimer_.expires_after(acceptRetry);
-            retryTimer_.async_wait([this](const boost::system::error_code& error) {
-                if (!error) acceptClients();
-            });
-            return;
+        try {
+            return listener_->accept(error);
+        } catch (const std::exception& lost) {
+            turnAway(lost.what());
         }
     }
 }
 
-void ServerDoor::admit(int socket) {
-    std::shared_ptr<Connection> client;
+std::shared_ptr<Connection> ServerDoor::admit(std::unique_ptr<Stream> stream) {
+    if (!stream->isOwn()) {
+        turnAway("a process of another user");
+        return nullptr;
+    }
     try {
-        client = std::make_shared<Connection>(io_, socket, *this, std::make_shared<Outbox>(sendBufferBytes_));
-        if (!client->own()) {
-            count(counters.refused);
-            IO_LOG(vdlDebugFailure, "service %s: client turned away: a process of another user\n", service.c_str());
-            return;
-        }
+        auto client =
+            std::make_shared<Connection>(io_, std::move(stream), *this, std::make_shared<Outbox>(sendBufferBytes_));
         std::lock_guard lock(mutex);
         clients_.push_back(client);
+        return client;
     } catch (const std::exception& error) {
-        count(counters.refused);
-        IO_LOG(vdlDebugFailure, "service %s: client turned away: %s\n", service.c_str(), error.what());
-        return;
+        turnAway(error.what());
+        return nullptr;
     }
-    client->open();
+}
+
+void ServerDoor::turnAway(const char* why) {
+    count(counters.refused);
+    IO_LOG(vdlDebugFailure, "service %s: client turned away: %s\n", service.c_str(), why);
 }
 
 void ServerDoor::onConnectionReady(Connection& client) {
@@ -83,6 +81,7 @@ void ServerDoor::onConnectionClosed(Connection& client, bool wasReady, bool faul
            static_cast<unsigned long long>(client.number()), what, reason.c_str());
     std::lock_guard lock(mutex);
     count(counters.dropped, client.outbox().dropAll());
+    tellRefusals(client.outbox());
     clients_.erase(std::find_if(clients_.begin(), clients_.end(), [&](const auto& c) { return c.get() == &client; }));
 }
 
@@ -126,11 +125,11 @@ void ServerDoor::end() {
     std::lock_guard lock(mutex);
     for (const auto& client : clients_) {
         count(counters.dropped, client->outbox().dropAll());
+        tellRefusals(client->outbox());
         client->abandon();
     }
     clients_.clear();
-    acceptor_.release();
-    endpoint_.reset();
+    listener_.reset();
 }
 
 } // namespace host::io

@@ -3,21 +3,20 @@
 
 #include "io/connection.h"
 #include "io/door.h"
-#include "io/endpoint.h"
+#include "io/transport.h"
 
-#include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace host::io {
 
 class ServerDoor final : public Door {
 public:
-    ServerDoor(boost::asio::io_context& io, const std::string& service, const frame::MessageSet& messages,
-               std::size_t sendBufferBytes, const QueueLimits& limits);
-    ~ServerDoor() override;
+    ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service,
+               const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits);
 
     void begin() override { waitForClients(); }
     void end() override;
@@ -32,10 +31,11 @@ protected:
 private:
     void waitForClients();
     void acceptClients();
-    void admit(int socket);
+    std::unique_ptr<Stream> nextClient(std::error_code& error);
+    std::shared_ptr<Connection> admit(std::unique_ptr<Stream> stream);
+    void turnAway(const char* why);
 
-    std::unique_ptr<Endpoint> endpoint_;
-    boost::asio::posix::stream_descriptor acceptor_; // watches the endpoint's descriptor, which stays the endpoint's
+    std::unique_ptr<Listener> listener_; // until the end
     boost::asio::steady_timer retryTimer_;
     std::vector<std::shared_ptr<Connection>> clients_; // guarded by the mutex
 };

@@ -1,0 +1,132 @@
+#include "io/local-transport.h"
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/dispatch.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <cerrno>
+#include <exception>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+
+namespace host::io {
+namespace {
+
+class LocalStream final : public Stream {
+public:
+    explicit LocalStream(boost::asio::io_context& io) : socket_(io) {}
+
+    // Takes over a connected socket, which does not block, unless it throws boost::system::system_error.
+    void takeOver(int socket) { socket_.assign(boost::asio::local::stream_protocol(), descriptor_ = socket); }
+
+    bool isOwn() const override {
+        ucred peer{};
+        socklen_t size = sizeof peer;
+        return getsockopt(descriptor_, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == geteuid();
+    }
+
+    void receive(char* room, std::size_t size, std::shared_ptr<StreamUser> user) override {
+        socket_.async_read_some(
+            boost::asio::buffer(room, size),
+            [this, user = std::move(user)](const boost::system::error_code& error, std::size_t count) {
+                if (!socket_.is_open()) return;
+                if (error) return user->onEnd(error.message());
+                user->onReceived(count);
+            });
+    }
+
+    std::size_t send(const char* data, std::size_t size, std::error_code& error) noexcept override {
+        for (;;) {
+            const ssize_t taken = ::send(descriptor_, data, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+            if (taken >= 0) return static_cast<std::size_t>(taken);
+            if (errno == EINTR) continue;
+            // The system may be out of room for a moment as well as the socket.
+            if (errno != EAGAIN && errno != ENOBUFS && errno != ENOMEM) error.assign(errno, std::system_category());
+            return 0;
+        }
+    }
+
+    // Only the receiving thread gives the socket something to do.
+    void waitWritable(std::shared_ptr<StreamUser> user) noexcept override {
+        try {
+            boost::asio::dispatch(socket_.get_executor(),
+                                  [this, user = std::move(user)]() mutable { beginWait(std::move(user)); });
+        } catch (const std::exception&) { // no memory
+            breakOff();
+        }
+    }
+
+    void breakOff() noexcept override { ::shutdown(descriptor_, SHUT_RDWR); }
+
+    void close() noexcept override {
+        descriptor_ = -1;
+        boost::system::error_code ignored;
+        socket_.close(ignored);
+    }
+
+private:
+    void beginWait(std::shared_ptr<StreamUser> user) noexcept {
+        if (!socket_.is_open()) return;
+        try {
+            socket_.async_wait(socket_.wait_write,
+                               [this, user = std::move(user)](const boost::system::error_code& error) {
+                                   if (!socket_.is_open()) return;
+                                   if (error) return breakOff();
+                                   user->onWritable();
+                               });
+        } catch (const std::exception&) { // no memory
+            breakOff();
+        }
+    }
+
+    boost::asio::local::stream_protocol::socket socket_;
+    int descriptor_ = -1; // the socket's; kept here, as the socket object is the receiving thread's alone
+};
+
+std::unique_ptr<Stream> streamOver(boost::asio::io_context& io, int socket) {
+    try {
+        auto stream = std::make_unique<LocalStream>(io);
+        stream->takeOver(socket);
+        return stream;
+    } catch (...) {
+        ::close(socket);
+        throw;
+    }
+}
+
+} // namespace
+
+void LocalConnector::connect(const Answer& answer) {
+    const int socket = connectToEndpoint(path_);
+    if (socket < 0) return answer(nullptr, std::system_category().message(-socket));
+    std::unique_ptr<Stream> stream;
+    try {
+        stream = streamOver(io_, socket);
+    } catch (const std::exception& error) {
+        return answer(nullptr, error.what());
+    }
+    answer(std::move(stream), {});
+}
+
+LocalListener::LocalListener(boost::asio::io_context& io, const std::string& service, const std::string& path)
+    : io_(io), endpoint_(service, path), watch_(io, endpoint_.descriptor()) {}
+
+LocalListener::~LocalListener() { watch_.release(); }
+
+void LocalListener::wait(std::function<void()> ready) {
+    watch_.async_wait(watch_.wait_read, [ready = std::move(ready)](const boost::system::error_code& error) {
+        if (!error) ready();
+    });
+}
+
+std::unique_ptr<Stream> LocalListener::accept(std::error_code& error) {
+    for (;;) {
+        const int socket = endpoint_.accept();
+        if (socket >= 0) return streamOver(io_, socket);
+        if (socket == -EINTR || socket == -ECONNABORTED) continue;
+        if (socket != -EAGAIN) error.assign(-socket, std::system_category());
+        return nullptr;
+    }
+}
+
+} // namespace host::io

@@ -1,0 +1,40 @@
+// The transport between processes of one machine: stream sockets in the file system.
+#pragma once
+
+#include "io/endpoint.h"
+#include "io/transport.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <string>
+
+namespace host::io {
+
+class LocalConnector final : public Connector {
+public:
+    LocalConnector(boost::asio::io_context& io, const std::string& path) : io_(io), path_(path) {}
+
+    const std::string& address() const override { return path_; }
+    void connect(const Answer& answer) override;
+
+private:
+    boost::asio::io_context& io_;
+    const std::string path_;
+};
+
+class LocalListener final : public Listener {
+public:
+    // Throws as Endpoint does.
+    LocalListener(boost::asio::io_context& io, const std::string& service, const std::string& path);
+    ~LocalListener() override;
+
+    void wait(std::function<void()> ready) override;
+    std::unique_ptr<Stream> accept(std::error_code& error) override;
+
+private:
+    boost::asio::io_context& io_;
+    Endpoint endpoint_;
+    boost::asio::posix::stream_descriptor watch_; // of the endpoint's descriptor, which stays the endpoint's
+};
+
+} // namespace host::io

@@ -1,0 +1,75 @@
+// What the message queue needs of whatever carries its bytes: streams to peers, and two ways to come by them. A
+// transport knows no messages; hello, frames, queues and counters are above it and know no socket.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <system_error>
+
+namespace host::io {
+
+// Who uses a stream. Called on the receiving thread, never from inside a call of the stream's.
+class StreamUser {
+public:
+    virtual void onReceived(std::size_t count) = 0;
+    // There is nothing more to receive, everything before it having been received: the peer has gone, or the stream
+    // broke.
+    virtual void onEnd(const std::string& reason) = 0;
+    virtual void onWritable() = 0;
+
+protected:
+    ~StreamUser() = default;
+};
+
+// Bytes from and to one peer. What is under way keeps the user, and with it the user's stream, in existence; after
+// close the user hears nothing more. Nothing here blocks, and nothing allocates per message.
+class Stream {
+public:
+    virtual ~Stream() = default;
+
+    // Whether the peer may be spoken to: a process of this process's user.
+    virtual bool isOwn() const = 0;
+
+    // Waits for the next bytes, puts them at room, and tells how many they are. One at a time, on the receiving thread.
+    virtual void receive(char* room, std::size_t size, std::shared_ptr<StreamUser> user) = 0;
+
+    // The rest from any thread, but one at a time.
+
+    // Takes as many of the bytes as there is room for at once. Returns how many; none when there is no room now, or
+    // when the stream is broken, which error then says.
+    virtual std::size_t send(const char* data, std::size_t size, std::error_code& error) noexcept = 0;
+    // Tells, once, when there is room again. Without memory for that the stream is broken.
+    virtual void waitWritable(std::shared_ptr<StreamUser> user) noexcept = 0;
+    // Breaks the stream, of which the user hears on the receiving thread, as onEnd.
+    virtual void breakOff() noexcept = 0;
+    // On the receiving thread, or when that has ended.
+    virtual void close() noexcept = 0;
+};
+
+// The way to a service of another process. Ends when the receiving thread has ended.
+class Connector {
+public:
+    // The stream, or null and the reason why there is none.
+    using Answer = std::function<void(std::unique_ptr<Stream> stream, const std::string& reason)>;
+
+    virtual ~Connector() = default;
+    virtual const std::string& address() const = 0; // for the log
+    // One attempt, with one answer on the receiving thread, perhaps before this returns. Not while another is under
+    // way.
+    virtual void connect(const Answer& answer) = 0;
+};
+
+// The place where this process offers a service; given up with the object, which ends when the receiving thread has.
+class Listener {
+public:
+    virtual ~Listener() = default;
+    // Calls ready, once, when a client may be waiting. On the receiving thread.
+    virtual void wait(std::function<void()> ready) = 0;
+    // The next waiting client's stream, or null: when error is set, why there is none although one may be waiting.
+    // Throws std::bad_alloc or std::system_error when the client was lost for want of something.
+    virtual std::unique_ptr<Stream> accept(std::error_code& error) = 0;
+};
+
+} // namespace host::io
