@@ -103,7 +103,8 @@ class Manager : public ResManager {
 public:
     Manager() : ResManager(WithoutWorker{}) {
         registerInfocb([this](frame::MsgIds&, const frame::TransportInfo&, const std::vector<TvServiceInfo_t>& infos) {
-            EXPECT_TRUE(isUnlocked()) << "reporting with the mutex held";
+            EXPECT_TRUE(resMutex.try_lock()) << "reporting with the mutex held";
+            resMutex.unlock();
             reports.push_back("info" + show(infos));
             return 0;
         });
@@ -125,9 +126,8 @@ public:
     // One cycle of the worker; whether it sent something, else it waited a second and looked at the clock.
     bool work() {
         const std::size_t before = sendings;
-        std::unique_lock lock(resMutex, std::defer_lock);
-        cycle(lock, {"resource-manager.cpp", 1, "ResMTask"});
-        EXPECT_FALSE(lock.owns_lock());
+        cycle(workLock, {"resource-manager.cpp", 1, "ResMTask"});
+        EXPECT_FALSE(workLock.owns_lock());
         return sendings != before;
     }
     void supervise() {
@@ -162,20 +162,16 @@ public:
     std::vector<std::string> sent, reports;
 
 private:
-    bool isUnlocked() {
-        if (!resMutex.try_lock()) return false;
-        resMutex.unlock();
-        return true;
-    }
     int note(std::string line, const frame::MsgIds& ids, const frame::TransportInfo& transport) {
         EXPECT_EQ(ids, frame::MsgIds{});
         EXPECT_EQ(transport, frame::TransportInfo{});
-        EXPECT_TRUE(isUnlocked()) << "sending with the mutex held";
+        EXPECT_FALSE(workLock.owns_lock()) << "sending with the mutex held";
         sent.push_back(std::move(line));
         ++sendings;
         return 0;
     }
 
+    std::unique_lock<std::mutex> workLock{resMutex, std::defer_lock};
     std::size_t sendings = 0; // never reset, unlike the notes
 };
 

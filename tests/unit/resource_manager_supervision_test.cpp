@@ -14,19 +14,18 @@ using namespace managertest;
 
 class Supervision : public ResManagerTest {
 protected:
-    // The run log stays open where its first record went, so the folder is one for all tests.
+    // The run log stays open where its first record went: one folder for the whole process.
     static void SetUpTestSuite() {
-        char folder[] = "/tmp/run-log-XXXXXX";
-        ASSERT_NE(mkdtemp(folder), nullptr);
-        setenv("STATE_DIRECTORY", folder, 1);
-        stateFolder = folder;
-    }
-    static void TearDownTestSuite() {
-        runLog.flush();
-        std::filesystem::remove_all(stateFolder);
+        static const struct StateFolder {
+            std::string name = "/tmp/run-log-XXXXXX";
+            StateFolder() { setenv("STATE_DIRECTORY", mkdtemp(name.data()), 1); }
+            ~StateFolder() {
+                runLog.flush();
+                std::filesystem::remove_all(name);
+            }
+        } folder;
     }
 
-    static inline std::string stateFolder;
     static inline lrt::RunLogAgentImpl& runLog = lrt::RunLogAgentImpl::getInstance();
     const std::size_t recordsBefore = runLog.readNewest(1000).size();
 
