@@ -173,12 +173,10 @@ template <Form F> typename F::Plain plainOf(const F& from) {
     return std::apply([&](const auto&... field) { return typename F::Plain{plainOf(from.*field.flat)...}; },
                       fieldsOf<F>);
 }
+// Made by the forms' conversions, one after the other. A count that no vector can hold is a std::length_error.
 template <class E> std::vector<typename E::Plain> plainOf(const Sequence<E>& from) {
-    std::vector<typename E::Plain> records;
-    const std::uint32_t count = countOf(from);
-    records.reserve(count);
-    for (std::uint32_t i = 0; i < count; ++i) records.emplace_back(from.data[i]); // by the form's conversion
-    return records;
+    const E* const first = from.data;
+    return std::vector<typename E::Plain>(first, first + countOf(from));
 }
 
 // ---- assigning to a form that may hold something already ----
