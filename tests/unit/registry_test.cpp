@@ -19,6 +19,7 @@ TEST(ProcessMember, IsAttachedAtMostOnce) {
 class Registry : public testing::Test {
 protected:
     void SetUp() override { member.attachProcess(*Process::getInstance()); }
+    void TearDown() override { member.detachProcess(); }
 
     Member member{"A"};
     boost::shared_ptr<frame::Interface> reference;
