@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
-#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mutex>
@@ -230,24 +229,59 @@ TEST_F(EveryRequest, ToPlayGoesToTheResourceManager) {
     EXPECT_THAT(service.calls, IsEmpty());
 }
 
-#if defined(__x86_64__) || defined(__i386__)
-// The slot that a pointer to a member function names; -1 when the function is not virtual.
-template <class Pointer> std::ptrdiff_t slotOf(Pointer pointer) {
-    std::ptrdiff_t word;
-    std::memcpy(&word, &pointer, sizeof word);
-    return word % 2 == 0 ? -1 : word / static_cast<std::ptrdiff_t>(sizeof(void*));
+// ---- answers ----
+
+TEST_F(EveryNotification, IsDeliveredHereExceptTheAnswer) {
+    addAll();
+    const host::LogCapture log{{genrpc::AdapterLog}};
+    EXPECT_EQ(deliver<messages::TvServiceInfo>(), 0);
+    for (const auto& client : clients) EXPECT_THAT(client->calls, IsEmpty()) << "no manager knows this object";
+    EXPECT_THAT(textsOf(log), ElementsAre("tvservice-adapter.cpp:tvServiceInfo(): Called."));
 }
 
-TEST(AdapterInterface, HasOneVirtualRequestBehindTheFrameworksOwn) {
-    support::forEach(support::TvRequests{}, []<class Message>() {
-        const auto slot = slotOf(Forwarder<Message>::pointer);
-        if constexpr (std::is_same_v<Message, messages::SetCasService>)
-            EXPECT_EQ(slot, slotOf(&ModelTvServiceAdapter::performStopping) + 1);
-        else
-            EXPECT_EQ(slot, -1);
-    });
+const std::vector<TvServiceInfo_t> threeAnswers{{{1, 2}, 0, "uri 1", "uuid 1", "ancestor 1", "none under way"},
+                                                {{3, 4}, -5, "uri 2", "uuid 2", "ancestor 2", "second"},
+                                                {{5, 6}, 7, "uri 3", "uuid 3", "ancestor 3", "third"}};
+
+// One delivery of the three answers as it reaches a client from the manager.
+void expectThreeAnswers(const support::Call& call) {
+    EXPECT_EQ(call.message, messages::TvServiceInfo::name);
+    EXPECT_EQ(call.arguments, genrpc::argumentsToJson<messages::TvServiceInfo>(threeAnswers));
+    EXPECT_EQ(call.ids, (frame::MsgIds{11, 12}));
+    EXPECT_EQ(call.transport, transport);
 }
-#endif
+
+class EveryAnswer : public EveryRequest {
+protected:
+    EveryAnswer() { EXPECT_EQ(adapter.addClient(application), 0); }
+    const boost::shared_ptr<support::RecordingTvClient> application = boost::make_shared<support::RecordingTvClient>();
+};
+
+TEST_F(EveryAnswer, OfTheTvServiceReachesTheClientsThroughTheManager) {
+    const host::LogCapture log{{genrpc::AdapterLog, genrpc::ManagerLog}};
+    EXPECT_EQ(service.clients.back()->tvServiceInfo(ids, transport, threeAnswers), 0);
+    ASSERT_THAT(application->calls, SizeIs(1));
+    expectThreeAnswers(application->calls[0]);
+    const auto lines = textsOf(log);
+    ASSERT_THAT(lines, SizeIs(testing::Ge(2U)));
+    EXPECT_EQ(lines[0], "tvservice-adapter.cpp:tvServiceInfo(): Called.");
+    EXPECT_EQ(lines[1], "resource-manager.cpp:tvServiceInfo(): Called");
+}
+
+TEST_F(EveryAnswer, OfTheMmServiceReachesTheManagerAsTheTvServicesRecords) {
+    std::vector<mmservice::MMServiceInfo_t> infos;
+    for (const auto& info : threeAnswers)
+        infos.push_back(
+            {{info.terminal.type, info.terminal.id}, info.result, info.uri, info.uuid, info.uuidAncestor, info.reqId});
+    const host::LogCapture log{{genrpc::AdapterLog, genrpc::ManagerLog}};
+    EXPECT_EQ(otherService.clients.back()->mmServiceInfo(ids, transport, infos), 0);
+    ASSERT_THAT(application->calls, SizeIs(1));
+    expectThreeAnswers(application->calls[0]);
+    const auto lines = textsOf(log);
+    ASSERT_THAT(lines, SizeIs(testing::Ge(2U)));
+    EXPECT_EQ(lines[0], "tvservice-adapter.cpp:mmServiceInfo(): Called mmServiceInfo size 3.");
+    EXPECT_EQ(lines[1], "resource-manager.cpp:tvServiceInfo(): Called");
+}
 
 static_assert(std::is_base_of_v<frame::AbstractApplication, ModelTvServiceAdapter>);
 static_assert(!std::is_base_of_v<ServiceInterface, ModelTvServiceAdapter>);
@@ -279,6 +313,25 @@ TEST(AdapterStart, WithoutTheMmServiceMakesTheTvServicesClientOnly) {
     EXPECT_THAT(lines[1],
                 testing::StartsWith("tvservice-adapter.cpp:performStarting(): tvservice-interface pointer = "));
     EXPECT_EQ(lines[2], "tvservice-adapter.cpp:performStarting(): Unable to lookup mmservice-interface: -2.");
+
+    const auto application = boost::make_shared<support::RecordingTvClient>();
+    EXPECT_EQ(adapter.addClient(application), 0);
+    frame::MsgIds ids{11, 12};
+    tv.clients[0]->tvServiceInfo(ids, transport, threeAnswers);
+    ASSERT_THAT(application->calls, SizeIs(1)) << "answers come through";
+    expectThreeAnswers(application->calls[0]);
+}
+
+TEST(AdapterStart, WithBothServicesFindsTheTvServiceFirst) {
+    TvService tv;
+    MmService mm;
+    auto& adapter = newAdapter();
+    const host::LogCapture log{{genrpc::AdapterLog}};
+    EXPECT_EQ(adapter.start(), 0);
+    const std::string place = "tvservice-adapter.cpp:performStarting(): ";
+    EXPECT_THAT(textsOf(log),
+                ElementsAre(place + "Called.", testing::StartsWith(place + "tvservice-interface pointer = "),
+                            testing::StartsWith(place + "mmservice-interface pointer = ")));
 }
 
 TEST(AdapterStart, AgainMakesNewClientObjectsButNoSecondCommandAndLooksNothingUp) {
@@ -301,6 +354,9 @@ TEST(AdapterStart, AgainMakesNewClientObjectsButNoSecondCommandAndLooksNothingUp
     frame::MsgIds ids;
     for (const auto& client : tv.clients) client->tvServiceFoundNewOadPacket(ids, transport, 1);
     EXPECT_THAT(application->calls, SizeIs(2)) << "once for each start";
+    application->calls.clear();
+    tv.clients[1]->tvServiceInfo(ids, transport, threeAnswers);
+    EXPECT_THAT(application->calls, SizeIs(2)) << "an answer as well";
 }
 
 TEST(AdapterSetUp, ReportsThatItsKeyIsTaken) {

@@ -1,4 +1,5 @@
-// The proxies' lives, their registries, and the delivery of an answer (proxy_messages_test.cpp has all messages).
+// The proxies' lives, their registries, and the delivery of an answer (proxy_messages_test.cpp has
+// all messages, mm_proxy_test.cpp those of the MM service).
 #include "app-mmservice-proxy-main.h"
 #include "app-tvservice-proxy-main.h"
 #include "support/log-texts.h"
@@ -8,7 +9,6 @@
 #include <frame/process.h>
 #include <genrpc/log.h>
 #include <host/log-capture.h>
-#include <mmservice/messages.h>
 #include <tvservice/client-base.h>
 #include <tvservice/messages.h>
 
@@ -17,6 +17,8 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <initializer_list>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -82,6 +84,16 @@ TEST_F(TvProxy, AnswersMinusSeventeenAndMinusTwoForClientsThatAreKnownAndUnknown
                             "app-tvservice-proxy-main.cpp:removeClient(): client not found (of 0 known ones)"));
 }
 
+TEST_F(TvProxy, TakesPointersOfDifferentOwnersToOneObjectForOneClient) {
+    const host::LogCapture log; // keeps its warnings off the output
+    TvClient client;
+    const auto pointer = [&] { return boost::shared_ptr<TvClient>(&client, [](TvClient*) {}); };
+    EXPECT_EQ(proxy.addClient(pointer()), 0);
+    EXPECT_EQ(proxy.addClient(pointer()), -17);
+    EXPECT_EQ(proxy.removeClient(pointer()), 0);
+    EXPECT_EQ(proxy.removeClient(pointer()), -2);
+}
+
 TEST_F(TvProxy, GivesEveryClientItsOwnRecordInOrderOfRegistration) {
     std::string order;
     const auto first = boost::make_shared<TvClient>(), second = boost::make_shared<TvClient>();
@@ -137,69 +149,75 @@ TEST_F(TvProxy, LetsAClientsExceptionOutAndServesOn) {
     EXPECT_EQ(second->notifications.size(), 1U);
 }
 
-class MmClient : public mmservice::ClientInterface {
-public:
-    int mmServiceInfo(frame::MsgIds& ids, const frame::TransportInfo&,
-                      const std::vector<mmservice::MMServiceInfo_t>& infos) override {
-        EXPECT_EQ(ids, frame::MsgIds::none);
-        notifications.push_back(infos);
-        return 0;
-    }
-    std::vector<std::vector<mmservice::MMServiceInfo_t>> notifications;
-};
-
-TEST(MmProxy, SendsItsRequestAndDeliversTheAnswer) {
-    RecordingModule module;
-    mmservice::Proxy proxy;
-    proxy.setOmqIOModule(&module);
-    EXPECT_EQ(proxy.getServiceName(), "mmservice");
-    frame::MsgIds ids;
-    const std::vector<mmservice::MMServiceReq_t> requests{{{1, 2}, 3, 4, 5, "uri", "uuid", "two", {"x"}, "7", "three"}};
-    EXPECT_EQ(proxy.mmServiceReq(ids, {}, requests), 0);
-    EXPECT_EQ(module.sent.front().meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7773, 0x28671236, 0}));
-    EXPECT_EQ(module.sent.front().table, mmservice::messages::MmServiceReq::table());
-    EXPECT_EQ(module.sent.front().wire, support::wireOf<mmservice::messages::MmServiceReq>({requests}));
-
-    EXPECT_EQ(proxy.registerMessageHandlers(), 0);
-    EXPECT_EQ(module.bound.front().meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7774, 0x28671237, 1}));
-    const auto client = boost::make_shared<MmClient>();
-    EXPECT_EQ(proxy.addClient(client), 0);
-    EXPECT_EQ(proxy.addClient(client), -17);
-    const std::vector<mmservice::MMServiceInfo_t> infos{{{1, 2}, 3, "uri", "uuid", "ancestor", "7"}};
-    host::LogCapture log{{genrpc::MmProxyLog}};
-    const support::FlatBody<mmservice::messages::MmServiceInfo> body(std::tuple{infos});
-    module.bound.front().handler(module.bound.front().meta, {}, body.get(), module.bound.front().context);
-    EXPECT_THAT(client->notifications, ElementsAre(infos));
-    EXPECT_THAT(textsOf(log), ElementsAre("app-mmservice-proxy-main.cpp:callMmServiceInfo(): Eneter",
-                                          "app-mmservice-proxy-main.cpp:callMmServiceInfo(): Exit"));
-    EXPECT_EQ(proxy.removeClient(client), 0);
-    EXPECT_EQ(proxy.removeClient(client), -2);
-}
-
 // Whether a key is registered in this process.
 bool registered(const char* key) {
     boost::shared_ptr<frame::Interface> reference;
     return frame::Process::getInstance()->getInterfaceReference(reference, key) == 0;
 }
 
-TEST(ProxyLifecycle, RegistersTheInterfaceInSetUpAndOnlyTheMmProxyTakesItBack) {
+// What the two proxies have in common, for both.
+template <class P, class I, genrpc::LogModule number> struct Kind {
+    using Proxy = P;
+    using Interface = I;
+    static constexpr genrpc::LogModule module = number;
+    static std::string place() {
+        return number == genrpc::TvProxyLog ? "app-tvservice-proxy-main.cpp:" : "app-mmservice-proxy-main.cpp:";
+    }
+};
+template <class> class ProxyLifecycle : public testing::Test {};
+using Kinds = testing::Types<Kind<tvservice::Proxy, tvservice::ServiceInterface, genrpc::TvProxyLog>,
+                             Kind<mmservice::Proxy, mmservice::ServiceInterface, genrpc::MmProxyLog>>;
+struct KindName {
+    template <class K> static std::string GetName(int) { return K::module == genrpc::TvProxyLog ? "Tv" : "Mm"; }
+};
+TYPED_TEST_SUITE(ProxyLifecycle, Kinds, KindName);
+
+TYPED_TEST(ProxyLifecycle, PassesOnThatItsBaseFailsAndRegistersNothing) {
+    typename TypeParam::Proxy detached;
+    const std::string place = TypeParam::place();
+    const auto expectFailure = [&](int (frame::AbstractProcessMember::*operation)(), const std::string& name) {
+        const host::LogCapture log{{TypeParam::module}};
+        EXPECT_EQ((detached.*operation)(), -107);
+        EXPECT_THAT(textsOf(log), ElementsAre(place + name + "(): Called.",
+                                              place + name + "(): Parent class " + name + "() returned -107."));
+        EXPECT_FALSE(registered(TypeParam::Interface::interfaceKey));
+    };
+    expectFailure(&frame::AbstractProcessMember::setupDone, "performSetupDone");
+    expectFailure(&frame::AbstractProcessMember::start, "performStarting");
+    expectFailure(&frame::AbstractProcessMember::stop, "performStopping");
+}
+
+TYPED_TEST(ProxyLifecycle, RegistersItsInterfaceAndReportsThatTheKeyIsTaken) {
+    using Interface = typename TypeParam::Interface;
+    auto proxy = std::make_unique<typename TypeParam::Proxy>();
+    ASSERT_EQ(proxy->attachProcess(*frame::Process::getInstance()), 0);
+    EXPECT_FALSE(registered(Interface::interfaceKey));
+    EXPECT_EQ(proxy->setupDone(), 0);
+    EXPECT_EQ(proxy->start(), 0);
+    EXPECT_EQ(proxy->stop(), 0);
+    boost::shared_ptr<frame::Interface> reference;
+    ASSERT_EQ(frame::Process::getInstance()->getInterfaceReference(reference, Interface::interfaceKey), 0);
+    EXPECT_EQ(reference->get<Interface>(), static_cast<Interface*>(proxy.get())) << "also when it has stopped";
+    {
+        typename TypeParam::Proxy second;
+        ASSERT_EQ(second.attachProcess(*frame::Process::getInstance()), 0);
+        const host::LogCapture log{{TypeParam::module}};
+        EXPECT_EQ(second.setupDone(), -17);
+        EXPECT_THAT(textsOf(log),
+                    testing::Contains(TypeParam::place() + "performSetupDone(): Unable to register interface: -17."));
+        second.detachProcess();
+    }
+    EXPECT_TRUE(registered(Interface::interfaceKey));
+    EXPECT_EQ(proxy->detachProcess(), 0);
+    EXPECT_FALSE(registered(Interface::interfaceKey));
+}
+
+TEST(ProxyDestruction, TakesOnlyTheMmProxysInterfaceBack) {
     auto* tv = new tvservice::Proxy;
     auto* mm = new mmservice::Proxy;
-    for (frame::AbstractMarshallingImpl* proxy :
-         {static_cast<frame::AbstractMarshallingImpl*>(tv), static_cast<frame::AbstractMarshallingImpl*>(mm)}) {
-        EXPECT_LT(proxy->setupDone(), 0) << "not attached";
+    for (frame::AbstractProcessMember* proxy : std::initializer_list<frame::AbstractProcessMember*>{tv, mm}) {
         ASSERT_EQ(proxy->attachProcess(*frame::Process::getInstance()), 0);
-    }
-    EXPECT_FALSE(registered(tvservice::ServiceInterface::interfaceKey));
-    EXPECT_EQ(tv->setupDone(), 0);
-    EXPECT_EQ(mm->setupDone(), 0);
-    boost::shared_ptr<frame::Interface> reference;
-    frame::Process::getInstance()->getInterfaceReference(reference, tvservice::ServiceInterface::interfaceKey);
-    EXPECT_EQ(reference->get<tvservice::ServiceInterface>(), static_cast<tvservice::ServiceInterface*>(tv));
-    {
-        host::LogCapture log{{genrpc::TvProxyLog}};
-        EXPECT_EQ(tv->setupDone(), -17);
-        EXPECT_TRUE(log.waitFor("performSetupDone(): Unable to register interface: -17.", std::chrono::seconds(0)));
+        EXPECT_EQ(proxy->setupDone(), 0);
     }
     delete tv;
     delete mm;

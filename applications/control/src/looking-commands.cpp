@@ -29,6 +29,21 @@ Json toJson(const std::vector<Answer>& answers) {
     return list;
 }
 
+Json toJson(const std::vector<TerminalState>& terminals) {
+    Json list = Json::array();
+    for (const auto& [shown, last] : terminals)
+        list.push_back({{"terminal", nameOf(last.info.terminal)},
+                        {"uri", shown.info.uri},
+                        {"uuid", shown.info.uuid},
+                        {"reqId", shown.info.reqId},
+                        {"since", shown.time},
+                        {"lastResult", last.info.result},
+                        {"lastUri", last.info.uri},
+                        {"lastReqId", last.info.reqId},
+                        {"lastTime", last.time}});
+    return list;
+}
+
 // One line per object: the values of its members, named.
 std::string toLines(const Json& list) {
     std::ostringstream out;
@@ -79,7 +94,7 @@ std::string toLine(const Notification& notification) {
 int LookingCommands::registerAll() {
     using Self = LookingCommands;
     static constexpr Command table[] = {
-        {"terminals", "the last answer of each terminal", call<Self, &Self::terminals>},
+        {"terminals", "what each terminal shows, and the last answer for it", call<Self, &Self::terminals>},
         {"answers [:d]", "[N] - the newest N answers (10)", call<Self, &Self::answers>},
         {"notifications [:s]", "[AFTER] - what clients were told, from the number after AFTER on (the newest 10)",
          call<Self, &Self::notifications>},

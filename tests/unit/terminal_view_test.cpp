@@ -1,0 +1,142 @@
+// What the control application says that each terminal shows.
+#include "appovshell/command-table.h"
+#include "control/src/looking-commands.h"
+
+#include <genrpc/json.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+using genrpc::Json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using tvservice::TvServiceTerminal_t;
+
+namespace {
+
+struct Terminals : testing::Test {
+    void SetUp() override { ASSERT_EQ(commands.registerAll(), 0); }
+
+    void answer(const std::string& reqId, const std::string& uri, int result = 0, TvServiceTerminal_t terminal = {}) {
+        frame::MsgIds ids;
+        view.tvServiceInfo(ids, {}, {{terminal, result, uri, "uuid of " + uri, "", reqId}});
+    }
+    std::string run(const char* command, bool json) {
+        std::string output;
+        std::istringstream lines(shell.answer(Json{{"words", {command}}, {"json", json}}.dump()));
+        for (std::string line; std::getline(lines, line);) output += Json::parse(line).value("output", "");
+        return output;
+    }
+    // "terminal uri lastResult" each.
+    std::vector<std::string> shown() {
+        std::vector<std::string> result;
+        for (const auto& terminal : Json::parse(run("terminals", true)))
+            result.push_back(terminal["terminal"].get<std::string>() + " " + terminal["uri"].get<std::string>() + " " +
+                             std::to_string(terminal["lastResult"].get<int>()));
+        return result;
+    }
+
+    const tvservice::ModelTvServiceAdapter adapter;
+    control::TerminalView view;
+    control::NotificationLog notifications;
+    appovshell::CommandTable shell;
+    control::LookingCommands commands{adapter, view, notifications, shell};
+};
+
+TEST_F(Terminals, AreNoneBeforeAnAnswer) { EXPECT_THAT(shown(), IsEmpty()); }
+
+TEST_F(Terminals, ShowWhatWasPlayedLastInOrderOfTerminal) {
+    answer("1", "dvb://1", 0, {1, 0});
+    answer("2", "dvb://2", 0, {0, 1});
+    answer("3", "dvb://3", 0, {1, 0});
+    EXPECT_THAT(shown(), ElementsAre("0:1 dvb://2 0", "1:0 dvb://3 0"));
+}
+
+TEST_F(Terminals, ShowTheNullSourceAfterAStop) {
+    answer("1", "dvb://1");
+    answer("2", tvservice::stopUri);
+    EXPECT_THAT(shown(), ElementsAre(std::string("0:0 ") + tvservice::stopUri + " 0"));
+}
+
+TEST_F(Terminals, GoOnShowingWhatTheyDidWhenAPlayFails) {
+    answer("1", "dvb://1");
+    answer("2", "file://missing", -2);
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://1 -2"));
+}
+
+TEST_F(Terminals, GoOnShowingWhatTheyDidWhileANewerRequestIsQueued) {
+    answer("1", "dvb://1");
+    answer("2", "dvb://2", 1);
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://1 1"));
+    answer("3", "dvb://3");
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://3 0"));
+}
+
+TEST_F(Terminals, ShowNothingAfterAFailureAlone) {
+    answer("1", "dvb://9", 2);
+    EXPECT_THAT(shown(), ElementsAre("0:0  2"));
+}
+
+TEST_F(Terminals, DoNotFollowAnAnswerThatComesAfterThatToANewerRequest) {
+    answer("10", "dvb://10");
+    answer("9", "dvb://9");
+    answer("9", tvservice::stopUri, -3);
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://10 0"));
+    answer("9", "dvb://9", 0, {1, 0});
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://10 0", "1:0 dvb://9 0")) << "each terminal by itself";
+}
+
+TEST_F(Terminals, FollowAnAnswerThatNoNewerOneHasOvertaken) {
+    answer("9", "dvb://9");
+    answer("10", "dvb://10");
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://10 0"));
+}
+
+TEST_F(Terminals, FollowRequestsWithIdsOfApplicationsInTheOrderOfTheAnswers) {
+    answer("channel-2", "dvb://2");
+    answer("channel-1", "dvb://1");
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://1 0"));
+    answer("1", "dvb://3");
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://3 0"));
+}
+
+TEST_F(Terminals, DoNotFollowWhatTheTvServiceTellsOfItself) {
+    answer("1", "file://film");
+    answer("2", "file://missing", -2);
+    answer("", tvservice::stopUri);
+    answer("", tvservice::stopUri, 0, {1, 0});
+    EXPECT_THAT(shown(), ElementsAre("0:0 file://film -2"));
+}
+
+TEST_F(Terminals, AreListedWithBothAnswersInFull) {
+    answer("1", "dvb://1");
+    answer("2", "dvb://2", -5);
+    const auto list = Json::parse(run("terminals", true));
+    ASSERT_EQ(list.size(), 1U);
+    auto terminal = list[0];
+    for (const char* time : {"since", "lastTime"}) {
+        EXPECT_THAT(terminal[time].get<std::string>(), testing::EndsWith("Z"));
+        terminal[time] = "then";
+    }
+    EXPECT_EQ(terminal.dump(), R"({"terminal":"0:0","uri":"dvb://1","uuid":"uuid of dvb://1","reqId":"1",)"
+                               R"("since":"then","lastResult":-5,"lastUri":"dvb://2","lastReqId":"2",)"
+                               R"("lastTime":"then"})");
+    EXPECT_THAT(run("terminals", false), HasSubstr("terminal 0:0  uri dvb://1  uuid uuid of dvb://1  reqId 1  since "));
+    EXPECT_THAT(run("terminals", false), HasSubstr("  lastResult -5  lastUri dvb://2  lastReqId 2  lastTime "));
+}
+
+TEST_F(Terminals, LeaveNoAnswerOutOfTheListOfAnswers) {
+    answer("10", "dvb://10");
+    answer("9", "dvb://9", 1);
+    answer("", tvservice::stopUri);
+    std::vector<std::string> uris;
+    for (const auto& entry : Json::parse(run("answers", true))) uris.push_back(entry["uri"]);
+    EXPECT_THAT(uris, ElementsAre("dvb://10", "dvb://9", tvservice::stopUri));
+}
+
+} // namespace

@@ -1,0 +1,128 @@
+// The order of the virtual methods: applications and services that were built apart call each other by it.
+#include "client-objects.h"
+#include "support/tv-messages.h"
+
+#include <mmservice/interfaces.h>
+#include <tvservice-adapter/model-tvservice-adapter.h>
+
+#include <cstddef>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#if defined(__GXX_ABI_VERSION) && (defined(__x86_64__) || defined(__i386__))
+
+using namespace tvservice;
+
+namespace {
+
+constexpr std::ptrdiff_t notVirtual = -1;
+constexpr std::ptrdiff_t firstMethod = 2; // behind the destructor's two entries
+
+// The slot that a pointer to a member function names: it holds one more than the slot's offset in bytes, and a
+// function's address, which is even, when the function is not virtual.
+template <class Pointer> std::ptrdiff_t slotOf(Pointer pointer) {
+    static_assert(std::is_member_function_pointer_v<Pointer>);
+    std::ptrdiff_t word;
+    std::memcpy(&word, &pointer, sizeof word);
+    return word % 2 == 0 ? notVirtual : word / static_cast<std::ptrdiff_t>(sizeof(void*));
+}
+
+using Slots = std::vector<std::ptrdiff_t>;
+
+// So many slots in a row.
+Slots from(std::ptrdiff_t first, std::size_t count) {
+    Slots slots(count);
+    for (auto& slot : slots) slot = first++;
+    return slots;
+}
+
+TEST(VirtualSlots, OfTheTvServiceAreItsRequestsThenItsRegistry) {
+    using I = ServiceInterface;
+    EXPECT_EQ((Slots{slotOf(&I::tvServiceReq), slotOf(&I::tvServiceSwapWinReq), slotOf(&I::tvServiceStreamInfoReq),
+                     slotOf(&I::tvServiceAudioReq), slotOf(&I::tvServiceSubtitleReq), slotOf(&I::tvServiceVideoReq),
+                     slotOf(&I::tvServiceTeletextReq), slotOf(&I::tvServiceInfoReq), slotOf(&I::tvServiceAskReleaseReq),
+                     slotOf(&I::tvServiceSendKeyReq), slotOf(&I::tvServiceSListChangedInd),
+                     slotOf(&I::tvServiceTryRunReq), slotOf(&I::setParentalLockInfo), slotOf(&I::mtsAudioChangeReq),
+                     slotOf(&I::setCasService), slotOf(&I::requestPackagesReq), slotOf(&I::tvServiceSourceChanged),
+                     slotOf(&I::addClient), slotOf(&I::removeClient)}),
+              from(firstMethod, 17 + 2));
+}
+
+TEST(VirtualSlots, OfATvClientAreTheNotifications) {
+    using I = ClientInterface;
+    EXPECT_EQ((Slots{slotOf(&I::tvServiceInfo),
+                     slotOf(&I::tvServiceConflictInfo),
+                     slotOf(&I::tvServiceSwapWinInfo),
+                     slotOf(&I::tvServiceStreamInfo),
+                     slotOf(&I::tvServiceAudioInfo),
+                     slotOf(&I::tvServiceSubtitleInfo),
+                     slotOf(&I::tvServiceVideoInfo),
+                     slotOf(&I::tvServiceTeletextInfo),
+                     slotOf(&I::tvServiceAskReleaseInfo),
+                     slotOf(&I::tvServiceAskReleaseConf),
+                     slotOf(&I::tvServiceStatusInfo),
+                     slotOf(&I::tvServiceNetworkChangeMsg),
+                     slotOf(&I::tvServiceTunerResult),
+                     slotOf(&I::tvServiceTunerStatusMessage),
+                     slotOf(&I::tvServiceBroadcastApplictionInfo),
+                     slotOf(&I::tvServiceUriLinkageInfo),
+                     slotOf(&I::tvServiceCiAncillaryDataInfo),
+                     slotOf(&I::tvServiceInstalledInfo),
+                     slotOf(&I::tvServicePlayInfo),
+                     slotOf(&I::tvServiceFoundNewOadPacket),
+                     slotOf(&I::tvServiceCiSasMessageInfo),
+                     slotOf(&I::tvServiceCcInfoNotify),
+                     slotOf(&I::tvServiceMtsAudioTrackInfoNotify),
+                     slotOf(&I::tvserviceOadStatusNotify),
+                     slotOf(&I::tvserviceOadProgressNotify)}),
+              from(firstMethod, 25));
+}
+
+TEST(VirtualSlots, OfTheAdaptersTvClientObjectGoOnBehindTheNotifications) {
+    using I = TvServiceClient;
+    EXPECT_EQ((Slots{slotOf(&I::tvServiceInfocb), slotOf(&I::addClient), slotOf(&I::removeClient)}),
+              from(slotOf(&I::tvserviceOadProgressNotify) + 1, 3));
+    EXPECT_EQ(slotOf(&I::tvServiceInfo), firstMethod);
+    EXPECT_EQ(slotOf(&I::tvserviceOadProgressNotify), slotOf(&ClientInterface::tvserviceOadProgressNotify));
+}
+
+TEST(VirtualSlots, OfTheMmServiceAndItsClientAreTheirMessageThenTheRegistry) {
+    using I = mmservice::ServiceInterface;
+    EXPECT_EQ((Slots{slotOf(&I::mmServiceReq), slotOf(&I::addClient), slotOf(&I::removeClient)}), from(firstMethod, 3));
+    EXPECT_EQ(slotOf(&mmservice::ClientInterface::mmServiceInfo), firstMethod);
+}
+
+TEST(VirtualSlots, OfTheAdaptersMmClientObjectGoOnBehindTheAnswer) {
+    using I = MmServiceClient;
+    EXPECT_EQ((Slots{slotOf(&I::mmServiceInfo), slotOf(&I::addClient), slotOf(&I::removeClient)}),
+              from(firstMethod, 3));
+}
+
+template <class Message> struct AdapterMethod;
+#define ADAPTER_METHOD(service, direction, Name, method, ...)           \
+    template <> struct AdapterMethod<messages::Name> {                  \
+        static constexpr auto pointer = &ModelTvServiceAdapter::method; \
+    };
+TVSERVICE_REQUESTS(ADAPTER_METHOD)
+#undef ADAPTER_METHOD
+
+TEST(VirtualSlots, OfTheAdapterAreTheFrameworksThenOneRequest) {
+    support::forEach(support::TvRequests{}, []<class Message>() {
+        const bool isVirtual = std::is_same_v<Message, messages::SetCasService>;
+        EXPECT_EQ(slotOf(AdapterMethod<Message>::pointer),
+                  isVirtual ? slotOf(&ModelTvServiceAdapter::performStopping) + 1 : notVirtual);
+    });
+    EXPECT_EQ(slotOf(&ModelTvServiceAdapter::addClient), notVirtual);
+    EXPECT_EQ(slotOf(&ModelTvServiceAdapter::removeClient), notVirtual);
+}
+
+static_assert(std::has_virtual_destructor_v<ServiceInterface> && std::has_virtual_destructor_v<ClientInterface>);
+static_assert(std::has_virtual_destructor_v<mmservice::ServiceInterface> &&
+              std::has_virtual_destructor_v<mmservice::ClientInterface>);
+
+} // namespace
+
+#endif
