@@ -118,6 +118,18 @@ TEST_F(TvClientObject, AnswersMinusOneForClientsThatAreKnownAndUnknown) {
     EXPECT_EQ(lines[0].text.rfind("tvservice-adapter.cpp:", 0), 0U);
 }
 
+TEST_F(TvClientObject, TakesPointersOfDifferentOwnersToOneObjectForOneClient) {
+    const host::LogCapture log; // keeps its warnings off the output
+    Client client(order);
+    const auto pointer = [&] { return boost::shared_ptr<Client>(&client, [](Client*) {}); };
+    EXPECT_EQ(object.addClient(pointer()), 0);
+    EXPECT_EQ(object.addClient(pointer()), -1);
+    deliver();
+    EXPECT_EQ(order, "c1");
+    EXPECT_EQ(object.removeClient(pointer()), 0);
+    EXPECT_EQ(object.removeClient(pointer()), -1);
+}
+
 TEST_F(TvClientObject, GivesItsLockBackWhenAClientThrows) {
     object.addClient(boost::make_shared<Client>(order, "throws"));
     const auto later = boost::make_shared<Client>(order, "later");
