@@ -1,6 +1,7 @@
 // The control application's shell commands: what they send, what they refuse, and what they show.
 #include "appovshell/command-table.h"
 #include "control/src/commands.h"
+#include "support/fake-shell.h"
 #include "support/tv-doubles.h"
 
 #include <frame/abstract-application.h>
@@ -37,6 +38,7 @@ public:
 tvservice::ModelTvServiceAdapter& startedAdapter() {
     static auto& adapter = *[] {
         RegisteredService::get();
+        support::FakeShell::get(); // not a socket in the user's runtime folder, which other tests use too
         auto* made = new tvservice::ModelTvServiceAdapter;
         static_cast<frame::AbstractProcessMember*>(made)->attachProcess(*frame::Process::getInstance());
         EXPECT_EQ(made->performSetupDone(), 0);
