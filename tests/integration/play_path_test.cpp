@@ -145,9 +145,10 @@ TEST_F(PlayPath, ASilentMediaServiceDropsItsBundleAndTheNextOneProceeds) {
     EXPECT_THAT(kit.waitForAnswers(hanging, 1), ElementsAre(Answer{hanging, "0:0", done, stopped}));
 }
 
-TEST_F(PlayPath, AMainTerminalWithoutItsPictureIsRecordedInTheRunLog) {
+TEST_F(PlayPath, AMainTerminalWithoutItsPictureIsRecordedInTheRunLogAndTheNextBundleProceeds) {
     kit.freeze(Part::tvService);
     const std::string hanging = kit.play("0:0", live);
+    const std::string next = kit.play("2:0", live);
     EXPECT_GT(waitUntilDropped(hanging), answerLimit);
     nlohmann::json records;
     ASSERT_TRUE(kit.waitFor([&] { return !(records = kit.ask(Part::frameHost, {"runlog", "10"})).empty(); }, patience));
@@ -162,6 +163,7 @@ TEST_F(PlayPath, AMainTerminalWithoutItsPictureIsRecordedInTheRunLog) {
 
     kit.thaw(Part::tvService);
     EXPECT_THAT(kit.waitForAnswers(hanging, 1), ElementsAre(Answer{hanging, "0:0", done, live}));
+    EXPECT_THAT(kit.waitForAnswers(next, 1), ElementsAre(Answer{next, "2:0", done, live}));
 }
 
 TEST_F(PlayPath, AKilledServiceIsUsedAgainOnceItIsBack) {
