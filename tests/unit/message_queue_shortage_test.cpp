@@ -1,22 +1,24 @@
 // The message queue when descriptors or memory run out.
+#include "support/queue-fixture.h"
+
 #include <host/log-capture.h>
 #include <host/message-queue.h>
 #include <vdl/flat.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <new>
 #include <string>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -32,7 +34,26 @@ void* allocate(std::size_t size) {
     throw std::bad_alloc();
 }
 
+std::atomic<bool> socketsAreOut = false;
+
+// The system's own call, or the answer of a system that has no descriptor left.
+template <class Call, class... Arguments> int newSocket(const char* name, Arguments... arguments) {
+    if (socketsAreOut) {
+        errno = EMFILE;
+        return -1;
+    }
+    return reinterpret_cast<Call*>(dlsym(RTLD_NEXT, name))(arguments...);
+}
+
 } // namespace
+
+// Visible, so that the platform's library calls them.
+extern "C" [[gnu::visibility("default")]] int socket(int domain, int type, int protocol) noexcept {
+    return newSocket<int(int, int, int)>("socket", domain, type, protocol);
+}
+extern "C" [[gnu::visibility("default")]] int accept4(int socket, sockaddr* address, socklen_t* size, int flags) {
+    return newSocket<int(int, sockaddr*, socklen_t*, int)>("accept4", socket, address, size, flags);
+}
 
 // Out of line: the compiler would take a malloc that it sees for a block that delete must not get.
 [[gnu::noinline]] void* operator new(std::size_t size) { return allocate(size); }
@@ -59,40 +80,22 @@ void* allocate(std::size_t size) {
 namespace {
 
 using namespace std::chrono_literals;
+using queue_test::descriptions;
+using queue_test::eventually;
+using queue_test::messages;
+using queue_test::numberMeta;
+using queue_test::numberTable;
+using queue_test::textMeta;
+using queue_test::textTable;
 
-const vdl::EndianEntry endOfList{0, 0, vdl::EndianEntry::terminator};
-const vdl::EndianEntry numberEntries[] = {{0, vdl::EndianScalar4, std::uintptr_t{0}}, endOfList};
-const vdl::EndianTable numberTable{4, numberEntries};
-const vdl::EndianEntry textEntries[] = {{0, vdl::EndianNested, &__vdl_EndianTable_vdlDeserString_t}, endOfList};
-const vdl::EndianTable textTable{8, textEntries};
-const frame::MsgMeta numberMeta{1, 0x100, 0x2001, 1}, textMeta{1, 0x100, 0x2002, 1};
-const frame::MessageDescription descriptions[] = {{"Number", numberMeta, &numberTable}, {"Text", textMeta, &textTable}};
-const frame::MessageSet messages{descriptions, 2};
-
-bool eventually(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + 20s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
-
-// No descriptor can be opened while it lives. What a test does meanwhile it must have done before: the address
-// sanitizer needs descriptors to look at an object of a type that is new to it.
-class NoDescriptors {
+// The system gives this process no more sockets while it lives. A limit on its descriptors would hit the address
+// sanitizer, too: it opens some to look at an object of a type that is new to it.
+class NoSockets {
 public:
-    NoDescriptors() {
-        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before_), 0);
-        const rlimit none{0, before_.rlim_max};
-        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    }
-    ~NoDescriptors() { EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before_), 0); }
-    NoDescriptors(const NoDescriptors&) = delete;
-    NoDescriptors& operator=(const NoDescriptors&) = delete;
-
-private:
-    rlimit before_{};
+    NoSockets() { socketsAreOut = true; }
+    ~NoSockets() { socketsAreOut = false; }
+    NoSockets(const NoSockets&) = delete;
+    NoSockets& operator=(const NoSockets&) = delete;
 };
 
 // What a call with so many allocations to its name came to.
@@ -175,6 +178,7 @@ protected:
     static int takeMessage(const frame::MsgMeta&, const frame::TransportInfo&, const void*, void* context) {
         auto& self = *static_cast<Shortage*>(context);
         ++self.taken;
+        queue_test::bell.ring();
         self.holding.wait(true);
         return 0;
     }
@@ -209,7 +213,7 @@ TEST_F(Shortage, OfDescriptorsMakesClientsWaitUntilThereIsOne) {
     address.sun_family = AF_UNIX;
     (folder + "/tuner.sock").copy(address.sun_path, sizeof address.sun_path - 1);
     {
-        const NoDescriptors none;
+        const NoSockets none;
         ASSERT_EQ(connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         EXPECT_TRUE(log.waitFor("service tuner: cannot accept clients: Too many open files", 20s));
         EXPECT_EQ(sendNumber(*door, 2).result, 0); // those that are connected do not suffer
@@ -232,7 +236,7 @@ TEST_F(Shortage, OfDescriptorsMakesAClientTryAgain) {
     ASSERT_EQ(sendNumber(*door, 1).result, 0);
     ASSERT_TRUE(log.waitFor("No such file or directory", 20s));
     {
-        const NoDescriptors none;
+        const NoSockets none;
         EXPECT_TRUE(log.waitFor("Too many open files", 20s));
         EXPECT_EQ(sendNumber(*door, 2).result, 0);
     }
