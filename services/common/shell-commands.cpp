@@ -7,6 +7,7 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 
 namespace services {
 
@@ -97,16 +98,11 @@ int ShellCommands::printFaults() {
 
 int ShellCommands::printStatistics() {
     Json list = Json::array();
-    for (const frame::IOStatistics& counters : frame::ioStatistics())
-        list.push_back({{"service", counters.service},
-                        {"connected", counters.connected},
-                        {"sent", counters.sent},
-                        {"received", counters.received},
-                        {"dropped", counters.dropped},
-                        {"refused", counters.refused},
-                        {"undecodable", counters.undecodable},
-                        {"reconnects", counters.reconnects},
-                        {"queued", counters.queued}});
+    for (const frame::IOStatistics& statistics : frame::ioStatistics()) {
+        Json object;
+        frame::eachStatistic(statistics, [&](const char* name, const auto& value) { object[name] = value; });
+        list.push_back(std::move(object));
+    }
     printList(*shell_, list);
     return 0;
 }

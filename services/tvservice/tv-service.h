@@ -7,8 +7,8 @@
 //
 //   play, stop       to the asker one TvServiceInfo with an answer each (delayed and falsified as the fault switches
 //                    say). For each channel that is shown, to all: TvServiceTunerStatusMessage before,
-//                    TvServiceTunerResult and the four track infos after it; of a list with
-//                    more than 64 channels for the first 64
+//                    TvServiceTunerResult and the four track infos after it; of a list with more than 64 channels for
+//                    the first 64
 //   swap window      intParam1 is a type: the terminals type:0 and 0:0 swap what they show; TvServiceSwapWinInfo with
 //                    that type to all, or with -1 to the asker when one is locked or there is nothing to swap
 //   stream info      intParam1 is a channel's number; TvServiceStreamInfo with the same number and the channel's URI,

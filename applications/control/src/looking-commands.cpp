@@ -10,6 +10,7 @@
 
 #include <optional>
 #include <sstream>
+#include <utility>
 
 namespace control {
 namespace {
@@ -144,16 +145,11 @@ int LookingCommands::bundles() {
 
 int LookingCommands::stats() {
     Json list = Json::array();
-    for (const auto& service : frame::ioStatistics())
-        list.push_back({{"service", service.service},
-                        {"connected", service.connected},
-                        {"sent", service.sent},
-                        {"received", service.received},
-                        {"dropped", service.dropped},
-                        {"refused", service.refused},
-                        {"undecodable", service.undecodable},
-                        {"reconnects", service.reconnects},
-                        {"queued", service.queued}});
+    for (const auto& statistics : frame::ioStatistics()) {
+        Json object;
+        frame::eachStatistic(statistics, [&](const char* name, const auto& value) { object[name] = value; });
+        list.push_back(std::move(object));
+    }
     return report(shell_, list);
 }
 

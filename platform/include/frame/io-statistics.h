@@ -20,6 +20,19 @@ struct IOStatistics {
     std::uint64_t queued = 0;      // messages waiting now
 };
 
+// Calls use(name, value) for each of them, in their order: for whoever shows them.
+template <class Use> void eachStatistic(const IOStatistics& statistics, const Use& use) {
+    use("service", statistics.service);
+    use("connected", statistics.connected);
+    use("sent", statistics.sent);
+    use("received", statistics.received);
+    use("dropped", statistics.dropped);
+    use("refused", statistics.refused);
+    use("undecodable", statistics.undecodable);
+    use("reconnects", statistics.reconnects);
+    use("queued", statistics.queued);
+}
+
 // One entry per service connection of this process, in order of creation. From any thread.
 std::vector<IOStatistics> ioStatistics();
 

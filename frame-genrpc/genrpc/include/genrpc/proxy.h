@@ -1,6 +1,7 @@
-// The client side of a service: how a proxy sends its requests and delivers its notifications. A proxy is a class with
-// the members `clients` (a ClientList of the service's ClientInterface) and `module` (its log module); the uses below,
-// applied to the service's lists of messages, declare and define its senders and handlers.
+// The client side of a service: how a proxy sends its requests and delivers its notifications. The uses below,
+// applied to the service's lists of messages, declare and define the senders and handlers of a class Proxy. It has a
+// member `clients`, a ClientList of the service's ClientInterface; its source file has a constant `module`, the log
+// module.
 #pragma once
 
 #include <frame/abstract-marshalling-impl.h>
@@ -80,7 +81,7 @@ template <class Proxy> void** arrayOf() {
         return ::genrpc::send<messages::Name>(*this, ids GENRPC_EACH(GENRPC_NAME, __VA_ARGS__));                    \
     }
 
-// People search their logs for the misspelt word; it stays.
+// The misspelt word belongs to the log as it is written; it stays.
 #define GENRPC_HANDLER(service, direction, Name, method, ...)                                                   \
     int Proxy::call##Name(GENRPC_HANDLER_PARAMETERS) {                                                          \
         GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");                                                          \

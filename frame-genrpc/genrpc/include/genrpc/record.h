@@ -59,10 +59,11 @@
         static constexpr const vdl::EndianTable* table() { return &__vdl_EndianTable_serializable_##Record; }        \
     };
 
-#define GENRPC_RECORD_TABLE(family_, Record, FIELDS)                                        \
-    static_assert(alignof(_##Record##_struct) == 1, "a form has no padding");               \
-    namespace tables {                                                                      \
-    static constexpr auto Record##_entries = ::genrpc::entriesOf<_##Record##_struct>();     \
-    }                                                                                       \
-    extern "C" constinit const vdl::EndianTable __vdl_EndianTable_serializable_##Record = { \
+#define GENRPC_RECORD_TABLE(family_, Record, FIELDS)                                                   \
+    static_assert(alignof(_##Record##_struct) == 1, "a form has no padding");                          \
+    static_assert(::genrpc::keepsToItsFamily<_##Record##_struct>(), "flags are stream records' only"); \
+    namespace tables {                                                                                 \
+    static constexpr auto Record##_entries = ::genrpc::entriesOf<_##Record##_struct>();                \
+    }                                                                                                  \
+    extern "C" constinit const vdl::EndianTable __vdl_EndianTable_serializable_##Record = {            \
         sizeof(_##Record##_struct), tables::Record##_entries.data()};

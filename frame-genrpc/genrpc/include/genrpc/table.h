@@ -49,6 +49,16 @@ template <Form F> constexpr auto entriesOf() {
         F::fields());
 }
 
+// Only stream records have flags: a bool of theirs travels as a word, and nothing says how one of another family would.
+template <Form F> constexpr bool keepsToItsFamily() {
+    return F::family == Family::Stream ||
+           std::apply(
+               [](const auto&... field) {
+                   return (!std::is_same_v<typename MemberType<decltype(field.flat)>::Type, WideBool> && ...);
+               },
+               F::fields());
+}
+
 // The table of a list as the body of a message: one sequence, in a record of its own.
 template <class E> struct ListTable {
     static constexpr std::array entries{entryOf(0, CellOf<Sequence<E>>::cell), endOfTable};
