@@ -55,6 +55,22 @@ std::unique_ptr<tvservice::Proxy> proxyWith(std::size_t clients) {
     return proxy;
 }
 
+// What the copy of the list of clients costs that a message holds while it is delivered, per client.
+Side copiedList(std::chrono::nanoseconds length, std::size_t clients) {
+    genrpc::ClientList<tvservice::ClientInterface> list(clients);
+    for (auto& client : list) client = boost::make_shared<tvservice::ClientBase>();
+    return timedSide<ThreadClock>("list's copy", clients, length, [list] {
+        const auto copy = list;
+        keep(&copy);
+    });
+}
+
+Figures without(Figures figures, const Figures& part) {
+    figures.side += " without the " + part.side;
+    for (std::size_t i = 0; i < figures.rounds.size(); ++i) figures.rounds[i] -= part.rounds[i];
+    return figures;
+}
+
 // The cost of each client beyond the first ones, of two sides with few and many clients.
 Figures furtherClient(const Figures& few, std::size_t fewClients, const Figures& many, std::size_t manyClients) {
     Figures further{"own " + std::to_string(fewClients) + " to " + std::to_string(manyClients), many.rounds};
@@ -78,10 +94,13 @@ void compare(const Options& options, const std::string& caseName, frame::Message
         const auto arguments = Message::Body::read(payload.body());
         keep(&arguments);
     }));
+    sides.push_back(copiedList(length, 64));
     const auto figures = interleaved(sides, options.rounds({3, 31}));
     for (const Figures& side : figures) managerReport.figures(caseName, side, {"ns", "notification"});
     managerReport.ratio(caseName, furtherClient(figures[0], 1, figures[1], 8), figures[3], Goal{10, 1.1});
-    managerReport.ratio(caseName, furtherClient(figures[1], 8, figures[2], 64), figures[3], Goal{10, 1.1});
+    const Figures further = furtherClient(figures[1], 8, figures[2], 64);
+    managerReport.ratio(caseName, further, figures[3], Goal{10, 1.1});
+    managerReport.ratio(caseName, without(further, figures[4]), figures[3]);
 }
 
 } // namespace

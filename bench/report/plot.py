@@ -8,7 +8,7 @@ MOST = 2.0  # times the bound, at the right edge
 
 
 def svg(lines):
-    lines = [line for line in lines if "goal" in line]
+    lines = figures.with_bound(lines)
     lines.sort(key=lambda line: (line["goalNumber"] or 99, figures.name_of(line)))
     height = TOP + ROW * len(lines) + 12
     bound = LEFT + WIDTH / MOST

@@ -10,6 +10,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -215,6 +216,42 @@ TEST(Marshaller, TerminatesStringsItself) {
     host::marshal(host::planOf(__vdl_EndianTable_vdlDeserString_t), &string, out, noLimit);
     EXPECT_EQ(std::string(out.data(), out.size()), std::string(Text().u32(2).u32(8).string("ab")));
     vdlFlatFree(string.data);
+}
+
+// One behind the other as in a region, with gaps, in another order, without a terminator between them, one in the
+// other.
+TEST(Marshaller, WritesStringsWhereverTheyLie) {
+    const std::string texts("abc\0de\0fgh\0", 11);
+    constexpr std::uint32_t count = 3, arrayBytes = count * sizeof(vdlDeserString_t);
+    const std::unique_ptr<char, void (*)(void*) noexcept> block(
+        static_cast<char*>(vdlFlatAlloc(arrayBytes + texts.size())), vdlFlatFree);
+    char* const pool = std::copy(texts.begin(), texts.end(), block.get() + arrayBytes) - texts.size();
+    vdlDeserString_t* const strings = reinterpret_cast<vdlDeserString_t*>(block.get());
+    const vdlDeserBlobString_t list{count, strings};
+    host::Bytes out;
+
+    std::vector<std::pair<std::size_t, std::uint32_t>> places;
+    for (const std::size_t offset : {0U, 3U, 4U, 6U, 7U})
+        for (const std::uint32_t length : {0U, 1U, 3U}) places.emplace_back(offset, length);
+    for (const auto& first : places)
+        for (const auto& second : places)
+            for (const auto& third : places) {
+                Text expected;
+                expected.u32(count).u32(sizeof list);
+                Text blocks;
+                std::uint32_t next = sizeof list + arrayBytes;
+                std::size_t index = 0;
+                for (const auto& [offset, length] : {first, second, third}) {
+                    strings[index++] = {length, pool + offset};
+                    expected.u32(length).u32(next);
+                    blocks.string(texts.substr(offset, length));
+                    next += length + 1;
+                }
+                expected.bytes(blocks);
+                out.truncate(0);
+                host::marshal(host::planOf(__vdl_EndianTable_vdlDeserBlobString_t), &list, out, noLimit);
+                ASSERT_EQ(std::string(out.data(), out.size()), std::string(expected));
+            }
 }
 
 TEST(Marshaller, WritesAnArrayOfNothingAsNull) {

@@ -499,9 +499,8 @@ int ResManager::checkStopResult(frame::MsgIds&, const frame::TransportInfo&, con
 }
 
 void ResManager::verifyResult(std::vector<TvServiceInfo_t>& infos) {
-    const auto queued = reqQueue;
     GENRPC_LOG(module, vdlDebugProgress, "Number of requests waiting for handling %d\n",
-               static_cast<int>(queued.size()));
+               static_cast<int>(reqQueue.size()));
     const auto markNewer = [&](const ResRequests_::Requests& starts, const char* kind) {
         if (!starts) return;
         for (const TvServiceReq_t& request : *starts)
@@ -514,7 +513,7 @@ void ResManager::verifyResult(std::vector<TvServiceInfo_t>& infos) {
                     info.result = newerRequestQueued;
                 }
     };
-    for (const auto& bundle : queued) {
+    for (const auto& bundle : reqQueue) {
         markNewer(bundle->pMM, "media");
         markNewer(bundle->pTV, "livetv");
     }

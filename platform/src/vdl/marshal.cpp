@@ -9,32 +9,9 @@
 namespace host {
 namespace {
 
-// Two moves that overlap in the middle.
-template <class Unit> void copyEnds(char* to, const char* from, std::size_t count) {
-    Unit head, tail;
-    std::memcpy(&head, from, sizeof head);
-    std::memcpy(&tail, from + count - sizeof tail, sizeof tail);
-    std::memcpy(to, &head, sizeof head);
-    std::memcpy(to + count - sizeof tail, &tail, sizeof tail);
-}
-
-// Most strings are short: inline moves beat a library call for them.
-void copyString(char* to, const char* from, std::size_t length) {
-    if (length > 16) {
-        std::memcpy(to, from, length);
-    } else if (length >= 8) {
-        copyEnds<std::uint64_t>(to, from, length);
-    } else if (length >= 4) {
-        copyEnds<std::uint32_t>(to, from, length);
-    } else if (length >= 2) {
-        copyEnds<std::uint16_t>(to, from, length);
-    } else if (length == 1) {
-        *to = *from;
-    }
-}
-
-// Appends to the run's memory directly; where the next block goes travels from call to call by value: as a member it
-// would have to be reloaded after every byte that is written. Positions count from the message's start.
+// Appends to the run's memory directly. The blocks of a payload that was built in one region lie as they will in the
+// message, so strings are not copied one by one: as long as each begins where the one before it ended, they wait and
+// are copied together. Positions count from the message's start.
 class Writer {
 public:
     Writer(Bytes& out, std::size_t limit)
@@ -44,12 +21,22 @@ public:
 
     // The run then ends behind the message.
     void message(const Plan& plan, const char* payload) {
-        makeRoom(0, plan.size);
+        makeRoom(plan.size);
         if (plan.size > 0) std::memcpy(message_, payload, plan.size); // the run may have no memory yet
-        endAt(records(plan, payload, 0, 1, plan.size));
+        copied_ = plan.size;
+        const Place end = records(plan, payload, 0, 1, {plan.size, payload + plan.size});
+        copyWaiting(end);
+        endAt(copied_);
     }
 
 private:
+    // Where the next block begins in the message, and where it begins in the payload if it needs no copy of its own.
+    // Goes from call to call by value: as a member it would have to be reloaded after every byte that is written.
+    struct Place {
+        std::size_t next;
+        const char* from;
+    };
+
     // What of the run's memory the message may use.
     void useMemory() {
         message_ = out_.data() + start_;
@@ -62,79 +49,93 @@ private:
         out_.append(next);
     }
 
-    // Sees to memory for count more bytes at position next.
-    void makeRoom(std::size_t next, std::uint64_t count) {
-        if (count > room_ - next) grow(next, count);
+    // Sees to memory for count more bytes behind what has been copied.
+    void makeRoom(std::uint64_t count) {
+        if (count > room_ - copied_) grow(count);
     }
-    [[gnu::noinline]] void grow(std::size_t next, std::uint64_t count) {
-        if (count > limit_ - next) throw std::length_error("message longer than " + std::to_string(limit_) + " bytes");
-        endAt(next);
+    [[gnu::noinline]] void grow(std::uint64_t count) {
+        if (count > limit_ - copied_) tooLong();
+        endAt(copied_);
         out_.append(static_cast<std::size_t>(count));
         useMemory();
     }
 
+    [[noreturn, gnu::cold, gnu::noinline]] void tooLong() const {
+        throw std::length_error("message longer than " + std::to_string(limit_) + " bytes");
+    }
     [[noreturn, gnu::cold, gnu::noinline]] static void refuse(const char* what, std::uint32_t offset,
                                                               std::uint32_t count) {
         throw std::invalid_argument(std::string(what) + " at byte " + std::to_string(offset) +
                                     " of its record: count " + std::to_string(count) + " with a null pointer");
     }
 
-    // Appends what the count records at from lead to; their copies are at position place. Takes and returns the
-    // position behind the last block.
-    std::size_t records(const Plan& plan, const char* from, std::size_t place, std::uint32_t count, std::size_t next) {
+    // Copies the strings that end at `end`. The terminator of the last is not the payload's: nobody has looked whether
+    // it has one.
+    [[gnu::noinline]] void copyWaiting(Place end) {
+        if (end.next == copied_) return;
+        const std::size_t bytes = end.next - copied_;
+        makeRoom(bytes);
+        std::memcpy(message_ + copied_, end.from - bytes, bytes - 1);
+        message_[end.next - 1] = '\0';
+        copied_ = end.next;
+    }
+
+    // Appends what the count records at from lead to; their copies are at position place.
+    Place records(const Plan& plan, const char* from, std::size_t place, std::uint32_t count, Place at) {
         const auto steps = plan.steps.data(), end = steps + plan.steps.size();
         const std::uint32_t recordSize = plan.size;
         for (; count > 0; --count, from += recordSize, place += recordSize) {
             for (auto step = steps; step != end; ++step) {
                 const std::uint32_t offset = step->offset;
                 if (step->element) {
-                    next = sequence(*step->element, offset, from, place, next);
+                    at = sequence(*step->element, offset, from, place, at);
                     continue;
                 }
                 const std::uint32_t length = loadWord(from + offset);
-                const std::uint32_t data = loadWord(from + offset + 4);
-                if (data == 0) {
+                const char* const data = flatAddress(loadWord(from + offset + 4));
+                if (data == nullptr) {
                     if (length > 0) refuse("string", offset, length);
                     continue;
                 }
-                makeRoom(next, std::uint64_t{length} + 1);
-                char* const message = message_;
-                setPointer(message + place + offset, next);
-                copyString(message + next, flatAddress(data), length);
-                message[next + length] = '\0';
-                next += std::size_t{length} + 1;
+                if (length >= limit_ - at.next) tooLong();
+                if (data != at.from || data[-1] != '\0') copyWaiting(at);
+                setPointer(place + offset, at.next);
+                at = {at.next + length + 1, data + length + 1};
             }
         }
-        return next;
+        return at;
     }
 
-    std::size_t sequence(const Plan& element, std::uint32_t offset, const char* from, std::size_t place,
-                         std::size_t next) {
+    Place sequence(const Plan& element, std::uint32_t offset, const char* from, std::size_t place, Place at) {
         const std::uint32_t count = loadWord(from + offset);
-        const std::uint32_t data = loadWord(from + offset + 4);
+        const char* const data = flatAddress(loadWord(from + offset + 4));
         if (count == 0) { // an array of nothing has no block
-            setPointer(message_ + place + offset, 0);
-            return next;
+            setPointer(place + offset, 0);
+            return at;
         }
-        if (data == 0) refuse("sequence", offset, count);
+        if (data == nullptr) refuse("sequence", offset, count);
+        copyWaiting(at);
         const std::uint64_t bytes = std::uint64_t{count} * element.size;
-        makeRoom(next, bytes);
-        std::memcpy(message_ + next, flatAddress(data), static_cast<std::size_t>(bytes));
-        setPointer(message_ + place + offset, next);
-        const std::size_t behind = next + static_cast<std::size_t>(bytes);
+        makeRoom(bytes);
+        std::memcpy(message_ + at.next, data, static_cast<std::size_t>(bytes));
+        setPointer(place + offset, at.next);
+        copied_ = at.next + static_cast<std::size_t>(bytes);
+        const Place behind{copied_, data + bytes};
         if (element.steps.empty()) return behind;
-        return records(element, flatAddress(data), next, count, behind);
+        return records(element, data, at.next, count, behind);
     }
 
-    static void setPointer(char* field, std::size_t position) {
-        storeWord(field + 4, static_cast<std::uint32_t>(position));
+    // Of a field that has been copied already.
+    void setPointer(std::size_t field, std::size_t position) {
+        storeWord(message_ + field + 4, static_cast<std::uint32_t>(position));
     }
 
     Bytes& out_;
     const std::size_t start_;
     const std::uint64_t limit_;
     char* message_;
-    std::size_t room_; // bytes of message_ that may be used
+    std::size_t room_;       // bytes of message_ that may be used
+    std::size_t copied_ = 0; // bytes of the message that are in place
 };
 
 } // namespace

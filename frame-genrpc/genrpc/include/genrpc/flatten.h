@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 #include <tuple>
+#include <type_traits>
 #include <vector>
 
 namespace genrpc {
@@ -102,15 +103,19 @@ inline void copyBytes(char* to, const char* from, std::size_t n) {
     }
 }
 
-// An array of count flat elements whose bytes are all zero, so that it can be released however far its filling came.
-template <class E, class Blocks> E* zeroedArray(std::size_t count, Blocks& blocks) {
+// An array of count flat elements, which are about to be filled. On the heap their bytes are all zero, so that the
+// array can be released however far its filling came; a region is released as a whole.
+template <class E, class Blocks> E* newArray(std::size_t count, Blocks& blocks) {
     if (count > UINT32_MAX / sizeof(E)) throw std::bad_alloc();
-    return static_cast<E*>(std::memset(blocks.allocate(count * sizeof(E)), 0, count * sizeof(E)));
+    void* const array = blocks.allocate(count * sizeof(E));
+    if constexpr (std::is_same_v<Blocks, HeapBlocks>) std::memset(array, 0, count * sizeof(E));
+    return static_cast<E*>(array);
 }
 
 template <class T, class Blocks> void flatten(const T& from, vdl::Word<T>& to, Blocks&) { to = from; }
 template <class Blocks> void flatten(bool from, WideBool& to, Blocks&) { to = WideBool{from}; }
-template <class Blocks> void flatten(const std::string& from, vdlDeserString_t& to, Blocks& blocks) {
+template <class Blocks>
+[[gnu::always_inline]] inline void flatten(const std::string& from, vdlDeserString_t& to, Blocks& blocks) {
     const std::size_t length = from.size();
     if (length >= UINT32_MAX) throw std::bad_alloc();
     char* copy = blocks.allocate(length + 1);
@@ -121,14 +126,14 @@ template <class Blocks> void flatten(const std::string& from, vdlDeserString_t& 
 template <class Blocks> void flatten(const std::vector<std::uint32_t>& from, vdlDeserBlobUint32_t& to, Blocks& blocks) {
     clear(to);
     if (from.empty()) return;
-    auto* words = zeroedArray<vdl::Word<std::uint32_t>>(from.size(), blocks);
+    auto* words = newArray<vdl::Word<std::uint32_t>>(from.size(), blocks);
     std::memcpy(words, from.data(), from.size() * sizeof(std::uint32_t));
     to = {static_cast<std::uint32_t>(from.size()), words};
 }
 template <class Blocks> void flatten(const std::vector<std::string>& from, vdlDeserBlobString_t& to, Blocks& blocks) {
     clear(to);
     if (from.empty()) return;
-    to = {static_cast<std::uint32_t>(from.size()), zeroedArray<vdlDeserString_t>(from.size(), blocks)};
+    to = {static_cast<std::uint32_t>(from.size()), newArray<vdlDeserString_t>(from.size(), blocks)};
     for (std::size_t i = 0; i < from.size(); ++i) flatten(from[i], to.data[i], blocks);
 }
 template <Form F, class Blocks> void flatten(const typename F::Plain& from, F& to, Blocks& blocks) {
@@ -138,7 +143,7 @@ template <class E, class Blocks>
 void flatten(const std::vector<typename E::Plain>& from, Sequence<E>& to, Blocks& blocks) {
     clear(to);
     if (from.empty()) return;
-    to = {static_cast<std::uint32_t>(from.size()), zeroedArray<E>(from.size(), blocks)};
+    to = {static_cast<std::uint32_t>(from.size()), newArray<E>(from.size(), blocks)};
     for (std::size_t i = 0; i < from.size(); ++i) flatten(from[i], to.data[i], blocks);
 }
 
