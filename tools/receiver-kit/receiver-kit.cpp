@@ -164,6 +164,8 @@ void ReceiverKit::kill(Part part) {
     of(part).child.reset();
 }
 
+pid_t ReceiverKit::processId(Part part) { return of(part).child->id(); }
+
 // ---- commands ----
 
 std::string ReceiverKit::outputOf(Part part, const std::vector<std::string>& words, bool json) {

@@ -18,6 +18,7 @@
 #include <receiver-kit/wait.h>
 #include <stdexcept>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace receiver {
@@ -65,7 +66,8 @@ public:
 
     void freeze(Part part);
     void thaw(Part part);
-    void kill(Part part); // at once, without a chance to tidy up
+    void kill(Part part);       // at once, without a chance to tidy up
+    pid_t processId(Part part); // of a part that was started
 
     // Runs a command in a part's shell and returns what it printed, as JSON (null for nothing).
     nlohmann::json ask(Part part, const std::vector<std::string>& words);

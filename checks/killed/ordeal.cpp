@@ -1,0 +1,354 @@
+#include "ordeal.h"
+
+#include "service-socket.h"
+
+#include <algorithm>
+#include <csignal>
+#include <thread>
+
+namespace killed {
+namespace {
+
+using namespace std::chrono_literals;
+using receiver::ReceiverError;
+
+constexpr const char* live = "dvb://1.1.1";
+constexpr const char* media = "rtp://239.0.0.1:5004";
+constexpr auto freezing = 6s;
+// Long enough for a machine under load to strike while an answer is on its way.
+constexpr const char* answerDelay = "600";
+// A request is dropped at the first look after five seconds. Looks come every second, and one more request puts them
+// off by at most another one.
+constexpr std::chrono::milliseconds shortestWait = 5s, longestWait = 7500ms;
+constexpr auto endLimit = 16s; // of a request, for both of its phases
+constexpr auto nextPlayLimit = 1000ms;
+
+const char* answerTextOf(Part service) {
+    return service == Part::tvService ? "ResResponse::ResponseTV" : "ResResponse::ResponseMM";
+}
+
+template <class Duration> std::string inMs(Duration duration) {
+    return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count()) + " ms";
+}
+
+} // namespace
+
+Ordeal::Ordeal() {
+    kit_.start();
+    tvHello_ = helloOf(socketOf(Part::tvService));
+    mmHello_ = helloOf(socketOf(Part::mmService));
+    // So that all have the threads and files that they will ever have: answers that are sent later, the run log.
+    for (const Part service : {Part::tvService, Part::mmService}) setFault(service, {"delay", "1"});
+    play("0:0", media);
+    setFault(Part::tvService, {"mute", "on"});
+    reqId_ = ask("0:0", live);
+    if (!waitForEnd()) throw ReceiverError("a request without an answer was finished");
+    comeToRest();
+}
+
+Outcome Ordeal::endure(const Situation& situation, unsigned number) {
+    situation_ = situation;
+    number_ = number;
+    // The MM service is the one to be restarted for the framework process's first exchange; the other one lives on.
+    const bool atMm = situation.victim == Part::mmService ||
+                      (situation.victim == Part::frameHost && situation.moment == Moment::firstExchange);
+    partner_ = atMm ? Part::mmService : Part::tvService;
+    other_ = partner_ == Part::tvService ? Part::mmService : Part::tvService;
+    uri_ = partner_ == Part::tvService ? live : media;
+    log_.begin();
+    earlier_ = play("0:0", uri_);
+    reqId_.clear();
+
+    comeTo();
+    strike();
+    Outcome outcome{0ms, isExact(), false};
+    if (situation.moment == Moment::beforeStop && situation.victim != Part::frameHost) reqId_ = ask("0:0", media);
+    recover();
+    const auto returned = Clock::now();
+    const bool queued = number % 2 == 1;
+    if (!queued || reqId_.empty()) {
+        outcome.dropped = waitForEnd();
+        outcome.nextPlay = playNext(returned, false);
+    } else {
+        outcome.nextPlay = playNext(returned, true);
+        outcome.dropped = waitForEnd();
+    }
+    if (outcome.nextPlay > nextPlayLimit) throw ReceiverError("the next play took " + inMs(outcome.nextPlay));
+    if (situation.fate == Fate::staleAnswers) kit_.waitForAnswers(earlier_, 2);
+    comeToRest();
+    return outcome;
+}
+
+// ---- up to the moment ----
+
+void Ordeal::comeTo() {
+    const bool mute = situation_.fate == Fate::mute;
+    switch (situation_.moment) {
+        case Moment::beforeStop:
+            if (mute) setFault(partner_, {"mute", "on"});
+            return;
+        case Moment::stopAsked:
+            return comeToStopAsked();
+        case Moment::stopAnswered:
+            return comeToStopAnswered();
+        case Moment::startAsked:
+            return comeToStartAsked();
+        case Moment::answered:
+            reqId_ = play("0:0", media);
+            if (!mute) return;
+            setFault(partner_, {"mute", "on"});
+            reqId_ = ask("0:0", uri_);
+            return;
+        case Moment::firstExchange:
+            return comeToFirstExchange();
+    }
+}
+
+void Ordeal::comeToStopAsked() {
+    if (situation_.fate == Fate::mute)
+        setFault(partner_, {"mute", "on"});
+    else
+        setFault(partner_, {"delay", answerDelay});
+    const auto before = receivedBy(partner_);
+    reqId_ = ask("0:0", media);
+    awaitLine("Sending reqid ", reqId_, ", ResOperation::SendingStop");
+    awaitReceived(partner_, before + 1);
+}
+
+// The other service takes its time, so that the request goes no further.
+void Ordeal::comeToStopAnswered() {
+    setFault(other_, {"delay", answerDelay});
+    reqId_ = ask("0:0", media);
+    awaitLine("Receiving req_id ", reqId_, std::string(",ResOperation::WaitingStop,") + answerTextOf(partner_));
+    if (situation_.fate == Fate::mute) setFault(partner_, {"mute", "on"});
+}
+
+void Ordeal::comeToStartAsked() {
+    const bool mute = situation_.fate == Fate::mute, stopsFirst = partner_ == Part::mmService;
+    if (mute && stopsFirst) {
+        comeToStopAnswered();
+        return awaitLine("Sending reqid ", reqId_, ", ResOperation::SendingStart");
+    }
+    if (mute)
+        setFault(partner_, {"mute", "on"});
+    else
+        setFault(partner_, {"delay", answerDelay});
+    const auto before = receivedBy(partner_);
+    reqId_ = ask("0:0", uri_);
+    awaitLine("Sending reqid ", reqId_, ", ResOperation::SendingStart");
+    awaitReceived(partner_, before + (stopsFirst ? 2 : 1));
+}
+
+// The service stands still from before the connection is made, so that nothing answers the client's greeting.
+void Ordeal::comeToFirstExchange() {
+    kit_.kill(partner_);
+    reqId_ = ask("0:0", media);
+    if (situation_.fate == Fate::babbling) {
+        const std::string& hello = partner_ == Part::tvService ? tvHello_ : mmHello_;
+        return impersonate(socketOf(partner_), hello.substr(0, hello.size() / 2) + garbage(partner_, 0));
+    }
+    kit_.freeze(Part::frameHost);
+    kit_.start(partner_);
+    if (situation_.fate == Fate::mute) setFault(partner_, {"mute", "on"});
+    kit_.freeze(partner_);
+    kit_.thaw(Part::frameHost);
+    await([&] { return hasClient(kit_.processId(partner_), socketOf(partner_)); }, "a client's connection");
+}
+
+// Whether the request is still where it was when it happened.
+bool Ordeal::isExact() {
+    if (hostEnds()) return true; // nothing is said of it any more
+    switch (situation_.moment) {
+        case Moment::stopAsked:
+            return log_.about("Receiving req_id ", reqId_ + ",ResOperation::WaitingStop," + answerTextOf(partner_)) ==
+                   nullptr;
+        case Moment::stopAnswered:
+            return log_.about("Sending reqid ", reqId_ + ", ResOperation::SendingStart") == nullptr;
+        case Moment::startAsked:
+            return log_.about("finished req_id ", reqId_) == nullptr;
+        default:
+            return true;
+    }
+}
+
+// ---- what happens ----
+
+bool Ordeal::hostEnds() const { return situation_.victim == Part::frameHost && situation_.fate != Fate::frozen; }
+
+void Ordeal::strike() {
+    const bool first = situation_.moment == Moment::firstExchange, ofHost = situation_.victim == Part::frameHost;
+    switch (situation_.fate) {
+        case Fate::killed:
+        case Fate::staleAnswers:
+            kit_.kill(situation_.victim);
+            break;
+        case Fate::exited:
+            exitOrderly();
+            break;
+        case Fate::frozen:
+            if (ofHost || !first) kit_.freeze(situation_.victim);
+            break;
+        case Fate::mute:
+            if (first) kit_.thaw(partner_);
+            break;
+        case Fate::babbling:
+            if (!first)
+                sayInstead(kit_.processId(partner_), kit_.processId(Part::frameHost), garbage(partner_, number_));
+            break;
+    }
+    struck_ = Clock::now();
+    if (first && ofHost) kit_.thaw(partner_);
+}
+
+void Ordeal::exitOrderly() {
+    const Part part = situation_.victim;
+    ::kill(kit_.processId(part), SIGTERM);
+    kit_.thaw(part);
+    const std::string state = "/proc/" + std::to_string(kit_.processId(part)) + "/stat";
+    const auto ended = [&] {
+        std::ifstream input(state);
+        std::string text;
+        std::getline(input, text);
+        const auto name = text.rfind(") ");
+        return name == std::string::npos || text[name + 2] == 'Z';
+    };
+    await(ended, "the end of " + std::string(nameOf(part)));
+    kit_.kill(part); // which has the dead process collected
+}
+
+void Ordeal::recover() {
+    switch (situation_.fate) {
+        case Fate::killed:
+        case Fate::exited:
+            kit_.start(situation_.victim);
+            break;
+        case Fate::staleAnswers:
+            kit_.start(situation_.victim);
+            repeatOldAnswers();
+            break;
+        case Fate::frozen:
+            std::this_thread::sleep_until(struck_ + freezing);
+            kit_.thaw(situation_.victim);
+            setFault(partner_, {"clear"});
+            break;
+        case Fate::mute:
+            waitForEnd();
+            setFault(partner_, {"clear"});
+            break;
+        case Fate::babbling:
+            if (situation_.moment == Moment::firstExchange) kit_.start(partner_);
+            setFault(partner_, {"clear"});
+            break;
+    }
+    if (!hostEnds()) return;
+    log_.begin(); // the new process numbers its requests anew
+    reqId_.clear();
+}
+
+void Ordeal::repeatOldAnswers() {
+    const auto connected = [&] {
+        for (const auto& connection : kit_.ask(Part::frameHost, {"stats"}))
+            if (connection.at("service") == serviceNameOf(partner_)) return connection.at("connected").get<bool>();
+        return false;
+    };
+    await(connected, "the connection to the new service");
+    std::string answers = answerFrame(partner_, earlier_, uri_);
+    if (!reqId_.empty()) answers += answerFrame(partner_, reqId_, media);
+    sayInstead(kit_.processId(partner_), kit_.processId(Part::frameHost), answers);
+}
+
+// ---- what comes of it ----
+
+// Whether the request under way was dropped, else it was finished; it must have been one of the two in time.
+bool Ordeal::waitForEnd() {
+    if (reqId_.empty()) return false;
+    const auto finished = [&] { return log_.about("finished req_id ", reqId_) != nullptr; };
+    const receiver::LogLine* drop = nullptr;
+    await([&] { return finished() || (drop = log_.about("Found reqid ", reqId_)) != nullptr; },
+          "the end of request " + reqId_, endLimit);
+    if (drop == nullptr) return false;
+    const auto waited = drop->time - log_.about("Sending reqid ", reqId_)->time;
+    const bool hostSlept = situation_.victim == Part::frameHost;
+    if (waited <= shortestWait || (waited > longestWait && !hostSlept))
+        throw ReceiverError("request " + reqId_ + " was dropped after " + inMs(waited));
+    return true;
+}
+
+std::chrono::milliseconds Ordeal::playNext(Clock::time_point returned, bool atOnce) {
+    const std::string before = reqId_;
+    auto begin = std::max(returned, Clock::now());
+    const std::string next = ask("2:0", uri_);
+    if (atOnce) {
+        waitForEnd();
+        const receiver::LogLine* end = log_.about("finished req_id ", before);
+        if (end == nullptr) end = log_.about("Found reqid ", before);
+        begin = std::max<Clock::time_point>(begin, end->time);
+    }
+    awaitLine("finished req_id ", next);
+    const Clock::time_point finished = log_.about("finished req_id ", next)->time;
+    const auto answers = kit_.waitForAnswers(next, 1);
+    if (answers.size() != 1 || answers[0].result != 0 || answers[0].uri != uri_ || answers[0].terminal != "2:0")
+        throw ReceiverError("request " + next + " got " + std::to_string(answers.size()) + " answers, the first for " +
+                            answers[0].terminal + ": " + std::to_string(answers[0].result) + ' ' + answers[0].uri);
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::max(finished - begin, Clock::duration::zero()));
+}
+
+void Ordeal::comeToRest() {
+    for (const Part service : {Part::tvService, Part::mmService}) setFault(service, {"clear"});
+    await([&] { return kit_.ask(Part::frameHost, {"bundles"}).empty(); }, "an empty queue of requests");
+    const auto settled = [&] {
+        const auto connections = kit_.ask(Part::frameHost, {"stats"});
+        return std::all_of(connections.begin(), connections.end(), [](const auto& connection) {
+            return connection.at("connected").template get<bool>() && connection.at("queued") == 0;
+        });
+    };
+    await(settled, "connections that have sent everything");
+}
+
+// ---- helpers ----
+
+std::string Ordeal::ask(const std::string& terminal, const std::string& uri) {
+    constexpr const char* mark = "POWER2:new reqid ";
+    const auto idOf = [&](const receiver::LogLine* line) {
+        if (line == nullptr) return std::string();
+        const std::string rest = line->text.substr(line->text.find(mark) + std::string(mark).size());
+        return rest.substr(0, rest.find(' '));
+    };
+    const std::string before = idOf(log_.newest(mark));
+    kit_.ask(Part::frameHost, {"play", terminal, uri});
+    std::string id = idOf(log_.newest(mark));
+    if (id == before) throw ReceiverError("the resource manager took no request");
+    return id;
+}
+
+std::string Ordeal::play(const std::string& terminal, const std::string& uri) {
+    std::string id = ask(terminal, uri);
+    awaitLine("finished req_id ", id);
+    return id;
+}
+
+void Ordeal::awaitLine(const std::string& words, const std::string& reqId, const std::string& after) {
+    await([&] { return log_.about(words, reqId + after) != nullptr; }, '"' + words + reqId + after + '"');
+}
+
+void Ordeal::setFault(Part part, const std::vector<std::string>& fault) {
+    std::vector<std::string> words{"fault"};
+    words.insert(words.end(), fault.begin(), fault.end());
+    kit_.read(part, words);
+}
+
+std::uint64_t Ordeal::receivedBy(Part service) { return kit_.ask(service, {"stats"}).at(0).at("received"); }
+
+void Ordeal::awaitReceived(Part service, std::uint64_t count) {
+    await([&] { return receivedBy(service) >= count; }, "a request's arrival at the service");
+}
+
+void Ordeal::await(const std::function<bool()>& condition, const std::string& what, receiver::Milliseconds limit) {
+    if (!kit_.waitFor(condition, limit)) throw ReceiverError(what + " did not come within " + inMs(limit));
+}
+
+std::string Ordeal::socketOf(Part service) const {
+    return (kit_.runtimeFolder() / (serviceNameOf(service) + ".sock")).string();
+}
+
+} // namespace killed
