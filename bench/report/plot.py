@@ -12,7 +12,7 @@ def svg(lines):
     lines.sort(key=lambda line: (line["goalNumber"] or 99, figures.name_of(line)))
     height = TOP + ROW * len(lines) + 12
     bound = LEFT + WIDTH / MOST
-    out = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{LEFT + WIDTH + 90}" height="{height}" '
+    out = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{LEFT + WIDTH + 140}" height="{height}" '
            'font-family="sans-serif" font-size="11">',
            '<rect width="100%" height="100%" fill="white"/>',
            '<text x="10" y="18" font-size="14">Figures in parts of their bound; shorter is better</text>',
