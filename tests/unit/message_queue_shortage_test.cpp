@@ -1,4 +1,5 @@
 // The message queue when descriptors or memory run out.
+#include "support/failing-allocations.h"
 #include "support/queue-fixture.h"
 
 #include <host/log-capture.h>
@@ -24,16 +25,6 @@
 
 namespace {
 
-// How many more allocations of this thread succeed; negative: all of them.
-thread_local long allocationsLeft = -1;
-
-void* allocate(std::size_t size) {
-    if (allocationsLeft == 0) throw std::bad_alloc();
-    if (allocationsLeft > 0) --allocationsLeft;
-    if (void* block = std::malloc(size)) return block;
-    throw std::bad_alloc();
-}
-
 std::atomic<bool> socketsAreOut = false;
 
 // The system's own call, or the answer of a system that has no descriptor left.
@@ -55,28 +46,6 @@ extern "C" [[gnu::visibility("default")]] int accept4(int socket, sockaddr* addr
     return newSocket<int(int, sockaddr*, socklen_t*, int)>("accept4", socket, address, size, flags);
 }
 
-// Out of line: the compiler would take a malloc that it sees for a block that delete must not get.
-[[gnu::noinline]] void* operator new(std::size_t size) { return allocate(size); }
-[[gnu::noinline]] void* operator new[](std::size_t size) { return allocate(size); }
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return allocate(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return allocate(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
-[[gnu::noinline]] void operator delete[](void* block) noexcept { std::free(block); }
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
-[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
-
 namespace {
 
 using namespace std::chrono_literals;
@@ -87,6 +56,7 @@ using queue_test::numberMeta;
 using queue_test::numberTable;
 using queue_test::textMeta;
 using queue_test::textTable;
+using support::allocationsLeft;
 
 // The system gives this process no more sockets while it lives. A limit on its descriptors would hit the address
 // sanitizer, too: it opens some to look at an object of a type that is new to it.

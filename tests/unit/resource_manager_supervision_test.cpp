@@ -1,11 +1,10 @@
 // What becomes of bundles that are not answered in time.
+#include "support/run-log-folder.h"
 #include "unit/resource-manager-fixture.h"
 
 #include <lrt/run-log-agent.h>
 
 #include <atomic>
-#include <cstdlib>
-#include <filesystem>
 #include <thread>
 
 namespace {
@@ -14,17 +13,7 @@ using namespace managertest;
 
 class Supervision : public ResManagerTest {
 protected:
-    // The run log stays open where its first record went: one folder for the whole process.
-    static void SetUpTestSuite() {
-        static const struct StateFolder {
-            std::string name = "/tmp/run-log-XXXXXX";
-            StateFolder() { setenv("STATE_DIRECTORY", mkdtemp(name.data()), 1); }
-            ~StateFolder() {
-                runLog.flush();
-                std::filesystem::remove_all(name);
-            }
-        } folder;
-    }
+    static void SetUpTestSuite() { support::keepRunLogInAFolderOfItsOwn(); }
 
     static inline lrt::RunLogAgentImpl& runLog = lrt::RunLogAgentImpl::getInstance();
     const std::size_t recordsBefore = runLog.readNewest(1000).size();

@@ -11,6 +11,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
+#include <iterator>
 #include <utility>
 
 namespace tvservice {
@@ -213,12 +215,6 @@ int ResManager::tvServiceReq(frame::MsgIds&, const frame::TransportInfo&, const 
         for (const auto& made : {pStop, pTvStop, pMM, pTV})
             for (TvServiceReq_t& request : *made) request.reqId = *pReqId;
 
-    if (!pStop->empty() || !pMM->empty()) {
-        forgetTerminals(*runningMmReqs, pStop);
-        forgetTerminals(*runningMmReqs, pMM);
-        runningMmReqs->insert(runningMmReqs->end(), pMM->begin(), pMM->end());
-    }
-
     const auto bundle = std::make_shared<ResRequests_>(pStop, pTvStop, pMM, pTV, pInfo, pReqId);
     GENRPC_LOG(module, vdlDebugProgress, "Req size for new reqid %s: pStop %d, pTvStop %d, pMM %d, pTV %d \n",
                pReqId->c_str(), sizeOf(pStop), sizeOf(pTvStop), sizeOf(pMM), sizeOf(pTV));
@@ -233,9 +229,19 @@ int ResManager::tvServiceReq(frame::MsgIds&, const frame::TransportInfo&, const 
     GENRPC_LOG(module, vdlDebugTrace, "dump the requests detail pstop size %d, pMM size %d, pTV size %d\n",
                sizeOf(bundle->pStop), sizeOf(bundle->pMM), sizeOf(bundle->pTV));
 
-    const std::lock_guard lock(resMutex);
-    reqQueue.push_back(bundle);
-    resCond.notify_one();
+    // Whatever takes memory comes before the bundle is queued: a call that fails changes neither queue nor belief.
+    std::vector<TvServiceReq_t> started = *pMM;
+    runningMmReqs->reserve(runningMmReqs->size() + started.size());
+    {
+        const std::lock_guard lock(resMutex);
+        reqQueue.push_back(bundle);
+        resCond.notify_one();
+    }
+    if (!pStop->empty() || !pMM->empty()) {
+        forgetTerminals(*runningMmReqs, pStop);
+        forgetTerminals(*runningMmReqs, pMM);
+        std::move(started.begin(), started.end(), std::back_inserter(*runningMmReqs));
+    }
     return 0;
 }
 
@@ -286,8 +292,18 @@ void ResManager::sendFront(std::unique_lock<std::mutex>& lock, genrpc::Here here
     const auto& forTv = front.op == SendingStop ? bundle->pTvStop : bundle->pTV;
     lock.unlock();
     // What becomes of the sending is not looked at: a bundle that was not sent gets no answer and is dropped in time.
-    if (!forMm->empty()) ReqMM(ids, transport, *forMm);
-    if (!forTv->empty()) ReqTV(ids, transport, *forTv);
+    // Nor is one service kept from its requests by a shortage of memory on the way to the other.
+    const auto sendThrough = [&](auto request, const std::vector<TvServiceReq_t>& requests) {
+        if (requests.empty()) return;
+        try {
+            (this->*request)(ids, transport, requests);
+        } catch (const std::exception& error) {
+            GENRPC_LOG_AT(here, module, vdlDebugFailure, "reqid %s not sent: %s\n", bundle->pReqId->c_str(),
+                          error.what());
+        }
+    };
+    sendThrough(&ResManager::ReqMM, *forMm);
+    sendThrough(&ResManager::ReqTV, *forTv);
 }
 
 int ResManager::ReqTV(frame::MsgIds& ids, const frame::TransportInfo& transport,
@@ -353,7 +369,8 @@ void ResManager::timeoutCheck() {
         const auto failed = std::find_if(bundle->pTV->begin(), bundle->pTV->end(), [](const auto& request) {
             return request.terminal.type == 0 && request.terminal.id == 0 && !contains(request.uri, stopUri);
         });
-        if (failed != bundle->pTV->end()) {
+        if (failed == bundle->pTV->end()) return;
+        try {
             auto& agent = lrt::RunLogAgentImpl::getInstance();
             lrt::RunLogRecord record;
             record.logCode = "004001";
@@ -366,6 +383,8 @@ void ResManager::timeoutCheck() {
             GENRPC_LOG(module, vdlDebugWarning,
                        "writeTvRunLog switch channel failed, reason: timeout for response of %s \n", textOf(front.op));
             agent.writeRunLog(record);
+        } catch (const std::exception& error) { // no memory, which must not end the worker
+            GENRPC_LOG(module, vdlDebugFailure, "no run log record of reqid %s: %s\n", reqId, error.what());
         }
     }
 }
@@ -485,7 +504,7 @@ int ResManager::notifyInfo(ResResponse from, frame::MsgIds& ids, const frame::Tr
     if (front.op == WaitingStart) {
         bundle->pInfo->insert(bundle->pInfo->end(), infos.begin(), infos.end());
         if (!allThere()) return StillWaiting;
-        infos = *bundle->pInfo;
+        infos.swap(*bundle->pInfo); // takes no memory: nothing may fail from here on
         return finish();
     }
     // The answer came before its request was sent.
