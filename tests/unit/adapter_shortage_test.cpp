@@ -1,0 +1,189 @@
+// The adapter's side when memory runs out: at every allocation of every call from above and of every message from
+// below.
+#include "app-mmservice-proxy-main.h"
+#include "app-tvservice-proxy-main.h"
+#include "client-objects.h"
+#include "support/failing-allocations.h"
+#include "support/queue-fixture.h"
+#include "support/recording-module.h"
+#include "support/samples.h"
+#include "support/tv-messages.h"
+#include "support/wire.h"
+
+#include <host/log-capture.h>
+#include <host/marshaller.h>
+#include <mmservice/messages.h>
+
+#include <boost/make_shared.hpp>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using support::blocksHeld;
+using support::failAtEveryAllocation;
+
+template <class Message> auto sampleOf() { return support::Samples().next<typename Message::Body::Arguments>(); }
+
+// What is held, in all kinds of memory.
+struct Held {
+    long blocks = blocksHeld;
+    std::uint64_t flatBlocks = host::flatHeapUsage().blocks;
+};
+
+void expectHeld(const Held& before) {
+    const Held now;
+    EXPECT_EQ(now.blocks, before.blocks);
+    EXPECT_EQ(now.flatBlocks, before.flatBlocks);
+}
+
+// ---- requests ----
+
+// Proxies at doors whose services are not there, so that what is sent waits in the queue.
+class RequestWithoutMemory : public queue_test::MessageQueue {
+protected:
+    RequestWithoutMemory() {
+        client = std::make_unique<host::MessageQueue>();
+        connect(tvProxy);
+        connect(mmProxy);
+    }
+    template <class Proxy> void connect(Proxy& proxy) {
+        proxy.setOmqIOModule(&client->connectTo(proxy.getServiceName(), proxy.getMessageSet(), 64, nullptr));
+    }
+    std::uint64_t queued() const { return client->statistics()[0].queued + client->statistics()[1].queued; }
+
+    // request at every shortage: refused, with nothing queued and nothing left over, until it is queued whole.
+    template <class Request> void expectAllOrNothing(const Request& request) {
+        request(); // what is made at first use and kept
+        const std::uint64_t before = queued();
+        failAtEveryAllocation(request, [&] { EXPECT_EQ(queued(), before); });
+        EXPECT_EQ(queued(), before + 1);
+        // Again, without what the queue has taken for itself meanwhile.
+        const Held held;
+        const long failures = failAtEveryAllocation(request, [&] { expectHeld(held); });
+        EXPECT_EQ(queued(), before + 2) << "after " << failures << " failures";
+    }
+
+    frame::MsgIds ids{11, 12};
+    const frame::TransportInfo transport{5, {6, 7}};
+    tvservice::Proxy tvProxy;
+    mmservice::Proxy mmProxy;
+};
+
+TEST_F(RequestWithoutMemory, IsRefusedWholeAndTakenTheNextTime) {
+    support::forEach(support::TvRequests{}, [&]<class Message>() {
+        const auto arguments = sampleOf<Message>();
+        expectAllOrNothing(
+            [&] { return support::call<Message, tvservice::ServiceInterface>(tvProxy, ids, transport, arguments); });
+    });
+}
+
+TEST_F(RequestWithoutMemory, ToTheMmServiceIsRefusedWholeAndTakenTheNextTime) {
+    const auto arguments = sampleOf<mmservice::messages::MmServiceReq>();
+    expectAllOrNothing([&] { return mmProxy.mmServiceReq(ids, transport, std::get<0>(arguments)); });
+}
+
+// ---- messages ----
+
+class CountingTvClient : public tvservice::ClientInterface {
+public:
+#define COUNT(service, direction, Name, method, id, ...)             \
+    int method(GENRPC_PARAMETERS(__VA_ARGS__)) override {            \
+        (void)ids, (void)transport GENRPC_EACH(IGNORE, __VA_ARGS__); \
+        return static_cast<int>(++calls);                            \
+    }
+#define IGNORE(type, name) , (void)name
+    TVSERVICE_NOTIFICATIONS(COUNT)
+#undef IGNORE
+#undef COUNT
+    unsigned calls = 0;
+};
+
+class CountingMmClient : public mmservice::ClientInterface {
+public:
+    int mmServiceInfo(frame::MsgIds&, const frame::TransportInfo&,
+                      const std::vector<mmservice::MMServiceInfo_t>&) override {
+        return static_cast<int>(++calls);
+    }
+    unsigned calls = 0;
+};
+
+// A proxy, what is bound to its messages, and two clients.
+template <class Proxy, class Client> struct Receiving {
+    Receiving() {
+        proxy.setOmqIOModule(&module);
+        proxy.registerMessageHandlers();
+        proxy.addClient(first);
+        proxy.addClient(second);
+    }
+    template <class Message> void expectHeardTheNextTime() {
+        const support::FlatBody<Message> body(sampleOf<Message>());
+        const auto deliver = [&] {
+            for (const auto& bound : module.bound)
+                if (bound.meta == Message::meta)
+                    bound.handler(bound.meta, frame::TransportInfo{}, body.get(), bound.context);
+        };
+        deliver();
+        EXPECT_EQ(second->calls, 1U);
+        const Held held;
+        const long failures = failAtEveryAllocation(deliver, [&] {
+            expectHeld(held);
+            EXPECT_EQ(second->calls, 1U) << "after the first client's share there is none for the second";
+        });
+        EXPECT_GT(failures, 0) << "nothing was allocated, so nothing was tested";
+        EXPECT_EQ(second->calls, 2U);
+        EXPECT_TRUE(Message::Body::read(body.get()) == sampleOf<Message>()) << "the message has changed";
+        first->calls = second->calls = 0;
+    }
+
+    support::RecordingModule module;
+    Proxy proxy;
+    const boost::shared_ptr<Client> first = boost::make_shared<Client>(), second = boost::make_shared<Client>();
+};
+
+TEST(MessageWithoutMemory, LeavesNothingBehindAndTheNextOneIsHeard) {
+    Receiving<tvservice::Proxy, CountingTvClient> receiving;
+    support::forEach(support::TvNotifications{}, [&]<class Message>() { receiving.expectHeardTheNextTime<Message>(); });
+}
+
+TEST(MessageWithoutMemory, OfTheMmServiceLeavesNothingBehindAndTheNextOneIsHeard) {
+    Receiving<mmservice::Proxy, CountingMmClient> receiving;
+    receiving.expectHeardTheNextTime<mmservice::messages::MmServiceInfo>();
+}
+
+// ---- clients ----
+
+// A list of clients that cannot grow: nobody is lost or half added. Each registry has one of its own.
+template <class Registry, class Client> void expectClientsKept(Registry& registry) {
+    std::vector<boost::shared_ptr<Client>> known;
+    for (int i = 0; i < 9; ++i) { // over several of the list's sizes
+        const auto client = boost::make_shared<Client>();
+        int result = -100;
+        const Held held;
+        failAtEveryAllocation([&] { result = registry.addClient(client); },
+                              [&] {
+                                  expectHeld(held);
+                                  EXPECT_LT(registry.removeClient(client), 0);
+                                  EXPECT_EQ(client.use_count(), 1);
+                              });
+        EXPECT_EQ(result, 0);
+        known.push_back(client);
+    }
+    for (const auto& client : known) EXPECT_EQ(registry.removeClient(client), 0);
+}
+
+TEST(ClientWithoutMemory, IsAddedWholeOrNotAtAll) {
+    const host::LogCapture log; // of those who do not find the client that was not added
+    tvservice::TvServiceClient tvObject;
+    expectClientsKept<tvservice::TvServiceClient, CountingTvClient>(tvObject);
+    tvservice::MmServiceClient mmObject;
+    expectClientsKept<tvservice::MmServiceClient, CountingMmClient>(mmObject);
+    tvservice::Proxy tvProxy;
+    expectClientsKept<tvservice::Proxy, CountingTvClient>(tvProxy);
+    mmservice::Proxy mmProxy;
+    expectClientsKept<mmservice::Proxy, CountingMmClient>(mmProxy);
+}
+
+} // namespace
