@@ -229,17 +229,15 @@ void Ordeal::recover() {
         case Fate::frozen:
             std::this_thread::sleep_until(struck_ + freezing);
             kit_.thaw(situation_.victim);
-            setFault(partner_, {"clear"});
             break;
         case Fate::mute:
             waitForEnd();
-            setFault(partner_, {"clear"});
             break;
         case Fate::babbling:
             if (situation_.moment == Moment::firstExchange) kit_.start(partner_);
-            setFault(partner_, {"clear"});
             break;
     }
+    clearFaults();
     if (!hostEnds()) return;
     log_.begin(); // the new process numbers its requests anew
     reqId_.clear();
@@ -294,7 +292,7 @@ std::chrono::milliseconds Ordeal::playNext(Clock::time_point returned, bool atOn
 }
 
 void Ordeal::comeToRest() {
-    for (const Part service : {Part::tvService, Part::mmService}) setFault(service, {"clear"});
+    clearFaults();
     await([&] { return kit_.ask(Part::frameHost, {"bundles"}).empty(); }, "an empty queue of requests");
     const auto settled = [&] {
         const auto connections = kit_.ask(Part::frameHost, {"stats"});
@@ -335,6 +333,10 @@ void Ordeal::setFault(Part part, const std::vector<std::string>& fault) {
     std::vector<std::string> words{"fault"};
     words.insert(words.end(), fault.begin(), fault.end());
     kit_.read(part, words);
+}
+
+void Ordeal::clearFaults() {
+    for (const Part service : {Part::tvService, Part::mmService}) setFault(service, {"clear"});
 }
 
 std::uint64_t Ordeal::receivedBy(Part service) { return kit_.ask(service, {"stats"}).at(0).at("received"); }

@@ -53,6 +53,7 @@ private:
     std::string play(const std::string& terminal, const std::string& uri);
     void awaitLine(const std::string& words, const std::string& reqId, const std::string& after = {});
     void setFault(Part part, const std::vector<std::string>& fault);
+    void clearFaults();
     std::uint64_t receivedBy(Part service);
     void awaitReceived(Part service, std::uint64_t count);
     void await(const std::function<bool()>& condition, const std::string& what,
