@@ -12,7 +12,9 @@ template <typename Number> void appendNumber(std::string& text, Number number) {
 
 void put(std::string& text, std::int32_t number) { appendNumber(text, number); }
 void put(std::string& text, const std::string& value) { (text += '\'') += value, text += '\''; }
-void put(std::string& text, const tvservice::TvServiceTerminal_t& terminal) {
+template <typename Terminal>
+requires requires(Terminal terminal) { terminal.type; }
+void put(std::string& text, const Terminal& terminal) {
     appendNumber(text, terminal.type);
     text += ':';
     appendNumber(text, terminal.id);
@@ -78,6 +80,8 @@ void describe(std::string& text, const std::vector<Event>& events, const std::st
     put(text, record.name);
 
 void append(std::string& text, const tvservice::TvServiceReq_t& record) { TVSERVICE_REQ_FIELDS(SIMULATION_APPEND) }
+
+void append(std::string& text, const mmservice::MMServiceReq_t& record) { MMSERVICE_REQ_FIELDS(SIMULATION_APPEND) }
 
 void append(std::string& text, const tvservice::TvServiceInfo_t& record) { TVSERVICE_INFO_FIELDS(SIMULATION_APPEND) }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <frame/message.h>
+#include <mmservice/records.h>
 #include <tvservice/core-records.h>
 
 #include <chrono>
@@ -13,6 +14,7 @@ namespace simulation {
 
 using Nanoseconds = std::chrono::nanoseconds;
 using Requests = std::vector<tvservice::TvServiceReq_t>;
+using MmRequests = std::vector<mmservice::MMServiceReq_t>;
 using Infos = std::vector<tvservice::TvServiceInfo_t>;
 
 // Points within an event at which others happen.
@@ -55,6 +57,7 @@ struct Schedule {
 };
 
 void append(std::string& text, const tvservice::TvServiceReq_t& request);
+void append(std::string& text, const mmservice::MMServiceReq_t& request);
 void append(std::string& text, const tvservice::TvServiceInfo_t& info);
 void append(std::string& text, const frame::MsgIds& ids, const frame::TransportInfo& transport);
 template <typename Record> void append(std::string& text, const std::vector<Record>& records) {

@@ -1,6 +1,7 @@
 // Plays a range of schedules, or one of them once more.
 #include "player.h"
 #include "situations.h"
+#include "subject.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -49,6 +50,7 @@ int main(int count, char** arguments) {
             return usage(arguments[0]);
     }
 
+    Subject::offerServices();
     Schedule schedule;
     for (std::uint64_t i = 0; i < schedules; ++i)
         if (const auto difference = playSeed(from + i, schedule)) {

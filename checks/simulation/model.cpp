@@ -20,6 +20,26 @@ tvservice::TvServiceReq_t stopOf(tvservice::TvServiceReq_t request) {
     return request;
 }
 
+// In the MM service's own records, which have no place for the first and fourth text and the fourth number.
+MmRequests forMmService(const Requests& requests) {
+    MmRequests made;
+    for (const auto& request : requests) {
+        auto& record = made.emplace_back();
+        record.terminal.type = request.terminal.type;
+        record.terminal.id = request.terminal.id;
+        record.intParam1 = request.intParam1;
+        record.intParam2 = request.intParam2;
+        record.intParam3 = request.intParam3;
+        record.uri = request.uri;
+        record.uuid = request.uuid;
+        record.strParam2 = request.strParam2;
+        record.strParamList = request.strParamList;
+        record.reqId = request.reqId;
+        record.strParam3 = request.strParam3;
+    }
+    return made;
+}
+
 int awaitedOf(const Requests& mm, const Requests& tv) { return (mm.empty() ? 0 : 1) + (tv.empty() ? 0 : 2); }
 
 } // namespace
@@ -172,13 +192,15 @@ void Model::send() {
     bundle->answered = 0;
     bundle->sentAt = now;
     if (!mm.empty()) {
-        noteSending("MM", {}, {}, mm);
+        line(Trace, "ReqMM", "Called\n");
+        noteSending("MM", {}, {}, forMmService(mm));
         sending_ = Sending::Mm;
         reach(Place::MmSending);
         sending_ = Sending::None;
         hitIf(!tv.empty() && (queue_.empty() || queue_.front() != bundle), Situation::EndedBeforeTvSent);
     }
     if (!tv.empty()) {
+        line(Trace, "ReqTV", "Called\n");
         noteSending("TV", {}, {}, tv);
         sending_ = Sending::Tv;
         reach(Place::TvSending);

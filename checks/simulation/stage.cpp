@@ -46,13 +46,6 @@ void Stage::noteLine(unsigned levelWord, const std::string& place, const std::st
     ((trace += ' ') += place) += text;
 }
 
-void Stage::noteSending(const char* service, const frame::MsgIds& ids, const frame::TransportInfo& transport,
-                        const Requests& requests) {
-    (trace += "to ") += service;
-    append(trace, ids, transport);
-    append(trace, requests);
-}
-
 void Stage::noteRecord(const lrt::RunLogRecord& record) {
     trace += "to the run log " + record.logCode + " " + record.logTime + " " + record.errorCode + " " +
              std::to_string(record.logKind) + " " + std::to_string(record.eventId) + " " + record.logText + "\n";

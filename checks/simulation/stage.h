@@ -36,8 +36,13 @@ protected:
     std::string utcTime() const { return "at " + std::to_string(now.count()); }
 
     void noteLine(unsigned levelWord, const std::string& place, const std::string& text);
+    template <typename Records>
     void noteSending(const char* service, const frame::MsgIds& ids, const frame::TransportInfo& transport,
-                     const Requests& requests);
+                     const Records& requests) {
+        (trace += "to ") += service;
+        append(trace, ids, transport);
+        append(trace, requests);
+    }
     void noteRecord(const lrt::RunLogRecord& record);
     void noteReport(int client, const frame::MsgIds& ids, const frame::TransportInfo& transport, const Infos& infos);
 

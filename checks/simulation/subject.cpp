@@ -1,13 +1,48 @@
 #include "subject.h"
 
 #include "resource-manager.h"
+#include "support/tv-doubles.h"
 
+#include <frame/abstract-process-member.h>
+#include <frame/process.h>
 #include <genrpc/log.h>
+#include <mmservice/interfaces.h>
 
 namespace simulation {
 namespace {
 
 Subject* subject = nullptr;
+
+class MmService final : public mmservice::ServiceInterface {
+    int mmServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport, const MmRequests& requests) override {
+        subject->send("MM", ids, transport, requests, Place::MmSending);
+        return -7; // of no consequence
+    }
+    int addClient(boost::shared_ptr<mmservice::ClientInterface>) override { return 0; }
+    int removeClient(boost::shared_ptr<mmservice::ClientInterface>) override { return 0; }
+};
+
+class TvService final : public support::RecordingTvService {
+    int tvServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport, const Requests& requests) override {
+        subject->send("TV", ids, transport, requests, Place::TvSending);
+        return -7;
+    }
+};
+
+// Offers both in the framework, for as long as it lives.
+class Services final : public frame::AbstractProcessMember {
+public:
+    Services() {
+        attachProcess(*frame::Process::getInstance());
+        registerInterface(static_cast<mmservice::ServiceInterface*>(&mm_), mmservice::ServiceInterface::interfaceKey);
+        registerInterface(static_cast<tvservice::ServiceInterface*>(&tv_), tvservice::ServiceInterface::interfaceKey);
+    }
+    ~Services() override { detachProcess(); }
+
+private:
+    MmService mm_;
+    TvService tv_;
+};
 
 } // namespace
 
@@ -41,15 +76,11 @@ public:
 private:
     int ReqMM(frame::MsgIds& ids, const frame::TransportInfo& transport, const Requests& requests) override {
         noteHeldMutex();
-        stage_.noteSending("MM", ids, transport, requests);
-        stage_.reach(Place::MmSending);
-        return -1; // of no consequence
+        return ResManager::ReqMM(ids, transport, requests);
     }
     int ReqTV(frame::MsgIds& ids, const frame::TransportInfo& transport, const Requests& requests) override {
         noteHeldMutex();
-        stage_.noteSending("TV", ids, transport, requests);
-        stage_.reach(Place::TvSending);
-        return -1;
+        return ResManager::ReqTV(ids, transport, requests);
     }
 
     // Whoever is called may call the manager in turn. A mutex that is held would stop the simulation here for good.
@@ -61,6 +92,18 @@ private:
     Subject& stage_;
     std::unique_lock<std::mutex> workLock_{resMutex, std::defer_lock};
 };
+
+void Subject::offerServices() {
+    static const Services services;
+    Event request;
+    request.kind = Event::Kind::Request;
+    request.requests.resize(1);
+    request.requests.front().uri = "http://stops.both"; // both are sent something
+    Subject first{Schedule{}};
+    first.play(request);
+    first.play(Event{});
+    forget({{0, 0}});
+}
 
 Subject::Subject(const Schedule& schedule) {
     tvservice::resClock = [] { return std::chrono::steady_clock::time_point(subject->now); };

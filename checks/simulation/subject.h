@@ -11,6 +11,9 @@ namespace simulation {
 
 class Subject final : public Stage {
 public:
+    // Has the managers find their services, which they do once in a process. To be called first.
+    static void offerServices();
+
     explicit Subject(const Schedule& schedule);
     ~Subject() override;
 
@@ -18,10 +21,16 @@ public:
     // Makes the managers, which share what they believe the MM service to play, forget these terminals.
     static void forget(const std::vector<tvservice::TvServiceTerminal_t>& terminals);
 
-    // For the platform's places that the manager calls.
+    // For those whom the manager calls.
     static Subject* current();
     void line(unsigned levelWord, const std::string& place, const std::string& text) {
         noteLine(levelWord, place, text);
+    }
+    template <typename Records>
+    void send(const char* service, const frame::MsgIds& ids, const frame::TransportInfo& transport,
+              const Records& requests, Place place) {
+        noteSending(service, ids, transport, requests);
+        reach(place);
     }
     void record(const lrt::RunLogRecord& record) { noteRecord(record); }
     std::string time() const { return utcTime(); }
