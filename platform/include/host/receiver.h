@@ -16,11 +16,11 @@ int loadApplication(const std::string& path);
 MessageQueue& messageQueue();
 
 // Runs the framework's thread until SIGTERM or SIGINT (or stopProcess), then stops all members in reverse order and the
-// queue, and has the run log store what it holds. Call once, from main, before any other thread is started: it blocks
-// the two signals first.
-// onReady runs on the calling thread, which is the framework's by then; the queue receives from its return on, or from
-// the time when the first array with a marshalling member has started. Its non-zero result ends the run at once with
-// that value. Returns 0, or 1 (logged) when the queue cannot be made.
+// queue. What the run log holds is stored as the process ends, unless the disk takes too long. Call once, from main,
+// before any other thread is started: it blocks the two signals first. onReady runs on the calling thread, which is the
+// framework's by then; the queue receives from its return on, or from the time when the first array with a marshalling
+// member has started. Its non-zero result ends the run at once with that value. Returns 0, or 1 (logged) when the queue
+// cannot be made.
 int runProcess(int (*onReady)(void* context), void* context);
 // Ends runProcess; from any thread.
 void stopProcess();

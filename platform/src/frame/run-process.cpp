@@ -3,7 +3,6 @@
 
 #include <frame/io-statistics.h>
 #include <host/receiver.h>
-#include <lrt/run-log-agent.h>
 
 #include <csignal>
 #include <exception>
@@ -65,7 +64,6 @@ int runProcess(int (*onReady)(void* context), void* context) {
     }
     if (!result) state.serve();
     state.end();
-    lrt::RunLogAgentImpl::getInstance().flush();
     return result;
 }
 
