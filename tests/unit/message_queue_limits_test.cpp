@@ -1,0 +1,79 @@
+// The message queue with room for few messages.
+#include "support/queue-fixture.h"
+
+#include <host/log-capture.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <numeric>
+#include <vector>
+
+namespace queue_test {
+namespace {
+
+class SmallQueue : public MessageQueue, public testing::WithParamInterface<std::size_t> {
+protected:
+    SmallQueue() { limits.messages = GetParam(); }
+    ~SmallQueue() override {
+        client.reset();
+        server.reset();
+    }
+    std::vector<std::uint32_t> received() {
+        std::lock_guard lock(serverInbox.mutex);
+        return serverInbox.numbers;
+    }
+    static std::vector<std::uint32_t> numbersTo(std::size_t count) {
+        std::vector<std::uint32_t> numbers(count);
+        std::iota(numbers.begin(), numbers.end(), 0U);
+        return numbers;
+    }
+    const host::LogCapture log; // keeps the refusals off the error output
+};
+
+INSTANTIATE_TEST_SUITE_P(WithRoomFor, SmallQueue, testing::Values(1, 2, 10),
+                         [](const auto& test) { return std::to_string(test.param); });
+
+TEST_P(SmallQueue, KeepsAsManyAsItHasRoomForAndTakesMoreOnceTheyAreOut) {
+    startClient();
+    for (std::uint32_t i = 0; i < GetParam(); ++i) EXPECT_EQ(0, sendNumber(*door, i));
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(-11, sendNumber(*door, 1000));
+    EXPECT_EQ(GetParam(), atClient().queued);
+    startServer();
+    ASSERT_TRUE(eventually([&] { return serverInbox.size() == GetParam() && atClient().queued == 0; }));
+    for (std::size_t i = 0; i < GetParam(); ++i)
+        EXPECT_EQ(0, sendNumber(*door, static_cast<std::uint32_t>(GetParam() + i)));
+    ASSERT_TRUE(eventually([&] { return serverInbox.size() == 2 * GetParam(); }));
+    EXPECT_EQ(numbersTo(2 * GetParam()), received());
+    EXPECT_EQ(3U, atClient().refused);
+    EXPECT_EQ(2 * GetParam(), atClient().sent);
+}
+
+TEST_P(SmallQueue, DeliversAllThatItAcceptedInOrderToAServiceThatIsSlow) {
+    startBoth();
+    std::uint32_t accepted = 0;
+    while (accepted < 20000)
+        if (sendNumber(*door, accepted) == 0) ++accepted;
+    ASSERT_TRUE(eventually([&] { return serverInbox.size() == accepted; }));
+    EXPECT_EQ(numbersTo(accepted), received());
+    EXPECT_EQ(accepted, atClient().sent);
+    EXPECT_EQ(0U, atClient().dropped);
+}
+
+TEST_P(SmallQueue, ServesOthersBesideAClientThatHasStoppedReading) {
+    startBoth();
+    RawPeer deaf(path);
+    deaf.say(honestHello() + frameOf(numberMeta, 4, words({1}, false)));
+    ASSERT_TRUE(eventually([&] { return serverInbox.size() == 1; }));
+    constexpr std::size_t count = 40; // of half a megabyte: more than a socket and the queue hold
+    for (std::size_t i = 1; i <= count; ++i) {
+        EXPECT_EQ(0, sendText(*offered, 512 * 1024, 'x'));
+        ASSERT_TRUE(eventually([&] { return clientInbox.size() == i; }));
+    }
+    EXPECT_GT(atServer().refused, 0U);
+    EXPECT_LE(atServer().queued, GetParam());
+    EXPECT_TRUE(honestClientServed());
+}
+
+} // namespace
+} // namespace queue_test
