@@ -41,7 +41,7 @@ Schedule Generator::begin(std::uint64_t seed) {
     static constexpr std::uint16_t quieter[] = {4000, 3000, 1000, 0};
     Schedule schedule;
     schedule.seed = seed;
-    schedule.level = random_.percent(60) ? std::uint16_t{5000} : random_.of(quieter);
+    schedule.level = random_.percent(85) ? std::uint16_t{5000} : random_.of(quieter);
     schedule.firstId = random_.percent(3) ? UINT32_MAX - static_cast<std::uint32_t>(random_.below(2)) : 1;
     return schedule;
 }

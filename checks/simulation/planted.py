@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Writes the manager's source once for each bug that is planted in it: planted.py SOURCE FOLDER. Prints their names.
 
-Each is a slip that somebody could make there. The simulation has to find every one; if it does not, it looks in the wrong
-places."""
+Each is a slip that somebody could make there. The simulation has to find every one; if it does not, it looks in the
+wrong places."""
 import pathlib
 import sys
 
@@ -12,11 +12,14 @@ PLANTED = [
     ("stop-not-to-tv", "            pTvStop->push_back(request);\n            pTV->push_back(request);",
      "            pTV->push_back(request);"),
     ("cache-is-a-recording", " &&\n                                   !contains(request.uri, \".cache\")", ""),
-    ("recording-by-either-half", "contains(request.uri, \"/Video USB REC/\")", "contains(request.uri, \"/Video USB REC\")"),
-    ("recording-stops-tv", "                request.uri = stopUri;\n                pStop->push_back(request);\n            } else {",
+    ("recording-by-either-half", "contains(request.uri, \"/Video USB REC/\")",
+     "contains(request.uri, \"/Video USB REC\")"),
+    ("recording-stops-tv",
+     "                request.uri = stopUri;\n                pStop->push_back(request);\n            } else {",
      "                request.uri = stopUri;\n                pStop->push_back(request);\n"
      "                pTvStop->push_back(request);\n            } else {"),
-    ("start-without-its-uri", "            pMM->push_back(request);\n            request.uri = stopUri;\n            pStop",
+    ("start-without-its-uri",
+     "            pMM->push_back(request);\n            request.uri = stopUri;\n            pStop",
      "            request.uri = stopUri;\n            pMM->push_back(request);\n            pStop"),
     ("scheme-forgotten", "scheme == uri::Scheme::YouTubeV4 || ", ""),
     ("live-stops-once", "if (sameTerminal(running.terminal, request.terminal)) pStop->push_back(request);",
@@ -83,7 +86,8 @@ PLANTED = [
     ("failed-stop-refused", "if (checkStopResult(ids, transport, infos) != 0) {", "if (infos.front().result != 0) {"),
     ("marked-by-itself", "        reqQueue.pop_front();\n        verifyResult(infos);",
      "        verifyResult(infos);\n        reqQueue.pop_front();"),
-    ("successes-marked-only", "info.result = newerRequestQueued;", "if (info.result == 0) info.result = newerRequestQueued;"),
+    ("successes-marked-only", "info.result = newerRequestQueued;",
+     "if (info.result == 0) info.result = newerRequestQueued;"),
     ("marked-by-next-bundle-only", "        markNewer(bundle->pTV, \"livetv\");",
      "        markNewer(bundle->pTV, \"livetv\");\n        break;"),
 ]
