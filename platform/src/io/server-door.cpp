@@ -13,6 +13,8 @@ namespace host::io {
 namespace {
 // Until descriptors or memory may be there again.
 constexpr std::chrono::milliseconds acceptRetry{100};
+// At a time: between them those that are there already are served, however fast others come.
+constexpr int mostAtOnce = 16;
 } // namespace
 
 ServerDoor::ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service_,
@@ -25,8 +27,11 @@ void ServerDoor::waitForClients() {
 
 void ServerDoor::acceptClients() {
     std::error_code error;
-    while (auto stream = nextClient(error))
+    for (int i = 0; i < mostAtOnce; ++i) {
+        auto stream = nextClient(error);
+        if (!stream) break;
         if (const auto client = admit(std::move(stream))) client->open();
+    }
     if (!error) {
         lastReason_.clear();
         return waitForClients();
