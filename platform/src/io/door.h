@@ -96,8 +96,9 @@ private:
 
     struct MetaHash {
         std::size_t operator()(const frame::MsgMeta& meta) const {
-            return meta.messageId ^ (std::size_t{meta.interfaceCode} << 16) ^ (std::size_t{meta.instance} << 32) ^
-                   (std::size_t{meta.flag} << 8);
+            const std::uint64_t bits = meta.messageId ^ (std::uint64_t{meta.interfaceCode} << 16) ^
+                                       (std::uint64_t{meta.instance} << 32) ^ (std::uint64_t{meta.flag} << 8);
+            return static_cast<std::size_t>(bits ^ bits >> 32); // of both halves where only one fits
         }
     };
     std::mutex handlersMutex_;
