@@ -98,14 +98,16 @@ Handshake::Judgement Handshake::judge(const char* data, std::size_t size) const 
     if (whole != fixedBytes + nameLength + count * messageBytes)
         return refused("peer's hello of " + std::to_string(whole) + " bytes contradicts its own counts");
     if (size < whole) return incomplete;
+    const auto nameSize = static_cast<std::size_t>(nameLength), theirCount = static_cast<std::size_t>(count);
 
-    if (std::string_view(data + fixedBytes, nameLength) != service_)
+    if (std::string_view(data + fixedBytes, nameSize) != service_)
         return refused(std::string(serving_ ? "peer asks for service " : "peer offers service ") +
-                       printable(data + fixedBytes, nameLength));
+                       printable(data + fixedBytes, nameSize));
     if (load64(data + 24, swap) != setFingerprint_) {
         std::vector<Message> theirs;
-        for (std::uint64_t i = 0; i < count; ++i) {
-            const char* at = data + fixedBytes + nameLength + i * messageBytes;
+        theirs.reserve(theirCount);
+        for (std::size_t i = 0; i < theirCount; ++i) {
+            const char* at = data + fixedBytes + nameSize + i * messageBytes;
             theirs.push_back({{load32(at, swap), load32(at + 4, swap), load32(at + 8, swap),
                                static_cast<std::uint8_t>(load32(at + 12, swap))},
                               load64(at + 16, swap),
