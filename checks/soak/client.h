@@ -1,0 +1,50 @@
+// The process that sends: honest messages through a queue, and everything else over streams of its own.
+#pragma once
+
+#include "traffic.h"
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+namespace host {
+class MessageQueue;
+}
+namespace frame {
+class OmqIOModule;
+}
+
+namespace soak {
+
+// Sends numbered messages through a queue's door, waiting whenever the queue is full.
+class QueueClient {
+public:
+    explicit QueueClient(host::MessageQueue& queue);
+    ~QueueClient();
+    void send(std::uint64_t count);
+    std::uint64_t sent() const { return sent_; }
+
+    QueueClient(const QueueClient&) = delete;
+    QueueClient& operator=(const QueueClient&) = delete;
+
+private:
+    frame::OmqIOModule& door_;
+    char* const text_;
+    std::atomic<std::uint32_t> sent_{0};
+};
+
+// Connects, says an honest message, a malformed one and a part of a third, and is gone; again and again.
+class RawClient {
+public:
+    explicit RawClient(std::string path);
+    void send(std::uint64_t connections);
+    std::uint64_t connections() const { return connections_; }
+
+private:
+    int connection() const;
+
+    const std::string path_, hello_;
+    std::atomic<std::uint32_t> connections_{0};
+};
+
+} // namespace soak
