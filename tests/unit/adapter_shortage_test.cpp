@@ -15,10 +15,13 @@
 #include <mmservice/messages.h>
 
 #include <boost/make_shared.hpp>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <vector>
+
+extern "C" void** CreateTvMmService();
 
 namespace {
 
@@ -151,6 +154,19 @@ TEST(MessageWithoutMemory, LeavesNothingBehindAndTheNextOneIsHeard) {
 TEST(MessageWithoutMemory, OfTheMmServiceLeavesNothingBehindAndTheNextOneIsHeard) {
     Receiving<mmservice::Proxy, CountingMmClient> receiving;
     receiving.expectHeardTheNextTime<mmservice::messages::MmServiceInfo>();
+}
+
+// ---- the entry ----
+
+TEST(EntryWithoutMemory, LeavesNoMemberBehind) {
+    void** members = nullptr;
+    const Held held;
+    const long failures = failAtEveryAllocation([&] { members = CreateTvMmService(); }, [&] { expectHeld(held); });
+    EXPECT_GT(failures, 2);
+    for (void** member = members; *member != nullptr; ++member)
+        delete static_cast<frame::AbstractProcessMember*>(*member);
+    std::free(members);
+    expectHeld(held);
 }
 
 // ---- clients ----

@@ -7,10 +7,10 @@
 
 #include <frame/process.h>
 #include <genrpc/log.h>
+#include <genrpc/proxy.h>
 #include <tvservice-adapter/model-tvservice-adapter.h>
 
 #include <boost/make_shared.hpp>
-#include <cstdlib>
 
 namespace tvservice {
 namespace {
@@ -316,19 +316,9 @@ std::vector<BundleStatus> ModelTvServiceAdapter::bundles() const { return ResMan
 
 // ---- the library's entries ----
 
-namespace {
-
-void* memberOf(frame::AbstractProcessMember* member) { return member; }
-
-} // namespace
-
 extern "C" GENRPC_EXPORT void** CreateTvMmService() {
     GENRPC_LOG(genrpc::AdapterLog, vdlDebugTrace, "Called.\n");
-    void** members = static_cast<void**>(std::calloc(4, sizeof(void*)));
-    members[0] = memberOf(new tvservice::Proxy);
-    members[1] = memberOf(new mmservice::Proxy);
-    members[2] = memberOf(new tvservice::ModelTvServiceAdapter);
-    return members;
+    return genrpc::arrayOf<tvservice::Proxy, mmservice::Proxy, tvservice::ModelTvServiceAdapter>();
 }
 
 extern "C" GENRPC_EXPORT void** frameCreateApplicationArray() { return CreateTvMmService(); }

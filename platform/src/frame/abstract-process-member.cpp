@@ -6,8 +6,8 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <deque>
 #include <exception>
+#include <list>
 #include <mutex>
 
 namespace frame {
@@ -17,14 +17,14 @@ struct AbstractProcessMember::Events {
     std::mutex mutex;
     AbstractProcessMember* owner; // null once destroyed
     bool open = true;
-    std::deque<std::function<void()>> waiting;
-    std::uint64_t taken = 0;     // events that have left waiting
-    std::uint64_t scheduled = 0; // events that may run, counted from the first one ever posted
+    std::list<std::function<void()>> waiting; // takes no memory while it is empty, which a destructor could not have
+    std::uint64_t taken = 0;                  // events that have left waiting
+    std::uint64_t scheduled = 0;              // events that may run, counted from the first one ever posted
 
     explicit Events(AbstractProcessMember* member) : owner(member) {}
 
     void setOpen(bool value) {
-        std::deque<std::function<void()>> discarded; // destroyed without the lock: what events hold may post again
+        std::list<std::function<void()>> discarded; // destroyed without the lock: what events hold may post again
         std::lock_guard lock(mutex);
         open = value;
         if (open) return;

@@ -60,13 +60,19 @@ void deliver(ltMutex& mutex, const ClientList<Client>& clients, Method method, c
     }
 }
 
-// A new proxy in a null-terminated array with room for two pointers, whatever their size; both are the caller's. Throws
-// std::bad_alloc, nothing being left over.
-template <class Proxy> void** arrayOf() {
-    std::unique_ptr<void*, decltype(&std::free)> members(static_cast<void**>(std::calloc(2, sizeof(void*))), std::free);
-    if (!members) throw std::bad_alloc();
-    *members = static_cast<void*>(static_cast<frame::AbstractProcessMember*>(new Proxy));
-    return members.release();
+// New members in a null-terminated array; all of it is the caller's. Throws std::bad_alloc, nothing being left over.
+template <class... Members> void** arrayOf() {
+    std::unique_ptr<void*, decltype(&std::free)> array(
+        static_cast<void**>(std::calloc(sizeof...(Members) + 1, sizeof(void*))), std::free);
+    if (!array) throw std::bad_alloc();
+    std::tuple<std::unique_ptr<Members>...> members{std::make_unique<Members>()...};
+    void** place = array.get();
+    std::apply(
+        [&](auto&... member) {
+            ((*place++ = static_cast<void*>(static_cast<frame::AbstractProcessMember*>(member.release()))), ...);
+        },
+        members);
+    return array.release();
 }
 
 } // namespace genrpc
