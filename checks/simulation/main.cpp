@@ -5,7 +5,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 namespace {
@@ -21,8 +20,8 @@ int usage(const char* program) {
 }
 
 int fail(Schedule schedule, const Difference& difference) {
-    std::printf("The manager and the reference differ in the schedule of seed %llu.\n",
-                static_cast<unsigned long long>(schedule.seed));
+    std::printf("The manager and the reference differ in the schedule of seed %s.\n",
+                std::to_string(schedule.seed).c_str());
     shrink(schedule);
     const auto shrunk = play(schedule);
     if (!shrunk) std::printf("Only after other schedules:\n");
@@ -54,11 +53,11 @@ int main(int count, char** arguments) {
     Schedule schedule;
     for (std::uint64_t i = 0; i < schedules; ++i)
         if (const auto difference = playSeed(from + i, schedule)) {
-            std::printf("found %llu\n", static_cast<unsigned long long>(i + 1));
+            std::printf("found %s\n", std::to_string(i + 1).c_str());
             return fail(schedule, *difference);
         }
     if (one) std::printf("%s", describe(schedule).c_str());
     for (std::size_t i = 0; i < situations; ++i)
-        std::printf("situation %llu %s\n", static_cast<unsigned long long>(reached[i]), textOf(i));
+        std::printf("situation %s %s\n", std::to_string(reached[i]).c_str(), textOf(i));
     return 0;
 }

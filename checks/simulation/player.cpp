@@ -78,7 +78,7 @@ void forgetAll() {
 std::optional<Difference> playSeed(std::uint64_t seed, Schedule& schedule) {
     // The reference knows what is left to forget: nothing, after most schedules.
     std::vector<tvservice::TvServiceTerminal_t> playing;
-    const auto difference = playSeed(seed, schedule, playing);
+    auto difference = playSeed(seed, schedule, playing);
     Subject::forget(playing);
     return difference;
 }
