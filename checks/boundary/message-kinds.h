@@ -65,7 +65,10 @@ inline const model::Flags& flags() {
             };
             std::apply([&](const auto&... one) { (field(one), ...); }, Record::Flat::fields());
         };
-        support::forEach(support::StreamRecords{}, record); // the only ones that have flags
+        // The only ones that have flags.
+        [&]<class... Record>(support::TypeList<Record...>) {
+            (record.template operator()<Record>(), ...);
+        }(support::StreamRecords{});
         return found;
     }();
     return all;

@@ -51,7 +51,7 @@ private:
         }
         const std::uint64_t size = std::uint64_t{pointer.count} + 1;
         if (!block("string", pointer, size)) return false;
-        if (message_[next_ - 1] != '\0')
+        if (message_[static_cast<std::size_t>(next_ - 1)] != '\0')
             return refuse(Verdict::Unterminated, "string" + atByte(at) + ": its block at " +
                                                      std::to_string(pointer.offset) + " is not terminated");
         value_.text(message_.substr(pointer.offset, pointer.count));

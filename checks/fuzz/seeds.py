@@ -1,0 +1,70 @@
+"""What the fuzzer starts from: the golden messages, as each target takes them, and right texts of the other kinds."""
+
+import json
+import pathlib
+import struct
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+LONGEST = 1100  # bytes; what is longer slows the fuzzer down and shows nothing more
+
+SHELL_LINES = [
+    "play :d :s [:s]\nTYPE URI [UUID] - plays it\nplay 1 dvb://1.1.1 \"a b\"",
+    "say :s ...\nNAME TEXT... - says it\nsay name the \\\"rest\\\" of it",
+    "terminals\n- lists\nterminals",
+    "stop [:d]\nstops it\nstop",
+]
+URIS = ["dvb://1.1.1", "FILE:///tmp/x", "rec://plain/null", "https://a/b?c#d", "youtubev4:x", "1a:b", "a+b-c.d:"]
+JSONS = ["{}", '{"requests": [{"terminal": {"type": 1, "id": -2}, "uri": "dvb://1.1.1", "strParamList": ["a", "b"]}]}',
+         '{"info": {"tracks": []}}', '{"application": 4294967296}', '{"text": "\\u00fc\\u0000"}']
+
+
+def golden():
+    """service, message, value's name, byte order (0 this machine's), bytes."""
+    for file in sorted((ROOT / "tests" / "golden").glob("*.json")):
+        content = json.loads(file.read_text(encoding="utf-8"))
+        for value in content["values"] + content["accepted"]:
+            for swap, order in enumerate(("little", "big")):
+                yield content["service"], content["message"], value, swap, bytes.fromhex(value[order])
+
+
+def seeds(order_of_kinds):
+    """target, name, bytes of each; order_of_kinds: the targets of the messages, as the fuzzer numbers them."""
+    for service, message, value, swap, data in golden():
+        target = f"{service}-{message}"
+        name = f"{value['name'].replace(' ', '-')}-{'big' if swap else 'little'}"
+        if len(data) > LONGEST:
+            continue
+        kind = order_of_kinds.index(target)
+        yield target, name, bytes([swap]) + data
+        if value["name"] == "typical" and not swap:
+            yield "json", target, bytes([kind]) + json.dumps(value["content"]).encode()
+            yield "encode", target, bytes([kind]) + data
+    for i, text in enumerate(SHELL_LINES):
+        yield "shell-lines", f"line-{i}", text.encode()
+    for i, text in enumerate(URIS):
+        yield "uris", f"uri-{i}", text.encode()
+    for i, text in enumerate(JSONS):
+        yield "json", f"json-{i}", b"\0" + text.encode()
+    yield "channel-list", "built-in", (ROOT / "services" / "tvservice" / "channels.toml").read_bytes()
+    yield "channel-list", "empty", b""
+    for i, choice in enumerate((0, 1)):
+        hello = b"tvsq" + struct.pack("<5IQ", 0x01020304, 1, 32 + 9 + 24, 9, 1, 0) + b"tvservice"
+        hello += struct.pack("<4IQ", 0xFFFFFFFF, 0x1CCD7773, 0x28671236, 0, 0)
+        yield "handshake", f"hello-{i}", bytes([choice, 33]) + hello
+        yield "frames", f"hello-{i}", bytes([choice, 7, 1]) + hello
+    # After a right hello, in either order: a request of one byte, and one with a text.
+    for i, (choice, sign) in enumerate(((3, "<"), (7, ">"))):
+        frame = struct.pack(sign + "4IB3x3I", 1, 0xFFFFFFFF, 0x1CCD7773, 0x2867123D, 0, 1, 2, 0) + b"\0"
+        text = struct.pack(sign + "4IB3x3I", 12, 0xFFFFFFFF, 0x1CCD7773, 0x28671242, 0, 0, 0, 0)
+        yield "frames", f"frames-{i}", bytes([choice, 63, 3]) + frame + text + struct.pack(sign + "2I", 3, 8) + b"abc\0"
+    # One table of two fields and a text, and a message for it; a table that holds itself.
+    table = bytes([0, 3, 2, 1, 3, 12, 15, 0])
+    yield "endian-tables", "text", table + bytes([0]) + struct.pack("<IHII", 7, 9, 2, 14) + b"ab\0"
+    yield "endian-tables", "itself", bytes([0, 1, 5, 0, 8])
+
+
+def write(folder, order_of_kinds):
+    for target, name, data in seeds(order_of_kinds):
+        path = pathlib.Path(folder) / target
+        path.mkdir(parents=True, exist_ok=True)
+        (path / name).write_bytes(data)
