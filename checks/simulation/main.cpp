@@ -13,7 +13,7 @@ using namespace simulation;
 
 int usage(const char* program) {
     std::fprintf(stderr,
-                 "usage: %s [--from SEED] [--schedules COUNT]   plays that many, from 1 and 1000 on\n"
+                 "usage: %s [--from SEED] [--schedules COUNT]   plays COUNT (1000) of them from SEED (1) on\n"
                  "       %s --seed SEED                         plays one and tells what happens in it\n",
                  program, program);
     return 2;
