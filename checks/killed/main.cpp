@@ -54,6 +54,7 @@ public:
         unsigned number = 0;
         const auto measure = [&] {
             std::vector<ProcessSize> sizes;
+            sizes.reserve(lasting.size());
             for (const Part part : lasting) sizes.push_back(sizeOf(ordeal->processId(part)));
             return sizes;
         };
@@ -160,7 +161,7 @@ int main(int argc, char** argv) {
     progress.join();
 
     const long total = static_cast<long>(services.total() + host.total());
-    const auto both = [&](auto of) { return static_cast<long>(of(services) + of(host)); };
+    const auto both = [&](auto of) { return static_cast<long>(of(services)) + static_cast<long>(of(host)); };
     bool good = true;
     const auto line = [&](const std::string& what, long value, const std::string& unit, long low, long high,
                           const std::string& bound) { good = judge(what, value, unit, low, high, bound) && good; };

@@ -69,6 +69,7 @@ inline std::string show(const host::LogCapture::Line& line) {
 
 inline std::vector<std::string> show(const std::vector<host::LogCapture::Line>& lines) {
     std::vector<std::string> texts;
+    texts.reserve(lines.size());
     for (const auto& line : lines) texts.push_back(show(line));
     return texts;
 }
