@@ -56,7 +56,6 @@ private:
 template <class Act, class Afterwards> long failAtEveryAllocation(const Act& act, const Afterwards& afterwards) {
     constexpr long tooMany = 10000;
     for (long allocations = 0; allocations < tooMany; ++allocations) {
-        SCOPED_TRACE(allocations);
         bool failed = false;
         allocationsLeft = allocations;
         try {
@@ -67,6 +66,10 @@ template <class Act, class Afterwards> long failAtEveryAllocation(const Act& act
         allocationsLeft = -1;
         if (!failed) return allocations;
         afterwards();
+        if (testing::Test::HasFailure()) { // said here: a trace around it would be memory that is held
+            ADD_FAILURE() << "with memory for " << allocations << " allocations";
+            return allocations;
+        }
     }
     ADD_FAILURE() << "it never gets through";
     return tooMany;

@@ -32,8 +32,8 @@ template <class Message> auto sampleOf() { return support::Samples().next<typena
 
 // What is held, in all kinds of memory.
 struct Held {
+    std::uint64_t flatBlocks = host::flatHeapUsage().blocks; // first: the flat heap takes memory when it is first used
     long blocks = blocksHeld;
-    std::uint64_t flatBlocks = host::flatHeapUsage().blocks;
 };
 
 void expectHeld(const Held& before) {
@@ -158,14 +158,19 @@ TEST(MessageWithoutMemory, OfTheMmServiceLeavesNothingBehindAndTheNextOneIsHeard
 
 // ---- the entry ----
 
+void destroy(void** members) {
+    for (void** member = members; *member != nullptr; ++member)
+        delete static_cast<frame::AbstractProcessMember*>(*member);
+    std::free(members);
+}
+
 TEST(EntryWithoutMemory, LeavesNoMemberBehind) {
     void** members = nullptr;
     const Held held;
     const long failures = failAtEveryAllocation([&] { members = CreateTvMmService(); }, [&] { expectHeld(held); });
     EXPECT_GT(failures, 2);
-    for (void** member = members; *member != nullptr; ++member)
-        delete static_cast<frame::AbstractProcessMember*>(*member);
-    std::free(members);
+    ASSERT_NE(members, nullptr);
+    destroy(members);
     expectHeld(held);
 }
 
