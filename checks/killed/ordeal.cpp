@@ -192,8 +192,9 @@ void Ordeal::strike() {
             if (first) kit_.thaw(partner_);
             break;
         case Fate::babbling:
-            if (!first)
-                sayInstead(kit_.processId(partner_), kit_.processId(Part::frameHost), garbage(partner_, number_));
+            if (first) break;
+            undecodable_ = connection().at("undecodable").get<std::uint64_t>();
+            sayInstead(kit_.processId(partner_), kit_.processId(Part::frameHost), garbage(partner_, number_));
             break;
     }
     struck_ = Clock::now();
@@ -234,7 +235,11 @@ void Ordeal::recover() {
             waitForEnd();
             break;
         case Fate::babbling:
-            if (situation_.moment == Moment::firstExchange) kit_.start(partner_);
+            if (situation_.moment == Moment::firstExchange)
+                kit_.start(partner_);
+            else // what is sent on a connection that is about to end is lost with it
+                await([&] { return connection().at("undecodable").get<std::uint64_t>() > undecodable_; },
+                      "the garbage");
             break;
     }
     clearFaults();
@@ -243,12 +248,15 @@ void Ordeal::recover() {
     reqId_.clear();
 }
 
+// The framework process's connection to the service.
+nlohmann::json Ordeal::connection() {
+    for (const auto& connection : kit_.ask(Part::frameHost, {"stats"}))
+        if (connection.at("service") == serviceNameOf(partner_)) return connection;
+    throw ReceiverError("the framework process has no connection to " + serviceNameOf(partner_));
+}
+
 void Ordeal::repeatOldAnswers() {
-    const auto connected = [&] {
-        for (const auto& connection : kit_.ask(Part::frameHost, {"stats"}))
-            if (connection.at("service") == serviceNameOf(partner_)) return connection.at("connected").get<bool>();
-        return false;
-    };
+    const auto connected = [&] { return connection().at("connected").get<bool>(); };
     await(connected, "the connection to the new service");
     std::string answers = answerFrame(partner_, earlier_, uri_);
     if (!reqId_.empty()) answers += answerFrame(partner_, reqId_, media);

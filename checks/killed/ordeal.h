@@ -5,6 +5,7 @@
 #include "situation.h"
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <receiver-kit/receiver-kit.h>
 #include <string>
@@ -48,6 +49,7 @@ private:
     void comeToFirstExchange();
     void exitOrderly();
     void repeatOldAnswers();
+    nlohmann::json connection();
 
     std::string ask(const std::string& terminal, const std::string& uri);
     std::string play(const std::string& terminal, const std::string& uri);
@@ -68,8 +70,9 @@ private:
     Situation situation_{};
     Part partner_{}, other_{}; // the service whose moment it is, and the other one
     unsigned number_ = 0;
-    std::string uri_, earlier_; // what the partner plays, and the id of a request that is long done
-    std::string reqId_;         // of the request under way; empty when there is none
+    std::uint64_t undecodable_ = 0; // messages of the connection, before the garbage
+    std::string uri_, earlier_;     // what the partner plays, and the id of a request that is long done
+    std::string reqId_;             // of the request under way; empty when there is none
     Clock::time_point struck_;
 };
 
