@@ -104,11 +104,16 @@ void Ordeal::comeTo() {
     }
 }
 
-void Ordeal::comeToStopAsked() {
+// Until its fate comes, the service answers nothing: for good when muteness is its fate, else for a while.
+void Ordeal::withholdAnswers() {
     if (situation_.fate == Fate::mute)
         setFault(partner_, {"mute", "on"});
     else
         setFault(partner_, {"delay", answerDelay});
+}
+
+void Ordeal::comeToStopAsked() {
+    withholdAnswers();
     const auto before = receivedBy(partner_);
     reqId_ = ask("0:0", media);
     awaitLine("Sending reqid ", reqId_, ", ResOperation::SendingStop");
@@ -129,10 +134,7 @@ void Ordeal::comeToStartAsked() {
         comeToStopAnswered();
         return awaitLine("Sending reqid ", reqId_, ", ResOperation::SendingStart");
     }
-    if (mute)
-        setFault(partner_, {"mute", "on"});
-    else
-        setFault(partner_, {"delay", answerDelay});
+    withholdAnswers();
     const auto before = receivedBy(partner_);
     reqId_ = ask("0:0", uri_);
     awaitLine("Sending reqid ", reqId_, ", ResOperation::SendingStart");

@@ -43,6 +43,7 @@ private:
     std::chrono::milliseconds playNext(Clock::time_point returned, bool atOnce);
     void comeToRest();
 
+    void withholdAnswers();
     void comeToStopAsked();
     void comeToStopAnswered();
     void comeToStartAsked();

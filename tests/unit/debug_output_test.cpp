@@ -176,12 +176,15 @@ TEST_F(DebugLevels, BelongToTheFirstNameOfAModule) {
 TEST(LogCapture, CollectsTheLinesOfAllThreadsAndKeepsThemOffStderr) {
     testing::internal::CaptureStderr();
     host::LogCapture capture({module});
-    std::thread([] { vdlDebugOutput0(lineOf(vdlDebugTrace), "from a thread %d\n", 7); }).join();
+    std::thread thread([] { vdlDebugOutput0(lineOf(vdlDebugTrace), "from a thread %d\n", 7); });
+    const std::thread::id made = thread.get_id();
+    thread.join();
     EXPECT_TRUE(capture.waitFor("thread 7", 0ms));
     EXPECT_FALSE(capture.waitFor("thread 8", 1ms));
     ASSERT_EQ(capture.lines().size(), 1U);
     EXPECT_EQ(capture.lines()[0].levelWord, module << 16 | vdlDebugTrace);
     EXPECT_EQ(capture.lines()[0].text, "from a thread 7");
+    EXPECT_EQ(capture.lines()[0].thread, made);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace host {
@@ -14,7 +15,8 @@ class LogCapture {
 public:
     struct Line {
         std::uint32_t levelWord;
-        std::string text; // as the call site formatted it, without the final line feed, nothing escaped
+        std::string text;       // as the call site formatted it, without the final line feed, nothing escaped
+        std::thread::id thread; // that made it
     };
 
     // Sets the given modules (all when empty) to trace; the destructor gives them their former levels.

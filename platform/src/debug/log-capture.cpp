@@ -38,7 +38,7 @@ bool capture(std::uint32_t levelWord, std::string_view text) {
     bool quiet = false;
     std::lock_guard lock(collectors().mutex);
     for (Collector* collector : collectors().list) {
-        collector->lines.push_back({levelWord, std::string(text)});
+        collector->lines.push_back({levelWord, std::string(text), std::this_thread::get_id()});
         quiet = quiet || collector->quiet;
     }
     collectors().changed.notify_all();

@@ -1,0 +1,21 @@
+#!/usr/bin/env python3
+"""The figures that a lane reports: lines of JSON in the file that CHECK_FIGURES names; nothing without it.
+
+usage: figures.py NAME VALUE UNIT [BOUND], for lanes that are no Python"""
+import json
+import os
+import sys
+
+
+def report(name, value, unit, bound=None):
+    if not os.environ.get("CHECK_FIGURES"):
+        return
+    line = {"figure": name, "value": value, "unit": unit, **({"bound": bound} if bound else {})}
+    with open(os.environ["CHECK_FIGURES"], "a", encoding="utf-8") as file:
+        file.write(json.dumps(line) + "\n")
+
+
+if __name__ == "__main__":
+    if len(sys.argv) not in (4, 5):
+        sys.exit(__doc__)
+    report(sys.argv[1], int(sys.argv[2]), *sys.argv[3:])
