@@ -24,6 +24,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 extern "C" void** CreateTvMmService();
@@ -62,18 +63,15 @@ std::vector<std::string> linesOf(const std::function<void()>& act) {
     const host::LogCapture log{modules};
     act();
     std::vector<std::string> lines;
-    const auto texts = support::textsOf(log);
-    const auto all = log.lines();
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-        const std::uint32_t module = all[i].levelWord >> 16;
+    for (auto& [levelWord, text, thread] : support::ownLinesOf(log)) {
+        const std::uint32_t module = levelWord >> 16;
         if (std::find(modules.begin(), modules.end(), module) == modules.end()) continue;
-        std::string text = texts[i];
         const std::string before = "pointer = ";
         if (const auto pointer = text.find(before + "0x"); pointer != std::string::npos) {
             const auto from = pointer + before.size();
             text.replace(from, text.find('.', from) - from, "P");
         }
-        lines.push_back(line(module, static_cast<int>(all[i].levelWord & 0xFFFF), text));
+        lines.push_back(line(module, static_cast<int>(levelWord & 0xFFFF), text));
     }
     return lines;
 }
@@ -351,6 +349,16 @@ TEST_P(LogLines, AreThese) { EXPECT_THAT(GetParam().play(), ElementsAreArray(Get
 
 INSTANTIATE_TEST_SUITE_P(Of, LogLines, testing::ValuesIn(scenes()),
                          [](const auto& scene) { return std::string(scene.param.name); });
+
+TEST(LinesOf, AreTheCallersWhateverAnotherThreadLogsMeanwhile) {
+    EXPECT_THAT(linesOf([] {
+                    std::thread([] {
+                        vdlDebugOutput0(vdlDebugChunk{genrpc::ManagerLog << 16 | vdlDebugFailure}, "elsewhere");
+                    }).join();
+                    tvservice::Proxy().start();
+                }),
+                testing::ElementsAre(tvProxy(trace, "performStarting(): Called.")));
+}
 
 // The registrar finds its shell once in a process, so each of its scenes has one of its own.
 
