@@ -351,13 +351,15 @@ INSTANTIATE_TEST_SUITE_P(Of, LogLines, testing::ValuesIn(scenes()),
                          [](const auto& scene) { return std::string(scene.param.name); });
 
 TEST(LinesOf, AreTheCallersWhateverAnotherThreadLogsMeanwhile) {
-    EXPECT_THAT(linesOf([] {
+    tvservice::MmServiceClient object;
+    EXPECT_THAT(linesOf([&] {
                     std::thread([] {
                         vdlDebugOutput0(vdlDebugChunk{genrpc::ManagerLog << 16 | vdlDebugFailure}, "elsewhere");
                     }).join();
-                    tvservice::Proxy().start();
+                    frame::MsgIds ids;
+                    object.mmServiceInfo(ids, {}, {});
                 }),
-                testing::ElementsAre(tvProxy(trace, "performStarting(): Called.")));
+                testing::ElementsAre(adapter(trace, "mmServiceInfo(): Called mmServiceInfo size 0.")));
 }
 
 // The registrar finds its shell once in a process, so each of its scenes has one of its own.
