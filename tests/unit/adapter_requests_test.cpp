@@ -1,16 +1,12 @@
 // What the adapter passes to the TV service and from it to the applications, and its starts with services missing.
 #include "client-objects.h"
-#include "support/fake-shell.h"
+#include "support/adapter-process.h"
 #include "support/log-texts.h"
 #include "support/samples.h"
-#include "support/tv-doubles.h"
 #include "support/tv-messages.h"
 
-#include <frame/process.h>
 #include <genrpc/log.h>
 #include <host/log-capture.h>
-#include <mmservice/interfaces.h>
-#include <tvservice-adapter/model-tvservice-adapter.h>
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
@@ -132,41 +128,9 @@ template <class Message> struct Forwarder;
 TVSERVICE_REQUESTS(FORWARDER)
 #undef FORWARDER
 
-// A service in the process for as long as it lives.
-template <class Interface, class Service> class Registered : public frame::AbstractApplication, public Service {
-public:
-    Registered() {
-        attachProcess(*frame::Process::getInstance());
-        EXPECT_EQ(registerInterface(static_cast<Interface*>(this), Interface::interfaceKey), 0);
-    }
-    ~Registered() override { detachProcess(); }
-};
-using TvService = Registered<ServiceInterface, support::RecordingTvService>;
-
-class CountingMmService : public mmservice::ServiceInterface {
-public:
-    int mmServiceReq(frame::MsgIds&, const frame::TransportInfo&,
-                     const std::vector<mmservice::MMServiceReq_t>&) override {
-        return 0;
-    }
-    int addClient(boost::shared_ptr<mmservice::ClientInterface> client) override {
-        clients.push_back(std::move(client));
-        return -17; // which does not matter to the adapter
-    }
-    int removeClient(boost::shared_ptr<mmservice::ClientInterface>) override { return 0; }
-    std::vector<boost::shared_ptr<mmservice::ClientInterface>> clients;
-};
-using MmService = Registered<mmservice::ServiceInterface, CountingMmService>;
-
-// An adapter that lives as long as the process, as the resource manager keeps its client object's address.
-ModelTvServiceAdapter& newAdapter() {
-    support::FakeShell::get(); // which it registers its command with when it starts
-    auto* adapter = new ModelTvServiceAdapter;
-    static auto* const all = new std::vector<ModelTvServiceAdapter*>; // keeps them reachable
-    all->push_back(adapter);
-    adapter->attachProcess(*frame::Process::getInstance());
-    return *adapter;
-}
+using TvService = support::RegisteredTvService;
+using MmService = support::RegisteredMmService;
+using support::newAdapter;
 
 class EveryRequest : public testing::Test {
 protected:

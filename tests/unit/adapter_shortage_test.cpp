@@ -3,6 +3,7 @@
 #include "app-mmservice-proxy-main.h"
 #include "app-tvservice-proxy-main.h"
 #include "client-objects.h"
+#include "support/adapter-process.h"
 #include "support/failing-allocations.h"
 #include "support/queue-fixture.h"
 #include "support/recording-module.h"
@@ -172,6 +173,30 @@ TEST(EntryWithoutMemory, LeavesNoMemberBehind) {
     ASSERT_NE(members, nullptr);
     destroy(members);
     expectHeld(held);
+}
+
+// ---- starting ----
+
+TEST(AdapterWithoutMemory, FailsToStartAndStartsTheNextTime) {
+    support::RegisteredTvService tv;
+    support::RegisteredMmService mm;
+    tv.clients.reserve(1000);
+    mm.clients.reserve(1000);
+    auto& adapter = support::newAdapter();
+    int result = -100;
+    const long failures = failAtEveryAllocation([&] { result = adapter.start(); }, [&] { EXPECT_EQ(result, -100); });
+    EXPECT_GT(failures, 5) << "the client objects, the manager and its worker, the command";
+    EXPECT_EQ(result, 0);
+
+    const auto application = boost::make_shared<CountingTvClient>();
+    EXPECT_EQ(adapter.addClient(application), 0);
+    frame::MsgIds ids{11, 12};
+    const auto answers = sampleOf<tvservice::messages::TvServiceInfo>();
+    tv.clients.back()->tvServiceInfo(ids, {}, std::get<0>(answers));
+    EXPECT_EQ(application->calls, 1U) << "answers come through";
+    EXPECT_EQ(support::FakeShell::get().run("pathswitch :s", "neither"), 0);
+    EXPECT_EQ(adapter.removeClient(application), 0);
+    EXPECT_EQ(adapter.stop(), 0);
 }
 
 // ---- clients ----

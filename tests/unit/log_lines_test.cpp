@@ -3,15 +3,12 @@
 #include "app-tvservice-proxy-main.h"
 #include "client-objects.h"
 #include "ovshell.h"
-#include "support/fake-shell.h"
+#include "support/adapter-process.h"
 #include "support/log-texts.h"
 #include "support/recording-module.h"
-#include "support/tv-doubles.h"
 
-#include <frame/process.h>
 #include <genrpc/log.h>
 #include <mmservice/messages.h>
-#include <tvservice-adapter/model-tvservice-adapter.h>
 #include <tvservice/messages.h>
 
 #include <algorithm>
@@ -78,35 +75,8 @@ std::vector<std::string> linesOf(const std::function<void()>& act) {
 
 // ---- what the lines are about ----
 
-// A service in the process for as long as it lives.
-template <class Interface, class Service> class Registered : public frame::AbstractApplication, public Service {
-public:
-    Registered() {
-        attachProcess(*frame::Process::getInstance());
-        EXPECT_EQ(registerInterface(static_cast<Interface*>(this), Interface::interfaceKey), 0);
-    }
-    ~Registered() override { detachProcess(); }
-};
-using TvService = Registered<tvservice::ServiceInterface, support::RecordingTvService>;
-
-class AnyMmService : public mmservice::ServiceInterface {
-public:
-    int mmServiceReq(frame::MsgIds&, const frame::TransportInfo&,
-                     const std::vector<mmservice::MMServiceReq_t>&) override {
-        return 0;
-    }
-    int addClient(boost::shared_ptr<mmservice::ClientInterface>) override { return 0; }
-    int removeClient(boost::shared_ptr<mmservice::ClientInterface>) override { return 0; }
-};
-using MmService = Registered<mmservice::ServiceInterface, AnyMmService>;
-
-// The adapters that start live as long as the process, whose manager keeps their client objects' addresses.
-tvservice::ModelTvServiceAdapter& attachedAdapter() {
-    static auto* const all = new std::vector<tvservice::ModelTvServiceAdapter*>;
-    all->push_back(new tvservice::ModelTvServiceAdapter);
-    all->back()->attachProcess(*frame::Process::getInstance());
-    return *all->back();
-}
+using TvService = support::RegisteredTvService;
+using MmService = support::RegisteredMmService;
 
 template <class Member> std::unique_ptr<Member> attached() {
     auto member = std::make_unique<Member>();
@@ -204,10 +174,9 @@ Lines mmProxyAtWork() {
 
 // An adapter's life when another one has installed the debug command.
 Lines adapterLife(bool withServices) {
-    support::FakeShell::get();
     const host::LogCapture unseen;
-    attachedAdapter().start();
-    auto& adapter = attachedAdapter();
+    support::newAdapter().start();
+    auto& adapter = support::newAdapter();
     const auto live = [&] {
         return linesOf([&] {
             adapter.setupDone();
@@ -230,8 +199,7 @@ Lines adapterLife(bool withServices) {
 Lines adapterForwarding() {
     TvService tv;
     MmService mm;
-    support::FakeShell::get();
-    auto& adapter = attachedAdapter();
+    auto& adapter = support::newAdapter();
     adapter.start();
     return linesOf([&] {
         useRegistry<tvservice::ModelTvServiceAdapter, TvClient>(adapter);
