@@ -131,10 +131,9 @@ TEST_F(EverySender, HasTheseBytesOnTheWireWhereThereIsLittleToSend) {
 }
 
 TEST_F(EverySender, SendsNothingAndKeepsNothingWhenMemoryRunsOut) {
-    const auto usage = host::flatHeapUsage();
-    if (usage.limit == 0) GTEST_SKIP() << "flat blocks come from malloc";
-    const auto room =
-        std::unique_ptr<void, decltype(&vdlFlatFree)>(vdlFlatAlloc(usage.limit - (24U << 20)), vdlFlatFree);
+    const auto limit = static_cast<std::size_t>(host::flatHeapUsage().limit);
+    if (limit == 0) GTEST_SKIP() << "flat blocks come from malloc";
+    const auto room = std::unique_ptr<void, decltype(&vdlFlatFree)>(vdlFlatAlloc(limit - (24U << 20)), vdlFlatFree);
     const auto before = host::flatHeapUsage().blocks;
     EXPECT_THROW(send<messages::TvServiceSendKeyReq>({std::string(32U << 20, 'x')}), std::bad_alloc);
     EXPECT_THAT(module.sent, IsEmpty());
