@@ -59,45 +59,7 @@ protected:
     }
 };
 
-TEST_F(FlatHeap, GivesDistinctAlignedBlocksBelowFourGibibytesForEverySize) {
-    std::vector<std::pair<unsigned char*, std::size_t>> blocks;
-    for (std::size_t size = 0; size < 200 * kibibyte; size += size < 300 ? 1 : size / 7) {
-        auto* block = static_cast<unsigned char*>(vdlFlatAlloc(size));
-        EXPECT_EQ(address(block) % 8, 0U) << size;
-        EXPECT_LT(address(block) + size, std::uint64_t{1} << 32) << size;
-        std::memset(block, static_cast<int>(blocks.size() % 251), size);
-        blocks.emplace_back(block, size);
-    }
-    for (std::size_t i = 0; i < blocks.size(); ++i) {
-        const auto [block, size] = blocks[i];
-        EXPECT_TRUE(std::all_of(block, block + size, [i](unsigned char byte) { return byte == i % 251; })) << size;
-        vdlFlatFree(block);
-    }
-}
-
-TEST_F(FlatHeap, GivesAByteWhenAskedForNone) {
-    auto* block = static_cast<char*>(vdlFlatAlloc(0));
-    ASSERT_NE(block, nullptr);
-    *block = 'x';
-    vdlFlatFree(block);
-}
-
-TEST_F(FlatHeap, TakesNullBackWithoutHarm) { vdlFlatFree(nullptr); }
-
-TEST_F(FlatHeap, CountsBlocksAndTheBytesAskedFor) {
-    const auto before = host::flatHeapUsage();
-    void* small = vdlFlatAlloc(10);
-    void* large = vdlFlatAlloc(mebibyte + 1);
-    const auto between = host::flatHeapUsage();
-    EXPECT_EQ(between.blocks - before.blocks, 2U);
-    if (limit() > 0)
-        EXPECT_EQ(between.bytes - before.bytes, mebibyte + 11);
-    else
-        EXPECT_GE(between.bytes - before.bytes, mebibyte + 11) << "malloc gives a little more than it is asked for";
-    EXPECT_EQ(between.limit, before.limit);
-    vdlFlatFree(small);
-    vdlFlatFree(large);
-}
+// Before all others, while no thread's free blocks lie between large ones.
 
 TEST_F(FlatRegion, UsesMemoryAgainThatWasFreed) {
     for (const std::size_t size : {std::size_t{24}, std::size_t{1000}, 64 * kibibyte, 3 * mebibyte}) {
@@ -139,6 +101,56 @@ TEST_F(FlatRegion, GivesThePagesOfALargeBlockBackToTheSystem) {
     vdlFlatFree(again);
 }
 
+TEST_F(FlatRegion, GetsTheBlocksOfEndedThreadsBack) {
+    std::thread([] {
+        auto blocks = exhaust(4 * kibibyte);
+        freeAll(blocks);
+    }).join();
+    vdlFlatFree(vdlFlatAlloc(limit() - mebibyte));
+}
+
+// ---- with and without a region ----
+
+TEST_F(FlatHeap, GivesDistinctAlignedBlocksBelowFourGibibytesForEverySize) {
+    std::vector<std::pair<unsigned char*, std::size_t>> blocks;
+    for (std::size_t size = 0; size < 200 * kibibyte; size += size < 300 ? 1 : size / 7) {
+        auto* block = static_cast<unsigned char*>(vdlFlatAlloc(size));
+        EXPECT_EQ(address(block) % 8, 0U) << size;
+        EXPECT_LT(address(block) + size, std::uint64_t{1} << 32) << size;
+        std::memset(block, static_cast<int>(blocks.size() % 251), size);
+        blocks.emplace_back(block, size);
+    }
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        const auto [block, size] = blocks[i];
+        EXPECT_TRUE(std::all_of(block, block + size, [i](unsigned char byte) { return byte == i % 251; })) << size;
+        vdlFlatFree(block);
+    }
+}
+
+TEST_F(FlatHeap, GivesAByteWhenAskedForNone) {
+    auto* block = static_cast<char*>(vdlFlatAlloc(0));
+    ASSERT_NE(block, nullptr);
+    *block = 'x';
+    vdlFlatFree(block);
+}
+
+TEST_F(FlatHeap, TakesNullBackWithoutHarm) { vdlFlatFree(nullptr); }
+
+TEST_F(FlatHeap, CountsBlocksAndTheBytesAskedFor) {
+    const auto before = host::flatHeapUsage();
+    void* small = vdlFlatAlloc(10);
+    void* large = vdlFlatAlloc(mebibyte + 1);
+    const auto between = host::flatHeapUsage();
+    EXPECT_EQ(between.blocks - before.blocks, 2U);
+    if (limit() > 0)
+        EXPECT_EQ(between.bytes - before.bytes, mebibyte + 11);
+    else
+        EXPECT_GE(between.bytes - before.bytes, mebibyte + 11) << "malloc gives a little more than it is asked for";
+    EXPECT_EQ(between.limit, before.limit);
+    vdlFlatFree(small);
+    vdlFlatFree(large);
+}
+
 TEST_F(FlatHeap, TakesBlocksBackFromOtherThreads) {
     std::vector<void*> blocks(20000);
     std::thread([&] {
@@ -146,14 +158,6 @@ TEST_F(FlatHeap, TakesBlocksBackFromOtherThreads) {
     }).join();
     EXPECT_GE(host::flatHeapUsage().blocks, blocks.size());
     std::thread([&] { freeAll(blocks); }).join();
-}
-
-TEST_F(FlatRegion, GetsTheBlocksOfEndedThreadsBack) {
-    std::thread([] {
-        auto blocks = exhaust(4 * kibibyte);
-        freeAll(blocks);
-    }).join();
-    vdlFlatFree(vdlFlatAlloc(limit() - mebibyte));
 }
 
 struct FreedAtThreadEnd {
