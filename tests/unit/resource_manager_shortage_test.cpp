@@ -122,15 +122,19 @@ TEST_F(ManagerWithoutMemory, SendsToTheOneServiceWhatItCouldNotSendToTheOther) {
 }
 
 TEST_F(ManagerWithoutMemory, DropsAnOverdueBundleAlsoWhenItCannotBeRecorded) {
-    for (long allocations = 0; allocations < 20; ++allocations) {
-        manager.ask({request(0, 0, channel)});
-        manager.work();
-        SimulatedTime::get().now += 6s;
-        support::allocationsLeft = allocations;
-        EXPECT_NO_THROW(manager.supervise());
-        support::allocationsLeft = -1;
-        EXPECT_THAT(manager.queue(), IsEmpty());
+    for (const char* levels : {"trace", "off"}) {
+        vdlDebugSetLevels(levels);
+        for (long allocations = 0; allocations < 20; ++allocations) {
+            manager.ask({request(0, 0, channel)});
+            manager.work();
+            SimulatedTime::get().now += 6s;
+            support::allocationsLeft = allocations;
+            EXPECT_NO_THROW(manager.supervise());
+            support::allocationsLeft = -1;
+            EXPECT_THAT(manager.queue(), IsEmpty());
+        }
     }
+    vdlDebugSetLevels("warning");
 }
 
 } // namespace
