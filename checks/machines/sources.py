@@ -1,5 +1,6 @@
-"""The source of the one library that is neither made of headers nor installed as source, without touching this machine's
-own package lists: SQLiteCpp, which has SQLite in it."""
+"""The source of the one library that is neither headers nor installed as source: SQLiteCpp, which has SQLite in it.
+
+This machine's own package lists stay as they are."""
 import pathlib
 import platform
 import subprocess
