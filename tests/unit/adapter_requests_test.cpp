@@ -178,6 +178,7 @@ TEST_F(EveryRequest, LogsOneLineExceptForThreeThatLogNone) {
                 EXPECT_THAT(textsOf(log), IsEmpty());
             } else {
                 EXPECT_THAT(textsOf(log), ElementsAre("tvservice-adapter.cpp:" + method + "(): Called."));
+                EXPECT_EQ(log.lines()[0].levelWord, genrpc::AdapterLog * 65536U + vdlDebugTrace);
                 ++logged;
             }
         }

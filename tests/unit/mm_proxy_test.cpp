@@ -75,6 +75,8 @@ TEST_F(MmProxy, SetsItsServiceAndBufferWhenMade) {
     const Proxy made;
     EXPECT_EQ(made.getServiceName(), "mmservice");
     EXPECT_EQ(made.getSendBufferSize(), 16384U);
+    EXPECT_EQ(made.getMessageSet().messages, mmservice::messageSet().messages);
+    EXPECT_EQ(made.getMessageSet().count, mmservice::messageSet().count);
     EXPECT_THAT(textsOf(log),
                 ElementsAre("app-mmservice-proxy-main.cpp:Proxy(): Called.",
                             "app-mmservice-proxy-main.cpp:Proxy(): the buffer size for mmservice is 16384."));

@@ -193,6 +193,7 @@ TEST_F(PathSwitch, LogsAndPrintsItsArgument) {
     const host::LogCapture log{{genrpc::RegistrarLog}};
     EXPECT_EQ(run("something"), "something");
     EXPECT_THAT(textsOf(log), ElementsAre("ovshell.cpp:pathswitch(): Called "));
+    EXPECT_EQ(log.lines()[0].levelWord, genrpc::RegistrarLog * 65536U + vdlDebugTrace);
 }
 
 TEST_F(PathSwitch, ToHdmiShowsTheInputOnFiveTerminals) {

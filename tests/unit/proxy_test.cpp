@@ -65,6 +65,8 @@ TEST_F(TvProxy, SetsItsServiceAndBufferWhenMade) {
     tvservice::Proxy made;
     EXPECT_EQ(made.getServiceName(), "tvservice");
     EXPECT_EQ(made.getSendBufferSize(), 16384U);
+    EXPECT_EQ(made.getMessageSet().messages, tvservice::messageSet().messages);
+    EXPECT_EQ(made.getMessageSet().count, tvservice::messageSet().count);
     EXPECT_THAT(textsOf(log),
                 ElementsAre("app-tvservice-proxy-main.cpp:Proxy(): Called.",
                             "app-tvservice-proxy-main.cpp:Proxy(): the buffer size for tvservice is 16384."));

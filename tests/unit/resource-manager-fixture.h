@@ -157,6 +157,7 @@ public:
     }
 
     using ResManager::createReqID;
+    using ResManager::reqIdLock;
     using ResManager::reqIdSeq;
     using ResManager::reqQueue;
 

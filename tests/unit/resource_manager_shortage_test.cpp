@@ -80,6 +80,16 @@ TEST_F(ManagerWithoutMemory, TakesARequestWholeOrNotAtAll) {
     EXPECT_FALSE(wasBelievedToPlay(3));
 }
 
+TEST_F(ManagerWithoutMemory, QueuesNoRequestWhoseTerminalsItCannotRemember) {
+    vdlDebugSetLevels("off");
+    std::vector<TvServiceReq_t> requests;
+    for (int id = 0; id < 100; ++id) requests.push_back(request(6, id, "http://x")); // more than are known so far
+    failAtEveryAllocation([&] { EXPECT_EQ(manager.ask(requests), 0); },
+                          [&] { EXPECT_THAT(manager.reqQueue, IsEmpty()); });
+    EXPECT_EQ(manager.reqQueue.size(), 1U);
+    vdlDebugSetLevels("warning");
+}
+
 TEST_F(ManagerWithoutMemory, KeepsTheAnswersThatItHasAndTakesTheOneItCouldNotTakeTheNextTime) {
     manager.ask({request(1, 0, film, "id"), request(2, 0, channel, "id")});
     manager.work();
@@ -114,6 +124,9 @@ TEST_F(ManagerWithoutMemory, SendsToTheOneServiceWhatItCouldNotSendToTheOther) {
         EXPECT_NO_THROW(manager.work());
         EXPECT_EQ(manager.sent.size(), 1U);
         EXPECT_EQ(manager.queue().size(), 1U) << "it waits for answers like any other";
+        EXPECT_THAT(show(log.lines()),
+                    testing::Contains("1000 resource-manager.cpp:ResMTask(): reqid " +
+                                      *manager.reqQueue.front()->pReqId + " not sent: std::bad_alloc"));
         manager.mmFails = manager.tvFails = false;
         SimulatedTime::get().now += 6s;
         manager.work();

@@ -304,8 +304,9 @@ TEST_F(ResManagerTest, AbandonsABundleThatEndsAfterItsStop) {
     manager.ask({request(1, 0, stopUri)});
     manager.reqQueue.front()->resOps[1].endAfterStop = true;
     manager.work();
+    manager.ask({request(2, 0, "dvb://1")});
     EXPECT_EQ(manager.answer(ResponseTV, {info(1, 0, "1")}), -1);
-    EXPECT_THAT(manager.queue(), IsEmpty());
+    EXPECT_THAT(manager.queue(), ElementsAre("2: SendingStart/ResponseNO WaitingStart/ResponseTV"));
     EXPECT_THAT(manager.reports, IsEmpty());
     EXPECT_THAT(linesWith("abandon"),
                 ElementsAre("WaitingStop req_id 1,ResOperation::WaitingStop,ResResponse::ResponseTV "

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <future>
 #include <map>
 #include <mutex>
 #include <set>
@@ -51,6 +52,24 @@ TEST_F(ConcurrentIntake, QueuesEveryBundleOnceUnderAnIdOfItsOwnAndInEachClientsO
         EXPECT_EQ(start.uri, "dvb://" + std::to_string(expected++));
     }
     for (int number = 1; number <= clients * asked; ++number) EXPECT_EQ(ids.count(std::to_string(number)), 1U);
+}
+
+TEST_F(ConcurrentIntake, MakesNoIdWhileAnotherIsMade) {
+    log.reset();
+    while (manager.reqIdLock.test_and_set()) {
+    }
+    std::promise<std::string> made;
+    std::thread asking([&] {
+        std::string id;
+        manager.createReqID({request(1, 0, "dvb://1")}, id);
+        made.set_value(id);
+    });
+    auto id = made.get_future();
+    EXPECT_EQ(id.wait_for(50ms), std::future_status::timeout);
+    manager.reqIdSeq = 70;
+    manager.reqIdLock.clear();
+    EXPECT_EQ(id.get(), "70");
+    asking.join();
 }
 
 TEST_F(ConcurrentIntake, QueuesBundlesInTheOrderOfTheBeliefsTheyRestOn) {

@@ -139,6 +139,20 @@ TEST_F(SilentModules, RefuseAnswersTooEarlyOrToABundleThatEndsAfterItsStop) {
     EXPECT_EQ(manager.answer(ResponseTV, {info(1, 0, "2")}), 0);
 }
 
+TEST(ModuleNames, SetTheLevelsOfTheModules) {
+    genrpc::nameLogModules();
+    const std::vector<std::pair<std::string, genrpc::LogModule>> modules{{"adapter", genrpc::AdapterLog},
+                                                                         {"resource-manager", genrpc::ManagerLog},
+                                                                         {"registrar", genrpc::RegistrarLog},
+                                                                         {"tv-proxy", genrpc::TvProxyLog},
+                                                                         {"mm-proxy", genrpc::MmProxyLog}};
+    for (const auto& [name, module] : modules) {
+        EXPECT_EQ(vdlDebugSetLevels(name + "=4321"), "");
+        EXPECT_EQ(vdlDebugLevels[module % vdlDebugModules], 4321) << name;
+    }
+    vdlDebugSetLevels("warning");
+}
+
 TEST(SilentModulesDeathTest, EndTheProcessForMixedIds) {
     EXPECT_EXIT(
         {

@@ -1,0 +1,159 @@
+// The making of flat forms from below: bytes, arrays, regions, and what happens when flat memory runs out.
+#include "support/samples.h"
+#include "support/tv-messages.h"
+
+#include <genrpc/flatten.h>
+#include <host/marshaller.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <new>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using namespace tvservice;
+
+TEST(CopyBytes, CopiesEveryLengthAndNothingBesides) {
+    for (std::size_t length = 0; length <= 40; ++length) {
+        std::string from;
+        for (std::size_t i = 0; i < length; ++i) from += static_cast<char>('A' + i);
+        std::string to(length + 16, '-');
+        genrpc::copyBytes(to.data() + 8, from.data(), length);
+        EXPECT_EQ(to, std::string(8, '-') + from + std::string(8, '-')) << length << " bytes";
+    }
+}
+
+// Hands out no memory, and says how much was wanted.
+struct WantedBlocks {
+    std::size_t wanted = 0;
+    char* allocate(std::size_t bytes) {
+        wanted = bytes;
+        return nullptr;
+    }
+};
+
+TEST(NewArray, RefusesWhatDoesNotFitIntoFlatMemory) {
+    constexpr std::size_t most = UINT32_MAX / sizeof(vdlDeserString_t);
+    WantedBlocks blocks;
+    genrpc::newArray<vdlDeserString_t>(most, blocks);
+    EXPECT_EQ(blocks.wanted, most * sizeof(vdlDeserString_t));
+    EXPECT_THROW((void)genrpc::newArray<vdlDeserString_t>(most + 1, blocks), std::bad_alloc);
+    EXPECT_THROW((void)genrpc::newArray<vdlDeserString_t>(SIZE_MAX, blocks), std::bad_alloc);
+    EXPECT_EQ(blocks.wanted, most * sizeof(vdlDeserString_t)) << "asked for in vain";
+}
+
+TEST(NewArray, IsZeroOnTheHeapAsItMayBeReleasedHalfFilled) {
+    genrpc::HeapBlocks blocks;
+    constexpr std::size_t count = 50;
+    void* const before = vdlFlatAlloc(count * sizeof(vdlDeserString_t)); // which the array may get
+    std::fill_n(static_cast<char*>(before), count * sizeof(vdlDeserString_t), '\xAA');
+    vdlFlatFree(before);
+    auto* const array = genrpc::newArray<vdlDeserString_t>(count, blocks);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(array), count * sizeof *array),
+              std::string(count * sizeof *array, '\0'));
+    vdlFlatFree(array);
+}
+
+TEST(FlatForm, HoldsNoListAfterItsRelease) {
+    support::forEach(support::StreamRecords{}, []<class Record>() {
+        typename Record::Flat form(support::Samples().next<Record>());
+        genrpc::release(form);
+        genrpc::eachFlatField(form, []<class T>(const auto& field, const T& flat) {
+            if constexpr (requires { flat.count; }) {
+                EXPECT_EQ(flat.count, 0U) << field.name;
+                EXPECT_EQ(flat.data.get(), nullptr) << field.name;
+            }
+        });
+    });
+    _TvServiceReq_t_struct form(support::Samples().next<TvServiceReq_t>());
+    genrpc::release(form);
+    EXPECT_EQ(form.strParamList.count, 0U);
+    EXPECT_EQ(form.strParamList.data.get(), nullptr);
+    EXPECT_EQ(form.uri.length, 0U);
+    EXPECT_EQ(form.uri.data.get(), nullptr);
+}
+
+template <class Record> void expectAssigned() {
+    const auto record = support::Samples().next<Record>();
+    typename Record::Flat form(Record{});
+    const auto blocks = host::flatHeapUsage().blocks;
+    form = record;
+    EXPECT_TRUE(static_cast<Record>(form) == record);
+    EXPECT_GE(host::flatHeapUsage().blocks, blocks);
+    genrpc::release(form);
+}
+
+TEST(FlatForm, IsWhatWasAssignedToIt) {
+    const auto expect = []<class Record>() { expectAssigned<Record>(); };
+    support::forEach(support::CoreRecords{}, expect);
+    support::forEach(support::StreamRecords{}, expect);
+    support::forEach(support::StatusRecords{}, expect);
+}
+
+TEST(FlatForm, GivesEverythingBackWhenFlatMemoryRunsOutWhileItIsMade) {
+    if (host::flatHeapUsage().limit == 0) GTEST_SKIP() << "flat blocks come from malloc";
+    std::vector<void*> taken;
+    for (std::size_t size = std::size_t{1} << 20; size >= 16; size /= 2) {
+        try {
+            for (;;) taken.push_back(vdlFlatAlloc(size));
+        } catch (const std::bad_alloc&) {
+        }
+    }
+    // Room for a part of the form, more every time: in the end for all of it.
+    const auto sample = support::Samples().next<TvServiceAudioInfo_t>();
+    bool made = false;
+    while (!made && !taken.empty()) {
+        const auto before = host::flatHeapUsage().blocks;
+        try {
+            TvServiceAudioInfo_t::Flat form(sample);
+            made = true;
+            EXPECT_TRUE(static_cast<TvServiceAudioInfo_t>(form) == sample);
+            genrpc::release(form);
+        } catch (const std::bad_alloc&) {
+        }
+        EXPECT_EQ(host::flatHeapUsage().blocks, before);
+        vdlFlatFree(taken.back());
+        taken.pop_back();
+    }
+    EXPECT_TRUE(made);
+    for (void* block : taken) vdlFlatFree(block);
+}
+
+TEST(FlatRegion, GivesPlacesThatDoNotOverlapAndDoublesItsMemory) {
+    const auto before = host::flatHeapUsage().blocks;
+    genrpc::FlatRegion* region = genrpc::FlatRegion::create(1000);
+    std::vector<std::pair<char*, std::size_t>> places;
+    std::vector<std::uint64_t> blocks;
+    const auto take = [&](std::size_t bytes) {
+        places.emplace_back(region->allocate(bytes), bytes);
+        std::fill_n(places.back().first, bytes, static_cast<char>(places.size()));
+        blocks.push_back(host::flatHeapUsage().blocks - before);
+    };
+    for (int i = 0; i < 20; ++i) take(470);
+    take(20000); // more than twice the memory before
+    take(10);
+    const std::vector<std::uint64_t> expected{1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3, 4, 4, 4, 4, 4, 4, 5, 6};
+    EXPECT_EQ(blocks, expected);
+    for (std::size_t i = 0; i < places.size(); ++i)
+        EXPECT_EQ(std::string(places[i].first, places[i].second),
+                  std::string(places[i].second, static_cast<char>(i + 1)))
+            << i;
+    genrpc::FlatRegion::release(region);
+    EXPECT_EQ(host::flatHeapUsage().blocks, before);
+}
+
+TEST(FlatRegion, HasRoomForAMessageHoweverLittleIsAskedFor) {
+    const auto before = host::flatHeapUsage().blocks;
+    genrpc::FlatRegion* region = genrpc::FlatRegion::create(0);
+    region->allocate(256); // to its last byte
+    EXPECT_EQ(host::flatHeapUsage().blocks, before + 1);
+    region->allocate(1);
+    EXPECT_EQ(host::flatHeapUsage().blocks, before + 2);
+    genrpc::FlatRegion::release(region);
+}
+
+} // namespace
