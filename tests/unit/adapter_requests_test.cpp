@@ -191,6 +191,7 @@ TEST_F(EveryRequest, ToPlayGoesToTheResourceManager) {
     EXPECT_EQ(adapter.tvServiceReq(ids, transport, {}), 0);
     EXPECT_THAT(textsOf(log), ElementsAre("tvservice-adapter.cpp:tvServiceReq(): Called.",
                                           "resource-manager.cpp:tvServiceReq(): Called"));
+    EXPECT_EQ(log.lines()[0].levelWord, genrpc::AdapterLog * 65536U + vdlDebugTrace);
     EXPECT_THAT(service.calls, IsEmpty());
 }
 
