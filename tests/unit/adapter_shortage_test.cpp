@@ -11,6 +11,7 @@
 #include "support/tv-messages.h"
 #include "support/wire.h"
 
+#include <genrpc/json.h>
 #include <host/log-capture.h>
 #include <host/marshaller.h>
 #include <mmservice/messages.h>
@@ -155,6 +156,41 @@ TEST(MessageWithoutMemory, LeavesNothingBehindAndTheNextOneIsHeard) {
 TEST(MessageWithoutMemory, OfTheMmServiceLeavesNothingBehindAndTheNextOneIsHeard) {
     Receiving<mmservice::Proxy, CountingMmClient> receiving;
     receiving.expectHeardTheNextTime<mmservice::messages::MmServiceInfo>();
+}
+
+// ---- records ----
+
+// A record whose strings are too long to take no memory.
+template <class T> void lengthen(T& value) {
+    if constexpr (std::is_same_v<T, std::string>) {
+        value += std::string(40, 'x');
+    } else if constexpr (requires { value.begin(); }) {
+        for (auto& element : value) lengthen(element);
+    } else if constexpr (std::is_class_v<T>) {
+        std::apply([&](const auto&... field) { (lengthen(value.*field.plain), ...); }, T::Flat::fields());
+    }
+}
+
+TEST(RecordWithoutMemory, IsReadWholeOrNotAtAll) {
+    const auto expect = []<class Record>() {
+        auto record = support::Samples().next<Record>();
+        lengthen(record);
+        typename Record::Flat form(record);
+        const Held held;
+        failAtEveryAllocation([&] { EXPECT_TRUE(static_cast<Record>(form) == record); }, [&] { expectHeld(held); });
+        genrpc::release(form);
+    };
+    support::forEach(support::CoreRecords{}, expect);
+    support::forEach(support::StreamRecords{}, expect);
+    support::forEach(support::StatusRecords{}, expect);
+}
+
+TEST(JsonErrorWithoutMemory, LeavesNothingBehind) {
+    const std::string path(40, 'p'), problem(40, 'q');
+    for (const std::string& where : {std::string(), path}) {
+        const Held held;
+        failAtEveryAllocation([&] { const genrpc::JsonError error(where, problem); }, [&] { expectHeld(held); });
+    }
 }
 
 // ---- the entry ----

@@ -139,6 +139,20 @@ TEST_F(TvClientObject, GivesItsLockBackWhenAClientThrows) {
     EXPECT_EQ(object.removeClient(later), 0);
 }
 
+template <class Registry, class Client> void expectClientsGivenBack(const boost::shared_ptr<Client>& client) {
+    {
+        Registry registry;
+        EXPECT_EQ(registry.addClient(client), 0);
+        EXPECT_EQ(client.use_count(), 2);
+    }
+    EXPECT_EQ(client.use_count(), 1);
+}
+
+TEST(ClientObjects, GiveTheirClientsBackWhenTheyEnd) {
+    expectClientsGivenBack<TvServiceClient, ClientInterface>(boost::make_shared<ClientBase>());
+    expectClientsGivenBack<MmServiceClient, mmservice::ClientInterface>(boost::make_shared<MmServiceClient>());
+}
+
 TEST(MmClientObject, KeepsItsRegistryLikeTheOtherOne) {
     class MmClient : public mmservice::ClientInterface {
         int mmServiceInfo(frame::MsgIds&, const frame::TransportInfo&, const std::vector<MMServiceInfo_t>&) override {

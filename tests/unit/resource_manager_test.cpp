@@ -283,6 +283,23 @@ TEST_F(ResManagerTest, MarksATerminalForWhichANewerStartIsQueued) {
     EXPECT_THAT(linesWith("waiting for handling"), ElementsAre("Number of requests waiting for handling 2"));
 }
 
+TEST_F(ResManagerTest, TakesABundleWithoutListsForOneThatStartsNothing) {
+    const auto bare = std::make_shared<ResRequests_>(nullptr, nullptr, nullptr, nullptr, nullptr,
+                                                     std::make_shared<std::string>("bare"));
+    bare->resOps.push_back({false, WaitingStart, ResponseTV, SimulatedTime::get().now});
+    manager.ask({request(1, 0, stopUri)});
+    manager.reqQueue.push_back(bare);
+    manager.reqQueue.front()->resOps.erase(manager.reqQueue.front()->resOps.begin() + 2,
+                                           manager.reqQueue.front()->resOps.end());
+    manager.work();
+    manager.answer(ResponseMM, {info(1, 0, "1")});
+    manager.answer(ResponseTV, {info(1, 0, "1")});
+    EXPECT_THAT(manager.reports, ElementsAre("info 1:0=u/0#1")) << "no newer start of the terminal is queued";
+    SimulatedTime::get().now += 6s;
+    manager.work();
+    EXPECT_THAT(manager.queue(), IsEmpty());
+}
+
 TEST_F(ResManagerTest, AcceptsAStopAnswerWhateverItsResult) {
     manager.ask({request(1, 0, stopUri)});
     manager.work();
