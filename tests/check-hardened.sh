@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Looks whether libraries and programs are built so that a hole in them is hard to use: check-hardened.sh FILE...
+set -euo pipefail
+
+export LC_ALL=C
+status=0
+for file in "$@"; do
+    headers=$(readelf -hldW --dyn-syms "$file")
+    expect() { # PATTERN OTHERWISE
+        grep -qE "$1" <<<"$headers" && return
+        echo "$file $2" >&2
+        status=1
+    }
+    expect '^ +Type: +DYN' "cannot be placed anywhere in memory"
+    expect 'GNU_RELRO' "has jump tables that stay writable"
+    expect 'BIND_NOW|Flags:.*NOW' "resolves functions when they are first called"
+    expect '__stack_chk_fail' "has no canaries on its stack"
+    if [[ $file == *.so ]]; then # a program may have nothing to check
+        expect ' __[a-z]+_chk@' "does not check the sizes of what it copies"
+    fi
+    if grep -qE 'GNU_STACK.* RWE ' <<<"$headers"; then
+        echo "$file has an executable stack" >&2
+        status=1
+    fi
+done
+((status == 0)) && echo "$# files as they should be"
+exit "$status"
