@@ -329,6 +329,9 @@ class Source:
         text = self.text_of(cursor)
         if not re.match(r'[\d"tf]', text):
             return  # part of an operator that the compiler made of others
+        line = self.text[self.text.rfind("\n", 0, cursor.extent.start.offset) + 1:].lstrip()
+        if line.startswith("std::memcpy(&"):
+            return  # beyond a local variable: what becomes of that is nothing to rely on, noticed or not
         if cursor.kind == Kind.INTEGER_LITERAL:
             self.alternative(cursor, constant, "another constant", f"{text} + 1")
         elif cursor.kind == Kind.CXX_BOOL_LITERAL_EXPR:
