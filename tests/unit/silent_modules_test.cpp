@@ -153,13 +153,16 @@ TEST(ModuleNames, SetTheLevelsOfTheModules) {
     vdlDebugSetLevels("warning");
 }
 
+// The end itself may be told of by whoever runs the program.
+const auto tellsNothing = testing::Not(testing::ContainsRegex("(failure|warning|progress|trace): "));
+
 TEST(SilentModulesDeathTest, EndTheProcessForMixedIds) {
     EXPECT_EXIT(
         {
             vdlDebugSetLevels("off");
             Manager().ask({request(0, 0, "a", "one"), request(1, 0, "b", "two")});
         },
-        testing::KilledBySignal(SIGABRT), "^$");
+        testing::KilledBySignal(SIGABRT), tellsNothing);
 }
 
 TEST(SilentModulesDeathTest, EndTheProcessForWantOfAShell) {
@@ -168,7 +171,7 @@ TEST(SilentModulesDeathTest, EndTheProcessForWantOfAShell) {
             vdlDebugSetLevels("off");
             ovRegister registrar(nullptr);
         },
-        [](int status) { return status != 0; }, "^$");
+        [](int status) { return status != 0; }, tellsNothing);
 }
 
 } // namespace
