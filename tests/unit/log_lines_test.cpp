@@ -123,7 +123,7 @@ template <class Member> Lines lifeOnADetachedBase() {
 template <class Member> Lines setUpWithTheKeyTaken() {
     const auto first = attached<Member>(), second = attached<Member>();
     first->setupDone();
-    const auto lines = linesOf([&] { second->setupDone(); });
+    auto lines = linesOf([&] { second->setupDone(); });
     first->detachProcess();
     return lines;
 }
@@ -132,7 +132,7 @@ template <class Member> Lines setUpWithTheKeyTaken() {
 template <class Proxy, class Client> Lines work(void (*send)(Proxy&), void (*notify)(Proxy&)) {
     support::RecordingModule module;
     const auto proxy = attached<Proxy>();
-    const auto lines = linesOf([&] {
+    auto lines = linesOf([&] {
         proxy->setupDone();
         proxy->setOmqIOModule(&module);
         proxy->registerMessageHandlers();

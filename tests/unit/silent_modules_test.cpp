@@ -101,11 +101,11 @@ public:
     int ReqMM(frame::MsgIds& ids, const frame::TransportInfo& transport,
               const std::vector<TvServiceReq_t>& requests) override {
         if (outOfMemory) throw std::bad_alloc();
-        return ResManager::ReqMM(ids, transport, requests);
+        return ResManager::ReqMM(ids, transport, requests); // NOLINT(bugprone-parent-virtual-call): not the double's
     }
     int ReqTV(frame::MsgIds& ids, const frame::TransportInfo& transport,
               const std::vector<TvServiceReq_t>& requests) override {
-        return ResManager::ReqTV(ids, transport, requests);
+        return ResManager::ReqTV(ids, transport, requests); // NOLINT(bugprone-parent-virtual-call): not the double's
     }
     bool outOfMemory = false;
 };
