@@ -81,7 +81,7 @@ public:
             return std::find_if(lists_.begin(), lists_.end(), [](const auto& list) { return list[0].uri != stopUri; });
         };
         if (!changed_.wait_for(lock, std::chrono::seconds(10), [&] { return start() != lists_.end(); })) return {};
-        const auto found = *start();
+        auto found = *start();
         lists_.clear();
         return found;
     }
@@ -99,6 +99,7 @@ public:
                      const std::vector<TvServiceReq_t>& list) override {
         requests.add(list);
         std::vector<TvServiceInfo_t> infos;
+        infos.reserve(list.size());
         for (const auto& r : list) infos.push_back({r.terminal, 0, r.uri, r.uuid, "", r.reqId});
         return clients.front()->tvServiceInfo(ids, transport, infos);
     }
@@ -115,6 +116,7 @@ public:
                      const std::vector<mmservice::MMServiceReq_t>& list) override {
         requests.add(list);
         std::vector<mmservice::MMServiceInfo_t> infos;
+        infos.reserve(list.size());
         for (const auto& r : list) infos.push_back({r.terminal, 0, r.uri, r.uuid, "", r.reqId});
         return client_->mmServiceInfo(ids, transport, infos);
     }
