@@ -254,6 +254,11 @@ static_assert(!std::is_base_of_v<ServiceInterface, ModelTvServiceAdapter>);
 
 // ---- starting ----
 
+TEST(AdapterStart, LooksForTheServicesUnderTheKeysThatOthersRegisterThemWith) {
+    EXPECT_STREQ(ServiceInterface::interfaceKey, "orvel.lm.interfaces.tvservice");
+    EXPECT_STREQ(mmservice::ServiceInterface::interfaceKey, "orvel.lm.interfaces.mmservice");
+}
+
 TEST(AdapterStart, WithoutTheTvServiceMakesTheMmServicesClientOnly) {
     MmService mm;
     auto& adapter = newAdapter();
