@@ -4,13 +4,13 @@ set -euo pipefail
 
 export LC_ALL=C
 status=0
+expect() { # PATTERN OTHERWISE, of the loop's file
+    grep -qE "$1" <<<"$headers" && return
+    echo "$file $2" >&2
+    status=1
+}
 for file in "$@"; do
     headers=$(readelf -hldW --dyn-syms "$file")
-    expect() { # PATTERN OTHERWISE
-        grep -qE "$1" <<<"$headers" && return
-        echo "$file $2" >&2
-        status=1
-    }
     expect '^ +Type: +DYN' "cannot be placed anywhere in memory"
     expect 'GNU_RELRO' "has jump tables that stay writable"
     expect 'BIND_NOW|Flags:.*NOW' "resolves functions when they are first called"

@@ -1,6 +1,7 @@
 """Mutants in macros and in constants, which the syntax tree does not offer: (file, text, what becomes of it).
 
 In the latter {on} stands for the choice. A text is in its file just once."""
+from mutant import replaced
 
 _ADAPTER = "tvservice-adapter/src/"
 _GENRPC = "frame-genrpc/genrpc/include/genrpc/"
@@ -89,8 +90,6 @@ def apply(name, text, number):
     for file, old, new in PLACES:
         if file != name:
             continue
-        if text.count(old) != 1:
-            raise SystemExit(f"places.py: its text is {text.count(old)} times in {file}, not once:\n{old}")
+        text = replaced(file, text, old, new.replace("{on}", f"::mutation::on({number + len(made)})"))
         made.append((old, new.replace("{on}", "it")))
-        text = text.replace(old, new.replace("{on}", f"::mutation::on({number + len(made) - 1})"))
     return made, text

@@ -8,6 +8,7 @@ import re
 import sys
 
 from macro_text import arguments_of
+from mutant import Mutant
 
 sys.path.append("/usr/lib/python3/dist-packages")
 from clang import cindex  # pylint: disable=wrong-import-position
@@ -24,23 +25,6 @@ OTHER_OPERATORS = {"<": ("<=", ">="), "<=": ("<", ">"), ">": (">=", "<="), ">=":
 COMPARISONS = {"<", "<=", ">", ">=", "==", "!=", "&&", "||"}
 OTHER_CALLS = {"front": "back", "back": "front", "pop_front": "pop_back", "all_of": "any_of", "any_of": "all_of",
                "max": "min"}
-
-
-@dataclasses.dataclass
-class Mutant:
-    number: int
-    file: str
-    line: int
-    text: str  # of the line
-    operator: str
-    change: str
-
-    @property
-    def name(self):
-        return f"{self.file}: {self.operator}: {self.change}"
-
-    def __str__(self):
-        return f"{self.file}:{self.line}: {self.operator}: {self.change}"
 
 
 @dataclasses.dataclass

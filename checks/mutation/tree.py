@@ -4,6 +4,7 @@ import subprocess
 
 import places
 import points
+from mutant import mutant_at
 
 GENRPC = "frame-genrpc/genrpc/include/genrpc/"
 ADAPTER = "tvservice-adapter/src/tvservice-adapter.cpp"
@@ -55,9 +56,8 @@ def make(root, copy):
         original = (root / name).read_text(encoding="utf-8")
         made, text = places.apply(name, rewritten.get(name, original), len(mutants))
         for old, new in made:
-            line = original.count("\n", 0, original.index(old)) + 1
-            mutants.append(points.Mutant(len(mutants), name, line, original.split("\n")[line - 1].strip(),
-                                         "by hand", f"{new} for {old}".replace("\\\n", " ")))
+            mutants.append(mutant_at(len(mutants), name, original, old, "by hand",
+                                            f"{new} for {old}".replace("\\\n", " ")))
         rewritten[name] = text
     for name in files(root):
         write(copy / name, rewritten[name].encode() if name in rewritten else (root / name).read_bytes())
