@@ -14,10 +14,13 @@ from mutant import mutant_at, replaced
 _GENRPC = "frame-genrpc/genrpc/include/genrpc/"
 _TV = "frame-genrpc/app-tvservice-proxy/include/tvservice/"
 _MM = "frame-genrpc/app-mmservice-proxy/include/mmservice/"
-# The headers with lists, and the test that looks at what they list.
+# The headers with lists of fields, and the test that looks at what they list.
 LISTS = {_TV + "core-records.h": "records_test", _MM + "records.h": "records_test",
          _TV + "stream-records.h": "stream_records_test", _TV + "status-records.h": "status_records_test"}
 TABLES = ["core-records", "stream-records", "status-records", "records", "messages"]
+# The test that looks at what comes of each header.
+TESTS = {**LISTS, _GENRPC + "table.h": "stream_records_test", _GENRPC + "message.h": "golden_messages_test",
+         _TV + "message-list.h": "records_test", _MM + "message-list.h": "records_test"}
 FIELDS_OF_A_LIST = 4  # that each operator is tried on
 SEED = 1
 BY_HAND = [
@@ -88,7 +91,7 @@ class Compiler:
         self.made = made
         self.folder = folder
         self.commands = {}
-        for test in sorted(set(LISTS.values())):
+        for test in sorted(set(TESTS.values())):
             lines = subprocess.run(["ninja", "-t", "commands", test], cwd=made, stdout=subprocess.PIPE, text=True,
                                    check=True).stdout.splitlines()
             wanted = [line for line in lines if re.search(rf" -c \S+/({'|'.join([test, *TABLES])})\.cpp$", line)]
@@ -96,7 +99,7 @@ class Compiler:
             self.commands[test] = wanted, link
 
     def killer(self, mutant, text):
-        test = LISTS.get(mutant.file, "records_test")
+        test = TESTS[mutant.file]
         place = self.folder / str(mutant.number)
         header = place / "include" / pathlib.Path(mutant.file).parent.name / pathlib.Path(mutant.file).name
         header.parent.mkdir(parents=True, exist_ok=True)

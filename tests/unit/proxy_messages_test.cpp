@@ -8,6 +8,7 @@
 #include "support/wire.h"
 
 #include <genrpc/log.h>
+#include <tvservice/client-base.h>
 
 #include <boost/make_shared.hpp>
 #include <cstring>
@@ -304,6 +305,14 @@ TEST_F(EveryHandler, ReadsTheDownloadStatusTextByItsLength) {
     EXPECT_EQ(heard(), R"({"status":7,"text":""})") << "length 0";
     body.text = {4, block.get()};
     EXPECT_EQ(heard(), R"({"status":7,"text":"down"})");
+}
+
+TEST(AClientThatHearsNothing, AnswersZeroToEveryNotification) {
+    ClientBase client;
+    frame::MsgIds ids;
+    support::forEach(support::TvNotifications{}, [&]<class Message>() {
+        EXPECT_EQ((support::call<Message, ClientInterface>(client, ids, {}, sampleOf<Message>())), 0);
+    });
 }
 
 } // namespace

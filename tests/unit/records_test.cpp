@@ -268,14 +268,16 @@ TEST(Messages, HaveTheseIdsAndBodies) {
 }
 
 TEST(Messages, AreMatchedByTheirDirection) {
-    support::forEach(support::AllMessages{}, []<class Message>() {
-        const auto id = Message::meta.messageId;
-        if (Message::direction == genrpc::Direction::Request) {
-            EXPECT_EQ(Message::meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7773, id, 0}));
-        } else {
-            EXPECT_EQ(Message::meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7774, id, 1}));
-        }
-    });
+    const auto expectRequest = []<class Message>() {
+        EXPECT_EQ(Message::meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7773, Message::meta.messageId, 0}));
+    };
+    const auto expectNotification = []<class Message>() {
+        EXPECT_EQ(Message::meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7774, Message::meta.messageId, 1}));
+    };
+    support::forEach(support::TvRequests{}, expectRequest);
+    support::forEach(support::TvNotifications{}, expectNotification);
+    expectRequest.operator()<mmservice::messages::MmServiceReq>();
+    expectNotification.operator()<mmservice::messages::MmServiceInfo>();
 }
 
 TEST(Messages, ComeBackFromTheWireAsTheyWereInEitherByteOrder) {

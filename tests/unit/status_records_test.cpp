@@ -82,6 +82,18 @@ TEST(StatusRecords, HaveTablesThatListEveryField) {
 
 // ---- conversions ----
 
+TEST(StatusForm, IsZeroWhereverItIsMade) {
+    support::forEach(support::TypeList<ServiceStatusInfo_t, TvServiceStatusInfo_t>{}, []<class Record>() {
+        using Form = typename Record::Flat;
+        unsigned char memory[sizeof(Form)];
+        std::memset(memory, 0xAA, sizeof memory);
+        asm volatile("" : : "r"(memory) : "memory"); // what the memory held before is looked at on purpose
+        new (memory) Form;
+        asm volatile("" : : "r"(memory) : "memory");
+        EXPECT_EQ(std::string(reinterpret_cast<char*>(memory), sizeof memory), std::string(sizeof memory, '\0'));
+    });
+}
+
 template <class T> T at(const void* form, std::size_t offset) {
     T value;
     std::memcpy(&value, static_cast<const char*>(form) + offset, sizeof value);
