@@ -14,6 +14,9 @@
 #include <vector>
 
 namespace appovshell {
+
+using host::io::FileDescriptor;
+
 namespace {
 
 // How long connecting clients wait when the process has no descriptor for them.

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "command-table.h"
-#include "file-descriptor.h"
+#include "io/file-descriptor.h"
 #include "io/socket-lock.h"
 
 #include <atomic>
@@ -36,7 +36,7 @@ public:
 
 private:
     struct Client {
-        FileDescriptor socket;
+        host::io::FileDescriptor socket;
         std::string input;   // the beginning of a request
         std::string unsent;  // answers
         bool ending = false; // hears no more: it is dropped when it has its answers
@@ -45,7 +45,7 @@ private:
 
     void serve();
     void accept();
-    void admit(FileDescriptor socket);
+    void admit(host::io::FileDescriptor socket);
     void receive(Client& client);
     void runRequests(Client& client);
     void send(Client& client, const std::string& text);
@@ -54,7 +54,7 @@ private:
     std::string path_;
     uid_t user_ = 0;
     std::unique_ptr<host::io::SocketLock> lock_; // of the path, while the shell is open
-    FileDescriptor listener_, wake_;
+    host::io::FileDescriptor listener_, wake_;
     std::atomic<bool> stopping_ = false;
     bool acceptPaused_ = false; // the process is out of descriptors
     std::list<Client> clients_;

@@ -8,6 +8,9 @@
 #include <system_error>
 
 namespace appovshell {
+
+using host::io::FileDescriptor;
+
 namespace {
 
 [[noreturn]] void fail(int error, const std::string& path) {

@@ -1,7 +1,7 @@
 // The socket on which a shell listens.
 #pragma once
 
-#include "file-descriptor.h"
+#include "io/file-descriptor.h"
 
 #include <string>
 #include <sys/un.h>
@@ -14,6 +14,6 @@ sockaddr_un addressOf(const std::string& path);
 // Listens at path, for this user only (mode 0600); the caller has locked it. A socket file that nobody serves any more
 // is replaced. Throws std::system_error, naming the path: EADDRINUSE when a process serves it, EEXIST when it is no
 // socket.
-FileDescriptor listenAt(const std::string& path);
+host::io::FileDescriptor listenAt(const std::string& path);
 
 } // namespace appovshell

@@ -4,7 +4,7 @@
 #include <unistd.h>
 #include <utility>
 
-namespace appovshell {
+namespace host::io {
 
 class FileDescriptor {
 public:
@@ -26,4 +26,4 @@ private:
     int number_;
 };
 
-} // namespace appovshell
+} // namespace host::io
