@@ -1,6 +1,9 @@
 // A service that many clients want at once.
 #include "support/queue-fixture.h"
 
+#include <host/log-capture.h>
+
+#include <cstdio>
 #include <filesystem>
 #include <iterator>
 #include <memory>
@@ -45,6 +48,55 @@ TEST_F(MessageQueue, ServesItsFirstClientsBeforeItHasAcceptedTheLast) {
     EXPECT_TRUE(eventually([&] { return first.taken == crowd; }));
     EXPECT_LT(first.descriptors - before, static_cast<long>(crowd / 3));
     server.reset(); // before what its handler looks at
+}
+
+// Else a crowd that keeps silent would have all descriptors, and every client after it would wait for the patience that
+// each of them is shown.
+TEST_F(MessageQueue, LetsTheOldestOfManySilentClientsMakeWay) {
+    const host::LogCapture log({0x0202});
+    startServer();
+    std::vector<std::unique_ptr<RawPeer>> silent;
+    for (int i = 0; i < 200; ++i) silent.push_back(std::make_unique<RawPeer>(path));
+    EXPECT_TRUE(log.waitFor("turned away: peer sent no hello while 64 others came", 10s));
+    EXPECT_TRUE(silent.front()->turnedAway());
+    startClient();
+    EXPECT_TRUE(honestClientServed());
+    EXPECT_TRUE(eventually([&] { return atServer().refused == silent.size(); })); // the last ones when their time is up
+    EXPECT_TRUE(atClient().connected);
+}
+
+TEST_F(MessageQueue, LetsNoClientMakeWayThatHasSaidItsHello) {
+    startServer();
+    const std::string hello = honestHello();
+    std::vector<std::unique_ptr<RawPeer>> peers;
+    for (int i = 0; i < 200; ++i) {
+        peers.push_back(std::make_unique<RawPeer>(path));
+        peers.back()->say(hello);
+        EXPECT_EQ(peers.back()->hear(helloSize), hello);
+    }
+    EXPECT_TRUE(eventually([&] { return server->clientsOf(*offered).size() == peers.size(); }));
+    EXPECT_EQ(atServer().refused, 0U);
+}
+
+// Every client is counted and told of: by a line of its own, or among those that a line says were held back.
+TEST_F(MessageQueue, WritesFewLinesAboutManyClientsThatItTurnsAway) {
+    const host::LogCapture log({0x0202});
+    startServer();
+    constexpr unsigned crowd = 2000;
+    for (unsigned i = 0; i < crowd; ++i) RawPeer(path).say("garbage");
+    EXPECT_TRUE(eventually([&] { return atServer().refused == crowd; }));
+    EXPECT_TRUE(log.waitFor("more like it: service %s: client %llu %s: %s", 10s));
+    server.reset();
+    unsigned told = 0, held = 0, lines = 0;
+    for (const auto& line : log.lines()) {
+        ++lines;
+        if (std::sscanf(line.text.c_str(), "... and %u more", &held) == 1)
+            told += held;
+        else if (line.text.find("turned away: peer's first bytes are no hello") != std::string::npos)
+            ++told;
+    }
+    EXPECT_EQ(told, crowd);
+    EXPECT_LT(lines, crowd / 2);
 }
 
 } // namespace

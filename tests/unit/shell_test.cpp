@@ -1,6 +1,7 @@
 // The debug shell: commands, the socket and the client.
 #include <appovshell/shell-server.h>
 #include <appovshell/shell-socket.h>
+#include <host/log-capture.h>
 #include <host/shell-client.h>
 
 #include <cerrno>
@@ -247,8 +248,8 @@ struct Shell : testing::Test {
         server->start();
     }
     // A connection that speaks without the client's manners.
-    appovshell::FileDescriptor connectRaw() {
-        appovshell::FileDescriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    host::io::FileDescriptor connectRaw() {
+        host::io::FileDescriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         const auto address = appovshell::addressOf(path);
         EXPECT_EQ(connect(made.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         const timeval patience{10, 0};
@@ -256,11 +257,11 @@ struct Shell : testing::Test {
         setsockopt(made.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
         return made;
     }
-    static bool sendRaw(const appovshell::FileDescriptor& socket, const std::string& text) {
+    static bool sendRaw(const host::io::FileDescriptor& socket, const std::string& text) {
         return send(socket.get(), text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
     }
     // One line without its end; empty when the connection has ended.
-    static std::string receiveLine(const appovshell::FileDescriptor& socket) {
+    static std::string receiveLine(const host::io::FileDescriptor& socket) {
         std::string line;
         for (char c = 0; recv(socket.get(), &c, 1, 0) == 1 && c != '\n';) line += c;
         return line;
@@ -391,6 +392,42 @@ TEST_F(Shell, TurnsAwayMoreClientsThanItTakes) {
     EXPECT_EQ(clients[0].run("echo").status, 0);
 }
 
+TEST_F(Shell, LetsAClientThatHasAskedNothingMakeWayForAnother) {
+    start();
+    ShellClient first;
+    first.connect(path);
+    EXPECT_EQ(first.run("echo").status, 0);
+    std::vector<host::io::FileDescriptor> silent;
+    for (std::size_t i = 1; i < ShellServer::maximumClients; ++i) {
+        silent.push_back(connectRaw());
+        sendRaw(silent.back(), "{\"line\":");
+    }
+    ShellClient late;
+    late.connect(path);
+    EXPECT_EQ(late.run("echo").status, 0);
+    EXPECT_THAT(receiveLine(silent[0]), HasSubstr("the shell has its 16 clients already"));
+    EXPECT_EQ(receiveLine(silent[0]), "");
+    EXPECT_EQ(first.run("echo").status, 0);
+}
+
+TEST_F(Shell, WritesFewLinesAboutManyClientsOfAnotherUser) {
+    constexpr unsigned crowd = 500;
+    server->open(path, geteuid() + 1);
+    server->start();
+    const host::LogCapture log({0x0205});
+    for (unsigned i = 0; i < crowd; ++i) EXPECT_THAT(receiveLine(connectRaw()), HasSubstr("its own user only"));
+    EXPECT_TRUE(log.waitFor("more like it: turned away a shell client of user %u", std::chrono::seconds(10)));
+    server->stop();
+    unsigned told = 0, held = 0;
+    for (const auto& line : log.lines())
+        if (std::sscanf(line.text.c_str(), "... and %u more", &held) == 1)
+            told += held;
+        else
+            ++told;
+    EXPECT_EQ(told, crowd);
+    EXPECT_LT(log.lines().size(), crowd / 2);
+}
+
 TEST_F(Shell, TurnsAwayOtherUsers) {
     server->open(path, geteuid() + 1);
     server->start();
@@ -493,7 +530,7 @@ TEST_F(Shell, ClientRefusesAnAnswerThatIsNone) {
                                "{\"status\":0}\n{\"status\":0}\n"}) {
         ShellClient client;
         client.connect(path);
-        const appovshell::FileDescriptor peer(accept(listener.get(), nullptr, nullptr));
+        const host::io::FileDescriptor peer(accept(listener.get(), nullptr, nullptr));
         ASSERT_TRUE(sendRaw(peer, answer));
         EXPECT_EQ(failure(client, "echo"), ShellError::Kind::BadData) << answer;
     }

@@ -3,6 +3,7 @@
 #include "shell-log.h"
 #include "shell-socket.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <poll.h>
@@ -21,6 +22,7 @@ namespace {
 
 // How long connecting clients wait when the process has no descriptor for them.
 constexpr int acceptPauseMs = 200;
+constexpr int secondMs = 1000;
 
 std::string textOf(int error) { return std::system_category().message(error); }
 
@@ -57,6 +59,8 @@ void ShellServer::stop() {
     [[maybe_unused]] const auto written = write(wake_.get(), &one, sizeof one);
     if (thread_.joinable()) thread_.join();
     clients_.clear();
+    if (linesHeldBack_) host::debug::LineLimit::tellHeldBack(host::debug::LineLimit::Clock::time_point::max());
+    linesHeldBack_ = false;
     unlink(path_.c_str()); // this shell's own, as the path is still locked
     listener_.reset();
     wake_.reset();
@@ -73,11 +77,12 @@ void ShellServer::serve() {
             const int wanted = (client.ending ? 0 : POLLIN) | (client.unsent.empty() ? 0 : POLLOUT);
             polled.push_back({client.socket.get(), static_cast<short>(wanted), 0});
         }
-        if (poll(polled.data(), polled.size(), acceptPaused_ ? acceptPauseMs : -1) < 0) {
+        if (poll(polled.data(), polled.size(), pollTimeout()) < 0) {
             if (errno == EINTR) continue;
             return log(vdlDebugFailure, "the shell ends, its sockets cannot be watched: " + textOf(errno));
         }
         acceptPaused_ = false;
+        if (linesHeldBack_) linesHeldBack_ = host::debug::LineLimit::tellHeldBack();
         auto events = polled.begin() + 2;
         for (auto client = clients_.begin(); client != clients_.end() && !stopping_; ++events) {
             if (events->revents & POLLOUT) flush(*client);
@@ -90,6 +95,8 @@ void ShellServer::serve() {
         if (polled[1].revents != 0) accept();
     }
 }
+
+int ShellServer::pollTimeout() const { return acceptPaused_ ? acceptPauseMs : linesHeldBack_ ? secondMs : -1; }
 
 void ShellServer::accept() {
     FileDescriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
@@ -105,14 +112,20 @@ void ShellServer::admit(FileDescriptor socket) {
     Client client;
     client.socket = std::move(socket);
     if (getsockopt(client.socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != user_) {
-        log(vdlDebugWarning, "turned away a shell client of user " + std::to_string(peer.uid));
+        LIMITED_DEBUG_LINE(wordOf(vdlDebugWarning), linesHeldBack_ = true, "turned away a shell client of user %u\n",
+                           peer.uid);
         return send(client, statusLine(-EACCES, "the shell serves its own user only"));
     }
-    if (clients_.size() == maximumClients) {
-        log(vdlDebugWarning, "turned away a shell client: there are " + std::to_string(maximumClients) + " already");
-        return send(client,
-                    statusLine(-EAGAIN, "the shell has its " + std::to_string(maximumClients) + " clients already"));
-    }
+    if (clients_.size() < maximumClients) return clients_.push_back(std::move(client));
+    LIMITED_DEBUG_LINE(wordOf(vdlDebugWarning), linesHeldBack_ = true,
+                       "turned away a shell client: there are %zu already\n", maximumClients);
+    // One that has asked for nothing yet makes way: who comes and never asks would keep all others from asking.
+    const auto silent =
+        std::find_if(clients_.begin(), clients_.end(), [](const Client& known) { return !known.asked; });
+    send(silent == clients_.end() ? client : *silent,
+         statusLine(-EAGAIN, "the shell has its " + std::to_string(maximumClients) + " clients already"));
+    if (silent == clients_.end()) return;
+    clients_.erase(silent);
     clients_.push_back(std::move(client));
 }
 
@@ -141,6 +154,7 @@ void ShellServer::runRequests(Client& client) {
             return client.input.clear();
         }
         if (length == std::string_view::npos) break;
+        client.asked = true;
         send(client, answer(input.substr(0, length)));
         input.remove_prefix(length + 1);
     }
@@ -150,7 +164,8 @@ void ShellServer::runRequests(Client& client) {
 void ShellServer::send(Client& client, const std::string& text) {
     // An answer to a client that has read all others may have any length, a command's output being limited.
     if (!client.unsent.empty() && client.unsent.size() + text.size() > maximumUnsent) {
-        log(vdlDebugWarning, "ended the connection to a shell client that does not read its answers");
+        LIMITED_DEBUG_LINE(wordOf(vdlDebugWarning), linesHeldBack_ = true,
+                           "ended the connection to a shell client that does not read its answers\n");
         client.lost = true;
         return;
     }

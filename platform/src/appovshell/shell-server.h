@@ -17,7 +17,7 @@ namespace appovshell {
 
 class ShellServer : public CommandTable {
 public:
-    static constexpr std::size_t maximumClients = 16;
+    static constexpr std::size_t maximumClients = 16;     // beyond it one that has not asked yet makes way
     static constexpr std::size_t maximumLine = 64 * 1024; // bytes of one request
     static constexpr std::size_t maximumUnsent =
         1024 * 1024; // bytes that answers may wait in for a client to read them
@@ -39,11 +39,13 @@ private:
         host::io::FileDescriptor socket;
         std::string input;   // the beginning of a request
         std::string unsent;  // answers
+        bool asked = false;  // a whole request, whatever it was
         bool ending = false; // hears no more: it is dropped when it has its answers
         bool lost = false;   // the connection is dead
     };
 
     void serve();
+    int pollTimeout() const;
     void accept();
     void admit(host::io::FileDescriptor socket);
     void receive(Client& client);
@@ -57,6 +59,7 @@ private:
     host::io::FileDescriptor listener_, wake_;
     std::atomic<bool> stopping_ = false;
     bool acceptPaused_ = false; // the process is out of descriptors
+    bool linesHeldBack_ = false;
     std::list<Client> clients_;
     std::thread thread_;
 };

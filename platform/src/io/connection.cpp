@@ -139,30 +139,33 @@ void Connection::handleFrame(const char* header, std::uint32_t size, char* body)
     const Handler* handler = door_.findHandler(meta);
     if (!handler) {
         count(door_.counters.undecodable);
-        IO_LOG(vdlDebugWarning, "service %s: connection %llu: no handler for message 0x%08x\n", door_.service.c_str(),
-               static_cast<unsigned long long>(number_), meta.messageId);
+        IO_LOG_LIMITED(door_, vdlDebugWarning, "service %s: connection %llu: no handler for message 0x%08x\n",
+                       door_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId);
         return;
     }
     if (size < handler->size) {
         count(door_.counters.undecodable);
-        IO_LOG(vdlDebugFailure, "service %s: connection %llu: message 0x%08x dropped: it has %u bytes, its form %zu\n",
-               door_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId, size, handler->size);
+        IO_LOG_LIMITED(door_, vdlDebugFailure,
+                       "service %s: connection %llu: message 0x%08x dropped: it has %u bytes, its form %zu\n",
+                       door_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId, size,
+                       handler->size);
         return;
     }
     if (const char* fault = unmarshal(*handler->plan, body, size, swap_)) {
         count(door_.counters.undecodable);
-        IO_LOG(vdlDebugFailure, "service %s: connection %llu: message 0x%08x dropped: %s\n", door_.service.c_str(),
-               static_cast<unsigned long long>(number_), meta.messageId, fault);
+        IO_LOG_LIMITED(door_, vdlDebugFailure, "service %s: connection %llu: message 0x%08x dropped: %s\n",
+                       door_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId, fault);
         return;
     }
     count(door_.counters.received);
     try {
         handler->function(meta, transport, body, handler->context);
     } catch (const std::exception& error) {
-        IO_LOG(vdlDebugFailure, "service %s: handler of message 0x%08x threw: %s\n", door_.service.c_str(),
-               meta.messageId, error.what());
+        IO_LOG_LIMITED(door_, vdlDebugFailure, "service %s: handler of message 0x%08x threw: %s\n",
+                       door_.service.c_str(), meta.messageId, error.what());
     } catch (...) {
-        IO_LOG(vdlDebugFailure, "service %s: handler of message 0x%08x threw\n", door_.service.c_str(), meta.messageId);
+        IO_LOG_LIMITED(door_, vdlDebugFailure, "service %s: handler of message 0x%08x threw\n", door_.service.c_str(),
+                       meta.messageId);
     }
 }
 

@@ -26,6 +26,11 @@ public:
     void onEnd(const std::string& reason) override;
     void onWritable() override;
 
+    // Whether the peer has still to say its hello; on the receiving thread.
+    bool awaitsHello() const { return !helloReceived_ && !closed_; }
+    // Ends it because of what the peer said, or did not say; on the receiving thread.
+    void turnAway(const std::string& reason);
+
     std::uint64_t number() const { return number_; } // in this process, from 1
 
     // The rest only with the door's mutex held.
@@ -43,7 +48,6 @@ private:
     bool handleFrames();
     void handleFrame(const char* header, std::uint32_t size, char* body);
     void becomeReady();
-    void turnAway(const std::string& reason);
 
     Door& door_;
     const std::unique_ptr<Stream> stream_;

@@ -3,6 +3,8 @@
 #include "io/connection.h"
 #include "io/log.h"
 
+#include <boost/asio/post.hpp>
+#include <chrono>
 #include <exception>
 #include <new>
 #include <stdexcept>
@@ -15,7 +17,10 @@ Door::Door(boost::asio::io_context& io, const std::string& service_, const frame
       handshake(service_, messages, serving),
       io_(io),
       sendBufferBytes_(sendBufferBytes),
-      limits_(limits) {}
+      limits_(limits),
+      tellTimer_(io) {}
+
+Door::~Door() { debug::LineLimit::tellHeldBack(debug::LineLimit::Clock::time_point::max()); }
 
 int Door::registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHandler handler, void* context,
                                  const vdl::EndianTable& table) {
@@ -64,8 +69,9 @@ int Door::put(const Outgoing& message, Outbox& outbox, Connection* connection) {
     const auto full = [&] {
         count(counters.refused);
         if (outbox.addRefusal() == 1)
-            IO_LOG(vdlDebugFailure, "service %s: message 0x%08x refused: %zu messages (%zu bytes) wait already\n",
-                   service.c_str(), message.meta.messageId, outbox.messages(), outbox.bytes());
+            IO_LOG_LIMITED(*this, vdlDebugFailure,
+                           "service %s: message 0x%08x refused: %zu messages (%zu bytes) wait already\n",
+                           service.c_str(), message.meta.messageId, outbox.messages(), outbox.bytes());
         return -11;
     };
     if (outbox.messages() >= limits_.messages) return full();
@@ -82,20 +88,36 @@ int Door::put(const Outgoing& message, Outbox& outbox, Connection* connection) {
 void Door::tellRefusals(Outbox& outbox) {
     if (!outbox.empty()) return;
     if (const auto refusals = outbox.takeRefusals(); refusals > 1)
-        IO_LOG(vdlDebugFailure, "service %s: %zu more messages were refused while others waited\n", service.c_str(),
-               refusals - 1);
+        IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: %zu more messages were refused while others waited\n",
+                       service.c_str(), refusals - 1);
 }
 
 int Door::refuse(int result, const frame::MsgMeta& meta, const char* why) {
     count(counters.refused);
-    IO_LOG(vdlDebugFailure, "service %s: message 0x%08x refused (%d): %s\n", service.c_str(), meta.messageId, result,
-           why);
+    IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: message 0x%08x refused (%d): %s\n", service.c_str(),
+                   meta.messageId, result, why);
     return result;
 }
 
 void Door::refuseFromNowOn() {
     std::lock_guard lock(mutex);
     stopped_ = true;
+}
+
+void Door::tellLater() noexcept {
+    if (tellPending_.exchange(true)) return;
+    try {
+        boost::asio::post(io_, [this] {
+            tellTimer_.expires_after(std::chrono::seconds(1));
+            tellTimer_.async_wait([this](const boost::system::error_code& canceled) {
+                if (canceled) return;
+                tellPending_ = false;
+                if (debug::LineLimit::tellHeldBack()) tellLater();
+            });
+        });
+    } catch (const std::exception&) { // no memory: the next one that is held back tries again
+        tellPending_ = false;
+    }
 }
 
 void Door::logOnce(const std::string& reason) {

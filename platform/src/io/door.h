@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <mutex>
 #include <string>
 #include <unordered_map>
@@ -39,6 +40,7 @@ class Door : public frame::OmqIOModule {
 public:
     Door(boost::asio::io_context& io, const std::string& service, const frame::MessageSet& messages,
          std::size_t sendBufferBytes, const QueueLimits& limits, bool serving);
+    ~Door(); // tells of all lines that are still held back
 
     int registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHandler handler, void* context,
                                const vdl::EndianTable& table) final;
@@ -62,6 +64,9 @@ public:
     // A line for each message that finds its queue full would bury all others, so that only the first one has its own.
     // This says how many came after it, when the outbox is empty. The mutex is held.
     void tellRefusals(Outbox& outbox);
+
+    // From any thread: has lines that were held back told of when their second is over.
+    void tellLater() noexcept;
 
     const std::string service;
     const Handshake handshake;
@@ -104,6 +109,8 @@ private:
     std::mutex handlersMutex_;
     std::unordered_map<frame::MsgMeta, Handler, MetaHash> handlers_; // never removed from
     bool stopped_ = false;
+    boost::asio::steady_timer tellTimer_; // the receiving thread's
+    std::atomic<bool> tellPending_{false};
 };
 
 } // namespace host::io

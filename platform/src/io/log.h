@@ -1,6 +1,8 @@
 // Debug output of the IO module.
 #pragma once
 
+#include "debug/line-limit.h"
+
 #include <vdl/debug.h>
 
 #include <cstdint>
@@ -16,3 +18,7 @@ inline constexpr std::uint32_t debugModule = 0x0202;
         if (vdlDebugCheckLevelGetFrameAndChunk(host::io::debugModule << 16 | (severity), ioLogChunk)) \
             vdlDebugOutput0(ioLogChunk, __VA_ARGS__);                                                 \
     } while (false)
+
+// The same for a line that a peer can cause as often as it likes.
+#define IO_LOG_LIMITED(door, severity, format, ...) \
+    LIMITED_DEBUG_LINE(host::io::debugModule << 16 | (severity), (door).tellLater(), format __VA_OPT__(, ) __VA_ARGS__)

@@ -15,11 +15,15 @@ namespace {
 constexpr std::chrono::milliseconds acceptRetry{100};
 // At a time: between them those that are there already are served, however fast others come.
 constexpr int mostAtOnce = 16;
+// Many more than are accepted at a time, so that who speaks as it comes is always heard.
+constexpr std::size_t mostAwaited = 64;
 } // namespace
 
 ServerDoor::ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service_,
                        const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits)
-    : Door(io, service_, messages, sendBufferBytes, limits, true), listener_(std::move(listener)), retryTimer_(io) {}
+    : Door(io, service_, messages, sendBufferBytes, limits, true), listener_(std::move(listener)), retryTimer_(io) {
+    newcomers_.reserve(mostAwaited + 1);
+}
 
 void ServerDoor::waitForClients() {
     listener_->wait([this] { acceptClients(); });
@@ -30,7 +34,10 @@ void ServerDoor::acceptClients() {
     for (int i = 0; i < mostAtOnce; ++i) {
         auto stream = nextClient(error);
         if (!stream) break;
-        if (const auto client = admit(std::move(stream))) client->open();
+        if (const auto client = admit(std::move(stream))) {
+            client->open();
+            awaitHelloOf(client);
+        }
     }
     if (!error) {
         lastReason_.clear();
@@ -70,20 +77,40 @@ std::shared_ptr<Connection> ServerDoor::admit(std::unique_ptr<Stream> stream) {
     }
 }
 
+// Those that come and say nothing would else keep descriptors from those that do.
+void ServerDoor::awaitHelloOf(const std::shared_ptr<Connection>& client) {
+    newcomers_.push_back(client);
+    if (newcomers_.size() <= mostAwaited) return;
+    std::erase_if(newcomers_, [](const auto& newcomer) {
+        const auto known = newcomer.lock();
+        return !known || !known->awaitsHello();
+    });
+    if (newcomers_.size() <= mostAwaited) return;
+    if (const auto oldest = newcomers_.front().lock())
+        oldest->turnAway("peer sent no hello while " + std::to_string(mostAwaited) + " others came");
+    newcomers_.erase(newcomers_.begin());
+}
+
 void ServerDoor::turnAway(const char* why) {
     count(counters.refused);
-    IO_LOG(vdlDebugFailure, "service %s: client turned away: %s\n", service.c_str(), why);
+    IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: client turned away: %s\n", service.c_str(), why);
 }
 
 void ServerDoor::onConnectionReady(Connection& client) {
-    IO_LOG(vdlDebugProgress, "service %s: client %llu connected\n", service.c_str(),
-           static_cast<unsigned long long>(client.number()));
+    IO_LOG_LIMITED(*this, vdlDebugProgress, "service %s: client %llu connected\n", service.c_str(),
+                   static_cast<unsigned long long>(client.number()));
 }
 
 void ServerDoor::onConnectionClosed(Connection& client, bool wasReady, bool fault, const std::string& reason) {
     const char* what = wasReady ? "disconnected" : fault ? "turned away" : "left before its hello";
-    IO_LOG(fault ? vdlDebugFailure : vdlDebugProgress, "service %s: client %llu %s: %s\n", service.c_str(),
-           static_cast<unsigned long long>(client.number()), what, reason.c_str());
+    const auto number = static_cast<unsigned long long>(client.number());
+    // Two kinds, so that peers which come and go bury none that is at fault.
+    if (fault)
+        IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: client %llu %s: %s\n", service.c_str(), number, what,
+                       reason.c_str());
+    else
+        IO_LOG_LIMITED(*this, vdlDebugProgress, "service %s: client %llu %s: %s\n", service.c_str(), number, what,
+                       reason.c_str());
     std::lock_guard lock(mutex);
     count(counters.dropped, client.outbox().dropAll());
     tellRefusals(client.outbox());

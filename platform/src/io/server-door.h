@@ -34,10 +34,13 @@ private:
     std::unique_ptr<Stream> nextClient(std::error_code& error);
     std::shared_ptr<Connection> admit(std::unique_ptr<Stream> stream);
     void turnAway(const char* why);
+    void awaitHelloOf(const std::shared_ptr<Connection>& client);
 
     std::unique_ptr<Listener> listener_; // until the end
     boost::asio::steady_timer retryTimer_;
     std::vector<std::shared_ptr<Connection>> clients_; // guarded by the mutex
+    std::vector<std::weak_ptr<Connection>>
+        newcomers_; // the receiving thread's: those without a hello, and a few others
 };
 
 } // namespace host::io

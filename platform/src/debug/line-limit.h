@@ -1,0 +1,57 @@
+// Keeps lines that peers can cause from filling the log.
+#pragma once
+
+#include <vdl/debug.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+
+namespace host::debug {
+
+// The limit of one kind of line, static in the place that writes it. In each second it lets the first lines through;
+// how many more there were is told in a line of its own when the second is over, before the next of its kind or by
+// tellHeldBack. For any thread; takes no lock and no memory.
+class LineLimit {
+public:
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::uint32_t mostPerSecond = 20;
+
+    // format: of the line, which the line about those held back names the kind by.
+    constexpr explicit LineLimit(const char* format) : format_(format) {}
+    LineLimit(const LineLimit&) = delete;
+    LineLimit& operator=(const LineLimit&) = delete;
+
+    // Whether the line of that level may be written now.
+    bool admits(const vdlDebugChunk& chunk, Clock::time_point now = Clock::now()) noexcept;
+
+    // Tells of the lines of all kinds that were held back in seconds which are over. Returns whether this second has
+    // others, for which it must be called again.
+    static bool tellHeldBack(Clock::time_point now = Clock::now()) noexcept;
+
+private:
+    void enlist() noexcept;
+    bool tellOwn(std::uint64_t second) noexcept;
+    void tell(std::uint64_t lines) const noexcept;
+
+    const char* const format_;
+    std::atomic<std::uint64_t> state_{0}; // the second, and in the lower half how many lines there were in it
+    std::atomic<std::uint32_t> levelWord_{0};
+    std::atomic<bool> listed_{false};
+    LineLimit* next_ = nullptr; // of those that ever held a line back; fixed once listed
+};
+
+} // namespace host::debug
+
+// A line of a limited kind; whoever writes this expression is the kind. heldBack is evaluated when the line is not
+// written, and has to see to it that tellHeldBack is called when the second is over.
+#define LIMITED_DEBUG_LINE(levelWord, heldBack, format, ...)                  \
+    do {                                                                      \
+        static constinit host::debug::LineLimit lineLimit{format};            \
+        vdlDebugChunk lineChunk;                                              \
+        if (!vdlDebugCheckLevelGetFrameAndChunk(levelWord, lineChunk)) break; \
+        if (lineLimit.admits(lineChunk))                                      \
+            vdlDebugOutput0(lineChunk, format __VA_OPT__(, ) __VA_ARGS__);    \
+        else                                                                  \
+            heldBack;                                                         \
+    } while (false)
