@@ -218,10 +218,10 @@ TEST_F(MessageQueue, SurvivesAHandlerThatThrows) {
 
 TEST_F(MessageQueue, TakesItsLimitsFromTheEnvironment) {
     setenv("TVSA_QUEUE_MESSAGES", "12", 1);
-    EXPECT_EQ(12u, host::QueueLimits::fromEnvironment().messages);
+    EXPECT_EQ(12u, host::QueueLimits::fromConfiguration().messages);
     setenv("TVSA_QUEUE_MESSAGES", "a dozen", 1);
     try {
-        host::QueueLimits::fromEnvironment();
+        host::QueueLimits::fromConfiguration();
         ADD_FAILURE() << "took it for a number";
     } catch (const std::runtime_error& error) {
         EXPECT_NE(std::string::npos, std::string(error.what()).find("TVSA_QUEUE_MESSAGES")) << error.what();

@@ -14,8 +14,9 @@ std::string runtimeDirectory();
 // $HOME/.local/state/tvservice-adapter. Created when missing; throws as above.
 std::string stateDirectory();
 
-// The socket of a service: $TVSA_ENDPOINT_<SERVICE in capitals>, else <runtime folder>/<service>.sock. Throws
-// std::runtime_error when the path is longer than a socket address takes.
+// Where a service is: what the setting endpoints.<service> says, a path or "tcp://HOST:PORT", else the socket
+// <runtime folder>/<service>.sock. Throws std::runtime_error when a path is longer than a socket address takes, and
+// ConfigurationError.
 std::string endpointOf(const std::string& service);
 
 // The socket of a process's debug shell: <runtime folder>/<process name>.shell. Its lock file, like a service's, is

@@ -17,19 +17,19 @@
 
 namespace host {
 
-// Limits, each overridable by environment (TVSA_QUEUE_MESSAGES, TVSA_QUEUE_BYTES, TVSA_QUEUE_WAIT_MS).
+// Limits, each overridable by a setting: queue.messages, queue.bytes, queue.wait_ms.
 struct QueueLimits {
     std::size_t messages = 1024;          // waiting per connection
     std::size_t bytes = 64 * 1024 * 1024; // waiting per connection
     std::chrono::milliseconds wait{5000}; // for a connection, per message
-    static QueueLimits fromEnvironment(); // throws std::runtime_error naming a variable that is no number
+    static QueueLimits fromConfiguration(); // throws ConfigurationError
 };
 
 inline constexpr std::size_t maximumMessageBytes = 16 * 1024 * 1024;
 
 class MessageQueue {
 public:
-    explicit MessageQueue(const QueueLimits& limits = QueueLimits::fromEnvironment());
+    explicit MessageQueue(const QueueLimits& limits = QueueLimits::fromConfiguration());
     ~MessageQueue(); // stops
 
     // The door to a service. It takes handlers and messages at once; listener may be null. It lives as long as the

@@ -13,6 +13,9 @@ inline constexpr std::uint32_t vdlModule = 0x0203;
 // The name of a module, or null when it has none. Valid for the life of the process.
 const char* nameOfModule(std::uint32_t module) noexcept;
 
+// What is wrong with debug levels, a line for each item that is; empty when nothing is.
+std::string levelComplaints(std::string_view text);
+
 // Prints what was wrong with TVSA_LOG, a line of its own for each line of complaints.
 void reportLevelComplaints(const std::string& complaints);
 

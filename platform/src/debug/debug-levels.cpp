@@ -1,9 +1,9 @@
 #include "debug/debug-internal.h"
 
+#include <host/configuration.h>
 #include <vdl/debug.h>
 
 #include <charconv>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -137,19 +137,26 @@ void apply(const std::vector<Item>& items) {
     }
 }
 
-// Early among the library's initialisers, so that TVSA_LOG holds for what the others print. What it cannot use is
-// reported; the rest holds.
-[[gnu::constructor(101)]] void takeLevelsFromEnvironment() {
+// Early among the library's initialisers, so that the configured levels hold for what the others print. What it cannot
+// use of them is reported; the rest holds. A configuration file that is wrong is reported with the first line printed.
+[[gnu::constructor(101)]] void takeConfiguredLevels() {
     vdlDebugNameModule(vdlModule, "vdl");
-    const char* text = std::getenv("TVSA_LOG");
-    if (!text) return;
-    std::vector<Item> items;
-    const std::string complaints = parseAll(text, items);
-    apply(items);
-    reportLevelComplaints(complaints);
+    try {
+        const auto text = setting("log.levels")->text;
+        std::vector<Item> items;
+        const std::string complaints = parseAll(text, items);
+        apply(items);
+        reportLevelComplaints(complaints);
+    } catch (const ConfigurationError&) {
+    }
 }
 
 } // namespace
+
+std::string levelComplaints(std::string_view text) {
+    std::vector<Item> items;
+    return parseAll(text, items);
+}
 
 const char* nameOfModule(std::uint32_t module) noexcept {
     return names[module % vdlDebugModules].load(std::memory_order_acquire);

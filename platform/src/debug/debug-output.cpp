@@ -1,5 +1,6 @@
 #include "debug/debug-internal.h"
 
+#include <host/configuration.h>
 #include <host/environment.h>
 #include <vdl/debug.h>
 
@@ -7,7 +8,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -50,14 +50,16 @@ public:
 
 private:
     Output() {
-        const char* format = std::getenv("TVSA_LOG_FORMAT");
-        json_ = format && std::strcmp(format, "json") == 0;
+        std::string problem;
+        try {
+            json_ = setting("log.format")->text == "json";
+        } catch (const ConfigurationError& error) {
+            problem = error.what() + std::string("; text is used");
+        }
         sink_.set_formatter(std::make_unique<spdlog::pattern_formatter>(
             json_ ? R"({"time":"%Y-%m-%dT%H:%M:%S.%fZ",%v})" : "%Y-%m-%dT%H:%M:%S.%eZ %v",
             spdlog::pattern_time_type::utc));
-        if (format && *format && !json_ && std::strcmp(format, "text") != 0)
-            write(vdlModule << 16 | vdlDebugWarning,
-                  std::string("TVSA_LOG_FORMAT: \"") + format + "\" is neither text nor json; text is used");
+        if (!problem.empty()) write(vdlModule << 16 | vdlDebugWarning, problem);
     }
 
     static std::string textLine(std::uint32_t levelWord, std::string_view text) {

@@ -1,6 +1,6 @@
+#include <host/configuration.h>
 #include <host/environment.h>
 
-#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -66,9 +66,14 @@ std::string socketPath(const std::string& path) {
 } // namespace
 
 std::string endpointOf(const std::string& service) {
-    std::string name = "TVSA_ENDPOINT_";
-    for (const char c : service) name += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    if (auto path = variable(name.c_str()); !path.empty()) return socketPath(path);
+    if (const auto given = setting("endpoints." + service)) {
+        if (given->text.starts_with("tcp://")) return given->text;
+        try {
+            return socketPath(given->text);
+        } catch (const std::runtime_error& error) {
+            throw ConfigurationError(given->origin + ": " + error.what());
+        }
+    }
     return socketPath(runtimeDirectory() + "/" + service + ".sock");
 }
 

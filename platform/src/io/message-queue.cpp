@@ -1,3 +1,4 @@
+#include "config/number.h"
 #include "io/client-door.h"
 #include "io/local-transport.h"
 #include "io/log.h"
@@ -9,39 +10,21 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
-#include <charconv>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <pthread.h>
-#include <stdexcept>
 #include <thread>
 #include <utility>
 
 namespace host {
 namespace {
 
-// The variable's value, or fallback when it is not set.
-std::size_t limitFrom(const char* variable, std::size_t fallback) {
-    const char* text = std::getenv(variable);
-    if (!text) return fallback;
-    std::size_t value = 0;
-    const auto [end, error] = std::from_chars(text, text + std::strlen(text), value);
-    if (error != std::errc() || *end != '\0' || value == 0 || value > 0x7FFFFFFF)
-        throw std::runtime_error(std::string(variable) + ": not a number from 1 to 2147483647: \"" + text + "\"");
-    return value;
-}
+std::size_t limit(const char* setting) { return static_cast<std::size_t>(config::numberOf(setting)); }
 
 } // namespace
 
-QueueLimits QueueLimits::fromEnvironment() {
-    QueueLimits limits;
-    limits.messages = limitFrom("TVSA_QUEUE_MESSAGES", limits.messages);
-    limits.bytes = limitFrom("TVSA_QUEUE_BYTES", limits.bytes);
-    limits.wait =
-        std::chrono::milliseconds(limitFrom("TVSA_QUEUE_WAIT_MS", static_cast<std::size_t>(limits.wait.count())));
-    return limits;
+QueueLimits QueueLimits::fromConfiguration() {
+    return {limit("queue.messages"), limit("queue.bytes"), std::chrono::milliseconds(limit("queue.wait_ms"))};
 }
 
 struct MessageQueue::State {

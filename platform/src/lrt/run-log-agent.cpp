@@ -1,3 +1,4 @@
+#include "config/number.h"
 #include "lrt/run-log-debug.h"
 #include "lrt/run-log-queue.h"
 #include "lrt/run-log-store.h"
@@ -5,11 +6,8 @@
 #include <host/environment.h>
 #include <lrt/run-log-agent.h>
 
-#include <charconv>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <exception>
 #include <optional>
@@ -17,19 +15,13 @@
 namespace lrt {
 namespace {
 
-constexpr std::size_t defaultCapacity = 1024;
 constexpr std::chrono::milliseconds longestEnd{1000};
 
-std::size_t capacityFromEnvironment() {
-    const char* text = std::getenv("TVSA_RUNLOG_QUEUE");
-    if (!text || !*text) return defaultCapacity;
-    std::size_t capacity = 0;
-    const char* const end = text + std::strlen(text);
-    const auto [rest, error] = std::from_chars(text, end, capacity);
-    if (error == std::errc() && rest == end && capacity != 0) return capacity;
-    debugLine(vdlDebugWarning, "TVSA_RUNLOG_QUEUE: \"" + std::string(text) + "\" is no number above 0; " +
-                                   std::to_string(defaultCapacity) + " is used");
-    return defaultCapacity;
+std::size_t configuredCapacity() {
+    std::string problem;
+    const auto capacity = static_cast<std::size_t>(host::config::numberOf("run_log.queue", problem));
+    if (!problem.empty()) debugLine(vdlDebugWarning, problem);
+    return capacity;
 }
 
 std::string storePath() { return host::stateDirectory() + "/runlog.sqlite"; }
@@ -41,7 +33,7 @@ struct RunLogAgentImpl::State {
     RunLogQueue queue;
 
     State()
-        : queue(capacityFromEnvironment(), [this](const std::vector<RunLogRecord>& records) {
+        : queue(configuredCapacity(), [this](const std::vector<RunLogRecord>& records) {
               if (!store) store.emplace(storePath());
               return store->write(records);
           }) {}

@@ -2,15 +2,14 @@
 
 #if UINTPTR_MAX > UINT32_MAX
 
+#include "config/number.h"
 #include "vdl/flat-spans.h"
 
 #include <vdl/debug.h>
 
 #include <algorithm>
-#include <charconv>
-#include <cstdlib>
-#include <cstring>
 #include <new>
+#include <string>
 #include <sys/mman.h>
 
 namespace host {
@@ -19,19 +18,13 @@ namespace {
 constexpr std::uint32_t module = 0x0203 << 16;
 constexpr std::size_t mebibyte = std::size_t{1} << 20;
 
-// TVSA_FLAT_HEAP_MB, in bytes.
+// In bytes.
 std::size_t wantedSize() {
-    constexpr std::size_t usual = 256, least = 32, most = 2048;
-    const char* text = std::getenv("TVSA_FLAT_HEAP_MB");
-    if (!text) return usual * mebibyte;
-    std::size_t megabytes = 0;
-    const char* end = text + std::strlen(text);
-    const auto [stop, error] = std::from_chars(text, end, megabytes);
-    if (error == std::errc{} && stop == end && megabytes >= least && megabytes <= most) return megabytes * mebibyte;
-    if (vdlDebugChunk chunk; vdlDebugCheckLevelGetFrameAndChunk(module | vdlDebugWarning, chunk))
-        vdlDebugOutput0(chunk, "TVSA_FLAT_HEAP_MB=%s is not a number from %zu to %zu; the flat heap gets %zu MiB", text,
-                        least, most, usual);
-    return usual * mebibyte;
+    std::string problem;
+    const auto megabytes = static_cast<std::size_t>(config::numberOf("flat_heap.megabytes", problem));
+    if (vdlDebugChunk chunk; !problem.empty() && vdlDebugCheckLevelGetFrameAndChunk(module | vdlDebugWarning, chunk))
+        vdlDebugOutput0(chunk, "%s", problem.c_str());
+    return megabytes * mebibyte;
 }
 
 // Above where a program without position independence and its break usually lie.

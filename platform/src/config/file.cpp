@@ -1,0 +1,184 @@
+#include "config/file.h"
+
+#include "config/known-settings.h"
+#include "io/file-descriptor.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <optional>
+#include <sstream>
+#include <string_view>
+#include <sys/stat.h>
+#include <system_error>
+#include <toml++/toml.h>
+#include <unistd.h>
+#include <vector>
+
+namespace host::config {
+namespace {
+
+constexpr std::size_t longestFile = std::size_t{1} << 20;
+
+struct File {
+    std::string text;
+    bool writableByOthers = false;
+};
+
+[[noreturn]] void fail(const std::string& path, const std::string& problem) {
+    throw ConfigurationError(path + ": " + problem);
+}
+
+[[noreturn]] void failToRead(const std::string& path) {
+    fail(path, "cannot be read: " + std::generic_category().message(errno));
+}
+
+// Nothing when there is none.
+std::optional<File> read(const std::string& path) {
+    // A pipe must not make the process wait.
+    const io::FileDescriptor descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!descriptor && (errno == ENOENT || errno == ENOTDIR)) return std::nullopt;
+    struct stat status {};
+    if (!descriptor || fstat(descriptor.get(), &status) != 0) failToRead(path);
+    if (!S_ISREG(status.st_mode) && !S_ISCHR(status.st_mode)) fail(path, "not a file");
+    File file{{}, (status.st_mode & 022) != 0};
+    char buffer[4096];
+    for (ssize_t got; (got = ::read(descriptor.get(), buffer, sizeof buffer)) != 0;) {
+        if (got < 0 && errno != EINTR) failToRead(path);
+        if (got > 0) file.text.append(buffer, static_cast<std::size_t>(got));
+        if (file.text.size() > longestFile) fail(path, "longer than " + std::to_string(longestFile) + " bytes");
+    }
+    return file;
+}
+
+bool isServiceName(std::string_view name) {
+    return std::all_of(name.begin(), name.end(),
+                       [](char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_'; });
+}
+
+// What may stand in the table of a file whose settings' names begin with place.
+std::string knownIn(const std::string& place) {
+    std::vector<std::string> names;
+    for (const Known& known : knownSettings()) {
+        if (!known.name.starts_with(place) || known.name == place) continue;
+        const std::string_view rest = known.name.substr(place.size());
+        std::string name(rest.substr(0, rest.find('.')));
+        if (names.empty() || names.back() != name) names.push_back(std::move(name));
+    }
+    std::string list;
+    for (const std::string& name : names) list += (list.empty() ? "" : ", ") + name;
+    return list;
+}
+
+// Whether settings' names begin with place, which ends with a dot.
+bool isTable(const std::string& place) {
+    const auto settings = knownSettings();
+    return std::any_of(settings.begin(), settings.end(),
+                       [&](const Known& known) { return known.name.starts_with(place); });
+}
+
+class Reader {
+public:
+    Reader(const std::string& path, bool writableByOthers, Values& values)
+        : path_(path), writableByOthers_(writableByOthers), values_(values) {}
+
+    void read(const std::string& text) const {
+        try {
+            readTable(toml::parse(text), {});
+        } catch (const toml::parse_error& error) {
+            failAt(error.source(), escaped(error.description()));
+        }
+    }
+
+private:
+    void readTable(const toml::table& table, const std::string& place) const {
+        for (const auto& [key, value] : table) {
+            if (key.str().find('.') != std::string_view::npos) refuse(key, place);
+            const std::string name = place + std::string(key.str());
+            if (isTable(name + '.')) {
+                if (!value.is_table()) failAt(key.source(), name + ": not a table");
+                readTable(*value.as_table(), name + '.');
+                continue;
+            }
+            const Known* const known = findKnown(name);
+            if (!known) refuse(key, place);
+            if (known->perService() && !isServiceName(key.str()))
+                failAt(key.source(), quoted(key.str()) + " is no service's name in " +
+                                         place.substr(0, place.size() - 1) + " (small letters, digits, - and _)");
+            if (known->trusted && writableByOthers_)
+                failAt(key.source(), name + ": other users may write to this file (wanted: mode 0644)");
+            values_.insert_or_assign(name, Setting{textOf(*known, name, value), originOf(value.source())});
+        }
+    }
+
+    [[noreturn]] void refuse(const toml::key& key, const std::string& place) const {
+        failAt(key.source(), place.empty() ? "unknown table " + quoted(key.str()) + "; known: " + knownIn(place)
+                                           : place.substr(0, place.size() - 1) + " has no " + quoted(key.str()) +
+                                                 "; known: " + knownIn(place));
+    }
+
+    // The value as the environment would have it.
+    std::string textOf(const Known& known, const std::string& name, const toml::node& value) const {
+        std::string text, problem;
+        if (known.kind == Kind::texts) {
+            text = listOf(name, value);
+        } else if (const auto number = value.value_exact<std::int64_t>(); number && known.kind == Kind::number) {
+            text = std::to_string(*number);
+        } else if (const auto words = value.value_exact<std::string>(); words && known.kind != Kind::number) {
+            text = *words;
+        } else {
+            failAt(value.source(), name + ": " + wrongType(known, value));
+        }
+        if (problem = known.problemOf(text); !problem.empty()) failAt(value.source(), name + ": " + problem);
+        return text;
+    }
+
+    std::string listOf(const std::string& name, const toml::node& value) const {
+        if (!value.is_array()) failAt(value.source(), name + ": not a list of texts: " + shown(value));
+        std::string list;
+        for (const toml::node& item : *value.as_array()) {
+            const auto text = item.value_exact<std::string>();
+            if (!text) failAt(item.source(), name + ": not a text: " + shown(item));
+            if (text->empty() || text->find(',') != std::string::npos)
+                failAt(item.source(), name + ": not a text without commas: " + shown(item));
+            list += (list.empty() ? "" : ",") + *text;
+        }
+        return list;
+    }
+
+    static std::string wrongType(const Known& known, const toml::node& value) {
+        if (known.kind != Kind::number) return "not a text: " + shown(value);
+        // The range is named as for a number that is out of it.
+        return known.problemOf(value.is_string() ? *value.value_exact<std::string>() : shown(value));
+    }
+
+    static std::string shown(const toml::node& value) {
+        if (value.is_string()) return quoted(*value.value_exact<std::string>());
+        if (value.is_table()) return "a table";
+        if (value.is_array()) return "a list";
+        std::ostringstream text;
+        value.visit([&](const auto& one) { text << one; });
+        return text.str();
+    }
+
+    std::string originOf(const toml::source_region& source) const {
+        return path_ + ':' + std::to_string(source.begin.line);
+    }
+    [[noreturn]] void failAt(const toml::source_region& source, const std::string& problem) const {
+        fail(originOf(source), problem);
+    }
+
+    const std::string& path_;
+    const bool writableByOthers_;
+    Values& values_;
+};
+
+} // namespace
+
+bool addFile(const std::string& path, Values& values) {
+    const auto file = read(path);
+    if (file) Reader(path, file->writableByOthers, values).read(file->text);
+    return file.has_value();
+}
+
+} // namespace host::config
