@@ -4,6 +4,7 @@
 #include "common/log.h"
 
 #include <frame/process.h>
+#include <host/configuration.h>
 #include <host/environment.h>
 #include <host/receiver.h>
 #include <vdl/debug.h>
@@ -44,6 +45,12 @@ std::optional<int> Program::parse(int argc, const char* const* argv) {
         options_.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return options_.exit(error) == 0 ? success : usage;
+    }
+    try {
+        host::checkConfiguration();
+    } catch (const host::ConfigurationError& error) {
+        complain(error.what());
+        return badData;
     }
     if (logLevels_.empty()) return std::nullopt;
     const std::string problem = vdlDebugSetLevels(logLevels_);

@@ -14,7 +14,7 @@ using testing::Not;
 using testing::StartsWith;
 
 // Exit codes as the README lists them.
-constexpr int endedAsAsked = 0, failed = 1, usage = 2;
+constexpr int endedAsAsked = 0, failed = 1, usage = 2, badData = 6;
 
 class FrameHost : public Programs {
 protected:
@@ -175,7 +175,7 @@ TEST_F(FrameHost, RefusesWrongUsage) {
 TEST_F(FrameHost, RefusesAQueueLimitThatIsNoNumber) {
     environment["TVSA_QUEUE_MESSAGES"] = "a dozen";
     const Outcome outcome = run(commandOf({"first-application"}));
-    EXPECT_EQ(outcome.exitCode, failed);
+    EXPECT_EQ(outcome.exitCode, badData);
     EXPECT_THAT(outcome.error, HasSubstr("TVSA_QUEUE_MESSAGES: not a number"));
     EXPECT_THAT(stepsIn(outcome.error), IsEmpty());
 }

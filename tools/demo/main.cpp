@@ -2,6 +2,8 @@
 #include "demonstration.h"
 #include "screen.h"
 
+#include <host/configuration.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <exception>
@@ -9,7 +11,7 @@
 
 namespace {
 
-enum ExitCode { success = 0, failure = 1, usage = 2, interruptedRun = 130 };
+enum ExitCode { success = 0, failure = 1, usage = 2, badData = 6, interruptedRun = 130 };
 
 volatile std::sig_atomic_t stopRequested = 0;
 
@@ -63,7 +65,9 @@ int main(int argc, char** argv) {
     app.add_option("--bin", places.programs, "The folder of the programs")->check(CLI::ExistingDirectory);
     app.add_option("--lib", places.libraries, "The folder of the application libraries")->check(CLI::ExistingDirectory);
     app.add_flag("--shell", withShell, "Give a shell on the receiver instead of the demonstration");
-    app.footer("Exit codes: 0 everything was as expected, 1 something was not, 2 wrong usage, 130 interrupted");
+    app.footer(
+        "Exit codes: 0 everything was as expected, 1 something was not, 2 wrong usage, 6 malformed configuration,\n"
+        "130 interrupted");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -73,7 +77,11 @@ int main(int argc, char** argv) {
     std::signal(SIGTERM, requestStop);
     std::signal(SIGHUP, requestStop);
     try {
+        host::checkConfiguration();
         return run(places, withShell);
+    } catch (const host::ConfigurationError& error) {
+        std::cerr << "tvsa-demo: " << error.what() << '\n';
+        return badData;
     } catch (const std::exception& error) {
         std::cerr << "tvsa-demo: " << error.what() << '\n';
         return failure;

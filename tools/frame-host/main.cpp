@@ -1,4 +1,5 @@
 // Runs application libraries in a framework process until SIGTERM or SIGINT.
+#include <host/configuration.h>
 #include <host/receiver.h>
 #include <vdl/debug.h>
 
@@ -10,7 +11,7 @@
 
 namespace {
 
-enum ExitCode { success = 0, failure = 1, usage = 2 };
+enum ExitCode { success = 0, failure = 1, usage = 2, badData = 6 };
 
 // Loads the libraries in order; the first that does not come up ends the process.
 int loadAll(void* context) {
@@ -42,7 +43,11 @@ int main(int argc, char** argv) {
         return usage;
     }
     try {
+        host::checkConfiguration();
         return host::runProcess(loadAll, &libraries);
+    } catch (const host::ConfigurationError& error) {
+        std::cerr << "frame-host: " << error.what() << '\n';
+        return badData;
     } catch (const std::exception& error) {
         std::cerr << "frame-host: " << error.what() << '\n';
         return failure;

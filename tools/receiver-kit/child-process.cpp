@@ -26,6 +26,8 @@ std::vector<std::string> environmentWith(const std::map<std::string, std::string
         const std::string name = text.substr(0, text.find('='));
         if (!belongsToAReceiver(name) && !added.contains(name)) result.push_back(text);
     }
+    // Nor is anything taken of the configuration that the user keeps for receivers.
+    if (!added.contains("TVSA_CONFIG")) result.push_back("TVSA_CONFIG=/dev/null");
     for (const auto& [name, value] : added) result.push_back(name + '=' + value);
     return result;
 }

@@ -1,12 +1,17 @@
 // tvctl: gives commands to a receiver process through its debug shell.
+#include "config.h"
+#include "failure.h"
 #include "interactive.h"
 #include "options.h"
 #include "schema.h"
 #include "session.h"
 #include "watch.h"
 
+#include <host/configuration.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <iostream>
 #include <iterator>
@@ -19,6 +24,7 @@ constexpr tvctl::Verb verbs[] = {
     {"shell", "takes the process's commands line by line", tvctl::runShell},
     {"watch", "prints what the process's clients are told, as it comes", tvctl::runWatch},
     {"schema", "prints all messages and records with their layout", tvctl::runSchema},
+    {"config", "prints what a process started here is configured with, and where that is from", tvctl::runConfig},
 };
 
 // Nothing is left to tidy up: the line editor resets the terminal before it lets the signal through.
@@ -29,7 +35,7 @@ std::string footer() {
     for (const auto& verb : verbs) text += "  " + std::string(verb.name) + "  " + verb.help + "\n";
     return text +
            "\nExit codes: 0 done, 1 the command failed, 2 wrong usage, 3 no such process, 4 timed out,\n"
-           "5 refused, 6 malformed answer, 130 interrupted";
+           "5 refused, 6 malformed answer or configuration, 130 interrupted";
 }
 
 } // namespace
@@ -63,6 +69,11 @@ int main(int argc, char** argv) {
     if (words[0].rfind('-', 0) == 0) {
         std::cerr << "tvctl: unknown option: " << words[0] << " (--help lists them)\n";
         return tvctl::exitUsage;
+    }
+    try {
+        host::checkConfiguration();
+    } catch (const host::ConfigurationError& error) {
+        return tvctl::report(std::cerr, options.json, {tvctl::exitBadData, -EBADMSG}, error.what());
     }
     const auto* verb =
         std::find_if(std::begin(verbs), std::end(verbs), [&](const auto& known) { return words[0] == known.name; });

@@ -83,6 +83,7 @@ public:
         : path_(path), writableByOthers_(writableByOthers), values_(values) {}
 
     void read(const std::string& text) const {
+        checkCharacters(text);
         try {
             readTable(toml::parse(text), {});
         } catch (const toml::parse_error& error) {
@@ -91,6 +92,19 @@ public:
     }
 
 private:
+    // The parser decodes ahead and would name another line.
+    void checkCharacters(std::string_view text) const {
+        const auto beyondAscii = [](std::string_view line) {
+            return std::count_if(line.begin(), line.end(), [](char c) { return static_cast<unsigned char>(c) > 0x7F; });
+        };
+        for (int number = 1; !text.empty(); ++number) {
+            const std::string_view line = text.substr(0, text.find('\n'));
+            if (beyondAscii(line) != beyondAscii(escaped(line)))
+                fail(path_ + ':' + std::to_string(number), "not printable characters in UTF-8: " + quoted(line));
+            text.remove_prefix(std::min(line.size() + 1, text.size()));
+        }
+    }
+
     void readTable(const toml::table& table, const std::string& place) const {
         for (const auto& [key, value] : table) {
             if (key.str().find('.') != std::string_view::npos) refuse(key, place);
@@ -148,8 +162,10 @@ private:
 
     static std::string wrongType(const Known& known, const toml::node& value) {
         if (known.kind != Kind::number) return "not a text: " + shown(value);
-        // The range is named as for a number that is out of it.
-        return known.problemOf(value.is_string() ? *value.value_exact<std::string>() : shown(value));
+        const auto text = value.value_exact<std::string>();
+        // What would be right but for its quotes.
+        if (text && known.problemOf(*text).empty()) return "a text, not a number: " + quoted(*text);
+        return known.problemOf(text ? *text : shown(value));
     }
 
     static std::string shown(const toml::node& value) {

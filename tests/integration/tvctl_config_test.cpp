@@ -1,0 +1,120 @@
+// What tvctl says of the configuration, which needs no receiver.
+#include "integration/program-run.h"
+
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using namespace program_run;
+using nlohmann::json;
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr int done = 0, failed = 1, usage = 2, badData = 6;
+
+class TvctlConfig : public Programs {
+protected:
+    TvctlConfig() {
+        file = (folder / "config.toml").string();
+        environment["TVSA_CONFIG"] = file;
+    }
+    void configure(const std::string& text) const { std::ofstream(file) << text; }
+    Outcome config(const Words& before = {}, const Words& after = {}) const {
+        Words words{program("tvctl")};
+        words.insert(words.end(), before.begin(), before.end());
+        words.push_back("config");
+        words.insert(words.end(), after.begin(), after.end());
+        return run(words);
+    }
+    static json named(const json& settings, const std::string& name) {
+        for (const json& setting : settings)
+            if (setting["name"] == name) return setting;
+        return {};
+    }
+
+    std::string file;
+};
+
+TEST_F(TvctlConfig, SaysOfEachValueWhereItCameFrom) {
+    configure("[endpoints]\ntvservice = \"tcp://192.0.2.7:7401\"\n\n[queue]\nmessages = 12\nbytes = 13\n");
+    environment["TVSA_QUEUE_BYTES"] = "4711";
+    const Outcome outcome = config();
+    EXPECT_EQ(outcome.exitCode, done);
+    EXPECT_EQ(outcome.error, "");
+    EXPECT_EQ(outcome.output,
+              "SETTING              VALUE                 FROM\n"
+              "endpoints.tvservice  tcp://192.0.2.7:7401  " +
+                  file +
+                  ":2\n"
+                  "keys.file            -                     -\n"
+                  "keys.clients         -                     -\n"
+                  "remote.heartbeat_ms  1000                  built in\n"
+                  "queue.messages       12                    " +
+                  file +
+                  ":5\n"
+                  "queue.bytes          4711                  TVSA_QUEUE_BYTES\n"
+                  "queue.wait_ms        5000                  built in\n"
+                  "run_log.queue        1024                  built in\n"
+                  "flat_heap.megabytes  256                   built in\n"
+                  "log.levels           warning               built in\n"
+                  "log.format           text                  built in\n"
+                  "\n"
+                  "read       " +
+                  file + "\n");
+    EXPECT_FALSE(std::filesystem::exists(runtimeFolder())) << "it needs no receiver";
+}
+
+TEST_F(TvctlConfig, SaysItToProgramsToo) {
+    configure("keys.clients = [\"one\", \"two\"]\n");
+    for (const Outcome& outcome : {config({"--json"}), config({}, {"--json"})}) {
+        ASSERT_EQ(outcome.exitCode, done) << outcome.error;
+        const json answer = json::parse(outcome.output);
+        EXPECT_EQ(named(answer["settings"], "keys.clients"),
+                  (json{{"name", "keys.clients"},
+                        {"variable", "TVSA_CLIENT_KEYS"},
+                        {"help", "public keys of those that may connect from other hosts"},
+                        {"value", "one,two"},
+                        {"origin", file + ":1"}}));
+        EXPECT_TRUE(named(answer["settings"], "keys.file")["value"].is_null());
+        EXPECT_TRUE(named(answer["settings"], "keys.file")["origin"].is_null());
+        EXPECT_EQ(answer["files"], json::array({{{"path", file}, {"found", true}}}));
+    }
+}
+
+TEST_F(TvctlConfig, SaysWhichFilesItLookedFor) {
+    environment["TVSA_CONFIG"] = "";
+    environment["XDG_CONFIG_HOME"] = folder.string();
+    const std::string users = (folder / "tvservice-adapter" / "config.toml").string();
+    EXPECT_THAT(config().output,
+                ContainsRegex("\n\nnot there  " + users + "\n[a-z ]+/etc/tvservice-adapter/config.toml\n$"));
+    std::filesystem::create_directory(folder / "tvservice-adapter");
+    std::ofstream(users) << "log.levels = \"info\"\n";
+    EXPECT_THAT(config().output, AllOf(HasSubstr("log.levels           info      " + users + ":1\n"),
+                                       HasSubstr("\n\nread       " + users + "\n")));
+}
+
+TEST_F(TvctlConfig, RefusesWhatIsWrong) {
+    configure("\n[queue]\nmessages = 0\n");
+    const std::string problem = file + ":3: queue.messages: not a number from 1 to 2147483647: \"0\"";
+    EXPECT_EQ(config(), (Outcome{badData, "", "tvctl: " + problem + "\n"}));
+    const Outcome inJson = config({"--json"});
+    EXPECT_EQ(inJson.exitCode, badData);
+    EXPECT_EQ(json::parse(inJson.error).at("error"), problem);
+    configure("");
+    environment["TVSA_FLAT_HEAP_MB"] = "much"; // which others go on without
+    EXPECT_EQ(config(), (Outcome{badData, "", "tvctl: TVSA_FLAT_HEAP_MB: not a number from 32 to 2048: \"much\"\n"}));
+}
+
+TEST_F(TvctlConfig, RefusesWrongUsage) {
+    configure("");
+    EXPECT_EQ(config({}, {"--fast"}).exitCode, usage);
+    EXPECT_EQ(config({}, {"queue.messages"}).exitCode, usage);
+    EXPECT_THAT(config({}, {"--help"}).output, StartsWith("Prints each setting"));
+    const Outcome full = run({program("tvctl"), "config"}, R"(exec "$0" "$@" </dev/null >/dev/full)");
+    EXPECT_EQ(full, (Outcome{failed, "", "tvctl: cannot write to standard output\n"}));
+}
+
+} // namespace

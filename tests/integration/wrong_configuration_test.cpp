@@ -1,0 +1,91 @@
+// What the programs do with a configuration that they cannot use: nothing.
+#include "integration/program-run.h"
+
+namespace {
+
+using namespace program_run;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr int badData = 6;
+
+class AConfiguredProgram : public Programs, public testing::WithParamInterface<const char*> {
+protected:
+    Words command() const {
+        const std::string name = GetParam();
+        Words words{program(name)};
+        if (name == "frame-host") words.push_back(library("libapp-tvservice-adapter.so"));
+        if (name == "tvctl") words.push_back("help");
+        return words;
+    }
+    std::string configure(const std::string& place, const std::string& text) const {
+        const std::filesystem::path path = folder / place;
+        std::filesystem::create_directories(path.parent_path());
+        std::ofstream(path) << text;
+        return path.string();
+    }
+    void expectRefusal(const std::string& problem) const {
+        EXPECT_EQ(run(command()), (Outcome{badData, "", GetParam() + (": " + problem) + '\n'}));
+        EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(IsRefused, AConfiguredProgram,
+                         testing::Values("tvserviced", "mmserviced", "frame-host", "tvctl", "tvsa-demo"),
+                         [](const auto& test) {
+                             std::string name = test.param;
+                             std::erase(name, '-');
+                             return name;
+                         });
+
+TEST_P(AConfiguredProgram, RefusesAWrongFileThatIsNamed) {
+    const std::string path = configure("some.toml", "[log]\nformat = \"text\"\n\n[queue]\nmessages = \"many\"\n");
+    environment["TVSA_CONFIG"] = path;
+    expectRefusal(path + ":5: queue.messages: not a number from 1 to 2147483647: \"many\"");
+}
+
+TEST_P(AConfiguredProgram, RefusesAWrongFileOfTheUser) {
+    environment["TVSA_CONFIG"] = "";
+    environment["XDG_CONFIG_HOME"] = folder.string();
+    const std::string path = configure("tvservice-adapter/config.toml", "[queues]\n");
+    expectRefusal(path +
+                  ":1: unknown table \"queues\"; known: endpoints, keys, remote, queue, run_log, flat_heap, log");
+}
+
+TEST_P(AConfiguredProgram, RefusesAFileThatIsMissing) {
+    environment["TVSA_CONFIG"] = (folder / "none.toml").string();
+    expectRefusal((folder / "none.toml").string() + ": there is no such file, which TVSA_CONFIG names");
+}
+
+TEST_P(AConfiguredProgram, RefusesAWrongVariable) {
+    environment["TVSA_HEARTBEAT_MS"] = "often";
+    expectRefusal("TVSA_HEARTBEAT_MS: not a number from 10 to 60000: \"often\"");
+}
+
+TEST_P(AConfiguredProgram, SaysWhatItCanDoAllTheSame) {
+    environment["TVSA_CONFIG"] = configure("some.toml", "[queue");
+    const Outcome outcome = run({program(GetParam()), "--help"});
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_THAT(outcome.output, HasSubstr("--help"));
+    EXPECT_EQ(outcome.error, "");
+}
+
+using AServiceOfTheFile = Programs;
+
+TEST_F(AServiceOfTheFile, IsWhereTheFileSays) {
+    const std::string socket = (folder / "elsewhere.sock").string(), file = (folder / "config.toml").string();
+    std::ofstream(file) << "[endpoints]\ntvservice = \"" << socket
+                        << "\"\n[log]\nlevels = \"info\"\nformat = \"json\"\n";
+    environment["TVSA_CONFIG"] = file;
+    const auto service = start({program("tvserviced")});
+    EXPECT_TRUE(eventually([&] { return std::filesystem::exists(socket); }));
+    const auto client = start({program("frame-host"), library("libapp-tvservice-adapter.so")});
+    EXPECT_TRUE(eventually([&] {
+        return client->error().find("\"text\":\"service tvservice: connected") != std::string::npos;
+    })) << client->error();
+    EXPECT_EQ(client->terminate().exitCode, 0);
+    EXPECT_EQ(service->terminate().exitCode, 0);
+}
+
+} // namespace

@@ -1,0 +1,206 @@
+// What is wrong in a configuration file is said with its line, and what becomes of a process that cannot use it.
+#include "support/configuration-folder.h"
+
+#include <host/configuration.h>
+#include <host/marshaller.h>
+#include <lrt/run-log-agent.h>
+#include <vdl/debug.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <utility>
+
+namespace {
+
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr std::uint32_t module = 0x0300;
+
+class ConfigurationFile : public ConfigurationFolder {
+protected:
+    static std::string refusal() {
+        try {
+            host::checkConfiguration();
+            return "not refused";
+        } catch (const host::ConfigurationError& error) {
+            return error.what();
+        }
+    }
+    void expectRefused(const std::vector<std::pair<std::string, std::string>>& wrong) const {
+        for (const auto& [text, problem] : wrong) {
+            const std::string path = configure(text);
+            EXPECT_EQ(refusal(), path + ':' + problem) << text;
+        }
+    }
+};
+
+TEST_F(ConfigurationFile, ThatIsNoTomlIsRefused) {
+    for (const auto& [text, line] :
+         std::vector<std::pair<std::string, std::string>>{{"[queue", ":1: "},
+                                                          {"[queue]\nmessages = \n", ":2: "},
+                                                          {"\n\n[queue]\nbytes = 1\nbytes = 2\n", ":5: "},
+                                                          {"a = \"\x1B[2J", ":1: "},
+                                                          {"\n\xFF\xFE", ":2: "}}) {
+        const std::string path = configure(text);
+        EXPECT_THAT(refusal(), StartsWith(path + line)) << text;
+        EXPECT_EQ(refusal().find_first_of("\n\x1B\xFF"), std::string::npos) << refusal();
+    }
+}
+
+TEST_F(ConfigurationFile, NamesWhatItsTablesMayHave) {
+    const std::string tables = "; known: endpoints, keys, remote, queue, run_log, flat_heap, log";
+    expectRefused({
+        {"\n[queues]\nmessages = 1\n", "2: unknown table \"queues\"" + tables},
+        {"messages = 1\n", "1: unknown table \"messages\"" + tables},
+        {"\"\" = 1\n", "1: unknown table \"\"" + tables},
+        {"\"queue.messages\" = 1\n", "1: unknown table \"queue.messages\"" + tables},
+        {"\"\\u001b\\n\" = 1\n", R"(1: unknown table "\x1b\x0a")" + tables},
+        {"[queue]\nbytes = 1\nmesages = 1\n", "3: queue has no \"mesages\"; known: messages, bytes, wait_ms"},
+        {"[queue.messages]\nmore = 1\n", "1: queue.messages: not a number from 1 to 2147483647: \"a table\""},
+        {"[keys]\nservers = 1\n", "2: keys has no \"servers\"; known: file, clients, services"},
+        {"[keys]\n\"services.tv\" = 1\n", "2: keys has no \"services.tv\"; known: file, clients, services"},
+        {"queue = 1\n", "1: queue: not a table"},
+        {"[keys]\nservices = \"key\"\n", "2: keys.services: not a table"},
+        {"[[queue]]\nbytes = 1\n", "1: queue: not a table"},
+    });
+}
+
+TEST_F(ConfigurationFile, RefusesNumbersThatAreNone) {
+    const std::string wanted = "queue.messages: not a number from 1 to 2147483647: ";
+    expectRefused({
+        {"[queue]\nmessages = \"many\"\n", "2: " + wanted + "\"many\""},
+        {"[queue]\nmessages = 0\n", "2: " + wanted + "\"0\""},
+        {"[queue]\nmessages = -1\n", "2: " + wanted + "\"-1\""},
+        {"[queue]\nmessages = 2147483648\n", "2: " + wanted + "\"2147483648\""},
+        {"[queue]\nmessages = 1.5\n", "2: " + wanted + "\"1.5\""},
+        {"[queue]\nmessages = true\n", "2: " + wanted + "\"true\""},
+        {"[queue]\nmessages = [1]\n", "2: " + wanted + "\"a list\""},
+        {"[queue]\nmessages = 2026-01-01\n", "2: " + wanted + "\"2026-01-01\""},
+        {"remote.heartbeat_ms = 9\n", "1: remote.heartbeat_ms: not a number from 10 to 60000: \"9\""},
+        {"[run_log]\nqueue = 0\n", "2: run_log.queue: \"0\" is no number above 0"},
+        {"[flat_heap]\nmegabytes = 31\n", "2: flat_heap.megabytes: not a number from 32 to 2048: \"31\""},
+    });
+}
+
+TEST_F(ConfigurationFile, RefusesANumberInQuotes) {
+    expectRefused({{"[queue]\nmessages = \"12\"\n", "2: queue.messages: a text, not a number: \"12\""}});
+}
+
+TEST_F(ConfigurationFile, RefusesTextsThatAreNone) {
+    expectRefused({
+        {"[endpoints]\ntv = 7\n", "2: endpoints.tv: not a text: 7"},
+        {"[endpoints]\ntv = \"\"\n", "2: endpoints.tv: not a text: \"\""},
+        {"[endpoints]\ntv = { path = \"/x\" }\n", "2: endpoints.tv: not a text: a table"},
+        {"[endpoints]\ntv = \"/a\\u0000b\"\n", R"(2: endpoints.tv: not a text of printable characters: "/a\x00b")"},
+        {"[endpoints]\nTV = \"/x\"\n", "2: \"TV\" is no service's name in endpoints (small letters, digits, - and _)"},
+        {"keys.services.\"a b\" = \"k\"\n",
+         "1: \"a b\" is no service's name in keys.services (small letters, digits, - and _)"},
+        {"[keys]\nclients = \"one\"\n", "2: keys.clients: not a list of texts: \"one\""},
+        {"[keys]\nclients = [\n\"one\",\n2]\n", "4: keys.clients: not a text: 2"},
+        {"[keys]\nclients = [\"one,two\"]\n", "2: keys.clients: not a text without commas: \"one,two\""},
+        {"[keys]\nclients = [\"\"]\n", "2: keys.clients: not a text without commas: \"\""},
+        {"[log]\nformat = \"xml\"\n", "2: log.format: \"xml\" is neither text nor json"},
+        {"[log]\nformat = false\n", "2: log.format: not a text: false"},
+    });
+    const std::string path = configure("[log]\nlevels = \"info,loud\"\n");
+    EXPECT_THAT(refusal(), StartsWith(path + ":2: log.levels: \"loud\": \"loud\" is no level"));
+}
+
+TEST_F(ConfigurationFile, MayNameEndpointsAndKeysOnlyWhenNobodyElseCanWriteIt) {
+    for (const char* text : {"[queue]\n[endpoints]\ntv = \"/x\"\n", "\n\nkeys.file = \"/key\"\n",
+                             "\n\nkeys.clients = []\n", "\n[keys.services]\ntv = \"k\"\n"})
+        for (const mode_t mode : {0664U, 0646U, 0666U}) {
+            const std::string path = configure(text, mode);
+            EXPECT_THAT(refusal(), AllOf(StartsWith(path + ":3: "),
+                                         HasSubstr(": other users may write to this file (wanted: mode 0644)")))
+                << text;
+            configure(text, 0644);
+            EXPECT_EQ(refusal(), "not refused") << text;
+        }
+    configure("[queue]\nmessages = 1\n", 0666);
+    EXPECT_EQ(refusal(), "not refused");
+}
+
+TEST_F(ConfigurationFile, ThatCannotBeReadIsRefused) {
+    setenv("TVSA_CONFIG", folder.c_str(), 1);
+    EXPECT_EQ(refusal(), folder + ": not a file");
+    const std::string pipe = folder + "/pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    setenv("TVSA_CONFIG", pipe.c_str(), 1);
+    EXPECT_EQ(refusal(), pipe + ": not a file");
+    const std::string loop = folder + "/loop";
+    std::filesystem::create_symlink(loop, loop);
+    setenv("TVSA_CONFIG", loop.c_str(), 1);
+    EXPECT_EQ(refusal(), loop + ": cannot be read: Too many levels of symbolic links");
+    setenv("TVSA_CONFIG", "/dev/zero", 1);
+    EXPECT_EQ(refusal(), "/dev/zero: longer than 1048576 bytes");
+    setenv("TVSA_CONFIG", "/dev/null", 1);
+    EXPECT_EQ(refusal(), "not refused");
+}
+
+TEST_F(ConfigurationFile, IsLookedForBelowWhatIsNoFolder) {
+    setenv("XDG_CONFIG_HOME", write("file", "").c_str(), 1);
+    EXPECT_EQ(refusal(), "not refused");
+}
+
+// What a process starts with and reads once is looked at in a new one.
+class WrongConfigurationFile : public ConfigurationFile {
+protected:
+    WrongConfigurationFile() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+
+    // The new process has made a folder of its own.
+    [[noreturn]] void end(bool asExpected = true) const {
+        std::filesystem::remove_all(folder);
+        std::exit(asExpected ? 0 : 1);
+    }
+    static void print(const char* text) {
+        vdlDebugChunk chunk;
+        if (vdlDebugCheckLevelGetFrameAndChunk(module << 16 | vdlDebugWarning, chunk))
+            vdlDebugOutput0(chunk, "%s", text);
+    }
+};
+
+TEST_F(WrongConfigurationFile, IsReportedWithTheFirstLineOfTheLogWhichGoesOn) {
+    configure("[log]\nlevels = \"off\"\nformat = \"xml\"\n");
+    EXPECT_EXIT(
+        {
+            print("first");
+            print("second");
+            end();
+        },
+        testing::ExitedWithCode(0),
+        ContainsRegex("^[^\n]*vdl warning: [^\n]*config.toml:3: log.format: \"xml\" is neither text nor json; text is "
+                      "used\n[^\n]*warning: first\n[^\n]*warning: second\n$"));
+}
+
+TEST_F(WrongConfigurationFile, LeavesFlatHeapAndRunLogWithTheBuiltInSize) {
+    if (sizeof(void*) == sizeof(std::uint32_t)) GTEST_SKIP() << "flat blocks come from malloc";
+    configure("[queue]\nmessages = \"many\"\n[flat_heap]\nmegabytes = 32\n");
+    setenv("STATE_DIRECTORY", (folder + "/state").c_str(), 1);
+    EXPECT_EXIT(
+        {
+            const auto megabytes = host::flatHeapUsage().limit >> 20;
+            lrt::RunLogAgentImpl::getInstance();
+            end(megabytes == 256);
+        },
+        testing::ExitedWithCode(0),
+        ContainsRegex(
+            "config.toml:2: queue.messages: [^\n]*\"many\"; 256 is used\n[^\n]*config.toml:2: [^\n]*; 1024 is "
+            "used\n"));
+}
+
+TEST_F(WrongConfigurationFile, HidesNothingWhenItIsRight) {
+    configure("[log]\nlevels = \"off,0x0300=warning\"\nformat = \"json\"\n[flat_heap]\nmegabytes = 32\n");
+    EXPECT_EXIT(
+        {
+            print("a line");
+            end(host::flatHeapUsage().limit >> 20 == 32 || sizeof(void*) == 4);
+        },
+        testing::ExitedWithCode(0), ContainsRegex("^\\{[^\n]*\"module\":\"0x0300\"[^\n]*\"text\":\"a line\"\\}\n$"));
+}
+
+} // namespace

@@ -1,0 +1,75 @@
+#include "config.h"
+
+#include "failure.h"
+
+#include <host/configuration.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+namespace tvctl {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string asJson(const std::vector<host::NamedSetting>& settings, const std::vector<host::ConfigurationFile>& files) {
+    Json result{{"settings", Json::array()}, {"files", Json::array()}};
+    for (const auto& [name, variable, help, value] : settings)
+        result["settings"].push_back({{"name", name},
+                                      {"variable", variable},
+                                      {"help", help},
+                                      {"value", value ? Json(value->text) : Json()},
+                                      {"origin", value ? Json(value->origin) : Json()}});
+    for (const auto& [path, found] : files) result["files"].push_back({{"path", path}, {"found", found}});
+    return result.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+using Row = std::array<std::string, 3>;
+
+std::string asText(const std::vector<host::NamedSetting>& settings, const std::vector<host::ConfigurationFile>& files) {
+    std::vector<Row> rows{{"SETTING", "VALUE", "FROM"}};
+    for (const auto& setting : settings)
+        rows.push_back(setting.value ? Row{setting.name, setting.value->text, setting.value->origin}
+                                     : Row{setting.name, "-", "-"});
+    std::array<std::size_t, 2> widths{};
+    for (const Row& row : rows)
+        for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+    std::string text;
+    for (const Row& row : rows) {
+        for (std::size_t i = 0; i < widths.size(); ++i)
+            text += row[i] + std::string(widths[i] + 2 - row[i].size(), ' ');
+        text += row.back() + '\n';
+    }
+    text += '\n';
+    for (const auto& file : files) text += (file.found ? "read       " : "not there  ") + file.path + '\n';
+    return text;
+}
+
+} // namespace
+
+int runConfig(const Options& given, const std::vector<std::string>& arguments) {
+    Options options = given;
+    CLI::App app(
+        "Prints each setting of a process that is started here, its value and where that came from: a variable, a "
+        "line\n"
+        "of a file, or the program itself. \"-\" is what nobody has set. Needs no receiver.",
+        "tvctl config");
+    app.add_flag("--json", options.json, "As one JSON object, for programs");
+    if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;
+    try {
+        const auto settings = host::settings();
+        const auto files = host::configurationFiles();
+        std::cout << (options.json ? asJson(settings, files) : asText(settings, files));
+    } catch (const host::ConfigurationError& error) {
+        return report(std::cerr, options.json, {exitBadData, -EBADMSG}, error.what());
+    }
+    if (!std::cout.flush())
+        return report(std::cerr, options.json, {exitFailed, -EIO}, "cannot write to standard output");
+    return exitDone;
+}
+
+} // namespace tvctl
