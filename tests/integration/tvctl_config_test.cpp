@@ -9,7 +9,6 @@ using namespace program_run;
 using nlohmann::json;
 using testing::AllOf;
 using testing::ContainsRegex;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 

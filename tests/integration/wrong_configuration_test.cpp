@@ -4,9 +4,7 @@
 namespace {
 
 using namespace program_run;
-using testing::AllOf;
 using testing::HasSubstr;
-using testing::StartsWith;
 
 constexpr int badData = 6;
 

@@ -29,13 +29,13 @@ protected:
         std::filesystem::create_directories(path.parent_path());
         std::ofstream(path) << text;
         EXPECT_EQ(chmod(path.c_str(), mode), 0);
-        return path;
+        return path.string();
     }
     // Makes this the one file that counts.
     std::string configure(const std::string& text, mode_t mode = 0644) const {
         const std::string path = write("config.toml", text, mode);
         setenv("TVSA_CONFIG", path.c_str(), 1);
-        return path;
+        return path.string();
     }
 
     std::string folder;

@@ -1,6 +1,9 @@
 // A service and a client on the message queue, peers that say whatever a test wants, and the messages they exchange.
 #pragma once
 
+#include "support/remote-endpoint.h"
+#include "support/remote-socket.h"
+
 #include <host/message-queue.h>
 #include <vdl/flat.h>
 
@@ -15,6 +18,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -143,11 +147,19 @@ inline std::uint32_t turned(std::uint32_t value) { return __builtin_bswap32(valu
 // A peer that says whatever a test wants.
 class RawPeer {
 public:
-    explicit RawPeer(const std::string& path) : socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(0, ::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    // The path of a socket, or the service's address on the other transport.
+    explicit RawPeer(const std::string& path) {
+        if (path.rfind("tcp://", 0) == 0) {
+            auto [relay, socket] = support::connectToTuner(path);
+            relay_ = relay;
+            socket_ = socket;
+        } else {
+            socket_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+            sockaddr_un address{};
+            address.sun_family = AF_UNIX;
+            path.copy(address.sun_path, sizeof address.sun_path - 1);
+            EXPECT_EQ(0, ::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address));
+        }
         const timeval patience{10, 0};
         setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     }
@@ -170,7 +182,8 @@ public:
     }
 
 private:
-    int socket_;
+    std::shared_ptr<void> relay_;
+    int socket_ = -1;
 };
 
 inline std::string words(std::initializer_list<std::uint32_t> values, bool turn) {
@@ -189,6 +202,7 @@ inline std::string frameOf(const frame::MsgMeta& meta, std::uint32_t size, const
     return bytes + words({7, 9, 0}, turn) + body;
 }
 
+// With QUEUE_TRANSPORT=tcp in the environment the service "tuner" is reached as one of another host is.
 class MessageQueue : public testing::Test {
 protected:
     MessageQueue() {
@@ -196,6 +210,8 @@ protected:
         folder = mkdtemp(name);
         setenv("RUNTIME_DIRECTORY", folder.c_str(), 1);
         path = folder + "/tuner.sock";
+        const char* transport = std::getenv("QUEUE_TRANSPORT");
+        if (transport && std::string(transport) == "tcp") path = remote.emplace(folder).address;
     }
     ~MessageQueue() override {
         client.reset();
@@ -243,6 +259,7 @@ protected:
     static constexpr std::size_t helloSize = 32 + 5 + 2 * 24;
     host::QueueLimits limits;
     std::string folder, path;
+    std::optional<support::RemoteEndpoint> remote;
     Inbox serverInbox, clientInbox;
     News news;
     std::unique_ptr<host::MessageQueue> server, client;

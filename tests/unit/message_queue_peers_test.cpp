@@ -51,16 +51,18 @@ TEST_F(MessageQueue, TurnsAPeerWithoutOneOfTheMessagesAway) {
 
 TEST_F(MessageQueue, TurnsAPeerOfAnotherServiceAway) {
     startServer();
-    setenv("TVSA_ENDPOINT_REMOTE", path.c_str(), 1);
+    setenv("TVSA_ENDPOINT_OTHER", path.c_str(), 1);
+    if (remote) setenv("TVSA_SERVICE_KEY_OTHER", remote->keys.publicKey.c_str(), 1);
     host::MessageQueue other(limits);
-    other.open(other.connectTo("remote", messages, 4096, &news));
-    unsetenv("TVSA_ENDPOINT_REMOTE");
+    other.open(other.connectTo("other", messages, 4096, &news));
+    unsetenv("TVSA_ENDPOINT_OTHER");
+    unsetenv("TVSA_SERVICE_KEY_OTHER");
     testing::internal::CaptureStderr();
     other.start();
     EXPECT_TRUE(eventually([&] { return atServer().refused > 0 && other.statistics()[0].refused > 0; }));
     other.stop();
     const std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_NE(std::string::npos, log.find("service remote: peer offers service tuner")) << log;
+    EXPECT_NE(std::string::npos, log.find("service other: peer offers service tuner")) << log;
 }
 
 TEST_F(MessageQueue, IsNotDisturbedByGarbage) {

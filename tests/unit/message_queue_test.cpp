@@ -95,7 +95,9 @@ TEST_F(MessageQueue, LogsTheFirstRefusalAndHowManyFollowedIt) {
     const auto refusals = [&] {
         std::vector<std::string> texts;
         for (const auto& line : log.lines())
-            if (line.text.find("refused") != std::string::npos) texts.push_back(line.text);
+            if (line.text.find(" refused: ") != std::string::npos ||
+                line.text.find("were refused") != std::string::npos)
+                texts.push_back(line.text); // unlike a connection that is refused
         return texts;
     };
     const auto fill = [&] {
@@ -201,7 +203,7 @@ TEST_F(MessageQueue, OneFullClientDoesNotHoldUpTheOthers) {
         EXPECT_EQ(0, sendText(*offered, 1024 * 1024, 'x'));
         ASSERT_TRUE(eventually([&] { return clientInbox.size() == i; }));
     }
-    EXPECT_EQ(4u, atServer().refused);
+    EXPECT_EQ(remote ? 3u : 4u, atServer().refused) << "between hosts one more is under way";
     EXPECT_EQ(-11, sendNumber(*offered, 1, &serverInbox.transports[0]));
 }
 

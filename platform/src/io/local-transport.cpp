@@ -83,25 +83,21 @@ private:
     int descriptor_ = -1; // the socket's; kept here, as the socket object is the receiving thread's alone
 };
 
-std::unique_ptr<Stream> streamOver(boost::asio::io_context& io, int socket) {
-    try {
-        auto stream = std::make_unique<LocalStream>(io);
-        stream->takeOver(socket);
-        return stream;
-    } catch (...) {
-        ::close(socket);
-        throw;
-    }
-}
-
 } // namespace
+
+std::unique_ptr<Stream> streamOver(boost::asio::io_context& io, FileDescriptor socket) {
+    auto stream = std::make_unique<LocalStream>(io);
+    stream->takeOver(socket.get());
+    (void)socket.release();
+    return stream;
+}
 
 void LocalConnector::connect(const Answer& answer) {
     const int socket = connectToEndpoint(path_);
     if (socket < 0) return answer(nullptr, std::system_category().message(-socket));
     std::unique_ptr<Stream> stream;
     try {
-        stream = streamOver(io_, socket);
+        stream = streamOver(io_, FileDescriptor(socket));
     } catch (const std::exception& error) {
         return answer(nullptr, error.what());
     }
@@ -122,7 +118,7 @@ void LocalListener::wait(std::function<void()> ready) {
 std::unique_ptr<Stream> LocalListener::accept(std::error_code& error) {
     for (;;) {
         const int socket = endpoint_.accept();
-        if (socket >= 0) return streamOver(io_, socket);
+        if (socket >= 0) return streamOver(io_, FileDescriptor(socket));
         if (socket == -EINTR || socket == -ECONNABORTED) continue;
         if (socket != -EAGAIN) error.assign(-socket, std::system_category());
         return nullptr;

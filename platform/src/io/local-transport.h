@@ -2,6 +2,7 @@
 #pragma once
 
 #include "io/endpoint.h"
+#include "io/file-descriptor.h"
 #include "io/transport.h"
 
 #include <boost/asio/io_context.hpp>
@@ -9,6 +10,9 @@
 #include <string>
 
 namespace host::io {
+
+// A stream over a connected socket that does not block. Throws std::bad_alloc or std::system_error.
+std::unique_ptr<Stream> streamOver(boost::asio::io_context& io, FileDescriptor socket);
 
 class LocalConnector final : public Connector {
 public:

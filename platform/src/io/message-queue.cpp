@@ -3,6 +3,7 @@
 #include "io/local-transport.h"
 #include "io/log.h"
 #include "io/server-door.h"
+#include "remote/remote-transport.h"
 
 #include <host/environment.h>
 #include <host/message-queue.h>
@@ -29,6 +30,23 @@ QueueLimits QueueLimits::fromConfiguration() {
 
 struct MessageQueue::State {
     explicit State(const QueueLimits& queueLimits) : limits(queueLimits) {}
+
+    // The two transports.
+    std::unique_ptr<io::Connector> connectorTo(const std::string& service) {
+        const std::string endpoint = endpointOf(service);
+        if (remote::isRemote(endpoint)) return remote::makeConnector(io, theRelay(), service, endpoint);
+        return std::make_unique<io::LocalConnector>(io, endpoint);
+    }
+    std::unique_ptr<io::Listener> listenerFor(const std::string& service) {
+        const std::string endpoint = endpointOf(service);
+        if (remote::isRemote(endpoint)) return remote::makeListener(io, theRelay(), service, endpoint);
+        return std::make_unique<io::LocalListener>(io, service, endpoint);
+    }
+    std::shared_ptr<remote::Relay> theRelay() {
+        std::lock_guard lock(mutex);
+        if (!relay) relay = remote::makeRelay();
+        return relay;
+    }
 
     io::Door& add(std::unique_ptr<io::Door> door) {
         std::lock_guard lock(mutex);
@@ -58,7 +76,8 @@ struct MessageQueue::State {
     const QueueLimits limits;
     boost::asio::io_context io{1};
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{io.get_executor()};
-    std::mutex mutex; // guards the rest
+    std::mutex mutex;                     // guards the rest
+    std::shared_ptr<remote::Relay> relay; // once there is a service on another host or for others
     std::vector<std::unique_ptr<io::Door>> doors;
     std::vector<io::Door*> openedEarly; // before the thread started
     std::thread thread;
@@ -76,8 +95,7 @@ MessageQueue::~MessageQueue() {
 
 frame::OmqIOModule& MessageQueue::connectTo(const std::string& service, const frame::MessageSet& messages,
                                             std::size_t sendBufferBytes, frame::IOConnectionListener* listener) {
-    auto connector = std::make_unique<io::LocalConnector>(state_->io, endpointOf(service));
-    return state_->add(std::make_unique<io::ClientDoor>(state_->io, std::move(connector), service, messages,
+    return state_->add(std::make_unique<io::ClientDoor>(state_->io, state_->connectorTo(service), service, messages,
                                                         sendBufferBytes, state_->limits, listener));
 }
 
@@ -96,9 +114,8 @@ void MessageQueue::withdraw(frame::OmqIOModule& door) {
 
 frame::OmqIOModule& MessageQueue::serve(const std::string& service, const frame::MessageSet& messages,
                                         std::size_t sendBufferBytes) {
-    auto listener = std::make_unique<io::LocalListener>(state_->io, service, endpointOf(service));
-    io::Door& door = state_->add(std::make_unique<io::ServerDoor>(state_->io, std::move(listener), service, messages,
-                                                                  sendBufferBytes, state_->limits));
+    io::Door& door = state_->add(std::make_unique<io::ServerDoor>(state_->io, state_->listenerFor(service), service,
+                                                                  messages, sendBufferBytes, state_->limits));
     state_->open({&door});
     return door;
 }

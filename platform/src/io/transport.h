@@ -29,7 +29,7 @@ class Stream {
 public:
     virtual ~Stream() = default;
 
-    // Whether the peer may be spoken to: a process of this process's user.
+    // Whether the peer may be spoken to: a process of this process's user, or one that has proven its key.
     virtual bool isOwn() const = 0;
 
     // Waits for the next bytes, puts them at room, and tells how many they are. One at a time, on the receiving thread.
@@ -68,7 +68,7 @@ public:
     // Calls ready, once, when a client may be waiting. On the receiving thread.
     virtual void wait(std::function<void()> ready) = 0;
     // The next waiting client's stream, or null: when error is set, why there is none although one may be waiting.
-    // Throws std::bad_alloc or std::system_error when the client was lost for want of something.
+    // Throws when a client was turned away by the transport itself, or lost for want of something; what() says why.
     virtual std::unique_ptr<Stream> accept(std::error_code& error) = 0;
 };
 

@@ -1,0 +1,101 @@
+#include "remote/link.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace host::remote {
+
+short Link::wanted() const {
+    const bool reads = !peerGone_ && maySend_ > frameCost;
+    return static_cast<short>((reads ? POLLIN : 0) | (arrived_.empty() ? 0 : POLLOUT));
+}
+
+void Link::onSocket(short events) {
+    if ((events & POLLOUT) != 0) write();
+    if ((events & (POLLIN | POLLHUP | POLLERR)) != 0 && !peerGone_) read();
+}
+
+void Link::read() {
+    if (maySend_ <= frameCost) return;
+    std::array<char, longestData> data; // NOLINT(cppcoreguidelines-pro-type-member-init): filled by what follows
+    const ssize_t size = ::recv(socket_.get(), data.data(), std::min(data.size(), maySend_ - frameCost), MSG_DONTWAIT);
+    if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
+    if (size <= 0) {
+        route_.send(FrameKind::End, nullptr, 0);
+        over_ = true;
+        return;
+    }
+    const auto count = static_cast<std::size_t>(size);
+    maySend_ -= count + frameCost;
+    if (!route_.send(FrameKind::Data, data.data(), count)) onPeerGone();
+}
+
+void Link::write() {
+    if (!socketReads_) return arrived_.clear();
+    const ssize_t size = ::send(socket_.get(), arrived_.data(), arrived_.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (size >= 0) {
+        arrived_.erase(0, static_cast<std::size_t>(size));
+    } else if (errno != EAGAIN && errno != EINTR && errno != ENOBUFS && errno != ENOMEM) {
+        socketReads_ = false; // what it has written itself is still to be read
+        arrived_.clear();
+    }
+    giveCredit();
+}
+
+void Link::onFrame(FrameKind kind, const char* data, std::size_t size) {
+    switch (kind) {
+        case FrameKind::Data:
+            return takeData(data, size);
+        case FrameKind::Credit:
+            return takeCredit(data, size);
+        case FrameKind::Probe:
+            return;
+        case FrameKind::End:
+            return onPeerGone();
+        case FrameKind::Open:
+            return breakRules("opened twice");
+    }
+    breakRules("sent an unknown frame");
+}
+
+void Link::takeData(const char* data, std::size_t size) {
+    if (size == 0 || size > longestData || size + frameCost > mayCome_) return breakRules("sent more than it may");
+    mayCome_ -= size + frameCost;
+    arrived_.append(data, size);
+    write();
+}
+
+void Link::takeCredit(const char* data, std::size_t size) {
+    if (size != 4) return breakRules("gave a malformed credit");
+    std::size_t credit = 0;
+    for (std::size_t i = 0; i < size; ++i) credit = credit << 8 | static_cast<std::uint8_t>(data[i]);
+    if (credit > window - maySend_) return breakRules("gave more credit than there is");
+    maySend_ += credit;
+}
+
+// Not for every frame: half a window is soon enough.
+void Link::giveCredit() {
+    if (peerGone_ || arrived_.size() + mayCome_ > window / 2) return;
+    const std::size_t credit = window - mayCome_ - arrived_.size();
+    std::array<char, 4> data{};
+    for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(credit >> (24 - 8 * i) & 0xFF);
+    mayCome_ += credit;
+    if (!route_.send(FrameKind::Credit, data.data(), data.size())) onPeerGone();
+}
+
+void Link::probe() {
+    if (!peerGone_ && !route_.send(FrameKind::Probe, nullptr, 0)) onPeerGone();
+}
+
+void Link::breakRules(const std::string& how) {
+    fault_ = how;
+    route_.send(FrameKind::End, how.data(), how.size());
+    arrived_.clear();
+    over_ = true;
+}
+
+} // namespace host::remote

@@ -1,0 +1,183 @@
+#include "remote/relay.h"
+
+#include "io/log.h"
+#include "remote/client-side.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <exception>
+#include <future>
+#include <pthread.h>
+#include <stdexcept>
+#include <sys/eventfd.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace host::remote {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* doorkeepersPlace = "inproc://zeromq.zap.01"; // where the library asks
+constexpr std::size_t zapParts = 7, keyBytes = 32;
+constexpr auto faultPause = 100ms; // until memory may be there again
+
+} // namespace
+
+Relay::Relay(const KeyPair& keys, std::chrono::milliseconds heartbeat)
+    : context_(1),
+      common_{context_, keys, heartbeat},
+      doorkeeper_(context_, zmq::socket_type::rep),
+      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!wake_) throw std::system_error(errno, std::system_category(), "eventfd");
+    doorkeeper_.set(zmq::sockopt::linger, 0);
+    doorkeeper_.bind(doorkeepersPlace);
+    thread_ = std::thread([this] { run(); });
+}
+
+Relay::~Relay() {
+    ended_ = true;
+    wake();
+    thread_.join();
+}
+
+void Relay::connect(const std::string& address, const std::string& serviceKey, std::shared_ptr<Mailbox> mailbox) {
+    order([this, address, serviceKey, mailbox = std::move(mailbox)] {
+        try {
+            participants_.push_back(std::make_unique<ClientSide>(common_, address, serviceKey, mailbox));
+        } catch (const std::exception& error) {
+            mailbox->put({io::FileDescriptor{}, error.what()});
+        }
+    });
+}
+
+std::string Relay::serve(const std::string& service, const std::string& address,
+                         const std::set<std::string>& clientKeys, std::shared_ptr<Mailbox> mailbox) {
+    std::string taken;
+    orderAndWait([&] {
+        auto side = std::make_unique<ServiceSide>(common_, service, address, clientKeys, mailbox);
+        taken = side->address();
+        services_.push_back(side.get());
+        participants_.push_back(std::move(side));
+    });
+    return taken;
+}
+
+void Relay::stopServing(const std::string& address) {
+    orderAndWait([&] {
+        const auto service = std::find_if(services_.begin(), services_.end(),
+                                          [&](const ServiceSide* side) { return side->address() == address; });
+        if (service == services_.end()) return;
+        std::erase_if(participants_, [&](const auto& one) { return one.get() == *service; });
+        services_.erase(service);
+    });
+}
+
+void Relay::order(std::function<void()> what) {
+    {
+        std::lock_guard lock(mutex_);
+        orders_.push_back(std::move(what));
+    }
+    wake();
+}
+
+void Relay::wake() const noexcept {
+    const std::uint64_t one = 1;
+    (void)!::write(wake_.get(), &one, sizeof one); // fails only when it is awake anyway
+}
+
+void Relay::orderAndWait(const std::function<void()>& what) {
+    std::packaged_task<void()> task(what);
+    auto done = task.get_future();
+    order([&task] { task(); });
+    done.get();
+}
+
+void Relay::run() {
+    pthread_setname_np(pthread_self(), "remote");
+    while (!ended_) {
+        try {
+            if (!ordersToRun_.empty()) runOrders();
+            work();
+        } catch (const std::exception& error) { // memory, or a signal
+            IO_LOG(vdlDebugFailure, "connections to other hosts: %s\n", error.what());
+            std::this_thread::sleep_for(faultPause);
+        }
+    }
+    // Their sockets are this thread's.
+    services_.clear();
+    participants_.clear();
+    doorkeeper_.close();
+}
+
+void Relay::work() {
+    std::vector<zmq_pollitem_t> items{{nullptr, wake_.get(), ZMQ_POLLIN, 0}, readable(doorkeeper_)};
+    std::vector<std::size_t> first;
+    auto due = Participant::Clock::time_point::max();
+    for (const auto& participant : participants_) {
+        first.push_back(items.size());
+        participant->collect(items);
+        due = std::min(due, participant->due());
+    }
+    auto patience = std::chrono::milliseconds(-1);
+    if (due != Participant::Clock::time_point::max())
+        patience = std::max(std::chrono::ceil<std::chrono::milliseconds>(due - Participant::Clock::now()),
+                            std::chrono::milliseconds(0));
+    zmq::poll(items, patience);
+
+    if ((items[1].revents & ZMQ_POLLIN) != 0) answerForKeys();
+    for (std::size_t i = 0; i < first.size(); ++i) handle(i, &items[first[i]]);
+    std::erase_if(participants_, [](const auto& one) { return one->isOver(); });
+    if ((items[0].revents & ZMQ_POLLIN) != 0) runOrders();
+}
+
+void Relay::handle(std::size_t participant, const zmq_pollitem_t* items) {
+    auto& one = *participants_[participant];
+    try {
+        one.handle(items);
+        one.lookAfter(Participant::Clock::now());
+    } catch (const std::exception& error) {
+        one.onFault(error.what());
+    }
+}
+
+void Relay::runOrders() {
+    std::uint64_t ignored = 0;
+    (void)!::read(wake_.get(), &ignored, sizeof ignored);
+    {
+        std::lock_guard lock(mutex_);
+        ordersToRun_.insert(ordersToRun_.end(), orders_.begin(), orders_.end());
+        orders_.clear();
+    }
+    for (; !ordersToRun_.empty(); ordersToRun_.pop_front()) ordersToRun_.front()(); // again, when one throws
+}
+
+// Answers one question of the library in its form (ZAP 1.0).
+void Relay::answerForKeys() {
+    std::array<zmq::message_t, zapParts> question;
+    std::size_t parts = 0;
+    for (bool more = true; more; ++parts) {
+        zmq::message_t surplus;
+        zmq::message_t& part = parts < zapParts ? question[parts] : surplus;
+        if (!doorkeeper_.recv(part, zmq::recv_flags::dontwait)) return;
+        more = part.more();
+    }
+    const auto& [version, id, domain, from, identity, mechanism, clientKey] = question;
+    std::array<char, 41> key{};
+    bool known = false;
+    if (parts == zapParts && mechanism.to_string() == "CURVE" && clientKey.size() == keyBytes) {
+        zmq_z85_encode(key.data(), static_cast<const std::uint8_t*>(clientKey.data()), keyBytes);
+        const auto service = std::find_if(
+            services_.begin(), services_.end(),
+            [&, wanted = domain.to_string()](const ServiceSide* side) { return side->service() == wanted; });
+        known = service != services_.end() && (*service)->lets(key.data(), from.to_string());
+    }
+    const std::string answer[] = {"1.0", id.to_string(), known ? "200" : "400", "", known ? key.data() : ""};
+    for (const auto& part : answer) doorkeeper_.send(zmq::buffer(part), zmq::send_flags::sndmore);
+    doorkeeper_.send(zmq::message_t(), zmq::send_flags::none);
+}
+
+} // namespace host::remote

@@ -1,0 +1,181 @@
+#include "remote/service-side.h"
+
+#include "io/log.h"
+#include "remote/socket-pair.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+namespace host::remote {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr int mostAtOnce = 256; // messages; others want to be looked after, too
+// The library tells of a connection's end a moment before it knows itself that nothing can be delivered any more.
+constexpr int probesAfterAnEnd = 5;
+constexpr auto probePause = 10ms;
+
+// A property of the connection that a message came by.
+std::string property(const zmq::message_t& message, const char* name) {
+    const char* value = zmq_msg_gets(message.handle(), name);
+    return value ? value : "";
+}
+
+} // namespace
+
+ServiceSide::ServiceSide(const Common& common, const std::string& service, const std::string& address,
+                         std::set<std::string> clientKeys, std::shared_ptr<Mailbox> mailbox)
+    : service_(service),
+      heartbeat_(common.heartbeat),
+      clientKeys_(std::move(clientKeys)),
+      mailbox_(std::move(mailbox)),
+      socket_(makeSocket(common, zmq::socket_type::router)),
+      monitor_(common, socket_),
+      due_(Clock::now() + heartbeat_) {
+    socket_.set(zmq::sockopt::curve_server, true);
+    socket_.set(zmq::sockopt::zap_domain, service_);
+    socket_.set(zmq::sockopt::router_mandatory, true);
+    socket_.bind(address);
+}
+
+bool ServiceSide::lets(const std::string& key, const std::string& from) {
+    if (clientKeys_.count(key) != 0) return true;
+    whyRefused_ = from + ": its key is not among the known ones: " + key;
+    return false;
+}
+
+void ServiceSide::collect(std::vector<zmq_pollitem_t>& items) {
+    items.push_back(readable(socket_));
+    items.push_back(readable(monitor_.socket()));
+    for (const auto& [identity, client] : clients_) {
+        client->polled = client->link.wanted() != 0;
+        if (client->polled) items.push_back(pollItem(client->link.socket(), client->link.wanted()));
+    }
+}
+
+void ServiceSide::handle(const zmq_pollitem_t* items) {
+    const zmq_pollitem_t* item = items + 2;
+    for (const auto& [identity, client] : clients_)
+        if (client->polled) client->link.onSocket(pollEvents(*item++));
+    // The events come second: a client's first words come before its end.
+    bool more = (items[0].revents & ZMQ_POLLIN) != 0;
+    for (int i = 0; more && i < mostAtOnce; ++i) more = receive();
+    if (!more && (items[1].revents & ZMQ_POLLIN) != 0)
+        for (Event event = monitor_.next(); event.kind != 0; event = monitor_.next()) onEvent(event);
+    forgetThoseWhoLeft();
+}
+
+void ServiceSide::lookAfter(Clock::time_point now) {
+    if (now < due_) return;
+    for (const auto& [identity, client] : clients_) client->link.probe();
+    forgetThoseWhoLeft();
+    probes_ = std::max(probes_ - 1, 0);
+    due_ = now + (probes_ > 0 ? std::min<Clock::duration>(probePause, heartbeat_) : heartbeat_);
+}
+
+bool ServiceSide::Client::send(FrameKind kind, const char* data, std::size_t size) noexcept {
+    return side.sendTo(identity, kind, data, size);
+}
+
+bool ServiceSide::sendTo(const std::string& identity, FrameKind kind, const char* data, std::size_t size) noexcept {
+    try {
+        auto frame = messageOf(kind, data, size);
+        zmq::message_t to(identity);
+        return socket_.send(to, zmq::send_flags::sndmore | zmq::send_flags::dontwait).has_value() &&
+               socket_.send(frame, zmq::send_flags::dontwait).has_value();
+    } catch (const std::exception&) { // no memory, or no such connection
+        return false;
+    }
+}
+
+// Returns whether there may be more.
+bool ServiceSide::receive() {
+    zmq::message_t from, frame;
+    if (!socket_.recv(from, zmq::recv_flags::dontwait)) return false;
+    bool whole = from.more() && socket_.recv(frame, zmq::recv_flags::none).has_value();
+    while (whole && frame.more()) { // nobody of us sends that
+        zmq::message_t rest;
+        (void)socket_.recv(rest, zmq::recv_flags::none);
+        if (!rest.more()) whole = false;
+    }
+    const std::string identity = from.to_string();
+    if (whole && frame.size() > 0)
+        onFrame(identity, frame);
+    else
+        sendTo(identity, FrameKind::End, nullptr, 0);
+    return true;
+}
+
+void ServiceSide::onFrame(const std::string& identity, const zmq::message_t& frame) {
+    const auto* data = static_cast<const char*>(frame.data());
+    const auto kind = static_cast<FrameKind>(data[0]);
+    const auto found = clients_.find(identity);
+    if (found != clients_.end()) return found->second->link.onFrame(kind, data + 1, frame.size() - 1);
+    if (kind == FrameKind::Open) return open(identity, frame);
+    // The rest of what somebody said whose end is known already.
+    if (kind != FrameKind::End) sendTo(identity, FrameKind::End, nullptr, 0);
+}
+
+void ServiceSide::open(const std::string& identity, const zmq::message_t& frame) {
+    if (frame.size() != 2 || static_cast<const char*>(frame.data())[1] != protocolVersion) {
+        constexpr char why[] = "this service speaks another version";
+        sendTo(identity, FrameKind::End, why, sizeof why - 1);
+        return;
+    }
+    auto [ours, theirs] = socketPair();
+    auto client = std::make_unique<Client>(*this, identity, property(frame, "User-Id"), std::move(ours));
+    if (!client->send(FrameKind::Open, &protocolVersion, 1)) return;
+    IO_LOG(vdlDebugProgress, "service %s: %s came with the key %s\n", service_.c_str(),
+           property(frame, "Peer-Address").c_str(), client->key.c_str());
+    opened_.insert(zmq_msg_get(frame.handle(), ZMQ_SRCFD));
+    clients_.emplace(identity, std::move(client));
+    mailbox_->put({std::move(theirs), {}});
+}
+
+// A connection's end is reported last, after what was wrong with it. One that nobody has opened a stream on belonged to
+// a stranger.
+void ServiceSide::onEvent(const Event& event) {
+    switch (event.kind) {
+        case ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL:
+            whyRefused_ = "a stranger that does not know this service's key, or speaks no CURVE";
+            break;
+        case ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL:
+            whyRefused_ = "a stranger that left, or said nothing for 3 s, before it had proven its key";
+            break;
+        case ZMQ_EVENT_DISCONNECTED:
+            if (const auto known = opened_.find(static_cast<int>(event.value)); known != opened_.end()) {
+                opened_.erase(known);
+                probes_ = probesAfterAnEnd;
+                due_ = Clock::now();
+            } else {
+                refuse(std::exchange(whyRefused_, {}));
+            }
+            break;
+        default:
+            break;
+    }
+}
+
+void ServiceSide::refuse(const std::string& reason) {
+    mailbox_->putRefusal(reason.empty() ? "a stranger that speaks another protocol" : reason);
+}
+
+void ServiceSide::forgetThoseWhoLeft() {
+    for (auto entry = clients_.begin(); entry != clients_.end();) {
+        const Link& link = entry->second->link;
+        if (!link.isOver()) {
+            ++entry;
+            continue;
+        }
+        if (!link.fault().empty()) refuse("the client with the key " + entry->second->key + ": it " + link.fault());
+        entry = clients_.erase(entry);
+    }
+}
+
+void ServiceSide::onFault(const std::string& reason) {
+    IO_LOG(vdlDebugFailure, "service %s: a client on another host was lost: %s\n", service_.c_str(), reason.c_str());
+}
+
+} // namespace host::remote

@@ -1,0 +1,69 @@
+// A service offered to other hosts: its clients' streams, and those who are turned away.
+#pragma once
+
+#include "remote/link.h"
+#include "remote/mailbox.h"
+#include "remote/participant.h"
+#include "remote/sockets.h"
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
+namespace host::remote {
+
+class ServiceSide final : public Participant {
+public:
+    // Puts the streams of those whose keys are known into the mailbox, and the reasons why the others were turned away,
+    // one for each connection. Throws zmq::error_t when the address cannot be had.
+    ServiceSide(const Common& common, const std::string& service, const std::string& address,
+                std::set<std::string> clientKeys, std::shared_ptr<Mailbox> mailbox);
+
+    const std::string& service() const { return service_; }
+    std::string address() const { return socket_.get(zmq::sockopt::last_endpoint); }
+    // Whether a client with this key may connect; when not, that is kept as the reason.
+    bool lets(const std::string& key, const std::string& from);
+
+    void collect(std::vector<zmq_pollitem_t>& items) override;
+    void handle(const zmq_pollitem_t* items) override;
+    Clock::time_point due() const override { return due_; }
+    void lookAfter(Clock::time_point now) override;
+    bool isOver() const override { return false; }
+    void onFault(const std::string& reason) override;
+
+private:
+    struct Client final : Route {
+        Client(ServiceSide& side_, std::string identity_, std::string key_, io::FileDescriptor socket)
+            : side(side_), identity(std::move(identity_)), key(std::move(key_)), link(std::move(socket), *this) {}
+        bool send(FrameKind kind, const char* data, std::size_t size) noexcept override;
+
+        ServiceSide& side;
+        const std::string identity; // of the connection, given by the library
+        const std::string key;
+        Link link;
+        bool polled = false; // whether the link's socket is among the items
+    };
+
+    bool sendTo(const std::string& identity, FrameKind kind, const char* data, std::size_t size) noexcept;
+    bool receive();
+    void onFrame(const std::string& identity, const zmq::message_t& frame);
+    void open(const std::string& identity, const zmq::message_t& frame);
+    void onEvent(const Event& event);
+    void refuse(const std::string& reason);
+    void forgetThoseWhoLeft();
+
+    const std::string service_;
+    const std::chrono::milliseconds heartbeat_;
+    const std::set<std::string> clientKeys_;
+    const std::shared_ptr<Mailbox> mailbox_;
+    zmq::socket_t socket_;
+    Monitor monitor_;                                        // ends before the socket
+    std::map<std::string, std::unique_ptr<Client>> clients_; // by identity
+    std::multiset<int> opened_; // descriptors of connections that had a stream and whose end is not reported yet
+    std::string whyRefused_;    // what is known about the connection that will be reported as ended next
+    Clock::time_point due_;
+    int probes_ = 0; // to come soon, as somebody has left
+};
+
+} // namespace host::remote

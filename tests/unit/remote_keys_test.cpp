@@ -1,0 +1,125 @@
+// The key files of machines that talk over a network.
+#include <host/keys.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <sys/stat.h>
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+namespace {
+
+class Keys : public testing::Test {
+protected:
+    Keys() {
+        char name[] = "/tmp/keys-XXXXXX";
+        folder = mkdtemp(name);
+        file = folder + "/machine.key";
+    }
+    ~Keys() override { std::filesystem::remove_all(folder); }
+
+    void write(const std::string& text) {
+        std::ofstream(file) << text;
+        std::filesystem::permissions(file, std::filesystem::perms(0600));
+    }
+    // What is wrong with the file, beside its name.
+    std::string complaint() const {
+        try {
+            host::readKeys(file);
+        } catch (const std::runtime_error& error) {
+            EXPECT_THAT(error.what(), StartsWith("key file " + file));
+            return error.what();
+        }
+        return "nothing";
+    }
+
+    std::string folder, file;
+    const host::KeyPair keys = host::makeKeys();
+};
+
+TEST_F(Keys, AreReadAsTheyWereWritten) {
+    host::writeKeys(file, keys);
+    EXPECT_EQ(host::readKeys(file).publicKey, keys.publicKey);
+    EXPECT_EQ(host::readKeys(file).secretKey, keys.secretKey);
+}
+
+TEST_F(Keys, AreNeverTheSameTwice) {
+    EXPECT_NE(host::makeKeys().secretKey, keys.secretKey);
+    EXPECT_NE(host::makeKeys().publicKey, keys.publicKey);
+}
+
+TEST_F(Keys, AreInAFileForTheirOwnerOnlyWhateverTheMask) {
+    const mode_t mask = umask(0);
+    host::writeKeys(file, keys);
+    umask(mask);
+    struct stat status {};
+    ASSERT_EQ(stat(file.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600U);
+}
+
+TEST_F(Keys, NeverReplaceAFile) {
+    write("dear to somebody");
+    EXPECT_THROW(host::writeKeys(file, keys), std::runtime_error);
+    std::ifstream there(file);
+    EXPECT_EQ(std::string(std::istreambuf_iterator(there), {}), "dear to somebody");
+}
+
+TEST_F(Keys, AreNotWrittenWhereThereIsNoFolder) {
+    EXPECT_THROW(host::writeKeys(folder + "/none/machine.key", keys), std::runtime_error);
+}
+
+TEST_F(Keys, AreRefusedWhenOthersMayReadThem) {
+    host::writeKeys(file, keys);
+    for (const unsigned mode : {0640U, 0604U, 0620U, 0602U, 0601U}) {
+        std::filesystem::permissions(file, std::filesystem::perms(mode));
+        EXPECT_THAT(complaint(), EndsWith(": open to other users (wanted: mode 0600)"));
+    }
+}
+
+TEST_F(Keys, AreRefusedWhenTheFileIsMissingOrNone) {
+    EXPECT_THAT(complaint(), EndsWith(": No such file or directory"));
+    std::filesystem::create_directory(file);
+    EXPECT_THAT(complaint(), EndsWith(": not a file"));
+}
+
+TEST_F(Keys, AreRefusedWhenTheyDoNotBelongTogether) {
+    host::writeKeys(file, {host::makeKeys().publicKey, keys.secretKey});
+    EXPECT_THAT(complaint(), EndsWith(": its keys are no pair of keys"));
+}
+
+TEST_F(Keys, AreRefusedWhenOneIsMissingOrNone) {
+    write("public = '" + keys.publicKey + "'\n");
+    EXPECT_THAT(complaint(), EndsWith(": has no \"secret\" key"));
+    write("secret = '" + keys.secretKey + "'\n");
+    EXPECT_THAT(complaint(), EndsWith(": has no \"public\" key"));
+    write("public = 'short'\nsecret = 'too'\n");
+    EXPECT_THAT(complaint(), EndsWith(": its keys are no pair of keys"));
+    write("public = 1\nsecret = 2\n");
+    EXPECT_THAT(complaint(), EndsWith(": has no \"public\" key"));
+}
+
+TEST_F(Keys, AreNotToldWhenTheirFileIsWrong) {
+    write("# mine\npublic = '" + keys.publicKey + "'\nsecret = " + keys.secretKey + "\n");
+    EXPECT_THAT(complaint(), EndsWith(":3: not TOML"));
+    EXPECT_THAT(complaint(), Not(HasSubstr(keys.secretKey)));
+    write(std::string(5000, '#'));
+    EXPECT_THAT(complaint(), EndsWith(": too long for a pair of keys"));
+}
+
+TEST_F(Keys, AreCheckedForTheirForm) {
+    EXPECT_NO_THROW(host::checkKey(keys.publicKey, "a key"));
+    for (const std::string& wrong :
+         {std::string(), keys.publicKey.substr(1), keys.publicKey + "x", std::string(40, ' '), std::string(40, '~')})
+        EXPECT_THROW(host::checkKey(wrong, "a key"), std::runtime_error) << wrong;
+}
+
+} // namespace

@@ -1,0 +1,175 @@
+// Who gets through to a service that is offered to other hosts, and what is wrong before anybody can.
+#include "support/queue-fixture.h"
+
+#include <host/log-capture.h>
+
+#include <gmock/gmock.h>
+#include <stdexcept>
+
+namespace queue_test {
+namespace {
+
+using support::RemoteEndpoint;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+// A stranger on the port of a service.
+class PlainPeer {
+public:
+    explicit PlainPeer(int port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        EXPECT_EQ(0, ::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    }
+    ~PlainPeer() { ::close(socket_); }
+    void say(const std::string& bytes) {
+        EXPECT_EQ(static_cast<ssize_t>(bytes.size()), ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL));
+    }
+
+private:
+    int socket_;
+};
+
+class BetweenHosts : public MessageQueue {
+protected:
+    BetweenHosts() {
+        if (!remote) path = remote.emplace(folder).address;
+    }
+    void expectNobodyIn(const host::LogCapture& log, const std::string& told) {
+        EXPECT_TRUE(log.waitFor(told, 10s));
+        EXPECT_EQ(0u, serverInbox.size());
+        EXPECT_TRUE(host::MessageQueue::clientsOf(*offered).empty());
+    }
+    // What is wrong at a start.
+    template <class Start> std::string complaint(Start start) {
+        try {
+            start();
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+        return "nothing";
+    }
+    std::string serverComplaint() {
+        return complaint([&] { startServer(); });
+    }
+    std::string clientComplaint() {
+        return complaint([&] { startClient(); });
+    }
+};
+
+TEST_F(BetweenHosts, LetsAClientInWhoseKeyIsKnown) {
+    const host::LogCapture log({0x0202});
+    startBoth();
+    EXPECT_TRUE(honestClientServed());
+    EXPECT_TRUE(log.waitFor("came with the key " + remote->keys.publicKey, 10s));
+    EXPECT_EQ(0u, atServer().refused);
+}
+
+TEST_F(BetweenHosts, TurnsAClientAwayWhoseKeyIsNotKnown) {
+    RemoteEndpoint::set("TVSA_CLIENT_KEYS", host::makeKeys().publicKey + "," + host::makeKeys().publicKey);
+    const host::LogCapture log({0x0202});
+    startServer();
+    startClient();
+    expectNobodyIn(log, "its key is not among the known ones: " + remote->keys.publicKey);
+    EXPECT_TRUE(log.waitFor("it does not let this machine's key in", 10s));
+    EXPECT_TRUE(eventually([&] { return atServer().refused > 0 && news.failed > 0; }));
+    EXPECT_EQ(0, news.connected);
+}
+
+TEST_F(BetweenHosts, TurnsAClientAwayThatExpectsAnotherService) {
+    RemoteEndpoint::set("TVSA_SERVICE_KEY_TUNER", host::makeKeys().publicKey);
+    const host::LogCapture log({0x0202});
+    startServer();
+    startClient();
+    expectNobodyIn(log, "client turned away: a stranger");
+    EXPECT_TRUE(eventually([&] { return atServer().refused > 0 && news.failed > 0; }));
+    EXPECT_EQ(0, news.connected);
+}
+
+TEST_F(BetweenHosts, CountsEveryStrangerOnce) {
+    const host::LogCapture log({0x0202});
+    startBoth();
+    std::string nullGreeting = "\xFF" + std::string(8, '\0') + "\x7F\3" + std::string(1, '\0') + "NULL";
+    nullGreeting.resize(64);
+    constexpr unsigned each = 50;
+    for (unsigned i = 0; i < each; ++i) {
+        PlainPeer(remote->port);
+        PlainPeer(remote->port).say("GET / HTTP/1.0\r\n\r\n");
+        PlainPeer(remote->port).say("tvsq" + words({0x01020304, 2}, false));
+        PlainPeer(remote->port).say(nullGreeting);
+    }
+    EXPECT_TRUE(eventually([&] { return atServer().refused == 4 * each; })) << atServer().refused;
+    EXPECT_TRUE(honestClientServed());
+    EXPECT_EQ(1u, host::MessageQueue::clientsOf(*offered).size());
+    client.reset();
+    EXPECT_TRUE(eventually([&] { return !atServer().connected; }));
+    EXPECT_EQ(4 * each, atServer().refused);
+}
+
+TEST_F(BetweenHosts, HoldsAServicesPlaceUntilItIsGivenUp) {
+    startServer();
+    host::MessageQueue second(limits);
+    EXPECT_THROW(second.serve("tuner", messages, 4096), std::runtime_error);
+    server.reset();
+    EXPECT_NO_THROW(second.serve("tuner", messages, 4096));
+}
+
+TEST_F(BetweenHosts, NeedsKeysOfItsOwn) {
+    unsetenv("TVSA_KEY_FILE");
+    const std::string why = "connections to other hosts need this machine's keys, but keys.file is not configured";
+    EXPECT_EQ(serverComplaint(), why);
+    EXPECT_EQ(clientComplaint(), why);
+}
+
+TEST_F(BetweenHosts, RefusesAKeyFileThatOthersMayRead) {
+    std::filesystem::permissions(remote->keyFile, std::filesystem::perms(0644));
+    EXPECT_EQ(serverComplaint(), "key file " + remote->keyFile + ": open to other users (wanted: mode 0600)");
+    EXPECT_EQ(clientComplaint(), serverComplaint());
+}
+
+TEST_F(BetweenHosts, IsOfferedToKnownClientsOnly) {
+    unsetenv("TVSA_CLIENT_KEYS");
+    EXPECT_EQ(serverComplaint(), "service tuner is offered at " + remote->address +
+                                     " to known clients only, but keys.clients is not configured");
+    RemoteEndpoint::set("TVSA_CLIENT_KEYS", "everybody");
+    EXPECT_EQ(serverComplaint(), "TVSA_CLIENT_KEYS: keys.clients: not a key of 40 characters: \"everybody\"");
+}
+
+TEST_F(BetweenHosts, IsUsedWithAProofOfTheServicesKeyOnly) {
+    unsetenv("TVSA_SERVICE_KEY_TUNER");
+    EXPECT_EQ(clientComplaint(), "service tuner is at " + remote->address +
+                                     " and has to prove its key, but keys.services.tuner is not configured");
+    RemoteEndpoint::set("TVSA_SERVICE_KEY_TUNER", "any");
+    EXPECT_EQ(clientComplaint(), "TVSA_SERVICE_KEY_TUNER: keys.services.tuner: not a key of 40 characters: \"any\"");
+}
+
+TEST_F(BetweenHosts, NeedsAnAddressThatCanBe) {
+    for (const char* wrong : {"tcp://", "tcp://127.0.0.1", "tcp://127.0.0.1:", "tcp://:5570", "tcp://127.0.0.1:70000",
+                              "tcp://127.0.0.1:5570x", "tcp://127.0.0.1:-1", "tcp://::1:5570", "tcp://[::1:5570",
+                              "tcp://127.0.0.1:0005570"}) {
+        RemoteEndpoint::set("TVSA_ENDPOINT_TUNER", wrong);
+        const std::string why = "service tuner: not tcp://HOST:PORT: \"" + std::string(wrong) + '"';
+        EXPECT_EQ(serverComplaint(), why);
+        EXPECT_EQ(clientComplaint(), why);
+    }
+    RemoteEndpoint::set("TVSA_ENDPOINT_TUNER", "tcp://127.0.0.1:0");
+    EXPECT_EQ(clientComplaint(), "service tuner: not tcp://HOST:PORT: \"tcp://127.0.0.1:0\"");
+}
+
+TEST_F(BetweenHosts, NeedsAHostThatIsKnown) {
+    RemoteEndpoint::set("TVSA_ENDPOINT_TUNER", "tcp://no-such-host.invalid:5570");
+    const std::string why = "service tuner: no address for the host of tcp://no-such-host.invalid:5570: ";
+    EXPECT_THAT(serverComplaint(), StartsWith(why));
+    EXPECT_THAT(clientComplaint(), StartsWith(why));
+}
+
+TEST_F(BetweenHosts, NeedsAnAddressOfThisMachineToListenAt) {
+    RemoteEndpoint::set("TVSA_ENDPOINT_TUNER", "tcp://192.0.2.1:5570"); // of nobody, for documents
+    EXPECT_EQ(serverComplaint(),
+              "service tuner: cannot listen at tcp://192.0.2.1:5570: Cannot assign requested address");
+}
+
+} // namespace
+} // namespace queue_test
