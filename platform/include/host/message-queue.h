@@ -33,7 +33,8 @@ public:
     ~MessageQueue(); // stops
 
     // The door to a service. It takes handlers and messages at once; listener may be null. It lives as long as the
-    // queue, unless it is withdrawn.
+    // queue, unless it is withdrawn. Throws std::runtime_error when the service is on another host and that host does
+    // not exist, or keys are missing or unfit.
     frame::OmqIOModule& connectTo(const std::string& service, const frame::MessageSet& messages,
                                   std::size_t sendBufferBytes, frame::IOConnectionListener* listener);
     // Lets a door of connectTo have its connection, which is made and remade in the background once start has run (50
@@ -45,9 +46,9 @@ public:
     void withdraw(frame::OmqIOModule& door);
 
     // Offers a service at its endpoint (socket mode 0600; a left-over socket file is replaced, one in use is not). A
-    // lock on "<endpoint>.lock" keeps other servers away; that file stays.
-    // asyncSend through the door with a null transport goes to every client. Throws std::runtime_error when the
-    // endpoint cannot be had.
+    // lock on "<endpoint>.lock" keeps other servers away; that file stays. At tcp:// it is offered to other hosts, to
+    // those whose keys are listed. asyncSend through the door with a null transport goes to every client. Throws
+    // std::runtime_error when the endpoint cannot be had, or keys that it needs are missing or unfit.
     frame::OmqIOModule& serve(const std::string& service, const frame::MessageSet& messages,
                               std::size_t sendBufferBytes);
     // The connections that the clients of a door of serve have right now, for messages to some of them. From any
