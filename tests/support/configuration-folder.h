@@ -33,9 +33,9 @@ protected:
     }
     // Makes this the one file that counts.
     std::string configure(const std::string& text, mode_t mode = 0644) const {
-        const std::string path = write("config.toml", text, mode);
+        std::string path = write("config.toml", text, mode);
         setenv("TVSA_CONFIG", path.c_str(), 1);
-        return path.string();
+        return path;
     }
 
     std::string folder;
