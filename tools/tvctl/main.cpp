@@ -2,6 +2,7 @@
 #include "config.h"
 #include "failure.h"
 #include "interactive.h"
+#include "keygen.h"
 #include "options.h"
 #include "schema.h"
 #include "session.h"
@@ -25,6 +26,7 @@ constexpr tvctl::Verb verbs[] = {
     {"watch", "prints what the process's clients are told, as it comes", tvctl::runWatch},
     {"schema", "prints all messages and records with their layout", tvctl::runSchema},
     {"config", "prints what a process started here is configured with, and where that is from", tvctl::runConfig},
+    {"keygen", "makes the pair of keys by which other hosts know this one", tvctl::runKeygen, false},
 };
 
 // Nothing is left to tidy up: the line editor resets the terminal before it lets the signal through.
@@ -70,13 +72,13 @@ int main(int argc, char** argv) {
         std::cerr << "tvctl: unknown option: " << words[0] << " (--help lists them)\n";
         return tvctl::exitUsage;
     }
+    const auto* verb =
+        std::find_if(std::begin(verbs), std::end(verbs), [&](const auto& known) { return words[0] == known.name; });
     try {
-        host::checkConfiguration();
+        if (verb == std::end(verbs) || verb->configured) host::checkConfiguration();
     } catch (const host::ConfigurationError& error) {
         return tvctl::report(std::cerr, options.json, {tvctl::exitBadData, -EBADMSG}, error.what());
     }
-    const auto* verb =
-        std::find_if(std::begin(verbs), std::end(verbs), [&](const auto& known) { return words[0] == known.name; });
     if (verb != std::end(verbs)) return verb->run(options, {std::next(words.begin()), words.end()});
     return tvctl::Session(options).run(words);
 }

@@ -34,6 +34,7 @@ struct Verb {
     const char* name;
     const char* help; // for people, one line
     int (*run)(const Options& options, const std::vector<std::string>& arguments);
+    bool configured = true; // whether it refuses to run over a wrong configuration
 };
 
 // Lets app take the options that fill in options; both have to last until app has parsed.
