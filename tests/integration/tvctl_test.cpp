@@ -15,7 +15,7 @@
 namespace {
 
 using namespace program_run;
-using appovshell::FileDescriptor;
+using host::io::FileDescriptor;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;
