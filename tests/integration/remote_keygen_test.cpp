@@ -39,7 +39,8 @@ TEST_F(Keygen, MakesAPairThatOnlyItsUserCanRead) {
 }
 
 TEST_F(Keygen, PrintsNothingButTheKeyWhenQuiet) {
-    EXPECT_EQ(keygen({"--quiet", file}), (Outcome{done, host::readKeys(file).publicKey + "\n", ""}));
+    const Outcome made = keygen({"--quiet", file});
+    EXPECT_EQ(made, (Outcome{done, host::readKeys(file).publicKey + "\n", ""}));
 }
 
 TEST_F(Keygen, TellsItToProgramsToo) {

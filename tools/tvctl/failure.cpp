@@ -1,5 +1,7 @@
 #include "failure.h"
 
+#include <host/printable.h>
+
 #include <cerrno>
 #include <nlohmann/json.hpp>
 #include <ostream>
@@ -59,7 +61,7 @@ int report(std::ostream& errors, bool json, Failure failure, const std::string& 
     if (json)
         errors << toText({{"error", text}, {"status", failure.status}}) << '\n';
     else
-        errors << "tvctl: " << text << '\n';
+        errors << "tvctl: " << host::printable(text, "\n") << '\n';
     return failure.exitCode;
 }
 

@@ -1,5 +1,6 @@
 // tvctl: gives commands to a receiver process through its debug shell.
 #include "config.h"
+#include "doctor.h"
 #include "failure.h"
 #include "interactive.h"
 #include "keygen.h"
@@ -27,6 +28,8 @@ constexpr tvctl::Verb verbs[] = {
     {"schema", "prints all messages and records with their layout", tvctl::runSchema},
     {"config", "prints what a process started here is configured with, and where that is from", tvctl::runConfig},
     {"keygen", "makes the pair of keys by which other hosts know this one", tvctl::runKeygen, false},
+    {"doctor", "finds what is wrong with what a receiver meets here, and who may come in where", tvctl::runDoctor,
+     false},
 };
 
 // Nothing is left to tidy up: the line editor resets the terminal before it lets the signal through.
@@ -36,8 +39,9 @@ std::string footer() {
     std::string text = "Verbs of tvctl itself (\"tvctl VERB --help\" says more):\n";
     for (const auto& verb : verbs) text += "  " + std::string(verb.name) + "  " + verb.help + "\n";
     return text +
-           "\nExit codes: 0 done, 1 the command failed, 2 wrong usage, 3 no such process, 4 timed out,\n"
-           "5 refused, 6 malformed answer or configuration, 130 interrupted";
+           "\nExit codes: 0 done, 1 the command failed or something is wrong, 2 wrong usage, 3 no such process, 4 "
+           "timed out,\n"
+           "4 timed out, 5 refused, 6 malformed answer or configuration, 130 interrupted";
 }
 
 } // namespace

@@ -14,6 +14,11 @@ std::string runtimeDirectory();
 // $HOME/.local/state/tvservice-adapter. Created when missing; throws as above.
 std::string stateDirectory();
 
+// Where the two are, whether or not anything is there; nothing is made or checked. The second throws
+// std::runtime_error when no variable names a place.
+std::string runtimeDirectoryPath();
+std::string stateDirectoryPath();
+
 // Where a service is: what the setting endpoints.<service> says, a path or "tcp://HOST:PORT", else the socket
 // <runtime folder>/<service>.sock. Throws std::runtime_error when a path is longer than a socket address takes, and
 // ConfigurationError.

@@ -54,6 +54,9 @@ public:
     // The connections that the clients of a door of serve have right now, for messages to some of them. From any
     // thread.
     static std::vector<std::uint64_t> clientsOf(frame::OmqIOModule& served);
+    // Why the newest attempt of a door of connectTo failed, or why its connection ended; empty while there is one and
+    // before the first attempt. Listeners that are told of a failure find its reason here. From any thread.
+    static std::string failureOf(frame::OmqIOModule& door);
 
     void start(); // starts the receiving thread
     // Ends all connections and joins the receiving thread; messages still waiting are dropped and counted. Doors then

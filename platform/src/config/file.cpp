@@ -3,6 +3,8 @@
 #include "config/known-settings.h"
 #include "io/file-descriptor.h"
 
+#include <host/printable.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
@@ -87,7 +89,7 @@ public:
         try {
             readTable(toml::parse(text), {});
         } catch (const toml::parse_error& error) {
-            failAt(error.source(), escaped(error.description()));
+            failAt(error.source(), printable(error.description()));
         }
     }
 
@@ -99,7 +101,7 @@ private:
         };
         for (int number = 1; !text.empty(); ++number) {
             const std::string_view line = text.substr(0, text.find('\n'));
-            if (beyondAscii(line) != beyondAscii(escaped(line)))
+            if (beyondAscii(line) != beyondAscii(printable(line)))
                 fail(path_ + ':' + std::to_string(number), "not printable characters in UTF-8: " + quoted(line));
             text.remove_prefix(std::min(line.size() + 1, text.size()));
         }

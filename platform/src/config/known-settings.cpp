@@ -3,6 +3,7 @@
 #include "debug/debug-internal.h"
 
 #include <host/message-queue.h>
+#include <host/printable.h>
 
 #include <algorithm>
 #include <cctype>
@@ -140,7 +141,7 @@ std::optional<std::string> Known::builtIn() const {
 
 std::string Known::problemOf(const std::string& text) const {
     if (kind == Kind::number) return problemOfNumber(*this, text);
-    if (escaped(text) != text) return "not a text of printable characters: " + quoted(text);
+    if (printable(text) != text) return "not a text of printable characters: " + quoted(text);
     if (kind == Kind::levels) return problemOfLevels(text);
     if (kind == Kind::format) return text == "text" || text == "json" ? "" : quoted(text) + " is neither text nor json";
     if (kind == Kind::texts) return text.empty() ? "" : problemOfTexts(text);
@@ -164,12 +165,6 @@ std::string nameOf(const Known& known, std::string_view variable) {
     return std::string(known.name) + lower(variable.substr(known.variable.size()));
 }
 
-std::string escaped(std::string_view text) {
-    std::string result;
-    debug::appendEscaped(result, text, "\\x0a");
-    return result;
-}
-
-std::string quoted(std::string_view text) { return '"' + escaped(text) + '"'; }
+std::string quoted(std::string_view text) { return '"' + printable(text) + '"'; }
 
 } // namespace host::config

@@ -44,18 +44,22 @@ std::string& nameOfProcess() {
 
 } // namespace
 
-std::string runtimeDirectory() {
-    if (auto folder = variable("RUNTIME_DIRECTORY"); !folder.empty()) return privateFolder(folder);
-    if (auto folder = variable("XDG_RUNTIME_DIR"); !folder.empty()) return privateFolder(folder + "/tvservice-adapter");
-    return privateFolder("/tmp/tvservice-adapter-" + std::to_string(geteuid()));
+std::string runtimeDirectoryPath() {
+    if (auto folder = variable("RUNTIME_DIRECTORY"); !folder.empty()) return folder;
+    if (auto folder = variable("XDG_RUNTIME_DIR"); !folder.empty()) return folder + "/tvservice-adapter";
+    return "/tmp/tvservice-adapter-" + std::to_string(geteuid());
 }
 
-std::string stateDirectory() {
-    if (auto folder = variable("STATE_DIRECTORY"); !folder.empty()) return privateFolder(folder);
-    if (auto folder = variable("XDG_STATE_HOME"); !folder.empty()) return privateFolder(folder + "/tvservice-adapter");
-    if (auto home = variable("HOME"); !home.empty()) return privateFolder(home + "/.local/state/tvservice-adapter");
+std::string runtimeDirectory() { return privateFolder(runtimeDirectoryPath()); }
+
+std::string stateDirectoryPath() {
+    if (auto folder = variable("STATE_DIRECTORY"); !folder.empty()) return folder;
+    if (auto folder = variable("XDG_STATE_HOME"); !folder.empty()) return folder + "/tvservice-adapter";
+    if (auto home = variable("HOME"); !home.empty()) return home + "/.local/state/tvservice-adapter";
     throw std::runtime_error("no state folder: none of STATE_DIRECTORY, XDG_STATE_HOME and HOME is set");
 }
+
+std::string stateDirectory() { return privateFolder(stateDirectoryPath()); }
 
 namespace {
 std::string socketPath(const std::string& path) {

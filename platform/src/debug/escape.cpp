@@ -1,5 +1,7 @@
 #include "debug/debug-internal.h"
 
+#include <host/printable.h>
+
 #include <cstddef>
 
 namespace host::debug {
@@ -44,3 +46,9 @@ void appendEscaped(std::string& out, std::string_view text, std::string_view lin
 }
 
 } // namespace host::debug
+
+std::string host::printable(std::string_view text, std::string_view lineFeed) {
+    std::string result;
+    debug::appendEscaped(result, text, lineFeed);
+    return result;
+}

@@ -48,6 +48,7 @@ void ClientDoor::use(std::unique_ptr<Stream> stream) {
 void ClientDoor::onConnectionReady(Connection&) {
     retryDelay_.reset();
     lastReason_.clear();
+    keep({});
     IO_LOG(vdlDebugProgress, "service %s: connected\n", service.c_str());
     tell(&frame::IOConnectionListener::onIOConnectionConnected);
 }
@@ -62,13 +63,25 @@ void ClientDoor::onConnectionClosed(Connection&, bool wasReady, bool fault, cons
         if (!outbox_->empty() && !std::exchange(watching_, true)) watchDeadlines();
     }
     if (!wasReady) return failed(reason);
+    keep(reason);
     IO_LOG(fault ? vdlDebugFailure : vdlDebugWarning, "service %s: disconnected: %s\n", service.c_str(),
            reason.c_str());
     tell(&frame::IOConnectionListener::onIOConnectionDisconnected);
     retryLater();
 }
 
+void ClientDoor::keep(const std::string& failure) {
+    std::lock_guard lock(mutex);
+    failure_ = failure;
+}
+
+std::string ClientDoor::failure() {
+    std::lock_guard lock(mutex);
+    return failure_;
+}
+
 void ClientDoor::failed(const std::string& reason) {
+    keep(reason);
     logOnce(reason);
     tell(&frame::IOConnectionListener::onIOConnectionConnectionFailed);
     retryLater();

@@ -24,6 +24,8 @@ public:
     void end() override;
     void onConnectionReady(Connection& connection) override;
     void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const std::string& reason) override;
+    // Why there is no connection, as far as an attempt has shown it; from any thread.
+    std::string failure();
 
 protected:
     int dispatch(const Outgoing& message, const frame::TransportInfo* transport) override;
@@ -33,6 +35,7 @@ private:
     void attempt();
     void use(std::unique_ptr<Stream> stream);
     void failed(const std::string& reason);
+    void keep(const std::string& failure);
     void retryLater();
     void watchDeadlines();
     void tell(void (frame::IOConnectionListener::*news)());
@@ -42,6 +45,7 @@ private:
     frame::IOConnectionListener* const listener_;
     std::shared_ptr<Outbox> outbox_;         // outlives the connections
     std::shared_ptr<Connection> connection_; // guarded by the mutex
+    std::string failure_;                    // guarded by the mutex
     boost::asio::steady_timer retryTimer_, deadlineTimer_;
     RetryDelay retryDelay_;
     bool watching_ = false; // whether the deadline timer runs or is about to; guarded by the mutex

@@ -124,6 +124,8 @@ std::vector<std::uint64_t> MessageQueue::clientsOf(frame::OmqIOModule& served) {
     return static_cast<io::ServerDoor&>(served).clients();
 }
 
+std::string MessageQueue::failureOf(frame::OmqIOModule& door) { return static_cast<io::ClientDoor&>(door).failure(); }
+
 void MessageQueue::start() {
     std::lock_guard lock(state_->mutex);
     if (state_->stopped || state_->thread.joinable()) return;

@@ -4,6 +4,7 @@
 #include "lrt/run-log-store.h"
 
 #include <host/environment.h>
+#include <host/run-log-file.h>
 #include <lrt/run-log-agent.h>
 
 #include <chrono>
@@ -24,7 +25,7 @@ std::size_t configuredCapacity() {
     return capacity;
 }
 
-std::string storePath() { return host::stateDirectory() + "/runlog.sqlite"; }
+std::string storePath() { return host::stateDirectory() + '/' + host::runLogName; }
 
 } // namespace
 

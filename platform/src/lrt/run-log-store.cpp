@@ -1,6 +1,7 @@
 #include "lrt/run-log-store.h"
 
 #include "lrt/run-log-debug.h"
+#include "lrt/run-log-layout.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <algorithm>
@@ -17,9 +18,6 @@ namespace lrt {
 namespace {
 
 constexpr int busyTimeoutMs = 5000;
-// Marks a file as a run log of this layout, in the fields that a file's header has for it.
-constexpr int applicationId = 0x52554E4C;
-constexpr int layoutVersion = 1;
 
 // The file is sound, but somebody else's.
 struct ForeignFile : std::runtime_error {

@@ -1,0 +1,47 @@
+#include "doctor.h"
+
+#include "doctor/examination.h"
+#include "doctor/report.h"
+#include "failure.h"
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <iostream>
+#include <unistd.h>
+
+namespace tvctl {
+namespace {
+
+bool wantsColour() {
+    const char* const unwanted = std::getenv("NO_COLOR");
+    return isatty(STDOUT_FILENO) == 1 && (unwanted == nullptr || *unwanted == '\0');
+}
+
+int print(const doctor::Diagnosis& diagnosis, const Options& options) {
+    std::cout << (options.json ? doctor::asJson(diagnosis) : doctor::asText(diagnosis, {wantsColour(), options.quiet}));
+    if (!std::cout.flush())
+        return report(std::cerr, options.json, {exitFailed, -EIO}, "cannot write to standard output");
+    return doctor::countOf(diagnosis, doctor::Severity::wrong) == 0 ? exitDone : exitFailed;
+}
+
+} // namespace
+
+int runDoctor(const Options& given, const std::vector<std::string>& arguments) {
+    Options options = given;
+    CLI::App app(
+        "Examines what a receiver that is started here would meet, and what runs: configuration, folders, sockets,\n"
+        "services and their messages, keys, shells, limits and the run log. Says who may come in where. Changes\n"
+        "nothing.",
+        "tvctl doctor");
+    addOptions(app, options);
+    app.footer("Exit codes: 0 nothing is wrong, though there may be warnings; 1 something is wrong.");
+    if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;
+    const auto examination = doctor::examine(options.timeout);
+    const int exitCode = print(examination.diagnosis, options);
+    // A check that is still under way uses what an orderly end would take from under it.
+    if (examination.stuck) std::_Exit(exitCode);
+    return exitCode;
+}
+
+} // namespace tvctl

@@ -1,0 +1,49 @@
+// What an examination has found.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace tvctl::doctor {
+
+enum class Severity { ok, warning, wrong };
+
+struct Finding {
+    Severity severity;
+    std::string subject; // what was looked at: "queue.bytes", "tvservice", a folder
+    std::string what;
+    std::string remedy; // what to do about it; empty when it is ok
+};
+
+inline bool operator==(const Finding& a, const Finding& b) {
+    return a.severity == b.severity && a.subject == b.subject && a.what == b.what && a.remedy == b.remedy;
+}
+
+// Where somebody can come in.
+struct Door {
+    std::string place; // a path or an address
+    std::string who;   // may come in
+    std::string state;
+};
+
+struct Diagnosis {
+    std::vector<Finding> findings;
+    std::vector<Door> doors;
+
+    void ok(const std::string& subject, const std::string& what) { add(Severity::ok, subject, what, {}); }
+    void warn(const std::string& subject, const std::string& what, const std::string& remedy) {
+        add(Severity::warning, subject, what, remedy);
+    }
+    void wrong(const std::string& subject, const std::string& what, const std::string& remedy) {
+        add(Severity::wrong, subject, what, remedy);
+    }
+    void add(Severity severity, const std::string& subject, const std::string& what, const std::string& remedy) {
+        findings.push_back({severity, subject, what, remedy});
+    }
+    void add(Diagnosis&& more) {
+        for (auto& finding : more.findings) findings.push_back(std::move(finding));
+        for (auto& door : more.doors) doors.push_back(std::move(door));
+    }
+};
+
+} // namespace tvctl::doctor

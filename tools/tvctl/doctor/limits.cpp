@@ -1,0 +1,97 @@
+#include "checks.h"
+
+#include <host/configuration.h>
+
+#include <charconv>
+#include <cstdint>
+#include <optional>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace tvctl::doctor {
+namespace {
+
+constexpr std::uint64_t mebibyte = 1024 * 1024;
+constexpr std::uint64_t connections = 4; // of a receiver on one machine: two services, and both their ends
+constexpr rlim_t fewDescriptors = 256;
+
+std::uint64_t numberIn(const std::string& text) {
+    std::uint64_t number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return number;
+}
+
+std::uint64_t memoryOfMachine() {
+    const long pages = sysconf(_SC_PHYS_PAGES), size = sysconf(_SC_PAGESIZE);
+    return pages > 0 && size > 0 ? static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(size) : UINT64_MAX;
+}
+
+// Nothing when it is wrong, of which checkValues tells.
+std::optional<host::Setting> valueOf(const char* name) {
+    try {
+        return host::setting(name);
+    } catch (const host::ConfigurationError&) {
+        return std::nullopt;
+    }
+}
+
+std::string limitText(rlim_t limit) { return limit == RLIM_INFINITY ? "unlimited" : std::to_string(limit); }
+
+void checkSystemsLimits(Diagnosis& diagnosis, std::uint64_t flatHeap) {
+    rlimit descriptors{}, core{}, memory{};
+    getrlimit(RLIMIT_NOFILE, &descriptors);
+    getrlimit(RLIMIT_CORE, &core);
+    getrlimit(RLIMIT_AS, &memory);
+    const std::string open = limitText(descriptors.rlim_cur) + " descriptors per process";
+    if (descriptors.rlim_cur < fewDescriptors)
+        diagnosis.warn("open files", open + ", of which each connection takes one",
+                       "ulimit -n " + std::to_string(fewDescriptors));
+    else
+        diagnosis.ok("open files", open);
+    diagnosis.ok("core files", core.rlim_cur == 0 ? "none" : "at most " + limitText(core.rlim_cur) + " bytes");
+    if (memory.rlim_cur != RLIM_INFINITY && memory.rlim_cur / 2 < flatHeap)
+        diagnosis.warn("address space",
+                       limitText(memory.rlim_cur) + " bytes, of which the flat heap takes " + std::to_string(flatHeap),
+                       "ulimit -v unlimited, or a smaller flat_heap.megabytes");
+    else
+        diagnosis.ok("address space", limitText(memory.rlim_cur) + (memory.rlim_cur == RLIM_INFINITY ? "" : " bytes"));
+}
+
+} // namespace
+
+Diagnosis checkLimits() {
+    // Beyond these a value limits nothing any more, or no user would wait that long.
+    struct Usual {
+        const char* name;
+        std::uint64_t most;
+        const char* what;
+    };
+    static constexpr Usual table[] = {
+        {"queue.messages", 1000000, "messages per connection limit nothing"},
+        {"queue.wait_ms", 60000, "ms is longer than anybody waits"},
+        {"run_log.queue", 1000000, "records limit nothing"},
+    };
+    Diagnosis diagnosis;
+    for (const Usual& usual : table)
+        if (const auto value = valueOf(usual.name); value && numberIn(value->text) > usual.most)
+            diagnosis.warn(usual.name, value->origin + ": " + value->text + ' ' + usual.what, "set a smaller number");
+
+    const std::uint64_t memory = memoryOfMachine();
+    const auto bytes = valueOf("queue.bytes"), heap = valueOf("flat_heap.megabytes");
+    const std::uint64_t waiting = bytes ? numberIn(bytes->text) * connections : 0;
+    const std::uint64_t flatHeap = heap ? numberIn(heap->text) * mebibyte : 0;
+    const std::string queues = std::to_string(waiting / mebibyte) + " MiB may wait in a receiver's " +
+                               std::to_string(connections) + " connections, of " + std::to_string(memory / mebibyte) +
+                               " MiB of memory";
+    if (waiting > memory / 2)
+        diagnosis.warn("queue.bytes", bytes->origin + ": " + queues, "set a smaller number");
+    else if (bytes)
+        diagnosis.ok("queue.bytes", queues);
+    if (flatHeap > memory)
+        diagnosis.warn("flat_heap.megabytes", heap->origin + ": more than the machine's memory",
+                       "set a smaller number");
+    checkSystemsLimits(diagnosis, flatHeap);
+    return diagnosis;
+}
+
+} // namespace tvctl::doctor

@@ -1,0 +1,113 @@
+#include "report.h"
+
+#include <host/printable.h>
+
+#include <algorithm>
+#include <array>
+#include <nlohmann/json.hpp>
+
+namespace tvctl::doctor {
+namespace {
+
+const char* nameOf(Severity severity) {
+    switch (severity) {
+        case Severity::ok:
+            return "ok";
+        case Severity::warning:
+            return "warning";
+        case Severity::wrong:
+            break;
+    }
+    return "wrong";
+}
+
+const char* colourOf(Severity severity) {
+    switch (severity) {
+        case Severity::ok:
+            return "32";
+        case Severity::warning:
+            return "33";
+        case Severity::wrong:
+            break;
+    }
+    return "31";
+}
+
+using Row = std::array<std::string, 3>;
+
+// All columns but the last as wide as their longest cell.
+std::vector<std::string> aligned(const std::vector<Row>& rows) {
+    std::array<std::size_t, 2> widths{};
+    for (const Row& row : rows)
+        for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+    std::vector<std::string> lines;
+    for (const Row& row : rows) {
+        std::string& line = lines.emplace_back();
+        for (std::size_t i = 0; i < widths.size(); ++i)
+            line += row[i] + std::string(widths[i] + 2 - row[i].size(), ' ');
+        line += row.back();
+    }
+    return lines;
+}
+
+std::string textOfFindings(const std::vector<const Finding*>& findings, bool coloured) {
+    std::vector<Row> rows;
+    for (const Finding* finding : findings)
+        rows.push_back({nameOf(finding->severity), host::printable(finding->subject),
+                        host::printable(finding->what) +
+                            (finding->remedy.empty() ? "" : " -> " + host::printable(finding->remedy))});
+    const auto lines = aligned(rows);
+    std::string text;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        const std::size_t name = rows[i][0].size();
+        text += coloured ? std::string("\x1b[") + colourOf(findings[i]->severity) + 'm' + rows[i][0] + "\x1b[0m" +
+                               lines[i].substr(name)
+                         : lines[i];
+        text += '\n';
+    }
+    return text;
+}
+
+std::string textOfDoors(const std::vector<Door>& doors) {
+    std::vector<Row> rows{{"OPEN AT", "TO", "STATE"}};
+    for (const Door& door : doors)
+        rows.push_back({host::printable(door.place), host::printable(door.who), host::printable(door.state)});
+    std::string text;
+    for (const std::string& line : aligned(rows)) text += line + '\n';
+    return text;
+}
+
+} // namespace
+
+std::size_t countOf(const Diagnosis& diagnosis, Severity severity) {
+    return static_cast<std::size_t>(std::count_if(diagnosis.findings.begin(), diagnosis.findings.end(),
+                                                  [&](const Finding& one) { return one.severity == severity; }));
+}
+
+std::string asText(const Diagnosis& diagnosis, const Style& style) {
+    std::vector<const Finding*> shown;
+    for (const Finding& finding : diagnosis.findings)
+        if (!style.quiet || finding.severity != Severity::ok) shown.push_back(&finding);
+    std::string text = textOfFindings(shown, style.coloured);
+    if (style.quiet) return text;
+    if (!diagnosis.doors.empty()) text += '\n' + textOfDoors(diagnosis.doors);
+    return text + '\n' + std::to_string(countOf(diagnosis, Severity::ok)) + " ok, " +
+           std::to_string(countOf(diagnosis, Severity::warning)) + " warnings, " +
+           std::to_string(countOf(diagnosis, Severity::wrong)) + " wrong\n";
+}
+
+std::string asJson(const Diagnosis& diagnosis) {
+    using Json = nlohmann::ordered_json;
+    Json result{{"findings", Json::array()}, {"doors", Json::array()}};
+    for (const auto& [severity, subject, what, remedy] : diagnosis.findings)
+        result["findings"].push_back(
+            {{"severity", nameOf(severity)}, {"subject", subject}, {"what", what}, {"remedy", remedy}});
+    for (const auto& [place, who, state] : diagnosis.doors)
+        result["doors"].push_back({{"place", place}, {"who", who}, {"state", state}});
+    result["ok"] = countOf(diagnosis, Severity::ok);
+    result["warnings"] = countOf(diagnosis, Severity::warning);
+    result["wrong"] = countOf(diagnosis, Severity::wrong);
+    return result.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+} // namespace tvctl::doctor
