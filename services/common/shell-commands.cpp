@@ -1,6 +1,7 @@
 #include "common/shell-commands.h"
 
 #include <frame/io-statistics.h>
+#include <host/printable.h>
 
 #include <cerrno>
 #include <chrono>
@@ -30,7 +31,8 @@ std::string isoTime(std::chrono::system_clock::time_point when) {
 // One object as a line for people: "name value, name value".
 std::string lineOf(const Json& object) {
     std::string line;
-    for (const auto& [name, value] : object.items()) line += (line.empty() ? "" : ", ") + name + ' ' + dump(value);
+    for (const auto& [name, value] : object.items())
+        line += (line.empty() ? "" : ", ") + name + ' ' + host::printable(dump(value));
     return line + '\n';
 }
 

@@ -273,6 +273,18 @@ TEST_F(Control, ListsLongNotificationsInSeveralCalls) {
     EXPECT_THAT(numbers({"notifications"}), testing::ElementsAre(11, 12));
 }
 
+TEST_F(Control, ListsNoTextThatForgesALineOrSteersATerminal) {
+    frame::MsgIds ids;
+    tvservice::TvServiceInfo_t info;
+    info.uri = "dvb://1\nforged\x1b[2J\x7f\xc2\x9b";
+    log.tvServiceInfo(ids, {}, {info});
+    log.tvServicePlayInfo(ids, {}, {info.uri});
+    EXPECT_THAT(run({"notifications"}).output,
+                HasSubstr(R"({"info":{"strParam1":"dvb://1\nforged\u001b[2J\x7f\xc2\x9b"}})"));
+    view.tvServiceInfo(ids, {}, {info});
+    EXPECT_THAT(run({"answers"}).output, HasSubstr("  uri dvb://1\\x0aforged\\x1b[2J\\x7f\\xc2\\x9b  uuid "));
+}
+
 TEST_F(Control, ListsTextThatIsNotUtf8) {
     frame::MsgIds ids;
     log.tvServicePlayInfo(ids, {}, {"\xff\n"});

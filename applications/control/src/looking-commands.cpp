@@ -5,6 +5,7 @@
 
 #include <frame/io-statistics.h>
 #include <genrpc/json.h>
+#include <host/printable.h>
 #include <lrt/run-log-agent.h>
 #include <vdl/debug.h>
 
@@ -51,7 +52,8 @@ std::string toLines(const Json& list) {
     for (const auto& object : list) {
         const char* separator = "";
         for (const auto& [name, value] : object.items()) {
-            out << separator << name << ' ' << (value.is_string() ? value.get<std::string>() : genrpc::textOf(value));
+            out << separator << name << ' '
+                << host::printable(value.is_string() ? value.get<std::string>() : genrpc::textOf(value));
             separator = "  ";
         }
         out << '\n';
@@ -86,7 +88,7 @@ std::string toJsonText(const Notification& notification) {
 std::string toLine(const Notification& notification) {
     return std::to_string(notification.number) + " " + notification.time + " " + notification.message + " " +
            (notification.omittedBytes > 0 ? "(" + std::to_string(notification.omittedBytes) + " bytes left out)"
-                                          : notification.arguments) +
+                                          : host::printable(notification.arguments)) +
            "\n";
 }
 
