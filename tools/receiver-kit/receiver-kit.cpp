@@ -71,8 +71,12 @@ bool includes(const nlohmann::json& whole, const nlohmann::json& part) {
 
 Places::Places() : programs(RECEIVER_BIN), libraries(RECEIVER_LIB) {}
 
-ReceiverKit::ReceiverKit(Places places, std::function<bool()> interrupted)
-    : places_(std::move(places)), interrupted_(std::move(interrupted)), folder_(makePrivateFolder()) {
+ReceiverKit::ReceiverKit(Places places, std::function<bool()> interrupted,
+                         std::map<std::string, std::string> environment)
+    : places_(std::move(places)),
+      interrupted_(std::move(interrupted)),
+      environment_(std::move(environment)),
+      folder_(makePrivateFolder()) {
     for (const char* name : {"run", "state"})
         if (mkdir((folder_ / name).c_str(), 0700) != 0) throw std::system_error(errno, std::generic_category(), name);
 }
@@ -101,6 +105,7 @@ ChildCommand ReceiverKit::commandOf(Part part) const {
                            {"STATE_DIRECTORY", (folder_ / "state").string()},
                            {"TVSA_LOG", "info"},
                            {"TVSA_LOG_FORMAT", "json"}};
+    for (const auto& [name, value] : environment_) command.environment[name] = value;
     command.errorLog = logOf(part);
     return command;
 }

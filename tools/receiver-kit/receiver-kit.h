@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <receiver-kit/child-process.h>
@@ -53,8 +54,10 @@ inline constexpr Milliseconds patience{10000}; // for what takes no time on an i
 
 class ReceiverKit {
 public:
-    // interrupted is asked while something is waited for; when it says yes the wait throws.
-    explicit ReceiverKit(Places places = {}, std::function<bool()> interrupted = {});
+    // interrupted is asked while something is waited for; when it says yes the wait throws. environment comes on top of
+    // what the processes are given anyway, or in its place.
+    explicit ReceiverKit(Places places = {}, std::function<bool()> interrupted = {},
+                         std::map<std::string, std::string> environment = {});
     ~ReceiverKit(); // ends all processes and removes the folder
 
     // Starts all parts and waits until both services are connected.
@@ -120,6 +123,7 @@ private:
 
     const Places places_;
     const std::function<bool()> interrupted_;
+    const std::map<std::string, std::string> environment_;
     std::filesystem::path folder_;
     std::array<Process, allParts.size()> processes_;
 };

@@ -1,0 +1,208 @@
+// Crowds at every socket while honest clients measure what they get.
+#include "../killed/process-size.h"
+#include "../killed/service-socket.h"
+#include "flood.h"
+#include "honest.h"
+#include "scenarios.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace access_check {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+constexpr unsigned perSecond = 25; // of each kind at each door
+constexpr auto pace = 2ms;         // between an honest client's questions
+constexpr auto quietTime = 4s;
+constexpr auto settling = 500ms;
+
+long microsecondsSince(Clock::time_point begin) {
+    return static_cast<long>(std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin).count());
+}
+
+long percentile99(std::vector<long> times) {
+    require(times.size() >= 100, "too few round trips were measured");
+    const auto at = times.begin() + static_cast<std::ptrdiff_t>(times.size() * 99 / 100);
+    std::nth_element(times.begin(), at, times.end());
+    return *at;
+}
+
+long median(std::vector<long> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+// Honest clients: one of each door that asks all the time, and one that comes anew again and again.
+class Honest {
+public:
+    explicit Honest(const std::vector<Door>& doors) : doors_(doors), times_(doors.size()) {
+        for (std::size_t i = 0; i < doors.size(); ++i) threads_.emplace_back([this, i] { guarded([&] { askOn(i); }); });
+        threads_.emplace_back([this] { guarded([this] { comeAnew(); }); });
+    }
+    ~Honest() { end(); }
+    Honest(const Honest&) = delete;
+    Honest& operator=(const Honest&) = delete;
+
+    // The 99th percentile at each door while something takes its time.
+    std::vector<long> during(const std::function<void()>& something) {
+        for (auto& times : times_) times.clear();
+        measuring_ = true;
+        something();
+        measuring_ = false;
+        const std::lock_guard lock(mutex_);
+        std::vector<long> result;
+        for (const auto& times : times_) result.push_back(percentile99(times));
+        return result;
+    }
+
+    void end() {
+        ended_ = true;
+        for (std::thread& thread : threads_)
+            if (thread.joinable()) thread.join();
+    }
+
+    std::string complaint; // and what follows: after the end
+    long newcomers = 0, slowestNewcomer = 0;
+
+private:
+    void guarded(const std::function<void()>& work) {
+        try {
+            work();
+        } catch (const std::exception& error) {
+            const std::lock_guard lock(mutex_);
+            complaint = error.what();
+        }
+    }
+    void askOn(std::size_t number) {
+        const auto client = honestClientOf(doors_[number]);
+        client->ask();
+        while (!ended_) {
+            const auto begin = Clock::now();
+            client->ask();
+            if (measuring_) {
+                const long took = microsecondsSince(begin);
+                const std::lock_guard lock(mutex_);
+                times_[number].push_back(took);
+            }
+            std::this_thread::sleep_for(pace);
+        }
+    }
+    void comeAnew() {
+        for (std::size_t i = 0; !ended_; ++i) {
+            const auto begin = Clock::now();
+            honestClientOf(doors_[i % doors_.size()])->ask();
+            slowestNewcomer = std::max(slowestNewcomer, microsecondsSince(begin));
+            ++newcomers;
+            std::this_thread::sleep_for(20ms);
+        }
+    }
+
+    const std::vector<Door>& doors_;
+    std::atomic<bool> measuring_{false}, ended_{false};
+    std::mutex mutex_;
+    std::vector<std::vector<long>> times_; // in microseconds
+    std::vector<std::thread> threads_;
+};
+
+// What a client of a door says first, for those who say it slowly.
+std::filesystem::path wordsFor(const ReceiverKit& kit, const Door& door) {
+    const auto file = kit.folder() / (door.name + ".words");
+    std::ofstream(file) << (door.shell ? std::string(R"({"line":"stats"})") : killed::helloOf(door.path));
+    return file;
+}
+
+std::filesystem::path floodLog(const ReceiverKit& kit) { return kit.folder() / "flood.log"; }
+
+using Floods = std::vector<std::unique_ptr<receiver::ChildProcess>>;
+
+void waitForAll(Floods& floods, const ReceiverKit& kit) {
+    for (auto& flood : floods) {
+        flood->wait();
+        require(flood->failure().empty(), "a crowd did not come: " + receiver::tailOf(floodLog(kit), 3));
+    }
+}
+
+} // namespace
+
+void crowdTheDoors(unsigned rounds, unsigned perRound, Figures& figures) {
+    ReceiverKit kit;
+    kit.start();
+    const auto doors = doorsIn(kit.runtimeFolder());
+    setEndpoints(doors);
+    std::vector<std::filesystem::path> words;
+    for (const Door& door : doors) words.push_back(wordsFor(kit, door));
+    std::vector<std::vector<long>> quiet(doors.size()), crowded(doors.size());
+    Honest honest(doors);
+    std::this_thread::sleep_for(settling);
+    for (unsigned round = 0; round < rounds; ++round) {
+        const auto alone = honest.during([] { std::this_thread::sleep_for(quietTime); });
+        Floods floods;
+        for (std::size_t i = 0; i < doors.size(); ++i)
+            for (const char* kind : floodKinds)
+                floods.push_back(startFlood(kind, doors[i].path, perRound, perSecond, words[i], floodLog(kit)));
+        std::this_thread::sleep_for(settling);
+        const auto pressed = honest.during([&] {
+            const auto end = Clock::now() + std::chrono::seconds(perRound / perSecond) - settling;
+            while (Clock::now() < end) {
+                for (const Part part : receiver::allParts)
+                    figures.mostDescriptors =
+                        std::max(figures.mostDescriptors, killed::sizeOf(kit.processId(part)).descriptors);
+                std::this_thread::sleep_for(100ms);
+            }
+        });
+        waitForAll(floods, kit);
+        figures.crowd += perRound * static_cast<unsigned>(floods.size());
+        for (std::size_t i = 0; i < doors.size(); ++i) {
+            quiet[i].push_back(alone[i]);
+            crowded[i].push_back(pressed[i]);
+        }
+    }
+    honest.end();
+    require(honest.complaint.empty(), honest.complaint);
+    for (std::size_t i = 0; i < doors.size(); ++i)
+        figures.roundTrips[doors[i].name] = {median(quiet[i]), median(crowded[i])};
+    figures.newcomers = honest.newcomers;
+    figures.slowestNewcomer = honest.slowestNewcomer / 1000;
+    const std::string complaints = kit.stop();
+    require(complaints.empty(), complaints);
+}
+
+void floodTheLog(unsigned hellos, Figures& figures) {
+    ReceiverKit kit;
+    kit.start();
+    const Door door = doorsIn(kit.runtimeFolder()).front();
+    const auto log = logOf(kit, door.part);
+    const auto before = receiver::readLog(log).size();
+    const auto refused = counterOf(kit, door.part, "refused");
+    const auto begin = Clock::now();
+    Floods floods;
+    constexpr unsigned processes = 2;
+    for (unsigned i = 0; i < processes; ++i)
+        floods.push_back(startFlood("garbage", door.path, hellos / processes, 0, wordsFor(kit, door), floodLog(kit)));
+    waitForAll(floods, kit);
+    require(kit.waitFor([&] { return counterOf(kit, door.part, "refused") - refused == hellos; }, receiver::patience),
+            std::to_string(counterOf(kit, door.part, "refused") - refused) + " bad hellos were counted");
+    const auto told = [&] {
+        return linesLike(log, "turned away: peer's first bytes are no hello", "service %s: client %llu %s: %s");
+    };
+    require(kit.waitFor([&] { return told() >= hellos; }, receiver::patience),
+            "the log tells of " + std::to_string(told()) + " bad hellos");
+    require(told() == hellos, "the log tells of " + std::to_string(told()) + " bad hellos");
+    figures.badHellos = hellos;
+    figures.badHelloSeconds = microsecondsSince(begin) / 1000000 + 1;
+    figures.badHelloLines = static_cast<long>(receiver::readLog(log).size() - before);
+    constexpr long eachSecond = 21; // 20 and the one about the others
+    figures.linesAllowed = (figures.badHelloSeconds + 1) * eachSecond;
+    const std::string complaints = kit.stop();
+    require(complaints.empty(), complaints);
+}
+
+} // namespace access_check

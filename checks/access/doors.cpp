@@ -1,0 +1,128 @@
+#include "doors.h"
+
+#include "../killed/service-socket.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <utility>
+
+namespace access_check {
+namespace {
+
+constexpr std::size_t frameHeader = 32, frameId = 12;
+
+} // namespace
+
+std::vector<Door> doorsIn(const std::filesystem::path& runtimeFolder) {
+    std::vector<Door> doors;
+    const auto add = [&](const std::string& name, Part part, bool shell) {
+        doors.push_back({name, part, shell, (runtimeFolder / name).string()});
+    };
+    for (const Part part : {Part::tvService, Part::mmService}) add(killed::serviceNameOf(part) + ".sock", part, false);
+    for (const Part part : receiver::allParts) add(std::string(receiver::nameOf(part)) + ".shell", part, true);
+    return doors;
+}
+
+Socket::Socket() : descriptor_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    require(descriptor_ >= 0, std::string("no socket: ") + std::strerror(errno));
+    const timeval patience{10, 0};
+    setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    setsockopt(descriptor_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+}
+
+Socket::~Socket() {
+    if (descriptor_ >= 0) close(descriptor_);
+}
+
+Socket::Socket(Socket&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+
+int Socket::connect(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return ::connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0 : errno;
+}
+
+bool Socket::say(const std::string& bytes) {
+    return send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
+std::string Socket::hear(std::size_t size) {
+    std::string bytes(size, '\0');
+    require(recv(descriptor_, bytes.data(), size, MSG_WAITALL) == static_cast<ssize_t>(size),
+            "the other side says less than it has to");
+    return bytes;
+}
+
+std::string Socket::hearAll() {
+    std::string bytes;
+    char part[4096];
+    for (;;) {
+        const ssize_t count = recv(descriptor_, part, sizeof part, 0);
+        if (count > 0) {
+            bytes.append(part, static_cast<std::size_t>(count));
+        } else if (count == 0 || errno == ECONNRESET) {
+            return bytes;
+        } else if (errno != EINTR) {
+            throw ReceiverError(std::string("the connection does not end: ") + std::strerror(errno));
+        }
+    }
+}
+
+Socket clientOf(const Door& door) {
+    const std::string hello = killed::helloOf(door.path);
+    Socket socket;
+    require(socket.connect(door.path) == 0 && socket.say(hello) && socket.hear(hello.size()) == hello,
+            door.name + " takes no client in");
+    return socket;
+}
+
+std::vector<std::uint32_t> hearFrames(Socket& client, std::size_t count) {
+    std::vector<std::uint32_t> ids;
+    while (ids.size() < count) {
+        const std::string header = client.hear(frameHeader);
+        std::uint32_t size = 0, id = 0;
+        std::memcpy(&size, header.data(), sizeof size);
+        std::memcpy(&id, header.data() + frameId, sizeof id);
+        client.hear(size);
+        ids.push_back(id);
+    }
+    return ids;
+}
+
+std::uint64_t counterOf(ReceiverKit& kit, Part service, const char* counter) {
+    return kit.ask(service, {"stats"}).at(0).at(counter).get<std::uint64_t>();
+}
+
+std::uint64_t receivedFrom(ReceiverKit& kit, Part service) {
+    for (const auto& connection : kit.ask(Part::frameHost, {"stats"}))
+        if (connection.at("service") == killed::serviceNameOf(service))
+            return connection.at("received").get<std::uint64_t>();
+    throw ReceiverError("the framework process has no such connection");
+}
+
+std::uint64_t linesLike(const std::filesystem::path& log, const std::string& text, const std::string& format) {
+    std::uint64_t lines = 0;
+    for (const receiver::LogLine& line : receiver::readLog(log)) {
+        unsigned long long held = 0;
+        if (std::sscanf(line.text.c_str(), "... and %llu more", &held) == 1)
+            lines += line.text.ends_with("like it: " + format) ? held : 0;
+        else
+            lines += line.text.find(text) != std::string::npos ? 1 : 0;
+    }
+    return lines;
+}
+
+std::filesystem::path logOf(const ReceiverKit& kit, Part part) {
+    return kit.folder() / (std::string(receiver::nameOf(part)) + ".log");
+}
+
+void require(bool condition, const std::string& otherwise) {
+    if (!condition) throw ReceiverError(otherwise);
+}
+
+} // namespace access_check

@@ -1,0 +1,63 @@
+// The sockets of a receiver, and what a connection to one of them may be told.
+#pragma once
+
+#include <cstdint>
+#include <receiver-kit/receiver-kit.h>
+#include <string>
+#include <vector>
+
+namespace access_check {
+
+using receiver::Part;
+using receiver::ReceiverError;
+using receiver::ReceiverKit;
+
+struct Door {
+    std::string name; // of the socket's file
+    Part part;        // whose process serves it
+    bool shell;
+    std::string path;
+};
+// Each service's socket and each process's shell.
+std::vector<Door> doorsIn(const std::filesystem::path& runtimeFolder);
+
+// A connection that says what it likes.
+class Socket {
+public:
+    Socket();
+    ~Socket();
+    Socket(Socket&& other) noexcept;
+    Socket(const Socket&) = delete;
+    Socket& operator=(const Socket&) = delete;
+
+    int connect(const std::string& path); // 0, or the error number
+    int descriptor() const { return descriptor_; }
+    bool say(const std::string& bytes); // whether the other side took them all
+    // Exactly so many bytes; throws ReceiverError when they do not come.
+    std::string hear(std::size_t size);
+    // All until the other side ends the connection; throws ReceiverError when it does not.
+    std::string hearAll();
+
+private:
+    int descriptor_;
+};
+
+// One that a door has taken in: it has heard the door's greeting and given it back.
+Socket clientOf(const Door& door);
+// The identifiers of the messages in the next so many frames.
+std::vector<std::uint32_t> hearFrames(Socket& client, std::size_t count);
+
+// A counter of a service, as its shell tells.
+std::uint64_t counterOf(ReceiverKit& kit, Part service, const char* counter);
+
+// How many messages the framework process has had of a service.
+std::uint64_t receivedFrom(ReceiverKit& kit, Part service);
+
+// How many lines with that text a log has, those included that it says were held back.
+std::uint64_t linesLike(const std::filesystem::path& log, const std::string& text, const std::string& format);
+
+std::filesystem::path logOf(const ReceiverKit& kit, Part part);
+
+void require(bool condition, const std::string& otherwise);
+
+} // namespace access_check

@@ -1,0 +1,24 @@
+// Clients that nobody wants, in processes of their own.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <receiver-kit/child-process.h>
+#include <string>
+#include <vector>
+
+namespace access_check {
+
+// Clients that say random bytes, that say nothing, that say their hello a byte at a time, and that are gone at once.
+inline constexpr const char* floodKinds[] = {"garbage", "half-open", "slow", "abrupt"};
+
+// A process that makes so many connections of a kind, so many in a second (0: each when the one before has ended), and
+// ends when the last one has. A slow client's words are what it would say at once.
+std::unique_ptr<receiver::ChildProcess> startFlood(const std::string& kind, const std::string& path, unsigned count,
+                                                   unsigned perSecond, const std::filesystem::path& words,
+                                                   const std::filesystem::path& log);
+
+// What that process runs: its program's arguments after "--flood". Returns its exit code.
+int flood(const std::vector<std::string>& arguments);
+
+} // namespace access_check

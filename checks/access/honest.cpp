@@ -1,0 +1,102 @@
+#include "honest.h"
+
+#include <frame/omq-io-module.h>
+#include <genrpc/flat-region.h>
+#include <host/message-queue.h>
+#include <host/shell-client.h>
+#include <mmservice/messages.h>
+#include <tvservice/messages.h>
+
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+
+namespace access_check {
+namespace {
+
+constexpr std::size_t sendBufferBytes = 4096;
+
+// Asks a service through a message queue of its own.
+template <class Question, class Answer> class QueueClient final : public HonestClient {
+public:
+    QueueClient(const char* service, const frame::MessageSet& messages, typename Question::Body::Arguments question)
+        : question_(std::move(question)), door_(queue_.connectTo(service, messages, sendBufferBytes, nullptr)) {
+        const frame::MessageHandler handler = [](const frame::MsgMeta&, const frame::TransportInfo&, const void*,
+                                                 void* self) {
+            static_cast<QueueClient*>(self)->hear();
+            return 0;
+        };
+        door_.registerMessageHandler(Answer::meta, handler, this, *Answer::table());
+        queue_.open(door_);
+        queue_.start();
+    }
+    ~QueueClient() override { queue_.stop(); }
+
+    void ask() override {
+        genrpc::FlatRegion* const region = genrpc::FlatRegion::create(sendBufferBytes);
+        const char* const body =
+            std::apply([&](const auto&... argument) { return Question::Body::build(*region, argument...); }, question_);
+        std::unique_lock lock(mutex_);
+        const unsigned before = heard_;
+        lock.unlock();
+        const int sent = door_.asyncSend(frame::MsgIds::none, Question::meta, nullptr, *Question::table(), body,
+                                         [region] { genrpc::FlatRegion::release(region); });
+        lock.lock();
+        const bool answered = news_.wait_for(lock, receiver::patience, [&] { return heard_ != before; });
+        require(sent == 0 && answered, "an honest client of a service got no answer");
+    }
+
+private:
+    void hear() {
+        const std::lock_guard lock(mutex_);
+        ++heard_;
+        news_.notify_all();
+    }
+
+    const typename Question::Body::Arguments question_;
+    std::mutex mutex_;
+    std::condition_variable news_;
+    unsigned heard_ = 0;
+    host::MessageQueue queue_;
+    frame::OmqIOModule& door_;
+};
+
+class ShellUser final : public HonestClient {
+public:
+    explicit ShellUser(const std::string& path) : path_(path) {}
+
+    void ask() override {
+        if (!shell_.isConnected()) shell_.connect(path_);
+        const host::ShellReply reply = shell_.run("stats");
+        require(reply.status == 0, path_ + ": " + reply.error);
+    }
+
+private:
+    const std::string path_;
+    host::ShellClient shell_;
+};
+
+} // namespace
+
+void setEndpoints(const std::vector<Door>& doors) {
+    for (const Door& door : doors)
+        if (!door.shell)
+            setenv(door.part == Part::tvService ? "TVSA_ENDPOINT_TVSERVICE" : "TVSA_ENDPOINT_MMSERVICE",
+                   door.path.c_str(), 1);
+}
+
+std::unique_ptr<HonestClient> honestClientOf(const Door& door) {
+    if (door.shell) return std::make_unique<ShellUser>(door.path);
+    if (door.part == Part::tvService) {
+        using namespace tvservice::messages;
+        return std::make_unique<QueueClient<TvServiceInfoReq, TvServiceStatusInfo>>(
+            tvservice::serviceName, tvservice::messageSet(), std::tuple<>());
+    }
+    using namespace mmservice::messages;
+    mmservice::MMServiceReq_t request;
+    request.uri = "unknown:";
+    return std::make_unique<QueueClient<MmServiceReq, MmServiceInfo>>(mmservice::serviceName, mmservice::messageSet(),
+                                                                      std::tuple{std::vector{request}});
+}
+
+} // namespace access_check

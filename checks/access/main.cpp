@@ -1,0 +1,109 @@
+// Tries everything at the sockets of real receivers that their users would not; checks/access/run builds and starts it.
+#include "../figure.h"
+#include "flood.h"
+#include "scenarios.h"
+
+#include <vdl/debug.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <functional>
+#include <iostream>
+#include <unistd.h>
+
+namespace {
+
+using namespace access_check;
+
+// full is what the figures are made of, quick a trial of everything, ordinary what needs neither root nor a quiet
+// machine.
+enum class Size { full, quick, ordinary };
+
+class Report {
+public:
+    void line(const std::string& what, long value, const char* unit, bool held, const std::string& bound) {
+        std::printf("%-56s %9ld %-12s %s%s\n", what.c_str(), value, unit, bound.c_str(), held ? "" : "  NOT HELD");
+        checks::reportFigure(what, value, unit, bound);
+        good = good && held;
+    }
+    bool good = true;
+};
+
+void reportDoors(const Figures& figures, Report& report) {
+    const long tries = figures.tries;
+    const std::string all = "all " + std::to_string(tries);
+    report.line("another user's connections", tries, "connections", tries > 0, "");
+    for (const auto& [what, value] : {std::pair{"refused by the folder", figures.refusedByFolder},
+                                      {"refused by the sockets' modes", figures.refusedByMode},
+                                      {"refused by the check of the peer, and counted", figures.refusedByCheck}})
+        report.line(what, value, "connections", value == tries, all);
+}
+
+void reportCrowds(const Figures& figures, Report& report) {
+    report.line("unwanted connections among honest clients", figures.crowd, "connections", figures.crowd > 0, "");
+    for (const auto& [door, paces] : figures.roundTrips) {
+        report.line(door + ": p99 of a round trip, quiet", paces.quiet, "us", true, "");
+        report.line(door + ": p99 of a round trip, crowded", paces.crowded, "us", paces.crowded <= 2 * paces.quiet,
+                    "at most twice the quiet one");
+    }
+    report.line("honest newcomers served", figures.newcomers, "clients", figures.newcomers > 0, "all that came");
+    report.line("slowest of them", figures.slowestNewcomer, "ms", figures.slowestNewcomer <= 2000, "at most 2000 ms");
+    report.line("most descriptors that a process had", figures.mostDescriptors, "descriptors",
+                figures.mostDescriptors <= 128, "at most 128");
+    report.line("bad hellos", figures.badHellos, "hellos", true, "each counted, each told of");
+    report.line("seconds that they took", figures.badHelloSeconds, "s", true, "");
+    report.line("lines about them", figures.badHelloLines, "lines", figures.badHelloLines <= figures.linesAllowed,
+                "at most 21 a second");
+}
+
+int runAll(Size size) {
+    vdlDebugSetLevels("off"); // of this process, whose clients do not hear all that they are told
+    const bool full = size == Size::full;
+    Figures figures;
+    std::vector<std::pair<const char*, std::function<void()>>> scenarios{
+        {"what lies where a socket belongs", [&] { occupyPlaces(figures); }},
+        {"answers in others' places", [&] { answerForOthers(figures); }},
+        {"hostile texts", [&] { sendTexts(figures); }},
+        {"no descriptors", [] { takeAllDescriptors(); }},
+    };
+    if (geteuid() == 0 || size != Size::ordinary)
+        scenarios.insert(scenarios.begin(), {"another user", [&] { refuseAnotherUser(full ? 1000 : 50, figures); }});
+    if (size != Size::ordinary) {
+        scenarios.emplace_back("a flood of bad hellos", [&] { floodTheLog(full ? 100000 : 5000, figures); });
+        scenarios.emplace_back("crowds", [&] { crowdTheDoors(full ? 5 : 1, full ? 400 : 100, figures); });
+    }
+    Report report;
+    for (const auto& [name, run] : scenarios) {
+        std::string result = "held";
+        try {
+            run();
+        } catch (const std::exception& error) {
+            result = std::string("FAILED: ") + error.what();
+            report.good = false;
+        }
+        std::cout << name << ": " << result << std::endl;
+    }
+    if (size == Size::ordinary) return report.good ? 0 : 1;
+    reportDoors(figures, report);
+    report.line("obstacles where a socket belongs", figures.places, "obstacles", figures.places > 0,
+                "each refused or replaced, nothing harmed");
+    report.line("answers of those who were not asked", static_cast<long>(figures.answers), "answers",
+                figures.answers > 0, "none delivered");
+    report.line("hostile texts", static_cast<long>(figures.texts), "texts", figures.texts > 0,
+                "none raw in a log or at a terminal, each whole in the run log");
+    reportCrowds(figures, report);
+    return report.good ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (!arguments.empty() && arguments[0] == "--flood") return flood({std::next(arguments.begin()), arguments.end()});
+    const auto given = [&](const char* option) {
+        return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
+    };
+    return runAll(given("--quick") ? Size::quick : given("--ordinary") ? Size::ordinary : Size::full);
+}
