@@ -106,6 +106,14 @@ TEST_F(Environment, RefusesAFolderOfAnotherUser) {
     EXPECT_THAT(refusalOf(host::runtimeDirectory), HasSubstr("belongs to another user"));
 }
 
+TEST_F(Environment, TellsWhereItsFoldersAreWithoutMakingThem) {
+    setenv("RUNTIME_DIRECTORY", (folder + "/run").c_str(), 1);
+    setenv("STATE_DIRECTORY", (folder + "/state").c_str(), 1);
+    EXPECT_EQ(host::runtimeDirectoryPath(), folder + "/run");
+    EXPECT_EQ(host::stateDirectoryPath(), folder + "/state");
+    EXPECT_TRUE(std::filesystem::is_empty(folder));
+}
+
 TEST_F(Environment, PutsSocketsIntoTheRuntimeFolder) {
     setenv("RUNTIME_DIRECTORY", folder.c_str(), 1);
     EXPECT_EQ(host::endpointOf("tv"), folder + "/tv.sock");

@@ -79,8 +79,9 @@ Examination examine(std::chrono::milliseconds timeout) {
     const auto look = [&](const std::string& subject, std::function<Diagnosis()> check) {
         run(examination, subject, std::move(check), timeout + besides);
     };
+    const bool configured = isConfigured();
     look("configuration", checkFiles);
-    look("configuration", checkValues);
+    if (configured) look("configuration", checkValues);
     look("runtime folder", checkRuntimeFolder);
     look("state folder", checkStateFolder);
     if (const std::string folder = stateFolder(); !folder.empty())
@@ -88,7 +89,7 @@ Examination examine(std::chrono::milliseconds timeout) {
     look("limits", checkLimits);
     const std::string folder = host::runtimeDirectoryPath();
     look("runtime folder", [folder] { return checkContents(folder); });
-    if (isConfigured()) {
+    if (configured) {
         look("keys", checkKeys);
         for (const Service& service : services())
             look(service.name, [service, timeout] { return checkService(service, timeout); });

@@ -140,7 +140,7 @@ Diagnosis checkKeys() {
         return diagnosis;
     }
     if (const auto problem = problemOfOwnKeys())
-        diagnosis.wrong("keys.file", *problem, "make a pair with tvctl keygen, and name its file in keys.file");
+        diagnosis.wrong("keys.file", *problem, "make a new pair with tvctl keygen, and name its file in keys.file");
     else
         diagnosis.ok("keys.file",
                      "the public key of this machine is " + host::readKeys(host::setting("keys.file")->text).publicKey);

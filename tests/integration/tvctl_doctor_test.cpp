@@ -1,0 +1,97 @@
+// tvctl doctor as people and scripts run it, beside a receiver and without one.
+#include "integration/program-run.h"
+
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+namespace {
+
+using namespace program_run;
+using nlohmann::json;
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr int done = 0, failed = 1, usage = 2;
+
+class TvctlDoctor : public Programs {
+protected:
+    TvctlDoctor() {
+        environment["TVSA_CONFIG"] = (folder / "config.toml").string();
+        configure("");
+    }
+    void configure(const std::string& text) const { std::ofstream(folder / "config.toml") << text; }
+    Outcome doctor(const Words& arguments = {}) const {
+        Words words{program("tvctl"), "doctor"};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        return run(words);
+    }
+    // A process that serves, as soon as its shell does.
+    std::unique_ptr<Running> serving(const Words& command) const {
+        auto running = start(command);
+        const std::string shell =
+            runtimeFolder() + '/' + std::filesystem::path(command[0]).filename().string() + ".shell";
+        EXPECT_TRUE(eventually([&] { return std::filesystem::exists(shell); })) << running->error();
+        return running;
+    }
+};
+
+TEST_F(TvctlDoctor, FindsNothingWrongWhereNothingRunsAndMakesNothing) {
+    const Outcome outcome = doctor();
+    EXPECT_EQ(outcome.exitCode, done);
+    EXPECT_EQ(outcome.error, "");
+    EXPECT_THAT(outcome.output,
+                AllOf(ContainsRegex("\nwarning +tvservice +not running"), ContainsRegex("\nwarning +mmservice +not"),
+                      ContainsRegex("\n\n[0-9]+ ok, 2 warnings, 0 wrong\n$"), Not(HasSubstr("\x1b"))));
+    EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));
+    EXPECT_FALSE(std::filesystem::exists(folder / "state"));
+}
+
+TEST_F(TvctlDoctor, IsContentWithAReceiver) {
+    const auto tv = serving({program("tvserviced")});
+    const auto mm = serving({program("mmserviced")});
+    const auto host = serving({program("frame-host"), library("libapp-tvservice-adapter.so")});
+    const Outcome outcome = doctor({"--json"});
+    EXPECT_EQ(outcome.exitCode, done);
+    EXPECT_EQ(outcome.error, "");
+    const json answer = json::parse(outcome.output);
+    EXPECT_EQ(answer["warnings"], 0) << outcome.output;
+    EXPECT_EQ(answer["wrong"], 0) << outcome.output;
+    EXPECT_GT(answer["ok"], 5);
+    EXPECT_EQ(answer["doors"].size(), 5U);
+    for (const json& door : answer["doors"])
+        EXPECT_EQ(door["who"], "user " + std::to_string(geteuid()) + " only") << door;
+    EXPECT_THAT(doctor().output, AllOf(HasSubstr("OPEN AT"), HasSubstr(runtimeFolder() + "/tvservice.sock  ")));
+    for (const auto& process : {&host, &mm, &tv}) EXPECT_EQ((*process)->terminate().error, "") << "it noticed nothing";
+    EXPECT_EQ(doctor({"--quiet"}).output.find("wrong"), std::string::npos);
+}
+
+TEST_F(TvctlDoctor, FailsWhenSomethingIsWrong) {
+    std::filesystem::create_directory(runtimeFolder());
+    std::filesystem::permissions(runtimeFolder(), std::filesystem::perms(0755));
+    const Outcome outcome = doctor({"--quiet"});
+    EXPECT_EQ(outcome.exitCode, failed);
+    EXPECT_THAT(outcome.output, ContainsRegex("wrong +" + runtimeFolder() + " +.*open to other users.* -> "));
+    EXPECT_THAT(outcome.output, Not(HasSubstr("ok  ")));
+}
+
+TEST_F(TvctlDoctor, RunsOverAConfigurationWithWhichNothingElseDoes) {
+    configure("queue.messages = 0\n");
+    const Outcome outcome = doctor({"--json"});
+    EXPECT_EQ(outcome.exitCode, failed);
+    const json finding = json::parse(outcome.output)["findings"][0];
+    EXPECT_EQ(finding["severity"], "wrong");
+    EXPECT_EQ(json::parse(outcome.output)["wrong"], 1) << outcome.output;
+    EXPECT_THAT(finding["what"], HasSubstr("config.toml:1: queue.messages"));
+}
+
+TEST_F(TvctlDoctor, RefusesWrongUsage) {
+    EXPECT_EQ(doctor({"--fast"}).exitCode, usage);
+    EXPECT_EQ(doctor({"tvservice"}).exitCode, usage);
+    EXPECT_THAT(doctor({"--help"}).output, HasSubstr("Exit codes: 0 nothing is wrong"));
+    const Outcome full = run({program("tvctl"), "doctor"}, R"(exec "$0" "$@" </dev/null >/dev/full)");
+    EXPECT_EQ(full, (Outcome{failed, "", "tvctl: cannot write to standard output\n"}));
+}
+
+} // namespace

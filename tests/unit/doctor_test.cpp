@@ -1,0 +1,259 @@
+// What tvctl doctor finds in folders, files, limits and what is served there.
+#include "support/doctor-fixture.h"
+
+#include <appovshell/shell-server.h>
+#include <host/log-capture.h>
+#include <host/message-queue.h>
+#include <host/run-log-file.h>
+#include <lrt/run-log-store.h>
+
+#include <chrono>
+#include <io/socket-lock.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace doctor_test;
+using namespace tvctl::doctor;
+using testing::Contains;
+using testing::Field;
+
+constexpr auto patience = 10s;
+
+class DoctorOfServices : public Doctor {
+protected:
+    std::string socketOf(const Service& service) const { return runtimeFolder + '/' + service.name + ".sock"; }
+    Diagnosis check(const Service& service) const { return checkService(service, patience); }
+
+    const Service tv = services().at(0);
+};
+
+TEST_F(DoctorOfServices, KnowsBothServices) {
+    std::vector<std::string> names;
+    for (const Service& service : services()) names.push_back(service.name);
+    EXPECT_THAT(names, testing::ElementsAre("tvservice", "mmservice"));
+}
+
+TEST_F(DoctorOfServices, WarnsOfOneThatDoesNotRun) {
+    const Diagnosis diagnosis = check(tv);
+    EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "not running: nobody serves " + socketOf(tv)));
+    EXPECT_THAT(diagnosis.doors, Contains(Field(&Door::state, "nobody serves it")));
+    std::filesystem::remove(runtimeFolder);
+    EXPECT_THAT(check(tv), finds(Severity::warning, "tvservice", "no runtime folder yet"));
+    EXPECT_FALSE(std::filesystem::exists(runtimeFolder)) << "examining makes nothing";
+}
+
+TEST_F(DoctorOfServices, IsContentWithOneThatHasTheSameMessages) {
+    host::MessageQueue queue;
+    queue.serve(tv.name, tv.messages, 4096);
+    queue.start();
+    const Diagnosis diagnosis = check(tv);
+    EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", "process " + std::to_string(getpid()) + " serves"));
+    EXPECT_EQ(complaintsIn(diagnosis), 0U);
+    ASSERT_EQ(diagnosis.doors.size(), 1U);
+    EXPECT_EQ(diagnosis.doors[0].place, socketOf(tv));
+    EXPECT_EQ(diagnosis.doors[0].who, "user " + std::to_string(geteuid()) + " only");
+    EXPECT_EQ(diagnosis.doors[0].state, "served by process " + std::to_string(getpid()));
+}
+
+TEST_F(DoctorOfServices, NamesTheMessageInWhichOneDiffers) {
+    const host::LogCapture quiet; // of the service, too, which turns the client away
+    std::vector<frame::MessageDescription> messages(tv.messages.begin(), tv.messages.end());
+    messages[0].table = messages[1].table;
+    host::MessageQueue queue;
+    queue.serve(tv.name, {messages.data(), messages.size()}, 4096);
+    queue.start();
+    const Diagnosis diagnosis = check(tv);
+    EXPECT_THAT(diagnosis,
+                finds(Severity::wrong, "tvservice", std::string("(") + messages[0].name + ") has another layout"));
+}
+
+TEST_F(DoctorOfServices, FindsOneThatSaysNothing) {
+    const int silent = listenAt(socketOf(tv));
+    EXPECT_THAT(checkService(tv, 50ms), finds(Severity::wrong, "tvservice", "no answer within 50 ms"));
+    ::close(silent);
+}
+
+TEST_F(DoctorOfServices, WarnsOfASocketThatAProcessLeft) {
+    leaveSocketAt(socketOf(tv));
+    const Diagnosis diagnosis = check(tv);
+    EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "is stale"));
+    EXPECT_THAT(diagnosis.doors, Contains(Field(&Door::state, "stale")));
+    EXPECT_TRUE(std::filesystem::exists(socketOf(tv))) << "examining removes nothing";
+}
+
+TEST_F(DoctorOfServices, FindsASocketThatIsOpenToOthers) {
+    host::MessageQueue queue;
+    queue.serve(tv.name, tv.messages, 4096);
+    queue.start();
+    ASSERT_EQ(chmod(socketOf(tv).c_str(), 0666), 0);
+    EXPECT_THAT(check(tv), finds(Severity::wrong, socketOf(tv), "open to other users: mode 0666"));
+}
+
+TEST_F(DoctorOfServices, FindsWhatIsNoSocket) {
+    write("run/tvservice.sock", "");
+    EXPECT_THAT(check(tv), finds(Severity::wrong, "tvservice", "is no socket"));
+}
+
+TEST_F(DoctorOfServices, LooksWhereTheConfigurationSays) {
+    setenv("TVSA_ENDPOINT_TVSERVICE", (folder + "/elsewhere").c_str(), 1);
+    EXPECT_THAT(check(tv), finds(Severity::warning, "tvservice", "nobody serves " + folder + "/elsewhere"));
+    setenv("TVSA_ENDPOINT_TVSERVICE", ("/" + std::string(120, 'x')).c_str(), 1);
+    EXPECT_THAT(check(tv), finds(Severity::wrong, "tvservice", "too long"));
+}
+
+class DoctorOfFolders : public Doctor {};
+
+TEST_F(DoctorOfFolders, IsContentWithThoseOfThisUser) {
+    EXPECT_EQ(complaintsIn(checkRuntimeFolder()), 0U);
+    EXPECT_THAT(checkRuntimeFolder(), finds(Severity::ok, runtimeFolder, "mode 0700"));
+    EXPECT_THAT(checkStateFolder(), finds(Severity::ok, stateFolder, "MiB left"));
+    EXPECT_EQ(complaintsIn(checkContents(runtimeFolder)), 0U);
+}
+
+TEST_F(DoctorOfFolders, MakesNone) {
+    std::filesystem::remove(runtimeFolder);
+    std::filesystem::remove(stateFolder);
+    EXPECT_THAT(checkRuntimeFolder(), finds(Severity::ok, runtimeFolder, "not there yet"));
+    EXPECT_THAT(checkStateFolder(), finds(Severity::ok, stateFolder, "not there yet"));
+    EXPECT_EQ(complaintsIn(checkContents(runtimeFolder)), 0U);
+    EXPECT_TRUE(shellsIn(runtimeFolder).empty());
+    EXPECT_FALSE(std::filesystem::exists(runtimeFolder));
+    EXPECT_FALSE(std::filesystem::exists(stateFolder));
+}
+
+TEST_F(DoctorOfFolders, FindsOneThatOthersMayEnterAndALink) {
+    ASSERT_EQ(chmod(runtimeFolder.c_str(), 0755), 0);
+    EXPECT_THAT(checkRuntimeFolder(), finds(Severity::wrong, runtimeFolder, "open to other users"));
+    std::filesystem::create_directory_symlink(runtimeFolder, folder + "/link");
+    setenv("STATE_DIRECTORY", (folder + "/link").c_str(), 1);
+    EXPECT_THAT(checkStateFolder(), finds(Severity::wrong, folder + "/link", "not a folder"));
+}
+
+TEST_F(DoctorOfFolders, FindsOneThatOthersCanReplace) {
+    ASSERT_EQ(chmod(folder.c_str(), 0777), 0);
+    EXPECT_THAT(checkRuntimeFolder(),
+                finds(Severity::wrong, runtimeFolder, "everybody can replace what is in " + folder));
+    ASSERT_EQ(chmod(folder.c_str(), 01777), 0);
+    EXPECT_EQ(complaintsIn(checkRuntimeFolder()), 0U);
+    ASSERT_EQ(chmod(folder.c_str(), 0770), 0);
+    EXPECT_THAT(checkRuntimeFolder(), finds(Severity::warning, runtimeFolder, "its group can replace"));
+}
+
+TEST_F(DoctorOfFolders, WarnsWhenNobodyNamesTheRuntimeFolder) {
+    unsetenv("RUNTIME_DIRECTORY");
+    unsetenv("XDG_RUNTIME_DIR");
+    EXPECT_THAT(checkRuntimeFolder(), finds(Severity::warning, "/tmp/tvservice-adapter-" + std::to_string(geteuid()),
+                                            "XDG_RUNTIME_DIR is not set"));
+    unsetenv("STATE_DIRECTORY");
+    unsetenv("XDG_STATE_HOME");
+    EXPECT_THAT(checkStateFolder(), finds(Severity::wrong, "state folder", "no state folder"));
+}
+
+TEST_F(DoctorOfFolders, TellsLocksThatWereLeftFromThoseThatAreHeld) {
+    const std::string socket = runtimeFolder + "/tvservice.sock", lock = socket + ".lock";
+    {
+        const host::io::SocketLock held("service tvservice", socket);
+        const Diagnosis diagnosis = checkContents(runtimeFolder);
+        EXPECT_THAT(diagnosis, finds(Severity::warning, lock, "held by process " + std::to_string(getpid())));
+    }
+    EXPECT_THAT(checkContents(runtimeFolder), finds(Severity::ok, lock, "left by a process that has ended"));
+    ASSERT_EQ(chmod(lock.c_str(), 0644), 0);
+    EXPECT_THAT(checkContents(runtimeFolder), finds(Severity::wrong, lock, "open to other users: mode 0644"));
+    std::filesystem::remove(lock);
+    std::filesystem::create_symlink("/dev/null", lock);
+    EXPECT_THAT(checkContents(runtimeFolder), finds(Severity::wrong, lock, "no file"));
+}
+
+TEST_F(DoctorOfFolders, WarnsOfWhatNobodyHereMakes) {
+    const std::string file = write("run/notes", ""), stale = runtimeFolder + "/radio.sock",
+                      served = runtimeFolder + "/web.sock";
+    leaveSocketAt(stale);
+    const int listener = listenAt(served);
+    const Diagnosis diagnosis = checkContents(runtimeFolder);
+    EXPECT_THAT(diagnosis, finds(Severity::warning, file, "a strange file"));
+    EXPECT_THAT(diagnosis, finds(Severity::warning, stale, "is stale"));
+    EXPECT_THAT(diagnosis, finds(Severity::warning, served, "no service known here"));
+    EXPECT_EQ(diagnosis.doors.size(), 2U);
+    ::close(listener);
+}
+
+class DoctorOfShells : public Doctor {
+protected:
+    const std::string socket = runtimeFolder + "/frame-host.shell";
+};
+
+TEST_F(DoctorOfShells, FindsThemAndHearsTheirAnswers) {
+    appovshell::ShellServer shell;
+    shell.open(socket, geteuid());
+    shell.start();
+    ASSERT_EQ(shellsIn(runtimeFolder), std::vector{socket});
+    const Diagnosis diagnosis = checkShell(socket, patience);
+    EXPECT_THAT(diagnosis, finds(Severity::ok, "frame-host", "answers in its shell"));
+    EXPECT_EQ(complaintsIn(diagnosis), 0U);
+    EXPECT_THAT(diagnosis.doors, Contains(Field(&Door::place, socket)));
+    EXPECT_EQ(complaintsIn(checkContents(runtimeFolder)), 0U);
+}
+
+TEST_F(DoctorOfShells, FindsOneThatDoesNotAnswer) {
+    const int silent = listenAt(socket);
+    EXPECT_THAT(checkShell(socket, 50ms), finds(Severity::wrong, "frame-host", "timed out"));
+    ::close(silent);
+    EXPECT_THAT(checkShell(socket, patience), finds(Severity::warning, "frame-host", "is stale"));
+}
+
+TEST_F(DoctorOfShells, HasNothingToSayOfOneThatIsGone) { EXPECT_TRUE(checkShell(socket, patience).findings.empty()); }
+
+class DoctorOfTheRunLog : public Doctor {
+protected:
+    void store() const {
+        lrt::RunLogStore log(file);
+        log.write({{"code", "2024-05-17T08:30:00.123Z", "error", 1, 2, "text"}});
+    }
+    std::size_t filesThere() const {
+        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(stateFolder), {}));
+    }
+
+    const std::string file = stateFolder + '/' + host::runLogName;
+};
+
+TEST_F(DoctorOfTheRunLog, IsContentWithASoundOneAndLeavesNothingBesideIt) {
+    EXPECT_TRUE(checkRunLog(stateFolder).findings.empty());
+    store();
+    ASSERT_EQ(filesThere(), 1U);
+    EXPECT_THAT(checkRunLog(stateFolder), finds(Severity::ok, file, "sound, "));
+    EXPECT_EQ(filesThere(), 1U);
+}
+
+TEST_F(DoctorOfTheRunLog, ReadsOneThatIsInUse) {
+    lrt::RunLogStore log(file);
+    log.write({{"code", "2024-05-17T08:30:00.123Z", "error", 1, 2, "text"}});
+    ASSERT_EQ(filesThere(), 3U);
+    EXPECT_THAT(checkRunLog(stateFolder), finds(Severity::ok, file, "sound, "));
+    log.write({{"code", "2024-05-17T08:30:00.123Z", "error", 1, 2, "more"}});
+    EXPECT_EQ(lrt::RunLogStore::readNewest(file, 10).size(), 2U);
+}
+
+TEST_F(DoctorOfTheRunLog, FindsADamagedOneAndOneOfSomebodyElse) {
+    write(std::string("state/") + host::runLogName, std::string(8192, 'x'), 0600);
+    EXPECT_THAT(checkRunLog(stateFolder), finds(Severity::wrong, file, "not a database"));
+    std::filesystem::remove(file);
+    store();
+    std::fstream(file).seekp(60).write("\0\0\0\7", 4); // its version
+    EXPECT_THAT(checkRunLog(stateFolder), finds(Severity::wrong, file, "not a run log of this version"));
+    ASSERT_EQ(chmod(file.c_str(), 0666), 0);
+    EXPECT_THAT(checkRunLog(stateFolder), finds(Severity::wrong, file, "other users may write to it: mode 0666"));
+    std::filesystem::remove(file);
+    std::filesystem::create_directory(file);
+    EXPECT_THAT(checkRunLog(stateFolder), finds(Severity::wrong, file, "no file"));
+}
+
+TEST_F(DoctorOfTheRunLog, TakesAnyNameOfItsFolder) {
+    const std::string odd = folder + "/50% of?this#one";
+    std::filesystem::create_directory(odd);
+    const std::string log = odd + '/' + host::runLogName;
+    lrt::RunLogStore(log).write({{"code", "2024-05-17T08:30:00.123Z", "error", 1, 2, "text"}});
+    EXPECT_THAT(checkRunLog(odd), finds(Severity::ok, log, "sound"));
+}
+
+} // namespace

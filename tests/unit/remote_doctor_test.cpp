@@ -1,0 +1,133 @@
+// What tvctl doctor finds in keys and in services on other hosts.
+#include "support/doctor-fixture.h"
+#include "support/remote-endpoint.h"
+
+#include <host/keys.h>
+#include <host/log-capture.h>
+#include <host/message-queue.h>
+
+#include <memory>
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace doctor_test;
+using namespace tvctl::doctor;
+using testing::Contains;
+using testing::Field;
+
+// The TV service at a port of this machine, whose own keys are those of both sides.
+class DoctorBetweenHosts : public Doctor {
+protected:
+    DoctorBetweenHosts() {
+        host::writeKeys(keyFile, keys);
+        set("TVSA_ENDPOINT_TVSERVICE", address);
+        set("TVSA_KEY_FILE", keyFile);
+        set("TVSA_SERVICE_KEY_TVSERVICE", keys.publicKey);
+        set("TVSA_CLIENT_KEYS", keys.publicKey);
+        set("TVSA_HEARTBEAT_MS", "50");
+    }
+    static void set(const char* variable, const std::string& value) { setenv(variable, value.c_str(), 1); }
+    void serve() {
+        queue = std::make_unique<host::MessageQueue>();
+        queue->serve(tv.name, tv.messages, 4096);
+        queue->start();
+    }
+    Diagnosis check() const { return checkService(tv, 10s); }
+
+    const host::LogCapture quiet; // of the service in this process
+    const Service tv = services().at(0);
+    const host::KeyPair keys = host::makeKeys();
+    const std::string keyFile = folder + "/own.key";
+    const std::string address = "tcp://127.0.0.1:" + std::to_string(support::freePort());
+    std::unique_ptr<host::MessageQueue> queue;
+};
+
+TEST_F(DoctorBetweenHosts, IsContentWithAServiceThatKnowsThisMachine) {
+    serve();
+    const Diagnosis diagnosis = check();
+    EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", address + " has the right key"));
+    EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", "the holder of one key may come"));
+    EXPECT_EQ(complaintsIn(diagnosis), 0U);
+    ASSERT_EQ(diagnosis.doors.size(), 1U);
+    EXPECT_EQ(diagnosis.doors[0].place, address);
+    EXPECT_EQ(diagnosis.doors[0].who, "the holder of one key");
+    EXPECT_EQ(diagnosis.doors[0].state, "a process listens here");
+    EXPECT_THAT(checkKeys(), finds(Severity::ok, "keys.file", keys.publicKey));
+}
+
+TEST_F(DoctorBetweenHosts, FindsThatNobodyAnswers) {
+    const Diagnosis diagnosis = check();
+    EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", "nobody answers there"));
+    EXPECT_THAT(diagnosis.doors, Contains(Field(&Door::state, "nobody listens here")));
+}
+
+TEST_F(DoctorBetweenHosts, FindsThatTheServiceDoesNotLetThisMachineIn) {
+    serve();
+    const auto others = host::makeKeys();
+    set("TVSA_KEY_FILE", folder + "/others.key");
+    host::writeKeys(folder + "/others.key", others);
+    EXPECT_THAT(check(), finds(Severity::wrong, "tvservice", "does not let this machine's key in"));
+}
+
+TEST_F(DoctorBetweenHosts, FindsThatTheServiceHasAnotherKey) {
+    serve();
+    set("TVSA_SERVICE_KEY_TVSERVICE", host::makeKeys().publicKey);
+    EXPECT_THAT(check(), finds(Severity::wrong, "tvservice", "no connection to " + address));
+}
+
+TEST_F(DoctorBetweenHosts, FindsKeysThatAreNone) {
+    set("TVSA_SERVICE_KEY_TVSERVICE", "short");
+    EXPECT_THAT(check(), finds(Severity::wrong, "keys.services.tvservice", "not a key of 40 characters"));
+    set("TVSA_CLIENT_KEYS", "short");
+    EXPECT_THAT(check(), finds(Severity::wrong, "keys.clients", "TVSA_CLIENT_KEYS: not a key of 40 characters"));
+    EXPECT_THAT(check(), finds(Severity::wrong, "keys.clients", "names no client"));
+}
+
+TEST_F(DoctorBetweenHosts, FindsAServiceWithoutKeys) {
+    set("TVSA_CLIENT_KEYS", "");
+    set("TVSA_SERVICE_KEY_TVSERVICE", "");
+    const Diagnosis diagnosis = check();
+    EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", address + " is without keys"));
+    EXPECT_TRUE(diagnosis.doors.empty());
+}
+
+TEST_F(DoctorBetweenHosts, WarnsOfAServiceAtEveryAddress) {
+    const std::string everywhere = "tcp://*:" + address.substr(address.rfind(':') + 1);
+    set("TVSA_ENDPOINT_TVSERVICE", everywhere);
+    set("TVSA_SERVICE_KEY_TVSERVICE", "");
+    set("TVSA_CLIENT_KEYS", keys.publicKey + ',' + host::makeKeys().publicKey + ',' + keys.publicKey);
+    serve();
+    const Diagnosis diagnosis = check();
+    EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "at every address of this machine"));
+    EXPECT_THAT(diagnosis, finds(Severity::warning, "keys.clients", "has a key twice: " + keys.publicKey));
+    ASSERT_EQ(diagnosis.doors.size(), 1U);
+    EXPECT_EQ(diagnosis.doors[0].who, "the holders of 2 keys");
+    EXPECT_EQ(diagnosis.doors[0].state, "a process listens here");
+    set("TVSA_SERVICE_KEY_TVSERVICE", keys.publicKey);
+    EXPECT_THAT(check(), finds(Severity::wrong, "tvservice", "none to connect to"));
+    set("TVSA_CLIENT_KEYS", "");
+    EXPECT_THAT(check(), finds(Severity::wrong, "tvservice", "keys.clients is not configured"));
+}
+
+TEST_F(DoctorBetweenHosts, FindsAKeyFileThatOthersMayRead) {
+    ASSERT_EQ(chmod(keyFile.c_str(), 0644), 0);
+    EXPECT_THAT(checkKeys(), finds(Severity::wrong, "keys.file", keyFile + ": open to other users"));
+    EXPECT_THAT(check(), finds(Severity::warning, "tvservice", "was not tried, for want of keys"));
+    set("TVSA_KEY_FILE", "");
+    EXPECT_THAT(checkKeys(), finds(Severity::wrong, "keys.file", "not configured"));
+}
+
+TEST_F(DoctorBetweenHosts, WarnsOfKeysThatNobodyNeeds) {
+    set("TVSA_ENDPOINT_TVSERVICE", "");
+    const Diagnosis diagnosis = checkKeys();
+    for (const char* name : {"keys.file", "keys.clients", "keys.services.tvservice"})
+        EXPECT_THAT(diagnosis, finds(Severity::warning, name, "not used"));
+}
+
+TEST_F(DoctorBetweenHosts, FindsAnAddressThatIsNone) {
+    set("TVSA_ENDPOINT_TVSERVICE", "tcp://127.0.0.1");
+    EXPECT_THAT(check(), finds(Severity::wrong, "tvservice", "not tcp://HOST:PORT"));
+}
+
+} // namespace
