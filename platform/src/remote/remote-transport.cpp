@@ -1,5 +1,6 @@
 #include "remote/remote-transport.h"
 
+#include "config/number.h"
 #include "io/local-transport.h"
 #include "io/log.h"
 #include "remote/relay.h"
@@ -147,8 +148,8 @@ bool isRemote(const std::string& endpoint) { return endpoint.rfind(scheme, 0) ==
 
 std::shared_ptr<Relay> makeRelay() {
     const Setting file = needed("keys.file", "connections to other hosts need this machine's keys");
-    const Setting heartbeat = needed("remote.heartbeat_ms", "connections to other hosts need a heartbeat");
-    return std::make_shared<Relay>(readKeys(file.text), std::chrono::milliseconds(std::stoul(heartbeat.text)));
+    return std::make_shared<Relay>(readKeys(file.text),
+                                   std::chrono::milliseconds(config::numberOf("remote.heartbeat_ms")));
 }
 
 std::unique_ptr<io::Connector> makeConnector(boost::asio::io_context& io, std::shared_ptr<Relay> relay,
