@@ -398,7 +398,7 @@ TEST_F(Shell, LetsAClientThatHasAskedNothingMakeWayForAnother) {
     first.connect(path);
     EXPECT_EQ(first.run("echo").status, 0);
     std::vector<host::io::FileDescriptor> silent;
-    for (std::size_t i = 1; i < ShellServer::maximumClients; ++i) {
+    for (std::size_t i = 0; i < ShellServer::maximumSilent; ++i) {
         silent.push_back(connectRaw());
         sendRaw(silent.back(), "{\"line\":");
     }
@@ -408,6 +408,22 @@ TEST_F(Shell, LetsAClientThatHasAskedNothingMakeWayForAnother) {
     EXPECT_THAT(receiveLine(silent[0]), HasSubstr("the shell has its 16 clients already"));
     EXPECT_EQ(receiveLine(silent[0]), "");
     EXPECT_EQ(first.run("echo").status, 0);
+}
+
+TEST_F(Shell, TurnsAClientAwayThatAsksWhenOthersHaveTakenItsPlace) {
+    start();
+    const auto slow = connectRaw();
+    sendRaw(slow, "garbage\n");
+    EXPECT_THAT(receiveLine(slow), HasSubstr("malformed request"));
+    sendRaw(slow, "{\"line\":");
+    std::vector<ShellClient> clients(ShellServer::maximumClients);
+    for (auto& client : clients) {
+        client.connect(path);
+        EXPECT_EQ(client.run("echo").status, 0);
+    }
+    sendRaw(slow, "\"echo\"}\n");
+    EXPECT_THAT(receiveLine(slow), HasSubstr("the shell has its 16 clients already"));
+    EXPECT_EQ(receiveLine(slow), "");
 }
 
 TEST_F(Shell, WritesFewLinesAboutManyClientsOfAnotherUser) {

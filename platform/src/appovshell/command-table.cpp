@@ -63,9 +63,11 @@ bool CommandTable::wantsJson() {
     return current_ && current_->json;
 }
 
-std::string CommandTable::answer(std::string_view request) {
+std::string CommandTable::answer(std::string_view request, bool* wellFormed) {
     const auto json = nlohmann::json::parse(request, nullptr, false);
-    const auto malformed = [](const char* why) {
+    if (wellFormed) *wellFormed = true;
+    const auto malformed = [wellFormed](const char* why) {
+        if (wellFormed) *wellFormed = false;
         return statusLine(-EINVAL, std::string("malformed request: ") + why);
     };
     if (json.is_discarded()) return malformed("not JSON");

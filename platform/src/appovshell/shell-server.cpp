@@ -116,17 +116,27 @@ void ShellServer::admit(FileDescriptor socket) {
                            peer.uid);
         return send(client, statusLine(-EACCES, "the shell serves its own user only"));
     }
-    if (clients_.size() < maximumClients) return clients_.push_back(std::move(client));
-    LIMITED_DEBUG_LINE(wordOf(vdlDebugWarning), linesHeldBack_ = true,
-                       "turned away a shell client: there are %zu already\n", maximumClients);
-    // One that has asked for nothing yet makes way: who comes and never asks would keep all others from asking.
+    const std::size_t asking = askingClients();
+    if (asking == maximumClients) return turnAway(client);
+    clients_.push_back(std::move(client));
+    if (clients_.size() - asking <= maximumSilent) return;
+    // Who comes and never asks would keep all others from asking.
     const auto silent =
         std::find_if(clients_.begin(), clients_.end(), [](const Client& known) { return !known.asked; });
-    send(silent == clients_.end() ? client : *silent,
-         statusLine(-EAGAIN, "the shell has its " + std::to_string(maximumClients) + " clients already"));
-    if (silent == clients_.end()) return;
+    turnAway(*silent);
     clients_.erase(silent);
-    clients_.push_back(std::move(client));
+}
+
+std::size_t ShellServer::askingClients() const {
+    return static_cast<std::size_t>(
+        std::count_if(clients_.begin(), clients_.end(), [](const Client& client) { return client.asked; }));
+}
+
+void ShellServer::turnAway(Client& client) {
+    LIMITED_DEBUG_LINE(wordOf(vdlDebugWarning), linesHeldBack_ = true,
+                       "turned away a shell client: there are %zu already\n", maximumClients);
+    client.ending = true;
+    send(client, statusLine(-EAGAIN, "the shell has its " + std::to_string(maximumClients) + " clients already"));
 }
 
 void ShellServer::receive(Client& client) {
@@ -154,8 +164,14 @@ void ShellServer::runRequests(Client& client) {
             return client.input.clear();
         }
         if (length == std::string_view::npos) break;
-        client.asked = true;
-        send(client, answer(input.substr(0, length)));
+        if (!client.asked && askingClients() == maximumClients) {
+            turnAway(client);
+            return client.input.clear();
+        }
+        bool wellFormed = false; // what is none must not take a place
+        const std::string text = answer(input.substr(0, length), &wellFormed);
+        client.asked = client.asked || wellFormed;
+        send(client, text);
         input.remove_prefix(length + 1);
     }
     client.input.erase(0, client.input.size() - input.size());

@@ -17,7 +17,8 @@ namespace appovshell {
 
 class ShellServer : public CommandTable {
 public:
-    static constexpr std::size_t maximumClients = 16;     // beyond it one that has not asked yet makes way
+    static constexpr std::size_t maximumClients = 16;     // that have asked for something
+    static constexpr std::size_t maximumSilent = 64;      // others; beyond it the oldest makes way
     static constexpr std::size_t maximumLine = 64 * 1024; // bytes of one request
     static constexpr std::size_t maximumUnsent =
         1024 * 1024; // bytes that answers may wait in for a client to read them
@@ -48,6 +49,8 @@ private:
     int pollTimeout() const;
     void accept();
     void admit(host::io::FileDescriptor socket);
+    std::size_t askingClients() const;
+    void turnAway(Client& client);
     void receive(Client& client);
     void runRequests(Client& client);
     void send(Client& client, const std::string& text);
