@@ -22,7 +22,7 @@ using namespace std::chrono_literals;
 constexpr unsigned perSecond = 25; // of each kind at each door
 constexpr auto pace = 2ms;         // between an honest client's questions
 constexpr auto quietTime = 4s;
-constexpr auto settling = 500ms;
+constexpr auto settling = 2s; // until the crowd's processes have started, which takes the processors
 
 long microsecondsSince(Clock::time_point begin) {
     return static_cast<long>(std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin).count());
