@@ -88,6 +88,23 @@ TEST_F(BetweenHosts, TurnsAClientAwayThatExpectsAnotherService) {
     EXPECT_EQ(0, news.connected);
 }
 
+TEST_F(BetweenHosts, SaysOfEachOfManyStrangersWhyItIsTurnedAway) {
+    const host::LogCapture log({0x0202});
+    startServer();
+    std::vector<std::unique_ptr<host::MessageQueue>> strangers;
+    for (int i = 0; i < 8; ++i) {
+        const std::string file = folder + "/stranger" + std::to_string(i);
+        host::writeKeys(file, host::makeKeys());
+        RemoteEndpoint::set("TVSA_KEY_FILE", file);
+        strangers.push_back(std::make_unique<host::MessageQueue>(limits));
+        strangers.back()->open(strangers.back()->connectTo("tuner", messages, 4096, nullptr));
+    }
+    for (const auto& stranger : strangers) stranger->start();
+    EXPECT_TRUE(eventually([&] { return atServer().refused >= 4 * strangers.size(); }));
+    strangers.clear();
+    for (const auto& line : log.lines()) EXPECT_THAT(line.text, testing::Not(HasSubstr("speaks another protocol")));
+}
+
 TEST_F(BetweenHosts, CountsEveryStrangerOnce) {
     const host::LogCapture log({0x0202});
     startBoth();

@@ -42,7 +42,7 @@ ServiceSide::ServiceSide(const Common& common, const std::string& service, const
 
 bool ServiceSide::lets(const std::string& key, const std::string& from) {
     if (clientKeys_.count(key) != 0) return true;
-    whyRefused_ = from + ": its key is not among the known ones: " + key;
+    whyRefused_.push_back(from + ": its key is not among the known ones: " + key);
     return false;
 }
 
@@ -62,8 +62,10 @@ void ServiceSide::handle(const zmq_pollitem_t* items) {
     // The events come second: a client's first words come before its end.
     bool more = (items[0].revents & ZMQ_POLLIN) != 0;
     for (int i = 0; more && i < mostAtOnce; ++i) more = receive();
-    if (!more && (items[1].revents & ZMQ_POLLIN) != 0)
+    if (!more && (items[1].revents & ZMQ_POLLIN) != 0) {
         for (Event event = monitor_.next(); event.kind != 0; event = monitor_.next()) onEvent(event);
+        forgetReasonsOfNobody();
+    }
     forgetThoseWhoLeft();
 }
 
@@ -135,22 +137,30 @@ void ServiceSide::open(const std::string& identity, const zmq::message_t& frame)
 }
 
 // A connection's end is reported last, after what was wrong with it. One that nobody has opened a stream on belonged to
-// a stranger.
+// a stranger. What was wrong is reported without saying whose it was, so of several strangers that are about to end,
+// one may be given another's reason; each reason is given once.
 void ServiceSide::onEvent(const Event& event) {
     switch (event.kind) {
+        case ZMQ_EVENT_ACCEPTED:
+            ++connections_;
+            break;
         case ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL:
-            whyRefused_ = "a stranger that does not know this service's key, or speaks no CURVE";
+            whyRefused_.emplace_back("a stranger that does not know this service's key, or speaks no CURVE");
             break;
         case ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL:
-            whyRefused_ = "a stranger that left, or said nothing for 3 s, before it had proven its key";
+            whyRefused_.emplace_back("a stranger that left, or said nothing for 3 s, before it had proven its key");
             break;
         case ZMQ_EVENT_DISCONNECTED:
+            --connections_;
             if (const auto known = opened_.find(static_cast<int>(event.value)); known != opened_.end()) {
                 opened_.erase(known);
                 probes_ = probesAfterAnEnd;
                 due_ = Clock::now();
+            } else if (whyRefused_.empty()) {
+                refuse("a stranger that speaks another protocol");
             } else {
-                refuse(std::exchange(whyRefused_, {}));
+                refuse(whyRefused_.front());
+                whyRefused_.pop_front();
             }
             break;
         default:
@@ -158,8 +168,11 @@ void ServiceSide::onEvent(const Event& event) {
     }
 }
 
-void ServiceSide::refuse(const std::string& reason) {
-    mailbox_->putRefusal(reason.empty() ? "a stranger that speaks another protocol" : reason);
+void ServiceSide::refuse(const std::string& reason) { mailbox_->putRefusal(reason); }
+
+// Something can be wrong with an honest client's connection, too, whose end takes no reason.
+void ServiceSide::forgetReasonsOfNobody() {
+    while (!whyRefused_.empty() && whyRefused_.size() + opened_.size() > connections_) whyRefused_.pop_front();
 }
 
 void ServiceSide::forgetThoseWhoLeft() {

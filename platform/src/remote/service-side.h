@@ -6,6 +6,8 @@
 #include "remote/participant.h"
 #include "remote/sockets.h"
 
+#include <cstddef>
+#include <deque>
 #include <map>
 #include <memory>
 #include <set>
@@ -51,6 +53,7 @@ private:
     void open(const std::string& identity, const zmq::message_t& frame);
     void onEvent(const Event& event);
     void refuse(const std::string& reason);
+    void forgetReasonsOfNobody();
     void forgetThoseWhoLeft();
 
     const std::string service_;
@@ -60,8 +63,9 @@ private:
     zmq::socket_t socket_;
     Monitor monitor_;                                        // ends before the socket
     std::map<std::string, std::unique_ptr<Client>> clients_; // by identity
-    std::multiset<int> opened_; // descriptors of connections that had a stream and whose end is not reported yet
-    std::string whyRefused_;    // what is known about the connection that will be reported as ended next
+    std::multiset<int> opened_;   // descriptors of connections that had a stream and whose end is not reported yet
+    std::size_t connections_ = 0; // whose beginning has been reported and whose end has not
+    std::deque<std::string> whyRefused_; // what was wrong with strangers' connections that will be reported as ended
     Clock::time_point due_;
     int probes_ = 0; // to come soon, as somebody has left
 };
