@@ -89,6 +89,7 @@ TEST_F(TvctlDoctor, RunsOverAConfigurationWithWhichNothingElseDoes) {
 TEST_F(TvctlDoctor, RefusesWrongUsage) {
     EXPECT_EQ(doctor({"--fast"}).exitCode, usage);
     EXPECT_EQ(doctor({"tvservice"}).exitCode, usage);
+    EXPECT_EQ(doctor({"--target", "frame-host"}).exitCode, usage);
     EXPECT_THAT(doctor({"--help"}).output, HasSubstr("Exit codes: 0 nothing is wrong"));
     const Outcome full = run({program("tvctl"), "doctor"}, R"(exec "$0" "$@" </dev/null >/dev/full)");
     EXPECT_EQ(full, (Outcome{failed, "", "tvctl: cannot write to standard output\n"}));

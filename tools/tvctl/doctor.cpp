@@ -35,6 +35,7 @@ int runDoctor(const Options& given, const std::vector<std::string>& arguments) {
         "nothing.",
         "tvctl doctor");
     addOptions(app, options);
+    app.remove_option(app.get_option("--target")); // it examines all of them
     app.footer("Exit codes: 0 nothing is wrong, though there may be warnings; 1 something is wrong.");
     if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;
     const auto examination = doctor::examine(options.timeout);

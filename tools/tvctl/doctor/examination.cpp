@@ -5,6 +5,7 @@
 #include <host/configuration.h>
 #include <host/environment.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <exception>
 #include <memory>
@@ -79,9 +80,12 @@ Examination examine(std::chrono::milliseconds timeout) {
     const auto look = [&](const std::string& subject, std::function<Diagnosis()> check) {
         run(examination, subject, std::move(check), timeout + besides);
     };
-    const bool configured = isConfigured();
-    look("configuration", checkFiles);
-    if (configured) look("configuration", checkValues);
+    const auto configured = std::make_shared<std::atomic<bool>>(false);
+    look("configuration", [configured] {
+        *configured = isConfigured();
+        return checkFiles();
+    });
+    if (*configured) look("configuration", checkValues);
     look("runtime folder", checkRuntimeFolder);
     look("state folder", checkStateFolder);
     if (const std::string folder = stateFolder(); !folder.empty())
@@ -89,7 +93,7 @@ Examination examine(std::chrono::milliseconds timeout) {
     look("limits", checkLimits);
     const std::string folder = host::runtimeDirectoryPath();
     look("runtime folder", [folder] { return checkContents(folder); });
-    if (configured) {
+    if (*configured) {
         look("keys", checkKeys);
         for (const Service& service : services())
             look(service.name, [service, timeout] { return checkService(service, timeout); });

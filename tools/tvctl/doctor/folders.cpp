@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <sys/statvfs.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace tvctl::doctor {
@@ -84,7 +85,8 @@ Diagnosis checkStateFolder() {
 
     // Of what is there, as a folder that is missing lies on the same disk.
     auto place = std::filesystem::absolute(folder);
-    while (!std::filesystem::exists(place) && place != place.parent_path()) place = place.parent_path();
+    std::error_code unknown;
+    while (!std::filesystem::exists(place, unknown) && place != place.parent_path()) place = place.parent_path();
     struct statvfs disk {};
     if (::statvfs(place.c_str(), &disk) != 0) return diagnosis;
     const std::uint64_t left = static_cast<std::uint64_t>(disk.f_bavail) * disk.f_frsize;

@@ -52,6 +52,7 @@ std::vector<std::string> aligned(const std::vector<Row>& rows) {
 
 std::string textOfFindings(const std::vector<const Finding*>& findings, bool coloured) {
     std::vector<Row> rows;
+    rows.reserve(findings.size());
     for (const Finding* finding : findings)
         rows.push_back({nameOf(finding->severity), host::printable(finding->subject),
                         host::printable(finding->what) +

@@ -62,7 +62,8 @@ void checkLocalService(Diagnosis& diagnosis, const Service& service, const std::
 // The socket of a service in the runtime folder, or what its setting says. The folder is not made for it.
 std::string placeOf(const Service& service) {
     int error = 0;
-    if (!host::setting("endpoints." + service.name) && !stateOf(host::runtimeDirectoryPath(), error)) return {};
+    if (!host::setting("endpoints." + service.name) && !stateOf(host::runtimeDirectoryPath(), error) && error == 0)
+        return {};
     return host::endpointOf(service.name);
 }
 
