@@ -1,0 +1,123 @@
+"""Starts that cannot succeed: each has to say why, end as documented, and leave nobody listening."""
+import os
+import re
+import subprocess
+import sys
+
+from programs import Failure, PATIENCE
+
+FAILED = 1  # exit codes
+BAD_DATA = 6
+ANOTHER_USER = 65534
+PORT = 7411  # nobody else's here
+PORT_IN_USE = 7412
+SERVICE = f'[endpoints]\ntvservice = "tcp://*:{PORT}"\n'
+DOCUMENTED_HOST = "192.0.2.1"  # nobody's address
+
+
+def start(machine, program, arguments=()):
+    return subprocess.run([*machine.prefix, machine.binaries / program, *arguments], timeout=PATIENCE, text=True,
+                          env=machine.environment({"TVSA_LOG": "", "TVSA_LOG_FORMAT": "text"}),
+                          stdin=subprocess.DEVNULL, capture_output=True, check=False)
+
+
+class Trial:
+    """Bad starts on one pair of hosts."""
+
+    def __init__(self, net, services, receiver):
+        self.net, self.services, self.receiver = net, services, receiver
+        self.tried = 0
+        self.wrong = []
+
+    def expect(self, what, ended, code, text):
+        self.tried += 1
+        listening = [line for line in self.net.listening().splitlines() if f":{PORT} " in line]
+        if ended.returncode != code or not re.search(text, ended.stderr) or listening:
+            self.wrong.append(what)
+            print(f"{what}: ended with {ended.returncode}, said {ended.stderr!r}, listening {listening}")
+
+    def service(self, what, configuration, text, code=FAILED):
+        self.services.configure(configuration)
+        self.expect(what, start(self.services, "tvserviced"), code, text)
+
+    def host(self, what, configuration, text, code=FAILED):
+        self.receiver.configure(configuration)
+        libraries = [str(self.receiver.libraries / "libapp-tvservice-adapter.so")]
+        self.expect(what, start(self.receiver, "frame-host", libraries), code, text)
+
+
+def try_key_files(trial, clients):
+    own = trial.services.key_file
+    def with_file(file):
+        return f'{SERVICE}[keys]\nfile = "{file}"\n{clients}'
+    trial.service("no keys", SERVICE + "[keys]\n" + clients, "keys.file is not configured")
+    trial.service("no such key file", with_file(f"{own}.other"), f"key file {own}.other: No such file")
+    os.chmod(own, 0o644)
+    trial.service("a key file that others may read", with_file(own), f"key file {own}: open to other users")
+    os.chmod(own, 0o600)
+    os.chown(own, ANOTHER_USER, -1)
+    trial.service("a key file of another user", with_file(own), f"key file {own}: belongs to another user")
+    os.chown(own, os.geteuid(), -1)
+    malformed = own.with_name("malformed")
+    for text, why in (("public = \n", "malformed:1: not TOML"), ("public = 'x'\n", 'has no "secret" key'),
+                      ("public = 'x'\nsecret = 'y'\n", "its keys are no pair of keys"), ("", 'has no "public" key')):
+        malformed.write_text(text, encoding="ascii")
+        malformed.chmod(0o600)
+        trial.service(f"a key file with {text!r}", with_file(malformed), why)
+
+
+def try_service(trial, clients):
+    keys = f'[keys]\nfile = "{trial.services.key_file}"\n'
+    trial.service("no clients", SERVICE + keys, "known clients only, but keys.clients is not configured")
+    trial.service("an empty list of clients", f"{SERVICE}{keys}clients = []\n", "keys.clients: names no client")
+    trial.service("a client that is no key", f'{SERVICE}{keys}clients = ["everybody"]\n', "keys.clients: not a key")
+    for what, place, text in (
+            ("an unknown host", f"tcp://no-such-host.test:{PORT}", "no address for the host of"),
+            ("an address of nobody", f"tcp://{DOCUMENTED_HOST}:{PORT}", "cannot listen at .* assign"),
+            ("no port", "tcp://127.0.0.1", "not tcp://HOST:PORT")):
+        trial.service(what, f'[endpoints]\ntvservice = "{place}"\n{keys}{clients}', text)
+    trial.service("a heartbeat out of its range", f"{SERVICE}{keys}{clients}[remote]\nheartbeat_ms = 1\n",
+                  "config.toml:7: remote.heartbeat_ms: not a number from 10 to 60000", BAD_DATA)
+
+
+def try_port_in_use(trial, clients):
+    """By somebody who has it before, and goes on to."""
+    script = ("import socket, sys\n"
+              f"held = socket.create_server(('127.0.0.1', {PORT_IN_USE}))\nprint(flush=True)\nsys.stdin.read()")
+    with subprocess.Popen([*trial.services.prefix, sys.executable, "-c", script], stdin=subprocess.PIPE,
+                          stdout=subprocess.PIPE) as holder:
+        holder.stdout.readline()
+        trial.service("a port that is in use", f'[endpoints]\ntvservice = "tcp://127.0.0.1:{PORT_IN_USE}"\n'
+                      f'[keys]\nfile = "{trial.services.key_file}"\n{clients}', "cannot listen at .* in use")
+        holder.stdin.close()
+
+
+def try_host(trial):
+    file = f'[keys]\nfile = "{trial.receiver.key_file}"\n'
+    proof = f'[keys.services]\ntvservice = "{trial.services.key}"\n'
+    endpoint = f'[endpoints]\ntvservice = "tcp://{DOCUMENTED_HOST}:{PORT}"\n'
+    trial.host("a receiver without keys", endpoint + proof, "keys.file is not configured")
+    trial.host("a receiver that knows no key of the service", endpoint + file,
+               "keys.services.tvservice is not configured")
+    trial.host("a service's key that is none", f'{endpoint}{file}[keys.services]\ntvservice = "any"\n',
+               "keys.services.tvservice: not a key")
+    trial.host("a service's host that nobody knows",
+               f'[endpoints]\ntvservice = "tcp://no-such-host.test:{PORT}"\n{file}{proof}',
+               "no address for the host of")
+    trial.host("a heartbeat that is no number", f'{endpoint}{file}{proof}[remote]\nheartbeat_ms = "often"\n',
+               "config.toml:[0-9]+: remote.heartbeat_ms: not a number", BAD_DATA)
+
+
+def try_all(net, services, receiver, judge):
+    trial = Trial(net, services, receiver)
+    clients = f'clients = ["{receiver.key}"]\n'
+    try_key_files(trial, clients)
+    try_service(trial, clients)
+    try_port_in_use(trial, clients)
+    try_host(trial)
+    left = [place.name for machine in (services, receiver) for place in (machine.folder / "run").iterdir()
+            if place.suffix != ".lock"]
+    if left:
+        raise Failure(f"left behind by programs that did not start: {left}")
+    judge("starts that cannot succeed, refused as documented", trial.tried - len(trial.wrong), "starts", trial.tried,
+          trial.tried)

@@ -1,0 +1,117 @@
+"""Two hosts in network namespaces of their own, joined by two lines: a pair of virtual interfaces, and a far link that
+delays and loses packets. Each host has addresses of its own; which line leads to the other one can be changed while
+connections are up."""
+import fcntl
+import os
+import pathlib
+import shutil
+import struct
+import subprocess
+import sys
+
+HERE = pathlib.Path(__file__).resolve().parent
+SERVICE_HOST, MOVED_HOST, RECEIVER_HOST = "10.209.0.1", "10.209.0.3", "10.209.0.2"
+NAME = "services.test"  # of the services' host, as the receiver's host knows it
+TUNSETIFF, IFF_TUN, IFF_NO_PI = 0x400454CA, 0x0001, 0x1000
+
+
+def run_ip(*words):
+    subprocess.run(["ip", *words], check=True)
+
+
+class Network:
+    """Needs root; close() leaves nothing behind."""
+
+    def __init__(self):
+        self.services = f"hosts-{os.getpid()}-services"
+        self.receiver = f"hosts-{os.getpid()}-receiver"
+        self.link = None
+        try:
+            self._build()
+        except Exception:
+            self.close()
+            raise
+
+    def _build(self):
+        for name in (self.services, self.receiver):
+            run_ip("netns", "add", name)
+            run_ip("-n", name, "link", "set", "lo", "up")
+            # What a program there finds as /etc/hosts and so on; nobody answers questions about names.
+            folder = pathlib.Path("/etc/netns") / name
+            folder.mkdir(parents=True)
+            (folder / "resolv.conf").write_text("", encoding="ascii")
+            (folder / "nsswitch.conf").write_text("hosts: files\n", encoding="ascii")
+        self.name_services(SERVICE_HOST)
+        run_ip("link", "add", "near-s", "netns", self.services, "type", "veth", "peer", "name", "near-r",
+           "netns", self.receiver)
+        ends = [self._tunnel("far-s", self.services), self._tunnel("far-r", self.receiver)]
+        self.link = subprocess.Popen([sys.executable, HERE / "far_link.py", *map(str, ends), "1"], text=True,
+                                     stdin=subprocess.PIPE, stdout=subprocess.PIPE, pass_fds=ends)
+        for end in ends:
+            os.close(end)
+        for namespace, end in ((self.services, "s"), (self.receiver, "r")):
+            for line in ("near", "far"):
+                run_ip("-n", namespace, "link", "set", f"{line}-{end}", "up")
+        run_ip("-n", self.services, "addr", "add", f"{SERVICE_HOST}/32", "dev", "lo")
+        run_ip("-n", self.receiver, "addr", "add", f"{RECEIVER_HOST}/32", "dev", "lo")
+        self.use("near")
+
+    @staticmethod
+    def _tunnel(name, namespace):
+        """An interface whose packets come out of the returned descriptor, wherever it has been moved to."""
+        end = os.open("/dev/net/tun", os.O_RDWR | os.O_CLOEXEC)
+        fcntl.ioctl(end, TUNSETIFF, struct.pack("16sH22x", name.encode(), IFF_TUN | IFF_NO_PI))
+        run_ip("link", "set", name, "netns", namespace)
+        return end
+
+    def use(self, line, address=SERVICE_HOST):
+        """The line, "near" or "far", that leads from host to host."""
+        run_ip("-n", self.services, "route", "replace", RECEIVER_HOST, "dev", f"{line}-s", "src", address)
+        run_ip("-n", self.receiver, "route", "replace", address, "dev", f"{line}-r", "src", RECEIVER_HOST)
+
+    def worsen(self, loss_percent, delay, jitter):
+        self.link.stdin.write(f"{loss_percent} {delay} {jitter}\n")
+        self.link.stdin.flush()
+
+    def cut(self):
+        """Pulls the near line out at the services' host; the other one only sees that nothing comes any more."""
+        run_ip("-n", self.services, "link", "set", "near-s", "down")
+
+    def mend(self):
+        run_ip("-n", self.services, "link", "set", "near-s", "up")
+        self.use("near")
+
+    def name_services(self, address):
+        # In place, as running programs have the file itself.
+        for name in (self.services, self.receiver):
+            (pathlib.Path("/etc/netns") / name / "hosts").write_text(f"127.0.0.1 localhost\n{address} {NAME}\n",
+                                                                     encoding="ascii")
+
+    def move_services(self):
+        """The host gets another address and loses the one it had; names follow."""
+        run_ip("-n", self.services, "addr", "add", f"{MOVED_HOST}/32", "dev", "lo")
+        run_ip("-n", self.services, "addr", "del", f"{SERVICE_HOST}/32", "dev", "lo")
+        self.use("near", MOVED_HOST)
+        self.name_services(MOVED_HOST)
+
+    def listening(self):
+        """Where anybody listens on the services' host."""
+        return subprocess.run(["ip", "netns", "exec", self.services, "ss", "-Hltn"], check=True, text=True,
+                              stdout=subprocess.PIPE).stdout
+
+    def end_far_link(self):
+        """How many packets came over the far link, and how many of them it has lost."""
+        self.link.stdin.close()
+        came, lost = (int(word) for word in self.link.stdout.read().split())
+        self.link.wait()
+        self.link = None
+        return came, lost
+
+    def close(self):
+        if self.link:
+            self.link.kill()
+            self.link.wait()
+        for name in (self.services, self.receiver):
+            if (pathlib.Path("/run/netns") / name).exists():
+                run_ip("netns", "del", name)
+            shutil.rmtree(pathlib.Path("/etc/netns") / name, ignore_errors=True)

@@ -1,0 +1,199 @@
+"""The programs of a receiver, each started on a host of its own choice, and driven through their shells."""
+import ctypes
+import datetime
+import json
+import os
+import pathlib
+import re
+import signal
+import socket
+import subprocess
+import time
+
+PATIENCE = 20  # seconds, for what takes no time on an idle machine
+SERVICES = {"tvserviced": "tvservice", "mmserviced": "mmservice"}
+PR_SET_PDEATHSIG = 1
+LIBC = ctypes.CDLL(None)
+
+
+class Failure(Exception):
+    """What was not as it should be."""
+
+
+def wait_until(condition, what, limit=PATIENCE, pause=0.01):
+    """Returns how long it took."""
+    begun = time.monotonic()
+    while not condition():
+        if time.monotonic() - begun > limit:
+            raise Failure(f"{what}: not within {limit} s")
+        time.sleep(pause)
+    return time.monotonic() - begun
+
+
+def seconds_of(line):
+    return datetime.datetime.fromisoformat(line["time"].replace("Z", "+00:00")).timestamp()
+
+
+class Log:
+    """The lines of a program's debug output, read as they come."""
+
+    def __init__(self, path):
+        self.path = path
+        self.offset = 0
+        self.lines = []  # objects; what is in another form, such as a crash report, has only a text
+
+    def read(self):
+        """Takes in what has come since it was called last."""
+        with open(self.path, "rb") as file:
+            file.seek(self.offset)
+            whole = file.read().rpartition(b"\n")
+        self.offset += len(whole[0]) + len(whole[1])
+        self.lines += [self._parsed(line) for line in whole[0].decode(errors="replace").splitlines()]
+
+    @staticmethod
+    def _parsed(line):
+        try:
+            return json.loads(line)
+        except ValueError:
+            return {"text": line}
+
+    def find(self, words, begin=0):
+        """The first line from number `begin` on that has the words in it, or nothing."""
+        self.read()
+        return next((line for line in self.lines[begin:] if words in line["text"]), None)
+
+
+class Program:
+    """A running program of the receiver; it ends with this process."""
+
+    def __init__(self, machine, name, arguments=(), environment=None):
+        self.name = name
+        self.shell = None
+        self.shell_path = machine.folder / "run" / f"{name}.shell"
+        self.log = Log(machine.folder / f"{name}.{len(machine.programs)}.log")
+        with open(self.log.path, "wb") as log:
+            self.process = subprocess.Popen(
+                [*machine.prefix, machine.binaries / name, *arguments], stdin=subprocess.DEVNULL, stdout=log,
+                stderr=log, env=machine.environment(environment),
+                preexec_fn=lambda: LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL))
+        machine.programs.append(self)
+
+    def wait_for_shell(self, last_command):
+        def ready():
+            if self.process.poll() is not None:
+                raise Failure(f"{self.name} ended while starting: {self.log.path.read_text()[-2000:]}")
+            try:
+                return any(one["command"] == last_command for one in self.ask("help"))
+            except OSError:
+                self.shell = None
+                return False
+        wait_until(ready, f"{self.name} is ready")
+        return self
+
+    def ask(self, *words):
+        """What a command has printed, as JSON."""
+        if self.shell is None:
+            connection = socket.socket(socket.AF_UNIX)
+            connection.settimeout(PATIENCE)
+            connection.connect(str(self.shell_path))
+            self.shell = connection.makefile("rw", encoding="utf-8")
+            connection.close()  # the file keeps it
+        self.shell.write(json.dumps({"words": words, "json": True}) + "\n")
+        self.shell.flush()
+        output = ""
+        while True:
+            line = self.shell.readline()
+            if not line:
+                raise ConnectionError(f"{self.name}: the shell has gone")
+            answer = json.loads(line)
+            if "output" in answer:
+                output += answer["output"]
+                continue
+            if answer["status"] != 0:
+                raise Failure(f"{self.name}: {' '.join(words)}: {answer}")
+            return json.loads(output) if output else None
+
+    def statistics(self):
+        """The counters of its connections, by service."""
+        return {one["service"]: one for one in self.ask("stats")}
+
+    def size(self):
+        """Descriptors, threads, and KiB of its own memory that is present."""
+        place = pathlib.Path("/proc") / str(self.process.pid)
+        kibibytes = int(re.search(r"RssAnon:\s+(\d+)", (place / "status").read_text())[1])
+        return len(os.listdir(place / "fd")), len(os.listdir(place / "task")), kibibytes
+
+    def kill(self):
+        self.process.kill()
+        self.process.wait()
+
+    def end(self):
+        """Asks it to end, and complains when it does not do so properly."""
+        self.process.terminate()
+        try:
+            code = self.process.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            self.kill()
+            raise Failure(f"{self.name} does not end") from None
+        if code != 0:
+            raise Failure(f"{self.name} ended with {code}: {self.log.path.read_text()[-2000:]}")
+
+
+class Machine:
+    """A host with its own folder, configuration and pair of keys; prefix is what a command there begins with."""
+
+    def __init__(self, build, folder, prefix=()):
+        self.binaries, self.libraries = build / "bin", build / "lib"
+        self.folder = folder
+        self.prefix = prefix
+        self.key_file = folder / "key"
+        self.programs = []  # all that were ever started
+        for place in (folder, folder / "run", folder / "state"):
+            place.mkdir(mode=0o700)
+        self.key = subprocess.run([self.binaries / "tvctl", "keygen", "--quiet", self.key_file], check=True, text=True,
+                                  stdout=subprocess.PIPE).stdout.strip()
+
+    def configure(self, text):
+        (self.folder / "config.toml").write_text(text, encoding="utf-8")
+
+    def environment(self, added=None):
+        others = {name: value for name, value in os.environ.items() if not name.startswith("TVSA_")}
+        return {**others, "RUNTIME_DIRECTORY": str(self.folder / "run"), "STATE_DIRECTORY": str(self.folder / "state"),
+                "TVSA_CONFIG": str(self.folder / "config.toml"), "TVSA_LOG": "info", "TVSA_LOG_FORMAT": "json",
+                **(added or {})}
+
+    def start_service(self, name):
+        return Program(self, name).wait_for_shell("stats")
+
+    def start_host(self):
+        """The framework process with the adapter and the control application."""
+        libraries = [self.libraries / f"lib{name}.so" for name in ("app-tvservice-adapter", "control-application")]
+        return Program(self, "frame-host", libraries).wait_for_shell("log")
+
+    def end(self):
+        """Ends what still runs, the latest first."""
+        for program in reversed(self.programs):
+            if program.process.poll() is None:
+                program.end()
+
+    def kill(self):
+        for program in self.programs:
+            if program.process.poll() is None:
+                program.kill()
+
+    def log_tails(self):
+        return "".join(f"---- {program.log.path.name} ----\n" +
+                       "\n".join(program.log.path.read_text(errors="replace").splitlines()[-12:]) + "\n"
+                       for program in self.programs if program.log.path.exists())
+
+
+def write_settings(services, receiver, host, ports, heartbeat=1.0):
+    """Configures both machines for each other: the services at the ports, which the receiver reaches at host."""
+    remote = f"[remote]\nheartbeat_ms = {round(heartbeat * 1000)}\n"
+    keys = f'[keys]\nfile = "{services.key_file}"\nclients = ["{receiver.key}"]\n'
+    endpoints = "".join(f'{name} = "tcp://*:{port}"\n' for name, port in ports.items())
+    services.configure("[endpoints]\n" + endpoints + keys + remote)
+    endpoints = "".join(f'{name} = "tcp://{host}:{port}"\n' for name, port in ports.items())
+    proofs = "".join(f'{name} = "{services.key}"\n' for name in ports)
+    keys = f'[keys]\nfile = "{receiver.key_file}"\n[keys.services]\n{proofs}'
+    receiver.configure("[endpoints]\n" + endpoints + keys + remote)

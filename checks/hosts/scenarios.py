@@ -1,0 +1,209 @@
+"""What a receiver has to bear whose services are on another host. Each scenario throws Failure, and judges figures."""
+import subprocess
+import sys
+import time
+
+import network
+from playing import LIVE, MEDIA, Player, connect, percentile, play_many
+from programs import Failure, seconds_of, wait_until
+
+# In seconds. What is cut right after a sign of life is noticed after four of them; so there is a little time left.
+HEARTBEAT = 0.9
+NOTICED = 3 * HEARTBEAT + 1
+QUEUE = 1024  # messages that may wait for a connection, as built in
+SERVICES = ("tvservice", "mmservice")
+
+
+class Stage:
+    """Both hosts with all their programs."""
+
+    def __init__(self, net, services, receiver, judge):
+        self.net, self.services, self.receiver, self.judge = net, services, receiver, judge
+        self.tv_service = services.start_service("tvserviced")
+        self.mm_service = services.start_service("mmserviced")
+        self.start_host()
+
+    def start_host(self):
+        self.host = self.receiver.start_host()
+        self.player = Player(self.host)
+        return connect(self.host)
+
+    def lasting(self):
+        return {"TV service": self.tv_service, "MM service": self.mm_service, "framework process": self.host}
+
+    def refused(self):
+        return self.tv_service.statistics()["tvservice"]["refused"]
+
+    def settle(self):
+        """Until nothing is under way."""
+        wait_until(lambda: not self.host.ask("bundles") and
+                   all(one["connected"] and one["queued"] == 0 for one in self.host.statistics().values()), "rest")
+
+
+def warm_up(stage):
+    """A request without an answer, and some strangers, so that all have the threads, files and memory that they will
+    ever have."""
+    stage.tv_service.ask("fault", "mute", "on")
+    request = stage.player.play("0:0", LIVE)
+    stage.player.wait([request], 10)
+    stage.tv_service.ask("fault", "mute", "off")
+    wait_until(lambda: stage.host.ask("runlog", "1"), "the run log has the drop")
+    come(stage, "keys", 200).wait()
+    stage.judge("requests dropped that a service has not answered", int(stage.player.dropped(request) is not None),
+                "requests", 1, 1)
+
+
+def clean_line(stage, local, count):
+    """The same requests through the other host and through sockets of this one, in turns."""
+    came, trips = {}, {}
+    sides = {"other host": stage.player, "socket": local}
+    for name in sides:
+        came[name], trips[name] = [], []
+    share = count // 10
+    for _ in range(10):
+        for name, player in sides.items():
+            requests, answers = play_many(player, share, 100, 60)
+            if any(player.dropped(one) for one in requests):
+                raise Failure(f"{name}: a request was dropped")
+            came[name] += answers
+            trips[name] += filter(None, map(player.round_trip, requests))
+    stage.judge("requests over a clean line, answered", len({one[0] for one in came["other host"]}), "requests",
+                len({one[0] for one in came["socket"]}), count)
+    stage.judge("answers that differ from those over a socket",
+                sum(a != b for a, b in zip(came["other host"], came["socket"])) +
+                abs(len(came["other host"]) - len(came["socket"])), "answers", 0, 0)
+    for name, times in trips.items():
+        for part in (50, 99):
+            stage.judge(f"round trip, {name}, p{part}", round(percentile(times, part / 100) * 1e6), "us")
+
+
+def lossy_line(stage, count):
+    """50 ms each way, give or take 10, and every twentieth packet lost."""
+    stage.net.worsen(5, 50, 10)
+    stage.net.use("far")
+    begun = time.monotonic()
+    requests, answers = play_many(stage.player, count, 20, 120)
+    seconds = time.monotonic() - begun
+    stage.net.use("near")
+    dropped = [one for one in requests if stage.player.dropped(one)]
+    stage.judge("requests over a line with 5 % loss and 50 ms delay", len(requests), "requests", count, count)
+    stage.judge("of which dropped at their limit", len(dropped), "requests", 0, count // 50)
+    told = [one[0] for one in answers]
+    stage.judge("of which answered once", sum(told.count(one) == 1 for one in requests), "requests",
+                count - len(dropped), count - len(dropped))
+    trips = [one for one in map(stage.player.round_trip, requests) if one]
+    stage.judge("round trip over that line, p50", round(percentile(trips, 0.5) * 1e3), "ms")
+    stage.judge("round trip over that line, p99", round(percentile(trips, 0.99) * 1e3), "ms")
+    stage.judge("time for all of them", round(seconds), "s")
+    stage.settle()
+
+
+def noticed_after(log, words, begin, when):
+    """How long after a moment a program has said something, from a line of its log on."""
+    wait_until(lambda: log.find(words, begin), f"{log.path.name}: \"{words}\"", 2 * NOTICED)
+    return seconds_of(log.find(words, begin)) - when
+
+
+def cut(stage, seconds, flood):
+    """The line is pulled out in mid-stream, with a request on its way."""
+    stage.settle()
+    logs = {"TV service": stage.tv_service.log, "framework process": stage.host.log}
+    for log in logs.values():
+        log.read()
+    begins = {name: len(log.lines) for name, log in logs.items()}
+    before = stage.host.statistics()["tvservice"]
+    memory = stage.host.size()[2]
+    when = time.time()
+    stage.net.cut()
+    lost = stage.player.play("0:0", LIVE)
+    for name, log in logs.items():
+        stage.judge(f"a cut is noticed by the {name} after",
+                    round(noticed_after(log, "disconnected", begins[name], when) * 1e3), "ms", 0, round(NOTICED * 1e3))
+    most = 0
+    for _ in range(flood):
+        stage.host.ask("send-key", "1")
+        most = max(most, stage.host.statistics()["tvservice"]["queued"])
+    stage.judge("messages that waited during the cut", most, "messages", min(flood, QUEUE), QUEUE)
+    stage.judge("memory that they took", max(stage.host.size()[2] - memory, 0), "KiB", 0, 1024)
+    stage.player.wait([lost], 10)
+    if not stage.player.dropped(lost) or stage.player.answers({lost}):
+        raise Failure("a request was answered through a line that was cut")
+    wait_until(lambda: stage.host.statistics()["tvservice"]["queued"] == 0, "what waited is dropped", 8)
+    time.sleep(max(0, when + seconds - time.time()))
+    mended = time.time()
+    stage.net.mend()
+    request = stage.player.play("0:0", LIVE)
+    stage.player.wait([request], 15)
+    stage.player.check_answer(request, "0:0", LIVE)
+    stage.judge("first play after the cut answered after", round((stage.player.finished(request) - mended) * 1e3), "ms",
+                0, 5000)
+    connect(stage.host)
+    stage.settle()
+    after = stage.host.statistics()["tvservice"]
+    counted = sum(after[name] - before[name] for name in ("sent", "dropped", "refused"))
+    stage.judge("messages of the cut that no counter has", flood + 2 - counted, "messages", 0, 0)
+
+
+def come(stage, kind, count):
+    """Strangers, from the receiver's host to the TV service."""
+    words = [kind, network.SERVICE_HOST, "7401", *([stage.services.key] if kind == "keys" else []), str(count)]
+    return subprocess.Popen([*stage.receiver.prefix, sys.executable, network.HERE / "strangers.py", *words])
+
+
+def strangers(stage, count):
+    """Those with unknown keys and those without any, while others go on playing."""
+    begun = stage.refused()
+    for number, (what, kind) in enumerate((("with unknown keys", "keys"), ("without keys", "plain")), 1):
+        trips = []
+        crowd = come(stage, kind, count)
+        while crowd.poll() is None:
+            requests, answers = play_many(stage.player, 20, 20, 60)
+            if len(answers) != len(requests):
+                raise Failure(f"{len(answers)} answers to {len(requests)} requests while strangers came")
+            trips += filter(None, map(stage.player.round_trip, requests))
+        if crowd.returncode != 0:
+            raise Failure(f"the strangers {what} ended with {crowd.returncode}")
+        expected = begun + number * count
+        wait_until(lambda all_of_them=expected: stage.refused() >= all_of_them,
+                   f"strangers {what}: {stage.refused()} of {expected} refusals are counted", 15)
+        stage.judge(f"plays while strangers {what} come", len(trips), "requests", 1)
+        stage.judge(f"round trip while strangers {what} come, p99", round(percentile(trips, 0.99) * 1e6), "us", 0,
+                    100_000)
+    stage.player.play_one()
+    stage.judge("strangers refused and counted", stage.refused() - begun, "strangers", 2 * count, 2 * count)
+    if stage.host.statistics()["tvservice"]["reconnects"] > 2:
+        raise Failure("an honest connection was lost to strangers")
+
+
+def restarts(stage):
+    """A service is killed and comes back, then the framework process, then the services' host moves."""
+    stage.settle()
+    stage.tv_service.kill()
+    stage.tv_service = stage.services.start_service("tvserviced")
+    stage.judge("play after the service's restart", round(stage.player.play_one() * 1e3), "ms", 0, 5000)
+    connect(stage.host)
+    stage.host.kill()
+    stage.judge("connections of a receiver that restarts", round(stage.start_host() * 1e3), "ms", 0, 5000)
+    stage.player.play_one(uri=MEDIA)
+    # Its old connections have ended before, and nothing is left of them.
+    wait_until(lambda: stage.tv_service.log.find("disconnected"), "the service notices that the receiver was killed",
+               NOTICED)
+    stage.net.move_services()
+    moved = time.monotonic()
+    wait_until(lambda: not stage.host.statistics()["tvservice"]["connected"], "the move is noticed", 2 * NOTICED)
+    wait_until(lambda: all(one["connected"] for one in stage.host.statistics().values()), "the host is found again", 30)
+    stage.judge("connections to a host that has moved", round((time.monotonic() - moved) * 1e3), "ms", 0, 10_000)
+    stage.player.play_one()
+
+
+def growth(stage, before):
+    """What the programs have more of than before."""
+    def grown():
+        return {name: [now - then for now, then in zip(program.size(), before[name])]
+                for name, program in stage.lasting().items()}
+    stage.settle()
+    wait_until(lambda: all(one[0] <= 0 and one[1] <= 0 for one in grown().values()), f"nothing grows; {grown()}", 10)
+    for name, (descriptors, threads, kibibytes) in grown().items():
+        stage.judge(f"descriptors' growth, {name}", max(descriptors, 0), "descriptors", 0, 0)
+        stage.judge(f"threads' growth, {name}", max(threads, 0), "threads", 0, 0)
+        stage.judge(f"memory's growth, {name}", max(kibibytes, 0), "KiB", 0, 1024)
