@@ -1,0 +1,119 @@
+#!/usr/bin/env python3
+"""Runs the commands of docs/operations.md in their order, each host being a folder of its own, and compares what they
+print with what is shown: commands_work.py BUILD_FOLDER SOURCE_FOLDER."""
+import os
+import pathlib
+import re
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+
+PATIENCE = 60  # seconds for a block
+BLOCK = re.compile(r"^```(sh|text)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+# Who runs a block: the first line of it says.
+HOSTS = {"# one host": ["one"], "# services' host": ["services"], "# receiver's host": ["receiver"],
+         "# both hosts": ["services", "receiver"], "# every host": ["one", "services", "receiver"]}
+
+
+class Host:
+    """A shell that stays, as an operator's does, with folders that no other host has."""
+
+    def __init__(self, name, folder, variables):
+        self.name, self.folder, self.blocks = name, folder, 0
+        kept = {key: value for key, value in os.environ.items()
+                if not key.startswith(("TVSA_", "XDG_")) and key not in ("RUNTIME_DIRECTORY", "STATE_DIRECTORY")}
+        places = {}
+        for key, place in (("HOME", "home"), ("XDG_RUNTIME_DIR", "run"), ("XDG_STATE_HOME", "state"),
+                           ("XDG_CONFIG_HOME", "config")):
+            (folder / place).mkdir(mode=0o700, parents=True)
+            places[key] = str(folder / place)
+        # What runs in the background ends with the shell's group.
+        self.shell = subprocess.Popen(["bash", "-euo", "pipefail"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                      text=True, cwd=folder, start_new_session=True,
+                                      env={**kept, **variables, **places, "PREFIX": str(folder / "installed")})
+
+    def run(self, commands, told):
+        """Returns what the commands have printed, and the keys that the shell knows by then."""
+        self.blocks += 1
+        script, output, keys = (self.folder / f"{self.blocks}.{kind}" for kind in ("sh", "out", "keys"))
+        script.write_text(commands, encoding="utf-8")
+        assignments = "".join(f"{name}='{key}'\n" for name, key in told.items())
+        self.shell.stdin.write(f"{assignments}source {script} </dev/null >{output}\n"
+                               f"for name in ${{!SERVICE_KEY*}} ${{!RECEIVER_KEY*}} ${{!NEW_KEY*}}; do\n"
+                               f"echo \"$name ${{!name}}\"; done >{keys}\necho done\n")
+        self.shell.stdin.flush()
+        signal.alarm(PATIENCE)
+        ended = self.shell.stdout.readline()
+        signal.alarm(0)
+        if ended != "done\n":
+            raise SystemExit(f"on {self.name}, a command fails in:\n{commands}")
+        return output.read_text(encoding="utf-8"), dict(line.split(" ", 1) for line in keys.read_text().splitlines())
+
+    def logs(self):
+        return "".join(f"---- {self.name}: {log.name} ----\n{log.read_text(errors='replace')[-3000:]}"
+                       for log in sorted((self.folder / "home" / "logs").glob("*")))
+
+    def end(self):
+        try:
+            os.killpg(self.shell.pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+        self.shell.wait()
+
+
+def pattern_of(shown):
+    """What an output has to match: numbers may be others, "..." stands for anything in a line."""
+    lines = []
+    for line in shown.splitlines():
+        parts = (re.sub(r"\d+", r"\\d+", re.escape(part)) for part in line.split("..."))
+        lines.append(re.sub(r"(\\ )+", r" +", ".*".join(parts)) + " *\n")
+    return re.compile("".join(lines))
+
+
+def free_port():
+    with socket.create_server(("127.0.0.1", 0)) as probe:
+        return str(probe.getsockname()[1])
+
+
+def run_all(document, hosts):
+    ran, told, output = 0, {}, None
+    for kind, text in BLOCK.findall(document):
+        if kind == "text":
+            if output is None or not pattern_of(text).fullmatch(output):
+                raise SystemExit(f"shown:\n{text}printed:\n{output}")
+            output = None
+            continue
+        for name in HOSTS[text.split("\n", 1)[0]]:
+            output, known = hosts[name].run(text, told)
+            told.update({key: value.strip() for key, value in known.items()})
+        ran += 1
+    return ran
+
+
+def main():
+    build, source = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
+    document = (source / "docs" / "operations.md").read_text(encoding="utf-8")
+    with tempfile.TemporaryDirectory(prefix="operations-") as folder:
+        variables = {"BUILD": str(build), "SERVICE_HOST": "127.0.0.1", "TV_PORT": free_port(), "MM_PORT": free_port()}
+        hosts = {name: Host(name, pathlib.Path(folder) / name, variables) for name in ("one", "services", "receiver")}
+
+        def give_up(*_):
+            raise SystemExit(f"a block takes longer than {PATIENCE} s")
+        signal.signal(signal.SIGALRM, give_up)
+        try:
+            ran = run_all(document, hosts)
+        except BaseException:
+            print("".join(host.logs() for host in hosts.values()), file=sys.stderr)
+            raise
+        finally:
+            for host in hosts.values():
+                host.end()
+    if ran == 0:
+        raise SystemExit("the document has no commands")
+    print(f"{ran} blocks of commands work")
+
+
+if __name__ == "__main__":
+    main()
