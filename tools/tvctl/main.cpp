@@ -39,8 +39,7 @@ std::string footer() {
     std::string text = "Verbs of tvctl itself (\"tvctl VERB --help\" says more):\n";
     for (const auto& verb : verbs) text += "  " + std::string(verb.name) + "  " + verb.help + "\n";
     return text +
-           "\nExit codes: 0 done, 1 the command failed or something is wrong, 2 wrong usage, 3 no such process, 4 "
-           "timed out,\n"
+           "\nExit codes: 0 done, 1 the command failed or something is wrong, 2 wrong usage, 3 no such process,\n"
            "4 timed out, 5 refused, 6 malformed answer or configuration, 130 interrupted";
 }
 
