@@ -12,7 +12,6 @@
 
 using namespace host::remote;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 

@@ -103,6 +103,7 @@ void MessageQueue::open(frame::OmqIOModule& door) { open(std::vector{&door}); }
 
 void MessageQueue::open(const std::vector<frame::OmqIOModule*>& doors) {
     std::vector<io::Door*> opened;
+    opened.reserve(doors.size());
     for (frame::OmqIOModule* door : doors) opened.push_back(static_cast<io::Door*>(door));
     state_->open(std::move(opened));
 }

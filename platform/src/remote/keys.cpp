@@ -87,7 +87,7 @@ KeyPair readKeys(const std::string& file) {
         // Not the parser's own words, as they may quote the secret key.
         refuse(file + ":" + std::to_string(error.source().begin.line), "not TOML");
     }
-    const KeyPair keys{keyIn(table, "public", file), keyIn(table, "secret", file)};
+    KeyPair keys{keyIn(table, "public", file), keyIn(table, "secret", file)};
     if (publicKeyOf(keys.secretKey) != keys.publicKey) refuse(file, "its keys are no pair of keys");
     return keys;
 }
