@@ -3,10 +3,13 @@
 #ifdef TVSA_REMOTE
 #include "remote/relay.h"
 #include "remote/remote-transport.h"
+#include "remote/sockets.h"
 
 #include <host/configuration.h>
+#include <host/keys.h>
 
 #include <boost/asio/io_context.hpp>
+#include <chrono>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
@@ -37,6 +40,33 @@ RemoteSocket connectToTuner(const std::string& address) {
     while (!told) station->io.run_one();
     if (socket >= 0) (void)::fcntl(socket, F_SETFL, 0);
     return {station, socket};
+}
+
+struct RuthlessClient::State {
+    zmq::context_t context{1};
+    const host::remote::Common common{context, host::readKeys(host::setting("keys.file")->text),
+                                      std::chrono::seconds(1)};
+    zmq::socket_t socket = host::remote::makeSocket(common, zmq::socket_type::dealer);
+};
+
+RuthlessClient::RuthlessClient(const std::string& address) : state_(std::make_unique<State>()) {
+    state_->socket.set(zmq::sockopt::curve_serverkey, host::setting("keys.services.tuner")->text);
+    state_->socket.set(zmq::sockopt::rcvtimeo, 10000);
+    state_->socket.connect(address);
+}
+
+RuthlessClient::~RuthlessClient() = default;
+
+void RuthlessClient::say(const std::string& frame) {
+    EXPECT_TRUE(state_->socket.send(zmq::buffer(frame), zmq::send_flags::none));
+}
+
+char RuthlessClient::hear() {
+    for (zmq::message_t message;;) {
+        if (!state_->socket.recv(message)) return '\0';
+        const char kind = *static_cast<const char*>(message.data());
+        if (kind != static_cast<char>(host::remote::FrameKind::Data)) return kind;
+    }
 }
 
 } // namespace support

@@ -112,7 +112,7 @@ TEST_F(BetweenHosts, CountsEveryStrangerOnce) {
     nullGreeting.resize(64);
     constexpr unsigned each = 50;
     for (unsigned i = 0; i < each; ++i) {
-        PlainPeer(remote->port);
+        const PlainPeer silent(remote->port);
         PlainPeer(remote->port).say("GET / HTTP/1.0\r\n\r\n");
         PlainPeer(remote->port).say("tvsq" + words({0x01020304, 2}, false));
         PlainPeer(remote->port).say(nullGreeting);
@@ -123,6 +123,19 @@ TEST_F(BetweenHosts, CountsEveryStrangerOnce) {
     client.reset();
     EXPECT_TRUE(eventually([&] { return !atServer().connected; }));
     EXPECT_EQ(4 * each, atServer().refused);
+}
+
+TEST_F(BetweenHosts, GivesAConnectionOneStream) {
+    const host::LogCapture log({0x0202});
+    startServer();
+    const std::string opening{'O', 1};
+    support::RuthlessClient client(path);
+    client.say(opening);
+    EXPECT_EQ('O', client.hear());
+    client.say("E");
+    EXPECT_TRUE(log.waitFor(" left before its hello", 10s));
+    client.say(opening);
+    EXPECT_EQ('E', client.hear());
 }
 
 TEST_F(BetweenHosts, HoldsAServicesPlaceUntilItIsGivenUp) {

@@ -126,12 +126,19 @@ void ServiceSide::open(const std::string& identity, const zmq::message_t& frame)
         sendTo(identity, FrameKind::End, why, sizeof why - 1);
         return;
     }
+    const int descriptor = zmq_msg_get(frame.handle(), ZMQ_SRCFD);
+    const auto [first, last] = opened_.equal_range(descriptor);
+    if (std::any_of(first, last, [&](const auto& one) { return one.second == identity; })) {
+        constexpr char why[] = "a connection has one stream";
+        sendTo(identity, FrameKind::End, why, sizeof why - 1);
+        return;
+    }
     auto [ours, theirs] = socketPair();
     auto client = std::make_unique<Client>(*this, identity, property(frame, "User-Id"), std::move(ours));
     if (!client->send(FrameKind::Open, &protocolVersion, 1)) return;
     IO_LOG(vdlDebugProgress, "service %s: %s came with the key %s\n", service_.c_str(),
            property(frame, "Peer-Address").c_str(), client->key.c_str());
-    opened_.insert(zmq_msg_get(frame.handle(), ZMQ_SRCFD));
+    opened_.emplace(descriptor, identity);
     clients_.emplace(identity, std::move(client));
     mailbox_->put({std::move(theirs), {}});
 }
@@ -152,7 +159,8 @@ void ServiceSide::onEvent(const Event& event) {
             break;
         case ZMQ_EVENT_DISCONNECTED:
             --connections_;
-            if (const auto known = opened_.find(static_cast<int>(event.value)); known != opened_.end()) {
+            if (const auto known = opened_.lower_bound(static_cast<int>(event.value)); // the oldest
+                known != opened_.end() && known->first == static_cast<int>(event.value)) {
                 opened_.erase(known);
                 probes_ = probesAfterAnEnd;
                 due_ = Clock::now();

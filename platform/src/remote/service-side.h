@@ -63,8 +63,10 @@ private:
     zmq::socket_t socket_;
     Monitor monitor_;                                        // ends before the socket
     std::map<std::string, std::unique_ptr<Client>> clients_; // by identity
-    std::multiset<int> opened_;   // descriptors of connections that had a stream and whose end is not reported yet
-    std::size_t connections_ = 0; // whose beginning has been reported and whose end has not
+    // Of connections that had a stream and whose end is not reported yet: identities by descriptor, which two may share
+    // when the first has ended already.
+    std::multimap<int, std::string> opened_;
+    std::size_t connections_ = 0;        // whose beginning has been reported and whose end has not
     std::deque<std::string> whyRefused_; // what was wrong with strangers' connections that will be reported as ended
     Clock::time_point due_;
     int probes_ = 0; // to come soon, as somebody has left
