@@ -1,4 +1,5 @@
 #include <host/configuration.h>
+#include <host/endpoint.h>
 #include <host/environment.h>
 
 #include <cerrno>
@@ -71,7 +72,7 @@ std::string socketPath(const std::string& path) {
 
 std::string endpointOf(const std::string& service) {
     if (const auto given = setting("endpoints." + service)) {
-        if (given->text.starts_with("tcp://")) return given->text;
+        if (isRemote(given->text)) return given->text;
         try {
             return socketPath(given->text);
         } catch (const std::runtime_error& error) {

@@ -5,6 +5,7 @@
 #include "io/server-door.h"
 #include "remote/remote-transport.h"
 
+#include <host/endpoint.h>
 #include <host/environment.h>
 #include <host/message-queue.h>
 
@@ -34,12 +35,12 @@ struct MessageQueue::State {
     // The two transports.
     std::unique_ptr<io::Connector> connectorTo(const std::string& service) {
         const std::string endpoint = endpointOf(service);
-        if (remote::isRemote(endpoint)) return remote::makeConnector(io, theRelay(), service, endpoint);
+        if (isRemote(endpoint)) return remote::makeConnector(io, theRelay(), service, endpoint);
         return std::make_unique<io::LocalConnector>(io, endpoint);
     }
     std::unique_ptr<io::Listener> listenerFor(const std::string& service) {
         const std::string endpoint = endpointOf(service);
-        if (remote::isRemote(endpoint)) return remote::makeListener(io, theRelay(), service, endpoint);
+        if (isRemote(endpoint)) return remote::makeListener(io, theRelay(), service, endpoint);
         return std::make_unique<io::LocalListener>(io, service, endpoint);
     }
     std::shared_ptr<remote::Relay> theRelay() {

@@ -3,65 +3,21 @@
 #include "config/number.h"
 #include "io/local-transport.h"
 #include "io/log.h"
+#include "remote/endpoint.h"
 #include "remote/relay.h"
 
 #include <host/configuration.h>
 #include <host/keys.h>
 
-#include <charconv>
 #include <memory>
 #include <netdb.h>
-#include <optional>
 #include <set>
 #include <sstream>
 #include <stdexcept>
-#include <string_view>
 #include <utility>
 
 namespace host::remote {
 namespace {
-
-constexpr std::string_view scheme = "tcp://";
-
-struct Place {
-    std::string host;
-    std::string port;
-};
-
-// The two parts of an endpoint; what an endpoint belongs to comes into the message.
-Place placeOf(const std::string& service, const std::string& endpoint, unsigned lowestPort) {
-    const auto colon = endpoint.rfind(':');
-    Place place{endpoint.substr(scheme.size(), colon < scheme.size() ? 0 : colon - scheme.size()),
-                endpoint.substr(colon + 1)};
-    unsigned port = 0;
-    const auto [end, error] = std::from_chars(place.port.data(), place.port.data() + place.port.size(), port);
-    const bool isPort = error == std::errc() && end == place.port.data() + place.port.size() && port >= lowestPort &&
-                        port <= 65535 && place.port.size() <= 5;
-    const bool bracketed =
-        place.host.find(':') == std::string::npos || (place.host.front() == '[' && place.host.back() == ']');
-    if (place.host.empty() || !isPort || !bracketed)
-        throw std::runtime_error("service " + service + ": not tcp://HOST:PORT: \"" + endpoint + '"');
-    if (place.host.front() == '[') place.host = place.host.substr(1, place.host.size() - 2);
-    return place;
-}
-
-// The first address of a place, in numbers.
-std::string resolved(const std::string& service, const std::string& endpoint, const Place& place, int flags) {
-    addrinfo hints{}, *found = nullptr;
-    hints.ai_family = AF_UNSPEC;
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = flags | AI_NUMERICSERV;
-    const int error = ::getaddrinfo(place.host.c_str(), place.port.c_str(), &hints, &found);
-    if (error != 0)
-        throw std::runtime_error("service " + service + ": no address for the host of " + endpoint + ": " +
-                                 gai_strerror(error));
-    const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> all(found, ::freeaddrinfo);
-    std::string host(NI_MAXHOST, '\0');
-    if (::getnameinfo(all->ai_addr, all->ai_addrlen, host.data(), NI_MAXHOST, nullptr, 0, NI_NUMERICHOST) != 0)
-        throw std::runtime_error("service " + service + ": no address for the host of " + endpoint);
-    host.resize(host.find('\0'));
-    return host.find(':') == std::string::npos ? host : '[' + host + ']';
-}
 
 Setting needed(const std::string& name, const std::string& why) {
     if (auto value = setting(name)) return *value;
@@ -143,8 +99,6 @@ private:
 };
 
 } // namespace
-
-bool isRemote(const std::string& endpoint) { return endpoint.rfind(scheme, 0) == 0; }
 
 std::shared_ptr<Relay> makeRelay() {
     const Setting file = needed("keys.file", "connections to other hosts need this machine's keys");

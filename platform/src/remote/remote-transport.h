@@ -12,9 +12,6 @@ namespace host::remote {
 
 class Relay;
 
-// Whether an endpoint is this transport's: "tcp://HOST:PORT".
-bool isRemote(const std::string& endpoint);
-
 // The relay of a process, with the keys that its configuration names. Throws std::runtime_error when there are none or
 // they are not fit for use.
 std::shared_ptr<Relay> makeRelay();

@@ -1,4 +1,5 @@
-// In place of everything else in this folder where the platform is built without ZeroMQ: says so when it is needed.
+// In place of what needs the library in this folder where the platform is built without ZeroMQ: says so when it is
+// needed.
 #include "remote/remote-transport.h"
 
 #include <host/keys.h>
@@ -19,7 +20,6 @@ void checkKey(const std::string&, const std::string&) { refuse(); }
 
 namespace remote {
 
-bool isRemote(const std::string& endpoint) { return endpoint.rfind("tcp://", 0) == 0; }
 std::shared_ptr<Relay> makeRelay() { refuse(); }
 std::unique_ptr<io::Connector> makeConnector(boost::asio::io_context&, std::shared_ptr<Relay>, const std::string&,
                                              const std::string&) {

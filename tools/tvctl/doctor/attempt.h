@@ -13,6 +13,5 @@ std::optional<std::string> failureOfAttempt(const Service& service, std::chrono:
 
 // A service whose endpoint is an address of a network.
 Diagnosis checkRemoteService(const Service& service, const std::string& endpoint, std::chrono::milliseconds timeout);
-bool isRemote(const std::string& endpoint);
 
 } // namespace tvctl::doctor

@@ -1,7 +1,7 @@
 #include "attempt.h"
 
 #include <host/configuration.h>
-#include <host/environment.h>
+#include <host/endpoint.h>
 #include <host/keys.h>
 
 #include <algorithm>
@@ -109,8 +109,6 @@ void checkUse(Diagnosis& diagnosis, const Service& service, const std::string& e
 
 } // namespace
 
-bool isRemote(const std::string& endpoint) { return endpoint.starts_with(scheme); }
-
 Diagnosis checkRemoteService(const Service& service, const std::string& endpoint, std::chrono::milliseconds timeout) {
     Diagnosis diagnosis;
     const std::string nameOfKey = "keys.services." + service.name;
@@ -131,7 +129,7 @@ Diagnosis checkKeys() {
     std::vector<std::string> unused;
     for (const auto& setting : host::settings()) {
         if (!setting.value) continue;
-        needed |= setting.name.starts_with("endpoints.") && isRemote(setting.value->text);
+        needed |= setting.name.starts_with("endpoints.") && host::isRemote(setting.value->text);
         if (setting.name.starts_with("keys.")) unused.push_back(setting.name);
     }
     if (!needed) {

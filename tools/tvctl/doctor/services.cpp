@@ -3,6 +3,7 @@
 
 #include <frame/abstract-marshalling-impl.h>
 #include <host/configuration.h>
+#include <host/endpoint.h>
 #include <host/environment.h>
 #include <host/log-capture.h>
 #include <host/message-queue.h>
@@ -99,7 +100,7 @@ Diagnosis checkService(const Service& service, std::chrono::milliseconds timeout
         diagnosis.wrong(service.name, error.what(), "mend that first");
         return diagnosis;
     }
-    if (isRemote(endpoint)) return checkRemoteService(service, endpoint, timeout);
+    if (host::isRemote(endpoint)) return checkRemoteService(service, endpoint, timeout);
     if (endpoint.empty())
         diagnosis.warn(service.name, "not running: there is no runtime folder yet", "start it");
     else
