@@ -177,6 +177,24 @@ TEST_F(ALink, IsOverWhenAProbeFindsNobody) {
     EXPECT_TRUE(link.isOver());
 }
 
+TEST_F(ALink, IsOverWhenItsSocketIsClosedAndThePeerTakesNothingMore) {
+    const std::string part(longestData, 'x');
+    while ((link.wanted() & POLLIN) != 0) {
+        say(part);
+        link.onSocket(POLLIN);
+    }
+    link.probe();
+    EXPECT_FALSE(link.isOver()) << "the socket is there";
+    ours.reset();
+    for (int i = 0; i < 3; ++i) {
+        link.probe();
+        EXPECT_FALSE(link.isOver());
+    }
+    link.probe();
+    EXPECT_TRUE(link.isOver());
+    EXPECT_EQ(peer.frames.back(), "E");
+}
+
 TEST_F(ALink, ReadsOnWhenNobodyReadsWhatThePeerSends) {
     say("last words");
     ours.reset();

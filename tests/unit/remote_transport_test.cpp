@@ -3,7 +3,12 @@
 
 #include <host/log-capture.h>
 
+#include <atomic>
+#include <condition_variable>
+#include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <mutex>
+#include <netdb.h>
 #include <stdexcept>
 
 namespace queue_test {
@@ -27,9 +32,55 @@ public:
     void say(const std::string& bytes) {
         EXPECT_EQ(static_cast<ssize_t>(bytes.size()), ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL));
     }
+    bool isTurnedAway() { // after at most a greeting
+        char byte[4096];
+        ssize_t count;
+        while ((count = ::recv(socket_, byte, sizeof byte, 0)) > 0) {
+        }
+        return count == 0 || errno == ECONNRESET;
+    }
 
 private:
     int socket_;
+};
+
+// In the place of the system's: knows the host slow.test, until it does not answer any more.
+class NameServer {
+public:
+    NameServer() { current = this; }
+    ~NameServer() {
+        {
+            std::lock_guard lock(mutex_);
+            silent_ = false;
+        }
+        changed_.notify_all();
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return asking_ == 0; });
+        current = nullptr;
+    }
+    void fallSilent() {
+        std::lock_guard lock(mutex_);
+        silent_ = true;
+    }
+    void waitUntilAsked() {
+        std::unique_lock lock(mutex_);
+        EXPECT_TRUE(changed_.wait_for(lock, 20s, [&] { return asking_ > 0; }));
+    }
+    void answer() {
+        std::unique_lock lock(mutex_);
+        ++asking_;
+        changed_.notify_all();
+        changed_.wait(lock, [&] { return !silent_; });
+        --asking_;
+        changed_.notify_all();
+    }
+    static inline std::atomic<NameServer*> current{nullptr};
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool silent_ = false;
+    int asking_ = 0;
 };
 
 class BetweenHosts : public MessageQueue {
@@ -138,6 +189,45 @@ TEST_F(BetweenHosts, GivesAConnectionOneStream) {
     EXPECT_EQ('E', client.hear());
 }
 
+// Else they would have all descriptors, and honest clients could not come.
+TEST_F(BetweenHosts, LetsTheOldestOfManySilentStrangersMakeWay) {
+    const host::LogCapture log({0x0202});
+    startServer();
+    std::vector<std::unique_ptr<PlainPeer>> silent;
+    for (int i = 0; i < 600; ++i) silent.push_back(std::make_unique<PlainPeer>(remote->port));
+    EXPECT_TRUE(silent.front()->isTurnedAway());
+    EXPECT_TRUE(log.waitFor("a stranger that made way for others before it had proven its key", 10s));
+    startClient();
+    EXPECT_TRUE(honestClientServed());
+    EXPECT_TRUE(eventually([&] { return atServer().refused == silent.size(); })); // the last ones when their time is up
+    EXPECT_TRUE(atClient().connected);
+}
+
+TEST_F(BetweenHosts, FindsAServiceByTheNameOfItsHost) {
+    startServer();
+    RemoteEndpoint::set("TVSA_ENDPOINT_TUNER", "tcp://localhost:" + std::to_string(remote->port));
+    startClient();
+    EXPECT_TRUE(honestClientServed());
+}
+
+// A name that nobody answers for must not keep the others, or the end of the process, waiting.
+TEST_F(BetweenHosts, WaitsForNoNameButInTheServiceThatHasIt) {
+    NameServer names;
+    startServer();
+    client = std::make_unique<host::MessageQueue>(limits);
+    door = &client->connectTo("tuner", messages, 4096, &news);
+    setenv("TVSA_ENDPOINT_OTHER", "tcp://slow.test:5570", 1);
+    setenv("TVSA_SERVICE_KEY_OTHER", remote->keys.publicKey.c_str(), 1);
+    client->open({&client->connectTo("other", messages, 4096, nullptr), door});
+    names.fallSilent();
+    client->start();
+    names.waitUntilAsked();
+    EXPECT_TRUE(honestClientServed());
+    client.reset();
+    unsetenv("TVSA_ENDPOINT_OTHER");
+    unsetenv("TVSA_SERVICE_KEY_OTHER");
+}
+
 TEST_F(BetweenHosts, HoldsAServicesPlaceUntilItIsGivenUp) {
     startServer();
     host::MessageQueue second(limits);
@@ -203,3 +293,14 @@ TEST_F(BetweenHosts, NeedsAnAddressOfThisMachineToListenAt) {
 
 } // namespace
 } // namespace queue_test
+
+// Found before the system's.
+extern "C" [[gnu::visibility("default")]] int getaddrinfo(const char* host, const char* port, const addrinfo* hints,
+                                                          addrinfo** found) {
+    static const auto systems = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    queue_test::NameServer* const names = queue_test::NameServer::current;
+    const bool numeric = hints && (hints->ai_flags & AI_NUMERICHOST) != 0;
+    if (!names || numeric || !host || std::string(host) != "slow.test") return systems(host, port, hints, found);
+    names->answer();
+    return systems("127.0.0.1", port, hints, found);
+}

@@ -10,12 +10,15 @@ namespace {
 using namespace std::chrono_literals;
 constexpr auto attemptPatience = 5s; // for everything that it takes to open a stream
 constexpr int mostAtOnce = 64;       // messages; others want to be looked after, too
+constexpr int kindsOfEvents = ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH |
+                              ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL |
+                              ZMQ_EVENT_CLOSED | ZMQ_EVENT_DISCONNECTED;
 } // namespace
 
 ClientSide::ClientSide(const Common& common, const std::string& address, const std::string& serviceKey,
                        std::shared_ptr<Mailbox> mailbox)
     : socket_(makeSocket(common, zmq::socket_type::dealer)),
-      monitor_(common, socket_),
+      monitor_(common, socket_, kindsOfEvents),
       mailbox_(std::move(mailbox)),
       deadline_(Clock::now() + attemptPatience) {
     socket_.set(zmq::sockopt::curve_serverkey, serviceKey);

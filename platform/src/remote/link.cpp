@@ -8,6 +8,9 @@
 #include <sys/socket.h>
 
 namespace host::remote {
+namespace {
+constexpr int patience = 3; // heartbeats, as everywhere with other hosts
+} // namespace
 
 short Link::wanted() const {
     const bool reads = !peerGone_ && maySend_ > frameCost;
@@ -24,11 +27,7 @@ void Link::read() {
     std::array<char, longestData> data; // NOLINT(cppcoreguidelines-pro-type-member-init): filled by what follows
     const ssize_t size = ::recv(socket_.get(), data.data(), std::min(data.size(), maySend_ - frameCost), MSG_DONTWAIT);
     if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
-    if (size <= 0) {
-        route_.send(FrameKind::End, nullptr, 0);
-        over_ = true;
-        return;
-    }
+    if (size <= 0) return end();
     const auto count = static_cast<std::size_t>(size);
     maySend_ -= count + frameCost;
     if (!route_.send(FrameKind::Data, data.data(), count)) onPeerGone();
@@ -88,7 +87,16 @@ void Link::giveCredit() {
 }
 
 void Link::probe() {
-    if (!peerGone_ && !route_.send(FrameKind::Probe, nullptr, 0)) onPeerGone();
+    if (!peerGone_ && !route_.send(FrameKind::Probe, nullptr, 0)) return onPeerGone();
+    if (peerGone_ || maySend_ > frameCost) return;
+    // Nothing looks at the socket now. Once it is closed the peer has not for ever to take what is left.
+    pollfd socket{socket_.get(), 0, 0};
+    if (::poll(&socket, 1, 0) > 0 && (socket.revents & (POLLHUP | POLLERR)) != 0 && ++idleProbes_ > patience) end();
+}
+
+void Link::end() {
+    route_.send(FrameKind::End, nullptr, 0);
+    over_ = true;
 }
 
 void Link::breakRules(const std::string& how) {

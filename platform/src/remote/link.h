@@ -22,6 +22,7 @@ public:
     void onFrame(FrameKind kind, const char* data, std::size_t size);
     // The peer has gone; what it has said before still reaches the socket.
     void onPeerGone() { peerGone_ = true; }
+    // To be called once per heartbeat: whether peer and socket are still there.
     void probe();
 
     bool isOver() const { return over_ || (peerGone_ && arrived_.empty()); }
@@ -33,6 +34,7 @@ private:
     void takeData(const char* data, std::size_t size);
     void takeCredit(const char* data, std::size_t size);
     void giveCredit();
+    void end();
     void breakRules(const std::string& how);
 
     io::FileDescriptor socket_;
@@ -41,6 +43,7 @@ private:
     std::size_t mayCome_ = window; // credit that the peer has
     std::size_t maySend_ = window; // credit that we have
     bool socketReads_ = true;      // whether anybody will read what we write to it
+    int idleProbes_ = 0;           // since the socket was closed without the peer taking what it has left
     bool peerGone_ = false, over_ = false;
     std::string fault_;
 };

@@ -6,11 +6,14 @@
 namespace host::remote {
 
 void Mailbox::put(Item item) {
-    {
-        std::lock_guard lock(mutex_);
-        items_.push_back(std::move(item));
+    std::lock_guard lock(mutex_);
+    items_.push_back(std::move(item));
+    try {
+        boost::asio::post(io_, [self = shared_from_this()] { self->tell(); });
+    } catch (...) {
+        items_.pop_back(); // nobody would come for it
+        throw;
     }
-    boost::asio::post(io_, [self = shared_from_this()] { self->tell(); });
 }
 
 void Mailbox::putRefusal(const std::string& reason) {

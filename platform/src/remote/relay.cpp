@@ -1,19 +1,15 @@
 #include "remote/relay.h"
 
-#include "io/log.h"
 #include "remote/client-side.h"
+#include "remote/log.h"
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdint>
 #include <exception>
 #include <future>
 #include <pthread.h>
 #include <stdexcept>
-#include <sys/eventfd.h>
-#include <system_error>
-#include <unistd.h>
 #include <utility>
 
 namespace host::remote {
@@ -31,27 +27,50 @@ Relay::Relay(const KeyPair& keys, std::chrono::milliseconds heartbeat)
     : context_(1),
       common_{context_, keys, heartbeat},
       doorkeeper_(context_, zmq::socket_type::rep),
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (!wake_) throw std::system_error(errno, std::system_category(), "eventfd");
+      orders_(std::make_shared<Orders>()) {
     doorkeeper_.set(zmq::sockopt::linger, 0);
     doorkeeper_.bind(doorkeepersPlace);
     thread_ = std::thread([this] { run(); });
 }
 
 Relay::~Relay() {
-    ended_ = true;
-    wake();
+    orders_->close();
     thread_.join();
 }
 
-void Relay::connect(const std::string& address, const std::string& serviceKey, std::shared_ptr<Mailbox> mailbox) {
-    order([this, address, serviceKey, mailbox = std::move(mailbox)] {
+void Relay::connect(const std::string& address, const std::string& serviceKey,
+                    const std::shared_ptr<Mailbox>& mailbox) {
+    orders_->add([this, address, serviceKey, mailbox] {
         try {
             participants_.push_back(std::make_unique<ClientSide>(common_, address, serviceKey, mailbox));
         } catch (const std::exception& error) {
             mailbox->put({io::FileDescriptor{}, error.what()});
         }
     });
+}
+
+// Nobody waits for the thread: a name may take many seconds. When the relay has gone before it, its order is dropped.
+void Relay::connect(const std::function<std::string()>& findAddress, const std::string& serviceKey,
+                    const std::shared_ptr<Mailbox>& mailbox) {
+    std::thread([this, orders = orders_, findAddress, serviceKey, mailbox] {
+        pthread_setname_np(pthread_self(), "resolver");
+        for (;;) {
+            try {
+                std::string address, reason;
+                try {
+                    address = findAddress();
+                } catch (const std::runtime_error& error) {
+                    reason = error.what();
+                }
+                return orders->add([this, address, reason, serviceKey, mailbox] {
+                    if (!reason.empty()) return mailbox->put({io::FileDescriptor{}, reason});
+                    participants_.push_back(std::make_unique<ClientSide>(common_, address, serviceKey, mailbox));
+                });
+            } catch (const std::exception&) { // no memory; the answer is waited for
+                std::this_thread::sleep_for(faultPause);
+            }
+        }
+    }).detach();
 }
 
 std::string Relay::serve(const std::string& service, const std::string& address,
@@ -76,34 +95,21 @@ void Relay::stopServing(const std::string& address) {
     });
 }
 
-void Relay::order(std::function<void()> what) {
-    {
-        std::lock_guard lock(mutex_);
-        orders_.push_back(std::move(what));
-    }
-    wake();
-}
-
-void Relay::wake() const noexcept {
-    const std::uint64_t one = 1;
-    (void)!::write(wake_.get(), &one, sizeof one); // fails only when it is awake anyway
-}
-
 void Relay::orderAndWait(const std::function<void()>& what) {
     std::packaged_task<void()> task(what);
     auto done = task.get_future();
-    order([&task] { task(); });
+    orders_->add([&task] { task(); });
     done.get();
 }
 
 void Relay::run() {
     pthread_setname_np(pthread_self(), "remote");
-    while (!ended_) {
+    while (!orders_->isClosed()) {
         try {
-            if (!ordersToRun_.empty()) runOrders();
+            if (orders_->haveToRunAgain()) orders_->run();
             work();
         } catch (const std::exception& error) { // memory, or a signal
-            IO_LOG(vdlDebugFailure, "connections to other hosts: %s\n", error.what());
+            REMOTE_LOG_LIMITED(vdlDebugFailure, "connections to other hosts: %s\n", error.what());
             std::this_thread::sleep_for(faultPause);
         }
     }
@@ -114,7 +120,7 @@ void Relay::run() {
 }
 
 void Relay::work() {
-    std::vector<zmq_pollitem_t> items{{nullptr, wake_.get(), ZMQ_POLLIN, 0}, readable(doorkeeper_)};
+    std::vector<zmq_pollitem_t> items{{nullptr, orders_->descriptor(), ZMQ_POLLIN, 0}, readable(doorkeeper_)};
     std::vector<std::size_t> first;
     auto due = Participant::Clock::time_point::max();
     for (const auto& participant : participants_) {
@@ -131,7 +137,7 @@ void Relay::work() {
     if ((items[1].revents & ZMQ_POLLIN) != 0) answerForKeys();
     for (std::size_t i = 0; i < first.size(); ++i) handle(i, &items[first[i]]);
     std::erase_if(participants_, [](const auto& one) { return one->isOver(); });
-    if ((items[0].revents & ZMQ_POLLIN) != 0) runOrders();
+    if ((items[0].revents & ZMQ_POLLIN) != 0) orders_->run();
 }
 
 void Relay::handle(std::size_t participant, const zmq_pollitem_t* items) {
@@ -142,17 +148,6 @@ void Relay::handle(std::size_t participant, const zmq_pollitem_t* items) {
     } catch (const std::exception& error) {
         one.onFault(error.what());
     }
-}
-
-void Relay::runOrders() {
-    std::uint64_t ignored = 0;
-    (void)!::read(wake_.get(), &ignored, sizeof ignored);
-    {
-        std::lock_guard lock(mutex_);
-        ordersToRun_.insert(ordersToRun_.end(), orders_.begin(), orders_.end());
-        orders_.clear();
-    }
-    for (; !ordersToRun_.empty(); ordersToRun_.pop_front()) ordersToRun_.front()(); // again, when one throws
 }
 
 // Answers one question of the library in its form (ZAP 1.0).

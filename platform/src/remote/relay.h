@@ -3,17 +3,14 @@
 // and its way of waiting, is the local one.
 #pragma once
 
-#include "io/file-descriptor.h"
 #include "remote/mailbox.h"
+#include "remote/orders.h"
 #include "remote/participant.h"
 #include "remote/service-side.h"
 #include "remote/sockets.h"
 
-#include <atomic>
-#include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <thread>
@@ -29,8 +26,11 @@ public:
     Relay(const KeyPair& keys, std::chrono::milliseconds heartbeat);
     ~Relay(); // ends all streams; what they have sent is still under way for a moment
 
-    // One attempt, of which the mailbox will have a stream or a reason.
-    void connect(const std::string& address, const std::string& serviceKey, std::shared_ptr<Mailbox> mailbox);
+    // One attempt, of which the mailbox will have a stream or a reason. findAddress runs on a thread of its own, as it
+    // may have to ask for a name, and may throw the reason.
+    void connect(const std::function<std::string()>& findAddress, const std::string& serviceKey,
+                 const std::shared_ptr<Mailbox>& mailbox);
+    void connect(const std::string& address, const std::string& serviceKey, const std::shared_ptr<Mailbox>& mailbox);
     // Returns the address, with the port that was taken for a port of 0. Throws std::runtime_error when it cannot be
     // had.
     std::string serve(const std::string& service, const std::string& address, const std::set<std::string>& clientKeys,
@@ -41,13 +41,10 @@ public:
 private:
     void run();
     void work();
-    void runOrders();
     void handle(std::size_t participant, const zmq_pollitem_t* items);
     void answerForKeys();
-    // On the thread; without waiting, or until it is done, when what it throws is thrown here.
-    void order(std::function<void()> what);
+    // On the thread; waits until it is done, and what it throws is thrown here.
     void orderAndWait(const std::function<void()>& what);
-    void wake() const noexcept;
 
     zmq::context_t context_;
     const Common common_;
@@ -55,12 +52,8 @@ private:
     std::vector<std::unique_ptr<Participant>> participants_;
     std::vector<ServiceSide*> services_; // those among them
 
-    const io::FileDescriptor wake_;
-    std::mutex mutex_; // guards the next
-    std::vector<std::function<void()>> orders_;
-    std::deque<std::function<void()>> ordersToRun_; // the thread's alone
-    std::atomic<bool> ended_{false};
-    std::thread thread_; // last, as it uses everything
+    const std::shared_ptr<Orders> orders_; // outlived by nothing but what still looks for an address
+    std::thread thread_;                   // last, as it uses everything
 };
 
 } // namespace host::remote

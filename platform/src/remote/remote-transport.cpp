@@ -12,7 +12,6 @@
 #include <memory>
 #include <netdb.h>
 #include <set>
-#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -27,8 +26,7 @@ Setting needed(const std::string& name, const std::string& why) {
 std::set<std::string> clientKeys(const std::string& why) {
     const Setting listed = needed("keys.clients", why);
     std::set<std::string> keys;
-    std::istringstream list(listed.text);
-    for (std::string key; std::getline(list, key, ',');) {
+    for (const std::string& key : itemsOf(listed)) {
         checkKey(key, listed.origin + ": keys.clients");
         keys.insert(key);
     }
@@ -36,19 +34,45 @@ std::set<std::string> clientKeys(const std::string& why) {
     return keys;
 }
 
+// "tcp://ADDRESS:PORT", the address being in numbers, as the relay has no time to ask for names.
+std::string addressOf(const std::string& service, const std::string& endpoint, const Place& place, int flags = 0) {
+    return "tcp://" + resolved(service, endpoint, place, flags) + ':' + place.port;
+}
+
+// As above, or empty when the host is a name.
+std::string addressWithoutAsking(const std::string& service, const std::string& endpoint, const Place& place) {
+    try {
+        return addressOf(service, endpoint, place, AI_NUMERICHOST);
+    } catch (const std::runtime_error&) {
+        return {};
+    }
+}
+
 class RemoteConnector final : public io::Connector {
 public:
-    RemoteConnector(boost::asio::io_context& io, std::shared_ptr<Relay> relay, std::string endpoint, std::string key)
+    RemoteConnector(boost::asio::io_context& io, std::shared_ptr<Relay> relay, std::string service,
+                    std::string endpoint, std::string key)
         : io_(io),
           relay_(std::move(relay)),
+          service_(std::move(service)),
           endpoint_(std::move(endpoint)),
           key_(std::move(key)),
+          place_(placeOf(service_, endpoint_, 1)),
+          fixedAddress_(addressWithoutAsking(service_, endpoint_, place_)),
           mailbox_(std::make_shared<Mailbox>(io)) {}
 
     const std::string& address() const override { return endpoint_; }
     void connect(const Answer& answer) override {
-        mailbox_->wait([this, answer] { take(answer); });
-        relay_->connect(endpoint_, key_, mailbox_);
+        try {
+            mailbox_->wait([this, answer] { take(answer); });
+            if (!fixedAddress_.empty()) return relay_->connect(fixedAddress_, key_, mailbox_);
+            relay_->connect([service = service_, endpoint = endpoint_,
+                             place = place_] { return addressOf(service, endpoint, place); },
+                            key_, mailbox_);
+        } catch (const std::exception& error) { // no memory, or no thread
+            mailbox_->wait(nullptr);
+            answer(nullptr, error.what());
+        }
     }
 
 private:
@@ -66,7 +90,9 @@ private:
 
     boost::asio::io_context& io_;
     const std::shared_ptr<Relay> relay_;
-    const std::string endpoint_, key_;
+    const std::string service_, endpoint_, key_;
+    const Place place_;
+    const std::string fixedAddress_; // or empty: the name is asked for anew for each attempt
     const std::shared_ptr<Mailbox> mailbox_;
 };
 
@@ -111,18 +137,16 @@ std::unique_ptr<io::Connector> makeConnector(boost::asio::io_context& io, std::s
     const std::string name = "keys.services." + service;
     const Setting key = needed(name, "service " + service + " is at " + endpoint + " and has to prove its key");
     checkKey(key.text, key.origin + ": " + name);
-    (void)resolved(service, endpoint, placeOf(service, endpoint, 1), 0); // found anew by each attempt
-    return std::make_unique<RemoteConnector>(io, std::move(relay), endpoint, key.text);
+    (void)addressOf(service, endpoint, placeOf(service, endpoint, 1));
+    return std::make_unique<RemoteConnector>(io, std::move(relay), service, endpoint, key.text);
 }
 
 std::unique_ptr<io::Listener> makeListener(boost::asio::io_context& io, std::shared_ptr<Relay> relay,
                                            const std::string& service, const std::string& endpoint) {
-    const Place place = placeOf(service, endpoint, 0);
+    const Place place = placeToServeAt(service, endpoint);
     const auto keys = clientKeys("service " + service + " is offered at " + endpoint + " to known clients only");
-    const std::string host = place.host == "*" ? place.host : resolved(service, endpoint, place, AI_PASSIVE);
     try {
-        return std::make_unique<RemoteListener>(io, std::move(relay), service, "tcp://" + host + ':' + place.port,
-                                                keys);
+        return std::make_unique<RemoteListener>(io, std::move(relay), service, textOf(place), keys);
     } catch (const zmq::error_t& error) {
         throw std::runtime_error("service " + service + ": cannot listen at " + endpoint + ": " + error.what());
     }

@@ -1,10 +1,13 @@
 #include "remote/service-side.h"
 
-#include "io/log.h"
+#include "remote/log.h"
 #include "remote/socket-pair.h"
 
 #include <algorithm>
 #include <exception>
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <utility>
 
 namespace host::remote {
@@ -16,6 +19,17 @@ constexpr int mostAtOnce = 256; // messages; others want to be looked after, too
 // The library tells of a connection's end a moment before it knows itself that nothing can be delivered any more.
 constexpr int probesAfterAnEnd = 5;
 constexpr auto probePause = 10ms;
+constexpr int mostEventsAtOnce = 1024;
+constexpr int kindsOfEvents = ZMQ_EVENT_ACCEPTED | ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL |
+                              ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL | ZMQ_EVENT_DISCONNECTED;
+
+// How many connections may be there without a stream. At a thousand new ones in a second each still has a quarter of a
+// second to prove its key. They never have more than a part of the process's descriptors.
+std::size_t placesForStrangers() {
+    rlimit descriptors{};
+    if (getrlimit(RLIMIT_NOFILE, &descriptors) != 0) return 64;
+    return std::clamp<std::size_t>(descriptors.rlim_cur / 4, 16, 256);
+}
 
 // A property of the connection that a message came by.
 std::string property(const zmq::message_t& message, const char* name) {
@@ -31,8 +45,9 @@ ServiceSide::ServiceSide(const Common& common, const std::string& service, const
       heartbeat_(common.heartbeat),
       clientKeys_(std::move(clientKeys)),
       mailbox_(std::move(mailbox)),
+      places_(placesForStrangers()),
       socket_(makeSocket(common, zmq::socket_type::router)),
-      monitor_(common, socket_),
+      monitor_(common, socket_, kindsOfEvents),
       due_(Clock::now() + heartbeat_) {
     socket_.set(zmq::sockopt::curve_server, true);
     socket_.set(zmq::sockopt::zap_domain, service_);
@@ -63,14 +78,17 @@ void ServiceSide::handle(const zmq_pollitem_t* items) {
     bool more = (items[0].revents & ZMQ_POLLIN) != 0;
     for (int i = 0; more && i < mostAtOnce; ++i) more = receive();
     if (!more && (items[1].revents & ZMQ_POLLIN) != 0) {
-        for (Event event = monitor_.next(); event.kind != 0; event = monitor_.next()) onEvent(event);
+        Event event = monitor_.next();
+        for (int i = 1; event.kind != 0; event = i++ < mostEventsAtOnce ? monitor_.next() : Event{}) onEvent(event);
         forgetReasonsOfNobody();
+        makeRoomForOthers();
     }
     forgetThoseWhoLeft();
 }
 
 void ServiceSide::lookAfter(Clock::time_point now) {
     if (now < due_) return;
+    debug::LineLimit::tellHeldBack();
     for (const auto& [identity, client] : clients_) client->link.probe();
     forgetThoseWhoLeft();
     probes_ = std::max(probes_ - 1, 0);
@@ -136,8 +154,8 @@ void ServiceSide::open(const std::string& identity, const zmq::message_t& frame)
     auto [ours, theirs] = socketPair();
     auto client = std::make_unique<Client>(*this, identity, property(frame, "User-Id"), std::move(ours));
     if (!client->send(FrameKind::Open, &protocolVersion, 1)) return;
-    IO_LOG(vdlDebugProgress, "service %s: %s came with the key %s\n", service_.c_str(),
-           property(frame, "Peer-Address").c_str(), client->key.c_str());
+    REMOTE_LOG_LIMITED(vdlDebugProgress, "service %s: %s came with the key %s\n", service_.c_str(),
+                       property(frame, "Peer-Address").c_str(), client->key.c_str());
     opened_.emplace(descriptor, identity);
     clients_.emplace(identity, std::move(client));
     mailbox_->put({std::move(theirs), {}});
@@ -149,7 +167,7 @@ void ServiceSide::open(const std::string& identity, const zmq::message_t& frame)
 void ServiceSide::onEvent(const Event& event) {
     switch (event.kind) {
         case ZMQ_EVENT_ACCEPTED:
-            ++connections_;
+            accepted_.push_back({static_cast<int>(event.value)});
             break;
         case ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL:
             whyRefused_.emplace_back("a stranger that does not know this service's key, or speaks no CURVE");
@@ -158,29 +176,64 @@ void ServiceSide::onEvent(const Event& event) {
             whyRefused_.emplace_back("a stranger that left, or said nothing for 3 s, before it had proven its key");
             break;
         case ZMQ_EVENT_DISCONNECTED:
-            --connections_;
-            if (const auto known = opened_.lower_bound(static_cast<int>(event.value)); // the oldest
-                known != opened_.end() && known->first == static_cast<int>(event.value)) {
-                opened_.erase(known);
-                probes_ = probesAfterAnEnd;
-                due_ = Clock::now();
-            } else if (whyRefused_.empty()) {
-                refuse("a stranger that speaks another protocol");
-            } else {
-                refuse(whyRefused_.front());
-                whyRefused_.pop_front();
-            }
+            onEnd(static_cast<int>(event.value));
             break;
         default:
             break;
     }
 }
 
+void ServiceSide::onEnd(int descriptor) {
+    bool madeWay = false;
+    if (const auto ended = std::find_if(accepted_.begin(), accepted_.end(),
+                                        [&](const Accepted& one) { return one.descriptor == descriptor; });
+        ended != accepted_.end()) {
+        madeWay = ended->madeWay;
+        accepted_.erase(ended);
+    }
+    if (const auto known = opened_.lower_bound(descriptor); known != opened_.end() && known->first == descriptor) {
+        opened_.erase(known); // the oldest
+        probes_ = probesAfterAnEnd;
+        due_ = Clock::now();
+        return;
+    }
+    std::string reason = "a stranger that speaks another protocol";
+    if (!whyRefused_.empty()) {
+        reason = std::move(whyRefused_.front());
+        whyRefused_.pop_front();
+    }
+    refuse(madeWay ? "a stranger that made way for others before it had proven its key" : reason);
+}
+
 void ServiceSide::refuse(const std::string& reason) { mailbox_->putRefusal(reason); }
 
 // Something can be wrong with an honest client's connection, too, whose end takes no reason.
 void ServiceSide::forgetReasonsOfNobody() {
-    while (!whyRefused_.empty() && whyRefused_.size() + opened_.size() > connections_) whyRefused_.pop_front();
+    while (!whyRefused_.empty() && whyRefused_.size() + opened_.size() > accepted_.size()) whyRefused_.pop_front();
+}
+
+// The oldest strangers make way. The library has no word for it, but a connection that is shut down it ends by itself.
+void ServiceSide::makeRoomForOthers() {
+    if (accepted_.size() <= opened_.size() + places_) return;
+    std::size_t tooMany = accepted_.size() - opened_.size() - places_;
+    for (auto one = accepted_.begin(); one != accepted_.end() && tooMany > 0; ++one) {
+        if (opened_.count(one->descriptor) != 0) continue;
+        --tooMany;
+        if (std::exchange(one->madeWay, true) || !isOwnConnection(one->descriptor)) continue;
+        ::shutdown(one->descriptor, SHUT_RDWR);
+    }
+}
+
+// Whether a descriptor, whose connection may have ended meanwhile, is that of a connection to this service.
+bool ServiceSide::isOwnConnection(int descriptor) const {
+    sockaddr_storage own{};
+    socklen_t size = sizeof own;
+    if (::getsockname(descriptor, reinterpret_cast<sockaddr*>(&own), &size) != 0) return false;
+    in_port_t port = 0;
+    if (own.ss_family == AF_INET) port = reinterpret_cast<const sockaddr_in&>(own).sin_port;
+    if (own.ss_family == AF_INET6) port = reinterpret_cast<const sockaddr_in6&>(own).sin6_port;
+    const std::string address = this->address();
+    return address.substr(address.rfind(':') + 1) == std::to_string(ntohs(port));
 }
 
 void ServiceSide::forgetThoseWhoLeft() {
@@ -196,7 +249,8 @@ void ServiceSide::forgetThoseWhoLeft() {
 }
 
 void ServiceSide::onFault(const std::string& reason) {
-    IO_LOG(vdlDebugFailure, "service %s: a client on another host was lost: %s\n", service_.c_str(), reason.c_str());
+    REMOTE_LOG_LIMITED(vdlDebugFailure, "service %s: a client on another host was lost: %s\n", service_.c_str(),
+                       reason.c_str());
 }
 
 } // namespace host::remote

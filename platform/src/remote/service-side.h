@@ -47,26 +47,35 @@ private:
         bool polled = false; // whether the link's socket is among the items
     };
 
+    struct Accepted {
+        int descriptor;
+        bool madeWay = false;
+    };
+
     bool sendTo(const std::string& identity, FrameKind kind, const char* data, std::size_t size) noexcept;
     bool receive();
     void onFrame(const std::string& identity, const zmq::message_t& frame);
     void open(const std::string& identity, const zmq::message_t& frame);
     void onEvent(const Event& event);
+    void onEnd(int descriptor);
     void refuse(const std::string& reason);
     void forgetReasonsOfNobody();
+    void makeRoomForOthers();
+    bool isOwnConnection(int descriptor) const;
     void forgetThoseWhoLeft();
 
     const std::string service_;
     const std::chrono::milliseconds heartbeat_;
     const std::set<std::string> clientKeys_;
     const std::shared_ptr<Mailbox> mailbox_;
+    const std::size_t places_; // for connections without a stream
     zmq::socket_t socket_;
     Monitor monitor_;                                        // ends before the socket
     std::map<std::string, std::unique_ptr<Client>> clients_; // by identity
     // Of connections that had a stream and whose end is not reported yet: identities by descriptor, which two may share
     // when the first has ended already.
     std::multimap<int, std::string> opened_;
-    std::size_t connections_ = 0;        // whose beginning has been reported and whose end has not
+    std::deque<Accepted> accepted_; // connections whose beginning has been reported and whose end has not, in order
     std::deque<std::string> whyRefused_; // what was wrong with strangers' connections that will be reported as ended
     Clock::time_point due_;
     int probes_ = 0; // to come soon, as somebody has left

@@ -38,13 +38,13 @@ zmq::socket_t makeSocket(const Common& common, zmq::socket_type type) {
     return socket;
 }
 
-Monitor::Monitor(const Common& common, zmq::socket_t& watched)
+Monitor::Monitor(const Common& common, zmq::socket_t& watched, int kinds)
     : watched_(watched), socket_(common.context, zmq::socket_type::pair) {
     static std::atomic<unsigned> number{0};
     const std::string place = "inproc://monitor-" + std::to_string(++number);
     socket_.set(zmq::sockopt::linger, 0);
     socket_.set(zmq::sockopt::rcvhwm, 0); // the library's own thread waits until an event is taken
-    if (zmq_socket_monitor(watched.handle(), place.c_str(), ZMQ_EVENT_ALL) != 0) throw zmq::error_t();
+    if (zmq_socket_monitor(watched.handle(), place.c_str(), kinds) != 0) throw zmq::error_t();
     socket_.connect(place);
 }
 

@@ -28,10 +28,10 @@ struct Event {
     std::uint32_t value = 0; // a descriptor, or an error
 };
 
-// Hears of what happens to the connections of a socket, which it must not outlast.
+// Hears of what happens to the connections of a socket, which it must not outlast: of those kinds of events.
 class Monitor {
 public:
-    Monitor(const Common& common, zmq::socket_t& watched);
+    Monitor(const Common& common, zmq::socket_t& watched, int kinds);
     ~Monitor();
     Monitor(const Monitor&) = delete;
     Monitor& operator=(const Monitor&) = delete;
