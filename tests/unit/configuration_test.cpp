@@ -115,6 +115,8 @@ TEST_F(Configuration, JoinsTheItemsOfAListWithCommas) {
     EXPECT_EQ(valueOf("keys.clients"), "");
     setenv("TVSA_CLIENT_KEYS", "three,four", 1);
     EXPECT_EQ(valueOf("keys.clients"), "three,four");
+    EXPECT_THAT(itemsOf(*setting("keys.clients")), testing::ElementsAre("three", "four"));
+    EXPECT_TRUE(host::itemsOf({}).empty());
     for (const char* wrong : {",", "three,", ",four", "three,,four"}) {
         setenv("TVSA_CLIENT_KEYS", wrong, 1);
         EXPECT_EQ(refusalOf([] { setting("keys.clients"); }),

@@ -7,6 +7,7 @@
 #include <host/message-queue.h>
 
 #include <memory>
+#include <netinet/in.h>
 
 namespace {
 
@@ -34,6 +35,16 @@ protected:
         queue->start();
     }
     Diagnosis check() const { return checkService(tv, 10s); }
+    // With which a process that serves it would end.
+    std::string whyItCannotBeServed() {
+        try {
+            serve();
+            return "";
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+    }
+    int port() const { return std::stoi(address.substr(address.rfind(':') + 1)); }
 
     const host::LogCapture quiet; // of the service in this process
     const Service tv = services().at(0);
@@ -123,6 +134,68 @@ TEST_F(DoctorBetweenHosts, WarnsOfKeysThatNobodyNeeds) {
     const Diagnosis diagnosis = checkKeys();
     for (const char* name : {"keys.file", "keys.clients", "keys.services.tvservice"})
         EXPECT_THAT(diagnosis, finds(Severity::warning, name, "not used"));
+}
+
+TEST_F(DoctorBetweenHosts, FindsAnAddressAtWhichTheServiceWouldNotStart) {
+    set("TVSA_SERVICE_KEY_TVSERVICE", "");
+    for (const char* endpoint :
+         {"tcp://foo", "tcp://192.0.2.1:7000", "tcp://no-such.invalid:7000", "tcp://[2001:db8::1]:7000"}) {
+        set("TVSA_ENDPOINT_TVSERVICE", endpoint);
+        const std::string why = whyItCannotBeServed();
+        ASSERT_NE(why, "") << endpoint;
+        const Diagnosis diagnosis = check();
+        EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", why));
+        EXPECT_EQ(complaintsIn(diagnosis), 1U);
+        EXPECT_TRUE(diagnosis.doors.empty());
+    }
+}
+
+TEST_F(DoctorBetweenHosts, TakesAnAddressElsewhereWithAKeyForThatOfAServiceThatIsUsed) {
+    set("TVSA_ENDPOINT_TVSERVICE", "tcp://192.0.2.1:7000");
+    set("TVSA_KEY_FILE", ""); // so that nobody goes there
+    const Diagnosis diagnosis = check();
+    EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "was not tried, for want of keys"));
+    EXPECT_EQ(complaintsIn(diagnosis), 1U);
+    EXPECT_TRUE(diagnosis.doors.empty());
+}
+
+TEST_F(DoctorBetweenHosts, WarnsOfAServiceThatNobodyOffers) {
+    set("TVSA_SERVICE_KEY_TVSERVICE", "");
+    EXPECT_THAT(check(), finds(Severity::warning, "tvservice", "not running: nobody listens at " + address));
+    serve();
+    EXPECT_EQ(complaintsIn(check()), 0U);
+}
+
+TEST_F(DoctorBetweenHosts, TellsListenersAtOtherAddressesFromOneHere) {
+    set("TVSA_SERVICE_KEY_TVSERVICE", "");
+    const auto listenAt = [this](in_addr_t host) {
+        const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in place{};
+        place.sin_family = AF_INET;
+        place.sin_port = htons(static_cast<in_port_t>(port()));
+        place.sin_addr.s_addr = htonl(host);
+        EXPECT_EQ(0, ::bind(listener, reinterpret_cast<const sockaddr*>(&place), sizeof place));
+        EXPECT_EQ(0, ::listen(listener, 1));
+        return listener;
+    };
+    const int elsewhere = listenAt(INADDR_LOOPBACK + 1);
+    EXPECT_THAT(check().doors, Contains(Field(&Door::state, "nobody listens here")));
+    set("TVSA_ENDPOINT_TVSERVICE", "tcp://*:" + std::to_string(port()));
+    EXPECT_THAT(check().doors, Contains(Field(&Door::state, "nobody listens here")));
+    ::close(elsewhere);
+    const int everywhere = listenAt(INADDR_ANY);
+    EXPECT_THAT(check().doors, Contains(Field(&Door::state, "a process listens here")));
+    set("TVSA_ENDPOINT_TVSERVICE", address);
+    EXPECT_THAT(check().doors, Contains(Field(&Door::state, "a process listens here")));
+    ::close(everywhere);
+}
+
+TEST_F(DoctorBetweenHosts, WarnsOfAPortThatNoClientCanKnow) {
+    set("TVSA_SERVICE_KEY_TVSERVICE", "");
+    set("TVSA_ENDPOINT_TVSERVICE", "tcp://127.0.0.1:0");
+    const Diagnosis diagnosis = check();
+    EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "has another port after each start"));
+    EXPECT_EQ(complaintsIn(diagnosis), 1U);
 }
 
 TEST_F(DoctorBetweenHosts, FindsAnAddressThatIsNone) {

@@ -35,6 +35,9 @@ struct Setting {
 // setting has.
 std::optional<Setting> setting(const std::string& name);
 
+// The items of a setting that is a list.
+std::vector<std::string> itemsOf(const Setting& list);
+
 struct NamedSetting {
     std::string name;
     std::string variable;

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <set>
+#include <sstream>
 #include <string_view>
 #include <unistd.h>
 
@@ -120,6 +121,13 @@ std::uint64_t numberOf(const std::string& name, std::string& problem) {
 
 std::optional<Setting> setting(const std::string& name) {
     return config::valueOf(config::knownOf(name), name, config::readFiles().values);
+}
+
+std::vector<std::string> itemsOf(const Setting& list) {
+    std::vector<std::string> items;
+    std::istringstream text(list.text);
+    for (std::string item; std::getline(text, item, ',');) items.push_back(item);
+    return items;
 }
 
 std::vector<NamedSetting> settings() {

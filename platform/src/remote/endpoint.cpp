@@ -1,20 +1,59 @@
 #include "remote/endpoint.h"
 
+#include "io/file-descriptor.h"
+
+#include <cerrno>
 #include <charconv>
 #include <memory>
 #include <netdb.h>
 #include <stdexcept>
 #include <string_view>
 #include <sys/socket.h>
+#include <system_error>
 
 namespace host {
 namespace {
+
 constexpr std::string_view scheme = "tcp://";
+
+using Addresses = std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)>;
+
+Addresses addressesOf(const std::string& service, const std::string& endpoint, const Place& place, int flags) {
+    addrinfo hints{}, *found = nullptr;
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = flags | AI_NUMERICSERV;
+    const int error = ::getaddrinfo(place.host.c_str(), place.port.c_str(), &hints, &found);
+    if (error != 0)
+        throw std::runtime_error("service " + service + ": no address for the host of " + endpoint + ": " +
+                                 gai_strerror(error));
+    return {found, ::freeaddrinfo};
+}
+
+std::string numbersOf(const std::string& service, const std::string& endpoint, const addrinfo& address) {
+    std::string host(NI_MAXHOST, '\0');
+    if (::getnameinfo(address.ai_addr, address.ai_addrlen, host.data(), NI_MAXHOST, nullptr, 0, NI_NUMERICHOST) != 0)
+        throw std::runtime_error("service " + service + ": no address for the host of " + endpoint);
+    host.resize(host.find('\0'));
+    return host;
+}
+
+std::string inBrackets(const std::string& host) {
+    return host.find(':') == std::string::npos ? host : '[' + host + ']';
+}
+
+// The address has no port, so that whoever has the service's own is in nobody's way.
+void checkThatItIsOurs(const std::string& service, const std::string& endpoint, const addrinfo& address) {
+    const io::FileDescriptor probe(::socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (probe && ::bind(probe.get(), address.ai_addr, address.ai_addrlen) == 0) return;
+    if (errno == EADDRINUSE) return; // it is, but all of its ports are taken
+    throw std::runtime_error("service " + service + ": cannot listen at " + endpoint + ": " +
+                             std::system_category().message(errno));
+}
+
 } // namespace
 
 bool isRemote(const std::string& endpoint) { return endpoint.starts_with(scheme); }
-
-namespace remote {
 
 Place placeOf(const std::string& service, const std::string& endpoint, unsigned lowestPort) {
     const auto colon = endpoint.rfind(':');
@@ -32,21 +71,23 @@ Place placeOf(const std::string& service, const std::string& endpoint, unsigned 
     return place;
 }
 
+Place placeToServeAt(const std::string& service, const std::string& endpoint) {
+    Place place = placeOf(service, endpoint);
+    if (place.host == "*") return place;
+    const auto found = addressesOf(service, endpoint, {place.host, "0"}, AI_PASSIVE);
+    checkThatItIsOurs(service, endpoint, *found);
+    place.host = numbersOf(service, endpoint, *found);
+    return place;
+}
+
+bool isEveryAddress(const std::string& host) { return host == "*" || host == "0.0.0.0" || host == "::"; }
+
+namespace remote {
+
+std::string textOf(const Place& place) { return std::string(scheme) + inBrackets(place.host) + ':' + place.port; }
+
 std::string resolved(const std::string& service, const std::string& endpoint, const Place& place, int flags) {
-    addrinfo hints{}, *found = nullptr;
-    hints.ai_family = AF_UNSPEC;
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = flags | AI_NUMERICSERV;
-    const int error = ::getaddrinfo(place.host.c_str(), place.port.c_str(), &hints, &found);
-    if (error != 0)
-        throw std::runtime_error("service " + service + ": no address for the host of " + endpoint + ": " +
-                                 gai_strerror(error));
-    const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> all(found, ::freeaddrinfo);
-    std::string host(NI_MAXHOST, '\0');
-    if (::getnameinfo(all->ai_addr, all->ai_addrlen, host.data(), NI_MAXHOST, nullptr, 0, NI_NUMERICHOST) != 0)
-        throw std::runtime_error("service " + service + ": no address for the host of " + endpoint);
-    host.resize(host.find('\0'));
-    return host.find(':') == std::string::npos ? host : '[' + host + ']';
+    return inBrackets(numbersOf(service, endpoint, *addressesOf(service, endpoint, place, flags)));
 }
 
 } // namespace remote

@@ -1,4 +1,4 @@
-// The parts of an endpoint on a network, and the addresses behind its name.
+// Endpoints as the library takes them: with addresses in the place of names.
 #pragma once
 
 #include <host/endpoint.h>
@@ -7,15 +7,11 @@
 
 namespace host::remote {
 
-struct Place {
-    std::string host; // without brackets
-    std::string port;
-};
+// "tcp://HOST:PORT"
+std::string textOf(const Place& place);
 
-// The two parts of an endpoint. Throws std::runtime_error, as the next does, whose text begins with the service.
-Place placeOf(const std::string& service, const std::string& endpoint, unsigned lowestPort);
-
-// The first address of a place, in numbers; flags are those of getaddrinfo.
+// The first address of a place, in numbers; one with colons is in brackets. Flags are those of getaddrinfo. Throws
+// std::runtime_error, whose text begins with the service.
 std::string resolved(const std::string& service, const std::string& endpoint, const Place& place, int flags);
 
 } // namespace host::remote

@@ -1,53 +1,15 @@
 #include "attempt.h"
+#include "listeners.h"
 
 #include <host/configuration.h>
 #include <host/endpoint.h>
 #include <host/keys.h>
 
-#include <algorithm>
-#include <charconv>
-#include <fstream>
 #include <set>
-#include <sstream>
 #include <stdexcept>
-#include <string_view>
 
 namespace tvctl::doctor {
 namespace {
-
-constexpr std::string_view scheme = "tcp://";
-
-std::string hostOf(const std::string& endpoint) {
-    const auto colon = endpoint.rfind(':');
-    return endpoint.substr(scheme.size(), colon < scheme.size() ? 0 : colon - scheme.size());
-}
-
-unsigned portOf(const std::string& endpoint) {
-    unsigned port = 0;
-    const auto colon = endpoint.rfind(':');
-    std::from_chars(endpoint.data() + colon + 1, endpoint.data() + endpoint.size(), port);
-    return port;
-}
-
-bool isEveryAddress(const std::string& host) { return host == "*" || host == "0.0.0.0" || host == "[::]"; }
-
-// Whether a process of this machine listens at a port, as the system tells everybody: who knocks at such a door without
-// a key is written down as a stranger.
-bool isListening(unsigned wanted) {
-    constexpr const char* listening = "0A";
-    for (const char* table : {"/proc/net/tcp", "/proc/net/tcp6"}) {
-        std::ifstream lines(table);
-        for (std::string line; std::getline(lines, line);) {
-            std::istringstream words(line);
-            std::string number, own, other, state;
-            if (!(words >> number >> own >> other >> state) || state != listening) continue;
-            unsigned port = 0;
-            std::from_chars(own.data() + own.rfind(':') + 1, own.data() + own.size(), port, 16);
-            if (port == wanted) return true;
-        }
-    }
-    return false;
-}
 
 // What is wrong with this machine's own keys.
 std::optional<std::string> problemOfOwnKeys() {
@@ -71,23 +33,27 @@ bool isKey(Diagnosis& diagnosis, const std::string& subject, const std::string& 
     }
 }
 
-// For who offers the service.
-void checkOffer(Diagnosis& diagnosis, const Service& service, const std::string& endpoint,
+// For who offers the service, at an address that its process can have.
+void checkOffer(Diagnosis& diagnosis, const Service& service, const std::string& endpoint, const host::Place& place,
                 const host::Setting& clients) {
     std::set<std::string> keys;
-    std::istringstream list(clients.text);
-    for (std::string key; std::getline(list, key, ',');)
+    for (const std::string& key : host::itemsOf(clients))
         if (isKey(diagnosis, "keys.clients", key, clients.origin) && !keys.insert(key).second)
             diagnosis.warn("keys.clients", clients.origin + " has a key twice: " + key, "remove one");
     if (keys.empty())
         return diagnosis.wrong("keys.clients", clients.origin + " names no client, so that nobody can come",
                                "name the public keys of the clients");
-    const bool served = isListening(portOf(endpoint));
     const std::string holders =
         keys.size() == 1 ? "the holder of one key" : "the holders of " + std::to_string(keys.size()) + " keys";
-    diagnosis.doors.push_back({endpoint, holders, served ? "a process listens here" : "nobody listens here"});
     diagnosis.ok(service.name, "where it is offered at " + endpoint + ", " + holders + " may come");
-    if (isEveryAddress(hostOf(endpoint)))
+    const bool served = isListening(place);
+    diagnosis.doors.push_back({endpoint, holders, served ? "a process listens here" : "nobody listens here"});
+    if (portOf(place) == 0)
+        diagnosis.warn(service.name, endpoint + " has another port after each start, which no client can know",
+                       "name the port in endpoints." + service.name);
+    else if (!served)
+        diagnosis.warn(service.name, "not running: nobody listens at " + endpoint, "start it");
+    if (host::isEveryAddress(place.host))
         diagnosis.warn(service.name, endpoint + " is at every address of this machine, in all its networks",
                        "name the address that clients use");
 }
@@ -96,9 +62,6 @@ void checkOffer(Diagnosis& diagnosis, const Service& service, const std::string&
 void checkUse(Diagnosis& diagnosis, const Service& service, const std::string& endpoint, const host::Setting& key,
               std::chrono::milliseconds timeout) {
     if (!isKey(diagnosis, "keys.services." + service.name, key.text, key.origin)) return;
-    if (isEveryAddress(hostOf(endpoint)))
-        return diagnosis.wrong(service.name, endpoint + " is an address to listen at, and none to connect to",
-                               "name the host in endpoints." + service.name);
     if (problemOfOwnKeys())
         return diagnosis.warn(service.name, endpoint + " was not tried, for want of keys", "mend keys.file first");
     if (const auto failure = failureOfAttempt(service, timeout))
@@ -111,11 +74,32 @@ void checkUse(Diagnosis& diagnosis, const Service& service, const std::string& e
 
 Diagnosis checkRemoteService(const Service& service, const std::string& endpoint, std::chrono::milliseconds timeout) {
     Diagnosis diagnosis;
-    const std::string nameOfKey = "keys.services." + service.name;
+    const std::string nameOfKey = "keys.services." + service.name, nameOfEndpoint = "endpoints." + service.name;
     const auto clients = host::setting("keys.clients"), key = host::setting(nameOfKey);
-    if (clients) checkOffer(diagnosis, service, endpoint, *clients);
-    if (key) checkUse(diagnosis, service, endpoint, *key, timeout);
-    if (!clients && (!key || isEveryAddress(hostOf(endpoint))))
+    bool everywhere = false;
+    try {
+        everywhere = host::isEveryAddress(host::placeOf(service.name, endpoint).host);
+    } catch (const std::runtime_error& error) {
+        diagnosis.wrong(service.name, error.what(), "mend " + nameOfEndpoint);
+        return diagnosis;
+    }
+    if (clients) {
+        try {
+            checkOffer(diagnosis, service, endpoint, host::placeToServeAt(service.name, endpoint), *clients);
+        } catch (const std::runtime_error& error) {
+            // With a key it is a service elsewhere, which this machine uses beside those that it offers.
+            if (!key)
+                diagnosis.wrong(service.name, error.what(),
+                                "name an address of this machine in " + nameOfEndpoint +
+                                    ", or, to use it elsewhere, its key in " + nameOfKey);
+        }
+    }
+    if (key && everywhere)
+        diagnosis.wrong(service.name, endpoint + " is an address to listen at, and none to connect to",
+                        "name the host in " + nameOfEndpoint);
+    else if (key)
+        checkUse(diagnosis, service, endpoint, *key, timeout);
+    if (!clients && (!key || everywhere))
         diagnosis.wrong(service.name,
                         endpoint + " is without keys: keys.clients is not configured" +
                             (key ? "" : ", and neither is " + nameOfKey),

@@ -1,0 +1,65 @@
+#include "listeners.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string_view>
+#include <vector>
+
+namespace tvctl::doctor {
+namespace {
+
+// An address as the system's tables write it; all of them as addresses of IPv6, as which a socket for both kinds has
+// those of IPv4.
+std::string inTables(const std::string& host) {
+    in6_addr address{};
+    const std::string numbers = host.substr(0, host.find('%')); // without the network that it is in
+    inet_pton(AF_INET6, (numbers.find(':') == std::string::npos ? "::ffff:" + numbers : numbers).c_str(), &address);
+    std::array<std::uint32_t, 4> words{};
+    std::memcpy(words.data(), &address, sizeof address);
+    char text[33];
+    std::snprintf(text, sizeof text, "%08X%08X%08X%08X", words[0], words[1], words[2], words[3]);
+    return text;
+}
+
+bool isIn(const char* table, const std::string& before, const std::vector<std::string>& addresses, unsigned port) {
+    constexpr std::string_view listening = "0A";
+    std::ifstream lines(table);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::string number, own, other, state;
+        if (!(words >> number >> own >> other >> state) || state != listening) continue;
+        const auto colon = own.rfind(':');
+        unsigned ownPort = 0;
+        std::from_chars(own.data() + colon + 1, own.data() + own.size(), ownPort, 16);
+        if (ownPort == port &&
+            std::find(addresses.begin(), addresses.end(), before + own.substr(0, colon)) != addresses.end())
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+unsigned portOf(const host::Place& place) {
+    unsigned port = 0;
+    std::from_chars(place.port.data(), place.port.data() + place.port.size(), port);
+    return port;
+}
+
+bool isListening(const host::Place& place) {
+    const std::string everyOld = inTables("0.0.0.0"), every = inTables("::");
+    const std::vector<std::string> addresses{every, everyOld,
+                                             host::isEveryAddress(place.host) ? every : inTables(place.host)};
+    const std::string before = everyOld.substr(0, everyOld.size() - 8);
+    return isIn("/proc/net/tcp6", "", addresses, portOf(place)) ||
+           isIn("/proc/net/tcp", before, addresses, portOf(place));
+}
+
+} // namespace tvctl::doctor
