@@ -5,9 +5,12 @@
 #include <host/log-capture.h>
 #include <host/message-queue.h>
 #include <host/run-log-file.h>
+#include <host/shell-client.h>
 #include <lrt/run-log-store.h>
 
+#include <array>
 #include <chrono>
+#include <future>
 #include <io/socket-lock.h>
 
 namespace {
@@ -200,6 +203,39 @@ TEST_F(DoctorOfShells, FindsOneThatDoesNotAnswer) {
     EXPECT_THAT(checkShell(socket, 50ms), finds(Severity::wrong, "frame-host", "timed out"));
     ::close(silent);
     EXPECT_THAT(checkShell(socket, patience), finds(Severity::warning, "frame-host", "is stale"));
+}
+
+TEST_F(DoctorOfShells, WarnsOfOneThatHasItsClientsAlready) {
+    const host::LogCapture quiet; // of the shell, which turns one away
+    appovshell::ShellServer shell;
+    shell.open(socket, geteuid());
+    shell.start();
+    std::array<host::ShellClient, appovshell::ShellServer::maximumClients> clients;
+    for (auto& client : clients) {
+        client.connect(socket);
+        ASSERT_EQ(client.run("help").status, 0);
+    }
+    const Diagnosis diagnosis = checkShell(socket, patience);
+    EXPECT_THAT(diagnosis, finds(Severity::warning, "frame-host", "the shell has its 16 clients already"));
+    EXPECT_EQ(diagnosis.findings.size(), 1U);
+}
+
+TEST_F(DoctorOfShells, FindsOneWhoseCommandsFail) {
+    const int listener = listenAt(socket);
+    const auto shell = std::async(std::launch::async, [listener] {
+        ::close(::accept(listener, nullptr, nullptr)); // who looks whether anybody is here
+        const int client = ::accept(listener, nullptr, nullptr);
+        char request[256];
+        EXPECT_GT(::recv(client, request, sizeof request, 0), 0);
+        const std::string reply = "{\"status\":-5,\"error\":\"out of order\"}\n";
+        EXPECT_EQ(::send(client, reply.data(), reply.size(), MSG_NOSIGNAL), static_cast<ssize_t>(reply.size()));
+        ::close(client);
+    });
+    const Diagnosis diagnosis = checkShell(socket, patience);
+    EXPECT_THAT(diagnosis, finds(Severity::wrong, "frame-host", "out of order"));
+    EXPECT_EQ(diagnosis.findings.size(), 1U);
+    shell.wait();
+    ::close(listener);
 }
 
 TEST_F(DoctorOfShells, HasNothingToSayOfOneThatIsGone) { EXPECT_TRUE(checkShell(socket, patience).findings.empty()); }

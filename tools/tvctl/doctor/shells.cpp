@@ -3,6 +3,7 @@
 
 #include <host/shell-client.h>
 
+#include <cerrno>
 #include <exception>
 #include <filesystem>
 
@@ -18,8 +19,15 @@ Diagnosis checkShell(const std::string& socket, std::chrono::milliseconds timeou
     try {
         host::ShellClient client;
         client.connect(socket);
-        client.run("help", true, timeout);
-        diagnosis.ok(process, "process " + std::to_string(state.process) + " answers in its shell");
+        const auto reply = client.run("help", true, timeout);
+        if (reply.status == -EAGAIN)
+            diagnosis.warn(process, reply.error, "end one of them, as no other tvctl gets an answer");
+        else if (reply.status < 0)
+            diagnosis.wrong(process,
+                            "its shell refuses a command with " + std::to_string(reply.status) + ": " + reply.error,
+                            "run a process and a tvctl of the same version and user");
+        else
+            diagnosis.ok(process, "process " + std::to_string(state.process) + " answers in its shell");
     } catch (const std::exception& error) {
         diagnosis.wrong(process, std::string("does not answer in its shell: ") + error.what(),
                         "see what process " + std::to_string(state.process) + " is doing, and start it anew");
