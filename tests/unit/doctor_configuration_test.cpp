@@ -61,14 +61,28 @@ TEST_F(DoctorOfConfiguration, WarnsOfAVariableThatProcessesStartWithout) {
     EXPECT_EQ(complaintsIn(checkLimits()), 0U);
 }
 
-TEST_F(DoctorOfConfiguration, WarnsOfLimitsThatLimitNothing) {
+TEST_F(DoctorOfConfiguration, FindsLimitsThatLimitNothing) {
     EXPECT_EQ(complaintsIn(checkLimits()), 0U);
-    const std::string file =
-        configure("queue = { messages = 2000000000, wait_ms = 3600000 }\nrun_log.queue = 9999999\n");
+    const std::string file = configure(
+        "queue = { messages = 2147483647, bytes = 2147483647, wait_ms = 2147483647 }\nrun_log.queue = 9999999\n");
     const Diagnosis diagnosis = checkLimits();
-    EXPECT_THAT(diagnosis, finds(Severity::warning, "queue.messages", file + ":1: 2000000000 messages"));
-    EXPECT_THAT(diagnosis, finds(Severity::warning, "queue.wait_ms", "longer than anybody waits"));
-    EXPECT_THAT(diagnosis, finds(Severity::warning, "run_log.queue", "limit nothing"));
+    for (const char* name : {"queue.messages", "queue.bytes", "queue.wait_ms"})
+        EXPECT_THAT(diagnosis, finds(Severity::wrong, name, file + ":1: 2147483647 is as good as unlimited"));
+    EXPECT_THAT(diagnosis, finds(Severity::wrong, "run_log.queue", file + ":2: 9999999 is as good as unlimited"));
+}
+
+TEST_F(DoctorOfConfiguration, TakesTheHighestLimitsForSome) {
+    configure("queue = { messages = 1000000, bytes = 1048576, wait_ms = 60000 }\nrun_log.queue = 1000000\n");
+    EXPECT_EQ(complaintsIn(checkLimits()), 0U);
+    configure("queue = { messages = 1000001, bytes = 268435457, wait_ms = 600001 }\nrun_log.queue = 1000001\n");
+    for (const char* name : {"queue.messages", "queue.bytes", "queue.wait_ms", "run_log.queue"})
+        EXPECT_THAT(checkLimits(), finds(Severity::wrong, name, "as good as unlimited"));
+}
+
+TEST_F(DoctorOfConfiguration, WarnsOfAWaitThatIsLongerThanAnybodys) {
+    const std::string file = configure("queue.wait_ms = 600000\n");
+    EXPECT_THAT(checkLimits(),
+                finds(Severity::warning, "queue.wait_ms", file + ":1: 600000 ms is longer than anybody waits"));
 }
 
 TEST_F(DoctorOfConfiguration, WarnsOfFewDescriptors) {

@@ -15,6 +15,25 @@ constexpr std::uint64_t mebibyte = 1024 * 1024;
 constexpr std::uint64_t connections = 4; // of a receiver on one machine: two services, and both their ends
 constexpr rlim_t fewDescriptors = 256;
 
+// Beyond `most` a limit is as good as none: no receiver comes near it, and one that did would be lost before. What
+// waits in all connections of a receiver is, besides, at most half of the machine's memory.
+constexpr std::uint64_t mostBytes = 256 * mebibyte;
+struct Bound {
+    const char* name;
+    std::uint64_t usual;
+    const char* beyondUsual;
+    std::uint64_t most;
+    const char* what;
+};
+constexpr Bound bounds[] = {
+    {"queue.messages", 1000000, "", 1000000, " messages per connection"},
+    {"queue.bytes", mostBytes, "", mostBytes, " bytes per connection"},
+    {"queue.wait_ms", 60000, " ms is longer than anybody waits", 600000, " ms, ten minutes"},
+    {"run_log.queue", 1000000, "", 1000000, " records"},
+};
+constexpr const char* unlimited = " is as good as unlimited: ";
+constexpr const char* smaller = "set a smaller number";
+
 std::uint64_t numberIn(const std::string& text) {
     std::uint64_t number = 0;
     std::from_chars(text.data(), text.data() + text.size(), number);
@@ -57,39 +76,40 @@ void checkSystemsLimits(Diagnosis& diagnosis, std::uint64_t flatHeap) {
         diagnosis.ok("address space", limitText(memory.rlim_cur) + (memory.rlim_cur == RLIM_INFINITY ? "" : " bytes"));
 }
 
-} // namespace
-
-Diagnosis checkLimits() {
-    // Beyond these a value limits nothing any more, or no user would wait that long.
-    struct Usual {
-        const char* name;
-        std::uint64_t most;
-        const char* what;
-    };
-    static constexpr Usual table[] = {
-        {"queue.messages", 1000000, "messages per connection limit nothing"},
-        {"queue.wait_ms", 60000, "ms is longer than anybody waits"},
-        {"run_log.queue", 1000000, "records limit nothing"},
-    };
-    Diagnosis diagnosis;
-    for (const Usual& usual : table)
-        if (const auto value = valueOf(usual.name); value && numberIn(value->text) > usual.most)
-            diagnosis.warn(usual.name, value->origin + ": " + value->text + ' ' + usual.what, "set a smaller number");
-
-    const std::uint64_t memory = memoryOfMachine();
-    const auto bytes = valueOf("queue.bytes"), heap = valueOf("flat_heap.megabytes");
-    const std::uint64_t waiting = bytes ? numberIn(bytes->text) * connections : 0;
-    const std::uint64_t flatHeap = heap ? numberIn(heap->text) * mebibyte : 0;
+// What waits in all connections of a receiver.
+void checkQueues(Diagnosis& diagnosis) {
+    const auto bytes = valueOf("queue.bytes");
+    if (!bytes || numberIn(bytes->text) > mostBytes) return;
+    const std::uint64_t waiting = numberIn(bytes->text) * connections, memory = memoryOfMachine();
     const std::string queues = std::to_string(waiting / mebibyte) + " MiB may wait in a receiver's " +
                                std::to_string(connections) + " connections, of " + std::to_string(memory / mebibyte) +
                                " MiB of memory";
     if (waiting > memory / 2)
-        diagnosis.warn("queue.bytes", bytes->origin + ": " + queues, "set a smaller number");
-    else if (bytes)
+        diagnosis.wrong("queue.bytes", bytes->origin + ": " + bytes->text + unlimited + queues, smaller);
+    else
         diagnosis.ok("queue.bytes", queues);
-    if (flatHeap > memory)
-        diagnosis.warn("flat_heap.megabytes", heap->origin + ": more than the machine's memory",
-                       "set a smaller number");
+}
+
+} // namespace
+
+Diagnosis checkLimits() {
+    Diagnosis diagnosis;
+    for (const Bound& bound : bounds) {
+        const auto value = valueOf(bound.name);
+        if (!value) continue;
+        const std::uint64_t number = numberIn(value->text);
+        const std::string given = value->origin + ": " + value->text;
+        if (number > bound.most)
+            diagnosis.wrong(bound.name, given + unlimited + "more than " + std::to_string(bound.most) + bound.what,
+                            smaller);
+        else if (number > bound.usual)
+            diagnosis.warn(bound.name, given + bound.beyondUsual, smaller);
+    }
+    checkQueues(diagnosis);
+    const auto heap = valueOf("flat_heap.megabytes");
+    const std::uint64_t flatHeap = heap ? numberIn(heap->text) * mebibyte : 0;
+    if (flatHeap > memoryOfMachine())
+        diagnosis.warn("flat_heap.megabytes", heap->origin + ": more than the machine's memory", smaller);
     checkSystemsLimits(diagnosis, flatHeap);
     return diagnosis;
 }
