@@ -10,6 +10,7 @@ from programs import Failure, seconds_of, wait_until
 # In seconds. What is cut right after a sign of life is noticed after four of them; so there is a little time left.
 HEARTBEAT = 0.9
 NOTICED = 3 * HEARTBEAT + 1
+CROWD_TRIPS = 1000
 QUEUE = 1024  # messages that may wait for a connection, as built in
 SERVICES = ("tvservice", "mmservice")
 
@@ -105,7 +106,7 @@ def noticed_after(log, words, begin, when):
 
 
 def cut(stage, seconds, flood):
-    """The line is pulled out in mid-stream, with a request on its way."""
+    """The line is pulled out, and a request is made that cannot get through."""
     stage.settle()
     logs = {"TV service": stage.tv_service.log, "framework process": stage.host.log}
     for log in logs.values():
@@ -154,15 +155,10 @@ def strangers(stage, count):
     """Those with unknown keys and those without any, while others go on playing."""
     begun = stage.refused()
     for number, (what, kind) in enumerate((("with unknown keys", "keys"), ("without keys", "plain")), 1):
-        trips = []
-        crowd = come(stage, kind, count)
-        while crowd.poll() is None:
-            requests, answers = play_many(stage.player, 20, 20, 60)
-            if len(answers) != len(requests):
-                raise Failure(f"{len(answers)} answers to {len(requests)} requests while strangers came")
-            trips += filter(None, map(stage.player.round_trip, requests))
-        if crowd.returncode != 0:
-            raise Failure(f"the strangers {what} ended with {crowd.returncode}")
+        them = come(stage, kind, count)
+        trips = round_trips(stage.player, lambda _, them=them: them.poll() is None)
+        if them.returncode != 0:
+            raise Failure(f"the strangers {what} ended with {them.returncode}")
         expected = begun + number * count
         wait_until(lambda all_of_them=expected: stage.refused() >= all_of_them,
                    f"strangers {what}: {stage.refused()} of {expected} refusals are counted", 15)
@@ -173,6 +169,35 @@ def strangers(stage, count):
     stage.judge("strangers refused and counted", stage.refused() - begun, "strangers", 2 * count, 2 * count)
     if stage.host.statistics()["tvservice"]["reconnects"] > 2:
         raise Failure("an honest connection was lost to strangers")
+
+
+def crowd(stage, rounds, count):
+    """Connections that come and say next to nothing, by the thousand; what an honest client notices of them."""
+    begun = stage.refused()
+    ratios = []
+    for _ in range(rounds):
+        quiet = round_trips(stage.player, lambda trips: len(trips) < CROWD_TRIPS)
+        them = come(stage, "silent", count)
+        among = round_trips(stage.player, lambda _, them=them: them.poll() is None)
+        if them.returncode != 0:
+            raise Failure(f"the silent strangers ended with {them.returncode}")
+        ratios.append(percentile(among, 0.99) / percentile(quiet, 0.99))
+    wait_until(lambda: stage.refused() >= begun + rounds * count, "all of the crowd are counted", 15)
+    stage.judge("silent connections refused and counted", stage.refused() - begun, "connections", rounds * count,
+                rounds * count)
+    stage.judge("round trip among silent connections, p99 beside that without them, median of the rounds",
+                round(percentile(ratios, 0.5) * 100), "%", 0, 200)
+
+
+def round_trips(player, wanted):
+    """Those of requests that are played as long as more are wanted."""
+    trips = []
+    while wanted(trips):
+        requests, answers = play_many(player, 20, 20, 60)
+        if len(answers) != len(requests):
+            raise Failure(f"{len(answers)} answers to {len(requests)} requests")
+        trips += filter(None, map(player.round_trip, requests))
+    return trips
 
 
 def restarts(stage):

@@ -3,16 +3,20 @@
 
 usage: strangers.py keys HOST PORT SERVICE_KEY COUNT, clients whose own keys nobody has allowed, every fourth of which
        expects another service's key; or
-       strangers.py plain HOST PORT COUNT, connections that speak something else, break off, or say nothing.
+       strangers.py plain HOST PORT COUNT, connections that speak something else, break off, or say nothing; or
+       strangers.py silent HOST PORT COUNT, connections that come at an even pace, say a byte or nothing, and stay.
 
 Ends with 0 when every one of them was connected, and turned away or gone."""
 import ctypes
+import os
 import random
 import socket
 import struct
 import sys
+import time
 
 AT_A_TIME = 50  # fewer than may wait to be accepted, so that none comes twice
+PER_SECOND = 250 # silent ones
 PATIENCE = 20   # seconds, for a connection, and for being turned away
 DEALER, PAIR = 5, 0
 LINGER, RECONNECT_IVL, RCVTIMEO = 17, 18, 27
@@ -130,12 +134,34 @@ def plain(host, port, count):
             stranger.close()
 
 
+def silent(host, port, count):
+    """Takes of the processors only what nobody else wants: it is to show what a crowd does to the service."""
+    os.sched_setscheduler(0, os.SCHED_IDLE, os.sched_param(0))
+    crowd = []
+    begun = time.monotonic()
+    for number in range(count):
+        stranger = socket.create_connection((host, port), PATIENCE)
+        if number % 2:
+            stranger.sendall(b"\xFF")
+        crowd.append(stranger)
+        time.sleep(max(0, begun + (number + 1) / PER_SECOND - time.monotonic()))
+    for stranger in crowd:
+        try:
+            while stranger.recv(4096):
+                pass  # the service's own greeting
+        except ConnectionResetError:
+            pass
+        stranger.close()
+
+
 def main():
     kind, host, port, *rest = sys.argv[1:]
     if kind == "keys":
         with_keys(host, int(port), rest[0].encode(), int(rest[1]))
-    else:
+    elif kind == "plain":
         plain(host, int(port), int(rest[0]))
+    else:
+        silent(host, int(port), int(rest[0]))
 
 
 if __name__ == "__main__":
