@@ -105,8 +105,8 @@ TEST_F(DoctorOfConfiguration, ExaminesWhatItCanWhenTheConfigurationIsWrong) {
 
 TEST(Examination, TurnsWhatACheckThrowsIntoAFinding) {
     Examination examination;
-    run(
-        examination, "disk", []() -> Diagnosis { throw std::runtime_error("on fire"); }, 10s);
+    EXPECT_TRUE(run(
+        examination, "disk", []() -> Diagnosis { throw std::runtime_error("on fire"); }, 10s));
     EXPECT_THAT(examination.diagnosis, finds(Severity::wrong, "disk", "cannot be examined: on fire"));
     EXPECT_FALSE(examination.stuck);
 }
@@ -116,14 +116,14 @@ TEST(Examination, GoesOnWithoutACheckThatDoesNotEnd) {
     std::promise<void> end;
     std::promise<void> ended;
     auto over = ended.get_future();
-    run(
+    EXPECT_FALSE(run(
         examination, "disk",
         [released = std::make_shared<std::future<void>>(end.get_future()), &ended] {
             released->wait();
             ended.set_value_at_thread_exit();
             return Diagnosis();
         },
-        20ms);
+        20ms));
     EXPECT_TRUE(examination.stuck);
     EXPECT_THAT(examination.diagnosis, finds(Severity::wrong, "disk", "not examined within 20 ms"));
     end.set_value();

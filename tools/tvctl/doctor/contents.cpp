@@ -3,11 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <optional>
-#include <sstream>
 #include <string_view>
-#include <sys/sysmacros.h>
 #include <system_error>
 
 namespace tvctl::doctor {
@@ -24,22 +20,6 @@ std::vector<std::string> namesIn(const std::string& folder) {
     return names;
 }
 
-// The process that holds the lock on a file, as the system tells everybody. To take the lock for a moment, and see,
-// would keep a process from starting that comes in that moment.
-std::optional<std::string> holderOf(const struct stat& file) {
-    char wanted[64];
-    std::snprintf(wanted, sizeof wanted, "%02x:%02x:%llu", major(file.st_dev), minor(file.st_dev),
-                  static_cast<unsigned long long>(file.st_ino));
-    std::ifstream locks("/proc/locks");
-    for (std::string line; std::getline(locks, line);) {
-        std::istringstream words(line);
-        std::string number, kind, rule, access, process, place;
-        if (words >> number >> kind >> rule >> access >> process >> place && kind == "FLOCK" && place == wanted)
-            return process;
-    }
-    return std::nullopt;
-}
-
 void checkLock(Diagnosis& diagnosis, const std::string& lock) {
     int error = 0;
     const auto status = stateOf(lock, error);
@@ -49,9 +29,9 @@ void checkLock(Diagnosis& diagnosis, const std::string& lock) {
     if (!checkOwn(diagnosis, lock, *status, 0600)) return;
     const auto socket = examineSocket(lock.substr(0, lock.size() - lockEnding.size()));
     if (socket.kind == SocketState::Kind::served) return;
-    const auto holder = holderOf(*status);
+    const auto holder = holderOfLock(lock, *status);
     if (holder)
-        diagnosis.warn(lock, "held by process " + *holder + ", but nobody serves the socket beside it",
+        diagnosis.warn(lock, "held by " + *holder + ", but nobody serves the socket beside it",
                        "wait if the process is starting or ending, else end it");
     else
         diagnosis.ok(lock, "left by a process that has ended; the next one takes it");

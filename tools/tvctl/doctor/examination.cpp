@@ -11,13 +11,11 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <thread>
 
 namespace tvctl::doctor {
 namespace {
-
-// For what a check does besides waiting for its answer.
-constexpr std::chrono::seconds besides{5};
 
 Diagnosis resultOf(const std::string& subject, const std::function<Diagnosis()>& check) {
     try {
@@ -38,17 +36,19 @@ bool isConfigured() {
     }
 }
 
-std::string stateFolder() {
+Diagnosis checkTheRunLog() {
+    std::string folder;
     try {
-        return host::stateDirectoryPath();
-    } catch (const std::exception&) { // none is named
+        folder = host::stateDirectoryPath();
+    } catch (const std::runtime_error&) { // none is named, of which checkStateFolder tells
         return {};
     }
+    return checkRunLog(folder);
 }
 
 } // namespace
 
-void run(Examination& examination, const std::string& subject, std::function<Diagnosis()> check,
+bool run(Examination& examination, const std::string& subject, std::function<Diagnosis()> check,
          std::chrono::milliseconds longest) {
     // Whoever resolves a name or reads a file cannot be interrupted.
     struct Shared {
@@ -67,18 +67,20 @@ void run(Examination& examination, const std::string& subject, std::function<Dia
     if (shared->ended.wait_for(lock, longest, [&] { return shared->diagnosis.has_value(); })) {
         lock.unlock();
         thread.join();
-        return examination.diagnosis.add(std::move(*shared->diagnosis));
+        examination.diagnosis.add(std::move(*shared->diagnosis));
+        return true;
     }
     thread.detach();
     examination.stuck = true;
     examination.diagnosis.wrong(subject, "not examined within " + std::to_string(longest.count()) + " ms",
                                 "see whether its disk, or the network's names, answer at all");
+    return false;
 }
 
-Examination examine(std::chrono::milliseconds timeout) {
+Examination examine(std::chrono::milliseconds timeout, std::chrono::milliseconds besides) {
     Examination examination;
     const auto look = [&](const std::string& subject, std::function<Diagnosis()> check) {
-        run(examination, subject, std::move(check), timeout + besides);
+        return run(examination, subject, std::move(check), timeout + besides);
     };
     const auto configured = std::make_shared<std::atomic<bool>>(false);
     look("configuration", [configured] {
@@ -88,8 +90,7 @@ Examination examine(std::chrono::milliseconds timeout) {
     if (*configured) look("configuration", checkValues);
     look("runtime folder", checkRuntimeFolder);
     look("state folder", checkStateFolder);
-    if (const std::string folder = stateFolder(); !folder.empty())
-        look("run log", [folder] { return checkRunLog(folder); });
+    look("run log", checkTheRunLog);
     look("limits", checkLimits);
     const std::string folder = host::runtimeDirectoryPath();
     look("runtime folder", [folder] { return checkContents(folder); });
@@ -101,8 +102,13 @@ Examination examine(std::chrono::milliseconds timeout) {
         examination.diagnosis.warn("services", "not examined, as no process starts with this configuration",
                                    "mend the configuration");
     }
-    for (const std::string& shell : shellsIn(folder))
-        look(shell, [shell, timeout] { return checkShell(shell, timeout); });
+    const auto shells = std::make_shared<std::vector<std::string>>();
+    const auto findShells = [folder, shells] {
+        *shells = shellsIn(folder);
+        return Diagnosis();
+    };
+    if (look("shells", findShells))
+        for (const std::string& shell : *shells) look(shell, [shell, timeout] { return checkShell(shell, timeout); });
     return examination;
 }
 

@@ -20,6 +20,9 @@ std::optional<struct stat> stateOf(const std::string& path, int& error);
 // that may be. Returns whether nothing is.
 bool checkOwn(Diagnosis& diagnosis, const std::string& path, const struct stat& status, mode_t wanted);
 
+// Who holds the lock on a file, as far as it can be seen from here: "process 4711 (tvserviced)".
+std::optional<std::string> holderOfLock(const std::string& path, const struct stat& status);
+
 // A socket in the file system.
 struct SocketState {
     enum class Kind {
