@@ -63,11 +63,12 @@ Place placeOf(const std::string& service, const std::string& endpoint, unsigned 
     const auto [end, error] = std::from_chars(place.port.data(), place.port.data() + place.port.size(), port);
     const bool isPort = error == std::errc() && end == place.port.data() + place.port.size() && port >= lowestPort &&
                         port <= 65535 && place.port.size() <= 5;
-    const bool bracketed =
-        place.host.find(':') == std::string::npos || (place.host.front() == '[' && place.host.back() == ']');
-    if (place.host.empty() || !isPort || !bracketed)
+    std::string& host = place.host;
+    const bool opened = host.starts_with('['), closed = host.ends_with(']');
+    if (opened && closed) host = host.substr(1, host.size() - 2);
+    const bool isHost = !host.empty() && opened == closed && (opened || host.find(':') == std::string::npos);
+    if (!isHost || !isPort)
         throw std::runtime_error("service " + service + ": not tcp://HOST:PORT: \"" + endpoint + '"');
-    if (place.host.front() == '[') place.host = place.host.substr(1, place.host.size() - 2);
     return place;
 }
 
