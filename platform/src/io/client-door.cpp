@@ -20,23 +20,32 @@ ClientDoor::ClientDoor(boost::asio::io_context& io, std::unique_ptr<Connector> c
       retryTimer_(io),
       deadlineTimer_(io) {}
 
-void ClientDoor::attempt() {
-    connector_->connect([this](std::unique_ptr<Stream> stream, const std::string& reason) {
-        if (!stream) return failed("no connection to " + connector_->address() + ": " + reason);
-        use(std::move(stream));
-    });
+void ClientDoor::takeUp() noexcept {
+    if (std::exchange(idle_, false)) attempt();
+    std::lock_guard lock(mutex);
+    if (!watching_ && !outbox_->empty()) watchDeadlines();
 }
 
-void ClientDoor::use(std::unique_ptr<Stream> stream) {
-    if (!stream->isOwn()) {
-        count(counters.refused);
-        return failed(connector_->address() + " is offered by another user's process");
+void ClientDoor::attempt() noexcept {
+    try {
+        connector_->connect(
+            [this](std::unique_ptr<Stream> stream, const std::string& reason) { onAnswer(std::move(stream), reason); });
+    } catch (const std::exception& error) { // there is no answer then
+        failed(textOf(error));
     }
+}
+
+void ClientDoor::onAnswer(std::unique_ptr<Stream> stream, const std::string& reason) noexcept {
     std::shared_ptr<Connection> connection;
     try {
+        if (!stream) return failed(("no connection to " + connector_->address() + ": " + reason).c_str());
+        if (!stream->isOwn()) {
+            count(counters.refused);
+            return failed((connector_->address() + " is offered by another user's process").c_str());
+        }
         connection = std::make_shared<Connection>(io_, std::move(stream), *this, outbox_);
     } catch (const std::exception& error) {
-        return failed("no connection to " + connector_->address() + ": " + error.what());
+        return failed(textOf(error));
     }
     {
         std::lock_guard lock(mutex);
@@ -45,15 +54,15 @@ void ClientDoor::use(std::unique_ptr<Stream> stream) {
     connection->open();
 }
 
-void ClientDoor::onConnectionReady(Connection&) {
+void ClientDoor::onConnectionReady(Connection&) noexcept {
     retryDelay_.reset();
     lastReason_.clear();
-    keep({});
+    keep("");
     IO_LOG(vdlDebugProgress, "service %s: connected\n", service.c_str());
     tell(&frame::IOConnectionListener::onIOConnectionConnected);
 }
 
-void ClientDoor::onConnectionClosed(Connection&, bool wasReady, bool fault, const std::string& reason) {
+void ClientDoor::onConnectionClosed(Connection&, bool wasReady, bool fault, const char* reason) noexcept {
     {
         std::lock_guard lock(mutex);
         connection_.reset();
@@ -64,15 +73,18 @@ void ClientDoor::onConnectionClosed(Connection&, bool wasReady, bool fault, cons
     }
     if (!wasReady) return failed(reason);
     keep(reason);
-    IO_LOG(fault ? vdlDebugFailure : vdlDebugWarning, "service %s: disconnected: %s\n", service.c_str(),
-           reason.c_str());
+    IO_LOG(fault ? vdlDebugFailure : vdlDebugWarning, "service %s: disconnected: %s\n", service.c_str(), reason);
     tell(&frame::IOConnectionListener::onIOConnectionDisconnected);
     retryLater();
 }
 
-void ClientDoor::keep(const std::string& failure) {
+void ClientDoor::keep(const char* failure) noexcept {
     std::lock_guard lock(mutex);
-    failure_ = failure;
+    try {
+        failure_ = failure;
+    } catch (const std::exception& error) {
+        failure_.assign(textOf(error), 0, failure_.capacity()); // as much as needs no memory
+    }
 }
 
 std::string ClientDoor::failure() {
@@ -80,18 +92,23 @@ std::string ClientDoor::failure() {
     return failure_;
 }
 
-void ClientDoor::failed(const std::string& reason) {
+void ClientDoor::failed(const char* reason) noexcept {
     keep(reason);
     logOnce(reason);
     tell(&frame::IOConnectionListener::onIOConnectionConnectionFailed);
     retryLater();
 }
 
-void ClientDoor::retryLater() {
-    retryTimer_.expires_after(retryDelay_.next());
-    retryTimer_.async_wait([this](const boost::system::error_code& error) {
-        if (!error) attempt();
-    });
+void ClientDoor::retryLater() noexcept {
+    try {
+        retryTimer_.expires_after(retryDelay_.next());
+        retryTimer_.async_wait([this](const boost::system::error_code& error) {
+            if (!error) attempt();
+        });
+    } catch (const std::exception&) {
+        idle_ = true;
+        proceedLater();
+    }
 }
 
 int ClientDoor::dispatch(const Outgoing& message, const frame::TransportInfo* transport) {
@@ -111,7 +128,7 @@ int ClientDoor::dispatch(const Outgoing& message, const frame::TransportInfo* tr
 }
 
 // On the receiving thread with the mutex held: gives up what has waited too long and comes back for what has not.
-void ClientDoor::watchDeadlines() {
+void ClientDoor::watchDeadlines() noexcept {
     watching_ = false;
     if (ready()) return;
     if (const auto dropped = outbox_->dropExpired(std::chrono::steady_clock::now())) {
@@ -121,16 +138,20 @@ void ClientDoor::watchDeadlines() {
         tellRefusals(*outbox_);
     }
     if (outbox_->empty()) return;
-    watching_ = true;
-    deadlineTimer_.expires_at(outbox_->firstDeadline());
-    deadlineTimer_.async_wait([this](const boost::system::error_code& error) {
-        if (error) return;
-        std::lock_guard lock(mutex);
-        watchDeadlines();
-    });
+    try {
+        deadlineTimer_.expires_at(outbox_->firstDeadline());
+        deadlineTimer_.async_wait([this](const boost::system::error_code& error) {
+            if (error) return;
+            std::lock_guard lock(mutex);
+            watchDeadlines();
+        });
+        watching_ = true;
+    } catch (const std::exception&) {
+        proceedLater();
+    }
 }
 
-void ClientDoor::tell(void (frame::IOConnectionListener::*news)()) {
+void ClientDoor::tell(void (frame::IOConnectionListener::*news)()) noexcept {
     if (!listener_) return;
     try {
         (listener_->*news)();

@@ -20,25 +20,25 @@ public:
                const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits,
                frame::IOConnectionListener* listener);
 
-    void begin() override { attempt(); }
     void end() override;
-    void onConnectionReady(Connection& connection) override;
-    void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const std::string& reason) override;
+    void onConnectionReady(Connection& connection) noexcept override;
+    void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const char* reason) noexcept override;
     // Why there is no connection, as far as an attempt has shown it; from any thread.
     std::string failure();
 
 protected:
     int dispatch(const Outgoing& message, const frame::TransportInfo* transport) override;
     void addTo(frame::IOStatistics& statistics) override;
+    void takeUp() noexcept override;
 
 private:
-    void attempt();
-    void use(std::unique_ptr<Stream> stream);
-    void failed(const std::string& reason);
-    void keep(const std::string& failure);
-    void retryLater();
-    void watchDeadlines();
-    void tell(void (frame::IOConnectionListener::*news)());
+    void attempt() noexcept;
+    void onAnswer(std::unique_ptr<Stream> stream, const std::string& reason) noexcept;
+    void failed(const char* reason) noexcept;
+    void keep(const char* failure) noexcept;
+    void retryLater() noexcept;
+    void watchDeadlines() noexcept;
+    void tell(void (frame::IOConnectionListener::*news)()) noexcept;
     bool ready() const { return connection_ && connection_->ready(); }
 
     const std::unique_ptr<Connector> connector_;
@@ -48,6 +48,7 @@ private:
     std::string failure_;                    // guarded by the mutex
     boost::asio::steady_timer retryTimer_, deadlineTimer_;
     RetryDelay retryDelay_;
+    bool idle_ = true;      // the receiving thread's: no connection, and nothing is awaited that would bring one
     bool watching_ = false; // whether the deadline timer runs or is about to; guarded by the mutex
 };
 

@@ -9,7 +9,6 @@
 #include <chrono>
 #include <exception>
 #include <mutex>
-#include <new>
 #include <system_error>
 #include <utility>
 
@@ -25,13 +24,25 @@ Connection::Connection(boost::asio::io_context& io, std::unique_ptr<Stream> stre
                        std::shared_ptr<Outbox> outbox)
     : door_(door), stream_(std::move(stream)), helloTimer_(io), outbox_(std::move(outbox)), number_(++lastNumber) {}
 
-void Connection::open() {
-    helloTimer_.expires_after(helloPatience);
-    helloTimer_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
-        if (!error && !self->closed_ && !self->helloReceived_) self->turnAway("peer sent no hello within 2 s");
+// Takes a step for which there may be no memory. Without it the peer could not be heard, or not be held to its hello.
+template <class Step> void Connection::orClose(const Step& step) noexcept {
+    try {
+        step();
+    } catch (const std::exception& error) {
+        if (incoming_.size() > 0 && helloReceived_) count(door_.counters.undecodable); // the message that goes with it
+        turnAway(textOf(error));
+    }
+}
+
+void Connection::open() noexcept {
+    orClose([this] {
+        helloTimer_.expires_after(helloPatience);
+        helloTimer_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
+            if (!error && !self->closed_ && !self->helloReceived_) self->turnAway("peer sent no hello within 2 s");
+        });
+        writeHello();
+        read();
     });
-    writeHello();
-    read();
 }
 
 void Connection::writeHello() {
@@ -83,26 +94,23 @@ void Connection::onWritable() {
 
 void Connection::read() { stream_->receive(incoming_.room(), incoming_.roomSize(), shared_from_this()); }
 
-void Connection::onEnd(const std::string& reason) { close(reason, false); }
+void Connection::onEnd(const std::string& reason) { close(reason.c_str(), false); }
 
 void Connection::onReceived(std::size_t count) {
     incoming_.added(count);
-    try {
+    orClose([this] {
         if (!helloReceived_ && !handleHello()) return;
         if (helloReceived_ && !handleFrames()) return;
         incoming_.makeRoom();
-    } catch (const std::bad_alloc&) {
-        io::count(door_.counters.undecodable);
-        return close("no flat memory for the peer's message", true);
-    }
-    read();
+        read();
+    });
 }
 
 // The handlers of the two kinds of bytes return whether the connection goes on.
 bool Connection::handleHello() {
     const auto judgement = door_.handshake.judge(incoming_.data(), incoming_.size());
     if (judgement.verdict == Handshake::Verdict::Refused) {
-        turnAway(judgement.reason);
+        turnAway(judgement.reason.c_str());
         return false;
     }
     if (judgement.verdict == Handshake::Verdict::Incomplete) return true;
@@ -121,7 +129,7 @@ bool Connection::handleFrames() {
         const std::uint32_t size = load32(header, swap_);
         if (size > maximumMessageBytes) {
             count(door_.counters.undecodable);
-            close("peer announces a message of " + std::to_string(size) + " bytes", true);
+            close(("peer announces a message of " + std::to_string(size) + " bytes").c_str(), true);
             return false;
         }
         if (incoming_.size() - at - frameHeaderBytes < size) break;
@@ -169,12 +177,12 @@ void Connection::handleFrame(const char* header, std::uint32_t size, char* body)
     }
 }
 
-void Connection::turnAway(const std::string& reason) {
+void Connection::turnAway(const char* reason) noexcept {
     count(door_.counters.refused);
     close(reason, true);
 }
 
-void Connection::close(const std::string& reason, bool fault) {
+void Connection::close(const char* reason, bool fault) noexcept {
     if (closed_) return;
     const auto self = shared_from_this(); // the door lets go of it
     bool wasReady;

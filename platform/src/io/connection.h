@@ -20,8 +20,8 @@ public:
     Connection(boost::asio::io_context& io, std::unique_ptr<Stream> stream, Door& door, std::shared_ptr<Outbox> outbox);
 
     // On the receiving thread.
-    void open();
-    void close(const std::string& reason, bool fault);
+    void open() noexcept;
+    void close(const char* reason, bool fault) noexcept;
     void onReceived(std::size_t count) override;
     void onEnd(const std::string& reason) override;
     void onWritable() override;
@@ -29,7 +29,7 @@ public:
     // Whether the peer has still to say its hello; on the receiving thread.
     bool awaitsHello() const { return !helloReceived_ && !closed_; }
     // Ends it because of what the peer said, or did not say; on the receiving thread.
-    void turnAway(const std::string& reason);
+    void turnAway(const char* reason) noexcept;
 
     std::uint64_t number() const { return number_; } // in this process, from 1
 
@@ -44,6 +44,7 @@ public:
 private:
     void writeHello();
     void read();
+    template <class Step> void orClose(const Step& step) noexcept;
     bool handleHello();
     bool handleFrames();
     void handleFrame(const char* header, std::uint32_t size, char* body);

@@ -107,23 +107,39 @@ void Door::refuseFromNowOn() {
 void Door::tellLater() noexcept {
     if (tellPending_.exchange(true)) return;
     try {
-        boost::asio::post(io_, [this] {
-            tellTimer_.expires_after(std::chrono::seconds(1));
-            tellTimer_.async_wait([this](const boost::system::error_code& canceled) {
-                if (canceled) return;
-                tellPending_ = false;
-                if (debug::LineLimit::tellHeldBack()) tellLater();
-            });
-        });
+        boost::asio::post(io_, [this] { tellInASecond(); });
     } catch (const std::exception&) { // no memory: the next one that is held back tries again
         tellPending_ = false;
     }
 }
 
-void Door::logOnce(const std::string& reason) {
-    if (reason == lastReason_) return;
-    lastReason_ = reason;
-    IO_LOG(vdlDebugFailure, "service %s: %s\n", service.c_str(), reason.c_str());
+void Door::tellInASecond() noexcept {
+    try {
+        tellTimer_.expires_after(std::chrono::seconds(1));
+        tellTimer_.async_wait([this](const boost::system::error_code& canceled) {
+            if (canceled) return;
+            tellPending_ = false;
+            if (debug::LineLimit::tellHeldBack()) tellLater();
+        });
+    } catch (const std::exception&) {
+        tellPending_ = false;
+        proceedLater();
+    }
+}
+
+void Door::proceed() noexcept {
+    if (debug::LineLimit::tellHeldBack()) tellLater();
+    takeUp();
+}
+
+void Door::logOnce(const char* reason) noexcept {
+    if (lastReason_ == reason) return;
+    IO_LOG(vdlDebugFailure, "service %s: %s\n", service.c_str(), reason);
+    try {
+        lastReason_ = reason;
+    } catch (const std::exception&) { // it is told again
+        lastReason_.clear();
+    }
 }
 
 frame::IOStatistics Door::statistics() {

@@ -47,8 +47,8 @@ public:
     int asyncSend(const frame::MsgIds& ids, const frame::MsgMeta& meta, const frame::TransportInfo* transport,
                   const vdl::EndianTable& table, const void* payload, const boost::function<void()>& completed) final;
 
-    // On the receiving thread: the door begins its work.
-    virtual void begin() = 0;
+    // On the receiving thread: the door begins its work, or goes on with what it had no memory for.
+    void proceed() noexcept;
     // From any thread: asyncSend refuses from now on.
     void refuseFromNowOn();
     // When the receiving thread has ended: closes everything and drops what waits.
@@ -56,9 +56,9 @@ public:
     frame::IOStatistics statistics();
 
     // For connections, on the receiving thread.
-    virtual void onConnectionReady(Connection& connection) = 0;
-    // fault: whether this side ended it because of what the peer did.
-    virtual void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const std::string& reason) = 0;
+    virtual void onConnectionReady(Connection& connection) noexcept = 0;
+    // fault: whether this side ended it, because of what the peer did or for want of memory.
+    virtual void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const char* reason) noexcept = 0;
     const Handler* findHandler(const frame::MsgMeta& meta);
 
     // A line for each message that finds its queue full would bury all others, so that only the first one has its own.
@@ -89,7 +89,11 @@ protected:
     int refuse(int result, const frame::MsgMeta& meta, const char* why);
     virtual void addTo(frame::IOStatistics& statistics) = 0; // connected and queued; the mutex is held
     // Logs the reason why a peer did not come about, but not the same one at every attempt.
-    void logOnce(const std::string& reason);
+    void logOnce(const char* reason) noexcept;
+    // What proceed is for in one kind of door. What there is still no memory for asks for proceedLater again.
+    virtual void takeUp() noexcept = 0;
+    // On the receiving thread: has it call proceed in a while, for which it needs no memory.
+    void proceedLater() noexcept { io_.stop(); }
 
     boost::asio::io_context& io_;
     const std::size_t sendBufferBytes_;
@@ -98,6 +102,7 @@ protected:
 
 private:
     int send(const Outgoing& message, const frame::TransportInfo* transport);
+    void tellInASecond() noexcept;
 
     struct MetaHash {
         std::size_t operator()(const frame::MsgMeta& meta) const {

@@ -76,10 +76,11 @@ Endpoint::Endpoint(const std::string& service, const std::string& path)
         inode_ = status.st_ino;
         return;
     }
-    const std::string reason = std::system_category().message(errno);
+    const int error = errno;
     if (bound) ::unlink(path.c_str());
     if (descriptor_ >= 0) ::close(descriptor_);
-    throw std::runtime_error("service " + service + ": cannot listen at " + path + ": " + reason);
+    throw std::runtime_error("service " + service + ": cannot listen at " + path + ": " +
+                             std::system_category().message(error));
 }
 
 Endpoint::~Endpoint() {

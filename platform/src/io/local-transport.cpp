@@ -12,6 +12,15 @@
 namespace host::io {
 namespace {
 
+// The system's own words, or without memory for them a text that fits into the string itself.
+std::string textOf(const boost::system::error_code& error) {
+    try {
+        return error.message();
+    } catch (const std::exception&) {
+        return "errno " + std::to_string(error.value());
+    }
+}
+
 class LocalStream final : public Stream {
 public:
     explicit LocalStream(boost::asio::io_context& io) : socket_(io) {}
@@ -30,7 +39,7 @@ public:
             boost::asio::buffer(room, size),
             [this, user = std::move(user)](const boost::system::error_code& error, std::size_t count) {
                 if (!socket_.is_open()) return;
-                if (error) return user->onEnd(error.message());
+                if (error) return user->onEnd(textOf(error));
                 user->onReceived(count);
             });
     }

@@ -6,10 +6,18 @@
 #include <vdl/debug.h>
 
 #include <cstdint>
+#include <exception>
+#include <new>
 
 namespace host::io {
 inline constexpr std::uint32_t debugModule = 0x0202;
+
+// What an operator is told of it; takes no memory.
+inline const char* textOf(const std::exception& error) noexcept {
+    return dynamic_cast<const std::bad_alloc*>(&error) ? "out of memory" : error.what();
 }
+
+} // namespace host::io
 
 // One line; the arguments are evaluated only when the line is wanted.
 #define IO_LOG(severity, ...)                                                                         \

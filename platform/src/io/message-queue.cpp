@@ -9,17 +9,24 @@
 #include <host/environment.h>
 #include <host/message-queue.h>
 
+#include <atomic>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
+#include <chrono>
+#include <exception>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <pthread.h>
 #include <thread>
 #include <utility>
 
 namespace host {
 namespace {
+
+// Until there may be memory again: no longer than a client waits before it tries again.
+constexpr std::chrono::milliseconds shortagePause{50};
 
 std::size_t limit(const char* setting) { return static_cast<std::size_t>(config::numberOf(setting)); }
 
@@ -59,19 +66,52 @@ struct MessageQueue::State {
         }
         return added;
     }
+    void remove(const frame::OmqIOModule& door) {
+        std::lock_guard lock(mutex);
+        std::erase_if(doors, [&](const auto& one) { return one.get() == &door; });
+    }
     // The doors' work begins on the receiving thread, now or when that starts.
-    void open(std::vector<io::Door*> opened) {
+    void open(const std::vector<io::Door*>& more) {
         std::lock_guard lock(mutex);
         if (stopped) return;
-        if (thread.joinable())
-            begin(std::move(opened));
-        else
-            openedEarly.insert(openedEarly.end(), opened.begin(), opened.end());
+        opened.reserve(opened.size() + more.size());
+        if (thread.joinable()) boost::asio::post(io, [this] { proceed(); });
+        opened.insert(opened.end(), more.begin(), more.end()); // for which there is memory
     }
-    void begin(std::vector<io::Door*> opened) {
-        boost::asio::post(io, [opened = std::move(opened)] {
-            for (io::Door* door : opened) door->begin();
-        });
+    // Not under the mutex, as listeners may call the queue.
+    void proceed() noexcept {
+        for (std::size_t i = 0; io::Door* door = openedAt(i); ++i) door->proceed();
+    }
+    io::Door* openedAt(std::size_t i) noexcept {
+        std::lock_guard lock(mutex);
+        return i < opened.size() ? opened[i] : nullptr;
+    }
+    // The receiving thread. A door that has no memory for what it has to wait for stops the loop, as that needs none;
+    // after a while, in which everything else is served, all doors go on with what they could not do.
+    void receive() noexcept {
+        using Clock = std::chrono::steady_clock;
+        std::optional<Clock::time_point> proceedAt;
+        proceed();
+        for (;;) {
+            if (io.stopped()) {
+                io.restart();
+                if (!proceedAt) proceedAt = Clock::now() + shortagePause;
+            }
+            if (stopped) return; // looked at after the restart, which may have undone the stop that is for good
+            try {
+                if (!proceedAt) {
+                    io.run();
+                    continue;
+                }
+                io.run_until(*proceedAt);
+                if (Clock::now() < *proceedAt) continue;
+                proceedAt.reset();
+                proceed();
+            } catch (const std::exception& error) {
+                IO_LOG(vdlDebugFailure, "the receiving thread goes on after an error: %s\n", io::textOf(error));
+                io.stop();
+            }
+        }
     }
 
     const QueueLimits limits;
@@ -80,9 +120,9 @@ struct MessageQueue::State {
     std::mutex mutex;                     // guards the rest
     std::shared_ptr<remote::Relay> relay; // once there is a service on another host or for others
     std::vector<std::unique_ptr<io::Door>> doors;
-    std::vector<io::Door*> openedEarly; // before the thread started
+    std::vector<io::Door*> opened; // never removed from
     std::thread thread;
-    bool stopped = false;
+    std::atomic<bool> stopped{false}; // set under the mutex
 };
 
 MessageQueue::MessageQueue(const QueueLimits& limits) : state_(new State(limits)) {
@@ -106,19 +146,21 @@ void MessageQueue::open(const std::vector<frame::OmqIOModule*>& doors) {
     std::vector<io::Door*> opened;
     opened.reserve(doors.size());
     for (frame::OmqIOModule* door : doors) opened.push_back(static_cast<io::Door*>(door));
-    state_->open(std::move(opened));
+    state_->open(opened);
 }
 
-void MessageQueue::withdraw(frame::OmqIOModule& door) {
-    std::lock_guard lock(state_->mutex);
-    std::erase_if(state_->doors, [&](const auto& one) { return one.get() == &door; });
-}
+void MessageQueue::withdraw(frame::OmqIOModule& door) { state_->remove(door); }
 
 frame::OmqIOModule& MessageQueue::serve(const std::string& service, const frame::MessageSet& messages,
                                         std::size_t sendBufferBytes) {
     io::Door& door = state_->add(std::make_unique<io::ServerDoor>(state_->io, state_->listenerFor(service), service,
                                                                   messages, sendBufferBytes, state_->limits));
-    state_->open({&door});
+    try {
+        state_->open({&door});
+    } catch (...) { // no memory: nobody would ever be let in
+        state_->remove(door);
+        throw;
+    }
     return door;
 }
 
@@ -131,10 +173,9 @@ std::string MessageQueue::failureOf(frame::OmqIOModule& door) { return static_ca
 void MessageQueue::start() {
     std::lock_guard lock(state_->mutex);
     if (state_->stopped || state_->thread.joinable()) return;
-    state_->begin(std::exchange(state_->openedEarly, {}));
-    state_->thread = std::thread([&io = state_->io] {
+    state_->thread = std::thread([state = state_] {
         pthread_setname_np(pthread_self(), "io");
-        io.run();
+        state->receive();
     });
 }
 
@@ -143,7 +184,7 @@ void MessageQueue::stop() {
     std::thread thread;
     {
         std::lock_guard lock(state_->mutex);
-        if (std::exchange(state_->stopped, true)) return;
+        if (state_->stopped.exchange(true)) return;
         for (const auto& door : state_->doors) door->refuseFromNowOn();
         thread = std::move(state_->thread);
     }

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 namespace host::io {
 namespace {
@@ -19,10 +20,17 @@ void ReceiveBuffer::makeRoom() {
     if (size_ == capacity_) resize(std::min(2 * capacity_, largestBytes));
 }
 
-void ReceiveBuffer::consume(std::size_t count) {
+void ReceiveBuffer::consume(std::size_t count) noexcept {
     size_ -= count;
-    if (size_ == 0 && capacity_ > firstBytes) return resize(firstBytes);
+    if (size_ == 0 && capacity_ > firstBytes) return giveBack();
     if (count > 0) std::memmove(data_, data_ + count, size_);
+}
+
+void ReceiveBuffer::giveBack() noexcept {
+    try {
+        resize(firstBytes);
+    } catch (const std::bad_alloc&) { // the large one serves as well
+    }
 }
 
 void ReceiveBuffer::resize(std::size_t capacity) {

@@ -26,10 +26,12 @@ public:
     std::size_t roomSize() const { return capacity_ - size_; }
     void added(std::size_t count) { size_ += count; }
 
-    // Removes count bytes at the front; a large buffer that is empty then is given back. Throws std::bad_alloc.
-    void consume(std::size_t count);
+    // Removes count bytes at the front; a large buffer that is empty then is given back, if there is memory for a small
+    // one.
+    void consume(std::size_t count) noexcept;
 
 private:
+    void giveBack() noexcept;
     void resize(std::size_t capacity);
     char* data_;
     std::size_t size_ = 0;

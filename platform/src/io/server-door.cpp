@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <exception>
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -25,11 +27,22 @@ ServerDoor::ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> li
     newcomers_.reserve(mostAwaited + 1);
 }
 
-void ServerDoor::waitForClients() {
-    listener_->wait([this] { acceptClients(); });
+void ServerDoor::takeUp() noexcept {
+    if (std::exchange(idle_, false)) acceptClients();
 }
 
-void ServerDoor::acceptClients() {
+void ServerDoor::acceptClients() noexcept {
+    try {
+        acceptSome();
+    } catch (const std::exception& error) { // those that come wait in the listener
+        idle_ = true;
+        proceedLater();
+        IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: cannot wait for clients: %s\n", service.c_str(),
+                       textOf(error));
+    }
+}
+
+void ServerDoor::acceptSome() {
     std::error_code error;
     for (int i = 0; i < mostAtOnce; ++i) {
         auto stream = nextClient(error);
@@ -41,9 +54,9 @@ void ServerDoor::acceptClients() {
     }
     if (!error) {
         lastReason_.clear();
-        return waitForClients();
+        return listener_->wait([this] { acceptClients(); });
     }
-    logOnce("cannot accept clients: " + error.message());
+    logOnce(("cannot accept clients: " + error.message()).c_str());
     retryTimer_.expires_after(acceptRetry);
     retryTimer_.async_wait([this](const boost::system::error_code& canceled) {
         if (!canceled) acceptClients();
@@ -55,7 +68,7 @@ std::unique_ptr<Stream> ServerDoor::nextClient(std::error_code& error) {
         try {
             return listener_->accept(error);
         } catch (const std::exception& lost) {
-            turnAway(lost.what());
+            turnAway(textOf(lost));
         }
     }
 }
@@ -72,7 +85,7 @@ std::shared_ptr<Connection> ServerDoor::admit(std::unique_ptr<Stream> stream) {
         clients_.push_back(client);
         return client;
     } catch (const std::exception& error) {
-        turnAway(error.what());
+        turnAway(textOf(error));
         return nullptr;
     }
 }
@@ -86,8 +99,11 @@ void ServerDoor::awaitHelloOf(const std::shared_ptr<Connection>& client) {
         return !known || !known->awaitsHello();
     });
     if (newcomers_.size() <= mostAwaited) return;
-    if (const auto oldest = newcomers_.front().lock())
-        oldest->turnAway("peer sent no hello while " + std::to_string(mostAwaited) + " others came");
+    if (const auto oldest = newcomers_.front().lock()) {
+        char why[64];
+        std::snprintf(why, sizeof why, "peer sent no hello while %zu others came", mostAwaited);
+        oldest->turnAway(why);
+    }
     newcomers_.erase(newcomers_.begin());
 }
 
@@ -96,21 +112,21 @@ void ServerDoor::turnAway(const char* why) {
     IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: client turned away: %s\n", service.c_str(), why);
 }
 
-void ServerDoor::onConnectionReady(Connection& client) {
+void ServerDoor::onConnectionReady(Connection& client) noexcept {
     IO_LOG_LIMITED(*this, vdlDebugProgress, "service %s: client %llu connected\n", service.c_str(),
                    static_cast<unsigned long long>(client.number()));
 }
 
-void ServerDoor::onConnectionClosed(Connection& client, bool wasReady, bool fault, const std::string& reason) {
+void ServerDoor::onConnectionClosed(Connection& client, bool wasReady, bool fault, const char* reason) noexcept {
     const char* what = wasReady ? "disconnected" : fault ? "turned away" : "left before its hello";
     const auto number = static_cast<unsigned long long>(client.number());
     // Two kinds, so that peers which come and go bury none that is at fault.
     if (fault)
         IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: client %llu %s: %s\n", service.c_str(), number, what,
-                       reason.c_str());
+                       reason);
     else
         IO_LOG_LIMITED(*this, vdlDebugProgress, "service %s: client %llu %s: %s\n", service.c_str(), number, what,
-                       reason.c_str());
+                       reason);
     std::lock_guard lock(mutex);
     count(counters.dropped, client.outbox().dropAll());
     tellRefusals(client.outbox());
@@ -132,16 +148,26 @@ int ServerDoor::dispatch(const Outgoing& message, const frame::TransportInfo* tr
                 return put(message, client->outbox(), client.get());
         return refuse(-107, message.meta, "no such connection");
     }
-    // One client's full queue is no reason for the others to go without.
-    std::size_t taken = 0;
+    // One client's full queue, or the want of memory for one, is no reason for the others to go without.
+    std::size_t taken = 0, lost = 0;
     int result = 0;
     for (const auto& client : clients_) {
         if (!client->ready()) continue;
-        const int one = put(message, client->outbox(), client.get());
-        if (one == 0)
-            ++taken;
-        else
-            result = one;
+        try {
+            const int one = put(message, client->outbox(), client.get());
+            if (one == 0)
+                ++taken;
+            else
+                result = one;
+        } catch (const std::bad_alloc&) {
+            ++lost;
+        }
+    }
+    if (taken == 0 && lost > 0) throw std::bad_alloc();
+    if (lost > 0) {
+        count(counters.refused, lost);
+        IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: message 0x%08x refused for %zu clients: out of memory\n",
+                       service.c_str(), message.meta.messageId, lost);
     }
     return taken > 0 ? 0 : result;
 }

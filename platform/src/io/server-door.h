@@ -18,25 +18,26 @@ public:
     ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service,
                const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits);
 
-    void begin() override { waitForClients(); }
     void end() override;
     std::vector<std::uint64_t> clients();
-    void onConnectionReady(Connection& connection) override;
-    void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const std::string& reason) override;
+    void onConnectionReady(Connection& connection) noexcept override;
+    void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const char* reason) noexcept override;
 
 protected:
     int dispatch(const Outgoing& message, const frame::TransportInfo* transport) override;
     void addTo(frame::IOStatistics& statistics) override;
+    void takeUp() noexcept override;
 
 private:
-    void waitForClients();
-    void acceptClients();
+    void acceptClients() noexcept;
+    void acceptSome();
     std::unique_ptr<Stream> nextClient(std::error_code& error);
     std::shared_ptr<Connection> admit(std::unique_ptr<Stream> stream);
     void turnAway(const char* why);
     void awaitHelloOf(const std::shared_ptr<Connection>& client);
 
     std::unique_ptr<Listener> listener_; // until the end
+    bool idle_ = true;                   // the receiving thread's: nothing is awaited that would make it accept
     boost::asio::steady_timer retryTimer_;
     std::vector<std::shared_ptr<Connection>> clients_; // guarded by the mutex
     std::vector<std::weak_ptr<Connection>>

@@ -1,0 +1,163 @@
+// Each call of the message queue when memory runs out in it: it does its work or throws, and leaves nothing half done.
+#include "support/failing-allocations.h"
+#include "support/queue-fixture.h"
+
+#include <host/log-capture.h>
+#include <host/message-queue.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <memory>
+#include <vector>
+
+namespace {
+
+using queue_test::eventually;
+using queue_test::messages;
+using queue_test::numberMeta;
+using queue_test::numberTable;
+using support::failAtEveryAllocation;
+
+std::size_t descriptors() {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+// Before its receiving thread has started, and while that runs.
+class QueueCalls : public queue_test::MessageQueue, public testing::WithParamInterface<bool> {
+protected:
+    void SetUp() override {
+        startServer();
+        client = std::make_unique<host::MessageQueue>(limits);
+        if (GetParam()) client->start();
+        client->withdraw(connect()); // the first door takes descriptors for all
+        atRest = descriptors();
+    }
+    void expectNoDoor() {
+        EXPECT_EQ(client->statistics().size(), 0U);
+        EXPECT_EQ(descriptors(), atRest);
+    }
+    frame::OmqIOModule& connect() { return client->connectTo("tuner", messages, 64, nullptr); }
+    static int ignore(const frame::MsgMeta&, const frame::TransportInfo&, const void*, void*) { return 0; }
+
+    const host::LogCapture quiet{{0x0202}};
+    std::size_t atRest = 0;
+};
+
+TEST_P(QueueCalls, MakeNoQueueOrAWholeOne) {
+    const auto make = [this] { const host::MessageQueue queue(limits); };
+    make();
+    const long blocks = support::blocksHeld;
+    const auto nothingLeft = [&] {
+        EXPECT_EQ(support::blocksHeld, blocks);
+        EXPECT_EQ(descriptors(), atRest);
+    };
+    EXPECT_GT(failAtEveryAllocation(make, nothingLeft), 1);
+}
+
+TEST_P(QueueCalls, MakeNoDoorOrAWholeOne) {
+    EXPECT_GT(failAtEveryAllocation([this] { door = &connect(); }, [this] { expectNoDoor(); }), 1);
+    client->open(*door);
+    client->start();
+    EXPECT_TRUE(honestClientServed());
+}
+
+TEST_P(QueueCalls, OfferNoServiceOrAWholeOne) {
+    const auto serve = [this] { client->serve("radio", messages, 64); };
+    const auto nothingOffered = [this] {
+        expectNoDoor();
+        EXPECT_FALSE(std::filesystem::exists(folder + "/radio.sock"));
+    };
+    EXPECT_GT(failAtEveryAllocation(serve, nothingOffered), 1);
+    client->start();
+    const queue_test::RawPeer peer(folder + "/radio.sock");
+    EXPECT_EQ(queue_test::RawPeer(folder + "/radio.sock").hear(helloSize).size(), helloSize);
+}
+
+TEST_P(QueueCalls, OpenAllDoorsOrNone) {
+    const std::vector<frame::OmqIOModule*> doors{&connect(), &connect()};
+    const auto noneOpen = [this] {
+        for (const auto& counters : client->statistics()) EXPECT_FALSE(counters.connected);
+        EXPECT_EQ(descriptors(), atRest);
+    };
+    EXPECT_GT(failAtEveryAllocation([&] { client->open(doors); }, noneOpen), 0);
+    client->start();
+    EXPECT_TRUE(eventually([this] {
+        const auto counters = client->statistics();
+        return counters[0].connected && counters[1].connected;
+    }));
+}
+
+TEST_P(QueueCalls, BindAHandlerOrNone) {
+    door = &connect();
+    int result = 1;
+    const auto bind = [&] { result = door->registerMessageHandler(numberMeta, ignore, nullptr, numberTable); };
+    EXPECT_GT(failAtEveryAllocation(bind, [] {}), 0);
+    EXPECT_EQ(result, 0); // what had failed has not bound it
+    EXPECT_EQ(door->registerMessageHandler(numberMeta, ignore, nullptr, numberTable), -17);
+}
+
+TEST_P(QueueCalls, StartOrCanStartLater) {
+    door = &connect();
+    client->open(*door);
+    failAtEveryAllocation([this] { client->start(); }, [] {});
+    EXPECT_TRUE(honestClientServed());
+}
+
+TEST_P(QueueCalls, TellStatisticsOrNothing) {
+    connect();
+    std::vector<frame::IOStatistics> counters;
+    EXPECT_GT(failAtEveryAllocation([&] { counters = client->statistics(); }, [&] { EXPECT_TRUE(counters.empty()); }),
+              0);
+    EXPECT_EQ(counters.size(), 1U);
+}
+
+TEST_P(QueueCalls, StopWithoutMemory) {
+    door = &connect();
+    client->open(*door);
+    client->start();
+    ASSERT_TRUE(honestClientServed());
+    EXPECT_EQ(failAtEveryAllocation([this] { client->stop(); }, [] {}), 0);
+    EXPECT_EQ(queue_test::sendNumber(*door, 1), -108);
+}
+
+INSTANTIATE_TEST_SUITE_P(WithAndWithoutAThread, QueueCalls, testing::Bool());
+
+using QueueToAll = queue_test::MessageQueue;
+
+TEST_F(QueueToAll, SendsToTheClientsForWhomThereIsMemory) {
+    const host::LogCapture quiet({0x0202});
+    bool enough = false, forSome = false;
+    for (long allocations = 0; !enough; ++allocations) {
+        ASSERT_LT(allocations, 100);
+        client.reset();
+        startBoth();
+        host::MessageQueue second(limits);
+        queue_test::Inbox secondInbox;
+        auto& secondDoor = second.connectTo("tuner", messages, 64, nullptr);
+        secondInbox.listenAt(secondDoor);
+        second.open(secondDoor);
+        second.start();
+        ASSERT_TRUE(eventually([&] { return host::MessageQueue::clientsOf(*offered).size() == 2; }));
+
+        const std::uint32_t number = 1;
+        const auto before = clientInbox.size();
+        bool threw = false;
+        support::allocationsLeft = allocations;
+        try {
+            EXPECT_EQ(offered->asyncSend({}, numberMeta, nullptr, numberTable, &number, {}), 0);
+        } catch (const std::bad_alloc&) {
+            threw = true;
+        }
+        support::allocationsLeft = -1;
+        const auto refused = atServer().refused;
+        const auto expected = threw ? 0 : 2 - refused;
+        ASSERT_TRUE(eventually([&] { return clientInbox.size() - before + secondInbox.size() == expected; }));
+        enough = expected == 2;
+        forSome = forSome || expected == 1;
+    }
+    EXPECT_TRUE(forSome);
+}
+
+} // namespace

@@ -1,0 +1,294 @@
+// The message queue when its receiving thread has no memory for something: whatever it is, the others are served on.
+#include "support/failing-allocations.h"
+#include "support/queue-fixture.h"
+
+#include <host/log-capture.h>
+#include <host/message-queue.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+using queue_test::eventually;
+using queue_test::frameOf;
+using queue_test::messages;
+using queue_test::numberMeta;
+using queue_test::numberTable;
+using support::failElsewhereAtEveryAllocation;
+
+constexpr std::size_t helloBytes = 32 + 5 + 2 * 24, frameBytes = 32 + 4;
+
+std::size_t descriptors() {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+// A peer whose other end may hang up at any time.
+class Peer {
+public:
+    explicit Peer(int socket) : socket_(socket) {
+        const timeval patience{10, 0};
+        setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    }
+    Peer(Peer&& other) noexcept : socket_(std::exchange(other.socket_, -1)) {}
+    ~Peer() {
+        if (socket_ >= 0) close(socket_);
+    }
+    bool say(const std::string& bytes) const {
+        return send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    }
+    // Less than asked for when the other end has hung up; that it does neither is a failure.
+    std::string hear(std::size_t size) const {
+        std::string bytes(size, '\0');
+        errno = 0;
+        const ssize_t count = recv(socket_, bytes.data(), size, MSG_WAITALL);
+        if (errno == EAGAIN) ADD_FAILURE() << "neither an answer nor an end";
+        bytes.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+        return bytes;
+    }
+    int get() const { return socket_; }
+
+private:
+    int socket_;
+};
+
+sockaddr_un addressOf(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+}
+
+class StarvedThread : public testing::TestWithParam<long> {
+protected:
+    StarvedThread() {
+        char name[] = "/tmp/message-queue-XXXXXX";
+        folder = mkdtemp(name);
+        setenv("RUNTIME_DIRECTORY", folder.c_str(), 1);
+        path = folder + "/tuner.sock";
+    }
+    ~StarvedThread() override {
+        queue.reset();
+        std::filesystem::remove_all(folder);
+    }
+
+    frame::IOStatistics statistics() const { return queue->statistics().at(0); }
+    static int takeNumber(const frame::MsgMeta&, const frame::TransportInfo& from, const void* payload, void* context) {
+        auto& self = *static_cast<StarvedThread*>(context);
+        const std::uint32_t number = *static_cast<const vdl::Word<std::uint32_t>*>(payload);
+        if (self.answering) self.answer(from, number);
+        ++self.taken;
+        queue_test::bell.ring();
+        return 0;
+    }
+    // As a service does that tries again.
+    void answer(const frame::TransportInfo& to, std::uint32_t number) const {
+        for (int attempt = 0; attempt < 10; ++attempt) try {
+                door->asyncSend({}, numberMeta, &to, numberTable, &number, {});
+                return;
+            } catch (const std::bad_alloc&) {
+            }
+    }
+
+    const long fail = GetParam();
+    std::string folder, path;
+    std::atomic<int> taken{0};
+    bool answering = false;
+    std::unique_ptr<host::MessageQueue> queue;
+    frame::OmqIOModule* door = nullptr;
+};
+
+class StarvedService : public StarvedThread {
+protected:
+    StarvedService() {
+        queue = std::make_unique<host::MessageQueue>(host::QueueLimits{});
+        door = &queue->serve("tuner", messages, 64);
+        answering = true;
+        EXPECT_EQ(door->registerMessageHandler(numberMeta, takeNumber, this, numberTable), 0);
+        queue->start();
+        descriptorsAtRest = descriptors();
+        hello = Peer(connected()).hear(helloBytes); // which a client of the same messages says, too
+    }
+    int connected() const {
+        const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const auto address = addressOf(path);
+        EXPECT_EQ(connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        return socket;
+    }
+    // Whether a client that comes, says its hello and sends a number is answered.
+    bool exchange() const {
+        const Peer peer(connected());
+        const std::string body = "abcd";
+        return peer.say(hello) && peer.hear(helloBytes) == hello && peer.say(frameOf(numberMeta, 4, body)) &&
+               peer.hear(frameBytes).ends_with(body);
+    }
+    bool allGone() const {
+        return eventually([&] { return !statistics().connected && descriptors() == descriptorsAtRest; });
+    }
+    std::uint64_t accounted() const {
+        const auto counters = statistics();
+        return counters.refused + counters.undecodable + counters.dropped;
+    }
+
+    std::size_t descriptorsAtRest = 0;
+    std::string hello;
+};
+
+TEST_P(StarvedService, ServesEachHonestClientAfterwardsAndCountsWhomItTurnedAway) {
+    const host::LogCapture quiet({0x0202});
+    ASSERT_TRUE(exchange());
+    ASSERT_TRUE(allGone());
+    const long failures = failElsewhereAtEveryAllocation(
+        fail,
+        [&](long) {
+            const auto before = accounted();
+            const bool served = exchange();
+            EXPECT_TRUE(allGone());
+            EXPECT_TRUE(served || eventually([&] { return accounted() > before; })) << "turned away, but not counted";
+        },
+        [&](long) {
+            EXPECT_TRUE(exchange());
+            EXPECT_TRUE(allGone());
+        });
+    EXPECT_GT(failures, 5);
+}
+
+TEST_P(StarvedService, KeepsNoMemoryOfThoseThatCameAndWent) {
+    const auto rounds = [this] {
+        const host::LogCapture quiet({0x0202});
+        failElsewhereAtEveryAllocation(
+            fail,
+            [&](long) {
+                exchange();
+                EXPECT_TRUE(allGone());
+            },
+            [](long) {});
+    };
+    // The service remembers some clients that have gone, until it forgets all of them at once.
+    const auto atLeast = [this] {
+        const host::LogCapture quiet({0x0202});
+        long held = std::numeric_limits<long>::max();
+        for (int i = 0; i < 70; ++i) {
+            EXPECT_TRUE(exchange());
+            EXPECT_TRUE(allGone());
+            held = std::min(held, support::blocksHeld.load());
+        }
+        return held;
+    };
+    rounds(); // after which what is kept for good has its size
+    const long before = atLeast();
+    constexpr int times = 40;
+    for (int i = 0; i < times; ++i) rounds();
+    EXPECT_LT(atLeast(), before + times - 10); // one lost in each round would be more
+}
+
+INSTANTIATE_TEST_SUITE_P(OnceOrMore, StarvedService, testing::Values(1, 3));
+
+// The service is the test's.
+class StarvedClient : public StarvedThread {
+protected:
+    StarvedClient() {
+        queue = std::make_unique<host::MessageQueue>(host::QueueLimits{});
+        door = &queue->connectTo("tuner", messages, 64, &news);
+        EXPECT_EQ(door->registerMessageHandler(numberMeta, takeNumber, this, numberTable), 0);
+        queue->open(*door);
+    }
+    // The place of the service, while it is there.
+    Peer listening() const {
+        const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const auto address = addressOf(path);
+        EXPECT_EQ(bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(socket, 8), 0);
+        return Peer(socket);
+    }
+    // Comes, takes what the client sends, says something until the client has taken it, and goes. Returns the numbers
+    // that the client sent.
+    std::vector<std::uint32_t> serviceComesAndGoes() {
+        std::vector<std::uint32_t> heard;
+        const int before = taken;
+        const Peer place = listening();
+        while (taken == before) {
+            const int socket = accept4(place.get(), nullptr, nullptr, SOCK_CLOEXEC);
+            if (socket < 0) {
+                ADD_FAILURE() << "the client does not come";
+                break;
+            }
+            const Peer client(socket);
+            const std::string hello = client.hear(helloBytes);
+            if (hello.size() < helloBytes || !client.say(hello) || !client.say(frameOf(numberMeta, 4, "abcd")))
+                continue;
+            std::string frame;
+            for (bool first = true; first || taken == before; first = false) {
+                frame = client.hear(frameBytes);
+                if (frame.size() < frameBytes) break;
+                std::uint32_t number;
+                frame.copy(reinterpret_cast<char*>(&number), 4, 32);
+                heard.push_back(number);
+                if (number == newest) eventually([&] { return taken != before || hasHungUp(client); });
+            }
+        }
+        unlink(path.c_str());
+        return heard;
+    }
+    static bool hasHungUp(const Peer& peer) {
+        char byte;
+        return recv(peer.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+    }
+
+    queue_test::News news;
+    std::uint32_t newest = 0; // of the numbers that the client sent
+};
+
+TEST_P(StarvedClient, FindsItsServiceAgainAndLosesNothingUncounted) {
+    const host::LogCapture quiet({0x0202});
+    queue->start();
+    const auto round = [this] {
+        const auto dropped = statistics().dropped;
+        const int failed = news.failed;
+        ASSERT_EQ(queue_test::sendNumber(*door, ++newest), 0);
+        const auto heard = serviceComesAndGoes();
+        EXPECT_TRUE(std::count(heard.begin(), heard.end(), newest) == 1 || statistics().dropped > dropped);
+        EXPECT_TRUE(eventually([&] { return news.connected == news.disconnected && news.failed > failed; }));
+    };
+    round();
+    const std::size_t atRest = descriptors();
+    const long failures = failElsewhereAtEveryAllocation(
+        fail, [&](long) { round(); },
+        [&](long) {
+            round();
+            EXPECT_EQ(descriptors(), atRest);
+        });
+    EXPECT_GT(failures, 5);
+}
+
+TEST_P(StarvedClient, GivesUpInTimeWhatNobodyTakes) {
+    queue = std::make_unique<host::MessageQueue>(host::QueueLimits{10, 1000, 1ms});
+    door = &queue->connectTo("tuner", messages, 64, nullptr);
+    queue->open(*door);
+    const host::LogCapture quiet({0x0202});
+    queue->start();
+    failElsewhereAtEveryAllocation(
+        fail,
+        [&](long) {
+            const auto dropped = statistics().dropped;
+            EXPECT_EQ(queue_test::sendNumber(*door, 1), 0);
+            EXPECT_TRUE(eventually([&] { return statistics().dropped == dropped + 1; }));
+        },
+        [](long) {});
+}
+
+INSTANTIATE_TEST_SUITE_P(OnceOrMore, StarvedClient, testing::Values(1, 3));
+
+} // namespace
