@@ -1,18 +1,15 @@
 #include "command-table.h"
 
+#include "request.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <exception>
-#include <nlohmann/json.hpp>
+#include <new>
 #include <utility>
 
 namespace appovshell {
 namespace {
-
-// Commands may print bytes that are no UTF-8; those are replaced, so that the answer stays JSON.
-std::string toLine(const nlohmann::json& json) {
-    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
-}
 
 std::string usage(const std::string& word, const std::string& arguments) {
     return arguments.empty() ? word : word + " " + arguments;
@@ -21,9 +18,8 @@ std::string usage(const std::string& word, const std::string& arguments) {
 } // namespace
 
 std::string statusLine(int status, const std::string& error) {
-    nlohmann::json line{{"status", status}};
-    if (!error.empty()) line["error"] = error;
-    return toLine(line);
+    const std::string member = error.empty() ? std::string() : "\"error\":" + quoted(error) + ",";
+    return "{" + member + "\"status\":" + std::to_string(status) + "}\n";
 }
 
 CommandTable::CommandTable() {
@@ -64,34 +60,45 @@ bool CommandTable::wantsJson() {
 }
 
 std::string CommandTable::answer(std::string_view request, bool* wellFormed) {
-    const auto json = nlohmann::json::parse(request, nullptr, false);
+    using Member = Request::Member;
+    Request asked;
+    const bool isJson = readRequest(request, asked);
     if (wellFormed) *wellFormed = true;
     const auto malformed = [wellFormed](const char* why) {
         if (wellFormed) *wellFormed = false;
         return statusLine(-EINVAL, std::string("malformed request: ") + why);
     };
-    if (json.is_discarded()) return malformed("not JSON");
-    if (!json.is_object()) return malformed("not an object");
-    const auto flag = json.find("json");
-    if (flag != json.end() && !flag->is_boolean()) return malformed("\"json\" is not a boolean");
-    Invocation invocation;
-    invocation.json = flag != json.end() && flag->get<bool>();
+    if (!isJson) return malformed("not JSON");
+    if (!asked.isObject) return malformed("not an object");
+    if (asked.jsonMember == Member::OfAnotherType) return malformed("\"json\" is not a boolean");
+    if (asked.lineMember == Member::OfAnotherType) return malformed("\"line\" is not a string");
+    const bool hasLine = asked.lineMember == Member::Fits;
+    if (!hasLine && asked.wordsMember == Member::Missing) return malformed("no \"line\"");
+    if (!hasLine && asked.wordsMember == Member::OfAnotherType)
+        return malformed("\"words\" is not an array of strings");
 
-    Result result;
-    if (const auto line = json.find("line"); line != json.end()) {
-        if (!line->is_string()) return malformed("\"line\" is not a string");
-        result = run(line->get_ref<const std::string&>(), invocation);
-    } else if (const auto words = json.find("words"); words != json.end()) {
-        const auto isString = [](const nlohmann::json& word) { return word.is_string(); };
-        if (!words->is_array() || !std::all_of(words->begin(), words->end(), isString))
-            return malformed("\"words\" is not an array of strings");
-        result = run(words->get<std::vector<std::string>>(), invocation);
-    } else {
-        return malformed("no \"line\"");
-    }
+    Invocation invocation;
+    invocation.json = asked.json;
+    const Result result = hasLine ? run(asked.line, invocation) : run(asked.words, invocation);
     const auto status = statusLine(result.status, result.error);
-    return invocation.output.empty() ? status : toLine({{"output", invocation.output}}) + status;
+    return invocation.output.empty() ? status : "{\"output\":" + quoted(invocation.output) + "}\n" + status;
 }
+
+// The invocation whose command runs, however that ends.
+class CommandTable::Current {
+public:
+    Current(CommandTable& table, Invocation& invocation) : table_(table) { set(&invocation); }
+    ~Current() { set(nullptr); }
+    Current(const Current&) = delete;
+    Current& operator=(const Current&) = delete;
+
+private:
+    void set(Invocation* invocation) {
+        std::lock_guard lock(table_.mutex_);
+        table_.current_ = invocation;
+    }
+    CommandTable& table_;
+};
 
 template <class Line> CommandTable::Result CommandTable::run(const Line& line, Invocation& invocation) {
     const auto first = takeWords(line, 1);
@@ -111,20 +118,19 @@ template <class Line> CommandTable::Result CommandTable::run(const Line& line, I
 }
 
 CommandTable::Result CommandTable::call(const Command& command, Invocation& invocation) {
-    const auto setCurrent = [this](Invocation* current) {
-        std::lock_guard lock(mutex_);
-        current_ = current;
-    };
     Result result;
-    setCurrent(&invocation);
-    try {
-        result.status = command.handler(command.context);
-    } catch (const std::exception& exception) {
-        result = {-EIO, exception.what()};
-    } catch (...) {
-        result = {-EIO, "the command failed with an exception of an unknown type"};
+    {
+        const Current current(*this, invocation);
+        try {
+            result.status = command.handler(command.context);
+        } catch (const std::bad_alloc&) {
+            result = {-ENOMEM, "out of memory"};
+        } catch (const std::exception& exception) {
+            result = {-EIO, exception.what()};
+        } catch (...) {
+            result = {-EIO, "the command failed with an exception of an unknown type"};
+        }
     }
-    setCurrent(nullptr);
     if (result.status == 0 && invocation.cut)
         result = {-EMSGSIZE, "the output is longer than " + std::to_string(maximumOutput) + " bytes and was cut"};
     return result;
@@ -137,19 +143,20 @@ const CommandTable::Command* CommandTable::find(const std::string& word) const {
 }
 
 void CommandTable::help() {
-    auto list = nlohmann::json::array();
+    std::string list;
     std::vector<std::pair<std::string, std::string>> lines;
     std::size_t width = 0;
     {
         std::lock_guard lock(mutex_);
         for (const auto& [word, command] : commands_) {
             const auto& [arguments, description] = command.help;
-            list.push_back({{"command", word}, {"arguments", arguments}, {"help", description}});
+            list += (list.empty() ? "{\"arguments\":" : ",{\"arguments\":") + quoted(arguments) +
+                    ",\"command\":" + quoted(word) + ",\"help\":" + quoted(description) + "}";
             lines.emplace_back(usage(word, arguments), description);
             width = std::max(width, lines.back().first.size());
         }
     }
-    if (wantsJson()) return print(toLine(list));
+    if (wantsJson()) return print("[" + list + "]\n");
     for (const auto& [call, description] : lines)
         print(description.empty() ? call + "\n"
                                   : call + std::string(width + 2 - call.size(), ' ') + description + "\n");

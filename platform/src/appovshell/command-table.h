@@ -45,6 +45,7 @@ private:
         std::string output;
         bool cut = false; // the output went beyond the limit
     };
+    class Current;
     struct Result {
         int status;
         std::string error;

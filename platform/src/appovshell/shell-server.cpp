@@ -6,13 +6,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <poll.h>
+#include <exception>
 #include <string_view>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <system_error>
 #include <utility>
-#include <vector>
 
 namespace appovshell {
 
@@ -24,7 +23,13 @@ namespace {
 constexpr int acceptPauseMs = 200;
 constexpr int secondMs = 1000;
 
-std::string textOf(int error) { return std::system_category().message(error); }
+// Takes no memory.
+void logError(std::uint32_t severity, const char* what, int error) noexcept {
+    vdlDebugChunk chunk;
+    if (!vdlDebugCheckLevelGetFrameAndChunk(wordOf(severity), chunk)) return;
+    errno = error;
+    vdlDebugOutput0(chunk, "%s: %m\n", what);
+}
 
 bool isTemporary(int error) { return error == EAGAIN || error == EINTR; }
 
@@ -38,15 +43,16 @@ void ShellServer::open(const std::string& path, uid_t user) {
     FileDescriptor wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!wake) throw std::system_error(errno, std::system_category(), "debug shell at " + path);
     auto lock = std::make_unique<host::io::SocketLock>("debug shell", path);
+    path_ = path; // before there is something at it
     listener_ = listenAt(path);
     lock_ = std::move(lock);
     wake_ = std::move(wake);
-    path_ = path;
     user_ = user;
 }
 
 void ShellServer::start() {
     if (!listener_) throw std::system_error(EBADF, std::system_category(), "debug shell without a socket");
+    polled_.reserve(2 + maximumClients + maximumSilent);
     stopping_ = false;
     thread_ = std::thread(&ShellServer::serve, this);
 }
@@ -67,23 +73,22 @@ void ShellServer::stop() {
     lock_.reset();
 }
 
-void ShellServer::serve() {
-    std::vector<pollfd> polled;
+void ShellServer::serve() noexcept {
     while (!stopping_) {
-        polled.clear();
-        polled.push_back({wake_.get(), POLLIN, 0});
-        polled.push_back({acceptPaused_ ? -1 : listener_.get(), POLLIN, 0});
+        polled_.clear();
+        polled_.push_back({wake_.get(), POLLIN, 0});
+        polled_.push_back({acceptPaused_ ? -1 : listener_.get(), POLLIN, 0});
         for (const auto& client : clients_) {
             const int wanted = (client.ending ? 0 : POLLIN) | (client.unsent.empty() ? 0 : POLLOUT);
-            polled.push_back({client.socket.get(), static_cast<short>(wanted), 0});
+            polled_.push_back({client.socket.get(), static_cast<short>(wanted), 0});
         }
-        if (poll(polled.data(), polled.size(), pollTimeout()) < 0) {
+        if (poll(polled_.data(), polled_.size(), pollTimeout()) < 0) {
             if (errno == EINTR) continue;
-            return log(vdlDebugFailure, "the shell ends, its sockets cannot be watched: " + textOf(errno));
+            return logError(vdlDebugFailure, "the shell ends, its sockets cannot be watched", errno);
         }
         acceptPaused_ = false;
         if (linesHeldBack_) linesHeldBack_ = host::debug::LineLimit::tellHeldBack();
-        auto events = polled.begin() + 2;
+        auto events = polled_.begin() + 2;
         for (auto client = clients_.begin(); client != clients_.end() && !stopping_; ++events) {
             if (events->revents & POLLOUT) flush(*client);
             if (!client->ending && (events->revents & (POLLIN | POLLHUP | POLLERR))) receive(*client);
@@ -92,25 +97,33 @@ void ShellServer::serve() {
             const bool done = client->lost || (client->ending && client->unsent.empty());
             client = done ? clients_.erase(client) : std::next(client);
         }
-        if (polled[1].revents != 0) accept();
+        if (polled_[1].revents != 0) accept();
     }
 }
 
 int ShellServer::pollTimeout() const { return acceptPaused_ ? acceptPauseMs : linesHeldBack_ ? secondMs : -1; }
 
-void ShellServer::accept() {
+void ShellServer::accept() noexcept {
     FileDescriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (socket) return admit(std::move(socket));
-    if (isTemporary(errno) || errno == ECONNABORTED) return;
-    log(vdlDebugWarning, "cannot take a shell client: " + textOf(errno));
-    acceptPaused_ = true;
-}
-
-void ShellServer::admit(FileDescriptor socket) {
-    ucred peer{};
-    socklen_t size = sizeof peer;
+    if (!socket) {
+        if (isTemporary(errno) || errno == ECONNABORTED) return;
+        logError(vdlDebugWarning, "cannot take a shell client", errno);
+        acceptPaused_ = true;
+        return;
+    }
     Client client;
     client.socket = std::move(socket);
+    try {
+        admit(client);
+    } catch (const std::exception&) {
+        giveUp(client);
+    }
+}
+
+// Throws before it has taken the client.
+void ShellServer::admit(Client& client) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
     if (getsockopt(client.socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != user_) {
         LIMITED_DEBUG_LINE(wordOf(vdlDebugWarning), linesHeldBack_ = true, "turned away a shell client of user %u\n",
                            peer.uid);
@@ -119,11 +132,18 @@ void ShellServer::admit(FileDescriptor socket) {
     const std::size_t asking = askingClients();
     if (asking == maximumClients) return turnAway(client);
     clients_.push_back(std::move(client));
-    if (clients_.size() - asking <= maximumSilent) return;
-    // Who comes and never asks would keep all others from asking.
+    if (clients_.size() - asking > maximumSilent) makeWay();
+}
+
+// Who comes and never asks would keep all others from asking.
+void ShellServer::makeWay() noexcept {
     const auto silent =
         std::find_if(clients_.begin(), clients_.end(), [](const Client& known) { return !known.asked; });
-    turnAway(*silent);
+    try {
+        turnAway(*silent);
+    } catch (const std::exception&) {
+        giveUp(*silent);
+    }
     clients_.erase(silent);
 }
 
@@ -139,17 +159,30 @@ void ShellServer::turnAway(Client& client) {
     send(client, statusLine(-EAGAIN, "the shell has its " + std::to_string(maximumClients) + " clients already"));
 }
 
-void ShellServer::receive(Client& client) {
+void ShellServer::receive(Client& client) noexcept {
     char buffer[16 * 1024];
     const auto count = recv(client.socket.get(), buffer, sizeof buffer, 0);
     if (count > 0) {
-        client.input.append(buffer, static_cast<std::size_t>(count));
-        runRequests(client);
+        try {
+            client.input.append(buffer, static_cast<std::size_t>(count));
+            runRequests(client);
+        } catch (const std::exception&) {
+            giveUp(client);
+        }
     } else if (count == 0) {
         client.ending = true;
     } else if (!isTemporary(errno)) {
         client.lost = true;
     }
+}
+
+// Ends the connection to a client for want of memory, of which it is told unless part of an answer is on its way.
+void ShellServer::giveUp(Client& client) noexcept {
+    constexpr char text[] = "{\"status\":-12,\"error\":\"the shell is out of memory\"}\n";
+    LIMITED_DEBUG_LINE(wordOf(vdlDebugWarning), linesHeldBack_ = true,
+                       "ended the connection to a shell client: out of memory\n");
+    if (client.unsent.empty()) ::send(client.socket.get(), text, sizeof text - 1, MSG_NOSIGNAL | MSG_DONTWAIT);
+    client.lost = true;
 }
 
 void ShellServer::runRequests(Client& client) {
@@ -189,7 +222,7 @@ void ShellServer::send(Client& client, const std::string& text) {
     flush(client);
 }
 
-void ShellServer::flush(Client& client) {
+void ShellServer::flush(Client& client) noexcept {
     std::size_t sent = 0;
     while (sent < client.unsent.size()) {
         const auto count =

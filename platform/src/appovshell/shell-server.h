@@ -9,9 +9,11 @@
 #include <cstddef>
 #include <list>
 #include <memory>
+#include <poll.h>
 #include <string>
 #include <sys/types.h>
 #include <thread>
+#include <vector>
 
 namespace appovshell {
 
@@ -29,7 +31,8 @@ public:
     // Listens at path for clients of the given user. Throws std::runtime_error, saying what is wrong, when the socket
     // cannot be had. Clients that connect before start are served from then on.
     void open(const std::string& path, uid_t user);
-    // Starts the thread. Throws std::system_error when there is none to be had, or when the shell is not open.
+    // Starts the thread. Throws std::system_error when there is none to be had, or when the shell is not open, and
+    // std::bad_alloc. A client for whose request or answer there is no memory later is told so and let go.
     void start();
     // Ends the command under way, the connections and the thread, and removes the socket. Not from a command. Harmless
     // when called again.
@@ -45,16 +48,18 @@ private:
         bool lost = false;   // the connection is dead
     };
 
-    void serve();
+    void serve() noexcept;
     int pollTimeout() const;
-    void accept();
-    void admit(host::io::FileDescriptor socket);
+    void accept() noexcept;
+    void admit(Client& client);
+    void makeWay() noexcept;
     std::size_t askingClients() const;
     void turnAway(Client& client);
-    void receive(Client& client);
+    void receive(Client& client) noexcept;
     void runRequests(Client& client);
+    void giveUp(Client& client) noexcept;
     void send(Client& client, const std::string& text);
-    void flush(Client& client);
+    void flush(Client& client) noexcept;
 
     std::string path_;
     uid_t user_ = 0;
@@ -64,6 +69,7 @@ private:
     bool acceptPaused_ = false; // the process is out of descriptors
     bool linesHeldBack_ = false;
     std::list<Client> clients_;
+    std::vector<pollfd> polled_; // has room for all that there can be
     std::thread thread_;
 };
 

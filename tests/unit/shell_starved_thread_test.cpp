@@ -1,0 +1,134 @@
+// The debug shell when its thread has no memory for something: the client is told, and the shell serves on.
+#include "support/failing-allocations.h"
+
+#include <appovshell/shell-server.h>
+#include <host/log-capture.h>
+#include <host/shell-client.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+using appovshell::ShellServer;
+using support::failElsewhereAtEveryAllocation;
+
+std::size_t descriptors() {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+class StarvedShell : public testing::TestWithParam<long> {
+protected:
+    StarvedShell() {
+        char name[] = "/tmp/shell-test-XXXXXX";
+        folder = mkdtemp(name);
+        path = folder + "/test.shell";
+        server = std::make_unique<ShellServer>();
+        server->registerCommand("echo :s", "", echo, this);
+        server->registerCommand("fail", "", fail, nullptr);
+    }
+    ~StarvedShell() override {
+        server.reset();
+        std::filesystem::remove_all(folder);
+    }
+    static int echo(void* context) {
+        ShellServer& shell = *static_cast<StarvedShell*>(context)->server;
+        shell.print(shell.getArgument(0) + ", said for the second time");
+        return 0;
+    }
+    static int fail(void*) { throw std::runtime_error("a reason of more than a few characters"); }
+
+    // Comes, asks, gets its answer and leaves. The status; 1 for an answer that is not what was asked for.
+    int ask(const std::string& line, const std::string& output) const {
+        host::ShellClient client;
+        client.connect(path);
+        const auto reply = client.run(line, false, std::chrono::seconds(10));
+        EXPECT_EQ(reply.status == -ENOMEM, reply.error.find("out of memory") != std::string::npos) << reply.error;
+        return reply.status == 0 && reply.output != output ? 1 : reply.status;
+    }
+    int askForEcho() const { return ask("echo \"a longer word\"", "a longer word, said for the second time"); }
+
+    std::string folder, path;
+    std::unique_ptr<ShellServer> server;
+};
+
+TEST_P(StarvedShell, TellsItsClientAndServesTheNextOne) {
+    const host::LogCapture quiet({0x0205});
+    server->open(path, geteuid());
+    server->start();
+    ASSERT_EQ(askForEcho(), 0);
+    int told = 0;
+    const long failures = failElsewhereAtEveryAllocation(
+        GetParam(),
+        [&](long) {
+            const int status = askForEcho();
+            EXPECT_TRUE(status == 0 || status == -ENOMEM) << status;
+            if (status == -ENOMEM) ++told;
+        },
+        [&](long) { EXPECT_EQ(askForEcho(), 0); });
+    EXPECT_GT(failures, 5);
+    EXPECT_GT(told, 5);
+}
+
+TEST_P(StarvedShell, AnswersRequestsThatAreNoneOrFail) {
+    const host::LogCapture quiet({0x0205});
+    server->open(path, geteuid());
+    server->start();
+    for (const char* line : {"an-unknown-command", "echo", "fail", "echo \"an open quote", "help"}) {
+        const auto expected = ask(line, {});
+        failElsewhereAtEveryAllocation(
+            GetParam(),
+            [&](long) {
+                const int status = ask(line, {});
+                EXPECT_TRUE(status == expected || status == -ENOMEM) << line << ": " << status;
+            },
+            [&](long) { EXPECT_EQ(askForEcho(), 0); });
+    }
+}
+
+TEST_P(StarvedShell, KeepsNothingOfThoseThatCameAndWent) {
+    server->open(path, geteuid());
+    server->start();
+    const auto rounds = [&] {
+        const host::LogCapture quiet({0x0205});
+        failElsewhereAtEveryAllocation(
+            GetParam(), [&](long) { askForEcho(); }, [](long) {});
+    };
+    rounds();
+    askForEcho();
+    const std::size_t descriptorsBefore = descriptors();
+    const long before = support::blocksHeld;
+    constexpr int times = 10;
+    for (int i = 0; i < times; ++i) rounds();
+    askForEcho();
+    EXPECT_LE(descriptors(), descriptorsBefore + 1);
+    EXPECT_LT(support::blocksHeld, before + times);
+}
+
+INSTANTIATE_TEST_SUITE_P(OnceOrMore, StarvedShell, testing::Values(1, 3));
+
+class ShellCallsWithoutMemory : public StarvedShell {};
+
+TEST_F(ShellCallsWithoutMemory, OpenAndStartOrLeaveNothing) {
+    const std::size_t atRest = descriptors();
+    const auto nothingThere = [&] {
+        EXPECT_FALSE(std::filesystem::exists(path));
+        EXPECT_EQ(descriptors(), atRest);
+    };
+    EXPECT_GT(support::failAtEveryAllocation([this] { server->open(path, geteuid()); }, nothingThere), 0);
+    EXPECT_GT(support::failAtEveryAllocation([this] { server->start(); }, [] {}), 0);
+    EXPECT_EQ(askForEcho(), 0);
+    EXPECT_EQ(support::failAtEveryAllocation([this] { server->stop(); }, [] {}), 0);
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+} // namespace
