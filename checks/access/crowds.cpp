@@ -19,7 +19,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-constexpr unsigned perSecond = 25; // of each kind at each door
+constexpr unsigned perSecond = 10; // of each kind at each door, of which there are twenty
 constexpr auto pace = 2ms;         // between an honest client's questions
 constexpr auto quietTime = 4s;
 constexpr auto settling = 2s; // until the crowd's processes have started, which takes the processors

@@ -74,7 +74,7 @@ int runAll(Size size) {
         scenarios.insert(scenarios.begin(), {"another user", [&] { refuseAnotherUser(full ? 1000 : 50, figures); }});
     if (size != Size::ordinary) {
         scenarios.emplace_back("a flood of bad hellos", [&] { floodTheLog(full ? 100000 : 5000, figures); });
-        scenarios.emplace_back("crowds", [&] { crowdTheDoors(full ? 5 : 1, full ? 400 : 100, figures); });
+        scenarios.emplace_back("crowds", [&] { crowdTheDoors(full ? 5 : 1, full ? 200 : 100, figures); });
     }
     Report report;
     for (const auto& [name, run] : scenarios) {
