@@ -114,7 +114,7 @@ private:
 
 // What a client of a door says first, for those who say it slowly.
 std::filesystem::path wordsFor(const ReceiverKit& kit, const Door& door) {
-    const auto file = kit.folder() / (door.name + ".words");
+    auto file = kit.folder() / (door.name + ".words");
     std::ofstream(file) << (door.shell ? std::string(R"({"line":"stats"})") : killed::helloOf(door.path));
     return file;
 }
@@ -138,6 +138,7 @@ void crowdTheDoors(unsigned rounds, unsigned perRound, Figures& figures) {
     const auto doors = doorsIn(kit.runtimeFolder());
     setEndpoints(doors);
     std::vector<std::filesystem::path> words;
+    words.reserve(doors.size());
     for (const Door& door : doors) words.push_back(wordsFor(kit, door));
     std::vector<std::vector<long>> quiet(doors.size()), crowded(doors.size());
     Honest honest(doors);
