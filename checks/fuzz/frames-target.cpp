@@ -76,16 +76,16 @@ public:
         for (const checks::Kind& kind : checks::kinds)
             if (std::string(kind.service) == tvservice::serviceName) bind(kind);
     }
-    void begin() override {}
     void end() override {}
-    void onConnectionReady(Connection&) override {}
-    void onConnectionClosed(Connection&, bool, bool, const std::string&) override { ++closed; }
+    void onConnectionReady(Connection&) noexcept override {}
+    void onConnectionClosed(Connection&, bool, bool, const char*) noexcept override { ++closed; }
 
     int closed = 0;
 
 protected:
     int dispatch(const Outgoing&, const frame::TransportInfo*) override { return -107; }
     void addTo(frame::IOStatistics&) override {}
+    void takeUp() noexcept override {}
 
 private:
     void bind(const checks::Kind& kind) {
