@@ -13,7 +13,6 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <regex>
 #include <sstream>
 #include <sys/socket.h>
 
@@ -153,14 +152,15 @@ std::vector<std::string> linesOf(const std::string& text) {
 void judgeLog(const std::filesystem::path& log, const std::string& process, pid_t pid, bool json) {
     const std::string text = contentOf(log);
     require(!text.empty() && isHarmless(text), log.filename().string() + " holds what it must not");
-    const std::regex begin("^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:.]+Z " + process + "\\[" + std::to_string(pid) + "\\] ");
+    const std::string begin = "Z " + process + '[' + std::to_string(pid) + "] "; // after the time
+    constexpr std::size_t timeLength = sizeof "2000-01-01T00:00:00.000" - 1;
     for (const std::string& line : linesOf(text)) {
         bool own;
         if (json) {
             const auto object = nlohmann::json::parse(line, nullptr, false);
             own = object.is_object() && object.size() == 6 && object.value("pid", 0) == pid;
         } else {
-            own = line.starts_with("    | ") || std::regex_search(line.substr(0, 80), begin);
+            own = line.starts_with("    | ") || line.find(begin) == timeLength;
         }
         require(own, log.filename().string() + " has a line that nobody wrote: " + line.substr(0, 200));
     }
