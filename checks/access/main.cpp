@@ -68,8 +68,10 @@ int runAll(Size size) {
         {"what lies where a socket belongs", [&] { occupyPlaces(figures); }},
         {"answers in others' places", [&] { answerForOthers(figures); }},
         {"hostile texts", [&] { sendTexts(figures); }},
-        {"no descriptors", [] { takeAllDescriptors(); }},
     };
+#ifndef __SANITIZE_ADDRESS__ // beside which undefined behaviour is looked for, with descriptors of its own
+    scenarios.emplace_back("no descriptors", [] { takeAllDescriptors(); });
+#endif
     if (geteuid() == 0 || size != Size::ordinary)
         scenarios.insert(scenarios.begin(), {"another user", [&] { refuseAnotherUser(full ? 1000 : 50, figures); }});
     if (size != Size::ordinary) {

@@ -46,6 +46,9 @@ protected:
 };
 
 TEST_P(QueueCalls, MakeNoQueueOrAWholeOne) {
+    server.reset(); // whose thread has memory of its own
+    client.reset();
+    atRest = descriptors();
     const auto make = [this] { const host::MessageQueue queue(limits); };
     make();
     const long blocks = support::blocksHeld;
