@@ -114,13 +114,13 @@ TEST(Examination, TurnsWhatACheckThrowsIntoAFinding) {
 TEST(Examination, GoesOnWithoutACheckThatDoesNotEnd) {
     Examination examination;
     std::promise<void> end;
-    std::promise<void> ended;
-    auto over = ended.get_future();
+    const auto ended = std::make_shared<std::promise<void>>();
+    auto over = ended->get_future();
     EXPECT_FALSE(run(
         examination, "disk",
-        [released = std::make_shared<std::future<void>>(end.get_future()), &ended] {
+        [released = std::make_shared<std::future<void>>(end.get_future()), ended] {
             released->wait();
-            ended.set_value_at_thread_exit();
+            ended->set_value();
             return Diagnosis();
         },
         20ms));
