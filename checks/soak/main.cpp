@@ -126,6 +126,7 @@ public:
         return service_.ask();
     }
 
+    void crowd() const { rawClient_.crowd(); }
     std::uint64_t honest() const { return queueClient_.sent() + rawClient_.connections(); }
     std::uint64_t malformed() const { return rawClient_.connections(); }
     std::uint64_t connections() const { return rawClient_.connections(); }
@@ -148,10 +149,12 @@ private:
 
 int run(std::uint64_t total) {
     Soak soak(total);
+    soak.crowd();
+    soak.send(total / 10);
     const Report before = soak.send(total / 10);
     const std::uint64_t heapBefore = heapInUse(), flatBefore = host::flatHeapUsage().blocks;
     const auto begin = std::chrono::steady_clock::now();
-    const Report after = soak.send(total - total / 10);
+    const Report after = soak.send(total - 2 * (total / 10));
     const auto took = std::chrono::steady_clock::now() - begin;
     const std::uint64_t heapAfter = heapInUse(), flatAfter = host::flatHeapUsage().blocks;
     soak.endProgress();
