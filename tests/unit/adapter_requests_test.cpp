@@ -20,6 +20,7 @@
 #include <vector>
 
 using namespace tvservice;
+using support::ownLinesOf;
 using support::textsOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -178,7 +179,7 @@ TEST_F(EveryRequest, LogsOneLineExceptForThreeThatLogNone) {
                 EXPECT_THAT(textsOf(log), IsEmpty());
             } else {
                 EXPECT_THAT(textsOf(log), ElementsAre("tvservice-adapter.cpp:" + method + "(): Called."));
-                EXPECT_EQ(log.lines()[0].levelWord, genrpc::AdapterLog * 65536U + vdlDebugTrace);
+                EXPECT_EQ(ownLinesOf(log)[0].levelWord, genrpc::AdapterLog * 65536U + vdlDebugTrace);
                 ++logged;
             }
         }
@@ -191,7 +192,7 @@ TEST_F(EveryRequest, ToPlayGoesToTheResourceManager) {
     EXPECT_EQ(adapter.tvServiceReq(ids, transport, {}), 0);
     EXPECT_THAT(textsOf(log), ElementsAre("tvservice-adapter.cpp:tvServiceReq(): Called.",
                                           "resource-manager.cpp:tvServiceReq(): Called"));
-    EXPECT_EQ(log.lines()[0].levelWord, genrpc::AdapterLog * 65536U + vdlDebugTrace);
+    EXPECT_EQ(ownLinesOf(log)[0].levelWord, genrpc::AdapterLog * 65536U + vdlDebugTrace);
     EXPECT_THAT(service.calls, IsEmpty());
 }
 
