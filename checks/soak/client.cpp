@@ -11,7 +11,6 @@
 #include <system_error>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace soak {
 namespace {
@@ -37,7 +36,7 @@ std::string greetingOf(int socket) {
 } // namespace
 
 QueueClient::QueueClient(host::MessageQueue& queue)
-    : door_(queue.connectTo(service, messages(), 4096, nullptr)), text_(static_cast<char*>(vdlFlatAlloc(64))) {
+    : door_(queue.connectTo(service, messages(), 16 * 1024, nullptr)), text_(static_cast<char*>(vdlFlatAlloc(64))) {
     queue.open(door_);
 }
 
@@ -77,19 +76,6 @@ int RawClient::connection() const {
     path_.copy(address.sun_path, sizeof address.sun_path - 1);
     if (connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) fail(path_);
     return socket;
-}
-
-void RawClient::crowd() const {
-    constexpr std::size_t most = 500;
-    std::vector<int> sockets;
-    sockets.reserve(most);
-    for (std::size_t i = 0; i < most; ++i) {
-        sockets.push_back(connection());
-        if (::send(sockets.back(), hello_.data(), hello_.size(), MSG_NOSIGNAL) < 0) fail("sending");
-    }
-    for (const int socket : sockets)
-        if (greetingOf(socket).empty()) fail(path_);
-    for (const int socket : sockets) close(socket);
 }
 
 void RawClient::send(std::uint64_t connections) {

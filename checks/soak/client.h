@@ -38,8 +38,6 @@ class RawClient {
 public:
     explicit RawClient(std::string path);
     void send(std::uint64_t connections);
-    // More connections at a time than there will be later, so that what the service keeps for as many is there already.
-    void crowd() const;
     std::uint64_t connections() const { return connections_; }
 
 private:

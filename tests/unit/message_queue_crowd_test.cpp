@@ -1,4 +1,5 @@
 // A service that many clients want at once.
+#include "support/failing-allocations.h"
 #include "support/queue-fixture.h"
 
 #include <host/log-capture.h>
@@ -76,6 +77,26 @@ TEST_F(MessageQueue, LetsNoClientMakeWayThatHasSaidItsHello) {
     }
     EXPECT_TRUE(eventually([&] { return server->clientsOf(*offered).size() == peers.size(); }));
     EXPECT_EQ(atServer().refused, 0U);
+}
+
+TEST_F(MessageQueue, KeepsNothingOfClientsThatHaveGone) {
+    startServer();
+    const std::string hello = honestHello();
+    const auto serveOneByOne = [&](std::size_t clients) {
+        for (; clients > 0; --clients) {
+            const std::size_t before = serverInbox.size();
+            RawPeer(path).say(hello + frameOf(numberMeta, 4, words({1}, false)));
+            ASSERT_TRUE(eventually([&] { return serverInbox.size() > before && server->clientsOf(*offered).empty(); }));
+        }
+        std::lock_guard lock(serverInbox.mutex); // which grows with what it has heard
+        serverInbox.numbers.reserve(1000);
+        serverInbox.texts.reserve(1000);
+        serverInbox.transports.reserve(1000);
+    };
+    serveOneByOne(70);
+    const long before = support::blocksHeld;
+    serveOneByOne(50);
+    EXPECT_TRUE(eventually([&] { return support::blocksHeld - before < 25; }));
 }
 
 // Every client is counted and told of: by a line of its own, or among those that a line says were held back.

@@ -23,9 +23,7 @@ constexpr std::size_t mostAwaited = 64;
 
 ServerDoor::ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service_,
                        const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits)
-    : Door(io, service_, messages, sendBufferBytes, limits, true), listener_(std::move(listener)), retryTimer_(io) {
-    newcomers_.reserve(mostAwaited + 1);
-}
+    : Door(io, service_, messages, sendBufferBytes, limits, true), listener_(std::move(listener)), retryTimer_(io) {}
 
 void ServerDoor::takeUp() noexcept {
     if (std::exchange(idle_, false)) acceptClients();
@@ -49,7 +47,7 @@ void ServerDoor::acceptSome() {
         if (!stream) break;
         if (const auto client = admit(std::move(stream))) {
             client->open();
-            awaitHelloOf(client);
+            makeWayForOthers();
         }
     }
     if (!error) {
@@ -91,20 +89,13 @@ std::shared_ptr<Connection> ServerDoor::admit(std::unique_ptr<Stream> stream) {
 }
 
 // Those that come and say nothing would else keep descriptors from those that do.
-void ServerDoor::awaitHelloOf(const std::shared_ptr<Connection>& client) {
-    newcomers_.push_back(client);
-    if (newcomers_.size() <= mostAwaited) return;
-    std::erase_if(newcomers_, [](const auto& newcomer) {
-        const auto known = newcomer.lock();
-        return !known || !known->awaitsHello();
-    });
-    if (newcomers_.size() <= mostAwaited) return;
-    if (const auto oldest = newcomers_.front().lock()) {
-        char why[64];
-        std::snprintf(why, sizeof why, "peer sent no hello while %zu others came", mostAwaited);
-        oldest->turnAway(why);
-    }
-    newcomers_.erase(newcomers_.begin());
+void ServerDoor::makeWayForOthers() {
+    const auto isAwaited = [](const auto& client) { return client->awaitsHello(); };
+    const auto awaited = std::count_if(clients_.begin(), clients_.end(), isAwaited);
+    if (static_cast<std::size_t>(awaited) <= mostAwaited) return;
+    char why[64];
+    std::snprintf(why, sizeof why, "peer sent no hello while %zu others came", mostAwaited);
+    (*std::find_if(clients_.begin(), clients_.end(), isAwaited))->turnAway(why);
 }
 
 void ServerDoor::turnAway(const char* why) {

@@ -34,14 +34,12 @@ private:
     std::unique_ptr<Stream> nextClient(std::error_code& error);
     std::shared_ptr<Connection> admit(std::unique_ptr<Stream> stream);
     void turnAway(const char* why);
-    void awaitHelloOf(const std::shared_ptr<Connection>& client);
+    void makeWayForOthers();
 
     std::unique_ptr<Listener> listener_; // until the end
     bool idle_ = true;                   // the receiving thread's: nothing is awaited that would make it accept
     boost::asio::steady_timer retryTimer_;
-    std::vector<std::shared_ptr<Connection>> clients_; // guarded by the mutex
-    std::vector<std::weak_ptr<Connection>>
-        newcomers_; // the receiving thread's: those without a hello, and a few others
+    std::vector<std::shared_ptr<Connection>> clients_; // as they came; the receiving thread's, others need the mutex
 };
 
 } // namespace host::io
