@@ -87,8 +87,8 @@ namespace remote {
 
 std::string textOf(const Place& place) { return std::string(scheme) + inBrackets(place.host) + ':' + place.port; }
 
-std::string resolved(const std::string& service, const std::string& endpoint, const Place& place, int flags) {
-    return inBrackets(numbersOf(service, endpoint, *addressesOf(service, endpoint, place, flags)));
+Place resolved(const std::string& service, const std::string& endpoint, const Place& place, int flags) {
+    return {numbersOf(service, endpoint, *addressesOf(service, endpoint, place, flags)), place.port};
 }
 
 } // namespace remote

@@ -10,8 +10,8 @@ namespace host::remote {
 // "tcp://HOST:PORT"
 std::string textOf(const Place& place);
 
-// The first address of a place, in numbers; one with colons is in brackets. Flags are those of getaddrinfo. Throws
+// The place with the first address of its host, in numbers, as host. Flags are those of getaddrinfo. Throws
 // std::runtime_error, whose text begins with the service.
-std::string resolved(const std::string& service, const std::string& endpoint, const Place& place, int flags);
+Place resolved(const std::string& service, const std::string& endpoint, const Place& place, int flags);
 
 } // namespace host::remote

@@ -40,13 +40,7 @@ Relay::~Relay() {
 
 void Relay::connect(const std::string& address, const std::string& serviceKey,
                     const std::shared_ptr<Mailbox>& mailbox) {
-    orders_->add([this, address, serviceKey, mailbox] {
-        try {
-            participants_.push_back(std::make_unique<ClientSide>(common_, address, serviceKey, mailbox));
-        } catch (const std::exception& error) {
-            mailbox->put({io::FileDescriptor{}, error.what()});
-        }
-    });
+    orders_->add([this, address, serviceKey, mailbox] { begin(address, serviceKey, mailbox); });
 }
 
 // Nobody waits for the thread: a name may take many seconds. When the relay has gone before it, its order is dropped.
@@ -64,13 +58,21 @@ void Relay::connect(const std::function<std::string()>& findAddress, const std::
                 }
                 return orders->add([this, address, reason, serviceKey, mailbox] {
                     if (!reason.empty()) return mailbox->put({io::FileDescriptor{}, reason});
-                    participants_.push_back(std::make_unique<ClientSide>(common_, address, serviceKey, mailbox));
+                    begin(address, serviceKey, mailbox);
                 });
             } catch (const std::exception&) { // no memory; the answer is waited for
                 std::this_thread::sleep_for(faultPause);
             }
         }
     }).detach();
+}
+
+void Relay::begin(const std::string& address, const std::string& serviceKey, const std::shared_ptr<Mailbox>& mailbox) {
+    try {
+        participants_.push_back(std::make_unique<ClientSide>(common_, address, serviceKey, mailbox));
+    } catch (const std::exception& error) {
+        mailbox->put({io::FileDescriptor{}, error.what()});
+    }
 }
 
 std::string Relay::serve(const std::string& service, const std::string& address,

@@ -41,6 +41,7 @@ public:
 private:
     void run();
     void work();
+    void begin(const std::string& address, const std::string& serviceKey, const std::shared_ptr<Mailbox>& mailbox);
     void handle(std::size_t participant, const zmq_pollitem_t* items);
     void answerForKeys();
     // On the thread; waits until it is done, and what it throws is thrown here.

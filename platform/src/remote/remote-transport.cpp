@@ -36,7 +36,7 @@ std::set<std::string> clientKeys(const std::string& why) {
 
 // "tcp://ADDRESS:PORT", the address being in numbers, as the relay has no time to ask for names.
 std::string addressOf(const std::string& service, const std::string& endpoint, const Place& place, int flags = 0) {
-    return "tcp://" + resolved(service, endpoint, place, flags) + ':' + place.port;
+    return textOf(resolved(service, endpoint, place, flags));
 }
 
 // As above, or empty when the host is a name.
