@@ -1,5 +1,5 @@
 // Tries everything at the sockets of real receivers that their users would not; checks/access/run builds and starts it.
-#include "../figure.h"
+#include "../report.h"
 #include "flood.h"
 #include "scenarios.h"
 
@@ -16,20 +16,11 @@
 namespace {
 
 using namespace access_check;
+using checks::Report;
 
 // full is what the figures are made of, quick a trial of everything, ordinary what needs neither root nor a quiet
 // machine.
 enum class Size { full, quick, ordinary };
-
-class Report {
-public:
-    void line(const std::string& what, long value, const char* unit, bool held, const std::string& bound) {
-        std::printf("%-56s %9ld %-12s %s%s\n", what.c_str(), value, unit, bound.c_str(), held ? "" : "  NOT HELD");
-        checks::reportFigure(what, value, unit, bound);
-        good = good && held;
-    }
-    bool good = true;
-};
 
 void reportDoors(const Figures& figures, Report& report) {
     const long tries = figures.tries;
@@ -44,7 +35,7 @@ void reportDoors(const Figures& figures, Report& report) {
 void reportCrowds(const Figures& figures, Report& report) {
     report.line("unwanted connections among honest clients", figures.crowd, "connections", figures.crowd > 0, "");
     for (const auto& [door, paces] : figures.roundTrips) {
-        report.line(door + ": p99 of a round trip, quiet", paces.quiet, "us", true, "");
+        report.line(door + ": p99 of a round trip, quiet", paces.quiet, "us", true);
         report.line(door + ": p99 of a round trip, crowded", paces.crowded, "us", paces.crowded <= 2 * paces.quiet,
                     "at most twice the quiet one");
     }
@@ -55,7 +46,7 @@ void reportCrowds(const Figures& figures, Report& report) {
     report.line("most descriptors that a process had", figures.mostDescriptors, "descriptors",
                 figures.mostDescriptors <= mostDescriptors, "at most " + std::to_string(mostDescriptors));
     report.line("bad hellos", figures.badHellos, "hellos", true, "each counted, each told of");
-    report.line("seconds that they took", figures.badHelloSeconds, "s", true, "");
+    report.line("seconds that they took", figures.badHelloSeconds, "s", true);
     report.line("lines about them", figures.badHelloLines, "lines", figures.badHelloLines <= figures.linesAllowed,
                 "at most 21 a second");
 }
@@ -79,17 +70,8 @@ int runAll(Size size) {
         scenarios.emplace_back("crowds", [&] { crowdTheDoors(full ? 5 : 1, full ? 200 : 100, figures); });
     }
     Report report;
-    for (const auto& [name, run] : scenarios) {
-        std::string result = "held";
-        try {
-            run();
-        } catch (const std::exception& error) {
-            result = std::string("FAILED: ") + error.what();
-            report.good = false;
-        }
-        std::cout << name << ": " << result << std::endl;
-    }
-    if (size == Size::ordinary) return report.good ? 0 : 1;
+    for (const auto& [name, run] : scenarios) report.run(name, run);
+    if (size == Size::ordinary) return report.exitCode();
     reportDoors(figures, report);
     report.line("obstacles where a socket belongs", figures.places, "obstacles", figures.places > 0,
                 "each refused or replaced, nothing harmed");
@@ -98,7 +80,7 @@ int runAll(Size size) {
     report.line("hostile texts", static_cast<long>(figures.texts), "texts", figures.texts > 0,
                 "none raw in a log or at a terminal, each whole in the run log");
     reportCrowds(figures, report);
-    return report.good ? 0 : 1;
+    return report.exitCode();
 }
 
 } // namespace

@@ -112,6 +112,15 @@ def plain_words(number, source):
             None)[number % 10]
 
 
+def hear_out(stranger):
+    """Until it is turned away; before, it may hear the service's own greeting."""
+    try:
+        while stranger.recv(4096):
+            pass
+    except ConnectionResetError:
+        pass
+
+
 def plain(host, port, count):
     source = random.Random(1)
     for begin in range(0, count, AT_A_TIME):
@@ -125,11 +134,7 @@ def plain(host, port, count):
             elif words:
                 stranger.sendall(words)
         for stranger in silent:
-            try:
-                while stranger.recv(4096):
-                    pass  # the service's own greeting
-            except ConnectionResetError:
-                pass
+            hear_out(stranger)
         for stranger in crowd:
             stranger.close()
 
@@ -146,11 +151,7 @@ def silent(host, port, count):
         crowd.append(stranger)
         time.sleep(max(0, begun + (number + 1) / PER_SECOND - time.monotonic()))
     for stranger in crowd:
-        try:
-            while stranger.recv(4096):
-                pass  # the service's own greeting
-        except ConnectionResetError:
-            pass
+        hear_out(stranger)
         stranger.close()
 
 

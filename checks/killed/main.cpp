@@ -1,6 +1,6 @@
 // Ends, stops and confuses the processes of receivers at every step of a request, a thousand times and more, and looks
 // whether every request comes to an end, the next one is served, and nothing is left behind.
-#include "../figure.h"
+#include "../report.h"
 #include "ordeal.h"
 #include "process-size.h"
 #include "situation.h"
@@ -116,14 +116,6 @@ private:
     std::mutex mutex_;
 };
 
-bool judge(const std::string& what, long value, const std::string& unit, long low, long high,
-           const std::string& bound) {
-    const bool good = value >= low && value <= high;
-    std::printf("%-44s %8ld %-12s %s%s\n", what.c_str(), value, unit.c_str(), bound.c_str(), good ? "" : "  NOT HELD");
-    checks::reportFigure(what, value, unit, bound);
-    return good;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -162,9 +154,11 @@ int main(int argc, char** argv) {
 
     const long total = static_cast<long>(services.total() + host.total());
     const auto both = [&](auto of) { return static_cast<long>(of(services)) + static_cast<long>(of(host)); };
-    bool good = true;
+    checks::Report report;
     const auto line = [&](const std::string& what, long value, const std::string& unit, long low, long high,
-                          const std::string& bound) { good = judge(what, value, unit, low, high, bound) && good; };
+                          const std::string& bound) {
+        report.line(what, value, unit, value >= low && value <= high, bound);
+    };
     constexpr long most = 1L << 40;
     line("runs", both([](auto& c) { return c.runs; }), "runs", total, total, "all that were begun");
     line("situations reached", both([](auto& c) { return c.reached.size(); }), "situations",
@@ -180,5 +174,5 @@ int main(int argc, char** argv) {
         line("threads'" + of, growth.threads, "threads", 0, 0, "none");
         line("memory's" + of, growth.kibibytes, "KiB", 0, memoryBound, "at most 1024 KiB");
     }
-    return good ? 0 : 1;
+    return report.exitCode();
 }

@@ -1,6 +1,6 @@
 // Millions of messages between two processes, of which some are malformed and some come in halves: none of the others
 // is lost, all are counted, and nothing is held at the end that was not held after the first ones.
-#include "../figure.h"
+#include "../report.h"
 #include "client.h"
 #include "service.h"
 
@@ -162,29 +162,26 @@ int run(std::uint64_t total) {
     const std::uint64_t heapAfter = heapInUse(), flatAfter = host::flatHeapUsage().blocks;
     soak.endProgress();
 
-    bool good = true;
+    checks::Report report;
     const auto line = [&](const char* what, std::uint64_t value, const char* unit, bool held,
-                          const std::string& bound) {
-        std::printf("%-44s %12lld %-12s %s%s\n", what, static_cast<long long>(value), unit, bound.c_str(),
-                    held ? "" : "  NOT HELD");
-        checks::reportFigure(what, static_cast<std::int64_t>(value), unit, bound);
-        good = good && held;
+                          const std::string& bound = {}) {
+        report.line(what, static_cast<std::int64_t>(value), unit, held, bound);
     };
     const auto all = [](std::uint64_t number) { return "exactly " + std::to_string(number); };
-    line("messages", soak.honest() + soak.malformed() + soak.connections(), "messages", true, "");
+    line("messages", soak.honest() + soak.malformed() + soak.connections(), "messages", true);
     line("honest ones delivered in order", after.honest, "messages", after.honest == soak.honest(), all(soak.honest()));
     line("delivered changed, twice or out of order", after.wrong, "messages", after.wrong == 0, "none");
     line("counted as received", after.received, "messages", after.received == soak.honest(), all(soak.honest()));
     line("counted as undecodable", after.undecodable, "messages", after.undecodable == soak.malformed(),
          all(soak.malformed()));
-    line("connections dropped in the middle of one", soak.connections(), "connections", true, "");
+    line("connections dropped in the middle of one", soak.connections(), "connections", true);
     const auto statistics = soak.atQueue();
     line("dropped by the sending queue", statistics.dropped + statistics.queued, "messages",
          statistics.dropped + statistics.queued == 0, "none");
     constexpr std::int64_t heapBound = 4096; // what threads keep of freed blocks for themselves
     const auto grown = [](std::uint64_t to, std::uint64_t from) { return static_cast<std::int64_t>(to - from); };
     const auto growth = [&](const char* what, std::int64_t bytes, const char* unit, std::int64_t most) {
-        line(what, static_cast<std::uint64_t>(bytes), unit, bytes <= most, "at most " + std::to_string(most));
+        report.line(what, bytes, unit, bytes <= most, "at most " + std::to_string(most));
     };
     growth("heap's growth, service", grown(after.heap, before.heap), "bytes", heapBound);
     growth("heap's growth, client", grown(heapAfter, heapBefore), "bytes", heapBound);
@@ -192,7 +189,7 @@ int run(std::uint64_t total) {
     growth("flat blocks' growth, client", grown(flatAfter, flatBefore), "blocks", 0);
     std::printf("took %lld s\n",
                 static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(took).count()));
-    return good ? 0 : 1;
+    return report.exitCode();
 }
 
 } // namespace

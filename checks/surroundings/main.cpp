@@ -1,5 +1,5 @@
 // What becomes of a receiver when its surroundings fail: the disk under the run log, the wall clock, other clients.
-#include "../figure.h"
+#include "../report.h"
 #include "scenarios.h"
 
 #include <algorithm>
@@ -47,35 +47,23 @@ int main(int argc, char** argv) {
         {"a wall clock that jumps", [&] { runWhileTheClockJumps(control, figures); }},
         {"clients that do not read", [&] { runWithClientsThatDoNotRead(figures); }},
     };
-    int failures = 0;
+    checks::Report report;
     for (const auto& [name, run] : scenarios) {
-        std::string result = "held";
-        try {
-            run();
-        } catch (const std::exception& error) {
-            result = std::string("FAILED: ") + error.what();
-            ++failures;
-            control.disk = Disk::sound;
-            control.clockOffset = 0;
-        }
-        std::cout << name << ": " << result << std::endl;
+        report.run(name, run);
+        control.disk = Disk::sound; // also after one that failed
+        control.clockOffset = 0;
     }
     unlink(controlFile.c_str());
 
-    const auto line = [&](const char* what, long value, const char* unit, bool held, const std::string& bound) {
-        std::printf("%-48s %8ld %-14s %s%s\n", what, value, unit, bound.c_str(), held ? "" : "  NOT HELD");
-        checks::reportFigure(what, value, unit, bound);
-        failures += held ? 0 : 1;
-    };
     constexpr long slowest = 250, shortest = 5000, longest = 7500;
     const long slow = figures.slowestPlay.count(), low = figures.shortestWait.count(),
                high = figures.longestWait.count();
-    line("writers of the run log killed", figures.killedWriters, "writers", figures.killedWriters == writers,
-         "the log sound after each, nothing stored is gone");
-    line("slowest play on a stalled, full or failing disk", slow, "ms", slow <= slowest, "at most 250 ms");
-    line("shortest wait for an answer as the clock jumps", low, "ms", low >= shortest, "at least 5000 ms");
-    line("longest wait for an answer as the clock jumps", high, "ms", high <= longest, "at most 7500 ms");
-    line("notifications beside a client that does not read", static_cast<long>(figures.notifications), "notifications",
-         figures.notifications > 0, "all that were sent");
-    return failures == 0 ? 0 : 1;
+    report.line("writers of the run log killed", figures.killedWriters, "writers", figures.killedWriters == writers,
+                "the log sound after each, nothing stored is gone");
+    report.line("slowest play on a stalled, full or failing disk", slow, "ms", slow <= slowest, "at most 250 ms");
+    report.line("shortest wait for an answer as the clock jumps", low, "ms", low >= shortest, "at least 5000 ms");
+    report.line("longest wait for an answer as the clock jumps", high, "ms", high <= longest, "at most 7500 ms");
+    report.line("notifications beside a client that does not read", static_cast<long>(figures.notifications),
+                "notifications", figures.notifications > 0, "all that were sent");
+    return report.exitCode();
 }
