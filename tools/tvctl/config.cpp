@@ -1,12 +1,11 @@
 #include "config.h"
 
 #include "failure.h"
+#include "table.h"
 
 #include <host/configuration.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -28,22 +27,13 @@ std::string asJson(const std::vector<host::NamedSetting>& settings, const std::v
     return result.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 
-using Row = std::array<std::string, 3>;
-
 std::string asText(const std::vector<host::NamedSetting>& settings, const std::vector<host::ConfigurationFile>& files) {
     std::vector<Row> rows{{"SETTING", "VALUE", "FROM"}};
     for (const auto& setting : settings)
         rows.push_back(setting.value ? Row{setting.name, setting.value->text, setting.value->origin}
                                      : Row{setting.name, "-", "-"});
-    std::array<std::size_t, 2> widths{};
-    for (const Row& row : rows)
-        for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
     std::string text;
-    for (const Row& row : rows) {
-        for (std::size_t i = 0; i < widths.size(); ++i)
-            text += row[i] + std::string(widths[i] + 2 - row[i].size(), ' ');
-        text += row.back() + '\n';
-    }
+    for (const std::string& line : aligned(rows)) text += line + '\n';
     text += '\n';
     for (const auto& file : files) text += (file.found ? "read       " : "not there  ") + file.path + '\n';
     return text;
@@ -67,9 +57,7 @@ int runConfig(const Options& given, const std::vector<std::string>& arguments) {
     } catch (const host::ConfigurationError& error) {
         return report(std::cerr, options.json, {exitBadData, -EBADMSG}, error.what());
     }
-    if (!std::cout.flush())
-        return report(std::cerr, options.json, {exitFailed, -EIO}, "cannot write to standard output");
-    return exitDone;
+    return finish(std::cout, std::cerr, options.json);
 }
 
 } // namespace tvctl

@@ -5,7 +5,6 @@
 #include "failure.h"
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cstdlib>
 #include <iostream>
 #include <unistd.h>
@@ -20,8 +19,7 @@ bool wantsColour() {
 
 int print(const doctor::Diagnosis& diagnosis, const Options& options) {
     std::cout << (options.json ? doctor::asJson(diagnosis) : doctor::asText(diagnosis, {wantsColour(), options.quiet}));
-    if (!std::cout.flush())
-        return report(std::cerr, options.json, {exitFailed, -EIO}, "cannot write to standard output");
+    if (const int exitCode = finish(std::cout, std::cerr, options.json); exitCode != exitDone) return exitCode;
     return doctor::countOf(diagnosis, doctor::Severity::wrong) == 0 ? exitDone : exitFailed;
 }
 

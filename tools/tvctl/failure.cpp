@@ -57,6 +57,11 @@ Failure failureOf(host::ShellError::Kind kind) {
 CommandFailure::CommandFailure(const host::ShellReply& reply)
     : std::runtime_error(explanationOf(reply)), failure_{exitCodeOf(reply.status), reply.status} {}
 
+int finish(std::ostream& output, std::ostream& errors, bool json) {
+    if (output.flush()) return exitDone;
+    return report(errors, json, {exitFailed, -EIO}, "cannot write to standard output");
+}
+
 int report(std::ostream& errors, bool json, Failure failure, const std::string& text) {
     if (json)
         errors << toText({{"error", text}, {"status", failure.status}}) << '\n';

@@ -33,6 +33,9 @@ private:
     Failure failure_;
 };
 
+// Ends what a command prints. Returns the exit code, having said on errors what is not out when it is not exitDone.
+int finish(std::ostream& output, std::ostream& errors, bool json);
+
 // Says on errors what is wrong, as JSON when that is wanted. Returns the exit code.
 int report(std::ostream& errors, bool json, Failure failure, const std::string& text);
 

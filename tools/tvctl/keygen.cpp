@@ -41,8 +41,7 @@ int runKeygen(const Options& given, const std::vector<std::string>& arguments) {
         return report(std::cerr, options.json, {exitFailed, -EIO}, error.what());
     }
     std::cout << (options.json ? toText({{"public", publicKey}, {"file", file}}) : publicKey) << '\n';
-    if (!std::cout.flush())
-        return report(std::cerr, options.json, {exitFailed, -EIO}, "cannot write to standard output");
+    if (const int exitCode = finish(std::cout, std::cerr, options.json); exitCode != exitDone) return exitCode;
     if (!show && !options.json && !options.quiet)
         std::cerr << "The pair is in " << file
                   << ", which keys.file has to name on this machine and which stays here.\n"

@@ -1,5 +1,7 @@
 #include "schema.h"
 
+#include "failure.h"
+
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <schema/schema.h>
@@ -19,11 +21,7 @@ int runSchema(const Options& given, const std::vector<std::string>& arguments) {
         return exitUsage;
     }
     std::cout << (options.json ? schema::asJson() : markdown ? schema::asMarkdown() : schema::asText());
-    if (!std::cout.flush()) {
-        std::cerr << "tvctl: cannot write to standard output\n";
-        return exitFailed;
-    }
-    return exitDone;
+    return finish(std::cout, std::cerr, options.json);
 }
 
 } // namespace tvctl

@@ -51,9 +51,7 @@ int Session::print(const host::ShellReply& reply) const {
         else if (!reply.output.empty())
             std::cout << withoutFinalLineFeed(reply.output) << '\n';
     }
-    if (!std::cout.flush())
-        return report(std::cerr, options_.json, {exitFailed, -EIO}, "cannot write to standard output");
-    return exitDone;
+    return finish(std::cout, std::cerr, options_.json);
 }
 
 } // namespace tvctl

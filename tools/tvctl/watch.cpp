@@ -124,8 +124,10 @@ int follow(const WatchOptions& options, std::ostream& out, std::ostream& errors,
         for (const auto& notification : news) {
             const auto message = notification.at("message").get<std::string>();
             if (!options.messages.empty() && options.messages.count(message) == 0) continue;
-            if (!receiver.quiet && !(out << lineOf(notification, receiver.json) << std::endl))
-                return report(errors, receiver.json, {exitFailed, -EIO}, "cannot write to standard output");
+            if (!receiver.quiet) {
+                out << lineOf(notification, receiver.json) << '\n';
+                if (const int exitCode = finish(out, errors, receiver.json); exitCode != exitDone) return exitCode;
+            }
             if (++printed == options.count) return exitDone;
         }
         if (news.empty()) deadline.pause();

@@ -9,6 +9,7 @@
 // log can be configured, too.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -34,6 +35,9 @@ struct Setting {
 // Throws ConfigurationError when a file or this setting's variable is wrong, and std::logic_error for a name that no
 // setting has.
 std::optional<Setting> setting(const std::string& name);
+
+// What a setting that is a number says.
+std::uint64_t numberIn(const Setting& number);
 
 // The items of a setting that is a list.
 std::vector<std::string> itemsOf(const Setting& list);

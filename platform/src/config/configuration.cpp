@@ -82,12 +82,6 @@ std::set<std::string> givenTo(const Known& known, const Values& files) {
     return names;
 }
 
-std::uint64_t toNumber(const std::string& text) {
-    std::uint64_t number = 0;
-    std::from_chars(text.data(), text.data() + text.size(), number);
-    return number;
-}
-
 NamedSetting namedSetting(const Known& known, const std::string& name, const Values& files) {
     return {name, variableOf(known, name), std::string(known.help), valueOf(known, name, files)};
 }
@@ -105,15 +99,15 @@ template <typename Use> void forEach(const Values& files, const Use& use) {
 
 } // namespace
 
-std::uint64_t numberOf(const std::string& name) { return toNumber(setting(name)->text); }
+std::uint64_t numberOf(const std::string& name) { return numberIn(*setting(name)); }
 
 std::uint64_t numberOf(const std::string& name, std::string& problem) {
     try {
         return numberOf(name);
     } catch (const ConfigurationError& error) {
-        const std::string used = *knownOf(name).builtIn();
-        problem = error.what() + ("; " + used + " is used");
-        return toNumber(used);
+        const Setting used{std::string(*knownOf(name).builtIn()), {}};
+        problem = error.what() + ("; " + used.text + " is used");
+        return numberIn(used);
     }
 }
 
@@ -121,6 +115,12 @@ std::uint64_t numberOf(const std::string& name, std::string& problem) {
 
 std::optional<Setting> setting(const std::string& name) {
     return config::valueOf(config::knownOf(name), name, config::readFiles().values);
+}
+
+std::uint64_t numberIn(const Setting& number) {
+    std::uint64_t value = 0;
+    std::from_chars(number.text.data(), number.text.data() + number.text.size(), value);
+    return value;
 }
 
 std::vector<std::string> itemsOf(const Setting& list) {

@@ -2,7 +2,6 @@
 
 #include <host/configuration.h>
 
-#include <charconv>
 #include <cstdint>
 #include <optional>
 #include <sys/resource.h>
@@ -33,12 +32,6 @@ constexpr Bound bounds[] = {
 };
 constexpr const char* unlimited = " is as good as unlimited: ";
 constexpr const char* smaller = "set a smaller number";
-
-std::uint64_t numberIn(const std::string& text) {
-    std::uint64_t number = 0;
-    std::from_chars(text.data(), text.data() + text.size(), number);
-    return number;
-}
 
 std::uint64_t memoryOfMachine() {
     const long pages = sysconf(_SC_PHYS_PAGES), size = sysconf(_SC_PAGESIZE);
@@ -79,8 +72,8 @@ void checkSystemsLimits(Diagnosis& diagnosis, std::uint64_t flatHeap) {
 // What waits in all connections of a receiver.
 void checkQueues(Diagnosis& diagnosis) {
     const auto bytes = valueOf("queue.bytes");
-    if (!bytes || numberIn(bytes->text) > mostBytes) return;
-    const std::uint64_t waiting = numberIn(bytes->text) * connections, memory = memoryOfMachine();
+    if (!bytes || host::numberIn(*bytes) > mostBytes) return;
+    const std::uint64_t waiting = host::numberIn(*bytes) * connections, memory = memoryOfMachine();
     const std::string queues = std::to_string(waiting / mebibyte) + " MiB may wait in a receiver's " +
                                std::to_string(connections) + " connections, of " + std::to_string(memory / mebibyte) +
                                " MiB of memory";
@@ -97,7 +90,7 @@ Diagnosis checkLimits() {
     for (const Bound& bound : bounds) {
         const auto value = valueOf(bound.name);
         if (!value) continue;
-        const std::uint64_t number = numberIn(value->text);
+        const std::uint64_t number = host::numberIn(*value);
         const std::string given = value->origin + ": " + value->text;
         if (number > bound.most)
             diagnosis.wrong(bound.name, given + unlimited + "more than " + std::to_string(bound.most) + bound.what,
@@ -107,7 +100,7 @@ Diagnosis checkLimits() {
     }
     checkQueues(diagnosis);
     const auto heap = valueOf("flat_heap.megabytes");
-    const std::uint64_t flatHeap = heap ? numberIn(heap->text) * mebibyte : 0;
+    const std::uint64_t flatHeap = heap ? host::numberIn(*heap) * mebibyte : 0;
     if (flatHeap > memoryOfMachine())
         diagnosis.warn("flat_heap.megabytes", heap->origin + ": more than the machine's memory", smaller);
     checkSystemsLimits(diagnosis, flatHeap);

@@ -1,9 +1,10 @@
 #include "report.h"
 
+#include "table.h"
+
 #include <host/printable.h>
 
 #include <algorithm>
-#include <array>
 #include <nlohmann/json.hpp>
 
 namespace tvctl::doctor {
@@ -31,23 +32,6 @@ const char* colourOf(Severity severity) {
             break;
     }
     return "31";
-}
-
-using Row = std::array<std::string, 3>;
-
-// All columns but the last as wide as their longest cell.
-std::vector<std::string> aligned(const std::vector<Row>& rows) {
-    std::array<std::size_t, 2> widths{};
-    for (const Row& row : rows)
-        for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
-    std::vector<std::string> lines;
-    for (const Row& row : rows) {
-        std::string& line = lines.emplace_back();
-        for (std::size_t i = 0; i < widths.size(); ++i)
-            line += row[i] + std::string(widths[i] + 2 - row[i].size(), ' ');
-        line += row.back();
-    }
-    return lines;
 }
 
 std::string textOfFindings(const std::vector<const Finding*>& findings, bool coloured) {
