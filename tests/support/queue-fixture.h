@@ -211,7 +211,7 @@ protected:
         setenv("RUNTIME_DIRECTORY", folder.c_str(), 1);
         path = folder + "/tuner.sock";
         const char* transport = std::getenv("QUEUE_TRANSPORT");
-        if (transport && std::string(transport) == "tcp") path = remote.emplace(folder).address;
+        if (transport && std::string(transport) == "tcp") path = remote.emplace(folder, "TUNER").address;
     }
     ~MessageQueue() override {
         client.reset();

@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <map>
 #include <netinet/in.h>
 #include <string>
 #include <sys/socket.h>
@@ -26,28 +27,36 @@ inline int freePort() {
     return ntohs(address.sin_port);
 }
 
-// Configures the service "tuner" at a port of this machine, with one pair of keys for both sides.
+// Configures a service at a port of this machine, with one pair of keys for both sides. It is named as variables name
+// it: "TUNER".
 class RemoteEndpoint {
 public:
-    explicit RemoteEndpoint(const std::string& folder)
-        : port(freePort()), address("tcp://127.0.0.1:" + std::to_string(port)), keyFile(folder + "/own.key") {
+    RemoteEndpoint(const std::string& folder, const std::string& service)
+        : port(freePort()),
+          address("tcp://127.0.0.1:" + std::to_string(port)),
+          keyFile(folder + "/own.key"),
+          variables_{{"TVSA_ENDPOINT_" + service, address},
+                     {"TVSA_KEY_FILE", keyFile},
+                     {"TVSA_SERVICE_KEY_" + service, keys.publicKey},
+                     {"TVSA_CLIENT_KEYS", keys.publicKey},
+                     {"TVSA_HEARTBEAT_MS", "50"}} {
         host::writeKeys(keyFile, keys);
-        set("TVSA_ENDPOINT_TUNER", address);
-        set("TVSA_KEY_FILE", keyFile);
-        set("TVSA_SERVICE_KEY_TUNER", keys.publicKey);
-        set("TVSA_CLIENT_KEYS", keys.publicKey);
-        set("TVSA_HEARTBEAT_MS", "50");
+        for (const auto& [variable, value] : variables_) set(variable.c_str(), value);
     }
     ~RemoteEndpoint() {
-        for (const char* variable : {"TVSA_ENDPOINT_TUNER", "TVSA_KEY_FILE", "TVSA_SERVICE_KEY_TUNER",
-                                     "TVSA_CLIENT_KEYS", "TVSA_HEARTBEAT_MS"})
-            unsetenv(variable);
+        for (const auto& variable : variables_) unsetenv(variable.first.c_str());
     }
+    RemoteEndpoint(const RemoteEndpoint&) = delete;
+    RemoteEndpoint& operator=(const RemoteEndpoint&) = delete;
+
     static void set(const char* variable, const std::string& value) { setenv(variable, value.c_str(), 1); }
 
     const int port;
     const std::string address, keyFile;
     const host::KeyPair keys = host::makeKeys();
+
+private:
+    const std::map<std::string, std::string> variables_;
 };
 
 } // namespace support

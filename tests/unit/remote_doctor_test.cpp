@@ -20,15 +20,7 @@ using testing::Field;
 // The TV service at a port of this machine, whose own keys are those of both sides.
 class DoctorBetweenHosts : public Doctor {
 protected:
-    DoctorBetweenHosts() {
-        host::writeKeys(keyFile, keys);
-        set("TVSA_ENDPOINT_TVSERVICE", address);
-        set("TVSA_KEY_FILE", keyFile);
-        set("TVSA_SERVICE_KEY_TVSERVICE", keys.publicKey);
-        set("TVSA_CLIENT_KEYS", keys.publicKey);
-        set("TVSA_HEARTBEAT_MS", "50");
-    }
-    static void set(const char* variable, const std::string& value) { setenv(variable, value.c_str(), 1); }
+    static void set(const char* variable, const std::string& value) { support::RemoteEndpoint::set(variable, value); }
     void serve() {
         queue = std::make_unique<host::MessageQueue>();
         queue->serve(tv.name, tv.messages, 4096);
@@ -44,13 +36,12 @@ protected:
             return error.what();
         }
     }
-    int port() const { return std::stoi(address.substr(address.rfind(':') + 1)); }
 
     const host::LogCapture quiet; // of the service in this process
     const Service tv = services().at(0);
-    const host::KeyPair keys = host::makeKeys();
-    const std::string keyFile = folder + "/own.key";
-    const std::string address = "tcp://127.0.0.1:" + std::to_string(support::freePort());
+    const support::RemoteEndpoint remote{folder, "TVSERVICE"};
+    const host::KeyPair& keys = remote.keys;
+    const std::string &keyFile = remote.keyFile, &address = remote.address;
     std::unique_ptr<host::MessageQueue> queue;
 };
 
@@ -104,7 +95,7 @@ TEST_F(DoctorBetweenHosts, FindsAServiceWithoutKeys) {
 }
 
 TEST_F(DoctorBetweenHosts, WarnsOfAServiceAtEveryAddress) {
-    const std::string everywhere = "tcp://*:" + address.substr(address.rfind(':') + 1);
+    const std::string everywhere = "tcp://*:" + std::to_string(remote.port);
     set("TVSA_ENDPOINT_TVSERVICE", everywhere);
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
     set("TVSA_CLIENT_KEYS", keys.publicKey + ',' + host::makeKeys().publicKey + ',' + keys.publicKey);
@@ -172,7 +163,7 @@ TEST_F(DoctorBetweenHosts, TellsListenersAtOtherAddressesFromOneHere) {
         const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in place{};
         place.sin_family = AF_INET;
-        place.sin_port = htons(static_cast<in_port_t>(port()));
+        place.sin_port = htons(static_cast<in_port_t>(remote.port));
         place.sin_addr.s_addr = htonl(host);
         EXPECT_EQ(0, ::bind(listener, reinterpret_cast<const sockaddr*>(&place), sizeof place));
         EXPECT_EQ(0, ::listen(listener, 1));
@@ -180,7 +171,7 @@ TEST_F(DoctorBetweenHosts, TellsListenersAtOtherAddressesFromOneHere) {
     };
     const int elsewhere = listenAt(INADDR_LOOPBACK + 1);
     EXPECT_THAT(check().doors, Contains(Field(&Door::state, "nobody listens here")));
-    set("TVSA_ENDPOINT_TVSERVICE", "tcp://*:" + std::to_string(port()));
+    set("TVSA_ENDPOINT_TVSERVICE", "tcp://*:" + std::to_string(remote.port));
     EXPECT_THAT(check().doors, Contains(Field(&Door::state, "nobody listens here")));
     ::close(elsewhere);
     const int everywhere = listenAt(INADDR_ANY);

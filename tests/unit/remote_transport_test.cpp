@@ -86,7 +86,7 @@ private:
 class BetweenHosts : public MessageQueue {
 protected:
     BetweenHosts() {
-        if (!remote) path = remote.emplace(folder).address;
+        if (!remote) path = remote.emplace(folder, "TUNER").address;
     }
     void expectNobodyIn(const host::LogCapture& log, const std::string& told) {
         EXPECT_TRUE(log.waitFor(told, 10s));
