@@ -29,6 +29,7 @@ public:
     // Runs the request in one line of JSON, {"line":"play 0:0 dvb://1","json":false}, and returns the lines that answer
     // it: {"output":"..."} when the command printed something, then {"status":0} or {"status":-22,"error":"..."}.
     // "words":["play","0:0","dvb://1"] may stand for "line"; "json" may be missing. One call at a time.
+    // wellFormed is told whether it was such a request at all.
     std::string answer(std::string_view request, bool* wellFormed = nullptr);
 
 private:

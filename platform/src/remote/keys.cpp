@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <fcntl.h>
 #include <optional>
-#include <sstream>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <system_error>
