@@ -57,6 +57,12 @@ def seeds(order_of_kinds):
         frame = struct.pack(sign + "4IB3x3I", 1, 0xFFFFFFFF, 0x1CCD7773, 0x2867123D, 0, 1, 2, 0) + b"\0"
         text = struct.pack(sign + "4IB3x3I", 12, 0xFFFFFFFF, 0x1CCD7773, 0x28671242, 0, 0, 0, 0)
         yield "frames", f"frames-{i}", bytes([choice, 63, 3]) + frame + text + struct.pack(sign + "2I", 3, 8) + b"abc\0"
+    # What the peer says, with lengths, and what the socket says, hears and does meanwhile.
+    yield "relayed-frames", "both-ways", b"\5hello\0" + b"\x23abc\0" + bytes([0x2F, 0x30, 0x3C])
+    yield "relayed-frames", "credit", bytes([0xA0, 0, 0x10, 0]) + bytes(17) + bytes([0x11, 0x10, 0x40])
+    yield "relayed-frames", "all-there-is", (bytes([0x09]) + bytes(17)) * 17 + bytes([0xA8, 0, 0xFF, 0xFF]) * 9
+    for frames in range(15, 24):  # of which some fill what the socket takes and the credit
+        yield "relayed-frames", f"more-than-{frames}", (bytes([0x09]) + bytes(17)) * frames + bytes([0x0A]) + bytes(17)
     # One table of two fields and a text, and a message for it; a table that holds itself.
     table = bytes([0, 3, 2, 1, 3, 12, 15, 0])
     yield "endian-tables", "text", table + bytes([0]) + struct.pack("<IHII", 7, 9, 2, 14) + b"ab\0"

@@ -8,6 +8,7 @@ const std::vector<Target>& targets() {
         found.insert(found.end(), {{"encode", encode},
                                    {"handshake", handshake},
                                    {"frames", frames},
+                                   {"relayed-frames", relayedFrames},
                                    {"endian-tables", tables},
                                    {"json", json},
                                    {"shell-lines", shellLines},
