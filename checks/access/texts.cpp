@@ -31,8 +31,7 @@ const std::vector<std::string> texts{
     "%n%n%s%s%s%s%1000000d%*d%x",
     R"('"`${HOME}$(id)\)",
     "'); DROP TABLE run_log; --\"",
-    "\x7f\xc2\x9b"
-    "31m\xc2\x85\xc2\x9d",
+    std::string("\x7f\xc2\x9b") + "31m\xc2\x85\xc2\x9d", // else the digits were the escape's
     "\xff\xfe\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80\xe2\x82",
     R"({"level":"failure","text":"forged"}])",
     std::string(std::size_t{64} * 1024, 'A') + "\x1b\n",
