@@ -24,7 +24,7 @@ def figures_of(lines):
             found.append((figure["figure"], f"{shown(figure['value'])} {figure.get('unit', '')}".strip(),
                           figure.get("bound", "")))
         except (ValueError, KeyError, TypeError) as error:
-            raise SystemExit(f"checks: line {number} of the figures is none: {line!r}: {error}") from error
+            raise ValueError(f"line {number} of the figures is none: {line!r}: {error}") from error
     return found
 
 
@@ -38,11 +38,34 @@ def took(seconds):
     return f"{seconds:.0f} s" if seconds < 120 else f"{seconds / 60:.0f} min"
 
 
-def section(lane, about, seconds, figures):
-    return "\n".join([f"## {lane}", "", about.strip(), "",
-                      f"`./dev check {lane}`, last run on {datetime.date.today()}, {took(seconds)}.", "",
+def git(*arguments):
+    """What git says, or nothing when this is no checkout."""
+    try:
+        return subprocess.run(["git", *arguments], cwd=ROOT, check=True, stdout=subprocess.PIPE,
+                              stderr=subprocess.DEVNULL, text=True).stdout.strip()
+    except (OSError, subprocess.CalledProcessError):
+        return ""
+
+
+def tree():
+    """Of which sources a run is. The document is none of them: the lane that ran before has written it."""
+    changed = git("status", "--porcelain", "--", ".", f":!{DOCUMENT.relative_to(ROOT)}")
+    return (git("rev-parse", "--short", "HEAD") or "no commit") + (" with changes" if changed else "")
+
+
+def section(lane, about, outcome, figures):
+    return "\n".join([f"## {lane}", "", about.strip(), "", f"`./dev check {lane}`, {outcome}", "",
                       "| Figure | Value | Bound |", "|---|---|---|",
                       *(f"| {name} | {value} | {bound} |" for name, value, bound in figures)]) + "\n"
+
+
+def marked_as_failed(document, lane, about, failure):
+    """The document with a failed run told of in the lane's section, which keeps the figures of the last good one."""
+    found = re.search(rf"^## {re.escape(lane)}\n.*?(?=^## |\Z)", document, re.MULTILINE | re.DOTALL)
+    text = found[0] if found else section(lane, about, "never run to its end.", [])
+    text = re.sub(r"^\*\*Failed\*\*.*\n\n", "", text, flags=re.MULTILINE)
+    table = text.index("| Figure |")
+    return with_section(document, lane, f"{text[:table]}**Failed** {failure}\n\n{text[table:]}")
 
 
 def with_section(document, lane, text):
@@ -59,21 +82,30 @@ def main():
     given = options.parse_args()
 
     folder = ROOT / "checks" / given.lane
+    about = (folder / "about.md").read_text(encoding="utf-8")
+    when = f"on {datetime.date.today()} at {tree()}"
     with tempfile.NamedTemporaryFile("r", prefix="figures-", encoding="utf-8") as file:
         started = time.monotonic()
         status = subprocess.run([str(folder / "run"), *(["--quick"] if given.quick else [])], cwd=ROOT, check=False,
                                 env={**os.environ, "CHECK_FIGURES": file.name}).returncode
         seconds = time.monotonic() - started
-        figures = figures_of(file.read().splitlines())
+        try:
+            figures, problem = figures_of(file.read().splitlines()), f"exit code {status}" if status else ""
+        except ValueError as error:
+            figures, problem = [], str(error)
     for name, value, bound in figures:
         print(f"{name}: {value}" + (f" ({bound})" if bound else ""))
-    if status != 0:
-        print(f"{given.lane}: failed ({status})")
-        return 1
     if not given.quick:
-        about = (folder / "about.md").read_text(encoding="utf-8")
-        DOCUMENT.write_text(with_section(DOCUMENT.read_text(encoding="utf-8"), given.lane,
-                                         section(given.lane, about, seconds, figures)), encoding="utf-8")
+        before = DOCUMENT.read_text(encoding="utf-8")
+        if problem:
+            after = marked_as_failed(before, given.lane, about, f"{when}, {problem}; the figures are older.")
+        else:
+            after = with_section(before, given.lane,
+                                 section(given.lane, about, f"last run {when}, {took(seconds)}.", figures))
+        DOCUMENT.write_text(after, encoding="utf-8")
+    if problem:
+        print(f"{given.lane}: failed, {problem}")
+        return 1
     print(f"{given.lane}: as expected, {took(seconds)}")
     return 0
 
