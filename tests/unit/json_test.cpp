@@ -71,6 +71,9 @@ TEST(Json, OfArgumentsNamesThoseThatAreWrong) {
     using Oad = messages::TvserviceOadStatusNotify;
     EXPECT_EQ(problemOfArguments<Oad>("1"), "the value: wanted an object");
     EXPECT_EQ(problemOfArguments<Oad>(R"({"state": 1})"), "the value: there is no field \"state\"");
+    EXPECT_EQ(problemOfArguments<messages::TvServiceInfoReq>(R"({"state": 1})"),
+              "the value: there is no field \"state\"")
+        << "a message without arguments";
     EXPECT_EQ(problemOfArguments<Oad>(R"({"status": "x"})"), "status: wanted an integer");
     EXPECT_EQ(problemOfArguments<Oad>(R"({"status": 2, "text": 3})"), "text: wanted a string");
     EXPECT_EQ(problemOfArguments<messages::TvServiceInfo>(R"({"infos": [{}, {"terminal": {"id": true}}]})"),
