@@ -1,3 +1,5 @@
+#include "debug/line-limit.h"
+
 #include <host/environment.h>
 #include <host/log-capture.h>
 #include <vdl/debug.h>
@@ -8,8 +10,10 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <string>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -32,8 +36,8 @@ template <typename Output> std::string printed(Output output) {
 }
 
 std::string textPrinted(const std::string& text) {
-    const std::string line = printed([&] { vdlDebugOutput0(lineOf(vdlDebugWarning), "%s", text.c_str()); });
-    return line.substr(line.find("warning: ") + 9);
+    const std::string line = printed([&] { vdlDebugOutput0(lineOf(vdlDebugTrace), "%s", text.c_str()); });
+    return line.substr(line.find("trace: ") + 7);
 }
 
 bool wanted(std::uint32_t moduleNumber, std::uint32_t severity) {
@@ -117,14 +121,59 @@ TEST(DebugOutput, KeepsLinesOfManyThreadsWhole) {
     threads.reserve(4);
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([] {
-            for (int line = 0; line < 100; ++line) vdlDebugOutput0(lineOf(vdlDebugWarning), "<%0500d>", line);
+            for (int line = 0; line < 100; ++line) vdlDebugOutput0(lineOf(vdlDebugTrace), "<%0500d>", line);
         });
     for (auto& thread : threads) thread.join();
     std::istringstream lines(testing::internal::GetCapturedStderr());
     int count = 0;
     for (std::string line; std::getline(lines, line); ++count)
-        ASSERT_THAT(line, testing::MatchesRegex("[^<>]* warning: <0{4}[0-9]+>"));
+        ASSERT_THAT(line, testing::MatchesRegex("[^<>]* trace: <0{4}[0-9]+>"));
     EXPECT_EQ(count, 400);
+}
+
+// Those that were written, and those of which another line tells.
+std::pair<int, int> complaintsIn(const std::string& output) {
+    std::pair<int, int> counts{};
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);) {
+        if (const auto more = line.find("... and "); more != std::string::npos)
+            counts.second += std::stoi(line.substr(more + 8));
+        else
+            ++counts.first;
+    }
+    return counts;
+}
+
+TEST(DebugOutput, HoldsComplaintsBackThatComeTooOftenAndTellsHowManyThereWere) {
+    const auto [written, told] = complaintsIn(printed([] {
+        for (int i = 0; i < 1000; ++i) vdlDebugOutput0(lineOf(vdlDebugWarning), "peer said %d\n", i);
+        host::debug::LineLimit::tellHeldBack(host::debug::LineLimit::Clock::time_point::max());
+    }));
+    EXPECT_GE(written, 20);
+    EXPECT_LT(written, 500); // also when it takes some seconds
+    EXPECT_EQ(written + told, 1000);
+}
+
+TEST(DebugOutput, HoldsNothingBackThatIsNoComplaintOrOfAnotherKind) {
+    const auto all = printed([] {
+        for (int i = 0; i < 1000; ++i) vdlDebugOutput0(lineOf(vdlDebugProgress), "step %d\n", i);
+    });
+    EXPECT_EQ(complaintsIn(all), std::pair(1000, 0));
+    const auto several = printed([] {
+        for (std::uint32_t i = 0; i < 30; ++i) {
+            vdlDebugOutput0({(module + i) << 16 | vdlDebugFailure}, "of a module\n");
+            if (i < 20) vdlDebugOutput0(lineOf(vdlDebugFailure), "of another kind\n");
+        }
+    });
+    EXPECT_EQ(complaintsIn(several), std::pair(50, 0));
+}
+
+TEST(DebugOutput, TellsOfComplaintsHeldBackWhenNoOtherFollows) {
+    const host::LogCapture log({module}, false);
+    printed([&] {
+        for (int i = 0; i < 100; ++i) vdlDebugOutput0(lineOf(vdlDebugFailure), "peer left %d\n", i);
+        EXPECT_TRUE(log.waitFor("more like it: peer left %d", 10s));
+    });
 }
 
 TEST_F(DebugLevels, SetOneModuleOrAllWithLaterItemsWinning) {

@@ -23,6 +23,9 @@ void reportLevelComplaints(const std::string& complaints);
 // and bytes that are not UTF-8 become \xNN, so that no text can forge a line or steer a terminal.
 void appendEscaped(std::string& out, std::string_view text, std::string_view lineFeed);
 
+// Writes a line that no limit holds back.
+void writeLine(std::uint32_t levelWord, std::string_view text) noexcept;
+
 // How many captures there are, so that output without any pays one load.
 extern std::atomic<int> captures;
 // Gives a line to every capture; returns whether one of them wants it kept off stderr.

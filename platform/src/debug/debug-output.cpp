@@ -1,4 +1,5 @@
 #include "debug/debug-internal.h"
+#include "debug/line-limit.h"
 
 #include <host/configuration.h>
 #include <host/environment.h>
@@ -85,19 +86,41 @@ private:
     bool json_ = false;
 };
 
-void output(std::uint32_t levelWord, std::string_view text) {
+// Nobody can fill the log by what he makes others complain of. What people want to follow in detail, at the other
+// severities, comes whole.
+bool isHeldBack(const vdlDebugChunk& chunk, const char* format) {
+    if ((chunk.levelWord & 0xFFFF) > vdlDebugWarning) return false;
+    LineLimit* const limit = LineLimit::of(chunk.levelWord >> 16, format);
+    if (!limit || limit->admits(chunk)) return false;
+    tellHeldBackLater();
+    return true;
+}
+
+// format: that the text was made of; null for a line that no limit holds back.
+void output(std::uint32_t levelWord, std::string_view text, const char* format) {
     if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
     if (captures.load(std::memory_order_acquire) != 0 && capture(levelWord, text)) return;
+    if (format && isHeldBack({levelWord}, format)) return;
     Output::instance().write(levelWord, text);
 }
+
+void tellOfALostLine() noexcept { std::fputs("debug output: a line was lost\n", stderr); }
 
 } // namespace
 
 void reportLevelComplaints(const std::string& complaints) {
     for (std::size_t start = 0; start < complaints.size();) {
         const std::size_t end = std::min(complaints.find('\n', start), complaints.size());
-        output(vdlModule << 16 | vdlDebugWarning, "TVSA_LOG: " + complaints.substr(start, end - start));
+        output(vdlModule << 16 | vdlDebugWarning, "TVSA_LOG: " + complaints.substr(start, end - start), nullptr);
         start = end + 1;
+    }
+}
+
+void writeLine(std::uint32_t levelWord, std::string_view text) noexcept {
+    try {
+        output(levelWord, text, nullptr);
+    } catch (...) { // no memory
+        tellOfALostLine();
     }
 }
 
@@ -114,9 +137,9 @@ void vdlDebugOutput0(const vdlDebugChunk& chunk, const char* format, ...) noexce
     try {
         const auto length = static_cast<std::size_t>(formatted);
         if (formatted < 0) {
-            output(chunk.levelWord, std::string(format) + " [not printable: " + std::strerror(errno) + "]");
+            output(chunk.levelWord, std::string(format) + " [not printable: " + std::strerror(errno) + "]", format);
         } else if (length < sizeof text) {
-            output(chunk.levelWord, {text, length});
+            output(chunk.levelWord, {text, length}, format);
         } else {
             std::string whole(std::min(length, longestText), '\0');
             errno = callersErrno;
@@ -124,10 +147,10 @@ void vdlDebugOutput0(const vdlDebugChunk& chunk, const char* format, ...) noexce
             std::vsnprintf(whole.data(), whole.size() + 1, format, arguments);
             va_end(arguments);
             if (length > whole.size()) whole += " [" + std::to_string(length - whole.size()) + " more bytes]";
-            output(chunk.levelWord, whole);
+            output(chunk.levelWord, whole, format);
         }
     } catch (...) { // no memory
-        std::fputs("debug output: a line was lost\n", stderr);
+        tellOfALostLine();
     }
     errno = callersErrno;
 }

@@ -1,7 +1,15 @@
 #include "debug/line-limit.h"
 
+#include "debug/debug-internal.h"
+
 #include <algorithm>
+#include <array>
+#include <cstdio>
+#include <functional>
 #include <limits>
+#include <pthread.h>
+#include <string>
+#include <thread>
 
 namespace host::debug {
 namespace {
@@ -17,6 +25,32 @@ std::uint64_t secondOf(LineLimit::Clock::time_point time) noexcept {
 
 std::uint64_t linesOf(std::uint64_t state) noexcept { return state & std::numeric_limits<std::uint32_t>::max(); }
 
+// One that is found by what it limits. The format is its own, as a library that has one can be unloaded.
+struct KindOfLine {
+    KindOfLine(std::uint32_t module_, const char* format_) : module(module_), format(format_), limit(format.c_str()) {}
+    const std::uint32_t module;
+    const std::string format;
+    LineLimit limit;
+};
+
+// By hash; one whose place is taken has the next one that is free. More than all the lines that there are.
+constinit std::array<std::atomic<KindOfLine*>, 1024> kinds{};
+
+constinit std::atomic<bool> tellerRuns{false};
+
+// Until nothing is held back any more.
+void tellEverySecond() noexcept {
+    pthread_setname_np(pthread_self(), "debug");
+    do {
+        do {
+            const auto now = LineLimit::Clock::now();
+            std::this_thread::sleep_until(std::chrono::floor<std::chrono::seconds>(now) + std::chrono::seconds(1));
+        } while (LineLimit::tellHeldBack());
+        tellerRuns = false;
+        // Of a line that was held back between the two the next one tells, unless it is looked for once more.
+    } while (LineLimit::tellHeldBack() && !tellerRuns.exchange(true));
+}
+
 } // namespace
 
 bool LineLimit::admits(const vdlDebugChunk& chunk, Clock::time_point now) noexcept {
@@ -31,6 +65,27 @@ bool LineLimit::admits(const vdlDebugChunk& chunk, Clock::time_point now) noexce
     if (linesOf(after) <= mostPerSecond) return true;
     enlist();
     return false;
+}
+
+LineLimit* LineLimit::of(std::uint32_t module, const char* format) noexcept {
+    const std::size_t first = std::hash<std::string_view>()(format) + module;
+    KindOfLine* made = nullptr;
+    LineLimit* found = nullptr;
+    for (std::size_t i = 0; i < kinds.size() && !found; ++i) {
+        auto& place = kinds[(first + i) % kinds.size()];
+        KindOfLine* kind = place.load(std::memory_order_acquire);
+        if (!kind) {
+            try {
+                if (!made) made = new KindOfLine(module, format);
+            } catch (const std::bad_alloc&) {
+                return nullptr;
+            }
+            if (place.compare_exchange_strong(kind, made)) return &made->limit;
+        }
+        if (kind->module == module && kind->format == format) found = &kind->limit;
+    }
+    delete made; // another thread was first
+    return found;
 }
 
 void LineLimit::enlist() noexcept {
@@ -60,8 +115,20 @@ bool LineLimit::tellOwn(std::uint64_t second) noexcept {
 
 void LineLimit::tell(std::uint64_t lines) const noexcept {
     vdlDebugChunk chunk;
-    if (vdlDebugCheckLevelGetFrameAndChunk(levelWord_, chunk))
-        vdlDebugOutput0(chunk, "... and %llu more like it: %s", static_cast<unsigned long long>(lines), format_);
+    if (!vdlDebugCheckLevelGetFrameAndChunk(levelWord_, chunk)) return;
+    char text[512];
+    const int length = std::snprintf(text, sizeof text, "... and %llu more like it: %s",
+                                     static_cast<unsigned long long>(lines), format_);
+    writeLine(chunk.levelWord, {text, std::min(static_cast<std::size_t>(length), sizeof text - 1)});
+}
+
+void tellHeldBackLater() noexcept {
+    if (tellerRuns.exchange(true)) return;
+    try {
+        std::thread(tellEverySecond).detach();
+    } catch (const std::exception&) { // no memory, or no thread: the next line of the kind tells
+        tellerRuns = false;
+    }
 }
 
 } // namespace host::debug

@@ -29,6 +29,10 @@ public:
     // others, for which it must be called again.
     static bool tellHeldBack(Clock::time_point now = Clock::now()) noexcept;
 
+    // The limit of the lines that a module makes of a format, whoever writes them; made, and kept for ever, for the
+    // first of them. Null when there is no memory, or there are too many kinds already.
+    static LineLimit* of(std::uint32_t module, const char* format) noexcept;
+
 private:
     void enlist() noexcept;
     bool tellOwn(std::uint64_t second) noexcept;
@@ -40,6 +44,9 @@ private:
     std::atomic<bool> listed_{false};
     LineLimit* next_ = nullptr; // of those that ever held a line back; fixed once listed
 };
+
+// Sees to it that tellHeldBack is called when this second is over, on a thread that ends when there is nothing to tell.
+void tellHeldBackLater() noexcept;
 
 } // namespace host::debug
 
