@@ -23,6 +23,7 @@ public:
     bool send(FrameKind kind, const char* data, std::size_t size) noexcept override {
         const Pause pause;
         expect(!ended_, "nothing is said after the end");
+        ended_ = kind == FrameKind::End;
         if (!present) return false;
         if (kind == FrameKind::Data) {
             expect(size > 0 && size <= longestData && size + frameCost <= linkMaySend_, "the credit is kept to");
@@ -33,24 +34,24 @@ public:
             expect(size == 4, "a credit has four bytes");
             peerMaySend_ += Source({reinterpret_cast<const std::uint8_t*>(data), size}).number(4);
             expect(peerMaySend_ <= window, "no more credit is given than there is");
-        } else if (kind == FrameKind::End) {
-            ended_ = true;
         } else {
-            expect(kind == FrameKind::Probe && size == 0, "a link opens nothing");
+            expect(ended_ || (kind == FrameKind::Probe && size == 0), "a link opens nothing");
         }
         return true;
     }
 
     void say(FrameKind kind, const std::string& data) {
+        if (ended_) return callLink([&] { link_.onFrame(kind, data.data(), data.size()); });
         const bool fits = mayBeSaid(kind, data);
         if (fits && kind == FrameKind::Data) {
             peerMaySend_ -= data.size() + frameCost;
             fromPeer_ += data;
         }
         if (fits && kind == FrameKind::Credit) linkMaySend_ += numberIn(data);
+        if (fits && kind == FrameKind::Probe) ++probes_;
         callLink([&] { link_.onFrame(kind, data.data(), data.size()); });
         expect(fits == link_.fault().empty(), "who breaks the rules, and nobody else, is told of");
-        expect(fits || (link_.isOver() && (ended_ || !present)), "who breaks the rules is told that it is over");
+        expect(fits || (link_.isOver() && ended_), "who breaks the rules is told that it is over");
     }
     void write(const std::string& text) {
         const auto size = ::send(end_.get(), text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -70,13 +71,13 @@ public:
         if (::poll(&socket, 1, 0) > 0) callLink([&] { link_.onSocket(socket.revents); });
     }
     void probe() {
+        probes_ = 0;
         callLink([&] { link_.probe(); });
     }
     void leave() {
         present = false;
         callLink([&] { link_.onPeerGone(); });
     }
-    bool isOver() const { return link_.isOver(); }
     // Of data, that the peer may say now; one byte less, so that a little more is more than it may.
     std::size_t longestFrame() const {
         const std::size_t room = peerMaySend_ < frameCost ? 0 : std::min(longestData, peerMaySend_ - frameCost);
@@ -95,8 +96,9 @@ private:
     bool mayBeSaid(FrameKind kind, const std::string& data) const {
         if (kind == FrameKind::Data)
             return !data.empty() && data.size() <= longestData && data.size() + frameCost <= peerMaySend_;
-        if (kind == FrameKind::Credit) return data.size() == 4 && numberIn(data) <= window - linkMaySend_;
-        return kind == FrameKind::Probe || kind == FrameKind::End;
+        if (kind == FrameKind::Credit)
+            return data.size() == 4 && numberIn(data) > 0 && numberIn(data) <= window - linkMaySend_;
+        return kind == FrameKind::End || (kind == FrameKind::Probe && probes_ < Link::mostProbes);
     }
     template <class Call> void callLink(const Call& call) {
         Measure measure;
@@ -108,7 +110,8 @@ private:
     host::io::FileDescriptor end_;
     std::string fromPeer_, fromSocket_; // and not heard yet
     std::size_t peerMaySend_ = window, linkMaySend_ = window;
-    bool ended_ = false; // for the peer
+    int probes_ = 0;     // of the peer, since the link's last one
+    bool ended_ = false; // the link has said so
     Link link_;
 };
 
@@ -131,7 +134,7 @@ void relayedFrames(Input input) {
     Source source(input);
     Neighbours neighbours;
     constexpr std::array kinds{FrameKind::Probe, FrameKind::End, FrameKind::Open};
-    while (!source.rest().empty() && !neighbours.isOver()) {
+    while (!source.rest().empty()) {
         const std::uint8_t choice = source.byte();
         const std::size_t size = choice < 128 ? choice & 7U : source.number(3) % (longestData + 2);
         switch (choice >> 3 & 7) {

@@ -156,6 +156,35 @@ TEST_F(ALink, EndsWithAPeerWhoseCreditIsMalformed) {
     expectEndFor("gave a malformed credit");
 }
 
+TEST_F(ALink, EndsWithAPeerThatGivesACreditOfNothing) {
+    frame(FrameKind::Credit, credit(0));
+    expectEndFor("gave a credit of nothing");
+}
+
+// Probes cost no credit.
+TEST_F(ALink, EndsWithAPeerThatProbesWithoutAPause) {
+    for (int heartbeat = 0; heartbeat < 3; ++heartbeat) {
+        for (int i = 0; i < Link::mostProbes; ++i) frame(FrameKind::Probe);
+        EXPECT_EQ(link.fault(), "") << "as many as may have been held up on the way";
+        link.probe();
+    }
+    peer.frames.clear();
+    for (int i = 0; i <= Link::mostProbes; ++i) frame(FrameKind::Probe);
+    expectEndFor("probed without a pause");
+}
+
+TEST_F(ALink, HearsAndSaysNothingMoreOnceARuleIsBroken) {
+    say("not sent any more");
+    frame(FrameKind::Open, "\1");
+    frame(FrameKind::Data, "too late");
+    frame(FrameKind::Credit, "abc");
+    link.onSocket(POLLIN);
+    link.probe();
+    EXPECT_EQ(hear(), "");
+    EXPECT_EQ(link.wanted(), 0);
+    expectEndFor("opened twice");
+}
+
 TEST_F(ALink, EndsWithAPeerThatOpensTwice) {
     frame(FrameKind::Open, "\1");
     expectEndFor("opened twice");
@@ -193,6 +222,29 @@ TEST_F(ALink, IsOverWhenItsSocketIsClosedAndThePeerTakesNothingMore) {
     link.probe();
     EXPECT_TRUE(link.isOver());
     EXPECT_EQ(peer.frames.back(), "E");
+}
+
+TEST_F(ALink, DrainsItsSocketToTheEnd) {
+    const std::string part(longestData, 'x');
+    say(part);
+    say(part);
+    ours.reset();
+    link.drain();
+    EXPECT_THAT(peer.frames, ElementsAre("D" + part, "D" + part, "E"));
+    EXPECT_TRUE(link.isOver());
+}
+
+TEST_F(ALink, DrainsItsSocketAsFarAsItsCreditGoes) {
+    const std::string part(longestData, 'x');
+    while ((link.wanted() & POLLIN) != 0) {
+        say(part);
+        link.drain();
+    }
+    std::size_t sent = 0;
+    for (const auto& data : peer.frames) sent += data.size() - 1 + frameCost;
+    EXPECT_LE(sent, window);
+    EXPECT_GT(sent, window - frameCost - 1);
+    EXPECT_FALSE(link.isOver());
 }
 
 TEST_F(ALink, ReadsOnWhenNobodyReadsWhatThePeerSends) {

@@ -13,13 +13,23 @@ constexpr int patience = 3; // heartbeats, as everywhere with other hosts
 } // namespace
 
 short Link::wanted() const {
+    if (over_) return 0;
     const bool reads = !peerGone_ && maySend_ > frameCost;
     return static_cast<short>((reads ? POLLIN : 0) | (arrived_.empty() ? 0 : POLLOUT));
 }
 
 void Link::onSocket(short events) {
+    if (over_) return;
     if ((events & POLLOUT) != 0) write();
     if ((events & (POLLIN | POLLHUP | POLLERR)) != 0 && !peerGone_) read();
+}
+
+void Link::drain() {
+    while ((wanted() & POLLIN) != 0) {
+        const std::size_t before = maySend_;
+        read();
+        if (maySend_ == before) return;
+    }
 }
 
 void Link::read() {
@@ -46,12 +56,14 @@ void Link::write() {
 }
 
 void Link::onFrame(FrameKind kind, const char* data, std::size_t size) {
+    if (over_) return;
     switch (kind) {
         case FrameKind::Data:
             return takeData(data, size);
         case FrameKind::Credit:
             return takeCredit(data, size);
         case FrameKind::Probe:
+            if (++probesHeard_ > mostProbes) breakRules("probed without a pause");
             return;
         case FrameKind::End:
             return onPeerGone();
@@ -72,6 +84,7 @@ void Link::takeCredit(const char* data, std::size_t size) {
     if (size != 4) return breakRules("gave a malformed credit");
     std::size_t credit = 0;
     for (std::size_t i = 0; i < size; ++i) credit = credit << 8 | static_cast<std::uint8_t>(data[i]);
+    if (credit == 0) return breakRules("gave a credit of nothing"); // which would cost it nothing, either
     if (credit > window - maySend_) return breakRules("gave more credit than there is");
     maySend_ += credit;
 }
@@ -87,6 +100,8 @@ void Link::giveCredit() {
 }
 
 void Link::probe() {
+    if (over_) return;
+    probesHeard_ = 0;
     if (!peerGone_ && !route_.send(FrameKind::Probe, nullptr, 0)) return onPeerGone();
     if (peerGone_ || maySend_ > frameCost) return;
     // Nothing looks at the socket now. Once it is closed the peer has not for ever to take what is left.

@@ -13,6 +13,10 @@ namespace host::remote {
 // On the relay's thread. Every method may find that the link is over.
 class Link {
 public:
+    // Of the peer's, between two of ours. Nobody sends more than a hundred in a second, and no heartbeat is longer than
+    // a minute.
+    static constexpr int mostProbes = 10000;
+
     // The socket does not block. The route outlives the link.
     Link(io::FileDescriptor socket, Route& route) : socket_(std::move(socket)), route_(route) {}
 
@@ -21,6 +25,8 @@ public:
     void onSocket(short events);
     // A frame of the peer, without its kind. What breaks the rules ends the link, of which the peer is told.
     void onFrame(FrameKind kind, const char* data, std::size_t size);
+    // Sends what the socket has to say now, as far as the credit goes: nobody looks at it any more.
+    void drain();
     // The peer has gone; what it has said before still reaches the socket.
     void onPeerGone() { peerGone_ = true; }
     // To be called once per heartbeat: whether peer and socket are still there.
@@ -45,6 +51,7 @@ private:
     std::size_t maySend_ = window; // credit that we have
     bool socketReads_ = true;      // whether anybody will read what we write to it
     int idleProbes_ = 0;           // since the socket was closed without the peer taking what it has left
+    int probesHeard_ = 0;          // since the last one of ours
     bool peerGone_ = false, over_ = false;
     std::string fault_;
 };
