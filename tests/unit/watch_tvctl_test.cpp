@@ -35,12 +35,13 @@ public:
         server_->start();
     }
 
-    void tell(const std::string& message) {
+    void tell(const std::string& message) { tell(message, {{"n", number_ + 1}}); }
+    void tell(const std::string& message, const ordered_json& arguments) {
         ++number_;
         list_.push_back({{"number", number_},
                          {"time", run_ + std::to_string(number_)},
                          {"message", message},
-                         {"arguments", {{"n", number_}}}});
+                         {"arguments", arguments}});
     }
     void restart(const std::string& run) {
         list_ = ordered_json::array();
@@ -125,6 +126,18 @@ TEST_F(Watch, PrintsWhatComesFromNowOn) {
     EXPECT_EQ(run(), tvctl::exitDone);
     EXPECT_THAT(lines(), ElementsAre(R"(first-2 A {"n":2})", R"(first-3 B {"n":3})"));
     EXPECT_THAT(errors.str(), IsEmpty());
+}
+
+TEST_F(Watch, PrintsNothingThatSteersATerminal) {
+    options.count = 1;
+    receiver->before = {[this] {
+        receiver->tell("A\x7f\n", {{"text",
+                                    "\x1b[2J\n\x7f\xc2\x9b"
+                                    "31m\xc2\x85 \xc3\xa9"}});
+    }};
+    EXPECT_EQ(run(), tvctl::exitDone);
+    EXPECT_EQ(out.str(), R"(first-1 A\x7f\x0a {"text":"\u001b[2J\n\x7f\xc2\x9b31m\xc2\x85 é"})"
+                         "\n");
 }
 
 TEST_F(Watch, PrintsAnObjectPerLineAsJson) {

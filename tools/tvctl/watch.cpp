@@ -4,6 +4,7 @@
 #include "message-names.h"
 
 #include <host/environment.h>
+#include <host/printable.h>
 #include <host/shell-client.h>
 
 #include <CLI/CLI.hpp>
@@ -83,9 +84,11 @@ std::string lineOf(const Json& notification, bool json) {
     if (json) return textOf(notification);
     // The receiver keeps no arguments that are longer than an answer can be.
     const auto omitted = notification.find("omittedBytes");
-    return notification.at("time").get<std::string>() + " " + notification.at("message").get<std::string>() + " " +
-           (omitted == notification.end() ? textOf(notification.at("arguments"))
-                                          : "(" + textOf(*omitted) + " bytes left out)");
+    const std::string arguments = omitted == notification.end() ? textOf(notification.at("arguments"))
+                                                                : "(" + textOf(*omitted) + " bytes left out)";
+    // JSON leaves some characters as they are that steer terminals.
+    return host::printable(notification.at("time").get<std::string>() + " " +
+                           notification.at("message").get<std::string>() + " " + arguments);
 }
 
 struct TimedOut {};
