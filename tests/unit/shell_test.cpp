@@ -303,6 +303,23 @@ TEST_F(Shell, RunsTheCommandsOfAClient) {
     EXPECT_EQ(reply.error, "unknown command: fly (help lists them)");
 }
 
+TEST_F(Shell, IsNotTrustedWhenItIsOfAnotherUser) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+    const auto listener = appovshell::listenAt(path);
+    ASSERT_EQ(seteuid(1), 0); // whoever listens is asked for
+    ASSERT_EQ(listen(listener.get(), 1), 0);
+    ASSERT_EQ(seteuid(0), 0);
+    ShellClient client;
+    try {
+        client.connect(path);
+        ADD_FAILURE() << "connected";
+    } catch (const ShellError& error) {
+        EXPECT_EQ(error.kind(), ShellError::Kind::Refused);
+        EXPECT_EQ(error.what(), "the shell at " + path + " belongs to another user");
+    }
+    EXPECT_FALSE(client.isConnected());
+}
+
 TEST_F(Shell, CarriesTheLargestOutput) {
     start();
     recorder.text.assign(CommandTable::maximumOutput, '\n');

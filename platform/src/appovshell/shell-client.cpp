@@ -9,6 +9,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 namespace host {
@@ -20,6 +21,13 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t maximumAnswer = 16 * 1024 * 1024;
 
 std::string textOf(int error) { return std::system_category().message(error); }
+
+// Whose process listens there, whatever the modes of the socket and its folder are.
+bool isOfThisUser(int socket) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == geteuid();
+}
 
 // Waits until the socket can be read or written; throws when the deadline passes first.
 void await(int socket, short events, Clock::time_point deadline) {
@@ -113,6 +121,10 @@ void ShellClient::connect(const std::string& path) {
         close(made);
         throw ShellError(error == EACCES || error == EPERM ? Kind::Refused : Kind::NotAvailable,
                          "cannot connect to the shell at " + path + ": " + textOf(error));
+    }
+    if (!isOfThisUser(made)) {
+        close(made);
+        throw ShellError(Kind::Refused, "the shell at " + path + " belongs to another user");
     }
     socket_ = made;
     path_ = path;
