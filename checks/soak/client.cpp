@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstring>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <system_error>
 #include <thread>
@@ -42,8 +43,8 @@ QueueClient::QueueClient(host::MessageQueue& queue)
 
 QueueClient::~QueueClient() { vdlFlatFree(text_); }
 
-void QueueClient::send(std::uint64_t count) {
-    for (std::uint64_t i = 0; i < count;) {
+void QueueClient::send(std::uint64_t count, const std::stop_token& stop) {
+    for (std::uint64_t i = 0; i < count && !stop.stop_requested();) {
         const std::uint32_t number = sent_;
         const std::size_t length = lengthOf(number);
         std::fill_n(text_, length, letterOf(number));
@@ -71,6 +72,8 @@ RawClient::RawClient(std::string path)
 
 int RawClient::connection() const {
     const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const timeval limit{30, 0}; // a service that hangs is not waited for
+    for (const int way : {SO_SNDTIMEO, SO_RCVTIMEO}) setsockopt(socket, SOL_SOCKET, way, &limit, sizeof limit);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path_.copy(address.sun_path, sizeof address.sun_path - 1);
@@ -78,8 +81,8 @@ int RawClient::connection() const {
     return socket;
 }
 
-void RawClient::send(std::uint64_t connections) {
-    for (std::uint64_t i = 0; i < connections; ++i) {
+void RawClient::send(std::uint64_t connections, const std::stop_token& stop) {
+    for (std::uint64_t i = 0; i < connections && !stop.stop_requested(); ++i) {
         const std::uint32_t number = connections_;
         const std::string half = honestFrame(rawClient, number + 1);
         // Cut at another place each time: in the header, in the form, in the text.

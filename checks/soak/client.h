@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <stop_token>
 #include <string>
 
 namespace host {
@@ -21,7 +22,7 @@ class QueueClient {
 public:
     explicit QueueClient(host::MessageQueue& queue);
     ~QueueClient();
-    void send(std::uint64_t count);
+    void send(std::uint64_t count, const std::stop_token& stop);
     std::uint64_t sent() const { return sent_; }
 
     QueueClient(const QueueClient&) = delete;
@@ -37,7 +38,7 @@ private:
 class RawClient {
 public:
     explicit RawClient(std::string path);
-    void send(std::uint64_t connections);
+    void send(std::uint64_t connections, const std::stop_token& stop);
     std::uint64_t connections() const { return connections_; }
 
 private:
