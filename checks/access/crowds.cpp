@@ -19,8 +19,13 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-constexpr unsigned perSecond = 10; // of each kind at each door, of which there are twenty
-constexpr auto pace = 2ms;         // between an honest client's questions
+// Of each kind at each door, forty between them: as many that say nothing, or nothing whole, that more than may wait
+// without a word do, so that the oldest of them make way all the time.
+constexpr struct {
+    const char* kind;
+    unsigned perSecond;
+} crowd[] = {{kinds::silent, 18}, {kinds::slow, 18}, {kinds::garbage, 2}, {kinds::abrupt, 2}};
+constexpr auto pace = 2ms; // between an honest client's questions
 constexpr auto quietTime = 4s;
 constexpr auto settling = 2s; // until the crowd's processes have started, which takes the processors
 
@@ -53,13 +58,11 @@ public:
 
     // The 99th percentile at each door while something takes its time.
     std::vector<long> during(const std::function<void()>& something) {
-        for (auto& times : times_) times.clear();
-        measuring_ = true;
+        measure(true);
         something();
-        measuring_ = false;
-        const std::lock_guard lock(mutex_);
+        measure(false);
         std::vector<long> result;
-        for (const auto& times : times_) result.push_back(percentile99(times));
+        for (const auto& times : times_) result.push_back(percentile99(times)); // to which nobody adds now
         return result;
     }
 
@@ -73,6 +76,12 @@ public:
     long newcomers = 0, slowestNewcomer = 0;
 
 private:
+    void measure(bool measuring) {
+        const std::lock_guard lock(mutex_);
+        measuring_ = measuring;
+        if (measuring)
+            for (auto& times : times_) times.clear();
+    }
     void guarded(const std::function<void()>& work) {
         try {
             work();
@@ -87,10 +96,10 @@ private:
         while (!ended_) {
             const auto begin = Clock::now();
             client->ask();
-            if (measuring_) {
-                const long took = microsecondsSince(begin);
+            const long took = microsecondsSince(begin);
+            {
                 const std::lock_guard lock(mutex_);
-                times_[number].push_back(took);
+                if (measuring_) times_[number].push_back(took);
             }
             std::this_thread::sleep_for(pace);
         }
@@ -106,8 +115,9 @@ private:
     }
 
     const std::vector<Door>& doors_;
-    std::atomic<bool> measuring_{false}, ended_{false};
+    std::atomic<bool> ended_{false};
     std::mutex mutex_;
+    bool measuring_ = false;
     std::vector<std::vector<long>> times_; // in microseconds
     std::vector<std::thread> threads_;
 };
@@ -117,6 +127,12 @@ std::filesystem::path wordsFor(const ReceiverKit& kit, const Door& door) {
     auto file = kit.folder() / (door.name + ".words");
     std::ofstream(file) << (door.shell ? std::string(R"({"line":"stats"})") : killed::helloOf(door.path));
     return file;
+}
+
+// What a door says of one that has come and said nothing, while too many others did the same.
+const char* madeWay(const Door& door) {
+    return door.shell ? "turned away a shell client: there are"
+                      : "turned away: peer sent no hello while 64 others came";
 }
 
 std::filesystem::path floodLog(const ReceiverKit& kit) { return kit.folder() / "flood.log"; }
@@ -132,7 +148,7 @@ void waitForAll(Floods& floods, const ReceiverKit& kit) {
 
 } // namespace
 
-void crowdTheDoors(unsigned rounds, unsigned perRound, Figures& figures) {
+void crowdTheDoors(unsigned rounds, std::chrono::seconds each, Figures& figures) {
     ReceiverKit kit;
     kit.start();
     const auto doors = doorsIn(kit.runtimeFolder());
@@ -147,11 +163,14 @@ void crowdTheDoors(unsigned rounds, unsigned perRound, Figures& figures) {
         const auto alone = honest.during([] { std::this_thread::sleep_for(quietTime); });
         Floods floods;
         for (std::size_t i = 0; i < doors.size(); ++i)
-            for (const char* kind : floodKinds)
-                floods.push_back(startFlood(kind, doors[i].path, perRound, perSecond, words[i], floodLog(kit)));
+            for (const auto& [kind, perSecond] : crowd) {
+                const auto count = static_cast<unsigned>(each.count()) * perSecond;
+                floods.push_back(startFlood(kind, doors[i].path, count, perSecond, words[i], floodLog(kit)));
+                figures.crowd += count;
+            }
         std::this_thread::sleep_for(settling);
         const auto pressed = honest.during([&] {
-            const auto end = Clock::now() + std::chrono::seconds(perRound / perSecond) - settling;
+            const auto end = Clock::now() + each - settling;
             while (Clock::now() < end) {
                 for (const Part part : receiver::allParts)
                     figures.mostDescriptors =
@@ -160,14 +179,16 @@ void crowdTheDoors(unsigned rounds, unsigned perRound, Figures& figures) {
             }
         });
         waitForAll(floods, kit);
-        figures.crowd += perRound * static_cast<unsigned>(floods.size());
         for (std::size_t i = 0; i < doors.size(); ++i) {
             quiet[i].push_back(alone[i]);
             crowded[i].push_back(pressed[i]);
+            figures.worstRound = std::max(figures.worstRound, 100 * pressed[i] / alone[i]);
         }
     }
     honest.end();
     require(honest.complaint.empty(), honest.complaint);
+    for (const Door& door : doors)
+        require(linesLike(logOf(kit, door.part), madeWay(door), "") > 0, "nobody had to make way at " + door.name);
     for (std::size_t i = 0; i < doors.size(); ++i)
         figures.roundTrips[doors[i].name] = {median(quiet[i]), median(crowded[i])};
     figures.newcomers = honest.newcomers;
@@ -176,32 +197,61 @@ void crowdTheDoors(unsigned rounds, unsigned perRound, Figures& figures) {
     require(complaints.empty(), complaints);
 }
 
-void floodTheLog(unsigned hellos, Figures& figures) {
-    ReceiverKit kit;
-    kit.start();
-    const Door door = doorsIn(kit.runtimeFolder()).front();
+namespace {
+
+// So many clients, one after the other, that a door turns away: each has to be told of, in lines or in those about
+// lines held back.
+Figures::Lines floodTheLogOf(ReceiverKit& kit, const Door& door, unsigned clients, const char* text,
+                             const char* format) {
     const auto log = logOf(kit, door.part);
     const auto before = receiver::readLog(log).size();
-    const auto refused = counterOf(kit, door.part, "refused");
     const auto begin = Clock::now();
     Floods floods;
     constexpr unsigned processes = 2;
     for (unsigned i = 0; i < processes; ++i)
-        floods.push_back(startFlood("garbage", door.path, hellos / processes, 0, wordsFor(kit, door), floodLog(kit)));
+        floods.push_back(
+            startFlood(kinds::garbage, door.path, clients / processes, 0, wordsFor(kit, door), floodLog(kit)));
     waitForAll(floods, kit);
-    require(kit.waitFor([&] { return counterOf(kit, door.part, "refused") - refused == hellos; }, receiver::patience),
-            std::to_string(counterOf(kit, door.part, "refused") - refused) + " bad hellos were counted");
-    const auto told = [&] {
-        return linesLike(log, "turned away: peer's first bytes are no hello", "service %s: client %llu %s: %s");
-    };
-    require(kit.waitFor([&] { return told() >= hellos; }, receiver::patience),
-            "the log tells of " + std::to_string(told()) + " bad hellos");
-    require(told() == hellos, "the log tells of " + std::to_string(told()) + " bad hellos");
-    figures.badHellos = hellos;
-    figures.badHelloSeconds = microsecondsSince(begin) / 1000000 + 1;
-    figures.badHelloLines = static_cast<long>(receiver::readLog(log).size() - before);
+    const auto told = [&] { return linesLike(log, text, format); };
+    kit.waitFor([&] { return told() >= clients; }, receiver::patience);
+    require(told() == clients, door.name + ": the log tells of " + std::to_string(told()) + " turned away");
+    Figures::Lines lines;
+    lines.clients = clients;
+    lines.seconds = microsecondsSince(begin) / 1000000 + 1;
+    lines.written = static_cast<long>(receiver::readLog(log).size() - before);
     constexpr long eachSecond = 21; // 20 and the one about the others
-    figures.linesAllowed = (figures.badHelloSeconds + 1) * eachSecond;
+    lines.allowed = (lines.seconds + 1) * eachSecond;
+    return lines;
+}
+
+} // namespace
+
+void floodTheLog(unsigned hellos, Figures& figures) {
+    ReceiverKit kit;
+    kit.start();
+    const Door door = doorsIn(kit.runtimeFolder()).front();
+    const auto refused = counterOf(kit, door.part, "refused");
+    figures.badHellos = floodTheLogOf(kit, door, hellos, "turned away: peer's first bytes are no hello",
+                                      "service %s: client %llu %s: %s");
+    require(counterOf(kit, door.part, "refused") - refused == hellos,
+            std::to_string(counterOf(kit, door.part, "refused") - refused) + " bad hellos were counted");
+    const std::string complaints = kit.stop();
+    require(complaints.empty(), complaints);
+}
+
+void floodTheLogOfAShell(unsigned clients, Figures& figures) {
+    ReceiverKit kit;
+    kit.start();
+    const Door door = doorsIn(kit.runtimeFolder()).back();
+    std::vector<std::unique_ptr<HonestClient>> users;
+    constexpr std::size_t most = 16; // that a shell serves, one of which has started the receiver
+    while (users.size() + 1 < most) {
+        users.push_back(honestClientOf(door));
+        users.back()->ask();
+    }
+    figures.shellClients = floodTheLogOf(kit, door, clients, "turned away a shell client: there are 16 already",
+                                         "turned away a shell client: there are %zu already");
+    for (const auto& user : users) user->ask();
     const std::string complaints = kit.stop();
     require(complaints.empty(), complaints);
 }

@@ -98,13 +98,6 @@ std::uint64_t counterOf(ReceiverKit& kit, Part service, const char* counter) {
     return kit.ask(service, {"stats"}).at(0).at(counter).get<std::uint64_t>();
 }
 
-std::uint64_t receivedFrom(ReceiverKit& kit, Part service) {
-    for (const auto& connection : kit.ask(Part::frameHost, {"stats"}))
-        if (connection.at("service") == killed::serviceNameOf(service))
-            return connection.at("received").get<std::uint64_t>();
-    throw ReceiverError("the framework process has no such connection");
-}
-
 std::uint64_t linesLike(const std::filesystem::path& log, const std::string& text, const std::string& format) {
     std::uint64_t lines = 0;
     for (const receiver::LogLine& line : receiver::readLog(log)) {

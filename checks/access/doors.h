@@ -50,9 +50,6 @@ std::vector<std::uint32_t> hearFrames(Socket& client, std::size_t count);
 // A counter of a service, as its shell tells.
 std::uint64_t counterOf(ReceiverKit& kit, Part service, const char* counter);
 
-// How many messages the framework process has had of a service.
-std::uint64_t receivedFrom(ReceiverKit& kit, Part service);
-
 // How many lines with that text a log has, those included that it says were held back.
 std::uint64_t linesLike(const std::filesystem::path& log, const std::string& text, const std::string& format);
 

@@ -55,8 +55,8 @@ private:
     void add() {
         Unwanted one{Socket(), Clock::now(), Clock::now()};
         if (const int error = one.socket.connect(path_); error != 0) throw ReceiverError(std::strerror(error));
-        if (kind_ == "garbage") one.socket.say(garbage());
-        if (kind_ == "abrupt") {
+        if (kind_ == kinds::garbage) one.socket.say(garbage());
+        if (kind_ == kinds::abrupt) {
             if (random_() % 2 == 0) one.socket.say(words_.substr(0, random_() % words_.size()));
             return;
         }
@@ -79,7 +79,7 @@ private:
         for (auto one = all_.begin(); one != all_.end(); ++events) {
             const bool over = now - one->born > longestHold || (events->revents & (POLLHUP | POLLERR | POLLRDHUP)) != 0;
             if ((events->revents & POLLIN) != 0) drain(*one);
-            if (!over && kind_ == "slow" && now >= one->next) {
+            if (!over && kind_ == kinds::slow && now >= one->next) {
                 one->socket.say(words_.substr(one->said++ % words_.size(), 1));
                 one->next = now + pause;
             }

@@ -9,8 +9,12 @@
 
 namespace access_check {
 
-// Clients that say random bytes, that say nothing, that say their hello a byte at a time, and that are gone at once.
-inline constexpr const char* floodKinds[] = {"garbage", "half-open", "slow", "abrupt"};
+namespace kinds {
+inline constexpr const char* garbage = "garbage"; // clients that say random bytes
+inline constexpr const char* silent = "silent";   // that say nothing
+inline constexpr const char* slow = "slow";       // that say their hello a byte at a time
+inline constexpr const char* abrupt = "abrupt";   // that are gone at once
+} // namespace kinds
 
 // A process that makes so many connections of a kind, so many in a second (0: each when the one before has ended), and
 // ends when the last one has. A slow client's words are what it would say at once.

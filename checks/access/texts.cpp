@@ -2,25 +2,16 @@
 #include "../killed/service-socket.h"
 #include "doors.h"
 #include "scenarios.h"
-
-#include <genrpc/flat-region.h>
-#include <host/marshaller.h>
-#include <host/message-queue.h>
-#include <mmservice/messages.h>
-#include <tvservice/messages.h>
+#include "text-messages.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <sstream>
 #include <sys/socket.h>
 
 namespace access_check {
 namespace {
-
-namespace tv = tvservice::messages;
-namespace mm = mmservice::messages;
 
 constexpr const char* forged = "2026-01-01T00:00:00.000Z frame-host[1] io failure: forged";
 
@@ -37,67 +28,28 @@ const std::vector<std::string> texts{
     std::string(std::size_t{64} * 1024, 'A') + "\x1b\n",
 };
 
-// A message as it travels.
-template <class Message, class... Args> std::string frameOf(const Args&... args) {
-    const std::unique_ptr<genrpc::FlatRegion, decltype(&genrpc::FlatRegion::release)> region(
-        genrpc::FlatRegion::create(4096), genrpc::FlatRegion::release);
-    host::Bytes body;
-    host::marshal(host::planOf(*Message::table()), Message::Body::build(*region, args...), body,
-                  host::maximumMessageBytes);
-    constexpr auto& meta = Message::meta;
-    std::string bytes;
-    for (const std::uint32_t word : {static_cast<std::uint32_t>(body.size()), meta.instance, meta.interfaceCode,
-                                     meta.messageId, std::uint32_t{meta.flag}, 0U, 0U, 0U})
-        bytes.append(reinterpret_cast<const char*>(&word), sizeof word);
-    return bytes.append(body.data(), body.size());
-}
-
-// With the text in each of its fields, or a long one, of which no socket takes several at once, in one.
-template <class Record> Record filled(const std::string& text) {
-    Record record;
-    record.uri = text;
-    if (text.size() < 1000) record.uuid = record.reqId = text;
-    return record;
-}
-
-// Every message of a client that has texts.
+// Over a connection of a client's own.
 void sendToServices(ReceiverKit& kit, const std::vector<Door>& doors, const std::string& text) {
     for (const Door& door : doors) {
         if (door.shell) continue;
         Socket client = clientOf(door);
-        std::vector<std::string> frames;
-        if (door.part == Part::mmService)
-            frames = {frameOf<mm::MmServiceReq>(std::vector{filled<mmservice::MMServiceReq_t>(text)})};
-        else
-            frames = {frameOf<tv::TvServiceReq>(std::vector{filled<tvservice::TvServiceReq_t>(text)}),
-                      frameOf<tv::TvServiceSendKeyReq>(text), frameOf<tv::TvServiceSourceChanged>(text),
-                      frameOf<tv::RequestPackagesReq>(tvservice::reqeustOadType_t{}, text)};
+        const auto messages = requestsWith(text, door.part);
         const auto before = counterOf(kit, door.part, "received");
-        for (const std::string& frame : frames) require(client.say(frame), door.name + " does not listen");
-        require(kit.waitFor([&] { return counterOf(kit, door.part, "received") == before + frames.size(); },
+        for (const TextMessage& message : messages) require(client.say(message.frame), door.name + " does not listen");
+        require(kit.waitFor([&] { return counterOf(kit, door.part, "received") == before + messages.size(); },
                             receiver::patience),
                 door.name + " did not take the texts");
     }
 }
 
-// And of a service, over its own connection.
+// Over the services' own connections. What the adapter's clients are told has each text as it was.
 void sendToFrameHost(ReceiverKit& kit, const std::string& text) {
-    auto info = filled<tvservice::TvServiceInfo_t>(text);
-    if (text.size() < 1000) info.uuidAncestor = text;
-    tvservice::TvServicePlayInfo_t play;
-    play.strParam1 = text;
-    const std::pair<Part, std::vector<std::string>> all[] = {
-        {Part::tvService, {frameOf<tv::TvServiceInfo>(std::vector{info}), frameOf<tv::TvServicePlayInfo>(play)}},
-        {Part::mmService, {frameOf<mm::MmServiceInfo>(std::vector{filled<mmservice::MMServiceInfo_t>(text)})}}};
-    for (const auto& [service, frames] : all) {
-        const auto before = receivedFrom(kit, service);
-        for (const std::string& frame : frames)
-            killed::sayInstead(kit.processId(service), kit.processId(Part::frameHost), frame);
-        require(kit.waitFor(
-                    [&, part = service, count = frames.size()] { return receivedFrom(kit, part) >= before + count; },
-                    receiver::patience),
-                "the framework process did not take the texts");
-    }
+    for (const Part service : {Part::tvService, Part::mmService})
+        for (const TextMessage& message : notificationsWith(text, service)) {
+            const auto before = kit.newestNotification();
+            killed::sayInstead(kit.processId(service), kit.processId(Part::frameHost), message.frame);
+            kit.waitForNotification(message.news, before, message.arguments);
+        }
 }
 
 // In the place of a command, of a service's name and of a line to a shell.
@@ -126,6 +78,14 @@ std::string contentOf(const std::filesystem::path& file) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
+bool isUtf8(const std::string& text) {
+    try {
+        return !nlohmann::json(text).dump().empty();
+    } catch (const nlohmann::json::exception&) {
+        return false;
+    }
+}
+
 // No byte that steers a terminal, and nothing that is no text.
 bool isHarmless(const std::string& text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -133,11 +93,7 @@ bool isHarmless(const std::string& text) {
         if ((byte < ' ' && byte != '\n') || byte == 0x7F) return false;
         if (byte == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xA0) return false;
     }
-    try {
-        return !nlohmann::json(text).dump().empty();
-    } catch (const nlohmann::json::exception&) {
-        return false;
-    }
+    return isUtf8(text);
 }
 
 std::vector<std::string> linesOf(const std::string& text) {
@@ -199,6 +155,9 @@ void judgeOutput(const ReceiverKit& kit, std::size_t expected) {
     require(isHarmless(error), "tvctl says of a command what it must not");
 }
 
+// Whether the shell takes it as a command's argument: its lines have a limit, and are UTF-8.
+bool canBeCommanded(const std::string& text) { return !isLong(text) && isUtf8(text); }
+
 // The run log keeps the text as it is, and nothing but the text.
 void judgeRunLog(ReceiverKit& kit, const std::string& uri) {
     const auto records = kit.ask(Part::frameHost, {"runlog", "100"});
@@ -221,8 +180,10 @@ void sendTexts(Figures& figures) {
             sendToServices(kit, doors, text);
             sendToFrameHost(kit, text);
             sayToDoors(doors, text);
-            if (text.size() < 1000 && static_cast<unsigned char>(text[0]) != 0xFF) uri += text;
             ++figures.texts;
+            if (!canBeCommanded(text)) continue;
+            uri += text;
+            ++figures.textsInTheRunLog;
         }
         std::map<Part, pid_t> processes;
         for (const Part part : receiver::allParts) processes[part] = kit.processId(part);
