@@ -73,9 +73,10 @@ def try_service(trial, clients):
     trial.service("a client that is no key", f'{SERVICE}{keys}clients = ["everybody"]\n', "keys.clients: not a key")
     for what, place, text in (
             ("an unknown host", f"tcp://no-such-host.test:{PORT}", "no address for the host of"),
-            ("an address of nobody", f"tcp://{DOCUMENTED_HOST}:{PORT}", "cannot listen at .* assign"),
-            ("no port", "tcp://127.0.0.1", "not tcp://HOST:PORT")):
+            ("an address of nobody", f"tcp://{DOCUMENTED_HOST}:{PORT}", "cannot listen at .* assign")):
         trial.service(what, f'[endpoints]\ntvservice = "{place}"\n{keys}{clients}', text)
+    trial.service("no port", f'[endpoints]\ntvservice = "tcp://127.0.0.1"\n{keys}{clients}',
+                  "config.toml:2: endpoints.tvservice: not tcp://HOST:PORT", BAD_DATA)
     trial.service("a heartbeat out of its range", f"{SERVICE}{keys}{clients}[remote]\nheartbeat_ms = 1\n",
                   "config.toml:7: remote.heartbeat_ms: not a number from 10 to 60000", BAD_DATA)
 

@@ -67,9 +67,13 @@ int Program::run(std::function<void()> offer) {
     try {
         return host::runProcess([](void* context) { return static_cast<Program*>(context)->start(); }, this);
     } catch (const std::exception& error) {
-        complain(error.what());
-        return failure;
+        return failed(error);
     }
+}
+
+int Program::failed(const std::exception& error) const {
+    complain(error.what());
+    return dynamic_cast<const host::ConfigurationError*>(&error) ? badData : failure;
 }
 
 int Program::start() {
@@ -79,10 +83,10 @@ int Program::start() {
         if (problem.empty()) problem = tellReady();
         if (problem.empty()) return success;
         complain(problem);
+        return failure;
     } catch (const std::exception& error) {
-        complain(error.what());
+        return failed(error);
     }
-    return failure;
 }
 
 // Returns what was wrong, as tellReady does.

@@ -6,6 +6,7 @@
 #include "common/terminal-table.h"
 
 #include <CLI/CLI.hpp>
+#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
@@ -37,6 +38,8 @@ public:
 
 private:
     int start();
+    // Says why it fails, and returns the exit code for that.
+    int failed(const std::exception& error) const;
     std::string startShell();
     std::string tellReady() const;
 

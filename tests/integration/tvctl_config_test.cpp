@@ -102,6 +102,10 @@ TEST_F(TvctlConfig, RefusesWhatIsWrong) {
     const Outcome inJson = config({"--json"});
     EXPECT_EQ(inJson.exitCode, badData);
     EXPECT_EQ(json::parse(inJson.error).at("error"), problem);
+    configure("endpoints.mmservice = \"tcp://services.example\"\n");
+    EXPECT_EQ(config(), (Outcome{badData, "",
+                                 "tvctl: " + file +
+                                     ":1: endpoints.mmservice: not tcp://HOST:PORT: \"tcp://services.example\"\n"}));
     configure("");
     environment["TVSA_FLAT_HEAP_MB"] = "much"; // which others go on without
     EXPECT_EQ(config(), (Outcome{badData, "", "tvctl: TVSA_FLAT_HEAP_MB: not a number from 32 to 2048: \"much\"\n"}));

@@ -61,6 +61,16 @@ TEST_P(AConfiguredProgram, RefusesAWrongVariable) {
     expectRefusal("TVSA_HEARTBEAT_MS: not a number from 10 to 60000: \"often\"");
 }
 
+TEST_P(AConfiguredProgram, RefusesAnEndpointThatIsNone) {
+    const std::string path = configure("some.toml", "[endpoints]\ntvservice = \"tcp://127.0.0.1\"\n");
+    environment["TVSA_CONFIG"] = path;
+    expectRefusal(path + ":2: endpoints.tvservice: not tcp://HOST:PORT: \"tcp://127.0.0.1\"");
+    environment["TVSA_CONFIG"] = "/dev/null";
+    const std::string tooLong = "/" + std::string(107, 'x');
+    environment["TVSA_ENDPOINT_TVSERVICE"] = tooLong;
+    expectRefusal("TVSA_ENDPOINT_TVSERVICE: socket path too long (108 bytes): " + tooLong);
+}
+
 TEST_P(AConfiguredProgram, SaysWhatItCanDoAllTheSame) {
     environment["TVSA_CONFIG"] = configure("some.toml", "[queue");
     const Outcome outcome = run({program(GetParam()), "--help"});

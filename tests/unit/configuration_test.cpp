@@ -108,6 +108,26 @@ TEST_F(Configuration, LimitsThePathOfASocketOnlyAndSaysWhoGaveIt) {
     EXPECT_EQ(refusalOf([] { host::endpointOf("tv"); }), "TVSA_ENDPOINT_TV: socket path too long (108 bytes): " + path);
 }
 
+TEST_F(Configuration, RefusesAnEndpointThatIsNoneAndSaysWhoGaveIt) {
+    const std::string path = "/" + std::string(107, 'x');
+    const std::array<std::array<std::string, 2>, 3> wrong{
+        {{"tcp://host", "not tcp://HOST:PORT: \"tcp://host\""},
+         {"tcp://[::1:7401", "not tcp://HOST:PORT: \"tcp://[::1:7401\""},
+         {path, "socket path too long (108 bytes): " + path}}};
+    for (const auto& [endpoint, problem] : wrong) {
+        const std::string file = configure("[endpoints]\n\ntvservice = \"" + endpoint + "\"\n");
+        EXPECT_EQ(refusalOf(host::checkConfiguration), file + ":3: endpoints.tvservice: " + problem);
+        EXPECT_EQ(refusalOf(host::settings), file + ":3: endpoints.tvservice: " + problem);
+        configure("");
+        setenv("TVSA_ENDPOINT_MMSERVICE", endpoint.c_str(), 1);
+        EXPECT_EQ(refusalOf(host::checkConfiguration), "TVSA_ENDPOINT_MMSERVICE: " + problem);
+        EXPECT_EQ(refusalOf([] { host::endpointOf("mmservice"); }), "TVSA_ENDPOINT_MMSERVICE: " + problem);
+        unsetenv("TVSA_ENDPOINT_MMSERVICE");
+    }
+    setenv("TVSA_ENDPOINT_MMSERVICE", "tcp://no-such-host:0", 1); // only who goes there can tell
+    EXPECT_EQ(refusalOf(host::checkConfiguration), "not refused");
+}
+
 TEST_F(Configuration, JoinsTheItemsOfAListWithCommas) {
     const std::string path = configure("[keys]\nclients = [\n  \"one\",\n  \"two\",\n]\n");
     EXPECT_THAT(setting("keys.clients"), Optional(Setting{"one,two", path + ":2"}));

@@ -9,6 +9,10 @@ namespace host {
 // Whether an endpoint is on a network; all others are paths of sockets.
 bool isRemote(const std::string& endpoint);
 
+// What is wrong with an endpoint as it is written, or an empty string: neither "tcp://HOST:PORT" nor a path that the
+// address of a socket can hold. Asks nobody, so that it need not be there.
+std::string problemOfEndpoint(const std::string& endpoint);
+
 struct Place {
     std::string host; // without brackets
     std::string port;

@@ -20,8 +20,8 @@ std::string runtimeDirectoryPath();
 std::string stateDirectoryPath();
 
 // Where a service is: what the setting endpoints.<service> says, a path or "tcp://HOST:PORT", else the socket
-// <runtime folder>/<service>.sock. Throws std::runtime_error when a path is longer than a socket address takes, and
-// ConfigurationError.
+// <runtime folder>/<service>.sock. Throws ConfigurationError, and std::runtime_error when that socket's path is longer
+// than an address of a socket takes.
 std::string endpointOf(const std::string& service);
 
 // The socket of a process's debug shell: <runtime folder>/<process name>.shell. Its lock file, like a service's, is

@@ -2,6 +2,7 @@
 
 #include "debug/debug-internal.h"
 
+#include <host/endpoint.h>
 #include <host/message-queue.h>
 #include <host/printable.h>
 
@@ -22,6 +23,7 @@ constexpr Known table[] = {
     {.name = "endpoints.",
      .variable = "TVSA_ENDPOINT_",
      .help = "where a service is: path of a socket or tcp://HOST:PORT",
+     .kind = Kind::endpoint,
      .trusted = true},
     {.name = "keys.file",
      .variable = "TVSA_KEY_FILE",
@@ -145,7 +147,8 @@ std::string Known::problemOf(const std::string& text) const {
     if (kind == Kind::levels) return problemOfLevels(text);
     if (kind == Kind::format) return text == "text" || text == "json" ? "" : quoted(text) + " is neither text nor json";
     if (kind == Kind::texts) return text.empty() ? "" : problemOfTexts(text);
-    return text.empty() ? "not a text: \"\"" : "";
+    if (text.empty()) return "not a text: \"\"";
+    return kind == Kind::endpoint ? problemOfEndpoint(text) : "";
 }
 
 std::span<const Known> knownSettings() { return table; }

@@ -9,7 +9,7 @@
 
 namespace host::config {
 
-enum class Kind { text, texts, number, levels, format };
+enum class Kind { text, endpoint, texts, number, levels, format };
 
 struct Known {
     std::string_view name;     // its place in the file; with a dot at the end, each service has such a setting

@@ -8,9 +8,9 @@
 #include <mutex>
 #include <stdexcept>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace host {
 namespace {
@@ -64,21 +64,13 @@ std::string stateDirectory() { return privateFolder(stateDirectoryPath()); }
 
 namespace {
 std::string socketPath(const std::string& path) {
-    if (path.size() >= sizeof(sockaddr_un::sun_path))
-        throw std::runtime_error("socket path too long (" + std::to_string(path.size()) + " bytes): " + path);
+    if (const std::string problem = problemOfEndpoint(path); !problem.empty()) throw std::runtime_error(problem);
     return path;
 }
 } // namespace
 
 std::string endpointOf(const std::string& service) {
-    if (const auto given = setting("endpoints." + service)) {
-        if (isRemote(given->text)) return given->text;
-        try {
-            return socketPath(given->text);
-        } catch (const std::runtime_error& error) {
-            throw ConfigurationError(given->origin + ": " + error.what());
-        }
-    }
+    if (auto given = setting("endpoints." + service)) return std::move(given->text);
     return socketPath(runtimeDirectory() + "/" + service + ".sock");
 }
 

@@ -6,10 +6,13 @@
 #include <charconv>
 #include <memory>
 #include <netdb.h>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <system_error>
+#include <utility>
 
 namespace host {
 namespace {
@@ -51,11 +54,8 @@ void checkThatItIsOurs(const std::string& service, const std::string& endpoint, 
                              std::system_category().message(errno));
 }
 
-} // namespace
-
-bool isRemote(const std::string& endpoint) { return endpoint.starts_with(scheme); }
-
-Place placeOf(const std::string& service, const std::string& endpoint, unsigned lowestPort) {
+// The parts of an endpoint with this scheme, or nothing.
+std::optional<Place> partsOf(const std::string& endpoint, unsigned lowestPort) {
     const auto colon = endpoint.rfind(':');
     Place place{endpoint.substr(scheme.size(), colon < scheme.size() ? 0 : colon - scheme.size()),
                 endpoint.substr(colon + 1)};
@@ -67,9 +67,26 @@ Place placeOf(const std::string& service, const std::string& endpoint, unsigned 
     const bool opened = host.starts_with('['), closed = host.ends_with(']');
     if (opened && closed) host = host.substr(1, host.size() - 2);
     const bool isHost = !host.empty() && opened == closed && (opened || host.find(':') == std::string::npos);
-    if (!isHost || !isPort)
-        throw std::runtime_error("service " + service + ": not tcp://HOST:PORT: \"" + endpoint + '"');
+    if (!isHost || !isPort) return std::nullopt;
     return place;
+}
+
+std::string textOfMalformed(const std::string& endpoint) { return "not tcp://HOST:PORT: \"" + endpoint + '"'; }
+
+} // namespace
+
+bool isRemote(const std::string& endpoint) { return endpoint.starts_with(scheme); }
+
+std::string problemOfEndpoint(const std::string& endpoint) {
+    if (isRemote(endpoint)) return partsOf(endpoint, 0) ? "" : textOfMalformed(endpoint);
+    if (endpoint.size() < sizeof(sockaddr_un::sun_path)) return {};
+    return "socket path too long (" + std::to_string(endpoint.size()) + " bytes): " + endpoint;
+}
+
+Place placeOf(const std::string& service, const std::string& endpoint, unsigned lowestPort) {
+    auto place = partsOf(endpoint, lowestPort);
+    if (!place) throw std::runtime_error("service " + service + ": " + textOfMalformed(endpoint));
+    return *std::move(place);
 }
 
 Place placeToServeAt(const std::string& service, const std::string& endpoint) {
