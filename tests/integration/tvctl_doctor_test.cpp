@@ -76,6 +76,16 @@ TEST_F(TvctlDoctor, FailsWhenSomethingIsWrong) {
     EXPECT_THAT(outcome.output, Not(HasSubstr("ok  ")));
 }
 
+TEST_F(TvctlDoctor, FailsOverASocketThatAProcessLeft) {
+    const auto service = serving({program("tvserviced")});
+    EXPECT_EQ(doctor().exitCode, done);
+    service->terminate(SIGKILL);
+    const Outcome outcome = doctor({"--quiet"});
+    EXPECT_EQ(outcome.exitCode, failed);
+    EXPECT_THAT(outcome.output,
+                ContainsRegex("wrong +tvservice +" + runtimeFolder() + "/tvservice.sock is stale.* -> "));
+}
+
 TEST_F(TvctlDoctor, RunsOverAConfigurationWithWhichNothingElseDoes) {
     configure("queue.messages = 0\n");
     const Outcome outcome = doctor({"--json"});

@@ -77,12 +77,21 @@ TEST_F(DoctorOfServices, FindsOneThatSaysNothing) {
     ::close(silent);
 }
 
-TEST_F(DoctorOfServices, WarnsOfASocketThatAProcessLeft) {
+TEST_F(DoctorOfServices, FindsASocketThatAProcessLeft) {
     leaveSocketAt(socketOf(tv));
     const Diagnosis diagnosis = check(tv);
-    EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "is stale"));
+    EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", "is stale"));
     EXPECT_THAT(diagnosis.doors, Contains(Field(&Door::state, "stale")));
     EXPECT_TRUE(std::filesystem::exists(socketOf(tv))) << "examining removes nothing";
+}
+
+TEST_F(DoctorOfServices, TakesNoSocketForStaleWhoseProcessIsStartingOrEnding) {
+    leaveSocketAt(socketOf(tv));
+    const host::io::SocketLock held("service tvservice", socketOf(tv));
+    const Diagnosis diagnosis = check(tv);
+    EXPECT_THAT(diagnosis,
+                finds(Severity::warning, "tvservice", "is starting or ending: process " + std::to_string(getpid())));
+    EXPECT_EQ(diagnosis.findings.size(), 1U);
 }
 
 TEST_F(DoctorOfServices, FindsASocketThatIsOpenToOthers) {
@@ -175,7 +184,7 @@ TEST_F(DoctorOfFolders, WarnsOfWhatNobodyHereMakes) {
     const int listener = listenAt(served);
     const Diagnosis diagnosis = checkContents(runtimeFolder);
     EXPECT_THAT(diagnosis, finds(Severity::warning, file, "a strange file"));
-    EXPECT_THAT(diagnosis, finds(Severity::warning, stale, "is stale"));
+    EXPECT_THAT(diagnosis, finds(Severity::wrong, stale, "is stale"));
     EXPECT_THAT(diagnosis, finds(Severity::warning, served, "no service known here"));
     EXPECT_EQ(diagnosis.doors.size(), 2U);
     ::close(listener);
@@ -202,7 +211,7 @@ TEST_F(DoctorOfShells, FindsOneThatDoesNotAnswer) {
     const int silent = listenAt(socket);
     EXPECT_THAT(checkShell(socket, 50ms), finds(Severity::wrong, "frame-host", "timed out"));
     ::close(silent);
-    EXPECT_THAT(checkShell(socket, patience), finds(Severity::warning, "frame-host", "is stale"));
+    EXPECT_THAT(checkShell(socket, patience), finds(Severity::wrong, "frame-host", "is stale"));
 }
 
 TEST_F(DoctorOfShells, WarnsOfOneThatHasItsClientsAlready) {

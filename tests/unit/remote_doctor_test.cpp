@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <netinet/in.h>
+#include <sys/fsuid.h>
 
 namespace {
 
@@ -27,6 +28,16 @@ protected:
         queue->start();
     }
     Diagnosis check() const { return checkService(tv, 10s); }
+    int listenAt(in_addr_t host) const {
+        const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in place{};
+        place.sin_family = AF_INET;
+        place.sin_port = htons(static_cast<in_port_t>(remote.port));
+        place.sin_addr.s_addr = htonl(host);
+        EXPECT_EQ(0, ::bind(listener, reinterpret_cast<const sockaddr*>(&place), sizeof place));
+        EXPECT_EQ(0, ::listen(listener, 1));
+        return listener;
+    }
     // With which a process that serves it would end.
     std::string whyItCannotBeServed() {
         try {
@@ -157,18 +168,33 @@ TEST_F(DoctorBetweenHosts, WarnsOfAServiceThatNobodyOffers) {
     EXPECT_EQ(complaintsIn(check()), 0U);
 }
 
+TEST_F(DoctorBetweenHosts, SaysWhoseMessagesItDoesNotCompare) {
+    set("TVSA_SERVICE_KEY_TVSERVICE", "");
+    serve();
+    EXPECT_THAT(check(), finds(Severity::ok, "tvservice", "its messages are not compared here"));
+    set("TVSA_SERVICE_KEY_TVSERVICE", keys.publicKey);
+    const Diagnosis compared = check();
+    EXPECT_THAT(compared, finds(Severity::ok, "tvservice", "has the same messages"));
+    EXPECT_THAT(compared, testing::Not(finds(Severity::ok, "tvservice", "not compared")));
+}
+
+TEST_F(DoctorBetweenHosts, FindsAListenerOfAnotherUser) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+    set("TVSA_SERVICE_KEY_TVSERVICE", "");
+    setfsuid(7); // of this thread: whose the socket is
+    const int listener = listenAt(INADDR_LOOPBACK);
+    setfsuid(geteuid());
+    const Diagnosis diagnosis = check();
+    EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", address + " is served by a process of user 7"));
+    EXPECT_EQ(diagnosis.findings.size(), 1U);
+    ASSERT_EQ(diagnosis.doors.size(), 1U);
+    EXPECT_EQ(diagnosis.doors[0].who, "unknown");
+    EXPECT_EQ(diagnosis.doors[0].state, "a process of user 7 listens here");
+    ::close(listener);
+}
+
 TEST_F(DoctorBetweenHosts, TellsListenersAtOtherAddressesFromOneHere) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
-    const auto listenAt = [this](in_addr_t host) {
-        const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in place{};
-        place.sin_family = AF_INET;
-        place.sin_port = htons(static_cast<in_port_t>(remote.port));
-        place.sin_addr.s_addr = htonl(host);
-        EXPECT_EQ(0, ::bind(listener, reinterpret_cast<const sockaddr*>(&place), sizeof place));
-        EXPECT_EQ(0, ::listen(listener, 1));
-        return listener;
-    };
     const int elsewhere = listenAt(INADDR_LOOPBACK + 1);
     EXPECT_THAT(check().doors, Contains(Field(&Door::state, "nobody listens here")));
     set("TVSA_ENDPOINT_TVSERVICE", "tcp://*:" + std::to_string(remote.port));

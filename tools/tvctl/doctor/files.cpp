@@ -26,6 +26,18 @@ int knock(const std::string& path) {
     return -error;
 }
 
+// Nobody listens there: a process has left it, or one that has its lock does not listen yet, or not any more.
+void checkStaleSocket(Diagnosis& diagnosis, const std::string& subject, const std::string& path) {
+    int error = 0;
+    const std::string lock = path + ".lock";
+    const auto status = stateOf(lock, error);
+    if (const auto holder = status ? holderOfLock(lock, *status) : std::nullopt)
+        diagnosis.warn(subject, "whoever serves " + path + " is starting or ending: " + *holder, "wait a moment");
+    else
+        diagnosis.wrong(subject, path + " is stale: its process ended without removing it",
+                        "start the process, which replaces it, or remove it");
+}
+
 } // namespace
 
 std::string modeText(mode_t mode) {
@@ -104,8 +116,7 @@ bool checkSocket(Diagnosis& diagnosis, const std::string& subject, const std::st
     }
     (void)checkOwn(diagnosis, path, state.status, 0600);
     if (state.kind == Kind::stale) {
-        diagnosis.warn(subject, path + " is stale: its process ended without removing it",
-                       "start the process, which replaces it");
+        checkStaleSocket(diagnosis, subject, path);
         return false;
     }
     if (state.user == geteuid()) return true;

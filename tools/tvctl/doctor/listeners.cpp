@@ -28,21 +28,25 @@ std::string inTables(const std::string& host) {
     return text;
 }
 
-bool isIn(const char* table, const std::string& before, const std::vector<std::string>& addresses, unsigned port) {
+std::optional<uid_t> listenerIn(const char* table, const std::string& before, const std::vector<std::string>& addresses,
+                                unsigned port) {
     constexpr std::string_view listening = "0A";
     std::ifstream lines(table);
     for (std::string line; std::getline(lines, line);) {
         std::istringstream words(line);
-        std::string number, own, other, state;
-        if (!(words >> number >> own >> other >> state) || state != listening) continue;
+        std::string number, own, other, state, queues, timer, retransmissions;
+        uid_t user = 0;
+        if (!(words >> number >> own >> other >> state >> queues >> timer >> retransmissions >> user) ||
+            state != listening)
+            continue;
         const auto colon = own.rfind(':');
         unsigned ownPort = 0;
         std::from_chars(own.data() + colon + 1, own.data() + own.size(), ownPort, 16);
         if (ownPort == port &&
             std::find(addresses.begin(), addresses.end(), before + own.substr(0, colon)) != addresses.end())
-            return true;
+            return user;
     }
-    return false;
+    return std::nullopt;
 }
 
 } // namespace
@@ -53,13 +57,13 @@ unsigned portOf(const host::Place& place) {
     return port;
 }
 
-bool isListening(const host::Place& place) {
+std::optional<uid_t> listenerAt(const host::Place& place) {
     const std::string everyOld = inTables("0.0.0.0"), every = inTables("::");
     const std::vector<std::string> addresses{every, everyOld,
                                              host::isEveryAddress(place.host) ? every : inTables(place.host)};
     const std::string before = everyOld.substr(0, everyOld.size() - 8);
-    return isIn("/proc/net/tcp6", "", addresses, portOf(place)) ||
-           isIn("/proc/net/tcp", before, addresses, portOf(place));
+    const auto user = listenerIn("/proc/net/tcp6", "", addresses, portOf(place));
+    return user ? user : listenerIn("/proc/net/tcp", before, addresses, portOf(place));
 }
 
 } // namespace tvctl::doctor

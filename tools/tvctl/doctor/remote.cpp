@@ -7,6 +7,7 @@
 
 #include <set>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace tvctl::doctor {
 namespace {
@@ -33,9 +34,9 @@ bool isKey(Diagnosis& diagnosis, const std::string& subject, const std::string& 
     }
 }
 
-// For who offers the service, at an address that its process can have.
+// For who offers the service, at an address that its process can have; perhaps it is used from here, too.
 void checkOffer(Diagnosis& diagnosis, const Service& service, const std::string& endpoint, const host::Place& place,
-                const host::Setting& clients) {
+                const host::Setting& clients, bool used) {
     std::set<std::string> keys;
     for (const std::string& key : host::itemsOf(clients))
         if (isKey(diagnosis, "keys.clients", key, clients.origin) && !keys.insert(key).second)
@@ -45,13 +46,21 @@ void checkOffer(Diagnosis& diagnosis, const Service& service, const std::string&
                                "name the public keys of the clients");
     const std::string holders =
         keys.size() == 1 ? "the holder of one key" : "the holders of " + std::to_string(keys.size()) + " keys";
+    const auto listener = listenerAt(place);
+    if (listener && *listener != geteuid()) {
+        const std::string process = "a process of user " + std::to_string(*listener);
+        diagnosis.doors.push_back({endpoint, "unknown", process + " listens here"});
+        return diagnosis.wrong(service.name, endpoint + " is served by " + process, "end that process");
+    }
     diagnosis.ok(service.name, "where it is offered at " + endpoint + ", " + holders + " may come");
-    const bool served = isListening(place);
-    diagnosis.doors.push_back({endpoint, holders, served ? "a process listens here" : "nobody listens here"});
+    diagnosis.doors.push_back({endpoint, holders, listener ? "a process listens here" : "nobody listens here"});
+    // Only who holds a key that it lets in, and knows its own, can ask it.
+    if (listener && !used)
+        diagnosis.ok(service.name, "its messages are not compared here, but by tvctl doctor where it is used");
     if (portOf(place) == 0)
         diagnosis.warn(service.name, endpoint + " has another port after each start, which no client can know",
                        "name the port in endpoints." + service.name);
-    else if (!served)
+    else if (!listener)
         diagnosis.warn(service.name, "not running: nobody listens at " + endpoint, "start it");
     if (host::isEveryAddress(place.host))
         diagnosis.warn(service.name, endpoint + " is at every address of this machine, in all its networks",
@@ -76,16 +85,11 @@ Diagnosis checkRemoteService(const Service& service, const std::string& endpoint
     Diagnosis diagnosis;
     const std::string nameOfKey = "keys.services." + service.name, nameOfEndpoint = "endpoints." + service.name;
     const auto clients = host::setting("keys.clients"), key = host::setting(nameOfKey);
-    bool everywhere = false;
-    try {
-        everywhere = host::isEveryAddress(host::placeOf(service.name, endpoint).host);
-    } catch (const std::runtime_error& error) {
-        diagnosis.wrong(service.name, error.what(), "mend " + nameOfEndpoint);
-        return diagnosis;
-    }
+    const bool everywhere = host::isEveryAddress(host::placeOf(service.name, endpoint).host);
     if (clients) {
         try {
-            checkOffer(diagnosis, service, endpoint, host::placeToServeAt(service.name, endpoint), *clients);
+            checkOffer(diagnosis, service, endpoint, host::placeToServeAt(service.name, endpoint), *clients,
+                       key.has_value());
         } catch (const std::runtime_error& error) {
             // With a key it is a service elsewhere, which this machine uses beside those that it offers.
             if (!key)
