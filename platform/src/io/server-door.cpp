@@ -15,7 +15,8 @@ namespace host::io {
 namespace {
 // Until descriptors or memory may be there again.
 constexpr std::chrono::milliseconds acceptRetry{100};
-// At a time: between them those that are there already are served, however fast others come.
+// At a time, whether they are let in or not: between them those that are there already are served, however fast others
+// come.
 constexpr int mostAtOnce = 16;
 // Many more than are accepted at a time, so that who speaks as it comes is always heard.
 constexpr std::size_t mostAwaited = 64;
@@ -42,13 +43,7 @@ void ServerDoor::acceptClients() noexcept {
 
 void ServerDoor::acceptSome() {
     std::error_code error;
-    for (int i = 0; i < mostAtOnce; ++i) {
-        auto stream = nextClient(error);
-        if (!stream) break;
-        if (const auto client = admit(std::move(stream))) {
-            client->open();
-            makeWayForOthers();
-        }
+    for (int i = 0; i < mostAtOnce && acceptOne(error); ++i) {
     }
     if (!error) {
         lastReason_.clear();
@@ -61,14 +56,21 @@ void ServerDoor::acceptSome() {
     });
 }
 
-std::unique_ptr<Stream> ServerDoor::nextClient(std::error_code& error) {
-    for (;;) {
-        try {
-            return listener_->accept(error);
-        } catch (const std::exception& lost) {
-            turnAway(textOf(lost));
-        }
+// Returns whether another one may be waiting.
+bool ServerDoor::acceptOne(std::error_code& error) {
+    std::unique_ptr<Stream> stream;
+    try {
+        stream = listener_->accept(error);
+    } catch (const std::exception& lost) {
+        turnAway(textOf(lost));
+        return true;
     }
+    if (!stream) return false;
+    if (const auto client = admit(std::move(stream))) {
+        client->open();
+        makeWayForOthers();
+    }
+    return true;
 }
 
 std::shared_ptr<Connection> ServerDoor::admit(std::unique_ptr<Stream> stream) {

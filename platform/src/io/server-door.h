@@ -31,7 +31,7 @@ protected:
 private:
     void acceptClients() noexcept;
     void acceptSome();
-    std::unique_ptr<Stream> nextClient(std::error_code& error);
+    bool acceptOne(std::error_code& error);
     std::shared_ptr<Connection> admit(std::unique_ptr<Stream> stream);
     void turnAway(const char* why);
     void makeWayForOthers();
