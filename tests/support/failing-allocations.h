@@ -1,18 +1,40 @@
-// A program whose memory runs out where a test wants. For one source file of a program: it replaces the program's
-// operators new and delete.
+// A program whose memory runs out where a test wants: operator new, flat blocks and, where no sanitizer has taken its
+// place, the C heap. For one source file of a program: it replaces the program's functions.
 #pragma once
 
+#include <vdl/flat.h>
+
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <new>
+#include <system_error>
 #include <utility>
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define SUPPORT_HEAP_IS_THE_SANITIZERS
+#endif
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define SUPPORT_HEAP_IS_THE_SANITIZERS
+#endif
+#if defined(__GLIBC__) && !defined(SUPPORT_HEAP_IS_THE_SANITIZERS)
+#define SUPPORT_C_HEAP_FAILS
+extern "C" void* __libc_malloc(std::size_t size) noexcept;
+extern "C" void* __libc_calloc(std::size_t count, std::size_t size) noexcept;
+#endif
 
 namespace support {
 
 // How many more allocations of this thread succeed; negative: all of them.
 inline thread_local long allocationsLeft = -1;
+// Whether the one that fails then is followed by others that succeed.
+inline thread_local bool passing = false;
+// How many of this thread have failed.
+inline thread_local long allocationsFailed = 0;
 // Whether a shortage elsewhere leaves this thread alone.
 inline thread_local bool spared = false;
 // A shortage elsewhere: this many allocations succeed, then so many fail, and then all succeed.
@@ -25,22 +47,36 @@ inline bool failsElsewhere() {
     return elsewhereSucceed.fetch_sub(1) <= 0 && elsewhereFail.fetch_sub(1) > 0;
 }
 
-inline void* allocate(std::size_t size) {
-    if (allocationsLeft == 0 || failsElsewhere()) throw std::bad_alloc();
-    if (allocationsLeft > 0) --allocationsLeft;
-    if (void* block = std::malloc(size)) {
-        ++blocksHeld;
-        return block;
+inline bool failsHere() {
+    if (allocationsLeft != 0) {
+        if (allocationsLeft > 0) --allocationsLeft;
+        return false;
     }
-    throw std::bad_alloc();
+    if (passing) allocationsLeft = -1;
+    ++allocationsFailed;
+    return true;
+}
+
+inline bool fails() {
+    if (!failsHere() && !failsElsewhere()) return false;
+    errno = ENOMEM;
+    return true;
 }
 
 inline void* allocateOrNull(std::size_t size) noexcept {
-    try {
-        return allocate(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
+    if (fails()) return nullptr;
+#ifdef SUPPORT_C_HEAP_FAILS
+    void* const block = __libc_malloc(size);
+#else
+    void* const block = std::malloc(size);
+#endif
+    if (block != nullptr) ++blocksHeld;
+    return block;
+}
+
+inline void* allocate(std::size_t size) {
+    if (void* const block = allocateOrNull(size)) return block;
+    throw std::bad_alloc();
 }
 
 inline void giveBack(void* block) noexcept {
@@ -105,20 +141,29 @@ long failElsewhereAtEveryAllocation(long fail, const Act& act, const Afterwards&
     return tooMany;
 }
 
+// Calls act with memory for n allocations; whether it got through. A thread that cannot be made is a shortage as well.
+template <class Act> bool getsThroughWith(long n, const Act& act) {
+    struct EnoughAfterwards {
+        ~EnoughAfterwards() { allocationsLeft = -1; }
+    } enough;
+    allocationsLeft = n;
+    try {
+        act();
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    } catch (const std::system_error& error) {
+        if (error.code() != std::errc::resource_unavailable_try_again) throw;
+        return false;
+    }
+}
+
 // Calls act with memory for 0, 1, 2 ... allocations until it gets through; after each failure afterwards, which is to
 // find everything as it was. Returns how often it failed.
 template <class Act, class Afterwards> long failAtEveryAllocation(const Act& act, const Afterwards& afterwards) {
     constexpr long tooMany = 10000;
     for (long allocations = 0; allocations < tooMany; ++allocations) {
-        bool failed = false;
-        allocationsLeft = allocations;
-        try {
-            act();
-        } catch (const std::bad_alloc&) {
-            failed = true;
-        }
-        allocationsLeft = -1;
-        if (!failed) return allocations;
+        if (getsThroughWith(allocations, act)) return allocations;
         afterwards();
         if (testing::Test::HasFailure()) { // said here: a trace around it would be memory that is held
             ADD_FAILURE() << "with memory for " << allocations << " allocations";
@@ -126,6 +171,32 @@ template <class Act, class Afterwards> long failAtEveryAllocation(const Act& act
         }
     }
     ADD_FAILURE() << "it never gets through";
+    return tooMany;
+}
+
+// From an allocation on all fail, or that one alone.
+enum class Shortage { Lasting, Passing };
+
+// Calls act in a shortage that begins after 0, 1, 2 ... allocations until it meets none; what may do its work without
+// what it did not get. After each call afterwards(whether it got through). Returns how often it met a shortage.
+template <class Act, class Afterwards>
+long runShortAtEveryAllocation(Shortage shortage, const Act& act, const Afterwards& afterwards) {
+    constexpr long tooMany = 10000;
+    for (long allocations = 0; allocations < tooMany; ++allocations) {
+        passing = shortage == Shortage::Passing;
+        const long before = allocationsFailed;
+        const bool through = getsThroughWith(allocations, act);
+        passing = false;
+        const bool met = allocationsFailed != before;
+        afterwards(through);
+        if (testing::Test::HasFailure()) {
+            ADD_FAILURE() << "with memory for " << allocations << " allocations, then "
+                          << (shortage == Shortage::Passing ? "for all but one" : "for none");
+            return allocations;
+        }
+        if (!met) return allocations;
+    }
+    ADD_FAILURE() << "it never meets enough memory";
     return tooMany;
 }
 
@@ -144,3 +215,23 @@ template <class Act, class Afterwards> long failAtEveryAllocation(const Act& act
 [[gnu::noinline]] void operator delete[](void* block) noexcept { support::giveBack(block); }
 [[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { support::giveBack(block); }
 [[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { support::giveBack(block); }
+
+// Between the library's callers, itself among them, and its function of this name.
+[[gnu::noinline]] void* vdlFlatAlloc(std::size_t size) {
+    static const auto real = [] {
+        const support::EnoughMemory forTheLookUp;
+        return reinterpret_cast<void* (*)(std::size_t)>(
+            dlsym(RTLD_NEXT, sizeof size == sizeof(unsigned) ? "_Z12vdlFlatAllocj" : "_Z12vdlFlatAllocm"));
+    }();
+    if (support::fails()) throw std::bad_alloc();
+    return real(size);
+}
+
+#ifdef SUPPORT_C_HEAP_FAILS
+extern "C" [[gnu::noinline]] void* malloc(std::size_t size) noexcept {
+    return support::fails() ? nullptr : __libc_malloc(size);
+}
+extern "C" [[gnu::noinline]] void* calloc(std::size_t count, std::size_t size) noexcept {
+    return support::fails() ? nullptr : __libc_calloc(count, size);
+}
+#endif

@@ -4,16 +4,12 @@
 #include "app-tvservice-proxy-main.h"
 #include "client-objects.h"
 #include "support/adapter-process.h"
-#include "support/failing-allocations.h"
 #include "support/queue-fixture.h"
-#include "support/recording-module.h"
-#include "support/samples.h"
 #include "support/tv-messages.h"
-#include "support/wire.h"
+#include "unit/shortage-fixture.h"
 
 #include <genrpc/json.h>
 #include <host/log-capture.h>
-#include <host/marshaller.h>
 #include <mmservice/messages.h>
 
 #include <boost/make_shared.hpp>
@@ -27,22 +23,7 @@ extern "C" void** CreateTvMmService();
 
 namespace {
 
-using support::blocksHeld;
-using support::failAtEveryAllocation;
-
-template <class Message> auto sampleOf() { return support::Samples().next<typename Message::Body::Arguments>(); }
-
-// What is held, in all kinds of memory.
-struct Held {
-    std::uint64_t flatBlocks = host::flatHeapUsage().blocks; // first: the flat heap takes memory when it is first used
-    long blocks = blocksHeld;
-};
-
-void expectHeld(const Held& before) {
-    const Held now;
-    EXPECT_EQ(now.blocks, before.blocks);
-    EXPECT_EQ(now.flatBlocks, before.flatBlocks);
-}
+using namespace shortage_test;
 
 // ---- requests ----
 
@@ -69,6 +50,14 @@ protected:
         const Held held;
         const long failures = failAtEveryAllocation(request, [&] { expectHeld(held); });
         EXPECT_EQ(queued(), before + 2) << "after " << failures << " failures";
+        // And with all the memory there is but for one allocation.
+        std::uint64_t expected = queued();
+        EXPECT_GT(runShortAtEveryAllocation(Shortage::Passing, request,
+                                            [&](bool taken) {
+                                                if (taken) ++expected;
+                                                EXPECT_EQ(queued(), expected);
+                                            }),
+                  0);
     }
 
     frame::MsgIds ids{11, 12};
@@ -92,29 +81,6 @@ TEST_F(RequestWithoutMemory, ToTheMmServiceIsRefusedWholeAndTakenTheNextTime) {
 
 // ---- messages ----
 
-class CountingTvClient : public tvservice::ClientInterface {
-public:
-#define COUNT(service, direction, Name, method, id, ...)             \
-    int method(GENRPC_PARAMETERS(__VA_ARGS__)) override {            \
-        (void)ids, (void)transport GENRPC_EACH(IGNORE, __VA_ARGS__); \
-        return static_cast<int>(++calls);                            \
-    }
-#define IGNORE(type, name) , (void)name
-    TVSERVICE_NOTIFICATIONS(COUNT)
-#undef IGNORE
-#undef COUNT
-    unsigned calls = 0;
-};
-
-class CountingMmClient : public mmservice::ClientInterface {
-public:
-    int mmServiceInfo(frame::MsgIds&, const frame::TransportInfo&,
-                      const std::vector<mmservice::MMServiceInfo_t>&) override {
-        return static_cast<int>(++calls);
-    }
-    unsigned calls = 0;
-};
-
 // A proxy, what is bound to its messages, and two clients.
 template <class Proxy, class Client> struct Receiving {
     Receiving() {
@@ -125,25 +91,24 @@ template <class Proxy, class Client> struct Receiving {
     }
     template <class Message> void expectHeardTheNextTime() {
         const support::FlatBody<Message> body(sampleOf<Message>());
-        const auto deliver = [&] {
-            for (const auto& bound : module.bound)
-                if (bound.meta == Message::meta)
-                    bound.handler(bound.meta, frame::TransportInfo{}, body.get(), bound.context);
-        };
+        const auto deliver = [&] { module.deliver<Message>(body); };
         deliver();
-        EXPECT_EQ(second->calls, 1U);
-        const Held held;
-        const long failures = failAtEveryAllocation(deliver, [&] {
-            expectHeld(held);
-            EXPECT_EQ(second->calls, 1U) << "after the first client's share there is none for the second";
-        });
-        EXPECT_GT(failures, 0) << "nothing was allocated, so nothing was tested";
-        EXPECT_EQ(second->calls, 2U);
-        EXPECT_TRUE(Message::Body::read(body.get()) == sampleOf<Message>()) << "the message has changed";
-        first->calls = second->calls = 0;
+        for (const Shortage shortage : shortages) {
+            first->calls = second->calls = 0;
+            unsigned heard = 0;
+            const Held held;
+            const long failures = runShortAtEveryAllocation(shortage, deliver, [&](bool through) {
+                expectHeld(held);
+                if (through) ++heard;
+                EXPECT_EQ(second->calls, heard) << "after the first client's share there is none for the second";
+            });
+            EXPECT_GT(failures, 0) << "nothing was allocated, so nothing was tested";
+            EXPECT_EQ(heard, 1U);
+            EXPECT_TRUE(Message::Body::read(body.get()) == sampleOf<Message>()) << "the message has changed";
+        }
     }
 
-    support::RecordingModule module;
+    Door module;
     Proxy proxy;
     const boost::shared_ptr<Client> first = boost::make_shared<Client>(), second = boost::make_shared<Client>();
 };
@@ -185,6 +150,47 @@ TEST(RecordWithoutMemory, IsReadWholeOrNotAtAll) {
     support::forEach(support::StatusRecords{}, expect);
 }
 
+// Gives back what a form has when it is done with.
+template <class Form> class Owned {
+public:
+    explicit Owned(Form& form) : form_(form) {}
+    ~Owned() { genrpc::release(form_); }
+    Owned(const Owned&) = delete;
+    Owned& operator=(const Owned&) = delete;
+
+private:
+    Form& form_;
+};
+
+TEST(RecordWithoutMemory, BecomesAFlatFormWholeOrNotAtAll) {
+    long failures = 0;
+    const auto expect = [&]<class Record>() {
+        using Form = typename Record::Flat;
+        auto record = support::Samples().next<Record>();
+        lengthen(record);
+        for (const Shortage shortage : shortages) {
+            const Held held;
+            const auto made = [&] {
+                Form form(record);
+                const Owned owned(form);
+                EXPECT_TRUE(static_cast<Record>(form) == record);
+            };
+            failures += runShortAtEveryAllocation(shortage, made, [&](bool) { expectHeld(held); });
+            const auto assigned = [&] {
+                Form form;
+                const Owned owned(form);
+                form = record;
+                EXPECT_TRUE(static_cast<Record>(form) == record);
+            };
+            failures += runShortAtEveryAllocation(shortage, assigned, [&](bool) { expectHeld(held); });
+        }
+    };
+    support::forEach(support::CoreRecords{}, expect);
+    support::forEach(support::StreamRecords{}, expect);
+    support::forEach(support::StatusRecords{}, expect);
+    EXPECT_GT(failures, 100);
+}
+
 TEST(JsonErrorWithoutMemory, LeavesNothingBehind) {
     const std::string path(40, 'p'), problem(40, 'q');
     for (const std::string& where : {std::string(), path}) {
@@ -202,27 +208,40 @@ void destroy(void** members) {
 }
 
 TEST(EntryWithoutMemory, LeavesNoMemberBehind) {
-    void** members = nullptr;
-    const Held held;
-    const long failures = failAtEveryAllocation([&] { members = CreateTvMmService(); }, [&] { expectHeld(held); });
-    EXPECT_GT(failures, 2);
-    ASSERT_NE(members, nullptr);
-    destroy(members);
-    expectHeld(held);
+    for (const Shortage shortage : shortages) {
+        void** members = nullptr;
+        const Held held;
+        const long failures = runShortAtEveryAllocation(
+            shortage, [&] { members = CreateTvMmService(); },
+            [&](bool through) {
+                EXPECT_EQ(members != nullptr, through);
+                if (through) destroy(members);
+                members = nullptr;
+                expectHeld(held);
+            });
+        EXPECT_GT(failures, 2);
+    }
 }
 
 // ---- starting ----
 
-TEST(AdapterWithoutMemory, FailsToStartAndStartsTheNextTime) {
+class AdapterWithoutMemory : public testing::TestWithParam<Shortage> {};
+
+TEST_P(AdapterWithoutMemory, FailsToStartAndStartsTheNextTime) {
     support::RegisteredTvService tv;
     support::RegisteredMmService mm;
     tv.clients.reserve(1000);
     mm.clients.reserve(1000);
     auto& adapter = support::newAdapter();
     int result = -100;
-    const long failures = failAtEveryAllocation([&] { result = adapter.start(); }, [&] { EXPECT_EQ(result, -100); });
-    EXPECT_GT(failures, 5) << "the client objects, the manager and its worker, the command";
-    EXPECT_EQ(result, 0);
+    const long failures = runShortAtEveryAllocation(
+        GetParam(), [&] { result = adapter.start(); },
+        [&](bool through) {
+            EXPECT_EQ(result, through ? 0 : -100);
+            result = -100;
+        });
+    // The manager, its worker and the command are made once, so a second run in a process finds them.
+    EXPECT_GT(failures, GetParam() == Shortage::Lasting ? 5 : 3) << "the client objects, and what is made once";
 
     const auto application = boost::make_shared<CountingTvClient>();
     EXPECT_EQ(adapter.addClient(application), 0);
@@ -234,6 +253,8 @@ TEST(AdapterWithoutMemory, FailsToStartAndStartsTheNextTime) {
     EXPECT_EQ(adapter.removeClient(application), 0);
     EXPECT_EQ(adapter.stop(), 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(InAll, AdapterWithoutMemory, testing::ValuesIn(shortages));
 
 // ---- clients ----
 

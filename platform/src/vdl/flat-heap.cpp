@@ -14,7 +14,7 @@
 #include <atomic>
 #include <mutex>
 #include <new>
-#include <utility>
+#include <pthread.h>
 
 namespace host {
 namespace {
@@ -110,12 +110,19 @@ private:
     List lists_[sizeClasses];
 };
 
+// What is done with the cache of a thread that ends.
+void endCache(void* cache) noexcept;
+
 // The caches of all threads. Never destroyed, as threads may outlive main.
 struct Registry {
     std::mutex mutex;
     Cache* first = nullptr;
     // Serves threads that are ending, and keeps the counts of those that have ended. Guarded by the mutex.
     Cache shared;
+    // A thread's cache, which ends with it. No thread-local object with a destructor, as the process ends when there is
+    // no memory to take note of one.
+    pthread_key_t atThreadEnd{};
+    const bool tellsOfThreadEnds = pthread_key_create(&atThreadEnd, endCache) == 0;
 
     static Registry& instance() {
         static Registry& registry = *new Registry;
@@ -140,30 +147,32 @@ struct Registry {
 [[gnu::tls_model("initial-exec")]] constinit thread_local Cache* ownCache = nullptr;
 [[gnu::tls_model("initial-exec")]] constinit thread_local bool ending = false;
 
-struct AtThreadEnd {
-    ~AtThreadEnd() {
-        ending = true;
-        Cache* const cache = std::exchange(ownCache, nullptr);
-        if (!cache) return;
-        cache->flush();
-        Registry::instance().leave(*cache);
+void endCache(void* ended) noexcept {
+    ending = true;
+    ownCache = nullptr;
+    auto* const cache = static_cast<Cache*>(ended);
+    cache->flush();
+    Registry::instance().leave(*cache);
+    delete cache;
+}
+
+// A cache for this thread, from now to its end; null when there cannot be one.
+Cache* makeCache(Registry& registry) noexcept {
+    if (ending || !registry.tellsOfThreadEnds) return nullptr;
+    auto* cache = new (std::nothrow) Cache;
+    if (!cache) return nullptr;
+    if (pthread_setspecific(registry.atThreadEnd, cache) != 0) {
         delete cache;
+        return nullptr;
     }
-    void arm() {}
-};
-thread_local AtThreadEnd atThreadEnd;
+    registry.enter(*cache);
+    return ownCache = cache;
+}
 
 // Calls use(cache) with the thread's cache, made now, or the shared one if there cannot be one.
 template <class Use> [[gnu::noinline]] auto withoutCache(Use use) {
-    if (!ending) {
-        if (auto* cache = new (std::nothrow) Cache) {
-            atThreadEnd.arm();
-            Registry::instance().enter(*cache);
-            ownCache = cache;
-            return use(*cache);
-        }
-    }
     Registry& registry = Registry::instance();
+    if (Cache* const cache = makeCache(registry)) return use(*cache);
     std::lock_guard lock(registry.mutex);
     return use(registry.shared);
 }

@@ -1,0 +1,35 @@
+// The flat heap when a thread has no memory for what it keeps beside the flat blocks.
+#include "unit/shortage-fixture.h"
+
+#include <new>
+#include <thread>
+
+namespace {
+
+using namespace shortage_test;
+
+TEST(FlatHeapWithoutMemory, ServesAThreadsFirstBlockOrThrows) {
+    vdlFlatFree(vdlFlatAlloc(1)); // what is made at first use and kept
+    for (const Shortage shortage : shortages) {
+        bool met = true, served = false;
+        long allocations = 0;
+        for (; met; ++allocations) {
+            ASSERT_LT(allocations, 100);
+            const auto before = host::flatHeapUsage().blocks;
+            std::thread([&] {
+                support::passing = shortage == Shortage::Passing;
+                const auto take = [] { vdlFlatFree(vdlFlatAlloc(100)); };
+                const bool through = support::getsThroughWith(allocations, take);
+                met = support::allocationsFailed > 0;
+                served = served || (met && through);
+                EXPECT_TRUE(through || met);
+            }).join();
+            EXPECT_EQ(host::flatHeapUsage().blocks, before);
+        }
+        EXPECT_GT(allocations, 1);
+        const bool fromTheCHeap = host::flatHeapUsage().limit == 0;
+        EXPECT_TRUE(served || fromTheCHeap) << "without a cache of its own";
+    }
+}
+
+} // namespace
