@@ -1,8 +1,13 @@
 // The resource manager when memory runs out, at every allocation.
-#include "support/failing-allocations.h"
+#include "app-mmservice-proxy-main.h"
+#include "app-tvservice-proxy-main.h"
 #include "support/run-log-folder.h"
 #include "unit/resource-manager-fixture.h"
+#include "unit/shortage-fixture.h"
 
+#include <frame/process.h>
+
+#include <algorithm>
 #include <new>
 #include <string>
 #include <vector>
@@ -10,8 +15,7 @@
 namespace {
 
 using namespace managertest;
-using support::EnoughMemory;
-using support::failAtEveryAllocation;
+using namespace shortage_test;
 
 constexpr const char* film = "http://films/a-film-whose-address-is-longer-than-what-fits-into-a-string-object";
 constexpr const char* channel = "dvb://a-channel-whose-address-is-longer-than-what-fits-into-a-string-object";
@@ -137,17 +141,100 @@ TEST_F(ManagerWithoutMemory, SendsToTheOneServiceWhatItCouldNotSendToTheOther) {
 TEST_F(ManagerWithoutMemory, DropsAnOverdueBundleAlsoWhenItCannotBeRecorded) {
     for (const char* levels : {"trace", "off"}) {
         vdlDebugSetLevels(levels);
-        for (long allocations = 0; allocations < 20; ++allocations) {
-            manager.ask({request(0, 0, channel)});
-            manager.work();
-            SimulatedTime::get().now += 6s;
-            support::allocationsLeft = allocations;
-            EXPECT_NO_THROW(manager.supervise());
-            support::allocationsLeft = -1;
-            EXPECT_THAT(manager.queue(), IsEmpty());
+        for (const Shortage shortage : shortages) {
+            const auto supervise = [&] {
+                {
+                    const EnoughMemory forTheTest;
+                    manager.ask({request(0, 0, channel)});
+                    manager.work();
+                    SimulatedTime::get().now += 6s;
+                }
+                EXPECT_NO_THROW(manager.supervise());
+            };
+            const long failures =
+                runShortAtEveryAllocation(shortage, supervise, [&](bool) { EXPECT_THAT(manager.queue(), IsEmpty()); });
+            EXPECT_GT(failures, 1);
         }
     }
     vdlDebugSetLevels("warning");
 }
+
+// ---- the sending itself: conversion, proxies, up to their doors ----
+
+// A manager that sends for real, through proxies that live as long as the process, as it keeps them once found.
+class SendingManager : public Manager {
+public:
+    int ReqMM(frame::MsgIds& ids, const frame::TransportInfo& transport,
+              const std::vector<TvServiceReq_t>& r) override {
+        return ResManager::ReqMM(ids, transport, r);
+    }
+    int ReqTV(frame::MsgIds& ids, const frame::TransportInfo& transport,
+              const std::vector<TvServiceReq_t>& r) override {
+        return ResManager::ReqTV(ids, transport, r);
+    }
+};
+
+template <class Proxy> Door& doorOf() {
+    struct Connected {
+        Connected() {
+            proxy.attachProcess(*frame::Process::getInstance());
+            EXPECT_EQ(proxy.setupDone(), 0);
+            proxy.setOmqIOModule(&door);
+        }
+        Door door;
+        Proxy proxy;
+    };
+    static auto& connected = *new Connected;
+    return connected.door;
+}
+
+class SendingWithoutMemory : public testing::TestWithParam<Shortage> {
+protected:
+    SendingWithoutMemory() {
+        SimulatedTime::install();
+        forgetWhatPlays();
+    }
+    unsigned sent() const { return tv.sent() + mm.sent(); }
+    unsigned reportedAsNotSent() const {
+        const auto lines = log.lines();
+        return static_cast<unsigned>(std::count_if(lines.begin(), lines.end(), [](const auto& line) {
+            return line.text.find(" not sent: std::bad_alloc") != std::string::npos;
+        }));
+    }
+
+    const Door &tv = doorOf<tvservice::Proxy>(), &mm = doorOf<mmservice::Proxy>();
+    SendingManager manager;
+    host::LogCapture log{{genrpc::ManagerLog}};
+};
+
+TEST_P(SendingWithoutMemory, LosesAServicesRequestsWholeAndNotTheOtherOnes) {
+    unsigned before = 0, tvBefore = 0, mmBefore = 0, reportedBefore = 0, lost = 0;
+    const auto send = [&] {
+        {
+            const EnoughMemory forTheTest;
+            manager.ask({request(1, 0, film), request(2, 0, film)}); // both services are told to stop
+            before = sent(), tvBefore = tv.sent(), mmBefore = mm.sent(), reportedBefore = reportedAsNotSent();
+        }
+        EXPECT_NO_THROW(manager.work());
+    };
+    const long failures = runShortAtEveryAllocation(GetParam(), send, [&](bool) {
+        EXPECT_LE(tv.sent(), tvBefore + 1);
+        EXPECT_LE(mm.sent(), mmBefore + 1);
+        const unsigned missing = before + 2 - sent();
+        if (GetParam() == Shortage::Passing) {
+            EXPECT_LE(missing, 1U);
+            EXPECT_EQ(reportedAsNotSent() - reportedBefore, missing);
+        }
+        lost += missing;
+        EXPECT_EQ(manager.queue().size(), 1U) << "it waits for answers like any other";
+        SimulatedTime::get().now += 6s;
+        manager.work();
+        EXPECT_THAT(manager.queue(), IsEmpty());
+    });
+    EXPECT_GT(failures, 5);
+    EXPECT_GT(lost, 3U);
+}
+
+INSTANTIATE_TEST_SUITE_P(InAll, SendingWithoutMemory, testing::ValuesIn(shortages));
 
 } // namespace

@@ -1,0 +1,211 @@
+// A started adapter over the proxies when memory runs out on the thread that calls it or brings it a message: the whole
+// way from a service's message to the applications, and from a call of theirs, or the debug command, to the service.
+#include "app-mmservice-proxy-main.h"
+#include "app-tvservice-proxy-main.h"
+#include "support/adapter-process.h"
+#include "support/tv-messages.h"
+#include "unit/shortage-fixture.h"
+
+#include <mmservice/messages.h>
+#include <vdl/debug.h>
+
+#include <boost/make_shared.hpp>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <type_traits>
+#include <vector>
+
+namespace {
+
+using namespace shortage_test;
+using namespace tvservice;
+
+constexpr const char* film = "http://films/a-film-whose-address-is-longer-than-what-fits-into-a-string-object";
+constexpr const char* channel = "dvb://a-channel-whose-address-is-longer-than-what-fits-into-a-string-object";
+
+// A proxy as the framework sets it up, at a door without a socket.
+template <class Proxy> struct Connected {
+    Connected() {
+        proxy.attachProcess(*frame::Process::getInstance());
+        EXPECT_EQ(proxy.setupDone(), 0);
+        proxy.setOmqIOModule(&door);
+        proxy.registerMessageHandlers();
+        EXPECT_EQ(proxy.start(), 0);
+    }
+    Door door;
+    Proxy proxy;
+};
+
+// Everything here lives as long as the process, as in a receiver.
+struct Receiver {
+    Receiver() { EXPECT_EQ(adapter.start(), 0); }
+    static Receiver& get() {
+        static auto& receiver = *new Receiver;
+        return receiver;
+    }
+    Connected<tvservice::Proxy> tv;
+    Connected<mmservice::Proxy> mm;
+    ModelTvServiceAdapter& adapter = support::newAdapter();
+};
+
+class StartedAdapter : public testing::TestWithParam<Shortage> {
+protected:
+    StartedAdapter() {
+        vdlDebugSetLevels("off"); // lines are memory that is held
+        EXPECT_EQ(receiver.adapter.addClient(application), 0);
+    }
+    ~StartedAdapter() override {
+        EXPECT_EQ(receiver.adapter.removeClient(application), 0);
+        vdlDebugSetLevels("warning");
+    }
+
+    // A service's message at every shortage: the application hears it once or, when memory ran out, not at all.
+    template <class Message> void expectHeardOrNot(const Door& door) {
+        const support::FlatBody<Message> body(sampleOf<Message>());
+        door.deliver<Message>(body);
+        ASSERT_EQ(application->calls, 1U);
+        const Held held;
+        unsigned heard = 1;
+        const long failures = runShortAtEveryAllocation(
+            GetParam(), [&] { door.deliver<Message>(body); },
+            [&](bool through) {
+                if (through) ++heard;
+                EXPECT_EQ(application->calls, heard);
+                expectHeld(held);
+            });
+        EXPECT_GT(failures, 0) << "nothing was allocated, so nothing was tested";
+        application->calls = 0;
+    }
+
+    // As the services, answers all that the manager awaits, until it is done.
+    void answerAll() {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        for (;;) {
+            const auto bundles = receiver.adapter.bundles();
+            if (bundles.empty()) return;
+            ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "it is never done";
+            const std::string& awaited = bundles.front().steps.front().awaited;
+            const bool both = awaited == "ResResponse::ResponseBOTH";
+            if (both || awaited == "ResResponse::ResponseMM") {
+                const std::vector<mmservice::MMServiceInfo_t> infos{{{0, 0}, 0, film, "", "", bundles.front().reqId}};
+                receiver.mm.door.deliver(support::FlatBody<mmservice::messages::MmServiceInfo>(std::tuple(infos)));
+            }
+            if (both || awaited == "ResResponse::ResponseTV") {
+                const std::vector<TvServiceInfo_t> infos{{{0, 0}, 0, channel, "", "", bundles.front().reqId}};
+                receiver.tv.door.deliver(support::FlatBody<messages::TvServiceInfo>(std::tuple(infos)));
+            }
+            std::this_thread::yield(); // until the worker has sent
+        }
+    }
+
+    int play(const TvServiceTerminal_t& terminal, const std::string& uri) {
+        TvServiceReq_t request;
+        request.terminal = terminal;
+        request.uri = uri;
+        frame::MsgIds ids{11, 12};
+        return receiver.adapter.tvServiceReq(ids, {}, {request});
+    }
+
+    // Plays something of its own last, so that the worker has sent whatever it had to send.
+    void settle() {
+        answerAll();
+        static unsigned times = 0;
+        const std::string mark = "dvb://mark/" + std::to_string(++times) + '/';
+        EXPECT_EQ(play({6, 7}, mark), 0);
+        ASSERT_TRUE(receiver.tv.door.waitUntilSent(mark));
+        answerAll();
+    }
+
+    // What asks for something to be played, at every shortage: each call is carried out with so many messages to the
+    // services and answered, or leaves no trace.
+    template <class Ask> void expectPlayedOrNot(const Ask& ask, unsigned toTv, unsigned toMm) {
+        ask(); // what is made at first use, and what plays from then on
+        settle();
+        const unsigned tvBefore = receiver.tv.door.sent(), mmBefore = receiver.mm.door.sent();
+        unsigned played = 0;
+        const long failures = runShortAtEveryAllocation(GetParam(), ask, [&](bool through) {
+            if (through) {
+                ++played;
+                answerAll();
+            }
+            EXPECT_TRUE(receiver.adapter.bundles().empty());
+        });
+        EXPECT_GT(failures, 5);
+        EXPECT_GE(played, 1U);
+        settle();
+        EXPECT_EQ(receiver.tv.door.sent() - tvBefore, played * toTv + 1);
+        EXPECT_EQ(receiver.mm.door.sent() - mmBefore, played * toMm);
+        application->calls = 0;
+    }
+
+    Receiver& receiver = Receiver::get();
+    const boost::shared_ptr<CountingTvClient> application = boost::make_shared<CountingTvClient>();
+};
+
+TEST_P(StartedAdapter, PassesNewsOnWholeOrNotAtAll) {
+    support::forEach(support::TvNews{}, [&]<class Message>() { expectHeardOrNot<Message>(receiver.tv.door); });
+}
+
+TEST_P(StartedAdapter, PassesTheTvServicesAnswersOnWholeOrNotAtAll) {
+    expectHeardOrNot<messages::TvServiceInfo>(receiver.tv.door);
+}
+
+TEST_P(StartedAdapter, PassesTheMmServicesAnswersOnWholeOrNotAtAll) {
+    expectHeardOrNot<mmservice::messages::MmServiceInfo>(receiver.mm.door);
+}
+
+TEST_P(StartedAdapter, TakesARequestForTheTvServiceWholeOrNotAtAll) {
+    expectPlayedOrNot([&] { EXPECT_EQ(play({2, 0}, channel), 0); }, 1, 0);
+}
+
+TEST_P(StartedAdapter, TakesARequestForTheMmServiceWholeOrNotAtAll) {
+    expectPlayedOrNot([&] { EXPECT_EQ(play({3, 0}, film), 0); }, 1, 2); // both stop before the one starts
+}
+
+TEST_P(StartedAdapter, SwitchesThePathWholeOrNotAtAll) {
+    auto& shell = support::FakeShell::get();
+    const auto& command = shell.commands.at("pathswitch :s");
+    const auto run = [&] { EXPECT_EQ(command.handler(command.context), 0); };
+    shell.run("pathswitch :s", "hdmi");
+    expectPlayedOrNot(run, 1, 0);
+    shell.run("pathswitch :s", "mm");
+    expectPlayedOrNot(run, 1, 2);
+}
+
+template <class Message> struct Forwarder;
+#define FORWARDER(service, direction, Name, method, ...) \
+    template <> struct Forwarder<messages::Name> { static constexpr auto pointer = &ModelTvServiceAdapter::method; };
+TVSERVICE_REQUESTS(FORWARDER)
+#undef FORWARDER
+
+TEST_P(StartedAdapter, ForwardsARequestWholeOrNotAtAll) {
+    settle();
+    support::forEach(support::TvRequests{}, [&]<class Message>() {
+        if constexpr (!std::is_same_v<Message, messages::TvServiceReq>) { // which goes by the resource manager
+            frame::MsgIds ids{11, 12};
+            const auto arguments = sampleOf<Message>();
+            const auto ask = [&] {
+                const auto call = [&](const auto&... argument) {
+                    return (receiver.adapter.*Forwarder<Message>::pointer)(ids, {}, argument...);
+                };
+                EXPECT_EQ(std::apply(call, arguments), 0);
+            };
+            ask(); // what is made at first use and kept
+            unsigned sent = receiver.tv.door.sent();
+            const Held held;
+            const long failures = runShortAtEveryAllocation(GetParam(), ask, [&](bool through) {
+                if (through) ++sent;
+                EXPECT_EQ(receiver.tv.door.sent(), sent);
+                expectHeld(held);
+            });
+            EXPECT_GT(failures, 0) << "nothing was allocated, so nothing was tested";
+        }
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(InAll, StartedAdapter, testing::ValuesIn(shortages));
+
+} // namespace
