@@ -46,6 +46,7 @@ int main(int argc, char** argv) {
         {"a failing disk", [&] { runOnABadDisk(control, Disk::failing, figures); }},
         {"a wall clock that jumps", [&] { runWhileTheClockJumps(control, figures); }},
         {"clients that do not read", [&] { runWithClientsThatDoNotRead(figures); }},
+        {"a client that reads slowly", [&] { runWithAClientThatReadsSlowly(figures); }},
     };
     checks::Report report;
     for (const auto& [name, run] : scenarios) {
@@ -61,9 +62,15 @@ int main(int argc, char** argv) {
     report.line("writers of the run log killed", figures.killedWriters, "writers", figures.killedWriters == writers,
                 "the log sound after each, nothing stored is gone");
     report.line("slowest play on a stalled, full or failing disk", slow, "ms", slow <= slowest, "at most 250 ms");
+    report.line("jumps of the wall clock that the log's times show", figures.clockJumps, "jumps",
+                figures.clockJumps == 6, "all 6");
     report.line("shortest wait for an answer as the clock jumps", low, "ms", low >= shortest, "at least 5000 ms");
     report.line("longest wait for an answer as the clock jumps", high, "ms", high <= longest, "at most 7500 ms");
     report.line("notifications beside a client that does not read", static_cast<long>(figures.notifications),
                 "notifications", figures.notifications > 0, "all that were sent");
+    report.line("notifications to a client that reads slowly", static_cast<long>(figures.slowlyRead), "notifications",
+                figures.slowlyRead > 0, "all that were sent, each whole");
+    report.line("slowest play beside it", figures.playBesideSlowReader.count(), "ms",
+                figures.playBesideSlowReader.count() <= slowest, "at most 250 ms");
     return report.exitCode();
 }

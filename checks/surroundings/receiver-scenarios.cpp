@@ -2,6 +2,8 @@
 #include "scenarios.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstring>
 #include <receiver-kit/receiver-kit.h>
 #include <stdexcept>
 #include <string>
@@ -98,6 +100,15 @@ void runOnABadDisk(Control& control, Disk disk, Figures& figures) {
     endOrderly(kit);
 }
 
+// Requires that the process whose log it is saw the wall clock jump by so many seconds between the two lines. What took
+// place between them took some seconds itself.
+void requireJump(const receiver::LogLine& before, const receiver::LogLine& after, std::int64_t jump, Figures& figures) {
+    const auto beyond = after.time - before.time - std::chrono::seconds(jump);
+    require(beyond >= 0s && beyond < dropLimit, "a jump of " + std::to_string(jump) + " s does not show between \"" +
+                                                    before.text + "\" and \"" + after.text + '"');
+    ++figures.clockJumps;
+}
+
 void runWhileTheClockJumps(Control& control, Figures& figures) {
     ReceiverKit kit;
     kit.start();
@@ -106,21 +117,24 @@ void runWhileTheClockJumps(Control& control, Figures& figures) {
     for (const std::int64_t jump : {hour, -2 * hour, 24 * hour, -24 * hour}) {
         const auto begin = Steady::now();
         const std::string id = kit.play("1:0", live);
+        const auto created = kit.waitForStep(id, "created");
         std::this_thread::sleep_for(500ms);
         control.clockOffset += jump;
-        kit.waitForStep(id, dropMark, dropLimit);
+        const auto dropped = kit.waitForStep(id, dropMark, dropLimit);
         figures.shortestWait = std::min(figures.shortestWait, since(begin));
         figures.longestWait = std::max(figures.longestWait, since(begin));
+        requireJump(created, dropped, jump, figures);
     }
     kit.read(Part::tvService, {"fault", "clear"});
     // What waits for a service that is away neither waits for ever nor is given up early.
     for (const std::int64_t jump : {hour, -2 * hour}) {
         kit.kill(Part::tvService);
         const std::string id = kit.play("1:0", live);
+        const auto created = kit.waitForStep(id, "created");
         control.clockOffset += jump;
         std::this_thread::sleep_for(500ms);
         kit.start(Part::tvService);
-        kit.waitForStep(id, "finished", 2500ms);
+        requireJump(created, kit.waitForStep(id, "finished", 2500ms), jump, figures);
     }
     control.clockOffset = 0;
     endOrderly(kit);
@@ -128,11 +142,12 @@ void runWhileTheClockJumps(Control& control, Figures& figures) {
 
 namespace {
 
-// A client of a service that greets it as it must be, and never reads again.
+// A connection to a service, greeted as it must be. Reads nothing.
 class DeafClient {
 public:
     explicit DeafClient(const std::string& path) : socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         const std::string hello = killed::helloOf(path);
+        helloSize_ = hello.size();
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         path.copy(address.sun_path, sizeof address.sun_path - 1);
@@ -144,9 +159,78 @@ public:
     DeafClient(const DeafClient&) = delete;
     DeafClient& operator=(const DeafClient&) = delete;
 
+    int socket() const { return socket_; }
+    std::size_t helloSize() const { return helloSize_; } // of what the service greets with
+
 private:
     const int socket_;
+    std::size_t helloSize_ = 0;
 };
+
+// Reads a little at a time, so that the service can hardly ever write a message at once.
+class SlowClient {
+public:
+    explicit SlowClient(const std::string& path) : client_(path) {}
+    ~SlowClient() { shutdown(client_.socket(), SHUT_RDWR); } // which ends the reading, too
+    SlowClient(const SlowClient&) = delete;
+    SlowClient& operator=(const SlowClient&) = delete;
+
+    std::uint64_t alike() const { return alike_; } // messages so far that are byte for byte as the first one
+
+private:
+    void read() {
+        std::string heard(client_.helloSize(), '\0');
+        if (recv(client_.socket(), heard.data(), heard.size(), MSG_WAITALL) != static_cast<ssize_t>(heard.size()))
+            return;
+        heard.clear();
+        std::string first;
+        for (char piece[200];;) {
+            const ssize_t size = recv(client_.socket(), piece, sizeof piece, 0);
+            if (size <= 0) return;
+            heard.append(piece, static_cast<std::size_t>(size));
+            for (std::size_t whole = 0; (whole = messageAt(heard)) != 0; heard.erase(0, whole)) {
+                if (first.empty()) first = heard.substr(0, whole);
+                alike_ += heard.compare(0, whole, first) == 0 ? 1 : 0; // plays are told of in between
+            }
+            std::this_thread::sleep_for(500us);
+        }
+    }
+    // The size of the message that the bytes begin with, 0 as long as it is not whole.
+    static std::size_t messageAt(const std::string& bytes) {
+        constexpr std::size_t header = 32;
+        std::uint32_t body = 0;
+        if (bytes.size() < header) return 0;
+        std::memcpy(&body, bytes.data(), sizeof body);
+        return bytes.size() < header + body ? 0 : header + body;
+    }
+
+    const DeafClient client_;
+    std::atomic<std::uint64_t> alike_{0};
+    std::jthread thread_{[this] { read(); }}; // last: it uses the rest
+};
+
+// The framework process's connection to the TV service, and the TV service's to its clients, in numbers.
+std::uint64_t receivedFromTv(ReceiverKit& kit) {
+    for (const auto& connection : kit.ask(Part::frameHost, {"stats"}))
+        if (connection.at("service") == "tvservice") return connection.at("received").get<std::uint64_t>();
+    return 0;
+}
+std::uint64_t atTvService(ReceiverKit& kit, const char* counter) {
+    return kit.ask(Part::tvService, {"stats"}).at(0).at(counter).get<std::uint64_t>();
+}
+
+void emit(ReceiverKit& kit, std::uint64_t notifications) {
+    const std::string info = R"({"info":{"strParam1":")" + std::string(1000, 'x') + R"("}})";
+    for (std::uint64_t i = 0; i < notifications; ++i) kit.read(Part::tvService, {"emit", "TvServicePlayInfo", info});
+}
+
+// Sends so many to all clients, of which the framework process has to get each.
+void emitAllToTheHost(ReceiverKit& kit, std::uint64_t notifications) {
+    const auto before = receivedFromTv(kit);
+    emit(kit, notifications);
+    require(kit.waitFor([&] { return receivedFromTv(kit) == before + notifications; }, receiver::patience),
+            "the honest client got " + std::to_string(receivedFromTv(kit) - before) + " notifications");
+}
 
 } // namespace
 
@@ -154,42 +238,40 @@ void runWithClientsThatDoNotRead(Figures& figures) {
     ReceiverKit kit;
     kit.start();
     const DeafClient deaf((kit.runtimeFolder() / "tvservice.sock").string());
-    const auto received = [&] {
-        for (const auto& connection : kit.ask(Part::frameHost, {"stats"}))
-            if (connection.at("service") == "tvservice") return connection.at("received").get<std::uint64_t>();
-        return std::uint64_t{0};
-    };
-    const auto atService = [&](const char* counter) {
-        return kit.ask(Part::tvService, {"stats"}).at(0).at(counter).get<std::uint64_t>();
-    };
     constexpr std::uint64_t notifications = 2000; // beyond what one queue holds
-    const std::string info = R"({"info":{"strParam1":")" + std::string(1000, 'x') + R"("}})";
-    const auto emitAll = [&] {
-        for (std::uint64_t i = 0; i < notifications; ++i)
-            kit.read(Part::tvService, {"emit", "TvServicePlayInfo", info});
-    };
-    const auto before = received();
-    emitAll();
-    require(kit.waitFor([&] { return received() == before + notifications; }, receiver::patience),
-            "the honest client got " + std::to_string(received() - before) + " notifications");
-    require(atService("refused") > 0, "the deaf client's queue never filled");
+    emitAllToTheHost(kit, notifications);
+    require(atTvService(kit, "refused") > 0, "the deaf client's queue never filled");
     figures.notifications = notifications;
     // The framework process itself as a client that does not read for a while.
-    const auto forTheDeaf = atService("queued");
+    const auto forTheDeaf = atTvService(kit, "queued");
     kit.freeze(Part::frameHost);
     try {
-        emitAll();
+        emit(kit, notifications);
         throw std::logic_error("two clients that do not read were sent all");
     } catch (const ReceiverError&) { // which is how the service tells that nobody takes any more
     }
     kit.thaw(Part::frameHost);
     // Until its queue has room an answer would be refused like everything else.
-    require(kit.waitFor([&] { return atService("queued") == forTheDeaf; }, receiver::patience),
+    require(kit.waitFor([&] { return atTvService(kit, "queued") == forTheDeaf; }, receiver::patience),
             "what waited for the framework process did not reach it");
     const auto begin = Steady::now();
     const std::string id = kit.play("1:0", live);
     kit.waitForStep(id, "finished");
     require(since(begin) < 1s, "the play after the pause took " + std::to_string(since(begin).count()) + " ms");
+    endOrderly(kit);
+}
+
+void runWithAClientThatReadsSlowly(Figures& figures) {
+    ReceiverKit kit;
+    kit.start();
+    const SlowClient slow((kit.runtimeFolder() / "tvservice.sock").string());
+    constexpr std::uint64_t notifications = 1000; // all of which one queue holds
+    emitAllToTheHost(kit, notifications);
+    figures.playBesideSlowReader = playSome(kit);
+    require(atTvService(kit, "queued") > 0, "the slow client has read everything before the last play");
+    require(kit.waitFor([&] { return slow.alike() == notifications; }, 3 * receiver::patience),
+            "the slow client got " + std::to_string(slow.alike()) + " notifications");
+    figures.slowlyRead = slow.alike();
     endOrderly(kit);
 }
 

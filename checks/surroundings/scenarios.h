@@ -11,7 +11,10 @@ namespace surroundings {
 struct Figures {
     std::chrono::milliseconds slowestPlay{0};                        // while the disk was not as it should be
     std::chrono::milliseconds shortestWait{1 << 30}, longestWait{0}; // until a request was dropped, as clocks jumped
-    std::uint64_t notifications = 0; // that an honest client got beside one that does not read
+    unsigned clockJumps = 0;                                         // that show between the times of log lines
+    std::uint64_t notifications = 0;                   // that an honest client got beside one that does not read
+    std::uint64_t slowlyRead = 0;                      // that a client got whole which reads a few bytes at a time
+    std::chrono::milliseconds playBesideSlowReader{0}; // the slowest meanwhile
     unsigned killedWriters = 0;
 };
 
@@ -20,6 +23,7 @@ void runOnAStalledDisk(Control& control, Figures& figures);
 void runOnABadDisk(Control& control, Disk disk, Figures& figures);
 void runWhileTheClockJumps(Control& control, Figures& figures);
 void runWithClientsThatDoNotRead(Figures& figures);
+void runWithAClientThatReadsSlowly(Figures& figures);
 // Kills processes that write to a run log, and looks what is in it.
 void killWriters(unsigned times, const std::filesystem::path& program, Figures& figures);
 
