@@ -121,19 +121,62 @@ void judgeLog(const std::filesystem::path& log, const std::string& process, pid_
     }
 }
 
-// What tvctl prints at a terminal.
-std::string tvctl(const ReceiverKit& kit, Part part, const std::vector<std::string>& words) {
-    const auto output = kit.folder() / "tvctl.out";
-    std::filesystem::remove(output);
+receiver::ChildCommand commandOf(const ReceiverKit& kit, Part part, const std::vector<std::string>& words,
+                                 const std::filesystem::path& output) {
     receiver::ChildCommand command;
     command.program = receiver::Places().programs / "tvctl";
     command.arguments = {"--target", receiver::nameOf(part)};
     command.arguments.insert(command.arguments.end(), words.begin(), words.end());
     command.environment = {{"RUNTIME_DIRECTORY", kit.runtimeFolder().string()}};
     command.errorLog = output;
-    receiver::ChildProcess(command).wait();
+    return command;
+}
+
+// What tvctl prints at a terminal.
+std::string tvctl(const ReceiverKit& kit, Part part, const std::vector<std::string>& words) {
+    const auto output = kit.folder() / "tvctl.out";
+    std::filesystem::remove(output);
+    receiver::ChildProcess(commandOf(kit, part, words, output)).wait();
     return contentOf(output);
 }
+
+void judgePrinted(const std::string& printed, const std::string& word) {
+    require(isHarmless(printed), "tvctl " + word + " prints what it must not");
+    for (const std::string& line : linesOf(printed))
+        require(!line.starts_with(std::string(forged).substr(0, 20)), "tvctl " + word + " prints a forged line");
+}
+
+// Somebody who watches at a terminal what the adapter's clients are told.
+class Watcher {
+public:
+    explicit Watcher(ReceiverKit& kit)
+        : kit_(kit), output_(kit.folder() / "watch.out"), tvctl_(commandOf(kit, Part::frameHost, {"watch"}, output_)) {
+        waitFor("1");
+    }
+
+    void judge() {
+        waitFor("2");
+        const std::string printed = contentOf(output_);
+        judgePrinted(printed, "watch");
+        require(printed.find("\\x9b31m") != std::string::npos, "tvctl watch leaves texts out");
+    }
+
+private:
+    // Tells of a sound track, which no text of ours is, over and over: what is told before it has begun is not printed.
+    void waitFor(const std::string& track) {
+        const std::string arguments = "{\"track\":" + track + '}';
+        const auto printed = [&] {
+            kit_.read(Part::tvService, {"emit", name, arguments});
+            return contentOf(output_).find(name + (' ' + arguments)) != std::string::npos;
+        };
+        require(kit_.waitFor(printed, receiver::patience), "tvctl watch does not print what is told");
+    }
+
+    static constexpr const char* name = "TvServiceMtsAudioTrackInfoNotify";
+    ReceiverKit& kit_;
+    const std::filesystem::path output_;
+    receiver::ChildProcess tvctl_;
+};
 
 void judgeOutput(const ReceiverKit& kit, std::size_t expected) {
     const std::pair<Part, std::vector<const char*>> commands[] = {
@@ -141,13 +184,7 @@ void judgeOutput(const ReceiverKit& kit, std::size_t expected) {
         {Part::tvService, {"terminals"}},
         {Part::mmService, {"terminals"}}};
     for (const auto& [part, words] : commands)
-        for (const std::string word : words) {
-            const std::string printed = tvctl(kit, part, {word});
-            require(isHarmless(printed), "tvctl " + word + " prints what it must not");
-            for (const std::string& line : linesOf(printed))
-                require(!line.starts_with(std::string(forged).substr(0, 20)),
-                        "tvctl " + word + " prints a forged line");
-        }
+        for (const std::string word : words) judgePrinted(tvctl(kit, part, {word}), word);
     const auto lines = linesOf(tvctl(kit, Part::frameHost, {"answers"})).size();
     require(lines == expected,
             "tvctl answers prints " + std::to_string(lines) + " lines for " + std::to_string(expected));
@@ -175,6 +212,7 @@ void sendTexts(Figures& figures) {
         ReceiverKit kit({}, {}, {{"TVSA_LOG", "trace"}, {"TVSA_LOG_FORMAT", json ? "json" : "text"}});
         kit.start();
         const auto doors = doorsIn(kit.runtimeFolder());
+        Watcher watcher(kit);
         std::string uri = "dvb://";
         for (const std::string& text : texts) {
             sendToServices(kit, doors, text);
@@ -194,6 +232,7 @@ void sendTexts(Figures& figures) {
         kit.read(Part::tvService, {"fault", "clear"});
         judgeRunLog(kit, uri);
         judgeOutput(kit, 10);
+        watcher.judge();
         const std::string complaints = kit.stop();
         require(complaints.empty(), complaints);
         for (const auto& [part, process] : processes) judgeLog(logOf(kit, part), receiver::nameOf(part), process, json);
