@@ -1,31 +1,35 @@
-// What the services are made to do: a kind for each request, and for each notification that they are told to send.
+// What goes through the adapter: a kind for each request of the adapter, and for each notification of the TV service.
+// The MM service's two messages are those of the requests to play and stop.
 #pragma once
 
+#include "application.h"
 #include "random.h"
-#include "side.h"
+#include "service.h"
 
-#include <array>
-#include <cstddef>
 #include <string>
 #include <vector>
 
 namespace exchange {
 
-using Sides = std::array<Side*, 2>;
+struct Exchange {
+    Application& application;
+    Service& tvService;
+    Random& random;
+};
+
+struct RoundTrip {
+    Heard heard;        // in an order that does not depend on which service was quicker
+    std::string wanted; // what had to be heard instead; empty when that was heard, or when it is the service's business
+};
 
 struct Kind {
     const char* name;
-    // The same for both, with arguments by chance. Returns the notification that both then have to send, or an empty
-    // text when that is the service's business.
-    std::string (*play)(Random& random, const Sides& sides);
-    bool isDownload;
+    // With arguments by chance. number: another one each time.
+    RoundTrip (*play)(const Exchange& exchange, int number);
+    bool plays; // on terminals, through the resource manager
+    bool takesLong;
 };
 
 const std::vector<Kind>& kinds();
-
-// Asks for what is answered with `number` after everything before it, and returns that answer.
-std::string askLast(const Sides& sides, int number);
-// Whether it is the end of a download.
-bool endsDownload(const std::string& heard);
 
 } // namespace exchange

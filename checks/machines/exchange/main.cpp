@@ -1,76 +1,150 @@
-// Two TV services, of this machine and of another one, are asked the same; each has to answer what the other answers.
+// The adapter in a framework process of its own, as applications have it, and two services, which may be another
+// machine's. Writes what comes of each round trip, a line each: the number, the kind and what the application heard.
+// The same seed leads to the same lines, whatever machine the services are of.
 #include "kinds.h"
+
+#include <frame/io-statistics.h>
+#include <frame/process.h>
+#include <host/receiver.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <vector>
+
+extern "C" void** frameCreateApplicationArray(); // the adapter's library's entry
 
 namespace exchange {
 namespace {
 
-constexpr int firstLast = 1'000'000'000; // above it, numbers of no channel
 constexpr int mostShown = 10;
+constexpr int tableInterval = 100; // round trips between two looks at what the services' terminals show
 
-// Plays one kind; returns what is different, or an empty text.
-std::string play(const Kind& kind, Random& random, const Sides& sides, int number) {
-    std::string wanted = kind.play(random, sides);
-    std::array<Heard, 2> heard;
-    // A download goes on by itself.
-    for (std::size_t i = 0; i < sides.size() && kind.isDownload; ++i) heard[i] = sides[i]->hearUntil(endsDownload);
-    const std::string last = askLast(sides, firstLast + number);
-    for (std::size_t i = 0; i < sides.size(); ++i)
-        for (std::string& text : sides[i]->hearUntil([&](const std::string& text) { return text == last; }))
-            heard[i].push_back(std::move(text));
-    if (!wanted.empty() && heard[0] != Heard{wanted, last}) return "sent: " + wanted + "\nheard: " + heard[0].front();
-    if (heard[0] == heard[1]) return {};
-    const auto [one, other] = std::mismatch(heard[0].begin(), heard[0].end(), heard[1].begin(), heard[1].end());
-    const auto shown = [](const Heard& all, auto place) { return place == all.end() ? "nothing" : *place; };
-    return "one: " + shown(heard[0], one) + "\nother: " + shown(heard[1], other);
+struct Run {
+    Service& tvService;
+    Service& mmService;
+    int roundTrips;
+    std::uint64_t seed;
+    int wrong = 0;
+    std::string failure;
+    std::thread thread;
+};
+
+void writeTables(Run& run) {
+    std::printf("tvserviced shows\t%s\n", run.tvService.terminals().c_str());
+    std::printf("mmserviced shows\t%s\n", run.mmService.terminals().c_str());
 }
 
-int run(const std::vector<std::string>& foreign, const std::string& own, int roundTrips, std::uint64_t seed) {
-    Side one({own}), other(foreign);
-    const Sides sides{&one, &other};
-    Random random(seed);
-    int differences = 0;
-    for (int i = 0; i < roundTrips; ++i) {
-        const Kind* kind = nullptr;
-        // A download takes half a second.
-        do kind = &kinds()[random.below(static_cast<std::uint32_t>(kinds().size()))];
-        while (kind->isDownload && !random.once(20));
-        const std::string difference = play(*kind, random, sides, i);
-        if (difference.empty()) continue;
-        if (++differences <= mostShown) std::printf("%d, %s\n%s\n", i, kind->name, difference.c_str());
+const Kind& chooseKind(Random& random) {
+    if (random.once(2))
+        return *std::find_if(kinds().begin(), kinds().end(), [](const Kind& kind) { return kind.plays; });
+    for (;;) {
+        const Kind& kind = kinds()[random.below(static_cast<std::uint32_t>(kinds().size()))];
+        if (!kind.takesLong || random.once(20)) return kind;
     }
-    for (Side* const side : sides) {
-        const std::string problem = side->end();
-        if (problem.empty()) continue;
-        ++differences;
-        std::printf("the %s service: %s\n", side == &one ? "own" : "foreign", problem.c_str());
+}
+
+void makeRoundTrips(Run& run) {
+    Application application;
+    Random random(run.seed);
+    const Exchange exchange{application, run.tvService, random};
+    for (int i = 1; i <= run.roundTrips; ++i) {
+        const Kind& kind = chooseKind(random);
+        const RoundTrip trip = kind.play(exchange, i);
+        std::printf("%d\t%s", i, kind.name);
+        for (const std::string& heard : trip.heard) std::printf("\t%s", heard.c_str());
+        std::putchar('\n');
+        if (!trip.wanted.empty() && ++run.wrong <= mostShown)
+            std::fprintf(stderr, "%d, %s\nwanted: %s\nheard: %s\n", i, kind.name, trip.wanted.c_str(),
+                         trip.heard.empty() ? "nothing" : trip.heard.front().c_str());
+        if (i % tableInterval == 0 || i == run.roundTrips) writeTables(run);
     }
-    std::printf("%d round trips, %d differences\n", roundTrips, differences);
-    return differences == 0 ? 0 : 1;
+}
+
+int start(void* context) {
+    Run& run = *static_cast<Run*>(context);
+    if (const int result = frame::Process::getInstance()->startAppMembersSync(frameCreateApplicationArray))
+        return result;
+    run.thread = std::thread([&run] {
+        try {
+            makeRoundTrips(run);
+        } catch (const std::exception& error) {
+            run.failure = error.what();
+        }
+        host::stopProcess();
+    });
+    return 0;
+}
+
+// A folder for the sockets, which everything that starts from here on finds.
+class PrivateFolder {
+public:
+    PrivateFolder() {
+        std::string name = (std::filesystem::temp_directory_path() / "exchange-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) throw std::system_error(errno, std::generic_category(), name);
+        path = name;
+        for (const char* variable : {"RUNTIME_DIRECTORY", "STATE_DIRECTORY"}) setenv(variable, path.c_str(), 1);
+    }
+    ~PrivateFolder() {
+        std::error_code ignored; // what cannot be removed from a folder of temporary files stays there
+        std::filesystem::remove_all(path, ignored);
+    }
+    PrivateFolder(const PrivateFolder&) = delete;
+    PrivateFolder& operator=(const PrivateFolder&) = delete;
+
+    std::filesystem::path path;
+};
+
+int run(const std::filesystem::path& programs, const std::vector<std::string>& emulator, int roundTrips,
+        std::uint64_t seed) {
+    const PrivateFolder folder;
+    Service tvService(programs / "tvserviced", emulator, folder.path);
+    Service mmService(programs / "mmserviced", emulator, folder.path);
+    Run run{tvService, mmService, roundTrips, seed, 0, {}, {}};
+    const int result = host::runProcess(start, &run);
+    if (run.thread.joinable()) run.thread.join();
+    std::string problems = run.failure;
+    const auto add = [&](const std::string& problem) {
+        if (!problem.empty()) problems += (problems.empty() ? "" : "; ") + problem;
+    };
+    if (result != 0) add("the framework ended with " + std::to_string(result));
+    for (const auto& counters : frame::ioStatistics()) { // the adapter's connections, which have ended
+        std::printf("messages of %s\t%llu sent, %llu received\n", counters.service.c_str(),
+                    static_cast<unsigned long long>(counters.sent), static_cast<unsigned long long>(counters.received));
+        if (counters.undecodable + counters.refused + counters.dropped + counters.reconnects != 0)
+            add("the adapter lost messages of " + counters.service);
+    }
+    add(tvService.end());
+    add(mmService.end());
+    if (run.wrong != 0) add(std::to_string(run.wrong) + " answers and notifications are not as they have to be");
+    if (!problems.empty()) std::fprintf(stderr, "check-exchange: %s\n", problems.c_str());
+    return problems.empty() ? 0 : 1;
 }
 
 } // namespace
 } // namespace exchange
 
 int main(int argc, char** argv) {
-    CLI::App options("Asks two TV services, of which one is another machine's, the same, and compares the answers.");
-    std::vector<std::string> foreign;
-    std::string own;
+    CLI::App options("Requests of an application to the adapter and two services, and what comes of them.");
+    std::vector<std::string> emulator;
+    std::string programs;
     int roundTrips = 20'000;
     std::uint64_t seed = 1;
-    options.add_option("--own", own, "This machine's tvserviced")->required();
-    options.add_option("--round-trips", roundTrips, "How often they are asked")->check(CLI::PositiveNumber);
+    options.add_option("--programs", programs, "The folder of tvserviced and mmserviced")->required();
+    options.add_option("--round-trips", roundTrips, "How many")->check(CLI::PositiveNumber);
     options.add_option("--seed", seed, "Of the choices");
-    options.add_option("foreign", foreign, "The command that runs the other machine's tvserviced")->required();
+    options.add_option("emulator", emulator, "The words that run the services' programs, if this machine cannot");
     CLI11_PARSE(options, argc, argv);
     try {
-        return exchange::run(foreign, own, roundTrips, seed);
+        return exchange::run(programs, emulator, roundTrips, seed);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "check-exchange: %s\n", error.what());
         return 1;

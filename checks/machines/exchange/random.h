@@ -1,5 +1,7 @@
-// Arguments by chance, half of them such that the service has something to do.
+// Arguments by chance, half of them such that the services have something to do.
 #pragma once
+
+#include <tvservice/core-records.h>
 
 #include <cstdint>
 #include <iterator>
@@ -35,6 +37,35 @@ public:
         }
         text.clear();
         for (std::uint32_t count = below(12); count > 0; --count) text += pieces[below(std::size(pieces))];
+    }
+    // Something for each of the ways that a request to play can take.
+    void fillUri(std::string& uri) {
+        static const char* const ways[] = {tvservice::stopUri,
+                                           "dvb://1.1.1",
+                                           "dvb://1.2.3",
+                                           "dvb://9.9.9",
+                                           "hdmi://1",
+                                           "file:///etc/passwd",
+                                           "fsl2:///etc/p%61sswd",
+                                           "file:///nowhere/film.ts",
+                                           "file:///etc/PVR+/1.ts",
+                                           "http://host/film",
+                                           "https://host/film",
+                                           "rtp://host:5004",
+                                           "miracast://phone",
+                                           "external:1",
+                                           "youtube:watch",
+                                           "youtubev4:watch",
+                                           "FILE://localhost/etc/passwd"};
+        if (once(8))
+            fill(uri);
+        else
+            uri = ways[below(std::size(ways))];
+    }
+    // Few enough to meet again.
+    void fill(tvservice::TvServiceTerminal_t& terminal) {
+        static const std::int32_t numbers[] = {0, 1, 5, 0x01020304, -2, std::numeric_limits<std::int32_t>::min()};
+        terminal = {numbers[below(std::size(numbers))], numbers[below(std::size(numbers))]};
     }
     template <class T> void fill(std::vector<T>& list) {
         list.resize(below(4));
