@@ -29,41 +29,43 @@ class Trial:
         self.tried = 0
         self.wrong = []
 
-    def expect(self, what, ended, code, text):
+    def expect(self, what, ended, code, text, listening):
         self.tried += 1
-        listening = [line for line in self.net.listening().splitlines() if f":{PORT} " in line]
         if ended.returncode != code or not re.search(text, ended.stderr) or listening:
             self.wrong.append(what)
             print(f"{what}: ended with {ended.returncode}, said {ended.stderr!r}, listening {listening}")
 
     def service(self, what, configuration, text, code=FAILED):
         self.services.configure(configuration)
-        self.expect(what, start(self.services, "tvserviced"), code, text)
+        ended = start(self.services, "tvserviced")
+        listening = [line for line in self.net.listening(self.net.services) if f":{PORT} " in line]
+        self.expect(what, ended, code, text, listening)
 
     def host(self, what, configuration, text, code=FAILED):
         self.receiver.configure(configuration)
         libraries = [str(self.receiver.libraries / "libapp-tvservice-adapter.so")]
-        self.expect(what, start(self.receiver, "frame-host", libraries), code, text)
+        self.expect(what, start(self.receiver, "frame-host", libraries), code, text,
+                    self.net.listening(self.net.receiver))
 
 
-def try_key_files(trial, clients):
-    own = trial.services.key_file
+def try_key_files(attempt, who, own, configuration):
+    """configuration(LINES) is one that is good with a key file named by those lines."""
     def with_file(file):
-        return f'{SERVICE}[keys]\nfile = "{file}"\n{clients}'
-    trial.service("no keys", SERVICE + "[keys]\n" + clients, "keys.file is not configured")
-    trial.service("no such key file", with_file(f"{own}.other"), f"key file {own}.other: No such file")
+        return configuration(f'file = "{file}"\n')
+    attempt(f"{who} without keys", configuration(""), "keys.file is not configured")
+    attempt(f"{who}, no such key file", with_file(f"{own}.other"), f"key file {own}.other: No such file")
     os.chmod(own, 0o644)
-    trial.service("a key file that others may read", with_file(own), f"key file {own}: open to other users")
+    attempt(f"{who}, a key file that others may read", with_file(own), f"key file {own}: open to other users")
     os.chmod(own, 0o600)
     os.chown(own, ANOTHER_USER, -1)
-    trial.service("a key file of another user", with_file(own), f"key file {own}: belongs to another user")
+    attempt(f"{who}, a key file of another user", with_file(own), f"key file {own}: belongs to another user")
     os.chown(own, os.geteuid(), -1)
     malformed = own.with_name("malformed")
     for text, why in (("public = \n", "malformed:1: not TOML"), ("public = 'x'\n", 'has no "secret" key'),
                       ("public = 'x'\nsecret = 'y'\n", "its keys are no pair of keys"), ("", 'has no "public" key')):
         malformed.write_text(text, encoding="ascii")
         malformed.chmod(0o600)
-        trial.service(f"a key file with {text!r}", with_file(malformed), why)
+        attempt(f"{who}, a key file with {text!r}", with_file(malformed), why)
 
 
 def try_service(trial, clients):
@@ -97,7 +99,8 @@ def try_host(trial):
     file = f'[keys]\nfile = "{trial.receiver.key_file}"\n'
     proof = f'[keys.services]\ntvservice = "{trial.services.key}"\n'
     endpoint = f'[endpoints]\ntvservice = "tcp://{DOCUMENTED_HOST}:{PORT}"\n'
-    trial.host("a receiver without keys", endpoint + proof, "keys.file is not configured")
+    try_key_files(trial.host, "receiver", trial.receiver.key_file,
+                  lambda file_line: f"{endpoint}[keys]\n{file_line}{proof}")
     trial.host("a receiver that knows no key of the service", endpoint + file,
                "keys.services.tvservice is not configured")
     trial.host("a service's key that is none", f'{endpoint}{file}[keys.services]\ntvservice = "any"\n',
@@ -112,7 +115,8 @@ def try_host(trial):
 def try_all(net, services, receiver, judge):
     trial = Trial(net, services, receiver)
     clients = f'clients = ["{receiver.key}"]\n'
-    try_key_files(trial, clients)
+    try_key_files(trial.service, "service", services.key_file,
+                  lambda file_line: f"{SERVICE}[keys]\n{file_line}{clients}")
     try_service(trial, clients)
     try_port_in_use(trial, clients)
     try_host(trial)

@@ -94,10 +94,11 @@ class Network:
         self.use("near", MOVED_HOST)
         self.name_services(MOVED_HOST)
 
-    def listening(self):
-        """Where anybody listens on the services' host."""
-        return subprocess.run(["ip", "netns", "exec", self.services, "ss", "-Hltn"], check=True, text=True,
-                              stdout=subprocess.PIPE).stdout
+    @staticmethod
+    def listening(host):
+        """Where anybody listens there, a line each."""
+        return subprocess.run(["ip", "netns", "exec", host, "ss", "-Hltn"], check=True, text=True,
+                              stdout=subprocess.PIPE).stdout.splitlines()
 
     def end_far_link(self):
         """How many packets came over the far link, and how many of them it has lost."""

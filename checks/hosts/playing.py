@@ -104,5 +104,5 @@ def play_many(player, count, at_once, limit):
 
 
 def connect(host):
-    """Waits until a framework process has all its services; returns how long it took."""
-    return wait_until(lambda: all(one["connected"] for one in host.statistics().values()), "both services connected")
+    """Waits until a framework process has all its services."""
+    wait_until(lambda: all(one["connected"] for one in host.statistics().values()), "both services connected")

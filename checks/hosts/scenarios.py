@@ -4,6 +4,7 @@ import sys
 import time
 
 import network
+import strangers as crowds
 from playing import LIVE, MEDIA, Player, connect, percentile, play_many
 from programs import Failure, seconds_of, wait_until
 
@@ -12,7 +13,8 @@ HEARTBEAT = 0.9
 NOTICED = 3 * HEARTBEAT + 1
 CROWD_TRIPS = 1000
 QUEUE = 1024  # messages that may wait for a connection, as built in
-SERVICES = ("tvservice", "mmservice")
+PORTS = {"tvservice": 7401, "mmservice": 7402}
+LINES = 21  # a second of one kind: 20, and the one about the others
 
 
 class Stage:
@@ -27,13 +29,15 @@ class Stage:
     def start_host(self):
         self.host = self.receiver.start_host()
         self.player = Player(self.host)
-        return connect(self.host)
+        connect(self.host)
 
     def lasting(self):
         return {"TV service": self.tv_service, "MM service": self.mm_service, "framework process": self.host}
 
     def refused(self):
-        return self.tv_service.statistics()["tvservice"]["refused"]
+        """How many both services have turned away."""
+        return sum(service.statistics()[name]["refused"]
+                   for service, name in ((self.tv_service, "tvservice"), (self.mm_service, "mmservice")))
 
     def settle(self):
         """Until nothing is under way."""
@@ -49,7 +53,8 @@ def warm_up(stage):
     stage.player.wait([request], 10)
     stage.tv_service.ask("fault", "mute", "off")
     wait_until(lambda: stage.host.ask("runlog", "1"), "the run log has the drop")
-    come(stage, "keys", 200).wait()
+    for service in PORTS:
+        come(stage, "keys", 200, service).wait()
     stage.judge("requests dropped that a service has not answered", int(stage.player.dropped(request) is not None),
                 "requests", 1, 1)
 
@@ -145,48 +150,78 @@ def cut(stage, seconds, flood):
     stage.judge("messages of the cut that no counter has", flood + 2 - counted, "messages", 0, 0)
 
 
-def come(stage, kind, count):
-    """Strangers, from the receiver's host to the TV service."""
-    words = [kind, network.SERVICE_HOST, "7401", *([stage.services.key] if kind == "keys" else []), str(count)]
+def come(stage, kind, count, service="tvservice"):
+    """Strangers, from the receiver's host."""
+    words = [kind, network.SERVICE_HOST, str(PORTS[service]), str(count), stage.services.key]
     return subprocess.Popen([*stage.receiver.prefix, sys.executable, network.HERE / "strangers.py", *words])
 
 
+class Lines:
+    """Those that the services' logs have about strangers, from now on."""
+
+    def __init__(self, stage):
+        self.logs = [service.log for service in (stage.tv_service, stage.mm_service)]
+        for log in self.logs:
+            log.read()
+        self.begins = [len(log.lines) for log in self.logs]
+        self.begun = time.monotonic()
+
+    def judge(self, stage, what):
+        for log in self.logs:
+            log.read()
+        most = max(sum("turned away" in line["text"] for line in log.lines[begin:])
+                   for log, begin in zip(self.logs, self.begins))
+        if not most:
+            raise Failure(f"no log has a line about {what}")
+        seconds = int(time.monotonic() - self.begun) + 2  # of the clock, those included that are not whole
+        stage.judge(f"lines of a service's log about {what}, at most {LINES} a second", most, "lines", 0,
+                    LINES * seconds)
+
+
+def trips_among(stage, them, what):
+    """Round trips until those strangers have all been turned away."""
+    trips = round_trips(stage.player, lambda _: any(one.poll() is None for one in them))
+    if any(one.returncode != 0 for one in them):
+        raise Failure(f"{what}: they ended with {[one.returncode for one in them]}")
+    return trips
+
+
+def wait_for_refusals(stage, expected, what):
+    wait_until(lambda: stage.refused() >= expected, f"{what}: {stage.refused()} of {expected} refusals are counted", 15)
+
+
 def strangers(stage, count):
-    """Those with unknown keys and those without any, while others go on playing."""
+    """Those with unknown keys and those without any, as fast as they can come, while others go on playing."""
     begun = stage.refused()
     for number, (what, kind) in enumerate((("with unknown keys", "keys"), ("without keys", "plain")), 1):
-        them = come(stage, kind, count)
-        trips = round_trips(stage.player, lambda _, them=them: them.poll() is None)
-        if them.returncode != 0:
-            raise Failure(f"the strangers {what} ended with {them.returncode}")
-        expected = begun + number * count
-        wait_until(lambda all_of_them=expected: stage.refused() >= all_of_them,
-                   f"strangers {what}: {stage.refused()} of {expected} refusals are counted", 15)
-        stage.judge(f"plays while strangers {what} come", len(trips), "requests", 1)
-        stage.judge(f"round trip while strangers {what} come, p99", round(percentile(trips, 0.99) * 1e6), "us", 0,
-                    100_000)
+        lines = Lines(stage)
+        trips = trips_among(stage, [come(stage, kind, count)], what)
+        wait_for_refusals(stage, begun + number * count, what)
+        lines.judge(stage, f"strangers {what}")
+        stage.judge(f"plays while strangers {what} come as fast as they can", len(trips), "requests", 1)
+        stage.judge(f"round trip while strangers {what} come as fast as they can, p99",
+                    round(percentile(trips, 0.99) * 1e6), "us", 0, 100_000)
     stage.player.play_one()
     stage.judge("strangers refused and counted", stage.refused() - begun, "strangers", 2 * count, 2 * count)
     if stage.host.statistics()["tvservice"]["reconnects"] > 2:
         raise Failure("an honest connection was lost to strangers")
 
 
-def crowd(stage, rounds, count):
-    """Connections that come and say next to nothing, by the thousand; what an honest client notices of them."""
-    begun = stage.refused()
-    ratios = []
-    for _ in range(rounds):
-        quiet = round_trips(stage.player, lambda trips: len(trips) < CROWD_TRIPS)
-        them = come(stage, "silent", count)
-        among = round_trips(stage.player, lambda _, them=them: them.poll() is None)
-        if them.returncode != 0:
-            raise Failure(f"the silent strangers ended with {them.returncode}")
-        ratios.append(percentile(among, 0.99) / percentile(quiet, 0.99))
-    wait_until(lambda: stage.refused() >= begun + rounds * count, "all of the crowd are counted", 15)
-    stage.judge("silent connections refused and counted", stage.refused() - begun, "connections", rounds * count,
-                rounds * count)
-    stage.judge("round trip among silent connections, p99 beside that without them, median of the rounds",
-                round(percentile(ratios, 0.5) * 100), "%", 0, 200)
+def crowd(stage, rounds, seconds):
+    """Strangers of each kind that come to both services at an even pace; what an honest client notices of them."""
+    for kind, pace in crowds.PACES.items():
+        begun, lines, ratios = stage.refused(), Lines(stage), []
+        for _ in range(rounds):
+            quiet = round_trips(stage.player, lambda trips: len(trips) < CROWD_TRIPS)
+            them = [come(stage, kind, pace * seconds, service) for service in PORTS]
+            ratios.append(percentile(trips_among(stage, them, kind), 0.99) / percentile(quiet, 0.99))
+        expected = rounds * pace * seconds * len(PORTS)
+        wait_for_refusals(stage, begun + expected, kind)
+        stage.judge(f"crowd of strangers, {kind}: refused and counted", stage.refused() - begun, "connections",
+                    expected, expected)
+        stage.judge(f"crowd of strangers, {kind}: p99 beside that without them, median of the rounds",
+                    round(percentile(ratios, 0.5) * 100), "%", 0, 200)
+        lines.judge(stage, f"the crowd of strangers, {kind}")
 
 
 def round_trips(player, wanted):
@@ -208,7 +243,10 @@ def restarts(stage):
     stage.judge("play after the service's restart", round(stage.player.play_one() * 1e3), "ms", 0, 5000)
     connect(stage.host)
     stage.host.kill()
-    stage.judge("connections of a receiver that restarts", round(stage.start_host() * 1e3), "ms", 0, 5000)
+    begun = time.monotonic()
+    stage.start_host()
+    stage.judge("a receiver that restarts has its connections after", round((time.monotonic() - begun) * 1e3), "ms", 0,
+                5000)
     stage.player.play_one(uri=MEDIA)
     # Its old connections have ended before, and nothing is left of them.
     wait_until(lambda: stage.tv_service.log.find("disconnected"), "the service notices that the receiver was killed",

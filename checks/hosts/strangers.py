@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """Those who have no business at a service's port, one after the other and some at a time.
 
-usage: strangers.py keys HOST PORT SERVICE_KEY COUNT, clients whose own keys nobody has allowed, every fourth of which
-       expects another service's key; or
-       strangers.py plain HOST PORT COUNT, connections that speak something else, break off, or say nothing; or
-       strangers.py silent HOST PORT COUNT, connections that come at an even pace, say a byte or nothing, and stay.
+usage: strangers.py KIND HOST PORT COUNT SERVICE_KEY, where KIND is
+       keys, clients whose own keys nobody has allowed, every fourth of which expects another service's key;
+       plain, connections that speak something else, break off, or say nothing;
+       or one of those that come at an even pace: silent ones, who say a byte or nothing and stay; slow ones, who say
+       their greeting a byte at a time; garbage, who speak something else or break off; wrong-keys, as keys.
 
 Ends with 0 when every one of them was connected, and turned away or gone."""
 import ctypes
@@ -16,7 +17,8 @@ import sys
 import time
 
 AT_A_TIME = 50  # fewer than may wait to be accepted, so that none comes twice
-PER_SECOND = 250 # silent ones
+PACES = {"silent": 125, "slow": 25, "garbage": 50, "wrong-keys": 25}  # a second
+BYTE_PAUSE = 0.2 # seconds, between those of slow ones
 PATIENCE = 20   # seconds, for a connection, and for being turned away
 DEALER, PAIR = 5, 0
 LINGER, RECONNECT_IVL, RCVTIMEO = 17, 18, 27
@@ -89,14 +91,19 @@ class KeyStranger:
             self.zmq.check(self.zmq.lib.zmq_close(one))
 
 
-def with_keys(host, port, service_key, count):
+def with_keys(host, port, service_key, count, per_second=None):
+    """As fast as they can, or one after the other at an even pace."""
     zmq = Zmq()
     address = f"tcp://{host}:{port}".encode()
-    for begin in range(0, count, AT_A_TIME):
+    begun = time.monotonic()
+    at_a_time = 1 if per_second else AT_A_TIME
+    for begin in range(0, count, at_a_time):
         crowd = [KeyStranger(zmq, number, address, zmq.keys()[0] if number % 4 == 3 else service_key)
-                 for number in range(begin, min(begin + AT_A_TIME, count))]
+                 for number in range(begin, min(begin + at_a_time, count))]
         for stranger in crowd:
             stranger.wait()
+        if per_second:
+            time.sleep(max(0, begun + (begin + 1) / per_second - time.monotonic()))
 
 
 def greeting(mechanism):
@@ -139,30 +146,59 @@ def plain(host, port, count):
             stranger.close()
 
 
-def silent(host, port, count):
-    """Takes of the processors only what nobody else wants: it is to show what a crowd does to the service."""
-    os.sched_setscheduler(0, os.SCHED_IDLE, os.sched_param(0))
-    crowd = []
-    begun = time.monotonic()
-    for number in range(count):
-        stranger = socket.create_connection((host, port), PATIENCE)
-        if number % 2:
-            stranger.sendall(b"\xFF")
-        crowd.append(stranger)
-        time.sleep(max(0, begun + (number + 1) / PER_SECOND - time.monotonic()))
-    for stranger in crowd:
-        hear_out(stranger)
-        stranger.close()
+class Crowd:
+    """Those that come at an even pace."""
+
+    def __init__(self, kind, host, port):
+        self.kind, self.place = kind, (host, port)
+        self.source = random.Random(1)
+        self.members = {}  # and how many bytes they have said
+        self.trickles = 0
+
+    def add(self, number):
+        stranger = socket.create_connection(self.place, PATIENCE)
+        words = plain_words(number, self.source) if self.kind == "garbage" else b"\xFF" if number % 2 else b""
+        if self.kind != "slow" and words:
+            stranger.sendall(words)
+        self.members[stranger] = 0
+
+    def trickle(self):
+        """Another byte of everybody, for some of whom it is too late."""
+        words = greeting(b"CURVE")
+        for stranger, said in self.members.items():
+            try:
+                stranger.send(words[said:said + 1])
+            except OSError:
+                pass
+            self.members[stranger] = said + 1
+        self.trickles += 1
+
+    def come(self, count):
+        begun = time.monotonic()
+        for number in range(count):
+            self.add(number)
+            due = begun + (number + 1) / PACES[self.kind]
+            if self.kind == "slow" and due - begun > self.trickles * BYTE_PAUSE:
+                self.trickle()
+            time.sleep(max(0, due - time.monotonic()))
+        for stranger in self.members:
+            hear_out(stranger)
+            stranger.close()
 
 
 def main():
-    kind, host, port, *rest = sys.argv[1:]
+    kind, host, port, count, service_key = sys.argv[1:]
+    if kind in PACES:
+        # Only what nobody else wants of the processors: they are to show what a crowd does to the service.
+        os.sched_setscheduler(0, os.SCHED_IDLE, os.sched_param(0))
     if kind == "keys":
-        with_keys(host, int(port), rest[0].encode(), int(rest[1]))
+        with_keys(host, int(port), service_key.encode(), int(count))
+    elif kind == "wrong-keys":
+        with_keys(host, int(port), service_key.encode(), int(count), PACES[kind])
     elif kind == "plain":
-        plain(host, int(port), int(rest[0]))
+        plain(host, int(port), int(count))
     else:
-        silent(host, int(port), int(rest[0]))
+        Crowd(kind, host, int(port)).come(int(count))
 
 
 if __name__ == "__main__":
