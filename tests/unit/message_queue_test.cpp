@@ -145,6 +145,26 @@ TEST_F(MessageQueue, DropsWhatWaitsAtStop) {
     EXPECT_EQ(0u, atClient().queued);
 }
 
+TEST_F(MessageQueue, DeliversWhatAClientHasSentBeforeItStops) {
+    startBoth();
+    for (int i = 0; i < 100; ++i) sendText(*door, 1000, 'x');
+    client->stop();
+    const auto sent = atClient().sent;
+    client.reset();
+    EXPECT_GT(sent, 0u);
+    EXPECT_TRUE(eventually([&] { return serverInbox.size() == sent; })) << serverInbox.size() << " of " << sent;
+}
+
+TEST_F(MessageQueue, DeliversWhatAServiceHasSentBeforeItStops) {
+    startBoth();
+    for (int i = 0; i < 100; ++i) sendText(*offered, 1000, 'x');
+    server->stop();
+    const auto sent = atServer().sent;
+    server.reset();
+    EXPECT_GT(sent, 0u);
+    EXPECT_TRUE(eventually([&] { return clientInbox.size() == sent; })) << clientInbox.size() << " of " << sent;
+}
+
 TEST_F(MessageQueue, BindsAMessageOnlyOnce) {
     startServer();
     EXPECT_EQ(-17, offered->registerMessageHandler(numberMeta, &Inbox::onNumber, nullptr, numberTable));

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <netdb.h>
 #include <stdexcept>
+#include <thread>
 
 namespace queue_test {
 namespace {
@@ -183,10 +184,28 @@ TEST_F(BetweenHosts, GivesAConnectionOneStream) {
     support::RuthlessClient client(path);
     client.say(opening);
     EXPECT_EQ('O', client.hear());
-    client.say("E");
-    EXPECT_TRUE(log.waitFor(" left before its hello", 10s));
+    client.say("E"); // before it is shut down for staying on
     client.say(opening);
     EXPECT_EQ('E', client.hear());
+}
+
+// Its frames cost it nothing, and there is always another one.
+TEST_F(BetweenHosts, CountsStrangersWhileAClientSpeaksWithoutAPause) {
+    const host::LogCapture log({0x0202});
+    startServer();
+    support::RuthlessClient client(path);
+    client.say({'O', 1});
+    EXPECT_EQ('O', client.hear());
+    std::atomic<bool> enough{false};
+    std::thread speaker([&] {
+        while (!enough) client.say("P");
+    });
+    EXPECT_TRUE(eventually([&] { return atServer().refused > 0; }));
+    const auto before = atServer().refused;
+    for (int i = 0; i < 20; ++i) PlainPeer(remote->port).say("GET / HTTP/1.0\r\n\r\n");
+    EXPECT_TRUE(eventually([&] { return atServer().refused >= before + 20; })) << atServer().refused;
+    enough = true;
+    speaker.join();
 }
 
 // Else they would have all descriptors, and honest clients could not come.
@@ -270,7 +289,7 @@ TEST_F(BetweenHosts, NeedsAnAddressThatCanBe) {
                               "tcp://127.0.0.1:5570x", "tcp://127.0.0.1:-1", "tcp://::1:5570", "tcp://[::1:5570",
                               "tcp://127.0.0.1:0005570"}) {
         RemoteEndpoint::set("TVSA_ENDPOINT_TUNER", wrong);
-        const std::string why = "service tuner: not tcp://HOST:PORT: \"" + std::string(wrong) + '"';
+        const std::string why = "TVSA_ENDPOINT_TUNER: not tcp://HOST:PORT: \"" + std::string(wrong) + '"';
         EXPECT_EQ(serverComplaint(), why);
         EXPECT_EQ(clientComplaint(), why);
     }

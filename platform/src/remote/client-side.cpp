@@ -20,7 +20,8 @@ ClientSide::ClientSide(const Common& common, const std::string& address, const s
     : socket_(makeSocket(common, zmq::socket_type::dealer)),
       monitor_(common, socket_, kindsOfEvents),
       mailbox_(std::move(mailbox)),
-      deadline_(Clock::now() + attemptPatience) {
+      heartbeat_(common.heartbeat),
+      due_(Clock::now() + attemptPatience) {
     socket_.set(zmq::sockopt::curve_serverkey, serviceKey);
     socket_.set(zmq::sockopt::reconnect_ivl, -1); // a stream that broke is not the same stream again
     socket_.connect(address);
@@ -35,21 +36,28 @@ void ClientSide::collect(std::vector<zmq_pollitem_t>& items) {
 
 void ClientSide::handle(const zmq_pollitem_t* items) {
     if (polled_) link_->onSocket(pollEvents(items[2]));
-    // Before the events: what the peer has said comes before its end.
-    if ((items[0].revents & ZMQ_POLLIN) != 0) {
-        zmq::message_t message;
-        for (int i = 0; i < mostAtOnce && !isOver() && socket_.recv(message, zmq::recv_flags::dontwait); ++i)
-            onMessage(message);
-        return; // and once more, until there is no more
+    // What the peer has said comes before its end: what is reported by now is looked at after what was said by then.
+    drained_ = false;
+    zmq::message_t message;
+    for (int i = 0; i < mostAtOnce && !isOver() && !drained_; ++i) {
+        drained_ = !socket_.recv(message, zmq::recv_flags::dontwait);
+        if (!drained_) onMessage(message);
     }
-    if ((items[1].revents & ZMQ_POLLIN) == 0) return;
-    for (Event event = monitor_.next(); event.kind != 0 && !isOver(); event = monitor_.next()) onEvent(event);
+    if (drained_ && (items[1].revents & ZMQ_POLLIN) != 0) onEvent(monitor_.next());
 }
 
 void ClientSide::lookAfter(Clock::time_point now) {
-    if (now < deadline_) return;
-    deadline_ = Clock::time_point::max();
-    if (!link_) fail("no answer within 5 s");
+    if (now < due_) return;
+    due_ = now + heartbeat_;
+    if (!link_) return fail("no answer within 5 s");
+    link_->probe();
+    if (!link_->isOver()) return;
+    drained_ = false; // once more, as the peer may have spoken meanwhile
+    due_ = now;
+}
+
+void ClientSide::speakOut() {
+    if (link_) link_->drain();
 }
 
 bool ClientSide::send(FrameKind kind, const char* data, std::size_t size) noexcept {
@@ -66,7 +74,8 @@ void ClientSide::onEvent(const Event& event) {
             if (!send(FrameKind::Open, &protocolVersion, 1)) fail("the connection broke at once");
             break;
         case ZMQ_EVENT_HANDSHAKE_FAILED_AUTH:
-            return fail("it does not let this machine's key in");
+            return fail(event.value == cannotTell ? "it cannot tell now whether it lets this machine's key in"
+                                                  : "it does not let this machine's key in");
         case ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL:
             return fail("whoever is there has not the service's key");
         case ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL:
@@ -95,7 +104,7 @@ void ClientSide::onOpened(const char* data, std::size_t size) {
     auto [ours, theirs] = socketPair();
     mailbox_->put({std::move(theirs), {}});
     link_.emplace(std::move(ours), static_cast<Route&>(*this));
-    deadline_ = Clock::time_point::max();
+    due_ = Clock::now() + heartbeat_;
 }
 
 void ClientSide::fail(const std::string& reason) noexcept {
@@ -104,7 +113,7 @@ void ClientSide::fail(const std::string& reason) noexcept {
         if (!link_) mailbox_->put({io::FileDescriptor{}, reason});
         over_ = true;
     } catch (const std::exception&) { // no memory; somebody waits for the answer all the same
-        deadline_ = Clock::now() + 100ms;
+        due_ = Clock::now() + 100ms;
     }
 }
 

@@ -20,9 +20,12 @@ public:
 
     void collect(std::vector<zmq_pollitem_t>& items) override;
     void handle(const zmq_pollitem_t* items) override;
-    Clock::time_point due() const override { return deadline_; }
+    Clock::time_point due() const override { return due_; }
     void lookAfter(Clock::time_point now) override;
-    bool isOver() const override { return over_ || (link_ && link_->isOver()); }
+    bool isOver() const override {
+        return over_ || (link_ && link_->isOver() && (drained_ || !link_->mayStillSpeak()));
+    }
+    void speakOut() override;
     void onFault(const std::string& reason) override { fail(reason); }
 
 private:
@@ -36,9 +39,11 @@ private:
     zmq::socket_t socket_;
     Monitor monitor_; // ends before the socket
     const std::shared_ptr<Mailbox> mailbox_;
-    Clock::time_point deadline_;
+    const std::chrono::milliseconds heartbeat_;
+    Clock::time_point due_; // until there is a link, the end of the attempt
     std::optional<Link> link_;
-    bool polled_ = false; // whether the link's socket is among the items
+    bool polled_ = false;  // whether the link's socket is among the items
+    bool drained_ = false; // all that was there is received
     bool over_ = false;
 };
 

@@ -66,6 +66,7 @@ void Link::onFrame(FrameKind kind, const char* data, std::size_t size) {
             if (++probesHeard_ > mostProbes) breakRules("probed without a pause");
             return;
         case FrameKind::End:
+            saidEnd_ = true;
             return onPeerGone();
         case FrameKind::Open:
             return breakRules("opened twice");

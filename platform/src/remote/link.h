@@ -33,6 +33,8 @@ public:
     void probe();
 
     bool isOver() const { return over_ || (peerGone_ && arrived_.empty()); }
+    // Whether what the peer may have said and was not handed over yet is of any use: it is when it has only gone.
+    bool mayStillSpeak() const { return !over_ && !saidEnd_; }
     const std::string& fault() const { return fault_; } // of the peer; empty when it made none
 
 private:
@@ -52,7 +54,7 @@ private:
     bool socketReads_ = true;      // whether anybody will read what we write to it
     int idleProbes_ = 0;           // since the socket was closed without the peer taking what it has left
     int probesHeard_ = 0;          // since the last one of ours
-    bool peerGone_ = false, over_ = false;
+    bool peerGone_ = false, saidEnd_ = false, over_ = false;
     std::string fault_;
 };
 

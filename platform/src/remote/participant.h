@@ -20,6 +20,8 @@ public:
     // When it has to be looked after at the latest, whatever comes, and the looking.
     virtual Clock::time_point due() const = 0;
     virtual void lookAfter(Clock::time_point now) = 0;
+    // Before its end: sends what those on this machine have said already, as far as their peers let it.
+    virtual void speakOut() = 0;
     virtual bool isOver() const = 0;
     // One of the above threw, for want of something.
     virtual void onFault(const std::string& reason) = 0;

@@ -92,6 +92,7 @@ void Relay::stopServing(const std::string& address) {
         const auto service = std::find_if(services_.begin(), services_.end(),
                                           [&](const ServiceSide* side) { return side->address() == address; });
         if (service == services_.end()) return;
+        (*service)->speakOut();
         std::erase_if(participants_, [&](const auto& one) { return one.get() == *service; });
         services_.erase(service);
     });
@@ -115,6 +116,7 @@ void Relay::run() {
             std::this_thread::sleep_for(faultPause);
         }
     }
+    for (const auto& participant : participants_) participant->speakOut();
     // Their sockets are this thread's.
     services_.clear();
     participants_.clear();
@@ -152,7 +154,8 @@ void Relay::handle(std::size_t participant, const zmq_pollitem_t* items) {
     }
 }
 
-// Answers one question of the library in its form (ZAP 1.0).
+// Answers one question of the library in its form (ZAP 1.0). The library asks nothing more before it has its answer, so
+// there is one even without memory; what is sent for it is there before its first part is.
 void Relay::answerForKeys() {
     std::array<zmq::message_t, zapParts> question;
     std::size_t parts = 0;
@@ -162,19 +165,35 @@ void Relay::answerForKeys() {
         if (!doorkeeper_.recv(part, zmq::recv_flags::dontwait)) return;
         more = part.more();
     }
-    const auto& [version, id, domain, from, identity, mechanism, clientKey] = question;
-    std::array<char, 41> key{};
-    bool known = false;
-    if (parts == zapParts && mechanism.to_string() == "CURVE" && clientKey.size() == keyBytes) {
-        zmq_z85_encode(key.data(), static_cast<const std::uint8_t*>(clientKey.data()), keyBytes);
-        const auto service = std::find_if(
-            services_.begin(), services_.end(),
-            [&, wanted = domain.to_string()](const ServiceSide* side) { return side->service() == wanted; });
-        known = service != services_.end() && (*service)->lets(key.data(), from.to_string());
+    auto& [version, id, domain, from, identity, mechanism, clientKey] = question;
+    std::string verdict = "400";
+    zmq::message_t user;
+    try {
+        std::array<char, 41> key{};
+        if (parts == zapParts && mechanism.to_string_view() == "CURVE" && clientKey.size() == keyBytes) {
+            zmq_z85_encode(key.data(), static_cast<const std::uint8_t*>(clientKey.data()), keyBytes);
+            ServiceSide* const service = serviceNamed(domain.to_string());
+            if (service && service->lets(key.data(), from.to_string())) {
+                user.rebuild(key.data(), key.size() - 1);
+                verdict = "200";
+            }
+        }
+    } catch (const std::exception& error) { // no memory
+        verdict = std::to_string(cannotTell);
+        REMOTE_LOG_LIMITED(vdlDebugFailure, "whether to let a client in cannot be told: %s\n", error.what());
     }
-    const std::string answer[] = {"1.0", id.to_string(), known ? "200" : "400", "", known ? key.data() : ""};
-    for (const auto& part : answer) doorkeeper_.send(zmq::buffer(part), zmq::send_flags::sndmore);
+    doorkeeper_.send(zmq::str_buffer("1.0"), zmq::send_flags::sndmore);
+    doorkeeper_.send(id, zmq::send_flags::sndmore);
+    doorkeeper_.send(zmq::buffer(verdict), zmq::send_flags::sndmore);
+    doorkeeper_.send(zmq::message_t(), zmq::send_flags::sndmore);
+    doorkeeper_.send(user, zmq::send_flags::sndmore);
     doorkeeper_.send(zmq::message_t(), zmq::send_flags::none);
+}
+
+ServiceSide* Relay::serviceNamed(const std::string& name) const {
+    const auto service = std::find_if(services_.begin(), services_.end(),
+                                      [&](const ServiceSide* side) { return side->service() == name; });
+    return service == services_.end() ? nullptr : *service;
 }
 
 } // namespace host::remote

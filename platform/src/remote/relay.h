@@ -24,7 +24,9 @@ class Relay {
 public:
     // Throws std::runtime_error.
     Relay(const KeyPair& keys, std::chrono::milliseconds heartbeat);
-    ~Relay(); // ends all streams; what they have sent is still under way for a moment
+    // Ends all streams. What they have taken is still sent, as far as each one's credit goes, and has half a second to
+    // get out.
+    ~Relay();
 
     // One attempt, of which the mailbox will have a stream or a reason. findAddress runs on a thread of its own, as it
     // may have to ask for a name, and may throw the reason.
@@ -35,7 +37,7 @@ public:
     // had.
     std::string serve(const std::string& service, const std::string& address, const std::set<std::string>& clientKeys,
                       std::shared_ptr<Mailbox> mailbox);
-    // Gives the address up, and ends the clients' streams.
+    // Gives the address up, and ends the clients' streams, as above.
     void stopServing(const std::string& address);
 
 private:
@@ -44,6 +46,7 @@ private:
     void begin(const std::string& address, const std::string& serviceKey, const std::shared_ptr<Mailbox>& mailbox);
     void handle(std::size_t participant, const zmq_pollitem_t* items);
     void answerForKeys();
+    ServiceSide* serviceNamed(const std::string& name) const;
     // On the thread; waits until it is done, and what it throws is thrown here.
     void orderAndWait(const std::function<void()>& what);
 

@@ -6,6 +6,7 @@
 #include "remote/participant.h"
 #include "remote/sockets.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <deque>
 #include <map>
@@ -29,8 +30,9 @@ public:
 
     void collect(std::vector<zmq_pollitem_t>& items) override;
     void handle(const zmq_pollitem_t* items) override;
-    Clock::time_point due() const override { return due_; }
+    Clock::time_point due() const override { return std::min(probeDue_, leaveDue_); }
     void lookAfter(Clock::time_point now) override;
+    void speakOut() override;
     bool isOver() const override { return false; }
     void onFault(const std::string& reason) override;
 
@@ -51,18 +53,29 @@ private:
         int descriptor;
         bool madeWay = false;
     };
+    // A connection that has asked for a stream.
+    struct Opened {
+        std::string identity;
+        bool hasStream = true;
+        Clock::time_point leaveBy = Clock::time_point::max(); // the client's, when it has none any more
+    };
 
     bool sendTo(const std::string& identity, FrameKind kind, const char* data, std::size_t size) noexcept;
     bool receive();
     void onFrame(const std::string& identity, const zmq::message_t& frame);
     void open(const std::string& identity, const zmq::message_t& frame);
+    void turnAway(int descriptor, const std::string& identity, const std::string& key, const std::string& why);
+    void takeEvents();
     void onEvent(const Event& event);
     void onEnd(int descriptor);
     void refuse(const std::string& reason);
     void forgetReasonsOfNobody();
     void makeRoomForOthers();
+    void shutDown(int descriptor);
     bool isOwnConnection(int descriptor) const;
     void forgetThoseWhoLeft();
+    void askToLeave(Opened& opened);
+    void shutDownThoseWhoStay(Clock::time_point now);
 
     const std::string service_;
     const std::chrono::milliseconds heartbeat_;
@@ -72,13 +85,16 @@ private:
     zmq::socket_t socket_;
     Monitor monitor_;                                        // ends before the socket
     std::map<std::string, std::unique_ptr<Client>> clients_; // by identity
-    // Of connections that had a stream and whose end is not reported yet: identities by descriptor, which two may share
+    bool drained_ = false;                                   // all that was there is received
+    std::deque<Event> events_;                               // taken from the monitor
+    // Of connections that have asked for a stream and whose end is not reported yet, by descriptor, which two may share
     // when the first has ended already.
-    std::multimap<int, std::string> opened_;
+    std::multimap<int, Opened> opened_;
     std::deque<Accepted> accepted_; // connections whose beginning has been reported and whose end has not, in order
     std::deque<std::string> whyRefused_; // what was wrong with strangers' connections that will be reported as ended
-    Clock::time_point due_;
-    int probes_ = 0; // to come soon, as somebody has left
+    Clock::time_point probedAt_, probeDue_;
+    int probes_ = 0;                                        // to come soon, as somebody has left
+    Clock::time_point leaveDue_ = Clock::time_point::max(); // of the first that has to leave
 };
 
 } // namespace host::remote

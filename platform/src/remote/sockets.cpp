@@ -11,9 +11,11 @@ using namespace std::chrono_literals;
 
 constexpr auto handshakePatience = 3s; // for a peer to prove its key
 constexpr auto connectPatience = 2s;   // for its host to answer at all
-constexpr auto lastWords = 500ms;      // for what is under way when a socket is closed
-// Credit bounds the bytes; this bounds the frames, which a peer that keeps to its credit never reaches.
-constexpr int mostFrames = 2 * window / frameCost;
+// Credit bounds the bytes; these bound the frames, which a peer that keeps to its credit never reaches.
+constexpr int mostToSend = 2 * window / frameCost;
+// Nor does one that does not: it is shut down before. The library would stop reading, and it fails an assertion of its
+// own when a connection breaks meanwhile.
+constexpr int mostToReceive = 1 << 20;
 
 int milliseconds(std::chrono::milliseconds time) { return static_cast<int>(time.count()); }
 
@@ -23,8 +25,8 @@ zmq::socket_t makeSocket(const Common& common, zmq::socket_type type) {
     zmq::socket_t socket(common.context, type);
     socket.set(zmq::sockopt::curve_publickey, common.keys.publicKey);
     socket.set(zmq::sockopt::curve_secretkey, common.keys.secretKey);
-    socket.set(zmq::sockopt::sndhwm, mostFrames);
-    socket.set(zmq::sockopt::rcvhwm, mostFrames);
+    socket.set(zmq::sockopt::sndhwm, mostToSend);
+    socket.set(zmq::sockopt::rcvhwm, mostToReceive);
     socket.set(zmq::sockopt::maxmsgsize, static_cast<std::int64_t>(longestData + frameCost));
     socket.set(zmq::sockopt::linger, milliseconds(lastWords));
     socket.set(zmq::sockopt::handshake_ivl, milliseconds(handshakePatience));

@@ -13,6 +13,10 @@
 
 namespace host::remote {
 
+constexpr auto lastWords = std::chrono::milliseconds(500); // for what is under way when a stream is over
+// The doorkeeper's word to the library, and the library's to both sides, when it cannot say whether a key is known.
+constexpr std::uint32_t cannotTell = 500;
+
 // What all connections of a process share.
 struct Common {
     zmq::context_t& context;
