@@ -11,7 +11,6 @@ from programs import Failure, seconds_of, wait_until
 # In seconds. What is cut right after a sign of life is noticed after four of them; so there is a little time left.
 HEARTBEAT = 0.9
 NOTICED = 3 * HEARTBEAT + 1
-CROWD_TRIPS = 1000
 QUEUE = 1024  # messages that may wait for a connection, as built in
 PORTS = {"tvservice": 7401, "mmservice": 7402}
 LINES = 21  # a second of one kind: 20, and the one about the others
@@ -180,7 +179,7 @@ class Lines:
 
 def trips_among(stage, them, what):
     """Round trips until those strangers have all been turned away."""
-    trips = round_trips(stage.player, lambda _: any(one.poll() is None for one in them))
+    trips = round_trips(stage.player, lambda: any(one.poll() is None for one in them))
     if any(one.returncode != 0 for one in them):
         raise Failure(f"{what}: they ended with {[one.returncode for one in them]}")
     return trips
@@ -212,7 +211,8 @@ def crowd(stage, rounds, seconds):
     for kind, pace in crowds.PACES.items():
         begun, lines, ratios = stage.refused(), Lines(stage), []
         for _ in range(rounds):
-            quiet = round_trips(stage.player, lambda trips: len(trips) < CROWD_TRIPS)
+            end = time.monotonic() + seconds
+            quiet = round_trips(stage.player, lambda end=end: time.monotonic() < end)
             them = [come(stage, kind, pace * seconds, service) for service in PORTS]
             ratios.append(percentile(trips_among(stage, them, kind), 0.99) / percentile(quiet, 0.99))
         expected = rounds * pace * seconds * len(PORTS)
@@ -227,7 +227,7 @@ def crowd(stage, rounds, seconds):
 def round_trips(player, wanted):
     """Those of requests that are played as long as more are wanted."""
     trips = []
-    while wanted(trips):
+    while wanted():
         requests, answers = play_many(player, 20, 20, 60)
         if len(answers) != len(requests):
             raise Failure(f"{len(answers)} answers to {len(requests)} requests")
