@@ -158,15 +158,40 @@ template <class Act> bool getsThroughWith(long n, const Act& act) {
     }
 }
 
+// From an allocation on all fail, or that one alone.
+enum class Shortage { Lasting, Passing };
+
+// What became of a call: whether it got through, and whether it had to do without memory.
+struct Run {
+    bool through, metOne;
+};
+template <class Act> Run runShortAfter(long allocations, Shortage shortage, const Act& act) {
+    passing = shortage == Shortage::Passing;
+    const long before = allocationsFailed;
+    const bool through = getsThroughWith(allocations, act);
+    passing = false;
+    return {through, allocationsFailed != before};
+}
+
+inline const char* textOf(Shortage shortage) {
+    return shortage == Shortage::Passing ? " allocations and all but the next" : " allocations";
+}
+
 // Calls act with memory for 0, 1, 2 ... allocations until it gets through; after each failure afterwards, which is to
 // find everything as it was. Returns how often it failed.
-template <class Act, class Afterwards> long failAtEveryAllocation(const Act& act, const Afterwards& afterwards) {
+template <class Act, class Afterwards>
+long failAtEveryAllocation(const Act& act, const Afterwards& afterwards, Shortage shortage = Shortage::Lasting) {
     constexpr long tooMany = 10000;
     for (long allocations = 0; allocations < tooMany; ++allocations) {
-        if (getsThroughWith(allocations, act)) return allocations;
+        const Run run = runShortAfter(allocations, shortage, act);
+        if (run.through) {
+            if (run.metOne && shortage == Shortage::Passing)
+                ADD_FAILURE() << "it can do without allocation " << allocations << ", and the later ones did not fail";
+            return allocations;
+        }
         afterwards();
         if (testing::Test::HasFailure()) { // said here: a trace around it would be memory that is held
-            ADD_FAILURE() << "with memory for " << allocations << " allocations";
+            ADD_FAILURE() << "with memory for " << allocations << textOf(shortage);
             return allocations;
         }
     }
@@ -174,27 +199,19 @@ template <class Act, class Afterwards> long failAtEveryAllocation(const Act& act
     return tooMany;
 }
 
-// From an allocation on all fail, or that one alone.
-enum class Shortage { Lasting, Passing };
-
 // Calls act in a shortage that begins after 0, 1, 2 ... allocations until it meets none; what may do its work without
 // what it did not get. After each call afterwards(whether it got through). Returns how often it met a shortage.
 template <class Act, class Afterwards>
 long runShortAtEveryAllocation(Shortage shortage, const Act& act, const Afterwards& afterwards) {
     constexpr long tooMany = 10000;
     for (long allocations = 0; allocations < tooMany; ++allocations) {
-        passing = shortage == Shortage::Passing;
-        const long before = allocationsFailed;
-        const bool through = getsThroughWith(allocations, act);
-        passing = false;
-        const bool met = allocationsFailed != before;
-        afterwards(through);
+        const Run run = runShortAfter(allocations, shortage, act);
+        afterwards(run.through);
         if (testing::Test::HasFailure()) {
-            ADD_FAILURE() << "with memory for " << allocations << " allocations, then "
-                          << (shortage == Shortage::Passing ? "for all but one" : "for none");
+            ADD_FAILURE() << "with memory for " << allocations << textOf(shortage);
             return allocations;
         }
-        if (!met) return allocations;
+        if (!run.metOne) return allocations;
     }
     ADD_FAILURE() << "it never meets enough memory";
     return tooMany;
@@ -216,8 +233,8 @@ long runShortAtEveryAllocation(Shortage shortage, const Act& act, const Afterwar
 [[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { support::giveBack(block); }
 [[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { support::giveBack(block); }
 
-// Between the library's callers, itself among them, and its function of this name.
-[[gnu::noinline]] void* vdlFlatAlloc(std::size_t size) {
+// Between the library's callers and its function of this name; visible, so that the library calls it, too.
+[[gnu::noinline, gnu::visibility("default")]] void* vdlFlatAlloc(std::size_t size) {
     static const auto real = [] {
         const support::EnoughMemory forTheLookUp;
         return reinterpret_cast<void* (*)(std::size_t)>(

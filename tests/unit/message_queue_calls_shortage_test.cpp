@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <memory>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -19,18 +20,19 @@ using queue_test::messages;
 using queue_test::numberMeta;
 using queue_test::numberTable;
 using support::failAtEveryAllocation;
+using support::Shortage;
 
 std::size_t descriptors() {
     return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
 // Before its receiving thread has started, and while that runs.
-class QueueCalls : public queue_test::MessageQueue, public testing::WithParamInterface<bool> {
+class QueueCalls : public queue_test::MessageQueue, public testing::WithParamInterface<std::tuple<bool, Shortage>> {
 protected:
     void SetUp() override {
         startServer();
         client = std::make_unique<host::MessageQueue>(limits);
-        if (GetParam()) client->start();
+        if (std::get<0>(GetParam())) client->start();
         client->withdraw(connect()); // the first door takes descriptors for all
         atRest = descriptors();
     }
@@ -39,6 +41,9 @@ protected:
         EXPECT_EQ(descriptors(), atRest);
     }
     frame::OmqIOModule& connect() { return client->connectTo("tuner", messages, 64, nullptr); }
+    template <class Act, class Afterwards> static long failEverywhere(const Act& act, const Afterwards& afterwards) {
+        return failAtEveryAllocation(act, afterwards, std::get<1>(GetParam()));
+    }
     static int ignore(const frame::MsgMeta&, const frame::TransportInfo&, const void*, void*) { return 0; }
 
     const host::LogCapture quiet{{0x0202}};
@@ -56,11 +61,11 @@ TEST_P(QueueCalls, MakeNoQueueOrAWholeOne) {
         EXPECT_EQ(support::blocksHeld, blocks);
         EXPECT_EQ(descriptors(), atRest);
     };
-    EXPECT_GT(failAtEveryAllocation(make, nothingLeft), 1);
+    EXPECT_GT(failEverywhere(make, nothingLeft), 1);
 }
 
 TEST_P(QueueCalls, MakeNoDoorOrAWholeOne) {
-    EXPECT_GT(failAtEveryAllocation([this] { door = &connect(); }, [this] { expectNoDoor(); }), 1);
+    EXPECT_GT(failEverywhere([this] { door = &connect(); }, [this] { expectNoDoor(); }), 1);
     client->open(*door);
     client->start();
     EXPECT_TRUE(honestClientServed());
@@ -72,7 +77,7 @@ TEST_P(QueueCalls, OfferNoServiceOrAWholeOne) {
         expectNoDoor();
         EXPECT_FALSE(std::filesystem::exists(folder + "/radio.sock"));
     };
-    EXPECT_GT(failAtEveryAllocation(serve, nothingOffered), 1);
+    EXPECT_GT(failEverywhere(serve, nothingOffered), 1);
     client->start();
     const queue_test::RawPeer peer(folder + "/radio.sock");
     EXPECT_EQ(queue_test::RawPeer(folder + "/radio.sock").hear(helloSize).size(), helloSize);
@@ -84,7 +89,7 @@ TEST_P(QueueCalls, OpenAllDoorsOrNone) {
         for (const auto& counters : client->statistics()) EXPECT_FALSE(counters.connected);
         EXPECT_EQ(descriptors(), atRest);
     };
-    EXPECT_GT(failAtEveryAllocation([&] { client->open(doors); }, noneOpen), 0);
+    EXPECT_GT(failEverywhere([&] { client->open(doors); }, noneOpen), 0);
     client->start();
     EXPECT_TRUE(eventually([this] {
         const auto counters = client->statistics();
@@ -96,7 +101,7 @@ TEST_P(QueueCalls, BindAHandlerOrNone) {
     door = &connect();
     int result = 1;
     const auto bind = [&] { result = door->registerMessageHandler(numberMeta, ignore, nullptr, numberTable); };
-    EXPECT_GT(failAtEveryAllocation(bind, [] {}), 0);
+    EXPECT_GT(failEverywhere(bind, [] {}), 0);
     EXPECT_EQ(result, 0); // what had failed has not bound it
     EXPECT_EQ(door->registerMessageHandler(numberMeta, ignore, nullptr, numberTable), -17);
 }
@@ -104,15 +109,14 @@ TEST_P(QueueCalls, BindAHandlerOrNone) {
 TEST_P(QueueCalls, StartOrCanStartLater) {
     door = &connect();
     client->open(*door);
-    failAtEveryAllocation([this] { client->start(); }, [] {});
+    failEverywhere([this] { client->start(); }, [] {});
     EXPECT_TRUE(honestClientServed());
 }
 
 TEST_P(QueueCalls, TellStatisticsOrNothing) {
     connect();
     std::vector<frame::IOStatistics> counters;
-    EXPECT_GT(failAtEveryAllocation([&] { counters = client->statistics(); }, [&] { EXPECT_TRUE(counters.empty()); }),
-              0);
+    EXPECT_GT(failEverywhere([&] { counters = client->statistics(); }, [&] { EXPECT_TRUE(counters.empty()); }), 0);
     EXPECT_EQ(counters.size(), 1U);
 }
 
@@ -121,11 +125,12 @@ TEST_P(QueueCalls, StopWithoutMemory) {
     client->open(*door);
     client->start();
     ASSERT_TRUE(honestClientServed());
-    EXPECT_EQ(failAtEveryAllocation([this] { client->stop(); }, [] {}), 0);
+    EXPECT_EQ(failEverywhere([this] { client->stop(); }, [] {}), 0);
     EXPECT_EQ(queue_test::sendNumber(*door, 1), -108);
 }
 
-INSTANTIATE_TEST_SUITE_P(WithAndWithoutAThread, QueueCalls, testing::Bool());
+INSTANTIATE_TEST_SUITE_P(WithAndWithoutAThread, QueueCalls,
+                         testing::Combine(testing::Bool(), testing::Values(Shortage::Lasting, Shortage::Passing)));
 
 using QueueToAll = queue_test::MessageQueue;
 
