@@ -49,16 +49,17 @@ Measure::Measure() : firstStep_(steps), flatBytes_(host::flatHeapUsage().bytes) 
 }
 Measure::~Measure() { counting = false; }
 
-void Measure::check(const std::string& what, std::size_t inputSize, std::size_t fixedBytes,
-                    std::uint64_t stepsPerByte) {
+void Measure::check(const std::string& what, std::size_t inputSize, std::size_t resultBytes, std::uint64_t stepsPerByte,
+                    std::uint64_t resultSteps) {
     const Pause pause;
     const std::uint64_t used = steps - firstStep_;
     const std::uint64_t flat = host::flatHeapUsage().bytes;
     const std::uint64_t memory = static_cast<std::uint64_t>(mostBytes) + (flat > flatBytes_ ? flat - flatBytes_ : 0);
     const auto of = " of an input of " + std::to_string(inputSize) + " bytes";
-    expect(memory <= fixedBytes + 4096 + 4 * std::uint64_t{inputSize},
+    expect(memory <= resultBytes + 4096 + 4 * std::uint64_t{inputSize},
            what + of + " takes " + std::to_string(memory) + " bytes of memory");
-    expect(used <= 1000 + stepsPerByte * inputSize, what + of + " takes " + std::to_string(used) + " steps");
+    expect(used <= 1000 + resultSteps + stepsPerByte * inputSize,
+           what + of + " takes " + std::to_string(used) + " steps");
 }
 
 Pause::Pause() : former_(counting), steps_(steps) { counting = false; }

@@ -16,9 +16,10 @@ public:
     Measure(const Measure&) = delete;
     Measure& operator=(const Measure&) = delete;
 
-    // Ends the process unless at most fixedBytes + 4 KiB + 4 bytes for each of the input's have been in use, and at
-    // most 1000 steps + stepsPerByte for each of the input's done.
-    void check(const std::string& what, std::size_t inputSize, std::size_t fixedBytes, std::uint64_t stepsPerByte);
+    // Ends the process unless at most 4 KiB + 4 bytes for each of the input's have been in use, and at most 1000 steps
+    // + stepsPerByte for each of the input's done; both beside what the result takes by its nature.
+    void check(const std::string& what, std::size_t inputSize, std::size_t resultBytes, std::uint64_t stepsPerByte,
+               std::uint64_t resultSteps = 0);
 
 private:
     std::uint64_t firstStep_;

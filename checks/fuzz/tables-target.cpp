@@ -81,6 +81,66 @@ private:
     std::vector<std::vector<vdl::EndianEntry>> entries_;
 };
 
+// What compiling a table puts into plans, and looks at, until it ends or refuses: inline records are dissolved, so a
+// table that is named twice is there twice.
+class Work {
+public:
+    explicit Work(const vdl::EndianTable& table) { compile(table, 0); }
+
+    std::size_t steps = 0, scalars = 0; // of all plans
+    std::size_t entries = 0;
+
+private:
+    struct Done {
+        std::size_t steps = 0, scalars = 0;
+        unsigned depth = 0;
+    };
+
+    // What one table's plan has, or nothing when it is refused.
+    const Done* compile(const vdl::EndianTable& table, unsigned level) {
+        if (const auto known = done_.find(&table); known != done_.end()) return &known->second;
+        if (level > deepest || !table.entries) return nullptr;
+        Done own;
+        if (&table == &__vdl_EndianTable_vdlDeserString_t) {
+            put(own, 1, 0);
+            return &done_.emplace(&table, own).first->second;
+        }
+        std::uint64_t end = 0;
+        for (auto* entry = table.entries; entry->arg.word != vdl::EndianEntry::terminator; ++entry) {
+            ++entries;
+            if (entry->offset < end || entry == table.entries + mostEntries) return nullptr;
+            std::uint64_t size = entry->kind;
+            if (entry->kind == vdl::EndianNested || entry->kind == vdl::EndianSequence) {
+                if (!entry->arg.table) return nullptr;
+                const Done* inner = compile(*entry->arg.table, level + 1);
+                if (!inner || inner->depth == deepest) return nullptr;
+                own.depth = std::max(own.depth, inner->depth + 1);
+                const bool nested = entry->kind == vdl::EndianNested;
+                size = nested ? entry->arg.table->size : 8;
+                if (nested ? entry->offset + size > table.size : entry->arg.table->size == 0) return nullptr;
+                put(own, nested ? inner->steps : 1, nested ? inner->scalars : 0);
+            } else if (entry->kind == vdl::EndianScalar2 || entry->kind == vdl::EndianScalar4) {
+                put(own, 0, 1);
+            } else if (entry->kind != vdl::EndianScalar1) {
+                return nullptr;
+            }
+            end = entry->offset + size;
+            if (end > table.size) return nullptr;
+        }
+        return &done_.emplace(&table, own).first->second;
+    }
+    void put(Done& own, std::size_t moreSteps, std::size_t moreScalars) {
+        own.steps += moreSteps;
+        own.scalars += moreScalars;
+        steps += moreSteps;
+        scalars += moreScalars;
+    }
+
+    static constexpr unsigned deepest = 16;
+    static constexpr std::ptrdiff_t mostEntries = 4096;
+    std::unordered_map<const vdl::EndianTable*, Done> done_;
+};
+
 void checkPlan(const host::Plan& plan) {
     std::uint64_t end = 0;
     for (const auto& step : plan.steps) {
@@ -121,6 +181,7 @@ void tables(Input input) {
     Source source(input);
     const Tables tables(source);
     const host::Plan* plan = nullptr;
+    const Work work(tables.first());
     generated::Compiler compiler;
     Measure measure;
     try {
@@ -129,12 +190,11 @@ void tables(Input input) {
         const Pause pause;
         expect(std::string(error.what()).starts_with("endian table: "), error.what());
     }
-    // A plan's lists grow with the fields of its record, inline records dissolved, and not with the table: a table that
-    // is named twice is there twice. Fields do not overlap and begin below 64 KiB in each of the tables around them, so
-    // that a plan has 32768 scalars or 8192 steps at most for each level, at 8 and 16 bytes; a list that grows has the
-    // former one beside it. As many steps are done.
-    constexpr std::size_t fields = mostTables * mostTables * 32768;
-    measure.check("compiling a table", input.size() + fields, 0, 64);
+    // A list that grows has the former one, of half its size, beside it.
+    const std::size_t bytes = 3 * (work.steps * sizeof(host::Plan::Step) + work.scalars * sizeof(host::Plan::Scalar));
+    const std::size_t parts = work.entries + work.steps + work.scalars;
+    // A refusal tells the way to the entry, a piece for each table on it.
+    measure.check("compiling a table", input.size(), bytes, 64, 128 * parts);
     const Pause pause;
     if (!plan) return;
     checkPlan(*plan);
