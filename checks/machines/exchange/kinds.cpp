@@ -1,5 +1,6 @@
 #include "kinds.h"
 
+#include "last-answer.h"
 #include "tvservice/downloads.h"
 #include "tvservice/emit.h"
 
@@ -18,8 +19,6 @@ namespace {
 
 using namespace tvservice;
 namespace messages = tvservice::messages;
-
-constexpr int firstLast = 1'000'000'000; // above it, numbers of no channel
 
 // The adapter's method for a request.
 template <class Message> struct Forwarder;
@@ -96,6 +95,7 @@ std::string sorted(genrpc::Json answer) {
 std::string certain(genrpc::Json answer, bool ownId) {
     for (auto& info : answer["infos"]) {
         info["result"] = 0;
+        info["uuidAncestor"] = "";
         if (!ownId && info["reqId"] != "") info["reqId"] = "of the manager";
     }
     return sorted(std::move(answer));

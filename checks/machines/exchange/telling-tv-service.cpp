@@ -1,0 +1,61 @@
+// In the place of tvserviced: tells every request with its arguments, and sends what it is told to.
+#include "last-answer.h"
+#include "telling.h"
+#include "tvservice/downloads.h"
+#include "tvservice/emit.h"
+
+#include <tvservice/messages.h>
+
+#include <tuple>
+#include <type_traits>
+
+namespace {
+
+namespace messages = tvservice::messages;
+
+class TellingTvService {
+public:
+    void offer() {
+        auto& door = sender_.offer(host::messageQueue(), tvservice::serviceName, tvservice::messageSet());
+#define TAKE(service, direction, Name, ...) exchange::takeAll<messages::Name>(door, *this);
+        TVSERVICE_REQUESTS(TAKE)
+#undef TAKE
+    }
+
+    template <class Message> void take(std::uint64_t client, const typename Message::Body::Arguments& arguments) {
+        if constexpr (std::is_same_v<Message, messages::TvServiceReq>) {
+            sender_.to<messages::TvServiceInfo>(
+                client, exchange::answersTo<tvservice::TvServiceInfo_t>(std::get<0>(arguments)));
+            return;
+        }
+        if constexpr (std::is_same_v<Message, messages::TvServiceStreamInfoReq>) {
+            const int number = std::get<0>(arguments).intParam1;
+            if (number >= exchange::firstLast) {
+                sender_.to<messages::TvServiceStreamInfo>(client, tvservice::TvServiceStreamInfo_t{number, ""});
+                return;
+            }
+        }
+        const auto json = [](const auto&... each) { return genrpc::textOf(genrpc::argumentsToJson<Message>(each...)); };
+        const std::string text = std::string(Message::name) + ' ' + std::apply(json, arguments);
+        sender_.to<messages::TvServiceNetworkChangeMsg>(client, tvservice::TvServiceNetworkChangeMessage_t{0, text});
+        if constexpr (std::is_same_v<Message, messages::RequestPackagesReq>) // whose end is waited for
+            sender_.to<messages::TvserviceOadStatusNotify>(
+                client, static_cast<tvservice::NotifyOadStatus_t>(services::Downloads::refused), std::string());
+    }
+
+    const services::Sender& sender() const { return sender_; }
+
+private:
+    services::Sender sender_;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    services::Program program("tvserviced", "A TV service that tells every request.");
+    if (const auto exitCode = program.parse(argc, argv)) return *exitCode;
+    TellingTvService service;
+    services::EmitCommand emit(service.sender());
+    program.addCommands([&](appovshell::Server& shell) { return emit.registerWith(shell); });
+    return program.run([&] { service.offer(); });
+}

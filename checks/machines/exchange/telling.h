@@ -1,0 +1,40 @@
+// Services that tell what they were asked, with every field as they have read it: all that a real one does not answer.
+#pragma once
+
+#include "common/program.h"
+#include "common/sender.h"
+
+#include <genrpc/json.h>
+#include <host/receiver.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace exchange {
+
+// Lets a door's messages of this kind call service.take<Message>(client, arguments), arguments being a tuple.
+template <class Message, class Service> void takeAll(frame::OmqIOModule& door, Service& service) {
+    const frame::MessageHandler handler = [](const frame::MsgMeta&, const frame::TransportInfo& transport,
+                                             const void* payload, void* context) {
+        static_cast<Service*>(context)->template take<Message>(transport.connection, Message::Body::read(payload));
+        return 0;
+    };
+    door.registerMessageHandler(Message::meta, handler, &service, *Message::table());
+}
+
+// The answers to requests to play and stop: each has the whole request in a field that is otherwise empty.
+template <class Info, class Request> std::vector<Info> answersTo(const std::vector<Request>& requests) {
+    std::vector<Info> infos;
+    for (const Request& request : requests) {
+        Info& info = infos.emplace_back();
+        info.terminal = request.terminal;
+        info.uri = request.uri;
+        info.uuid = request.uuid;
+        info.uuidAncestor = genrpc::toText(request);
+        info.reqId = request.reqId;
+    }
+    return infos;
+}
+
+} // namespace exchange
