@@ -12,20 +12,12 @@ namespace {
 using namespace std::chrono_literals;
 using receiver::ReceiverError;
 
-constexpr const char* live = "dvb://1.1.1";
-constexpr const char* media = "rtp://239.0.0.1:5004";
 constexpr auto freezing = 6s;
-// Long enough for a machine under load to strike while an answer is on its way.
-constexpr const char* answerDelay = "600";
 // A request is dropped at the first look after five seconds. Looks come every second, and one more request puts them
 // off by at most another one.
 constexpr std::chrono::milliseconds shortestWait = 5s, longestWait = 7500ms;
 constexpr auto endLimit = 16s; // of a request, for both of its phases
 constexpr auto nextPlayLimit = 1000ms;
-
-const char* answerTextOf(Part service) {
-    return service == Part::tvService ? "ResResponse::ResponseTV" : "ResResponse::ResponseMM";
-}
 
 template <class Duration> std::string inMs(Duration duration) {
     return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count()) + " ms";
@@ -42,8 +34,18 @@ Ordeal::Ordeal() {
     play("0:0", media);
     setFault(Part::tvService, {"mute", "on"});
     reqId_ = ask("0:0", live);
-    if (!waitForEnd()) throw ReceiverError("a request without an answer was finished");
+    if (!waitForEnd(reqId_)) throw ReceiverError("a request without an answer was finished");
+    clearFaults();
+    fillHistories();
     comeToRest();
+}
+
+// The control application keeps the newest thousand answers, and as many notifications. Until it has them it takes more
+// memory with everything that is played.
+void Ordeal::fillHistories() {
+    constexpr int kept = 1000, terminals = 5;
+    for (int i = 0; i < kept / terminals; ++i) reqId_ = ask("0:0,1:0,2:0,3:0,4:0", live);
+    awaitLine("finished req_id ", reqId_);
 }
 
 Outcome Ordeal::endure(const Situation& situation, unsigned number) {
@@ -58,119 +60,31 @@ Outcome Ordeal::endure(const Situation& situation, unsigned number) {
     log_.begin();
     earlier_ = play("0:0", uri_);
     reqId_.clear();
+    queued_.clear();
 
     comeTo();
+    const bool underWay = !reqId_.empty() && situation.moment != Moment::answered;
+    if (underWay) askOnOtherTerminals();
     strike();
-    Outcome outcome{0ms, isExact(), false};
-    if (situation.moment == Moment::beforeStop && situation.victim != Part::frameHost) reqId_ = ask("0:0", media);
+    Outcome outcome;
+    outcome.exact = isExact();
+    if (situation.moment == Moment::beforeStop && situation.victim != Part::frameHost) {
+        reqId_ = ask("0:0", media);
+        askOnOtherTerminals();
+    }
     recover();
     const auto returned = Clock::now();
-    const bool queued = number % 2 == 1;
-    if (!queued || reqId_.empty()) {
-        outcome.dropped = waitForEnd();
-        outcome.nextPlay = playNext(returned, false);
-    } else {
-        outcome.nextPlay = playNext(returned, true);
-        outcome.dropped = waitForEnd();
-    }
+    const bool atOnce = number % 2 == 1 && !reqId_.empty();
+    if (!atOnce) waitForEnds(outcome);
+    const std::string next = playNext(returned, atOnce, outcome);
     if (outcome.nextPlay > nextPlayLimit) throw ReceiverError("the next play took " + inMs(outcome.nextPlay));
     if (situation.fate == Fate::staleAnswers) kit_.waitForAnswers(earlier_, 2);
     comeToRest();
+    // Only now can nothing more come.
+    requireOneAnswer(next, "2:0", uri_);
+    for (const Queued& request : queued_)
+        if (!request.dropped) requireOneAnswer(request.id, request.terminal, request.uri);
     return outcome;
-}
-
-// ---- up to the moment ----
-
-void Ordeal::comeTo() {
-    const bool mute = situation_.fate == Fate::mute;
-    switch (situation_.moment) {
-        case Moment::beforeStop:
-            if (mute) setFault(partner_, {"mute", "on"});
-            return;
-        case Moment::stopAsked:
-            return comeToStopAsked();
-        case Moment::stopAnswered:
-            return comeToStopAnswered();
-        case Moment::startAsked:
-            return comeToStartAsked();
-        case Moment::answered:
-            reqId_ = play("0:0", media);
-            if (!mute) return;
-            setFault(partner_, {"mute", "on"});
-            reqId_ = ask("0:0", uri_);
-            return;
-        case Moment::firstExchange:
-            return comeToFirstExchange();
-    }
-}
-
-// Until its fate comes, the service answers nothing: for good when muteness is its fate, else for a while.
-void Ordeal::withholdAnswers() {
-    if (situation_.fate == Fate::mute)
-        setFault(partner_, {"mute", "on"});
-    else
-        setFault(partner_, {"delay", answerDelay});
-}
-
-void Ordeal::comeToStopAsked() {
-    withholdAnswers();
-    const auto before = receivedBy(partner_);
-    reqId_ = ask("0:0", media);
-    awaitLine("Sending reqid ", reqId_, ", ResOperation::SendingStop");
-    awaitReceived(partner_, before + 1);
-}
-
-// The other service takes its time, so that the request goes no further.
-void Ordeal::comeToStopAnswered() {
-    setFault(other_, {"delay", answerDelay});
-    reqId_ = ask("0:0", media);
-    awaitLine("Receiving req_id ", reqId_, std::string(",ResOperation::WaitingStop,") + answerTextOf(partner_));
-    if (situation_.fate == Fate::mute) setFault(partner_, {"mute", "on"});
-}
-
-void Ordeal::comeToStartAsked() {
-    const bool mute = situation_.fate == Fate::mute, stopsFirst = partner_ == Part::mmService;
-    if (mute && stopsFirst) {
-        comeToStopAnswered();
-        return awaitLine("Sending reqid ", reqId_, ", ResOperation::SendingStart");
-    }
-    withholdAnswers();
-    const auto before = receivedBy(partner_);
-    reqId_ = ask("0:0", uri_);
-    awaitLine("Sending reqid ", reqId_, ", ResOperation::SendingStart");
-    awaitReceived(partner_, before + (stopsFirst ? 2 : 1));
-}
-
-// The service stands still from before the connection is made, so that nothing answers the client's greeting.
-void Ordeal::comeToFirstExchange() {
-    kit_.kill(partner_);
-    reqId_ = ask("0:0", media);
-    if (situation_.fate == Fate::babbling) {
-        const std::string& hello = partner_ == Part::tvService ? tvHello_ : mmHello_;
-        return impersonate(socketOf(partner_), hello.substr(0, hello.size() / 2) + garbage(partner_, 0));
-    }
-    kit_.freeze(Part::frameHost);
-    kit_.start(partner_);
-    if (situation_.fate == Fate::mute) setFault(partner_, {"mute", "on"});
-    kit_.freeze(partner_);
-    kit_.thaw(Part::frameHost);
-    await([&] { return hasClient(kit_.processId(partner_), socketOf(partner_)); }, "a client's connection");
-}
-
-// Whether the request is still where it was when it happened.
-bool Ordeal::isExact() {
-    if (hostEnds()) return true; // nothing is said of it any more
-    switch (situation_.moment) {
-        case Moment::stopAsked:
-            return log_.about("Receiving req_id ", reqId_ + ",ResOperation::WaitingStop," + answerTextOf(partner_)) ==
-                   nullptr;
-        case Moment::stopAnswered:
-            return log_.about("Sending reqid ", reqId_ + ", ResOperation::SendingStart") == nullptr;
-        case Moment::startAsked:
-            return log_.about("finished req_id ", reqId_) == nullptr;
-        default:
-            return true;
-    }
 }
 
 // ---- what happens ----
@@ -199,13 +113,14 @@ void Ordeal::strike() {
             sayInstead(kit_.processId(partner_), kit_.processId(Part::frameHost), garbage(partner_, number_));
             break;
     }
-    struck_ = Clock::now();
+    if (situation_.fate != Fate::exited) struck_ = Clock::now();
     if (first && ofHost) kit_.thaw(partner_);
 }
 
 void Ordeal::exitOrderly() {
     const Part part = situation_.victim;
     ::kill(kit_.processId(part), SIGTERM);
+    struck_ = Clock::now();
     kit_.thaw(part);
     const std::string state = "/proc/" + std::to_string(kit_.processId(part)) + "/stat";
     const auto ended = [&] {
@@ -234,7 +149,7 @@ void Ordeal::recover() {
             kit_.thaw(situation_.victim);
             break;
         case Fate::mute:
-            waitForEnd();
+            waitForEnd(reqId_);
             break;
         case Fate::babbling:
             if (situation_.moment == Moment::firstExchange)
@@ -248,6 +163,7 @@ void Ordeal::recover() {
     if (!hostEnds()) return;
     log_.begin(); // the new process numbers its requests anew
     reqId_.clear();
+    queued_.clear();
 }
 
 // The framework process's connection to the service.
@@ -267,38 +183,51 @@ void Ordeal::repeatOldAnswers() {
 
 // ---- what comes of it ----
 
-// Whether the request under way was dropped, else it was finished; it must have been one of the two in time.
-bool Ordeal::waitForEnd() {
-    if (reqId_.empty()) return false;
-    const auto finished = [&] { return log_.about("finished req_id ", reqId_) != nullptr; };
+// Whether a request was dropped, else it was finished; it must have been one of the two in time.
+bool Ordeal::waitForEnd(const std::string& reqId) {
+    const auto finished = [&] { return log_.about("finished req_id ", reqId) != nullptr; };
     const receiver::LogLine* drop = nullptr;
-    await([&] { return finished() || (drop = log_.about("Found reqid ", reqId_)) != nullptr; },
-          "the end of request " + reqId_, endLimit);
+    await([&] { return finished() || (drop = log_.about("Found reqid ", reqId)) != nullptr; },
+          "the end of request " + reqId, endLimit);
     if (drop == nullptr) return false;
-    const auto waited = drop->time - log_.about("Sending reqid ", reqId_)->time;
+    const auto waited = drop->time - log_.about("Sending reqid ", reqId)->time;
     const bool hostSlept = situation_.victim == Part::frameHost;
     if (waited <= shortestWait || (waited > longestWait && !hostSlept))
-        throw ReceiverError("request " + reqId_ + " was dropped after " + inMs(waited));
+        throw ReceiverError("request " + reqId + " was dropped after " + inMs(waited));
     return true;
 }
 
-std::chrono::milliseconds Ordeal::playNext(Clock::time_point returned, bool atOnce) {
-    const std::string before = reqId_;
+// Of the request under way and of those behind it, one after the other.
+void Ordeal::waitForEnds(Outcome& outcome) {
+    if (!reqId_.empty() && waitForEnd(reqId_)) ++outcome.dropped;
+    for (Queued& request : queued_)
+        if ((request.dropped = waitForEnd(request.id))) ++outcome.dropped;
+}
+
+// Asks for what the partner plays, at once behind everything else or when that has ended. Returns the request's id.
+std::string Ordeal::playNext(Clock::time_point returned, bool atOnce, Outcome& outcome) {
+    const std::string before = queued_.empty() ? reqId_ : queued_.back().id;
     auto begin = std::max(returned, Clock::now());
     const std::string next = ask("2:0", uri_);
     if (atOnce) {
-        waitForEnd();
+        waitForEnds(outcome);
         const receiver::LogLine* end = log_.about("finished req_id ", before);
         if (end == nullptr) end = log_.about("Found reqid ", before);
         begin = std::max<Clock::time_point>(begin, end->time);
     }
     awaitLine("finished req_id ", next);
     const Clock::time_point finished = log_.about("finished req_id ", next)->time;
-    const auto answers = kit_.waitForAnswers(next, 1);
-    if (answers.size() != 1 || answers[0].result != 0 || answers[0].uri != uri_ || answers[0].terminal != "2:0")
-        throw ReceiverError("request " + next + " got " + std::to_string(answers.size()) + " answers, the first for " +
+    kit_.waitForAnswers(next, 1);
+    outcome.nextPlay =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::max(finished - begin, Clock::duration::zero()));
+    return next;
+}
+
+void Ordeal::requireOneAnswer(const std::string& reqId, const std::string& terminal, const std::string& uri) {
+    const auto answers = kit_.waitForAnswers(reqId, 1);
+    if (answers.size() != 1 || answers[0].result != 0 || answers[0].uri != uri || answers[0].terminal != terminal)
+        throw ReceiverError("request " + reqId + " got " + std::to_string(answers.size()) + " answers, the first for " +
                             answers[0].terminal + ": " + std::to_string(answers[0].result) + ' ' + answers[0].uri);
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::max(finished - begin, Clock::duration::zero()));
 }
 
 void Ordeal::comeToRest() {
@@ -316,17 +245,20 @@ void Ordeal::comeToRest() {
 // ---- helpers ----
 
 std::string Ordeal::ask(const std::string& terminal, const std::string& uri) {
-    constexpr const char* mark = "POWER2:new reqid ";
-    const auto idOf = [&](const receiver::LogLine* line) {
-        if (line == nullptr) return std::string();
-        const std::string rest = line->text.substr(line->text.find(mark) + std::string(mark).size());
-        return rest.substr(0, rest.find(' '));
-    };
-    const std::string before = idOf(log_.newest(mark));
+    const std::string before = newestReqId();
     kit_.ask(Part::frameHost, {"play", terminal, uri});
-    std::string id = idOf(log_.newest(mark));
+    std::string id = newestReqId();
     if (id == before) throw ReceiverError("the resource manager took no request");
     return id;
+}
+
+// Of the request that was made last, as the log says; empty before the first one.
+std::string Ordeal::newestReqId() {
+    const std::string mark = "POWER2:new reqid ";
+    const receiver::LogLine* const line = log_.newest(mark);
+    if (line == nullptr) return {};
+    const std::string rest = line->text.substr(line->text.find(mark) + mark.size());
+    return rest.substr(0, rest.find(' '));
 }
 
 std::string Ordeal::play(const std::string& terminal, const std::string& uri) {

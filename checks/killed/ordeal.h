@@ -9,13 +9,18 @@
 #include <optional>
 #include <receiver-kit/receiver-kit.h>
 #include <string>
+#include <vector>
 
 namespace killed {
 
+// What is played: by the TV service, and by the MM service.
+inline constexpr const char* live = "dvb://1.1.1";
+inline constexpr const char* media = "rtp://239.0.0.1:5004";
+
 struct Outcome {
-    std::chrono::milliseconds nextPlay; // from the victim's return, or the end of the request before it
-    bool exact;                         // whether it happened at the moment that was meant
-    bool dropped;                       // whether the request under way was given up
+    std::chrono::milliseconds nextPlay{0}; // from the victim's return, or the end of the request before it
+    bool exact = false;                    // whether it happened at the moment that was meant
+    unsigned dropped = 0;                  // requests that were given up
 };
 
 // For one thread. Whatever is not as it must be throws ReceiverError; the receiver is then of no more use.
@@ -39,20 +44,25 @@ private:
     bool isExact();
     void strike();
     void recover();
-    bool waitForEnd();
-    std::chrono::milliseconds playNext(Clock::time_point returned, bool atOnce);
+    bool waitForEnd(const std::string& reqId);
+    void waitForEnds(Outcome& outcome);
+    std::string playNext(Clock::time_point returned, bool atOnce, Outcome& outcome);
+    void requireOneAnswer(const std::string& reqId, const std::string& terminal, const std::string& uri);
     void comeToRest();
 
+    void fillHistories();
     void withholdAnswers();
     void comeToStopAsked();
     void comeToStopAnswered();
     void comeToStartAsked();
     void comeToFirstExchange();
+    void askOnOtherTerminals();
     void exitOrderly();
     void repeatOldAnswers();
     nlohmann::json connection();
 
     std::string ask(const std::string& terminal, const std::string& uri);
+    std::string newestReqId();
     std::string play(const std::string& terminal, const std::string& uri);
     void awaitLine(const std::string& words, const std::string& reqId, const std::string& after = {});
     void setFault(Part part, const std::vector<std::string>& fault);
@@ -64,7 +74,12 @@ private:
     bool hostEnds() const;
     std::string socketOf(Part service) const;
 
-    receiver::ReceiverKit kit_;
+    // Freed memory goes back to the system at once, so that a process's size tells what it uses.
+    receiver::ReceiverKit kit_{{},
+                               {},
+                               {{"GLIBC_TUNABLES",
+                                 "glibc.malloc.trim_threshold=0:glibc.malloc.top_pad=0:"
+                                 "glibc.malloc.arena_max=1:glibc.malloc.tcache_count=0"}}};
     HostLog log_{kit_.folder() / "frame-host.log"};
     std::string tvHello_, mmHello_;
 
@@ -74,6 +89,12 @@ private:
     std::uint64_t undecodable_ = 0; // messages of the connection, before the garbage
     std::string uri_, earlier_;     // what the partner plays, and the id of a request that is long done
     std::string reqId_;             // of the request under way; empty when there is none
+    struct Queued {
+        std::string id, terminal, uri;
+        bool dropped = false;
+    };
+    std::vector<Queued> queued_; // behind it, on other terminals
+    bool exchanging_ = false;    // whether the first exchange was under way
     Clock::time_point struck_;
 };
 

@@ -48,21 +48,13 @@ std::string textOf(const Situation& situation) {
     return std::string(nameOf(situation.victim)) + ' ' + textOf(situation.fate) + ' ' + textOf(situation.moment);
 }
 
-std::vector<Situation> situationsOfServices() {
-    std::vector<Situation> all;
-    for (const Part victim : {Part::tvService, Part::mmService})
-        for (const Moment moment : allMoments)
-            for (const Fate fate :
-                 {Fate::killed, Fate::exited, Fate::frozen, Fate::staleAnswers, Fate::mute, Fate::babbling})
-                all.push_back({victim, moment, fate});
-    return all;
-}
-
-std::vector<Situation> situationsOfTheHost() {
+std::vector<Situation> situationsOf(Part victim) {
+    std::vector<Fate> fates{Fate::killed, Fate::exited, Fate::frozen};
+    if (victim != Part::frameHost) // which has no answers to be wrong with
+        fates.insert(fates.end(), {Fate::staleAnswers, Fate::mute, Fate::babbling});
     std::vector<Situation> all;
     for (const Moment moment : allMoments)
-        for (const Fate fate : {Fate::killed, Fate::exited, Fate::frozen})
-            all.push_back({Part::frameHost, moment, fate});
+        for (const Fate fate : fates) all.push_back({victim, moment, fate});
     return all;
 }
 

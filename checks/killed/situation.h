@@ -29,8 +29,7 @@ struct Situation {
 
 std::string textOf(const Situation& situation);
 
-// All there are: of the services, and of the framework process, which has no answers to be wrong with.
-std::vector<Situation> situationsOfServices();
-std::vector<Situation> situationsOfTheHost();
+// All there are of one victim.
+std::vector<Situation> situationsOf(Part victim);
 
 } // namespace killed
