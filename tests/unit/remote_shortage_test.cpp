@@ -29,14 +29,20 @@ bool isTheRelay() {
 
 } // namespace
 
-// Out of line: the compiler would take a malloc that it sees for a block that delete must not get.
+// All that the library's code may call, so that each block is given back as it was got. Out of line: the compiler would
+// take a malloc that it sees for a block that delete must not get.
 [[gnu::noinline]] void* operator new(std::size_t size) {
     if (size == scarceSize && shortages > 0 && isTheRelay() && shortages.fetch_sub(1) > 0) throw std::bad_alloc();
     if (void* block = std::malloc(size)) return block;
     throw std::bad_alloc();
 }
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return std::malloc(size); }
+[[gnu::noinline]] void* operator new[](std::size_t size) { return ::operator new(size); }
+[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return std::malloc(size); }
 [[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
 [[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete[](void* block) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
 
 // Visible, so that the library that accepts calls it.
 extern "C" [[gnu::visibility("default")]] int accept4(int socket, sockaddr* address, socklen_t* size, int flags) {
