@@ -20,7 +20,7 @@ namespace generated {
 using namespace host;
 }
 #define host generated
-#include "vdl/plan.cpp"
+#include "vdl/plan.cpp" // NOLINT(bugprone-suspicious-include): the same code is wanted again
 #undef host
 
 namespace fuzz {
