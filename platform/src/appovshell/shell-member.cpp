@@ -69,8 +69,8 @@ const char* Server::name() { return "orvel.lm.interfaces.appovshell"; }
 } // namespace appovshell
 
 extern "C" void** CreateOvshellProxy() {
+    auto member = std::make_unique<appovshell::ShellMember>();
     const auto members = static_cast<void**>(std::calloc(2, sizeof(void*)));
-    if (members)
-        members[0] = static_cast<void*>(static_cast<frame::AbstractProcessMember*>(new appovshell::ShellMember));
+    if (members) members[0] = static_cast<frame::AbstractProcessMember*>(member.release());
     return members;
 }
