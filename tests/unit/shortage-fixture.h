@@ -9,6 +9,7 @@
 #include <host/marshaller.h>
 #include <mmservice/interfaces.h>
 #include <tvservice/interfaces.h>
+#include <vdl/flat.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -32,7 +33,12 @@ template <class Message> auto sampleOf() { return support::Samples().next<typena
 
 // What is held, in all kinds of memory.
 struct Held {
-    std::uint64_t flatBlocks = host::flatHeapUsage().blocks; // first: the flat heap takes memory when it is first used
+    static std::uint64_t flatBlocksInUse() {
+        vdlFlatFree(vdlFlatAlloc(1));
+        return host::flatHeapUsage().blocks;
+    }
+
+    std::uint64_t flatBlocks = flatBlocksInUse(); // first: the flat heap takes memory when a thread first uses it
     long blocks = blocksHeld;
 };
 
