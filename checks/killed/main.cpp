@@ -40,7 +40,12 @@ struct Growth {
         const ProcessSize &first = sizes.front(), &last = sizes.back();
         descriptors = std::max(descriptors, last.descriptors - first.descriptors);
         threads = std::max(threads, last.threads - first.threads);
-        kibibytes = std::max(kibibytes, neverGivenBack(sizes));
+        const long never = neverGivenBack(sizes);
+        kibibytes = std::max(kibibytes, never);
+        if (never <= memoryBound) return;
+        std::cout << "KiB after each situation:";
+        for (const ProcessSize& size : sizes) std::cout << ' ' << size.kibibytes;
+        std::cout << std::endl;
     }
 
 private:
