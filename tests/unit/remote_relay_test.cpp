@@ -1,6 +1,7 @@
 // What becomes of attempts to connect, and of connections whose stream is over.
 #include "remote/relay.h"
 #include "remote/sockets.h"
+#include "support/relay-attempt.h"
 
 #include <host/keys.h>
 
@@ -23,17 +24,9 @@ class ARelay : public testing::Test {
 protected:
     // Of the attempt that has begun: why it failed.
     std::string reason() {
-        std::string text = "no answer";
-        io.restart();
-        mailbox->wait([&] {
-            auto item = mailbox->take();
-            text = item && !item->socket ? item->reason : "a stream";
-            if (item && item->socket) streams.push_back(std::move(item->socket));
-            io.stop();
-        });
-        const auto work = boost::asio::make_work_guard(io);
-        io.run_for(10s);
-        return text;
+        auto answer = support::answerTo(io, *mailbox);
+        if (answer.socket) streams.push_back(std::move(answer.socket));
+        return answer.reason;
     }
 
     std::string outcomeAt(const std::string& address) {
@@ -64,6 +57,11 @@ struct BareSocket {
           monitor(common, socket, ZMQ_EVENT_DISCONNECTED) {
         socket.set(zmq::sockopt::rcvtimeo, 10000);
         monitor.socket().set(zmq::sockopt::rcvtimeo, 10000);
+    }
+    void connect(const std::string& address, const std::string& serviceKey) {
+        socket.set(zmq::sockopt::curve_serverkey, serviceKey);
+        socket.set(zmq::sockopt::reconnect_ivl, -1);
+        socket.connect(address);
     }
     bool hears(char kind) { // sooner or later
         for (zmq::message_t message; socket.recv(message);)
@@ -96,9 +94,7 @@ TEST_F(ARelay, GivesAKeyABoundedNumberOfStreams) {
 TEST_F(ARelay, ShutsAConnectionDownThatStaysWhenItsStreamIsOver) {
     const std::string address = relay.serve("tuner", "tcp://127.0.0.1:*", {keys.publicKey}, offered);
     BareSocket client(keys, zmq::socket_type::dealer);
-    client.socket.set(zmq::sockopt::curve_serverkey, keys.publicKey);
-    client.socket.set(zmq::sockopt::reconnect_ivl, -1);
-    client.socket.connect(address);
+    client.connect(address, keys.publicKey);
     const std::string opening{'O', 1};
     client.socket.send(zmq::buffer(opening), zmq::send_flags::none);
     EXPECT_TRUE(client.hears('O'));
@@ -111,9 +107,7 @@ TEST_F(ARelay, ShutsAConnectionDownThatStaysWhenItsStreamIsOver) {
 TEST_F(ARelay, TellsAClientThatSpeaksAnotherVersion) {
     const std::string address = relay.serve("tuner", "tcp://127.0.0.1:*", {keys.publicKey}, offered);
     BareSocket client(keys, zmq::socket_type::dealer);
-    client.socket.set(zmq::sockopt::curve_serverkey, keys.publicKey);
-    client.socket.set(zmq::sockopt::reconnect_ivl, -1);
-    client.socket.connect(address);
+    client.connect(address, keys.publicKey);
     client.socket.send(zmq::str_buffer("O\2"), zmq::send_flags::none);
     EXPECT_TRUE(client.hears('E'));
     EXPECT_TRUE(client.hearsOfTheEnd());

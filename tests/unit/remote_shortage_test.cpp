@@ -1,6 +1,7 @@
 // Connections to other hosts when memory or descriptors run out.
 #include "remote/relay.h"
 #include "support/queue-fixture.h"
+#include "support/relay-attempt.h"
 
 #include <host/keys.h>
 #include <host/log-capture.h>
@@ -62,17 +63,8 @@ using namespace host::remote;
 class AServiceInNeed : public testing::Test {
 protected:
     std::string outcome() {
-        std::string text = "no answer";
-        io.restart();
-        mailbox->wait([&] {
-            const auto item = mailbox->take();
-            text = item->socket ? "a stream" : item->reason;
-            io.stop();
-        });
         relay.connect(address, keys.publicKey, mailbox);
-        const auto work = boost::asio::make_work_guard(io);
-        io.run_for(20s);
-        return text;
+        return support::answerTo(io, *mailbox).reason;
     }
 
     boost::asio::io_context io;

@@ -4,11 +4,15 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdio>
+#include <exception>
 #include <functional>
 #include <limits>
+#include <new>
 #include <pthread.h>
 #include <string>
+#include <string_view>
 #include <thread>
 
 namespace host::debug {
@@ -68,11 +72,11 @@ bool LineLimit::admits(const vdlDebugChunk& chunk, Clock::time_point now) noexce
 }
 
 LineLimit* LineLimit::of(std::uint32_t module, const char* format) noexcept {
-    const std::size_t first = std::hash<std::string_view>()(format) + module;
+    const std::size_t start = std::hash<std::string_view>()(format) + module;
     KindOfLine* made = nullptr;
     LineLimit* found = nullptr;
     for (std::size_t i = 0; i < kinds.size() && !found; ++i) {
-        auto& place = kinds[(first + i) % kinds.size()];
+        auto& place = kinds[(start + i) % kinds.size()];
         KindOfLine* kind = place.load(std::memory_order_acquire);
         if (!kind) {
             try {
