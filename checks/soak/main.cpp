@@ -197,7 +197,7 @@ private:
     // So few that it does not show in the heap how far the queue happens to fill.
     static host::QueueLimits queueLimits() {
         host::QueueLimits limits;
-        limits.messages = 32;
+        limits.messages = 16;
         return limits;
     }
     static std::string serviceSocket(const Service& service) {
