@@ -150,30 +150,33 @@ public:
     // The path of a socket, or the service's address on the other transport.
     explicit RawPeer(const std::string& path) {
         if (path.rfind("tcp://", 0) == 0) {
-            auto [relay, socket] = support::connectToTuner(path);
-            relay_ = relay;
-            socket_ = socket;
-        } else {
-            socket_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-            sockaddr_un address{};
-            address.sun_family = AF_UNIX;
-            path.copy(address.sun_path, sizeof address.sun_path - 1);
-            EXPECT_EQ(0, ::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address));
+            remote_ = std::make_unique<support::RemotePeer>(path);
+            return;
         }
+        socket_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(0, ::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address));
         const timeval patience{10, 0};
         setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     }
-    ~RawPeer() { ::close(socket_); }
+    ~RawPeer() {
+        if (socket_ >= 0) ::close(socket_);
+    }
     void say(const std::string& bytes) {
+        if (remote_) return remote_->say(bytes);
         EXPECT_EQ(static_cast<ssize_t>(bytes.size()), ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL));
     }
     std::string hear(std::size_t size) {
+        if (remote_) return remote_->hear(size);
         std::string bytes(size, '\0');
         const ssize_t count = ::recv(socket_, bytes.data(), size, MSG_WAITALL);
         bytes.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
         return bytes;
     }
     bool turnedAway() { // after at most a hello
+        if (remote_) return remote_->isEnded();
         char byte[4096];
         ssize_t count;
         while ((count = ::recv(socket_, byte, sizeof byte, 0)) > 0) {
@@ -182,7 +185,7 @@ public:
     }
 
 private:
-    std::shared_ptr<void> relay_;
+    std::unique_ptr<support::RemotePeer> remote_;
     int socket_ = -1;
 };
 

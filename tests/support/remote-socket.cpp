@@ -1,80 +1,159 @@
 #include "support/remote-socket.h"
 
 #ifdef TVSA_REMOTE
-#include "remote/relay.h"
-#include "remote/remote-transport.h"
-#include "remote/sockets.h"
+#include "io/file-descriptor.h"
+#include "remote/endpoint.h"
+#include "remote/key-forms.h"
+#include "remote/tls.h"
 
 #include <host/configuration.h>
 #include <host/keys.h>
 
-#include <boost/asio/io_context.hpp>
-#include <chrono>
+#include <array>
+#include <cerrno>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <openssl/core_names.h>
+#include <openssl/ec.h>
+#include <openssl/params.h>
+#include <openssl/x509.h>
+#include <poll.h>
+#include <sys/socket.h>
 
 namespace support {
 namespace {
 
-// The relay's mailbox belongs to the io_context, so that has to last, too.
-struct Station {
-    boost::asio::io_context io{1};
-    std::shared_ptr<host::remote::Relay> relay = host::remote::makeRelay();
+using host::remote::Releaser;
+using host::remote::Session;
+using Key = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
+
+// The public key of one, the secret key of another.
+Key stolenKey(const host::KeyPair& keys) {
+    std::array<unsigned char, 32> shown{}, owned{};
+    std::size_t size = shown.size();
+    EVP_PKEY_get_raw_public_key(host::remote::secretKeyOf(keys.secretKey).get(), shown.data(), &size);
+    owned.fill(7);
+    OSSL_PARAM parts[] = {
+        OSSL_PARAM_construct_octet_string(OSSL_PKEY_PARAM_PUB_KEY, shown.data(), shown.size()),
+        OSSL_PARAM_construct_octet_string(OSSL_PKEY_PARAM_PRIV_KEY, owned.data(), owned.size()),
+        OSSL_PARAM_construct_end(),
+    };
+    const std::unique_ptr<EVP_PKEY_CTX, Releaser<EVP_PKEY_CTX_free>> maker(
+        EVP_PKEY_CTX_new_from_name(nullptr, "ED25519", nullptr));
+    EVP_PKEY* made = nullptr;
+    EXPECT_EQ(1, EVP_PKEY_fromdata_init(maker.get()));
+    EXPECT_EQ(1, EVP_PKEY_fromdata(maker.get(), &made, EVP_PKEY_KEYPAIR, parts));
+    return Key(made);
+}
+
+void useKey(SSL_CTX* context, EVP_PKEY* key, const EVP_MD* digest) {
+    const std::unique_ptr<X509, Releaser<X509_free>> certificate(X509_new());
+    X509_set_version(certificate.get(), X509_VERSION_3);
+    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
+    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 3600);
+    X509_set_pubkey(certificate.get(), key);
+    EXPECT_GT(X509_sign(certificate.get(), key, digest), 0);
+    EXPECT_EQ(1, SSL_CTX_use_certificate(context, certificate.get()));
+    EXPECT_EQ(1, SSL_CTX_use_PrivateKey(context, key));
+}
+
+host::remote::Context contextWith(Fault fault) {
+    const auto keys = host::readKeys(host::setting("keys.file")->text);
+    if (fault == Fault::none) return host::remote::makeContext(keys);
+    host::remote::Context context(SSL_CTX_new(TLS_client_method()));
+    SSL_CTX_set_verify(context.get(), SSL_VERIFY_NONE, nullptr);
+    if (fault == Fault::stolenKey) useKey(context.get(), stolenKey(keys).get(), nullptr);
+    if (fault == Fault::unknownAlgorithm) useKey(context.get(), Key(EVP_EC_gen("P-256")).get(), EVP_sha256());
+    if (fault == Fault::olderProtocol) SSL_CTX_set_max_proto_version(context.get(), TLS1_2_VERSION);
+    return context;
+}
+
+struct AnyKey : host::remote::KeyCheck {
+    Answer check(const std::string&) override { return Answer::welcome; }
 };
+
+host::io::FileDescriptor connectedTo(const std::string& address) {
+    const auto places = host::remote::addressesOf("tuner", address, host::placeOf("tuner", address));
+    host::io::FileDescriptor socket(::socket(places[0].data()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(0, ::connect(socket.get(), places[0].data(), static_cast<socklen_t>(places[0].size())));
+    return socket;
+}
 
 } // namespace
 
-RemoteSocket connectToTuner(const std::string& address) {
-    const auto station = std::make_shared<Station>();
-    const auto mailbox = std::make_shared<host::remote::Mailbox>(station->io);
-    int socket = -1;
-    bool told = false;
-    mailbox->wait([&] {
-        auto item = mailbox->take();
-        if (!item->socket) ADD_FAILURE() << item->reason;
-        socket = item->socket.release();
-        told = true;
-    });
-    station->relay->connect(address, host::setting("keys.services.tuner")->text, mailbox);
-    const auto work = boost::asio::make_work_guard(station->io);
-    while (!told) station->io.run_one();
-    if (socket >= 0) (void)::fcntl(socket, F_SETFL, 0);
-    return {station, socket};
-}
+struct RemotePeer::State {
+    State(const std::string& address, Fault fault) : context(contextWith(fault)), socket(connectedTo(address)) {}
 
-struct RuthlessClient::State {
-    zmq::context_t context{1};
-    const host::remote::Common common{context, host::readKeys(host::setting("keys.file")->text),
-                                      std::chrono::seconds(1)};
-    zmq::socket_t socket = host::remote::makeSocket(common, zmq::socket_type::dealer);
+    // Until the step is done; false when it is over, or takes too long.
+    template <class Step> bool finish(Step step) {
+        for (;;) {
+            const auto progress = step();
+            if (progress == Session::Progress::done) return true;
+            if (progress == Session::Progress::over) return false;
+            if (progress == Session::Progress::again) continue;
+            pollfd item{socket.get(), static_cast<short>(progress == Session::Progress::needsRoom ? POLLOUT : POLLIN), 0};
+            if (::poll(&item, 1, 10000) <= 0) return false;
+        }
+    }
+
+    host::remote::Context context;
+    host::io::FileDescriptor socket;
+    AnyKey anyKey;
+    Session session{*context, socket.get(), false, anyKey};
 };
 
-RuthlessClient::RuthlessClient(const std::string& address) : state_(std::make_unique<State>()) {
-    state_->socket.set(zmq::sockopt::curve_serverkey, host::setting("keys.services.tuner")->text);
-    state_->socket.set(zmq::sockopt::rcvtimeo, 10000);
-    state_->socket.connect(address);
+RemotePeer::RemotePeer(const std::string& address, Fault fault) : state_(std::make_unique<State>(address, fault)) {
+    state_->finish([&] { return state_->session.handshake(); });
 }
 
-RuthlessClient::~RuthlessClient() = default;
+RemotePeer::~RemotePeer() = default;
 
-void RuthlessClient::say(const std::string& frame) {
-    EXPECT_TRUE(state_->socket.send(zmq::buffer(frame), zmq::send_flags::none));
+bool RemotePeer::isAccepted() {
+    return state_->finish([&] { return state_->session.awaitAcceptance(); });
 }
 
-char RuthlessClient::hear() {
-    for (zmq::message_t message;;) {
-        if (!state_->socket.recv(message)) return '\0';
-        const char kind = *static_cast<const char*>(message.data());
-        if (kind != static_cast<char>(host::remote::FrameKind::Data)) return kind;
+void RemotePeer::say(const std::string& bytes) {
+    for (std::size_t said = 0, count = 0; said < bytes.size(); said += count) {
+        if (!state_->finish([&] { return state_->session.write(bytes.data() + said, bytes.size() - said, count); })) return;
     }
 }
+
+void RemotePeer::sayKeyUpdate() { state_->session.probe(); }
+
+std::string RemotePeer::hear(std::size_t size) {
+    std::string bytes(size, '\0');
+    std::size_t heard = 0;
+    for (std::size_t count = 0; heard < size; heard += count)
+        if (!state_->finish([&] { return state_->session.read(bytes.data() + heard, size - heard, count); })) break;
+    bytes.resize(heard);
+    return bytes;
+}
+
+bool RemotePeer::isEnded() {
+    char byte[4096];
+    std::size_t count;
+    while (state_->finish([&] { return state_->session.read(byte, sizeof byte, count); })) {
+    }
+    pollfd item{state_->socket.get(), POLLIN, 0};
+    return ::poll(&item, 1, 10000) > 0;
+}
+
+int RemotePeer::socket() const { return state_->socket.get(); }
 
 } // namespace support
 
 #else
 #include <stdexcept>
 
-support::RemoteSocket support::connectToTuner(const std::string&) {
+struct support::RemotePeer::State {};
+support::RemotePeer::RemotePeer(const std::string&, Fault) {
     throw std::logic_error("the platform was built without its transport between hosts");
 }
+support::RemotePeer::~RemotePeer() = default;
+bool support::RemotePeer::isAccepted() { return false; }
+void support::RemotePeer::say(const std::string&) {}
+void support::RemotePeer::sayKeyUpdate() {}
+std::string support::RemotePeer::hear(std::size_t) { return {}; }
+bool support::RemotePeer::isEnded() { return true; }
+int support::RemotePeer::socket() const { return -1; }
 #endif

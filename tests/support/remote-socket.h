@@ -1,26 +1,34 @@
-// A stream to a service on the transport between hosts, as a socket, for peers that say whatever a test wants.
+// A client on the transport between hosts that says whatever a test wants.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
 namespace support {
 
-struct RemoteSocket {
-    std::shared_ptr<void> relay; // has to last as long as the socket
-    int socket;                  // the caller's; blocks. -1 when there is no stream
+// What a peer of a service "tuner" can have wrong; the keys are those that are configured.
+enum class Fault {
+    none,
+    noCertificate,   // it proves nothing
+    stolenKey,       // it shows a public key whose secret one it does not have
+    olderProtocol,   // TLS 1.2
+    unknownAlgorithm // a certificate with a key of another kind
 };
 
-// With the keys that are configured for the service "tuner". Waits for the stream.
-RemoteSocket connectToTuner(const std::string& address);
-
-// A client that keeps to no rules, over a connection of its own, with the same keys.
-class RuthlessClient {
+// A TLS connection to a service. Everything waits for up to 10 s.
+class RemotePeer {
 public:
-    explicit RuthlessClient(const std::string& address);
-    ~RuthlessClient();
-    void say(const std::string& frame); // the first byte is its kind
-    char hear();                        // the kind of the next frame that is no data
+    explicit RemotePeer(const std::string& address, Fault fault = Fault::none);
+    ~RemotePeer();
+
+    bool isAccepted(); // whether the service has said something
+    void say(const std::string& bytes);
+    void sayKeyUpdate();
+    // As many bytes as there are until the end, or the time is over.
+    std::string hear(std::size_t size);
+    bool isEnded(); // reads to the end
+    int socket() const;
 
 private:
     struct State;

@@ -91,9 +91,9 @@ TEST_F(DoctorBetweenHosts, FindsThatTheServiceHasAnotherKey) {
 
 TEST_F(DoctorBetweenHosts, FindsKeysThatAreNone) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "short");
-    EXPECT_THAT(check(), finds(Severity::wrong, "keys.services.tvservice", "not a key of 40 characters"));
+    EXPECT_THAT(check(), finds(Severity::wrong, "keys.services.tvservice", "not a key of 44 characters"));
     set("TVSA_CLIENT_KEYS", "short");
-    EXPECT_THAT(check(), finds(Severity::wrong, "keys.clients", "TVSA_CLIENT_KEYS: not a key of 40 characters"));
+    EXPECT_THAT(check(), finds(Severity::wrong, "keys.clients", "TVSA_CLIENT_KEYS: not a key of 44 characters"));
     EXPECT_THAT(check(), finds(Severity::wrong, "keys.clients", "names no client"));
 }
 

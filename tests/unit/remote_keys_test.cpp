@@ -115,10 +115,25 @@ TEST_F(Keys, AreNotToldWhenTheirFileIsWrong) {
     EXPECT_THAT(complaint(), EndsWith(": too long for a pair of keys"));
 }
 
+TEST_F(Keys, OfAnEarlierVersionAreRefusedWithWhatToDo) {
+    write("public = 'rq:rM>}U?@Lns47E1%kR.o@n%FcmmsL/@{H8]yf7'\n"
+          "secret = 'JTKVSB%%)wK0E.X)V>+}o?pNmC{O&4W4b!Ni{Lh6'\n");
+    EXPECT_THAT(complaint(), EndsWith(": keys of an earlier version, which cannot be used any more: move the file away, "
+                                      "make a new pair with 'tvctl keygen " +
+                                      file + "' and give its public key to the other hosts"));
+    try {
+        host::checkKey("rq:rM>}U?@Lns47E1%kR.o@n%FcmmsL/@{H8]yf7", "keys.clients");
+        ADD_FAILURE() << "is a key";
+    } catch (const std::runtime_error& error) {
+        EXPECT_THAT(error.what(), EndsWith(" (that of an earlier version? see tvctl keygen)"));
+    }
+}
+
 TEST_F(Keys, AreCheckedForTheirForm) {
     EXPECT_NO_THROW(host::checkKey(keys.publicKey, "a key"));
     for (const std::string& wrong :
-         {std::string(), keys.publicKey.substr(1), keys.publicKey + "x", std::string(40, ' '), std::string(40, '~')})
+         {std::string(), keys.publicKey.substr(1), keys.publicKey + "x", std::string(44, ' '), std::string(44, '~'),
+          std::string(44, '='), keys.publicKey.substr(1) + ' ', std::string(40, 'a')})
         EXPECT_THROW(host::checkKey(wrong, "a key"), std::runtime_error) << wrong;
 }
 

@@ -19,7 +19,7 @@ using support::RemoteEndpoint;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-// A stranger on the port of a service.
+// Somebody without TLS at the port of a service.
 class PlainPeer {
 public:
     explicit PlainPeer(int port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -39,6 +39,11 @@ public:
         while ((count = ::recv(socket_, byte, sizeof byte, 0)) > 0) {
         }
         return count == 0 || errno == ECONNRESET;
+    }
+
+    bool isEndedNow() {
+        char byte;
+        return ::recv(socket_, &byte, 1, MSG_DONTWAIT) >= 0 || errno != EAGAIN;
     }
 
 private:
@@ -130,17 +135,18 @@ TEST_F(BetweenHosts, TurnsAClientAwayWhoseKeyIsNotKnown) {
     EXPECT_EQ(0, news.connected);
 }
 
-TEST_F(BetweenHosts, TurnsAClientAwayThatExpectsAnotherService) {
+TEST_F(BetweenHosts, RejectsAClientThatExpectsAnotherKeyOfTheService) {
     RemoteEndpoint::set("TVSA_SERVICE_KEY_TUNER", host::makeKeys().publicKey);
     const host::LogCapture log({0x0202});
     startServer();
     startClient();
-    expectNobodyIn(log, "client turned away: a stranger");
+    expectNobodyIn(log, "client turned away: 127.0.0.1: expects another key of this service");
+    EXPECT_TRUE(log.waitFor("it has another key than this machine expects of the service: " + remote->keys.publicKey, 10s));
     EXPECT_TRUE(eventually([&] { return atServer().refused > 0 && news.failed > 0; }));
     EXPECT_EQ(0, news.connected);
 }
 
-TEST_F(BetweenHosts, SaysOfEachOfManyStrangersWhyItIsTurnedAway) {
+TEST_F(BetweenHosts, GivesTheReasonForEachOfManyClientsWithUnknownKeys) {
     const host::LogCapture log({0x0202});
     startServer();
     std::vector<std::unique_ptr<host::MessageQueue>> strangers;
@@ -154,20 +160,38 @@ TEST_F(BetweenHosts, SaysOfEachOfManyStrangersWhyItIsTurnedAway) {
     for (const auto& stranger : strangers) stranger->start();
     EXPECT_TRUE(eventually([&] { return atServer().refused >= 4 * strangers.size(); }));
     strangers.clear();
-    for (const auto& line : log.lines()) EXPECT_THAT(line.text, testing::Not(HasSubstr("speaks another protocol")));
+    for (const auto& line : log.lines())
+        EXPECT_THAT(line.text, testing::AnyOf(testing::Not(HasSubstr("client turned away: 127")),
+                                              HasSubstr("its key is not among the known ones: ")));
 }
 
-TEST_F(BetweenHosts, CountsEveryStrangerOnce) {
+// Each with what it does not have: whoever has it all is accepted.
+TEST_F(BetweenHosts, AcceptsOnlyWhoProvesAKnownKey) {
+    const host::LogCapture log({0x0202});
+    startServer();
+    EXPECT_TRUE(support::RemotePeer(path).isAccepted());
+    for (const auto& [fault, why] :
+         {std::pair{support::Fault::noCertificate, "peer did not return a certificate"},
+          std::pair{support::Fault::stolenKey, "bad signature"},
+          std::pair{support::Fault::olderProtocol, "unsupported protocol"},
+          std::pair{support::Fault::unknownAlgorithm, "client turned away: 127.0.0.1: broke off"}}) {
+        EXPECT_FALSE(support::RemotePeer(path, fault).isAccepted()) << why;
+        EXPECT_TRUE(log.waitFor(why, 10s)) << why;
+    }
+    EXPECT_TRUE(eventually([&] { return atServer().refused == 4; })) << atServer().refused;
+    EXPECT_EQ(0u, serverInbox.size());
+}
+
+TEST_F(BetweenHosts, CountsEveryUnauthenticatedPeerOnce) {
     const host::LogCapture log({0x0202});
     startBoth();
-    std::string nullGreeting = "\xFF" + std::string(8, '\0') + "\x7F\3" + std::string(1, '\0') + "NULL";
-    nullGreeting.resize(64);
+    const std::string halfAGreeting = std::string("\x16\x03\x01\x02\x00\x01\x00\x01\xFC", 9) + std::string(40, 'x');
     constexpr unsigned each = 50;
     for (unsigned i = 0; i < each; ++i) {
         const PlainPeer silent(remote->port);
         PlainPeer(remote->port).say("GET / HTTP/1.0\r\n\r\n");
         PlainPeer(remote->port).say("tvsq" + words({0x01020304, 2}, false));
-        PlainPeer(remote->port).say(nullGreeting);
+        PlainPeer(remote->port).say(halfAGreeting);
     }
     EXPECT_TRUE(eventually([&] { return atServer().refused == 4 * each; })) << atServer().refused;
     EXPECT_TRUE(honestClientServed());
@@ -177,49 +201,81 @@ TEST_F(BetweenHosts, CountsEveryStrangerOnce) {
     EXPECT_EQ(4 * each, atServer().refused);
 }
 
-TEST_F(BetweenHosts, GivesAConnectionOneStream) {
+TEST_F(BetweenHosts, GivesAKeyABoundedNumberOfStreams) {
     const host::LogCapture log({0x0202});
     startServer();
-    const std::string opening{'O', 1};
-    support::RuthlessClient client(path);
-    client.say(opening);
-    EXPECT_EQ('O', client.hear());
-    client.say("E"); // before it is shut down for staying on
-    client.say(opening);
-    EXPECT_EQ('E', client.hear());
+    std::vector<std::unique_ptr<support::RemotePeer>> peers;
+    for (int i = 0; i < 64; ++i) {
+        peers.push_back(std::make_unique<support::RemotePeer>(path));
+        ASSERT_TRUE(peers.back()->isAccepted()) << i;
+    }
+    startClient();
+    EXPECT_TRUE(log.waitFor("a key has at most 64 streams: " + remote->keys.publicKey, 10s));
+    EXPECT_TRUE(log.waitFor("it takes no more connections with this machine's key", 10s));
+    peers.clear();
+    EXPECT_TRUE(honestClientServed());
 }
 
-// Its frames cost it nothing, and there is always another one.
-TEST_F(BetweenHosts, CountsStrangersWhileAClientSpeaksWithoutAPause) {
+// New keys cost it next to nothing, and there is always another one.
+TEST_F(BetweenHosts, ServesOthersWhileAClientSendsKeyUpdatesWithoutAPause) {
     const host::LogCapture log({0x0202});
-    startServer();
-    support::RuthlessClient client(path);
-    client.say({'O', 1});
-    EXPECT_EQ('O', client.hear());
+    startBoth();
+    support::RemotePeer peer(path);
+    EXPECT_TRUE(peer.isAccepted());
     std::atomic<bool> enough{false};
     std::thread speaker([&] {
-        while (!enough) client.say("P");
+        while (!enough) peer.sayKeyUpdate();
     });
-    EXPECT_TRUE(eventually([&] { return atServer().refused > 0; }));
-    const auto before = atServer().refused;
-    for (int i = 0; i < 20; ++i) PlainPeer(remote->port).say("GET / HTTP/1.0\r\n\r\n");
-    EXPECT_TRUE(eventually([&] { return atServer().refused >= before + 20; })) << atServer().refused;
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_TRUE(honestClientServed());
+        PlainPeer(remote->port).say("GET / HTTP/1.0\r\n\r\n");
+    }
+    EXPECT_TRUE(eventually([&] { return atServer().refused >= 20; })) << atServer().refused;
     enough = true;
     speaker.join();
 }
 
 // Else they would have all descriptors, and honest clients could not come.
-TEST_F(BetweenHosts, LetsTheOldestOfManySilentStrangersMakeWay) {
+TEST_F(BetweenHosts, EvictsTheOldestOfManySilentConnections) {
     const host::LogCapture log({0x0202});
     startServer();
     std::vector<std::unique_ptr<PlainPeer>> silent;
     for (int i = 0; i < 600; ++i) silent.push_back(std::make_unique<PlainPeer>(remote->port));
     EXPECT_TRUE(silent.front()->isTurnedAway());
-    EXPECT_TRUE(log.waitFor("a stranger that made way for others before it had proven its key", 10s));
+    EXPECT_TRUE(log.waitFor("evicted for newer connections before it had proven a key", 10s));
     startClient();
     EXPECT_TRUE(honestClientServed());
     EXPECT_TRUE(eventually([&] { return atServer().refused == silent.size(); })); // the last ones when their time is up
     EXPECT_TRUE(atClient().connected);
+}
+
+TEST_F(BetweenHosts, EvictsNoConnectionThatHasSpokenWhileThereIsASilentOne) {
+    const host::LogCapture log({0x0202});
+    startServer();
+    PlainPeer slow(remote->port);
+    slow.say(std::string("\x16\x03\x01\x02\x00", 5));
+    std::vector<std::unique_ptr<PlainPeer>> silent;
+    for (int i = 0; i < 300; ++i) silent.push_back(std::make_unique<PlainPeer>(remote->port));
+    EXPECT_TRUE(log.waitFor("evicted for newer connections before it had proven a key", 10s));
+    EXPECT_FALSE(slow.isEndedNow());
+}
+
+// Its records have still to be read by the client, which is slow and goes on asking.
+TEST_F(BetweenHosts, DeliversWhatWasSentBeforeAStopToAClientThatGoesOnSending) {
+    startBoth();
+    constexpr std::size_t size = 100'000;
+    int sent = 0;
+    while (sendText(*offered, size, 'x') == 0 && atServer().queued == 0) ++sent;
+    std::atomic<bool> enough{false};
+    std::thread asking([&] {
+        for (std::uint32_t i = 0; !enough; ++i) (void)door->asyncSend({}, numberMeta, nullptr, numberTable, &i, {});
+    });
+    const auto delivered = [&] { return clientInbox.size(); };
+    server->stop();
+    const auto expected = server->statistics().at(0).sent;
+    EXPECT_TRUE(eventually([&] { return delivered() >= expected; })) << delivered() << " of " << expected;
+    enough = true;
+    asking.join();
 }
 
 TEST_F(BetweenHosts, FindsAServiceByTheNameOfItsHost) {
@@ -273,7 +329,7 @@ TEST_F(BetweenHosts, IsOfferedToKnownClientsOnly) {
     EXPECT_EQ(serverComplaint(), "service tuner is offered at " + remote->address +
                                      " to known clients only, but keys.clients is not configured");
     RemoteEndpoint::set("TVSA_CLIENT_KEYS", "everybody");
-    EXPECT_EQ(serverComplaint(), "TVSA_CLIENT_KEYS: keys.clients: not a key of 40 characters: \"everybody\"");
+    EXPECT_EQ(serverComplaint(), "TVSA_CLIENT_KEYS: keys.clients: not a key of 44 characters: \"everybody\"");
 }
 
 TEST_F(BetweenHosts, IsUsedWithAProofOfTheServicesKeyOnly) {
@@ -281,7 +337,7 @@ TEST_F(BetweenHosts, IsUsedWithAProofOfTheServicesKeyOnly) {
     EXPECT_EQ(clientComplaint(), "service tuner is at " + remote->address +
                                      " and has to prove its key, but keys.services.tuner is not configured");
     RemoteEndpoint::set("TVSA_SERVICE_KEY_TUNER", "any");
-    EXPECT_EQ(clientComplaint(), "TVSA_SERVICE_KEY_TUNER: keys.services.tuner: not a key of 40 characters: \"any\"");
+    EXPECT_EQ(clientComplaint(), "TVSA_SERVICE_KEY_TUNER: keys.services.tuner: not a key of 44 characters: \"any\"");
 }
 
 TEST_F(BetweenHosts, NeedsAnAddressThatCanBe) {

@@ -42,18 +42,18 @@ struct MessageQueue::State {
     // The two transports.
     std::unique_ptr<io::Connector> connectorTo(const std::string& service) {
         const std::string endpoint = endpointOf(service);
-        if (isRemote(endpoint)) return remote::makeConnector(io, theRelay(), service, endpoint);
+        if (isRemote(endpoint)) return remote::makeConnector(io, forOtherHosts(), service, endpoint);
         return std::make_unique<io::LocalConnector>(io, endpoint);
     }
     std::unique_ptr<io::Listener> listenerFor(const std::string& service) {
         const std::string endpoint = endpointOf(service);
-        if (isRemote(endpoint)) return remote::makeListener(io, theRelay(), service, endpoint);
+        if (isRemote(endpoint)) return remote::makeListener(io, forOtherHosts(), service, endpoint);
         return std::make_unique<io::LocalListener>(io, service, endpoint);
     }
-    std::shared_ptr<remote::Relay> theRelay() {
+    std::shared_ptr<remote::Common> forOtherHosts() {
         std::lock_guard lock(mutex);
-        if (!relay) relay = remote::makeRelay();
-        return relay;
+        if (!common) common = remote::makeCommon();
+        return common;
     }
 
     io::Door& add(std::unique_ptr<io::Door> door) {
@@ -117,8 +117,8 @@ struct MessageQueue::State {
     const QueueLimits limits;
     boost::asio::io_context io{1};
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{io.get_executor()};
-    std::mutex mutex;                     // guards the rest
-    std::shared_ptr<remote::Relay> relay; // once there is a service on another host or for others
+    std::mutex mutex;                       // guards the rest
+    std::shared_ptr<remote::Common> common; // once there is a service on another host or for others
     std::vector<std::unique_ptr<io::Door>> doors;
     std::vector<io::Door*> opened; // never removed from
     std::thread thread;
@@ -191,7 +191,9 @@ void MessageQueue::stop() {
     state_->io.stop();
     if (thread.joinable()) thread.join();
     std::lock_guard lock(state_->mutex);
+    if (state_->common) remote::beginFarewell(*state_->common);
     for (const auto& door : state_->doors) door->end();
+    if (state_->common) remote::endFarewell(*state_->common);
 }
 
 std::vector<frame::IOStatistics> MessageQueue::statistics() const {

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <memory>
 #include <netdb.h>
 #include <optional>
@@ -19,36 +20,14 @@ namespace {
 
 constexpr std::string_view scheme = "tcp://";
 
-using Addresses = std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)>;
-
-Addresses addressesOf(const std::string& service, const std::string& endpoint, const Place& place, int flags) {
-    addrinfo hints{}, *found = nullptr;
-    hints.ai_family = AF_UNSPEC;
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = flags | AI_NUMERICSERV;
-    const int error = ::getaddrinfo(place.host.c_str(), place.port.c_str(), &hints, &found);
-    if (error != 0)
-        throw std::runtime_error("service " + service + ": no address for the host of " + endpoint + ": " +
-                                 gai_strerror(error));
-    return {found, ::freeaddrinfo};
-}
-
-std::string numbersOf(const std::string& service, const std::string& endpoint, const addrinfo& address) {
-    std::string host(NI_MAXHOST, '\0');
-    if (::getnameinfo(address.ai_addr, address.ai_addrlen, host.data(), NI_MAXHOST, nullptr, 0, NI_NUMERICHOST) != 0)
-        throw std::runtime_error("service " + service + ": no address for the host of " + endpoint);
-    host.resize(host.find('\0'));
-    return host;
-}
-
 std::string inBrackets(const std::string& host) {
     return host.find(':') == std::string::npos ? host : '[' + host + ']';
 }
 
-// The address has no port, so that whoever has the service's own is in nobody's way.
-void checkThatItIsOurs(const std::string& service, const std::string& endpoint, const addrinfo& address) {
-    const io::FileDescriptor probe(::socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (probe && ::bind(probe.get(), address.ai_addr, address.ai_addrlen) == 0) return;
+// Tried without the port, which the service itself may have.
+void checkThatItIsOurs(const std::string& service, const std::string& endpoint, const remote::Address& address) {
+    const io::FileDescriptor probe(::socket(address.data()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (probe && ::bind(probe.get(), address.data(), static_cast<socklen_t>(address.size())) == 0) return;
     if (errno == EADDRINUSE) return; // it is, but all of its ports are taken
     throw std::runtime_error("service " + service + ": cannot listen at " + endpoint + ": " +
                              std::system_category().message(errno));
@@ -92,9 +71,9 @@ Place placeOf(const std::string& service, const std::string& endpoint, unsigned 
 Place placeToServeAt(const std::string& service, const std::string& endpoint) {
     Place place = placeOf(service, endpoint);
     if (place.host == "*") return place;
-    const auto found = addressesOf(service, endpoint, {place.host, "0"}, AI_PASSIVE);
-    checkThatItIsOurs(service, endpoint, *found);
-    place.host = numbersOf(service, endpoint, *found);
+    const remote::Address address = remote::addressesOf(service, endpoint, {place.host, "0"}, AI_PASSIVE).front();
+    checkThatItIsOurs(service, endpoint, address);
+    place.host = address.address().to_string();
     return place;
 }
 
@@ -102,10 +81,30 @@ bool isEveryAddress(const std::string& host) { return host == "*" || host == "0.
 
 namespace remote {
 
-std::string textOf(const Place& place) { return std::string(scheme) + inBrackets(place.host) + ':' + place.port; }
+std::string textOf(const Address& address) {
+    return std::string(scheme) + inBrackets(address.address().to_string()) + ':' + std::to_string(address.port());
+}
 
-Place resolved(const std::string& service, const std::string& endpoint, const Place& place, int flags) {
-    return {numbersOf(service, endpoint, *addressesOf(service, endpoint, place, flags)), place.port};
+std::vector<Address> addressesOf(const std::string& service, const std::string& endpoint, const Place& place,
+                                 int flags) {
+    addrinfo hints{}, *found = nullptr;
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = flags | AI_NUMERICSERV;
+    const int error = ::getaddrinfo(place.host.c_str(), place.port.c_str(), &hints, &found);
+    const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> all(found, &::freeaddrinfo);
+    std::vector<Address> addresses;
+    for (const addrinfo* one = error == 0 ? found : nullptr; one; one = one->ai_next) {
+        Address address;
+        if ((one->ai_family != AF_INET && one->ai_family != AF_INET6) || one->ai_addrlen > address.capacity()) continue;
+        std::memcpy(address.data(), one->ai_addr, one->ai_addrlen);
+        address.resize(one->ai_addrlen);
+        addresses.push_back(address);
+    }
+    if (addresses.empty())
+        throw std::runtime_error("service " + service + ": no address for the host of " + endpoint + ": " +
+                                 gai_strerror(error != 0 ? error : EAI_NONAME));
+    return addresses;
 }
 
 } // namespace remote

@@ -1,17 +1,22 @@
-// Endpoints as the library takes them: with addresses in the place of names.
+// The addresses of endpoints on a network.
 #pragma once
 
 #include <host/endpoint.h>
 
+#include <boost/asio/ip/tcp.hpp>
 #include <string>
+#include <vector>
 
 namespace host::remote {
 
-// "tcp://HOST:PORT"
-std::string textOf(const Place& place);
+using Address = boost::asio::ip::tcp::endpoint;
 
-// The place with the first address of its host, in numbers, as host. Flags are those of getaddrinfo. Throws
-// std::runtime_error, whose text begins with the service.
-Place resolved(const std::string& service, const std::string& endpoint, const Place& place, int flags);
+// "tcp://ADDRESS:PORT", in numbers.
+std::string textOf(const Address& address);
+
+// All addresses of a place's host, with its port: at least one. Flags are those of getaddrinfo. May ask for a name,
+// which can take many seconds. Throws std::runtime_error, whose text begins with the service.
+std::vector<Address> addressesOf(const std::string& service, const std::string& endpoint, const Place& place,
+                                 int flags = 0);
 
 } // namespace host::remote

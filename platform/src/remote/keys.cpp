@@ -1,35 +1,57 @@
 #include "io/file-descriptor.h"
+#include "remote/key-forms.h"
 
 #include <host/keys.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <fcntl.h>
+#include <openssl/evp.h>
+#include <openssl/rand.h>
 #include <optional>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <system_error>
 #include <toml++/toml.h>
 #include <unistd.h>
-#include <zmq.h>
 
 namespace host {
 namespace {
 
-constexpr std::size_t keyBytes = 32, keyCharacters = 40;
+constexpr std::size_t keyBytes = 32, keyCharacters = 44, earlierKeyCharacters = 40;
 constexpr std::size_t longestFile = 4096;
+
+using Bytes = std::array<unsigned char, keyBytes>;
 
 [[noreturn]] void refuse(const std::string& file, const std::string& why) {
     throw std::runtime_error("key file " + file + ": " + why);
 }
 [[noreturn]] void refuseForError(const std::string& file) { refuse(file, std::system_category().message(errno)); }
 
-// The public key that belongs to a secret one, if that is a key.
-std::optional<std::string> publicKeyOf(const std::string& secretKey) {
-    std::array<char, keyCharacters + 1> text{};
-    if (secretKey.size() != keyCharacters || zmq_curve_public(text.data(), secretKey.c_str()) != 0) return std::nullopt;
-    return text.data();
+// Base64.
+std::string textOf(const Bytes& bytes) {
+    std::array<unsigned char, keyCharacters + 1> text{};
+    EVP_EncodeBlock(text.data(), bytes.data(), keyBytes);
+    return reinterpret_cast<const char*>(text.data());
+}
+
+std::optional<Bytes> bytesOf(const std::string& text) {
+    if (text.size() != keyCharacters) return std::nullopt;
+    std::array<unsigned char, keyBytes + 1> decoded{}; // the padding is decoded, too
+    const auto* characters = reinterpret_cast<const unsigned char*>(text.data());
+    if (EVP_DecodeBlock(decoded.data(), characters, keyCharacters) != static_cast<int>(decoded.size()))
+        return std::nullopt;
+    Bytes bytes;
+    std::copy_n(decoded.begin(), keyBytes, bytes.begin());
+    if (textOf(bytes) != text) return std::nullopt; // spaces are decoded, too
+    return bytes;
+}
+
+// The public key that belongs to a secret one, or an empty text when that is none.
+std::string publicKeyOf(const std::string& secretKey) {
+    const remote::Key key = remote::secretKeyOf(secretKey);
+    return key ? remote::publicTextOf(key.get()) : std::string();
 }
 
 // The text of a file that is this user's own.
@@ -56,11 +78,27 @@ std::string keyIn(const toml::table& table, const char* name, const std::string&
 
 } // namespace
 
+remote::Key remote::secretKeyOf(const std::string& text) {
+    const auto bytes = bytesOf(text);
+    return {bytes ? EVP_PKEY_new_raw_private_key(EVP_PKEY_ED25519, nullptr, bytes->data(), bytes->size()) : nullptr,
+            &EVP_PKEY_free};
+}
+
+std::string remote::publicTextOf(const EVP_PKEY* key) {
+    Bytes bytes;
+    std::size_t size = bytes.size();
+    if (!key || EVP_PKEY_get_id(key) != EVP_PKEY_ED25519 ||
+        EVP_PKEY_get_raw_public_key(key, bytes.data(), &size) != 1 || size != bytes.size())
+        return {};
+    return textOf(bytes);
+}
+
 KeyPair makeKeys() {
-    std::array<char, keyCharacters + 1> publicKey{}, secretKey{};
-    if (zmq_curve_keypair(publicKey.data(), secretKey.data()) != 0)
-        throw std::runtime_error(std::string("cannot make keys: ") + zmq_strerror(zmq_errno()));
-    return {publicKey.data(), secretKey.data()};
+    Bytes secret;
+    if (RAND_priv_bytes(secret.data(), static_cast<int>(secret.size())) != 1)
+        throw std::runtime_error("cannot make keys: the system gives no random bytes");
+    const std::string text = textOf(secret);
+    return {publicKeyOf(text), text};
 }
 
 void writeKeys(const std::string& file, const KeyPair& keys) {
@@ -87,14 +125,19 @@ KeyPair readKeys(const std::string& file) {
         refuse(file + ":" + std::to_string(error.source().begin.line), "not TOML");
     }
     KeyPair keys{keyIn(table, "public", file), keyIn(table, "secret", file)};
-    if (publicKeyOf(keys.secretKey) != keys.publicKey) refuse(file, "its keys are no pair of keys");
+    if (keys.publicKey.size() == earlierKeyCharacters && keys.secretKey.size() == earlierKeyCharacters)
+        refuse(file, "keys of an earlier version, which cannot be used any more: move the file away, make a new pair with "
+                     "'tvctl keygen " + file + "' and give its public key to the other hosts");
+    const std::string publicKey = publicKeyOf(keys.secretKey);
+    if (publicKey.empty() || publicKey != keys.publicKey) refuse(file, "its keys are no pair of keys");
     return keys;
 }
 
 void checkKey(const std::string& key, const std::string& what) {
-    std::array<std::uint8_t, keyBytes> bytes{};
-    if (key.size() != keyCharacters || !zmq_z85_decode(bytes.data(), key.c_str()))
-        throw std::runtime_error(what + ": not a key of 40 characters: \"" + key + '"');
+    if (bytesOf(key)) return;
+    const char* const hint = key.size() == earlierKeyCharacters ? " (that of an earlier version? see tvctl keygen)" : "";
+    throw std::runtime_error(what + ": not a key of " + std::to_string(keyCharacters) + " characters: \"" + key + '"' +
+                             hint);
 }
 
 } // namespace host

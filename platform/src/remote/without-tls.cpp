@@ -1,5 +1,4 @@
-// In place of what needs the library in this folder where the platform is built without ZeroMQ: says so when it is
-// needed.
+// In place of what needs the TLS library where the platform is built without it: says so when it is needed.
 #include "remote/remote-transport.h"
 
 #include <host/keys.h>
@@ -9,7 +8,7 @@
 namespace host {
 namespace {
 [[noreturn]] void refuse() {
-    throw std::runtime_error("no connections to other hosts: this platform was built without ZeroMQ");
+    throw std::runtime_error("no connections to other hosts: this platform was built without TLS");
 }
 } // namespace
 
@@ -20,15 +19,17 @@ void checkKey(const std::string&, const std::string&) { refuse(); }
 
 namespace remote {
 
-std::shared_ptr<Relay> makeRelay() { refuse(); }
-std::unique_ptr<io::Connector> makeConnector(boost::asio::io_context&, std::shared_ptr<Relay>, const std::string&,
+std::shared_ptr<Common> makeCommon() { refuse(); }
+std::unique_ptr<io::Connector> makeConnector(boost::asio::io_context&, std::shared_ptr<Common>, const std::string&,
                                              const std::string&) {
     refuse();
 }
-std::unique_ptr<io::Listener> makeListener(boost::asio::io_context&, std::shared_ptr<Relay>, const std::string&,
+std::unique_ptr<io::Listener> makeListener(boost::asio::io_context&, std::shared_ptr<Common>, const std::string&,
                                            const std::string&) {
     refuse();
 }
+void beginFarewell(Common&) {}
+void endFarewell(Common&) {}
 
 } // namespace remote
 } // namespace host

@@ -1,0 +1,61 @@
+#include "remote/negotiation.h"
+
+#include "io/log.h"
+
+#include <boost/asio/post.hpp>
+#include <exception>
+
+namespace host::remote {
+
+void Negotiation::failAfter(std::chrono::seconds limit, const char* reason) {
+    timer_.expires_after(limit);
+    timer_.async_wait([self = shared_from_this(), reason](const boost::system::error_code& canceled) {
+        if (!canceled) self->fail(reason);
+    });
+}
+
+void Negotiation::awaitInput() {
+    socket.async_wait(socket.wait_read, [self = shared_from_this()](const boost::system::error_code&) { self->proceed(); });
+}
+
+void Negotiation::proceed() noexcept {
+    if (over_) return;
+    try {
+        switch (advance()) {
+            case Session::Progress::done:
+                onDone();
+                return end();
+            case Session::Progress::needsInput:
+                return awaitInput();
+            case Session::Progress::needsRoom:
+                return socket.async_wait(socket.wait_write, [self = shared_from_this()](
+                                                                const boost::system::error_code&) { self->proceed(); });
+            case Session::Progress::again:
+                return boost::asio::post(socket.get_executor(), [self = shared_from_this()] { self->proceed(); });
+            case Session::Progress::over:
+                return fail(whyOver());
+        }
+    } catch (const std::exception& error) {
+        try {
+            fail(io::textOf(error));
+        } catch (const std::exception&) { // no memory for the text either
+            fail({});
+        }
+    }
+}
+
+void Negotiation::fail(const std::string& reason) noexcept {
+    if (over_) return;
+    end();
+    onFailed(reason);
+}
+
+void Negotiation::end() noexcept {
+    over_ = true;
+    boost::system::error_code ignored;
+    timer_.cancel(ignored);
+    session.reset();
+    socket.close(ignored);
+}
+
+} // namespace host::remote

@@ -1,0 +1,215 @@
+#include "remote/tls.h"
+
+#include "remote/key-forms.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <exception>
+#include <new>
+#include <openssl/bio.h>
+#include <openssl/err.h>
+#include <openssl/x509.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <utility>
+
+namespace host::remote {
+namespace {
+
+// The library's own bound is 100 KiB; a certificate with nothing but a key has some 250 bytes.
+constexpr long longestCertificate = 2048;
+// How the library numbers an alert of the peer among its faults.
+constexpr int firstAlertFault = SSL_AD_REASON_OFFSET;
+
+// Results of the check of a certificate. Each becomes an alert of its own, by which the peer learns the reason.
+constexpr int unknownKey = X509_V_ERR_CERT_REJECTED;
+constexpr int unknownKeyAlert = SSL_AD_BAD_CERTIFICATE;
+constexpr int tooMany = X509_V_ERR_OUT_OF_MEM;
+constexpr int tooManyAlert = SSL_AD_INTERNAL_ERROR;
+
+using Certificate = std::unique_ptr<X509, Releaser<X509_free>>;
+
+void require(bool good, const char* what) {
+    if (!good) throw std::runtime_error(std::string("connections to other hosts: ") + what + " failed");
+}
+
+// Valid for ever, as the clocks of two hosts may differ by years: only the key counts.
+Certificate certificateWith(EVP_PKEY* key) {
+    Certificate made(X509_new());
+    require(made && X509_set_version(made.get(), X509_VERSION_3) == 1 &&
+                ASN1_INTEGER_set(X509_get_serialNumber(made.get()), 1) == 1 &&
+                ASN1_TIME_set_string_X509(X509_getm_notBefore(made.get()), "19700101000000Z") == 1 &&
+                ASN1_TIME_set_string_X509(X509_getm_notAfter(made.get()), "99991231235959Z") == 1 &&
+                X509_set_pubkey(made.get(), key) == 1 && X509_sign(made.get(), key, nullptr) > 0,
+            "making a certificate");
+    return made;
+}
+
+// In place of the library's check, which would look for authorities. The handshake fails unless the peer proves the
+// key, whatever this says.
+int checkCertificate(X509_STORE_CTX* store, void*) noexcept {
+    int result = unknownKey;
+    try {
+        const auto* ssl =
+            static_cast<const SSL*>(X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
+        const X509* const certificate = X509_STORE_CTX_get0_cert(store);
+        const std::string key = certificate ? publicTextOf(X509_get0_pubkey(certificate)) : std::string();
+        if (!key.empty()) {
+            const auto answer = static_cast<KeyCheck*>(SSL_get_app_data(ssl))->check(key);
+            if (answer == KeyCheck::Answer::welcome) result = X509_V_OK;
+            if (answer == KeyCheck::Answer::tooMany) result = tooMany;
+        }
+    } catch (const std::exception&) {
+        result = tooMany; // no memory
+    }
+    X509_STORE_CTX_set_error(store, result);
+    return result == X509_V_OK;
+}
+
+} // namespace
+
+Context makeContext(const KeyPair& keys) {
+    // What the system's own file would set is not for a receiver whose peers have the same settings.
+    OPENSSL_init_ssl(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
+    const Key key = secretKeyOf(keys.secretKey);
+    require(key != nullptr, "reading the key");
+    Context context(SSL_CTX_new(TLS_method()));
+    require(context && SSL_CTX_set_min_proto_version(context.get(), TLS1_3_VERSION) == 1 &&
+                SSL_CTX_set1_groups_list(context.get(), "X25519") == 1 &&
+                SSL_CTX_set1_sigalgs_list(context.get(), "ed25519") == 1 &&
+                SSL_CTX_use_certificate(context.get(), certificateWith(key.get()).get()) == 1 &&
+                SSL_CTX_use_PrivateKey(context.get(), key.get()) == 1 && SSL_CTX_set_num_tickets(context.get(), 0) == 1,
+            "preparing TLS");
+    SSL_CTX_set_session_cache_mode(context.get(), SSL_SESS_CACHE_OFF);
+    SSL_CTX_set_max_cert_list(context.get(), longestCertificate);
+    SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+    SSL_CTX_set_cert_verify_callback(context.get(), &checkCertificate, nullptr);
+    // A record's head and body in one call of the system; and one call of read returns after whatever a peer sends
+    // besides data, so that no peer can keep it.
+    SSL_CTX_set_read_ahead(context.get(), 1);
+    SSL_CTX_clear_mode(context.get(), SSL_MODE_AUTO_RETRY);
+    SSL_CTX_set_mode(context.get(), SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+    return context;
+}
+
+Session::Session(SSL_CTX& context, int socket, bool serving, KeyCheck& check)
+    : wire_{socket, 0, false}, ssl_(SSL_new(&context)) {
+    BIO* const wire = ssl_ ? makeWireEnd(wire_) : nullptr;
+    if (!wire) throw std::bad_alloc();
+    SSL_set_bio(ssl_.get(), wire, wire);
+    SSL_set_app_data(ssl_.get(), &check);
+    if (serving)
+        SSL_set_accept_state(ssl_.get());
+    else
+        SSL_set_connect_state(ssl_.get());
+}
+
+// The library's own socket BIO would have a broken connection raise SIGPIPE.
+BIO* Session::makeWireEnd(Wire& wire) {
+    static BIO_METHOD* const method = [] {
+        BIO_METHOD* made = BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK, "socket without signals");
+        if (!made) return made;
+        BIO_meth_set_read(made, &Session::readWire);
+        BIO_meth_set_write(made, &Session::writeWire);
+        BIO_meth_set_ctrl(made, [](BIO*, int command, long, void*) { return command == BIO_CTRL_FLUSH ? 1L : 0L; });
+        return made;
+    }();
+    BIO* const bio = method ? BIO_new(method) : nullptr;
+    if (!bio) return nullptr;
+    BIO_set_data(bio, &wire);
+    BIO_set_init(bio, 1);
+    return bio;
+}
+
+int Session::readWire(BIO* bio, char* room, int size) {
+    Wire& wire = *static_cast<Wire*>(BIO_get_data(bio));
+    BIO_clear_retry_flags(bio);
+    const ssize_t count = ::recv(wire.socket, room, static_cast<std::size_t>(size), MSG_DONTWAIT);
+    wire.error = count < 0 ? errno : 0;
+    wire.dry = wire.error == EAGAIN;
+    if (wire.dry || wire.error == EINTR) BIO_set_retry_read(bio);
+    return static_cast<int>(count);
+}
+
+int Session::writeWire(BIO* bio, const char* data, int size) {
+    Wire& wire = *static_cast<Wire*>(BIO_get_data(bio));
+    BIO_clear_retry_flags(bio);
+    const ssize_t count = ::send(wire.socket, data, static_cast<std::size_t>(size), MSG_DONTWAIT | MSG_NOSIGNAL);
+    wire.error = count < 0 ? errno : 0;
+    const int error = wire.error; // the system may be out of room for a moment as well as the socket
+    if (error == EAGAIN || error == EINTR || error == ENOBUFS || error == ENOMEM) BIO_set_retry_write(bio);
+    return static_cast<int>(count);
+}
+
+Session::Progress Session::progressAfter(int result) noexcept {
+    switch (SSL_get_error(ssl_.get(), result)) {
+        case SSL_ERROR_NONE:
+            return Progress::done;
+        case SSL_ERROR_WANT_READ:
+            return std::exchange(wire_.dry, false) ? Progress::needsInput : Progress::again;
+        case SSL_ERROR_WANT_WRITE:
+            return Progress::needsRoom;
+        default:
+            fault_ = ERR_peek_last_error();
+            return Progress::over;
+    }
+}
+
+Session::Progress Session::handshake() noexcept {
+    ERR_clear_error();
+    return progressAfter(SSL_do_handshake(ssl_.get()));
+}
+
+Session::Progress Session::awaitAcceptance() noexcept {
+    ERR_clear_error();
+    char first;
+    return progressAfter(SSL_peek(ssl_.get(), &first, 1));
+}
+
+Session::Progress Session::read(char* room, std::size_t size, std::size_t& count) noexcept {
+    ERR_clear_error();
+    const int result = SSL_read(ssl_.get(), room, static_cast<int>(std::min<std::size_t>(size, INT_MAX)));
+    count = result > 0 ? static_cast<std::size_t>(result) : 0;
+    return progressAfter(result);
+}
+
+Session::Progress Session::write(const char* data, std::size_t size, std::size_t& count) noexcept {
+    ERR_clear_error();
+    const int result = SSL_write(ssl_.get(), data, static_cast<int>(std::min<std::size_t>(size, INT_MAX)));
+    count = result > 0 ? static_cast<std::size_t>(result) : 0;
+    return progressAfter(result);
+}
+
+void Session::probe() noexcept {
+    ERR_clear_error();
+    // Not while a record waits for room: that one is acknowledged as well.
+    if (SSL_key_update(ssl_.get(), SSL_KEY_UPDATE_NOT_REQUESTED) == 1) (void)SSL_do_handshake(ssl_.get());
+}
+
+void Session::end() noexcept {
+    ERR_clear_error();
+    (void)SSL_shutdown(ssl_.get());
+    wire_.socket = -1;
+}
+
+const char* Session::reason() const noexcept {
+    if (const char* const text = fault_ != 0 ? ERR_reason_error_string(fault_) : nullptr) return text;
+    return wire_.error != 0 ? strerrordesc_np(wire_.error) : "End of file";
+}
+
+Verdict Session::verdict() const noexcept {
+    if (ERR_GET_LIB(fault_) != ERR_LIB_SSL) return Verdict::none;
+    switch (ERR_GET_REASON(fault_) - firstAlertFault) {
+        case unknownKeyAlert:
+            return Verdict::unknownKey;
+        case tooManyAlert:
+            return Verdict::tooMany;
+        default:
+            return Verdict::none;
+    }
+}
+
+} // namespace host::remote
