@@ -119,11 +119,11 @@ private:
 };
 
 // Calls act(n) in a shortage elsewhere that begins after n = 0, 1, 2 ... allocations, until it meets none; after each,
-// with memory again, afterwards(n). Returns how many times it met one.
+// with memory again, afterwards(n). Returns after how many allocations it met none. A larger step leaves some out.
 template <class Act, class Afterwards>
-long failElsewhereAtEveryAllocation(long fail, const Act& act, const Afterwards& afterwards) {
-    constexpr long tooMany = 1000;
-    for (long n = 0; n < tooMany; ++n) {
+long failElsewhereAtEveryAllocation(long fail, const Act& act, const Afterwards& afterwards, long step = 1) {
+    constexpr long tooMany = 10000;
+    for (long n = 0; n < tooMany; n += step) {
         bool met;
         {
             const ShortageElsewhere shortage(n, fail);

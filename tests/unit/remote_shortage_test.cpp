@@ -1,4 +1,5 @@
-// Connections to other hosts when descriptors run out.
+// Connections to other hosts when memory or descriptors run out.
+#include "support/failing-allocations.h"
 #include "support/queue-fixture.h"
 
 #include <host/log-capture.h>
@@ -44,6 +45,39 @@ TEST_F(BetweenHosts, LogsOnceThatThereIsNoDescriptorForClientsAndAcceptsThemLate
     EXPECT_EQ(1u, told);
     EXPECT_EQ(0u, atServer().refused);
 }
+
+class AServiceWithoutMemory : public BetweenHosts, public testing::WithParamInterface<long> {
+protected:
+    AServiceWithoutMemory() {
+        startServer();
+        hello = RawPeer(path).hear(helloSize);
+    }
+    // Whether a client that proves its key, says its hello and sends a number is served.
+    bool exchange() {
+        const auto taken = serverInbox.size();
+        const auto counted = accounted();
+        support::RemotePeer peer(path);
+        peer.say(hello + frameOf(numberMeta, 4, "abcd"));
+        EXPECT_TRUE(eventually([&] { return serverInbox.size() > taken || accounted() > counted; })) << "lost, but not counted";
+        return serverInbox.size() > taken;
+    }
+    std::uint64_t accounted() {
+        const auto counters = atServer();
+        return counters.refused + counters.undecodable + counters.dropped;
+    }
+    std::string hello;
+};
+
+TEST_P(AServiceWithoutMemory, ServesTheNextClientAndCountsThoseItLost) {
+    const host::LogCapture quiet({0x0202});
+    ASSERT_TRUE(exchange());
+    constexpr long step = 11; // the TLS library makes more than a thousand in a handshake
+    const long allocations = support::failElsewhereAtEveryAllocation(
+        GetParam(), [&](long) { exchange(); }, [&](long) { EXPECT_TRUE(exchange()); }, step);
+    EXPECT_GT(allocations, 1000);
+}
+
+INSTANTIATE_TEST_SUITE_P(OnceOrMore, AServiceWithoutMemory, testing::Values(1, 3));
 
 } // namespace
 } // namespace queue_test

@@ -96,6 +96,8 @@ void Connection::read() { stream_->receive(incoming_.room(), incoming_.roomSize(
 
 void Connection::onEnd(const std::string& reason) { close(reason.c_str(), false); }
 
+void Connection::onFault(const std::string& reason) { turnAway(reason.c_str()); }
+
 void Connection::onReceived(std::size_t count) {
     incoming_.added(count);
     orClose([this] {

@@ -24,6 +24,7 @@ public:
     void close(const char* reason, bool fault) noexcept;
     void onReceived(std::size_t count) override;
     void onEnd(const std::string& reason) override;
+    void onFault(const std::string& reason) override;
     void onWritable() override;
 
     // Whether the peer has still to say its hello; on the receiving thread.

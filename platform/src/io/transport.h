@@ -17,6 +17,9 @@ public:
     // There is nothing more to receive, everything before it having been received: the peer has gone, or the stream
     // broke.
     virtual void onEnd(const std::string& reason) = 0;
+    // The same, but it is this side that ends it: the peer broke the transport's rules, or there was no memory for what
+    // it sent.
+    virtual void onFault(const std::string& reason) = 0;
     virtual void onWritable() = 0;
 
 protected:

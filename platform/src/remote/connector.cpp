@@ -42,7 +42,7 @@ public:
 private:
     void onConnected(const boost::system::error_code& error) {
         if (isOver()) return;
-        if (error) return fail("nobody answers there: " + error.message());
+        if (error) return fail(("nobody answers there: " + error.message()).c_str());
         proceed();
     }
 
@@ -67,8 +67,13 @@ private:
         std::exchange(answer_, nullptr)(std::move(stream), {});
     }
 
-    void onFailed(const std::string& reason) noexcept override {
-        if (answer_) std::exchange(answer_, nullptr)(nullptr, reason);
+    void onFailed(const char* reason) noexcept override {
+        std::string text;
+        try {
+            text = reason;
+        } catch (const std::exception&) { // no memory
+        }
+        if (answer_) std::exchange(answer_, nullptr)(nullptr, text);
     }
 
     std::string whyOver() const override {
@@ -144,7 +149,7 @@ private:
                 line->post([attempt, addresses = std::move(addresses), reason = std::move(reason)] {
                     const auto waiting = attempt.lock();
                     if (!waiting) return;
-                    reason.empty() ? waiting->connectTo(addresses) : waiting->fail(reason);
+                    reason.empty() ? waiting->connectTo(addresses) : waiting->fail(reason.c_str());
                 });
             };
             try {

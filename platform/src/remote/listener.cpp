@@ -59,7 +59,7 @@ private:
     Answer check(const std::string& publicKey) override;
     Session::Progress advance() override;
     void onDone() override;
-    void onFailed(const std::string& reason) noexcept override;
+    void onFailed(const char* reason) noexcept override;
     std::string whyOver() const override;
     std::string from() const;
 
@@ -119,7 +119,7 @@ public:
         try {
             outcomes_.push_back({std::move(stream), reason});
         } catch (const std::exception&) {
-            ++lost_;
+            return lose();
         }
         tell();
     }
@@ -133,6 +133,11 @@ private:
         std::unique_ptr<io::Stream> stream;
         std::string reason; // when there is none
     };
+
+    void lose() noexcept {
+        ++lost_;
+        tell();
+    }
 
     void tell() noexcept {
         if (ready_) std::exchange(ready_, nullptr)();
@@ -171,13 +176,14 @@ private:
             return false;
         }
         from.resize(size);
+        std::shared_ptr<Newcomer> newcomer;
         try {
-            newcomers_.push_back(std::make_shared<Newcomer>(io_, *this, connection.get(), from));
+            newcomer = std::make_shared<Newcomer>(io_, *this, connection.get(), from);
             (void)connection.release();
-            newcomers_.back()->begin();
+            newcomers_.push_back(newcomer);
+            newcomer->begin();
         } catch (const std::exception& error) {
-            ++lost_;
-            if (!connection) newcomers_.pop_back();
+            newcomer ? newcomer->fail(io::textOf(error)) : lose();
         }
         if (newcomers_.size() > places_) evictOne();
         return true;
@@ -228,7 +234,7 @@ void Newcomer::onDone() {
     listener_.leave(*this, makeStream(listener_.common, std::move(socket), std::move(session), std::move(key_)), {});
 }
 
-void Newcomer::onFailed(const std::string& reason) noexcept {
+void Newcomer::onFailed(const char* reason) noexcept {
     const auto self = shared_from_this();
     std::string told;
     try {

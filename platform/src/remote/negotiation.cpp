@@ -33,18 +33,14 @@ void Negotiation::proceed() noexcept {
             case Session::Progress::again:
                 return boost::asio::post(socket.get_executor(), [self = shared_from_this()] { self->proceed(); });
             case Session::Progress::over:
-                return fail(whyOver());
+                return fail(whyOver().c_str());
         }
     } catch (const std::exception& error) {
-        try {
-            fail(io::textOf(error));
-        } catch (const std::exception&) { // no memory for the text either
-            fail({});
-        }
+        fail(io::textOf(error));
     }
 }
 
-void Negotiation::fail(const std::string& reason) noexcept {
+void Negotiation::fail(const char* reason) noexcept {
     if (over_) return;
     end();
     onFailed(reason);

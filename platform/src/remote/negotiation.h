@@ -19,7 +19,7 @@ public:
     explicit Negotiation(boost::asio::io_context& io) : socket(io), timer_(io) {}
     virtual ~Negotiation() = default;
 
-    void fail(const std::string& reason) noexcept;
+    void fail(const char* reason) noexcept;
 
 protected:
     // Takes a step and comes back when there is more to do, or fails for want of memory.
@@ -30,7 +30,7 @@ protected:
 
     virtual Session::Progress advance() = 0; // may throw
     virtual void onDone() = 0;               // may throw: it fails then
-    virtual void onFailed(const std::string& reason) noexcept = 0;
+    virtual void onFailed(const char* reason) noexcept = 0;
     virtual std::string whyOver() const = 0; // when advance has said that it is over
 
     boost::asio::ip::tcp::socket socket;

@@ -134,7 +134,7 @@ private:
             if (progress == Progress::again) return readSoon(user);
             await(progress == Progress::needsRoom ? socket_.wait_write : socket_.wait_read, user);
         } catch (const std::exception&) {
-            user->onEnd("out of memory");
+            user->onFault("out of memory");
         }
     }
 
@@ -144,7 +144,7 @@ private:
             reason = silent_ ? "the peer does not answer" : session_->reason();
         } catch (const std::exception&) {
         }
-        user.onEnd(reason);
+        session_->isFault() ? user.onFault(reason) : user.onEnd(reason);
     }
 
     // Each heartbeat sends something unless the last one's time did, and looks whether the peer's system acknowledged

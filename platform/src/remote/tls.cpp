@@ -96,11 +96,11 @@ Context makeContext(const KeyPair& keys) {
 }
 
 Session::Session(SSL_CTX& context, int socket, bool serving, KeyCheck& check)
-    : wire_{socket, 0, false}, ssl_(SSL_new(&context)) {
+    : wire_{socket, 0, false, false}, ssl_(SSL_new(&context)) {
     BIO* const wire = ssl_ ? makeWireEnd(wire_) : nullptr;
     if (!wire) throw std::bad_alloc();
     SSL_set_bio(ssl_.get(), wire, wire);
-    SSL_set_app_data(ssl_.get(), &check);
+    if (SSL_set_app_data(ssl_.get(), &check) != 1) throw std::bad_alloc();
     if (serving)
         SSL_set_accept_state(ssl_.get());
     else
@@ -128,9 +128,12 @@ int Session::readWire(BIO* bio, char* room, int size) {
     Wire& wire = *static_cast<Wire*>(BIO_get_data(bio));
     BIO_clear_retry_flags(bio);
     const ssize_t count = ::recv(wire.socket, room, static_cast<std::size_t>(size), MSG_DONTWAIT);
-    wire.error = count < 0 ? errno : 0;
-    wire.dry = wire.error == EAGAIN;
-    if (wire.dry || wire.error == EINTR) BIO_set_retry_read(bio);
+    wire.ended = count == 0;
+    wire.dry = count < 0 && errno == EAGAIN;
+    if (wire.dry || (count < 0 && errno == EINTR))
+        BIO_set_retry_read(bio);
+    else
+        wire.error = count < 0 ? errno : 0;
     return static_cast<int>(count);
 }
 
@@ -138,9 +141,11 @@ int Session::writeWire(BIO* bio, const char* data, int size) {
     Wire& wire = *static_cast<Wire*>(BIO_get_data(bio));
     BIO_clear_retry_flags(bio);
     const ssize_t count = ::send(wire.socket, data, static_cast<std::size_t>(size), MSG_DONTWAIT | MSG_NOSIGNAL);
-    wire.error = count < 0 ? errno : 0;
-    const int error = wire.error; // the system may be out of room for a moment as well as the socket
-    if (error == EAGAIN || error == EINTR || error == ENOBUFS || error == ENOMEM) BIO_set_retry_write(bio);
+    // The system may be out of room for a moment as well as the socket.
+    if (count < 0 && (errno == EAGAIN || errno == EINTR || errno == ENOBUFS || errno == ENOMEM))
+        BIO_set_retry_write(bio);
+    else
+        wire.error = count < 0 ? errno : 0;
     return static_cast<int>(count);
 }
 
@@ -197,7 +202,12 @@ void Session::end() noexcept {
 
 const char* Session::reason() const noexcept {
     if (const char* const text = fault_ != 0 ? ERR_reason_error_string(fault_) : nullptr) return text;
-    return wire_.error != 0 ? strerrordesc_np(wire_.error) : "End of file";
+    if (wire_.error != 0) return strerrordesc_np(wire_.error);
+    return isFault() ? "out of memory" : "End of file";
+}
+
+bool Session::isFault() const noexcept {
+    return !wire_.ended && wire_.error == 0 && (SSL_get_shutdown(ssl_.get()) & SSL_RECEIVED_SHUTDOWN) == 0;
 }
 
 Verdict Session::verdict() const noexcept {

@@ -60,8 +60,9 @@ public:
     // Tells the peer that nothing more will come, and leaves the socket alone from then on.
     void end() noexcept;
 
-    // When it is over.
+    // When it is over. isFault: the peer broke the protocol, or there was no memory; else it has gone.
     const char* reason() const noexcept;
+    bool isFault() const noexcept;
     Verdict verdict() const noexcept;
 
 private:
@@ -69,8 +70,9 @@ private:
 
     struct Wire {
         int socket;
-        int error; // of the last call of the system, or 0
-        bool dry;  // whether the socket had nothing when it was read last
+        int error;  // why the last call of the system failed for good, or 0
+        bool dry;   // whether the socket had nothing when it was read last
+        bool ended; // whether the peer has closed its side
     };
     static BIO* makeWireEnd(Wire& wire);
     static int readWire(BIO* bio, char* room, int size);
