@@ -1,5 +1,6 @@
 // What is wrong in a configuration file is said with its line, and what becomes of a process that cannot use it.
 #include "support/configuration-folder.h"
+#include "support/test-where.h"
 
 #include <host/configuration.h>
 #include <host/marshaller.h>
@@ -219,8 +220,7 @@ TEST_F(WrongConfigurationFile, IsReportedWithTheFirstLineOfTheLogWhichGoesOn) {
                       "used\n[^\n]*warning: first\n[^\n]*warning: second\n$"));
 }
 
-TEST_F(WrongConfigurationFile, LeavesFlatHeapAndRunLogWithTheBuiltInSize) {
-    if (sizeof(void*) == sizeof(std::uint32_t)) GTEST_SKIP() << "flat blocks come from malloc";
+TEST_F_WHERE(support::flatMemoryIsLimited, WrongConfigurationFile, LeavesFlatHeapAndRunLogWithTheBuiltInSize) {
     configure("[queue]\nmessages = \"many\"\n[flat_heap]\nmegabytes = 32\n");
     setenv("STATE_DIRECTORY", (folder + "/state").c_str(), 1);
     EXPECT_EXIT(
