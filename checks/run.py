@@ -79,14 +79,16 @@ def main():
     options = argparse.ArgumentParser(prog="dev check")
     options.add_argument("lane")
     options.add_argument("--quick", action="store_true", help="a small size; keeps no figures")
+    options.add_argument("options", nargs="*", help="behind --: the lane's own; keeps no figures")
     given = options.parse_args()
+    kept = not given.quick and not given.options
 
     folder = ROOT / "checks" / given.lane
     about = (folder / "about.md").read_text(encoding="utf-8")
     when = f"on {datetime.date.today()} at {tree()}"
     with tempfile.NamedTemporaryFile("r", prefix="figures-", encoding="utf-8") as file:
         started = time.monotonic()
-        status = subprocess.run([str(folder / "run"), *(["--quick"] if given.quick else [])], cwd=ROOT, check=False,
+        status = subprocess.run([str(folder / "run"), *(["--quick"] if given.quick else []), *given.options], cwd=ROOT, check=False,
                                 env={**os.environ, "CHECK_FIGURES": file.name}).returncode
         seconds = time.monotonic() - started
         try:
@@ -95,7 +97,7 @@ def main():
             figures, problem = [], str(error)
     for name, value, bound in figures:
         print(f"{name}: {value}" + (f" ({bound})" if bound else ""))
-    if not given.quick:
+    if kept:
         before = DOCUMENT.read_text(encoding="utf-8")
         if problem:
             after = marked_as_failed(before, given.lane, about, f"{when}, {problem}; the figures are older.")

@@ -24,16 +24,20 @@ using namespace killed;
 
 // KiB: a few pages that are in use or not, over all situations that a receiver goes through.
 constexpr long memoryBound = 16;
+// KiB for each thousand kills that a process lives through: 64 bytes for each kill.
+constexpr long memoryBoundPerThousand = 64;
 
 // By how much the largest of the receivers' processes has grown.
 struct Growth {
     long descriptors = 0, threads = 0; // from the first measurement to the last
     long kibibytes = 0;                // that are never given back, but for the largest step: a buffer may double once
+    long perThousand = 0;              // KiB for each thousand situations, from the first quarter of them to the last
 
     void take(const Growth& other) {
         descriptors = std::max(descriptors, other.descriptors);
         threads = std::max(threads, other.threads);
         kibibytes = std::max(kibibytes, other.kibibytes);
+        perThousand = std::max(perThousand, other.perThousand);
     }
     // sizes: of one process, after each situation since the first few.
     void take(const std::vector<ProcessSize>& sizes) {
@@ -42,13 +46,27 @@ struct Growth {
         threads = std::max(threads, last.threads - first.threads);
         const long never = neverGivenBack(sizes);
         kibibytes = std::max(kibibytes, never);
-        if (never <= memoryBound) return;
+        perThousand = std::max(perThousand, slope(sizes));
+        if (never <= memoryBound) return; // else what to look into
         std::cout << "KiB after each situation:";
         for (const ProcessSize& size : sizes) std::cout << ' ' << size.kibibytes;
         std::cout << std::endl;
     }
 
 private:
+    // Between the smallest sizes of two quarters, which are three quarters of the situations apart.
+    static long slope(const std::vector<ProcessSize>& sizes) {
+        const auto quarter = static_cast<std::ptrdiff_t>(sizes.size() / 4);
+        if (quarter == 0) return 0;
+        const auto smallest = [](auto begin, auto end) {
+            return std::min_element(
+                       begin, end, [](const ProcessSize& a, const ProcessSize& b) { return a.kibibytes < b.kibibytes; })
+                ->kibibytes;
+        };
+        const long grown =
+            smallest(sizes.end() - quarter, sizes.end()) - smallest(sizes.begin(), sizes.begin() + quarter);
+        return grown * 1000 / (3 * quarter);
+    }
     // The last quarter only tells what is given back again.
     static long neverGivenBack(const std::vector<ProcessSize>& sizes) {
         std::vector<long> least(sizes.size()); // from each measurement on
@@ -64,8 +82,9 @@ private:
 // What is to be done and what came of it, for all threads.
 class Campaign {
 public:
-    Campaign(Part victim, unsigned rounds) : victim_(victim) {
-        const std::vector<Situation> all = situationsOf(victim);
+    Campaign(Part victim, unsigned rounds, bool onlyKilled) : victim_(victim) {
+        std::vector<Situation> all = situationsOf(victim);
+        if (onlyKilled) std::erase_if(all, [](const Situation& one) { return one.fate != Fate::killed; });
         situations = all.size();
         std::mt19937 random(1);
         for (unsigned round = 0; round < rounds; ++round) {
@@ -164,13 +183,19 @@ private:
 int main(int argc, char** argv) {
     CLI::App options{"Ends, stops and confuses the processes of receivers at every step of a request."};
     unsigned rounds = 12, receivers = 24;
+    unsigned kills = 0;
     std::size_t warmUp = 10;
     options.add_option("--rounds", rounds, "How often each situation comes")->check(CLI::PositiveNumber);
+    options.add_option("--kills", kills, "Only kills, so many or a few more, and growth for each thousand of them");
     options.add_option("--receivers", receivers, "How many at a time")->check(CLI::Range(3, 64));
     options.add_option("--warm-up", warmUp, "Situations before a receiver's processes are measured first");
     CLI11_PARSE(options, argc, argv);
 
-    Campaign tv(Part::tvService, rounds), mm(Part::mmService, rounds), host(Part::frameHost, rounds);
+    const bool onlyKilled = kills > 0;
+    constexpr unsigned killsPerRound = 18; // of three victims at six moments
+    if (onlyKilled) rounds = (kills + killsPerRound - 1) / killsPerRound;
+    Campaign tv(Part::tvService, rounds, onlyKilled), mm(Part::mmService, rounds, onlyKilled),
+        host(Part::frameHost, rounds, onlyKilled);
     Campaign* const campaigns[] = {&tv, &mm, &host};
     std::latch ready(receivers);
     std::vector<std::thread> threads;
@@ -220,7 +245,11 @@ int main(int argc, char** argv) {
         const std::string of = std::string(" growth, ") + nameOf(part);
         line("descriptors'" + of, growth.descriptors, "descriptors", 0, 0, "none");
         line("threads'" + of, growth.threads, "threads", 0, 0, "none");
-        line("memory's" + of, growth.kibibytes, "KiB", 0, memoryBound, "at most " + std::to_string(memoryBound));
+        if (onlyKilled) // over thousands of situations a step is none of the few that are left out
+            line("memory's growth for each 1,000 kills, " + std::string(nameOf(part)), growth.perThousand, "KiB", -most,
+                 memoryBoundPerThousand, "at most " + std::to_string(memoryBoundPerThousand));
+        else
+            line("memory's" + of, growth.kibibytes, "KiB", 0, memoryBound, "at most " + std::to_string(memoryBound));
     }
     return report.exitCode();
 }

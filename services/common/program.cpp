@@ -6,6 +6,7 @@
 #include <frame/process.h>
 #include <host/configuration.h>
 #include <host/environment.h>
+#include <host/printable.h>
 #include <host/receiver.h>
 #include <vdl/debug.h>
 
@@ -22,6 +23,9 @@ namespace services {
 
 Program::Program(const std::string& name, const std::string& description) : name_(name), options_(description, name) {
     vdlDebugNameModule(logModule, "service");
+    options_.failure_message([](const CLI::App* app, const CLI::Error& error) {
+        return host::printable(CLI::FailureMessage::simple(app, error), "\n");
+    });
     options_.set_version_flag("--version", name + " " TVSA_VERSION);
     options_.add_option("--log", logLevels_, "Debug levels, LEVEL or MODULE=LEVEL, comma-separated");
     options_.add_option("--ready-fd", readyDescriptor_, "Descriptor to write the line \"ready\" to, once serving")
@@ -113,6 +117,8 @@ std::string Program::tellReady() const {
     return {};
 }
 
-void Program::complain(const std::string& problem) const { std::cerr << name_ << ": " << problem << '\n'; }
+void Program::complain(const std::string& problem) const {
+    std::cerr << name_ << ": " << host::printable(problem) << '\n';
+}
 
 } // namespace services

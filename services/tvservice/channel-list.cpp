@@ -2,10 +2,11 @@
 
 #include "tvservice/built-in-channels.h"
 
+#include <host/printable.h>
+#include <host/toml-file.h>
+
 #include <cstddef>
-#include <fstream>
 #include <iterator>
-#include <sstream>
 #include <toml++/toml.h>
 
 namespace services {
@@ -21,7 +22,7 @@ public:
     std::map<std::string, std::string> read(std::string_view text) const {
         const toml::table root = parse(text);
         for (const auto& [key, value] : root)
-            if (key.str() != "channel") fail(value, "unknown key \"" + std::string(key.str()) + '"');
+            if (key.str() != "channel") fail(value, "unknown key " + host::quoted(key.str()));
         std::map<std::string, std::string> names;
         const toml::node* const channels = root.get("channel");
         if (!channels) return names;
@@ -37,21 +38,23 @@ public:
 private:
     toml::table parse(std::string_view text) const {
         try {
+            host::checkTomlNesting(text, where_);
             return toml::parse(text);
         } catch (const toml::parse_error& error) {
             fail(error.source(), std::string(error.description()));
+        } catch (const host::TomlFileError& error) {
+            throw ChannelListError(error.what());
         }
     }
 
     void add(const toml::table& channel, std::map<std::string, std::string>& names) const {
         for (const auto& [key, value] : channel)
-            if (key.str() != "uri" && key.str() != "name")
-                fail(value, "a channel has no \"" + std::string(key.str()) + '"');
+            if (key.str() != "uri" && key.str() != "name") fail(value, "a channel has no " + host::quoted(key.str()));
         std::string uri = textOf(channel, "uri"), name = textOf(channel, "name");
         if (uri.compare(0, broadcastUri.size(), broadcastUri) != 0 || uri.size() == broadcastUri.size())
-            fail(*channel.get("uri"), "\"" + uri + "\" is no dvb:// URI");
+            fail(*channel.get("uri"), host::quoted(uri) + " is no dvb:// URI");
         if (const auto known = names.find(uri); known != names.end())
-            fail(*channel.get("uri"), uri + " is the URI of \"" + known->second + "\" already");
+            fail(*channel.get("uri"), host::quoted(uri) + " is the URI of " + host::quoted(known->second) + " already");
         names.emplace(std::move(uri), std::move(name));
     }
 
@@ -65,7 +68,7 @@ private:
 
     [[noreturn]] void fail(const toml::node& node, const std::string& problem) const { fail(node.source(), problem); }
     [[noreturn]] void fail(const toml::source_region& place, const std::string& problem) const {
-        throw ChannelListError(where_ + ':' + std::to_string(place.begin.line) + ": " + problem);
+        throw ChannelListError(where_ + ':' + std::to_string(place.begin.line) + ": " + host::printable(problem));
     }
 
     const std::string& where_;
@@ -87,12 +90,13 @@ std::string ChannelList::uriOf(std::int32_t number) const {
 ChannelList ChannelList::builtIn() { return fromText(builtInChannels, "built-in channel list"); }
 
 ChannelList ChannelList::fromFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    // A folder can be opened, but not read.
-    if (!file || (file.peek() != std::ifstream::traits_type::eof() && !(text << file.rdbuf())) || file.bad())
-        throw ChannelListError(path + ": cannot be read");
-    return fromText(text.str(), path);
+    try {
+        const auto file = host::readTomlFile(path);
+        if (!file) throw ChannelListError(path + ": there is no such file");
+        return fromText(file->text, path);
+    } catch (const host::TomlFileError& error) {
+        throw ChannelListError(error.what());
+    }
 }
 
 ChannelList ChannelList::fromText(std::string_view text, const std::string& where) {

@@ -17,6 +17,7 @@ end() {
 trap end EXIT
 
 cmake --install "$build" --prefix "$folder/installed" >"$folder/install.log"
+"$source/tests/check-search-paths.sh" "$folder/installed" >"$folder/search-paths.log"
 cmake -S "$source/docs/examples/every-request" -B "$folder/example" -DCMAKE_PREFIX_PATH="$folder/installed" \
     >"$folder/configure.log"
 cmake --build "$folder/example" >"$folder/build.log"

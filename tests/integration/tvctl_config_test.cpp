@@ -111,6 +111,18 @@ TEST_F(TvctlConfig, RefusesWhatIsWrong) {
     EXPECT_EQ(config(), (Outcome{badData, "", "tvctl: TVSA_FLAT_HEAP_MB: not a number from 32 to 2048: \"much\"\n"}));
 }
 
+TEST_F(TvctlConfig, PrintsNothingThatSteersATerminal) {
+    file = (folder / "\x1b[2J.toml").string();
+    environment["TVSA_CONFIG"] = file;
+    configure("queue.messages = 7\n");
+    const Outcome outcome = config();
+    EXPECT_EQ(outcome.output.find_first_of("\x1b\x9b"), std::string::npos) << outcome.output;
+    EXPECT_THAT(outcome.output, AllOf(HasSubstr("/\\x1b[2J.toml:1\n"), HasSubstr("/\\x1b[2J.toml\n")));
+    EXPECT_THAT(run({program("tvctl"), "config", "--\x1b[2J"}).error, testing::Not(HasSubstr("\x1b")));
+    EXPECT_THAT(run({program("tvctl"), "--\x1b[2J", "config"}).error, testing::Not(HasSubstr("\x1b")));
+    EXPECT_THAT(run({program("tvctl"), "--timeout", "\x1b[2J", "help"}).error, testing::Not(HasSubstr("\x1b")));
+}
+
 TEST_F(TvctlConfig, RefusesWrongUsage) {
     configure("");
     EXPECT_EQ(config({}, {"--fast"}).exitCode, usage);

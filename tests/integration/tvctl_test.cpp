@@ -222,6 +222,11 @@ TEST_F(Tvctl, RecognisesAnAnswerThatIsNone) {
     EXPECT_THAT(outcome.error, HasSubstr("malformed: nonsense"));
 }
 
+TEST_F(Tvctl, PrintsNothingThatSteersATerminal) {
+    serve();
+    EXPECT_EQ(tvctl({"say", "a\x1b[2J\tb\nc"}), (Outcome{done, "a\\x1b[2J\\x09b\nc\n", ""}));
+}
+
 TEST_F(Tvctl, SaysThatTheProcessEndedMeanwhile) {
     const auto listener = appovshell::listenAt(shellPath());
     const auto running = start(commandOf({"help"}));

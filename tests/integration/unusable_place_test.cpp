@@ -134,9 +134,29 @@ protected:
 };
 
 TEST_F(ChannelFile, ThatIsMissingOrAFolderIsRefused) {
-    for (const std::string& path : {(folder / "missing.toml").string(), folder.string()})
-        EXPECT_EQ(serve(path), (Outcome{badData, "", "tvserviced: " + path + ": cannot be read\n"}));
+    const std::string missing = (folder / "missing.toml").string();
+    EXPECT_EQ(serve(missing), (Outcome{badData, "", "tvserviced: " + missing + ": there is no such file\n"}));
+    EXPECT_EQ(serve(folder), (Outcome{badData, "", "tvserviced: " + folder.string() + ": not a file\n"}));
     EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));
+}
+
+TEST_F(ChannelFile, ThatNeverEndsIsRefused) {
+    EXPECT_EQ(serve("/dev/zero"), (Outcome{badData, "", "tvserviced: /dev/zero: longer than 1048576 bytes\n"}));
+    const std::string pipe = (folder / "pipe").string();
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_EQ(serve(pipe), (Outcome{badData, "", "tvserviced: " + pipe + ": not a file\n"}));
+}
+
+TEST_F(ChannelFile, ThatIsNestedTooDeepIsRefused) {
+    std::string key = "a";
+    for (int i = 0; i < 60000; ++i) key += ".a";
+    const std::string path = write(key + " = 1\n");
+    EXPECT_EQ(serve(path), (Outcome{badData, "", "tvserviced: " + path + ":1: nested more than 16 levels deep\n"}));
+}
+
+TEST_F(ChannelFile, IsNamedAsPrintableText) {
+    EXPECT_EQ(serve("/\x1b[2J"), (Outcome{badData, "", "tvserviced: /\\x1b[2J: there is no such file\n"}));
+    EXPECT_THAT(run({program("tvserviced"), "--fault", "\x1b[2J"}).error, testing::Not(HasSubstr("\x1b")));
 }
 
 TEST_F(ChannelFile, ThatIsWrongIsRefusedWithItsLine) {
@@ -144,7 +164,7 @@ TEST_F(ChannelFile, ThatIsWrongIsRefusedWithItsLine) {
     const std::vector<std::pair<std::string, std::string>> wrong{
         {good + "name = ", ":4: "},
         {good + "[[channel]]\nuri = \"http://x\"\nname = \"Two\"\n", ":5: \"http://x\" is no dvb:// URI\n"},
-        {good + good, ":5: dvb://1.1.1 is the URI of \"One\" already\n"},
+        {good + good, ":5: \"dvb://1.1.1\" is the URI of \"One\" already\n"},
         {"volume = 1\n", ":1: unknown key \"volume\"\n"},
     };
     for (const auto& [text, complaint] : wrong) {

@@ -51,6 +51,14 @@ TEST_P(AConfiguredProgram, RefusesAWrongFileOfTheUser) {
                   ":1: unknown table \"queues\"; known: endpoints, keys, remote, queue, run_log, flat_heap, log");
 }
 
+TEST_P(AConfiguredProgram, RefusesAFileThatIsNestedTooDeep) {
+    std::string key = "a";
+    for (int i = 0; i < 60000; ++i) key += ".a";
+    const std::string path = configure("some.toml", "[" + key + "]\n");
+    environment["TVSA_CONFIG"] = path;
+    expectRefusal(path + ":1: nested more than 16 levels deep");
+}
+
 TEST_P(AConfiguredProgram, RefusesAFileThatIsMissing) {
     environment["TVSA_CONFIG"] = (folder / "none.toml").string();
     expectRefusal((folder / "none.toml").string() + ": there is no such file, which TVSA_CONFIG names");

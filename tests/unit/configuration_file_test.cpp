@@ -1,5 +1,6 @@
 // What is wrong in a configuration file is said with its line, and what becomes of a process that cannot use it.
 #include "support/configuration-folder.h"
+#include "support/test-where.h"
 
 #include <host/configuration.h>
 #include <host/marshaller.h>
@@ -142,6 +143,48 @@ TEST_F(ConfigurationFile, ThatCannotBeReadIsRefused) {
     EXPECT_EQ(refusal(), "not refused");
 }
 
+// The parser's tree takes stack for each level.
+TEST_F(ConfigurationFile, ThatIsNestedTooDeepIsRefused) {
+    const auto repeated = [](const std::string& text, int times) {
+        std::string all;
+        for (int i = 0; i < times; ++i) all += text;
+        return all;
+    };
+    const std::string problem = "nested more than 16 levels deep";
+    for (const int levels : {17, 60000})
+        expectRefused({
+            {"\na" + repeated(".a", levels) + " = 1\n", "2: " + problem},
+            {"[" + repeated("a.", levels) + "a]\n", "1: " + problem},
+            {"[[" + repeated("\"a\".", levels) + "a]]\n", "1: " + problem},
+            {"a = " + repeated("[", levels) + repeated("]", levels) + "\n", "1: " + problem},
+            {"a = " + repeated("[\n", levels) + repeated("]", levels) + "\n", "17: " + problem},
+            {"a = " + repeated("{ a = ", levels) + "1" + repeated("}", levels) + "\n", "1: " + problem},
+            {"a = { a" + repeated(" . a", levels) + " = 1 }\n", "1: " + problem},
+            {"a = \"\"\"\n\\\"\"\"\"\"\" # \"\nb" + repeated(".b", levels) + " = 1\n", "3: " + problem},
+            {"a = { a = \"\"\"\"\"\", b" + repeated(".b", levels) + " = 1 }\n", "1: " + problem},
+            {"a = { a = \"\"\"b\"\"\"\"\", b" + repeated(".b", levels) + " = 1 }\n", "1: " + problem},
+            {"a = { a = '''b\\'''Q, b" + repeated(".b", levels) + " = 1 }\n", "1: " + problem},
+        });
+}
+
+TEST_F(ConfigurationFile, CountsOnlyWhatNests) {
+    const std::string many = std::string(40, '.') + std::string(40, '[');
+    configure("# " + many + "\nlog.levels = \"warning\" # " + many + "\n[endpoints]\ntv = \"/\\\"" + many +
+              "\"\nmm = '/" + many + "'\n[keys]\nclients = [\n\"\"\"\n" + many + "\"\"\"\"\", '''" + many +
+              "''']\n[keys.services]\na.b = 1\n");
+    EXPECT_THAT(refusal(), testing::EndsWith(":11: keys.services.a: not a text: a table")) << "all before it was read";
+}
+
+TEST_F(ConfigurationFile, IsQuotedInPart) {
+    std::string umlauts;
+    for (int i = 0; i < 150; ++i) umlauts += "\u00e4"; // of two bytes each
+    const std::string rest = " bytes) is neither text nor json";
+    expectRefused(
+        {{"log.format = \"" + std::string(900000, 'x') + "\"\n",
+          "1: log.format: \"" + std::string(200, 'x') + "...\" (900000" + rest},
+         {"log.format = \"x" + umlauts + "\"\n", "1: log.format: \"x" + umlauts.substr(0, 198) + "...\" (301" + rest}});
+}
+
 TEST_F(ConfigurationFile, IsLookedForBelowWhatIsNoFolder) {
     setenv("XDG_CONFIG_HOME", write("file", "").c_str(), 1);
     EXPECT_EQ(refusal(), "not refused");
@@ -177,8 +220,7 @@ TEST_F(WrongConfigurationFile, IsReportedWithTheFirstLineOfTheLogWhichGoesOn) {
                       "used\n[^\n]*warning: first\n[^\n]*warning: second\n$"));
 }
 
-TEST_F(WrongConfigurationFile, LeavesFlatHeapAndRunLogWithTheBuiltInSize) {
-    if (sizeof(void*) == sizeof(std::uint32_t)) GTEST_SKIP() << "flat blocks come from malloc";
+TEST_F_WHERE(support::flatMemoryIsLimited, WrongConfigurationFile, LeavesFlatHeapAndRunLogWithTheBuiltInSize) {
     configure("[queue]\nmessages = \"many\"\n[flat_heap]\nmegabytes = 32\n");
     setenv("STATE_DIRECTORY", (folder + "/state").c_str(), 1);
     EXPECT_EXIT(

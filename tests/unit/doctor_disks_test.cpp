@@ -1,15 +1,20 @@
 // What tvctl doctor finds on file systems that are not like others: of several layers, and such as do not answer.
 #include "support/doctor-fixture.h"
+#include "support/test-where.h"
 
 #include <csignal>
 #include <doctor/examination.h>
 #include <doctor/report.h>
 #include <fcntl.h>
 #include <fstream>
+#include <functional>
 #include <io/file-descriptor.h>
 #include <io/socket-lock.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -18,12 +23,47 @@ using namespace doctor_test;
 using namespace tvctl::doctor;
 
 // Mounts that only this process sees.
+bool leaveTheMountsOfOthers() {
+    return unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+// Root of a container may be without the right, and a kernel without a file system. Tried in a process that ends.
+bool canMount(const std::function<bool(const std::string& place)>& mount) {
+    std::string place = "/tmp/doctor-mounts-XXXXXX";
+    if (mkdtemp(place.data()) == nullptr) return false;
+    const pid_t child = fork();
+    if (child == 0) _exit(leaveTheMountsOfOthers() && mount(place) ? 0 : 1);
+    int status = 1;
+    if (child > 0) waitpid(child, &status, 0);
+    std::filesystem::remove_all(place);
+    return status == 0;
+}
+
+bool canOverlay() {
+    return canMount([](const std::string& place) {
+        if (::mount("none", place.c_str(), "tmpfs", 0, "") != 0) return false;
+        for (const char* name : {"/lower", "/upper", "/work"}) mkdir((place + name).c_str(), 0700);
+        const std::string options =
+            "xino=off,lowerdir=" + place + "/lower,upperdir=" + place + "/upper,workdir=" + place + "/work";
+        return ::mount("none", place.c_str(), "overlay", 0, options.c_str()) == 0;
+    });
+}
+
+// A file system whose other end, silent, never says anything.
+bool mountSilently(const std::string& place, int silent) {
+    const std::string options = "rootmode=40000,user_id=0,group_id=0,fd=" + std::to_string(silent);
+    return ::mount("none", place.c_str(), "fuse", 0, options.c_str()) == 0;
+}
+
+host::io::FileDescriptor openSilent() { return host::io::FileDescriptor(::open("/dev/fuse", O_RDWR | O_CLOEXEC)); }
+
+bool canMountSilently() {
+    return canMount([](const std::string& place) { return mountSilently(place, openSilent().get()); });
+}
+
 class DoctorOfDisks : public Doctor {
 protected:
-    void SetUp() override {
-        if (unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-            GTEST_SKIP() << "only root mounts";
-    }
+    void SetUp() override { ASSERT_TRUE(leaveTheMountsOfOthers()); }
     void TearDown() override {
         for (auto place = mounted.rbegin(); place != mounted.rend(); ++place) umount2(place->c_str(), MNT_DETACH);
     }
@@ -40,12 +80,12 @@ protected:
     std::vector<std::string> mounted;
 };
 
-TEST_F(DoctorOfDisks, TellsWhoHoldsALockWhereAFileHasADeviceOfItsOwn) {
+TEST_F_WHERE(canOverlay(), DoctorOfDisks, TellsWhoHoldsALockWhereAFileHasADeviceOfItsOwn) {
     const std::string lower = makeFolder("lower"), upper = makeFolder("upper");
-    if (!mount(upper, "tmpfs", "") || !mount(runtimeFolder, "overlay",
-                                             "xino=off,lowerdir=" + lower + ",upperdir=" + makeFolder("upper/data") +
-                                                 ",workdir=" + makeFolder("upper/work")))
-        GTEST_SKIP() << "no overlays here";
+    ASSERT_TRUE(mount(upper, "tmpfs", ""));
+    ASSERT_TRUE(mount(runtimeFolder, "overlay",
+                      "xino=off,lowerdir=" + lower + ",upperdir=" + makeFolder("upper/data") +
+                          ",workdir=" + makeFolder("upper/work")));
     const std::string socket = runtimeFolder + "/tvservice.sock", lock = socket + ".lock";
     {
         const host::io::SocketLock held("service tvservice", socket);
@@ -59,12 +99,10 @@ TEST_F(DoctorOfDisks, TellsWhoHoldsALockWhereAFileHasADeviceOfItsOwn) {
 }
 
 // In a process of its own, as the threads of the checks that do not end go on.
-TEST_F(DoctorOfDisks, GoesOnWhenTheRuntimeFoldersDiskDoesNotAnswer) {
-    // A file system whose other end never says anything.
-    const host::io::FileDescriptor silent(::open("/dev/fuse", O_RDWR | O_CLOEXEC));
-    if (!silent ||
-        !mount(runtimeFolder, "fuse", "rootmode=40000,user_id=0,group_id=0,fd=" + std::to_string(silent.get())))
-        GTEST_SKIP() << "no such file systems here";
+TEST_F_WHERE(canMountSilently(), DoctorOfDisks, GoesOnWhenTheRuntimeFoldersDiskDoesNotAnswer) {
+    const host::io::FileDescriptor silent = openSilent();
+    ASSERT_TRUE(mountSilently(runtimeFolder, silent.get()));
+    mounted.push_back(runtimeFolder);
     const auto examineAndEnd = [this] {
         signal(SIGALRM, SIG_DFL);
         alarm(60);

@@ -1,3 +1,5 @@
+#include "support/test-where.h"
+
 #include <host/marshaller.h>
 #include <vdl/flat.h>
 
@@ -52,23 +54,18 @@ private:
 };
 
 // What a region of its own lets the heap promise.
-class FlatRegion : public FlatHeap {
-protected:
-    void SetUp() override {
-        if (limit() == 0) GTEST_SKIP() << "flat blocks come from malloc";
-    }
-};
+class FlatRegion : public FlatHeap {};
 
 // Before all others, while no thread's free blocks lie between large ones.
 
-TEST_F(FlatRegion, UsesMemoryAgainThatWasFreed) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, UsesMemoryAgainThatWasFreed) {
     for (const std::size_t size : {std::size_t{24}, std::size_t{1000}, 64 * kibibyte, 3 * mebibyte}) {
         const std::size_t rounds = 4 * limit() / size;
         for (std::size_t i = 0; i < std::min<std::size_t>(rounds, 100000); ++i) vdlFlatFree(vdlFlatAlloc(size));
     }
 }
 
-TEST_F(FlatRegion, ThrowsWhenExhaustedAndServesOn) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, ThrowsWhenExhaustedAndServesOn) {
     for (const std::size_t size : {4 * kibibyte, 60 * kibibyte, mebibyte - 8}) {
         auto blocks = exhaust(size);
         EXPECT_GT(blocks.size() * size, limit() / 4 * 3) << size;
@@ -79,19 +76,19 @@ TEST_F(FlatRegion, ThrowsWhenExhaustedAndServesOn) {
     }
 }
 
-TEST_F(FlatRegion, RefusesWhatIsLargerThanTheRegion) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, RefusesWhatIsLargerThanTheRegion) {
     for (const std::size_t size : {limit(), limit() + 1, SIZE_MAX - 7, SIZE_MAX - 3, SIZE_MAX})
         EXPECT_THROW((void)vdlFlatAlloc(size), std::bad_alloc) << size;
 }
 
-TEST_F(FlatRegion, JoinsSmallBlocksToLargeOnesWhenTheyAreFree) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, JoinsSmallBlocksToLargeOnesWhenTheyAreFree) {
     auto small = exhaust(4 * kibibyte);
     freeAll(small);
     void* most = vdlFlatAlloc(limit() / 4 * 3);
     vdlFlatFree(most);
 }
 
-TEST_F(FlatRegion, GivesThePagesOfALargeBlockBackToTheSystem) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, GivesThePagesOfALargeBlockBackToTheSystem) {
     auto* block = static_cast<char*>(vdlFlatAlloc(8 * mebibyte));
     std::memset(block, 'x', 8 * mebibyte);
     vdlFlatFree(block);
@@ -101,7 +98,7 @@ TEST_F(FlatRegion, GivesThePagesOfALargeBlockBackToTheSystem) {
     vdlFlatFree(again);
 }
 
-TEST_F(FlatRegion, GetsTheBlocksOfEndedThreadsBack) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, GetsTheBlocksOfEndedThreadsBack) {
     std::thread([] {
         auto blocks = exhaust(4 * kibibyte);
         freeAll(blocks);
@@ -199,7 +196,7 @@ TEST_F(FlatHeap, ServesManyThreadsThatExchangeBlocks) {
 }
 
 #ifdef __SANITIZE_ADDRESS__
-TEST_F(FlatRegion, HasOutOfBoundsWhatIsNotHandedOut) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, HasOutOfBoundsWhatIsNotHandedOut) {
     for (const std::size_t size : {std::size_t{5}, std::size_t{24}, 3 * mebibyte}) {
         auto* block = static_cast<char*>(vdlFlatAlloc(size));
         EXPECT_FALSE(__asan_address_is_poisoned(block));
@@ -218,8 +215,9 @@ std::uint64_t limitOfProcess(const char* megabytes) {
     return host::flatHeapUsage().limit;
 }
 
-TEST(FlatHeapDeathTest, HasTheSizeThatTheEnvironmentSays) {
-    if (sizeof(void*) == sizeof(vdl::Word<std::uint32_t>)) GTEST_SKIP() << "flat blocks come from malloc";
+using FlatHeapDeathTest = testing::Test;
+
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatHeapDeathTest, HasTheSizeThatTheEnvironmentSays) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     const auto matches = [](const char* megabytes, std::uint64_t expected) {
         EXPECT_EXIT(std::_Exit(limitOfProcess(megabytes) == expected * mebibyte ? 0 : 1), testing::ExitedWithCode(0),

@@ -1,5 +1,6 @@
 // The making of flat forms from below: bytes, arrays, regions, and what happens when flat memory runs out.
 #include "support/samples.h"
+#include "support/test-where.h"
 #include "support/tv-messages.h"
 
 #include <genrpc/flatten.h>
@@ -9,6 +10,7 @@
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -94,8 +96,9 @@ TEST(FlatForm, IsWhatWasAssignedToIt) {
     support::forEach(support::StatusRecords{}, expect);
 }
 
-TEST(FlatForm, GivesEverythingBackWhenFlatMemoryRunsOutWhileItIsMade) {
-    if (host::flatHeapUsage().limit == 0) GTEST_SKIP() << "flat blocks come from malloc";
+using FlatFormInALimit = testing::Test;
+
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatFormInALimit, GivesEverythingBackWhenFlatMemoryRunsOutWhileItIsMade) {
     std::vector<void*> taken;
     for (std::size_t size = std::size_t{1} << 20; size >= 16; size /= 2) {
         try {
@@ -121,6 +124,32 @@ TEST(FlatForm, GivesEverythingBackWhenFlatMemoryRunsOutWhileItIsMade) {
     }
     EXPECT_TRUE(made);
     for (void* block : taken) vdlFlatFree(block);
+}
+
+TEST(FlatSequence, WithMoreElementsThanFitIsALengthError) {
+    EXPECT_EQ(genrpc::countWithin(5, 5), 5U);
+    EXPECT_THROW((void)genrpc::countWithin(6, 5), std::length_error);
+    // In an address space of 32 bits neither the array nor the vector of so many may pass its end.
+    const auto expect = []<class Record>() {
+        using Flat = typename Record::Flat;
+        const std::uint64_t most = genrpc::largestCount<Flat>(INT32_MAX);
+        EXPECT_LE(most * sizeof(Flat), std::uint64_t{INT32_MAX});
+        EXPECT_LE(most * sizeof(Record), std::uint64_t{INT32_MAX});
+        EXPECT_GT((most + 1) * std::max(sizeof(Flat), sizeof(Record)), std::uint64_t{INT32_MAX});
+        EXPECT_LE(genrpc::largestCount<Flat>(), std::vector<Record>().max_size());
+        if constexpr (sizeof(void*) == sizeof(std::uint32_t)) {
+            Flat one(Record{});
+            genrpc::Sequence<Flat> sequence;
+            for (const std::uint32_t count : {static_cast<std::uint32_t>(most) + 1, INT32_MAX + 1U, UINT32_MAX}) {
+                sequence = {count, &one};
+                EXPECT_THROW((void)genrpc::plainOf(sequence), std::length_error) << count;
+            }
+            genrpc::release(one);
+        }
+    };
+    support::forEach(support::CoreRecords{}, expect);
+    support::forEach(support::StreamRecords{}, expect);
+    support::forEach(support::StatusRecords{}, expect);
 }
 
 TEST(FlatRegion, GivesPlacesThatDoNotOverlapAndDoublesItsMemory) {

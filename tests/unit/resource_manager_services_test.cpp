@@ -8,6 +8,8 @@
 #include <tvservice/interfaces.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <functional>
 
 namespace {
 
@@ -76,14 +78,25 @@ protected:
     frame::MsgIds ids{3, 4};
     const frame::TransportInfo transport{6, {7, 8}};
     int number = 0; // what is offered wrongly
+
+    void expectTheTvServiceIsLookedForUntilItIsThere();
+    void expectTheMmServiceIsLookedForUntilItIsThere();
 };
 
-// The manager keeps what it finds for the life of the process, so each service has one test, with a double that lasts
-// as long.
+// The manager keeps what it finds for the life of the process, so each test has a process of its own, with a double
+// that lasts as long.
+void inAProcessOfItsOwn(const std::function<void()>& body) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(
+        {
+            body();
+            std::exit(testing::Test::HasFailure() ? 1 : 0);
+        },
+        testing::ExitedWithCode(0), "");
+}
 
-TEST_F(ManagerServices, LookForTheTvServiceUntilItIsThereAndNeverAgain) {
+void ManagerServices::expectTheTvServiceIsLookedForUntilItIsThere() {
     static support::RecordingTvService service;
-    if (!service.calls.empty()) GTEST_SKIP() << "the manager found the service in an earlier run";
     service.result = -7;
     const std::vector<TvServiceReq_t> requests{request(3, 0, "dvb://1", "r")};
     for (int call = 0; call < 2; ++call) EXPECT_EQ(manager.ReqTV(ids, transport, requests), -1);
@@ -124,9 +137,12 @@ TEST_F(ManagerServices, LookForTheTvServiceUntilItIsThereAndNeverAgain) {
     EXPECT_EQ(service.calls[2].transport, frame::TransportInfo{});
 }
 
-TEST_F(ManagerServices, LookForTheMmServiceUntilItIsThereAndNeverAgain) {
+TEST_F(ManagerServices, LookForTheTvServiceUntilItIsThereAndNeverAgain) {
+    inAProcessOfItsOwn([this] { expectTheTvServiceIsLookedForUntilItIsThere(); });
+}
+
+void ManagerServices::expectTheMmServiceIsLookedForUntilItIsThere() {
     static MmDouble service;
-    if (!service.calls.empty()) GTEST_SKIP() << "the manager found the service in an earlier run";
     const std::vector<TvServiceReq_t> requests{request(4, 0, "http://x", "r")};
     for (int call = 0; call < 2; ++call) EXPECT_EQ(manager.ReqMM(ids, transport, requests), -1);
     EXPECT_THAT(linesOf(log, "ReqMM"),
@@ -165,6 +181,10 @@ TEST_F(ManagerServices, LookForTheMmServiceUntilItIsThereAndNeverAgain) {
     EXPECT_THAT(service.calls[2].requests, ElementsAre(stop));
     EXPECT_EQ(service.calls[2].ids, frame::MsgIds{});
     EXPECT_EQ(service.calls[2].transport, frame::TransportInfo{});
+}
+
+TEST_F(ManagerServices, LookForTheMmServiceUntilItIsThereAndNeverAgain) {
+    inAProcessOfItsOwn([this] { expectTheMmServiceIsLookedForUntilItIsThere(); });
 }
 
 } // namespace

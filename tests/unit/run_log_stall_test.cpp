@@ -3,13 +3,11 @@
 #include <lrt/run-log-agent.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -21,9 +19,10 @@ std::atomic<bool> diskIsStalled{false}, aWriteWaits{false};
 // Visible, so that the store's library calls it.
 extern "C" [[gnu::visibility("default")]] ssize_t pwrite64(int descriptor, const void* data, size_t size,
                                                            off64_t place) {
-    while (diskIsStalled) {
+    if (diskIsStalled) {
         aWriteWaits = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        aWriteWaits.notify_all();
+        diskIsStalled.wait(true);
     }
     using Call = ssize_t(int, const void*, size_t, off64_t);
     return reinterpret_cast<Call*>(dlsym(RTLD_NEXT, "pwrite64"))(descriptor, data, size, place);
@@ -34,7 +33,7 @@ namespace {
 int fail(void*) {
     diskIsStalled = true;
     lrt::RunLogAgentImpl::getInstance().writeRunLog({"code", "time", "error", 1, 2, "text"});
-    while (!aWriteWaits) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    aWriteWaits.wait(false);
     host::stopProcess();
     return 0;
 }

@@ -16,6 +16,7 @@
 #include <optional>
 #include <stdexcept>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace lrt {
@@ -66,6 +67,44 @@ struct RunLogFile : testing::Test {
     RunLogStore store{path, 5};
     host::LogCapture log{{runLogModule}};
 };
+
+// With the umask that it was made for.
+struct RunLogFileOfOneUser : RunLogFile {
+    RunLogFileOfOneUser() : before(umask(0)) {}
+    ~RunLogFileOfOneUser() override { umask(before); }
+
+    mode_t modeOf(const std::string& part) const {
+        struct stat status {};
+        EXPECT_EQ(stat((path + part).c_str(), &status), 0) << part;
+        return status.st_mode & 07777;
+    }
+    void expectPrivate() const {
+        for (const char* part : {"", "-wal", "-shm"}) EXPECT_EQ(modeOf(part), 0600U) << '"' << part << '"';
+    }
+
+    const mode_t before;
+};
+
+TEST_F(RunLogFileOfOneUser, IsMadeForThatUserWhateverTheUmask) {
+    for (const mode_t mask : {0000U, 0022U, 0077U, 0777U}) {
+        umask(mask);
+        RunLogStore(path, 5).write({record("text")});
+        {
+            RunLogStore open(path, 5);
+            open.write({record("text")});
+            expectPrivate();
+        }
+        for (const char* part : {"", "-wal", "-shm"}) std::filesystem::remove(path + part);
+    }
+}
+
+TEST_F(RunLogFileOfOneUser, IsClosedToOthersWhenItIsOpenedAgain) {
+    store.write({record("earlier")});
+    for (const char* part : {"", "-wal", "-shm"}) ASSERT_EQ(chmod((path + part).c_str(), 0644), 0);
+    RunLogStore(path, 5).write({record("text")});
+    expectPrivate();
+    EXPECT_THAT(newest(), ElementsAre("text", "earlier"));
+}
 
 TEST_F(RunLogFile, KeepsAllFieldsAsTheyWereGiven) {
     const RunLogRecord odd{"it's \"quoted\"; DROP TABLE run_log; --",

@@ -11,6 +11,8 @@
 #include <stdexcept>
 #include <string>
 #include <sys/stat.h>
+#include <utility>
+#include <vector>
 
 using namespace services;
 
@@ -66,7 +68,7 @@ TEST(ChannelList, MayBeEmpty) { EXPECT_TRUE(ChannelList::fromText("", "list.toml
 TEST(ChannelList, SaysWhatIsWrongOnWhichLine) {
     const std::string one = "[[channel]]\nuri = \"dvb://1\"\nname = \"One\"\n";
     EXPECT_EQ(channelProblem(one + "\n[[channel]]\nuri = \"dvb://1\"\nname = \"Two\"\n"),
-              "list.toml:6: dvb://1 is the URI of \"One\" already");
+              "list.toml:6: \"dvb://1\" is the URI of \"One\" already");
     EXPECT_EQ(channelProblem("[[channel]]\nuri = \"tv://1\"\nname = \"One\"\n"),
               "list.toml:2: \"tv://1\" is no dvb:// URI");
     EXPECT_EQ(channelProblem("[[channel]]\nuri = \"dvb://\"\nname = \"One\"\n"),
@@ -82,6 +84,21 @@ TEST(ChannelList, SaysWhatIsWrongOnWhichLine) {
     EXPECT_EQ(channelProblem(one + "[[channel\n").substr(0, 12), "list.toml:4:");
 }
 
+// The parser's tree takes stack for each level.
+TEST(ChannelList, ThatIsNestedTooDeepIsRefused) {
+    std::string dots;
+    for (int i = 0; i < 60000; ++i) dots += ".a";
+    for (const std::string& text :
+         {"\n[a" + dots + "]\n", "\na" + dots + " = 1\n", "\nchannel = [{a" + dots + " = 1}]\n"})
+        EXPECT_EQ(channelProblem(text), "list.toml:2: nested more than 16 levels deep");
+}
+
+TEST(ChannelList, IsQuotedAsPrintableText) {
+    EXPECT_EQ(channelProblem("\"\\u001b[2J\" = 1\n"), "list.toml:1: unknown key \"\\x1b[2J\"");
+    EXPECT_EQ(channelProblem("[[channel]]\nuri = \"\\n\"\nname = \"One\"\n"),
+              "list.toml:2: \"\\x0a\" is no dvb:// URI");
+}
+
 TEST(ChannelList, IsReadFromAFile) {
     const PrivateFolder folder;
     const std::string path = folder.file("list.toml", "[[channel]]\nuri = \"dvb://5\"\nname = \"Five\"\n");
@@ -91,12 +108,19 @@ TEST(ChannelList, IsReadFromAFile) {
 
 TEST(ChannelList, NamesAFileThatCannotBeRead) {
     const PrivateFolder folder;
-    for (const std::string& path : {folder.path() + "/missing.toml", folder.path()}) {
+    const std::string pipe = folder.path() + "/pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::vector<std::pair<std::string, std::string>> wrong{
+        {folder.path() + "/missing.toml", "there is no such file"},
+        {folder.path(), "not a file"},
+        {pipe, "not a file"},
+        {"/dev/zero", "longer than 1048576 bytes"}};
+    for (const auto& [path, problem] : wrong) {
         try {
             ChannelList::fromFile(path);
             ADD_FAILURE() << path;
         } catch (const ChannelListError& error) {
-            EXPECT_EQ(error.what(), path + ": cannot be read");
+            EXPECT_EQ(error.what(), path + ": " + problem);
         }
     }
 }

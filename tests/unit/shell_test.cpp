@@ -1,4 +1,6 @@
 // The debug shell: commands, the socket and the client.
+#include "support/test-where.h"
+
 #include <appovshell/shell-server.h>
 #include <appovshell/shell-socket.h>
 #include <host/log-capture.h>
@@ -303,8 +305,7 @@ TEST_F(Shell, RunsTheCommandsOfAClient) {
     EXPECT_EQ(reply.error, "unknown command: fly (help lists them)");
 }
 
-TEST_F(Shell, IsNotTrustedWhenItIsOfAnotherUser) {
-    if (geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+TEST_F_WHERE(support::isRoot(), Shell, IsNotTrustedWhenItIsOfAnotherUser) {
     const auto listener = appovshell::listenAt(path);
     ASSERT_EQ(seteuid(1), 0); // whoever listens is asked for
     ASSERT_EQ(listen(listener.get(), 1), 0);

@@ -229,6 +229,13 @@ TEST_F(Watch, RefusesAListThatIsNone) {
     }
 }
 
+// Copies and texts of JSON take stack for each level.
+TEST_F(Watch, RefusesAListThatIsNestedTooDeep) {
+    receiver->malformed = std::string(60000, '[') + std::string(60000, ']');
+    EXPECT_EQ(run(), tvctl::exitBadData);
+    EXPECT_THAT(errors.str(), HasSubstr("nested more than"));
+}
+
 TEST_F(Watch, FailsWhenItsOutputIsGone) {
     out.setstate(std::ios::badbit);
     receiver->before = {telling("A")};

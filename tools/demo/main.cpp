@@ -3,6 +3,7 @@
 #include "screen.h"
 
 #include <host/configuration.h>
+#include <host/printable.h>
 
 #include <CLI/CLI.hpp>
 #include <csignal>
@@ -68,6 +69,9 @@ int main(int argc, char** argv) {
     app.footer(
         "Exit codes: 0 everything was as expected, 1 something was not, 2 wrong usage, 6 malformed configuration,\n"
         "130 interrupted");
+    app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
+        return host::printable(CLI::FailureMessage::simple(failed, error), "\n");
+    });
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -80,10 +84,10 @@ int main(int argc, char** argv) {
         host::checkConfiguration();
         return run(places, withShell);
     } catch (const host::ConfigurationError& error) {
-        std::cerr << "tvsa-demo: " << error.what() << '\n';
+        std::cerr << "tvsa-demo: " << host::printable(error.what(), "\n") << '\n';
         return badData;
     } catch (const std::exception& error) {
-        std::cerr << "tvsa-demo: " << error.what() << '\n';
+        std::cerr << "tvsa-demo: " << host::printable(error.what(), "\n") << '\n';
         return failure;
     }
 }

@@ -4,6 +4,7 @@
 #include "table.h"
 
 #include <host/configuration.h>
+#include <host/printable.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -30,12 +31,14 @@ std::string asJson(const std::vector<host::NamedSetting>& settings, const std::v
 std::string asText(const std::vector<host::NamedSetting>& settings, const std::vector<host::ConfigurationFile>& files) {
     std::vector<Row> rows{{"SETTING", "VALUE", "FROM"}};
     for (const auto& setting : settings)
-        rows.push_back(setting.value ? Row{setting.name, setting.value->text, setting.value->origin}
-                                     : Row{setting.name, "-", "-"});
+        rows.push_back(setting.value ? Row{host::printable(setting.name), host::printable(setting.value->text),
+                                           host::printable(setting.value->origin)}
+                                     : Row{host::printable(setting.name), "-", "-"});
     std::string text;
     for (const std::string& line : aligned(rows)) text += line + '\n';
     text += '\n';
-    for (const auto& file : files) text += (file.found ? "read       " : "not there  ") + file.path + '\n';
+    for (const auto& file : files)
+        text += (file.found ? "read       " : "not there  ") + host::printable(file.path) + '\n';
     return text;
 }
 

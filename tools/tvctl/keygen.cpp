@@ -3,6 +3,7 @@
 #include "failure.h"
 
 #include <host/keys.h>
+#include <host/printable.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -43,7 +44,7 @@ int runKeygen(const Options& given, const std::vector<std::string>& arguments) {
     std::cout << (options.json ? toText({{"public", publicKey}, {"file", file}}) : publicKey) << '\n';
     if (const int exitCode = finish(std::cout, std::cerr, options.json); exitCode != exitDone) return exitCode;
     if (!show && !options.json && !options.quiet)
-        std::cerr << "The pair is in " << file
+        std::cerr << "The pair is in " << host::printable(file)
                   << ", which keys.file has to name on this machine and which stays here.\n"
                   << "The public key above goes to the others: into keys.clients where the services are,\n"
                      "into keys.services.SERVICE where the framework is.\n";

@@ -10,6 +10,7 @@
 #include "watch.h"
 
 #include <host/configuration.h>
+#include <host/printable.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -55,6 +56,7 @@ int main(int argc, char** argv) {
         "Gives a command to a receiver process. The verb \"help\" lists the commands of the process.",
         "tvctl");
     tvctl::addOptions(app, options);
+    tvctl::escapeFailures(app);
     app.set_version_flag("--version", "tvctl " TVCTL_VERSION);
     app.footer(footer());
     // Everything from the verb on is the command's, dashes included.
@@ -72,7 +74,7 @@ int main(int argc, char** argv) {
     }
     // The parser leaves options that it does not know to the command, but they came before the verb.
     if (words[0].rfind('-', 0) == 0) {
-        std::cerr << "tvctl: unknown option: " << words[0] << " (--help lists them)\n";
+        std::cerr << "tvctl: unknown option: " << host::printable(words[0]) << " (--help lists them)\n";
         return tvctl::exitUsage;
     }
     const auto* verb =

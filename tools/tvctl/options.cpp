@@ -1,5 +1,7 @@
 #include "options.h"
 
+#include <host/printable.h>
+
 #include <CLI/CLI.hpp>
 
 namespace tvctl {
@@ -29,7 +31,14 @@ void addOptions(CLI::App& app, Options& options) {
         ->check(checkSeconds);
 }
 
+void escapeFailures(CLI::App& app) {
+    app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
+        return host::printable(CLI::FailureMessage::simple(failed, error), "\n");
+    });
+}
+
 std::optional<int> parseArguments(CLI::App& app, const std::vector<std::string>& arguments) {
+    escapeFailures(app);
     try {
         // The parser takes its arguments from the end of the list.
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

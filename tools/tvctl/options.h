@@ -40,6 +40,9 @@ struct Verb {
 // Lets app take the options that fill in options; both have to last until app has parsed.
 void addOptions(CLI::App& app, Options& options);
 
+// Has app say what is wrong with its arguments in printable text: who wrote them is not always who reads it.
+void escapeFailures(CLI::App& app);
+
 // Reads a verb's arguments. Returns the exit code when there is nothing left to do: they are wrong, or help was wanted,
 // and that has been said.
 std::optional<int> parseArguments(CLI::App& app, const std::vector<std::string>& arguments);

@@ -3,6 +3,7 @@
 #include "failure.h"
 
 #include <host/environment.h>
+#include <host/printable.h>
 
 #include <cerrno>
 #include <exception>
@@ -49,7 +50,7 @@ int Session::print(const host::ShellReply& reply) const {
         if (options_.json && !nlohmann::json::accept(reply.output))
             std::cout << toText({{"output", reply.output}}) << '\n';
         else if (!reply.output.empty())
-            std::cout << withoutFinalLineFeed(reply.output) << '\n';
+            std::cout << host::printable(withoutFinalLineFeed(reply.output), "\n") << '\n';
     }
     return finish(std::cout, std::cerr, options_.json);
 }

@@ -58,6 +58,17 @@ public:
     std::uint64_t takeMissed() { return std::exchange(missed_, 0); }
 
 private:
+    // Copies and texts of JSON take stack for each level.
+    static std::vector<Json> listOf(const std::string& text) {
+        constexpr int deepest = 32; // the records of notifications have fewer levels than ten
+        const auto checkDepth = [](int depth, Json::parse_event_t, Json&) {
+            if (depth <= deepest) return true;
+            throw host::ShellError(host::ShellError::Kind::BadData, "the list of notifications is nested more than " +
+                                                                        std::to_string(deepest) + " levels deep");
+        };
+        return Json::parse(text, checkDepth).get<std::vector<Json>>();
+    }
+
     static std::uint64_t numberOf(const Json& notification) { return notification.at("number").get<std::uint64_t>(); }
     static std::string timeOf(const Json& notification) { return notification.at("time").get<std::string>(); }
 
@@ -69,7 +80,7 @@ private:
     std::vector<Json> ask(const std::vector<std::string>& words, std::chrono::milliseconds timeout) {
         const auto reply = client_.run(words, true, timeout);
         if (reply.status < 0) throw CommandFailure(reply);
-        return Json::parse(reply.output).get<std::vector<Json>>();
+        return listOf(reply.output);
     }
 
     const Options& options_;

@@ -10,4 +10,7 @@ namespace host {
 // text can forge a line or steer a terminal. A line feed becomes lineFeed.
 std::string printable(std::string_view text, std::string_view lineFeed = "\\x0a");
 
+// The text in quotes, printable, for a message of one line; of a long one the beginning and its length.
+std::string quoted(std::string_view text);
+
 } // namespace host

@@ -2,6 +2,8 @@
 #include "config/known-settings.h"
 #include "config/number.h"
 
+#include <host/printable.h>
+
 #include <charconv>
 #include <cstdlib>
 #include <set>

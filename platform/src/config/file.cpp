@@ -1,56 +1,21 @@
 #include "config/file.h"
 
 #include "config/known-settings.h"
-#include "io/file-descriptor.h"
 
 #include <host/printable.h>
+#include <host/toml-file.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <fcntl.h>
-#include <optional>
 #include <sstream>
 #include <string_view>
-#include <sys/stat.h>
-#include <system_error>
 #include <toml++/toml.h>
-#include <unistd.h>
 #include <vector>
 
 namespace host::config {
 namespace {
 
-constexpr std::size_t longestFile = std::size_t{1} << 20;
-
-struct File {
-    std::string text;
-    bool writableByOthers = false;
-};
-
 [[noreturn]] void fail(const std::string& path, const std::string& problem) {
     throw ConfigurationError(path + ": " + problem);
-}
-
-[[noreturn]] void failToRead(const std::string& path) {
-    fail(path, "cannot be read: " + std::generic_category().message(errno));
-}
-
-// Nothing when there is none.
-std::optional<File> read(const std::string& path) {
-    // A pipe must not make the process wait.
-    const io::FileDescriptor descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!descriptor && (errno == ENOENT || errno == ENOTDIR)) return std::nullopt;
-    struct stat status {};
-    if (!descriptor || fstat(descriptor.get(), &status) != 0) failToRead(path);
-    if (!S_ISREG(status.st_mode) && !S_ISCHR(status.st_mode)) fail(path, "not a file");
-    File file{{}, (status.st_mode & 022) != 0};
-    char buffer[4096];
-    for (ssize_t got; (got = ::read(descriptor.get(), buffer, sizeof buffer)) != 0;) {
-        if (got < 0 && errno != EINTR) failToRead(path);
-        if (got > 0) file.text.append(buffer, static_cast<std::size_t>(got));
-        if (file.text.size() > longestFile) fail(path, "longer than " + std::to_string(longestFile) + " bytes");
-    }
-    return file;
 }
 
 bool isServiceName(std::string_view name) {
@@ -86,6 +51,7 @@ public:
 
     void read(const std::string& text) const {
         checkCharacters(text);
+        checkTomlNesting(text, path_);
         try {
             readTable(toml::parse(text), {});
         } catch (const toml::parse_error& error) {
@@ -194,9 +160,13 @@ private:
 } // namespace
 
 bool addFile(const std::string& path, Values& values) {
-    const auto file = read(path);
-    if (file) Reader(path, file->writableByOthers, values).read(file->text);
-    return file.has_value();
+    try {
+        const auto file = readTomlFile(path);
+        if (file) Reader(path, file->writableByOthers, values).read(file->text);
+        return file.has_value();
+    } catch (const TomlFileError& error) {
+        throw ConfigurationError(error.what());
+    }
 }
 
 } // namespace host::config

@@ -168,6 +168,4 @@ std::string nameOf(const Known& known, std::string_view variable) {
     return std::string(known.name) + lower(variable.substr(known.variable.size()));
 }
 
-std::string quoted(std::string_view text) { return '"' + printable(text) + '"'; }
-
 } // namespace host::config

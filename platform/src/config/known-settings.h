@@ -35,7 +35,4 @@ const Known* findKnown(std::string_view name);
 std::string variableOf(const Known& known, std::string_view name);
 std::string nameOf(const Known& known, std::string_view variable);
 
-// The text in quotes, as fits a message of one line.
-std::string quoted(std::string_view text);
-
 } // namespace host::config

@@ -47,8 +47,24 @@ void appendEscaped(std::string& out, std::string_view text, std::string_view lin
 
 } // namespace host::debug
 
-std::string host::printable(std::string_view text, std::string_view lineFeed) {
+namespace host {
+namespace {
+
+constexpr std::size_t longestQuoted = 200; // bytes: longer than any path of a socket
+
+} // namespace
+
+std::string printable(std::string_view text, std::string_view lineFeed) {
     std::string result;
     debug::appendEscaped(result, text, lineFeed);
     return result;
 }
+
+std::string quoted(std::string_view text) {
+    if (text.size() <= longestQuoted) return '"' + printable(text) + '"';
+    std::size_t end = longestQuoted;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end; // not within a character
+    return '"' + printable(text.substr(0, end)) + "...\" (" + std::to_string(text.size()) + " bytes)";
+}
+
+} // namespace host

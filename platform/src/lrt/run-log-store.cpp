@@ -7,12 +7,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
 #include <limits>
 #include <sqlite3.h>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace lrt {
 namespace {
@@ -41,6 +43,22 @@ ino_t fileNumber(const std::string& path) {
     return stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
+// Makes the file if there is none, and closes it and those beside it to other users, whatever the umask is or an
+// earlier process left. SQLite gives the files that it makes the mode of the first. Opens no file that exists: to close
+// it again would end all locks that this process has on it.
+void keepPrivate(const std::string& path) {
+    const int made = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (made >= 0) close(made);
+    for (const char* part : {"", "-wal", "-shm"}) {
+        const std::string file = path + part;
+        struct stat status {};
+        if (stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode) || (status.st_mode & 0777) == 0600) continue;
+        if (chmod(file.c_str(), 0600) != 0 && errno != ENOENT)
+            debugLine(vdlDebugWarning, file + ": stays open to other users (wanted: mode 0600): " +
+                                           std::generic_category().message(errno));
+    }
+}
+
 } // namespace
 
 struct RunLogStore::Connection {
@@ -49,7 +67,7 @@ struct RunLogStore::Connection {
     ino_t file;
 
     explicit Connection(const std::string& path)
-        : database(path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, busyTimeoutMs),
+        : database((keepPrivate(path), path), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, busyTimeoutMs),
           insert((prepareFile(database), database),
                  "INSERT INTO run_log (log_code, log_time, error_code, log_kind, event_id, log_text) "
                  "VALUES (?, ?, ?, ?, ?, ?)"),

@@ -7,7 +7,8 @@
 
 namespace lrt {
 
-// A log file of the newest records. Several processes may have the same one open. For one thread at a time.
+// A log file of the newest records, of mode 0600 as those beside it. Several processes may have the same one open. For
+// one thread at a time.
 class RunLogStore {
 public:
     static constexpr std::int64_t defaultLimit = 10000;

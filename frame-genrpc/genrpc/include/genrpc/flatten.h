@@ -5,7 +5,12 @@
 #include <genrpc/flat-region.h>
 #include <genrpc/flat-types.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -178,10 +183,20 @@ template <Form F> typename F::Plain plainOf(const F& from) {
     return std::apply([&](const auto&... field) { return typename F::Plain{plainOf(from.*field.flat)...}; },
                       fieldsOf<F>);
 }
+// The count, which is at most most; else throws what a vector does.
+inline std::uint32_t countWithin(std::uint32_t count, std::size_t most) {
+    if (count > most) throw std::length_error("cannot create std::vector larger than max_size()");
+    return count;
+}
+// How many elements a sequence can have whose array and whose vector both fit into an address space. With more, the
+// pointer to its end would wrap where pointers have 32 bits.
+template <class E> constexpr std::size_t largestCount(std::size_t addressable = PTRDIFF_MAX) {
+    return addressable / std::max(sizeof(E), sizeof(typename E::Plain));
+}
 // Made by the forms' conversions, one after the other. A count that no vector can hold is a std::length_error.
 template <class E> std::vector<typename E::Plain> plainOf(const Sequence<E>& from) {
     const E* const first = from.data;
-    return std::vector<typename E::Plain>(first, first + countOf(from));
+    return std::vector<typename E::Plain>(first, first + countWithin(countOf(from), largestCount<E>()));
 }
 
 // ---- assigning to a form that may hold something already ----
