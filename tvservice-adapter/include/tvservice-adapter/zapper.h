@@ -10,9 +10,10 @@
 //     zapper.stop({0, 0});    // a stop is a request like any other: the newest wins
 //
 // Time: a lost answer costs at most 7.5 s: 5 s until the adapter's limit, up to 1 s until the adapter looks at it, up
-// to 0.25 s until the Zapper sees that, the rest for a busy machine. A request that stops something first can lose two
-// answers, of which each costs as much. The adapter does not have this second of quiet while requests come to it by
-// other ways, from this application or from others: the Zapper then waits on, with one request per terminal.
+// to 0.25 s until the Zapper sees that, the rest for a busy machine. That is counted from the sending to the service: a
+// request that needs a stop first may have spent up to 5 s on slow answers to that before. The adapter does not get its
+// second of quiet while requests keep coming to it by other ways, from this application or others; the Zapper then
+// waits on, with one request per terminal. Another Zapper can put the look off only once, by less than a second.
 //
 // Outcomes: each request gets one (see ZapOutcome), in order for those that were sent. The function that takes them
 // must not throw, and may call want(), stop() and forget(). It is called on the thread of want() or forget() (replaced,
