@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# An application built only with what is installed makes every request in a receiver of installed programs:
+# Applications built only with what is installed make every request, and zap, in a receiver of installed programs:
 # installed_application.sh BUILD_FOLDER SOURCE_FOLDER
 set -euo pipefail
 build=$1 source=$2
@@ -18,9 +18,11 @@ trap end EXIT
 
 cmake --install "$build" --prefix "$folder/installed" >"$folder/install.log"
 "$source/tests/check-search-paths.sh" "$folder/installed" >"$folder/search-paths.log"
-cmake -S "$source/docs/examples/every-request" -B "$folder/example" -DCMAKE_PREFIX_PATH="$folder/installed" \
-    >"$folder/configure.log"
-cmake --build "$folder/example" >"$folder/build.log"
+for example in every-request zapping; do
+    cmake -S "$source/docs/examples/$example" -B "$folder/$example" -DCMAKE_PREFIX_PATH="$folder/installed" \
+        >"$folder/configure-$example.log"
+    cmake --build "$folder/$example" >"$folder/build-$example.log"
+done
 
 mkdir -m 700 "$folder/run" "$folder/state"
 export RUNTIME_DIRECTORY=$folder/run STATE_DIRECTORY=$folder/state PATH=$folder/installed/bin:$PATH
@@ -44,9 +46,14 @@ expect() { # NAME TEXT
 modules=$(dirname "$(find "$folder/installed" -name libapp-tvservice-adapter.so)")
 start tvserviced
 start mmserviced
-frame-host "$modules/libapp-tvservice-adapter.so" "$folder/example/libevery-request.so" >"$folder/frame-host.log" 2>&1 &
+frame-host "$modules/libapp-tvservice-adapter.so" "$folder/every-request/libevery-request.so" \
+    "$folder/zapping/libzapping.so" >"$folder/frame-host.log" 2>&1 &
 children+=($!)
 expect frame-host "17 requests are on their way"
 expect frame-host "terminal 0:0: dvb://1.1.1, result 0"
 expect frame-host "terminal 0:0 has"
 expect frame-host "download: 100 %"
+expect frame-host "dvb://1.1.1: result"
+expect frame-host "dvb://1.1.20: result"
+expect frame-host "rec://plain/null: result 0"
+! grep -E "^dvb://1\.1\.([2-9]|1[0-9]): " "$folder/frame-host.log" # which nobody wanted any more

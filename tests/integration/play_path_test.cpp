@@ -21,9 +21,12 @@ void PrintTo(const Answer& answer, std::ostream* out) {
 namespace {
 
 using namespace receiver;
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 constexpr const char* live = "dvb://1.1.1";
 constexpr const char* stopped = "rec://plain/null";
@@ -219,6 +222,49 @@ TEST_F(PlayPath, AnAnswerToAnotherRequestIsPassedOnUnchanged) {
     EXPECT_EQ(answers[0].at("uri"), live);
     EXPECT_EQ(answers[0].at("result"), done);
     EXPECT_EQ(kit.ask(Part::frameHost, {"bundles"}).size(), 1U); // the request itself is still unanswered
+}
+
+TEST_F(PlayPath, ZapsWhileAnAnswerIsLostEndOnTheLastChannel) {
+    kit.ask(Part::tvService, {"fault", "mute", "on"});
+    kit.ask(Part::frameHost, {"zap", "0:0", live});
+    const auto underWay = [&] { return kit.ask(Part::frameHost, {"bundles"}); };
+    const std::string lost = underWay()[0].at("reqId");
+    // Faster than once a second, until the lost request was given up all the same.
+    ASSERT_TRUE(kit.waitFor(
+        [&] {
+            kit.ask(Part::frameHost, {"zap", "0:0", "dvb://1.1.2", "dvb://1.1.3"});
+            const auto bundles = underWay();
+            EXPECT_LE(bundles.size(), 1U);
+            return bundles.empty() || bundles[0].at("reqId") != lost;
+        },
+        dropLimit));
+    kit.ask(Part::tvService, {"fault", "mute", "off"});
+    kit.ask(Part::frameHost, {"zap", "0:0", stopped});
+    const auto isStopped = [&] {
+        const auto terminals = kit.ask(Part::frameHost, {"terminals"});
+        return !terminals.empty() && terminals[0].at("uri") == stopped && terminals[0].at("state") == "idle";
+    };
+    EXPECT_TRUE(kit.waitFor(isStopped, dropLimit)); // the one after the lost one may have been lost, too
+    EXPECT_THAT(kit.answersTo(lost), IsEmpty());
+}
+
+TEST_F(PlayPath, ARequestThatKeepsOthersWaitingIsShownAsOverdue) {
+    kit.ask(Part::tvService, {"fault", "mute", "on"});
+    kit.play("0:0", live);
+    nlohmann::json bundles;
+    ASSERT_TRUE(kit.waitFor(
+        [&] {
+            kit.play("2:0", live); // which puts off the look at the limit
+            bundles = kit.ask(Part::frameHost, {"bundles", "2"});
+            return bundles[0].at("overdueMs") > 0;
+        },
+        dropLimit));
+    const std::string overdue = "request " + bundles[0].at("reqId").get<std::string>() + " overdue for ";
+    const std::string remedy = " s; is given up after a second without requests";
+    EXPECT_THAT(bundles[0].at("state").get<std::string>(), AllOf(StartsWith(overdue), EndsWith(remedy)));
+    EXPECT_THAT(bundles[1].at("state").get<std::string>(), HasSubstr(" waits behind: " + overdue));
+    const auto terminals = kit.ask(Part::frameHost, {"terminals"});
+    EXPECT_THAT(terminals[0].at("state").get<std::string>(), HasSubstr(overdue));
 }
 
 TEST_F(PlayPath, TwoReceiversOnOneMachineDoNotMeet) {

@@ -8,9 +8,11 @@
 #include <frame/process.h>
 
 #include <boost/make_shared.hpp>
+#include <chrono>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <thread>
 #include <vector>
 
 using genrpc::Json;
@@ -198,6 +200,9 @@ TEST_F(Control, NamesTheArgumentThatIsWrong) {
     EXPECT_EQ(run({"send-key"}).output, "KEY is missing\n");
     EXPECT_EQ(run({"audio"}).error, "usage: audio TERMINAL N [N]");
     EXPECT_EQ(run({"play", "x", "dvb://1"}).output, "terminal 'x': wanted TYPE:ID, two decimal numbers\n");
+    EXPECT_EQ(run({"zap", "x", "dvb://1"}).output, "terminal 'x': wanted TYPE:ID, two decimal numbers\n");
+    EXPECT_EQ(run({"zap", "0:0"}).output, "no URI given\n");
+    EXPECT_EQ(run({"zap"}).error, "usage: zap TERMINAL URI...");
 }
 
 TEST_F(Control, ListsEveryKindOfNotificationOnce) {
@@ -289,6 +294,82 @@ TEST_F(Control, ListsTextThatIsNotUtf8) {
     frame::MsgIds ids;
     log.tvServicePlayInfo(ids, {}, {"\xff\n"});
     EXPECT_EQ(Json::parse(run({"notifications"}, true).output)[0]["arguments"]["info"]["strParam1"], "\xEF\xBF\xBD\n");
+}
+
+// The adapter's queue, with a service that answers when the test says so: play and zap meet there.
+struct ControlOfTheQueue : Control {
+    static constexpr auto patience = std::chrono::seconds(60);
+
+    void TearDown() override {
+        while (!startedAdapter().bundles().empty()) answerFirst();
+    }
+    // Waits until the request under way was sent, and answers it.
+    void answerFirst() {
+        const auto end = std::chrono::steady_clock::now() + patience;
+        auto bundles = startedAdapter().bundles();
+        const auto sent = [&] {
+            return !bundles.empty() && bundles.front().steps.front().operation == "ResOperation::WaitingStart";
+        };
+        while (!sent() && std::chrono::steady_clock::now() < end) {
+            std::this_thread::yield();
+            bundles = startedAdapter().bundles();
+        }
+        ASSERT_TRUE(sent());
+        frame::MsgIds ids;
+        const std::vector<tvservice::TvServiceInfo_t> infos{
+            {bundles.front().terminals.front(), 0, "u", "", "", bundles.front().reqId}};
+        service.clients.front()->tvServiceInfo(ids, {}, infos);
+    }
+    Json queue() { return Json::parse(run({"bundles"}, true).output); }
+};
+
+TEST_F(ControlOfTheQueue, ZapsWithOneRequestAtATime) {
+    EXPECT_EQ(run({"zap", "1:0", "dvb://1", "dvb://2", "dvb://3"}).output, "wanted 3\n");
+    EXPECT_THAT(queue(), SizeIs(1));
+    answerFirst();
+    EXPECT_THAT(queue(), SizeIs(1));
+    answerFirst();
+    EXPECT_THAT(queue(), SizeIs(0));
+    EXPECT_EQ(run({"zap", "1:0", "dvb://1"}, true).output, "{\"wanted\":1}\n");
+}
+
+TEST_F(ControlOfTheQueue, ForgetsZapsWhenSomethingNewerIsPlayedOrStopped) {
+    for (const auto& newer : {std::vector<std::string>{"play", "5:0,2:0", "dvb://9"}, {"stop", "5:0"}}) {
+        run({"zap", "5:0", "dvb://1", "dvb://2"});
+        EXPECT_EQ(run(newer).status, 0);
+        EXPECT_THAT(queue(), SizeIs(2));
+        answerFirst();
+        EXPECT_THAT(queue(), SizeIs(1)) << newer.front(); // and not the zap to dvb://2, which was wanted before it
+        answerFirst();
+    }
+}
+
+TEST_F(ControlOfTheQueue, ShowsWhatIsQueuedForEachTerminal) {
+    run({"play", "1:0,2:0", "dvb://1"});
+    run({"play", "2:0", "dvb://2"});
+    const auto list = queue();
+    ASSERT_THAT(list, SizeIs(2));
+    EXPECT_EQ(list[0]["terminals"], (Json{"1:0", "2:0"}));
+    EXPECT_EQ(list[0]["overdueMs"], 0);
+    EXPECT_THAT(list[0]["state"].get<std::string>(), HasSubstr(" awaits its answers for "));
+    EXPECT_EQ(list[1]["waitedMs"], 0);
+    EXPECT_THAT(list[1]["state"].get<std::string>(), HasSubstr(" waits behind: request "));
+    EXPECT_THAT(Json::parse(run({"bundles", "1"}, true).output), SizeIs(1));
+    EXPECT_EQ(run({"bundles", "-1"}).status, -22);
+
+    frame::MsgIds ids;
+    view.tvServiceInfo(ids, {}, {{{0, 0}, 0, "dvb://0", "", "", "1"}, {{2, 0}, 0, "dvb://0", "", "", "1"}});
+    const auto terminals = Json::parse(run({"terminals"}, true).output);
+    ASSERT_THAT(terminals, SizeIs(3));
+    EXPECT_EQ(terminals[0]["terminal"], "0:0");
+    EXPECT_EQ(terminals[0]["queued"], 0);
+    EXPECT_EQ(terminals[0]["state"], "idle");
+    EXPECT_EQ(terminals[1]["terminal"], "2:0");
+    EXPECT_EQ(terminals[1]["queued"], 2);
+    EXPECT_THAT(terminals[1]["state"].get<std::string>(), HasSubstr(" awaits its answers for "));
+    EXPECT_EQ(terminals[2]["terminal"], "1:0");
+    EXPECT_EQ(terminals[2]["queued"], 1);
+    EXPECT_EQ(terminals[2]["uri"], "");
 }
 
 } // namespace

@@ -247,6 +247,29 @@ TEST_F(DoctorOfShells, FindsOneWhoseCommandsFail) {
     ::close(listener);
 }
 
+TEST_F(DoctorOfShells, WarnsOfARequestWhoseAnswerIsOverdue) {
+    static const char* queue = "";
+    static appovshell::ShellServer* server = nullptr;
+    appovshell::ShellServer shell;
+    server = &shell;
+    ASSERT_EQ(shell.registerCommand(
+                  "bundles [:d]", "",
+                  [](void*) {
+                      server->print(queue);
+                      return 0;
+                  },
+                  nullptr),
+              0);
+    shell.open(socket, geteuid());
+    shell.start();
+    for (const char* quiet : {"[]", R"([{"reqId":"12","overdueMs":0,"state":"waits"}])", R"([{"reqId":"12"}])"}) {
+        queue = quiet;
+        EXPECT_EQ(complaintsIn(checkShell(socket, patience)), 0U) << quiet;
+    }
+    queue = R"([{"reqId":"12","overdueMs":40000,"state":"request 12 overdue for 40.0 s"}])";
+    EXPECT_THAT(checkShell(socket, patience), finds(Severity::warning, "frame-host", "request 12 overdue for 40.0 s"));
+}
+
 TEST_F(DoctorOfShells, HasNothingToSayOfOneThatIsGone) { EXPECT_TRUE(checkShell(socket, patience).findings.empty()); }
 
 class DoctorOfTheRunLog : public Doctor {

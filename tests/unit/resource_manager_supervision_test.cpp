@@ -53,6 +53,48 @@ TEST_F(Supervision, DropsTheStartsOfABundleWhoseStopsAreNotAnswered) {
     EXPECT_THAT(linesWith("writeTvRunLog"), IsEmpty());
 }
 
+TEST_F(Supervision, TellsHowLongAnswersHaveBeenAwaitedAndForWhichTerminals) {
+    manager.ask({request(1, 0, "dvb://1"), request(2, 3, "http://x")});
+    manager.ask({request(4, 0, "dvb://1")});
+    EXPECT_EQ(manager.bundles()[0].waited, 0ms);
+    EXPECT_TRUE(manager.work());
+    pass(1500us);
+    EXPECT_EQ(manager.bundles()[0].waited, 1ms);
+    pass(40s);
+    EXPECT_EQ(manager.bundles()[0].waited, 40001ms);
+    EXPECT_EQ(manager.bundles()[1].waited, 0ms);
+    std::string terminals;
+    for (const auto& bundle : manager.bundles())
+        for (const auto& terminal : bundle.terminals) terminals += show(terminal);
+    EXPECT_EQ(terminals, " 2:3= 1:0= 4:0=");
+}
+
+TEST_F(Supervision, StartsToCountAgainWhenTheStartsAreSent) {
+    manager.ask({request(1, 0, "http://x")});
+    EXPECT_TRUE(manager.work());
+    pass(4s);
+    manager.answer(ResponseMM, {info(1, 0, "1")});
+    manager.answer(ResponseTV, {info(1, 0, "1")});
+    EXPECT_EQ(manager.bundles()[0].waited, 0ms);
+    EXPECT_TRUE(manager.work());
+    pass(1s);
+    EXPECT_EQ(manager.bundles()[0].waited, 1s);
+}
+
+TEST_F(Supervision, DropsNothingWhileRequestsKeepComing) {
+    manager.ask({request(1, 0, "dvb://lost")});
+    EXPECT_TRUE(manager.work());
+    for (int i = 0; i < 120; ++i)
+        SimulatedTime::get().duringWaits.push_back([this] {
+            pass(500ms);
+            manager.ask({request(2, 0, "dvb://next")});
+        });
+    pass(0s);
+    EXPECT_FALSE(manager.work()); // the wait after all these, which is the first whole second
+    EXPECT_EQ(manager.queue().size(), 120U);
+    EXPECT_THAT(linesWith("timeout 5s"), testing::SizeIs(1));
+}
+
 TEST_F(Supervision, NeverDropsABundleThatIsNotSent) {
     manager.ask({request(1, 0, "dvb://1")});
     pass(1h);

@@ -125,7 +125,7 @@ TEST_F(Terminals, AreListedWithBothAnswersInFull) {
     }
     EXPECT_EQ(terminal.dump(), R"({"terminal":"0:0","uri":"dvb://1","uuid":"uuid of dvb://1","reqId":"1",)"
                                R"("since":"then","lastResult":-5,"lastUri":"dvb://2","lastReqId":"2",)"
-                               R"("lastTime":"then"})");
+                               R"("lastTime":"then","queued":0,"state":"idle"})");
     EXPECT_THAT(run("terminals", false), HasSubstr("terminal 0:0  uri dvb://1  uuid uuid of dvb://1  reqId 1  since "));
     EXPECT_THAT(run("terminals", false), HasSubstr("  lastResult -5  lastUri dvb://2  lastReqId 2  lastTime "));
 }

@@ -25,11 +25,10 @@ std::cv_status (*resWait)(std::condition_variable&, std::unique_lock<std::mutex>
 
 namespace {
 
-using namespace std::chrono_literals;
 namespace uri = ov::orveltools::uri;
 
 constexpr auto module = genrpc::ManagerLog;
-constexpr auto answerLimit = 5s;
+constexpr auto answerLimit = bundleAnswerLimit;
 constexpr std::int32_t newerRequestQueued = 1; // result of a terminal for which a newer request is queued
 
 // Found through the framework when first needed, kept for the life of the process; touched by the worker only.
@@ -547,6 +546,10 @@ std::vector<BundleStatus> ResManager::bundles() {
         BundleStatus status{*bundle->pReqId, {}};
         for (const ResOP_& operation : bundle->resOps)
             status.steps.push_back({textOf(operation.op), textOf(operation.response)});
+        for (const auto& starts : {bundle->pMM, bundle->pTV}) // a stop is a start of the null source, too
+            for (const TvServiceReq_t& request : *starts) status.terminals.push_back(request.terminal);
+        if (const ResOP_& front = bundle->resOps.front(); front.op == WaitingStop || front.op == WaitingStart)
+            status.waited = std::chrono::duration_cast<std::chrono::milliseconds>(resClock() - front.startTime);
         result.push_back(std::move(status));
     }
     return result;

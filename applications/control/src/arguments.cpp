@@ -25,6 +25,10 @@ int refuse(appovshell::Server& shell, const std::string& why) {
     return badArgument;
 }
 
+int refuseTerminal(appovshell::Server& shell, const std::string& text) {
+    return refuse(shell, "terminal " + inQuotes(text) + ": wanted TYPE:ID, two decimal numbers");
+}
+
 bool ArgumentReader::next(std::string& text) {
     if (!problem_.empty()) return false;
     const auto end = std::min(names_.find(' '), names_.size());

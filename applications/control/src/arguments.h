@@ -34,6 +34,7 @@ std::string inQuotes(const std::string& text);
 
 // Prints why a command cannot be carried out and gives its result.
 int refuse(appovshell::Server& shell, const std::string& why);
+int refuseTerminal(appovshell::Server& shell, const std::string& text); // because readTerminal could not read it
 
 // Takes the arguments of the command under way one after the other and puts each where it belongs. names are the
 // arguments' names, separated by blanks; one in brackets may be missing and then leaves its place as it is. After the

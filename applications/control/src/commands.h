@@ -6,6 +6,7 @@
 #include "looking-commands.h"
 #include "play-commands.h"
 #include "request-commands.h"
+#include "zap-commands.h"
 
 namespace control {
 
@@ -14,17 +15,25 @@ class Commands {
 public:
     Commands(tvservice::ModelTvServiceAdapter& adapter, const TerminalView& view, const NotificationLog& notifications,
              appovshell::Server& shell)
-        : play_(adapter, shell), requests_(adapter, shell), looking_(adapter, view, notifications, shell) {}
+        : zap_(adapter, shell),
+          play_(adapter, zap_.zapper(), shell),
+          requests_(adapter, shell),
+          looking_(adapter, view, notifications, shell) {}
 
     // Registers every command with the shell: 0, or the shell's first negative result.
     int registerAll() {
         int result = play_.registerAll();
+        if (result == 0) result = zap_.registerAll();
         if (result == 0) result = requests_.registerAll();
         if (result == 0) result = looking_.registerAll();
         return result;
     }
 
+    // Ends what would use the adapter beyond the process's end.
+    void end() { zap_.zapper().end(); }
+
 private:
+    ZapCommands zap_;
     PlayCommands play_;
     RequestCommands requests_;
     LookingCommands looking_;

@@ -1,6 +1,7 @@
 // The control application: it registers with the adapter, keeps what each terminal shows and what clients are told, and
 // offers the shell commands by which a person or a tool plays on the receiver.
 #include "commands.h"
+#include "log.h"
 #include "notification-log.h"
 #include "terminal-view.h"
 
@@ -8,7 +9,6 @@
 #include <frame/abstract-application.h>
 #include <frame/process.h>
 #include <tvservice-adapter/model-tvservice-adapter.h>
-#include <vdl/debug.h>
 
 #include <boost/make_shared.hpp>
 #include <cstdlib>
@@ -17,13 +17,7 @@
 namespace control {
 namespace {
 
-constexpr std::uint32_t controlLog = 0x0301;
-
-void complain(const char* what, int result) {
-    vdlDebugChunk chunk;
-    if (vdlDebugCheckLevelGetFrameAndChunk(controlLog * 65536U + vdlDebugFailure, chunk))
-        vdlDebugOutput0(chunk, "%s: %d\n", what, result);
-}
+void complain(const char* what, int result) { CONTROL_LOG(vdlDebugFailure, "%s: %d\n", what, result); }
 
 class ControlApplication : public frame::AbstractApplication {
 public:
@@ -63,6 +57,10 @@ private:
         }
         result = adapter->addClient(view_);
         return result < 0 ? result : adapter->addClient(notifications_);
+    }
+    int performStopping() override {
+        if (commands_) commands_->end();
+        return frame::AbstractApplication::performStopping();
     }
 
     boost::shared_ptr<TerminalView> view_;

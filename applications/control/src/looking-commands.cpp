@@ -9,6 +9,10 @@
 #include <lrt/run-log-agent.h>
 #include <vdl/debug.h>
 
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <map>
 #include <optional>
 #include <sstream>
 #include <utility>
@@ -46,6 +50,79 @@ Json toJson(const std::vector<TerminalState>& terminals) {
     return list;
 }
 
+using Bundles = std::vector<tvservice::BundleStatus>;
+
+std::int64_t overdueMs(const tvservice::BundleStatus& bundle) {
+    const std::chrono::milliseconds limit = tvservice::bundleAnswerLimit;
+    return std::max<std::int64_t>((bundle.waited - limit).count(), 0);
+}
+
+std::string inSeconds(std::int64_t milliseconds) {
+    return std::to_string(milliseconds / 1000) + "." + std::to_string(milliseconds % 1000 / 100) + " s";
+}
+
+// What the first bundle of the queue, which is under way, waits for.
+std::string stateOfFirst(const tvservice::BundleStatus& bundle) {
+    if (const auto overdue = overdueMs(bundle); overdue > 0)
+        return "request " + bundle.reqId + " overdue for " + inSeconds(overdue) +
+               "; is given up after a second without requests";
+    return "request " + bundle.reqId + " awaits its answers for " + inSeconds(bundle.waited.count());
+}
+
+// What a bundle of the queue waits for.
+std::string stateOf(const tvservice::BundleStatus& bundle, const tvservice::BundleStatus& first) {
+    return &bundle == &first ? stateOfFirst(first)
+                             : "request " + bundle.reqId + " waits behind: " + stateOfFirst(first);
+}
+
+Json toJson(const Bundles& bundles, std::size_t count) {
+    Json list = Json::array();
+    for (const auto& bundle : bundles) {
+        if (list.size() == count) break;
+        Json steps = Json::array(), terminals = Json::array();
+        for (const auto& step : bundle.steps)
+            steps.push_back({{"operation", step.operation}, {"awaited", step.awaited}});
+        for (const auto& terminal : bundle.terminals) terminals.push_back(nameOf(terminal));
+        list.push_back({{"reqId", bundle.reqId},
+                        {"steps", steps},
+                        {"terminals", terminals},
+                        {"waitedMs", bundle.waited.count()},
+                        {"overdueMs", overdueMs(bundle)},
+                        {"state", stateOf(bundle, bundles.front())}});
+    }
+    return list;
+}
+
+// Adds to the list of terminals what is queued for each: how many requests, and what the first of them waits for. A
+// terminal that no request was answered for yet is added to the list.
+void addQueued(Json& list, const Bundles& bundles) {
+    struct Queued {
+        std::size_t requests = 0;
+        const tvservice::BundleStatus* first = nullptr;
+    };
+    std::map<std::string, Queued> queued; // as many as the adapter's queue names
+    for (const auto& bundle : bundles)
+        for (const auto& terminal : bundle.terminals) {
+            Queued& of = queued[nameOf(terminal)];
+            if (of.requests++ == 0) of.first = &bundle;
+        }
+    const auto add = [&](Json& row, const Queued& of) {
+        row["queued"] = of.requests;
+        row["state"] = of.first == nullptr ? "idle" : stateOf(*of.first, bundles.front());
+    };
+    for (Json& row : list) {
+        const auto found = queued.find(row["terminal"].get<std::string>());
+        add(row, found == queued.end() ? Queued{} : found->second);
+        if (found != queued.end()) queued.erase(found);
+    }
+    for (const auto& [terminal, of] : queued) {
+        Json row = toJson(std::vector{TerminalState{}}).front();
+        row["terminal"] = terminal;
+        add(row, of);
+        list.push_back(std::move(row));
+    }
+}
+
 // One line per object: the values of its members, named.
 std::string toLines(const Json& list) {
     std::ostringstream out;
@@ -67,10 +144,10 @@ int report(appovshell::Server& shell, const Json& list) {
     return 0;
 }
 
-// The number of a command's optional argument; 10 without one. Nothing when it is no count.
-std::optional<std::size_t> countArgument(appovshell::Server& shell) {
+// The number of a command's optional argument. Nothing when it is no count.
+std::optional<std::size_t> countArgument(appovshell::Server& shell, std::size_t withoutOne = 10) {
     const std::string text = shell.getArgument(0);
-    if (text.empty()) return 10;
+    if (text.empty()) return withoutOne;
     std::int32_t count = 0;
     if (!readNumber(text, count) || count < 0) return std::nullopt;
     return static_cast<std::size_t>(count);
@@ -97,11 +174,13 @@ std::string toLine(const Notification& notification) {
 int LookingCommands::registerAll() {
     using Self = LookingCommands;
     static constexpr Command table[] = {
-        {"terminals", "what each terminal shows, and the last answer for it", call<Self, &Self::terminals>},
+        {"terminals", "what each terminal shows, the last answer for it, and what is queued for it",
+         call<Self, &Self::terminals>},
         {"answers [:d]", "[N] - the newest N answers (10)", call<Self, &Self::answers>},
         {"notifications [:s]", "[AFTER] - what clients were told, from the number after AFTER on (the newest 10)",
          call<Self, &Self::notifications>},
-        {"bundles", "the resource manager's queue, with steps and what is awaited", call<Self, &Self::bundles>},
+        {"bundles [:d]", "[N] - the requests under way and waiting, with what is awaited and since when; the first N",
+         call<Self, &Self::bundles>},
         {"stats", "counters of the service connections", call<Self, &Self::stats>},
         {"runlog [:d]", "[N] - the newest N records of the run log (10)", call<Self, &Self::runlog>},
         {"log :s", "MODULE=LEVEL[,...] - change what is logged", call<Self, &Self::log>},
@@ -109,7 +188,11 @@ int LookingCommands::registerAll() {
     return registerCommands(shell_, table, *this);
 }
 
-int LookingCommands::terminals() { return report(shell_, toJson(view_.terminals())); }
+int LookingCommands::terminals() {
+    Json list = toJson(view_.terminals());
+    addQueued(list, adapter_.bundles());
+    return report(shell_, list);
+}
 
 int LookingCommands::answers() {
     const auto count = countArgument(shell_);
@@ -135,14 +218,8 @@ int LookingCommands::notifications() {
 }
 
 int LookingCommands::bundles() {
-    Json list = Json::array();
-    for (const auto& bundle : adapter_.bundles()) {
-        Json steps = Json::array();
-        for (const auto& step : bundle.steps)
-            steps.push_back({{"operation", step.operation}, {"awaited", step.awaited}});
-        list.push_back({{"reqId", bundle.reqId}, {"steps", steps}});
-    }
-    return report(shell_, list);
+    const auto count = countArgument(shell_, std::numeric_limits<std::size_t>::max());
+    return count ? report(shell_, toJson(adapter_.bundles(), *count)) : refuse(shell_, "wanted a count");
 }
 
 int LookingCommands::stats() {

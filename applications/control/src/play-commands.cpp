@@ -33,13 +33,13 @@ int PlayCommands::submit(const std::string& uri, const std::string& uuid) {
     std::istringstream terminals(shell_.getArgument(0));
     for (std::string text; std::getline(terminals, text, ',');) {
         tvservice::TvServiceReq_t request;
-        if (!readTerminal(text, request.terminal))
-            return refuse(shell_, "terminal " + inQuotes(text) + ": wanted TYPE:ID, two decimal numbers");
+        if (!readTerminal(text, request.terminal)) return refuseTerminal(shell_, text);
         request.uri = uri;
         request.uuid = uuid;
         requests.push_back(std::move(request));
     }
     if (requests.empty()) return refuse(shell_, "no terminal given");
+    for (const auto& request : requests) zapper_.forget(request.terminal);
     frame::MsgIds ids;
     const int result = adapter_.tvServiceReq(ids, frame::TransportInfo{}, requests);
     if (result < 0) return result;

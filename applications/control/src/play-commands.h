@@ -1,8 +1,10 @@
-// The shell commands that play and stop on terminals.
+// The shell commands that play and stop on terminals. Each queues its request at once, and forgets what `zap` still
+// wanted there.
 #pragma once
 
 #include <appovshell/server.h>
 #include <tvservice-adapter/model-tvservice-adapter.h>
+#include <tvservice-adapter/zapper.h>
 
 #include <string>
 
@@ -11,8 +13,8 @@ namespace control {
 // Lives as long as the process: the shell keeps pointers to it.
 class PlayCommands {
 public:
-    PlayCommands(tvservice::ModelTvServiceAdapter& adapter, appovshell::Server& shell)
-        : adapter_(adapter), shell_(shell) {}
+    PlayCommands(tvservice::ModelTvServiceAdapter& adapter, tvservice::Zapper& zapper, appovshell::Server& shell)
+        : adapter_(adapter), zapper_(zapper), shell_(shell) {}
 
     // Registers every command with the shell: 0, or the shell's first negative result.
     int registerAll();
@@ -23,6 +25,7 @@ private:
     int submit(const std::string& uri, const std::string& uuid);
 
     tvservice::ModelTvServiceAdapter& adapter_;
+    tvservice::Zapper& zapper_;
     appovshell::Server& shell_;
 };
 

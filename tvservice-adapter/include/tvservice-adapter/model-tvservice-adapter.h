@@ -46,7 +46,8 @@ public:
     // Plays or stops on terminals: one bundle, carried out after those before it. The requests carry one common request
     // id or none (the adapter then makes one); mixed ids end the process. 0 once the bundle is queued; the outcome
     // comes to the clients as tvServiceInfo. A bundle whose answers stay out for more than 5 seconds is dropped without
-    // news.
+    // a notification, but not before a second has passed without a new request: all bundles behind it wait until then.
+    // What follows key presses asks through a Zapper (zapper.h).
     int tvServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                      const std::vector<TvServiceReq_t>& requests);
 
