@@ -57,12 +57,17 @@ def seeds(order_of_kinds):
         frame = struct.pack(sign + "4IB3x3I", 1, 0xFFFFFFFF, 0x1CCD7773, 0x2867123D, 0, 1, 2, 0) + b"\0"
         text = struct.pack(sign + "4IB3x3I", 12, 0xFFFFFFFF, 0x1CCD7773, 0x28671242, 0, 0, 0, 0)
         yield "frames", f"frames-{i}", bytes([choice, 63, 3]) + frame + text + struct.pack(sign + "2I", 3, 8) + b"abc\0"
-    # What the peer says, with lengths, and what the socket says, hears and does meanwhile.
-    yield "relayed-frames", "both-ways", b"\5hello\0" + b"\x23abc\0" + bytes([0x2F, 0x30, 0x3C])
-    yield "relayed-frames", "credit", bytes([0xA0, 0, 0x10, 0]) + bytes(17) + bytes([0x11, 0x10, 0x40])
-    yield "relayed-frames", "all-there-is", (bytes([0x09]) + bytes(17)) * 17 + bytes([0xA8, 0, 0xFF, 0xFF]) * 9
-    for frames in range(15, 24):  # of which some fill what the socket takes and the credit
-        yield "relayed-frames", f"more-than-{frames}", (bytes([0x09]) + bytes(17)) * frames + bytes([0x0A]) + bytes(17)
+    # The head of a first message of TLS, an alert, and what else may come; then both sides of a stream.
+    for i, side in enumerate((0, 1)):
+        hello = bytes([22, 3, 1, 0, 64, 1, 0, 0, 60, 3, 3]) + bytes(32) + bytes([0, 0, 2, 0x13, 1, 1, 0, 0, 17])
+        hello += bytes([0, 43, 0, 3, 2, 3, 4, 0, 10, 0, 4, 0, 2, 0, 29, 0, 0])
+        yield "tls-before", f"hello-{i}", bytes([side, 255]) + hello
+        yield "tls-before", f"alert-{i}", bytes([side, 2, 21, 3, 3, 0, 2, 2, 42])
+        yield "tls-before", f"other-protocol-{i}", bytes([side, 9]) + b"GET / HTTP/1.0\r\n\r\n"
+    yield "tls-inside", "both-ways", bytes([0, 0, 9, 1, 4, 2, 1, 0, 5, 3, 0, 99, 4, 4])
+    yield "tls-inside", "records", bytes([0, 78, 32, 1]) * 3 + bytes([1, 4, 1, 4]) * 4 + bytes([2, 78, 0, 3, 3, 78, 0])
+    yield "tls-inside", "spoiled", bytes([0, 1, 0, 0, 5, 7, 23, 3, 3, 0, 1, 9, 9, 4, 0, 1, 0, 0])
+    yield "tls-inside", "broken-off", bytes([0, 1, 0, 0, 4, 6, 0, 1, 0, 0, 4])
     # One table of two fields and a text, and a message for it; a table that holds itself.
     table = bytes([0, 3, 2, 1, 3, 12, 15, 0])
     yield "endian-tables", "text", table + bytes([0]) + struct.pack("<IHII", 7, 9, 2, 14) + b"ab\0"

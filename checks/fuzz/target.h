@@ -27,7 +27,8 @@ std::vector<Target> messageTargets(); // one for each kind of message
 void encode(Input input);
 void handshake(Input input);
 void frames(Input input);
-void relayedFrames(Input input);
+void tlsBefore(Input input);
+void tlsInside(Input input);
 void tables(Input input);
 void json(Input input);
 void shellLines(Input input);

@@ -8,12 +8,14 @@ const std::vector<Target>& targets() {
         found.insert(found.end(), {{"encode", encode},
                                    {"handshake", handshake},
                                    {"frames", frames},
-                                   {"relayed-frames", relayedFrames},
                                    {"endian-tables", tables},
                                    {"json", json},
                                    {"shell-lines", shellLines},
                                    {"uris", uris},
                                    {"channel-list", channels}});
+#ifdef FUZZ_TLS
+        found.insert(found.end(), {{"tls-before", tlsBefore}, {"tls-inside", tlsInside}});
+#endif
         return found;
     }();
     return all;

@@ -1,0 +1,223 @@
+// What a peer on another host says before it has proven its key, and in a stream after that.
+#include "remote/tls-stream.h"
+#include "remote/tls.h"
+#include "target.h"
+
+#include <host/keys.h>
+
+#include <algorithm>
+#include <array>
+#include <boost/asio/io_context.hpp>
+#include <cerrno>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+
+namespace fuzz {
+namespace {
+
+using namespace host::remote;
+using host::io::FileDescriptor;
+using Progress = Session::Progress;
+
+const host::KeyPair& keys() {
+    static const host::KeyPair pair = host::makeKeys();
+    return pair;
+}
+
+const std::shared_ptr<Common>& common() {
+    static const auto all =
+        std::make_shared<Common>(Common{makeContext(keys()), std::chrono::milliseconds(60'000), {}});
+    return all;
+}
+
+std::pair<FileDescriptor, FileDescriptor> socketPair() {
+    int ends[2];
+    expect(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) == 0, "there are sockets");
+    return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+// How many keys it was asked for.
+struct AskedKeys : KeyCheck {
+    Answer check(const std::string& key) override {
+        ++asked;
+        return key == keys().publicKey ? Answer::welcome : Answer::unknown;
+    }
+    int asked = 0;
+};
+
+// Everything that is sent at one end of a pair is forgotten.
+void drain(int socket) {
+    std::array<char, 4096> bytes;
+    while (::recv(socket, bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
+    }
+}
+
+class Reader final : public host::io::StreamUser, public std::enable_shared_from_this<Reader> {
+public:
+    explicit Reader(std::unique_ptr<host::io::Stream> stream) : stream_(std::move(stream)) {}
+    void read() { stream_->receive(room_.data(), room_.size(), shared_from_this()); }
+    void onReceived(std::size_t count) override {
+        received.append(room_.data(), count);
+        read();
+    }
+    void onEnd(const std::string&) override { ++ends; }
+    void onFault(const std::string&) override { ++faults; }
+    void onWritable() override {}
+    host::io::Stream& stream() { return *stream_; }
+
+    std::string received;
+    int ends = 0, faults = 0;
+
+private:
+    const std::unique_ptr<host::io::Stream> stream_;
+    std::array<char, 512> room_{};
+};
+
+// A client and a service's stream whose keys are proven.
+class Conversation {
+public:
+    Conversation() : Conversation(socketPair()) {}
+    ~Conversation() {
+        reader_->stream().close();
+        io_.restart();
+        io_.poll(); // what was under way lets go of the reader
+    }
+
+    void run(Source& source) {
+        while (!source.rest().empty()) step(source.byte(), source);
+        client_.end();
+        clientSocket_.reset();
+        for (int turns = 0; reader_->ends + reader_->faults == 0; ++turns) {
+            expect(turns < 100'000, "a stream ends when its peer does");
+            turn();
+        }
+        expect(reader_->ends + reader_->faults == 1, "a stream ends once");
+        expect(sent_.compare(0, reader_->received.size(), reader_->received) == 0, "what is received was sent");
+        expect(spoiled_ || reader_->received == sent_, "what was sent before the end is received");
+        expect(spoiled_ || reader_->faults == 0, "a peer that keeps the rules is at no fault");
+    }
+
+private:
+    explicit Conversation(std::pair<FileDescriptor, FileDescriptor> ends)
+        : clientSocket_(std::move(ends.first)),
+          client_(*common()->tls, clientSocket_.get(), false, anyKey_) {
+        auto service = std::make_unique<Session>(*common()->tls, ends.second.get(), true, anyKey_);
+        Progress ours{}, theirs{};
+        for (int turns = 0; ours != Progress::done || theirs != Progress::done; ++turns) {
+            expect(turns < 100, "keys are proven");
+            theirs = client_.handshake();
+            ours = service->handshake();
+        }
+        expect(anyKey_.asked == 2, "each side has looked at the other's key");
+        reader_ = std::make_shared<Reader>(
+            makeStream(common(), {io_, boost::asio::ip::tcp::v4(), ends.second.release()}, std::move(service),
+                       std::make_shared<const std::string>(keys().publicKey)));
+        reader_->read();
+    }
+
+    void turn() {
+        io_.restart();
+        io_.poll_one();
+    }
+
+    std::string text(Source& source) {
+        const std::size_t size = source.number(2) % 20'000;
+        const auto first = source.byte();
+        std::string made(size, '\0');
+        for (std::size_t i = 0; i < size; ++i) made[i] = static_cast<char>(first + i * 7);
+        return made;
+    }
+
+    void step(std::uint8_t what, Source& source) {
+        std::size_t count = 0;
+        switch (what % 7) {
+            case 0: {
+                const std::string said = text(source);
+                if (said.empty() || client_.write(said.data(), said.size(), count) != Progress::done) return;
+                if (!spoiled_) sent_.append(said, 0, count);
+                return;
+            }
+            case 1:
+                return client_.probe();
+            case 2: {
+                const std::string said = text(source);
+                std::error_code error;
+                if (!said.empty()) answered_.append(said, 0, reader_->stream().send(said.data(), said.size(), error));
+                return;
+            }
+            case 3: {
+                std::string room(1 + source.number(2) % 20'000, '\0');
+                if (client_.read(room.data(), room.size(), count) != Progress::done) return;
+                expect(answered_.compare(0, count, room, 0, count) == 0, "what is answered arrives");
+                answered_.erase(0, count);
+                return;
+            }
+            case 4:
+                return turn();
+            case 5: { // past its session
+                const Input bytes = source.upTo(source.byte() % 64);
+                if (bytes.empty()) return;
+                spoiled_ = true;
+                (void)::send(clientSocket_.get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+                return;
+            }
+            default:
+                spoiled_ = true; // what the peer says from now on is lost
+                return reader_->stream().breakOff();
+        }
+    }
+
+    AskedKeys anyKey_;
+    boost::asio::io_context io_{1};
+    FileDescriptor clientSocket_;
+    Session client_;
+    std::shared_ptr<Reader> reader_;
+    std::string sent_, answered_;
+    bool spoiled_ = false;
+};
+
+} // namespace
+
+// The first byte chooses the side, the second how many bytes come at a time.
+void tlsBefore(Input input) {
+    Source source(input);
+    const bool serving = (source.byte() & 1) != 0;
+    const std::size_t chunk = std::size_t{1} + source.byte();
+    auto ends = socketPair();
+    const FileDescriptor ours = std::move(ends.first);
+    FileDescriptor& theirs = ends.second;
+    AskedKeys check;
+    Session session(*common()->tls, ours.get(), serving, check);
+    Progress progress = Progress::again;
+    const auto proceed = [&] {
+        for (int steps = 0; progress != Progress::over; ++steps) {
+            expect(steps < 10'000, "a handshake asks for no more than there is");
+            progress = session.handshake();
+            expect(progress != Progress::done, "nobody gets through without a key");
+            drain(theirs.get());
+            if (progress == Progress::needsInput) return;
+        }
+    };
+    proceed();
+    while (progress != Progress::over && !source.rest().empty()) {
+        const Input bytes = source.upTo(chunk);
+        expect(::send(theirs.get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL) ==
+                   static_cast<ssize_t>(bytes.size()),
+               "the socket takes it");
+        progress = Progress::again;
+        proceed();
+    }
+    theirs.reset();
+    progress = progress == Progress::over ? progress : session.handshake();
+    expect(progress == Progress::over, "a handshake ends with its peer");
+    expect(*session.reason() != '\0', "an end has a reason");
+}
+
+// The input is what both sides do.
+void tlsInside(Input input) {
+    Source source(input);
+    Conversation().run(source);
+}
+
+} // namespace fuzz
