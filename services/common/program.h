@@ -40,7 +40,7 @@ private:
     int start();
     // Says why it fails, and returns the exit code for that.
     int failed(const std::exception& error) const;
-    std::string startShell();
+    void startShell();
     std::string tellReady() const;
 
     std::string name_;
