@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace services {
 
@@ -27,6 +28,9 @@ public:
     // Adds commands of the service's own to the shell, before run: add registers them and returns 0 or what registering
     // failed with.
     void addCommands(std::function<int(appovshell::Server&)> add) { addCommands_ = std::move(add); }
+
+    // Lets the shell's "stats tables" tell of tables of the service's own, before run.
+    void addTables(std::function<std::vector<TableCount>()> count) { commands_.addTables(std::move(count)); }
 
     TerminalTable& table() { return table_; }
     FaultSwitches& faults() { return faults_; }

@@ -1,6 +1,7 @@
 // The control application: it registers with the adapter, keeps what each terminal shows and what clients are told, and
 // offers the shell commands by which a person or a tool plays on the receiver.
 #include "commands.h"
+#include "log.h"
 #include "notification-log.h"
 #include "terminal-view.h"
 
@@ -17,17 +18,11 @@
 namespace control {
 namespace {
 
-constexpr std::uint32_t controlLog = 0x0301;
-
-void complain(const char* what, int result) {
-    vdlDebugChunk chunk;
-    if (vdlDebugCheckLevelGetFrameAndChunk(controlLog * 65536U + vdlDebugFailure, chunk))
-        vdlDebugOutput0(chunk, "%s: %d\n", what, result);
-}
+void complain(const char* what, int result) { CONTROL_LOG(vdlDebugFailure, "%s: %d\n", what, result); }
 
 class ControlApplication : public frame::AbstractApplication {
 public:
-    ControlApplication() { vdlDebugNameModule(controlLog, "control"); }
+    ControlApplication() { vdlDebugNameModule(logModule, "control"); }
 
 private:
     int performStarting() override {
