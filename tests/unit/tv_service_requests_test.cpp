@@ -256,8 +256,8 @@ TEST_F(TvService, TellsOnlyTheAskerOfALockThatChangesNothingOrIsRefused) {
     lock(3, 0, 0, 0); // unlocks what is not locked
     onlyTheAskerHears({R"(TvServiceStatusInfo {"info":{"intParam1":0,"services":[]}})"});
     for (int id = 0; id < 100; ++id) lock(3, id, 1, 12);
-    EXPECT_THAT(other->heard(), SizeIs(services::bounds::terminalsOfAClient));
     const auto heard = asker->heard();
+    EXPECT_THAT(other->heard(), SizeIs(services::bounds::terminalsOfAClient));
     EXPECT_THAT(heard, SizeIs(100));
     EXPECT_THAT(heard.back().arguments["info"]["services"], SizeIs(services::bounds::terminalsOfAClient));
     EXPECT_EQ(service.tables()[0].refused, 100 - services::bounds::terminalsOfAClient);
