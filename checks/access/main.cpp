@@ -55,6 +55,21 @@ void reportCrowds(const Figures& figures, Report& report) {
     }
 }
 
+void reportTables(const Figures& figures, Report& report) {
+    // What waits for a client that does not read takes up to 64 MiB, the tables the rest.
+    constexpr long mostMemory = 128 * 1024;
+    report.line("requests for invented terminals that services refused", figures.refusedTerminals, "requests",
+                figures.refusedTerminals > 0, "all beyond the bounds");
+    report.line("answers and terminals that were forgotten", figures.forgotten, "answers", figures.forgotten > 0,
+                "all beyond the bounds");
+    for (const auto& [what, time] : {std::pair{"slowest play among them", figures.slowestPlay},
+                                     {"slowest look at the terminals among them", figures.slowestLook},
+                                     {"slowest end of a process with full tables", figures.slowestEnd}})
+        report.line(what, time, "ms", time <= 2000, "at most 2000 ms");
+    report.line("most memory that a process took more", figures.mostMemory, "KiB", figures.mostMemory <= mostMemory,
+                "at most " + std::to_string(mostMemory) + " KiB");
+}
+
 int runAll(Size size) {
     vdlDebugSetLevels("off"); // of this process, whose clients do not hear all that they are told
     const bool full = size == Size::full;
@@ -63,6 +78,14 @@ int runAll(Size size) {
         {"what lies where a socket belongs", [&] { occupyPlaces(figures); }},
         {"answers in others' places", [&] { answerForOthers(figures); }},
         {"hostile texts", [&] { sendTexts(figures); }},
+        {"requests for invented terminals",
+         [&] {
+             fillTheTablesOfServices(full ? 400000 : size == Size::quick ? 20000 : 2000, figures);
+         }},
+        {"answers for invented terminals",
+         [&] {
+             fillTheTablesOfApplications(full ? 200000 : size == Size::quick ? 20000 : 2000, figures);
+         }},
     };
 #ifndef __SANITIZE_ADDRESS__ // beside which undefined behaviour is looked for, with descriptors of its own
     scenarios.emplace_back("no descriptors", [] { takeAllDescriptors(); });
@@ -87,6 +110,7 @@ int runAll(Size size) {
                 figures.texts > 0, "none raw in a log or at a terminal, each told whole");
     report.line("those of them that a command can play", static_cast<long>(figures.textsInTheRunLog), "texts",
                 figures.textsInTheRunLog > 0, "each whole in the run log");
+    reportTables(figures, report);
     reportCrowds(figures, report);
     return report.exitCode();
 }

@@ -25,6 +25,12 @@ struct Figures {
         long written = 0, seconds = 0, allowed = 0;
     };
     Lines badHellos, shellClients;
+
+    // Of peers that invent terminals.
+    long refusedTerminals = 0, forgotten = 0;
+    // Milliseconds: a play and a look at the terminals meanwhile, the end of a process whose tables are full.
+    long slowestPlay = 0, slowestLook = 0, slowestEnd = 0;
+    long mostMemory = 0; // KiB that a process took more than before
 };
 
 void refuseAnotherUser(unsigned tries, Figures& figures);
@@ -33,6 +39,8 @@ void answerForOthers(Figures& figures);
 void sendTexts(Figures& figures);
 void crowdTheDoors(unsigned rounds, std::chrono::seconds each, Figures& figures);
 void takeAllDescriptors();
+void fillTheTablesOfServices(unsigned terminals, Figures& figures);
+void fillTheTablesOfApplications(unsigned answers, Figures& figures);
 void floodTheLog(unsigned hellos, Figures& figures);
 void floodTheLogOfAShell(unsigned clients, Figures& figures);
 

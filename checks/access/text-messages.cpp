@@ -1,15 +1,12 @@
 #include "text-messages.h"
 
-#include <genrpc/flat-region.h>
+#include "frame.h"
+
 #include <genrpc/json.h>
-#include <host/marshaller.h>
-#include <host/message-queue.h>
 #include <mmservice/messages.h>
 #include <tvservice/messages.h>
 
 #include <cstddef>
-#include <cstdint>
-#include <memory>
 #include <optional>
 #include <tuple>
 #include <type_traits>
@@ -45,20 +42,6 @@ private:
     const std::optional<std::size_t> only_;
     std::size_t fields_ = 0;
 };
-
-template <class Message, class... Args> std::string frameOf(const Args&... args) {
-    const std::unique_ptr<genrpc::FlatRegion, decltype(&genrpc::FlatRegion::release)> region(
-        genrpc::FlatRegion::create(4096), genrpc::FlatRegion::release);
-    host::Bytes body;
-    host::marshal(host::planOf(*Message::table()), Message::Body::build(*region, args...), body,
-                  host::maximumMessageBytes);
-    constexpr auto& meta = Message::meta;
-    std::string bytes;
-    for (const std::uint32_t word : {static_cast<std::uint32_t>(body.size()), meta.instance, meta.interfaceCode,
-                                     meta.messageId, std::uint32_t{meta.flag}, 0U, 0U, 0U})
-        bytes.append(reinterpret_cast<const char*>(&word), sizeof word);
-    return bytes.append(body.data(), body.size());
-}
 
 template <class Message>
 TextMessage messageOf(const typename Message::Body::Arguments& arguments, const std::string& news) {

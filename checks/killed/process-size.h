@@ -26,4 +26,12 @@ inline ProcessSize sizeOf(pid_t process) {
     return size;
 }
 
+// Whether a child of this process has ended, be it that its result has not been asked for.
+inline bool hasEnded(pid_t child) {
+    std::ifstream status("/proc/" + std::to_string(child) + "/status");
+    for (std::string word; status >> word;)
+        if (word == "State:") return status >> word && word == "Z";
+    return true;
+}
+
 } // namespace killed

@@ -6,6 +6,7 @@
 #include "common/log.h"
 #include "common/sender.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <tuple>
 #include <unistd.h>
@@ -21,18 +22,24 @@ public:
     AnswerLine(const Sender& sender, FaultSwitches& faults) : sender_(sender), faults_(faults) {}
 
     // Sends the answers, then does what else is to follow them; both after the delay that the switches ask for. Mute
-    // keeps back the answers only. From one thread at a time.
-    void give(Infos infos, std::uint64_t client, DelayLine::Work then = {}) {
+    // keeps back the answers only. thenBytes: what the rest holds, about. When more would wait than is kept
+    // (DelayLine::give), both are lost. From one thread at a time.
+    void give(Infos infos, std::uint64_t client, DelayLine::Work then = {}, std::size_t thenBytes = 0) {
         const Faults faults = faults_.get();
         falsify(infos, faults);
+        std::size_t bytes = thenBytes;
+        for (const auto& info : infos)
+            bytes += sizeof info + info.uri.size() + info.uuid.size() + info.uuidAncestor.size() + info.reqId.size();
         line_.give(
             [this, infos = std::move(infos), client, then = std::move(then), faults] {
                 if (!faults.mute) send(infos, client);
                 if (!faults.mute && faults.duplicate) send(infos, client);
                 if (then) then();
             },
-            faults.delay);
+            faults.delay, bytes);
     }
+
+    TableCount delayed() const { return line_.count(); } // from any thread
 
 private:
     void send(const Infos& infos, std::uint64_t client) {

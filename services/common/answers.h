@@ -16,7 +16,8 @@
 namespace services {
 
 // Carries requests out, in order, and returns one answer for each. check(terminal, uri) says with its result whether it
-// can be shown there; a terminal whose request fails goes on showing what it did.
+// can be shown there; one for which the table has no room gets result::nothingShown. A terminal whose request fails
+// goes on showing what it did.
 template <class Info, class Request, class Check>
 std::vector<Info> carryOut(const std::vector<Request>& requests, std::uint64_t client, TerminalTable& table,
                            const Check& check) {
@@ -29,7 +30,7 @@ std::vector<Info> carryOut(const std::vector<Request>& requests, std::uint64_t c
         if (request.uri == tvservice::stopUri)
             table.stop(terminal);
         else if (result = check(terminal, request.uri); result == result::done)
-            table.show(terminal, {request.uri, request.uuid, client, now});
+            if (!table.show(terminal, {request.uri, request.uuid, client, now})) result = result::nothingShown;
         Info& info = infos.emplace_back();
         info.terminal.type = terminal.type;
         info.terminal.id = terminal.id;

@@ -16,12 +16,19 @@ DelayLine::~DelayLine() {
     if (thread_.joinable()) thread_.join();
 }
 
-void DelayLine::give(Work work, std::chrono::milliseconds delay) {
+void DelayLine::give(Work work, std::chrono::milliseconds delay, std::size_t bytes) {
     {
         const std::lock_guard lock(mutex_);
         if (delay.count() > 0 || !waiting_.empty()) {
+            if (waiting_.size() == bounds::delayedAnswers || bytes > bounds::delayedBytes - bytes_) {
+                ++refused_;
+                SERVICE_LOG(vdlDebugWarning, "an answer is lost: %zu with %zu bytes are delayed already\n",
+                            waiting_.size(), bytes_);
+                return;
+            }
             if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
-            waiting_.push_back({Clock::now() + delay, std::move(work)});
+            waiting_.push_back({Clock::now() + delay, std::move(work), bytes});
+            bytes_ += bytes;
             changed_.notify_one();
             return;
         }
@@ -44,8 +51,14 @@ void DelayLine::run() {
             SERVICE_LOG(vdlDebugFailure, "a delayed answer is lost: %s\n", error.what());
         }
         lock.lock();
+        bytes_ -= waiting_.front().bytes;
         waiting_.pop_front();
     }
+}
+
+TableCount DelayLine::count() const {
+    const std::lock_guard lock(mutex_);
+    return {"delayed answers", waiting_.size(), bounds::delayedAnswers, refused_};
 }
 
 } // namespace services

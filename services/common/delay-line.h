@@ -1,8 +1,12 @@
 // Work that is done later, on a thread of its own, in the order in which it was given.
 #pragma once
 
+#include "common/bounds.h"
+
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -18,9 +22,12 @@ public:
     ~DelayLine(); // gives up what is not due yet
 
     // Does work once delay has passed and everything given before is done: at once, on the caller's thread, without a
-    // delay and without work waiting. Never waits itself. From one thread at a time. Exceptions of work done later are
-    // logged.
-    void give(Work work, std::chrono::milliseconds delay);
+    // delay and without work waiting. Never waits itself. bytes: what the work holds, about. Work that would make more
+    // wait than bounds::delayedAnswers or bounds::delayedBytes is lost, counted and logged. From one thread at a time.
+    // Exceptions of work done later are logged.
+    void give(Work work, std::chrono::milliseconds delay, std::size_t bytes = 0);
+
+    TableCount count() const; // from any thread
 
     DelayLine(const DelayLine&) = delete;
     DelayLine& operator=(const DelayLine&) = delete;
@@ -30,13 +37,16 @@ private:
     struct Waiting {
         Clock::time_point due;
         Work work;
+        std::size_t bytes;
     };
 
     void run();
 
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::deque<Waiting> waiting_; // the front stays until it is done, so that nothing overtakes it
+    std::size_t bytes_ = 0;       // of the work in waiting_
+    std::uint64_t refused_ = 0;
     bool ending_ = false;
     std::thread thread_; // started by the first work that has to wait
 };

@@ -11,9 +11,9 @@
 #include <vdl/debug.h>
 
 #include <cerrno>
-#include <csignal>
 #include <exception>
 #include <iostream>
+#include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <unistd.h>
@@ -64,8 +64,6 @@ std::optional<int> Program::parse(int argc, const char* const* argv) {
 }
 
 int Program::run(std::function<void()> offer) {
-    // A supervisor that no longer reads must not end the service.
-    std::signal(SIGPIPE, SIG_IGN);
     host::setProcessName(name_);
     offer_ = std::move(offer);
     try {
@@ -83,8 +81,8 @@ int Program::failed(const std::exception& error) const {
 int Program::start() {
     try {
         offer_();
-        std::string problem = startShell();
-        if (problem.empty()) problem = tellReady();
+        startShell();
+        const std::string problem = tellReady();
         if (problem.empty()) return success;
         complain(problem);
         return failure;
@@ -93,17 +91,16 @@ int Program::start() {
     }
 }
 
-// Returns what was wrong, as tellReady does.
-std::string Program::startShell() {
-    frame::Process& process = *frame::Process::getInstance();
-    int result = process.startAppMembersSync(CreateOvshellProxy);
-    boost::shared_ptr<frame::Interface> shell;
-    if (result >= 0) result = process.getInterfaceReference(shell, appovshell::Server::name());
-    if (result >= 0) result = commands_.registerWith(*shell->get<appovshell::Server>());
-    if (result >= 0 && addCommands_) result = addCommands_(*shell->get<appovshell::Server>());
-    return result >= 0 ? "" : "the debug shell did not start (" + std::to_string(result) + ')';
+void Program::startShell() {
+    host::startShell();
+    boost::shared_ptr<frame::Interface> reference;
+    int result = frame::Process::getInstance()->getInterfaceReference(reference, appovshell::Server::name());
+    if (result >= 0) result = commands_.registerWith(*reference->get<appovshell::Server>());
+    if (result >= 0 && addCommands_) result = addCommands_(*reference->get<appovshell::Server>());
+    if (result < 0) throw std::runtime_error("the debug shell takes no commands (" + std::to_string(result) + ')');
 }
 
+// Returns what was wrong.
 std::string Program::tellReady() const {
     if (readyDescriptor_ < 0) return {};
     std::string_view rest = "ready\n";

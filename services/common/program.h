@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace services {
 
@@ -28,6 +29,9 @@ public:
     // failed with.
     void addCommands(std::function<int(appovshell::Server&)> add) { addCommands_ = std::move(add); }
 
+    // Lets the shell's "stats tables" tell of tables of the service's own, before run.
+    void addTables(std::function<std::vector<TableCount>()> count) { commands_.addTables(std::move(count)); }
+
     TerminalTable& table() { return table_; }
     FaultSwitches& faults() { return faults_; }
 
@@ -40,7 +44,7 @@ private:
     int start();
     // Says why it fails, and returns the exit code for that.
     int failed(const std::exception& error) const;
-    std::string startShell();
+    void startShell();
     std::string tellReady() const;
 
     std::string name_;

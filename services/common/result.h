@@ -13,6 +13,8 @@ inline constexpr std::int32_t unsupportedUri = 4;
 inline constexpr std::int32_t wrongByFault = 5; // said by the fault switch "wrong"
 inline constexpr std::int32_t locked = 6;       // the terminal is locked against minors
 inline constexpr std::int32_t unknownTrack = 7; // what the terminal shows has no such track
-inline constexpr std::int32_t nothingShown = 8; // the terminal shows no broadcast, hence has no tracks
+// To a request for a track: the terminal shows no broadcast, hence has no tracks. To a play: the service, or the client
+// that asked, has as many terminals or as much text as fits (bounds.h); what the terminal shows already stays.
+inline constexpr std::int32_t nothingShown = 8;
 
 } // namespace services::result

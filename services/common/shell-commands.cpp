@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace services {
 
@@ -62,7 +63,9 @@ int ShellCommands::registerWith(appovshell::Server& shell) {
          std::string("NAME [VALUE] - sets a fault of the answers to play and stop requests: ") + FaultSwitches::help(),
          call<&ShellCommands::setFault>},
         {"faults", "- lists the fault switches", call<&ShellCommands::printFaults>},
-        {"stats", "- counts the messages", call<&ShellCommands::printStatistics>},
+        {"stats [:s]",
+         "[TABLES] - counts the messages; with \"tables\", what each table holds, can hold and has refused",
+         call<&ShellCommands::printStatistics>},
     };
     for (const auto& [specification, help, handler] : commands)
         if (const int result = shell.registerCommand(specification, help, handler, this); result < 0) return result;
@@ -99,12 +102,29 @@ int ShellCommands::printFaults() {
 }
 
 int ShellCommands::printStatistics() {
+    const std::string what = shell_->getArgument(0);
+    if (what == "tables") return printTables();
+    if (!what.empty()) {
+        shell_->print("stats takes nothing or \"tables\"\n");
+        return -EINVAL;
+    }
     Json list = Json::array();
     for (const frame::IOStatistics& statistics : frame::ioStatistics()) {
         Json object;
         frame::eachStatistic(statistics, [&](const char* name, const auto& value) { object[name] = value; });
         list.push_back(std::move(object));
     }
+    printList(*shell_, list);
+    return 0;
+}
+
+int ShellCommands::printTables() {
+    std::vector<TableCount> tables{table_.count()};
+    if (moreTables_)
+        for (TableCount& more : moreTables_()) tables.push_back(std::move(more));
+    Json list = Json::array();
+    for (const auto& [name, held, most, refused] : tables)
+        list.push_back({{"table", name}, {"held", held}, {"most", most}, {"refused", refused}});
     printList(*shell_, list);
     return 0;
 }

@@ -1,14 +1,23 @@
 #include "common/terminal-table.h"
 
+#include "common/log.h"
 #include "common/swap-keys.h"
 
 #include <utility>
 
 namespace services {
 
-void TerminalTable::show(const Terminal& terminal, Shown shown) {
+bool TerminalTable::show(const Terminal& terminal, Shown shown) {
     const std::lock_guard lock(mutex_);
+    if (!hasRoom(shown_, terminal, shown.client, shown.textBytes())) {
+        ++refused_;
+        SERVICE_LOG(vdlDebugWarning,
+                    "terminal %d:%d shows nothing new: no room for it and %zu bytes of text beside %zu terminals\n",
+                    terminal.type, terminal.id, shown.textBytes(), shown_.size());
+        return false;
+    }
     shown_.insert_or_assign(terminal, std::move(shown));
+    return true;
 }
 
 void TerminalTable::stop(const Terminal& terminal) {
@@ -28,6 +37,11 @@ std::vector<TerminalTable::Entry> TerminalTable::entries() const {
     entries.reserve(shown_.size());
     for (const auto& [terminal, shown] : shown_) entries.push_back({terminal, shown});
     return entries;
+}
+
+TableCount TerminalTable::count() const {
+    const std::lock_guard lock(mutex_);
+    return {"terminals", shown_.size(), bounds::terminals, refused_};
 }
 
 } // namespace services

@@ -1,8 +1,10 @@
 // What each terminal of a service shows.
 #pragma once
 
+#include "common/bounds.h"
+
 #include <chrono>
-#include <compare>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -11,17 +13,12 @@
 
 namespace services {
 
-struct Terminal {
-    std::int32_t type = 0;
-    std::int32_t id = 0;
-    auto operator<=>(const Terminal&) const = default;
-};
-
 struct Shown {
     std::string uri;
     std::string uuid;
     std::uint64_t client = 0; // the connection whose request it was
     std::chrono::system_clock::time_point since;
+    std::size_t textBytes() const { return uri.size() + uuid.size(); }
     bool operator==(const Shown&) const = default;
 };
 
@@ -33,15 +30,18 @@ public:
         Shown shown;
     };
 
-    void show(const Terminal& terminal, Shown shown);
+    // Whether the terminal shows that now; it goes on as before when there is no room for it (see bounds.h).
+    bool show(const Terminal& terminal, Shown shown);
     void stop(const Terminal& terminal); // harmless when the terminal shows nothing
     // Returns whether there was anything to swap.
     bool swap(const Terminal& a, const Terminal& b);
     std::vector<Entry> entries() const; // ordered by terminal
+    TableCount count() const;
 
 private:
     mutable std::mutex mutex_;
     std::map<Terminal, Shown> shown_;
+    std::uint64_t refused_ = 0;
 };
 
 } // namespace services

@@ -12,6 +12,7 @@ int main(int argc, char** argv) {
     if (const auto exitCode = program.parse(argc, argv)) return *exitCode;
     try {
         services::MmService service(program.table(), program.faults());
+        program.addTables([&] { return service.tables(); });
         return program.run([&] { service.offer(host::messageQueue()); });
     } catch (const std::exception& error) {
         program.complain(error.what());

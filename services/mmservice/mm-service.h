@@ -22,6 +22,9 @@ public:
         bind<mmservice::messages::MmServiceReq, &MmService::take>(door, *this);
     }
 
+    // How full the tables are, besides that of the terminals. From any thread.
+    std::vector<TableCount> tables() const { return {answers_.delayed()}; }
+
 private:
     void take(std::uint64_t client, const std::vector<mmservice::MMServiceReq_t>& requests) {
         const auto check = [](const Terminal&, const std::string& uri) { return checkMmUri(uri); };

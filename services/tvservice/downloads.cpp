@@ -12,6 +12,7 @@ void Downloads::request(std::uint64_t client, tvservice::reqeustOadType_t type, 
                                                        std::string(reason));
     };
     if (packages.empty()) return refuse("no packages are named");
+    if (packages.size() > bounds::packageBytes) return refuse("the names of the packages are too long");
     if (busy_.exchange(true)) return refuse("a download is under way");
     const auto count = 1 + std::count(packages.begin(), packages.end(), ',');
     sender_.toAll<messages::TvServiceFoundNewOadPacket>(static_cast<std::uint32_t>(count));

@@ -2,7 +2,8 @@
 //
 // A request's type is the service's to choose; it is only told on. Packages are named with commas between. What is
 // told: how many packages there are; then the status "started", the progress in percent, the status "done", whose texts
-// name the packages. A request that cannot be carried out gets the status "refused", with the reason as text.
+// name the packages. A request that cannot be carried out gets the status "refused", with the reason as text; so does
+// one whose packages have longer names than bounds::packageBytes together.
 #pragma once
 
 #include "common/delay-line.h"
@@ -33,7 +34,7 @@ private:
     const Sender& sender_;
     const std::chrono::milliseconds step_;
     std::atomic<bool> busy_ = false;
-    DelayLine line_; // ends before what its work uses
+    DelayLine line_; // has room for the steps of one download; ends before what its work uses
 };
 
 } // namespace services

@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
         services::TvService service(program.table(), program.faults(), channels);
         services::EmitCommand emit(service.sender());
         program.addCommands([&](appovshell::Server& shell) { return emit.registerWith(shell); });
+        program.addTables([&] { return service.tables(); });
         return program.run([&] { service.offer(host::messageQueue()); });
     } catch (const services::ChannelListError& error) {
         program.complain(error.what());

@@ -9,16 +9,14 @@
 
 #include "common/terminal-table.h"
 #include "tvservice/channel-list.h"
+#include "tvservice/locks.h"
 
 #include <tvservice/status-records.h>
 
 #include <cstdint>
-#include <map>
 #include <vector>
 
 namespace services {
-
-using Locks = std::map<Terminal, std::int32_t>; // the locked terminals with their ratings
 
 tvservice::TvServiceStatusInfo_t statusOf(const std::vector<TerminalTable::Entry>& shown, const Locks& locks,
                                           const ChannelList& channels, std::int32_t listNumber);

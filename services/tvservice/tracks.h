@@ -53,7 +53,7 @@ private:
         ChosenTracks chosen;
     };
 
-    std::map<Terminal, Tuned> tuned_;
+    std::map<Terminal, Tuned> tuned_; // of terminals in the table of those that show something, which bounds it
 };
 
 template <class Info> std::int32_t Tracks::choose(const Terminal& terminal, std::int32_t number) {

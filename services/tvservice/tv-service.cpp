@@ -17,6 +17,8 @@ namespace {
 // Of so many channels of one list of requests the news are told. What waits for a client is bounded, and the answers
 // must not be refused because of the news before them.
 constexpr std::size_t mostTold = 64;
+// What is told of a channel holds about so much, most of it descriptions of streams.
+constexpr std::size_t tunedBytes = 4096;
 
 Terminal terminalOf(const tvservice::TvServiceTerminal_t& terminal) { return {terminal.type, terminal.id}; }
 
@@ -38,18 +40,19 @@ std::int32_t TvService::check(const Terminal& terminal, const std::string& uri) 
 }
 
 void TvService::tvServiceReq(std::uint64_t client, const std::vector<tvservice::TvServiceReq_t>& requests) {
-    std::size_t told = 0;
-    for (const auto& request : requests) {
-        const Terminal terminal = terminalOf(request.terminal);
-        if (!channels_.has(request.uri) || locks_.contains(terminal)) continue;
-        if (++told > mostTold) break;
-        sender_.toAll<messages::TvServiceTunerStatusMessage>(tuningFor(terminal, request.uri));
-    }
     auto infos = carryOut<tvservice::TvServiceInfo_t>(
         requests, client, table_,
         [this](const Terminal& terminal, const std::string& uri) { return check(terminal, uri); });
+    std::size_t told = 0;
+    for (const auto& info : infos) {
+        if (info.result != result::done || !channels_.has(info.uri)) continue;
+        if (++told > mostTold) break;
+        sender_.toAll<messages::TvServiceTunerStatusMessage>(tuningFor(terminalOf(info.terminal), info.uri));
+    }
     auto tuned = tune(infos);
-    answers_.give(std::move(infos), client, [this, tuned = std::move(tuned)] { tell(tuned); });
+    const std::size_t bytes = tuned.size() * tunedBytes;
+    answers_.give(
+        std::move(infos), client, [this, tuned = std::move(tuned)] { tell(tuned); }, bytes);
 }
 
 // Lets the tracks follow what the terminals show from now on.
@@ -111,13 +114,14 @@ void TvService::tvServiceInfoReq(std::uint64_t client) {
     sender_.to<messages::TvServiceStatusInfo>(client, status());
 }
 
-void TvService::setParentalLockInfo(std::uint64_t, const tvservice::TvServiceParentalLockInfo_t& info) {
+void TvService::setParentalLockInfo(std::uint64_t client, const tvservice::TvServiceParentalLockInfo_t& info) {
     const Terminal terminal = terminalOf(info.terminal);
-    if (info.intParam1 != 0)
-        locks_[terminal] = info.intParam2;
+    const Locks::Outcome outcome =
+        info.intParam1 != 0 ? locks_.lock(terminal, info.intParam2, client) : locks_.unlock(terminal);
+    if (outcome == Locks::Outcome::changed)
+        sender_.toAll<messages::TvServiceStatusInfo>(status());
     else
-        locks_.erase(terminal);
-    sender_.toAll<messages::TvServiceStatusInfo>(status());
+        sender_.to<messages::TvServiceStatusInfo>(client, status());
 }
 
 // ---- tracks and streams ----

@@ -8,7 +8,7 @@
 //   play, stop       to the asker one TvServiceInfo with an answer each (delayed and falsified as the fault switches
 //                    say). For each channel that is shown, to all: TvServiceTunerStatusMessage before,
 //                    TvServiceTunerResult and the four track infos after it; of a list with more than 64 channels for
-//                    the first 64
+//                    the first 64. A play for which there is no room is answered with result::nothingShown
 //   swap window      intParam1 is a type: the terminals type:0 and 0:0 swap what they show; TvServiceSwapWinInfo with
 //                    that type to all, or with -1 to the asker when one is locked or there is nothing to swap
 //   stream info      intParam1 is a channel's number; TvServiceStreamInfo with the same number and the channel's URI,
@@ -25,8 +25,9 @@
 //   list changed     intParam1 numbers the new list; TvServiceStatusInfo to all
 //   try run          intParam1 is a channel's number; TvServicePlayInfo with its URI, without one for an unknown
 //                    channel
-//   parental lock    intParam1 0 unlocks, else locks for the age in intParam2; TvServiceStatusInfo to all. A play on a
-//                    locked terminal is answered with result::locked; what it shows already stays
+//   parental lock    intParam1 0 unlocks, else locks for the age in intParam2; TvServiceStatusInfo to all, or to the
+//                    asker when that has changed nothing or there is no room for another lock. A play on a locked
+//                    terminal is answered with result::locked; what it shows already stays
 //   MTS audio        0 main, 1 second programme, 2 both; TvServiceMtsAudioTrackInfoNotify to all, or with the unchanged
 //                    track to the asker for another number
 //   CAS service      TvServiceCiSasMessageInfo with the type and byte 1 (chosen) to all, or byte 0 to the asker for a
@@ -64,6 +65,9 @@ public:
     // Must outlive the queue's receiving. Throws std::runtime_error when the endpoint cannot be had.
     void offer(host::MessageQueue& queue);
 
+    // How full the tables are, besides that of the terminals. From any thread.
+    std::vector<TableCount> tables() const { return {locks_.count(), answers_.delayed()}; }
+
     // For what is sent on command; once offered, from any thread.
     const Sender& sender() const { return sender_; }
 
@@ -91,9 +95,9 @@ private:
     AnswerLine<tvservice::messages::TvServiceInfo> answers_;
     Downloads downloads_;
 
+    Locks locks_;
     // Used on the receiving thread only.
     Tracks tracks_;
-    Locks locks_;
     std::int32_t listNumber_ = 0;
     bool captions_ = false;
     tvservice::MtsAudioTrack_t mtsTrack_{};

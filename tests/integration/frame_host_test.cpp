@@ -27,6 +27,7 @@ protected:
         for (const std::string& name : libraries) command.push_back(pathOf(name));
         return command;
     }
+    std::string shellSocket() const { return runtimeFolder() + "/frame-host.shell"; }
     // What the members of the fixtures wrote, in order.
     static std::vector<std::string> stepsIn(const std::string& error) {
         std::vector<std::string> steps;
@@ -128,7 +129,7 @@ TEST_F(FrameHost, SaysThatTheAdapterMustBeLoadedFirst) {
 
 TEST_F(FrameHost, RemovesItsShellWhenItEnds) {
     const auto running = start(commandOf({"app-tvservice-adapter", "control-application"}));
-    const std::string socket = runtimeFolder() + "/frame-host.shell";
+    const std::string socket = shellSocket();
     ASSERT_TRUE(eventually([&] { return std::filesystem::exists(socket); }));
     struct stat status {};
     ASSERT_EQ(lstat(socket.c_str(), &status), 0);
@@ -139,16 +140,58 @@ TEST_F(FrameHost, RemovesItsShellWhenItEnds) {
     EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
 }
 
-TEST_F(FrameHost, LeavesTheShellOfAnotherOneAlone) {
+TEST_F(FrameHost, SaysBeforeItLoadsAnythingThatAnotherOneHasTheShell) {
     const auto running = start(commandOf({"shell-application"}));
     const auto answers = [&] { return run({program("tvctl"), "help"}).exitCode == 0; };
     ASSERT_TRUE(eventually(answers));
-    const Outcome second = run(commandOf({"first-application", "shell-application"}));
-    EXPECT_EQ(second.exitCode, failed);
-    EXPECT_THAT(second.error, AllOf(HasSubstr("frame-host.shell"), HasSubstr("Address already in use"),
-                                    HasSubstr("did not start (-98)"), HasSubstr("first-application 1: stopped\n")));
-    EXPECT_TRUE(answers());
+    for (const Words& libraries : {Words{"first-application"}, Words{"app-tvservice-adapter", "control-application"}}) {
+        const Outcome second = run(commandOf(libraries));
+        EXPECT_EQ(second.exitCode, failed);
+        EXPECT_THAT(second.error, AllOf(HasSubstr("frame-host: debug shell at " + shellSocket() +
+                                                  ": Address already in use; another "
+                                                  "process of this user has it: end that one"),
+                                        HasSubstr("RUNTIME_DIRECTORY")));
+        EXPECT_THAT(stepsIn(second.error), IsEmpty());
+        EXPECT_TRUE(answers());
+    }
     EXPECT_EQ(running->terminate().exitCode, endedAsAsked);
+}
+
+TEST_F(FrameHost, SaysBeforeItLoadsAnythingWhatBlocksTheShell) {
+    std::filesystem::create_directory(runtimeFolder());
+    std::filesystem::permissions(runtimeFolder(), std::filesystem::perms::owner_all);
+    const std::string lock = shellSocket() + ".lock";
+    for (const auto& [obstacle, problem] : {std::pair{shellSocket(), shellSocket() + ": File exists"},
+                                            {lock, "cannot lock " + lock + ": Is a directory"}}) {
+        std::filesystem::create_directory(obstacle);
+        const Outcome outcome = run(commandOf({"first-application", "app-tvservice-adapter"}));
+        EXPECT_EQ(outcome.exitCode, failed);
+        EXPECT_THAT(outcome.error, AllOf(HasSubstr("frame-host: debug shell"),
+                                         HasSubstr(problem + "; something else is there: remove it\n")));
+        EXPECT_THAT(stepsIn(outcome.error), IsEmpty());
+        EXPECT_TRUE(std::filesystem::is_directory(obstacle));
+        std::filesystem::remove(obstacle);
+        std::filesystem::remove(lock);
+    }
+}
+
+// With however few: it either says what is missing, or comes up. 127 is the loader's, which needs some, too.
+TEST_F(FrameHost, EndsOrderlyWithoutDescriptors) {
+    bool refused = false;
+    for (int descriptors = 5; descriptors <= 14; ++descriptors) {
+        const auto running =
+            start(commandOf({"app-tvservice-adapter", "control-application"}),
+                  R"(exec </dev/null >"$OUTPUT"; ulimit -n )" + std::to_string(descriptors) + R"(; exec "$0" "$@")");
+        const auto isUp = [&] { return running->error().find("no connection to ") != std::string::npos; };
+        ASSERT_TRUE(eventually([&] { return running->hasEnded() || isUp(); }));
+        const Outcome outcome = isUp() ? running->terminate() : running->wait();
+        EXPECT_THAT(outcome.exitCode, testing::AnyOf(isUp() ? endedAsAsked : failed, 127))
+            << descriptors << " descriptors: " << outcome.error;
+        EXPECT_NE(outcome.error, "");
+        EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
+        refused = refused || outcome.exitCode == failed;
+    }
+    EXPECT_TRUE(refused);
 }
 
 TEST_F(FrameHost, RunsTheExampleOfTheDocumentation) {

@@ -59,6 +59,7 @@ protected:
         }
 
         std::string error() const { return contentOf(error_); }
+        bool hasEnded() { return !child_.running(); }
         void signal(int number) { child_.signal(number); }
         Outcome wait() {
             if (!eventually([&] { return !child_.running(); })) {

@@ -1,6 +1,7 @@
 // What the programs say and leave behind when they cannot have their sockets, their channel list or their options.
 #include "integration/program-run.h"
 
+#include <cstring>
 #include <sys/stat.h>
 
 namespace {
@@ -67,6 +68,18 @@ TEST_P(AProgram, RefusesDebugLevelsThatItDoesNotKnow) {
     EXPECT_EQ(outcome.exitCode, usage);
     EXPECT_THAT(outcome.error, StartsWith(std::string(GetParam()) + ": --log: "));
     EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));
+}
+
+TEST_P(AProgram, GoesOnAfterAHangUpABrokenPipeAndAFileTooLong) {
+    const auto running = start(command());
+    const auto answers = [&] { return run({program("tvctl"), "--target", GetParam(), "help"}).exitCode == 0; };
+    ASSERT_TRUE(eventually(answers));
+    for (const int signal : {SIGHUP, SIGPIPE, SIGXFSZ}) {
+        running->signal(signal);
+        EXPECT_TRUE(answers()) << strsignal(signal);
+    }
+    EXPECT_EQ(running->terminate().exitCode, endedAsAsked);
+    EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
 }
 
 class AService : public AProgram {

@@ -263,6 +263,19 @@ TEST_F(Control, RefusesANumberThatNoNotificationCanHave) {
         EXPECT_EQ(run({"notifications", after}).status, -22) << after;
 }
 
+TEST_F(Control, MakesNoJsonOfANotificationThatIsTooLongAnyway) {
+    frame::MsgIds ids;
+    const std::size_t least = control::NotificationLog::longestArguments;
+    log.tvServicePlayInfo(ids, {}, {std::string(least, '"')});
+    const std::vector<tvservice::TvServiceInfo_t> infos(10000);
+    log.tvServiceInfo(ids, {}, infos);
+    const auto list = Json::parse(run({"notifications", "0"}, true).output);
+    for (const auto& notification : list) EXPECT_EQ(notification["arguments"], Json::object());
+    // Escapes would have made it twice as long.
+    EXPECT_EQ(list[0]["omittedBytes"], least + 18);
+    EXPECT_GT(list[1]["omittedBytes"], infos.size() * 50);
+}
+
 TEST_F(Control, ListsLongNotificationsInSeveralCalls) {
     frame::MsgIds ids;
     for (int i = 0; i < 5; ++i) log.tvServicePlayInfo(ids, {}, {std::string(200 * 1024, '"')});

@@ -65,6 +65,52 @@ TEST(Events, OfAStoppedMemberAreDiscarded) {
     });
 }
 
+TEST(Events, RunAgainOnceAStoppedMemberIsStartedAnew) {
+    inOwnProcess([] {
+        auto* a = new Member("A");
+        run([&] {
+            startMembers({a});
+            a->postEvent([] { trace().push_back("before the stop"); });
+            a->stop();
+            a->onStart = [a] { a->postEvent([] { trace().push_back("posted by the start"); }); };
+            takeTrace();
+            EXPECT_EQ(a->start(), 0);
+            a->postEvent([] { trace().push_back("after the start"); });
+            a->postEvent(host::stopProcess);
+            a->scheduleEvents();
+            // Ends the process when A's events, which would, are discarded.
+            auto* b = new Member("B");
+            startMembers({b});
+            b->postEvent(host::stopProcess);
+            b->scheduleEvents();
+            return 0;
+        });
+        EXPECT_THAT(trace(), ElementsAre("start A", "setupDone B", "start B", "posted by the start", "after the start",
+                                         "stop B", "stop A"));
+    });
+}
+
+TEST(Events, StayDiscardedWhenAStoppedMemberFailsToStartAnew) {
+    inOwnProcess([] {
+        auto* a = new Member("A");
+        run([&] {
+            startMembers({a});
+            a->stop();
+            takeTrace();
+            a->onStart = [] { throw std::runtime_error("no start"); };
+            EXPECT_THROW(a->start(), std::runtime_error);
+            a->postEvent([] { trace().push_back("event"); });
+            a->scheduleEvents();
+            auto* b = new Member("B");
+            startMembers({b});
+            b->postEvent(host::stopProcess);
+            b->scheduleEvents();
+            return 0;
+        });
+        EXPECT_THAT(trace(), ElementsAre("setupDone B", "start B", "stop B", "stop A"));
+    });
+}
+
 TEST(Events, OfADestroyedMemberAreDiscarded) {
     inOwnProcess([] {
         auto* b = new Member("B");

@@ -1,13 +1,16 @@
 #include "common/answers.h"
 #include "common/delay-line.h"
 #include "common/fault-switches.h"
+#include "common/log.h"
 #include "common/shell-commands.h"
 #include "common/terminal-table.h"
 #include "mmservice/uri-check.h"
 #include "tvservice/channel-list.h"
+#include "tvservice/locks.h"
 #include "tvservice/streams.h"
 
 #include <appovshell/server.h>
+#include <host/log-capture.h>
 #include <mmservice/records.h>
 #include <tvservice/core-records.h>
 
@@ -108,6 +111,63 @@ TEST(TerminalTable, SwapsWhatTwoTerminalsShowEvenWhenOneShowsNothing) {
     EXPECT_TRUE(table.swap({1, 0}, {1, 0}));
     EXPECT_EQ(table.entries().size(), 2U);
     EXPECT_FALSE(table.swap({5, 0}, {6, 0}));
+}
+
+TEST(TerminalTable, RefusesTheTerminalsOfAClientBeyondItsShareAndTakesThoseOfOthers) {
+    const host::LogCapture log({logModule});
+    TerminalTable table;
+    const int share = static_cast<int>(bounds::terminalsOfAClient);
+    for (int id = 0; id < share; ++id) EXPECT_TRUE(table.show({0, id}, {"dvb://1", "", 1, {}}));
+    EXPECT_FALSE(table.show({0, share}, {"dvb://1", "", 1, {}}));
+    EXPECT_TRUE(table.show({0, 0}, {"dvb://2", "", 1, {}})) << "in place of its own";
+    EXPECT_TRUE(table.show({0, share}, {"dvb://1", "", 2, {}})) << "of another client";
+    table.stop({0, 0});
+    EXPECT_TRUE(table.show({1, 0}, {"dvb://1", "", 1, {}})) << "once there is room";
+    EXPECT_EQ(table.count().held, bounds::terminalsOfAClient + 1);
+    EXPECT_EQ(table.count().refused, 1U);
+}
+
+TEST(TerminalTable, HoldsNoMoreThanItsBoundsWhateverTheClients) {
+    const host::LogCapture log({logModule});
+    TerminalTable table;
+    int shown = 0;
+    for (int id = 0; id < 2000; ++id) shown += table.show({0, id}, {"dvb://1", "", static_cast<std::uint64_t>(id), {}});
+    EXPECT_EQ(shown, static_cast<int>(bounds::terminals));
+    EXPECT_EQ(table.count().held, bounds::terminals);
+    EXPECT_EQ(table.count().refused, 2000 - bounds::terminals);
+    EXPECT_TRUE(log.waitFor("terminal 0:1999 shows nothing new: no room", 0ms));
+}
+
+TEST(TerminalTable, RefusesMoreTextThanFits) {
+    const host::LogCapture log({logModule});
+    TerminalTable table;
+    const std::string half(bounds::textBytesOfAClient / 2, 'x');
+    EXPECT_FALSE(table.show({0, 0}, {half + half, "y", 1, {}}));
+    EXPECT_TRUE(table.show({0, 0}, {half, half, 1, {}}));
+    EXPECT_FALSE(table.show({0, 1}, {"", "y", 1, {}}));
+    EXPECT_TRUE(table.show({0, 0}, {half, "", 1, {}}));
+    EXPECT_TRUE(table.show({0, 1}, {"", "y", 1, {}}));
+    std::size_t bytes = 0;
+    for (int client = 2; client < 100; ++client)
+        table.show({client, 0}, {half, half, static_cast<std::uint64_t>(client), {}});
+    for (const auto& entry : table.entries()) bytes += entry.shown.textBytes();
+    EXPECT_LE(bytes, bounds::textBytes);
+}
+
+TEST(Locks, AreRefusedBeyondTheirBounds) {
+    const host::LogCapture log({logModule});
+    Locks locks;
+    const int share = static_cast<int>(bounds::terminalsOfAClient);
+    for (int id = 0; id < share; ++id) EXPECT_EQ(locks.lock({0, id}, 12, 1), Locks::Outcome::changed);
+    EXPECT_EQ(locks.lock({0, 0}, 12, 1), Locks::Outcome::unchanged);
+    EXPECT_EQ(locks.lock({0, 0}, 16, 1), Locks::Outcome::changed);
+    EXPECT_EQ(locks.lock({0, share}, 12, 1), Locks::Outcome::refused);
+    EXPECT_EQ(locks.unlock({0, share}), Locks::Outcome::unchanged);
+    EXPECT_EQ(locks.unlock({0, 0}), Locks::Outcome::changed);
+    EXPECT_EQ(locks.lock({0, share}, 12, 1), Locks::Outcome::changed);
+    for (int client = 2; client < 1000; ++client) locks.lock({client, 0}, 12, static_cast<std::uint64_t>(client));
+    EXPECT_EQ(locks.count().held, bounds::terminals);
+    EXPECT_EQ(locks.all().size(), bounds::terminals);
 }
 
 TEST(ChannelList, NumbersItsChannelsFromOneInTheOrderOfTheirUris) {
@@ -279,6 +339,19 @@ TEST(DelayLine, WorksLaterInTheOrderGivenWhateverTheDelays) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, 30ms);
 }
 
+TEST(DelayLine, LosesAndCountsWhatWouldMakeTooMuchWait) {
+    const host::LogCapture log({logModule});
+    DelayLine line;
+    const auto hour = std::chrono::hours(1);
+    line.give([] {}, hour, bounds::delayedBytes);
+    line.give([] {}, hour, 1);
+    EXPECT_EQ(line.count().held, 1U);
+    EXPECT_EQ(line.count().refused, 1U);
+    for (std::size_t i = 0; i < bounds::delayedAnswers + 9; ++i) line.give([] {}, hour);
+    EXPECT_EQ(line.count().held, bounds::delayedAnswers);
+    EXPECT_EQ(line.count().refused, 11U);
+}
+
 TEST(DelayLine, GoesOnAfterWorkThatThrows) {
     std::mutex mutex;
     std::condition_variable changed;
@@ -326,6 +399,23 @@ TEST(ShellCommands, ListTheTerminalsForPeopleAndPrograms) {
     EXPECT_EQ(list[0]["id"], 1);
     EXPECT_EQ(list[0]["uuid"], "u");
     EXPECT_EQ(list[0]["client"], 2);
+}
+
+TEST(ShellCommands, SayHowFullTheTablesAre) {
+    const host::LogCapture log({logModule});
+    TerminalTable table;
+    FaultSwitches faults;
+    FakeShell shell;
+    ShellCommands commands(table, faults);
+    commands.addTables([] { return std::vector<TableCount>{{"locks", 2, 3, 4}}; });
+    ASSERT_EQ(commands.registerWith(shell), 0);
+    table.show({0, 1}, {"dvb://1", "", 2, {}});
+    table.show({0, 2}, {std::string(bounds::textBytes, 'x'), "", 2, {}});
+    EXPECT_EQ(shell.run("stats", {"tables"}), 0);
+    EXPECT_EQ(shell.output,
+              "table \"terminals\", held 1, most 256, refused 1\n"
+              "table \"locks\", held 2, most 3, refused 4\n");
+    EXPECT_EQ(shell.run("stats", {"chairs"}), -22);
 }
 
 TEST(ShellCommands, SetAndListTheFaultSwitches) {

@@ -1,8 +1,10 @@
 // What the control application says that each terminal shows.
 #include "appovshell/command-table.h"
+#include "control/src/log.h"
 #include "control/src/looking-commands.h"
 
 #include <genrpc/json.h>
+#include <host/log-capture.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,7 +30,7 @@ struct Terminals : testing::Test {
     }
     std::string run(const char* command, bool json) {
         std::string output;
-        std::istringstream lines(shell.answer(Json{{"words", {command}}, {"json", json}}.dump()));
+        std::istringstream lines(shell.answer(Json{{"line", command}, {"json", json}}.dump()));
         for (std::string line; std::getline(lines, line);) output += Json::parse(line).value("output", "");
         return output;
     }
@@ -128,6 +130,48 @@ TEST_F(Terminals, AreListedWithBothAnswersInFull) {
                                R"("lastTime":"then","queued":0,"state":"idle"})");
     EXPECT_THAT(run("terminals", false), HasSubstr("terminal 0:0  uri dvb://1  uuid uuid of dvb://1  reqId 1  since "));
     EXPECT_THAT(run("terminals", false), HasSubstr("  lastResult -5  lastUri dvb://2  lastReqId 2  lastTime "));
+}
+
+TEST_F(Terminals, ForgetTheOneThatWasAnsweredLongestAgoWhenThereAreTooMany) {
+    const host::LogCapture log({control::logModule});
+    const int most = static_cast<int>(control::TerminalView::mostTerminals);
+    for (int id = 0; id < most; ++id) answer("1", "dvb://1", 0, {0, id});
+    answer("2", "dvb://2", 0, {0, 0}); // no longer the oldest
+    answer("3", "dvb://3", 0, {1, 0});
+    const auto all = shown();
+    EXPECT_EQ(all.size(), control::TerminalView::mostTerminals);
+    EXPECT_EQ(all.front(), "0:0 dvb://2 0");
+    EXPECT_EQ(all[1], "0:2 dvb://1 0");
+    EXPECT_EQ(all.back(), "1:0 dvb://3 0");
+}
+
+TEST_F(Terminals, HoldABoundedNumberOfBytesWhateverServicesSend) {
+    const host::LogCapture log({control::logModule});
+    constexpr std::size_t mebibyte = 1024 * 1024;
+    const std::string uri(mebibyte / 16, 'x');
+    frame::MsgIds ids;
+    for (int id = 0; id < 750; ++id) {
+        const auto reqId = std::to_string(id);
+        view.tvServiceInfo(ids, {}, {{{9, id}, 0, uri, uri, uri, reqId}});
+    }
+    for (const auto& table : view.tables()) {
+        EXPECT_GT(table.dropped, 0U) << table.name;
+        EXPECT_LE(table.held, table.most) << table.name;
+        EXPECT_LE(table.bytes, table.mostBytes) << table.name;
+        EXPECT_LE(table.mostBytes, 20 * mebibyte) << table.name;
+    }
+    const std::string cut = view.newest(1).at(0).info.uri;
+    EXPECT_EQ(cut.size(), control::TerminalView::longestText);
+    EXPECT_THAT(cut, testing::EndsWith("xxx... (65536 bytes)"));
+}
+
+TEST_F(Terminals, AreCountedWithWhatHadToGo) {
+    answer("1", "dvb://1");
+    const auto tables = Json::parse(run("stats tables", true));
+    EXPECT_EQ(tables[0].dump(),
+              R"({"table":"terminals","held":1,"most":256,"bytes":46,"mostBytes":16777216,"dropped":0})");
+    EXPECT_EQ(tables[1]["table"], "answers");
+    EXPECT_EQ(tables[2]["table"], "notifications");
 }
 
 TEST_F(Terminals, LeaveNoAnswerOutOfTheListOfAnswers) {

@@ -1,5 +1,8 @@
 // What the TV service tells whom after each request.
+#include "common/log.h"
 #include "tv-service-fixture.h"
+
+#include <host/log-capture.h>
 
 #include <gmock/gmock.h>
 
@@ -218,6 +221,52 @@ TEST_F(TvService, RefusesPlaysOnALockedTerminalUntilItIsUnlocked) {
     lock(0, 0, 0, 0);
     asker->play(0, 0, one);
     EXPECT_THAT(asker->heard(), SizeIs(8));
+}
+
+TEST_F(TvService, RefusesAClientsTerminalsBeyondItsShareWithoutNewsAndServesAnother) {
+    const host::LogCapture log({services::logModule});
+    std::vector<tvservice::TvServiceReq_t> requests(300);
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+        requests[i].terminal = {7, static_cast<int>(i)};
+        requests[i].uri = one;
+    }
+    asker->ask<messages::TvServiceReq>(requests);
+    forget();
+    asker->ask<messages::TvServiceReq>(requests);
+    std::size_t shown = 0, refused = 0;
+    for (const auto& told : asker->heard())
+        if (told.message == "TvServiceInfo")
+            for (const auto& info : told.arguments["infos"]) {
+                shown += info["result"] == services::result::done;
+                refused += info["result"] == services::result::nothingShown;
+            }
+    EXPECT_EQ(shown, services::bounds::terminalsOfAClient);
+    EXPECT_EQ(refused, 300 - services::bounds::terminalsOfAClient);
+    EXPECT_EQ(service.tables().size(), 2U);
+    other->heard();
+    asker->play(8, 0, one);
+    onlyTheAskerHears({R"(TvServiceInfo {"infos":[{"terminal":{"type":8,"id":0},"result":8,"uri":"dvb://1.1.1",)"
+                       R"("uuid":"","uuidAncestor":"","reqId":"r"}]})"});
+    other->play(0, 0, one);
+    EXPECT_THAT(other->heard(), SizeIs(7));
+}
+
+TEST_F(TvService, TellsOnlyTheAskerOfALockThatChangesNothingOrIsRefused) {
+    const host::LogCapture log({services::logModule});
+    lock(3, 0, 0, 0); // unlocks what is not locked
+    onlyTheAskerHears({R"(TvServiceStatusInfo {"info":{"intParam1":0,"services":[]}})"});
+    for (int id = 0; id < 100; ++id) lock(3, id, 1, 12);
+    const auto heard = asker->heard();
+    EXPECT_THAT(other->heard(), SizeIs(services::bounds::terminalsOfAClient));
+    EXPECT_THAT(heard, SizeIs(100));
+    EXPECT_THAT(heard.back().arguments["info"]["services"], SizeIs(services::bounds::terminalsOfAClient));
+    EXPECT_EQ(service.tables()[0].refused, 100 - services::bounds::terminalsOfAClient);
+}
+
+TEST_F(TvService, RefusesADownloadOfPackagesWithLongNames) {
+    asker->ask<messages::RequestPackagesReq>(tvservice::reqeustOadType_t{1},
+                                             std::string(services::bounds::packageBytes + 1, 'x'));
+    onlyTheAskerHears({R"(TvserviceOadStatusNotify {"status":3,"text":"the names of the packages are too long"})"});
 }
 
 TEST_F(TvService, AsksAllOthersToReleaseATunerAndConfirmsToTheAsker) {

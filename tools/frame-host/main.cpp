@@ -13,8 +13,18 @@ namespace {
 
 enum ExitCode { success = 0, failure = 1, usage = 2, badData = 6 };
 
-// Loads the libraries in order; the first that does not come up ends the process.
+// Starts the debug shell, then loads the libraries in order; the first that does not come up ends the process. The
+// shell comes first because the adapter cannot do without one: it looks for a shell, and finds the process's.
 int loadAll(void* context) {
+    try {
+        host::startShell();
+    } catch (const host::ConfigurationError& error) {
+        std::cerr << "frame-host: " << error.what() << '\n';
+        return badData;
+    } catch (const std::exception& error) {
+        std::cerr << "frame-host: " << error.what() << '\n';
+        return failure;
+    }
     for (const std::string& library : *static_cast<const std::vector<std::string>*>(context)) {
         if (const int result = host::loadApplication(library)) {
             std::cerr << "frame-host: " << library << " did not start (" << result << ")\n";

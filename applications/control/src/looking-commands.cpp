@@ -181,7 +181,9 @@ int LookingCommands::registerAll() {
          call<Self, &Self::notifications>},
         {"bundles [:d]", "[N] - the requests under way and waiting, with what is awaited and since when; the first N",
          call<Self, &Self::bundles>},
-        {"stats", "counters of the service connections", call<Self, &Self::stats>},
+        {"stats [:s]",
+         "[TABLES] - counters of the service connections; with \"tables\", what is kept and has been dropped",
+         call<Self, &Self::stats>},
         {"runlog [:d]", "[N] - the newest N records of the run log (10)", call<Self, &Self::runlog>},
         {"log :s", "MODULE=LEVEL[,...] - change what is logged", call<Self, &Self::log>},
     };
@@ -223,12 +225,29 @@ int LookingCommands::bundles() {
 }
 
 int LookingCommands::stats() {
+    const std::string what = shell_.getArgument(0);
+    if (what == "tables") return tables();
+    if (!what.empty()) return refuse(shell_, "stats takes nothing or \"tables\", not " + inQuotes(what));
     Json list = Json::array();
     for (const auto& statistics : frame::ioStatistics()) {
         Json object;
         frame::eachStatistic(statistics, [&](const char* name, const auto& value) { object[name] = value; });
         list.push_back(std::move(object));
     }
+    return report(shell_, list);
+}
+
+int LookingCommands::tables() {
+    std::vector<TableCount> all = view_.tables();
+    all.push_back(notifications_.table());
+    Json list = Json::array();
+    for (const auto& [name, held, most, bytes, mostBytes, dropped] : all)
+        list.push_back({{"table", name},
+                        {"held", held},
+                        {"most", most},
+                        {"bytes", bytes},
+                        {"mostBytes", mostBytes},
+                        {"dropped", dropped}});
     return report(shell_, list);
 }
 

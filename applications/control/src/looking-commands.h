@@ -25,6 +25,7 @@ private:
     int notifications();
     int bundles();
     int stats();
+    int tables();
     int runlog();
     int log();
 

@@ -1,6 +1,8 @@
 // What the clients of the adapter were told: all notifications, numbered from 1 in the order in which they came.
 #pragma once
 
+#include "table-count.h"
+
 #include <genrpc/arguments.h>
 #include <tvservice/interfaces.h>
 
@@ -19,7 +21,14 @@ struct Notification {
     std::string message; // "TvServiceAudioInfo"
     // The arguments as JSON text; nothing when it would have been longer than NotificationLog::longestArguments.
     std::string arguments;
-    std::size_t omittedBytes = 0; // how long it would have been
+    // How long it would have been; at least so long when the message is longer anyway.
+    std::size_t omittedBytes = 0;
+};
+
+// The arguments of a notification as JSON text; or, when that would be too long, its length alone.
+struct TextOrLength {
+    std::string text;
+    std::size_t omittedBytes = 0;
 };
 
 // A client of the adapter. Notifications come on the framework's threads, readers on the shell's; all from any thread.
@@ -38,13 +47,16 @@ public:
     std::vector<Notification> newest(std::size_t count) const;
     std::vector<Notification> after(std::uint64_t number, std::size_t count) const;
 
+    TableCount table() const;
+
 private:
-    void keep(const char* message, std::string arguments);
+    void keep(const char* message, TextOrLength arguments);
 
     mutable std::mutex mutex_;
     std::deque<Notification> kept_; // with consecutive numbers
     std::uint64_t lastNumber_ = 0;
     std::size_t bytes_ = 0; // of arguments, in kept_
+    std::uint64_t dropped_ = 0;
 };
 
 } // namespace control

@@ -1,10 +1,12 @@
 #include "terminal-view.h"
 
 #include "arguments.h"
+#include "log.h"
 
 #include <lrt/run-log-agent.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace control {
 namespace {
@@ -22,6 +24,16 @@ void take(TerminalState& terminal, const Answer& answer) {
     if (answer.info.result == 0) terminal.shown = answer;
 }
 
+std::size_t bytesIn(const tvservice::TvServiceInfo_t& info) {
+    return info.uri.size() + info.uuid.size() + info.uuidAncestor.size() + info.reqId.size();
+}
+
+void cut(std::string& text) {
+    if (text.size() <= TerminalView::longestText) return;
+    const std::string end = "... (" + std::to_string(text.size()) + " bytes)";
+    text = text.substr(0, TerminalView::longestText - end.size()) + end;
+}
+
 } // namespace
 
 int TerminalView::tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&,
@@ -29,11 +41,39 @@ int TerminalView::tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&,
     const std::string now = lrt::RunLogAgentImpl::getInstance().getLogCurrentUTCTime();
     const std::lock_guard lock(mutex_);
     for (const auto& info : infos) {
-        answers_.push_back({now, info});
-        if (answers_.size() > kept) answers_.pop_front();
-        if (!info.reqId.empty()) take(terminals_[{info.terminal.type, info.terminal.id}], answers_.back());
+        Answer answer{now, info};
+        for (std::string* text : {&answer.info.uri, &answer.info.uuid, &answer.info.uuidAncestor, &answer.info.reqId})
+            cut(*text);
+        if (!info.reqId.empty()) take(known(info.terminal).state, answer);
+        keep(std::move(answer));
     }
     return 0;
+}
+
+void TerminalView::keep(Answer answer) {
+    bytes_ += bytesIn(answer.info);
+    answers_.push_back(std::move(answer));
+    while (answers_.size() > mostAnswers || bytes_ > mostBytes) {
+        bytes_ -= bytesIn(answers_.front().info);
+        answers_.pop_front();
+        ++droppedAnswers_;
+    }
+}
+
+TerminalView::Known& TerminalView::known(const tvservice::TvServiceTerminal_t& terminal) {
+    const std::pair key{terminal.type, terminal.id};
+    if (terminals_.size() == mostTerminals && !terminals_.contains(key)) {
+        const auto oldest = std::min_element(terminals_.begin(), terminals_.end(), [](const auto& a, const auto& b) {
+            return a.second.answered < b.second.answered;
+        });
+        CONTROL_LOG(vdlDebugWarning, "terminal %d:%d is forgotten: there are answers for more than %zu terminals\n",
+                    oldest->first.first, oldest->first.second, mostTerminals);
+        terminals_.erase(oldest);
+        ++droppedTerminals_;
+    }
+    Known& known = terminals_[key];
+    known.answered = ++lastAnswer_;
+    return known;
 }
 
 std::vector<Answer> TerminalView::newest(std::size_t count) const {
@@ -45,8 +85,18 @@ std::vector<Answer> TerminalView::newest(std::size_t count) const {
 std::vector<TerminalState> TerminalView::terminals() const {
     const std::lock_guard lock(mutex_);
     std::vector<TerminalState> result;
-    for (const auto& [terminal, state] : terminals_) result.push_back(state);
+    for (const auto& [terminal, known] : terminals_) result.push_back(known.state);
     return result;
+}
+
+std::vector<TableCount> TerminalView::tables() const {
+    const std::lock_guard lock(mutex_);
+    std::size_t bytes = 0;
+    for (const auto& [terminal, known] : terminals_)
+        bytes += bytesIn(known.state.shown.info) + bytesIn(known.state.last.info);
+    return {
+        {"terminals", terminals_.size(), mostTerminals, bytes, mostTerminals * 2 * 4 * longestText, droppedTerminals_},
+        {"answers", answers_.size(), mostAnswers, bytes_, mostBytes, droppedAnswers_}};
 }
 
 } // namespace control

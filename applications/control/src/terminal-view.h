@@ -2,8 +2,12 @@
 // shows and how its last request ended.
 #pragma once
 
+#include "table-count.h"
+
 #include <tvservice/client-base.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -28,8 +32,17 @@ struct TerminalState {
 // What a terminal shows changes with an answer of result 0 to a play or stop request. It stays when a play failed, when
 // a newer request is queued, and when the answer comes late: after that to a newer request. Answers without a request
 // id are what the TV service tells of itself, not of the terminal: the MM service may be playing there.
+//
+// What is kept is bounded, whatever services send: the oldest answers go first, and the terminal whose last answer is
+// the oldest. With the answers that belong to terminals it all holds less than 40 MiB.
 class TerminalView : public tvservice::ClientBase {
 public:
+    static constexpr std::size_t mostAnswers = 1000;           // for people who look back
+    static constexpr std::size_t mostBytes = 16 * 1024 * 1024; // of texts in them together
+    static constexpr std::size_t mostTerminals = 256;          // with two answers each
+    // Of each text in an answer. A longer one is cut and says how long it was.
+    static constexpr std::size_t longestText = 8 * 1024;
+
     int tvServiceInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
                       const std::vector<tvservice::TvServiceInfo_t>& infos) override;
 
@@ -38,12 +51,23 @@ public:
     // Every terminal that a request was answered for, in order of terminal.
     std::vector<TerminalState> terminals() const;
 
+    std::vector<TableCount> tables() const;
+
 private:
-    static constexpr std::size_t kept = 1000; // answers, for people who look back
+    struct Known {
+        TerminalState state;
+        std::uint64_t answered = 0; // the number of its last answer
+    };
+
+    void keep(Answer answer);
+    Known& known(const tvservice::TvServiceTerminal_t& terminal);
 
     mutable std::mutex mutex_;
     std::deque<Answer> answers_;
-    std::map<std::pair<int, int>, TerminalState> terminals_;
+    std::size_t bytes_ = 0; // of texts, in answers_
+    std::map<std::pair<int, int>, Known> terminals_;
+    std::uint64_t lastAnswer_ = 0; // counts answers
+    std::uint64_t droppedAnswers_ = 0, droppedTerminals_ = 0;
 };
 
 } // namespace control

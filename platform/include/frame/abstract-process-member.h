@@ -35,7 +35,7 @@ public:
     // Queues work for this member. From any thread. Nothing runs before scheduleEvents.
     void postEvent(std::function<void()> event);
     // Has the framework's thread run the events posted so far, in order. Events of a stopped, detached or destroyed
-    // member are discarded.
+    // member, and of one whose start failed, are discarded. A stopped member that is started again takes events again.
     void scheduleEvents();
 
 protected:

@@ -77,7 +77,18 @@ int AbstractProcessMember::detachProcess() {
 
 int AbstractProcessMember::setupDone() { return performSetupDone(); }
 
-int AbstractProcessMember::start() { return performStarting(); }
+// A stop closed the events. They open before the start, which may post some, and close again when it fails.
+int AbstractProcessMember::start() {
+    if (process_) events_->setOpen(true);
+    try {
+        const int result = performStarting();
+        if (result < 0) events_->setOpen(false);
+        return result;
+    } catch (...) {
+        events_->setOpen(false);
+        throw;
+    }
+}
 
 int AbstractProcessMember::stop() {
     const int result = performStopping();

@@ -20,6 +20,8 @@ frame::Process::State& processState() { return frame::Process::getInstance()->st
 class EndSignals {
 public:
     EndSignals() {
+        // Their default is to end the process at once, which leaves its sockets behind.
+        for (const int ignored : {SIGHUP, SIGPIPE, SIGXFSZ}) std::signal(ignored, SIG_IGN);
         sigemptyset(&signals_);
         sigaddset(&signals_, SIGTERM);
         sigaddset(&signals_, SIGINT);

@@ -22,7 +22,9 @@ sockaddr_un addressOf(const std::string& path) {
 }
 
 [[noreturn]] void refuseInUse(const std::string& service, const std::string& path) {
-    throw std::runtime_error("service " + service + " is already offered at " + path);
+    throw std::runtime_error("service " + service + " is already offered at " + path +
+                             " by another process of this user: end that one (tvctl doctor says which it is), or set "
+                             "RUNTIME_DIRECTORY to another folder for this one");
 }
 
 SocketLock lockFor(const std::string& service, const std::string& path) {

@@ -1,0 +1,147 @@
+// Peers that invent terminals, to make every table grow that there is.
+#include "../killed/process-size.h"
+#include "doors.h"
+#include "frame.h"
+#include "honest.h"
+#include "scenarios.h"
+
+#include <mmservice/messages.h>
+#include <tvservice/messages.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <thread>
+#include <utility>
+
+namespace access_check {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+namespace tv = tvservice::messages;
+
+constexpr const char* stream = "rtp://239.0.0.1:5004";
+
+long millisecondsSince(Clock::time_point begin) {
+    return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count());
+}
+
+template <class Request> Request requestFor(int id) {
+    Request request;
+    request.terminal = {7, id};
+    if constexpr (requires { request.uri; }) request.uri = stream;
+    if constexpr (requires { request.intParam1; }) request.intParam1 = 1;
+    return request;
+}
+
+// What a client asks of a service for a terminal that it has invented.
+std::string requestsFor(Part service, int id) {
+    if (service == Part::mmService)
+        return frameOf<mmservice::messages::MmServiceReq>(std::vector{requestFor<mmservice::MMServiceReq_t>(id)});
+    return frameOf<tv::TvServiceReq>(std::vector{requestFor<tvservice::TvServiceReq_t>(id)}) +
+           frameOf<tv::SetParentalLockInfo>(requestFor<tvservice::TvServiceParentalLockInfo_t>(id)) +
+           frameOf<tv::TvServiceAudioReq>(requestFor<tvservice::TvServiceAudioReq_t>(id)) +
+           frameOf<tv::TvServiceTeletextReq>(requestFor<tvservice::TvServiceTeletextReq_t>(id)) +
+           frameOf<tv::TvServiceSwapWinReq>(tvservice::TvServiceSwapWinReq_t{id});
+}
+
+// What the receiver does for its own user meanwhile: how long a play takes, in milliseconds.
+long playOnce(ReceiverKit& kit, const std::string& uri) {
+    const auto begin = Clock::now();
+    const auto answers = kit.waitForAnswers(kit.play("0:0", uri), 1);
+    require(answers.size() == 1 && answers[0].result == 0, uri + " is not played");
+    return millisecondsSince(begin);
+}
+
+// Returns how much found no room, which is more than nothing.
+long judgeTables(ReceiverKit& kit, Part part, const char* counter) {
+    long beyond = 0;
+    for (const auto& table : kit.ask(part, {"stats", "tables"})) {
+        require(table.at("held") <= table.at("most"), table.dump() + " holds more than it may");
+        beyond += table.at(counter).get<long>();
+    }
+    require(beyond > 0, std::string(receiver::nameOf(part)) + " has had room for everything");
+    return beyond;
+}
+
+// Ends a process whose tables are full, and returns how long that took.
+long endOf(ReceiverKit& kit, Part part) {
+    const pid_t process = kit.processId(part);
+    const auto begin = Clock::now();
+    require(kill(process, SIGTERM) == 0, "there is no process to end");
+    require(kit.waitFor([&] { return killed::hasEnded(process); }, receiver::patience),
+            std::string(receiver::nameOf(part)) + " does not end");
+    return millisecondsSince(begin);
+}
+
+} // namespace
+
+void fillTheTablesOfServices(unsigned terminals, Figures& figures) {
+    const std::pair<Part, const char*> services[] = {{Part::tvService, "dvb://1.1.1"}, {Part::mmService, stream}};
+    for (const auto& [part, uri] : services) {
+        ReceiverKit kit;
+        kit.start();
+        const auto doors = doorsIn(kit.runtimeFolder());
+        const Door& door = *std::find_if(doors.begin(), doors.end(), [part = part](const Door& known) {
+            return !known.shell && known.part == part;
+        });
+        const long before = killed::sizeOf(kit.processId(part)).kibibytes;
+        Socket attacker = clientOf(door); // which reads no answer
+        std::string requests;
+        for (unsigned id = 0; id < terminals; ++id) {
+            requests += requestsFor(part, static_cast<int>(id));
+            if ((id + 1) % 50 == 0) require(attacker.say(std::exchange(requests, {})), door.name + " does not listen");
+            if ((id + 1) % 500 == 0) figures.slowestPlay = std::max(figures.slowestPlay, playOnce(kit, uri));
+        }
+        figures.refusedTerminals += judgeTables(kit, part, "refused");
+        figures.mostMemory = std::max(figures.mostMemory, killed::sizeOf(kit.processId(part)).kibibytes - before);
+        figures.slowestEnd = std::max(figures.slowestEnd, endOf(kit, part));
+        (void)kit.stop(); // which complains of the process that has ended
+    }
+}
+
+void fillTheTablesOfApplications(unsigned answers, Figures& figures) {
+    ReceiverKit kit;
+    kit.start();
+    setEndpoints(doorsIn(kit.runtimeFolder()));
+    kit.kill(Part::tvService);
+    host::MessageQueue queue; // in its place
+    constexpr std::size_t bufferBytes = 16 * 1024;
+    frame::OmqIOModule& door = queue.serve(tvservice::serviceName, tvservice::messageSet(), bufferBytes);
+    queue.start();
+    require(kit.waitFor([&] { return !host::MessageQueue::clientsOf(door).empty(); }, receiver::patience),
+            "the framework process does not connect");
+    const pid_t process = kit.processId(Part::frameHost);
+    const long before = killed::sizeOf(process).kibibytes;
+    const auto answer = [&](unsigned id, std::size_t length) {
+        const std::vector<tvservice::TvServiceInfo_t> infos{
+            {{9, static_cast<int>(id)}, 0, std::string(length, 'x'), "", "", std::to_string(id)}};
+        for (;;) {
+            genrpc::FlatRegion* const region = genrpc::FlatRegion::create(bufferBytes);
+            const int result = door.asyncSend(
+                frame::MsgIds::none, tv::TvServiceInfo::meta, nullptr, *tv::TvServiceInfo::table(),
+                tv::TvServiceInfo::Body::build(*region, infos), [region] { genrpc::FlatRegion::release(region); });
+            if (result == 0) return;
+            require(result == -EAGAIN, "an answer cannot be sent");
+            std::this_thread::yield(); // until the queue has room
+        }
+    };
+    for (unsigned id = 0; id < answers; ++id) {
+        answer(id, id % 100 == 0 ? 1024 * 1024 : 20);
+        if ((id + 1) % 1000 == 0) {
+            const auto begin = Clock::now();
+            (void)kit.ask(Part::frameHost, {"terminals"});
+            figures.slowestLook = std::max(figures.slowestLook, millisecondsSince(begin));
+        }
+    }
+    require(kit.waitFor([&] { return kit.newestNotification() >= answers; }, std::chrono::seconds(60)),
+            "the answers do not arrive");
+    figures.forgotten += judgeTables(kit, Part::frameHost, "dropped");
+    figures.mostMemory = std::max(figures.mostMemory, killed::sizeOf(process).kibibytes - before);
+    figures.slowestEnd = std::max(figures.slowestEnd, endOf(kit, Part::frameHost));
+    queue.stop();
+    (void)kit.stop();
+}
+
+} // namespace access_check
