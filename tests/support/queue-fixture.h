@@ -164,8 +164,9 @@ public:
         setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     }
     ~RawPeer() { ::close(socket_); }
-    void say(const std::string& bytes) {
-        EXPECT_EQ(static_cast<ssize_t>(bytes.size()), ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL));
+    void say(const std::string& bytes) { EXPECT_TRUE(says(bytes)); }
+    bool says(const std::string& bytes) { // whether the other side took them all
+        return ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
     }
     std::string hear(std::size_t size) {
         std::string bytes(size, '\0');
