@@ -25,6 +25,8 @@ struct Figures {
         long written = 0, seconds = 0, allowed = 0;
     };
     Lines badHellos, shellClients;
+    unsigned unfinished = 0, forgotten = 0;                   // messages, shell clients
+    long slowestBesideUnfinished = 0, slowestBesideFlood = 0; // milliseconds
 };
 
 void refuseAnotherUser(unsigned tries, Figures& figures);
@@ -33,6 +35,7 @@ void answerForOthers(Figures& figures);
 void sendTexts(Figures& figures);
 void crowdTheDoors(unsigned rounds, std::chrono::seconds each, Figures& figures);
 void takeAllDescriptors();
+void starveOthers(Figures& figures);
 void floodTheLog(unsigned hellos, Figures& figures);
 void floodTheLogOfAShell(unsigned clients, Figures& figures);
 
