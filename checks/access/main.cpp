@@ -86,6 +86,7 @@ int runAll(Size size) {
          [&] {
              fillTheTablesOfApplications(full ? 200000 : size == Size::quick ? 20000 : 2000, figures);
          }},
+        {"unfinished messages, idle shells, a flood of messages", [&] { starveOthers(figures); }},
     };
 #ifndef __SANITIZE_ADDRESS__ // beside which undefined behaviour is looked for, with descriptors of its own
     scenarios.emplace_back("no descriptors", [] { takeAllDescriptors(); });
@@ -102,6 +103,14 @@ int runAll(Size size) {
     for (const auto& [name, run] : scenarios) report.run(name, run);
     if (size == Size::ordinary) return report.exitCode();
     reportDoors(figures, report);
+    report.line("messages that were never finished", figures.unfinished, "messages", figures.unfinished > 0,
+                "each ended its connection");
+    report.line("slowest honest answer beside them", figures.slowestBesideUnfinished, "ms",
+                figures.slowestBesideUnfinished <= 2000, "at most 2000 ms");
+    report.line("idle clients of a shell that served another one", figures.evictedShells, "clients", figures.evictedShells > 0,
+                "");
+    report.line("first answer to a client beside a flood of messages", figures.slowestBesideFlood, "ms",
+                figures.slowestBesideFlood <= 2000, "at most 2000 ms");
     report.line("obstacles where a socket belongs", figures.places, "obstacles", figures.places > 0,
                 "each refused or replaced, nothing harmed");
     report.line("answers of those who were not asked", static_cast<long>(figures.answers), "answers",

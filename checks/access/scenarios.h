@@ -31,6 +31,8 @@ struct Figures {
     // Milliseconds: a play and a look at the terminals meanwhile, the end of a process whose tables are full.
     long slowestPlay = 0, slowestLook = 0, slowestEnd = 0;
     long mostMemory = 0; // KiB that a process took more than before
+    unsigned unfinished = 0, evictedShells = 0;                   // messages, shell clients
+    long slowestBesideUnfinished = 0, slowestBesideFlood = 0; // milliseconds
 };
 
 void refuseAnotherUser(unsigned tries, Figures& figures);
@@ -41,6 +43,7 @@ void crowdTheDoors(unsigned rounds, std::chrono::seconds each, Figures& figures)
 void takeAllDescriptors();
 void fillTheTablesOfServices(unsigned terminals, Figures& figures);
 void fillTheTablesOfApplications(unsigned answers, Figures& figures);
+void starveOthers(Figures& figures);
 void floodTheLog(unsigned hellos, Figures& figures);
 void floodTheLogOfAShell(unsigned clients, Figures& figures);
 

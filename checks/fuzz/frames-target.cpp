@@ -39,6 +39,7 @@ std::string reversedHello(const std::string& hello) {
 class FedStream final : public Stream {
 public:
     bool isOwn() const override { return true; }
+    std::string peer() const override { return "the input"; }
     void receive(char* room, std::size_t size, std::shared_ptr<StreamUser> user) override {
         room_ = room;
         size_ = size;
@@ -154,6 +155,8 @@ void frames(Input input) {
         connection->open();
         Measure measure; // from here on: what every connection has, with a first buffer, the peer has not asked for
         while (FedStream::feed(fed, peer, chunk)) {
+            io.restart();
+            io.poll(); // the connection's next turns, before it reads on
         }
         // It is whole frames that are handled, hence the steps for each time that bytes come.
         measure.check("receiving", bytes.size(), 0, 250);

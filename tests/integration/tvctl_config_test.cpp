@@ -56,6 +56,7 @@ TEST_F(TvctlConfig, SaysOfEachValueWhereItCameFrom) {
                   ":5\n"
                   "queue.bytes          4711                  TVSA_QUEUE_BYTES\n"
                   "queue.wait_ms        5000                  built in\n"
+                  "queue.unfinished_ms  5000                  built in\n"
                   "run_log.queue        1024                  built in\n"
                   "flat_heap.megabytes  256                   built in\n"
                   "log.levels           warning               built in\n"

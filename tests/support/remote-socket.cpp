@@ -112,10 +112,11 @@ bool RemotePeer::isAccepted() {
     return state_->finish([&] { return state_->session.awaitAcceptance(); });
 }
 
-void RemotePeer::say(const std::string& bytes) {
-    for (std::size_t said = 0, count = 0; said < bytes.size(); said += count) {
-        if (!state_->finish([&] { return state_->session.write(bytes.data() + said, bytes.size() - said, count); })) return;
-    }
+bool RemotePeer::say(const std::string& bytes) {
+    for (std::size_t said = 0, count = 0; said < bytes.size(); said += count)
+        if (!state_->finish([&] { return state_->session.write(bytes.data() + said, bytes.size() - said, count); }))
+            return false;
+    return true;
 }
 
 void RemotePeer::sayKeyUpdate() { state_->session.probe(); }
@@ -151,7 +152,7 @@ support::RemotePeer::RemotePeer(const std::string&, Fault) {
 }
 support::RemotePeer::~RemotePeer() = default;
 bool support::RemotePeer::isAccepted() { return false; }
-void support::RemotePeer::say(const std::string&) {}
+bool support::RemotePeer::say(const std::string&) { return false; }
 void support::RemotePeer::sayKeyUpdate() {}
 std::string support::RemotePeer::hear(std::size_t) { return {}; }
 bool support::RemotePeer::isEnded() { return true; }

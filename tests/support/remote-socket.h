@@ -23,7 +23,7 @@ public:
     ~RemotePeer();
 
     bool isAccepted(); // whether the service has said something
-    void say(const std::string& bytes);
+    bool say(const std::string& bytes); // whether the other side took them all
     void sayKeyUpdate();
     // As many bytes as there are until the end, or the time is over.
     std::string hear(std::size_t size);

@@ -53,6 +53,7 @@ TEST_F(Configuration, HasTheBuiltInValuesWhenNobodySaysAnything) {
     EXPECT_EQ(limits.messages, usual.messages);
     EXPECT_EQ(limits.bytes, usual.bytes);
     EXPECT_EQ(limits.wait, usual.wait);
+    EXPECT_EQ(limits.unfinished, usual.unfinished);
     EXPECT_THAT(setting("remote.heartbeat_ms"), Optional(Setting{"1000", "built in"}));
     EXPECT_THAT(setting("run_log.queue"), Optional(Setting{"1024", "built in"}));
     EXPECT_THAT(setting("flat_heap.megabytes"), Optional(Setting{"256", "built in"}));
@@ -205,6 +206,7 @@ TEST_F(Configuration, ListsEverySettingAndThoseOfTheServicesThatSomebodyGave) {
                           {"queue.messages", "TVSA_QUEUE_MESSAGES 1024"},
                           {"queue.bytes", "TVSA_QUEUE_BYTES 67108864"},
                           {"queue.wait_ms", "TVSA_QUEUE_WAIT_MS 5000"},
+                          {"queue.unfinished_ms", "TVSA_QUEUE_UNFINISHED_MS 5000"},
                           {"run_log.queue", "TVSA_RUNLOG_QUEUE 1024"},
                           {"flat_heap.megabytes", "TVSA_FLAT_HEAP_MB 256"},
                           {"log.levels", "TVSA_LOG info"},
@@ -224,6 +226,7 @@ TEST_F(Configuration, RefusesAWrongVariable) {
         {"TVSA_QUEUE_BYTES", "2147483648", "not a number from 1 to 2147483647: \"2147483648\""},
         {"TVSA_QUEUE_WAIT_MS", "-1", "not a number from 1 to 2147483647: \"-1\""},
         {"TVSA_QUEUE_WAIT_MS", "1 ", "not a number from 1 to 2147483647: \"1 \""},
+        {"TVSA_QUEUE_UNFINISHED_MS", "99", "not a number from 100 to 2147483647: \"99\""},
         {"TVSA_HEARTBEAT_MS", "9", "not a number from 10 to 60000: \"9\""},
         {"TVSA_HEARTBEAT_MS", "60001", "not a number from 10 to 60000: \"60001\""},
         {"TVSA_HEARTBEAT_MS", "\x1B[2J\n\xFF", R"(not a number from 10 to 60000: "\x1b[2J\x0a\xff")"},

@@ -237,6 +237,16 @@ TEST(LogCapture, CollectsTheLinesOfAllThreadsAndKeepsThemOffStderr) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
+TEST(LogCapture, CountsTheLinesThatItDoesNotKeepAndLeavesThemOnStderr) {
+    host::LogCapture capture({module});
+    for (std::size_t i = 0; i < host::LogCapture::mostLines; ++i) vdlDebugOutput0(lineOf(vdlDebugProgress), "kept");
+    testing::internal::CaptureStderr();
+    vdlDebugOutput0(lineOf(vdlDebugProgress), "one too many");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("one too many"));
+    EXPECT_EQ(capture.lines().size(), host::LogCapture::mostLines);
+    EXPECT_EQ(capture.lost(), 1U);
+}
+
 TEST(LogCapture, WaitsForALineToCome) {
     host::LogCapture capture({module});
     std::thread thread([] { vdlDebugOutput0(lineOf(vdlDebugTrace), "awaited"); });

@@ -67,9 +67,10 @@ TEST_F(DoctorOfConfiguration, WarnsOfAVariableThatProcessesStartWithout) {
 TEST_F(DoctorOfConfiguration, FindsLimitsThatLimitNothing) {
     EXPECT_EQ(complaintsIn(checkLimits()), 0U);
     const std::string file = configure(
-        "queue = { messages = 2147483647, bytes = 2147483647, wait_ms = 2147483647 }\nrun_log.queue = 9999999\n");
+        "queue = { messages = 2147483647, bytes = 2147483647, wait_ms = 2147483647, "
+        "unfinished_ms = 2147483647 }\nrun_log.queue = 9999999\n");
     const Diagnosis diagnosis = checkLimits();
-    for (const char* name : {"queue.messages", "queue.bytes", "queue.wait_ms"})
+    for (const char* name : {"queue.messages", "queue.bytes", "queue.wait_ms", "queue.unfinished_ms"})
         EXPECT_THAT(diagnosis, finds(Severity::wrong, name, file + ":1: 2147483647 is as good as unlimited"));
     EXPECT_THAT(diagnosis, finds(Severity::wrong, "run_log.queue", file + ":2: 9999999 is as good as unlimited"));
 }

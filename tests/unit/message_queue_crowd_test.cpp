@@ -38,7 +38,7 @@ TEST_F(MessageQueue, ServesItsFirstClientsBeforeItHasAcceptedTheLast) {
     FirstMessage first;
     EXPECT_EQ(0, server->serve("tuner", messages, 4096)
                      .registerMessageHandler(numberMeta, FirstMessage::take, &first, numberTable));
-    constexpr std::size_t crowd = 300;
+    constexpr std::size_t crowd = 250;
     std::vector<std::unique_ptr<RawPeer>> peers;
     for (std::size_t i = 0; i < crowd; ++i) {
         peers.push_back(std::make_unique<RawPeer>(path));
@@ -77,6 +77,27 @@ TEST_F(MessageQueue, LetsNoClientMakeWayThatHasSaidItsHello) {
     }
     EXPECT_TRUE(eventually([&] { return server->clientsOf(*offered).size() == peers.size(); }));
     EXPECT_EQ(atServer().refused, 0U);
+}
+
+TEST_F(MessageQueue, RejectsTheNewestOfMoreClientsThanItTakes) {
+    const host::LogCapture log({0x0202});
+    startServer();
+    const std::string hello = honestHello();
+    const auto comesIn = [&](RawPeer& peer) { return peer.says(hello) && peer.hear(helloSize) == hello; };
+    std::vector<std::unique_ptr<RawPeer>> peers;
+    for (int i = 0; i < 256; ++i) {
+        peers.push_back(std::make_unique<RawPeer>(path));
+        EXPECT_TRUE(comesIn(*peers.back()));
+    }
+    ASSERT_TRUE(eventually([&] { return server->clientsOf(*offered).size() == peers.size(); }));
+    EXPECT_TRUE(RawPeer(path).turnedAway());
+    EXPECT_TRUE(log.waitFor("client turned away: the service has its 256 clients already", 10s));
+    EXPECT_EQ(atServer().refused, 1U);
+    peers.pop_back();
+    ASSERT_TRUE(eventually([&] { return server->clientsOf(*offered).size() == peers.size(); }));
+    RawPeer another(path);
+    EXPECT_TRUE(comesIn(another));
+    EXPECT_TRUE(eventually([&] { return server->clientsOf(*offered).size() == 256; }));
 }
 
 TEST_F(MessageQueue, KeepsNothingOfClientsThatHaveGone) {

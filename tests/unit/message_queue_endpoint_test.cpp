@@ -1,6 +1,7 @@
 #include "support/queue-fixture.h"
 
 #include <atomic>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -12,8 +13,31 @@
 #include <thread>
 #include <unistd.h>
 
+namespace {
+
+std::atomic<mode_t> modeAtBinding{0}; // of the file that the last bind made
+
+} // namespace
+
+// The system's own call, with a look at what it made; visible, so that the platform's library calls it.
+extern "C" [[gnu::visibility("default")]] int bind(int socket, const sockaddr* address, socklen_t size) noexcept {
+    const int result = reinterpret_cast<decltype(&bind)>(dlsym(RTLD_NEXT, "bind"))(socket, address, size);
+    struct stat status {};
+    if (result == 0 && address->sa_family == AF_UNIX &&
+        stat(reinterpret_cast<const sockaddr_un*>(address)->sun_path, &status) == 0)
+        modeAtBinding = status.st_mode & 0777U;
+    return result;
+}
+
 namespace queue_test {
 namespace {
+
+TEST_F(MessageQueue, HasASocketThatNeverExistsWithAnotherMode) {
+    const mode_t former = umask(0);
+    startServer();
+    umask(former);
+    EXPECT_EQ(modeAtBinding, 0600U);
+}
 
 TEST_F(MessageQueue, ReplacesALeftOverSocket) {
     leaveSocketBehind();

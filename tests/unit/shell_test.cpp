@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -41,14 +42,14 @@ struct Recorder {
         auto& self = *static_cast<Recorder*>(context);
         ++self.calls;
         self.arguments.clear();
-        for (unsigned i = 0; i < self.wanted; ++i) self.arguments.push_back(self.server.getArgument(i));
-        self.askedForJson = self.server.wantsJson();
-        self.server.print(self.text);
+        for (unsigned i = 0; i < self.wanted; ++i) self.arguments.push_back(self.server.get().getArgument(i));
+        self.askedForJson = self.server.get().wantsJson();
+        self.server.get().print(self.text);
         if (!self.exception.empty()) throw std::runtime_error(self.exception);
         return self.status;
     }
 
-    appovshell::Server& server;
+    std::reference_wrapper<appovshell::Server> server;
     unsigned wanted = 3;
     std::string text, exception;
     int status = 0;
@@ -262,6 +263,7 @@ struct Shell : testing::Test {
     static bool sendRaw(const host::io::FileDescriptor& socket, const std::string& text) {
         return send(socket.get(), text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
     }
+    std::vector<host::io::FileDescriptor> busyClients();
     // One line without its end; empty when the connection has ended.
     static std::string receiveLine(const host::io::FileDescriptor& socket) {
         std::string line;
@@ -397,17 +399,80 @@ TEST_F(Shell, DropsAClientThatDoesNotReadAndServesTheOthers) {
     EXPECT_EQ(other.run("echo").status, 0);
 }
 
-TEST_F(Shell, TurnsAwayMoreClientsThanItTakes) {
+TEST_F(Shell, EvictsTheClientThatWasIdleTheLongestForOneMoreThanItTakes) {
+    const host::LogCapture log({0x0205});
     start();
     std::vector<ShellClient> clients(ShellServer::maximumClients);
     for (auto& client : clients) {
         client.connect(path);
         EXPECT_EQ(client.run("echo").status, 0);
     }
+    EXPECT_EQ(clients[0].run("echo").status, 0); // after which the second one has been idle the longest
     ShellClient late;
     late.connect(path);
-    EXPECT_EQ(late.run("echo").status, -EAGAIN);
+    EXPECT_EQ(late.run("echo").status, 0);
+    EXPECT_TRUE(log.waitFor("evicted the shell client that was idle the longest", std::chrono::seconds(10)));
     EXPECT_EQ(clients[0].run("echo").status, 0);
+    const auto reply = clients[1].run("echo");
+    EXPECT_EQ(reply.status, -EAGAIN);
+    EXPECT_EQ(reply.error, "the shell has its 16 clients already, and this one was idle the longest");
+    EXPECT_EQ(clients[2].run("echo").status, 0);
+}
+
+TEST_F(Shell, ServesANewClientBesideAnyNumberOfIdleOnes) {
+    start();
+    std::vector<ShellClient> idle(100);
+    for (auto& client : idle) {
+        client.connect(path);
+        EXPECT_EQ(client.run("echo").status, 0);
+    }
+}
+
+TEST_F(Shell, DoesNotEvictAnIdleClientForOneThatAsksNothing) {
+    start();
+    std::vector<ShellClient> clients(ShellServer::maximumClients);
+    for (auto& client : clients) {
+        client.connect(path);
+        EXPECT_EQ(client.run("echo").status, 0);
+    }
+    const auto other = connectRaw();
+    ASSERT_TRUE(sendRaw(other, "garbage\n"));
+    EXPECT_THAT(receiveLine(other), HasSubstr("malformed request"));
+    for (auto& client : clients) EXPECT_EQ(client.run("echo").status, 0);
+}
+
+// So many clients, as a shell takes, that do not read their answers.
+std::vector<host::io::FileDescriptor> Shell::busyClients() {
+    recorder.text.assign(600 * 1000, 'x'); // more than a socket takes, and less than the shell keeps
+    std::vector<host::io::FileDescriptor> busy;
+    for (std::size_t i = 0; i < ShellServer::maximumClients; ++i) {
+        busy.push_back(connectRaw());
+        EXPECT_TRUE(sendRaw(busy.back(), "{\"line\":\"echo\"}\n"));
+        char first = 0; // the answer has begun
+        EXPECT_EQ(recv(busy.back().get(), &first, 1, 0), 1);
+    }
+    return busy;
+}
+
+TEST_F(Shell, RejectsANewClientWhenNoneIsIdle) {
+    start();
+    const auto busy = busyClients();
+    ShellClient late;
+    late.connect(path);
+    const auto reply = late.run("echo");
+    EXPECT_EQ(reply.status, -EAGAIN);
+    EXPECT_EQ(reply.error, "the shell has its 16 clients already");
+    EXPECT_GT(receiveLine(busy.front()).size(), recorder.text.size());
+}
+
+TEST_F(Shell, EvictsAClientThatHasNotReadItsAnswersForLong) {
+    server = std::make_unique<ShellServer>(std::chrono::milliseconds(1));
+    recorder.server = *server;
+    start();
+    const auto busy = busyClients();
+    ShellClient late;
+    late.connect(path);
+    EXPECT_EQ(late.run("echo").status, 0);
 }
 
 TEST_F(Shell, LetsAClientThatHasAskedNothingMakeWayForAnother) {
@@ -434,11 +499,7 @@ TEST_F(Shell, TurnsAClientAwayThatAsksWhenOthersHaveTakenItsPlace) {
     sendRaw(slow, "garbage\n");
     EXPECT_THAT(receiveLine(slow), HasSubstr("malformed request"));
     sendRaw(slow, "{\"line\":");
-    std::vector<ShellClient> clients(ShellServer::maximumClients);
-    for (auto& client : clients) {
-        client.connect(path);
-        EXPECT_EQ(client.run("echo").status, 0);
-    }
+    const auto busy = busyClients();
     sendRaw(slow, "\"echo\"}\n");
     EXPECT_THAT(receiveLine(slow), HasSubstr("the shell has its 16 clients already"));
     EXPECT_EQ(receiveLine(slow), "");

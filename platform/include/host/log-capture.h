@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <thread>
@@ -23,8 +24,13 @@ public:
     explicit LogCapture(const std::vector<std::uint32_t>& modules = {}, bool quiet = true);
     ~LogCapture();
 
+    // How many lines a capture keeps, as peers can have lines logged. Later ones go to stderr and are counted.
+    static constexpr std::size_t mostLines = 100000;
+
     // The lines so far, oldest first.
     std::vector<Line> lines() const;
+    // How many came when there were mostLines already.
+    std::size_t lost() const;
     // Waits until a line that contains part has come, also one that came before the call; false when none came in time.
     bool waitFor(const std::string& part, std::chrono::milliseconds timeout) const;
 

@@ -59,16 +59,18 @@ bool CommandTable::wantsJson() {
     return current_ && current_->json;
 }
 
-std::string CommandTable::answer(std::string_view request, bool* wellFormed) {
-    using Member = Request::Member;
+std::string CommandTable::answer(std::string_view request) {
     Request asked;
-    const bool isJson = readRequest(request, asked);
-    if (wellFormed) *wellFormed = true;
-    const auto malformed = [wellFormed](const char* why) {
-        if (wellFormed) *wellFormed = false;
+    const std::string complaint = read(request, asked);
+    return complaint.empty() ? execute(asked) : complaint;
+}
+
+std::string CommandTable::read(std::string_view text, Request& asked) {
+    using Member = Request::Member;
+    const auto malformed = [](const char* why) {
         return statusLine(-EINVAL, std::string("malformed request: ") + why);
     };
-    if (!isJson) return malformed("not JSON");
+    if (!readRequest(text, asked)) return malformed("not JSON");
     if (!asked.isObject) return malformed("not an object");
     if (asked.jsonMember == Member::OfAnotherType) return malformed("\"json\" is not a boolean");
     if (asked.lineMember == Member::OfAnotherType) return malformed("\"line\" is not a string");
@@ -76,9 +78,13 @@ std::string CommandTable::answer(std::string_view request, bool* wellFormed) {
     if (!hasLine && asked.wordsMember == Member::Missing) return malformed("no \"line\"");
     if (!hasLine && asked.wordsMember == Member::OfAnotherType)
         return malformed("\"words\" is not an array of strings");
+    return {};
+}
 
+std::string CommandTable::execute(const Request& asked) {
     Invocation invocation;
     invocation.json = asked.json;
+    const bool hasLine = asked.lineMember == Request::Member::Fits;
     const Result result = hasLine ? run(asked.line, invocation) : run(asked.words, invocation);
     const auto status = statusLine(result.status, result.error);
     return invocation.output.empty() ? status : "{\"output\":" + quoted(invocation.output) + "}\n" + status;

@@ -14,6 +14,8 @@
 
 namespace appovshell {
 
+struct Request;
+
 class CommandTable : public Server {
 public:
     static constexpr std::size_t maximumOutput = 1024 * 1024; // bytes that a command may print
@@ -29,8 +31,11 @@ public:
     // Runs the request in one line of JSON, {"line":"play 0:0 dvb://1","json":false}, and returns the lines that answer
     // it: {"output":"..."} when the command printed something, then {"status":0} or {"status":-22,"error":"..."}.
     // "words":["play","0:0","dvb://1"] may stand for "line"; "json" may be missing. One call at a time.
-    // wellFormed is told whether it was such a request at all.
-    std::string answer(std::string_view request, bool* wellFormed = nullptr);
+    std::string answer(std::string_view request);
+    // The two halves of that: reads the request, and returns an empty text or, when it is malformed, the answer; and
+    // runs it.
+    static std::string read(std::string_view text, Request& request);
+    std::string execute(const Request& request);
 
 private:
     struct Command {

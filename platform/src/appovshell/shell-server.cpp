@@ -1,5 +1,6 @@
 #include "shell-server.h"
 
+#include "request.h"
 #include "shell-log.h"
 #include "shell-socket.h"
 
@@ -35,7 +36,9 @@ bool isTemporary(int error) { return error == EAGAIN || error == EINTR; }
 
 } // namespace
 
-ShellServer::ShellServer() { vdlDebugNameModule(shellModule, "shell"); }
+ShellServer::ShellServer(std::chrono::milliseconds answerTimeout) : answerTimeout_(answerTimeout) {
+    vdlDebugNameModule(shellModule, "shell");
+}
 
 ShellServer::~ShellServer() { stop(); }
 
@@ -89,14 +92,15 @@ void ShellServer::serve() noexcept {
         acceptPaused_ = false;
         if (linesHeldBack_) linesHeldBack_ = host::debug::LineLimit::tellHeldBack();
         auto events = polled_.begin() + 2;
-        for (auto client = clients_.begin(); client != clients_.end() && !stopping_; ++events) {
+        for (auto client = clients_.begin(); client != clients_.end() && !stopping_; ++client, ++events) {
             if (events->revents & POLLOUT) flush(*client);
             if (!client->ending && (events->revents & (POLLIN | POLLHUP | POLLERR))) receive(*client);
             // One that has stopped speaking and cannot be spoken to any more either.
             if (client->ending && (events->revents & (POLLERR | POLLHUP))) client->lost = true;
-            const bool done = client->lost || (client->ending && client->unsent.empty());
-            client = done ? clients_.erase(client) : std::next(client);
         }
+        // Afterwards, as one client's request may have evicted another one.
+        std::erase_if(clients_,
+                      [](const Client& client) { return client.lost || (client.ending && client.unsent.empty()); });
         if (polled_[1].revents != 0) accept();
     }
 }
@@ -129,10 +133,8 @@ void ShellServer::admit(Client& client) {
                            peer.uid);
         return send(client, statusLine(-EACCES, "the shell serves its own user only"));
     }
-    const std::size_t asking = askingClients();
-    if (asking == maximumClients) return turnAway(client);
     clients_.push_back(std::move(client));
-    if (clients_.size() - asking > maximumSilent) makeWay();
+    if (clients_.size() - askingClients() > maximumSilent) makeWay();
 }
 
 // Who comes and never asks would keep all others from asking.
@@ -148,8 +150,35 @@ void ShellServer::makeWay() noexcept {
 }
 
 std::size_t ShellServer::askingClients() const {
-    return static_cast<std::size_t>(
-        std::count_if(clients_.begin(), clients_.end(), [](const Client& client) { return client.asked; }));
+    return static_cast<std::size_t>(std::count_if(clients_.begin(), clients_.end(),
+                                                  [](const Client& client) { return client.asked && !client.lost; }));
+}
+
+// Nothing of it is under way: no request that is not read yet, no answer that it still reads.
+bool ShellServer::isIdle(const Client& client, Clock::time_point now) const {
+    if (!client.asked || client.ending || client.lost) return false;
+    if (!client.unsent.empty() && now - client.active < answerTimeout_) return false;
+    char byte;
+    return recv(client.socket.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && isTemporary(errno);
+}
+
+// A slot for a client that asks: when all are taken, the one that has been idle the longest is evicted, else sixteen
+// forgotten clients would lock everybody out. Returns false when none is idle.
+bool ShellServer::takeSlot() {
+    if (askingClients() < maximumClients) return true;
+    const auto now = Clock::now();
+    Client* longest = nullptr;
+    for (Client& client : clients_)
+        if ((!longest || client.active < longest->active) && isIdle(client, now)) longest = &client;
+    if (!longest) return false;
+    LIMITED_DEBUG_LINE(wordOf(vdlDebugWarning), linesHeldBack_ = true,
+                       "evicted the shell client that was idle the longest: there are %zu already\n", maximumClients);
+    // It is not waited for: who does not read its answers does not read this either.
+    if (longest->unsent.empty())
+        send(*longest, statusLine(-EAGAIN, "the shell has its " + std::to_string(maximumClients) +
+                                               " clients already, and this one was idle the longest"));
+    longest->lost = true;
+    return true;
 }
 
 void ShellServer::turnAway(Client& client) {
@@ -197,13 +226,17 @@ void ShellServer::runRequests(Client& client) {
             return client.input.clear();
         }
         if (length == std::string_view::npos) break;
-        if (!client.asked && askingClients() == maximumClients) {
-            turnAway(client);
-            return client.input.clear();
+        Request request;
+        std::string text = read(input.substr(0, length), request);
+        if (text.empty()) { // what is no request must not take a slot
+            if (!client.asked && !takeSlot()) {
+                turnAway(client);
+                return client.input.clear();
+            }
+            client.asked = true;
+            text = execute(request);
+            client.active = Clock::now();
         }
-        bool wellFormed = false; // what is none must not take a place
-        const std::string text = answer(input.substr(0, length), &wellFormed);
-        client.asked = client.asked || wellFormed;
         send(client, text);
         input.remove_prefix(length + 1);
     }
@@ -234,6 +267,7 @@ void ShellServer::flush(Client& client) noexcept {
             break;
         }
     }
+    if (sent > 0) client.active = Clock::now();
     client.unsent.erase(0, sent);
 }
 

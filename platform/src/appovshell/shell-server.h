@@ -6,6 +6,7 @@
 #include "io/socket-lock.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <list>
 #include <memory>
@@ -19,13 +20,14 @@ namespace appovshell {
 
 class ShellServer : public CommandTable {
 public:
-    static constexpr std::size_t maximumClients = 16;     // that have asked for something
+    static constexpr std::size_t maximumClients = 16;     // that have asked for something; see takeSlot
     static constexpr std::size_t maximumSilent = 64;      // others; beyond it the oldest makes way
     static constexpr std::size_t maximumLine = 64 * 1024; // bytes of one request
     static constexpr std::size_t maximumUnsent =
         1024 * 1024; // bytes that answers may wait in for a client to read them
 
-    ShellServer();
+    // A client that has not read its answers for the time of answerTimeout counts as idle.
+    explicit ShellServer(std::chrono::milliseconds answerTimeout = std::chrono::seconds(10));
     ~ShellServer(); // stops
 
     // Listens at path for clients of the given user. Throws std::runtime_error, saying what is wrong, when the socket
@@ -39,13 +41,15 @@ public:
     void stop();
 
 private:
+    using Clock = std::chrono::steady_clock;
     struct Client {
         host::io::FileDescriptor socket;
-        std::string input;   // the beginning of a request
-        std::string unsent;  // answers
-        bool asked = false;  // a whole request, whatever it was
-        bool ending = false; // hears no more: it is dropped when it has its answers
-        bool lost = false;   // the connection is dead
+        std::string input;  // the beginning of a request, at most maximumLine and what one receive brings
+        std::string unsent; // answers, at most maximumUnsent or one answer
+        Clock::time_point active = Clock::now(); // when it last asked for something or read of its answers
+        bool asked = false;                      // a whole request, whatever it was
+        bool ending = false;                     // hears no more: it is dropped when it has its answers
+        bool lost = false;                       // the connection is dead
     };
 
     void serve() noexcept;
@@ -54,6 +58,8 @@ private:
     void admit(Client& client);
     void makeWay() noexcept;
     std::size_t askingClients() const;
+    bool isIdle(const Client& client, Clock::time_point now) const;
+    bool takeSlot();
     void turnAway(Client& client);
     void receive(Client& client) noexcept;
     void runRequests(Client& client);
@@ -61,6 +67,7 @@ private:
     void send(Client& client, const std::string& text);
     void flush(Client& client) noexcept;
 
+    const std::chrono::milliseconds answerTimeout_;
     std::string path_;
     uid_t user_ = 0;
     std::unique_ptr<host::io::SocketLock> lock_; // of the path, while the shell is open
@@ -68,7 +75,7 @@ private:
     std::atomic<bool> stopping_ = false;
     bool acceptPaused_ = false; // the process is out of descriptors
     bool linesHeldBack_ = false;
-    std::list<Client> clients_;
+    std::list<Client> clients_;  // at most maximumClients + maximumSilent
     std::vector<pollfd> polled_; // has room for all that there can be
     std::thread thread_;
 };

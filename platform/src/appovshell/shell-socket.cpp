@@ -1,5 +1,7 @@
 #include "shell-socket.h"
 
+#include "io/private-socket.h"
+
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -53,9 +55,7 @@ FileDescriptor listenAt(const std::string& path) {
     const auto address = addressOf(path);
     removeStale(path, address);
     auto listener = makeSocket(path);
-    // Before bind, so that the file never exists with another mode.
-    if (fchmod(listener.get(), 0600) != 0) fail(errno, path);
-    if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) fail(errno, path);
+    if (const int failed = host::io::bindPrivately(listener.get(), address); failed != 0) fail(-failed, path);
     if (listen(listener.get(), SOMAXCONN) != 0) {
         const int error = errno;
         unlink(path.c_str());

@@ -15,7 +15,8 @@ namespace {
 
 struct Collector {
     bool quiet;
-    std::vector<LogCapture::Line> lines;
+    std::vector<LogCapture::Line> lines{}; // at most LogCapture::mostLines
+    std::size_t lost = 0;
 };
 
 // Who is collecting now. Never destroyed: lines come until the very end of the process.
@@ -38,6 +39,10 @@ bool capture(std::uint32_t levelWord, std::string_view text) {
     bool quiet = false;
     std::lock_guard lock(collectors().mutex);
     for (Collector* collector : collectors().list) {
+        if (collector->lines.size() == LogCapture::mostLines) {
+            ++collector->lost;
+            continue;
+        }
         collector->lines.push_back({levelWord, std::string(text), std::this_thread::get_id()});
         quiet = quiet || collector->quiet;
     }
@@ -54,7 +59,8 @@ struct LogCapture::State {
     std::vector<std::pair<std::uint32_t, std::uint16_t>> formerLevels; // by module
 };
 
-LogCapture::LogCapture(const std::vector<std::uint32_t>& modules, bool quiet) : state_(new State{{quiet, {}}, {}}) {
+LogCapture::LogCapture(const std::vector<std::uint32_t>& modules, bool quiet)
+    : state_(new State{{.quiet = quiet}, {}}) {
     std::vector<std::uint32_t> chosen = modules;
     if (chosen.empty()) {
         chosen.resize(vdlDebugModules);
@@ -86,6 +92,11 @@ LogCapture::~LogCapture() {
 std::vector<LogCapture::Line> LogCapture::lines() const {
     std::lock_guard lock(collectors().mutex);
     return state_->collector.lines;
+}
+
+std::size_t LogCapture::lost() const {
+    std::lock_guard lock(collectors().mutex);
+    return state_->collector.lost;
 }
 
 bool LogCapture::waitFor(const std::string& part, std::chrono::milliseconds timeout) const {

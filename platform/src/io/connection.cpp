@@ -6,6 +6,7 @@
 #include <host/message-queue.h>
 
 #include <atomic>
+#include <boost/asio/post.hpp>
 #include <chrono>
 #include <exception>
 #include <mutex>
@@ -16,13 +17,24 @@ namespace host::io {
 namespace {
 
 constexpr std::chrono::seconds helloPatience{2};
+// A message under way must come on at this pace, else its memory could be held with a byte now and then. A line between
+// hosts with a delay of 50 ms that loses 5 % of its packets still carries twice as much.
+constexpr std::size_t leastBytesPerSecond = 32 * 1024;
+// How many messages of one peer are handled before others have their turn. So many that what a turn costs does not
+// count, so few that a crowd of peers with slow handlers delays nobody for long.
+constexpr unsigned mostPerTurn = 32;
 std::atomic<std::uint64_t> lastNumber{0};
 
 } // namespace
 
 Connection::Connection(boost::asio::io_context& io, std::unique_ptr<Stream> stream, Door& door,
                        std::shared_ptr<Outbox> outbox)
-    : door_(door), stream_(std::move(stream)), helloTimer_(io), outbox_(std::move(outbox)), number_(++lastNumber) {}
+    : door_(door),
+      stream_(std::move(stream)),
+      timer_(io),
+      incoming_(stream_->peer()),
+      outbox_(std::move(outbox)),
+      number_(++lastNumber) {}
 
 // Takes a step for which there may be no memory. Without it the peer could not be heard, or not be held to its hello.
 template <class Step> void Connection::orClose(const Step& step) noexcept {
@@ -36,8 +48,8 @@ template <class Step> void Connection::orClose(const Step& step) noexcept {
 
 void Connection::open() noexcept {
     orClose([this] {
-        helloTimer_.expires_after(helloPatience);
-        helloTimer_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
+        timer_.expires_after(helloPatience);
+        timer_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
             if (!error && !self->closed_ && !self->helloReceived_) self->turnAway("peer sent no hello within 2 s");
         });
         writeHello();
@@ -100,12 +112,64 @@ void Connection::onFault(const std::string& reason) { turnAway(reason.c_str()); 
 
 void Connection::onReceived(std::size_t count) {
     incoming_.added(count);
+    arrived_ += count;
+    takeTurn();
+}
+
+// Handles what has arrived, and reads on when all of it is handled.
+void Connection::takeTurn() noexcept {
     orClose([this] {
         if (!helloReceived_ && !handleHello()) return;
         if (helloReceived_ && !handleFrames()) return;
-        incoming_.makeRoom();
+        incoming_.makeRoom(frameBegun());
+        if (helloReceived_ && incoming_.size() > 0 && !watching_) watchProgress();
         read();
     });
+}
+
+// The size of the frame of which a part has arrived, as far as that says so.
+std::size_t Connection::frameBegun() {
+    if (!helloReceived_ || incoming_.size() < sizeof(std::uint32_t)) return 0;
+    return frameHeaderBytes + load32(incoming_.data(), swap_);
+}
+
+// Lets others have their turn before this connection's next one. Without memory for that it returns false.
+bool Connection::yield() noexcept {
+    try {
+        boost::asio::post(timer_.get_executor(), [self = shared_from_this()] {
+            self->yielded_ = false;
+            if (!self->closed_) self->takeTurn();
+        });
+        return yielded_ = true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+void Connection::watchProgress() {
+    arrived_ = 0;
+    finished_ = false;
+    timer_.expires_after(door_.limits().unfinished / 2);
+    timer_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
+        if (!error && !self->closed_) self->orClose([&] { self->judgeProgress(); });
+    });
+    watching_ = true;
+}
+
+// Twice within the limit. A message is given up when there was too little progress both times: after this thread itself
+// was held up for longer than the limit, what arrived meanwhile is read before the second time.
+void Connection::judgeProgress() {
+    watching_ = false;
+    const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(door_.limits().unfinished / 2);
+    const std::size_t least = leastBytesPerSecond * static_cast<std::size_t>(time.count()) / 1000;
+    const bool isSlow = incoming_.size() > 0 && !yielded_ && !finished_ && arrived_ <= least;
+    if (isSlow && wasSlow_) {
+        return turnAway(("peer did not finish a message within " + std::to_string(door_.limits().unfinished.count()) +
+                         " ms, " + std::to_string(incoming_.size()) + " bytes of it came")
+                            .c_str());
+    }
+    wasSlow_ = isSlow;
+    if (incoming_.size() > 0) watchProgress();
 }
 
 // The handlers of the two kinds of bytes return whether the connection goes on.
@@ -116,7 +180,11 @@ bool Connection::handleHello() {
         return false;
     }
     if (judgement.verdict == Handshake::Verdict::Incomplete) return true;
-    helloTimer_.cancel();
+    if (const char* why = door_.whyFull()) {
+        turnAway(why);
+        return false;
+    }
+    timer_.cancel();
     helloReceived_ = true;
     swap_ = judgement.swap;
     incoming_.consume(judgement.size);
@@ -125,20 +193,21 @@ bool Connection::handleHello() {
 }
 
 bool Connection::handleFrames() {
-    std::size_t at = 0;
-    while (incoming_.size() - at >= frameHeaderBytes) {
-        char* header = incoming_.data() + at;
+    for (unsigned handled = 0; incoming_.size() >= frameHeaderBytes; ++handled) {
+        char* header = incoming_.data();
         const std::uint32_t size = load32(header, swap_);
         if (size > maximumMessageBytes) {
             count(door_.counters.undecodable);
             close(("peer announces a message of " + std::to_string(size) + " bytes").c_str(), true);
             return false;
         }
-        if (incoming_.size() - at - frameHeaderBytes < size) break;
+        if (incoming_.size() - frameHeaderBytes < size) break;
+        if (door_.isStopping()) return false;
+        if (handled >= mostPerTurn && yield()) return false;
         handleFrame(header, size, header + frameHeaderBytes);
-        at += frameHeaderBytes + size;
+        incoming_.consume(frameHeaderBytes + size);
+        finished_ = true;
     }
-    if (at > 0) incoming_.consume(at);
     return true;
 }
 
@@ -201,7 +270,7 @@ void Connection::abandon() {
     closed_ = true;
     ready_ = false;
     stream_->close();
-    helloTimer_.cancel();
+    timer_.cancel();
 }
 
 } // namespace host::io

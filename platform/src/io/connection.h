@@ -45,6 +45,11 @@ public:
 private:
     void writeHello();
     void read();
+    void takeTurn() noexcept;
+    bool yield() noexcept;
+    std::size_t frameBegun();
+    void watchProgress();
+    void judgeProgress();
     template <class Step> void orClose(const Step& step) noexcept;
     bool handleHello();
     bool handleFrames();
@@ -53,7 +58,7 @@ private:
 
     Door& door_;
     const std::unique_ptr<Stream> stream_;
-    boost::asio::steady_timer helloTimer_;
+    boost::asio::steady_timer timer_; // for the hello, then for messages under way
     ReceiveBuffer incoming_;
     std::shared_ptr<Outbox> outbox_;
     const std::uint64_t number_;
@@ -63,6 +68,12 @@ private:
     bool helloSent_ = false, helloReceived_ = false;
     bool ready_ = false;
     bool waitingWritable_ = false;
+    // Of the time since progress was last judged; see judgeProgress.
+    std::size_t arrived_ = 0; // bytes
+    bool finished_ = false;   // whether a message came to its end
+    bool wasSlow_ = false;    // the time before
+    bool watching_ = false;   // whether the timer runs for messages
+    bool yielded_ = false;    // whether the next turn is still to come
 };
 
 } // namespace host::io

@@ -60,6 +60,11 @@ public:
     // fault: whether this side ended it, because of what the peer did or for want of memory.
     virtual void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const char* reason) noexcept = 0;
     const Handler* findHandler(const frame::MsgMeta& meta);
+    // Why a peer is rejected whose hello is right, or null; on the receiving thread.
+    virtual const char* whyFull() const noexcept { return nullptr; }
+    // From any thread: whether the queue stops, so that what has arrived is not handled any more.
+    bool isStopping() const noexcept { return stopped_; }
+    const QueueLimits& limits() const { return limits_; }
 
     // A line for each message that finds its queue full would bury all others, so that only the first one has its own.
     // This says how many came after it, when the outbox is empty. The mutex is held.
@@ -113,8 +118,8 @@ private:
     };
     std::mutex handlersMutex_;
     std::unordered_map<frame::MsgMeta, Handler, MetaHash> handlers_; // never removed from
-    bool stopped_ = false;
-    boost::asio::steady_timer tellTimer_; // the receiving thread's
+    std::atomic<bool> stopped_{false};                               // set under the mutex
+    boost::asio::steady_timer tellTimer_;                            // the receiving thread's
     std::atomic<bool> tellPending_{false};
 };
 

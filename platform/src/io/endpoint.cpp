@@ -1,5 +1,7 @@
 #include "io/endpoint.h"
 
+#include "io/private-socket.h"
+
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -69,16 +71,14 @@ Endpoint::Endpoint(const std::string& service, const std::string& path)
     descriptor_ = newSocket();
     const auto address = addressOf(path);
     struct stat status {};
-    // Nobody gets through before listen, so the mode is right from the first client on.
-    const bool bound =
-        descriptor_ >= 0 && ::bind(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    if (bound && ::chmod(path.c_str(), 0600) == 0 && lstat(path.c_str(), &status) == 0 &&
-        ::listen(descriptor_, SOMAXCONN) == 0) {
+    const int failed = descriptor_ < 0 ? -errno : bindPrivately(descriptor_, address);
+    const bool bound = failed == 0;
+    if (bound && lstat(path.c_str(), &status) == 0 && ::listen(descriptor_, SOMAXCONN) == 0) {
         device_ = status.st_dev;
         inode_ = status.st_ino;
         return;
     }
-    const int error = errno;
+    const int error = bound ? errno : -failed;
     if (bound) ::unlink(path.c_str());
     if (descriptor_ >= 0) ::close(descriptor_);
     throw std::runtime_error("service " + service + ": cannot listen at " + path + ": " +

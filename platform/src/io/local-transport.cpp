@@ -5,6 +5,8 @@
 #include <boost/asio/local/stream_protocol.hpp>
 #include <cerrno>
 #include <exception>
+#include <optional>
+#include <string>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
@@ -29,9 +31,13 @@ public:
     void takeOver(int socket) { socket_.assign(boost::asio::local::stream_protocol(), descriptor_ = socket); }
 
     bool isOwn() const override {
-        ucred peer{};
-        socklen_t size = sizeof peer;
-        return getsockopt(descriptor_, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == geteuid();
+        const auto credentials = peerCredentials();
+        return credentials && credentials->uid == geteuid();
+    }
+
+    std::string peer() const override {
+        const auto credentials = peerCredentials();
+        return credentials ? "process " + std::to_string(credentials->pid) : "an unknown process";
     }
 
     void receive(char* room, std::size_t size, std::shared_ptr<StreamUser> user) override {
@@ -74,6 +80,12 @@ public:
     }
 
 private:
+    std::optional<ucred> peerCredentials() const {
+        ucred peer{};
+        socklen_t size = sizeof peer;
+        if (getsockopt(descriptor_, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return std::nullopt;
+        return peer;
+    }
     void beginWait(std::shared_ptr<StreamUser> user) noexcept {
         if (!socket_.is_open()) return;
         try {

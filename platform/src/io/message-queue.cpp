@@ -33,7 +33,8 @@ std::size_t limit(const char* setting) { return static_cast<std::size_t>(config:
 } // namespace
 
 QueueLimits QueueLimits::fromConfiguration() {
-    return {limit("queue.messages"), limit("queue.bytes"), std::chrono::milliseconds(limit("queue.wait_ms"))};
+    return {limit("queue.messages"), limit("queue.bytes"), std::chrono::milliseconds(limit("queue.wait_ms")),
+            std::chrono::milliseconds(limit("queue.unfinished_ms"))};
 }
 
 struct MessageQueue::State {

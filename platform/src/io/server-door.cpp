@@ -24,7 +24,10 @@ constexpr std::size_t mostAwaited = 64;
 
 ServerDoor::ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service_,
                        const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits)
-    : Door(io, service_, messages, sendBufferBytes, limits, true), listener_(std::move(listener)), retryTimer_(io) {}
+    : Door(io, service_, messages, sendBufferBytes, limits, true),
+      whyFull_("the service has its " + std::to_string(mostClients) + " clients already"),
+      listener_(std::move(listener)),
+      retryTimer_(io) {}
 
 void ServerDoor::takeUp() noexcept {
     if (std::exchange(idle_, false)) acceptClients();
@@ -78,6 +81,10 @@ std::shared_ptr<Connection> ServerDoor::admit(std::unique_ptr<Stream> stream) {
         turnAway("a process of another user");
         return nullptr;
     }
+    if (const char* why = whyFull()) { // now, as who hears a hello takes itself for connected and tries again at once
+        turnAway(why);
+        return nullptr;
+    }
     try {
         auto client =
             std::make_shared<Connection>(io_, std::move(stream), *this, std::make_shared<Outbox>(sendBufferBytes_));
@@ -124,6 +131,12 @@ void ServerDoor::onConnectionClosed(Connection& client, bool wasReady, bool faul
     count(counters.dropped, client.outbox().dropAll());
     tellRefusals(client.outbox());
     clients_.erase(std::find_if(clients_.begin(), clients_.end(), [&](const auto& c) { return c.get() == &client; }));
+}
+
+const char* ServerDoor::whyFull() const noexcept {
+    const auto isReady = [](const auto& client) { return !client->awaitsHello(); };
+    const auto ready = std::count_if(clients_.begin(), clients_.end(), isReady);
+    return static_cast<std::size_t>(ready) < mostClients ? nullptr : whyFull_.c_str();
 }
 
 std::vector<std::uint64_t> ServerDoor::clients() {

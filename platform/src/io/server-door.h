@@ -13,6 +13,10 @@
 
 namespace host::io {
 
+// Clients that have said their hello; who comes then is rejected. A receiver has one or two, and with those that have
+// still to say it (see mostAwaited) all fit into the 1024 descriptors that a process usually has.
+inline constexpr std::size_t mostClients = 256;
+
 class ServerDoor final : public Door {
 public:
     ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service,
@@ -21,6 +25,7 @@ public:
     void end() override;
     std::vector<std::uint64_t> clients();
     void onConnectionReady(Connection& connection) noexcept override;
+    const char* whyFull() const noexcept override;
     void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const char* reason) noexcept override;
 
 protected:
@@ -36,10 +41,12 @@ private:
     void turnAway(const char* why);
     void makeWayForOthers();
 
+    const std::string whyFull_;
     std::unique_ptr<Listener> listener_; // until the end
     bool idle_ = true;                   // the receiving thread's: nothing is awaited that would make it accept
     boost::asio::steady_timer retryTimer_;
-    std::vector<std::shared_ptr<Connection>> clients_; // as they came; the receiving thread's, others need the mutex
+    // As they came, at most mostClients + mostAwaited + 1; the receiving thread's, others need the mutex.
+    std::vector<std::shared_ptr<Connection>> clients_;
 };
 
 } // namespace host::io

@@ -34,6 +34,9 @@ public:
 
     // Whether the peer may be spoken to: a process of this process's user, or one that has proven its key.
     virtual bool isOwn() const = 0;
+    // Who is at the other end, for bounds that hold per peer and for the log: all streams of one process, or of one
+    // key, say the same.
+    virtual std::string peer() const = 0;
 
     // Waits for the next bytes, puts them at room, and tells how many they are. One at a time, on the receiving thread.
     virtual void receive(char* room, std::size_t size, std::shared_ptr<StreamUser> user) = 0;

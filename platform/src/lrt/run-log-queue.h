@@ -46,7 +46,7 @@ private:
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;
-    std::vector<RunLogRecord> queue_;
+    std::vector<RunLogRecord> queue_;           // at most capacity_, others are counted as dropped
     std::uint64_t accepted_ = 0, finished_ = 0; // finished: stored or dropped
     bool stopping_ = false, ended_ = true, abandoned_ = false;
     std::thread thread_;

@@ -43,6 +43,7 @@ public:
     }
 
     bool isOwn() const override { return true; }
+    std::string peer() const override { return "key " + *key_; }
 
     void receive(char* room, std::size_t size, User user) override {
         room_ = room;

@@ -28,6 +28,7 @@ constexpr Bound bounds[] = {
     {"queue.messages", 1000000, "", 1000000, " messages per connection"},
     {"queue.bytes", mostBytes, "", mostBytes, " bytes per connection"},
     {"queue.wait_ms", 60000, " ms is longer than anybody waits", 600000, " ms, ten minutes"},
+    {"queue.unfinished_ms", 60000, " ms is long for a peer to hold memory", 600000, " ms, ten minutes"},
     {"run_log.queue", 1000000, "", 1000000, " records"},
 };
 constexpr const char* unlimited = " is as good as unlimited: ";

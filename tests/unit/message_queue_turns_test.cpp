@@ -1,0 +1,105 @@
+// A service that one client floods while others want something.
+#include "support/queue-fixture.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdint>
+#include <future>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace queue_test {
+namespace {
+
+// Holds the receiving thread at each number until it is let go on, and notes who sent it.
+struct HeldHandler {
+    static int take(const frame::MsgMeta&, const frame::TransportInfo& transport, const void*, void* context) {
+        auto& self = *static_cast<HeldHandler*>(context);
+        std::unique_lock lock(self.mutex);
+        self.takers.push_back(transport.connection);
+        bell.ring();
+        self.goOn.wait(lock, [&] { return self.released; });
+        return 0;
+    }
+    std::size_t taken() {
+        const std::lock_guard lock(mutex);
+        return takers.size();
+    }
+    void release() {
+        const std::lock_guard lock(mutex);
+        released = true;
+        goOn.notify_all();
+    }
+
+    std::mutex mutex;
+    std::condition_variable goOn;
+    bool released = false;
+    std::vector<std::uint64_t> takers;
+};
+
+class FloodedQueue : public MessageQueue {
+protected:
+    FloodedQueue() {
+        server = std::make_unique<host::MessageQueue>(limits);
+        offered = &server->serve("tuner", messages, 4096);
+        offered->registerMessageHandler(numberMeta, HeldHandler::take, &handler, numberTable);
+        server->start();
+        hello = honestHello();
+        flooder.emplace(path);
+    }
+    ~FloodedQueue() override {
+        handler.release();
+        server.reset();
+    }
+    std::string numbers(std::uint32_t count) {
+        std::string bytes;
+        for (std::uint32_t i = 0; i < count; ++i) bytes += frameOf(numberMeta, 4, words({i}, false));
+        return bytes;
+    }
+
+    HeldHandler handler;
+    std::string hello;
+    std::optional<RawPeer> flooder;
+};
+
+TEST_F(FloodedQueue, ServesAnotherClientAfterABoundedNumberOfTheFloodersMessages) {
+    flooder->say(hello + numbers(1500)); // in one piece, which fits into a buffer
+    ASSERT_TRUE(eventually([&] { return handler.taken() == 1; }));
+    RawPeer other(path);
+    other.say(hello + numbers(1));
+    handler.release();
+    ASSERT_TRUE(eventually([&] { return handler.taken() == 1501; }));
+    const auto own = std::find_if(handler.takers.begin(), handler.takers.end(),
+                                  [&](std::uint64_t one) { return one != handler.takers.front(); });
+    EXPECT_LT(own - handler.takers.begin(), 500);
+}
+
+TEST_F(FloodedQueue, StopsAlthoughMessagesAreWaiting) {
+    flooder->say(hello + numbers(1500));
+    ASSERT_TRUE(eventually([&] { return handler.taken() == 1; }));
+    auto stopped = std::async(std::launch::async, [&] { server->stop(); });
+    ASSERT_TRUE(eventually([&] { return sendNumber(*offered, 1) == -108; })); // the stop has begun
+    handler.release();
+    stopped.get();
+    EXPECT_EQ(handler.taken(), 1U);
+}
+
+TEST_F(FloodedQueue, KeepsTheOrderOfTheFloodersMessages) {
+    Inbox inbox;
+    offered->registerMessageHandler(textMeta, Inbox::onText, &inbox, textTable);
+    handler.release();
+    std::string texts;
+    for (int i = 0; i < 2000; ++i) {
+        std::string text = std::to_string(i);
+        const auto length = static_cast<std::uint32_t>(text.size());
+        texts += frameOf(textMeta, 9 + length, words({length, 8}, false) + text + '\0');
+    }
+    flooder->say(hello + texts);
+    ASSERT_TRUE(eventually([&] { return inbox.size() == 2000; }));
+    for (std::size_t i = 0; i < 2000; ++i) ASSERT_EQ(inbox.texts[i], std::to_string(i));
+}
+
+} // namespace
+} // namespace queue_test

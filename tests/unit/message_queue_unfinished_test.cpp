@@ -1,0 +1,139 @@
+// Messages of which only a part arrives: they must not keep memory from others, nor keep it for long.
+#include "support/queue-fixture.h"
+
+#include <host/log-capture.h>
+
+#include <chrono>
+#include <io/receive-budget.h>
+#include <io/receive-buffer.h>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+namespace queue_test {
+namespace {
+
+constexpr std::size_t mebibyte = std::size_t{1} << 20;
+
+class UnfinishedMessage : public MessageQueue {
+protected:
+    void startServerThatWaits(std::chrono::milliseconds unfinished) {
+        limits.unfinished = unfinished;
+        startServer();
+        hello = honestHello();
+    }
+    // The hello and the beginning of a text message.
+    std::string beginning(std::size_t whole, std::size_t part) {
+        return hello + frameOf(textMeta, static_cast<std::uint32_t>(whole), std::string(part, 'x'));
+    }
+    bool othersAreServed() {
+        startClient();
+        return honestClientServed();
+    }
+
+    const host::LogCapture log{{0x0202}};
+    std::string hello;
+};
+
+TEST_F(UnfinishedMessage, EndsTheConnectionWhenNothingMoreComes) {
+    startServerThatWaits(100ms);
+    RawPeer peer(path);
+    peer.say(beginning(mebibyte, 1000));
+    EXPECT_TRUE(peer.turnedAway());
+    EXPECT_TRUE(log.waitFor("peer did not finish a message within 100 ms, 1032 bytes of it came", 10s));
+    EXPECT_EQ(atServer().refused, 1U);
+    EXPECT_TRUE(othersAreServed());
+}
+
+TEST_F(UnfinishedMessage, EndsTheConnectionWhenAHeaderStaysIncomplete) {
+    startServerThatWaits(100ms);
+    RawPeer peer(path);
+    peer.say(hello + "x");
+    EXPECT_TRUE(peer.turnedAway());
+    EXPECT_EQ(atServer().refused, 1U);
+}
+
+TEST_F(UnfinishedMessage, EndsTheConnectionOfAPeerThatDripsBytes) {
+    startServerThatWaits(400ms);
+    RawPeer peer(path);
+    peer.say(beginning(mebibyte, 0));
+    EXPECT_TRUE(eventually([&] { return !peer.says("x"); }));
+    EXPECT_TRUE(log.waitFor("peer did not finish a message", 10s));
+}
+
+TEST_F(UnfinishedMessage, IsNoFaultOfAPeerWhoseMessagesComeToTheirEnds) {
+    startServerThatWaits(1s);
+    RawPeer peer(path);
+    const std::string frame = frameOf(numberMeta, 4, words({1}, false));
+    peer.say(hello + frame.substr(0, 20));
+    const auto end = std::chrono::steady_clock::now() + 2500ms;
+    std::size_t finished = 0;
+    while (std::chrono::steady_clock::now() < end) { // always in the middle of a message
+        peer.say(frame.substr(20) + frame.substr(0, 20));
+        ++finished;
+        ASSERT_TRUE(eventually([&] { return serverInbox.size() == finished; }));
+    }
+    EXPECT_EQ(atServer().refused, 0U);
+}
+
+TEST_F(UnfinishedMessage, KeepsNoMemoryFromOthersHoweverManyThereAre) {
+    startServerThatWaits(1h);
+    const std::string part = beginning(host::maximumMessageBytes, 9 * mebibyte);
+    std::vector<std::unique_ptr<RawPeer>> peers;
+    for (int i = 0; i < 38; ++i) {
+        peers.push_back(std::make_unique<RawPeer>(path));
+        peers.back()->says(part);
+    }
+    EXPECT_TRUE(othersAreServed());
+    EXPECT_TRUE(eventually([&] { return atServer().refused == 37; }));
+    EXPECT_TRUE(log.waitFor(
+        "the unfinished messages of process " + std::to_string(getpid()) + " may take 24 MiB and need more", 10s));
+}
+
+// Else a large buffer could be kept for nothing: the message it was for has come to its end.
+TEST_F(UnfinishedMessage, HasNoLargeBufferWhenItIsSmall) {
+    startServerThatWaits(1h);
+    const std::string small = frameOf(numberMeta, 4, words({1}, false));
+    std::string large = std::string(9 * mebibyte, 'x');
+    const auto whole = static_cast<std::uint32_t>(large.size());
+    large = hello + frameOf(strangeMeta, whole, large);
+    std::vector<std::unique_ptr<RawPeer>> peers;
+    for (std::uint64_t i = 1; i <= 3; ++i) { // each takes more than half of what they may have together
+        peers.push_back(std::make_unique<RawPeer>(path));
+        EXPECT_TRUE(peers.back()->says(large + small.substr(0, 20)));
+        EXPECT_TRUE(eventually([&] { return atServer().undecodable == i; }));
+    }
+    EXPECT_EQ(atServer().refused, 0U);
+}
+
+using host::io::ReceiveBudget;
+using host::io::ReceiveBuffer;
+
+TEST(ReceiveBudget, GivesAPeerNoMoreThanItsShare) {
+    ReceiveBudget budget(1000, 100);
+    budget.take("one", 60);
+    budget.take("one", 40);
+    EXPECT_THROW(budget.take("one", 1), std::runtime_error);
+    budget.take("another", 100);
+    budget.give("one", 60);
+    budget.take("one", 60);
+    EXPECT_THROW(budget.take("one", 1), std::runtime_error);
+}
+
+TEST(ReceiveBudget, GivesAllPeersNoMoreThanThereIs) {
+    ReceiveBudget budget(100, 80);
+    budget.take("one", 80);
+    EXPECT_THROW(budget.take("another", 21), std::runtime_error);
+    budget.take("another", 20);
+    EXPECT_THROW(budget.take("third", 1), std::runtime_error);
+    budget.give("one", 80);
+    budget.take("third", 80);
+}
+
+TEST(ReceiveBudget, IsEnoughForTheLargestMessageInTheSmallestHeap) {
+    ReceiveBudget budget(32 * mebibyte / 4 * 3, ReceiveBuffer::mostTaken());
+    EXPECT_NO_THROW(budget.take("one", ReceiveBuffer::mostTaken()));
+}
+
+} // namespace
+} // namespace queue_test
