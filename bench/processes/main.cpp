@@ -1,7 +1,8 @@
 // Between processes: a request's round trip and small notifications one way, beside the plain socket, sd-bus and gRPC;
-// and a play request's whole way through a framework process.
+// both between hosts beside a bare TLS stream; and a play request's whole way through a framework process.
 #include "common/report.h"
 #include "framework.h"
+#include "other-host.h"
 #include "peer-process.h"
 #include "private-folder.h"
 #include "proxy-client.h"
@@ -20,6 +21,9 @@ namespace bench {
 namespace {
 
 const Report report("processes");
+
+// What notifications between hosts carry.
+constexpr std::size_t smallText [[maybe_unused]] = 64, largeText [[maybe_unused]] = 64 * 1024;
 
 // A side whose round is the median of `calls` single calls.
 Side singleCalls(std::string name, std::size_t calls, std::function<double()> call) {
@@ -61,6 +65,12 @@ void notePeers() {
 #endif
 #ifndef BENCH_GRPC
     report.note("gRPC left out: its library or plugin was not there when this was built");
+#endif
+#ifndef BENCH_TLS
+    report.note("between hosts left out: this was built without connections to other hosts");
+#else
+    report.note("between hosts, an info is " + std::to_string(infoBytes(smallText)) + " bytes and a text " +
+                std::to_string(infoBytes(largeText)) + ", on both sides");
 #endif
     report.note("a request is " + std::to_string(load().requestBytes) + " bytes and its answer " +
                 std::to_string(load().answerBytes) + ", on all sides");
@@ -113,6 +123,42 @@ void oneWay(const Options& options, const std::string& caseName) {
     if (figures.size() > 1) report.ratio(caseName, figures[1], figures[0], Goal{9, 3.0, Goal::AtLeast});
 }
 
+#ifdef BENCH_TLS
+// Beside a TLS stream of the same process pair. Asked for some at a time, which fit into the queue.
+struct Burst {
+    const char* name;
+    std::size_t messages, textBytes;
+};
+constexpr Burst bursts[] = {{"texts", 64, largeText}, {"infos", 2000, smallText}};
+
+void betweenHosts(const Options& options, const std::string& state) {
+    const PrivateFolder folder;
+    putTvServiceOnOtherHost(folder.path());
+    const PeerProcess service(serveTvService);
+    ProxyClient own;
+    const auto limit = tlsStream();
+    Transport* const transports[] = {&own, limit.get()};
+    for (Transport* transport : transports) transport->connect();
+
+    const auto compare = [&](const std::string& name, Rounds rounds, Unit unit, const auto& sideOf) {
+        const std::string caseName = "between-hosts/" + state + "/" + name;
+        const auto figures = interleaved({sideOf(own), sideOf(*limit)}, options.rounds(rounds));
+        for (const Figures& side : figures) report.figures(caseName, side, unit);
+        report.ratio(caseName, figures[0], figures[1], Goal{15, 1.25});
+    };
+    const std::size_t calls = options.quick ? 200 : 1000;
+    compare("round-trip", {3, 31}, {"ns", "call"}, [&](Transport& transport) {
+        return singleCalls(transport.name(), calls, [&] { return transport.roundTrip(); });
+    });
+    for (const Burst& burst : bursts)
+        compare(burst.name, {3, 31}, {"ns", "message"}, [&](Transport& transport) {
+            return singleCalls(transport.name(), options.quick ? 2 : 8, [&] {
+                return transport.infos(burst.messages, burst.textBytes) / static_cast<double>(burst.messages);
+            });
+        });
+}
+#endif
+
 void run(const Options& options) {
     notePeers();
     if (options.wants("round-trip") || options.wants("play-request")) inOwnProcess([&] { roundTrips(options); });
@@ -122,6 +168,14 @@ void run(const Options& options) {
             pinToOneCpu();
             oneWay(options, "notifications/one-cpu");
         });
+#ifdef BENCH_TLS
+    if (options.wants("between-hosts/free")) inOwnProcess([&] { betweenHosts(options, "free"); });
+    if (options.wants("between-hosts/one-cpu"))
+        inOwnProcess([&] {
+            pinToOneCpu();
+            betweenHosts(options, "one-cpu");
+        });
+#endif
 }
 
 } // namespace
