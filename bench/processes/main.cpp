@@ -124,38 +124,43 @@ void oneWay(const Options& options, const std::string& caseName) {
 }
 
 #ifdef BENCH_TLS
-// Beside a TLS stream of the same process pair. Asked for some at a time, which fit into the queue.
-struct Burst {
+// So many notifications at a time, which fit into the queue; none: round trips.
+struct BetweenHosts {
     const char* name;
     std::size_t messages, textBytes;
 };
-constexpr Burst bursts[] = {{"texts", 64, largeText}, {"infos", 2000, smallText}};
+constexpr BetweenHosts betweenHosts[] = {{"round-trip", 0, 0}, {"texts", 64, largeText}, {"infos", 2000, smallText}};
 
-void betweenHosts(const Options& options, const std::string& state) {
-    const PrivateFolder folder;
-    putTvServiceOnOtherHost(folder.path());
-    const PeerProcess service(serveTvService);
-    ProxyClient own;
-    const auto limit = tlsStream();
-    Transport* const transports[] = {&own, limit.get()};
-    for (Transport* transport : transports) transport->connect();
-
-    const auto compare = [&](const std::string& name, Rounds rounds, Unit unit, const auto& sideOf) {
-        const std::string caseName = "between-hosts/" + state + "/" + name;
-        const auto figures = interleaved({sideOf(own), sideOf(*limit)}, options.rounds(rounds));
-        for (const Figures& side : figures) report.figures(caseName, side, unit);
-        report.ratio(caseName, figures[0], figures[1], Goal{15, 1.25});
-    };
-    const std::size_t calls = options.quick ? 200 : 1000;
-    compare("round-trip", {3, 31}, {"ns", "call"}, [&](Transport& transport) {
-        return singleCalls(transport.name(), calls, [&] { return transport.roundTrip(); });
+// All on all CPUs or on one, beside a TLS stream between the same kinds of processes.
+void compareHosts(const Options& options, const std::string& name, const std::function<void()>& prepare) {
+    std::vector<BetweenHosts> wanted;
+    for (const BetweenHosts& one : betweenHosts)
+        if (options.wants(name + one.name)) wanted.push_back(one);
+    if (wanted.empty()) return;
+    inOwnProcess([&] {
+        prepare();
+        const PrivateFolder folder;
+        putTvServiceOnOtherHost(folder.path());
+        const PeerProcess service(serveTvService);
+        ProxyClient own;
+        const auto limit = tlsStream();
+        Transport* const transports[] = {&own, limit.get()};
+        for (Transport* transport : transports) transport->connect();
+        for (const BetweenHosts& one : wanted) {
+            std::vector<Side> sides;
+            for (Transport* transport : transports)
+                sides.push_back(one.messages == 0 ? singleCalls(transport->name(), options.quick ? 200 : 1000,
+                                                                [=] { return transport->roundTrip(); })
+                                                  : singleCalls(transport->name(), options.quick ? 2 : 8, [=] {
+                                                        return transport->infos(one.messages, one.textBytes) /
+                                                               static_cast<double>(one.messages);
+                                                    }));
+            const auto figures = interleaved(sides, options.rounds({3, 31}));
+            for (const Figures& side : figures)
+                report.figures(name + one.name, side, {"ns", one.messages == 0 ? "call" : "message"});
+            report.ratio(name + one.name, figures[0], figures[1], Goal{15, 1.25});
+        }
     });
-    for (const Burst& burst : bursts)
-        compare(burst.name, {3, 31}, {"ns", "message"}, [&](Transport& transport) {
-            return singleCalls(transport.name(), options.quick ? 2 : 8, [&] {
-                return transport.infos(burst.messages, burst.textBytes) / static_cast<double>(burst.messages);
-            });
-        });
 }
 #endif
 
@@ -169,12 +174,8 @@ void run(const Options& options) {
             oneWay(options, "notifications/one-cpu");
         });
 #ifdef BENCH_TLS
-    if (options.wants("between-hosts/free")) inOwnProcess([&] { betweenHosts(options, "free"); });
-    if (options.wants("between-hosts/one-cpu"))
-        inOwnProcess([&] {
-            pinToOneCpu();
-            betweenHosts(options, "one-cpu");
-        });
+    compareHosts(options, "between-hosts/free/", [] {});
+    compareHosts(options, "between-hosts/one-cpu/", pinToOneCpu);
 #endif
 }
 
