@@ -1,7 +1,8 @@
 // Between processes: a request's round trip and small notifications one way, beside the plain socket, sd-bus and gRPC;
-// and a play request's whole way through a framework process.
+// both between hosts beside a bare TLS stream; and a play request's whole way through a framework process.
 #include "common/report.h"
 #include "framework.h"
+#include "other-host.h"
 #include "peer-process.h"
 #include "private-folder.h"
 #include "proxy-client.h"
@@ -20,6 +21,9 @@ namespace bench {
 namespace {
 
 const Report report("processes");
+
+// What notifications between hosts carry.
+constexpr std::size_t smallText [[maybe_unused]] = 64, largeText [[maybe_unused]] = 64 * 1024;
 
 // A side whose round is the median of `calls` single calls.
 Side singleCalls(std::string name, std::size_t calls, std::function<double()> call) {
@@ -61,6 +65,12 @@ void notePeers() {
 #endif
 #ifndef BENCH_GRPC
     report.note("gRPC left out: its library or plugin was not there when this was built");
+#endif
+#ifndef BENCH_TLS
+    report.note("between hosts left out: this was built without connections to other hosts");
+#else
+    report.note("between hosts, an info is " + std::to_string(infoBytes(smallText)) + " bytes and a text " +
+                std::to_string(infoBytes(largeText)) + ", on both sides");
 #endif
     report.note("a request is " + std::to_string(load().requestBytes) + " bytes and its answer " +
                 std::to_string(load().answerBytes) + ", on all sides");
@@ -113,6 +123,48 @@ void oneWay(const Options& options, const std::string& caseName) {
     if (figures.size() > 1) report.ratio(caseName, figures[1], figures[0], Goal{9, 3.0, Goal::AtLeast});
 }
 
+#ifdef BENCH_TLS
+// So many notifications at a time: together less than 2 MiB, for which a queue keeps its memory, as this is about the
+// transport. None: round trips.
+struct BetweenHosts {
+    const char* name;
+    std::size_t messages, textBytes;
+};
+constexpr BetweenHosts betweenHosts[] = {{"round-trip", 0, 0}, {"texts", 16, largeText}, {"infos", 1000, smallText}};
+
+// All on all CPUs or on one, beside a TLS stream between the same kinds of processes.
+void compareHosts(const Options& options, const std::string& name, const std::function<void()>& prepare) {
+    std::vector<BetweenHosts> wanted;
+    for (const BetweenHosts& one : betweenHosts)
+        if (options.wants(name + one.name)) wanted.push_back(one);
+    if (wanted.empty()) return;
+    inOwnProcess([&] {
+        prepare();
+        const PrivateFolder folder;
+        putTvServiceOnOtherHost(folder.path());
+        const PeerProcess service(serveTvService);
+        ProxyClient own;
+        const auto limit = tlsStream();
+        Transport* const transports[] = {&own, limit.get()};
+        for (Transport* transport : transports) transport->connect();
+        for (const BetweenHosts& one : wanted) {
+            std::vector<Side> sides;
+            for (Transport* transport : transports)
+                sides.push_back(one.messages == 0 ? singleCalls(transport->name(), options.quick ? 200 : 1000,
+                                                                [=] { return transport->roundTrip(); })
+                                                  : singleCalls(transport->name(), options.quick ? 8 : 32, [=] {
+                                                        return transport->infos(one.messages, one.textBytes) /
+                                                               static_cast<double>(one.messages);
+                                                    }));
+            const auto figures = interleaved(sides, options.rounds({3, 31}));
+            for (const Figures& side : figures)
+                report.figures(name + one.name, side, {"ns", one.messages == 0 ? "call" : "message"});
+            report.ratio(name + one.name, figures[0], figures[1], Goal{15, 1.25});
+        }
+    });
+}
+#endif
+
 void run(const Options& options) {
     notePeers();
     if (options.wants("round-trip") || options.wants("play-request")) inOwnProcess([&] { roundTrips(options); });
@@ -122,6 +174,10 @@ void run(const Options& options) {
             pinToOneCpu();
             oneWay(options, "notifications/one-cpu");
         });
+#ifdef BENCH_TLS
+    compareHosts(options, "between-hosts/free/", [] {});
+    compareHosts(options, "between-hosts/one-cpu/", pinToOneCpu);
+#endif
 }
 
 } // namespace

@@ -37,6 +37,12 @@ std::vector<tvservice::TvServiceReq_t> playRequest() {
     return {request};
 }
 
+std::vector<tvservice::TvServiceInfo_t> infosWith(std::size_t textBytes) {
+    tvservice::TvServiceInfo_t info;
+    info.uri.assign(textBytes, 't');
+    return {info};
+}
+
 Load load() {
     static const Load bytes = [] {
         auto requests = playRequest();
@@ -47,6 +53,10 @@ Load load() {
                     wireBytes<tvservice::messages::TvServiceInfo>(infos)};
     }();
     return bytes;
+}
+
+std::size_t infoBytes(std::size_t textBytes) {
+    return wireBytes<tvservice::messages::TvServiceInfo>(infosWith(textBytes));
 }
 
 void ProxyClient::connect() {
@@ -63,22 +73,29 @@ void ProxyClient::connect() {
 
 double ProxyClient::roundTrip() {
     frame::MsgIds ids;
+    awaited_ = 1;
     const auto start = Clock::now();
     proxy_.tvServiceReq(ids, {}, request_);
     return nanoseconds(notified_.take() - start);
 }
 
-double ProxyClient::notifications(std::size_t count) {
+double ProxyClient::notifications(std::size_t count) { return ask(count, std::to_string(count)); }
+
+double ProxyClient::infos(std::size_t count, std::size_t textBytes) {
+    return ask(count, std::to_string(count) + " " + std::to_string(textBytes));
+}
+
+double ProxyClient::ask(std::size_t count, const std::string& what) {
     frame::MsgIds ids;
     awaited_ = count;
     const auto start = Clock::now();
-    proxy_.tvServiceSendKeyReq(ids, {}, std::to_string(count));
+    proxy_.tvServiceSendKeyReq(ids, {}, what);
     return nanoseconds(notified_.take() - start);
 }
 
 int ProxyClient::tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&,
                                const std::vector<tvservice::TvServiceInfo_t>&) {
-    notified_.post();
+    if (--awaited_ == 0) notified_.post();
     return 0;
 }
 

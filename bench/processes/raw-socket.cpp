@@ -67,6 +67,7 @@ private:
 } // namespace
 
 double Transport::notifications(std::size_t) { throw std::logic_error(name() + " sends no notifications"); }
+double Transport::infos(std::size_t, std::size_t) { throw std::logic_error(name() + " sends no texts"); }
 
 std::unique_ptr<Transport> rawSocket() { return std::make_unique<RawSocket>(); }
 

@@ -12,6 +12,8 @@ struct Load {
     std::size_t requestBytes, answerBytes;
 };
 Load load();
+// The same of a notification with a text of so many bytes.
+std::size_t infoBytes(std::size_t textBytes);
 
 class Transport {
 public:
@@ -24,11 +26,14 @@ public:
     // Has the server send `count` small notifications; the nanoseconds until the last one is there. Not every transport
     // does it.
     virtual double notifications(std::size_t count);
+    // The same with notifications that have a text, which are infoBytes(textBytes) on the wire.
+    virtual double infos(std::size_t count, std::size_t textBytes);
 };
 
-// They make their server processes, hence while the process has one thread; folder is for sockets. The last two exist
-// only where their packages were there when the program was built (BENCH_SD_BUS, BENCH_GRPC).
+// They make their server processes, hence while the process has one thread; folder is for sockets. The last three
+// exist only where their packages were there when the program was built (BENCH_TLS, BENCH_SD_BUS, BENCH_GRPC).
 std::unique_ptr<Transport> rawSocket();
+std::unique_ptr<Transport> tlsStream();
 std::unique_ptr<Transport> sdBus();
 std::unique_ptr<Transport> grpcPeer(const std::string& folder);
 

@@ -2,6 +2,7 @@
 
 #include "common/sender.h"
 #include "notified.h"
+#include "proxy-client.h"
 
 #include <host/message-queue.h>
 #include <mmservice/messages.h>
@@ -32,6 +33,11 @@ public:
     [[noreturn]] void tellNews() {
         for (;;) {
             asked_.take();
+            if (textBytes_ > 0) {
+                const auto infos = infosWith(textBytes_);
+                for (std::size_t i = 0; i < wanted_; ++i) tv_.to<messages::TvServiceInfo>(client_, infos);
+                continue;
+            }
             const tvservice::TvServiceTunerResult_t news{1, 0, {2, 1}, 78, 96};
             for (std::size_t i = 0; i < wanted_; ++i) tv_.to<messages::TvServiceTunerResult>(client_, news);
         }
@@ -55,7 +61,10 @@ private:
                          void* context) {
         auto& service = *static_cast<TvService*>(context);
         service.client_ = transport.connection;
-        service.wanted_ = std::stoul(std::get<0>(messages::TvServiceSendKeyReq::Body::read(payload)));
+        const auto [asked] = messages::TvServiceSendKeyReq::Body::read(payload);
+        std::size_t end = 0;
+        service.wanted_ = std::stoul(asked, &end);
+        service.textBytes_ = end < asked.size() ? std::stoul(asked.substr(end)) : 0;
         service.asked_.post();
         return 0;
     }
@@ -70,7 +79,7 @@ private:
     host::MessageQueue queue_{limits()};
     services::Sender tv_, mm_;
     Notified asked_;
-    std::size_t wanted_ = 0;
+    std::size_t wanted_ = 0, textBytes_ = 0;
     std::uint64_t client_ = 0;
 };
 

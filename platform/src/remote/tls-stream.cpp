@@ -1,7 +1,9 @@
 #include "remote/tls-stream.h"
 
 #include <algorithm>
+#include <boost/asio/buffer.hpp>
 #include <boost/asio/dispatch.hpp>
+#include <boost/asio/error.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
@@ -24,8 +26,8 @@ constexpr std::chrono::milliseconds shortestSilence = 500ms;
 // Of a peer that takes nothing now, whose system still has to answer when it is asked whether there is room again.
 constexpr unsigned mostUnansweredQuestions = 3;
 
-// Bytes that the system takes for a peer that reads slowly: about as many as it does for a local one, so that what waits
-// does so in the queue, whose limits are known, and not in megabytes of the system's memory.
+// Bytes that the system takes for a peer that reads slowly: about as many as it does for a local one, so that what
+// waits does so in the queue, whose limits are known, and not in megabytes of the system's memory.
 constexpr int mostUnsent = 256 * 1024;
 
 class TlsStream final : public io::Stream {
@@ -52,9 +54,9 @@ public:
         bool here;
         {
             std::lock_guard lock(mutex_);
-            here = session_->hasInput();
+            here = over_ || session_->hasInput();
         }
-        here ? readSoon(std::move(user)) : await(socket_.wait_read, std::move(user));
+        here ? readSoon(std::move(user)) : awaitInput(std::move(user));
     }
 
     std::size_t send(const char* data, std::size_t size, std::error_code& error) noexcept override {
@@ -113,27 +115,45 @@ private:
         }
     }
 
-    void await(boost::asio::socket_base::wait_type what, User user) {
-        socket_.async_wait(what, [this, user = std::move(user)](const boost::system::error_code&) { read(user); });
+    // Not by waiting until the socket is readable: that is a call of the system more for each message.
+    void awaitInput(User user) {
+        socket_.async_read_some(
+            boost::asio::buffer(session_->wireRoom(), Session::wireRoomBytes),
+            [this, user = std::move(user)](const boost::system::error_code& error, std::size_t count) {
+                {
+                    std::lock_guard lock(mutex_);
+                    session_->arrived(count, error == boost::asio::error::eof ? 0 : error.value());
+                }
+                read(user);
+            });
+    }
+    void awaitRoom(User user) {
+        socket_.async_wait(socket_.wait_write,
+                           [this, user = std::move(user)](const boost::system::error_code&) { read(user); });
     }
     void readSoon(User user) {
         boost::asio::post(socket_.get_executor(), [this, user = std::move(user)] { read(user); });
     }
 
-    // What the socket could not say, the session does.
+    // All records that have arrived, which are no more than fit into the session's room: then others have their turn.
     void read(const User& user) {
         if (!socket_.is_open()) return;
         std::size_t count = 0;
-        Progress progress;
+        auto progress = over_ ? Progress::over : Progress::done;
         {
             std::lock_guard lock(mutex_);
-            progress = session_->read(room_, size_, count);
+            for (bool more = !over_; more; more = progress == Progress::done && count < size_ && session_->hasInput()) {
+                std::size_t some = 0;
+                progress = session_->read(room_ + count, size_ - count, some);
+                count += some;
+            }
+            over_ = progress == Progress::over;
         }
-        if (progress == Progress::done) return user->onReceived(count);
-        if (progress == Progress::over) return end(*user);
+        if (count > 0) return user->onReceived(count);
+        if (over_) return end(*user);
         try {
             if (progress == Progress::again) return readSoon(user);
-            await(progress == Progress::needsRoom ? socket_.wait_write : socket_.wait_read, user);
+            progress == Progress::needsRoom ? awaitRoom(user) : awaitInput(user);
         } catch (const std::exception&) {
             user->onFault("out of memory");
         }
@@ -178,6 +198,7 @@ private:
     int descriptor_;                      // the socket's, for any thread
     boost::asio::steady_timer heartbeat_;
     bool watching_ = false, silent_ = false;
+    bool over_ = false; // the session will give nothing more
     char* room_ = nullptr;
     std::size_t size_ = 0;
 

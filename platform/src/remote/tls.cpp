@@ -87,9 +87,7 @@ Context makeContext(const KeyPair& keys) {
     SSL_CTX_set_max_cert_list(context.get(), longestCertificate);
     SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
     SSL_CTX_set_cert_verify_callback(context.get(), &checkCertificate, nullptr);
-    // A record's head and body in one call of the system; and one call of read returns after whatever a peer sends
-    // besides data, so that no peer can keep it.
-    SSL_CTX_set_read_ahead(context.get(), 1);
+    // One call of read returns after whatever a peer sends besides data, so that no peer can keep it.
     SSL_CTX_clear_mode(context.get(), SSL_MODE_AUTO_RETRY);
     SSL_CTX_set_mode(context.get(), SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
     return context;
@@ -127,6 +125,11 @@ BIO* Session::makeWireEnd(Wire& wire) {
 int Session::readWire(BIO* bio, char* room, int size) {
     Wire& wire = *static_cast<Wire*>(BIO_get_data(bio));
     BIO_clear_retry_flags(bio);
+    if (wire.arrived) {
+        const int count = readArrived(wire, room, size);
+        if (wire.dry) BIO_set_retry_read(bio);
+        return count;
+    }
     const ssize_t count = ::recv(wire.socket, room, static_cast<std::size_t>(size), MSG_DONTWAIT);
     wire.ended = count == 0;
     wire.dry = count < 0 && errno == EAGAIN;
@@ -135,6 +138,26 @@ int Session::readWire(BIO* bio, char* room, int size) {
     else
         wire.error = count < 0 ? errno : 0;
     return static_cast<int>(count);
+}
+
+int Session::readArrived(Wire& wire, char* room, int size) {
+    const std::size_t count = std::min(static_cast<std::size_t>(size), wire.last - wire.first);
+    std::memcpy(room, wire.arrived.get() + wire.first, count);
+    wire.first += count;
+    wire.dry = count == 0 && !wire.ended && wire.error == 0;
+    return count > 0 ? static_cast<int>(count) : wire.ended ? 0 : -1;
+}
+
+char* Session::wireRoom() {
+    if (!wire_.arrived) wire_.arrived.reset(new char[wireRoomBytes]);
+    return wire_.arrived.get();
+}
+
+void Session::arrived(std::size_t count, int error) noexcept {
+    wire_.first = 0;
+    wire_.last = count;
+    wire_.error = error;
+    wire_.ended = count == 0 && error == 0;
 }
 
 int Session::writeWire(BIO* bio, const char* data, int size) {

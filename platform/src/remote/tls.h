@@ -53,8 +53,15 @@ public:
     Progress read(char* room, std::size_t size, std::size_t& count) noexcept;
     // Takes one record at most, of 16 KiB.
     Progress write(const char* data, std::size_t size, std::size_t& count) noexcept;
-    // Whether there may be bytes for read that the socket will not report, having given them already.
-    bool hasInput() const noexcept { return SSL_has_pending(ssl_.get()) != 0; }
+
+    // Once the handshake is done, whoever has the session may read the socket itself, many records in one call: into
+    // wireRoom, as long as hasInput is false. arrived hands over what came: count bytes, or none and an errno, 0 being
+    // the peer's end. From the first wireRoom on read takes these bytes only. Throws std::bad_alloc.
+    static constexpr std::size_t wireRoomBytes = 32 * 1024;
+    char* wireRoom();
+    void arrived(std::size_t count, int error) noexcept;
+    // Whether there may be bytes for read that have arrived already.
+    bool hasInput() const noexcept { return wire_.first < wire_.last || SSL_pending(ssl_.get()) > 0; }
     // Sends the peer something that its system has to acknowledge but its application does not see: new keys.
     void probe() noexcept;
     // Tells the peer that nothing more will come, and leaves the socket alone from then on.
@@ -73,9 +80,13 @@ private:
         int error;  // why the last call of the system failed for good, or 0
         bool dry;   // whether the socket had nothing when it was read last
         bool ended; // whether the peer has closed its side
+        // What has arrived and is not read yet, once the socket is read by others.
+        std::unique_ptr<char[]> arrived = nullptr;
+        std::size_t first = 0, last = 0;
     };
     static BIO* makeWireEnd(Wire& wire);
     static int readWire(BIO* bio, char* room, int size);
+    static int readArrived(Wire& wire, char* room, int size);
     static int writeWire(BIO* bio, const char* data, int size);
 
     Wire wire_;
