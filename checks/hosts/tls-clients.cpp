@@ -22,7 +22,6 @@
 #include <host/keys.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -34,7 +33,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <openssl/bio.h>
 #include <openssl/err.h>
@@ -43,6 +41,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -92,6 +91,13 @@ public:
             throw std::bad_alloc();
     }
 
+    // Says the first word of the handshake and does not wait for the answer.
+    void begin() {
+        setBlocking(false);
+        SSL_connect(ssl_.get());
+        ERR_clear_error();
+        setBlocking(true);
+    }
     bool shakeHands() { return done(SSL_connect(ssl_.get())); }
     bool isAccepted() {
         char first;
@@ -122,6 +128,12 @@ public:
         (void)BIO_reset(SSL_get_wbio(ssl_.get()));
         return sent;
     }
+    // Takes what the service has said so far from the system, encrypted as it is: nothing can be heard after this.
+    void discard() {
+        char bytes[4096];
+        while (::recv(socket_.get(), bytes, sizeof bytes, MSG_DONTWAIT) > 0) {
+        }
+    }
     bool updateKeys(int kind) { return SSL_key_update(ssl_.get(), kind) == 1 && done(SSL_do_handshake(ssl_.get())); }
 
     bool sayRaw(std::string_view bytes) {
@@ -146,6 +158,10 @@ public:
     }
 
 private:
+    void setBlocking(bool blocking) {
+        int nonBlocking = blocking ? 0 : 1;
+        ::ioctl(socket_.get(), FIONBIO, &nonBlocking);
+    }
     bool done(int result) {
         const int error = SSL_get_error(ssl_.get(), result);
         ERR_clear_error();
@@ -169,26 +185,6 @@ private:
     std::unique_ptr<SSL, host::remote::Releaser<SSL_free>> ssl_;
 };
 
-// Takes a step for each number below count, some at a time. Throws what the first failed one did.
-void repeat(std::size_t count, std::size_t atOnce, const std::function<void(std::size_t)>& step) {
-    std::atomic<std::size_t> next{0};
-    std::mutex mutex;
-    std::exception_ptr failure;
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < std::min(atOnce, count); ++i)
-        threads.emplace_back([&] {
-            try {
-                for (std::size_t number; (number = next++) < count;) step(number);
-            } catch (const std::exception&) {
-                std::lock_guard lock(mutex);
-                if (!failure) failure = std::current_exception();
-                next = count;
-            }
-        });
-    for (std::thread& thread : threads) thread.join();
-    if (failure) std::rethrow_exception(failure);
-}
-
 struct Order {
     Address service;
     std::size_t count;
@@ -202,36 +198,52 @@ void tell(std::size_t connections) {
     std::fflush(stdout);
 }
 
-void comeWithUnknownKey(const Order& order, std::size_t number) {
-    const auto context = blockingContext(host::makeKeys());
-    const bool expectsAnother = number % 4 == 3;
-    Client client(order.service, *context, expectsAnother ? KeyCheck::Answer::unknown : KeyCheck::Answer::welcome);
-    if (client.shakeHands() && (expectsAnother || client.isAccepted()))
-        throw std::runtime_error("a client with an unknown key was let in");
-    client.end();
+// One thread, so that of the processors they take no more than a service does; but the service meets all of these at
+// once.
+std::vector<std::unique_ptr<Client>> clientsAtOnce(std::size_t count,
+                                                   const std::function<std::unique_ptr<Client>()>& make) {
+    std::vector<std::unique_ptr<Client>> clients;
+    while (clients.size() < count) {
+        clients.push_back(make());
+        clients.back()->begin();
+    }
+    return clients;
 }
 
 void comeWithUnknownKeys(const Order& order) {
     const unsigned long perSecond = std::stoul(order.rest.at(0));
-    if (perSecond == 0)
-        return repeat(order.count, unknownAtATime, [&](std::size_t number) { comeWithUnknownKey(order, number); });
-    // Only what nobody else wants of the processors: these are to show what they do to the service.
+    // Only what nobody else wants of the processors: at an even pace they are to show what they do to the service.
     const sched_param priority{};
-    sched_setscheduler(0, SCHED_IDLE, &priority);
+    if (perSecond > 0) sched_setscheduler(0, SCHED_IDLE, &priority);
     const auto begun = Clock::now();
-    for (std::size_t number = 0; number < order.count; ++number) {
-        comeWithUnknownKey(order, number);
-        std::this_thread::sleep_until(begun + (number + 1) * std::chrono::microseconds(1'000'000) / perSecond);
+    std::size_t made = 0;
+    const auto make = [&] {
+        const bool expectsAnother = made++ % 4 == 3;
+        return std::make_unique<Client>(order.service, *blockingContext(host::makeKeys()),
+                                        expectsAnother ? KeyCheck::Answer::unknown : KeyCheck::Answer::welcome);
+    };
+    while (made < order.count) {
+        for (auto& client : clientsAtOnce(perSecond > 0 ? 1 : std::min(unknownAtATime, order.count - made), make)) {
+            if (client->shakeHands() && client->isAccepted())
+                throw std::runtime_error("a client with an unknown key was let in");
+            client->end();
+        }
+        if (perSecond > 0)
+            std::this_thread::sleep_until(begun + made * std::chrono::microseconds(1'000'000) / perSecond);
     }
 }
 
 void sayJunk(const Order& order) {
     const auto context = order.context();
-    repeat(order.count, atATime, [&](std::size_t) {
-        Client client(order.service, *context);
-        if (client.shakeHands()) client.say("junk");
-        client.end();
-    });
+    for (std::size_t made = 0; made < order.count;) {
+        const auto clients = clientsAtOnce(std::min(atATime, order.count - made),
+                                           [&] { return std::make_unique<Client>(order.service, *context); });
+        for (const auto& client : clients) {
+            if (client->shakeHands()) client->say("junk");
+            client->end();
+        }
+        made += clients.size();
+    }
     tell(order.count);
 }
 
@@ -290,6 +302,7 @@ void updateKeys(const Order& order) {
         const int kind = i % 2 == 0 ? SSL_KEY_UPDATE_NOT_REQUESTED : SSL_KEY_UPDATE_REQUESTED;
         if (!client.updateKeys(kind) || !client.flushMoreThan(gathered))
             throw std::runtime_error("the service ends a connection for new keys");
+        client.discard();
     }
     client.flushMoreThan(0);
     client.end();
@@ -297,13 +310,10 @@ void updateKeys(const Order& order) {
 
 void hold(const Order& order) {
     const auto context = order.context();
-    std::vector<std::unique_ptr<Client>> clients(order.count);
-    std::atomic<std::size_t> accepted{0};
-    repeat(order.count, order.count, [&](std::size_t number) {
-        auto& client = clients[number] = std::make_unique<Client>(order.service, *context);
-        if (client->shakeHands() && client->sayHello()) ++accepted;
-    });
-    tell(accepted);
+    const auto clients = clientsAtOnce(order.count, [&] { return std::make_unique<Client>(order.service, *context); });
+    const auto accepted = std::count_if(clients.begin(), clients.end(),
+                                        [](const auto& client) { return client->shakeHands() && client->sayHello(); });
+    tell(static_cast<std::size_t>(accepted));
     char byte;
     while (::read(STDIN_FILENO, &byte, 1) > 0) {
     }

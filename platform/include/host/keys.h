@@ -1,6 +1,6 @@
-// The keys by which machines that talk over a network know each other: Curve25519, each key written as 40 characters of
-// Z85. A machine keeps its secret key to itself and tells the others its public one. Everything here throws
-// std::runtime_error, saying what is wrong; so does all of it where the platform was built without ZeroMQ.
+// The keys by which machines that talk over a network know each other: Ed25519, the 32 bytes of each key written as 44
+// characters of base64. A machine keeps its secret key to itself and tells the others its public one. Everything here
+// throws std::runtime_error, saying what is wrong; so does all of it where the platform was built without OpenSSL.
 #pragma once
 
 #include <string>
