@@ -61,7 +61,9 @@ def try_key_files(attempt, who, own, configuration):
     attempt(f"{who}, a key file of another user", with_file(own), f"key file {own}: belongs to another user")
     os.chown(own, os.geteuid(), -1)
     malformed = own.with_name("malformed")
-    for text, why in (("public = \n", "malformed:1: not TOML"), ("public = 'x'\n", 'has no "secret" key'),
+    earlier = f"public = '{'a' * 40}'\nsecret = '{'b' * 40}'\n"
+    for text, why in ((earlier, f"{malformed}: keys of an earlier version.*move the file away.*'tvctl keygen {malformed}'"),
+                      ("public = \n", "malformed:1: not TOML"), ("public = 'x'\n", 'has no "secret" key'),
                       ("public = 'x'\nsecret = 'y'\n", "its keys are no pair of keys"), ("", 'has no "public" key')):
         malformed.write_text(text, encoding="ascii")
         malformed.chmod(0o600)
@@ -73,6 +75,8 @@ def try_service(trial, clients):
     trial.service("no clients", SERVICE + keys, "known clients only, but keys.clients is not configured")
     trial.service("an empty list of clients", f"{SERVICE}{keys}clients = []\n", "keys.clients: names no client")
     trial.service("a client that is no key", f'{SERVICE}{keys}clients = ["everybody"]\n', "keys.clients: not a key")
+    trial.service("a client's key of an earlier version", f'{SERVICE}{keys}clients = ["{"c" * 40}"]\n',
+                  "keys.clients: not a key .*of an earlier version.*tvctl keygen")
     for what, place, text in (
             ("an unknown host", f"tcp://no-such-host.test:{PORT}", "no address for the host of"),
             ("an address of nobody", f"tcp://{DOCUMENTED_HOST}:{PORT}", "cannot listen at .* assign")):

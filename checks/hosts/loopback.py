@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""A receiver that plays through services at ports of the same machine, with keys, as between two hosts, and a stranger
-who is turned away: loopback.py BUILD_FOLDER. Needs no root, and takes ports that are free."""
+"""A receiver that plays through services at ports of the same machine, with keys, as between two hosts, and a client
+without keys, which is rejected: loopback.py BUILD_FOLDER. Needs no root, and takes ports that are free."""
 import pathlib
 import re
 import socket
@@ -31,9 +31,9 @@ def play(services, receiver):
     for uri in (LIVE, MEDIA, LIVE):
         player.play_one(uri=uri)
 
-    with socket.create_connection((HOST, port_of(tv_service))) as stranger:
-        stranger.sendall(b"GET / HTTP/1.0\r\n\r\n")
-    wait_until(lambda: tv_service.statistics()["tvservice"]["refused"] == 1, "the stranger is counted")
+    with socket.create_connection((HOST, port_of(tv_service))) as unknown:
+        unknown.sendall(b"GET / HTTP/1.0\r\n\r\n")
+    wait_until(lambda: tv_service.statistics()["tvservice"]["refused"] == 1, "the client without keys is counted")
     player.play_one(uri=MEDIA)
     for service, name in ((tv_service, "tvservice"), (mm_service, "mmservice")):
         counted = service.statistics()[name]

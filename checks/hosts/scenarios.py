@@ -1,19 +1,33 @@
 """What a receiver has to bear whose services are on another host. Each scenario throws Failure, and judges figures."""
+import json
 import subprocess
 import sys
 import time
 
 import network
-import strangers as crowds
+import programs
+import raw_clients
 from playing import LIVE, MEDIA, Player, connect, percentile, play_many
 from programs import Failure, seconds_of, wait_until
 
-# In seconds. What is cut right after a sign of life is noticed after four of them; so there is a little time left.
+# In seconds. What is cut right after a sign of life is noticed at the look after the third missing one.
 HEARTBEAT = 0.9
 NOTICED = 3 * HEARTBEAT + 1
 QUEUE = 1024  # messages that may wait for a connection, as built in
 PORTS = {"tvservice": 7401, "mmservice": 7402}
 LINES = 21  # a second of one kind: 20, and the one about the others
+STREAMS = 64  # that one key may have with a service
+JUNK = 250    # connections of one kind to one service at a time
+NOTIFICATION = json.dumps({"info": {"strParam1": "x" * 500}})
+SLOWEST_PLAY = 2000  # ms
+# In KiB. A stream has the TLS library's session with a record each way, at most 50, and a receive buffer, which doubles
+# from 64 to 128 for a message of 65,000 bytes. A connection that has not proven its key has at most 170, mostly the first
+# message that it announces, and there are at most 256 of them.
+STREAM_MEMORY = STREAMS * (50 + 128) + 256 * 170
+QUEUED_MEMORY = QUEUE * 1  # of a stream: the notifications above, with their heads
+KEPT_MEMORY = 1024
+WRONG_KEYS = 25  # clients a second
+PACES = {**raw_clients.PACES, "wrong-keys": WRONG_KEYS}
 
 
 class Stage:
@@ -45,15 +59,23 @@ class Stage:
 
 
 def warm_up(stage):
-    """A request without an answer, and some strangers, so that all have the threads, files and memory that they will
-    ever have."""
+    """A request without an answer, and as many handshakes and streams at a time as a service ever has, so that all have
+    the threads, files and memory that they will ever have: the C library keeps for later what was freed."""
+    cold = {name: program.size()[2] for name, program in stage.lasting().items()}
     stage.tv_service.ask("fault", "mute", "on")
     request = stage.player.play("0:0", LIVE)
     stage.player.wait([request], 10)
     stage.tv_service.ask("fault", "mute", "off")
     wait_until(lambda: stage.host.ask("runlog", "1"), "the run log has the drop")
-    for service in PORTS:
-        come(stage, "keys", 200, service).wait()
+    for _ in range(2):
+        for them in ([come(stage, "keys", 200, service) for service in PORTS],
+                     [come(stage, "silent", 4 * PACES["silent"], service) for service in PORTS],
+                     both(stage, "hold", 200, stdin=subprocess.DEVNULL)):
+            if any(one.wait() != 0 for one in them):
+                raise Failure(f"warming up: they ended with {[one.returncode for one in them]}")
+    for name in ("TV service", "MM service"):
+        stage.judge(f"memory that the {name} keeps after many handshakes and streams",
+                    max(stage.lasting()[name].size()[2] - cold[name], 0), "KiB", 0, STREAM_MEMORY)
     stage.judge("requests dropped that a service has not answered", int(stage.player.dropped(request) is not None),
                 "requests", 1, 1)
 
@@ -149,14 +171,23 @@ def cut(stage, seconds, flood):
     stage.judge("messages of the cut that no counter has", flood + 2 - counted, "messages", 0, 0)
 
 
+def tls_clients(stage, kind, count, service, *words, **options):
+    """Clients from the receiver's host that speak TLS; see tls-clients.cpp."""
+    return subprocess.Popen([*stage.receiver.prefix, stage.receiver.binaries / "check-hosts-clients", kind,
+                             f"tcp://{network.SERVICE_HOST}:{PORTS[service]}", str(count), *map(str, words)],
+                            text=True, stdout=subprocess.PIPE, **options)
+
+
 def come(stage, kind, count, service="tvservice"):
-    """Strangers, from the receiver's host."""
-    words = [kind, network.SERVICE_HOST, str(PORTS[service]), str(count), stage.services.key]
-    return subprocess.Popen([*stage.receiver.prefix, sys.executable, network.HERE / "strangers.py", *words])
+    """Clients that nobody knows, from the receiver's host."""
+    if kind in ("keys", "wrong-keys"):
+        return tls_clients(stage, "unknown-keys", count, service, WRONG_KEYS if kind == "wrong-keys" else 0)
+    words = [kind, network.SERVICE_HOST, str(PORTS[service]), str(count)]
+    return subprocess.Popen([*stage.receiver.prefix, sys.executable, network.HERE / "raw_clients.py", *words])
 
 
 class Lines:
-    """Those that the services' logs have about strangers, from now on."""
+    """Those that the services' logs have about clients that they reject, from now on."""
 
     def __init__(self, stage):
         self.logs = [service.log for service in (stage.tv_service, stage.mm_service)]
@@ -178,7 +209,7 @@ class Lines:
 
 
 def trips_among(stage, them, what):
-    """Round trips until those strangers have all been turned away."""
+    """Round trips until those clients have all been rejected."""
     trips = round_trips(stage.player, lambda: any(one.poll() is None for one in them))
     if any(one.returncode != 0 for one in them):
         raise Failure(f"{what}: they ended with {[one.returncode for one in them]}")
@@ -189,26 +220,27 @@ def wait_for_refusals(stage, expected, what):
     wait_until(lambda: stage.refused() >= expected, f"{what}: {stage.refused()} of {expected} refusals are counted", 15)
 
 
-def strangers(stage, count):
+def unknown_clients(stage, count):
     """Those with unknown keys and those without any, as fast as they can come, while others go on playing."""
     begun = stage.refused()
     for number, (what, kind) in enumerate((("with unknown keys", "keys"), ("without keys", "plain")), 1):
         lines = Lines(stage)
         trips = trips_among(stage, [come(stage, kind, count)], what)
         wait_for_refusals(stage, begun + number * count, what)
-        lines.judge(stage, f"strangers {what}")
-        stage.judge(f"plays while strangers {what} come as fast as they can", len(trips), "requests", 1)
-        stage.judge(f"round trip while strangers {what} come as fast as they can, p99",
+        lines.judge(stage, f"clients {what}")
+        stage.judge(f"plays while clients {what} come as fast as they can", len(trips), "requests", 1)
+        stage.judge(f"round trip while clients {what} come as fast as they can, p99",
                     round(percentile(trips, 0.99) * 1e6), "us", 0, 100_000)
     stage.player.play_one()
-    stage.judge("strangers refused and counted", stage.refused() - begun, "strangers", 2 * count, 2 * count)
+    stage.judge("clients with unknown keys or none, refused and counted", stage.refused() - begun, "clients", 2 * count,
+                2 * count)
     if stage.host.statistics()["tvservice"]["reconnects"] > 2:
-        raise Failure("an honest connection was lost to strangers")
+        raise Failure("an honest connection was lost to unknown clients")
 
 
 def crowd(stage, rounds, seconds):
-    """Strangers of each kind that come to both services at an even pace; what an honest client notices of them."""
-    for kind, pace in crowds.PACES.items():
+    """Unknown clients of each kind that come to both services at an even pace; what an honest one notices of them."""
+    for kind, pace in PACES.items():
         begun, lines, ratios = stage.refused(), Lines(stage), []
         for _ in range(rounds):
             end = time.monotonic() + seconds
@@ -217,11 +249,11 @@ def crowd(stage, rounds, seconds):
             ratios.append(percentile(trips_among(stage, them, kind), 0.99) / percentile(quiet, 0.99))
         expected = rounds * pace * seconds * len(PORTS)
         wait_for_refusals(stage, begun + expected, kind)
-        stage.judge(f"crowd of strangers, {kind}: refused and counted", stage.refused() - begun, "connections",
+        stage.judge(f"crowd of unknown clients, {kind}: refused and counted", stage.refused() - begun, "connections",
                     expected, expected)
-        stage.judge(f"crowd of strangers, {kind}: p99 beside that without them, median of the rounds",
+        stage.judge(f"crowd of unknown clients, {kind}: p99 beside that without them, median of the rounds",
                     round(percentile(ratios, 0.5) * 100), "%", 0, 200)
-        lines.judge(stage, f"the crowd of strangers, {kind}")
+        lines.judge(stage, f"the crowd of unknown clients, {kind}")
 
 
 def round_trips(player, wanted):
@@ -233,6 +265,151 @@ def round_trips(player, wanted):
             raise Failure(f"{len(answers)} answers to {len(requests)} requests")
         trips += filter(None, map(player.round_trip, requests))
     return trips
+
+
+class Watch:
+    """Honest plays beside clients that break the rules with a known key, and what these make the services use."""
+
+    def __init__(self, stage):
+        self.stage = stage
+        self.services = {"TV service": stage.tv_service, "MM service": stage.mm_service}
+        self.before, self.peaks = self.sizes(), self.sizes()
+        self.trips = []
+        self.counted = {name: self.counters(service) for name, service in self.services.items()}
+
+    @staticmethod
+    def counters(service):
+        return service.statistics()[programs.SERVICES[service.name]]
+
+    def sizes(self):
+        return {name: service.size() for name, service in self.services.items()}
+
+    def grown(self, counter):
+        """What each service has counted since the beginning."""
+        return {name: self.counters(service)[counter] - self.counted[name][counter]
+                for name, service in self.services.items()}
+
+    def play(self):
+        """A request to each service."""
+        for uri in (LIVE, MEDIA):
+            self.trips.append(self.stage.player.play_one(uri=uri))
+        for name, size in self.sizes().items():
+            self.peaks[name] = max(self.peaks[name], size, key=lambda one: one[2])
+
+    def play_until_over(self, them, what):
+        """Plays, at least once, while those clients are there."""
+        self.play()
+        while any(one.poll() is None for one in them):
+            self.play()
+        if any(one.returncode != 0 for one in them):
+            raise Failure(f"{what}: they ended with {[one.returncode for one in them]}")
+
+    def expect(self, counter, expected, what):
+        """That each service counts just so many."""
+        wait_until(lambda: all(count >= expected[name] for name, count in self.grown(counter).items()),
+                   f"{what}: {expected} in '{counter}'; there are {self.grown(counter)}")
+        self.stage.judge(f"{what}: counted in '{counter}'", sum(self.grown(counter).values()), "", sum(expected.values()),
+                         sum(expected.values()))
+
+    def judge(self, what, most, kept=KEPT_MEMORY):
+        """The slowest play, and memory in KiB: at most so much at a time, and so much afterwards."""
+        self.stage.judge(f"{what}: slowest of {len(self.trips)} plays meanwhile", round(max(self.trips) * 1e3), "ms", 0,
+                         SLOWEST_PLAY)
+        wait_until(lambda: all(size[:2] <= self.before[name][:2] for name, size in self.sizes().items()),
+                   f"{what}: descriptors and threads are given back")
+        for name, after in self.sizes().items():
+            before = self.before[name][2]
+            self.stage.judge(f"{what}: memory of the {name} meanwhile", max(self.peaks[name][2] - before, 0), "KiB", 0,
+                             most)
+            self.stage.judge(f"{what}: memory of the {name} afterwards", max(after[2] - before, 0), "KiB", 0, kept)
+
+
+def both(stage, kind, count, *words, **options):
+    """Clients of both services with the receiver's own key."""
+    return [tls_clients(stage, kind, count, service, stage.receiver.key_file, *words, **options) for service in PORTS]
+
+
+def made_by(them):
+    """How many connections the clients of each service have made."""
+    return dict(zip(("TV service", "MM service"), (int(one.stdout.read()) for one in them)))
+
+
+def known_key(stage, records, updates):
+    """What somebody can do who has the receiver's key, beside the receiver that goes on playing."""
+    watch = Watch(stage)
+    them = both(stage, "garbage", records)
+    watch.play_until_over(them, "garbage")
+    watch.expect("refused", made_by(them), f"{records:,} records of garbage to each service, with a known key")
+    watch.judge("garbage with a known key", STREAM_MEMORY)
+    for size, count in ((36, records), (65_000, records // 100)):
+        watch = Watch(stage)
+        watch.play_until_over(both(stage, "messages", count, size), f"messages of {size} bytes")
+        what = f"unknown messages of {size:,} bytes"
+        watch.expect("undecodable", dict.fromkeys(watch.services, count), what)
+        watch.judge(what, STREAM_MEMORY)
+    watch = Watch(stage)
+    watch.play_until_over(both(stage, "key-updates", updates), "new keys")
+    watch.judge(f"{updates:,} new keys on a connection to each service", STREAM_MEMORY)
+
+
+def hold(stage, count, notifications):
+    """Somebody who has the receiver's key takes all connections that the key may have, and never reads."""
+    most = STREAM_MEMORY + STREAMS * QUEUED_MEMORY
+    # At first the C library keeps some of the memory for later; then there is enough.
+    for when, kept in (("at first", most), ("again", KEPT_MEMORY)):
+        watch = Watch(stage)
+        them = both(stage, "hold", count, stdin=subprocess.PIPE)
+        accepted = [int(one.stdout.readline()) for one in them]
+        # Each service has the receiver itself, too.
+        stage.judge(f"{count} connections at once to each service with a known key, {when}: accepted", sum(accepted),
+                    "connections", 2 * (STREAMS - 1), 2 * (STREAMS - 1))
+        watch.expect("refused", dict.fromkeys(watch.services, count - STREAMS + 1),
+                     f"connections beyond those of a key, {when}")
+        for number in range(notifications):
+            stage.tv_service.ask("emit", "TvServicePlayInfo", NOTIFICATION)
+            if number % 20 == 0:
+                watch.play()
+        stage.judge(f"messages that wait for clients that never read, {when}",
+                    watch.counters(stage.tv_service)["queued"], "messages", 1, STREAMS * QUEUE)
+        for one in them:
+            one.stdin.close()
+        watch.play_until_over(them, "clients that never read")
+        watch.judge(f"clients that never read, {when}", most, kept)
+
+
+def reconnects(stage, rounds):
+    """The receiver connects anew, again and again, beside clients of all kinds."""
+    watch = Watch(stage)
+    them, succeeded, slowest = [], 0, 0.0
+
+    def crowd_again():
+        """Every kind is there at any time."""
+        for kind in ("junk", "keys", "plain"):
+            for service in PORTS:
+                if not any(one.poll() is None for k, s, one in them if (k, s) == (kind, service)):
+                    them.append((kind, service, tls_clients(stage, kind, JUNK, service, stage.receiver.key_file)
+                                 if kind == "junk" else come(stage, kind, JUNK, service)))
+
+    for _ in range(rounds):
+        crowd_again()
+        stage.host.kill()
+        begun = time.monotonic()
+        stage.start_host()
+        slowest = max(slowest, time.monotonic() - begun)
+        crowd_again()
+        watch.play()
+        succeeded += 1
+    wait_until(lambda: all(one.poll() is not None for _, _, one in them), "the junk comes to its end", 60)
+    if any(one.returncode != 0 for _, _, one in them):
+        raise Failure(f"junk: ended with {[(kind, one.returncode) for kind, _, one in them]}")
+    names = dict(zip(PORTS, watch.services))
+    expected = dict.fromkeys(watch.services, 0)
+    for _, service, _ in them:
+        expected[names[service]] += JUNK
+    watch.expect("refused", expected, "junk connections while a receiver restarts")
+    stage.judge("restarts of a receiver among them that got its connections", succeeded, "restarts", rounds, rounds)
+    stage.judge("slowest of them", round(slowest * 1e3), "ms", 0, 5000)
+    watch.judge("junk while a receiver restarts", STREAM_MEMORY)
 
 
 def restarts(stage):
