@@ -46,13 +46,6 @@ struct AskedKeys : KeyCheck {
     int asked = 0;
 };
 
-// Everything that is sent at one end of a pair is forgotten.
-void drain(int socket) {
-    std::array<char, 4096> bytes;
-    while (::recv(socket, bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
-    }
-}
-
 class Reader final : public host::io::StreamUser, public std::enable_shared_from_this<Reader> {
 public:
     explicit Reader(std::unique_ptr<host::io::Stream> stream) : stream_(std::move(stream)) {}
@@ -100,20 +93,29 @@ public:
 
 private:
     explicit Conversation(std::pair<FileDescriptor, FileDescriptor> ends)
-        : clientSocket_(std::move(ends.first)),
-          client_(*common()->tls, clientSocket_.get(), false, anyKey_) {
+        : clientSocket_(std::move(ends.first)), client_(*common()->tls, clientSocket_.get(), false, anyKey_) {
         auto service = std::make_unique<Session>(*common()->tls, ends.second.get(), true, anyKey_);
         Progress ours{}, theirs{};
         for (int turns = 0; ours != Progress::done || theirs != Progress::done; ++turns) {
             expect(turns < 100, "keys are proven");
             theirs = client_.handshake();
+            take(ends.second.get(), *service);
             ours = service->handshake();
+            take(clientSocket_.get(), client_);
         }
         expect(anyKey_.asked == 2, "each side has looked at the other's key");
         reader_ = std::make_shared<Reader>(
             makeStream(common(), {io_, boost::asio::ip::tcp::v4(), ends.second.release()}, std::move(service),
                        std::make_shared<const std::string>(keys().publicKey)));
         reader_->read();
+    }
+
+    // What has arrived at a socket, if the session wants more.
+    static void take(int socket, Session& session) {
+        if (session.hasInput()) return;
+        const ssize_t count = ::recv(socket, session.room(), Session::roomBytes, MSG_DONTWAIT);
+        if (count >= 0 || errno != EAGAIN)
+            session.arrived(count > 0 ? static_cast<std::size_t>(count) : 0, count < 0 ? errno : 0);
     }
 
     void turn() {
@@ -148,6 +150,7 @@ private:
             }
             case 3: {
                 std::string room(1 + source.number(2) % 20'000, '\0');
+                take(clientSocket_.get(), client_);
                 if (client_.read(room.data(), room.size(), count) != Progress::done) return;
                 expect(answered_.compare(0, count, room, 0, count) == 0, "what is answered arrives");
                 answered_.erase(0, count);
@@ -184,32 +187,22 @@ void tlsBefore(Input input) {
     Source source(input);
     const bool serving = (source.byte() & 1) != 0;
     const std::size_t chunk = std::size_t{1} + source.byte();
-    auto ends = socketPair();
-    const FileDescriptor ours = std::move(ends.first);
-    FileDescriptor& theirs = ends.second;
+    const auto [ours, theirs] = socketPair();
     AskedKeys check;
     Session session(*common()->tls, ours.get(), serving, check);
-    Progress progress = Progress::again;
-    const auto proceed = [&] {
-        for (int steps = 0; progress != Progress::over; ++steps) {
+    Progress progress = session.handshake();
+    const auto feed = [&](Input bytes) {
+        std::copy(bytes.begin(), bytes.end(), session.room());
+        session.arrived(bytes.size(), 0);
+        for (int steps = 0; progress != Progress::over && (steps == 0 || progress != Progress::needsInput); ++steps) {
             expect(steps < 10'000, "a handshake asks for no more than there is");
             progress = session.handshake();
             expect(progress != Progress::done, "nobody gets through without a key");
-            drain(theirs.get());
-            if (progress == Progress::needsInput) return;
+            expect(progress != Progress::needsRoom, "a handshake says little to somebody without a key");
         }
     };
-    proceed();
-    while (progress != Progress::over && !source.rest().empty()) {
-        const Input bytes = source.upTo(chunk);
-        expect(::send(theirs.get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL) ==
-                   static_cast<ssize_t>(bytes.size()),
-               "the socket takes it");
-        progress = Progress::again;
-        proceed();
-    }
-    theirs.reset();
-    progress = progress == Progress::over ? progress : session.handshake();
+    while (progress != Progress::over && !source.rest().empty()) feed(source.upTo(chunk));
+    if (progress != Progress::over) feed({});
     expect(progress == Progress::over, "a handshake ends with its peer");
     expect(*session.reason() != '\0', "an end has a reason");
 }

@@ -91,8 +91,12 @@ struct RemotePeer::State {
             if (progress == Session::Progress::done) return true;
             if (progress == Session::Progress::over) return false;
             if (progress == Session::Progress::again) continue;
-            pollfd item{socket.get(), static_cast<short>(progress == Session::Progress::needsRoom ? POLLOUT : POLLIN), 0};
+            const bool input = progress == Session::Progress::needsInput;
+            pollfd item{socket.get(), static_cast<short>(input ? POLLIN : POLLOUT), 0};
             if (::poll(&item, 1, 10000) <= 0) return false;
+            if (!input) continue;
+            const ssize_t count = ::recv(socket.get(), session.room(), Session::roomBytes, 0);
+            session.arrived(count > 0 ? static_cast<std::size_t>(count) : 0, count < 0 ? errno : 0);
         }
     }
 

@@ -22,7 +22,7 @@ public:
     explicit RemotePeer(const std::string& address, Fault fault = Fault::none);
     ~RemotePeer();
 
-    bool isAccepted(); // whether the service has said something
+    bool isAccepted();                  // whether the service has said something
     bool say(const std::string& bytes); // whether the other side took them all
     void sayKeyUpdate();
     // As many bytes as there are until the end, or the time is over.

@@ -58,7 +58,8 @@ protected:
         const auto counted = accounted();
         support::RemotePeer peer(path);
         peer.say(hello + frameOf(numberMeta, 4, "abcd"));
-        EXPECT_TRUE(eventually([&] { return serverInbox.size() > taken || accounted() > counted; })) << "lost, but not counted";
+        EXPECT_TRUE(eventually([&] { return serverInbox.size() > taken || accounted() > counted; }))
+            << "lost, but not counted";
         return serverInbox.size() > taken;
     }
     std::uint64_t accounted() {

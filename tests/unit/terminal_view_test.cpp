@@ -133,7 +133,7 @@ TEST_F(Terminals, AreListedWithBothAnswersInFull) {
 }
 
 TEST_F(Terminals, ForgetTheOneThatWasAnsweredLongestAgoWhenThereAreTooMany) {
-    const host::LogCapture log({control::logModule});
+    const host::LogCapture log({control::controlLog});
     const int most = static_cast<int>(control::TerminalView::mostTerminals);
     for (int id = 0; id < most; ++id) answer("1", "dvb://1", 0, {0, id});
     answer("2", "dvb://2", 0, {0, 0}); // no longer the oldest
@@ -146,7 +146,7 @@ TEST_F(Terminals, ForgetTheOneThatWasAnsweredLongestAgoWhenThereAreTooMany) {
 }
 
 TEST_F(Terminals, HoldABoundedNumberOfBytesWhateverServicesSend) {
-    const host::LogCapture log({control::logModule});
+    const host::LogCapture log({control::controlLog});
     constexpr std::size_t mebibyte = 1024 * 1024;
     const std::string uri(mebibyte / 16, 'x');
     frame::MsgIds ids;

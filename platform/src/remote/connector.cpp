@@ -25,10 +25,7 @@ class Attempt final : public Negotiation {
 public:
     Attempt(boost::asio::io_context& io, std::shared_ptr<Common> common, std::shared_ptr<const std::string> serviceKey,
             io::Connector::Answer answer)
-        : Negotiation(io),
-          common_(std::move(common)),
-          serviceKey_(std::move(serviceKey)),
-          answer_(std::move(answer)) {}
+        : Negotiation(io), common_(std::move(common)), serviceKey_(std::move(serviceKey)), answer_(std::move(answer)) {}
 
     void begin() { failAfter(attemptLimit, "no answer within 5 s"); }
 
@@ -78,8 +75,6 @@ private:
 
     std::string whyOver() const override {
         if (!otherKey_.empty()) return "it has another key than this machine expects of the service: " + otherKey_;
-        if (session->verdict() == Verdict::unknownKey) return "it does not let this machine's key in";
-        if (session->verdict() == Verdict::tooMany) return "it takes no more connections with this machine's key";
         return std::string("it broke off while the keys were proven: ") + session->reason();
     }
 

@@ -126,8 +126,10 @@ KeyPair readKeys(const std::string& file) {
     }
     KeyPair keys{keyIn(table, "public", file), keyIn(table, "secret", file)};
     if (keys.publicKey.size() == earlierKeyCharacters && keys.secretKey.size() == earlierKeyCharacters)
-        refuse(file, "keys of an earlier version, which cannot be used any more: move the file away, make a new pair with "
-                     "'tvctl keygen " + file + "' and give its public key to the other hosts");
+        refuse(file,
+               "keys of an earlier version, which cannot be used any more: move the file away, make a new pair with "
+               "'tvctl keygen " +
+                   file + "' and give its public key to the other hosts");
     const std::string publicKey = publicKeyOf(keys.secretKey);
     if (publicKey.empty() || publicKey != keys.publicKey) refuse(file, "its keys are no pair of keys");
     return keys;
@@ -135,7 +137,8 @@ KeyPair readKeys(const std::string& file) {
 
 void checkKey(const std::string& key, const std::string& what) {
     if (bytesOf(key)) return;
-    const char* const hint = key.size() == earlierKeyCharacters ? " (that of an earlier version? see tvctl keygen)" : "";
+    const char* const hint =
+        key.size() == earlierKeyCharacters ? " (that of an earlier version? see tvctl keygen)" : "";
     throw std::runtime_error(what + ": not a key of " + std::to_string(keyCharacters) + " characters: \"" + key + '"' +
                              hint);
 }

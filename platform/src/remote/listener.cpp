@@ -51,7 +51,7 @@ public:
 
     void begin() {
         failAfter(handshakeLimit, "did not prove a key within 3 s");
-        awaitInput();
+        awaitBytes();
     }
     bool hasSpoken() const { return session != nullptr; }
 
@@ -246,7 +246,6 @@ void Newcomer::onFailed(const char* reason) noexcept {
 
 std::string Newcomer::whyOver() const {
     if (!refusal_.empty()) return refusal_;
-    if (session->verdict() == Verdict::unknownKey) return "expects another key of this service";
     return std::string("broke off before it had proven a key: ") + session->reason();
 }
 

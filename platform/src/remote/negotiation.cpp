@@ -2,6 +2,8 @@
 
 #include "io/log.h"
 
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
 #include <boost/asio/post.hpp>
 #include <exception>
 
@@ -15,7 +17,17 @@ void Negotiation::failAfter(std::chrono::seconds limit, const char* reason) {
 }
 
 void Negotiation::awaitInput() {
-    socket.async_wait(socket.wait_read, [self = shared_from_this()](const boost::system::error_code&) { self->proceed(); });
+    socket.async_read_some(boost::asio::buffer(session->room(), Session::roomBytes),
+                           [self = shared_from_this()](const boost::system::error_code& error, std::size_t count) {
+                               if (self->over_) return;
+                               self->session->arrived(count, error == boost::asio::error::eof ? 0 : error.value());
+                               self->proceed();
+                           });
+}
+
+void Negotiation::awaitBytes() {
+    socket.async_wait(socket.wait_read,
+                      [self = shared_from_this()](const boost::system::error_code&) { self->proceed(); });
 }
 
 void Negotiation::proceed() noexcept {

@@ -25,7 +25,7 @@ protected:
     // Takes a step and comes back when there is more to do, or fails for want of memory.
     void proceed() noexcept;
     void failAfter(std::chrono::seconds limit, const char* reason);
-    void awaitInput();
+    void awaitBytes(); // the first ones, for which there need be no session yet
     bool isOver() const { return over_; }
 
     virtual Session::Progress advance() = 0; // may throw
@@ -37,6 +37,7 @@ protected:
     std::unique_ptr<Session> session;
 
 private:
+    void awaitInput();
     void end() noexcept;
 
     boost::asio::steady_timer timer_;

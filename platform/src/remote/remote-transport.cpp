@@ -49,8 +49,8 @@ Address everyAddress(const std::string& port) {
 
 std::shared_ptr<Common> makeCommon() {
     const Setting file = needed("keys.file", "connections to other hosts need this machine's keys");
-    return std::make_shared<Common>(Common{makeContext(readKeys(file.text)),
-                                           std::chrono::milliseconds(config::numberOf("remote.heartbeat_ms")), {}});
+    return std::make_shared<Common>(Common{
+        makeContext(readKeys(file.text)), std::chrono::milliseconds(config::numberOf("remote.heartbeat_ms")), {}});
 }
 
 std::unique_ptr<io::Connector> makeConnector(boost::asio::io_context& io, std::shared_ptr<Common> common,

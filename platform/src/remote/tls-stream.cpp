@@ -118,7 +118,7 @@ private:
     // Not by waiting until the socket is readable: that is a call of the system more for each message.
     void awaitInput(User user) {
         socket_.async_read_some(
-            boost::asio::buffer(session_->wireRoom(), Session::wireRoomBytes),
+            boost::asio::buffer(session_->room(), Session::roomBytes),
             [this, user = std::move(user)](const boost::system::error_code& error, std::size_t count) {
                 {
                     std::lock_guard lock(mutex_);

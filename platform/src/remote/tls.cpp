@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
-#include <cstdint>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -14,7 +12,6 @@
 #include <openssl/x509.h>
 #include <stdexcept>
 #include <sys/socket.h>
-#include <utility>
 
 namespace host::remote {
 namespace {
@@ -94,7 +91,8 @@ Context makeContext(const KeyPair& keys) {
 }
 
 Session::Session(SSL_CTX& context, int socket, bool serving, KeyCheck& check)
-    : wire_{socket, 0, false, false}, ssl_(SSL_new(&context)) {
+    : ssl_(SSL_new(&context)) {
+    wire_.socket = socket;
     BIO* const wire = ssl_ ? makeWireEnd(wire_) : nullptr;
     if (!wire) throw std::bad_alloc();
     SSL_set_bio(ssl_.get(), wire, wire);
@@ -125,38 +123,18 @@ BIO* Session::makeWireEnd(Wire& wire) {
 int Session::readWire(BIO* bio, char* room, int size) {
     Wire& wire = *static_cast<Wire*>(BIO_get_data(bio));
     BIO_clear_retry_flags(bio);
-    if (wire.arrived) {
-        const int count = readArrived(wire, room, size);
-        if (wire.dry) BIO_set_retry_read(bio);
-        return count;
-    }
-    const ssize_t count = ::recv(wire.socket, room, static_cast<std::size_t>(size), MSG_DONTWAIT);
-    wire.ended = count == 0;
-    wire.dry = count < 0 && errno == EAGAIN;
-    if (wire.dry || (count < 0 && errno == EINTR))
-        BIO_set_retry_read(bio);
-    else
-        wire.error = count < 0 ? errno : 0;
-    return static_cast<int>(count);
-}
-
-int Session::readArrived(Wire& wire, char* room, int size) {
     const std::size_t count = std::min(static_cast<std::size_t>(size), wire.last - wire.first);
-    std::memcpy(room, wire.arrived.get() + wire.first, count);
+    if (count == 0 && !wire.ended && wire.readError == 0) BIO_set_retry_read(bio);
+    if (count == 0) return wire.ended ? 0 : -1;
+    std::memcpy(room, wire.room.data() + wire.first, count);
     wire.first += count;
-    wire.dry = count == 0 && !wire.ended && wire.error == 0;
-    return count > 0 ? static_cast<int>(count) : wire.ended ? 0 : -1;
-}
-
-char* Session::wireRoom() {
-    if (!wire_.arrived) wire_.arrived.reset(new char[wireRoomBytes]);
-    return wire_.arrived.get();
+    return static_cast<int>(count);
 }
 
 void Session::arrived(std::size_t count, int error) noexcept {
     wire_.first = 0;
     wire_.last = count;
-    wire_.error = error;
+    wire_.readError = error;
     wire_.ended = count == 0 && error == 0;
 }
 
@@ -168,7 +146,7 @@ int Session::writeWire(BIO* bio, const char* data, int size) {
     if (count < 0 && (errno == EAGAIN || errno == EINTR || errno == ENOBUFS || errno == ENOMEM))
         BIO_set_retry_write(bio);
     else
-        wire.error = count < 0 ? errno : 0;
+        wire.sendError = count < 0 ? errno : 0;
     return static_cast<int>(count);
 }
 
@@ -177,7 +155,7 @@ Session::Progress Session::progressAfter(int result) noexcept {
         case SSL_ERROR_NONE:
             return Progress::done;
         case SSL_ERROR_WANT_READ:
-            return std::exchange(wire_.dry, false) ? Progress::needsInput : Progress::again;
+            return wire_.first == wire_.last ? Progress::needsInput : Progress::again;
         case SSL_ERROR_WANT_WRITE:
             return Progress::needsRoom;
         default:
@@ -199,16 +177,14 @@ Session::Progress Session::awaitAcceptance() noexcept {
 
 Session::Progress Session::read(char* room, std::size_t size, std::size_t& count) noexcept {
     ERR_clear_error();
-    const int result = SSL_read(ssl_.get(), room, static_cast<int>(std::min<std::size_t>(size, INT_MAX)));
-    count = result > 0 ? static_cast<std::size_t>(result) : 0;
-    return progressAfter(result);
+    count = 0;
+    return progressAfter(SSL_read_ex(ssl_.get(), room, size, &count));
 }
 
 Session::Progress Session::write(const char* data, std::size_t size, std::size_t& count) noexcept {
     ERR_clear_error();
-    const int result = SSL_write(ssl_.get(), data, static_cast<int>(std::min<std::size_t>(size, INT_MAX)));
-    count = result > 0 ? static_cast<std::size_t>(result) : 0;
-    return progressAfter(result);
+    count = 0;
+    return progressAfter(SSL_write_ex(ssl_.get(), data, size, &count));
 }
 
 void Session::probe() noexcept {
@@ -224,25 +200,19 @@ void Session::end() noexcept {
 }
 
 const char* Session::reason() const noexcept {
+    if (ERR_GET_LIB(fault_) == ERR_LIB_SSL && ERR_GET_REASON(fault_) == firstAlertFault + unknownKeyAlert)
+        return "it does not let this machine's key in";
+    if (ERR_GET_LIB(fault_) == ERR_LIB_SSL && ERR_GET_REASON(fault_) == firstAlertFault + tooManyAlert)
+        return "it takes no more connections with this machine's key";
     if (const char* const text = fault_ != 0 ? ERR_reason_error_string(fault_) : nullptr) return text;
-    if (wire_.error != 0) return strerrordesc_np(wire_.error);
+    if (const int error = wire_.readError != 0 ? wire_.readError : wire_.sendError; error != 0)
+        return strerrordesc_np(error);
     return isFault() ? "out of memory" : "End of file";
 }
 
 bool Session::isFault() const noexcept {
-    return !wire_.ended && wire_.error == 0 && (SSL_get_shutdown(ssl_.get()) & SSL_RECEIVED_SHUTDOWN) == 0;
-}
-
-Verdict Session::verdict() const noexcept {
-    if (ERR_GET_LIB(fault_) != ERR_LIB_SSL) return Verdict::none;
-    switch (ERR_GET_REASON(fault_) - firstAlertFault) {
-        case unknownKeyAlert:
-            return Verdict::unknownKey;
-        case tooManyAlert:
-            return Verdict::tooMany;
-        default:
-            return Verdict::none;
-    }
+    return !wire_.ended && wire_.readError == 0 && wire_.sendError == 0 &&
+           (SSL_get_shutdown(ssl_.get()) & SSL_RECEIVED_SHUTDOWN) == 0;
 }
 
 } // namespace host::remote

@@ -4,6 +4,7 @@
 
 #include <host/keys.h>
 
+#include <array>
 #include <cstddef>
 #include <memory>
 #include <openssl/ssl.h>
@@ -29,15 +30,13 @@ protected:
     ~KeyCheck() = default;
 };
 
-// What a peer that closed the connection said about this machine's key.
-enum class Verdict { none, unknownKey, tooMany };
-
-// TLS over a connected socket that does not block. Not safe to use from two threads at once.
+// TLS over a connected socket that does not block. Sends by itself; what arrives at the socket is handed to it. Not
+// safe to use from two threads at once, but for the room.
 class Session {
 public:
-    // done: the step succeeded; needsInput, needsRoom: try again once the socket is readable or writable (write: with
-    // the same bytes in front); again: try again, but look after others first; over: there will be nothing more, and
-    // reason() says why.
+    // done: the step succeeded; needsInput: try again when more has arrived; needsRoom: once the socket is writable
+    // (write: with the same bytes in front); again: try again, but look after others first; over: there will be nothing
+    // more, and reason() says why.
     enum class Progress { done, needsInput, needsRoom, again, over };
 
     // The check has to last until the handshake is done. Throws std::bad_alloc.
@@ -45,23 +44,21 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
+    // Where the bytes of the socket go, many records at once, while hasInput is false; arrived tells what came: count
+    // bytes, or none and an errno, 0 being the peer's end.
+    static constexpr std::size_t roomBytes = 32 * 1024;
+    char* room() noexcept { return wire_.room.data(); }
+    void arrived(std::size_t count, int error) noexcept;
+    // Whether there may be something for read in what has arrived.
+    bool hasInput() const noexcept { return wire_.first < wire_.last || SSL_pending(ssl_.get()) > 0; }
+
     Progress handshake() noexcept;
     // A client's handshake is done before the service has looked at its key. This is done once the service has sent
     // something, hence accepted the client.
     Progress awaitAcceptance() noexcept;
-
     Progress read(char* room, std::size_t size, std::size_t& count) noexcept;
     // Takes one record at most, of 16 KiB.
     Progress write(const char* data, std::size_t size, std::size_t& count) noexcept;
-
-    // Once the handshake is done, whoever has the session may read the socket itself, many records in one call: into
-    // wireRoom, as long as hasInput is false. arrived hands over what came: count bytes, or none and an errno, 0 being
-    // the peer's end. From the first wireRoom on read takes these bytes only. Throws std::bad_alloc.
-    static constexpr std::size_t wireRoomBytes = 32 * 1024;
-    char* wireRoom();
-    void arrived(std::size_t count, int error) noexcept;
-    // Whether there may be bytes for read that have arrived already.
-    bool hasInput() const noexcept { return wire_.first < wire_.last || SSL_pending(ssl_.get()) > 0; }
     // Sends the peer something that its system has to acknowledge but its application does not see: new keys.
     void probe() noexcept;
     // Tells the peer that nothing more will come, and leaves the socket alone from then on.
@@ -70,23 +67,19 @@ public:
     // When it is over. isFault: the peer broke the protocol, or there was no memory; else it has gone.
     const char* reason() const noexcept;
     bool isFault() const noexcept;
-    Verdict verdict() const noexcept;
 
 private:
     Progress progressAfter(int result) noexcept;
 
     struct Wire {
-        int socket;
-        int error;  // why the last call of the system failed for good, or 0
-        bool dry;   // whether the socket had nothing when it was read last
-        bool ended; // whether the peer has closed its side
-        // What has arrived and is not read yet, once the socket is read by others.
-        std::unique_ptr<char[]> arrived = nullptr;
+        int socket = -1;
+        int readError = 0, sendError = 0; // why no more can come, or go
+        bool ended = false;               // whether the peer has closed its side
         std::size_t first = 0, last = 0;
+        std::array<char, roomBytes> room;
     };
     static BIO* makeWireEnd(Wire& wire);
     static int readWire(BIO* bio, char* room, int size);
-    static int readArrived(Wire& wire, char* room, int size);
     static int writeWire(BIO* bio, const char* data, int size);
 
     Wire wire_;
