@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <mutex>
 #include <netdb.h>
+#include <netinet/tcp.h>
 #include <stdexcept>
 #include <thread>
 
@@ -279,6 +280,24 @@ TEST_F(BetweenHosts, DeliversWhatWasSentBeforeAStopToAClientThatGoesOnSending) {
     EXPECT_TRUE(eventually([&] { return delivered() >= expected; })) << delivered() << " of " << expected;
     enough = true;
     asking.join();
+}
+
+// Both come in one piece, which the system holds together.
+TEST_F(BetweenHosts, DeliversWhatCameBeforeABrokenRecordAndTellsWhatIsBroken) {
+    const host::LogCapture log({0x0202});
+    startServer();
+    support::RemotePeer peer(path);
+    ASSERT_TRUE(peer.isAccepted());
+    const auto hold = [&](int on) { EXPECT_EQ(0, setsockopt(peer.socket(), IPPROTO_TCP, TCP_CORK, &on, sizeof on)); };
+    hold(1);
+    peer.say(honestHello());
+    for (std::uint32_t i = 0; i < 3; ++i) peer.say(frameOf(numberMeta, 4, words({i}, false)));
+    const std::string broken = std::string("\x17\x03\x03\x00\x20", 5) + std::string(32, 'x');
+    EXPECT_EQ(static_cast<ssize_t>(broken.size()), ::send(peer.socket(), broken.data(), broken.size(), MSG_NOSIGNAL));
+    hold(0);
+    EXPECT_TRUE(log.waitFor("disconnected: decryption failed or bad record mac", 10s));
+    EXPECT_EQ((std::vector<std::uint32_t>{0, 1, 2}), serverInbox.numbers);
+    EXPECT_EQ(1u, atServer().refused);
 }
 
 TEST_F(BetweenHosts, FindsAServiceByTheNameOfItsHost) {

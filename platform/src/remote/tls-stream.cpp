@@ -161,11 +161,16 @@ private:
 
     void end(io::StreamUser& user) {
         std::string reason = "broken"; // without memory for more
-        try {
-            reason = silent_ ? "the peer does not answer" : session_->reason();
-        } catch (const std::exception&) {
+        bool fault;
+        {
+            std::lock_guard lock(mutex_); // others may still be sending
+            fault = session_->isFault();
+            try {
+                reason = silent_ ? "the peer does not answer" : session_->reason();
+            } catch (const std::exception&) {
+            }
         }
-        session_->isFault() ? user.onFault(reason) : user.onEnd(reason);
+        fault ? user.onFault(reason) : user.onEnd(reason);
     }
 
     // Each heartbeat sends something unless the last one's time did, and looks whether the peer's system acknowledged
