@@ -62,7 +62,8 @@ def try_key_files(attempt, who, own, configuration):
     os.chown(own, os.geteuid(), -1)
     malformed = own.with_name("malformed")
     earlier = f"public = '{'a' * 40}'\nsecret = '{'b' * 40}'\n"
-    for text, why in ((earlier, f"{malformed}: keys of an earlier version.*move the file away.*'tvctl keygen {malformed}'"),
+    advice = f"{malformed}: keys of an earlier version.*move the file away.*'tvctl keygen {malformed}'"
+    for text, why in ((earlier, advice),
                       ("public = \n", "malformed:1: not TOML"), ("public = 'x'\n", 'has no "secret" key'),
                       ("public = 'x'\nsecret = 'y'\n", "its keys are no pair of keys"), ("", 'has no "public" key')):
         malformed.write_text(text, encoding="ascii")

@@ -42,7 +42,8 @@ def record(kind, content):
 def plain_words(number, source):
     """What a client says, or nothing for one that waits to be rejected."""
     hello = client_hello()
-    return (b"", b"GET / HTTP/1.0\r\n\r\n", client_hello(ssl.TLSVersion.TLSv1_2), hello[:source.randrange(1, len(hello))],
+    return (b"", b"GET / HTTP/1.0\r\n\r\n", client_hello(ssl.TLSVersion.TLSv1_2),
+            hello[:source.randrange(1, len(hello))],
             source.randbytes(source.randrange(1, 300)),
             record(22, b"\x01\x02\x00\x00" + source.randbytes(16000)),  # a ClientHello of 128 KiB, of which this comes
             record(source.choice((20, 21, 23, 24, 99)), source.randbytes(100)),

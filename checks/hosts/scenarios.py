@@ -21,8 +21,8 @@ JUNK = 250    # connections of one kind to one service at a time
 NOTIFICATION = json.dumps({"info": {"strParam1": "x" * 500}})
 SLOWEST_PLAY = 2000  # ms
 # In KiB. A stream has the TLS library's session with a record each way, at most 50, and a receive buffer, which doubles
-# from 64 to 128 for a message of 65,000 bytes. A connection that has not proven its key has at most 170, mostly the first
-# message that it announces, and there are at most 256 of them.
+# from 64 to 128 for a message of 65,000 bytes. A connection that has not proven its key has at most 170, mostly the
+# first message that it announces, and there are at most 256 of them.
 STREAM_MEMORY = STREAMS * (50 + 128) + 256 * 170
 QUEUED_MEMORY = QUEUE * 1  # of a stream: the notifications above, with their heads
 KEPT_MEMORY = 1024
@@ -308,8 +308,8 @@ class Watch:
         """That each service counts just so many."""
         wait_until(lambda: all(count >= expected[name] for name, count in self.grown(counter).items()),
                    f"{what}: {expected} in '{counter}'; there are {self.grown(counter)}")
-        self.stage.judge(f"{what}: counted in '{counter}'", sum(self.grown(counter).values()), "", sum(expected.values()),
-                         sum(expected.values()))
+        total = sum(expected.values())
+        self.stage.judge(f"{what}: counted in '{counter}'", sum(self.grown(counter).values()), "", total, total)
 
     def judge(self, what, most, kept=KEPT_MEMORY):
         """The slowest play, and memory in KiB: at most so much at a time, and so much afterwards."""
