@@ -95,7 +95,7 @@ private:
     explicit Conversation(std::pair<FileDescriptor, FileDescriptor> ends)
         : clientSocket_(std::move(ends.first)), client_(*common()->tls, clientSocket_.get(), false, anyKey_) {
         auto service = std::make_unique<Session>(*common()->tls, ends.second.get(), true, anyKey_);
-        Progress ours{}, theirs{};
+        auto ours = Progress::again, theirs = Progress::again;
         for (int turns = 0; ours != Progress::done || theirs != Progress::done; ++turns) {
             expect(turns < 100, "keys are proven");
             theirs = client_.handshake();

@@ -23,8 +23,9 @@ using User = std::shared_ptr<io::StreamUser>;
 
 // The peer's system may keep an acknowledgement back for 200 ms.
 constexpr std::chrono::milliseconds shortestSilence = 500ms;
-// Of a peer that takes nothing now, whose system still has to answer when it is asked whether there is room again.
-constexpr unsigned mostUnansweredQuestions = 3;
+// The system asks again and again, ever more rarely, whether a peer that takes nothing now has room again, and whether
+// a line of its own that is down is up again. A peer that is there answers, so that at most one question is open.
+constexpr unsigned unansweredQuestions = 2;
 
 // Bytes that the system takes for a peer that reads slowly: about as many as it does for a local one, so that what
 // waits does so in the queue, whose limits are known, and not in megabytes of the system's memory.
@@ -194,8 +195,8 @@ private:
         socklen_t size = sizeof info;
         if (getsockopt(descriptor_, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return false;
         const std::chrono::milliseconds sinceSign(info.tcpi_last_ack_recv);
-        return (info.tcpi_unacked > 0 && sinceSign >= std::max(3 * common_->heartbeat, shortestSilence)) ||
-               info.tcpi_probes >= mostUnansweredQuestions;
+        return sinceSign >= std::max(3 * common_->heartbeat, shortestSilence) &&
+               (info.tcpi_unacked > 0 || info.tcpi_probes >= unansweredQuestions);
     }
 
     const std::shared_ptr<Common> common_;

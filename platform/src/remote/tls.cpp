@@ -90,8 +90,7 @@ Context makeContext(const KeyPair& keys) {
     return context;
 }
 
-Session::Session(SSL_CTX& context, int socket, bool serving, KeyCheck& check)
-    : ssl_(SSL_new(&context)) {
+Session::Session(SSL_CTX& context, int socket, bool serving, KeyCheck& check) : ssl_(SSL_new(&context)) {
     wire_.socket = socket;
     BIO* const wire = ssl_ ? makeWireEnd(wire_) : nullptr;
     if (!wire) throw std::bad_alloc();
