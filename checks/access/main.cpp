@@ -107,8 +107,8 @@ int runAll(Size size) {
                 "each ended its connection");
     report.line("slowest honest answer beside them", figures.slowestBesideUnfinished, "ms",
                 figures.slowestBesideUnfinished <= 2000, "at most 2000 ms");
-    report.line("idle clients of a shell that served another one", figures.evictedShells, "clients", figures.evictedShells > 0,
-                "");
+    report.line("idle clients of a shell that served another one", figures.evictedShells, "clients",
+                figures.evictedShells > 0, "");
     report.line("first answer to a client beside a flood of messages", figures.slowestBesideFlood, "ms",
                 figures.slowestBesideFlood <= 2000, "at most 2000 ms");
     report.line("obstacles where a socket belongs", figures.places, "obstacles", figures.places > 0,

@@ -30,8 +30,8 @@ struct Figures {
     long refusedTerminals = 0, forgotten = 0;
     // Milliseconds: a play and a look at the terminals meanwhile, the end of a process whose tables are full.
     long slowestPlay = 0, slowestLook = 0, slowestEnd = 0;
-    long mostMemory = 0; // KiB that a process took more than before
-    unsigned unfinished = 0, evictedShells = 0;                   // messages, shell clients
+    long mostMemory = 0;                                      // KiB that a process took more than before
+    unsigned unfinished = 0, evictedShells = 0;               // messages, shell clients
     long slowestBesideUnfinished = 0, slowestBesideFlood = 0; // milliseconds
 };
 

@@ -195,6 +195,18 @@ protected:
     const std::string socket = runtimeFolder + "/frame-host.shell";
 };
 
+// Serves one request, with that reply.
+std::future<void> answerOnce(int listener, const std::string& reply) {
+    return std::async(std::launch::async, [listener, reply] {
+        ::close(::accept(listener, nullptr, nullptr)); // who looks whether anybody is here
+        const int client = ::accept(listener, nullptr, nullptr);
+        char request[256];
+        EXPECT_GT(::recv(client, request, sizeof request, 0), 0);
+        EXPECT_EQ(::send(client, reply.data(), reply.size(), MSG_NOSIGNAL), static_cast<ssize_t>(reply.size()));
+        ::close(client);
+    });
+}
+
 TEST_F(DoctorOfShells, FindsThemAndHearsTheirAnswers) {
     appovshell::ShellServer shell;
     shell.open(socket, geteuid());
@@ -214,8 +226,8 @@ TEST_F(DoctorOfShells, FindsOneThatDoesNotAnswer) {
     EXPECT_THAT(checkShell(socket, patience), finds(Severity::wrong, "frame-host", "is stale"));
 }
 
-TEST_F(DoctorOfShells, WarnsOfOneThatHasItsClientsAlready) {
-    const host::LogCapture quiet; // of the shell, which turns one away
+TEST_F(DoctorOfShells, HearsOneWhoseClientsAreIdle) {
+    const host::LogCapture quiet; // of the shell, which evicts one
     appovshell::ShellServer shell;
     shell.open(socket, geteuid());
     shell.start();
@@ -224,22 +236,22 @@ TEST_F(DoctorOfShells, WarnsOfOneThatHasItsClientsAlready) {
         client.connect(socket);
         ASSERT_EQ(client.run("help").status, 0);
     }
+    EXPECT_THAT(checkShell(socket, patience), finds(Severity::ok, "frame-host", "answers in its shell"));
+}
+
+TEST_F(DoctorOfShells, WarnsOfOneWhoseClientsAreBusy) {
+    const int listener = listenAt(socket);
+    const auto shell = answerOnce(listener, "{\"status\":-11,\"error\":\"the shell has its 16 clients already\"}\n");
     const Diagnosis diagnosis = checkShell(socket, patience);
+    shell.wait();
     EXPECT_THAT(diagnosis, finds(Severity::warning, "frame-host", "the shell has its 16 clients already"));
     EXPECT_EQ(diagnosis.findings.size(), 1U);
+    ::close(listener);
 }
 
 TEST_F(DoctorOfShells, FindsOneWhoseCommandsFail) {
     const int listener = listenAt(socket);
-    const auto shell = std::async(std::launch::async, [listener] {
-        ::close(::accept(listener, nullptr, nullptr)); // who looks whether anybody is here
-        const int client = ::accept(listener, nullptr, nullptr);
-        char request[256];
-        EXPECT_GT(::recv(client, request, sizeof request, 0), 0);
-        const std::string reply = "{\"status\":-5,\"error\":\"out of order\"}\n";
-        EXPECT_EQ(::send(client, reply.data(), reply.size(), MSG_NOSIGNAL), static_cast<ssize_t>(reply.size()));
-        ::close(client);
-    });
+    const auto shell = answerOnce(listener, "{\"status\":-5,\"error\":\"out of order\"}\n");
     const Diagnosis diagnosis = checkShell(socket, patience);
     EXPECT_THAT(diagnosis, finds(Severity::wrong, "frame-host", "out of order"));
     EXPECT_EQ(diagnosis.findings.size(), 1U);

@@ -116,11 +116,13 @@ TEST_F(Keys, AreNotToldWhenTheirFileIsWrong) {
 }
 
 TEST_F(Keys, OfAnEarlierVersionAreRefusedWithWhatToDo) {
-    write("public = 'rq:rM>}U?@Lns47E1%kR.o@n%FcmmsL/@{H8]yf7'\n"
-          "secret = 'JTKVSB%%)wK0E.X)V>+}o?pNmC{O&4W4b!Ni{Lh6'\n");
-    EXPECT_THAT(complaint(), EndsWith(": keys of an earlier version, which cannot be used any more: move the file away, "
-                                      "make a new pair with 'tvctl keygen " +
-                                      file + "' and give its public key to the other hosts"));
+    write(
+        "public = 'rq:rM>}U?@Lns47E1%kR.o@n%FcmmsL/@{H8]yf7'\n"
+        "secret = 'JTKVSB%%)wK0E.X)V>+}o?pNmC{O&4W4b!Ni{Lh6'\n");
+    EXPECT_THAT(complaint(),
+                EndsWith(": keys of an earlier version, which cannot be used any more: move the file away, "
+                         "make a new pair with 'tvctl keygen " +
+                         file + "' and give its public key to the other hosts"));
     try {
         host::checkKey("rq:rM>}U?@Lns47E1%kR.o@n%FcmmsL/@{H8]yf7", "keys.clients");
         ADD_FAILURE() << "is a key";

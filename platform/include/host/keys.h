@@ -1,6 +1,6 @@
-// The keys by which machines that talk over a network know each other: Ed25519, each key written as the 44 characters of
-// its 32 bytes in Base64. A machine keeps its secret key to itself and tells the others its public one. Everything here
-// throws std::runtime_error, saying what is wrong; so does all of it where the platform was built without TLS.
+// The keys by which machines that talk over a network know each other: Ed25519, each key written as the 44 characters
+// of its 32 bytes in Base64. A machine keeps its secret key to itself and tells the others its public one. Everything
+// here throws std::runtime_error, saying what is wrong; so does all of it where the platform was built without TLS.
 #pragma once
 
 #include <string>
