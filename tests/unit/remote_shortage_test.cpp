@@ -72,7 +72,7 @@ protected:
 TEST_P(AServiceWithoutMemory, ServesTheNextClientAndCountsThoseItLost) {
     const host::LogCapture quiet({0x0202});
     ASSERT_TRUE(exchange());
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef SUPPORT_HEAP_IS_THE_SANITIZERS
     constexpr long step = 1, atLeast = 15; // malloc is the sanitizer's, so that the TLS library always has memory
 #else
     constexpr long step = 11, atLeast = 1000; // of which the library makes most, in a handshake
