@@ -55,6 +55,12 @@ public:
         return changed_.wait_for(lock, patience, [&] { return condition(sent_); });
     }
 
+    // Waits until nothing is being answered: the manager is destroyed when the process ends.
+    void settle() {
+        std::unique_lock lock(mutex_);
+        EXPECT_TRUE(changed_.wait_for(lock, patience, [&] { return answers_.empty() && !answering_; }));
+    }
+
 private:
     AnsweringService() {
         std::thread([this] {
@@ -63,10 +69,13 @@ private:
                 changed_.wait(lock, [&] { return !answers_.empty(); });
                 const auto infos = std::move(answers_.front());
                 answers_.erase(answers_.begin());
+                answering_ = true;
                 lock.unlock();
                 frame::MsgIds ids;
                 for (const auto& client : clients) client->tvServiceInfo(ids, frame::TransportInfo{}, infos);
                 lock.lock();
+                answering_ = false;
+                changed_.notify_all();
             }
         }).detach();
     }
@@ -75,7 +84,7 @@ private:
     std::condition_variable changed_;
     std::vector<std::string> sent_;
     std::vector<std::vector<TvServiceInfo_t>> answers_;
-    bool muted_ = false;
+    bool muted_ = false, answering_ = false;
 };
 
 // The manager's time runs a hundred times faster, so that it drops what is lost after 50 ms; the zapper's does not.
@@ -130,7 +139,10 @@ protected:
         service.mute(false);
         service.takeSent();
     }
-    ~ZapperTest() override { vdlDebugSetLevels("warning"); }
+    ~ZapperTest() override {
+        service.settle();
+        vdlDebugSetLevels("warning");
+    }
     auto noting() {
         return [this](const ZapOutcome& outcome) { outcomes.note(outcome); };
     }
