@@ -1,6 +1,7 @@
 // What tvctl doctor finds in keys and in services on other hosts.
 #include "support/doctor-fixture.h"
 #include "support/remote-endpoint.h"
+#include "support/test-where.h"
 
 #include <host/keys.h>
 #include <host/log-capture.h>
@@ -178,8 +179,7 @@ TEST_F(DoctorBetweenHosts, SaysWhoseMessagesItDoesNotCompare) {
     EXPECT_THAT(compared, testing::Not(finds(Severity::ok, "tvservice", "not compared")));
 }
 
-TEST_F(DoctorBetweenHosts, FindsAListenerOfAnotherUser) {
-    if (geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+TEST_F_WHERE(support::isRoot(), DoctorBetweenHosts, FindsAListenerOfAnotherUser) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
     setfsuid(7); // of this thread: whose the socket is
     const int listener = listenAt(INADDR_LOOPBACK);
