@@ -32,8 +32,8 @@ constexpr int mostAtOnce = 16;
 constexpr long mostStreams = 64; // with one key
 
 // How many connections may be in their handshake. At a thousand new ones in a second each still has a quarter of a
-// second. They never have more than a part of the process's descriptors, and each has at most some 170 KiB of the
-// library's memory, most of it only if it announces a first message of the longest kind.
+// second. They never have more than a part of the process's descriptors. Each has 32 KiB for what arrives and at most
+// some 170 KiB of the TLS library's memory, most of that only if it announces a first message of the longest kind.
 std::size_t placesForHandshakes() {
     rlimit descriptors{};
     if (getrlimit(RLIMIT_NOFILE, &descriptors) != 0) return 64;
