@@ -1,5 +1,6 @@
 // frame-host with application libraries that come up, and with those that do not.
 #include "integration/program-run.h"
+#include "support/test-where.h"
 
 #include <sys/stat.h>
 
@@ -176,7 +177,7 @@ TEST_F(FrameHost, SaysBeforeItLoadsAnythingWhatBlocksTheShell) {
 }
 
 // With however few: it either says what is missing, or comes up. 127 is the loader's, which needs some, too.
-TEST_F(FrameHost, EndsOrderlyWithoutDescriptors) {
+TEST_F_WHERE(support::runsWithoutDescriptors, FrameHost, EndsOrderlyWithoutDescriptors) {
     bool refused = false;
     for (int descriptors = 5; descriptors <= 14; ++descriptors) {
         const auto running =

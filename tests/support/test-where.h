@@ -10,6 +10,14 @@ namespace support {
 // Where pointers are as short as flat ones, flat blocks come from malloc and have no limit.
 inline constexpr bool flatMemoryIsLimited = sizeof(void*) > sizeof(std::uint32_t);
 
+// The preset with the address sanitizer checks the types of objects, too: that check reads memory through a pipe, and
+// without descriptors for the pipe it takes every object for a wrong one.
+#ifdef __SANITIZE_ADDRESS__
+inline constexpr bool runsWithoutDescriptors = false;
+#else
+inline constexpr bool runsWithoutDescriptors = true;
+#endif
+
 // Who can be another user, give files away and mount.
 inline bool isRoot() { return geteuid() == 0; }
 
