@@ -9,6 +9,7 @@
 #include <array>
 #include <boost/asio/io_context.hpp>
 #include <cerrno>
+#include <memory>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
@@ -25,9 +26,8 @@ const host::KeyPair& keys() {
     return pair;
 }
 
-const std::shared_ptr<Common>& common() {
-    static const auto all =
-        std::make_shared<Common>(Common{makeContext(keys()), std::chrono::milliseconds(60'000), {}});
+const std::shared_ptr<Shared>& shared() {
+    static const auto all = std::make_shared<Shared>(makeContext(keys()), std::chrono::milliseconds(60'000));
     return all;
 }
 
@@ -46,9 +46,10 @@ struct AskedKeys : KeyCheck {
     int asked = 0;
 };
 
+// The service's end of a stream.
 class Reader final : public host::io::StreamUser, public std::enable_shared_from_this<Reader> {
 public:
-    explicit Reader(std::unique_ptr<host::io::Stream> stream) : stream_(std::move(stream)) {}
+    explicit Reader(std::unique_ptr<TlsStream> stream) : stream_(std::move(stream)) {}
     void read() { stream_->receive(room_.data(), room_.size(), shared_from_this()); }
     void onReceived(std::size_t count) override {
         received.append(room_.data(), count);
@@ -56,14 +57,18 @@ public:
     }
     void onEnd(const std::string&) override { ++ends; }
     void onFault(const std::string&) override { ++faults; }
-    void onWritable() override {}
-    host::io::Stream& stream() { return *stream_; }
+    void onWritable() override { // the client has proven its key
+        std::error_code error;
+        expect(stream_->send("", 1, error) == 1, "a new stream takes a byte");
+        read();
+    }
+    TlsStream& stream() { return *stream_; }
 
     std::string received;
     int ends = 0, faults = 0;
 
 private:
-    const std::unique_ptr<host::io::Stream> stream_;
+    const std::unique_ptr<TlsStream> stream_;
     std::array<char, 512> room_{};
 };
 
@@ -77,8 +82,45 @@ public:
         io_.poll(); // what was under way lets go of the reader
     }
 
-    void run(Source& source) {
-        while (!source.rest().empty()) step(source.byte(), source);
+    // Returns whether it can go on.
+    bool run(Source& source) {
+        while (!source.rest().empty() && !over_) step(source.byte(), source);
+        if (over_ || spoiled_) {
+            end();
+            return false;
+        }
+        for (int turns = 0; reader_->received.size() < sent_.size() || !answered_.empty(); ++turns) {
+            expect(turns < 100'000, "what is sent arrives");
+            turn();
+            hear(20'000);
+        }
+        expect(reader_->received == sent_, "what is received was sent");
+        reader_->received.clear();
+        sent_.clear();
+        return true;
+    }
+
+private:
+    explicit Conversation(std::pair<FileDescriptor, FileDescriptor> ends)
+        : clientSocket_(std::move(ends.first)), client_(*shared()->tls, clientSocket_.get(), false, anyKey_) {
+        static const auto known =
+            std::make_shared<Keys>(Keys{{keys().publicKey, std::make_shared<const std::string>(keys().publicKey)}});
+        auto stream = std::make_unique<TlsStream>(io_, shared(), known, true);
+        stream->socket().assign(boost::asio::ip::tcp::v4(), ends.second.release());
+        reader_ = std::make_shared<Reader>(std::move(stream));
+        reader_->stream().prove(reader_);
+        for (int turns = 0; client_.handshake() != Progress::done; ++turns) {
+            expect(turns < 1000, "keys are proven");
+            turn();
+            take(clientSocket_.get(), client_);
+        }
+        expect(anyKey_.asked == 1, "the client has looked at the service's key");
+        char first;
+        std::size_t count;
+        expect(client_.read(&first, 1, count) == Progress::done, "the client has heard that it is accepted");
+    }
+
+    void end() {
         client_.end();
         clientSocket_.reset();
         for (int turns = 0; reader_->ends + reader_->faults == 0; ++turns) {
@@ -89,25 +131,6 @@ public:
         expect(sent_.compare(0, reader_->received.size(), reader_->received) == 0, "what is received was sent");
         expect(spoiled_ || reader_->received == sent_, "what was sent before the end is received");
         expect(spoiled_ || reader_->faults == 0, "a peer that keeps the rules is at no fault");
-    }
-
-private:
-    explicit Conversation(std::pair<FileDescriptor, FileDescriptor> ends)
-        : clientSocket_(std::move(ends.first)), client_(*common()->tls, clientSocket_.get(), false, anyKey_) {
-        auto service = std::make_unique<Session>(*common()->tls, ends.second.get(), true, anyKey_);
-        auto ours = Progress::again, theirs = Progress::again;
-        for (int turns = 0; ours != Progress::done || theirs != Progress::done; ++turns) {
-            expect(turns < 100, "keys are proven");
-            theirs = client_.handshake();
-            take(ends.second.get(), *service);
-            ours = service->handshake();
-            take(clientSocket_.get(), client_);
-        }
-        expect(anyKey_.asked == 2, "each side has looked at the other's key");
-        reader_ = std::make_shared<Reader>(
-            makeStream(common(), {io_, boost::asio::ip::tcp::v4(), ends.second.release()}, std::move(service),
-                       std::make_shared<const std::string>(keys().publicKey)));
-        reader_->read();
     }
 
     // What has arrived at a socket, if the session wants more.
@@ -131,9 +154,18 @@ private:
         return made;
     }
 
+    void hear(std::size_t most) {
+        std::string room(most, '\0');
+        std::size_t count = 0;
+        take(clientSocket_.get(), client_);
+        if (client_.read(room.data(), room.size(), count) != Progress::done) return;
+        expect(answered_.compare(0, count, room, 0, count) == 0, "what is answered arrives");
+        answered_.erase(0, count);
+    }
+
     void step(std::uint8_t what, Source& source) {
         std::size_t count = 0;
-        switch (what % 7) {
+        switch (what % 8) {
             case 0: {
                 const std::string said = text(source);
                 if (said.empty() || client_.write(said.data(), said.size(), count) != Progress::done) return;
@@ -148,14 +180,8 @@ private:
                 if (!said.empty()) answered_.append(said, 0, reader_->stream().send(said.data(), said.size(), error));
                 return;
             }
-            case 3: {
-                std::string room(1 + source.number(2) % 20'000, '\0');
-                take(clientSocket_.get(), client_);
-                if (client_.read(room.data(), room.size(), count) != Progress::done) return;
-                expect(answered_.compare(0, count, room, 0, count) == 0, "what is answered arrives");
-                answered_.erase(0, count);
-                return;
-            }
+            case 3:
+                return hear(1 + source.number(2) % 20'000);
             case 4:
                 return turn();
             case 5: { // past its session
@@ -165,6 +191,9 @@ private:
                 (void)::send(clientSocket_.get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
                 return;
             }
+            case 6:
+                over_ = true;
+                return;
             default:
                 spoiled_ = true; // what the peer says from now on is lost
                 return reader_->stream().breakOff();
@@ -177,7 +206,8 @@ private:
     Session client_;
     std::shared_ptr<Reader> reader_;
     std::string sent_, answered_;
-    bool spoiled_ = false;
+    bool spoiled_ = false; // what is sent need not arrive
+    bool over_ = false;
 };
 
 } // namespace
@@ -189,7 +219,7 @@ void tlsBefore(Input input) {
     const std::size_t chunk = std::size_t{1} + source.byte();
     const auto [ours, theirs] = socketPair();
     AskedKeys check;
-    Session session(*common()->tls, ours.get(), serving, check);
+    Session session(*shared()->tls, ours.get(), serving, check);
     Progress progress = session.handshake();
     const auto feed = [&](Input bytes) {
         std::copy(bytes.begin(), bytes.end(), session.room());
@@ -207,10 +237,12 @@ void tlsBefore(Input input) {
     expect(*session.reason() != '\0', "an end has a reason");
 }
 
-// The input is what both sides do.
+// The input is what both sides do. A conversation serves many inputs, as proving the keys takes far longer than one.
 void tlsInside(Input input) {
+    static std::unique_ptr<Conversation> conversation;
+    if (!conversation) conversation = std::make_unique<Conversation>();
     Source source(input);
-    Conversation().run(source);
+    if (!conversation->run(source)) conversation.reset();
 }
 
 } // namespace fuzz

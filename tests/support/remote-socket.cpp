@@ -1,9 +1,9 @@
 #include "support/remote-socket.h"
 
 #ifdef TVSA_REMOTE
+#include "config/endpoint.h"
+#include "config/keys.h"
 #include "io/file-descriptor.h"
-#include "remote/endpoint.h"
-#include "remote/key-forms.h"
 #include "remote/tls.h"
 
 #include <host/configuration.h>
@@ -31,7 +31,7 @@ using Key = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
 Key stolenKey(const host::KeyPair& keys) {
     std::array<unsigned char, 32> shown{}, owned{};
     std::size_t size = shown.size();
-    EVP_PKEY_get_raw_public_key(host::remote::secretKeyOf(keys.secretKey).get(), shown.data(), &size);
+    EVP_PKEY_get_raw_public_key(host::config::secretKeyOf(keys.secretKey).get(), shown.data(), &size);
     owned.fill(7);
     OSSL_PARAM parts[] = {
         OSSL_PARAM_construct_octet_string(OSSL_PKEY_PARAM_PUB_KEY, shown.data(), shown.size()),
@@ -73,7 +73,7 @@ struct AnyKey : host::remote::KeyCheck {
 };
 
 host::io::FileDescriptor connectedTo(const std::string& address) {
-    const auto places = host::remote::addressesOf("tuner", address, host::placeOf("tuner", address));
+    const auto places = host::config::addressesOf("tuner", address, host::placeOf("tuner", address));
     host::io::FileDescriptor socket(::socket(places[0].data()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
     EXPECT_EQ(0, ::connect(socket.get(), places[0].data(), static_cast<socklen_t>(places[0].size())));
     return socket;
@@ -107,14 +107,10 @@ struct RemotePeer::State {
 };
 
 RemotePeer::RemotePeer(const std::string& address, Fault fault) : state_(std::make_unique<State>(address, fault)) {
-    state_->finish([&] { return state_->session.handshake(); });
+    accepted_ = state_->finish([&] { return state_->session.handshake(); });
 }
 
 RemotePeer::~RemotePeer() = default;
-
-bool RemotePeer::isAccepted() {
-    return state_->finish([&] { return state_->session.awaitAcceptance(); });
-}
 
 bool RemotePeer::say(const std::string& bytes) {
     for (std::size_t said = 0, count = 0; said < bytes.size(); said += count)
@@ -155,7 +151,6 @@ support::RemotePeer::RemotePeer(const std::string&, Fault) {
     throw std::logic_error("the platform was built without its transport between hosts");
 }
 support::RemotePeer::~RemotePeer() = default;
-bool support::RemotePeer::isAccepted() { return false; }
 bool support::RemotePeer::say(const std::string&) { return false; }
 void support::RemotePeer::sayKeyUpdate() {}
 std::string support::RemotePeer::hear(std::size_t) { return {}; }

@@ -22,8 +22,8 @@ public:
     explicit RemotePeer(const std::string& address, Fault fault = Fault::none);
     ~RemotePeer();
 
-    bool isAccepted();                  // whether the service has said something
-    bool say(const std::string& bytes); // whether the other side took them all
+    bool isAccepted() const { return accepted_; } // the service has said something
+    bool say(const std::string& bytes);           // whether the other side took them all
     void sayKeyUpdate();
     // As many bytes as there are until the end, or the time is over.
     std::string hear(std::size_t size);
@@ -33,6 +33,7 @@ public:
 private:
     struct State;
     std::unique_ptr<State> state_;
+    bool accepted_ = false;
 };
 
 } // namespace support

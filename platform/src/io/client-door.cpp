@@ -29,13 +29,13 @@ void ClientDoor::takeUp() noexcept {
 void ClientDoor::attempt() noexcept {
     try {
         connector_->connect(
-            [this](std::unique_ptr<Stream> stream, const std::string& reason) { onAnswer(std::move(stream), reason); });
+            [this](std::unique_ptr<Stream> stream, const char* reason) { onAnswer(std::move(stream), reason); });
     } catch (const std::exception& error) { // there is no answer then
         failed(textOf(error));
     }
 }
 
-void ClientDoor::onAnswer(std::unique_ptr<Stream> stream, const std::string& reason) noexcept {
+void ClientDoor::onAnswer(std::unique_ptr<Stream> stream, const char* reason) noexcept {
     std::shared_ptr<Connection> connection;
     try {
         if (!stream) return failed(("no connection to " + connector_->address() + ": " + reason).c_str());
@@ -97,6 +97,16 @@ void ClientDoor::failed(const char* reason) noexcept {
     logOnce(reason);
     tell(&frame::IOConnectionListener::onIOConnectionConnectionFailed);
     retryLater();
+}
+
+void ClientDoor::logOnce(const char* reason) noexcept {
+    if (lastReason_ == reason) return;
+    IO_LOG(vdlDebugFailure, "service %s: %s\n", service.c_str(), reason);
+    try {
+        lastReason_ = reason;
+    } catch (const std::exception&) { // it is told again
+        lastReason_.clear();
+    }
 }
 
 void ClientDoor::retryLater() noexcept {

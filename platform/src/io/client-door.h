@@ -33,9 +33,11 @@ protected:
 
 private:
     void attempt() noexcept;
-    void onAnswer(std::unique_ptr<Stream> stream, const std::string& reason) noexcept;
+    void onAnswer(std::unique_ptr<Stream> stream, const char* reason) noexcept;
     void failed(const char* reason) noexcept;
     void keep(const char* failure) noexcept;
+    // Logs the reason why a connection did not come about, but not the same one at every attempt.
+    void logOnce(const char* reason) noexcept;
     void retryLater() noexcept;
     void watchDeadlines() noexcept;
     void tell(void (frame::IOConnectionListener::*news)()) noexcept;
@@ -48,8 +50,9 @@ private:
     std::string failure_;                    // guarded by the mutex
     boost::asio::steady_timer retryTimer_, deadlineTimer_;
     RetryDelay retryDelay_;
-    bool idle_ = true;      // the receiving thread's: no connection, and nothing is awaited that would bring one
-    bool watching_ = false; // whether the deadline timer runs or is about to; guarded by the mutex
+    std::string lastReason_; // for logOnce
+    bool idle_ = true;       // the receiving thread's: no connection, and nothing is awaited that would bring one
+    bool watching_ = false;  // whether the deadline timer runs or is about to; guarded by the mutex
 };
 
 } // namespace host::io

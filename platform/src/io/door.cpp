@@ -132,16 +132,6 @@ void Door::proceed() noexcept {
     takeUp();
 }
 
-void Door::logOnce(const char* reason) noexcept {
-    if (lastReason_ == reason) return;
-    IO_LOG(vdlDebugFailure, "service %s: %s\n", service.c_str(), reason);
-    try {
-        lastReason_ = reason;
-    } catch (const std::exception&) { // it is told again
-        lastReason_.clear();
-    }
-}
-
 frame::IOStatistics Door::statistics() {
     frame::IOStatistics result;
     result.service = service;

@@ -93,8 +93,6 @@ protected:
     int put(const Outgoing& message, Outbox& outbox, Connection* connection);
     int refuse(int result, const frame::MsgMeta& meta, const char* why);
     virtual void addTo(frame::IOStatistics& statistics) = 0; // connected and queued; the mutex is held
-    // Logs the reason why a peer did not come about, but not the same one at every attempt.
-    void logOnce(const char* reason) noexcept;
     // What proceed is for in one kind of door. What there is still no memory for asks for proceedLater again.
     virtual void takeUp() noexcept = 0;
     // On the receiving thread: has it call proceed in a while, for which it needs no memory.
@@ -103,7 +101,6 @@ protected:
     boost::asio::io_context& io_;
     const std::size_t sendBufferBytes_;
     const QueueLimits limits_;
-    std::string lastReason_; // for logOnce
 
 private:
     int send(const Outgoing& message, const frame::TransportInfo* transport);

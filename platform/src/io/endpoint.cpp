@@ -92,9 +92,4 @@ Endpoint::~Endpoint() {
     ::close(descriptor_);
 }
 
-int Endpoint::accept() noexcept {
-    const int socket = ::accept4(descriptor_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    return socket >= 0 ? socket : -errno;
-}
-
 } // namespace host::io

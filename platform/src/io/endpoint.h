@@ -21,9 +21,7 @@ public:
     Endpoint(const Endpoint&) = delete;
     Endpoint& operator=(const Endpoint&) = delete;
 
-    // The next waiting client's socket, not blocking, or a negative errno.
-    int accept() noexcept;
-    int descriptor() const { return descriptor_; }
+    int descriptor() const { return descriptor_; } // which does not block
 
 private:
     const std::string path_;

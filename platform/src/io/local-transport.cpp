@@ -1,5 +1,7 @@
 #include "io/local-transport.h"
 
+#include "io/log.h"
+
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
@@ -115,35 +117,35 @@ std::unique_ptr<Stream> streamOver(boost::asio::io_context& io, FileDescriptor s
 
 void LocalConnector::connect(const Answer& answer) {
     const int socket = connectToEndpoint(path_);
-    if (socket < 0) return answer(nullptr, std::system_category().message(-socket));
+    if (socket < 0) return answer(nullptr, std::system_category().message(-socket).c_str());
     std::unique_ptr<Stream> stream;
     try {
         stream = streamOver(io_, FileDescriptor(socket));
     } catch (const std::exception& error) {
-        return answer(nullptr, error.what());
+        return answer(nullptr, host::io::textOf(error));
     }
-    answer(std::move(stream), {});
+    answer(std::move(stream), nullptr);
 }
 
 LocalListener::LocalListener(boost::asio::io_context& io, const std::string& service, const std::string& path)
-    : io_(io), endpoint_(service, path), watch_(io, endpoint_.descriptor()) {}
+    : io_(io),
+      endpoint_(service, path),
+      acceptor_(io, endpoint_.descriptor(),
+                [this](FileDescriptor connection, const sockaddr_storage&) { take(std::move(connection)); }) {}
 
-LocalListener::~LocalListener() { watch_.release(); }
-
-void LocalListener::wait(std::function<void()> ready) {
-    watch_.async_wait(watch_.wait_read, [ready = std::move(ready)](const boost::system::error_code& error) {
-        if (!error) ready();
-    });
+void LocalListener::listen(ListenerUser& user) noexcept {
+    user_ = &user;
+    acceptor_.listen(user);
 }
 
-std::unique_ptr<Stream> LocalListener::accept(std::error_code& error) {
-    for (;;) {
-        const int socket = endpoint_.accept();
-        if (socket >= 0) return streamOver(io_, FileDescriptor(socket));
-        if (socket == -EINTR || socket == -ECONNABORTED) continue;
-        if (socket != -EAGAIN) error.assign(-socket, std::system_category());
-        return nullptr;
+void LocalListener::take(FileDescriptor connection) noexcept {
+    std::unique_ptr<Stream> stream;
+    try {
+        stream = streamOver(io_, std::move(connection));
+    } catch (const std::exception& error) {
+        return user_->onRejected(host::io::textOf(error));
     }
+    user_->onClient(std::move(stream));
 }
 
 } // namespace host::io

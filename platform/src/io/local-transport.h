@@ -1,12 +1,12 @@
 // The transport between processes of one machine: stream sockets in the file system.
 #pragma once
 
+#include "io/acceptor.h"
 #include "io/endpoint.h"
 #include "io/file-descriptor.h"
 #include "io/transport.h"
 
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
 #include <string>
 
 namespace host::io {
@@ -30,15 +30,15 @@ class LocalListener final : public Listener {
 public:
     // Throws as Endpoint does.
     LocalListener(boost::asio::io_context& io, const std::string& service, const std::string& path);
-    ~LocalListener() override;
-
-    void wait(std::function<void()> ready) override;
-    std::unique_ptr<Stream> accept(std::error_code& error) override;
+    void listen(ListenerUser& user) noexcept override;
 
 private:
+    void take(FileDescriptor connection) noexcept;
+
     boost::asio::io_context& io_;
-    Endpoint endpoint_;
-    boost::asio::posix::stream_descriptor watch_; // of the endpoint's descriptor, which stays the endpoint's
+    const Endpoint endpoint_;
+    Acceptor acceptor_;
+    ListenerUser* user_ = nullptr;
 };
 
 } // namespace host::io

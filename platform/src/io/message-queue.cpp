@@ -43,18 +43,18 @@ struct MessageQueue::State {
     // The two transports.
     std::unique_ptr<io::Connector> connectorTo(const std::string& service) {
         const std::string endpoint = endpointOf(service);
-        if (isRemote(endpoint)) return remote::makeConnector(io, forOtherHosts(), service, endpoint);
+        if (isRemote(endpoint)) return toOtherHosts().connectorTo(service, endpoint);
         return std::make_unique<io::LocalConnector>(io, endpoint);
     }
     std::unique_ptr<io::Listener> listenerFor(const std::string& service) {
         const std::string endpoint = endpointOf(service);
-        if (isRemote(endpoint)) return remote::makeListener(io, forOtherHosts(), service, endpoint);
+        if (isRemote(endpoint)) return toOtherHosts().listenerAt(service, endpoint);
         return std::make_unique<io::LocalListener>(io, service, endpoint);
     }
-    std::shared_ptr<remote::Common> forOtherHosts() {
+    remote::Transport& toOtherHosts() {
         std::lock_guard lock(mutex);
-        if (!common) common = remote::makeCommon();
-        return common;
+        if (!remote) remote = std::make_unique<remote::Transport>(io);
+        return *remote;
     }
 
     io::Door& add(std::unique_ptr<io::Door> door) {
@@ -118,8 +118,8 @@ struct MessageQueue::State {
     const QueueLimits limits;
     boost::asio::io_context io{1};
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{io.get_executor()};
-    std::mutex mutex;                       // guards the rest
-    std::shared_ptr<remote::Common> common; // once there is a service on another host or for others
+    std::mutex mutex;                          // guards the rest
+    std::unique_ptr<remote::Transport> remote; // once there is a service on another host or for others
     std::vector<std::unique_ptr<io::Door>> doors;
     std::vector<io::Door*> opened; // never removed from
     std::thread thread;
@@ -192,9 +192,9 @@ void MessageQueue::stop() {
     state_->io.stop();
     if (thread.joinable()) thread.join();
     std::lock_guard lock(state_->mutex);
-    if (state_->common) remote::beginFarewell(*state_->common);
+    if (state_->remote) state_->remote->beginFarewell();
     for (const auto& door : state_->doors) door->end();
-    if (state_->common) remote::endFarewell(*state_->common);
+    if (state_->remote) state_->remote->endFarewell();
 }
 
 std::vector<frame::IOStatistics> MessageQueue::statistics() const {

@@ -3,21 +3,14 @@
 #include "io/log.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <mutex>
 #include <new>
-#include <system_error>
 #include <utility>
 
 namespace host::io {
 namespace {
-// Until descriptors or memory may be there again.
-constexpr std::chrono::milliseconds acceptRetry{100};
-// At a time, whether they are let in or not: between them those that are there already are served, however fast others
-// come.
-constexpr int mostAtOnce = 16;
 // Many more than are accepted at a time, so that who speaks as it comes is always heard.
 constexpr std::size_t mostAwaited = 64;
 } // namespace
@@ -26,75 +19,42 @@ ServerDoor::ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> li
                        const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits)
     : Door(io, service_, messages, sendBufferBytes, limits, true),
       whyFull_("the service has its " + std::to_string(mostClients) + " clients already"),
-      listener_(std::move(listener)),
-      retryTimer_(io) {}
+      listener_(std::move(listener)) {}
 
 void ServerDoor::takeUp() noexcept {
-    if (std::exchange(idle_, false)) acceptClients();
+    if (std::exchange(idle_, false)) listener_->listen(*this);
 }
 
-void ServerDoor::acceptClients() noexcept {
+void ServerDoor::onStalled(const char* reason) noexcept { // those that come wait in the listener
+    idle_ = true;
+    proceedLater();
+    IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: cannot wait for clients: %s\n", service.c_str(), reason);
+}
+
+void ServerDoor::onCannotAccept(const char* reason) noexcept {
+    IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: cannot accept clients: %s\n", service.c_str(), reason);
+}
+
+void ServerDoor::onClient(std::unique_ptr<Stream> stream) noexcept {
+    if (!stream->isOwn()) return onRejected("a process of another user");
+    // Now, as who hears a hello takes itself for connected and tries again at once.
+    if (const char* why = whyFull()) return onRejected(why);
+    std::shared_ptr<Connection> client;
     try {
-        acceptSome();
-    } catch (const std::exception& error) { // those that come wait in the listener
-        idle_ = true;
-        proceedLater();
-        IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: cannot wait for clients: %s\n", service.c_str(),
-                       textOf(error));
-    }
-}
-
-void ServerDoor::acceptSome() {
-    std::error_code error;
-    for (int i = 0; i < mostAtOnce && acceptOne(error); ++i) {
-    }
-    if (!error) {
-        lastReason_.clear();
-        return listener_->wait([this] { acceptClients(); });
-    }
-    logOnce(("cannot accept clients: " + error.message()).c_str());
-    retryTimer_.expires_after(acceptRetry);
-    retryTimer_.async_wait([this](const boost::system::error_code& canceled) {
-        if (!canceled) acceptClients();
-    });
-}
-
-// Returns whether another one may be waiting.
-bool ServerDoor::acceptOne(std::error_code& error) {
-    std::unique_ptr<Stream> stream;
-    try {
-        stream = listener_->accept(error);
-    } catch (const std::exception& lost) {
-        turnAway(textOf(lost));
-        return true;
-    }
-    if (!stream) return false;
-    if (const auto client = admit(std::move(stream))) {
-        client->open();
-        makeWayForOthers();
-    }
-    return true;
-}
-
-std::shared_ptr<Connection> ServerDoor::admit(std::unique_ptr<Stream> stream) {
-    if (!stream->isOwn()) {
-        turnAway("a process of another user");
-        return nullptr;
-    }
-    if (const char* why = whyFull()) { // now, as who hears a hello takes itself for connected and tries again at once
-        turnAway(why);
-        return nullptr;
-    }
-    try {
-        auto client =
+        client =
             std::make_shared<Connection>(io_, std::move(stream), *this, std::make_shared<Outbox>(sendBufferBytes_));
         std::lock_guard lock(mutex);
         clients_.push_back(client);
-        return client;
     } catch (const std::exception& error) {
-        turnAway(textOf(error));
-        return nullptr;
+        return onRejected(textOf(error));
     }
+    client->open();
+    makeWayForOthers();
+}
+
+void ServerDoor::onRejected(const char* reason) noexcept {
+    count(counters.refused);
+    IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: client turned away: %s\n", service.c_str(), reason);
 }
 
 // Those that come and say nothing would else keep descriptors from those that do.
@@ -105,11 +65,6 @@ void ServerDoor::makeWayForOthers() {
     char why[64];
     std::snprintf(why, sizeof why, "peer sent no hello while %zu others came", mostAwaited);
     (*std::find_if(clients_.begin(), clients_.end(), isAwaited))->turnAway(why);
-}
-
-void ServerDoor::turnAway(const char* why) {
-    count(counters.refused);
-    IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: client turned away: %s\n", service.c_str(), why);
 }
 
 void ServerDoor::onConnectionReady(Connection& client) noexcept {

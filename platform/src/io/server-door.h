@@ -5,10 +5,8 @@
 #include "io/door.h"
 #include "io/transport.h"
 
-#include <boost/asio/steady_timer.hpp>
 #include <memory>
 #include <string>
-#include <system_error>
 #include <vector>
 
 namespace host::io {
@@ -17,7 +15,7 @@ namespace host::io {
 // still to say it (see mostAwaited) all fit into the 1024 descriptors that a process usually has.
 inline constexpr std::size_t mostClients = 256;
 
-class ServerDoor final : public Door {
+class ServerDoor final : public Door, private ListenerUser {
 public:
     ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service,
                const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits);
@@ -34,17 +32,15 @@ protected:
     void takeUp() noexcept override;
 
 private:
-    void acceptClients() noexcept;
-    void acceptSome();
-    bool acceptOne(std::error_code& error);
-    std::shared_ptr<Connection> admit(std::unique_ptr<Stream> stream);
-    void turnAway(const char* why);
+    void onClient(std::unique_ptr<Stream> stream) noexcept override;
+    void onRejected(const char* reason) noexcept override;
+    void onCannotAccept(const char* reason) noexcept override;
+    void onStalled(const char* reason) noexcept override;
     void makeWayForOthers();
 
     const std::string whyFull_;
     std::unique_ptr<Listener> listener_; // until the end
     bool idle_ = true;                   // the receiving thread's: nothing is awaited that would make it accept
-    boost::asio::steady_timer retryTimer_;
     // As they came, at most mostClients + mostAwaited + 1; the receiving thread's, others need the mutex.
     std::vector<std::shared_ptr<Connection>> clients_;
 };

@@ -57,8 +57,8 @@ public:
 // The way to a service of another process. Ends when the receiving thread has ended.
 class Connector {
 public:
-    // The stream, or null and the reason why there is none.
-    using Answer = std::function<void(std::unique_ptr<Stream> stream, const std::string& reason)>;
+    // Gets the stream, or null and the reason why there is none. Does not throw.
+    using Answer = std::function<void(std::unique_ptr<Stream> stream, const char* reason)>;
 
     virtual ~Connector() = default;
     virtual const std::string& address() const = 0; // for the log
@@ -67,15 +67,27 @@ public:
     virtual void connect(const Answer& answer) = 0;
 };
 
+// Who offers a service. Called on the receiving thread.
+class ListenerUser {
+public:
+    virtual void onClient(std::unique_ptr<Stream> stream) noexcept = 0;
+    // The transport rejected a client, or lost it for want of memory.
+    virtual void onRejected(const char* reason) noexcept = 0;
+    // Clients wait until what is missing is there again. Said once.
+    virtual void onCannotAccept(const char* reason) noexcept = 0;
+    // There is no memory to wait for clients with: listen has to be called again.
+    virtual void onStalled(const char* reason) noexcept = 0;
+
+protected:
+    ~ListenerUser() = default;
+};
+
 // The place where this process offers a service; given up with the object, which ends when the receiving thread has.
 class Listener {
 public:
     virtual ~Listener() = default;
-    // Calls ready, once, when a client may be waiting. On the receiving thread.
-    virtual void wait(std::function<void()> ready) = 0;
-    // The next waiting client's stream, or null: when error is set, why there is none although one may be waiting.
-    // Throws when a client was turned away by the transport itself, or lost for want of something; what() says why.
-    virtual std::unique_ptr<Stream> accept(std::error_code& error) = 0;
+    // From now on the user has clients, perhaps before this returns. On the receiving thread.
+    virtual void listen(ListenerUser& user) noexcept = 0;
 };
 
 } // namespace host::io

@@ -5,27 +5,32 @@
 #include "io/transport.h"
 
 #include <boost/asio/io_context.hpp>
-#include <chrono>
 #include <memory>
 #include <string>
 
 namespace host::remote {
 
-struct Common;
+struct Shared;
 
-// With the keys that the configuration names. Throws std::runtime_error when there are none or they are unfit.
-std::shared_ptr<Common> makeCommon();
+// Everything but endFarewell throws std::runtime_error.
+class Transport {
+public:
+    // With the keys that the configuration names, which have to be there and fit.
+    explicit Transport(boost::asio::io_context& io);
 
-// The rest throws std::runtime_error, too: when the configuration has no key of the service or names no clients, when
-// the host does not exist, or the address cannot be had.
-std::unique_ptr<io::Connector> makeConnector(boost::asio::io_context& io, std::shared_ptr<Common> common,
-                                             const std::string& service, const std::string& endpoint);
-std::unique_ptr<io::Listener> makeListener(boost::asio::io_context& io, std::shared_ptr<Common> common,
-                                           const std::string& service, const std::string& endpoint);
+    // When the configuration has no key of the service, or its host does not exist, there is none.
+    std::unique_ptr<io::Connector> connectorTo(const std::string& service, const std::string& endpoint);
+    // When the configuration names no clients, or the address cannot be had, there is none.
+    std::unique_ptr<io::Listener> listenerAt(const std::string& service, const std::string& endpoint);
 
-// Around the closing of all streams when the queue stops: what they have taken still reaches the peers, for which these
-// have half a second. Neither throws.
-void beginFarewell(Common& common);
-void endFarewell(Common& common);
+    // Around the closing of all streams when the queue stops: what they have taken still reaches the peers, for which
+    // these have half a second.
+    void beginFarewell();
+    void endFarewell() noexcept;
+
+private:
+    boost::asio::io_context& io_;
+    const std::shared_ptr<Shared> shared_;
+};
 
 } // namespace host::remote

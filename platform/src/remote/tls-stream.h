@@ -1,19 +1,89 @@
-// Streams to peers that have proven their keys.
+// Streams to peers that prove their keys.
 #pragma once
 
+#include "io/file-descriptor.h"
 #include "io/transport.h"
-#include "remote/common.h"
 #include "remote/tls.h"
 
+#include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <cstddef>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <system_error>
+#include <vector>
 
 namespace host::remote {
 
-// A stream over a session whose handshake is done. It holds the peer's key, of which the service counts the holders,
-// until it is closed. Throws std::bad_alloc.
-std::unique_ptr<io::Stream> makeStream(std::shared_ptr<Common> common, boost::asio::ip::tcp::socket socket,
-                                       std::unique_ptr<Session> session, std::shared_ptr<const std::string> key);
+// What all streams of a process have in common.
+struct Shared {
+    Context tls;
+    std::chrono::milliseconds heartbeat;
+    // Whether the queue stops. The peers of the streams that end with it have still to read what was sent: were such a
+    // socket closed while its peer goes on sending, the system would break the connection and drop what is under way.
+    bool stopping = false;
+    std::vector<io::FileDescriptor> stopped; // shut down for sending; at most as many as there were streams
+};
+
+// The keys that a side accepts. Each is held by the streams whose peers have proven it, which counts them.
+using Keys = std::map<std::string, std::shared_ptr<const std::string>>;
+
+class TlsStream final : public io::Stream, private KeyCheck {
+public:
+    using User = std::shared_ptr<io::StreamUser>;
+
+    // Throws std::bad_alloc.
+    TlsStream(boost::asio::io_context& io, std::shared_ptr<Shared> shared, std::shared_ptr<const Keys> keys,
+              bool serving);
+
+    // To connect it, or to take over a connection. The receiving thread's, as all of this until the key is proven.
+    boost::asio::ip::tcp::socket& socket() { return socket_; }
+    // Has the peer prove its key. Then, and for a client once the service has accepted it, the user is told by
+    // onWritable that the stream can be used; or else by onFault why not. May throw.
+    void prove(const User& user);
+    // Whether the peer has said anything, so that there is a session for it.
+    bool hasSpoken() const { return session_ != nullptr; }
+
+    bool isOwn() const override { return true; }
+    std::string peer() const override { return "key " + *key_; }
+    void receive(char* room, std::size_t size, User user) override;
+    std::size_t send(const char* data, std::size_t size, std::error_code& error) noexcept override;
+    void waitWritable(User user) noexcept override;
+    void breakOff() noexcept override;
+    void close() noexcept override;
+
+private:
+    Answer check(const std::string& publicKey) override;
+    void step(const User& user) noexcept;
+    void comeBack(Session::Progress progress, const User& user);
+    void stepWhenThereIsInput(const User& user);
+    void shakeHands(const User& user);
+    void read(const User& user);
+    void end(io::StreamUser& user);
+    void watch(const std::weak_ptr<io::StreamUser>& user);
+    bool isSilent() const;
+
+    const std::shared_ptr<Shared> shared_;
+    const std::shared_ptr<const Keys> keys_;
+    const bool serving_;
+    boost::asio::ip::tcp::socket socket_; // the receiving thread's, as is what follows
+    boost::asio::steady_timer heartbeat_;
+    std::string refusal_; // why the peer's key is not accepted
+    bool proven_ = false, silent_ = false;
+    bool over_ = false; // the session will give nothing more
+    char* room_ = nullptr;
+    std::size_t size_ = 0;
+
+    int descriptor_ = -1; // the socket's, for any thread once the key is proven
+
+    std::mutex mutex_; // guards the rest, once the key is proven
+    std::unique_ptr<Session> session_;
+    std::shared_ptr<const std::string> key_;
+    bool spoke_ = false; // since the last heartbeat
+};
 
 } // namespace host::remote

@@ -52,10 +52,9 @@ public:
     // Whether there may be something for read in what has arrived.
     bool hasInput() const noexcept { return wire_.first < wire_.last || SSL_pending(ssl_.get()) > 0; }
 
-    Progress handshake() noexcept;
-    // A client's handshake is done before the service has looked at its key. This is done once the service has sent
+    // A client's part ends before the service has looked at its key; it is done only once the service has sent
     // something, hence accepted the client.
-    Progress awaitAcceptance() noexcept;
+    Progress handshake() noexcept;
     Progress read(char* room, std::size_t size, std::size_t& count) noexcept;
     // Takes one record at most, of 16 KiB.
     Progress write(const char* data, std::size_t size, std::size_t& count) noexcept;

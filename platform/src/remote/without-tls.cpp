@@ -19,17 +19,11 @@ void checkKey(const std::string&, const std::string&) { refuse(); }
 
 namespace remote {
 
-std::shared_ptr<Common> makeCommon() { refuse(); }
-std::unique_ptr<io::Connector> makeConnector(boost::asio::io_context&, std::shared_ptr<Common>, const std::string&,
-                                             const std::string&) {
-    refuse();
-}
-std::unique_ptr<io::Listener> makeListener(boost::asio::io_context&, std::shared_ptr<Common>, const std::string&,
-                                           const std::string&) {
-    refuse();
-}
-void beginFarewell(Common&) {}
-void endFarewell(Common&) {}
+Transport::Transport(boost::asio::io_context& io) : io_(io) { refuse(); }
+std::unique_ptr<io::Connector> Transport::connectorTo(const std::string&, const std::string&) { refuse(); }
+std::unique_ptr<io::Listener> Transport::listenerAt(const std::string&, const std::string&) { refuse(); }
+void Transport::beginFarewell() {}
+void Transport::endFarewell() noexcept {}
 
 } // namespace remote
 } // namespace host

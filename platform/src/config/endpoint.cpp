@@ -1,4 +1,4 @@
-#include "remote/endpoint.h"
+#include "config/endpoint.h"
 
 #include "io/file-descriptor.h"
 
@@ -25,7 +25,7 @@ std::string inBrackets(const std::string& host) {
 }
 
 // Tried without the port, which the service itself may have.
-void checkThatItIsOurs(const std::string& service, const std::string& endpoint, const remote::Address& address) {
+void checkThatItIsOurs(const std::string& service, const std::string& endpoint, const config::Address& address) {
     const io::FileDescriptor probe(::socket(address.data()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (probe && ::bind(probe.get(), address.data(), static_cast<socklen_t>(address.size())) == 0) return;
     if (errno == EADDRINUSE) return; // it is, but all of its ports are taken
@@ -71,7 +71,7 @@ Place placeOf(const std::string& service, const std::string& endpoint, unsigned 
 Place placeToServeAt(const std::string& service, const std::string& endpoint) {
     Place place = placeOf(service, endpoint);
     if (place.host == "*") return place;
-    const remote::Address address = remote::addressesOf(service, endpoint, {place.host, "0"}, AI_PASSIVE).front();
+    const config::Address address = config::addressesOf(service, endpoint, {place.host, "0"}, AI_PASSIVE).front();
     checkThatItIsOurs(service, endpoint, address);
     place.host = address.address().to_string();
     return place;
@@ -79,7 +79,7 @@ Place placeToServeAt(const std::string& service, const std::string& endpoint) {
 
 bool isEveryAddress(const std::string& host) { return host == "*" || host == "0.0.0.0" || host == "::"; }
 
-namespace remote {
+namespace config {
 
 std::string textOf(const Address& address) {
     return std::string(scheme) + inBrackets(address.address().to_string()) + ':' + std::to_string(address.port());
@@ -107,5 +107,5 @@ std::vector<Address> addressesOf(const std::string& service, const std::string& 
     return addresses;
 }
 
-} // namespace remote
+} // namespace config
 } // namespace host

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace host::remote {
+namespace host::config {
 
 using Address = boost::asio::ip::tcp::endpoint;
 
@@ -19,4 +19,4 @@ std::string textOf(const Address& address);
 std::vector<Address> addressesOf(const std::string& service, const std::string& endpoint, const Place& place,
                                  int flags = 0);
 
-} // namespace host::remote
+} // namespace host::config

@@ -1,6 +1,8 @@
-#include "io/file-descriptor.h"
-#include "remote/key-forms.h"
+#include "config/keys.h"
 
+#include "io/file-descriptor.h"
+
+#include <host/configuration.h>
 #include <host/keys.h>
 
 #include <algorithm>
@@ -50,8 +52,8 @@ std::optional<Bytes> bytesOf(const std::string& text) {
 
 // The public key that belongs to a secret one, or an empty text when that is none.
 std::string publicKeyOf(const std::string& secretKey) {
-    const remote::Key key = remote::secretKeyOf(secretKey);
-    return key ? remote::publicTextOf(key.get()) : std::string();
+    const config::Key key = config::secretKeyOf(secretKey);
+    return key ? config::publicTextOf(key.get()) : std::string();
 }
 
 // The text of a file that is this user's own.
@@ -76,15 +78,20 @@ std::string keyIn(const toml::table& table, const char* name, const std::string&
     return *key;
 }
 
+Setting needed(const std::string& name, const std::string& why) {
+    if (auto value = setting(name)) return *value;
+    throw std::runtime_error(why + ", but " + name + " is not configured");
+}
+
 } // namespace
 
-remote::Key remote::secretKeyOf(const std::string& text) {
+config::Key config::secretKeyOf(const std::string& text) {
     const auto bytes = bytesOf(text);
     return {bytes ? EVP_PKEY_new_raw_private_key(EVP_PKEY_ED25519, nullptr, bytes->data(), bytes->size()) : nullptr,
             &EVP_PKEY_free};
 }
 
-std::string remote::publicTextOf(const EVP_PKEY* key) {
+std::string config::publicTextOf(const EVP_PKEY* key) {
     Bytes bytes;
     std::size_t size = bytes.size();
     if (!key || EVP_PKEY_get_id(key) != EVP_PKEY_ED25519 ||
@@ -141,6 +148,29 @@ void checkKey(const std::string& key, const std::string& what) {
         key.size() == earlierKeyCharacters ? " (that of an earlier version? see tvctl keygen)" : "";
     throw std::runtime_error(what + ": not a key of " + std::to_string(keyCharacters) + " characters: \"" + key + '"' +
                              hint);
+}
+
+KeyPair config::ownKeys() {
+    return readKeys(needed("keys.file", "connections to other hosts need this machine's keys").text);
+}
+
+std::string config::keyOfService(const std::string& service, const std::string& endpoint) {
+    const std::string name = "keys.services." + service;
+    const Setting key = needed(name, "service " + service + " is at " + endpoint + " and has to prove its key");
+    checkKey(key.text, key.origin + ": " + name);
+    return key.text;
+}
+
+std::set<std::string> config::keysOfClients(const std::string& service, const std::string& endpoint) {
+    const Setting listed =
+        needed("keys.clients", "service " + service + " is offered at " + endpoint + " to known clients only");
+    std::set<std::string> keys;
+    for (const std::string& key : itemsOf(listed)) {
+        checkKey(key, listed.origin + ": keys.clients");
+        keys.insert(key);
+    }
+    if (keys.empty()) throw std::runtime_error(listed.origin + ": keys.clients: names no client");
+    return keys;
 }
 
 } // namespace host
