@@ -27,6 +27,12 @@ constexpr int unknownKeyAlert = SSL_AD_BAD_CERTIFICATE;
 constexpr int tooMany = X509_V_ERR_OUT_OF_MEM;
 constexpr int tooManyAlert = SSL_AD_INTERNAL_ERROR;
 
+// The library looks for the reason of a failure among the thread's errors, where others may have left theirs. It clears
+// every place of that list even when all are empty, which they are for nearly every record.
+void forgetEarlierErrors() noexcept {
+    if (ERR_peek_error() != 0) ERR_clear_error();
+}
+
 using Certificate = std::unique_ptr<X509, Releaser<X509_free>>;
 
 void require(bool good, const char* what) {
@@ -164,7 +170,7 @@ Session::Progress Session::progressAfter(int result) noexcept {
 }
 
 Session::Progress Session::handshake() noexcept {
-    ERR_clear_error();
+    forgetEarlierErrors();
     const int result = SSL_do_handshake(ssl_.get());
     if (result != 1 || SSL_is_server(ssl_.get())) return progressAfter(result);
     char first;
@@ -172,25 +178,25 @@ Session::Progress Session::handshake() noexcept {
 }
 
 Session::Progress Session::read(char* room, std::size_t size, std::size_t& count) noexcept {
-    ERR_clear_error();
+    forgetEarlierErrors();
     count = 0;
     return progressAfter(SSL_read_ex(ssl_.get(), room, size, &count));
 }
 
 Session::Progress Session::write(const char* data, std::size_t size, std::size_t& count) noexcept {
-    ERR_clear_error();
+    forgetEarlierErrors();
     count = 0;
     return progressAfter(SSL_write_ex(ssl_.get(), data, size, &count));
 }
 
 void Session::probe() noexcept {
-    ERR_clear_error();
+    forgetEarlierErrors();
     // Not while a record waits for room: that one is acknowledged as well.
     if (SSL_key_update(ssl_.get(), SSL_KEY_UPDATE_NOT_REQUESTED) == 1) (void)SSL_do_handshake(ssl_.get());
 }
 
 void Session::end() noexcept {
-    ERR_clear_error();
+    forgetEarlierErrors();
     (void)SSL_shutdown(ssl_.get());
     wire_.socket = -1;
 }
