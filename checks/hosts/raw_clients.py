@@ -3,8 +3,9 @@
 
 usage: raw_clients.py KIND HOST PORT COUNT, where KIND is
        plain, connections that speak something else, break off, or say nothing;
-       or one of those that come at an even pace: silent ones, that say a byte or nothing and stay; slow ones, that say
-       a good TLS ClientHello a byte at a time; garbage, that speak something else or break off.
+       or one of those that come at an even pace: silent ones, that say a byte or nothing and stay; one-byte ones, that
+       all say one and are more than a service lets prove their keys at a time; slow ones, that say a good TLS ClientHello
+       a byte at a time; garbage, that speak something else or break off.
 
 Ends with 0 when every one of them was connected, and rejected or gone."""
 import functools
@@ -16,7 +17,7 @@ import sys
 import time
 
 AT_A_TIME = 50  # fewer than may wait to be accepted, so that none comes twice
-PACES = {"silent": 125, "slow": 25, "garbage": 50}  # a second
+PACES = {"silent": 125, "one-byte": 125, "slow": 25, "garbage": 50}  # a second
 BYTE_PAUSE = 0.2 # seconds, between those of slow ones
 PATIENCE = 20   # seconds, for a connection, and for being rejected
 
@@ -88,7 +89,7 @@ class Crowd:
 
     def add(self, number):
         client = socket.create_connection(self.place, PATIENCE)
-        words = plain_words(number, self.source) if self.kind == "garbage" else b"\x16" if number % 2 else b""
+        words = plain_words(number, self.source) if self.kind == "garbage" else b"\x16" * (self.kind == "one-byte" or number % 2)
         if self.kind != "slow" and words:
             client.sendall(words)
         self.members[client] = 0

@@ -1,5 +1,6 @@
 """What a receiver has to bear whose services are on another host. Each scenario throws Failure, and judges figures."""
 import json
+import signal
 import subprocess
 import sys
 import time
@@ -17,14 +18,19 @@ QUEUE = 1024  # messages that may wait for a connection, as built in
 PORTS = {"tvservice": 7401, "mmservice": 7402}
 LINES = 21  # a second of one kind: 20, and the one about the others
 STREAMS = 64  # that one key may have with a service
-JUNK = 250    # connections of one kind to one service at a time
-NOTIFICATION = json.dumps({"info": {"strParam1": "x" * 500}})
+# Connections of a kind to one service at a time. Those of one byte fill all places for handshakes, and those that show
+# a key more than its streams.
+JUNK = {"junk": 250, "keys": 250, "plain": 250, "one-byte": 400, "unproven": 80}
+NOTIFICATION, LONG_NOTIFICATION = (json.dumps({"info": {"strParam1": "x" * size}}) for size in (500, 50_000))
+LONG_NOTIFICATIONS = 500  # which would be 25 MB for each stream
 SLOWEST_PLAY = 2000  # ms
 # In KiB. A stream has the TLS library's session with a record each way, at most 50, and a receive buffer, which doubles
 # from 64 to 128 for a message of 65,000 bytes. A connection that has not proven its key has at most 170, mostly the
 # first message that it announces, and there are at most 256 of them.
 STREAM_MEMORY = STREAMS * (50 + 128) + 256 * 170
-QUEUED_MEMORY = QUEUE * 1  # of a stream: the notifications above, with their heads
+QUEUED_MEMORY = QUEUE * 1  # of a stream: the short notifications above, with their heads
+# What waits for all clients of a service, in buffers that double: four queues of 64 MiB, and one MiB of each stream.
+ALL_QUEUED_MEMORY = 2 * 1024 * (4 * 64 + STREAMS)
 KEPT_MEMORY = 1024
 WRONG_KEYS = 25  # clients a second
 PACES = {**raw_clients.PACES, "wrong-keys": WRONG_KEYS}
@@ -169,6 +175,28 @@ def cut(stage, seconds, flood):
     after = stage.host.statistics()["tvservice"]
     counted = sum(after[name] - before[name] for name in ("sent", "dropped", "refused"))
     stage.judge("messages of the cut that no counter has", flood + 2 - counted, "messages", 0, 0)
+
+
+def pause(stage, seconds):
+    """The framework process is stopped for many heartbeats, over a line on which an acknowledgement takes its time."""
+    stage.settle()
+    stage.net.worsen(0, 50, 10)
+    stage.net.use("far")
+    stage.player.play_one()
+    logs = (stage.tv_service.log, stage.mm_service.log, stage.host.log)
+    for log in logs:
+        log.read()
+    begins = [len(log.lines) for log in logs]
+    stage.host.process.send_signal(signal.SIGSTOP)
+    time.sleep(seconds)
+    stage.host.process.send_signal(signal.SIGCONT)
+    stage.player.play_one()
+    time.sleep(NOTICED)
+    stage.judge(f"connections lost while the framework process was stopped for {seconds} s",
+                sum("disconnected" in line["text"] for log, begin in zip(logs, begins)
+                    for line in (log.read() or log.lines)[begin:]), "connections", 0, 0)
+    stage.net.use("near")
+    stage.player.play_one()
 
 
 def tls_clients(stage, kind, count, service, *words, **options):
@@ -375,6 +403,18 @@ def hold(stage, count, notifications):
             one.stdin.close()
         watch.play_until_over(them, "clients that never read")
         watch.judge(f"clients that never read, {when}", most, kept)
+    watch = Watch(stage)
+    them = both(stage, "hold", count, stdin=subprocess.PIPE)
+    for one in them:
+        one.stdout.readline()
+    for number in range(LONG_NOTIFICATIONS):
+        stage.tv_service.ask("emit", "TvServicePlayInfo", LONG_NOTIFICATION)
+        if number % 20 == 0:
+            watch.play()
+    for one in them:
+        one.stdin.close()
+    watch.play_until_over(them, "clients that never read")
+    watch.judge("clients that never read long notifications", STREAM_MEMORY + ALL_QUEUED_MEMORY, most)
 
 
 def reconnects(stage, rounds):
@@ -384,11 +424,11 @@ def reconnects(stage, rounds):
 
     def crowd_again():
         """Every kind is there at any time."""
-        for kind in ("junk", "keys", "plain"):
+        for kind, count in JUNK.items():
             for service in PORTS:
                 if not any(one.poll() is None for k, s, one in them if (k, s) == (kind, service)):
-                    them.append((kind, service, tls_clients(stage, kind, JUNK, service, stage.receiver.key_file)
-                                 if kind == "junk" else come(stage, kind, JUNK, service)))
+                    them.append((kind, service, tls_clients(stage, kind, count, service, stage.receiver.key_file)
+                                 if kind in ("junk", "unproven") else come(stage, kind, count, service)))
 
     for _ in range(rounds):
         crowd_again()
@@ -404,8 +444,8 @@ def reconnects(stage, rounds):
         raise Failure(f"junk: ended with {[(kind, one.returncode) for kind, _, one in them]}")
     names = dict(zip(PORTS, watch.services))
     expected = dict.fromkeys(watch.services, 0)
-    for _, service, _ in them:
-        expected[names[service]] += JUNK
+    for kind, service, _ in them:
+        expected[names[service]] += JUNK[kind]
     watch.expect("refused", expected, "junk connections while a receiver restarts")
     stage.judge("restarts of a receiver among them that got its connections", succeeded, "restarts", rounds, rounds)
     stage.judge("slowest of them", round(slowest * 1e3), "ms", 0, 5000)

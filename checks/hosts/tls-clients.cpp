@@ -6,6 +6,9 @@
 //                                           the service; as fast as they can when PER_SECOND is 0
 // or one of those with the key in FILE:
 //   junk ADDRESS COUNT FILE                 connections that say something that is no hello
+//   unproven ADDRESS COUNT FILE             connections that show the public key, do not prove that they have the
+//   secret
+//                                           one, and wait
 //   garbage ADDRESS COUNT FILE              records of five bytes, over as many connections as it takes; then a
 //                                           connection that breaks in the middle of a record
 //   messages ADDRESS COUNT FILE BYTES       messages that the service does not know, each of that many bytes
@@ -105,6 +108,24 @@ public:
     }
     bool say(const std::string& bytes) {
         return done(SSL_write(ssl_.get(), bytes.data(), static_cast<int>(bytes.size())));
+    }
+
+    // The handshake up to its certificate, which is in the first encrypted record that it says.
+    void showCertificate() {
+        gather();
+        SSL_connect(ssl_.get());
+        ERR_clear_error();
+        char* data;
+        const auto size = static_cast<std::size_t>(BIO_get_mem_data(SSL_get_wbio(ssl_.get()), &data));
+        constexpr char encrypted = 23;
+        std::size_t end = 0;
+        for (bool last = false; !last && end + 5 < size;) {
+            last = data[end] == encrypted;
+            end += 5 + (static_cast<std::size_t>(static_cast<unsigned char>(data[end + 3])) << 8 |
+                        static_cast<unsigned char>(data[end + 4]));
+        }
+        if (end >= size) throw std::runtime_error("the proof comes with the certificate");
+        sayRaw({data, end});
     }
 
     // Repeats the service's own hello, as both sides have the same messages. Returns whether the service is there.
@@ -247,6 +268,13 @@ void sayJunk(const Order& order) {
     tell(order.count);
 }
 
+void showKeysOnly(const Order& order) {
+    const auto context = order.context();
+    const auto clients = clientsAtOnce(order.count, [&] { return std::make_unique<Client>(order.service, *context); });
+    for (const auto& client : clients) client->showCertificate();
+    for (const auto& client : clients) client->end();
+}
+
 void breakInARecord(const Order& order, SSL_CTX& context) {
     Client client(order.service, context);
     if (!client.shakeHands() || !client.sayHello()) throw std::runtime_error("the service rejects a good hello");
@@ -321,8 +349,8 @@ void hold(const Order& order) {
 
 int run(int count, char** words) {
     static const std::map<std::string, void (*)(const Order&)> kinds{
-        {"unknown-keys", comeWithUnknownKeys}, {"junk", sayJunk}, {"garbage", sayGarbage}, {"messages", sayMessages},
-        {"key-updates", updateKeys},           {"hold", hold},
+        {"unknown-keys", comeWithUnknownKeys}, {"junk", sayJunk}, {"garbage", sayGarbage},    {"messages", sayMessages},
+        {"key-updates", updateKeys},           {"hold", hold},    {"unproven", showKeysOnly},
     };
     const Arguments arguments(words + 1, words + count);
     const auto kind = kinds.find(arguments.at(0));

@@ -19,6 +19,7 @@
 #include <openssl/x509.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <utility>
 
 namespace support {
 namespace {
@@ -59,7 +60,7 @@ void useKey(SSL_CTX* context, EVP_PKEY* key, const EVP_MD* digest) {
 
 host::remote::Context contextWith(Fault fault) {
     const auto keys = host::readKeys(host::setting("keys.file")->text);
-    if (fault == Fault::none) return host::remote::makeContext(keys);
+    if (fault == Fault::none || fault == Fault::unfinishedProof) return host::remote::makeContext(keys);
     host::remote::Context context(SSL_CTX_new(TLS_client_method()));
     SSL_CTX_set_verify(context.get(), SSL_VERIFY_NONE, nullptr);
     if (fault == Fault::stolenKey) useKey(context.get(), stolenKey(keys).get(), nullptr);
@@ -82,7 +83,16 @@ host::io::FileDescriptor connectedTo(const std::string& address) {
 } // namespace
 
 struct RemotePeer::State {
-    State(const std::string& address, Fault fault) : context(contextWith(fault)), socket(connectedTo(address)) {}
+    State(const std::string& address, Fault fault) : context(contextWith(fault)) {
+        socket = connectedTo(address);
+        if (fault == Fault::unfinishedProof) {
+            int ends[2];
+            EXPECT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends));
+            service = std::exchange(socket, host::io::FileDescriptor(ends[0]));
+            line = host::io::FileDescriptor(ends[1]);
+        }
+        made = std::make_unique<Session>(*context, socket.get(), false, anyKey);
+    }
 
     // Until the step is done; false when it is over, or takes too long.
     template <class Step> bool finish(Step step) {
@@ -95,37 +105,73 @@ struct RemotePeer::State {
             pollfd item{socket.get(), static_cast<short>(input ? POLLIN : POLLOUT), 0};
             if (::poll(&item, 1, 10000) <= 0) return false;
             if (!input) continue;
-            const ssize_t count = ::recv(socket.get(), session.room(), Session::roomBytes, 0);
-            session.arrived(count > 0 ? static_cast<std::size_t>(count) : 0, count < 0 ? errno : 0);
+            const ssize_t count = ::recv(socket.get(), session().room(), Session::roomBytes, 0);
+            session().arrived(count > 0 ? static_cast<std::size_t>(count) : 0, count < 0 ? errno : 0);
         }
     }
 
+    // Says all up to its certificate, which is in the first encrypted record that it says.
+    void showCertificateOnly() {
+        std::array<char, 8192> bytes;
+        const auto said = [&] { return ::recv(line.get(), bytes.data(), bytes.size(), MSG_DONTWAIT); };
+        (void)session().handshake();
+        for (ssize_t count = said();
+             ::send(service.get(), bytes.data(), static_cast<std::size_t>(count), 0) == count;) {
+            const ssize_t heard = ::recv(service.get(), session().room(), Session::roomBytes, 0);
+            if (heard <= 0) return;
+            session().arrived(static_cast<std::size_t>(heard), 0);
+            while (session().handshake() == Session::Progress::again) {
+            }
+            count = said();
+            if (count < 0) {
+                count = 0; // more is to be heard
+                continue;
+            }
+            constexpr char encrypted = 23;
+            std::size_t end = 0;
+            for (bool last = false; !last;) {
+                last = bytes[end] == encrypted;
+                end += 5 + static_cast<std::size_t>(static_cast<unsigned char>(bytes[end + 3]) << 8 |
+                                                    static_cast<unsigned char>(bytes[end + 4]));
+            }
+            EXPECT_LT(end, static_cast<std::size_t>(count)) << "the proof comes with the certificate";
+            (void)::send(service.get(), bytes.data(), end, 0);
+            return;
+        }
+    }
+
+    Session& session() { return *made; }
+
     host::remote::Context context;
-    host::io::FileDescriptor socket;
+    host::io::FileDescriptor socket;        // the session's
+    host::io::FileDescriptor line, service; // for an unfinished proof the other end of that, and the service's
     AnyKey anyKey;
-    Session session{*context, socket.get(), false, anyKey};
+    std::unique_ptr<Session> made;
 };
 
 RemotePeer::RemotePeer(const std::string& address, Fault fault) : state_(std::make_unique<State>(address, fault)) {
-    accepted_ = state_->finish([&] { return state_->session.handshake(); });
+    if (fault == Fault::unfinishedProof)
+        state_->showCertificateOnly();
+    else
+        accepted_ = state_->finish([&] { return state_->session().handshake(); });
 }
 
 RemotePeer::~RemotePeer() = default;
 
 bool RemotePeer::say(const std::string& bytes) {
     for (std::size_t said = 0, count = 0; said < bytes.size(); said += count)
-        if (!state_->finish([&] { return state_->session.write(bytes.data() + said, bytes.size() - said, count); }))
+        if (!state_->finish([&] { return state_->session().write(bytes.data() + said, bytes.size() - said, count); }))
             return false;
     return true;
 }
 
-void RemotePeer::sayKeyUpdate() { state_->session.probe(); }
+void RemotePeer::sayKeyUpdate() { state_->session().probe(); }
 
 std::string RemotePeer::hear(std::size_t size) {
     std::string bytes(size, '\0');
     std::size_t heard = 0;
     for (std::size_t count = 0; heard < size; heard += count)
-        if (!state_->finish([&] { return state_->session.read(bytes.data() + heard, size - heard, count); })) break;
+        if (!state_->finish([&] { return state_->session().read(bytes.data() + heard, size - heard, count); })) break;
     bytes.resize(heard);
     return bytes;
 }
@@ -133,7 +179,7 @@ std::string RemotePeer::hear(std::size_t size) {
 bool RemotePeer::isEnded() {
     char byte[4096];
     std::size_t count;
-    while (state_->finish([&] { return state_->session.read(byte, sizeof byte, count); })) {
+    while (state_->finish([&] { return state_->session().read(byte, sizeof byte, count); })) {
     }
     pollfd item{state_->socket.get(), POLLIN, 0};
     return ::poll(&item, 1, 10000) > 0;

@@ -11,6 +11,7 @@ namespace support {
 enum class Fault {
     none,
     noCertificate,   // it proves nothing
+    unfinishedProof, // it shows a public key and says nothing more
     stolenKey,       // it shows a public key whose secret one it does not have
     olderProtocol,   // TLS 1.2
     unknownAlgorithm // a certificate with a key of another kind

@@ -34,6 +34,34 @@ protected:
 INSTANTIATE_TEST_SUITE_P(WithRoomFor, SmallQueue, testing::Values(1, 2, 10),
                          [](const auto& test) { return std::to_string(test.param); });
 
+class CrowdedQueue : public MessageQueue {
+protected:
+    const host::LogCapture log; // keeps the refusals off the error output
+};
+
+// Else as many clients as there may be would each hold a whole queue's memory.
+TEST_F(CrowdedQueue, BoundsWhatWaitsForAllClientsTogetherAndKeepsAPartForEach) {
+    constexpr std::size_t silent = 8, textBytes = 512 * 1024;
+    limits.bytes = 4 * 1024 * 1024;
+    startServer();
+    std::vector<std::unique_ptr<RawPeer>> peers;
+    for (std::size_t i = 0; i < silent; ++i) {
+        peers.push_back(std::make_unique<RawPeer>(path));
+        peers.back()->say(honestHello());
+    }
+    ASSERT_TRUE(eventually([&] { return host::MessageQueue::clientsOf(*offered).size() == silent; }));
+    while (sendText(*offered, textBytes, 'x') == 0) {
+    }
+    const std::size_t all = 4 * limits.bytes, each = 1024 * 1024;
+    EXPECT_LE(atServer().queued, (all + silent * each) / textBytes);
+    EXPECT_GE(atServer().queued, all / textBytes - 1);
+    startClient();
+    ASSERT_TRUE(
+        eventually([&] { return atClient().connected && host::MessageQueue::clientsOf(*offered).size() > silent; }));
+    EXPECT_EQ(0, sendText(*offered, textBytes, 'x'));
+    EXPECT_TRUE(eventually([&] { return clientInbox.size() == 1; }));
+}
+
 TEST_P(SmallQueue, KeepsAsManyAsItHasRoomForAndTakesMoreOnceTheyAreOut) {
     startClient();
     for (std::uint32_t i = 0; i < GetParam(); ++i) EXPECT_EQ(0, sendNumber(*door, i));

@@ -2,6 +2,7 @@
 #include "support/queue-fixture.h"
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <future>
@@ -21,6 +22,8 @@ struct HeldHandler {
         self.takers.push_back(transport.connection);
         bell.ring();
         self.goOn.wait(lock, [&] { return self.released; });
+        for (const auto end = std::chrono::steady_clock::now() + self.work; std::chrono::steady_clock::now() < end;) {
+        }
         return 0;
     }
     std::size_t taken() {
@@ -36,6 +39,7 @@ struct HeldHandler {
     std::mutex mutex;
     std::condition_variable goOn;
     bool released = false;
+    std::chrono::milliseconds work{0}; // that each number takes
     std::vector<std::uint64_t> takers;
 };
 
@@ -74,6 +78,19 @@ TEST_F(FloodedQueue, ServesAnotherClientAfterABoundedNumberOfTheFloodersMessages
     const auto own = std::find_if(handler.takers.begin(), handler.takers.end(),
                                   [&](std::uint64_t one) { return one != handler.takers.front(); });
     EXPECT_LT(own - handler.takers.begin(), 500);
+}
+
+TEST_F(FloodedQueue, ServesAnotherClientSoonWhenEachMessageTakesLong) {
+    handler.work = 3ms;
+    flooder->say(hello + numbers(100));
+    ASSERT_TRUE(eventually([&] { return handler.taken() == 1; }));
+    RawPeer other(path);
+    other.say(hello + numbers(1));
+    handler.release();
+    ASSERT_TRUE(eventually([&] { return handler.taken() == 101; }));
+    const auto own = std::find_if(handler.takers.begin(), handler.takers.end(),
+                                  [&](std::uint64_t one) { return one != handler.takers.front(); });
+    EXPECT_LT(own - handler.takers.begin(), 20);
 }
 
 TEST_F(FloodedQueue, StopsAlthoughMessagesAreWaiting) {

@@ -220,6 +220,20 @@ TEST_F(BetweenHosts, GivesAKeyABoundedNumberOfStreams) {
     EXPECT_TRUE(honestClientServed());
 }
 
+// A public key is no secret: who only shows it must not use up its owner's streams.
+TEST_F(BetweenHosts, CountsOnlyStreamsWhosePeerHasProvenTheKey) {
+    const host::LogCapture log({0x0202});
+    startServer();
+    std::vector<std::unique_ptr<support::RemotePeer>> peers;
+    for (int i = 0; i < 100; ++i) {
+        peers.push_back(std::make_unique<support::RemotePeer>(path, support::Fault::unfinishedProof));
+        ASSERT_FALSE(peers.back()->isAccepted());
+    }
+    startClient();
+    EXPECT_TRUE(honestClientServed());
+    for (const auto& line : log.lines()) EXPECT_THAT(line.text, testing::Not(HasSubstr("a key has at most")));
+}
+
 // New keys cost it next to nothing, and there is always another one.
 TEST_F(BetweenHosts, ServesOthersWhileAClientSendsKeyUpdatesWithoutAPause) {
     const host::LogCapture log({0x0202});
@@ -251,6 +265,20 @@ TEST_F(BetweenHosts, EvictsTheOldestOfManySilentConnections) {
     EXPECT_TRUE(honestClientServed());
     EXPECT_TRUE(eventually([&] { return atServer().refused == silent.size(); })); // the last ones when their time is up
     EXPECT_TRUE(atClient().connected);
+}
+
+// Else a byte each would be enough to keep all others out.
+TEST_F(BetweenHosts, EvictsTheOldestAndNotTheNewestWhenAllHaveSpoken) {
+    const host::LogCapture log({0x0202});
+    startServer();
+    std::vector<std::unique_ptr<PlainPeer>> slow;
+    for (int i = 0; i < 300; ++i) {
+        slow.push_back(std::make_unique<PlainPeer>(remote->port));
+        slow.back()->say("\x16");
+    }
+    EXPECT_TRUE(log.waitFor("evicted for newer connections before it had proven a key", 10s));
+    EXPECT_TRUE(slow.front()->isTurnedAway());
+    EXPECT_FALSE(slow.back()->isEndedNow());
 }
 
 TEST_F(BetweenHosts, EvictsNoConnectionThatHasSpokenWhileThereIsASilentOne) {

@@ -23,6 +23,8 @@ constexpr std::size_t leastBytesPerSecond = 32 * 1024;
 // How many messages of one peer are handled before others have their turn. So many that what a turn costs does not
 // count, so few that a crowd of peers with slow handlers delays nobody for long.
 constexpr unsigned mostPerTurn = 32;
+// And for how long, when single ones take long.
+constexpr std::chrono::milliseconds longestTurn{2};
 std::atomic<std::uint64_t> lastNumber{0};
 
 } // namespace
@@ -193,6 +195,7 @@ bool Connection::handleHello() {
 }
 
 bool Connection::handleFrames() {
+    const auto begin = std::chrono::steady_clock::now();
     for (unsigned handled = 0; incoming_.size() >= frameHeaderBytes; ++handled) {
         char* header = incoming_.data();
         const std::uint32_t size = load32(header, swap_);
@@ -203,7 +206,8 @@ bool Connection::handleFrames() {
         }
         if (incoming_.size() - frameHeaderBytes < size) break;
         if (door_.isStopping()) return false;
-        if (handled >= mostPerTurn && yield()) return false;
+        const bool isLong = handled > 0 && std::chrono::steady_clock::now() - begin >= longestTurn;
+        if ((isLong || handled >= mostPerTurn) && yield()) return false;
         handleFrame(header, size, header + frameHeaderBytes);
         incoming_.consume(frameHeaderBytes + size);
         finished_ = true;

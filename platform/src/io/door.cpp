@@ -77,7 +77,7 @@ int Door::put(const Outgoing& message, Outbox& outbox, Connection* connection) {
     if (outbox.messages() >= limits_.messages) return full();
     const auto deadline = connection ? Outbox::Time::max() : std::chrono::steady_clock::now() + limits_.wait;
     outbox.add(message.ids, message.meta, message.plan, message.payload, deadline);
-    if (outbox.bytes() > limits_.bytes) {
+    if (outbox.bytes() > mostBytes(outbox)) {
         outbox.retractLast();
         return full();
     }

@@ -91,6 +91,8 @@ protected:
     virtual int dispatch(const Outgoing& message, const frame::TransportInfo* transport) = 0;
     // Puts a message into an outbox, whose connection (null for none) sends it at once if it can.
     int put(const Outgoing& message, Outbox& outbox, Connection* connection);
+    // How many bytes may wait in an outbox; the mutex is held.
+    virtual std::size_t mostBytes(const Outbox&) const { return limits_.bytes; }
     int refuse(int result, const frame::MsgMeta& meta, const char* why);
     virtual void addTo(frame::IOStatistics& statistics) = 0; // connected and queued; the mutex is held
     // What proceed is for in one kind of door. What there is still no memory for asks for proceedLater again.

@@ -11,7 +11,7 @@
 
 namespace host::io {
 
-// A stream over a connected socket that does not block. Throws std::bad_alloc or std::system_error.
+// A stream over a connected socket that does not block. Throws std::exception.
 std::unique_ptr<Stream> streamOver(boost::asio::io_context& io, FileDescriptor socket);
 
 class LocalConnector final : public Connector {

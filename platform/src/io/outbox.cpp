@@ -5,6 +5,7 @@
 #include <host/message-queue.h>
 
 #include <algorithm>
+#include <exception>
 
 namespace host::io {
 namespace {
@@ -40,9 +41,16 @@ void Outbox::add(const frame::MsgIds& ids, const frame::MsgMeta& meta, const Pla
     store(header + 28, std::uint32_t{0});
 }
 
-void Outbox::retractLast() {
+void Outbox::retractLast() noexcept {
     frames_.truncate(frames_.size() - waiting_.back().bytes);
     waiting_.pop_back();
+    if (frames_.capacity() <= 2 * largestKeptBytes || frames_.size() > largestKeptBytes) return;
+    try {
+        Bytes smaller;
+        std::copy_n(frames_.data(), frames_.size(), smaller.append(frames_.size()));
+        frames_ = std::move(smaller);
+    } catch (const std::exception&) { // no memory: it goes once the outbox is empty
+    }
 }
 
 std::size_t Outbox::took(std::size_t count) {

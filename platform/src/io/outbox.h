@@ -26,7 +26,7 @@ public:
     // Adds a message at the end. Throws as marshal does; the outbox is then as it was.
     void add(const frame::MsgIds& ids, const frame::MsgMeta& meta, const Plan& plan, const void* payload,
              Time deadline);
-    void retractLast();
+    void retractLast() noexcept; // with the memory that it took
 
     bool empty() const { return first_ == waiting_.size(); }
     std::size_t messages() const { return waiting_.size() - first_; }

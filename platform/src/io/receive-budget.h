@@ -2,7 +2,8 @@
 //
 // A message of which only a part has arrived holds memory for as long as its sender likes. Two bounds keep such
 // messages from starving a process: one per peer, so that a peer cannot take the others' memory, and one for all peers
-// together, so that the last part of the heap is kept for answers and small messages.
+// together, so that a quarter of the heap is kept for answers and small messages. The first blocks of all connections
+// that there may be fit into that quarter from a heap of 80 MiB on.
 #pragma once
 
 #include <cstddef>

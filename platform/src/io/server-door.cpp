@@ -52,6 +52,10 @@ void ServerDoor::onClient(std::unique_ptr<Stream> stream) noexcept {
     makeWayForOthers();
 }
 
+void ServerDoor::onProven(const char* who) noexcept {
+    IO_LOG_LIMITED(*this, vdlDebugProgress, "service %s: %s\n", service.c_str(), who);
+}
+
 void ServerDoor::onRejected(const char* reason) noexcept {
     count(counters.refused);
     IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: client turned away: %s\n", service.c_str(), reason);
@@ -131,6 +135,13 @@ int ServerDoor::dispatch(const Outgoing& message, const frame::TransportInfo* tr
                        service.c_str(), message.meta.messageId, lost);
     }
     return taken > 0 ? 0 : result;
+}
+
+std::size_t ServerDoor::mostBytes(const Outbox& outbox) const {
+    if (outbox.bytes() <= bytesOfEach) return limits_.bytes;
+    std::size_t all = 0;
+    for (const auto& client : clients_) all += client->outbox().bytes();
+    return all <= queuesOfAll * limits_.bytes ? limits_.bytes : std::min(bytesOfEach, limits_.bytes);
 }
 
 void ServerDoor::addTo(frame::IOStatistics& statistics) {

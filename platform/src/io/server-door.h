@@ -14,6 +14,9 @@ namespace host::io {
 // Clients that have said their hello; who comes then is rejected. A receiver has one or two, and with those that have
 // still to say it (see mostAwaited) all fit into the 1024 descriptors that a process usually has.
 inline constexpr std::size_t mostClients = 256;
+// What may wait for all clients together, in queues of the configured size. When so much waits, as for clients that do
+// not read, each client may still have bytesOfEach waiting.
+inline constexpr std::size_t queuesOfAll = 4, bytesOfEach = 1024 * 1024;
 
 class ServerDoor final : public Door, private ListenerUser {
 public:
@@ -28,11 +31,13 @@ public:
 
 protected:
     int dispatch(const Outgoing& message, const frame::TransportInfo* transport) override;
+    std::size_t mostBytes(const Outbox& outbox) const override;
     void addTo(frame::IOStatistics& statistics) override;
     void takeUp() noexcept override;
 
 private:
     void onClient(std::unique_ptr<Stream> stream) noexcept override;
+    void onProven(const char* who) noexcept override;
     void onRejected(const char* reason) noexcept override;
     void onCannotAccept(const char* reason) noexcept override;
     void onStalled(const char* reason) noexcept override;

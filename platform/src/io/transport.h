@@ -71,6 +71,8 @@ public:
 class ListenerUser {
 public:
     virtual void onClient(std::unique_ptr<Stream> stream) noexcept = 0;
+    // A client has proven who it is: for the log.
+    virtual void onProven(const char* who) noexcept = 0;
     // The transport rejected a client, or lost it for want of memory.
     virtual void onRejected(const char* reason) noexcept = 0;
     // Clients wait until what is missing is there again. Said once.

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <boost/asio/connect.hpp>
 #include <boost/asio/ip/v6_only.hpp>
 #include <boost/asio/post.hpp>
@@ -18,7 +19,10 @@
 #include <boost/system/system_error.hpp>
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <exception>
+#include <functional>
+#include <iterator>
 #include <list>
 #include <mutex>
 #include <netdb.h>
@@ -70,17 +74,13 @@ public:
     }
     void prove() { stream_->prove(shared_from_this()); }
 
-    void connectTo(const std::vector<Address>& addresses) {
+    void connectTo(const std::vector<Address>& addresses) noexcept {
         if (!answer_) return; // finding the addresses took too long
-        boost::asio::async_connect(
-            stream_->socket(), addresses, [self = shared_from_this()](const Error& error, const Address&) {
-                try {
-                    if (self->answer_)
-                        error ? self->onFault("nobody answers there: " + error.message()) : self->prove();
-                } catch (const std::exception& shortage) {
-                    self->fail(io::textOf(shortage));
-                }
-            });
+        try {
+            beginConnecting(addresses);
+        } catch (const std::exception& error) {
+            fail(io::textOf(error));
+        }
     }
 
     void fail(const char* reason) noexcept {
@@ -96,6 +96,18 @@ public:
     void onReceived(std::size_t) override {}
 
 private:
+    void beginConnecting(const std::vector<Address>& addresses) {
+        boost::asio::async_connect(
+            stream_->socket(), addresses, [self = shared_from_this()](const Error& error, const Address&) {
+                try {
+                    if (self->answer_)
+                        error ? self->onFault("nobody answers there: " + error.message()) : self->prove();
+                } catch (const std::exception& shortage) {
+                    self->fail(io::textOf(shortage));
+                }
+            });
+    }
+
     void answer(std::unique_ptr<io::Stream> stream, const char* reason) noexcept {
         const auto self = shared_from_this(); // the answer lets go of it
         Error ignored;
@@ -108,10 +120,12 @@ private:
     io::Connector::Answer answer_;
 };
 
-// By which a thread that nobody waits for hands over what it found, as long as somebody may want it.
+// By which a thread that nobody waits for hands over what it found, as long as somebody may want it. One at a time.
 class Line {
 public:
     explicit Line(boost::asio::io_context& io) : io_(&io) {}
+    bool take() { return !busy_.exchange(true); }
+    void free() { busy_ = false; }
     template <class Step> void post(Step step) {
         std::lock_guard lock(mutex_);
         if (io_) boost::asio::post(*io_, std::move(step));
@@ -122,6 +136,7 @@ public:
     }
 
 private:
+    std::atomic<bool> busy_{false};
     std::mutex mutex_;
     boost::asio::io_context* io_;
 };
@@ -160,25 +175,43 @@ public:
 
 private:
     // Asked anew for each attempt, on a thread of its own: the answer may take many seconds, and the host may have
-    // moved.
-    void findAddresses(const std::weak_ptr<Opening>& opening) {
-        std::thread([service = service_, endpoint = endpoint_, place = place_, line = line_, opening] {
-            pthread_setname_np(pthread_self(), "resolver");
-            try {
-                std::vector<Address> addresses;
-                std::string reason;
+    // moved. Each attempt begins with another address, as the first one may not be within reach.
+    void findAddresses(const std::shared_ptr<Opening>& opening) {
+        if (!line_->take()) return opening->fail("the address of its host is still asked for");
+        try {
+            std::thread([service = service_, endpoint = endpoint_, place = place_, line = line_, first = attempts_++,
+                         waiting = std::weak_ptr(opening)] {
+                pthread_setname_np(pthread_self(), "resolver");
                 try {
-                    addresses = config::addressesOf(service, endpoint, place);
-                } catch (const std::runtime_error& error) {
-                    reason = error.what();
+                    auto step = outcome(waiting, service, endpoint, place, first);
+                    line->free();
+                    line->post(std::move(step));
+                } catch (const std::exception&) { // no memory: the attempt ends when its time is over
+                    line->free();
                 }
-                line->post([opening, addresses = std::move(addresses), reason = std::move(reason)] {
-                    const auto waiting = opening.lock();
-                    if (waiting) reason.empty() ? waiting->connectTo(addresses) : waiting->fail(reason.c_str());
-                });
-            } catch (const std::exception&) { // no memory: the attempt ends when its time is over
-            }
-        }).detach();
+            }).detach();
+        } catch (...) {
+            line_->free();
+            throw;
+        }
+    }
+
+    // On the resolver's thread: what is to be done with what it finds.
+    static std::function<void()> outcome(const std::weak_ptr<Opening>& waiting, const std::string& service,
+                                         const std::string& endpoint, const Place& place, std::size_t first) {
+        std::vector<Address> addresses;
+        std::string reason;
+        try {
+            addresses = config::addressesOf(service, endpoint, place);
+            std::rotate(addresses.begin(), addresses.begin() + static_cast<std::ptrdiff_t>(first % addresses.size()),
+                        addresses.end());
+        } catch (const std::runtime_error& error) {
+            reason = error.what();
+        }
+        return [waiting, addresses = std::move(addresses), reason = std::move(reason)] {
+            const auto opening = waiting.lock();
+            if (opening) reason.empty() ? opening->connectTo(addresses) : opening->fail(reason.c_str());
+        };
     }
 
     boost::asio::io_context& io_;
@@ -188,6 +221,7 @@ private:
     const Place place_;
     const std::shared_ptr<Line> line_;
     std::vector<Address> fixed_; // none when the host is a name
+    std::size_t attempts_ = 0;
 };
 
 std::string hostOf(const sockaddr_storage& from) {
@@ -263,16 +297,16 @@ private:
         } catch (const std::exception&) { // no memory
         }
         if (!stream) return user_->onRejected(text.c_str());
-        LIMITED_DEBUG_LINE(io::debugModule << 16 | vdlDebugProgress, debug::tellHeldBackLater(), "service %s: %s\n",
-                           service_.c_str(), text.c_str());
+        user_->onProven(text.c_str());
         user_->onClient(std::move(stream));
     }
 
-    // The oldest of those that have said nothing, else the oldest of all.
+    // The oldest of those that have said nothing, else the oldest of all: in no case the newest, which has had no time
+    // to say anything.
     void evictOne() noexcept {
-        const auto silent =
-            std::find_if(openings_.begin(), openings_.end(), [](const auto& one) { return !one->hasSpoken(); });
-        const auto evicted = silent != openings_.end() ? *silent : openings_.front();
+        const auto newest = std::prev(openings_.end());
+        const auto silent = std::find_if(openings_.begin(), newest, [](const auto& one) { return !one->hasSpoken(); });
+        const auto evicted = silent != newest ? *silent : openings_.front();
         evicted->fail("evicted for newer connections before it had proven a key");
     }
 
@@ -285,7 +319,7 @@ private:
     io::Acceptor acceptor_;
     io::ListenerUser* user_ = nullptr;
     const std::size_t most_ = mostHandshakes();
-    Openings openings_; // the oldest first; at most so many
+    Openings openings_; // the oldest first; at most so many, and the newest one for a moment
 };
 
 // Every address of this machine: of both kinds, where it has both.
@@ -294,11 +328,11 @@ Address everyAddress(const std::string& port) {
     return {probe ? tcp::v6() : tcp::v4(), static_cast<unsigned short>(std::stoul(port))};
 }
 
-// Reads what nobody wants any more. Returns whether the peer may still be there.
-bool discardInput(int socket) {
+// Reads what nobody wants any more; whether the peer has ended.
+bool hasEnded(const io::FileDescriptor& socket) {
     std::array<char, 16 * 1024> bytes;
-    const ssize_t count = ::recv(socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
-    return count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR));
+    const ssize_t count = ::recv(socket.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+    return count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR);
 }
 
 } // namespace
@@ -331,15 +365,14 @@ std::unique_ptr<io::Listener> Transport::listenerAt(const std::string& service, 
 void Transport::beginFarewell() { shared_->stopping = true; }
 
 void Transport::endFarewell() noexcept {
+    constexpr std::chrono::milliseconds look = 10ms; // at the others, while the first one's peer is slow
     const auto deadline = Clock::now() + lastWords;
-    while (!shared_->stopped.empty()) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        if (left <= 0) break;
-        // One at a time: each is waited for in any case.
-        pollfd last{shared_->stopped.back().get(), POLLIN, 0};
-        if (::poll(&last, 1, static_cast<int>(left)) > 0 && !discardInput(last.fd)) shared_->stopped.pop_back();
+    auto& sockets = shared_->stopped;
+    for (; !sockets.empty() && Clock::now() < deadline; std::erase_if(sockets, hasEnded)) {
+        pollfd first{sockets.front().get(), POLLIN, 0};
+        (void)::poll(&first, 1, static_cast<int>(look.count()));
     }
-    shared_->stopped.clear();
+    sockets.clear();
 }
 
 } // namespace host::remote

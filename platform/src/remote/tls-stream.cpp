@@ -44,12 +44,14 @@ KeyCheck::Answer TlsStream::check(const std::string& publicKey) {
                    publicKey;
         return Answer::unknown;
     }
-    if (found->second.use_count() > mostStreams) {
-        refusal_ = "a key has at most " + std::to_string(mostStreams) + " streams: " + publicKey;
-        return Answer::tooMany;
-    }
-    key_ = found->second;
-    return Answer::welcome;
+    shown_ = &found->second;
+    refusal_ = tooManyStreams();
+    return refusal_.empty() ? Answer::welcome : Answer::tooMany;
+}
+
+std::string TlsStream::tooManyStreams() const {
+    if (shown_->use_count() <= mostStreams) return {};
+    return "a key has at most " + std::to_string(mostStreams) + " streams: " + **shown_;
 }
 
 void TlsStream::prove(const User& user) {
@@ -57,6 +59,11 @@ void TlsStream::prove(const User& user) {
     if (!serving_) return shakeHands(user);
     // A service has no session, which takes memory, for peers that say nothing.
     socket_.async_wait(socket_.wait_read, [this, user](const Error&) { step(user); });
+}
+
+bool TlsStream::hasSpoken() const {
+    Error ignored;
+    return session_ || socket_.available(ignored) > 0;
 }
 
 // Goes on with what is under way; without memory for that it ends.
@@ -94,13 +101,16 @@ void TlsStream::shakeHands(const User& user) {
             ::setsockopt(descriptor_, IPPROTO_TCP, option, &value, sizeof value); // it works without them, too
     }
     const auto progress = session_->handshake();
-    if (progress == Progress::over) {
+    if (progress == Progress::done) refusal_ = tooManyStreams(); // others may have proven it since it was shown
+    if (progress == Progress::over || !refusal_.empty()) {
         const char* const at =
             serving_ ? "broke off before it had proven a key: " : "it broke off while the keys were proven: ";
         return user->onFault(refusal_.empty() ? std::string(at) + session_->reason() : refusal_);
     }
-    proven_ = progress == Progress::done;
-    proven_ ? user->onWritable() : comeBack(progress, user);
+    if (progress != Progress::done) return comeBack(progress, user);
+    key_ = *shown_;
+    proven_ = true;
+    user->onWritable();
 }
 
 void TlsStream::receive(char* room, std::size_t size, User user) {
@@ -188,7 +198,7 @@ void TlsStream::close() noexcept {
         ::shutdown(descriptor_, SHUT_WR);
         descriptor_ = -1;
         try {
-            if (shared_->stopping) shared_->stopped.emplace_back(socket_.release(ignored));
+            if (shared_->stopping) shared_->stopped.push_back(io::FileDescriptor(socket_.release(ignored)));
         } catch (const std::exception&) { // no memory: it is closed at once
         }
     }
@@ -202,12 +212,12 @@ void TlsStream::watch(const std::weak_ptr<io::StreamUser>& user) {
     heartbeat_.async_wait([this, user](const Error& error) {
         const auto owner = error ? nullptr : user.lock(); // who has this stream
         if (!owner || !socket_.is_open()) return;
+        silent_ = isSilent(); // before there is something new that cannot be acknowledged yet
+        if (silent_) return breakOff();
         {
             std::lock_guard lock(mutex_);
             if (!std::exchange(spoke_, false)) session_->probe();
         }
-        silent_ = isSilent();
-        if (silent_) return breakOff();
         try {
             watch(user);
         } catch (const std::exception&) { // no memory

@@ -40,13 +40,13 @@ public:
     TlsStream(boost::asio::io_context& io, std::shared_ptr<Shared> shared, std::shared_ptr<const Keys> keys,
               bool serving);
 
-    // To connect it, or to take over a connection. The receiving thread's, as all of this until the key is proven.
+    // To connect it, or to take over a connection. The receiving thread's, as everything until the key is proven.
     boost::asio::ip::tcp::socket& socket() { return socket_; }
     // Has the peer prove its key. Then, and for a client once the service has accepted it, the user is told by
-    // onWritable that the stream can be used; or else by onFault why not. May throw.
+    // onWritable that the stream can be used; or else by onFault why not, perhaps before this returns. May throw.
     void prove(const User& user);
-    // Whether the peer has said anything, so that there is a session for it.
-    bool hasSpoken() const { return session_ != nullptr; }
+    // Whether the peer has said anything, perhaps what has still to be read.
+    bool hasSpoken() const;
 
     bool isOwn() const override { return true; }
     std::string peer() const override { return "key " + *key_; }
@@ -62,6 +62,7 @@ private:
     void comeBack(Session::Progress progress, const User& user);
     void stepWhenThereIsInput(const User& user);
     void shakeHands(const User& user);
+    std::string tooManyStreams() const;
     void read(const User& user);
     void end(io::StreamUser& user);
     void watch(const std::weak_ptr<io::StreamUser>& user);
@@ -72,7 +73,8 @@ private:
     const bool serving_;
     boost::asio::ip::tcp::socket socket_; // the receiving thread's, as is what follows
     boost::asio::steady_timer heartbeat_;
-    std::string refusal_; // why the peer's key is not accepted
+    const std::shared_ptr<const std::string>* shown_ = nullptr; // one of the keys, of which the peer says it is its own
+    std::string refusal_;                                       // why the peer's key is not accepted
     bool proven_ = false, silent_ = false;
     bool over_ = false; // the session will give nothing more
     char* room_ = nullptr;

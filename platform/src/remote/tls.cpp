@@ -10,6 +10,7 @@
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/x509.h>
+#include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
 
@@ -21,11 +22,13 @@ constexpr long longestCertificate = 2048;
 // How the library numbers an alert of the peer among its faults.
 constexpr int firstAlertFault = SSL_AD_REASON_OFFSET;
 
-// Results of the check of a certificate. Each becomes an alert of its own, by which the peer learns the reason.
-constexpr int unknownKey = X509_V_ERR_CERT_REJECTED;
-constexpr int unknownKeyAlert = SSL_AD_BAD_CERTIFICATE;
-constexpr int tooMany = X509_V_ERR_OUT_OF_MEM;
-constexpr int tooManyAlert = SSL_AD_INTERNAL_ERROR;
+// Results of the check of a certificate. Each becomes an alert by which the peer learns the reason, and which the
+// library sends for nothing else, as it checks no certificates itself here.
+constexpr int unknownKey = X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT;
+constexpr int unknownKeyAlert = SSL_AD_UNKNOWN_CA;
+constexpr int tooMany = X509_V_ERR_CERT_REVOKED;
+constexpr int tooManyAlert = SSL_AD_CERTIFICATE_REVOKED;
+constexpr int outOfMemory = X509_V_ERR_OUT_OF_MEM;
 
 // The library looks for the reason of a failure among the thread's errors, where others may have left theirs. It clears
 // every place of that list even when all are empty, which they are for nearly every record.
@@ -66,7 +69,7 @@ int checkCertificate(X509_STORE_CTX* store, void*) noexcept {
             if (answer == KeyCheck::Answer::tooMany) result = tooMany;
         }
     } catch (const std::exception&) {
-        result = tooMany; // no memory
+        result = outOfMemory;
     }
     X509_STORE_CTX_set_error(store, result);
     return result == X509_V_OK;
@@ -112,13 +115,13 @@ Session::Session(SSL_CTX& context, int socket, bool serving, KeyCheck& check) : 
 BIO* Session::makeWireEnd(Wire& wire) {
     static BIO_METHOD* const method = [] {
         BIO_METHOD* made = BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK, "socket without signals");
-        if (!made) return made;
+        if (!made) throw std::bad_alloc(); // it is tried again
         BIO_meth_set_read(made, &Session::readWire);
         BIO_meth_set_write(made, &Session::writeWire);
         BIO_meth_set_ctrl(made, [](BIO*, int command, long, void*) { return command == BIO_CTRL_FLUSH ? 1L : 0L; });
         return made;
     }();
-    BIO* const bio = method ? BIO_new(method) : nullptr;
+    BIO* const bio = BIO_new(method);
     if (!bio) return nullptr;
     BIO_set_data(bio, &wire);
     BIO_set_init(bio, 1);
@@ -191,7 +194,9 @@ Session::Progress Session::write(const char* data, std::size_t size, std::size_t
 
 void Session::probe() noexcept {
     forgetEarlierErrors();
-    // Not while a record waits for room: that one is acknowledged as well.
+    // Not while there is no room: what waits for it is acknowledged as well, and the library would not read any more.
+    pollfd item{wire_.socket, POLLOUT, 0};
+    if (::poll(&item, 1, 0) != 1) return;
     if (SSL_key_update(ssl_.get(), SSL_KEY_UPDATE_NOT_REQUESTED) == 1) (void)SSL_do_handshake(ssl_.get());
 }
 
@@ -213,8 +218,9 @@ const char* Session::reason() const noexcept {
 }
 
 bool Session::isFault() const noexcept {
-    return !wire_.ended && wire_.readError == 0 && wire_.sendError == 0 &&
-           (SSL_get_shutdown(ssl_.get()) & SSL_RECEIVED_SHUTDOWN) == 0;
+    const bool isLibrarys = ERR_GET_LIB(fault_) == ERR_LIB_SSL && ERR_GET_REASON(fault_) < firstAlertFault;
+    return isLibrarys || (!wire_.ended && wire_.readError == 0 && wire_.sendError == 0 &&
+                          (SSL_get_shutdown(ssl_.get()) & SSL_RECEIVED_SHUTDOWN) == 0);
 }
 
 } // namespace host::remote
