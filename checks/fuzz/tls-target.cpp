@@ -27,7 +27,7 @@ const host::KeyPair& keys() {
 }
 
 const std::shared_ptr<Shared>& shared() {
-    static const auto all = std::make_shared<Shared>(makeContext(keys()), std::chrono::milliseconds(60'000));
+    static const auto all = std::make_shared<Shared>(Shared{makeContext(keys()), std::chrono::milliseconds(60'000)});
     return all;
 }
 

@@ -187,12 +187,15 @@ class Machine:
                        for program in self.programs if program.log.path.exists())
 
 
+QUEUE_BYTES = 4 << 20  # that may wait for a connection to a service
+
+
 def write_settings(services, receiver, host, ports, heartbeat=1.0):
     """Configures both machines for each other: the services at the ports, which the receiver reaches at host."""
     remote = f"[remote]\nheartbeat_ms = {round(heartbeat * 1000)}\n"
     keys = f'[keys]\nfile = "{services.key_file}"\nclients = ["{receiver.key}"]\n'
     endpoints = "".join(f'{name} = "tcp://*:{port}"\n' for name, port in ports.items())
-    services.configure("[endpoints]\n" + endpoints + keys + remote)
+    services.configure("[endpoints]\n" + endpoints + keys + remote + f"[queue]\nbytes = {QUEUE_BYTES}\n")
     endpoints = "".join(f'{name} = "tcp://{host}:{port}"\n' for name, port in ports.items())
     proofs = "".join(f'{name} = "{services.key}"\n' for name in ports)
     keys = f'[keys]\nfile = "{receiver.key_file}"\n[keys.services]\n{proofs}'

@@ -21,16 +21,16 @@ STREAMS = 64  # that one key may have with a service
 # Connections of a kind to one service at a time. Those of one byte fill all places for handshakes, and those that show
 # a key more than its streams.
 JUNK = {"junk": 250, "keys": 250, "plain": 250, "one-byte": 400, "unproven": 80}
-NOTIFICATION, LONG_NOTIFICATION = (json.dumps({"info": {"strParam1": "x" * size}}) for size in (500, 50_000))
-LONG_NOTIFICATIONS = 500  # which would be 25 MB for each stream
+NOTIFICATION, LONG_NOTIFICATION = (json.dumps({"info": {"strParam1": "x" * size}}) for size in (500, 4_000))
+LONG_NOTIFICATIONS = 1000  # of which a queue without a bound for all would be full for each stream
 SLOWEST_PLAY = 2000  # ms
 # In KiB. A stream has the TLS library's session with a record each way, at most 50, and a receive buffer, which doubles
 # from 64 to 128 for a message of 65,000 bytes. A connection that has not proven its key has at most 170, mostly the
 # first message that it announces, and there are at most 256 of them.
 STREAM_MEMORY = STREAMS * (50 + 128) + 256 * 170
 QUEUED_MEMORY = QUEUE * 1  # of a stream: the short notifications above, with their heads
-# What waits for all clients of a service, in buffers that double: four queues of 64 MiB, and one MiB of each stream.
-ALL_QUEUED_MEMORY = 2 * 1024 * (4 * 64 + STREAMS)
+# What waits for all clients of a service, in buffers that double: four queues, and a MiB of each stream.
+ALL_QUEUED_MEMORY = 2 * (4 * programs.QUEUE_BYTES // 1024 + STREAMS * 1024)
 KEPT_MEMORY = 1024
 WRONG_KEYS = 25  # clients a second
 PACES = {**raw_clients.PACES, "wrong-keys": WRONG_KEYS}
@@ -75,7 +75,7 @@ def warm_up(stage):
     wait_until(lambda: stage.host.ask("runlog", "1"), "the run log has the drop")
     for _ in range(2):
         for them in ([come(stage, "keys", 200, service) for service in PORTS],
-                     [come(stage, "silent", 4 * PACES["silent"], service) for service in PORTS],
+                     [come(stage, "one-byte", 4 * PACES["one-byte"], service) for service in PORTS],
                      both(stage, "hold", 200, stdin=subprocess.DEVNULL)):
             if any(one.wait() != 0 for one in them):
                 raise Failure(f"warming up: they ended with {[one.returncode for one in them]}")

@@ -3,8 +3,10 @@
 #include "io/log.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <exception>
+#include <malloc.h>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -13,13 +15,15 @@ namespace host::io {
 namespace {
 // Many more than are accepted at a time, so that who speaks as it comes is always heard.
 constexpr std::size_t mostAwaited = 64;
+constexpr unsigned fewClients = 32; // whose memory nobody misses
 } // namespace
 
 ServerDoor::ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service_,
                        const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits)
     : Door(io, service_, messages, sendBufferBytes, limits, true),
       whyFull_("the service has its " + std::to_string(mostClients) + " clients already"),
-      listener_(std::move(listener)) {}
+      listener_(std::move(listener)),
+      memoryTimer_(io) {}
 
 void ServerDoor::takeUp() noexcept {
     if (std::exchange(idle_, false)) listener_->listen(*this);
@@ -57,6 +61,7 @@ void ServerDoor::onProven(const char* who) noexcept {
 }
 
 void ServerDoor::onRejected(const char* reason) noexcept {
+    giveMemoryBackLater();
     count(counters.refused);
     IO_LOG_LIMITED(*this, vdlDebugFailure, "service %s: client turned away: %s\n", service.c_str(), reason);
 }
@@ -71,12 +76,30 @@ void ServerDoor::makeWayForOthers() {
     (*std::find_if(clients_.begin(), clients_.end(), isAwaited))->turnAway(why);
 }
 
+// The C library would keep what a crowd of clients took for the next one, tens of mebibytes after many handshakes.
+void ServerDoor::giveMemoryBackLater() noexcept {
+#ifdef __GLIBC__
+    if (++gone_ != fewClients) return;
+    try {
+        memoryTimer_.expires_after(std::chrono::seconds(1));
+        memoryTimer_.async_wait([this](const boost::system::error_code& canceled) {
+            if (canceled) return;
+            gone_ = 0;
+            malloc_trim(0);
+        });
+    } catch (const std::exception&) { // no memory
+        gone_ = 0;
+    }
+#endif
+}
+
 void ServerDoor::onConnectionReady(Connection& client) noexcept {
     IO_LOG_LIMITED(*this, vdlDebugProgress, "service %s: client %llu connected\n", service.c_str(),
                    static_cast<unsigned long long>(client.number()));
 }
 
 void ServerDoor::onConnectionClosed(Connection& client, bool wasReady, bool fault, const char* reason) noexcept {
+    giveMemoryBackLater();
     const char* what = wasReady ? "disconnected" : fault ? "turned away" : "left before its hello";
     const auto number = static_cast<unsigned long long>(client.number());
     // Two kinds, so that peers which come and go bury none that is at fault.

@@ -5,6 +5,7 @@
 #include "io/door.h"
 #include "io/transport.h"
 
+#include <boost/asio/steady_timer.hpp>
 #include <memory>
 #include <string>
 #include <vector>
@@ -42,10 +43,13 @@ private:
     void onCannotAccept(const char* reason) noexcept override;
     void onStalled(const char* reason) noexcept override;
     void makeWayForOthers();
+    void giveMemoryBackLater() noexcept;
 
     const std::string whyFull_;
     std::unique_ptr<Listener> listener_; // until the end
     bool idle_ = true;                   // the receiving thread's: nothing is awaited that would make it accept
+    boost::asio::steady_timer memoryTimer_;
+    unsigned gone_ = 0; // clients since memory was given back last
     // As they came, at most mostClients + mostAwaited + 1; the receiving thread's, others need the mutex.
     std::vector<std::shared_ptr<Connection>> clients_;
 };

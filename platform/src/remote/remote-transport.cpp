@@ -339,8 +339,8 @@ bool hasEnded(const io::FileDescriptor& socket) {
 
 Transport::Transport(boost::asio::io_context& io)
     : io_(io),
-      shared_(std::make_shared<Shared>(makeContext(config::ownKeys()),
-                                       std::chrono::milliseconds(config::numberOf("remote.heartbeat_ms")))) {}
+      shared_(std::make_shared<Shared>(Shared{makeContext(config::ownKeys()),
+                                              std::chrono::milliseconds(config::numberOf("remote.heartbeat_ms"))})) {}
 
 std::unique_ptr<io::Connector> Transport::connectorTo(const std::string& service, const std::string& endpoint) {
     return std::make_unique<RemoteConnector>(io_, shared_, service, endpoint, config::keyOfService(service, endpoint));

@@ -26,7 +26,7 @@ struct Shared {
     // Whether the queue stops. The peers of the streams that end with it have still to read what was sent: were such a
     // socket closed while its peer goes on sending, the system would break the connection and drop what is under way.
     bool stopping = false;
-    std::vector<io::FileDescriptor> stopped; // shut down for sending; at most as many as there were streams
+    std::vector<io::FileDescriptor> stopped{}; // shut down for sending; at most as many as there were streams
 };
 
 // The keys that a side accepts. Each is held by the streams whose peers have proven it, which counts them.
