@@ -40,9 +40,11 @@ std::int32_t TvService::check(const Terminal& terminal, const std::string& uri) 
 }
 
 void TvService::tvServiceReq(std::uint64_t client, const std::vector<tvservice::TvServiceReq_t>& requests) {
+    Evictions evictions([this] { return sender_.clients(); },
+                        [this](const Terminal& terminal) { tracks_.forget(terminal); });
     auto infos = carryOut<tvservice::TvServiceInfo_t>(
         requests, client, table_,
-        [this](const Terminal& terminal, const std::string& uri) { return check(terminal, uri); });
+        [this](const Terminal& terminal, const std::string& uri) { return check(terminal, uri); }, &evictions);
     std::size_t told = 0;
     for (const auto& info : infos) {
         if (info.result != result::done || !channels_.has(info.uri)) continue;
@@ -116,8 +118,9 @@ void TvService::tvServiceInfoReq(std::uint64_t client) {
 
 void TvService::setParentalLockInfo(std::uint64_t client, const tvservice::TvServiceParentalLockInfo_t& info) {
     const Terminal terminal = terminalOf(info.terminal);
+    Evictions evictions([this] { return sender_.clients(); });
     const Locks::Outcome outcome =
-        info.intParam1 != 0 ? locks_.lock(terminal, info.intParam2, client) : locks_.unlock(terminal);
+        info.intParam1 != 0 ? locks_.lock(terminal, info.intParam2, client, &evictions) : locks_.unlock(terminal);
     if (outcome == Locks::Outcome::changed)
         sender_.toAll<messages::TvServiceStatusInfo>(status());
     else
