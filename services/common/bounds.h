@@ -18,8 +18,9 @@ inline constexpr std::size_t terminals = 256, terminalsOfAClient = 64;
 inline constexpr std::size_t textBytes = 256 * 1024, textBytesOfAClient = 64 * 1024; // their URIs and uuids together
 // Of answers that the fault switch "delay" keeps back. What follows an answer counts with it.
 inline constexpr std::size_t delayedAnswers = 1024, delayedBytes = 16 * 1024 * 1024;
-// Of the packages of a download, whose names are kept while it is under way.
-inline constexpr std::size_t packageBytes = 8 * 1024;
+// Of a text that goes to all clients: the names of a download's packages, the name of the source. Each is kept, too.
+// The URIs in a status go to all clients as well; the terminals' bounds are theirs.
+inline constexpr std::size_t passedTextBytes = 8 * 1024;
 
 } // namespace bounds
 

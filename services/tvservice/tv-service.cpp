@@ -1,6 +1,7 @@
 #include "tvservice/tv-service.h"
 
 #include "common/handlers.h"
+#include "common/log.h"
 #include "tvservice/tuner.h"
 #include "tvservice/uri-check.h"
 
@@ -223,9 +224,19 @@ void TvService::requestPackagesReq(std::uint64_t client, tvservice::reqeustOadTy
     downloads_.request(client, type, packages);
 }
 
-void TvService::tvServiceSourceChanged(std::uint64_t, const std::string& source) {
-    sender_.toAll<messages::TvServiceNetworkChangeMsg>(
-        tvservice::TvServiceNetworkChangeMessage_t{static_cast<std::uint8_t>(!source.empty()), source});
+void TvService::tvServiceSourceChanged(std::uint64_t client, const std::string& source) {
+    const auto message = [this] {
+        return tvservice::TvServiceNetworkChangeMessage_t{static_cast<std::uint8_t>(!source_.empty()), source_};
+    };
+    if (source.size() > bounds::passedTextBytes) {
+        ++refusedSources_;
+        SERVICE_LOG(vdlDebugWarning, "the source stays: a name of %zu bytes is too long\n", source.size());
+        sender_.to<messages::TvServiceNetworkChangeMsg>(client, message());
+        return;
+    }
+    source_ = source;
+    sourceBytes_ = source.size();
+    sender_.toAll<messages::TvServiceNetworkChangeMsg>(message());
 }
 
 } // namespace services

@@ -257,7 +257,9 @@ TEST_F(TvService, RefusesAClientsTerminalsBeyondItsShareWithoutNewsAndServesAnot
             }
     EXPECT_EQ(shown, services::bounds::terminalsOfAClient);
     EXPECT_EQ(refused, 300 - services::bounds::terminalsOfAClient);
-    EXPECT_EQ(service.tables().size(), 2U);
+    std::vector<std::string> names;
+    for (const auto& counted : service.tables()) names.push_back(counted.name);
+    EXPECT_THAT(names, ElementsAre("locks", "delayed answers", "packages", "source"));
     other->heard();
     asker->play(8, 0, one);
     onlyTheAskerHears({R"(TvServiceInfo {"infos":[{"terminal":{"type":8,"id":0},"result":8,"uri":"dvb://1.1.1",)"
@@ -323,8 +325,10 @@ TEST_F(TvService, LocksATerminalHoweverOftenAClientReconnectsAndLocksItsOwn) {
 
 TEST_F(TvService, RefusesADownloadOfPackagesWithLongNames) {
     asker->ask<messages::RequestPackagesReq>(tvservice::reqeustOadType_t{1},
-                                             std::string(services::bounds::packageBytes + 1, 'x'));
+                                             std::string(services::bounds::passedTextBytes + 1, 'x'));
     onlyTheAskerHears({R"(TvserviceOadStatusNotify {"status":3,"text":"the names of the packages are too long"})"});
+    EXPECT_EQ(packages().held, 0U);
+    EXPECT_EQ(packages().refused, 1U);
 }
 
 TEST_F(TvService, AsksAllOthersToReleaseATunerAndConfirmsToTheAsker) {
@@ -409,9 +413,21 @@ TEST_F(TvService, RefusesADownloadOfNothing) {
 }
 
 TEST_F(TvService, ToldBytesOfAnyKindTellsThemOnUnchanged) {
-    const std::string source = std::string("a\0b", 3) + std::string(100000, 'x');
+    const std::string source = std::string("a\0b", 3) + std::string(services::bounds::passedTextBytes - 3, 'x');
     asker->ask<messages::TvServiceSourceChanged>(source);
     EXPECT_EQ(asker->heard().at(0).arguments["message"]["strParam1"], source);
+}
+
+TEST_F(TvService, TellsOnlyTheAskerThatTheNameOfASourceIsTooLong) {
+    asker->ask<messages::TvServiceSourceChanged>(std::string("cable"));
+    forget();
+    asker->ask<messages::TvServiceSourceChanged>(std::string(services::bounds::passedTextBytes + 1, 'x'));
+    onlyTheAskerHears({R"(TvServiceNetworkChangeMsg {"message":{"byteParam1":1,"strParam1":"cable"}})"});
+    const auto source = service.tables().back();
+    EXPECT_EQ(source.name, "source");
+    EXPECT_EQ(source.held, 5U);
+    EXPECT_EQ(source.most, services::bounds::passedTextBytes);
+    EXPECT_EQ(source.refused, 1U);
 }
 
 // A step is longer than any test: the download is still under way whenever the service ends.
@@ -435,6 +451,11 @@ TEST(Downloads, AreOneAtATimeAndGivenUpWhenTheServiceEnds) {
                         ElementsAre(R"(TvServiceFoundNewOadPacket {"packet":1})",
                                     R"(TvserviceOadStatusNotify {"status":1,"text":"type 0: kernel"})",
                                     R"(TvserviceOadStatusNotify {"status":3,"text":"a download is under way"})"));
+            const auto tables = service.tables();
+            const auto& packages = tables[tables.size() - 2];
+            EXPECT_EQ(packages.name, "packages");
+            EXPECT_EQ(packages.held, 6U);
+            EXPECT_EQ(packages.refused, 1U);
         }
         queue.stop();
     }
