@@ -30,8 +30,9 @@ struct TerminalState {
 // The adapter's client. Answers come on the framework's threads, readers on the shell's; all from any thread.
 //
 // What a terminal shows changes with an answer of result 0 to a play or stop request. It stays when a play failed, when
-// a newer request is queued, and when the answer comes late: after that to a newer request. Answers without a request
-// id are what the TV service tells of itself, not of the terminal: the MM service may be playing there.
+// a newer request is queued, and when the answer comes late: after that to a newer request, as far as their ids show
+// which is newer. Answers without a request id are what the TV service tells of itself, not of the terminal: the MM
+// service may be playing there.
 //
 // What is kept is bounded, whatever services send: the oldest answers go first, and the terminal whose last answer is
 // the oldest. With the answers that belong to terminals it all holds less than 40 MiB.
