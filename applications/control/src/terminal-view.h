@@ -64,10 +64,10 @@ private:
     Known& known(const tvservice::TvServiceTerminal_t& terminal);
 
     mutable std::mutex mutex_;
-    std::deque<Answer> answers_;
-    std::size_t bytes_ = 0; // of texts, in answers_
-    std::map<std::pair<int, int>, Known> terminals_;
-    std::uint64_t lastAnswer_ = 0; // counts answers
+    std::deque<Answer> answers_;                     // at most mostAnswers, with mostBytes
+    std::size_t bytes_ = 0;                          // of texts, in answers_
+    std::map<std::pair<int, int>, Known> terminals_; // at most mostTerminals
+    std::uint64_t lastAnswer_ = 0;                   // counts answers
     std::uint64_t droppedAnswers_ = 0, droppedTerminals_ = 0;
 };
 
