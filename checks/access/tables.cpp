@@ -75,6 +75,37 @@ long endOf(ReceiverKit& kit, Part part) {
     return millisecondsSince(begin);
 }
 
+// A client that fills its share of each table of a service and goes, several times over. Another one's play on a new
+// terminal then is answered with 0.
+void reconnectAndFill(ReceiverKit& kit, const Door& door, const std::string& uri) {
+    constexpr int share = 64, rounds = 6;
+    for (int round = 0; round < rounds; ++round) {
+        std::string requests;
+        std::vector<tvservice::TvServiceReq_t> tvPlays;
+        std::vector<mmservice::MMServiceReq_t> mmPlays;
+        for (int id = 0; id < share; ++id) {
+            tvPlays.push_back(requestFor<tvservice::TvServiceReq_t>(round * share + id));
+            mmPlays.push_back(requestFor<mmservice::MMServiceReq_t>(round * share + id));
+            auto lock = requestFor<tvservice::TvServiceParentalLockInfo_t>(round * share + id);
+            lock.terminal.type = 8;
+            if (door.part == Part::tvService) requests += frameOf<tv::SetParentalLockInfo>(lock);
+        }
+        requests += door.part == Part::tvService ? frameOf<tv::TvServiceReq>(tvPlays)
+                                                 : frameOf<mmservice::messages::MmServiceReq>(mmPlays);
+        const std::uint32_t answer = door.part == Part::tvService ? tv::TvServiceInfo::meta.messageId
+                                                                  : mmservice::messages::MmServiceInfo::meta.messageId;
+        Socket client = clientOf(door);
+        require(client.say(requests), door.name + " does not listen");
+        while (hearFrames(client, 1).front() != answer) {
+        }
+    }
+    for (const auto& table : kit.ask(door.part, {"stats", "tables"}))
+        if (table.at("table") == "terminals")
+            require(table.at("held") == table.at("most"), "the table of terminals is not full");
+    const auto answers = kit.waitForAnswers(kit.play("6:0", uri), 1);
+    require(answers.size() == 1 && answers[0].result == 0, door.name + " has no room for a play on a new terminal");
+}
+
 } // namespace
 
 void fillTheTablesOfServices(unsigned terminals, Figures& figures) {
@@ -87,6 +118,7 @@ void fillTheTablesOfServices(unsigned terminals, Figures& figures) {
             return !known.shell && known.part == part;
         });
         const long before = killed::sizeOf(kit.processId(part)).kibibytes;
+        reconnectAndFill(kit, door, uri);
         Socket attacker = clientOf(door); // which reads no answer
         std::string requests;
         for (unsigned id = 0; id < terminals; ++id) {

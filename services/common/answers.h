@@ -17,10 +17,10 @@ namespace services {
 
 // Carries requests out, in order, and returns one answer for each. check(terminal, uri) says with its result whether it
 // can be shown there; one for which the table has no room gets result::nothingShown. A terminal whose request fails
-// goes on showing what it did.
+// goes on showing what it did. Without evictions a full table makes no room.
 template <class Info, class Request, class Check>
 std::vector<Info> carryOut(const std::vector<Request>& requests, std::uint64_t client, TerminalTable& table,
-                           const Check& check) {
+                           const Check& check, Evictions* evictions = nullptr) {
     const auto now = std::chrono::system_clock::now();
     std::vector<Info> infos;
     infos.reserve(requests.size());
@@ -30,7 +30,8 @@ std::vector<Info> carryOut(const std::vector<Request>& requests, std::uint64_t c
         if (request.uri == tvservice::stopUri)
             table.stop(terminal);
         else if (result = check(terminal, request.uri); result == result::done)
-            if (!table.show(terminal, {request.uri, request.uuid, client, now})) result = result::nothingShown;
+            if (!table.show(terminal, {request.uri, request.uuid, client, now}, evictions))
+                result = result::nothingShown;
         Info& info = infos.emplace_back();
         info.terminal.type = terminal.type;
         info.terminal.id = terminal.id;

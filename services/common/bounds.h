@@ -2,11 +2,8 @@
 // "stats tables" says how full each table is and how much it has refused.
 #pragma once
 
-#include "common/terminal.h"
-
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <string>
 
 namespace services {
@@ -14,13 +11,16 @@ namespace services {
 namespace bounds {
 
 // Of terminals that show something, and again of those that are locked. A client, that is a connection, has a quarter
-// of a table at most, so one that invents terminals leaves room for others.
+// of a table at most, so one that invents terminals leaves room for others. What a client has stays when it goes: its
+// terminals go on showing it. Only a full table forgets the oldest entry of a client that has gone for each one that it
+// has no room for, so one that comes back again and again leaves room for others, too.
 inline constexpr std::size_t terminals = 256, terminalsOfAClient = 64;
 inline constexpr std::size_t textBytes = 256 * 1024, textBytesOfAClient = 64 * 1024; // their URIs and uuids together
 // Of answers that the fault switch "delay" keeps back. What follows an answer counts with it.
 inline constexpr std::size_t delayedAnswers = 1024, delayedBytes = 16 * 1024 * 1024;
-// Of the packages of a download, whose names are kept while it is under way.
-inline constexpr std::size_t packageBytes = 8 * 1024;
+// Of a text that goes to all clients: the names of a download's packages, the name of the source. Each is kept, too.
+// The URIs in a status go to all clients as well; the terminals' bounds are theirs.
+inline constexpr std::size_t passedTextBytes = 8 * 1024;
 
 } // namespace bounds
 
@@ -30,23 +30,5 @@ struct TableCount {
     std::size_t held = 0, most = 0;
     std::uint64_t refused = 0; // what found no room, since the process started
 };
-
-// Whether a table of terminals takes an entry of a client with that much text, in place of the terminal's own entry if
-// it has one. An entry has a client and says how many bytes of text it has (textBytes).
-template <class Entry>
-bool hasRoom(const std::map<Terminal, Entry>& table, const Terminal& terminal, std::uint64_t client,
-             std::size_t bytes) {
-    std::size_t count = 1, countOfClient = 1, bytesOfClient = bytes;
-    for (const auto& [held, entry] : table) {
-        if (held == terminal) continue;
-        ++count;
-        bytes += entry.textBytes();
-        if (entry.client != client) continue;
-        ++countOfClient;
-        bytesOfClient += entry.textBytes();
-    }
-    return count <= bounds::terminals && countOfClient <= bounds::terminalsOfAClient && bytes <= bounds::textBytes &&
-           bytesOfClient <= bounds::textBytesOfAClient;
-}
 
 } // namespace services

@@ -44,8 +44,9 @@ private:
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;
-    std::deque<Waiting> waiting_; // the front stays until it is done, so that nothing overtakes it
-    std::size_t bytes_ = 0;       // of the work in waiting_
+    // At most bounds::delayedAnswers. The front stays until it is done, so that nothing overtakes it.
+    std::deque<Waiting> waiting_;
+    std::size_t bytes_ = 0; // of the work in waiting_; at most bounds::delayedBytes
     std::uint64_t refused_ = 0;
     bool ending_ = false;
     std::thread thread_; // started by the first work that has to wait

@@ -26,6 +26,8 @@ public:
         return *door_;
     }
 
+    std::vector<std::uint64_t> clients() const { return host::MessageQueue::clientsOf(*door_); } // that are connected
+
     template <class Message, class... Args> int toAll(const Args&... args) const {
         return send<Message>(nullptr, args...);
     }
@@ -34,7 +36,7 @@ public:
         return send<Message>(&transport, args...);
     }
     template <class Message, class... Args> void toAllBut(std::uint64_t one, const Args&... args) const {
-        for (const std::uint64_t client : host::MessageQueue::clientsOf(*door_))
+        for (const std::uint64_t client : clients())
             if (client != one) to<Message>(client, args...);
     }
 

@@ -1,12 +1,11 @@
 // What each terminal of a service shows.
 #pragma once
 
-#include "common/bounds.h"
+#include "common/client-table.h"
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -30,8 +29,9 @@ public:
         Shown shown;
     };
 
-    // Whether the terminal shows that now; it goes on as before when there is no room for it (see bounds.h).
-    bool show(const Terminal& terminal, Shown shown);
+    // Whether the terminal shows that now; it goes on as before when there is no room for it (see bounds.h). Without
+    // evictions a full table makes no room.
+    bool show(const Terminal& terminal, Shown shown, Evictions* evictions = nullptr);
     void stop(const Terminal& terminal); // harmless when the terminal shows nothing
     // Returns whether there was anything to swap.
     bool swap(const Terminal& a, const Terminal& b);
@@ -40,8 +40,7 @@ public:
 
 private:
     mutable std::mutex mutex_;
-    std::map<Terminal, Shown> shown_;
-    std::uint64_t refused_ = 0;
+    ClientTable<Shown> shown_{"terminals"};
 };
 
 } // namespace services

@@ -28,7 +28,8 @@ public:
 private:
     void take(std::uint64_t client, const std::vector<mmservice::MMServiceReq_t>& requests) {
         const auto check = [](const Terminal&, const std::string& uri) { return checkMmUri(uri); };
-        answers_.give(carryOut<mmservice::MMServiceInfo_t>(requests, client, table_, check), client);
+        Evictions evictions([this] { return sender_.clients(); });
+        answers_.give(carryOut<mmservice::MMServiceInfo_t>(requests, client, table_, check, &evictions), client);
     }
 
     TerminalTable& table_;

@@ -29,7 +29,7 @@ public:
     const std::map<std::string, std::string>& names() const { return names_; } // of the channels, by URI
 
 private:
-    std::map<std::string, std::string> names_;
+    std::map<std::string, std::string> names_; // from a file of at most host::longestTomlFile bytes
 };
 
 } // namespace services

@@ -12,8 +12,13 @@ void Downloads::request(std::uint64_t client, tvservice::reqeustOadType_t type, 
                                                        std::string(reason));
     };
     if (packages.empty()) return refuse("no packages are named");
-    if (packages.size() > bounds::packageBytes) return refuse("the names of the packages are too long");
-    if (busy_.exchange(true)) return refuse("a download is under way");
+    const auto refuseForRoom = [&](const char* reason) {
+        ++refused_;
+        refuse(reason);
+    };
+    if (packages.size() > bounds::passedTextBytes) return refuseForRoom("the names of the packages are too long");
+    if (busy_.exchange(true)) return refuseForRoom("a download is under way");
+    held_ = packages.size();
     const auto count = 1 + std::count(packages.begin(), packages.end(), ',');
     sender_.toAll<messages::TvServiceFoundNewOadPacket>(static_cast<std::uint32_t>(count));
     const std::string text = "type " + std::to_string(type) + ": " + packages;
@@ -24,6 +29,7 @@ void Downloads::request(std::uint64_t client, tvservice::reqeustOadType_t type, 
                    step_ * (1 + percent / percentPerStep));
     line_.give(
         [this, text] {
+            held_ = 0;
             busy_ = false;
             tell(done, text);
         },
@@ -33,5 +39,7 @@ void Downloads::request(std::uint64_t client, tvservice::reqeustOadType_t type, 
 void Downloads::tell(Status status, const std::string& text) const {
     sender_.toAll<messages::TvserviceOadStatusNotify>(static_cast<tvservice::NotifyOadStatus_t>(status), text);
 }
+
+TableCount Downloads::count() const { return {"packages", held_, bounds::passedTextBytes, refused_}; }
 
 } // namespace services

@@ -3,9 +3,10 @@
 // A request's type is the service's to choose; it is only told on. Packages are named with commas between. What is
 // told: how many packages there are; then the status "started", the progress in percent, the status "done", whose texts
 // name the packages. A request that cannot be carried out gets the status "refused", with the reason as text; so does
-// one whose packages have longer names than bounds::packageBytes together.
+// one whose packages have longer names than bounds::passedTextBytes together.
 #pragma once
 
+#include "common/bounds.h"
 #include "common/delay-line.h"
 #include "common/sender.h"
 
@@ -13,6 +14,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -28,12 +30,16 @@ public:
     // Never waits; a refusal goes to the client, all else to all clients. On the receiving thread.
     void request(std::uint64_t client, tvservice::reqeustOadType_t type, const std::string& packages);
 
+    TableCount count() const; // of bytes in the names of packages; from any thread
+
 private:
     void tell(Status status, const std::string& text) const;
 
     const Sender& sender_;
     const std::chrono::milliseconds step_;
     std::atomic<bool> busy_ = false;
+    std::atomic<std::size_t> held_ = 0;
+    std::atomic<std::uint64_t> refused_ = 0;
     DelayLine line_; // has room for the steps of one download; ends before what its work uses
 };
 

@@ -1,7 +1,7 @@
 // The terminals that are locked against minors.
 #pragma once
 
-#include "common/bounds.h"
+#include "common/client-table.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -21,19 +21,18 @@ class Locks {
 public:
     enum class Outcome { changed, unchanged, refused };
 
-    // Refused when there is no room for another one (see bounds.h).
-    Outcome lock(const Terminal& terminal, std::int32_t rating, std::uint64_t client);
+    // Refused when there is no room for another one (see bounds.h). Without evictions a full table makes no room.
+    Outcome lock(const Terminal& terminal, std::int32_t rating, std::uint64_t client, Evictions* evictions = nullptr);
     Outcome unlock(const Terminal& terminal);
 
-    bool contains(const Terminal& terminal) const { return locks_.contains(terminal); }
-    const std::map<Terminal, Lock>& all() const { return locks_; }
+    bool contains(const Terminal& terminal) const { return all().contains(terminal); }
+    const std::map<Terminal, ClientTable<Lock>::Held>& all() const { return locks_.entries(); }
 
     TableCount count() const; // from any thread
 
 private:
     mutable std::mutex mutex_; // of changes and counts
-    std::map<Terminal, Lock> locks_;
-    std::uint64_t refused_ = 0;
+    ClientTable<Lock> locks_{"locks"};
 };
 
 } // namespace services

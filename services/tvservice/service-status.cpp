@@ -22,10 +22,10 @@ tvservice::TvServiceStatusInfo_t statusOf(const std::vector<TerminalTable::Entry
         entry.intParam4 = id.stream;
         entry.intParam5 = id.service;
     }
-    for (const auto& [terminal, lock] : locks.all()) {
+    for (const auto& [terminal, held] : locks.all()) {
         auto& entry = entries[terminal];
         entry.byteParam2 = 1;
-        entry.shortParam1 = static_cast<std::uint16_t>(std::clamp<std::int32_t>(lock.rating, 0, UINT16_MAX));
+        entry.shortParam1 = static_cast<std::uint16_t>(std::clamp<std::int32_t>(held.entry.rating, 0, UINT16_MAX));
     }
     tvservice::TvServiceStatusInfo_t info{listNumber, {}};
     info.services.reserve(entries.size());

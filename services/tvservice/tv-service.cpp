@@ -1,6 +1,7 @@
 #include "tvservice/tv-service.h"
 
 #include "common/handlers.h"
+#include "common/log.h"
 #include "tvservice/tuner.h"
 #include "tvservice/uri-check.h"
 
@@ -40,9 +41,11 @@ std::int32_t TvService::check(const Terminal& terminal, const std::string& uri) 
 }
 
 void TvService::tvServiceReq(std::uint64_t client, const std::vector<tvservice::TvServiceReq_t>& requests) {
+    Evictions evictions([this] { return sender_.clients(); },
+                        [this](const Terminal& terminal) { tracks_.forget(terminal); });
     auto infos = carryOut<tvservice::TvServiceInfo_t>(
         requests, client, table_,
-        [this](const Terminal& terminal, const std::string& uri) { return check(terminal, uri); });
+        [this](const Terminal& terminal, const std::string& uri) { return check(terminal, uri); }, &evictions);
     std::size_t told = 0;
     for (const auto& info : infos) {
         if (info.result != result::done || !channels_.has(info.uri)) continue;
@@ -116,8 +119,9 @@ void TvService::tvServiceInfoReq(std::uint64_t client) {
 
 void TvService::setParentalLockInfo(std::uint64_t client, const tvservice::TvServiceParentalLockInfo_t& info) {
     const Terminal terminal = terminalOf(info.terminal);
+    Evictions evictions([this] { return sender_.clients(); });
     const Locks::Outcome outcome =
-        info.intParam1 != 0 ? locks_.lock(terminal, info.intParam2, client) : locks_.unlock(terminal);
+        info.intParam1 != 0 ? locks_.lock(terminal, info.intParam2, client, &evictions) : locks_.unlock(terminal);
     if (outcome == Locks::Outcome::changed)
         sender_.toAll<messages::TvServiceStatusInfo>(status());
     else
@@ -220,9 +224,19 @@ void TvService::requestPackagesReq(std::uint64_t client, tvservice::reqeustOadTy
     downloads_.request(client, type, packages);
 }
 
-void TvService::tvServiceSourceChanged(std::uint64_t, const std::string& source) {
-    sender_.toAll<messages::TvServiceNetworkChangeMsg>(
-        tvservice::TvServiceNetworkChangeMessage_t{static_cast<std::uint8_t>(!source.empty()), source});
+void TvService::tvServiceSourceChanged(std::uint64_t client, const std::string& source) {
+    const auto message = [this] {
+        return tvservice::TvServiceNetworkChangeMessage_t{static_cast<std::uint8_t>(!source_.empty()), source_};
+    };
+    if (source.size() > bounds::passedTextBytes) {
+        ++refusedSources_;
+        SERVICE_LOG(vdlDebugWarning, "the source stays: a name of %zu bytes is too long\n", source.size());
+        sender_.to<messages::TvServiceNetworkChangeMsg>(client, message());
+        return;
+    }
+    source_ = source;
+    sourceBytes_ = source.size();
+    sender_.toAll<messages::TvServiceNetworkChangeMsg>(message());
 }
 
 } // namespace services

@@ -33,7 +33,8 @@
 //   CAS service      TvServiceCiSasMessageInfo with the type and byte 1 (chosen) to all, or byte 0 to the asker for a
 //                    negative type
 //   packages         a download, see downloads.h
-//   source changed   TvServiceNetworkChangeMsg with the source's name, and as byte whether there is one, to all
+//   source changed   TvServiceNetworkChangeMsg with the source's name, and as byte whether there is one, to all; for
+//                    a name longer than bounds::passedTextBytes with the unchanged source to the asker
 #pragma once
 
 #include "common/answer-line.h"
@@ -45,7 +46,9 @@
 #include <genrpc/arguments.h>
 #include <tvservice/messages.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -66,7 +69,12 @@ public:
     void offer(host::MessageQueue& queue);
 
     // How full the tables are, besides that of the terminals. From any thread.
-    std::vector<TableCount> tables() const { return {locks_.count(), answers_.delayed()}; }
+    std::vector<TableCount> tables() const {
+        return {locks_.count(),
+                answers_.delayed(),
+                downloads_.count(),
+                {"source", sourceBytes_, bounds::passedTextBytes, refusedSources_}};
+    }
 
     // For what is sent on command; once offered, from any thread.
     const Sender& sender() const { return sender_; }
@@ -96,8 +104,11 @@ private:
     Downloads downloads_;
 
     Locks locks_;
+    std::atomic<std::size_t> sourceBytes_ = 0;
+    std::atomic<std::uint64_t> refusedSources_ = 0;
     // Used on the receiving thread only.
     Tracks tracks_;
+    std::string source_;
     std::int32_t listNumber_ = 0;
     bool captions_ = false;
     tvservice::MtsAudioTrack_t mtsTrack_{};

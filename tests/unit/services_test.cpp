@@ -16,6 +16,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <mutex>
@@ -27,6 +28,8 @@
 
 using namespace services;
 using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 namespace {
 
@@ -46,6 +49,13 @@ std::int32_t refuseNine(const Terminal&, const std::string& uri) {
 std::vector<tvservice::TvServiceInfo_t> carryOutTv(const std::vector<tvservice::TvServiceReq_t>& requests,
                                                    TerminalTable& table) {
     return carryOut<tvservice::TvServiceInfo_t>(requests, 7, table, refuseNine);
+}
+
+// Lets each client show something on as many terminals as it may, of a type with its number.
+void fill(TerminalTable& table, const std::vector<int>& clients) {
+    for (const int client : clients)
+        for (int id = 0; id < static_cast<int>(bounds::terminalsOfAClient); ++id)
+            table.show({client, id}, {"dvb://1", "", static_cast<std::uint64_t>(client), {}});
 }
 
 // A shell that is called by the test itself.
@@ -154,6 +164,117 @@ TEST(TerminalTable, RefusesMoreTextThanFits) {
     EXPECT_LE(bytes, bounds::textBytes);
 }
 
+TEST(TerminalTable, ForgetsTheOldestTerminalsOfClientsThatHaveGoneOnceItIsFull) {
+    const host::LogCapture log({logModule});
+    TerminalTable table;
+    fill(table, {3, 1, 2, 4});
+    std::vector<Terminal> evicted;
+    Evictions evictions(
+        [] {
+            return std::vector<std::uint64_t>{9, 4, 3};
+        },
+        [&](const Terminal& terminal) { evicted.push_back(terminal); });
+    EXPECT_TRUE(table.show({1, 0}, {"dvb://1", "", 9, {}}, &evictions)) << "in place of a terminal's own entry";
+    EXPECT_THAT(evicted, IsEmpty());
+    EXPECT_TRUE(table.show({9, 0}, {"dvb://1", "", 9, {}}, &evictions));
+    EXPECT_TRUE(table.show({9, 1}, {"dvb://1", "", 9, {}}, &evictions));
+    EXPECT_THAT(evicted, ElementsAre(Terminal{1, 1}, Terminal{1, 2}));
+    EXPECT_EQ(table.count().held, bounds::terminals);
+    EXPECT_EQ(table.count().refused, 0U);
+    EXPECT_TRUE(log.waitFor("terminal 1:2 is forgotten: the table of terminals is full and its client has gone", 0ms));
+}
+
+TEST(TerminalTable, ForgetsNothingOfClientsThatAreConnected) {
+    const host::LogCapture log({logModule});
+    TerminalTable table;
+    fill(table, {1, 2, 3, 4});
+    Evictions evictions([] { return std::vector<std::uint64_t>{1, 2, 3, 4}; });
+    EXPECT_FALSE(table.show({9, 0}, {"dvb://1", "", 9, {}}, &evictions)) << "which is itself not in the list any more";
+    EXPECT_EQ(table.entries().size(), bounds::terminals);
+}
+
+TEST(TerminalTable, TakesAllThatClientsThatHaveGoneHadAndNoMore) {
+    const host::LogCapture log({logModule});
+    TerminalTable table;
+    const int share = static_cast<int>(bounds::terminalsOfAClient);
+    fill(table, {1, 2, 3});
+    table.show({9, 0}, {"dvb://1", "", 9, {}});
+    fill(table, {4}); // but for one, for which there is no room
+    std::vector<std::uint64_t> connected{2, 4, 9, 10, 11};
+    const auto show = [&](int id, std::uint64_t client) {
+        Evictions evictions([&] { return connected; });
+        return table.show({static_cast<int>(client), id}, {"dvb://1", "", client, {}}, &evictions);
+    };
+    for (int id = 1; id < share; ++id) EXPECT_TRUE(show(id, 9)) << id;
+    EXPECT_FALSE(show(share, 9)) << "beyond its own share";
+    for (int id = 0; id < share; ++id) EXPECT_TRUE(show(id, 10)) << id;
+    EXPECT_TRUE(show(0, 11)) << "in place of the last one";
+    EXPECT_FALSE(show(1, 11));
+    connected = {};
+    EXPECT_TRUE(show(1, 11)) << "once others have gone";
+}
+
+TEST(TerminalTable, ForgetsAsManyAsATextNeeds) {
+    const host::LogCapture log({logModule});
+    TerminalTable table;
+    const std::string quarter(bounds::textBytesOfAClient / 4, 'x');
+    for (int client = 1; client <= 4; ++client)
+        for (int id = 0; id < 4; ++id) table.show({client, id}, {quarter, "", static_cast<std::uint64_t>(client), {}});
+    Evictions evictions([] { return std::vector<std::uint64_t>{}; });
+    EXPECT_TRUE(table.show({9, 0}, {quarter + quarter, quarter, 9, {}}, &evictions));
+    EXPECT_EQ(table.entries().size(), 14U);
+    EXPECT_EQ(table.entries().front().terminal, (Terminal{1, 3}));
+}
+
+TEST(TerminalTable, KeepsCountOfSharesThroughStopsSwapsAndReplacements) {
+    TerminalTable table;
+    for (int round = 0; round < 100; ++round) {
+        fill(table, {1, 2, 3, 4});
+        fill(table, {4, 3, 2, 1});
+        for (int type = 1; type <= 4; ++type) {
+            table.swap({type, 1}, {5 - type, 2});
+            table.show({type, 3}, {"dvb://longer", "uuid", 5U - static_cast<unsigned>(type), {}});
+        }
+        for (const auto& [terminal, shown] : table.entries()) table.stop(terminal);
+    }
+    fill(table, {1, 2, 3, 4});
+    EXPECT_EQ(table.count().held, bounds::terminals);
+}
+
+TEST(ClientTable, LooksAtNoMoreEntriesForARequestWhenItIsFull) {
+    struct Counting {
+        std::uint64_t client;
+        unsigned* looks;
+        std::size_t textBytes() const {
+            ++*looks;
+            return 1;
+        }
+    };
+    unsigned looks = 0;
+    const auto looksFor = [&](ClientTable<Counting>& table, const Terminal& terminal, std::uint64_t client) {
+        looks = 0;
+        table.put(terminal, {client, &looks}, nullptr);
+        return looks;
+    };
+    ClientTable<Counting> table("things");
+    const unsigned first = looksFor(table, {0, 0}, 1), replaced = looksFor(table, {0, 0}, 1);
+    for (std::size_t i = 0; i < bounds::terminals; ++i) table.put({1, static_cast<int>(i)}, {i, &looks}, nullptr);
+    EXPECT_LE(looksFor(table, {2, 0}, 2000), first);
+    EXPECT_LE(looksFor(table, {0, 0}, 1), replaced);
+}
+
+TEST(Locks, OfClientsThatHaveGoneMakeRoomForOthers) {
+    const host::LogCapture log({logModule});
+    Locks locks;
+    for (int i = 0; i < static_cast<int>(bounds::terminals); ++i)
+        locks.lock({0, i}, 12, static_cast<std::uint64_t>(i / 64));
+    Evictions evictions([] { return std::vector<std::uint64_t>{0, 2, 3}; });
+    EXPECT_EQ(locks.lock({1, 0}, 12, 9, &evictions), Locks::Outcome::changed);
+    EXPECT_FALSE(locks.contains({0, 64}));
+    EXPECT_TRUE(locks.contains({0, 0}));
+    EXPECT_EQ(locks.count().held, bounds::terminals);
+}
+
 TEST(Locks, AreRefusedBeyondTheirBounds) {
     const host::LogCapture log({logModule});
     Locks locks;
@@ -210,6 +331,22 @@ TEST(Answers, AreOnePerRequestInOrderWithWhatWasAsked) {
 TEST(Answers, ToNoRequestsAreNone) {
     TerminalTable table;
     EXPECT_TRUE(carryOutTv({}, table).empty());
+}
+
+TEST(Answers, ToAListAskOnceWhoIsConnectedHoweverOftenTheTableIsFull) {
+    const host::LogCapture log({logModule});
+    TerminalTable table;
+    fill(table, {1, 2, 3, 4});
+    int asked = 0;
+    Evictions evictions([&] {
+        ++asked;
+        return std::vector<std::uint64_t>{1, 2, 3, 4, 7};
+    });
+    std::vector<tvservice::TvServiceReq_t> requests;
+    for (int id = 0; id < 1000; ++id) requests.push_back(request(9, id, "dvb://1"));
+    const auto infos = carryOut<tvservice::TvServiceInfo_t>(requests, 7, table, refuseNine, &evictions);
+    EXPECT_EQ(asked, 1);
+    for (const auto& info : infos) EXPECT_EQ(info.result, result::nothingShown);
 }
 
 TEST(Answers, NoteTheClientOfWhatIsShown) {

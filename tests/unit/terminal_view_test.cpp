@@ -93,6 +93,24 @@ TEST_F(Terminals, DoNotFollowAnAnswerThatComesAfterThatToANewerRequest) {
     EXPECT_THAT(shown(), ElementsAre("0:0 dvb://10 0", "1:0 dvb://9 0")) << "each terminal by itself";
 }
 
+TEST_F(Terminals, DoNotFollowALateAnswerToAnOlderZap) {
+    answer("zap-5-1-10", "dvb://10");
+    answer("zap-5-1-9", "dvb://9");
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://10 0"));
+    answer("zap-5-1-11", "dvb://11");
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://11 0"));
+}
+
+TEST_F(Terminals, FollowZapsOfAnotherQueueAndRequestsOfNoQueueInTheOrderOfTheAnswers) {
+    answer("zap-5-1-10", "dvb://10");
+    answer("zap-5-2-9", "dvb://9");
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://9 0"));
+    answer("8", "dvb://8");
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://8 0"));
+    answer("zap-5-1-7", "dvb://7");
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://7 0"));
+}
+
 TEST_F(Terminals, FollowAnAnswerThatNoNewerOneHasOvertaken) {
     answer("9", "dvb://9");
     answer("10", "dvb://10");

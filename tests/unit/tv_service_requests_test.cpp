@@ -5,6 +5,7 @@
 #include <host/log-capture.h>
 
 #include <gmock/gmock.h>
+#include <receiver-kit/wait.h>
 
 using namespace tvservicetest;
 using namespace std::chrono_literals;
@@ -25,6 +26,20 @@ protected:
     }
     template <class Message, class Request> void chooseTrack(int type, int id, int number, int echo = 0) {
         asker->ask<Message>(Request{{type, id}, number, echo});
+    }
+    services::TableCount packages() const {
+        const auto tables = service.tables();
+        return tables[tables.size() - 2];
+    }
+    // Lets a client of its own ask for something; returns once the service knows that it has gone.
+    template <class Ask> void reconnect(const Ask& ask) {
+        const auto before = service.sender().clients().size();
+        {
+            Client visitor;
+            ask(visitor);
+            visitor.heard();
+        }
+        ASSERT_TRUE(receiver::waitUntil([&] { return service.sender().clients().size() == before; }, 20s));
     }
     // Expects that both are told the same texts.
     void bothHear(const std::vector<std::string>& texts) {
@@ -242,7 +257,9 @@ TEST_F(TvService, RefusesAClientsTerminalsBeyondItsShareWithoutNewsAndServesAnot
             }
     EXPECT_EQ(shown, services::bounds::terminalsOfAClient);
     EXPECT_EQ(refused, 300 - services::bounds::terminalsOfAClient);
-    EXPECT_EQ(service.tables().size(), 2U);
+    std::vector<std::string> names;
+    for (const auto& counted : service.tables()) names.push_back(counted.name);
+    EXPECT_THAT(names, ElementsAre("locks", "delayed answers", "packages", "source"));
     other->heard();
     asker->play(8, 0, one);
     onlyTheAskerHears({R"(TvServiceInfo {"infos":[{"terminal":{"type":8,"id":0},"result":8,"uri":"dvb://1.1.1",)"
@@ -263,10 +280,55 @@ TEST_F(TvService, TellsOnlyTheAskerOfALockThatChangesNothingOrIsRefused) {
     EXPECT_EQ(service.tables()[0].refused, 100 - services::bounds::terminalsOfAClient);
 }
 
+TEST_F(TvService, HasRoomForOthersHoweverOftenAClientReconnectsAndInventsTerminals) {
+    const host::LogCapture log({services::logModule});
+    for (int type = 1; type <= 5; ++type)
+        reconnect([&](Client& visitor) {
+            std::vector<tvservice::TvServiceReq_t> requests(services::bounds::terminalsOfAClient);
+            for (std::size_t id = 0; id < requests.size(); ++id) {
+                requests[id].terminal = {type, static_cast<int>(id)};
+                requests[id].uri = one;
+            }
+            visitor.ask<messages::TvServiceReq>(requests);
+        });
+    EXPECT_EQ(table.count().held, services::bounds::terminals);
+    forget();
+    other->play(9, 0, one);
+    const auto heard = other->heard();
+    ASSERT_THAT(heard, SizeIs(7));
+    EXPECT_EQ(heard[1].arguments["infos"][0]["result"], services::result::done);
+    EXPECT_EQ(table.count().refused, 0U);
+    // The terminal that was forgotten for it has no tracks any more.
+    const auto resultOn = [&](int id) -> int {
+        chooseTrack<messages::TvServiceTeletextReq, tvservice::TvServiceTeletextReq_t>(2, id, 1);
+        return asker->heard().back().arguments["info"]["intParam2"];
+    };
+    EXPECT_EQ(resultOn(0), services::result::nothingShown);
+    EXPECT_EQ(resultOn(1), services::result::done);
+}
+
+TEST_F(TvService, LocksATerminalHoweverOftenAClientReconnectsAndLocksItsOwn) {
+    const host::LogCapture log({services::logModule});
+    for (int type = 1; type <= 5; ++type)
+        reconnect([&](Client& visitor) {
+            for (int id = 0; id < static_cast<int>(services::bounds::terminalsOfAClient); ++id)
+                visitor.ask<messages::SetParentalLockInfo>(tvservice::TvServiceParentalLockInfo_t{{type, id}, 1, 12});
+        });
+    EXPECT_EQ(service.tables()[0].held, services::bounds::terminals);
+    forget();
+    lock(9, 0, 1, 12);
+    const auto heard = other->heard();
+    ASSERT_THAT(heard, SizeIs(1));
+    EXPECT_EQ(heard[0].arguments["info"]["services"].back()["intParam1"], 9);
+    EXPECT_EQ(service.tables()[0].refused, 0U);
+}
+
 TEST_F(TvService, RefusesADownloadOfPackagesWithLongNames) {
     asker->ask<messages::RequestPackagesReq>(tvservice::reqeustOadType_t{1},
-                                             std::string(services::bounds::packageBytes + 1, 'x'));
+                                             std::string(services::bounds::passedTextBytes + 1, 'x'));
     onlyTheAskerHears({R"(TvserviceOadStatusNotify {"status":3,"text":"the names of the packages are too long"})"});
+    EXPECT_EQ(packages().held, 0U);
+    EXPECT_EQ(packages().refused, 1U);
 }
 
 TEST_F(TvService, AsksAllOthersToReleaseATunerAndConfirmsToTheAsker) {
@@ -351,9 +413,21 @@ TEST_F(TvService, RefusesADownloadOfNothing) {
 }
 
 TEST_F(TvService, ToldBytesOfAnyKindTellsThemOnUnchanged) {
-    const std::string source = std::string("a\0b", 3) + std::string(100000, 'x');
+    const std::string source = std::string("a\0b", 3) + std::string(services::bounds::passedTextBytes - 3, 'x');
     asker->ask<messages::TvServiceSourceChanged>(source);
     EXPECT_EQ(asker->heard().at(0).arguments["message"]["strParam1"], source);
+}
+
+TEST_F(TvService, TellsOnlyTheAskerThatTheNameOfASourceIsTooLong) {
+    asker->ask<messages::TvServiceSourceChanged>(std::string("cable"));
+    forget();
+    asker->ask<messages::TvServiceSourceChanged>(std::string(services::bounds::passedTextBytes + 1, 'x'));
+    onlyTheAskerHears({R"(TvServiceNetworkChangeMsg {"message":{"byteParam1":1,"strParam1":"cable"}})"});
+    const auto source = service.tables().back();
+    EXPECT_EQ(source.name, "source");
+    EXPECT_EQ(source.held, 5U);
+    EXPECT_EQ(source.most, services::bounds::passedTextBytes);
+    EXPECT_EQ(source.refused, 1U);
 }
 
 // A step is longer than any test: the download is still under way whenever the service ends.
@@ -377,6 +451,11 @@ TEST(Downloads, AreOneAtATimeAndGivenUpWhenTheServiceEnds) {
                         ElementsAre(R"(TvServiceFoundNewOadPacket {"packet":1})",
                                     R"(TvserviceOadStatusNotify {"status":1,"text":"type 0: kernel"})",
                                     R"(TvserviceOadStatusNotify {"status":3,"text":"a download is under way"})"));
+            const auto tables = service.tables();
+            const auto& packages = tables[tables.size() - 2];
+            EXPECT_EQ(packages.name, "packages");
+            EXPECT_EQ(packages.held, 6U);
+            EXPECT_EQ(packages.refused, 1U);
         }
         queue.stop();
     }

@@ -305,6 +305,24 @@ TEST(ZapQueueIds, DifferBetweenQueues) {
     EXPECT_EQ(ids.size(), 6U);
 }
 
+TEST(ZapQueueIds, CountTheRequestsOfAQueueAndShowNoAddress) {
+    std::vector<std::string> ids;
+    ZapQueue queue{{[&](const TvServiceReq_t& request) {
+                        ids.push_back(request.reqId);
+                        return -1;
+                    },
+                    {},
+                    ZapQueue::Clock::now,
+                    {}}};
+    queue.want(channel(0, "a"));
+    queue.want(channel(0, "b"));
+    ASSERT_EQ(ids.size(), 2U);
+    EXPECT_THAT(ids[0], testing::MatchesRegex("zap-[0-9]+-[0-9]+-1"));
+    EXPECT_EQ(ids[1], ids[0].substr(0, ids[0].size() - 1) + "2");
+    EXPECT_THAT(ids[0], testing::Not(testing::HasSubstr(std::to_string(reinterpret_cast<std::uintptr_t>(&queue)))));
+    EXPECT_LE(ids[0].size(), std::string("zap-4294967295-1000-1").size());
+}
+
 // Over the manager. Time passes a tick at a time, in which the worker may work and the queue looks.
 class ZapsOverTheManager : public ResManagerTest {
 protected:

@@ -53,7 +53,7 @@ private:
     void keep(const char* message, TextOrLength arguments);
 
     mutable std::mutex mutex_;
-    std::deque<Notification> kept_; // with consecutive numbers
+    std::deque<Notification> kept_; // with consecutive numbers; at most mostKept, with mostBytes
     std::uint64_t lastNumber_ = 0;
     std::size_t bytes_ = 0; // of arguments, in kept_
     std::uint64_t dropped_ = 0;

@@ -42,7 +42,7 @@ private:
 
     tvservice::ModelTvServiceAdapter& adapter_;
     appovshell::Server& shell_;
-    std::deque<Context> contexts_; // of the commands registered, which point at them
+    std::deque<Context> contexts_; // of the commands registered, which point at them: one for each in the table
 };
 
 } // namespace control

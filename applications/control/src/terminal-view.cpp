@@ -4,18 +4,30 @@
 #include "log.h"
 
 #include <lrt/run-log-agent.h>
+#include <tvservice-adapter/zap-queue.h>
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 namespace control {
 namespace {
 
-// Whether a request was made before another one. Only the ids that the resource manager gives tell it: numbers in order
-// of the requests. Another id, which an application gave, is taken to be as new as its answer.
+// Reads what comes before the number at an id's end, and the number. False for an id whose number need not count
+// requests: only the resource manager, which gives bare numbers, and zap queues are known to count.
+bool readCount(std::string_view reqId, std::string_view& beginning, std::uint64_t& number) {
+    beginning = reqId.substr(0, reqId.find_last_not_of("0123456789") + 1);
+    const bool counts = beginning.empty() || beginning.starts_with(tvservice::ZapQueue::idBeginning);
+    return counts && readNumber(reqId.substr(beginning.size()), number);
+}
+
+// Whether a request was made before another one, as far as their ids show it: those with the same beginning. Another
+// id is taken to be as new as its answer.
 bool isOlder(const std::string& reqId, const std::string& than) {
-    std::uint32_t number = 0, other = 0;
-    return readNumber(reqId, number) && readNumber(than, other) && number < other;
+    std::string_view beginning, otherBeginning;
+    std::uint64_t number = 0, other = 0;
+    return readCount(reqId, beginning, number) && readCount(than, otherBeginning, other) &&
+           beginning == otherBeginning && number < other;
 }
 
 void take(TerminalState& terminal, const Answer& answer) {

@@ -30,8 +30,9 @@ struct TerminalState {
 // The adapter's client. Answers come on the framework's threads, readers on the shell's; all from any thread.
 //
 // What a terminal shows changes with an answer of result 0 to a play or stop request. It stays when a play failed, when
-// a newer request is queued, and when the answer comes late: after that to a newer request. Answers without a request
-// id are what the TV service tells of itself, not of the terminal: the MM service may be playing there.
+// a newer request is queued, and when the answer comes late: after that to a newer request, as far as their ids show
+// which is newer. Answers without a request id are what the TV service tells of itself, not of the terminal: the MM
+// service may be playing there.
 //
 // What is kept is bounded, whatever services send: the oldest answers go first, and the terminal whose last answer is
 // the oldest. With the answers that belong to terminals it all holds less than 40 MiB.
@@ -63,10 +64,10 @@ private:
     Known& known(const tvservice::TvServiceTerminal_t& terminal);
 
     mutable std::mutex mutex_;
-    std::deque<Answer> answers_;
-    std::size_t bytes_ = 0; // of texts, in answers_
-    std::map<std::pair<int, int>, Known> terminals_;
-    std::uint64_t lastAnswer_ = 0; // counts answers
+    std::deque<Answer> answers_;                     // at most mostAnswers, with mostBytes
+    std::size_t bytes_ = 0;                          // of texts, in answers_
+    std::map<std::pair<int, int>, Known> terminals_; // at most mostTerminals
+    std::uint64_t lastAnswer_ = 0;                   // counts answers
     std::uint64_t droppedAnswers_ = 0, droppedTerminals_ = 0;
 };
 

@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -49,6 +50,8 @@ public:
     static constexpr std::chrono::seconds answerLimit = bundleAnswerLimit;
     // Terminals for which a request may wait.
     static constexpr std::size_t mostWaiting = 256;
+    // A request's id is this, what tells the queue from others, and a number that counts the queue's requests.
+    static constexpr const char* idBeginning = "zap-";
     static constexpr int tooManyWaiting = -11, hasEnded = -108; // what want() refuses with
 
     struct Surroundings {
@@ -61,10 +64,7 @@ public:
         std::function<void(const ZapOutcome&)> report;
     };
 
-    explicit ZapQueue(Surroundings surroundings)
-        : surroundings_(std::move(surroundings)),
-          idPrefix_("zap-" + std::to_string(reinterpret_cast<std::uintptr_t>(this)) + "-" +
-                    std::to_string(Clock::now().time_since_epoch().count()) + "-") {}
+    explicit ZapQueue(Surroundings surroundings) : surroundings_(std::move(surroundings)), idPrefix_(newIdPrefix()) {}
 
     ZapQueue(const ZapQueue&) = delete;
     ZapQueue& operator=(const ZapQueue&) = delete;
@@ -161,6 +161,14 @@ public:
 private:
     using Request = std::shared_ptr<const TvServiceReq_t>;
 
+    // No two queues share one, in whichever process or library they are. Ids reach other hosts and logs, so they show
+    // nothing of this process. Each library may have a number of its own.
+    static std::string newIdPrefix() {
+        static const std::uint32_t number = std::random_device{}();
+        static std::atomic<std::uint64_t> queues{0};
+        return idBeginning + std::to_string(number) + '-' + std::to_string(++queues) + '-';
+    }
+
     static bool same(const TvServiceTerminal_t& a, const TvServiceTerminal_t& b) {
         return a.type == b.type && a.id == b.id;
     }
@@ -218,7 +226,7 @@ private:
     }
 
     const Surroundings surroundings_;
-    const std::string idPrefix_; // no two queues of a process share one, in whichever library they are
+    const std::string idPrefix_; // no two queues share one
     std::atomic<std::uint64_t> lastId_{0};
 
     std::mutex mutex_; // guards everything below
