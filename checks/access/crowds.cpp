@@ -262,8 +262,7 @@ void floodTheLogOfAShell(unsigned clients, Figures& figures) {
                       {kinds::silent, clients, 2000, waiting, "turned away a shell client: there are 16 already",
                        "turned away a shell client: there are %zu already"});
     for (const auto& user : users) user->ask();
-    const std::string complaints = kit.stop();
-    require(complaints.empty(), complaints);
+    figures.slowestEndBesideFlood = std::max(figures.slowestEndBesideFlood, endOfAll(kit));
 }
 
 } // namespace access_check

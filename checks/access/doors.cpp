@@ -2,7 +2,9 @@
 
 #include "../killed/service-socket.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <sys/socket.h>
@@ -13,9 +15,21 @@
 namespace access_check {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr std::size_t frameHeader = 32, frameId = 12;
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr long longestEnd = 10000; // milliseconds; what looks for leaks at the end takes its time
+#else
+constexpr long longestEnd = 2000;
+#endif
+
 } // namespace
+
+long millisecondsSince(Clock::time_point begin) {
+    return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count());
+}
 
 std::vector<Door> doorsIn(const std::filesystem::path& runtimeFolder) {
     std::vector<Door> doors;
@@ -96,6 +110,30 @@ std::vector<std::uint32_t> hearFrames(Socket& client, std::size_t count) {
 
 std::uint64_t counterOf(ReceiverKit& kit, Part service, const char* counter) {
     return kit.ask(service, {"stats"}).at(0).at(counter).get<std::uint64_t>();
+}
+
+long playOnce(ReceiverKit& kit, const std::string& uri) {
+    const auto begin = Clock::now();
+    const auto answers = kit.waitForAnswers(kit.play("0:0", uri), 1);
+    require(answers.size() == 1 && answers[0].result == 0, uri + " is not played");
+    return millisecondsSince(begin);
+}
+
+long endOf(ReceiverKit& kit, Part part) {
+    const auto begin = Clock::now();
+    const std::string complaints = kit.stop(part);
+    const long took = millisecondsSince(begin);
+    require(complaints.empty(), complaints);
+    require(took <= longestEnd,
+            std::string(receiver::nameOf(part)) + " took " + std::to_string(took) + " ms to its end");
+    return took;
+}
+
+long endOfAll(ReceiverKit& kit) {
+    long slowest = 0;
+    for (auto part = receiver::allParts.rbegin(); part != receiver::allParts.rend(); ++part)
+        slowest = std::max(slowest, endOf(kit, *part));
+    return slowest;
 }
 
 std::uint64_t linesLike(const std::filesystem::path& log, const std::string& text, const std::string& format) {

@@ -1,6 +1,7 @@
 // The sockets of a receiver, and what a connection to one of them may be told.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <receiver-kit/receiver-kit.h>
 #include <string>
@@ -49,6 +50,16 @@ std::vector<std::uint32_t> hearFrames(Socket& client, std::size_t count);
 
 // A counter of a service, as its shell tells.
 std::uint64_t counterOf(ReceiverKit& kit, Part service, const char* counter);
+
+long millisecondsSince(std::chrono::steady_clock::time_point begin);
+
+// What the receiver does for its own user meanwhile: how long a play takes, in milliseconds.
+long playOnce(ReceiverKit& kit, const std::string& uri);
+
+// Ends a process, or one after the other of them all, and requires that each ends well and within 2 s. Returns how long
+// the slowest took, in milliseconds.
+long endOf(ReceiverKit& kit, Part part);
+long endOfAll(ReceiverKit& kit);
 
 // How many lines with that text a log has, those included that it says were held back.
 std::uint64_t linesLike(const std::filesystem::path& log, const std::string& text, const std::string& format);

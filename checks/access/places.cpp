@@ -73,9 +73,7 @@ void expectRefusal(const Place& place, const Door& door, const std::string& path
     require(lstat(path.c_str(), &before) == 0, where + ": it is not there");
     const auto program = place.start();
     require(receiver::waitUntil([&] { return !program->running(); }, receiver::patience), where + ": it was taken");
-    // The adapter cannot do without its command, and ends the framework process where there is no shell.
-    require(program->exitCode() == failed || (door.part == Part::frameHost && !program->failure().empty()),
-            where + ": the program ended with " + program->failure());
+    require(program->exitCode() == failed, where + ": the program ended with " + program->failure());
     require(place.said().find(door.path) != std::string::npos, where + ": the program said " + place.said());
     require(lstat(path.c_str(), &after) == 0 && after.st_ino == before.st_ino && after.st_mode == before.st_mode,
             where + ": it is no longer there");

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace access_check {
 
@@ -30,9 +31,11 @@ struct Figures {
     long refusedTerminals = 0, forgotten = 0;
     // Milliseconds: a play and a look at the terminals meanwhile, the end of a process whose tables are full.
     long slowestPlay = 0, slowestLook = 0, slowestEnd = 0;
-    long mostMemory = 0;                                      // KiB that a process took more than before
-    unsigned unfinished = 0, evictedShells = 0;               // messages, shell clients
-    long slowestBesideUnfinished = 0, slowestBesideFlood = 0; // milliseconds
+    long mostMemory = 0;                                                // KiB that a process took more than before
+    unsigned unfinished = 0, unfinishedTogether = 0, evictedShells = 0; // messages, shell clients
+    // Milliseconds: answers, plays, ends of processes.
+    long slowestBesideUnfinished = 0, slowestPlayBesideUnfinished = 0, slowestBesideFlood = 0;
+    long slowestEndBesideFlood = 0;
 };
 
 void refuseAnotherUser(unsigned tries, Figures& figures);
@@ -43,7 +46,10 @@ void crowdTheDoors(unsigned rounds, std::chrono::seconds each, Figures& figures)
 void takeAllDescriptors();
 void fillTheTablesOfServices(unsigned terminals, Figures& figures);
 void fillTheTablesOfApplications(unsigned answers, Figures& figures);
-void starveOthers(Figures& figures);
+// processes: how many leave a message unfinished at the same time.
+void starveOthers(unsigned processes, Figures& figures);
+// One of them, with the arguments that it was given; returns its exit code.
+int leaveOneUnfinished(const std::vector<std::string>& arguments);
 void floodTheLog(unsigned hellos, Figures& figures);
 void floodTheLogOfAShell(unsigned clients, Figures& figures);
 

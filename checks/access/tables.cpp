@@ -9,9 +9,7 @@
 #include <tvservice/messages.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <thread>
 #include <utility>
 
@@ -22,10 +20,6 @@ using Clock = std::chrono::steady_clock;
 namespace tv = tvservice::messages;
 
 constexpr const char* stream = "rtp://239.0.0.1:5004";
-
-long millisecondsSince(Clock::time_point begin) {
-    return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count());
-}
 
 template <class Request> Request requestFor(int id) {
     Request request;
@@ -46,14 +40,6 @@ std::string requestsFor(Part service, int id) {
            frameOf<tv::TvServiceSwapWinReq>(tvservice::TvServiceSwapWinReq_t{id});
 }
 
-// What the receiver does for its own user meanwhile: how long a play takes, in milliseconds.
-long playOnce(ReceiverKit& kit, const std::string& uri) {
-    const auto begin = Clock::now();
-    const auto answers = kit.waitForAnswers(kit.play("0:0", uri), 1);
-    require(answers.size() == 1 && answers[0].result == 0, uri + " is not played");
-    return millisecondsSince(begin);
-}
-
 // Returns how much found no room, which is more than nothing.
 long judgeTables(ReceiverKit& kit, Part part, const char* counter) {
     long beyond = 0;
@@ -63,16 +49,6 @@ long judgeTables(ReceiverKit& kit, Part part, const char* counter) {
     }
     require(beyond > 0, std::string(receiver::nameOf(part)) + " has had room for everything");
     return beyond;
-}
-
-// Ends a process whose tables are full, and returns how long that took.
-long endOf(ReceiverKit& kit, Part part) {
-    const pid_t process = kit.processId(part);
-    const auto begin = Clock::now();
-    require(kill(process, SIGTERM) == 0, "there is no process to end");
-    require(kit.waitFor([&] { return killed::hasEnded(process); }, receiver::patience),
-            std::string(receiver::nameOf(part)) + " does not end");
-    return millisecondsSince(begin);
 }
 
 // A client that fills its share of each table of a service and goes, several times over. Another one's play on a new
@@ -129,7 +105,8 @@ void fillTheTablesOfServices(unsigned terminals, Figures& figures) {
         figures.refusedTerminals += judgeTables(kit, part, "refused");
         figures.mostMemory = std::max(figures.mostMemory, killed::sizeOf(kit.processId(part)).kibibytes - before);
         figures.slowestEnd = std::max(figures.slowestEnd, endOf(kit, part));
-        (void)kit.stop(); // which complains of the process that has ended
+        const std::string complaints = kit.stop(); // of the others
+        require(complaints.empty(), complaints);
     }
 }
 
@@ -173,7 +150,8 @@ void fillTheTablesOfApplications(unsigned answers, Figures& figures) {
     figures.mostMemory = std::max(figures.mostMemory, killed::sizeOf(process).kibibytes - before);
     figures.slowestEnd = std::max(figures.slowestEnd, endOf(kit, Part::frameHost));
     queue.stop();
-    (void)kit.stop();
+    const std::string complaints = kit.stop(); // of the others
+    require(complaints.empty(), complaints);
 }
 
 } // namespace access_check

@@ -62,6 +62,9 @@ int main(int argc, char** argv) {
     report.line("writers of the run log killed", figures.killedWriters, "writers", figures.killedWriters == writers,
                 "the log sound after each, nothing stored is gone");
     report.line("slowest play on a stalled, full or failing disk", slow, "ms", slow <= slowest, "at most 250 ms");
+    const long end = figures.slowestEnd.count();
+    report.line("end of a process on a stalled disk, beside a reader", end, "ms", end > 0 && end <= 2000,
+                "at most 2000 ms");
     report.line("jumps of the wall clock that the log's times show", figures.clockJumps, "jumps",
                 figures.clockJumps == 6, "all 6");
     report.line("shortest wait for an answer as the clock jumps", low, "ms", low >= shortest, "at least 5000 ms");

@@ -1,6 +1,8 @@
 #include "../killed/service-socket.h"
 #include "scenarios.h"
 
+#include <host/shell-client.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -64,6 +66,28 @@ bool isLogged(const ReceiverKit& kit, const std::string& text) {
     return false;
 }
 
+// Asks for the run log again and again, until the shell is gone.
+class RunLogReader {
+public:
+    explicit RunLogReader(const std::string& path) : path_(path) {}
+
+    unsigned failures() const { return failures_; }
+
+private:
+    void read() {
+        try {
+            host::ShellClient shell;
+            for (shell.connect(path_);;)
+                if (shell.run("runlog").status != 0) ++failures_;
+        } catch (const host::ShellError&) { // the process ends, or does not answer
+        }
+    }
+
+    const std::string path_;
+    std::atomic<unsigned> failures_{0};
+    std::jthread thread_{[this] { read(); }}; // last: it uses the rest
+};
+
 std::size_t recorded(ReceiverKit& kit) { return kit.ask(Part::frameHost, {"runlog", "100"}).size(); }
 
 } // namespace
@@ -78,9 +102,18 @@ void runOnAStalledDisk(Control& control, Figures& figures) {
     figures.slowestPlay = std::max(figures.slowestPlay, playSome(kit));
     control.disk = Disk::sound;
     require(kit.waitFor([&] { return recorded(kit) == 1; }, receiver::patience), "the record is not there");
-    // It must also end when the disk never comes back.
+    // It must also end when the disk never comes back, and while somebody asks for what is to be stored there.
+    control.stalledWrites = 0;
     control.disk = Disk::stalled;
     letAPlayFail(kit);
+    require(kit.waitFor([&] { return control.stalledWrites > 0; }, receiver::patience), "nothing wrote to the disk");
+    const RunLogReader reader((kit.runtimeFolder() / "frame-host.shell").string());
+    require(kit.waitFor([&] { return reader.failures() > 0; }, receiver::patience),
+            "whoever reads the run log is not told that its disk does not answer");
+    const auto begin = Steady::now();
+    const std::string complaints = kit.stop(Part::frameHost);
+    figures.slowestEnd = since(begin);
+    require(complaints.empty(), complaints);
     endOrderly(kit);
     control.disk = Disk::sound;
 }

@@ -10,6 +10,7 @@ namespace surroundings {
 
 struct Figures {
     std::chrono::milliseconds slowestPlay{0};                        // while the disk was not as it should be
+    std::chrono::milliseconds slowestEnd{0};                         // of a process whose disk does not answer
     std::chrono::milliseconds shortestWait{1 << 30}, longestWait{0}; // until a request was dropped, as clocks jumped
     unsigned clockJumps = 0;                                         // that show between the times of log lines
     std::uint64_t notifications = 0;                   // that an honest client got beside one that does not read

@@ -9,14 +9,20 @@
 
 namespace support {
 
+// Until all records so far are stored, however long that takes on a busy machine.
+inline void waitForTheRunLog() {
+    while (!lrt::RunLogAgentImpl::getInstance().flush()) {
+    }
+}
+
 // Before the first record of the program; the folder goes when the program ends.
 inline void keepRunLogInAFolderOfItsOwn() {
     static const struct Folder {
         std::string name = "/tmp/run-log-XXXXXX";
-        lrt::RunLogAgentImpl& runLog = lrt::RunLogAgentImpl::getInstance();
+        lrt::RunLogAgentImpl& runLog = lrt::RunLogAgentImpl::getInstance(); // which then ends after the folder
         Folder() { setenv("STATE_DIRECTORY", mkdtemp(name.data()), 1); }
         ~Folder() {
-            runLog.flush();
+            waitForTheRunLog();
             std::filesystem::remove_all(name);
         }
     } folder;

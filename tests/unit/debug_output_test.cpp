@@ -213,6 +213,19 @@ TEST_F(DebugLevels, AreKeptForAModuleUntilItIsNamed) {
     EXPECT_FALSE(wanted(0x0321, vdlDebugTrace));
 }
 
+TEST_F(DebugLevels, AreKeptForABoundedNumberOfModulesByName) {
+    vdlDebugNameModule(0x0324, "known-module");
+    for (int i = 0; i < 256; ++i) ASSERT_EQ(vdlDebugSetLevels("invented-" + std::to_string(i) + "=off"), "");
+    EXPECT_EQ(
+        vdlDebugSetLevels("0x0324=trace,known-module=trace"),
+        "more than 256 modules have a level by name then; first set one for all modules, which forgets the names");
+    EXPECT_FALSE(wanted(0x0324, vdlDebugTrace));
+    EXPECT_EQ(vdlDebugSetLevels("invented-0=trace,0x0324=info"), "");
+    EXPECT_TRUE(wanted(0x0324, vdlDebugProgress));
+    EXPECT_EQ(vdlDebugSetLevels("warning,known-module=trace"), "");
+    EXPECT_TRUE(wanted(0x0324, vdlDebugTrace));
+}
+
 TEST_F(DebugLevels, BelongToTheFirstNameOfAModule) {
     vdlDebugNameModule(0x0322, "first-name");
     vdlDebugNameModule(0x0322, "second-name");

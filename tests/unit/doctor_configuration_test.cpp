@@ -93,9 +93,14 @@ TEST_F(DoctorOfConfiguration, WarnsOfFewDescriptors) {
     rlimit former{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
     rlimit few = former;
-    few.rlim_cur = 100;
+    few.rlim_cur = 639;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    EXPECT_THAT(checkLimits(), finds(Severity::warning, "open files", "100 descriptors per process"));
+    EXPECT_THAT(checkLimits(), finds(Severity::warning, "open files",
+                                     "639 descriptors per process; a service may have 256 clients, 64 that have yet to "
+                                     "say hello and, from other hosts, 64 to 256 in a handshake"));
+    few.rlim_cur = 640;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    EXPECT_THAT(checkLimits(), finds(Severity::ok, "open files", "640 descriptors per process"));
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &former), 0);
 }
 

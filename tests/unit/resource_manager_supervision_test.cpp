@@ -16,11 +16,15 @@ protected:
     static void SetUpTestSuite() { support::keepRunLogInAFolderOfItsOwn(); }
 
     static inline lrt::RunLogAgentImpl& runLog = lrt::RunLogAgentImpl::getInstance();
-    const std::size_t recordsBefore = runLog.readNewest(1000).size();
+    const std::size_t recordsBefore = allRecords().size();
 
+    static std::vector<lrt::RunLogRecord> allRecords() {
+        support::waitForTheRunLog();
+        return runLog.readNewest(1000);
+    }
     // The records of this test, newest first.
     std::vector<lrt::RunLogRecord> records() const {
-        auto newest = runLog.readNewest(1000);
+        auto newest = allRecords();
         newest.resize(newest.size() - recordsBefore);
         return newest;
     }

@@ -1,5 +1,9 @@
 // The end of a process whose run log is on a disk that has stopped.
+#include <appovshell/server.h>
+#include <frame/process.h>
+#include <host/environment.h>
 #include <host/receiver.h>
+#include <host/shell-client.h>
 #include <lrt/run-log-agent.h>
 
 #include <atomic>
@@ -7,7 +11,10 @@
 #include <dlfcn.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <stdexcept>
 #include <string>
+#include <sys/time.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -30,30 +37,102 @@ extern "C" [[gnu::visibility("default")]] ssize_t pwrite64(int descriptor, const
 
 namespace {
 
-int fail(void*) {
+using lrt::RunLogAgentImpl;
+
+constexpr unsigned longestEnd = 2; // seconds, after which the alarm ends the process
+
+void stallTheDisk() {
     diskIsStalled = true;
-    lrt::RunLogAgentImpl::getInstance().writeRunLog({"code", "time", "error", 1, 2, "text"});
+    RunLogAgentImpl::getInstance().writeRunLog({"code", "time", "error", 1, 2, "text"});
     aWriteWaits.wait(false);
+}
+
+// The run log's part of the end, of which the message queue and an application's threads may take 1.5 s.
+int endOnAStalledDisk(void*) {
+    stallTheDisk();
+    const itimerval longestPart{{}, {0, 900000}};
+    setitimer(ITIMER_REAL, &longestPart, nullptr);
     host::stopProcess();
     return 0;
 }
 
-TEST(ProcessOnAStalledDisk, EndsWithoutItsLastRecords) {
-    testing::FLAGS_gtest_death_test_style = "threadsafe";
-    const char* const given = std::getenv("RUNTIME_DIRECTORY");
-    std::string folder = "/tmp/run-log-stall-XXXXXX";
-    if (given == nullptr) { // else this is the process that is looked at
-        ASSERT_NE(mkdtemp(folder.data()), nullptr);
+bool readingFails() {
+    try {
+        (void)RunLogAgentImpl::getInstance().readNewest(10);
+        return false;
+    } catch (const std::runtime_error& error) {
+        return std::string(error.what()).find("its disk does not answer") != std::string::npos;
+    }
+}
+
+// Each of which would take its half a second if the process were not to end.
+int readManyTimesAtTheEnd(void*) {
+    stallTheDisk();
+    alarm(longestEnd);
+    host::stopProcess();
+    for (int i = 0; i < 10; ++i)
+        if (!readingFails()) return 1;
+    return 0;
+}
+
+std::atomic<bool> theShellReads{false};
+
+int readForTheShell(void*) {
+    theShellReads = true;
+    theShellReads.notify_all();
+    return readingFails() ? 0 : 1;
+}
+
+int endWhileTheShellReads(void*) {
+    stallTheDisk();
+    host::startShell();
+    boost::shared_ptr<frame::Interface> shell;
+    frame::Process::getInstance()->getInterfaceReference(shell, appovshell::Server::name());
+    shell->get<appovshell::Server>()->registerCommand("runlog", "", readForTheShell, nullptr);
+    std::thread([] {
+        try {
+            host::ShellClient client;
+            client.connect(host::shellEndpointOf(host::processName()));
+            client.run("runlog");
+        } catch (const host::ShellError&) { // the process may end before it has answered
+        }
+    }).detach();
+    theShellReads.wait(false);
+    alarm(longestEnd);
+    host::stopProcess();
+    return 0;
+}
+
+struct ProcessOnAStalledDisk : testing::Test {
+    ProcessOnAStalledDisk() {
+        testing::FLAGS_gtest_death_test_style = "threadsafe";
+        if (std::getenv("RUNTIME_DIRECTORY") != nullptr) return; // this is the process that is looked at
+        folder = "/tmp/run-log-stall-XXXXXX";
+        EXPECT_NE(mkdtemp(folder.data()), nullptr);
         setenv("RUNTIME_DIRECTORY", folder.c_str(), 1);
         setenv("STATE_DIRECTORY", folder.c_str(), 1);
     }
-    EXPECT_EXIT(
-        {
-            alarm(30);
-            std::exit(host::runProcess(fail, nullptr));
-        },
-        testing::ExitedWithCode(0), "the process ends before all records are stored");
-    if (given == nullptr) std::filesystem::remove_all(folder);
-}
+    ~ProcessOnAStalledDisk() override {
+        if (folder.empty()) return;
+        unsetenv("RUNTIME_DIRECTORY");
+        unsetenv("STATE_DIRECTORY");
+        std::filesystem::remove_all(folder);
+    }
+    static void expectAnEnd(int (*scenario)(void*)) {
+        EXPECT_EXIT(
+            {
+                alarm(30);
+                std::exit(host::runProcess(scenario, nullptr));
+            },
+            testing::ExitedWithCode(0), "the process ends before all records are stored");
+    }
+    std::string folder;
+};
+
+TEST_F(ProcessOnAStalledDisk, EndsWithoutItsLastRecords) { expectAnEnd(endOnAStalledDisk); }
+
+TEST_F(ProcessOnAStalledDisk, EndsWhileItsShellReadsTheRunLog) { expectAnEnd(endWhileTheShellReads); }
+
+TEST_F(ProcessOnAStalledDisk, DoesNotWaitForTheRunLogOnceItIsAskedToEnd) { expectAnEnd(readManyTimesAtTheEnd); }
 
 } // namespace

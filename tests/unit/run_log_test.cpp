@@ -125,6 +125,23 @@ TEST_F(RunLogFile, ReadsTheNewestFirst) {
     EXPECT_THAT(newest(SIZE_MAX), ElementsAre("3", "2", "1"));
 }
 
+TEST_F(RunLogFile, ReadsNoFurtherThanTheRecordThatFillsTheBytesAskedFor) {
+    const RunLogRecord small = record("2");
+    store.write({record("1"), small, record(std::string(1000, 'x'))});
+    const std::size_t bytesOfSmall =
+        small.logCode.size() + small.logTime.size() + small.errorCode.size() + small.logText.size();
+    const std::size_t bytesOfBoth = bytesOfSmall + bytesOfSmall - 1 + 1000;
+    EXPECT_EQ(RunLogStore::readNewest(path, 3, 1).size(), 1U);
+    EXPECT_EQ(RunLogStore::readNewest(path, 3, bytesOfBoth).size(), 2U);
+    EXPECT_EQ(RunLogStore::readNewest(path, 3, bytesOfBoth + 1).size(), 3U);
+}
+
+TEST_F(RunLogFile, ReadsAMebibyteOfLongRecordsUnlessItIsToldOtherwise) {
+    const std::string text(300 * 1024, 'x');
+    for (int i = 0; i < 5; ++i) store.write({record(text)});
+    EXPECT_EQ(newest().size(), 4U);
+}
+
 TEST_F(RunLogFile, KeepsOnlyTheNewestRecords) {
     for (int i = 0; i < 7; ++i) store.write({record(std::to_string(i))});
     EXPECT_THAT(newest(), ElementsAre("6", "5", "4", "3", "2"));
@@ -279,7 +296,7 @@ TEST_F(RunLogQueueTest, DropsAndCountsWhatComesWhileItIsFull) {
     for (int i = 1; i < 10; ++i) queue.write(record(std::to_string(i)));
     EXPECT_EQ(queue.dropped(), 6U);
     store.set(true);
-    queue.flush();
+    queue.flush(10s);
     EXPECT_THAT(store.stored, ElementsAre("0", "1", "2", "3"));
     EXPECT_EQ(store.batches, 2);
     EXPECT_TRUE(log.waitFor("storing works again; 6 records were lost", 10s));
@@ -290,18 +307,18 @@ TEST_F(RunLogQueueTest, TellsOnceThatStoringFailsAndHowManyWereLostWhenItWorksAg
     store.set(true, true);
     for (int i = 0; i < 3; ++i) {
         queue.write(record("lost"));
-        queue.flush();
+        queue.flush(10s);
     }
     EXPECT_EQ(queue.dropped(), 3U);
     ASSERT_EQ(log.lines().size(), 1U);
     EXPECT_EQ(log.lines()[0].text, "cannot store records, dropping them: no room left");
     store.set(true);
     queue.write(record("kept"));
-    queue.flush();
+    queue.flush(10s);
     ASSERT_EQ(log.lines().size(), 2U);
     EXPECT_EQ(log.lines()[1].text, "storing works again; 3 records were lost");
     queue.write(record("kept too"));
-    queue.flush();
+    queue.flush(10s);
     EXPECT_EQ(log.lines().size(), 2U);
     EXPECT_THAT(store.stored, ElementsAre("kept", "kept too"));
 }
@@ -310,7 +327,7 @@ TEST_F(RunLogQueueTest, CountsTheRecordsThatTheStoreLeavesOutAndSaysNoMoreAboutT
     RunLogQueue queue(4, std::ref(store));
     store.set(true);
     for (const char* text : {"1", "left out", "2"}) queue.write(record(text));
-    queue.flush();
+    queue.flush(10s);
     EXPECT_EQ(queue.dropped(), 1U);
     EXPECT_THAT(store.stored, ElementsAre("1", "2"));
     EXPECT_EQ(queue.stop(10s), true);
@@ -333,7 +350,7 @@ TEST_F(RunLogQueueTest, StopsAndRefusesAfterwards) {
     EXPECT_TRUE(queue.stop(10s));
     EXPECT_EQ(store.stored.size(), 1U);
     queue.write(record("late"));
-    queue.flush();
+    queue.flush(10s);
     EXPECT_EQ(queue.dropped(), 1U);
     RunLogQueue unused(1, std::ref(store));
     EXPECT_TRUE(unused.stop(0ms));
@@ -345,13 +362,34 @@ TEST(RunLogQueueAtTheEnd, GivesUpOnAStoreThatHangs) {
     static RunLogQueue& queue = *new RunLogQueue(4, std::ref(store));
     queue.write(record("stuck"));
     store.waitUntilEntered();
-    auto flushing = std::async(std::launch::async, [] { queue.flush(); });
+    auto flushing = std::async(std::launch::async, [] { return queue.flush(1h); });
     EXPECT_FALSE(queue.stop(10ms));
-    flushing.get();
+    EXPECT_FALSE(flushing.get());
     const host::LogCapture log({runLogModule});
     queue.write(record("late"));
     store.set(true);
     EXPECT_TRUE(log.waitFor("storing works again; 1 records were lost", 10s));
+}
+
+TEST_F(RunLogQueueTest, WaitsForAStoreThatHangsNoLongerThanItIsAllowed) {
+    RunLogQueue queue(4, std::ref(store));
+    queue.write(record("late"));
+    store.waitUntilEntered();
+    EXPECT_FALSE(queue.flush(10ms));
+    store.set(true);
+    EXPECT_TRUE(queue.flush(10s));
+}
+
+TEST_F(RunLogQueueTest, EndsTheWaitsForAStoreThatHangs) {
+    RunLogQueue queue(4, std::ref(store));
+    queue.write(record("late"));
+    store.waitUntilEntered();
+    auto flushing = std::async(std::launch::async, [&] { return queue.flush(1h); });
+    EXPECT_EQ(flushing.wait_for(10ms), std::future_status::timeout);
+    queue.endWaits();
+    EXPECT_FALSE(flushing.get());
+    EXPECT_FALSE(queue.flush(1h));
+    store.set(true);
 }
 
 TEST(RunLogQueueThreads, TakeRecordsFromManyWriters) {
@@ -363,7 +401,7 @@ TEST(RunLogQueueThreads, TakeRecordsFromManyWriters) {
     for (int i = 0; i < 4; ++i)
         writers.emplace_back([&] {
             for (int n = 0; n < 500; ++n) queue.write(record("x"));
-            queue.flush();
+            queue.flush(10s);
         });
     for (auto& writer : writers) writer.join();
     EXPECT_EQ(store.stored.size(), 2000U);
@@ -402,9 +440,15 @@ TEST_F(RunLogAgent, LosesRecordsWithoutAStateFolderAndStoresAgainOnceThereIsOne)
             auto& agent = RunLogAgentImpl::getInstance();
             agent.writeRunLog(record("1"));
             agent.writeRunLog(record("2"));
+            const auto flush = [&agent] {
+                while (!agent.flush()) {
+                }
+            };
+            flush();
             const bool nothing = agent.readNewest(10).empty() && agent.dropped() == 2;
             std::filesystem::remove(state);
             agent.writeRunLog(record("3"));
+            flush();
             std::exit(nothing && textsOf(agent.readNewest(10)) == std::vector<std::string>{"3"} ? 0 : 1);
         },
         testing::ExitedWithCode(0),

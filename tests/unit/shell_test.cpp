@@ -6,11 +6,13 @@
 #include <host/log-capture.h>
 #include <host/shell-client.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -357,10 +359,46 @@ TEST_F(Shell, TakesPiecemealAndPipelinedRequests) {
 TEST_F(Shell, AnswersAClientThatHasFinishedSpeaking) {
     start();
     const auto client = connectRaw();
-    ASSERT_TRUE(sendRaw(client, "{\"line\":\"echo 1\"}\n"));
+    ASSERT_TRUE(sendRaw(client, "{\"line\":\"echo 1\"}\n{\"line\":\"echo 2\"}\n"));
     shutdown(client.get(), SHUT_WR);
     EXPECT_EQ(receiveLine(client), "{\"status\":0}");
+    EXPECT_EQ(receiveLine(client), "{\"status\":0}");
     EXPECT_EQ(receiveLine(client), "");
+}
+
+// A command that notes who gave it, and holds the shell up for the one that begins.
+struct Turns {
+    static int run(void* context) {
+        auto& self = *static_cast<Turns*>(context);
+        self.who.push_back(self.server.getArgument(0));
+        if (self.who.back() == "first") {
+            self.begun.set_value();
+            self.mayGoOn.get_future().wait();
+        }
+        return 0;
+    }
+    appovshell::Server& server;
+    std::vector<std::string> who; // the shell's thread's until the shell has answered all
+    std::promise<void> begun, mayGoOn;
+};
+
+TEST_F(Shell, GivesAClientOneRequestATurn) {
+    Turns turns{*server, {}, {}, {}};
+    server->registerCommand("turn :s", "", &Turns::run, &turns);
+    start();
+    const auto greedy = connectRaw(), patient = connectRaw();
+    ASSERT_TRUE(sendRaw(patient, "{\"line\":\"echo\"}\n"));
+    EXPECT_EQ(receiveLine(patient), "{\"status\":0}");
+    std::string requests = "{\"line\":\"turn first\"}\n";
+    for (int i = 0; i < 50; ++i) requests += "{\"line\":\"turn greedy\"}\n";
+    ASSERT_TRUE(sendRaw(greedy, requests));
+    turns.begun.get_future().wait();
+    ASSERT_TRUE(sendRaw(patient, "{\"line\":\"turn patient\"}\n"));
+    turns.mayGoOn.set_value();
+    EXPECT_EQ(receiveLine(patient), "{\"status\":0}");
+    for (int i = 0; i < 51; ++i) EXPECT_EQ(receiveLine(greedy), "{\"status\":0}");
+    const auto turn = std::find(turns.who.begin(), turns.who.end(), "patient") - turns.who.begin();
+    EXPECT_LE(turn, 2);
 }
 
 TEST_F(Shell, StaysConnectedAfterGarbage) {
@@ -417,6 +455,41 @@ TEST_F(Shell, EvictsTheClientThatWasIdleTheLongestForOneMoreThanItTakes) {
     EXPECT_EQ(reply.status, -EAGAIN);
     EXPECT_EQ(reply.error, "the shell has its 16 clients already, and this one was idle the longest");
     EXPECT_EQ(clients[2].run("echo").status, 0);
+}
+
+TEST_F(Shell, DoesNotEvictAClientWhoseRequestIsArriving) {
+    start();
+    const auto slow = connectRaw();
+    ASSERT_TRUE(sendRaw(slow, "{\"line\":\"echo\"}\n"));
+    EXPECT_EQ(receiveLine(slow), "{\"status\":0}");
+    std::vector<ShellClient> others(ShellServer::maximumClients - 1);
+    for (auto& client : others) {
+        client.connect(path);
+        EXPECT_EQ(client.run("echo").status, 0);
+    }
+    ASSERT_TRUE(sendRaw(slow, "{\"line\":"));
+    EXPECT_EQ(others.back().run("echo").status, 0); // by which time the shell has read that
+    ShellClient late;
+    late.connect(path);
+    EXPECT_EQ(late.run("echo").status, 0);
+    ASSERT_TRUE(sendRaw(slow, "\"echo\"}\n"));
+    EXPECT_EQ(receiveLine(slow), "{\"status\":0}");
+    EXPECT_EQ(others.front().run("echo").status, -EAGAIN);
+}
+
+TEST_F(Shell, EvictsAClientWhoseRequestTakesTooLongToArrive) {
+    server = std::make_unique<ShellServer>(std::chrono::milliseconds(0));
+    recorder.server = *server;
+    start();
+    std::vector<host::io::FileDescriptor> slow;
+    for (std::size_t i = 0; i < ShellServer::maximumClients; ++i) {
+        slow.push_back(connectRaw());
+        ASSERT_TRUE(sendRaw(slow.back(), "{\"line\":\"echo\"}\n{\"line\":"));
+        EXPECT_EQ(receiveLine(slow.back()), "{\"status\":0}");
+    }
+    ShellClient late;
+    late.connect(path);
+    EXPECT_EQ(late.run("echo").status, 0);
 }
 
 TEST_F(Shell, ServesANewClientBesideAnyNumberOfIdleOnes) {

@@ -161,6 +161,12 @@ std::string ReceiverKit::stop() {
     return complaints;
 }
 
+std::string ReceiverKit::stop(Part part) {
+    std::string complaints;
+    end(part, complaints);
+    return complaints;
+}
+
 void ReceiverKit::freeze(Part part) { of(part).child->signal(SIGSTOP); }
 void ReceiverKit::thaw(Part part) { of(part).child->signal(SIGCONT); }
 

@@ -66,6 +66,7 @@ public:
     // Ends the parts in order, the framework process first. Returns what was not as it should be, a line each: a part
     // that had died before, did not end in time or ended with an error.
     std::string stop();
+    std::string stop(Part part); // this one alone
 
     void freeze(Part part);
     void thaw(Part part);

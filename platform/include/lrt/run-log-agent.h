@@ -31,9 +31,11 @@ public:
     // storing works again.
     void writeRunLog(const RunLogRecord& record);
 
-    // Waits until everything queued so far is stored or dropped.
-    void flush();
-    // The newest records, newest first. Waits as flush does. Empty when the store cannot be read.
+    // Waits until everything queued so far is stored or dropped: half a second at most, and not at all once the process
+    // is asked to end. Returns whether it is.
+    bool flush();
+    // The newest records, newest first, as many as fill a mebibyte. Waits as flush does, and throws std::runtime_error
+    // when that is not enough. Empty when the store cannot be read.
     std::vector<RunLogRecord> readNewest(std::size_t count);
     // Records dropped since the process started.
     std::uint64_t dropped() const;

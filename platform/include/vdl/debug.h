@@ -44,5 +44,6 @@ void vdlDebugNameModule(std::uint32_t module, const char* name);
 
 // Sets levels from text: comma-separated items, "LEVEL" for all modules or "MODULE=LEVEL" for one, later ones winning.
 // LEVEL: off, failure (or error), warning, info (or progress), trace, or a number. A module that is not named yet takes
-// its level when it is. Returns an empty string, or what was wrong with which item; then nothing has changed.
+// its level when it is. At most 256 modules have a level by name, until one for all modules forgets the names. Returns
+// an empty string, or what was wrong with which item; then nothing has changed.
 std::string vdlDebugSetLevels(const std::string& text);

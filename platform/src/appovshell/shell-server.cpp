@@ -81,28 +81,40 @@ void ShellServer::serve() noexcept {
         polled_.clear();
         polled_.push_back({wake_.get(), POLLIN, 0});
         polled_.push_back({acceptPaused_ ? -1 : listener_.get(), POLLIN, 0});
+        bool requestsWait = false;
         for (const auto& client : clients_) {
-            const int wanted = (client.ending ? 0 : POLLIN) | (client.unsent.empty() ? 0 : POLLOUT);
+            const bool waits = hasRequest(client); // in which case it is not heard before it had its turn
+            requestsWait = requestsWait || waits;
+            const int wanted = (client.ending || waits ? 0 : POLLIN) | (client.unsent.empty() ? 0 : POLLOUT);
             polled_.push_back({client.socket.get(), static_cast<short>(wanted), 0});
         }
-        if (poll(polled_.data(), polled_.size(), pollTimeout()) < 0) {
+        if (poll(polled_.data(), polled_.size(), requestsWait ? 0 : pollTimeout()) < 0) {
             if (errno == EINTR) continue;
             return logError(vdlDebugFailure, "the shell ends, its sockets cannot be watched", errno);
         }
         acceptPaused_ = false;
         if (linesHeldBack_) linesHeldBack_ = host::debug::LineLimit::tellHeldBack();
         auto events = polled_.begin() + 2;
-        for (auto client = clients_.begin(); client != clients_.end() && !stopping_; ++client, ++events) {
-            if (events->revents & POLLOUT) flush(*client);
-            if (!client->ending && (events->revents & (POLLIN | POLLHUP | POLLERR))) receive(*client);
-            // One that has stopped speaking and cannot be spoken to any more either.
-            if (client->ending && (events->revents & (POLLERR | POLLHUP))) client->lost = true;
-        }
+        for (auto client = clients_.begin(); client != clients_.end() && !stopping_; ++client, ++events)
+            takeTurn(*client, events->revents);
         // Afterwards, as one client's request may have evicted another one.
         std::erase_if(clients_,
                       [](const Client& client) { return client.lost || (client.ending && client.unsent.empty()); });
         if (polled_[1].revents != 0) accept();
     }
+}
+
+// A client's turn: at most one request, so that who asks for much at once does not keep the others waiting.
+void ShellServer::takeTurn(Client& client, short events) noexcept {
+    if (events & POLLOUT) flush(client);
+    try {
+        if (!client.ending && !hasRequest(client) && (events & (POLLIN | POLLHUP | POLLERR))) receive(client);
+        if (hasRequest(client)) runRequest(client);
+    } catch (const std::exception&) {
+        giveUp(client);
+    }
+    // One that has stopped speaking and cannot be spoken to any more either.
+    if (client.ending && (events & (POLLERR | POLLHUP))) client.lost = true;
 }
 
 int ShellServer::pollTimeout() const { return acceptPaused_ ? acceptPauseMs : linesHeldBack_ ? secondMs : -1; }
@@ -154,9 +166,17 @@ std::size_t ShellServer::askingClients() const {
                                                   [](const Client& client) { return client.asked && !client.lost; }));
 }
 
-// Nothing of it is under way: no request that is not read yet, no answer that it still reads.
+// A whole one, or one that is too long already.
+bool ShellServer::hasRequest(const Client& client) {
+    return !client.ending && !client.lost &&
+           (client.input.size() > maximumLine || client.input.find('\n') != std::string::npos);
+}
+
+// Nothing of it is under way: no request that has not run or arrives, no answer that it still reads. Who takes too long
+// over either counts as idle.
 bool ShellServer::isIdle(const Client& client, Clock::time_point now) const {
-    if (!client.asked || client.ending || client.lost) return false;
+    if (!client.asked || client.ending || client.lost || hasRequest(client)) return false;
+    if (!client.input.empty() && now - client.begun < answerTimeout_) return false;
     if (!client.unsent.empty() && now - client.active < answerTimeout_) return false;
     char byte;
     return recv(client.socket.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && isTemporary(errno);
@@ -188,16 +208,12 @@ void ShellServer::turnAway(Client& client) {
     send(client, statusLine(-EAGAIN, "the shell has its " + std::to_string(maximumClients) + " clients already"));
 }
 
-void ShellServer::receive(Client& client) noexcept {
+void ShellServer::receive(Client& client) {
     char buffer[16 * 1024];
     const auto count = recv(client.socket.get(), buffer, sizeof buffer, 0);
     if (count > 0) {
-        try {
-            client.input.append(buffer, static_cast<std::size_t>(count));
-            runRequests(client);
-        } catch (const std::exception&) {
-            giveUp(client);
-        }
+        if (client.input.empty()) client.begun = Clock::now();
+        client.input.append(buffer, static_cast<std::size_t>(count));
     } else if (count == 0) {
         client.ending = true;
     } else if (!isTemporary(errno)) {
@@ -214,33 +230,28 @@ void ShellServer::giveUp(Client& client) noexcept {
     client.lost = true;
 }
 
-void ShellServer::runRequests(Client& client) {
-    std::string_view input = client.input;
-    while (!client.lost && !stopping_) {
-        const auto length = input.find('\n');
-        if ((length == std::string_view::npos ? input.size() : length) > maximumLine) {
-            send(client,
-                 statusLine(-EINVAL, "malformed request: longer than " + std::to_string(maximumLine) + " bytes"));
-            // Where the next request begins is not worth waiting for.
-            client.ending = true;
+void ShellServer::runRequest(Client& client) {
+    const auto length = std::min(client.input.find('\n'), client.input.size());
+    if (length > maximumLine) {
+        send(client, statusLine(-EINVAL, "malformed request: longer than " + std::to_string(maximumLine) + " bytes"));
+        // Where the next request begins is not worth waiting for.
+        client.ending = true;
+        return client.input.clear();
+    }
+    Request request;
+    std::string text = read(std::string_view(client.input).substr(0, length), request);
+    if (text.empty()) { // what is no request must not take a slot
+        if (!client.asked && !takeSlot()) {
+            turnAway(client);
             return client.input.clear();
         }
-        if (length == std::string_view::npos) break;
-        Request request;
-        std::string text = read(input.substr(0, length), request);
-        if (text.empty()) { // what is no request must not take a slot
-            if (!client.asked && !takeSlot()) {
-                turnAway(client);
-                return client.input.clear();
-            }
-            client.asked = true;
-            text = execute(request);
-            client.active = Clock::now();
-        }
-        send(client, text);
-        input.remove_prefix(length + 1);
+        client.asked = true;
+        text = execute(request);
+        client.active = Clock::now();
     }
-    client.input.erase(0, client.input.size() - input.size());
+    client.input.erase(0, length + 1);
+    client.begun = Clock::now();
+    send(client, text);
 }
 
 void ShellServer::send(Client& client, const std::string& text) {

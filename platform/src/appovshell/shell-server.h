@@ -36,17 +36,18 @@ public:
     // Starts the thread. Throws std::system_error when there is none to be had, or when the shell is not open, and
     // std::bad_alloc. A client for whose request or answer there is no memory later is told so and let go.
     void start();
-    // Ends the command under way, the connections and the thread, and removes the socket. Not from a command. Harmless
-    // when called again.
+    // Waits for the command under way, ends the connections and the thread, and removes the socket. Not from a command.
+    // Harmless when called again.
     void stop();
 
 private:
     using Clock = std::chrono::steady_clock;
     struct Client {
         host::io::FileDescriptor socket;
-        std::string input;  // the beginning of a request, at most maximumLine and what one receive brings
+        std::string input;  // requests that have not run yet, at most maximumLine and what one receive brings
         std::string unsent; // answers, at most maximumUnsent or one answer
         Clock::time_point active = Clock::now(); // when it last asked for something or read of its answers
+        Clock::time_point begun = active;        // when what is in input began to arrive
         bool asked = false;                      // a whole request, whatever it was
         bool ending = false;                     // hears no more: it is dropped when it has its answers
         bool lost = false;                       // the connection is dead
@@ -58,11 +59,13 @@ private:
     void admit(Client& client);
     void makeWay() noexcept;
     std::size_t askingClients() const;
+    static bool hasRequest(const Client& client);
     bool isIdle(const Client& client, Clock::time_point now) const;
     bool takeSlot();
     void turnAway(Client& client);
-    void receive(Client& client) noexcept;
-    void runRequests(Client& client);
+    void takeTurn(Client& client, short events) noexcept;
+    void receive(Client& client);
+    void runRequest(Client& client);
     void giveUp(Client& client) noexcept;
     void send(Client& client, const std::string& text);
     void flush(Client& client) noexcept;

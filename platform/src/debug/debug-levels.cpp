@@ -24,9 +24,12 @@ namespace {
 // Read without the mutex by every line; a name, once given, stays.
 constinit std::atomic<const char*> names[vdlDebugModules] = {};
 
+constexpr std::size_t mostNames = 256;
+
 struct Wanted {
+    using Levels = std::map<std::string, std::uint16_t, std::less<>>;
     std::mutex mutex; // also serialises changes of names and levels
-    std::map<std::string, std::uint16_t, std::less<>> byName;
+    Levels byName;    // at most mostNames, as shells give any number of names that no module has
 };
 
 Wanted& wanted() {
@@ -116,25 +119,35 @@ std::string parseAll(std::string_view text, std::vector<Item>& items) {
     return complaints;
 }
 
-void apply(const std::vector<Item>& items) {
+// Returns what is wrong, having changed nothing then, or an empty string.
+std::string apply(const std::vector<Item>& items) {
     std::lock_guard lock(wanted().mutex);
+    Wanted::Levels byName = wanted().byName;
+    for (const Item& item : items)
+        if (item.target == Item::Target::all)
+            byName.clear();
+        else if (item.target == Item::Target::name)
+            byName.insert_or_assign(item.name, item.level);
+    if (byName.size() > mostNames)
+        return "more than " + std::to_string(mostNames) +
+               " modules have a level by name then; first set one for all modules, which forgets the names";
+    wanted().byName.swap(byName);
     for (const Item& item : items) {
         switch (item.target) {
             case Item::Target::all:
-                wanted().byName.clear();
                 for (auto& level : vdlDebugLevels) level = item.level;
                 break;
             case Item::Target::number:
                 vdlDebugLevels[item.module] = item.level;
                 break;
             case Item::Target::name:
-                wanted().byName.insert_or_assign(item.name, item.level);
                 for (std::uint32_t module = 0; module < vdlDebugModules; ++module)
                     if (const char* name = nameOfModule(module); name && item.name == name)
                         vdlDebugLevels[module] = item.level;
                 break;
         }
     }
+    return {};
 }
 
 // Early among the library's initialisers, so that the configured levels hold for what the others print. What it cannot
@@ -144,8 +157,9 @@ void apply(const std::vector<Item>& items) {
     try {
         const auto text = setting("log.levels")->text;
         std::vector<Item> items;
-        const std::string complaints = parseAll(text, items);
-        apply(items);
+        std::string complaints = parseAll(text, items);
+        if (const std::string complaint = apply(items); !complaint.empty())
+            complaints += (complaints.empty() ? "" : "\n") + complaint;
         reportLevelComplaints(complaints);
     } catch (const ConfigurationError&) {
     }
@@ -179,7 +193,6 @@ void vdlDebugNameModule(std::uint32_t module, const char* name) {
 std::string vdlDebugSetLevels(const std::string& text) {
     using namespace host::debug;
     std::vector<Item> items;
-    std::string complaints = parseAll(text, items);
-    if (complaints.empty()) apply(items);
-    return complaints;
+    const std::string complaints = parseAll(text, items);
+    return complaints.empty() ? apply(items) : complaints;
 }

@@ -17,9 +17,11 @@ struct AbstractProcessMember::Events {
     std::mutex mutex;
     AbstractProcessMember* owner; // null once destroyed
     bool open = true;
-    std::list<std::function<void()>> waiting; // takes no memory while it is empty, which a destructor could not have
-    std::uint64_t taken = 0;                  // events that have left waiting
-    std::uint64_t scheduled = 0;              // events that may run, counted from the first one ever posted
+    // Takes no memory while it is empty, which a destructor could not have. Whoever posts has to bound it: the member
+    // and those that it lets post.
+    std::list<std::function<void()>> waiting;
+    std::uint64_t taken = 0;     // events that have left waiting
+    std::uint64_t scheduled = 0; // events that may run, counted from the first one ever posted
 
     explicit Events(AbstractProcessMember* member) : owner(member) {}
 

@@ -77,6 +77,8 @@ private:
     Phase phase_ = Phase::idle;
     bool endRequested_ = false;
     std::thread::id thread_; // the framework's, meaningful while serving or ending
+    // A thread that waits in call has one piece of work in it. Other pieces are members' scheduled events, which the
+    // members themselves have to bound; no message of a peer posts any.
     std::deque<std::function<void()>> work_;
 
     std::atomic<int> lastServiceId_{0};

@@ -1,6 +1,7 @@
 // The framework's thread: work posted to it, and its beginning and end.
 #include "frame/log.h"
 #include "frame/process-state.h"
+#include "lrt/run-log-waits.h"
 
 #include <cerrno>
 #include <exception>
@@ -71,6 +72,7 @@ void Process::State::requestEnd() {
         endRequested_ = true;
     }
     workChanged_.notify_one();
+    lrt::endRunLogWaits(); // by threads that the end waits for
 }
 
 void Process::State::end() {

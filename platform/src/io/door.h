@@ -116,9 +116,10 @@ private:
         }
     };
     std::mutex handlersMutex_;
-    std::unordered_map<frame::MsgMeta, Handler, MetaHash> handlers_; // never removed from
-    std::atomic<bool> stopped_{false};                               // set under the mutex
-    boost::asio::steady_timer tellTimer_;                            // the receiving thread's
+    // Never removed from: as many as its service's members bind, one for each message at most. Peers add none.
+    std::unordered_map<frame::MsgMeta, Handler, MetaHash> handlers_;
+    std::atomic<bool> stopped_{false};    // set under the mutex
+    boost::asio::steady_timer tellTimer_; // the receiving thread's
     std::atomic<bool> tellPending_{false};
 };
 

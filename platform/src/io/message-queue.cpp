@@ -120,8 +120,9 @@ struct MessageQueue::State {
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{io.get_executor()};
     std::mutex mutex;                          // guards the rest
     std::unique_ptr<remote::Transport> remote; // once there is a service on another host or for others
+    // One for each marshalling member, and one for each service that the program offers; peers add none.
     std::vector<std::unique_ptr<io::Door>> doors;
-    std::vector<io::Door*> opened; // never removed from
+    std::vector<io::Door*> opened; // of those, never removed from
     std::thread thread;
     std::atomic<bool> stopped{false}; // set under the mutex
 };

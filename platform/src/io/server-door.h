@@ -12,8 +12,9 @@
 
 namespace host::io {
 
-// Clients that have said their hello; who comes then is rejected. A receiver has one or two, and with those that have
-// still to say it (see mostAwaited) all fit into the 1024 descriptors that a process usually has.
+// Clients that have said their hello; who comes then is rejected. A receiver has one or two. With those that have still
+// to say it (64, see mostAwaited) and those from other hosts that are in their handshake (a quarter of the descriptors,
+// 256 at most, see mostHandshakes), all fit into the 1024 descriptors that a process usually has.
 inline constexpr std::size_t mostClients = 256;
 // What may wait for all clients together, in queues of the configured size. When so much waits, as for clients that do
 // not read, each client may still have bytesOfEach waiting.

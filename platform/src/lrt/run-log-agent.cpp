@@ -2,6 +2,7 @@
 #include "lrt/run-log-debug.h"
 #include "lrt/run-log-queue.h"
 #include "lrt/run-log-store.h"
+#include "lrt/run-log-waits.h"
 
 #include <host/environment.h>
 #include <host/run-log-file.h>
@@ -11,12 +12,18 @@
 #include <cstdio>
 #include <ctime>
 #include <exception>
+#include <mutex>
 #include <optional>
+#include <stdexcept>
 
 namespace lrt {
 namespace {
 
-constexpr std::chrono::milliseconds longestEnd{1000};
+// A process has 2 s to end, of which the message queue takes up to half a second and an application's threads one.
+constexpr std::chrono::milliseconds longestEnd{300};
+// Who waits may be a thread that the end of the process waits for, so this is part of those 2 s, too, unless the
+// request to end comes meanwhile.
+constexpr std::chrono::milliseconds longestWait{500};
 
 std::size_t configuredCapacity() {
     std::string problem;
@@ -26,6 +33,18 @@ std::size_t configuredCapacity() {
 }
 
 std::string storePath() { return host::stateDirectory() + '/' + host::runLogName; }
+
+// What endRunLogWaits leaves behind for an agent that is first used later.
+struct Waits {
+    std::mutex mutex;
+    RunLogQueue* queue = nullptr; // the agent's, once there is one
+    bool ended = false;
+};
+
+Waits& waits() {
+    static Waits& instance = *new Waits;
+    return instance;
+}
 
 } // namespace
 
@@ -40,9 +59,18 @@ struct RunLogAgentImpl::State {
           }) {}
 };
 
+void endRunLogWaits() {
+    std::lock_guard lock(waits().mutex);
+    waits().ended = true;
+    if (waits().queue) waits().queue->endWaits();
+}
+
 RunLogAgentImpl::RunLogAgentImpl() : state_(nullptr) {
     vdlDebugNameModule(runLogModule, "runlog");
     state_ = new State;
+    std::lock_guard lock(waits().mutex);
+    waits().queue = &state_->queue;
+    if (waits().ended) state_->queue.endWaits();
 }
 
 // The agent is never destroyed, as static objects that go later may still call it; what is queued when the process
@@ -73,10 +101,12 @@ std::string RunLogAgentImpl::getLogCurrentUTCTime() const {
 
 void RunLogAgentImpl::writeRunLog(const RunLogRecord& record) { state_->queue.write(record); }
 
-void RunLogAgentImpl::flush() { state_->queue.flush(); }
+bool RunLogAgentImpl::flush() { return state_->queue.flush(longestWait); }
 
 std::vector<RunLogRecord> RunLogAgentImpl::readNewest(std::size_t count) {
-    flush();
+    if (!flush())
+        throw std::runtime_error(storePath() + ": the newest records are not stored yet, its disk does not answer; " +
+                                 "try again, or see what is wrong with the disk");
     try {
         return RunLogStore::readNewest(storePath(), count);
     } catch (const std::exception& error) {

@@ -89,10 +89,17 @@ void RunLogQueue::storeBatch(const std::vector<RunLogRecord>& batch) {
     reported_ += lost;
 }
 
-void RunLogQueue::flush() {
+bool RunLogQueue::flush(std::chrono::milliseconds timeout) {
     std::unique_lock lock(mutex_);
     const std::uint64_t target = accepted_;
-    changed_.wait(lock, [&] { return finished_ >= target || abandoned_; });
+    changed_.wait_for(lock, timeout, [&] { return finished_ >= target || abandoned_ || waitsEnded_; });
+    return finished_ >= target;
+}
+
+void RunLogQueue::endWaits() {
+    std::lock_guard lock(mutex_);
+    waitsEnded_ = true;
+    changed_.notify_all();
 }
 
 bool RunLogQueue::stop(std::chrono::milliseconds timeout) {

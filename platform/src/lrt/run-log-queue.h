@@ -23,8 +23,11 @@ public:
     ~RunLogQueue(); // stores what is queued
 
     void write(const RunLogRecord& record) noexcept;
-    // Waits until all records so far are stored or dropped, or stop has given up on them.
-    void flush();
+    // Waits until all records so far are stored or dropped, but not beyond the timeout, endWaits or a stop that gives
+    // up on them. Returns whether they are.
+    bool flush(std::chrono::milliseconds timeout);
+    // From any thread: ends the waits of flush, and lets no later one wait.
+    void endWaits();
     std::uint64_t dropped() const { return dropped_.load(std::memory_order_relaxed); }
     // Refuses further records and stores what is queued. Returns whether that, and the thread, ended in time; if not,
     // the thread goes on by itself, and the queue must not be destroyed.
@@ -48,7 +51,7 @@ private:
     std::condition_variable changed_;
     std::vector<RunLogRecord> queue_;           // at most capacity_, others are counted as dropped
     std::uint64_t accepted_ = 0, finished_ = 0; // finished: stored or dropped
-    bool stopping_ = false, ended_ = true, abandoned_ = false;
+    bool stopping_ = false, ended_ = true, abandoned_ = false, waitsEnded_ = false;
     std::thread thread_;
 };
 

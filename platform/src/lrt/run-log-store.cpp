@@ -19,7 +19,8 @@
 namespace lrt {
 namespace {
 
-constexpr int busyTimeoutMs = 5000;
+constexpr int busyTimeoutMs = 5000;       // of the thread that stores; the end of the process does not wait for it
+constexpr int readersBusyTimeoutMs = 100; // of a shell's thread, for which the end of the process waits
 
 // The file is sound, but somebody else's.
 struct ForeignFile : std::runtime_error {
@@ -174,18 +175,20 @@ void RunLogStore::moveAside(const std::string& why) {
     debugLine(vdlDebugWarning, path_ + ": " + why + "; moved to " + aside + ", beginning a new one");
 }
 
-std::vector<RunLogRecord> RunLogStore::readNewest(const std::string& path, std::size_t count) {
+std::vector<RunLogRecord> RunLogStore::readNewest(const std::string& path, std::size_t count, std::size_t bytes) {
     std::vector<RunLogRecord> records;
     if (count == 0 || !std::filesystem::exists(path)) return records;
-    SQLite::Database database(path, SQLite::OPEN_READONLY, busyTimeoutMs);
+    SQLite::Database database(path, SQLite::OPEN_READONLY, readersBusyTimeoutMs);
     SQLite::Statement query(database,
                             "SELECT log_code, log_time, error_code, log_kind, event_id, log_text FROM run_log "
                             "ORDER BY id DESC LIMIT ?");
     query.bind(1, static_cast<std::int64_t>(std::min<std::uint64_t>(count, std::numeric_limits<std::int64_t>::max())));
-    while (query.executeStep())
-        records.push_back({query.getColumn(0).getString(), query.getColumn(1).getString(),
-                           query.getColumn(2).getString(), query.getColumn(3).getInt(), query.getColumn(4).getInt(),
-                           query.getColumn(5).getString()});
+    for (std::size_t read = 0; read < bytes && query.executeStep();) {
+        const RunLogRecord& record = records.emplace_back(
+            RunLogRecord{query.getColumn(0).getString(), query.getColumn(1).getString(), query.getColumn(2).getString(),
+                         query.getColumn(3).getInt(), query.getColumn(4).getInt(), query.getColumn(5).getString()});
+        read += record.logCode.size() + record.logTime.size() + record.errorCode.size() + record.logText.size();
+    }
     return records;
 }
 

@@ -12,6 +12,7 @@ namespace lrt {
 class RunLogStore {
 public:
     static constexpr std::int64_t defaultLimit = 10000;
+    static constexpr std::size_t defaultBytes = std::size_t{1} << 20; // as much as a command may print
 
     // Touches no file; the first write opens it.
     explicit RunLogStore(std::string path, std::int64_t limit = defaultLimit);
@@ -24,8 +25,10 @@ public:
     std::size_t write(const std::vector<RunLogRecord>& records);
 
     // The newest records of the file at path, newest first, through a connection of its own that cannot write; none
-    // when there is no such file. Throws std::exception.
-    static std::vector<RunLogRecord> readNewest(const std::string& path, std::size_t count);
+    // when there is no such file. Reads no further than the record with which their texts have that many bytes. Throws
+    // std::exception.
+    static std::vector<RunLogRecord> readNewest(const std::string& path, std::size_t count,
+                                                std::size_t bytes = defaultBytes);
 
     RunLogStore(const RunLogStore&) = delete;
     RunLogStore& operator=(const RunLogStore&) = delete;

@@ -12,7 +12,8 @@ namespace {
 
 constexpr std::uint64_t mebibyte = 1024 * 1024;
 constexpr std::uint64_t connections = 4; // of a receiver on one machine: two services, and both their ends
-constexpr rlim_t fewDescriptors = 256;
+// A service's clients, those without a hello yet and a quarter in handshakes; the rest is for its shell and itself.
+constexpr rlim_t enoughDescriptors = 640;
 
 // Beyond `most` a limit is as good as none: no receiver comes near it, and one that did would be lost before. What
 // waits in all connections of a receiver is, besides, at most half of the machine's memory.
@@ -56,9 +57,12 @@ void checkSystemsLimits(Diagnosis& diagnosis, std::uint64_t flatHeap) {
     getrlimit(RLIMIT_CORE, &core);
     getrlimit(RLIMIT_AS, &memory);
     const std::string open = limitText(descriptors.rlim_cur) + " descriptors per process";
-    if (descriptors.rlim_cur < fewDescriptors)
-        diagnosis.warn("open files", open + ", of which each connection takes one",
-                       "ulimit -n " + std::to_string(fewDescriptors));
+    if (descriptors.rlim_cur < enoughDescriptors)
+        diagnosis.warn("open files",
+                       open +
+                           "; a service may have 256 clients, 64 that have yet to say hello and, from other hosts, "
+                           "64 to 256 in a handshake",
+                       "ulimit -n " + std::to_string(enoughDescriptors));
     else
         diagnosis.ok("open files", open);
     diagnosis.ok("core files", core.rlim_cur == 0 ? "none" : "at most " + limitText(core.rlim_cur) + " bytes");
