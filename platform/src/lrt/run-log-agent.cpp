@@ -34,17 +34,13 @@ std::size_t configuredCapacity() {
 
 std::string storePath() { return host::stateDirectory() + '/' + host::runLogName; }
 
-// What endRunLogWaits leaves behind for an agent that is first used later.
-struct Waits {
+// What endRunLogWaits leaves behind for an agent that is first used later. Takes no memory, as an agent that cannot be
+// made must leave nothing behind.
+constinit struct {
     std::mutex mutex;
     RunLogQueue* queue = nullptr; // the agent's, once there is one
     bool ended = false;
-};
-
-Waits& waits() {
-    static Waits& instance = *new Waits;
-    return instance;
-}
+} waits;
 
 } // namespace
 
@@ -60,17 +56,17 @@ struct RunLogAgentImpl::State {
 };
 
 void endRunLogWaits() {
-    std::lock_guard lock(waits().mutex);
-    waits().ended = true;
-    if (waits().queue) waits().queue->endWaits();
+    std::lock_guard lock(waits.mutex);
+    waits.ended = true;
+    if (waits.queue) waits.queue->endWaits();
 }
 
 RunLogAgentImpl::RunLogAgentImpl() : state_(nullptr) {
     vdlDebugNameModule(runLogModule, "runlog");
     state_ = new State;
-    std::lock_guard lock(waits().mutex);
-    waits().queue = &state_->queue;
-    if (waits().ended) state_->queue.endWaits();
+    std::lock_guard lock(waits.mutex);
+    waits.queue = &state_->queue;
+    if (waits.ended) state_->queue.endWaits();
 }
 
 // The agent is never destroyed, as static objects that go later may still call it; what is queued when the process
