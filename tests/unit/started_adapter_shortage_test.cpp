@@ -2,6 +2,7 @@
 // way from a service's message to the applications, and from a call of theirs, or the debug command, to the service.
 #include "app-mmservice-proxy-main.h"
 #include "app-tvservice-proxy-main.h"
+#include "resource-manager.h"
 #include "support/adapter-process.h"
 #include "support/tv-messages.h"
 #include "unit/shortage-fixture.h"
@@ -9,9 +10,12 @@
 #include <mmservice/messages.h>
 #include <vdl/debug.h>
 
+#include <atomic>
 #include <boost/make_shared.hpp>
 #include <chrono>
+#include <condition_variable>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -39,9 +43,22 @@ template <class Proxy> struct Connected {
     Proxy proxy;
 };
 
+// Whether the manager's worker waits for something to do: until then it holds what it has just sent.
+std::atomic<bool> workerWaits{false};
+const auto originalWait = resWait;
+std::cv_status watchedWait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock) {
+    workerWaits = true;
+    const auto status = originalWait(condition, lock);
+    workerWaits = false;
+    return status;
+}
+
 // Everything here lives as long as the process, as in a receiver.
 struct Receiver {
-    Receiver() { EXPECT_EQ(adapter.start(), 0); }
+    Receiver() {
+        resWait = watchedWait;
+        EXPECT_EQ(adapter.start(), 0);
+    }
     static Receiver& get() {
         static auto& receiver = *new Receiver;
         return receiver;
@@ -117,6 +134,7 @@ protected:
         EXPECT_EQ(play({6, 7}, mark), 0);
         ASSERT_TRUE(receiver.tv.door.waitUntilSent(mark));
         answerAll();
+        while (!workerWaits) std::this_thread::yield();
     }
 
     // What asks for something to be played, at every shortage: each call is carried out with so many messages to the
