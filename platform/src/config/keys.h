@@ -13,7 +13,7 @@ namespace host::config {
 
 using Key = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
 
-// A secret key, or null when the text is none.
+// The secret key that the text holds, or null when it holds no key.
 Key secretKeyOf(const std::string& text);
 // The public part of an Ed25519 key, as others are told it; empty for other kinds of keys.
 std::string publicTextOf(const EVP_PKEY* key);

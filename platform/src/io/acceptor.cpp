@@ -16,7 +16,7 @@ constexpr int mostAtOnce = 16;
 } // namespace
 
 Acceptor::Acceptor(boost::asio::io_context& io, int socket, Take take)
-    : socket_(socket), take_(std::move(take)), watch_(io, socket), retryTimer_(io) {}
+    : socket_(socket), take_(std::move(take)), retryTimer_(io), watch_(io, socket) {}
 
 void Acceptor::listen(ListenerUser& user) noexcept {
     try {

@@ -29,9 +29,10 @@ private:
 
     const int socket_;
     const Take take_;
-    boost::asio::posix::stream_descriptor watch_;
     boost::asio::steady_timer retryTimer_;
     int error_ = 0; // why no client could be accepted the last time
+    // Last: were there no memory for what comes after it, it would close the socket, which is its owner's.
+    boost::asio::posix::stream_descriptor watch_;
 };
 
 } // namespace host::io

@@ -1,9 +1,9 @@
 #include "io/local-transport.h"
 
 #include "io/log.h"
+#include "io/notify-writable.h"
 
 #include <boost/asio/buffer.hpp>
-#include <boost/asio/dispatch.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <cerrno>
 #include <exception>
@@ -63,14 +63,8 @@ public:
         }
     }
 
-    // Only the receiving thread gives the socket something to do.
     void waitWritable(std::shared_ptr<StreamUser> user) noexcept override {
-        try {
-            boost::asio::dispatch(socket_.get_executor(),
-                                  [this, user = std::move(user)]() mutable { beginWait(std::move(user)); });
-        } catch (const std::exception&) { // no memory
-            breakOff();
-        }
+        notifyWhenWritable(socket_, *this, std::move(user));
     }
 
     void breakOff() noexcept override { ::shutdown(descriptor_, SHUT_RDWR); }
@@ -87,19 +81,6 @@ private:
         socklen_t size = sizeof peer;
         if (getsockopt(descriptor_, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return std::nullopt;
         return peer;
-    }
-    void beginWait(std::shared_ptr<StreamUser> user) noexcept {
-        if (!socket_.is_open()) return;
-        try {
-            socket_.async_wait(socket_.wait_write,
-                               [this, user = std::move(user)](const boost::system::error_code& error) {
-                                   if (!socket_.is_open()) return;
-                                   if (error) return breakOff();
-                                   user->onWritable();
-                               });
-        } catch (const std::exception&) { // no memory
-            breakOff();
-        }
     }
 
     boost::asio::local::stream_protocol::socket socket_;

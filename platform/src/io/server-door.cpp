@@ -15,7 +15,7 @@ namespace host::io {
 namespace {
 // Many more than are accepted at a time, so that who speaks as it comes is always heard.
 constexpr std::size_t mostAwaited = 64;
-constexpr unsigned fewClients = 32; // whose memory nobody misses
+constexpr unsigned fewClients = 32; // fewer have not taken enough memory to give back
 } // namespace
 
 ServerDoor::ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service_,

@@ -57,7 +57,7 @@ public:
 // The way to a service of another process. Ends when the receiving thread has ended.
 class Connector {
 public:
-    // Gets the stream, or null and the reason why there is none. Does not throw.
+    // Called with the stream, or with null and the reason. Does not throw.
     using Answer = std::function<void(std::unique_ptr<Stream> stream, const char* reason)>;
 
     virtual ~Connector() = default;
@@ -73,7 +73,7 @@ public:
     virtual void onClient(std::unique_ptr<Stream> stream) noexcept = 0;
     // A client has proven who it is: for the log.
     virtual void onProven(const char* who) noexcept = 0;
-    // The transport rejected a client, or lost it for want of memory.
+    // The transport rejected a client, or lost it because memory ran out.
     virtual void onRejected(const char* reason) noexcept = 0;
     // Clients wait until what is missing is there again. Said once.
     virtual void onCannotAccept(const char* reason) noexcept = 0;

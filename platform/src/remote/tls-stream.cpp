@@ -1,10 +1,10 @@
 #include "remote/tls-stream.h"
 
 #include "io/log.h"
+#include "io/notify-writable.h"
 
 #include <algorithm>
 #include <boost/asio/buffer.hpp>
-#include <boost/asio/dispatch.hpp>
 #include <boost/asio/error.hpp>
 #include <boost/asio/post.hpp>
 #include <exception>
@@ -167,24 +167,7 @@ std::size_t TlsStream::send(const char* data, std::size_t size, std::error_code&
     return taken;
 }
 
-void TlsStream::waitWritable(User user) noexcept {
-    const auto begin = [this, user = std::move(user)] {
-        if (!socket_.is_open()) return;
-        try {
-            socket_.async_wait(socket_.wait_write, [this, user](const Error& error) {
-                if (!socket_.is_open()) return;
-                error ? breakOff() : user->onWritable();
-            });
-        } catch (const std::exception&) { // no memory
-            breakOff();
-        }
-    };
-    try {
-        boost::asio::dispatch(socket_.get_executor(), begin); // only the receiving thread gives the socket work
-    } catch (const std::exception&) {                         // no memory
-        breakOff();
-    }
-}
+void TlsStream::waitWritable(User user) noexcept { io::notifyWhenWritable(socket_, *this, std::move(user)); }
 
 void TlsStream::breakOff() noexcept { ::shutdown(descriptor_, SHUT_RDWR); }
 

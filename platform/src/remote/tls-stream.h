@@ -73,7 +73,7 @@ private:
     const bool serving_;
     boost::asio::ip::tcp::socket socket_; // the receiving thread's, as is what follows
     boost::asio::steady_timer heartbeat_;
-    const std::shared_ptr<const std::string>* shown_ = nullptr; // one of the keys, of which the peer says it is its own
+    const std::shared_ptr<const std::string>* shown_ = nullptr; // the key that the peer claims, not proven yet
     std::string refusal_;                                       // why the peer's key is not accepted
     bool proven_ = false, silent_ = false;
     bool over_ = false; // the session will give nothing more
