@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -32,9 +34,10 @@ struct TextOrLength {
 };
 
 // A client of the adapter. Notifications come on the framework's threads, readers on the shell's; all from any thread.
+// Their text is made for readers only, as for long lists that takes far longer than keeping them does.
 class NotificationLog : public tvservice::ClientInterface {
 public:
-    // The newest ones are kept: at most so many, and together at most so many bytes of arguments.
+    // The newest ones are kept: at most so many, and together at most so many bytes of arguments, in memory.
     static constexpr std::size_t mostKept = 1000;
     static constexpr std::size_t mostBytes = 16 * 1024 * 1024;
     // Of one notification, so that one always fits into what a command may print.
@@ -42,7 +45,7 @@ public:
 
     TVSERVICE_NOTIFICATIONS(GENRPC_OVERRIDE)
 
-    // Oldest first: at most count of those kept, and not more bytes of arguments than two of the longest have. The
+    // Oldest first: at most count of those kept, and not more text of arguments than two of the longest have. The
     // newest ones; or the first ones with a greater number than the one given.
     std::vector<Notification> newest(std::size_t count) const;
     std::vector<Notification> after(std::uint64_t number, std::size_t count) const;
@@ -50,10 +53,20 @@ public:
     TableCount table() const;
 
 private:
-    void keep(const char* message, TextOrLength arguments);
+    using Arguments = std::function<TextOrLength()>; // holds them
+    struct Kept {
+        std::uint64_t number;
+        std::string time;
+        const char* message;
+        std::shared_ptr<const Arguments> arguments;
+        std::size_t bytes; // of the arguments in memory
+    };
+    template <class Message, class... Args> void keep(const Args&... args);
+    void keep(const char* message, Arguments arguments, std::size_t bytes);
+    template <class Iterator> static std::vector<Notification> textsOf(Iterator begin, Iterator end);
 
     mutable std::mutex mutex_;
-    std::deque<Notification> kept_; // with consecutive numbers; at most mostKept, with mostBytes
+    std::deque<Kept> kept_; // with consecutive numbers; at most mostKept, with mostBytes
     std::uint64_t lastNumber_ = 0;
     std::size_t bytes_ = 0; // of arguments, in kept_
     std::uint64_t dropped_ = 0;
