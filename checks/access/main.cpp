@@ -89,6 +89,8 @@ int runAll(Size size) {
         {"unfinished messages, idle shells, a flood of messages",
          [&] { starveOthers(size == Size::ordinary ? 0 : 30, figures); }},
     };
+    scenarios.emplace_back("requests that all are told of",
+                           [&] { floodWithBroadcasts(size == Size::ordinary ? 5 : 100, figures); });
 #ifndef __SANITIZE_ADDRESS__ // beside which undefined behaviour is looked for, with descriptors of its own
     scenarios.emplace_back("no descriptors", [] { takeAllDescriptors(); });
 #endif
@@ -116,6 +118,10 @@ int runAll(Size size) {
                 figures.evictedShells > 0, "");
     report.line("first answer to a client beside a flood of messages", figures.slowestBesideFlood, "ms",
                 figures.slowestBesideFlood <= 2000, "at most 2000 ms");
+    report.line("slowest play beside requests that all are told of", figures.slowestPlayBesideBroadcasts, "ms",
+                figures.slowestPlayBesideBroadcasts <= 2000, "at most 2000 ms");
+    report.line("slowest end of the service beside them", figures.slowestEndBesideBroadcasts, "ms",
+                figures.slowestEndBesideBroadcasts <= 2000, "at most 2000 ms");
     report.line("slowest end of a process beside a flood", figures.slowestEndBesideFlood, "ms",
                 figures.slowestEndBesideFlood <= 2000, "at most 2000 ms");
     report.line("obstacles where a socket belongs", figures.places, "obstacles", figures.places > 0,

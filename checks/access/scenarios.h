@@ -36,6 +36,7 @@ struct Figures {
     // Milliseconds: answers, plays, ends of processes.
     long slowestBesideUnfinished = 0, slowestPlayBesideUnfinished = 0, slowestBesideFlood = 0;
     long slowestEndBesideFlood = 0;
+    long slowestPlayBesideBroadcasts = 0, slowestEndBesideBroadcasts = 0;
 };
 
 void refuseAnotherUser(unsigned tries, Figures& figures);
@@ -50,6 +51,7 @@ void fillTheTablesOfApplications(unsigned answers, Figures& figures);
 void starveOthers(unsigned processes, Figures& figures);
 // One of them, with the arguments that it was given; returns its exit code.
 int leaveOneUnfinished(const std::vector<std::string>& arguments);
+void floodWithBroadcasts(unsigned plays, Figures& figures);
 void floodTheLog(unsigned hellos, Figures& figures);
 void floodTheLogOfAShell(unsigned clients, Figures& figures);
 

@@ -130,13 +130,14 @@ inline int sendNumber(frame::OmqIOModule& door, std::uint32_t value, const frame
     return result;
 }
 
-inline int sendText(frame::OmqIOModule& door, std::size_t size, char letter) {
+inline int sendText(frame::OmqIOModule& door, std::size_t size, char letter,
+                    const frame::TransportInfo* transport = nullptr) {
     char* data = static_cast<char*>(vdlFlatAlloc(size + 1));
     std::memset(data, letter, size);
     data[size] = '\0';
     vdlDeserString_t text{static_cast<std::uint32_t>(size), data};
     int completions = 0;
-    const int result = door.asyncSend({}, textMeta, nullptr, textTable, &text, [&] { ++completions; });
+    const int result = door.asyncSend({}, textMeta, transport, textTable, &text, [&] { ++completions; });
     EXPECT_EQ(1, completions);
     vdlFlatFree(data);
     return result;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <numeric>
+#include <utility>
 #include <vector>
 
 namespace queue_test {
@@ -60,6 +61,28 @@ TEST_F(CrowdedQueue, BoundsWhatWaitsForAllClientsTogetherAndKeepsAPartForEach) {
         eventually([&] { return atClient().connected && host::MessageQueue::clientsOf(*offered).size() > silent; }));
     EXPECT_EQ(0, sendText(*offered, textBytes, 'x'));
     EXPECT_TRUE(eventually([&] { return clientInbox.size() == 1; }));
+}
+
+// Else a client that is told much would never learn what became of its own requests.
+TEST_F(CrowdedQueue, LeavesRoomForAnswersBesideWhatAllClientsAreSent) {
+    limits.messages = 80;
+    limits.bytes = 4 * 1024 * 1024;
+    // How long a text is, and how many of them all clients may be sent while one takes nothing.
+    constexpr std::pair<std::size_t, std::uint64_t> sizes[] = {{16, 70}, {256 * 1024, 14}};
+    for (const auto& [textBytes, toAll] : sizes) {
+        startServer();
+        RawPeer deaf(path);
+        deaf.say(honestHello());
+        ASSERT_TRUE(eventually([&] { return host::MessageQueue::clientsOf(*offered).size() == 1; }));
+        const frame::TransportInfo toIt{host::MessageQueue::clientsOf(*offered).front(), {}};
+        while (sendText(*offered, textBytes, 'x') == 0) {
+        }
+        EXPECT_LE(atServer().queued, toAll);
+        EXPECT_EQ(0, sendText(*offered, textBytes, 'x', &toIt)) << textBytes;
+        while (sendText(*offered, textBytes, 'x', &toIt) == 0) {
+        }
+        EXPECT_GT(atServer().queued, toAll);
+    }
 }
 
 TEST_P(SmallQueue, KeepsAsManyAsItHasRoomForAndTakesMoreOnceTheyAreOut) {

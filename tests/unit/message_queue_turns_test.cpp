@@ -14,7 +14,7 @@
 namespace queue_test {
 namespace {
 
-// Holds the receiving thread at each number until it is let go on, and notes who sent it.
+// Holds the receiving thread at each number until it is let go on, and notes who sent it. Then tells all clients.
 struct HeldHandler {
     static int take(const frame::MsgMeta&, const frame::TransportInfo& transport, const void*, void* context) {
         auto& self = *static_cast<HeldHandler*>(context);
@@ -22,6 +22,7 @@ struct HeldHandler {
         self.takers.push_back(transport.connection);
         bell.ring();
         self.goOn.wait(lock, [&] { return self.released; });
+        if (self.toAll) sendText(*self.toAll, 4 * 1024, 'x');
         for (const auto end = std::chrono::steady_clock::now() + self.work; std::chrono::steady_clock::now() < end;) {
         }
         return 0;
@@ -39,7 +40,8 @@ struct HeldHandler {
     std::mutex mutex;
     std::condition_variable goOn;
     bool released = false;
-    std::chrono::milliseconds work{0}; // that each number takes
+    std::chrono::milliseconds work{0};   // that each number takes
+    frame::OmqIOModule* toAll = nullptr; // the door through which all are told, if they are
     std::vector<std::uint64_t> takers;
 };
 
@@ -101,6 +103,21 @@ TEST_F(FloodedQueue, StopsAlthoughMessagesAreWaiting) {
     handler.release();
     stopped.get();
     EXPECT_EQ(handler.taken(), 1U);
+}
+
+// Else what others are sent finds their queues full.
+TEST_F(FloodedQueue, LetsTheFlooderWaitWhileOthersDoNotTakeWhatItHasThemTold) {
+    RawPeer deaf(path);
+    deaf.say(hello);
+    ASSERT_TRUE(eventually([&] { return host::MessageQueue::clientsOf(*offered).size() == 1; }));
+    handler.toAll = offered;
+    handler.release();
+    constexpr std::uint32_t count = 2000, together = 64; // then it waits
+    constexpr std::uint32_t unnoticed = 300;             // that sockets take, and that may wait
+    const auto begin = std::chrono::steady_clock::now();
+    flooder->say(hello + numbers(count));
+    ASSERT_TRUE(eventually([&] { return handler.taken() == count; }));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, (count - unnoticed) / together * 20ms);
 }
 
 TEST_F(FloodedQueue, KeepsTheOrderOfTheFloodersMessages) {

@@ -134,7 +134,7 @@ int ClientDoor::dispatch(const Outgoing& message, const frame::TransportInfo* tr
         });
         watching_ = true;
     }
-    return put(message, *outbox_, connection);
+    return put(message, *outbox_, connection, Room::all);
 }
 
 // On the receiving thread with the mutex held: gives up what has waited too long and comes back for what has not.

@@ -25,6 +25,11 @@ constexpr std::size_t leastBytesPerSecond = 32 * 1024;
 constexpr unsigned mostPerTurn = 32;
 // And for how long, when single ones take long.
 constexpr std::chrono::milliseconds longestTurn{2};
+// What a peer says may lead to messages for others, up to some hundred for one of its own. After so many of them, and
+// with others that do not keep pace, its next message waits for so long. Others then take what they were sent, while it
+// is hardly held up by one that takes nothing.
+constexpr unsigned manyForOthers = 64;
+constexpr std::chrono::milliseconds pauseForOthers{20};
 std::atomic<std::uint64_t> lastNumber{0};
 
 } // namespace
@@ -34,6 +39,7 @@ Connection::Connection(boost::asio::io_context& io, std::unique_ptr<Stream> stre
     : door_(door),
       stream_(std::move(stream)),
       timer_(io),
+      pauseTimer_(io),
       incoming_(stream_->peer()),
       outbox_(std::move(outbox)),
       number_(++lastNumber) {}
@@ -138,14 +144,30 @@ std::size_t Connection::frameBegun() {
 // Lets others have their turn before this connection's next one. Without memory for that it returns false.
 bool Connection::yield() noexcept {
     try {
-        boost::asio::post(timer_.get_executor(), [self = shared_from_this()] {
-            self->yielded_ = false;
-            if (!self->closed_) self->takeTurn();
-        });
+        boost::asio::post(timer_.get_executor(), [self = shared_from_this()] { self->resume(); });
         return yielded_ = true;
     } catch (const std::exception&) {
         return false;
     }
+}
+
+// Lets others take what this peer has had them told, before it has them told more. Returns whether it has to wait.
+bool Connection::pause() noexcept {
+    if (forOthers_ < manyForOthers) return false;
+    forOthers_ = 0;
+    if (!door_.othersAreBehind(*this)) return false;
+    try {
+        pauseTimer_.expires_after(pauseForOthers);
+        pauseTimer_.async_wait([self = shared_from_this()](const boost::system::error_code&) { self->resume(); });
+        return yielded_ = true;
+    } catch (const std::exception&) { // no memory
+        return false;
+    }
+}
+
+void Connection::resume() noexcept {
+    yielded_ = false;
+    if (!closed_) takeTurn();
 }
 
 void Connection::watchProgress() {
@@ -207,7 +229,7 @@ bool Connection::handleFrames() {
         if (incoming_.size() - frameHeaderBytes < size) break;
         if (door_.isStopping()) return false;
         const bool isLong = handled > 0 && std::chrono::steady_clock::now() - begin >= longestTurn;
-        if ((isLong || handled >= mostPerTurn) && yield()) return false;
+        if (((isLong || handled >= mostPerTurn) && yield()) || pause()) return false;
         handleFrame(header, size, header + frameHeaderBytes);
         incoming_.consume(frameHeaderBytes + size);
         finished_ = true;
@@ -241,6 +263,7 @@ void Connection::handleFrame(const char* header, std::uint32_t size, char* body)
         return;
     }
     count(door_.counters.received);
+    door_.beginHandling(*this);
     try {
         handler->function(meta, transport, body, handler->context);
     } catch (const std::exception& error) {
@@ -250,6 +273,7 @@ void Connection::handleFrame(const char* header, std::uint32_t size, char* body)
         IO_LOG_LIMITED(door_, vdlDebugFailure, "service %s: handler of message 0x%08x threw\n", door_.service.c_str(),
                        meta.messageId);
     }
+    forOthers_ += door_.endHandling();
 }
 
 void Connection::turnAway(const char* reason) noexcept {
@@ -275,6 +299,7 @@ void Connection::abandon() {
     ready_ = false;
     stream_->close();
     timer_.cancel();
+    pauseTimer_.cancel();
 }
 
 } // namespace host::io

@@ -47,6 +47,8 @@ private:
     void read();
     void takeTurn() noexcept;
     bool yield() noexcept;
+    bool pause() noexcept;
+    void resume() noexcept;
     std::size_t frameBegun();
     void watchProgress();
     void judgeProgress();
@@ -58,7 +60,8 @@ private:
 
     Door& door_;
     const std::unique_ptr<Stream> stream_;
-    boost::asio::steady_timer timer_; // for the hello, then for messages under way
+    boost::asio::steady_timer timer_;      // for the hello, then for messages under way
+    boost::asio::steady_timer pauseTimer_; // see pause
     ReceiveBuffer incoming_;
     std::shared_ptr<Outbox> outbox_;
     const std::uint64_t number_;
@@ -74,6 +77,7 @@ private:
     bool wasSlow_ = false;    // the time before
     bool watching_ = false;   // whether the timer runs for messages
     bool yielded_ = false;    // whether the next turn is still to come
+    unsigned forOthers_ = 0;  // messages that what it said has led to, since the last look at how others keep pace
 };
 
 } // namespace host::io

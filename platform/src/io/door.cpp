@@ -10,6 +10,10 @@
 #include <stdexcept>
 
 namespace host::io {
+namespace {
+// The part of an outbox that is kept for answers to its peer, so that what all peers are sent leaves them room.
+constexpr std::size_t partForAnswers = 8;
+} // namespace
 
 Door::Door(boost::asio::io_context& io, const std::string& service_, const frame::MessageSet& messages,
            std::size_t sendBufferBytes, const QueueLimits& limits, bool serving)
@@ -65,7 +69,19 @@ int Door::send(const Outgoing& message, const frame::TransportInfo* transport) {
     return dispatch(message, transport);
 }
 
-int Door::put(const Outgoing& message, Outbox& outbox, Connection* connection) {
+void Door::beginHandling(const Connection& connection) noexcept {
+    forOthers_.store(0, std::memory_order_relaxed);
+    handled_.store(&connection, std::memory_order_relaxed);
+}
+
+unsigned Door::endHandling() noexcept {
+    handled_.store(nullptr, std::memory_order_relaxed);
+    return forOthers_.load(std::memory_order_relaxed);
+}
+
+int Door::put(const Outgoing& message, Outbox& outbox, Connection* connection, Room room) {
+    if (const Connection* handled = handled_.load(std::memory_order_relaxed); handled && handled != connection)
+        forOthers_.fetch_add(1, std::memory_order_relaxed);
     const auto full = [&] {
         count(counters.refused);
         if (outbox.addRefusal() == 1)
@@ -74,10 +90,11 @@ int Door::put(const Outgoing& message, Outbox& outbox, Connection* connection) {
                            service.c_str(), message.meta.messageId, outbox.messages(), outbox.bytes());
         return -11;
     };
-    if (outbox.messages() >= limits_.messages) return full();
+    const auto shareOf = [room](std::size_t most) { return room == Room::all ? most : most - most / partForAnswers; };
+    if (outbox.messages() >= shareOf(limits_.messages)) return full();
     const auto deadline = connection ? Outbox::Time::max() : std::chrono::steady_clock::now() + limits_.wait;
     outbox.add(message.ids, message.meta, message.plan, message.payload, deadline);
-    if (outbox.bytes() > mostBytes(outbox)) {
+    if (outbox.bytes() > shareOf(mostBytes(outbox))) {
         outbox.retractLast();
         return full();
     }

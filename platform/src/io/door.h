@@ -60,6 +60,12 @@ public:
     // fault: whether this side ended it, because of what the peer did or for want of memory.
     virtual void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const char* reason) noexcept = 0;
     const Handler* findHandler(const frame::MsgMeta& meta);
+    // On the receiving thread, before and after a message of that connection is handled. The end returns how many
+    // messages for other connections that has led to.
+    void beginHandling(const Connection& connection) noexcept;
+    unsigned endHandling() noexcept;
+    // Whether so much waits for another connection than this one that what leads to more should wait.
+    virtual bool othersAreBehind(const Connection&) { return false; }
     // Why a peer is rejected whose hello is right, or null; on the receiving thread.
     virtual const char* whyFull() const noexcept { return nullptr; }
     // From any thread: whether the queue stops, so that what has arrived is not handled any more.
@@ -89,8 +95,10 @@ protected:
     // Hands a message to the connection, or all of them. The mutex is held. Results as of asyncSend; whoever
     // refuses has counted it.
     virtual int dispatch(const Outgoing& message, const frame::TransportInfo* transport) = 0;
+    // How much of an outbox a message may take.
+    enum class Room { all, allButTheAnswers };
     // Puts a message into an outbox, whose connection (null for none) sends it at once if it can.
-    int put(const Outgoing& message, Outbox& outbox, Connection* connection);
+    int put(const Outgoing& message, Outbox& outbox, Connection* connection, Room room);
     // How many bytes may wait in an outbox; the mutex is held.
     virtual std::size_t mostBytes(const Outbox&) const { return limits_.bytes; }
     int refuse(int result, const frame::MsgMeta& meta, const char* why);
@@ -118,7 +126,11 @@ private:
     std::mutex handlersMutex_;
     // Never removed from: as many as its service's members bind, one for each message at most. Peers add none.
     std::unordered_map<frame::MsgMeta, Handler, MetaHash> handlers_;
-    std::atomic<bool> stopped_{false};    // set under the mutex
+    std::atomic<bool> stopped_{false}; // set under the mutex
+    // Whose message is handled now, and how many messages for others that has led to. Other threads' messages count
+    // with them.
+    std::atomic<const Connection*> handled_{nullptr};
+    std::atomic<unsigned> forOthers_{0};
     boost::asio::steady_timer tellTimer_; // the receiving thread's
     std::atomic<bool> tellPending_{false};
 };

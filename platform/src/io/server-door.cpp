@@ -15,6 +15,8 @@ namespace host::io {
 namespace {
 // Many more than are accepted at a time, so that who speaks as it comes is always heard.
 constexpr std::size_t mostAwaited = 64;
+// A client for which more messages wait does not keep pace. Fewer wait when it has only not been woken yet.
+constexpr std::size_t manyWaiting = 64;
 constexpr unsigned fewClients = 32; // fewer have not taken enough memory to give back
 } // namespace
 
@@ -129,11 +131,18 @@ std::vector<std::uint64_t> ServerDoor::clients() {
     return numbers;
 }
 
+bool ServerDoor::othersAreBehind(const Connection& connection) {
+    std::lock_guard lock(mutex);
+    return std::any_of(clients_.begin(), clients_.end(), [&](const auto& client) {
+        return client.get() != &connection && client->outbox().messages() > manyWaiting;
+    });
+}
+
 int ServerDoor::dispatch(const Outgoing& message, const frame::TransportInfo* transport) {
     if (transport) {
         for (const auto& client : clients_)
             if (client->number() == transport->connection && client->ready())
-                return put(message, client->outbox(), client.get());
+                return put(message, client->outbox(), client.get(), Room::all);
         return refuse(-107, message.meta, "no such connection");
     }
     // One client's full queue, or the want of memory for one, is no reason for the others to go without.
@@ -142,7 +151,7 @@ int ServerDoor::dispatch(const Outgoing& message, const frame::TransportInfo* tr
     for (const auto& client : clients_) {
         if (!client->ready()) continue;
         try {
-            const int one = put(message, client->outbox(), client.get());
+            const int one = put(message, client->outbox(), client.get(), Room::allButTheAnswers);
             if (one == 0)
                 ++taken;
             else

@@ -28,6 +28,7 @@ public:
     void end() override;
     std::vector<std::uint64_t> clients();
     void onConnectionReady(Connection& connection) noexcept override;
+    bool othersAreBehind(const Connection& connection) override;
     const char* whyFull() const noexcept override;
     void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const char* reason) noexcept override;
 

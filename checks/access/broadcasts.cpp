@@ -1,0 +1,114 @@
+// Clients whose every request has the service tell all others: of locks, of channels and their tracks.
+#include "doors.h"
+#include "frame.h"
+#include "scenarios.h"
+
+#include <tvservice/messages.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <sys/socket.h>
+#include <thread>
+#include <vector>
+
+namespace access_check {
+namespace {
+
+namespace tv = tvservice::messages;
+
+constexpr int attackers = 16, locksOfEach = 16; // together they fill the table of locks
+constexpr unsigned together = 500;
+
+std::string lockOf(int id, bool locked) {
+    tvservice::TvServiceParentalLockInfo_t lock;
+    lock.terminal = {8, id};
+    lock.intParam1 = locked;
+    return frameOf<tv::SetParentalLockInfo>(lock);
+}
+
+std::string playOf(int id, const std::string& uri) {
+    tvservice::TvServiceReq_t request;
+    request.terminal = {7, id};
+    request.uri = uri;
+    return frameOf<tv::TvServiceReq>(std::vector{request});
+}
+
+std::string locksOf(int attacker) {
+    std::string requests;
+    for (int i = 0; i < locksOfEach; ++i) requests += lockOf(attacker * locksOfEach + i, true);
+    return requests;
+}
+
+// What an attacker says again and again: each lock and unlock has all told of the state of all terminals, each play of
+// its channel with six messages.
+std::string floodOfLocks(int attacker) {
+    std::string requests;
+    for (unsigned i = 0; i < together; ++i) requests += lockOf(attacker * locksOfEach, i % 2 != 0);
+    return requests;
+}
+std::string floodOfPlays(int attacker) {
+    std::string requests;
+    for (unsigned i = 0; i < together; ++i) requests += playOf(attacker, i % 2 != 0 ? "dvb://1.1.1" : "dvb://1.1.2");
+    return requests;
+}
+
+// A client that says the same as often as it can, and reads all that it is told.
+class Attacker {
+public:
+    Attacker(const Door& door, const std::string& first, const std::string& flood) : socket_(clientOf(door)) {
+        require(socket_.say(first), door.name + " does not listen");
+        reader_ = std::thread([this] {
+            char bytes[64 * 1024];
+            for (;;) {
+                const ssize_t count = recv(socket_.descriptor(), bytes, sizeof bytes, 0);
+                if (count == 0 || (count < 0 && errno != EINTR && errno != EAGAIN)) return;
+            }
+        });
+        writer_ = std::thread([this, flood] {
+            while (socket_.say(flood)) ++said_;
+        });
+    }
+    ~Attacker() {
+        shutdown(socket_.descriptor(), SHUT_RDWR);
+        writer_.join();
+        reader_.join();
+    }
+    unsigned said() const { return said_; }
+
+private:
+    Socket socket_;
+    std::atomic<unsigned> said_{0};
+    std::thread reader_, writer_;
+};
+
+} // namespace
+
+void floodWithBroadcasts(unsigned plays, Figures& figures) {
+    for (const auto& floodOf : {floodOfLocks, floodOfPlays}) {
+        ReceiverKit kit;
+        kit.start();
+        const auto doors = doorsIn(kit.runtimeFolder());
+        const Door& door = *std::find_if(doors.begin(), doors.end(), [](const Door& known) {
+            return !known.shell && known.part == Part::tvService;
+        });
+        {
+            std::vector<std::unique_ptr<Attacker>> all;
+            for (int i = 0; i < attackers; ++i) all.push_back(std::make_unique<Attacker>(door, locksOf(i), floodOf(i)));
+            const auto begun = [&] {
+                return std::all_of(all.begin(), all.end(), [](const auto& one) { return one->said() > 0; });
+            };
+            require(kit.waitFor(begun, receiver::patience), "the flood did not begin");
+            for (unsigned i = 0; i < plays; ++i)
+                figures.slowestPlayBesideBroadcasts =
+                    std::max(figures.slowestPlayBesideBroadcasts, playOnce(kit, "dvb://1.1.1"));
+            figures.slowestEndBesideBroadcasts = std::max(figures.slowestEndBesideBroadcasts, endOf(kit, door.part));
+        }
+        const std::string complaints = kit.stop(); // of the others
+        require(complaints.empty(), complaints);
+    }
+}
+
+} // namespace access_check
