@@ -51,10 +51,11 @@ long judgeTables(ReceiverKit& kit, Part part, const char* counter) {
     return beyond;
 }
 
-// A client that fills its share of each table of a service and goes, several times over. Another one's play on a new
-// terminal then is answered with 0.
-void reconnectAndFill(ReceiverKit& kit, const Door& door, const std::string& uri) {
+// Clients that each fill their share of each table of a service, one after the other. Each goes then, or they stay.
+// Another one's play on a new terminal is answered with 0 after them.
+void fillInTurns(ReceiverKit& kit, const Door& door, const std::string& uri, bool stay) {
     constexpr int share = 64, rounds = 6;
+    std::vector<Socket> staying;
     for (int round = 0; round < rounds; ++round) {
         std::string requests;
         std::vector<tvservice::TvServiceReq_t> tvPlays;
@@ -74,11 +75,12 @@ void reconnectAndFill(ReceiverKit& kit, const Door& door, const std::string& uri
         require(client.say(requests), door.name + " does not listen");
         while (hearFrames(client, 1).front() != answer) {
         }
+        if (stay) staying.push_back(std::move(client));
     }
     for (const auto& table : kit.ask(door.part, {"stats", "tables"}))
         if (table.at("table") == "terminals")
             require(table.at("held") == table.at("most"), "the table of terminals is not full");
-    const auto answers = kit.waitForAnswers(kit.play("6:0", uri), 1);
+    const auto answers = kit.waitForAnswers(kit.play(stay ? "6:1" : "6:0", uri), 1);
     require(answers.size() == 1 && answers[0].result == 0, door.name + " has no room for a play on a new terminal");
 }
 
@@ -94,7 +96,7 @@ void fillTheTablesOfServices(unsigned terminals, Figures& figures) {
             return !known.shell && known.part == part;
         });
         const long before = killed::sizeOf(kit.processId(part)).kibibytes;
-        reconnectAndFill(kit, door, uri);
+        for (const bool stay : {false, true}) fillInTurns(kit, door, uri, stay);
         Socket attacker = clientOf(door); // which reads no answer
         std::string requests;
         for (unsigned id = 0; id < terminals; ++id) {

@@ -43,7 +43,7 @@ private:
 
 // Entry: has a client, whose request it was, and says how many bytes of text it has (textBytes). For one thread at a
 // time. A request costs the same however full the table is; only finding out who has gone, once for a message, and
-// forgetting an entry of a client that has gone walk through it.
+// forgetting an entry walk through it.
 template <class Entry> class ClientTable {
 public:
     struct Held {
@@ -54,8 +54,9 @@ public:
     explicit ClientTable(const char* name) : name_(name) {}
 
     // Makes this the entry of a terminal, in place of the one it has. When the table is full it forgets the oldest
-    // entries of clients that have gone; without evictions it forgets none. False when there is no room; the terminal
-    // then keeps its entry.
+    // entries of clients that have gone, then the oldest of the client that has the most, as long as that has more than
+    // the one that asks gets; without evictions it forgets none. False when there is no room; the terminal then keeps
+    // its entry.
     bool put(const Terminal& terminal, Entry entry, Evictions* evictions) {
         const std::size_t bytes = entry.textBytes();
         const std::uint64_t client = entry.client;
@@ -126,27 +127,49 @@ private:
             return !use.hasRoomFor(bytes, bounds::terminals, bounds::textBytes);
         };
         while (isFull())
-            if (!evictions || !evictOldest(client, own, *evictions)) return false;
+            if (!evictions || !(evictOfGone(client, own, *evictions) || evictOfLargest(client, bytes, own, *evictions)))
+                return false;
         return true;
     }
 
     // Forgets the oldest entry of a client that has gone, but not own; false when there is none.
-    bool evictOldest(std::uint64_t client, Iterator own, Evictions& evictions) {
+    bool evictOfGone(std::uint64_t client, Iterator own, Evictions& evictions) {
         const auto isGone = [&](const Held& held) { return shares_.at(held.entry.client).gone; };
         const auto hasCandidates = [&] {
             return entriesOfGone_ > (own != entries_.end() && isGone(own->second) ? 1U : 0U);
         };
         if (!hasCandidates())
             evictions.askOnce([&](const std::vector<std::uint64_t>& connected) { noteGone(client, connected); });
-        if (!hasCandidates()) return false;
+        return hasCandidates() && evictOldest(isGone, own, "gone", evictions);
+    }
+
+    // The same of the client that has the most of what the table has run out of; false when that is not more than what
+    // the client that asks would have with so many bytes more. So all end with equal parts, and nobody takes turns.
+    bool evictOfLargest(std::uint64_t client, std::size_t bytes, Iterator own, Evictions& evictions) {
+        const bool lacksEntries = own == entries_.end() && all_.count >= bounds::terminals;
+        const auto partOf = [&](const Use& use) { return lacksEntries ? use.count : use.bytes; };
+        const auto larger = [&](const auto& a, const auto& b) { return partOf(a.second.use) < partOf(b.second.use); };
+        const auto largest = std::max_element(shares_.begin(), shares_.end(), larger);
+        const auto asker = shares_.find(client);
+        Use wanted = asker == shares_.end() ? Use{} : asker->second.use;
+        wanted.add(bytes);
+        if (largest == shares_.end() || partOf(largest->second.use) <= partOf(wanted)) return false;
+        const auto isLargest = [number = largest->first](const Held& held) { return held.entry.client == number; };
+        return evictOldest(isLargest, own, "the most", evictions);
+    }
+
+    // What its client has: for the log.
+    template <class Condition>
+    bool evictOldest(const Condition& isCandidate, Iterator own, const char* has, Evictions& evictions) {
         Iterator oldest = entries_.end();
         for (auto at = entries_.begin(); at != entries_.end(); ++at)
-            if (at != own && isGone(at->second) &&
+            if (at != own && isCandidate(at->second) &&
                 (oldest == entries_.end() || at->second.number < oldest->second.number))
                 oldest = at;
+        if (oldest == entries_.end()) return false;
         const Terminal terminal = oldest->first;
-        SERVICE_LOG(vdlDebugWarning, "terminal %d:%d is forgotten: the table of %s is full and its client has gone\n",
-                    terminal.type, terminal.id, name_);
+        SERVICE_LOG(vdlDebugWarning, "terminal %d:%d is forgotten: the table of %s is full and its client has %s\n",
+                    terminal.type, terminal.id, name_, has);
         erase(oldest);
         evictions.evicted(terminal);
         return true;
