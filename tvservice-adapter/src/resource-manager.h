@@ -143,8 +143,9 @@ protected:
     std::uint32_t reqIdSeq = 1;         // the next generated id; guarded by reqIdLock
     std::thread resThread;
     std::atomic<int> exitTask{0};
-    std::deque<std::shared_ptr<ResRequests_>> reqQueue; // the front one is under way
-    std::atomic_flag reqIdLock = ATOMIC_FLAG_INIT;      // its own lock, so that an id never waits for the queue
+    // The front one is under way. No bound: applications of this process add requests, peers only take them off.
+    std::deque<std::shared_ptr<ResRequests_>> reqQueue;
+    std::atomic_flag reqIdLock = ATOMIC_FLAG_INIT; // its own lock, so that an id never waits for the queue
 };
 
 // The manager's clock, and its wait of one second on that clock, for a test to put its own in their place before it
