@@ -208,10 +208,12 @@ TEST_F(BetweenHosts, CountsEveryUnauthenticatedPeerOnce) {
 TEST_F(BetweenHosts, GivesAKeyABoundedNumberOfStreams) {
     const host::LogCapture log({0x0202});
     startServer();
+    const std::string hello = honestHello();
     std::vector<std::unique_ptr<support::RemotePeer>> peers;
     for (int i = 0; i < 64; ++i) {
         peers.push_back(std::make_unique<support::RemotePeer>(path));
         ASSERT_TRUE(peers.back()->isAccepted()) << i;
+        ASSERT_TRUE(peers.back()->say(hello)) << i; // else it is gone after 2 s, maybe before the last one has come
     }
     startClient();
     EXPECT_TRUE(log.waitFor("a key has at most 64 streams: " + remote->keys.publicKey, 10s));
