@@ -66,8 +66,9 @@ def seeds(order_of_kinds):
         yield "tls-before", f"other-protocol-{i}", bytes([side, 9]) + b"GET / HTTP/1.0\r\n\r\n"
     yield "tls-inside", "both-ways", bytes([0, 0, 9, 1, 4, 2, 1, 0, 5, 3, 0, 99, 4, 4])
     yield "tls-inside", "records", bytes([0, 78, 32, 1]) * 3 + bytes([1, 4, 1, 4]) * 4 + bytes([2, 78, 0, 3, 3, 78, 0])
-    yield "tls-inside", "spoiled", bytes([0, 1, 0, 0, 5, 7, 23, 3, 3, 0, 1, 9, 9, 4, 0, 1, 0, 0])
-    yield "tls-inside", "broken-off", bytes([0, 1, 0, 0, 4, 6, 0, 1, 0, 0, 4])
+    yield "tls-inside", "spoiled", bytes([0, 1, 0, 0, 253, 7, 23, 3, 3, 0, 1, 9, 9, 4, 0, 1, 0, 0])
+    yield "tls-inside", "ended", bytes([0, 1, 0, 0, 4, 254])
+    yield "tls-inside", "broken-off", bytes([0, 1, 0, 0, 4, 255, 0, 1, 0, 0, 4])
     # One table of two fields and a text, and a message for it; a table that holds itself.
     table = bytes([0, 3, 2, 1, 3, 12, 15, 0])
     yield "endian-tables", "text", table + bytes([0]) + struct.pack("<IHII", 7, 9, 2, 14) + b"ab\0"
