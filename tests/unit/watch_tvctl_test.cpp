@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -194,13 +195,25 @@ TEST_F(Watch, SaysHowManyNotificationsItMissed) {
 }
 
 TEST_F(Watch, GivesUpWhenTooFewCameInTime) {
-    options.receiver.timeout = std::chrono::milliseconds(300);
+    options.receiver.timeout = std::chrono::seconds(1);
     options.receiver.timeoutGiven = true;
     options.count = 2;
     receiver->before = {telling("A")};
     EXPECT_EQ(run(), tvctl::exitTimedOut);
     EXPECT_THAT(lines(), ElementsAre(R"(first-1 A {"n":1})"));
-    EXPECT_EQ(errors.str(), "tvctl: timed out after 1 of 2 notifications\n");
+    EXPECT_THAT(errors.str(), testing::StartsWith("tvctl: timed out after 1 of 2 notifications"));
+}
+
+TEST_F(Watch, SaysHowManyCameWhenAnAnswerDoesNotComeInTime) {
+    options.receiver.timeout = std::chrono::milliseconds(100);
+    options.receiver.timeoutGiven = true;
+    options.count = 1;
+    const auto over = std::make_shared<std::promise<void>>();
+    receiver->before = {[over] { over->get_future().wait(); }};
+    EXPECT_EQ(run(), tvctl::exitTimedOut);
+    over->set_value();
+    EXPECT_EQ(errors.str(),
+              "tvctl: timed out after 0 of 1 notifications; " + path + ": timed out waiting for the answer\n");
 }
 
 TEST_F(Watch, EndsWhenTheReceiverGoesAway) {

@@ -153,15 +153,20 @@ int follow(const WatchOptions& options, std::ostream& out, std::ostream& errors,
 int watch(const WatchOptions& options, std::ostream& out, std::ostream& errors) {
     const bool json = options.receiver.json;
     std::size_t printed = 0;
+    const auto timedOut = [&](const std::string& why) {
+        auto text = "timed out after " + std::to_string(printed);
+        if (options.count) text += " of " + std::to_string(*options.count);
+        return report(errors, json, {exitTimedOut, -ETIMEDOUT}, text + " notifications" + why);
+    };
     try {
         return follow(options, out, errors, printed);
     } catch (const TimedOut&) {
-        auto text = "timed out after " + std::to_string(printed);
-        if (options.count) text += " of " + std::to_string(*options.count);
-        return report(errors, json, {exitTimedOut, -ETIMEDOUT}, text + " notifications");
+        return timedOut("");
     } catch (const CommandFailure& failure) {
         return report(errors, json, failure.failure(), failure.what());
     } catch (const host::ShellError& error) {
+        if (options.receiver.timeoutGiven && error.kind() == host::ShellError::Kind::TimedOut)
+            return timedOut(std::string("; ") + error.what());
         return report(errors, json, failureOf(error.kind()), error.what());
     } catch (const Json::exception& error) {
         return report(errors, json, {exitBadData, -EBADMSG},
