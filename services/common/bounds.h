@@ -12,9 +12,9 @@ namespace bounds {
 
 // Of terminals that show something, and again of those that are locked. A client, that is a connection, has a quarter
 // of a table at most, so one that invents terminals leaves room for others. What a client has stays when it goes: its
-// terminals go on showing it. Only a full table forgets an entry for each one that it has no room for: the oldest one of
-// a client that has gone, else of the client that has the most. So neither one that comes back again and again nor many
-// that stay keep others out.
+// terminals go on showing it. Only a full table forgets an entry for each one that it has no room for: the oldest one
+// of a client that has gone, else of the client that has the most. So neither one that comes back again and again nor
+// many that stay keep others out.
 inline constexpr std::size_t terminals = 256, terminalsOfAClient = 64;
 inline constexpr std::size_t textBytes = 256 * 1024, textBytesOfAClient = 64 * 1024; // their URIs and uuids together
 // Of answers that the fault switch "delay" keeps back. What follows an answer counts with it.
