@@ -31,7 +31,7 @@ constexpr long memoryBoundPerThousand = 64;
 struct Growth {
     long descriptors = 0, threads = 0; // from the first measurement to the last
     long kibibytes = 0;                // that are never given back, but for the largest step: a buffer may double once
-    long perThousand = 0;              // KiB for each thousand situations, from the first quarter of them to the last
+    long perThousand = 0;              // KiB for each thousand situations, as long as it goes on
 
     void take(const Growth& other) {
         descriptors = std::max(descriptors, other.descriptors);
@@ -54,18 +54,21 @@ struct Growth {
     }
 
 private:
-    // Between the smallest sizes of two quarters, which are three quarters of the situations apart.
+    // A leak goes on: of the two halves the one with the lesser growth counts.
     static long slope(const std::vector<ProcessSize>& sizes) {
-        const auto quarter = static_cast<std::ptrdiff_t>(sizes.size() / 4);
+        const auto half = static_cast<std::ptrdiff_t>(sizes.size() / 2);
+        return std::min(slope(sizes.begin(), sizes.begin() + half), slope(sizes.end() - half, sizes.end()));
+    }
+    // Between the smallest sizes of two quarters, which are three quarters of the situations apart.
+    template <class Iterator> static long slope(Iterator begin, Iterator end) {
+        const auto quarter = (end - begin) / 4;
         if (quarter == 0) return 0;
-        const auto smallest = [](auto begin, auto end) {
+        const auto smallest = [](Iterator from, Iterator to) {
             return std::min_element(
-                       begin, end, [](const ProcessSize& a, const ProcessSize& b) { return a.kibibytes < b.kibibytes; })
+                       from, to, [](const ProcessSize& a, const ProcessSize& b) { return a.kibibytes < b.kibibytes; })
                 ->kibibytes;
         };
-        const long grown =
-            smallest(sizes.end() - quarter, sizes.end()) - smallest(sizes.begin(), sizes.begin() + quarter);
-        return grown * 1000 / (3 * quarter);
+        return (smallest(end - quarter, end) - smallest(begin, begin + quarter)) * 1000 / (3 * quarter);
     }
     // The last quarter only tells what is given back again.
     static long neverGivenBack(const std::vector<ProcessSize>& sizes) {
