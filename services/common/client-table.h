@@ -70,9 +70,8 @@ public:
         made.try_emplace(terminal, Held{std::move(entry), lastNumber_ + 1});
         Share& share = shares_[client];
         ++lastNumber_;
-        share.use.add(bytes);
+        addTo(share, bytes);
         all_.add(bytes);
-        if (share.gone) ++entriesOfGone_;
         if (own != entries_.end()) erase(own);
         entries_.insert(made.extract(made.begin()));
         return true;
@@ -86,7 +85,18 @@ public:
         return true;
     }
 
-    void swap(const Terminal& a, const Terminal& b) { swapKeys(entries_, a, b); }
+    // Swaps what two terminals have for a client that asks. An entry that moves to a terminal without one counts as
+    // that client's from then on: else it could fill the share of another one. False, with nothing changed, when there
+    // is nothing to swap or no room for that.
+    bool swap(const Terminal& a, const Terminal& b, std::uint64_t client) {
+        const auto atA = entries_.find(a), atB = entries_.find(b);
+        const auto held = atA == entries_.end() ? atB : atA;
+        if (held == entries_.end()) return false;
+        const bool movesAlone = atA == entries_.end() || atB == entries_.end();
+        if (movesAlone && held->second.entry.client != client && !give(held, client)) return false;
+        swapKeys(entries_, a, b);
+        return true;
+    }
 
     const std::map<Terminal, Held>& entries() const { return entries_; }
     TableCount count() const { return {name_, entries_.size(), bounds::terminals, refused_}; }
@@ -185,13 +195,34 @@ private:
         }
     }
 
-    void erase(Iterator held) {
+    bool give(Iterator held, std::uint64_t client) {
         const std::size_t bytes = held->second.entry.textBytes();
+        if (!shareHasRoom(client, bytes, entries_.end())) {
+            ++refused_;
+            return false;
+        }
+        addTo(shares_[client], bytes);
+        removeFromShare(held, bytes);
+        held->second.entry.client = client;
+        return true;
+    }
+
+    void addTo(Share& share, std::size_t bytes) {
+        share.use.add(bytes);
+        if (share.gone) ++entriesOfGone_;
+    }
+
+    void removeFromShare(Iterator held, std::size_t bytes) {
         const auto share = shares_.find(held->second.entry.client);
         share->second.use.remove(bytes);
-        all_.remove(bytes);
         if (share->second.gone) --entriesOfGone_;
         if (share->second.use.count == 0) shares_.erase(share);
+    }
+
+    void erase(Iterator held) {
+        const std::size_t bytes = held->second.entry.textBytes();
+        removeFromShare(held, bytes);
+        all_.remove(bytes);
         entries_.erase(held);
     }
 

@@ -21,10 +21,9 @@ void TerminalTable::stop(const Terminal& terminal) {
     shown_.erase(terminal);
 }
 
-bool TerminalTable::swap(const Terminal& a, const Terminal& b) {
+bool TerminalTable::swap(const Terminal& a, const Terminal& b, std::uint64_t client) {
     const std::lock_guard lock(mutex_);
-    shown_.swap(a, b);
-    return shown_.entries().contains(a) || shown_.entries().contains(b);
+    return shown_.swap(a, b, client);
 }
 
 std::vector<TerminalTable::Entry> TerminalTable::entries() const {

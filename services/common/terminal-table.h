@@ -33,8 +33,9 @@ public:
     // evictions a full table makes no room.
     bool show(const Terminal& terminal, Shown shown, Evictions* evictions = nullptr);
     void stop(const Terminal& terminal); // harmless when the terminal shows nothing
-    // Returns whether there was anything to swap.
-    bool swap(const Terminal& a, const Terminal& b);
+    // Returns whether it swapped: there has to be something, and room for a terminal more of the client that asks when
+    // only one of them shows something of another one's.
+    bool swap(const Terminal& a, const Terminal& b, std::uint64_t client);
     std::vector<Entry> entries() const; // ordered by terminal
     TableCount count() const;
 

@@ -90,16 +90,16 @@ void TvService::tell(const std::vector<Tuned>& all) const {
 
 // ---- terminals ----
 
-bool TvService::swapWithMain(const Terminal& terminal) {
+bool TvService::swapWithMain(const Terminal& terminal, std::uint64_t client) {
     const Terminal main{};
     if (terminal == main || locks_.contains(main) || locks_.contains(terminal)) return false;
-    if (!table_.swap(main, terminal)) return false;
+    if (!table_.swap(main, terminal, client)) return false;
     tracks_.swap(main, terminal);
     return true;
 }
 
 void TvService::tvServiceSwapWinReq(std::uint64_t client, const tvservice::TvServiceSwapWinReq_t& request) {
-    if (swapWithMain({request.intParam1, 0}))
+    if (swapWithMain({request.intParam1, 0}, client))
         sender_.toAll<messages::TvServiceSwapWinInfo>(tvservice::TvServiceSwapWinInfo_t{request.intParam1});
     else
         sender_.to<messages::TvServiceSwapWinInfo>(client, tvservice::TvServiceSwapWinInfo_t{-1});

@@ -10,7 +10,8 @@
 //                    TvServiceTunerResult and the four track infos after it; of a list with more than 64 channels for
 //                    the first 64. A play for which there is no room is answered with result::nothingShown
 //   swap window      intParam1 is a type: the terminals type:0 and 0:0 swap what they show; TvServiceSwapWinInfo with
-//                    that type to all, or with -1 to the asker when one is locked or there is nothing to swap
+//                    that type to all, or with -1 to the asker when one is locked, there is nothing to swap, or
+//                    what moves is another one's and the asker has no room for a terminal more
 //   stream info      intParam1 is a channel's number; TvServiceStreamInfo with the same number and the channel's URI,
 //                    name and numbers of streams, no text for an unknown channel
 //   audio, subtitle, video, teletext
@@ -94,7 +95,7 @@ private:
     std::vector<Tuned> tune(const std::vector<tvservice::TvServiceInfo_t>& infos);
     void tell(const std::vector<Tuned>& all) const;
     template <class Message, class Request> void chooseTrack(std::uint64_t client, const Request& request);
-    bool swapWithMain(const Terminal& terminal);
+    bool swapWithMain(const Terminal& terminal, std::uint64_t client);
     tvservice::TvServiceStatusInfo_t status() const;
 
     const ChannelList& channels_;

@@ -112,16 +112,16 @@ TEST(TerminalTable, StoppingEmptiesTheTerminalAndIsHarmlessAgain) {
 TEST(TerminalTable, SwapsWhatTwoTerminalsShowEvenWhenOneShowsNothing) {
     TerminalTable table;
     table.show({0, 0}, {"dvb://1", "", 1, {}});
-    EXPECT_TRUE(table.swap({0, 0}, {1, 0}));
+    EXPECT_TRUE(table.swap({0, 0}, {1, 0}, 1));
     ASSERT_EQ(table.entries().size(), 1U);
     EXPECT_EQ(table.entries()[0].terminal, (Terminal{1, 0}));
     table.show({0, 0}, {"dvb://2", "", 1, {}});
-    EXPECT_TRUE(table.swap({0, 0}, {1, 0}));
+    EXPECT_TRUE(table.swap({0, 0}, {1, 0}, 1));
     EXPECT_EQ(table.entries()[0].shown.uri, "dvb://1");
     EXPECT_EQ(table.entries()[1].shown.uri, "dvb://2");
-    EXPECT_TRUE(table.swap({1, 0}, {1, 0}));
+    EXPECT_TRUE(table.swap({1, 0}, {1, 0}, 1));
     EXPECT_EQ(table.entries().size(), 2U);
-    EXPECT_FALSE(table.swap({5, 0}, {6, 0}));
+    EXPECT_FALSE(table.swap({5, 0}, {6, 0}, 1));
 }
 
 TEST(TerminalTable, RefusesTheTerminalsOfAClientBeyondItsShareAndTakesThoseOfOthers) {
@@ -147,6 +147,25 @@ TEST(TerminalTable, HoldsNoMoreThanItsBoundsWhateverTheClients) {
     EXPECT_EQ(table.count().held, bounds::terminals);
     EXPECT_EQ(table.count().refused, 2000 - bounds::terminals);
     EXPECT_TRUE(log.waitFor("terminal 0:1999 shows nothing new: no room", 0ms));
+}
+
+// Else one that swaps what another one plays to ever new terminals would fill that one's share.
+TEST(TerminalTable, CountsWhatASwapMovesAsTheAskersAsFarAsThatHasRoom) {
+    const host::LogCapture log({logModule});
+    TerminalTable table;
+    const int share = static_cast<int>(bounds::terminalsOfAClient);
+    for (int type = 1; type <= share; ++type) {
+        ASSERT_TRUE(table.show({0, 0}, {"dvb://1", "", 1, {}}));
+        ASSERT_TRUE(table.swap({0, 0}, {type, 0}, 2)) << type;
+    }
+    ASSERT_TRUE(table.show({0, 0}, {"dvb://1", "", 1, {}}));
+    EXPECT_FALSE(table.swap({0, 0}, {share + 1, 0}, 2)) << "beyond the asker's share";
+    EXPECT_EQ(table.count().refused, 1U);
+    EXPECT_TRUE(table.swap({0, 0}, {1, 0}, 2)) << "what both show";
+    EXPECT_TRUE(table.swap({0, 0}, {share + 1, 0}, 2)) << "its own";
+    EXPECT_TRUE(table.swap({1, 0}, {share + 2, 0}, 1)) << "by the client whose it is";
+    for (int id = 0; id < share - 1; ++id) EXPECT_TRUE(table.show({1000, id}, {"dvb://1", "", 1, {}})) << id;
+    EXPECT_FALSE(table.show({1001, 0}, {"dvb://1", "", 1, {}}));
 }
 
 TEST(TerminalTable, RefusesMoreTextThanFits) {
@@ -256,7 +275,7 @@ TEST(TerminalTable, KeepsCountOfSharesThroughStopsSwapsAndReplacements) {
         fill(table, {1, 2, 3, 4});
         fill(table, {4, 3, 2, 1});
         for (int type = 1; type <= 4; ++type) {
-            table.swap({type, 1}, {5 - type, 2});
+            table.swap({type, 1}, {5 - type, 2}, 1);
             table.show({type, 3}, {"dvb://longer", "uuid", 5U - static_cast<unsigned>(type), {}});
         }
         for (const auto& [terminal, shown] : table.entries()) table.stop(terminal);
