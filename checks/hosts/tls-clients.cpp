@@ -110,7 +110,8 @@ public:
         return done(SSL_write(ssl_.get(), bytes.data(), static_cast<int>(bytes.size())));
     }
 
-    // The handshake up to its certificate, which is in the first encrypted record that it says.
+    // The handshake up to its certificate, which is in the first encrypted record that it says. Nothing when the
+    // service has ended it before, as it may when there are many at once.
     void showCertificate() {
         gather();
         SSL_connect(ssl_.get());
@@ -119,11 +120,13 @@ public:
         const auto size = static_cast<std::size_t>(BIO_get_mem_data(SSL_get_wbio(ssl_.get()), &data));
         constexpr char encrypted = 23;
         std::size_t end = 0;
-        for (bool last = false; !last && end + 5 < size;) {
-            last = data[end] == encrypted;
+        bool found = false;
+        while (!found && end + 5 < size) {
+            found = data[end] == encrypted;
             end += 5 + (static_cast<std::size_t>(static_cast<unsigned char>(data[end + 3])) << 8 |
                         static_cast<unsigned char>(data[end + 4]));
         }
+        if (!found) return;
         if (end >= size) throw std::runtime_error("the proof comes with the certificate");
         sayRaw({data, end});
     }
