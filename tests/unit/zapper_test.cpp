@@ -140,6 +140,9 @@ protected:
         service.takeSent();
     }
     ~ZapperTest() override {
+        // What the manager still has would be sent, and answered, while the process ends.
+        const auto end = std::chrono::steady_clock::now() + patience;
+        while (!startedAdapter().bundles().empty() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
         service.settle();
         vdlDebugSetLevels("warning");
     }
