@@ -88,9 +88,8 @@ int runAll(Size size) {
          }},
         {"unfinished messages, idle shells, a flood of messages",
          [&] { starveOthers(size == Size::ordinary ? 0 : 30, figures); }},
+        {"requests that all are told of", [&] { floodWithBroadcasts(size == Size::ordinary ? 5 : 100, figures); }},
     };
-    scenarios.emplace_back("requests that all are told of",
-                           [&] { floodWithBroadcasts(size == Size::ordinary ? 5 : 100, figures); });
 #ifndef __SANITIZE_ADDRESS__ // beside which undefined behaviour is looked for, with descriptors of its own
     scenarios.emplace_back("no descriptors", [] { takeAllDescriptors(); });
 #endif

@@ -158,8 +158,8 @@ private:
     bool evictOfLargest(std::uint64_t client, std::size_t bytes, Iterator own, Evictions& evictions) {
         const bool lacksEntries = own == entries_.end() && all_.count >= bounds::terminals;
         const auto partOf = [&](const Use& use) { return lacksEntries ? use.count : use.bytes; };
-        const auto larger = [&](const auto& a, const auto& b) { return partOf(a.second.use) < partOf(b.second.use); };
-        const auto largest = std::max_element(shares_.begin(), shares_.end(), larger);
+        const auto hasLess = [&](const auto& a, const auto& b) { return partOf(a.second.use) < partOf(b.second.use); };
+        const auto largest = std::max_element(shares_.begin(), shares_.end(), hasLess);
         const auto asker = shares_.find(client);
         Use wanted = asker == shares_.end() ? Use{} : asker->second.use;
         wanted.add(bytes);
