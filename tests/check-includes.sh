@@ -42,15 +42,51 @@ check_product() { # FILE PLACE QUOTE NAME
     violation "$2" "the product may not include $4"
 }
 
+# What each library of the platform uses, from its CMakeLists.txt.
+declare -A uses
+for list in platform/src/*/CMakeLists.txt; do
+    library=${list#platform/src/} library=${library%%/*}
+    text=$(tr '\n' ' ' <"$list")
+    uses[$library]=" $library "
+    while [[ $text =~ USES([a-z[:space:]-]*) ]]; do
+        uses[$library]+="${BASH_REMATCH[1]} "
+        text=${text#*"${BASH_REMATCH[0]}"}
+    done
+done
+
+# The library of the platform whose header a name is, or nothing.
+library_of() { # NAME
+    local found
+    for found in platform/host/*/"$1" platform/src/*/include/"$1"; do
+        [[ -f $found ]] || continue
+        found=${found#platform/*/}
+        echo "${found%%/*}"
+        return
+    done
+}
+
 check_platform() { # FILE PLACE QUOTE NAME
+    local library=${1#platform/*/} other
+    library=${library%%/*}
     if [[ $4 =~ $product_own || $4 == *tvservice-adapter/* || $4 == *frame-genrpc/* ]]; then
         violation "$2" "the platform may not include the product's $4"
+        return
+    fi
+    [[ $3 == '"' && -f ${1%/*}/$4 ]] && return
+    other=$(library_of "$4")
+    if [[ $1 == platform/contract/* ]]; then
+        [[ -z $other ]] || violation "$2" "the contract may not include $4 of the library $other"
+    elif [[ -n $other ]]; then
+        [[ ${uses[$library]} == *" $other "* ]] ||
+            violation "$2" "the library $library may not include $4: it does not use $other"
+    elif [[ $3 == '"' ]]; then
+        violation "$2" "$4 is no header that the library $library can see"
     fi
 }
 
 check_user() { # FILE PLACE QUOTE NAME
     [[ $3 == '"' ]] && is_local "$1" "$4" && return
-    if [[ $4 == *platform/src/* || -f platform/src/$4 ]]; then
+    if [[ $4 == *platform/src/* || -f platform/src/$4 || $4 != host/* && -n $(library_of "$4") ]]; then
         violation "$2" "only the platform and the tests may include the platform's own $4"
     fi
 }
@@ -74,7 +110,7 @@ scan() { # CHECK FOLDER...
 
 scan check_product tvservice-adapter frame-genrpc
 scan check_platform platform
-scan check_user services applications tools
+scan check_user receiver tools
 
 if ((checked == 0)); then
     echo "check-includes: found nothing to check" >&2

@@ -9,9 +9,9 @@
 #include <exception>
 #include <fcntl.h>
 #include <filesystem>
+#include <kit/receiver-kit.h>
 #include <memory>
 #include <poll.h>
-#include <receiver-kit/receiver-kit.h>
 #include <stdexcept>
 #include <string>
 #include <system_error>

@@ -3,7 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
-#include <receiver-kit/receiver-kit.h>
+#include <kit/receiver-kit.h>
 #include <string>
 #include <vector>
 

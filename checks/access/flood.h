@@ -2,8 +2,8 @@
 #pragma once
 
 #include <filesystem>
+#include <kit/child-process.h>
 #include <memory>
-#include <receiver-kit/child-process.h>
 #include <string>
 #include <vector>
 

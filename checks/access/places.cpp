@@ -8,7 +8,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <receiver-kit/child-process.h>
+#include <kit/child-process.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>

@@ -10,8 +10,8 @@
 #include <chrono>
 #include <filesystem>
 #include <iostream>
+#include <kit/child-process.h>
 #include <memory>
-#include <receiver-kit/child-process.h>
 #include <sys/socket.h>
 #include <thread>
 

@@ -1,7 +1,7 @@
 // A connection's bytes: the first exchange, and the frames after it.
 #include "budget.h"
-#include "io/connection.h"
-#include "io/door.h"
+#include "queue/connection.h"
+#include "queue/door.h"
 #include "message-kinds.h"
 #include "target.h"
 

@@ -1,8 +1,7 @@
 // Every line of the log is wanted and made, as a fault while a bad message is reported is as bad as one while it is
 // read, and then goes nowhere. Takes the place of the platform's output.
+#include "base/escape.h"
 #include "budget.h"
-#include "debug/debug-internal.h"
-#include "debug/line-limit.h"
 
 #include <vdl/debug.h>
 
@@ -18,14 +17,5 @@ __attribute__((visibility("default"))) void vdlDebugOutput0(const vdlDebugChunk&
     const int length = std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     std::string line;
-    if (length > 0) host::debug::appendEscaped(line, text, "\n    | ");
+    if (length > 0) host::appendEscaped(line, text, "\n    | ");
 }
-
-namespace host::debug {
-
-__attribute__((visibility("default"))) bool LineLimit::admits(const vdlDebugChunk&, Clock::time_point) noexcept {
-    return true;
-}
-__attribute__((visibility("default"))) bool LineLimit::tellHeldBack(Clock::time_point) noexcept { return false; }
-
-} // namespace host::debug

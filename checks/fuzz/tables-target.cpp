@@ -2,7 +2,7 @@
 #include "budget.h"
 #include "support/wire.h"
 #include "target.h"
-#include "vdl/plan.h"
+#include "codec/plan.h"
 #include "wire-model.h"
 
 #include <algorithm>
@@ -20,7 +20,7 @@ namespace generated {
 using namespace host;
 }
 #define host generated
-#include "vdl/plan.cpp" // NOLINT(bugprone-suspicious-include): the same code is wanted again
+#include "codec/plan.cpp" // NOLINT(bugprone-suspicious-include): the same code is wanted again
 #undef host
 
 namespace fuzz {

@@ -1,5 +1,5 @@
 // Texts that people and files give: command lines, URIs, channel lists, JSON for arguments.
-#include "appovshell/command-line.h"
+#include "shell/command-line.h"
 #include "budget.h"
 #include "message-kinds.h"
 #include "target.h"

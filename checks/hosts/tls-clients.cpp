@@ -17,8 +17,8 @@
 //
 // junk and garbage print how many connections they have made, without that which breaks; hold prints how many the
 // service has accepted. Ends with 0 when the service did what it has to do with such clients.
-#include "config/endpoint.h"
-#include "io/file-descriptor.h"
+#include "base/endpoint.h"
+#include "base/file-descriptor.h"
 #include "remote/tls.h"
 
 #include <host/endpoint.h>
@@ -52,7 +52,7 @@
 
 namespace {
 
-using host::config::Address;
+using host::net::Address;
 using host::remote::KeyCheck;
 using Arguments = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
@@ -359,7 +359,7 @@ int run(int count, char** words) {
     const auto kind = kinds.find(arguments.at(0));
     if (kind == kinds.end()) throw std::runtime_error("no such kind of clients: " + arguments.at(0));
     const std::string& address = arguments.at(1);
-    const auto addresses = host::config::addressesOf("service", address, host::placeOf("service", address));
+    const auto addresses = host::net::addressesOf("service", address, host::placeOf("service", address));
     const Order order{addresses.at(0), std::stoul(arguments.at(2)), {arguments.begin() + 3, arguments.end()}};
     kind->second(order);
     return 0;

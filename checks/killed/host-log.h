@@ -3,8 +3,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <kit/log-file.h>
 #include <optional>
-#include <receiver-kit/log-file.h>
 #include <string>
 #include <vector>
 

@@ -6,8 +6,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <kit/receiver-kit.h>
 #include <optional>
-#include <receiver-kit/receiver-kit.h>
 #include <string>
 #include <vector>
 

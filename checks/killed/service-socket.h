@@ -1,7 +1,7 @@
 // A service's side of its connection to the framework process, in other hands.
 #pragma once
 
-#include <receiver-kit/receiver-kit.h>
+#include <kit/receiver-kit.h>
 #include <string>
 #include <sys/types.h>
 

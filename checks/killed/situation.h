@@ -1,7 +1,7 @@
 // What can happen to a process of a receiver, and when.
 #pragma once
 
-#include <receiver-kit/receiver-kit.h>
+#include <kit/receiver-kit.h>
 #include <string>
 #include <vector>
 

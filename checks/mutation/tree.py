@@ -23,7 +23,7 @@ UNITS = {
 }
 INCLUDES = ["tvservice-adapter/include", "tvservice-adapter/src", "frame-genrpc/genrpc/include",
             "frame-genrpc/app-tvservice-proxy/include", "frame-genrpc/app-mmservice-proxy/include",
-            "frame-genrpc/app-tvservice-proxy/src", "frame-genrpc/app-mmservice-proxy/src", "platform/include"]
+            "frame-genrpc/app-tvservice-proxy/src", "frame-genrpc/app-mmservice-proxy/src", "platform/contract"]
 # The compiler's own headers for the syntax tree, which its library does not bring along.
 BUILTIN = "/usr/lib/llvm-14/lib/clang/14.0.6/include"
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <receiver-kit/receiver-kit.h>
+#include <kit/receiver-kit.h>
 #include <stdexcept>
 #include <string>
 #include <sys/socket.h>

@@ -1,14 +1,14 @@
-#include "lrt/run-log-store.h"
+#include "runlog/run-log-store.h"
 #include "scenarios.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <chrono>
 #include <csignal>
 #include <fstream>
+#include <kit/child-process.h>
+#include <kit/log-file.h>
+#include <kit/wait.h>
 #include <random>
-#include <receiver-kit/child-process.h>
-#include <receiver-kit/log-file.h>
-#include <receiver-kit/wait.h>
 #include <stdexcept>
 #include <string>
 #include <thread>

@@ -1,5 +1,5 @@
 // Writes records to a run log for ever, and says which ones are stored.
-#include "lrt/run-log-store.h"
+#include "runlog/run-log-store.h"
 
 #include <cstdint>
 #include <iostream>

@@ -10,7 +10,7 @@ mkdir "$folder/platform"
 cat >"$folder/platform/CMakeLists.txt" <<TEXT
 add_library(makers-platform INTERFACE)
 add_library(platform::platform ALIAS makers-platform)
-target_include_directories(makers-platform INTERFACE "$source/platform/include")
+target_include_directories(makers-platform INTERFACE "$source/platform/contract")
 target_link_libraries(makers-platform INTERFACE "$build/lib/libframe-platform.so")
 TEXT
 

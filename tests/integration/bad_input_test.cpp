@@ -9,7 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iostream>
-#include <receiver-kit/receiver-kit.h>
+#include <kit/receiver-kit.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/un.h>

@@ -9,9 +9,9 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iostream>
+#include <kit/receiver-kit.h>
 #include <map>
 #include <memory>
-#include <receiver-kit/receiver-kit.h>
 #include <string>
 #include <vector>
 

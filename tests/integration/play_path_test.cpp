@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iostream>
+#include <kit/receiver-kit.h>
 #include <ostream>
-#include <receiver-kit/receiver-kit.h>
 
 namespace receiver {
 

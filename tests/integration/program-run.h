@@ -9,11 +9,11 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <kit/child-process.h>
+#include <kit/receiver-kit.h>
+#include <kit/wait.h>
 #include <map>
 #include <optional>
-#include <receiver-kit/child-process.h>
-#include <receiver-kit/receiver-kit.h>
-#include <receiver-kit/wait.h>
 #include <sstream>
 #include <string>
 #include <vector>

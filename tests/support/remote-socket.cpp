@@ -1,9 +1,9 @@
 #include "support/remote-socket.h"
 
 #ifdef TVSA_REMOTE
-#include "config/endpoint.h"
-#include "config/keys.h"
-#include "io/file-descriptor.h"
+#include "base/endpoint.h"
+#include "base/file-descriptor.h"
+#include "remote/keys.h"
 #include "remote/tls.h"
 
 #include <host/configuration.h>
@@ -32,7 +32,7 @@ using Key = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
 Key stolenKey(const host::KeyPair& keys) {
     std::array<unsigned char, 32> shown{}, owned{};
     std::size_t size = shown.size();
-    EVP_PKEY_get_raw_public_key(host::config::secretKeyOf(keys.secretKey).get(), shown.data(), &size);
+    EVP_PKEY_get_raw_public_key(host::remote::secretKeyOf(keys.secretKey).get(), shown.data(), &size);
     owned.fill(7);
     OSSL_PARAM parts[] = {
         OSSL_PARAM_construct_octet_string(OSSL_PKEY_PARAM_PUB_KEY, shown.data(), shown.size()),
@@ -74,7 +74,7 @@ struct AnyKey : host::remote::KeyCheck {
 };
 
 host::io::FileDescriptor connectedTo(const std::string& address) {
-    const auto places = host::config::addressesOf("tuner", address, host::placeOf("tuner", address));
+    const auto places = host::net::addressesOf("tuner", address, host::placeOf("tuner", address));
     host::io::FileDescriptor socket(::socket(places[0].data()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
     EXPECT_EQ(0, ::connect(socket.get(), places[0].data(), static_cast<socklen_t>(places[0].size())));
     return socket;

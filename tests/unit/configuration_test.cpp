@@ -1,7 +1,7 @@
 // Where a setting's value comes from, and what it can be.
-#include "config/file.h"
-#include "config/known-settings.h"
-#include "config/number.h"
+#include "settings/file.h"
+#include "settings/known-settings.h"
+#include "settings/number.h"
 #include "support/configuration-folder.h"
 
 #include <host/configuration.h>

@@ -1,5 +1,5 @@
 // The control application's shell commands: what they send, what they refuse, and what they show.
-#include "appovshell/command-table.h"
+#include "shell/command-table.h"
 #include "control/src/commands.h"
 #include "support/fake-shell.h"
 #include "support/tv-doubles.h"

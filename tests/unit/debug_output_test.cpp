@@ -1,4 +1,4 @@
-#include "debug/line-limit.h"
+#include "log/line-limit.h"
 
 #include <host/environment.h>
 #include <host/log-capture.h>

@@ -1,5 +1,5 @@
 // Lines that peers can cause as often as they like.
-#include "debug/line-limit.h"
+#include "log/line-limit.h"
 
 #include <host/log-capture.h>
 

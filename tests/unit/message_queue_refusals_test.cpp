@@ -1,6 +1,6 @@
 // A service's door while more clients come than it lets in.
-#include "io/local-transport.h"
-#include "io/server-door.h"
+#include "transport/local-transport.h"
+#include "queue/server-door.h"
 #include "support/queue-fixture.h"
 
 #include <host/log-capture.h>

@@ -1,5 +1,5 @@
-#include "lrt/run-log-queue.h"
-#include "lrt/run-log-store.h"
+#include "runlog/run-log-queue.h"
+#include "runlog/run-log-store.h"
 
 #include <host/log-capture.h>
 #include <lrt/run-log-agent.h>

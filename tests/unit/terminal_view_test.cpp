@@ -1,5 +1,5 @@
 // What the control application says that each terminal shows.
-#include "appovshell/command-table.h"
+#include "shell/command-table.h"
 #include "control/src/log.h"
 #include "control/src/looking-commands.h"
 

@@ -5,7 +5,7 @@
 #include <host/log-capture.h>
 
 #include <gmock/gmock.h>
-#include <receiver-kit/wait.h>
+#include <kit/wait.h>
 
 using namespace tvservicetest;
 using namespace std::chrono_literals;

@@ -1,5 +1,5 @@
 // tvctl watch: following the notifications that a receiver's shell lists.
-#include "appovshell/shell-server.h"
+#include "shell/shell-server.h"
 #include "message-names.h"
 #include "watch.h"
 

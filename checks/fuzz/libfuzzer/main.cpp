@@ -1,5 +1,5 @@
 // The targets as a fuzzer drives them; the environment variable FUZZ_TARGET names the one.
-#include "debug/debug-internal.h"
+#include "codec/flat-heap-size.h"
 #include "target.h"
 
 #include <vdl/debug.h>
@@ -12,9 +12,6 @@ const fuzz::Target* chosen = nullptr;
 
 } // namespace
 
-// Comes with the platform's output, which is not here.
-void host::debug::reportLevelComplaints(const std::string&) {}
-
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     const char* name = std::getenv("FUZZ_TARGET");
     for (const auto& target : fuzz::targets())
@@ -25,6 +22,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
         std::fprintf(stderr, "\n");
         std::exit(2);
     }
+    host::flatHeapMegabytes = [](std::string&) -> std::size_t { return 256; };
     vdlDebugSetLevels("trace");
     return 0;
 }

@@ -10,8 +10,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <kit/wait.h>
 #include <mutex>
-#include <receiver-kit/wait.h>
 #include <stdexcept>
 #include <utility>
 

@@ -3,7 +3,7 @@
 #include <genrpc/json.h>
 
 #include <chrono>
-#include <receiver-kit/wait.h>
+#include <kit/wait.h>
 #include <stdexcept>
 
 namespace exchange {

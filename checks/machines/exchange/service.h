@@ -4,8 +4,8 @@
 #include <host/shell-client.h>
 
 #include <filesystem>
+#include <kit/child-process.h>
 #include <memory>
-#include <receiver-kit/child-process.h>
 #include <string>
 #include <vector>
 

@@ -1,4 +1,4 @@
-#include "frame/log.h"
+#include "log/log.h"
 
 #include <frame/abstract-marshalling-impl.h>
 
@@ -30,8 +30,8 @@ int AbstractMarshallingImpl::asyncSend(OmqIOModule* module, const MsgIds& ids, c
                                        const TransportInfo* transport, const vdl::EndianTable& table,
                                        const void* payload, const boost::function<void()>& completed) {
     if (module) return module->asyncSend(ids, meta, transport, table, payload, completed);
-    FRAME_LOG(vdlDebugFailure, "message %u.%u.%u to service \"%s\" not sent: there is no IO module\n", meta.instance,
-              meta.interfaceCode, meta.messageId, serviceName_.c_str());
+    HOST_LOG(frame, vdlDebugFailure, "message %u.%u.%u to service \"%s\" not sent: there is no IO module\n",
+             meta.instance, meta.interfaceCode, meta.messageId, serviceName_.c_str());
     if (completed) completed();
     return -ENOTCONN;
 }

@@ -1,5 +1,5 @@
-#include "frame/log.h"
 #include "frame/process-state.h"
+#include "log/log.h"
 
 #include <frame/abstract-marshalling-impl.h>
 #include <frame/abstract-process-member.h>
@@ -135,16 +135,16 @@ void AbstractProcessMember::runEvents() {
         try {
             event();
         } catch (const std::exception& error) {
-            FRAME_LOG(vdlDebugFailure, "an event threw: %s\n", error.what());
+            HOST_LOG(frame, vdlDebugFailure, "an event threw: %s\n", error.what());
         } catch (...) {
-            FRAME_LOG(vdlDebugFailure, "an event threw an unknown exception\n");
+            HOST_LOG(frame, vdlDebugFailure, "an event threw an unknown exception\n");
         }
     }
 }
 
 int AbstractProcessMember::registerObject(void* object, std::type_index type, const std::string& key) {
     if (process_) return process_->state().registerObject(this, object, type, key);
-    FRAME_LOG(vdlDebugFailure, "interface \"%s\": its member is not attached to the process\n", key.c_str());
+    HOST_LOG(frame, vdlDebugFailure, "interface \"%s\": its member is not attached to the process\n", key.c_str());
     return -EINVAL;
 }
 

@@ -1,6 +1,6 @@
 // The members of the process and their way up and down.
-#include "frame/log.h"
 #include "frame/process-state.h"
+#include "log/log.h"
 
 #include <frame/abstract-marshalling-impl.h>
 
@@ -22,12 +22,12 @@ template <class Operation> int runStep(const std::string& who, const char* step,
     try {
         const int result = operation();
         if (result >= 0) return 0;
-        FRAME_LOG(vdlDebugFailure, "%s: %s returned %d\n", who.c_str(), step, result);
+        HOST_LOG(frame, vdlDebugFailure, "%s: %s returned %d\n", who.c_str(), step, result);
         return result;
     } catch (const std::exception& error) {
-        FRAME_LOG(vdlDebugFailure, "%s: %s threw: %s\n", who.c_str(), step, error.what());
+        HOST_LOG(frame, vdlDebugFailure, "%s: %s threw: %s\n", who.c_str(), step, error.what());
     } catch (...) {
-        FRAME_LOG(vdlDebugFailure, "%s: %s threw an unknown exception\n", who.c_str(), step);
+        HOST_LOG(frame, vdlDebugFailure, "%s: %s threw an unknown exception\n", who.c_str(), step);
     }
     return -EIO;
 }
@@ -74,7 +74,7 @@ struct Process::State::BringUp {
 
     int connect(AbstractMarshallingImpl& member) {
         if (member.getServiceName().empty()) {
-            FRAME_LOG(vdlDebugFailure, "%s has not set the name of its service\n", typeName(member).c_str());
+            HOST_LOG(frame, vdlDebugFailure, "%s has not set the name of its service\n", typeName(member).c_str());
             return -EINVAL;
         }
         OmqIOModule& door = state.messageQueue().connectTo(member.getServiceName(), member.getMessageSet(),
@@ -145,7 +145,7 @@ void Process::State::stopMembers() {
     }
 }
 
-Process::State::State(Process& process) : process_(process) { vdlDebugNameModule(logModule, "frame"); }
+Process::State::State(Process& process) : process_(process) { host::nameModule(host::Module::frame, "frame"); }
 
 Process::State::~State() {
     end();

@@ -1,4 +1,4 @@
-#include "frame/log.h"
+#include "log/log.h"
 
 #include <frame/omq-io-module.h>
 
@@ -8,7 +8,7 @@ int frameOmqIOServiceRegisterMessageHandlerFunction(frame::OmqIOModule* module, 
                                                     frame::MessageHandler handler, void* context,
                                                     const vdl::EndianTable& table) {
     if (module) return module->registerMessageHandler(meta, handler, context, table);
-    FRAME_LOG(vdlDebugFailure, "handler of message %u.%u.%u not registered: there is no IO module\n", meta.instance,
-              meta.interfaceCode, meta.messageId);
+    HOST_LOG(frame, vdlDebugFailure, "handler of message %u.%u.%u not registered: there is no IO module\n",
+             meta.instance, meta.interfaceCode, meta.messageId);
     return -ENOTCONN;
 }

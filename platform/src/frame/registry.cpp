@@ -1,5 +1,5 @@
-#include "frame/log.h"
 #include "frame/process-state.h"
+#include "log/log.h"
 
 #include <boost/make_shared.hpp>
 #include <cerrno>
@@ -9,12 +9,12 @@ namespace frame {
 int Process::State::registerObject(AbstractProcessMember* owner, void* object, std::type_index type,
                                    const std::string& key) {
     if (!object) {
-        FRAME_LOG(vdlDebugFailure, "interface \"%s\": the object to register is null\n", key.c_str());
+        HOST_LOG(frame, vdlDebugFailure, "interface \"%s\": the object to register is null\n", key.c_str());
         return -EINVAL;
     }
     std::lock_guard lock(registryMutex_);
     if (registry_.try_emplace(key, Registration{object, type, owner}).second) return 0;
-    FRAME_LOG(vdlDebugFailure, "interface \"%s\" is registered already\n", key.c_str());
+    HOST_LOG(frame, vdlDebugFailure, "interface \"%s\" is registered already\n", key.c_str());
     return -EEXIST;
 }
 

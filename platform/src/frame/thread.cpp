@@ -1,7 +1,7 @@
 // The framework's thread: work posted to it, and its beginning and end.
-#include "frame/log.h"
 #include "frame/process-state.h"
-#include "lrt/run-log-waits.h"
+#include "log/log.h"
+#include "runlog/run-log-waits.h"
 
 #include <cerrno>
 #include <exception>
@@ -57,9 +57,9 @@ void Process::State::serve() {
         try {
             work();
         } catch (const std::exception& error) {
-            FRAME_LOG(vdlDebugFailure, "work on the framework's thread threw: %s\n", error.what());
+            HOST_LOG(frame, vdlDebugFailure, "work on the framework's thread threw: %s\n", error.what());
         } catch (...) {
-            FRAME_LOG(vdlDebugFailure, "work on the framework's thread threw an unknown exception\n");
+            HOST_LOG(frame, vdlDebugFailure, "work on the framework's thread threw an unknown exception\n");
         }
         work = nullptr; // what it holds may end up here again
         lock.lock();

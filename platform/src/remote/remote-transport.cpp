@@ -1,11 +1,10 @@
 #include "remote/remote-transport.h"
 
-#include "config/endpoint.h"
-#include "config/keys.h"
-#include "config/number.h"
-#include "io/acceptor.h"
-#include "io/log.h"
-#include "remote/tls-stream.h"
+#include "base/endpoint.h"
+#include "base/error-text.h"
+#include "log/log.h"
+#include "tls-stream.h"
+#include "transport/acceptor.h"
 
 #include <host/endpoint.h>
 
@@ -41,7 +40,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using boost::asio::ip::tcp;
-using config::Address;
+using net::Address;
 using Clock = std::chrono::steady_clock;
 using Error = boost::system::error_code;
 
@@ -79,7 +78,7 @@ public:
         try {
             beginConnecting(addresses);
         } catch (const std::exception& error) {
-            fail(io::textOf(error));
+            fail(textOf(error));
         }
     }
 
@@ -103,7 +102,7 @@ private:
                     if (self->answer_)
                         error ? self->onFault("nobody answers there: " + error.message()) : self->prove();
                 } catch (const std::exception& shortage) {
-                    self->fail(io::textOf(shortage));
+                    self->fail(host::textOf(shortage));
                 }
             });
     }
@@ -153,9 +152,9 @@ public:
           place_(placeOf(service, endpoint, 1)),
           line_(std::make_shared<Line>(io)) {
         try {
-            fixed_ = config::addressesOf(service_, endpoint_, place_, AI_NUMERICHOST);
+            fixed_ = net::addressesOf(service_, endpoint_, place_, AI_NUMERICHOST);
         } catch (const std::runtime_error&) {
-            (void)config::addressesOf(service_, endpoint_, place_); // a name, which somebody has to know
+            (void)net::addressesOf(service_, endpoint_, place_); // a name, which somebody has to know
         }
     }
     ~RemoteConnector() override { line_->cut(); }
@@ -169,7 +168,7 @@ public:
             opening->failAfter(attemptLimit, "no answer within 5 s");
             fixed_.empty() ? findAddresses(opening) : opening->connectTo(fixed_);
         } catch (const std::exception& error) { // no memory, or no thread
-            opening->fail(io::textOf(error));
+            opening->fail(textOf(error));
         }
     }
 
@@ -202,7 +201,7 @@ private:
         std::vector<Address> addresses;
         std::string reason;
         try {
-            addresses = config::addressesOf(service, endpoint, place);
+            addresses = net::addressesOf(service, endpoint, place);
             std::rotate(addresses.begin(), addresses.begin() + static_cast<std::ptrdiff_t>(first % addresses.size()),
                         addresses.end());
         } catch (const std::runtime_error& error) {
@@ -262,8 +261,8 @@ private:
         acceptor.bind(address);
         acceptor.listen();
         acceptor.native_non_blocking(true);
-        IO_LOG(vdlDebugProgress, "service %s: offered at %s to %zu known keys\n", service_.c_str(),
-               config::textOf(acceptor.local_endpoint()).c_str(), keys_->size());
+        HOST_LOG(io, vdlDebugProgress, "service %s: offered at %s to %zu known keys\n", service_.c_str(),
+                 net::textOf(acceptor.local_endpoint()).c_str(), keys_->size());
         return io::FileDescriptor(acceptor.release());
     }
 
@@ -285,7 +284,7 @@ private:
             opening->failAfter(handshakeLimit, "did not prove a key within 3 s");
             opening->prove();
         } catch (const std::exception& error) {
-            opening ? opening->fail(io::textOf(error)) : user_->onRejected(io::textOf(error));
+            opening ? opening->fail(textOf(error)) : user_->onRejected(textOf(error));
         }
         if (openings_.size() > most_) evictOne();
     }
@@ -337,24 +336,21 @@ bool hasEnded(const io::FileDescriptor& socket) {
 
 } // namespace
 
-Transport::Transport(boost::asio::io_context& io)
-    : io_(io),
-      shared_(std::make_shared<Shared>(Shared{makeContext(config::ownKeys()),
-                                              std::chrono::milliseconds(config::numberOf("remote.heartbeat_ms"))})) {}
+Transport::Transport(boost::asio::io_context& io, const KeyPair& keys, std::chrono::milliseconds heartbeat)
+    : io_(io), shared_(std::make_shared<Shared>(Shared{makeContext(keys), heartbeat})) {}
 
-std::unique_ptr<io::Connector> Transport::connectorTo(const std::string& service, const std::string& endpoint) {
-    return std::make_unique<RemoteConnector>(io_, shared_, service, endpoint, config::keyOfService(service, endpoint));
+std::unique_ptr<io::Connector> Transport::connectorTo(const std::string& service, const std::string& endpoint,
+                                                      const std::string& key) {
+    return std::make_unique<RemoteConnector>(io_, shared_, service, endpoint, key);
 }
 
-std::unique_ptr<io::Listener> Transport::listenerAt(const std::string& service, const std::string& endpoint) {
-    const Place place = placeToServeAt(service, endpoint);
+std::unique_ptr<io::Listener> Transport::listenerAt(const std::string& service, const std::string& endpoint,
+                                                    const Place& place, const std::set<std::string>& clients) {
     const auto keys = std::make_shared<Keys>();
-    for (const std::string& key : config::keysOfClients(service, endpoint))
-        keys->emplace(key, std::make_shared<const std::string>(key));
+    for (const std::string& key : clients) keys->emplace(key, std::make_shared<const std::string>(key));
     try {
-        const Address address = place.host == "*"
-                                    ? everyAddress(place.port)
-                                    : config::addressesOf(service, endpoint, place, AI_NUMERICHOST).front();
+        const Address address = place.host == "*" ? everyAddress(place.port)
+                                                  : net::addressesOf(service, endpoint, place, AI_NUMERICHOST).front();
         return std::make_unique<RemoteListener>(io_, shared_, service, address, keys);
     } catch (const boost::system::system_error& error) {
         throw std::runtime_error("service " + service + ": cannot listen at " + endpoint + ": " +

@@ -1,7 +1,7 @@
-#include "remote/tls-stream.h"
+#include "tls-stream.h"
 
-#include "io/log.h"
-#include "io/notify-writable.h"
+#include "base/error-text.h"
+#include "transport/notify-writable.h"
 
 #include <algorithm>
 #include <boost/asio/buffer.hpp>
@@ -72,7 +72,7 @@ void TlsStream::step(const User& user) noexcept {
     try {
         proven_ ? read(user) : shakeHands(user);
     } catch (const std::exception& error) {
-        user->onFault(io::textOf(error));
+        user->onFault(textOf(error));
     }
 }
 

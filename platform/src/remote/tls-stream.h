@@ -1,9 +1,9 @@
 // Streams to peers that prove their keys.
 #pragma once
 
-#include "io/file-descriptor.h"
-#include "io/transport.h"
-#include "remote/tls.h"
+#include "base/file-descriptor.h"
+#include "transport/transport.h"
+#include "tls.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>

@@ -1,6 +1,6 @@
-#include "remote/tls.h"
+#include "tls.h"
 
-#include "config/keys.h"
+#include "keys.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -62,7 +62,7 @@ int checkCertificate(X509_STORE_CTX* store, void*) noexcept {
         const auto* ssl =
             static_cast<const SSL*>(X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
         const X509* const certificate = X509_STORE_CTX_get0_cert(store);
-        const std::string key = certificate ? config::publicTextOf(X509_get0_pubkey(certificate)) : std::string();
+        const std::string key = certificate ? publicTextOf(X509_get0_pubkey(certificate)) : std::string();
         if (!key.empty()) {
             const auto answer = static_cast<KeyCheck*>(SSL_get_app_data(ssl))->check(key);
             if (answer == KeyCheck::Answer::welcome) result = X509_V_OK;
@@ -80,7 +80,7 @@ int checkCertificate(X509_STORE_CTX* store, void*) noexcept {
 Context makeContext(const KeyPair& keys) {
     // What the system's own file would set is not for a receiver whose peers have the same settings.
     OPENSSL_init_ssl(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
-    const config::Key key = config::secretKeyOf(keys.secretKey);
+    const Key key = secretKeyOf(keys.secretKey);
     require(key != nullptr, "reading the key");
     Context context(SSL_CTX_new(TLS_method()));
     require(context && SSL_CTX_set_min_proto_version(context.get(), TLS1_3_VERSION) == 1 &&

@@ -1,0 +1,14 @@
+// What went wrong, as operators are told it.
+#pragma once
+
+#include <exception>
+#include <new>
+
+namespace host {
+
+// Takes no memory.
+inline const char* textOf(const std::exception& error) noexcept {
+    return dynamic_cast<const std::bad_alloc*>(&error) ? "out of memory" : error.what();
+}
+
+} // namespace host

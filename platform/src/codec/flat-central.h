@@ -1,0 +1,58 @@
+// What the threads' caches of the flat heap draw on: spans carved into blocks of one size class, and large blocks.
+#pragma once
+
+#include "flat-block.h"
+#include "flat-spans.h"
+
+#include <array>
+#include <mutex>
+#include <vector>
+
+namespace host {
+
+// From any thread. Never destroyed: blocks are freed until the very end of a process.
+class FlatCentral {
+public:
+    // Throws std::bad_alloc when the region cannot be had.
+    static FlatCentral& instance();
+
+    // A list of free blocks: up to wanted, possibly none. Returns how many.
+    std::uint32_t take(unsigned sizeClass, std::uint32_t wanted, Header*& list) noexcept;
+    // Takes a list of free blocks of one class back; a span without live blocks returns to the region.
+    void give(Header* list) noexcept;
+
+    // A free block of its own span for size bytes, or null.
+    Header* takeLarge(std::size_t size) noexcept;
+    void giveLarge(Header* block, std::size_t size) noexcept;
+
+    std::size_t limit() const { return spans_.granules() * FlatSpans::granule; }
+
+private:
+    static constexpr std::uint32_t spanGranules = 4;
+    static constexpr std::uint32_t spanSize = spanGranules * FlatSpans::granule;
+
+    // A span of one class; those with free blocks are linked by index.
+    struct Span {
+        Header* free;         // blocks that came back
+        std::uint32_t carved; // bytes made into blocks so far
+        std::uint32_t out;    // blocks that are not here
+        std::uint32_t next, previous;
+        std::uint32_t first; // the span's first granule; valid at each of its granules
+    };
+
+    FlatCentral();
+    std::uint32_t newSpan(unsigned sizeClass) noexcept;
+    Header* takeFrom(std::uint32_t index, unsigned sizeClass) noexcept;
+    bool isFull(const Span& span, unsigned sizeClass) const {
+        return span.free == nullptr && span.carved + sizeOfClass(sizeClass) > spanSize;
+    }
+    void link(std::uint32_t index, unsigned sizeClass) noexcept;
+    void unlink(std::uint32_t index, unsigned sizeClass) noexcept;
+
+    std::mutex mutex_;
+    FlatSpans spans_;
+    std::vector<Span> classSpans_; // by granule
+    std::array<std::uint32_t, sizeClasses> withRoom_;
+};
+
+} // namespace host

@@ -1,0 +1,190 @@
+#include "log-levels/levels.h"
+
+#include <vdl/debug.h>
+
+#include <charconv>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+// The default holds from the loading of the library on, before any code runs.
+#define VDL_DEFAULT_4 vdlDebugWarning, vdlDebugWarning, vdlDebugWarning, vdlDebugWarning
+#define VDL_DEFAULT_16 VDL_DEFAULT_4, VDL_DEFAULT_4, VDL_DEFAULT_4, VDL_DEFAULT_4
+#define VDL_DEFAULT_64 VDL_DEFAULT_16, VDL_DEFAULT_16, VDL_DEFAULT_16, VDL_DEFAULT_16
+#define VDL_DEFAULT_256 VDL_DEFAULT_64, VDL_DEFAULT_64, VDL_DEFAULT_64, VDL_DEFAULT_64
+constinit std::atomic<std::uint16_t> vdlDebugLevels[vdlDebugModules] = {VDL_DEFAULT_256, VDL_DEFAULT_256,
+                                                                        VDL_DEFAULT_256, VDL_DEFAULT_256};
+
+namespace host::debug {
+namespace {
+
+// Read without the mutex by every line; a name, once given, stays.
+constinit std::atomic<const char*> names[vdlDebugModules] = {};
+
+constexpr std::size_t mostNames = 256;
+
+struct Wanted {
+    using Levels = std::map<std::string, std::uint16_t, std::less<>>;
+    std::mutex mutex; // also serialises changes of names and levels
+    Levels byName;    // at most mostNames, as shells give any number of names that no module has
+};
+
+Wanted& wanted() {
+    static Wanted& instance = *new Wanted;
+    return instance;
+}
+
+struct Item {
+    enum class Target { all, number, name } target;
+    std::uint32_t module = 0;
+    std::string name;
+    std::uint16_t level = 0;
+};
+
+std::string_view trimmed(std::string_view text) {
+    const auto first = text.find_first_not_of(" \t\r\n");
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+template <typename Number> std::optional<Number> number(std::string_view text, int base) {
+    Number value{};
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, value, base);
+    if (error != std::errc() || rest != end) return std::nullopt;
+    return value;
+}
+
+std::optional<std::uint16_t> levelOf(std::string_view text) {
+    static constexpr struct {
+        std::string_view name;
+        std::uint16_t level;
+    } levels[] = {{"off", 0},
+                  {"failure", vdlDebugFailure},
+                  {"error", vdlDebugFailure},
+                  {"warning", vdlDebugWarning},
+                  {"info", vdlDebugProgress},
+                  {"progress", vdlDebugProgress},
+                  {"trace", vdlDebugTrace}};
+    for (const auto& level : levels)
+        if (text == level.name) return level.level;
+    return number<std::uint16_t>(text, 10);
+}
+
+// Takes one item apart; returns what is wrong with it, or an empty string.
+std::string parse(std::string_view text, Item& item) {
+    const std::string quoted = "\"" + std::string(text) + "\": ";
+    const auto equals = text.find('=');
+    const std::string_view level = equals == std::string_view::npos ? text : trimmed(text.substr(equals + 1));
+    const auto value = levelOf(level);
+    if (!value)
+        return quoted + "\"" + std::string(level) +
+               "\" is no level (off, failure, error, warning, info, progress, trace or a number up to 65535)";
+    item.level = *value;
+    if (equals == std::string_view::npos) {
+        item.target = Item::Target::all;
+        return {};
+    }
+    const std::string_view module = trimmed(text.substr(0, equals));
+    if (module.empty()) return quoted + "a module is missing before the =";
+    if (module.starts_with("0x")) {
+        const auto value = number<std::uint32_t>(module.substr(2), 16);
+        if (!value || *value >= vdlDebugModules)
+            return quoted + "\"" + std::string(module) + "\" is no module number (0x0 to 0x3ff)";
+        item.target = Item::Target::number;
+        item.module = *value;
+    } else {
+        item.target = Item::Target::name;
+        item.name = module;
+    }
+    return {};
+}
+
+// Takes text apart into items; returns a line for each that is wrong, or an empty string.
+std::string parseAll(std::string_view text, std::vector<Item>& items) {
+    std::string complaints;
+    if (trimmed(text).empty()) return complaints;
+    for (std::size_t start = 0; start <= text.size();) {
+        const std::size_t end = std::min(text.find(',', start), text.size());
+        Item item{Item::Target::all, 0, {}, 0};
+        if (const std::string complaint = parse(trimmed(text.substr(start, end - start)), item); complaint.empty())
+            items.push_back(std::move(item));
+        else
+            complaints += (complaints.empty() ? "" : "\n") + complaint;
+        start = end + 1;
+    }
+    return complaints;
+}
+
+// Returns what is wrong, having changed nothing then, or an empty string.
+std::string apply(const std::vector<Item>& items) {
+    std::lock_guard lock(wanted().mutex);
+    Wanted::Levels byName = wanted().byName;
+    for (const Item& item : items)
+        if (item.target == Item::Target::all)
+            byName.clear();
+        else if (item.target == Item::Target::name)
+            byName.insert_or_assign(item.name, item.level);
+    if (byName.size() > mostNames)
+        return "more than " + std::to_string(mostNames) +
+               " modules have a level by name then; first set one for all modules, which forgets the names";
+    wanted().byName.swap(byName);
+    for (const Item& item : items) {
+        switch (item.target) {
+            case Item::Target::all:
+                for (auto& level : vdlDebugLevels) level = item.level;
+                break;
+            case Item::Target::number:
+                vdlDebugLevels[item.module] = item.level;
+                break;
+            case Item::Target::name:
+                for (std::uint32_t module = 0; module < vdlDebugModules; ++module)
+                    if (const char* name = nameOfModule(module); name && item.name == name)
+                        vdlDebugLevels[module] = item.level;
+                break;
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+std::string levelComplaints(std::string_view text) {
+    std::vector<Item> items;
+    return parseAll(text, items);
+}
+
+std::string setUsableLevels(std::string_view text) {
+    std::vector<Item> items;
+    std::string complaints = parseAll(text, items);
+    if (const std::string complaint = apply(items); !complaint.empty())
+        complaints += (complaints.empty() ? "" : "\n") + complaint;
+    return complaints;
+}
+
+const char* nameOfModule(std::uint32_t module) noexcept {
+    return names[module % vdlDebugModules].load(std::memory_order_acquire);
+}
+
+} // namespace host::debug
+
+void vdlDebugNameModule(std::uint32_t module, const char* name) {
+    using namespace host::debug;
+    if (module >= vdlDebugModules || !name || !*name) return;
+    std::lock_guard lock(wanted().mutex);
+    if (nameOfModule(module)) return;
+    const char* const copy = strdup(name); // kept: lines of other threads may be using it at any time
+    if (!copy) return;
+    names[module].store(copy, std::memory_order_release);
+    if (const auto level = wanted().byName.find(std::string_view(name)); level != wanted().byName.end())
+        vdlDebugLevels[module] = level->second;
+}
+
+std::string vdlDebugSetLevels(const std::string& text) {
+    using namespace host::debug;
+    std::vector<Item> items;
+    const std::string complaints = parseAll(text, items);
+    return complaints.empty() ? apply(items) : complaints;
+}

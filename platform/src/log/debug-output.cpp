@@ -1,0 +1,159 @@
+#include "base/escape.h"
+#include "line-limit.h"
+#include "log-levels/levels.h"
+#include "log/log.h"
+#include "log/output.h"
+
+#include <host/process-name.h>
+#include <vdl/debug.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/stdout_sinks.h>
+#include <unistd.h>
+
+namespace host::debug {
+namespace {
+
+constexpr std::size_t shortText = 1024;
+constexpr std::size_t longestText = 64 * 1024;
+
+const char* severityName(std::uint32_t severity) {
+    if (severity <= vdlDebugFailure) return "failure";
+    if (severity <= vdlDebugWarning) return "warning";
+    if (severity <= vdlDebugProgress) return "info";
+    return "trace";
+}
+
+std::string moduleName(std::uint32_t module) {
+    if (const char* name = nameOfModule(module)) return name;
+    char number[16];
+    std::snprintf(number, sizeof number, "0x%04x", module);
+    return number;
+}
+
+// Where lines go. Never destroyed: lines come also while the process's static objects go.
+class Output {
+public:
+    static Output& instance() {
+        static Output& output = *new Output;
+        return output;
+    }
+
+    void write(std::uint32_t levelWord, std::string_view text) {
+        const std::string line = json_ ? jsonLine(levelWord, text) : textLine(levelWord, text);
+        sink_.log(spdlog::details::log_msg(spdlog::source_loc{}, "", spdlog::level::info, line));
+    }
+
+private:
+    Output() {
+        std::string problem;
+        if (const auto ask = jsonIsWanted.load()) json_ = ask(problem);
+        sink_.set_formatter(std::make_unique<spdlog::pattern_formatter>(
+            json_ ? R"({"time":"%Y-%m-%dT%H:%M:%S.%fZ",%v})" : "%Y-%m-%dT%H:%M:%S.%eZ %v",
+            spdlog::pattern_time_type::utc));
+        if (!problem.empty()) write(levelWordOf(Module::vdl, vdlDebugWarning), problem);
+    }
+
+    static std::string textLine(std::uint32_t levelWord, std::string_view text) {
+        std::string line = processName() + '[' + std::to_string(getpid()) + "] " + moduleName(levelWord >> 16) + ' ' +
+                           severityName(levelWord & 0xFFFF) + ": ";
+        appendEscaped(line, text, "\n    | ");
+        return line;
+    }
+
+    // The members after the time, which the formatter puts in front.
+    static std::string jsonLine(std::uint32_t levelWord, std::string_view text) {
+        const auto quoted = [](const std::string& value) {
+            return nlohmann::json(value).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+        };
+        std::string escaped;
+        appendEscaped(escaped, text, "\n");
+        return "\"process\":" + quoted(processName()) + ",\"pid\":" + std::to_string(getpid()) +
+               ",\"module\":" + quoted(moduleName(levelWord >> 16)) + ",\"level\":\"" +
+               severityName(levelWord & 0xFFFF) + "\",\"text\":" + quoted(escaped);
+    }
+
+    spdlog::sinks::stderr_sink_mt sink_;
+    bool json_ = false;
+};
+
+// Nobody can fill the log by what he makes others complain of, or by coming and going. What people want to follow in
+// detail, progress of the product and of applications and all traces, comes whole.
+bool isLimited(std::uint32_t levelWord) {
+    const std::uint32_t module = levelWord >> 16;
+    const bool isPlatforms = module >= firstPlatformModule && module <= lastPlatformModule;
+    return (levelWord & 0xFFFF) <= (isPlatforms ? vdlDebugProgress : vdlDebugWarning);
+}
+
+bool isHeldBack(const vdlDebugChunk& chunk, const char* format) {
+    if (!isLimited(chunk.levelWord)) return false;
+    LineLimit* const limit = LineLimit::of(chunk.levelWord, format);
+    if (!limit || limit->admits(chunk)) return false;
+    tellHeldBackLater();
+    return true;
+}
+
+// format: that the text was made of; null for a line that no limit holds back.
+void output(std::uint32_t levelWord, std::string_view text, const char* format) {
+    if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+    if (format && isHeldBack({levelWord}, format)) return;
+    if (captures.load(std::memory_order_acquire) != 0 && capture(levelWord, text)) return;
+    Output::instance().write(levelWord, text);
+}
+
+// The process ends: what is still held back is told now.
+struct Ending {
+    ~Ending() { LineLimit::tellHeldBack(LineLimit::Clock::time_point::max()); }
+} const ending;
+
+void tellOfALostLine() noexcept { std::fputs("debug output: a line was lost\n", stderr); }
+
+} // namespace
+
+constinit std::atomic<bool (*)(std::string& problem)> jsonIsWanted{nullptr};
+
+void writeLine(std::uint32_t levelWord, std::string_view text) noexcept {
+    try {
+        output(levelWord, text, nullptr);
+    } catch (...) { // no memory
+        tellOfALostLine();
+    }
+}
+
+} // namespace host::debug
+
+void vdlDebugOutput0(const vdlDebugChunk& chunk, const char* format, ...) noexcept {
+    using namespace host::debug;
+    const int callersErrno = errno; // which %m prints and the caller may still look at
+    char text[shortText];
+    va_list arguments;
+    va_start(arguments, format);
+    const int formatted = std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    try {
+        const auto length = static_cast<std::size_t>(formatted);
+        if (formatted < 0) {
+            output(chunk.levelWord, std::string(format) + " [not printable: " + std::strerror(errno) + "]", format);
+        } else if (length < sizeof text) {
+            output(chunk.levelWord, {text, length}, format);
+        } else {
+            std::string whole(std::min(length, longestText), '\0');
+            errno = callersErrno;
+            va_start(arguments, format);
+            std::vsnprintf(whole.data(), whole.size() + 1, format, arguments);
+            va_end(arguments);
+            if (length > whole.size()) whole += " [" + std::to_string(length - whole.size()) + " more bytes]";
+            output(chunk.levelWord, whole, format);
+        }
+    } catch (...) { // no memory
+        tellOfALostLine();
+    }
+    errno = callersErrno;
+}

@@ -1,0 +1,139 @@
+#include "line-limit.h"
+
+#include "log/output.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <limits>
+#include <new>
+#include <pthread.h>
+#include <string>
+#include <string_view>
+#include <thread>
+
+namespace host::debug {
+namespace {
+
+constinit std::atomic<LineLimit*> first{nullptr};
+
+constexpr unsigned secondShift = 32;
+
+std::uint64_t secondOf(LineLimit::Clock::time_point time) noexcept {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time.time_since_epoch()).count();
+    return static_cast<std::uint64_t>(std::clamp<std::int64_t>(seconds, 0, std::numeric_limits<std::uint32_t>::max()));
+}
+
+std::uint64_t linesOf(std::uint64_t state) noexcept { return state & std::numeric_limits<std::uint32_t>::max(); }
+
+// One that is found by what it limits. The format is its own, as a library that has one can be unloaded.
+struct KindOfLine {
+    KindOfLine(std::uint32_t levelWord_, const char* format_)
+        : levelWord(levelWord_), format(format_), limit(format.c_str()) {}
+    const std::uint32_t levelWord;
+    const std::string format;
+    LineLimit limit;
+};
+
+// By hash; one whose place is taken has the next one that is free. More than all the lines that there are.
+constinit std::array<std::atomic<KindOfLine*>, 1024> kinds{};
+
+constinit std::atomic<bool> tellerRuns{false};
+
+// Until nothing is held back any more.
+void tellEverySecond() noexcept {
+    pthread_setname_np(pthread_self(), "debug");
+    do {
+        do {
+            const auto now = LineLimit::Clock::now();
+            std::this_thread::sleep_until(std::chrono::floor<std::chrono::seconds>(now) + std::chrono::seconds(1));
+        } while (LineLimit::tellHeldBack());
+        tellerRuns = false;
+        // Of a line that was held back between the two the next one tells, unless it is looked for once more.
+    } while (LineLimit::tellHeldBack() && !tellerRuns.exchange(true));
+}
+
+} // namespace
+
+bool LineLimit::admits(const vdlDebugChunk& chunk, Clock::time_point now) noexcept {
+    levelWord_ = chunk.levelWord; // before anybody can tell of this line
+    const std::uint64_t second = secondOf(now);
+    std::uint64_t before = state_.load(), after;
+    do {
+        // Never back: of two threads at the second's end the slower one may come with the older time.
+        after = second > before >> secondShift ? (second << secondShift) + 1 : before + 1;
+    } while (!state_.compare_exchange_weak(before, after));
+    if (after != before + 1 && linesOf(before) > mostPerSecond) tell(linesOf(before) - mostPerSecond);
+    if (linesOf(after) <= mostPerSecond) return true;
+    enlist();
+    return false;
+}
+
+LineLimit* LineLimit::of(std::uint32_t levelWord, const char* format) noexcept {
+    const std::size_t start = std::hash<std::string_view>()(format) + levelWord;
+    KindOfLine* made = nullptr;
+    LineLimit* found = nullptr;
+    for (std::size_t i = 0; i < kinds.size() && !found; ++i) {
+        auto& place = kinds[(start + i) % kinds.size()];
+        KindOfLine* kind = place.load(std::memory_order_acquire);
+        if (!kind) {
+            try {
+                if (!made) made = new KindOfLine(levelWord, format);
+            } catch (const std::bad_alloc&) {
+                return nullptr;
+            }
+            if (place.compare_exchange_strong(kind, made)) return &made->limit;
+        }
+        if (kind->levelWord == levelWord && kind->format == format) found = &kind->limit;
+    }
+    delete made; // another thread was first
+    return found;
+}
+
+void LineLimit::enlist() noexcept {
+    if (listed_.exchange(true)) return;
+    next_ = first.load();
+    while (!first.compare_exchange_weak(next_, this)) {
+    }
+}
+
+bool LineLimit::tellHeldBack(Clock::time_point now) noexcept {
+    const std::uint64_t second = secondOf(now);
+    bool others = false;
+    for (LineLimit* limit = first; limit; limit = limit->next_)
+        if (limit->tellOwn(second)) others = true;
+    return others;
+}
+
+bool LineLimit::tellOwn(std::uint64_t second) noexcept {
+    std::uint64_t state = state_.load();
+    do {
+        if (linesOf(state) <= mostPerSecond) return false;
+        if (state >> secondShift >= second) return true;
+    } while (!state_.compare_exchange_weak(state, state - linesOf(state) + mostPerSecond));
+    tell(linesOf(state) - mostPerSecond);
+    return false;
+}
+
+void LineLimit::tell(std::uint64_t lines) const noexcept {
+    vdlDebugChunk chunk;
+    if (!vdlDebugCheckLevelGetFrameAndChunk(levelWord_, chunk)) return;
+    char text[512];
+    const int length = std::snprintf(text, sizeof text, "... and %llu more like it: %s",
+                                     static_cast<unsigned long long>(lines), format_);
+    writeLine(chunk.levelWord, {text, std::min(static_cast<std::size_t>(length), sizeof text - 1)});
+}
+
+void tellHeldBackLater() noexcept {
+    if (tellerRuns.exchange(true)) return;
+    try {
+        std::thread(tellEverySecond).detach();
+    } catch (const std::exception&) { // no memory, or no thread: the next line of the kind tells
+        tellerRuns = false;
+    }
+}
+
+} // namespace host::debug

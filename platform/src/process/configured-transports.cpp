@@ -1,0 +1,67 @@
+#include "configured-transports.h"
+
+#include "configured-keys.h"
+#include "remote/remote-transport.h"
+#include "settings/number.h"
+#include "transport/local-transport.h"
+
+#include <host/endpoint.h>
+#include <host/environment.h>
+
+#include <chrono>
+#include <mutex>
+#include <string>
+
+namespace host {
+namespace {
+
+class ConfiguredTransports final : public io::Transports {
+public:
+    explicit ConfiguredTransports(boost::asio::io_context& io) : io_(io) {}
+
+    std::unique_ptr<io::Connector> connectorTo(const std::string& service) override {
+        const std::string endpoint = endpointOf(service);
+        if (!isRemote(endpoint)) return std::make_unique<io::LocalConnector>(io_, endpoint);
+        remote::Transport& transport = remote();
+        return transport.connectorTo(service, endpoint, keyOfService(service, endpoint));
+    }
+
+    std::unique_ptr<io::Listener> listenerFor(const std::string& service) override {
+        const std::string endpoint = endpointOf(service);
+        if (!isRemote(endpoint)) return std::make_unique<io::LocalListener>(io_, service, endpoint);
+        remote::Transport& transport = remote();
+        const Place place = placeToServeAt(service, endpoint);
+        return transport.listenerAt(service, endpoint, place, keysOfClients(service, endpoint));
+    }
+
+    void beginFarewell() override {
+        std::lock_guard lock(mutex_);
+        if (remote_) remote_->beginFarewell();
+    }
+    void endFarewell() noexcept override {
+        std::lock_guard lock(mutex_);
+        if (remote_) remote_->endFarewell();
+    }
+
+private:
+    // Made for the first service on another host, or for other hosts, as it needs keys.
+    remote::Transport& remote() {
+        std::lock_guard lock(mutex_);
+        if (!remote_)
+            remote_ = std::make_unique<remote::Transport>(
+                io_, ownKeys(), std::chrono::milliseconds(config::numberOf("remote.heartbeat_ms")));
+        return *remote_;
+    }
+
+    boost::asio::io_context& io_;
+    std::mutex mutex_; // guards the rest
+    std::unique_ptr<remote::Transport> remote_;
+};
+
+} // namespace
+
+std::unique_ptr<io::Transports> configuredTransports(boost::asio::io_context& io) {
+    return std::make_unique<ConfiguredTransports>(io);
+}
+
+} // namespace host

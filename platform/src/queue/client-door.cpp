@@ -1,0 +1,189 @@
+#include "client-door.h"
+
+#include "base/error-text.h"
+#include "log/log.h"
+
+#include <boost/asio/post.hpp>
+#include <chrono>
+#include <exception>
+#include <mutex>
+#include <utility>
+
+namespace host::io {
+
+ClientDoor::ClientDoor(boost::asio::io_context& io, std::unique_ptr<Connector> connector, const std::string& service_,
+                       const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits,
+                       frame::IOConnectionListener* listener)
+    : Door(io, service_, messages, sendBufferBytes, limits, false),
+      connector_(std::move(connector)),
+      listener_(listener),
+      outbox_(std::make_shared<Outbox>(sendBufferBytes)),
+      retryTimer_(io),
+      deadlineTimer_(io) {}
+
+void ClientDoor::proceed() noexcept {
+    if (std::exchange(idle_, false)) attempt();
+    std::lock_guard lock(mutex);
+    if (!watching_ && !outbox_->empty()) watchDeadlines();
+}
+
+void ClientDoor::attempt() noexcept {
+    try {
+        connector_->connect(
+            [this](std::unique_ptr<Stream> stream, const char* reason) { onAnswer(std::move(stream), reason); });
+    } catch (const std::exception& error) { // there is no answer then
+        failed(textOf(error));
+    }
+}
+
+void ClientDoor::onAnswer(std::unique_ptr<Stream> stream, const char* reason) noexcept {
+    std::shared_ptr<Connection> connection;
+    try {
+        if (!stream) return failed(("no connection to " + connector_->address() + ": " + reason).c_str());
+        if (!stream->isOwn()) {
+            count(counters.refused);
+            return failed((connector_->address() + " is offered by another user's process").c_str());
+        }
+        connection = std::make_shared<Connection>(io_, std::move(stream), *this, outbox_);
+    } catch (const std::exception& error) {
+        return failed(textOf(error));
+    }
+    {
+        std::lock_guard lock(mutex);
+        connection_ = connection;
+    }
+    connection->open();
+}
+
+void ClientDoor::onConnectionReady(Connection&) noexcept {
+    retryDelay_.reset();
+    lastReason_.clear();
+    keep("");
+    HOST_LOG(io, vdlDebugProgress, "service %s: connected\n", service.c_str());
+    tell(&frame::IOConnectionListener::onIOConnectionConnected);
+}
+
+void ClientDoor::onConnectionClosed(Connection&, bool wasReady, bool fault, const char* reason) noexcept {
+    {
+        std::lock_guard lock(mutex);
+        connection_.reset();
+        tellRefusals(*outbox_); // of which a message that the break cut short may have been the last
+        // Every message has the whole time to wait for a connection, which it has had until now.
+        if (wasReady) outbox_->setDeadlines(std::chrono::steady_clock::now() + limits_.wait);
+        if (!outbox_->empty() && !std::exchange(watching_, true)) watchDeadlines();
+    }
+    if (!wasReady) return failed(reason);
+    keep(reason);
+    HOST_LOG(io, fault ? vdlDebugFailure : vdlDebugWarning, "service %s: disconnected: %s\n", service.c_str(), reason);
+    tell(&frame::IOConnectionListener::onIOConnectionDisconnected);
+    retryLater();
+}
+
+void ClientDoor::keep(const char* failure) noexcept {
+    std::lock_guard lock(mutex);
+    try {
+        failure_ = failure;
+    } catch (const std::exception& error) {
+        failure_.assign(textOf(error), 0, failure_.capacity()); // as much as needs no memory
+    }
+}
+
+std::string ClientDoor::failure() {
+    std::lock_guard lock(mutex);
+    return failure_;
+}
+
+void ClientDoor::failed(const char* reason) noexcept {
+    keep(reason);
+    logOnce(reason);
+    tell(&frame::IOConnectionListener::onIOConnectionConnectionFailed);
+    retryLater();
+}
+
+void ClientDoor::logOnce(const char* reason) noexcept {
+    if (lastReason_ == reason) return;
+    HOST_LOG(io, vdlDebugFailure, "service %s: %s\n", service.c_str(), reason);
+    try {
+        lastReason_ = reason;
+    } catch (const std::exception&) { // it is told again
+        lastReason_.clear();
+    }
+}
+
+void ClientDoor::retryLater() noexcept {
+    try {
+        retryTimer_.expires_after(retryDelay_.next());
+        retryTimer_.async_wait([this](const boost::system::error_code& error) {
+            if (!error) attempt();
+        });
+    } catch (const std::exception&) {
+        idle_ = true;
+        proceedLater();
+    }
+}
+
+int ClientDoor::dispatch(const Outgoing& message, const frame::TransportInfo* transport) {
+    Connection* connection = ready() ? connection_.get() : nullptr;
+    if (transport && (!connection || connection->number() != transport->connection))
+        return refuse(-107, message.meta, "no such connection");
+    if (!connection && !watching_) {
+        // First, as there may be no memory for it. Posted, as the caller, who holds the mutex, may be on the receiving
+        // thread.
+        boost::asio::post(io_, [this] {
+            std::lock_guard lock(mutex);
+            watchDeadlines();
+        });
+        watching_ = true;
+    }
+    return put(message, *outbox_, connection, Room::all);
+}
+
+// On the receiving thread with the mutex held: gives up what has waited too long and comes back for what has not.
+void ClientDoor::watchDeadlines() noexcept {
+    watching_ = false;
+    if (ready()) return;
+    if (const auto dropped = outbox_->dropExpired(std::chrono::steady_clock::now())) {
+        count(counters.dropped, dropped);
+        HOST_LOG(io, vdlDebugFailure, "service %s: %zu messages dropped after %lld ms without a connection\n",
+                 service.c_str(), dropped, static_cast<long long>(limits_.wait.count()));
+        tellRefusals(*outbox_);
+    }
+    if (outbox_->empty()) return;
+    try {
+        deadlineTimer_.expires_at(outbox_->firstDeadline());
+        deadlineTimer_.async_wait([this](const boost::system::error_code& error) {
+            if (error) return;
+            std::lock_guard lock(mutex);
+            watchDeadlines();
+        });
+        watching_ = true;
+    } catch (const std::exception&) {
+        proceedLater();
+    }
+}
+
+void ClientDoor::tell(void (frame::IOConnectionListener::*news)()) noexcept {
+    if (!listener_) return;
+    try {
+        (listener_->*news)();
+    } catch (const std::exception& error) {
+        HOST_LOG(io, vdlDebugFailure, "service %s: listener threw: %s\n", service.c_str(), error.what());
+    } catch (...) {
+        HOST_LOG(io, vdlDebugFailure, "service %s: listener threw\n", service.c_str());
+    }
+}
+
+void ClientDoor::addTo(frame::IOStatistics& statistics) {
+    statistics.connected = ready();
+    statistics.queued = outbox_->messages();
+}
+
+void ClientDoor::end() {
+    std::lock_guard lock(mutex);
+    if (connection_) connection_->abandon();
+    connection_.reset();
+    count(counters.dropped, outbox_->dropAll());
+    tellRefusals(*outbox_);
+}
+
+} // namespace host::io

@@ -1,0 +1,305 @@
+#include "connection.h"
+
+#include "base/error-text.h"
+#include "byte-order.h"
+#include "log/log.h"
+
+#include <host/message-queue.h>
+
+#include <atomic>
+#include <boost/asio/post.hpp>
+#include <chrono>
+#include <exception>
+#include <mutex>
+#include <system_error>
+#include <utility>
+
+namespace host::io {
+namespace {
+
+constexpr std::chrono::seconds helloPatience{2};
+// A message under way must come on at this pace, else its memory could be held with a byte now and then. A line between
+// hosts with a delay of 50 ms that loses 5 % of its packets still carries twice as much.
+constexpr std::size_t leastBytesPerSecond = 32 * 1024;
+// How many messages of one peer are handled before others have their turn. So many that what a turn costs does not
+// count, so few that a crowd of peers with slow handlers delays nobody for long.
+constexpr unsigned mostPerTurn = 32;
+// And for how long, when single ones take long.
+constexpr std::chrono::milliseconds longestTurn{2};
+// What a peer says may lead to messages for others, up to some hundred for one of its own. After so many of them, and
+// with others that do not keep pace, its next message waits for so long. Others then take what they were sent, while it
+// is hardly held up by one that takes nothing.
+constexpr unsigned manyForOthers = 64;
+constexpr std::chrono::milliseconds pauseForOthers{20};
+std::atomic<std::uint64_t> lastNumber{0};
+
+} // namespace
+
+Connection::Connection(boost::asio::io_context& io, std::unique_ptr<Stream> stream, Door& door,
+                       std::shared_ptr<Outbox> outbox)
+    : door_(door),
+      stream_(std::move(stream)),
+      timer_(io),
+      pauseTimer_(io),
+      incoming_(stream_->peer()),
+      outbox_(std::move(outbox)),
+      number_(++lastNumber) {}
+
+// Takes a step for which there may be no memory. Without it the peer could not be heard, or not be held to its hello.
+template <class Step> void Connection::orClose(const Step& step) noexcept {
+    try {
+        step();
+    } catch (const std::exception& error) {
+        if (incoming_.size() > 0 && helloReceived_) count(door_.counters.undecodable); // the message that goes with it
+        turnAway(textOf(error));
+    }
+}
+
+void Connection::open() noexcept {
+    orClose([this] {
+        timer_.expires_after(helloPatience);
+        timer_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
+            if (!error && !self->closed_ && !self->helloReceived_) self->turnAway("peer sent no hello within 2 s");
+        });
+        writeHello();
+        read();
+    });
+}
+
+void Connection::writeHello() {
+    const std::string& hello = door_.handshake.hello();
+    while (helloWritten_ < hello.size()) {
+        std::error_code error;
+        const auto taken = stream_->send(hello.data() + helloWritten_, hello.size() - helloWritten_, error);
+        if (error) return; // the peer has gone; reading tells, after what it may have said before
+        if (taken == 0) return stream_->waitWritable(shared_from_this());
+        helloWritten_ += taken;
+    }
+    helloSent_ = true;
+    if (helloReceived_) becomeReady();
+}
+
+void Connection::becomeReady() {
+    {
+        std::lock_guard lock(door_.mutex);
+        ready_ = true;
+    }
+    count(door_.counters.connections);
+    door_.onConnectionReady(*this);
+    std::lock_guard lock(door_.mutex);
+    if (!outbox_->empty()) flush();
+}
+
+void Connection::flush() {
+    if (waitingWritable_) return;
+    std::error_code error;
+    while (!outbox_->empty()) {
+        if (const auto taken = stream_->send(outbox_->data(), outbox_->bytes(), error)) {
+            if (const auto whole = outbox_->took(taken)) count(door_.counters.sent, whole);
+            continue;
+        }
+        // Once the stream is broken its messages wait for the next connection. The receiving thread learns of the
+        // break by reading, after what the peer said before it.
+        waitingWritable_ = true;
+        return error ? stream_->breakOff() : stream_->waitWritable(shared_from_this());
+    }
+    door_.tellRefusals(*outbox_);
+}
+
+void Connection::onWritable() {
+    if (!helloSent_) return writeHello();
+    std::lock_guard lock(door_.mutex);
+    waitingWritable_ = false;
+    flush();
+}
+
+void Connection::read() { stream_->receive(incoming_.room(), incoming_.roomSize(), shared_from_this()); }
+
+void Connection::onEnd(const std::string& reason) { close(reason.c_str(), false); }
+
+void Connection::onFault(const std::string& reason) { turnAway(reason.c_str()); }
+
+void Connection::onReceived(std::size_t count) {
+    incoming_.added(count);
+    arrived_ += count;
+    takeTurn();
+}
+
+// Handles what has arrived, and reads on when all of it is handled.
+void Connection::takeTurn() noexcept {
+    orClose([this] {
+        if (!helloReceived_ && !handleHello()) return;
+        if (helloReceived_ && !handleFrames()) return;
+        incoming_.makeRoom(frameBegun());
+        if (helloReceived_ && incoming_.size() > 0 && !watching_) watchProgress();
+        read();
+    });
+}
+
+// The size of the frame of which a part has arrived, as far as that says so.
+std::size_t Connection::frameBegun() {
+    if (!helloReceived_ || incoming_.size() < sizeof(std::uint32_t)) return 0;
+    return frameHeaderBytes + load32(incoming_.data(), swap_);
+}
+
+// Lets others have their turn before this connection's next one. Without memory for that it returns false.
+bool Connection::yield() noexcept {
+    try {
+        boost::asio::post(timer_.get_executor(), [self = shared_from_this()] { self->resume(); });
+        return yielded_ = true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+// Lets others take what this peer has had them told, before it has them told more. Returns whether it has to wait.
+bool Connection::pause() noexcept {
+    if (forOthers_ < manyForOthers) return false;
+    forOthers_ = 0;
+    if (!door_.othersAreBehind(*this)) return false;
+    try {
+        pauseTimer_.expires_after(pauseForOthers);
+        pauseTimer_.async_wait([self = shared_from_this()](const boost::system::error_code&) { self->resume(); });
+        return yielded_ = true;
+    } catch (const std::exception&) { // no memory
+        return false;
+    }
+}
+
+void Connection::resume() noexcept {
+    yielded_ = false;
+    if (!closed_) takeTurn();
+}
+
+void Connection::watchProgress() {
+    arrived_ = 0;
+    finished_ = false;
+    timer_.expires_after(door_.limits().unfinished / 2);
+    timer_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
+        if (!error && !self->closed_) self->orClose([&] { self->judgeProgress(); });
+    });
+    watching_ = true;
+}
+
+// Twice within the limit. A message is given up when there was too little progress both times: after this thread itself
+// was held up for longer than the limit, what arrived meanwhile is read before the second time.
+void Connection::judgeProgress() {
+    watching_ = false;
+    const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(door_.limits().unfinished / 2);
+    const std::size_t least = leastBytesPerSecond * static_cast<std::size_t>(time.count()) / 1000;
+    const bool isSlow = incoming_.size() > 0 && !yielded_ && !finished_ && arrived_ <= least;
+    if (isSlow && wasSlow_) {
+        return turnAway(("peer did not finish a message within " + std::to_string(door_.limits().unfinished.count()) +
+                         " ms, " + std::to_string(incoming_.size()) + " bytes of it came")
+                            .c_str());
+    }
+    wasSlow_ = isSlow;
+    if (incoming_.size() > 0) watchProgress();
+}
+
+// The handlers of the two kinds of bytes return whether the connection goes on.
+bool Connection::handleHello() {
+    const auto judgement = door_.handshake.judge(incoming_.data(), incoming_.size());
+    if (judgement.verdict == Handshake::Verdict::Refused) {
+        turnAway(judgement.reason.c_str());
+        return false;
+    }
+    if (judgement.verdict == Handshake::Verdict::Incomplete) return true;
+    if (const char* why = door_.whyFull()) {
+        turnAway(why);
+        return false;
+    }
+    timer_.cancel();
+    helloReceived_ = true;
+    swap_ = judgement.swap;
+    incoming_.consume(judgement.size);
+    if (helloSent_) becomeReady();
+    return true;
+}
+
+bool Connection::handleFrames() {
+    const auto begin = std::chrono::steady_clock::now();
+    for (unsigned handled = 0; incoming_.size() >= frameHeaderBytes; ++handled) {
+        char* header = incoming_.data();
+        const std::uint32_t size = load32(header, swap_);
+        if (size > maximumMessageBytes) {
+            count(door_.counters.undecodable);
+            close(("peer announces a message of " + std::to_string(size) + " bytes").c_str(), true);
+            return false;
+        }
+        if (incoming_.size() - frameHeaderBytes < size) break;
+        if (door_.isStopping()) return false;
+        const bool isLong = handled > 0 && std::chrono::steady_clock::now() - begin >= longestTurn;
+        if (((isLong || handled >= mostPerTurn) && yield()) || pause()) return false;
+        handleFrame(header, size, header + frameHeaderBytes);
+        incoming_.consume(frameHeaderBytes + size);
+        finished_ = true;
+    }
+    return true;
+}
+
+void Connection::handleFrame(const char* header, std::uint32_t size, char* body) {
+    const frame::MsgMeta meta{load32(header + 4, swap_), load32(header + 8, swap_), load32(header + 12, swap_),
+                              static_cast<std::uint8_t>(header[16])};
+    const frame::TransportInfo transport{number_, {load32(header + 20, swap_), load32(header + 24, swap_)}};
+    const Handler* handler = door_.findHandler(meta);
+    if (!handler) {
+        count(door_.counters.undecodable);
+        HOST_LOG(io, vdlDebugWarning, "service %s: connection %llu: no handler for message 0x%08x\n",
+                 door_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId);
+        return;
+    }
+    if (size < handler->size) {
+        count(door_.counters.undecodable);
+        HOST_LOG(io, vdlDebugFailure,
+                 "service %s: connection %llu: message 0x%08x dropped: it has %u bytes, its form %zu\n",
+                 door_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId, size, handler->size);
+        return;
+    }
+    if (const char* fault = unmarshal(*handler->plan, body, size, swap_)) {
+        count(door_.counters.undecodable);
+        HOST_LOG(io, vdlDebugFailure, "service %s: connection %llu: message 0x%08x dropped: %s\n",
+                 door_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId, fault);
+        return;
+    }
+    count(door_.counters.received);
+    door_.beginHandling(*this);
+    try {
+        handler->function(meta, transport, body, handler->context);
+    } catch (const std::exception& error) {
+        HOST_LOG(io, vdlDebugFailure, "service %s: handler of message 0x%08x threw: %s\n", door_.service.c_str(),
+                 meta.messageId, error.what());
+    } catch (...) {
+        HOST_LOG(io, vdlDebugFailure, "service %s: handler of message 0x%08x threw\n", door_.service.c_str(),
+                 meta.messageId);
+    }
+    forOthers_ += door_.endHandling();
+}
+
+void Connection::turnAway(const char* reason) noexcept {
+    count(door_.counters.refused);
+    close(reason, true);
+}
+
+void Connection::close(const char* reason, bool fault) noexcept {
+    if (closed_) return;
+    const auto self = shared_from_this(); // the door lets go of it
+    bool wasReady;
+    {
+        std::lock_guard lock(door_.mutex);
+        wasReady = ready_;
+        count(door_.counters.dropped, outbox_->dropCutShort());
+        abandon();
+    }
+    door_.onConnectionClosed(*this, wasReady, fault, reason);
+}
+
+void Connection::abandon() {
+    closed_ = true;
+    ready_ = false;
+    stream_->close();
+    timer_.cancel();
+    pauseTimer_.cancel();
+}
+
+} // namespace host::io

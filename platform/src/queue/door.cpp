@@ -1,0 +1,135 @@
+#include "door.h"
+
+#include "connection.h"
+#include "log/log.h"
+
+#include <boost/asio/post.hpp>
+#include <chrono>
+#include <exception>
+#include <new>
+#include <stdexcept>
+
+namespace host::io {
+namespace {
+// The part of an outbox that is kept for answers to its peer, so that what all peers are sent leaves them room.
+constexpr std::size_t partForAnswers = 8;
+} // namespace
+
+Door::Door(boost::asio::io_context& io, const std::string& service_, const frame::MessageSet& messages,
+           std::size_t sendBufferBytes, const QueueLimits& limits, bool serving)
+    : service(service_),
+      handshake(service_, messages, serving),
+      io_(io),
+      sendBufferBytes_(sendBufferBytes),
+      limits_(limits) {}
+
+int Door::registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHandler handler, void* context,
+                                 const vdl::EndianTable& table) {
+    const Plan* plan;
+    try {
+        plan = &planOf(table);
+    } catch (const std::invalid_argument& error) {
+        HOST_LOG(io, vdlDebugFailure, "service %s: handler of message 0x%08x refused: %s\n", service.c_str(),
+                 meta.messageId, error.what());
+        return -22;
+    }
+    std::lock_guard lock(handlersMutex_);
+    return handlers_.try_emplace(meta, Handler{handler, context, plan, table.size}).second ? 0 : -17;
+}
+
+const Handler* Door::findHandler(const frame::MsgMeta& meta) {
+    std::lock_guard lock(handlersMutex_);
+    const auto found = handlers_.find(meta);
+    return found == handlers_.end() ? nullptr : &found->second;
+}
+
+int Door::asyncSend(const frame::MsgIds& ids, const frame::MsgMeta& meta, const frame::TransportInfo* transport,
+                    const vdl::EndianTable& table, const void* payload, const boost::function<void()>& completed) {
+    int result;
+    try {
+        result = send({ids, meta, planOf(table), payload}, transport);
+    } catch (const std::length_error& error) {
+        result = refuse(-90, meta, error.what());
+    } catch (const std::invalid_argument& error) {
+        result = refuse(-22, meta, error.what());
+    } catch (...) { // out of memory
+        if (completed) completed();
+        throw;
+    }
+    if (completed) completed();
+    return result;
+}
+
+int Door::send(const Outgoing& message, const frame::TransportInfo* transport) {
+    std::lock_guard lock(mutex);
+    if (stopped_) return refuse(-108, message.meta, "the message queue has stopped");
+    return dispatch(message, transport);
+}
+
+void Door::beginHandling(const Connection& connection) noexcept {
+    forOthers_.store(0, std::memory_order_relaxed);
+    handled_.store(&connection, std::memory_order_relaxed);
+}
+
+unsigned Door::endHandling() noexcept {
+    handled_.store(nullptr, std::memory_order_relaxed);
+    return forOthers_.load(std::memory_order_relaxed);
+}
+
+int Door::put(const Outgoing& message, Outbox& outbox, Connection* connection, Room room) {
+    if (const Connection* handled = handled_.load(std::memory_order_relaxed); handled && handled != connection)
+        forOthers_.fetch_add(1, std::memory_order_relaxed);
+    const auto full = [&] {
+        count(counters.refused);
+        if (outbox.addRefusal() == 1)
+            HOST_LOG(io, vdlDebugFailure, "service %s: message 0x%08x refused: %zu messages (%zu bytes) wait already\n",
+                     service.c_str(), message.meta.messageId, outbox.messages(), outbox.bytes());
+        return -11;
+    };
+    const auto shareOf = [room](std::size_t most) { return room == Room::all ? most : most - most / partForAnswers; };
+    if (outbox.messages() >= shareOf(limits_.messages)) return full();
+    const auto deadline = connection ? Outbox::Time::max() : std::chrono::steady_clock::now() + limits_.wait;
+    outbox.add(message.ids, message.meta, message.plan, message.payload, deadline);
+    if (outbox.bytes() > shareOf(mostBytes(outbox))) {
+        outbox.retractLast();
+        return full();
+    }
+    if (connection) connection->flush();
+    return 0;
+}
+
+void Door::tellRefusals(Outbox& outbox) {
+    if (!outbox.empty()) return;
+    if (const auto refusals = outbox.takeRefusals(); refusals > 1)
+        HOST_LOG(io, vdlDebugFailure, "service %s: %zu more messages were refused while others waited\n",
+                 service.c_str(), refusals - 1);
+}
+
+int Door::refuse(int result, const frame::MsgMeta& meta, const char* why) {
+    count(counters.refused);
+    HOST_LOG(io, vdlDebugFailure, "service %s: message 0x%08x refused (%d): %s\n", service.c_str(), meta.messageId,
+             result, why);
+    return result;
+}
+
+void Door::refuseFromNowOn() {
+    std::lock_guard lock(mutex);
+    stopped_ = true;
+}
+
+frame::IOStatistics Door::statistics() {
+    frame::IOStatistics result;
+    result.service = service;
+    result.sent = counters.sent.load(std::memory_order_relaxed);
+    result.received = counters.received.load(std::memory_order_relaxed);
+    result.dropped = counters.dropped.load(std::memory_order_relaxed);
+    result.refused = counters.refused.load(std::memory_order_relaxed);
+    result.undecodable = counters.undecodable.load(std::memory_order_relaxed);
+    const auto connections = counters.connections.load(std::memory_order_relaxed);
+    result.reconnects = connections > 0 ? connections - 1 : 0;
+    std::lock_guard lock(mutex);
+    addTo(result);
+    return result;
+}
+
+} // namespace host::io

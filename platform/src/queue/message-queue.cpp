@@ -1,0 +1,179 @@
+#include "base/error-text.h"
+#include "client-door.h"
+#include "log/log.h"
+#include "server-door.h"
+#include "transport/transports.h"
+
+#include <host/message-queue.h>
+
+#include <atomic>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <chrono>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <pthread.h>
+#include <thread>
+#include <utility>
+
+namespace host {
+namespace {
+
+// Until there may be memory again: no longer than a client waits before it tries again.
+constexpr std::chrono::milliseconds shortagePause{50};
+
+} // namespace
+
+struct MessageQueue::State {
+    explicit State(const QueueLimits& queueLimits) : limits(queueLimits) {}
+
+    io::Door& add(std::unique_ptr<io::Door> door) {
+        std::lock_guard lock(mutex);
+        doors.push_back(std::move(door));
+        io::Door& added = *doors.back();
+        if (stopped) {
+            added.refuseFromNowOn();
+            added.end();
+        }
+        return added;
+    }
+    void remove(const frame::OmqIOModule& door) {
+        std::lock_guard lock(mutex);
+        std::erase_if(doors, [&](const auto& one) { return one.get() == &door; });
+    }
+    // The doors' work begins on the receiving thread, now or when that starts.
+    void open(const std::vector<io::Door*>& more) {
+        std::lock_guard lock(mutex);
+        if (stopped) return;
+        opened.reserve(opened.size() + more.size());
+        if (thread.joinable()) boost::asio::post(io, [this] { proceed(); });
+        opened.insert(opened.end(), more.begin(), more.end()); // for which there is memory
+    }
+    // Not under the mutex, as listeners may call the queue.
+    void proceed() noexcept {
+        for (std::size_t i = 0; io::Door* door = openedAt(i); ++i) door->proceed();
+    }
+    io::Door* openedAt(std::size_t i) noexcept {
+        std::lock_guard lock(mutex);
+        return i < opened.size() ? opened[i] : nullptr;
+    }
+    // The receiving thread. A door that has no memory for what it has to wait for stops the loop, as that needs none;
+    // after a while, in which everything else is served, all doors go on with what they could not do.
+    void receive() noexcept {
+        using Clock = std::chrono::steady_clock;
+        std::optional<Clock::time_point> proceedAt;
+        proceed();
+        for (;;) {
+            if (io.stopped()) {
+                io.restart();
+                if (!proceedAt) proceedAt = Clock::now() + shortagePause;
+            }
+            if (stopped) return; // looked at after the restart, which may have undone the stop that is for good
+            try {
+                if (!proceedAt) {
+                    io.run();
+                    continue;
+                }
+                io.run_until(*proceedAt);
+                if (Clock::now() < *proceedAt) continue;
+                proceedAt.reset();
+                proceed();
+            } catch (const std::exception& error) {
+                HOST_LOG(io, vdlDebugFailure, "the receiving thread goes on after an error: %s\n", textOf(error));
+                io.stop();
+            }
+        }
+    }
+
+    const QueueLimits limits;
+    boost::asio::io_context io{1};
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{io.get_executor()};
+    const std::unique_ptr<io::Transports> transports = io::makeTransports.load()(io);
+    std::mutex mutex; // guards the rest
+    // One for each marshalling member, and one for each service that the program offers; peers add none.
+    std::vector<std::unique_ptr<io::Door>> doors;
+    std::vector<io::Door*> opened; // of those, never removed from
+    std::thread thread;
+    std::atomic<bool> stopped{false}; // set under the mutex
+};
+
+MessageQueue::MessageQueue(const QueueLimits& limits) : state_(new State(limits)) { nameModule(Module::io, "io"); }
+
+MessageQueue::~MessageQueue() {
+    stop();
+    delete state_;
+}
+
+frame::OmqIOModule& MessageQueue::connectTo(const std::string& service, const frame::MessageSet& messages,
+                                            std::size_t sendBufferBytes, frame::IOConnectionListener* listener) {
+    return state_->add(std::make_unique<io::ClientDoor>(state_->io, state_->transports->connectorTo(service), service,
+                                                        messages, sendBufferBytes, state_->limits, listener));
+}
+
+void MessageQueue::open(frame::OmqIOModule& door) { open(std::vector{&door}); }
+
+void MessageQueue::open(const std::vector<frame::OmqIOModule*>& doors) {
+    std::vector<io::Door*> opened;
+    opened.reserve(doors.size());
+    for (frame::OmqIOModule* door : doors) opened.push_back(static_cast<io::Door*>(door));
+    state_->open(opened);
+}
+
+void MessageQueue::withdraw(frame::OmqIOModule& door) { state_->remove(door); }
+
+frame::OmqIOModule& MessageQueue::serve(const std::string& service, const frame::MessageSet& messages,
+                                        std::size_t sendBufferBytes) {
+    io::Door& door = state_->add(std::make_unique<io::ServerDoor>(state_->io, state_->transports->listenerFor(service),
+                                                                  service, messages, sendBufferBytes, state_->limits));
+    try {
+        state_->open({&door});
+    } catch (...) { // no memory: nobody would ever be let in
+        state_->remove(door);
+        throw;
+    }
+    return door;
+}
+
+std::vector<std::uint64_t> MessageQueue::clientsOf(frame::OmqIOModule& served) {
+    return static_cast<io::ServerDoor&>(served).clients();
+}
+
+std::string MessageQueue::failureOf(frame::OmqIOModule& door) { return static_cast<io::ClientDoor&>(door).failure(); }
+
+void MessageQueue::start() {
+    std::lock_guard lock(state_->mutex);
+    if (state_->stopped || state_->thread.joinable()) return;
+    state_->thread = std::thread([state = state_] {
+        pthread_setname_np(pthread_self(), "io");
+        state->receive();
+    });
+}
+
+void MessageQueue::stop() {
+    // A handler that asks for statistics while this waits for it must get them, hence the join outside the mutex.
+    std::thread thread;
+    {
+        std::lock_guard lock(state_->mutex);
+        if (state_->stopped.exchange(true)) return;
+        for (const auto& door : state_->doors) door->refuseFromNowOn();
+        thread = std::move(state_->thread);
+    }
+    state_->io.stop();
+    if (thread.joinable()) thread.join();
+    std::lock_guard lock(state_->mutex);
+    state_->transports->beginFarewell();
+    for (const auto& door : state_->doors) door->end();
+    state_->transports->endFarewell();
+}
+
+std::vector<frame::IOStatistics> MessageQueue::statistics() const {
+    std::lock_guard lock(state_->mutex);
+    std::vector<frame::IOStatistics> result;
+    for (const auto& door : state_->doors) result.push_back(door->statistics());
+    return result;
+}
+
+} // namespace host

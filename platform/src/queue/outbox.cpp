@@ -1,0 +1,120 @@
+#include "outbox.h"
+
+#include "byte-order.h"
+
+#include <host/message-queue.h>
+
+#include <algorithm>
+#include <exception>
+
+namespace host::io {
+namespace {
+// A buffer that grew beyond this in a burst is given back afterwards.
+constexpr std::size_t largestKeptBytes = 1024 * 1024;
+} // namespace
+
+Outbox::Outbox(std::size_t firstCapacity) { frames_.reserve(std::min(firstCapacity, largestKeptBytes)); }
+
+void Outbox::add(const frame::MsgIds& ids, const frame::MsgMeta& meta, const Plan& plan, const void* payload,
+                 Time deadline) {
+    const std::size_t start = frames_.size();
+    waiting_.push_back({0, deadline});
+    try {
+        frames_.append(frameHeaderBytes);
+        marshal(plan, payload, frames_, maximumMessageBytes);
+    } catch (...) {
+        frames_.truncate(start);
+        waiting_.pop_back();
+        throw;
+    }
+    const std::size_t size = frames_.size() - start;
+    waiting_.back().bytes = size;
+    char* header = frames_.data() + start;
+    store(header, static_cast<std::uint32_t>(size - frameHeaderBytes));
+    store(header + 4, meta.instance);
+    store(header + 8, meta.interfaceCode);
+    store(header + 12, meta.messageId);
+    store(header + 16, std::uint32_t{0});
+    store(header + 16, meta.flag);
+    store(header + 20, ids.sender);
+    store(header + 24, ids.sequence);
+    store(header + 28, std::uint32_t{0});
+}
+
+void Outbox::retractLast() noexcept {
+    frames_.truncate(frames_.size() - waiting_.back().bytes);
+    waiting_.pop_back();
+    if (frames_.capacity() <= 2 * largestKeptBytes || frames_.size() > largestKeptBytes) return;
+    try {
+        Bytes smaller;
+        std::copy_n(frames_.data(), frames_.size(), smaller.append(frames_.size()));
+        frames_ = std::move(smaller);
+    } catch (const std::exception&) { // no memory: it goes once the outbox is empty
+    }
+}
+
+std::size_t Outbox::took(std::size_t count) {
+    head_ += count;
+    taken_ += count;
+    const std::size_t before = first_;
+    while (first_ < waiting_.size() && taken_ >= waiting_[first_].bytes) taken_ -= waiting_[first_++].bytes;
+    const std::size_t whole = first_ - before;
+    tidy();
+    return whole;
+}
+
+std::size_t Outbox::dropCutShort() {
+    if (taken_ == 0) return 0;
+    discard(1);
+    tidy();
+    return 1;
+}
+
+std::size_t Outbox::dropExpired(Time now) {
+    const std::size_t before = first_;
+    while (!empty() && firstDeadline() <= now) discard(1);
+    const std::size_t dropped = first_ - before;
+    tidy();
+    return dropped;
+}
+
+std::size_t Outbox::dropAll() {
+    const std::size_t dropped = messages();
+    discard(dropped);
+    tidy();
+    return dropped;
+}
+
+void Outbox::setDeadlines(Time deadline) {
+    for (std::size_t i = first_; i < waiting_.size(); ++i) waiting_[i].deadline = deadline;
+}
+
+void Outbox::discard(std::size_t count) {
+    for (; count > 0; --count) {
+        head_ += waiting_[first_++].bytes - taken_;
+        taken_ = 0;
+    }
+}
+
+// Keeps the space before the first unsent byte, and before the first waiting entry, from growing for ever.
+void Outbox::tidy() {
+    if (empty()) {
+        waiting_.clear();
+        first_ = head_ = 0;
+        frames_.truncate(0);
+        if (frames_.capacity() > 2 * largestKeptBytes) frames_ = Bytes();
+        return;
+    }
+    if (head_ > frames_.size() / 2) {
+        const std::size_t rest = bytes();
+        std::copy_n(data(), rest, frames_.data());
+        frames_.truncate(rest);
+        head_ = 0;
+    }
+    if (first_ > waiting_.size() / 2) {
+        waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(first_));
+        first_ = 0;
+    }
+}
+
+} // namespace host::io

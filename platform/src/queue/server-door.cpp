@@ -1,0 +1,196 @@
+#include "server-door.h"
+
+#include "base/error-text.h"
+#include "log/log.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <malloc.h>
+#include <mutex>
+#include <new>
+#include <utility>
+
+namespace host::io {
+namespace {
+// Many more than are accepted at a time, so that who speaks as it comes is always heard.
+constexpr std::size_t mostAwaited = 64;
+// A client for which more messages wait does not keep pace. Fewer wait when it has only not been woken yet.
+constexpr std::size_t manyWaiting = 64;
+constexpr unsigned fewClients = 32; // fewer have not taken enough memory to give back
+} // namespace
+
+ServerDoor::ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service_,
+                       const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits)
+    : Door(io, service_, messages, sendBufferBytes, limits, true),
+      whyFull_("the service has its " + std::to_string(mostClients) + " clients already"),
+      listener_(std::move(listener)),
+      memoryTimer_(io) {}
+
+void ServerDoor::proceed() noexcept {
+    if (std::exchange(idle_, false)) listener_->listen(*this);
+}
+
+void ServerDoor::onStalled(const char* reason) noexcept { // those that come wait in the listener
+    idle_ = true;
+    proceedLater();
+    HOST_LOG(io, vdlDebugFailure, "service %s: cannot wait for clients: %s\n", service.c_str(), reason);
+}
+
+void ServerDoor::onCannotAccept(const char* reason) noexcept {
+    HOST_LOG(io, vdlDebugFailure, "service %s: cannot accept clients: %s\n", service.c_str(), reason);
+}
+
+void ServerDoor::onClient(std::unique_ptr<Stream> stream) noexcept {
+    if (!stream->isOwn()) return onRejected("a process of another user");
+    // Now, as who hears a hello takes itself for connected and tries again at once.
+    if (const char* why = whyFull()) return onRejected(why);
+    std::shared_ptr<Connection> client;
+    try {
+        client =
+            std::make_shared<Connection>(io_, std::move(stream), *this, std::make_shared<Outbox>(sendBufferBytes_));
+        std::lock_guard lock(mutex);
+        clients_.push_back(client);
+    } catch (const std::exception& error) {
+        return onRejected(textOf(error));
+    }
+    client->open();
+    makeWayForOthers();
+}
+
+void ServerDoor::onProven(const char* who) noexcept {
+    HOST_LOG(io, vdlDebugProgress, "service %s: %s\n", service.c_str(), who);
+}
+
+void ServerDoor::onRejected(const char* reason) noexcept {
+    giveMemoryBackLater();
+    count(counters.refused);
+    HOST_LOG(io, vdlDebugFailure, "service %s: client turned away: %s\n", service.c_str(), reason);
+}
+
+// Those that come and say nothing would else keep descriptors from those that do.
+void ServerDoor::makeWayForOthers() {
+    const auto isAwaited = [](const auto& client) { return client->awaitsHello(); };
+    const auto awaited = std::count_if(clients_.begin(), clients_.end(), isAwaited);
+    if (static_cast<std::size_t>(awaited) <= mostAwaited) return;
+    char why[64];
+    std::snprintf(why, sizeof why, "peer sent no hello while %zu others came", mostAwaited);
+    (*std::find_if(clients_.begin(), clients_.end(), isAwaited))->turnAway(why);
+}
+
+// The C library would keep what a crowd of clients took for the next one, tens of mebibytes after many handshakes.
+void ServerDoor::giveMemoryBackLater() noexcept {
+#ifdef __GLIBC__
+    if (++gone_ != fewClients) return;
+    try {
+        memoryTimer_.expires_after(std::chrono::seconds(1));
+        memoryTimer_.async_wait([this](const boost::system::error_code& canceled) {
+            if (canceled) return;
+            gone_ = 0;
+            malloc_trim(0);
+        });
+    } catch (const std::exception&) { // no memory
+        gone_ = 0;
+    }
+#endif
+}
+
+void ServerDoor::onConnectionReady(Connection& client) noexcept {
+    HOST_LOG(io, vdlDebugProgress, "service %s: client %llu connected\n", service.c_str(),
+             static_cast<unsigned long long>(client.number()));
+}
+
+void ServerDoor::onConnectionClosed(Connection& client, bool wasReady, bool fault, const char* reason) noexcept {
+    giveMemoryBackLater();
+    const char* what = wasReady ? "disconnected" : fault ? "turned away" : "left before its hello";
+    const auto number = static_cast<unsigned long long>(client.number());
+    // Two kinds, so that peers which come and go bury none that is at fault.
+    if (fault)
+        HOST_LOG(io, vdlDebugFailure, "service %s: client %llu %s: %s\n", service.c_str(), number, what, reason);
+    else
+        HOST_LOG(io, vdlDebugProgress, "service %s: client %llu %s: %s\n", service.c_str(), number, what, reason);
+    std::lock_guard lock(mutex);
+    count(counters.dropped, client.outbox().dropAll());
+    tellRefusals(client.outbox());
+    clients_.erase(std::find_if(clients_.begin(), clients_.end(), [&](const auto& c) { return c.get() == &client; }));
+}
+
+const char* ServerDoor::whyFull() const noexcept {
+    const auto isReady = [](const auto& client) { return !client->awaitsHello(); };
+    const auto ready = std::count_if(clients_.begin(), clients_.end(), isReady);
+    return static_cast<std::size_t>(ready) < mostClients ? nullptr : whyFull_.c_str();
+}
+
+std::vector<std::uint64_t> ServerDoor::clients() {
+    std::lock_guard lock(mutex);
+    std::vector<std::uint64_t> numbers;
+    for (const auto& client : clients_)
+        if (client->ready()) numbers.push_back(client->number());
+    return numbers;
+}
+
+bool ServerDoor::othersAreBehind(const Connection& connection) {
+    std::lock_guard lock(mutex);
+    return std::any_of(clients_.begin(), clients_.end(), [&](const auto& client) {
+        return client.get() != &connection && client->outbox().messages() > manyWaiting;
+    });
+}
+
+int ServerDoor::dispatch(const Outgoing& message, const frame::TransportInfo* transport) {
+    if (transport) {
+        for (const auto& client : clients_)
+            if (client->number() == transport->connection && client->ready())
+                return put(message, client->outbox(), client.get(), Room::all);
+        return refuse(-107, message.meta, "no such connection");
+    }
+    // One client's full queue, or the want of memory for one, is no reason for the others to go without.
+    std::size_t taken = 0, lost = 0;
+    int result = 0;
+    for (const auto& client : clients_) {
+        if (!client->ready()) continue;
+        try {
+            const int one = put(message, client->outbox(), client.get(), Room::allButTheAnswers);
+            if (one == 0)
+                ++taken;
+            else
+                result = one;
+        } catch (const std::bad_alloc&) {
+            ++lost;
+        }
+    }
+    if (taken == 0 && lost > 0) throw std::bad_alloc();
+    if (lost > 0) {
+        count(counters.refused, lost);
+        HOST_LOG(io, vdlDebugFailure, "service %s: message 0x%08x refused for %zu clients: out of memory\n",
+                 service.c_str(), message.meta.messageId, lost);
+    }
+    return taken > 0 ? 0 : result;
+}
+
+std::size_t ServerDoor::mostBytes(const Outbox& outbox) const {
+    if (outbox.bytes() <= bytesOfEach) return limits_.bytes;
+    std::size_t all = 0;
+    for (const auto& client : clients_) all += client->outbox().bytes();
+    return all <= queuesOfAll * limits_.bytes ? limits_.bytes : std::min(bytesOfEach, limits_.bytes);
+}
+
+void ServerDoor::addTo(frame::IOStatistics& statistics) {
+    for (const auto& client : clients_) {
+        statistics.connected = statistics.connected || client->ready();
+        statistics.queued += client->outbox().messages();
+    }
+}
+
+void ServerDoor::end() {
+    std::lock_guard lock(mutex);
+    for (const auto& client : clients_) {
+        count(counters.dropped, client->outbox().dropAll());
+        tellRefusals(client->outbox());
+        client->abandon();
+    }
+    clients_.clear();
+    listener_.reset();
+}
+
+} // namespace host::io

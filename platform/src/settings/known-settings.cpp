@@ -1,0 +1,178 @@
+#include "known-settings.h"
+
+#include "log-levels/levels.h"
+
+#include <host/endpoint.h>
+#include <host/printable.h>
+#include <host/queue-limits.h>
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cstddef>
+#include <limits>
+
+namespace host::config {
+namespace {
+
+constexpr std::uint64_t longestCount = 0x7FFFFFFF;
+constexpr std::uint64_t noBound = std::numeric_limits<std::size_t>::max();
+constexpr QueueLimits usualLimits;
+
+constexpr Known table[] = {
+    {.name = "endpoints.",
+     .variable = "TVSA_ENDPOINT_",
+     .help = "where a service is: path of a socket or tcp://HOST:PORT",
+     .kind = Kind::endpoint,
+     .trusted = true},
+    {.name = "keys.file",
+     .variable = "TVSA_KEY_FILE",
+     .help = "file with this machine's own pair of keys",
+     .trusted = true},
+    {.name = "keys.clients",
+     .variable = "TVSA_CLIENT_KEYS",
+     .help = "public keys of those that may connect from other hosts",
+     .kind = Kind::texts,
+     .trusted = true},
+    {.name = "keys.services.",
+     .variable = "TVSA_SERVICE_KEY_",
+     .help = "public key that a service on another host has to prove",
+     .trusted = true},
+    {.name = "remote.heartbeat_ms",
+     .variable = "TVSA_HEARTBEAT_MS",
+     .help = "milliseconds between the signs of life of a connection to another host",
+     .kind = Kind::number,
+     .least = 10,
+     .most = 60000,
+     .number = 1000},
+    {.name = "queue.messages",
+     .variable = "TVSA_QUEUE_MESSAGES",
+     .help = "messages that may wait per connection",
+     .kind = Kind::number,
+     .least = 1,
+     .most = longestCount,
+     .number = usualLimits.messages},
+    {.name = "queue.bytes",
+     .variable = "TVSA_QUEUE_BYTES",
+     .help = "bytes that may wait per connection",
+     .kind = Kind::number,
+     .least = 1,
+     .most = longestCount,
+     .number = usualLimits.bytes},
+    {.name = "queue.wait_ms",
+     .variable = "TVSA_QUEUE_WAIT_MS",
+     .help = "milliseconds that a message waits for a connection",
+     .kind = Kind::number,
+     .least = 1,
+     .most = longestCount,
+     .number = usualLimits.wait.count()},
+    {.name = "queue.unfinished_ms",
+     .variable = "TVSA_QUEUE_UNFINISHED_MS",
+     .help = "milliseconds that a message may stay unfinished without progress",
+     .kind = Kind::number,
+     .least = 100,
+     .most = longestCount,
+     .number = usualLimits.unfinished.count()},
+    {.name = "run_log.queue",
+     .variable = "TVSA_RUNLOG_QUEUE",
+     .help = "run log records that may wait to be stored",
+     .kind = Kind::number,
+     .replaceable = true,
+     .least = 1,
+     .most = noBound,
+     .number = 1024},
+    {.name = "flat_heap.megabytes",
+     .variable = "TVSA_FLAT_HEAP_MB",
+     .help = "size of the flat heap on 64-bit hosts",
+     .kind = Kind::number,
+     .replaceable = true,
+     .least = 32,
+     .most = 2048,
+     .number = 256},
+    {.name = "log.levels",
+     .variable = "TVSA_LOG",
+     .help = "debug levels: LEVEL or MODULE=LEVEL, comma-separated",
+     .kind = Kind::levels,
+     .replaceable = true,
+     .usual = "warning"},
+    {.name = "log.format",
+     .variable = "TVSA_LOG_FORMAT",
+     .help = "text, or json for an object per line",
+     .kind = Kind::format,
+     .replaceable = true,
+     .usual = "text"},
+};
+
+std::string upper(std::string_view text) {
+    std::string result;
+    for (const char c : text) result += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return result;
+}
+
+std::string lower(std::string_view text) {
+    std::string result;
+    for (const char c : text) result += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return result;
+}
+
+std::string problemOfNumber(const Known& known, const std::string& text) {
+    std::uint64_t value = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, value);
+    if (error == std::errc() && rest == end && value >= known.least && value <= known.most) return {};
+    if (known.most == noBound) return quoted(text) + " is no number above 0";
+    return "not a number from " + std::to_string(known.least) + " to " + std::to_string(known.most) + ": " +
+           quoted(text);
+}
+
+std::string problemOfLevels(const std::string& text) {
+    std::string complaints = debug::levelComplaints(text);
+    std::replace(complaints.begin(), complaints.end(), '\n', ';');
+    return complaints;
+}
+
+std::string problemOfTexts(std::string_view list) {
+    for (std::size_t start = 0; start <= list.size();) {
+        const std::size_t end = std::min(list.find(',', start), list.size());
+        if (start == end) return "an empty item in " + quoted(list);
+        start = end + 1;
+    }
+    return {};
+}
+
+} // namespace
+
+std::optional<std::string> Known::builtIn() const {
+    if (kind == Kind::number) return std::to_string(number);
+    if (usual.empty()) return std::nullopt;
+    return std::string(usual);
+}
+
+std::string Known::problemOf(const std::string& text) const {
+    if (kind == Kind::number) return problemOfNumber(*this, text);
+    if (printable(text) != text) return "not a text of printable characters: " + quoted(text);
+    if (kind == Kind::levels) return problemOfLevels(text);
+    if (kind == Kind::format) return text == "text" || text == "json" ? "" : quoted(text) + " is neither text nor json";
+    if (kind == Kind::texts) return text.empty() ? "" : problemOfTexts(text);
+    if (text.empty()) return "not a text: \"\"";
+    return kind == Kind::endpoint ? problemOfEndpoint(text) : "";
+}
+
+std::span<const Known> knownSettings() { return table; }
+
+const Known* findKnown(std::string_view name) {
+    for (const Known& known : table)
+        if (known.perService() ? name.starts_with(known.name) && name.size() > known.name.size() : name == known.name)
+            return &known;
+    return nullptr;
+}
+
+std::string variableOf(const Known& known, std::string_view name) {
+    return std::string(known.variable) + (known.perService() ? upper(name.substr(known.name.size())) : "");
+}
+
+std::string nameOf(const Known& known, std::string_view variable) {
+    return std::string(known.name) + lower(variable.substr(known.variable.size()));
+}
+
+} // namespace host::config

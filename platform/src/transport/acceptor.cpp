@@ -1,0 +1,53 @@
+#include "transport/acceptor.h"
+
+#include "base/error-text.h"
+
+#include <cerrno>
+#include <chrono>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+namespace host::io {
+namespace {
+// Until descriptors or memory may be there again.
+constexpr std::chrono::milliseconds acceptRetry{100};
+constexpr int mostAtOnce = 16;
+} // namespace
+
+Acceptor::Acceptor(boost::asio::io_context& io, int socket, Take take)
+    : socket_(socket), take_(std::move(take)), retryTimer_(io), watch_(io, socket) {}
+
+void Acceptor::listen(ListenerUser& user) noexcept {
+    try {
+        const int before = std::exchange(error_, acceptSome());
+        const auto again = [this, &user](const boost::system::error_code& canceled) {
+            if (!canceled) listen(user);
+        };
+        if (error_ == 0) return watch_.async_wait(watch_.wait_read, again);
+        if (error_ != before) user.onCannotAccept(std::system_category().message(error_).c_str());
+        retryTimer_.expires_after(acceptRetry);
+        retryTimer_.async_wait(again);
+    } catch (const std::exception& error) {
+        user.onStalled(textOf(error));
+    }
+}
+
+// Returns why there may be more that could not be accepted, or 0.
+int Acceptor::acceptSome() {
+    for (int i = 0; i < mostAtOnce; ++i) {
+        sockaddr_storage from{};
+        socklen_t size = sizeof from;
+        FileDescriptor connection(
+            ::accept4(socket_, reinterpret_cast<sockaddr*>(&from), &size, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        if (connection)
+            take_(std::move(connection), from);
+        else if (errno == EAGAIN)
+            return 0;
+        else if (errno != EINTR && errno != ECONNABORTED)
+            return errno;
+    }
+    return 0;
+}
+
+} // namespace host::io

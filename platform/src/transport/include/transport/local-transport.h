@@ -1,0 +1,44 @@
+// The transport between processes of one machine: stream sockets in the file system.
+#pragma once
+
+#include "transport/acceptor.h"
+#include "transport/service-socket.h"
+#include "base/file-descriptor.h"
+#include "transport/transport.h"
+
+#include <boost/asio/io_context.hpp>
+#include <string>
+
+namespace host::io {
+
+// A stream over a connected socket that does not block. Throws std::exception.
+std::unique_ptr<Stream> streamOver(boost::asio::io_context& io, FileDescriptor socket);
+
+class LocalConnector final : public Connector {
+public:
+    LocalConnector(boost::asio::io_context& io, const std::string& path) : io_(io), path_(path) {}
+
+    const std::string& address() const override { return path_; }
+    void connect(const Answer& answer) override;
+
+private:
+    boost::asio::io_context& io_;
+    const std::string path_;
+};
+
+class LocalListener final : public Listener {
+public:
+    // Throws as Endpoint does.
+    LocalListener(boost::asio::io_context& io, const std::string& service, const std::string& path);
+    void listen(ListenerUser& user) noexcept override;
+
+private:
+    void take(FileDescriptor connection) noexcept;
+
+    boost::asio::io_context& io_;
+    const Endpoint endpoint_;
+    Acceptor acceptor_;
+    ListenerUser* user_ = nullptr;
+};
+
+} // namespace host::io

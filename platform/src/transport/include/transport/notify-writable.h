@@ -1,0 +1,36 @@
+// How a stream over a socket reports that there is room again.
+#pragma once
+
+#include "transport/transport.h"
+
+#include <boost/asio/dispatch.hpp>
+#include <boost/system/error_code.hpp>
+#include <exception>
+#include <memory>
+#include <utility>
+
+namespace host::io {
+
+// Stream::waitWritable for the stream that has the socket. From any thread; the receiving one alone gives the socket
+// work. Without memory the stream is broken off.
+template <class Socket>
+void notifyWhenWritable(Socket& socket, Stream& stream, std::shared_ptr<StreamUser> user) noexcept {
+    const auto wait = [&socket, &stream, user = std::move(user)] {
+        if (!socket.is_open()) return;
+        try {
+            socket.async_wait(Socket::wait_write, [&socket, &stream, user](const boost::system::error_code& error) {
+                if (!socket.is_open()) return;
+                error ? stream.breakOff() : user->onWritable();
+            });
+        } catch (const std::exception&) {
+            stream.breakOff();
+        }
+    };
+    try {
+        boost::asio::dispatch(socket.get_executor(), wait);
+    } catch (const std::exception&) {
+        stream.breakOff();
+    }
+}
+
+} // namespace host::io

@@ -1,0 +1,132 @@
+// A whole receiver on this machine: the two services and the framework process with the adapter and the control
+// application, in a private folder, driven through their shells.
+//
+// For one thread. Whatever does not come in time throws ReceiverError, which says what was waited for.
+#pragma once
+
+#include <host/shell-client.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <kit/child-process.h>
+#include <kit/log-file.h>
+#include <kit/wait.h>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace receiver {
+
+class ReceiverError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// The processes in the order in which they start.
+enum class Part { tvService, mmService, frameHost };
+inline constexpr std::array allParts{Part::tvService, Part::mmService, Part::frameHost};
+const char* nameOf(Part part); // also the name of its shell
+
+// Where the programs and the application libraries are; by default where this build puts them.
+struct Places {
+    std::filesystem::path programs, libraries;
+    Places();
+};
+
+// What a client was told about one terminal.
+struct Answer {
+    std::string reqId, terminal;
+    int result;
+    std::string uri;
+};
+
+// Whether all that part has is in whole; of a list, each element in one of whole's.
+bool includes(const nlohmann::json& whole, const nlohmann::json& part);
+
+inline constexpr Milliseconds patience{10000}; // for what takes no time on an idle machine
+
+class ReceiverKit {
+public:
+    // interrupted is asked while something is waited for; when it says yes the wait throws. environment comes on top of
+    // what the processes are given anyway, or in its place.
+    explicit ReceiverKit(Places places = {}, std::function<bool()> interrupted = {},
+                         std::map<std::string, std::string> environment = {});
+    ~ReceiverKit(); // ends all processes and removes the folder
+
+    // Starts all parts and waits until both services are connected.
+    void start();
+    void start(Part part); // and waits until its shell takes all its commands
+    // Ends the parts in order, the framework process first. Returns what was not as it should be, a line each: a part
+    // that had died before, did not end in time or ended with an error.
+    std::string stop();
+    std::string stop(Part part); // this one alone
+
+    void freeze(Part part);
+    void thaw(Part part);
+    void kill(Part part);       // at once, without a chance to tidy up
+    pid_t processId(Part part); // of a part that was started
+
+    // Runs a command in a part's shell and returns what it printed, as JSON (null for nothing).
+    nlohmann::json ask(Part part, const std::vector<std::string>& words);
+    // The same for commands that know no JSON: what they printed, as it is.
+    std::string read(Part part, const std::vector<std::string>& words);
+
+    // Requests to the adapter. They return the request id that it gave them.
+    std::string play(const std::string& terminals, const std::string& uri);
+    std::string stopTerminals(const std::string& terminals);
+
+    // The answers to a request so far, in the order in which the control application got them.
+    std::vector<Answer> answersTo(const std::string& reqId);
+    std::vector<Answer> waitForAnswers(const std::string& reqId, std::size_t count, Milliseconds limit = patience);
+    // What the resource manager logged about a request so far.
+    std::vector<LogLine> stepsOf(const std::string& reqId) const;
+    // Waits for such a line that contains part.
+    LogLine waitForStep(const std::string& reqId, const std::string& part, Milliseconds limit = patience);
+
+    // What clients were told, as the control application lists it: objects with "number", "message" and "arguments".
+    std::uint64_t newestNotification();                      // its number, 0 before the first one
+    nlohmann::json notificationsAfter(std::uint64_t number); // oldest first, at most 100
+    // Waits for one of that name after that number, whose arguments include those given.
+    nlohmann::json waitForNotification(const std::string& message, std::uint64_t after,
+                                       const nlohmann::json& arguments = nlohmann::json::object());
+
+    bool waitFor(const std::function<bool()>& condition, Milliseconds limit);
+
+    const std::filesystem::path& folder() const { return folder_; }
+    std::filesystem::path runtimeFolder() const { return folder_ / "run"; }
+    std::string logTails(std::size_t lines) const; // of all parts, for people
+
+    ReceiverKit(const ReceiverKit&) = delete;
+    ReceiverKit& operator=(const ReceiverKit&) = delete;
+
+private:
+    struct Process {
+        std::unique_ptr<ChildProcess> child;
+        host::ShellClient shell;
+    };
+
+    Process& of(Part part) { return processes_[static_cast<std::size_t>(part)]; }
+    std::filesystem::path logOf(Part part) const;
+    std::string shellOf(Part part) const;
+    ChildCommand commandOf(Part part) const;
+    bool answers(Part part);
+    std::string outputOf(Part part, const std::vector<std::string>& words, bool json);
+    std::string submit(const std::vector<std::string>& words);
+    std::vector<LogLine> managerLines() const;
+    void end(Part part, std::string& complaints);
+
+    const Places places_;
+    const std::function<bool()> interrupted_;
+    const std::map<std::string, std::string> environment_;
+    std::filesystem::path folder_;
+    std::array<Process, allParts.size()> processes_;
+};
+
+} // namespace receiver
