@@ -1,22 +1,23 @@
 #!/usr/bin/env python3
-"""Runs a lane of checks and keeps its figures; see `./dev help` and docs/reliability.md."""
+"""Runs a check and keeps its figures; see `./dev help` and docs/reliability.md."""
 import argparse
 import datetime
 import json
 import os
 import pathlib
-import re
 import subprocess
 import sys
 import tempfile
 import time
 
+import reliability
+
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-DOCUMENT = ROOT / "docs" / "reliability.md"
+PAGES = reliability.Pages(ROOT / "docs" / "reliability.md", ROOT / "docs" / "reliability")
 
 
 def figures_of(lines):
-    """What a lane has appended to the file of figures: an object per line with figure, value, unit, perhaps bound."""
+    """What a check has appended to the file of figures: an object per line with figure, value, unit, perhaps bound."""
     found = []
     for number, line in enumerate(lines, 1):
         try:
@@ -48,48 +49,29 @@ def git(*arguments):
 
 
 def tree():
-    """Of which sources a run is. The document is none of them: the lane that ran before has written it."""
-    changed = git("status", "--porcelain", "--", ".", f":!{DOCUMENT.relative_to(ROOT)}")
+    """The commit of a run. Pages of results do not count as changes: the check that ran before has written them."""
+    written = [f":!{path.relative_to(ROOT)}" for path in (PAGES.summary, PAGES.folder)]
+    changed = git("status", "--porcelain", "--", ".", *written)
     return (git("rev-parse", "--short", "HEAD") or "no commit") + (" with changes" if changed else "")
-
-
-def section(lane, about, outcome, figures):
-    return "\n".join([f"## {lane}", "", about.strip(), "", f"`./dev check {lane}`, {outcome}", "",
-                      "| Figure | Value | Bound |", "|---|---|---|",
-                      *(f"| {name} | {value} | {bound} |" for name, value, bound in figures)]) + "\n"
-
-
-def marked_as_failed(document, lane, about, failure):
-    """The document with a failed run told of in the lane's section, which keeps the figures of the last good one."""
-    found = re.search(rf"^## {re.escape(lane)}\n.*?(?=^## |\Z)", document, re.MULTILINE | re.DOTALL)
-    text = found[0] if found else section(lane, about, "never run to its end.", [])
-    text = re.sub(r"^\*\*Failed\*\*.*\n\n", "", text, flags=re.MULTILINE)
-    table = text.index("| Figure |")
-    return with_section(document, lane, f"{text[:table]}**Failed** {failure}\n\n{text[table:]}")
-
-
-def with_section(document, lane, text):
-    """The document with the lane's section replaced, or added in the order of the names."""
-    head, *sections = re.split(r"^(?=## )", document, flags=re.MULTILINE)
-    kept = [part for part in sections if part.split("\n", 1)[0] != f"## {lane}"]
-    return "\n\n".join(part.strip("\n") for part in [head, *sorted([*kept, text])]) + "\n"
 
 
 def main():
     options = argparse.ArgumentParser(prog="dev check")
-    options.add_argument("lane")
+    options.add_argument("check")
     options.add_argument("--quick", action="store_true", help="a small size; keeps no figures")
-    options.add_argument("options", nargs="*", help="behind --: the lane's own; keeps no figures")
+    options.add_argument("options", nargs="*", help="behind --: the check's own; keeps no figures")
     given = options.parse_args()
     kept = not given.quick and not given.options
 
-    folder = ROOT / "checks" / given.lane
-    about = (folder / "about.md").read_text(encoding="utf-8")
-    when = f"on {datetime.date.today()} at {tree()}"
+    if kept and (missing := PAGES.missing(given.check)):
+        print(f"{missing}; write it first, or run with --quick")
+        return 2
+    program = ROOT / "checks" / given.check / "run"
+    date, commit = str(datetime.date.today()), tree()
     with tempfile.NamedTemporaryFile("r", prefix="figures-", encoding="utf-8") as file:
         started = time.monotonic()
-        status = subprocess.run([str(folder / "run"), *(["--quick"] if given.quick else []), *given.options], cwd=ROOT, check=False,
-                                env={**os.environ, "CHECK_FIGURES": file.name}).returncode
+        status = subprocess.run([str(program), *(["--quick"] if given.quick else []), *given.options], cwd=ROOT,
+                                check=False, env={**os.environ, "CHECK_FIGURES": file.name}).returncode
         seconds = time.monotonic() - started
         try:
             figures, problem = figures_of(file.read().splitlines()), f"exit code {status}" if status else ""
@@ -98,17 +80,15 @@ def main():
     for name, value, bound in figures:
         print(f"{name}: {value}" + (f" ({bound})" if bound else ""))
     if kept:
-        before = DOCUMENT.read_text(encoding="utf-8")
+        run = reliability.Run(given.check, date, commit, took(seconds))
         if problem:
-            after = marked_as_failed(before, given.lane, about, f"{when}, {problem}; the figures are older.")
+            PAGES.keep_failure(run, problem)
         else:
-            after = with_section(before, given.lane,
-                                 section(given.lane, about, f"last run {when}, {took(seconds)}.", figures))
-        DOCUMENT.write_text(after, encoding="utf-8")
+            PAGES.keep(run, figures)
     if problem:
-        print(f"{given.lane}: failed, {problem}")
+        print(f"{given.check}: failed, {problem}")
         return 1
-    print(f"{given.lane}: as expected, {took(seconds)}")
+    print(f"{given.check}: as expected, {took(seconds)}")
     return 0
 
 
