@@ -55,10 +55,12 @@ def markdown(lines, compiler):
     notes = [f"- {line['bench']}: {line['note']}" for line in lines if "note" in line]
     parts = [
         "# Benchmarks", "",
-        "Written by `./dev bench`; do not edit. Every figure is measured beside what it is compared with, in the same "
-        "run and in turns, so the ratios hold although other machines give other times. Both sides carry the same "
-        "records; the receiving side makes new ones and always checks the whole message. The two worst figures of each "
-        "goal are shown; a ratio is that of the medians.", "",
+        "How fast is the receiver, compared with hand-written code (the limit) and with other libraries (the "
+        "peers)? The table shows which goals it reaches.", "",
+        "`./dev bench` writes this file; do not edit it. A figure and what it is compared with are measured in the "
+        "same run, in turns, so the ratios hold on other machines, too. Both sides carry the same records; the "
+        "receiving side makes new ones and always checks the whole message. The table shows the two worst figures "
+        "of each goal; a ratio is that of the medians.", "",
         "| Goal | What | Bound | Worst measured | Reached | What it means |", "|---|---|---|---|---|---|",
         *goal_rows(lines), "", "![Figures in parts of their bound](benchmarks.svg)", ""]
     if remarks:
