@@ -1,4 +1,4 @@
-// An application that shows a channel on the main terminal and prints what becomes of it.
+// An application that shows a channel on the main terminal and prints the result.
 #include <frame/abstract-application.h>
 #include <frame/process.h>
 #include <tvservice-adapter/model-tvservice-adapter.h>

@@ -14,7 +14,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-// Exit codes as the README lists them.
+// Exit codes as docs/tvctl.md lists them.
 constexpr int endedAsAsked = 0, failed = 1, usage = 2, badData = 6;
 
 class FrameHost : public Programs {

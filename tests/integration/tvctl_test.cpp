@@ -20,7 +20,7 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-// Exit codes as the README lists them.
+// Exit codes as docs/tvctl.md lists them.
 constexpr int done = 0, failed = 1, usage = 2, noProcess = 3, timedOut = 4, refused = 5, malformed = 6,
               interrupted = 130;
 

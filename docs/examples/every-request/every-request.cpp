@@ -1,4 +1,4 @@
-// An application that makes each of the adapter's requests once and prints the notifications that it hears of.
+// An application that makes each of the adapter's requests once and prints the notifications that it receives.
 #include <frame/abstract-application.h>
 #include <frame/process.h>
 #include <tvservice-adapter/model-tvservice-adapter.h>

@@ -1,4 +1,4 @@
-// An application that follows somebody who zaps through twenty channels faster than a receiver can tune, then stops.
+// An application that zaps through twenty channels faster than a receiver can tune, then stops.
 #include <frame/abstract-application.h>
 #include <frame/process.h>
 #include <tvservice-adapter/zapper.h>
@@ -20,7 +20,7 @@ class Zapping : public frame::AbstractApplication {
             request.uri = "dvb://1.1." + std::to_string(channel);
             zapper_->want(request);
         }
-        return zapper_->stop({1, 0}); // of another terminal, where it is the newest wanted thing
+        return zapper_->stop({1, 0}); // the newest request of another terminal
     }
     int performStopping() override {
         zapper_.reset();
