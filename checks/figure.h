@@ -1,4 +1,4 @@
-// The figures that a lane of checks reports: lines of JSON in the file that CHECK_FIGURES names.
+// The figures that a check reports: lines of JSON in the file that CHECK_FIGURES names.
 #pragma once
 
 #include <cstdint>

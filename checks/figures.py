@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""The figures that a lane reports: lines of JSON in the file that CHECK_FIGURES names; nothing without it.
+"""The figures that a check reports: lines of JSON in the file that CHECK_FIGURES names; nothing without it.
 
-usage: figures.py NAME VALUE UNIT [BOUND], for lanes that are no Python"""
+usage: figures.py NAME VALUE UNIT [BOUND], for checks that are not written in Python"""
 import json
 import os
 import sys

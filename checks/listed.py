@@ -1,4 +1,4 @@
-"""What a lane found that somebody has looked at: a file of blocks, and how what was found differs from it.
+"""Findings of a check that a person has judged: a file of blocks, and how new findings differ from it.
 
 A block is a line with a number and a name, the source line's text, and on the lines after it the reason."""
 import collections
