@@ -50,9 +50,22 @@ def page_after(page, run, figures):
     """The page with the last run replaced by one that held."""
     description = page.partition(f"{LAST_RUN}\n")[0].rstrip("\n")
     rows = [f"| {name} | {value} | {bound} |" for name, value, bound in figures]
-    return "\n".join([description, "", LAST_RUN, "",
-                      f"`./dev check {run.check}` held on {run.date} at {run.commit}, {run.duration}.", "",
-                      "| Figure | Value | Bound |", "|---|---|---|", *rows]) + "\n"
+    return (
+        "\n".join(
+            [
+                description,
+                "",
+                LAST_RUN,
+                "",
+                f"`./dev check {run.check}` held on {run.date} at {run.commit}, {run.duration}.",
+                "",
+                "| Figure | Value | Bound |",
+                "|---|---|---|",
+                *rows,
+            ]
+        )
+        + "\n"
+    )
 
 
 def page_after_failure(page, run, problem):
