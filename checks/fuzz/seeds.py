@@ -8,14 +8,19 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 LONGEST = 1100  # bytes; what is longer slows the fuzzer down and shows nothing more
 
 SHELL_LINES = [
-    "play :d :s [:s]\nTYPE URI [UUID] - plays it\nplay 1 dvb://1.1.1 \"a b\"",
-    "say :s ...\nNAME TEXT... - says it\nsay name the \\\"rest\\\" of it",
+    'play :d :s [:s]\nTYPE URI [UUID] - plays it\nplay 1 dvb://1.1.1 "a b"',
+    'say :s ...\nNAME TEXT... - says it\nsay name the \\"rest\\" of it',
     "terminals\n- lists\nterminals",
     "stop [:d]\nstops it\nstop",
 ]
 URIS = ["dvb://1.1.1", "FILE:///tmp/x", "rec://plain/null", "https://a/b?c#d", "youtubev4:x", "1a:b", "a+b-c.d:"]
-JSONS = ["{}", '{"requests": [{"terminal": {"type": 1, "id": -2}, "uri": "dvb://1.1.1", "strParamList": ["a", "b"]}]}',
-         '{"info": {"tracks": []}}', '{"application": 4294967296}', '{"text": "\\u00fc\\u0000"}']
+JSONS = [
+    "{}",
+    '{"requests": [{"terminal": {"type": 1, "id": -2}, "uri": "dvb://1.1.1", "strParamList": ["a", "b"]}]}',
+    '{"info": {"tracks": []}}',
+    '{"application": 4294967296}',
+    '{"text": "\\u00fc\\u0000"}',
+]
 
 
 def golden():
