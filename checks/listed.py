@@ -20,5 +20,7 @@ def read(path):
 def differences(found, expected, gone):
     """Lines about what is found and not listed, and about what is listed and, as `gone` says, not so any more."""
     lines = [f"not listed: {number} {name}\n    {text}" for (name, text), number in sorted((found - expected).items())]
-    return lines + [f"listed, but {gone}: {number} {name}\n    {text}"
-                    for (name, text), number in sorted((expected - found).items())]
+    return lines + [
+        f"listed, but {gone}: {number} {name}\n    {text}"
+        for (name, text), number in sorted((expected - found).items())
+    ]

@@ -22,8 +22,13 @@ def figures_of(lines):
     for number, line in enumerate(lines, 1):
         try:
             figure = json.loads(line)
-            found.append((figure["figure"], f"{shown(figure['value'])} {figure.get('unit', '')}".strip(),
-                          figure.get("bound", "")))
+            found.append(
+                (
+                    figure["figure"],
+                    f"{shown(figure['value'])} {figure.get('unit', '')}".strip(),
+                    figure.get("bound", ""),
+                )
+            )
         except (ValueError, KeyError, TypeError) as error:
             raise ValueError(f"line {number} of the figures is none: {line!r}: {error}") from error
     return found
@@ -42,8 +47,9 @@ def took(seconds):
 def git(*arguments):
     """What git says, or nothing when this is no checkout."""
     try:
-        return subprocess.run(["git", *arguments], cwd=ROOT, check=True, stdout=subprocess.PIPE,
-                              stderr=subprocess.DEVNULL, text=True).stdout.strip()
+        return subprocess.run(
+            ["git", *arguments], cwd=ROOT, check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True
+        ).stdout.strip()
     except (OSError, subprocess.CalledProcessError):
         return ""
 
@@ -70,8 +76,12 @@ def main():
     date, commit = str(datetime.date.today()), tree()
     with tempfile.NamedTemporaryFile("r", prefix="figures-", encoding="utf-8") as file:
         started = time.monotonic()
-        status = subprocess.run([str(program), *(["--quick"] if given.quick else []), *given.options], cwd=ROOT,
-                                check=False, env={**os.environ, "CHECK_FIGURES": file.name}).returncode
+        status = subprocess.run(
+            [str(program), *(["--quick"] if given.quick else []), *given.options],
+            cwd=ROOT,
+            check=False,
+            env={**os.environ, "CHECK_FIGURES": file.name},
+        ).returncode
         seconds = time.monotonic() - started
         try:
             figures, problem = figures_of(file.read().splitlines()), f"exit code {status}" if status else ""

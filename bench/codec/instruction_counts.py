@@ -24,9 +24,20 @@ CHECKED = {"request/1": 1.42, "request/100": 1.19}
 def instructions(program, codec, case, runs):
     with tempfile.TemporaryDirectory() as folder:
         done = subprocess.run(
-            ["valgrind", "--tool=callgrind", "--toggle-collect=countedRuns",
-             f"--callgrind-out-file={folder}/callgrind.out", program, codec, case, str(runs)],
-            capture_output=True, text=True, check=False)
+            [
+                "valgrind",
+                "--tool=callgrind",
+                "--toggle-collect=countedRuns",
+                f"--callgrind-out-file={folder}/callgrind.out",
+                program,
+                codec,
+                case,
+                str(runs),
+            ],
+            capture_output=True,
+            text=True,
+            check=False,
+        )
     found = re.search(r"Collected : (\d+)", done.stderr)
     if done.returncode != 0 or not found:
         raise SystemExit(f"instruction_counts: {codec} {case}: no count\n{done.stderr}")
@@ -36,19 +47,49 @@ def instructions(program, codec, case, runs):
 def main():
     program, check = sys.argv[1], "--check" in sys.argv[2:]
     if not shutil.which("valgrind"):
-        print("instruction_counts: skipped, valgrind is not installed" if check else json.dumps(
-            {"bench": "instructions", "note": "valgrind is not installed: left out"}))
+        print(
+            "instruction_counts: skipped, valgrind is not installed"
+            if check
+            else json.dumps({"bench": "instructions", "note": "valgrind is not installed: left out"})
+        )
         return 77 if check else 0
     failed = False
     for case, runs in CASES.items():
         counts = {codec: instructions(program, codec, case, runs) for codec in ("own", "limit")}
         for codec, count in counts.items():
-            print(json.dumps({"bench": "instructions", "case": case, "side": codec, "unit": "instruction",
-                              "per": "message", "min": count, "median": count, "max": count, "rounds": 1}))
+            print(
+                json.dumps(
+                    {
+                        "bench": "instructions",
+                        "case": case,
+                        "side": codec,
+                        "unit": "instruction",
+                        "per": "message",
+                        "min": count,
+                        "median": count,
+                        "max": count,
+                        "rounds": 1,
+                    }
+                )
+            )
         ratio = counts["own"] / counts["limit"]
-        print(json.dumps({"bench": "instructions", "case": case, "ratio": "own/limit", "median": ratio,
-                          "roundMedian": ratio, "min": ratio, "max": ratio, "rounds": 1, "goal": GOAL, "goalNumber": 3,
-                          "bound": "atMost"}))
+        print(
+            json.dumps(
+                {
+                    "bench": "instructions",
+                    "case": case,
+                    "ratio": "own/limit",
+                    "median": ratio,
+                    "roundMedian": ratio,
+                    "min": ratio,
+                    "max": ratio,
+                    "rounds": 1,
+                    "goal": GOAL,
+                    "goalNumber": 3,
+                    "bound": "atMost",
+                }
+            )
+        )
         if check and ratio > CHECKED[case]:
             print(f"{case}: {ratio:.3f} times the limit's instructions, more than {CHECKED[case]}")
             failed = True

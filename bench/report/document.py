@@ -16,9 +16,12 @@ def machine(compiler):
         pass
     version = subprocess.run([compiler, "--version"], capture_output=True, text=True, check=False).stdout
     load = ", ".join(f"{value:.1f}" for value in os.getloadavg())
-    return [f"- CPU: {os.cpu_count()} x {model}", f"- kernel: {platform.system()} {platform.release()}",
-            f"- compiler: {(version.splitlines() or [compiler])[0]}, `-O2`",
-            f"- load averages at the end: {load}"]
+    return [
+        f"- CPU: {os.cpu_count()} x {model}",
+        f"- kernel: {platform.system()} {platform.release()}",
+        f"- compiler: {(version.splitlines() or [compiler])[0]}, `-O2`",
+        f"- load averages at the end: {load}",
+    ]
 
 
 def goal_rows(lines):
@@ -49,29 +52,49 @@ def figure_rows(lines):
 
 
 def markdown(lines, compiler):
-    remarks = [f"- **{number or 'growth'}**: {text}" for number, text in sorted(
-        REMARKS.items(), key=lambda item: item[0] or 99)
-        if any(figures.excess(line) > 1 for line in figures.with_goal(lines, number))]
+    remarks = [
+        f"- **{number or 'growth'}**: {text}"
+        for number, text in sorted(REMARKS.items(), key=lambda item: item[0] or 99)
+        if any(figures.excess(line) > 1 for line in figures.with_goal(lines, number))
+    ]
     notes = [f"- {line['bench']}: {line['note']}" for line in lines if "note" in line]
     parts = [
-        "# Benchmarks", "",
+        "# Benchmarks",
+        "",
         "How fast is the receiver, compared with hand-written code (the limit) and with other libraries (the "
-        "peers)? The table shows which goals it reaches.", "",
+        "peers)? The table shows which goals it reaches.",
+        "",
         "`./dev bench` writes this file; do not edit it. A figure and what it is compared with are measured in the "
         "same run, in turns, so the ratios hold on other machines, too. Both sides carry the same records; the "
         "receiving side makes new ones and always checks the whole message. The table shows the two worst figures "
-        "of each goal; a ratio is that of the medians.", "",
-        "| Goal | What | Bound | Worst measured | Reached | What it means |", "|---|---|---|---|---|---|",
-        *goal_rows(lines), "", "![Figures in parts of their bound](benchmarks.svg)", ""]
+        "of each goal; a ratio is that of the medians.",
+        "",
+        "| Goal | What | Bound | Worst measured | Reached | What it means |",
+        "|---|---|---|---|---|---|",
+        *goal_rows(lines),
+        "",
+        "![Figures in parts of their bound](benchmarks.svg)",
+        "",
+    ]
     if remarks:
         parts += ["## What is not reached, and why", "", *remarks, ""]
     if notes:
         parts += ["## Notes", "", *notes, ""]
-    parts += ["## The machine", "", *machine(compiler), "",
-              "## How to repeat", "",
-              "`./dev bench` measures everything and writes this file; `./dev bench --quick` takes less than two minutes "
-              "and only prints; `./dev bench --gate` fails when a figure is more than 10 % (`--margin`) beyond "
-              "its bound or, where a reason is given above, beyond what is accepted in `bench/report/goals.py`. The machine should have nothing else to do.", "",
-              "## All figures", "", "| Program | Case | Side or ratio | Median | From, to | Bound |",
-              "|---|---|---|---|---|---|", *figure_rows(lines)]
+    parts += [
+        "## The machine",
+        "",
+        *machine(compiler),
+        "",
+        "## How to repeat",
+        "",
+        "`./dev bench` measures everything and writes this file; `./dev bench --quick` takes less than two minutes "
+        "and only prints; `./dev bench --gate` fails when a figure is more than 10 % (`--margin`) beyond "
+        "its bound or, where a reason is given above, beyond what is accepted in `bench/report/goals.py`. The machine should have nothing else to do.",
+        "",
+        "## All figures",
+        "",
+        "| Program | Case | Side or ratio | Median | From, to | Bound |",
+        "|---|---|---|---|---|---|",
+        *figure_rows(lines),
+    ]
     return "\n".join(parts) + "\n"

@@ -12,11 +12,13 @@ def svg(lines):
     lines.sort(key=lambda line: (line["goalNumber"] or 99, figures.name_of(line)))
     height = TOP + ROW * len(lines) + 12
     bound = LEFT + WIDTH / MOST
-    out = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{LEFT + WIDTH + 140}" height="{height}" '
-           'font-family="sans-serif" font-size="11">',
-           '<rect width="100%" height="100%" fill="white"/>',
-           '<text x="10" y="18" font-size="14">Figures in parts of their bound; shorter is better</text>',
-           f'<text x="{bound}" y="38" text-anchor="middle" fill="#555">bound</text>']
+    out = [
+        f'<svg xmlns="http://www.w3.org/2000/svg" width="{LEFT + WIDTH + 140}" height="{height}" '
+        'font-family="sans-serif" font-size="11">',
+        '<rect width="100%" height="100%" fill="white"/>',
+        '<text x="10" y="18" font-size="14">Figures in parts of their bound; shorter is better</text>',
+        f'<text x="{bound}" y="38" text-anchor="middle" fill="#555">bound</text>',
+    ]
     for row, line in enumerate(lines):
         y = TOP + ROW * row
         part = min(figures.excess(line), MOST)
@@ -25,10 +27,13 @@ def svg(lines):
         colour = "#3a7d44" if figures.excess(line) <= 1 else "#c0562b"
         label = f"{line['goalNumber'] or 'growth'}  {figures.name_of(line)}"
         out.append(f'<text x="{LEFT - 8}" y="{y + 10}" text-anchor="end">{escape(label)}</text>')
-        out.append(f'<rect x="{LEFT}" y="{y + 1}" width="{max(part * WIDTH / MOST, 1):.1f}" height="{ROW - 4}" '
-                   f'fill="{colour}"/>')
+        out.append(
+            f'<rect x="{LEFT}" y="{y + 1}" width="{max(part * WIDTH / MOST, 1):.1f}" height="{ROW - 4}" '
+            f'fill="{colour}"/>'
+        )
         out.append(f'<text x="{LEFT + WIDTH + 6}" y="{y + 10}">{escape(figures.value_of(line))}</text>')
-    out.append(f'<line x1="{bound}" x2="{bound}" y1="{TOP - 4}" y2="{height - 8}" stroke="#555" '
-               'stroke-dasharray="3 3"/>')
+    out.append(
+        f'<line x1="{bound}" x2="{bound}" y1="{TOP - 4}" y2="{height - 8}" stroke="#555" ' 'stroke-dasharray="3 3"/>'
+    )
     out.append("</svg>")
     return "\n".join(out) + "\n"

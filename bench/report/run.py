@@ -22,8 +22,13 @@ def measured(build, quick, timeout):
         name = pathlib.Path(command[-1 if command[0].endswith("python3") else 0]).name
         print(f"bench: {name}", file=sys.stderr, flush=True)
         try:
-            done = subprocess.run(command + (["--quick"] if quick else []), stdout=subprocess.PIPE, text=True,
-                                  timeout=timeout, check=False)
+            done = subprocess.run(
+                command + (["--quick"] if quick else []),
+                stdout=subprocess.PIPE,
+                text=True,
+                timeout=timeout,
+                check=False,
+            )
         except subprocess.TimeoutExpired as error:
             lines += figures.parsed((error.stdout or b"").decode(), name)
             failures.append(f"{name} took longer than {timeout} s")
@@ -51,8 +56,10 @@ def main():
         given.docs.joinpath("benchmarks.md").write_text(document.markdown(lines, given.compiler), encoding="utf-8")
         given.docs.joinpath("benchmarks.svg").write_text(plot.svg(lines), encoding="utf-8")
     if given.gate:
-        failures += [f"{figures.name_of(line)}: {figures.value_of(line)}, bound {figures.number(line['goal'])}"
-                     for line in figures.missed(lines, given.margin)]
+        failures += [
+            f"{figures.name_of(line)}: {figures.value_of(line)}, bound {figures.number(line['goal'])}"
+            for line in figures.missed(lines, given.margin)
+        ]
     for failure in failures:
         print(f"bench: {failure}", file=sys.stderr)
     return 1 if failures else 0

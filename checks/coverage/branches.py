@@ -28,9 +28,22 @@ class Counts:
 
 def of_notes(root, folders, notes):
     """The counts of one object file."""
-    output = subprocess.run(["gcov-12", "--json-format", "--stdout", "--branch-probabilities", "--relative-only",
-                             "--source-prefix", root, notes], cwd=notes.parent, stdout=subprocess.PIPE,
-                            stderr=subprocess.DEVNULL, check=True).stdout
+    output = subprocess.run(
+        [
+            "gcov-12",
+            "--json-format",
+            "--stdout",
+            "--branch-probabilities",
+            "--relative-only",
+            "--source-prefix",
+            root,
+            notes,
+        ],
+        cwd=notes.parent,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.DEVNULL,
+        check=True,
+    ).stdout
     found = Counts()
     for text in output.splitlines():
         for file in json.loads(text)["files"]:

@@ -16,9 +16,15 @@ DOCUMENTED_HOST = "192.0.2.1"  # nobody's address
 
 
 def start(machine, program, arguments=()):
-    return subprocess.run([*machine.prefix, machine.binaries / program, *arguments], timeout=PATIENCE, text=True,
-                          env=machine.environment({"TVSA_LOG": "", "TVSA_LOG_FORMAT": "text"}),
-                          stdin=subprocess.DEVNULL, capture_output=True, check=False)
+    return subprocess.run(
+        [*machine.prefix, machine.binaries / program, *arguments],
+        timeout=PATIENCE,
+        text=True,
+        env=machine.environment({"TVSA_LOG": "", "TVSA_LOG_FORMAT": "text"}),
+        stdin=subprocess.DEVNULL,
+        capture_output=True,
+        check=False,
+    )
 
 
 class Trial:
@@ -44,14 +50,17 @@ class Trial:
     def host(self, what, configuration, text, code=FAILED):
         self.receiver.configure(configuration)
         libraries = [str(self.receiver.libraries / "libapp-tvservice-adapter.so")]
-        self.expect(what, start(self.receiver, "frame-host", libraries), code, text,
-                    self.net.listening(self.net.receiver))
+        self.expect(
+            what, start(self.receiver, "frame-host", libraries), code, text, self.net.listening(self.net.receiver)
+        )
 
 
 def try_key_files(attempt, who, own, configuration):
     """configuration(LINES) is one that is good with a key file named by those lines."""
+
     def with_file(file):
         return configuration(f'file = "{file}"\n')
+
     attempt(f"{who} without keys", configuration(""), "keys.file is not configured")
     attempt(f"{who}, no such key file", with_file(f"{own}.other"), f"key file {own}.other: No such file")
     os.chmod(own, 0o644)
@@ -63,9 +72,13 @@ def try_key_files(attempt, who, own, configuration):
     malformed = own.with_name("malformed")
     earlier = f"public = '{'a' * 40}'\nsecret = '{'b' * 40}'\n"
     advice = f"{malformed}: keys of an earlier version.*move the file away.*'tvctl keygen {malformed}'"
-    for text, why in ((earlier, advice),
-                      ("public = \n", "malformed:1: not TOML"), ("public = 'x'\n", 'has no "secret" key'),
-                      ("public = 'x'\nsecret = 'y'\n", "its keys are no pair of keys"), ("", 'has no "public" key')):
+    for text, why in (
+        (earlier, advice),
+        ("public = \n", "malformed:1: not TOML"),
+        ("public = 'x'\n", 'has no "secret" key'),
+        ("public = 'x'\nsecret = 'y'\n", "its keys are no pair of keys"),
+        ("", 'has no "public" key'),
+    ):
         malformed.write_text(text, encoding="ascii")
         malformed.chmod(0o600)
         attempt(f"{who}, a key file with {text!r}", with_file(malformed), why)
@@ -76,27 +89,46 @@ def try_service(trial, clients):
     trial.service("no clients", SERVICE + keys, "known clients only, but keys.clients is not configured")
     trial.service("an empty list of clients", f"{SERVICE}{keys}clients = []\n", "keys.clients: names no client")
     trial.service("a client that is no key", f'{SERVICE}{keys}clients = ["everybody"]\n', "keys.clients: not a key")
-    trial.service("a client's key of an earlier version", f'{SERVICE}{keys}clients = ["{"c" * 40}"]\n',
-                  "keys.clients: not a key .*of an earlier version.*tvctl keygen")
+    trial.service(
+        "a client's key of an earlier version",
+        f'{SERVICE}{keys}clients = ["{"c" * 40}"]\n',
+        "keys.clients: not a key .*of an earlier version.*tvctl keygen",
+    )
     for what, place, text in (
-            ("an unknown host", f"tcp://no-such-host.test:{PORT}", "no address for the host of"),
-            ("an address of nobody", f"tcp://{DOCUMENTED_HOST}:{PORT}", "cannot listen at .* assign")):
+        ("an unknown host", f"tcp://no-such-host.test:{PORT}", "no address for the host of"),
+        ("an address of nobody", f"tcp://{DOCUMENTED_HOST}:{PORT}", "cannot listen at .* assign"),
+    ):
         trial.service(what, f'[endpoints]\ntvservice = "{place}"\n{keys}{clients}', text)
-    trial.service("no port", f'[endpoints]\ntvservice = "tcp://127.0.0.1"\n{keys}{clients}',
-                  "config.toml:2: endpoints.tvservice: not tcp://HOST:PORT", BAD_DATA)
-    trial.service("a heartbeat out of its range", f"{SERVICE}{keys}{clients}[remote]\nheartbeat_ms = 1\n",
-                  "config.toml:7: remote.heartbeat_ms: not a number from 10 to 60000", BAD_DATA)
+    trial.service(
+        "no port",
+        f'[endpoints]\ntvservice = "tcp://127.0.0.1"\n{keys}{clients}',
+        "config.toml:2: endpoints.tvservice: not tcp://HOST:PORT",
+        BAD_DATA,
+    )
+    trial.service(
+        "a heartbeat out of its range",
+        f"{SERVICE}{keys}{clients}[remote]\nheartbeat_ms = 1\n",
+        "config.toml:7: remote.heartbeat_ms: not a number from 10 to 60000",
+        BAD_DATA,
+    )
 
 
 def try_port_in_use(trial, clients):
     """By somebody who has it before, and goes on to."""
-    script = ("import socket, sys\n"
-              f"held = socket.create_server(('127.0.0.1', {PORT_IN_USE}))\nprint(flush=True)\nsys.stdin.read()")
-    with subprocess.Popen([*trial.services.prefix, sys.executable, "-c", script], stdin=subprocess.PIPE,
-                          stdout=subprocess.PIPE) as holder:
+    script = (
+        "import socket, sys\n"
+        f"held = socket.create_server(('127.0.0.1', {PORT_IN_USE}))\nprint(flush=True)\nsys.stdin.read()"
+    )
+    with subprocess.Popen(
+        [*trial.services.prefix, sys.executable, "-c", script], stdin=subprocess.PIPE, stdout=subprocess.PIPE
+    ) as holder:
         holder.stdout.readline()
-        trial.service("a port that is in use", f'[endpoints]\ntvservice = "tcp://127.0.0.1:{PORT_IN_USE}"\n'
-                      f'[keys]\nfile = "{trial.services.key_file}"\n{clients}', "cannot listen at .* in use")
+        trial.service(
+            "a port that is in use",
+            f'[endpoints]\ntvservice = "tcp://127.0.0.1:{PORT_IN_USE}"\n'
+            f'[keys]\nfile = "{trial.services.key_file}"\n{clients}',
+            "cannot listen at .* in use",
+        )
         holder.stdin.close()
 
 
@@ -104,30 +136,51 @@ def try_host(trial):
     file = f'[keys]\nfile = "{trial.receiver.key_file}"\n'
     proof = f'[keys.services]\ntvservice = "{trial.services.key}"\n'
     endpoint = f'[endpoints]\ntvservice = "tcp://{DOCUMENTED_HOST}:{PORT}"\n'
-    try_key_files(trial.host, "receiver", trial.receiver.key_file,
-                  lambda file_line: f"{endpoint}[keys]\n{file_line}{proof}")
-    trial.host("a receiver that knows no key of the service", endpoint + file,
-               "keys.services.tvservice is not configured")
-    trial.host("a service's key that is none", f'{endpoint}{file}[keys.services]\ntvservice = "any"\n',
-               "keys.services.tvservice: not a key")
-    trial.host("a service's host that nobody knows",
-               f'[endpoints]\ntvservice = "tcp://no-such-host.test:{PORT}"\n{file}{proof}',
-               "no address for the host of")
-    trial.host("a heartbeat that is no number", f'{endpoint}{file}{proof}[remote]\nheartbeat_ms = "often"\n',
-               "config.toml:[0-9]+: remote.heartbeat_ms: not a number", BAD_DATA)
+    try_key_files(
+        trial.host, "receiver", trial.receiver.key_file, lambda file_line: f"{endpoint}[keys]\n{file_line}{proof}"
+    )
+    trial.host(
+        "a receiver that knows no key of the service", endpoint + file, "keys.services.tvservice is not configured"
+    )
+    trial.host(
+        "a service's key that is none",
+        f'{endpoint}{file}[keys.services]\ntvservice = "any"\n',
+        "keys.services.tvservice: not a key",
+    )
+    trial.host(
+        "a service's host that nobody knows",
+        f'[endpoints]\ntvservice = "tcp://no-such-host.test:{PORT}"\n{file}{proof}',
+        "no address for the host of",
+    )
+    trial.host(
+        "a heartbeat that is no number",
+        f'{endpoint}{file}{proof}[remote]\nheartbeat_ms = "often"\n',
+        "config.toml:[0-9]+: remote.heartbeat_ms: not a number",
+        BAD_DATA,
+    )
 
 
 def try_all(net, services, receiver, judge):
     trial = Trial(net, services, receiver)
     clients = f'clients = ["{receiver.key}"]\n'
-    try_key_files(trial.service, "service", services.key_file,
-                  lambda file_line: f"{SERVICE}[keys]\n{file_line}{clients}")
+    try_key_files(
+        trial.service, "service", services.key_file, lambda file_line: f"{SERVICE}[keys]\n{file_line}{clients}"
+    )
     try_service(trial, clients)
     try_port_in_use(trial, clients)
     try_host(trial)
-    left = [place.name for machine in (services, receiver) for place in (machine.folder / "run").iterdir()
-            if place.suffix != ".lock"]
+    left = [
+        place.name
+        for machine in (services, receiver)
+        for place in (machine.folder / "run").iterdir()
+        if place.suffix != ".lock"
+    ]
     if left:
         raise Failure(f"left behind by programs that did not start: {left}")
-    judge("starts that cannot succeed, refused as documented", trial.tried - len(trial.wrong), "starts", trial.tried,
-          trial.tried)
+    judge(
+        "starts that cannot succeed, refused as documented",
+        trial.tried - len(trial.wrong),
+        "starts",
+        trial.tried,
+        trial.tried,
+    )

@@ -8,8 +8,8 @@ import sys
 import tempfile
 
 sys.dont_write_bytecode = True
-from playing import LIVE, MEDIA, Player, connect  # pylint: disable=wrong-import-position
-from programs import Failure, Machine, wait_until, write_settings  # pylint: disable=wrong-import-position
+from playing import LIVE, MEDIA, Player, connect
+from programs import Failure, Machine, wait_until, write_settings
 
 HOST = "127.0.0.1"
 

@@ -42,11 +42,28 @@ class Network:
             (folder / "resolv.conf").write_text("", encoding="ascii")
             (folder / "nsswitch.conf").write_text("hosts: files\n", encoding="ascii")
         self.name_services(SERVICE_HOST)
-        run_ip("link", "add", "near-s", "netns", self.services, "type", "veth", "peer", "name", "near-r",
-           "netns", self.receiver)
+        run_ip(
+            "link",
+            "add",
+            "near-s",
+            "netns",
+            self.services,
+            "type",
+            "veth",
+            "peer",
+            "name",
+            "near-r",
+            "netns",
+            self.receiver,
+        )
         ends = [self._tunnel("far-s", self.services), self._tunnel("far-r", self.receiver)]
-        self.link = subprocess.Popen([sys.executable, HERE / "far_link.py", *map(str, ends), "1"], text=True,
-                                     stdin=subprocess.PIPE, stdout=subprocess.PIPE, pass_fds=ends)
+        self.link = subprocess.Popen(
+            [sys.executable, HERE / "far_link.py", *map(str, ends), "1"],
+            text=True,
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            pass_fds=ends,
+        )
         for end in ends:
             os.close(end)
         for namespace, end in ((self.services, "s"), (self.receiver, "r")):
@@ -84,8 +101,9 @@ class Network:
     def name_services(self, address):
         # In place, as running programs have the file itself.
         for name in (self.services, self.receiver):
-            (pathlib.Path("/etc/netns") / name / "hosts").write_text(f"127.0.0.1 localhost\n{address} {NAME}\n",
-                                                                     encoding="ascii")
+            (pathlib.Path("/etc/netns") / name / "hosts").write_text(
+                f"127.0.0.1 localhost\n{address} {NAME}\n", encoding="ascii"
+            )
 
     def move_services(self):
         """The host gets another address and loses the one it had; names follow."""
@@ -97,8 +115,9 @@ class Network:
     @staticmethod
     def listening(host):
         """Where anybody listens there, a line each."""
-        return subprocess.run(["ip", "netns", "exec", host, "ss", "-Hltn"], check=True, text=True,
-                              stdout=subprocess.PIPE).stdout.splitlines()
+        return subprocess.run(
+            ["ip", "netns", "exec", host, "ss", "-Hltn"], check=True, text=True, stdout=subprocess.PIPE
+        ).stdout.splitlines()
 
     def end_far_link(self):
         """How many packets came over the far link, and how many of them it has lost."""

@@ -3,13 +3,15 @@ import re
 
 from programs import Failure, seconds_of, wait_until
 
-DROP_LIMIT = 5.0    # a request whose answers stay out longer is dropped
-LATEST_DROP = 7.5   # at the first look after that; looks come every second, and another request puts them off
+DROP_LIMIT = 5.0  # a request whose answers stay out longer is dropped
+LATEST_DROP = 7.5  # at the first look after that; looks come every second, and another request puts them off
 LIVE, MEDIA = "dvb://1.1.1", "rtp://239.0.0.1:5004"
 # Of both services, with what they cannot play.
 URIS = (LIVE, MEDIA, "dvb://1.2.3", "file:///no/such/film.ts", "dvb://9.9.9", "http://127.0.0.1/film.mp4")
-STEP = re.compile(r"(?P<what>Sending|Receiving|finished|Found) req_?id (?P<id>\w+)"
-                  r"(?:, ?ResOperation::(?:Sending|Waiting)(?P<phase>\w+))?")
+STEP = re.compile(
+    r"(?P<what>Sending|Receiving|finished|Found) req_?id (?P<id>\w+)"
+    r"(?:, ?ResOperation::(?:Sending|Waiting)(?P<phase>\w+))?"
+)
 
 
 def percentile(values, part):
@@ -33,7 +35,7 @@ class Player:
 
     def read_log(self):
         self.host.log.read()
-        for line in self.host.log.lines[self.seen:]:
+        for line in self.host.log.lines[self.seen :]:
             step = STEP.search(line["text"])
             if step:
                 self.steps.setdefault(step["id"], {}).setdefault((step["what"], step["phase"]), seconds_of(line))
@@ -50,9 +52,11 @@ class Player:
 
     def wait(self, requests, limit):
         """Until each of them has been answered or dropped, those in time."""
+
         def over():
             self.read_log()
             return all(self.finished(one) or self.dropped(one) for one in requests)
+
         wait_until(over, f"requests {requests[0]} to {requests[-1]} come to an end", limit, 0.002)
         for one in requests:
             if self.dropped(one):
@@ -66,8 +70,11 @@ class Player:
 
     def answers(self, requests):
         """The answers to some of the latest requests, as they came: (request, terminal, result, uri)."""
-        return [(one["reqId"], one["terminal"], one["result"], one["uri"])
-                for one in self.host.ask("answers", "1000") if one["reqId"] in requests]
+        return [
+            (one["reqId"], one["terminal"], one["result"], one["uri"])
+            for one in self.host.ask("answers", "1000")
+            if one["reqId"] in requests
+        ]
 
     def play_one(self, terminal="0:0", uri=LIVE, limit=LATEST_DROP):
         """Has one request answered and returns how many seconds that took."""
@@ -80,8 +87,11 @@ class Player:
 
     def check_answer(self, request, terminal, uri):
         # The client is told in the same moment as the log.
-        wait_until(lambda: self.answers({request}) == [(request, terminal, 0, uri)],
-                   f"one good answer to request {request} for {uri}; there are {self.answers({request})}", 2)
+        wait_until(
+            lambda: self.answers({request}) == [(request, terminal, 0, uri)],
+            f"one good answer to request {request} for {uri}; there are {self.answers({request})}",
+            2,
+        )
 
     def round_trip(self, request):
         """From the manager's sending the start to its answer, in seconds; nothing for one that needs both services."""

@@ -73,9 +73,13 @@ class Program:
         self.log = Log(machine.folder / f"{name}.{len(machine.programs)}.log")
         with open(self.log.path, "wb") as log:
             self.process = subprocess.Popen(
-                [*machine.prefix, machine.binaries / name, *arguments], stdin=subprocess.DEVNULL, stdout=log,
-                stderr=log, env=machine.environment(environment),
-                preexec_fn=lambda: LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL))
+                [*machine.prefix, machine.binaries / name, *arguments],
+                stdin=subprocess.DEVNULL,
+                stdout=log,
+                stderr=log,
+                env=machine.environment(environment),
+                preexec_fn=lambda: LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL),
+            )
         machine.programs.append(self)
 
     def wait_for_shell(self, last_command):
@@ -87,6 +91,7 @@ class Program:
             except OSError:
                 self.shell = None
                 return False
+
         wait_until(ready, f"{self.name} is ready")
         return self
 
@@ -150,17 +155,24 @@ class Machine:
         self.programs = []  # all that were ever started
         for place in (folder, folder / "run", folder / "state"):
             place.mkdir(mode=0o700)
-        self.key = subprocess.run([self.binaries / "tvctl", "keygen", "--quiet", self.key_file], check=True, text=True,
-                                  stdout=subprocess.PIPE).stdout.strip()
+        self.key = subprocess.run(
+            [self.binaries / "tvctl", "keygen", "--quiet", self.key_file], check=True, text=True, stdout=subprocess.PIPE
+        ).stdout.strip()
 
     def configure(self, text):
         (self.folder / "config.toml").write_text(text, encoding="utf-8")
 
     def environment(self, added=None):
         others = {name: value for name, value in os.environ.items() if not name.startswith("TVSA_")}
-        return {**others, "RUNTIME_DIRECTORY": str(self.folder / "run"), "STATE_DIRECTORY": str(self.folder / "state"),
-                "TVSA_CONFIG": str(self.folder / "config.toml"), "TVSA_LOG": "info", "TVSA_LOG_FORMAT": "json",
-                **(added or {})}
+        return {
+            **others,
+            "RUNTIME_DIRECTORY": str(self.folder / "run"),
+            "STATE_DIRECTORY": str(self.folder / "state"),
+            "TVSA_CONFIG": str(self.folder / "config.toml"),
+            "TVSA_LOG": "info",
+            "TVSA_LOG_FORMAT": "json",
+            **(added or {}),
+        }
 
     def start_service(self, name):
         return Program(self, name).wait_for_shell("stats")
@@ -182,9 +194,13 @@ class Machine:
                 program.kill()
 
     def log_tails(self):
-        return "".join(f"---- {program.log.path.name} ----\n" +
-                       "\n".join(program.log.path.read_text(errors="replace").splitlines()[-12:]) + "\n"
-                       for program in self.programs if program.log.path.exists())
+        return "".join(
+            f"---- {program.log.path.name} ----\n"
+            + "\n".join(program.log.path.read_text(errors="replace").splitlines()[-12:])
+            + "\n"
+            for program in self.programs
+            if program.log.path.exists()
+        )
 
 
 QUEUE_BYTES = 4 << 20  # that may wait for a connection to a service

@@ -4,8 +4,8 @@
 usage: raw_clients.py KIND HOST PORT COUNT, where KIND is
        plain, connections that speak something else, break off, or say nothing;
        or one of those that come at an even pace: silent ones, that say a byte or nothing and stay; one-byte ones, that
-       all say one and are more than a service lets prove their keys at a time; slow ones, that say a good TLS ClientHello
-       a byte at a time; garbage, that speak something else or break off.
+       all say one and are more than a service lets prove their keys at a time; slow ones, that say a good TLS
+       ClientHello a byte at a time; garbage, that speak something else or break off.
 
 Ends with 0 when every one of them was connected, and rejected or gone."""
 import functools
@@ -18,8 +18,8 @@ import time
 
 AT_A_TIME = 50  # fewer than may wait to be accepted, so that none comes twice
 PACES = {"silent": 125, "one-byte": 125, "slow": 25, "garbage": 50}  # a second
-BYTE_PAUSE = 0.2 # seconds, between those of slow ones
-PATIENCE = 20   # seconds, for a connection, and for being rejected
+BYTE_PAUSE = 0.2  # seconds, between those of slow ones
+PATIENCE = 20  # seconds, for a connection, and for being rejected
 
 
 @functools.cache
@@ -43,12 +43,18 @@ def record(kind, content):
 def plain_words(number, source):
     """What a client says, or nothing for one that waits to be rejected."""
     hello = client_hello()
-    return (b"", b"GET / HTTP/1.0\r\n\r\n", client_hello(ssl.TLSVersion.TLSv1_2),
-            hello[:source.randrange(1, len(hello))],
-            source.randbytes(source.randrange(1, 300)),
-            record(22, b"\x01\x02\x00\x00" + source.randbytes(16000)),  # a ClientHello of 128 KiB, of which this comes
-            record(source.choice((20, 21, 23, 24, 99)), source.randbytes(100)),
-            hello + record(23, source.randbytes(64)), b"tvsq" + bytes(60), None)[number % 10]
+    return (
+        b"",
+        b"GET / HTTP/1.0\r\n\r\n",
+        client_hello(ssl.TLSVersion.TLSv1_2),
+        hello[: source.randrange(1, len(hello))],
+        source.randbytes(source.randrange(1, 300)),
+        record(22, b"\x01\x02\x00\x00" + source.randbytes(16000)),  # a ClientHello of 128 KiB, of which this comes
+        record(source.choice((20, 21, 23, 24, 99)), source.randbytes(100)),
+        hello + record(23, source.randbytes(64)),
+        b"tvsq" + bytes(60),
+        None,
+    )[number % 10]
 
 
 def hear_out(client):
@@ -89,7 +95,11 @@ class Crowd:
 
     def add(self, number):
         client = socket.create_connection(self.place, PATIENCE)
-        words = plain_words(number, self.source) if self.kind == "garbage" else b"\x16" * (self.kind == "one-byte" or number % 2)
+        words = (
+            plain_words(number, self.source)
+            if self.kind == "garbage"
+            else b"\x16" * (self.kind == "one-byte" or number % 2)
+        )
         if self.kind != "slow" and words:
             client.sendall(words)
         self.members[client] = 0
@@ -99,7 +109,7 @@ class Crowd:
         words = client_hello()
         for client, said in self.members.items():
             try:
-                client.send(words[said:said + 1])
+                client.send(words[said : said + 1])
             except OSError:
                 pass
             self.members[client] = said + 1

@@ -57,13 +57,18 @@ class Stage:
 
     def refused(self):
         """How many both services have turned away."""
-        return sum(service.statistics()[name]["refused"]
-                   for service, name in ((self.tv_service, "tvservice"), (self.mm_service, "mmservice")))
+        return sum(
+            service.statistics()[name]["refused"]
+            for service, name in ((self.tv_service, "tvservice"), (self.mm_service, "mmservice"))
+        )
 
     def settle(self):
         """Until nothing is under way."""
-        wait_until(lambda: not self.host.ask("bundles") and
-                   all(one["connected"] and one["queued"] == 0 for one in self.host.statistics().values()), "rest")
+        wait_until(
+            lambda: not self.host.ask("bundles")
+            and all(one["connected"] and one["queued"] == 0 for one in self.host.statistics().values()),
+            "rest",
+        )
 
 
 def warm_up(stage):
@@ -76,17 +81,29 @@ def warm_up(stage):
     stage.tv_service.ask("fault", "mute", "off")
     wait_until(lambda: stage.host.ask("runlog", "1"), "the run log has the drop")
     for _ in range(2):
-        for them in ([come(stage, "keys", 200, service) for service in PORTS],
-                     [come(stage, "one-byte", 4 * PACES["one-byte"], service) for service in PORTS],
-                     both(stage, "hold", 200, stdin=subprocess.DEVNULL)):
+        for them in (
+            [come(stage, "keys", 200, service) for service in PORTS],
+            [come(stage, "one-byte", 4 * PACES["one-byte"], service) for service in PORTS],
+            both(stage, "hold", 200, stdin=subprocess.DEVNULL),
+        ):
             if any(one.wait() != 0 for one in them):
                 raise Failure(f"warming up: they ended with {[one.returncode for one in them]}")
     time.sleep(GIVEN_BACK)
     for name in ("TV service", "MM service"):
-        stage.judge(f"memory that the {name} keeps after many handshakes and streams",
-                    max(stage.lasting()[name].size()[2] - cold[name], 0), "KiB", 0, WARM_MEMORY)
-    stage.judge("requests dropped that a service has not answered", int(stage.player.dropped(request) is not None),
-                "requests", 1, 1)
+        stage.judge(
+            f"memory that the {name} keeps after many handshakes and streams",
+            max(stage.lasting()[name].size()[2] - cold[name], 0),
+            "KiB",
+            0,
+            WARM_MEMORY,
+        )
+    stage.judge(
+        "requests dropped that a service has not answered",
+        int(stage.player.dropped(request) is not None),
+        "requests",
+        1,
+        1,
+    )
 
 
 def clean_line(stage, local, count):
@@ -103,11 +120,21 @@ def clean_line(stage, local, count):
                 raise Failure(f"{name}: a request was dropped")
             came[name] += answers
             trips[name] += filter(None, map(player.round_trip, requests))
-    stage.judge("requests over a clean line, answered", len({one[0] for one in came["other host"]}), "requests",
-                len({one[0] for one in came["socket"]}), count)
-    stage.judge("answers that differ from those over a socket",
-                sum(a != b for a, b in zip(came["other host"], came["socket"])) +
-                abs(len(came["other host"]) - len(came["socket"])), "answers", 0, 0)
+    stage.judge(
+        "requests over a clean line, answered",
+        len({one[0] for one in came["other host"]}),
+        "requests",
+        len({one[0] for one in came["socket"]}),
+        count,
+    )
+    stage.judge(
+        "answers that differ from those over a socket",
+        sum(a != b for a, b in zip(came["other host"], came["socket"]))
+        + abs(len(came["other host"]) - len(came["socket"])),
+        "answers",
+        0,
+        0,
+    )
     for name, times in trips.items():
         for part in (50, 99):
             stage.judge(f"round trip, {name}, p{part}", round(percentile(times, part / 100) * 1e6), "us")
@@ -125,8 +152,13 @@ def lossy_line(stage, count):
     stage.judge("requests over a line with 5 % loss and 50 ms delay", len(requests), "requests", count, count)
     stage.judge("of which dropped at their limit", len(dropped), "requests", 0, count // 50)
     told = [one[0] for one in answers]
-    stage.judge("of which answered once", sum(told.count(one) == 1 for one in requests), "requests",
-                count - len(dropped), count - len(dropped))
+    stage.judge(
+        "of which answered once",
+        sum(told.count(one) == 1 for one in requests),
+        "requests",
+        count - len(dropped),
+        count - len(dropped),
+    )
     trips = [one for one in map(stage.player.round_trip, requests) if one]
     stage.judge("round trip over that line, p50", round(percentile(trips, 0.5) * 1e3), "ms")
     stage.judge("round trip over that line, p99", round(percentile(trips, 0.99) * 1e3), "ms")
@@ -136,7 +168,7 @@ def lossy_line(stage, count):
 
 def noticed_after(log, words, begin, when):
     """How long after a moment a program has said something, from a line of its log on."""
-    wait_until(lambda: log.find(words, begin), f"{log.path.name}: \"{words}\"", 2 * NOTICED)
+    wait_until(lambda: log.find(words, begin), f'{log.path.name}: "{words}"', 2 * NOTICED)
     return seconds_of(log.find(words, begin)) - when
 
 
@@ -153,8 +185,13 @@ def cut(stage, seconds, flood):
     stage.net.cut()
     lost = stage.player.play("0:0", LIVE)
     for name, log in logs.items():
-        stage.judge(f"a cut is noticed by the {name} after",
-                    round(noticed_after(log, "disconnected", begins[name], when) * 1e3), "ms", 0, round(NOTICED * 1e3))
+        stage.judge(
+            f"a cut is noticed by the {name} after",
+            round(noticed_after(log, "disconnected", begins[name], when) * 1e3),
+            "ms",
+            0,
+            round(NOTICED * 1e3),
+        )
     most = 0
     for _ in range(flood):
         stage.host.ask("send-key", "1")
@@ -171,8 +208,9 @@ def cut(stage, seconds, flood):
     request = stage.player.play("0:0", LIVE)
     stage.player.wait([request], 15)
     stage.player.check_answer(request, "0:0", LIVE)
-    stage.judge("first play after the cut answered after", round((stage.player.finished(request) - mended) * 1e3), "ms",
-                0, 5000)
+    stage.judge(
+        "first play after the cut answered after", round((stage.player.finished(request) - mended) * 1e3), "ms", 0, 5000
+    )
     connect(stage.host)
     stage.settle()
     after = stage.host.statistics()["tvservice"]
@@ -195,18 +233,36 @@ def pause(stage, seconds):
     stage.host.process.send_signal(signal.SIGCONT)
     stage.player.play_one()
     time.sleep(NOTICED)
-    stage.judge(f"connections lost while the framework process was stopped for {seconds} s",
-                sum("disconnected" in line["text"] for log, begin in zip(logs, begins)
-                    for line in (log.read() or log.lines)[begin:]), "connections", 0, 0)
+    stage.judge(
+        f"connections lost while the framework process was stopped for {seconds} s",
+        sum(
+            "disconnected" in line["text"]
+            for log, begin in zip(logs, begins)
+            for line in (log.read() or log.lines)[begin:]
+        ),
+        "connections",
+        0,
+        0,
+    )
     stage.net.use("near")
     stage.player.play_one()
 
 
 def tls_clients(stage, kind, count, service, *words, **options):
     """Clients from the receiver's host that speak TLS; see tls-clients.cpp."""
-    return subprocess.Popen([*stage.receiver.prefix, stage.receiver.binaries / "check-hosts-clients", kind,
-                             f"tcp://{network.SERVICE_HOST}:{PORTS[service]}", str(count), *map(str, words)],
-                            text=True, stdout=subprocess.PIPE, **options)
+    return subprocess.Popen(
+        [
+            *stage.receiver.prefix,
+            stage.receiver.binaries / "check-hosts-clients",
+            kind,
+            f"tcp://{network.SERVICE_HOST}:{PORTS[service]}",
+            str(count),
+            *map(str, words),
+        ],
+        text=True,
+        stdout=subprocess.PIPE,
+        **options,
+    )
 
 
 def come(stage, kind, count, service="tvservice"):
@@ -230,13 +286,16 @@ class Lines:
     def judge(self, stage, what):
         for log in self.logs:
             log.read()
-        most = max(sum("turned away" in line["text"] for line in log.lines[begin:])
-                   for log, begin in zip(self.logs, self.begins))
+        most = max(
+            sum("turned away" in line["text"] for line in log.lines[begin:])
+            for log, begin in zip(self.logs, self.begins)
+        )
         if not most:
             raise Failure(f"no log has a line about {what}")
         seconds = int(time.monotonic() - self.begun) + 2  # of the clock, those included that are not whole
-        stage.judge(f"lines of a service's log about {what}, at most {LINES} a second", most, "lines", 0,
-                    LINES * seconds)
+        stage.judge(
+            f"lines of a service's log about {what}, at most {LINES} a second", most, "lines", 0, LINES * seconds
+        )
 
 
 def trips_among(stage, them, what):
@@ -260,11 +319,21 @@ def unknown_clients(stage, count):
         wait_for_refusals(stage, begun + number * count, what)
         lines.judge(stage, f"clients {what}")
         stage.judge(f"plays while clients {what} come as fast as they can", len(trips), "requests", 1)
-        stage.judge(f"round trip while clients {what} come as fast as they can, p99",
-                    round(percentile(trips, 0.99) * 1e6), "us", 0, 100_000)
+        stage.judge(
+            f"round trip while clients {what} come as fast as they can, p99",
+            round(percentile(trips, 0.99) * 1e6),
+            "us",
+            0,
+            100_000,
+        )
     stage.player.play_one()
-    stage.judge("clients with unknown keys or none, refused and counted", stage.refused() - begun, "clients", 2 * count,
-                2 * count)
+    stage.judge(
+        "clients with unknown keys or none, refused and counted",
+        stage.refused() - begun,
+        "clients",
+        2 * count,
+        2 * count,
+    )
     if stage.host.statistics()["tvservice"]["reconnects"] > 2:
         raise Failure("an honest connection was lost to unknown clients")
 
@@ -280,10 +349,20 @@ def crowd(stage, rounds, seconds):
             ratios.append(percentile(trips_among(stage, them, kind), 0.99) / percentile(quiet, 0.99))
         expected = rounds * pace * seconds * len(PORTS)
         wait_for_refusals(stage, begun + expected, kind)
-        stage.judge(f"crowd of unknown clients, {kind}: refused and counted", stage.refused() - begun, "connections",
-                    expected, expected)
-        stage.judge(f"crowd of unknown clients, {kind}: p99 beside that without them, median of the rounds",
-                    round(percentile(ratios, 0.5) * 100), "%", 0, 200)
+        stage.judge(
+            f"crowd of unknown clients, {kind}: refused and counted",
+            stage.refused() - begun,
+            "connections",
+            expected,
+            expected,
+        )
+        stage.judge(
+            f"crowd of unknown clients, {kind}: p99 beside that without them, median of the rounds",
+            round(percentile(ratios, 0.5) * 100),
+            "%",
+            0,
+            200,
+        )
         lines.judge(stage, f"the crowd of unknown clients, {kind}")
 
 
@@ -317,8 +396,10 @@ class Watch:
 
     def grown(self, counter):
         """What each service has counted since the beginning."""
-        return {name: self.counters(service)[counter] - self.counted[name][counter]
-                for name, service in self.services.items()}
+        return {
+            name: self.counters(service)[counter] - self.counted[name][counter]
+            for name, service in self.services.items()
+        }
 
     def play(self):
         """A request to each service."""
@@ -337,22 +418,28 @@ class Watch:
 
     def expect(self, counter, expected, what):
         """That each service counts just so many."""
-        wait_until(lambda: all(count >= expected[name] for name, count in self.grown(counter).items()),
-                   f"{what}: {expected} in '{counter}'; there are {self.grown(counter)}")
+        wait_until(
+            lambda: all(count >= expected[name] for name, count in self.grown(counter).items()),
+            f"{what}: {expected} in '{counter}'; there are {self.grown(counter)}",
+        )
         total = sum(expected.values())
         self.stage.judge(f"{what}: counted in '{counter}'", sum(self.grown(counter).values()), "", total, total)
 
     def judge(self, what, most, kept=KEPT_MEMORY):
         """The slowest play, and memory in KiB: at most so much at a time, and so much afterwards."""
-        self.stage.judge(f"{what}: slowest of {len(self.trips)} plays meanwhile", round(max(self.trips) * 1e3), "ms", 0,
-                         SLOWEST_PLAY)
-        wait_until(lambda: all(size[:2] <= self.before[name][:2] for name, size in self.sizes().items()),
-                   f"{what}: descriptors and threads are given back")
+        self.stage.judge(
+            f"{what}: slowest of {len(self.trips)} plays meanwhile", round(max(self.trips) * 1e3), "ms", 0, SLOWEST_PLAY
+        )
+        wait_until(
+            lambda: all(size[:2] <= self.before[name][:2] for name, size in self.sizes().items()),
+            f"{what}: descriptors and threads are given back",
+        )
         time.sleep(GIVEN_BACK)
         for name, after in self.sizes().items():
             before = self.before[name][2]
-            self.stage.judge(f"{what}: memory of the {name} meanwhile", max(self.peaks[name][2] - before, 0), "KiB", 0,
-                             most)
+            self.stage.judge(
+                f"{what}: memory of the {name} meanwhile", max(self.peaks[name][2] - before, 0), "KiB", 0, most
+            )
             self.stage.judge(f"{what}: memory of the {name} afterwards", max(after[2] - before, 0), "KiB", 0, kept)
 
 
@@ -393,16 +480,27 @@ def hold(stage, count, notifications):
         them = both(stage, "hold", count, stdin=subprocess.PIPE)
         accepted = [int(one.stdout.readline()) for one in them]
         # Each service has the receiver itself, too.
-        stage.judge(f"{count} connections at once to each service with a known key, {when}: accepted", sum(accepted),
-                    "connections", 2 * (STREAMS - 1), 2 * (STREAMS - 1))
-        watch.expect("refused", dict.fromkeys(watch.services, count - STREAMS + 1),
-                     f"connections beyond those of a key, {when}")
+        stage.judge(
+            f"{count} connections at once to each service with a known key, {when}: accepted",
+            sum(accepted),
+            "connections",
+            2 * (STREAMS - 1),
+            2 * (STREAMS - 1),
+        )
+        watch.expect(
+            "refused", dict.fromkeys(watch.services, count - STREAMS + 1), f"connections beyond those of a key, {when}"
+        )
         for number in range(notifications):
             stage.tv_service.ask("emit", "TvServicePlayInfo", NOTIFICATION)
             if number % 20 == 0:
                 watch.play()
-        stage.judge(f"messages that wait for clients that never read, {when}",
-                    watch.counters(stage.tv_service)["queued"], "messages", 1, STREAMS * QUEUE)
+        stage.judge(
+            f"messages that wait for clients that never read, {when}",
+            watch.counters(stage.tv_service)["queued"],
+            "messages",
+            1,
+            STREAMS * QUEUE,
+        )
         for one in them:
             one.stdin.close()
         watch.play_until_over(them, "clients that never read")
@@ -431,8 +529,15 @@ def reconnects(stage, rounds):
         for kind, count in JUNK.items():
             for service in PORTS:
                 if not any(one.poll() is None for k, s, one in them if (k, s) == (kind, service)):
-                    them.append((kind, service, tls_clients(stage, kind, count, service, stage.receiver.key_file)
-                                 if kind in ("junk", "unproven") else come(stage, kind, count, service)))
+                    them.append(
+                        (
+                            kind,
+                            service,
+                            tls_clients(stage, kind, count, service, stage.receiver.key_file)
+                            if kind in ("junk", "unproven")
+                            else come(stage, kind, count, service),
+                        )
+                    )
 
     for _ in range(rounds):
         crowd_again()
@@ -466,12 +571,14 @@ def restarts(stage):
     stage.host.kill()
     begun = time.monotonic()
     stage.start_host()
-    stage.judge("a receiver that restarts has its connections after", round((time.monotonic() - begun) * 1e3), "ms", 0,
-                5000)
+    stage.judge(
+        "a receiver that restarts has its connections after", round((time.monotonic() - begun) * 1e3), "ms", 0, 5000
+    )
     stage.player.play_one(uri=MEDIA)
     # Its old connections have ended before, and nothing is left of them.
-    wait_until(lambda: stage.tv_service.log.find("disconnected"), "the service notices that the receiver was killed",
-               NOTICED)
+    wait_until(
+        lambda: stage.tv_service.log.find("disconnected"), "the service notices that the receiver was killed", NOTICED
+    )
     stage.net.move_services()
     moved = time.monotonic()
     wait_until(lambda: not stage.host.statistics()["tvservice"]["connected"], "the move is noticed", 2 * NOTICED)
@@ -482,9 +589,13 @@ def restarts(stage):
 
 def growth(stage, before):
     """What the programs have more of than before."""
+
     def grown():
-        return {name: [now - then for now, then in zip(program.size(), before[name])]
-                for name, program in stage.lasting().items()}
+        return {
+            name: [now - then for now, then in zip(program.size(), before[name])]
+            for name, program in stage.lasting().items()
+        }
+
     stage.settle()
     wait_until(lambda: all(one[0] <= 0 and one[1] <= 0 for one in grown().values()), f"nothing grows; {grown()}", 10)
     for name, (descriptors, threads, kibibytes) in grown().items():

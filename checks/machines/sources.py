@@ -13,8 +13,12 @@ def source_list():
     """Where this machine has its packages from, for sources."""
     release = platform.freedesktop_os_release()["VERSION_CODENAME"]
     form = f"deb-src [signed-by={KEYRING}] $(REPO_URI) $(RELEASE) $(COMPONENT)"
-    lines = subprocess.run(["apt-get", "indextargets", "--no-release-info", "--format", form, "Created-By: Packages"],
-                           stdout=subprocess.PIPE, text=True, check=True).stdout.splitlines()
+    lines = subprocess.run(
+        ["apt-get", "indextargets", "--no-release-info", "--format", form, "Created-By: Packages"],
+        stdout=subprocess.PIPE,
+        text=True,
+        check=True,
+    ).stdout.splitlines()
     found = sorted({line for line in lines if line.endswith(f" {release} main")})
     if not found:
         raise SystemExit(f"machines: this machine has no packages of {release}/main configured")
@@ -30,8 +34,13 @@ def fetch(folder):
     for part in ("state/lists/partial", "cache/archives/partial"):
         (apt / part).mkdir(parents=True, exist_ok=True)
     (apt / "sources.list").write_text(source_list(), encoding="utf-8")
-    options = {"Dir::Etc::SourceList": apt / "sources.list", "Dir::Etc::SourceParts": "/dev/null",
-               "Dir::State": apt / "state", "Dir::Cache": apt / "cache", "APT::Sandbox::User": "root"}
+    options = {
+        "Dir::Etc::SourceList": apt / "sources.list",
+        "Dir::Etc::SourceParts": "/dev/null",
+        "Dir::State": apt / "state",
+        "Dir::Cache": apt / "cache",
+        "APT::Sandbox::User": "root",
+    }
     command = ["apt-get", "-qq", *(word for name, value in options.items() for word in ("-o", f"{name}={value}"))]
     subprocess.run([*command, "update"], check=True)
     subprocess.run([*command, "--download-only", "source", PACKAGE], cwd=apt, check=True)

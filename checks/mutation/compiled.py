@@ -14,20 +14,34 @@ _GENRPC = "frame-genrpc/genrpc/include/genrpc/"
 _TV = "frame-genrpc/app-tvservice-proxy/include/tvservice/"
 _MM = "frame-genrpc/app-mmservice-proxy/include/mmservice/"
 # The headers with lists of fields, and the test that looks at what they list.
-LISTS = {_TV + "core-records.h": "records_test", _MM + "records.h": "records_test",
-         _TV + "stream-records.h": "stream_records_test", _TV + "status-records.h": "status_records_test"}
+LISTS = {
+    _TV + "core-records.h": "records_test",
+    _MM + "records.h": "records_test",
+    _TV + "stream-records.h": "stream_records_test",
+    _TV + "status-records.h": "status_records_test",
+}
 TABLES = ["core-records", "stream-records", "status-records", "records", "messages"]
 # The tests that look at what comes of each header.
-TESTS = {**{file: [test] for file, test in LISTS.items()}, _GENRPC + "table.h": ["records_test", "stream_records_test"],
-         _GENRPC + "message.h": ["records_test"], _TV + "message-list.h": ["records_test"],
-         _MM + "message-list.h": ["records_test"]}
+TESTS = {
+    **{file: [test] for file, test in LISTS.items()},
+    _GENRPC + "table.h": ["records_test", "stream_records_test"],
+    _GENRPC + "message.h": ["records_test"],
+    _TV + "message-list.h": ["records_test"],
+    _MM + "message-list.h": ["records_test"],
+}
 BY_HAND = [
     (_GENRPC + "table.h", "static_cast<vdl::EndianKind>(sizeof(T))", "static_cast<vdl::EndianKind>(1)"),
     (_GENRPC + "table.h", "cell{vdl::EndianScalar4, std::uintptr_t{0}}", "cell{vdl::EndianScalar2, std::uintptr_t{0}}"),
-    (_GENRPC + "table.h", "cell{vdl::EndianNested, &__vdl_EndianTable_vdlDeserString_t}",
-     "cell{vdl::EndianNested, &__vdl_EndianTable_vdlDeserBlobString_t}"),
-    (_GENRPC + "table.h", "cell{vdl::EndianNested, &__vdl_EndianTable_vdlDeserBlobUint32_t}",
-     "cell{vdl::EndianNested, &__vdl_EndianTable_vdlDeserString_t}"),
+    (
+        _GENRPC + "table.h",
+        "cell{vdl::EndianNested, &__vdl_EndianTable_vdlDeserString_t}",
+        "cell{vdl::EndianNested, &__vdl_EndianTable_vdlDeserBlobString_t}",
+    ),
+    (
+        _GENRPC + "table.h",
+        "cell{vdl::EndianNested, &__vdl_EndianTable_vdlDeserBlobUint32_t}",
+        "cell{vdl::EndianNested, &__vdl_EndianTable_vdlDeserString_t}",
+    ),
     (_GENRPC + "table.h", "cell{vdl::EndianSequence, E::table()}", "cell{vdl::EndianNested, E::table()}"),
     (_GENRPC + "table.h", "entryOf(field.offset,", "entryOf(field.offset + 1,"),
     (_GENRPC + "table.h", "entryOf(0, CellOf<Sequence<E>>::cell)", "entryOf(4, CellOf<Sequence<E>>::cell)"),
@@ -39,8 +53,11 @@ BY_HAND = [
     (_TV + "message-list.h", "0x28671236", "0x28671235"),
     (_TV + "message-list.h", "tvServiceInfoReq, 0x2867123D)", "tvServiceInfoReq, 0x2867123D, (std::uint32_t, x))"),
     (_TV + "message-list.h", "Request, SetCasService,", "Notification, SetCasService,"),
-    (_TV + "message-list.h", "(tvservice::NotifyOadStatus_t, status), (std::string, text)",
-     "(std::string, text), (tvservice::NotifyOadStatus_t, status)"),
+    (
+        _TV + "message-list.h",
+        "(tvservice::NotifyOadStatus_t, status), (std::string, text)",
+        "(std::string, text), (tvservice::NotifyOadStatus_t, status)",
+    ),
     (_MM + "message-list.h", "0x28671237", "0x28671238"),
 ]
 
@@ -85,8 +102,9 @@ class Compiler:
         self.folder = folder
         self.commands = {}
         for test in sorted({test for tests in TESTS.values() for test in tests}):
-            lines = subprocess.run(["ninja", "-t", "commands", test], cwd=made, stdout=subprocess.PIPE, text=True,
-                                   check=True).stdout.splitlines()
+            lines = subprocess.run(
+                ["ninja", "-t", "commands", test], cwd=made, stdout=subprocess.PIPE, text=True, check=True
+            ).stdout.splitlines()
             wanted = [line for line in lines if re.search(rf" -c \S+/({'|'.join([test, *TABLES])})\.cpp$", line)]
             link = next(line for line in lines if f" -o bin/{test} " in line)
             self.commands[test] = wanted, link
@@ -116,7 +134,7 @@ class Compiler:
             words[words.index("-o") + 1] = str(output)
             for option in ("-MD", "-MT", "-MF"):
                 at = words.index(option)
-                del words[at:at + (1 if option == "-MD" else 2)]
+                del words[at : at + (1 if option == "-MD" else 2)]
             words.insert(1, f"-I{place / 'include'}")
             # Static checks of the test, which comes first, refuse most: no code is made before they have passed.
             for stage in ([["-fsyntax-only"]] if not objects else []) + [[]]:
@@ -126,12 +144,21 @@ class Compiler:
         program = place / test
         words = shlex.split(link.replace(": && ", "").split(" && ")[0])
         own = next(i for i, word in enumerate(words) if word.endswith(f"{test}.cpp.o"))
-        words[own:own + 1] = objects
+        words[own : own + 1] = objects
         words[words.index("-o") + 1] = str(program)
         if subprocess.run(words, cwd=self.made, stderr=subprocess.DEVNULL, check=False).returncode != 0:
             return "the linker"
         path = {**os.environ, "LD_LIBRARY_PATH": str(self.made / "lib")}
-        failed = subprocess.run([program, "--gtest_brief=1"], env=path, timeout=120, stdout=subprocess.DEVNULL,
-                                stderr=subprocess.DEVNULL, check=False).returncode != 0
+        failed = (
+            subprocess.run(
+                [program, "--gtest_brief=1"],
+                env=path,
+                timeout=120,
+                stdout=subprocess.DEVNULL,
+                stderr=subprocess.DEVNULL,
+                check=False,
+            ).returncode
+            != 0
+        )
         program.unlink()
         return test if failed else None

@@ -16,21 +16,33 @@ def _constant(kind, name, value, other):
 
 def _module(file, name):
     other = "AdapterLog" if name != "AdapterLog" else "ManagerLog"
-    return (file, f"constexpr auto module = genrpc::{name};",
-            f"const auto module = {{on}} ? genrpc::{other} : genrpc::{name};")
+    return (
+        file,
+        f"constexpr auto module = genrpc::{name};",
+        f"const auto module = {{on}} ? genrpc::{other} : genrpc::{name};",
+    )
 
 
 def _key(file, value):
-    return (file, f"static constexpr const char* interfaceKey = {value};",
-            f'static inline const char* const interfaceKey = {{on}} ? "mutated" : {value};')
+    return (
+        file,
+        f"static constexpr const char* interfaceKey = {value};",
+        f'static inline const char* const interfaceKey = {{on}} ? "mutated" : {value};',
+    )
 
 
 PLACES = [
-    (_ADAPTER + "resource-manager.cpp", "constexpr auto answerLimit = 5s;",
-     "const auto answerLimit = std::chrono::seconds({on} ? 6 : 5);"),
+    (
+        _ADAPTER + "resource-manager.cpp",
+        "constexpr auto answerLimit = 5s;",
+        "const auto answerLimit = std::chrono::seconds({on} ? 6 : 5);",
+    ),
     (_ADAPTER + "resource-manager.cpp", *_constant("constexpr std::int32_t", "newerRequestQueued", "1", "2")),
-    (_ADAPTER + "resource-manager.cpp", "now() + std::chrono::seconds(1)",
-     "now() + std::chrono::seconds({on} ? 2 : 1)"),
+    (
+        _ADAPTER + "resource-manager.cpp",
+        "now() + std::chrono::seconds(1)",
+        "now() + std::chrono::seconds({on} ? 2 : 1)",
+    ),
     _module(_ADAPTER + "resource-manager.cpp", "ManagerLog"),
     _module(_ADAPTER + "tvservice-adapter.cpp", "AdapterLog"),
     _module(_ADAPTER + "ovshell.cpp", "RegistrarLog"),
@@ -38,48 +50,86 @@ PLACES = [
     _module(_MM + "src/app-mmservice-proxy-main.cpp", "MmProxyLog"),
     (_TV + "src/app-tvservice-proxy-main.cpp", *_constant("constexpr std::size_t", "sendBufferBytes", "16384", "8192")),
     (_MM + "src/app-mmservice-proxy-main.cpp", *_constant("constexpr std::size_t", "sendBufferBytes", "16384", "8192")),
-    (_ADAPTER + "debug-version.cpp", '"/usr/local/debug_version"',
-     '({on} ? "/usr/local/debug" : "/usr/local/debug_version")'),
-    _key("tvservice-adapter/include/tvservice-adapter/model-tvservice-adapter.h",
-         '"orvel.lm.interfaces.tvservice-wrapper"'),
+    (
+        _ADAPTER + "debug-version.cpp",
+        '"/usr/local/debug_version"',
+        '({on} ? "/usr/local/debug" : "/usr/local/debug_version")',
+    ),
+    _key(
+        "tvservice-adapter/include/tvservice-adapter/model-tvservice-adapter.h",
+        '"orvel.lm.interfaces.tvservice-wrapper"',
+    ),
     _key(_TV + "include/tvservice/interfaces.h", '"orvel.lm.interfaces.tvservice"'),
     _key(_MM + "include/mmservice/interfaces.h", '"orvel.lm.interfaces.mmservice"'),
-    (_TV + "include/tvservice/core-records.h", 'inline constexpr const char* stopUri = "rec://plain/null";',
-     'inline const char* const stopUri = {on} ? "rec://plain/nul" : "rec://plain/null";'),
-    (_TV + "include/tvservice/messages.h", 'inline constexpr const char* serviceName = "tvservice";',
-     'inline const char* const serviceName = {on} ? "mutated" : "tvservice";'),
-    (_MM + "include/mmservice/messages.h", 'inline constexpr const char* serviceName = "mmservice";',
-     'inline const char* const serviceName = {on} ? "mutated" : "mmservice";'),
+    (
+        _TV + "include/tvservice/core-records.h",
+        'inline constexpr const char* stopUri = "rec://plain/null";',
+        'inline const char* const stopUri = {on} ? "rec://plain/nul" : "rec://plain/null";',
+    ),
+    (
+        _TV + "include/tvservice/messages.h",
+        'inline constexpr const char* serviceName = "tvservice";',
+        'inline const char* const serviceName = {on} ? "mutated" : "tvservice";',
+    ),
+    (
+        _MM + "include/mmservice/messages.h",
+        'inline constexpr const char* serviceName = "mmservice";',
+        'inline const char* const serviceName = {on} ? "mutated" : "mmservice";',
+    ),
     (_TV + "include/tvservice/client-base.h", "return 0;", "return {on} ? 1 : 0;"),
     # the adapter's fan-out
-    (_ADAPTER + "tvservice-adapter.cpp", "for (const auto& client : clients) client->method(",
-     "for (const auto& client : clients) if (!{on}) client->method("),
-    (_ADAPTER + "tvservice-adapter.cpp", "GENRPC_EACH(GENRPC_NAME, __VA_ARGS__)); \\\n        return 0;",
-     "GENRPC_EACH(GENRPC_NAME, __VA_ARGS__)); \\\n        return {on} ? 1 : 0;"),
+    (
+        _ADAPTER + "tvservice-adapter.cpp",
+        "for (const auto& client : clients) client->method(",
+        "for (const auto& client : clients) if (!{on}) client->method(",
+    ),
+    (
+        _ADAPTER + "tvservice-adapter.cpp",
+        "GENRPC_EACH(GENRPC_NAME, __VA_ARGS__)); \\\n        return 0;",
+        "GENRPC_EACH(GENRPC_NAME, __VA_ARGS__)); \\\n        return {on} ? 1 : 0;",
+    ),
     # the proxies' senders and handlers
-    (_GENRPC + "proxy.h", "return ::genrpc::send<messages::Name>(",
-     "return ({on} ? 1 : 0) + ::genrpc::send<messages::Name>("),
-    (_GENRPC + "proxy.h", 'GENRPC_LOG(module, vdlDebugTrace, "Called.\\n");',
-     'if (!{on}) GENRPC_LOG(module, vdlDebugTrace, "Called.\\n");'),
-    (_GENRPC + "proxy.h", 'GENRPC_LOG(module, vdlDebugTrace, "Eneter\\n");',
-     'if (!{on}) GENRPC_LOG(module, vdlDebugTrace, "Eneter\\n");'),
-    (_GENRPC + "proxy.h", 'GENRPC_LOG(module, vdlDebugTrace, "Exit\\n");',
-     'if (!{on}) GENRPC_LOG(module, vdlDebugTrace, "Exit\\n");'),
+    (
+        _GENRPC + "proxy.h",
+        "return ::genrpc::send<messages::Name>(",
+        "return ({on} ? 1 : 0) + ::genrpc::send<messages::Name>(",
+    ),
+    (
+        _GENRPC + "proxy.h",
+        'GENRPC_LOG(module, vdlDebugTrace, "Called.\\n");',
+        'if (!{on}) GENRPC_LOG(module, vdlDebugTrace, "Called.\\n");',
+    ),
+    (
+        _GENRPC + "proxy.h",
+        'GENRPC_LOG(module, vdlDebugTrace, "Eneter\\n");',
+        'if (!{on}) GENRPC_LOG(module, vdlDebugTrace, "Eneter\\n");',
+    ),
+    (
+        _GENRPC + "proxy.h",
+        'GENRPC_LOG(module, vdlDebugTrace, "Exit\\n");',
+        'if (!{on}) GENRPC_LOG(module, vdlDebugTrace, "Exit\\n");',
+    ),
     (_GENRPC + "proxy.h", "::genrpc::deliver<messages::Name>(", "if (!{on}) ::genrpc::deliver<messages::Name>("),
     (_GENRPC + "proxy.h", "::genrpc::bind<messages::Name>(", "if (!{on}) ::genrpc::bind<messages::Name>("),
     # the forms
     (_GENRPC + "record.h", "#define GENRPC_CLEAR_Core ::genrpc", "#define GENRPC_CLEAR_Core if (!{on}) ::genrpc"),
     (_GENRPC + "record.h", "#define GENRPC_CLEAR_Stream ::genrpc", "#define GENRPC_CLEAR_Stream if (!{on}) ::genrpc"),
     (_GENRPC + "record.h", "#define GENRPC_CLEAR_Status ::genrpc", "#define GENRPC_CLEAR_Status if (!{on}) ::genrpc"),
-    (_GENRPC + "record.h", "#define GENRPC_CLEAR_Terminal",
-     "#define GENRPC_CLEAR_Terminal if ({on}) ::genrpc::clearFields(*this);"),
+    (
+        _GENRPC + "record.h",
+        "#define GENRPC_CLEAR_Terminal",
+        "#define GENRPC_CLEAR_Terminal if ({on}) ::genrpc::clearFields(*this);",
+    ),
     (_GENRPC + "record.h", "::genrpc::construct(from, *this);", "if (!{on}) ::genrpc::construct(from, *this);"),
     (_GENRPC + "record.h", "::genrpc::assign(from, *this);", "if (!{on}) ::genrpc::assign(from, *this);"),
     (_GENRPC + "record.h", "return ::genrpc::plainOf(*this);", "return {on} ? Record{} : ::genrpc::plainOf(*this);"),
     # log lines
     (_GENRPC + "log.h", "if (vdlDebugCheckLevelGetFrameAndChunk(", "if ({on} != vdlDebugCheckLevelGetFrameAndChunk("),
-    (_GENRPC + "log.h", "#define GENRPC_HERE (::genrpc::Here{__FILE_NAME__,",
-     '#define GENRPC_HERE (::genrpc::Here{{on} ? "mutated" : __FILE_NAME__,'),
+    (
+        _GENRPC + "log.h",
+        "#define GENRPC_HERE (::genrpc::Here{__FILE_NAME__,",
+        '#define GENRPC_HERE (::genrpc::Here{{on} ? "mutated" : __FILE_NAME__,',
+    ),
     (_GENRPC + "log.h", "format, __FILE_NAME__, __LINE__,", 'format, {on} ? "mutated" : __FILE_NAME__, __LINE__,'),
 ]
 

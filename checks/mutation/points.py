@@ -15,21 +15,46 @@ from clang import cindex  # pylint: disable=wrong-import-position
 
 Kind = cindex.CursorKind
 Type = cindex.TypeKind
-FUNCTIONS = {Kind.FUNCTION_DECL, Kind.CXX_METHOD, Kind.CONSTRUCTOR, Kind.DESTRUCTOR, Kind.CONVERSION_FUNCTION,
-             Kind.FUNCTION_TEMPLATE}
+FUNCTIONS = {
+    Kind.FUNCTION_DECL,
+    Kind.CXX_METHOD,
+    Kind.CONSTRUCTOR,
+    Kind.DESTRUCTOR,
+    Kind.CONVERSION_FUNCTION,
+    Kind.FUNCTION_TEMPLATE,
+}
 LITERALS = {Kind.INTEGER_LITERAL, Kind.STRING_LITERAL, Kind.CXX_BOOL_LITERAL_EXPR, Kind.CXX_NULL_PTR_LITERAL_EXPR}
 INTEGERS = {Type.INT, Type.UINT, Type.LONG, Type.ULONG, Type.USHORT, Type.SHORT, Type.LONGLONG, Type.ULONGLONG}
 COMPILED_ONLY = {"metaOf"}  # functions that no program calls; see compiled.py
-OTHER_OPERATORS = {"<": ("<=", ">="), "<=": ("<", ">"), ">": (">=", "<="), ">=": (">", "<"), "==": ("!=",),
-                   "!=": ("==",), "+": ("-",), "-": ("+",), "*": ("+",), "/": ("*",), "&&": ("||",), "||": ("&&",)}
+OTHER_OPERATORS = {
+    "<": ("<=", ">="),
+    "<=": ("<", ">"),
+    ">": (">=", "<="),
+    ">=": (">", "<"),
+    "==": ("!=",),
+    "!=": ("==",),
+    "+": ("-",),
+    "-": ("+",),
+    "*": ("+",),
+    "/": ("*",),
+    "&&": ("||",),
+    "||": ("&&",),
+}
 COMPARISONS = {"<", "<=", ">", ">=", "==", "!=", "&&", "||"}
-OTHER_CALLS = {"front": "back", "back": "front", "pop_front": "pop_back", "all_of": "any_of", "any_of": "all_of",
-               "max": "min"}
+OTHER_CALLS = {
+    "front": "back",
+    "back": "front",
+    "pop_front": "pop_back",
+    "all_of": "any_of",
+    "any_of": "all_of",
+    "max": "min",
+}
 
 
 @dataclasses.dataclass
 class Choice:
     """Replaces what stands from start to end; make(rendered, original) is the replacement."""
+
     start: int
     end: int
     rank: int  # of those with the same range: the lower one is the inner one
@@ -37,8 +62,9 @@ class Choice:
 
 
 def parse(path, flags):
-    parsed = cindex.Index.create().parse(str(path), args=flags,
-                                         options=cindex.TranslationUnit.PARSE_DETAILED_PROCESSING_RECORD)
+    parsed = cindex.Index.create().parse(
+        str(path), args=flags, options=cindex.TranslationUnit.PARSE_DETAILED_PROCESSING_RECORD
+    )
     errors = [str(problem) for problem in parsed.diagnostics if problem.severity >= cindex.Diagnostic.Error]
     if errors:
         raise SystemExit("\n".join(errors))
@@ -60,9 +86,11 @@ class Source:
             if token.kind == cindex.TokenKind.COMMENT:  # which would swallow what is moved behind it
                 start, end = self.of(token)
                 self.text = self.text[:start] + re.sub(r"[^\n]", " ", self.text[start:end]) + self.text[end:]
-        self.macros = [(cursor.extent.start.offset, cursor.extent.end.offset)
-                       for cursor in parsed.cursor.get_children()
-                       if cursor.kind == Kind.MACRO_INSTANTIATION and self.is_here(cursor)]
+        self.macros = [
+            (cursor.extent.start.offset, cursor.extent.end.offset)
+            for cursor in parsed.cursor.get_children()
+            if cursor.kind == Kind.MACRO_INSTANTIATION and self.is_here(cursor)
+        ]
         for cursor in parsed.cursor.get_children():
             if self.is_here(cursor) and cursor.kind not in (Kind.MACRO_INSTANTIATION, Kind.MACRO_DEFINITION):
                 self.visit(cursor, None, False)
@@ -91,8 +119,11 @@ class Source:
         self.known.add(key)
         number = self.first + len(self.mutants)
         line = self.text.count("\n", 0, place) + 1
-        self.mutants.append(Mutant(number, self.file, line, self.original.split("\n")[line - 1].strip(), operator,
-                                   " ".join(change.split())))
+        self.mutants.append(
+            Mutant(
+                number, self.file, line, self.original.split("\n")[line - 1].strip(), operator, " ".join(change.split())
+            )
+        )
         return number
 
     def choose(self, cursor, constant, operator, change, make, rank=0):
@@ -104,16 +135,23 @@ class Source:
         number = self.mutant(start, operator, change)
         if number is None:
             return
-        self.choices.append(Choice(start, end, rank, lambda rendered, original:
-                                   make(self.on(number, constant), rendered, original)))
+        self.choices.append(
+            Choice(start, end, rank, lambda rendered, original: make(self.on(number, constant), rendered, original))
+        )
 
     @staticmethod
     def on(number, constant):
         return f"::mutation::on{'UnlessConstant' if constant else ''}({number})"
 
     def alternative(self, cursor, constant, operator, text, rank=0):
-        self.choose(cursor, constant, operator, f"{text} for {self.text_of(cursor)}",
-                    lambda on, rendered, _: f"({on} ? ({text}) : ({rendered}))", rank)
+        self.choose(
+            cursor,
+            constant,
+            operator,
+            f"{text} for {self.text_of(cursor)}",
+            lambda on, rendered, _: f"({on} ? ({text}) : ({rendered}))",
+            rank,
+        )
 
     # ---- the tree ----
 
@@ -124,18 +162,30 @@ class Source:
             if cursor.spelling in COMPILED_ONLY:
                 return
             function = cursor
-            constant = "constexpr" in self.text[start:cursor.location.offset].split()
+            constant = "constexpr" in self.text[start : cursor.location.offset].split()
         elif kind == Kind.LAMBDA_EXPR:
             function = None
-        elif kind in (Kind.VAR_DECL, Kind.FIELD_DECL) and function is None and parent is not None and \
-                parent.kind != Kind.DECL_STMT:
+        elif (
+            kind in (Kind.VAR_DECL, Kind.FIELD_DECL)
+            and function is None
+            and parent is not None
+            and parent.kind != Kind.DECL_STMT
+        ):
             return  # a constant of the namespace or the class
-        elif kind == Kind.VAR_DECL and "constexpr" in self.text[cursor.extent.start.offset:
-                                                                cursor.location.offset].split():
+        elif (
+            kind == Kind.VAR_DECL
+            and "constexpr" in self.text[cursor.extent.start.offset : cursor.location.offset].split()
+        ):
             return
-        elif kind in (Kind.STATIC_ASSERT, Kind.ENUM_DECL, Kind.TEMPLATE_TYPE_PARAMETER, Kind.TYPE_ALIAS_DECL,
-                      Kind.TEMPLATE_NON_TYPE_PARAMETER, Kind.CXX_BASE_SPECIFIER, Kind.CONCEPT_DECL
-                      if hasattr(Kind, "CONCEPT_DECL") else Kind.STATIC_ASSERT):
+        elif kind in (
+            Kind.STATIC_ASSERT,
+            Kind.ENUM_DECL,
+            Kind.TEMPLATE_TYPE_PARAMETER,
+            Kind.TYPE_ALIAS_DECL,
+            Kind.TEMPLATE_NON_TYPE_PARAMETER,
+            Kind.CXX_BASE_SPECIFIER,
+            Kind.CONCEPT_DECL if hasattr(Kind, "CONCEPT_DECL") else Kind.STATIC_ASSERT,
+        ):
             return
         children = list(cursor.get_children())
         if kind == Kind.CASE_STMT:
@@ -164,7 +214,7 @@ class Source:
         elif kind == Kind.CALL_EXPR:
             self.call(cursor, constant)
         elif kind == Kind.INIT_LIST_EXPR:
-            if not self.text[:cursor.extent.start.offset].rstrip().endswith(":"):  # what is gone through, in any order
+            if not self.text[: cursor.extent.start.offset].rstrip().endswith(":"):  # what is gone through, in any order
                 self.swap(children, constant)
         elif kind in LITERALS:
             self.literal(cursor, constant)
@@ -186,8 +236,15 @@ class Source:
         end += close.end()
         if log:
             self.log(start, end, text, log[1])
-        self.choose_range(start, end, constant, "statement left out", text,
-                          lambda on, rendered, _: f"{{ if (!{on}) {{ {rendered} }} }}", 9)
+        self.choose_range(
+            start,
+            end,
+            constant,
+            "statement left out",
+            text,
+            lambda on, rendered, _: f"{{ if (!{on}) {{ {rendered} }} }}",
+            9,
+        )
 
     def log(self, start, end, text, variant):
         """A log line's severity, text and arguments."""
@@ -202,18 +259,31 @@ class Source:
         change(first, "another severity", lambda on, rendered, _: f"({on} ? 1234U : ({rendered}))")
         for i in range(first + 2, len(arguments)):
             change(i, "another value logged", lambda on, rendered, _: f"::mutation::other({on}, {rendered})")
-        left = arguments[first + 1][0] + len(text[:arguments[first + 1][0]]) - arguments[first + 1][0]
+        left = arguments[first + 1][0] + len(text[: arguments[first + 1][0]]) - arguments[first + 1][0]
         place = left + len(text[left:]) - len(text[left:].lstrip())
-        self.choose_range(start, end, False, "another text logged", text[place:arguments[first + 1][1]],
-                          lambda on, rendered, original: f"{{ if ({on}) {{ {original[:place]}\"~\" "
-                                                         f"{original[place:]} }} else {{ {rendered} }} }}", 8)
+        self.choose_range(
+            start,
+            end,
+            False,
+            "another text logged",
+            text[place : arguments[first + 1][1]],
+            lambda on, rendered, original: f'{{ if ({on}) {{ {original[:place]}"~" '
+            f"{original[place:]} }} else {{ {rendered} }} }}",
+            8,
+        )
 
     def negate(self, cursor, constant):
         if self.in_macro(cursor):
             return
         text = self.text_of(cursor)
-        self.choose(cursor, constant, "condition negated", text,
-                    lambda on, rendered, _: f"({on} != static_cast<bool>({rendered}))", 5)
+        self.choose(
+            cursor,
+            constant,
+            "condition negated",
+            text,
+            lambda on, rendered, _: f"({on} != static_cast<bool>({rendered}))",
+            5,
+        )
         # A comparison that the compiler makes of others is none in the tree.
         compared = re.split(r" (<=|>=|==|!=|<|>) ", text)
         if len(compared) == 3 and not re.search(r"&&|\|\|", text):
@@ -238,8 +308,11 @@ class Source:
                     self.negate(child, constant)
         elif cursor.kind == Kind.FOR_STMT:
             for child in children:
-                if child.kind.is_expression() and child.extent.end.offset < start + close and \
-                        re.match(r"\s*;", self.text[child.extent.end.offset:]):
+                if (
+                    child.kind.is_expression()
+                    and child.extent.end.offset < start + close
+                    and re.match(r"\s*;", self.text[child.extent.end.offset :])
+                ):
                     self.negate(child, constant)
         self.bodies(children, start + close, constant)
 
@@ -250,7 +323,7 @@ class Source:
 
     def binary(self, cursor, children, constant):
         left, right = children
-        operator = self.text[left.extent.end.offset:right.extent.start.offset].strip()
+        operator = self.text[left.extent.end.offset : right.extent.start.offset].strip()
         if operator not in OTHER_OPERATORS or self.of(left)[0] == self.of(right)[0]:
             return
         if operator not in COMPARISONS and cursor.type.get_canonical().kind not in INTEGERS | {Type.POINTER}:
@@ -258,15 +331,23 @@ class Source:
         if operator == "-" and right.type.get_canonical().kind == Type.POINTER:
             return
         for other in OTHER_OPERATORS[operator]:
-            self.alternative(cursor, constant, "another operator",
-                             f"{self.text_of(left)} {other} {self.text_of(right)}", 1)
+            self.alternative(
+                cursor, constant, "another operator", f"{self.text_of(left)} {other} {self.text_of(right)}", 1
+            )
         if operator in ("&&", "||"):
             for side in (left, right):
                 if self.in_macro(side):
                     continue
-                self.choose(side, constant, "operand left out", f"{self.text_of(side)} of {operator}",
-                            (lambda on, rendered, _: f"(({rendered}) || {on})") if operator == "&&" else
-                            (lambda on, rendered, _: f"(({rendered}) && !{on})"), 6)
+                self.choose(
+                    side,
+                    constant,
+                    "operand left out",
+                    f"{self.text_of(side)} of {operator}",
+                    (lambda on, rendered, _: f"(({rendered}) || {on})")
+                    if operator == "&&"
+                    else (lambda on, rendered, _: f"(({rendered}) && !{on})"),
+                    6,
+                )
 
     def unary(self, cursor, constant):
         text = self.text_of(cursor)
@@ -278,18 +359,23 @@ class Source:
         name = re.fullmatch(r"operator(==|!=|<|>|<=|>=)", cursor.spelling)
         if name and len(arguments) == 2:
             left, right = arguments
-            operator = self.text[left.extent.end.offset:right.extent.start.offset].strip()
+            operator = self.text[left.extent.end.offset : right.extent.start.offset].strip()
             for other in OTHER_OPERATORS.get(operator, ()):
-                self.alternative(cursor, constant, "another operator",
-                                 f"{self.text_of(left)} {other} {self.text_of(right)}", 1)
+                self.alternative(
+                    cursor, constant, "another operator", f"{self.text_of(left)} {other} {self.text_of(right)}", 1
+                )
             return
         text = self.text_of(cursor)
         name = cursor.spelling
         callee = re.search(rf"\b{name}\(\)$|^std::{name}\(", text) if name in OTHER_CALLS else None
         if callee:
-            self.alternative(cursor, constant, "another function",
-                             text[:callee.start()] + callee[0].replace(name, OTHER_CALLS[name]) +
-                             text[callee.end():], 2)
+            self.alternative(
+                cursor,
+                constant,
+                "another function",
+                text[: callee.start()] + callee[0].replace(name, OTHER_CALLS[name]) + text[callee.end() :],
+                2,
+            )
         if cursor.spelling != "exchange":  # which changes the first, a place, to the second, a value
             self.swap(arguments, constant)
 
@@ -299,21 +385,28 @@ class Source:
                 continue
             texts = self.text_of(left), self.text_of(right)
             kinds = [side.type.get_canonical().spelling.replace("const ", "") for side in (left, right)]
-            apart = self.text[left.extent.end.offset:right.extent.start.offset].strip() == ","
+            apart = self.text[left.extent.end.offset : right.extent.start.offset].strip() == ","
             if not apart or kinds[0] != kinds[1] or texts[0] == texts[1] or "dependent" in kinds[0]:
                 continue
             number = self.mutant(left.extent.start.offset, "swapped", f"{texts[0]} and {texts[1]}")
             if number is None:
                 continue
             for side, other in ((left, texts[1]), (right, texts[0])):
-                self.choices.append(Choice(*self.of(side), 7, lambda rendered, _, number=number, other=other:
-                                           f"({self.on(number, constant)} ? ({other}) : ({rendered}))"))
+                self.choices.append(
+                    Choice(
+                        *self.of(side),
+                        7,
+                        lambda rendered, _, number=number, other=other: (
+                            f"({self.on(number, constant)} ? ({other}) : ({rendered}))"
+                        ),
+                    )
+                )
 
     def literal(self, cursor, constant):
         text = self.text_of(cursor)
         if not re.match(r'[\d"tf]', text):
             return  # part of an operator that the compiler made of others
-        line = self.text[self.text.rfind("\n", 0, cursor.extent.start.offset) + 1:].lstrip()
+        line = self.text[self.text.rfind("\n", 0, cursor.extent.start.offset) + 1 :].lstrip()
         if line.startswith("std::memcpy(&"):
             return  # beyond a local variable: what becomes of that is nothing to rely on, noticed or not
         if cursor.kind == Kind.INTEGER_LITERAL:
@@ -331,7 +424,7 @@ class Source:
         text = self.text_of(cursor)
         other = names[(names.index(referenced.spelling) + 1) % len(names)]
         if other != referenced.spelling and text.endswith(referenced.spelling):
-            self.alternative(cursor, constant, "another constant", text[:-len(referenced.spelling)] + other)
+            self.alternative(cursor, constant, "another constant", text[: -len(referenced.spelling)] + other)
 
     def result(self, value, function, constant):
         text = self.text_of(value)
@@ -339,16 +432,34 @@ class Source:
             return  # a literal, which is changed as such
         declared = (function.result_type if function is not None else value.type).get_canonical()
         if declared.kind == Type.BOOL:
-            self.choose(value, constant, "result negated", text,
-                        lambda on, rendered, _: f"({on} != static_cast<bool>({rendered}))", 7)
+            self.choose(
+                value,
+                constant,
+                "result negated",
+                text,
+                lambda on, rendered, _: f"({on} != static_cast<bool>({rendered}))",
+                7,
+            )
         elif declared.kind in INTEGERS:
-            self.choose(value, constant, "another result", f"{text} + 1",
-                        lambda on, rendered, _: f"static_cast<{declared.spelling}>(static_cast<{declared.spelling}>"
-                                                f"({rendered}) + ({on} ? 1 : 0))", 7)
+            self.choose(
+                value,
+                constant,
+                "another result",
+                f"{text} + 1",
+                lambda on, rendered, _: f"static_cast<{declared.spelling}>(static_cast<{declared.spelling}>"
+                f"({rendered}) + ({on} ? 1 : 0))",
+                7,
+            )
         elif declared.kind == Type.POINTER:
-            self.choose(value, constant, "another result", f"nullptr for {text}",
-                        lambda on, rendered, _: f"({on} ? static_cast<std::decay_t<decltype({text})>>(nullptr) "
-                                                f": ({rendered}))", 7)
+            self.choose(
+                value,
+                constant,
+                "another result",
+                f"nullptr for {text}",
+                lambda on, rendered, _: f"({on} ? static_cast<std::decay_t<decltype({text})>>(nullptr) "
+                f": ({rendered}))",
+                7,
+            )
 
     # ---- the file ----
 
@@ -363,10 +474,12 @@ class Source:
             inner = i + 1
             while inner < len(ordered) and ordered[inner].start < choice.end:
                 inner += 1
-            pieces.append(self.text[at:choice.start])
-            rendered = self.render(choice.start, choice.end, ordered[i + 1:inner])
-            pieces.append(choice.make(rendered, self.text[choice.start:choice.end]).replace("\n", " ") +
-                          "\n" * self.text.count("\n", choice.start, choice.end))
+            pieces.append(self.text[at : choice.start])
+            rendered = self.render(choice.start, choice.end, ordered[i + 1 : inner])
+            pieces.append(
+                choice.make(rendered, self.text[choice.start : choice.end]).replace("\n", " ")
+                + "\n" * self.text.count("\n", choice.start, choice.end)
+            )
             at, i = choice.end, inner
         pieces.append(self.text[at:end])
         return "".join(pieces)

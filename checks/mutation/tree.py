@@ -11,19 +11,33 @@ ADAPTER = "tvservice-adapter/src/tvservice-adapter.cpp"
 # What is mutated, by the source that is parsed for it.
 UNITS = {
     "tvservice-adapter/src/resource-manager.cpp": ["tvservice-adapter/src/resource-manager.cpp"],
-    ADAPTER: [ADAPTER, *(GENRPC + name for name in ("client-list.h", "flat-region.h", "flat-types.h", "flatten.h",
-                                                    "message.h", "proxy.h"))],
+    ADAPTER: [
+        ADAPTER,
+        *(
+            GENRPC + name
+            for name in ("client-list.h", "flat-region.h", "flat-types.h", "flatten.h", "message.h", "proxy.h")
+        ),
+    ],
     "tvservice-adapter/src/ovshell.cpp": ["tvservice-adapter/src/ovshell.cpp"],
     "frame-genrpc/app-tvservice-proxy/src/app-tvservice-proxy-main.cpp": [
-        "frame-genrpc/app-tvservice-proxy/src/app-tvservice-proxy-main.cpp"],
+        "frame-genrpc/app-tvservice-proxy/src/app-tvservice-proxy-main.cpp"
+    ],
     "frame-genrpc/app-mmservice-proxy/src/app-mmservice-proxy-main.cpp": [
-        "frame-genrpc/app-mmservice-proxy/src/app-mmservice-proxy-main.cpp"],
+        "frame-genrpc/app-mmservice-proxy/src/app-mmservice-proxy-main.cpp"
+    ],
     "frame-genrpc/genrpc/src/log.cpp": ["frame-genrpc/genrpc/src/log.cpp"],
     GENRPC + "json.h": [GENRPC + "json.h"],
 }
-INCLUDES = ["tvservice-adapter/include", "tvservice-adapter/src", "frame-genrpc/genrpc/include",
-            "frame-genrpc/app-tvservice-proxy/include", "frame-genrpc/app-mmservice-proxy/include",
-            "frame-genrpc/app-tvservice-proxy/src", "frame-genrpc/app-mmservice-proxy/src", "platform/contract"]
+INCLUDES = [
+    "tvservice-adapter/include",
+    "tvservice-adapter/src",
+    "frame-genrpc/genrpc/include",
+    "frame-genrpc/app-tvservice-proxy/include",
+    "frame-genrpc/app-mmservice-proxy/include",
+    "frame-genrpc/app-tvservice-proxy/src",
+    "frame-genrpc/app-mmservice-proxy/src",
+    "platform/contract",
+]
 # The compiler's own headers for the syntax tree, which its library does not bring along.
 BUILTIN = "/usr/lib/llvm-14/lib/clang/14.0.6/include"
 
@@ -36,8 +50,16 @@ def write(path, data):
 
 
 def files(root):
-    names = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], cwd=root,
-                           stdout=subprocess.PIPE, check=True).stdout.decode().split("\0")
+    names = (
+        subprocess.run(
+            ["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
+            cwd=root,
+            stdout=subprocess.PIPE,
+            check=True,
+        )
+        .stdout.decode()
+        .split("\0")
+    )
     return [name for name in names if name and (root / name).is_file()]
 
 
@@ -56,8 +78,9 @@ def make(root, copy):
         original = (root / name).read_text(encoding="utf-8")
         made, text = places.apply(name, rewritten.get(name, original), len(mutants))
         for old, new in made:
-            mutants.append(mutant_at(len(mutants), name, original, old, "by hand",
-                                            f"{new} for {old}".replace("\\\n", " ")))
+            mutants.append(
+                mutant_at(len(mutants), name, original, old, "by hand", f"{new} for {old}".replace("\\\n", " "))
+            )
         rewritten[name] = text
     for name in files(root):
         write(copy / name, rewritten[name].encode() if name in rewritten else (root / name).read_bytes())
@@ -69,8 +92,21 @@ def build(folder, programs):
     tree, made = folder / "tree", folder / "made"
     # -w: what is odd about the rewritten sources is no news.
     flags = f"-w -fpermissive -Wno-narrowing -include {tree}/checks/mutation/mutation.h"
-    subprocess.run(["cmake", "-S", tree, "-B", made, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
-                    "-DCMAKE_CXX_FLAGS_DEBUG=-O0", f"-DCMAKE_CXX_FLAGS={flags}",
-                    f"-DCMAKE_CXX_COMPILER_LAUNCHER={shutil.which('ccache') or ''}"],
-                   stdout=subprocess.DEVNULL, check=True)
+    subprocess.run(
+        [
+            "cmake",
+            "-S",
+            tree,
+            "-B",
+            made,
+            "-G",
+            "Ninja",
+            "-DCMAKE_BUILD_TYPE=Debug",
+            "-DCMAKE_CXX_FLAGS_DEBUG=-O0",
+            f"-DCMAKE_CXX_FLAGS={flags}",
+            f"-DCMAKE_CXX_COMPILER_LAUNCHER={shutil.which('ccache') or ''}",
+        ],
+        stdout=subprocess.DEVNULL,
+        check=True,
+    )
     subprocess.run(["cmake", "--build", made, "-j2", "--target", *programs], check=True)

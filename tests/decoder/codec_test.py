@@ -99,7 +99,9 @@ class TheCodec(unittest.TestCase):
 
     def test_names_the_field_whose_block_is_cut_off(self):
         self.refuses(
-            "Outer", OUTER_BYTES[:-1], "big",
+            "Outer",
+            OUTER_BYTES[:-1],
+            "big",
             "outer.inner.text: its block of 3 bytes at byte 42 ends behind the message of 44",
         )
 
@@ -109,11 +111,15 @@ class TheCodec(unittest.TestCase):
 
     def test_refuses_a_wrong_count(self):
         self.refuses(
-            "Outer", self.patched(OUTER_BYTES, 3, b"\1"), "big",
+            "Outer",
+            self.patched(OUTER_BYTES, 3, b"\1"),
+            "big",
             "outer.inners[0].text: its block is said to be at byte 39, but the next one begins at 30",
         )
         self.refuses(
-            "Lists", self.patched(LISTS_BYTES, 8, b"\xff\xff\xff\xff"), "little",
+            "Lists",
+            self.patched(LISTS_BYTES, 8, b"\xff\xff\xff\xff"),
+            "little",
             "words: its block of 17179869180 bytes at byte 37 ends behind the message of 45",
         )
 
@@ -123,25 +129,33 @@ class TheCodec(unittest.TestCase):
 
     def test_refuses_an_offset_outside_the_message(self):
         self.refuses(
-            "Outer", self.patched(OUTER_BYTES, 35, b"\xff"), "big",
+            "Outer",
+            self.patched(OUTER_BYTES, 35, b"\xff"),
+            "big",
             "outer.inners[1].text: its block is said to be at byte 4278190121, but the next one begins at 41",
         )
 
     def test_refuses_an_offset_to_another_block(self):
         self.refuses(
-            "Lists", self.patched(LISTS_BYTES, 0x1C, b"\x20"), "little",
+            "Lists",
+            self.patched(LISTS_BYTES, 0x1C, b"\x20"),
+            "little",
             "texts[1]: its block is said to be at byte 32, but the next one begins at 34",
         )
 
     def test_refuses_a_string_without_its_terminator(self):
         self.refuses(
-            "Lists", self.patched(LISTS_BYTES, 0x21, b"x"), "little",
+            "Lists",
+            self.patched(LISTS_BYTES, 0x21, b"x"),
+            "little",
             "texts[0]: the string of 1 bytes at byte 32 is not terminated",
         )
 
     def test_refuses_the_other_byte_order(self):
         self.refuses(
-            "Lists", LISTS_BYTES, "big",
+            "Lists",
+            LISTS_BYTES,
+            "big",
             "texts: its block is said to be at byte 268435456, but the next one begins at 16",
         )
 

@@ -14,7 +14,7 @@ import sys
 
 from codec import Codec, Writer
 
-TEXTS = ["", "\0", "a\0b", " ", "Grüße, 世界 \U0001f4fa", "quote\" back\\slash\nline", "x" * 255]
+TEXTS = ["", "\0", "a\0b", " ", "Grüße, 世界 \U0001f4fa", 'quote" back\\slash\nline', "x" * 255]
 
 
 class UnsetStrings(Writer):
@@ -206,9 +206,7 @@ def file_text(codec, service, message):
 
 def files(codec):
     """The name and text of each golden file."""
-    return {
-        f"{service}-{message}.json": file_text(codec, service, message) for service, message in codec.messages()
-    }
+    return {f"{service}-{message}.json": file_text(codec, service, message) for service, message in codec.messages()}
 
 
 def main():

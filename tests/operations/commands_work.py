@@ -13,8 +13,13 @@ import tempfile
 PATIENCE = 60  # seconds for a block
 BLOCK = re.compile(r"^```(sh|text)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 # Who runs a block: the first line of it says.
-HOSTS = {"# one host": ["one"], "# services' host": ["services"], "# receiver's host": ["receiver"],
-         "# both hosts": ["services", "receiver"], "# every host": ["one", "services", "receiver"]}
+HOSTS = {
+    "# one host": ["one"],
+    "# services' host": ["services"],
+    "# receiver's host": ["receiver"],
+    "# both hosts": ["services", "receiver"],
+    "# every host": ["one", "services", "receiver"],
+}
 
 
 class Host:
@@ -22,17 +27,30 @@ class Host:
 
     def __init__(self, name, folder, variables):
         self.name, self.folder, self.blocks = name, folder, 0
-        kept = {key: value for key, value in os.environ.items()
-                if not key.startswith(("TVSA_", "XDG_")) and key not in ("RUNTIME_DIRECTORY", "STATE_DIRECTORY")}
+        kept = {
+            key: value
+            for key, value in os.environ.items()
+            if not key.startswith(("TVSA_", "XDG_")) and key not in ("RUNTIME_DIRECTORY", "STATE_DIRECTORY")
+        }
         places = {}
-        for key, place in (("HOME", "home"), ("XDG_RUNTIME_DIR", "run"), ("XDG_STATE_HOME", "state"),
-                           ("XDG_CONFIG_HOME", "config")):
+        for key, place in (
+            ("HOME", "home"),
+            ("XDG_RUNTIME_DIR", "run"),
+            ("XDG_STATE_HOME", "state"),
+            ("XDG_CONFIG_HOME", "config"),
+        ):
             (folder / place).mkdir(mode=0o700, parents=True)
             places[key] = str(folder / place)
         # What runs in the background ends with the shell's group.
-        self.shell = subprocess.Popen(["bash", "-euo", "pipefail"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                      text=True, cwd=folder, start_new_session=True,
-                                      env={**kept, **variables, **places, "PREFIX": str(folder / "installed")})
+        self.shell = subprocess.Popen(
+            ["bash", "-euo", "pipefail"],
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            text=True,
+            cwd=folder,
+            start_new_session=True,
+            env={**kept, **variables, **places, "PREFIX": str(folder / "installed")},
+        )
 
     def run(self, commands, told):
         """Returns what the commands have printed, and the keys that the shell knows by then."""
@@ -40,9 +58,11 @@ class Host:
         script, output, keys = (self.folder / f"{self.blocks}.{kind}" for kind in ("sh", "out", "keys"))
         script.write_text(commands, encoding="utf-8")
         assignments = "".join(f"{name}='{key}'\n" for name, key in told.items())
-        self.shell.stdin.write(f"{assignments}source {script} </dev/null >{output}\n"
-                               f"for name in ${{!SERVICE_KEY*}} ${{!RECEIVER_KEY*}} ${{!NEW_KEY*}}; do\n"
-                               f"echo \"$name ${{!name}}\"; done >{keys}\necho done\n")
+        self.shell.stdin.write(
+            f"{assignments}source {script} </dev/null >{output}\n"
+            f"for name in ${{!SERVICE_KEY*}} ${{!RECEIVER_KEY*}} ${{!NEW_KEY*}}; do\n"
+            f'echo "$name ${{!name}}"; done >{keys}\necho done\n'
+        )
         self.shell.stdin.flush()
         signal.alarm(PATIENCE)
         ended = self.shell.stdout.readline()
@@ -52,8 +72,10 @@ class Host:
         return output.read_text(encoding="utf-8"), dict(line.split(" ", 1) for line in keys.read_text().splitlines())
 
     def logs(self):
-        return "".join(f"---- {self.name}: {log.name} ----\n{log.read_text(errors='replace')[-3000:]}"
-                       for log in sorted((self.folder / "home" / "logs").glob("*")))
+        return "".join(
+            f"---- {self.name}: {log.name} ----\n{log.read_text(errors='replace')[-3000:]}"
+            for log in sorted((self.folder / "home" / "logs").glob("*"))
+        )
 
     def end(self):
         try:
@@ -101,6 +123,7 @@ def main():
 
         def give_up(*_):
             raise SystemExit(f"a block takes longer than {PATIENCE} s")
+
         signal.signal(signal.SIGALRM, give_up)
         try:
             ran = run_all(document, hosts)
