@@ -3,6 +3,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+# shellcheck disable=SC2016 # the backticks are Markdown
 shown=$(sed -n '/^```cpp$/,/^```$/p' README.md | sed '1d;$d')
 example=$(<docs/examples/minimal-application.cpp)
 [[ -n $shown && $'\n'$example$'\n' == *$'\n'"$shown"$'\n'* ]] || {

@@ -9,7 +9,7 @@ folder=$(mktemp -d)
 children=()
 end() {
     local status=$?
-    ((${#children[@]})) && kill "${children[@]}" 2>/dev/null && wait "${children[@]}" || true
+    if ((${#children[@]})) && kill "${children[@]}" 2>/dev/null; then wait "${children[@]}" || true; fi
     ((status)) && tail -n 20 "$folder"/*.log >&2
     rm -rf "$folder"
     exit "$status"

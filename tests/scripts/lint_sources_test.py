@@ -1,0 +1,127 @@
+"""Which sources `./dev lint --changed` looks at."""
+
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / ".ci"))
+import lint_sources
+
+
+class ATree(unittest.TestCase):
+    def setUp(self):
+        place = tempfile.TemporaryDirectory()
+        self.addCleanup(place.cleanup)
+        self.tree = pathlib.Path(place.name)
+        for name in [name for name in os.environ if name.startswith("GIT_")]:  # of the repository whose hook runs this
+            del os.environ[name]
+        self.git("init", "-q", "-b", "main")
+        self.write("lib/include/lib/base.h", "")
+        self.write("lib/include/lib/queue.h", "#include <lib/base.h>\n")
+        self.write("lib/src/queue.cpp", '#include "detail.h"\n#include <lib/queue.h>\n')
+        self.write("lib/src/detail.h", "")
+        self.write("app/detail.h", "")
+        self.write("app/names.h.in", "")
+        self.write("app/main.cpp", '#include "detail.h"\n#include <app/names.h>\n#include <vector>\n')
+        self.write("notes.md", "")
+        self.commit()
+
+    def git(self, *arguments):
+        identity = ["-c", "user.name=name", "-c", "user.email=mail"]
+        subprocess.run(["git", *identity, *arguments], cwd=self.tree, check=True, stdout=subprocess.DEVNULL)
+
+    def write(self, name, text):
+        path = self.tree / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text, encoding="utf-8")
+
+    def commit(self):
+        self.git("add", "-A")
+        self.git("commit", "-q", "-m", "all")
+
+    def dependants(self, *files):
+        return lint_sources.dependants(lint_sources.tree(self.tree), files)
+
+    def test_finds_what_includes_a_header_through_another_one(self):
+        self.assertEqual(self.dependants("lib/include/lib/base.h"), ["lib/include/lib/queue.h", "lib/src/queue.cpp"])
+
+    def test_names_what_is_nearest_to_a_header_first(self):
+        self.write("app/base_test.cpp", "#include <lib/base.h>\n")
+        self.assertEqual(
+            self.dependants("lib/include/lib/base.h"),
+            ["app/base_test.cpp", "lib/include/lib/queue.h", "lib/src/queue.cpp"],
+        )
+
+    def test_takes_a_quoted_header_for_the_one_beside_the_file(self):
+        self.assertEqual(self.dependants("lib/src/detail.h"), ["lib/src/queue.cpp"])
+
+    def test_finds_what_includes_a_header_that_is_generated(self):
+        self.assertEqual(self.dependants("app/names.h.in"), ["app/main.cpp"])
+
+    def test_counts_changes_from_where_the_branch_left_the_main_one(self):
+        self.git("checkout", "-q", "-b", "branch")
+        for file in ("app/main.cpp", "lib/src/detail.h"):
+            self.write(file, "int x;\n")
+            self.commit()
+        self.git("checkout", "-q", "main")
+        self.write("app/detail.h", "int y;\n")
+        self.commit()
+        self.git("checkout", "-q", "branch")
+        self.assertEqual(lint_sources.changed(self.tree), {"app/main.cpp", "lib/src/detail.h"})
+
+    def test_counts_changes_of_the_main_branch_from_the_commit_before(self):
+        for file in ("app/main.cpp", "lib/src/detail.h"):
+            self.write(file, "int x;\n")
+            self.commit()
+        self.assertEqual(lint_sources.changed(self.tree), {"lib/src/detail.h"})
+
+    def test_counts_everything_as_changed_in_the_first_commit(self):
+        self.assertIn("lib/src/queue.cpp", lint_sources.changed(self.tree))
+
+    def test_counts_what_is_not_committed_or_new_or_gone(self):
+        self.git("checkout", "-q", "-b", "branch")
+        self.write("notes.md", "text\n")
+        self.commit()
+        self.write("app/main.cpp", "int x;\n")
+        self.write("app/new.cpp", "")
+        (self.tree / "app/detail.h").unlink()
+        self.assertEqual(lint_sources.changed(self.tree), {"notes.md", "app/main.cpp", "app/new.cpp", "app/detail.h"})
+
+    def test_counts_a_file_that_has_moved_only_when_it_differs(self):
+        self.git("checkout", "-q", "-b", "branch")
+        self.git("mv", "lib/src/queue.cpp", "lib/src/moved.cpp")
+        self.git("mv", "app/main.cpp", "app/changed.cpp")
+        self.write("app/changed.cpp", (self.tree / "app/changed.cpp").read_text() + "int x;\n")
+        self.commit()
+        self.assertEqual(lint_sources.changed(self.tree), {"app/changed.cpp"})
+
+    def commands(self, command):
+        entries = [{"directory": "/build", "file": "/a.cpp", "command": command}]
+        self.write("compile_commands.json", json.dumps(entries))
+        return lint_sources.commands(self.tree)
+
+    def test_gives_clang_the_options_of_the_build_and_no_output(self):
+        found = self.commands('/usr/bin/ccache /usr/bin/c++ -DA=\\"b\\" -Werror -o a.o -c /a.cpp')
+        words = ["clang++", "-fsyntax-only", "-Wthread-safety", '-DA="b"', "-Werror", "/a.cpp"]
+        self.assertEqual(found, {"/a.cpp": (words, "/build")})
+
+    def test_reports_a_guarded_value_that_is_read_without_its_lock(self):
+        source = self.tree / "guarded.cpp"
+        source.write_text(
+            'struct __attribute__((capability("mutex"))) Mutex {} lock;\n'
+            "int value __attribute__((guarded_by(lock))) = 0;\n"
+            "int read() { return value; }\n",
+            encoding="utf-8",
+        )
+        command, _ = next(iter(self.commands(f"c++ -Werror -o a.o -c {source}").values()))
+        findings = lint_sources.lint(self.tree, str(source), command, self.tree, tidy=None)
+        self.assertIn("requires holding mutex 'lock'", findings)
+
+
+if __name__ == "__main__":
+    unittest.main()
