@@ -48,7 +48,7 @@ def main():
     program, check = sys.argv[1], "--check" in sys.argv[2:]
     if not shutil.which("valgrind"):
         print(
-            "instruction_counts: skipped, valgrind is not installed"
+            "valgrind is not installed"
             if check
             else json.dumps({"bench": "instructions", "note": "valgrind is not installed: left out"})
         )

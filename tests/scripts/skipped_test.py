@@ -1,0 +1,62 @@
+"""What `./dev test` says about tests that were skipped."""
+
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / ".ci"))
+import skipped
+
+GTEST = r"""Running main() from gtest_main.cc
+[ RUN      ] Shell.IsOfAnotherUser
+shell_test.cpp:12: Skipped
+only root can be another user
+
+[  SKIPPED ] Shell.IsOfAnotherUser (0 ms)
+[  PASSED  ] 0 tests.
+
+  YOU HAVE 1 DISABLED TEST
+"""
+PROJECT = r"""cmake_minimum_required(VERSION 3.25)
+project(skipped NONE)
+enable_testing()
+add_test(NAME passes COMMAND sh -c "echo fine")
+add_test(NAME fails COMMAND false)
+add_test(NAME returns COMMAND sh -c "echo looked; echo no compiler; exit 77")
+set_tests_properties(returns PROPERTIES SKIP_RETURN_CODE 77)
+add_test(NAME prints COMMAND cat "${CMAKE_CURRENT_SOURCE_DIR}/gtest.txt")
+set_tests_properties(prints PROPERTIES SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
+add_test(NAME is-silent COMMAND sh -c "exit 77")
+set_tests_properties(is-silent PROPERTIES SKIP_RETURN_CODE 77)
+add_test(NAME is-off COMMAND true)
+set_tests_properties(is-off PROPERTIES DISABLED ON)
+add_test(NAME has-no-program COMMAND /none)
+"""
+
+
+class Skipped(unittest.TestCase):
+    def test_names_each_skipped_test_and_its_reason(self):
+        with tempfile.TemporaryDirectory() as place:
+            folder = pathlib.Path(place)
+            (folder / "CMakeLists.txt").write_text(PROJECT, encoding="utf-8")
+            (folder / "gtest.txt").write_text(GTEST, encoding="utf-8")
+            subprocess.run(["cmake", "-S", folder, "-B", folder], stdout=subprocess.DEVNULL, check=True)
+            subprocess.run(
+                ["ctest", "--test-dir", folder, "--output-junit", "test.xml"], capture_output=True, check=False
+            )
+            self.assertEqual(
+                dict(skipped.skipped(folder / "test.xml")),
+                {
+                    "returns": "no compiler",
+                    "prints": "only root can be another user",
+                    "is-silent": "gives no reason",
+                    "is-off": "disabled",
+                },
+            )
+
+
+if __name__ == "__main__":
+    unittest.main()
