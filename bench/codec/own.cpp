@@ -27,8 +27,7 @@ class Own {
 public:
     template <class Plain> WireBytes encode(const Plain& plain) {
         using Message = typename MessageOf<Plain>::Type;
-        const std::unique_ptr<genrpc::FlatRegion, decltype(&genrpc::FlatRegion::release)> region(
-            genrpc::FlatRegion::create(sendBufferBytes), genrpc::FlatRegion::release);
+        const auto region = genrpc::FlatRegion::create(sendBufferBytes);
         const char* body = Message::Body::build(*region, plain);
         wire_.truncate(0);
         host::marshal(host::planOf(*Message::table()), body, wire_, largestMessage);

@@ -39,13 +39,10 @@ tvservice::TvServiceAudioInfo_t audioInfo() {
 template <class Message> class Payload {
 public:
     template <class... Args> explicit Payload(const Args&... args) : body_(Message::Body::build(*region_, args...)) {}
-    ~Payload() { genrpc::FlatRegion::release(region_); }
-    Payload(const Payload&) = delete;
-    Payload& operator=(const Payload&) = delete;
     const char* body() const { return body_; }
 
 private:
-    genrpc::FlatRegion* region_ = genrpc::FlatRegion::create(16384);
+    genrpc::FlatRegion::Owner region_ = genrpc::FlatRegion::create(16384);
     const char* body_;
 };
 

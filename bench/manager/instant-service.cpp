@@ -24,9 +24,9 @@ int InstantService::asyncSend(const frame::MsgIds&, const frame::MsgMeta& meta, 
     if (meta != TvServiceReq::meta) throw std::logic_error("the instant service takes play requests only");
     const auto [requests] = TvServiceReq::Body::read(delivered(table, payload));
     completed();
-    genrpc::FlatRegion* region = genrpc::FlatRegion::create(16384);
+    auto region = genrpc::FlatRegion::create(16384);
     const char* answer = delivered(*TvServiceInfo::table(), TvServiceInfo::Body::build(*region, answersTo(requests)));
-    genrpc::FlatRegion::release(region);
+    region.reset();
     handler_(TvServiceInfo::meta, {}, answer, context_);
     return 0;
 }

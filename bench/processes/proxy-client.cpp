@@ -14,11 +14,10 @@ namespace {
 constexpr std::size_t frameHeaderBytes = 32;
 
 template <class Message, class... Args> std::size_t wireBytes(const Args&... args) {
-    genrpc::FlatRegion* region = genrpc::FlatRegion::create(16384);
+    const auto region = genrpc::FlatRegion::create(16384);
     host::Bytes wire;
     host::marshal(host::planOf(*Message::table()), Message::Body::build(*region, args...), wire,
                   host::maximumMessageBytes);
-    genrpc::FlatRegion::release(region);
     return frameHeaderBytes + wire.size();
 }
 

@@ -6,14 +6,12 @@
 #include <host/message-queue.h>
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 namespace access_check {
 
 template <class Message, class... Args> std::string frameOf(const Args&... args) {
-    const std::unique_ptr<genrpc::FlatRegion, decltype(&genrpc::FlatRegion::release)> region(
-        genrpc::FlatRegion::create(4096), genrpc::FlatRegion::release);
+    const auto region = genrpc::FlatRegion::create(4096);
     host::Bytes body;
     host::marshal(host::planOf(*Message::table()), Message::Body::build(*region, args...), body,
                   host::maximumMessageBytes);

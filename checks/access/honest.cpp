@@ -1,7 +1,7 @@
 #include "honest.h"
 
 #include <frame/omq-io-module.h>
-#include <genrpc/flat-region.h>
+#include <genrpc/send.h>
 #include <host/message-queue.h>
 #include <host/shell-client.h>
 #include <mmservice/messages.h>
@@ -33,14 +33,12 @@ public:
     ~QueueClient() override { queue_.stop(); }
 
     void ask() override {
-        genrpc::FlatRegion* const region = genrpc::FlatRegion::create(sendBufferBytes);
-        const char* const body =
-            std::apply([&](const auto&... argument) { return Question::Body::build(*region, argument...); }, question_);
         std::unique_lock lock(mutex_);
         const unsigned before = heard_;
         lock.unlock();
-        const int sent = door_.asyncSend(frame::MsgIds::none, Question::meta, nullptr, *Question::table(), body,
-                                         [region] { genrpc::FlatRegion::release(region); });
+        const genrpc::Sending sending{.ids = frame::MsgIds::none, .transport = nullptr, .firstBytes = sendBufferBytes};
+        const int sent = std::apply(
+            [&](const auto&... argument) { return genrpc::send<Question>(door_, sending, argument...); }, question_);
         lock.lock();
         const bool answered = news_.wait_for(lock, receiver::patience, [&] { return heard_ != before; });
         require(sent == 0 && answered, "an honest client of a service got no answer");

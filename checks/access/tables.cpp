@@ -5,6 +5,7 @@
 #include "honest.h"
 #include "scenarios.h"
 
+#include <genrpc/send.h>
 #include <mmservice/messages.h>
 #include <tvservice/messages.h>
 
@@ -129,10 +130,8 @@ void fillTheTablesOfApplications(unsigned answers, Figures& figures) {
         const std::vector<tvservice::TvServiceInfo_t> infos{
             {{9, static_cast<int>(id)}, 0, std::string(length, 'x'), "", "", std::to_string(id)}};
         for (;;) {
-            genrpc::FlatRegion* const region = genrpc::FlatRegion::create(bufferBytes);
-            const int result = door.asyncSend(
-                frame::MsgIds::none, tv::TvServiceInfo::meta, nullptr, *tv::TvServiceInfo::table(),
-                tv::TvServiceInfo::Body::build(*region, infos), [region] { genrpc::FlatRegion::release(region); });
+            const int result = genrpc::send<tv::TvServiceInfo>(
+                door, {.ids = frame::MsgIds::none, .transport = nullptr, .firstBytes = bufferBytes}, infos);
             if (result == 0) return;
             require(result == -EAGAIN, "an answer cannot be sent");
             std::this_thread::yield(); // until the queue has room

@@ -8,7 +8,6 @@
 
 #include <bit>
 #include <cstring>
-#include <memory>
 #include <optional>
 
 namespace fuzz {
@@ -33,8 +32,6 @@ template <class T> void fill(Source& source, std::vector<T>& list) {
     for (T& element : list) fill(source, element);
 }
 
-using Region = std::unique_ptr<genrpc::FlatRegion, decltype(&genrpc::FlatRegion::release)>;
-
 // What is written when the memory for it held these bytes before. What memory holds must never get out: it may be
 // another message's.
 template <class Message>
@@ -42,7 +39,7 @@ std::string wireOver(char formerBytes, std::size_t room, const typename Message:
     void* former = vdlFlatAlloc(room);
     std::memset(former, formerBytes, room);
     vdlFlatFree(former); // the next block of its size is this one
-    const Region region(genrpc::FlatRegion::create(room), genrpc::FlatRegion::release);
+    const auto region = genrpc::FlatRegion::create(room);
     const char* body = std::apply([&](const auto&... one) { return Message::Body::build(*region, one...); }, arguments);
     host::Bytes out;
     out.reserve(room);

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -90,8 +89,7 @@ template <class Message> std::string answerWith(const std::string& reqId, const 
     auto& info = std::get<0>(arguments).emplace_back();
     info.reqId = reqId;
     info.uri = uri;
-    const std::unique_ptr<genrpc::FlatRegion, decltype(&genrpc::FlatRegion::release)> region(
-        genrpc::FlatRegion::create(4096), genrpc::FlatRegion::release);
+    const auto region = genrpc::FlatRegion::create(4096);
     host::Bytes body;
     host::marshal(host::planOf(*Message::table()), Message::Body::build(*region, std::get<0>(arguments)), body,
                   host::maximumMessageBytes);

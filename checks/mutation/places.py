@@ -48,8 +48,7 @@ PLACES = [
     _module(_ADAPTER + "ovshell.cpp", "RegistrarLog"),
     _module(_TV + "src/app-tvservice-proxy-main.cpp", "TvProxyLog"),
     _module(_MM + "src/app-mmservice-proxy-main.cpp", "MmProxyLog"),
-    (_TV + "src/app-tvservice-proxy-main.cpp", *_constant("constexpr std::size_t", "sendBufferBytes", "16384", "8192")),
-    (_MM + "src/app-mmservice-proxy-main.cpp", *_constant("constexpr std::size_t", "sendBufferBytes", "16384", "8192")),
+    (_GENRPC + "proxy.h", *_constant("inline constexpr std::size_t", "sendBufferBytes", "16384", "8192")),
     (
         _ADAPTER + "debug-version.cpp",
         '"/usr/local/debug_version"',
@@ -77,40 +76,6 @@ PLACES = [
         'inline const char* const serviceName = {on} ? "mutated" : "mmservice";',
     ),
     (_TV + "include/tvservice/client-base.h", "return 0;", "return {on} ? 1 : 0;"),
-    # the adapter's fan-out
-    (
-        _ADAPTER + "tvservice-adapter.cpp",
-        "for (const auto& client : clients) client->method(",
-        "for (const auto& client : clients) if (!{on}) client->method(",
-    ),
-    (
-        _ADAPTER + "tvservice-adapter.cpp",
-        "GENRPC_EACH(GENRPC_NAME, __VA_ARGS__)); \\\n        return 0;",
-        "GENRPC_EACH(GENRPC_NAME, __VA_ARGS__)); \\\n        return {on} ? 1 : 0;",
-    ),
-    # the proxies' senders and handlers
-    (
-        _GENRPC + "proxy.h",
-        "return ::genrpc::send<messages::Name>(",
-        "return ({on} ? 1 : 0) + ::genrpc::send<messages::Name>(",
-    ),
-    (
-        _GENRPC + "proxy.h",
-        'GENRPC_LOG(module, vdlDebugTrace, "Called.\\n");',
-        'if (!{on}) GENRPC_LOG(module, vdlDebugTrace, "Called.\\n");',
-    ),
-    (
-        _GENRPC + "proxy.h",
-        'GENRPC_LOG(module, vdlDebugTrace, "Eneter\\n");',
-        'if (!{on}) GENRPC_LOG(module, vdlDebugTrace, "Eneter\\n");',
-    ),
-    (
-        _GENRPC + "proxy.h",
-        'GENRPC_LOG(module, vdlDebugTrace, "Exit\\n");',
-        'if (!{on}) GENRPC_LOG(module, vdlDebugTrace, "Exit\\n");',
-    ),
-    (_GENRPC + "proxy.h", "::genrpc::deliver<messages::Name>(", "if (!{on}) ::genrpc::deliver<messages::Name>("),
-    (_GENRPC + "proxy.h", "::genrpc::bind<messages::Name>(", "if (!{on}) ::genrpc::bind<messages::Name>("),
     # the forms
     (_GENRPC + "record.h", "#define GENRPC_CLEAR_Core ::genrpc", "#define GENRPC_CLEAR_Core if (!{on}) ::genrpc"),
     (_GENRPC + "record.h", "#define GENRPC_CLEAR_Stream ::genrpc", "#define GENRPC_CLEAR_Stream if (!{on}) ::genrpc"),

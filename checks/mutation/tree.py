@@ -15,9 +15,18 @@ UNITS = {
         ADAPTER,
         *(
             GENRPC + name
-            for name in ("client-list.h", "flat-region.h", "flat-types.h", "flatten.h", "message.h", "proxy.h")
+            for name in (
+                "client-list.h",
+                "flat-region.h",
+                "flat-types.h",
+                "flatten.h",
+                "message.h",
+                "proxy.h",
+                "send.h",
+            )
         ),
     ],
+    "tvservice-adapter/src/client-news.cpp": ["tvservice-adapter/src/client-news.cpp"],
     "tvservice-adapter/src/ovshell.cpp": ["tvservice-adapter/src/ovshell.cpp"],
     "frame-genrpc/app-tvservice-proxy/src/app-tvservice-proxy-main.cpp": [
         "frame-genrpc/app-tvservice-proxy/src/app-tvservice-proxy-main.cpp"

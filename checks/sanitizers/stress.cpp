@@ -129,8 +129,7 @@ public:
             MMServiceInfo(ids, {}, infos);
             return;
         }
-        const std::unique_ptr<genrpc::FlatRegion, decltype(&genrpc::FlatRegion::release)> region(
-            genrpc::FlatRegion::create(4096), genrpc::FlatRegion::release);
+        const auto region = genrpc::FlatRegion::create(4096);
         using Message = tvservice::messages::TvServiceInfo;
         tvLimit_ = answerLimit;
         try {

@@ -69,12 +69,12 @@ inline std::string reversed(const vdl::EndianTable& table, std::string wire) {
 template <class Message> class FlatBody {
 public:
     explicit FlatBody(const typename Message::Body::Arguments& arguments)
-        : region_(genrpc::FlatRegion::create(64), genrpc::FlatRegion::release),
+        : region_(genrpc::FlatRegion::create(64)),
           body_(std::apply([&](const auto&... args) { return Message::Body::build(*region_, args...); }, arguments)) {}
     const char* get() const { return body_; }
 
 private:
-    std::unique_ptr<genrpc::FlatRegion, decltype(&genrpc::FlatRegion::release)> region_;
+    genrpc::FlatRegion::Owner region_;
     const char* body_;
 };
 

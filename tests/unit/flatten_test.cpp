@@ -154,7 +154,7 @@ TEST(FlatSequence, WithMoreElementsThanFitIsALengthError) {
 
 TEST(FlatRegion, GivesPlacesThatDoNotOverlapAndDoublesItsMemory) {
     const auto before = host::flatHeapUsage().blocks;
-    genrpc::FlatRegion* region = genrpc::FlatRegion::create(1000);
+    auto region = genrpc::FlatRegion::create(1000);
     std::vector<std::pair<char*, std::size_t>> places;
     std::vector<std::uint64_t> blocks;
     const auto take = [&](std::size_t bytes) {
@@ -171,18 +171,18 @@ TEST(FlatRegion, GivesPlacesThatDoNotOverlapAndDoublesItsMemory) {
         EXPECT_EQ(std::string(places[i].first, places[i].second),
                   std::string(places[i].second, static_cast<char>(i + 1)))
             << i;
-    genrpc::FlatRegion::release(region);
+    region.reset();
     EXPECT_EQ(host::flatHeapUsage().blocks, before);
 }
 
 TEST(FlatRegion, HasRoomForAMessageHoweverLittleIsAskedFor) {
     const auto before = host::flatHeapUsage().blocks;
-    genrpc::FlatRegion* region = genrpc::FlatRegion::create(0);
+    auto region = genrpc::FlatRegion::create(0);
     region->allocate(256); // to its last byte
     EXPECT_EQ(host::flatHeapUsage().blocks, before + 1);
     region->allocate(1);
     EXPECT_EQ(host::flatHeapUsage().blocks, before + 2);
-    genrpc::FlatRegion::release(region);
+    region.reset();
 }
 
 } // namespace

@@ -16,6 +16,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -73,6 +74,22 @@ TEST_F(EverySender, LogsThatItWasCalled) {
         EXPECT_THAT(textsOf(log), ElementsAre(std::string("app-tvservice-proxy-main.cpp:") +
                                               support::Method<Message>::name + "(): Called."));
     });
+}
+
+// The number of the source line that a log line names.
+std::string lineNumberOf(const std::string& text) {
+    const auto first = text.find(':');
+    return text.substr(first + 1, text.find(':', first + 1) - first - 1);
+}
+
+TEST_F(EverySender, LogsFromALineOfItsOwn) {
+    std::set<std::string> numbers;
+    support::forEach(support::TvRequests{}, [&]<class Message>() {
+        const host::LogCapture log{{genrpc::TvProxyLog}};
+        send<Message>();
+        numbers.insert(lineNumberOf(log.lines().at(0).text));
+    });
+    EXPECT_THAT(numbers, SizeIs(support::TvRequests::size));
 }
 
 TEST_F(EverySender, GivesItsMemoryBackWhenTheMessageIsSent) {
@@ -206,7 +223,7 @@ protected:
 };
 
 TEST_F(EveryHandler, IsBoundToItsNotificationInTheOrderOfIds) {
-    ASSERT_THAT(module.bound, SizeIs(25));
+    ASSERT_THAT(module.bound, SizeIs(support::TvNotifications::size));
     std::size_t index = 0;
     support::forEach(support::TvNotifications{}, [&]<class Message>() {
         const auto& bound = module.bound[index];
@@ -224,6 +241,16 @@ TEST_F(EveryHandler, OnlyLogsWithoutClients) {
         const std::string place = std::string("app-tvservice-proxy-main.cpp:call") + Message::name;
         EXPECT_THAT(textsOf(log), ElementsAre(place + "(): Eneter", place + "(): Exit"));
     });
+}
+
+TEST_F(EveryHandler, LogsFromTwoLinesOfItsOwn) {
+    std::set<std::string> numbers;
+    support::forEach(support::TvNotifications{}, [&]<class Message>() {
+        const host::LogCapture log{{genrpc::TvProxyLog}};
+        notify<Message>();
+        for (const auto& line : log.lines()) numbers.insert(lineNumberOf(line.text));
+    });
+    EXPECT_THAT(numbers, SizeIs(2 * support::TvNotifications::size));
 }
 
 TEST_F(EveryHandler, GivesEachClientItsOwnArgumentsAndIds) {

@@ -189,6 +189,13 @@ TYPED_TEST(ProxyLifecycle, PassesOnThatItsBaseFailsAndRegistersNothing) {
     expectFailure(&frame::AbstractProcessMember::stop, "performStopping");
 }
 
+TYPED_TEST(ProxyLifecycle, LogsThatItEnds) {
+    auto proxy = std::make_unique<typename TypeParam::Proxy>();
+    const host::LogCapture log{{TypeParam::module}};
+    proxy.reset();
+    EXPECT_THAT(textsOf(log), ElementsAre(TypeParam::place() + "~Proxy(): Called."));
+}
+
 TYPED_TEST(ProxyLifecycle, RegistersItsInterfaceAndReportsThatTheKeyIsTaken) {
     using Interface = typename TypeParam::Interface;
     auto proxy = std::make_unique<typename TypeParam::Proxy>();

@@ -220,6 +220,7 @@ TEST(Messages, HaveTheseIdsAndBodies) {
     std::vector<std::string> messages;
     support::forEach(support::AllMessages{}, [&]<class Message>() { messages.push_back(describe<Message>()); });
     const std::vector<std::string> expected{
+        // begin generated: messages
         "28671236 TvServiceReq 8: 0=(8: 0=[TvServiceReq_t])",
         "28671237 TvServiceSwapWinReq 4: 0=TvServiceSwapWinReq_t",
         "28671238 TvServiceStreamInfoReq 4: 0=TvServiceStreamInfoReq_t",
@@ -263,7 +264,9 @@ TEST(Messages, HaveTheseIdsAndBodies) {
         "2867125E TvserviceOadStatusNotify 12: 0=4 4=string",
         "2867125F TvserviceOadProgressNotify 4: 0=4",
         "28671236 MmServiceReq 8: 0=(8: 0=[MMServiceReq_t])",
-        "28671237 MmServiceInfo 8: 0=(8: 0=[MMServiceInfo_t])"};
+        "28671237 MmServiceInfo 8: 0=(8: 0=[MMServiceInfo_t])",
+        // end generated
+    };
     EXPECT_EQ(messages, expected);
 }
 

@@ -4,6 +4,7 @@
 #include "tvservice/tv-service.h"
 
 #include <genrpc/json.h>
+#include <genrpc/send.h>
 #include <host/message-queue.h>
 
 #include <algorithm>
@@ -58,10 +59,10 @@ public:
     ~Client() { queue_.stop(); }
 
     template <class Message, class... Args> void ask(const Args&... args) {
-        genrpc::FlatRegion* const region = genrpc::FlatRegion::create(services::sendBufferBytes);
         EXPECT_EQ(
-            door_.asyncSend(frame::MsgIds::none, Message::meta, nullptr, *Message::table(),
-                            Message::Body::build(*region, args...), [region] { genrpc::FlatRegion::release(region); }),
+            genrpc::send<Message>(
+                door_, {.ids = frame::MsgIds::none, .transport = nullptr, .firstBytes = services::sendBufferBytes},
+                args...),
             0);
     }
     void play(int type, int id, const std::string& uri, const std::string& reqId = "r") {

@@ -19,9 +19,59 @@ public:
     ~TvServiceClient() override;
 
     // The answer to play and stop requests: to the resource manager, which decides what reaches the clients.
-    TVSERVICE_ANSWER(GENRPC_OVERRIDE)
+    int tvServiceInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                      const std::vector<TvServiceInfo_t>& infos) override;
     // All other notifications: to every client, unchanged.
-    TVSERVICE_NEWS(GENRPC_OVERRIDE)
+    // begin generated: news
+    int tvServiceConflictInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                              const TvServiceConflictInfo_t& info) override;
+    int tvServiceSwapWinInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                             const TvServiceSwapWinInfo_t& info) override;
+    int tvServiceStreamInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                            const TvServiceStreamInfo_t& info) override;
+    int tvServiceAudioInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                           const TvServiceAudioInfo_t& info) override;
+    int tvServiceSubtitleInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                              const TvServiceSubtitleInfo_t& info) override;
+    int tvServiceVideoInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                           const TvServiceVideoInfo_t& info) override;
+    int tvServiceTeletextInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                              const TvServiceTeletextInfo_t& info) override;
+    int tvServiceAskReleaseInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                const TvServiceAskReleaseInfo_t& info) override;
+    int tvServiceAskReleaseConf(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                const TvServiceAskReleaseConf_t& confirmation) override;
+    int tvServiceStatusInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                            const TvServiceStatusInfo_t& info) override;
+    int tvServiceNetworkChangeMsg(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                  const TvServiceNetworkChangeMessage_t& message) override;
+    int tvServiceTunerResult(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                             const TvServiceTunerResult_t& result) override;
+    int tvServiceTunerStatusMessage(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                    const TvServiceTunerStatusMessage_t& message) override;
+    int tvServiceBroadcastApplictionInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                         std::uint32_t application) override;
+    int tvServiceUriLinkageInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                const std::vector<TvServiceUriLinkageInfo_t>& infos) override;
+    int tvServiceCiAncillaryDataInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                     const TvServiceCiAncillaryDataInfo_t& info) override;
+    int tvServiceInstalledInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                               const TvServiceInstalledInfo_t& info) override;
+    int tvServicePlayInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                          const TvServicePlayInfo_t& info) override;
+    int tvServiceFoundNewOadPacket(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                   std::uint32_t packet) override;
+    int tvServiceCiSasMessageInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                  const TvServiceCiCasMessageInfo_t& info) override;
+    int tvServiceCcInfoNotify(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                              const TvServiceCcInfo_t& info) override;
+    int tvServiceMtsAudioTrackInfoNotify(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                         MtsAudioTrack_t track) override;
+    int tvserviceOadStatusNotify(frame::MsgIds& ids, const frame::TransportInfo& transport, NotifyOadStatus_t status,
+                                 const std::string& text) override;
+    int tvserviceOadProgressNotify(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                   std::int32_t progress) override;
+    // end generated
 
     // What the resource manager has for the clients; delivered to each as tvServiceInfo.
     virtual int tvServiceInfocb(frame::MsgIds& ids, const frame::TransportInfo& transport,

@@ -72,16 +72,6 @@ int TvServiceClient::tvServiceInfocb(frame::MsgIds& ids, const frame::TransportI
     return 0;
 }
 
-// Every client in order, under the mutex. The results are ignored.
-#define FAN_OUT(service, direction, Name, method, id, ...)                                                       \
-    int TvServiceClient::method(GENRPC_PARAMETERS(__VA_ARGS__)) {                                                \
-        const std::lock_guard lock(clientMutex);                                                                 \
-        for (const auto& client : clients) client->method(ids, transport GENRPC_EACH(GENRPC_NAME, __VA_ARGS__)); \
-        return 0;                                                                                                \
-    }
-TVSERVICE_NEWS(FAN_OUT)
-#undef FAN_OUT
-
 int TvServiceClient::addClient(boost::shared_ptr<ClientInterface> client) {
     const std::lock_guard lock(clientMutex);
     return genrpc::addClient(clients, client, -1, {module, GENRPC_HERE});
@@ -216,8 +206,9 @@ int ModelTvServiceAdapter::tvServiceReq(frame::MsgIds& ids, const frame::Transpo
     return ResManager::getResMInstance()->tvServiceReq(ids, transport, requests);
 }
 
-// ---- requests that pass straight through to the TV service; the last three write no log line ----
+// ---- requests that pass straight through to the TV service; three write no log line ----
 
+// begin generated: requests
 int ModelTvServiceAdapter::tvServiceSwapWinReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                                                const TvServiceSwapWinReq_t& request) {
     GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
@@ -265,6 +256,12 @@ int ModelTvServiceAdapter::tvServiceAskReleaseReq(frame::MsgIds& ids, const fram
     return tvService->tvServiceAskReleaseReq(ids, transport, request);
 }
 
+int ModelTvServiceAdapter::tvServiceSendKeyReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                                               const std::string& key) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return tvService->tvServiceSendKeyReq(ids, transport, key);
+}
+
 int ModelTvServiceAdapter::tvServiceSListChangedInd(frame::MsgIds& ids, const frame::TransportInfo& transport,
                                                     const TvServiceSListChangedInd_t& indication) {
     GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
@@ -289,12 +286,6 @@ int ModelTvServiceAdapter::mtsAudioChangeReq(frame::MsgIds& ids, const frame::Tr
     return tvService->mtsAudioChangeReq(ids, transport, track);
 }
 
-int ModelTvServiceAdapter::tvServiceSendKeyReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
-                                               const std::string& key) {
-    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    return tvService->tvServiceSendKeyReq(ids, transport, key);
-}
-
 int ModelTvServiceAdapter::setCasService(frame::MsgIds& ids, const frame::TransportInfo& transport,
                                          TvServiceCasServiceType_t type) {
     return tvService->setCasService(ids, transport, type);
@@ -309,6 +300,7 @@ int ModelTvServiceAdapter::tvServiceSourceChanged(frame::MsgIds& ids, const fram
                                                   const std::string& source) {
     return tvService->tvServiceSourceChanged(ids, transport, source);
 }
+// end generated
 
 std::vector<BundleStatus> ModelTvServiceAdapter::bundles() const { return ResManager::getResMInstance()->bundles(); }
 

@@ -48,6 +48,7 @@ class EveryRequest : public frame::AbstractApplication {
         play.terminal = main;
         play.uri = "dvb://1.1.1";
         const int results[] = {
+            // begin generated: requests
             adapter.tvServiceReq(ids, here, {play}),
             adapter.tvServiceSwapWinReq(ids, here, {.intParam1 = 1}),
             adapter.tvServiceStreamInfoReq(ids, here, {.intParam1 = 1}),
@@ -57,14 +58,15 @@ class EveryRequest : public frame::AbstractApplication {
             adapter.tvServiceTeletextReq(ids, here, {.terminal = main, .intParam1 = 0}),
             adapter.tvServiceInfoReq(ids, here),
             adapter.tvServiceAskReleaseReq(ids, here, {.intParam1 = 1}),
+            adapter.tvServiceSendKeyReq(ids, here, "red"),
             adapter.tvServiceSListChangedInd(ids, here, {.intParam1 = 1}),
             adapter.tvServiceTryRunReq(ids, here, {.intParam1 = 1}),
             adapter.setParentalLockInfo(ids, here, {.terminal = main, .intParam1 = 0}),
             adapter.mtsAudioChangeReq(ids, here, MtsAudioTrack_t{1}),
-            adapter.tvServiceSendKeyReq(ids, here, "red"),
             adapter.setCasService(ids, here, TvServiceCasServiceType_t{1}),
             adapter.requestPackagesReq(ids, here, reqeustOadType_t{0}, "firmware"),
             adapter.tvServiceSourceChanged(ids, here, "antenna"),
+            // end generated
         };
         for (const int each : results)
             if (each < 0) return each;

@@ -6,78 +6,46 @@ namespace mmservice {
 namespace {
 
 constexpr auto module = genrpc::MmProxyLog;
-constexpr std::size_t sendBufferBytes = 16384;
 
 } // namespace
 
-Proxy::Proxy() : frame::AbstractMarshallingImpl(CouplingMode::Default) {
-    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    setServiceName(serviceName);
-    setSendBufferSize(sendBufferBytes);
-    setMessageSet(messageSet());
-    GENRPC_LOG(module, vdlDebugProgress, "the buffer size for %s is %d.\n", serviceName,
-               static_cast<int>(sendBufferBytes));
-}
-
-Proxy::~Proxy() {
-    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    unregisterInterface(static_cast<ServiceInterface*>(this));
-    for (auto& client : clients) client.reset();
-}
-
-int Proxy::performSetupDone() {
-    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    int result = frame::AbstractMarshallingImpl::performSetupDone();
-    if (result < 0) {
-        GENRPC_LOG(module, vdlDebugFailure, "Parent class performSetupDone() returned %d.\n", result);
-        return result;
-    }
-    result = registerInterface(static_cast<ServiceInterface*>(this), interfaceKey);
-    if (result < 0) {
-        GENRPC_LOG(module, vdlDebugFailure, "Unable to register interface: %d.\n", result);
-        return result;
-    }
-    return 0;
-}
-
-int Proxy::performStarting() {
-    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    const int result = frame::AbstractMarshallingImpl::performStarting();
-    if (result < 0) {
-        GENRPC_LOG(module, vdlDebugFailure, "Parent class performStarting() returned %d.\n", result);
-        return result;
-    }
-    return 0;
-}
-
-int Proxy::performStopping() {
-    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    const int result = frame::AbstractMarshallingImpl::performStopping();
-    if (result < 0) {
-        GENRPC_LOG(module, vdlDebugFailure, "Parent class performStopping() returned %d.\n", result);
-        return result;
-    }
-    return 0;
-}
+Proxy::Proxy()
+    : genrpc::Proxy<ServiceInterface, ClientInterface>({.serviceName = serviceName,
+                                                        .messages = messageSet(),
+                                                        .module = module,
+                                                        .file = __FILE_NAME__,
+                                                        .takesInterfaceBack = true}) {}
 
 int Proxy::registerMessageHandlers() {
     GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    MMSERVICE_NOTIFICATIONS(GENRPC_BIND)
+    // begin generated: bindings
+    genrpc::bind<messages::MmServiceInfo>(*this, callMmServiceInfo);
+    // end generated
     return 0;
 }
 
-int Proxy::addClient(boost::shared_ptr<ClientInterface> client) {
-    ltGuard guard(getMutex());
-    return genrpc::addClient(clients, client, -17, {module, GENRPC_HERE});
-}
+// ---- requests ----
 
-int Proxy::removeClient(boost::shared_ptr<ClientInterface> client) {
-    ltGuard guard(getMutex());
-    return genrpc::removeClient(clients, client, -2, {module, GENRPC_HERE});
+// begin generated: senders
+int Proxy::mmServiceReq(frame::MsgIds& ids, const frame::TransportInfo&, const std::vector<MMServiceReq_t>& requests) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::MmServiceReq>(ids, requests);
 }
+// end generated
 
-MMSERVICE_REQUESTS(GENRPC_SENDER)
-MMSERVICE_NOTIFICATIONS(GENRPC_HANDLER)
+// ---- notifications; the misspelt word belongs to the log as it is written, it stays ----
+
+// begin generated: handlers
+int Proxy::callMmServiceInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                             void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::MmServiceInfo>(proxy.getMutex(), proxy.clients, &ClientInterface::mmServiceInfo,
+                                             transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+// end generated
 
 } // namespace mmservice
 

@@ -8,25 +8,22 @@ namespace mmservice {
 
 // A framework member that sends the request as one message and delivers the answers to its clients. Requests may
 // come from any thread; notifications are delivered on the module's receiving thread.
-class Proxy : public frame::AbstractMarshallingImpl, public ServiceInterface {
+class Proxy : public genrpc::Proxy<ServiceInterface, ClientInterface> {
 public:
     Proxy();
-    ~Proxy() override;
 
-    int performSetupDone() override;
-    int performStarting() override;
-    int performStopping() override;
     int registerMessageHandlers() override;
 
-    MMSERVICE_REQUESTS(GENRPC_OVERRIDE)
-    int addClient(boost::shared_ptr<ClientInterface> client) override;
-    int removeClient(boost::shared_ptr<ClientInterface> client) override;
+    // begin generated: senders
+    int mmServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                     const std::vector<MMServiceReq_t>& requests) override;
+    // end generated
 
-    // Message handler; the context is the proxy.
-    MMSERVICE_NOTIFICATIONS(GENRPC_DECLARE_HANDLER)
-
-private:
-    genrpc::ClientList<ClientInterface> clients; // guarded by getMutex()
+    // Message handlers; the context is the proxy.
+    // begin generated: handlers
+    static int callMmServiceInfo(const frame::MsgMeta& meta, const frame::TransportInfo& transport, const void* payload,
+                                 void* context);
+    // end generated
 };
 
 } // namespace mmservice

@@ -6,78 +6,398 @@ namespace tvservice {
 namespace {
 
 constexpr auto module = genrpc::TvProxyLog;
-constexpr std::size_t sendBufferBytes = 16384;
 
 } // namespace
 
-Proxy::Proxy() : frame::AbstractMarshallingImpl(CouplingMode::Default) {
-    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    setServiceName(serviceName);
-    setSendBufferSize(sendBufferBytes);
-    setMessageSet(messageSet());
-    GENRPC_LOG(module, vdlDebugProgress, "the buffer size for %s is %d.\n", serviceName,
-               static_cast<int>(sendBufferBytes));
-}
-
-// The interface stays registered: whoever looked it up keeps the pointer for the life of the process anyway.
-Proxy::~Proxy() {
-    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    for (auto& client : clients) client.reset();
-}
-
-int Proxy::performSetupDone() {
-    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    int result = frame::AbstractMarshallingImpl::performSetupDone();
-    if (result < 0) {
-        GENRPC_LOG(module, vdlDebugFailure, "Parent class performSetupDone() returned %d.\n", result);
-        return result;
-    }
-    result = registerInterface(static_cast<ServiceInterface*>(this), interfaceKey);
-    if (result < 0) {
-        GENRPC_LOG(module, vdlDebugFailure, "Unable to register interface: %d.\n", result);
-        return result;
-    }
-    return 0;
-}
-
-int Proxy::performStarting() {
-    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    const int result = frame::AbstractMarshallingImpl::performStarting();
-    if (result < 0) {
-        GENRPC_LOG(module, vdlDebugFailure, "Parent class performStarting() returned %d.\n", result);
-        return result;
-    }
-    return 0;
-}
-
-int Proxy::performStopping() {
-    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    const int result = frame::AbstractMarshallingImpl::performStopping();
-    if (result < 0) {
-        GENRPC_LOG(module, vdlDebugFailure, "Parent class performStopping() returned %d.\n", result);
-        return result;
-    }
-    return 0;
-}
+Proxy::Proxy()
+    : genrpc::Proxy<ServiceInterface, ClientInterface>({.serviceName = serviceName,
+                                                        .messages = messageSet(),
+                                                        .module = module,
+                                                        .file = __FILE_NAME__,
+                                                        .takesInterfaceBack = false}) {}
 
 int Proxy::registerMessageHandlers() {
     GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    TVSERVICE_NOTIFICATIONS(GENRPC_BIND)
+    // begin generated: bindings
+    genrpc::bind<messages::TvServiceInfo>(*this, callTvServiceInfo);
+    genrpc::bind<messages::TvServiceConflictInfo>(*this, callTvServiceConflictInfo);
+    genrpc::bind<messages::TvServiceSwapWinInfo>(*this, callTvServiceSwapWinInfo);
+    genrpc::bind<messages::TvServiceStreamInfo>(*this, callTvServiceStreamInfo);
+    genrpc::bind<messages::TvServiceAudioInfo>(*this, callTvServiceAudioInfo);
+    genrpc::bind<messages::TvServiceSubtitleInfo>(*this, callTvServiceSubtitleInfo);
+    genrpc::bind<messages::TvServiceVideoInfo>(*this, callTvServiceVideoInfo);
+    genrpc::bind<messages::TvServiceTeletextInfo>(*this, callTvServiceTeletextInfo);
+    genrpc::bind<messages::TvServiceAskReleaseInfo>(*this, callTvServiceAskReleaseInfo);
+    genrpc::bind<messages::TvServiceAskReleaseConf>(*this, callTvServiceAskReleaseConf);
+    genrpc::bind<messages::TvServiceStatusInfo>(*this, callTvServiceStatusInfo);
+    genrpc::bind<messages::TvServiceNetworkChangeMsg>(*this, callTvServiceNetworkChangeMsg);
+    genrpc::bind<messages::TvServiceTunerResult>(*this, callTvServiceTunerResult);
+    genrpc::bind<messages::TvServiceTunerStatusMessage>(*this, callTvServiceTunerStatusMessage);
+    genrpc::bind<messages::TvServiceBroadcastApplictionInfo>(*this, callTvServiceBroadcastApplictionInfo);
+    genrpc::bind<messages::TvServiceUriLinkageInfo>(*this, callTvServiceUriLinkageInfo);
+    genrpc::bind<messages::TvServiceCiAncillaryDataInfo>(*this, callTvServiceCiAncillaryDataInfo);
+    genrpc::bind<messages::TvServiceInstalledInfo>(*this, callTvServiceInstalledInfo);
+    genrpc::bind<messages::TvServicePlayInfo>(*this, callTvServicePlayInfo);
+    genrpc::bind<messages::TvServiceFoundNewOadPacket>(*this, callTvServiceFoundNewOadPacket);
+    genrpc::bind<messages::TvServiceCiSasMessageInfo>(*this, callTvServiceCiSasMessageInfo);
+    genrpc::bind<messages::TvServiceCcInfoNotify>(*this, callTvServiceCcInfoNotify);
+    genrpc::bind<messages::TvServiceMtsAudioTrackInfoNotify>(*this, callTvServiceMtsAudioTrackInfoNotify);
+    genrpc::bind<messages::TvserviceOadStatusNotify>(*this, callTvserviceOadStatusNotify);
+    genrpc::bind<messages::TvserviceOadProgressNotify>(*this, callTvserviceOadProgressNotify);
+    // end generated
     return 0;
 }
 
-int Proxy::addClient(boost::shared_ptr<ClientInterface> client) {
-    ltGuard guard(getMutex());
-    return genrpc::addClient(clients, client, -17, {module, GENRPC_HERE});
+// ---- requests ----
+
+// begin generated: senders
+int Proxy::tvServiceReq(frame::MsgIds& ids, const frame::TransportInfo&, const std::vector<TvServiceReq_t>& requests) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::TvServiceReq>(ids, requests);
 }
 
-int Proxy::removeClient(boost::shared_ptr<ClientInterface> client) {
-    ltGuard guard(getMutex());
-    return genrpc::removeClient(clients, client, -2, {module, GENRPC_HERE});
+int Proxy::tvServiceSwapWinReq(frame::MsgIds& ids, const frame::TransportInfo&, const TvServiceSwapWinReq_t& request) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::TvServiceSwapWinReq>(ids, request);
 }
 
-TVSERVICE_REQUESTS(GENRPC_SENDER)
-TVSERVICE_NOTIFICATIONS(GENRPC_HANDLER)
+int Proxy::tvServiceStreamInfoReq(frame::MsgIds& ids, const frame::TransportInfo&,
+                                  const TvServiceStreamInfoReq_t& request) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::TvServiceStreamInfoReq>(ids, request);
+}
+
+int Proxy::tvServiceAudioReq(frame::MsgIds& ids, const frame::TransportInfo&, const TvServiceAudioReq_t& request) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::TvServiceAudioReq>(ids, request);
+}
+
+int Proxy::tvServiceSubtitleReq(frame::MsgIds& ids, const frame::TransportInfo&,
+                                const TvServiceSubtitleReq_t& request) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::TvServiceSubtitleReq>(ids, request);
+}
+
+int Proxy::tvServiceVideoReq(frame::MsgIds& ids, const frame::TransportInfo&, const TvServiceVideoReq_t& request) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::TvServiceVideoReq>(ids, request);
+}
+
+int Proxy::tvServiceTeletextReq(frame::MsgIds& ids, const frame::TransportInfo&,
+                                const TvServiceTeletextReq_t& request) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::TvServiceTeletextReq>(ids, request);
+}
+
+int Proxy::tvServiceInfoReq(frame::MsgIds& ids, const frame::TransportInfo&) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::TvServiceInfoReq>(ids);
+}
+
+int Proxy::tvServiceAskReleaseReq(frame::MsgIds& ids, const frame::TransportInfo&,
+                                  const TvServiceAskReleaseReq_t& request) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::TvServiceAskReleaseReq>(ids, request);
+}
+
+int Proxy::tvServiceSendKeyReq(frame::MsgIds& ids, const frame::TransportInfo&, const std::string& key) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::TvServiceSendKeyReq>(ids, key);
+}
+
+int Proxy::tvServiceSListChangedInd(frame::MsgIds& ids, const frame::TransportInfo&,
+                                    const TvServiceSListChangedInd_t& indication) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::TvServiceSListChangedInd>(ids, indication);
+}
+
+int Proxy::tvServiceTryRunReq(frame::MsgIds& ids, const frame::TransportInfo&,
+                              const TvServiceTryRunRequestParams_t& params) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::TvServiceTryRunReq>(ids, params);
+}
+
+int Proxy::setParentalLockInfo(frame::MsgIds& ids, const frame::TransportInfo&,
+                               const TvServiceParentalLockInfo_t& info) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::SetParentalLockInfo>(ids, info);
+}
+
+int Proxy::mtsAudioChangeReq(frame::MsgIds& ids, const frame::TransportInfo&, MtsAudioTrack_t track) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::MtsAudioChangeReq>(ids, track);
+}
+
+int Proxy::setCasService(frame::MsgIds& ids, const frame::TransportInfo&, TvServiceCasServiceType_t type) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::SetCasService>(ids, type);
+}
+
+int Proxy::requestPackagesReq(frame::MsgIds& ids, const frame::TransportInfo&, reqeustOadType_t type,
+                              const std::string& packages) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::RequestPackagesReq>(ids, type, packages);
+}
+
+int Proxy::tvServiceSourceChanged(frame::MsgIds& ids, const frame::TransportInfo&, const std::string& source) {
+    GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
+    return send<messages::TvServiceSourceChanged>(ids, source);
+}
+// end generated
+
+// ---- notifications; the misspelt word belongs to the log as it is written, it stays ----
+
+// begin generated: handlers
+int Proxy::callTvServiceInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                             void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceInfo>(proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceInfo,
+                                             transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceConflictInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                                     void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceConflictInfo>(proxy.getMutex(), proxy.clients,
+                                                     &ClientInterface::tvServiceConflictInfo, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceSwapWinInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                                    void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceSwapWinInfo>(proxy.getMutex(), proxy.clients,
+                                                    &ClientInterface::tvServiceSwapWinInfo, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceStreamInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                                   void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceStreamInfo>(proxy.getMutex(), proxy.clients,
+                                                   &ClientInterface::tvServiceStreamInfo, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceAudioInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                                  void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceAudioInfo>(proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceAudioInfo,
+                                                  transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceSubtitleInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                                     void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceSubtitleInfo>(proxy.getMutex(), proxy.clients,
+                                                     &ClientInterface::tvServiceSubtitleInfo, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceVideoInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                                  void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceVideoInfo>(proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceVideoInfo,
+                                                  transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceTeletextInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                                     void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceTeletextInfo>(proxy.getMutex(), proxy.clients,
+                                                     &ClientInterface::tvServiceTeletextInfo, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceAskReleaseInfo(const frame::MsgMeta&, const frame::TransportInfo& transport,
+                                       const void* payload, void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceAskReleaseInfo>(proxy.getMutex(), proxy.clients,
+                                                       &ClientInterface::tvServiceAskReleaseInfo, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceAskReleaseConf(const frame::MsgMeta&, const frame::TransportInfo& transport,
+                                       const void* payload, void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceAskReleaseConf>(proxy.getMutex(), proxy.clients,
+                                                       &ClientInterface::tvServiceAskReleaseConf, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceStatusInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                                   void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceStatusInfo>(proxy.getMutex(), proxy.clients,
+                                                   &ClientInterface::tvServiceStatusInfo, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceNetworkChangeMsg(const frame::MsgMeta&, const frame::TransportInfo& transport,
+                                         const void* payload, void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceNetworkChangeMsg>(
+        proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceNetworkChangeMsg, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceTunerResult(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                                    void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceTunerResult>(proxy.getMutex(), proxy.clients,
+                                                    &ClientInterface::tvServiceTunerResult, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceTunerStatusMessage(const frame::MsgMeta&, const frame::TransportInfo& transport,
+                                           const void* payload, void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceTunerStatusMessage>(
+        proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceTunerStatusMessage, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceBroadcastApplictionInfo(const frame::MsgMeta&, const frame::TransportInfo& transport,
+                                                const void* payload, void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceBroadcastApplictionInfo>(
+        proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceBroadcastApplictionInfo, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceUriLinkageInfo(const frame::MsgMeta&, const frame::TransportInfo& transport,
+                                       const void* payload, void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceUriLinkageInfo>(proxy.getMutex(), proxy.clients,
+                                                       &ClientInterface::tvServiceUriLinkageInfo, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceCiAncillaryDataInfo(const frame::MsgMeta&, const frame::TransportInfo& transport,
+                                            const void* payload, void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceCiAncillaryDataInfo>(
+        proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceCiAncillaryDataInfo, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceInstalledInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                                      void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceInstalledInfo>(proxy.getMutex(), proxy.clients,
+                                                      &ClientInterface::tvServiceInstalledInfo, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServicePlayInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                                 void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServicePlayInfo>(proxy.getMutex(), proxy.clients, &ClientInterface::tvServicePlayInfo,
+                                                 transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceFoundNewOadPacket(const frame::MsgMeta&, const frame::TransportInfo& transport,
+                                          const void* payload, void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceFoundNewOadPacket>(
+        proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceFoundNewOadPacket, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceCiSasMessageInfo(const frame::MsgMeta&, const frame::TransportInfo& transport,
+                                         const void* payload, void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceCiSasMessageInfo>(
+        proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceCiSasMessageInfo, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceCcInfoNotify(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,
+                                     void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceCcInfoNotify>(proxy.getMutex(), proxy.clients,
+                                                     &ClientInterface::tvServiceCcInfoNotify, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvServiceMtsAudioTrackInfoNotify(const frame::MsgMeta&, const frame::TransportInfo& transport,
+                                                const void* payload, void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvServiceMtsAudioTrackInfoNotify>(
+        proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceMtsAudioTrackInfoNotify, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvserviceOadStatusNotify(const frame::MsgMeta&, const frame::TransportInfo& transport,
+                                        const void* payload, void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvserviceOadStatusNotify>(proxy.getMutex(), proxy.clients,
+                                                        &ClientInterface::tvserviceOadStatusNotify, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+
+int Proxy::callTvserviceOadProgressNotify(const frame::MsgMeta&, const frame::TransportInfo& transport,
+                                          const void* payload, void* context) {
+    GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
+    auto& proxy = *static_cast<Proxy*>(context);
+    genrpc::deliver<messages::TvserviceOadProgressNotify>(
+        proxy.getMutex(), proxy.clients, &ClientInterface::tvserviceOadProgressNotify, transport, payload);
+    GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
+    return 0;
+}
+// end generated
 
 } // namespace tvservice
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <frame/omq-io-module.h>
-#include <genrpc/flat-region.h>
+#include <genrpc/send.h>
 #include <host/message-queue.h>
 
 #include <cstddef>
@@ -42,16 +42,8 @@ public:
 
 private:
     template <class Message, class... Args> int send(const frame::TransportInfo* transport, const Args&... args) const {
-        genrpc::FlatRegion* const region = genrpc::FlatRegion::create(sendBufferBytes);
-        const char* body = nullptr;
-        try {
-            body = Message::Body::build(*region, args...);
-        } catch (...) {
-            genrpc::FlatRegion::release(region);
-            throw;
-        }
-        return door_->asyncSend(frame::MsgIds::none, Message::meta, transport, *Message::table(), body,
-                                [region] { genrpc::FlatRegion::release(region); });
+        return genrpc::send<Message>(
+            *door_, {.ids = frame::MsgIds::none, .transport = transport, .firstBytes = sendBufferBytes}, args...);
     }
 
     frame::OmqIOModule* door_ = nullptr;

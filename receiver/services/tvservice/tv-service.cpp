@@ -1,3 +1,37 @@
+// What each request leads to, and what the fields of the single-number records mean to this service. What others mean is
+// said in tuner.h, tracks.h, service-status.h and downloads.h.
+//
+//   play, stop       to the asker one TvServiceInfo with an answer each (delayed and falsified as the fault switches
+//                    say). For each channel that is shown, to all: TvServiceTunerStatusMessage before,
+//                    TvServiceTunerResult and the four track infos after it; of a list with more than 64 channels for
+//                    the first 64. A play for which there is no room is answered with result::nothingShown
+//   swap window      intParam1 is a type: the terminals type:0 and 0:0 swap what they show; TvServiceSwapWinInfo with
+//                    that type to all, or with -1 to the asker when one is locked, there is nothing to swap, or
+//                    what moves is another one's and the asker has no room for a terminal more
+//   stream info      intParam1 is a channel's number; TvServiceStreamInfo with the same number and the channel's URI,
+//                    name and numbers of streams, no text for an unknown channel
+//   audio, subtitle, video, teletext
+//                    the matching info, to all when the track has changed, else to the asker
+//   info             TvServiceInfo without request id for every terminal that shows something, and TvServiceStatusInfo
+//   ask release      intParam1 is a tuner: TvServiceAskReleaseInfo with it and byte 1 (to be released) to all others,
+//                    TvServiceAskReleaseConf with it and byte 1 (granted) to the asker; a negative number is told to
+//                    nobody and gets byte 0
+//   send key         TvServiceBroadcastApplictionInfo with the number of the broadcast application that took the key, 1
+//                    to 4 for the coloured ones, else 0; a captions key also turns captions over, which
+//                    TvServiceCcInfoNotify tells to all, 1 on and 0 off
+//   list changed     intParam1 numbers the new list; TvServiceStatusInfo to all
+//   try run          intParam1 is a channel's number; TvServicePlayInfo with its URI, without one for an unknown
+//                    channel
+//   parental lock    intParam1 0 unlocks, else locks for the age in intParam2; TvServiceStatusInfo to all, or to the
+//                    asker when that has changed nothing or there is no room for another lock. A play on a locked
+//                    terminal is answered with result::locked; what it shows already stays
+//   MTS audio        0 main, 1 second programme, 2 both; TvServiceMtsAudioTrackInfoNotify to all, or with the unchanged
+//                    track to the asker for another number
+//   CAS service      TvServiceCiSasMessageInfo with the type and byte 1 (chosen) to all, or byte 0 to the asker for a
+//                    negative type
+//   packages         a download, see downloads.h
+//   source changed   TvServiceNetworkChangeMsg with the source's name, and as byte whether there is one, to all; for
+//                    a name longer than bounds::passedTextBytes with the unchanged source to the asker
 #include "tvservice/tv-service.h"
 
 #include "common/handlers.h"

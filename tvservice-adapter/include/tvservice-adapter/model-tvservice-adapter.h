@@ -55,6 +55,7 @@ public:
     // is on its way) and what becomes of them comes to the clients as the notification named. Not before the adapter
     // has started with the TV service's proxy in its process.
 
+    // begin generated: requests
     // Swaps what two windows show: tvServiceSwapWinInfo.
     int tvServiceSwapWinReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                             const TvServiceSwapWinReq_t& request);
@@ -63,13 +64,19 @@ public:
     int tvServiceStreamInfoReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                                const TvServiceStreamInfoReq_t& request);
 
-    // Choose a terminal's track: tvServiceAudioInfo, tvServiceSubtitleInfo, tvServiceVideoInfo, tvServiceTeletextInfo.
+    // Chooses a terminal's audio track: tvServiceAudioInfo.
     int tvServiceAudioReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                           const TvServiceAudioReq_t& request);
+
+    // Chooses a terminal's subtitles: tvServiceSubtitleInfo.
     int tvServiceSubtitleReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                              const TvServiceSubtitleReq_t& request);
+
+    // Chooses a terminal's video track: tvServiceVideoInfo.
     int tvServiceVideoReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                           const TvServiceVideoReq_t& request);
+
+    // Chooses a terminal's teletext: tvServiceTeletextInfo.
     int tvServiceTeletextReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                              const TvServiceTeletextReq_t& request);
 
@@ -79,6 +86,9 @@ public:
     // Negotiates the release of a resource: tvServiceAskReleaseInfo, tvServiceAskReleaseConf.
     int tvServiceAskReleaseReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                                const TvServiceAskReleaseReq_t& request);
+
+    // A key for the application that the broadcast brings along: tvServiceBroadcastApplictionInfo.
+    int tvServiceSendKeyReq(frame::MsgIds& ids, const frame::TransportInfo& transport, const std::string& key);
 
     // The list of services has changed: tvServiceStatusInfo.
     int tvServiceSListChangedInd(frame::MsgIds& ids, const frame::TransportInfo& transport,
@@ -95,9 +105,6 @@ public:
     // Chooses the audio track of a multichannel sound broadcast: tvServiceMtsAudioTrackInfoNotify.
     int mtsAudioChangeReq(frame::MsgIds& ids, const frame::TransportInfo& transport, MtsAudioTrack_t track);
 
-    // A key for the application that the broadcast brings along: tvServiceBroadcastApplictionInfo.
-    int tvServiceSendKeyReq(frame::MsgIds& ids, const frame::TransportInfo& transport, const std::string& key);
-
     // Chooses the conditional access service: tvServiceCiSasMessageInfo.
     virtual int setCasService(frame::MsgIds& ids, const frame::TransportInfo& transport,
                               TvServiceCasServiceType_t type);
@@ -108,6 +115,7 @@ public:
 
     // The source of the signal has changed: tvServiceNetworkChangeMsg.
     int tvServiceSourceChanged(frame::MsgIds& ids, const frame::TransportInfo& transport, const std::string& source);
+    // end generated
 
     // The bundles under way and waiting, for people and tools.
     std::vector<BundleStatus> bundles() const;

@@ -11,7 +11,10 @@ namespace mmservice {
 class ClientInterface {
 public:
     virtual ~ClientInterface() = default;
-    MMSERVICE_NOTIFICATIONS(GENRPC_PURE_METHOD) // mmServiceInfo
+    // begin generated: notifications
+    virtual int mmServiceInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                              const std::vector<MMServiceInfo_t>& infos) = 0;
+    // end generated
 };
 
 // The MM service's one request, registered under interfaceKey; clients as with the TV service. From any thread.
@@ -20,7 +23,11 @@ public:
     static constexpr const char* interfaceKey = "orvel.lm.interfaces.mmservice";
 
     virtual ~ServiceInterface() = default;
-    MMSERVICE_REQUESTS(GENRPC_PURE_METHOD) // mmServiceReq
+    // begin generated: requests
+    virtual int mmServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
+                             const std::vector<MMServiceReq_t>& requests) = 0;
+    // end generated
+
     virtual int addClient(boost::shared_ptr<ClientInterface> client) = 0;
     virtual int removeClient(boost::shared_ptr<ClientInterface> client) = 0;
 };

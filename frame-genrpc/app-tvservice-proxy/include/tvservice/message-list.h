@@ -1,5 +1,6 @@
 // The messages of the TV service, each named once: its name, the method that it is in the interfaces, its id, its
-// arguments. Interfaces, senders, handlers, tables and documents are made of these lists (see genrpc/message.h).
+// arguments. A request's comment becomes that of the adapter's method. The compiler makes types and tables of these
+// lists (see genrpc/message.h); after a change `./dev generate` writes the interfaces, senders, handlers and documents.
 #pragma once
 
 #include <genrpc/arguments.h>
@@ -11,33 +12,49 @@
 #define TVSERVICE_REQUESTS(MESSAGE)                                                                                    \
     MESSAGE(tvservice, Request, TvServiceReq, tvServiceReq, 0x28671236,                                                \
             (std::vector<tvservice::TvServiceReq_t>, requests))                                                        \
+    /* Swaps what two windows show: tvServiceSwapWinInfo. */                                                           \
     MESSAGE(tvservice, Request, TvServiceSwapWinReq, tvServiceSwapWinReq, 0x28671237,                                  \
             (tvservice::TvServiceSwapWinReq_t, request))                                                               \
+    /* Asks about a stream: tvServiceStreamInfo. */                                                                    \
     MESSAGE(tvservice, Request, TvServiceStreamInfoReq, tvServiceStreamInfoReq, 0x28671238,                            \
             (tvservice::TvServiceStreamInfoReq_t, request))                                                            \
+    /* Chooses a terminal's audio track: tvServiceAudioInfo. */                                                        \
     MESSAGE(tvservice, Request, TvServiceAudioReq, tvServiceAudioReq, 0x28671239,                                      \
             (tvservice::TvServiceAudioReq_t, request))                                                                 \
+    /* Chooses a terminal's subtitles: tvServiceSubtitleInfo. */                                                       \
     MESSAGE(tvservice, Request, TvServiceSubtitleReq, tvServiceSubtitleReq, 0x2867123A,                                \
             (tvservice::TvServiceSubtitleReq_t, request))                                                              \
+    /* Chooses a terminal's video track: tvServiceVideoInfo. */                                                        \
     MESSAGE(tvservice, Request, TvServiceVideoReq, tvServiceVideoReq, 0x2867123B,                                      \
             (tvservice::TvServiceVideoReq_t, request))                                                                 \
+    /* Chooses a terminal's teletext: tvServiceTeletextInfo. */                                                        \
     MESSAGE(tvservice, Request, TvServiceTeletextReq, tvServiceTeletextReq, 0x2867123C,                                \
             (tvservice::TvServiceTeletextReq_t, request))                                                              \
+    /* Asks what the terminals show: tvServiceInfo. */                                                                 \
     MESSAGE(tvservice, Request, TvServiceInfoReq, tvServiceInfoReq, 0x2867123D)                                        \
+    /* Negotiates the release of a resource: tvServiceAskReleaseInfo, tvServiceAskReleaseConf. */                      \
     MESSAGE(tvservice, Request, TvServiceAskReleaseReq, tvServiceAskReleaseReq, 0x2867123E,                            \
             (tvservice::TvServiceAskReleaseReq_t, request))                                                            \
+    /* A key for the application that the broadcast brings along: tvServiceBroadcastApplictionInfo. */                 \
     MESSAGE(tvservice, Request, TvServiceSendKeyReq, tvServiceSendKeyReq, 0x2867123F, (std::string, key))              \
+    /* The list of services has changed: tvServiceStatusInfo. */                                                       \
     MESSAGE(tvservice, Request, TvServiceSListChangedInd, tvServiceSListChangedInd, 0x28671240,                        \
             (tvservice::TvServiceSListChangedInd_t, indication))                                                       \
+    /* Tries whether something could be played: tvServicePlayInfo. */                                                  \
     MESSAGE(tvservice, Request, TvServiceTryRunReq, tvServiceTryRunReq, 0x28671241,                                    \
             (tvservice::TvServiceTryRunRequestParams_t, params))                                                       \
+    /* Locks or unlocks a terminal: tvServiceStatusInfo. */                                                            \
     MESSAGE(tvservice, Request, SetParentalLockInfo, setParentalLockInfo, 0x28671242,                                  \
             (tvservice::TvServiceParentalLockInfo_t, info))                                                            \
+    /* Chooses the audio track of a multichannel sound broadcast: tvServiceMtsAudioTrackInfoNotify. */                 \
     MESSAGE(tvservice, Request, MtsAudioChangeReq, mtsAudioChangeReq, 0x28671243, (tvservice::MtsAudioTrack_t, track)) \
+    /* Chooses the conditional access service: tvServiceCiSasMessageInfo. */                                           \
     MESSAGE(tvservice, Request, SetCasService, setCasService, 0x28671244,                                              \
             (tvservice::TvServiceCasServiceType_t, type))                                                              \
+    /* Fetches packages over the air: tvserviceOadStatusNotify, tvserviceOadProgressNotify. */                         \
     MESSAGE(tvservice, Request, RequestPackagesReq, requestPackagesReq, 0x28671245,                                    \
             (tvservice::reqeustOadType_t, type), (std::string, packages))                                              \
+    /* The source of the signal has changed: tvServiceNetworkChangeMsg. */                                             \
     MESSAGE(tvservice, Request, TvServiceSourceChanged, tvServiceSourceChanged, 0x28671246, (std::string, source))
 
 // The answer to play and stop requests, from the service. The adapter hands it to its resource manager.

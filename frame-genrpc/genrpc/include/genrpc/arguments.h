@@ -33,7 +33,5 @@ template <class T> using Parameter = std::conditional_t<std::is_class_v<T>, cons
 #define GENRPC_PARAMETERS(...) \
     frame::MsgIds &ids, const frame::TransportInfo &transport GENRPC_EACH(GENRPC_PARAMETER, __VA_ARGS__)
 
-// Uses for lists of messages: the methods of an interface, and of a class that implements it.
-#define GENRPC_PURE_METHOD(service, direction, Name, method, id, ...) \
-    virtual int method(GENRPC_PARAMETERS(__VA_ARGS__)) = 0;
+// A use for lists of messages: the methods of a class that implements an interface.
 #define GENRPC_OVERRIDE(service, direction, Name, method, id, ...) int method(GENRPC_PARAMETERS(__VA_ARGS__)) override;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -15,17 +16,26 @@ namespace genrpc {
 
 class FlatRegion {
 public:
+    struct Release {
+        // Gives all memory of the region back, itself included.
+        void operator()(FlatRegion* region) const noexcept {
+            for (Chunk* chunk = region->grown_; chunk != nullptr;) vdlFlatFree(std::exchange(chunk, chunk->next));
+            vdlFlatFree(region);
+        }
+    };
+    using Owner = std::unique_ptr<FlatRegion, Release>;
+
     // A region with room for about firstBytes before it grows. The region lives in its own memory. Throws
     // std::bad_alloc.
-    static FlatRegion* create(std::size_t firstBytes) {
+    static Owner create(std::size_t firstBytes) {
         const std::size_t bytes = std::max(firstBytes, sizeof(FlatRegion) + minimumRoom);
         char* memory = static_cast<char*>(vdlFlatAlloc(bytes));
-        return new (memory) FlatRegion(memory + sizeof(FlatRegion), memory + bytes);
+        return Owner(new (memory) FlatRegion(memory + sizeof(FlatRegion), memory + bytes));
     }
-    // Gives all memory of the region back, itself included.
-    static void release(FlatRegion* region) noexcept {
-        for (Chunk* chunk = region->grown_; chunk != nullptr;) vdlFlatFree(std::exchange(chunk, chunk->next));
-        vdlFlatFree(region);
+    // A completion for asyncSend, which runs it exactly once: it gives the region back. Completions are copied on their
+    // way, so what they hold cannot own anything.
+    static auto giveBack(Owner region) {
+        return [held = region.release()] { Owner(held).reset(); };
     }
 
     // bytes of memory at any address (flat records have alignment 1). Throws std::bad_alloc.

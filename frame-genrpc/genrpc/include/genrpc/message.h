@@ -6,8 +6,8 @@
 //
 // GENRPC_MESSAGE, applied to the list in a header, makes messages::TvServiceReq with its meta; GENRPC_MESSAGE_TABLE, in
 // one source file, its table __vdl_EndianTable_tvserviceMsgTvServiceReq_t; GENRPC_MESSAGE_DESCRIPTION its place in the
-// set. A body is the packed record of the message's arguments in order; without arguments it is one byte 0. More uses
-// of the lists are in arguments.h (interfaces) and proxy.h (senders and handlers).
+// set. A body is the packed record of the message's arguments in order; without arguments it is one byte 0. Interfaces,
+// senders and handlers are plain lines, which `./dev generate` writes from the lists.
 #pragma once
 
 #include <frame/message-set.h>

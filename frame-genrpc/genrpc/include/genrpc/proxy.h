@@ -1,41 +1,19 @@
-// The client side of a service: how a proxy sends its requests and delivers its notifications. The uses below,
-// applied to the service's lists of messages, declare and define the senders and handlers of a class Proxy. It has a
-// member `clients`, a ClientList of the service's ClientInterface; its source file has a constant `module`, the log
-// module.
+// The client side of a service: what the two proxies have in common.
 #pragma once
 
 #include <frame/abstract-marshalling-impl.h>
 #include <genrpc/client-list.h>
 #include <genrpc/log.h>
 #include <genrpc/message.h>
+#include <genrpc/send.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <memory>
 #include <new>
 #include <tuple>
 
 namespace genrpc {
-
-// Builds meta and body in a region of their own and hands both over, with the caller's ids and without its transport;
-// the completion gives the region back. Returns 0: the proxy does not look at what becomes of the message, answers come
-// as notifications, and what never arrives is given up by who waits for it. Throws std::bad_alloc, with nothing sent,
-// when memory runs out.
-template <class Message, class... Args>
-int send(frame::AbstractMarshallingImpl& proxy, const frame::MsgIds& ids, const Args&... args) {
-    FlatRegion* region = FlatRegion::create(proxy.getSendBufferSize());
-    frame::MsgMeta* meta = nullptr;
-    char* body = nullptr;
-    try {
-        meta = new (region->allocate(sizeof(frame::MsgMeta))) frame::MsgMeta(Message::meta);
-        body = Message::Body::build(*region, args...);
-    } catch (...) {
-        FlatRegion::release(region);
-        throw;
-    }
-    proxy.asyncSend(proxy.getOmqIOModule(), ids, *meta, nullptr, *Message::table(), body,
-                    [region] { FlatRegion::release(region); });
-    return 0;
-}
 
 // Binds a notification to a proxy's handler, with the proxy as context. The result does not matter to the proxy.
 template <class Message, class Proxy> void bind(Proxy& proxy, frame::MessageHandler handler) {
@@ -60,6 +38,117 @@ void deliver(ltMutex& mutex, const ClientList<Client>& clients, Method method, c
     }
 }
 
+// First size of a message's memory and of the connection's send buffer.
+inline constexpr std::size_t sendBufferBytes = 16384;
+
+struct ProxySettings {
+    const char* serviceName;
+    frame::MessageSet messages;
+    LogModule module;
+    const char* file; // what log lines name: the source file of the service's own proxy
+    // Whether the interface goes with the proxy. Else it stays registered: whoever looked it up keeps the pointer for
+    // the life of the process anyway.
+    bool takesInterfaceBack;
+};
+
+// A framework member that registers the service's interface and keeps its clients. A derived class adds a sender for
+// each request and a handler for each notification, bound in registerMessageHandlers.
+template <class ServiceInterface, class ClientInterface>
+class Proxy : public frame::AbstractMarshallingImpl, public ServiceInterface {
+public:
+    explicit Proxy(const ProxySettings& settings)
+        : frame::AbstractMarshallingImpl(CouplingMode::Default), settings_(settings) {
+        GENRPC_LOG_AT(here(), settings_.module, vdlDebugTrace, "Called.\n");
+        setServiceName(settings_.serviceName);
+        setSendBufferSize(sendBufferBytes);
+        setMessageSet(settings_.messages);
+        GENRPC_LOG_AT(here(), settings_.module, vdlDebugProgress, "the buffer size for %s is %d.\n",
+                      settings_.serviceName, static_cast<int>(sendBufferBytes));
+    }
+
+    ~Proxy() override {
+        GENRPC_LOG_AT(here(), settings_.module, vdlDebugTrace, "Called.\n");
+        if (settings_.takesInterfaceBack) unregisterInterface(static_cast<ServiceInterface*>(this));
+        for (auto& client : clients) client.reset();
+    }
+
+    int performSetupDone() override {
+        GENRPC_LOG_AT(here(), settings_.module, vdlDebugTrace, "Called.\n");
+        int result = frame::AbstractMarshallingImpl::performSetupDone();
+        if (result < 0) {
+            GENRPC_LOG_AT(here(), settings_.module, vdlDebugFailure, "Parent class performSetupDone() returned %d.\n",
+                          result);
+            return result;
+        }
+        result = registerInterface(static_cast<ServiceInterface*>(this), ServiceInterface::interfaceKey);
+        if (result < 0) {
+            GENRPC_LOG_AT(here(), settings_.module, vdlDebugFailure, "Unable to register interface: %d.\n", result);
+            return result;
+        }
+        return 0;
+    }
+
+    int performStarting() override {
+        GENRPC_LOG_AT(here(), settings_.module, vdlDebugTrace, "Called.\n");
+        const int result = frame::AbstractMarshallingImpl::performStarting();
+        if (result < 0) {
+            GENRPC_LOG_AT(here(), settings_.module, vdlDebugFailure, "Parent class performStarting() returned %d.\n",
+                          result);
+            return result;
+        }
+        return 0;
+    }
+
+    int performStopping() override {
+        GENRPC_LOG_AT(here(), settings_.module, vdlDebugTrace, "Called.\n");
+        const int result = frame::AbstractMarshallingImpl::performStopping();
+        if (result < 0) {
+            GENRPC_LOG_AT(here(), settings_.module, vdlDebugFailure, "Parent class performStopping() returned %d.\n",
+                          result);
+            return result;
+        }
+        return 0;
+    }
+
+    int addClient(boost::shared_ptr<ClientInterface> client) override {
+        ltGuard guard(getMutex());
+        return genrpc::addClient(clients, client, -17, {settings_.module, here()});
+    }
+
+    int removeClient(boost::shared_ptr<ClientInterface> client) override {
+        ltGuard guard(getMutex());
+        return genrpc::removeClient(clients, client, -2, {settings_.module, here()});
+    }
+
+protected:
+    // Sends a request with the caller's ids and without its transport. Returns 0: the proxy does not look at what
+    // becomes of the message, answers come as notifications, and what never arrives is given up by who waits for it.
+    template <class Message, class... Args> int send(const frame::MsgIds& ids, const Args&... args) {
+        genrpc::send<Message>(Port{*this}, {.ids = ids, .transport = nullptr, .firstBytes = getSendBufferSize()},
+                              args...);
+        return 0;
+    }
+
+    ClientList<ClientInterface> clients; // guarded by getMutex()
+
+private:
+    struct Port {
+        Proxy& proxy;
+        int asyncSend(const frame::MsgIds& ids, const frame::MsgMeta& meta, const frame::TransportInfo* transport,
+                      const vdl::EndianTable& table, const void* payload, const boost::function<void()>& completed) {
+            return proxy.frame::AbstractMarshallingImpl::asyncSend(proxy.getOmqIOModule(), ids, meta, transport, table,
+                                                                   payload, completed);
+        }
+    };
+
+    // The place of the line that is being written.
+    Here here(int line = __builtin_LINE(), const char* function = __builtin_FUNCTION()) const {
+        return {settings_.file, line, function};
+    }
+
+    const ProxySettings settings_;
+};
+
 // New members in a null-terminated array; all of it is the caller's. Throws std::bad_alloc, nothing being left over.
 template <class... Members> void** arrayOf() {
     std::unique_ptr<void*, decltype(&std::free)> array(
@@ -76,26 +165,3 @@ template <class... Members> void** arrayOf() {
 }
 
 } // namespace genrpc
-
-#define GENRPC_HANDLER_PARAMETERS \
-    const frame::MsgMeta &, const frame::TransportInfo &transport, const void *payload, void *context
-#define GENRPC_DECLARE_HANDLER(service, direction, Name, ...) static int call##Name(GENRPC_HANDLER_PARAMETERS);
-
-#define GENRPC_SENDER(service, direction, Name, method, id, ...)                                                    \
-    int Proxy::method(frame::MsgIds& ids, const frame::TransportInfo& GENRPC_EACH(GENRPC_PARAMETER, __VA_ARGS__)) { \
-        GENRPC_LOG(module, vdlDebugTrace, "Called.\n");                                                             \
-        return ::genrpc::send<messages::Name>(*this, ids GENRPC_EACH(GENRPC_NAME, __VA_ARGS__));                    \
-    }
-
-// The misspelt word belongs to the log as it is written; it stays.
-#define GENRPC_HANDLER(service, direction, Name, method, ...)                                                   \
-    int Proxy::call##Name(GENRPC_HANDLER_PARAMETERS) {                                                          \
-        GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");                                                          \
-        auto& proxy = *static_cast<Proxy*>(context);                                                            \
-        ::genrpc::deliver<messages::Name>(proxy.getMutex(), proxy.clients, &ClientInterface::method, transport, \
-                                          payload);                                                             \
-        GENRPC_LOG(module, vdlDebugTrace, "Exit\n");                                                            \
-        return 0;                                                                                               \
-    }
-
-#define GENRPC_BIND(service, direction, Name, ...) ::genrpc::bind<messages::Name>(*this, call##Name);
