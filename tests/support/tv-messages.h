@@ -5,11 +5,12 @@
 #include <tvservice/interfaces.h>
 #include <tvservice/messages.h>
 
+#include <cstddef>
 #include <gtest/gtest.h>
 
 namespace support {
 
-template <class...> struct TypeList {};
+template <class... T> struct TypeList { static constexpr std::size_t size = sizeof...(T); };
 // For lists: the first parameter stands before the first comma.
 template <class, class... T> using ListOf = TypeList<T...>;
 

@@ -6,8 +6,10 @@
 #include <tvservice-adapter/model-tvservice-adapter.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <map>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -39,46 +41,30 @@ Slots from(std::ptrdiff_t first, std::size_t count) {
     return slots;
 }
 
+// The slots of all messages' methods, in the order of the messages' ids.
+template <class... Message> Slots slotsOf(support::TypeList<Message...>) {
+    std::map<std::uint32_t, std::ptrdiff_t> slots;
+    (slots.emplace(Message::meta.messageId, slotOf(support::Method<Message>::pointer)), ...);
+    Slots inOrder;
+    for (const auto& [id, slot] : slots) inOrder.push_back(slot);
+    return inOrder;
+}
+
 TEST(VirtualSlots, OfTheTvServiceAreItsRequestsThenItsRegistry) {
     using I = ServiceInterface;
-    EXPECT_EQ((Slots{slotOf(&I::tvServiceReq), slotOf(&I::tvServiceSwapWinReq), slotOf(&I::tvServiceStreamInfoReq),
-                     slotOf(&I::tvServiceAudioReq), slotOf(&I::tvServiceSubtitleReq), slotOf(&I::tvServiceVideoReq),
-                     slotOf(&I::tvServiceTeletextReq), slotOf(&I::tvServiceInfoReq), slotOf(&I::tvServiceAskReleaseReq),
-                     slotOf(&I::tvServiceSendKeyReq), slotOf(&I::tvServiceSListChangedInd),
-                     slotOf(&I::tvServiceTryRunReq), slotOf(&I::setParentalLockInfo), slotOf(&I::mtsAudioChangeReq),
-                     slotOf(&I::setCasService), slotOf(&I::requestPackagesReq), slotOf(&I::tvServiceSourceChanged),
-                     slotOf(&I::addClient), slotOf(&I::removeClient)}),
-              from(firstMethod, 17 + 2));
+    auto slots = slotsOf(support::TvRequests{});
+    slots.insert(slots.end(), {slotOf(&I::addClient), slotOf(&I::removeClient)});
+    EXPECT_EQ(slots, from(firstMethod, support::TvRequests::size + 2));
+    EXPECT_EQ((Slots{slotOf(&I::tvServiceReq), slotOf(&I::tvServiceSwapWinReq), slotOf(&I::tvServiceSourceChanged)}),
+              (Slots{firstMethod, firstMethod + 1, firstMethod + 16}));
 }
 
 TEST(VirtualSlots, OfATvClientAreTheNotifications) {
     using I = ClientInterface;
-    EXPECT_EQ((Slots{slotOf(&I::tvServiceInfo),
-                     slotOf(&I::tvServiceConflictInfo),
-                     slotOf(&I::tvServiceSwapWinInfo),
-                     slotOf(&I::tvServiceStreamInfo),
-                     slotOf(&I::tvServiceAudioInfo),
-                     slotOf(&I::tvServiceSubtitleInfo),
-                     slotOf(&I::tvServiceVideoInfo),
-                     slotOf(&I::tvServiceTeletextInfo),
-                     slotOf(&I::tvServiceAskReleaseInfo),
-                     slotOf(&I::tvServiceAskReleaseConf),
-                     slotOf(&I::tvServiceStatusInfo),
-                     slotOf(&I::tvServiceNetworkChangeMsg),
-                     slotOf(&I::tvServiceTunerResult),
-                     slotOf(&I::tvServiceTunerStatusMessage),
-                     slotOf(&I::tvServiceBroadcastApplictionInfo),
-                     slotOf(&I::tvServiceUriLinkageInfo),
-                     slotOf(&I::tvServiceCiAncillaryDataInfo),
-                     slotOf(&I::tvServiceInstalledInfo),
-                     slotOf(&I::tvServicePlayInfo),
-                     slotOf(&I::tvServiceFoundNewOadPacket),
-                     slotOf(&I::tvServiceCiSasMessageInfo),
-                     slotOf(&I::tvServiceCcInfoNotify),
-                     slotOf(&I::tvServiceMtsAudioTrackInfoNotify),
-                     slotOf(&I::tvserviceOadStatusNotify),
-                     slotOf(&I::tvserviceOadProgressNotify)}),
-              from(firstMethod, 25));
+    EXPECT_EQ(slotsOf(support::TvNotifications{}), from(firstMethod, support::TvNotifications::size));
+    EXPECT_EQ(
+        (Slots{slotOf(&I::tvServiceInfo), slotOf(&I::tvServiceConflictInfo), slotOf(&I::tvserviceOadProgressNotify)}),
+        (Slots{firstMethod, firstMethod + 1, firstMethod + 24}));
 }
 
 TEST(VirtualSlots, OfTheAdaptersTvClientObjectGoOnBehindTheNotifications) {

@@ -1,5 +1,7 @@
 #include "request-commands.h"
 
+#include "request-words.h"
+
 #include <genrpc/json.h>
 #include <tvservice/messages.h>
 
@@ -7,13 +9,13 @@
 #include <string_view>
 #include <system_error>
 #include <tuple>
+#include <vector>
 
 namespace control {
 namespace {
 
 // The shell's description of a command: every argument is a string there, so that what is wrong with one is said here.
-std::string specificationOf(const char* command, std::string_view arguments) {
-    std::string text = command;
+std::string specificationOf(std::string text, std::string_view arguments) {
     for (bool atStart = true; const char c : arguments) {
         if (atStart) text += c == '[' ? " [:s]" : " :s";
         atStart = c == ' ';
@@ -34,50 +36,25 @@ int RequestCommands::send(tvservice::ModelTvServiceAdapter& adapter, ArgumentRea
         arguments);
 }
 
-template <class Message, auto method>
-constexpr RequestCommands::Request RequestCommands::request(const char* command, const char* arguments,
-                                                            const char* help) {
-    return {command, arguments, help, Message::name, send<Message, method>};
+template <class Message, auto method> void RequestCommands::add(std::vector<Request>& requests) {
+    if constexpr (canBeTyped<typename Message::Body::Arguments>)
+        requests.push_back({wordsOf<Message>(), Message::name, send<Message, method>});
 }
 
 int RequestCommands::registerAll() {
-    using namespace tvservice::messages;
-    using Adapter = tvservice::ModelTvServiceAdapter;
-    static constexpr Request requests[] = {
-        request<TvServiceSwapWinReq, &Adapter::tvServiceSwapWinReq>("swap-win", "N", "swaps what two windows show"),
-        request<TvServiceStreamInfoReq, &Adapter::tvServiceStreamInfoReq>("stream-info", "N", "asks about a stream"),
-        request<TvServiceAudioReq, &Adapter::tvServiceAudioReq>("audio", "TERMINAL N [N]",
-                                                                "chooses a terminal's audio track"),
-        request<TvServiceSubtitleReq, &Adapter::tvServiceSubtitleReq>("subtitle", "TERMINAL N [N]",
-                                                                      "chooses a terminal's subtitles"),
-        request<TvServiceVideoReq, &Adapter::tvServiceVideoReq>("video", "TERMINAL N [N]",
-                                                                "chooses a terminal's video track"),
-        request<TvServiceTeletextReq, &Adapter::tvServiceTeletextReq>("teletext", "TERMINAL N [N]",
-                                                                      "chooses a terminal's teletext"),
-        request<TvServiceInfoReq, &Adapter::tvServiceInfoReq>("info", "", "asks what the terminals show"),
-        request<TvServiceAskReleaseReq, &Adapter::tvServiceAskReleaseReq>("ask-release", "N",
-                                                                          "asks for the release of a resource"),
-        request<TvServiceSendKeyReq, &Adapter::tvServiceSendKeyReq>("send-key", "KEY",
-                                                                    "sends a key to the broadcast's application"),
-        request<TvServiceSListChangedInd, &Adapter::tvServiceSListChangedInd>(
-            "slist-changed", "N", "tells that the service list has changed"),
-        request<TvServiceTryRunReq, &Adapter::tvServiceTryRunReq>("try-run", "N",
-                                                                  "tries whether something could be played"),
-        request<SetParentalLockInfo, &Adapter::setParentalLockInfo>("parental-lock", "TERMINAL N [N]",
-                                                                    "locks or unlocks a terminal"),
-        request<MtsAudioChangeReq, &Adapter::mtsAudioChangeReq>("mts-audio", "N",
-                                                                "chooses the track of a multichannel sound broadcast"),
-        request<SetCasService, &Adapter::setCasService>("cas-service", "N", "chooses the conditional access service"),
-        request<RequestPackagesReq, &Adapter::requestPackagesReq>("request-packages", "TYPE PACKAGES",
-                                                                  "fetches packages over the air"),
-        request<TvServiceSourceChanged, &Adapter::tvServiceSourceChanged>("source-changed", "SOURCE",
-                                                                          "tells that the signal's source has changed"),
-    };
+    static const auto requests = [] {
+        std::vector<Request> made;
+#define CONTROL_ADD(service, direction, Name, method, ...) \
+    add<service::messages::Name, &service::ModelTvServiceAdapter::method>(made);
+        TVSERVICE_REQUESTS(CONTROL_ADD)
+#undef CONTROL_ADD
+        return made;
+    }();
     for (const auto& request : requests) {
         auto& context = contexts_.emplace_back(Context{this, &request});
-        const std::string arguments = request.arguments;
+        const auto& [command, arguments, help] = request.words;
         const int result = shell_.registerCommand(
-            specificationOf(request.command, arguments), (arguments.empty() ? "" : arguments + " - ") + request.help,
+            specificationOf(command, arguments), (arguments.empty() ? "" : arguments + " - ") + help,
             [](void* context) {
                 const auto& bound = *static_cast<Context*>(context);
                 return bound.self->run(*bound.request);
@@ -89,7 +66,7 @@ int RequestCommands::registerAll() {
 }
 
 int RequestCommands::run(const Request& request) {
-    ArgumentReader reader(shell_, request.arguments);
+    ArgumentReader reader(shell_, request.words.arguments);
     const int result = request.send(adapter_, reader);
     if (!reader.problem().empty()) return refuse(shell_, reader.problem());
     const std::string message = request.message;

@@ -2,11 +2,13 @@
 #pragma once
 
 #include "arguments.h"
+#include "request-words.h"
 
 #include <appovshell/server.h>
 #include <tvservice-adapter/model-tvservice-adapter.h>
 
 #include <deque>
+#include <vector>
 
 namespace control {
 
@@ -22,9 +24,7 @@ public:
 private:
     // A command and the request that it sends.
     struct Request {
-        const char* command;
-        const char* arguments; // their names: the leaves of the message's arguments in order
-        const char* help;
+        RequestWords words;
         const char* message;
         // Reads the arguments and, when they are all right, sends the request: what sending it answered.
         int (*send)(tvservice::ModelTvServiceAdapter& adapter, ArgumentReader& reader);
@@ -34,8 +34,8 @@ private:
         const Request* request;
     };
 
-    template <class Message, auto method>
-    static constexpr Request request(const char* command, const char* arguments, const char* help);
+    // Adds the message, unless its arguments are none that people can type.
+    template <class Message, auto method> static void add(std::vector<Request>& requests);
     template <class Message, auto method>
     static int send(tvservice::ModelTvServiceAdapter& adapter, ArgumentReader& reader);
     int run(const Request& request);
