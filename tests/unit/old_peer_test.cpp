@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <gmock/gmock.h>
+#include <string>
 #include <vector>
 
 namespace queue_test {
@@ -52,17 +53,18 @@ TEST_F(AnOldPeer, RejectsANewerApplicationAsWell) {
 }
 
 TEST_F(AnOldPeer, IsRejectedByTheNameOfTheMessageThatHasAFieldMore) {
-    const vdl::EndianEntry entries[] = {numberEntries[0], {4, vdl::EndianScalar4, std::uintptr_t{0}}, endOfList};
-    const vdl::EndianTable longer{8, entries};
-    const frame::MessageDescription changed[] = {{"Number", numberMeta, &longer}, descriptions[1]};
+    static const vdl::EndianEntry entries[] = {numberEntries[0], {4, vdl::EndianScalar4, std::uintptr_t{0}}, endOfList};
+    static const vdl::EndianTable longer{8, entries};
+    static const frame::MessageDescription changed[] = {{"Number", numberMeta, &longer}, descriptions[1]};
     expectRejected({changed, 2}, messages, "peer's message 0x00002001 (Number) has another layout",
                    "peer's message 0x00002001 (Number) has another layout");
 }
 
 TEST_F(AnOldPeer, TalksWhenItsLayoutsAreTheSameUnderOtherNamesInAnotherOrder) {
-    const vdl::EndianEntry entries[] = {numberEntries[0], endOfList};
-    const vdl::EndianTable sameLayout{4, entries};
-    const frame::MessageDescription renamed[] = {{"Words", textMeta, &textTable}, {"Count", numberMeta, &sameLayout}};
+    static const vdl::EndianEntry entries[] = {numberEntries[0], endOfList};
+    static const vdl::EndianTable sameLayout{4, entries};
+    static const frame::MessageDescription renamed[] = {{"Words", textMeta, &textTable},
+                                                        {"Count", numberMeta, &sameLayout}};
     startServer();
     startClient({renamed, 2});
     EXPECT_EQ(sendNumber(*door, 5), 0);

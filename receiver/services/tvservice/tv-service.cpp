@@ -1,5 +1,5 @@
-// What each request leads to, and what the fields of the single-number records mean to this service. What others mean is
-// said in tuner.h, tracks.h, service-status.h and downloads.h.
+// What each request leads to, and what the fields of the single-number records mean to this service. What others mean
+// is said in tuner.h, tracks.h, service-status.h and downloads.h.
 //
 //   play, stop       to the asker one TvServiceInfo with an answer each (delayed and falsified as the fault switches
 //                    say). For each channel that is shown, to all: TvServiceTunerStatusMessage before,
