@@ -20,8 +20,7 @@ namespace {
 using namespace receiver;
 using nlohmann::json;
 
-// A request: the command that sends it, and a notification that it leads to, of whose arguments those members are
-// given that tell it from others.
+// A request: the command that sends it, and a notification that follows, with the arguments that identify it.
 struct Request {
     std::vector<std::string> command;
     const char* notification;
@@ -103,13 +102,13 @@ protected:
         kit->ask(Part::frameHost, {"play", "0:0,1:0", "dvb://1.1.1", "one"});
         kit->waitForNotification("TvServiceInfo", 0);
     }
-    // At once: how a receiver ends after all these messages has a test of its own.
+    // Without a check: how a receiver ends after all these messages has a test of its own.
     static void TearDownTestSuite() { kit.reset(); }
     void TearDown() override {
         if (HasFailure()) std::cerr << kit->logTails(30);
     }
 
-    // The request reaches the TV service, and what it leads to arrives.
+    // The request reaches the TV service, and the notification that follows arrives.
     static void travels(const std::string& message, const Request& request) {
         const auto told = kit->newestNotification(), received = tvRequests();
         const json printed = kit->ask(Part::frameHost, request.command);
@@ -117,7 +116,7 @@ protected:
         kit->waitForNotification(request.notification, told, json::parse(request.arguments));
         EXPECT_EQ(tvRequests(), received + 1);
     }
-    // What the TV service tells arrives unchanged in every field.
+    // A notification of the TV service arrives unchanged in every field.
     static void travels(const std::string& message, const json& arguments) {
         const auto told = kit->newestNotification();
         EXPECT_EQ(kit->ask(Part::tvService, {"emit", message, arguments.dump()}), json({{"sent", message}}));
@@ -168,7 +167,7 @@ TEST(AReceiver, EndsAsAskedAfterAllMessages) {
     for (const auto& [message, request] : requests) kit.ask(Part::frameHost, request.command);
     for (const char* message : notifications) kit.ask(Part::tvService, {"emit", message});
     const std::size_t least = std::size(notifications);
-    kit.waitFor([&] { return kit.newestNotification() >= least; }, patience);
+    EXPECT_TRUE(kit.waitFor([&] { return kit.newestNotification() >= least; }, patience));
     EXPECT_EQ(kit.stop(), "");
 }
 

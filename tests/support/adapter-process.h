@@ -14,16 +14,21 @@
 
 namespace support {
 
+// The keys that services built elsewhere are registered with, so spelled out here.
+inline constexpr char tvServiceKey[] = "orvel.lm.interfaces.tvservice";
+inline constexpr char mmServiceKey[] = "orvel.lm.interfaces.mmservice";
+
 // A service in the process for as long as it lives.
-template <class Interface, class Service> class Registered : public frame::AbstractApplication, public Service {
+template <class Interface, class Service, const char* key>
+class Registered : public frame::AbstractApplication, public Service {
 public:
     Registered() {
         attachProcess(*frame::Process::getInstance());
-        EXPECT_EQ(registerInterface(static_cast<Interface*>(this), Interface::interfaceKey), 0);
+        EXPECT_EQ(registerInterface(static_cast<Interface*>(this), key), 0);
     }
     ~Registered() override { detachProcess(); }
 };
-using RegisteredTvService = Registered<tvservice::ServiceInterface, RecordingTvService>;
+using RegisteredTvService = Registered<tvservice::ServiceInterface, RecordingTvService, tvServiceKey>;
 
 class CountingMmService : public mmservice::ServiceInterface {
 public:
@@ -38,7 +43,7 @@ public:
     int removeClient(boost::shared_ptr<mmservice::ClientInterface>) override { return 0; }
     std::vector<boost::shared_ptr<mmservice::ClientInterface>> clients;
 };
-using RegisteredMmService = Registered<mmservice::ServiceInterface, CountingMmService>;
+using RegisteredMmService = Registered<mmservice::ServiceInterface, CountingMmService, mmServiceKey>;
 
 // An adapter that lives as long as the process, as the resource manager keeps its client object's address.
 inline tvservice::ModelTvServiceAdapter& newAdapter() {

@@ -45,7 +45,7 @@ template <class Message> void expectOneCall(const support::Recorder& recorder) {
 
 // ---- the adapter's client object ----
 
-// The object's mutex, which nobody else needs to see.
+// Gives this test the object's private mutex.
 template <auto Member> struct Reveal {
     friend std::mutex& clientMutexOf(TvServiceClient& object) { return object.*Member; }
 };
@@ -94,8 +94,13 @@ TEST_F(EveryNotification, ReachesEveryClientUnchangedAndIsNotLogged) {
     EXPECT_THAT(textsOf(log), IsEmpty());
 }
 
-TEST_F(EveryNotification, DoesNothingWithoutClients) {
-    support::forEach(support::TvNews{}, [&]<class Message>() { EXPECT_EQ(deliver<Message>(), 0); });
+TEST_F(EveryNotification, ReachesNoClientThatWasRemoved) {
+    addAll();
+    for (const auto& client : clients) EXPECT_EQ(object.removeClient(client), 0);
+    support::forEach(support::TvNews{}, [&]<class Message>() {
+        EXPECT_EQ(deliver<Message>(), 0);
+        for (const auto& client : clients) EXPECT_THAT(client->calls, IsEmpty());
+    });
 }
 
 TEST_F(EveryNotification, HoldsTheRegistryStillWhileItCallsTheClients) {
@@ -255,11 +260,6 @@ static_assert(!std::is_base_of_v<ServiceInterface, ModelTvServiceAdapter>);
 
 // ---- starting ----
 
-TEST(AdapterStart, LooksForTheServicesUnderTheKeysThatOthersRegisterThemWith) {
-    EXPECT_STREQ(ServiceInterface::interfaceKey, "orvel.lm.interfaces.tvservice");
-    EXPECT_STREQ(mmservice::ServiceInterface::interfaceKey, "orvel.lm.interfaces.mmservice");
-}
-
 TEST(AdapterStart, WithoutTheTvServiceMakesTheMmServicesClientOnly) {
     MmService mm;
     auto& adapter = newAdapter();
@@ -329,14 +329,6 @@ TEST(AdapterStart, AgainMakesNewClientObjectsButNoSecondCommandAndLooksNothingUp
     application->calls.clear();
     tv.clients[1]->tvServiceInfo(ids, transport, threeAnswers);
     EXPECT_THAT(application->calls, SizeIs(2)) << "an answer as well";
-}
-
-TEST(AdapterSetUp, ReportsThatItsKeyIsTaken) {
-    EXPECT_EQ(newAdapter().setupDone(), 0);
-    const host::LogCapture log{{genrpc::AdapterLog}};
-    EXPECT_EQ(newAdapter().setupDone(), -17);
-    EXPECT_THAT(textsOf(log),
-                testing::Contains("tvservice-adapter.cpp:performSetupDone(): Unable to register interface: -17."));
 }
 
 } // namespace

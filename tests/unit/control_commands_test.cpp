@@ -77,7 +77,7 @@ struct Control : testing::Test {
         }
         return reply;
     }
-    // What clients are told when the service does so.
+    // A notification of the service.
     void tell(std::int32_t number) {
         frame::MsgIds ids;
         log.tvServiceSwapWinInfo(ids, {}, {number});
@@ -293,6 +293,26 @@ TEST_F(Control, KeepsTheNewestThousandNotifications) {
     EXPECT_EQ(numbers({"notifications", "0"}).front(), 4);
 }
 
+TEST_F(Control, KeepsTheNewestNotificationsThatFitIntoSixteenMebibytes) {
+    frame::MsgIds ids;
+    const auto table = [&] { return log.table(); };
+    const std::string text(200 * 1024, 'x');
+    log.tvServicePlayInfo(ids, {}, {text});
+    const std::size_t each = table().bytes;
+    ASSERT_GE(each, text.size());
+    const std::size_t most = 16 * 1024 * 1024 / each;
+    for (std::size_t i = 1; i < most; ++i) log.tvServicePlayInfo(ids, {}, {text});
+    EXPECT_EQ(table().held, most);
+    EXPECT_EQ(table().dropped, 0U);
+    for (int i = 0; i < 3; ++i) log.tvServicePlayInfo(ids, {}, {text});
+    EXPECT_EQ(table().held, most);
+    EXPECT_EQ(table().dropped, 3U);
+    EXPECT_EQ(table().bytes, most * each);
+    EXPECT_EQ(numbers({"notifications", "0"}).front(), 4);
+    tell(1); // which needs less than the space that is left
+    EXPECT_EQ(table().dropped, 3U);
+}
+
 TEST_F(Control, RefusesANumberThatNoNotificationCanHave) {
     for (const char* after : {"-1", "x", "1.5", "18446744073709551616"})
         EXPECT_EQ(run({"notifications", after}).status, -22) << after;
@@ -346,14 +366,14 @@ TEST_F(Control, ListsTextThatIsNotUtf8) {
 
 // The adapter's queue, with a service that answers when the test says so: play and zap meet there.
 struct ControlOfTheQueue : Control {
-    static constexpr auto patience = std::chrono::seconds(60);
+    static constexpr auto timeout = std::chrono::seconds(60);
 
     void TearDown() override {
         while (!startedAdapter().bundles().empty()) answerFirst();
     }
     // Waits until the request under way was sent, and answers it.
     void answerFirst() {
-        const auto end = std::chrono::steady_clock::now() + patience;
+        const auto end = std::chrono::steady_clock::now() + timeout;
         auto bundles = startedAdapter().bundles();
         const auto sent = [&] {
             return !bundles.empty() && bundles.front().steps.front().operation == "ResOperation::WaitingStart";

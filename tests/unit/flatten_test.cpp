@@ -1,4 +1,4 @@
-// The making of flat forms from below: bytes, arrays, regions, and what happens when flat memory runs out.
+// What flat forms are made of: bytes, arrays, regions, and what happens when flat memory runs out.
 #include "support/samples.h"
 #include "support/test-where.h"
 #include "support/tv-messages.h"
@@ -81,15 +81,20 @@ TEST(FlatForm, HoldsNoListAfterItsRelease) {
 
 template <class Record> void expectAssigned() {
     const auto record = support::Samples().next<Record>();
-    typename Record::Flat form(Record{});
-    const auto blocks = host::flatHeapUsage().blocks;
+    const auto before = host::flatHeapUsage().blocks;
+    typename Record::Flat made(record);
+    const auto needed = host::flatHeapUsage().blocks - before;
+    typename Record::Flat form;
     form = record;
+    EXPECT_TRUE(static_cast<Record>(made) == record);
     EXPECT_TRUE(static_cast<Record>(form) == record);
-    EXPECT_GE(host::flatHeapUsage().blocks, blocks);
+    EXPECT_EQ(host::flatHeapUsage().blocks, before + 2 * needed);
+    genrpc::release(made);
     genrpc::release(form);
+    EXPECT_EQ(host::flatHeapUsage().blocks, before);
 }
 
-TEST(FlatForm, IsWhatWasAssignedToIt) {
+TEST(FlatForm, HoldsTheRecordThatWasAssignedToItInAsManyBlocksAsOneMadeOfIt) {
     const auto expect = []<class Record>() { expectAssigned<Record>(); };
     support::forEach(support::CoreRecords{}, expect);
     support::forEach(support::StreamRecords{}, expect);
@@ -152,7 +157,7 @@ TEST(FlatSequence, WithMoreElementsThanFitIsALengthError) {
     support::forEach(support::StatusRecords{}, expect);
 }
 
-TEST(FlatRegion, GivesPlacesThatDoNotOverlapAndDoublesItsMemory) {
+TEST(FlatRegion, GivesBlocksThatDoNotOverlapAndDoublesItsMemory) {
     const auto before = host::flatHeapUsage().blocks;
     auto region = genrpc::FlatRegion::create(1000);
     std::vector<std::pair<char*, std::size_t>> places;

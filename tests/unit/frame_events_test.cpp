@@ -134,6 +134,7 @@ TEST(Events, OfADestroyedMemberAreDiscarded) {
 TEST(Events, OfManyThreadsAllRunOnTheFrameworksThread) {
     inOwnProcess([] {
         constexpr int threads = 4, perThread = 200;
+        const auto framework = std::this_thread::get_id();
         auto* a = new Member("A");
         int ran = 0; // touched by the framework's thread only
         std::vector<std::thread> posters;
@@ -143,6 +144,7 @@ TEST(Events, OfManyThreadsAllRunOnTheFrameworksThread) {
                 posters.emplace_back([&] {
                     for (int event = 0; event < perThread; ++event) {
                         a->postEvent([&] {
+                            EXPECT_EQ(std::this_thread::get_id(), framework);
                             if (++ran == threads * perThread) host::stopProcess();
                         });
                         a->scheduleEvents();

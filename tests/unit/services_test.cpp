@@ -86,7 +86,118 @@ private:
     std::vector<std::string> arguments_;
 };
 
+// ---- what all tables with a share for each client have in common ----
+
+// Tables that take a new entry for a terminal, for a client.
+struct ShownTable {
+    static constexpr const char* name = "terminals";
+    static constexpr const char* refusal = "terminal 0:1999 shows nothing new: no room";
+    bool put(const Terminal& terminal, std::uint64_t client, Evictions* evictions = nullptr) {
+        return table.show(terminal, {"dvb://" + std::to_string(++puts), "", client, {}}, evictions);
+    }
+    void remove(const Terminal& terminal) { table.stop(terminal); }
+
+    TerminalTable table;
+    int puts = 0;
+};
+struct LockTable {
+    static constexpr const char* name = "locks";
+    static constexpr const char* refusal = "terminal 0:1999 is not locked: 256 are locked already";
+    bool put(const Terminal& terminal, std::uint64_t client, Evictions* evictions = nullptr) {
+        return table.lock(terminal, ++puts, client, evictions) == Locks::Outcome::changed;
+    }
+    void remove(const Terminal& terminal) { table.unlock(terminal); }
+
+    Locks table;
+    int puts = 0;
+};
+
+template <class Table> class SharedTable : public testing::Test {
+protected:
+    // Lets each client fill its share, with terminals of a type that is its number.
+    void fill(const std::vector<int>& clients) {
+        for (const int client : clients)
+            for (int id = 0; id < share; ++id) put({client, id}, static_cast<std::uint64_t>(client));
+    }
+    bool put(const Terminal& terminal, std::uint64_t client, Evictions* evictions = nullptr) {
+        return shared.put(terminal, client, evictions);
+    }
+    std::size_t held() const { return shared.table.count().held; }
+    std::size_t refused() const { return shared.table.count().refused; }
+
+    static constexpr int share = static_cast<int>(bounds::terminalsOfAClient);
+    const host::LogCapture log{{logModule}};
+    Table shared;
+};
+
+struct TableName {
+    template <class Table> static std::string GetName(int) { return Table::name; }
+};
+using SharedTables = testing::Types<ShownTable, LockTable>;
+TYPED_TEST_SUITE(SharedTable, SharedTables, TableName);
+
+TYPED_TEST(SharedTable, RefusesEntriesBeyondAClientsShareAndTakesThoseOfOthers) {
+    const int share = this->share;
+    for (int id = 0; id < share; ++id) EXPECT_TRUE(this->put({0, id}, 1));
+    EXPECT_FALSE(this->put({0, share}, 1));
+    EXPECT_TRUE(this->put({0, 0}, 1)) << "in place of its own";
+    EXPECT_TRUE(this->put({0, share}, 2)) << "of another client";
+    this->shared.remove({0, 0});
+    EXPECT_TRUE(this->put({1, 0}, 1)) << "once there is room";
+    EXPECT_EQ(this->held(), bounds::terminalsOfAClient + 1);
+    EXPECT_EQ(this->refused(), 1U);
+}
+
+TYPED_TEST(SharedTable, HoldsNoMoreThanItsBoundsWhateverTheClients) {
+    std::size_t taken = 0;
+    for (int id = 0; id < 2000; ++id) taken += this->put({0, id}, static_cast<std::uint64_t>(id)) ? 1 : 0;
+    EXPECT_EQ(taken, bounds::terminals);
+    EXPECT_EQ(this->held(), bounds::terminals);
+    EXPECT_EQ(this->refused(), 2000 - bounds::terminals);
+    EXPECT_TRUE(this->log.waitFor(TypeParam::refusal, 0ms));
+}
+
+TYPED_TEST(SharedTable, EvictsTheOldestEntriesOfClientsThatHaveGoneOnceItIsFull) {
+    this->fill({3, 1, 2, 4});
+    std::vector<Terminal> evicted;
+    Evictions evictions(
+        [] {
+            return std::vector<std::uint64_t>{9, 4, 3};
+        },
+        [&](const Terminal& terminal) { evicted.push_back(terminal); });
+    EXPECT_TRUE(this->put({1, 0}, 9, &evictions)) << "in place of a terminal's own entry";
+    EXPECT_THAT(evicted, IsEmpty());
+    EXPECT_TRUE(this->put({9, 0}, 9, &evictions));
+    EXPECT_TRUE(this->put({9, 1}, 9, &evictions));
+    EXPECT_THAT(evicted, ElementsAre(Terminal{1, 1}, Terminal{1, 2}));
+    EXPECT_EQ(this->held(), bounds::terminals);
+    EXPECT_EQ(this->refused(), 0U);
+    EXPECT_TRUE(this->log.waitFor(
+        "terminal 1:2 is forgotten: the table of " + std::string(TypeParam::name) + " is full and its client has gone",
+        0ms));
+}
+
+TYPED_TEST(SharedTable, GivesALateClientAsManyEntriesAsOthersKeep) {
+    this->fill({1, 2, 3, 4});
+    std::map<int, int> lost;
+    Evictions evictions(
+        [] {
+            return std::vector<std::uint64_t>{1, 2, 3, 4};
+        },
+        [&](const Terminal& terminal) { ++lost[terminal.type]; });
+    int taken = 0;
+    while (this->put({9, taken}, 9, &evictions)) ++taken;
+    EXPECT_EQ(taken, 51);
+    EXPECT_THAT(lost, ElementsAre(Pair(1, 13), Pair(2, 13), Pair(3, 13), Pair(4, 12)));
+    EXPECT_EQ(this->refused(), 1U);
+    EXPECT_TRUE(this->log.waitFor("terminal 1:0 is forgotten: the table of " + std::string(TypeParam::name) +
+                                      " is full and its client has the most",
+                                  0ms));
+}
+
 } // namespace
+
+// ---- the terminals ----
 
 TEST(TerminalTable, KeepsTheLastShownPerTypeAndIdInOrder) {
     TerminalTable table;
@@ -124,33 +235,8 @@ TEST(TerminalTable, SwapsWhatTwoTerminalsShowEvenWhenOneShowsNothing) {
     EXPECT_FALSE(table.swap({5, 0}, {6, 0}, 1));
 }
 
-TEST(TerminalTable, RefusesTheTerminalsOfAClientBeyondItsShareAndTakesThoseOfOthers) {
-    const host::LogCapture log({logModule});
-    TerminalTable table;
-    const int share = static_cast<int>(bounds::terminalsOfAClient);
-    for (int id = 0; id < share; ++id) EXPECT_TRUE(table.show({0, id}, {"dvb://1", "", 1, {}}));
-    EXPECT_FALSE(table.show({0, share}, {"dvb://1", "", 1, {}}));
-    EXPECT_TRUE(table.show({0, 0}, {"dvb://2", "", 1, {}})) << "in place of its own";
-    EXPECT_TRUE(table.show({0, share}, {"dvb://1", "", 2, {}})) << "of another client";
-    table.stop({0, 0});
-    EXPECT_TRUE(table.show({1, 0}, {"dvb://1", "", 1, {}})) << "once there is room";
-    EXPECT_EQ(table.count().held, bounds::terminalsOfAClient + 1);
-    EXPECT_EQ(table.count().refused, 1U);
-}
-
-TEST(TerminalTable, HoldsNoMoreThanItsBoundsWhateverTheClients) {
-    const host::LogCapture log({logModule});
-    TerminalTable table;
-    int shown = 0;
-    for (int id = 0; id < 2000; ++id) shown += table.show({0, id}, {"dvb://1", "", static_cast<std::uint64_t>(id), {}});
-    EXPECT_EQ(shown, static_cast<int>(bounds::terminals));
-    EXPECT_EQ(table.count().held, bounds::terminals);
-    EXPECT_EQ(table.count().refused, 2000 - bounds::terminals);
-    EXPECT_TRUE(log.waitFor("terminal 0:1999 shows nothing new: no room", 0ms));
-}
-
 // Else one that swaps what another one plays to ever new terminals would fill that one's share.
-TEST(TerminalTable, CountsWhatASwapMovesAsTheAskersAsFarAsThatHasRoom) {
+TEST(TerminalTable, CountsASwappedEntryAsTheAskersWithinItsShare) {
     const host::LogCapture log({logModule});
     TerminalTable table;
     const int share = static_cast<int>(bounds::terminalsOfAClient);
@@ -184,43 +270,7 @@ TEST(TerminalTable, RefusesMoreTextThanFits) {
     EXPECT_LE(bytes, bounds::textBytes);
 }
 
-TEST(TerminalTable, ForgetsTheOldestTerminalsOfClientsThatHaveGoneOnceItIsFull) {
-    const host::LogCapture log({logModule});
-    TerminalTable table;
-    fill(table, {3, 1, 2, 4});
-    std::vector<Terminal> evicted;
-    Evictions evictions(
-        [] {
-            return std::vector<std::uint64_t>{9, 4, 3};
-        },
-        [&](const Terminal& terminal) { evicted.push_back(terminal); });
-    EXPECT_TRUE(table.show({1, 0}, {"dvb://1", "", 9, {}}, &evictions)) << "in place of a terminal's own entry";
-    EXPECT_THAT(evicted, IsEmpty());
-    EXPECT_TRUE(table.show({9, 0}, {"dvb://1", "", 9, {}}, &evictions));
-    EXPECT_TRUE(table.show({9, 1}, {"dvb://1", "", 9, {}}, &evictions));
-    EXPECT_THAT(evicted, ElementsAre(Terminal{1, 1}, Terminal{1, 2}));
-    EXPECT_EQ(table.count().held, bounds::terminals);
-    EXPECT_EQ(table.count().refused, 0U);
-    EXPECT_TRUE(log.waitFor("terminal 1:2 is forgotten: the table of terminals is full and its client has gone", 0ms));
-}
-
-TEST(TerminalTable, GivesOneThatComesLateAsMuchOfAFullTableAsOthersKeep) {
-    const host::LogCapture log({logModule});
-    TerminalTable table;
-    fill(table, {1, 2, 3, 4});
-    Evictions evictions([] { return std::vector<std::uint64_t>{1, 2, 3, 4}; });
-    int shown = 0;
-    while (table.show({9, shown}, {"dvb://1", "", 9, {}}, &evictions)) ++shown;
-    EXPECT_EQ(shown, 51);
-    std::map<std::uint64_t, int> held;
-    for (const auto& entry : table.entries()) ++held[entry.shown.client];
-    EXPECT_THAT(held, ElementsAre(Pair(1, 51), Pair(2, 51), Pair(3, 51), Pair(4, 52), Pair(9, 51)));
-    EXPECT_EQ(table.count().refused, 1U);
-    EXPECT_TRUE(
-        log.waitFor("terminal 1:0 is forgotten: the table of terminals is full and its client has the most", 0ms));
-}
-
-TEST(TerminalTable, GivesOneThatComesLateAsMuchOfItsTextAsOthersKeep) {
+TEST(TerminalTable, GivesALateClientAsMuchTextAsOthersKeep) {
     const host::LogCapture log({logModule});
     TerminalTable table;
     const std::string half(bounds::textBytesOfAClient / 2, 'x');
@@ -233,7 +283,7 @@ TEST(TerminalTable, GivesOneThatComesLateAsMuchOfItsTextAsOthersKeep) {
     EXPECT_EQ(table.entries().size(), 8U);
 }
 
-TEST(TerminalTable, TakesAllThatClientsThatHaveGoneHadFirst) {
+TEST(TerminalTable, EvictsAllEntriesOfClientsThatHaveGoneFirst) {
     const host::LogCapture log({logModule});
     TerminalTable table;
     const int share = static_cast<int>(bounds::terminalsOfAClient);
@@ -257,7 +307,7 @@ TEST(TerminalTable, TakesAllThatClientsThatHaveGoneHadFirst) {
     EXPECT_TRUE(log.waitFor("terminal 2:1 is forgotten: the table of terminals is full and its client has gone", 0ms));
 }
 
-TEST(TerminalTable, ForgetsAsManyAsATextNeeds) {
+TEST(TerminalTable, EvictsAsManyEntriesAsATextNeeds) {
     const host::LogCapture log({logModule});
     TerminalTable table;
     const std::string quarter(bounds::textBytesOfAClient / 4, 'x');
@@ -306,32 +356,15 @@ TEST(ClientTable, LooksAtNoMoreEntriesForARequestWhenItIsFull) {
     EXPECT_LE(looksFor(table, {0, 0}, 1), replaced);
 }
 
-TEST(Locks, OfClientsThatHaveGoneMakeRoomForOthers) {
-    const host::LogCapture log({logModule});
+TEST(Locks, TellAChangeFromNone) {
     Locks locks;
-    for (int i = 0; i < static_cast<int>(bounds::terminals); ++i)
-        locks.lock({0, i}, 12, static_cast<std::uint64_t>(i / 64));
-    Evictions evictions([] { return std::vector<std::uint64_t>{0, 2, 3}; });
-    EXPECT_EQ(locks.lock({1, 0}, 12, 9, &evictions), Locks::Outcome::changed);
-    EXPECT_FALSE(locks.contains({0, 64}));
-    EXPECT_TRUE(locks.contains({0, 0}));
-    EXPECT_EQ(locks.count().held, bounds::terminals);
-}
-
-TEST(Locks, AreRefusedBeyondTheirBounds) {
-    const host::LogCapture log({logModule});
-    Locks locks;
-    const int share = static_cast<int>(bounds::terminalsOfAClient);
-    for (int id = 0; id < share; ++id) EXPECT_EQ(locks.lock({0, id}, 12, 1), Locks::Outcome::changed);
+    EXPECT_EQ(locks.lock({0, 0}, 12, 1), Locks::Outcome::changed);
     EXPECT_EQ(locks.lock({0, 0}, 12, 1), Locks::Outcome::unchanged);
     EXPECT_EQ(locks.lock({0, 0}, 16, 1), Locks::Outcome::changed);
-    EXPECT_EQ(locks.lock({0, share}, 12, 1), Locks::Outcome::refused);
-    EXPECT_EQ(locks.unlock({0, share}), Locks::Outcome::unchanged);
+    EXPECT_TRUE(locks.contains({0, 0}));
+    EXPECT_EQ(locks.unlock({0, 1}), Locks::Outcome::unchanged);
     EXPECT_EQ(locks.unlock({0, 0}), Locks::Outcome::changed);
-    EXPECT_EQ(locks.lock({0, share}, 12, 1), Locks::Outcome::changed);
-    for (int client = 2; client < 1000; ++client) locks.lock({client, 0}, 12, static_cast<std::uint64_t>(client));
-    EXPECT_EQ(locks.count().held, bounds::terminals);
-    EXPECT_EQ(locks.all().size(), bounds::terminals);
+    EXPECT_FALSE(locks.contains({0, 0}));
 }
 
 TEST(ChannelList, NumbersItsChannelsFromOneInTheOrderOfTheirUris) {
@@ -472,7 +505,7 @@ TEST(FaultSwitches, AreAllClearedAtOnce) {
     EXPECT_EQ(switches.get(), Faults{});
 }
 
-TEST(FaultSwitches, RefuseWhatTheyDoNotKnowAndSayWhatTheyTake) {
+TEST(FaultSwitches, RefuseUnknownSwitchesAndListTheKnownOnes) {
     FaultSwitches switches;
     for (const char* wrong : {"", "=", "noise=on", "delay", "delay=", "delay=-1", "delay=1s", "delay=3600001",
                               "exit-after=x", "exit-after=4294967296", "mute", "mute=yes", "clear=on", "delay=1 "}) {
@@ -521,7 +554,7 @@ TEST(DelayLine, WorksLaterInTheOrderGivenWhateverTheDelays) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, 30ms);
 }
 
-TEST(DelayLine, LosesAndCountsWhatWouldMakeTooMuchWait) {
+TEST(DelayLine, DropsAndCountsWhatExceedsItsBounds) {
     const host::LogCapture log({logModule});
     DelayLine line;
     const auto hour = std::chrono::hours(1);
@@ -534,7 +567,7 @@ TEST(DelayLine, LosesAndCountsWhatWouldMakeTooMuchWait) {
     EXPECT_EQ(line.count().refused, 11U);
 }
 
-TEST(DelayLine, GoesOnAfterWorkThatThrows) {
+TEST(DelayLine, ContinuesAfterWorkThatThrows) {
     std::mutex mutex;
     std::condition_variable changed;
     bool done = false;
@@ -551,7 +584,7 @@ TEST(DelayLine, GoesOnAfterWorkThatThrows) {
     EXPECT_TRUE(changed.wait_for(lock, 10s, [&] { return done; }));
 }
 
-TEST(DelayLine, GivesUpWhatIsNotDueWhenItEnds) {
+TEST(DelayLine, DropsWhatIsNotDueWhenItEnds) {
     bool done = false;
     {
         DelayLine line;
@@ -583,7 +616,7 @@ TEST(ShellCommands, ListTheTerminalsForPeopleAndPrograms) {
     EXPECT_EQ(list[0]["client"], 2);
 }
 
-TEST(ShellCommands, SayHowFullTheTablesAre) {
+TEST(ShellCommands, ReportHowFullTheTablesAre) {
     const host::LogCapture log({logModule});
     TerminalTable table;
     FaultSwitches faults;
@@ -618,7 +651,7 @@ TEST(ShellCommands, SetAndListTheFaultSwitches) {
     EXPECT_EQ(nlohmann::json::parse(shell.output)["mute"], "off");
 }
 
-TEST(ShellCommands, SayWhatIsWrongWithAFaultSwitch) {
+TEST(ShellCommands, ReportWhatIsWrongWithAFaultSwitch) {
     TerminalTable table;
     FaultSwitches faults;
     FakeShell shell;

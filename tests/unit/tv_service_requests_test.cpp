@@ -1,4 +1,4 @@
-// What the TV service tells whom after each request.
+// Which clients the TV service notifies of what after each request.
 #include "common/log.h"
 #include "tv-service-fixture.h"
 
@@ -31,7 +31,7 @@ protected:
         const auto tables = service.tables();
         return tables[tables.size() - 2];
     }
-    // Lets a client of its own ask for something; returns once the service knows that it has gone.
+    // Lets a new client send requests; returns once the service knows that it has gone.
     template <class Ask> void reconnect(const Ask& ask) {
         const auto before = service.sender().clients().size();
         {
@@ -41,7 +41,7 @@ protected:
         }
         ASSERT_TRUE(receiver::waitUntil([&] { return service.sender().clients().size() == before; }, 20s));
     }
-    // Expects that both are told the same texts.
+    // Expects the same notifications for both.
     void bothHear(const std::vector<std::string>& texts) {
         EXPECT_THAT(textsOf(asker->heard()), ElementsAreArray(texts));
         EXPECT_THAT(textsOf(other->heard()), ElementsAreArray(texts));
@@ -52,7 +52,7 @@ protected:
     }
 };
 
-TEST_F(TvService, TellsOfTuningThenAnswersThenTellsTheStreamsOfAChannel) {
+TEST_F(TvService, ReportsTuningThenAnswersThenReportsTheStreamsOfAChannel) {
     asker->play(0, 1, one);
     const auto heard = asker->heard();
     EXPECT_THAT(namesOf(heard), ElementsAre("TvServiceTunerStatusMessage", "TvServiceInfo", "TvServiceTunerResult",
@@ -79,7 +79,7 @@ TEST_F(TvService, JustAnswersWhatNoTunerIsNeededFor) {
     EXPECT_THAT(other->heard(), IsEmpty());
 }
 
-TEST_F(TvService, KeepsTheNewsOfAPlayBehindItsDelayedAnswer) {
+TEST_F(TvService, SendsTheNotificationsOfAPlayAfterItsDelayedAnswer) {
     faults.set("delay=20");
     asker->play(0, 0, one);
     const auto heard = namesOf(asker->heardUntil("TvServiceTeletextInfo"));
@@ -88,7 +88,7 @@ TEST_F(TvService, KeepsTheNewsOfAPlayBehindItsDelayedAnswer) {
     EXPECT_LT(at("TvServiceInfo"), at("TvServiceTunerResult"));
 }
 
-TEST_F(TvService, KeepsBackTheAnswerOnlyWhenMute) {
+TEST_F(TvService, SendsNotificationsWithoutAnAnswerWhenMute) {
     faults.set("mute=on");
     asker->play(0, 0, one);
     const auto heard = namesOf(asker->heard());
@@ -96,7 +96,7 @@ TEST_F(TvService, KeepsBackTheAnswerOnlyWhenMute) {
     EXPECT_EQ(std::count(heard.begin(), heard.end(), "TvServiceInfo"), 0);
 }
 
-TEST_F(TvService, AnswersAListOfAThousandChannelsWhateverItTellsBesides) {
+TEST_F(TvService, AnswersAListOfAThousandChannelsBesideItsNotifications) {
     std::vector<tvservice::TvServiceReq_t> requests(1000);
     for (std::size_t i = 0; i < requests.size(); ++i) {
         requests[i].terminal = {0, static_cast<int>(i)};
@@ -110,7 +110,7 @@ TEST_F(TvService, AnswersAListOfAThousandChannelsWhateverItTellsBesides) {
     EXPECT_THAT(heard, SizeIs(64 + 1 + 64 * 5));
 }
 
-TEST_F(TvService, ChoosesATrackAndTellsEverybody) {
+TEST_F(TvService, ChoosesATrackAndNotifiesAllClients) {
     asker->play(0, 0, one);
     forget();
     chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(0, 0, 2, 7);
@@ -139,7 +139,7 @@ TEST_F(TvService, TurnsATrackOffAndPlaysWithTheUsualOnesAgain) {
     EXPECT_EQ(asker->heard()[3].arguments["info"]["intParam1"], 1);
 }
 
-TEST_F(TvService, TellsOnlyTheAskerThatATrackCannotBeChosen) {
+TEST_F(TvService, NotifiesOnlyTheAskerThatATrackCannotBeChosen) {
     asker->play(0, 0, one);
     asker->play(0, 1, "hdmi://1");
     forget();
@@ -188,7 +188,7 @@ TEST_F(TvService, SwapsWhatTwoWindowsShowWithTheirTracks) {
     EXPECT_EQ(asker->heard().back().arguments["info"]["intParam1"], 4);
 }
 
-TEST_F(TvService, TellsOnlyTheAskerThatWindowsCannotBeSwapped) {
+TEST_F(TvService, NotifiesOnlyTheAskerThatWindowsCannotBeSwapped) {
     const auto swap = [&](int type) {
         asker->ask<messages::TvServiceSwapWinReq>(tvservice::TvServiceSwapWinReq_t{type});
         onlyTheAskerHears({R"(TvServiceSwapWinInfo {"info":{"intParam1":-1}})"});
@@ -238,7 +238,7 @@ TEST_F(TvService, RefusesPlaysOnALockedTerminalUntilItIsUnlocked) {
     EXPECT_THAT(asker->heard(), SizeIs(8));
 }
 
-TEST_F(TvService, RefusesAClientsTerminalsBeyondItsShareWithoutNewsAndServesAnother) {
+TEST_F(TvService, RefusesAClientsTerminalsBeyondItsShareWithoutNotificationsAndServesAnother) {
     const host::LogCapture log({services::logModule});
     std::vector<tvservice::TvServiceReq_t> requests(300);
     for (std::size_t i = 0; i < requests.size(); ++i) {
@@ -268,7 +268,7 @@ TEST_F(TvService, RefusesAClientsTerminalsBeyondItsShareWithoutNewsAndServesAnot
     EXPECT_THAT(other->heard(), SizeIs(7));
 }
 
-TEST_F(TvService, TellsOnlyTheAskerOfALockThatChangesNothingOrIsRefused) {
+TEST_F(TvService, NotifiesOnlyTheAskerOfALockThatChangesNothingOrIsRefused) {
     const host::LogCapture log({services::logModule});
     lock(3, 0, 0, 0); // unlocks what is not locked
     onlyTheAskerHears({R"(TvServiceStatusInfo {"info":{"intParam1":0,"services":[]}})"});
@@ -280,25 +280,25 @@ TEST_F(TvService, TellsOnlyTheAskerOfALockThatChangesNothingOrIsRefused) {
     EXPECT_EQ(service.tables()[0].refused, 100 - services::bounds::terminalsOfAClient);
 }
 
-TEST_F(TvService, HasRoomForOthersHoweverOftenAClientReconnectsAndInventsTerminals) {
+// Plays, or locks, on as many terminals of a type as a client may have.
+void playOnAShare(Client& client, int type) {
+    std::vector<tvservice::TvServiceReq_t> requests(services::bounds::terminalsOfAClient);
+    for (std::size_t id = 0; id < requests.size(); ++id) {
+        requests[id].terminal = {type, static_cast<int>(id)};
+        requests[id].uri = one;
+    }
+    client.ask<messages::TvServiceReq>(requests);
+}
+void lockAShare(Client& client, int type) {
+    for (int id = 0; id < static_cast<int>(services::bounds::terminalsOfAClient); ++id)
+        client.ask<messages::SetParentalLockInfo>(tvservice::TvServiceParentalLockInfo_t{{type, id}, 1, 12});
+}
+
+TEST_F(TvService, ForgetsTheTracksOfATerminalThatItEvicts) {
     const host::LogCapture log({services::logModule});
-    for (int type = 1; type <= 5; ++type)
-        reconnect([&](Client& visitor) {
-            std::vector<tvservice::TvServiceReq_t> requests(services::bounds::terminalsOfAClient);
-            for (std::size_t id = 0; id < requests.size(); ++id) {
-                requests[id].terminal = {type, static_cast<int>(id)};
-                requests[id].uri = one;
-            }
-            visitor.ask<messages::TvServiceReq>(requests);
-        });
-    EXPECT_EQ(table.count().held, services::bounds::terminals);
-    forget();
+    for (int type = 1; type <= 5; ++type) reconnect([&](Client& visitor) { playOnAShare(visitor, type); });
     other->play(9, 0, one);
-    const auto heard = other->heard();
-    ASSERT_THAT(heard, SizeIs(7));
-    EXPECT_EQ(heard[1].arguments["infos"][0]["result"], services::result::done);
-    EXPECT_EQ(table.count().refused, 0U);
-    // The terminal that was forgotten for it has no tracks any more.
+    forget();
     const auto resultOn = [&](int id) -> int {
         chooseTrack<messages::TvServiceTeletextReq, tvservice::TvServiceTeletextReq_t>(2, id, 1);
         return asker->heard().back().arguments["info"]["intParam2"];
@@ -307,21 +307,51 @@ TEST_F(TvService, HasRoomForOthersHoweverOftenAClientReconnectsAndInventsTermina
     EXPECT_EQ(resultOn(1), services::result::done);
 }
 
-TEST_F(TvService, LocksATerminalHoweverOftenAClientReconnectsAndLocksItsOwn) {
+// A table of the service, what fills a client's share of it, and a request for one entry more.
+struct Filling {
+    const char* table;
+    void (*fillShare)(Client& client, int type);
+    void (*ask)(Client& client);
+    bool (*isGranted)(const std::vector<Heard>& heard);
+};
+
+class FullTable : public TvService, public testing::WithParamInterface<Filling> {
+protected:
+    services::TableCount count() const {
+        auto tables = service.tables();
+        tables.push_back(table.count());
+        return *std::find_if(tables.begin(), tables.end(),
+                             [](const auto& counted) { return counted.name == GetParam().table; });
+    }
+};
+
+TEST_P(FullTable, TakesAnotherClientsEntryHoweverOftenOneReconnectsAndFillsItsShare) {
     const host::LogCapture log({services::logModule});
-    for (int type = 1; type <= 5; ++type)
-        reconnect([&](Client& visitor) {
-            for (int id = 0; id < static_cast<int>(services::bounds::terminalsOfAClient); ++id)
-                visitor.ask<messages::SetParentalLockInfo>(tvservice::TvServiceParentalLockInfo_t{{type, id}, 1, 12});
-        });
-    EXPECT_EQ(service.tables()[0].held, services::bounds::terminals);
+    for (int type = 1; type <= 5; ++type) reconnect([&](Client& visitor) { GetParam().fillShare(visitor, type); });
+    EXPECT_EQ(count().held, services::bounds::terminals);
     forget();
-    lock(9, 0, 1, 12);
+    GetParam().ask(*other);
     const auto heard = other->heard();
-    ASSERT_THAT(heard, SizeIs(1));
-    EXPECT_EQ(heard[0].arguments["info"]["services"].back()["intParam1"], 9);
-    EXPECT_EQ(service.tables()[0].refused, 0U);
+    EXPECT_TRUE(GetParam().isGranted(heard)) << testing::PrintToString(textsOf(heard));
+    EXPECT_EQ(count().held, services::bounds::terminals);
+    EXPECT_EQ(count().refused, 0U);
 }
+
+const Filling fillings[] = {
+    {"terminals", playOnAShare, [](Client& client) { client.play(9, 0, one); },
+     [](const auto& heard) {
+         return heard.size() == 7 && heard[1].arguments["infos"][0]["result"] == services::result::done;
+     }},
+    {"locks", lockAShare,
+     [](Client& client) {
+         client.ask<messages::SetParentalLockInfo>(tvservice::TvServiceParentalLockInfo_t{{9, 0}, 1, 12});
+     },
+     [](const auto& heard) {
+         return heard.size() == 1 && heard[0].arguments["info"]["services"].back()["intParam1"] == 9;
+     }},
+};
+INSTANTIATE_TEST_SUITE_P(Of, FullTable, testing::ValuesIn(fillings),
+                         [](const auto& test) { return std::string(test.param.table); });
 
 TEST_F(TvService, RefusesADownloadOfPackagesWithLongNames) {
     asker->ask<messages::RequestPackagesReq>(tvservice::reqeustOadType_t{1},
@@ -341,7 +371,7 @@ TEST_F(TvService, AsksAllOthersToReleaseATunerAndConfirmsToTheAsker) {
     onlyTheAskerHears({R"(TvServiceAskReleaseConf {"confirmation":{"intParam1":-1,"byteParam1":0}})"});
 }
 
-TEST_F(TvService, TellsEverybodyThatTheServiceListHasChanged) {
+TEST_F(TvService, NotifiesAllClientsThatTheServiceListHasChanged) {
     asker->ask<messages::TvServiceSListChangedInd>(tvservice::TvServiceSListChangedInd_t{12});
     bothHear({R"(TvServiceStatusInfo {"info":{"intParam1":12,"services":[]}})"});
 }
@@ -354,7 +384,7 @@ TEST_F(TvService, SaysWhatATryRunWouldPlay) {
     onlyTheAskerHears(texts);
 }
 
-TEST_F(TvService, ChangesTheSoundOfAMultichannelBroadcastForEverybody) {
+TEST_F(TvService, ChangesTheSoundOfAMultichannelBroadcastForAllClients) {
     asker->ask<messages::MtsAudioChangeReq>(tvservice::MtsAudioTrack_t{2});
     bothHear({R"(TvServiceMtsAudioTrackInfoNotify {"track":2})"});
     asker->ask<messages::MtsAudioChangeReq>(tvservice::MtsAudioTrack_t{-1});
@@ -370,7 +400,7 @@ TEST_F(TvService, ChoosesTheConditionalAccessService) {
     onlyTheAskerHears({R"(TvServiceCiSasMessageInfo {"info":{"intParam1":-4,"byteParam1":0}})"});
 }
 
-TEST_F(TvService, TellsEverybodyAboutANewSource) {
+TEST_F(TvService, NotifiesAllClientsOfANewSource) {
     asker->ask<messages::TvServiceSourceChanged>(std::string("cable"));
     asker->ask<messages::TvServiceSourceChanged>(std::string());
     bothHear({R"(TvServiceNetworkChangeMsg {"message":{"byteParam1":1,"strParam1":"cable"}})",
@@ -392,7 +422,7 @@ TEST_F(TvService, TurnsCaptionsOnAndOffAtTheirKey) {
                                                      R"(TvServiceCcInfoNotify {"info":{"intParam1":0}})"));
 }
 
-TEST_F(TvService, DownloadsPackagesInStepsThatEverybodyIsTold) {
+TEST_F(TvService, DownloadsPackagesAndNotifiesAllClientsOfEachStep) {
     asker->ask<messages::RequestPackagesReq>(tvservice::reqeustOadType_t{1}, std::string("kernel,apps"));
     std::vector<std::string> expected{R"(TvServiceFoundNewOadPacket {"packet":2})",
                                       R"(TvserviceOadStatusNotify {"status":1,"text":"type 1: kernel,apps"})"};
@@ -412,13 +442,13 @@ TEST_F(TvService, RefusesADownloadOfNothing) {
     onlyTheAskerHears({R"(TvserviceOadStatusNotify {"status":3,"text":"no packages are named"})"});
 }
 
-TEST_F(TvService, ToldBytesOfAnyKindTellsThemOnUnchanged) {
+TEST_F(TvService, PassesBytesOfAnyKindOnUnchanged) {
     const std::string source = std::string("a\0b", 3) + std::string(services::bounds::passedTextBytes - 3, 'x');
     asker->ask<messages::TvServiceSourceChanged>(source);
     EXPECT_EQ(asker->heard().at(0).arguments["message"]["strParam1"], source);
 }
 
-TEST_F(TvService, TellsOnlyTheAskerThatTheNameOfASourceIsTooLong) {
+TEST_F(TvService, NotifiesOnlyTheAskerThatTheNameOfASourceIsTooLong) {
     asker->ask<messages::TvServiceSourceChanged>(std::string("cable"));
     forget();
     asker->ask<messages::TvServiceSourceChanged>(std::string(services::bounds::passedTextBytes + 1, 'x'));
@@ -431,7 +461,7 @@ TEST_F(TvService, TellsOnlyTheAskerThatTheNameOfASourceIsTooLong) {
 }
 
 // A step is longer than any test: the download is still under way whenever the service ends.
-TEST(Downloads, AreOneAtATimeAndGivenUpWhenTheServiceEnds) {
+TEST(Downloads, RunOneAtATimeAndEndWithTheService) {
     host::MessageQueue queue;
     char folder[] = "/tmp/tv-service-XXXXXX";
     ASSERT_NE(mkdtemp(folder), nullptr);
