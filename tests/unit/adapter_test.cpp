@@ -320,25 +320,4 @@ TEST(Entry, MakesTheProxiesAndTheAdapterInATerminatedArray) {
     EXPECT_THAT(types, ElementsAre("TV proxy", "MM proxy", "adapter"));
 }
 
-TEST(Adapter, LogsItsEndTwice) {
-    host::LogCapture log{{genrpc::AdapterLog}};
-    { ModelTvServiceAdapter adapter; }
-    const auto lines = log.lines();
-    ASSERT_THAT(lines, SizeIs(3));
-    EXPECT_THAT(lines[0].text, HasSubstr(":ModelTvServiceAdapter(): Called."));
-    EXPECT_THAT(lines[1].text, HasSubstr(":~ModelTvServiceAdapter(): Called."));
-    EXPECT_THAT(lines[2].text, HasSubstr(":~ModelTvServiceAdapter(): Called."));
-}
-
-TEST(Adapter, ReportsAFailingBaseAndRegistersNothing) {
-    host::LogCapture log{{genrpc::AdapterLog}};
-    ModelTvServiceAdapter detached;
-    EXPECT_EQ(detached.setupDone(), -107);
-    EXPECT_EQ(detached.start(), -107);
-    EXPECT_EQ(detached.stop(), -107);
-    for (const char* step : {"performSetupDone", "performStarting", "performStopping"})
-        EXPECT_TRUE(
-            log.waitFor(std::string(step) + "(): Parent class " + step + "() returned -107.", std::chrono::seconds(0)));
-}
-
 } // namespace

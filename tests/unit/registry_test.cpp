@@ -85,6 +85,4 @@ TEST_F(Registry, DropsTheRegistrationsOfADetachedMember) {
     EXPECT_FALSE(isRegistered("number"));
 }
 
-TEST(MessageIds, OfNobodyAreZero) { EXPECT_EQ(frame::MsgIds::none, (frame::MsgIds{0, 0})); }
-
 } // namespace
