@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The product alone, built and installed over a platform folder of somebody else's: other_platform.sh BUILD SOURCE
+# The product alone, built and installed against another platform folder: other_platform.sh BUILD SOURCE
 # That platform has the headers' names and brings a library; here it is the host platform's, which is at hand.
 set -euo pipefail
 build=$1 source=$2

@@ -1,4 +1,4 @@
-// What a whole receiver makes of bad input: from a peer on a socket and from people at a shell.
+// How a whole receiver handles bad input: from a peer on a socket and from users at a shell.
 #include "support/queue-fixture.h"
 
 #include <tvservice/messages.h>
@@ -24,7 +24,7 @@ using queue_test::words;
 using testing::HasSubstr;
 namespace messages = tvservice::messages;
 
-// A TV service that says whatever a test wants, to one client at a time.
+// A TV service that sends whatever a test wants, to one client at a time.
 class HandMadeTvService {
 public:
     HandMadeTvService(const std::string& path, std::string hello) : hello_(std::move(hello)) {
@@ -41,7 +41,7 @@ public:
         close(listener_);
     }
 
-    // Takes the next client in and agrees with it.
+    // Accepts the next client and answers its hello.
     void welcome() {
         close(client_);
         client_ = accept(listener_, nullptr, nullptr);
@@ -73,7 +73,7 @@ protected:
             if (counters.at("service") == "tvservice") return counters;
         return nullptr;
     }
-    // Waits until so many messages could not be decoded, and for the log line that says why.
+    // Waits until this many messages could not be decoded, and for the log line with the reason.
     void expectUndecodable(unsigned count, const std::string& reason) {
         EXPECT_TRUE(kit.waitFor([&] { return tvConnection().at("undecodable") == count; }, patience))
             << tvConnection().dump();
@@ -101,8 +101,8 @@ protected:
     ReceiverKit kit;
 };
 
-TEST_F(ReceiverWithBadInput, CountsAndLogsWhatItsTvServiceSaysWronglyAndServesOn) {
-    // An honest service's greeting, for the one that takes its place.
+TEST_F(ReceiverWithBadInput, CountsAndLogsMalformedMessagesAndServesOn) {
+    // The hello of the real service, for the one that replaces it.
     kit.start(Part::tvService);
     const std::string path = (kit.runtimeFolder() / "tvservice.sock").string();
     const std::size_t helloSize = 32 + std::strlen(tvservice::serviceName) + tvservice::messageSet().count * 24;
@@ -130,7 +130,7 @@ TEST_F(ReceiverWithBadInput, CountsAndLogsWhatItsTvServiceSaysWronglyAndServesOn
         service.say(frameOf(messages::TvServicePlayInfo::meta, 8, words({5, 0xFFFFFFF0}, false)));
         expectUndecodable(3, "message 0x28671259 dropped: string at byte 0");
 
-        // What comes behind a bad one in the same breath is served.
+        // A good message behind a bad one, in the same send, is served.
         const auto mtsTrack = messages::TvServiceMtsAudioTrackInfoNotify::meta;
         service.say(frameOf(tuner, tunerSize - 1, std::string(tunerSize - 1, '\0')) +
                     frameOf(mtsTrack, 4, words({77}, false)));

@@ -76,7 +76,7 @@ TEST_F(FrameHost, UndoesEverythingWhenAMembersStartFails) {
                     "first-application 2: destroyed", "first-application 1: destroyed"));
 }
 
-TEST_F(FrameHost, StartsNobodyWhenASetUpFails) {
+TEST_F(FrameHost, StartsNoMemberWhenASetUpFails) {
     const Outcome outcome = run(commandOf({"unset-application"}));
     EXPECT_EQ(outcome.exitCode, failed);
     EXPECT_THAT(outcome.error, AllOf(HasSubstr("setupDone returned -12"), HasSubstr("did not start (-12)")));
@@ -176,7 +176,8 @@ TEST_F(FrameHost, SaysBeforeItLoadsAnythingWhatBlocksTheShell) {
     }
 }
 
-// With however few: it either says what is missing, or comes up. 127 is the loader's, which needs some, too.
+// With any number of descriptors it either reports what is missing or starts. 127 is the exit code of the loader, which
+// needs descriptors, too.
 TEST_F_WHERE(support::runsWithoutDescriptors, FrameHost, EndsOrderlyWithoutDescriptors) {
     bool refused = false;
     for (int descriptors = 5; descriptors <= 14; ++descriptors) {

@@ -48,7 +48,7 @@ inline bool eventually(const std::function<bool()>& condition) {
 
 class Programs : public testing::Test {
 protected:
-    // A program under way. What it writes goes to files, told apart.
+    // A running program. Its output and its errors go to files of their own.
     class Running {
     public:
         Running(const Programs& place, const Words& command, const std::string& script)
@@ -110,7 +110,7 @@ protected:
     Outcome run(const Words& command) const { return start(command)->wait(); }
     Outcome run(const Words& command, const std::string& script) const { return start(command, script)->wait(); }
 
-    // What is in a folder, without the locks, which stay when a program ends.
+    // The files of a folder without the locks, which stay when a program ends.
     static std::vector<std::string> filesIn(const std::filesystem::path& place) {
         std::vector<std::string> names;
         if (std::filesystem::exists(place))

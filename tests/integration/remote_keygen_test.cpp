@@ -1,4 +1,4 @@
-// Keys as people make them.
+// tvctl keygen as users run it.
 #include "integration/program-run.h"
 
 #include <host/keys.h>
@@ -43,7 +43,7 @@ TEST_F(Keygen, PrintsNothingButTheKeyWhenQuiet) {
     EXPECT_EQ(made, (Outcome{done, host::readKeys(file).publicKey + "\n", ""}));
 }
 
-TEST_F(Keygen, TellsItToProgramsToo) {
+TEST_F(Keygen, PrintsJsonForPrograms) {
     const Outcome made = keygen({"--json", file});
     EXPECT_EQ(made.error, "");
     const nlohmann::json expected{{"public", host::readKeys(file).publicKey}, {"file", file}};
@@ -61,7 +61,7 @@ TEST_F(Keygen, ShowsThePublicKeyOfAFile) {
     EXPECT_THAT(open.error, AllOf(HasSubstr(file), HasSubstr("open to other users")));
 }
 
-TEST_F(Keygen, LeavesAFileAloneThatIsThere) {
+TEST_F(Keygen, LeavesAnExistingFileAlone) {
     std::ofstream(file) << "precious";
     const Outcome outcome = keygen({file});
     EXPECT_EQ(outcome.exitCode, failed);

@@ -67,7 +67,7 @@ TEST_F(TvctlConfig, SaysOfEachValueWhereItCameFrom) {
     EXPECT_FALSE(std::filesystem::exists(runtimeFolder())) << "it needs no receiver";
 }
 
-TEST_F(TvctlConfig, SaysItToProgramsToo) {
+TEST_F(TvctlConfig, PrintsJsonForPrograms) {
     configure("keys.clients = [\"one\", \"two\"]\n");
     for (const Outcome& outcome : {config({"--json"}), config({}, {"--json"})}) {
         ASSERT_EQ(outcome.exitCode, done) << outcome.error;
@@ -108,7 +108,7 @@ TEST_F(TvctlConfig, RefusesWhatIsWrong) {
                                  "tvctl: " + file +
                                      ":1: endpoints.mmservice: not tcp://HOST:PORT: \"tcp://services.example\"\n"}));
     configure("");
-    environment["TVSA_FLAT_HEAP_MB"] = "much"; // which others go on without
+    environment["TVSA_FLAT_HEAP_MB"] = "much"; // other programs start without it
     EXPECT_EQ(config(), (Outcome{badData, "", "tvctl: TVSA_FLAT_HEAP_MB: not a number from 32 to 2048: \"much\"\n"}));
 }
 

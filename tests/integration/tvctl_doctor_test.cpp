@@ -1,4 +1,4 @@
-// tvctl doctor as people and scripts run it, beside a receiver and without one.
+// tvctl doctor as users and scripts run it, beside a receiver and without one.
 #include "integration/program-run.h"
 
 #include <nlohmann/json.hpp>
@@ -27,7 +27,7 @@ protected:
         words.insert(words.end(), arguments.begin(), arguments.end());
         return run(words);
     }
-    // A process that serves, as soon as its shell does.
+    // Starts a service process; returns once its shell has a socket.
     std::unique_ptr<Running> serving(const Words& command) const {
         auto running = start(command);
         const std::string shell =

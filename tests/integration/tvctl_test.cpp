@@ -1,4 +1,4 @@
-// tvctl as people and scripts run it, against a shell in this process.
+// tvctl as users and scripts run it, against a shell in this process.
 #include "integration/program-run.h"
 
 #include <appovshell/shell-server.h>
@@ -57,7 +57,7 @@ protected:
         return nlohmann::json::parse(outcome.error, nullptr, false);
     }
 
-    // A connection to a shell that says nothing by itself.
+    // A connection to a shell that answers only what the test sends.
     static FileDescriptor clientOf(const FileDescriptor& listener) {
         pollfd waiting{listener.get(), POLLIN, 0};
         EXPECT_EQ(poll(&waiting, 1, 20000), 1);
@@ -91,14 +91,14 @@ TEST_F(Tvctl, PrintsWhatTheCommandPrints) {
     EXPECT_EQ(tvctl({"show", "no line feed"}), (Outcome{done, "<no line feed>\n", ""}));
 }
 
-TEST_F(Tvctl, HandsWordsOverAsTheyAre) {
+TEST_F(Tvctl, PassesWordsOnUnchanged) {
     serve();
     for (const char* word : {"", " ", "\"", "\\", "a b", "--json", "-x", "--", "@file", "x=1", "\xC3\xA4"})
         EXPECT_EQ(tvctl({"show", word}), (Outcome{done, std::string("<") + word + ">\n", ""})) << word;
     EXPECT_EQ(tvctl({"say", "a", "--timeout", "0", "--", "--help"}), (Outcome{done, "a --timeout 0 -- --help\n", ""}));
 }
 
-TEST_F(Tvctl, HandsAnArgumentOfFourKibibytesOver) {
+TEST_F(Tvctl, PassesAnArgumentOfFourKibibytesOn) {
     serve();
     const std::string text(4096, 'x');
     EXPECT_EQ(tvctl({"show", text}), (Outcome{done, "<" + text + ">\n", ""}));
@@ -127,7 +127,7 @@ TEST_F(Tvctl, SaysWhyACommandFailed) {
     EXPECT_EQ(errorOf(json), nlohmann::json({{"error", "no tuner"}, {"status", -16}}));
 }
 
-TEST_F(Tvctl, KeepsQuietAboutSuccessOnly) {
+TEST_F(Tvctl, PrintsNothingButFailuresWhenQuiet) {
     serve();
     EXPECT_EQ(tvctl({"--quiet", "say", "x"}), (Outcome{done, "", ""}));
     EXPECT_EQ(tvctl({"--quiet", "fail", "16"}), (Outcome{failed, "", "tvctl: no tuner\n"}));
@@ -212,7 +212,7 @@ TEST_F(Tvctl, IsRefusedByAShellOfAnotherUser) {
     EXPECT_THAT(outcome.error, HasSubstr("serves its own user only"));
 }
 
-TEST_F(Tvctl, RecognisesAnAnswerThatIsNone) {
+TEST_F(Tvctl, ReportsAMalformedAnswer) {
     const auto listener = appovshell::listenAt(shellPath());
     const auto running = start(commandOf({"help"}));
     const auto client = clientOf(listener);

@@ -1,4 +1,4 @@
-// What the programs say and leave behind when they cannot have their sockets, their channel list or their options.
+// What the programs report and leave behind when their sockets, their channel list or their options cannot be used.
 #include "integration/program-run.h"
 
 #include <cstring>
@@ -41,7 +41,7 @@ INSTANTIATE_TEST_SUITE_P(EndsOrderly, AProgram, testing::Values("tvserviced", "m
                              return name;
                          });
 
-TEST_P(AProgram, RefusesARuntimeFolderThatIsNone) {
+TEST_P(AProgram, RefusesARuntimeFolderThatIsAFile) {
     std::ofstream(runtimeFolder()) << "kept";
     expectRefusal("not a folder");
     EXPECT_EQ(contentOf(runtimeFolder()), "kept");
@@ -110,7 +110,7 @@ TEST_P(AService, RefusesWrongOptions) {
     EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));
 }
 
-TEST_P(AService, LeavesNothingBehindWhenItCannotTellThatItIsReady) {
+TEST_P(AService, LeavesNothingBehindWhenItCannotReportThatItIsReady) {
     const Outcome outcome = serve({"--ready-fd", "77"});
     EXPECT_EQ(outcome.exitCode, failed);
     EXPECT_THAT(outcome.error, HasSubstr(std::string(GetParam()) + ": --ready-fd 77: Bad file descriptor\n"));

@@ -1,4 +1,4 @@
-// What the programs do with a configuration that they cannot use: nothing.
+// With a wrong configuration the programs report it and do nothing.
 #include "integration/program-run.h"
 
 namespace {
@@ -69,7 +69,7 @@ TEST_P(AConfiguredProgram, RefusesAWrongVariable) {
     expectRefusal("TVSA_HEARTBEAT_MS: not a number from 10 to 60000: \"often\"");
 }
 
-TEST_P(AConfiguredProgram, RefusesAnEndpointThatIsNone) {
+TEST_P(AConfiguredProgram, RejectsAMalformedEndpoint) {
     const std::string path = configure("some.toml", "[endpoints]\ntvservice = \"tcp://127.0.0.1\"\n");
     environment["TVSA_CONFIG"] = path;
     expectRefusal(path + ":2: endpoints.tvservice: not tcp://HOST:PORT: \"tcp://127.0.0.1\"");
@@ -79,7 +79,7 @@ TEST_P(AConfiguredProgram, RefusesAnEndpointThatIsNone) {
     expectRefusal("TVSA_ENDPOINT_TVSERVICE: socket path too long (108 bytes): " + tooLong);
 }
 
-TEST_P(AConfiguredProgram, SaysWhatItCanDoAllTheSame) {
+TEST_P(AConfiguredProgram, PrintsItsHelp) {
     environment["TVSA_CONFIG"] = configure("some.toml", "[queue");
     const Outcome outcome = run({program(GetParam()), "--help"});
     EXPECT_EQ(outcome.exitCode, 0);

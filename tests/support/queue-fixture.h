@@ -1,4 +1,4 @@
-// A service and a client on the message queue, peers that say whatever a test wants, and the messages they exchange.
+// A service and a client on the message queue, peers that send whatever a test wants, and the messages they exchange.
 #pragma once
 
 #include "support/remote-endpoint.h"
@@ -37,12 +37,12 @@ inline const vdl::EndianEntry textEntries[] = {{0, vdl::EndianNested, &__vdl_End
 inline const vdl::EndianTable textTable{8, textEntries};
 
 inline const frame::MsgMeta numberMeta{1, 0x100, 0x2001, 1}, textMeta{1, 0x100, 0x2002, 1},
-    strangeMeta{1, 0x100, 0x2003, 1};
+    unknownMeta{1, 0x100, 0x2003, 1};
 inline const frame::MessageDescription descriptions[] = {{"Number", numberMeta, &numberTable},
                                                          {"Text", textMeta, &textTable}};
 inline const frame::MessageSet messages{descriptions, 2};
 
-// Rung by all that arrives: messages and connection news.
+// Rung by every arrival: messages and changes of a connection.
 class Bell {
 public:
     void ring() {
@@ -77,7 +77,7 @@ inline bool eventually(const std::function<bool()>& condition) {
     }
 }
 
-// What arrives at one door.
+// What arrives through one module.
 struct Inbox {
     int add(const frame::TransportInfo& transport, std::uint32_t number, std::string text) {
         {
@@ -159,8 +159,8 @@ public:
         address.sun_family = AF_UNIX;
         path.copy(address.sun_path, sizeof address.sun_path - 1);
         EXPECT_EQ(0, ::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address));
-        const timeval patience{10, 0};
-        setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        const timeval timeout{10, 0};
+        setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
     }
     ~RawPeer() {
         if (socket_ >= 0) ::close(socket_);
@@ -177,7 +177,7 @@ public:
         bytes.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
         return bytes;
     }
-    bool turnedAway() { // after at most a hello
+    bool isRejected() { // after at most a hello
         if (remote_) return remote_->isEnded();
         char byte[4096];
         ssize_t count;
@@ -252,9 +252,9 @@ protected:
         EXPECT_EQ(0, ::bind(bound, reinterpret_cast<sockaddr*>(&address), sizeof address));
         return bound;
     }
-    // As a server that died leaves it.
+    // Leaves a socket as a killed server does.
     void leaveSocketBehind() { ::close(boundSocket()); }
-    // The hello that a peer of the server must say.
+    // The hello that a peer of the server must send.
     std::string honestHello() { return RawPeer(path).hear(helloSize); }
     bool honestClientServed() {
         const auto before = serverInbox.size();

@@ -14,7 +14,7 @@
 
 namespace support {
 
-// A port that nobody has at the moment.
+// A port that is free at the moment.
 inline int freePort() {
     const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};

@@ -11,7 +11,7 @@ namespace support {
 enum class Fault {
     none,
     noCertificate,   // it proves nothing
-    unfinishedProof, // it shows a public key and says nothing more
+    unfinishedProof, // it shows a public key and sends nothing more
     stolenKey,       // it shows a public key whose secret one it does not have
     olderProtocol,   // TLS 1.2
     unknownAlgorithm // a certificate with a key of another kind
@@ -23,7 +23,7 @@ public:
     explicit RemotePeer(const std::string& address, Fault fault = Fault::none);
     ~RemotePeer();
 
-    bool isAccepted() const { return accepted_; } // the service has said something
+    bool isAccepted() const { return accepted_; } // the service has sent something
     bool say(const std::string& bytes);           // whether the other side took them all
     void sayKeyUpdate();
     // As many bytes as there are until the end, or the time is over.

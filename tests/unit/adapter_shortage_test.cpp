@@ -27,7 +27,7 @@ using namespace shortage_test;
 
 // ---- requests ----
 
-// Proxies at doors whose services are not there, so that what is sent waits in the queue.
+// Proxies whose services do not run, so that what is sent waits in the queue.
 class RequestWithoutMemory : public queue_test::MessageQueue {
 protected:
     RequestWithoutMemory() {
@@ -258,7 +258,7 @@ INSTANTIATE_TEST_SUITE_P(InAll, AdapterWithoutMemory, testing::ValuesIn(shortage
 
 // ---- clients ----
 
-// A list of clients that cannot grow: nobody is lost or half added. Each registry has one of its own.
+// A list of clients that cannot grow: no client is lost or half added. Each registry has a list of its own.
 template <class Registry, class Client> void expectClientsKept(Shortage shortage) {
     Registry registry;
     std::vector<boost::shared_ptr<Client>> known;

@@ -1,4 +1,4 @@
-// What is wrong in a configuration file is said with its line, and what becomes of a process that cannot use it.
+// Errors in a configuration file are reported with their line; and what a process does that cannot use the file.
 #include "support/configuration-folder.h"
 #include "support/test-where.h"
 
@@ -71,7 +71,7 @@ TEST_F(ConfigurationFile, NamesWhatItsTablesMayHave) {
     });
 }
 
-TEST_F(ConfigurationFile, RefusesNumbersThatAreNone) {
+TEST_F(ConfigurationFile, RefusesWrongNumbers) {
     const std::string wanted = "queue.messages: not a number from 1 to 2147483647: ";
     expectRefused({
         {"[queue]\nmessages = \"many\"\n", "2: " + wanted + "\"many\""},
@@ -92,7 +92,7 @@ TEST_F(ConfigurationFile, RefusesANumberInQuotes) {
     expectRefused({{"[queue]\nmessages = \"12\"\n", "2: queue.messages: a text, not a number: \"12\""}});
 }
 
-TEST_F(ConfigurationFile, RefusesTextsThatAreNone) {
+TEST_F(ConfigurationFile, RefusesWrongTexts) {
     expectRefused({
         {"[endpoints]\ntv = 7\n", "2: endpoints.tv: not a text: 7"},
         {"[endpoints]\ntv = \"\"\n", "2: endpoints.tv: not a text: \"\""},
@@ -112,7 +112,7 @@ TEST_F(ConfigurationFile, RefusesTextsThatAreNone) {
     EXPECT_THAT(refusal(), StartsWith(path + ":2: log.levels: \"loud\": \"loud\" is no level"));
 }
 
-TEST_F(ConfigurationFile, MayNameEndpointsAndKeysOnlyWhenNobodyElseCanWriteIt) {
+TEST_F(ConfigurationFile, MayNameEndpointsAndKeysOnlyWhenOnlyItsOwnerCanWriteIt) {
     for (const char* text : {"[queue]\n[endpoints]\ntv = \"/x\"\n", "\n\nkeys.file = \"/key\"\n",
                              "\n\nkeys.clients = []\n", "\n[keys.services]\ntv = \"k\"\n"})
         for (const mode_t mode : {0664U, 0646U, 0666U}) {

@@ -48,7 +48,7 @@ std::string valueOf(const std::string& name) {
     return value ? value->text : "none";
 }
 
-TEST_F(Configuration, HasTheBuiltInValuesWhenNobodySaysAnything) {
+TEST_F(Configuration, HasTheBuiltInValuesWithoutFileAndVariables) {
     const host::QueueLimits usual, limits = host::QueueLimits::fromConfiguration();
     EXPECT_EQ(limits.messages, usual.messages);
     EXPECT_EQ(limits.bytes, usual.bytes);
@@ -71,13 +71,13 @@ TEST_F(Configuration, TakesAValueFromTheFileWithItsLine) {
     EXPECT_EQ(host::QueueLimits::fromConfiguration().messages, 12U);
 }
 
-TEST_F(Configuration, GoesByTheVariableBeforeTheFile) {
+TEST_F(Configuration, TakesAVariableBeforeTheFile) {
     configure("[queue]\nmessages = 12\n");
     setenv("TVSA_QUEUE_MESSAGES", "13", 1);
     EXPECT_THAT(setting("queue.messages"), Optional(Setting{"13", "TVSA_QUEUE_MESSAGES"}));
 }
 
-TEST_F(Configuration, TakesAnEmptyVariableForOneThatIsNotSet) {
+TEST_F(Configuration, IgnoresAnEmptyVariable) {
     configure("[queue]\nmessages = 12\n");
     setenv("TVSA_QUEUE_MESSAGES", "", 1);
     EXPECT_EQ(valueOf("queue.messages"), "12");
@@ -100,7 +100,7 @@ TEST_F(Configuration, KnowsEveryServicesEndpointAndKey) {
     EXPECT_EQ(host::endpointOf("frame-test_2"), "/x");
 }
 
-TEST_F(Configuration, LimitsThePathOfASocketOnlyAndSaysWhoGaveIt) {
+TEST_F(Configuration, LimitsThePathOfASocketOnlyAndSaysWhereItCameFrom) {
     const std::string host = "tcp://" + std::string(200, 'x') + ":1";
     setenv("TVSA_ENDPOINT_TV", host.c_str(), 1);
     EXPECT_EQ(host::endpointOf("tv"), host);
@@ -109,7 +109,7 @@ TEST_F(Configuration, LimitsThePathOfASocketOnlyAndSaysWhoGaveIt) {
     EXPECT_EQ(refusalOf([] { host::endpointOf("tv"); }), "TVSA_ENDPOINT_TV: socket path too long (108 bytes): " + path);
 }
 
-TEST_F(Configuration, RefusesAnEndpointThatIsNoneAndSaysWhoGaveIt) {
+TEST_F(Configuration, RejectsAMalformedEndpointAndSaysWhereItCameFrom) {
     const std::string path = "/" + std::string(107, 'x');
     const std::array<std::array<std::string, 2>, 3> wrong{
         {{"tcp://host", "not tcp://HOST:PORT: \"tcp://host\""},
@@ -125,7 +125,7 @@ TEST_F(Configuration, RefusesAnEndpointThatIsNoneAndSaysWhoGaveIt) {
         EXPECT_EQ(refusalOf([] { host::endpointOf("mmservice"); }), "TVSA_ENDPOINT_MMSERVICE: " + problem);
         unsetenv("TVSA_ENDPOINT_MMSERVICE");
     }
-    setenv("TVSA_ENDPOINT_MMSERVICE", "tcp://no-such-host:0", 1); // only who goes there can tell
+    setenv("TVSA_ENDPOINT_MMSERVICE", "tcp://no-such-host:0", 1); // only a connection can show whether the host exists
     EXPECT_EQ(refusalOf(host::checkConfiguration), "not refused");
 }
 
@@ -185,7 +185,7 @@ TEST_F(Configuration, NeedsTheFileThatIsNamed) {
               folder + "/none.toml: there is no such file, which TVSA_CONFIG names");
 }
 
-TEST_F(Configuration, ListsEverySettingAndThoseOfTheServicesThatSomebodyGave) {
+TEST_F(Configuration, ListsEverySettingAndThoseOfConfiguredServices) {
     configure("[endpoints]\ntvservice = \"/tv\"\n[log]\nlevels = \"info\"\n");
     setenv("TVSA_ENDPOINT_TVSERVICE", "/other", 1);
     setenv("TVSA_ENDPOINT_MMSERVICE", "/mm", 1);

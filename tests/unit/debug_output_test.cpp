@@ -131,7 +131,7 @@ TEST(DebugOutput, KeepsLinesOfManyThreadsWhole) {
     EXPECT_EQ(count, 400);
 }
 
-// Those that were written, and those of which another line tells.
+// How many were written, and how many a later line counts.
 std::pair<int, int> complaintsIn(const std::string& output) {
     std::pair<int, int> counts{};
     std::istringstream lines(output);
@@ -144,7 +144,7 @@ std::pair<int, int> complaintsIn(const std::string& output) {
     return counts;
 }
 
-TEST(DebugOutput, HoldsComplaintsBackThatComeTooOftenAndTellsHowManyThereWere) {
+TEST(DebugOutput, LimitsRepeatedWarningsAndReportsHowManyThereWere) {
     const auto [written, told] = complaintsIn(printed([] {
         for (int i = 0; i < 1000; ++i) vdlDebugOutput0(lineOf(vdlDebugWarning), "peer said %d\n", i);
         host::debug::LineLimit::tellHeldBack(host::debug::LineLimit::Clock::time_point::max());
@@ -154,7 +154,7 @@ TEST(DebugOutput, HoldsComplaintsBackThatComeTooOftenAndTellsHowManyThereWere) {
     EXPECT_EQ(written + told, 1000);
 }
 
-TEST(DebugOutput, HoldsNothingBackThatIsNoComplaintOrOfAnotherKind) {
+TEST(DebugOutput, LimitsOnlyWarningsOfOneKind) {
     const auto all = printed([] {
         for (int i = 0; i < 1000; ++i) vdlDebugOutput0(lineOf(vdlDebugProgress), "step %d\n", i);
     });
@@ -168,7 +168,7 @@ TEST(DebugOutput, HoldsNothingBackThatIsNoComplaintOrOfAnotherKind) {
     EXPECT_EQ(complaintsIn(several), std::pair(50, 0));
 }
 
-TEST(DebugOutput, TellsOfComplaintsHeldBackWhenNoOtherFollows) {
+TEST(DebugOutput, ReportsLimitedWarningsWhenNoOtherFollows) {
     const host::LogCapture log({module}, false);
     printed([&] {
         for (int i = 0; i < 100; ++i) vdlDebugOutput0(lineOf(vdlDebugFailure), "peer left %d\n", i);

@@ -35,18 +35,18 @@ TEST_F(DoctorOfConfiguration, FindsAFileThatIsWrong) {
     EXPECT_THAT(checkFiles(), finds(Severity::wrong, "configuration", "there is no such file"));
 }
 
-TEST_F(DoctorOfConfiguration, FindsAFileThatIsNotThisUsersToTrust) {
+TEST_F(DoctorOfConfiguration, FindsAFileThatOthersMayWriteTo) {
     const std::string file = configure("queue.messages = 5\n", 0664);
     EXPECT_THAT(checkFiles(), finds(Severity::warning, file, "other users may write to it: mode 0664"));
 }
 
-TEST_F_WHERE(support::isRoot(), DoctorOfConfiguration, FindsAFileThatBelongsToSomebodyElse) {
+TEST_F_WHERE(support::isRoot(), DoctorOfConfiguration, FindsAFileThatBelongsToAnotherUser) {
     const std::string file = configure("queue.messages = 5\n");
     ASSERT_EQ(chown(file.c_str(), 4711, 4711), 0);
     EXPECT_THAT(checkFiles(), finds(Severity::wrong, file, "belongs to user 4711"));
 }
 
-TEST_F(DoctorOfConfiguration, WarnsOfNamesThatNobodyKnows) {
+TEST_F(DoctorOfConfiguration, WarnsOfUnknownNames) {
     EXPECT_EQ(complaintsIn(checkValues()), 0U);
     setenv("TVSA_QUEUE_BYTE", "1", 1);
     EXPECT_THAT(checkValues(), finds(Severity::warning, "TVSA_QUEUE_BYTE", "no setting has this variable"));
@@ -83,7 +83,7 @@ TEST_F(DoctorOfConfiguration, TakesTheHighestLimitsForSome) {
         EXPECT_THAT(checkLimits(), finds(Severity::wrong, name, "as good as unlimited"));
 }
 
-TEST_F(DoctorOfConfiguration, WarnsOfAWaitThatIsLongerThanAnybodys) {
+TEST_F(DoctorOfConfiguration, WarnsOfAWaitThatIsLongerThanAnyTimeout) {
     const std::string file = configure("queue.wait_ms = 600000\n");
     EXPECT_THAT(checkLimits(),
                 finds(Severity::warning, "queue.wait_ms", file + ":1: 600000 ms is longer than anybody waits"));
@@ -160,7 +160,7 @@ TEST(Report, IsATableWithoutAnythingThatSteersATerminal) {
               "1 ok, 1 warnings, 1 wrong\n");
 }
 
-TEST(Report, HasColoursForThoseWhoWantThem) {
+TEST(Report, HasColoursWhenTheyAreWanted) {
     EXPECT_THAT(asText(threeFindings(), {.coloured = true}), testing::StartsWith("\x1b[32mok\x1b[0m       run log"));
 }
 

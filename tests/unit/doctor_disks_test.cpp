@@ -1,4 +1,4 @@
-// What tvctl doctor finds on file systems that are not like others: of several layers, and such as do not answer.
+// What tvctl doctor finds on unusual file systems: overlays, and file systems that do not answer.
 #include "support/doctor-fixture.h"
 #include "support/test-where.h"
 
@@ -49,7 +49,7 @@ bool canOverlay() {
     });
 }
 
-// A file system whose other end, silent, never says anything.
+// A file system whose other end never answers.
 bool mountSilently(const std::string& place, int silent) {
     const std::string options = "rootmode=40000,user_id=0,group_id=0,fd=" + std::to_string(silent);
     return ::mount("none", place.c_str(), "fuse", 0, options.c_str()) == 0;
@@ -80,7 +80,7 @@ protected:
     std::vector<std::string> mounted;
 };
 
-TEST_F_WHERE(canOverlay(), DoctorOfDisks, TellsWhoHoldsALockWhereAFileHasADeviceOfItsOwn) {
+TEST_F_WHERE(canOverlay(), DoctorOfDisks, NamesTheHolderOfALockWhereAFileHasADeviceOfItsOwn) {
     const std::string lower = makeFolder("lower"), upper = makeFolder("upper");
     ASSERT_TRUE(mount(upper, "tmpfs", ""));
     ASSERT_TRUE(mount(runtimeFolder, "overlay",

@@ -21,12 +21,12 @@ using namespace tvctl::doctor;
 using testing::Contains;
 using testing::Field;
 
-constexpr auto patience = 10s;
+constexpr auto timeout = 10s;
 
 class DoctorOfServices : public Doctor {
 protected:
     std::string socketOf(const Service& service) const { return runtimeFolder + '/' + service.name + ".sock"; }
-    Diagnosis check(const Service& service) const { return checkService(service, patience); }
+    Diagnosis check(const Service& service) const { return checkService(service, timeout); }
 
     const Service tv = services().at(0);
 };
@@ -71,7 +71,7 @@ TEST_F(DoctorOfServices, NamesTheMessageInWhichOneDiffers) {
                 finds(Severity::wrong, "tvservice", std::string("(") + messages[0].name + ") has another layout"));
 }
 
-TEST_F(DoctorOfServices, FindsOneThatSaysNothing) {
+TEST_F(DoctorOfServices, FindsASilentService) {
     const int silent = listenAt(socketOf(tv));
     EXPECT_THAT(checkService(tv, 50ms), finds(Severity::wrong, "tvservice", "no answer within 50 ms"));
     ::close(silent);
@@ -152,7 +152,7 @@ TEST_F(DoctorOfFolders, FindsOneThatOthersCanReplace) {
     EXPECT_THAT(checkRuntimeFolder(), finds(Severity::warning, runtimeFolder, "its group can replace"));
 }
 
-TEST_F(DoctorOfFolders, WarnsWhenNobodyNamesTheRuntimeFolder) {
+TEST_F(DoctorOfFolders, WarnsWhenTheRuntimeFolderIsNotNamed) {
     unsetenv("RUNTIME_DIRECTORY");
     unsetenv("XDG_RUNTIME_DIR");
     EXPECT_THAT(checkRuntimeFolder(), finds(Severity::warning, "/tmp/tvservice-adapter-" + std::to_string(geteuid()),
@@ -162,7 +162,7 @@ TEST_F(DoctorOfFolders, WarnsWhenNobodyNamesTheRuntimeFolder) {
     EXPECT_THAT(checkStateFolder(), finds(Severity::wrong, "state folder", "no state folder"));
 }
 
-TEST_F(DoctorOfFolders, TellsLocksThatWereLeftFromThoseThatAreHeld) {
+TEST_F(DoctorOfFolders, DistinguishesLocksThatWereLeftFromThoseThatAreHeld) {
     const std::string socket = runtimeFolder + "/tvservice.sock", lock = socket + ".lock";
     {
         const host::io::SocketLock held("service tvservice", socket);
@@ -177,7 +177,7 @@ TEST_F(DoctorOfFolders, TellsLocksThatWereLeftFromThoseThatAreHeld) {
     EXPECT_THAT(checkContents(runtimeFolder), finds(Severity::wrong, lock, "no file"));
 }
 
-TEST_F(DoctorOfFolders, WarnsOfWhatNobodyHereMakes) {
+TEST_F(DoctorOfFolders, WarnsOfForeignFiles) {
     const std::string file = write("run/notes", ""), stale = runtimeFolder + "/radio.sock",
                       served = runtimeFolder + "/web.sock";
     leaveSocketAt(stale);
@@ -207,12 +207,12 @@ std::future<void> answerOnce(int listener, const std::string& reply) {
     });
 }
 
-TEST_F(DoctorOfShells, FindsThemAndHearsTheirAnswers) {
+TEST_F(DoctorOfShells, FindsThemAndReadsTheirAnswers) {
     appovshell::ShellServer shell;
     shell.open(socket, geteuid());
     shell.start();
     ASSERT_EQ(shellsIn(runtimeFolder), std::vector{socket});
-    const Diagnosis diagnosis = checkShell(socket, patience);
+    const Diagnosis diagnosis = checkShell(socket, timeout);
     EXPECT_THAT(diagnosis, finds(Severity::ok, "frame-host", "answers in its shell"));
     EXPECT_EQ(complaintsIn(diagnosis), 0U);
     EXPECT_THAT(diagnosis.doors, Contains(Field(&Door::place, socket)));
@@ -223,10 +223,10 @@ TEST_F(DoctorOfShells, FindsOneThatDoesNotAnswer) {
     const int silent = listenAt(socket);
     EXPECT_THAT(checkShell(socket, 50ms), finds(Severity::wrong, "frame-host", "timed out"));
     ::close(silent);
-    EXPECT_THAT(checkShell(socket, patience), finds(Severity::wrong, "frame-host", "is stale"));
+    EXPECT_THAT(checkShell(socket, timeout), finds(Severity::wrong, "frame-host", "is stale"));
 }
 
-TEST_F(DoctorOfShells, HearsOneWhoseClientsAreIdle) {
+TEST_F(DoctorOfShells, IsContentWithOneWhoseClientsAreIdle) {
     const host::LogCapture quiet; // of the shell, which evicts one
     appovshell::ShellServer shell;
     shell.open(socket, geteuid());
@@ -236,13 +236,13 @@ TEST_F(DoctorOfShells, HearsOneWhoseClientsAreIdle) {
         client.connect(socket);
         ASSERT_EQ(client.run("help").status, 0);
     }
-    EXPECT_THAT(checkShell(socket, patience), finds(Severity::ok, "frame-host", "answers in its shell"));
+    EXPECT_THAT(checkShell(socket, timeout), finds(Severity::ok, "frame-host", "answers in its shell"));
 }
 
 TEST_F(DoctorOfShells, WarnsOfOneWhoseClientsAreBusy) {
     const int listener = listenAt(socket);
     const auto shell = answerOnce(listener, "{\"status\":-11,\"error\":\"the shell has its 16 clients already\"}\n");
-    const Diagnosis diagnosis = checkShell(socket, patience);
+    const Diagnosis diagnosis = checkShell(socket, timeout);
     shell.wait();
     EXPECT_THAT(diagnosis, finds(Severity::warning, "frame-host", "the shell has its 16 clients already"));
     EXPECT_EQ(diagnosis.findings.size(), 1U);
@@ -252,7 +252,7 @@ TEST_F(DoctorOfShells, WarnsOfOneWhoseClientsAreBusy) {
 TEST_F(DoctorOfShells, FindsOneWhoseCommandsFail) {
     const int listener = listenAt(socket);
     const auto shell = answerOnce(listener, "{\"status\":-5,\"error\":\"out of order\"}\n");
-    const Diagnosis diagnosis = checkShell(socket, patience);
+    const Diagnosis diagnosis = checkShell(socket, timeout);
     EXPECT_THAT(diagnosis, finds(Severity::wrong, "frame-host", "out of order"));
     EXPECT_EQ(diagnosis.findings.size(), 1U);
     shell.wait();
@@ -276,13 +276,15 @@ TEST_F(DoctorOfShells, WarnsOfARequestWhoseAnswerIsOverdue) {
     shell.start();
     for (const char* quiet : {"[]", R"([{"reqId":"12","overdueMs":0,"state":"waits"}])", R"([{"reqId":"12"}])"}) {
         queue = quiet;
-        EXPECT_EQ(complaintsIn(checkShell(socket, patience)), 0U) << quiet;
+        EXPECT_EQ(complaintsIn(checkShell(socket, timeout)), 0U) << quiet;
     }
     queue = R"([{"reqId":"12","overdueMs":40000,"state":"request 12 overdue for 40.0 s"}])";
-    EXPECT_THAT(checkShell(socket, patience), finds(Severity::warning, "frame-host", "request 12 overdue for 40.0 s"));
+    EXPECT_THAT(checkShell(socket, timeout), finds(Severity::warning, "frame-host", "request 12 overdue for 40.0 s"));
 }
 
-TEST_F(DoctorOfShells, HasNothingToSayOfOneThatIsGone) { EXPECT_TRUE(checkShell(socket, patience).findings.empty()); }
+TEST_F(DoctorOfShells, ReportsNothingAboutAShellThatHasGone) {
+    EXPECT_TRUE(checkShell(socket, timeout).findings.empty());
+}
 
 class DoctorOfTheRunLog : public Doctor {
 protected:
@@ -314,7 +316,7 @@ TEST_F(DoctorOfTheRunLog, ReadsOneThatIsInUse) {
     EXPECT_EQ(lrt::RunLogStore::readNewest(file, 10).size(), 2U);
 }
 
-TEST_F(DoctorOfTheRunLog, FindsADamagedOneAndOneOfSomebodyElse) {
+TEST_F(DoctorOfTheRunLog, FindsADamagedAndAForeignOne) {
     write(std::string("state/") + host::runLogName, std::string(8192, 'x'), 0600);
     EXPECT_THAT(checkRunLog(stateFolder), finds(Severity::wrong, file, "not a database"));
     std::filesystem::remove(file);

@@ -50,7 +50,7 @@ TEST_F(Environment, KeepsSocketsWhereTheServiceManagerSays) {
     EXPECT_EQ(host::runtimeDirectory(), folder + "/run");
 }
 
-TEST_F(Environment, KeepsSocketsInTheUsersRuntimeFolderElse) {
+TEST_F(Environment, KeepsSocketsInTheUsersRuntimeFolderOtherwise) {
     setenv("RUNTIME_DIRECTORY", "", 1);
     setenv("XDG_RUNTIME_DIR", folder.c_str(), 1);
     EXPECT_EQ(host::runtimeDirectory(), folder + "/tvservice-adapter");
@@ -106,7 +106,7 @@ TEST_F(Environment, RefusesAFolderOfAnotherUser) {
     EXPECT_THAT(refusalOf(host::runtimeDirectory), HasSubstr("belongs to another user"));
 }
 
-TEST_F(Environment, TellsWhereItsFoldersAreWithoutMakingThem) {
+TEST_F(Environment, NamesItsFoldersWithoutMakingThem) {
     setenv("RUNTIME_DIRECTORY", (folder + "/run").c_str(), 1);
     setenv("STATE_DIRECTORY", (folder + "/state").c_str(), 1);
     EXPECT_EQ(host::runtimeDirectoryPath(), folder + "/run");
@@ -125,7 +125,7 @@ TEST_F(Environment, TakesASocketFromItsOwnVariable) {
     EXPECT_EQ(host::endpointOf("tv"), "/somewhere/else");
 }
 
-TEST_F(Environment, RefusesASocketPathThatNoAddressTakes) {
+TEST_F(Environment, RefusesASocketPathThatIsTooLong) {
     const std::string fits = "/" + std::string(106, 'x');
     setenv("TVSA_ENDPOINT_TV", fits.c_str(), 1);
     EXPECT_EQ(host::endpointOf("tv"), fits);
@@ -133,7 +133,7 @@ TEST_F(Environment, RefusesASocketPathThatNoAddressTakes) {
     EXPECT_THAT(refusalOf([] { return host::endpointOf("tv"); }), HasSubstr("too long (108 bytes): " + fits));
 }
 
-TEST_F(Environment, NamesTheProcessAfterItsProgramUntilToldOtherwise) {
+TEST_F(Environment, NamesTheProcessAfterItsProgramUntilANameIsSet) {
     EXPECT_EQ(host::processName(), program_invocation_short_name);
     host::setProcessName("frame-host");
     EXPECT_EQ(host::processName(), "frame-host");

@@ -1,4 +1,4 @@
-// Records and arguments as JSON: what is read, and what a person is told about JSON that is none of them.
+// Records and arguments as JSON: what is read, and the errors for JSON that does not fit.
 #include <genrpc/json.h>
 #include <tvservice/messages.h>
 

@@ -1,4 +1,4 @@
-// Lines that peers can cause as often as they like.
+// The limit on log lines that a peer can cause at any rate.
 #include "log/line-limit.h"
 
 #include <host/log-capture.h>
@@ -36,7 +36,7 @@ unsigned admitted(LineLimit& limit, unsigned lines, LineLimit::Clock::time_point
     return count;
 }
 
-TEST(LineLimit, LetsTheFirstLinesOfEachSecondThroughAndTellsHowManyMoreThereWere) {
+TEST(LineLimit, WritesTheFirstLinesOfEachSecondAndReportsHowManyMoreThereWere) {
     static LineLimit limit("peer %s did it\n");
     const LogCapture log({module});
     EXPECT_EQ(admitted(limit, most, at(5000ms)), most);
@@ -49,7 +49,7 @@ TEST(LineLimit, LetsTheFirstLinesOfEachSecondThroughAndTellsHowManyMoreThereWere
     LineLimit::tellHeldBack(at(7000ms));
 }
 
-TEST(LineLimit, TellsOfALastFloodOnceItsSecondIsOver) {
+TEST(LineLimit, ReportsALastFloodOnceItsSecondIsOver) {
     static LineLimit limit("flood\n");
     const LogCapture log({module});
     admitted(limit, most + 7, at(20000ms));
@@ -60,7 +60,7 @@ TEST(LineLimit, TellsOfALastFloodOnceItsSecondIsOver) {
     EXPECT_THAT(textsOf(log), ElementsAre("... and 7 more like it: flood"));
 }
 
-TEST(LineLimit, LetsNoMoreThroughWhenItTellsBeforeTheSecondIsOver) {
+TEST(LineLimit, WritesNoMoreAfterAReportBeforeTheSecondIsOver) {
     static LineLimit limit("last words\n");
     const LogCapture log({module});
     admitted(limit, most + 2, at(30000ms));
@@ -70,7 +70,7 @@ TEST(LineLimit, LetsNoMoreThroughWhenItTellsBeforeTheSecondIsOver) {
     EXPECT_THAT(textsOf(log), ElementsAre("... and 2 more like it: last words", "... and 3 more like it: last words"));
 }
 
-TEST(LineLimit, TellsNothingThatWasHeldBackWhenItsLevelIsNoLongerWanted) {
+TEST(LineLimit, ReportsNothingOnceItsLevelIsSwitchedOff) {
     static LineLimit limit("quiet\n");
     const LogCapture log({module});
     admitted(limit, most + 2, at(40000ms));
@@ -79,7 +79,7 @@ TEST(LineLimit, TellsNothingThatWasHeldBackWhenItsLevelIsNoLongerWanted) {
     EXPECT_THAT(textsOf(log), IsEmpty());
 }
 
-TEST(LineLimit, DoesNotGoBackWhenAThreadIsLate) {
+TEST(LineLimit, KeepsItsSecondWhenAThreadIsLate) {
     static LineLimit limit("late\n");
     const LogCapture log({module});
     EXPECT_EQ(admitted(limit, most, at(51000ms)), most);
@@ -89,7 +89,7 @@ TEST(LineLimit, DoesNotGoBackWhenAThreadIsLate) {
     EXPECT_THAT(textsOf(log), ElementsAre("... and 10 more like it: late"));
 }
 
-TEST(LineLimit, LosesNoneOfTheLinesOfManyThreads) {
+TEST(LineLimit, CountsEveryLineOfManyThreads) {
     static LineLimit limit("crowd\n");
     const LogCapture log({module});
     constexpr unsigned each = 10000;

@@ -26,7 +26,7 @@
 
 extern "C" void** CreateTvMmService();
 
-// The process's own shell, which cannot be had here.
+// The process's own shell, which does not exist here.
 extern "C" void** CreateOvshellProxy() { return nullptr; }
 
 using testing::ElementsAreArray;
@@ -346,7 +346,7 @@ TEST(RegistrarLogLinesDeathTest, SayThatTheShellWasFound) {
         testing::ExitedWithCode(0), "");
 }
 
-TEST(RegistrarLogLinesDeathTest, SayThatThereIsNoShellToBeHad) {
+TEST(RegistrarLogLinesDeathTest, SayThatThereIsNoShell) {
     const auto saying = [](const std::string& what) {
         return testing::ContainsRegex("0x0103 failure: ovshell.cpp:[0-9]+:svcAppovshell\\(\\): " + what);
     };

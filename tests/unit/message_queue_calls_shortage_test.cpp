@@ -33,7 +33,7 @@ protected:
         startServer();
         client = std::make_unique<host::MessageQueue>(limits);
         if (std::get<0>(GetParam())) client->start();
-        client->withdraw(connect()); // the first door takes descriptors for all
+        client->withdraw(connect()); // the first connection takes descriptors for all
         atRest = descriptors();
     }
     void expectNoDoor() {
@@ -64,7 +64,7 @@ TEST_P(QueueCalls, MakeNoQueueOrAWholeOne) {
     EXPECT_GT(failEverywhere(make, nothingLeft), 1);
 }
 
-TEST_P(QueueCalls, MakeNoDoorOrAWholeOne) {
+TEST_P(QueueCalls, MakeNoConnectionOrAWholeOne) {
     EXPECT_GT(failEverywhere([this] { door = &connect(); }, [this] { expectNoDoor(); }), 1);
     client->open(*door);
     client->start();
@@ -83,7 +83,7 @@ TEST_P(QueueCalls, OfferNoServiceOrAWholeOne) {
     EXPECT_EQ(queue_test::RawPeer(folder + "/radio.sock").hear(helloSize).size(), helloSize);
 }
 
-TEST_P(QueueCalls, OpenAllDoorsOrNone) {
+TEST_P(QueueCalls, OpenAllConnectionsOrNone) {
     const std::vector<frame::OmqIOModule*> doors{&connect(), &connect()};
     const auto noneOpen = [this] {
         for (const auto& counters : client->statistics()) EXPECT_FALSE(counters.connected);
@@ -102,7 +102,7 @@ TEST_P(QueueCalls, BindAHandlerOrNone) {
     int result = 1;
     const auto bind = [&] { result = door->registerMessageHandler(numberMeta, ignore, nullptr, numberTable); };
     EXPECT_GT(failEverywhere(bind, [] {}), 0);
-    EXPECT_EQ(result, 0); // what had failed has not bound it
+    EXPECT_EQ(result, 0); // the failed calls have not bound it
     EXPECT_EQ(door->registerMessageHandler(numberMeta, ignore, nullptr, numberTable), -17);
 }
 
@@ -113,7 +113,7 @@ TEST_P(QueueCalls, StartOrCanStartLater) {
     EXPECT_TRUE(honestClientServed());
 }
 
-TEST_P(QueueCalls, TellStatisticsOrNothing) {
+TEST_P(QueueCalls, ReturnStatisticsOrThrow) {
     connect();
     std::vector<frame::IOStatistics> counters;
     EXPECT_GT(failEverywhere([&] { counters = client->statistics(); }, [&] { EXPECT_TRUE(counters.empty()); }), 0);

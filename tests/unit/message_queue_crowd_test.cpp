@@ -1,4 +1,4 @@
-// A service that many clients want at once.
+// A service to which many clients connect at once.
 #include "support/failing-allocations.h"
 #include "support/queue-fixture.h"
 
@@ -29,7 +29,7 @@ struct FirstMessage {
     std::atomic<long> descriptors{0};
 };
 
-// Else clients that keep coming would keep it from serving, and take its memory before they are served.
+// Else clients that keep connecting would use its memory and keep it from serving.
 TEST_F(MessageQueue, ServesItsFirstClientsBeforeItHasAcceptedTheLast) {
     startServer();
     const std::string hello = honestHello();
@@ -48,25 +48,24 @@ TEST_F(MessageQueue, ServesItsFirstClientsBeforeItHasAcceptedTheLast) {
     server->start();
     EXPECT_TRUE(eventually([&] { return first.taken == crowd; }));
     EXPECT_LT(first.descriptors - before, static_cast<long>(crowd / 3));
-    server.reset(); // before what its handler looks at
+    server.reset(); // before the object that its handler uses
 }
 
-// Else a crowd that keeps silent would have all descriptors, and every client after it would wait for the patience that
-// each of them is shown.
-TEST_F(MessageQueue, LetsTheOldestOfManySilentClientsMakeWay) {
+// Else silent clients would use all descriptors, and every later client would wait for their timeouts.
+TEST_F(MessageQueue, EvictsTheOldestOfManySilentClients) {
     const host::LogCapture log({0x0202});
     startServer();
     std::vector<std::unique_ptr<RawPeer>> silent;
     for (int i = 0; i < 200; ++i) silent.push_back(std::make_unique<RawPeer>(path));
     EXPECT_TRUE(log.waitFor("turned away: peer sent no hello while 64 others came", 10s));
-    EXPECT_TRUE(silent.front()->turnedAway());
+    EXPECT_TRUE(silent.front()->isRejected());
     startClient();
     EXPECT_TRUE(honestClientServed());
-    EXPECT_TRUE(eventually([&] { return atServer().refused == silent.size(); })); // the last ones when their time is up
+    EXPECT_TRUE(eventually([&] { return atServer().refused == silent.size(); })); // the last ones at their timeout
     EXPECT_TRUE(atClient().connected);
 }
 
-TEST_F(MessageQueue, LetsNoClientMakeWayThatHasSaidItsHello) {
+TEST_F(MessageQueue, EvictsNoClientThatHasSentItsHello) {
     startServer();
     const std::string hello = honestHello();
     std::vector<std::unique_ptr<RawPeer>> peers;
@@ -90,7 +89,7 @@ TEST_F(MessageQueue, RejectsTheNewestOfMoreClientsThanItTakes) {
         EXPECT_TRUE(comesIn(*peers.back()));
     }
     ASSERT_TRUE(eventually([&] { return server->clientsOf(*offered).size() == peers.size(); }));
-    EXPECT_TRUE(RawPeer(path).turnedAway());
+    EXPECT_TRUE(RawPeer(path).isRejected());
     EXPECT_TRUE(log.waitFor("client turned away: the service has its 256 clients already", 10s));
     EXPECT_EQ(atServer().refused, 1U);
     peers.pop_back();
@@ -100,7 +99,7 @@ TEST_F(MessageQueue, RejectsTheNewestOfMoreClientsThanItTakes) {
     EXPECT_TRUE(eventually([&] { return server->clientsOf(*offered).size() == 256; }));
 }
 
-TEST_F(MessageQueue, KeepsNothingOfClientsThatHaveGone) {
+TEST_F(MessageQueue, FreesWhatItHeldForClientsThatHaveGone) {
     startServer();
     const std::string hello = honestHello();
     const auto serveOneByOne = [&](std::size_t clients) {
@@ -109,7 +108,7 @@ TEST_F(MessageQueue, KeepsNothingOfClientsThatHaveGone) {
             RawPeer(path).say(hello + frameOf(numberMeta, 4, words({1}, false)));
             ASSERT_TRUE(eventually([&] { return serverInbox.size() > before && server->clientsOf(*offered).empty(); }));
         }
-        std::lock_guard lock(serverInbox.mutex); // which grows with what it has heard
+        std::lock_guard lock(serverInbox.mutex); // which grows with every message
         serverInbox.numbers.reserve(1000);
         serverInbox.texts.reserve(1000);
         serverInbox.transports.reserve(1000);
@@ -120,8 +119,8 @@ TEST_F(MessageQueue, KeepsNothingOfClientsThatHaveGone) {
     EXPECT_TRUE(eventually([&] { return support::blocksHeld - before < 25; }));
 }
 
-// Every client is counted and told of: by a line of its own, or among those that a line says were held back.
-TEST_F(MessageQueue, WritesFewLinesAboutManyClientsThatItTurnsAway) {
+// Every client is counted and logged: in a line of its own, or in the number of lines that were held back.
+TEST_F(MessageQueue, WritesFewLinesAboutManyRejectedClients) {
     const host::LogCapture log({0x0202});
     startServer();
     constexpr unsigned crowd = 2000;

@@ -40,8 +40,8 @@ protected:
     const host::LogCapture log; // keeps the refusals off the error output
 };
 
-// Else as many clients as there may be would each hold a whole queue's memory.
-TEST_F(CrowdedQueue, BoundsWhatWaitsForAllClientsTogetherAndKeepsAPartForEach) {
+// Else every client could hold the memory of a whole queue.
+TEST_F(CrowdedQueue, BoundsWhatWaitsForAllClientsTogetherAndReservesAPartForEach) {
     constexpr std::size_t silent = 8, textBytes = 512 * 1024;
     limits.bytes = 4 * 1024 * 1024;
     startServer();
@@ -63,11 +63,11 @@ TEST_F(CrowdedQueue, BoundsWhatWaitsForAllClientsTogetherAndKeepsAPartForEach) {
     EXPECT_TRUE(eventually([&] { return clientInbox.size() == 1; }));
 }
 
-// Else a client that is told much would never learn what became of its own requests.
+// Else a client with many notifications would never get the answers to its own requests.
 TEST_F(CrowdedQueue, LeavesRoomForAnswersBesideWhatAllClientsAreSent) {
     limits.messages = 80;
     limits.bytes = 4 * 1024 * 1024;
-    // How long a text is, and how many of them all clients may be sent while one takes nothing.
+    // The length of a text, and how many may be sent to all clients while one reads nothing.
     constexpr std::pair<std::size_t, std::uint64_t> sizes[] = {{16, 70}, {256 * 1024, 14}};
     for (const auto& [textBytes, toAll] : sizes) {
         startServer();

@@ -11,7 +11,7 @@
 namespace queue_test {
 namespace {
 
-// The same hello as a machine of the other byte order would say it.
+// The same hello as a machine of the other byte order sends it.
 std::string turnedHello(std::string hello, std::size_t nameLength) {
     const auto turn = [&](std::size_t at, std::size_t size) {
         std::reverse(hello.begin() + static_cast<std::ptrdiff_t>(at),
@@ -26,7 +26,7 @@ std::string turnedHello(std::string hello, std::size_t nameLength) {
     return hello;
 }
 
-TEST_F(MessageQueue, TurnsAPeerWithAnotherLayoutAway) {
+TEST_F(MessageQueue, RejectsAPeerWithAnotherLayout) {
     const frame::MessageDescription changed[] = {{"Number", numberMeta, &textTable}, {"Text", textMeta, &textTable}};
     startServer();
     testing::internal::CaptureStderr();
@@ -40,7 +40,7 @@ TEST_F(MessageQueue, TurnsAPeerWithAnotherLayoutAway) {
     EXPECT_EQ(0, news.connected);
 }
 
-TEST_F(MessageQueue, TurnsAPeerWithoutOneOfTheMessagesAway) {
+TEST_F(MessageQueue, RejectsAPeerWithoutOneOfTheMessages) {
     startServer({descriptions, 1});
     testing::internal::CaptureStderr();
     startClient();
@@ -50,7 +50,7 @@ TEST_F(MessageQueue, TurnsAPeerWithoutOneOfTheMessagesAway) {
     EXPECT_NE(std::string::npos, log.find("peer does not know message 0x00002002 (Text)")) << log;
 }
 
-TEST_F(MessageQueue, TurnsAPeerOfAnotherServiceAway) {
+TEST_F(MessageQueue, RejectsAPeerOfAnotherService) {
     startServer();
     setenv("TVSA_ENDPOINT_OTHER", path.c_str(), 1);
     if (remote) setenv("TVSA_SERVICE_KEY_OTHER", remote->keys.publicKey.c_str(), 1);
@@ -72,13 +72,13 @@ TEST_F(MessageQueue, IsNotDisturbedByGarbage) {
     garbage.say("GET / HTTP/1.0\r\n\r\n");
     newer.say("tvsq" + words({0x01020304, 2}, false));
     huge.say("tvsq" + words({0x01020304, 1, 0x7FFFFFFF, 5, 0x10000000, 0, 0}, false));
-    EXPECT_TRUE(garbage.turnedAway());
-    EXPECT_TRUE(newer.turnedAway());
-    EXPECT_TRUE(huge.turnedAway());
+    EXPECT_TRUE(garbage.isRejected());
+    EXPECT_TRUE(newer.isRejected());
+    EXPECT_TRUE(huge.isRejected());
     EXPECT_EQ(3u, atServer().refused);
     cut.say(honestHello().substr(0, 40));
     EXPECT_TRUE(honestClientServed());
-    EXPECT_TRUE(cut.turnedAway()); // when its time for a hello is over
+    EXPECT_TRUE(cut.isRejected()); // at the timeout for its hello
     EXPECT_EQ(4u, atServer().refused);
     EXPECT_TRUE(honestClientServed());
 }
@@ -87,7 +87,7 @@ TEST_F(MessageQueue, EndsAConnectionWithAnOversizedFrame) {
     startBoth();
     RawPeer large(path);
     large.say(honestHello() + frameOf(numberMeta, host::maximumMessageBytes + 1, ""));
-    EXPECT_TRUE(large.turnedAway());
+    EXPECT_TRUE(large.isRejected());
     EXPECT_EQ(1u, atServer().undecodable);
     EXPECT_TRUE(honestClientServed());
 }
@@ -96,7 +96,7 @@ TEST_F(MessageQueue, GoesOnAfterAnUndecodableMessage) {
     startServer();
     RawPeer peer(path);
     peer.say(honestHello() + frameOf(textMeta, 8, words({5, 0xFFFFFFF0}, false)) +
-             frameOf(strangeMeta, 4, words({1}, false)) + frameOf(numberMeta, 3, "abc") +
+             frameOf(unknownMeta, 4, words({1}, false)) + frameOf(numberMeta, 3, "abc") +
              frameOf(numberMeta, 4, words({42}, false)));
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 1; }));
     EXPECT_EQ(42u, serverInbox.numbers[0]);

@@ -1,4 +1,4 @@
-// A service's door while more clients come than it lets in.
+// A service's listener while many clients connect that it rejects.
 #include "transport/local-transport.h"
 #include "queue/server-door.h"
 #include "support/queue-fixture.h"
@@ -11,7 +11,7 @@
 namespace queue_test {
 namespace {
 
-// Of which none is let in.
+// Rejects every client.
 class StrictListener final : public host::io::Listener, private host::io::ListenerUser {
 public:
     StrictListener(boost::asio::io_context& io, const std::string& path) : clients_(io, "tuner", path) {}
@@ -31,10 +31,10 @@ private:
     host::io::ListenerUser* user_ = nullptr;
 };
 
-class AServersDoor : public MessageQueue {};
+class ServiceListener : public MessageQueue {};
 
-// Else those that are there already would wait until the last of a crowd is turned away.
-TEST_F(AServersDoor, TurnsAFewClientsAwayAtATime) {
+// Else connected clients would wait until the last of a crowd is rejected.
+TEST_F(ServiceListener, RejectsOnlyAFewClientsAtATime) {
     const host::LogCapture log({0x0202});
     boost::asio::io_context io{1};
     host::io::ServerDoor door(io, std::make_unique<StrictListener>(io, path), "tuner", messages, 4096, {});

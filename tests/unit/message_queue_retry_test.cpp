@@ -1,4 +1,4 @@
-// When a door that has no connection tries again.
+// When a client without a connection tries again.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <io/retry-delay.h>

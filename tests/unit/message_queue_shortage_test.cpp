@@ -58,7 +58,7 @@ using queue_test::textMeta;
 using queue_test::textTable;
 using support::allocationsLeft;
 
-// The system gives this process no more sockets while it lives. A limit on its descriptors would hit the address
+// While it lives, the system gives this process no sockets. A limit on its descriptors would hit the address
 // sanitizer, too: it opens some to look at an object of a type that is new to it.
 class NoSockets {
 public:
@@ -68,7 +68,7 @@ public:
     NoSockets& operator=(const NoSockets&) = delete;
 };
 
-// What a call with so many allocations to its name came to.
+// The result of a call with a limited number of allocations.
 struct Outcome {
     int completions = 0;
     bool threw = false;
@@ -108,7 +108,7 @@ struct Text {
     vdlDeserString_t form;
 };
 
-// Members do so when they hear that a service is not there.
+// Members send like this when a connection fails.
 struct Sender : frame::IOConnectionListener {
     void onIOConnectionConnected() override {}
     void onIOConnectionConnectionFailed() override {
@@ -186,11 +186,11 @@ TEST_F(Shortage, OfDescriptorsMakesClientsWaitUntilThereIsOne) {
         const NoSockets none;
         ASSERT_EQ(connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         EXPECT_TRUE(log.waitFor("service tuner: cannot accept clients: Too many open files", 20s));
-        EXPECT_EQ(sendNumber(*door, 2).result, 0); // those that are connected do not suffer
+        EXPECT_EQ(sendNumber(*door, 2).result, 0); // connected clients are still served
         EXPECT_TRUE(eventually([&] { return taken == 2; }));
     }
-    const timeval patience{20, 0};
-    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    const timeval timeout{20, 0};
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
     char hello = 0;
     EXPECT_EQ(recv(socket, &hello, 1, 0), 1);
     close(socket);

@@ -1,4 +1,4 @@
-// The message queue when its receiving thread has no memory for something: whatever it is, the others are served on.
+// The message queue when an allocation of its receiving thread fails: it serves the other clients.
 #include "support/failing-allocations.h"
 #include "support/queue-fixture.h"
 
@@ -42,8 +42,8 @@ std::size_t descriptors() {
 class Peer {
 public:
     explicit Peer(int socket) : socket_(socket) {
-        const timeval patience{10, 0};
-        setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        const timeval timeout{10, 0};
+        setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
     }
     Peer(Peer&& other) noexcept : socket_(std::exchange(other.socket_, -1)) {}
     ~Peer() {
@@ -52,7 +52,7 @@ public:
     bool say(const std::string& bytes) const {
         return send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
     }
-    // Less than asked for when the other end has hung up; that it does neither is a failure.
+    // Fewer bytes when the other end has hung up; a timeout is a failure.
     std::string hear(std::size_t size) const {
         std::string bytes(size, '\0');
         errno = 0;
@@ -96,7 +96,7 @@ protected:
         queue_test::bell.ring();
         return 0;
     }
-    // As a service does that tries again.
+    // Answers as a service does that tries again.
     void answer(const frame::TransportInfo& to, std::uint32_t number) const {
         for (int attempt = 0; attempt < 10; ++attempt) try {
                 door->asyncSend({}, numberMeta, &to, numberTable, &number, {});
@@ -122,7 +122,7 @@ protected:
         EXPECT_EQ(door->registerMessageHandler(numberMeta, takeNumber, this, numberTable), 0);
         queue->start();
         descriptorsAtRest = descriptors();
-        hello = Peer(connected()).hear(helloBytes); // which a client of the same messages says, too
+        hello = Peer(connected()).hear(helloBytes); // a client of the same messages sends the same
     }
     int connected() const {
         const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -130,7 +130,7 @@ protected:
         EXPECT_EQ(connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         return socket;
     }
-    // Whether a client that comes, says its hello and sends a number is answered.
+    // Whether a client that connects, sends its hello and a number gets an answer.
     bool exchange() const {
         const Peer peer(connected());
         const std::string body = "abcd";
@@ -149,7 +149,7 @@ protected:
     std::string hello;
 };
 
-TEST_P(StarvedService, ServesEachHonestClientAfterwardsAndCountsWhomItTurnedAway) {
+TEST_P(StarvedService, ServesTheNextClientAndCountsThoseItRejected) {
     const host::LogCapture quiet({0x0202});
     ASSERT_TRUE(exchange());
     ASSERT_TRUE(allGone());
@@ -168,7 +168,7 @@ TEST_P(StarvedService, ServesEachHonestClientAfterwardsAndCountsWhomItTurnedAway
     EXPECT_GT(failures, 5);
 }
 
-TEST_P(StarvedService, KeepsNoMemoryOfThoseThatCameAndWent) {
+TEST_P(StarvedService, FreesTheMemoryOfClientsThatHaveGone) {
     const auto rounds = [this] {
         const host::LogCapture quiet({0x0202});
         failElsewhereAtEveryAllocation(
@@ -210,7 +210,7 @@ protected:
         EXPECT_EQ(door->registerMessageHandler(numberMeta, takeNumber, this, numberTable), 0);
         queue->open(*door);
     }
-    // The place of the service, while it is there.
+    // A listening socket at the service's path.
     Peer listening() const {
         const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         const auto address = addressOf(path);
@@ -218,8 +218,8 @@ protected:
         EXPECT_EQ(listen(socket, 8), 0);
         return Peer(socket);
     }
-    // Comes, takes what the client sends, says something until the client has taken it, and goes. Returns the numbers
-    // that the client sent.
+    // Listens, reads what the client sends, sends a number until the client has handled it, and closes. Returns the
+    // numbers that the client sent.
     std::vector<std::uint32_t> serviceComesAndGoes() {
         std::vector<std::uint32_t> heard;
         const int before = taken;
@@ -256,7 +256,7 @@ protected:
     std::uint32_t newest = 0; // of the numbers that the client sent
 };
 
-TEST_P(StarvedClient, FindsItsServiceAgainAndLosesNothingUncounted) {
+TEST_P(StarvedClient, ConnectsAgainAndCountsEveryLostMessage) {
     const host::LogCapture quiet({0x0202});
     queue->start();
     const auto round = [this] {
@@ -278,7 +278,7 @@ TEST_P(StarvedClient, FindsItsServiceAgainAndLosesNothingUncounted) {
     EXPECT_GT(failures, 5);
 }
 
-TEST_P(StarvedClient, GivesUpInTimeWhatNobodyTakes) {
+TEST_P(StarvedClient, DropsMessagesThatWaitTooLong) {
     queue = std::make_unique<host::MessageQueue>(host::QueueLimits{10, 1000, 1ms});
     door = &queue->connectTo("tuner", messages, 64, nullptr);
     queue->open(*door);

@@ -169,7 +169,7 @@ TEST_F(MessageQueue, BindsAMessageOnlyOnce) {
     startServer();
     EXPECT_EQ(-17, offered->registerMessageHandler(numberMeta, &Inbox::onNumber, nullptr, numberTable));
     const vdl::EndianTable broken{4, textEntries};
-    EXPECT_EQ(-22, offered->registerMessageHandler(strangeMeta, &Inbox::onNumber, nullptr, broken));
+    EXPECT_EQ(-22, offered->registerMessageHandler(unknownMeta, &Inbox::onNumber, nullptr, broken));
 }
 
 TEST_F(MessageQueue, AnswersTheClientThatAsked) {
@@ -196,7 +196,7 @@ TEST_F(MessageQueue, SendsToNoClientWhenThereIsNone) {
     EXPECT_EQ(0u, atServer().sent + atServer().queued);
 }
 
-TEST_F(MessageQueue, ConnectsADoorOnlyWhenItIsOpened) {
+TEST_F(MessageQueue, ConnectsOnlyModulesThatAreOpened) {
     startServer();
     client = std::make_unique<host::MessageQueue>(limits);
     auto& closed = client->connectTo("tuner", messages, 4096, nullptr);
@@ -232,9 +232,9 @@ TEST_F(MessageQueue, SurvivesAHandlerThatThrows) {
     const auto thrower = [](const frame::MsgMeta&, const frame::TransportInfo&, const void*, void*) -> int {
         throw std::runtime_error("not today");
     };
-    EXPECT_EQ(0, offered->registerMessageHandler(strangeMeta, thrower, nullptr, numberTable));
+    EXPECT_EQ(0, offered->registerMessageHandler(unknownMeta, thrower, nullptr, numberTable));
     startClient();
-    EXPECT_EQ(0, sendNumber(*door, 1, nullptr, strangeMeta));
+    EXPECT_EQ(0, sendNumber(*door, 1, nullptr, unknownMeta));
     EXPECT_TRUE(honestClientServed());
 }
 

@@ -1,4 +1,4 @@
-// A service that one client floods while others want something.
+// A service that one client floods while others send requests.
 #include "support/queue-fixture.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@
 namespace queue_test {
 namespace {
 
-// Holds the receiving thread at each number until it is let go on, and notes who sent it. Then tells all clients.
+// Blocks the receiving thread at each number until it is released, and notes who sent it. Then notifies all clients.
 struct HeldHandler {
     static int take(const frame::MsgMeta&, const frame::TransportInfo& transport, const void*, void* context) {
         auto& self = *static_cast<HeldHandler*>(context);
@@ -41,7 +41,7 @@ struct HeldHandler {
     std::condition_variable goOn;
     bool released = false;
     std::chrono::milliseconds work{0};   // that each number takes
-    frame::OmqIOModule* toAll = nullptr; // the door through which all are told, if they are
+    frame::OmqIOModule* toAll = nullptr; // where the notifications to all are sent, if any
     std::vector<std::uint64_t> takers;
 };
 
@@ -105,15 +105,15 @@ TEST_F(FloodedQueue, StopsAlthoughMessagesAreWaiting) {
     EXPECT_EQ(handler.taken(), 1U);
 }
 
-// Else what others are sent finds their queues full.
-TEST_F(FloodedQueue, LetsTheFlooderWaitWhileOthersDoNotTakeWhatItHasThemTold) {
+// Else messages to the others find their queues full.
+TEST_F(FloodedQueue, SlowsTheFlooderWhileOthersDoNotReadItsNotifications) {
     RawPeer deaf(path);
     deaf.say(hello);
     ASSERT_TRUE(eventually([&] { return host::MessageQueue::clientsOf(*offered).size() == 1; }));
     handler.toAll = offered;
     handler.release();
     constexpr std::uint32_t count = 2000, together = 64; // then it waits
-    constexpr std::uint32_t unnoticed = 300;             // that sockets take, and that may wait
+    constexpr std::uint32_t unnoticed = 300;             // the sockets and queues take these
     const auto begin = std::chrono::steady_clock::now();
     flooder->say(hello + numbers(count));
     ASSERT_TRUE(eventually([&] { return handler.taken() == count; }));

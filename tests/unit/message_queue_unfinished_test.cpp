@@ -1,4 +1,4 @@
-// Messages of which only a part arrives: they must not keep memory from others, nor keep it for long.
+// Messages of which only a part arrives: they must not use up the memory for others, nor hold it for long.
 #include "support/queue-fixture.h"
 
 #include <host/log-capture.h>
@@ -39,7 +39,7 @@ TEST_F(UnfinishedMessage, EndsTheConnectionWhenNothingMoreComes) {
     startServerThatWaits(100ms);
     RawPeer peer(path);
     peer.say(beginning(mebibyte, 1000));
-    EXPECT_TRUE(peer.turnedAway());
+    EXPECT_TRUE(peer.isRejected());
     EXPECT_TRUE(log.waitFor("peer did not finish a message within 100 ms, 1032 bytes of it came", 10s));
     EXPECT_EQ(atServer().refused, 1U);
     EXPECT_TRUE(othersAreServed());
@@ -49,11 +49,11 @@ TEST_F(UnfinishedMessage, EndsTheConnectionWhenAHeaderStaysIncomplete) {
     startServerThatWaits(100ms);
     RawPeer peer(path);
     peer.say(hello + "x");
-    EXPECT_TRUE(peer.turnedAway());
+    EXPECT_TRUE(peer.isRejected());
     EXPECT_EQ(atServer().refused, 1U);
 }
 
-TEST_F(UnfinishedMessage, EndsTheConnectionOfAPeerThatDripsBytes) {
+TEST_F(UnfinishedMessage, EndsTheConnectionOfAPeerThatSendsSingleBytes) {
     startServerThatWaits(400ms);
     RawPeer peer(path);
     peer.say(beginning(mebibyte, 0));
@@ -61,7 +61,7 @@ TEST_F(UnfinishedMessage, EndsTheConnectionOfAPeerThatDripsBytes) {
     EXPECT_TRUE(log.waitFor("peer did not finish a message", 10s));
 }
 
-TEST_F(UnfinishedMessage, IsNoFaultOfAPeerWhoseMessagesComeToTheirEnds) {
+TEST_F(UnfinishedMessage, DoesNotEndTheConnectionOfAPeerThatFinishesItsMessages) {
     startServerThatWaits(1s);
     RawPeer peer(path);
     const std::string frame = frameOf(numberMeta, 4, words({1}, false));
@@ -76,7 +76,7 @@ TEST_F(UnfinishedMessage, IsNoFaultOfAPeerWhoseMessagesComeToTheirEnds) {
     EXPECT_EQ(atServer().refused, 0U);
 }
 
-TEST_F(UnfinishedMessage, KeepsNoMemoryFromOthersHoweverManyThereAre) {
+TEST_F(UnfinishedMessage, LeavesMemoryForOthersHoweverManyThereAre) {
     startServerThatWaits(1h);
     const std::string part = beginning(host::maximumMessageBytes, 9 * mebibyte);
     std::vector<std::unique_ptr<RawPeer>> peers;
@@ -90,13 +90,13 @@ TEST_F(UnfinishedMessage, KeepsNoMemoryFromOthersHoweverManyThereAre) {
         "the unfinished messages of process " + std::to_string(getpid()) + " may take 24 MiB and need more", 10s));
 }
 
-// Else a large buffer could be kept for nothing: the message it was for has come to its end.
+// Else the large buffer of a message that has ended could be held by a small one.
 TEST_F(UnfinishedMessage, HasNoLargeBufferWhenItIsSmall) {
     startServerThatWaits(1h);
     const std::string small = frameOf(numberMeta, 4, words({1}, false));
     std::string large = std::string(9 * mebibyte, 'x');
     const auto whole = static_cast<std::uint32_t>(large.size());
-    large = hello + frameOf(strangeMeta, whole, large);
+    large = hello + frameOf(unknownMeta, whole, large);
     std::vector<std::unique_ptr<RawPeer>> peers;
     for (std::uint64_t i = 1; i <= 3; ++i) { // each takes more than half of what they may have together
         peers.push_back(std::make_unique<RawPeer>(path));

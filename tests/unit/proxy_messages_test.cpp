@@ -334,7 +334,7 @@ TEST_F(EveryHandler, ReadsTheDownloadStatusTextByItsLength) {
     EXPECT_EQ(heard(), R"({"status":7,"text":"down"})");
 }
 
-TEST(AClientThatHearsNothing, AnswersZeroToEveryNotification) {
+TEST(ClientBase, ReturnsZeroForEveryNotification) {
     ClientBase client;
     frame::MsgIds ids;
     support::forEach(support::TvNotifications{}, [&]<class Message>() {

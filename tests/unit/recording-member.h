@@ -68,7 +68,7 @@ protected:
 
 using Member = Recording<frame::AbstractProcessMember>;
 
-// A proxy of a service that nobody offers.
+// A proxy of a service that does not exist.
 class Proxy : public Recording<frame::AbstractMarshallingImpl> {
 public:
     explicit Proxy(std::string name, std::string failing = {}, const std::string& service = "frame-test")

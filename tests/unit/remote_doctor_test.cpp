@@ -39,7 +39,7 @@ protected:
         EXPECT_EQ(0, ::listen(listener, 1));
         return listener;
     }
-    // With which a process that serves it would end.
+    // The error with which a process that serves it would end.
     std::string whyItCannotBeServed() {
         try {
             serve();
@@ -70,13 +70,13 @@ TEST_F(DoctorBetweenHosts, IsContentWithAServiceThatKnowsThisMachine) {
     EXPECT_THAT(checkKeys(), finds(Severity::ok, "keys.file", keys.publicKey));
 }
 
-TEST_F(DoctorBetweenHosts, FindsThatNobodyAnswers) {
+TEST_F(DoctorBetweenHosts, FindsThatNoServiceAnswers) {
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", "nobody answers there"));
     EXPECT_THAT(diagnosis.doors, Contains(Field(&Door::state, "nobody listens here")));
 }
 
-TEST_F(DoctorBetweenHosts, FindsThatTheServiceDoesNotLetThisMachineIn) {
+TEST_F(DoctorBetweenHosts, FindsThatTheServiceRejectsThisMachinesKey) {
     serve();
     const auto others = host::makeKeys();
     set("TVSA_KEY_FILE", folder + "/others.key");
@@ -90,7 +90,7 @@ TEST_F(DoctorBetweenHosts, FindsThatTheServiceHasAnotherKey) {
     EXPECT_THAT(check(), finds(Severity::wrong, "tvservice", "no connection to " + address));
 }
 
-TEST_F(DoctorBetweenHosts, FindsKeysThatAreNone) {
+TEST_F(DoctorBetweenHosts, FindsMalformedKeys) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "short");
     EXPECT_THAT(check(), finds(Severity::wrong, "keys.services.tvservice", "not a key of 44 characters"));
     set("TVSA_CLIENT_KEYS", "short");
@@ -132,7 +132,7 @@ TEST_F(DoctorBetweenHosts, FindsAKeyFileThatOthersMayRead) {
     EXPECT_THAT(checkKeys(), finds(Severity::wrong, "keys.file", "not configured"));
 }
 
-TEST_F(DoctorBetweenHosts, WarnsOfKeysThatNobodyNeeds) {
+TEST_F(DoctorBetweenHosts, WarnsOfKeysThatAreNotUsed) {
     set("TVSA_ENDPOINT_TVSERVICE", "");
     const Diagnosis diagnosis = checkKeys();
     for (const char* name : {"keys.file", "keys.clients", "keys.services.tvservice"})
@@ -153,23 +153,23 @@ TEST_F(DoctorBetweenHosts, FindsAnAddressAtWhichTheServiceWouldNotStart) {
     }
 }
 
-TEST_F(DoctorBetweenHosts, TakesAnAddressElsewhereWithAKeyForThatOfAServiceThatIsUsed) {
+TEST_F(DoctorBetweenHosts, TakesAnAddressElsewhereWithAKeyForThatOfAUsedService) {
     set("TVSA_ENDPOINT_TVSERVICE", "tcp://192.0.2.1:7000");
-    set("TVSA_KEY_FILE", ""); // so that nobody goes there
+    set("TVSA_KEY_FILE", ""); // so that the doctor does not connect
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "was not tried, for want of keys"));
     EXPECT_EQ(complaintsIn(diagnosis), 1U);
     EXPECT_TRUE(diagnosis.doors.empty());
 }
 
-TEST_F(DoctorBetweenHosts, WarnsOfAServiceThatNobodyOffers) {
+TEST_F(DoctorBetweenHosts, WarnsOfAServiceThatDoesNotRun) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
     EXPECT_THAT(check(), finds(Severity::warning, "tvservice", "not running: nobody listens at " + address));
     serve();
     EXPECT_EQ(complaintsIn(check()), 0U);
 }
 
-TEST_F(DoctorBetweenHosts, SaysWhoseMessagesItDoesNotCompare) {
+TEST_F(DoctorBetweenHosts, SaysWhenItDoesNotCompareMessages) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
     serve();
     EXPECT_THAT(check(), finds(Severity::ok, "tvservice", "its messages are not compared here"));
@@ -181,7 +181,7 @@ TEST_F(DoctorBetweenHosts, SaysWhoseMessagesItDoesNotCompare) {
 
 TEST_F_WHERE(support::isRoot(), DoctorBetweenHosts, FindsAListenerOfAnotherUser) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
-    setfsuid(7); // of this thread: whose the socket is
+    setfsuid(7); // of this thread: the owner of the socket
     const int listener = listenAt(INADDR_LOOPBACK);
     setfsuid(geteuid());
     const Diagnosis diagnosis = check();
@@ -193,7 +193,7 @@ TEST_F_WHERE(support::isRoot(), DoctorBetweenHosts, FindsAListenerOfAnotherUser)
     ::close(listener);
 }
 
-TEST_F(DoctorBetweenHosts, TellsListenersAtOtherAddressesFromOneHere) {
+TEST_F(DoctorBetweenHosts, DistinguishesListenersAtOtherAddresses) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
     const int elsewhere = listenAt(INADDR_LOOPBACK + 1);
     EXPECT_THAT(check().doors, Contains(Field(&Door::state, "nobody listens here")));
@@ -207,7 +207,7 @@ TEST_F(DoctorBetweenHosts, TellsListenersAtOtherAddressesFromOneHere) {
     ::close(everywhere);
 }
 
-TEST_F(DoctorBetweenHosts, WarnsOfAPortThatNoClientCanKnow) {
+TEST_F(DoctorBetweenHosts, WarnsOfAPortThatChanges) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
     set("TVSA_ENDPOINT_TVSERVICE", "tcp://127.0.0.1:0");
     const Diagnosis diagnosis = check();
@@ -215,7 +215,7 @@ TEST_F(DoctorBetweenHosts, WarnsOfAPortThatNoClientCanKnow) {
     EXPECT_EQ(complaintsIn(diagnosis), 1U);
 }
 
-TEST_F(DoctorBetweenHosts, FindsAnAddressThatIsNone) {
+TEST_F(DoctorBetweenHosts, FindsAMalformedAddress) {
     set("TVSA_ENDPOINT_TVSERVICE", "tcp://127.0.0.1");
     EXPECT_THAT(check(), finds(Severity::wrong, "tvservice", "not tcp://HOST:PORT"));
 }

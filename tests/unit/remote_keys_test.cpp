@@ -1,4 +1,4 @@
-// The key files of machines that talk over a network.
+// The key files of machines that connect over a network.
 #include <host/keys.h>
 
 #include <cstdlib>
@@ -85,7 +85,7 @@ TEST_F(Keys, AreRefusedWhenOthersMayReadThem) {
     }
 }
 
-TEST_F(Keys, AreRefusedWhenTheFileIsMissingOrNone) {
+TEST_F(Keys, AreRefusedWhenTheirFileIsMissingOrAFolder) {
     EXPECT_THAT(complaint(), EndsWith(": No such file or directory"));
     std::filesystem::create_directory(file);
     EXPECT_THAT(complaint(), EndsWith(": not a file"));
@@ -96,7 +96,7 @@ TEST_F(Keys, AreRefusedWhenTheyDoNotBelongTogether) {
     EXPECT_THAT(complaint(), EndsWith(": its keys are no pair of keys"));
 }
 
-TEST_F(Keys, AreRefusedWhenOneIsMissingOrNone) {
+TEST_F(Keys, AreRefusedWhenOneIsMissingOrMalformed) {
     write("public = '" + keys.publicKey + "'\n");
     EXPECT_THAT(complaint(), EndsWith(": has no \"secret\" key"));
     write("secret = '" + keys.secretKey + "'\n");
@@ -107,7 +107,7 @@ TEST_F(Keys, AreRefusedWhenOneIsMissingOrNone) {
     EXPECT_THAT(complaint(), EndsWith(": has no \"public\" key"));
 }
 
-TEST_F(Keys, AreNotToldWhenTheirFileIsWrong) {
+TEST_F(Keys, AreNotPrintedWhenTheirFileIsWrong) {
     write("# mine\npublic = '" + keys.publicKey + "'\nsecret = " + keys.secretKey + "\n");
     EXPECT_THAT(complaint(), EndsWith(":3: not TOML"));
     EXPECT_THAT(complaint(), Not(HasSubstr(keys.secretKey)));

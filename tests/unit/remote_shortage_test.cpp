@@ -32,7 +32,7 @@ protected:
     }
 };
 
-TEST_F(BetweenHosts, LogsOnceThatThereIsNoDescriptorForClientsAndAcceptsThemLater) {
+TEST_F(BetweenHosts, LogsOnceThatDescriptorsRanOutAndAcceptsTheClientsLater) {
     const host::LogCapture log({0x0202});
     startServer();
     descriptorsAreOut = true;

@@ -1,4 +1,4 @@
-// Who gets through to a service that is offered to other hosts, and what is wrong before anybody can.
+// Which clients a service that is offered to other hosts accepts, and which settings it rejects.
 #include "support/queue-fixture.h"
 
 #include <host/log-capture.h>
@@ -20,7 +20,7 @@ using support::RemoteEndpoint;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-// Somebody without TLS at the port of a service.
+// A peer without TLS at the port of a service.
 class PlainPeer {
 public:
     explicit PlainPeer(int port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -34,7 +34,7 @@ public:
     void say(const std::string& bytes) {
         EXPECT_EQ(static_cast<ssize_t>(bytes.size()), ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL));
     }
-    bool isTurnedAway() { // after at most a greeting
+    bool isRejected() { // after at most a hello
         char byte[4096];
         ssize_t count;
         while ((count = ::recv(socket_, byte, sizeof byte, 0)) > 0) {
@@ -51,7 +51,7 @@ private:
     int socket_;
 };
 
-// In the place of the system's: knows the host slow.test, until it does not answer any more.
+// Replaces the system's name server: knows the host slow.test until it stops answering.
 class NameServer {
 public:
     NameServer() { current = this; }
@@ -100,7 +100,7 @@ protected:
         EXPECT_EQ(0u, serverInbox.size());
         EXPECT_TRUE(host::MessageQueue::clientsOf(*offered).empty());
     }
-    // What is wrong at a start.
+    // The error of a start.
     template <class Start> std::string complaint(Start start) {
         try {
             start();
@@ -117,7 +117,7 @@ protected:
     }
 };
 
-TEST_F(BetweenHosts, LetsAClientInWhoseKeyIsKnown) {
+TEST_F(BetweenHosts, AcceptsAClientWithAKnownKey) {
     const host::LogCapture log({0x0202});
     startBoth();
     EXPECT_TRUE(honestClientServed());
@@ -125,7 +125,7 @@ TEST_F(BetweenHosts, LetsAClientInWhoseKeyIsKnown) {
     EXPECT_EQ(0u, atServer().refused);
 }
 
-TEST_F(BetweenHosts, TurnsAClientAwayWhoseKeyIsNotKnown) {
+TEST_F(BetweenHosts, RejectsAClientWithAnUnknownKey) {
     RemoteEndpoint::set("TVSA_CLIENT_KEYS", host::makeKeys().publicKey + "," + host::makeKeys().publicKey);
     const host::LogCapture log({0x0202});
     startServer();
@@ -153,24 +153,24 @@ TEST_F(BetweenHosts, RejectsAClientThatExpectsAnotherKeyOfTheService) {
 TEST_F(BetweenHosts, GivesTheReasonForEachOfManyClientsWithUnknownKeys) {
     const host::LogCapture log({0x0202});
     startServer();
-    std::vector<std::unique_ptr<host::MessageQueue>> strangers;
+    std::vector<std::unique_ptr<host::MessageQueue>> unknownClients;
     for (int i = 0; i < 8; ++i) {
-        const std::string file = folder + "/stranger" + std::to_string(i);
+        const std::string file = folder + "/unknown" + std::to_string(i);
         host::writeKeys(file, host::makeKeys());
         RemoteEndpoint::set("TVSA_KEY_FILE", file);
-        strangers.push_back(std::make_unique<host::MessageQueue>(limits));
-        strangers.back()->open(strangers.back()->connectTo("tuner", messages, 4096, nullptr));
+        unknownClients.push_back(std::make_unique<host::MessageQueue>(limits));
+        unknownClients.back()->open(unknownClients.back()->connectTo("tuner", messages, 4096, nullptr));
     }
-    for (const auto& stranger : strangers) stranger->start();
-    EXPECT_TRUE(eventually([&] { return atServer().refused >= 4 * strangers.size(); }));
-    strangers.clear();
+    for (const auto& unknown : unknownClients) unknown->start();
+    EXPECT_TRUE(eventually([&] { return atServer().refused >= 4 * unknownClients.size(); }));
+    unknownClients.clear();
     for (const auto& line : log.lines())
         EXPECT_THAT(line.text, testing::AnyOf(testing::Not(HasSubstr("client turned away: 127")),
                                               HasSubstr("its key is not among the known ones: ")));
 }
 
-// Each with what it does not have: whoever has it all is accepted.
-TEST_F(BetweenHosts, AcceptsOnlyWhoProvesAKnownKey) {
+// Each peer lacks one thing; a peer that lacks nothing is accepted.
+TEST_F(BetweenHosts, AcceptsOnlyAPeerThatProvesAKnownKey) {
     const host::LogCapture log({0x0202});
     startServer();
     EXPECT_TRUE(support::RemotePeer(path).isAccepted());
@@ -213,7 +213,8 @@ TEST_F(BetweenHosts, GivesAKeyABoundedNumberOfStreams) {
     for (int i = 0; i < 64; ++i) {
         peers.push_back(std::make_unique<support::RemotePeer>(path));
         ASSERT_TRUE(peers.back()->isAccepted()) << i;
-        ASSERT_TRUE(peers.back()->say(hello)) << i; // else it is gone after 2 s, maybe before the last one has come
+        ASSERT_TRUE(peers.back()->say(hello))
+            << i; // else the service ends it after 2 s, maybe before the last one has connected
     }
     startClient();
     EXPECT_TRUE(log.waitFor("a key has at most 64 streams: " + remote->keys.publicKey, 10s));
@@ -222,7 +223,7 @@ TEST_F(BetweenHosts, GivesAKeyABoundedNumberOfStreams) {
     EXPECT_TRUE(honestClientServed());
 }
 
-// A public key is no secret: who only shows it must not use up its owner's streams.
+// A public key is no secret: a peer that only shows it must not use up its owner's streams.
 TEST_F(BetweenHosts, CountsOnlyStreamsWhosePeerHasProvenTheKey) {
     const host::LogCapture log({0x0202});
     startServer();
@@ -236,7 +237,7 @@ TEST_F(BetweenHosts, CountsOnlyStreamsWhosePeerHasProvenTheKey) {
     for (const auto& line : log.lines()) EXPECT_THAT(line.text, testing::Not(HasSubstr("a key has at most")));
 }
 
-// New keys cost it next to nothing, and there is always another one.
+// A new key costs the client next to nothing, and it can send them without end.
 TEST_F(BetweenHosts, ServesOthersWhileAClientSendsKeyUpdatesWithoutAPause) {
     const host::LogCapture log({0x0202});
     startBoth();
@@ -255,22 +256,22 @@ TEST_F(BetweenHosts, ServesOthersWhileAClientSendsKeyUpdatesWithoutAPause) {
     speaker.join();
 }
 
-// Else they would have all descriptors, and honest clients could not come.
+// Else they would use all descriptors, and other clients could not connect.
 TEST_F(BetweenHosts, EvictsTheOldestOfManySilentConnections) {
     const host::LogCapture log({0x0202});
     startServer();
     std::vector<std::unique_ptr<PlainPeer>> silent;
     for (int i = 0; i < 600; ++i) silent.push_back(std::make_unique<PlainPeer>(remote->port));
-    EXPECT_TRUE(silent.front()->isTurnedAway());
+    EXPECT_TRUE(silent.front()->isRejected());
     EXPECT_TRUE(log.waitFor("evicted for newer connections before it had proven a key", 10s));
     startClient();
     EXPECT_TRUE(honestClientServed());
-    EXPECT_TRUE(eventually([&] { return atServer().refused == silent.size(); })); // the last ones when their time is up
+    EXPECT_TRUE(eventually([&] { return atServer().refused == silent.size(); })); // the last ones at their timeout
     EXPECT_TRUE(atClient().connected);
 }
 
-// Else a byte each would be enough to keep all others out.
-TEST_F(BetweenHosts, EvictsTheOldestAndNotTheNewestWhenAllHaveSpoken) {
+// Else one byte on each connection would be enough to block all others.
+TEST_F(BetweenHosts, EvictsTheOldestAndNotTheNewestWhenAllHaveSentSomething) {
     const host::LogCapture log({0x0202});
     startServer();
     std::vector<std::unique_ptr<PlainPeer>> slow;
@@ -279,11 +280,11 @@ TEST_F(BetweenHosts, EvictsTheOldestAndNotTheNewestWhenAllHaveSpoken) {
         slow.back()->say("\x16");
     }
     EXPECT_TRUE(log.waitFor("evicted for newer connections before it had proven a key", 10s));
-    EXPECT_TRUE(slow.front()->isTurnedAway());
+    EXPECT_TRUE(slow.front()->isRejected());
     EXPECT_FALSE(slow.back()->isEndedNow());
 }
 
-TEST_F(BetweenHosts, EvictsNoConnectionThatHasSpokenWhileThereIsASilentOne) {
+TEST_F(BetweenHosts, EvictsNoConnectionThatHasSentSomethingWhileThereIsASilentOne) {
     const host::LogCapture log({0x0202});
     startServer();
     PlainPeer slow(remote->port);
@@ -294,7 +295,7 @@ TEST_F(BetweenHosts, EvictsNoConnectionThatHasSpokenWhileThereIsASilentOne) {
     EXPECT_FALSE(slow.isEndedNow());
 }
 
-// Its records have still to be read by the client, which is slow and goes on asking.
+// The client is slow, has yet to read the records, and goes on sending requests.
 TEST_F(BetweenHosts, DeliversWhatWasSentBeforeAStopToAClientThatGoesOnSending) {
     startBoth();
     constexpr std::size_t size = 100'000;
@@ -312,8 +313,8 @@ TEST_F(BetweenHosts, DeliversWhatWasSentBeforeAStopToAClientThatGoesOnSending) {
     asking.join();
 }
 
-// Both come in one piece, which the system holds together.
-TEST_F(BetweenHosts, DeliversWhatCameBeforeABrokenRecordAndTellsWhatIsBroken) {
+// The system sends both in one piece.
+TEST_F(BetweenHosts, DeliversWhatCameBeforeABrokenRecordAndReportsTheRecord) {
     const host::LogCapture log({0x0202});
     startServer();
     support::RemotePeer peer(path);
@@ -337,8 +338,8 @@ TEST_F(BetweenHosts, FindsAServiceByTheNameOfItsHost) {
     EXPECT_TRUE(honestClientServed());
 }
 
-// A name that nobody answers for must not keep the others, or the end of the process, waiting.
-TEST_F(BetweenHosts, WaitsForNoNameButInTheServiceThatHasIt) {
+// A name without an answer must not delay other services or the end of the process.
+TEST_F(BetweenHosts, WaitsForANameOnlyInTheServiceThatHasIt) {
     NameServer names;
     startServer();
     client = std::make_unique<host::MessageQueue>(limits);
@@ -355,7 +356,7 @@ TEST_F(BetweenHosts, WaitsForNoNameButInTheServiceThatHasIt) {
     unsetenv("TVSA_SERVICE_KEY_OTHER");
 }
 
-TEST_F(BetweenHosts, HoldsAServicesPlaceUntilItIsGivenUp) {
+TEST_F(BetweenHosts, HoldsAServicesAddressUntilTheServiceEnds) {
     startServer();
     host::MessageQueue second(limits);
     EXPECT_THROW(second.serve("tuner", messages, 4096), std::runtime_error);
@@ -376,7 +377,7 @@ TEST_F(BetweenHosts, RefusesAKeyFileThatOthersMayRead) {
     EXPECT_EQ(clientComplaint(), serverComplaint());
 }
 
-TEST_F(BetweenHosts, IsOfferedToKnownClientsOnly) {
+TEST_F(BetweenHosts, NeedsTheKeysOfItsClients) {
     unsetenv("TVSA_CLIENT_KEYS");
     EXPECT_EQ(serverComplaint(), "service tuner is offered at " + remote->address +
                                      " to known clients only, but keys.clients is not configured");
@@ -384,7 +385,7 @@ TEST_F(BetweenHosts, IsOfferedToKnownClientsOnly) {
     EXPECT_EQ(serverComplaint(), "TVSA_CLIENT_KEYS: keys.clients: not a key of 44 characters: \"everybody\"");
 }
 
-TEST_F(BetweenHosts, IsUsedWithAProofOfTheServicesKeyOnly) {
+TEST_F(BetweenHosts, NeedsTheKeyOfItsService) {
     unsetenv("TVSA_SERVICE_KEY_TUNER");
     EXPECT_EQ(clientComplaint(), "service tuner is at " + remote->address +
                                      " and has to prove its key, but keys.services.tuner is not configured");
@@ -392,7 +393,7 @@ TEST_F(BetweenHosts, IsUsedWithAProofOfTheServicesKeyOnly) {
     EXPECT_EQ(clientComplaint(), "TVSA_SERVICE_KEY_TUNER: keys.services.tuner: not a key of 44 characters: \"any\"");
 }
 
-TEST_F(BetweenHosts, NeedsAnAddressThatCanBe) {
+TEST_F(BetweenHosts, RejectsAMalformedAddress) {
     for (const char* wrong : {"tcp://", "tcp://127.0.0.1", "tcp://127.0.0.1:", "tcp://:5570", "tcp://127.0.0.1:70000",
                               "tcp://127.0.0.1:5570x", "tcp://127.0.0.1:-1", "tcp://::1:5570", "tcp://[::1:5570",
                               "tcp://127.0.0.1:0005570"}) {
@@ -405,7 +406,7 @@ TEST_F(BetweenHosts, NeedsAnAddressThatCanBe) {
     EXPECT_EQ(clientComplaint(), "service tuner: not tcp://HOST:PORT: \"tcp://127.0.0.1:0\"");
 }
 
-TEST_F(BetweenHosts, NeedsAHostThatIsKnown) {
+TEST_F(BetweenHosts, RejectsAnUnknownHost) {
     RemoteEndpoint::set("TVSA_ENDPOINT_TUNER", "tcp://no-such-host.invalid:5570");
     const std::string why = "service tuner: no address for the host of tcp://no-such-host.invalid:5570: ";
     EXPECT_THAT(serverComplaint(), StartsWith(why));
@@ -413,7 +414,7 @@ TEST_F(BetweenHosts, NeedsAHostThatIsKnown) {
 }
 
 TEST_F(BetweenHosts, NeedsAnAddressOfThisMachineToListenAt) {
-    RemoteEndpoint::set("TVSA_ENDPOINT_TUNER", "tcp://192.0.2.1:5570"); // of nobody, for documents
+    RemoteEndpoint::set("TVSA_ENDPOINT_TUNER", "tcp://192.0.2.1:5570"); // reserved for documentation, so no host has it
     EXPECT_EQ(serverComplaint(),
               "service tuner: cannot listen at tcp://192.0.2.1:5570: Cannot assign requested address");
 }

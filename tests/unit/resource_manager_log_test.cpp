@@ -68,7 +68,7 @@ protected:
     }
 };
 
-TEST_F(AnswerLines, TellWhyAnAnswerIsPassedOn) {
+TEST_F(AnswerLines, SayWhyAnAnswerIsPassedOn) {
     EXPECT_EQ(lineOf(ResponseTV, {}), "5000 " + here + "tvServiceInfo(): tvServiceInfo empty return ");
     EXPECT_EQ(lineOf(ResponseTV, {info(0, 0, "")}),
               "5000 " + here + "tvServiceInfo(): tvServiceInfo req_id empty return");
@@ -80,7 +80,7 @@ TEST_F(AnswerLines, TellWhyAnAnswerIsPassedOn) {
     EXPECT_EQ(lineOf(ResponseTV, {info(0, 0, "9")}), "3000 " + here + "tvServiceInfo(): red_id 9 not found");
 }
 
-TEST_F(AnswerLines, TellWhyAnAnswerIsRefused) {
+TEST_F(AnswerLines, SayWhyAnAnswerIsRefused) {
     manager.ask({request(1, 0, stopUri)});
     EXPECT_EQ(
         lineOf(ResponseMM, {info(1, 0, "1")}),
@@ -93,7 +93,7 @@ TEST_F(AnswerLines, TellWhyAnAnswerIsRefused) {
                   "abandon it");
 }
 
-TEST_F(ManagerLines, StandWithoutAPlaceWhereTheyTellWhoPlays) {
+TEST_F(ManagerLines, HaveNoSourcePlaceWhenTheySayWhichServicePlays) {
     manager.ask({request(1, 0, "fsl2://disk/PVR+/2")});
     EXPECT_THAT(lines(), testing::Contains("4000 hdrplayback service url fsl2://disk/PVR+/2"));
     manager.ask({request(1, 0, "fsl2://disk/film.mp4")});
@@ -112,7 +112,7 @@ TEST_F(ManagerLines, StandWithoutAPlaceWhereTheyTellWhoPlays) {
                                                    "terminal[type:1 id:0], new URI dvb://1")}));
 }
 
-TEST(ManagerLinesDeathTest, TellOfMixedIdsAtTheLevelOfFailures) {
+TEST(ManagerLinesDeathTest, ReportMixedIdsAtTheLevelOfFailures) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto ask = [](const char* level) {
         vdlDebugSetLevels(level);

@@ -1,4 +1,4 @@
-// The resource manager's way to the services: found through the framework when first needed, kept from then on.
+// How the resource manager finds the services: through the framework when first needed, and kept from then on.
 #include "support/tv-doubles.h"
 #include "unit/resource-manager-fixture.h"
 
@@ -15,7 +15,7 @@ namespace {
 
 using namespace managertest;
 
-// Sends for itself.
+// Sends by its own cycle.
 class SendingManager : public ResManager {
 public:
     SendingManager() : ResManager(WithoutWorker{}) {}
@@ -77,7 +77,7 @@ protected:
     SendingManager manager;
     frame::MsgIds ids{3, 4};
     const frame::TransportInfo transport{6, {7, 8}};
-    int number = 0; // what is offered wrongly
+    int number = 0; // an object of the wrong type
 
     void expectTheTvServiceIsLookedForUntilItIsThere();
     void expectTheMmServiceIsLookedForUntilItIsThere();
@@ -114,7 +114,7 @@ void ManagerServices::expectTheTvServiceIsLookedForUntilItIsThere() {
         const Offer offer(static_cast<ServiceInterface*>(&service), ServiceInterface::interfaceKey);
         EXPECT_EQ(manager.ReqTV(ids, transport, requests), 0);
     }
-    // Kept although it is offered no more.
+    // The manager keeps it although it is no longer registered.
     EXPECT_EQ(manager.ReqTV(ids, transport, requests), 0);
     EXPECT_THAT(linesOf(later, "ReqTV"), ElementsAre("5000 ReqTV(): Called",
                                                      "4000 ReqTV(): tvservice-interface pointer = " +
@@ -128,7 +128,7 @@ void ManagerServices::expectTheTvServiceIsLookedForUntilItIsThere() {
         EXPECT_EQ(call.transport, transport);
     }
 
-    // What a client asks for goes out with ids and a transport of the worker's own.
+    // A client's request goes out with ids and a transport of the worker's own.
     EXPECT_EQ(manager.tvServiceReq(ids, transport, requests), 0);
     manager.work();
     ASSERT_EQ(service.calls.size(), 3U);

@@ -162,7 +162,7 @@ TEST_P(ManagerWithoutMemory, DropsAnOverdueBundleAlsoWhenItCannotBeRecorded) {
 
 INSTANTIATE_TEST_SUITE_P(InAll, ManagerWithoutMemory, testing::ValuesIn(shortages));
 
-// ---- the sending itself: conversion, proxies, up to their doors ----
+// ---- the sending itself: conversion and proxies, up to their modules ----
 
 // A manager that sends for real, through proxies that live as long as the process, as it keeps them once found.
 class SendingManager : public Manager {
@@ -215,7 +215,7 @@ TEST_P(SendingWithoutMemory, LosesAServicesRequestsWholeAndNotTheOtherOnes) {
     const auto send = [&] {
         {
             const EnoughMemory forTheTest;
-            manager.ask({request(1, 0, film), request(2, 0, film)}); // both services are told to stop
+            manager.ask({request(1, 0, film), request(2, 0, film)}); // both services get a stop
             before = sent(), tvBefore = tv.sent(), mmBefore = mm.sent(), reportedBefore = reportedAsNotSent();
         }
         EXPECT_NO_THROW(manager.work());

@@ -1,4 +1,4 @@
-// What becomes of bundles that are not answered in time.
+// How the manager handles bundles that are not answered in time.
 #include "support/run-log-folder.h"
 #include "unit/resource-manager-fixture.h"
 
@@ -57,7 +57,7 @@ TEST_F(Supervision, DropsTheStartsOfABundleWhoseStopsAreNotAnswered) {
     EXPECT_THAT(linesWith("writeTvRunLog"), IsEmpty());
 }
 
-TEST_F(Supervision, TellsHowLongAnswersHaveBeenAwaitedAndForWhichTerminals) {
+TEST_F(Supervision, ReportsHowLongAnswersHaveBeenAwaitedAndForWhichTerminals) {
     manager.ask({request(1, 0, "dvb://1"), request(2, 3, "http://x")});
     manager.ask({request(4, 0, "dvb://1")});
     EXPECT_EQ(manager.bundles()[0].waited, 0ms);

@@ -1,4 +1,4 @@
-// The end of a process whose run log is on a disk that has stopped.
+// The end of a process whose run log is on a disk that does not answer.
 #include <appovshell/server.h>
 #include <frame/process.h>
 #include <host/environment.h>

@@ -195,7 +195,7 @@ TEST_F(RunLogFile, MovesAsideAFileThatIsDamagedWhileInUse) {
     EXPECT_THAT(newest(), ElementsAre("3", "2"));
 }
 
-TEST_F(RunLogFile, MovesSomebodyElsesDatabaseAsideAsItWas) {
+TEST_F(RunLogFile, MovesAForeignDatabaseAsideUnchanged) {
     {
         SQLite::Database other(path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
         other.exec("CREATE TABLE run_log (id INTEGER PRIMARY KEY, other TEXT)");
@@ -252,7 +252,7 @@ TEST_F(RunLogFile, RefusesAPathThatItCannotOpen) {
     EXPECT_TRUE(std::filesystem::is_directory(path));
 }
 
-// A store that holds back until it is let go, and fails when told to.
+// A store that blocks until it is opened, and fails when the test says so.
 struct HeldStore {
     std::size_t operator()(const std::vector<RunLogRecord>& records) {
         std::unique_lock lock(mutex);
@@ -302,7 +302,7 @@ TEST_F(RunLogQueueTest, DropsAndCountsWhatComesWhileItIsFull) {
     EXPECT_TRUE(log.waitFor("storing works again; 6 records were lost", 10s));
 }
 
-TEST_F(RunLogQueueTest, TellsOnceThatStoringFailsAndHowManyWereLostWhenItWorksAgain) {
+TEST_F(RunLogQueueTest, ReportsOnceThatStoringFailsAndHowManyWereLostWhenItWorksAgain) {
     RunLogQueue queue(4, std::ref(store));
     store.set(true, true);
     for (int i = 0; i < 3; ++i) {
@@ -323,7 +323,7 @@ TEST_F(RunLogQueueTest, TellsOnceThatStoringFailsAndHowManyWereLostWhenItWorksAg
     EXPECT_THAT(store.stored, ElementsAre("kept", "kept too"));
 }
 
-TEST_F(RunLogQueueTest, CountsTheRecordsThatTheStoreLeavesOutAndSaysNoMoreAboutThem) {
+TEST_F(RunLogQueueTest, CountsTheRecordsThatTheStoreLeavesOutWithoutALogLine) {
     RunLogQueue queue(4, std::ref(store));
     store.set(true);
     for (const char* text : {"1", "left out", "2"}) queue.write(record(text));
@@ -428,7 +428,7 @@ struct RunLogAgent : testing::Test {
     std::string state;
 };
 
-TEST_F(RunLogAgent, TellsTheTimeInUtcWithMilliseconds) {
+TEST_F(RunLogAgent, GivesTheTimeInUtcWithMilliseconds) {
     EXPECT_THAT(RunLogAgentImpl::getInstance().getLogCurrentUTCTime(),
                 testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z"));
 }

@@ -103,7 +103,7 @@ TEST_F(ShellMember, StopsWithAClientThatStaysConnected) {
     });
 }
 
-TEST_F(ShellMember, IsOneOfItsKindInAProcess) {
+TEST_F(ShellMember, IsTheOnlyOneInAProcess) {
     inReceiver(
         [&] {
             run([&] {
@@ -139,7 +139,7 @@ TEST_F(ShellMember, IsRefusedInAFolderThatIsOpenToOthers) {
     EXPECT_EQ(modeOf(socket), 0U);
 }
 
-TEST_F(ShellMember, GivesWayWhenItsNameIsTaken) {
+TEST_F(ShellMember, IsRefusedWhenItsNameIsTaken) {
     inReceiver(
         [&] {
             startMembers({new Member(appovshell::Server::name())});

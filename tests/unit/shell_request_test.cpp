@@ -1,4 +1,4 @@
-// What a shell reads of a request, and what it takes no notice of.
+// Which members of a request a shell reads, and which it ignores.
 #include <appovshell/request.h>
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// The debug shell when its thread has no memory for something: the client is told, and the shell serves on.
+// The debug shell when an allocation of its thread fails: it reports that to the client and serves the next one.
 #include "support/failing-allocations.h"
 
 #include <appovshell/shell-server.h>
@@ -47,7 +47,7 @@ protected:
     }
     static int fail(void*) { throw std::runtime_error("a reason of more than a few characters"); }
 
-    // Comes, asks, gets its answer and leaves. The status; 1 for an answer that is not what was asked for.
+    // Connects, sends a command line, reads the answer and closes. Returns the status; 1 for a wrong output.
     int ask(const std::string& line, const std::string& output) const {
         host::ShellClient client;
         client.connect(path);
@@ -61,7 +61,7 @@ protected:
     std::unique_ptr<ShellServer> server;
 };
 
-TEST_P(StarvedShell, TellsItsClientAndServesTheNextOne) {
+TEST_P(StarvedShell, ReportsTheShortageToItsClientAndServesTheNextOne) {
     const host::LogCapture quiet({0x0205});
     server->open(path, geteuid());
     server->start();
@@ -79,7 +79,7 @@ TEST_P(StarvedShell, TellsItsClientAndServesTheNextOne) {
     EXPECT_GT(told, 5);
 }
 
-TEST_P(StarvedShell, AnswersRequestsThatAreNoneOrFail) {
+TEST_P(StarvedShell, AnswersWrongAndFailingRequests) {
     const host::LogCapture quiet({0x0205});
     server->open(path, geteuid());
     server->start();
@@ -95,7 +95,7 @@ TEST_P(StarvedShell, AnswersRequestsThatAreNoneOrFail) {
     }
 }
 
-TEST_P(StarvedShell, KeepsNothingOfThoseThatCameAndWent) {
+TEST_P(StarvedShell, FreesWhatItHeldForClientsThatHaveGone) {
     server->open(path, geteuid());
     server->start();
     const auto rounds = [&] {
@@ -118,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(OnceOrMore, StarvedShell, testing::Values(1, 3));
 
 class ShellCallsWithoutMemory : public StarvedShell {};
 
-TEST_F(ShellCallsWithoutMemory, OpenAndStartOrLeaveNothing) {
+TEST_F(ShellCallsWithoutMemory, OpenAndStartOrLeaveNothingBehind) {
     const std::size_t atRest = descriptors();
     const auto nothingThere = [&] {
         EXPECT_FALSE(std::filesystem::exists(path));

@@ -36,7 +36,7 @@ using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-// A command that notes its arguments and prints, returns or throws what it is told to.
+// A command that notes its arguments and prints, returns or throws what the test sets.
 struct Recorder {
     explicit Recorder(appovshell::Server& shell) : server(shell) {}
 
@@ -147,7 +147,7 @@ TEST_F(ShellCommands, RunWithAnEmptyArgumentWhenTheirOnlyOneIsAString) {
     EXPECT_EQ(status("count").at("status"), -EINVAL);
 }
 
-TEST_F(ShellCommands, AreToldWhenTheyAreUnknown) {
+TEST_F(ShellCommands, AreReportedWhenTheyAreUnknown) {
     EXPECT_EQ(status("fly high"), json({{"status", -ENOSYS}, {"error", "unknown command: fly (help lists them)"}}));
     EXPECT_EQ(status("  ").at("status"), -EINVAL);
 }
@@ -252,14 +252,14 @@ struct Shell : testing::Test {
         server->open(path, geteuid());
         server->start();
     }
-    // A connection that speaks without the client's manners.
+    // A raw connection, without the checks of the client class.
     host::io::FileDescriptor connectRaw() {
         host::io::FileDescriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         const auto address = appovshell::addressOf(path);
         EXPECT_EQ(connect(made.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        const timeval patience{10, 0};
-        setsockopt(made.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        setsockopt(made.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+        const timeval timeout{10, 0};
+        setsockopt(made.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+        setsockopt(made.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
         return made;
     }
     static bool sendRaw(const host::io::FileDescriptor& socket, const std::string& text) {
@@ -311,7 +311,7 @@ TEST_F(Shell, RunsTheCommandsOfAClient) {
 
 TEST_F_WHERE(support::isRoot(), Shell, IsNotTrustedWhenItIsOfAnotherUser) {
     const auto listener = appovshell::listenAt(path);
-    ASSERT_EQ(seteuid(1), 0); // whoever listens is asked for
+    ASSERT_EQ(seteuid(1), 0); // the listening user counts
     ASSERT_EQ(listen(listener.get(), 1), 0);
     ASSERT_EQ(seteuid(0), 0);
     ShellClient client;
@@ -356,7 +356,7 @@ TEST_F(Shell, TakesPiecemealAndPipelinedRequests) {
     EXPECT_EQ(receiveLine(client), "{\"status\":0}");
 }
 
-TEST_F(Shell, AnswersAClientThatHasFinishedSpeaking) {
+TEST_F(Shell, AnswersAClientThatHasShutDownItsSendingSide) {
     start();
     const auto client = connectRaw();
     ASSERT_TRUE(sendRaw(client, "{\"line\":\"echo 1\"}\n{\"line\":\"echo 2\"}\n"));
@@ -501,7 +501,7 @@ TEST_F(Shell, ServesANewClientBesideAnyNumberOfIdleOnes) {
     }
 }
 
-TEST_F(Shell, DoesNotEvictAnIdleClientForOneThatAsksNothing) {
+TEST_F(Shell, DoesNotEvictAnIdleClientForOneThatSendsNoRequest) {
     start();
     std::vector<ShellClient> clients(ShellServer::maximumClients);
     for (auto& client : clients) {
@@ -514,7 +514,7 @@ TEST_F(Shell, DoesNotEvictAnIdleClientForOneThatAsksNothing) {
     for (auto& client : clients) EXPECT_EQ(client.run("echo").status, 0);
 }
 
-// So many clients, as a shell takes, that do not read their answers.
+// As many clients as a shell takes, none of which reads its answer.
 std::vector<host::io::FileDescriptor> Shell::busyClients() {
     recorder.text.assign(600 * 1000, 'x'); // more than a socket takes, and less than the shell keeps
     std::vector<host::io::FileDescriptor> busy;
@@ -548,7 +548,7 @@ TEST_F(Shell, EvictsAClientThatHasNotReadItsAnswersForLong) {
     EXPECT_EQ(late.run("echo").status, 0);
 }
 
-TEST_F(Shell, LetsAClientThatHasAskedNothingMakeWayForAnother) {
+TEST_F(Shell, EvictsAClientThatHasAskedNothingForANewOne) {
     start();
     ShellClient first;
     first.connect(path);
@@ -566,7 +566,7 @@ TEST_F(Shell, LetsAClientThatHasAskedNothingMakeWayForAnother) {
     EXPECT_EQ(first.run("echo").status, 0);
 }
 
-TEST_F(Shell, TurnsAClientAwayThatAsksWhenOthersHaveTakenItsPlace) {
+TEST_F(Shell, RejectsAClientThatAsksWhenAllSlotsAreTaken) {
     start();
     const auto slow = connectRaw();
     sendRaw(slow, "garbage\n");
@@ -596,7 +596,7 @@ TEST_F(Shell, WritesFewLinesAboutManyClientsOfAnotherUser) {
     EXPECT_LT(log.lines().size(), crowd / 2);
 }
 
-TEST_F(Shell, TurnsAwayOtherUsers) {
+TEST_F(Shell, RejectsOtherUsers) {
     server->open(path, geteuid() + 1);
     server->start();
     ShellClient client;
@@ -674,7 +674,7 @@ TEST_F(Shell, ServesClientsThatConnectedBeforeItsStart) {
     EXPECT_EQ(receiveLine(client), "{\"status\":0}");
 }
 
-TEST_F(Shell, ClientSaysThatNobodyServes) {
+TEST_F(Shell, ClientReportsThatNoShellServes) {
     ShellClient client;
     EXPECT_EQ(failure(client, "echo"), ShellError::Kind::NotAvailable);
     EXPECT_THROW(client.connect(path), ShellError);
@@ -692,7 +692,7 @@ TEST_F(Shell, ClientTimesOut) {
     EXPECT_EQ(failure(client, "echo", std::chrono::milliseconds(20)), ShellError::Kind::TimedOut);
 }
 
-TEST_F(Shell, ClientRefusesAnAnswerThatIsNone) {
+TEST_F(Shell, ClientRejectsAMalformedAnswer) {
     const auto listener = appovshell::listenAt(path);
     for (const char* answer : {"nonsense\n", "{}\n", "{\"status\":\"0\"}\n", "{\"output\":1}\n", "[]\n",
                                "{\"status\":0}\n{\"status\":0}\n"}) {

@@ -1,4 +1,4 @@
-// What the tests of the adapter's side without memory share: what is held, clients that count, a door without a socket.
+// What the tests of the adapter without memory share: memory in use, clients that count, a module without a socket.
 #pragma once
 
 #include "support/failing-allocations.h"

@@ -1,4 +1,4 @@
-// What fails with all modules switched off: it fails as it does otherwise, without a line.
+// Failures with all log modules switched off: the same results, without a line.
 #include "app-mmservice-proxy-main.h"
 #include "app-tvservice-proxy-main.h"
 #include "client-objects.h"
@@ -40,7 +40,7 @@ protected:
         vdlDebugSetLevels("warning");
     }
 
-    const host::LogCapture log{{0x0204}}; // which nobody here writes to, and whose level is set back
+    const host::LogCapture log{{0x0204}}; // a module without lines here, and whose level is restored
 };
 
 TEST_F(SilentModules, FailWithTheirBases) {
@@ -95,7 +95,7 @@ TEST_F(SilentModules, RefuseClientsThatTheyKnowAndThatTheyDoNot) {
     expectRefused(mmObject, mmClient, -1, -1);
 }
 
-// Sends as the product does, to services that are not there, or not at all.
+// Sends as the product does, to services that do not exist, or runs out of memory.
 class SendingManager : public Manager {
 public:
     int ReqMM(frame::MsgIds& ids, const frame::TransportInfo& transport,
@@ -153,7 +153,7 @@ TEST(ModuleNames, SetTheLevelsOfTheModules) {
     vdlDebugSetLevels("warning");
 }
 
-// The end itself may be told of by whoever runs the program.
+// The environment that runs the program may report its end.
 const auto tellsNothing = testing::Not(testing::ContainsRegex("(failure|warning|progress|trace): "));
 
 TEST(SilentModulesDeathTest, EndTheProcessForMixedIds) {
@@ -165,7 +165,7 @@ TEST(SilentModulesDeathTest, EndTheProcessForMixedIds) {
         testing::KilledBySignal(SIGABRT), tellsNothing);
 }
 
-TEST(SilentModulesDeathTest, EndTheProcessForWantOfAShell) {
+TEST(SilentModulesDeathTest, EndTheProcessWithoutAShell) {
     EXPECT_EXIT(
         {
             vdlDebugSetLevels("off");

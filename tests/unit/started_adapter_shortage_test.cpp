@@ -1,5 +1,5 @@
-// A started adapter over the proxies when memory runs out on the thread that calls it or brings it a message: the whole
-// way from a service's message to the applications, and from a call of theirs, or the debug command, to the service.
+// A started adapter over the proxies when memory runs out on the thread that calls it or delivers a message: the whole
+// path from a service's message to the applications, and from their calls, or the debug command, to the service.
 #include "app-mmservice-proxy-main.h"
 #include "app-tvservice-proxy-main.h"
 #include "resource-manager.h"
@@ -30,7 +30,7 @@ using namespace tvservice;
 constexpr const char* film = "http://films/a-film-whose-address-is-longer-than-what-fits-into-a-string-object";
 constexpr const char* channel = "dvb://a-channel-whose-address-is-longer-than-what-fits-into-a-string-object";
 
-// A proxy as the framework sets it up, at a door without a socket.
+// A proxy as the framework sets it up, with a module without a socket.
 template <class Proxy> struct Connected {
     Connected() {
         proxy.attachProcess(*frame::Process::getInstance());
@@ -79,7 +79,7 @@ protected:
         vdlDebugSetLevels("warning");
     }
 
-    // A service's message at every shortage: the application hears it once or, when memory ran out, not at all.
+    // A service's message at every shortage: the application gets it once or, when memory ran out, not at all.
     template <class Message> void expectHeardOrNot(const Door& door) {
         const support::FlatBody<Message> body(sampleOf<Message>());
         door.deliver<Message>(body);
@@ -137,8 +137,8 @@ protected:
         while (!workerWaits) std::this_thread::yield();
     }
 
-    // What asks for something to be played, at every shortage: each call is carried out with so many messages to the
-    // services and answered, or leaves no trace.
+    // A call that plays something, at every shortage: it either sends this many messages to the services and is
+    // answered, or leaves no trace.
     template <class Ask> void expectPlayedOrNot(const Ask& ask, unsigned toTv, unsigned toMm) {
         ask(); // what is made at first use, and what plays from then on
         settle();
@@ -163,7 +163,7 @@ protected:
     const boost::shared_ptr<CountingTvClient> application = boost::make_shared<CountingTvClient>();
 };
 
-TEST_P(StartedAdapter, PassesNewsOnWholeOrNotAtAll) {
+TEST_P(StartedAdapter, PassesNotificationsOnWholeOrNotAtAll) {
     support::forEach(support::TvNews{}, [&]<class Message>() { expectHeardOrNot<Message>(receiver.tv.door); });
 }
 

@@ -195,7 +195,7 @@ template <class Record> std::uint64_t keptByAssignment() {
     return kept;
 }
 
-TEST(StatusRecords, LetGoOfTheirStringListsButOfNothingElseWhenAssignedAgain) {
+TEST(StatusRecords, ReleaseTheirStringListsButNothingElseWhenAssignedAgain) {
     EXPECT_EQ(keptByAssignment<TvServiceCiAncillaryDataInfo_t>(), 1U) << "the string, not the list";
     EXPECT_EQ(keptByAssignment<TvServiceUriLinkageInfo_t>(), 2U);
     EXPECT_EQ(keptByAssignment<TvServiceNetworkChangeMessage_t>(), 1U);

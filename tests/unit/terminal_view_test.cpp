@@ -1,4 +1,4 @@
-// What the control application says that each terminal shows.
+// What the control application lists for each terminal.
 #include "shell/command-table.h"
 #include "control/src/log.h"
 #include "control/src/looking-commands.h"
@@ -125,7 +125,7 @@ TEST_F(Terminals, FollowRequestsWithIdsOfApplicationsInTheOrderOfTheAnswers) {
     EXPECT_THAT(shown(), ElementsAre("0:0 dvb://3 0"));
 }
 
-TEST_F(Terminals, DoNotFollowWhatTheTvServiceTellsOfItself) {
+TEST_F(Terminals, DoNotFollowUnrequestedAnswersOfTheTvService) {
     answer("1", "file://film");
     answer("2", "file://missing", -2);
     answer("", tvservice::stopUri);
@@ -150,7 +150,7 @@ TEST_F(Terminals, AreListedWithBothAnswersInFull) {
     EXPECT_THAT(run("terminals", false), HasSubstr("  lastResult -5  lastUri dvb://2  lastReqId 2  lastTime "));
 }
 
-TEST_F(Terminals, ForgetTheOneThatWasAnsweredLongestAgoWhenThereAreTooMany) {
+TEST_F(Terminals, DropTheOneThatWasAnsweredLongestAgoWhenThereAreTooMany) {
     const host::LogCapture log({control::controlLog});
     const int most = static_cast<int>(control::TerminalView::mostTerminals);
     for (int id = 0; id < most; ++id) answer("1", "dvb://1", 0, {0, id});
@@ -183,7 +183,7 @@ TEST_F(Terminals, HoldABoundedNumberOfBytesWhateverServicesSend) {
     EXPECT_THAT(cut, testing::EndsWith("xxx... (65536 bytes)"));
 }
 
-TEST_F(Terminals, AreCountedWithWhatHadToGo) {
+TEST_F(Terminals, AreCountedWithThoseDropped) {
     answer("1", "dvb://1");
     const auto tables = Json::parse(run("stats tables", true));
     EXPECT_EQ(tables[0].dump(),

@@ -43,7 +43,7 @@ inline std::vector<std::string> textsOf(const std::vector<Heard>& all) {
     return texts;
 }
 
-// A client that writes down what it is told.
+// A client that records its notifications.
 class Client {
 public:
     Client()
@@ -73,8 +73,7 @@ public:
         ask<messages::TvServiceReq>(std::vector{request});
     }
 
-    // What the client has been told since the last call: all that the service sent at once for what it was asked so
-    // far.
+    // The notifications since the last call: all that the service sent at once for the requests so far.
     std::vector<Heard> heard() {
         tvservice::TvServiceStreamInfoReq_t mark;
         mark.intParam1 = --lastMark_;
@@ -86,7 +85,7 @@ public:
         if (!result.empty() && isMark(result.back())) result.pop_back();
         return result;
     }
-    // Waits for a message of that name; returns all that the client has been told since the last call.
+    // Waits for a message of that name; returns the notifications since the last call.
     std::vector<Heard> heardUntil(const std::string& name) {
         return waitUntil([&](const auto& all) {
             return std::any_of(all.begin(), all.end(), [&](const Heard& heard) { return heard.message == name; });
@@ -139,7 +138,7 @@ protected:
         std::filesystem::remove_all(folder_);
     }
 
-    // Forgets what both have been told.
+    // Forgets the notifications of both.
     void forget() {
         asker->heard();
         other->heard();

@@ -1,4 +1,4 @@
-// The command that lets the TV service tell its clients anything.
+// The command that makes the TV service send any notification.
 #include "tv-service-fixture.h"
 #include "tvservice/emit.h"
 
@@ -130,7 +130,7 @@ TEST_F(Emit, RefusesArgumentsOfFourKibibytesAndTakesOneByteLess) {
 }
 
 TEST_F(Emit, SaysWhenANotificationCouldNotBeSent) {
-    const host::LogCapture log; // of what the queue says about it
+    const host::LogCapture log; // keeps the queue's warnings off the output
     asker.reset();
     other.reset();
     queue.stop();

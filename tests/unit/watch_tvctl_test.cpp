@@ -235,7 +235,7 @@ TEST_F(Watch, PassesOnThatTheReceiverRefuses) {
     EXPECT_EQ(ordered_json::parse(errors.str())["status"], -5);
 }
 
-TEST_F(Watch, RefusesAListThatIsNone) {
+TEST_F(Watch, RejectsAMalformedList) {
     for (const char* malformed : {"no JSON", "1", "{\"number\":1}", "[{\"number\":\"x\"}]", "[1]", "[{}]"}) {
         receiver->malformed = malformed;
         EXPECT_EQ(run(), tvctl::exitBadData) << malformed;

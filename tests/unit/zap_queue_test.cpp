@@ -1,4 +1,4 @@
-// What is asked for when somebody zaps: the queue alone, and the queue over the resource manager in simulated time.
+// What a zapping user requests: the queue alone, and the queue over the resource manager in simulated time.
 #include "unit/resource-manager-fixture.h"
 
 #include <tvservice-adapter/zap-queue.h>
@@ -162,7 +162,7 @@ TEST_F(ZapQueueTest, TakesAnAnswerThatComesTwiceOnlyOnce) {
     EXPECT_THAT(outcomes, ElementsAre("replaced b", "answered a 0"));
 }
 
-TEST_F(ZapQueueTest, TakesAnAnswerThatComesWhileItAsksForAnAnswer) {
+TEST_F(ZapQueueTest, TakesAnAnswerThatComesWhileItAsksWhetherTheRequestWasDropped) {
     queue.want(channel(0, "a"));
     queue.want(channel(0, "b"));
     pass(5s);
@@ -190,7 +190,7 @@ TEST_F(ZapQueueTest, ServesTerminalsInTheOrderInWhichTheyWereWanted) {
     EXPECT_THAT(sentUris(), ElementsAre("a0", "b1", "b0", "a2"));
 }
 
-TEST_F(ZapQueueTest, TellsTerminalsOfOneIdApartByTheirType) {
+TEST_F(ZapQueueTest, DistinguishesTerminalsOfOneIdByTheirType) {
     queue.want(channel(0, "a"));
     queue.want(request(0, 1, "b"));
     queue.want(request(1, 1, "c"));
@@ -251,7 +251,7 @@ TEST_F(ZapQueueTest, AsksAgainWhenItCouldNotAsk) {
 TEST_F(ZapQueueTest, DoesNotMissARequestWhoseSendingTakesLongerThanTheLimit) {
     duringSend = [this] {
         pass(10s);
-        queue.look(); // the adapter does not have it yet, which is not that it was dropped
+        queue.look(); // the adapter does not have it yet, so it was not dropped
     };
     queue.want(channel(0, "a"));
     EXPECT_THAT(outcomes, IsEmpty());
@@ -379,7 +379,7 @@ protected:
                     [] { return now(); }, [this](const ZapOutcome& outcome) { outcomes.push_back(show(outcome)); }}};
 };
 
-TEST_F(ZapsOverTheManager, ALostAnswerCostsLessThanSevenAndAHalfSecondsHoweverFastSomebodyZaps) {
+TEST_F(ZapsOverTheManager, ALostAnswerCostsLessThanSevenAndAHalfSecondsHoweverFastAUserZaps) {
     const auto start = now();
     queue.want(channel(0, "lost"));
     int zaps = 0;
@@ -391,7 +391,7 @@ TEST_F(ZapsOverTheManager, ALostAnswerCostsLessThanSevenAndAHalfSecondsHoweverFa
     EXPECT_THAT(outcomes, testing::Contains("dropped lost"));
 }
 
-TEST_F(ZapsOverTheManager, WithoutThemALostAnswerIsWaitedForAsLongAsSomebodyAsks) {
+TEST_F(ZapsOverTheManager, WithoutZapsALostAnswerIsAwaitedAsLongAsRequestsCome) {
     manager.ask({channel(0, "lost")});
     play(60s, [&] {
         asked = true;
@@ -401,7 +401,7 @@ TEST_F(ZapsOverTheManager, WithoutThemALostAnswerIsWaitedForAsLongAsSomebodyAsks
     EXPECT_EQ(manager.queue().size(), 241U);
 }
 
-TEST_F(ZapsOverTheManager, AStopAfterZapsIsTheLastThingThatIsDone) {
+TEST_F(ZapsOverTheManager, AStopAfterZapsIsExecutedLast) {
     queue.want(channel(0, "dvb://1"));
     queue.want(channel(0, "dvb://2"));
     queue.want(channel(0, stopUri));

@@ -19,7 +19,7 @@ namespace {
 using namespace tvservice;
 using namespace std::chrono_literals;
 
-constexpr auto patience = 60s;
+constexpr auto timeout = 60s;
 
 // A TV service that answers every request on a thread of its own, as a receiving thread brings answers, unless it is
 // muted.
@@ -52,13 +52,13 @@ public:
     }
     template <class Condition> bool waitFor(Condition condition) {
         std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, patience, [&] { return condition(sent_); });
+        return changed_.wait_for(lock, timeout, [&] { return condition(sent_); });
     }
 
     // Waits until nothing is being answered: the manager is destroyed when the process ends.
     void settle() {
         std::unique_lock lock(mutex_);
-        EXPECT_TRUE(changed_.wait_for(lock, patience, [&] { return answers_.empty() && !answering_; }));
+        EXPECT_TRUE(changed_.wait_for(lock, timeout, [&] { return answers_.empty() && !answering_; }));
     }
 
 private:
@@ -121,7 +121,7 @@ struct Outcomes {
     }
     template <class Condition> bool waitFor(Condition condition) {
         std::unique_lock lock(mutex);
-        return changed.wait_for(lock, patience, condition);
+        return changed.wait_for(lock, timeout, condition);
     }
     int of(ZapOutcome::Kind kind) const { return counts[static_cast<int>(kind)]; }
     int all() const { return counts[0] + counts[1] + counts[2] + counts[3]; }
@@ -135,13 +135,13 @@ struct Outcomes {
 class ZapperTest : public testing::Test {
 protected:
     ZapperTest() {
-        vdlDebugSetLevels("off"); // that requests are dropped is meant
+        vdlDebugSetLevels("off"); // dropped requests are expected
         service.mute(false);
         service.takeSent();
     }
     ~ZapperTest() override {
         // What the manager still has would be sent, and answered, while the process ends.
-        const auto end = std::chrono::steady_clock::now() + patience;
+        const auto end = std::chrono::steady_clock::now() + timeout;
         while (!startedAdapter().bundles().empty() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
         service.settle();
         vdlDebugSetLevels("warning");
