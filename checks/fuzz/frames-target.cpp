@@ -1,8 +1,8 @@
 // A connection's bytes: the first exchange, and the frames after it.
 #include "budget.h"
+#include "message-kinds.h"
 #include "queue/connection.h"
 #include "queue/door.h"
-#include "message-kinds.h"
 #include "target.h"
 
 #include <boost/asio/io_context.hpp>

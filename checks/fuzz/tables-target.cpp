@@ -1,8 +1,8 @@
 // Endian tables that nobody has looked at, and messages for those that are sound.
 #include "budget.h"
+#include "codec/plan.h"
 #include "support/wire.h"
 #include "target.h"
-#include "codec/plan.h"
 #include "wire-model.h"
 
 #include <algorithm>

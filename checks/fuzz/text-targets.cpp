@@ -1,7 +1,7 @@
 // Texts that people and files give: command lines, URIs, channel lists, JSON for arguments.
-#include "shell/command-line.h"
 #include "budget.h"
 #include "message-kinds.h"
+#include "shell/command-line.h"
 #include "target.h"
 #include "tvservice/channel-list.h"
 

@@ -1,7 +1,7 @@
 // The control application's shell commands: what they send, what they refuse, and what they show.
-#include "shell/command-table.h"
 #include "control/src/commands.h"
 #include "control/src/request-words.h"
+#include "shell/command-table.h"
 #include "support/fake-shell.h"
 #include "support/tv-doubles.h"
 #include "support/tv-messages.h"

@@ -1,7 +1,7 @@
 // A service's listener while many clients connect that it rejects.
-#include "transport/local-transport.h"
 #include "queue/server-door.h"
 #include "support/queue-fixture.h"
+#include "transport/local-transport.h"
 
 #include <host/log-capture.h>
 

@@ -1,7 +1,7 @@
 // What the control application lists for each terminal.
-#include "shell/command-table.h"
 #include "control/src/log.h"
 #include "control/src/looking-commands.h"
+#include "shell/command-table.h"
 
 #include <genrpc/json.h>
 #include <host/log-capture.h>

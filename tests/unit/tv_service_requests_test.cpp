@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 #include <kit/wait.h>
+#include <ostream>
 
 using namespace tvservicetest;
 using namespace std::chrono_literals;
@@ -313,6 +314,7 @@ struct Filling {
     void (*fillShare)(Client& client, int type);
     void (*ask)(Client& client);
     bool (*isGranted)(const std::vector<Heard>& heard);
+    friend void PrintTo(const Filling& filling, std::ostream* out) { *out << filling.table; }
 };
 
 class FullTable : public TvService, public testing::WithParamInterface<Filling> {

@@ -1,6 +1,6 @@
 // tvctl watch: following the notifications that a receiver's shell lists.
-#include "shell/shell-server.h"
 #include "message-names.h"
+#include "shell/shell-server.h"
 #include "watch.h"
 
 #include <host/environment.h>

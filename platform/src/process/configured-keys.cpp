@@ -14,9 +14,7 @@ Setting needed(const std::string& name, const std::string& why) {
 
 } // namespace
 
-KeyPair ownKeys() {
-    return readKeys(needed("keys.file", "connections to other hosts need this machine's keys").text);
-}
+KeyPair ownKeys() { return readKeys(needed("keys.file", "connections to other hosts need this machine's keys").text); }
 
 std::string keyOfService(const std::string& service, const std::string& endpoint) {
     const std::string name = "keys.services." + service;

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "base/file-descriptor.h"
-#include "transport/transport.h"
 #include "tls.h"
+#include "transport/transport.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>

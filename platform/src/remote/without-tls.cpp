@@ -20,10 +20,13 @@ void checkKey(const std::string&, const std::string&) { refuse(); }
 namespace remote {
 
 Transport::Transport(boost::asio::io_context& io, const KeyPair&, std::chrono::milliseconds) : io_(io) { refuse(); }
-std::unique_ptr<io::Connector> Transport::connectorTo(const std::string&, const std::string&,
-                                                      const std::string&) { refuse(); }
+std::unique_ptr<io::Connector> Transport::connectorTo(const std::string&, const std::string&, const std::string&) {
+    refuse();
+}
 std::unique_ptr<io::Listener> Transport::listenerAt(const std::string&, const std::string&, const Place&,
-                                                    const std::set<std::string>&) { refuse(); }
+                                                    const std::set<std::string>&) {
+    refuse();
+}
 void Transport::beginFarewell() {}
 void Transport::endFarewell() noexcept {}
 

@@ -1,9 +1,9 @@
 // The transport between processes of one machine: stream sockets in the file system.
 #pragma once
 
+#include "base/file-descriptor.h"
 #include "transport/acceptor.h"
 #include "transport/service-socket.h"
-#include "base/file-descriptor.h"
 #include "transport/transport.h"
 
 #include <boost/asio/io_context.hpp>
