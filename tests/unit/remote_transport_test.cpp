@@ -213,8 +213,7 @@ TEST_F(BetweenHosts, GivesAKeyABoundedNumberOfStreams) {
     for (int i = 0; i < 64; ++i) {
         peers.push_back(std::make_unique<support::RemotePeer>(path));
         ASSERT_TRUE(peers.back()->isAccepted()) << i;
-        ASSERT_TRUE(peers.back()->say(hello))
-            << i; // else the service ends it after 2 s, maybe before the last one has connected
+        ASSERT_TRUE(peers.back()->say(hello)) << i; // else the service ends the connection after 2 s
     }
     startClient();
     EXPECT_TRUE(log.waitFor("a key has at most 64 streams: " + remote->keys.publicKey, 10s));
