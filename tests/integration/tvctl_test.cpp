@@ -1,8 +1,7 @@
 // tvctl as users and scripts run it, against a shell in this process.
 #include "integration/program-run.h"
-
-#include <appovshell/shell-server.h>
-#include <appovshell/shell-socket.h>
+#include "shell/shell-server.h"
+#include "shell/shell-socket.h"
 
 #include <cerrno>
 #include <memory>

@@ -1,4 +1,6 @@
 // What tvctl doctor finds on unusual file systems: overlays, and file systems that do not answer.
+#include "base/file-descriptor.h"
+#include "base/socket-lock.h"
 #include "support/doctor-fixture.h"
 #include "support/test-where.h"
 
@@ -8,8 +10,6 @@
 #include <fcntl.h>
 #include <fstream>
 #include <functional>
-#include <io/file-descriptor.h>
-#include <io/socket-lock.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>

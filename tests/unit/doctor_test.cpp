@@ -1,17 +1,17 @@
 // What tvctl doctor finds in folders, files, limits and what is served there.
+#include "base/socket-lock.h"
+#include "runlog/run-log-store.h"
+#include "shell/shell-server.h"
 #include "support/doctor-fixture.h"
 
-#include <appovshell/shell-server.h>
 #include <host/log-capture.h>
 #include <host/message-queue.h>
 #include <host/run-log-file.h>
 #include <host/shell-client.h>
-#include <lrt/run-log-store.h>
 
 #include <array>
 #include <chrono>
 #include <future>
-#include <io/socket-lock.h>
 
 namespace {
 

@@ -1,7 +1,8 @@
 // When a client without a connection tries again.
+#include "queue/retry-delay.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <io/retry-delay.h>
 #include <vector>
 
 namespace {

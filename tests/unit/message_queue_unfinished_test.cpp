@@ -1,11 +1,11 @@
 // Messages of which only a part arrives: they must not use up the memory for others, nor hold it for long.
+#include "queue/receive-budget.h"
+#include "queue/receive-buffer.h"
 #include "support/queue-fixture.h"
 
 #include <host/log-capture.h>
 
 #include <chrono>
-#include <io/receive-budget.h>
-#include <io/receive-buffer.h>
 #include <memory>
 #include <stdexcept>
 #include <vector>

@@ -1,6 +1,6 @@
 // An older peer against a newer one. Who has other messages, or one of another layout, is rejected with a line that
 // names the message; who has the same layouts talks, whatever it calls them.
-#include "io/handshake.h"
+#include "queue/handshake.h"
 #include "support/queue-fixture.h"
 
 #include <host/log-capture.h>

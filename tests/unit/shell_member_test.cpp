@@ -1,8 +1,8 @@
 // The debug shell as a member of a framework process.
+#include "shell/shell-socket.h"
 #include "unit/recording-member.h"
 
 #include <appovshell/server.h>
-#include <appovshell/shell-socket.h>
 #include <host/environment.h>
 #include <host/shell-client.h>
 

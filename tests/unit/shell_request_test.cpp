@@ -1,5 +1,5 @@
 // Which members of a request a shell reads, and which it ignores.
-#include <appovshell/request.h>
+#include "shell/request.h"
 
 #include <gtest/gtest.h>
 #include <string>

@@ -1,7 +1,7 @@
 // The debug shell when an allocation of its thread fails: it reports that to the client and serves the next one.
+#include "shell/shell-server.h"
 #include "support/failing-allocations.h"
 
-#include <appovshell/shell-server.h>
 #include <host/log-capture.h>
 #include <host/shell-client.h>
 

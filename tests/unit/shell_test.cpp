@@ -1,8 +1,8 @@
 // The debug shell: commands, the socket and the client.
+#include "shell/shell-server.h"
+#include "shell/shell-socket.h"
 #include "support/test-where.h"
 
-#include <appovshell/shell-server.h>
-#include <appovshell/shell-socket.h>
 #include <host/log-capture.h>
 #include <host/shell-client.h>
 

@@ -1,11 +1,14 @@
 // The options that tvctl and its own verbs share, and reading a verb's arguments.
 #pragma once
 
-#include <CLI/App.hpp>
 #include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App; // whose header takes seconds to compile
+}
 
 namespace tvctl {
 

@@ -10,6 +10,7 @@
 #include <host/receiver.h>
 #include <vdl/debug.h>
 
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <exception>
 #include <iostream>
@@ -21,17 +22,18 @@
 
 namespace services {
 
-Program::Program(const std::string& name, const std::string& description) : name_(name), options_(description, name) {
+Program::Program(const std::string& name, const std::string& description)
+    : name_(name), options_(std::make_unique<CLI::App>(description, name)) {
     vdlDebugNameModule(logModule, "service");
-    options_.failure_message([](const CLI::App* app, const CLI::Error& error) {
+    options_->failure_message([](const CLI::App* app, const CLI::Error& error) {
         return host::printable(CLI::FailureMessage::simple(app, error), "\n");
     });
-    options_.set_version_flag("--version", name + " " TVSA_VERSION);
-    options_.add_option("--log", logLevels_, "Debug levels, LEVEL or MODULE=LEVEL, comma-separated");
-    options_.add_option("--ready-fd", readyDescriptor_, "Descriptor to write the line \"ready\" to, once serving")
+    options_->set_version_flag("--version", name + " " TVSA_VERSION);
+    options_->add_option("--log", logLevels_, "Debug levels, LEVEL or MODULE=LEVEL, comma-separated");
+    options_->add_option("--ready-fd", readyDescriptor_, "Descriptor to write the line \"ready\" to, once serving")
         ->check(CLI::NonNegativeNumber);
     options_
-        .add_option_function<std::vector<std::string>>(
+        ->add_option_function<std::vector<std::string>>(
             "--fault",
             [this](const std::vector<std::string>& assignments) {
                 for (const std::string& assignment : assignments)
@@ -44,11 +46,17 @@ Program::Program(const std::string& name, const std::string& description) : name
         ->take_all();
 }
 
+Program::~Program() = default;
+
+void Program::addOption(const std::string& name, std::string& value, const std::string& help) {
+    options_->add_option(name, value, help);
+}
+
 std::optional<int> Program::parse(int argc, const char* const* argv) {
     try {
-        options_.parse(argc, argv);
+        options_->parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return options_.exit(error) == 0 ? success : usage;
+        return options_->exit(error) == 0 ? success : usage;
     }
     try {
         host::checkConfiguration();

@@ -5,13 +5,17 @@
 #include "common/shell-commands.h"
 #include "common/terminal-table.h"
 
-#include <CLI/CLI.hpp>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
+
+namespace CLI {
+class App; // whose header takes seconds to compile
+}
 
 namespace services {
 
@@ -19,9 +23,10 @@ class Program {
 public:
     // name: the process's name, under which its shell is found too.
     Program(const std::string& name, const std::string& description);
+    ~Program();
 
-    // For options of the service's own, before parse.
-    CLI::App& options() { return options_; }
+    // Adds an option of the service's own, with a text; value has to last until parse, which it comes before.
+    void addOption(const std::string& name, std::string& value, const std::string& help);
     // Returns the exit code when the program ends here, what was wrong being on stderr.
     std::optional<int> parse(int argc, const char* const* argv);
 
@@ -48,7 +53,7 @@ private:
     std::string tellReady() const;
 
     std::string name_;
-    CLI::App options_;
+    const std::unique_ptr<CLI::App> options_;
     std::string logLevels_;
     int readyDescriptor_ = -1;
 

@@ -12,7 +12,7 @@
 int main(int argc, char** argv) {
     services::Program program("tvserviced", "The TV service of a receiver, for development: shows nothing for real.");
     std::string channelFile;
-    program.options().add_option("--channels", channelFile, "Channel list in place of the built-in one");
+    program.addOption("--channels", channelFile, "Channel list in place of the built-in one");
     if (const auto exitCode = program.parse(argc, argv)) return *exitCode;
     try {
         const auto channels =

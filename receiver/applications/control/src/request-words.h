@@ -8,6 +8,7 @@
 #include <string_view>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 
 namespace control {
 
@@ -82,13 +83,21 @@ inline std::string commandOf(std::string_view message) {
     return command;
 }
 
+// For a message that is not among the known ones. arguments: as addArguments leaves them.
+inline RequestWords followingWords(const char* message, std::string arguments) {
+    if (!arguments.empty()) arguments.erase(0, 1); // the space before the first one
+    std::string help = "sends ";
+    help += message;
+    return {commandOf(message), std::move(arguments), std::move(help)};
+}
+
 template <class Message> RequestWords wordsOf() {
     for (const auto& known : knownWords)
         if (known.message == Message::name) return {known.command, known.arguments, known.help};
     std::string names;
     std::apply([&](const auto&... argument) { (addArguments(names, argument), ...); },
                typename Message::Body::Arguments{});
-    return {commandOf(Message::name), names.empty() ? names : names.substr(1), std::string("sends ") + Message::name};
+    return followingWords(Message::name, std::move(names));
 }
 
 } // namespace control
