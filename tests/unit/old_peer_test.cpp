@@ -39,7 +39,7 @@ protected:
 };
 
 const frame::MessageDescription withOneMore[] = {
-    descriptions[0], descriptions[1], {"Newer", strangeMeta, &numberTable}};
+    descriptions[0], descriptions[1], {"Newer", unknownMeta, &numberTable}};
 const frame::MessageSet newer{withOneMore, 3};
 
 TEST_F(AnOldPeer, IsRejectedByAServiceThatHasAMessageMore) {
