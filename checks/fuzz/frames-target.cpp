@@ -86,7 +86,7 @@ public:
 protected:
     int dispatch(const Outgoing&, const frame::TransportInfo*) override { return -107; }
     void addTo(frame::IOStatistics&) override {}
-    void takeUp() noexcept override {}
+    void proceed() noexcept override {}
 
 private:
     void bind(const checks::Kind& kind) {
