@@ -41,11 +41,16 @@ Ordeal::Ordeal() {
 }
 
 // The control application keeps the newest thousand answers, and as many notifications. Until it has them it takes more
-// memory with everything that is played.
+// memory with everything that is played; afterwards as much as with these, if they are like those that come later.
 void Ordeal::fillHistories() {
-    constexpr int kept = 1000, terminals = 5;
-    for (int i = 0; i < kept / terminals; ++i) reqId_ = ask("0:0,1:0,2:0,3:0,4:0", live);
-    awaitLine("finished req_id ", reqId_);
+    constexpr int kept = 1000, terminals = 5, atOnce = 20;
+    for (int i = 0; i < kept; ++i) {
+        const std::string terminal = std::to_string(i % terminals) + ":0";
+        kit_.ask(Part::frameHost, {"play", terminal, i / terminals % 2 == 0 ? live : media});
+        if (i % atOnce == atOnce - 1) awaitLine("finished req_id ", newestReqId());
+    }
+    const auto filled = [&] { return kit_.ask(Part::frameHost, {"answers", std::to_string(kept)}).size() == kept; };
+    await(filled, "a full history of answers");
 }
 
 Outcome Ordeal::endure(const Situation& situation, unsigned number) {
@@ -242,6 +247,13 @@ void Ordeal::comeToRest() {
     await(settled, "connections that have sent everything");
 }
 
+// A shell frees an answer after the client has it, but before it takes the next command: the one before may have been
+// long, this one is short.
+ProcessSize Ordeal::sizeAtRest(Part part) {
+    kit_.read(part, {"stats"});
+    return sizeOf(kit_.processId(part), heapCountOf(part));
+}
+
 // ---- helpers ----
 
 std::string Ordeal::ask(const std::string& terminal, const std::string& uri) {
@@ -293,6 +305,10 @@ void Ordeal::await(const std::function<bool()>& condition, const std::string& wh
 
 std::string Ordeal::socketOf(Part service) const {
     return (kit_.runtimeFolder() / (serviceNameOf(service) + ".sock")).string();
+}
+
+std::filesystem::path Ordeal::heapCountOf(Part part) const {
+    return kit_.folder() / "state" / heapCountFileOf(nameOf(part));
 }
 
 } // namespace killed

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host-log.h"
+#include "process-size.h"
 #include "situation.h"
 
 #include <chrono>
@@ -13,9 +14,10 @@
 
 namespace killed {
 
-// What is played: by the TV service, and by the MM service.
+// What is played: by the TV service, and by the MM service. So short that a text of either takes no memory of its own,
+// and what the histories take does not depend on how often each was played.
 inline constexpr const char* live = "dvb://1.1.1";
-inline constexpr const char* media = "rtp://239.0.0.1:5004";
+inline constexpr const char* media = "rtp://1.1.1.1:1";
 
 struct Outcome {
     std::chrono::milliseconds nextPlay{0}; // from the victim's return, or the end of the request before it
@@ -33,7 +35,7 @@ public:
 
     // Ends the receiver; returns what was not as it should be.
     std::string end() { return kit_.stop(); }
-    pid_t processId(Part part) { return kit_.processId(part); }
+    ProcessSize sizeAtRest(Part part);
     std::string logTails() const { return kit_.logTails(12); }
 
 private:
@@ -73,11 +75,14 @@ private:
                receiver::Milliseconds limit = receiver::patience);
     bool hostEnds() const;
     std::string socketOf(Part service) const;
+    std::filesystem::path heapCountOf(Part part) const;
 
-    // Freed memory goes back to the system at once, so that a process's size tells what it uses.
+    // Freed memory goes back to the system as soon as nothing lies above it, so that a process's size tells about what
+    // it uses.
     receiver::ReceiverKit kit_{{},
                                {},
-                               {{"GLIBC_TUNABLES",
+                               {{"LD_PRELOAD", COUNTING_HEAP},
+                                {"GLIBC_TUNABLES",
                                  "glibc.malloc.trim_threshold=0:glibc.malloc.top_pad=0:"
                                  "glibc.malloc.arena_max=1:glibc.malloc.tcache_count=0"}}};
     HostLog log_{kit_.folder() / "frame-host.log"};
