@@ -103,8 +103,8 @@ bool isHeldBack(const vdlDebugChunk& chunk, const char* format) {
 // format: that the text was made of; null for a line that no limit holds back.
 void output(std::uint32_t levelWord, std::string_view text, const char* format) {
     if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
-    if (format && isHeldBack({levelWord}, format)) return;
-    if (captures.load(std::memory_order_acquire) != 0 && capture(levelWord, text)) return;
+    const bool isKept = captures.load(std::memory_order_acquire) != 0 && capture(levelWord, text);
+    if ((format && isHeldBack({levelWord}, format)) || isKept) return;
     Output::instance().write(levelWord, text);
 }
 

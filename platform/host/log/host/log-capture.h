@@ -10,8 +10,8 @@
 
 namespace host {
 
-// While it lives, the debug lines of all threads are collected here. Captures may overlap: each gets every line, and a
-// line stays off stderr when any of them is quiet. End overlapping ones in reverse order, as they give levels back.
+// While it lives, the debug lines of all threads are collected here, also those that a limit holds back. Captures may
+// overlap: each gets every line, which stays off stderr when any is quiet. The last one made has to end first.
 class LogCapture {
 public:
     struct Line {
