@@ -89,7 +89,8 @@ def markdown(lines, compiler):
         "",
         "`./dev bench` measures everything and writes this file; `./dev bench --quick` takes less than two minutes "
         "and only prints; `./dev bench --gate` fails when a figure is more than 10 % (`--margin`) beyond "
-        "its bound or, where a reason is given above, beyond what is accepted in `bench/report/goals.py`. The machine should have nothing else to do.",
+        "its bound or, where a reason is given above, beyond what is accepted in `bench/report/goals.py`. "
+        "The machine should have nothing else to do.",
         "",
         "## All figures",
         "",

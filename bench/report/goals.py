@@ -64,12 +64,14 @@ GOALS = {
     ),
     14: ("Wake-ups of an idle receiver's host process", "at most 1.2 a second", "A receiver in standby sleeps."),
     15: (
-        "Between hosts: round trip through the proxy, notifications of 64 KiB and small ones one way, on one and on all CPUs",
+        "Between hosts: round trip through the proxy, notifications of 64 KiB and small ones one way, "
+        "on one and on all CPUs",
         "at most 1.25 of a bare TLS stream",
         "A service on another host costs what its encryption costs.",
     ),
     0: (
-        "Growth: cost per record of 10 to 10,000 in a message, 1 to 64 terminals, 1 to 1,000 queued bundles; memory after",
+        "Growth: cost per record of 10 to 10,000 in a message, 1 to 64 terminals, 1 to 1,000 queued bundles; "
+        "memory after",
         "at most 1.15; memory back to the same level",
         "The cost of a record does not grow with the length of a list.",
     ),

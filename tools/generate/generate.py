@@ -29,17 +29,25 @@ def tasks(tv, mm):
         requests, notifications = service.requests(), service.notifications()
         main = f"{folder}src/app-{service.name}-proxy-main"
         result[f"{folder}include/{service.name}/interfaces.h"] = {
-            "notifications": s.pure_methods(service, notifications), "requests": s.pure_methods(service, requests)}
-        result[f"{main}.h"] = {"senders": s.overrides(service, requests),
-                               "handlers": s.handler_declarations(service, notifications)}
-        result[f"{main}.cpp"] = {"bindings": s.binds(service, notifications), "senders": s.senders(service, requests),
-                                 "handlers": s.handlers(service, notifications)}
+            "notifications": s.pure_methods(service, notifications),
+            "requests": s.pure_methods(service, requests),
+        }
+        result[f"{main}.h"] = {
+            "senders": s.overrides(service, requests),
+            "handlers": s.handler_declarations(service, notifications),
+        }
+        result[f"{main}.cpp"] = {
+            "bindings": s.binds(service, notifications),
+            "senders": s.senders(service, requests),
+            "handlers": s.handlers(service, notifications),
+        }
     requests = tv.requests()
     result[adapter + "src/client-objects.h"] = {"news": s.overrides(tv, tv.messages("NEWS"))}
     result[adapter + "src/client-news.cpp"] = {"news": s.fan_out(tv, tv.messages("NEWS"))}
     result[adapter + "src/tvservice-adapter.cpp"] = {"requests": s.forwarders(tv, requests)}
     result[adapter + "include/tvservice-adapter/model-tvservice-adapter.h"] = {
-        "requests": s.adapter_declarations(tv, requests)}
+        "requests": s.adapter_declarations(tv, requests)
+    }
     result[adapter + "exports.map"] = {"requests": s.exported_methods(tv, requests)}
     result["tests/unit/records_test.cpp"] = {"messages": s.layouts([tv, mm])}
     result["docs/examples/every-request/every-request.cpp"] = {"requests": s.example_calls(tv, requests)}
@@ -74,7 +82,8 @@ def of_program(root, program):
     golden_files = golden.files(Codec(golden.schema_of(program)))
     result = {f"tests/golden/{name}": text for name, text in golden_files.items()}
     result["docs/messages.md"] = subprocess.run(
-        [program, "schema", "--markdown"], check=True, capture_output=True, text=True).stdout
+        [program, "schema", "--markdown"], check=True, capture_output=True, text=True
+    ).stdout
     for file in (root / "tests" / "golden").glob("*.json"):
         if file.name not in golden_files:
             result[f"tests/golden/{file.name}"] = None
@@ -91,8 +100,9 @@ def main():
 
     tv = Service("tvservice", root / "frame-genrpc/app-tvservice-proxy")
     mm = Service("mmservice", root / "frame-genrpc/app-mmservice-proxy")
-    texts = {file: filled(file, (root / file).read_text(encoding="utf-8"), lines)
-             for file, lines in tasks(tv, mm).items()}
+    texts = {
+        file: filled(file, (root / file).read_text(encoding="utf-8"), lines) for file, lines in tasks(tv, mm).items()
+    }
     texts["tvservice-adapter/exports.txt"] = "".join(name + "\n" for name in sections.exports(tv, mm))
     if arguments.tvctl:
         texts.update(of_program(root, arguments.tvctl))

@@ -69,8 +69,15 @@ class Service:
         """Those of one list: "REQUESTS", "ANSWER" and so on."""
         body = self.macros[f"{self.name.upper()}_{which}"]
         messages = [
-            Message(found["service"], found["direction"], found["name"], found["method"], int(found["id"], 16),
-                    _pairs(found["arguments"]), " ".join((found["comment"] or "").split()))
+            Message(
+                found["service"],
+                found["direction"],
+                found["name"],
+                found["method"],
+                int(found["id"], 16),
+                _pairs(found["arguments"]),
+                " ".join((found["comment"] or "").split()),
+            )
             for found in _MESSAGE.finditer(body)
         ]
         if len(messages) != len(re.findall(r"MESSAGE\(", body)):
@@ -90,10 +97,14 @@ class Service:
 
     def _records(self, macro):
         for record, fields in re.findall(r"RECORD\(\w+,\s*(\w+),\s*(\w+)\)", self.macros[macro]):
-            yield Record(self.name, record, [
-                Argument(found[0].strip(), found[1])
-                for found in re.findall(r"FIELD\(([^()]+),\s*(\w+)\)", self.macros[fields])
-            ])
+            yield Record(
+                self.name,
+                record,
+                [
+                    Argument(found[0].strip(), found[1])
+                    for found in re.findall(r"FIELD\(([^()]+),\s*(\w+)\)", self.macros[fields])
+                ],
+            )
 
     def record(self, name):
         return next((record for record in self.records if record.name == name), None)

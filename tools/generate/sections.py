@@ -62,13 +62,19 @@ def names_of(message):
 
 
 def pure_methods(service, messages):
-    return [line for message in messages
-            for line in wrapped(f"virtual int {message.method}(", parameters(service, message), ") = 0;", 4)]
+    return [
+        line
+        for message in messages
+        for line in wrapped(f"virtual int {message.method}(", parameters(service, message), ") = 0;", 4)
+    ]
 
 
 def overrides(service, messages):
-    return [line for message in messages
-            for line in wrapped(f"int {message.method}(", parameters(service, message), ") override;", 4)]
+    return [
+        line
+        for message in messages
+        for line in wrapped(f"int {message.method}(", parameters(service, message), ") override;", 4)
+    ]
 
 
 # ---- proxies ----
@@ -77,8 +83,7 @@ HANDLER = ["const frame::MsgMeta& meta", TRANSPORT, "const void* payload", "void
 
 
 def handler_declarations(_service, messages):
-    return [line for message in messages
-            for line in wrapped(f"static int call{message.name}(", HANDLER, ");", 4)]
+    return [line for message in messages for line in wrapped(f"static int call{message.name}(", HANDLER, ");", 4)]
 
 
 def binds(_service, messages):
@@ -89,10 +94,13 @@ def senders(service, messages):
     lines = []
     for message in messages:
         head = [IDS, "const frame::TransportInfo&", *parameters(service, message)[2:]]
-        lines += ["", *wrapped(f"int Proxy::{message.method}(", head, ") {", 0),
-                  '    GENRPC_LOG(module, vdlDebugTrace, "Called.\\n");',
-                  f"    return send<messages::{message.name}>(ids{names_of(message)});",
-                  "}"]
+        lines += [
+            "",
+            *wrapped(f"int Proxy::{message.method}(", head, ") {", 0),
+            '    GENRPC_LOG(module, vdlDebugTrace, "Called.\\n");',
+            f"    return send<messages::{message.name}>(ids{names_of(message)});",
+            "}",
+        ]
     return lines[1:]
 
 
@@ -100,15 +108,21 @@ def handlers(_service, messages):
     lines = []
     for message in messages:
         head = ["const frame::MsgMeta&", *HANDLER[1:]]
-        lines += ["", *wrapped(f"int Proxy::call{message.name}(", head, ") {", 0),
-                  '    GENRPC_LOG(module, vdlDebugTrace, "Eneter\\n");',
-                  "    auto& proxy = *static_cast<Proxy*>(context);",
-                  *wrapped(f"genrpc::deliver<messages::{message.name}>(",
-                           ["proxy.getMutex()", "proxy.clients", f"&ClientInterface::{message.method}", "transport",
-                            "payload"], ");", 4),
-                  '    GENRPC_LOG(module, vdlDebugTrace, "Exit\\n");',
-                  "    return 0;",
-                  "}"]
+        lines += [
+            "",
+            *wrapped(f"int Proxy::call{message.name}(", head, ") {", 0),
+            '    GENRPC_LOG(module, vdlDebugTrace, "Eneter\\n");',
+            "    auto& proxy = *static_cast<Proxy*>(context);",
+            *wrapped(
+                f"genrpc::deliver<messages::{message.name}>(",
+                ["proxy.getMutex()", "proxy.clients", f"&ClientInterface::{message.method}", "transport", "payload"],
+                ");",
+                4,
+            ),
+            '    GENRPC_LOG(module, vdlDebugTrace, "Exit\\n");',
+            "    return 0;",
+            "}",
+        ]
     return lines[1:]
 
 
@@ -118,12 +132,14 @@ def handlers(_service, messages):
 def fan_out(service, messages):
     lines = []
     for message in messages:
-        lines += ["", *wrapped(f"int TvServiceClient::{message.method}(", parameters(service, message), ") {", 0),
-                  "    const std::lock_guard lock(clientMutex);",
-                  f"    for (const auto& client : clients) client->{message.method}(ids, transport"
-                  f"{names_of(message)});",
-                  "    return 0;",
-                  "}"]
+        lines += [
+            "",
+            *wrapped(f"int TvServiceClient::{message.method}(", parameters(service, message), ") {", 0),
+            "    const std::lock_guard lock(clientMutex);",
+            f"    for (const auto& client : clients) client->{message.method}(ids, transport" f"{names_of(message)});",
+            "    return 0;",
+            "}",
+        ]
     return lines[1:]
 
 
@@ -165,16 +181,20 @@ def forwarders(service, messages):
 
 
 def demangled(type_):
-    for plain, full in (("std::uint32_t", "unsigned int"), ("std::int32_t", "int"),
-                        ("std::string", "std::__cxx11::basic_string<char, std::char_traits<char>, "
-                                        "std::allocator<char> >")):
+    for plain, full in (
+        ("std::uint32_t", "unsigned int"),
+        ("std::int32_t", "int"),
+        ("std::string", "std::__cxx11::basic_string<char, std::char_traits<char>, " "std::allocator<char> >"),
+    ):
         type_ = re.sub(rf"{plain}\b", full, type_)
     return re.sub(r"std::vector<(.*)>$", r"std::vector<\1, std::allocator<\1> >", type_)
 
 
 def export_of(service, message):
-    arguments = [demangled(argument.type) + ("" if service.is_value(argument.type) else " const&")
-                 for argument in message.arguments]
+    arguments = [
+        demangled(argument.type) + ("" if service.is_value(argument.type) else " const&")
+        for argument in message.arguments
+    ]
     everything = ", ".join(["frame::MsgIds&", "frame::TransportInfo const&", *arguments])
     return f"tvservice::ModelTvServiceAdapter::{message.method}({everything})"
 
@@ -182,14 +202,23 @@ def export_of(service, message):
 def exports(tv, mm):
     """The whole list of exported names."""
     adapter = "tvservice::ModelTvServiceAdapter"
-    names = ["CreateMMServiceProxy", "CreateTvMmService", "CreateTvServiceProxy", "frameCreateApplicationArray",
-             f"{adapter}::addClient(boost::shared_ptr<tvservice::ClientInterface>)",
-             f"{adapter}::removeClient(boost::shared_ptr<tvservice::ClientInterface>)",
-             f"{adapter}::bundles() const", f"typeinfo for {adapter}", f"typeinfo name for {adapter}"]
+    names = [
+        "CreateMMServiceProxy",
+        "CreateTvMmService",
+        "CreateTvServiceProxy",
+        "frameCreateApplicationArray",
+        f"{adapter}::addClient(boost::shared_ptr<tvservice::ClientInterface>)",
+        f"{adapter}::removeClient(boost::shared_ptr<tvservice::ClientInterface>)",
+        f"{adapter}::bundles() const",
+        f"typeinfo for {adapter}",
+        f"typeinfo name for {adapter}",
+    ]
     for service in (tv, mm):
         names += [f"__vdl_EndianTable_serializable_{record.name}" for record in service.records]
-        names += [f"__vdl_EndianTable_{service.name}Msg{message.name}_t"
-                  for message in service.requests() + service.notifications()]
+        names += [
+            f"__vdl_EndianTable_{service.name}Msg{message.name}_t"
+            for message in service.requests() + service.notifications()
+        ]
     names += [export_of(tv, message) for message in tv.requests()]
     return sorted(names)
 
@@ -228,8 +257,11 @@ def layout_of(service, message):
 
 
 def layouts(services):
-    return [f'        "{layout_of(service, message)}",' for service in services
-            for message in service.requests() + service.notifications()]
+    return [
+        f'        "{layout_of(service, message)}",'
+        for service in services
+        for message in service.requests() + service.notifications()
+    ]
 
 
 def example_of(service, message):
