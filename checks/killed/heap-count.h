@@ -4,6 +4,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
 #include <string>
 
 namespace killed {
@@ -14,5 +17,18 @@ struct HeapCount {
 
 // In the process's state folder, by the program's name.
 inline std::string heapCountFileOf(const std::string& program) { return "heap-count." + program; }
+
+struct HeapSize {
+    long bytes, blocks; // allocated and not freed
+};
+
+// What a process has counted into its file.
+inline HeapSize heapSizeIn(const std::filesystem::path& file) {
+    std::int64_t count[2];
+    static_assert(sizeof count == sizeof(HeapCount));
+    if (!std::ifstream(file, std::ios::binary).read(reinterpret_cast<char*>(count), sizeof count) || count[1] <= 0)
+        throw std::runtime_error("no count of the heap in " + file.string());
+    return {static_cast<long>(count[0]), static_cast<long>(count[1])};
+}
 
 } // namespace killed

@@ -48,12 +48,12 @@ struct Growth {
             this->*field = std::max(this->*field, other.*field);
     }
     // sizes: of one process, after each situation since the first few.
-    void take(const std::vector<ProcessSize>& sizes) {
-        const ProcessSize &first = sizes.front(), &last = sizes.back();
+    void take(const std::vector<SizeAtRest>& sizes) {
+        const SizeAtRest &first = sizes.front(), &last = sizes.back();
         Growth growth{last.descriptors - first.descriptors, last.threads - first.threads};
         if (const long quarter = static_cast<long>(sizes.size() / 4); quarter > 0) {
-            growth.heapBlocks = grown(sizes, &ProcessSize::heapBlocks);
-            growth.heapBytes = grown(sizes, &ProcessSize::heapBytes);
+            growth.heapBlocks = grown(sizes, &SizeAtRest::heapBlocks);
+            growth.heapBytes = grown(sizes, &SizeAtRest::heapBytes);
             growth.blocksPerThousand = growth.heapBlocks * 1000 / (3 * quarter);
             growth.bytesPerThousand = growth.heapBytes * 1000 / (3 * quarter);
         }
@@ -61,22 +61,22 @@ struct Growth {
         take(growth);
         if (growth.kibibytes <= boundsOfAllSituations.kibibytes) return; // else what to look into
         std::cout << "KiB after each situation:";
-        for (const ProcessSize& size : sizes) std::cout << ' ' << size.kibibytes;
+        for (const SizeAtRest& size : sizes) std::cout << ' ' << size.kibibytes;
         std::cout << std::endl;
     }
 
 private:
     // From the least in the first quarter to the least in the last one.
-    static long grown(const std::vector<ProcessSize>& sizes, long ProcessSize::*what) {
+    static long grown(const std::vector<SizeAtRest>& sizes, long SizeAtRest::*what) {
         const auto quarter = static_cast<std::ptrdiff_t>(sizes.size() / 4);
         const auto least = [&](auto begin) {
-            const auto less = [&](const ProcessSize& a, const ProcessSize& b) { return a.*what < b.*what; };
+            const auto less = [&](const SizeAtRest& a, const SizeAtRest& b) { return a.*what < b.*what; };
             return *std::min_element(begin, begin + quarter, less).*what;
         };
         return least(sizes.end() - quarter) - least(sizes.begin());
     }
     // The last quarter only tells what is given back again.
-    static long neverGivenBack(const std::vector<ProcessSize>& sizes) {
+    static long neverGivenBack(const std::vector<SizeAtRest>& sizes) {
         std::vector<long> least(sizes.size()); // from each measurement on
         long smallest = sizes.back().kibibytes;
         for (std::size_t i = sizes.size(); i-- > 0;) least[i] = smallest = std::min(smallest, sizes[i].kibibytes);
@@ -112,7 +112,7 @@ public:
             fail("at the start", error.what());
         }
         ready.arrive_and_wait();
-        std::map<Part, std::vector<ProcessSize>> sizes;
+        std::map<Part, std::vector<SizeAtRest>> sizes;
         std::size_t endured = 0;
         unsigned number = 0;
         while (const std::optional<Situation> situation = next(number)) {

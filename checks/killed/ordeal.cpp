@@ -1,5 +1,6 @@
 #include "ordeal.h"
 
+#include "heap-count.h"
 #include "service-socket.h"
 
 #include <algorithm>
@@ -249,9 +250,10 @@ void Ordeal::comeToRest() {
 
 // A shell frees an answer after the client has it, but before it takes the next command: the one before may have been
 // long, this one is short.
-ProcessSize Ordeal::sizeAtRest(Part part) {
+SizeAtRest Ordeal::sizeAtRest(Part part) {
     kit_.read(part, {"stats"});
-    return sizeOf(kit_.processId(part), heapCountOf(part));
+    const HeapSize heap = heapSizeIn(heapCountOf(part));
+    return {sizeOf(kit_.processId(part)), heap.bytes, heap.blocks};
 }
 
 // ---- helpers ----

@@ -25,6 +25,10 @@ struct Outcome {
     unsigned dropped = 0;                  // requests that were given up
 };
 
+struct SizeAtRest : ProcessSize {
+    long heapBytes, heapBlocks; // allocated and not freed
+};
+
 // For one thread. Whatever is not as it must be throws ReceiverError; the receiver is then of no more use.
 class Ordeal {
 public:
@@ -35,7 +39,7 @@ public:
 
     // Ends the receiver; returns what was not as it should be.
     std::string end() { return kit_.stop(); }
-    ProcessSize sizeAtRest(Part part);
+    SizeAtRest sizeAtRest(Part part);
     std::string logTails() const { return kit_.logTails(12); }
 
 private:
