@@ -82,12 +82,12 @@ double throughQueue(const Requests& requests) {
     frame::OmqIOModule& service = serving.serve(tvservice::serviceName, tvservice::messageSet(), 16384);
     service.registerMessageHandler(Message::meta, take, nullptr, *Message::table());
     tvservice::Proxy proxy;
-    frame::OmqIOModule& door =
+    frame::OmqIOModule& channel =
         sending.connectTo(proxy.getServiceName(), proxy.getMessageSet(), proxy.getSendBufferSize(), nullptr);
-    proxy.setOmqIOModule(&door);
+    proxy.setOmqIOModule(&channel);
     serving.start();
     sending.start();
-    sending.open(door);
+    sending.open(channel);
     waitFor([&] { return std::uint64_t{sending.statistics().at(0).connected}; }, 1);
     return allocationsPerMessage(proxy, requests, [&](std::uint64_t sent) {
         waitFor([&] { return serving.statistics().at(0).received; }, sent);

@@ -60,12 +60,12 @@ std::size_t infoBytes(std::size_t textBytes) {
 
 void ProxyClient::connect() {
     queue_ = std::make_unique<host::MessageQueue>();
-    frame::OmqIOModule& door =
+    frame::OmqIOModule& channel =
         queue_->connectTo(proxy_.getServiceName(), proxy_.getMessageSet(), proxy_.getSendBufferSize(), &proxy_);
-    proxy_.setOmqIOModule(&door);
+    proxy_.setOmqIOModule(&channel);
     proxy_.registerMessageHandlers();
     proxy_.addClient(boost::shared_ptr<tvservice::ClientInterface>(boost::shared_ptr<void>(), this));
-    queue_->open(door);
+    queue_->open(channel);
     queue_->start();
     while (!queue_->statistics().at(0).connected) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }

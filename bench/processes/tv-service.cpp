@@ -23,9 +23,9 @@ class TvService {
 public:
     TvService() {
         mm_.offer(queue_, mmservice::serviceName, mmservice::messageSet());
-        frame::OmqIOModule& door = tv_.offer(queue_, tvservice::serviceName, tvservice::messageSet());
-        bind<messages::TvServiceReq>(door, onPlay);
-        bind<messages::TvServiceSendKeyReq>(door, onSendKey);
+        frame::OmqIOModule& channel = tv_.offer(queue_, tvservice::serviceName, tvservice::messageSet());
+        bind<messages::TvServiceReq>(channel, onPlay);
+        bind<messages::TvServiceSendKeyReq>(channel, onSendKey);
         queue_.start();
     }
 
@@ -44,8 +44,8 @@ public:
     }
 
 private:
-    template <class Message> void bind(frame::OmqIOModule& door, frame::MessageHandler handler) {
-        door.registerMessageHandler(Message::meta, handler, this, *Message::table());
+    template <class Message> void bind(frame::OmqIOModule& channel, frame::MessageHandler handler) {
+        channel.registerMessageHandler(Message::meta, handler, this, *Message::table());
     }
 
     static int onPlay(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,

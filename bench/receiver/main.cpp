@@ -46,7 +46,8 @@ public:
     void wait() const {
         pollfd readable{ends_[0], POLLIN, 0};
         char byte;
-        if (poll(&readable, 1, static_cast<int>(receiver::patience.count())) != 1 || read(ends_[0], &byte, 1) != 1)
+        if (poll(&readable, 1, static_cast<int>(receiver::defaultTimeout.count())) != 1 ||
+            read(ends_[0], &byte, 1) != 1)
             throw std::runtime_error("a process did not get ready");
     }
 
@@ -125,7 +126,7 @@ public:
             return std::count_if(lines.begin(), lines.end(),
                                  [](const auto& line) { return line.text.ends_with(": connected"); }) >= connected_;
         };
-        if (!kit_.waitFor(connected, receiver::patience))
+        if (!kit_.waitFor(connected, receiver::defaultTimeout))
             throw std::runtime_error("the host process did not connect to the services");
     }
 

@@ -1,6 +1,6 @@
 // Clients that answer what was asked of the service.
 #include "../killed/service-socket.h"
-#include "doors.h"
+#include "endpoints.h"
 #include "scenarios.h"
 
 #include <tvservice/messages.h>
@@ -24,20 +24,20 @@ std::string emptyFrame(const frame::MsgMeta& meta) {
 }
 
 // A request waits for the service's answer, and another client of the service gives one.
-void answerInTheServicesPlace(ReceiverKit& kit, const Door& door, const std::string& uri, Figures& figures) {
-    kit.read(door.part, {"fault", "mute", "on"});
-    Socket client = clientOf(door);
+void answerInTheServicesPlace(ReceiverKit& kit, const Endpoint& endpoint, const std::string& uri, Figures& figures) {
+    kit.read(endpoint.part, {"fault", "mute", "on"});
+    Socket client = clientOf(endpoint);
     const std::string request = kit.play("1:0", uri);
-    const auto undecodable = counterOf(kit, door.part, "undecodable");
+    const auto undecodable = counterOf(kit, endpoint.part, "undecodable");
     constexpr unsigned answers = 100;
     for (unsigned i = 0; i < answers; ++i)
-        require(client.say(killed::answerFrame(door.part, request, uri)), door.name + " does not listen");
-    require(kit.waitFor([&] { return counterOf(kit, door.part, "undecodable") == undecodable + answers; },
-                        receiver::patience),
-            door.name + " did not count the answers of a client as wrong");
+        require(client.say(killed::answerFrame(endpoint.part, request, uri)), endpoint.name + " does not listen");
+    require(kit.waitFor([&] { return counterOf(kit, endpoint.part, "undecodable") == undecodable + answers; },
+                        receiver::defaultTimeout),
+            endpoint.name + " did not count the answers of a client as wrong");
     kit.waitForStep(request, dropMark, std::chrono::seconds(9));
-    require(kit.answersTo(request).empty(), door.name + ": a client's answer reached another one");
-    kit.read(door.part, {"fault", "clear"});
+    require(kit.answersTo(request).empty(), endpoint.name + ": a client's answer reached another one");
+    kit.read(endpoint.part, {"fault", "clear"});
     figures.answers += answers;
 }
 
@@ -46,12 +46,12 @@ void answerInTheServicesPlace(ReceiverKit& kit, const Door& door, const std::str
 void answerForOthers(Figures& figures) {
     ReceiverKit kit;
     kit.start();
-    const auto doors = doorsIn(kit.runtimeFolder());
-    answerInTheServicesPlace(kit, doors[0], "dvb://1.1.1", figures);
-    answerInTheServicesPlace(kit, doors[1], "rtp://239.0.0.1:5004", figures);
+    const auto endpoints = endpointsIn(kit.runtimeFolder());
+    answerInTheServicesPlace(kit, endpoints[0], "dvb://1.1.1", figures);
+    answerInTheServicesPlace(kit, endpoints[1], "rtp://239.0.0.1:5004", figures);
 
     // Who has not asked hears nothing: of 100 answers to somebody else the listener gets none before its own.
-    Socket asker = clientOf(doors[0]), listener = clientOf(doors[0]);
+    Socket asker = clientOf(endpoints[0]), listener = clientOf(endpoints[0]);
     const std::string question = emptyFrame(tv::TvServiceInfoReq::meta);
     const std::vector<std::uint32_t> answer{tv::TvServiceInfo::meta.messageId, tv::TvServiceStatusInfo::meta.messageId};
     for (int i = 0; i < 100; ++i) {

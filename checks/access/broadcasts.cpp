@@ -1,5 +1,5 @@
 // Clients whose every request has the service tell all others: of locks, of channels and their tracks.
-#include "doors.h"
+#include "endpoints.h"
 #include "frame.h"
 #include "scenarios.h"
 
@@ -58,8 +58,9 @@ std::string floodOfPlays(int attacker) {
 // A client that says the same as often as it can, and reads all that it is told.
 class Attacker {
 public:
-    Attacker(const Door& door, const std::string& first, const std::string& flood) : socket_(clientOf(door)) {
-        require(socket_.say(first), door.name + " does not listen");
+    Attacker(const Endpoint& endpoint, const std::string& first, const std::string& flood)
+        : socket_(clientOf(endpoint)) {
+        require(socket_.say(first), endpoint.name + " does not listen");
         reader_ = std::thread([this] {
             char bytes[64 * 1024];
             for (;;) {
@@ -90,21 +91,23 @@ void floodWithBroadcasts(unsigned plays, Figures& figures) {
     for (const auto& floodOf : {floodOfLocks, floodOfPlays}) {
         ReceiverKit kit;
         kit.start();
-        const auto doors = doorsIn(kit.runtimeFolder());
-        const Door& door = *std::find_if(doors.begin(), doors.end(), [](const Door& known) {
+        const auto endpoints = endpointsIn(kit.runtimeFolder());
+        const Endpoint& endpoint = *std::find_if(endpoints.begin(), endpoints.end(), [](const Endpoint& known) {
             return !known.shell && known.part == Part::tvService;
         });
         {
             std::vector<std::unique_ptr<Attacker>> all;
-            for (int i = 0; i < attackers; ++i) all.push_back(std::make_unique<Attacker>(door, locksOf(i), floodOf(i)));
+            for (int i = 0; i < attackers; ++i)
+                all.push_back(std::make_unique<Attacker>(endpoint, locksOf(i), floodOf(i)));
             const auto begun = [&] {
                 return std::all_of(all.begin(), all.end(), [](const auto& one) { return one->said() > 0; });
             };
-            require(kit.waitFor(begun, receiver::patience), "the flood did not begin");
+            require(kit.waitFor(begun, receiver::defaultTimeout), "the flood did not begin");
             for (unsigned i = 0; i < plays; ++i)
                 figures.slowestPlayBesideBroadcasts =
                     std::max(figures.slowestPlayBesideBroadcasts, playOnce(kit, "dvb://1.1.1"));
-            figures.slowestEndBesideBroadcasts = std::max(figures.slowestEndBesideBroadcasts, endOf(kit, door.part));
+            figures.slowestEndBesideBroadcasts =
+                std::max(figures.slowestEndBesideBroadcasts, endOf(kit, endpoint.part));
         }
         const std::string complaints = kit.stop(); // of the others
         require(complaints.empty(), complaints);

@@ -19,8 +19,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-// Of each kind at each door, forty between them: as many that say nothing, or nothing whole, that more than may wait
-// without a word do, so that the oldest of them make way all the time.
+// Of each kind at each endpoint, forty between them: as many that say nothing, or nothing whole, that more than may
+// wait without a word do, so that the oldest of them are evicted all the time.
 constexpr struct {
     const char* kind;
     unsigned perSecond;
@@ -45,18 +45,19 @@ long median(std::vector<long> values) {
     return values[values.size() / 2];
 }
 
-// Honest clients: one of each door that asks all the time, and one that comes anew again and again.
+// Honest clients: one of each endpoint that asks all the time, and one that comes anew again and again.
 class Honest {
 public:
-    explicit Honest(const std::vector<Door>& doors) : doors_(doors), times_(doors.size()) {
-        for (std::size_t i = 0; i < doors.size(); ++i) threads_.emplace_back([this, i] { guarded([&] { askOn(i); }); });
+    explicit Honest(const std::vector<Endpoint>& endpoints) : endpoints_(endpoints), times_(endpoints.size()) {
+        for (std::size_t i = 0; i < endpoints.size(); ++i)
+            threads_.emplace_back([this, i] { guarded([&] { askOn(i); }); });
         threads_.emplace_back([this] { guarded([this] { comeAnew(); }); });
     }
     ~Honest() { end(); }
     Honest(const Honest&) = delete;
     Honest& operator=(const Honest&) = delete;
 
-    // The 99th percentile at each door while something takes its time.
+    // The 99th percentile at each endpoint while something takes its time.
     std::vector<long> during(const std::function<void()>& something) {
         measure(true);
         something();
@@ -91,7 +92,7 @@ private:
         }
     }
     void askOn(std::size_t number) {
-        const auto client = honestClientOf(doors_[number]);
+        const auto client = honestClientOf(endpoints_[number]);
         client->ask();
         while (!ended_) {
             const auto begin = Clock::now();
@@ -107,14 +108,14 @@ private:
     void comeAnew() {
         for (std::size_t i = 0; !ended_; ++i) {
             const auto begin = Clock::now();
-            honestClientOf(doors_[i % doors_.size()])->ask();
+            honestClientOf(endpoints_[i % endpoints_.size()])->ask();
             slowestNewcomer = std::max(slowestNewcomer, microsecondsSince(begin));
             ++newcomers;
             std::this_thread::sleep_for(20ms);
         }
     }
 
-    const std::vector<Door>& doors_;
+    const std::vector<Endpoint>& endpoints_;
     std::atomic<bool> ended_{false};
     std::mutex mutex_;
     bool measuring_ = false;
@@ -122,17 +123,16 @@ private:
     std::vector<std::thread> threads_;
 };
 
-// What a client of a door says first, for those who say it slowly.
-std::filesystem::path wordsFor(const ReceiverKit& kit, const Door& door) {
-    auto file = kit.folder() / (door.name + ".words");
-    std::ofstream(file) << (door.shell ? std::string(R"({"line":"stats"})") : killed::helloOf(door.path));
+// What a client of a endpoint says first, for those who say it slowly.
+std::filesystem::path wordsFor(const ReceiverKit& kit, const Endpoint& endpoint) {
+    auto file = kit.folder() / (endpoint.name + ".words");
+    std::ofstream(file) << (endpoint.shell ? std::string(R"({"line":"stats"})") : killed::helloOf(endpoint.path));
     return file;
 }
 
-// What a door says of one that has come and said nothing, while too many others did the same.
-const char* madeWay(const Door& door) {
-    return door.shell ? "turned away a shell client: there are"
-                      : "turned away: peer sent no hello while 64 others came";
+// What a endpoint says of one that has come and said nothing, while too many others did the same.
+const char* evicted(const Endpoint& endpoint) {
+    return endpoint.shell ? "rejected a shell client: there are" : "rejected: peer sent no hello while 64 others came";
 }
 
 std::filesystem::path floodLog(const ReceiverKit& kit) { return kit.folder() / "flood.log"; }
@@ -148,24 +148,24 @@ void waitForAll(Floods& floods, const ReceiverKit& kit) {
 
 } // namespace
 
-void crowdTheDoors(unsigned rounds, std::chrono::seconds each, Figures& figures) {
+void crowdTheEndpoints(unsigned rounds, std::chrono::seconds each, Figures& figures) {
     ReceiverKit kit;
     kit.start();
-    const auto doors = doorsIn(kit.runtimeFolder());
-    setEndpoints(doors);
+    const auto endpoints = endpointsIn(kit.runtimeFolder());
+    setEndpoints(endpoints);
     std::vector<std::filesystem::path> words;
-    words.reserve(doors.size());
-    for (const Door& door : doors) words.push_back(wordsFor(kit, door));
-    std::vector<std::vector<long>> quiet(doors.size()), crowded(doors.size());
-    Honest honest(doors);
+    words.reserve(endpoints.size());
+    for (const Endpoint& endpoint : endpoints) words.push_back(wordsFor(kit, endpoint));
+    std::vector<std::vector<long>> quiet(endpoints.size()), crowded(endpoints.size());
+    Honest honest(endpoints);
     std::this_thread::sleep_for(settling);
     for (unsigned round = 0; round < rounds; ++round) {
         const auto alone = honest.during([] { std::this_thread::sleep_for(quietTime); });
         Floods floods;
-        for (std::size_t i = 0; i < doors.size(); ++i)
+        for (std::size_t i = 0; i < endpoints.size(); ++i)
             for (const auto& [kind, perSecond] : crowd) {
                 const auto count = static_cast<unsigned>(each.count()) * perSecond;
-                floods.push_back(startFlood(kind, doors[i].path, count, perSecond, words[i], floodLog(kit)));
+                floods.push_back(startFlood(kind, endpoints[i].path, count, perSecond, words[i], floodLog(kit)));
                 figures.crowd += count;
             }
         std::this_thread::sleep_for(settling);
@@ -179,7 +179,7 @@ void crowdTheDoors(unsigned rounds, std::chrono::seconds each, Figures& figures)
             }
         });
         waitForAll(floods, kit);
-        for (std::size_t i = 0; i < doors.size(); ++i) {
+        for (std::size_t i = 0; i < endpoints.size(); ++i) {
             quiet[i].push_back(alone[i]);
             crowded[i].push_back(pressed[i]);
             figures.worstRound = std::max(figures.worstRound, 100 * pressed[i] / alone[i]);
@@ -187,10 +187,11 @@ void crowdTheDoors(unsigned rounds, std::chrono::seconds each, Figures& figures)
     }
     honest.end();
     require(honest.complaint.empty(), honest.complaint);
-    for (const Door& door : doors)
-        require(linesLike(logOf(kit, door.part), madeWay(door), "") > 0, "nobody had to make way at " + door.name);
-    for (std::size_t i = 0; i < doors.size(); ++i)
-        figures.roundTrips[doors[i].name] = {median(quiet[i]), median(crowded[i])};
+    for (const Endpoint& endpoint : endpoints)
+        require(linesLike(logOf(kit, endpoint.part), evicted(endpoint), "") > 0,
+                "nobody was evicted at " + endpoint.name);
+    for (std::size_t i = 0; i < endpoints.size(); ++i)
+        figures.roundTrips[endpoints[i].name] = {median(quiet[i]), median(crowded[i])};
     figures.newcomers = honest.newcomers;
     figures.slowestNewcomer = honest.slowestNewcomer / 1000;
     const std::string complaints = kit.stop();
@@ -207,20 +208,20 @@ struct Rejected {
     const char* text;
     const char* format;
 };
-Figures::Lines floodTheLogOf(ReceiverKit& kit, const Door& door, const Rejected& rejected) {
+Figures::Lines floodTheLogOf(ReceiverKit& kit, const Endpoint& endpoint, const Rejected& rejected) {
     const auto& [kind, clients, perSecond, spared, text, format] = rejected;
-    const auto log = logOf(kit, door.part);
+    const auto log = logOf(kit, endpoint.part);
     const auto before = receiver::readLog(log).size();
     const auto begin = Clock::now();
     Floods floods;
     constexpr unsigned processes = 2;
     for (unsigned i = 0; i < processes; ++i)
         floods.push_back(
-            startFlood(kind, door.path, clients / processes, perSecond, wordsFor(kit, door), floodLog(kit)));
+            startFlood(kind, endpoint.path, clients / processes, perSecond, wordsFor(kit, endpoint), floodLog(kit)));
     waitForAll(floods, kit);
     const auto told = [&] { return linesLike(log, rejected.text, rejected.format); };
-    kit.waitFor([&] { return told() >= rejected.clients - rejected.spared; }, receiver::patience);
-    require(told() == clients - spared, door.name + ": the log tells of " + std::to_string(told()) + " turned away");
+    kit.waitFor([&] { return told() >= rejected.clients - rejected.spared; }, receiver::defaultTimeout);
+    require(told() == clients - spared, endpoint.name + ": the log tells of " + std::to_string(told()) + " rejected");
     Figures::Lines lines;
     lines.clients = clients - spared;
     lines.seconds = microsecondsSince(begin) / 1000000 + 1;
@@ -235,13 +236,13 @@ Figures::Lines floodTheLogOf(ReceiverKit& kit, const Door& door, const Rejected&
 void floodTheLog(unsigned hellos, Figures& figures) {
     ReceiverKit kit;
     kit.start();
-    const Door door = doorsIn(kit.runtimeFolder()).front();
-    const auto refused = counterOf(kit, door.part, "refused");
-    figures.badHellos = floodTheLogOf(kit, door,
-                                      {kinds::garbage, hellos, 0, 0, "turned away: peer's first bytes are no hello",
-                                       "service %s: client %llu %s: %s"});
-    require(counterOf(kit, door.part, "refused") - refused == hellos,
-            std::to_string(counterOf(kit, door.part, "refused") - refused) + " bad hellos were counted");
+    const Endpoint endpoint = endpointsIn(kit.runtimeFolder()).front();
+    const auto refused = counterOf(kit, endpoint.part, "refused");
+    figures.badHellos = floodTheLogOf(
+        kit, endpoint,
+        {kinds::garbage, hellos, 0, 0, "rejected: peer's first bytes are no hello", "service %s: client %llu %s: %s"});
+    require(counterOf(kit, endpoint.part, "refused") - refused == hellos,
+            std::to_string(counterOf(kit, endpoint.part, "refused") - refused) + " bad hellos were counted");
     const std::string complaints = kit.stop();
     require(complaints.empty(), complaints);
 }
@@ -249,18 +250,18 @@ void floodTheLog(unsigned hellos, Figures& figures) {
 void floodTheLogOfAShell(unsigned clients, Figures& figures) {
     ReceiverKit kit;
     kit.start();
-    const Door door = doorsIn(kit.runtimeFolder()).back();
+    const Endpoint endpoint = endpointsIn(kit.runtimeFolder()).back();
     std::vector<std::unique_ptr<HonestClient>> users;
     constexpr std::size_t most = 16; // that a shell serves, one of which has started the receiver
     while (users.size() + 1 < most) {
-        users.push_back(honestClientOf(door));
+        users.push_back(honestClientOf(endpoint));
         users.back()->ask();
     }
     constexpr unsigned waiting = 64; // that may wait without having asked for anything
     figures.shellClients =
-        floodTheLogOf(kit, door,
-                      {kinds::silent, clients, 2000, waiting, "turned away a shell client: there are 16 already",
-                       "turned away a shell client: there are %zu already"});
+        floodTheLogOf(kit, endpoint,
+                      {kinds::silent, clients, 2000, waiting, "rejected a shell client: there are 16 already",
+                       "rejected a shell client: there are %zu already"});
     for (const auto& user : users) user->ask();
     figures.slowestEndBesideFlood = std::max(figures.slowestEndBesideFlood, endOfAll(kit));
 }

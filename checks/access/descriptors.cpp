@@ -11,7 +11,7 @@
 namespace access_check {
 namespace {
 
-constexpr const char* shortage = "Too many open files"; // which a door logs as its reason
+constexpr const char* shortage = "Too many open files"; // which a endpoint logs as its reason
 
 class DescriptorLimit {
 public:
@@ -36,28 +36,29 @@ private:
 void takeAllDescriptors() {
     ReceiverKit kit;
     kit.start();
-    const auto doors = doorsIn(kit.runtimeFolder());
-    setEndpoints(doors);
-    for (const Door& door : doors) {
-        const pid_t process = kit.processId(door.part);
-        const auto known = honestClientOf(door);
+    const auto endpoints = endpointsIn(kit.runtimeFolder());
+    setEndpoints(endpoints);
+    for (const Endpoint& endpoint : endpoints) {
+        const pid_t process = kit.processId(endpoint.part);
+        const auto known = honestClientOf(endpoint);
         known->ask();
         constexpr long room = 8; // fewer than those without a hello, or at a shell, may be
         const auto taken = killed::sizeOf(process).descriptors;
-        const auto shortages = linesLike(logOf(kit, door.part), shortage, "");
+        const auto shortages = linesLike(logOf(kit, endpoint.part), shortage, "");
         {
             const DescriptorLimit limit(process, static_cast<rlim_t>(taken + room));
             std::vector<Socket> crowd(200);
-            for (Socket& one : crowd) require(one.connect(door.path) == 0, door.name + " takes no connection");
-            require(kit.waitFor([&] { return linesLike(logOf(kit, door.part), shortage, "") > shortages; },
-                                receiver::patience),
-                    door.name + ": the crowd did not take all descriptors");
+            for (Socket& one : crowd) require(one.connect(endpoint.path) == 0, endpoint.name + " takes no connection");
+            require(kit.waitFor([&] { return linesLike(logOf(kit, endpoint.part), shortage, "") > shortages; },
+                                receiver::defaultTimeout),
+                    endpoint.name + ": the crowd did not take all descriptors");
             for (int i = 0; i < 100; ++i) known->ask();
         }
         // The crowd is gone; who comes now need not wait for it.
         const auto begin = std::chrono::steady_clock::now();
-        honestClientOf(door)->ask();
-        require(std::chrono::steady_clock::now() - begin < std::chrono::seconds(2), door.name + " has not recovered");
+        honestClientOf(endpoint)->ask();
+        require(std::chrono::steady_clock::now() - begin < std::chrono::seconds(2),
+                endpoint.name + " has not recovered");
         known->ask();
     }
     kit.waitForAnswers(kit.play("0:0", "dvb://1.1.1"), 1);

@@ -1,6 +1,6 @@
 #include "flood.h"
 
-#include "doors.h"
+#include "endpoints.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -22,7 +22,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-constexpr auto longestHold = 3s; // beyond any patience that they meet
+constexpr auto longestHold = 3s; // beyond every time limit that they meet
 constexpr auto pause = 50ms;     // between a slow one's bytes
 
 struct Unwanted {

@@ -20,14 +20,14 @@ constexpr std::size_t sendBufferBytes = 4096;
 template <class Question, class Answer> class QueueClient final : public HonestClient {
 public:
     QueueClient(const char* service, const frame::MessageSet& messages, typename Question::Body::Arguments question)
-        : question_(std::move(question)), door_(queue_.connectTo(service, messages, sendBufferBytes, nullptr)) {
+        : question_(std::move(question)), endpoint_(queue_.connectTo(service, messages, sendBufferBytes, nullptr)) {
         const frame::MessageHandler handler = [](const frame::MsgMeta&, const frame::TransportInfo&, const void*,
                                                  void* self) {
             static_cast<QueueClient*>(self)->hear();
             return 0;
         };
-        door_.registerMessageHandler(Answer::meta, handler, this, *Answer::table());
-        queue_.open(door_);
+        endpoint_.registerMessageHandler(Answer::meta, handler, this, *Answer::table());
+        queue_.open(endpoint_);
         queue_.start();
     }
     ~QueueClient() override { queue_.stop(); }
@@ -37,10 +37,11 @@ public:
         const unsigned before = heard_;
         lock.unlock();
         const genrpc::Sending sending{.ids = frame::MsgIds::none, .transport = nullptr, .firstBytes = sendBufferBytes};
-        const int sent = std::apply(
-            [&](const auto&... argument) { return genrpc::send<Question>(door_, sending, argument...); }, question_);
+        const int sent =
+            std::apply([&](const auto&... argument) { return genrpc::send<Question>(endpoint_, sending, argument...); },
+                       question_);
         lock.lock();
-        const bool answered = news_.wait_for(lock, receiver::patience, [&] { return heard_ != before; });
+        const bool answered = news_.wait_for(lock, receiver::defaultTimeout, [&] { return heard_ != before; });
         require(sent == 0 && answered, "an honest client of a service got no answer");
     }
 
@@ -56,7 +57,7 @@ private:
     std::condition_variable news_;
     unsigned heard_ = 0;
     host::MessageQueue queue_;
-    frame::OmqIOModule& door_;
+    frame::OmqIOModule& endpoint_;
 };
 
 class ShellUser final : public HonestClient {
@@ -76,16 +77,16 @@ private:
 
 } // namespace
 
-void setEndpoints(const std::vector<Door>& doors) {
-    for (const Door& door : doors)
-        if (!door.shell)
-            setenv(door.part == Part::tvService ? "TVSA_ENDPOINT_TVSERVICE" : "TVSA_ENDPOINT_MMSERVICE",
-                   door.path.c_str(), 1);
+void setEndpoints(const std::vector<Endpoint>& endpoints) {
+    for (const Endpoint& endpoint : endpoints)
+        if (!endpoint.shell)
+            setenv(endpoint.part == Part::tvService ? "TVSA_ENDPOINT_TVSERVICE" : "TVSA_ENDPOINT_MMSERVICE",
+                   endpoint.path.c_str(), 1);
 }
 
-std::unique_ptr<HonestClient> honestClientOf(const Door& door) {
-    if (door.shell) return std::make_unique<ShellUser>(door.path);
-    if (door.part == Part::tvService) {
+std::unique_ptr<HonestClient> honestClientOf(const Endpoint& endpoint) {
+    if (endpoint.shell) return std::make_unique<ShellUser>(endpoint.path);
+    if (endpoint.part == Part::tvService) {
         using namespace tvservice::messages;
         return std::make_unique<QueueClient<TvServiceInfoReq, TvServiceStatusInfo>>(
             tvservice::serviceName, tvservice::messageSet(), std::tuple<>());

@@ -1,7 +1,7 @@
 // Honest clients of a receiver's sockets.
 #pragma once
 
-#include "doors.h"
+#include "endpoints.h"
 
 #include <memory>
 
@@ -16,9 +16,9 @@ public:
 };
 
 // Connects when it asks first. The services' queue clients find their sockets through setEndpoints.
-std::unique_ptr<HonestClient> honestClientOf(const Door& door);
+std::unique_ptr<HonestClient> honestClientOf(const Endpoint& endpoint);
 
 // Where the services of this process's queue clients are; before other threads are started.
-void setEndpoints(const std::vector<Door>& doors);
+void setEndpoints(const std::vector<Endpoint>& endpoints);
 
 } // namespace access_check

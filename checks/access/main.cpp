@@ -22,7 +22,7 @@ using checks::Report;
 // machine.
 enum class Size { full, quick, ordinary };
 
-void reportDoors(const Figures& figures, Report& report) {
+void reportEndpoints(const Figures& figures, Report& report) {
     const long tries = figures.tries;
     const std::string all = "all " + std::to_string(tries);
     report.line("another user's connections", tries, "connections", tries > 0, "");
@@ -34,20 +34,20 @@ void reportDoors(const Figures& figures, Report& report) {
 
 void reportCrowds(const Figures& figures, Report& report) {
     report.line("unwanted connections among honest clients", figures.crowd, "connections", figures.crowd > 0, "");
-    for (const auto& [door, paces] : figures.roundTrips) {
-        report.line(door + ": p99 of a round trip, quiet, median of the rounds", paces.quiet, "us", true);
-        report.line(door + ": p99 of a round trip, crowded, median of the rounds", paces.crowded, "us",
+    for (const auto& [endpoint, paces] : figures.roundTrips) {
+        report.line(endpoint + ": p99 of a round trip, quiet, median of the rounds", paces.quiet, "us", true);
+        report.line(endpoint + ": p99 of a round trip, crowded, median of the rounds", paces.crowded, "us",
                     paces.crowded <= 2 * paces.quiet, "at most twice the quiet one");
     }
     report.line("worst round at any socket, crowded beside quiet", figures.worstRound, "%", true);
     report.line("honest newcomers served", figures.newcomers, "clients", figures.newcomers > 0, "all that came");
     report.line("slowest of them", figures.slowestNewcomer, "ms", figures.slowestNewcomer <= 2000, "at most 2000 ms");
-    // 64 without a word at each of two doors, those that were accepted meanwhile, and the process's own.
+    // 64 without a word at each of two endpoints, those that were accepted meanwhile, and the process's own.
     constexpr long mostDescriptors = 192;
     report.line("most descriptors that a process had", figures.mostDescriptors, "descriptors",
                 figures.mostDescriptors <= mostDescriptors, "at most " + std::to_string(mostDescriptors));
     for (const auto& [what, lines] :
-         {std::pair{"bad hellos", figures.badHellos}, {"clients that a shell turns away", figures.shellClients}}) {
+         {std::pair{"bad hellos", figures.badHellos}, {"clients that a shell rejects", figures.shellClients}}) {
         report.line(what, lines.clients, "clients", lines.clients > 0, "each told of");
         report.line(std::string(what) + ": seconds that they took", lines.seconds, "s", true);
         report.line(std::string(what) + ": lines about them", lines.written, "lines", lines.written <= lines.allowed,
@@ -99,12 +99,12 @@ int runAll(Size size) {
         scenarios.emplace_back("a flood of bad hellos", [&] { floodTheLog(full ? 100000 : 5000, figures); });
         scenarios.emplace_back("a flood at a shell", [&] { floodTheLogOfAShell(full ? 20000 : 2000, figures); });
         scenarios.emplace_back("crowds",
-                               [&] { crowdTheDoors(full ? 5 : 1, std::chrono::seconds(full ? 20 : 10), figures); });
+                               [&] { crowdTheEndpoints(full ? 5 : 1, std::chrono::seconds(full ? 20 : 10), figures); });
     }
     Report report;
     for (const auto& [name, run] : scenarios) report.run(name, run);
     if (size == Size::ordinary) return report.exitCode();
-    reportDoors(figures, report);
+    reportEndpoints(figures, report);
     report.line("messages that were never finished", figures.unfinished, "messages", figures.unfinished > 0,
                 "each ended its connection");
     report.line("slowest honest answer beside them", figures.slowestBesideUnfinished, "ms",

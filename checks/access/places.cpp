@@ -1,5 +1,5 @@
 // What may lie where a socket or its lock belongs.
-#include "doors.h"
+#include "endpoints.h"
 #include "scenarios.h"
 
 #include <cerrno>
@@ -63,18 +63,19 @@ private:
     fs::path folder_;
 };
 
-Door doorIn(const Place& place, std::size_t number) { return doorsIn(place.runtimeFolder()).at(number); }
+Endpoint endpointIn(const Place& place, std::size_t number) { return endpointsIn(place.runtimeFolder()).at(number); }
 
 // The program must not come up, must say where it failed, and must leave everything as it is.
-void expectRefusal(const Place& place, const Door& door, const std::string& path, const char* what) {
-    const std::string where = door.name + " with " + what;
+void expectRefusal(const Place& place, const Endpoint& endpoint, const std::string& path, const char* what) {
+    const std::string where = endpoint.name + " with " + what;
     struct stat before {
     }, after{};
     require(lstat(path.c_str(), &before) == 0, where + ": it is not there");
     const auto program = place.start();
-    require(receiver::waitUntil([&] { return !program->running(); }, receiver::patience), where + ": it was taken");
+    require(receiver::waitUntil([&] { return !program->running(); }, receiver::defaultTimeout),
+            where + ": it was taken");
     require(program->exitCode() == failed, where + ": the program ended with " + program->failure());
-    require(place.said().find(door.path) != std::string::npos, where + ": the program said " + place.said());
+    require(place.said().find(endpoint.path) != std::string::npos, where + ": the program said " + place.said());
     require(lstat(path.c_str(), &after) == 0 && after.st_ino == before.st_ino && after.st_mode == before.st_mode,
             where + ": it is no longer there");
     require(contentOf(place.valuable()) == value, where + ": the file of value has changed");
@@ -111,41 +112,43 @@ const Obstacle obstacles[] = {
 
 void expectRefusals(std::size_t number, Figures& figures) {
     for (const Obstacle& obstacle : obstacles) {
-        const Place place(doorsIn("").at(number).part);
-        const Door door = doorIn(place, number);
+        const Place place(endpointsIn("").at(number).part);
+        const Endpoint endpoint = endpointIn(place, number);
         write(place.valuable(), value);
-        obstacle.put(place, door.path + obstacle.suffix);
-        expectRefusal(place, door, door.path + obstacle.suffix, obstacle.what);
+        obstacle.put(place, endpoint.path + obstacle.suffix);
+        expectRefusal(place, endpoint, endpoint.path + obstacle.suffix, obstacle.what);
         ++figures.places;
     }
     for (const bool byLink : {false, true}) {
-        const Place place(doorsIn("").at(number).part);
-        const Door door = doorIn(place, number);
+        const Place place(endpointsIn("").at(number).part);
+        const Endpoint endpoint = endpointIn(place, number);
         write(place.valuable(), value);
-        const int listener = listenAt(byLink ? (place.runtimeFolder() / "other").string() : door.path);
-        if (byLink) link(place.runtimeFolder() / "other", door.path);
-        expectRefusal(place, door, door.path, byLink ? "a link to another server" : "another server");
+        const int listener = listenAt(byLink ? (place.runtimeFolder() / "other").string() : endpoint.path);
+        if (byLink) link(place.runtimeFolder() / "other", endpoint.path);
+        expectRefusal(place, endpoint, endpoint.path, byLink ? "a link to another server" : "another server");
         Socket client;
-        require(client.connect(door.path) == 0, door.name + ": the other server is no longer there");
+        require(client.connect(endpoint.path) == 0, endpoint.name + ": the other server is no longer there");
         close(listener);
         ++figures.places;
     }
 }
 
 void expectReplacement(std::size_t number, Figures& figures) {
-    const Place place(doorsIn("").at(number).part);
-    const Door door = doorIn(place, number);
-    close(listenAt(door.path));
+    const Place place(endpointsIn("").at(number).part);
+    const Endpoint endpoint = endpointIn(place, number);
+    close(listenAt(endpoint.path));
     const auto program = place.start();
     const auto served = [&] {
         Socket client;
-        return client.connect(door.path) == 0;
+        return client.connect(endpoint.path) == 0;
     };
-    require(receiver::waitUntil(served, receiver::patience), door.name + ": a left-over socket was not replaced");
+    require(receiver::waitUntil(served, receiver::defaultTimeout),
+            endpoint.name + ": a left-over socket was not replaced");
     struct stat status {};
-    require(lstat(door.path.c_str(), &status) == 0 && status.st_mode == (S_IFSOCK | 0600), door.name + " is open");
-    program->terminate(receiver::patience);
-    require(program->failure().empty(), door.name + ": the program ended with " + program->failure());
+    require(lstat(endpoint.path.c_str(), &status) == 0 && status.st_mode == (S_IFSOCK | 0600),
+            endpoint.name + " is open");
+    program->terminate(receiver::defaultTimeout);
+    require(program->failure().empty(), endpoint.name + ": the program ended with " + program->failure());
     ++figures.places;
 }
 
@@ -154,7 +157,7 @@ void expectRefusedFolders(Part part, Figures& figures) {
     for (const bool linked : {true, false}) {
         const Place place(part);
         const auto folder = place.runtimeFolder();
-        const Door door{folder.filename(), part, false, folder.string()};
+        const Endpoint endpoint{folder.filename(), part, false, folder.string()};
         write(place.valuable(), value);
         if (linked) {
             fs::rename(folder, folder.string() + "-real");
@@ -162,8 +165,8 @@ void expectRefusedFolders(Part part, Figures& figures) {
         } else {
             require(chmod(folder.c_str(), 0770) == 0, "no such mode");
         }
-        expectRefusal(place, door, folder.string(), linked ? "a link for the folder" : "a folder open to others");
-        require(fs::is_empty(folder), door.name + ": there is something in the folder");
+        expectRefusal(place, endpoint, folder.string(), linked ? "a link for the folder" : "a folder open to others");
+        require(fs::is_empty(folder), endpoint.name + ": there is something in the folder");
         ++figures.places;
     }
 }
@@ -171,9 +174,9 @@ void expectRefusedFolders(Part part, Figures& figures) {
 } // namespace
 
 void occupyPlaces(Figures& figures) {
-    for (std::size_t door = 0; door < doorsIn("").size(); ++door) {
-        expectRefusals(door, figures);
-        expectReplacement(door, figures);
+    for (std::size_t endpoint = 0; endpoint < endpointsIn("").size(); ++endpoint) {
+        expectRefusals(endpoint, figures);
+        expectReplacement(endpoint, figures);
     }
     for (const Part part : receiver::allParts) expectRefusedFolders(part, figures);
 }

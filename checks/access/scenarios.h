@@ -17,11 +17,11 @@ struct Figures {
     struct Paces { // microseconds, the median of the rounds
         long quiet = 0, crowded = 0;
     };
-    std::map<std::string, Paces> roundTrips; // at each door
+    std::map<std::string, Paces> roundTrips; // at each endpoint
     long worstRound = 0;                     // percent, the crowded pace beside the quiet one of its round
     unsigned crowd = 0;
     long newcomers = 0, slowestNewcomer = 0, mostDescriptors = 0; // milliseconds
-    struct Lines {                                                // about clients that were turned away
+    struct Lines {                                                // about clients that were rejected
         unsigned clients = 0;
         long written = 0, seconds = 0, allowed = 0;
     };
@@ -43,7 +43,7 @@ void refuseAnotherUser(unsigned tries, Figures& figures);
 void occupyPlaces(Figures& figures);
 void answerForOthers(Figures& figures);
 void sendTexts(Figures& figures);
-void crowdTheDoors(unsigned rounds, std::chrono::seconds each, Figures& figures);
+void crowdTheEndpoints(unsigned rounds, std::chrono::seconds each, Figures& figures);
 void takeAllDescriptors();
 void fillTheTablesOfServices(unsigned terminals, Figures& figures);
 void fillTheTablesOfApplications(unsigned answers, Figures& figures);

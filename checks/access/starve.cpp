@@ -46,32 +46,34 @@ std::string beginningOf(std::size_t size) {
 }
 
 // So many that each stop in the middle of a message of that size.
-void leaveUnfinished(ReceiverKit& kit, const Door& door, std::size_t count, std::size_t size, Figures& figures) {
-    const auto known = honestClientOf(door);
+void leaveUnfinished(ReceiverKit& kit, const Endpoint& endpoint, std::size_t count, std::size_t size,
+                     Figures& figures) {
+    const auto known = honestClientOf(endpoint);
     known->ask();
-    const auto refused = counterOf(kit, door.part, "refused");
+    const auto refused = counterOf(kit, endpoint.part, "refused");
     const std::string part = beginningOf(size);
     std::vector<Socket> unfinished;
     for (std::size_t i = 0; i < count; ++i) {
-        unfinished.push_back(clientOf(door));
+        unfinished.push_back(clientOf(endpoint));
         unfinished.back().say(part); // which may be cut short, as the service ends the connection
         figures.slowestBesideUnfinished =
             std::max({figures.slowestBesideUnfinished, askInTime(*known, "unfinished messages"),
-                      askInTime(*honestClientOf(door), "unfinished messages")});
+                      askInTime(*honestClientOf(endpoint), "unfinished messages")});
         ++figures.unfinished;
     }
-    require(kit.waitFor([&] { return counterOf(kit, door.part, "refused") == refused + count; }, receiver::patience),
-            door.name + " has not ended all connections with an unfinished message");
+    require(kit.waitFor([&] { return counterOf(kit, endpoint.part, "refused") == refused + count; },
+                        receiver::defaultTimeout),
+            endpoint.name + " has not ended all connections with an unfinished message");
     known->ask();
 }
 
 // So many processes, each a peer of its own, that one message of each is more than all peers together may have.
-void leaveUnfinishedTogether(ReceiverKit& kit, const Door& door, unsigned processes, Figures& figures) {
-    const auto refused = counterOf(kit, door.part, "refused");
+void leaveUnfinishedTogether(ReceiverKit& kit, const Endpoint& endpoint, unsigned processes, Figures& figures) {
+    const auto refused = counterOf(kit, endpoint.part, "refused");
     const std::filesystem::path log = kit.folder() / "unfinished.log";
     receiver::ChildCommand command;
     command.program = std::filesystem::read_symlink("/proc/self/exe");
-    command.arguments = {"--unfinished", door.name, door.path};
+    command.arguments = {"--unfinished", endpoint.name, endpoint.path};
     command.errorLog = log;
     std::vector<std::unique_ptr<receiver::ChildProcess>> all;
     for (unsigned i = 0; i < processes; ++i) all.push_back(std::make_unique<receiver::ChildProcess>(command));
@@ -80,23 +82,23 @@ void leaveUnfinishedTogether(ReceiverKit& kit, const Door& door, unsigned proces
         const long took = playOnce(kit, "dvb://1.1.1");
         figures.slowestPlayBesideUnfinished = std::max(figures.slowestPlayBesideUnfinished, took);
         require(took < longestAnswer, "a play took " + std::to_string(took) + " ms beside unfinished messages");
-        require(Clock::now() < deadline, door.name + " has not ended all connections with an unfinished message");
-    } while (counterOf(kit, door.part, "refused") < refused + processes);
+        require(Clock::now() < deadline, endpoint.name + " has not ended all connections with an unfinished message");
+    } while (counterOf(kit, endpoint.part, "refused") < refused + processes);
     for (const auto& one : all) {
         one->wait();
         require(one->failure().empty(), "a message was not left unfinished: " + receiver::tailOf(log, 3));
     }
-    require(linesLike(logOf(kit, door.part), "the unfinished messages of all peers may take", "") > 0,
-            door.name + " had room for all unfinished messages");
+    require(linesLike(logOf(kit, endpoint.part), "the unfinished messages of all peers may take", "") > 0,
+            endpoint.name + " had room for all unfinished messages");
     figures.unfinishedTogether += processes;
 }
 
 // Another client's first exchange, and the end of the process, while one sends as fast as it can.
-void floodWithMessages(ReceiverKit& kit, const Door& door, Figures& figures) {
+void floodWithMessages(ReceiverKit& kit, const Endpoint& endpoint, Figures& figures) {
     constexpr std::size_t messages = 400000, together = 1000;
     std::string bytes;
     for (std::size_t i = 0; i < together; ++i) bytes += frameHeader(1) + '\0';
-    Socket flooder = clientOf(door);
+    Socket flooder = clientOf(endpoint);
     std::atomic<std::size_t> sent{0};
     std::thread flood([&] {
         while (sent < messages && flooder.say(bytes)) sent += together;
@@ -112,8 +114,8 @@ void floodWithMessages(ReceiverKit& kit, const Door& door, Figures& figures) {
         reader.join();
     };
     try {
-        require(kit.waitFor([&] { return sent >= together; }, receiver::patience), "the flood did not begin");
-        figures.slowestBesideFlood = askInTime(*honestClientOf(door), "a flood of messages");
+        require(kit.waitFor([&] { return sent >= together; }, receiver::defaultTimeout), "the flood did not begin");
+        figures.slowestBesideFlood = askInTime(*honestClientOf(endpoint), "a flood of messages");
     } catch (...) {
         join();
         throw;
@@ -144,12 +146,12 @@ int leaveOneUnfinished(const std::vector<std::string>& arguments) {
 void starveOthers(unsigned processes, Figures& figures) {
     ReceiverKit kit;
     kit.start();
-    const auto doors = doorsIn(kit.runtimeFolder());
-    setEndpoints(doors);
-    leaveUnfinished(kit, doors[0], 38, 16 * mebibyte, figures);
-    leaveUnfinished(kit, doors[0], 100, mebibyte, figures);
-    if (processes > 0) leaveUnfinishedTogether(kit, doors[0], processes, figures);
-    const Door& shell = doors.back();
+    const auto endpoints = endpointsIn(kit.runtimeFolder());
+    setEndpoints(endpoints);
+    leaveUnfinished(kit, endpoints[0], 38, 16 * mebibyte, figures);
+    leaveUnfinished(kit, endpoints[0], 100, mebibyte, figures);
+    if (processes > 0) leaveUnfinishedTogether(kit, endpoints[0], processes, figures);
+    const Endpoint& shell = endpoints.back();
     std::vector<std::unique_ptr<HonestClient>> forgotten;
     for (int i = 0; i < 100; ++i) {
         forgotten.push_back(honestClientOf(shell));
@@ -157,7 +159,7 @@ void starveOthers(unsigned processes, Figures& figures) {
         ++figures.evictedShells;
     }
     askInTime(*honestClientOf(shell), "idle shell clients");
-    floodWithMessages(kit, doors[0], figures);
+    floodWithMessages(kit, endpoints[0], figures);
 }
 
 } // namespace access_check

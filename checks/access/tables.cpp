@@ -1,6 +1,6 @@
 // Peers that invent terminals, to make every table grow that there is.
 #include "../killed/process-size.h"
-#include "doors.h"
+#include "endpoints.h"
 #include "frame.h"
 #include "honest.h"
 #include "scenarios.h"
@@ -54,7 +54,7 @@ long judgeTables(ReceiverKit& kit, Part part, const char* counter) {
 
 // Clients that each fill their share of each table of a service, one after the other. Each goes then, or they stay.
 // Another one's play on a new terminal is answered with 0 after them.
-void fillInTurns(ReceiverKit& kit, const Door& door, const std::string& uri, bool stay) {
+void fillInTurns(ReceiverKit& kit, const Endpoint& endpoint, const std::string& uri, bool stay) {
     constexpr int share = 64, rounds = 6;
     std::vector<Socket> staying;
     for (int round = 0; round < rounds; ++round) {
@@ -66,23 +66,24 @@ void fillInTurns(ReceiverKit& kit, const Door& door, const std::string& uri, boo
             mmPlays.push_back(requestFor<mmservice::MMServiceReq_t>(round * share + id));
             auto lock = requestFor<tvservice::TvServiceParentalLockInfo_t>(round * share + id);
             lock.terminal.type = 8;
-            if (door.part == Part::tvService) requests += frameOf<tv::SetParentalLockInfo>(lock);
+            if (endpoint.part == Part::tvService) requests += frameOf<tv::SetParentalLockInfo>(lock);
         }
-        requests += door.part == Part::tvService ? frameOf<tv::TvServiceReq>(tvPlays)
-                                                 : frameOf<mmservice::messages::MmServiceReq>(mmPlays);
-        const std::uint32_t answer = door.part == Part::tvService ? tv::TvServiceInfo::meta.messageId
-                                                                  : mmservice::messages::MmServiceInfo::meta.messageId;
-        Socket client = clientOf(door);
-        require(client.say(requests), door.name + " does not listen");
+        requests += endpoint.part == Part::tvService ? frameOf<tv::TvServiceReq>(tvPlays)
+                                                     : frameOf<mmservice::messages::MmServiceReq>(mmPlays);
+        const std::uint32_t answer = endpoint.part == Part::tvService
+                                         ? tv::TvServiceInfo::meta.messageId
+                                         : mmservice::messages::MmServiceInfo::meta.messageId;
+        Socket client = clientOf(endpoint);
+        require(client.say(requests), endpoint.name + " does not listen");
         while (hearFrames(client, 1).front() != answer) {
         }
         if (stay) staying.push_back(std::move(client));
     }
-    for (const auto& table : kit.ask(door.part, {"stats", "tables"}))
+    for (const auto& table : kit.ask(endpoint.part, {"stats", "tables"}))
         if (table.at("table") == "terminals")
             require(table.at("held") == table.at("most"), "the table of terminals is not full");
     const auto answers = kit.waitForAnswers(kit.play(stay ? "6:1" : "6:0", uri), 1);
-    require(answers.size() == 1 && answers[0].result == 0, door.name + " has no room for a play on a new terminal");
+    require(answers.size() == 1 && answers[0].result == 0, endpoint.name + " has no room for a play on a new terminal");
 }
 
 } // namespace
@@ -92,17 +93,18 @@ void fillTheTablesOfServices(unsigned terminals, Figures& figures) {
     for (const auto& [part, uri] : services) {
         ReceiverKit kit;
         kit.start();
-        const auto doors = doorsIn(kit.runtimeFolder());
-        const Door& door = *std::find_if(doors.begin(), doors.end(), [part = part](const Door& known) {
-            return !known.shell && known.part == part;
-        });
+        const auto endpoints = endpointsIn(kit.runtimeFolder());
+        const Endpoint& endpoint =
+            *std::find_if(endpoints.begin(), endpoints.end(),
+                          [part = part](const Endpoint& known) { return !known.shell && known.part == part; });
         const long before = killed::sizeOf(kit.processId(part)).kibibytes;
-        for (const bool stay : {false, true}) fillInTurns(kit, door, uri, stay);
-        Socket attacker = clientOf(door); // which reads no answer
+        for (const bool stay : {false, true}) fillInTurns(kit, endpoint, uri, stay);
+        Socket attacker = clientOf(endpoint); // which reads no answer
         std::string requests;
         for (unsigned id = 0; id < terminals; ++id) {
             requests += requestsFor(part, static_cast<int>(id));
-            if ((id + 1) % 50 == 0) require(attacker.say(std::exchange(requests, {})), door.name + " does not listen");
+            if ((id + 1) % 50 == 0)
+                require(attacker.say(std::exchange(requests, {})), endpoint.name + " does not listen");
             if ((id + 1) % 500 == 0) figures.slowestPlay = std::max(figures.slowestPlay, playOnce(kit, uri));
         }
         figures.refusedTerminals += judgeTables(kit, part, "refused");
@@ -116,13 +118,13 @@ void fillTheTablesOfServices(unsigned terminals, Figures& figures) {
 void fillTheTablesOfApplications(unsigned answers, Figures& figures) {
     ReceiverKit kit;
     kit.start();
-    setEndpoints(doorsIn(kit.runtimeFolder()));
+    setEndpoints(endpointsIn(kit.runtimeFolder()));
     kit.kill(Part::tvService);
     host::MessageQueue queue; // in its place
     constexpr std::size_t bufferBytes = 16 * 1024;
-    frame::OmqIOModule& door = queue.serve(tvservice::serviceName, tvservice::messageSet(), bufferBytes);
+    frame::OmqIOModule& endpoint = queue.serve(tvservice::serviceName, tvservice::messageSet(), bufferBytes);
     queue.start();
-    require(kit.waitFor([&] { return !host::MessageQueue::clientsOf(door).empty(); }, receiver::patience),
+    require(kit.waitFor([&] { return !host::MessageQueue::clientsOf(endpoint).empty(); }, receiver::defaultTimeout),
             "the framework process does not connect");
     const pid_t process = kit.processId(Part::frameHost);
     const long before = killed::sizeOf(process).kibibytes;
@@ -131,7 +133,7 @@ void fillTheTablesOfApplications(unsigned answers, Figures& figures) {
             {{9, static_cast<int>(id)}, 0, std::string(length, 'x'), "", "", std::to_string(id)}};
         for (;;) {
             const int result = genrpc::send<tv::TvServiceInfo>(
-                door, {.ids = frame::MsgIds::none, .transport = nullptr, .firstBytes = bufferBytes}, infos);
+                endpoint, {.ids = frame::MsgIds::none, .transport = nullptr, .firstBytes = bufferBytes}, infos);
             if (result == 0) return;
             require(result == -EAGAIN, "an answer cannot be sent");
             std::this_thread::yield(); // until the queue has room

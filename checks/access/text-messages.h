@@ -1,7 +1,7 @@
 // Messages with a text in every field that takes one.
 #pragma once
 
-#include "doors.h"
+#include "endpoints.h"
 
 #include <string>
 #include <vector>

@@ -1,6 +1,6 @@
 // Texts that could do harm where they are written: in logs, at terminals, in the run log.
 #include "../killed/service-socket.h"
-#include "doors.h"
+#include "endpoints.h"
 #include "scenarios.h"
 #include "text-messages.h"
 
@@ -29,16 +29,17 @@ const std::vector<std::string> texts{
 };
 
 // Over a connection of a client's own.
-void sendToServices(ReceiverKit& kit, const std::vector<Door>& doors, const std::string& text) {
-    for (const Door& door : doors) {
-        if (door.shell) continue;
-        Socket client = clientOf(door);
-        const auto messages = requestsWith(text, door.part);
-        const auto before = counterOf(kit, door.part, "received");
-        for (const TextMessage& message : messages) require(client.say(message.frame), door.name + " does not listen");
-        require(kit.waitFor([&] { return counterOf(kit, door.part, "received") == before + messages.size(); },
-                            receiver::patience),
-                door.name + " did not take the texts");
+void sendToServices(ReceiverKit& kit, const std::vector<Endpoint>& endpoints, const std::string& text) {
+    for (const Endpoint& endpoint : endpoints) {
+        if (endpoint.shell) continue;
+        Socket client = clientOf(endpoint);
+        const auto messages = requestsWith(text, endpoint.part);
+        const auto before = counterOf(kit, endpoint.part, "received");
+        for (const TextMessage& message : messages)
+            require(client.say(message.frame), endpoint.name + " does not listen");
+        require(kit.waitFor([&] { return counterOf(kit, endpoint.part, "received") == before + messages.size(); },
+                            receiver::defaultTimeout),
+                endpoint.name + " did not take the texts");
     }
 }
 
@@ -53,23 +54,23 @@ void sendToFrameHost(ReceiverKit& kit, const std::string& text) {
 }
 
 // In the place of a command, of a service's name and of a line to a shell.
-void sayToDoors(const std::vector<Door>& doors, const std::string& text) {
-    for (const Door& door : doors) {
+void sayToEndpoints(const std::vector<Endpoint>& endpoints, const std::string& text) {
+    for (const Endpoint& endpoint : endpoints) {
         Socket client;
-        require(client.connect(door.path) == 0, door.name + " takes no connection");
-        if (door.shell) {
+        require(client.connect(endpoint.path) == 0, endpoint.name + " takes no connection");
+        if (endpoint.shell) {
             const nlohmann::json words{{"words", {text, text}}};
             client.say(words.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n' + text + "\n\n");
             shutdown(client.descriptor(), SHUT_WR);
         } else {
-            std::string hello = killed::helloOf(door.path);
+            std::string hello = killed::helloOf(endpoint.path);
             constexpr std::size_t nameAt = 32;
             hello.replace(nameAt, 9, (text + std::string(9, '\x1b')).substr(0, 9));
             client.say(hello);
         }
         const std::string heard = client.hearAll();
-        if (!door.shell) continue;
-        require(heard.find('\x1b') == std::string::npos, door.name + " said a text as it is");
+        if (!endpoint.shell) continue;
+        require(heard.find('\x1b') == std::string::npos, endpoint.name + " said a text as it is");
     }
 }
 
@@ -169,7 +170,7 @@ private:
             kit_.read(Part::tvService, {"emit", name, arguments});
             return contentOf(output_).find(name + (' ' + arguments)) != std::string::npos;
         };
-        require(kit_.waitFor(printed, receiver::patience), "tvctl watch does not print what is told");
+        require(kit_.waitFor(printed, receiver::defaultTimeout), "tvctl watch does not print what is told");
     }
 
     static constexpr const char* name = "TvServiceMtsAudioTrackInfoNotify";
@@ -211,13 +212,13 @@ void sendTexts(Figures& figures) {
     for (const bool json : {true, false}) {
         ReceiverKit kit({}, {}, {{"TVSA_LOG", "trace"}, {"TVSA_LOG_FORMAT", json ? "json" : "text"}});
         kit.start();
-        const auto doors = doorsIn(kit.runtimeFolder());
+        const auto endpoints = endpointsIn(kit.runtimeFolder());
         Watcher watcher(kit);
         std::string uri = "dvb://";
         for (const std::string& text : texts) {
-            sendToServices(kit, doors, text);
+            sendToServices(kit, endpoints, text);
             sendToFrameHost(kit, text);
-            sayToDoors(doors, text);
+            sayToEndpoints(endpoints, text);
             ++figures.texts;
             if (!canBeCommanded(text)) continue;
             uri += text;

@@ -1,8 +1,8 @@
 // A connection's bytes: the first exchange, and the frames after it.
 #include "budget.h"
 #include "message-kinds.h"
+#include "queue/channel.h"
 #include "queue/connection.h"
-#include "queue/door.h"
 #include "target.h"
 
 #include <boost/asio/io_context.hpp>
@@ -70,10 +70,10 @@ private:
     std::shared_ptr<StreamUser> user_;
 };
 
-class FedDoor final : public Door {
+class FedChannel final : public Channel {
 public:
-    FedDoor(boost::asio::io_context& io, bool serving)
-        : Door(io, tvservice::serviceName, tvservice::messageSet(), 1024, {}, serving) {
+    FedChannel(boost::asio::io_context& io, bool serving)
+        : Channel(io, tvservice::serviceName, tvservice::messageSet(), 1024, {}, serving) {
         for (const checks::Kind& kind : checks::kinds)
             if (std::string(kind.service) == tvservice::serviceName) bind(kind);
     }
@@ -133,25 +133,26 @@ void handshake(Input input) {
 // how many bytes come at a time.
 void frames(Input input) {
     static boost::asio::io_context io;
-    static FedDoor asked(io, false), offered(io, true);
+    static FedChannel asked(io, false), offered(io, true);
     Source source(input);
     const std::uint8_t choice = source.byte();
     const std::size_t chunk = std::size_t{1} + source.byte() * std::size_t{source.byte() % 4U + 1U};
-    FedDoor& door = (choice & 1) != 0 ? offered : asked;
+    FedChannel& channel = (choice & 1) != 0 ? offered : asked;
     std::vector<std::uint8_t> bytes;
     if ((choice & 2) != 0) {
-        const std::string hello = (choice & 4) != 0 ? reversedHello(door.handshake.hello()) : door.handshake.hello();
+        const std::string hello =
+            (choice & 4) != 0 ? reversedHello(channel.handshake.hello()) : channel.handshake.hello();
         bytes.assign(hello.begin(), hello.end());
     }
     bytes.insert(bytes.end(), source.rest().begin(), source.rest().end());
 
     Source peer(bytes);
-    const int closedBefore = door.closed;
+    const int closedBefore = channel.closed;
     {
         auto stream = std::make_unique<FedStream>();
         FedStream& fed = *stream;
         const auto connection =
-            std::make_shared<Connection>(io, std::move(stream), door, std::make_shared<Outbox>(std::size_t{1024}));
+            std::make_shared<Connection>(io, std::move(stream), channel, std::make_shared<Outbox>(std::size_t{1024}));
         connection->open();
         Measure measure; // from here on: what every connection has, with a first buffer, the peer has not asked for
         while (FedStream::feed(fed, peer, chunk)) {
@@ -163,7 +164,7 @@ void frames(Input input) {
     }
     io.restart();
     io.poll(); // timers that were cancelled let go of the connection
-    expect(door.closed == closedBefore + 1, "a connection ends once");
+    expect(channel.closed == closedBefore + 1, "a connection ends once");
 }
 
 } // namespace fuzz

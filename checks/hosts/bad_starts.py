@@ -4,7 +4,7 @@ import re
 import subprocess
 import sys
 
-from programs import Failure, PATIENCE
+from programs import Failure, TIMEOUT
 
 FAILED = 1  # exit codes
 BAD_DATA = 6
@@ -18,7 +18,7 @@ DOCUMENTED_HOST = "192.0.2.1"  # nobody's address
 def start(machine, program, arguments=()):
     return subprocess.run(
         [*machine.prefix, machine.binaries / program, *arguments],
-        timeout=PATIENCE,
+        timeout=TIMEOUT,
         text=True,
         env=machine.environment({"TVSA_LOG": "", "TVSA_LOG_FORMAT": "text"}),
         stdin=subprocess.DEVNULL,

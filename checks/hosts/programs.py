@@ -10,7 +10,7 @@ import socket
 import subprocess
 import time
 
-PATIENCE = 20  # seconds, for what takes no time on an idle machine
+TIMEOUT = 20  # seconds, for what takes no time on an idle machine
 SERVICES = {"tvserviced": "tvservice", "mmserviced": "mmservice"}
 PR_SET_PDEATHSIG = 1
 LIBC = ctypes.CDLL(None)
@@ -20,7 +20,7 @@ class Failure(Exception):
     """What was not as it should be."""
 
 
-def wait_until(condition, what, limit=PATIENCE, pause=0.01):
+def wait_until(condition, what, limit=TIMEOUT, pause=0.01):
     """Returns how long it took."""
     begun = time.monotonic()
     while not condition():
@@ -99,7 +99,7 @@ class Program:
         """What a command has printed, as JSON."""
         if self.shell is None:
             connection = socket.socket(socket.AF_UNIX)
-            connection.settimeout(PATIENCE)
+            connection.settimeout(TIMEOUT)
             connection.connect(str(self.shell_path))
             self.shell = connection.makefile("rw", encoding="utf-8")
             connection.close()  # the file keeps it
@@ -136,7 +136,7 @@ class Program:
         """Asks it to end, and complains when it does not do so properly."""
         self.process.terminate()
         try:
-            code = self.process.wait(PATIENCE)
+            code = self.process.wait(TIMEOUT)
         except subprocess.TimeoutExpired:
             self.kill()
             raise Failure(f"{self.name} does not end") from None

@@ -19,7 +19,7 @@ import time
 AT_A_TIME = 50  # fewer than may wait to be accepted, so that none comes twice
 PACES = {"silent": 125, "one-byte": 125, "slow": 25, "garbage": 50}  # a second
 BYTE_PAUSE = 0.2  # seconds, between those of slow ones
-PATIENCE = 20  # seconds, for a connection, and for being rejected
+TIMEOUT = 20  # seconds, to connect or to be rejected
 
 
 @functools.cache
@@ -71,7 +71,7 @@ def plain(host, port, count):
     for begin in range(0, count, AT_A_TIME):
         crowd, silent = [], []
         for number in range(begin, min(begin + AT_A_TIME, count)):
-            client = socket.create_connection((host, port), PATIENCE)
+            client = socket.create_connection((host, port), TIMEOUT)
             words = plain_words(number, source)
             crowd.append(client)
             if words is None:
@@ -94,7 +94,7 @@ class Crowd:
         self.trickles = 0
 
     def add(self, number):
-        client = socket.create_connection(self.place, PATIENCE)
+        client = socket.create_connection(self.place, TIMEOUT)
         words = (
             plain_words(number, self.source)
             if self.kind == "garbage"

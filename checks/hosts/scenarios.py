@@ -56,7 +56,7 @@ class Stage:
         return {"TV service": self.tv_service, "MM service": self.mm_service, "framework process": self.host}
 
     def refused(self):
-        """How many both services have turned away."""
+        """How many both services have rejected."""
         return sum(
             service.statistics()[name]["refused"]
             for service, name in ((self.tv_service, "tvservice"), (self.mm_service, "mmservice"))
@@ -287,7 +287,7 @@ class Lines:
         for log in self.logs:
             log.read()
         most = max(
-            sum("turned away" in line["text"] for line in log.lines[begin:])
+            sum("rejected" in line["text"] for line in log.lines[begin:])
             for log, begin in zip(self.logs, self.begins)
         )
         if not most:

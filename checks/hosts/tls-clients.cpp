@@ -57,7 +57,7 @@ using host::remote::KeyCheck;
 using Arguments = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
 
-constexpr timeval patience{20, 0};             // for whatever the service has to do
+constexpr timeval timeout{20, 0};              // for whatever the service has to do
 constexpr std::size_t atATime = 40;            // fewer than the streams that one key may have
 constexpr std::size_t unknownAtATime = 50;     // fewer than may wait to be accepted, so that none comes twice
 constexpr std::size_t gathered = 16 * 1024;    // bytes of small records for one call of the system
@@ -85,8 +85,8 @@ class Client {
 public:
     Client(const Address& service, SSL_CTX& context, KeyCheck::Answer answer = KeyCheck::Answer::welcome)
         : check_(answer), socket_(::socket(service.data()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        setsockopt(socket_.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+        setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+        setsockopt(socket_.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
         if (::connect(socket_.get(), service.data(), static_cast<socklen_t>(service.size())) != 0)
             throw std::runtime_error(std::string("cannot connect: ") + std::strerror(errno));
         ssl_.reset(SSL_new(&context));

@@ -76,7 +76,7 @@ private:
     std::uint64_t receivedBy(Part service);
     void awaitReceived(Part service, std::uint64_t count);
     void await(const std::function<bool()>& condition, const std::string& what,
-               receiver::Milliseconds limit = receiver::patience);
+               receiver::Milliseconds limit = receiver::defaultTimeout);
     bool hostEnds() const;
     std::string socketOf(Part service) const;
     std::filesystem::path heapCountOf(Part part) const;

@@ -139,7 +139,8 @@ void impersonate(const std::string& socketPath, const std::string& bytes) {
     if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(listener, 1) != 0)
         fail(socketPath);
     pollfd waiting{listener, POLLIN, 0};
-    if (poll(&waiting, 1, static_cast<int>(receiver::patience.count())) != 1) throw ReceiverError("nobody connected");
+    if (poll(&waiting, 1, static_cast<int>(receiver::defaultTimeout.count())) != 1)
+        throw ReceiverError("nobody connected");
     const Descriptor client(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
     say(client, bytes);
     std::filesystem::remove(socketPath);

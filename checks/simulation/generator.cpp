@@ -49,7 +49,7 @@ Schedule Generator::begin(std::uint64_t seed) {
 Event Generator::next(const Model& model) {
     Event event = choose(model);
     if (event.kind == Event::Kind::Answer && random_.percent(15))
-        event.inside.push_back({Place::Reporting, {random_.percent(60) ? request(model) : stranger(model)}});
+        event.inside.push_back({Place::Reporting, {random_.percent(60) ? request(model) : unmatched(model)}});
     return event;
 }
 
@@ -71,7 +71,7 @@ Event Generator::choose(const Model& model) {
     const std::size_t roll = random_.below(100);
     if (queue.empty()) {
         if (roll < 70) return request(model);
-        if (roll < 85) return stranger(model);
+        if (roll < 85) return unmatched(model);
         if (roll < 95) return work(model);
         return pass(random_.below(7) * 1s);
     }
@@ -80,12 +80,12 @@ Event Generator::choose(const Model& model) {
         if (roll < 62) return work(model);
         if (roll < 78) return request(model);
         if (roll < 86) return anyAnswer(front);
-        if (roll < 94) return stranger(model);
+        if (roll < 94) return unmatched(model);
         return pass(random_.below(7) * 1s + 1ns);
     }
     if (roll < 40) return rightAnswer(front);
     if (roll < 48) return anyAnswer(front);
-    if (roll < 57) return stranger(model);
+    if (roll < 57) return unmatched(model);
     if (roll < 70) return work(model);
     if (roll < 84) return request(model);
     if (roll < 87) return pass(random_.below(7) * 1s + 1ns);
@@ -199,7 +199,7 @@ Event Generator::answerOf(std::uint32_t from, const Model::Bundle& bundle, bool 
 }
 
 // An answer that belongs to no bundle under way, mostly.
-Event Generator::stranger(const Model& model) {
+Event Generator::unmatched(const Model& model) {
     const auto& queue = model.queue();
     const auto from = 1 + static_cast<std::uint32_t>(random_.below(2));
     Infos infos(1 + random_.below(2));

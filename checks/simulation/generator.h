@@ -45,7 +45,7 @@ private:
     Event rightAnswer(const Model::Bundle& bundle);
     Event anyAnswer(const Model::Bundle& bundle);
     Event answerOf(std::uint32_t from, const Model::Bundle& bundle, bool starts);
-    Event stranger(const Model& model);
+    Event unmatched(const Model& model);
     Event work(const Model& model);
     void addSending(Event& work, const Model::Bundle& bundle, bool starts, const Model& model);
     void addWaking(Event& work, const Model& model);

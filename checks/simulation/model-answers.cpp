@@ -44,7 +44,7 @@ int Model::answer(const Event& event) {
         return passOn();
     }
     if (id != queue_.front()->id) {
-        hitStranger(id);
+        hitUnmatched(id);
         line(Warning, "tvServiceInfo", "red_id ", id, " not found\n");
         return passOn();
     }
@@ -54,7 +54,7 @@ int Model::answer(const Event& event) {
     return result;
 }
 
-void Model::hitStranger(const std::string& id) {
+void Model::hitUnmatched(const std::string& id) {
     const std::string& front = queue_.front()->id;
     const std::size_t common = std::min(front.size(), id.size());
     hitIf(std::memcmp(front.data(), id.data(), common) == 0, Situation::AnswerSimilarId);

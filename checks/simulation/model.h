@@ -54,7 +54,7 @@ private:
     void hitRequests(const Bundle& bundle, bool numbered);
     void hitSending(const Bundle& bundle);
     void hitAnswer(const Bundle& bundle, std::uint32_t from);
-    void hitStranger(const std::string& id);
+    void hitUnmatched(const std::string& id);
     std::string idFor(const Requests& requests, bool& made);
     bool nothingToSend() const { return queue_.empty() || queue_.front()->sent(); }
     void send();

@@ -37,8 +37,8 @@ std::string greetingOf(int socket) {
 } // namespace
 
 QueueClient::QueueClient(host::MessageQueue& queue)
-    : door_(queue.connectTo(service, messages(), 16 * 1024, nullptr)), text_(static_cast<char*>(vdlFlatAlloc(64))) {
-    queue.open(door_);
+    : channel_(queue.connectTo(service, messages(), 16 * 1024, nullptr)), text_(static_cast<char*>(vdlFlatAlloc(64))) {
+    queue.open(channel_);
 }
 
 QueueClient::~QueueClient() { vdlFlatFree(text_); }
@@ -50,7 +50,7 @@ void QueueClient::send(std::uint64_t count, const std::stop_token& stop) {
         std::fill_n(text_, length, letterOf(number));
         text_[length] = '\0';
         const Numbered message{queueClient, number, {static_cast<std::uint32_t>(length), text_}};
-        const int result = door_.asyncSend({}, numbered().meta, nullptr, *numbered().table, &message, [] {});
+        const int result = channel_.asyncSend({}, numbered().meta, nullptr, *numbered().table, &message, [] {});
         if (result == 0) {
             ++sent_;
             ++i;

@@ -17,7 +17,7 @@ class OmqIOModule;
 
 namespace soak {
 
-// Sends numbered messages through a queue's door, waiting whenever the queue is full.
+// Sends numbered messages through a queue's channel, waiting whenever the queue is full.
 class QueueClient {
 public:
     explicit QueueClient(host::MessageQueue& queue);
@@ -29,7 +29,7 @@ public:
     QueueClient& operator=(const QueueClient&) = delete;
 
 private:
-    frame::OmqIOModule& door_;
+    frame::OmqIOModule& channel_;
     char* const text_;
     std::atomic<std::uint32_t> sent_{0};
 };

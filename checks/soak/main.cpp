@@ -37,7 +37,7 @@ using namespace std::chrono_literals;
 constexpr std::uint64_t parts = 10, throughQueue = 7;
 
 // A service that takes or says nothing for so long hangs.
-constexpr auto patience = 30s;
+constexpr auto timeout = 30s;
 
 // The other process.
 class Service {
@@ -59,13 +59,13 @@ public:
     }
     ~Service() {
         close(questions_);
-        if (!speaks(patience)) kill(); // it hangs
+        if (!speaks(timeout)) kill(); // it hangs
         waitpid(pid_, nullptr, 0);
     }
     Report ask() const {
         Report report{};
         const bool asked = write(questions_, "?", 1) == 1;
-        if (asked && !speaks(patience)) throw std::runtime_error("the service does not answer");
+        if (asked && !speaks(timeout)) throw std::runtime_error("the service does not answer");
         if (!asked || read(answers_, &report, sizeof report) != sizeof report) throw std::runtime_error(death);
         return report;
     }
@@ -162,7 +162,7 @@ public:
         raw.join();
         failure.rethrow();
         Report report = service_.ask();
-        for (const auto deadline = Clock::now() + patience;
+        for (const auto deadline = Clock::now() + timeout;
              report.honest + report.wrong < honest() && Clock::now() < deadline; report = service_.ask())
             std::this_thread::sleep_for(10ms);
         std::this_thread::sleep_for(200ms); // in which the last connections are put away
@@ -182,13 +182,13 @@ private:
     // Shows the progress while threads send. Throws when the service dies, or when there is none for long.
     void watch(const std::atomic<int>& running) {
         std::uint64_t done = 0;
-        for (auto deadline = Clock::now() + patience; running > 0;) {
+        for (auto deadline = Clock::now() + timeout; running > 0;) {
             std::this_thread::sleep_for(100ms);
             service_.mustLive();
             const std::uint64_t sent = queueClient_.sent() + 3 * rawClient_.connections();
             progress_.show(sent);
             if (sent > done)
-                deadline = Clock::now() + patience;
+                deadline = Clock::now() + timeout;
             else if (Clock::now() > deadline)
                 throw std::runtime_error("the service takes nothing any more");
             done = sent;

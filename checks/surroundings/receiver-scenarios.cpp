@@ -98,17 +98,19 @@ void runOnAStalledDisk(Control& control, Figures& figures) {
     control.stalledWrites = 0;
     control.disk = Disk::stalled;
     letAPlayFail(kit);
-    require(kit.waitFor([&] { return control.stalledWrites > 0; }, receiver::patience), "nothing wrote to the disk");
+    require(kit.waitFor([&] { return control.stalledWrites > 0; }, receiver::defaultTimeout),
+            "nothing wrote to the disk");
     figures.slowestPlay = std::max(figures.slowestPlay, playSome(kit));
     control.disk = Disk::sound;
-    require(kit.waitFor([&] { return recorded(kit) == 1; }, receiver::patience), "the record is not there");
+    require(kit.waitFor([&] { return recorded(kit) == 1; }, receiver::defaultTimeout), "the record is not there");
     // It must also end when the disk never comes back, and while somebody asks for what is to be stored there.
     control.stalledWrites = 0;
     control.disk = Disk::stalled;
     letAPlayFail(kit);
-    require(kit.waitFor([&] { return control.stalledWrites > 0; }, receiver::patience), "nothing wrote to the disk");
+    require(kit.waitFor([&] { return control.stalledWrites > 0; }, receiver::defaultTimeout),
+            "nothing wrote to the disk");
     const RunLogReader reader((kit.runtimeFolder() / "frame-host.shell").string());
-    require(kit.waitFor([&] { return reader.failures() > 0; }, receiver::patience),
+    require(kit.waitFor([&] { return reader.failures() > 0; }, receiver::defaultTimeout),
             "whoever reads the run log is not told that its disk does not answer");
     const auto begin = Steady::now();
     const std::string complaints = kit.stop(Part::frameHost);
@@ -124,7 +126,7 @@ void runOnABadDisk(Control& control, Disk disk, Figures& figures) {
     control.disk = disk;
     letAPlayFail(kit);
     figures.slowestPlay = std::max(figures.slowestPlay, playSome(kit));
-    require(kit.waitFor([&] { return isLogged(kit, "cannot store records, dropping them"); }, receiver::patience),
+    require(kit.waitFor([&] { return isLogged(kit, "cannot store records, dropping them"); }, receiver::defaultTimeout),
             "nobody told that the record is lost");
     control.disk = Disk::sound;
     letAPlayFail(kit);
@@ -261,7 +263,7 @@ void emit(ReceiverKit& kit, std::uint64_t notifications) {
 void emitAllToTheHost(ReceiverKit& kit, std::uint64_t notifications) {
     const auto before = receivedFromTv(kit);
     emit(kit, notifications);
-    require(kit.waitFor([&] { return receivedFromTv(kit) == before + notifications; }, receiver::patience),
+    require(kit.waitFor([&] { return receivedFromTv(kit) == before + notifications; }, receiver::defaultTimeout),
             "the honest client got " + std::to_string(receivedFromTv(kit) - before) + " notifications");
 }
 
@@ -285,7 +287,7 @@ void runWithClientsThatDoNotRead(Figures& figures) {
     }
     kit.thaw(Part::frameHost);
     // Until its queue has room an answer would be refused like everything else.
-    require(kit.waitFor([&] { return atTvService(kit, "queued") == forTheDeaf; }, receiver::patience),
+    require(kit.waitFor([&] { return atTvService(kit, "queued") == forTheDeaf; }, receiver::defaultTimeout),
             "what waited for the framework process did not reach it");
     const auto begin = Steady::now();
     const std::string id = kit.play("1:0", live);
@@ -302,7 +304,7 @@ void runWithAClientThatReadsSlowly(Figures& figures) {
     emitAllToTheHost(kit, notifications);
     figures.playBesideSlowReader = playSome(kit);
     require(atTvService(kit, "queued") > 0, "the slow client has read everything before the last play");
-    require(kit.waitFor([&] { return slow.alike() == notifications; }, 3 * receiver::patience),
+    require(kit.waitFor([&] { return slow.alike() == notifications; }, 3 * receiver::defaultTimeout),
             "the slow client got " + std::to_string(slow.alike()) + " notifications");
     figures.slowlyRead = slow.alike();
     endOrderly(kit);

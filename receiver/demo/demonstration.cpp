@@ -149,7 +149,7 @@ void Demonstration::tvServiceHangs() {
             [&] {
                 return !(records = kit_.ask(Part::frameHost, {"runlog", "1"})).empty();
             },
-            receiver::patience))
+            receiver::defaultTimeout))
         throw ReceiverError("the run log has no entry for the dropped request");
     const auto& record = records.front();
     const std::string logCode = record.at("logCode"), errorCode = record.at("errorCode"), text = record.at("logText");

@@ -129,12 +129,12 @@ void ChildProcess::signal(int number) {
     }
 }
 
-void ChildProcess::terminate(std::chrono::milliseconds patience) {
+void ChildProcess::terminate(std::chrono::milliseconds timeout) {
     // A stopped process can only end when it goes on. Not afterwards: the leak check of a process that is ending stops
     // it for a while, and waits for ever when it is made to go on.
     signal(SIGCONT);
     signal(SIGTERM);
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (running() && std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     signal(SIGKILL);

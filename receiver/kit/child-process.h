@@ -28,7 +28,7 @@ public:
     bool running();
     void signal(int number);
     // Asks it to end; kills it when it has not ended in time.
-    void terminate(std::chrono::milliseconds patience);
+    void terminate(std::chrono::milliseconds timeout);
     void wait(); // until it ends by itself
 
     // How it ended: empty while it runs or after exit code 0, else a text for people ("exit code 1", "signal 9").

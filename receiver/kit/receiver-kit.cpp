@@ -149,7 +149,7 @@ void ReceiverKit::end(Part part, std::string& complaints) {
     if (!process.child->running())
         complaints += std::string(nameOf(part)) + " had ended by itself\n";
     else
-        process.child->terminate(patience);
+        process.child->terminate(defaultTimeout);
     if (const std::string failure = process.child->failure(); !failure.empty())
         complaints += std::string(nameOf(part)) + " ended with " + failure + '\n';
     process.child.reset();
@@ -286,9 +286,9 @@ nlohmann::json ReceiverKit::waitForNotification(const std::string& message, std:
         }
         return false;
     };
-    if (!waitFor(came, patience))
+    if (!waitFor(came, defaultTimeout))
         throw ReceiverError("no " + message + " with " + arguments.dump() + " came within " +
-                            std::to_string(patience.count()) + " ms" +
+                            std::to_string(defaultTimeout.count()) + " ms" +
                             (last.is_null() ? "" : "; the last one has " + last.at("arguments").dump()));
     return last;
 }

@@ -50,7 +50,7 @@ struct Answer {
 // Whether all that part has is in whole; of a list, each element in one of whole's.
 bool includes(const nlohmann::json& whole, const nlohmann::json& part);
 
-inline constexpr Milliseconds patience{10000}; // for what takes no time on an idle machine
+inline constexpr Milliseconds defaultTimeout{10000}; // for what takes no time on an idle machine
 
 class ReceiverKit {
 public:
@@ -84,11 +84,12 @@ public:
 
     // The answers to a request so far, in the order in which the control application got them.
     std::vector<Answer> answersTo(const std::string& reqId);
-    std::vector<Answer> waitForAnswers(const std::string& reqId, std::size_t count, Milliseconds limit = patience);
+    std::vector<Answer> waitForAnswers(const std::string& reqId, std::size_t count,
+                                       Milliseconds limit = defaultTimeout);
     // What the resource manager logged about a request so far.
     std::vector<LogLine> stepsOf(const std::string& reqId) const;
     // Waits for such a line that contains part.
-    LogLine waitForStep(const std::string& reqId, const std::string& part, Milliseconds limit = patience);
+    LogLine waitForStep(const std::string& reqId, const std::string& part, Milliseconds limit = defaultTimeout);
 
     // What clients were told, as the control application lists it: objects with "number", "message" and "arguments".
     std::uint64_t newestNotification();                      // its number, 0 before the first one

@@ -3,7 +3,7 @@
 # installed_application.sh BUILD_FOLDER SOURCE_FOLDER
 set -euo pipefail
 build=$1 source=$2
-patience=30 # seconds, for what takes no time on an idle machine
+timeout=30 # seconds, for what takes no time on an idle machine
 
 folder=$(mktemp -d)
 children=()
@@ -33,11 +33,11 @@ start() { # NAME
     mkfifo "$folder/$name.ready"
     "$name" --ready-fd 3 3<>"$folder/$name.ready" >"$folder/$name.log" 2>&1 &
     children+=($!)
-    read -r -t "$patience" ready <>"$folder/$name.ready" && [[ $ready == ready ]]
+    read -r -t "$timeout" ready <>"$folder/$name.ready" && [[ $ready == ready ]]
 }
 # Waits until NAME has written a line that contains TEXT.
 expect() { # NAME TEXT
-    timeout "$patience" grep -q -m1 -F "$2" <(tail -n +1 -F "$folder/$1.log" 2>/dev/null) || {
+    timeout "$timeout" grep -q -m1 -F "$2" <(tail -n +1 -F "$folder/$1.log" 2>/dev/null) || {
         echo "$1 did not write: $2" >&2
         return 1
     }

@@ -75,14 +75,14 @@ protected:
     }
     // Waits until this many messages could not be decoded, and for the log line with the reason.
     void expectUndecodable(unsigned count, const std::string& reason) {
-        EXPECT_TRUE(kit.waitFor([&] { return tvConnection().at("undecodable") == count; }, patience))
+        EXPECT_TRUE(kit.waitFor([&] { return tvConnection().at("undecodable") == count; }, defaultTimeout))
             << tvConnection().dump();
         const auto logged = [&] {
             for (const LogLine& line : readLog(kit.folder() / "frame-host.log"))
                 if (line.module == "io" && line.text.find(reason) != std::string::npos) return true;
             return false;
         };
-        EXPECT_TRUE(kit.waitFor(logged, patience)) << reason;
+        EXPECT_TRUE(kit.waitFor(logged, defaultTimeout)) << reason;
     }
     // Why a command fails.
     std::string refusalOf(Part part, const std::vector<std::string>& command) {
@@ -115,7 +115,7 @@ TEST_F(ReceiverWithBadInput, CountsAndLogsMalformedMessagesAndServesOn) {
         kit.start(Part::mmService);
         kit.start(Part::frameHost);
         service.welcome();
-        ASSERT_TRUE(kit.waitFor([&] { return tvConnection().at("connected").get<bool>(); }, patience));
+        ASSERT_TRUE(kit.waitFor([&] { return tvConnection().at("connected").get<bool>(); }, defaultTimeout));
 
         auto unknown = messages::TvServiceTunerResult::meta;
         unknown.messageId = 0x28671299;

@@ -167,7 +167,7 @@ TEST(AReceiver, EndsAsAskedAfterAllMessages) {
     for (const auto& [message, request] : requests) kit.ask(Part::frameHost, request.command);
     for (const char* message : notifications) kit.ask(Part::tvService, {"emit", message});
     const std::size_t least = std::size(notifications);
-    EXPECT_TRUE(kit.waitFor([&] { return kit.newestNotification() >= least; }, patience));
+    EXPECT_TRUE(kit.waitFor([&] { return kit.newestNotification() >= least; }, defaultTimeout));
     EXPECT_EQ(kit.stop(), "");
 }
 

@@ -154,7 +154,11 @@ TEST_F(PlayPath, AMainTerminalWithoutItsPictureIsRecordedInTheRunLogAndTheNextBu
     const std::string next = kit.play("2:0", live);
     EXPECT_GT(waitUntilDropped(hanging), answerLimit);
     nlohmann::json records;
-    ASSERT_TRUE(kit.waitFor([&] { return !(records = kit.ask(Part::frameHost, {"runlog", "10"})).empty(); }, patience));
+    ASSERT_TRUE(kit.waitFor(
+        [&] {
+            return !(records = kit.ask(Part::frameHost, {"runlog", "10"})).empty();
+        },
+        defaultTimeout));
     ASSERT_EQ(records.size(), 1U);
     const auto& record = records.front();
     EXPECT_EQ(record.at("logCode"), "004001");
@@ -188,7 +192,7 @@ TEST_F(PlayPath, ARequestMadeWhileTheServiceIsAwayIsExecutedWhenItReturns) {
         const auto services = kit.ask(Part::frameHost, {"stats"});
         return services[0].at("connected") != services[1].at("connected");
     };
-    ASSERT_TRUE(kit.waitFor(away, patience));
+    ASSERT_TRUE(kit.waitFor(away, defaultTimeout));
     const std::string id = kit.play("0:0", live);
     kit.start(Part::tvService);
     EXPECT_THAT(kit.waitForAnswers(id, 1), ElementsAre(Answer{id, "0:0", done, live}));
@@ -216,7 +220,8 @@ TEST_F(PlayPath, AnAnswerToAnotherRequestIsPassedOnUnchanged) {
     kit.ask(Part::tvService, {"fault", "other-id", "on"});
     const std::string id = kit.play("0:0", live);
     nlohmann::json answers;
-    ASSERT_TRUE(kit.waitFor([&] { return !(answers = kit.ask(Part::frameHost, {"answers"})).empty(); }, patience));
+    ASSERT_TRUE(
+        kit.waitFor([&] { return !(answers = kit.ask(Part::frameHost, {"answers"})).empty(); }, defaultTimeout));
     ASSERT_EQ(answers.size(), 1U);
     EXPECT_NE(answers[0].at("reqId"), id);
     EXPECT_EQ(answers[0].at("uri"), live);

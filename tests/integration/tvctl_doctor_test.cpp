@@ -60,8 +60,8 @@ TEST_F(TvctlDoctor, IsContentWithAReceiver) {
     EXPECT_EQ(answer["wrong"], 0) << outcome.output;
     EXPECT_GT(answer["ok"], 5);
     EXPECT_EQ(answer["doors"].size(), 5U);
-    for (const json& door : answer["doors"])
-        EXPECT_EQ(door["who"], "user " + std::to_string(geteuid()) + " only") << door;
+    for (const json& entryPoint : answer["doors"])
+        EXPECT_EQ(entryPoint["who"], "user " + std::to_string(geteuid()) + " only") << entryPoint;
     EXPECT_THAT(doctor().output, AllOf(HasSubstr("OPEN AT"), HasSubstr(runtimeFolder() + "/tvservice.sock  ")));
     for (const auto& process : {&host, &mm, &tv}) EXPECT_EQ((*process)->terminate().error, "") << "it noticed nothing";
     EXPECT_EQ(doctor({"--quiet"}).output.find("wrong"), std::string::npos);

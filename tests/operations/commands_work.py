@@ -10,7 +10,7 @@ import subprocess
 import sys
 import tempfile
 
-PATIENCE = 60  # seconds for a block
+TIMEOUT = 60  # seconds for a block
 BLOCK = re.compile(r"^```(sh|text)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 # Who runs a block: the first line of it says.
 HOSTS = {
@@ -64,7 +64,7 @@ class Host:
             f'echo "$name ${{!name}}"; done >{keys}\necho done\n'
         )
         self.shell.stdin.flush()
-        signal.alarm(PATIENCE)
+        signal.alarm(TIMEOUT)
         ended = self.shell.stdout.readline()
         signal.alarm(0)
         if ended != "done\n":
@@ -122,7 +122,7 @@ def main():
         hosts = {name: Host(name, pathlib.Path(folder) / name, variables) for name in ("one", "services", "receiver")}
 
         def give_up(*_):
-            raise SystemExit(f"a block takes longer than {PATIENCE} s")
+            raise SystemExit(f"a block takes longer than {TIMEOUT} s")
 
         signal.signal(signal.SIGALRM, give_up)
         try:

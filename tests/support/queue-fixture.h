@@ -93,9 +93,9 @@ struct Inbox {
         std::lock_guard lock(mutex);
         return numbers.size();
     }
-    void listenAt(frame::OmqIOModule& door) {
-        EXPECT_EQ(0, door.registerMessageHandler(numberMeta, &Inbox::onNumber, this, numberTable));
-        EXPECT_EQ(0, door.registerMessageHandler(textMeta, &Inbox::onText, this, textTable));
+    void listenAt(frame::OmqIOModule& channel) {
+        EXPECT_EQ(0, channel.registerMessageHandler(numberMeta, &Inbox::onNumber, this, numberTable));
+        EXPECT_EQ(0, channel.registerMessageHandler(textMeta, &Inbox::onText, this, textTable));
     }
     static int onNumber(const frame::MsgMeta&, const frame::TransportInfo& t, const void* payload, void* context) {
         return static_cast<Inbox*>(context)->add(t, *static_cast<const vdl::Word<std::uint32_t>*>(payload), "");
@@ -122,22 +122,22 @@ struct News : frame::IOConnectionListener {
     std::atomic<int> connected{0}, failed{0}, disconnected{0};
 };
 
-inline int sendNumber(frame::OmqIOModule& door, std::uint32_t value, const frame::TransportInfo* transport = nullptr,
+inline int sendNumber(frame::OmqIOModule& channel, std::uint32_t value, const frame::TransportInfo* transport = nullptr,
                       const frame::MsgMeta& meta = numberMeta) {
     int completions = 0;
-    const int result = door.asyncSend({7, value}, meta, transport, numberTable, &value, [&] { ++completions; });
+    const int result = channel.asyncSend({7, value}, meta, transport, numberTable, &value, [&] { ++completions; });
     EXPECT_EQ(1, completions);
     return result;
 }
 
-inline int sendText(frame::OmqIOModule& door, std::size_t size, char letter,
+inline int sendText(frame::OmqIOModule& channel, std::size_t size, char letter,
                     const frame::TransportInfo* transport = nullptr) {
     char* data = static_cast<char*>(vdlFlatAlloc(size + 1));
     std::memset(data, letter, size);
     data[size] = '\0';
     vdlDeserString_t text{static_cast<std::uint32_t>(size), data};
     int completions = 0;
-    const int result = door.asyncSend({}, textMeta, transport, textTable, &text, [&] { ++completions; });
+    const int result = channel.asyncSend({}, textMeta, transport, textTable, &text, [&] { ++completions; });
     EXPECT_EQ(1, completions);
     vdlFlatFree(data);
     return result;
@@ -232,9 +232,9 @@ protected:
     }
     void startClient(const frame::MessageSet& set = messages) {
         client = std::make_unique<host::MessageQueue>(limits);
-        door = &client->connectTo("tuner", set, 4096, &news);
-        clientInbox.listenAt(*door);
-        client->open(*door);
+        channel = &client->connectTo("tuner", set, 4096, &news);
+        clientInbox.listenAt(*channel);
+        client->open(*channel);
         client->start();
     }
     void startBoth() {
@@ -258,7 +258,7 @@ protected:
     std::string honestHello() { return RawPeer(path).hear(helloSize); }
     bool honestClientServed() {
         const auto before = serverInbox.size();
-        return sendNumber(*door, 77) == 0 && eventually([&] { return serverInbox.size() > before; });
+        return sendNumber(*channel, 77) == 0 && eventually([&] { return serverInbox.size() > before; });
     }
 
     static constexpr std::size_t helloSize = 32 + 5 + 2 * 24;
@@ -268,7 +268,7 @@ protected:
     Inbox serverInbox, clientInbox;
     News news;
     std::unique_ptr<host::MessageQueue> server, client;
-    frame::OmqIOModule *offered = nullptr, *door = nullptr;
+    frame::OmqIOModule *offered = nullptr, *channel = nullptr;
 };
 
 } // namespace queue_test

@@ -108,7 +108,7 @@ template <class Proxy, class Client> struct Receiving {
         }
     }
 
-    Door module;
+    FakeModule module;
     Proxy proxy;
     const boost::shared_ptr<Client> first = boost::make_shared<Client>(), second = boost::make_shared<Client>();
 };

@@ -144,7 +144,7 @@ Diagnosis threeFindings() {
     diagnosis.ok("run log", "sound");
     diagnosis.warn("TVSA_X\x1b[31m", "unknown\nfor ever", "mend");
     diagnosis.wrong("key", "bad \xff", "throw\taway");
-    diagnosis.doors = {{"/run/a.sock", "user 0 only", "stale\x07"}};
+    diagnosis.entryPoints = {{"/run/a.sock", "user 0 only", "stale\x07"}};
     return diagnosis;
 }
 

@@ -40,7 +40,7 @@ TEST_F(DoctorOfServices, KnowsBothServices) {
 TEST_F(DoctorOfServices, WarnsOfOneThatDoesNotRun) {
     const Diagnosis diagnosis = check(tv);
     EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "not running: nobody serves " + socketOf(tv)));
-    EXPECT_THAT(diagnosis.doors, Contains(Field(&Door::state, "nobody serves it")));
+    EXPECT_THAT(diagnosis.entryPoints, Contains(Field(&EntryPoint::state, "nobody serves it")));
     std::filesystem::remove(runtimeFolder);
     EXPECT_THAT(check(tv), finds(Severity::warning, "tvservice", "no runtime folder yet"));
     EXPECT_FALSE(std::filesystem::exists(runtimeFolder)) << "examining makes nothing";
@@ -53,10 +53,10 @@ TEST_F(DoctorOfServices, IsContentWithOneThatHasTheSameMessages) {
     const Diagnosis diagnosis = check(tv);
     EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", "process " + std::to_string(getpid()) + " serves"));
     EXPECT_EQ(complaintsIn(diagnosis), 0U);
-    ASSERT_EQ(diagnosis.doors.size(), 1U);
-    EXPECT_EQ(diagnosis.doors[0].place, socketOf(tv));
-    EXPECT_EQ(diagnosis.doors[0].who, "user " + std::to_string(geteuid()) + " only");
-    EXPECT_EQ(diagnosis.doors[0].state, "served by process " + std::to_string(getpid()));
+    ASSERT_EQ(diagnosis.entryPoints.size(), 1U);
+    EXPECT_EQ(diagnosis.entryPoints[0].place, socketOf(tv));
+    EXPECT_EQ(diagnosis.entryPoints[0].who, "user " + std::to_string(geteuid()) + " only");
+    EXPECT_EQ(diagnosis.entryPoints[0].state, "served by process " + std::to_string(getpid()));
 }
 
 TEST_F(DoctorOfServices, NamesTheMessageInWhichOneDiffers) {
@@ -81,7 +81,7 @@ TEST_F(DoctorOfServices, FindsASocketThatAProcessLeft) {
     leaveSocketAt(socketOf(tv));
     const Diagnosis diagnosis = check(tv);
     EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", "is stale"));
-    EXPECT_THAT(diagnosis.doors, Contains(Field(&Door::state, "stale")));
+    EXPECT_THAT(diagnosis.entryPoints, Contains(Field(&EntryPoint::state, "stale")));
     EXPECT_TRUE(std::filesystem::exists(socketOf(tv))) << "examining removes nothing";
 }
 
@@ -186,7 +186,7 @@ TEST_F(DoctorOfFolders, WarnsOfForeignFiles) {
     EXPECT_THAT(diagnosis, finds(Severity::warning, file, "a strange file"));
     EXPECT_THAT(diagnosis, finds(Severity::wrong, stale, "is stale"));
     EXPECT_THAT(diagnosis, finds(Severity::warning, served, "no service known here"));
-    EXPECT_EQ(diagnosis.doors.size(), 2U);
+    EXPECT_EQ(diagnosis.entryPoints.size(), 2U);
     ::close(listener);
 }
 
@@ -215,7 +215,7 @@ TEST_F(DoctorOfShells, FindsThemAndReadsTheirAnswers) {
     const Diagnosis diagnosis = checkShell(socket, timeout);
     EXPECT_THAT(diagnosis, finds(Severity::ok, "frame-host", "answers in its shell"));
     EXPECT_EQ(complaintsIn(diagnosis), 0U);
-    EXPECT_THAT(diagnosis.doors, Contains(Field(&Door::place, socket)));
+    EXPECT_THAT(diagnosis.entryPoints, Contains(Field(&EntryPoint::place, socket)));
     EXPECT_EQ(complaintsIn(checkContents(runtimeFolder)), 0U);
 }
 

@@ -36,7 +36,7 @@ protected:
         client->withdraw(connect()); // the first connection takes descriptors for all
         atRest = descriptors();
     }
-    void expectNoDoor() {
+    void expectNoChannel() {
         EXPECT_EQ(client->statistics().size(), 0U);
         EXPECT_EQ(descriptors(), atRest);
     }
@@ -65,8 +65,8 @@ TEST_P(QueueCalls, MakeNoQueueOrAWholeOne) {
 }
 
 TEST_P(QueueCalls, MakeNoConnectionOrAWholeOne) {
-    EXPECT_GT(failEverywhere([this] { door = &connect(); }, [this] { expectNoDoor(); }), 1);
-    client->open(*door);
+    EXPECT_GT(failEverywhere([this] { channel = &connect(); }, [this] { expectNoChannel(); }), 1);
+    client->open(*channel);
     client->start();
     EXPECT_TRUE(honestClientServed());
 }
@@ -74,7 +74,7 @@ TEST_P(QueueCalls, MakeNoConnectionOrAWholeOne) {
 TEST_P(QueueCalls, OfferNoServiceOrAWholeOne) {
     const auto serve = [this] { client->serve("radio", messages, 64); };
     const auto nothingOffered = [this] {
-        expectNoDoor();
+        expectNoChannel();
         EXPECT_FALSE(std::filesystem::exists(folder + "/radio.sock"));
     };
     EXPECT_GT(failEverywhere(serve, nothingOffered), 1);
@@ -84,12 +84,12 @@ TEST_P(QueueCalls, OfferNoServiceOrAWholeOne) {
 }
 
 TEST_P(QueueCalls, OpenAllConnectionsOrNone) {
-    const std::vector<frame::OmqIOModule*> doors{&connect(), &connect()};
+    const std::vector<frame::OmqIOModule*> channels{&connect(), &connect()};
     const auto noneOpen = [this] {
         for (const auto& counters : client->statistics()) EXPECT_FALSE(counters.connected);
         EXPECT_EQ(descriptors(), atRest);
     };
-    EXPECT_GT(failEverywhere([&] { client->open(doors); }, noneOpen), 0);
+    EXPECT_GT(failEverywhere([&] { client->open(channels); }, noneOpen), 0);
     client->start();
     EXPECT_TRUE(eventually([this] {
         const auto counters = client->statistics();
@@ -98,17 +98,17 @@ TEST_P(QueueCalls, OpenAllConnectionsOrNone) {
 }
 
 TEST_P(QueueCalls, BindAHandlerOrNone) {
-    door = &connect();
+    channel = &connect();
     int result = 1;
-    const auto bind = [&] { result = door->registerMessageHandler(numberMeta, ignore, nullptr, numberTable); };
+    const auto bind = [&] { result = channel->registerMessageHandler(numberMeta, ignore, nullptr, numberTable); };
     EXPECT_GT(failEverywhere(bind, [] {}), 0);
     EXPECT_EQ(result, 0); // the failed calls have not bound it
-    EXPECT_EQ(door->registerMessageHandler(numberMeta, ignore, nullptr, numberTable), -17);
+    EXPECT_EQ(channel->registerMessageHandler(numberMeta, ignore, nullptr, numberTable), -17);
 }
 
 TEST_P(QueueCalls, StartOrCanStartLater) {
-    door = &connect();
-    client->open(*door);
+    channel = &connect();
+    client->open(*channel);
     failEverywhere([this] { client->start(); }, [] {});
     EXPECT_TRUE(honestClientServed());
 }
@@ -121,12 +121,12 @@ TEST_P(QueueCalls, ReturnStatisticsOrThrow) {
 }
 
 TEST_P(QueueCalls, StopWithoutMemory) {
-    door = &connect();
-    client->open(*door);
+    channel = &connect();
+    client->open(*channel);
     client->start();
     ASSERT_TRUE(honestClientServed());
     EXPECT_EQ(failEverywhere([this] { client->stop(); }, [] {}), 0);
-    EXPECT_EQ(queue_test::sendNumber(*door, 1), -108);
+    EXPECT_EQ(queue_test::sendNumber(*channel, 1), -108);
 }
 
 INSTANTIATE_TEST_SUITE_P(WithAndWithoutAThread, QueueCalls,
@@ -143,9 +143,9 @@ TEST_F(QueueToAll, SendsToTheClientsForWhomThereIsMemory) {
         startBoth();
         host::MessageQueue second(limits);
         queue_test::Inbox secondInbox;
-        auto& secondDoor = second.connectTo("tuner", messages, 64, nullptr);
-        secondInbox.listenAt(secondDoor);
-        second.open(secondDoor);
+        auto& secondChannel = second.connectTo("tuner", messages, 64, nullptr);
+        secondInbox.listenAt(secondChannel);
+        second.open(secondChannel);
         second.start();
         ASSERT_TRUE(eventually([&] { return host::MessageQueue::clientsOf(*offered).size() == 2; }));
 

@@ -87,13 +87,13 @@ TEST_F(CrowdedQueue, LeavesRoomForAnswersBesideWhatAllClientsAreSent) {
 
 TEST_P(SmallQueue, KeepsAsManyAsItHasRoomForAndTakesMoreOnceTheyAreOut) {
     startClient();
-    for (std::uint32_t i = 0; i < GetParam(); ++i) EXPECT_EQ(0, sendNumber(*door, i));
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(-11, sendNumber(*door, 1000));
+    for (std::uint32_t i = 0; i < GetParam(); ++i) EXPECT_EQ(0, sendNumber(*channel, i));
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(-11, sendNumber(*channel, 1000));
     EXPECT_EQ(GetParam(), atClient().queued);
     startServer();
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == GetParam() && atClient().queued == 0; }));
     for (std::size_t i = 0; i < GetParam(); ++i)
-        EXPECT_EQ(0, sendNumber(*door, static_cast<std::uint32_t>(GetParam() + i)));
+        EXPECT_EQ(0, sendNumber(*channel, static_cast<std::uint32_t>(GetParam() + i)));
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 2 * GetParam(); }));
     EXPECT_EQ(numbersTo(2 * GetParam()), received());
     EXPECT_EQ(3U, atClient().refused);
@@ -104,7 +104,7 @@ TEST_P(SmallQueue, DeliversAllThatItAcceptedInOrderToAServiceThatIsSlow) {
     startBoth();
     std::uint32_t accepted = 0;
     while (accepted < 20000)
-        if (sendNumber(*door, accepted) == 0) ++accepted;
+        if (sendNumber(*channel, accepted) == 0) ++accepted;
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == accepted; }));
     EXPECT_EQ(numbersTo(accepted), received());
     EXPECT_EQ(accepted, atClient().sent);

@@ -1,5 +1,5 @@
 // A service's listener while many clients connect that it rejects.
-#include "queue/server-door.h"
+#include "queue/service-channel.h"
 #include "support/queue-fixture.h"
 #include "transport/local-transport.h"
 
@@ -37,19 +37,19 @@ class ServiceListener : public MessageQueue {};
 TEST_F(ServiceListener, RejectsOnlyAFewClientsAtATime) {
     const host::LogCapture log({0x0202});
     boost::asio::io_context io{1};
-    host::io::ServerDoor door(io, std::make_unique<StrictListener>(io, path), "tuner", messages, 4096, {});
+    host::io::ServiceChannel channel(io, std::make_unique<StrictListener>(io, path), "tuner", messages, 4096, {});
     std::vector<std::unique_ptr<RawPeer>> crowd;
     for (int i = 0; i < 200; ++i) crowd.push_back(std::make_unique<RawPeer>(path));
     std::uint64_t before = 0;
-    door.proceed();
+    channel.proceed();
     for (;;) {
-        const auto refused = door.statistics().refused;
+        const auto refused = channel.statistics().refused;
         EXPECT_LE(refused - before, 16U);
         before = refused;
         if (before == crowd.size()) break;
         ASSERT_EQ(io.run_one(), 1U);
     }
-    door.end();
+    channel.end();
 }
 
 } // namespace

@@ -75,13 +75,13 @@ struct Outcome {
     int result = 0;
 };
 
-Outcome send(frame::OmqIOModule& door, const frame::MsgMeta& meta, const vdl::EndianTable& table, const void* payload,
-             long allocations) {
+Outcome send(frame::OmqIOModule& channel, const frame::MsgMeta& meta, const vdl::EndianTable& table,
+             const void* payload, long allocations) {
     Outcome outcome;
     const boost::function<void()> completed = [&outcome] { ++outcome.completions; };
     allocationsLeft = allocations;
     try {
-        outcome.result = door.asyncSend({}, meta, nullptr, table, payload, completed);
+        outcome.result = channel.asyncSend({}, meta, nullptr, table, payload, completed);
     } catch (const std::bad_alloc&) {
         outcome.threw = true;
     }
@@ -89,8 +89,8 @@ Outcome send(frame::OmqIOModule& door, const frame::MsgMeta& meta, const vdl::En
     return outcome;
 }
 
-Outcome sendNumber(frame::OmqIOModule& door, std::uint32_t value, long allocations = -1) {
-    return send(door, numberMeta, numberTable, &value, allocations);
+Outcome sendNumber(frame::OmqIOModule& channel, std::uint32_t value, long allocations = -1) {
+    return send(channel, numberMeta, numberTable, &value, allocations);
 }
 
 // A text in flat memory.
@@ -112,10 +112,10 @@ struct Text {
 struct Sender : frame::IOConnectionListener {
     void onIOConnectionConnected() override {}
     void onIOConnectionConnectionFailed() override {
-        if (!std::exchange(sent, true)) result = sendNumber(*door, 1).result;
+        if (!std::exchange(sent, true)) result = sendNumber(*channel, 1).result;
     }
     void onIOConnectionDisconnected() override {}
-    frame::OmqIOModule* door = nullptr;
+    frame::OmqIOModule* channel = nullptr;
     bool sent = false;
     std::atomic<int> result{1};
 };
@@ -142,8 +142,8 @@ protected:
     }
     void makeClient(frame::IOConnectionListener* listener = nullptr) {
         client = std::make_unique<host::MessageQueue>(limits);
-        door = &client->connectTo("tuner", messages, 64, listener);
-        client->open(*door);
+        channel = &client->connectTo("tuner", messages, 64, listener);
+        client->open(*channel);
     }
     static int takeMessage(const frame::MsgMeta&, const frame::TransportInfo&, const void*, void* context) {
         auto& self = *static_cast<Shortage*>(context);
@@ -166,7 +166,7 @@ protected:
     std::atomic<int> taken{0};        // messages that the server's handlers were given
     std::atomic<bool> holding{false}; // its receiving thread stays in the handler
     std::unique_ptr<host::MessageQueue> server, client;
-    frame::OmqIOModule *offered = nullptr, *door = nullptr;
+    frame::OmqIOModule *offered = nullptr, *channel = nullptr;
 };
 
 TEST_F(Shortage, OfDescriptorsMakesClientsWaitUntilThereIsOne) {
@@ -174,7 +174,7 @@ TEST_F(Shortage, OfDescriptorsMakesClientsWaitUntilThereIsOne) {
     makeClient();
     server->start();
     client->start();
-    ASSERT_EQ(sendNumber(*door, 1).result, 0);
+    ASSERT_EQ(sendNumber(*channel, 1).result, 0);
     ASSERT_TRUE(eventually([&] { return taken == 1; }));
 
     // A second client has its socket already when there are no more.
@@ -186,7 +186,7 @@ TEST_F(Shortage, OfDescriptorsMakesClientsWaitUntilThereIsOne) {
         const NoSockets none;
         ASSERT_EQ(connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         EXPECT_TRUE(log.waitFor("service tuner: cannot accept clients: Too many open files", 20s));
-        EXPECT_EQ(sendNumber(*door, 2).result, 0); // connected clients are still served
+        EXPECT_EQ(sendNumber(*channel, 2).result, 0); // connected clients are still served
         EXPECT_TRUE(eventually([&] { return taken == 2; }));
     }
     const timeval timeout{20, 0};
@@ -203,12 +203,12 @@ TEST_F(Shortage, OfDescriptorsMakesClientsWaitUntilThereIsOne) {
 TEST_F(Shortage, OfDescriptorsMakesAClientTryAgain) {
     makeClient();
     client->start();
-    ASSERT_EQ(sendNumber(*door, 1).result, 0);
+    ASSERT_EQ(sendNumber(*channel, 1).result, 0);
     ASSERT_TRUE(log.waitFor("No such file or directory", 20s));
     {
         const NoSockets none;
         EXPECT_TRUE(log.waitFor("Too many open files", 20s));
-        EXPECT_EQ(sendNumber(*door, 2).result, 0);
+        EXPECT_EQ(sendNumber(*channel, 2).result, 0);
     }
     makeServer();
     server->start();
@@ -223,7 +223,7 @@ TEST_F(Shortage, OfMemoryQueuesNothingAndCompletesOnce) {
             ASSERT_LT(allocations, 100);
             makeClient();
             if (running) client->start();
-            outcome = sendNumber(*door, 1, allocations);
+            outcome = sendNumber(*channel, 1, allocations);
             EXPECT_EQ(outcome.completions, 1) << allocations;
             EXPECT_EQ(atClient().queued, outcome.threw ? 0U : 1U) << allocations;
         }
@@ -236,7 +236,7 @@ TEST_F(Shortage, OfMemoryLeavesTheDeadlinesOfOtherMessagesWatched) {
     limits.wait = 30ms;
     makeClient();
     client->start();
-    for (long allocations = 0; sendNumber(*door, 1, allocations).threw; ++allocations) ASSERT_LT(allocations, 100);
+    for (long allocations = 0; sendNumber(*channel, 1, allocations).threw; ++allocations) ASSERT_LT(allocations, 100);
     EXPECT_TRUE(eventually([&] { return atClient().dropped == 1; }));
 }
 
@@ -253,13 +253,13 @@ TEST_F(Shortage, OfMemoryWhileTheSocketIsFullLosesNoMoreThanThatMessage) {
         const int before = taken;
         const std::uint64_t connectionsBefore = atServer().reconnects;
         holding = true;
-        ASSERT_EQ(sendNumber(*door, 1).result, 0);
+        ASSERT_EQ(sendNumber(*channel, 1).result, 0);
         ASSERT_TRUE(eventually([&] { return taken == before + 1; }));
-        const Outcome outcome = send(*door, textMeta, textTable, &text.form, allocations);
+        const Outcome outcome = send(*channel, textMeta, textTable, &text.form, allocations);
         EXPECT_EQ(outcome.completions, 1) << allocations;
         EXPECT_TRUE(!outcome.threw || atClient().queued == 0) << allocations;
         release();
-        ASSERT_EQ(sendNumber(*door, 2).result, 0);
+        ASSERT_EQ(sendNumber(*channel, 2).result, 0);
         const auto settled = [&] { return atClient().connected && atClient().queued == 0; };
         ASSERT_TRUE(eventually(settled)) << allocations;
         const int expected = before + (atClient().dropped > 0 || outcome.threw ? 2 : 3);
@@ -272,7 +272,7 @@ TEST_F(Shortage, OfMemoryWhileTheSocketIsFullLosesNoMoreThanThatMessage) {
 TEST_F(Shortage, OfAServiceKeepsWhatTheReceivingThreadSendsToIt) {
     limits.wait = 30ms;
     makeClient(&sender);
-    sender.door = door;
+    sender.channel = channel;
     client->start();
     ASSERT_TRUE(eventually([&] { return sender.result == 0; }));
     EXPECT_TRUE(eventually([&] { return atClient().dropped == 1; }));

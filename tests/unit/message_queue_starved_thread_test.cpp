@@ -99,7 +99,7 @@ protected:
     // Answers as a service does that tries again.
     void answer(const frame::TransportInfo& to, std::uint32_t number) const {
         for (int attempt = 0; attempt < 10; ++attempt) try {
-                door->asyncSend({}, numberMeta, &to, numberTable, &number, {});
+                channel->asyncSend({}, numberMeta, &to, numberTable, &number, {});
                 return;
             } catch (const std::bad_alloc&) {
             }
@@ -110,16 +110,16 @@ protected:
     std::atomic<int> taken{0};
     bool answering = false;
     std::unique_ptr<host::MessageQueue> queue;
-    frame::OmqIOModule* door = nullptr;
+    frame::OmqIOModule* channel = nullptr;
 };
 
 class StarvedService : public StarvedThread {
 protected:
     StarvedService() {
         queue = std::make_unique<host::MessageQueue>(host::QueueLimits{});
-        door = &queue->serve("tuner", messages, 64);
+        channel = &queue->serve("tuner", messages, 64);
         answering = true;
-        EXPECT_EQ(door->registerMessageHandler(numberMeta, takeNumber, this, numberTable), 0);
+        EXPECT_EQ(channel->registerMessageHandler(numberMeta, takeNumber, this, numberTable), 0);
         queue->start();
         descriptorsAtRest = descriptors();
         hello = Peer(connected()).hear(helloBytes); // a client of the same messages sends the same
@@ -159,7 +159,7 @@ TEST_P(StarvedService, ServesTheNextClientAndCountsThoseItRejected) {
             const auto before = accounted();
             const bool served = exchange();
             EXPECT_TRUE(allGone());
-            EXPECT_TRUE(served || eventually([&] { return accounted() > before; })) << "turned away, but not counted";
+            EXPECT_TRUE(served || eventually([&] { return accounted() > before; })) << "rejected, but not counted";
         },
         [&](long) {
             EXPECT_TRUE(exchange());
@@ -206,9 +206,9 @@ class StarvedClient : public StarvedThread {
 protected:
     StarvedClient() {
         queue = std::make_unique<host::MessageQueue>(host::QueueLimits{});
-        door = &queue->connectTo("tuner", messages, 64, &news);
-        EXPECT_EQ(door->registerMessageHandler(numberMeta, takeNumber, this, numberTable), 0);
-        queue->open(*door);
+        channel = &queue->connectTo("tuner", messages, 64, &news);
+        EXPECT_EQ(channel->registerMessageHandler(numberMeta, takeNumber, this, numberTable), 0);
+        queue->open(*channel);
     }
     // A listening socket at the service's path.
     Peer listening() const {
@@ -262,7 +262,7 @@ TEST_P(StarvedClient, ConnectsAgainAndCountsEveryLostMessage) {
     const auto round = [this] {
         const auto dropped = statistics().dropped;
         const int failed = news.failed;
-        ASSERT_EQ(queue_test::sendNumber(*door, ++newest), 0);
+        ASSERT_EQ(queue_test::sendNumber(*channel, ++newest), 0);
         const auto heard = serviceComesAndGoes();
         EXPECT_TRUE(std::count(heard.begin(), heard.end(), newest) == 1 || statistics().dropped > dropped);
         EXPECT_TRUE(eventually([&] { return news.connected == news.disconnected && news.failed > failed; }));
@@ -280,15 +280,15 @@ TEST_P(StarvedClient, ConnectsAgainAndCountsEveryLostMessage) {
 
 TEST_P(StarvedClient, DropsMessagesThatWaitTooLong) {
     queue = std::make_unique<host::MessageQueue>(host::QueueLimits{10, 1000, 1ms});
-    door = &queue->connectTo("tuner", messages, 64, nullptr);
-    queue->open(*door);
+    channel = &queue->connectTo("tuner", messages, 64, nullptr);
+    queue->open(*channel);
     const host::LogCapture quiet({0x0202});
     queue->start();
     failElsewhereAtEveryAllocation(
         fail,
         [&](long) {
             const auto dropped = statistics().dropped;
-            EXPECT_EQ(queue_test::sendNumber(*door, 1), 0);
+            EXPECT_EQ(queue_test::sendNumber(*channel, 1), 0);
             EXPECT_TRUE(eventually([&] { return statistics().dropped == dropped + 1; }));
         },
         [](long) {});

@@ -13,7 +13,7 @@ namespace {
 TEST_F(MessageQueue, DeliversInOrderBothWays) {
     startBoth();
     for (std::uint32_t i = 0; i < 5000; ++i) {
-        while (sendNumber(*door, i) == -11) std::this_thread::yield();
+        while (sendNumber(*channel, i) == -11) std::this_thread::yield();
         while (sendNumber(*offered, i) == -11) std::this_thread::yield();
     }
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 5000 && clientInbox.size() == 5000; }));
@@ -28,7 +28,7 @@ TEST_F(MessageQueue, DeliversInOrderBothWays) {
 
 TEST_F(MessageQueue, DeliversLargeMessagesWhole) {
     startBoth();
-    for (const char letter : {'a', 'b', 'c'}) EXPECT_EQ(0, sendText(*door, 1024 * 1024, letter));
+    for (const char letter : {'a', 'b', 'c'}) EXPECT_EQ(0, sendText(*channel, 1024 * 1024, letter));
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 3; }));
     EXPECT_EQ(std::string(1024 * 1024, 'b'), serverInbox.texts[1]);
     EXPECT_TRUE(eventually([&] { return atClient().sent == 3 && atClient().queued == 0; }));
@@ -36,7 +36,7 @@ TEST_F(MessageQueue, DeliversLargeMessagesWhole) {
 
 TEST_F(MessageQueue, RefusesAMessageThatIsTooLarge) {
     startBoth();
-    EXPECT_EQ(-90, sendText(*door, host::maximumMessageBytes, 'x'));
+    EXPECT_EQ(-90, sendText(*channel, host::maximumMessageBytes, 'x'));
     EXPECT_EQ(1u, atClient().refused);
     EXPECT_EQ(0u, atClient().queued);
     EXPECT_TRUE(honestClientServed());
@@ -46,14 +46,14 @@ TEST_F(MessageQueue, RefusesAPayloadThatCannotBeMarshalled) {
     startBoth();
     vdlDeserString_t text{5u, nullptr};
     int completions = 0;
-    EXPECT_EQ(-22, door->asyncSend({}, textMeta, nullptr, textTable, &text, [&] { ++completions; }));
+    EXPECT_EQ(-22, channel->asyncSend({}, textMeta, nullptr, textTable, &text, [&] { ++completions; }));
     EXPECT_EQ(1, completions);
     EXPECT_TRUE(honestClientServed());
 }
 
 TEST_F(MessageQueue, KeepsMessagesUntilTheServiceIsThere) {
     startClient();
-    for (std::uint32_t i = 0; i < 10; ++i) EXPECT_EQ(0, sendNumber(*door, i));
+    for (std::uint32_t i = 0; i < 10; ++i) EXPECT_EQ(0, sendNumber(*channel, i));
     ASSERT_TRUE(eventually([&] { return news.failed > 0; }));
     EXPECT_EQ(10u, atClient().queued);
     startServer();
@@ -65,16 +65,16 @@ TEST_F(MessageQueue, KeepsMessagesUntilTheServiceIsThere) {
 TEST_F(MessageQueue, DropsMessagesThatWaitTooLong) {
     limits.wait = 30ms;
     startClient();
-    EXPECT_EQ(0, sendNumber(*door, 1));
-    EXPECT_EQ(0, sendNumber(*door, 2));
+    EXPECT_EQ(0, sendNumber(*channel, 1));
+    EXPECT_EQ(0, sendNumber(*channel, 2));
     EXPECT_TRUE(eventually([&] { return atClient().dropped == 2 && atClient().queued == 0; }));
 }
 
 TEST_F(MessageQueue, RefusesMessagesBeyondTheCount) {
     limits.messages = 3;
     startClient();
-    for (std::uint32_t i = 0; i < 3; ++i) EXPECT_EQ(0, sendNumber(*door, i));
-    EXPECT_EQ(-11, sendNumber(*door, 3));
+    for (std::uint32_t i = 0; i < 3; ++i) EXPECT_EQ(0, sendNumber(*channel, i));
+    EXPECT_EQ(-11, sendNumber(*channel, 3));
     EXPECT_EQ(1u, atClient().refused);
     EXPECT_EQ(3u, atClient().queued);
 }
@@ -82,8 +82,8 @@ TEST_F(MessageQueue, RefusesMessagesBeyondTheCount) {
 TEST_F(MessageQueue, RefusesMessagesBeyondTheBytes) {
     limits.bytes = 10000;
     startClient();
-    EXPECT_EQ(0, sendText(*door, 9000, 'x'));
-    EXPECT_EQ(-11, sendText(*door, 9000, 'y'));
+    EXPECT_EQ(0, sendText(*channel, 9000, 'x'));
+    EXPECT_EQ(-11, sendText(*channel, 9000, 'y'));
     startServer();
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 1; }));
     EXPECT_EQ(std::string(9000, 'x'), serverInbox.texts[0]);
@@ -101,7 +101,7 @@ TEST_F(MessageQueue, LogsTheFirstRefusalAndHowManyFollowedIt) {
         return texts;
     };
     const auto fill = [&] {
-        for (const int expected : {0, 0, -11, -11, -11, -11}) EXPECT_EQ(expected, sendNumber(*door, 1));
+        for (const int expected : {0, 0, -11, -11, -11, -11}) EXPECT_EQ(expected, sendNumber(*channel, 1));
     };
     const std::string first = "service tuner: message 0x00002001 refused: 2 messages (72 bytes) wait already";
     const std::string others = "service tuner: 3 more messages were refused while others waited";
@@ -124,7 +124,7 @@ TEST_F(MessageQueue, RefusesAnUnknownConnection) {
     startBoth();
     const frame::TransportInfo nobody{123456789, {}};
     EXPECT_EQ(-107, sendNumber(*offered, 1, &nobody));
-    EXPECT_EQ(-107, sendNumber(*door, 1, &nobody));
+    EXPECT_EQ(-107, sendNumber(*channel, 1, &nobody));
     EXPECT_EQ(1u, atServer().refused);
 }
 
@@ -132,14 +132,14 @@ TEST_F(MessageQueue, RefusesEverythingOnceStopped) {
     startBoth();
     client->stop();
     client->stop();
-    EXPECT_EQ(-108, sendNumber(*door, 1));
+    EXPECT_EQ(-108, sendNumber(*channel, 1));
     EXPECT_FALSE(atClient().connected);
 }
 
 TEST_F(MessageQueue, DropsWhatWaitsAtStop) {
     startClient();
-    EXPECT_EQ(0, sendNumber(*door, 1));
-    EXPECT_EQ(0, sendNumber(*door, 2));
+    EXPECT_EQ(0, sendNumber(*channel, 1));
+    EXPECT_EQ(0, sendNumber(*channel, 2));
     client->stop();
     EXPECT_EQ(2u, atClient().dropped);
     EXPECT_EQ(0u, atClient().queued);
@@ -147,7 +147,7 @@ TEST_F(MessageQueue, DropsWhatWaitsAtStop) {
 
 TEST_F(MessageQueue, DeliversWhatAClientHasSentBeforeItStops) {
     startBoth();
-    for (int i = 0; i < 100; ++i) sendText(*door, 1000, 'x');
+    for (int i = 0; i < 100; ++i) sendText(*channel, 1000, 'x');
     client->stop();
     const auto sent = atClient().sent;
     client.reset();
@@ -176,11 +176,11 @@ TEST_F(MessageQueue, AnswersTheClientThatAsked) {
     startBoth();
     host::MessageQueue other(limits);
     Inbox otherInbox;
-    auto& otherDoor = other.connectTo("tuner", messages, 4096, nullptr);
-    otherInbox.listenAt(otherDoor);
-    other.open(otherDoor);
+    auto& otherChannel = other.connectTo("tuner", messages, 4096, nullptr);
+    otherInbox.listenAt(otherChannel);
+    other.open(otherChannel);
     other.start();
-    EXPECT_EQ(0, sendNumber(otherDoor, 5));
+    EXPECT_EQ(0, sendNumber(otherChannel, 5));
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 1; }));
     const auto asker = serverInbox.transports[0];
     EXPECT_EQ(0, sendNumber(*offered, 6, &asker));
@@ -234,7 +234,7 @@ TEST_F(MessageQueue, SurvivesAHandlerThatThrows) {
     };
     EXPECT_EQ(0, offered->registerMessageHandler(unknownMeta, thrower, nullptr, numberTable));
     startClient();
-    EXPECT_EQ(0, sendNumber(*door, 1, nullptr, unknownMeta));
+    EXPECT_EQ(0, sendNumber(*channel, 1, nullptr, unknownMeta));
     EXPECT_TRUE(honestClientServed());
 }
 

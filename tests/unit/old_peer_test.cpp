@@ -26,12 +26,12 @@ protected:
         startServer(service);
         startClient(peer);
         EXPECT_TRUE(eventually([&] { return news.failed > 0 && atServer().refused > 0 && atClient().refused > 0; }));
-        EXPECT_EQ(host::MessageQueue::failureOf(*door), peersLine);
+        EXPECT_EQ(host::MessageQueue::failureOf(*channel), peersLine);
         client->stop();
         server->stop();
         std::string text;
         for (const auto& line : log.lines()) text += line.text + '\n';
-        EXPECT_THAT(text, HasSubstr("turned away: " + servicesLine));
+        EXPECT_THAT(text, HasSubstr("rejected: " + servicesLine));
         EXPECT_THAT(text, HasSubstr("service tuner: " + peersLine));
         EXPECT_EQ(news.connected, 0);
         EXPECT_EQ(serverInbox.size(), 0U);
@@ -67,7 +67,7 @@ TEST_F(AnOldPeer, TalksWhenItsLayoutsAreTheSameUnderOtherNamesInAnotherOrder) {
                                                         {"Count", numberMeta, &sameLayout}};
     startServer();
     startClient({renamed, 2});
-    EXPECT_EQ(sendNumber(*door, 5), 0);
+    EXPECT_EQ(sendNumber(*channel, 5), 0);
     EXPECT_TRUE(eventually([&] { return serverInbox.size() == 1; }));
     EXPECT_EQ(sendNumber(*offered, 6), 0);
     EXPECT_TRUE(eventually([&] { return clientInbox.size() == 1; }));

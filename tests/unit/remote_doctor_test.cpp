@@ -63,17 +63,17 @@ TEST_F(DoctorBetweenHosts, IsContentWithAServiceThatKnowsThisMachine) {
     EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", address + " has the right key"));
     EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", "the holder of one key may come"));
     EXPECT_EQ(complaintsIn(diagnosis), 0U);
-    ASSERT_EQ(diagnosis.doors.size(), 1U);
-    EXPECT_EQ(diagnosis.doors[0].place, address);
-    EXPECT_EQ(diagnosis.doors[0].who, "the holder of one key");
-    EXPECT_EQ(diagnosis.doors[0].state, "a process listens here");
+    ASSERT_EQ(diagnosis.entryPoints.size(), 1U);
+    EXPECT_EQ(diagnosis.entryPoints[0].place, address);
+    EXPECT_EQ(diagnosis.entryPoints[0].who, "the holder of one key");
+    EXPECT_EQ(diagnosis.entryPoints[0].state, "a process listens here");
     EXPECT_THAT(checkKeys(), finds(Severity::ok, "keys.file", keys.publicKey));
 }
 
 TEST_F(DoctorBetweenHosts, FindsThatNoServiceAnswers) {
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", "nobody answers there"));
-    EXPECT_THAT(diagnosis.doors, Contains(Field(&Door::state, "nobody listens here")));
+    EXPECT_THAT(diagnosis.entryPoints, Contains(Field(&EntryPoint::state, "nobody listens here")));
 }
 
 TEST_F(DoctorBetweenHosts, FindsThatTheServiceRejectsThisMachinesKey) {
@@ -103,7 +103,7 @@ TEST_F(DoctorBetweenHosts, FindsAServiceWithoutKeys) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", address + " is without keys"));
-    EXPECT_TRUE(diagnosis.doors.empty());
+    EXPECT_TRUE(diagnosis.entryPoints.empty());
 }
 
 TEST_F(DoctorBetweenHosts, WarnsOfAServiceAtEveryAddress) {
@@ -115,9 +115,9 @@ TEST_F(DoctorBetweenHosts, WarnsOfAServiceAtEveryAddress) {
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "at every address of this machine"));
     EXPECT_THAT(diagnosis, finds(Severity::warning, "keys.clients", "has a key twice: " + keys.publicKey));
-    ASSERT_EQ(diagnosis.doors.size(), 1U);
-    EXPECT_EQ(diagnosis.doors[0].who, "the holders of 2 keys");
-    EXPECT_EQ(diagnosis.doors[0].state, "a process listens here");
+    ASSERT_EQ(diagnosis.entryPoints.size(), 1U);
+    EXPECT_EQ(diagnosis.entryPoints[0].who, "the holders of 2 keys");
+    EXPECT_EQ(diagnosis.entryPoints[0].state, "a process listens here");
     set("TVSA_SERVICE_KEY_TVSERVICE", keys.publicKey);
     EXPECT_THAT(check(), finds(Severity::wrong, "tvservice", "none to connect to"));
     set("TVSA_CLIENT_KEYS", "");
@@ -149,7 +149,7 @@ TEST_F(DoctorBetweenHosts, FindsAnAddressAtWhichTheServiceWouldNotStart) {
         const Diagnosis diagnosis = check();
         EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", why));
         EXPECT_EQ(complaintsIn(diagnosis), 1U);
-        EXPECT_TRUE(diagnosis.doors.empty());
+        EXPECT_TRUE(diagnosis.entryPoints.empty());
     }
 }
 
@@ -159,7 +159,7 @@ TEST_F(DoctorBetweenHosts, TakesAnAddressElsewhereWithAKeyForThatOfAUsedService)
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "was not tried, for want of keys"));
     EXPECT_EQ(complaintsIn(diagnosis), 1U);
-    EXPECT_TRUE(diagnosis.doors.empty());
+    EXPECT_TRUE(diagnosis.entryPoints.empty());
 }
 
 TEST_F(DoctorBetweenHosts, WarnsOfAServiceThatDoesNotRun) {
@@ -187,23 +187,23 @@ TEST_F_WHERE(support::isRoot(), DoctorBetweenHosts, FindsAListenerOfAnotherUser)
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", address + " is served by a process of user 7"));
     EXPECT_EQ(diagnosis.findings.size(), 1U);
-    ASSERT_EQ(diagnosis.doors.size(), 1U);
-    EXPECT_EQ(diagnosis.doors[0].who, "unknown");
-    EXPECT_EQ(diagnosis.doors[0].state, "a process of user 7 listens here");
+    ASSERT_EQ(diagnosis.entryPoints.size(), 1U);
+    EXPECT_EQ(diagnosis.entryPoints[0].who, "unknown");
+    EXPECT_EQ(diagnosis.entryPoints[0].state, "a process of user 7 listens here");
     ::close(listener);
 }
 
 TEST_F(DoctorBetweenHosts, DistinguishesListenersAtOtherAddresses) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
     const int elsewhere = listenAt(INADDR_LOOPBACK + 1);
-    EXPECT_THAT(check().doors, Contains(Field(&Door::state, "nobody listens here")));
+    EXPECT_THAT(check().entryPoints, Contains(Field(&EntryPoint::state, "nobody listens here")));
     set("TVSA_ENDPOINT_TVSERVICE", "tcp://*:" + std::to_string(remote.port));
-    EXPECT_THAT(check().doors, Contains(Field(&Door::state, "nobody listens here")));
+    EXPECT_THAT(check().entryPoints, Contains(Field(&EntryPoint::state, "nobody listens here")));
     ::close(elsewhere);
     const int everywhere = listenAt(INADDR_ANY);
-    EXPECT_THAT(check().doors, Contains(Field(&Door::state, "a process listens here")));
+    EXPECT_THAT(check().entryPoints, Contains(Field(&EntryPoint::state, "a process listens here")));
     set("TVSA_ENDPOINT_TVSERVICE", address);
-    EXPECT_THAT(check().doors, Contains(Field(&Door::state, "a process listens here")));
+    EXPECT_THAT(check().entryPoints, Contains(Field(&EntryPoint::state, "a process listens here")));
     ::close(everywhere);
 }
 

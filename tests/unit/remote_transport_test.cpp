@@ -142,8 +142,7 @@ TEST_F(BetweenHosts, RejectsAClientThatExpectsAnotherKeyOfTheService) {
     startServer();
     startClient();
     expectNobodyIn(
-        log,
-        "client turned away: 127.0.0.1: broke off before it had proven a key: it does not let this machine's key in");
+        log, "client rejected: 127.0.0.1: broke off before it had proven a key: it does not let this machine's key in");
     EXPECT_TRUE(
         log.waitFor("it has another key than this machine expects of the service: " + remote->keys.publicKey, 10s));
     EXPECT_TRUE(eventually([&] { return atServer().refused > 0 && news.failed > 0; }));
@@ -165,7 +164,7 @@ TEST_F(BetweenHosts, GivesTheReasonForEachOfManyClientsWithUnknownKeys) {
     EXPECT_TRUE(eventually([&] { return atServer().refused >= 4 * unknownClients.size(); }));
     unknownClients.clear();
     for (const auto& line : log.lines())
-        EXPECT_THAT(line.text, testing::AnyOf(testing::Not(HasSubstr("client turned away: 127")),
+        EXPECT_THAT(line.text, testing::AnyOf(testing::Not(HasSubstr("client rejected: 127")),
                                               HasSubstr("its key is not among the known ones: ")));
 }
 
@@ -178,7 +177,7 @@ TEST_F(BetweenHosts, AcceptsOnlyAPeerThatProvesAKnownKey) {
          {std::pair{support::Fault::noCertificate, "peer did not return a certificate"},
           std::pair{support::Fault::stolenKey, "bad signature"},
           std::pair{support::Fault::olderProtocol, "unsupported protocol"},
-          std::pair{support::Fault::unknownAlgorithm, "client turned away: 127.0.0.1: broke off"}}) {
+          std::pair{support::Fault::unknownAlgorithm, "client rejected: 127.0.0.1: broke off"}}) {
         EXPECT_FALSE(support::RemotePeer(path, fault).isAccepted()) << why;
         EXPECT_TRUE(log.waitFor(why, 10s)) << why;
     }
@@ -302,7 +301,7 @@ TEST_F(BetweenHosts, DeliversWhatWasSentBeforeAStopToAClientThatGoesOnSending) {
     while (sendText(*offered, size, 'x') == 0 && atServer().queued == 0) ++sent;
     std::atomic<bool> enough{false};
     std::thread asking([&] {
-        for (std::uint32_t i = 0; !enough; ++i) (void)door->asyncSend({}, numberMeta, nullptr, numberTable, &i, {});
+        for (std::uint32_t i = 0; !enough; ++i) (void)channel->asyncSend({}, numberMeta, nullptr, numberTable, &i, {});
     });
     const auto delivered = [&] { return clientInbox.size(); };
     server->stop();
@@ -342,10 +341,10 @@ TEST_F(BetweenHosts, WaitsForANameOnlyInTheServiceThatHasIt) {
     NameServer names;
     startServer();
     client = std::make_unique<host::MessageQueue>(limits);
-    door = &client->connectTo("tuner", messages, 4096, &news);
+    channel = &client->connectTo("tuner", messages, 4096, &news);
     setenv("TVSA_ENDPOINT_OTHER", "tcp://slow.test:5570", 1);
     setenv("TVSA_SERVICE_KEY_OTHER", remote->keys.publicKey.c_str(), 1);
-    client->open({&client->connectTo("other", messages, 4096, nullptr), door});
+    client->open({&client->connectTo("other", messages, 4096, nullptr), channel});
     names.fallSilent();
     client->start();
     names.waitUntilAsked();

@@ -7,6 +7,7 @@
 #include <genrpc/log.h>
 #include <host/log-capture.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -74,10 +75,26 @@ inline std::vector<std::string> show(const std::vector<host::LogCapture::Line>& 
     return texts;
 }
 
+// A point in time that one thread sets and others read: looking at the queue reads the clock, from any thread.
+class SimulatedNow {
+public:
+    using Point = std::chrono::steady_clock::time_point;
+
+    operator Point() const { return Point(Point::duration(sinceStart_)); }
+    SimulatedNow& operator=(Point point) {
+        sinceStart_ = point.time_since_epoch().count();
+        return *this;
+    }
+    SimulatedNow& operator+=(Point::duration time) { return *this = Point(*this) + time; }
+
+private:
+    std::atomic<Point::rep> sinceStart_{0};
+};
+
 // The time that the manager under test knows. A wait returns at once: as timed out, or as notified when the test has
 // put something here that is to happen during it, which may also let time pass.
 struct SimulatedTime {
-    std::chrono::steady_clock::time_point now{100s};
+    SimulatedNow now;
     std::deque<std::function<void()>> duringWaits;
 
     static SimulatedTime& get() {
@@ -85,8 +102,9 @@ struct SimulatedTime {
         return time;
     }
     static void install() {
-        get() = SimulatedTime{};
-        resClock = [] { return get().now; };
+        get().now = SimulatedNow::Point(100s);
+        get().duringWaits.clear();
+        resClock = []() -> SimulatedNow::Point { return get().now; };
         resWait = [](std::condition_variable&, std::unique_lock<std::mutex>& lock) {
             auto& pending = get().duringWaits;
             if (pending.empty()) return std::cv_status::timeout;

@@ -177,18 +177,18 @@ public:
     }
 };
 
-template <class Proxy> Door& doorOf() {
+template <class Proxy> FakeModule& moduleOf() {
     struct Connected {
         Connected() {
             proxy.attachProcess(*frame::Process::getInstance());
             EXPECT_EQ(proxy.setupDone(), 0);
-            proxy.setOmqIOModule(&door);
+            proxy.setOmqIOModule(&module);
         }
-        Door door;
+        FakeModule module;
         Proxy proxy;
     };
     static auto& connected = *new Connected;
-    return connected.door;
+    return connected.module;
 }
 
 class SendingWithoutMemory : public testing::TestWithParam<Shortage> {
@@ -205,7 +205,7 @@ protected:
         }));
     }
 
-    const Door &tv = doorOf<tvservice::Proxy>(), &mm = doorOf<mmservice::Proxy>();
+    const FakeModule &tv = moduleOf<tvservice::Proxy>(), &mm = moduleOf<mmservice::Proxy>();
     SendingManager manager;
     host::LogCapture log{{genrpc::ManagerLog}};
 };

@@ -584,7 +584,7 @@ TEST_F(Shell, WritesFewLinesAboutManyClientsOfAnotherUser) {
     server->start();
     const host::LogCapture log({0x0205});
     for (unsigned i = 0; i < crowd; ++i) EXPECT_THAT(receiveLine(connectRaw()), HasSubstr("its own user only"));
-    EXPECT_TRUE(log.waitFor("more like it: turned away a shell client of user %u", std::chrono::seconds(10)));
+    EXPECT_TRUE(log.waitFor("more like it: rejected a shell client of user %u", std::chrono::seconds(10)));
     server->stop();
     unsigned clients = 0, held = 0;
     for (const auto& line : log.lines())

@@ -73,7 +73,7 @@ public:
 
 // Counts what is sent, from any thread, and delivers what a test wants to the handlers that are bound. It always has
 // memory.
-class Door : public frame::OmqIOModule {
+class FakeModule : public frame::OmqIOModule {
 public:
     int registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHandler handler, void* context,
                                const vdl::EndianTable&) override {

@@ -35,11 +35,11 @@ template <class Proxy> struct Connected {
     Connected() {
         proxy.attachProcess(*frame::Process::getInstance());
         EXPECT_EQ(proxy.setupDone(), 0);
-        proxy.setOmqIOModule(&door);
+        proxy.setOmqIOModule(&module);
         proxy.registerMessageHandlers();
         EXPECT_EQ(proxy.start(), 0);
     }
-    Door door;
+    FakeModule module;
     Proxy proxy;
 };
 
@@ -80,14 +80,14 @@ protected:
     }
 
     // A service's message at every shortage: the application gets it once or, when memory ran out, not at all.
-    template <class Message> void expectHeardOrNot(const Door& door) {
+    template <class Message> void expectHeardOrNot(const FakeModule& module) {
         const support::FlatBody<Message> body(sampleOf<Message>());
-        door.deliver<Message>(body);
+        module.deliver<Message>(body);
         ASSERT_EQ(application->calls, 1U);
         const Held held;
         unsigned heard = 1;
         const long failures = runShortAtEveryAllocation(
-            GetParam(), [&] { door.deliver<Message>(body); },
+            GetParam(), [&] { module.deliver<Message>(body); },
             [&](bool through) {
                 if (through) ++heard;
                 EXPECT_EQ(application->calls, heard);
@@ -108,11 +108,11 @@ protected:
             const bool both = awaited == "ResResponse::ResponseBOTH";
             if (both || awaited == "ResResponse::ResponseMM") {
                 const std::vector<mmservice::MMServiceInfo_t> infos{{{0, 0}, 0, film, "", "", bundles.front().reqId}};
-                receiver.mm.door.deliver(support::FlatBody<mmservice::messages::MmServiceInfo>(std::tuple(infos)));
+                receiver.mm.module.deliver(support::FlatBody<mmservice::messages::MmServiceInfo>(std::tuple(infos)));
             }
             if (both || awaited == "ResResponse::ResponseTV") {
                 const std::vector<TvServiceInfo_t> infos{{{0, 0}, 0, channel, "", "", bundles.front().reqId}};
-                receiver.tv.door.deliver(support::FlatBody<messages::TvServiceInfo>(std::tuple(infos)));
+                receiver.tv.module.deliver(support::FlatBody<messages::TvServiceInfo>(std::tuple(infos)));
             }
             std::this_thread::yield(); // until the worker has sent
         }
@@ -132,7 +132,7 @@ protected:
         static unsigned times = 0;
         const std::string mark = "dvb://mark/" + std::to_string(++times) + '/';
         EXPECT_EQ(play({6, 7}, mark), 0);
-        ASSERT_TRUE(receiver.tv.door.waitUntilSent(mark));
+        ASSERT_TRUE(receiver.tv.module.waitUntilSent(mark));
         answerAll();
         while (!workerWaits) std::this_thread::yield();
     }
@@ -142,7 +142,7 @@ protected:
     template <class Ask> void expectPlayedOrNot(const Ask& ask, unsigned toTv, unsigned toMm) {
         ask(); // what is made at first use, and what plays from then on
         settle();
-        const unsigned tvBefore = receiver.tv.door.sent(), mmBefore = receiver.mm.door.sent();
+        const unsigned tvBefore = receiver.tv.module.sent(), mmBefore = receiver.mm.module.sent();
         unsigned played = 0;
         const long failures = runShortAtEveryAllocation(GetParam(), ask, [&](bool through) {
             if (through) {
@@ -154,8 +154,8 @@ protected:
         EXPECT_GT(failures, 5);
         EXPECT_GE(played, 1U);
         settle();
-        EXPECT_EQ(receiver.tv.door.sent() - tvBefore, played * toTv + 1);
-        EXPECT_EQ(receiver.mm.door.sent() - mmBefore, played * toMm);
+        EXPECT_EQ(receiver.tv.module.sent() - tvBefore, played * toTv + 1);
+        EXPECT_EQ(receiver.mm.module.sent() - mmBefore, played * toMm);
         application->calls = 0;
     }
 
@@ -164,15 +164,15 @@ protected:
 };
 
 TEST_P(StartedAdapter, PassesNotificationsOnWholeOrNotAtAll) {
-    support::forEach(support::TvNews{}, [&]<class Message>() { expectHeardOrNot<Message>(receiver.tv.door); });
+    support::forEach(support::TvNews{}, [&]<class Message>() { expectHeardOrNot<Message>(receiver.tv.module); });
 }
 
 TEST_P(StartedAdapter, PassesTheTvServicesAnswersOnWholeOrNotAtAll) {
-    expectHeardOrNot<messages::TvServiceInfo>(receiver.tv.door);
+    expectHeardOrNot<messages::TvServiceInfo>(receiver.tv.module);
 }
 
 TEST_P(StartedAdapter, PassesTheMmServicesAnswersOnWholeOrNotAtAll) {
-    expectHeardOrNot<mmservice::messages::MmServiceInfo>(receiver.mm.door);
+    expectHeardOrNot<mmservice::messages::MmServiceInfo>(receiver.mm.module);
 }
 
 TEST_P(StartedAdapter, TakesARequestForTheTvServiceWholeOrNotAtAll) {
@@ -212,11 +212,11 @@ TEST_P(StartedAdapter, ForwardsARequestWholeOrNotAtAll) {
                 EXPECT_EQ(std::apply(call, arguments), 0);
             };
             ask(); // what is made at first use and kept
-            unsigned sent = receiver.tv.door.sent();
+            unsigned sent = receiver.tv.module.sent();
             const Held held;
             const long failures = runShortAtEveryAllocation(GetParam(), ask, [&](bool through) {
                 if (through) ++sent;
-                EXPECT_EQ(receiver.tv.door.sent(), sent);
+                EXPECT_EQ(receiver.tv.module.sent(), sent);
                 expectHeld(held);
             });
             EXPECT_GT(failures, 0) << "nothing was allocated, so nothing was tested";

@@ -47,13 +47,14 @@ inline std::vector<std::string> textsOf(const std::vector<Heard>& all) {
 class Client {
 public:
     Client()
-        : door_(queue_.connectTo(tvservice::serviceName, tvservice::messageSet(), services::sendBufferBytes, nullptr)) {
-#define TVSERVICE_WRITE_DOWN(service, direction, Name, ...)                                      \
-    door_.registerMessageHandler(messages::Name::meta, &Client::writeDown<messages::Name>, this, \
-                                 *messages::Name::table());
+        : channel_(
+              queue_.connectTo(tvservice::serviceName, tvservice::messageSet(), services::sendBufferBytes, nullptr)) {
+#define TVSERVICE_WRITE_DOWN(service, direction, Name, ...)                                         \
+    channel_.registerMessageHandler(messages::Name::meta, &Client::writeDown<messages::Name>, this, \
+                                    *messages::Name::table());
         TVSERVICE_NOTIFICATIONS(TVSERVICE_WRITE_DOWN)
 #undef TVSERVICE_WRITE_DOWN
-        queue_.open(door_);
+        queue_.open(channel_);
         queue_.start();
     }
     ~Client() { queue_.stop(); }
@@ -61,7 +62,7 @@ public:
     template <class Message, class... Args> void ask(const Args&... args) {
         EXPECT_EQ(
             genrpc::send<Message>(
-                door_, {.ids = frame::MsgIds::none, .transport = nullptr, .firstBytes = services::sendBufferBytes},
+                channel_, {.ids = frame::MsgIds::none, .transport = nullptr, .firstBytes = services::sendBufferBytes},
                 args...),
             0);
     }
@@ -114,7 +115,7 @@ private:
     std::vector<Heard> heard_;
     int lastMark_ = -1000;
     host::MessageQueue queue_;
-    frame::OmqIOModule& door_;
+    frame::OmqIOModule& channel_;
 };
 
 class TvServiceTest : public testing::Test {

@@ -18,7 +18,7 @@
 namespace exchange {
 namespace {
 
-constexpr std::chrono::seconds patience{30};
+constexpr std::chrono::seconds timeout{30};
 
 bool connectedToBoth() {
     const auto services = frame::ioStatistics();
@@ -40,7 +40,7 @@ public:
     Heard until(const std::function<bool(const std::string&)>& last) {
         std::unique_lock lock(mutex_);
         Heard taken;
-        const auto deadline = std::chrono::steady_clock::now() + patience;
+        const auto deadline = std::chrono::steady_clock::now() + timeout;
         for (;;) {
             if (!changed_.wait_until(lock, deadline, [&] { return taken.size() < heard_.size(); }))
                 throw std::runtime_error("the last answer does not come; so far: " + std::to_string(taken.size()) +
@@ -68,7 +68,7 @@ private:
 };
 
 Application::Application() : listener_(boost::make_shared<Listener>()) {
-    if (!receiver::waitUntil(connectedToBoth, patience))
+    if (!receiver::waitUntil(connectedToBoth, timeout))
         throw std::runtime_error("the adapter does not get connected to the services");
     boost::shared_ptr<frame::Interface> reference;
     if (frame::Process::getInstance()->getInterfaceReference(reference,

@@ -9,7 +9,7 @@
 namespace exchange {
 namespace {
 
-constexpr std::chrono::seconds patience{30};
+constexpr std::chrono::seconds timeout{30};
 constexpr const char* lastCommands[] = {"stats", "emit"}; // of the MM service, of the TV service
 
 } // namespace
@@ -33,7 +33,7 @@ Service::Service(const std::filesystem::path& program, const std::vector<std::st
             return !process_->running();
         }
     };
-    if (!receiver::waitUntil(serves, patience) || !process_->running())
+    if (!receiver::waitUntil(serves, timeout) || !process_->running())
         throw std::runtime_error(name_ + " does not come up");
 }
 
@@ -56,7 +56,7 @@ std::string Service::end() {
         for (const char* counter : {"dropped", "refused", "undecodable"})
             if (counters[counter] != 0) problem += ", " + counters[counter].dump() + ' ' + counter;
     shell_.disconnect();
-    process_->terminate(patience);
+    process_->terminate(timeout);
     if (const std::string failure = process_->failure(); !failure.empty()) problem += ", " + failure;
     return problem.empty() ? "" : name_ + problem;
 }

@@ -12,8 +12,8 @@ namespace messages = mmservice::messages;
 class TellingMmService {
 public:
     void offer() {
-        auto& door = sender_.offer(host::messageQueue(), mmservice::serviceName, mmservice::messageSet());
-        exchange::takeAll<messages::MmServiceReq>(door, *this);
+        auto& channel = sender_.offer(host::messageQueue(), mmservice::serviceName, mmservice::messageSet());
+        exchange::takeAll<messages::MmServiceReq>(channel, *this);
     }
 
     template <class Message> void take(std::uint64_t client, const typename Message::Body::Arguments& arguments) {

@@ -16,8 +16,8 @@ namespace messages = tvservice::messages;
 class TellingTvService {
 public:
     void offer() {
-        auto& door = sender_.offer(host::messageQueue(), tvservice::serviceName, tvservice::messageSet());
-#define TAKE(service, direction, Name, ...) exchange::takeAll<messages::Name>(door, *this);
+        auto& channel = sender_.offer(host::messageQueue(), tvservice::serviceName, tvservice::messageSet());
+#define TAKE(service, direction, Name, ...) exchange::takeAll<messages::Name>(channel, *this);
         TVSERVICE_REQUESTS(TAKE)
 #undef TAKE
     }

@@ -13,14 +13,14 @@
 
 namespace exchange {
 
-// Lets a door's messages of this kind call service.take<Message>(client, arguments), arguments being a tuple.
-template <class Message, class Service> void takeAll(frame::OmqIOModule& door, Service& service) {
+// Lets a channel's messages of this kind call service.take<Message>(client, arguments), arguments being a tuple.
+template <class Message, class Service> void takeAll(frame::OmqIOModule& channel, Service& service) {
     const frame::MessageHandler handler = [](const frame::MsgMeta&, const frame::TransportInfo& transport,
                                              const void* payload, void* context) {
         static_cast<Service*>(context)->template take<Message>(transport.connection, Message::Body::read(payload));
         return 0;
     };
-    door.registerMessageHandler(Message::meta, handler, &service, *Message::table());
+    channel.registerMessageHandler(Message::meta, handler, &service, *Message::table());
 }
 
 // The answers to requests to play and stop: each has the whole request in a field that is otherwise empty.

@@ -14,7 +14,7 @@ struct IOStatistics {
     std::uint64_t sent = 0;     // messages that the socket took whole
     std::uint64_t received = 0; // messages handed to a handler
     std::uint64_t dropped = 0; // messages accepted for sending that were given up: 5 s without a connection, or stopped
-    std::uint64_t refused = 0; // messages that asyncSend did not accept, and peers that were turned away
+    std::uint64_t refused = 0; // messages that asyncSend did not accept, and peers that were rejected
     std::uint64_t undecodable = 0; // incoming messages that failed validation or have no handler
     std::uint64_t reconnects = 0;  // connections made after the first one
     std::uint64_t queued = 0;      // messages waiting now

@@ -1,4 +1,4 @@
-// The message-queue IO module as a marshalling member sees it: its door to the one connection to its service.
+// The message-queue IO module as a marshalling member sees it: its channel to the one connection to its service.
 #pragma once
 
 #include <frame/message.h>

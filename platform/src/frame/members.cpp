@@ -40,7 +40,7 @@ struct Process::State::BringUp {
     const std::string& source;
     std::vector<AbstractProcessMember*> members;
     std::size_t attached = 0;
-    std::vector<OmqIOModule*> doors = {}; // of the marshalling members
+    std::vector<OmqIOModule*> channels = {}; // of the marshalling members
 
     std::string name(std::size_t index) const {
         return "member " + std::to_string(index + 1) + " of " + source + " (" + typeName(*members[index]) + ")";
@@ -51,7 +51,7 @@ struct Process::State::BringUp {
         for (std::size_t i = 0; i < members.size() && !result; ++i) result = setUp(i);
         for (std::size_t i = 0; i < members.size() && !result; ++i) result = connect(i);
         for (std::size_t i = 0; i < members.size() && !result; ++i) result = start(i);
-        if (!result) result = openDoors();
+        if (!result) result = openChannels();
         if (result) undo();
         return result;
     }
@@ -77,20 +77,20 @@ struct Process::State::BringUp {
             HOST_LOG(frame, vdlDebugFailure, "%s has not set the name of its service\n", typeName(member).c_str());
             return -EINVAL;
         }
-        OmqIOModule& door = state.messageQueue().connectTo(member.getServiceName(), member.getMessageSet(),
-                                                           member.getSendBufferSize(), &member);
-        doors.push_back(&door);
-        member.setOmqIOModule(&door);
+        OmqIOModule& channel = state.messageQueue().connectTo(member.getServiceName(), member.getMessageSet(),
+                                                              member.getSendBufferSize(), &member);
+        channels.push_back(&channel);
+        member.setOmqIOModule(&channel);
         return 0;
     }
 
     // Nothing arrives before the whole array has started: its members may set up in their start what notifications
     // need.
-    int openDoors() {
+    int openChannels() {
         return runStep(source, "starting the message queue", [&] {
-            if (doors.empty()) return 0;
+            if (channels.empty()) return 0;
             state.startQueue();
-            state.messageQueue().open(doors);
+            state.messageQueue().open(channels);
             return 0;
         });
     }
@@ -102,7 +102,7 @@ struct Process::State::BringUp {
         return result;
     }
 
-    // Members stay in existence, as others may know them. The doors, none of which is open, go.
+    // Members stay in existence, as others may know them. The channels, none of which is open, go.
     void undo() {
         for (std::size_t i = members.size(); i-- > 0;) {
             if (!std::erase(state.started_, members[i])) continue;
@@ -113,7 +113,7 @@ struct Process::State::BringUp {
         for (AbstractProcessMember* member : members)
             if (auto* marshalling = dynamic_cast<AbstractMarshallingImpl*>(member))
                 marshalling->setOmqIOModule(nullptr);
-        for (OmqIOModule* door : doors) state.messageQueue().withdraw(*door);
+        for (OmqIOModule* channel : channels) state.messageQueue().withdraw(*channel);
     }
 };
 

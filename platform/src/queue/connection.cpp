@@ -17,7 +17,7 @@
 namespace host::io {
 namespace {
 
-constexpr std::chrono::seconds helloPatience{2};
+constexpr std::chrono::seconds helloTimeout{2};
 // A message under way must come on at this pace, else its memory could be held with a byte now and then. A line between
 // hosts with a delay of 50 ms that loses 5 % of its packets still carries twice as much.
 constexpr std::size_t leastBytesPerSecond = 32 * 1024;
@@ -35,9 +35,9 @@ std::atomic<std::uint64_t> lastNumber{0};
 
 } // namespace
 
-Connection::Connection(boost::asio::io_context& io, std::unique_ptr<Stream> stream, Door& door,
+Connection::Connection(boost::asio::io_context& io, std::unique_ptr<Stream> stream, Channel& channel,
                        std::shared_ptr<Outbox> outbox)
-    : door_(door),
+    : channel_(channel),
       stream_(std::move(stream)),
       timer_(io),
       pauseTimer_(io),
@@ -50,16 +50,17 @@ template <class Step> void Connection::orClose(const Step& step) noexcept {
     try {
         step();
     } catch (const std::exception& error) {
-        if (incoming_.size() > 0 && helloReceived_) count(door_.counters.undecodable); // the message that goes with it
-        turnAway(textOf(error));
+        if (incoming_.size() > 0 && helloReceived_)
+            count(channel_.counters.undecodable); // the message that goes with it
+        reject(textOf(error));
     }
 }
 
 void Connection::open() noexcept {
     orClose([this] {
-        timer_.expires_after(helloPatience);
+        timer_.expires_after(helloTimeout);
         timer_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
-            if (!error && !self->closed_ && !self->helloReceived_) self->turnAway("peer sent no hello within 2 s");
+            if (!error && !self->closed_ && !self->helloReceived_) self->reject("peer sent no hello within 2 s");
         });
         writeHello();
         read();
@@ -67,7 +68,7 @@ void Connection::open() noexcept {
 }
 
 void Connection::writeHello() {
-    const std::string& hello = door_.handshake.hello();
+    const std::string& hello = channel_.handshake.hello();
     while (helloWritten_ < hello.size()) {
         std::error_code error;
         const auto taken = stream_->send(hello.data() + helloWritten_, hello.size() - helloWritten_, error);
@@ -81,12 +82,12 @@ void Connection::writeHello() {
 
 void Connection::becomeReady() {
     {
-        std::lock_guard lock(door_.mutex);
+        std::lock_guard lock(channel_.mutex);
         ready_ = true;
     }
-    count(door_.counters.connections);
-    door_.onConnectionReady(*this);
-    std::lock_guard lock(door_.mutex);
+    count(channel_.counters.connections);
+    channel_.onConnectionReady(*this);
+    std::lock_guard lock(channel_.mutex);
     if (!outbox_->empty()) flush();
 }
 
@@ -95,7 +96,7 @@ void Connection::flush() {
     std::error_code error;
     while (!outbox_->empty()) {
         if (const auto taken = stream_->send(outbox_->data(), outbox_->bytes(), error)) {
-            if (const auto whole = outbox_->took(taken)) count(door_.counters.sent, whole);
+            if (const auto whole = outbox_->took(taken)) count(channel_.counters.sent, whole);
             continue;
         }
         // Once the stream is broken its messages wait for the next connection. The receiving thread learns of the
@@ -103,12 +104,12 @@ void Connection::flush() {
         waitingWritable_ = true;
         return error ? stream_->breakOff() : stream_->waitWritable(shared_from_this());
     }
-    door_.tellRefusals(*outbox_);
+    channel_.tellRefusals(*outbox_);
 }
 
 void Connection::onWritable() {
     if (!helloSent_) return writeHello();
-    std::lock_guard lock(door_.mutex);
+    std::lock_guard lock(channel_.mutex);
     waitingWritable_ = false;
     flush();
 }
@@ -117,7 +118,7 @@ void Connection::read() { stream_->receive(incoming_.room(), incoming_.roomSize(
 
 void Connection::onEnd(const std::string& reason) { close(reason.c_str(), false); }
 
-void Connection::onFault(const std::string& reason) { turnAway(reason.c_str()); }
+void Connection::onFault(const std::string& reason) { reject(reason.c_str()); }
 
 void Connection::onReceived(std::size_t count) {
     incoming_.added(count);
@@ -156,7 +157,7 @@ bool Connection::yield() noexcept {
 bool Connection::pause() noexcept {
     if (forOthers_ < manyForOthers) return false;
     forOthers_ = 0;
-    if (!door_.othersAreBehind(*this)) return false;
+    if (!channel_.othersAreBehind(*this)) return false;
     try {
         pauseTimer_.expires_after(pauseForOthers);
         pauseTimer_.async_wait([self = shared_from_this()](const boost::system::error_code&) { self->resume(); });
@@ -174,7 +175,7 @@ void Connection::resume() noexcept {
 void Connection::watchProgress() {
     arrived_ = 0;
     finished_ = false;
-    timer_.expires_after(door_.limits().unfinished / 2);
+    timer_.expires_after(channel_.limits().unfinished / 2);
     timer_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
         if (!error && !self->closed_) self->orClose([&] { self->judgeProgress(); });
     });
@@ -185,13 +186,13 @@ void Connection::watchProgress() {
 // was held up for longer than the limit, what arrived meanwhile is read before the second time.
 void Connection::judgeProgress() {
     watching_ = false;
-    const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(door_.limits().unfinished / 2);
+    const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(channel_.limits().unfinished / 2);
     const std::size_t least = leastBytesPerSecond * static_cast<std::size_t>(time.count()) / 1000;
     const bool isSlow = incoming_.size() > 0 && !yielded_ && !finished_ && arrived_ <= least;
     if (isSlow && wasSlow_) {
-        return turnAway(("peer did not finish a message within " + std::to_string(door_.limits().unfinished.count()) +
-                         " ms, " + std::to_string(incoming_.size()) + " bytes of it came")
-                            .c_str());
+        return reject(("peer did not finish a message within " + std::to_string(channel_.limits().unfinished.count()) +
+                       " ms, " + std::to_string(incoming_.size()) + " bytes of it came")
+                          .c_str());
     }
     wasSlow_ = isSlow;
     if (incoming_.size() > 0) watchProgress();
@@ -199,14 +200,14 @@ void Connection::judgeProgress() {
 
 // The handlers of the two kinds of bytes return whether the connection goes on.
 bool Connection::handleHello() {
-    const auto judgement = door_.handshake.judge(incoming_.data(), incoming_.size());
+    const auto judgement = channel_.handshake.judge(incoming_.data(), incoming_.size());
     if (judgement.verdict == Handshake::Verdict::Refused) {
-        turnAway(judgement.reason.c_str());
+        reject(judgement.reason.c_str());
         return false;
     }
     if (judgement.verdict == Handshake::Verdict::Incomplete) return true;
-    if (const char* why = door_.whyFull()) {
-        turnAway(why);
+    if (const char* why = channel_.whyFull()) {
+        reject(why);
         return false;
     }
     timer_.cancel();
@@ -223,12 +224,12 @@ bool Connection::handleFrames() {
         char* header = incoming_.data();
         const std::uint32_t size = load32(header, swap_);
         if (size > maximumMessageBytes) {
-            count(door_.counters.undecodable);
+            count(channel_.counters.undecodable);
             close(("peer announces a message of " + std::to_string(size) + " bytes").c_str(), true);
             return false;
         }
         if (incoming_.size() - frameHeaderBytes < size) break;
-        if (door_.isStopping()) return false;
+        if (channel_.isStopping()) return false;
         const bool isLong = handled > 0 && std::chrono::steady_clock::now() - begin >= longestTurn;
         if (((isLong || handled >= mostPerTurn) && yield()) || pause()) return false;
         handleFrame(header, size, header + frameHeaderBytes);
@@ -242,56 +243,56 @@ void Connection::handleFrame(const char* header, std::uint32_t size, char* body)
     const frame::MsgMeta meta{load32(header + 4, swap_), load32(header + 8, swap_), load32(header + 12, swap_),
                               static_cast<std::uint8_t>(header[16])};
     const frame::TransportInfo transport{number_, {load32(header + 20, swap_), load32(header + 24, swap_)}};
-    const Handler* handler = door_.findHandler(meta);
+    const Handler* handler = channel_.findHandler(meta);
     if (!handler) {
-        count(door_.counters.undecodable);
+        count(channel_.counters.undecodable);
         HOST_LOG(io, vdlDebugWarning, "service %s: connection %llu: no handler for message 0x%08x\n",
-                 door_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId);
+                 channel_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId);
         return;
     }
     if (size < handler->size) {
-        count(door_.counters.undecodable);
-        HOST_LOG(io, vdlDebugFailure,
-                 "service %s: connection %llu: message 0x%08x dropped: it has %u bytes, its form %zu\n",
-                 door_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId, size, handler->size);
+        count(channel_.counters.undecodable);
+        HOST_LOG(
+            io, vdlDebugFailure, "service %s: connection %llu: message 0x%08x dropped: it has %u bytes, its form %zu\n",
+            channel_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId, size, handler->size);
         return;
     }
     if (const char* fault = unmarshal(*handler->plan, body, size, swap_)) {
-        count(door_.counters.undecodable);
+        count(channel_.counters.undecodable);
         HOST_LOG(io, vdlDebugFailure, "service %s: connection %llu: message 0x%08x dropped: %s\n",
-                 door_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId, fault);
+                 channel_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId, fault);
         return;
     }
-    count(door_.counters.received);
-    door_.beginHandling(*this);
+    count(channel_.counters.received);
+    channel_.beginHandling(*this);
     try {
         handler->function(meta, transport, body, handler->context);
     } catch (const std::exception& error) {
-        HOST_LOG(io, vdlDebugFailure, "service %s: handler of message 0x%08x threw: %s\n", door_.service.c_str(),
+        HOST_LOG(io, vdlDebugFailure, "service %s: handler of message 0x%08x threw: %s\n", channel_.service.c_str(),
                  meta.messageId, error.what());
     } catch (...) {
-        HOST_LOG(io, vdlDebugFailure, "service %s: handler of message 0x%08x threw\n", door_.service.c_str(),
+        HOST_LOG(io, vdlDebugFailure, "service %s: handler of message 0x%08x threw\n", channel_.service.c_str(),
                  meta.messageId);
     }
-    forOthers_ += door_.endHandling();
+    forOthers_ += channel_.endHandling();
 }
 
-void Connection::turnAway(const char* reason) noexcept {
-    count(door_.counters.refused);
+void Connection::reject(const char* reason) noexcept {
+    count(channel_.counters.refused);
     close(reason, true);
 }
 
 void Connection::close(const char* reason, bool fault) noexcept {
     if (closed_) return;
-    const auto self = shared_from_this(); // the door lets go of it
+    const auto self = shared_from_this(); // the channel lets go of it
     bool wasReady;
     {
-        std::lock_guard lock(door_.mutex);
+        std::lock_guard lock(channel_.mutex);
         wasReady = ready_;
-        count(door_.counters.dropped, outbox_->dropCutShort());
+        count(channel_.counters.dropped, outbox_->dropCutShort());
         abandon();
     }
-    door_.onConnectionClosed(*this, wasReady, fault, reason);
+    channel_.onConnectionClosed(*this, wasReady, fault, reason);
 }
 
 void Connection::abandon() {

@@ -1,7 +1,7 @@
 // One stream to a peer: hello, frames in, frames out of an outbox.
 #pragma once
 
-#include "door.h"
+#include "channel.h"
 #include "receive-buffer.h"
 #include "transport/transport.h"
 
@@ -13,11 +13,12 @@
 
 namespace host::io {
 
-// Lives as long as what is under way in its stream does; after close it no longer touches the door.
+// Lives as long as what is under way in its stream does; after close it no longer touches the channel.
 class Connection final : public StreamUser, public std::enable_shared_from_this<Connection> {
 public:
     // Throws std::bad_alloc.
-    Connection(boost::asio::io_context& io, std::unique_ptr<Stream> stream, Door& door, std::shared_ptr<Outbox> outbox);
+    Connection(boost::asio::io_context& io, std::unique_ptr<Stream> stream, Channel& channel,
+               std::shared_ptr<Outbox> outbox);
 
     // On the receiving thread.
     void open() noexcept;
@@ -30,16 +31,16 @@ public:
     // Whether the peer has still to say its hello; on the receiving thread.
     bool awaitsHello() const { return !helloReceived_ && !closed_; }
     // Ends it because of what the peer said, or did not say; on the receiving thread.
-    void turnAway(const char* reason) noexcept;
+    void reject(const char* reason) noexcept;
 
     std::uint64_t number() const { return number_; } // in this process, from 1
 
-    // The rest only with the door's mutex held.
+    // The rest only with the channel's mutex held.
     bool ready() const { return ready_; } // both hellos are through
     Outbox& outbox() { return *outbox_; }
     // Writes what the stream takes at once; the receiving thread writes the rest when it can.
     void flush();
-    // Ends the stream without a word to the door, on the receiving thread or when that has ended.
+    // Ends the stream without a word to the channel, on the receiving thread or when that has ended.
     void abandon();
 
 private:
@@ -58,7 +59,7 @@ private:
     void handleFrame(const char* header, std::uint32_t size, char* body);
     void becomeReady();
 
-    Door& door_;
+    Channel& channel_;
     const std::unique_ptr<Stream> stream_;
     boost::asio::steady_timer timer_;      // for the hello, then for messages under way
     boost::asio::steady_timer pauseTimer_; // see pause

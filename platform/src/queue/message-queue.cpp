@@ -1,7 +1,7 @@
 #include "base/error-text.h"
-#include "client-door.h"
+#include "client-channel.h"
 #include "log/log.h"
-#include "server-door.h"
+#include "service-channel.h"
 #include "transport/transports.h"
 
 #include <host/message-queue.h>
@@ -30,22 +30,22 @@ constexpr std::chrono::milliseconds shortagePause{50};
 struct MessageQueue::State {
     explicit State(const QueueLimits& queueLimits) : limits(queueLimits) {}
 
-    io::Door& add(std::unique_ptr<io::Door> door) {
+    io::Channel& add(std::unique_ptr<io::Channel> channel) {
         std::lock_guard lock(mutex);
-        doors.push_back(std::move(door));
-        io::Door& added = *doors.back();
+        channels.push_back(std::move(channel));
+        io::Channel& added = *channels.back();
         if (stopped) {
             added.refuseFromNowOn();
             added.end();
         }
         return added;
     }
-    void remove(const frame::OmqIOModule& door) {
+    void remove(const frame::OmqIOModule& channel) {
         std::lock_guard lock(mutex);
-        std::erase_if(doors, [&](const auto& one) { return one.get() == &door; });
+        std::erase_if(channels, [&](const auto& one) { return one.get() == &channel; });
     }
-    // The doors' work begins on the receiving thread, now or when that starts.
-    void open(const std::vector<io::Door*>& more) {
+    // The channels' work begins on the receiving thread, now or when that starts.
+    void open(const std::vector<io::Channel*>& more) {
         std::lock_guard lock(mutex);
         if (stopped) return;
         opened.reserve(opened.size() + more.size());
@@ -54,14 +54,14 @@ struct MessageQueue::State {
     }
     // Not under the mutex, as listeners may call the queue.
     void proceed() noexcept {
-        for (std::size_t i = 0; io::Door* door = openedAt(i); ++i) door->proceed();
+        for (std::size_t i = 0; io::Channel* channel = openedAt(i); ++i) channel->proceed();
     }
-    io::Door* openedAt(std::size_t i) noexcept {
+    io::Channel* openedAt(std::size_t i) noexcept {
         std::lock_guard lock(mutex);
         return i < opened.size() ? opened[i] : nullptr;
     }
-    // The receiving thread. A door that has no memory for what it has to wait for stops the loop, as that needs none;
-    // after a while, in which everything else is served, all doors go on with what they could not do.
+    // The receiving thread. A channel that has no memory for what it has to wait for stops the loop, as that needs
+    // none; after a while, in which everything else is served, all channels go on with what they could not do.
     void receive() noexcept {
         using Clock = std::chrono::steady_clock;
         std::optional<Clock::time_point> proceedAt;
@@ -94,8 +94,8 @@ struct MessageQueue::State {
     const std::unique_ptr<io::Transports> transports = io::makeTransports.load()(io);
     std::mutex mutex; // guards the rest
     // One for each marshalling member, and one for each service that the program offers; peers add none.
-    std::vector<std::unique_ptr<io::Door>> doors;
-    std::vector<io::Door*> opened; // of those, never removed from
+    std::vector<std::unique_ptr<io::Channel>> channels;
+    std::vector<io::Channel*> opened; // of those, never removed from
     std::thread thread;
     std::atomic<bool> stopped{false}; // set under the mutex
 };
@@ -109,39 +109,42 @@ MessageQueue::~MessageQueue() {
 
 frame::OmqIOModule& MessageQueue::connectTo(const std::string& service, const frame::MessageSet& messages,
                                             std::size_t sendBufferBytes, frame::IOConnectionListener* listener) {
-    return state_->add(std::make_unique<io::ClientDoor>(state_->io, state_->transports->connectorTo(service), service,
-                                                        messages, sendBufferBytes, state_->limits, listener));
+    return state_->add(std::make_unique<io::ClientChannel>(state_->io, state_->transports->connectorTo(service),
+                                                           service, messages, sendBufferBytes, state_->limits,
+                                                           listener));
 }
 
-void MessageQueue::open(frame::OmqIOModule& door) { open(std::vector{&door}); }
+void MessageQueue::open(frame::OmqIOModule& channel) { open(std::vector{&channel}); }
 
-void MessageQueue::open(const std::vector<frame::OmqIOModule*>& doors) {
-    std::vector<io::Door*> opened;
-    opened.reserve(doors.size());
-    for (frame::OmqIOModule* door : doors) opened.push_back(static_cast<io::Door*>(door));
+void MessageQueue::open(const std::vector<frame::OmqIOModule*>& channels) {
+    std::vector<io::Channel*> opened;
+    opened.reserve(channels.size());
+    for (frame::OmqIOModule* channel : channels) opened.push_back(static_cast<io::Channel*>(channel));
     state_->open(opened);
 }
 
-void MessageQueue::withdraw(frame::OmqIOModule& door) { state_->remove(door); }
+void MessageQueue::withdraw(frame::OmqIOModule& channel) { state_->remove(channel); }
 
 frame::OmqIOModule& MessageQueue::serve(const std::string& service, const frame::MessageSet& messages,
                                         std::size_t sendBufferBytes) {
-    io::Door& door = state_->add(std::make_unique<io::ServerDoor>(state_->io, state_->transports->listenerFor(service),
-                                                                  service, messages, sendBufferBytes, state_->limits));
+    io::Channel& channel = state_->add(std::make_unique<io::ServiceChannel>(
+        state_->io, state_->transports->listenerFor(service), service, messages, sendBufferBytes, state_->limits));
     try {
-        state_->open({&door});
+        state_->open({&channel});
     } catch (...) { // no memory: nobody would ever be let in
-        state_->remove(door);
+        state_->remove(channel);
         throw;
     }
-    return door;
+    return channel;
 }
 
 std::vector<std::uint64_t> MessageQueue::clientsOf(frame::OmqIOModule& served) {
-    return static_cast<io::ServerDoor&>(served).clients();
+    return static_cast<io::ServiceChannel&>(served).clients();
 }
 
-std::string MessageQueue::failureOf(frame::OmqIOModule& door) { return static_cast<io::ClientDoor&>(door).failure(); }
+std::string MessageQueue::failureOf(frame::OmqIOModule& channel) {
+    return static_cast<io::ClientChannel&>(channel).failure();
+}
 
 void MessageQueue::start() {
     std::lock_guard lock(state_->mutex);
@@ -158,21 +161,21 @@ void MessageQueue::stop() {
     {
         std::lock_guard lock(state_->mutex);
         if (state_->stopped.exchange(true)) return;
-        for (const auto& door : state_->doors) door->refuseFromNowOn();
+        for (const auto& channel : state_->channels) channel->refuseFromNowOn();
         thread = std::move(state_->thread);
     }
     state_->io.stop();
     if (thread.joinable()) thread.join();
     std::lock_guard lock(state_->mutex);
     state_->transports->beginFarewell();
-    for (const auto& door : state_->doors) door->end();
+    for (const auto& channel : state_->channels) channel->end();
     state_->transports->endFarewell();
 }
 
 std::vector<frame::IOStatistics> MessageQueue::statistics() const {
     std::lock_guard lock(state_->mutex);
     std::vector<frame::IOStatistics> result;
-    for (const auto& door : state_->doors) result.push_back(door->statistics());
+    for (const auto& channel : state_->channels) result.push_back(channel->statistics());
     return result;
 }
 

@@ -16,7 +16,7 @@ namespace host::io {
 
 inline constexpr std::size_t frameHeaderBytes = 32;
 
-// Whoever adds messages bounds them: Door::put by queue.messages and queue.bytes.
+// Whoever adds messages bounds them: Channel::put by queue.messages and queue.bytes.
 class Outbox {
 public:
     using Time = std::chrono::steady_clock::time_point;

@@ -1,4 +1,4 @@
-// How long a door that has no connection waits before its next attempt.
+// How long a channel that has no connection waits before its next attempt.
 #pragma once
 
 #include <algorithm>

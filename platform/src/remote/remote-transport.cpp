@@ -44,9 +44,9 @@ using net::Address;
 using Clock = std::chrono::steady_clock;
 using Error = boost::system::error_code;
 
-constexpr auto attemptLimit = 5s;   // for everything that it takes a client to be accepted
-constexpr auto handshakeLimit = 3s; // for a client to prove its key to a service
-constexpr auto lastWords = 500ms;   // for the peers of streams that end with the queue to read what was sent
+constexpr auto attemptLimit = 5s;    // for everything that it takes a client to be accepted
+constexpr auto handshakeLimit = 3s;  // for a client to prove its key to a service
+constexpr auto flushTimeout = 500ms; // for peers to read what was sent before the queue ended
 
 // How many connections may be in their handshake. At a thousand new ones in a second each still has a quarter of a
 // second. They never have more than a part of the process's descriptors. Each has 32 KiB for what arrives and at most
@@ -362,7 +362,7 @@ void Transport::beginFarewell() { shared_->stopping = true; }
 
 void Transport::endFarewell() noexcept {
     constexpr std::chrono::milliseconds look = 10ms; // at the others, while the first one's peer is slow
-    const auto deadline = Clock::now() + lastWords;
+    const auto deadline = Clock::now() + flushTimeout;
     auto& sockets = shared_->stopped;
     for (; !sockets.empty() && Clock::now() < deadline; std::erase_if(sockets, hasEnded)) {
         pollfd first{sockets.front().get(), POLLIN, 0};

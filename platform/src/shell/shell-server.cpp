@@ -135,19 +135,19 @@ void ShellServer::admit(Client& client) {
     ucred peer{};
     socklen_t size = sizeof peer;
     if (getsockopt(client.socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != user_) {
-        HOST_LOG(shell, vdlDebugWarning, "turned away a shell client of user %u\n", peer.uid);
+        HOST_LOG(shell, vdlDebugWarning, "rejected a shell client of user %u\n", peer.uid);
         return send(client, statusLine(-EACCES, "the shell serves its own user only"));
     }
     clients_.push_back(std::move(client));
-    if (clients_.size() - askingClients() > maximumSilent) makeWay();
+    if (clients_.size() - askingClients() > maximumSilent) evictSilent();
 }
 
-// Who comes and never asks would keep all others from asking.
-void ShellServer::makeWay() noexcept {
+// Clients that connect and never ask must not keep others from asking.
+void ShellServer::evictSilent() noexcept {
     const auto silent =
         std::find_if(clients_.begin(), clients_.end(), [](const Client& known) { return !known.asked; });
     try {
-        turnAway(*silent);
+        reject(*silent);
     } catch (const std::exception&) {
         giveUp(*silent);
     }
@@ -194,8 +194,8 @@ bool ShellServer::takeSlot() {
     return true;
 }
 
-void ShellServer::turnAway(Client& client) {
-    HOST_LOG(shell, vdlDebugWarning, "turned away a shell client: there are %zu already\n", maximumClients);
+void ShellServer::reject(Client& client) {
+    HOST_LOG(shell, vdlDebugWarning, "rejected a shell client: there are %zu already\n", maximumClients);
     client.ending = true;
     send(client, statusLine(-EAGAIN, "the shell has its " + std::to_string(maximumClients) + " clients already"));
 }
@@ -233,7 +233,7 @@ void ShellServer::runRequest(Client& client) {
     std::string text = read(std::string_view(client.input).substr(0, length), request);
     if (text.empty()) { // what is no request must not take a slot
         if (!client.asked && !takeSlot()) {
-            turnAway(client);
+            reject(client);
             return client.input.clear();
         }
         client.asked = true;

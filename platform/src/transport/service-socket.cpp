@@ -38,9 +38,9 @@ SocketLock lockFor(const std::string& service, const std::string& path) {
     }
 }
 
-// Makes way for a new socket at path, which is locked: throws, or leaves nothing there. A server that knows no lock
+// Removes what an earlier server left at path, which is locked; throws when it may not. A server that knows no lock
 // may still be there.
-void makeWay(const std::string& service, const std::string& path) {
+void removeLeftover(const std::string& service, const std::string& path) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0) return; // bind says what is wrong, if anything is
     if (!S_ISSOCK(status.st_mode)) throw std::runtime_error("service " + service + ": " + path + " is no socket");
@@ -67,7 +67,7 @@ int connectToEndpoint(const std::string& path) noexcept {
 
 Endpoint::Endpoint(const std::string& service, const std::string& path)
     : path_(path), lock_(lockFor(service, path)), descriptor_(-1) {
-    makeWay(service, path);
+    removeLeftover(service, path);
     descriptor_ = newSocket();
     const auto address = addressOf(path);
     struct stat status {};

@@ -10,7 +10,7 @@ namespace services {
 
 // Lets requests of this kind call service.method(client, arguments...), client being the number of the connection that
 // asked, on the receiving thread. service must outlive the queue's receiving.
-template <class Message, auto method, class Service> void bind(frame::OmqIOModule& door, Service& service) {
+template <class Message, auto method, class Service> void bind(frame::OmqIOModule& channel, Service& service) {
     const frame::MessageHandler handler = [](const frame::MsgMeta&, const frame::TransportInfo& transport,
                                              const void* payload, void* context) {
         std::apply(
@@ -18,7 +18,7 @@ template <class Message, auto method, class Service> void bind(frame::OmqIOModul
             Message::Body::read(payload));
         return 0;
     };
-    door.registerMessageHandler(Message::meta, handler, &service, *Message::table());
+    channel.registerMessageHandler(Message::meta, handler, &service, *Message::table());
 }
 
 } // namespace services

@@ -15,18 +15,20 @@ namespace services {
 // First size of a message's memory and of a connection's send buffer: room for a screenful of terminals.
 inline constexpr std::size_t sendBufferBytes = 16384;
 
-// Sends through the door of the service, once that is offered; from any thread from then on. Results as those of
+// Sends through the channel of the service, once that is offered; from any thread from then on. Results as those of
 // frame::OmqIOModule::asyncSend. Throws std::bad_alloc, with nothing sent, when memory runs out.
 class Sender {
 public:
-    // Offers the service and returns its door, for handlers. The sender must not be used after the queue's end. Throws
-    // std::runtime_error when the service's endpoint cannot be had.
+    // Offers the service and returns its channel, for handlers. The sender must not be used after the queue's end.
+    // Throws std::runtime_error when the service's endpoint cannot be had.
     frame::OmqIOModule& offer(host::MessageQueue& queue, const std::string& name, const frame::MessageSet& messages) {
-        door_ = &queue.serve(name, messages, sendBufferBytes);
-        return *door_;
+        channel_ = &queue.serve(name, messages, sendBufferBytes);
+        return *channel_;
     }
 
-    std::vector<std::uint64_t> clients() const { return host::MessageQueue::clientsOf(*door_); } // that are connected
+    std::vector<std::uint64_t> clients() const {
+        return host::MessageQueue::clientsOf(*channel_);
+    } // that are connected
 
     template <class Message, class... Args> int toAll(const Args&... args) const {
         return send<Message>(nullptr, args...);
@@ -43,10 +45,10 @@ public:
 private:
     template <class Message, class... Args> int send(const frame::TransportInfo* transport, const Args&... args) const {
         return genrpc::send<Message>(
-            *door_, {.ids = frame::MsgIds::none, .transport = transport, .firstBytes = sendBufferBytes}, args...);
+            *channel_, {.ids = frame::MsgIds::none, .transport = transport, .firstBytes = sendBufferBytes}, args...);
     }
 
-    frame::OmqIOModule* door_ = nullptr;
+    frame::OmqIOModule* channel_ = nullptr;
 };
 
 } // namespace services

@@ -18,8 +18,8 @@ public:
 
     // Must outlive the queue's receiving. Throws std::runtime_error when the endpoint cannot be had.
     void offer(host::MessageQueue& queue) {
-        auto& door = sender_.offer(queue, mmservice::serviceName, mmservice::messageSet());
-        bind<mmservice::messages::MmServiceReq, &MmService::take>(door, *this);
+        auto& offered = sender_.offer(queue, mmservice::serviceName, mmservice::messageSet());
+        bind<mmservice::messages::MmServiceReq, &MmService::take>(offered, *this);
     }
 
     // How full the tables are, besides that of the terminals. From any thread.

@@ -59,10 +59,10 @@ Terminal terminalOf(const tvservice::TvServiceTerminal_t& terminal) { return {te
 
 } // namespace
 
-#define TVSERVICE_BIND(service, direction, Name, method, ...) bind<messages::Name, &TvService::method>(door, *this);
+#define TVSERVICE_BIND(service, direction, Name, method, ...) bind<messages::Name, &TvService::method>(offered, *this);
 
 void TvService::offer(host::MessageQueue& queue) {
-    auto& door = sender_.offer(queue, tvservice::serviceName, tvservice::messageSet());
+    auto& offered = sender_.offer(queue, tvservice::serviceName, tvservice::messageSet());
     TVSERVICE_REQUESTS(TVSERVICE_BIND)
 }
 

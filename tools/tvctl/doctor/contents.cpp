@@ -42,7 +42,7 @@ void checkOther(Diagnosis& diagnosis, const std::string& path) {
     if (state.kind == SocketState::Kind::missing) return;
     if (state.kind == SocketState::Kind::noSocket)
         return diagnosis.warn(path, "a strange file, which no process here makes", "find out whose it is");
-    diagnosis.doors.push_back(doorOf(path, state));
+    diagnosis.entryPoints.push_back(entryPointOf(path, state));
     if (checkSocket(diagnosis, path, path, state))
         diagnosis.warn(path, "served by process " + std::to_string(state.process) + ", but no service known here",
                        "find out what it is");

@@ -20,7 +20,7 @@ inline bool operator==(const Finding& a, const Finding& b) {
 }
 
 // Where somebody can come in.
-struct Door {
+struct EntryPoint {
     std::string place; // a path or an address
     std::string who;   // may come in
     std::string state;
@@ -28,7 +28,7 @@ struct Door {
 
 struct Diagnosis {
     std::vector<Finding> findings;
-    std::vector<Door> doors;
+    std::vector<EntryPoint> entryPoints;
 
     void ok(const std::string& subject, const std::string& what) { add(Severity::ok, subject, what, {}); }
     void warn(const std::string& subject, const std::string& what, const std::string& remedy) {
@@ -42,7 +42,7 @@ struct Diagnosis {
     }
     void add(Diagnosis&& more) {
         for (auto& finding : more.findings) findings.push_back(std::move(finding));
-        for (auto& door : more.doors) doors.push_back(std::move(door));
+        for (auto& entryPoint : more.entryPoints) entryPoints.push_back(std::move(entryPoint));
     }
 };
 

@@ -126,7 +126,7 @@ bool checkSocket(Diagnosis& diagnosis, const std::string& subject, const std::st
     return false;
 }
 
-Door doorOf(const std::string& path, const SocketState& state) {
+EntryPoint entryPointOf(const std::string& path, const SocketState& state) {
     std::string who = "-", how;
     switch (state.kind) {
         case SocketState::Kind::missing:

@@ -43,7 +43,7 @@ SocketState examineSocket(const std::string& path);
 // Adds what is wrong with a socket that is there; subject is what it belongs to. Returns whether it is served by a
 // process of this user.
 bool checkSocket(Diagnosis& diagnosis, const std::string& subject, const std::string& path, const SocketState& state);
-// For the table of doors.
-Door doorOf(const std::string& path, const SocketState& state);
+// For the table of entryPoints.
+EntryPoint entryPointOf(const std::string& path, const SocketState& state);
 
 } // namespace tvctl::doctor

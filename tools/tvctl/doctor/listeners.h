@@ -8,11 +8,12 @@
 
 namespace tvctl::doctor {
 
-// Of a place in numbers.
+// The port of a place whose host is an address, not a name.
 unsigned portOf(const host::Place& place);
 
-// Whose process of this machine listens at a place in numbers, as the system tells everybody: who knocks at such a door
-// without a key is written down as a stranger. One that listens at every address does so at each of them.
+// The user whose process on this machine listens at a place whose host is an address. Read from the system's table of
+// sockets, as connecting without a key would be logged as an unauthenticated peer. A process that listens at every
+// address listens at each of them.
 std::optional<uid_t> listenerAt(const host::Place& place);
 
 } // namespace tvctl::doctor

@@ -49,11 +49,11 @@ void checkOffer(Diagnosis& diagnosis, const Service& service, const std::string&
     const auto listener = listenerAt(place);
     if (listener && *listener != geteuid()) {
         const std::string process = "a process of user " + std::to_string(*listener);
-        diagnosis.doors.push_back({endpoint, "unknown", process + " listens here"});
+        diagnosis.entryPoints.push_back({endpoint, "unknown", process + " listens here"});
         return diagnosis.wrong(service.name, endpoint + " is served by " + process, "end that process");
     }
     diagnosis.ok(service.name, "where it is offered at " + endpoint + ", " + holders + " may come");
-    diagnosis.doors.push_back({endpoint, holders, listener ? "a process listens here" : "nobody listens here"});
+    diagnosis.entryPoints.push_back({endpoint, holders, listener ? "a process listens here" : "nobody listens here"});
     // Only who holds a key that it lets in, and knows its own, can ask it.
     if (listener && !used)
         diagnosis.ok(service.name, "its messages are not compared here, but by tvctl doctor where it is used");

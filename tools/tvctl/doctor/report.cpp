@@ -53,10 +53,11 @@ std::string textOfFindings(const std::vector<const Finding*>& findings, bool col
     return text;
 }
 
-std::string textOfDoors(const std::vector<Door>& doors) {
+std::string textOfEntryPoints(const std::vector<EntryPoint>& entryPoints) {
     std::vector<Row> rows{{"OPEN AT", "TO", "STATE"}};
-    for (const Door& door : doors)
-        rows.push_back({host::printable(door.place), host::printable(door.who), host::printable(door.state)});
+    for (const EntryPoint& entryPoint : entryPoints)
+        rows.push_back(
+            {host::printable(entryPoint.place), host::printable(entryPoint.who), host::printable(entryPoint.state)});
     std::string text;
     for (const std::string& line : aligned(rows)) text += line + '\n';
     return text;
@@ -75,7 +76,7 @@ std::string asText(const Diagnosis& diagnosis, const Style& style) {
         if (!style.quiet || finding.severity != Severity::ok) shown.push_back(&finding);
     std::string text = textOfFindings(shown, style.coloured);
     if (style.quiet) return text;
-    if (!diagnosis.doors.empty()) text += '\n' + textOfDoors(diagnosis.doors);
+    if (!diagnosis.entryPoints.empty()) text += '\n' + textOfEntryPoints(diagnosis.entryPoints);
     return text + '\n' + std::to_string(countOf(diagnosis, Severity::ok)) + " ok, " +
            std::to_string(countOf(diagnosis, Severity::warning)) + " warnings, " +
            std::to_string(countOf(diagnosis, Severity::wrong)) + " wrong\n";
@@ -87,7 +88,7 @@ std::string asJson(const Diagnosis& diagnosis) {
     for (const auto& [severity, subject, what, remedy] : diagnosis.findings)
         result["findings"].push_back(
             {{"severity", nameOf(severity)}, {"subject", subject}, {"what", what}, {"remedy", remedy}});
-    for (const auto& [place, who, state] : diagnosis.doors)
+    for (const auto& [place, who, state] : diagnosis.entryPoints)
         result["doors"].push_back({{"place", place}, {"who", who}, {"state", state}});
     result["ok"] = countOf(diagnosis, Severity::ok);
     result["warnings"] = countOf(diagnosis, Severity::warning);

@@ -12,7 +12,7 @@ struct Style {
 
 std::size_t countOf(const Diagnosis& diagnosis, Severity severity);
 
-// A line for each finding, the table of doors, and the count. Nothing in it can steer a terminal.
+// A line for each finding, the table of entryPoints, and the count. Nothing in it can steer a terminal.
 std::string asText(const Diagnosis& diagnosis, const Style& style);
 std::string asJson(const Diagnosis& diagnosis);
 

@@ -48,7 +48,7 @@ private:
 void checkLocalService(Diagnosis& diagnosis, const Service& service, const std::string& path,
                        std::chrono::milliseconds timeout) {
     const auto state = examineSocket(path);
-    diagnosis.doors.push_back(doorOf(path, state));
+    diagnosis.entryPoints.push_back(entryPointOf(path, state));
     if (state.kind == SocketState::Kind::missing)
         return diagnosis.warn(service.name, "not running: nobody serves " + path, "start it");
     if (!checkSocket(diagnosis, service.name, path, state)) return;
@@ -79,13 +79,13 @@ std::optional<std::string> failureOfAttempt(const Service& service, std::chrono:
     News news;
     try {
         host::MessageQueue queue;
-        auto& door = queue.connectTo(service.name, service.messages, sendBufferBytes, &news);
-        queue.open(door);
+        auto& channel = queue.connectTo(service.name, service.messages, sendBufferBytes, &news);
+        queue.open(channel);
         queue.start();
         const auto connected = news.wait(timeout);
         if (!connected) return "no answer within " + std::to_string(timeout.count()) + " ms";
         if (*connected) return std::nullopt;
-        return host::MessageQueue::failureOf(door);
+        return host::MessageQueue::failureOf(channel);
     } catch (const std::exception& error) {
         return error.what();
     }

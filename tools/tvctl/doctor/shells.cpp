@@ -40,7 +40,7 @@ Diagnosis checkShell(const std::string& socket, std::chrono::milliseconds timeou
     const std::string process = std::filesystem::path(socket).stem();
     const auto state = examineSocket(socket);
     if (state.kind == SocketState::Kind::missing) return diagnosis;
-    diagnosis.doors.push_back(doorOf(socket, state));
+    diagnosis.entryPoints.push_back(entryPointOf(socket, state));
     if (!checkSocket(diagnosis, process, socket, state)) return diagnosis;
     try {
         host::ShellClient client;

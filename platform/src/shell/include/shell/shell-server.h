@@ -21,7 +21,7 @@ namespace appovshell {
 class ShellServer : public CommandTable {
 public:
     static constexpr std::size_t maximumClients = 16;     // that have asked for something; see takeSlot
-    static constexpr std::size_t maximumSilent = 64;      // others; beyond it the oldest makes way
+    static constexpr std::size_t maximumSilent = 64;      // others; beyond it the oldest is evicted
     static constexpr std::size_t maximumLine = 64 * 1024; // bytes of one request
     static constexpr std::size_t maximumUnsent =
         1024 * 1024; // bytes that answers may wait in for a client to read them
@@ -57,12 +57,12 @@ private:
     int pollTimeout() const;
     void accept() noexcept;
     void admit(Client& client);
-    void makeWay() noexcept;
+    void evictSilent() noexcept;
     std::size_t askingClients() const;
     static bool hasRequest(const Client& client);
     bool isIdle(const Client& client, Clock::time_point now) const;
     bool takeSlot();
-    void turnAway(Client& client);
+    void reject(Client& client);
     void takeTurn(Client& client, short events) noexcept;
     void receive(Client& client);
     void runRequest(Client& client);

@@ -1,4 +1,4 @@
-// What the doors of both sides have in common: handlers, counters, the rules of sending.
+// What the channels of both sides have in common: handlers, counters, the rules of sending.
 #pragma once
 
 #include "handshake.h"
@@ -36,18 +36,18 @@ inline void count(std::atomic<std::uint64_t>& counter, std::uint64_t by = 1) {
     counter.fetch_add(by, std::memory_order_relaxed);
 }
 
-class Door : public frame::OmqIOModule {
+class Channel : public frame::OmqIOModule {
 public:
-    Door(boost::asio::io_context& io, const std::string& service, const frame::MessageSet& messages,
-         std::size_t sendBufferBytes, const QueueLimits& limits, bool serving);
+    Channel(boost::asio::io_context& io, const std::string& service, const frame::MessageSet& messages,
+            std::size_t sendBufferBytes, const QueueLimits& limits, bool serving);
 
     int registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHandler handler, void* context,
                                const vdl::EndianTable& table) final;
     int asyncSend(const frame::MsgIds& ids, const frame::MsgMeta& meta, const frame::TransportInfo* transport,
                   const vdl::EndianTable& table, const void* payload, const boost::function<void()>& completed) final;
 
-    // On the receiving thread: the door begins its work, or goes on with what it had no memory for. What there is still
-    // no memory for asks for proceedLater again.
+    // On the receiving thread: the channel begins its work, or goes on with what it had no memory for. What there is
+    // still no memory for asks for proceedLater again.
     virtual void proceed() noexcept = 0;
     // From any thread: asyncSend refuses from now on.
     void refuseFromNowOn();

@@ -1,8 +1,8 @@
-// The door of a service that this process offers: any number of clients.
+// The channel of a service that this process offers: any number of clients.
 #pragma once
 
+#include "channel.h"
 #include "connection.h"
-#include "door.h"
 #include "transport/transport.h"
 
 #include <boost/asio/steady_timer.hpp>
@@ -20,10 +20,10 @@ inline constexpr std::size_t mostClients = 256;
 // not read, each client may still have bytesOfEach waiting.
 inline constexpr std::size_t queuesOfAll = 4, bytesOfEach = 1024 * 1024;
 
-class ServerDoor final : public Door, private ListenerUser {
+class ServiceChannel final : public Channel, private ListenerUser {
 public:
-    ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service,
-               const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits);
+    ServiceChannel(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service,
+                   const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits);
 
     void proceed() noexcept override;
     void end() override;
@@ -44,7 +44,7 @@ private:
     void onRejected(const char* reason) noexcept override;
     void onCannotAccept(const char* reason) noexcept override;
     void onStalled(const char* reason) noexcept override;
-    void makeWayForOthers();
+    void evictAwaited();
     void giveMemoryBackLater() noexcept;
 
     const std::string whyFull_;

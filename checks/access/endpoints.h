@@ -13,14 +13,14 @@ using receiver::Part;
 using receiver::ReceiverError;
 using receiver::ReceiverKit;
 
-struct Door {
+struct Endpoint {
     std::string name; // of the socket's file
     Part part;        // whose process serves it
     bool shell;
     std::string path;
 };
 // Each service's socket and each process's shell.
-std::vector<Door> doorsIn(const std::filesystem::path& runtimeFolder);
+std::vector<Endpoint> endpointsIn(const std::filesystem::path& runtimeFolder);
 
 // A connection that says what it likes.
 class Socket {
@@ -43,8 +43,8 @@ private:
     int descriptor_;
 };
 
-// One that a door has taken in: it has heard the door's greeting and given it back.
-Socket clientOf(const Door& door);
+// One that a endpoint has taken in: it has heard the endpoint's greeting and given it back.
+Socket clientOf(const Endpoint& endpoint);
 // The identifiers of the messages in the next so many frames.
 std::vector<std::uint32_t> hearFrames(Socket& client, std::size_t count);
 

@@ -1,4 +1,4 @@
-#include "client-door.h"
+#include "client-channel.h"
 
 #include "base/error-text.h"
 #include "log/log.h"
@@ -11,23 +11,24 @@
 
 namespace host::io {
 
-ClientDoor::ClientDoor(boost::asio::io_context& io, std::unique_ptr<Connector> connector, const std::string& service_,
-                       const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits,
-                       frame::IOConnectionListener* listener)
-    : Door(io, service_, messages, sendBufferBytes, limits, false),
+ClientChannel::ClientChannel(boost::asio::io_context& io, std::unique_ptr<Connector> connector,
+                             const std::string& service_, const frame::MessageSet& messages,
+                             std::size_t sendBufferBytes, const QueueLimits& limits,
+                             frame::IOConnectionListener* listener)
+    : Channel(io, service_, messages, sendBufferBytes, limits, false),
       connector_(std::move(connector)),
       listener_(listener),
       outbox_(std::make_shared<Outbox>(sendBufferBytes)),
       retryTimer_(io),
       deadlineTimer_(io) {}
 
-void ClientDoor::proceed() noexcept {
+void ClientChannel::proceed() noexcept {
     if (std::exchange(idle_, false)) attempt();
     std::lock_guard lock(mutex);
     if (!watching_ && !outbox_->empty()) watchDeadlines();
 }
 
-void ClientDoor::attempt() noexcept {
+void ClientChannel::attempt() noexcept {
     try {
         connector_->connect(
             [this](std::unique_ptr<Stream> stream, const char* reason) { onAnswer(std::move(stream), reason); });
@@ -36,7 +37,7 @@ void ClientDoor::attempt() noexcept {
     }
 }
 
-void ClientDoor::onAnswer(std::unique_ptr<Stream> stream, const char* reason) noexcept {
+void ClientChannel::onAnswer(std::unique_ptr<Stream> stream, const char* reason) noexcept {
     std::shared_ptr<Connection> connection;
     try {
         if (!stream) return failed(("no connection to " + connector_->address() + ": " + reason).c_str());
@@ -55,7 +56,7 @@ void ClientDoor::onAnswer(std::unique_ptr<Stream> stream, const char* reason) no
     connection->open();
 }
 
-void ClientDoor::onConnectionReady(Connection&) noexcept {
+void ClientChannel::onConnectionReady(Connection&) noexcept {
     retryDelay_.reset();
     lastReason_.clear();
     keep("");
@@ -63,7 +64,7 @@ void ClientDoor::onConnectionReady(Connection&) noexcept {
     tell(&frame::IOConnectionListener::onIOConnectionConnected);
 }
 
-void ClientDoor::onConnectionClosed(Connection&, bool wasReady, bool fault, const char* reason) noexcept {
+void ClientChannel::onConnectionClosed(Connection&, bool wasReady, bool fault, const char* reason) noexcept {
     {
         std::lock_guard lock(mutex);
         connection_.reset();
@@ -79,7 +80,7 @@ void ClientDoor::onConnectionClosed(Connection&, bool wasReady, bool fault, cons
     retryLater();
 }
 
-void ClientDoor::keep(const char* failure) noexcept {
+void ClientChannel::keep(const char* failure) noexcept {
     std::lock_guard lock(mutex);
     try {
         failure_ = failure;
@@ -88,19 +89,19 @@ void ClientDoor::keep(const char* failure) noexcept {
     }
 }
 
-std::string ClientDoor::failure() {
+std::string ClientChannel::failure() {
     std::lock_guard lock(mutex);
     return failure_;
 }
 
-void ClientDoor::failed(const char* reason) noexcept {
+void ClientChannel::failed(const char* reason) noexcept {
     keep(reason);
     logOnce(reason);
     tell(&frame::IOConnectionListener::onIOConnectionConnectionFailed);
     retryLater();
 }
 
-void ClientDoor::logOnce(const char* reason) noexcept {
+void ClientChannel::logOnce(const char* reason) noexcept {
     if (lastReason_ == reason) return;
     HOST_LOG(io, vdlDebugFailure, "service %s: %s\n", service.c_str(), reason);
     try {
@@ -110,7 +111,7 @@ void ClientDoor::logOnce(const char* reason) noexcept {
     }
 }
 
-void ClientDoor::retryLater() noexcept {
+void ClientChannel::retryLater() noexcept {
     try {
         retryTimer_.expires_after(retryDelay_.next());
         retryTimer_.async_wait([this](const boost::system::error_code& error) {
@@ -122,7 +123,7 @@ void ClientDoor::retryLater() noexcept {
     }
 }
 
-int ClientDoor::dispatch(const Outgoing& message, const frame::TransportInfo* transport) {
+int ClientChannel::dispatch(const Outgoing& message, const frame::TransportInfo* transport) {
     Connection* connection = ready() ? connection_.get() : nullptr;
     if (transport && (!connection || connection->number() != transport->connection))
         return refuse(-107, message.meta, "no such connection");
@@ -139,7 +140,7 @@ int ClientDoor::dispatch(const Outgoing& message, const frame::TransportInfo* tr
 }
 
 // On the receiving thread with the mutex held: gives up what has waited too long and comes back for what has not.
-void ClientDoor::watchDeadlines() noexcept {
+void ClientChannel::watchDeadlines() noexcept {
     watching_ = false;
     if (ready()) return;
     if (const auto dropped = outbox_->dropExpired(std::chrono::steady_clock::now())) {
@@ -162,7 +163,7 @@ void ClientDoor::watchDeadlines() noexcept {
     }
 }
 
-void ClientDoor::tell(void (frame::IOConnectionListener::*news)()) noexcept {
+void ClientChannel::tell(void (frame::IOConnectionListener::*news)()) noexcept {
     if (!listener_) return;
     try {
         (listener_->*news)();
@@ -173,12 +174,12 @@ void ClientDoor::tell(void (frame::IOConnectionListener::*news)()) noexcept {
     }
 }
 
-void ClientDoor::addTo(frame::IOStatistics& statistics) {
+void ClientChannel::addTo(frame::IOStatistics& statistics) {
     statistics.connected = ready();
     statistics.queued = outbox_->messages();
 }
 
-void ClientDoor::end() {
+void ClientChannel::end() {
     std::lock_guard lock(mutex);
     if (connection_) connection_->abandon();
     connection_.reset();

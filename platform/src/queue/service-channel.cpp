@@ -1,4 +1,4 @@
-#include "server-door.h"
+#include "service-channel.h"
 
 #include "base/error-text.h"
 #include "log/log.h"
@@ -21,28 +21,29 @@ constexpr std::size_t manyWaiting = 64;
 constexpr unsigned fewClients = 32; // fewer have not taken enough memory to give back
 } // namespace
 
-ServerDoor::ServerDoor(boost::asio::io_context& io, std::unique_ptr<Listener> listener, const std::string& service_,
-                       const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits)
-    : Door(io, service_, messages, sendBufferBytes, limits, true),
+ServiceChannel::ServiceChannel(boost::asio::io_context& io, std::unique_ptr<Listener> listener,
+                               const std::string& service_, const frame::MessageSet& messages,
+                               std::size_t sendBufferBytes, const QueueLimits& limits)
+    : Channel(io, service_, messages, sendBufferBytes, limits, true),
       whyFull_("the service has its " + std::to_string(mostClients) + " clients already"),
       listener_(std::move(listener)),
       memoryTimer_(io) {}
 
-void ServerDoor::proceed() noexcept {
+void ServiceChannel::proceed() noexcept {
     if (std::exchange(idle_, false)) listener_->listen(*this);
 }
 
-void ServerDoor::onStalled(const char* reason) noexcept { // those that come wait in the listener
+void ServiceChannel::onStalled(const char* reason) noexcept { // those that come wait in the listener
     idle_ = true;
     proceedLater();
     HOST_LOG(io, vdlDebugFailure, "service %s: cannot wait for clients: %s\n", service.c_str(), reason);
 }
 
-void ServerDoor::onCannotAccept(const char* reason) noexcept {
+void ServiceChannel::onCannotAccept(const char* reason) noexcept {
     HOST_LOG(io, vdlDebugFailure, "service %s: cannot accept clients: %s\n", service.c_str(), reason);
 }
 
-void ServerDoor::onClient(std::unique_ptr<Stream> stream) noexcept {
+void ServiceChannel::onClient(std::unique_ptr<Stream> stream) noexcept {
     if (!stream->isOwn()) return onRejected("a process of another user");
     // Now, as who hears a hello takes itself for connected and tries again at once.
     if (const char* why = whyFull()) return onRejected(why);
@@ -56,31 +57,31 @@ void ServerDoor::onClient(std::unique_ptr<Stream> stream) noexcept {
         return onRejected(textOf(error));
     }
     client->open();
-    makeWayForOthers();
+    evictAwaited();
 }
 
-void ServerDoor::onProven(const char* who) noexcept {
+void ServiceChannel::onProven(const char* who) noexcept {
     HOST_LOG(io, vdlDebugProgress, "service %s: %s\n", service.c_str(), who);
 }
 
-void ServerDoor::onRejected(const char* reason) noexcept {
+void ServiceChannel::onRejected(const char* reason) noexcept {
     giveMemoryBackLater();
     count(counters.refused);
-    HOST_LOG(io, vdlDebugFailure, "service %s: client turned away: %s\n", service.c_str(), reason);
+    HOST_LOG(io, vdlDebugFailure, "service %s: client rejected: %s\n", service.c_str(), reason);
 }
 
 // Those that come and say nothing would else keep descriptors from those that do.
-void ServerDoor::makeWayForOthers() {
+void ServiceChannel::evictAwaited() {
     const auto isAwaited = [](const auto& client) { return client->awaitsHello(); };
     const auto awaited = std::count_if(clients_.begin(), clients_.end(), isAwaited);
     if (static_cast<std::size_t>(awaited) <= mostAwaited) return;
     char why[64];
     std::snprintf(why, sizeof why, "peer sent no hello while %zu others came", mostAwaited);
-    (*std::find_if(clients_.begin(), clients_.end(), isAwaited))->turnAway(why);
+    (*std::find_if(clients_.begin(), clients_.end(), isAwaited))->reject(why);
 }
 
 // The C library would keep what a crowd of clients took for the next one, tens of mebibytes after many handshakes.
-void ServerDoor::giveMemoryBackLater() noexcept {
+void ServiceChannel::giveMemoryBackLater() noexcept {
 #ifdef __GLIBC__
     if (++gone_ != fewClients) return;
     try {
@@ -96,14 +97,14 @@ void ServerDoor::giveMemoryBackLater() noexcept {
 #endif
 }
 
-void ServerDoor::onConnectionReady(Connection& client) noexcept {
+void ServiceChannel::onConnectionReady(Connection& client) noexcept {
     HOST_LOG(io, vdlDebugProgress, "service %s: client %llu connected\n", service.c_str(),
              static_cast<unsigned long long>(client.number()));
 }
 
-void ServerDoor::onConnectionClosed(Connection& client, bool wasReady, bool fault, const char* reason) noexcept {
+void ServiceChannel::onConnectionClosed(Connection& client, bool wasReady, bool fault, const char* reason) noexcept {
     giveMemoryBackLater();
-    const char* what = wasReady ? "disconnected" : fault ? "turned away" : "left before its hello";
+    const char* what = wasReady ? "disconnected" : fault ? "rejected" : "left before its hello";
     const auto number = static_cast<unsigned long long>(client.number());
     // Two kinds, so that peers which come and go bury none that is at fault.
     if (fault)
@@ -116,13 +117,13 @@ void ServerDoor::onConnectionClosed(Connection& client, bool wasReady, bool faul
     clients_.erase(std::find_if(clients_.begin(), clients_.end(), [&](const auto& c) { return c.get() == &client; }));
 }
 
-const char* ServerDoor::whyFull() const noexcept {
+const char* ServiceChannel::whyFull() const noexcept {
     const auto isReady = [](const auto& client) { return !client->awaitsHello(); };
     const auto ready = std::count_if(clients_.begin(), clients_.end(), isReady);
     return static_cast<std::size_t>(ready) < mostClients ? nullptr : whyFull_.c_str();
 }
 
-std::vector<std::uint64_t> ServerDoor::clients() {
+std::vector<std::uint64_t> ServiceChannel::clients() {
     std::lock_guard lock(mutex);
     std::vector<std::uint64_t> numbers;
     for (const auto& client : clients_)
@@ -130,14 +131,14 @@ std::vector<std::uint64_t> ServerDoor::clients() {
     return numbers;
 }
 
-bool ServerDoor::othersAreBehind(const Connection& connection) {
+bool ServiceChannel::othersAreBehind(const Connection& connection) {
     std::lock_guard lock(mutex);
     return std::any_of(clients_.begin(), clients_.end(), [&](const auto& client) {
         return client.get() != &connection && client->outbox().messages() > manyWaiting;
     });
 }
 
-int ServerDoor::dispatch(const Outgoing& message, const frame::TransportInfo* transport) {
+int ServiceChannel::dispatch(const Outgoing& message, const frame::TransportInfo* transport) {
     if (transport) {
         for (const auto& client : clients_)
             if (client->number() == transport->connection && client->ready())
@@ -168,21 +169,21 @@ int ServerDoor::dispatch(const Outgoing& message, const frame::TransportInfo* tr
     return taken > 0 ? 0 : result;
 }
 
-std::size_t ServerDoor::mostBytes(const Outbox& outbox) const {
+std::size_t ServiceChannel::mostBytes(const Outbox& outbox) const {
     if (outbox.bytes() <= bytesOfEach) return limits_.bytes;
     std::size_t all = 0;
     for (const auto& client : clients_) all += client->outbox().bytes();
     return all <= queuesOfAll * limits_.bytes ? limits_.bytes : std::min(bytesOfEach, limits_.bytes);
 }
 
-void ServerDoor::addTo(frame::IOStatistics& statistics) {
+void ServiceChannel::addTo(frame::IOStatistics& statistics) {
     for (const auto& client : clients_) {
         statistics.connected = statistics.connected || client->ready();
         statistics.queued += client->outbox().messages();
     }
 }
 
-void ServerDoor::end() {
+void ServiceChannel::end() {
     std::lock_guard lock(mutex);
     for (const auto& client : clients_) {
         count(counters.dropped, client->outbox().dropAll());

@@ -1,8 +1,8 @@
-// The door to another process's service: one connection, made and remade.
+// The channel to another process's service: one connection, made and remade.
 #pragma once
 
+#include "channel.h"
 #include "connection.h"
-#include "door.h"
 #include "retry-delay.h"
 #include "transport/transport.h"
 
@@ -14,11 +14,11 @@
 
 namespace host::io {
 
-class ClientDoor final : public Door {
+class ClientChannel final : public Channel {
 public:
-    ClientDoor(boost::asio::io_context& io, std::unique_ptr<Connector> connector, const std::string& service,
-               const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits,
-               frame::IOConnectionListener* listener);
+    ClientChannel(boost::asio::io_context& io, std::unique_ptr<Connector> connector, const std::string& service,
+                  const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits,
+                  frame::IOConnectionListener* listener);
 
     void proceed() noexcept override;
     void end() override;

@@ -1,4 +1,4 @@
-#include "doors.h"
+#include "endpoints.h"
 
 #include "../killed/service-socket.h"
 
@@ -31,21 +31,21 @@ long millisecondsSince(Clock::time_point begin) {
     return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count());
 }
 
-std::vector<Door> doorsIn(const std::filesystem::path& runtimeFolder) {
-    std::vector<Door> doors;
+std::vector<Endpoint> endpointsIn(const std::filesystem::path& runtimeFolder) {
+    std::vector<Endpoint> endpoints;
     const auto add = [&](const std::string& name, Part part, bool shell) {
-        doors.push_back({name, part, shell, (runtimeFolder / name).string()});
+        endpoints.push_back({name, part, shell, (runtimeFolder / name).string()});
     };
     for (const Part part : {Part::tvService, Part::mmService}) add(killed::serviceNameOf(part) + ".sock", part, false);
     for (const Part part : receiver::allParts) add(std::string(receiver::nameOf(part)) + ".shell", part, true);
-    return doors;
+    return endpoints;
 }
 
 Socket::Socket() : descriptor_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     require(descriptor_ >= 0, std::string("no socket: ") + std::strerror(errno));
-    const timeval patience{10, 0};
-    setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    setsockopt(descriptor_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    const timeval timeout{10, 0};
+    setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+    setsockopt(descriptor_, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
 }
 
 Socket::~Socket() {
@@ -87,11 +87,11 @@ std::string Socket::hearAll() {
     }
 }
 
-Socket clientOf(const Door& door) {
-    const std::string hello = killed::helloOf(door.path);
+Socket clientOf(const Endpoint& endpoint) {
+    const std::string hello = killed::helloOf(endpoint.path);
     Socket socket;
-    require(socket.connect(door.path) == 0 && socket.say(hello) && socket.hear(hello.size()) == hello,
-            door.name + " takes no client in");
+    require(socket.connect(endpoint.path) == 0 && socket.say(hello) && socket.hear(hello.size()) == hello,
+            endpoint.name + " takes no client in");
     return socket;
 }
 

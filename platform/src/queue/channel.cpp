@@ -1,4 +1,4 @@
-#include "door.h"
+#include "channel.h"
 
 #include "connection.h"
 #include "log/log.h"
@@ -15,16 +15,16 @@ namespace {
 constexpr std::size_t partForAnswers = 8;
 } // namespace
 
-Door::Door(boost::asio::io_context& io, const std::string& service_, const frame::MessageSet& messages,
-           std::size_t sendBufferBytes, const QueueLimits& limits, bool serving)
+Channel::Channel(boost::asio::io_context& io, const std::string& service_, const frame::MessageSet& messages,
+                 std::size_t sendBufferBytes, const QueueLimits& limits, bool serving)
     : service(service_),
       handshake(service_, messages, serving),
       io_(io),
       sendBufferBytes_(sendBufferBytes),
       limits_(limits) {}
 
-int Door::registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHandler handler, void* context,
-                                 const vdl::EndianTable& table) {
+int Channel::registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHandler handler, void* context,
+                                    const vdl::EndianTable& table) {
     const Plan* plan;
     try {
         plan = &planOf(table);
@@ -37,14 +37,14 @@ int Door::registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHandl
     return handlers_.try_emplace(meta, Handler{handler, context, plan, table.size}).second ? 0 : -17;
 }
 
-const Handler* Door::findHandler(const frame::MsgMeta& meta) {
+const Handler* Channel::findHandler(const frame::MsgMeta& meta) {
     std::lock_guard lock(handlersMutex_);
     const auto found = handlers_.find(meta);
     return found == handlers_.end() ? nullptr : &found->second;
 }
 
-int Door::asyncSend(const frame::MsgIds& ids, const frame::MsgMeta& meta, const frame::TransportInfo* transport,
-                    const vdl::EndianTable& table, const void* payload, const boost::function<void()>& completed) {
+int Channel::asyncSend(const frame::MsgIds& ids, const frame::MsgMeta& meta, const frame::TransportInfo* transport,
+                       const vdl::EndianTable& table, const void* payload, const boost::function<void()>& completed) {
     int result;
     try {
         result = send({ids, meta, planOf(table), payload}, transport);
@@ -60,23 +60,23 @@ int Door::asyncSend(const frame::MsgIds& ids, const frame::MsgMeta& meta, const 
     return result;
 }
 
-int Door::send(const Outgoing& message, const frame::TransportInfo* transport) {
+int Channel::send(const Outgoing& message, const frame::TransportInfo* transport) {
     std::lock_guard lock(mutex);
     if (stopped_) return refuse(-108, message.meta, "the message queue has stopped");
     return dispatch(message, transport);
 }
 
-void Door::beginHandling(const Connection& connection) noexcept {
+void Channel::beginHandling(const Connection& connection) noexcept {
     forOthers_.store(0, std::memory_order_relaxed);
     handled_.store(&connection, std::memory_order_relaxed);
 }
 
-unsigned Door::endHandling() noexcept {
+unsigned Channel::endHandling() noexcept {
     handled_.store(nullptr, std::memory_order_relaxed);
     return forOthers_.load(std::memory_order_relaxed);
 }
 
-int Door::put(const Outgoing& message, Outbox& outbox, Connection* connection, Room room) {
+int Channel::put(const Outgoing& message, Outbox& outbox, Connection* connection, Room room) {
     if (const Connection* handled = handled_.load(std::memory_order_relaxed); handled && handled != connection)
         forOthers_.fetch_add(1, std::memory_order_relaxed);
     const auto full = [&] {
@@ -98,26 +98,26 @@ int Door::put(const Outgoing& message, Outbox& outbox, Connection* connection, R
     return 0;
 }
 
-void Door::tellRefusals(Outbox& outbox) {
+void Channel::tellRefusals(Outbox& outbox) {
     if (!outbox.empty()) return;
     if (const auto refusals = outbox.takeRefusals(); refusals > 1)
         HOST_LOG(io, vdlDebugFailure, "service %s: %zu more messages were refused while others waited\n",
                  service.c_str(), refusals - 1);
 }
 
-int Door::refuse(int result, const frame::MsgMeta& meta, const char* why) {
+int Channel::refuse(int result, const frame::MsgMeta& meta, const char* why) {
     count(counters.refused);
     HOST_LOG(io, vdlDebugFailure, "service %s: message 0x%08x refused (%d): %s\n", service.c_str(), meta.messageId,
              result, why);
     return result;
 }
 
-void Door::refuseFromNowOn() {
+void Channel::refuseFromNowOn() {
     std::lock_guard lock(mutex);
     stopped_ = true;
 }
 
-frame::IOStatistics Door::statistics() {
+frame::IOStatistics Channel::statistics() {
     frame::IOStatistics result;
     result.service = service;
     result.sent = counters.sent.load(std::memory_order_relaxed);
