@@ -82,7 +82,7 @@ double throughQueue(const Requests& requests) {
     frame::OmqIOModule& service = serving.serve(tvservice::serviceName, tvservice::messageSet(), 16384);
     service.registerMessageHandler(Message::meta, take, nullptr, *Message::table());
     tvservice::Proxy proxy;
-    frame::OmqIOModule& channel =
+    host::QueueChannel& channel =
         sending.connectTo(proxy.getServiceName(), proxy.getMessageSet(), proxy.getSendBufferSize(), nullptr);
     proxy.setOmqIOModule(&channel);
     serving.start();

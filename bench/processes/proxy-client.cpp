@@ -60,7 +60,7 @@ std::size_t infoBytes(std::size_t textBytes) {
 
 void ProxyClient::connect() {
     queue_ = std::make_unique<host::MessageQueue>();
-    frame::OmqIOModule& channel =
+    host::QueueChannel& channel =
         queue_->connectTo(proxy_.getServiceName(), proxy_.getMessageSet(), proxy_.getSendBufferSize(), &proxy_);
     proxy_.setOmqIOModule(&channel);
     proxy_.registerMessageHandlers();

@@ -57,7 +57,7 @@ private:
     std::condition_variable news_;
     unsigned heard_ = 0;
     host::MessageQueue queue_;
-    frame::OmqIOModule& endpoint_;
+    host::QueueChannel& endpoint_;
 };
 
 class ShellUser final : public HonestClient {

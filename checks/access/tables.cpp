@@ -122,9 +122,9 @@ void fillTheTablesOfApplications(unsigned answers, Figures& figures) {
     kit.kill(Part::tvService);
     host::MessageQueue queue; // in its place
     constexpr std::size_t bufferBytes = 16 * 1024;
-    frame::OmqIOModule& endpoint = queue.serve(tvservice::serviceName, tvservice::messageSet(), bufferBytes);
+    host::QueueChannel& endpoint = queue.serve(tvservice::serviceName, tvservice::messageSet(), bufferBytes);
     queue.start();
-    require(kit.waitFor([&] { return !host::MessageQueue::clientsOf(endpoint).empty(); }, receiver::defaultTimeout),
+    require(kit.waitFor([&] { return !endpoint.clients().empty(); }, receiver::defaultTimeout),
             "the framework process does not connect");
     const pid_t process = kit.processId(Part::frameHost);
     const long before = killed::sizeOf(process).kibibytes;

@@ -10,10 +10,8 @@
 
 namespace host {
 class MessageQueue;
-}
-namespace frame {
-class OmqIOModule;
-}
+class QueueChannel;
+} // namespace host
 
 namespace soak {
 
@@ -29,7 +27,7 @@ public:
     QueueClient& operator=(const QueueClient&) = delete;
 
 private:
-    frame::OmqIOModule& channel_;
+    host::QueueChannel& channel_;
     char* const text_;
     std::atomic<std::uint32_t> sent_{0};
 };

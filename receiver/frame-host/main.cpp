@@ -1,6 +1,7 @@
 // Runs application libraries in a framework process until SIGTERM or SIGINT.
 #include <host/configuration.h>
 #include <host/receiver.h>
+#include <host/result.h>
 #include <vdl/debug.h>
 
 #include <CLI/CLI.hpp>
@@ -27,7 +28,7 @@ int loadAll(void* context) {
     }
     for (const std::string& library : *static_cast<const std::vector<std::string>*>(context)) {
         if (const int result = host::loadApplication(library)) {
-            std::cerr << "frame-host: " << library << " did not start (" << result << ")\n";
+            std::cerr << "frame-host: " << library << " did not start: " << host::ResultText(result).text() << '\n';
             return failure;
         }
     }

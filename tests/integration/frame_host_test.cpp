@@ -63,8 +63,8 @@ TEST_F(FrameHost, UndoesEverythingWhenAMembersStartFails) {
     const Outcome outcome = run(commandOf({"first-application", "unstartable-application", "second-application"}));
     EXPECT_EQ(outcome.exitCode, failed);
     EXPECT_THAT(outcome.error,
-                AllOf(HasSubstr("member 2 of " + pathOf("unstartable-application")), HasSubstr("start returned -16"),
-                      HasSubstr("frame-host: " + pathOf("unstartable-application") + " did not start (-16)\n")));
+                AllOf(HasSubstr("member 2 of " + pathOf("unstartable-application")), HasSubstr("start returned EBUSY, Device or resource busy"),
+                      HasSubstr("frame-host: " + pathOf("unstartable-application") + " did not start: EBUSY, Device or resource busy\n")));
     EXPECT_THAT(
         stepsIn(outcome.error),
         ElementsAre("first-application 1: set up", "first-application 2: set up", "first-application 1: started",
@@ -79,7 +79,7 @@ TEST_F(FrameHost, UndoesEverythingWhenAMembersStartFails) {
 TEST_F(FrameHost, StartsNoMemberWhenASetUpFails) {
     const Outcome outcome = run(commandOf({"unset-application"}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error, AllOf(HasSubstr("setupDone returned -12"), HasSubstr("did not start (-12)")));
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("setupDone returned ENOMEM, Cannot allocate memory"), HasSubstr("did not start: ENOMEM, Cannot allocate memory")));
     EXPECT_THAT(stepsIn(outcome.error),
                 ElementsAre("unset-application 1: set up", "unset-application 2: set up",
                             "unset-application 2: destroyed", "unset-application 1: destroyed"));
@@ -88,7 +88,7 @@ TEST_F(FrameHost, StartsNoMemberWhenASetUpFails) {
 TEST_F(FrameHost, SaysWhatAMemberThrew) {
     const Outcome outcome = run(commandOf({"throwing-application"}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error, AllOf(HasSubstr("start threw: no picture memory"), HasSubstr("did not start (-5)")));
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("start threw: no picture memory"), HasSubstr("did not start: EIO, Input/output error")));
 }
 
 TEST_F(FrameHost, RefusesALibraryThatDoesNotExist) {
@@ -96,7 +96,7 @@ TEST_F(FrameHost, RefusesALibraryThatDoesNotExist) {
     const Outcome outcome = run(commandOf({"first-application", missing}));
     EXPECT_EQ(outcome.exitCode, failed);
     EXPECT_THAT(outcome.error, AllOf(HasSubstr("cannot load " + missing), HasSubstr("No such file or directory"),
-                                     HasSubstr("frame-host: " + missing + " did not start (-2)\n"),
+                                     HasSubstr("frame-host: " + missing + " did not start: ENOENT, No such file or directory\n"),
                                      HasSubstr("first-application 1: stopped\n")));
 }
 
@@ -112,19 +112,19 @@ TEST_F(FrameHost, RefusesALibraryWithoutTheEntry) {
     const Outcome outcome = run(commandOf({"frame-platform"}));
     EXPECT_EQ(outcome.exitCode, failed);
     EXPECT_THAT(outcome.error, AllOf(HasSubstr(pathOf("frame-platform") + " is no application library"),
-                                     HasSubstr("frameCreateApplicationArray"), HasSubstr("did not start (-2)")));
+                                     HasSubstr("frameCreateApplicationArray"), HasSubstr("did not start: ENOENT, No such file or directory")));
 }
 
 TEST_F(FrameHost, RefusesALibraryThatMakesNoMembers) {
     const Outcome outcome = run(commandOf({"memberless-application"}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error, HasSubstr("did not start (-22)"));
+    EXPECT_THAT(outcome.error, HasSubstr("did not start: EINVAL, Invalid argument"));
 }
 
 TEST_F(FrameHost, SaysThatTheAdapterMustBeLoadedFirst) {
     const Outcome outcome = run(commandOf({"control-application", "app-tvservice-adapter"}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error, AllOf(HasSubstr("load its library before this one"), HasSubstr("did not start (-2)")));
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("load its library before this one"), HasSubstr("did not start: ENOENT, No such file or directory")));
     EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
 }
 

@@ -119,7 +119,7 @@ TEST_F(Tvctl, AsksForJsonAndMakesItOfText) {
 TEST_F(Tvctl, SaysWhyACommandFailed) {
     serve();
     EXPECT_EQ(tvctl({"fail", "16"}), (Outcome{failed, "", "tvctl: no tuner\n"}));
-    EXPECT_EQ(tvctl({"fail-silently", "16"}), (Outcome{failed, "", "tvctl: failed: Device or resource busy\n"}));
+    EXPECT_EQ(tvctl({"fail-silently", "16"}), (Outcome{failed, "", "tvctl: failed: EBUSY, Device or resource busy\n"}));
     const Outcome json = tvctl({"--json", "fail", "16"});
     EXPECT_EQ(json.exitCode, failed);
     EXPECT_EQ(json.output, "");

@@ -268,7 +268,7 @@ protected:
     Inbox serverInbox, clientInbox;
     News news;
     std::unique_ptr<host::MessageQueue> server, client;
-    frame::OmqIOModule *offered = nullptr, *channel = nullptr;
+    host::QueueChannel *offered = nullptr, *channel = nullptr;
 };
 
 } // namespace queue_test

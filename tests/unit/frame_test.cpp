@@ -101,7 +101,7 @@ TEST(ApplicationMembers, AreUndoneWhenOneThrows) {
 
 TEST(ApplicationMembers, ThatFailAreNamedInTheLog) {
     inOwnProcess([] { startMembers({new Member("A"), new Member("B", "setupDone")}); }, "member 2 of ");
-    inOwnProcess([] { startMembers({new Member("A"), new Member("B", "setupDone")}); }, "setupDone returned -5");
+    inOwnProcess([] { startMembers({new Member("A"), new Member("B", "setupDone")}); }, "setupDone returned EIO, Input/output error");
 }
 
 TEST(ApplicationMembers, MayBeNone) { EXPECT_EQ(startMembers({}), 0); }

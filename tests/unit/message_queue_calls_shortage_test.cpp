@@ -40,7 +40,7 @@ protected:
         EXPECT_EQ(client->statistics().size(), 0U);
         EXPECT_EQ(descriptors(), atRest);
     }
-    frame::OmqIOModule& connect() { return client->connectTo("tuner", messages, 64, nullptr); }
+    host::QueueChannel& connect() { return client->connectTo("tuner", messages, 64, nullptr); }
     template <class Act, class Afterwards> static long failEverywhere(const Act& act, const Afterwards& afterwards) {
         return failAtEveryAllocation(act, afterwards, std::get<1>(GetParam()));
     }
@@ -84,7 +84,7 @@ TEST_P(QueueCalls, OfferNoServiceOrAWholeOne) {
 }
 
 TEST_P(QueueCalls, OpenAllConnectionsOrNone) {
-    const std::vector<frame::OmqIOModule*> channels{&connect(), &connect()};
+    const std::vector<host::QueueChannel*> channels{&connect(), &connect()};
     const auto noneOpen = [this] {
         for (const auto& counters : client->statistics()) EXPECT_FALSE(counters.connected);
         EXPECT_EQ(descriptors(), atRest);
@@ -147,7 +147,7 @@ TEST_F(QueueToAll, SendsToTheClientsForWhomThereIsMemory) {
         secondInbox.listenAt(secondChannel);
         second.open(secondChannel);
         second.start();
-        ASSERT_TRUE(eventually([&] { return host::MessageQueue::clientsOf(*offered).size() == 2; }));
+        ASSERT_TRUE(eventually([&] { return offered->clients().size() == 2; }));
 
         const std::uint32_t number = 1;
         const auto before = clientInbox.size();

@@ -74,7 +74,7 @@ TEST_F(MessageQueue, EvictsNoClientThatHasSentItsHello) {
         peers.back()->say(hello);
         EXPECT_EQ(peers.back()->hear(helloSize), hello);
     }
-    EXPECT_TRUE(eventually([&] { return server->clientsOf(*offered).size() == peers.size(); }));
+    EXPECT_TRUE(eventually([&] { return offered->clients().size() == peers.size(); }));
     EXPECT_EQ(atServer().refused, 0U);
 }
 
@@ -88,15 +88,15 @@ TEST_F(MessageQueue, RejectsTheNewestOfMoreClientsThanItTakes) {
         peers.push_back(std::make_unique<RawPeer>(path));
         EXPECT_TRUE(comesIn(*peers.back()));
     }
-    ASSERT_TRUE(eventually([&] { return server->clientsOf(*offered).size() == peers.size(); }));
+    ASSERT_TRUE(eventually([&] { return offered->clients().size() == peers.size(); }));
     EXPECT_TRUE(RawPeer(path).isRejected());
     EXPECT_TRUE(log.waitFor("client rejected: the service has its 256 clients already", 10s));
     EXPECT_EQ(atServer().refused, 1U);
     peers.pop_back();
-    ASSERT_TRUE(eventually([&] { return server->clientsOf(*offered).size() == peers.size(); }));
+    ASSERT_TRUE(eventually([&] { return offered->clients().size() == peers.size(); }));
     RawPeer another(path);
     EXPECT_TRUE(comesIn(another));
-    EXPECT_TRUE(eventually([&] { return server->clientsOf(*offered).size() == 256; }));
+    EXPECT_TRUE(eventually([&] { return offered->clients().size() == 256; }));
 }
 
 TEST_F(MessageQueue, FreesWhatItHeldForClientsThatHaveGone) {
@@ -106,7 +106,7 @@ TEST_F(MessageQueue, FreesWhatItHeldForClientsThatHaveGone) {
         for (; clients > 0; --clients) {
             const std::size_t before = serverInbox.size();
             RawPeer(path).say(hello + frameOf(numberMeta, 4, words({1}, false)));
-            ASSERT_TRUE(eventually([&] { return serverInbox.size() > before && server->clientsOf(*offered).empty(); }));
+            ASSERT_TRUE(eventually([&] { return serverInbox.size() > before && offered->clients().empty(); }));
         }
         std::lock_guard lock(serverInbox.mutex); // which grows with every message
         serverInbox.numbers.reserve(1000);

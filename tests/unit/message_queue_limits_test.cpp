@@ -50,15 +50,14 @@ TEST_F(CrowdedQueue, BoundsWhatWaitsForAllClientsTogetherAndReservesAPartForEach
         peers.push_back(std::make_unique<RawPeer>(path));
         peers.back()->say(honestHello());
     }
-    ASSERT_TRUE(eventually([&] { return host::MessageQueue::clientsOf(*offered).size() == silent; }));
+    ASSERT_TRUE(eventually([&] { return offered->clients().size() == silent; }));
     while (sendText(*offered, textBytes, 'x') == 0) {
     }
     const std::size_t all = 4 * limits.bytes, each = 1024 * 1024;
     EXPECT_LE(atServer().queued, (all + silent * each) / textBytes);
     EXPECT_GE(atServer().queued, all / textBytes - 1);
     startClient();
-    ASSERT_TRUE(
-        eventually([&] { return atClient().connected && host::MessageQueue::clientsOf(*offered).size() > silent; }));
+    ASSERT_TRUE(eventually([&] { return atClient().connected && offered->clients().size() > silent; }));
     EXPECT_EQ(0, sendText(*offered, textBytes, 'x'));
     EXPECT_TRUE(eventually([&] { return clientInbox.size() == 1; }));
 }
@@ -73,8 +72,8 @@ TEST_F(CrowdedQueue, LeavesRoomForAnswersBesideWhatAllClientsAreSent) {
         startServer();
         RawPeer deaf(path);
         deaf.say(honestHello());
-        ASSERT_TRUE(eventually([&] { return host::MessageQueue::clientsOf(*offered).size() == 1; }));
-        const frame::TransportInfo toIt{host::MessageQueue::clientsOf(*offered).front(), {}};
+        ASSERT_TRUE(eventually([&] { return offered->clients().size() == 1; }));
+        const frame::TransportInfo toIt{offered->clients().front(), {}};
         while (sendText(*offered, textBytes, 'x') == 0) {
         }
         EXPECT_LE(atServer().queued, toAll);

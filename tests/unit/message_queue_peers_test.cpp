@@ -32,7 +32,7 @@ TEST_F(MessageQueue, RejectsAPeerWithAnotherLayout) {
     testing::internal::CaptureStderr();
     startClient({changed, 2});
     EXPECT_TRUE(eventually([&] { return news.failed > 0 && atServer().refused > 0 && atClient().refused > 0; }));
-    EXPECT_EQ("peer's message 0x00002001 (Number) has another layout", host::MessageQueue::failureOf(*channel));
+    EXPECT_EQ("peer's message 0x00002001 (Number) has another layout", channel->failure());
     client->stop();
     const std::string log = testing::internal::GetCapturedStderr();
     EXPECT_NE(std::string::npos, log.find("service tuner: peer's message 0x00002001 (Number) has another layout"))
@@ -121,13 +121,13 @@ TEST_F(MessageQueue, ConnectsAgainWhenTheServiceRestarts) {
     EXPECT_TRUE(honestClientServed());
     server.reset();
     ASSERT_TRUE(eventually([&] { return news.disconnected == 1; }));
-    EXPECT_NE("", host::MessageQueue::failureOf(*channel));
+    EXPECT_NE("", channel->failure());
     EXPECT_EQ(0, sendNumber(*channel, 8));
     startServer();
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 2; }));
     EXPECT_EQ(8u, serverInbox.numbers[1]);
     EXPECT_EQ(2, news.connected);
-    EXPECT_EQ("", host::MessageQueue::failureOf(*channel));
+    EXPECT_EQ("", channel->failure());
     EXPECT_EQ(1u, atClient().reconnects);
     EXPECT_EQ(0u, atClient().dropped);
 }

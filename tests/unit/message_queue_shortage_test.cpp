@@ -115,7 +115,7 @@ struct Sender : frame::IOConnectionListener {
         if (!std::exchange(sent, true)) result = sendNumber(*channel, 1).result;
     }
     void onIOConnectionDisconnected() override {}
-    frame::OmqIOModule* channel = nullptr;
+    host::QueueChannel* channel = nullptr;
     bool sent = false;
     std::atomic<int> result{1};
 };
@@ -166,7 +166,7 @@ protected:
     std::atomic<int> taken{0};        // messages that the server's handlers were given
     std::atomic<bool> holding{false}; // its receiving thread stays in the handler
     std::unique_ptr<host::MessageQueue> server, client;
-    frame::OmqIOModule *offered = nullptr, *channel = nullptr;
+    host::QueueChannel *offered = nullptr, *channel = nullptr;
 };
 
 TEST_F(Shortage, OfDescriptorsMakesClientsWaitUntilThereIsOne) {

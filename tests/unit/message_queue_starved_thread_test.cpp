@@ -110,7 +110,7 @@ protected:
     std::atomic<int> taken{0};
     bool answering = false;
     std::unique_ptr<host::MessageQueue> queue;
-    frame::OmqIOModule* channel = nullptr;
+    host::QueueChannel* channel = nullptr;
 };
 
 class StarvedService : public StarvedThread {

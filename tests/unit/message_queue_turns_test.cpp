@@ -41,7 +41,7 @@ struct HeldHandler {
     std::condition_variable goOn;
     bool released = false;
     std::chrono::milliseconds work{0};   // that each number takes
-    frame::OmqIOModule* toAll = nullptr; // where the notifications to all are sent, if any
+    host::QueueChannel* toAll = nullptr; // where the notifications to all are sent, if any
     std::vector<std::uint64_t> takers;
 };
 
@@ -109,7 +109,7 @@ TEST_F(FloodedQueue, StopsAlthoughMessagesAreWaiting) {
 TEST_F(FloodedQueue, SlowsTheFlooderWhileOthersDoNotReadItsNotifications) {
     RawPeer deaf(path);
     deaf.say(hello);
-    ASSERT_TRUE(eventually([&] { return host::MessageQueue::clientsOf(*offered).size() == 1; }));
+    ASSERT_TRUE(eventually([&] { return offered->clients().size() == 1; }));
     handler.toAll = offered;
     handler.release();
     constexpr std::uint32_t count = 2000, together = 64; // then it waits

@@ -26,7 +26,7 @@ protected:
         startServer(service);
         startClient(peer);
         EXPECT_TRUE(eventually([&] { return news.failed > 0 && atServer().refused > 0 && atClient().refused > 0; }));
-        EXPECT_EQ(host::MessageQueue::failureOf(*channel), peersLine);
+        EXPECT_EQ(channel->failure(), peersLine);
         client->stop();
         server->stop();
         std::string text;

@@ -98,7 +98,7 @@ protected:
     void expectNobodyIn(const host::LogCapture& log, const std::string& told) {
         EXPECT_TRUE(log.waitFor(told, 10s));
         EXPECT_EQ(0u, serverInbox.size());
-        EXPECT_TRUE(host::MessageQueue::clientsOf(*offered).empty());
+        EXPECT_TRUE(offered->clients().empty());
     }
     // The error of a start.
     template <class Start> std::string complaint(Start start) {
@@ -198,7 +198,7 @@ TEST_F(BetweenHosts, CountsEveryUnauthenticatedPeerOnce) {
     }
     EXPECT_TRUE(eventually([&] { return atServer().refused == 4 * each; })) << atServer().refused;
     EXPECT_TRUE(honestClientServed());
-    EXPECT_EQ(1u, host::MessageQueue::clientsOf(*offered).size());
+    EXPECT_EQ(1u, offered->clients().size());
     client.reset();
     EXPECT_TRUE(eventually([&] { return !atServer().connected; }));
     EXPECT_EQ(4 * each, atServer().refused);

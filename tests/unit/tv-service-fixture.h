@@ -115,7 +115,7 @@ private:
     std::vector<Heard> heard_;
     int lastMark_ = -1000;
     host::MessageQueue queue_;
-    frame::OmqIOModule& channel_;
+    host::QueueChannel& channel_;
 };
 
 class TvServiceTest : public testing::Test {

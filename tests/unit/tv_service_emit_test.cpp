@@ -135,7 +135,7 @@ TEST_F(Emit, SaysWhenANotificationCouldNotBeSent) {
     other.reset();
     queue.stop();
     EXPECT_LT(shell.run("TvServicePlayInfo", ""), 0);
-    EXPECT_EQ(shell.output, "TvServicePlayInfo was not sent (-108)\n");
+    EXPECT_EQ(shell.output, "TvServicePlayInfo was not sent: ESHUTDOWN, stopped\n");
 }
 
 TEST_F(Emit, WorksWhileRequestsAreServed) {

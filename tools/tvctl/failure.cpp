@@ -1,11 +1,11 @@
 #include "failure.h"
 
 #include <host/printable.h>
+#include <host/result.h>
 
 #include <cerrno>
 #include <nlohmann/json.hpp>
 #include <ostream>
-#include <system_error>
 
 namespace tvctl {
 namespace {
@@ -26,7 +26,7 @@ int exitCodeOf(int status) {
 std::string explanationOf(const host::ShellReply& reply) {
     auto text = withoutFinalLineFeed(reply.output);
     if (!reply.error.empty()) text += (text.empty() ? "" : "\n") + reply.error;
-    return text.empty() ? "failed: " + std::system_category().message(-reply.status) : text;
+    return text.empty() ? std::string("failed: ") + host::ResultText(reply.status).text() : text;
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+#include "base/guarded-call.h"
 #include "frame/process-state.h"
 #include "log/log.h"
 
@@ -6,7 +7,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <exception>
 #include <list>
 #include <mutex>
 
@@ -132,13 +132,9 @@ void AbstractProcessMember::runEvents() {
         limit = events->scheduled;
     }
     while (const std::function<void()> event = events->take(limit)) {
-        try {
-            event();
-        } catch (const std::exception& error) {
-            HOST_LOG(frame, vdlDebugFailure, "an event threw: %s\n", error.what());
-        } catch (...) {
-            HOST_LOG(frame, vdlDebugFailure, "an event threw an unknown exception\n");
-        }
+        host::guardedCall(event, [](const host::Thrown& thrown) {
+            HOST_LOG(frame, vdlDebugFailure, "an event threw: %s\n", thrown.what);
+        });
     }
 }
 

@@ -1,14 +1,15 @@
 // The members of the process and their way up and down.
+#include "base/guarded-call.h"
 #include "frame/process-state.h"
 #include "log/log.h"
 
 #include <frame/abstract-marshalling-impl.h>
+#include <host/result.h>
 
 #include <algorithm>
 #include <boost/core/demangle.hpp>
 #include <cerrno>
 #include <cstdlib>
-#include <exception>
 #include <typeinfo>
 
 namespace frame {
@@ -19,17 +20,15 @@ std::string typeName(const AbstractProcessMember& member) { return boost::core::
 
 // Runs one step of a member. A negative result is logged with the name of the step; an exception counts as -EIO.
 template <class Operation> int runStep(const std::string& who, const char* step, Operation operation) {
-    try {
-        const int result = operation();
-        if (result >= 0) return 0;
-        HOST_LOG(frame, vdlDebugFailure, "%s: %s returned %d\n", who.c_str(), step, result);
-        return result;
-    } catch (const std::exception& error) {
-        HOST_LOG(frame, vdlDebugFailure, "%s: %s threw: %s\n", who.c_str(), step, error.what());
-    } catch (...) {
-        HOST_LOG(frame, vdlDebugFailure, "%s: %s threw an unknown exception\n", who.c_str(), step);
-    }
-    return -EIO;
+    int result = -EIO;
+    const bool returned =
+        host::guardedCall([&] { result = operation(); },
+                          [&](const host::Thrown& thrown) {
+                              HOST_LOG(frame, vdlDebugFailure, "%s: %s threw: %s\n", who.c_str(), step, thrown.what);
+                          });
+    if (returned && result < 0)
+        HOST_LOG(frame, vdlDebugFailure, "%s: %s returned %s\n", who.c_str(), step, host::ResultText(result).text());
+    return std::min(result, 0);
 }
 
 } // namespace
@@ -40,7 +39,7 @@ struct Process::State::BringUp {
     const std::string& source;
     std::vector<AbstractProcessMember*> members;
     std::size_t attached = 0;
-    std::vector<OmqIOModule*> channels = {}; // of the marshalling members
+    std::vector<host::QueueChannel*> channels = {}; // of the marshalling members
 
     std::string name(std::size_t index) const {
         return "member " + std::to_string(index + 1) + " of " + source + " (" + typeName(*members[index]) + ")";
@@ -77,8 +76,8 @@ struct Process::State::BringUp {
             HOST_LOG(frame, vdlDebugFailure, "%s has not set the name of its service\n", typeName(member).c_str());
             return -EINVAL;
         }
-        OmqIOModule& channel = state.messageQueue().connectTo(member.getServiceName(), member.getMessageSet(),
-                                                              member.getSendBufferSize(), &member);
+        host::QueueChannel& channel = state.messageQueue().connectTo(member.getServiceName(), member.getMessageSet(),
+                                                                     member.getSendBufferSize(), &member);
         channels.push_back(&channel);
         member.setOmqIOModule(&channel);
         return 0;
@@ -113,7 +112,7 @@ struct Process::State::BringUp {
         for (AbstractProcessMember* member : members)
             if (auto* marshalling = dynamic_cast<AbstractMarshallingImpl*>(member))
                 marshalling->setOmqIOModule(nullptr);
-        for (OmqIOModule* channel : channels) state.messageQueue().withdraw(*channel);
+        for (host::QueueChannel* channel : channels) state.messageQueue().withdraw(*channel);
     }
 };
 

@@ -1,10 +1,10 @@
 // The framework's thread: work posted to it, and its beginning and end.
+#include "base/guarded-call.h"
 #include "frame/process-state.h"
 #include "log/log.h"
 #include "runlog/run-log-waits.h"
 
 #include <cerrno>
-#include <exception>
 #include <future>
 
 namespace frame {
@@ -54,13 +54,9 @@ void Process::State::serve() {
         std::function<void()> work = std::move(work_.front());
         work_.pop_front();
         lock.unlock();
-        try {
-            work();
-        } catch (const std::exception& error) {
-            HOST_LOG(frame, vdlDebugFailure, "work on the framework's thread threw: %s\n", error.what());
-        } catch (...) {
-            HOST_LOG(frame, vdlDebugFailure, "work on the framework's thread threw an unknown exception\n");
-        }
+        host::guardedCall(work, [](const host::Thrown& thrown) {
+            HOST_LOG(frame, vdlDebugFailure, "work on the framework's thread threw: %s\n", thrown.what);
+        });
         work = nullptr; // what it holds may end up here again
         lock.lock();
     }

@@ -6,6 +6,7 @@
 #include <frame/process.h>
 #include <host/environment.h>
 #include <host/receiver.h>
+#include <host/result.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -106,9 +107,10 @@ void startShell() {
     (void)shellEndpointOf(processName()); // says itself what is wrong with the folder or the configuration
     const int result = frame::Process::getInstance()->startAppMembersSync(CreateOvshellProxy);
     if (result < 0)
-        throw std::runtime_error(
-            (appovshell::failure().empty() ? "debug shell: " + std::to_string(result) : appovshell::failure()) +
-            appovshell::adviceFor(-result));
+        throw std::runtime_error((appovshell::failure().empty()
+                                      ? std::string("debug shell: ") + ResultText(result).text()
+                                      : appovshell::failure()) +
+                                 appovshell::adviceFor(-result));
 }
 
 } // namespace host

@@ -3,6 +3,8 @@
 #include "connection.h"
 #include "log/log.h"
 
+#include <host/result.h>
+
 #include <boost/asio/post.hpp>
 #include <chrono>
 #include <exception>
@@ -89,7 +91,7 @@ int Channel::put(const Outgoing& message, Outbox& outbox, Connection* connection
     const auto shareOf = [room](std::size_t most) { return room == Room::all ? most : most - most / partForAnswers; };
     if (outbox.messages() >= shareOf(limits_.messages)) return full();
     const auto deadline = connection ? Outbox::Time::max() : std::chrono::steady_clock::now() + limits_.wait;
-    outbox.add(message.ids, message.meta, message.plan, message.payload, deadline);
+    outbox.add(message, deadline);
     if (outbox.bytes() > shareOf(mostBytes(outbox))) {
         outbox.retractLast();
         return full();
@@ -107,8 +109,8 @@ void Channel::tellRefusals(Outbox& outbox) {
 
 int Channel::refuse(int result, const frame::MsgMeta& meta, const char* why) {
     count(counters.refused);
-    HOST_LOG(io, vdlDebugFailure, "service %s: message 0x%08x refused (%d): %s\n", service.c_str(), meta.messageId,
-             result, why);
+    HOST_LOG(io, vdlDebugFailure, "service %s: message 0x%08x refused (%s): %s\n", service.c_str(), meta.messageId,
+             ResultText(result).text(), why);
     return result;
 }
 

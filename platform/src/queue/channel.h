@@ -36,7 +36,7 @@ inline void count(std::atomic<std::uint64_t>& counter, std::uint64_t by = 1) {
     counter.fetch_add(by, std::memory_order_relaxed);
 }
 
-class Channel : public frame::OmqIOModule {
+class Channel : public QueueChannel {
 public:
     Channel(boost::asio::io_context& io, const std::string& service, const frame::MessageSet& messages,
             std::size_t sendBufferBytes, const QueueLimits& limits, bool serving);
@@ -46,9 +46,6 @@ public:
     int asyncSend(const frame::MsgIds& ids, const frame::MsgMeta& meta, const frame::TransportInfo* transport,
                   const vdl::EndianTable& table, const void* payload, const boost::function<void()>& completed) final;
 
-    // On the receiving thread: the channel begins its work, or goes on with what it had no memory for. What there is
-    // still no memory for asks for proceedLater again.
-    virtual void proceed() noexcept = 0;
     // From any thread: asyncSend refuses from now on.
     void refuseFromNowOn();
     // When the receiving thread has ended: closes everything and drops what waits.
@@ -82,13 +79,6 @@ public:
     std::mutex mutex; // guards the outboxes and which connections are ready
 
 protected:
-    // A message as asyncSend was given it.
-    struct Outgoing {
-        const frame::MsgIds& ids;
-        const frame::MsgMeta& meta;
-        const Plan& plan;
-        const void* payload;
-    };
     // Hands a message to the connection, or all of them. The mutex is held. Results as of asyncSend; whoever
     // refuses has counted it.
     virtual int dispatch(const Outgoing& message, const frame::TransportInfo* transport) = 0;
@@ -100,7 +90,7 @@ protected:
     virtual std::size_t mostBytes(const Outbox&) const { return limits_.bytes; }
     int refuse(int result, const frame::MsgMeta& meta, const char* why);
     virtual void addTo(frame::IOStatistics& statistics) = 0; // connected and queued; the mutex is held
-    // On the receiving thread: has it call proceed in a while, for which it needs no memory.
+    // On the receiving thread: has the queue call proceed in a while, for which it needs no memory.
     void proceedLater() noexcept { io_.stop(); }
 
     boost::asio::io_context& io_;

@@ -1,6 +1,7 @@
 #include "client-channel.h"
 
 #include "base/error-text.h"
+#include "base/guarded-call.h"
 #include "log/log.h"
 
 #include <boost/asio/post.hpp>
@@ -165,13 +166,10 @@ void ClientChannel::watchDeadlines() noexcept {
 
 void ClientChannel::tell(void (frame::IOConnectionListener::*news)()) noexcept {
     if (!listener_) return;
-    try {
-        (listener_->*news)();
-    } catch (const std::exception& error) {
-        HOST_LOG(io, vdlDebugFailure, "service %s: listener threw: %s\n", service.c_str(), error.what());
-    } catch (...) {
-        HOST_LOG(io, vdlDebugFailure, "service %s: listener threw\n", service.c_str());
-    }
+    guardedCall([&] { (listener_->*news)(); },
+                [&](const Thrown& thrown) {
+                    HOST_LOG(io, vdlDebugFailure, "service %s: listener threw: %s\n", service.c_str(), thrown.what);
+                });
 }
 
 void ClientChannel::addTo(frame::IOStatistics& statistics) {

@@ -24,8 +24,7 @@ public:
     void end() override;
     void onConnectionReady(Connection& connection) noexcept override;
     void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const char* reason) noexcept override;
-    // Why there is no connection, as far as an attempt has shown it; from any thread.
-    std::string failure();
+    std::string failure() override;
 
 protected:
     int dispatch(const Outgoing& message, const frame::TransportInfo* transport) override;

@@ -1,6 +1,7 @@
 #include "connection.h"
 
 #include "base/error-text.h"
+#include "base/guarded-call.h"
 #include "byte-order.h"
 #include "log/log.h"
 
@@ -11,7 +12,6 @@
 #include <chrono>
 #include <exception>
 #include <mutex>
-#include <system_error>
 #include <utility>
 
 namespace host::io {
@@ -265,15 +265,11 @@ void Connection::handleFrame(const char* header, std::uint32_t size, char* body)
     }
     count(channel_.counters.received);
     channel_.beginHandling(*this);
-    try {
-        handler->function(meta, transport, body, handler->context);
-    } catch (const std::exception& error) {
-        HOST_LOG(io, vdlDebugFailure, "service %s: handler of message 0x%08x threw: %s\n", channel_.service.c_str(),
-                 meta.messageId, error.what());
-    } catch (...) {
-        HOST_LOG(io, vdlDebugFailure, "service %s: handler of message 0x%08x threw\n", channel_.service.c_str(),
-                 meta.messageId);
-    }
+    guardedCall([&] { handler->function(meta, transport, body, handler->context); },
+                [&](const Thrown& thrown) {
+                    HOST_LOG(io, vdlDebugFailure, "service %s: handler of message 0x%08x threw: %s\n",
+                             channel_.service.c_str(), meta.messageId, thrown.what);
+                });
     forOthers_ += channel_.endHandling();
 }
 

@@ -40,12 +40,12 @@ struct MessageQueue::State {
         }
         return added;
     }
-    void remove(const frame::OmqIOModule& channel) {
+    void remove(const QueueChannel& channel) {
         std::lock_guard lock(mutex);
         std::erase_if(channels, [&](const auto& one) { return one.get() == &channel; });
     }
     // The channels' work begins on the receiving thread, now or when that starts.
-    void open(const std::vector<io::Channel*>& more) {
+    void open(const std::vector<QueueChannel*>& more) {
         std::lock_guard lock(mutex);
         if (stopped) return;
         opened.reserve(opened.size() + more.size());
@@ -54,9 +54,9 @@ struct MessageQueue::State {
     }
     // Not under the mutex, as listeners may call the queue.
     void proceed() noexcept {
-        for (std::size_t i = 0; io::Channel* channel = openedAt(i); ++i) channel->proceed();
+        for (std::size_t i = 0; QueueChannel* channel = openedAt(i); ++i) channel->proceed();
     }
-    io::Channel* openedAt(std::size_t i) noexcept {
+    QueueChannel* openedAt(std::size_t i) noexcept {
         std::lock_guard lock(mutex);
         return i < opened.size() ? opened[i] : nullptr;
     }
@@ -95,7 +95,7 @@ struct MessageQueue::State {
     std::mutex mutex; // guards the rest
     // One for each marshalling member, and one for each service that the program offers; peers add none.
     std::vector<std::unique_ptr<io::Channel>> channels;
-    std::vector<io::Channel*> opened; // of those, never removed from
+    std::vector<QueueChannel*> opened; // of those, never removed from
     std::thread thread;
     std::atomic<bool> stopped{false}; // set under the mutex
 };
@@ -107,27 +107,22 @@ MessageQueue::~MessageQueue() {
     delete state_;
 }
 
-frame::OmqIOModule& MessageQueue::connectTo(const std::string& service, const frame::MessageSet& messages,
-                                            std::size_t sendBufferBytes, frame::IOConnectionListener* listener) {
+QueueChannel& MessageQueue::connectTo(const std::string& service, const frame::MessageSet& messages,
+                                      std::size_t sendBufferBytes, frame::IOConnectionListener* listener) {
     return state_->add(std::make_unique<io::ClientChannel>(state_->io, state_->transports->connectorTo(service),
                                                            service, messages, sendBufferBytes, state_->limits,
                                                            listener));
 }
 
-void MessageQueue::open(frame::OmqIOModule& channel) { open(std::vector{&channel}); }
+void MessageQueue::open(QueueChannel& channel) { open(std::vector{&channel}); }
 
-void MessageQueue::open(const std::vector<frame::OmqIOModule*>& channels) {
-    std::vector<io::Channel*> opened;
-    opened.reserve(channels.size());
-    for (frame::OmqIOModule* channel : channels) opened.push_back(static_cast<io::Channel*>(channel));
-    state_->open(opened);
-}
+void MessageQueue::open(const std::vector<QueueChannel*>& channels) { state_->open(channels); }
 
-void MessageQueue::withdraw(frame::OmqIOModule& channel) { state_->remove(channel); }
+void MessageQueue::withdraw(QueueChannel& channel) { state_->remove(channel); }
 
-frame::OmqIOModule& MessageQueue::serve(const std::string& service, const frame::MessageSet& messages,
-                                        std::size_t sendBufferBytes) {
-    io::Channel& channel = state_->add(std::make_unique<io::ServiceChannel>(
+QueueChannel& MessageQueue::serve(const std::string& service, const frame::MessageSet& messages,
+                                  std::size_t sendBufferBytes) {
+    QueueChannel& channel = state_->add(std::make_unique<io::ServiceChannel>(
         state_->io, state_->transports->listenerFor(service), service, messages, sendBufferBytes, state_->limits));
     try {
         state_->open({&channel});
@@ -136,14 +131,6 @@ frame::OmqIOModule& MessageQueue::serve(const std::string& service, const frame:
         throw;
     }
     return channel;
-}
-
-std::vector<std::uint64_t> MessageQueue::clientsOf(frame::OmqIOModule& served) {
-    return static_cast<io::ServiceChannel&>(served).clients();
-}
-
-std::string MessageQueue::failureOf(frame::OmqIOModule& channel) {
-    return static_cast<io::ClientChannel&>(channel).failure();
 }
 
 void MessageQueue::start() {

@@ -11,34 +11,48 @@ namespace host::io {
 namespace {
 // A buffer that grew beyond this in a burst is given back afterwards.
 constexpr std::size_t largestKeptBytes = 1024 * 1024;
+
+// Appends the message as a frame. Throws as marshal does; the bytes are then as they were.
+void appendFrame(const Outgoing& message, Bytes& out) {
+    const std::size_t start = out.size();
+    try {
+        out.append(frameHeaderBytes);
+        marshal(message.plan, message.payload, out, maximumMessageBytes);
+    } catch (...) {
+        out.truncate(start);
+        throw;
+    }
+    char* header = out.data() + start;
+    store(header, static_cast<std::uint32_t>(out.size() - start - frameHeaderBytes));
+    store(header + 4, message.meta.instance);
+    store(header + 8, message.meta.interfaceCode);
+    store(header + 12, message.meta.messageId);
+    store(header + 16, std::uint32_t{0});
+    store(header + 16, message.meta.flag);
+    store(header + 20, message.ids.sender);
+    store(header + 24, message.ids.sequence);
+    store(header + 28, std::uint32_t{0});
+}
+
 } // namespace
 
 Outbox::Outbox(std::size_t firstCapacity) { frames_.reserve(std::min(firstCapacity, largestKeptBytes)); }
 
-void Outbox::add(const frame::MsgIds& ids, const frame::MsgMeta& meta, const Plan& plan, const void* payload,
-                 Time deadline) {
-    const std::size_t start = frames_.size();
+void Outbox::add(const Outgoing& message, Time deadline) {
+    const std::size_t before = frames_.size();
     waiting_.push_back({0, deadline});
     try {
-        frames_.append(frameHeaderBytes);
-        marshal(plan, payload, frames_, maximumMessageBytes);
+        if (!message.frame) {
+            appendFrame(message, frames_);
+        } else {
+            if (message.frame->size() == 0) appendFrame(message, *message.frame);
+            std::copy_n(message.frame->data(), message.frame->size(), frames_.append(message.frame->size()));
+        }
     } catch (...) {
-        frames_.truncate(start);
         waiting_.pop_back();
         throw;
     }
-    const std::size_t size = frames_.size() - start;
-    waiting_.back().bytes = size;
-    char* header = frames_.data() + start;
-    store(header, static_cast<std::uint32_t>(size - frameHeaderBytes));
-    store(header + 4, meta.instance);
-    store(header + 8, meta.interfaceCode);
-    store(header + 12, meta.messageId);
-    store(header + 16, std::uint32_t{0});
-    store(header + 16, meta.flag);
-    store(header + 20, ids.sender);
-    store(header + 24, ids.sequence);
-    store(header + 28, std::uint32_t{0});
+    waiting_.back().bytes = frames_.size() - before;
 }
 
 void Outbox::retractLast() noexcept {

@@ -16,6 +16,17 @@ namespace host::io {
 
 inline constexpr std::size_t frameHeaderBytes = 32;
 
+// A message as OmqIOModule::asyncSend was given it.
+struct Outgoing {
+    const frame::MsgIds& ids;
+    const frame::MsgMeta& meta;
+    const Plan& plan;
+    const void* payload;
+    // For a message that goes into several outboxes: the first one that takes it marshals it into here, where it is
+    // empty, and the others copy that.
+    Bytes* frame = nullptr;
+};
+
 // Whoever adds messages bounds them: Channel::put by queue.messages and queue.bytes.
 class Outbox {
 public:
@@ -24,8 +35,7 @@ public:
     explicit Outbox(std::size_t firstCapacity);
 
     // Adds a message at the end. Throws as marshal does; the outbox is then as it was.
-    void add(const frame::MsgIds& ids, const frame::MsgMeta& meta, const Plan& plan, const void* payload,
-             Time deadline);
+    void add(const Outgoing& message, Time deadline);
     void retractLast() noexcept; // with the memory that it took
 
     bool empty() const { return first_ == waiting_.size(); }

@@ -145,13 +145,17 @@ int ServiceChannel::dispatch(const Outgoing& message, const frame::TransportInfo
                 return put(message, client->outbox(), client.get(), Room::all);
         return refuse(-107, message.meta, "no such connection");
     }
-    // One client's full queue, or the want of memory for one, is no reason for the others to go without.
+    const auto isReady = [](const auto& client) { return client->ready(); };
+    const bool several = std::count_if(clients_.begin(), clients_.end(), isReady) > 1;
+    Bytes frame;
+    const Outgoing once{message.ids, message.meta, message.plan, message.payload, several ? &frame : nullptr};
+    // A client whose queue is full, or for which there is no memory, keeps the message from no other client.
     std::size_t taken = 0, lost = 0;
     int result = 0;
     for (const auto& client : clients_) {
         if (!client->ready()) continue;
         try {
-            const int one = put(message, client->outbox(), client.get(), Room::allButTheAnswers);
+            const int one = put(once, client->outbox(), client.get(), Room::allButTheAnswers);
             if (one == 0)
                 ++taken;
             else

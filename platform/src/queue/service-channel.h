@@ -27,7 +27,7 @@ public:
 
     void proceed() noexcept override;
     void end() override;
-    std::vector<std::uint64_t> clients();
+    std::vector<std::uint64_t> clients() override;
     void onConnectionReady(Connection& connection) noexcept override;
     bool othersAreBehind(const Connection& connection) override;
     const char* whyFull() const noexcept override;

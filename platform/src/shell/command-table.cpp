@@ -1,11 +1,10 @@
 #include "shell/command-table.h"
 
+#include "base/guarded-call.h"
 #include "request.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <exception>
-#include <new>
 #include <utility>
 
 namespace appovshell {
@@ -127,15 +126,10 @@ CommandTable::Result CommandTable::call(const Command& command, Invocation& invo
     Result result;
     {
         const Current current(*this, invocation);
-        try {
-            result.status = command.handler(command.context);
-        } catch (const std::bad_alloc&) {
-            result = {-ENOMEM, "out of memory"};
-        } catch (const std::exception& exception) {
-            result = {-EIO, exception.what()};
-        } catch (...) {
-            result = {-EIO, "the command failed with an exception of an unknown type"};
-        }
+        host::guardedCall([&] { result.status = command.handler(command.context); },
+                          [&](const host::Thrown& thrown) {
+                              result = {thrown.outOfMemory ? -ENOMEM : -EIO, thrown.what};
+                          });
     }
     if (result.status == 0 && invocation.cut)
         result = {-EMSGSIZE, "the output is longer than " + std::to_string(maximumOutput) + " bytes and was cut"};

@@ -8,6 +8,7 @@
 #include <host/environment.h>
 #include <host/printable.h>
 #include <host/receiver.h>
+#include <host/result.h>
 #include <vdl/debug.h>
 
 #include <CLI/CLI.hpp>
@@ -105,7 +106,8 @@ void Program::startShell() {
     int result = frame::Process::getInstance()->getInterfaceReference(reference, appovshell::Server::name());
     if (result >= 0) result = commands_.registerWith(*reference->get<appovshell::Server>());
     if (result >= 0 && addCommands_) result = addCommands_(*reference->get<appovshell::Server>());
-    if (result < 0) throw std::runtime_error("the debug shell takes no commands (" + std::to_string(result) + ')');
+    if (result < 0)
+        throw std::runtime_error(std::string("the debug shell takes no commands: ") + host::ResultText(result).text());
 }
 
 // Returns what was wrong.

@@ -21,14 +21,12 @@ class Sender {
 public:
     // Offers the service and returns its channel, for handlers. The sender must not be used after the queue's end.
     // Throws std::runtime_error when the service's endpoint cannot be had.
-    frame::OmqIOModule& offer(host::MessageQueue& queue, const std::string& name, const frame::MessageSet& messages) {
+    host::QueueChannel& offer(host::MessageQueue& queue, const std::string& name, const frame::MessageSet& messages) {
         channel_ = &queue.serve(name, messages, sendBufferBytes);
         return *channel_;
     }
 
-    std::vector<std::uint64_t> clients() const {
-        return host::MessageQueue::clientsOf(*channel_);
-    } // that are connected
+    std::vector<std::uint64_t> clients() const { return channel_->clients(); } // that are connected
 
     template <class Message, class... Args> int toAll(const Args&... args) const {
         return send<Message>(nullptr, args...);
@@ -48,7 +46,7 @@ private:
             *channel_, {.ids = frame::MsgIds::none, .transport = transport, .firstBytes = sendBufferBytes}, args...);
     }
 
-    frame::OmqIOModule* channel_ = nullptr;
+    host::QueueChannel* channel_ = nullptr;
 };
 
 } // namespace services

@@ -1,6 +1,7 @@
 #include "tvservice/emit.h"
 
 #include <genrpc/json.h>
+#include <host/result.h>
 #include <tvservice/messages.h>
 
 #include <cerrno>
@@ -71,7 +72,7 @@ int EmitCommand::emit() {
     if (json.empty()) json = sampleOf(name);
     try {
         if (const int result = emitter->send(genrpc::Json::parse(json), sender_); result < 0)
-            return fail(result, name + " was not sent (" + std::to_string(result) + ')');
+            return fail(result, name + " was not sent: " + host::ResultText(result).text());
     } catch (const genrpc::Json::parse_error& error) {
         return fail(-EINVAL, "the arguments are no JSON: " + problemOf(error));
     } catch (const genrpc::JsonError& error) {

@@ -85,7 +85,7 @@ std::optional<std::string> failureOfAttempt(const Service& service, std::chrono:
         const auto connected = news.wait(timeout);
         if (!connected) return "no answer within " + std::to_string(timeout.count()) + " ms";
         if (*connected) return std::nullopt;
-        return host::MessageQueue::failureOf(channel);
+        return channel.failure();
     } catch (const std::exception& error) {
         return error.what();
     }

@@ -8,6 +8,7 @@
 #include <appovshell/server.h>
 #include <frame/abstract-application.h>
 #include <frame/process.h>
+#include <host/result.h>
 #include <tvservice-adapter/model-tvservice-adapter.h>
 
 #include <boost/make_shared.hpp>
@@ -17,7 +18,9 @@
 namespace control {
 namespace {
 
-void complain(const char* what, int result) { CONTROL_LOG(vdlDebugFailure, "%s: %d\n", what, result); }
+void complain(const char* what, int result) {
+    CONTROL_LOG(vdlDebugFailure, "%s: %s\n", what, host::ResultText(result).text());
+}
 
 class ControlApplication : public frame::AbstractApplication {
 public:

@@ -3,11 +3,11 @@
 #include "request-words.h"
 
 #include <genrpc/json.h>
+#include <host/result.h>
 #include <tvservice/messages.h>
 
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <tuple>
 #include <vector>
 
@@ -71,7 +71,7 @@ int RequestCommands::run(const Request& request) {
     if (!reader.problem().empty()) return refuse(shell_, reader.problem());
     const std::string message = request.message;
     if (result < 0)
-        shell_.print(message + " could not be sent: " + std::system_category().message(-result) + "\n");
+        shell_.print(message + " could not be sent: " + host::ResultText(result).text() + "\n");
     else
         shell_.print(shell_.wantsJson() ? genrpc::textOf(genrpc::Json{{"sent", message}}) + "\n"
                                         : "sent " + message + "\n");

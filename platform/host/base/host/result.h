@@ -1,0 +1,20 @@
+// Results of the platform's functions by name.
+#pragma once
+
+#include <cstddef>
+
+namespace host {
+
+// A negative result, which is the negative of an errno, as text: "ENOTCONN, not connected" for -107. Other numbers are
+// printed as they are. Takes no memory, so that a want of memory can be reported.
+class ResultText {
+public:
+    explicit ResultText(int result) noexcept;
+    const char* text() const noexcept { return text_; }
+
+private:
+    static constexpr std::size_t most = 96; // the C library's longest name and description have 64 characters
+    char text_[most];
+};
+
+} // namespace host
