@@ -9,10 +9,15 @@ macro(platform_find target)
   endif()
 endmacro()
 
+if(NOT TARGET thread-safety)
+  add_subdirectory("${PLATFORM_FOLDER}/../thread-safety" thread-safety)
+endif()
+
 # What the platform offers to the product, and all that it offers it.
 if(NOT TARGET platform-contract)
   add_library(platform-contract INTERFACE)
   target_include_directories(platform-contract INTERFACE ${PLATFORM_FOLDER}/contract)
+  target_link_libraries(platform-contract INTERFACE thread-safety)
   target_include_directories(platform-contract SYSTEM INTERFACE ${Boost_INCLUDE_DIRS})
 endif()
 

@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 product_own='^(tvservice-adapter|tvservice|mmservice|genrpc)/'
-product_may='^(frame|vdl|lt|lrt|ov|appovshell|boost)/'
+product_may='^(thread-safety|frame|vdl|lt|lrt|ov|appovshell|boost)/'
 standard_cpp='^[a-z_]+$'
 standard_c='^(assert|complex|ctype|errno|fenv|float|inttypes|iso646|limits|locale|math|setjmp|signal|stdalign|stdarg|stdatomic|stdbool|stddef|stdint|stdio|stdlib|string|tgmath|time|uchar|wchar|wctype)\.h$'
 include='include[[:space:]]*(["<])([^">]+)[">]'
@@ -40,6 +40,11 @@ check_product() { # FILE PLACE QUOTE NAME
     [[ $4 =~ $product_own || $4 =~ $product_may || $4 =~ $standard_cpp || $4 =~ $standard_c ]] && return
     [[ $1 == "$json_form" && $4 == nlohmann/* ]] && return
     violation "$2" "the product may not include $4"
+}
+
+# All parts may include the annotated mutexes, so these include nothing of the tree.
+check_thread_safety() { # FILE PLACE QUOTE NAME
+    [[ $4 =~ $standard_cpp ]] || violation "$2" "the annotated mutexes may not include $4"
 }
 
 # What each library of the platform uses, from its CMakeLists.txt.
@@ -108,6 +113,7 @@ scan() { # CHECK FOLDER...
     done
 }
 
+scan check_thread_safety thread-safety
 scan check_product tvservice-adapter frame-genrpc
 scan check_platform platform
 scan check_user receiver tools

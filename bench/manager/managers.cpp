@@ -16,16 +16,18 @@ std::vector<tvservice::TvServiceReq_t> playRequests(std::size_t count, const std
 }
 
 bool Manager::work() {
-    std::unique_lock lock(resMutex);
+    thread_safety::UniqueLock lock(resMutex);
     if (onSleep()) return false;
-    sendFront(lock, GENRPC_HERE);
+    const Sending sending = takeFront(GENRPC_HERE);
+    lock.unlock();
+    send(sending, GENRPC_HERE);
     return true;
 }
 
 void Manager::countAnswers() {
     registerInfocb([this](frame::MsgIds&, const frame::TransportInfo&, const std::vector<tvservice::TvServiceInfo_t>&) {
         if (answered_.fetch_add(1) + 1 == awaited_) {
-            const std::lock_guard lock(mutex_);
+            const thread_safety::LockGuard lock(mutex_);
             arrived_.notify_one();
         }
         return 0;
@@ -34,7 +36,7 @@ void Manager::countAnswers() {
 
 void Manager::waitForAnswers(std::uint64_t count) {
     awaited_ = count;
-    std::unique_lock lock(mutex_);
+    thread_safety::UniqueLock lock(mutex_);
     arrived_.wait(lock, [&] { return answered() >= count; });
 }
 

@@ -10,6 +10,7 @@
 #include <boost/make_shared.hpp>
 #include <cstdint>
 #include <functional>
+#include <thread-safety/mutex.h>
 
 namespace bench {
 
@@ -32,8 +33,14 @@ public:
     }
     // Carries out the front sending step; whether there was one.
     bool work();
-    void forgetLast() { reqQueue.pop_back(); }
-    std::size_t queued() const { return reqQueue.size(); }
+    void forgetLast() {
+        const thread_safety::LockGuard lock(resMutex);
+        reqQueue.pop_back();
+    }
+    std::size_t queued() {
+        const thread_safety::LockGuard lock(resMutex);
+        return reqQueue.size();
+    }
 
     // Answers that reached the callback since the manager was made.
     std::uint64_t answered() const { return answered_; }
@@ -53,7 +60,7 @@ private:
     void countAnswers();
 
     std::atomic<std::uint64_t> answered_{0}, awaited_{UINT64_MAX};
-    std::mutex mutex_;
+    thread_safety::Mutex mutex_; // so that no wait misses a notification
     std::condition_variable arrived_;
 };
 

@@ -46,6 +46,7 @@ INCLUDES = [
     "frame-genrpc/app-tvservice-proxy/src",
     "frame-genrpc/app-mmservice-proxy/src",
     "platform/contract",
+    "thread-safety/include",
 ]
 # The compiler's own headers for the syntax tree, which its library does not bring along.
 BUILTIN = "/usr/lib/llvm-14/lib/clang/14.0.6/include"

@@ -25,6 +25,7 @@
 #include <mutex>
 #include <random>
 #include <stdexcept>
+#include <thread-safety/mutex.h>
 #include <thread>
 #include <vector>
 
@@ -61,7 +62,7 @@ public:
     }
     ~Service() {
         {
-            const std::lock_guard lock(mutex_);
+            const thread_safety::LockGuard lock(mutex_);
             ending_ = true;
         }
         changed_.notify_one();
@@ -70,7 +71,7 @@ public:
     // answerLimit: when the manager stops waiting for the answer.
     void take(const Requests& requests, Clock::time_point answerLimit) {
         {
-            const std::lock_guard lock(mutex_);
+            const thread_safety::LockGuard lock(mutex_);
             inbox_.push_back({requests, answerLimit});
         }
         changed_.notify_one();
@@ -86,10 +87,10 @@ private:
     Receiver& receiver_;
     const bool mm_;
     std::minstd_rand random_;
-    std::mutex mutex_;
+    thread_safety::Mutex mutex_;
     std::condition_variable changed_;
-    std::deque<Asked> inbox_;
-    bool ending_ = false;
+    std::deque<Asked> inbox_ TVSA_GUARDED_BY(mutex_);
+    bool ending_ TVSA_GUARDED_BY(mutex_) = false;
     std::thread thread_;
 };
 
@@ -142,7 +143,7 @@ public:
 private:
     // When the manager stops waiting for the answers to what it is sending.
     Clock::time_point limitOf(const Requests& requests) {
-        const std::lock_guard lock(resMutex);
+        const thread_safety::LockGuard lock(resMutex);
         const bool underWay = !reqQueue.empty() && *reqQueue.front()->pReqId == requests.front().reqId;
         return (underWay ? realTime(reqQueue.front()->resOps.front().startTime) : Clock::now()) + limit;
     }
@@ -218,9 +219,9 @@ private:
 };
 
 void Service::serve() {
-    std::unique_lock lock(mutex_);
+    thread_safety::UniqueLock lock(mutex_);
     for (;;) {
-        changed_.wait(lock, [&] { return ending_ || !inbox_.empty(); });
+        changed_.wait(lock, [&]() TVSA_REQUIRES(mutex_) { return ending_ || !inbox_.empty(); });
         if (ending_) return;
         const auto [requests, answerLimit] = std::move(inbox_.front());
         inbox_.pop_front();
@@ -228,7 +229,7 @@ void Service::serve() {
         if (kind == 0) continue; // never
         if (kind < 4) {          // around the limit
             const std::chrono::microseconds around(random_() % 2001);
-            changed_.wait_until(lock, answerLimit - margin + around, [&] { return ending_; });
+            changed_.wait_until(lock, answerLimit - margin + around, [&]() TVSA_REQUIRES(mutex_) { return ending_; });
         }
         Infos infos;
         for (const TvServiceReq_t& request : requests)

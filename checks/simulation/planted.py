@@ -62,7 +62,7 @@ PLANTED = [
         "sendThrough(&ResManager::ReqTV",
         "if (!reqQueue.empty() && reqQueue.front() == bundle) sendThrough(&ResManager::ReqTV",
     ),
-    ("sent-with-the-mutex", "    lock.unlock();\n    // What becomes", "    // What becomes"),
+    ("sent-with-the-mutex", "    lock.unlock();\n    send(", "    send("),
     (
         "stamped-after-sending",
         "    sendThrough(&ResManager::ReqTV, *forTv);",

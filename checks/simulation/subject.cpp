@@ -61,7 +61,7 @@ public:
 
     void number(std::uint32_t first) { reqIdSeq = first; }
     void doCycle() {
-        cycle(workLock_, {"resource-manager.cpp", 1, "ResMTask"});
+        cycle({"resource-manager.cpp", 1, "ResMTask"});
         noteHeldMutex();
     }
     // A wait of the worker, which holds the mutex but while it waits.
@@ -85,12 +85,13 @@ private:
 
     // Whoever is called may call the manager in turn. A mutex that is held would stop the simulation here for good.
     void noteHeldMutex() {
-        if (!resMutex.try_lock()) stage_.trace += "with the mutex held\n";
-        resMutex.unlock();
+        if (resMutex.try_lock())
+            resMutex.unlock();
+        else
+            stage_.trace += "with the mutex held\n";
     }
 
     Subject& stage_;
-    std::unique_lock<std::mutex> workLock_{resMutex, std::defer_lock};
 };
 
 void Subject::offerServices() {

@@ -81,7 +81,7 @@ public:
         frame::MsgIds ids;
         const int result = tvServiceReq(ids, {}, {request});
         notified_ = true;
-        mostQueued = std::max(mostQueued, reqQueue.size());
+        mostQueued = std::max(mostQueued, bundles().size());
         return result;
     }
     bool has(const std::string& reqId) {
@@ -93,8 +93,7 @@ public:
         return std::any_of(answered.begin(), answered.end(), [&](const auto& answer) { return answer.second == uri; });
     }
     void work(Clock::time_point until) {
-        std::unique_lock lock(resMutex, std::defer_lock);
-        while (now < until) cycle(lock, {"resource-manager.cpp", 1, "ResMTask"});
+        while (now < until) cycle({"resource-manager.cpp", 1, "ResMTask"});
     }
 
     std::vector<std::pair<Clock::time_point, std::string>> sent, answered;

@@ -17,6 +17,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread-safety/mutex.h>
 #include <utility>
 #include <vector>
 
@@ -122,8 +123,7 @@ class Manager : public ResManager {
 public:
     Manager() : ResManager(WithoutWorker{}) {
         registerInfocb([this](frame::MsgIds&, const frame::TransportInfo&, const std::vector<TvServiceInfo_t>& infos) {
-            EXPECT_TRUE(resMutex.try_lock()) << "reporting with the mutex held";
-            resMutex.unlock();
+            expectFreeMutex("while it reports");
             reports.push_back("info" + show(infos));
             return 0;
         });
@@ -145,12 +145,12 @@ public:
     // One cycle of the worker; whether it sent something, else it waited a second and looked at the clock.
     bool work() {
         const std::size_t before = sendings;
-        cycle(workLock, {"resource-manager.cpp", 1, "ResMTask"});
-        EXPECT_FALSE(workLock.owns_lock());
+        cycle({"resource-manager.cpp", 1, "ResMTask"});
+        expectFreeMutex("after a cycle");
         return sendings != before;
     }
     void supervise() {
-        const std::lock_guard lock(resMutex);
+        const thread_safety::LockGuard lock(resMutex);
         timeoutCheck();
     }
     int answer(ResResponse from, const std::vector<TvServiceInfo_t>& infos) {
@@ -168,8 +168,16 @@ public:
         }
         return lines;
     }
+    auto queued() {
+        const thread_safety::LockGuard lock(resMutex);
+        return reqQueue;
+    }
+    void queueUp(const std::shared_ptr<tvservice::ResRequests_>& bundle) {
+        const thread_safety::LockGuard lock(resMutex);
+        reqQueue.push_back(bundle);
+    }
     std::string lists(std::size_t index = 0) {
-        const auto& b = *reqQueue[index];
+        const auto& b = *queued()[index];
         return "pStop" + show(*b.pStop) + " | pTvStop" + show(*b.pTvStop) + " | pMM" + show(*b.pMM) + " | pTV" +
                show(*b.pTV);
     }
@@ -177,7 +185,6 @@ public:
     using ResManager::createReqID;
     using ResManager::reqIdLock;
     using ResManager::reqIdSeq;
-    using ResManager::reqQueue;
 
     std::vector<std::string> sent, reports;
 
@@ -185,13 +192,18 @@ private:
     int note(std::string line, const frame::MsgIds& ids, const frame::TransportInfo& transport) {
         EXPECT_EQ(ids, frame::MsgIds{});
         EXPECT_EQ(transport, frame::TransportInfo{});
-        EXPECT_FALSE(workLock.owns_lock()) << "sending with the mutex held";
+        expectFreeMutex("while it sends");
         sent.push_back(std::move(line));
         ++sendings;
         return 0;
     }
 
-    std::unique_lock<std::mutex> workLock{resMutex, std::defer_lock};
+    void expectFreeMutex(const char* when) {
+        const bool isFree = resMutex.try_lock();
+        EXPECT_TRUE(isFree) << when;
+        if (isFree) resMutex.unlock();
+    }
+
     std::size_t sendings = 0; // never reset, unlike the notes
 };
 

@@ -85,7 +85,7 @@ TEST_F(AnswerLines, SayWhyAnAnswerIsRefused) {
     EXPECT_EQ(
         lineOf(ResponseMM, {info(1, 0, "1")}),
         "1000 " + here + "notifyInfo(): Wrong response req_id 1,ResOperation::SendingStop,ResResponse::ResponseMM");
-    manager.reqQueue.front()->resOps[1].endAfterStop = true;
+    manager.queued().front()->resOps[1].endAfterStop = true;
     manager.work();
     EXPECT_EQ(lineOf(ResponseTV, {info(1, 0, "1")}),
               "3000 " + here +

@@ -19,10 +19,7 @@ using namespace managertest;
 class SendingManager : public ResManager {
 public:
     SendingManager() : ResManager(WithoutWorker{}) {}
-    void work() {
-        std::unique_lock lock(resMutex, std::defer_lock);
-        cycle(lock, GENRPC_HERE);
-    }
+    void work() { cycle(GENRPC_HERE); }
 };
 
 class MmDouble : public mmservice::ServiceInterface {

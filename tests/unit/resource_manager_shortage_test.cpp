@@ -58,7 +58,7 @@ protected:
     static bool wasBelievedToPlay(int type) {
         Manager asked;
         asked.ask({request(type, 0, channel)});
-        return !asked.reqQueue.front()->pStop->empty();
+        return !asked.queued().front()->pStop->empty();
     }
     static void believe(int type) { Manager().ask({request(type, 0, film)}); }
 
@@ -92,8 +92,8 @@ TEST_P(ManagerWithoutMemory, QueuesNoRequestWhoseTerminalsItCannotRemember) {
     vdlDebugSetLevels("off");
     std::vector<TvServiceReq_t> requests;
     for (int id = 0; id < 100; ++id) requests.push_back(request(6, id, "http://x")); // more than are known so far
-    failEverywhere([&] { EXPECT_EQ(manager.ask(requests), 0); }, [&] { EXPECT_THAT(manager.reqQueue, IsEmpty()); });
-    EXPECT_EQ(manager.reqQueue.size(), 1U);
+    failEverywhere([&] { EXPECT_EQ(manager.ask(requests), 0); }, [&] { EXPECT_THAT(manager.queued(), IsEmpty()); });
+    EXPECT_EQ(manager.queued().size(), 1U);
     vdlDebugSetLevels("warning");
 }
 
@@ -133,7 +133,7 @@ TEST_P(ManagerWithoutMemory, SendsToTheOneServiceWhatItCouldNotSendToTheOther) {
         EXPECT_EQ(manager.queue().size(), 1U) << "it waits for answers like any other";
         EXPECT_THAT(show(log.lines()),
                     testing::Contains("1000 resource-manager.cpp:ResMTask(): reqid " +
-                                      *manager.reqQueue.front()->pReqId + " not sent: std::bad_alloc"));
+                                      *manager.queued().front()->pReqId + " not sent: std::bad_alloc"));
         manager.mmFails = manager.tvFails = false;
         SimulatedTime::get().now += 6s;
         manager.work();

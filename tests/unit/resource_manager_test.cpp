@@ -288,9 +288,9 @@ TEST_F(ResManagerTest, TakesABundleWithoutListsForOneThatStartsNothing) {
                                                      std::make_shared<std::string>("bare"));
     bare->resOps.push_back({false, WaitingStart, ResponseTV, SimulatedTime::get().now});
     manager.ask({request(1, 0, stopUri)});
-    manager.reqQueue.push_back(bare);
-    manager.reqQueue.front()->resOps.erase(manager.reqQueue.front()->resOps.begin() + 2,
-                                           manager.reqQueue.front()->resOps.end());
+    manager.queueUp(bare);
+    manager.queued().front()->resOps.erase(manager.queued().front()->resOps.begin() + 2,
+                                           manager.queued().front()->resOps.end());
     manager.work();
     manager.answer(ResponseMM, {info(1, 0, "1")});
     manager.answer(ResponseTV, {info(1, 0, "1")});
@@ -309,7 +309,7 @@ TEST_F(ResManagerTest, AcceptsAStopAnswerWhateverItsResult) {
 
 TEST_F(ResManagerTest, ReportsTheLastStopAnswerOfABundleThatOnlyStops) {
     manager.ask({request(1, 0, stopUri)});
-    auto& steps = manager.reqQueue.front()->resOps;
+    auto& steps = manager.queued().front()->resOps;
     steps.erase(steps.begin() + 2, steps.end());
     manager.work();
     EXPECT_EQ(manager.answer(ResponseTV, {info(1, 0, "1", 3)}), 0);
@@ -319,7 +319,7 @@ TEST_F(ResManagerTest, ReportsTheLastStopAnswerOfABundleThatOnlyStops) {
 
 TEST_F(ResManagerTest, AbandonsABundleThatEndsAfterItsStop) {
     manager.ask({request(1, 0, stopUri)});
-    manager.reqQueue.front()->resOps[1].endAfterStop = true;
+    manager.queued().front()->resOps[1].endAfterStop = true;
     manager.work();
     manager.ask({request(2, 0, "dvb://1")});
     EXPECT_EQ(manager.answer(ResponseTV, {info(1, 0, "1")}), -1);

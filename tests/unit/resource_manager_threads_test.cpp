@@ -39,11 +39,11 @@ TEST_F(ConcurrentIntake, QueuesEveryBundleOnceUnderAnIdOfItsOwnAndInEachClientsO
     together(clients, [&](int client) {
         for (int i = 0; i < asked; ++i) EXPECT_EQ(manager.ask({request(client, 0, "dvb://" + std::to_string(i))}), 0);
     });
-    ASSERT_EQ(manager.reqQueue.size(), static_cast<std::size_t>(clients * asked));
+    ASSERT_EQ(manager.queued().size(), static_cast<std::size_t>(clients * asked));
     EXPECT_EQ(manager.reqIdSeq, static_cast<unsigned>(clients * asked + 1));
     std::set<std::string> ids;
     std::array<int, clients> next{};
-    for (const auto& bundle : manager.reqQueue) {
+    for (const auto& bundle : manager.queued()) {
         ids.insert(*bundle->pReqId);
         ASSERT_EQ(bundle->pTV->size(), 1U);
         const TvServiceReq_t& start = bundle->pTV->front();
@@ -77,9 +77,9 @@ TEST_F(ConcurrentIntake, QueuesBundlesInTheOrderOfTheBeliefsTheyRestOn) {
     together(clients, [&](int client) {
         for (int i = 0; i < asked; ++i) manager.ask({request(1, 0, (i + client) % 2 == 0 ? "http://x" : "dvb://1")});
     });
-    ASSERT_EQ(manager.reqQueue.size(), static_cast<std::size_t>(clients * asked));
+    ASSERT_EQ(manager.queued().size(), static_cast<std::size_t>(clients * asked));
     bool mmPlays = false;
-    for (const auto& bundle : manager.reqQueue) {
+    for (const auto& bundle : manager.queued()) {
         if (bundle->pTV->empty()) {
             mmPlays = true;
         } else {

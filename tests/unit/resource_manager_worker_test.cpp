@@ -134,14 +134,14 @@ public:
         return sentChanged_.wait_for(lock, 20s, [&] { return sent_.size() >= count; });
     }
     // Returns once the worker, which has begun a wait, has also given the mutex back for it.
-    void meetTheWait() { const std::lock_guard lock(resMutex); }
+    void meetTheWait() { const thread_safety::LockGuard lock(resMutex); }
     unsigned threadId() { return static_cast<unsigned>(resThread.native_handle()); }
     // Ends the worker before what it calls is gone.
     void leave() {
         if (!resThread.joinable()) return;
         exitTask = 1;
         {
-            const std::lock_guard lock(resMutex);
+            const thread_safety::LockGuard lock(resMutex);
             waitsEnd = true;
         }
         resCond.notify_one();

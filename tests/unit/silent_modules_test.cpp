@@ -131,7 +131,7 @@ TEST_F(SilentModules, RefuseAnswersTooEarlyOrToABundleThatEndsAfterItsStop) {
     Manager manager;
     manager.ask({request(1, 0, stopUri)});
     EXPECT_EQ(manager.answer(ResponseTV, {info(1, 0, "1")}), -1);
-    manager.reqQueue.front()->resOps[1].endAfterStop = true;
+    manager.queued().front()->resOps[1].endAfterStop = true;
     manager.work();
     EXPECT_EQ(manager.answer(ResponseTV, {info(1, 0, "1")}), -1);
     EXPECT_THAT(manager.queue(), IsEmpty());

@@ -354,8 +354,8 @@ protected:
     }
     static std::chrono::steady_clock::time_point now() { return SimulatedTime::get().now; }
     void answerFront() {
-        ASSERT_FALSE(manager.reqQueue.empty());
-        const auto request = manager.reqQueue.front()->pTV->front();
+        ASSERT_FALSE(manager.queued().empty());
+        const auto request = manager.queued().front()->pTV->front();
         manager.answer(ResponseTV, {info(request.terminal.type, request.terminal.id, request.reqId)});
     }
 

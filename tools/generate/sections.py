@@ -114,8 +114,8 @@ def handlers(_service, messages):
             '    GENRPC_LOG(module, vdlDebugTrace, "Eneter\\n");',
             "    auto& proxy = *static_cast<Proxy*>(context);",
             *wrapped(
-                f"genrpc::deliver<messages::{message.name}>(",
-                ["proxy.getMutex()", "proxy.clients", f"&ClientInterface::{message.method}", "transport", "payload"],
+                f"proxy.deliver<messages::{message.name}>(",
+                [f"&ClientInterface::{message.method}", "transport", "payload"],
                 ");",
                 4,
             ),
@@ -135,7 +135,7 @@ def fan_out(service, messages):
         lines += [
             "",
             *wrapped(f"int TvServiceClient::{message.method}(", parameters(service, message), ") {", 0),
-            "    const std::lock_guard lock(clientMutex);",
+            "    const thread_safety::LockGuard lock(clientMutex);",
             f"    for (const auto& client : clients) client->{message.method}(ids, transport" f"{names_of(message)});",
             "    return 0;",
             "}",

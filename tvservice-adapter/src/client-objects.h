@@ -9,7 +9,7 @@
 #include <mmservice/interfaces.h>
 #include <tvservice/interfaces.h>
 
-#include <mutex>
+#include <thread-safety/mutex.h>
 
 namespace tvservice {
 
@@ -81,8 +81,8 @@ public:
     virtual int removeClient(boost::shared_ptr<ClientInterface> client);
 
 private:
-    genrpc::ClientList<ClientInterface> clients; // guarded by clientMutex
-    std::mutex clientMutex;
+    genrpc::ClientList<ClientInterface> clients TVSA_GUARDED_BY(clientMutex);
+    thread_safety::Mutex clientMutex;
 };
 
 // The MM service's notification sink. Its registry is kept like the other one's; nothing is ever delivered to it.
@@ -98,8 +98,8 @@ public:
     virtual int removeClient(boost::shared_ptr<mmservice::ClientInterface> client);
 
 private:
-    genrpc::ClientList<mmservice::ClientInterface> clients; // guarded by clientMutex
-    std::mutex clientMutex;
+    genrpc::ClientList<mmservice::ClientInterface> clients TVSA_GUARDED_BY(clientMutex);
+    thread_safety::Mutex clientMutex;
 };
 
 } // namespace tvservice

@@ -148,8 +148,8 @@ int ResManager::tvServiceReq(frame::MsgIds&, const frame::TransportInfo&, const 
     // correct it. Its lock is held until the bundle is queued, so that bundles are queued in the order of the beliefs
     // they rest on.
     static const auto runningMmReqs = std::make_shared<std::vector<TvServiceReq_t>>();
-    static std::mutex runningMutex;
-    const std::lock_guard runningLock(runningMutex);
+    static thread_safety::Mutex runningMutex;
+    const thread_safety::LockGuard runningLock(runningMutex);
 
     const auto list = [&] {
         auto made = std::make_shared<std::vector<TvServiceReq_t>>();
@@ -232,7 +232,7 @@ int ResManager::tvServiceReq(frame::MsgIds&, const frame::TransportInfo&, const 
     std::vector<TvServiceReq_t> started = *pMM;
     runningMmReqs->reserve(runningMmReqs->size() + started.size());
     {
-        const std::lock_guard lock(resMutex);
+        const thread_safety::LockGuard lock(resMutex);
         reqQueue.push_back(bundle);
         resCond.notify_one();
     }
@@ -248,18 +248,15 @@ int ResManager::tvServiceReq(frame::MsgIds&, const frame::TransportInfo&, const 
 
 void ResManager::ResMTask() {
     GENRPC_LOG(module, vdlDebugTrace, "tid %x \n", static_cast<unsigned>(pthread_self()));
-    std::unique_lock lock(resMutex, std::defer_lock);
-    while (exitTask == 0) cycle(lock, GENRPC_HERE);
+    while (exitTask == 0) cycle(GENRPC_HERE);
 }
 
-void ResManager::cycle(std::unique_lock<std::mutex>& lock, genrpc::Here here) {
-    lock.lock();
-    if (waitForWork(lock)) {
-        sendFront(lock, here);
-    } else {
-        timeoutCheck();
-        lock.unlock();
-    }
+void ResManager::cycle(genrpc::Here here) {
+    thread_safety::UniqueLock lock(resMutex);
+    if (!waitForWork(lock)) return timeoutCheck();
+    const Sending sending = takeFront(here);
+    lock.unlock();
+    send(sending, here);
 }
 
 bool ResManager::onSleep() const {
@@ -268,7 +265,7 @@ bool ResManager::onSleep() const {
     return op == WaitingStop || op == WaitingStart;
 }
 
-bool ResManager::waitForWork(std::unique_lock<std::mutex>& lock) {
+bool ResManager::waitForWork(thread_safety::UniqueLock& lock) {
     while (onSleep()) {
         // Every wait has a second of its own: a notification starts the next one and puts the supervision off.
         if (resWait(resCond, lock) == std::cv_status::timeout) return false;
@@ -276,20 +273,24 @@ bool ResManager::waitForWork(std::unique_lock<std::mutex>& lock) {
     return true;
 }
 
-void ResManager::sendFront(std::unique_lock<std::mutex>& lock, genrpc::Here here) {
-    const std::shared_ptr<ResRequests_> bundle = reqQueue.front(); // answers may take it off the queue while we send
-    // Requests go out with ids of their own, not with the client's.
-    frame::MsgIds ids;
-    const frame::TransportInfo transport;
+ResManager::Sending ResManager::takeFront(genrpc::Here here) {
+    const std::shared_ptr<ResRequests_> bundle = reqQueue.front();
     const ResOP_ front = bundle->resOps.front();
     GENRPC_LOG_AT(here, module, vdlDebugProgress, "Sending reqid %s, %s, %s\n", bundle->pReqId->c_str(),
                   textOf(front.op), textOf(front.response));
 
     bundle->resOps.pop_front();
     if (!bundle->resOps.empty()) bundle->resOps.front().startTime = resClock();
-    const auto& forMm = front.op == SendingStop ? bundle->pStop : bundle->pMM;
-    const auto& forTv = front.op == SendingStop ? bundle->pTvStop : bundle->pTV;
-    lock.unlock();
+    return {bundle, front.op};
+}
+
+void ResManager::send(const Sending& sending, genrpc::Here here) {
+    const auto& bundle = sending.bundle;
+    const auto& forMm = sending.op == SendingStop ? bundle->pStop : bundle->pMM;
+    const auto& forTv = sending.op == SendingStop ? bundle->pTvStop : bundle->pTV;
+    // Requests go out with ids of their own, not with the client's.
+    frame::MsgIds ids;
+    const frame::TransportInfo transport;
     // What becomes of the sending is not looked at: a bundle that was not sent gets no answer and is dropped in time.
     // Nor is one service kept from its requests by a shortage of memory on the way to the other.
     const auto sendThrough = [&](auto request, const std::vector<TvServiceReq_t>& requests) {
@@ -434,7 +435,7 @@ int ResManager::tvServiceInfo(ResResponse from, frame::MsgIds& ids, const frame:
         return notForUs();
     }
 
-    std::unique_lock lock(resMutex);
+    thread_safety::UniqueLock lock(resMutex);
     if (reqQueue.empty()) {
         GENRPC_LOG(module, vdlDebugTrace, "currently queue empty, not for us\n");
         lock.unlock();
@@ -462,11 +463,11 @@ int ResManager::notifyInfo(ResResponse from, frame::MsgIds& ids, const frame::Tr
                textOf(front.response));
 
     const genrpc::Here here = GENRPC_HERE; // for the lambda that has no name of its own
-    const auto leaveQueue = [&] {
+    const auto leaveQueue = [&]() TVSA_REQUIRES(resMutex) {
         reqQueue.pop_front();
         resCond.notify_one();
     };
-    const auto finish = [&] {
+    const auto finish = [&]() TVSA_REQUIRES(resMutex) {
         reqQueue.pop_front();
         verifyResult(infos);
         GENRPC_LOG_AT(here, module, vdlDebugProgress, "finished req_id %s\n", reqId);
@@ -540,7 +541,7 @@ void ResManager::verifyResult(std::vector<TvServiceInfo_t>& infos) {
 // ---- for people ----
 
 std::vector<BundleStatus> ResManager::bundles() {
-    const std::lock_guard lock(resMutex);
+    const thread_safety::LockGuard lock(resMutex);
     std::vector<BundleStatus> result;
     for (const auto& bundle : reqQueue) {
         BundleStatus status{*bundle->pReqId, {}};

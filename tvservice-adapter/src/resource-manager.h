@@ -24,6 +24,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread-safety/mutex.h>
 #include <thread>
 #include <vector>
 
@@ -85,7 +86,7 @@ public:
     // Queues the list as one bundle; 0. An empty list is nothing to do: 0 as well. ids and transport are not used.
     // A list whose requests carry different request ids ends the process.
     int tvServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
-                     const std::vector<TvServiceReq_t>& requests);
+                     const std::vector<TvServiceReq_t>& requests) TVSA_EXCLUDES(resMutex);
 
     // Adds a callback for finished answers and for answers that belong to no bundle under way. Callbacks are called in
     // order of registration, on the thread that brought the answer.
@@ -98,12 +99,18 @@ public:
                       const std::vector<TvServiceInfo_t>& infos);
     // An answer of the service `from`. Returns what notifyInfo made of an answer to the bundle under way, else 0.
     int tvServiceInfo(ResResponse from, frame::MsgIds& ids, const frame::TransportInfo& transport,
-                      const std::vector<TvServiceInfo_t>& infos);
+                      const std::vector<TvServiceInfo_t>& infos) TVSA_EXCLUDES(resMutex);
 
     // The queue as it is now, for people.
-    std::vector<BundleStatus> bundles();
+    std::vector<BundleStatus> bundles() TVSA_EXCLUDES(resMutex);
 
 protected:
+    // A sending step that has begun. Answers may take its bundle off the queue while it is sent.
+    struct Sending {
+        std::shared_ptr<ResRequests_> bundle;
+        ResOperation op;
+    };
+
     // What a bundle is told by an answer to it.
     enum NotifyResult { Refused = -1, StillWaiting = 0, StartReleased = 1, Finished = 2 };
 
@@ -115,36 +122,36 @@ protected:
     int createReqID(const std::vector<TvServiceReq_t>& requests, std::string& reqId);
 
     // The worker. ResMTask repeats cycles: wait for something to send, at most a second at a time; send it, or look at
-    // the clock. A cycle takes the lock not held and returns with it not held; here: where its lines come from.
-    void ResMTask();
-    void cycle(std::unique_lock<std::mutex>& lock, genrpc::Here here);
-    bool onSleep() const; // with resMutex held: nothing to send
+    // the clock. here: where a cycle's lines come from.
+    void ResMTask() TVSA_EXCLUDES(resMutex);
+    void cycle(genrpc::Here here) TVSA_EXCLUDES(resMutex);
+    bool onSleep() const TVSA_REQUIRES(resMutex); // nothing to send
     // Waits until there is something to send (true), or a whole second without any notification has passed (false).
-    bool waitForWork(std::unique_lock<std::mutex>& lock);
-    // Carries out the front bundle's sending step, logged as the task's own. Takes the lock held, returns with it
-    // released.
-    void sendFront(std::unique_lock<std::mutex>& lock, genrpc::Here here);
-    // With resMutex held: drops the front bundle when its answers are more than 5 seconds overdue.
-    void timeoutCheck();
+    bool waitForWork(thread_safety::UniqueLock& lock) TVSA_REQUIRES(resMutex);
+    // Takes the front bundle's sending step off and sends what it says, logged as the task's own.
+    Sending takeFront(genrpc::Here here) TVSA_REQUIRES(resMutex);
+    void send(const Sending& sending, genrpc::Here here) TVSA_EXCLUDES(resMutex);
+    // Drops the front bundle when its answers are more than 5 seconds overdue.
+    void timeoutCheck() TVSA_REQUIRES(resMutex);
 
-    // With resMutex held and a bundle under way: lets the bundle advance. For Finished, infos becomes what goes out.
+    // With a bundle under way: lets the bundle advance. For Finished, infos becomes what goes out.
     int notifyInfo(ResResponse from, frame::MsgIds& ids, const frame::TransportInfo& transport,
-                   std::vector<TvServiceInfo_t>& infos);
+                   std::vector<TvServiceInfo_t>& infos) TVSA_REQUIRES(resMutex);
     int checkStopResult(frame::MsgIds& ids, const frame::TransportInfo& transport,
                         const std::vector<TvServiceInfo_t>& infos);
-    // With resMutex held: marks every terminal for which a newer start is queued with result 1.
-    void verifyResult(std::vector<TvServiceInfo_t>& infos);
+    // Marks every terminal for which a newer start is queued with result 1.
+    void verifyResult(std::vector<TvServiceInfo_t>& infos) TVSA_REQUIRES(resMutex);
 
     std::list<InfoCallback> infoCbList; // fixed after start-up
     InfoCallback mmInfoCb;              // tvServiceInfo with ResponseMM
     InfoCallback tvInfoCb;              // tvServiceInfo with ResponseTV
-    std::mutex resMutex;                // guards reqQueue and the resOps of every bundle in it
+    thread_safety::Mutex resMutex;      // guards reqQueue and the resOps of every bundle in it
     std::condition_variable resCond;    // wakes the worker
     std::uint32_t reqIdSeq = 1;         // the next generated id; guarded by reqIdLock
     std::thread resThread;
     std::atomic<int> exitTask{0};
     // The front one is under way. No bound: applications of this process add requests, peers only take them off.
-    std::deque<std::shared_ptr<ResRequests_>> reqQueue;
+    std::deque<std::shared_ptr<ResRequests_>> reqQueue TVSA_GUARDED_BY(resMutex);
     std::atomic_flag reqIdLock = ATOMIC_FLAG_INIT; // its own lock, so that an id never waits for the queue
 };
 

@@ -67,18 +67,18 @@ int TvServiceClient::tvServiceInfo(frame::MsgIds& ids, const frame::TransportInf
 
 int TvServiceClient::tvServiceInfocb(frame::MsgIds& ids, const frame::TransportInfo& transport,
                                      const std::vector<TvServiceInfo_t>& infos) {
-    const std::lock_guard lock(clientMutex);
+    const thread_safety::LockGuard lock(clientMutex);
     for (const auto& client : clients) client->tvServiceInfo(ids, transport, infos);
     return 0;
 }
 
 int TvServiceClient::addClient(boost::shared_ptr<ClientInterface> client) {
-    const std::lock_guard lock(clientMutex);
+    const thread_safety::LockGuard lock(clientMutex);
     return genrpc::addClient(clients, client, -1, {module, GENRPC_HERE});
 }
 
 int TvServiceClient::removeClient(boost::shared_ptr<ClientInterface> client) {
-    const std::lock_guard lock(clientMutex);
+    const thread_safety::LockGuard lock(clientMutex);
     return genrpc::removeClient(clients, client, -1, {module, GENRPC_HERE});
 }
 
@@ -95,12 +95,12 @@ int MmServiceClient::mmServiceInfo(frame::MsgIds& ids, const frame::TransportInf
 }
 
 int MmServiceClient::addClient(boost::shared_ptr<mmservice::ClientInterface> client) {
-    const std::lock_guard lock(clientMutex);
+    const thread_safety::LockGuard lock(clientMutex);
     return genrpc::addClient(clients, client, -1, {module, GENRPC_HERE});
 }
 
 int MmServiceClient::removeClient(boost::shared_ptr<mmservice::ClientInterface> client) {
-    const std::lock_guard lock(clientMutex);
+    const thread_safety::LockGuard lock(clientMutex);
     return genrpc::removeClient(clients, client, -1, {module, GENRPC_HERE});
 }
 

@@ -40,8 +40,7 @@ int Proxy::callMmServiceInfo(const frame::MsgMeta&, const frame::TransportInfo& 
                              void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::MmServiceInfo>(proxy.getMutex(), proxy.clients, &ClientInterface::mmServiceInfo,
-                                             transport, payload);
+    proxy.deliver<messages::MmServiceInfo>(&ClientInterface::mmServiceInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }

@@ -152,8 +152,7 @@ int Proxy::callTvServiceInfo(const frame::MsgMeta&, const frame::TransportInfo& 
                              void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceInfo>(proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceInfo,
-                                             transport, payload);
+    proxy.deliver<messages::TvServiceInfo>(&ClientInterface::tvServiceInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -162,8 +161,7 @@ int Proxy::callTvServiceConflictInfo(const frame::MsgMeta&, const frame::Transpo
                                      void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceConflictInfo>(proxy.getMutex(), proxy.clients,
-                                                     &ClientInterface::tvServiceConflictInfo, transport, payload);
+    proxy.deliver<messages::TvServiceConflictInfo>(&ClientInterface::tvServiceConflictInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -172,8 +170,7 @@ int Proxy::callTvServiceSwapWinInfo(const frame::MsgMeta&, const frame::Transpor
                                     void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceSwapWinInfo>(proxy.getMutex(), proxy.clients,
-                                                    &ClientInterface::tvServiceSwapWinInfo, transport, payload);
+    proxy.deliver<messages::TvServiceSwapWinInfo>(&ClientInterface::tvServiceSwapWinInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -182,8 +179,7 @@ int Proxy::callTvServiceStreamInfo(const frame::MsgMeta&, const frame::Transport
                                    void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceStreamInfo>(proxy.getMutex(), proxy.clients,
-                                                   &ClientInterface::tvServiceStreamInfo, transport, payload);
+    proxy.deliver<messages::TvServiceStreamInfo>(&ClientInterface::tvServiceStreamInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -192,8 +188,7 @@ int Proxy::callTvServiceAudioInfo(const frame::MsgMeta&, const frame::TransportI
                                   void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceAudioInfo>(proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceAudioInfo,
-                                                  transport, payload);
+    proxy.deliver<messages::TvServiceAudioInfo>(&ClientInterface::tvServiceAudioInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -202,8 +197,7 @@ int Proxy::callTvServiceSubtitleInfo(const frame::MsgMeta&, const frame::Transpo
                                      void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceSubtitleInfo>(proxy.getMutex(), proxy.clients,
-                                                     &ClientInterface::tvServiceSubtitleInfo, transport, payload);
+    proxy.deliver<messages::TvServiceSubtitleInfo>(&ClientInterface::tvServiceSubtitleInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -212,8 +206,7 @@ int Proxy::callTvServiceVideoInfo(const frame::MsgMeta&, const frame::TransportI
                                   void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceVideoInfo>(proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceVideoInfo,
-                                                  transport, payload);
+    proxy.deliver<messages::TvServiceVideoInfo>(&ClientInterface::tvServiceVideoInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -222,8 +215,7 @@ int Proxy::callTvServiceTeletextInfo(const frame::MsgMeta&, const frame::Transpo
                                      void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceTeletextInfo>(proxy.getMutex(), proxy.clients,
-                                                     &ClientInterface::tvServiceTeletextInfo, transport, payload);
+    proxy.deliver<messages::TvServiceTeletextInfo>(&ClientInterface::tvServiceTeletextInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -232,8 +224,7 @@ int Proxy::callTvServiceAskReleaseInfo(const frame::MsgMeta&, const frame::Trans
                                        const void* payload, void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceAskReleaseInfo>(proxy.getMutex(), proxy.clients,
-                                                       &ClientInterface::tvServiceAskReleaseInfo, transport, payload);
+    proxy.deliver<messages::TvServiceAskReleaseInfo>(&ClientInterface::tvServiceAskReleaseInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -242,8 +233,7 @@ int Proxy::callTvServiceAskReleaseConf(const frame::MsgMeta&, const frame::Trans
                                        const void* payload, void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceAskReleaseConf>(proxy.getMutex(), proxy.clients,
-                                                       &ClientInterface::tvServiceAskReleaseConf, transport, payload);
+    proxy.deliver<messages::TvServiceAskReleaseConf>(&ClientInterface::tvServiceAskReleaseConf, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -252,8 +242,7 @@ int Proxy::callTvServiceStatusInfo(const frame::MsgMeta&, const frame::Transport
                                    void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceStatusInfo>(proxy.getMutex(), proxy.clients,
-                                                   &ClientInterface::tvServiceStatusInfo, transport, payload);
+    proxy.deliver<messages::TvServiceStatusInfo>(&ClientInterface::tvServiceStatusInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -262,8 +251,7 @@ int Proxy::callTvServiceNetworkChangeMsg(const frame::MsgMeta&, const frame::Tra
                                          const void* payload, void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceNetworkChangeMsg>(
-        proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceNetworkChangeMsg, transport, payload);
+    proxy.deliver<messages::TvServiceNetworkChangeMsg>(&ClientInterface::tvServiceNetworkChangeMsg, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -272,8 +260,7 @@ int Proxy::callTvServiceTunerResult(const frame::MsgMeta&, const frame::Transpor
                                     void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceTunerResult>(proxy.getMutex(), proxy.clients,
-                                                    &ClientInterface::tvServiceTunerResult, transport, payload);
+    proxy.deliver<messages::TvServiceTunerResult>(&ClientInterface::tvServiceTunerResult, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -282,8 +269,8 @@ int Proxy::callTvServiceTunerStatusMessage(const frame::MsgMeta&, const frame::T
                                            const void* payload, void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceTunerStatusMessage>(
-        proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceTunerStatusMessage, transport, payload);
+    proxy.deliver<messages::TvServiceTunerStatusMessage>(&ClientInterface::tvServiceTunerStatusMessage, transport,
+                                                         payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -292,8 +279,8 @@ int Proxy::callTvServiceBroadcastApplictionInfo(const frame::MsgMeta&, const fra
                                                 const void* payload, void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceBroadcastApplictionInfo>(
-        proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceBroadcastApplictionInfo, transport, payload);
+    proxy.deliver<messages::TvServiceBroadcastApplictionInfo>(&ClientInterface::tvServiceBroadcastApplictionInfo,
+                                                              transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -302,8 +289,7 @@ int Proxy::callTvServiceUriLinkageInfo(const frame::MsgMeta&, const frame::Trans
                                        const void* payload, void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceUriLinkageInfo>(proxy.getMutex(), proxy.clients,
-                                                       &ClientInterface::tvServiceUriLinkageInfo, transport, payload);
+    proxy.deliver<messages::TvServiceUriLinkageInfo>(&ClientInterface::tvServiceUriLinkageInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -312,8 +298,8 @@ int Proxy::callTvServiceCiAncillaryDataInfo(const frame::MsgMeta&, const frame::
                                             const void* payload, void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceCiAncillaryDataInfo>(
-        proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceCiAncillaryDataInfo, transport, payload);
+    proxy.deliver<messages::TvServiceCiAncillaryDataInfo>(&ClientInterface::tvServiceCiAncillaryDataInfo, transport,
+                                                          payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -322,8 +308,7 @@ int Proxy::callTvServiceInstalledInfo(const frame::MsgMeta&, const frame::Transp
                                       void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceInstalledInfo>(proxy.getMutex(), proxy.clients,
-                                                      &ClientInterface::tvServiceInstalledInfo, transport, payload);
+    proxy.deliver<messages::TvServiceInstalledInfo>(&ClientInterface::tvServiceInstalledInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -332,8 +317,7 @@ int Proxy::callTvServicePlayInfo(const frame::MsgMeta&, const frame::TransportIn
                                  void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServicePlayInfo>(proxy.getMutex(), proxy.clients, &ClientInterface::tvServicePlayInfo,
-                                                 transport, payload);
+    proxy.deliver<messages::TvServicePlayInfo>(&ClientInterface::tvServicePlayInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -342,8 +326,8 @@ int Proxy::callTvServiceFoundNewOadPacket(const frame::MsgMeta&, const frame::Tr
                                           const void* payload, void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceFoundNewOadPacket>(
-        proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceFoundNewOadPacket, transport, payload);
+    proxy.deliver<messages::TvServiceFoundNewOadPacket>(&ClientInterface::tvServiceFoundNewOadPacket, transport,
+                                                        payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -352,8 +336,7 @@ int Proxy::callTvServiceCiSasMessageInfo(const frame::MsgMeta&, const frame::Tra
                                          const void* payload, void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceCiSasMessageInfo>(
-        proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceCiSasMessageInfo, transport, payload);
+    proxy.deliver<messages::TvServiceCiSasMessageInfo>(&ClientInterface::tvServiceCiSasMessageInfo, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -362,8 +345,7 @@ int Proxy::callTvServiceCcInfoNotify(const frame::MsgMeta&, const frame::Transpo
                                      void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceCcInfoNotify>(proxy.getMutex(), proxy.clients,
-                                                     &ClientInterface::tvServiceCcInfoNotify, transport, payload);
+    proxy.deliver<messages::TvServiceCcInfoNotify>(&ClientInterface::tvServiceCcInfoNotify, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -372,8 +354,8 @@ int Proxy::callTvServiceMtsAudioTrackInfoNotify(const frame::MsgMeta&, const fra
                                                 const void* payload, void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvServiceMtsAudioTrackInfoNotify>(
-        proxy.getMutex(), proxy.clients, &ClientInterface::tvServiceMtsAudioTrackInfoNotify, transport, payload);
+    proxy.deliver<messages::TvServiceMtsAudioTrackInfoNotify>(&ClientInterface::tvServiceMtsAudioTrackInfoNotify,
+                                                              transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -382,8 +364,7 @@ int Proxy::callTvserviceOadStatusNotify(const frame::MsgMeta&, const frame::Tran
                                         const void* payload, void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvserviceOadStatusNotify>(proxy.getMutex(), proxy.clients,
-                                                        &ClientInterface::tvserviceOadStatusNotify, transport, payload);
+    proxy.deliver<messages::TvserviceOadStatusNotify>(&ClientInterface::tvserviceOadStatusNotify, transport, payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }
@@ -392,8 +373,8 @@ int Proxy::callTvserviceOadProgressNotify(const frame::MsgMeta&, const frame::Tr
                                           const void* payload, void* context) {
     GENRPC_LOG(module, vdlDebugTrace, "Eneter\n");
     auto& proxy = *static_cast<Proxy*>(context);
-    genrpc::deliver<messages::TvserviceOadProgressNotify>(
-        proxy.getMutex(), proxy.clients, &ClientInterface::tvserviceOadProgressNotify, transport, payload);
+    proxy.deliver<messages::TvserviceOadProgressNotify>(&ClientInterface::tvserviceOadProgressNotify, transport,
+                                                        payload);
     GENRPC_LOG(module, vdlDebugTrace, "Exit\n");
     return 0;
 }

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <string>
+#include <thread-safety/mutex.h>
 
 namespace frame {
 
@@ -48,7 +49,7 @@ public:
     std::size_t getSendBufferSize() const { return sendBufferSize_; }
     const MessageSet& getMessageSet() const { return messageSet_; }
     // The mutex that guards what a proxy and its message handlers share.
-    ltMutex& getMutex() { return mutex_; }
+    ltMutex& getMutex() TVSA_RETURN_CAPABILITY(mutex_) { return mutex_; }
 
     // Sends one message through module; see OmqIOModule::asyncSend. Without a module the message is refused (-107) and
     // completed runs all the same.

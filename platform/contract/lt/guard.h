@@ -2,22 +2,23 @@
 #pragma once
 
 #include <mutex>
+#include <thread-safety/mutex.h>
 
 // A plain, non-recursive mutex. Locking can throw std::system_error.
-class ltMutex {
+class TVSA_CAPABILITY("mutex") ltMutex {
 public:
-    void lock() { mutex_.lock(); }
-    void unlock() { mutex_.unlock(); }
+    void lock() TVSA_ACQUIRE() { mutex_.lock(); }
+    void unlock() TVSA_RELEASE() { mutex_.unlock(); }
 
 private:
     std::mutex mutex_;
 };
 
 // Holds a mutex from construction to the end of the scope.
-class [[nodiscard]] ltGuard {
+class [[nodiscard]] TVSA_SCOPED_CAPABILITY ltGuard {
 public:
-    explicit ltGuard(ltMutex& mutex) : mutex_(mutex) { mutex_.lock(); }
-    ~ltGuard() { mutex_.unlock(); }
+    explicit ltGuard(ltMutex& mutex) TVSA_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+    ~ltGuard() TVSA_RELEASE() { mutex_.unlock(); }
     ltGuard(const ltGuard&) = delete;
     ltGuard& operator=(const ltGuard&) = delete;
 

@@ -15,9 +15,9 @@
 #include <exception>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <random>
 #include <string>
+#include <thread-safety/mutex.h>
 #include <utility>
 #include <vector>
 
@@ -76,7 +76,7 @@ public:
         Request made = std::make_shared<const TvServiceReq_t>(std::move(request));
         bool idle = false;
         {
-            const std::lock_guard lock(mutex_);
+            const thread_safety::LockGuard lock(mutex_);
             if (ended_) return hasEnded;
             if (const auto found = find(made->terminal); found != wanted_.end())
                 found->swap(made);
@@ -95,7 +95,7 @@ public:
     void forget(const TvServiceTerminal_t& terminal) {
         Request forgotten;
         {
-            const std::lock_guard lock(mutex_);
+            const thread_safety::LockGuard lock(mutex_);
             const auto found = find(terminal);
             if (found == wanted_.end()) return;
             forgotten = std::move(*found);
@@ -109,7 +109,7 @@ public:
         if (infos.empty()) return;
         Request answered;
         {
-            const std::lock_guard lock(mutex_);
+            const thread_safety::LockGuard lock(mutex_);
             if (!underWay_ || infos.front().reqId != underWay_->reqId) return;
             answered = underWay_;
         }
@@ -126,7 +126,7 @@ public:
         const Clock::time_point now = surroundings_.now();
         Request overdue;
         {
-            const std::lock_guard lock(mutex_);
+            const thread_safety::LockGuard lock(mutex_);
             if (!underWay_ || now < lookFrom_) return;
             overdue = underWay_;
         }
@@ -142,20 +142,20 @@ public:
 
     // For the thread that looks: waits while nothing is under way, then for the interval. False once the queue ended.
     bool waitToLook(Clock::duration interval) {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return ended_ || underWay_; });
-        changed_.wait_for(lock, interval, [&] { return ended_; });
+        thread_safety::UniqueLock lock(mutex_);
+        changed_.wait(lock, [&]() TVSA_REQUIRES(mutex_) { return ended_ || underWay_; });
+        changed_.wait_for(lock, interval, [&]() TVSA_REQUIRES(mutex_) { return ended_; });
         return !ended_;
     }
 
     // Forgets what waits and sends and reports nothing more. Waits for a report that is being made; so not from inside
     // one.
     void end() {
-        std::unique_lock lock(mutex_);
+        thread_safety::UniqueLock lock(mutex_);
         ended_ = true;
         wanted_.clear();
         changed_.notify_all();
-        changed_.wait(lock, [&] { return !busy_ || underWay_; });
+        changed_.wait(lock, [&]() TVSA_REQUIRES(mutex_) { return !busy_ || underWay_; });
     }
 
 private:
@@ -173,7 +173,7 @@ private:
         return a.type == b.type && a.id == b.id;
     }
 
-    std::deque<Request>::iterator find(const TvServiceTerminal_t& terminal) {
+    std::deque<Request>::iterator find(const TvServiceTerminal_t& terminal) TVSA_REQUIRES(mutex_) {
         return std::find_if(wanted_.begin(), wanted_.end(),
                             [&](const Request& each) { return same(each->terminal, terminal); });
     }
@@ -185,7 +185,7 @@ private:
     // Ends a request's being under way; false when somebody else did, or the queue ended. The caller goes on with the
     // report and then with sendNext(): until then nothing else is sent, which keeps the outcomes in order.
     bool take(const Request& request) {
-        const std::lock_guard lock(mutex_);
+        const thread_safety::LockGuard lock(mutex_);
         if (ended_ || underWay_ != request) return false;
         underWay_.reset();
         return true;
@@ -196,7 +196,7 @@ private:
         for (;;) {
             Request request;
             {
-                const std::lock_guard lock(mutex_);
+                const thread_safety::LockGuard lock(mutex_);
                 if (ended_ || wanted_.empty()) {
                     busy_ = false;
                     changed_.notify_all(); // end() may wait for it
@@ -216,7 +216,7 @@ private:
             }
             if (result == 0) {
                 const Clock::time_point limit = surroundings_.now() + answerLimit;
-                const std::lock_guard lock(mutex_);
+                const thread_safety::LockGuard lock(mutex_);
                 if (underWay_ == request) lookFrom_ = limit;
                 return;
             }
@@ -229,13 +229,14 @@ private:
     const std::string idPrefix_; // no two queues share one
     std::atomic<std::uint64_t> lastId_{0};
 
-    std::mutex mutex_; // guards everything below
+    thread_safety::Mutex mutex_;
     std::condition_variable changed_;
-    std::deque<Request> wanted_; // at most one for a terminal, at most mostWaiting
-    Request underWay_;
-    Clock::time_point lookFrom_; // of the request under way
-    bool busy_ = false;          // one is under way, or somebody is about to report one or to send the next
-    bool ended_ = false;
+    std::deque<Request> wanted_ TVSA_GUARDED_BY(mutex_); // at most one for a terminal, at most mostWaiting
+    Request underWay_ TVSA_GUARDED_BY(mutex_);
+    Clock::time_point lookFrom_ TVSA_GUARDED_BY(mutex_); // of the request under way
+    // One is under way, or somebody is about to report one or to send the next.
+    bool busy_ TVSA_GUARDED_BY(mutex_) = false;
+    bool ended_ TVSA_GUARDED_BY(mutex_) = false;
 };
 
 } // namespace tvservice

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <thread-safety/mutex.h>
 #include <tuple>
 
 namespace genrpc {
@@ -19,23 +20,6 @@ namespace genrpc {
 template <class Message, class Proxy> void bind(Proxy& proxy, frame::MessageHandler handler) {
     frameOmqIOServiceRegisterMessageHandlerFunction(proxy.getOmqIOModule(), Message::meta, handler, &proxy,
                                                     *Message::table());
-}
-
-// Every client that was registered when the message came is called in order, outside the mutex, so that a client may
-// register or remove clients or send from inside its notification. Each client gets its own arguments, made anew from
-// the flat message, and its own copy of the empty ids.
-template <class Message, class Client, class Method>
-void deliver(ltMutex& mutex, const ClientList<Client>& clients, Method method, const frame::TransportInfo& transport,
-             const void* payload) {
-    const auto copy = [&] {
-        ltGuard guard(mutex);
-        return clients;
-    }();
-    for (const auto& client : copy) {
-        frame::MsgIds ids = frame::MsgIds::none;
-        std::apply([&](const auto&... args) { ((*client).*method)(ids, transport, args...); },
-                   Message::Body::read(payload));
-    }
 }
 
 // First size of a message's memory and of the connection's send buffer.
@@ -129,7 +113,23 @@ protected:
         return 0;
     }
 
-    ClientList<ClientInterface> clients; // guarded by getMutex()
+    // Every client that was registered when the message came is called in order, outside the mutex, so that a client
+    // may register or remove clients or send from inside its notification. Each client gets its own arguments, made
+    // anew from the flat message, and its own copy of the empty ids.
+    template <class Message, class Method>
+    void deliver(Method method, const frame::TransportInfo& transport, const void* payload) {
+        const auto copy = [&] {
+            ltGuard guard(getMutex());
+            return clients;
+        }();
+        for (const auto& client : copy) {
+            frame::MsgIds ids = frame::MsgIds::none;
+            std::apply([&](const auto&... args) { ((*client).*method)(ids, transport, args...); },
+                       Message::Body::read(payload));
+        }
+    }
+
+    ClientList<ClientInterface> clients TVSA_GUARDED_BY(getMutex());
 
 private:
     struct Port {
