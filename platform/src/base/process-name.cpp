@@ -1,13 +1,13 @@
 #include <host/process-name.h>
 
 #include <cerrno>
-#include <mutex>
+#include <thread-safety/mutex.h>
 
 namespace host {
 namespace {
 
-std::mutex nameMutex;
-std::string& nameOfProcess() {
+thread_safety::Mutex nameMutex;
+std::string& nameOfProcess() TVSA_REQUIRES(nameMutex) {
     static std::string& name = *new std::string(program_invocation_short_name);
     return name;
 }
@@ -15,12 +15,12 @@ std::string& nameOfProcess() {
 } // namespace
 
 std::string processName() {
-    std::lock_guard lock(nameMutex);
+    thread_safety::LockGuard lock(nameMutex);
     return nameOfProcess();
 }
 
 void setProcessName(const std::string& name) {
-    std::lock_guard lock(nameMutex);
+    thread_safety::LockGuard lock(nameMutex);
     nameOfProcess() = name;
 }
 

@@ -19,10 +19,12 @@ FlatCentral& FlatCentral::instance() {
     return central;
 }
 
-FlatCentral::FlatCentral() : classSpans_(spans_.granules()) { withRoom_.fill(FlatSpans::none); }
+FlatCentral::FlatCentral() : classSpans_(spans_.granules()), limit_(spans_.granules() * FlatSpans::granule) {
+    withRoom_.fill(FlatSpans::none);
+}
 
 std::uint32_t FlatCentral::take(unsigned sizeClass, std::uint32_t wanted, Header*& list) noexcept {
-    std::lock_guard lock(mutex_);
+    thread_safety::LockGuard lock(mutex_);
     list = nullptr;
     std::uint32_t taken = 0;
     while (taken < wanted) {
@@ -38,7 +40,7 @@ std::uint32_t FlatCentral::take(unsigned sizeClass, std::uint32_t wanted, Header
 }
 
 void FlatCentral::give(Header* list) noexcept {
-    std::lock_guard lock(mutex_);
+    thread_safety::LockGuard lock(mutex_);
     while (list) {
         Header* const block = list;
         list = block->next();
@@ -57,14 +59,15 @@ void FlatCentral::give(Header* list) noexcept {
 Header* FlatCentral::takeLarge(std::size_t size) noexcept {
     if (size >= limit()) return nullptr;
     const std::size_t granules = (size + sizeof(Header) + FlatSpans::granule - 1) / FlatSpans::granule;
-    std::uint32_t index;
+    char* span;
     {
-        std::lock_guard lock(mutex_);
-        index = spans_.take(static_cast<std::uint32_t>(granules));
+        thread_safety::LockGuard lock(mutex_);
+        const std::uint32_t index = spans_.take(static_cast<std::uint32_t>(granules));
+        if (index == FlatSpans::none) return nullptr;
+        span = spans_.address(index);
     }
-    if (index == FlatSpans::none) return nullptr;
-    ASAN_POISON_MEMORY_REGION(spans_.address(index), granules * FlatSpans::granule);
-    return Header::makeFree(spans_.address(index), largeClass);
+    ASAN_POISON_MEMORY_REGION(span, granules * FlatSpans::granule);
+    return Header::makeFree(span, largeClass);
 }
 
 void FlatCentral::giveLarge(Header* block, std::size_t size) noexcept {
@@ -72,7 +75,7 @@ void FlatCentral::giveLarge(Header* block, std::size_t size) noexcept {
         // The page with the header goes, too: nobody reads the header of a block that is not in a list.
         madvise(block, size + sizeof(Header), MADV_DONTNEED);
     }
-    std::lock_guard lock(mutex_);
+    thread_safety::LockGuard lock(mutex_);
     spans_.give(spans_.indexOf(block));
 }
 

@@ -5,7 +5,7 @@
 #include "flat-spans.h"
 
 #include <array>
-#include <mutex>
+#include <thread-safety/mutex.h>
 #include <vector>
 
 namespace host {
@@ -25,7 +25,7 @@ public:
     Header* takeLarge(std::size_t size) noexcept;
     void giveLarge(Header* block, std::size_t size) noexcept;
 
-    std::size_t limit() const { return spans_.granules() * FlatSpans::granule; }
+    std::size_t limit() const { return limit_; }
 
 private:
     static constexpr std::uint32_t spanGranules = 4;
@@ -41,18 +41,19 @@ private:
     };
 
     FlatCentral();
-    std::uint32_t newSpan(unsigned sizeClass) noexcept;
-    Header* takeFrom(std::uint32_t index, unsigned sizeClass) noexcept;
+    std::uint32_t newSpan(unsigned sizeClass) noexcept TVSA_REQUIRES(mutex_);
+    Header* takeFrom(std::uint32_t index, unsigned sizeClass) noexcept TVSA_REQUIRES(mutex_);
     bool isFull(const Span& span, unsigned sizeClass) const {
         return span.free == nullptr && span.carved + sizeOfClass(sizeClass) > spanSize;
     }
-    void link(std::uint32_t index, unsigned sizeClass) noexcept;
-    void unlink(std::uint32_t index, unsigned sizeClass) noexcept;
+    void link(std::uint32_t index, unsigned sizeClass) noexcept TVSA_REQUIRES(mutex_);
+    void unlink(std::uint32_t index, unsigned sizeClass) noexcept TVSA_REQUIRES(mutex_);
 
-    std::mutex mutex_;
-    FlatSpans spans_;
-    std::vector<Span> classSpans_; // by granule
-    std::array<std::uint32_t, sizeClasses> withRoom_;
+    thread_safety::Mutex mutex_;
+    FlatSpans spans_ TVSA_GUARDED_BY(mutex_);
+    std::vector<Span> classSpans_ TVSA_GUARDED_BY(mutex_); // by granule
+    std::array<std::uint32_t, sizeClasses> withRoom_ TVSA_GUARDED_BY(mutex_);
+    const std::size_t limit_; // bytes
 };
 
 } // namespace host

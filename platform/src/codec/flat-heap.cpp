@@ -12,9 +12,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 #include <new>
 #include <pthread.h>
+#include <thread-safety/mutex.h>
 
 namespace host {
 namespace {
@@ -115,10 +115,10 @@ void endCache(void* cache) noexcept;
 
 // The caches of all threads. Never destroyed, as threads may outlive main.
 struct Registry {
-    std::mutex mutex;
-    Cache* first = nullptr;
-    // Serves threads that are ending, and keeps the counts of those that have ended. Guarded by the mutex.
-    Cache shared;
+    thread_safety::Mutex mutex;
+    Cache* first TVSA_GUARDED_BY(mutex) = nullptr; // the mutex guards the caches' links, too
+    // Serves threads that are ending, and keeps the counts of those that have ended.
+    Cache shared TVSA_GUARDED_BY(mutex);
     // A thread's cache, which ends with it. No thread-local object with a destructor, as the process ends when there is
     // no memory to take note of one.
     pthread_key_t atThreadEnd{};
@@ -129,13 +129,13 @@ struct Registry {
         return registry;
     }
     void enter(Cache& cache) {
-        std::lock_guard lock(mutex);
+        thread_safety::LockGuard lock(mutex);
         cache.next = first;
         if (first) first->previous = &cache;
         first = &cache;
     }
     void leave(Cache& cache) {
-        std::lock_guard lock(mutex);
+        thread_safety::LockGuard lock(mutex);
         (cache.previous ? cache.previous->next : first) = cache.next;
         if (cache.next) cache.next->previous = cache.previous;
         shared.blocks.add(cache.blocks.value());
@@ -173,7 +173,7 @@ Cache* makeCache(Registry& registry) noexcept {
 template <class Use> [[gnu::noinline]] auto withoutCache(Use use) {
     Registry& registry = Registry::instance();
     if (Cache* const cache = makeCache(registry)) return use(*cache);
-    std::lock_guard lock(registry.mutex);
+    thread_safety::LockGuard lock(registry.mutex);
     return use(registry.shared);
 }
 
@@ -182,7 +182,7 @@ template <class Use> [[gnu::noinline]] auto withoutCache(Use use) {
 FlatHeapUsage flatHeapUsage() {
     const std::uint64_t limit = FlatCentral::instance().limit();
     Registry& registry = Registry::instance();
-    std::lock_guard lock(registry.mutex);
+    thread_safety::LockGuard lock(registry.mutex);
     std::int64_t blocks = registry.shared.blocks.value(), bytes = registry.shared.bytes.value();
     for (const Cache* cache = registry.first; cache; cache = cache->next) {
         blocks += cache->blocks.value();

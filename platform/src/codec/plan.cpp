@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread-safety/mutex.h>
 #include <unordered_map>
 #include <utility>
 
@@ -53,13 +53,13 @@ bool isTerminator(const vdl::EndianEntry& entry) {
 // Tables come from anywhere in the process and refer to each other, so one cache serves all.
 class Compiler {
 public:
-    const Plan& plan(const vdl::EndianTable& table) {
-        std::lock_guard lock(mutex_);
+    const Plan& plan(const vdl::EndianTable& table) TVSA_EXCLUDES(mutex_) {
+        thread_safety::LockGuard lock(mutex_);
         return compiled(table, nullptr, 0);
     }
 
 private:
-    const Plan& compiled(const vdl::EndianTable& table, const Path* path, unsigned level) {
+    const Plan& compiled(const vdl::EndianTable& table, const Path* path, unsigned level) TVSA_REQUIRES(mutex_) {
         if (const auto known = plans_.find(&table); known != plans_.end()) return *known->second;
         if (level > deepest) refuse(path, "nesting deeper than " + std::to_string(deepest));
         auto plan = std::make_unique<Plan>(&table == &__vdl_EndianTable_vdlDeserString_t ? stringPlan()
@@ -76,7 +76,7 @@ private:
         return plan;
     }
 
-    Plan compile(const vdl::EndianTable& table, const Path* path, unsigned level) {
+    Plan compile(const vdl::EndianTable& table, const Path* path, unsigned level) TVSA_REQUIRES(mutex_) {
         if (table.entries == nullptr) refuse(path, "a table without a list of entries");
         Plan plan;
         plan.size = table.size;
@@ -98,7 +98,7 @@ private:
     }
 
     // Returns the size of the field.
-    std::uint32_t addEntry(Plan& plan, Hash& hash, const Path& here, unsigned level) {
+    std::uint32_t addEntry(Plan& plan, Hash& hash, const Path& here, unsigned level) TVSA_REQUIRES(mutex_) {
         const vdl::EndianEntry& entry = *here.entry;
         switch (entry.kind) {
             case vdl::EndianScalar1:
@@ -130,7 +130,7 @@ private:
         }
     }
 
-    const Plan& innerPlan(Plan& plan, Hash& hash, const Path& here, unsigned level) {
+    const Plan& innerPlan(Plan& plan, Hash& hash, const Path& here, unsigned level) TVSA_REQUIRES(mutex_) {
         if (here.entry->arg.table == nullptr) refuse(&here, "null nested table");
         const Plan& inner = compiled(*here.entry->arg.table, &here, level + 1);
         plan.depth = std::max(plan.depth, inner.depth + 1);
@@ -139,8 +139,8 @@ private:
         return inner;
     }
 
-    std::mutex mutex_;
-    std::unordered_map<const vdl::EndianTable*, std::unique_ptr<const Plan>> plans_;
+    thread_safety::Mutex mutex_;
+    std::unordered_map<const vdl::EndianTable*, std::unique_ptr<const Plan>> plans_ TVSA_GUARDED_BY(mutex_);
 };
 
 } // namespace

@@ -8,26 +8,26 @@
 #include <cerrno>
 #include <cstdint>
 #include <list>
-#include <mutex>
+#include <thread-safety/mutex.h>
 
 namespace frame {
 
 // Events are counted, so that a run takes those that were posted before it was scheduled and no others.
 struct AbstractProcessMember::Events {
-    std::mutex mutex;
-    AbstractProcessMember* owner; // null once destroyed
-    bool open = true;
+    thread_safety::Mutex mutex;
+    AbstractProcessMember* owner TVSA_GUARDED_BY(mutex); // null once destroyed
+    bool open TVSA_GUARDED_BY(mutex) = true;
     // Takes no memory while it is empty, which a destructor could not have. Whoever posts has to bound it: the member
     // and those that it lets post.
-    std::list<std::function<void()>> waiting;
-    std::uint64_t taken = 0;     // events that have left waiting
-    std::uint64_t scheduled = 0; // events that may run, counted from the first one ever posted
+    std::list<std::function<void()>> waiting TVSA_GUARDED_BY(mutex);
+    std::uint64_t taken TVSA_GUARDED_BY(mutex) = 0;     // events that have left waiting
+    std::uint64_t scheduled TVSA_GUARDED_BY(mutex) = 0; // events that may run, counted from the first one ever posted
 
     explicit Events(AbstractProcessMember* member) : owner(member) {}
 
     void setOpen(bool value) {
         std::list<std::function<void()>> discarded; // destroyed without the lock: what events hold may post again
-        std::lock_guard lock(mutex);
+        thread_safety::LockGuard lock(mutex);
         open = value;
         if (open) return;
         taken += waiting.size();
@@ -36,12 +36,12 @@ struct AbstractProcessMember::Events {
 
     // The member to deliver to, or null when its events are discarded.
     AbstractProcessMember* receiver() {
-        std::lock_guard lock(mutex);
+        thread_safety::LockGuard lock(mutex);
         return open ? owner : nullptr;
     }
 
     std::function<void()> take(std::uint64_t limit) {
-        std::lock_guard lock(mutex);
+        thread_safety::LockGuard lock(mutex);
         if (waiting.empty() || taken >= limit) return nullptr;
         std::function<void()> event = std::move(waiting.front());
         waiting.pop_front();
@@ -56,7 +56,7 @@ AbstractProcessMember::AbstractProcessMember() : events_(std::make_shared<Events
 // detaches a member first when it undoes a start-up.
 AbstractProcessMember::~AbstractProcessMember() {
     events_->setOpen(false);
-    std::lock_guard lock(events_->mutex);
+    thread_safety::LockGuard lock(events_->mutex);
     events_->owner = nullptr;
 }
 
@@ -105,14 +105,14 @@ int AbstractProcessMember::performStarting() { return process_ ? 0 : -ENOTCONN; 
 int AbstractProcessMember::performStopping() { return process_ ? 0 : -ENOTCONN; }
 
 void AbstractProcessMember::postEvent(std::function<void()> event) {
-    std::lock_guard lock(events_->mutex);
+    thread_safety::LockGuard lock(events_->mutex);
     if (events_->open && event) events_->waiting.push_back(std::move(event));
 }
 
 void AbstractProcessMember::scheduleEvents() {
     if (!process_) return;
     {
-        std::lock_guard lock(events_->mutex);
+        thread_safety::LockGuard lock(events_->mutex);
         events_->scheduled = events_->taken + events_->waiting.size();
     }
     process_->state().post([events = events_] {
@@ -128,7 +128,7 @@ void AbstractProcessMember::runEvents() {
     const std::shared_ptr<Events> events = events_; // an event may destroy the member
     std::uint64_t limit;
     {
-        std::lock_guard lock(events->mutex);
+        thread_safety::LockGuard lock(events->mutex);
         limit = events->scheduled;
     }
     while (const std::function<void()> event = events->take(limit)) {

@@ -33,9 +33,9 @@ template <class Operation> int runStep(const std::string& who, const char* step,
 
 } // namespace
 
-// An array's way up, phase by phase for all of its members in order.
+// An array's way up, phase by phase for all of its members in order. The state is an argument, not a member, for clang
+// to see whose mutex is held.
 struct Process::State::BringUp {
-    State& state;
     const std::string& source;
     std::vector<AbstractProcessMember*> members;
     std::size_t attached = 0;
@@ -45,17 +45,17 @@ struct Process::State::BringUp {
         return "member " + std::to_string(index + 1) + " of " + source + " (" + typeName(*members[index]) + ")";
     }
 
-    int run() {
+    int run(State& state) TVSA_REQUIRES(state.membersMutex_) {
         int result = 0;
-        for (std::size_t i = 0; i < members.size() && !result; ++i) result = setUp(i);
-        for (std::size_t i = 0; i < members.size() && !result; ++i) result = connect(i);
-        for (std::size_t i = 0; i < members.size() && !result; ++i) result = start(i);
-        if (!result) result = openChannels();
-        if (result) undo();
+        for (std::size_t i = 0; i < members.size() && !result; ++i) result = setUp(state, i);
+        for (std::size_t i = 0; i < members.size() && !result; ++i) result = connect(state, i);
+        for (std::size_t i = 0; i < members.size() && !result; ++i) result = start(state, i);
+        if (!result) result = openChannels(state);
+        if (result) undo(state);
         return result;
     }
 
-    int setUp(std::size_t index) {
+    int setUp(State& state, std::size_t index) {
         AbstractProcessMember& member = *members[index];
         const int result = runStep(name(index), "attachProcess", [&] { return member.attachProcess(state.process_); });
         if (result) return result;
@@ -63,15 +63,15 @@ struct Process::State::BringUp {
         return runStep(name(index), "setupDone", [&] { return member.setupDone(); });
     }
 
-    int connect(std::size_t index) {
+    int connect(State& state, std::size_t index) {
         auto* member = dynamic_cast<AbstractMarshallingImpl*>(members[index]);
         if (!member) return 0;
-        const int result = runStep(name(index), "connecting", [&] { return connect(*member); });
+        const int result = runStep(name(index), "connecting", [&] { return connect(state, *member); });
         if (result) return result;
         return runStep(name(index), "registerMessageHandlers", [&] { return member->registerMessageHandlers(); });
     }
 
-    int connect(AbstractMarshallingImpl& member) {
+    int connect(State& state, AbstractMarshallingImpl& member) {
         if (member.getServiceName().empty()) {
             HOST_LOG(frame, vdlDebugFailure, "%s has not set the name of its service\n", typeName(member).c_str());
             return -EINVAL;
@@ -85,7 +85,7 @@ struct Process::State::BringUp {
 
     // Nothing arrives before the whole array has started: its members may set up in their start what notifications
     // need.
-    int openChannels() {
+    int openChannels(State& state) {
         return runStep(source, "starting the message queue", [&] {
             if (channels.empty()) return 0;
             state.startQueue();
@@ -94,7 +94,7 @@ struct Process::State::BringUp {
         });
     }
 
-    int start(std::size_t index) {
+    int start(State& state, std::size_t index) TVSA_REQUIRES(state.membersMutex_) {
         AbstractProcessMember& member = *members[index];
         const int result = runStep(name(index), "start", [&] { return member.start(); });
         if (!result) state.started_.push_back(&member);
@@ -102,7 +102,7 @@ struct Process::State::BringUp {
     }
 
     // Members stay in existence, as others may know them. The channels, none of which is open, go.
-    void undo() {
+    void undo(State& state) TVSA_REQUIRES(state.membersMutex_) {
         for (std::size_t i = members.size(); i-- > 0;) {
             if (!std::erase(state.started_, members[i])) continue;
             runStep(name(i), "stop", [&] { return members[i]->stop(); });
@@ -117,7 +117,7 @@ struct Process::State::BringUp {
 };
 
 int Process::State::startMembersOf(Factory factory, const std::string& source) {
-    std::lock_guard lock(membersMutex_);
+    thread_safety::LockGuard lock(membersMutex_);
     void** array = nullptr;
     const int result = runStep(source, "making the members", [&] {
         if (factory) array = factory();
@@ -125,18 +125,18 @@ int Process::State::startMembersOf(Factory factory, const std::string& source) {
     });
     if (result) return result;
 
-    BringUp bringUp{*this, source, {}};
+    BringUp bringUp{source, {}};
     for (void** slot = array; *slot; ++slot) {
         auto* member = static_cast<AbstractProcessMember*>(*slot);
         members_.emplace_back(member);
         bringUp.members.push_back(member);
     }
     std::free(array);
-    return bringUp.run();
+    return bringUp.run(*this);
 }
 
 void Process::State::stopMembers() {
-    std::lock_guard lock(membersMutex_);
+    thread_safety::LockGuard lock(membersMutex_);
     while (!started_.empty()) {
         AbstractProcessMember* member = started_.back();
         started_.pop_back();
@@ -158,14 +158,14 @@ Process::State::~State() {
 }
 
 host::MessageQueue& Process::State::messageQueue() {
-    std::lock_guard lock(queueMutex_);
+    thread_safety::LockGuard lock(queueMutex_);
     if (!queue_) queue_ = std::make_unique<host::MessageQueue>();
     return *queue_;
 }
 
 void Process::State::startQueue() {
     host::MessageQueue& queue = messageQueue();
-    std::lock_guard lock(queueMutex_);
+    thread_safety::LockGuard lock(queueMutex_);
     if (queueStarted_) return;
     queue.start();
     queueStarted_ = true;
@@ -174,7 +174,7 @@ void Process::State::startQueue() {
 void Process::State::stopQueue() {
     host::MessageQueue* queue;
     {
-        std::lock_guard lock(queueMutex_);
+        thread_safety::LockGuard lock(queueMutex_);
         queueStarted_ = true; // it does not start again
         queue = queue_.get();
     }

@@ -11,7 +11,7 @@ namespace frame {
 
 void Process::State::post(std::function<void()> work) {
     {
-        std::lock_guard lock(workMutex_);
+        thread_safety::LockGuard lock(workMutex_);
         if (phase_ == Phase::ending || phase_ == Phase::ended) return;
         work_.push_back(std::move(work));
     }
@@ -19,7 +19,7 @@ void Process::State::post(std::function<void()> work) {
 }
 
 int Process::State::call(std::function<int()> work) {
-    std::unique_lock lock(workMutex_);
+    thread_safety::UniqueLock lock(workMutex_);
     const bool threadExists = phase_ == Phase::serving || phase_ == Phase::ending;
     if (!threadExists || thread_ == std::this_thread::get_id()) {
         lock.unlock();
@@ -41,15 +41,15 @@ int Process::State::call(std::function<int()> work) {
 }
 
 void Process::State::beginServing() {
-    std::lock_guard lock(workMutex_);
+    thread_safety::LockGuard lock(workMutex_);
     thread_ = std::this_thread::get_id();
     phase_ = Phase::serving;
 }
 
 void Process::State::serve() {
-    std::unique_lock lock(workMutex_);
+    thread_safety::UniqueLock lock(workMutex_);
     for (;;) {
-        workChanged_.wait(lock, [&] { return endRequested_ || !work_.empty(); });
+        workChanged_.wait(lock, [&]() TVSA_REQUIRES(workMutex_) { return endRequested_ || !work_.empty(); });
         if (endRequested_) return;
         std::function<void()> work = std::move(work_.front());
         work_.pop_front();
@@ -64,7 +64,7 @@ void Process::State::serve() {
 
 void Process::State::requestEnd() {
     {
-        std::lock_guard lock(workMutex_);
+        thread_safety::LockGuard lock(workMutex_);
         endRequested_ = true;
     }
     workChanged_.notify_one();
@@ -74,7 +74,7 @@ void Process::State::requestEnd() {
 void Process::State::end() {
     std::deque<std::function<void()>> discarded;
     {
-        std::lock_guard lock(workMutex_);
+        thread_safety::LockGuard lock(workMutex_);
         if (phase_ == Phase::ended) return;
         thread_ = std::this_thread::get_id();
         phase_ = Phase::ending;
@@ -83,7 +83,7 @@ void Process::State::end() {
     discarded.clear(); // releases those who wait in call
     stopMembers();
     stopQueue();
-    std::lock_guard lock(workMutex_);
+    thread_safety::LockGuard lock(workMutex_);
     phase_ = Phase::ended;
 }
 

@@ -5,8 +5,8 @@
 #include <charconv>
 #include <cstring>
 #include <map>
-#include <mutex>
 #include <optional>
+#include <thread-safety/mutex.h>
 #include <vector>
 
 // The default holds from the loading of the library on, before any code runs.
@@ -27,8 +27,9 @@ constexpr std::size_t mostNames = 256;
 
 struct Wanted {
     using Levels = std::map<std::string, std::uint16_t, std::less<>>;
-    std::mutex mutex; // also serialises changes of names and levels
-    Levels byName;    // at most mostNames, as shells give any number of names that no module has
+    thread_safety::Mutex mutex; // also serialises changes of names and levels
+    // At most mostNames, as shells give any number of names that no module has.
+    Levels byName TVSA_GUARDED_BY(mutex);
 };
 
 Wanted& wanted() {
@@ -120,7 +121,7 @@ std::string parseAll(std::string_view text, std::vector<Item>& items) {
 
 // Returns what is wrong, having changed nothing then, or an empty string.
 std::string apply(const std::vector<Item>& items) {
-    std::lock_guard lock(wanted().mutex);
+    thread_safety::LockGuard lock(wanted().mutex);
     Wanted::Levels byName = wanted().byName;
     for (const Item& item : items)
         if (item.target == Item::Target::all)
@@ -173,7 +174,7 @@ const char* nameOfModule(std::uint32_t module) noexcept {
 void vdlDebugNameModule(std::uint32_t module, const char* name) {
     using namespace host::debug;
     if (module >= vdlDebugModules || !name || !*name) return;
-    std::lock_guard lock(wanted().mutex);
+    thread_safety::LockGuard lock(wanted().mutex);
     if (nameOfModule(module)) return;
     const char* const copy = strdup(name); // kept: lines of other threads may be using it at any time
     if (!copy) return;

@@ -5,25 +5,21 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <mutex>
 #include <numeric>
+#include <thread-safety/mutex.h>
 #include <utility>
 
 namespace host {
 namespace debug {
 namespace {
 
-struct Collector {
-    bool quiet;
-    std::vector<LogCapture::Line> lines{}; // at most LogCapture::mostLines
-    std::size_t lost = 0;
-};
+struct Collector;
 
 // Who is collecting now. Never destroyed: lines come until the very end of the process.
 struct Collectors {
-    std::mutex mutex; // guards also the collectors' lines
+    thread_safety::Mutex mutex;
     std::condition_variable changed;
-    std::vector<Collector*> list;
+    std::vector<Collector*> list TVSA_GUARDED_BY(mutex);
 };
 
 Collectors& collectors() {
@@ -31,13 +27,19 @@ Collectors& collectors() {
     return instance;
 }
 
+struct Collector {
+    const bool quiet;
+    std::vector<LogCapture::Line> lines TVSA_GUARDED_BY(collectors().mutex){}; // at most LogCapture::mostLines
+    std::size_t lost TVSA_GUARDED_BY(collectors().mutex) = 0;
+};
+
 } // namespace
 
 constinit std::atomic<int> captures{0};
 
 bool capture(std::uint32_t levelWord, std::string_view text) {
     bool quiet = false;
-    std::lock_guard lock(collectors().mutex);
+    thread_safety::LockGuard lock(collectors().mutex);
     for (Collector* collector : collectors().list) {
         if (collector->lines.size() == LogCapture::mostLines) {
             ++collector->lost;
@@ -67,7 +69,7 @@ LogCapture::LogCapture(const std::vector<std::uint32_t>& modules, bool quiet)
         std::iota(chosen.begin(), chosen.end(), 0U);
     }
     {
-        std::lock_guard lock(collectors().mutex);
+        thread_safety::LockGuard lock(collectors().mutex);
         collectors().list.push_back(&state_->collector);
         ++debug::captures;
     }
@@ -82,7 +84,7 @@ LogCapture::~LogCapture() {
     // Backwards, so that a module given twice ends with its first level.
     for (auto it = former.rbegin(); it != former.rend(); ++it) vdlDebugLevels[it->first % vdlDebugModules] = it->second;
     {
-        std::lock_guard lock(collectors().mutex);
+        thread_safety::LockGuard lock(collectors().mutex);
         --debug::captures;
         std::erase(collectors().list, &state_->collector);
     }
@@ -90,20 +92,20 @@ LogCapture::~LogCapture() {
 }
 
 std::vector<LogCapture::Line> LogCapture::lines() const {
-    std::lock_guard lock(collectors().mutex);
+    thread_safety::LockGuard lock(collectors().mutex);
     return state_->collector.lines;
 }
 
 std::size_t LogCapture::lost() const {
-    std::lock_guard lock(collectors().mutex);
+    thread_safety::LockGuard lock(collectors().mutex);
     return state_->collector.lost;
 }
 
 bool LogCapture::waitFor(const std::string& part, std::chrono::milliseconds timeout) const {
-    std::unique_lock lock(collectors().mutex);
+    thread_safety::UniqueLock lock(collectors().mutex);
     std::size_t seen = 0;
     const auto& lines = state_->collector.lines;
-    return collectors().changed.wait_for(lock, timeout, [&] {
+    return collectors().changed.wait_for(lock, timeout, [&]() TVSA_REQUIRES(collectors().mutex) {
         for (; seen < lines.size(); ++seen)
             if (lines[seen].text.find(part) != std::string::npos) return true;
         return false;

@@ -9,8 +9,8 @@
 #include <host/environment.h>
 
 #include <chrono>
-#include <mutex>
 #include <string>
+#include <thread-safety/mutex.h>
 
 namespace host {
 namespace {
@@ -35,18 +35,18 @@ public:
     }
 
     void beginFarewell() override {
-        std::lock_guard lock(mutex_);
+        thread_safety::LockGuard lock(mutex_);
         if (remote_) remote_->beginFarewell();
     }
     void endFarewell() noexcept override {
-        std::lock_guard lock(mutex_);
+        thread_safety::LockGuard lock(mutex_);
         if (remote_) remote_->endFarewell();
     }
 
 private:
     // Made for the first service on another host, or for other hosts, as it needs keys.
-    remote::Transport& remote() {
-        std::lock_guard lock(mutex_);
+    remote::Transport& remote() TVSA_EXCLUDES(mutex_) {
+        thread_safety::LockGuard lock(mutex_);
         if (!remote_)
             remote_ = std::make_unique<remote::Transport>(
                 io_, ownKeys(), std::chrono::milliseconds(config::numberOf("remote.heartbeat_ms")));
@@ -54,8 +54,8 @@ private:
     }
 
     boost::asio::io_context& io_;
-    std::mutex mutex_; // guards the rest
-    std::unique_ptr<remote::Transport> remote_;
+    thread_safety::Mutex mutex_;
+    std::unique_ptr<remote::Transport> remote_ TVSA_GUARDED_BY(mutex_);
 };
 
 } // namespace

@@ -23,7 +23,6 @@
 #include <functional>
 #include <iterator>
 #include <list>
-#include <mutex>
 #include <netdb.h>
 #include <poll.h>
 #include <pthread.h>
@@ -31,6 +30,7 @@
 #include <string_view>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <thread-safety/mutex.h>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -126,18 +126,18 @@ public:
     bool take() { return !busy_.exchange(true); }
     void free() { busy_ = false; }
     template <class Step> void post(Step step) {
-        std::lock_guard lock(mutex_);
+        thread_safety::LockGuard lock(mutex_);
         if (io_) boost::asio::post(*io_, std::move(step));
     }
     void cut() {
-        std::lock_guard lock(mutex_);
+        thread_safety::LockGuard lock(mutex_);
         io_ = nullptr;
     }
 
 private:
     std::atomic<bool> busy_{false};
-    std::mutex mutex_;
-    boost::asio::io_context* io_;
+    thread_safety::Mutex mutex_;
+    boost::asio::io_context* io_ TVSA_GUARDED_BY(mutex_);
 };
 
 class RemoteConnector final : public io::Connector {

@@ -87,7 +87,7 @@ void TlsStream::stepWhenThereIsInput(const User& user) {
     socket_.async_read_some(boost::asio::buffer(session_->room(), Session::roomBytes),
                             [this, user](const Error& error, std::size_t count) {
                                 {
-                                    std::lock_guard lock(mutex_);
+                                    thread_safety::LockGuard lock(mutex_);
                                     session_->arrived(count, error == boost::asio::error::eof ? 0 : error.value());
                                 }
                                 step(user);
@@ -119,7 +119,7 @@ void TlsStream::receive(char* room, std::size_t size, User user) {
     size_ = size;
     bool here;
     {
-        std::lock_guard lock(mutex_);
+        thread_safety::LockGuard lock(mutex_);
         here = over_ || session_->hasInput();
     }
     comeBack(here ? Progress::again : Progress::needsInput, user);
@@ -130,7 +130,7 @@ void TlsStream::read(const User& user) {
     std::size_t count = 0;
     auto progress = over_ ? Progress::over : Progress::done;
     {
-        std::lock_guard lock(mutex_);
+        thread_safety::LockGuard lock(mutex_);
         for (bool more = !over_; more; more = progress == Progress::done && count < size_ && session_->hasInput()) {
             std::size_t some = 0;
             progress = session_->read(room_ + count, size_ - count, some);
@@ -147,7 +147,7 @@ void TlsStream::end(io::StreamUser& user) {
     std::string reason = "broken"; // without memory for more
     bool fault;
     {
-        std::lock_guard lock(mutex_); // others may still be sending
+        thread_safety::LockGuard lock(mutex_); // others may still be sending
         fault = session_->isFault();
         try {
             reason = silent_ ? "the peer does not answer" : session_->reason();
@@ -158,7 +158,7 @@ void TlsStream::end(io::StreamUser& user) {
 }
 
 std::size_t TlsStream::send(const char* data, std::size_t size, std::error_code& error) noexcept {
-    std::lock_guard lock(mutex_);
+    thread_safety::LockGuard lock(mutex_);
     std::size_t taken = 0;
     const auto progress = session_->write(data, size, taken);
     spoke_ = spoke_ || taken > 0;
@@ -174,7 +174,7 @@ void TlsStream::breakOff() noexcept { ::shutdown(descriptor_, SHUT_RDWR); }
 void TlsStream::close() noexcept {
     Error ignored;
     heartbeat_.cancel(ignored);
-    std::lock_guard lock(mutex_);
+    thread_safety::LockGuard lock(mutex_);
     key_.reset();
     if (proven_ && socket_.is_open()) {
         session_->end();
@@ -198,7 +198,7 @@ void TlsStream::watch(const std::weak_ptr<io::StreamUser>& user) {
         silent_ = isSilent(); // before there is something new that cannot be acknowledged yet
         if (silent_) return breakOff();
         {
-            std::lock_guard lock(mutex_);
+            thread_safety::LockGuard lock(mutex_);
             if (!std::exchange(spoke_, false)) session_->probe();
         }
         try {

@@ -12,9 +12,9 @@
 #include <cstddef>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <system_error>
+#include <thread-safety/mutex.h>
 #include <vector>
 
 namespace host::remote {
@@ -46,10 +46,11 @@ public:
     // onWritable that the stream can be used; or else by onFault why not, perhaps before this returns. May throw.
     void prove(const User& user);
     // Whether the peer has said anything, perhaps what has still to be read.
-    bool hasSpoken() const;
+    bool hasSpoken() const TVSA_NO_THREAD_SAFETY_ANALYSIS; // before the key is proven
 
     bool isOwn() const override { return true; }
-    std::string peer() const override { return "key " + *key_; }
+    // With a proven key, which goes only when the stream is closed.
+    std::string peer() const override TVSA_NO_THREAD_SAFETY_ANALYSIS { return "key " + *key_; }
     void receive(char* room, std::size_t size, User user) override;
     std::size_t send(const char* data, std::size_t size, std::error_code& error) noexcept override;
     void waitWritable(User user) noexcept override;
@@ -60,8 +61,8 @@ private:
     Answer check(const std::string& publicKey) override;
     void step(const User& user) noexcept;
     void comeBack(Session::Progress progress, const User& user);
-    void stepWhenThereIsInput(const User& user);
-    void shakeHands(const User& user);
+    void stepWhenThereIsInput(const User& user) TVSA_NO_THREAD_SAFETY_ANALYSIS; // the session's room never moves
+    void shakeHands(const User& user) TVSA_NO_THREAD_SAFETY_ANALYSIS;           // before the key is proven
     std::string tooManyStreams() const;
     void read(const User& user);
     void end(io::StreamUser& user);
@@ -82,10 +83,11 @@ private:
 
     int descriptor_ = -1; // the socket's, for any thread once the key is proven
 
-    std::mutex mutex_; // guards the rest, once the key is proven
-    std::unique_ptr<Session> session_;
-    std::shared_ptr<const std::string> key_;
-    bool spoke_ = false; // since the last heartbeat
+    thread_safety::Mutex mutex_;
+    // Until the key is proven, these are the receiving thread's, without the mutex. clang knows no such time.
+    std::unique_ptr<Session> session_ TVSA_GUARDED_BY(mutex_);
+    std::shared_ptr<const std::string> key_ TVSA_GUARDED_BY(mutex_);
+    bool spoke_ TVSA_GUARDED_BY(mutex_) = false; // since the last heartbeat
 };
 
 } // namespace host::remote

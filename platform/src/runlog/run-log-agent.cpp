@@ -12,9 +12,9 @@
 #include <cstdio>
 #include <ctime>
 #include <exception>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
+#include <thread-safety/mutex.h>
 
 namespace lrt {
 namespace {
@@ -37,9 +37,9 @@ std::string storePath() { return host::stateDirectory() + '/' + host::runLogName
 // What endRunLogWaits leaves behind for an agent that is first used later. Takes no memory, as an agent that cannot be
 // made must leave nothing behind.
 constinit struct {
-    std::mutex mutex;
-    RunLogQueue* queue = nullptr; // the agent's, once there is one
-    bool ended = false;
+    thread_safety::Mutex mutex;
+    RunLogQueue* queue TVSA_GUARDED_BY(mutex) = nullptr; // the agent's, once there is one
+    bool ended TVSA_GUARDED_BY(mutex) = false;
 } waits;
 
 } // namespace
@@ -56,7 +56,7 @@ struct RunLogAgentImpl::State {
 };
 
 void endRunLogWaits() {
-    std::lock_guard lock(waits.mutex);
+    thread_safety::LockGuard lock(waits.mutex);
     waits.ended = true;
     if (waits.queue) waits.queue->endWaits();
 }
@@ -64,7 +64,7 @@ void endRunLogWaits() {
 RunLogAgentImpl::RunLogAgentImpl() : state_(nullptr) {
     host::nameModule(host::Module::runlog, "runlog");
     state_ = new State;
-    std::lock_guard lock(waits.mutex);
+    thread_safety::LockGuard lock(waits.mutex);
     waits.queue = &state_->queue;
     if (waits.ended) state_->queue.endWaits();
 }

@@ -13,7 +13,7 @@ RunLogQueue::RunLogQueue(std::size_t capacity, Store store) : capacity_(capacity
 
 RunLogQueue::~RunLogQueue() {
     {
-        std::lock_guard lock(mutex_);
+        thread_safety::LockGuard lock(mutex_);
         stopping_ = true;
         changed_.notify_all();
     }
@@ -23,7 +23,7 @@ RunLogQueue::~RunLogQueue() {
 void RunLogQueue::write(const RunLogRecord& record) noexcept {
     try {
         RunLogRecord copy = record;
-        std::lock_guard lock(mutex_);
+        thread_safety::LockGuard lock(mutex_);
         if (!stopping_ && accepted_ - finished_ < capacity_) {
             if (!thread_.joinable()) startThread();
             queue_.push_back(std::move(copy));
@@ -53,9 +53,9 @@ void RunLogQueue::startThread() {
 
 void RunLogQueue::run() {
     pthread_setname_np(pthread_self(), "run-log");
-    std::unique_lock lock(mutex_);
+    thread_safety::UniqueLock lock(mutex_);
     for (;;) {
-        changed_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
+        changed_.wait(lock, [&]() TVSA_REQUIRES(mutex_) { return stopping_ || !queue_.empty(); });
         if (queue_.empty()) break;
         std::vector<RunLogRecord> batch;
         batch.swap(queue_);
@@ -91,23 +91,24 @@ void RunLogQueue::storeBatch(const std::vector<RunLogRecord>& batch) {
 }
 
 bool RunLogQueue::flush(std::chrono::milliseconds timeout) {
-    std::unique_lock lock(mutex_);
+    thread_safety::UniqueLock lock(mutex_);
     const std::uint64_t target = accepted_;
-    changed_.wait_for(lock, timeout, [&] { return finished_ >= target || abandoned_ || waitsEnded_; });
+    changed_.wait_for(lock, timeout,
+                      [&]() TVSA_REQUIRES(mutex_) { return finished_ >= target || abandoned_ || waitsEnded_; });
     return finished_ >= target;
 }
 
 void RunLogQueue::endWaits() {
-    std::lock_guard lock(mutex_);
+    thread_safety::LockGuard lock(mutex_);
     waitsEnded_ = true;
     changed_.notify_all();
 }
 
 bool RunLogQueue::stop(std::chrono::milliseconds timeout) {
-    std::unique_lock lock(mutex_);
+    thread_safety::UniqueLock lock(mutex_);
     stopping_ = true;
     changed_.notify_all();
-    const bool ended = changed_.wait_for(lock, timeout, [&] { return ended_; });
+    const bool ended = changed_.wait_for(lock, timeout, [&]() TVSA_REQUIRES(mutex_) { return ended_; });
     abandoned_ = !ended;
     changed_.notify_all();
     std::thread thread = std::move(thread_);

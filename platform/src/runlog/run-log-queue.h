@@ -7,7 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
-#include <mutex>
+#include <thread-safety/mutex.h>
 #include <thread>
 
 namespace lrt {
@@ -22,16 +22,16 @@ public:
     RunLogQueue(std::size_t capacity, Store store);
     ~RunLogQueue(); // stores what is queued
 
-    void write(const RunLogRecord& record) noexcept;
+    void write(const RunLogRecord& record) noexcept TVSA_EXCLUDES(mutex_);
     // Waits until all records so far are stored or dropped, but not beyond the timeout, endWaits or a stop that gives
     // up on them. Returns whether they are.
-    bool flush(std::chrono::milliseconds timeout);
+    bool flush(std::chrono::milliseconds timeout) TVSA_EXCLUDES(mutex_);
     // From any thread: ends the waits of flush, and lets no later one wait.
-    void endWaits();
+    void endWaits() TVSA_EXCLUDES(mutex_);
     std::uint64_t dropped() const { return dropped_.load(std::memory_order_relaxed); }
     // Refuses further records and stores what is queued. Returns whether that, and the thread, ended in time; if not,
     // the thread goes on by itself, and the queue must not be destroyed.
-    bool stop(std::chrono::milliseconds timeout);
+    bool stop(std::chrono::milliseconds timeout) TVSA_EXCLUDES(mutex_);
 
     RunLogQueue(const RunLogQueue&) = delete;
     RunLogQueue& operator=(const RunLogQueue&) = delete;
@@ -39,7 +39,7 @@ public:
 private:
     void run();
     void storeBatch(const std::vector<RunLogRecord>& batch);
-    void startThread();
+    void startThread() TVSA_REQUIRES(mutex_);
 
     const std::size_t capacity_;
     const Store store_;
@@ -47,12 +47,16 @@ private:
     std::uint64_t reported_ = 0; // of the dropped ones; the thread's own
     bool failing_ = false;       // whether the last batch was lost; the thread's own
 
-    mutable std::mutex mutex_;
+    thread_safety::Mutex mutex_;
     std::condition_variable changed_;
-    std::vector<RunLogRecord> queue_;           // at most capacity_, others are counted as dropped
-    std::uint64_t accepted_ = 0, finished_ = 0; // finished: stored or dropped
-    bool stopping_ = false, ended_ = true, abandoned_ = false, waitsEnded_ = false;
-    std::thread thread_;
+    std::vector<RunLogRecord> queue_ TVSA_GUARDED_BY(mutex_); // at most capacity_, others are counted as dropped
+    std::uint64_t accepted_ TVSA_GUARDED_BY(mutex_) = 0;
+    std::uint64_t finished_ TVSA_GUARDED_BY(mutex_) = 0; // stored or dropped
+    bool stopping_ TVSA_GUARDED_BY(mutex_) = false;
+    bool ended_ TVSA_GUARDED_BY(mutex_) = true;
+    bool abandoned_ TVSA_GUARDED_BY(mutex_) = false;
+    bool waitsEnded_ TVSA_GUARDED_BY(mutex_) = false;
+    std::thread thread_ TVSA_GUARDED_BY(mutex_);
 };
 
 } // namespace lrt

@@ -35,17 +35,17 @@ int CommandTable::registerCommand(const std::string& specification, const std::s
     if (!handler || !parseSpecification(specification, command.specification)) return -EINVAL;
     command.help = helpTextOf(command.specification, help);
     std::string word = command.specification.word;
-    std::lock_guard lock(mutex_);
+    thread_safety::LockGuard lock(mutex_);
     return commands_.emplace(std::move(word), std::move(command)).second ? 0 : -EEXIST;
 }
 
 std::string CommandTable::getArgument(unsigned index) {
-    std::lock_guard lock(mutex_);
+    thread_safety::LockGuard lock(mutex_);
     return current_ && index < current_->arguments.size() ? current_->arguments[index] : std::string();
 }
 
 void CommandTable::print(const std::string& text) {
-    std::lock_guard lock(mutex_);
+    thread_safety::LockGuard lock(mutex_);
     if (!current_) return;
     auto& output = current_->output;
     const auto room = maximumOutput - output.size();
@@ -54,7 +54,7 @@ void CommandTable::print(const std::string& text) {
 }
 
 bool CommandTable::wantsJson() {
-    std::lock_guard lock(mutex_);
+    thread_safety::LockGuard lock(mutex_);
     return current_ && current_->json;
 }
 
@@ -99,7 +99,7 @@ public:
 
 private:
     void set(Invocation* invocation) {
-        std::lock_guard lock(table_.mutex_);
+        thread_safety::LockGuard lock(table_.mutex_);
         table_.current_ = invocation;
     }
     CommandTable& table_;
@@ -137,7 +137,7 @@ CommandTable::Result CommandTable::call(const Command& command, Invocation& invo
 }
 
 const CommandTable::Command* CommandTable::find(const std::string& word) const {
-    std::lock_guard lock(mutex_);
+    thread_safety::LockGuard lock(mutex_);
     const auto entry = commands_.find(word);
     return entry == commands_.end() ? nullptr : &entry->second;
 }
@@ -147,7 +147,7 @@ void CommandTable::help() {
     std::vector<std::pair<std::string, std::string>> lines;
     std::size_t width = 0;
     {
-        std::lock_guard lock(mutex_);
+        thread_safety::LockGuard lock(mutex_);
         for (const auto& [word, command] : commands_) {
             const auto& [arguments, description] = command.help;
             list += (list.empty() ? "{\"arguments\":" : ",{\"arguments\":") + quoted(arguments) +

@@ -11,8 +11,8 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
+#include <thread-safety/mutex.h>
 #include <thread>
 #include <vector>
 
@@ -32,23 +32,23 @@ struct Process::State {
     int getInterfaceReference(boost::shared_ptr<Interface>& reference, const std::string& key);
 
     // The framework's thread. Work posted before it runs waits for it, work posted after it ended is discarded.
-    void post(std::function<void()> work);
+    void post(std::function<void()> work) TVSA_EXCLUDES(workMutex_);
     // Has work done on the framework's thread and returns its result; done by the caller itself when that is the
     // framework's thread, or when there is none. -108 when the process ends before it is the work's turn.
-    int call(std::function<int()> work);
+    int call(std::function<int()> work) TVSA_EXCLUDES(workMutex_);
     // Makes the caller's thread the framework's until requestEnd, whatever has been posted by then.
     void beginServing();
-    void serve();
-    void requestEnd();
+    void serve() TVSA_EXCLUDES(workMutex_);
+    void requestEnd() TVSA_EXCLUDES(workMutex_);
     // Stops all members in reverse order and the queue; no other thread's work is taken meanwhile.
-    void end();
+    void end() TVSA_EXCLUDES(workMutex_, queueMutex_);
 
     // Members. source names in the log where they came from.
     int startMembersOf(Factory factory, const std::string& source);
     int nextServiceId() { return ++lastServiceId_; }
 
-    host::MessageQueue& messageQueue();
-    void startQueue();
+    host::MessageQueue& messageQueue() TVSA_EXCLUDES(queueMutex_);
+    void startQueue() TVSA_EXCLUDES(queueMutex_);
 
 private:
     enum class Phase { idle, serving, ending, ended };
@@ -64,28 +64,30 @@ private:
 
     Process& process_;
 
-    std::mutex queueMutex_;
+    thread_safety::Mutex queueMutex_;
     // Handlers and listeners are members' affairs, so the queue is declared before the members and outlives them.
-    std::unique_ptr<host::MessageQueue> queue_;
-    bool queueStarted_ = false;
+    std::unique_ptr<host::MessageQueue> queue_ TVSA_GUARDED_BY(queueMutex_);
+    bool queueStarted_ TVSA_GUARDED_BY(queueMutex_) = false;
 
-    std::mutex registryMutex_;
-    std::map<std::string, Registration> registry_;
+    thread_safety::Mutex registryMutex_;
+    std::map<std::string, Registration> registry_ TVSA_GUARDED_BY(registryMutex_);
 
-    std::mutex workMutex_;
+    thread_safety::Mutex workMutex_;
     std::condition_variable workChanged_;
-    Phase phase_ = Phase::idle;
-    bool endRequested_ = false;
-    std::thread::id thread_; // the framework's, meaningful while serving or ending
+    Phase phase_ TVSA_GUARDED_BY(workMutex_) = Phase::idle;
+    bool endRequested_ TVSA_GUARDED_BY(workMutex_) = false;
+    // The framework's, meaningful while serving or ending.
+    std::thread::id thread_ TVSA_GUARDED_BY(workMutex_);
     // A thread that waits in call has one piece of work in it. Other pieces are members' scheduled events, which the
     // members themselves have to bound; no message of a peer posts any.
-    std::deque<std::function<void()>> work_;
+    std::deque<std::function<void()>> work_ TVSA_GUARDED_BY(workMutex_);
 
     std::atomic<int> lastServiceId_{0};
     // Recursive because a member's start may start further members.
-    std::recursive_mutex membersMutex_;
-    std::vector<std::unique_ptr<AbstractProcessMember>> members_; // in order of attaching, also those that failed
-    std::vector<AbstractProcessMember*> started_;                 // in order of starting
+    thread_safety::RecursiveMutex membersMutex_;
+    // In order of attaching, also those that failed.
+    std::vector<std::unique_ptr<AbstractProcessMember>> members_ TVSA_GUARDED_BY(membersMutex_);
+    std::vector<AbstractProcessMember*> started_ TVSA_GUARDED_BY(membersMutex_); // in order of starting
 };
 
 } // namespace frame

@@ -7,9 +7,9 @@
 
 #include <cstddef>
 #include <map>
-#include <mutex>
 #include <string>
 #include <string_view>
+#include <thread-safety/mutex.h>
 #include <vector>
 
 namespace appovshell {
@@ -63,9 +63,9 @@ private:
     const Command* find(const std::string& word) const;
     void help();
 
-    mutable std::mutex mutex_;
-    std::map<std::string, Command> commands_; // entries are never removed
-    Invocation* current_ = nullptr;
+    mutable thread_safety::Mutex mutex_;
+    std::map<std::string, Command> commands_ TVSA_GUARDED_BY(mutex_); // entries are never removed
+    Invocation* current_ TVSA_GUARDED_BY(mutex_) = nullptr;
 };
 
 // A line that ends an answer; error may be empty.
