@@ -9,7 +9,7 @@ namespace services {
 
 DelayLine::~DelayLine() {
     {
-        const std::lock_guard lock(mutex_);
+        const thread_safety::LockGuard lock(mutex_);
         ending_ = true;
     }
     changed_.notify_one();
@@ -18,7 +18,7 @@ DelayLine::~DelayLine() {
 
 void DelayLine::give(Work work, std::chrono::milliseconds delay, std::size_t bytes) {
     {
-        const std::lock_guard lock(mutex_);
+        const thread_safety::LockGuard lock(mutex_);
         if (delay.count() > 0 || !waiting_.empty()) {
             if (waiting_.size() == bounds::delayedAnswers || bytes > bounds::delayedBytes - bytes_) {
                 ++refused_;
@@ -37,12 +37,12 @@ void DelayLine::give(Work work, std::chrono::milliseconds delay, std::size_t byt
 }
 
 void DelayLine::run() {
-    std::unique_lock lock(mutex_);
+    thread_safety::UniqueLock lock(mutex_);
     while (true) {
-        changed_.wait(lock, [this] { return ending_ || !waiting_.empty(); });
+        changed_.wait(lock, [this]() TVSA_REQUIRES(mutex_) { return ending_ || !waiting_.empty(); });
         if (ending_) return;
         const Clock::time_point due = waiting_.front().due;
-        if (changed_.wait_until(lock, due, [this] { return ending_; })) return;
+        if (changed_.wait_until(lock, due, [this]() TVSA_REQUIRES(mutex_) { return ending_; })) return;
         const Work& work = waiting_.front().work;
         lock.unlock();
         try {
@@ -57,7 +57,7 @@ void DelayLine::run() {
 }
 
 TableCount DelayLine::count() const {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     return {"delayed answers", waiting_.size(), bounds::delayedAnswers, refused_};
 }
 

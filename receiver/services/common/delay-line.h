@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <mutex>
+#include <thread-safety/mutex.h>
 #include <thread>
 
 namespace services {
@@ -42,14 +42,14 @@ private:
 
     void run();
 
-    mutable std::mutex mutex_;
+    mutable thread_safety::Mutex mutex_;
     std::condition_variable changed_;
     // At most bounds::delayedAnswers. The front stays until it is done, so that nothing overtakes it.
-    std::deque<Waiting> waiting_;
-    std::size_t bytes_ = 0; // of the work in waiting_; at most bounds::delayedBytes
-    std::uint64_t refused_ = 0;
-    bool ending_ = false;
-    std::thread thread_; // started by the first work that has to wait
+    std::deque<Waiting> waiting_ TVSA_GUARDED_BY(mutex_);
+    std::size_t bytes_ TVSA_GUARDED_BY(mutex_) = 0; // of the work in waiting_; at most bounds::delayedBytes
+    std::uint64_t refused_ TVSA_GUARDED_BY(mutex_) = 0;
+    bool ending_ TVSA_GUARDED_BY(mutex_) = false;
+    std::thread thread_ TVSA_GUARDED_BY(mutex_); // started by the first work that has to wait
 };
 
 } // namespace services

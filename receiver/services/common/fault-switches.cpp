@@ -38,7 +38,7 @@ const char* FaultSwitches::help() {
 }
 
 std::string FaultSwitches::set(const std::string& name, const std::string& value) {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     if (name == "clear") {
         if (!value.empty()) return "clear takes no value";
         faults_ = {};
@@ -72,12 +72,12 @@ std::string FaultSwitches::set(const std::string& assignment) {
 }
 
 Faults FaultSwitches::get() const {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     return faults_;
 }
 
 bool FaultSwitches::countAnswer() {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     return faults_.exitAfter != 0 && --faults_.exitAfter == 0;
 }
 

@@ -3,8 +3,8 @@
 
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 #include <string>
+#include <thread-safety/mutex.h>
 
 namespace services {
 
@@ -37,8 +37,8 @@ public:
     bool countAnswer();
 
 private:
-    mutable std::mutex mutex_;
-    Faults faults_;
+    mutable thread_safety::Mutex mutex_;
+    Faults faults_ TVSA_GUARDED_BY(mutex_);
 };
 
 } // namespace services

@@ -7,7 +7,7 @@
 namespace services {
 
 bool TerminalTable::show(const Terminal& terminal, Shown shown, Evictions* evictions) {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     const std::size_t bytes = shown.textBytes();
     if (shown_.put(terminal, std::move(shown), evictions)) return true;
     SERVICE_LOG(vdlDebugWarning,
@@ -17,17 +17,17 @@ bool TerminalTable::show(const Terminal& terminal, Shown shown, Evictions* evict
 }
 
 void TerminalTable::stop(const Terminal& terminal) {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     shown_.erase(terminal);
 }
 
 bool TerminalTable::swap(const Terminal& a, const Terminal& b, std::uint64_t client) {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     return shown_.swap(a, b, client);
 }
 
 std::vector<TerminalTable::Entry> TerminalTable::entries() const {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     std::vector<Entry> entries;
     entries.reserve(shown_.entries().size());
     for (const auto& [terminal, held] : shown_.entries()) entries.push_back({terminal, held.entry});
@@ -35,7 +35,7 @@ std::vector<TerminalTable::Entry> TerminalTable::entries() const {
 }
 
 TableCount TerminalTable::count() const {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     return shown_.count();
 }
 

@@ -6,8 +6,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <string>
+#include <thread-safety/mutex.h>
 #include <vector>
 
 namespace services {
@@ -40,8 +40,8 @@ public:
     TableCount count() const;
 
 private:
-    mutable std::mutex mutex_;
-    ClientTable<Shown> shown_{"terminals"};
+    mutable thread_safety::Mutex mutex_;
+    ClientTable<Shown> shown_ TVSA_GUARDED_BY(mutex_){"terminals"};
 };
 
 } // namespace services

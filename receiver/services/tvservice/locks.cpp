@@ -5,7 +5,7 @@
 namespace services {
 
 Locks::Outcome Locks::lock(const Terminal& terminal, std::int32_t rating, std::uint64_t client, Evictions* evictions) {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     if (const auto held = all().find(terminal); held != all().end() && held->second.entry.rating == rating)
         return Outcome::unchanged;
     if (locks_.put(terminal, Lock{rating, client}, evictions)) return Outcome::changed;
@@ -15,12 +15,12 @@ Locks::Outcome Locks::lock(const Terminal& terminal, std::int32_t rating, std::u
 }
 
 Locks::Outcome Locks::unlock(const Terminal& terminal) {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     return locks_.erase(terminal) ? Outcome::changed : Outcome::unchanged;
 }
 
 TableCount Locks::count() const {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     return locks_.count();
 }
 

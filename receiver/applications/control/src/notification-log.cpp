@@ -71,7 +71,7 @@ template <class Message, class... Args> void NotificationLog::keep(const Args&..
 void NotificationLog::keep(const char* message, Arguments arguments, std::size_t bytes) {
     Kept kept{0, lrt::RunLogAgentImpl::getInstance().getLogCurrentUTCTime(), message,
               std::make_shared<const Arguments>(std::move(arguments)), bytes};
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     kept.number = ++lastNumber_;
     bytes_ += bytes;
     kept_.push_back(std::move(kept));
@@ -92,7 +92,7 @@ TVSERVICE_NOTIFICATIONS(CONTROL_KEEP)
 #undef CONTROL_KEEP
 
 TableCount NotificationLog::table() const {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     return {"notifications", kept_.size(), mostKept, bytes_, mostBytes, dropped_};
 }
 
@@ -112,7 +112,7 @@ template <class Iterator> std::vector<Notification> NotificationLog::textsOf(Ite
 std::vector<Notification> NotificationLog::newest(std::size_t count) const {
     std::vector<Kept> newest;
     {
-        const std::lock_guard lock(mutex_);
+        const thread_safety::LockGuard lock(mutex_);
         newest.assign(kept_.end() - static_cast<std::ptrdiff_t>(std::min(count, kept_.size())), kept_.end());
     }
     // From the newest one back, so that those left out for their length are the oldest.
@@ -124,7 +124,7 @@ std::vector<Notification> NotificationLog::newest(std::size_t count) const {
 std::vector<Notification> NotificationLog::after(std::uint64_t number, std::size_t count) const {
     std::vector<Kept> next;
     {
-        const std::lock_guard lock(mutex_);
+        const thread_safety::LockGuard lock(mutex_);
         if (kept_.empty() || number >= lastNumber_) return {};
         const std::uint64_t first = kept_.front().number;
         const auto begin = kept_.begin() + static_cast<std::ptrdiff_t>(number < first ? 0 : number + 1 - first);

@@ -11,8 +11,8 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
+#include <thread-safety/mutex.h>
 #include <vector>
 
 namespace control {
@@ -65,11 +65,11 @@ private:
     void keep(const char* message, Arguments arguments, std::size_t bytes);
     template <class Iterator> static std::vector<Notification> textsOf(Iterator begin, Iterator end);
 
-    mutable std::mutex mutex_;
-    std::deque<Kept> kept_; // with consecutive numbers; at most mostKept, with mostBytes
-    std::uint64_t lastNumber_ = 0;
-    std::size_t bytes_ = 0; // of arguments, in kept_
-    std::uint64_t dropped_ = 0;
+    mutable thread_safety::Mutex mutex_;
+    std::deque<Kept> kept_ TVSA_GUARDED_BY(mutex_); // with consecutive numbers; at most mostKept, with mostBytes
+    std::uint64_t lastNumber_ TVSA_GUARDED_BY(mutex_) = 0;
+    std::size_t bytes_ TVSA_GUARDED_BY(mutex_) = 0; // of arguments, in kept_
+    std::uint64_t dropped_ TVSA_GUARDED_BY(mutex_) = 0;
 };
 
 } // namespace control

@@ -51,7 +51,7 @@ void cut(std::string& text) {
 int TerminalView::tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&,
                                 const std::vector<tvservice::TvServiceInfo_t>& infos) {
     const std::string now = lrt::RunLogAgentImpl::getInstance().getLogCurrentUTCTime();
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     for (const auto& info : infos) {
         Answer answer{now, info};
         for (std::string* text : {&answer.info.uri, &answer.info.uuid, &answer.info.uuidAncestor, &answer.info.reqId})
@@ -89,20 +89,20 @@ TerminalView::Known& TerminalView::known(const tvservice::TvServiceTerminal_t& t
 }
 
 std::vector<Answer> TerminalView::newest(std::size_t count) const {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     const auto from = answers_.end() - static_cast<std::ptrdiff_t>(std::min(count, answers_.size()));
     return {from, answers_.end()};
 }
 
 std::vector<TerminalState> TerminalView::terminals() const {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     std::vector<TerminalState> result;
     for (const auto& [terminal, known] : terminals_) result.push_back(known.state);
     return result;
 }
 
 std::vector<TableCount> TerminalView::tables() const {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     std::size_t bytes = 0;
     for (const auto& [terminal, known] : terminals_)
         bytes += bytesIn(known.state.shown.info) + bytesIn(known.state.last.info);

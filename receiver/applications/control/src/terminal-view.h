@@ -10,8 +10,8 @@
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <string>
+#include <thread-safety/mutex.h>
 #include <utility>
 #include <vector>
 
@@ -60,15 +60,16 @@ private:
         std::uint64_t answered = 0; // the number of its last answer
     };
 
-    void keep(Answer answer);
-    Known& known(const tvservice::TvServiceTerminal_t& terminal);
+    void keep(Answer answer) TVSA_REQUIRES(mutex_);
+    Known& known(const tvservice::TvServiceTerminal_t& terminal) TVSA_REQUIRES(mutex_);
 
-    mutable std::mutex mutex_;
-    std::deque<Answer> answers_;                     // at most mostAnswers, with mostBytes
-    std::size_t bytes_ = 0;                          // of texts, in answers_
-    std::map<std::pair<int, int>, Known> terminals_; // at most mostTerminals
-    std::uint64_t lastAnswer_ = 0;                   // counts answers
-    std::uint64_t droppedAnswers_ = 0, droppedTerminals_ = 0;
+    mutable thread_safety::Mutex mutex_;
+    std::deque<Answer> answers_ TVSA_GUARDED_BY(mutex_);                     // at most mostAnswers, with mostBytes
+    std::size_t bytes_ TVSA_GUARDED_BY(mutex_) = 0;                          // of texts, in answers_
+    std::map<std::pair<int, int>, Known> terminals_ TVSA_GUARDED_BY(mutex_); // at most mostTerminals
+    std::uint64_t lastAnswer_ TVSA_GUARDED_BY(mutex_) = 0;                   // counts answers
+    std::uint64_t droppedAnswers_ TVSA_GUARDED_BY(mutex_) = 0;
+    std::uint64_t droppedTerminals_ TVSA_GUARDED_BY(mutex_) = 0;
 };
 
 } // namespace control
