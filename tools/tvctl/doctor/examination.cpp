@@ -9,9 +9,9 @@
 #include <condition_variable>
 #include <exception>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
+#include <thread-safety/mutex.h>
 #include <thread>
 
 namespace tvctl::doctor {
@@ -52,22 +52,24 @@ bool run(Examination& examination, const std::string& subject, std::function<Dia
          std::chrono::milliseconds longest) {
     // Whoever resolves a name or reads a file cannot be interrupted.
     struct Shared {
-        std::mutex mutex;
+        thread_safety::Mutex mutex;
         std::condition_variable ended;
-        std::optional<Diagnosis> diagnosis;
+        std::optional<Diagnosis> diagnosis TVSA_GUARDED_BY(mutex);
     };
     const auto shared = std::make_shared<Shared>();
     std::thread thread([shared, subject, check = std::move(check)] {
         Diagnosis diagnosis = resultOf(subject, check);
-        std::lock_guard lock(shared->mutex);
+        thread_safety::LockGuard lock(shared->mutex);
         shared->diagnosis = std::move(diagnosis);
         shared->ended.notify_all();
     });
-    std::unique_lock lock(shared->mutex);
-    if (shared->ended.wait_for(lock, longest, [&] { return shared->diagnosis.has_value(); })) {
+    thread_safety::UniqueLock lock(shared->mutex);
+    if (shared->ended.wait_for(lock, longest,
+                               [&]() TVSA_REQUIRES(shared->mutex) { return shared->diagnosis.has_value(); })) {
+        Diagnosis diagnosis = std::move(*shared->diagnosis);
         lock.unlock();
         thread.join();
-        examination.diagnosis.add(std::move(*shared->diagnosis));
+        examination.diagnosis.add(std::move(diagnosis));
         return true;
     }
     thread.detach();

@@ -11,8 +11,8 @@
 #include <tvservice/messages.h>
 
 #include <condition_variable>
-#include <mutex>
 #include <stdexcept>
+#include <thread-safety/mutex.h>
 
 namespace tvctl::doctor {
 namespace {
@@ -28,21 +28,21 @@ public:
 
     // Whether the first attempt worked; nothing when it was not over in time.
     std::optional<bool> wait(std::chrono::milliseconds timeout) {
-        std::unique_lock lock(mutex_);
-        told_.wait_for(lock, timeout, [this] { return connected_.has_value(); });
+        thread_safety::UniqueLock lock(mutex_);
+        told_.wait_for(lock, timeout, [this]() TVSA_REQUIRES(mutex_) { return connected_.has_value(); });
         return connected_;
     }
 
 private:
     void tell(bool connected) {
-        std::lock_guard lock(mutex_);
+        thread_safety::LockGuard lock(mutex_);
         if (!connected_) connected_ = connected;
         told_.notify_all();
     }
 
-    std::mutex mutex_;
+    thread_safety::Mutex mutex_;
     std::condition_variable told_;
-    std::optional<bool> connected_;
+    std::optional<bool> connected_ TVSA_GUARDED_BY(mutex_);
 };
 
 void checkLocalService(Diagnosis& diagnosis, const Service& service, const std::string& path,
