@@ -3,7 +3,7 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <mutex>
+#include <thread-safety/mutex.h>
 
 namespace bench {
 
@@ -14,7 +14,7 @@ public:
     void post() {
         const auto now = Clock::now();
         {
-            const std::lock_guard lock(mutex_);
+            const thread_safety::LockGuard lock(mutex_);
             at_ = now;
             posted_ = true;
         }
@@ -22,17 +22,17 @@ public:
     }
     // Waits for one post and returns when that was, which is before this thread woke.
     Clock::time_point take() {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return posted_; });
+        thread_safety::UniqueLock lock(mutex_);
+        changed_.wait(lock, [&]() TVSA_REQUIRES(mutex_) { return posted_; });
         posted_ = false;
         return at_;
     }
 
 private:
-    std::mutex mutex_;
+    thread_safety::Mutex mutex_;
     std::condition_variable changed_;
-    bool posted_ = false;
-    Clock::time_point at_;
+    bool posted_ TVSA_GUARDED_BY(mutex_) = false;
+    Clock::time_point at_ TVSA_GUARDED_BY(mutex_);
 };
 
 } // namespace bench

@@ -10,7 +10,7 @@
 #include <chrono>
 #include <fstream>
 #include <functional>
-#include <mutex>
+#include <thread-safety/mutex.h>
 #include <thread>
 
 namespace access_check {
@@ -63,7 +63,7 @@ public:
         something();
         measure(false);
         std::vector<long> result;
-        for (const auto& times : times_) result.push_back(percentile99(times)); // to which nobody adds now
+        for (const auto& times : measured()) result.push_back(percentile99(times));
         return result;
     }
 
@@ -73,22 +73,30 @@ public:
             if (thread.joinable()) thread.join();
     }
 
-    std::string complaint; // and what follows: after the end
-    long newcomers = 0, slowestNewcomer = 0;
+    std::string complaint() {
+        const thread_safety::LockGuard lock(mutex_);
+        return complaint_;
+    }
+
+    long newcomers = 0, slowestNewcomer = 0; // after the end
 
 private:
     void measure(bool measuring) {
-        const std::lock_guard lock(mutex_);
+        const thread_safety::LockGuard lock(mutex_);
         measuring_ = measuring;
         if (measuring)
             for (auto& times : times_) times.clear();
+    }
+    std::vector<std::vector<long>> measured() {
+        const thread_safety::LockGuard lock(mutex_);
+        return times_;
     }
     void guarded(const std::function<void()>& work) {
         try {
             work();
         } catch (const std::exception& error) {
-            const std::lock_guard lock(mutex_);
-            complaint = error.what();
+            const thread_safety::LockGuard lock(mutex_);
+            complaint_ = error.what();
         }
     }
     void askOn(std::size_t number) {
@@ -99,7 +107,7 @@ private:
             client->ask();
             const long took = microsecondsSince(begin);
             {
-                const std::lock_guard lock(mutex_);
+                const thread_safety::LockGuard lock(mutex_);
                 if (measuring_) times_[number].push_back(took);
             }
             std::this_thread::sleep_for(pace);
@@ -117,9 +125,10 @@ private:
 
     const std::vector<Endpoint>& endpoints_;
     std::atomic<bool> ended_{false};
-    std::mutex mutex_;
-    bool measuring_ = false;
-    std::vector<std::vector<long>> times_; // in microseconds
+    thread_safety::Mutex mutex_;
+    std::string complaint_ TVSA_GUARDED_BY(mutex_);
+    bool measuring_ TVSA_GUARDED_BY(mutex_) = false;
+    std::vector<std::vector<long>> times_ TVSA_GUARDED_BY(mutex_); // in microseconds
     std::vector<std::thread> threads_;
 };
 
@@ -186,7 +195,7 @@ void crowdTheEndpoints(unsigned rounds, std::chrono::seconds each, Figures& figu
         }
     }
     honest.end();
-    require(honest.complaint.empty(), honest.complaint);
+    require(honest.complaint().empty(), honest.complaint());
     for (const Endpoint& endpoint : endpoints)
         require(linesLike(logOf(kit, endpoint.part), evicted(endpoint), "") > 0,
                 "nobody was evicted at " + endpoint.name);

@@ -9,7 +9,7 @@
 
 #include <condition_variable>
 #include <cstdlib>
-#include <mutex>
+#include <thread-safety/mutex.h>
 
 namespace access_check {
 namespace {
@@ -33,7 +33,7 @@ public:
     ~QueueClient() override { queue_.stop(); }
 
     void ask() override {
-        std::unique_lock lock(mutex_);
+        thread_safety::UniqueLock lock(mutex_);
         const unsigned before = heard_;
         lock.unlock();
         const genrpc::Sending sending{.ids = frame::MsgIds::none, .transport = nullptr, .firstBytes = sendBufferBytes};
@@ -41,21 +41,22 @@ public:
             std::apply([&](const auto&... argument) { return genrpc::send<Question>(endpoint_, sending, argument...); },
                        question_);
         lock.lock();
-        const bool answered = news_.wait_for(lock, receiver::defaultTimeout, [&] { return heard_ != before; });
+        const bool answered =
+            news_.wait_for(lock, receiver::defaultTimeout, [&]() TVSA_REQUIRES(mutex_) { return heard_ != before; });
         require(sent == 0 && answered, "an honest client of a service got no answer");
     }
 
 private:
     void hear() {
-        const std::lock_guard lock(mutex_);
+        const thread_safety::LockGuard lock(mutex_);
         ++heard_;
         news_.notify_all();
     }
 
     const typename Question::Body::Arguments question_;
-    std::mutex mutex_;
+    thread_safety::Mutex mutex_;
     std::condition_variable news_;
-    unsigned heard_ = 0;
+    unsigned heard_ TVSA_GUARDED_BY(mutex_) = 0;
     host::MessageQueue queue_;
     host::QueueChannel& endpoint_;
 };

@@ -14,8 +14,8 @@
 #include <latch>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <random>
+#include <thread-safety/mutex.h>
 #include <thread>
 
 namespace {
@@ -90,6 +90,13 @@ private:
 // What is to be done and what came of it, for all threads.
 class Campaign {
 public:
+    struct Results {
+        std::map<std::string, unsigned> reached; // at the very moment
+        unsigned runs = 0, exact = 0, dropped = 0, failures = 0, compared = 0;
+        std::chrono::milliseconds slowest{0};
+        std::map<Part, Growth> growth; // of the processes that live on
+    };
+
     Campaign(Part victim, unsigned rounds, bool onlyKilled) : victim_(victim) {
         std::vector<Situation> all = situationsOf(victim);
         if (onlyKilled) std::erase_if(all, [](const Situation& one) { return one.fate != Fate::killed; });
@@ -132,9 +139,9 @@ public:
         }
         if (!ordeal) return;
         if (!sizes.empty()) {
-            const std::lock_guard lock(mutex_);
-            for (const auto& [part, measured] : sizes) growth[part].take(measured);
-            ++compared;
+            const thread_safety::LockGuard lock(mutex_);
+            for (const auto& [part, measured] : sizes) results_.growth[part].take(measured);
+            ++results_.compared;
         }
         if (const std::string complaints = ordeal->end(); !complaints.empty()) fail("at the end", complaints);
     }
@@ -143,10 +150,10 @@ public:
     std::size_t total() const { return todo_.size(); }
     std::size_t done() const { return std::min<std::size_t>(next_, todo_.size()); }
 
-    std::map<std::string, unsigned> reached; // at the very moment
-    unsigned runs = 0, exact = 0, dropped = 0, failures = 0, compared = 0;
-    std::chrono::milliseconds slowest{0};
-    std::map<Part, Growth> growth; // of the processes that live on
+    Results results() {
+        const thread_safety::LockGuard lock(mutex_);
+        return results_;
+    }
 
 private:
     // The framework process's own first exchange is with an MM service that is started for it.
@@ -166,24 +173,25 @@ private:
         return todo_[number];
     }
     void record(const Situation& situation, const Outcome& outcome) {
-        const std::lock_guard lock(mutex_);
-        ++runs;
-        dropped += outcome.dropped;
-        slowest = std::max(slowest, outcome.nextPlay);
+        const thread_safety::LockGuard lock(mutex_);
+        ++results_.runs;
+        results_.dropped += outcome.dropped;
+        results_.slowest = std::max(results_.slowest, outcome.nextPlay);
         if (!outcome.exact) return;
-        ++exact;
-        ++reached[textOf(situation)];
+        ++results_.exact;
+        ++results_.reached[textOf(situation)];
     }
     void fail(const std::string& where, const std::string& what) {
-        const std::lock_guard lock(mutex_);
-        ++failures;
+        const thread_safety::LockGuard lock(mutex_);
+        ++results_.failures;
         std::cout << "FAILED: " << where << ": " << what << std::endl;
     }
 
     const Part victim_;
     std::vector<Situation> todo_;
     std::atomic<unsigned> next_{0};
-    std::mutex mutex_;
+    thread_safety::Mutex mutex_;
+    Results results_ TVSA_GUARDED_BY(mutex_);
 };
 
 } // namespace
@@ -230,28 +238,36 @@ int main(int argc, char** argv) {
     ended = true;
     progress.join();
 
+    Campaign::Results results[] = {tv.results(), mm.results(), host.results()};
+    const auto sumOf = [&](auto of) {
+        long all = 0;
+        for (const auto& each : results) all += static_cast<long>(of(each));
+        return all;
+    };
+    std::chrono::milliseconds slowest{0};
+    for (const auto& each : results) slowest = std::max(slowest, each.slowest);
+
     checks::Report report;
     const auto line = [&](const std::string& what, long value, const std::string& unit, long low, long high,
                           const std::string& bound) {
         report.line(what, value, unit, value >= low && value <= high, bound);
     };
     constexpr long most = 1L << 40;
-    line("runs", sum([](auto& c) { return c.runs; }), "runs", total, total, "all that were begun");
-    line("of these exactly at the moment meant", sum([](auto& c) { return c.exact; }), "runs", total * 9 / 10, total,
+    line("runs", sumOf([](auto& r) { return r.runs; }), "runs", total, total, "all that were begun");
+    line("of these exactly at the moment meant", sumOf([](auto& r) { return r.exact; }), "runs", total * 9 / 10, total,
          "at least nine of ten");
-    line("situations reached", sum([](auto& c) { return c.reached.size(); }), "situations", situations, situations,
+    line("situations reached", sumOf([](auto& r) { return r.reached.size(); }), "situations", situations, situations,
          "all that there are");
-    line("failed runs", sum([](auto& c) { return c.failures; }), "runs", 0, 0, "none");
-    line("requests dropped in time", sum([](auto& c) { return c.dropped; }), "requests", 0, most,
+    line("failed runs", sumOf([](auto& r) { return r.failures; }), "runs", 0, 0, "none");
+    line("requests dropped in time", sumOf([](auto& r) { return r.dropped; }), "requests", 0, most,
          "after 5 s, within 7.5 s");
-    line("slowest next play", std::max({tv.slowest, mm.slowest, host.slowest}).count(), "ms", 0, 1000,
-         "at most 1000 ms");
-    line("receivers compared at rest", sum([](auto& c) { return c.compared; }), "receivers", 1, most, "");
+    line("slowest next play", slowest.count(), "ms", 0, 1000, "at most 1000 ms");
+    line("receivers compared at rest", sumOf([](auto& r) { return r.compared; }), "receivers", 1, most, "");
     const Bounds& bounds = onlyKilled ? boundsOfKills : boundsOfAllSituations;
     const std::string each = onlyKilled ? " growth for each 1,000 kills" : " growth";
     for (const Part part : receiver::allParts) {
         Growth growth;
-        for (Campaign* const campaign : campaigns) growth.take(campaign->growth[part]);
+        for (auto& each : results) growth.take(each.growth[part]);
         const std::string of = std::string(", ") + nameOf(part);
         line("descriptors' growth" + of, growth.descriptors, "descriptors", 0, 0, "none");
         line("threads' growth" + of, growth.threads, "threads", 0, 0, "none");

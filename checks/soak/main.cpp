@@ -18,13 +18,13 @@
 #include <exception>
 #include <filesystem>
 #include <iostream>
-#include <mutex>
 #include <poll.h>
 #include <stdexcept>
 #include <stop_token>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <thread-safety/mutex.h>
 #include <thread>
 #include <unistd.h>
 
@@ -94,18 +94,19 @@ private:
 class Failure {
 public:
     void take(std::exception_ptr failure) {
-        const std::lock_guard lock(mutex_);
+        const thread_safety::LockGuard lock(mutex_);
         if (!first_) first_ = std::move(failure);
         stop_.request_stop();
     }
-    void rethrow() const { // once the threads have ended
+    void rethrow() {
+        const thread_safety::LockGuard lock(mutex_);
         if (first_) std::rethrow_exception(first_);
     }
     std::stop_token stop() const { return stop_.get_token(); }
 
 private:
-    std::mutex mutex_;
-    std::exception_ptr first_;
+    thread_safety::Mutex mutex_;
+    std::exception_ptr first_ TVSA_GUARDED_BY(mutex_);
     std::stop_source stop_;
 };
 

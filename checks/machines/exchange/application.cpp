@@ -11,8 +11,8 @@
 #include <condition_variable>
 #include <cstddef>
 #include <kit/wait.h>
-#include <mutex>
 #include <stdexcept>
+#include <thread-safety/mutex.h>
 #include <utility>
 
 namespace exchange {
@@ -38,11 +38,12 @@ public:
 #undef LISTEN
 
     Heard until(const std::function<bool(const std::string&)>& last) {
-        std::unique_lock lock(mutex_);
+        thread_safety::UniqueLock lock(mutex_);
         Heard taken;
         const auto deadline = std::chrono::steady_clock::now() + timeout;
         for (;;) {
-            if (!changed_.wait_until(lock, deadline, [&] { return taken.size() < heard_.size(); }))
+            if (!changed_.wait_until(lock, deadline,
+                                     [&]() TVSA_REQUIRES(mutex_) { return taken.size() < heard_.size(); }))
                 throw std::runtime_error("the last answer does not come; so far: " + std::to_string(taken.size()) +
                                          (taken.empty() ? "" : ", the last one " + taken.back()));
             taken.push_back(heard_[taken.size()]);
@@ -55,16 +56,16 @@ public:
 private:
     int hear(std::string text) {
         {
-            const std::lock_guard lock(mutex_);
+            const thread_safety::LockGuard lock(mutex_);
             heard_.push_back(std::move(text));
         }
         changed_.notify_one();
         return 0;
     }
 
-    std::mutex mutex_;
+    thread_safety::Mutex mutex_;
     std::condition_variable changed_;
-    Heard heard_;
+    Heard heard_ TVSA_GUARDED_BY(mutex_);
 };
 
 Application::Application() : listener_(boost::make_shared<Listener>()) {
