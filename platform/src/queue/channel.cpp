@@ -35,12 +35,12 @@ int Channel::registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHa
                  meta.messageId, error.what());
         return -22;
     }
-    std::lock_guard lock(handlersMutex_);
+    thread_safety::LockGuard lock(handlersMutex_);
     return handlers_.try_emplace(meta, Handler{handler, context, plan, table.size}).second ? 0 : -17;
 }
 
 const Handler* Channel::findHandler(const frame::MsgMeta& meta) {
-    std::lock_guard lock(handlersMutex_);
+    thread_safety::LockGuard lock(handlersMutex_);
     const auto found = handlers_.find(meta);
     return found == handlers_.end() ? nullptr : &found->second;
 }
@@ -63,7 +63,7 @@ int Channel::asyncSend(const frame::MsgIds& ids, const frame::MsgMeta& meta, con
 }
 
 int Channel::send(const Outgoing& message, const frame::TransportInfo* transport) {
-    std::lock_guard lock(mutex);
+    thread_safety::LockGuard lock(mutex_);
     if (stopped_) return refuse(-108, message.meta, "the message queue has stopped");
     return dispatch(message, transport);
 }
@@ -100,6 +100,29 @@ int Channel::put(const Outgoing& message, Outbox& outbox, Connection* connection
     return 0;
 }
 
+void Channel::makeReady(Connection& connection) {
+    thread_safety::LockGuard lock(mutex_);
+    connection.setReady();
+}
+
+void Channel::flushWaiting(Connection& connection) {
+    thread_safety::LockGuard lock(mutex_);
+    if (!connection.outbox().empty()) connection.flush();
+}
+
+void Channel::flushOn(Connection& connection) {
+    thread_safety::LockGuard lock(mutex_);
+    connection.flushOn();
+}
+
+bool Channel::abandon(Connection& connection) {
+    thread_safety::LockGuard lock(mutex_);
+    const bool wasReady = connection.ready();
+    count(counters.dropped, connection.outbox().dropCutShort());
+    connection.abandon();
+    return wasReady;
+}
+
 void Channel::tellRefusals(Outbox& outbox) {
     if (!outbox.empty()) return;
     if (const auto refusals = outbox.takeRefusals(); refusals > 1)
@@ -115,7 +138,7 @@ int Channel::refuse(int result, const frame::MsgMeta& meta, const char* why) {
 }
 
 void Channel::refuseFromNowOn() {
-    std::lock_guard lock(mutex);
+    thread_safety::LockGuard lock(mutex_);
     stopped_ = true;
 }
 
@@ -129,7 +152,7 @@ frame::IOStatistics Channel::statistics() {
     result.undecodable = counters.undecodable.load(std::memory_order_relaxed);
     const auto connections = counters.connections.load(std::memory_order_relaxed);
     result.reconnects = connections > 0 ? connections - 1 : 0;
-    std::lock_guard lock(mutex);
+    thread_safety::LockGuard lock(mutex_);
     addTo(result);
     return result;
 }

@@ -11,8 +11,8 @@
 #include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <mutex>
 #include <string>
+#include <thread-safety/mutex.h>
 #include <unordered_map>
 
 namespace host::io {
@@ -47,10 +47,10 @@ public:
                   const vdl::EndianTable& table, const void* payload, const boost::function<void()>& completed) final;
 
     // From any thread: asyncSend refuses from now on.
-    void refuseFromNowOn();
+    void refuseFromNowOn() TVSA_EXCLUDES(mutex_);
     // When the receiving thread has ended: closes everything and drops what waits.
     virtual void end() = 0;
-    frame::IOStatistics statistics();
+    frame::IOStatistics statistics() TVSA_EXCLUDES(mutex_);
 
     // For connections, on the receiving thread.
     virtual void onConnectionReady(Connection& connection) noexcept = 0;
@@ -69,27 +69,35 @@ public:
     bool isStopping() const noexcept { return stopped_; }
     const QueueLimits& limits() const { return limits_; }
 
+    // For connections, on the receiving thread. These take the mutex and call the connection.
+    void makeReady(Connection& connection) TVSA_EXCLUDES(mutex_);    // both hellos are through
+    void flushWaiting(Connection& connection) TVSA_EXCLUDES(mutex_); // sends what waited for that
+    void flushOn(Connection& connection) TVSA_EXCLUDES(mutex_);      // the stream takes more
+    bool abandon(Connection& connection) TVSA_EXCLUDES(mutex_);      // ends it; whether it was ready
+    // For what a connection does when the channel calls it: clang does not know that this is its channel.
+    void assertMutexIsHeld() const TVSA_ASSERT_CAPABILITY(mutex_) {}
     // A line for each message that finds its queue full would bury all others, so that only the first one has its own.
-    // This says how many came after it, when the outbox is empty. The mutex is held.
-    void tellRefusals(Outbox& outbox);
+    // This says how many came after it, when the outbox is empty.
+    void tellRefusals(Outbox& outbox) TVSA_REQUIRES(mutex_);
 
     const std::string service;
     const Handshake handshake;
     Counters counters;
-    std::mutex mutex; // guards the outboxes and which connections are ready
 
 protected:
-    // Hands a message to the connection, or all of them. The mutex is held. Results as of asyncSend; whoever
-    // refuses has counted it.
-    virtual int dispatch(const Outgoing& message, const frame::TransportInfo* transport) = 0;
+    friend class Connection;     // for the annotations of what is guarded there
+    thread_safety::Mutex mutex_; // guards the outboxes and which connections are ready
+
+    // Hands a message to the connection, or all of them. Results as of asyncSend; whoever refuses has counted it.
+    virtual int dispatch(const Outgoing& message, const frame::TransportInfo* transport) TVSA_REQUIRES(mutex_) = 0;
     // How much of an outbox a message may take.
     enum class Room { all, allButTheAnswers };
     // Puts a message into an outbox, whose connection (null for none) sends it at once if it can.
-    int put(const Outgoing& message, Outbox& outbox, Connection* connection, Room room);
-    // How many bytes may wait in an outbox; the mutex is held.
-    virtual std::size_t mostBytes(const Outbox&) const { return limits_.bytes; }
+    int put(const Outgoing& message, Outbox& outbox, Connection* connection, Room room) TVSA_REQUIRES(mutex_);
+    // How many bytes may wait in an outbox.
+    virtual std::size_t mostBytes(const Outbox&) const TVSA_REQUIRES(mutex_) { return limits_.bytes; }
     int refuse(int result, const frame::MsgMeta& meta, const char* why);
-    virtual void addTo(frame::IOStatistics& statistics) = 0; // connected and queued; the mutex is held
+    virtual void addTo(frame::IOStatistics& statistics) TVSA_REQUIRES(mutex_) = 0; // connected and queued
     // On the receiving thread: has the queue call proceed in a while, for which it needs no memory.
     void proceedLater() noexcept { io_.stop(); }
 
@@ -107,9 +115,9 @@ private:
             return static_cast<std::size_t>(bits ^ bits >> 32); // of both halves where only one fits
         }
     };
-    std::mutex handlersMutex_;
+    thread_safety::Mutex handlersMutex_;
     // Never removed from: as many as its service's members bind, one for each message at most. Peers add none.
-    std::unordered_map<frame::MsgMeta, Handler, MetaHash> handlers_;
+    std::unordered_map<frame::MsgMeta, Handler, MetaHash> handlers_ TVSA_GUARDED_BY(handlersMutex_);
     std::atomic<bool> stopped_{false}; // set under the mutex
     // Whose message is handled now, and how many messages for others that has led to. Other threads' messages count
     // with them.

@@ -7,7 +7,6 @@
 #include <boost/asio/post.hpp>
 #include <chrono>
 #include <exception>
-#include <mutex>
 #include <utility>
 
 namespace host::io {
@@ -19,13 +18,14 @@ ClientChannel::ClientChannel(boost::asio::io_context& io, std::unique_ptr<Connec
     : Channel(io, service_, messages, sendBufferBytes, limits, false),
       connector_(std::move(connector)),
       listener_(listener),
-      outbox_(std::make_shared<Outbox>(sendBufferBytes)),
+      sharedOutbox_(std::make_shared<Outbox>(sendBufferBytes)),
+      outbox_(sharedOutbox_.get()),
       retryTimer_(io),
       deadlineTimer_(io) {}
 
 void ClientChannel::proceed() noexcept {
     if (std::exchange(idle_, false)) attempt();
-    std::lock_guard lock(mutex);
+    thread_safety::LockGuard lock(mutex_);
     if (!watching_ && !outbox_->empty()) watchDeadlines();
 }
 
@@ -46,12 +46,12 @@ void ClientChannel::onAnswer(std::unique_ptr<Stream> stream, const char* reason)
             count(counters.refused);
             return failed((connector_->address() + " is offered by another user's process").c_str());
         }
-        connection = std::make_shared<Connection>(io_, std::move(stream), *this, outbox_);
+        connection = std::make_shared<Connection>(io_, std::move(stream), *this, sharedOutbox_);
     } catch (const std::exception& error) {
         return failed(textOf(error));
     }
     {
-        std::lock_guard lock(mutex);
+        thread_safety::LockGuard lock(mutex_);
         connection_ = connection;
     }
     connection->open();
@@ -67,7 +67,7 @@ void ClientChannel::onConnectionReady(Connection&) noexcept {
 
 void ClientChannel::onConnectionClosed(Connection&, bool wasReady, bool fault, const char* reason) noexcept {
     {
-        std::lock_guard lock(mutex);
+        thread_safety::LockGuard lock(mutex_);
         connection_.reset();
         tellRefusals(*outbox_); // of which a message that the break cut short may have been the last
         // Every message has the whole time to wait for a connection, which it has had until now.
@@ -82,7 +82,7 @@ void ClientChannel::onConnectionClosed(Connection&, bool wasReady, bool fault, c
 }
 
 void ClientChannel::keep(const char* failure) noexcept {
-    std::lock_guard lock(mutex);
+    thread_safety::LockGuard lock(mutex_);
     try {
         failure_ = failure;
     } catch (const std::exception& error) {
@@ -91,7 +91,7 @@ void ClientChannel::keep(const char* failure) noexcept {
 }
 
 std::string ClientChannel::failure() {
-    std::lock_guard lock(mutex);
+    thread_safety::LockGuard lock(mutex_);
     return failure_;
 }
 
@@ -132,7 +132,7 @@ int ClientChannel::dispatch(const Outgoing& message, const frame::TransportInfo*
         // First, as there may be no memory for it. Posted, as the caller, who holds the mutex, may be on the receiving
         // thread.
         boost::asio::post(io_, [this] {
-            std::lock_guard lock(mutex);
+            thread_safety::LockGuard lock(mutex_);
             watchDeadlines();
         });
         watching_ = true;
@@ -140,7 +140,7 @@ int ClientChannel::dispatch(const Outgoing& message, const frame::TransportInfo*
     return put(message, *outbox_, connection, Room::all);
 }
 
-// On the receiving thread with the mutex held: gives up what has waited too long and comes back for what has not.
+// On the receiving thread: gives up what has waited too long and comes back for what has not.
 void ClientChannel::watchDeadlines() noexcept {
     watching_ = false;
     if (ready()) return;
@@ -155,7 +155,7 @@ void ClientChannel::watchDeadlines() noexcept {
         deadlineTimer_.expires_at(outbox_->firstDeadline());
         deadlineTimer_.async_wait([this](const boost::system::error_code& error) {
             if (error) return;
-            std::lock_guard lock(mutex);
+            thread_safety::LockGuard lock(mutex_);
             watchDeadlines();
         });
         watching_ = true;
@@ -178,7 +178,7 @@ void ClientChannel::addTo(frame::IOStatistics& statistics) {
 }
 
 void ClientChannel::end() {
-    std::lock_guard lock(mutex);
+    thread_safety::LockGuard lock(mutex_);
     if (connection_) connection_->abandon();
     connection_.reset();
     count(counters.dropped, outbox_->dropAll());

@@ -21,37 +21,38 @@ public:
                   frame::IOConnectionListener* listener);
 
     void proceed() noexcept override;
-    void end() override;
+    void end() override TVSA_EXCLUDES(mutex_);
     void onConnectionReady(Connection& connection) noexcept override;
     void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const char* reason) noexcept override;
-    std::string failure() override;
+    std::string failure() override TVSA_EXCLUDES(mutex_);
 
 protected:
-    int dispatch(const Outgoing& message, const frame::TransportInfo* transport) override;
-    void addTo(frame::IOStatistics& statistics) override;
+    int dispatch(const Outgoing& message, const frame::TransportInfo* transport) override TVSA_REQUIRES(mutex_);
+    void addTo(frame::IOStatistics& statistics) override TVSA_REQUIRES(mutex_);
 
 private:
     void attempt() noexcept;
     void onAnswer(std::unique_ptr<Stream> stream, const char* reason) noexcept;
     void failed(const char* reason) noexcept;
-    void keep(const char* failure) noexcept;
+    void keep(const char* failure) noexcept TVSA_EXCLUDES(mutex_);
     // Logs the reason why a connection did not come about, but not the same one at every attempt.
     void logOnce(const char* reason) noexcept;
     void retryLater() noexcept;
-    void watchDeadlines() noexcept;
+    void watchDeadlines() noexcept TVSA_REQUIRES(mutex_);
     void tell(void (frame::IOConnectionListener::*news)()) noexcept;
-    bool ready() const { return connection_ && connection_->ready(); }
+    bool ready() const TVSA_REQUIRES(mutex_) { return connection_ && connection_->ready(); }
 
     const std::unique_ptr<Connector> connector_;
     frame::IOConnectionListener* const listener_;
-    std::shared_ptr<Outbox> outbox_;         // outlives the connections
-    std::shared_ptr<Connection> connection_; // guarded by the mutex
-    std::string failure_;                    // guarded by the mutex
+    const std::shared_ptr<Outbox> sharedOutbox_;      // outlives the connections
+    Outbox* const outbox_ TVSA_PT_GUARDED_BY(mutex_); // the same
+    std::shared_ptr<Connection> connection_ TVSA_GUARDED_BY(mutex_);
+    std::string failure_ TVSA_GUARDED_BY(mutex_);
     boost::asio::steady_timer retryTimer_, deadlineTimer_;
     RetryDelay retryDelay_;
     std::string lastReason_; // for logOnce
     bool idle_ = true;       // the receiving thread's: no connection, and nothing is awaited that would bring one
-    bool watching_ = false;  // whether the deadline timer runs or is about to; guarded by the mutex
+    bool watching_ TVSA_GUARDED_BY(mutex_) = false; // whether the deadline timer runs or is about to
 };
 
 } // namespace host::io

@@ -11,7 +11,6 @@
 #include <boost/asio/post.hpp>
 #include <chrono>
 #include <exception>
-#include <mutex>
 #include <utility>
 
 namespace host::io {
@@ -81,17 +80,19 @@ void Connection::writeHello() {
 }
 
 void Connection::becomeReady() {
-    {
-        std::lock_guard lock(channel_.mutex);
-        ready_ = true;
-    }
+    channel_.makeReady(*this);
     count(channel_.counters.connections);
     channel_.onConnectionReady(*this);
-    std::lock_guard lock(channel_.mutex);
-    if (!outbox_->empty()) flush();
+    channel_.flushWaiting(*this);
+}
+
+void Connection::setReady() {
+    channel_.assertMutexIsHeld();
+    ready_ = true;
 }
 
 void Connection::flush() {
+    channel_.assertMutexIsHeld();
     if (waitingWritable_) return;
     std::error_code error;
     while (!outbox_->empty()) {
@@ -107,9 +108,10 @@ void Connection::flush() {
     channel_.tellRefusals(*outbox_);
 }
 
-void Connection::onWritable() {
-    if (!helloSent_) return writeHello();
-    std::lock_guard lock(channel_.mutex);
+void Connection::onWritable() { helloSent_ ? channel_.flushOn(*this) : writeHello(); }
+
+void Connection::flushOn() {
+    channel_.assertMutexIsHeld();
     waitingWritable_ = false;
     flush();
 }
@@ -281,17 +283,12 @@ void Connection::reject(const char* reason) noexcept {
 void Connection::close(const char* reason, bool fault) noexcept {
     if (closed_) return;
     const auto self = shared_from_this(); // the channel lets go of it
-    bool wasReady;
-    {
-        std::lock_guard lock(channel_.mutex);
-        wasReady = ready_;
-        count(channel_.counters.dropped, outbox_->dropCutShort());
-        abandon();
-    }
+    const bool wasReady = channel_.abandon(*this);
     channel_.onConnectionClosed(*this, wasReady, fault, reason);
 }
 
 void Connection::abandon() {
+    channel_.assertMutexIsHeld();
     closed_ = true;
     ready_ = false;
     stream_->close();

@@ -35,11 +35,19 @@ public:
 
     std::uint64_t number() const { return number_; } // in this process, from 1
 
-    // The rest only with the channel's mutex held.
-    bool ready() const { return ready_; } // both hellos are through
-    Outbox& outbox() { return *outbox_; }
+    // The rest is for the channel, with its mutex held.
+    void setReady(); // both hellos are through
+    bool ready() const {
+        channel_.assertMutexIsHeld();
+        return ready_;
+    }
+    Outbox& outbox() {
+        channel_.assertMutexIsHeld();
+        return *outbox_;
+    }
     // Writes what the stream takes at once; the receiving thread writes the rest when it can.
     void flush();
+    void flushOn(); // the stream takes more
     // Ends the stream without a word to the channel, on the receiving thread or when that has ended.
     void abandon();
 
@@ -64,14 +72,14 @@ private:
     boost::asio::steady_timer timer_;      // for the hello, then for messages under way
     boost::asio::steady_timer pauseTimer_; // see pause
     ReceiveBuffer incoming_;
-    std::shared_ptr<Outbox> outbox_;
+    const std::shared_ptr<Outbox> outbox_ TVSA_GUARDED_BY(channel_.mutex_);
     const std::uint64_t number_;
     std::size_t helloWritten_ = 0;
     bool closed_ = false;
     bool swap_ = false; // whether the peer's byte order differs
     bool helloSent_ = false, helloReceived_ = false;
-    bool ready_ = false;
-    bool waitingWritable_ = false;
+    bool ready_ TVSA_GUARDED_BY(channel_.mutex_) = false;
+    bool waitingWritable_ TVSA_GUARDED_BY(channel_.mutex_) = false;
     // Of the time since progress was last judged; see judgeProgress.
     std::size_t arrived_ = 0; // bytes
     bool finished_ = false;   // whether a message came to its end

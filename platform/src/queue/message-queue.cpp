@@ -13,9 +13,9 @@
 #include <chrono>
 #include <exception>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <pthread.h>
+#include <thread-safety/mutex.h>
 #include <thread>
 #include <utility>
 
@@ -31,7 +31,7 @@ struct MessageQueue::State {
     explicit State(const QueueLimits& queueLimits) : limits(queueLimits) {}
 
     io::Channel& add(std::unique_ptr<io::Channel> channel) {
-        std::lock_guard lock(mutex);
+        thread_safety::LockGuard lock(mutex);
         channels.push_back(std::move(channel));
         io::Channel& added = *channels.back();
         if (stopped) {
@@ -41,12 +41,12 @@ struct MessageQueue::State {
         return added;
     }
     void remove(const QueueChannel& channel) {
-        std::lock_guard lock(mutex);
+        thread_safety::LockGuard lock(mutex);
         std::erase_if(channels, [&](const auto& one) { return one.get() == &channel; });
     }
     // The channels' work begins on the receiving thread, now or when that starts.
     void open(const std::vector<QueueChannel*>& more) {
-        std::lock_guard lock(mutex);
+        thread_safety::LockGuard lock(mutex);
         if (stopped) return;
         opened.reserve(opened.size() + more.size());
         if (thread.joinable()) boost::asio::post(io, [this] { proceed(); });
@@ -57,7 +57,7 @@ struct MessageQueue::State {
         for (std::size_t i = 0; QueueChannel* channel = openedAt(i); ++i) channel->proceed();
     }
     QueueChannel* openedAt(std::size_t i) noexcept {
-        std::lock_guard lock(mutex);
+        thread_safety::LockGuard lock(mutex);
         return i < opened.size() ? opened[i] : nullptr;
     }
     // The receiving thread. A channel that has no memory for what it has to wait for stops the loop, as that needs
@@ -92,11 +92,11 @@ struct MessageQueue::State {
     boost::asio::io_context io{1};
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{io.get_executor()};
     const std::unique_ptr<io::Transports> transports = io::makeTransports.load()(io);
-    std::mutex mutex; // guards the rest
+    thread_safety::Mutex mutex;
     // One for each marshalling member, and one for each service that the program offers; peers add none.
-    std::vector<std::unique_ptr<io::Channel>> channels;
-    std::vector<QueueChannel*> opened; // of those, never removed from
-    std::thread thread;
+    std::vector<std::unique_ptr<io::Channel>> channels TVSA_GUARDED_BY(mutex);
+    std::vector<QueueChannel*> opened TVSA_GUARDED_BY(mutex); // of those, never removed from
+    std::thread thread TVSA_GUARDED_BY(mutex);
     std::atomic<bool> stopped{false}; // set under the mutex
 };
 
@@ -134,7 +134,7 @@ QueueChannel& MessageQueue::serve(const std::string& service, const frame::Messa
 }
 
 void MessageQueue::start() {
-    std::lock_guard lock(state_->mutex);
+    thread_safety::LockGuard lock(state_->mutex);
     if (state_->stopped || state_->thread.joinable()) return;
     state_->thread = std::thread([state = state_] {
         pthread_setname_np(pthread_self(), "io");
@@ -146,21 +146,21 @@ void MessageQueue::stop() {
     // A handler that asks for statistics while this waits for it must get them, hence the join outside the mutex.
     std::thread thread;
     {
-        std::lock_guard lock(state_->mutex);
+        thread_safety::LockGuard lock(state_->mutex);
         if (state_->stopped.exchange(true)) return;
         for (const auto& channel : state_->channels) channel->refuseFromNowOn();
         thread = std::move(state_->thread);
     }
     state_->io.stop();
     if (thread.joinable()) thread.join();
-    std::lock_guard lock(state_->mutex);
+    thread_safety::LockGuard lock(state_->mutex);
     state_->transports->beginFarewell();
     for (const auto& channel : state_->channels) channel->end();
     state_->transports->endFarewell();
 }
 
 std::vector<frame::IOStatistics> MessageQueue::statistics() const {
-    std::lock_guard lock(state_->mutex);
+    thread_safety::LockGuard lock(state_->mutex);
     std::vector<frame::IOStatistics> result;
     for (const auto& channel : state_->channels) result.push_back(channel->statistics());
     return result;

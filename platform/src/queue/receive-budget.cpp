@@ -34,7 +34,7 @@ ReceiveBudget& ReceiveBudget::ofProcess() {
 }
 
 void ReceiveBudget::take(const std::string& peer, std::size_t bytes) {
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     if (bytes > total_ - taken_) refuse("all peers", total_);
     const auto known = takenBy_.find(peer);
     if (bytes > share_ - (known == takenBy_.end() ? 0 : known->second)) refuse(peer, share_);
@@ -47,7 +47,7 @@ void ReceiveBudget::take(const std::string& peer, std::size_t bytes) {
 
 void ReceiveBudget::give(const std::string& peer, std::size_t bytes) noexcept {
     if (bytes == 0) return;
-    const std::lock_guard lock(mutex_);
+    const thread_safety::LockGuard lock(mutex_);
     const auto known = takenBy_.find(peer);
     known->second -= bytes;
     taken_ -= bytes;

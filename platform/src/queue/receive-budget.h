@@ -8,8 +8,8 @@
 
 #include <cstddef>
 #include <map>
-#include <mutex>
 #include <string>
+#include <thread-safety/mutex.h>
 
 namespace host::io {
 
@@ -29,9 +29,10 @@ public:
 
 private:
     const std::size_t total_, share_;
-    std::mutex mutex_; // guards the rest
-    std::size_t taken_ = 0;
-    std::map<std::string, std::size_t> takenBy_; // only peers that have taken something: no more than connections
+    thread_safety::Mutex mutex_;
+    std::size_t taken_ TVSA_GUARDED_BY(mutex_) = 0;
+    // Only peers that have taken something: no more than connections.
+    std::map<std::string, std::size_t> takenBy_ TVSA_GUARDED_BY(mutex_);
 };
 
 } // namespace host::io

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <exception>
 #include <malloc.h>
-#include <mutex>
 #include <new>
 #include <utility>
 
@@ -51,7 +50,7 @@ void ServiceChannel::onClient(std::unique_ptr<Stream> stream) noexcept {
     try {
         client =
             std::make_shared<Connection>(io_, std::move(stream), *this, std::make_shared<Outbox>(sendBufferBytes_));
-        std::lock_guard lock(mutex);
+        thread_safety::LockGuard lock(mutex_);
         clients_.push_back(client);
     } catch (const std::exception& error) {
         return onRejected(textOf(error));
@@ -73,11 +72,12 @@ void ServiceChannel::onRejected(const char* reason) noexcept {
 // Those that come and say nothing would else keep descriptors from those that do.
 void ServiceChannel::evictAwaited() {
     const auto isAwaited = [](const auto& client) { return client->awaitsHello(); };
-    const auto awaited = std::count_if(clients_.begin(), clients_.end(), isAwaited);
+    const auto& clients = ownClients();
+    const auto awaited = std::count_if(clients.begin(), clients.end(), isAwaited);
     if (static_cast<std::size_t>(awaited) <= mostAwaited) return;
     char why[64];
     std::snprintf(why, sizeof why, "peer sent no hello while %zu others came", mostAwaited);
-    (*std::find_if(clients_.begin(), clients_.end(), isAwaited))->reject(why);
+    (*std::find_if(clients.begin(), clients.end(), isAwaited))->reject(why);
 }
 
 // The C library would keep what a crowd of clients took for the next one, tens of mebibytes after many handshakes.
@@ -111,7 +111,7 @@ void ServiceChannel::onConnectionClosed(Connection& client, bool wasReady, bool 
         HOST_LOG(io, vdlDebugFailure, "service %s: client %llu %s: %s\n", service.c_str(), number, what, reason);
     else
         HOST_LOG(io, vdlDebugProgress, "service %s: client %llu %s: %s\n", service.c_str(), number, what, reason);
-    std::lock_guard lock(mutex);
+    thread_safety::LockGuard lock(mutex_);
     count(counters.dropped, client.outbox().dropAll());
     tellRefusals(client.outbox());
     clients_.erase(std::find_if(clients_.begin(), clients_.end(), [&](const auto& c) { return c.get() == &client; }));
@@ -119,12 +119,12 @@ void ServiceChannel::onConnectionClosed(Connection& client, bool wasReady, bool 
 
 const char* ServiceChannel::whyFull() const noexcept {
     const auto isReady = [](const auto& client) { return !client->awaitsHello(); };
-    const auto ready = std::count_if(clients_.begin(), clients_.end(), isReady);
+    const auto ready = std::count_if(ownClients().begin(), ownClients().end(), isReady);
     return static_cast<std::size_t>(ready) < mostClients ? nullptr : whyFull_.c_str();
 }
 
 std::vector<std::uint64_t> ServiceChannel::clients() {
-    std::lock_guard lock(mutex);
+    thread_safety::LockGuard lock(mutex_);
     std::vector<std::uint64_t> numbers;
     for (const auto& client : clients_)
         if (client->ready()) numbers.push_back(client->number());
@@ -132,7 +132,7 @@ std::vector<std::uint64_t> ServiceChannel::clients() {
 }
 
 bool ServiceChannel::othersAreBehind(const Connection& connection) {
-    std::lock_guard lock(mutex);
+    thread_safety::LockGuard lock(mutex_);
     return std::any_of(clients_.begin(), clients_.end(), [&](const auto& client) {
         return client.get() != &connection && client->outbox().messages() > manyWaiting;
     });
@@ -188,7 +188,7 @@ void ServiceChannel::addTo(frame::IOStatistics& statistics) {
 }
 
 void ServiceChannel::end() {
-    std::lock_guard lock(mutex);
+    thread_safety::LockGuard lock(mutex_);
     for (const auto& client : clients_) {
         count(counters.dropped, client->outbox().dropAll());
         tellRefusals(client->outbox());

@@ -26,17 +26,17 @@ public:
                    const frame::MessageSet& messages, std::size_t sendBufferBytes, const QueueLimits& limits);
 
     void proceed() noexcept override;
-    void end() override;
-    std::vector<std::uint64_t> clients() override;
+    void end() override TVSA_EXCLUDES(mutex_);
+    std::vector<std::uint64_t> clients() override TVSA_EXCLUDES(mutex_);
     void onConnectionReady(Connection& connection) noexcept override;
-    bool othersAreBehind(const Connection& connection) override;
+    bool othersAreBehind(const Connection& connection) override TVSA_EXCLUDES(mutex_);
     const char* whyFull() const noexcept override;
     void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const char* reason) noexcept override;
 
 protected:
-    int dispatch(const Outgoing& message, const frame::TransportInfo* transport) override;
-    std::size_t mostBytes(const Outbox& outbox) const override;
-    void addTo(frame::IOStatistics& statistics) override;
+    int dispatch(const Outgoing& message, const frame::TransportInfo* transport) override TVSA_REQUIRES(mutex_);
+    std::size_t mostBytes(const Outbox& outbox) const override TVSA_REQUIRES(mutex_);
+    void addTo(frame::IOStatistics& statistics) override TVSA_REQUIRES(mutex_);
 
 private:
     void onClient(std::unique_ptr<Stream> stream) noexcept override;
@@ -45,6 +45,10 @@ private:
     void onCannotAccept(const char* reason) noexcept override;
     void onStalled(const char* reason) noexcept override;
     void evictAwaited();
+    // The clients without the mutex: on the receiving thread, which alone changes them.
+    const std::vector<std::shared_ptr<Connection>>& ownClients() const noexcept TVSA_NO_THREAD_SAFETY_ANALYSIS {
+        return clients_;
+    }
     void giveMemoryBackLater() noexcept;
 
     const std::string whyFull_;
@@ -52,8 +56,8 @@ private:
     bool idle_ = true;                   // the receiving thread's: nothing is awaited that would make it accept
     boost::asio::steady_timer memoryTimer_;
     unsigned gone_ = 0; // clients since memory was given back last
-    // As they came, at most mostClients + mostAwaited + 1; the receiving thread's, others need the mutex.
-    std::vector<std::shared_ptr<Connection>> clients_;
+    // As they came, at most mostClients + mostAwaited + 1.
+    std::vector<std::shared_ptr<Connection>> clients_ TVSA_GUARDED_BY(mutex_);
 };
 
 } // namespace host::io

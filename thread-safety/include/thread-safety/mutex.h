@@ -25,6 +25,9 @@
 #define TVSA_TRY_ACQUIRE(...) TVSA_THREAD_SAFETY(try_acquire_capability(__VA_ARGS__))
 #define TVSA_RELEASE(...) TVSA_THREAD_SAFETY(release_capability(__VA_ARGS__))
 
+// Of functions: tells clang that the mutex is held, where it cannot see that, and does nothing.
+#define TVSA_ASSERT_CAPABILITY(mutex) TVSA_THREAD_SAFETY(assert_capability(mutex))
+
 // Of functions: returns a reference to the mutex.
 #define TVSA_RETURN_CAPABILITY(mutex) TVSA_THREAD_SAFETY(lock_returned(mutex))
 
