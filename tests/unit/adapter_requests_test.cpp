@@ -129,8 +129,10 @@ TEST_F(EveryNotification, EndsAtAClientThatThrowsAndGivesTheLockBack) {
 // ---- requests ----
 
 template <class Message> struct Forwarder;
-#define FORWARDER(service, direction, Name, method, ...) \
-    template <> struct Forwarder<messages::Name> { static constexpr auto pointer = &ModelTvServiceAdapter::method; };
+#define FORWARDER(service, direction, Name, method, ...)                                 \
+    template <> struct Forwarder<messages::Name> {                                       \
+        [[maybe_unused]] static constexpr auto pointer = &ModelTvServiceAdapter::method; \
+    };
 TVSERVICE_REQUESTS(FORWARDER)
 #undef FORWARDER
 
