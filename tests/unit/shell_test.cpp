@@ -550,6 +550,7 @@ TEST_F(Shell, EvictsAClientThatHasNotReadItsAnswersForLong) {
 }
 
 TEST_F(Shell, EvictsAClientThatHasAskedNothingForANewOne) {
+    const host::LogCapture log({0x0205});
     start();
     ShellClient first;
     first.connect(path);
@@ -562,8 +563,10 @@ TEST_F(Shell, EvictsAClientThatHasAskedNothingForANewOne) {
     ShellClient late;
     late.connect(path);
     EXPECT_EQ(late.run("echo").status, 0);
-    EXPECT_THAT(receiveLine(silent[0]), HasSubstr("the shell has its 16 clients already"));
+    EXPECT_THAT(receiveLine(silent[0]), HasSubstr("it asked for nothing while 64 others came"));
     EXPECT_EQ(receiveLine(silent[0]), "");
+    EXPECT_TRUE(
+        log.waitFor("evicted a shell client: it asked for nothing while 64 others came", std::chrono::seconds(10)));
     EXPECT_EQ(first.run("echo").status, 0);
 }
 

@@ -97,6 +97,8 @@ private:
     // Here, as they may be needed when there is no memory for them.
     const std::string full_ = "the shell has its " + std::to_string(maximumClients) + " clients already";
     const std::string idle_ = full_ + ", and this one was idle the longest";
+    const std::string silent_ =
+        "the shell evicted this client: it asked for nothing while " + std::to_string(maximumSilent) + " others came";
     ShellServer& shell_;
     const uid_t user_;
     boost::asio::io_context io_{1};
@@ -273,8 +275,9 @@ bool ShellServer::Clients::takeSlot() {
 
 // Clients that connect and never ask must not keep others from asking.
 void ShellServer::Clients::evictSilent() noexcept {
-    HOST_LOG(shell, vdlDebugWarning, "rejected a shell client: there are %zu already\n", maximumClients);
-    evict(**std::find_if(clients_.begin(), clients_.end(), [](const auto& client) { return !client->asked; }), full_);
+    HOST_LOG(shell, vdlDebugWarning, "evicted a shell client: it asked for nothing while %zu others came\n",
+             maximumSilent);
+    evict(**std::find_if(clients_.begin(), clients_.end(), [](const auto& client) { return !client->asked; }), silent_);
 }
 
 // It is not waited for: who does not read its answers does not read this either.
