@@ -141,7 +141,8 @@ std::filesystem::path wordsFor(const ReceiverKit& kit, const Endpoint& endpoint)
 
 // What a endpoint says of one that has come and said nothing, while too many others did the same.
 const char* evicted(const Endpoint& endpoint) {
-    return endpoint.shell ? "rejected a shell client: there are" : "rejected: peer sent no hello while 64 others came";
+    return endpoint.shell ? "evicted a shell client: it asked for nothing while 64 others came"
+                          : "rejected: peer sent no hello while 64 others came";
 }
 
 std::filesystem::path floodLog(const ReceiverKit& kit) { return kit.folder() / "flood.log"; }
@@ -267,10 +268,10 @@ void floodTheLogOfAShell(unsigned clients, Figures& figures) {
         users.back()->ask();
     }
     constexpr unsigned waiting = 64; // that may wait without having asked for anything
-    figures.shellClients =
-        floodTheLogOf(kit, endpoint,
-                      {kinds::silent, clients, 2000, waiting, "rejected a shell client: there are 16 already",
-                       "rejected a shell client: there are %zu already"});
+    figures.shellClients = floodTheLogOf(
+        kit, endpoint,
+        {kinds::silent, clients, 2000, waiting, "evicted a shell client: it asked for nothing while 64 others came",
+         "evicted a shell client: it asked for nothing while %zu others came"});
     for (const auto& user : users) user->ask();
     figures.slowestEndBesideFlood = std::max(figures.slowestEndBesideFlood, endOfAll(kit));
 }

@@ -47,7 +47,7 @@ void reportCrowds(const Figures& figures, Report& report) {
     report.line("most descriptors that a process had", figures.mostDescriptors, "descriptors",
                 figures.mostDescriptors <= mostDescriptors, "at most " + std::to_string(mostDescriptors));
     for (const auto& [what, lines] :
-         {std::pair{"bad hellos", figures.badHellos}, {"clients that a shell rejects", figures.shellClients}}) {
+         {std::pair{"bad hellos", figures.badHellos}, {"clients that a shell evicts", figures.shellClients}}) {
         report.line(what, lines.clients, "clients", lines.clients > 0, "each told of");
         report.line(std::string(what) + ": seconds that they took", lines.seconds, "s", true);
         report.line(std::string(what) + ": lines about them", lines.written, "lines", lines.written <= lines.allowed,

@@ -1,7 +1,7 @@
 // tvctl as users and scripts run it, against a shell in this process.
 #include "integration/program-run.h"
 #include "shell/shell-server.h"
-#include "shell/shell-socket.h"
+#include "sockets/local-socket.h"
 
 #include <cerrno>
 #include <memory>
@@ -171,7 +171,7 @@ TEST_F(Tvctl, SaysThatThereIsNoSuchProcess) {
     EXPECT_EQ(none.output, "");
     EXPECT_THAT(none.error, AllOf(HasSubstr(shellPath()), HasSubstr("No such file")));
 
-    appovshell::listenAt(shellPath()).reset(); // as a process that was killed leaves it
+    close(host::io::listenAt(shellPath())); // as a process that was killed leaves it
     const Outcome dead = tvctl({"--json", "help"});
     EXPECT_EQ(dead.exitCode, noProcess);
     EXPECT_EQ(errorOf(dead).value("status", 0), -ENOTCONN);
@@ -197,7 +197,7 @@ TEST_F(Tvctl, DoesNotTrustARuntimeFolderThatIsOpenToOthers) {
 }
 
 TEST_F(Tvctl, GivesUpOnAShellThatDoesNotAnswer) {
-    const auto silent = appovshell::listenAt(shellPath());
+    const FileDescriptor silent(host::io::listenAt(shellPath()));
     const Outcome outcome = tvctl({"--timeout", "0.05", "help"});
     EXPECT_EQ(outcome.exitCode, timedOut);
     EXPECT_THAT(outcome.error, AllOf(StartsWith("tvctl: " + shellPath()), HasSubstr("timed out")));
@@ -212,7 +212,7 @@ TEST_F(Tvctl, IsRefusedByAShellOfAnotherUser) {
 }
 
 TEST_F(Tvctl, ReportsAMalformedAnswer) {
-    const auto listener = appovshell::listenAt(shellPath());
+    const FileDescriptor listener(host::io::listenAt(shellPath()));
     const auto running = start(commandOf({"help"}));
     const auto client = clientOf(listener);
     ASSERT_EQ(send(client.get(), "nonsense\n", 9, MSG_NOSIGNAL), 9);
@@ -227,14 +227,14 @@ TEST_F(Tvctl, PrintsNothingThatSteersATerminal) {
 }
 
 TEST_F(Tvctl, SaysThatTheProcessEndedMeanwhile) {
-    const auto listener = appovshell::listenAt(shellPath());
+    const FileDescriptor listener(host::io::listenAt(shellPath()));
     const auto running = start(commandOf({"help"}));
     clientOf(listener).reset();
     EXPECT_EQ(running->wait().exitCode, noProcess);
 }
 
 TEST_F(Tvctl, EndsAtOnceWhenInterrupted) {
-    const auto silent = appovshell::listenAt(shellPath());
+    const FileDescriptor silent(host::io::listenAt(shellPath()));
     const auto running = start(commandOf({"help"}));
     const auto client = clientOf(silent); // so tvctl waits for the answer
     EXPECT_EQ(running->terminate(SIGINT).exitCode, interrupted);
@@ -279,7 +279,7 @@ TEST_F(Tvctl, StopsTakingLinesAtExit) {
 }
 
 TEST_F(Tvctl, ConnectsAgainBetweenLines) {
-    const auto listener = appovshell::listenAt(shellPath());
+    const FileDescriptor listener(host::io::listenAt(shellPath()));
     std::ofstream(folder / "input") << "say one\nsay two\n";
     const auto running = start(commandOf({"shell"}), R"("$0" "$@" <)" + (folder / "input").string() + R"( >"$OUTPUT")");
     clientOf(listener).reset();

@@ -1,6 +1,6 @@
 // What tvctl doctor finds on unusual file systems: overlays, and file systems that do not answer.
 #include "base/file-descriptor.h"
-#include "base/socket-lock.h"
+#include "sockets/socket-lock.h"
 #include "support/doctor-fixture.h"
 #include "support/test-where.h"
 

@@ -1,7 +1,7 @@
 // What tvctl doctor finds in folders, files, limits and what is served there.
-#include "base/socket-lock.h"
 #include "runlog/run-log-store.h"
 #include "shell/shell-server.h"
+#include "sockets/socket-lock.h"
 #include "support/doctor-fixture.h"
 
 #include <host/log-capture.h>

@@ -1,5 +1,5 @@
 // The debug shell as a member of a framework process.
-#include "shell/shell-socket.h"
+#include "sockets/local-socket.h"
 #include "unit/recording-member.h"
 
 #include <appovshell/server.h>
@@ -124,7 +124,7 @@ TEST_F(ShellMember, IsTheOnlyOneInAProcess) {
 TEST_F(ShellMember, IsRefusedWhereAnotherProcessHasItsShell) {
     std::filesystem::create_directory(runtime);
     std::filesystem::permissions(runtime, std::filesystem::perms::owner_all);
-    const auto other = appovshell::listenAt(socket);
+    const host::io::FileDescriptor other(host::io::listenAt(socket));
     inReceiver([&] {
         EXPECT_EQ(startShell(), -EADDRINUSE);
         EXPECT_FALSE(isRegistered(appovshell::Server::name()));

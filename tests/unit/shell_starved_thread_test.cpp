@@ -1,4 +1,5 @@
-// The debug shell when an allocation of its thread fails: it reports that to the client and serves the next one.
+// The debug shell when an allocation of its thread fails: it reports that to the client and serves the next one. The
+// same without descriptors.
 #include "shell/shell-server.h"
 #include "support/failing-allocations.h"
 
@@ -6,16 +7,39 @@
 #include <host/shell-client.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <sys/socket.h>
 #include <unistd.h>
+
+namespace {
+
+std::atomic<bool> descriptorsAreOut = false;
+std::atomic<int> rejectedCalls = 0;
+
+} // namespace
+
+// The system's own call, or the answer of a system that has no descriptor left. Visible, so that the platform's library
+// calls it.
+extern "C" [[gnu::visibility("default")]] int accept4(int socket, sockaddr* address, socklen_t* size, int flags) {
+    if (descriptorsAreOut) {
+        ++rejectedCalls;
+        rejectedCalls.notify_all();
+        errno = EMFILE;
+        return -1;
+    }
+    return reinterpret_cast<int (*)(int, sockaddr*, socklen_t*, int)>(dlsym(RTLD_NEXT, "accept4"))(socket, address,
+                                                                                                   size, flags);
+}
 
 namespace {
 
@@ -114,7 +138,47 @@ TEST_P(StarvedShell, FreesWhatItHeldForClientsThatHaveGone) {
     EXPECT_LT(support::blocksHeld, before + times);
 }
 
+TEST_P(StarvedShell, ServesClientsAlthoughItStartsWithoutMemory) {
+    const host::LogCapture quiet({0x0205});
+    failElsewhereAtEveryAllocation(
+        GetParam(),
+        [&](long) {
+            server->open(path, geteuid());
+            server->start();
+            const int status = askForEcho();
+            EXPECT_TRUE(status == 0 || status == -ENOMEM) << status;
+        },
+        [&](long) {
+            EXPECT_EQ(askForEcho(), 0);
+            server->stop();
+        });
+}
+
 INSTANTIATE_TEST_SUITE_P(OnceOrMore, StarvedShell, testing::Values(1, 3));
+
+class ShellWithoutDescriptors : public StarvedShell {};
+
+TEST_F(ShellWithoutDescriptors, ServesItsClientsAndLaterThoseThatCame) {
+    const host::LogCapture log({0x0205});
+    server->open(path, geteuid());
+    server->start();
+    host::ShellClient known, late;
+    known.connect(path);
+    ASSERT_EQ(known.run("echo x").status, 0);
+    descriptorsAreOut = true;
+    late.connect(path);
+    for (int calls = rejectedCalls; calls < 3; calls = rejectedCalls) rejectedCalls.wait(calls);
+    EXPECT_EQ(known.run("echo x").status, 0);
+    descriptorsAreOut = false;
+    EXPECT_EQ(late.run("echo x").status, 0);
+    const auto lines = log.lines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const auto& line) {
+                                return line.text.find("cannot take a shell client: Too many open files") !=
+                                       std::string::npos;
+                            }),
+              1);
+}
 
 class ShellCallsWithoutMemory : public StarvedShell {};
 

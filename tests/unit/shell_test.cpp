@@ -1,6 +1,6 @@
 // The debug shell: commands, the socket and the client.
 #include "shell/shell-server.h"
-#include "shell/shell-socket.h"
+#include "sockets/local-socket.h"
 #include "support/test-where.h"
 
 #include <host/log-capture.h>
@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <fcntl.h>
 #include <fstream>
 #include <functional>
 #include <future>
@@ -254,9 +255,9 @@ struct Shell : testing::Test {
     }
     // A raw connection, without the checks of the client class.
     host::io::FileDescriptor connectRaw() {
-        host::io::FileDescriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        const auto address = appovshell::addressOf(path);
-        EXPECT_EQ(connect(made.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        host::io::FileDescriptor made(host::io::connectTo(path));
+        EXPECT_TRUE(made);
+        fcntl(made.get(), F_SETFL, 0); // it blocks
         const timeval timeout{10, 0};
         setsockopt(made.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
         setsockopt(made.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
@@ -310,7 +311,7 @@ TEST_F(Shell, RunsTheCommandsOfAClient) {
 }
 
 TEST_F_WHERE(support::isRoot(), Shell, IsNotTrustedWhenItIsOfAnotherUser) {
-    const auto listener = appovshell::listenAt(path);
+    const host::io::FileDescriptor listener(host::io::listenAt(path));
     ASSERT_EQ(seteuid(1), 0); // the listening user counts
     ASSERT_EQ(listen(listener.get(), 1), 0);
     ASSERT_EQ(seteuid(0), 0);
@@ -549,6 +550,7 @@ TEST_F(Shell, EvictsAClientThatHasNotReadItsAnswersForLong) {
 }
 
 TEST_F(Shell, EvictsAClientThatHasAskedNothingForANewOne) {
+    const host::LogCapture log({0x0205});
     start();
     ShellClient first;
     first.connect(path);
@@ -561,8 +563,10 @@ TEST_F(Shell, EvictsAClientThatHasAskedNothingForANewOne) {
     ShellClient late;
     late.connect(path);
     EXPECT_EQ(late.run("echo").status, 0);
-    EXPECT_THAT(receiveLine(silent[0]), HasSubstr("the shell has its 16 clients already"));
+    EXPECT_THAT(receiveLine(silent[0]), HasSubstr("it asked for nothing while 64 others came"));
     EXPECT_EQ(receiveLine(silent[0]), "");
+    EXPECT_TRUE(
+        log.waitFor("evicted a shell client: it asked for nothing while 64 others came", std::chrono::seconds(10)));
     EXPECT_EQ(first.run("echo").status, 0);
 }
 
@@ -616,7 +620,7 @@ TEST_F(Shell, KeepsItsSocketPrivateAndRemovesIt) {
 }
 
 TEST_F(Shell, ReplacesASocketThatNobodyServes) {
-    appovshell::listenAt(path).reset();
+    close(host::io::listenAt(path));
     struct stat status {};
     ASSERT_EQ(lstat(path.c_str(), &status), 0);
     start();
@@ -642,7 +646,7 @@ TEST_F(Shell, LeavesASocketInUseAlone) {
 }
 
 TEST_F(Shell, LeavesASocketAloneThatAnotherShellIsTaking) {
-    appovshell::listenAt(path).reset();
+    close(host::io::listenAt(path));
     {
         const host::io::SocketLock other("other", path);
         try {
@@ -687,14 +691,14 @@ TEST_F(Shell, ClientReportsThatNoShellServes) {
 }
 
 TEST_F(Shell, ClientTimesOut) {
-    const auto silent = appovshell::listenAt(path);
+    const host::io::FileDescriptor silent(host::io::listenAt(path));
     ShellClient client;
     client.connect(path);
     EXPECT_EQ(failure(client, "echo", std::chrono::milliseconds(20)), ShellError::Kind::TimedOut);
 }
 
 TEST_F(Shell, ClientRejectsAMalformedAnswer) {
-    const auto listener = appovshell::listenAt(path);
+    const host::io::FileDescriptor listener(host::io::listenAt(path));
     for (const char* answer : {"nonsense\n", "{}\n", "{\"status\":\"0\"}\n", "{\"output\":1}\n", "[]\n",
                                "{\"status\":0}\n{\"status\":0}\n"}) {
         ShellClient client;

@@ -3,8 +3,8 @@
 #include "base/endpoint.h"
 #include "base/error-text.h"
 #include "log/log.h"
+#include "sockets/acceptor.h"
 #include "tls-stream.h"
-#include "transport/acceptor.h"
 
 #include <host/endpoint.h>
 

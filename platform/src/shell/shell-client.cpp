@@ -1,4 +1,4 @@
-#include "shell-socket.h"
+#include "sockets/local-socket.h"
 
 #include <host/shell-client.h>
 
@@ -21,13 +21,6 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t maximumAnswer = 16 * 1024 * 1024;
 
 std::string textOf(int error) { return std::system_category().message(error); }
-
-// Whose process listens there, whatever the modes of the socket and its folder are.
-bool isOfThisUser(int socket) {
-    ucred peer{};
-    socklen_t size = sizeof peer;
-    return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == geteuid();
-}
 
 // Waits until the socket can be read or written; throws when the deadline passes first.
 void await(int socket, short events, Clock::time_point deadline) {
@@ -113,16 +106,12 @@ void ShellClient::disconnect() {
 
 void ShellClient::connect(const std::string& path) {
     disconnect();
-    const auto address = appovshell::addressOf(path);
-    const int made = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (made < 0) throw ShellError(Kind::NotAvailable, path + ": " + textOf(errno));
-    if (::connect(made, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        const int error = errno;
-        close(made);
-        throw ShellError(error == EACCES || error == EPERM ? Kind::Refused : Kind::NotAvailable,
-                         "cannot connect to the shell at " + path + ": " + textOf(error));
-    }
-    if (!isOfThisUser(made)) {
+    const int made = io::connectTo(path);
+    if (made < 0)
+        throw ShellError(made == -EACCES || made == -EPERM ? Kind::Refused : Kind::NotAvailable,
+                         "cannot connect to the shell at " + path + ": " + textOf(-made));
+    // Whatever the modes of the socket and its folder are.
+    if (io::peerOf(made).uid != geteuid()) {
         close(made);
         throw ShellError(Kind::Refused, "the shell at " + path + " belongs to another user");
     }

@@ -2,36 +2,112 @@
 
 #include "log/log.h"
 #include "request.h"
-#include "shell-socket.h"
+#include "sockets/acceptor.h"
+#include "sockets/local-socket.h"
 
 #include <algorithm>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/system/system_error.hpp>
 #include <cerrno>
-#include <cstdint>
 #include <exception>
 #include <string_view>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace appovshell {
-
-using host::io::FileDescriptor;
-
 namespace {
 
-// How long connecting clients wait when the process has no descriptor for them.
-constexpr int acceptPauseMs = 200;
+using Clock = std::chrono::steady_clock;
+using Socket = boost::asio::posix::stream_descriptor;
+using host::io::FileDescriptor;
 
-// Takes no memory.
-void logError(std::uint32_t severity, const char* what, int error) noexcept {
-    errno = error;
-    HOST_LOG(shell, severity, "%s: %m\n", what);
-}
+// Until there may be memory again to wait for clients with.
+constexpr std::chrono::milliseconds stallPause{100};
 
 bool isTemporary(int error) { return error == EAGAIN || error == EINTR; }
 
+struct Client {
+    Client(boost::asio::io_context& io, int connection) : socket(io, connection) {}
+
+    Socket socket;
+    std::string input;                       // requests that have not run yet: a line and what one receive brings
+    std::string unsent;                      // answers, at most maximumUnsent or one answer
+    Clock::time_point active = Clock::now(); // when it last asked for something or read of its answers
+    Clock::time_point begun = active;        // when what is in input began to arrive
+    bool asked = false;                      // a whole request, whatever it was
+    bool ending = false;                     // hears no more: it is dropped when it has its answers
+    bool lost = false;                       // the connection is dead
+    bool hearing = false, flushing = false;  // a step is under way
+};
+
+// A whole one, or one that is too long already.
+bool hasRequest(const Client& client) {
+    return !client.ending && !client.lost &&
+           (client.input.size() > ShellServer::maximumLine || client.input.find('\n') != std::string::npos);
+}
+
 } // namespace
+
+// Everything happens on the shell's thread, but for the making, the end and stop.
+class ShellServer::Clients final : private host::io::AcceptorUser {
+public:
+    Clients(ShellServer& shell, const std::string& path, uid_t user)
+        : shell_(shell),
+          user_(user),
+          socket_("debug shell", path),
+          acceptor_(io_, socket_.descriptor(),
+                    [this](FileDescriptor connection, const sockaddr_storage&) { take(std::move(connection)); }) {
+        clients_.reserve(maximumClients + maximumSilent + 1);
+    }
+    ~Clients() {
+        while (!clients_.empty()) drop(*clients_.back());
+    }
+
+    void serve() noexcept;
+    void stop() { io_.stop(); }
+
+private:
+    using ClientPtr = std::shared_ptr<Client>;
+    using Step = void (Clients::*)(Client&);
+
+    void onCannotAccept(const char* reason) noexcept override;
+    void onStalled(const char* reason) noexcept override;
+    void take(FileDescriptor connection) noexcept;
+    void turn(const ClientPtr& client, Step step) noexcept;
+    void awaitNext(const ClientPtr& client);
+    void hear(Client& client);
+    void receive(Client& client);
+    void runRequest(Client& client);
+    std::size_t askingClients() const;
+    bool isIdle(Client& client, Clock::time_point now) const;
+    bool takeSlot();
+    void evictSilent() noexcept;
+    void evict(Client& client, const std::string& why) noexcept;
+    void reject(Client& client);
+    void giveUp(int socket, bool mayTell) noexcept;
+    void send(Client& client, const std::string& text);
+    void flush(Client& client);
+    void drop(Client& client) noexcept;
+
+    // Here, as they may be needed when there is no memory for them.
+    const std::string full_ = "the shell has its " + std::to_string(maximumClients) + " clients already";
+    const std::string idle_ = full_ + ", and this one was idle the longest";
+    const std::string silent_ =
+        "the shell evicted this client: it asked for nothing while " + std::to_string(maximumSilent) + " others came";
+    ShellServer& shell_;
+    const uid_t user_;
+    boost::asio::io_context io_{1};
+    const boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_{io_.get_executor()};
+    const host::io::ListeningSocket socket_;
+    host::io::Acceptor acceptor_;
+    bool stalled_ = true;            // nothing is awaited that would make it accept
+    std::vector<ClientPtr> clients_; // as they came; has room for all that there can be
+};
 
 ShellServer::ShellServer(std::chrono::milliseconds answerTimeout) : answerTimeout_(answerTimeout) {
     host::nameModule(host::Module::shell, "shell");
@@ -40,169 +116,102 @@ ShellServer::ShellServer(std::chrono::milliseconds answerTimeout) : answerTimeou
 ShellServer::~ShellServer() { stop(); }
 
 void ShellServer::open(const std::string& path, uid_t user) {
-    FileDescriptor wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (!wake) throw std::system_error(errno, std::system_category(), "debug shell at " + path);
-    auto lock = std::make_unique<host::io::SocketLock>("debug shell", path);
-    path_ = path; // before there is something at it
-    listener_ = listenAt(path);
-    lock_ = std::move(lock);
-    wake_ = std::move(wake);
-    user_ = user;
+    try {
+        clients_ = std::make_unique<Clients>(*this, path, user);
+    } catch (const boost::system::system_error& error) {
+        throw std::system_error(error.code().value(), std::system_category(), "debug shell at " + path);
+    }
 }
 
 void ShellServer::start() {
-    if (!listener_) throw std::system_error(EBADF, std::system_category(), "debug shell without a socket");
-    polled_.reserve(2 + maximumClients + maximumSilent);
-    stopping_ = false;
-    thread_ = std::thread(&ShellServer::serve, this);
+    if (!clients_) throw std::system_error(EBADF, std::system_category(), "debug shell without a socket");
+    thread_ = std::thread(&Clients::serve, clients_.get());
 }
 
 void ShellServer::stop() {
-    if (!listener_) return;
-    stopping_ = true;
-    const std::uint64_t one = 1;
-    // A full counter wakes the thread just as well, so the result does not matter.
-    [[maybe_unused]] const auto written = write(wake_.get(), &one, sizeof one);
+    if (!clients_) return;
+    clients_->stop();
     if (thread_.joinable()) thread_.join();
-    clients_.clear();
-    unlink(path_.c_str()); // this shell's own, as the path is still locked
-    listener_.reset();
-    wake_.reset();
-    lock_.reset();
+    clients_.reset();
 }
 
-void ShellServer::serve() noexcept {
-    while (!stopping_) {
-        polled_.clear();
-        polled_.push_back({wake_.get(), POLLIN, 0});
-        polled_.push_back({acceptPaused_ ? -1 : listener_.get(), POLLIN, 0});
-        bool requestsWait = false;
-        for (const auto& client : clients_) {
-            const bool waits = hasRequest(client); // in which case it is not heard before it had its turn
-            requestsWait = requestsWait || waits;
-            const int wanted = (client.ending || waits ? 0 : POLLIN) | (client.unsent.empty() ? 0 : POLLOUT);
-            polled_.push_back({client.socket.get(), static_cast<short>(wanted), 0});
-        }
-        if (poll(polled_.data(), polled_.size(), requestsWait ? 0 : pollTimeout()) < 0) {
-            if (errno == EINTR) continue;
-            return logError(vdlDebugFailure, "the shell ends, its sockets cannot be watched", errno);
-        }
-        acceptPaused_ = false;
-        auto events = polled_.begin() + 2;
-        for (auto client = clients_.begin(); client != clients_.end() && !stopping_; ++client, ++events)
-            takeTurn(*client, events->revents);
-        // Afterwards, as one client's request may have evicted another one.
-        std::erase_if(clients_,
-                      [](const Client& client) { return client.lost || (client.ending && client.unsent.empty()); });
-        if (polled_[1].revents != 0) accept();
+void ShellServer::Clients::serve() noexcept {
+    while (!io_.stopped()) {
+        if (std::exchange(stalled_, false)) acceptor_.listen(*this);
+        if (stalled_)
+            io_.run_for(stallPause);
+        else
+            io_.run_one();
     }
 }
 
-// A client's turn: at most one request, so that who asks for much at once does not keep the others waiting.
-void ShellServer::takeTurn(Client& client, short events) noexcept {
-    if (events & POLLOUT) flush(client);
+void ShellServer::Clients::onCannotAccept(const char* reason) noexcept {
+    HOST_LOG(shell, vdlDebugWarning, "cannot take a shell client: %s\n", reason);
+}
+
+void ShellServer::Clients::onStalled(const char* reason) noexcept {
+    stalled_ = true;
+    onCannotAccept(reason);
+}
+
+void ShellServer::Clients::take(FileDescriptor connection) noexcept {
     try {
-        if (!client.ending && !hasRequest(client) && (events & (POLLIN | POLLHUP | POLLERR))) receive(client);
-        if (hasRequest(client)) runRequest(client);
+        if (const uid_t uid = host::io::peerOf(connection.get()).uid; uid != user_) {
+            HOST_LOG(shell, vdlDebugWarning, "rejected a shell client of user %u\n", uid);
+            const std::string text = statusLine(-EACCES, "the shell serves its own user only");
+            ::send(connection.get(), text.data(), text.size(), MSG_NOSIGNAL);
+            return;
+        }
+        clients_.push_back(std::make_shared<Client>(io_, connection.get()));
+        (void)connection.release();
     } catch (const std::exception&) {
-        giveUp(client);
+        return giveUp(connection.get(), true);
     }
-    // One that has stopped speaking and cannot be spoken to any more either.
-    if (client.ending && (events & (POLLERR | POLLHUP))) client.lost = true;
-}
-
-int ShellServer::pollTimeout() const { return acceptPaused_ ? acceptPauseMs : -1; }
-
-void ShellServer::accept() noexcept {
-    FileDescriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!socket) {
-        if (isTemporary(errno) || errno == ECONNABORTED) return;
-        logError(vdlDebugWarning, "cannot take a shell client", errno);
-        acceptPaused_ = true;
-        return;
-    }
-    Client client;
-    client.socket = std::move(socket);
-    try {
-        admit(client);
-    } catch (const std::exception&) {
-        giveUp(client);
-    }
-}
-
-// Throws before it has taken the client.
-void ShellServer::admit(Client& client) {
-    ucred peer{};
-    socklen_t size = sizeof peer;
-    if (getsockopt(client.socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != user_) {
-        HOST_LOG(shell, vdlDebugWarning, "rejected a shell client of user %u\n", peer.uid);
-        return send(client, statusLine(-EACCES, "the shell serves its own user only"));
-    }
-    clients_.push_back(std::move(client));
+    turn(clients_.back(), &Clients::flush);
     if (clients_.size() - askingClients() > maximumSilent) evictSilent();
 }
 
-// Clients that connect and never ask must not keep others from asking.
-void ShellServer::evictSilent() noexcept {
-    const auto silent =
-        std::find_if(clients_.begin(), clients_.end(), [](const Client& known) { return !known.asked; });
+// A step of a client's, and what is to be awaited after it.
+void ShellServer::Clients::turn(const ClientPtr& client, Step step) noexcept {
+    if (!client->socket.is_open()) return; // dropped meanwhile
     try {
-        reject(*silent);
+        (this->*step)(*client);
+        awaitNext(client);
     } catch (const std::exception&) {
-        giveUp(*silent);
+        giveUp(client->socket.native_handle(), client->unsent.empty());
+        drop(*client);
     }
-    clients_.erase(silent);
 }
 
-std::size_t ShellServer::askingClients() const {
-    return static_cast<std::size_t>(std::count_if(clients_.begin(), clients_.end(),
-                                                  [](const Client& client) { return client.asked && !client.lost; }));
+void ShellServer::Clients::awaitNext(const ClientPtr& client) {
+    if (client->lost || (client->ending && client->unsent.empty())) return drop(*client);
+    if (!client->unsent.empty() && !client->flushing) {
+        client->socket.async_wait(Socket::wait_write, [this, client](const boost::system::error_code&) {
+            client->flushing = false;
+            turn(client, &Clients::flush);
+        });
+        client->flushing = true;
+    }
+    if (!client->ending && !client->hearing) {
+        const auto hearIt = [this, client](const boost::system::error_code& = {}) {
+            client->hearing = false;
+            turn(client, &Clients::hear);
+        };
+        // Who has asked for more is not heard before that had its turn, which comes after those of the others.
+        hasRequest(*client) ? boost::asio::post(io_, hearIt) : client->socket.async_wait(Socket::wait_read, hearIt);
+        client->hearing = true;
+    }
 }
 
-// A whole one, or one that is too long already.
-bool ShellServer::hasRequest(const Client& client) {
-    return !client.ending && !client.lost &&
-           (client.input.size() > maximumLine || client.input.find('\n') != std::string::npos);
+// At most one request, so that who asks for much at once does not keep the others waiting.
+void ShellServer::Clients::hear(Client& client) {
+    if (!hasRequest(client)) receive(client);
+    if (hasRequest(client)) runRequest(client);
 }
 
-// Nothing of it is under way: no request that has not run or arrives, no answer that it still reads. Who takes too long
-// over either counts as idle.
-bool ShellServer::isIdle(const Client& client, Clock::time_point now) const {
-    if (!client.asked || client.ending || client.lost || hasRequest(client)) return false;
-    if (!client.input.empty() && now - client.begun < answerTimeout_) return false;
-    if (!client.unsent.empty() && now - client.active < answerTimeout_) return false;
-    char byte;
-    return recv(client.socket.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && isTemporary(errno);
-}
-
-// A slot for a client that asks: when all are taken, the one that has been idle the longest is evicted, else sixteen
-// forgotten clients would lock everybody out. Returns false when none is idle.
-bool ShellServer::takeSlot() {
-    if (askingClients() < maximumClients) return true;
-    const auto now = Clock::now();
-    Client* longest = nullptr;
-    for (Client& client : clients_)
-        if ((!longest || client.active < longest->active) && isIdle(client, now)) longest = &client;
-    if (!longest) return false;
-    HOST_LOG(shell, vdlDebugWarning, "evicted the shell client that was idle the longest: there are %zu already\n",
-             maximumClients);
-    // It is not waited for: who does not read its answers does not read this either.
-    if (longest->unsent.empty())
-        send(*longest, statusLine(-EAGAIN, "the shell has its " + std::to_string(maximumClients) +
-                                               " clients already, and this one was idle the longest"));
-    longest->lost = true;
-    return true;
-}
-
-void ShellServer::reject(Client& client) {
-    HOST_LOG(shell, vdlDebugWarning, "rejected a shell client: there are %zu already\n", maximumClients);
-    client.ending = true;
-    send(client, statusLine(-EAGAIN, "the shell has its " + std::to_string(maximumClients) + " clients already"));
-}
-
-void ShellServer::receive(Client& client) {
+void ShellServer::Clients::receive(Client& client) {
     char buffer[16 * 1024];
-    const auto count = recv(client.socket.get(), buffer, sizeof buffer, 0);
+    const auto count = recv(client.socket.native_handle(), buffer, sizeof buffer, MSG_DONTWAIT);
     if (count > 0) {
         if (client.input.empty()) client.begun = Clock::now();
         client.input.append(buffer, static_cast<std::size_t>(count));
@@ -213,15 +222,7 @@ void ShellServer::receive(Client& client) {
     }
 }
 
-// Ends the connection to a client for want of memory, of which it is told unless part of an answer is on its way.
-void ShellServer::giveUp(Client& client) noexcept {
-    constexpr char text[] = "{\"status\":-12,\"error\":\"the shell is out of memory\"}\n";
-    HOST_LOG(shell, vdlDebugWarning, "ended the connection to a shell client: out of memory\n");
-    if (client.unsent.empty()) ::send(client.socket.get(), text, sizeof text - 1, MSG_NOSIGNAL | MSG_DONTWAIT);
-    client.lost = true;
-}
-
-void ShellServer::runRequest(Client& client) {
+void ShellServer::Clients::runRequest(Client& client) {
     const auto length = std::min(client.input.find('\n'), client.input.size());
     if (length > maximumLine) {
         send(client, statusLine(-EINVAL, "malformed request: longer than " + std::to_string(maximumLine) + " bytes"));
@@ -230,14 +231,11 @@ void ShellServer::runRequest(Client& client) {
         return client.input.clear();
     }
     Request request;
-    std::string text = read(std::string_view(client.input).substr(0, length), request);
+    std::string text = shell_.read(std::string_view(client.input).substr(0, length), request);
     if (text.empty()) { // what is no request must not take a slot
-        if (!client.asked && !takeSlot()) {
-            reject(client);
-            return client.input.clear();
-        }
+        if (!client.asked && !takeSlot()) return reject(client);
         client.asked = true;
-        text = execute(request);
+        text = shell_.execute(request);
         client.active = Clock::now();
     }
     client.input.erase(0, length + 1);
@@ -245,7 +243,68 @@ void ShellServer::runRequest(Client& client) {
     send(client, text);
 }
 
-void ShellServer::send(Client& client, const std::string& text) {
+std::size_t ShellServer::Clients::askingClients() const {
+    return static_cast<std::size_t>(
+        std::count_if(clients_.begin(), clients_.end(), [](const auto& client) { return client->asked; }));
+}
+
+// Nothing of it is under way: no request that has not run or arrives, no answer that it still reads. Who takes too long
+// over either counts as idle.
+bool ShellServer::Clients::isIdle(Client& client, Clock::time_point now) const {
+    if (!client.asked || client.ending || hasRequest(client)) return false;
+    if (!client.input.empty() && now - client.begun < shell_.answerTimeout_) return false;
+    if (!client.unsent.empty() && now - client.active < shell_.answerTimeout_) return false;
+    char byte;
+    return recv(client.socket.native_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && isTemporary(errno);
+}
+
+// A slot for a client that asks: when all are taken, the one that has been idle the longest is evicted, else sixteen
+// forgotten clients would lock everybody out. Returns false when none is idle.
+bool ShellServer::Clients::takeSlot() {
+    if (askingClients() < maximumClients) return true;
+    const auto now = Clock::now();
+    Client* longest = nullptr;
+    for (const ClientPtr& client : clients_)
+        if ((!longest || client->active < longest->active) && isIdle(*client, now)) longest = client.get();
+    if (!longest) return false;
+    HOST_LOG(shell, vdlDebugWarning, "evicted the shell client that was idle the longest: there are %zu already\n",
+             maximumClients);
+    evict(*longest, idle_);
+    return true;
+}
+
+// Clients that connect and never ask must not keep others from asking.
+void ShellServer::Clients::evictSilent() noexcept {
+    HOST_LOG(shell, vdlDebugWarning, "evicted a shell client: it asked for nothing while %zu others came\n",
+             maximumSilent);
+    evict(**std::find_if(clients_.begin(), clients_.end(), [](const auto& client) { return !client->asked; }), silent_);
+}
+
+// It is not waited for: who does not read its answers does not read this either.
+void ShellServer::Clients::evict(Client& client, const std::string& why) noexcept {
+    try {
+        if (client.unsent.empty()) send(client, statusLine(-EAGAIN, why));
+    } catch (const std::exception&) {
+        giveUp(client.socket.native_handle(), true);
+    }
+    drop(client);
+}
+
+void ShellServer::Clients::reject(Client& client) {
+    HOST_LOG(shell, vdlDebugWarning, "rejected a shell client: there are %zu already\n", maximumClients);
+    client.ending = true;
+    client.input.clear();
+    send(client, statusLine(-EAGAIN, full_));
+}
+
+// Reports the want of memory to a client whose connection ends for it, unless part of an answer is on its way.
+void ShellServer::Clients::giveUp(int socket, bool mayTell) noexcept {
+    constexpr char text[] = "{\"status\":-12,\"error\":\"the shell is out of memory\"}\n";
+    HOST_LOG(shell, vdlDebugWarning, "ended the connection to a shell client: out of memory\n");
+    if (mayTell) ::send(socket, text, sizeof text - 1, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+void ShellServer::Clients::send(Client& client, const std::string& text) {
     // An answer to a client that has read all others may have any length, a command's output being limited.
     if (!client.unsent.empty() && client.unsent.size() + text.size() > maximumUnsent) {
         HOST_LOG(shell, vdlDebugWarning, "ended the connection to a shell client that does not read its answers\n");
@@ -256,11 +315,11 @@ void ShellServer::send(Client& client, const std::string& text) {
     flush(client);
 }
 
-void ShellServer::flush(Client& client) noexcept {
+void ShellServer::Clients::flush(Client& client) {
     std::size_t sent = 0;
     while (sent < client.unsent.size()) {
-        const auto count =
-            ::send(client.socket.get(), client.unsent.data() + sent, client.unsent.size() - sent, MSG_NOSIGNAL);
+        const auto count = ::send(client.socket.native_handle(), client.unsent.data() + sent,
+                                  client.unsent.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (count >= 0) {
             sent += static_cast<std::size_t>(count);
         } else if (errno != EINTR) {
@@ -270,6 +329,12 @@ void ShellServer::flush(Client& client) noexcept {
     }
     if (sent > 0) client.active = Clock::now();
     client.unsent.erase(0, sent);
+}
+
+void ShellServer::Clients::drop(Client& client) noexcept {
+    boost::system::error_code ignored;
+    client.socket.close(ignored);
+    std::erase_if(clients_, [](const auto& one) { return !one->socket.is_open(); });
 }
 
 } // namespace appovshell

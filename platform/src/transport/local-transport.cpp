@@ -7,9 +7,10 @@
 #include <boost/asio/local/stream_protocol.hpp>
 #include <cerrno>
 #include <exception>
-#include <optional>
+#include <stdexcept>
 #include <string>
 #include <sys/socket.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -32,15 +33,9 @@ public:
     // Takes over a connected socket, which does not block, unless it throws boost::system::system_error.
     void takeOver(int socket) { socket_.assign(boost::asio::local::stream_protocol(), descriptor_ = socket); }
 
-    bool isOwn() const override {
-        const auto credentials = peerCredentials();
-        return credentials && credentials->uid == geteuid();
-    }
+    bool isOwn() const override { return peerOf(descriptor_).uid == geteuid(); }
 
-    std::string peer() const override {
-        const auto credentials = peerCredentials();
-        return credentials ? "process " + std::to_string(credentials->pid) : "an unknown process";
-    }
+    std::string peer() const override { return "process " + std::to_string(peerOf(descriptor_).pid); }
 
     void receive(char* room, std::size_t size, std::shared_ptr<StreamUser> user) override {
         socket_.async_read_some(
@@ -76,16 +71,20 @@ public:
     }
 
 private:
-    std::optional<ucred> peerCredentials() const {
-        ucred peer{};
-        socklen_t size = sizeof peer;
-        if (getsockopt(descriptor_, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return std::nullopt;
-        return peer;
-    }
-
     boost::asio::local::stream_protocol::socket socket_;
     int descriptor_ = -1; // the socket's; kept here, as the socket object is the receiving thread's alone
 };
+
+ListeningSocket listeningFor(const std::string& service, const std::string& path) {
+    try {
+        return ListeningSocket("service " + service, path);
+    } catch (const std::system_error& error) {
+        if (error.code().value() != EADDRINUSE) throw;
+        throw std::runtime_error("service " + service + " is already offered at " + path +
+                                 " by another process of this user: end that one (tvctl doctor says which it is), or "
+                                 "set RUNTIME_DIRECTORY to another folder for this one");
+    }
+}
 
 } // namespace
 
@@ -97,7 +96,7 @@ std::unique_ptr<Stream> streamOver(boost::asio::io_context& io, FileDescriptor s
 }
 
 void LocalConnector::connect(const Answer& answer) {
-    const int socket = connectToEndpoint(path_);
+    const int socket = connectTo(path_);
     if (socket < 0) return answer(nullptr, std::system_category().message(-socket).c_str());
     std::unique_ptr<Stream> stream;
     try {
@@ -110,8 +109,8 @@ void LocalConnector::connect(const Answer& answer) {
 
 LocalListener::LocalListener(boost::asio::io_context& io, const std::string& service, const std::string& path)
     : io_(io),
-      endpoint_(service, path),
-      acceptor_(io, endpoint_.descriptor(),
+      socket_(listeningFor(service, path)),
+      acceptor_(io, socket_.descriptor(),
                 [this](FileDescriptor connection, const sockaddr_storage&) { take(std::move(connection)); }) {}
 
 void LocalListener::listen(ListenerUser& user) noexcept {

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "base/file-descriptor.h"
-#include "transport/acceptor.h"
-#include "transport/service-socket.h"
+#include "sockets/acceptor.h"
+#include "sockets/local-socket.h"
 #include "transport/transport.h"
 
 #include <boost/asio/io_context.hpp>
@@ -28,7 +28,7 @@ private:
 
 class LocalListener final : public Listener {
 public:
-    // Throws as Endpoint does.
+    // Throws std::runtime_error when somebody serves the path or it cannot be had.
     LocalListener(boost::asio::io_context& io, const std::string& service, const std::string& path);
     void listen(ListenerUser& user) noexcept override;
 
@@ -36,7 +36,7 @@ private:
     void take(FileDescriptor connection) noexcept;
 
     boost::asio::io_context& io_;
-    const Endpoint endpoint_;
+    const ListeningSocket socket_;
     Acceptor acceptor_;
     ListenerUser* user_ = nullptr;
 };

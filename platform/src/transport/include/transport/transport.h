@@ -2,6 +2,8 @@
 // transport knows no messages; hello, frames, queues and counters are above it and know no socket.
 #pragma once
 
+#include "sockets/acceptor.h"
+
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -68,17 +70,13 @@ public:
 };
 
 // Who offers a service. Called on the receiving thread.
-class ListenerUser {
+class ListenerUser : public AcceptorUser {
 public:
     virtual void onClient(std::unique_ptr<Stream> stream) noexcept = 0;
     // A client has proven who it is: for the log.
     virtual void onProven(const char* who) noexcept = 0;
     // The transport rejected a client, or lost it because memory ran out.
     virtual void onRejected(const char* reason) noexcept = 0;
-    // Clients wait until what is missing is there again. Said once.
-    virtual void onCannotAccept(const char* reason) noexcept = 0;
-    // There is no memory to wait for clients with: listen has to be called again.
-    virtual void onStalled(const char* reason) noexcept = 0;
 
 protected:
     ~ListenerUser() = default;

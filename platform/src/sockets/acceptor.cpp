@@ -1,4 +1,4 @@
-#include "transport/acceptor.h"
+#include "sockets/acceptor.h"
 
 #include "base/error-text.h"
 
@@ -18,7 +18,7 @@ constexpr int mostAtOnce = 16;
 Acceptor::Acceptor(boost::asio::io_context& io, int socket, Take take)
     : socket_(socket), take_(std::move(take)), retryTimer_(io), watch_(io, socket) {}
 
-void Acceptor::listen(ListenerUser& user) noexcept {
+void Acceptor::listen(AcceptorUser& user) noexcept {
     try {
         const int before = std::exchange(error_, acceptSome());
         const auto again = [this, &user](const boost::system::error_code& canceled) {

@@ -1,4 +1,4 @@
-#include "base/socket-lock.h"
+#include "sockets/socket-lock.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "base/file-descriptor.h"
-#include "transport/transport.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
@@ -12,7 +11,19 @@
 
 namespace host::io {
 
-// Everything happens on the receiving thread.
+// Who accepts. Called on the context's thread.
+class AcceptorUser {
+public:
+    // Clients wait until what is missing is there again. Said once.
+    virtual void onCannotAccept(const char* reason) noexcept = 0;
+    // There is no memory to wait for clients with: listen has to be called again.
+    virtual void onStalled(const char* reason) noexcept = 0;
+
+protected:
+    ~AcceptorUser() = default;
+};
+
+// Everything happens on the context's thread.
 class Acceptor {
 public:
     // Gets a connection, which does not block, and the peer's address; does not throw.
@@ -22,7 +33,7 @@ public:
     Acceptor(boost::asio::io_context& io, int socket, Take take);
     ~Acceptor() { watch_.release(); }
 
-    void listen(ListenerUser& user) noexcept;
+    void listen(AcceptorUser& user) noexcept;
 
 private:
     int acceptSome();
