@@ -1,10 +1,11 @@
-"""Compiles sources with clang as a second compiler, which also checks locks, and looks them through with clang-tidy:
+"""Compiles sources with clang as a second compiler, which also checks locks, and runs clang-tidy on them:
 lint_sources.py BUILD [--changed | --list]
 
-BUILD is a configured build folder. --changed: only the sources that differ from where this branch left the main one,
-or from the commit before when it is the main one, and those that include what differs. Time is bounded: clang compiles
-MOST of them, those that differ first; clang-tidy looks through TIDIED of these, the first ANALYZED of them with its
-analyzer, which takes most of the time. A greater change needs the run without an option. --list: names the sources.
+BUILD is a configured build folder. --changed: only changed sources and sources that include changed files. On a branch,
+changes are counted from its merge base with the main branch; on the main branch, from the previous commit. To bound the
+time, clang compiles at most MAX_COMPILED of these sources, changed ones first. clang-tidy checks the first MAX_TIDIED
+of them, and runs its analyzer, which takes most of the time, only on the first MAX_ANALYZED changed ones. Larger
+changes need a run without an option. --list: prints the sources that --changed would check.
 """
 
 import concurrent.futures
@@ -19,23 +20,23 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(["<])([^">]+)[">]', re.MULTILINE)
 SOURCES = (".h", ".cpp", ".h.in")
-MOST, TIDIED, ANALYZED = 60, 24, 12
+MAX_COMPILED, MAX_TIDIED, MAX_ANALYZED = 60, 24, 12
 WITHOUT_ANALYZER = ["--checks=-clang-analyzer-*"]
 
 
 def git(root, *arguments):
-    """What git says, without its line end, or nothing when it fails."""
-    done = subprocess.run(["git", *arguments], cwd=root, capture_output=True, text=True, check=False)
-    return done.stdout.removesuffix("\n") if done.returncode == 0 else ""
+    """The output of git without the final line feed, or an empty string when git fails."""
+    result = subprocess.run(["git", *arguments], cwd=root, capture_output=True, text=True, check=False)
+    return result.stdout.removesuffix("\n") if result.returncode == 0 else ""
 
 
 def base(root):
-    """The commit that changes are counted from."""
+    """The commit with which the tree is compared."""
     head = git(root, "rev-parse", "HEAD")
     for main in ("origin/main", "main"):
-        fork = git(root, "merge-base", main, "HEAD")
-        if fork and fork != head:
-            return fork
+        merge_base = git(root, "merge-base", main, "HEAD")
+        if merge_base and merge_base != head:
+            return merge_base
     return git(root, "rev-parse", "-q", "--verify", "HEAD~1") or git(root, "hash-object", "-t", "tree", "/dev/null")
 
 
@@ -44,7 +45,7 @@ def names(text):
 
 
 def changed(root):
-    """Files of the tree that differ from the base, committed or not, but for those that have only moved."""
+    """Files that differ from the base commit, committed or not, except files that were only moved."""
     found = set(names(git(root, "ls-files", "-z", "--others", "--exclude-standard")))
     fields = iter(names(git(root, "diff", "--name-status", "-z", "--find-renames", base(root))))
     for status in fields:
@@ -57,7 +58,7 @@ def changed(root):
 
 
 def tree(root):
-    """file -> what it includes, as (quote, name), of all C++ files of the tree."""
+    """Maps each C++ file of the tree to its includes, as (quote, name)."""
     files = names(git(root, "ls-files", "-z", "--cached", "--others", "--exclude-standard"))
     return {
         file: INCLUDE.findall((root / file).read_text(encoding="utf-8", errors="replace"))
@@ -67,7 +68,7 @@ def tree(root):
 
 
 def included_files(file, quote, name, by_last_part):
-    """The files that an include may mean. The include paths are not looked at: all that end in the name count."""
+    """The files that an include may refer to: all whose path ends in the name, as the include paths are ignored."""
     beside = os.path.normpath(os.path.join(os.path.dirname(file), name))
     candidates = by_last_part.get(os.path.basename(name), ())
     if quote == '"' and beside in candidates:
@@ -77,7 +78,7 @@ def included_files(file, quote, name, by_last_part):
 
 
 def dependants(includes, files):
-    """Those that include one of the files, directly or not; the nearest first."""
+    """The files that include one of the given files, directly or indirectly; direct ones first."""
     by_last_part = {}
     for file in {*includes, *files}:
         by_last_part.setdefault(os.path.basename(file).removesuffix(".in"), []).append(file)
@@ -95,7 +96,7 @@ def dependants(includes, files):
 
 
 def commands(build):
-    """source -> its command with clang, which compiles nothing."""
+    """Maps each source to a clang command that only checks its syntax."""
     found = {}
     for entry in json.loads((build / "compile_commands.json").read_text(encoding="utf-8")):
         words = shlex.split(entry["command"])
@@ -109,19 +110,19 @@ def commands(build):
     return found
 
 
-def said(command, folder):
-    """What a program finds, or nothing."""
-    done = subprocess.run(
+def findings_of(command, folder):
+    """The output of a program that fails, or an empty string."""
+    result = subprocess.run(
         command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False, errors="replace"
     )
-    return done.stdout or f"{command[0]} failed\n" if done.returncode else ""
+    return result.stdout or f"{command[0]} failed\n" if result.returncode else ""
 
 
 def lint(build, source, command, folder, tidy):
-    """Findings of one source; tidy: options of clang-tidy, or None. It need not see what clang does not compile."""
-    findings = said(command, folder)
+    """Findings in one source; tidy: options of clang-tidy, or None to skip it. It is also skipped when clang fails."""
+    findings = findings_of(command, folder)
     if not findings and tidy is not None:
-        findings = said(["clang-tidy", "-p", build, "--quiet", *tidy, source], ROOT)
+        findings = findings_of(["clang-tidy", "-p", build, "--quiet", *tidy, source], ROOT)
     return findings
 
 
@@ -131,16 +132,16 @@ def main():
     sources = list(all_commands)
     tidied = {source: [] for source in sources}
     if sys.argv[2:] in (["--changed"], ["--list"]):
-        differing = changed(ROOT)
-        own = [source for source in sources if os.path.relpath(source, ROOT) in differing]
-        others = [str(ROOT / file) for file in dependants(tree(ROOT), differing)]
+        changed_files = changed(ROOT)
+        own = [source for source in sources if os.path.relpath(source, ROOT) in changed_files]
+        others = [str(ROOT / file) for file in dependants(tree(ROOT), changed_files)]
         others = [source for source in others if source in all_commands]
         found = own + others
-        sources = found[:MOST]
-        tidied = {source: WITHOUT_ANALYZER for source in sources[:TIDIED]}
-        tidied |= {source: [] for source in own[:ANALYZED]}
-        if len(found) > MOST:
-            print(f"clang: {len(found) - MOST} further sources are left to ./dev lint", file=sys.stderr)
+        sources = found[:MAX_COMPILED]
+        tidied = {source: WITHOUT_ANALYZER for source in sources[:MAX_TIDIED]}
+        tidied |= {source: [] for source in own[:MAX_ANALYZED]}
+        if len(found) > MAX_COMPILED:
+            print(f"clang: skipping {len(found) - MAX_COMPILED} sources; ./dev lint checks them", file=sys.stderr)
     if sys.argv[2:] == ["--list"]:
         print("\n".join(os.path.relpath(source, ROOT) for source in sources))
         return 0

@@ -1,21 +1,21 @@
-"""Names the tests that a run of ctest skipped, one a line, with the reason that each gave: skipped.py JUNIT_FILE"""
+"""Prints each test that a run of ctest skipped and the reason: skipped.py JUNIT_FILE"""
 
 import sys
 import xml.etree.ElementTree as xml
 
 
 def reason(output):
-    """What GoogleTest's skipped test says is below the line that names its place; others say it at their end."""
+    """GoogleTest prints the reason after the line with the source location; other tests print it as their last line."""
     lines = [line.strip() for line in output.splitlines() if line.strip()]
-    for place, text in zip(lines, lines[1:]):
-        if place.endswith(": Skipped") and not text.startswith("["):
+    for location, text in zip(lines, lines[1:]):
+        if location.endswith(": Skipped") and not text.startswith("["):
             return text
-    said = [line for line in lines if not line.startswith("[")]
-    return said[-1] if said else "gives no reason"
+    output_lines = [line for line in lines if not line.startswith("[")]
+    return output_lines[-1] if output_lines else "gives no reason"
 
 
 def skipped(junit):
-    """name, reason. A test whose program is missing was not run either, but has failed."""
+    """Yields (name, reason). A test whose program is missing was not run either, but counts as failed."""
     for test in xml.parse(junit).iter("testcase"):
         marker = test.find("skipped")
         if test.get("status") == "disabled":

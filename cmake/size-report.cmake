@@ -1,4 +1,4 @@
-# Prints how big a library is once stripped: -DLIBRARY=... -DSTRIP=... -P size-report.cmake
+# Prints the size of a stripped library: -DLIBRARY=... -DSTRIP=... -P size-report.cmake
 get_filename_component(name "${LIBRARY}" NAME)
 execute_process(COMMAND "${STRIP}" -o "${LIBRARY}.stripped" "${LIBRARY}" COMMAND_ERROR_IS_FATAL ANY)
 file(SIZE "${LIBRARY}.stripped" bytes)

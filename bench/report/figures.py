@@ -1,11 +1,11 @@
-"""What the benchmark programs printed, and how it stands to the goals."""
+"""The output of the benchmark programs, compared with the goals."""
 import json
 
 from goals import ACCEPTED
 
 
 def parsed(text, program):
-    """The lines of one program; what is no line of figures is an error worth knowing."""
+    """The lines of one program. Raises an error for a line that is not a line of figures."""
     lines = []
     for line in text.splitlines():
         try:
@@ -16,7 +16,7 @@ def parsed(text, program):
 
 
 def excess(line):
-    """How far a line is beyond its bound: 1.0 is at the bound, more is worse."""
+    """A line's figure relative to its bound: 1.0 is at the bound, more is worse."""
     if line["bound"] == "atLeast":
         return line["goal"] / line["median"] if line["median"] else float("inf")
     if line["goal"] == 0:
@@ -48,7 +48,7 @@ def value_of(line):
 
 
 def gated(line):
-    """The line with the bound that the gate holds it to."""
+    """The line with the bound that the gate applies."""
     return {**line, "goal": ACCEPTED.get(name_of(line), line["goal"])}
 
 

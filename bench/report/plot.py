@@ -1,4 +1,4 @@
-"""The plot: for every line with a goal, how much of its bound it uses, as SVG."""
+"""The plot: every figure with a goal relative to its bound, as SVG."""
 from html import escape
 
 import figures
@@ -16,7 +16,7 @@ def svg(lines):
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{LEFT + WIDTH + 140}" height="{height}" '
         'font-family="sans-serif" font-size="11">',
         '<rect width="100%" height="100%" fill="white"/>',
-        '<text x="10" y="18" font-size="14">Figures in parts of their bound; shorter is better</text>',
+        '<text x="10" y="18" font-size="14">Figures relative to their bound; shorter is better</text>',
         f'<text x="{bound}" y="38" text-anchor="middle" fill="#555">bound</text>',
     ]
     for row, line in enumerate(lines):

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the benchmark programs and puts together what they print; see `./dev help`."""
+"""Runs the benchmark programs and combines their output; see `./dev help`."""
 import argparse
 import pathlib
 import subprocess

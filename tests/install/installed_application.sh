@@ -50,7 +50,7 @@ frame-host "$modules/libapp-tvservice-adapter.so" "$folder/every-request/libever
     "$folder/zapping/libzapping.so" >"$folder/frame-host.log" 2>&1 &
 children+=($!)
 requests=$(grep -c ' adapter\..*(ids, here' "$source/docs/examples/every-request/every-request.cpp")
-expect frame-host "$requests requests are on their way"
+expect frame-host "$requests requests are queued"
 expect frame-host "terminal 0:0: dvb://1.1.1, result 0"
 expect frame-host "terminal 0:0 has"
 expect frame-host "download: 100 %"

@@ -130,8 +130,8 @@ TEST_F(BetweenHosts, RejectsAClientWithAnUnknownKey) {
     const host::LogCapture log({0x0202});
     startServer();
     startClient();
-    expectNobodyIn(log, "its key is not among the known ones: " + remote->keys.publicKey);
-    EXPECT_TRUE(log.waitFor("it does not let this machine's key in", 10s));
+    expectNobodyIn(log, "its key is not in the list of accepted keys: " + remote->keys.publicKey);
+    EXPECT_TRUE(log.waitFor("it rejects this machine's key", 10s));
     EXPECT_TRUE(eventually([&] { return atServer().refused > 0 && news.failed > 0; }));
     EXPECT_EQ(0, news.connected);
 }
@@ -141,10 +141,8 @@ TEST_F(BetweenHosts, RejectsAClientThatExpectsAnotherKeyOfTheService) {
     const host::LogCapture log({0x0202});
     startServer();
     startClient();
-    expectNobodyIn(
-        log, "client rejected: 127.0.0.1: broke off before it had proven a key: it does not let this machine's key in");
-    EXPECT_TRUE(
-        log.waitFor("it has another key than this machine expects of the service: " + remote->keys.publicKey, 10s));
+    expectNobodyIn(log, "client rejected: 127.0.0.1: TLS handshake failed: it rejects this machine's key");
+    EXPECT_TRUE(log.waitFor("its key is not the one configured for the service: " + remote->keys.publicKey, 10s));
     EXPECT_TRUE(eventually([&] { return atServer().refused > 0 && news.failed > 0; }));
     EXPECT_EQ(0, news.connected);
 }
@@ -165,7 +163,7 @@ TEST_F(BetweenHosts, GivesTheReasonForEachOfManyClientsWithUnknownKeys) {
     unknownClients.clear();
     for (const auto& line : log.lines())
         EXPECT_THAT(line.text, testing::AnyOf(testing::Not(HasSubstr("client rejected: 127")),
-                                              HasSubstr("its key is not among the known ones: ")));
+                                              HasSubstr("its key is not in the list of accepted keys: ")));
 }
 
 // Each peer lacks one thing; a peer that lacks nothing is accepted.
@@ -177,7 +175,7 @@ TEST_F(BetweenHosts, AcceptsOnlyAPeerThatProvesAKnownKey) {
          {std::pair{support::Fault::noCertificate, "peer did not return a certificate"},
           std::pair{support::Fault::stolenKey, "bad signature"},
           std::pair{support::Fault::olderProtocol, "unsupported protocol"},
-          std::pair{support::Fault::unknownAlgorithm, "client rejected: 127.0.0.1: broke off"}}) {
+          std::pair{support::Fault::unknownAlgorithm, "client rejected: 127.0.0.1: TLS handshake failed"}}) {
         EXPECT_FALSE(support::RemotePeer(path, fault).isAccepted()) << why;
         EXPECT_TRUE(log.waitFor(why, 10s)) << why;
     }
@@ -216,7 +214,7 @@ TEST_F(BetweenHosts, GivesAKeyABoundedNumberOfStreams) {
     }
     startClient();
     EXPECT_TRUE(log.waitFor("a key has at most 64 streams: " + remote->keys.publicKey, 10s));
-    EXPECT_TRUE(log.waitFor("it takes no more connections with this machine's key", 10s));
+    EXPECT_TRUE(log.waitFor("it accepts no more connections with this machine's key", 10s));
     peers.clear();
     EXPECT_TRUE(honestClientServed());
 }

@@ -70,7 +70,7 @@ class EveryRequest : public frame::AbstractApplication {
         };
         for (const int each : results)
             if (each < 0) return each;
-        std::fprintf(stderr, "%zu requests are on their way\n", std::size(results));
+        std::fprintf(stderr, "%zu requests are queued\n", std::size(results));
         return 0;
     }
 };

@@ -99,8 +99,7 @@ private:
         boost::asio::async_connect(
             stream_->socket(), addresses, [self = shared_from_this()](const Error& error, const Address&) {
                 try {
-                    if (self->answer_)
-                        error ? self->onFault("nobody answers there: " + error.message()) : self->prove();
+                    if (self->answer_) error ? self->onFault("connecting failed: " + error.message()) : self->prove();
                 } catch (const std::exception& shortage) {
                     self->fail(host::textOf(shortage));
                 }

@@ -39,8 +39,8 @@ TlsStream::TlsStream(boost::asio::io_context& io, std::shared_ptr<Shared> shared
 KeyCheck::Answer TlsStream::check(const std::string& publicKey) {
     const auto found = keys_->find(publicKey);
     if (found == keys_->end()) {
-        refusal_ = (serving_ ? "its key is not among the known ones: "
-                             : "it has another key than this machine expects of the service: ") +
+        refusal_ = (serving_ ? "its key is not in the list of accepted keys: "
+                             : "its key is not the one configured for the service: ") +
                    publicKey;
         return Answer::unknown;
     }
@@ -103,9 +103,7 @@ void TlsStream::shakeHands(const User& user) {
     const auto progress = session_->handshake();
     if (progress == Progress::done) refusal_ = tooManyStreams(); // others may have proven it since it was shown
     if (progress == Progress::over || !refusal_.empty()) {
-        const char* const at =
-            serving_ ? "broke off before it had proven a key: " : "it broke off while the keys were proven: ";
-        return user->onFault(refusal_.empty() ? std::string(at) + session_->reason() : refusal_);
+        return user->onFault(refusal_.empty() ? std::string("TLS handshake failed: ") + session_->reason() : refusal_);
     }
     if (progress != Progress::done) return comeBack(progress, user);
     key_ = *shown_;

@@ -208,9 +208,9 @@ void Session::end() noexcept {
 
 const char* Session::reason() const noexcept {
     if (ERR_GET_LIB(fault_) == ERR_LIB_SSL && ERR_GET_REASON(fault_) == firstAlertFault + unknownKeyAlert)
-        return "it does not let this machine's key in";
+        return "it rejects this machine's key";
     if (ERR_GET_LIB(fault_) == ERR_LIB_SSL && ERR_GET_REASON(fault_) == firstAlertFault + tooManyAlert)
-        return "it takes no more connections with this machine's key";
+        return "it accepts no more connections with this machine's key";
     if (const char* const text = fault_ != 0 ? ERR_reason_error_string(fault_) : nullptr) return text;
     if (const int error = wire_.readError != 0 ? wire_.readError : wire_.sendError; error != 0)
         return strerrordesc_np(error);
