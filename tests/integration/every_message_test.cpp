@@ -110,17 +110,17 @@ protected:
 
     // The request reaches the TV service, and the notification that follows arrives.
     static void travels(const std::string& message, const Request& request) {
-        const auto told = kit->newestNotification(), received = tvRequests();
+        const auto newest = kit->newestNotification(), received = tvRequests();
         const json printed = kit->ask(Part::frameHost, request.command);
         EXPECT_EQ(printed, request.command.front() == "play" ? json({{"queued", 2}}) : json({{"sent", message}}));
-        kit->waitForNotification(request.notification, told, json::parse(request.arguments));
+        kit->waitForNotification(request.notification, newest, json::parse(request.arguments));
         EXPECT_EQ(tvRequests(), received + 1);
     }
     // A notification of the TV service arrives unchanged in every field.
     static void travels(const std::string& message, const json& arguments) {
-        const auto told = kit->newestNotification();
+        const auto newest = kit->newestNotification();
         EXPECT_EQ(kit->ask(Part::tvService, {"emit", message, arguments.dump()}), json({{"sent", message}}));
-        EXPECT_EQ(kit->waitForNotification(message, told, arguments).at("arguments"), arguments);
+        EXPECT_EQ(kit->waitForNotification(message, newest, arguments).at("arguments"), arguments);
     }
     static std::uint64_t tvRequests() { return counterOf(*kit, Part::tvService, "tvservice", "received"); }
 
@@ -138,9 +138,9 @@ TVSERVICE_NOTIFICATIONS(NOTIFICATION_TEST)
 TEST_F(EveryMessage, MmServiceReq) {
     const std::string film = "file://" + (kit->folder() / "film.ts").string();
     std::ofstream(kit->folder() / "film.ts") << "a film";
-    const auto told = kit->newestNotification(), received = counterOf(*kit, Part::mmService, "mmservice", "received");
+    const auto newest = kit->newestNotification(), received = counterOf(*kit, Part::mmService, "mmservice", "received");
     kit->ask(Part::frameHost, {"play", "5:-7", film, "a-film"});
-    kit->waitForNotification("TvServiceInfo", told);
+    kit->waitForNotification("TvServiceInfo", newest);
     const json terminals = kit->ask(Part::mmService, {"terminals"});
     EXPECT_TRUE(includes(terminals, json::array({{{"type", 5}, {"id", -7}, {"uri", film}, {"uuid", "a-film"}}})))
         << terminals.dump(2);
@@ -150,11 +150,11 @@ TEST_F(EveryMessage, MmServiceReq) {
 TEST_F(EveryMessage, MmServiceInfo) {
     constexpr int cannotOpen = 3;
     const std::string missing = "file://" + (kit->folder() / "missing.ts").string();
-    const auto told = kit->newestNotification(), received = counterOf(*kit, Part::frameHost, "mmservice", "received");
+    const auto newest = kit->newestNotification(), received = counterOf(*kit, Part::frameHost, "mmservice", "received");
     kit->ask(Part::frameHost, {"play", "-6:8", missing, "no-film"});
     const json answer = {
         {"terminal", {{"type", -6}, {"id", 8}}}, {"result", cannotOpen}, {"uri", missing}, {"uuid", "no-film"}};
-    kit->waitForNotification("TvServiceInfo", told, {{"infos", json::array({answer})}});
+    kit->waitForNotification("TvServiceInfo", newest, {{"infos", json::array({answer})}});
     EXPECT_EQ(counterOf(*kit, Part::frameHost, "mmservice", "received"), received + 2) << "to a stop and a start";
 }
 

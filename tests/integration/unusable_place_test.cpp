@@ -25,7 +25,7 @@ protected:
                 words.push_back(library(name));
         return words;
     }
-    void expectRefusal(const std::string& reason) const {
+    void expectError(const std::string& reason) const {
         const Outcome outcome = run(command());
         EXPECT_EQ(outcome.exitCode, failed);
         EXPECT_EQ(outcome.output, "");
@@ -43,21 +43,21 @@ INSTANTIATE_TEST_SUITE_P(EndsOrderly, AProgram, testing::Values("tvserviced", "m
 
 TEST_P(AProgram, RefusesARuntimeFolderThatIsAFile) {
     std::ofstream(runtimeFolder()) << "kept";
-    expectRefusal("not a folder");
+    expectError("not a folder");
     EXPECT_EQ(contentOf(runtimeFolder()), "kept");
 }
 
 TEST_P(AProgram, RefusesARuntimeFolderThatIsOpenToOthers) {
     ASSERT_EQ(mkdir(runtimeFolder().c_str(), 0700), 0);
     ASSERT_EQ(chmod(runtimeFolder().c_str(), 0750), 0);
-    expectRefusal("open to other users (wanted: mode 0700)");
+    expectError("open to other users (wanted: mode 0700)");
     EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
 }
 
 TEST_P(AProgram, RefusesALinkToARuntimeFolder) {
     ASSERT_EQ(mkdir((folder / "real").c_str(), 0700), 0);
     std::filesystem::create_symlink(folder / "real", runtimeFolder());
-    expectRefusal("not a folder");
+    expectError("not a folder");
     EXPECT_THAT(filesIn(folder / "real"), IsEmpty());
 }
 
@@ -180,11 +180,11 @@ TEST_F(ChannelFile, ThatIsWrongIsRefusedWithItsLine) {
         {good + good, ":5: \"dvb://1.1.1\" is the URI of \"One\" already\n"},
         {"volume = 1\n", ":1: unknown key \"volume\"\n"},
     };
-    for (const auto& [text, complaint] : wrong) {
+    for (const auto& [text, problem] : wrong) {
         const std::string path = write(text);
         const Outcome outcome = serve(path);
         EXPECT_EQ(outcome.exitCode, badData) << text;
-        EXPECT_THAT(outcome.error, StartsWith("tvserviced: " + path + complaint));
+        EXPECT_THAT(outcome.error, StartsWith("tvserviced: " + path + problem));
         EXPECT_EQ(outcome.error.find('\n'), outcome.error.size() - 1) << outcome.error;
     }
     EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));

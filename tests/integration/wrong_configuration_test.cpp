@@ -23,7 +23,7 @@ protected:
         std::ofstream(path) << text;
         return path.string();
     }
-    void expectRefusal(const std::string& problem) const {
+    void expectError(const std::string& problem) const {
         EXPECT_EQ(run(command()), (Outcome{badData, "", GetParam() + (": " + problem) + '\n'}));
         EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));
     }
@@ -40,15 +40,14 @@ INSTANTIATE_TEST_SUITE_P(IsRefused, AConfiguredProgram,
 TEST_P(AConfiguredProgram, RefusesAWrongFileThatIsNamed) {
     const std::string path = configure("some.toml", "[log]\nformat = \"text\"\n\n[queue]\nmessages = \"many\"\n");
     environment["TVSA_CONFIG"] = path;
-    expectRefusal(path + ":5: queue.messages: not a number from 1 to 2147483647: \"many\"");
+    expectError(path + ":5: queue.messages: not a number from 1 to 2147483647: \"many\"");
 }
 
 TEST_P(AConfiguredProgram, RefusesAWrongFileOfTheUser) {
     environment["TVSA_CONFIG"] = "";
     environment["XDG_CONFIG_HOME"] = folder.string();
     const std::string path = configure("tvservice-adapter/config.toml", "[queues]\n");
-    expectRefusal(path +
-                  ":1: unknown table \"queues\"; known: endpoints, keys, remote, queue, run_log, flat_heap, log");
+    expectError(path + ":1: unknown table \"queues\"; known: endpoints, keys, remote, queue, run_log, flat_heap, log");
 }
 
 TEST_P(AConfiguredProgram, RefusesAFileThatIsNestedTooDeep) {
@@ -56,27 +55,27 @@ TEST_P(AConfiguredProgram, RefusesAFileThatIsNestedTooDeep) {
     for (int i = 0; i < 60000; ++i) key += ".a";
     const std::string path = configure("some.toml", "[" + key + "]\n");
     environment["TVSA_CONFIG"] = path;
-    expectRefusal(path + ":1: nested more than 16 levels deep");
+    expectError(path + ":1: nested more than 16 levels deep");
 }
 
 TEST_P(AConfiguredProgram, RefusesAFileThatIsMissing) {
     environment["TVSA_CONFIG"] = (folder / "none.toml").string();
-    expectRefusal((folder / "none.toml").string() + ": there is no such file, which TVSA_CONFIG names");
+    expectError((folder / "none.toml").string() + ": there is no such file, which TVSA_CONFIG names");
 }
 
 TEST_P(AConfiguredProgram, RefusesAWrongVariable) {
     environment["TVSA_HEARTBEAT_MS"] = "often";
-    expectRefusal("TVSA_HEARTBEAT_MS: not a number from 10 to 60000: \"often\"");
+    expectError("TVSA_HEARTBEAT_MS: not a number from 10 to 60000: \"often\"");
 }
 
 TEST_P(AConfiguredProgram, RejectsAMalformedEndpoint) {
     const std::string path = configure("some.toml", "[endpoints]\ntvservice = \"tcp://127.0.0.1\"\n");
     environment["TVSA_CONFIG"] = path;
-    expectRefusal(path + ":2: endpoints.tvservice: not tcp://HOST:PORT: \"tcp://127.0.0.1\"");
+    expectError(path + ":2: endpoints.tvservice: not tcp://HOST:PORT: \"tcp://127.0.0.1\"");
     environment["TVSA_CONFIG"] = "/dev/null";
     const std::string tooLong = "/" + std::string(107, 'x');
     environment["TVSA_ENDPOINT_TVSERVICE"] = tooLong;
-    expectRefusal("TVSA_ENDPOINT_TVSERVICE: socket path too long (108 bytes): " + tooLong);
+    expectError("TVSA_ENDPOINT_TVSERVICE: socket path too long (108 bytes): " + tooLong);
 }
 
 TEST_P(AConfiguredProgram, PrintsItsHelp) {

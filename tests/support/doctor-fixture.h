@@ -14,7 +14,7 @@ using tvctl::doctor::Diagnosis;
 using tvctl::doctor::Severity;
 
 // How many findings are worse than ok.
-inline std::size_t complaintsIn(const Diagnosis& diagnosis) {
+inline std::size_t problemsIn(const Diagnosis& diagnosis) {
     std::size_t count = 0;
     for (const auto& finding : diagnosis.findings) count += finding.severity != Severity::ok ? 1 : 0;
     return count;

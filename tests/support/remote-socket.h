@@ -24,10 +24,10 @@ public:
     ~RemotePeer();
 
     bool isAccepted() const { return accepted_; } // the service has sent something
-    bool say(const std::string& bytes);           // whether the other side took them all
-    void sayKeyUpdate();
+    bool send(const std::string& bytes);          // whether the other side took them all
+    void sendKeyUpdate();
     // As many bytes as there are until the end, or the time is over.
-    std::string hear(std::size_t size);
+    std::string receive(std::size_t size);
     bool isEnded(); // reads to the end
     int socket() const;
 

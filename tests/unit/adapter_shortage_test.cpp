@@ -89,21 +89,21 @@ template <class Proxy, class Client> struct Receiving {
         proxy.addClient(first);
         proxy.addClient(second);
     }
-    template <class Message> void expectHeardTheNextTime() {
+    template <class Message> void expectDeliveredNextTime() {
         const support::FlatBody<Message> body(sampleOf<Message>());
         const auto deliver = [&] { module.deliver<Message>(body); };
         deliver();
         for (const Shortage shortage : shortages) {
             first->calls = second->calls = 0;
-            unsigned heard = 0;
+            unsigned deliveries = 0;
             const Held held;
             const long failures = runShortAtEveryAllocation(shortage, deliver, [&](bool through) {
                 expectHeld(held);
-                if (through) ++heard;
-                EXPECT_EQ(second->calls, heard) << "after the first client's share there is none for the second";
+                if (through) ++deliveries;
+                EXPECT_EQ(second->calls, deliveries) << "after the first client's share there is none for the second";
             });
             EXPECT_GT(failures, 0) << "nothing was allocated, so nothing was tested";
-            EXPECT_EQ(heard, 1U);
+            EXPECT_EQ(deliveries, 1U);
             EXPECT_TRUE(Message::Body::read(body.get()) == sampleOf<Message>()) << "the message has changed";
         }
     }
@@ -115,12 +115,13 @@ template <class Proxy, class Client> struct Receiving {
 
 TEST(MessageWithoutMemory, LeavesNothingBehindAndTheNextOneIsHeard) {
     Receiving<tvservice::Proxy, CountingTvClient> receiving;
-    support::forEach(support::TvNotifications{}, [&]<class Message>() { receiving.expectHeardTheNextTime<Message>(); });
+    support::forEach(support::TvNotifications{},
+                     [&]<class Message>() { receiving.expectDeliveredNextTime<Message>(); });
 }
 
 TEST(MessageWithoutMemory, OfTheMmServiceLeavesNothingBehindAndTheNextOneIsHeard) {
     Receiving<mmservice::Proxy, CountingMmClient> receiving;
-    receiving.expectHeardTheNextTime<mmservice::messages::MmServiceInfo>();
+    receiving.expectDeliveredNextTime<mmservice::messages::MmServiceInfo>();
 }
 
 // ---- records ----

@@ -23,18 +23,18 @@ constexpr std::uint32_t module = 0x0300;
 
 class ConfigurationFile : public ConfigurationFolder {
 protected:
-    static std::string refusal() {
+    static std::string error() {
         try {
             host::checkConfiguration();
-            return "not refused";
+            return "no error";
         } catch (const host::ConfigurationError& error) {
             return error.what();
         }
     }
-    void expectRefused(const std::vector<std::pair<std::string, std::string>>& wrong) const {
+    void expectErrors(const std::vector<std::pair<std::string, std::string>>& wrong) const {
         for (const auto& [text, problem] : wrong) {
             const std::string path = configure(text);
-            EXPECT_EQ(refusal(), path + ':' + problem) << text;
+            EXPECT_EQ(error(), path + ':' + problem) << text;
         }
     }
 };
@@ -47,14 +47,14 @@ TEST_F(ConfigurationFile, ThatIsNoTomlIsRefused) {
                                                           {"a = \"\x1B[2J", ":1: "},
                                                           {"\n\xFF\xFE", ":2: "}}) {
         const std::string path = configure(text);
-        EXPECT_THAT(refusal(), StartsWith(path + line)) << text;
-        EXPECT_EQ(refusal().find_first_of("\n\x1B\xFF"), std::string::npos) << refusal();
+        EXPECT_THAT(error(), StartsWith(path + line)) << text;
+        EXPECT_EQ(error().find_first_of("\n\x1B\xFF"), std::string::npos) << error();
     }
 }
 
 TEST_F(ConfigurationFile, NamesWhatItsTablesMayHave) {
     const std::string tables = "; known: endpoints, keys, remote, queue, run_log, flat_heap, log";
-    expectRefused({
+    expectErrors({
         {"\n[queues]\nmessages = 1\n", "2: unknown table \"queues\"" + tables},
         {"messages = 1\n", "1: unknown table \"messages\"" + tables},
         {"\"\" = 1\n", "1: unknown table \"\"" + tables},
@@ -73,7 +73,7 @@ TEST_F(ConfigurationFile, NamesWhatItsTablesMayHave) {
 
 TEST_F(ConfigurationFile, RefusesWrongNumbers) {
     const std::string wanted = "queue.messages: not a number from 1 to 2147483647: ";
-    expectRefused({
+    expectErrors({
         {"[queue]\nmessages = \"many\"\n", "2: " + wanted + "\"many\""},
         {"[queue]\nmessages = 0\n", "2: " + wanted + "\"0\""},
         {"[queue]\nmessages = -1\n", "2: " + wanted + "\"-1\""},
@@ -89,11 +89,11 @@ TEST_F(ConfigurationFile, RefusesWrongNumbers) {
 }
 
 TEST_F(ConfigurationFile, RefusesANumberInQuotes) {
-    expectRefused({{"[queue]\nmessages = \"12\"\n", "2: queue.messages: a text, not a number: \"12\""}});
+    expectErrors({{"[queue]\nmessages = \"12\"\n", "2: queue.messages: a text, not a number: \"12\""}});
 }
 
 TEST_F(ConfigurationFile, RefusesWrongTexts) {
-    expectRefused({
+    expectErrors({
         {"[endpoints]\ntv = 7\n", "2: endpoints.tv: not a text: 7"},
         {"[endpoints]\ntv = \"\"\n", "2: endpoints.tv: not a text: \"\""},
         {"[endpoints]\ntv = { path = \"/x\" }\n", "2: endpoints.tv: not a text: a table"},
@@ -109,7 +109,7 @@ TEST_F(ConfigurationFile, RefusesWrongTexts) {
         {"[log]\nformat = false\n", "2: log.format: not a text: false"},
     });
     const std::string path = configure("[log]\nlevels = \"info,loud\"\n");
-    EXPECT_THAT(refusal(), StartsWith(path + ":2: log.levels: \"loud\": \"loud\" is no level"));
+    EXPECT_THAT(error(), StartsWith(path + ":2: log.levels: \"loud\": \"loud\" is no level"));
 }
 
 TEST_F(ConfigurationFile, MayNameEndpointsAndKeysOnlyWhenOnlyItsOwnerCanWriteIt) {
@@ -117,31 +117,31 @@ TEST_F(ConfigurationFile, MayNameEndpointsAndKeysOnlyWhenOnlyItsOwnerCanWriteIt)
                              "\n\nkeys.clients = []\n", "\n[keys.services]\ntv = \"k\"\n"})
         for (const mode_t mode : {0664U, 0646U, 0666U}) {
             const std::string path = configure(text, mode);
-            EXPECT_THAT(refusal(), AllOf(StartsWith(path + ":3: "),
-                                         HasSubstr(": other users may write to this file (wanted: mode 0644)")))
+            EXPECT_THAT(error(), AllOf(StartsWith(path + ":3: "),
+                                       HasSubstr(": other users may write to this file (wanted: mode 0644)")))
                 << text;
             configure(text, 0644);
-            EXPECT_EQ(refusal(), "not refused") << text;
+            EXPECT_EQ(error(), "no error") << text;
         }
     configure("[queue]\nmessages = 1\n", 0666);
-    EXPECT_EQ(refusal(), "not refused");
+    EXPECT_EQ(error(), "no error");
 }
 
 TEST_F(ConfigurationFile, ThatCannotBeReadIsRefused) {
     setenv("TVSA_CONFIG", folder.c_str(), 1);
-    EXPECT_EQ(refusal(), folder + ": not a file");
+    EXPECT_EQ(error(), folder + ": not a file");
     const std::string pipe = folder + "/pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     setenv("TVSA_CONFIG", pipe.c_str(), 1);
-    EXPECT_EQ(refusal(), pipe + ": not a file");
+    EXPECT_EQ(error(), pipe + ": not a file");
     const std::string loop = folder + "/loop";
     std::filesystem::create_symlink(loop, loop);
     setenv("TVSA_CONFIG", loop.c_str(), 1);
-    EXPECT_EQ(refusal(), loop + ": cannot be read: Too many levels of symbolic links");
+    EXPECT_EQ(error(), loop + ": cannot be read: Too many levels of symbolic links");
     setenv("TVSA_CONFIG", "/dev/zero", 1);
-    EXPECT_EQ(refusal(), "/dev/zero: longer than 1048576 bytes");
+    EXPECT_EQ(error(), "/dev/zero: longer than 1048576 bytes");
     setenv("TVSA_CONFIG", "/dev/null", 1);
-    EXPECT_EQ(refusal(), "not refused");
+    EXPECT_EQ(error(), "no error");
 }
 
 // The parser's tree takes stack for each level.
@@ -153,7 +153,7 @@ TEST_F(ConfigurationFile, ThatIsNestedTooDeepIsRefused) {
     };
     const std::string problem = "nested more than 16 levels deep";
     for (const int levels : {17, 60000})
-        expectRefused({
+        expectErrors({
             {"\na" + repeated(".a", levels) + " = 1\n", "2: " + problem},
             {"[" + repeated("a.", levels) + "a]\n", "1: " + problem},
             {"[[" + repeated("\"a\".", levels) + "a]]\n", "1: " + problem},
@@ -173,14 +173,14 @@ TEST_F(ConfigurationFile, CountsOnlyWhatNests) {
     configure("# " + many + "\nlog.levels = \"warning\" # " + many + "\n[endpoints]\ntv = \"/\\\"" + many +
               "\"\nmm = '/" + many + "'\n[keys]\nclients = [\n\"\"\"\n" + many + "\"\"\"\"\", '''" + many +
               "''']\n[keys.services]\na.b = 1\n");
-    EXPECT_THAT(refusal(), testing::EndsWith(":11: keys.services.a: not a text: a table")) << "all before it was read";
+    EXPECT_THAT(error(), testing::EndsWith(":11: keys.services.a: not a text: a table")) << "all before it was read";
 }
 
 TEST_F(ConfigurationFile, IsQuotedInPart) {
     std::string umlauts;
     for (int i = 0; i < 150; ++i) umlauts += "\u00e4"; // of two bytes each
     const std::string rest = " bytes) is neither text nor json";
-    expectRefused(
+    expectErrors(
         {{"log.format = \"" + std::string(900000, 'x') + "\"\n",
           "1: log.format: \"" + std::string(200, 'x') + "...\" (900000" + rest},
          {"log.format = \"x" + umlauts + "\"\n", "1: log.format: \"x" + umlauts.substr(0, 198) + "...\" (301" + rest}});
@@ -188,7 +188,7 @@ TEST_F(ConfigurationFile, IsQuotedInPart) {
 
 TEST_F(ConfigurationFile, IsLookedForBelowWhatIsNoFolder) {
     setenv("XDG_CONFIG_HOME", write("file", "").c_str(), 1);
-    EXPECT_EQ(refusal(), "not refused");
+    EXPECT_EQ(error(), "no error");
 }
 
 // What a process starts with and reads once is looked at in a new one.

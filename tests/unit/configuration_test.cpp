@@ -34,10 +34,10 @@ using testing::Optional;
 
 using Configuration = ConfigurationFolder;
 
-template <typename Call> std::string refusalOf(const Call& call) {
+template <typename Call> std::string errorOf(const Call& call) {
     try {
         call();
-        return "not refused";
+        return "no error";
     } catch (const host::ConfigurationError& error) {
         return error.what();
     }
@@ -106,7 +106,7 @@ TEST_F(Configuration, LimitsThePathOfASocketOnlyAndSaysWhereItCameFrom) {
     EXPECT_EQ(host::endpointOf("tv"), host);
     const std::string path = "/" + std::string(107, 'x');
     setenv("TVSA_ENDPOINT_TV", path.c_str(), 1);
-    EXPECT_EQ(refusalOf([] { host::endpointOf("tv"); }), "TVSA_ENDPOINT_TV: socket path too long (108 bytes): " + path);
+    EXPECT_EQ(errorOf([] { host::endpointOf("tv"); }), "TVSA_ENDPOINT_TV: socket path too long (108 bytes): " + path);
 }
 
 TEST_F(Configuration, RejectsAMalformedEndpointAndSaysWhereItCameFrom) {
@@ -117,16 +117,16 @@ TEST_F(Configuration, RejectsAMalformedEndpointAndSaysWhereItCameFrom) {
          {path, "socket path too long (108 bytes): " + path}}};
     for (const auto& [endpoint, problem] : wrong) {
         const std::string file = configure("[endpoints]\n\ntvservice = \"" + endpoint + "\"\n");
-        EXPECT_EQ(refusalOf(host::checkConfiguration), file + ":3: endpoints.tvservice: " + problem);
-        EXPECT_EQ(refusalOf(host::settings), file + ":3: endpoints.tvservice: " + problem);
+        EXPECT_EQ(errorOf(host::checkConfiguration), file + ":3: endpoints.tvservice: " + problem);
+        EXPECT_EQ(errorOf(host::settings), file + ":3: endpoints.tvservice: " + problem);
         configure("");
         setenv("TVSA_ENDPOINT_MMSERVICE", endpoint.c_str(), 1);
-        EXPECT_EQ(refusalOf(host::checkConfiguration), "TVSA_ENDPOINT_MMSERVICE: " + problem);
-        EXPECT_EQ(refusalOf([] { host::endpointOf("mmservice"); }), "TVSA_ENDPOINT_MMSERVICE: " + problem);
+        EXPECT_EQ(errorOf(host::checkConfiguration), "TVSA_ENDPOINT_MMSERVICE: " + problem);
+        EXPECT_EQ(errorOf([] { host::endpointOf("mmservice"); }), "TVSA_ENDPOINT_MMSERVICE: " + problem);
         unsetenv("TVSA_ENDPOINT_MMSERVICE");
     }
     setenv("TVSA_ENDPOINT_MMSERVICE", "tcp://no-such-host:0", 1); // only a connection can show whether the host exists
-    EXPECT_EQ(refusalOf(host::checkConfiguration), "not refused");
+    EXPECT_EQ(errorOf(host::checkConfiguration), "no error");
 }
 
 TEST_F(Configuration, JoinsTheItemsOfAListWithCommas) {
@@ -140,7 +140,7 @@ TEST_F(Configuration, JoinsTheItemsOfAListWithCommas) {
     EXPECT_TRUE(host::itemsOf({}).empty());
     for (const char* wrong : {",", "three,", ",four", "three,,four"}) {
         setenv("TVSA_CLIENT_KEYS", wrong, 1);
-        EXPECT_EQ(refusalOf([] { setting("keys.clients"); }),
+        EXPECT_EQ(errorOf([] { setting("keys.clients"); }),
                   std::string("TVSA_CLIENT_KEYS: an empty item in \"") + wrong + '"');
     }
 }
@@ -181,8 +181,7 @@ TEST_F(Configuration, LaysTheUsersFileOverTheSystemsValueByValue) {
 
 TEST_F(Configuration, NeedsTheFileThatIsNamed) {
     setenv("TVSA_CONFIG", (folder + "/none.toml").c_str(), 1);
-    EXPECT_EQ(refusalOf(host::checkConfiguration),
-              folder + "/none.toml: there is no such file, which TVSA_CONFIG names");
+    EXPECT_EQ(errorOf(host::checkConfiguration), folder + "/none.toml: there is no such file, which TVSA_CONFIG names");
 }
 
 TEST_F(Configuration, ListsEverySettingAndThoseOfConfiguredServices) {
@@ -235,8 +234,8 @@ TEST_F(Configuration, RefusesAWrongVariable) {
     };
     for (const auto& [variable, value, problem] : wrong) {
         setenv(variable.c_str(), value.c_str(), 1);
-        EXPECT_EQ(refusalOf(host::checkConfiguration), variable + ": " + problem);
-        EXPECT_EQ(refusalOf(host::settings), variable + ": " + problem);
+        EXPECT_EQ(errorOf(host::checkConfiguration), variable + ": " + problem);
+        EXPECT_EQ(errorOf(host::settings), variable + ": " + problem);
         unsetenv(variable.c_str());
     }
     for (const char* fits : {"10", "60000"}) {
@@ -248,8 +247,8 @@ TEST_F(Configuration, RefusesAWrongVariable) {
 TEST_F(Configuration, LetsAProgramStartWithAWrongVariableThatIsReplaced) {
     for (const char* variable : {"TVSA_RUNLOG_QUEUE", "TVSA_FLAT_HEAP_MB", "TVSA_LOG_FORMAT", "TVSA_LOG"})
         setenv(variable, "wrong", 1);
-    EXPECT_EQ(refusalOf(host::checkConfiguration), "not refused");
-    EXPECT_EQ(refusalOf([] { setting("flat_heap.megabytes"); }),
+    EXPECT_EQ(errorOf(host::checkConfiguration), "no error");
+    EXPECT_EQ(errorOf([] { setting("flat_heap.megabytes"); }),
               "TVSA_FLAT_HEAP_MB: not a number from 32 to 2048: \"wrong\"");
     std::string problem;
     EXPECT_EQ(host::config::numberOf("run_log.queue", problem), 1024U);

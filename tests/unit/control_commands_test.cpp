@@ -78,7 +78,7 @@ struct Control : testing::Test {
         return reply;
     }
     // A notification of the service.
-    void tell(std::int32_t number) {
+    void notify(std::int32_t number) {
         frame::MsgIds ids;
         log.tvServiceSwapWinInfo(ids, {}, {number});
     }
@@ -241,24 +241,24 @@ TEST_F(Control, NamesTheArgumentThatIsWrong) {
 }
 
 TEST_F(Control, ListsEveryKindOfNotificationOnce) {
-    std::vector<std::string> told;
+    std::vector<std::string> names;
     const auto listed = [&] {
         std::vector<std::string> messages;
         for (const auto& notification : Json::parse(run({"notifications", "0"}, true).output))
             messages.push_back(notification["message"]);
         return messages;
     };
-#define TELL(service_, direction, Name, method, id, ...)                                                               \
+#define NOTIFY(service_, direction, Name, method, id, ...)                                                             \
     {                                                                                                                  \
         frame::MsgIds ids;                                                                                             \
         const tvservice::messages::Name::Body::Arguments arguments;                                                    \
         std::apply([&](const auto&... argument) { log.method(ids, frame::TransportInfo{}, argument...); }, arguments); \
-        told.emplace_back(#Name);                                                                                      \
+        names.emplace_back(#Name);                                                                                     \
     }
-    TVSERVICE_NOTIFICATIONS(TELL)
-#undef TELL
-    EXPECT_EQ(listed(), told);
-    EXPECT_THAT(told, SizeIs(support::TvNotifications::size));
+    TVSERVICE_NOTIFICATIONS(NOTIFY)
+#undef NOTIFY
+    EXPECT_EQ(listed(), names);
+    EXPECT_THAT(names, SizeIs(support::TvNotifications::size));
 }
 
 TEST_F(Control, ListsANotificationWithEveryFieldByItsName) {
@@ -277,7 +277,7 @@ TEST_F(Control, ListsANotificationWithEveryFieldByItsName) {
 TEST_F(Control, ListsTheNewestTenNotificationsUnlessAskedForMore) {
     EXPECT_EQ(run({"notifications"}, true).output, "[]\n");
     EXPECT_EQ(run({"notifications"}).output, "");
-    for (int i = 1; i <= 250; ++i) tell(i);
+    for (int i = 1; i <= 250; ++i) notify(i);
     EXPECT_THAT(numbers({"notifications"}), testing::ElementsAre(241, 242, 243, 244, 245, 246, 247, 248, 249, 250));
     EXPECT_THAT(numbers({"notifications", "247"}), testing::ElementsAre(248, 249, 250));
     EXPECT_THAT(numbers({"notifications", "250"}), SizeIs(0));
@@ -289,7 +289,7 @@ TEST_F(Control, ListsTheNewestTenNotificationsUnlessAskedForMore) {
 }
 
 TEST_F(Control, KeepsTheNewestThousandNotifications) {
-    for (int i = 1; i <= 1003; ++i) tell(i);
+    for (int i = 1; i <= 1003; ++i) notify(i);
     EXPECT_EQ(numbers({"notifications", "0"}).front(), 4);
 }
 
@@ -309,7 +309,7 @@ TEST_F(Control, KeepsTheNewestNotificationsThatFitIntoSixteenMebibytes) {
     EXPECT_EQ(table().dropped, 3U);
     EXPECT_EQ(table().bytes, most * each);
     EXPECT_EQ(numbers({"notifications", "0"}).front(), 4);
-    tell(1); // which needs less than the space that is left
+    notify(1); // which needs less than the space that is left
     EXPECT_EQ(table().dropped, 3U);
 }
 

@@ -132,7 +132,7 @@ TEST(DebugOutput, KeepsLinesOfManyThreadsWhole) {
 }
 
 // How many were written, and how many a later line counts.
-std::pair<int, int> complaintsIn(const std::string& output) {
+std::pair<int, int> linesIn(const std::string& output) {
     std::pair<int, int> counts{};
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);) {
@@ -145,27 +145,27 @@ std::pair<int, int> complaintsIn(const std::string& output) {
 }
 
 TEST(DebugOutput, LimitsRepeatedWarningsAndReportsHowManyThereWere) {
-    const auto [written, told] = complaintsIn(printed([] {
+    const auto [written, suppressed] = linesIn(printed([] {
         for (int i = 0; i < 1000; ++i) vdlDebugOutput0(lineOf(vdlDebugWarning), "peer said %d\n", i);
         host::debug::LineLimit::tellHeldBack(host::debug::LineLimit::Clock::time_point::max());
     }));
     EXPECT_GE(written, 20);
     EXPECT_LT(written, 500); // also when it takes some seconds
-    EXPECT_EQ(written + told, 1000);
+    EXPECT_EQ(written + suppressed, 1000);
 }
 
 TEST(DebugOutput, LimitsOnlyWarningsOfOneKind) {
     const auto all = printed([] {
         for (int i = 0; i < 1000; ++i) vdlDebugOutput0(lineOf(vdlDebugProgress), "step %d\n", i);
     });
-    EXPECT_EQ(complaintsIn(all), std::pair(1000, 0));
+    EXPECT_EQ(linesIn(all), std::pair(1000, 0));
     const auto several = printed([] {
         for (std::uint32_t i = 0; i < 30; ++i) {
             vdlDebugOutput0({(module + i) << 16 | vdlDebugFailure}, "of a module\n");
             if (i < 20) vdlDebugOutput0(lineOf(vdlDebugFailure), "of another kind\n");
         }
     });
-    EXPECT_EQ(complaintsIn(several), std::pair(50, 0));
+    EXPECT_EQ(linesIn(several), std::pair(50, 0));
 }
 
 TEST(DebugOutput, ReportsLimitedWarningsWhenNoOtherFollows) {

@@ -22,7 +22,7 @@ class DoctorOfConfiguration : public Doctor {};
 TEST_F(DoctorOfConfiguration, SaysWhichFilesAreRead) {
     const std::string file = configure("");
     EXPECT_THAT(checkFiles(), finds(Severity::ok, file, "read"));
-    EXPECT_EQ(complaintsIn(checkFiles()), 0U);
+    EXPECT_EQ(problemsIn(checkFiles()), 0U);
     unsetenv("TVSA_CONFIG");
     setenv("XDG_CONFIG_HOME", folder.c_str(), 1);
     EXPECT_THAT(checkFiles(), finds(Severity::ok, folder + "/tvservice-adapter/config.toml", "not there"));
@@ -47,11 +47,11 @@ TEST_F_WHERE(support::isRoot(), DoctorOfConfiguration, FindsAFileThatBelongsToAn
 }
 
 TEST_F(DoctorOfConfiguration, WarnsOfUnknownNames) {
-    EXPECT_EQ(complaintsIn(checkValues()), 0U);
+    EXPECT_EQ(problemsIn(checkValues()), 0U);
     setenv("TVSA_QUEUE_BYTE", "1", 1);
     EXPECT_THAT(checkValues(), finds(Severity::warning, "TVSA_QUEUE_BYTE", "no setting has this variable"));
     setenv("TVSA_QUEUE_BYTE", "", 1); // as one that is not set
-    EXPECT_EQ(complaintsIn(checkValues()), 0U);
+    EXPECT_EQ(problemsIn(checkValues()), 0U);
     const std::string file = configure("endpoints.tvservise = \"/run/tv\"\n");
     EXPECT_THAT(checkValues(),
                 finds(Severity::warning, "endpoints.tvservise", file + ":1: no service here is called tvservise"));
@@ -59,13 +59,13 @@ TEST_F(DoctorOfConfiguration, WarnsOfUnknownNames) {
 
 TEST_F(DoctorOfConfiguration, WarnsOfAVariableThatProcessesStartWithout) {
     setenv("TVSA_FLAT_HEAP_MB", "much", 1);
-    EXPECT_EQ(complaintsIn(checkFiles()), 0U);
+    EXPECT_EQ(problemsIn(checkFiles()), 0U);
     EXPECT_THAT(checkValues(), finds(Severity::warning, "configuration", "TVSA_FLAT_HEAP_MB: not a number"));
-    EXPECT_EQ(complaintsIn(checkLimits()), 0U);
+    EXPECT_EQ(problemsIn(checkLimits()), 0U);
 }
 
 TEST_F(DoctorOfConfiguration, FindsLimitsThatLimitNothing) {
-    EXPECT_EQ(complaintsIn(checkLimits()), 0U);
+    EXPECT_EQ(problemsIn(checkLimits()), 0U);
     const std::string file = configure(
         "queue = { messages = 2147483647, bytes = 2147483647, wait_ms = 2147483647, "
         "unfinished_ms = 2147483647 }\nrun_log.queue = 9999999\n");
@@ -77,7 +77,7 @@ TEST_F(DoctorOfConfiguration, FindsLimitsThatLimitNothing) {
 
 TEST_F(DoctorOfConfiguration, TakesTheHighestLimitsForSome) {
     configure("queue = { messages = 1000000, bytes = 1048576, wait_ms = 60000 }\nrun_log.queue = 1000000\n");
-    EXPECT_EQ(complaintsIn(checkLimits()), 0U);
+    EXPECT_EQ(problemsIn(checkLimits()), 0U);
     configure("queue = { messages = 1000001, bytes = 268435457, wait_ms = 600001 }\nrun_log.queue = 1000001\n");
     for (const char* name : {"queue.messages", "queue.bytes", "queue.wait_ms", "run_log.queue"})
         EXPECT_THAT(checkLimits(), finds(Severity::wrong, name, "as good as unlimited"));

@@ -107,7 +107,7 @@ TEST_F_WHERE(canMountSilently(), DoctorOfDisks, GoesOnWhenTheRuntimeFoldersDiskD
         signal(SIGALRM, SIG_DFL);
         alarm(60);
         const Examination examination = examine(20ms, 20ms);
-        const bool found = examination.stuck && complaintsIn(examination.diagnosis) > 0 &&
+        const bool found = examination.stuck && problemsIn(examination.diagnosis) > 0 &&
                            testing::Matches(finds(Severity::wrong, "shells", "not examined"))(examination.diagnosis) &&
                            testing::Matches(finds(Severity::ok, stateFolder, "mode 0700"))(examination.diagnosis);
         std::fputs(asText(examination.diagnosis, {}).c_str(), stderr);

@@ -52,7 +52,7 @@ TEST_F(DoctorOfServices, IsContentWithOneThatHasTheSameMessages) {
     queue.start();
     const Diagnosis diagnosis = check(tv);
     EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", "process " + std::to_string(getpid()) + " serves"));
-    EXPECT_EQ(complaintsIn(diagnosis), 0U);
+    EXPECT_EQ(problemsIn(diagnosis), 0U);
     ASSERT_EQ(diagnosis.entryPoints.size(), 1U);
     EXPECT_EQ(diagnosis.entryPoints[0].place, socketOf(tv));
     EXPECT_EQ(diagnosis.entryPoints[0].who, "user " + std::to_string(geteuid()) + " only");
@@ -117,10 +117,10 @@ TEST_F(DoctorOfServices, LooksWhereTheConfigurationSays) {
 class DoctorOfFolders : public Doctor {};
 
 TEST_F(DoctorOfFolders, IsContentWithThoseOfThisUser) {
-    EXPECT_EQ(complaintsIn(checkRuntimeFolder()), 0U);
+    EXPECT_EQ(problemsIn(checkRuntimeFolder()), 0U);
     EXPECT_THAT(checkRuntimeFolder(), finds(Severity::ok, runtimeFolder, "mode 0700"));
     EXPECT_THAT(checkStateFolder(), finds(Severity::ok, stateFolder, "MiB left"));
-    EXPECT_EQ(complaintsIn(checkContents(runtimeFolder)), 0U);
+    EXPECT_EQ(problemsIn(checkContents(runtimeFolder)), 0U);
 }
 
 TEST_F(DoctorOfFolders, MakesNone) {
@@ -128,7 +128,7 @@ TEST_F(DoctorOfFolders, MakesNone) {
     std::filesystem::remove(stateFolder);
     EXPECT_THAT(checkRuntimeFolder(), finds(Severity::ok, runtimeFolder, "not there yet"));
     EXPECT_THAT(checkStateFolder(), finds(Severity::ok, stateFolder, "not there yet"));
-    EXPECT_EQ(complaintsIn(checkContents(runtimeFolder)), 0U);
+    EXPECT_EQ(problemsIn(checkContents(runtimeFolder)), 0U);
     EXPECT_TRUE(shellsIn(runtimeFolder).empty());
     EXPECT_FALSE(std::filesystem::exists(runtimeFolder));
     EXPECT_FALSE(std::filesystem::exists(stateFolder));
@@ -147,7 +147,7 @@ TEST_F(DoctorOfFolders, FindsOneThatOthersCanReplace) {
     EXPECT_THAT(checkRuntimeFolder(),
                 finds(Severity::wrong, runtimeFolder, "everybody can replace what is in " + folder));
     ASSERT_EQ(chmod(folder.c_str(), 01777), 0);
-    EXPECT_EQ(complaintsIn(checkRuntimeFolder()), 0U);
+    EXPECT_EQ(problemsIn(checkRuntimeFolder()), 0U);
     ASSERT_EQ(chmod(folder.c_str(), 0770), 0);
     EXPECT_THAT(checkRuntimeFolder(), finds(Severity::warning, runtimeFolder, "its group can replace"));
 }
@@ -214,9 +214,9 @@ TEST_F(DoctorOfShells, FindsThemAndReadsTheirAnswers) {
     ASSERT_EQ(shellsIn(runtimeFolder), std::vector{socket});
     const Diagnosis diagnosis = checkShell(socket, timeout);
     EXPECT_THAT(diagnosis, finds(Severity::ok, "frame-host", "answers in its shell"));
-    EXPECT_EQ(complaintsIn(diagnosis), 0U);
+    EXPECT_EQ(problemsIn(diagnosis), 0U);
     EXPECT_THAT(diagnosis.entryPoints, Contains(Field(&EntryPoint::place, socket)));
-    EXPECT_EQ(complaintsIn(checkContents(runtimeFolder)), 0U);
+    EXPECT_EQ(problemsIn(checkContents(runtimeFolder)), 0U);
 }
 
 TEST_F(DoctorOfShells, FindsOneThatDoesNotAnswer) {
@@ -276,7 +276,7 @@ TEST_F(DoctorOfShells, WarnsOfARequestWhoseAnswerIsOverdue) {
     shell.start();
     for (const char* quiet : {"[]", R"([{"reqId":"12","overdueMs":0,"state":"waits"}])", R"([{"reqId":"12"}])"}) {
         queue = quiet;
-        EXPECT_EQ(complaintsIn(checkShell(socket, timeout)), 0U) << quiet;
+        EXPECT_EQ(problemsIn(checkShell(socket, timeout)), 0U) << quiet;
     }
     queue = R"([{"reqId":"12","overdueMs":40000,"state":"request 12 overdue for 40.0 s"}])";
     EXPECT_THAT(checkShell(socket, timeout), finds(Severity::warning, "frame-host", "request 12 overdue for 40.0 s"));

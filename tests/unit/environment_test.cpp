@@ -31,9 +31,9 @@ struct Environment : testing::Test {
         return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0U;
     }
 
-    static std::string refusalOf(const std::function<std::string()>& call) {
+    static std::string errorOf(const std::function<std::string()>& call) {
         try {
-            return "not refused: " + call();
+            return "no error: " + call();
         } catch (const std::runtime_error& error) {
             return error.what();
         }
@@ -69,31 +69,31 @@ TEST_F(Environment, KeepsLastingDataInTheFirstFolderThatIsNamed) {
 }
 
 TEST_F(Environment, RefusesLastingDataWithoutAnyFolder) {
-    EXPECT_THAT(refusalOf(host::stateDirectory), HasSubstr("none of STATE_DIRECTORY, XDG_STATE_HOME and HOME is set"));
+    EXPECT_THAT(errorOf(host::stateDirectory), HasSubstr("none of STATE_DIRECTORY, XDG_STATE_HOME and HOME is set"));
 }
 
 TEST_F(Environment, RefusesAFolderThatIsOpenToOthers) {
     setenv("RUNTIME_DIRECTORY", folder.c_str(), 1);
     ASSERT_EQ(chmod(folder.c_str(), 0750), 0);
-    EXPECT_THAT(refusalOf(host::runtimeDirectory), AllOf(HasSubstr(folder), HasSubstr("open to other users")));
+    EXPECT_THAT(errorOf(host::runtimeDirectory), AllOf(HasSubstr(folder), HasSubstr("open to other users")));
     setenv("STATE_DIRECTORY", folder.c_str(), 1);
-    EXPECT_THAT(refusalOf(host::stateDirectory), AllOf(HasSubstr(folder), HasSubstr("open to other users")));
+    EXPECT_THAT(errorOf(host::stateDirectory), AllOf(HasSubstr(folder), HasSubstr("open to other users")));
 }
 
 TEST_F(Environment, RefusesWhatIsNoFolder) {
     const std::string path = folder + "/taken";
     std::ofstream(path) << "x";
     setenv("RUNTIME_DIRECTORY", path.c_str(), 1);
-    EXPECT_THAT(refusalOf(host::runtimeDirectory), AllOf(HasSubstr(path), HasSubstr("not a folder")));
+    EXPECT_THAT(errorOf(host::runtimeDirectory), AllOf(HasSubstr(path), HasSubstr("not a folder")));
     setenv("RUNTIME_DIRECTORY", (path + "/below").c_str(), 1);
-    EXPECT_THAT(refusalOf(host::runtimeDirectory), HasSubstr("Not a directory"));
+    EXPECT_THAT(errorOf(host::runtimeDirectory), HasSubstr("Not a directory"));
 }
 
 TEST_F(Environment, RefusesALinkInThePlaceOfAFolder) {
     std::filesystem::create_directory(folder + "/real");
     std::filesystem::create_symlink(folder + "/real", folder + "/link");
     setenv("RUNTIME_DIRECTORY", (folder + "/link").c_str(), 1);
-    EXPECT_THAT(refusalOf(host::runtimeDirectory), HasSubstr("not a folder"));
+    EXPECT_THAT(errorOf(host::runtimeDirectory), HasSubstr("not a folder"));
 }
 
 TEST_F(Environment, RefusesAFolderOfAnotherUser) {
@@ -103,7 +103,7 @@ TEST_F(Environment, RefusesAFolderOfAnotherUser) {
     } else {
         setenv("RUNTIME_DIRECTORY", "/", 1);
     }
-    EXPECT_THAT(refusalOf(host::runtimeDirectory), HasSubstr("belongs to another user"));
+    EXPECT_THAT(errorOf(host::runtimeDirectory), HasSubstr("belongs to another user"));
 }
 
 TEST_F(Environment, NamesItsFoldersWithoutMakingThem) {
@@ -130,7 +130,7 @@ TEST_F(Environment, RefusesASocketPathThatIsTooLong) {
     setenv("TVSA_ENDPOINT_TV", fits.c_str(), 1);
     EXPECT_EQ(host::endpointOf("tv"), fits);
     setenv("TVSA_ENDPOINT_TV", (fits + "x").c_str(), 1);
-    EXPECT_THAT(refusalOf([] { return host::endpointOf("tv"); }), HasSubstr("too long (108 bytes): " + fits));
+    EXPECT_THAT(errorOf([] { return host::endpointOf("tv"); }), HasSubstr("too long (108 bytes): " + fits));
 }
 
 TEST_F(Environment, NamesTheProcessAfterItsProgramUntilANameIsSet) {

@@ -174,7 +174,7 @@ private:
     std::size_t size_;
 };
 
-std::string refusal(const EndianTable& table, const std::string& message) { return Arrived(message).unmarshal(table); }
+std::string errorOf(const EndianTable& table, const std::string& message) { return Arrived(message).unmarshal(table); }
 
 vdlDeserString_t flatString(const std::string& text) {
     auto* data = static_cast<char*>(vdlFlatAlloc(text.size() + 1));
@@ -204,7 +204,7 @@ TEST(Marshaller, WritesAStringThatIsUnsetEmptyOrFull) {
         const vdlDeserString_t string = flatString(text);
         const std::string message = marshalled(string);
         EXPECT_EQ(message, std::string(Text().u32(static_cast<std::uint32_t>(length)).u32(8).string(text)));
-        EXPECT_EQ(refusal(table, message), "");
+        EXPECT_EQ(errorOf(table, message), "");
         vdlFlatFree(string.data);
     }
 }
@@ -336,19 +336,19 @@ TEST(Marshaller, CorrectsTheByteOrderOfAForeignMessage) {
     Arrived message(swapped(outerMessage(), outerScalars()));
     ASSERT_EQ(message.unmarshal(outer, true), "");
     EXPECT_EQ(message.marshal(outer), outerMessage());
-    EXPECT_NE(refusal(outer, swapped(outerMessage(), outerScalars())), "");
+    EXPECT_NE(errorOf(outer, swapped(outerMessage(), outerScalars())), "");
 }
 
 TEST(Marshaller, RefusesEveryTruncation) {
     for (std::size_t length = 0; length < outerMessage().size(); ++length) {
-        EXPECT_NE(refusal(outer, outerMessage().substr(0, length)), "") << length;
+        EXPECT_NE(errorOf(outer, outerMessage().substr(0, length)), "") << length;
         Arrived foreign(swapped(outerMessage(), outerScalars()).substr(0, length));
         EXPECT_NE(foreign.unmarshal(outer, true), "") << length;
     }
 }
 
 TEST(Marshaller, RefusesBytesAfterTheLastBlock) {
-    EXPECT_THAT(refusal(outer, outerMessage() + '\0'), HasSubstr("1 bytes after its last block"));
+    EXPECT_THAT(errorOf(outer, outerMessage() + '\0'), HasSubstr("1 bytes after its last block"));
 }
 
 TEST(Marshaller, RefusesBoundaryValuesInEveryCountAndOffset) {
@@ -360,7 +360,7 @@ TEST(Marshaller, RefusesBoundaryValuesInEveryCountAndOffset) {
                   (1U << 16) - 1, (1U << 29), (1U << 31) - 1, 1U << 31, UINT32_MAX - 1, UINT32_MAX}) {
                 std::string message = outerMessage();
                 put(message, place, value);
-                EXPECT_EQ(refusal(outer, message) == "", value == right) << "at " << place << ": " << value;
+                EXPECT_EQ(errorOf(outer, message) == "", value == right) << "at " << place << ": " << value;
             }
         }
     }
@@ -382,7 +382,7 @@ TEST(Marshaller, SurvivesEveryChangeOfASingleByte) {
 TEST(Marshaller, RefusesAStringWithoutTerminator) {
     std::string message = outerMessage();
     message[59] = 'd';
-    EXPECT_THAT(refusal(outer, message), HasSubstr("string at byte 1: its block at 56 is not terminated"));
+    EXPECT_THAT(errorOf(outer, message), HasSubstr("string at byte 1: its block at 56 is not terminated"));
 }
 
 TEST(Marshaller, RefusesBlocksThatOverlapOrLeaveGaps) {
@@ -390,11 +390,11 @@ TEST(Marshaller, RefusesBlocksThatOverlapOrLeaveGaps) {
     const auto list = [](std::uint32_t first, std::uint32_t second) {
         return std::string(Text().u32(2).u32(8).u32(1).u32(first).u32(1).u32(second).string("a").string("b"));
     };
-    EXPECT_EQ(refusal(table, list(24, 26)), "");
-    EXPECT_THAT(refusal(table, list(24, 24)), HasSubstr("block of 2 bytes at 24, but the next is at 26"));
-    EXPECT_NE(refusal(table, list(26, 24)), "");
-    EXPECT_NE(refusal(table, list(25, 26)), "");
-    EXPECT_NE(refusal(table, list(8, 26)), "");
+    EXPECT_EQ(errorOf(table, list(24, 26)), "");
+    EXPECT_THAT(errorOf(table, list(24, 24)), HasSubstr("block of 2 bytes at 24, but the next is at 26"));
+    EXPECT_NE(errorOf(table, list(26, 24)), "");
+    EXPECT_NE(errorOf(table, list(25, 26)), "");
+    EXPECT_NE(errorOf(table, list(8, 26)), "");
 }
 
 TEST(Marshaller, AcceptsAStringWithALengthAndANullPointer) {
@@ -406,16 +406,16 @@ TEST(Marshaller, AcceptsAStringWithALengthAndANullPointer) {
 TEST(Marshaller, RefusesAListWhoseCountAndPointerDisagree) {
     for (const EndianTable* table :
          {&__vdl_EndianTable_vdlDeserBlobString_t, &__vdl_EndianTable_vdlDeserBlobUint32_t}) {
-        EXPECT_EQ(refusal(*table, Text().u32(0).u32(0)), "");
-        EXPECT_THAT(refusal(*table, Text().u32(1).u32(0)), HasSubstr("count 1 with a null pointer"));
-        EXPECT_THAT(refusal(*table, Text().u32(0).u32(8)), HasSubstr("count 0 with a block"));
+        EXPECT_EQ(errorOf(*table, Text().u32(0).u32(0)), "");
+        EXPECT_THAT(errorOf(*table, Text().u32(1).u32(0)), HasSubstr("count 1 with a null pointer"));
+        EXPECT_THAT(errorOf(*table, Text().u32(0).u32(8)), HasSubstr("count 0 with a block"));
     }
 }
 
 TEST(Marshaller, RefusesACountWhoseBytesExceedAWord) {
     // 2^30 words of 4 bytes are 2^32, which is 0 in 32 bits.
-    EXPECT_NE(refusal(__vdl_EndianTable_vdlDeserBlobUint32_t, Text().u32(1U << 30).u32(8)), "");
-    EXPECT_NE(refusal(__vdl_EndianTable_vdlDeserBlobUint32_t, Text().u32((1U << 30) + 1).u32(8).u32(1)), "");
+    EXPECT_NE(errorOf(__vdl_EndianTable_vdlDeserBlobUint32_t, Text().u32(1U << 30).u32(8)), "");
+    EXPECT_NE(errorOf(__vdl_EndianTable_vdlDeserBlobUint32_t, Text().u32((1U << 30) + 1).u32(8).u32(1)), "");
 }
 
 TEST(Marshaller, TakesARecordWithoutFields) {

@@ -80,7 +80,7 @@ TEST_P(QueueCalls, OfferNoServiceOrAWholeOne) {
     EXPECT_GT(failEverywhere(serve, nothingOffered), 1);
     client->start();
     const queue_test::RawPeer peer(folder + "/radio.sock");
-    EXPECT_EQ(queue_test::RawPeer(folder + "/radio.sock").hear(helloSize).size(), helloSize);
+    EXPECT_EQ(queue_test::RawPeer(folder + "/radio.sock").receive(helloSize).size(), helloSize);
 }
 
 TEST_P(QueueCalls, OpenAllConnectionsOrNone) {
@@ -144,7 +144,7 @@ TEST_F(QueueToAll, SendsToTheClientsForWhomThereIsMemory) {
         host::MessageQueue second(limits);
         queue_test::Inbox secondInbox;
         auto& secondChannel = second.connectTo("tuner", messages, 64, nullptr);
-        secondInbox.listenAt(secondChannel);
+        secondInbox.registerWith(secondChannel);
         second.open(secondChannel);
         second.start();
         ASSERT_TRUE(eventually([&] { return offered->clients().size() == 2; }));
@@ -162,7 +162,7 @@ TEST_F(QueueToAll, SendsToTheClientsForWhomThereIsMemory) {
         // A stream to another host breaks without memory, with which the message is dropped.
         std::uint64_t expected = 0;
         ASSERT_TRUE(eventually([&] {
-            const auto counters = atServer();
+            const auto counters = serverStatistics();
             expected = threw ? 0 : 2 - counters.refused - counters.dropped;
             return clientInbox.size() - before + secondInbox.size() == expected;
         }));

@@ -15,7 +15,7 @@
 
 namespace {
 
-std::atomic<mode_t> modeAtBinding{0}; // of the file that the last bind made
+std::atomic<mode_t> modeAtBind{0}; // of the file that the last bind made
 
 } // namespace
 
@@ -25,7 +25,7 @@ extern "C" [[gnu::visibility("default")]] int bind(int socket, const sockaddr* a
     struct stat status {};
     if (result == 0 && address->sa_family == AF_UNIX &&
         stat(reinterpret_cast<const sockaddr_un*>(address)->sun_path, &status) == 0)
-        modeAtBinding = status.st_mode & 0777U;
+        modeAtBind = status.st_mode & 0777U;
     return result;
 }
 
@@ -36,7 +36,7 @@ TEST_F(MessageQueue, HasASocketThatNeverExistsWithAnotherMode) {
     const mode_t former = umask(0);
     startServer();
     umask(former);
-    EXPECT_EQ(modeAtBinding, 0600U);
+    EXPECT_EQ(modeAtBind, 0600U);
 }
 
 TEST_F(MessageQueue, ReplacesALeftOverSocket) {

@@ -148,7 +148,7 @@ protected:
     static int takeMessage(const frame::MsgMeta&, const frame::TransportInfo&, const void*, void* context) {
         auto& self = *static_cast<Shortage*>(context);
         ++self.taken;
-        queue_test::bell.ring();
+        queue_test::changes.notify();
         self.holding.wait(true);
         return 0;
     }
@@ -156,8 +156,8 @@ protected:
         holding = false;
         holding.notify_all();
     }
-    frame::IOStatistics atClient() const { return client->statistics().at(0); }
-    frame::IOStatistics atServer() const { return server->statistics().at(0); }
+    frame::IOStatistics clientStatistics() const { return client->statistics().at(0); }
+    frame::IOStatistics serverStatistics() const { return server->statistics().at(0); }
 
     const host::LogCapture log; // keeps what is expected off the error output
     Sender sender;
@@ -225,7 +225,7 @@ TEST_F(Shortage, OfMemoryQueuesNothingAndCompletesOnce) {
             if (running) client->start();
             outcome = sendNumber(*channel, 1, allocations);
             EXPECT_EQ(outcome.completions, 1) << allocations;
-            EXPECT_EQ(atClient().queued, outcome.threw ? 0U : 1U) << allocations;
+            EXPECT_EQ(clientStatistics().queued, outcome.threw ? 0U : 1U) << allocations;
         }
         EXPECT_GT(allocations, 1) << "nothing was allocated, so nothing was tested";
         EXPECT_EQ(outcome.result, 0);
@@ -237,7 +237,7 @@ TEST_F(Shortage, OfMemoryLeavesTheDeadlinesOfOtherMessagesWatched) {
     makeClient();
     client->start();
     for (long allocations = 0; sendNumber(*channel, 1, allocations).threw; ++allocations) ASSERT_LT(allocations, 100);
-    EXPECT_TRUE(eventually([&] { return atClient().dropped == 1; }));
+    EXPECT_TRUE(eventually([&] { return clientStatistics().dropped == 1; }));
 }
 
 TEST_F(Shortage, OfMemoryWhileTheSocketIsFullLosesNoMoreThanThatMessage) {
@@ -249,22 +249,23 @@ TEST_F(Shortage, OfMemoryWhileTheSocketIsFullLosesNoMoreThanThatMessage) {
         ASSERT_LT(allocations, 100);
         makeClient();
         client->start();
-        ASSERT_TRUE(eventually([&] { return atClient().connected; }));
+        ASSERT_TRUE(eventually([&] { return clientStatistics().connected; }));
         const int before = taken;
-        const std::uint64_t connectionsBefore = atServer().reconnects;
+        const std::uint64_t connectionsBefore = serverStatistics().reconnects;
         holding = true;
         ASSERT_EQ(sendNumber(*channel, 1).result, 0);
         ASSERT_TRUE(eventually([&] { return taken == before + 1; }));
         const Outcome outcome = send(*channel, textMeta, textTable, &text.form, allocations);
         EXPECT_EQ(outcome.completions, 1) << allocations;
-        EXPECT_TRUE(!outcome.threw || atClient().queued == 0) << allocations;
+        EXPECT_TRUE(!outcome.threw || clientStatistics().queued == 0) << allocations;
         release();
         ASSERT_EQ(sendNumber(*channel, 2).result, 0);
-        const auto settled = [&] { return atClient().connected && atClient().queued == 0; };
+        const auto settled = [&] { return clientStatistics().connected && clientStatistics().queued == 0; };
         ASSERT_TRUE(eventually(settled)) << allocations;
-        const int expected = before + (atClient().dropped > 0 || outcome.threw ? 2 : 3);
+        const int expected = before + (clientStatistics().dropped > 0 || outcome.threw ? 2 : 3);
         ASSERT_TRUE(eventually([&] { return taken == expected; })) << allocations;
-        enough = !outcome.threw && atClient().dropped == 0 && atServer().reconnects == connectionsBefore;
+        enough =
+            !outcome.threw && clientStatistics().dropped == 0 && serverStatistics().reconnects == connectionsBefore;
     }
     EXPECT_GT(allocations, 1) << "nothing was allocated, so nothing was tested";
 }
@@ -275,7 +276,7 @@ TEST_F(Shortage, OfAServiceKeepsWhatTheReceivingThreadSendsToIt) {
     sender.channel = channel;
     client->start();
     ASSERT_TRUE(eventually([&] { return sender.result == 0; }));
-    EXPECT_TRUE(eventually([&] { return atClient().dropped == 1; }));
+    EXPECT_TRUE(eventually([&] { return clientStatistics().dropped == 1; }));
 }
 
 } // namespace

@@ -49,11 +49,11 @@ public:
     ~Peer() {
         if (socket_ >= 0) close(socket_);
     }
-    bool say(const std::string& bytes) const {
-        return send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    bool send(const std::string& bytes) const {
+        return ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
     }
     // Fewer bytes when the other end has hung up; a timeout is a failure.
-    std::string hear(std::size_t size) const {
+    std::string receive(std::size_t size) const {
         std::string bytes(size, '\0');
         errno = 0;
         const ssize_t count = recv(socket_, bytes.data(), size, MSG_WAITALL);
@@ -93,7 +93,7 @@ protected:
         const std::uint32_t number = *static_cast<const vdl::Word<std::uint32_t>*>(payload);
         if (self.answering) self.answer(from, number);
         ++self.taken;
-        queue_test::bell.ring();
+        queue_test::changes.notify();
         return 0;
     }
     // Answers as a service does that tries again.
@@ -122,7 +122,7 @@ protected:
         EXPECT_EQ(channel->registerMessageHandler(numberMeta, takeNumber, this, numberTable), 0);
         queue->start();
         descriptorsAtRest = descriptors();
-        hello = Peer(connected()).hear(helloBytes); // a client of the same messages sends the same
+        hello = Peer(connected()).receive(helloBytes); // a client of the same messages sends the same
     }
     int connected() const {
         const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -134,8 +134,8 @@ protected:
     bool exchange() const {
         const Peer peer(connected());
         const std::string body = "abcd";
-        return peer.say(hello) && peer.hear(helloBytes) == hello && peer.say(frameOf(numberMeta, 4, body)) &&
-               peer.hear(frameBytes).ends_with(body);
+        return peer.send(hello) && peer.receive(helloBytes) == hello && peer.send(frameOf(numberMeta, 4, body)) &&
+               peer.receive(frameBytes).ends_with(body);
     }
     bool allGone() const {
         return eventually([&] { return !statistics().connected && descriptors() == descriptorsAtRest; });
@@ -206,7 +206,7 @@ class StarvedClient : public StarvedThread {
 protected:
     StarvedClient() {
         queue = std::make_unique<host::MessageQueue>(host::QueueLimits{});
-        channel = &queue->connectTo("tuner", messages, 64, &news);
+        channel = &queue->connectTo("tuner", messages, 64, &connectionEvents);
         EXPECT_EQ(channel->registerMessageHandler(numberMeta, takeNumber, this, numberTable), 0);
         queue->open(*channel);
     }
@@ -220,39 +220,39 @@ protected:
     }
     // Listens, reads what the client sends, sends a number until the client has handled it, and closes. Returns the
     // numbers that the client sent.
-    std::vector<std::uint32_t> serviceComesAndGoes() {
-        std::vector<std::uint32_t> heard;
+    std::vector<std::uint32_t> runServiceOnce() {
+        std::vector<std::uint32_t> received;
         const int before = taken;
-        const Peer place = listening();
+        const Peer listener = listening();
         while (taken == before) {
-            const int socket = accept4(place.get(), nullptr, nullptr, SOCK_CLOEXEC);
+            const int socket = accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC);
             if (socket < 0) {
                 ADD_FAILURE() << "the client does not come";
                 break;
             }
             const Peer client(socket);
-            const std::string hello = client.hear(helloBytes);
-            if (hello.size() < helloBytes || !client.say(hello) || !client.say(frameOf(numberMeta, 4, "abcd")))
+            const std::string hello = client.receive(helloBytes);
+            if (hello.size() < helloBytes || !client.send(hello) || !client.send(frameOf(numberMeta, 4, "abcd")))
                 continue;
             std::string frame;
             for (bool first = true; first || taken == before; first = false) {
-                frame = client.hear(frameBytes);
+                frame = client.receive(frameBytes);
                 if (frame.size() < frameBytes) break;
                 std::uint32_t number;
                 frame.copy(reinterpret_cast<char*>(&number), 4, 32);
-                heard.push_back(number);
-                if (number == newest) eventually([&] { return taken != before || hasHungUp(client); });
+                received.push_back(number);
+                if (number == newest) eventually([&] { return taken != before || isClosed(client); });
             }
         }
         unlink(path.c_str());
-        return heard;
+        return received;
     }
-    static bool hasHungUp(const Peer& peer) {
+    static bool isClosed(const Peer& peer) {
         char byte;
         return recv(peer.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
     }
 
-    queue_test::News news;
+    queue_test::ConnectionEvents connectionEvents;
     std::uint32_t newest = 0; // of the numbers that the client sent
 };
 
@@ -261,11 +261,13 @@ TEST_P(StarvedClient, ConnectsAgainAndCountsEveryLostMessage) {
     queue->start();
     const auto round = [this] {
         const auto dropped = statistics().dropped;
-        const int failed = news.failed;
+        const int failed = connectionEvents.failed;
         ASSERT_EQ(queue_test::sendNumber(*channel, ++newest), 0);
-        const auto heard = serviceComesAndGoes();
-        EXPECT_TRUE(std::count(heard.begin(), heard.end(), newest) == 1 || statistics().dropped > dropped);
-        EXPECT_TRUE(eventually([&] { return news.connected == news.disconnected && news.failed > failed; }));
+        const auto received = runServiceOnce();
+        EXPECT_TRUE(std::count(received.begin(), received.end(), newest) == 1 || statistics().dropped > dropped);
+        EXPECT_TRUE(eventually([&] {
+            return connectionEvents.connected == connectionEvents.disconnected && connectionEvents.failed > failed;
+        }));
     };
     round();
     const std::size_t atRest = descriptors();

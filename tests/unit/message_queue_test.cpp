@@ -22,8 +22,8 @@ TEST_F(MessageQueue, DeliversInOrderBothWays) {
         ASSERT_EQ(i, clientInbox.numbers[i]);
     }
     EXPECT_EQ((frame::MsgIds{7, 1}), serverInbox.transports[1].ids);
-    EXPECT_EQ(5000u, atClient().sent);
-    EXPECT_EQ(5000u, atClient().received);
+    EXPECT_EQ(5000u, clientStatistics().sent);
+    EXPECT_EQ(5000u, clientStatistics().received);
 }
 
 TEST_F(MessageQueue, DeliversLargeMessagesWhole) {
@@ -31,14 +31,14 @@ TEST_F(MessageQueue, DeliversLargeMessagesWhole) {
     for (const char letter : {'a', 'b', 'c'}) EXPECT_EQ(0, sendText(*channel, 1024 * 1024, letter));
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 3; }));
     EXPECT_EQ(std::string(1024 * 1024, 'b'), serverInbox.texts[1]);
-    EXPECT_TRUE(eventually([&] { return atClient().sent == 3 && atClient().queued == 0; }));
+    EXPECT_TRUE(eventually([&] { return clientStatistics().sent == 3 && clientStatistics().queued == 0; }));
 }
 
 TEST_F(MessageQueue, RefusesAMessageThatIsTooLarge) {
     startBoth();
     EXPECT_EQ(-90, sendText(*channel, host::maximumMessageBytes, 'x'));
-    EXPECT_EQ(1u, atClient().refused);
-    EXPECT_EQ(0u, atClient().queued);
+    EXPECT_EQ(1u, clientStatistics().refused);
+    EXPECT_EQ(0u, clientStatistics().queued);
     EXPECT_TRUE(honestClientServed());
 }
 
@@ -54,12 +54,12 @@ TEST_F(MessageQueue, RefusesAPayloadThatCannotBeMarshalled) {
 TEST_F(MessageQueue, KeepsMessagesUntilTheServiceIsThere) {
     startClient();
     for (std::uint32_t i = 0; i < 10; ++i) EXPECT_EQ(0, sendNumber(*channel, i));
-    ASSERT_TRUE(eventually([&] { return news.failed > 0; }));
-    EXPECT_EQ(10u, atClient().queued);
+    ASSERT_TRUE(eventually([&] { return connectionEvents.failed > 0; }));
+    EXPECT_EQ(10u, clientStatistics().queued);
     startServer();
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 10; }));
     EXPECT_EQ(9u, serverInbox.numbers[9]);
-    EXPECT_EQ(1, news.connected);
+    EXPECT_EQ(1, connectionEvents.connected);
 }
 
 TEST_F(MessageQueue, DropsMessagesThatWaitTooLong) {
@@ -67,7 +67,7 @@ TEST_F(MessageQueue, DropsMessagesThatWaitTooLong) {
     startClient();
     EXPECT_EQ(0, sendNumber(*channel, 1));
     EXPECT_EQ(0, sendNumber(*channel, 2));
-    EXPECT_TRUE(eventually([&] { return atClient().dropped == 2 && atClient().queued == 0; }));
+    EXPECT_TRUE(eventually([&] { return clientStatistics().dropped == 2 && clientStatistics().queued == 0; }));
 }
 
 TEST_F(MessageQueue, RefusesMessagesBeyondTheCount) {
@@ -75,8 +75,8 @@ TEST_F(MessageQueue, RefusesMessagesBeyondTheCount) {
     startClient();
     for (std::uint32_t i = 0; i < 3; ++i) EXPECT_EQ(0, sendNumber(*channel, i));
     EXPECT_EQ(-11, sendNumber(*channel, 3));
-    EXPECT_EQ(1u, atClient().refused);
-    EXPECT_EQ(3u, atClient().queued);
+    EXPECT_EQ(1u, clientStatistics().refused);
+    EXPECT_EQ(3u, clientStatistics().queued);
 }
 
 TEST_F(MessageQueue, RefusesMessagesBeyondTheBytes) {
@@ -113,11 +113,11 @@ TEST_F(MessageQueue, LogsTheFirstRefusalAndHowManyFollowedIt) {
     EXPECT_TRUE(log.waitFor(others, 20s));
     EXPECT_EQ(refusals(), (std::vector{first, others}));
     server.reset();
-    ASSERT_TRUE(eventually([&] { return news.disconnected == 1; }));
+    ASSERT_TRUE(eventually([&] { return connectionEvents.disconnected == 1; }));
     fill();
     client->stop();
     EXPECT_EQ(refusals(), (std::vector{first, others, first, others}));
-    EXPECT_EQ(8u, atClient().refused);
+    EXPECT_EQ(8u, clientStatistics().refused);
 }
 
 TEST_F(MessageQueue, RefusesAnUnknownConnection) {
@@ -125,7 +125,7 @@ TEST_F(MessageQueue, RefusesAnUnknownConnection) {
     const frame::TransportInfo nobody{123456789, {}};
     EXPECT_EQ(-107, sendNumber(*offered, 1, &nobody));
     EXPECT_EQ(-107, sendNumber(*channel, 1, &nobody));
-    EXPECT_EQ(1u, atServer().refused);
+    EXPECT_EQ(1u, serverStatistics().refused);
 }
 
 TEST_F(MessageQueue, RefusesEverythingOnceStopped) {
@@ -133,7 +133,7 @@ TEST_F(MessageQueue, RefusesEverythingOnceStopped) {
     client->stop();
     client->stop();
     EXPECT_EQ(-108, sendNumber(*channel, 1));
-    EXPECT_FALSE(atClient().connected);
+    EXPECT_FALSE(clientStatistics().connected);
 }
 
 TEST_F(MessageQueue, DropsWhatWaitsAtStop) {
@@ -141,15 +141,15 @@ TEST_F(MessageQueue, DropsWhatWaitsAtStop) {
     EXPECT_EQ(0, sendNumber(*channel, 1));
     EXPECT_EQ(0, sendNumber(*channel, 2));
     client->stop();
-    EXPECT_EQ(2u, atClient().dropped);
-    EXPECT_EQ(0u, atClient().queued);
+    EXPECT_EQ(2u, clientStatistics().dropped);
+    EXPECT_EQ(0u, clientStatistics().queued);
 }
 
 TEST_F(MessageQueue, DeliversWhatAClientHasSentBeforeItStops) {
     startBoth();
     for (int i = 0; i < 100; ++i) sendText(*channel, 1000, 'x');
     client->stop();
-    const auto sent = atClient().sent;
+    const auto sent = clientStatistics().sent;
     client.reset();
     EXPECT_GT(sent, 0u);
     EXPECT_TRUE(eventually([&] { return serverInbox.size() == sent; })) << serverInbox.size() << " of " << sent;
@@ -159,7 +159,7 @@ TEST_F(MessageQueue, DeliversWhatAServiceHasSentBeforeItStops) {
     startBoth();
     for (int i = 0; i < 100; ++i) sendText(*offered, 1000, 'x');
     server->stop();
-    const auto sent = atServer().sent;
+    const auto sent = serverStatistics().sent;
     server.reset();
     EXPECT_GT(sent, 0u);
     EXPECT_TRUE(eventually([&] { return clientInbox.size() == sent; })) << clientInbox.size() << " of " << sent;
@@ -177,13 +177,13 @@ TEST_F(MessageQueue, AnswersTheClientThatAsked) {
     host::MessageQueue other(limits);
     Inbox otherInbox;
     auto& otherChannel = other.connectTo("tuner", messages, 4096, nullptr);
-    otherInbox.listenAt(otherChannel);
+    otherInbox.registerWith(otherChannel);
     other.open(otherChannel);
     other.start();
     EXPECT_EQ(0, sendNumber(otherChannel, 5));
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 1; }));
-    const auto asker = serverInbox.transports[0];
-    EXPECT_EQ(0, sendNumber(*offered, 6, &asker));
+    const auto requester = serverInbox.transports[0];
+    EXPECT_EQ(0, sendNumber(*offered, 6, &requester));
     EXPECT_EQ(0, sendNumber(*offered, 7));
     ASSERT_TRUE(eventually([&] { return otherInbox.size() == 2 && clientInbox.size() == 1; }));
     EXPECT_EQ((std::vector<std::uint32_t>{6, 7}), otherInbox.numbers);
@@ -193,15 +193,15 @@ TEST_F(MessageQueue, AnswersTheClientThatAsked) {
 TEST_F(MessageQueue, SendsToNoClientWhenThereIsNone) {
     startServer();
     EXPECT_EQ(0, sendNumber(*offered, 1));
-    EXPECT_EQ(0u, atServer().sent + atServer().queued);
+    EXPECT_EQ(0u, serverStatistics().sent + serverStatistics().queued);
 }
 
 TEST_F(MessageQueue, ConnectsOnlyModulesThatAreOpened) {
     startServer();
     client = std::make_unique<host::MessageQueue>(limits);
     auto& closed = client->connectTo("tuner", messages, 4096, nullptr);
-    auto& opened = client->connectTo("tuner", messages, 4096, &news);
-    clientInbox.listenAt(closed);
+    auto& opened = client->connectTo("tuner", messages, 4096, &connectionEvents);
+    clientInbox.registerWith(closed);
     client->open(opened);
     client->start();
     ASSERT_TRUE(eventually([&] { return client->statistics()[1].connected; }));
@@ -216,14 +216,14 @@ TEST_F(MessageQueue, ConnectsOnlyModulesThatAreOpened) {
 TEST_F(MessageQueue, OneFullClientDoesNotHoldUpTheOthers) {
     limits.messages = 2;
     startBoth();
-    RawPeer deaf(path);
-    deaf.say(honestHello() + frameOf(numberMeta, 4, words({1}, false)));
+    RawPeer stalled(path);
+    stalled.send(validHello() + frameOf(numberMeta, 4, words({1}, false)));
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 1; }));
     for (std::size_t i = 1; i <= 6; ++i) {
         EXPECT_EQ(0, sendText(*offered, 1024 * 1024, 'x'));
         ASSERT_TRUE(eventually([&] { return clientInbox.size() == i; }));
     }
-    EXPECT_EQ(4u, atServer().refused);
+    EXPECT_EQ(4u, serverStatistics().refused);
     EXPECT_EQ(-11, sendNumber(*offered, 1, &serverInbox.transports[0]));
 }
 

@@ -33,13 +33,13 @@ public:
     int mmServiceInfo(frame::MsgIds& ids, const frame::TransportInfo& transport, const Infos& infos) override {
         EXPECT_EQ(ids, frame::MsgIds::none);
         ids = {9, 9}; // a client's own copy, like the list
-        heard.push_back(infos);
+        received.push_back(infos);
         const_cast<Infos&>(infos).clear();
         lastTransport = transport;
         if (then) then();
         return -5;
     }
-    std::vector<Infos> heard;
+    std::vector<Infos> received;
     frame::TransportInfo lastTransport;
     std::function<void()> then;
 };
@@ -161,7 +161,7 @@ TEST_F(MmProxy, GivesEachClientItsOwnListInTheOrderOfRegistration) {
     EXPECT_EQ(notify(infos), 0) << "whatever the clients answer";
     EXPECT_EQ(order, "012");
     for (const auto& client : clients) {
-        EXPECT_THAT(client->heard, ElementsAre(infos));
+        EXPECT_THAT(client->received, ElementsAre(infos));
         EXPECT_EQ(client->lastTransport, transport);
     }
     EXPECT_EQ(frame::MsgIds::none, frame::MsgIds{});
@@ -170,7 +170,7 @@ TEST_F(MmProxy, GivesEachClientItsOwnListInTheOrderOfRegistration) {
 TEST_F(MmProxy, DeliversAnEmptyListToEveryClient) {
     addAll();
     EXPECT_EQ(notify({}), 0);
-    for (const auto& client : clients) EXPECT_THAT(client->heard, ElementsAre(IsEmpty()));
+    for (const auto& client : clients) EXPECT_THAT(client->received, ElementsAre(IsEmpty()));
 }
 
 TEST_F(MmProxy, GoesOnWithItsCopyWhenAClientRemovesItselfOrSends) {
@@ -181,9 +181,9 @@ TEST_F(MmProxy, GoesOnWithItsCopyWhenAClientRemovesItselfOrSends) {
     };
     notify(infos);
     notify(infos);
-    EXPECT_THAT(clients[0]->heard, SizeIs(2));
-    EXPECT_THAT(clients[1]->heard, SizeIs(1));
-    EXPECT_THAT(clients[2]->heard, SizeIs(2));
+    EXPECT_THAT(clients[0]->received, SizeIs(2));
+    EXPECT_THAT(clients[1]->received, SizeIs(1));
+    EXPECT_THAT(clients[2]->received, SizeIs(2));
     EXPECT_THAT(module.sent, SizeIs(1));
 }
 
@@ -191,12 +191,12 @@ TEST_F(MmProxy, LetsAClientsExceptionOutAndServesOn) {
     addAll();
     clients[1]->then = [] { throw std::runtime_error("client"); };
     EXPECT_THROW(notify(infos), std::runtime_error);
-    EXPECT_THAT(clients[0]->heard, SizeIs(1));
-    EXPECT_THAT(clients[2]->heard, IsEmpty());
+    EXPECT_THAT(clients[0]->received, SizeIs(1));
+    EXPECT_THAT(clients[2]->received, IsEmpty());
     EXPECT_EQ(clients[2].use_count(), 2) << "the handler's copy of the list is gone";
     clients[1]->then = nullptr;
     EXPECT_EQ(notify(infos), 0);
-    EXPECT_THAT(clients[2]->heard, ElementsAre(infos));
+    EXPECT_THAT(clients[2]->received, ElementsAre(infos));
 }
 
 TEST_F(MmProxy, LeavesTheMessageAsItWas) {

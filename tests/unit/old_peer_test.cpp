@@ -25,7 +25,9 @@ protected:
         const host::LogCapture log({0x0202});
         startServer(service);
         startClient(peer);
-        EXPECT_TRUE(eventually([&] { return news.failed > 0 && atServer().refused > 0 && atClient().refused > 0; }));
+        EXPECT_TRUE(eventually([&] {
+            return connectionEvents.failed > 0 && serverStatistics().refused > 0 && clientStatistics().refused > 0;
+        }));
         EXPECT_EQ(channel->failure(), peersLine);
         client->stop();
         server->stop();
@@ -33,7 +35,7 @@ protected:
         for (const auto& line : log.lines()) text += line.text + '\n';
         EXPECT_THAT(text, HasSubstr("rejected: " + servicesLine));
         EXPECT_THAT(text, HasSubstr("service tuner: " + peersLine));
-        EXPECT_EQ(news.connected, 0);
+        EXPECT_EQ(connectionEvents.connected, 0);
         EXPECT_EQ(serverInbox.size(), 0U);
     }
 };

@@ -160,7 +160,7 @@ TEST_F_WHERE(support::flatMemoryIsLimited, EverySender, SendsNothingAndKeepsNoth
 
 // ---- handlers ----
 
-// Writes down what it hears, then spoils what it was given.
+// Writes down what it receives, then spoils what it was given.
 class SpoilingClient : public support::RecordingTvClient {
 public:
 #define SPOIL(type, name) spoil(name);
@@ -206,7 +206,7 @@ protected:
         return std::apply([](const auto&... args) { return genrpc::argumentsToJson<Message>(args...); }, arguments);
     }
     // A client's calls, which it then forgets, are one: this message, with everything that belongs to it.
-    template <class Message> void expectHeardOnce(SpoilingClient& client) {
+    template <class Message> void expectReceivedOnce(SpoilingClient& client) {
         ASSERT_THAT(client.calls, SizeIs(1));
         EXPECT_EQ(client.calls[0].message, Message::name);
         EXPECT_EQ(client.calls[0].arguments, jsonOf<Message>(sampleOf<Message>()));
@@ -258,7 +258,7 @@ TEST_F(EveryHandler, GivesEachClientItsOwnArgumentsAndIds) {
         add(count);
         support::forEach(support::TvNotifications{}, [&]<class Message>() {
             EXPECT_EQ(notify<Message>(), 0) << "whatever the clients answer";
-            for (std::size_t i = 0; i < count; ++i) expectHeardOnce<Message>(*clients[i]);
+            for (std::size_t i = 0; i < count; ++i) expectReceivedOnce<Message>(*clients[i]);
         });
     }
     EXPECT_EQ(frame::MsgIds::none, frame::MsgIds{});
@@ -280,10 +280,10 @@ TEST_F(EveryHandler, GoesOnWithItsCopyWhenAClientRemovesItself) {
     clients[1]->then = [&](frame::MsgIds&) { EXPECT_EQ(proxy.removeClient(clients[1]), 0); };
     support::forEach(support::TvNotifications{}, [&]<class Message>() {
         notify<Message>();
-        for (const auto& client : clients) expectHeardOnce<Message>(*client);
+        for (const auto& client : clients) expectReceivedOnce<Message>(*client);
         notify<Message>();
         EXPECT_THAT(clients[1]->calls, IsEmpty());
-        expectHeardOnce<Message>(*clients[2]);
+        expectReceivedOnce<Message>(*clients[2]);
         clients[0]->calls.clear();
         proxy.addClient(clients[1]); // behind the others from now on
     });
@@ -299,8 +299,8 @@ TEST_F(EveryHandler, LetsAClientsExceptionOutAndServesOn) {
         clients[0]->then = nullptr;
         clients[0]->calls.clear();
         notify<Message>();
-        expectHeardOnce<Message>(*clients[0]);
-        expectHeardOnce<Message>(*clients[1]);
+        expectReceivedOnce<Message>(*clients[0]);
+        expectReceivedOnce<Message>(*clients[1]);
     });
 }
 
@@ -323,15 +323,15 @@ TEST_F(EveryHandler, ReadsTheDownloadStatusTextByItsLength) {
     } body{7, {3, nullptr}};
     const support::FlatBlock block(static_cast<char*>(vdlFlatAlloc(16)), vdlFlatFree);
     std::strcpy(block.get(), "downloading");
-    const auto heard = [&] {
+    const auto received = [&] {
         notifyFlat<messages::TvserviceOadStatusNotify>(&body);
         return genrpc::textOf(clients[0]->calls.back().arguments);
     };
-    EXPECT_EQ(heard(), R"({"status":7,"text":""})") << "no block";
+    EXPECT_EQ(received(), R"({"status":7,"text":""})") << "no block";
     body.text = {0, block.get()};
-    EXPECT_EQ(heard(), R"({"status":7,"text":""})") << "length 0";
+    EXPECT_EQ(received(), R"({"status":7,"text":""})") << "length 0";
     body.text = {4, block.get()};
-    EXPECT_EQ(heard(), R"({"status":7,"text":"down"})");
+    EXPECT_EQ(received(), R"({"status":7,"text":"down"})");
 }
 
 TEST(ClientBase, ReturnsZeroForEveryNotification) {

@@ -62,7 +62,7 @@ TEST_F(DoctorBetweenHosts, IsContentWithAServiceThatKnowsThisMachine) {
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", address + " has the right key"));
     EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", "the holder of one key may come"));
-    EXPECT_EQ(complaintsIn(diagnosis), 0U);
+    EXPECT_EQ(problemsIn(diagnosis), 0U);
     ASSERT_EQ(diagnosis.entryPoints.size(), 1U);
     EXPECT_EQ(diagnosis.entryPoints[0].place, address);
     EXPECT_EQ(diagnosis.entryPoints[0].who, "the holder of one key");
@@ -148,7 +148,7 @@ TEST_F(DoctorBetweenHosts, FindsAnAddressAtWhichTheServiceWouldNotStart) {
         ASSERT_NE(why, "") << endpoint;
         const Diagnosis diagnosis = check();
         EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", why));
-        EXPECT_EQ(complaintsIn(diagnosis), 1U);
+        EXPECT_EQ(problemsIn(diagnosis), 1U);
         EXPECT_TRUE(diagnosis.entryPoints.empty());
     }
 }
@@ -158,7 +158,7 @@ TEST_F(DoctorBetweenHosts, TakesAnAddressElsewhereWithAKeyForThatOfAUsedService)
     set("TVSA_KEY_FILE", ""); // so that the doctor does not connect
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "was not tried, for want of keys"));
-    EXPECT_EQ(complaintsIn(diagnosis), 1U);
+    EXPECT_EQ(problemsIn(diagnosis), 1U);
     EXPECT_TRUE(diagnosis.entryPoints.empty());
 }
 
@@ -166,7 +166,7 @@ TEST_F(DoctorBetweenHosts, WarnsOfAServiceThatDoesNotRun) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
     EXPECT_THAT(check(), finds(Severity::warning, "tvservice", "not running: nobody listens at " + address));
     serve();
-    EXPECT_EQ(complaintsIn(check()), 0U);
+    EXPECT_EQ(problemsIn(check()), 0U);
 }
 
 TEST_F(DoctorBetweenHosts, SaysWhenItDoesNotCompareMessages) {
@@ -212,7 +212,7 @@ TEST_F(DoctorBetweenHosts, WarnsOfAPortThatChanges) {
     set("TVSA_ENDPOINT_TVSERVICE", "tcp://127.0.0.1:0");
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "has another port after each start"));
-    EXPECT_EQ(complaintsIn(diagnosis), 1U);
+    EXPECT_EQ(problemsIn(diagnosis), 1U);
 }
 
 TEST_F(DoctorBetweenHosts, FindsAMalformedAddress) {

@@ -236,7 +236,7 @@ TEST(TerminalTable, SwapsWhatTwoTerminalsShowEvenWhenOneShowsNothing) {
 }
 
 // Else one that swaps what another one plays to ever new terminals would fill that one's share.
-TEST(TerminalTable, CountsASwappedEntryAsTheAskersWithinItsShare) {
+TEST(TerminalTable, CountsASwappedEntryAsTheRequestersWithinItsShare) {
     const host::LogCapture log({logModule});
     TerminalTable table;
     const int share = static_cast<int>(bounds::terminalsOfAClient);
@@ -245,7 +245,7 @@ TEST(TerminalTable, CountsASwappedEntryAsTheAskersWithinItsShare) {
         ASSERT_TRUE(table.swap({0, 0}, {type, 0}, 2)) << type;
     }
     ASSERT_TRUE(table.show({0, 0}, {"dvb://1", "", 1, {}}));
-    EXPECT_FALSE(table.swap({0, 0}, {share + 1, 0}, 2)) << "beyond the asker's share";
+    EXPECT_FALSE(table.swap({0, 0}, {share + 1, 0}, 2)) << "beyond the requester's share";
     EXPECT_EQ(table.count().refused, 1U);
     EXPECT_TRUE(table.swap({0, 0}, {1, 0}, 2)) << "what both show";
     EXPECT_TRUE(table.swap({0, 0}, {share + 1, 0}, 2)) << "its own";

@@ -66,17 +66,17 @@ TEST_P(StarvedShell, ReportsTheShortageToItsClientAndServesTheNextOne) {
     server->open(path, geteuid());
     server->start();
     ASSERT_EQ(askForEcho(), 0);
-    int told = 0;
+    int reported = 0;
     const long failures = failElsewhereAtEveryAllocation(
         GetParam(),
         [&](long) {
             const int status = askForEcho();
             EXPECT_TRUE(status == 0 || status == -ENOMEM) << status;
-            if (status == -ENOMEM) ++told;
+            if (status == -ENOMEM) ++reported;
         },
         [&](long) { EXPECT_EQ(askForEcho(), 0); });
     EXPECT_GT(failures, 5);
-    EXPECT_GT(told, 5);
+    EXPECT_GT(reported, 5);
 }
 
 TEST_P(StarvedShell, AnswersWrongAndFailingRequests) {

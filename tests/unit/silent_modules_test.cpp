@@ -77,7 +77,7 @@ TEST_F(SilentModules, StartWithoutServices) {
 }
 
 TEST_F(SilentModules, RefuseClientsThatTheyKnowAndThatTheyDoNot) {
-    const auto expectRefused = [](auto& registry, const auto& client, int known, int unknown) {
+    const auto expectRejected = [](auto& registry, const auto& client, int known, int unknown) {
         EXPECT_EQ(registry.addClient(client), 0);
         EXPECT_EQ(registry.addClient(client), known);
         EXPECT_EQ(registry.removeClient(client), 0);
@@ -89,10 +89,10 @@ TEST_F(SilentModules, RefuseClientsThatTheyKnowAndThatTheyDoNot) {
     MmServiceClient mmObject;
     const auto tvClient = boost::make_shared<ClientBase>();
     const auto mmClient = boost::make_shared<MmClient>();
-    expectRefused(tvProxy, tvClient, -17, -2);
-    expectRefused(mmProxy, mmClient, -17, -2);
-    expectRefused(tvObject, tvClient, -1, -1);
-    expectRefused(mmObject, mmClient, -1, -1);
+    expectRejected(tvProxy, tvClient, -17, -2);
+    expectRejected(mmProxy, mmClient, -17, -2);
+    expectRejected(tvObject, tvClient, -1, -1);
+    expectRejected(mmObject, mmClient, -1, -1);
 }
 
 // Sends as the product does, to services that do not exist, or runs out of memory.
@@ -154,7 +154,7 @@ TEST(ModuleNames, SetTheLevelsOfTheModules) {
 }
 
 // The environment that runs the program may report its end.
-const auto tellsNothing = testing::Not(testing::ContainsRegex("(failure|warning|progress|trace): "));
+const auto logsNothing = testing::Not(testing::ContainsRegex("(failure|warning|progress|trace): "));
 
 TEST(SilentModulesDeathTest, EndTheProcessForMixedIds) {
     EXPECT_EXIT(
@@ -162,7 +162,7 @@ TEST(SilentModulesDeathTest, EndTheProcessForMixedIds) {
             vdlDebugSetLevels("off");
             Manager().ask({request(0, 0, "a", "one"), request(1, 0, "b", "two")});
         },
-        testing::KilledBySignal(SIGABRT), tellsNothing);
+        testing::KilledBySignal(SIGABRT), logsNothing);
 }
 
 TEST(SilentModulesDeathTest, EndTheProcessWithoutAShell) {
@@ -171,7 +171,7 @@ TEST(SilentModulesDeathTest, EndTheProcessWithoutAShell) {
             vdlDebugSetLevels("off");
             ovRegister registrar(nullptr);
         },
-        [](int status) { return status != 0; }, tellsNothing);
+        [](int status) { return status != 0; }, logsNothing);
 }
 
 } // namespace

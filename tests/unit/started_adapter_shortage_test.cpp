@@ -80,17 +80,17 @@ protected:
     }
 
     // A service's message at every shortage: the application gets it once or, when memory ran out, not at all.
-    template <class Message> void expectHeardOrNot(const FakeModule& module) {
+    template <class Message> void expectDeliveredOrNot(const FakeModule& module) {
         const support::FlatBody<Message> body(sampleOf<Message>());
         module.deliver<Message>(body);
         ASSERT_EQ(application->calls, 1U);
         const Held held;
-        unsigned heard = 1;
+        unsigned deliveries = 1;
         const long failures = runShortAtEveryAllocation(
             GetParam(), [&] { module.deliver<Message>(body); },
             [&](bool through) {
-                if (through) ++heard;
-                EXPECT_EQ(application->calls, heard);
+                if (through) ++deliveries;
+                EXPECT_EQ(application->calls, deliveries);
                 expectHeld(held);
             });
         EXPECT_GT(failures, 0) << "nothing was allocated, so nothing was tested";
@@ -164,15 +164,15 @@ protected:
 };
 
 TEST_P(StartedAdapter, PassesNotificationsOnWholeOrNotAtAll) {
-    support::forEach(support::TvNews{}, [&]<class Message>() { expectHeardOrNot<Message>(receiver.tv.module); });
+    support::forEach(support::TvNews{}, [&]<class Message>() { expectDeliveredOrNot<Message>(receiver.tv.module); });
 }
 
 TEST_P(StartedAdapter, PassesTheTvServicesAnswersOnWholeOrNotAtAll) {
-    expectHeardOrNot<messages::TvServiceInfo>(receiver.tv.module);
+    expectDeliveredOrNot<messages::TvServiceInfo>(receiver.tv.module);
 }
 
 TEST_P(StartedAdapter, PassesTheMmServicesAnswersOnWholeOrNotAtAll) {
-    expectHeardOrNot<mmservice::messages::MmServiceInfo>(receiver.mm.module);
+    expectDeliveredOrNot<mmservice::messages::MmServiceInfo>(receiver.mm.module);
 }
 
 TEST_P(StartedAdapter, TakesARequestForTheTvServiceWholeOrNotAtAll) {

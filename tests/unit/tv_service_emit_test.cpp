@@ -56,7 +56,7 @@ protected:
     void refuses(const std::string& name, const std::string& json, const std::string& why) {
         EXPECT_LT(shell.run(name, json), 0) << name << ' ' << json;
         EXPECT_THAT(shell.output, HasSubstr(why));
-        EXPECT_THAT(asker->heard(), IsEmpty());
+        EXPECT_THAT(requester->received(), IsEmpty());
     }
 
     services::EmitCommand command{service.sender()};
@@ -68,19 +68,19 @@ TEST_F(Emit, SendsASampleOfEveryNotificationToEveryClient) {
         EXPECT_EQ(shell.run(name, ""), 0) << shell.output;
         EXPECT_EQ(shell.output, "sent " + name + '\n');
     }
-    const auto heard = asker->heard();
-    EXPECT_EQ(namesOf(heard), notifications);
-    EXPECT_EQ(textsOf(other->heard()), textsOf(heard));
+    const auto received = requester->received();
+    EXPECT_EQ(namesOf(received), notifications);
+    EXPECT_EQ(textsOf(other->received()), textsOf(received));
 }
 
 TEST_F(Emit, HasSamplesThatSetEveryArgument) {
     for (const std::string& name : notifications) {
         EXPECT_EQ(shell.run(name, "{}"), 0);
         EXPECT_EQ(shell.run(name, ""), 0);
-        const auto heard = asker->heard();
-        ASSERT_EQ(heard.size(), 2U);
-        for (const auto& [argument, empty] : heard[0].arguments.items())
-            EXPECT_NE(heard[1].arguments[argument], empty) << name << ' ' << argument;
+        const auto received = requester->received();
+        ASSERT_EQ(received.size(), 2U);
+        for (const auto& [argument, empty] : received[0].arguments.items())
+            EXPECT_NE(received[1].arguments[argument], empty) << name << ' ' << argument;
     }
 }
 
@@ -90,7 +90,7 @@ TEST_F(Emit, SendsTheArgumentsGivenAndNothingForTheRest) {
     EXPECT_EQ(shell.output, "{\"sent\":\"TvServiceConflictInfo\"}\n");
     EXPECT_EQ(shell.run("TvserviceOadStatusNotify", R"({"text": "half\u0000way"})"), 0);
     EXPECT_THAT(
-        textsOf(asker->heard()),
+        textsOf(requester->received()),
         ElementsAre(R"(TvServiceConflictInfo {"info":{"uintList1":[],"uintList2":[7,4294967295],"intParam1":0}})",
                     R"(TvserviceOadStatusNotify {"status":0,"text":"half\u0000way"})"));
 }
@@ -126,12 +126,12 @@ TEST_F(Emit, RefusesArgumentsOfFourKibibytesAndTakesOneByteLess) {
     };
     refuses("TvServicePlayInfo", jsonOf(4096), "the JSON has 4096 bytes; fewer than 4096 are taken");
     EXPECT_EQ(shell.run("TvServicePlayInfo", jsonOf(4095)), 0);
-    EXPECT_EQ(asker->heard().size(), 1U);
+    EXPECT_EQ(requester->received().size(), 1U);
 }
 
 TEST_F(Emit, SaysWhenANotificationCouldNotBeSent) {
     const host::LogCapture log; // keeps the queue's warnings off the output
-    asker.reset();
+    requester.reset();
     other.reset();
     queue.stop();
     EXPECT_LT(shell.run("TvServicePlayInfo", ""), 0);
@@ -140,10 +140,10 @@ TEST_F(Emit, SaysWhenANotificationCouldNotBeSent) {
 
 TEST_F(Emit, WorksWhileRequestsAreServed) {
     for (int i = 0; i < 50; ++i) {
-        asker->play(0, i % 4, "dvb://1.1.1");
+        requester->play(0, i % 4, "dvb://1.1.1");
         EXPECT_EQ(shell.run("TvServiceUriLinkageInfo", ""), 0);
     }
-    EXPECT_EQ(asker->heard().size(), 50U * 8);
+    EXPECT_EQ(requester->received().size(), 50U * 8);
 }
 
 } // namespace
