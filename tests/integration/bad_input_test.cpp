@@ -1,4 +1,4 @@
-// How a whole receiver handles bad input: from a peer on a socket and from users at a shell.
+// A whole receiver with bad input: from a peer on a socket and from users of a shell.
 #include "support/queue-fixture.h"
 
 #include <tvservice/messages.h>
@@ -73,7 +73,7 @@ protected:
             if (counters.at("service") == "tvservice") return counters;
         return nullptr;
     }
-    // Waits until this many messages could not be decoded, and for the log line with the reason.
+    // Waits until this many messages are counted as undecodable, and for the log line with the reason.
     void expectUndecodable(unsigned count, const std::string& reason) {
         EXPECT_TRUE(kit.waitFor([&] { return tvConnection().at("undecodable") == count; }, defaultTimeout))
             << tvConnection().dump();
@@ -84,7 +84,7 @@ protected:
         };
         EXPECT_TRUE(kit.waitFor(logged, defaultTimeout)) << reason;
     }
-    // Why a command fails.
+    // The error of a command that fails.
     std::string errorOf(Part part, const std::vector<std::string>& command) {
         try {
             return "no error: " + kit.ask(part, command).dump();
@@ -102,7 +102,7 @@ protected:
 };
 
 TEST_F(ReceiverWithBadInput, CountsAndLogsMalformedMessagesAndServesOn) {
-    // The hello of the real service, for the one that replaces it.
+    // The hello of the real service, for the service that replaces it.
     kit.start(Part::tvService);
     const std::string path = (kit.runtimeFolder() / "tvservice.sock").string();
     const std::size_t helloSize = 32 + std::strlen(tvservice::serviceName) + tvservice::messageSet().count * 24;
@@ -130,13 +130,13 @@ TEST_F(ReceiverWithBadInput, CountsAndLogsMalformedMessagesAndServesOn) {
         service.send(frameOf(messages::TvServicePlayInfo::meta, 8, words({5, 0xFFFFFFF0}, false)));
         expectUndecodable(3, "message 0x28671259 dropped: string at byte 0");
 
-        // A good message behind a bad one, in the same send, is served.
+        // A valid message after a malformed one, in the same send, is handled.
         const auto mtsTrack = messages::TvServiceMtsAudioTrackInfoNotify::meta;
         service.send(frameOf(tuner, tunerSize - 1, std::string(tunerSize - 1, '\0')) +
                      frameOf(mtsTrack, 4, words({77}, false)));
         expectUndecodable(4, "message 0x28671253 dropped: it has 20 bytes, its form 21");
         kit.waitForNotification("TvServiceMtsAudioTrackInfoNotify", 0, {{"track", 77}});
-        EXPECT_EQ(kit.newestNotification(), 1U) << "of the others nothing reaches a client";
+        EXPECT_EQ(kit.newestNotification(), 1U) << "no malformed message reaches a client";
         EXPECT_EQ(tvConnection().at("reconnects"), 0);
     }
     kit.start(Part::tvService);

@@ -1,4 +1,4 @@
-// frame-host with application libraries that come up, and with those that do not.
+// frame-host with application libraries that start, and with libraries that do not.
 #include "integration/program-run.h"
 #include "support/test-where.h"
 
@@ -19,7 +19,7 @@ constexpr int endedAsAsked = 0, failed = 1, usage = 2, badData = 6;
 
 class FrameHost : public Programs {
 protected:
-    // A library of this build, or a path.
+    // The path of a library of this build; a path stays unchanged.
     std::string pathOf(const std::string& library) const {
         return library.find('/') == std::string::npos ? this->library("lib" + library + ".so") : library;
     }
@@ -29,7 +29,7 @@ protected:
         return command;
     }
     std::string shellSocket() const { return runtimeFolder() + "/frame-host.shell"; }
-    // What the members of the fixtures wrote, in order.
+    // The lines that the members of the fixtures wrote, in order.
     static std::vector<std::string> stepsIn(const std::string& error) {
         std::vector<std::string> steps;
         std::istringstream lines(error);
@@ -62,9 +62,10 @@ TEST_F(FrameHost, StartsTheMembersInOrderAndStopsThemInReverseOrder) {
 TEST_F(FrameHost, UndoesEverythingWhenAMembersStartFails) {
     const Outcome outcome = run(commandOf({"first-application", "unstartable-application", "second-application"}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error,
-                AllOf(HasSubstr("member 2 of " + pathOf("unstartable-application")), HasSubstr("start returned EBUSY, Device or resource busy"),
-                      HasSubstr("frame-host: " + pathOf("unstartable-application") + " did not start: EBUSY, Device or resource busy\n")));
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("member 2 of " + pathOf("unstartable-application")),
+                                     HasSubstr("start returned EBUSY, Device or resource busy"),
+                                     HasSubstr("frame-host: " + pathOf("unstartable-application") +
+                                               " did not start: EBUSY, Device or resource busy\n")));
     EXPECT_THAT(
         stepsIn(outcome.error),
         ElementsAre("first-application 1: set up", "first-application 2: set up", "first-application 1: started",
@@ -79,7 +80,8 @@ TEST_F(FrameHost, UndoesEverythingWhenAMembersStartFails) {
 TEST_F(FrameHost, StartsNoMemberWhenASetUpFails) {
     const Outcome outcome = run(commandOf({"unset-application"}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error, AllOf(HasSubstr("setupDone returned ENOMEM, Cannot allocate memory"), HasSubstr("did not start: ENOMEM, Cannot allocate memory")));
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("setupDone returned ENOMEM, Cannot allocate memory"),
+                                     HasSubstr("did not start: ENOMEM, Cannot allocate memory")));
     EXPECT_THAT(stepsIn(outcome.error),
                 ElementsAre("unset-application 1: set up", "unset-application 2: set up",
                             "unset-application 2: destroyed", "unset-application 1: destroyed"));
@@ -88,16 +90,18 @@ TEST_F(FrameHost, StartsNoMemberWhenASetUpFails) {
 TEST_F(FrameHost, SaysWhatAMemberThrew) {
     const Outcome outcome = run(commandOf({"throwing-application"}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error, AllOf(HasSubstr("start threw: no picture memory"), HasSubstr("did not start: EIO, Input/output error")));
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("start threw: no picture memory"),
+                                     HasSubstr("did not start: EIO, Input/output error")));
 }
 
 TEST_F(FrameHost, RefusesALibraryThatDoesNotExist) {
     const std::string missing = (folder / "missing.so").string();
     const Outcome outcome = run(commandOf({"first-application", missing}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error, AllOf(HasSubstr("cannot load " + missing), HasSubstr("No such file or directory"),
-                                     HasSubstr("frame-host: " + missing + " did not start: ENOENT, No such file or directory\n"),
-                                     HasSubstr("first-application 1: stopped\n")));
+    EXPECT_THAT(outcome.error,
+                AllOf(HasSubstr("cannot load " + missing), HasSubstr("No such file or directory"),
+                      HasSubstr("frame-host: " + missing + " did not start: ENOENT, No such file or directory\n"),
+                      HasSubstr("first-application 1: stopped\n")));
 }
 
 TEST_F(FrameHost, RefusesAFileThatIsNoLibrary) {
@@ -112,7 +116,8 @@ TEST_F(FrameHost, RefusesALibraryWithoutTheEntry) {
     const Outcome outcome = run(commandOf({"frame-platform"}));
     EXPECT_EQ(outcome.exitCode, failed);
     EXPECT_THAT(outcome.error, AllOf(HasSubstr(pathOf("frame-platform") + " is no application library"),
-                                     HasSubstr("frameCreateApplicationArray"), HasSubstr("did not start: ENOENT, No such file or directory")));
+                                     HasSubstr("frameCreateApplicationArray"),
+                                     HasSubstr("did not start: ENOENT, No such file or directory")));
 }
 
 TEST_F(FrameHost, RefusesALibraryThatMakesNoMembers) {
@@ -124,7 +129,8 @@ TEST_F(FrameHost, RefusesALibraryThatMakesNoMembers) {
 TEST_F(FrameHost, SaysThatTheAdapterMustBeLoadedFirst) {
     const Outcome outcome = run(commandOf({"control-application", "app-tvservice-adapter"}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error, AllOf(HasSubstr("load its library before this one"), HasSubstr("did not start: ENOENT, No such file or directory")));
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("load its library before this one"),
+                                     HasSubstr("did not start: ENOENT, No such file or directory")));
     EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
 }
 
@@ -176,8 +182,8 @@ TEST_F(FrameHost, SaysBeforeItLoadsAnythingWhatBlocksTheShell) {
     }
 }
 
-// With any number of descriptors it either reports what is missing or starts. 127 is the exit code of the loader, which
-// needs descriptors, too.
+// With any number of descriptors it either reports what is missing or starts. The dynamic loader, which needs
+// descriptors too, exits with 127.
 TEST_F_WHERE(support::runsWithoutDescriptors, FrameHost, EndsOrderlyWithoutDescriptors) {
     bool refused = false;
     for (int descriptors = 5; descriptors <= 14; ++descriptors) {

@@ -33,7 +33,7 @@ constexpr const char* stopped = "rec://plain/null";
 constexpr const char* dropMark = "timeout 5s, erase it";
 constexpr int done = 0, unknownChannel = 2, cannotOpen = 3, wrongResult = 5;
 constexpr std::chrono::microseconds answerLimit{5000000};
-constexpr Milliseconds dropLimit{20000}; // dropped after five seconds; the check runs once a second
+constexpr Milliseconds dropLimit{20000}; // dropped after 5 s; the check runs once a second
 
 class PlayPath : public testing::Test {
 protected:
@@ -50,7 +50,7 @@ protected:
 
     std::string fileUri(const char* name) const { return "file://" + (kit.folder() / name).string(); }
 
-    // The texts of a request's steps that send, receive or finish, without their source location.
+    // The log texts of a request's sending, receiving and finishing steps, without their source locations.
     std::vector<std::string> operationsOf(const std::string& reqId) const {
         std::vector<std::string> result;
         for (const LogLine& line : kit.stepsOf(reqId))
@@ -60,7 +60,7 @@ protected:
         return result;
     }
 
-    // Waits until a request is dropped; returns how long before that it was sent last.
+    // Waits until a request is dropped. Returns the time from its last sending to the drop.
     std::chrono::microseconds waitUntilDropped(const std::string& reqId) {
         const Time dropped = kit.waitForStep(reqId, dropMark, dropLimit).time;
         Time sent{};
@@ -234,7 +234,7 @@ TEST_F(PlayPath, ZapsWhileAnAnswerIsLostEndOnTheLastChannel) {
     kit.ask(Part::frameHost, {"zap", "0:0", live});
     const auto underWay = [&] { return kit.ask(Part::frameHost, {"bundles"}); };
     const std::string lost = underWay()[0].at("reqId");
-    // Zaps faster than once a second until the lost request is dropped.
+    // Zaps more than once a second until the lost request is dropped.
     ASSERT_TRUE(kit.waitFor(
         [&] {
             kit.ask(Part::frameHost, {"zap", "0:0", "dvb://1.1.2", "dvb://1.1.3"});
@@ -249,7 +249,7 @@ TEST_F(PlayPath, ZapsWhileAnAnswerIsLostEndOnTheLastChannel) {
         const auto terminals = kit.ask(Part::frameHost, {"terminals"});
         return !terminals.empty() && terminals[0].at("uri") == stopped && terminals[0].at("state") == "idle";
     };
-    EXPECT_TRUE(kit.waitFor(isStopped, dropLimit)); // the request after the lost one may be lost, too
+    EXPECT_TRUE(kit.waitFor(isStopped, dropLimit)); // the next request may be lost, too
     EXPECT_THAT(kit.answersTo(lost), IsEmpty());
 }
 

@@ -1,4 +1,4 @@
-// What tvctl says of the configuration, which needs no receiver.
+// tvctl config, which needs no receiver.
 #include "integration/program-run.h"
 
 #include <nlohmann/json.hpp>

@@ -1,4 +1,4 @@
-// tvctl doctor as users and scripts run it, beside a receiver and without one.
+// tvctl doctor as users and scripts run it, with and without a receiver.
 #include "integration/program-run.h"
 
 #include <nlohmann/json.hpp>
@@ -27,7 +27,7 @@ protected:
         words.insert(words.end(), arguments.begin(), arguments.end());
         return run(words);
     }
-    // Starts a service process; returns once its shell has a socket.
+    // Starts a service process. Returns once its shell has a socket.
     std::unique_ptr<Running> serving(const Words& command) const {
         auto running = start(command);
         const std::string shell =
@@ -63,7 +63,8 @@ TEST_F(TvctlDoctor, IsContentWithAReceiver) {
     for (const json& entryPoint : answer["doors"])
         EXPECT_EQ(entryPoint["who"], "user " + std::to_string(geteuid()) + " only") << entryPoint;
     EXPECT_THAT(doctor().output, AllOf(HasSubstr("OPEN AT"), HasSubstr(runtimeFolder() + "/tvservice.sock  ")));
-    for (const auto& process : {&host, &mm, &tv}) EXPECT_EQ((*process)->terminate().error, "") << "it noticed nothing";
+    for (const auto& process : {&host, &mm, &tv})
+        EXPECT_EQ((*process)->terminate().error, "") << "the doctor left no trace in its log";
     EXPECT_EQ(doctor({"--quiet"}).output.find("wrong"), std::string::npos);
 }
 

@@ -171,7 +171,7 @@ TEST_F(Tvctl, SaysThatThereIsNoSuchProcess) {
     EXPECT_EQ(none.output, "");
     EXPECT_THAT(none.error, AllOf(HasSubstr(shellPath()), HasSubstr("No such file")));
 
-    appovshell::listenAt(shellPath()).reset(); // as a process that was killed leaves it
+    appovshell::listenAt(shellPath()).reset(); // as a killed process leaves it
     const Outcome dead = tvctl({"--json", "help"});
     EXPECT_EQ(dead.exitCode, noProcess);
     EXPECT_EQ(errorOf(dead).value("status", 0), -ENOTCONN);
@@ -236,7 +236,7 @@ TEST_F(Tvctl, SaysThatTheProcessEndedMeanwhile) {
 TEST_F(Tvctl, EndsAtOnceWhenInterrupted) {
     const auto silent = appovshell::listenAt(shellPath());
     const auto running = start(commandOf({"help"}));
-    const auto client = clientOf(silent); // so tvctl waits for the answer
+    const auto client = clientOf(silent); // tvctl now waits for the answer
     EXPECT_EQ(running->terminate(SIGINT).exitCode, interrupted);
 }
 

@@ -1,4 +1,4 @@
-// What the programs report and leave behind when their sockets, their channel list or their options cannot be used.
+// What the programs report, and what remains, when their sockets, channel list or options cannot be used.
 #include "integration/program-run.h"
 
 #include <cstring>
@@ -15,7 +15,7 @@ using testing::StartsWith;
 
 constexpr int endedAsAsked = 0, failed = 1, usage = 2, badData = 6;
 
-// Each program with arguments that make it open sockets.
+// Runs each program with arguments that make it open sockets.
 class AProgram : public Programs, public testing::WithParamInterface<const char*> {
 protected:
     Words command() const {

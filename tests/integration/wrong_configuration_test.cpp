@@ -1,4 +1,4 @@
-// With a wrong configuration the programs report it and do nothing.
+// Programs with a wrong configuration report it and exit.
 #include "integration/program-run.h"
 
 namespace {

@@ -12,7 +12,7 @@ import tempfile
 
 TIMEOUT = 60  # seconds for a block
 BLOCK = re.compile(r"^```(sh|text)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
-# Who runs a block: the first line of it says.
+# The first line of a block names the hosts that run it.
 HOSTS = {
     "# one host": ["one"],
     "# services' host": ["services"],
@@ -41,7 +41,7 @@ class Host:
         ):
             (folder / place).mkdir(mode=0o700, parents=True)
             places[key] = str(folder / place)
-        # What runs in the background ends with the shell's group.
+        # A process group of its own, so that end() also stops background processes.
         self.shell = subprocess.Popen(
             ["bash", "-euo", "pipefail"],
             stdin=subprocess.PIPE,

@@ -18,7 +18,7 @@ class ATree(unittest.TestCase):
         place = tempfile.TemporaryDirectory()
         self.addCleanup(place.cleanup)
         self.tree = pathlib.Path(place.name)
-        for name in [name for name in os.environ if name.startswith("GIT_")]:  # of the repository whose hook runs this
+        for name in [name for name in os.environ if name.startswith("GIT_")]:  # set by a git hook that runs this test
             del os.environ[name]
         self.git("init", "-q", "-b", "main")
         self.write("lib/include/lib/base.h", "")

@@ -42,7 +42,7 @@ inline const frame::MessageDescription descriptions[] = {{"Number", numberMeta, 
                                                          {"Text", textMeta, &textTable}};
 inline const frame::MessageSet messages{descriptions, 2};
 
-// Rung by every arrival: messages and changes of a connection.
+// Notified of every message that arrives and every change of a connection.
 class ChangeSignal {
 public:
     void notify() {
@@ -66,7 +66,7 @@ private:
 };
 inline ChangeSignal changes;
 
-// Looks again at each ring, and now and then without one, as the queue's counters change silently.
+// Checks again at each notification, and also every 5 ms, because the queue's counters change without one.
 inline bool eventually(const std::function<bool()>& condition) {
     const auto deadline = std::chrono::steady_clock::now() + 20s;
     for (;;) {
@@ -77,7 +77,7 @@ inline bool eventually(const std::function<bool()>& condition) {
     }
 }
 
-// What arrives through one module.
+// The messages that arrive through one module.
 struct Inbox {
     int add(const frame::TransportInfo& transport, std::uint32_t number, std::string text) {
         {
@@ -145,7 +145,7 @@ inline int sendText(frame::OmqIOModule& channel, std::size_t size, char letter,
 
 inline std::uint32_t byteSwapped(std::uint32_t value) { return __builtin_bswap32(value); }
 
-// A peer that says whatever a test wants.
+// A peer that sends whatever a test wants.
 class RawPeer {
 public:
     // The path of a socket, or the service's address on the other transport.
@@ -166,7 +166,7 @@ public:
         if (socket_ >= 0) ::close(socket_);
     }
     void send(const std::string& bytes) { EXPECT_TRUE(trySend(bytes)); }
-    bool trySend(const std::string& bytes) { // whether the other side took them all
+    bool trySend(const std::string& bytes) { // whether all of them were sent
         if (remote_) return remote_->send(bytes);
         return ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
     }
@@ -177,7 +177,7 @@ public:
         bytes.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
         return bytes;
     }
-    bool isRejected() { // after at most a hello
+    bool isRejected() { // it may send a hello first
         if (remote_) return remote_->isEnded();
         char byte[4096];
         ssize_t count;
@@ -207,7 +207,7 @@ inline std::string frameOf(const frame::MsgMeta& meta, std::uint32_t size, const
     return bytes + words({7, 9, 0}, swap) + body;
 }
 
-// With QUEUE_TRANSPORT=tcp in the environment the service "tuner" is reached as one of another host is.
+// With QUEUE_TRANSPORT=tcp in the environment, the service "tuner" uses the transport between hosts.
 class MessageQueue : public testing::Test {
 protected:
     MessageQueue() {
@@ -252,7 +252,7 @@ protected:
         EXPECT_EQ(0, ::bind(bound, reinterpret_cast<sockaddr*>(&address), sizeof address));
         return bound;
     }
-    // Leaves a socket as a killed server does.
+    // Leaves a socket file behind, as a killed server does.
     void leaveSocketBehind() { ::close(boundSocket()); }
     // The hello that a peer of the server must send.
     std::string validHello() { return RawPeer(path).receive(helloSize); }

@@ -28,7 +28,7 @@ using host::remote::Releaser;
 using host::remote::Session;
 using Key = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
 
-// The public key of one, the secret key of another.
+// The configured public key with another secret key.
 Key stolenKey(const host::KeyPair& keys) {
     std::array<unsigned char, 32> shown{}, owned{};
     std::size_t size = shown.size();
@@ -94,7 +94,7 @@ struct RemotePeer::State {
         made = std::make_unique<Session>(*context, socket.get(), false, anyKey);
     }
 
-    // Until the step is done; false when it is over, or takes too long.
+    // Repeats the step until it is done. Returns false when the session ends or the step takes too long.
     template <class Step> bool finish(Step step) {
         for (;;) {
             const auto progress = step();
@@ -110,7 +110,7 @@ struct RemotePeer::State {
         }
     }
 
-    // Says all up to its certificate, which is in the first encrypted record that it says.
+    // Sends everything up to its certificate, which is in its first encrypted record.
     void showCertificateOnly() {
         std::array<char, 8192> bytes;
         const auto sent = [&] { return ::recv(line.get(), bytes.data(), bytes.size(), MSG_DONTWAIT); };
@@ -124,7 +124,7 @@ struct RemotePeer::State {
             }
             count = sent();
             if (count < 0) {
-                count = 0; // more is to be received
+                count = 0; // receive more
                 continue;
             }
             constexpr char encrypted = 23;
@@ -134,7 +134,7 @@ struct RemotePeer::State {
                 end += 5 + static_cast<std::size_t>(static_cast<unsigned char>(bytes[end + 3]) << 8 |
                                                     static_cast<unsigned char>(bytes[end + 4]));
             }
-            EXPECT_LT(end, static_cast<std::size_t>(count)) << "the proof comes with the certificate";
+            EXPECT_LT(end, static_cast<std::size_t>(count)) << "the proof is in the same record as the certificate";
             (void)::send(service.get(), bytes.data(), end, 0);
             return;
         }
@@ -143,8 +143,8 @@ struct RemotePeer::State {
     Session& session() { return *made; }
 
     host::remote::Context context;
-    host::io::FileDescriptor socket;        // the session's
-    host::io::FileDescriptor line, service; // for an unfinished proof the other end of that, and the service's
+    host::io::FileDescriptor socket;        // of the session
+    host::io::FileDescriptor line, service; // for an unfinished proof: the peer of `socket`, and the connection
     AnyKey anyKey;
     std::unique_ptr<Session> made;
 };

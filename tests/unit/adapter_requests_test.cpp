@@ -1,4 +1,4 @@
-// What the adapter passes to the TV service and from it to the applications, and its starts with services missing.
+// What the adapter passes from applications to the TV service and back, and how it starts when services are missing.
 #include "client-objects.h"
 #include "support/adapter-process.h"
 #include "support/log-texts.h"
@@ -32,7 +32,7 @@ const frame::TransportInfo transport{5, {6, 7}};
 
 template <class Message> auto sampleOf() { return support::Samples().next<typename Message::Body::Arguments>(); }
 
-// One call as expected: this message with its sample, the caller's ids, the transport above.
+// Expects one call of this message, with its sample, the caller's ids and the transport above.
 template <class Message> void expectOneCall(const support::Recorder& recorder) {
     ASSERT_THAT(recorder.calls, SizeIs(1));
     const support::Call& call = recorder.calls.front();
@@ -189,7 +189,8 @@ TEST_F(EveryRequest, LogsOneLineExceptForThreeThatLogNone) {
             }
         }
     });
-    EXPECT_EQ(logged, support::TvRequests::size - silent.size() - 1) << "and the play request";
+    EXPECT_EQ(logged, support::TvRequests::size - silent.size() - 1)
+        << "all requests but the silent ones and the play request";
 }
 
 TEST_F(EveryRequest, ToPlayGoesToTheResourceManager) {
@@ -207,7 +208,8 @@ TEST_F(EveryNotification, IsDeliveredHereExceptTheAnswer) {
     addAll();
     const host::LogCapture log{{genrpc::AdapterLog}};
     EXPECT_EQ(deliver<messages::TvServiceInfo>(), 0);
-    for (const auto& client : clients) EXPECT_THAT(client->calls, IsEmpty()) << "no manager knows this object";
+    for (const auto& client : clients)
+        EXPECT_THAT(client->calls, IsEmpty()) << "no manager is connected to this object";
     EXPECT_THAT(textsOf(log), ElementsAre("tvservice-adapter.cpp:tvServiceInfo(): Called."));
 }
 
@@ -215,7 +217,7 @@ const std::vector<TvServiceInfo_t> threeAnswers{{{1, 2}, 0, "uri 1", "uuid 1", "
                                                 {{3, 4}, -5, "uri 2", "uuid 2", "ancestor 2", "second"},
                                                 {{5, 6}, 7, "uri 3", "uuid 3", "ancestor 3", "third"}};
 
-// One delivery of the three answers as it reaches a client from the manager.
+// The three answers as the manager delivers them to a client.
 void expectThreeAnswers(const support::Call& call) {
     EXPECT_EQ(call.message, messages::TvServiceInfo::name);
     EXPECT_EQ(call.arguments, genrpc::argumentsToJson<messages::TvServiceInfo>(threeAnswers));
@@ -290,7 +292,7 @@ TEST(AdapterStart, WithoutTheMmServiceMakesTheTvServicesClientOnly) {
     EXPECT_EQ(adapter.addClient(application), 0);
     frame::MsgIds ids{11, 12};
     tv.clients[0]->tvServiceInfo(ids, transport, threeAnswers);
-    ASSERT_THAT(application->calls, SizeIs(1)) << "answers come through";
+    ASSERT_THAT(application->calls, SizeIs(1)) << "the application receives answers";
     expectThreeAnswers(application->calls[0]);
 }
 
@@ -325,7 +327,7 @@ TEST(AdapterStart, AgainMakesNewClientObjectsButNoSecondCommandAndLooksNothingUp
     EXPECT_EQ(adapter.addClient(application), 0) << "the new registry is empty";
     frame::MsgIds ids;
     for (const auto& client : tv.clients) client->tvServiceFoundNewOadPacket(ids, transport, 1);
-    EXPECT_THAT(application->calls, SizeIs(2)) << "once for each start";
+    EXPECT_THAT(application->calls, SizeIs(2)) << "one answer per start";
     application->calls.clear();
     tv.clients[1]->tvServiceInfo(ids, transport, threeAnswers);
     EXPECT_THAT(application->calls, SizeIs(2)) << "an answer as well";

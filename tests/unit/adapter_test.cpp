@@ -119,7 +119,7 @@ TEST_F(TvClientObject, AnswersMinusOneForClientsThatAreKnownAndUnknown) {
 }
 
 TEST_F(TvClientObject, TakesPointersOfDifferentOwnersToOneObjectForOneClient) {
-    const host::LogCapture log; // keeps its warnings off the output
+    const host::LogCapture log; // hides expected warnings
     Client client(order);
     const auto pointer = [&] { return boost::shared_ptr<Client>(&client, [](Client*) {}); };
     EXPECT_EQ(object.addClient(pointer()), 0);
@@ -169,7 +169,7 @@ TEST(MmClientObject, KeepsItsRegistryLikeTheOtherOne) {
 
 // ---- the whole adapter, with services in the process ----
 
-// Registers a service as a proxy would and answers at once, from inside the request.
+// Registers a service as a proxy would. It answers at once, inside the request.
 template <class Interface, class Service = Interface> class Member : public frame::AbstractApplication, public Service {
 public:
     int registerAs(const char* key) {
@@ -213,7 +213,7 @@ public:
     std::vector<boost::shared_ptr<mmservice::ClientInterface>> clients;
 };
 
-// Waits for answers.
+// A client that waits for answers.
 class Application : public ClientBase {
 public:
     int tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&, const std::vector<TvServiceInfo_t>& infos) override {
@@ -222,7 +222,7 @@ public:
         changed_.notify_all();
         return 0;
     }
-    // The lists so far, once there are `count`; empty when they do not come.
+    // Waits until there are `count` lists and returns them; empty if they do not come.
     std::vector<std::vector<TvServiceInfo_t>> waitFor(std::size_t count) {
         std::unique_lock lock(mutex_);
         if (!changed_.wait_for(lock, std::chrono::seconds(10), [&] { return lists_.size() >= count; })) return {};
@@ -235,7 +235,8 @@ private:
     std::vector<std::vector<TvServiceInfo_t>> lists_;
 };
 
-// Everything here lives as long as the process, as in a receiver: the manager's worker keeps the services' addresses.
+// Everything here lives as long as the process, as in a receiver, because the manager's worker keeps the services'
+// addresses.
 struct Receiver {
     TvService tv;
     MmService mm;
@@ -243,7 +244,7 @@ struct Receiver {
 
     static Receiver& get() {
         static Receiver* const receiver = [] {
-            support::FakeShell::get(); // which the adapter finds when it starts
+            support::FakeShell::get(); // must exist before the adapter starts
             auto* made = new Receiver;
             made->adapter.attachProcess(*frame::Process::getInstance());
             EXPECT_EQ(made->adapter.setupDone(), 0);
@@ -283,12 +284,12 @@ TEST(Adapter, StartsWithoutServicesThenFindsThemAndPlaysThroughThem) {
     }
     ASSERT_EQ(receiver.tv.registerAs(ServiceInterface::interfaceKey), 0);
     EXPECT_EQ(receiver.adapter.start(), 0);
-    EXPECT_THAT(receiver.tv.clients, SizeIs(1)) << "the TV service's client is made without the MM service";
+    EXPECT_THAT(receiver.tv.clients, SizeIs(1)) << "the TV service's client object does not need the MM service";
     EXPECT_EQ(receiver.adapter.stop(), 0);
     ASSERT_EQ(receiver.mm.registerAs(mmservice::ServiceInterface::interfaceKey), 0);
     host::LogCapture log{{genrpc::AdapterLog, genrpc::ManagerLog}};
     EXPECT_EQ(receiver.adapter.start(), 0);
-    EXPECT_THAT(receiver.tv.clients, SizeIs(2)) << "every start makes a new client object";
+    EXPECT_THAT(receiver.tv.clients, SizeIs(2)) << "every start creates a new client object";
     EXPECT_THAT(receiver.mm.clients, SizeIs(1));
 
     const auto application = boost::make_shared<Application>();

@@ -1,4 +1,4 @@
-// Errors in a configuration file are reported with their line; and what a process does that cannot use the file.
+// Errors in a configuration file are reported with their line. Also: what a process does if it cannot use the file.
 #include "support/configuration-folder.h"
 #include "support/test-where.h"
 
@@ -144,7 +144,7 @@ TEST_F(ConfigurationFile, ThatCannotBeReadIsRefused) {
     EXPECT_EQ(error(), "no error");
 }
 
-// The parser's tree takes stack for each level.
+// Each level of the parser's tree uses stack.
 TEST_F(ConfigurationFile, ThatIsNestedTooDeepIsRefused) {
     const auto repeated = [](const std::string& text, int times) {
         std::string all;
@@ -173,12 +173,13 @@ TEST_F(ConfigurationFile, CountsOnlyWhatNests) {
     configure("# " + many + "\nlog.levels = \"warning\" # " + many + "\n[endpoints]\ntv = \"/\\\"" + many +
               "\"\nmm = '/" + many + "'\n[keys]\nclients = [\n\"\"\"\n" + many + "\"\"\"\"\", '''" + many +
               "''']\n[keys.services]\na.b = 1\n");
-    EXPECT_THAT(error(), testing::EndsWith(":11: keys.services.a: not a text: a table")) << "all before it was read";
+    EXPECT_THAT(error(), testing::EndsWith(":11: keys.services.a: not a text: a table"))
+        << "everything before it was accepted";
 }
 
 TEST_F(ConfigurationFile, IsQuotedInPart) {
     std::string umlauts;
-    for (int i = 0; i < 150; ++i) umlauts += "\u00e4"; // of two bytes each
+    for (int i = 0; i < 150; ++i) umlauts += "\u00e4"; // two bytes each
     const std::string rest = " bytes) is neither text nor json";
     expectErrors(
         {{"log.format = \"" + std::string(900000, 'x') + "\"\n",
@@ -191,12 +192,12 @@ TEST_F(ConfigurationFile, IsLookedForBelowWhatIsNoFolder) {
     EXPECT_EQ(error(), "no error");
 }
 
-// What a process starts with and reads once is looked at in a new one.
+// A process reads these settings once, so each test starts a new process.
 class WrongConfigurationFile : public ConfigurationFile {
 protected:
     WrongConfigurationFile() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
 
-    // The new process has made a folder of its own.
+    // Removes the folder, which the new process created for itself.
     [[noreturn]] void end(bool asExpected = true) const {
         std::filesystem::remove_all(folder);
         std::exit(asExpected ? 0 : 1);

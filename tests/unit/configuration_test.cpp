@@ -1,4 +1,4 @@
-// Where a setting's value comes from, and what it can be.
+// Where the value of a setting comes from, and which values are valid.
 #include "settings/file.h"
 #include "settings/known-settings.h"
 #include "settings/number.h"
@@ -125,7 +125,8 @@ TEST_F(Configuration, RejectsAMalformedEndpointAndSaysWhereItCameFrom) {
         EXPECT_EQ(errorOf([] { host::endpointOf("mmservice"); }), "TVSA_ENDPOINT_MMSERVICE: " + problem);
         unsetenv("TVSA_ENDPOINT_MMSERVICE");
     }
-    setenv("TVSA_ENDPOINT_MMSERVICE", "tcp://no-such-host:0", 1); // only a connection can show whether the host exists
+    setenv("TVSA_ENDPOINT_MMSERVICE", "tcp://no-such-host:0",
+           1); // whether the host exists is known only when connecting
     EXPECT_EQ(errorOf(host::checkConfiguration), "no error");
 }
 
@@ -253,7 +254,7 @@ TEST_F(Configuration, LetsAProgramStartWithAWrongVariableThatIsReplaced) {
     std::string problem;
     EXPECT_EQ(host::config::numberOf("run_log.queue", problem), 1024U);
     EXPECT_EQ(problem, "TVSA_RUNLOG_QUEUE: \"wrong\" is no number above 0; 1024 is used");
-    EXPECT_EQ(valueOf("log.levels"), "wrong") << "the log takes the items that it understands";
+    EXPECT_EQ(valueOf("log.levels"), "wrong") << "the log uses the items that are valid";
 }
 
 TEST_F(Configuration, HasABuiltInLevelThatIsTheOneBeforeAnyCodeRuns) {
@@ -262,7 +263,7 @@ TEST_F(Configuration, HasABuiltInLevelThatIsTheOneBeforeAnyCodeRuns) {
     EXPECT_EQ(vdlDebugLevels[0x3FF], before);
 }
 
-// The example's settings, which are commented out without a blank, as if they were not.
+// The example with its settings uncommented. Settings are commented out without a blank after the '#'.
 std::string uncommented(std::istream& example) {
     std::string text, line;
     while (std::getline(example, line))

@@ -1,4 +1,4 @@
-// The control application's shell commands: what they send, what they refuse, and what they show.
+// The control application's shell commands: what they send, reject and show.
 #include "control/src/commands.h"
 #include "control/src/request-words.h"
 #include "shell/command-table.h"
@@ -24,7 +24,7 @@ using testing::SizeIs;
 
 namespace {
 
-// The TV service as the adapter finds it: the process's one, registered for good.
+// The TV service that the adapter uses: the only one in the process, registered until the process ends.
 class RegisteredService : public frame::AbstractApplication, public support::RecordingTvService {
 public:
     static RegisteredService& get() {
@@ -39,11 +39,11 @@ public:
     }
 };
 
-// An adapter that has started, for all tests: its resource manager is the process's one.
+// A started adapter for all tests, because there is one resource manager per process.
 tvservice::ModelTvServiceAdapter& startedAdapter() {
     static auto& adapter = *[] {
         RegisteredService::get();
-        support::FakeShell::get(); // not a socket in the user's runtime folder, which other tests use too
+        support::FakeShell::get(); // instead of a socket in the user's runtime folder, which other tests use, too
         auto* made = new tvservice::ModelTvServiceAdapter;
         static_cast<frame::AbstractProcessMember*>(made)->attachProcess(*frame::Process::getInstance());
         EXPECT_EQ(made->performSetupDone(), 0);
@@ -77,7 +77,7 @@ struct Control : testing::Test {
         }
         return reply;
     }
-    // A notification of the service.
+    // Sends a notification of the service.
     void notify(std::int32_t number) {
         frame::MsgIds ids;
         log.tvServiceSwapWinInfo(ids, {}, {number});
@@ -142,7 +142,7 @@ TEST_F(Control, SendsEveryRequestWithItsArguments) {
     }
 }
 
-// What is typed to send a message, any values.
+// The words that a user types to send a message, with arbitrary values.
 template <class Message> std::vector<std::string> typed() {
     const auto [command, arguments, help] = control::wordsOf<Message>();
     std::vector<std::string> words{command};
@@ -160,12 +160,12 @@ TEST_F(Control, HasACommandForEveryRequestThatCanBeTyped) {
             ASSERT_THAT(service.calls, SizeIs(1));
             EXPECT_EQ(service.calls[0].message, Message::name);
         } else {
-            EXPECT_STREQ(Message::name, "TvServiceReq") << "play and stop have commands of their own";
+            EXPECT_STREQ(Message::name, "TvServiceReq") << "sent by the commands play and stop";
         }
     });
 }
 
-// A request that nobody has chosen words for.
+// A request without words of its own.
 struct TvServiceNewThingReq {
     static constexpr const char* name = "TvServiceNewThingReq";
     using Body = genrpc::Body<tvservice::TvServiceParentalLockInfo_t, std::string, tvservice::MtsAudioTrack_t>;
@@ -309,7 +309,7 @@ TEST_F(Control, KeepsTheNewestNotificationsThatFitIntoSixteenMebibytes) {
     EXPECT_EQ(table().dropped, 3U);
     EXPECT_EQ(table().bytes, most * each);
     EXPECT_EQ(numbers({"notifications", "0"}).front(), 4);
-    notify(1); // which needs less than the space that is left
+    notify(1); // fits into the remaining space
     EXPECT_EQ(table().dropped, 3U);
 }
 
@@ -326,7 +326,7 @@ TEST_F(Control, MakesNoJsonOfANotificationThatIsTooLongAnyway) {
     log.tvServiceInfo(ids, {}, infos);
     const auto list = Json::parse(run({"notifications", "0"}, true).output);
     for (const auto& notification : list) EXPECT_EQ(notification["arguments"], Json::object());
-    // Escapes would have made it twice as long.
+    // With escapes it would be twice as long.
     EXPECT_EQ(list[0]["omittedBytes"], least + 18);
     EXPECT_GT(list[1]["omittedBytes"], infos.size() * 50);
 }
@@ -364,14 +364,14 @@ TEST_F(Control, ListsTextThatIsNotUtf8) {
     EXPECT_EQ(Json::parse(run({"notifications"}, true).output)[0]["arguments"]["info"]["strParam1"], "\xEF\xBF\xBD\n");
 }
 
-// The adapter's queue, with a service that answers when the test says so: play and zap meet there.
+// The adapter's queue, which serves both play and zap, with a service that answers when the test wants.
 struct ControlOfTheQueue : Control {
     static constexpr auto timeout = std::chrono::seconds(60);
 
     void TearDown() override {
         while (!startedAdapter().bundles().empty()) answerFirst();
     }
-    // Waits until the request under way was sent, and answers it.
+    // Waits until the active request is sent, and answers it.
     void answerFirst() {
         const auto end = std::chrono::steady_clock::now() + timeout;
         auto bundles = startedAdapter().bundles();
@@ -407,7 +407,7 @@ TEST_F(ControlOfTheQueue, ForgetsZapsWhenSomethingNewerIsPlayedOrStopped) {
         EXPECT_EQ(run(newer).status, 0);
         EXPECT_THAT(queue(), SizeIs(2));
         answerFirst();
-        EXPECT_THAT(queue(), SizeIs(1)) << newer.front(); // and not the zap to dvb://2, which was wanted before it
+        EXPECT_THAT(queue(), SizeIs(1)) << newer.front(); // the older zap to dvb://2 is gone
         answerFirst();
     }
 }

@@ -28,7 +28,7 @@ constexpr std::uint32_t module = 0x0300;
 
 vdlDebugChunk lineOf(std::uint32_t severity) { return {module << 16 | severity}; }
 
-// What output puts on stderr.
+// What output writes to stderr.
 template <typename Output> std::string printed(Output output) {
     testing::internal::CaptureStderr();
     output();
@@ -131,7 +131,7 @@ TEST(DebugOutput, KeepsLinesOfManyThreadsWhole) {
     EXPECT_EQ(count, 400);
 }
 
-// How many were written, and how many a later line counts.
+// The number of lines written, and the number of suppressed lines that "... and N more" lines report.
 std::pair<int, int> linesIn(const std::string& output) {
     std::pair<int, int> counts{};
     std::istringstream lines(output);
@@ -150,7 +150,7 @@ TEST(DebugOutput, LimitsRepeatedWarningsAndReportsHowManyThereWere) {
         host::debug::LineLimit::tellHeldBack(host::debug::LineLimit::Clock::time_point::max());
     }));
     EXPECT_GE(written, 20);
-    EXPECT_LT(written, 500); // also when it takes some seconds
+    EXPECT_LT(written, 500); // even if the loop takes some seconds
     EXPECT_EQ(written + suppressed, 1000);
 }
 
@@ -286,7 +286,7 @@ TEST(LogCapture, LetsLinesThroughToStderrUnlessQuiet) {
     EXPECT_EQ(capture.lines().size(), 1U);
 }
 
-// The environment counts when a process starts, so these tests look at a new one.
+// A process reads the environment when it starts, so these tests start a new process.
 struct DebugEnvironment : testing::Test {
     DebugEnvironment() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
     ~DebugEnvironment() override {

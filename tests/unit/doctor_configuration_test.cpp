@@ -1,4 +1,4 @@
-// What tvctl doctor finds in the configuration, and how it reports.
+// What tvctl doctor finds in the configuration, and the format of its report.
 #include "support/doctor-fixture.h"
 #include "support/test-where.h"
 
@@ -50,7 +50,7 @@ TEST_F(DoctorOfConfiguration, WarnsOfUnknownNames) {
     EXPECT_EQ(problemsIn(checkValues()), 0U);
     setenv("TVSA_QUEUE_BYTE", "1", 1);
     EXPECT_THAT(checkValues(), finds(Severity::warning, "TVSA_QUEUE_BYTE", "no setting has this variable"));
-    setenv("TVSA_QUEUE_BYTE", "", 1); // as one that is not set
+    setenv("TVSA_QUEUE_BYTE", "", 1); // treated as unset
     EXPECT_EQ(problemsIn(checkValues()), 0U);
     const std::string file = configure("endpoints.tvservise = \"/run/tv\"\n");
     EXPECT_THAT(checkValues(),

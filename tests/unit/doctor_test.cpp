@@ -1,4 +1,4 @@
-// What tvctl doctor finds in folders, files, limits and what is served there.
+// What tvctl doctor finds in folders, files and limits, and about the services there.
 #include "base/socket-lock.h"
 #include "runlog/run-log-store.h"
 #include "shell/shell-server.h"
@@ -43,7 +43,7 @@ TEST_F(DoctorOfServices, WarnsOfOneThatDoesNotRun) {
     EXPECT_THAT(diagnosis.entryPoints, Contains(Field(&EntryPoint::state, "nobody serves it")));
     std::filesystem::remove(runtimeFolder);
     EXPECT_THAT(check(tv), finds(Severity::warning, "tvservice", "no runtime folder yet"));
-    EXPECT_FALSE(std::filesystem::exists(runtimeFolder)) << "examining makes nothing";
+    EXPECT_FALSE(std::filesystem::exists(runtimeFolder)) << "the doctor creates nothing";
 }
 
 TEST_F(DoctorOfServices, IsContentWithOneThatHasTheSameMessages) {
@@ -60,7 +60,7 @@ TEST_F(DoctorOfServices, IsContentWithOneThatHasTheSameMessages) {
 }
 
 TEST_F(DoctorOfServices, NamesTheMessageInWhichOneDiffers) {
-    const host::LogCapture quiet; // of the service, too, which turns the client away
+    const host::LogCapture quiet; // also hides the service's warning about the rejected client
     std::vector<frame::MessageDescription> messages(tv.messages.begin(), tv.messages.end());
     messages[0].table = messages[1].table;
     host::MessageQueue queue;
@@ -82,7 +82,7 @@ TEST_F(DoctorOfServices, FindsASocketThatAProcessLeft) {
     const Diagnosis diagnosis = check(tv);
     EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", "is stale"));
     EXPECT_THAT(diagnosis.entryPoints, Contains(Field(&EntryPoint::state, "stale")));
-    EXPECT_TRUE(std::filesystem::exists(socketOf(tv))) << "examining removes nothing";
+    EXPECT_TRUE(std::filesystem::exists(socketOf(tv))) << "the doctor removes nothing";
 }
 
 TEST_F(DoctorOfServices, TakesNoSocketForStaleWhoseProcessIsStartingOrEnding) {
@@ -195,10 +195,10 @@ protected:
     const std::string socket = runtimeFolder + "/frame-host.shell";
 };
 
-// Serves one request, with that reply.
+// Serves one request with this reply.
 std::future<void> answerOnce(int listener, const std::string& reply) {
     return std::async(std::launch::async, [listener, reply] {
-        ::close(::accept(listener, nullptr, nullptr)); // who looks whether anybody is here
+        ::close(::accept(listener, nullptr, nullptr)); // the doctor first tests whether the socket is served
         const int client = ::accept(listener, nullptr, nullptr);
         char request[256];
         EXPECT_GT(::recv(client, request, sizeof request, 0), 0);
@@ -227,7 +227,7 @@ TEST_F(DoctorOfShells, FindsOneThatDoesNotAnswer) {
 }
 
 TEST_F(DoctorOfShells, IsContentWithOneWhoseClientsAreIdle) {
-    const host::LogCapture quiet; // of the shell, which evicts one
+    const host::LogCapture quiet; // hides the shell's line about an evicted client
     appovshell::ShellServer shell;
     shell.open(socket, geteuid());
     shell.start();

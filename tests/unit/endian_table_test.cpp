@@ -26,7 +26,7 @@ const EndianEntry pairEntries[] = {{0, vdl::EndianScalar4, 0}, {4, vdl::EndianSc
 const EndianTable pair{6, pairEntries};
 const EndianTable samePair{6, pairEntries};
 
-// Why a table with these entries is refused.
+// The error for a table with these entries.
 std::string errorOf(std::uint32_t size, const std::vector<EndianEntry>& entries) {
     const EndianTable table{size, entries.data()};
     try {
@@ -34,8 +34,8 @@ std::string errorOf(std::uint32_t size, const std::vector<EndianEntry>& entries)
     } catch (const std::invalid_argument& error) {
         return error.what();
     }
-    // Plans are kept by the table's address, so a sound table may not be made here.
-    ADD_FAILURE() << "a table that is not sound was taken";
+    // Compiled plans are cached by table address, so this function must not create a valid table.
+    ADD_FAILURE() << "an invalid table was accepted";
     return "";
 }
 
@@ -146,7 +146,7 @@ TEST(EndianTable, HasTheFingerprintOfItsLayout) {
 }
 
 TEST(EndianTable, HasAFingerprintThatDoesNotChange) {
-    // Both ends of a connection compute it on their own, perhaps from other builds.
+    // Both ends of a connection compute it, perhaps from different builds.
     EXPECT_EQ(host::fingerprint(pair), 0x5C48BE43C65E5381U);
 }
 

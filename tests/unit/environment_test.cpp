@@ -15,7 +15,7 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 
-// A folder of its own, and none of the variables that name folders.
+// Gives each test its own folder and clears all variables that name folders.
 struct Environment : testing::Test {
     Environment() {
         for (const char* name :

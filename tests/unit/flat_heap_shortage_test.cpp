@@ -1,4 +1,4 @@
-// The flat heap when a thread has no memory for what it keeps beside the flat blocks.
+// The flat heap when a thread has no memory for its cache.
 #include "unit/shortage-fixture.h"
 
 #include <new>
@@ -9,7 +9,7 @@ namespace {
 using namespace shortage_test;
 
 TEST(FlatHeapWithoutMemory, ServesAThreadsFirstBlockOrThrows) {
-    vdlFlatFree(vdlFlatAlloc(1)); // what is made at first use and kept
+    vdlFlatFree(vdlFlatAlloc(1)); // creates objects that are kept after the first use
     for (const Shortage shortage : shortages) {
         bool met = true, served = false;
         long allocations = 0;
@@ -28,7 +28,7 @@ TEST(FlatHeapWithoutMemory, ServesAThreadsFirstBlockOrThrows) {
         }
         EXPECT_GT(allocations, 1);
         const bool fromTheCHeap = host::flatHeapUsage().limit == 0;
-        EXPECT_TRUE(served || fromTheCHeap) << "without a cache of its own";
+        EXPECT_TRUE(served || fromTheCHeap) << "the block was allocated without a cache";
     }
 }
 

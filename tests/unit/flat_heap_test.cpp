@@ -25,7 +25,7 @@ std::uintptr_t address(const void* block) { return reinterpret_cast<std::uintptr
 // The size of the region that the blocks come from; 0 where they come from malloc.
 std::size_t limit() { return static_cast<std::size_t>(host::flatHeapUsage().limit); }
 
-// Blocks of size bytes until the region has no more.
+// Allocates blocks of size bytes until the region is exhausted.
 std::vector<void*> exhaust(std::size_t size) {
     std::vector<void*> blocks;
     blocks.reserve(limit() / size + 1);
@@ -41,14 +41,13 @@ void freeAll(std::vector<void*>& blocks) {
     blocks.clear();
 }
 
-// The blocks from the middle of the region last. They are what stays in a thread's cache, and a large block cannot lie
-// across them.
+// Frees the blocks in the middle of the region last. They stay in the thread's cache, so no large block can span them.
 void freeMiddleLast(std::vector<void*>& blocks) {
     std::rotate(blocks.begin(), blocks.begin() + static_cast<std::ptrdiff_t>(blocks.size() / 2), blocks.end());
     freeAll(blocks);
 }
 
-// Every test leaves the heap as it was.
+// Checks that a test frees all its blocks.
 class FlatHeap : public testing::Test {
 protected:
     void TearDown() override {
@@ -61,11 +60,11 @@ private:
     const host::FlatHeapUsage before_ = host::flatHeapUsage();
 };
 
-// What a region of its own lets the heap promise.
+// Properties that hold only where the flat heap has a memory region of its own.
 class FlatRegion : public FlatHeap {
 protected:
-    // The size, to a mebibyte, of the largest block that can be had now. The heap keeps free blocks of threads that
-    // other tests have ended, and a large block cannot lie across those.
+    // The size, to a mebibyte, of the largest block that can be allocated now. The heap keeps free blocks of threads
+    // that ended in other tests, and a large block cannot span those.
     static std::size_t largestBlock() {
         for (std::size_t size = limit() - mebibyte;; size -= mebibyte) {
             try {
@@ -116,7 +115,7 @@ TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, GivesThePagesOfALargeBloc
     std::memset(block, 'x', 8 * mebibyte);
     vdlFlatFree(block);
     auto* again = static_cast<char*>(vdlFlatAlloc(8 * mebibyte));
-    ASSERT_EQ(again, block) << "the lowest free place comes first";
+    ASSERT_EQ(again, block) << "the lowest free address is used first";
     EXPECT_TRUE(std::all_of(again, again + 8 * mebibyte, [](char byte) { return byte == 0; }));
     vdlFlatFree(again);
 }
@@ -166,7 +165,7 @@ TEST_F(FlatHeap, CountsBlocksAndTheBytesAskedFor) {
     if (limit() > 0)
         EXPECT_EQ(between.bytes - before.bytes, mebibyte + 11);
     else
-        EXPECT_GE(between.bytes - before.bytes, mebibyte + 11) << "malloc gives a little more than it is asked for";
+        EXPECT_GE(between.bytes - before.bytes, mebibyte + 11) << "malloc allocates a little more than requested";
     EXPECT_EQ(between.limit, before.limit);
     vdlFlatFree(small);
     vdlFlatFree(large);
@@ -191,7 +190,7 @@ struct FreedAtThreadEnd {
 
 TEST_F(FlatHeap, ServesThreadsThatAreEnding) {
     std::thread([] {
-        thread_local FreedAtThreadEnd early; // destroyed after what the heap keeps for the thread
+        thread_local FreedAtThreadEnd early; // destroyed after the heap's cache of the thread
         early.block = vdlFlatAlloc(50);
     }).join();
 }
@@ -210,7 +209,7 @@ TEST_F(FlatHeap, ServesManyThreadsThatExchangeBlocks) {
                 block[0] = block[size - 1] = mark;
                 std::memset(block + 1, mark, 2);
                 unsigned char* other = places[random() % places.size()].exchange(block);
-                if (other && other[0] != other[2]) ADD_FAILURE() << "a block changed hands with other content";
+                if (other && other[0] != other[2]) ADD_FAILURE() << "a block's content changed between threads";
                 vdlFlatFree(other);
             }
         });
@@ -233,7 +232,7 @@ TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, PoisonsWhatIsNotAllocated
 }
 #endif
 
-// The region is reserved once in a process, so each size is tried in one of its own.
+// The region is reserved once per process, so each size is tried in its own process.
 std::uint64_t limitOfProcess(const char* megabytes) {
     setenv("TVSA_FLAT_HEAP_MB", megabytes, 1);
     return host::flatHeapUsage().limit;

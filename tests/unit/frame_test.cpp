@@ -101,7 +101,11 @@ TEST(ApplicationMembers, AreUndoneWhenOneThrows) {
 
 TEST(ApplicationMembers, ThatFailAreNamedInTheLog) {
     inOwnProcess([] { startMembers({new Member("A"), new Member("B", "setupDone")}); }, "member 2 of ");
-    inOwnProcess([] { startMembers({new Member("A"), new Member("B", "setupDone")}); }, "setupDone returned EIO, Input/output error");
+    inOwnProcess(
+        [] {
+            startMembers({new Member("A"), new Member("B", "setupDone")});
+        },
+        "setupDone returned EIO, Input/output error");
 }
 
 TEST(ApplicationMembers, MayBeNone) { EXPECT_EQ(startMembers({}), 0); }
@@ -135,7 +139,7 @@ TEST(ApplicationMembers, OfAnotherThreadAreStartedOnTheFrameworksThread) {
                 auto* a = new Member("A");
                 a->onStart = [&] { startedOn = std::this_thread::get_id(); };
                 EXPECT_EQ(startMembers({a}), 0);
-                EXPECT_EQ(startedOn, framework); // it has happened already
+                EXPECT_EQ(startedOn, framework); // the start has completed
                 EXPECT_EQ(startMembers({new Member("B", "start")}), -5);
                 host::stopProcess();
             });

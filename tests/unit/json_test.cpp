@@ -1,4 +1,4 @@
-// Records and arguments as JSON: what is read, and the errors for JSON that does not fit.
+// Reading records and arguments from JSON, and the errors for JSON that does not match.
 #include <genrpc/json.h>
 #include <tvservice/messages.h>
 

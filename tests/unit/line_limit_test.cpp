@@ -1,4 +1,4 @@
-// The limit on log lines that a peer can cause at any rate.
+// The rate limit of log lines that a peer can cause.
 #include "log/line-limit.h"
 
 #include <host/log-capture.h>

@@ -70,7 +70,7 @@ private:
     std::string text_;
 };
 
-// A scalar, count or pointer of a message.
+// The position of a scalar, count or pointer in a message.
 struct Scalar {
     std::size_t offset, width;
 };
@@ -149,7 +149,7 @@ std::uint32_t get(const std::string& message, std::size_t offset) {
     return word;
 }
 
-// A message in a flat block of just its size.
+// A received message in a flat block of exactly its size.
 class Arrived {
 public:
     explicit Arrived(const std::string& message)
@@ -157,7 +157,7 @@ public:
         std::memcpy(block_.get(), message.data(), size_);
     }
 
-    // What was wrong, or nothing.
+    // The error, or an empty string.
     std::string unmarshal(const EndianTable& table, bool swap = false) {
         const char* refusal = host::unmarshal(host::planOf(table), block_.get(), size_, swap);
         return refusal ? refusal : "";
@@ -218,8 +218,8 @@ TEST(Marshaller, TerminatesStringsItself) {
     vdlFlatFree(string.data);
 }
 
-// One behind the other as in a region, with gaps, in another order, without a terminator between them, one in the
-// other.
+// Strings one after the other as in a region, with gaps, in another order, without terminators between them, and one
+// inside another.
 TEST(Marshaller, WritesStringsWhereverTheyLie) {
     const std::string texts("abc\0de\0fgh\0", 11);
     constexpr std::uint32_t count = 3, arrayBytes = count * sizeof(vdlDeserString_t);

@@ -1,4 +1,4 @@
-// Each call of the message queue when memory runs out in it: it does its work or throws, and leaves nothing half done.
+// Each call of the message queue when memory runs out: it succeeds or throws, and leaves nothing half done.
 #include "support/failing-allocations.h"
 #include "support/queue-fixture.h"
 
@@ -26,14 +26,14 @@ std::size_t descriptors() {
     return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
-// Before its receiving thread has started, and while that runs.
+// Before the receiving thread starts, and while it runs.
 class QueueCalls : public queue_test::MessageQueue, public testing::WithParamInterface<std::tuple<bool, Shortage>> {
 protected:
     void SetUp() override {
         startServer();
         client = std::make_unique<host::MessageQueue>(limits);
         if (std::get<0>(GetParam())) client->start();
-        client->withdraw(connect()); // the first connection takes descriptors for all
+        client->withdraw(connect()); // the first connection opens descriptors that all connections share
         atRest = descriptors();
     }
     void expectNoChannel() {
@@ -51,7 +51,7 @@ protected:
 };
 
 TEST_P(QueueCalls, MakeNoQueueOrAWholeOne) {
-    server.reset(); // whose thread has memory of its own
+    server.reset(); // its thread allocates memory
     client.reset();
     atRest = descriptors();
     const auto make = [this] { const host::MessageQueue queue(limits); };
@@ -102,7 +102,7 @@ TEST_P(QueueCalls, BindAHandlerOrNone) {
     int result = 1;
     const auto bind = [&] { result = channel->registerMessageHandler(numberMeta, ignore, nullptr, numberTable); };
     EXPECT_GT(failEverywhere(bind, [] {}), 0);
-    EXPECT_EQ(result, 0); // the failed calls have not bound it
+    EXPECT_EQ(result, 0); // no failed call has bound it
     EXPECT_EQ(channel->registerMessageHandler(numberMeta, ignore, nullptr, numberTable), -17);
 }
 
@@ -159,7 +159,7 @@ TEST_F(QueueToAll, SendsToTheClientsForWhomThereIsMemory) {
             threw = true;
         }
         support::allocationsLeft = -1;
-        // A stream to another host breaks without memory, with which the message is dropped.
+        // Without memory, a stream to another host is disconnected, and its message is dropped.
         std::uint64_t expected = 0;
         ASSERT_TRUE(eventually([&] {
             const auto counters = serverStatistics();

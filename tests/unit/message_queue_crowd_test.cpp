@@ -29,7 +29,7 @@ struct FirstMessage {
     std::atomic<long> descriptors{0};
 };
 
-// Else clients that keep connecting would use its memory and keep it from serving.
+// Otherwise clients that keep connecting would use up its memory and block it.
 TEST_F(MessageQueue, ServesItsFirstClientsBeforeItHasAcceptedTheLast) {
     startServer();
     const std::string hello = validHello();
@@ -48,10 +48,10 @@ TEST_F(MessageQueue, ServesItsFirstClientsBeforeItHasAcceptedTheLast) {
     server->start();
     EXPECT_TRUE(eventually([&] { return first.taken == crowd; }));
     EXPECT_LT(first.descriptors - before, static_cast<long>(crowd / 3));
-    server.reset(); // before the object that its handler uses
+    server.reset(); // destroyed before the object that its handler uses
 }
 
-// Else silent clients would use all descriptors, and every later client would wait for their timeouts.
+// Otherwise silent clients would use all descriptors, and later clients would wait for their timeouts.
 TEST_F(MessageQueue, EvictsTheOldestOfManySilentClients) {
     const host::LogCapture log({0x0202});
     startServer();
@@ -62,7 +62,7 @@ TEST_F(MessageQueue, EvictsTheOldestOfManySilentClients) {
     startClient();
     EXPECT_TRUE(honestClientServed());
     EXPECT_TRUE(
-        eventually([&] { return serverStatistics().refused == silent.size(); })); // the last ones at their timeout
+        eventually([&] { return serverStatistics().refused == silent.size(); })); // the remaining ones at their timeout
     EXPECT_TRUE(clientStatistics().connected);
 }
 
@@ -109,7 +109,7 @@ TEST_F(MessageQueue, FreesWhatItHeldForClientsThatHaveGone) {
             RawPeer(path).send(hello + frameOf(numberMeta, 4, words({1}, false)));
             ASSERT_TRUE(eventually([&] { return serverInbox.size() > before && offered->clients().empty(); }));
         }
-        std::lock_guard lock(serverInbox.mutex); // which grows with every message
+        std::lock_guard lock(serverInbox.mutex); // its vectors grow with every message
         serverInbox.numbers.reserve(1000);
         serverInbox.texts.reserve(1000);
         serverInbox.transports.reserve(1000);
@@ -120,8 +120,8 @@ TEST_F(MessageQueue, FreesWhatItHeldForClientsThatHaveGone) {
     EXPECT_TRUE(eventually([&] { return support::blocksHeld - before < 25; }));
 }
 
-// Every client is counted, and logged in a line of its own or in the number of lines that were held back. What is
-// captured are all lines and those numbers.
+// Every rejected client is counted. It is logged in its own line or in the number of suppressed lines. The capture has
+// all lines and these numbers.
 TEST_F(MessageQueue, WritesFewLinesAboutManyRejectedClients) {
     const host::LogCapture log({0x0202});
     startServer();

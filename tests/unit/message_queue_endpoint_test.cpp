@@ -15,11 +15,11 @@
 
 namespace {
 
-std::atomic<mode_t> modeAtBind{0}; // of the file that the last bind made
+std::atomic<mode_t> modeAtBind{0}; // of the file that the last bind created
 
 } // namespace
 
-// The system's own call, with a look at what it made; visible, so that the platform's library calls it.
+// Interposes the system call and records the mode of the new file; visible, so that the platform's library calls it.
 extern "C" [[gnu::visibility("default")]] int bind(int socket, const sockaddr* address, socklen_t size) noexcept {
     const int result = reinterpret_cast<decltype(&bind)>(dlsym(RTLD_NEXT, "bind"))(socket, address, size);
     struct stat status {};
@@ -54,14 +54,14 @@ TEST_F(MessageQueue, LeavesAnEndpointInUseAlone) {
     host::MessageQueue second(limits);
     try {
         second.serve("tuner", messages, 4096);
-        FAIL() << "took an endpoint in use";
+        FAIL() << "replaced an endpoint in use";
     } catch (const std::runtime_error& error) {
         EXPECT_THAT(error.what(), testing::StartsWith("service tuner is already offered at " + path + " by another"));
     }
     EXPECT_TRUE(honestClientServed());
 }
 
-// Between looking at a left-over socket and replacing it a server holds the lock only.
+// Between checking a stale socket and replacing it, a server holds only the lock.
 TEST_F(MessageQueue, LeavesAnEndpointAloneThatAnotherServerIsTaking) {
     leaveSocketBehind();
     struct stat before {
@@ -73,7 +73,7 @@ TEST_F(MessageQueue, LeavesAnEndpointAloneThatAnotherServerIsTaking) {
         host::MessageQueue second(limits);
         try {
             second.serve("tuner", messages, 4096);
-            ADD_FAILURE() << "took an endpoint that is being taken";
+            ADD_FAILURE() << "took an endpoint that another server is taking";
         } catch (const std::runtime_error& error) {
             EXPECT_THAT(error.what(),
                         testing::StartsWith("service tuner is already offered at " + path + " by another"));

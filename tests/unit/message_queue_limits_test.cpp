@@ -1,4 +1,4 @@
-// The message queue with room for few messages.
+// The message queue with low limits.
 #include "support/queue-fixture.h"
 
 #include <host/log-capture.h>
@@ -29,7 +29,7 @@ protected:
         std::iota(numbers.begin(), numbers.end(), 0U);
         return numbers;
     }
-    const host::LogCapture log; // keeps the refusals off the error output
+    const host::LogCapture log; // hides the expected warnings
 };
 
 INSTANTIATE_TEST_SUITE_P(WithRoomFor, SmallQueue, testing::Values(1, 2, 10),
@@ -37,10 +37,10 @@ INSTANTIATE_TEST_SUITE_P(WithRoomFor, SmallQueue, testing::Values(1, 2, 10),
 
 class CrowdedQueue : public MessageQueue {
 protected:
-    const host::LogCapture log; // keeps the refusals off the error output
+    const host::LogCapture log; // hides the expected warnings
 };
 
-// Else every client could hold the memory of a whole queue.
+// Otherwise every client could hold the memory of a whole queue.
 TEST_F(CrowdedQueue, BoundsWhatWaitsForAllClientsTogetherAndReservesAPartForEach) {
     constexpr std::size_t silent = 8, textBytes = 512 * 1024;
     limits.bytes = 4 * 1024 * 1024;
@@ -62,11 +62,11 @@ TEST_F(CrowdedQueue, BoundsWhatWaitsForAllClientsTogetherAndReservesAPartForEach
     EXPECT_TRUE(eventually([&] { return clientInbox.size() == 1; }));
 }
 
-// Else a client with many notifications would never get the answers to its own requests.
+// Otherwise a client with many queued notifications would never receive the answers to its requests.
 TEST_F(CrowdedQueue, LeavesRoomForAnswersBesideWhatAllClientsAreSent) {
     limits.messages = 80;
     limits.bytes = 4 * 1024 * 1024;
-    // The length of a text, and how many may be sent to all clients while one reads nothing.
+    // The length of a text, and the number of texts that all clients may be sent while one of them reads nothing.
     constexpr std::pair<std::size_t, std::uint64_t> sizes[] = {{16, 70}, {256 * 1024, 14}};
     for (const auto& [textBytes, toAll] : sizes) {
         startServer();
@@ -115,7 +115,7 @@ TEST_P(SmallQueue, ServesOthersBesideAClientThatHasStoppedReading) {
     RawPeer stalled(path);
     stalled.send(validHello() + frameOf(numberMeta, 4, words({1}, false)));
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 1; }));
-    constexpr std::size_t count = 40; // of half a megabyte: more than a socket and the queue hold
+    constexpr std::size_t count = 40; // half a megabyte each: more than a socket and the queue hold
     for (std::size_t i = 1; i <= count; ++i) {
         EXPECT_EQ(0, sendText(*offered, 512 * 1024, 'x'));
         ASSERT_TRUE(eventually([&] { return clientInbox.size() == i; }));

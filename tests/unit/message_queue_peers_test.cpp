@@ -11,7 +11,7 @@
 namespace queue_test {
 namespace {
 
-// The same hello as a machine of the other byte order sends it.
+// The same hello as sent by a machine with the other byte order.
 std::string byteSwappedHello(std::string hello, std::size_t nameLength) {
     const auto turn = [&](std::size_t at, std::size_t size) {
         std::reverse(hello.begin() + static_cast<std::ptrdiff_t>(at),
@@ -80,7 +80,7 @@ TEST_F(MessageQueue, IsNotDisturbedByGarbage) {
     EXPECT_EQ(3u, serverStatistics().refused);
     cut.send(validHello().substr(0, 40));
     EXPECT_TRUE(honestClientServed());
-    EXPECT_TRUE(cut.isRejected()); // at the timeout for its hello
+    EXPECT_TRUE(cut.isRejected()); // at the hello timeout
     EXPECT_EQ(4u, serverStatistics().refused);
     EXPECT_TRUE(honestClientServed());
 }
@@ -138,7 +138,7 @@ TEST_F(MessageQueue, DropsOnlyTheMessageThatABreakCutShort) {
     startServer();
     std::string hello = validHello();
     server.reset();
-    // A service that never reads, so that a large message gets through in part only.
+    // A service that never reads, so that only a part of a large message is sent.
     const int listener = boundSocket();
     ASSERT_EQ(0, ::listen(listener, 1));
     startClient();

@@ -1,4 +1,4 @@
-// When a client without a connection tries again.
+// The delay before a client without a connection tries again.
 #include "queue/retry-delay.h"
 
 #include <gmock/gmock.h>

@@ -38,7 +38,7 @@ std::size_t descriptors() {
     return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
-// A peer whose other end may hang up at any time.
+// A peer whose other end may disconnect at any time.
 class Peer {
 public:
     explicit Peer(int socket) : socket_(socket) {
@@ -52,12 +52,12 @@ public:
     bool send(const std::string& bytes) const {
         return ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
     }
-    // Fewer bytes when the other end has hung up; a timeout is a failure.
+    // Returns fewer bytes if the other end disconnects. A timeout fails the test.
     std::string receive(std::size_t size) const {
         std::string bytes(size, '\0');
         errno = 0;
         const ssize_t count = recv(socket_, bytes.data(), size, MSG_WAITALL);
-        if (errno == EAGAIN) ADD_FAILURE() << "neither an answer nor an end";
+        if (errno == EAGAIN) ADD_FAILURE() << "neither data nor a disconnect";
         bytes.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
         return bytes;
     }
@@ -96,7 +96,7 @@ protected:
         queue_test::changes.notify();
         return 0;
     }
-    // Answers as a service does that tries again.
+    // Answers, and tries again when memory is short, as a service does.
     void answer(const frame::TransportInfo& to, std::uint32_t number) const {
         for (int attempt = 0; attempt < 10; ++attempt) try {
                 channel->asyncSend({}, numberMeta, &to, numberTable, &number, {});
@@ -122,7 +122,7 @@ protected:
         EXPECT_EQ(channel->registerMessageHandler(numberMeta, takeNumber, this, numberTable), 0);
         queue->start();
         descriptorsAtRest = descriptors();
-        hello = Peer(connected()).receive(helloBytes); // a client of the same messages sends the same
+        hello = Peer(connected()).receive(helloBytes); // a client with the same messages sends the same hello
     }
     int connected() const {
         const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -130,7 +130,7 @@ protected:
         EXPECT_EQ(connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         return socket;
     }
-    // Whether a client that connects, sends its hello and a number gets an answer.
+    // Whether a client that connects and sends its hello and a number receives an answer.
     bool exchange() const {
         const Peer peer(connected());
         const std::string body = "abcd";
@@ -179,7 +179,7 @@ TEST_P(StarvedService, FreesTheMemoryOfClientsThatHaveGone) {
             },
             [](long) {});
     };
-    // The service remembers some clients that have gone, until it forgets all of them at once.
+    // The service remembers some disconnected clients, until it forgets all of them at once.
     const auto atLeast = [this] {
         long held = std::numeric_limits<long>::max();
         for (int i = 0; i < 70; ++i) {
@@ -192,16 +192,16 @@ TEST_P(StarvedService, FreesTheMemoryOfClientsThatHaveGone) {
         }
         return held;
     };
-    rounds(); // after which what is kept for good has its size
+    rounds(); // now permanent allocations have their final size
     const long before = atLeast();
     constexpr int times = 30;
     for (int i = 0; i < times; ++i) rounds();
-    EXPECT_LT(atLeast(), before + times); // less than one in each round
+    EXPECT_LT(atLeast(), before + times); // less than one block per round
 }
 
 INSTANTIATE_TEST_SUITE_P(OnceOrMore, StarvedService, testing::Values(1, 3));
 
-// The service is the test's.
+// The test plays the service.
 class StarvedClient : public StarvedThread {
 protected:
     StarvedClient() {
@@ -218,7 +218,7 @@ protected:
         EXPECT_EQ(listen(socket, 8), 0);
         return Peer(socket);
     }
-    // Listens, reads what the client sends, sends a number until the client has handled it, and closes. Returns the
+    // Listens, reads the client's messages, sends a number until the client has handled it, and closes. Returns the
     // numbers that the client sent.
     std::vector<std::uint32_t> runServiceOnce() {
         std::vector<std::uint32_t> received;
@@ -227,7 +227,7 @@ protected:
         while (taken == before) {
             const int socket = accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC);
             if (socket < 0) {
-                ADD_FAILURE() << "the client does not come";
+                ADD_FAILURE() << "the client does not connect";
                 break;
             }
             const Peer client(socket);
@@ -253,7 +253,7 @@ protected:
     }
 
     queue_test::ConnectionEvents connectionEvents;
-    std::uint32_t newest = 0; // of the numbers that the client sent
+    std::uint32_t newest = 0; // newest number that the client sent
 };
 
 TEST_P(StarvedClient, ConnectsAgainAndCountsEveryLostMessage) {

@@ -97,7 +97,7 @@ TEST_F(MessageQueue, LogsTheFirstRefusalAndHowManyFollowedIt) {
         for (const auto& line : log.lines())
             if (line.text.find(" refused: ") != std::string::npos ||
                 line.text.find("were refused") != std::string::npos)
-                texts.push_back(line.text); // unlike a connection that is refused
+                texts.push_back(line.text); // not the lines about refused connections
         return texts;
     };
     const auto fill = [&] {
@@ -244,7 +244,7 @@ TEST_F(MessageQueue, TakesItsLimitsFromTheEnvironment) {
     setenv("TVSA_QUEUE_MESSAGES", "a dozen", 1);
     try {
         host::QueueLimits::fromConfiguration();
-        ADD_FAILURE() << "took it for a number";
+        ADD_FAILURE() << "accepted it as a number";
     } catch (const std::runtime_error& error) {
         EXPECT_NE(std::string::npos, std::string(error.what()).find("TVSA_QUEUE_MESSAGES")) << error.what();
     }

@@ -1,4 +1,4 @@
-// A service that one client floods while others send requests.
+// A service that one client floods with messages while others send requests.
 #include "support/queue-fixture.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@
 namespace queue_test {
 namespace {
 
-// Blocks the receiving thread at each number until it is released, and notes who sent it. Then notifies all clients.
+// Blocks the receiving thread at each number until released, and records the sender. Then notifies all clients.
 struct HeldHandler {
     static int take(const frame::MsgMeta&, const frame::TransportInfo& transport, const void*, void* context) {
         auto& self = *static_cast<HeldHandler*>(context);
@@ -40,8 +40,8 @@ struct HeldHandler {
     std::mutex mutex;
     std::condition_variable goOn;
     bool released = false;
-    std::chrono::milliseconds work{0};   // that each number takes
-    host::QueueChannel* toAll = nullptr; // where the notifications to all are sent, if any
+    std::chrono::milliseconds work{0};   // duration of handling a number
+    host::QueueChannel* toAll = nullptr; // channel for the notifications, if any
     std::vector<std::uint64_t> takers;
 };
 
@@ -71,7 +71,7 @@ protected:
 };
 
 TEST_F(FloodedQueue, ServesAnotherClientAfterABoundedNumberOfTheFloodersMessages) {
-    flooder->send(hello + numbers(1500)); // in one piece, which fits into a buffer
+    flooder->send(hello + numbers(1500)); // in one send that fits into a buffer
     ASSERT_TRUE(eventually([&] { return handler.taken() == 1; }));
     RawPeer other(path);
     other.send(hello + numbers(1));
@@ -99,21 +99,21 @@ TEST_F(FloodedQueue, StopsAlthoughMessagesAreWaiting) {
     flooder->send(hello + numbers(1500));
     ASSERT_TRUE(eventually([&] { return handler.taken() == 1; }));
     auto stopped = std::async(std::launch::async, [&] { server->stop(); });
-    ASSERT_TRUE(eventually([&] { return sendNumber(*offered, 1) == -108; })); // the stop has begun
+    ASSERT_TRUE(eventually([&] { return sendNumber(*offered, 1) == -108; })); // the queue is stopping
     handler.release();
     stopped.get();
     EXPECT_EQ(handler.taken(), 1U);
 }
 
-// Else messages to the others find their queues full.
+// Otherwise the queues of the other clients would be full.
 TEST_F(FloodedQueue, SlowsTheFlooderWhileOthersDoNotReadItsNotifications) {
     RawPeer stalled(path);
     stalled.send(hello);
     ASSERT_TRUE(eventually([&] { return offered->clients().size() == 1; }));
     handler.toAll = offered;
     handler.release();
-    constexpr std::uint32_t count = 2000, together = 64; // then it waits
-    constexpr std::uint32_t unnoticed = 300;             // the sockets and queues take these
+    constexpr std::uint32_t count = 2000, together = 64; // then the flooder must wait
+    constexpr std::uint32_t unnoticed = 300;             // the sockets and queues hold this many
     const auto begin = std::chrono::steady_clock::now();
     flooder->send(hello + numbers(count));
     ASSERT_TRUE(eventually([&] { return handler.taken() == count; }));

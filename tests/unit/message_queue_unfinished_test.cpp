@@ -1,4 +1,4 @@
-// Messages of which only a part arrives: they must not use up the memory for others, nor hold it for long.
+// Messages that arrive only in part. They must not use up the memory for others, nor hold memory for long.
 #include "queue/receive-budget.h"
 #include "queue/receive-buffer.h"
 #include "support/queue-fixture.h"
@@ -68,7 +68,7 @@ TEST_F(UnfinishedMessage, DoesNotEndTheConnectionOfAPeerThatFinishesItsMessages)
     peer.send(hello + frame.substr(0, 20));
     const auto end = std::chrono::steady_clock::now() + 2500ms;
     std::size_t finished = 0;
-    while (std::chrono::steady_clock::now() < end) { // always in the middle of a message
+    while (std::chrono::steady_clock::now() < end) { // every send ends in the middle of a message
         peer.send(frame.substr(20) + frame.substr(0, 20));
         ++finished;
         ASSERT_TRUE(eventually([&] { return serverInbox.size() == finished; }));
@@ -90,7 +90,7 @@ TEST_F(UnfinishedMessage, LeavesMemoryForOthersHoweverManyThereAre) {
         "the unfinished messages of process " + std::to_string(getpid()) + " may take 24 MiB and need more", 10s));
 }
 
-// Else the large buffer of a message that has ended could be held by a small one.
+// Otherwise a small message could hold the large buffer of an earlier one.
 TEST_F(UnfinishedMessage, HasNoLargeBufferWhenItIsSmall) {
     startServerThatWaits(1h);
     const std::string small = frameOf(numberMeta, 4, words({1}, false));
@@ -98,7 +98,7 @@ TEST_F(UnfinishedMessage, HasNoLargeBufferWhenItIsSmall) {
     const auto whole = static_cast<std::uint32_t>(large.size());
     large = hello + frameOf(unknownMeta, whole, large);
     std::vector<std::unique_ptr<RawPeer>> peers;
-    for (std::uint64_t i = 1; i <= 3; ++i) { // each takes more than half of what they may have together
+    for (std::uint64_t i = 1; i <= 3; ++i) { // each takes more than half of their common limit
         peers.push_back(std::make_unique<RawPeer>(path));
         EXPECT_TRUE(peers.back()->trySend(large + small.substr(0, 20)));
         EXPECT_TRUE(eventually([&] { return serverStatistics().undecodable == i; }));

@@ -1,4 +1,4 @@
-// How the MM service's proxy sends its request and delivers the answer.
+// The MM service's proxy: sending its request and delivering the answer.
 #include "app-mmservice-proxy-main.h"
 #include "support/log-texts.h"
 #include "support/recording-module.h"
@@ -32,7 +32,7 @@ class Client : public ClientInterface {
 public:
     int mmServiceInfo(frame::MsgIds& ids, const frame::TransportInfo& transport, const Infos& infos) override {
         EXPECT_EQ(ids, frame::MsgIds::none);
-        ids = {9, 9}; // a client's own copy, like the list
+        ids = {9, 9}; // the client may change its own copy, as it may change the list
         received.push_back(infos);
         const_cast<Infos&>(infos).clear();
         lastTransport = transport;
@@ -53,7 +53,7 @@ protected:
     void addAll() {
         for (const auto& client : clients) EXPECT_EQ(proxy.addClient(client), 0);
     }
-    // Delivers an answer as the framework does: to the handler that is bound to it.
+    // Delivers an answer as the framework does, to the bound handler.
     int notify(const Infos& infos) {
         if (module.bound.empty()) proxy.registerMessageHandlers();
         const auto& bound = module.bound.front();
@@ -84,7 +84,7 @@ TEST_F(MmProxy, SetsItsServiceAndBufferWhenMade) {
 
 TEST_F(MmProxy, SendsItsRequestWithTheCallersIdsAndWithoutItsTransport) {
     const host::LogCapture log{{genrpc::MmProxyLog}};
-    EXPECT_EQ(proxy.mmServiceReq(ids, transport, requests), 0) << "whatever the module answered";
+    EXPECT_EQ(proxy.mmServiceReq(ids, transport, requests), 0) << "regardless of the module's result";
     ASSERT_THAT(module.sent, SizeIs(1));
     const auto& sent = module.sent.front();
     EXPECT_EQ(sent.ids, (frame::MsgIds{11, 12}));
@@ -116,7 +116,7 @@ TEST_F(MmProxy, KeepsTheRequestsMemoryUntilALaterCompletionOnAnotherThread) {
 }
 
 TEST_F(MmProxy, BindsItsOneNotification) {
-    EXPECT_EQ(proxy.registerMessageHandlers(), 0) << "whatever the module answers";
+    EXPECT_EQ(proxy.registerMessageHandlers(), 0) << "regardless of the module's result";
     ASSERT_THAT(module.bound, SizeIs(1));
     EXPECT_EQ(module.bound[0].meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7774, 0x28671237, 1}));
     EXPECT_EQ(module.bound[0].context, &proxy);
@@ -137,7 +137,7 @@ TEST_F(MmProxy, AnswersMinusSeventeenAndMinusTwoForClientsThatAreKnownAndUnknown
 }
 
 TEST_F(MmProxy, TakesPointersOfDifferentOwnersToOneObjectForOneClient) {
-    const host::LogCapture log; // keeps its warnings off the output
+    const host::LogCapture log; // hides expected warnings
     Client client;
     const auto pointer = [&] { return boost::shared_ptr<Client>(&client, [](Client*) {}); };
     EXPECT_EQ(proxy.addClient(pointer()), 0);
@@ -158,7 +158,7 @@ TEST_F(MmProxy, GivesEachClientItsOwnListInTheOrderOfRegistration) {
     std::string order;
     for (std::size_t i = 0; i < 3; ++i) clients[i]->then = [&order, i] { order += std::to_string(i); };
     addAll();
-    EXPECT_EQ(notify(infos), 0) << "whatever the clients answer";
+    EXPECT_EQ(notify(infos), 0) << "regardless of the clients' results";
     EXPECT_EQ(order, "012");
     for (const auto& client : clients) {
         EXPECT_THAT(client->received, ElementsAre(infos));
@@ -193,7 +193,7 @@ TEST_F(MmProxy, LetsAClientsExceptionOutAndServesOn) {
     EXPECT_THROW(notify(infos), std::runtime_error);
     EXPECT_THAT(clients[0]->received, SizeIs(1));
     EXPECT_THAT(clients[2]->received, IsEmpty());
-    EXPECT_EQ(clients[2].use_count(), 2) << "the handler's copy of the list is gone";
+    EXPECT_EQ(clients[2].use_count(), 2) << "the handler has released its copy of the list";
     clients[1]->then = nullptr;
     EXPECT_EQ(notify(infos), 0);
     EXPECT_THAT(clients[2]->received, ElementsAre(infos));

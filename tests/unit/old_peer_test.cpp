@@ -1,5 +1,5 @@
-// An older peer against a newer one. Who has other messages, or one of another layout, is rejected with a line that
-// names the message; who has the same layouts talks, whatever it calls them.
+// Older peers and newer ones. A peer with other messages, or with a message of another layout, is rejected with a log
+// line that names the message. A peer with the same layouts is accepted, whatever names it gives them.
 #include "queue/handshake.h"
 #include "support/queue-fixture.h"
 
@@ -19,7 +19,7 @@ using testing::HasSubstr;
 
 class AnOldPeer : public MessageQueue {
 protected:
-    // Both sides have rejected each other, each with its line, and no message has passed.
+    // Expects that both sides reject each other, each with its log line, and that no message is delivered.
     void expectRejected(const frame::MessageSet& service, const frame::MessageSet& peer,
                         const std::string& servicesLine, const std::string& peersLine) {
         const host::LogCapture log({0x0202});
@@ -78,7 +78,7 @@ TEST_F(AnOldPeer, TalksWhenItsLayoutsAreTheSameUnderOtherNamesInAnotherOrder) {
 
 // ---- the same with the messages of the TV service ----
 
-// What the TV service says to a peer with these messages.
+// The TV service's verdict on a peer with these messages.
 Handshake::Judgement judge(const std::vector<frame::MessageDescription>& peers) {
     const Handshake service(tvservice::serviceName, tvservice::messageSet(), true);
     const Handshake peer(tvservice::serviceName, {peers.data(), peers.size()}, false);

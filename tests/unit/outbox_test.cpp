@@ -1,4 +1,4 @@
-// Messages as frames on their way to one peer, or to several.
+// Messages as frames to one peer or several.
 #include "queue/outbox.h"
 
 #include "support/queue-fixture.h"
@@ -26,7 +26,7 @@ protected:
 TEST_F(OutboxTest, CopiesAMessageForSeveralPeersThatIsMarshalledAlready) {
     host::Bytes frame;
     add(first, 1, &frame);
-    add(second, 2, &frame); // whose payload is not looked at again
+    add(second, 2, &frame); // does not read the payload again
     EXPECT_EQ(contentOf(second), contentOf(first));
     EXPECT_EQ(second.messages(), 1U);
 }

@@ -1,4 +1,4 @@
-// How the TV service's proxy sends each of its requests and delivers each of its notifications.
+// The TV service's proxy: sending each request and delivering each notification.
 #include "app-tvservice-proxy-main.h"
 #include "support/log-texts.h"
 #include "support/recording-module.h"
@@ -42,7 +42,7 @@ protected:
     template <class Message> int send(const typename Message::Body::Arguments& arguments = sampleOf<Message>()) {
         return support::call<Message, ServiceInterface>(proxy, ids, frame::TransportInfo{5, {6, 7}}, arguments);
     }
-    // What the last message said.
+    // The arguments of the last message.
     template <class Message> typename Message::Body::Arguments lastSent() {
         return Message::Body::read(support::received(*Message::table(), module.sent.back().wire, false).get());
     }
@@ -55,7 +55,7 @@ protected:
 TEST_F(EverySender, SendsItsMessageWithTheCallersIdsAndWithoutItsTransport) {
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         module.sent.clear();
-        EXPECT_EQ(send<Message>(), 0) << "whatever the module answered";
+        EXPECT_EQ(send<Message>(), 0) << "regardless of the module's result";
         ASSERT_THAT(module.sent, SizeIs(1));
         const auto& sent = module.sent.front();
         EXPECT_EQ(sent.ids, (frame::MsgIds{11, 12}));
@@ -116,7 +116,7 @@ TEST_F(EverySender, KeepsItsMemoryUntilALaterCompletionOnAnotherThread) {
 
 TEST_F(EverySender, GivesItsMemoryBackWithoutAModule) {
     proxy.setOmqIOModule(nullptr);
-    const host::LogCapture log; // of the framework, which complains
+    const host::LogCapture log; // hides the framework's warning
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         const auto before = host::flatHeapUsage().blocks;
         EXPECT_EQ(send<Message>(), 0);
@@ -139,7 +139,7 @@ TEST_F(EverySender, HasTheseBytesOnTheWireWhereThereIsLittleToSend) {
     EXPECT_EQ(module.sent.back().wire, std::string(1, '\0'));
     send<messages::TvServiceSendKeyReq>({""});
     const auto empty = support::received(*messages::TvServiceSendKeyReq::table(), module.sent.back().wire, false);
-    EXPECT_EQ(module.sent.back().wire.size(), 9U) << "the terminator alone";
+    EXPECT_EQ(module.sent.back().wire.size(), 9U) << "only the terminator";
     EXPECT_EQ(reinterpret_cast<const vdlDeserString_t*>(empty.get())->length, 0U);
     EXPECT_STREQ(reinterpret_cast<const vdlDeserString_t*>(empty.get())->data, "");
     send<messages::SetCasService>({TvServiceCasServiceType_t{-1}});
@@ -160,7 +160,7 @@ TEST_F_WHERE(support::flatMemoryIsLimited, EverySender, SendsNothingAndKeepsNoth
 
 // ---- handlers ----
 
-// Writes down what it receives, then spoils what it was given.
+// Records its arguments, then overwrites them.
 class SpoilingClient : public support::RecordingTvClient {
 public:
 #define SPOIL(type, name) spoil(name);
@@ -192,7 +192,7 @@ protected:
     void add(std::size_t count) {
         for (; added < count; ++added) proxy.addClient(clients[added]);
     }
-    // Delivers a message as the framework does: to the handler that is bound to its meta.
+    // Delivers a message as the framework does, to the handler bound to its meta.
     template <class Message> int notify(const typename Message::Body::Arguments& arguments = sampleOf<Message>()) {
         const support::FlatBody<Message> body(arguments);
         return notifyFlat<Message>(body.get());
@@ -205,7 +205,8 @@ protected:
     template <class Message> static genrpc::Json jsonOf(const typename Message::Body::Arguments& arguments) {
         return std::apply([](const auto&... args) { return genrpc::argumentsToJson<Message>(args...); }, arguments);
     }
-    // A client's calls, which it then forgets, are one: this message, with everything that belongs to it.
+    // Expects that the client received one call of this message, with its sample, ids and transport. Then clears its
+    // calls.
     template <class Message> void expectReceivedOnce(SpoilingClient& client) {
         ASSERT_THAT(client.calls, SizeIs(1));
         EXPECT_EQ(client.calls[0].message, Message::name);
@@ -257,7 +258,7 @@ TEST_F(EveryHandler, GivesEachClientItsOwnArgumentsAndIds) {
     for (const std::size_t count : {1U, 3U}) {
         add(count);
         support::forEach(support::TvNotifications{}, [&]<class Message>() {
-            EXPECT_EQ(notify<Message>(), 0) << "whatever the clients answer";
+            EXPECT_EQ(notify<Message>(), 0) << "regardless of the clients' results";
             for (std::size_t i = 0; i < count; ++i) expectReceivedOnce<Message>(*clients[i]);
         });
     }
@@ -285,7 +286,7 @@ TEST_F(EveryHandler, GoesOnWithItsCopyWhenAClientRemovesItself) {
         EXPECT_THAT(clients[1]->calls, IsEmpty());
         expectReceivedOnce<Message>(*clients[2]);
         clients[0]->calls.clear();
-        proxy.addClient(clients[1]); // behind the others from now on
+        proxy.addClient(clients[1]); // now after the others
     });
 }
 
@@ -295,7 +296,7 @@ TEST_F(EveryHandler, LetsAClientsExceptionOutAndServesOn) {
         clients[0]->then = [](frame::MsgIds&) { throw std::runtime_error("client"); };
         EXPECT_THROW(notify<Message>(), std::runtime_error);
         EXPECT_THAT(clients[1]->calls, IsEmpty());
-        EXPECT_EQ(clients[0].use_count(), 2) << "the handler's copy of the list is gone";
+        EXPECT_EQ(clients[0].use_count(), 2) << "the handler has released its copy of the list";
         clients[0]->then = nullptr;
         clients[0]->calls.clear();
         notify<Message>();
@@ -327,7 +328,7 @@ TEST_F(EveryHandler, ReadsTheDownloadStatusTextByItsLength) {
         notifyFlat<messages::TvserviceOadStatusNotify>(&body);
         return genrpc::textOf(clients[0]->calls.back().arguments);
     };
-    EXPECT_EQ(received(), R"({"status":7,"text":""})") << "no block";
+    EXPECT_EQ(received(), R"({"status":7,"text":""})") << "without a block";
     body.text = {0, block.get()};
     EXPECT_EQ(received(), R"({"status":7,"text":""})") << "length 0";
     body.text = {4, block.get()};

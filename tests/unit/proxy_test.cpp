@@ -1,5 +1,5 @@
-// The proxies' lives, their registries, and the delivery of an answer (proxy_messages_test.cpp has
-// all messages, mm_proxy_test.cpp those of the MM service).
+// The proxies' life cycles, their registries, and the delivery of an answer. proxy_messages_test.cpp has all messages,
+// mm_proxy_test.cpp those of the MM service.
 #include "app-mmservice-proxy-main.h"
 #include "app-tvservice-proxy-main.h"
 #include "support/log-texts.h"
@@ -43,7 +43,7 @@ public:
 class TvProxy : public testing::Test {
 protected:
     TvProxy() { proxy.setOmqIOModule(&module); }
-    // Delivers one notification as the framework does.
+    // Delivers a notification as the framework does.
     int notify(const std::vector<tvservice::TvServiceInfo_t>& infos) {
         const support::FlatBody<tvservice::messages::TvServiceInfo> body(std::tuple{infos});
         return tvservice::Proxy::callTvServiceInfo(tvservice::messages::TvServiceInfo::meta, {}, body.get(), &proxy);
@@ -81,7 +81,7 @@ TEST_F(TvProxy, AnswersMinusSeventeenAndMinusTwoForClientsThatAreKnownAndUnknown
 }
 
 TEST_F(TvProxy, TakesPointersOfDifferentOwnersToOneObjectForOneClient) {
-    const host::LogCapture log; // keeps its warnings off the output
+    const host::LogCapture log; // hides expected warnings
     TvClient client;
     const auto pointer = [&] { return boost::shared_ptr<TvClient>(&client, [](TvClient*) {}); };
     EXPECT_EQ(proxy.addClient(pointer()), 0);
@@ -119,7 +119,7 @@ bool registered(const char* key) {
     return frame::Process::getInstance()->getInterfaceReference(reference, key) == 0;
 }
 
-// What the two proxies have in common, for both.
+// The behaviour that both proxies share.
 template <class P, class I, genrpc::LogModule number> struct Kind {
     using Proxy = P;
     using Interface = I;
@@ -168,7 +168,7 @@ TYPED_TEST(ProxyLifecycle, RegistersItsInterfaceAndReportsThatTheKeyIsTaken) {
     EXPECT_EQ(proxy->stop(), 0);
     boost::shared_ptr<frame::Interface> reference;
     ASSERT_EQ(frame::Process::getInstance()->getInterfaceReference(reference, Interface::interfaceKey), 0);
-    EXPECT_EQ(reference->get<Interface>(), static_cast<Interface*>(proxy.get())) << "also when it has stopped";
+    EXPECT_EQ(reference->get<Interface>(), static_cast<Interface*>(proxy.get())) << "even after it has stopped";
     {
         typename TypeParam::Proxy second;
         ASSERT_EQ(second.attachProcess(*frame::Process::getInstance()), 0);

@@ -1,5 +1,5 @@
-// The core records: their exact layouts, tables and the four operations of their flat forms; and what all messages are
-// made of.
+// The core records: their exact layouts, tables and the four operations of their flat forms. Also the composition of
+// all messages.
 #include "support/layouts.h"
 #include "support/samples.h"
 #include "support/wire.h"
@@ -146,7 +146,7 @@ TEST(FlatForm, IsZeroWhenDefaultConstructed) {
 TEST(FlatForm, LeavesItsTerminalUnsetUntilItIsAssigned) {
     unsigned char memory[sizeof(_TvServiceInfo_t_struct)];
     std::memset(memory, 0xAA, sizeof memory);
-    asm volatile("" : : "r"(memory) : "memory"); // what the memory held before is looked at on purpose
+    asm volatile("" : : "r"(memory) : "memory"); // the previous content of the memory is read on purpose
     new (memory) _TvServiceInfo_t_struct;
     asm volatile("" : : "r"(memory) : "memory");
     EXPECT_EQ(std::string(reinterpret_cast<char*>(memory), 8), std::string(8, '\xAA'));
@@ -158,7 +158,7 @@ TEST(FlatForm, ReleasesItsStringListButNotItsStringsWhenAssignedAgain) {
     const auto before = host::flatHeapUsage().blocks;
     char* const firstUri = form.uri.data;
     form = request;
-    // Seven single strings twice over; the list's array and its three strings once.
+    // The seven single strings are allocated twice; the list's array and its three strings once.
     EXPECT_EQ(host::flatHeapUsage().blocks, before + 7);
     EXPECT_NE(form.uri.data.get(), firstUri);
     EXPECT_STREQ(firstUri, request.uri.c_str());

@@ -1,4 +1,4 @@
-// What tvctl doctor finds in keys and in services on other hosts.
+// What tvctl doctor finds about keys and services on other hosts.
 #include "support/doctor-fixture.h"
 #include "support/remote-endpoint.h"
 #include "support/test-where.h"
@@ -19,7 +19,7 @@ using namespace tvctl::doctor;
 using testing::Contains;
 using testing::Field;
 
-// The TV service at a port of this machine, whose own keys are those of both sides.
+// The TV service at a port of this machine. Both sides use this machine's keys.
 class DoctorBetweenHosts : public Doctor {
 protected:
     static void set(const char* variable, const std::string& value) { support::RemoteEndpoint::set(variable, value); }
@@ -39,7 +39,7 @@ protected:
         EXPECT_EQ(0, ::listen(listener, 1));
         return listener;
     }
-    // The error with which a process that serves it would end.
+    // The error of a process that tries to serve it.
     std::string whyItCannotBeServed() {
         try {
             serve();
@@ -49,7 +49,7 @@ protected:
         }
     }
 
-    const host::LogCapture quiet; // of the service in this process
+    const host::LogCapture quiet; // hides lines of the service in this process
     const Service tv = services().at(0);
     const support::RemoteEndpoint remote{folder, "TVSERVICE"};
     const host::KeyPair& keys = remote.keys;
@@ -181,7 +181,7 @@ TEST_F(DoctorBetweenHosts, SaysWhenItDoesNotCompareMessages) {
 
 TEST_F_WHERE(support::isRoot(), DoctorBetweenHosts, FindsAListenerOfAnotherUser) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
-    setfsuid(7); // of this thread: the owner of the socket
+    setfsuid(7); // changes this thread's file system user, which owns the new socket
     const int listener = listenAt(INADDR_LOOPBACK);
     setfsuid(geteuid());
     const Diagnosis diagnosis = check();

@@ -1,4 +1,4 @@
-// The parts of an endpoint on a network.
+// The parts of a network endpoint.
 #include <host/endpoint.h>
 
 #include <gtest/gtest.h>

@@ -31,7 +31,7 @@ protected:
         std::ofstream(file) << text;
         std::filesystem::permissions(file, std::filesystem::perms(0600));
     }
-    // What is wrong with the file, beside its name.
+    // The error for the key file. It must begin with the file's name.
     std::string error() const {
         try {
             host::readKeys(file);
@@ -124,7 +124,7 @@ TEST_F(Keys, OfAnEarlierVersionAreRefusedWithWhatToDo) {
                                   file + "' and give its public key to the other hosts"));
     try {
         host::checkKey("rq:rM>}U?@Lns47E1%kR.o@n%FcmmsL/@{H8]yf7", "keys.clients");
-        ADD_FAILURE() << "is a key";
+        ADD_FAILURE() << "was accepted as a key";
     } catch (const std::runtime_error& error) {
         EXPECT_THAT(error.what(), EndsWith(" (that of an earlier version? see tvctl keygen)"));
     }

@@ -52,7 +52,7 @@ protected:
         startServer();
         hello = RawPeer(path).receive(helloSize);
     }
-    // Whether a client that proves its key, says its hello and sends a number is served.
+    // Whether a client that proves its key and sends its hello and a number is served.
     bool exchange() {
         const auto taken = serverInbox.size();
         const auto counted = accounted();
@@ -73,9 +73,9 @@ TEST_P(AServiceWithoutMemory, ServesTheNextClientAndCountsThoseItLost) {
     const host::LogCapture quiet({0x0202});
     ASSERT_TRUE(exchange());
 #ifdef SUPPORT_HEAP_IS_THE_SANITIZERS
-    constexpr long step = 1, atLeast = 15; // malloc is the sanitizer's, so that the TLS library always has memory
+    constexpr long step = 1, atLeast = 15; // malloc is the sanitizer's, so allocations of the TLS library never fail
 #else
-    constexpr long step = 11, atLeast = 1000; // of which the library makes most, in a handshake
+    constexpr long step = 11, atLeast = 1000; // most of them by the TLS library, in a handshake
 #endif
     const long allocations = support::failElsewhereAtEveryAllocation(
         GetParam(), [&](long) { exchange(); }, [&](long) { EXPECT_TRUE(exchange()); }, step);

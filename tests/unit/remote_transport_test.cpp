@@ -1,4 +1,4 @@
-// Which clients a service that is offered to other hosts accepts, and which settings it rejects.
+// Which clients a service offered to other hosts accepts, and which settings it rejects.
 #include "support/queue-fixture.h"
 
 #include <host/log-capture.h>
@@ -20,7 +20,7 @@ using support::RemoteEndpoint;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-// A peer without TLS at the port of a service.
+// A peer that connects to the service's port without TLS.
 class PlainPeer {
 public:
     explicit PlainPeer(int port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -34,7 +34,7 @@ public:
     void send(const std::string& bytes) {
         EXPECT_EQ(static_cast<ssize_t>(bytes.size()), ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL));
     }
-    bool isRejected() { // after at most a hello
+    bool isRejected() { // it may send a hello first
         char byte[4096];
         ssize_t count;
         while ((count = ::recv(socket_, byte, sizeof byte, 0)) > 0) {
@@ -51,7 +51,7 @@ private:
     int socket_;
 };
 
-// Replaces the system's name server: knows the host slow.test until it stops answering.
+// Replaces the system's name resolution. It resolves the host slow.test until told to stop answering.
 class NameServer {
 public:
     NameServer() { current = this; }
@@ -100,7 +100,7 @@ protected:
         EXPECT_EQ(0u, serverInbox.size());
         EXPECT_TRUE(offered->clients().empty());
     }
-    // The error of a start.
+    // The error that a start throws.
     template <class Start> std::string errorOf(Start start) {
         try {
             start();
@@ -168,7 +168,7 @@ TEST_F(BetweenHosts, GivesTheReasonForEachOfManyClientsWithUnknownKeys) {
                                               HasSubstr("its key is not among the known ones: ")));
 }
 
-// Each peer lacks one thing; a peer that lacks nothing is accepted.
+// Each peer has one fault. A peer without a fault is accepted.
 TEST_F(BetweenHosts, AcceptsOnlyAPeerThatProvesAKnownKey) {
     const host::LogCapture log({0x0202});
     startServer();
@@ -213,7 +213,7 @@ TEST_F(BetweenHosts, GivesAKeyABoundedNumberOfStreams) {
     for (int i = 0; i < 64; ++i) {
         peers.push_back(std::make_unique<support::RemotePeer>(path));
         ASSERT_TRUE(peers.back()->isAccepted()) << i;
-        ASSERT_TRUE(peers.back()->send(hello)) << i; // else the service ends the connection after 2 s
+        ASSERT_TRUE(peers.back()->send(hello)) << i; // without it the service ends the connection after 2 s
     }
     startClient();
     EXPECT_TRUE(log.waitFor("a key has at most 64 streams: " + remote->keys.publicKey, 10s));
@@ -222,7 +222,7 @@ TEST_F(BetweenHosts, GivesAKeyABoundedNumberOfStreams) {
     EXPECT_TRUE(honestClientServed());
 }
 
-// A public key is no secret: a peer that only shows it must not use up its owner's streams.
+// A public key is not secret: a peer that only presents it must not use up its owner's streams.
 TEST_F(BetweenHosts, CountsOnlyStreamsWhosePeerHasProvenTheKey) {
     const host::LogCapture log({0x0202});
     startServer();
@@ -236,7 +236,7 @@ TEST_F(BetweenHosts, CountsOnlyStreamsWhosePeerHasProvenTheKey) {
     for (const auto& line : log.lines()) EXPECT_THAT(line.text, testing::Not(HasSubstr("a key has at most")));
 }
 
-// A new key costs the client next to nothing, and it can send them without end.
+// Key updates cost the client almost nothing, so it can send them without end.
 TEST_F(BetweenHosts, ServesOthersWhileAClientSendsKeyUpdatesWithoutAPause) {
     const host::LogCapture log({0x0202});
     startBoth();
@@ -255,7 +255,7 @@ TEST_F(BetweenHosts, ServesOthersWhileAClientSendsKeyUpdatesWithoutAPause) {
     speaker.join();
 }
 
-// Else they would use all descriptors, and other clients could not connect.
+// Otherwise they would use all descriptors, and other clients could not connect.
 TEST_F(BetweenHosts, EvictsTheOldestOfManySilentConnections) {
     const host::LogCapture log({0x0202});
     startServer();
@@ -266,11 +266,11 @@ TEST_F(BetweenHosts, EvictsTheOldestOfManySilentConnections) {
     startClient();
     EXPECT_TRUE(honestClientServed());
     EXPECT_TRUE(
-        eventually([&] { return serverStatistics().refused == silent.size(); })); // the last ones at their timeout
+        eventually([&] { return serverStatistics().refused == silent.size(); })); // the remaining ones at their timeout
     EXPECT_TRUE(clientStatistics().connected);
 }
 
-// Else one byte on each connection would be enough to block all others.
+// Otherwise one byte on each connection would be enough to block all other clients.
 TEST_F(BetweenHosts, EvictsTheOldestAndNotTheNewestWhenAllHaveSentSomething) {
     const host::LogCapture log({0x0202});
     startServer();
@@ -295,7 +295,7 @@ TEST_F(BetweenHosts, EvictsNoConnectionThatHasSentSomethingWhileThereIsASilentOn
     EXPECT_FALSE(slow.isEndedNow());
 }
 
-// The client is slow, has yet to read the records, and goes on sending requests.
+// The client is slow: it has not read the records yet, and keeps sending requests.
 TEST_F(BetweenHosts, DeliversWhatWasSentBeforeAStopToAClientThatGoesOnSending) {
     startBoth();
     constexpr std::size_t size = 100'000;
@@ -338,7 +338,7 @@ TEST_F(BetweenHosts, FindsAServiceByTheNameOfItsHost) {
     EXPECT_TRUE(honestClientServed());
 }
 
-// A name without an answer must not delay other services or the end of the process.
+// A pending name lookup must not delay other services or the end of the process.
 TEST_F(BetweenHosts, WaitsForANameOnlyInTheServiceThatHasIt) {
     NameServer names;
     startServer();
@@ -421,7 +421,7 @@ TEST_F(BetweenHosts, NeedsAnAddressOfThisMachineToListenAt) {
 } // namespace
 } // namespace queue_test
 
-// Found before the system's.
+// Interposes the system's function.
 extern "C" [[gnu::visibility("default")]] int getaddrinfo(const char* host, const char* port, const addrinfo* hints,
                                                           addrinfo** found) {
     static const auto systems = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));

@@ -1,4 +1,4 @@
-// The resource manager's lines: text, place, severity and order.
+// The resource manager's log lines: text, source location, severity and order.
 #include "unit/resource-manager-fixture.h"
 
 #include <csignal>
@@ -59,7 +59,7 @@ TEST_F(ManagerLines, FollowABundleFromItsIntakeToItsEnd) {
                             "4000 " + here + "notifyInfo(): finished req_id 1"));
 }
 
-// The line that an answer leaves last.
+// The last line that an answer causes.
 class AnswerLines : public ManagerLines {
 protected:
     std::string lineOf(ResResponse from, const std::vector<TvServiceInfo_t>& infos) {

@@ -1,4 +1,4 @@
-// How the resource manager finds the services: through the framework when first needed, and kept from then on.
+// How the resource manager finds the services: it looks them up in the framework when first needed, and keeps them.
 #include "support/tv-doubles.h"
 #include "unit/resource-manager-fixture.h"
 
@@ -15,7 +15,7 @@ namespace {
 
 using namespace managertest;
 
-// Sends by its own cycle.
+// The test runs its worker's cycle.
 class SendingManager : public ResManager {
 public:
     SendingManager() : ResManager(WithoutWorker{}) {}
@@ -43,7 +43,7 @@ public:
     std::vector<Call> calls;
 };
 
-// A member that offers one object under one key.
+// A member that registers one object under one key.
 class Offer : public frame::AbstractProcessMember {
 public:
     template <class T> Offer(T* object, const char* key) {
@@ -59,7 +59,7 @@ std::string pointerText(const void* pointer) {
     return text;
 }
 
-// The lines that one of the two senders has written since `log` began.
+// The lines that one of the two senders has written since `log` was created.
 std::vector<std::string> linesOf(const host::LogCapture& log, const std::string& function) {
     std::vector<std::string> found;
     for (const auto& line : show(log.lines())) {
@@ -83,9 +83,9 @@ protected:
     void expectTheMmServiceIsLookedForUntilItIsThere();
 };
 
-// The manager keeps what it finds for the life of the process, so each test has a process of its own, with a double
-// that lasts as long.
-void inAProcessOfItsOwn(const std::function<void()>& body) {
+// The manager keeps the services that it finds until the process ends, so each test has its own process, with a double
+// that lives as long.
+void inOwnProcess(const std::function<void()>& body) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(
         {
@@ -114,7 +114,7 @@ void ManagerServices::expectTheTvServiceIsLookedForUntilItIsThere() {
         const Offer offer(static_cast<ServiceInterface*>(&service), ServiceInterface::interfaceKey);
         EXPECT_EQ(manager.ReqTV(ids, transport, requests), 0);
     }
-    // The manager keeps it although it is no longer registered.
+    // The manager keeps the service although it is no longer registered.
     EXPECT_EQ(manager.ReqTV(ids, transport, requests), 0);
     EXPECT_THAT(linesOf(later, "ReqTV"), ElementsAre("5000 ReqTV(): Called",
                                                      "4000 ReqTV(): tvservice-interface pointer = " +
@@ -128,7 +128,7 @@ void ManagerServices::expectTheTvServiceIsLookedForUntilItIsThere() {
         EXPECT_EQ(call.transport, transport);
     }
 
-    // A client's request goes out with ids and a transport of the worker's own.
+    // A client's request is sent with the worker's own ids and transport.
     EXPECT_EQ(manager.tvServiceReq(ids, transport, requests), 0);
     manager.work();
     ASSERT_EQ(service.calls.size(), 3U);
@@ -138,7 +138,7 @@ void ManagerServices::expectTheTvServiceIsLookedForUntilItIsThere() {
 }
 
 TEST_F(ManagerServices, LookForTheTvServiceUntilItIsThereAndNeverAgain) {
-    inAProcessOfItsOwn([this] { expectTheTvServiceIsLookedForUntilItIsThere(); });
+    inOwnProcess([this] { expectTheTvServiceIsLookedForUntilItIsThere(); });
 }
 
 void ManagerServices::expectTheMmServiceIsLookedForUntilItIsThere() {
@@ -184,7 +184,7 @@ void ManagerServices::expectTheMmServiceIsLookedForUntilItIsThere() {
 }
 
 TEST_F(ManagerServices, LookForTheMmServiceUntilItIsThereAndNeverAgain) {
-    inAProcessOfItsOwn([this] { expectTheMmServiceIsLookedForUntilItIsThere(); });
+    inOwnProcess([this] { expectTheMmServiceIsLookedForUntilItIsThere(); });
 }
 
 } // namespace

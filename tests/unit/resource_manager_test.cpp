@@ -1,4 +1,4 @@
-// The resource manager's intake and its dealing with answers.
+// The resource manager: accepting requests and handling answers.
 #include "unit/resource-manager-fixture.h"
 
 #include <csignal>
@@ -94,7 +94,7 @@ TEST_F(ResManagerTest, StopsTheMmServiceBeforeLiveTvOnlyWhereItPlays) {
     EXPECT_EQ(manager.lists(1), "pStop 1:0=rec://plain/null#2 | pTvStop | pMM | pTV 1:0=dvb://1#2 2:0=dvb://2#2");
     EXPECT_THAT(manager.queue()[1],
                 "2: SendingStop/ResponseNO WaitingStop/ResponseMM SendingStart/ResponseNO WaitingStart/ResponseTV");
-    // The stop is queued, so the terminal is forgotten.
+    // The stop is queued, so the manager no longer assumes that the terminal plays.
     manager.ask({request(1, 0, "dvb://3")});
     EXPECT_EQ(manager.lists(2), "pStop | pTvStop | pMM | pTV 1:0=dvb://3#3");
     EXPECT_THAT(manager.queue()[2], "3: SendingStart/ResponseNO WaitingStart/ResponseTV");
@@ -171,7 +171,7 @@ TEST_F(ResManagerTest, BelievesOnlyTheLatestRequestOfATerminal) {
     manager.ask({request(1, 0, "http://b"), request(1, 1, "http://c")});
     manager.ask({request(1, 0, "dvb://1")});
     EXPECT_EQ(manager.lists(2), "pStop 1:0=rec://plain/null#3 | pTvStop | pMM | pTV 1:0=dvb://1#3");
-    // The other terminal is believed to play on.
+    // The manager assumes that the other terminal still plays.
     manager.ask({request(1, 1, "dvb://2")});
     EXPECT_EQ(manager.lists(3), "pStop 1:1=rec://plain/null#4 | pTvStop | pMM | pTV 1:1=dvb://2#4");
 }

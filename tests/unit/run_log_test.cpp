@@ -68,7 +68,7 @@ struct RunLogFile : testing::Test {
     host::LogCapture log{{runLogModule}};
 };
 
-// With the umask that it was made for.
+// With umask 0, under which files are open to all. The umask is restored afterwards.
 struct RunLogFileOfOneUser : RunLogFile {
     RunLogFileOfOneUser() : before(umask(0)) {}
     ~RunLogFileOfOneUser() override { umask(before); }
@@ -252,7 +252,7 @@ TEST_F(RunLogFile, RefusesAPathThatItCannotOpen) {
     EXPECT_TRUE(std::filesystem::is_directory(path));
 }
 
-// A store that blocks until it is opened, and fails when the test says so.
+// A store that blocks until the test opens it, and fails when the test wants.
 struct HeldStore {
     std::size_t operator()(const std::vector<RunLogRecord>& records) {
         std::unique_lock lock(mutex);
@@ -357,7 +357,7 @@ TEST_F(RunLogQueueTest, StopsAndRefusesAfterwards) {
 }
 
 TEST(RunLogQueueAtTheEnd, GivesUpOnAStoreThatHangs) {
-    // Both outlive the test, as the thread does.
+    // Both outlive the test, because the thread does.
     static HeldStore store;
     static RunLogQueue& queue = *new RunLogQueue(4, std::ref(store));
     queue.write(record("stuck"));
@@ -408,8 +408,8 @@ TEST(RunLogQueueThreads, TakeRecordsFromManyWriters) {
     EXPECT_EQ(queue.dropped(), 0U);
 }
 
-// The agent is one for the process, so these tests look at processes of their own, which find the folder that the test
-// made in their environment.
+// There is one agent per process, so each test starts its own process. The process finds the test's folder in its
+// environment.
 struct RunLogAgent : testing::Test {
     RunLogAgent() {
         testing::FLAGS_gtest_death_test_style = "threadsafe";

@@ -1,4 +1,4 @@
-// The schema: that it says what the code does, to people and programs, and that the document says the same.
+// The schema must match the code, in its forms for people and for programs, and the document must match the schema.
 #include "support/tv-messages.h"
 
 #include <mmservice/messages.h>
@@ -28,7 +28,7 @@ const schema::Record& recordNamed(const std::string& name) {
     throw std::out_of_range("no record " + name);
 }
 
-// What the marshaller's table has to say where the schema has a field of this type.
+// The entry that the marshaller's table must have for a field of the schema.
 vdl::EndianEntry entryOf(const schema::Field& field) {
     const auto entry = [&](std::size_t kind, vdl::EndianEntry::Arg arg) {
         return vdl::EndianEntry{static_cast<std::uint16_t>(field.offset), static_cast<std::uint16_t>(kind), arg};
@@ -57,7 +57,7 @@ void expectSameEntry(const vdl::EndianEntry& found, const vdl::EndianEntry& want
     EXPECT_EQ(found.arg.word, wanted.arg.word);
 }
 
-// isMessage: a sequence that is an argument stands in a table of its own.
+// isMessage: a sequence that is an argument has its own table.
 void expectSameLayout(const std::vector<schema::Field>& fields, const vdl::EndianTable& table, bool isMessage) {
     const vdl::EndianEntry* entry = table.entries;
     std::size_t end = 0;
@@ -87,7 +87,7 @@ TEST(Schema, HasTheRecordsAsTheMarshallerKnowsThem) {
     for (const auto& service : schema::services()) {
         for (const auto& record : service.records) {
             SCOPED_TRACE(record.name);
-            EXPECT_TRUE(names.insert(record.name).second) << "two records of one name";
+            EXPECT_TRUE(names.insert(record.name).second) << "two records with the same name";
             expectSameLayout(record.fields, *record.table, false);
         }
     }
@@ -195,7 +195,7 @@ TEST(SchemaAsText, NamesEveryMessageAndFieldWithItsType) {
 TEST(MessagesDocument, IsWhatTheSchemaSays) {
     std::ifstream file(MESSAGES_DOCUMENT);
     const std::string found{std::istreambuf_iterator<char>(file), {}};
-    EXPECT_TRUE(found == schema::asMarkdown()) << "docs/messages.md is out of date; make it anew: "
+    EXPECT_TRUE(found == schema::asMarkdown()) << "docs/messages.md is out of date; generate it again: "
                                                   "build/release/bin/tvctl schema --markdown > docs/messages.md";
 }
 

@@ -84,7 +84,7 @@ TEST(ChannelList, SaysWhatIsWrongOnWhichLine) {
     EXPECT_EQ(channelProblem(one + "[[channel\n").substr(0, 12), "list.toml:4:");
 }
 
-// The parser's tree takes stack for each level.
+// Each level of the parser's tree uses stack.
 TEST(ChannelList, ThatIsNestedTooDeepIsRefused) {
     std::string dots;
     for (int i = 0; i < 60000; ++i) dots += ".a";

@@ -17,7 +17,7 @@ namespace {
 
 using namespace frame_test;
 
-// What has been made of a path: type and permissions, 0 for nothing.
+// The type and permissions of the file at a path; 0 if there is none.
 mode_t modeOf(const std::string& path) {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 ? status.st_mode : 0;
@@ -35,7 +35,7 @@ struct ShellMember : testing::Test {
     }
     ~ShellMember() override { std::filesystem::remove_all(folder); }
 
-    // Runs a framework process whose shell is named after a receiver.
+    // Runs a framework process whose shell has a receiver's name.
     template <class Body> void inReceiver(Body body, const std::string& output = {}) {
         inOwnProcess(
             [&] {

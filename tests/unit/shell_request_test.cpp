@@ -1,4 +1,4 @@
-// Which members of a request a shell reads, and which it ignores.
+// The members of a request that a shell reads or ignores.
 #include "shell/request.h"
 
 #include <gtest/gtest.h>

@@ -36,7 +36,7 @@ using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-// A command that notes its arguments and prints, returns or throws what the test sets.
+// A command that records its arguments and prints, returns or throws what the test sets.
 struct Recorder {
     explicit Recorder(appovshell::Server& shell) : server(shell) {}
 
@@ -243,7 +243,7 @@ struct Shell : testing::Test {
     void TearDown() override {
         server.reset();
         unlink(path.c_str());
-        unlink((path + ".lock").c_str()); // it stays
+        unlink((path + ".lock").c_str()); // the lock file remains
         EXPECT_EQ(rmdir(folder.c_str()), 0);
     }
 
@@ -266,7 +266,7 @@ struct Shell : testing::Test {
         return send(socket.get(), text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
     }
     std::vector<host::io::FileDescriptor> busyClients();
-    // One line without its end; empty when the connection has ended.
+    // One line without its line feed; empty if the connection has ended.
     static std::string receiveLine(const host::io::FileDescriptor& socket) {
         std::string line;
         for (char c = 0; recv(socket.get(), &c, 1, 0) == 1 && c != '\n';) line += c;
@@ -311,7 +311,7 @@ TEST_F(Shell, RunsTheCommandsOfAClient) {
 
 TEST_F_WHERE(support::isRoot(), Shell, IsNotTrustedWhenItIsOfAnotherUser) {
     const auto listener = appovshell::listenAt(path);
-    ASSERT_EQ(seteuid(1), 0); // the listening user counts
+    ASSERT_EQ(seteuid(1), 0); // the socket belongs to the user that listens
     ASSERT_EQ(listen(listener.get(), 1), 0);
     ASSERT_EQ(seteuid(0), 0);
     ShellClient client;
@@ -366,7 +366,7 @@ TEST_F(Shell, AnswersAClientThatHasShutDownItsSendingSide) {
     EXPECT_EQ(receiveLine(client), "");
 }
 
-// A command that notes who gave it, and holds the shell up for the one that begins.
+// A command that records its sender, and blocks the shell for the first one.
 struct Turns {
     static int run(void* context) {
         auto& self = *static_cast<Turns*>(context);
@@ -378,7 +378,7 @@ struct Turns {
         return 0;
     }
     appovshell::Server& server;
-    std::vector<std::string> who; // the shell's thread's until the shell has answered all
+    std::vector<std::string> who; // used by the shell's thread until the shell has answered all requests
     std::promise<void> begun, mayGoOn;
 };
 
@@ -426,7 +426,7 @@ TEST_F(Shell, DropsAClientThatDoesNotReadAndServesTheOthers) {
     start();
     recorder.text.assign(100 * 1000, 'x');
     const auto stalled = connectRaw();
-    // More answers than its socket and the shell's store for it take; the shell then hangs up on it.
+    // More answers than its socket and the shell's buffer hold. The shell then disconnects it.
     for (int i = 0; i < 30; ++i) sendRaw(stalled, "{\"line\":\"echo\"}\n");
     ShellClient other;
     other.connect(path);
@@ -445,7 +445,7 @@ TEST_F(Shell, EvictsTheClientThatWasIdleTheLongestForOneMoreThanItTakes) {
         client.connect(path);
         EXPECT_EQ(client.run("echo").status, 0);
     }
-    EXPECT_EQ(clients[0].run("echo").status, 0); // after which the second one has been idle the longest
+    EXPECT_EQ(clients[0].run("echo").status, 0); // now the second client has been idle the longest
     ShellClient late;
     late.connect(path);
     EXPECT_EQ(late.run("echo").status, 0);
@@ -468,7 +468,7 @@ TEST_F(Shell, DoesNotEvictAClientWhoseRequestIsArriving) {
         EXPECT_EQ(client.run("echo").status, 0);
     }
     ASSERT_TRUE(sendRaw(slow, "{\"line\":"));
-    EXPECT_EQ(others.back().run("echo").status, 0); // by which time the shell has read that
+    EXPECT_EQ(others.back().run("echo").status, 0); // by now the shell has read that request
     ShellClient late;
     late.connect(path);
     EXPECT_EQ(late.run("echo").status, 0);
@@ -514,14 +514,14 @@ TEST_F(Shell, DoesNotEvictAnIdleClientForOneThatSendsNoRequest) {
     for (auto& client : clients) EXPECT_EQ(client.run("echo").status, 0);
 }
 
-// As many clients as a shell takes, none of which reads its answer.
+// As many clients as a shell accepts. None of them reads its answer.
 std::vector<host::io::FileDescriptor> Shell::busyClients() {
-    recorder.text.assign(600 * 1000, 'x'); // more than a socket takes, and less than the shell keeps
+    recorder.text.assign(600 * 1000, 'x'); // more than a socket holds, less than the shell buffers
     std::vector<host::io::FileDescriptor> busy;
     for (std::size_t i = 0; i < ShellServer::maximumClients; ++i) {
         busy.push_back(connectRaw());
         EXPECT_TRUE(sendRaw(busy.back(), "{\"line\":\"echo\"}\n"));
-        char first = 0; // the answer has begun
+        char first = 0; // waits until the answer has begun
         EXPECT_EQ(recv(busy.back().get(), &first, 1, 0), 1);
     }
     return busy;
@@ -592,7 +592,7 @@ TEST_F(Shell, WritesFewLinesAboutManyClientsOfAnotherUser) {
             held += some;
         else
             ++clients;
-    EXPECT_EQ(clients, crowd) << "captured, whether or not a limit held them back";
+    EXPECT_EQ(clients, crowd) << "every client is logged or counted as suppressed";
     EXPECT_GT(held, crowd / 2);
     EXPECT_LT(held, crowd);
 }

@@ -1,4 +1,4 @@
-// Failures with all log modules switched off: the same results, without a line.
+// Failures with all log modules switched off: the same results, without log lines.
 #include "app-mmservice-proxy-main.h"
 #include "app-tvservice-proxy-main.h"
 #include "client-objects.h"
@@ -15,7 +15,7 @@
 #include <gtest/gtest.h>
 #include <new>
 
-// The process's own shell, which cannot be had here.
+// The factory of the process's shell. There is no shell here.
 extern "C" void** CreateOvshellProxy() { return nullptr; }
 
 namespace {
@@ -40,7 +40,7 @@ protected:
         vdlDebugSetLevels("warning");
     }
 
-    const host::LogCapture log{{0x0204}}; // a module without lines here, and whose level is restored
+    const host::LogCapture log{{0x0204}}; // this module logs nothing here; the capture restores the levels
 };
 
 TEST_F(SilentModules, FailWithTheirBases) {
@@ -153,7 +153,7 @@ TEST(ModuleNames, SetTheLevelsOfTheModules) {
     vdlDebugSetLevels("warning");
 }
 
-// The environment that runs the program may report its end.
+// The environment that runs the program may write lines about its end.
 const auto logsNothing = testing::Not(testing::ContainsRegex("(failure|warning|progress|trace): "));
 
 TEST(SilentModulesDeathTest, EndTheProcessForMixedIds) {

@@ -1,4 +1,4 @@
-// The records of status and negotiation: layouts, tables, and what is particular to their family.
+// The records of status and negotiation: layouts, tables and special cases.
 #include "support/layouts.h"
 #include "support/samples.h"
 #include "support/wire.h"
@@ -87,7 +87,7 @@ TEST(StatusForm, IsZeroWhereverItIsMade) {
         using Form = typename Record::Flat;
         unsigned char memory[sizeof(Form)];
         std::memset(memory, 0xAA, sizeof memory);
-        asm volatile("" : : "r"(memory) : "memory"); // what the memory held before is looked at on purpose
+        asm volatile("" : : "r"(memory) : "memory"); // the previous content of the memory is read on purpose
         new (memory) Form;
         asm volatile("" : : "r"(memory) : "memory");
         EXPECT_EQ(std::string(reinterpret_cast<char*>(memory), sizeof memory), std::string(sizeof memory, '\0'));
@@ -183,7 +183,7 @@ TEST(StatusString, ThatIsEmptyTravelsAsLengthZeroAndATerminator) {
     genrpc::release(form);
 }
 
-// How many blocks a form holds more after it was assigned to a second time.
+// The number of additional blocks that a form holds after a second assignment.
 template <class Record> std::uint64_t keptByAssignment() {
     const auto sample = support::Samples().next<Record>();
     typename Record::Flat form(sample);

@@ -1,4 +1,4 @@
-// The records of track handling: layouts, tables, and what is particular to their family.
+// The records of track handling: layouts, tables and special cases.
 #include "support/layouts.h"
 #include "support/samples.h"
 #include "support/wire.h"

@@ -1,4 +1,4 @@
-// What the control application lists for each terminal.
+// The control application's list of terminals.
 #include "control/src/log.h"
 #include "control/src/looking-commands.h"
 #include "shell/command-table.h"
@@ -90,7 +90,7 @@ TEST_F(Terminals, DoNotFollowAnAnswerThatComesAfterThatToANewerRequest) {
     answer("9", tvservice::stopUri, -3);
     EXPECT_THAT(shown(), ElementsAre("0:0 dvb://10 0"));
     answer("9", "dvb://9", 0, {1, 0});
-    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://10 0", "1:0 dvb://9 0")) << "each terminal by itself";
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://10 0", "1:0 dvb://9 0")) << "each terminal on its own";
 }
 
 TEST_F(Terminals, DoNotFollowALateAnswerToAnOlderZap) {

@@ -1,4 +1,4 @@
-// A TV service and clients of it in one process, over real message queues in a folder of their own.
+// A TV service and its clients in one process, over real message queues in their own folder.
 #pragma once
 
 #include "tvservice/tv-service.h"
@@ -74,7 +74,7 @@ public:
         send<messages::TvServiceReq>(std::vector{request});
     }
 
-    // The notifications since the last call: all that the service sent at once for the requests so far.
+    // The notifications since the last call: all that the service sent immediately for the requests so far.
     std::vector<Received> received() {
         tvservice::TvServiceStreamInfoReq_t mark;
         mark.intParam1 = --lastMark_;
@@ -87,7 +87,7 @@ public:
         if (!result.empty() && isMark(result.back())) result.pop_back();
         return result;
     }
-    // Waits for a message of that name; returns the notifications since the last call.
+    // Waits for a message of that name. Returns the notifications since the last call.
     std::vector<Received> receivedUntil(const std::string& name) {
         return waitUntil([&](const auto& all) {
             return std::any_of(all.begin(), all.end(),
@@ -130,7 +130,7 @@ protected:
         queue.start();
         requester = std::make_unique<Client>();
         other = std::make_unique<Client>();
-        // Both are connected once they have an answer.
+        // A client with an answer is connected.
         requester->received();
         other->received();
     }
@@ -141,8 +141,8 @@ protected:
         std::filesystem::remove_all(folder_);
     }
 
-    // Forgets the notifications of both.
-    void forget() {
+    // Discards the notifications of both clients.
+    void discard() {
         requester->received();
         other->received();
     }

@@ -1,4 +1,4 @@
-// The command that makes the TV service send any notification.
+// The command with which the TV service sends any notification.
 #include "tv-service-fixture.h"
 #include "tvservice/emit.h"
 
@@ -20,7 +20,7 @@ const std::vector<std::string> notifications{
 #undef TVSERVICE_NAME
 };
 
-// A shell with one command, called by the test itself.
+// A shell with one command, which the test calls directly.
 class OneCommandShell : public appovshell::Server {
 public:
     int registerCommand(const std::string& specification, const std::string&, appovshell::CommandHandler handler,
@@ -53,7 +53,7 @@ class Emit : public TvServiceTest {
 protected:
     Emit() { EXPECT_EQ(command.registerWith(shell), 0); }
 
-    void refuses(const std::string& name, const std::string& json, const std::string& why) {
+    void expectError(const std::string& name, const std::string& json, const std::string& why) {
         EXPECT_LT(shell.run(name, json), 0) << name << ' ' << json;
         EXPECT_THAT(shell.output, HasSubstr(why));
         EXPECT_THAT(requester->received(), IsEmpty());
@@ -96,15 +96,15 @@ TEST_F(Emit, SendsTheArgumentsGivenAndNothingForTheRest) {
 }
 
 TEST_F(Emit, RefusesWhatIsNoNotificationAndNamesThoseThereAre) {
-    refuses("TvServiceConflict", "", "no notification \"TvServiceConflict\"; there are: TvServiceInfo, ");
-    refuses("TvServiceReq", "", "no notification");
-    refuses("", "", "no notification \"\"");
-    refuses(std::string(5000, 'N'), "", "N...\"; there are");
+    expectError("TvServiceConflict", "", "no notification \"TvServiceConflict\"; there are: TvServiceInfo, ");
+    expectError("TvServiceReq", "", "no notification");
+    expectError("", "", "no notification \"\"");
+    expectError(std::string(5000, 'N'), "", "N...\"; there are");
     EXPECT_LT(shell.output.size(), 2000U);
 }
 
 TEST_F(Emit, RefusesArgumentsThatAreNotThoseOfTheNotification) {
-    const auto conflict = [&](const char* json, const char* why) { refuses("TvServiceConflictInfo", json, why); };
+    const auto conflict = [&](const char* json, const char* why) { expectError("TvServiceConflictInfo", json, why); };
     conflict("{nope", "the arguments are no JSON: parse error at line 1");
     conflict("{} {}", "the arguments are no JSON");
     conflict("{\"info\":\"\xFF\"}", "the arguments are no JSON");
@@ -116,7 +116,7 @@ TEST_F(Emit, RefusesArgumentsThatAreNotThoseOfTheNotification) {
     conflict(R"({"info":{"intParam1":2147483648}})", "info.intParam1: 2147483648 does not fit into 32 bits");
     conflict(R"({"info":{"intParam1":1e99}})", "info.intParam1: wanted an integer");
     conflict(R"({"info":{"uintList1":[1,-1]}})", "info.uintList1[1]: -1 does not fit into 32 bits");
-    refuses("TvServiceInstalledInfo", R"({"info":{"byteParam1":256}})", "256 does not fit into 8 bits");
+    expectError("TvServiceInstalledInfo", R"({"info":{"byteParam1":256}})", "256 does not fit into 8 bits");
 }
 
 TEST_F(Emit, RefusesArgumentsOfFourKibibytesAndTakesOneByteLess) {
@@ -124,13 +124,13 @@ TEST_F(Emit, RefusesArgumentsOfFourKibibytesAndTakesOneByteLess) {
         const std::string head = R"({"info":{"strParam1":")", tail = "\"}}";
         return head + std::string(size - head.size() - tail.size(), 'x') + tail;
     };
-    refuses("TvServicePlayInfo", jsonOf(4096), "the JSON has 4096 bytes; fewer than 4096 are taken");
+    expectError("TvServicePlayInfo", jsonOf(4096), "the JSON has 4096 bytes; fewer than 4096 are taken");
     EXPECT_EQ(shell.run("TvServicePlayInfo", jsonOf(4095)), 0);
     EXPECT_EQ(requester->received().size(), 1U);
 }
 
 TEST_F(Emit, SaysWhenANotificationCouldNotBeSent) {
-    const host::LogCapture log; // keeps the queue's warnings off the output
+    const host::LogCapture log; // hides the queue's warnings
     requester.reset();
     other.reset();
     queue.stop();

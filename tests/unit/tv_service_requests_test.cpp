@@ -1,4 +1,4 @@
-// Which clients the TV service notifies of what after each request.
+// The notifications that the TV service sends after each request, and their receivers.
 #include "common/log.h"
 #include "tv-service-fixture.h"
 
@@ -33,7 +33,7 @@ protected:
         const auto tables = service.tables();
         return tables[tables.size() - 2];
     }
-    // Lets a new client send requests; returns once the service knows that it has gone.
+    // Sends requests from a new client. Returns once the service has noticed its disconnect.
     template <class Act> void reconnect(const Act& act) {
         const auto before = service.sender().clients().size();
         {
@@ -43,7 +43,7 @@ protected:
         }
         ASSERT_TRUE(receiver::waitUntil([&] { return service.sender().clients().size() == before; }, 20s));
     }
-    // Expects the same notifications for both.
+    // Expects the same notifications for both clients.
     void expectBothReceive(const std::vector<std::string>& texts) {
         EXPECT_THAT(textsOf(requester->received()), ElementsAreArray(texts));
         EXPECT_THAT(textsOf(other->received()), ElementsAreArray(texts));
@@ -117,7 +117,7 @@ TEST_F(TvService, AnswersAListOfAThousandChannelsBesideItsNotifications) {
 
 TEST_F(TvService, ChoosesATrackAndNotifiesAllClients) {
     requester->play(0, 0, one);
-    forget();
+    discard();
     chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(0, 0, 2, 7);
     chooseTrack<messages::TvServiceSubtitleReq, tvservice::TvServiceSubtitleReq_t>(0, 0, 3);
     chooseTrack<messages::TvServiceVideoReq, tvservice::TvServiceVideoReq_t>(0, 0, 2);
@@ -147,7 +147,7 @@ TEST_F(TvService, TurnsATrackOffAndPlaysWithTheUsualOnesAgain) {
 TEST_F(TvService, NotifiesOnlyTheRequesterThatATrackCannotBeChosen) {
     requester->play(0, 0, one);
     requester->play(0, 1, "hdmi://1");
-    forget();
+    discard();
     for (const int number : {-1, 5, INT32_MAX, INT32_MIN})
         chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(0, 0, number);
     const auto unknown = requester->received();
@@ -182,7 +182,7 @@ TEST_F(TvService, SwapsWhatTwoWindowsShowWithTheirTracks) {
     requester->play(0, 0, one);
     requester->play(2, 0, movies);
     chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(2, 0, 4);
-    forget();
+    discard();
     requester->send<messages::TvServiceSwapWinReq>(tvservice::TvServiceSwapWinReq_t{2});
     expectBothReceive({R"(TvServiceSwapWinInfo {"info":{"intParam1":2}})"});
     const auto entries = table.entries();
@@ -200,17 +200,17 @@ TEST_F(TvService, NotifiesOnlyTheRequesterThatWindowsCannotBeSwapped) {
     };
     swap(1); // neither shows anything
     requester->play(0, 0, one);
-    forget();
+    discard();
     swap(0); // with itself
     lock(1, 0, 1, 12);
-    forget();
+    discard();
     swap(1); // with a locked one
 }
 
 TEST_F(TvService, ListsWhatTheTerminalsShowToTheRequester) {
     requester->play(0, 0, movies);
     requester->play(1, 2, "hdmi://1");
-    forget();
+    discard();
     requester->send<messages::TvServiceInfoReq>();
     const auto received = requester->received();
     ASSERT_THAT(namesOf(received), ElementsAre("TvServiceInfo", "TvServiceStatusInfo"));
@@ -252,7 +252,7 @@ TEST_F(TvService, RefusesAClientsTerminalsBeyondItsShareWithoutNotificationsAndS
         requests[i].uri = one;
     }
     requester->send<messages::TvServiceReq>(requests);
-    forget();
+    discard();
     requester->send<messages::TvServiceReq>(requests);
     std::size_t shown = 0, refused = 0;
     for (const auto& notification : requester->received())
@@ -287,7 +287,7 @@ TEST_F(TvService, NotifiesOnlyTheRequesterOfALockThatChangesNothingOrIsRefused) 
     EXPECT_EQ(service.tables()[0].refused, 100 - services::bounds::terminalsOfAClient);
 }
 
-// Plays, or locks, on as many terminals of a type as a client may have.
+// Plays on, or locks, as many terminals of a type as a client may have.
 void playOnAShare(Client& client, int type) {
     std::vector<tvservice::TvServiceReq_t> requests(services::bounds::terminalsOfAClient);
     for (std::size_t id = 0; id < requests.size(); ++id) {
@@ -305,7 +305,7 @@ TEST_F(TvService, ForgetsTheTracksOfATerminalThatItEvicts) {
     const host::LogCapture log({services::logModule});
     for (int type = 1; type <= 5; ++type) reconnect([&](Client& visitor) { playOnAShare(visitor, type); });
     other->play(9, 0, one);
-    forget();
+    discard();
     const auto resultOn = [&](int id) -> int {
         chooseTrack<messages::TvServiceTeletextReq, tvservice::TvServiceTeletextReq_t>(2, id, 1);
         return requester->received().back().arguments["info"]["intParam2"];
@@ -314,7 +314,7 @@ TEST_F(TvService, ForgetsTheTracksOfATerminalThatItEvicts) {
     EXPECT_EQ(resultOn(1), services::result::done);
 }
 
-// A table of the service, what fills a client's share of it, and a request for one entry more.
+// A table of the service, a function that fills a client's share of it, and a request for one more entry.
 struct Filling {
     const char* table;
     void (*fillShare)(Client& client, int type);
@@ -337,7 +337,7 @@ TEST_P(FullTable, TakesAnotherClientsEntryHoweverOftenOneReconnectsAndFillsItsSh
     const host::LogCapture log({services::logModule});
     for (int type = 1; type <= 5; ++type) reconnect([&](Client& visitor) { GetParam().fillShare(visitor, type); });
     EXPECT_EQ(count().held, services::bounds::terminals);
-    forget();
+    discard();
     GetParam().request(*other);
     const auto received = other->received();
     EXPECT_TRUE(GetParam().isGranted(received)) << testing::PrintToString(textsOf(received));
@@ -442,7 +442,7 @@ TEST_F(TvService, DownloadsPackagesAndNotifiesAllClientsOfEachStep) {
     const auto isComplete = [&](const auto& all) { return all.size() == expected.size(); };
     EXPECT_THAT(textsOf(requester->waitUntil(isComplete)), ElementsAreArray(expected));
     EXPECT_THAT(textsOf(other->waitUntil(isComplete)), ElementsAreArray(expected));
-    // And again: the first one is over.
+    // Again, because the first download has ended.
     requester->send<messages::RequestPackagesReq>(tvservice::reqeustOadType_t{1}, std::string("kernel,apps"));
     EXPECT_THAT(textsOf(requester->waitUntil(isComplete)), ElementsAreArray(expected));
 }
@@ -460,7 +460,7 @@ TEST_F(TvService, PassesBytesOfAnyKindOnUnchanged) {
 
 TEST_F(TvService, NotifiesOnlyTheRequesterThatTheNameOfASourceIsTooLong) {
     requester->send<messages::TvServiceSourceChanged>(std::string("cable"));
-    forget();
+    discard();
     requester->send<messages::TvServiceSourceChanged>(std::string(services::bounds::passedTextBytes + 1, 'x'));
     expectOnlyTheRequesterReceives({R"(TvServiceNetworkChangeMsg {"message":{"byteParam1":1,"strParam1":"cable"}})"});
     const auto source = service.tables().back();
@@ -470,7 +470,7 @@ TEST_F(TvService, NotifiesOnlyTheRequesterThatTheNameOfASourceIsTooLong) {
     EXPECT_EQ(source.refused, 1U);
 }
 
-// A step is longer than any test: the download is still under way whenever the service ends.
+// A step takes longer than any test, so the download is still running when the service ends.
 TEST(Downloads, RunOneAtATimeAndEndWithTheService) {
     host::MessageQueue queue;
     char folder[] = "/tmp/tv-service-XXXXXX";

@@ -1,4 +1,4 @@
-// What a zapping user requests: the queue alone, and the queue over the resource manager in simulated time.
+// The queue of a zapping user's requests: alone, and with the resource manager in simulated time.
 #include "unit/resource-manager-fixture.h"
 
 #include <tvservice-adapter/zap-queue.h>
@@ -24,7 +24,7 @@ std::string show(const ZapOutcome& outcome) {
     return text;
 }
 
-// The queue over an adapter that the test plays: what it was sent, and what it still has.
+// The queue with an adapter that the test plays: the requests sent to it, and those it still has.
 class ZapQueueTest : public testing::Test {
 protected:
     std::vector<std::string> sentUris() const {
@@ -37,7 +37,7 @@ protected:
         had.erase(request.reqId);
         queue.answer({info(request.terminal.type, request.terminal.id, request.reqId, result, request.uri)});
     }
-    // The adapter gives up what it has.
+    // The adapter drops all its requests.
     void drop() { had.clear(); }
     void pass(std::chrono::nanoseconds time) { now += time; }
 
@@ -211,7 +211,7 @@ TEST_F(ZapQueueTest, RefusesMoreTerminalsThanItKeeps) {
     queue.want(channel(0, "a"));
     for (std::size_t i = 1; i <= ZapQueue::mostWaiting; ++i) EXPECT_EQ(queue.want(channel(int(i), "b")), 0);
     EXPECT_EQ(queue.want(channel(0, "c")), ZapQueue::tooManyWaiting);
-    EXPECT_EQ(queue.want(channel(7, "c")), 0); // takes the place of its terminal's
+    EXPECT_EQ(queue.want(channel(7, "c")), 0); // replaces the request of its terminal
     EXPECT_THAT(outcomes, ElementsAre("replaced b"));
 }
 
@@ -251,7 +251,7 @@ TEST_F(ZapQueueTest, AsksAgainWhenItCouldNotAsk) {
 TEST_F(ZapQueueTest, DoesNotMissARequestWhoseSendingTakesLongerThanTheLimit) {
     duringSend = [this] {
         pass(10s);
-        queue.look(); // the adapter does not have it yet, so it was not dropped
+        queue.look(); // the adapter does not have it yet; that must not count as dropped
     };
     queue.want(channel(0, "a"));
     EXPECT_THAT(outcomes, IsEmpty());
@@ -323,7 +323,8 @@ TEST(ZapQueueIds, CountTheRequestsOfAQueueAndShowNoAddress) {
     EXPECT_LE(ids[0].size(), std::string("zap-4294967295-1000-1").size());
 }
 
-// Over the manager. Time passes a tick at a time, in which the worker may work and the queue looks.
+// The queue with the resource manager. Time advances tick by tick. In each tick the worker may work and the queue
+// checks its requests.
 class ZapsOverTheManager : public ResManagerTest {
 protected:
     static constexpr auto tick = 250ms;
@@ -336,11 +337,11 @@ protected:
             });
     }
 
-    // Plays for so long; each tick something happens first.
+    // Simulates this much time. Each tick begins with a call of happens.
     void play(
         std::chrono::milliseconds time, const std::function<void()>& happens = [] {}) {
         for (const auto end = now() + time; now() < end;) {
-            // A wait of the worker: a second, in four ticks, in which a new request starts a new second.
+            // The worker waits a second, which is four ticks. A new request restarts the second.
             happens();
             queue.look();
             while (manager.hasSomethingToSend()) manager.work();
@@ -349,7 +350,7 @@ protected:
             asked = false;
             if (quiet < 1s) continue;
             quiet = 0ms;
-            manager.work(); // the second is over: a look at the clock
+            manager.work(); // the second is over, so the worker checks the clock
         }
     }
     static std::chrono::steady_clock::time_point now() { return SimulatedTime::get().now; }
@@ -408,7 +409,7 @@ TEST_F(ZapsOverTheManager, AStopAfterZapsIsExecutedLast) {
     play(tick);
     answerFront();
     play(tick);
-    ASSERT_EQ(manager.sent.size(), 3U); // a stop goes to both services
+    ASSERT_EQ(manager.sent.size(), 3U); // a stop is sent to both services
     EXPECT_THAT(manager.sent[1], testing::HasSubstr("MM 0:0=rec://plain/null"));
     EXPECT_THAT(manager.sent[2], testing::HasSubstr("TV 0:0=rec://plain/null"));
 }
