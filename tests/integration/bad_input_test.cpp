@@ -101,7 +101,7 @@ protected:
     ReceiverKit kit;
 };
 
-TEST_F(ReceiverWithBadInput, CountsAndLogsMalformedMessagesAndServesOn) {
+TEST_F(ReceiverWithBadInput, CountsAndLogsMalformedMessagesAndContinues) {
     // The hello of the real service, for the service that replaces it.
     kit.start(Part::tvService);
     const std::string path = (kit.runtimeFolder() / "tvservice.sock").string();
@@ -143,7 +143,7 @@ TEST_F(ReceiverWithBadInput, CountsAndLogsMalformedMessagesAndServesOn) {
     expectServed();
 }
 
-TEST_F(ReceiverWithBadInput, RefusesFourKilobytesAtTheShellWithAReasonOrPassesThemUnchanged) {
+TEST_F(ReceiverWithBadInput, RejectsFourKilobytesAtTheShellWithAReasonOrPassesThemOnUnchanged) {
     kit.start();
     const std::string text(4096, 'x');
     EXPECT_THAT(errorOf(Part::frameHost, {"send-key", text}),

@@ -87,14 +87,14 @@ TEST_F(FrameHost, StartsNoMemberWhenASetUpFails) {
                             "unset-application 2: destroyed", "unset-application 1: destroyed"));
 }
 
-TEST_F(FrameHost, SaysWhatAMemberThrew) {
+TEST_F(FrameHost, ReportsWhatAMemberThrew) {
     const Outcome outcome = run(commandOf({"throwing-application"}));
     EXPECT_EQ(outcome.exitCode, failed);
     EXPECT_THAT(outcome.error, AllOf(HasSubstr("start threw: no picture memory"),
                                      HasSubstr("did not start: EIO, Input/output error")));
 }
 
-TEST_F(FrameHost, RefusesALibraryThatDoesNotExist) {
+TEST_F(FrameHost, RejectsALibraryThatDoesNotExist) {
     const std::string missing = (folder / "missing.so").string();
     const Outcome outcome = run(commandOf({"first-application", missing}));
     EXPECT_EQ(outcome.exitCode, failed);
@@ -104,7 +104,7 @@ TEST_F(FrameHost, RefusesALibraryThatDoesNotExist) {
                       HasSubstr("first-application 1: stopped\n")));
 }
 
-TEST_F(FrameHost, RefusesAFileThatIsNoLibrary) {
+TEST_F(FrameHost, RejectsAFileThatIsNotALibrary) {
     const std::string file = (folder / "text.so").string();
     std::ofstream(file) << "text";
     const Outcome outcome = run(commandOf({file}));
@@ -112,7 +112,7 @@ TEST_F(FrameHost, RefusesAFileThatIsNoLibrary) {
     EXPECT_THAT(outcome.error, HasSubstr("cannot load " + file));
 }
 
-TEST_F(FrameHost, RefusesALibraryWithoutTheEntry) {
+TEST_F(FrameHost, RejectsALibraryWithoutTheEntryPoint) {
     const Outcome outcome = run(commandOf({"frame-platform"}));
     EXPECT_EQ(outcome.exitCode, failed);
     EXPECT_THAT(outcome.error, AllOf(HasSubstr(pathOf("frame-platform") + " is no application library"),
@@ -120,13 +120,13 @@ TEST_F(FrameHost, RefusesALibraryWithoutTheEntry) {
                                      HasSubstr("did not start: ENOENT, No such file or directory")));
 }
 
-TEST_F(FrameHost, RefusesALibraryThatMakesNoMembers) {
+TEST_F(FrameHost, RejectsALibraryThatMakesNoMembers) {
     const Outcome outcome = run(commandOf({"memberless-application"}));
     EXPECT_EQ(outcome.exitCode, failed);
     EXPECT_THAT(outcome.error, HasSubstr("did not start: EINVAL, Invalid argument"));
 }
 
-TEST_F(FrameHost, SaysThatTheAdapterMustBeLoadedFirst) {
+TEST_F(FrameHost, ReportsThatTheAdapterMustBeLoadedFirst) {
     const Outcome outcome = run(commandOf({"control-application", "app-tvservice-adapter"}));
     EXPECT_EQ(outcome.exitCode, failed);
     EXPECT_THAT(outcome.error, AllOf(HasSubstr("load its library before this one"),
@@ -147,7 +147,7 @@ TEST_F(FrameHost, RemovesItsShellWhenItEnds) {
     EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
 }
 
-TEST_F(FrameHost, SaysBeforeItLoadsAnythingThatAnotherOneHasTheShell) {
+TEST_F(FrameHost, ReportsBeforeLoadingThatAnotherProcessHasTheShell) {
     const auto running = start(commandOf({"shell-application"}));
     const auto answers = [&] { return run({program("tvctl"), "help"}).exitCode == 0; };
     ASSERT_TRUE(eventually(answers));
@@ -164,7 +164,7 @@ TEST_F(FrameHost, SaysBeforeItLoadsAnythingThatAnotherOneHasTheShell) {
     EXPECT_EQ(running->terminate().exitCode, endedAsAsked);
 }
 
-TEST_F(FrameHost, SaysBeforeItLoadsAnythingWhatBlocksTheShell) {
+TEST_F(FrameHost, ReportsBeforeLoadingWhatBlocksTheShell) {
     std::filesystem::create_directory(runtimeFolder());
     std::filesystem::permissions(runtimeFolder(), std::filesystem::perms::owner_all);
     const std::string lock = shellSocket() + ".lock";
@@ -184,7 +184,7 @@ TEST_F(FrameHost, SaysBeforeItLoadsAnythingWhatBlocksTheShell) {
 
 // With any number of descriptors it either reports what is missing or starts. The dynamic loader, which needs
 // descriptors too, exits with 127.
-TEST_F_WHERE(support::runsWithoutDescriptors, FrameHost, EndsOrderlyWithoutDescriptors) {
+TEST_F_WHERE(support::runsWithoutDescriptors, FrameHost, EndsCleanlyWithoutDescriptors) {
     bool refused = false;
     for (int descriptors = 5; descriptors <= 14; ++descriptors) {
         const auto running =
@@ -210,7 +210,7 @@ TEST_F(FrameHost, RunsTheExampleOfTheDocumentation) {
     EXPECT_EQ(service->terminate().exitCode, endedAsAsked);
 }
 
-TEST_F(FrameHost, RefusesWrongUsage) {
+TEST_F(FrameHost, RejectsWrongUsage) {
     for (const Words& arguments : std::vector<Words>{{}, {"--fast", "x.so"}, {"--log"}, {"--log", "loud", "x.so"}}) {
         Words command{program("frame-host")};
         command.insert(command.end(), arguments.begin(), arguments.end());
@@ -223,7 +223,7 @@ TEST_F(FrameHost, RefusesWrongUsage) {
     EXPECT_THAT(run({program("frame-host"), "--help"}).output, HasSubstr("Application libraries"));
 }
 
-TEST_F(FrameHost, RefusesAQueueLimitThatIsNoNumber) {
+TEST_F(FrameHost, RejectsAQueueLimitThatIsNotANumber) {
     environment["TVSA_QUEUE_MESSAGES"] = "a dozen";
     const Outcome outcome = run(commandOf({"first-application"}));
     EXPECT_EQ(outcome.exitCode, badData);

@@ -173,7 +173,7 @@ TEST_F(PlayPath, AMainTerminalWithoutItsPictureIsRecordedInTheRunLogAndTheNextBu
     EXPECT_THAT(kit.waitForAnswers(next, 1), ElementsAre(Answer{next, "2:0", done, live}));
 }
 
-TEST_F(PlayPath, AKilledServiceIsUsedAgainOnceItIsBack) {
+TEST_F(PlayPath, AKilledServiceIsUsedAgainOnceItRestarts) {
     for (const auto& [service, uri] : {std::pair{Part::tvService, std::string(live)}, {Part::mmService, film}}) {
         kit.kill(service);
         kit.start(service);
@@ -186,7 +186,7 @@ TEST_F(PlayPath, AKilledServiceIsUsedAgainOnceItIsBack) {
     }
 }
 
-TEST_F(PlayPath, ARequestMadeWhileTheServiceIsAwayIsExecutedWhenItReturns) {
+TEST_F(PlayPath, ARequestMadeWhileTheServiceIsDownIsExecutedWhenItRestarts) {
     kit.kill(Part::tvService);
     const auto away = [&] {
         const auto services = kit.ask(Part::frameHost, {"stats"});
@@ -204,7 +204,7 @@ TEST_F(PlayPath, ADuplicateOfAFinalAnswerIsPassedOnAsItIs) {
     EXPECT_THAT(kit.waitForAnswers(id, 2), ElementsAre(Answer{id, "0:0", done, live}, Answer{id, "0:0", done, live}));
 }
 
-TEST_F(PlayPath, TwoAnswersOfOneServiceNeverPassForTheOtherOnes) {
+TEST_F(PlayPath, TwoAnswersOfOneServiceNeverCountAsTheOtherOnes) {
     kit.freeze(Part::tvService);
     kit.ask(Part::mmService, {"fault", "duplicate", "on"});
     const std::string id = kit.play("0:0", film);
@@ -272,7 +272,7 @@ TEST_F(PlayPath, ARequestThatKeepsOthersWaitingIsShownAsOverdue) {
     EXPECT_THAT(terminals[0].at("state").get<std::string>(), HasSubstr(overdue));
 }
 
-TEST_F(PlayPath, TwoReceiversOnOneMachineDoNotMeet) {
+TEST_F(PlayPath, TwoReceiversOnOneMachineDoNotInterfere) {
     ReceiverKit other;
     other.start();
     const std::string id = kit.play("0:0", live);

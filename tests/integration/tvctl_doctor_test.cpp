@@ -37,7 +37,7 @@ protected:
     }
 };
 
-TEST_F(TvctlDoctor, FindsNothingWrongWhereNothingRunsAndMakesNothing) {
+TEST_F(TvctlDoctor, FindsNoFaultWhereNothingRunsAndCreatesNothing) {
     const Outcome outcome = doctor();
     EXPECT_EQ(outcome.exitCode, done);
     EXPECT_EQ(outcome.error, "");
@@ -48,7 +48,7 @@ TEST_F(TvctlDoctor, FindsNothingWrongWhereNothingRunsAndMakesNothing) {
     EXPECT_FALSE(std::filesystem::exists(folder / "state"));
 }
 
-TEST_F(TvctlDoctor, IsContentWithAReceiver) {
+TEST_F(TvctlDoctor, FindsNoFaultInAReceiver) {
     const auto tv = serving({program("tvserviced")});
     const auto mm = serving({program("mmserviced")});
     const auto host = serving({program("frame-host"), library("libapp-tvservice-adapter.so")});
@@ -77,7 +77,7 @@ TEST_F(TvctlDoctor, FailsWhenSomethingIsWrong) {
     EXPECT_THAT(outcome.output, Not(HasSubstr("ok  ")));
 }
 
-TEST_F(TvctlDoctor, FailsOverASocketThatAProcessLeft) {
+TEST_F(TvctlDoctor, FailsForAStaleSocket) {
     const auto service = serving({program("tvserviced")});
     EXPECT_EQ(doctor().exitCode, done);
     service->terminate(SIGKILL);
@@ -87,7 +87,7 @@ TEST_F(TvctlDoctor, FailsOverASocketThatAProcessLeft) {
                 ContainsRegex("wrong +tvservice +" + runtimeFolder() + "/tvservice.sock is stale.* -> "));
 }
 
-TEST_F(TvctlDoctor, RunsOverAConfigurationWithWhichNothingElseDoes) {
+TEST_F(TvctlDoctor, RunsWithAConfigurationThatOtherProgramsReject) {
     configure("queue.messages = 0\n");
     const Outcome outcome = doctor({"--json"});
     EXPECT_EQ(outcome.exitCode, failed);
@@ -97,7 +97,7 @@ TEST_F(TvctlDoctor, RunsOverAConfigurationWithWhichNothingElseDoes) {
     EXPECT_THAT(finding["what"], HasSubstr("config.toml:1: queue.messages"));
 }
 
-TEST_F(TvctlDoctor, RefusesWrongUsage) {
+TEST_F(TvctlDoctor, RejectsWrongUsage) {
     EXPECT_EQ(doctor({"--fast"}).exitCode, usage);
     EXPECT_EQ(doctor({"tvservice"}).exitCode, usage);
     EXPECT_EQ(doctor({"--target", "frame-host"}).exitCode, usage);

@@ -29,7 +29,7 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(IsRefused, AConfiguredProgram,
+INSTANTIATE_TEST_SUITE_P(IsRejected, AConfiguredProgram,
                          testing::Values("tvserviced", "mmserviced", "frame-host", "tvctl", "tvsa-demo"),
                          [](const auto& test) {
                              std::string name = test.param;
@@ -37,20 +37,20 @@ INSTANTIATE_TEST_SUITE_P(IsRefused, AConfiguredProgram,
                              return name;
                          });
 
-TEST_P(AConfiguredProgram, RefusesAWrongFileThatIsNamed) {
+TEST_P(AConfiguredProgram, RejectsAWrongFileThatTheVariableNames) {
     const std::string path = configure("some.toml", "[log]\nformat = \"text\"\n\n[queue]\nmessages = \"many\"\n");
     environment["TVSA_CONFIG"] = path;
     expectError(path + ":5: queue.messages: not a number from 1 to 2147483647: \"many\"");
 }
 
-TEST_P(AConfiguredProgram, RefusesAWrongFileOfTheUser) {
+TEST_P(AConfiguredProgram, RejectsAWrongFileOfTheUser) {
     environment["TVSA_CONFIG"] = "";
     environment["XDG_CONFIG_HOME"] = folder.string();
     const std::string path = configure("tvservice-adapter/config.toml", "[queues]\n");
     expectError(path + ":1: unknown table \"queues\"; known: endpoints, keys, remote, queue, run_log, flat_heap, log");
 }
 
-TEST_P(AConfiguredProgram, RefusesAFileThatIsNestedTooDeep) {
+TEST_P(AConfiguredProgram, RejectsAFileThatIsNestedTooDeeply) {
     std::string key = "a";
     for (int i = 0; i < 60000; ++i) key += ".a";
     const std::string path = configure("some.toml", "[" + key + "]\n");
@@ -58,12 +58,12 @@ TEST_P(AConfiguredProgram, RefusesAFileThatIsNestedTooDeep) {
     expectError(path + ":1: nested more than 16 levels deep");
 }
 
-TEST_P(AConfiguredProgram, RefusesAFileThatIsMissing) {
+TEST_P(AConfiguredProgram, RejectsAFileThatIsMissing) {
     environment["TVSA_CONFIG"] = (folder / "none.toml").string();
     expectError((folder / "none.toml").string() + ": there is no such file, which TVSA_CONFIG names");
 }
 
-TEST_P(AConfiguredProgram, RefusesAWrongVariable) {
+TEST_P(AConfiguredProgram, RejectsAWrongVariable) {
     environment["TVSA_HEARTBEAT_MS"] = "often";
     expectError("TVSA_HEARTBEAT_MS: not a number from 10 to 60000: \"often\"");
 }
@@ -86,9 +86,9 @@ TEST_P(AConfiguredProgram, PrintsItsHelp) {
     EXPECT_EQ(outcome.error, "");
 }
 
-using AServiceOfTheFile = Programs;
+using AServiceInTheFile = Programs;
 
-TEST_F(AServiceOfTheFile, IsWhereTheFileSays) {
+TEST_F(AServiceInTheFile, UsesTheEndpointInTheFile) {
     const std::string socket = (folder / "elsewhere.sock").string(), file = (folder / "config.toml").string();
     std::ofstream(file) << "[endpoints]\ntvservice = \"" << socket
                         << "\"\n[log]\nlevels = \"info\"\nformat = \"json\"\n";

@@ -84,13 +84,13 @@ template <class Message> std::string wireOf(const typename Message::Body::Argume
 
 // A message's arguments, or a record, after encoding and decoding.
 template <class Message>
-typename Message::Body::Arguments afterTravel(const typename Message::Body::Arguments& arguments, bool otherOrder) {
+typename Message::Body::Arguments roundTripped(const typename Message::Body::Arguments& arguments, bool otherOrder) {
     const std::string wire = wireOf<Message>(arguments);
     const FlatBlock body =
         received(*Message::table(), otherOrder ? reversed(*Message::table(), wire) : wire, otherOrder);
     return Message::Body::read(body.get());
 }
-template <class Record> Record afterTravel(const Record& record, bool otherOrder) {
+template <class Record> Record roundTripped(const Record& record, bool otherOrder) {
     using Form = typename Record::Flat;
     Form form(record);
     const std::string wire = marshalled(*Form::table(), &form);

@@ -103,7 +103,7 @@ TEST_F(EveryNotification, ReachesNoClientThatWasRemoved) {
     });
 }
 
-TEST_F(EveryNotification, HoldsTheRegistryStillWhileItCallsTheClients) {
+TEST_F(EveryNotification, LocksTheRegistryWhileItCallsTheClients) {
     object.addClient(clients[0]);
     clients[0]->then = [&](frame::MsgIds&) { EXPECT_FALSE(isFree(object)); };
     support::forEach(support::TvNews{}, [&]<class Message>() {
@@ -115,7 +115,7 @@ TEST_F(EveryNotification, HoldsTheRegistryStillWhileItCallsTheClients) {
     EXPECT_TRUE(isFree(object));
 }
 
-TEST_F(EveryNotification, EndsAtAClientThatThrowsAndGivesTheLockBack) {
+TEST_F(EveryNotification, StopsAtAClientThatThrowsAndReleasesTheLock) {
     addAll();
     clients[1]->then = [](frame::MsgIds&) { throw std::runtime_error("client"); };
     support::forEach(support::TvNews{}, [&]<class Message>() {
@@ -155,7 +155,7 @@ protected:
     frame::MsgIds ids{11, 12};
 };
 
-TEST_F(EveryRequest, PassesUnchangedToTheTvServiceAndReturnsItsResult) {
+TEST_F(EveryRequest, IsPassedUnchangedToTheTvServiceAndReturnsItsResult) {
     service.result = -42;
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         if constexpr (isForwarded<Message>) {
@@ -165,7 +165,7 @@ TEST_F(EveryRequest, PassesUnchangedToTheTvServiceAndReturnsItsResult) {
     });
 }
 
-TEST_F(EveryRequest, HandsTheServiceTheCallersOwnIds) {
+TEST_F(EveryRequest, PassesTheCallersIdsToTheService) {
     service.then = [this](frame::MsgIds& seen) { EXPECT_EQ(&seen, &ids); };
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         if constexpr (isForwarded<Message>) request<Message>();
@@ -204,7 +204,7 @@ TEST_F(EveryRequest, ToPlayGoesToTheResourceManager) {
 
 // ---- answers ----
 
-TEST_F(EveryNotification, IsDeliveredHereExceptTheAnswer) {
+TEST_F(EveryNotification, IsDeliveredByTheClientObjectUnlessItIsAnAnswer) {
     addAll();
     const host::LogCapture log{{genrpc::AdapterLog}};
     EXPECT_EQ(deliver<messages::TvServiceInfo>(), 0);
@@ -262,7 +262,7 @@ static_assert(!std::is_base_of_v<ServiceInterface, ModelTvServiceAdapter>);
 
 // ---- starting ----
 
-TEST(AdapterStart, WithoutTheTvServiceMakesTheMmServicesClientOnly) {
+TEST(AdapterStart, CreatesOnlyTheMmClientWithoutTheTvService) {
     MmService mm;
     auto& adapter = newAdapter();
     const host::LogCapture log{{genrpc::AdapterLog}};
@@ -276,7 +276,7 @@ TEST(AdapterStart, WithoutTheTvServiceMakesTheMmServicesClientOnly) {
                 testing::StartsWith("tvservice-adapter.cpp:performStarting(): mmservice-interface pointer = "));
 }
 
-TEST(AdapterStart, WithoutTheMmServiceMakesTheTvServicesClientOnly) {
+TEST(AdapterStart, CreatesOnlyTheTvClientWithoutTheMmService) {
     TvService tv;
     auto& adapter = newAdapter();
     const host::LogCapture log{{genrpc::AdapterLog}};
@@ -296,7 +296,7 @@ TEST(AdapterStart, WithoutTheMmServiceMakesTheTvServicesClientOnly) {
     expectThreeAnswers(application->calls[0]);
 }
 
-TEST(AdapterStart, WithBothServicesFindsTheTvServiceFirst) {
+TEST(AdapterStart, LooksUpTheTvServiceFirst) {
     TvService tv;
     MmService mm;
     auto& adapter = newAdapter();
@@ -308,7 +308,7 @@ TEST(AdapterStart, WithBothServicesFindsTheTvServiceFirst) {
                             testing::StartsWith(place + "mmservice-interface pointer = ")));
 }
 
-TEST(AdapterStart, AgainMakesNewClientObjectsButNoSecondCommandAndLooksNothingUp) {
+TEST(AdapterStart, CreatesOnlyNewClientObjectsTheSecondTime) {
     TvService tv;
     MmService mm;
     auto& adapter = newAdapter();

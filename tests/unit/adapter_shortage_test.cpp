@@ -66,7 +66,7 @@ protected:
     mmservice::Proxy mmProxy;
 };
 
-TEST_F(RequestWithoutMemory, IsRefusedWholeAndTakenTheNextTime) {
+TEST_F(RequestWithoutMemory, FailsWithoutEffectAndSucceedsTheNextTime) {
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         const auto arguments = sampleOf<Message>();
         expectAllOrNothing(
@@ -74,7 +74,7 @@ TEST_F(RequestWithoutMemory, IsRefusedWholeAndTakenTheNextTime) {
     });
 }
 
-TEST_F(RequestWithoutMemory, ToTheMmServiceIsRefusedWholeAndTakenTheNextTime) {
+TEST_F(RequestWithoutMemory, ToTheMmServiceFailsWithoutEffectAndSucceedsTheNextTime) {
     const auto arguments = sampleOf<mmservice::messages::MmServiceReq>();
     expectAllOrNothing([&] { return mmProxy.mmServiceReq(ids, transport, std::get<0>(arguments)); });
 }
@@ -113,13 +113,13 @@ template <class Proxy, class Client> struct Receiving {
     const boost::shared_ptr<Client> first = boost::make_shared<Client>(), second = boost::make_shared<Client>();
 };
 
-TEST(MessageWithoutMemory, LeavesNothingBehindAndTheNextOneIsHeard) {
+TEST(MessageWithoutMemory, LeaksNothingAndTheNextOneIsDelivered) {
     Receiving<tvservice::Proxy, CountingTvClient> receiving;
     support::forEach(support::TvNotifications{},
                      [&]<class Message>() { receiving.expectDeliveredNextTime<Message>(); });
 }
 
-TEST(MessageWithoutMemory, OfTheMmServiceLeavesNothingBehindAndTheNextOneIsHeard) {
+TEST(MessageWithoutMemory, OfTheMmServiceLeaksNothingAndTheNextOneIsDelivered) {
     Receiving<mmservice::Proxy, CountingMmClient> receiving;
     receiving.expectDeliveredNextTime<mmservice::messages::MmServiceInfo>();
 }
@@ -137,7 +137,7 @@ template <class T> void lengthen(T& value) {
     }
 }
 
-TEST(RecordWithoutMemory, IsReadWholeOrNotAtAll) {
+TEST(RecordWithoutMemory, IsReadCompletelyOrNotAtAll) {
     const auto expect = []<class Record>() {
         auto record = support::Samples().next<Record>();
         lengthen(record);
@@ -163,7 +163,7 @@ private:
     Form& form_;
 };
 
-TEST(RecordWithoutMemory, BecomesAFlatFormWholeOrNotAtAll) {
+TEST(RecordWithoutMemory, IsFlattenedCompletelyOrNotAtAll) {
     long failures = 0;
     const auto expect = [&]<class Record>() {
         using Form = typename Record::Flat;
@@ -208,7 +208,7 @@ void destroy(void** members) {
     std::free(members);
 }
 
-TEST(EntryWithoutMemory, LeavesNoMemberBehind) {
+TEST(EntryWithoutMemory, LeaksNoMember) {
     for (const Shortage shortage : shortages) {
         void** members = nullptr;
         const Held held;
@@ -280,7 +280,7 @@ template <class Registry, class Client> void expectClientsKept(Shortage shortage
     for (const auto& client : known) EXPECT_EQ(registry.removeClient(client), 0);
 }
 
-TEST(ClientWithoutMemory, IsAddedWholeOrNotAtAll) {
+TEST(ClientWithoutMemory, IsAddedCompletelyOrNotAtAll) {
     for (const Shortage shortage : shortages) {
         const host::LogCapture log; // captures warnings about the client that was not added
         if (shortage == Shortage::Passing) vdlDebugSetLevels("off"); // a failed log line does not fail the call

@@ -37,7 +37,7 @@ namespace {
 
 // ---- conversion ----
 
-TEST(Conversion, LeavesBehindWhatTheMmServiceDoesNotKnow) {
+TEST(Conversion, OmitsFieldsThatTheMmServiceDoesNotHave) {
     TvServiceReq_t request{{1, 2}, 3, 4, 5, "uri", "dropped", "uuid", "two", {"a", "b"}, "id", "three", "dropped", 99};
     std::vector<MMServiceReq_t> converted(5,
                                           MMServiceReq_t{{9, 9}, 9, 9, 9, "old", "old", "old", {"old"}, "old", "old"});
@@ -46,14 +46,14 @@ TEST(Conversion, LeavesBehindWhatTheMmServiceDoesNotKnow) {
                                        MMServiceReq_t{}));
 }
 
-TEST(Conversion, CarriesEveryFieldOfAnAnswer) {
+TEST(Conversion, CopiesEveryFieldOfAnAnswer) {
     std::vector<TvServiceInfo_t> converted(5);
     convertMmtoTv({MMServiceInfo_t{{1, 2}, -3, "uri", "uuid", "ancestor", "id"}, MMServiceInfo_t{}}, converted);
     EXPECT_THAT(converted,
                 ElementsAre(TvServiceInfo_t{{1, 2}, -3, "uri", "uuid", "ancestor", "id"}, TvServiceInfo_t{}));
 }
 
-TEST(Conversion, EmptiesTheOutputForAnEmptyInput) {
+TEST(Conversion, ClearsTheOutputForAnEmptyInput) {
     std::vector<MMServiceReq_t> requests(3);
     convertTvtoMm({}, requests);
     EXPECT_THAT(requests, SizeIs(0));
@@ -101,7 +101,7 @@ TEST_F(TvClientObject, DeliversToEveryClientInOrderOfRegistration) {
     EXPECT_EQ(order, "a2b2c2a0c0");
 }
 
-TEST_F(TvClientObject, AnswersMinusOneForClientsThatAreKnownAndUnknown) {
+TEST_F(TvClientObject, ReturnsMinusOneForDuplicateAndUnknownClients) {
     host::LogCapture log{{genrpc::AdapterLog}};
     const auto client = boost::make_shared<Client>(order);
     EXPECT_EQ(object.addClient(client), 0);
@@ -118,7 +118,7 @@ TEST_F(TvClientObject, AnswersMinusOneForClientsThatAreKnownAndUnknown) {
     EXPECT_EQ(lines[0].text.rfind("tvservice-adapter.cpp:", 0), 0U);
 }
 
-TEST_F(TvClientObject, TakesPointersOfDifferentOwnersToOneObjectForOneClient) {
+TEST_F(TvClientObject, TreatsPointersWithDifferentOwnersToOneObjectAsOneClient) {
     const host::LogCapture log; // hides expected warnings
     Client client(order);
     const auto pointer = [&] { return boost::shared_ptr<Client>(&client, [](Client*) {}); };
@@ -130,7 +130,7 @@ TEST_F(TvClientObject, TakesPointersOfDifferentOwnersToOneObjectForOneClient) {
     EXPECT_EQ(object.removeClient(pointer()), -1);
 }
 
-TEST_F(TvClientObject, GivesItsLockBackWhenAClientThrows) {
+TEST_F(TvClientObject, ReleasesItsLockWhenAClientThrows) {
     object.addClient(boost::make_shared<Client>(order, "throws"));
     const auto later = boost::make_shared<Client>(order, "later");
     object.addClient(later);
@@ -148,12 +148,12 @@ template <class Registry, class Client> void expectClientsGivenBack(const boost:
     EXPECT_EQ(client.use_count(), 1);
 }
 
-TEST(ClientObjects, GiveTheirClientsBackWhenTheyEnd) {
+TEST(ClientObjects, ReleaseTheirClientsWhenDestroyed) {
     expectClientsGivenBack<TvServiceClient, ClientInterface>(boost::make_shared<ClientBase>());
     expectClientsGivenBack<MmServiceClient, mmservice::ClientInterface>(boost::make_shared<MmServiceClient>());
 }
 
-TEST(MmClientObject, KeepsItsRegistryLikeTheOtherOne) {
+TEST(MmClientObject, ManagesItsRegistryLikeTheTvClientObject) {
     class MmClient : public mmservice::ClientInterface {
         int mmServiceInfo(frame::MsgIds&, const frame::TransportInfo&, const std::vector<MMServiceInfo_t>&) override {
             return 0;
@@ -262,7 +262,7 @@ TvServiceReq_t request(const std::string& uri) {
     return r;
 }
 
-TEST(Adapter, IsFoundByItsOwnAddress) {
+TEST(Adapter, IsRegisteredUnderItsOwnType) {
     boost::shared_ptr<frame::Interface> reference;
     ModelTvServiceAdapter* const adapter = &Receiver::get().adapter;
     ASSERT_EQ(frame::Process::getInstance()->getInterfaceReference(reference, "orvel.lm.interfaces.tvservice-wrapper"),
@@ -306,7 +306,7 @@ TEST(Adapter, StartsWithoutServicesThenFindsThemAndPlaysThroughThem) {
     EXPECT_EQ(receiver.adapter.removeClient(application), -1);
 }
 
-TEST(Entry, MakesTheProxiesAndTheAdapterInATerminatedArray) {
+TEST(Entry, ReturnsTheProxiesAndTheAdapterInATerminatedArray) {
     void** members = frameCreateApplicationArray();
     std::vector<std::string> types;
     for (int i = 0; members[i] != nullptr; ++i) {

@@ -39,7 +39,7 @@ protected:
     }
 };
 
-TEST_F(ConfigurationFile, ThatIsNoTomlIsRefused) {
+TEST_F(ConfigurationFile, IsRejectedUnlessItIsToml) {
     for (const auto& [text, line] :
          std::vector<std::pair<std::string, std::string>>{{"[queue", ":1: "},
                                                           {"[queue]\nmessages = \n", ":2: "},
@@ -52,7 +52,7 @@ TEST_F(ConfigurationFile, ThatIsNoTomlIsRefused) {
     }
 }
 
-TEST_F(ConfigurationFile, NamesWhatItsTablesMayHave) {
+TEST_F(ConfigurationFile, ListsTheKnownNamesWhenOneIsUnknown) {
     const std::string tables = "; known: endpoints, keys, remote, queue, run_log, flat_heap, log";
     expectErrors({
         {"\n[queues]\nmessages = 1\n", "2: unknown table \"queues\"" + tables},
@@ -71,7 +71,7 @@ TEST_F(ConfigurationFile, NamesWhatItsTablesMayHave) {
     });
 }
 
-TEST_F(ConfigurationFile, RefusesWrongNumbers) {
+TEST_F(ConfigurationFile, RejectsInvalidNumbers) {
     const std::string wanted = "queue.messages: not a number from 1 to 2147483647: ";
     expectErrors({
         {"[queue]\nmessages = \"many\"\n", "2: " + wanted + "\"many\""},
@@ -88,11 +88,11 @@ TEST_F(ConfigurationFile, RefusesWrongNumbers) {
     });
 }
 
-TEST_F(ConfigurationFile, RefusesANumberInQuotes) {
+TEST_F(ConfigurationFile, RejectsANumberInQuotes) {
     expectErrors({{"[queue]\nmessages = \"12\"\n", "2: queue.messages: a text, not a number: \"12\""}});
 }
 
-TEST_F(ConfigurationFile, RefusesWrongTexts) {
+TEST_F(ConfigurationFile, RejectsInvalidTexts) {
     expectErrors({
         {"[endpoints]\ntv = 7\n", "2: endpoints.tv: not a text: 7"},
         {"[endpoints]\ntv = \"\"\n", "2: endpoints.tv: not a text: \"\""},
@@ -127,7 +127,7 @@ TEST_F(ConfigurationFile, MayNameEndpointsAndKeysOnlyWhenOnlyItsOwnerCanWriteIt)
     EXPECT_EQ(error(), "no error");
 }
 
-TEST_F(ConfigurationFile, ThatCannotBeReadIsRefused) {
+TEST_F(ConfigurationFile, IsRejectedWhenItCannotBeRead) {
     setenv("TVSA_CONFIG", folder.c_str(), 1);
     EXPECT_EQ(error(), folder + ": not a file");
     const std::string pipe = folder + "/pipe";
@@ -145,7 +145,7 @@ TEST_F(ConfigurationFile, ThatCannotBeReadIsRefused) {
 }
 
 // Each level of the parser's tree uses stack.
-TEST_F(ConfigurationFile, ThatIsNestedTooDeepIsRefused) {
+TEST_F(ConfigurationFile, IsRejectedWhenNestedTooDeeply) {
     const auto repeated = [](const std::string& text, int times) {
         std::string all;
         for (int i = 0; i < times; ++i) all += text;
@@ -168,7 +168,7 @@ TEST_F(ConfigurationFile, ThatIsNestedTooDeepIsRefused) {
         });
 }
 
-TEST_F(ConfigurationFile, CountsOnlyWhatNests) {
+TEST_F(ConfigurationFile, CountsOnlyNestedLevels) {
     const std::string many = std::string(40, '.') + std::string(40, '[');
     configure("# " + many + "\nlog.levels = \"warning\" # " + many + "\n[endpoints]\ntv = \"/\\\"" + many +
               "\"\nmm = '/" + many + "'\n[keys]\nclients = [\n\"\"\"\n" + many + "\"\"\"\"\", '''" + many +
@@ -177,7 +177,7 @@ TEST_F(ConfigurationFile, CountsOnlyWhatNests) {
         << "everything before it was accepted";
 }
 
-TEST_F(ConfigurationFile, IsQuotedInPart) {
+TEST_F(ConfigurationFile, IsQuotedOnlyInPartWhenAValueIsLong) {
     std::string umlauts;
     for (int i = 0; i < 150; ++i) umlauts += "\u00e4"; // two bytes each
     const std::string rest = " bytes) is neither text nor json";
@@ -187,7 +187,7 @@ TEST_F(ConfigurationFile, IsQuotedInPart) {
          {"log.format = \"x" + umlauts + "\"\n", "1: log.format: \"x" + umlauts.substr(0, 198) + "...\" (301" + rest}});
 }
 
-TEST_F(ConfigurationFile, IsLookedForBelowWhatIsNoFolder) {
+TEST_F(ConfigurationFile, MayBeMissingBelowAPathThatIsNotAFolder) {
     setenv("XDG_CONFIG_HOME", write("file", "").c_str(), 1);
     EXPECT_EQ(error(), "no error");
 }
@@ -209,7 +209,7 @@ protected:
     }
 };
 
-TEST_F(WrongConfigurationFile, IsReportedWithTheFirstLineOfTheLogWhichGoesOn) {
+TEST_F(WrongConfigurationFile, IsReportedWithTheFirstLogLineAndLoggingContinues) {
     configure("[log]\nlevels = \"off\"\nformat = \"xml\"\n");
     EXPECT_EXIT(
         {
@@ -222,7 +222,7 @@ TEST_F(WrongConfigurationFile, IsReportedWithTheFirstLineOfTheLogWhichGoesOn) {
                       "used\n[^\n]*warning: first\n[^\n]*warning: second\n$"));
 }
 
-TEST_F_WHERE(support::flatMemoryIsLimited, WrongConfigurationFile, LeavesFlatHeapAndRunLogWithTheBuiltInSize) {
+TEST_F_WHERE(support::flatMemoryIsLimited, WrongConfigurationFile, LeavesFlatHeapAndRunLogAtTheirBuiltInSizes) {
     configure("[queue]\nmessages = \"many\"\n[flat_heap]\nmegabytes = 32\n");
     setenv("STATE_DIRECTORY", (folder + "/state").c_str(), 1);
     EXPECT_EXIT(
@@ -237,7 +237,7 @@ TEST_F_WHERE(support::flatMemoryIsLimited, WrongConfigurationFile, LeavesFlatHea
             "used\n"));
 }
 
-TEST_F(WrongConfigurationFile, HidesNothingWhenItIsRight) {
+TEST_F(WrongConfigurationFile, IsNotReportedWhenItIsValid) {
     configure("[log]\nlevels = \"off,0x0300=warning\"\nformat = \"json\"\n[flat_heap]\nmegabytes = 32\n");
     EXPECT_EXIT(
         {

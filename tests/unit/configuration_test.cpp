@@ -63,7 +63,7 @@ TEST_F(Configuration, HasTheBuiltInValuesWithoutFileAndVariables) {
         EXPECT_EQ(setting(name), std::nullopt) << name;
 }
 
-TEST_F(Configuration, TakesAValueFromTheFileWithItsLine) {
+TEST_F(Configuration, ReadsAValueFromTheFileWithItsLine) {
     const std::string path = configure("# limits\n[queue]\nmessages = 12\n\nbytes = 0x10_00\n");
     EXPECT_THAT(setting("queue.messages"), Optional(Setting{"12", path + ":3"}));
     EXPECT_THAT(setting("queue.bytes"), Optional(Setting{"4096", path + ":5"}));
@@ -71,7 +71,7 @@ TEST_F(Configuration, TakesAValueFromTheFileWithItsLine) {
     EXPECT_EQ(host::QueueLimits::fromConfiguration().messages, 12U);
 }
 
-TEST_F(Configuration, TakesAVariableBeforeTheFile) {
+TEST_F(Configuration, PrefersAVariableToTheFile) {
     configure("[queue]\nmessages = 12\n");
     setenv("TVSA_QUEUE_MESSAGES", "13", 1);
     EXPECT_THAT(setting("queue.messages"), Optional(Setting{"13", "TVSA_QUEUE_MESSAGES"}));
@@ -85,7 +85,7 @@ TEST_F(Configuration, IgnoresAnEmptyVariable) {
     EXPECT_EQ(valueOf("queue.messages"), "1024");
 }
 
-TEST_F(Configuration, KnowsEveryServicesEndpointAndKey) {
+TEST_F(Configuration, HasAnEndpointAndAKeyForEveryService) {
     const std::string path = configure(
         "[endpoints]\ntvservice = \"tcp://host:7\"\nframe-test_2 = \"/x\"\n[keys.services]\ntvservice = \"k\"\n");
     setenv("TVSA_ENDPOINT_MMSERVICE", "/there", 1);
@@ -100,7 +100,7 @@ TEST_F(Configuration, KnowsEveryServicesEndpointAndKey) {
     EXPECT_EQ(host::endpointOf("frame-test_2"), "/x");
 }
 
-TEST_F(Configuration, LimitsThePathOfASocketOnlyAndSaysWhereItCameFrom) {
+TEST_F(Configuration, LimitsOnlySocketPathsAndNamesTheirOrigin) {
     const std::string host = "tcp://" + std::string(200, 'x') + ":1";
     setenv("TVSA_ENDPOINT_TV", host.c_str(), 1);
     EXPECT_EQ(host::endpointOf("tv"), host);
@@ -109,7 +109,7 @@ TEST_F(Configuration, LimitsThePathOfASocketOnlyAndSaysWhereItCameFrom) {
     EXPECT_EQ(errorOf([] { host::endpointOf("tv"); }), "TVSA_ENDPOINT_TV: socket path too long (108 bytes): " + path);
 }
 
-TEST_F(Configuration, RejectsAMalformedEndpointAndSaysWhereItCameFrom) {
+TEST_F(Configuration, RejectsAMalformedEndpointAndNamesItsOrigin) {
     const std::string path = "/" + std::string(107, 'x');
     const std::array<std::array<std::string, 2>, 3> wrong{
         {{"tcp://host", "not tcp://HOST:PORT: \"tcp://host\""},
@@ -146,7 +146,7 @@ TEST_F(Configuration, JoinsTheItemsOfAListWithCommas) {
     }
 }
 
-TEST_F(Configuration, LooksForTheUsersFileAndTheSystems) {
+TEST_F(Configuration, SearchesForTheUsersFileAndTheSystems) {
     const auto places = [] {
         std::vector<std::string> paths;
         for (const auto& file : host::configurationFiles()) paths.push_back(file.path);
@@ -167,7 +167,7 @@ TEST_F(Configuration, LooksForTheUsersFileAndTheSystems) {
     EXPECT_EQ(valueOf("queue.messages"), "1024");
 }
 
-TEST_F(Configuration, LaysTheUsersFileOverTheSystemsValueByValue) {
+TEST_F(Configuration, OverridesTheSystemsFileWithTheUsersValueByValue) {
     const std::string systems = write("system.toml", "[queue]\nmessages = 1\nbytes = 2\n[log]\nformat = \"json\"\n");
     const std::string users = write("user.toml", "[queue]\n\nbytes = 3\n");
     host::config::Values values;
@@ -180,7 +180,7 @@ TEST_F(Configuration, LaysTheUsersFileOverTheSystemsValueByValue) {
     EXPECT_EQ(values.size(), 3U);
 }
 
-TEST_F(Configuration, NeedsTheFileThatIsNamed) {
+TEST_F(Configuration, RequiresTheFileThatTheVariableNames) {
     setenv("TVSA_CONFIG", (folder + "/none.toml").c_str(), 1);
     EXPECT_EQ(errorOf(host::checkConfiguration), folder + "/none.toml: there is no such file, which TVSA_CONFIG names");
 }
@@ -214,12 +214,12 @@ TEST_F(Configuration, ListsEverySettingAndThoseOfConfiguredServices) {
                       }));
 }
 
-TEST_F(Configuration, KnowsNoOtherSettings) {
+TEST_F(Configuration, HasNoOtherSettings) {
     for (const char* name : {"", "queue", "queue.", "queue.message", "endpoints", "endpoints.", "keys.services."})
         EXPECT_THROW(setting(name), std::logic_error) << name;
 }
 
-TEST_F(Configuration, RefusesAWrongVariable) {
+TEST_F(Configuration, RejectsAWrongVariable) {
     const std::vector<std::array<std::string, 3>> wrong{
         {"TVSA_QUEUE_MESSAGES", "a dozen", "not a number from 1 to 2147483647: \"a dozen\""},
         {"TVSA_QUEUE_BYTES", "0", "not a number from 1 to 2147483647: \"0\""},
@@ -245,7 +245,7 @@ TEST_F(Configuration, RefusesAWrongVariable) {
     }
 }
 
-TEST_F(Configuration, LetsAProgramStartWithAWrongVariableThatIsReplaced) {
+TEST_F(Configuration, LetsAProgramStartWithAnInvalidVariableThatHasADefault) {
     for (const char* variable : {"TVSA_RUNLOG_QUEUE", "TVSA_FLAT_HEAP_MB", "TVSA_LOG_FORMAT", "TVSA_LOG"})
         setenv(variable, "wrong", 1);
     EXPECT_EQ(errorOf(host::checkConfiguration), "no error");
@@ -257,7 +257,7 @@ TEST_F(Configuration, LetsAProgramStartWithAWrongVariableThatIsReplaced) {
     EXPECT_EQ(valueOf("log.levels"), "wrong") << "the log uses the items that are valid";
 }
 
-TEST_F(Configuration, HasABuiltInLevelThatIsTheOneBeforeAnyCodeRuns) {
+TEST_F(Configuration, HasTheSameBuiltInLevelAsBeforeAnyCodeRuns) {
     const std::uint16_t before = vdlDebugLevels[0x3FF];
     EXPECT_EQ(vdlDebugSetLevels(valueOf("log.levels")), "");
     EXPECT_EQ(vdlDebugLevels[0x3FF], before);

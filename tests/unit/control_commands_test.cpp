@@ -171,7 +171,7 @@ struct TvServiceNewThingReq {
     using Body = genrpc::Body<tvservice::TvServiceParentalLockInfo_t, std::string, tvservice::MtsAudioTrack_t>;
 };
 
-TEST(RequestWords, FollowFromTheNamesOfAMessageThatHasNone) {
+TEST(RequestWords, AreDerivedFromTheNamesOfAMessageWithoutWords) {
     const auto [command, arguments, help] = control::wordsOf<TvServiceNewThingReq>();
     EXPECT_EQ(command, "new-thing");
     EXPECT_EQ(arguments, "TERMINAL N N TEXT N");
@@ -180,18 +180,18 @@ TEST(RequestWords, FollowFromTheNamesOfAMessageThatHasNone) {
     EXPECT_FALSE(control::canBeTyped<std::tuple<tvservice::TvServiceInstalledInfo_t>>);
 }
 
-TEST_F(Control, SaysWhatItSentAsJson) {
+TEST_F(Control, PrintsWhatItSentAsJson) {
     EXPECT_EQ(run({"audio", "0:0", "1"}, true).output, "{\"sent\":\"TvServiceAudioReq\"}\n");
 }
 
-TEST_F(Control, PassesOnThatARequestCouldNotBeSent) {
+TEST_F(Control, ReportsThatARequestCouldNotBeSent) {
     service.result = -105;
     const auto reply = run({"send-key", "RED"});
     EXPECT_EQ(reply.status, -105);
     EXPECT_THAT(reply.output, HasSubstr("TvServiceSendKeyReq could not be sent: "));
 }
 
-TEST_F(Control, RefusesWrongArgumentsAndSendsNothing) {
+TEST_F(Control, RejectsWrongArgumentsAndSendsNothing) {
     const std::string fourKiB(4096, '7');
     const std::vector<std::vector<std::string>> wrong = {
         {"swap-win", ""},
@@ -313,12 +313,12 @@ TEST_F(Control, KeepsTheNewestNotificationsThatFitIntoSixteenMebibytes) {
     EXPECT_EQ(table().dropped, 3U);
 }
 
-TEST_F(Control, RefusesANumberThatNoNotificationCanHave) {
+TEST_F(Control, RejectsANumberThatNoNotificationCanHave) {
     for (const char* after : {"-1", "x", "1.5", "18446744073709551616"})
         EXPECT_EQ(run({"notifications", after}).status, -22) << after;
 }
 
-TEST_F(Control, MakesNoJsonOfANotificationThatIsTooLongAnyway) {
+TEST_F(Control, DoesNotConvertATooLongNotificationToJson) {
     frame::MsgIds ids;
     const std::size_t least = control::NotificationLog::longestArguments;
     log.tvServicePlayInfo(ids, {}, {std::string(least, '"')});
@@ -346,7 +346,7 @@ TEST_F(Control, ListsLongNotificationsInSeveralCalls) {
     EXPECT_THAT(numbers({"notifications"}), testing::ElementsAre(11, 12));
 }
 
-TEST_F(Control, ListsNoTextThatForgesALineOrSteersATerminal) {
+TEST_F(Control, EscapesTextThatForgesALineOrControlsATerminal) {
     frame::MsgIds ids;
     tvservice::TvServiceInfo_t info;
     info.uri = "dvb://1\nforged\x1b[2J\x7f\xc2\x9b";
@@ -401,7 +401,7 @@ TEST_F(ControlOfTheQueue, ZapsWithOneRequestAtATime) {
     EXPECT_EQ(run({"zap", "1:0", "dvb://1"}, true).output, "{\"wanted\":1}\n");
 }
 
-TEST_F(ControlOfTheQueue, ForgetsZapsWhenSomethingNewerIsPlayedOrStopped) {
+TEST_F(ControlOfTheQueue, DropsZapsWhenSomethingNewerIsPlayedOrStopped) {
     for (const auto& newer : {std::vector<std::string>{"play", "5:0,2:0", "dvb://9"}, {"stop", "5:0"}}) {
         run({"zap", "5:0", "dvb://1", "dvb://2"});
         EXPECT_EQ(run(newer).status, 0);

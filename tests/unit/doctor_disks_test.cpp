@@ -80,7 +80,7 @@ protected:
     std::vector<std::string> mounted;
 };
 
-TEST_F_WHERE(canOverlay(), DoctorOfDisks, NamesTheHolderOfALockWhereAFileHasADeviceOfItsOwn) {
+TEST_F_WHERE(canOverlay(), DoctorOfDisks, NamesTheHolderOfALockOnAnOverlay) {
     const std::string lower = makeFolder("lower"), upper = makeFolder("upper");
     ASSERT_TRUE(mount(upper, "tmpfs", ""));
     ASSERT_TRUE(mount(runtimeFolder, "overlay",
@@ -99,7 +99,7 @@ TEST_F_WHERE(canOverlay(), DoctorOfDisks, NamesTheHolderOfALockWhereAFileHasADev
 }
 
 // In its own process, because the threads of the blocked checks keep running.
-TEST_F_WHERE(canMountSilently(), DoctorOfDisks, GoesOnWhenTheRuntimeFoldersDiskDoesNotAnswer) {
+TEST_F_WHERE(canMountSilently(), DoctorOfDisks, ContinuesWhenTheRuntimeFoldersDiskDoesNotRespond) {
     const host::io::FileDescriptor silent = openSilent();
     ASSERT_TRUE(mountSilently(runtimeFolder, silent.get()));
     mounted.push_back(runtimeFolder);

@@ -8,7 +8,7 @@ namespace {
 
 using namespace shortage_test;
 
-TEST(FlatHeapWithoutMemory, ServesAThreadsFirstBlockOrThrows) {
+TEST(FlatHeapWithoutMemory, AllocatesAThreadsFirstBlockOrThrows) {
     vdlFlatFree(vdlFlatAlloc(1)); // creates objects that are kept after the first use
     for (const Shortage shortage : shortages) {
         bool met = true, served = false;

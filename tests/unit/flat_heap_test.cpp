@@ -80,14 +80,14 @@ protected:
     }
 };
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, UsesMemoryAgainThatWasFreed) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, ReusesFreedMemory) {
     for (const std::size_t size : {std::size_t{24}, std::size_t{1000}, 64 * kibibyte, 3 * mebibyte}) {
         const std::size_t rounds = 4 * limit() / size;
         for (std::size_t i = 0; i < std::min<std::size_t>(rounds, 100000); ++i) vdlFlatFree(vdlFlatAlloc(size));
     }
 }
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, ThrowsWhenExhaustedAndServesOn) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, ThrowsWhenExhaustedAndRemainsUsable) {
     for (const std::size_t size : {4 * kibibyte, 60 * kibibyte, mebibyte - 8}) {
         auto blocks = exhaust(size);
         EXPECT_GT(blocks.size() * size, limit() / 4 * 3) << size;
@@ -98,19 +98,19 @@ TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, ThrowsWhenExhaustedAndSer
     }
 }
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, RefusesWhatIsLargerThanTheRegion) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, RejectsABlockLargerThanTheRegion) {
     for (const std::size_t size : {limit(), limit() + 1, SIZE_MAX - 7, SIZE_MAX - 3, SIZE_MAX})
         EXPECT_THROW((void)vdlFlatAlloc(size), std::bad_alloc) << size;
 }
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, JoinsSmallBlocksToLargeOnesWhenTheyAreFree) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, MergesFreeBlocks) {
     const std::size_t largest = largestBlock();
     auto small = exhaust(4 * kibibyte);
     freeMiddleLast(small);
     expectAgain(largest);
 }
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, GivesThePagesOfALargeBlockBackToTheSystem) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, ReturnsThePagesOfALargeBlockToTheSystem) {
     auto* block = static_cast<char*>(vdlFlatAlloc(8 * mebibyte));
     std::memset(block, 'x', 8 * mebibyte);
     vdlFlatFree(block);
@@ -120,7 +120,7 @@ TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, GivesThePagesOfALargeBloc
     vdlFlatFree(again);
 }
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, GetsTheBlocksOfEndedThreadsBack) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, ReclaimsTheBlocksOfEndedThreads) {
     const std::size_t largest = largestBlock();
     std::thread([] {
         auto blocks = exhaust(4 * kibibyte);
@@ -131,7 +131,7 @@ TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, GetsTheBlocksOfEndedThrea
 
 // ---- with and without a region ----
 
-TEST_F(FlatHeap, GivesDistinctAlignedBlocksBelowFourGibibytesForEverySize) {
+TEST_F(FlatHeap, ReturnsDistinctAlignedBlocksBelowFourGibibytesForEverySize) {
     std::vector<std::pair<unsigned char*, std::size_t>> blocks;
     for (std::size_t size = 0; size < 200 * kibibyte; size += size < 300 ? 1 : size / 7) {
         auto* block = static_cast<unsigned char*>(vdlFlatAlloc(size));
@@ -147,7 +147,7 @@ TEST_F(FlatHeap, GivesDistinctAlignedBlocksBelowFourGibibytesForEverySize) {
     }
 }
 
-TEST_F(FlatHeap, GivesAByteWhenAskedForNone) {
+TEST_F(FlatHeap, AllocatesAByteForSizeZero) {
     auto* block = static_cast<char*>(vdlFlatAlloc(0));
     ASSERT_NE(block, nullptr);
     *block = 'x';
@@ -156,7 +156,7 @@ TEST_F(FlatHeap, GivesAByteWhenAskedForNone) {
 
 TEST_F(FlatHeap, IgnoresNull) { vdlFlatFree(nullptr); }
 
-TEST_F(FlatHeap, CountsBlocksAndTheBytesAskedFor) {
+TEST_F(FlatHeap, CountsBlocksAndRequestedBytes) {
     const auto before = host::flatHeapUsage();
     void* small = vdlFlatAlloc(10);
     void* large = vdlFlatAlloc(mebibyte + 1);
@@ -171,7 +171,7 @@ TEST_F(FlatHeap, CountsBlocksAndTheBytesAskedFor) {
     vdlFlatFree(large);
 }
 
-TEST_F(FlatHeap, TakesBlocksBackFromOtherThreads) {
+TEST_F(FlatHeap, AcceptsBlocksFreedByOtherThreads) {
     std::vector<void*> blocks(20000);
     std::thread([&] {
         for (std::size_t i = 0; i < blocks.size(); ++i) blocks[i] = vdlFlatAlloc(i % 500);
@@ -219,7 +219,7 @@ TEST_F(FlatHeap, ServesManyThreadsThatExchangeBlocks) {
 }
 
 #ifdef __SANITIZE_ADDRESS__
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, PoisonsWhatIsNotAllocated) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, PoisonsUnallocatedMemory) {
     for (const std::size_t size : {std::size_t{5}, std::size_t{24}, 3 * mebibyte}) {
         auto* block = static_cast<char*>(vdlFlatAlloc(size));
         EXPECT_FALSE(__asan_address_is_poisoned(block));
@@ -240,7 +240,7 @@ std::uint64_t limitOfProcess(const char* megabytes) {
 
 using FlatHeapDeathTest = testing::Test;
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatHeapDeathTest, HasTheSizeThatTheEnvironmentSays) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatHeapDeathTest, HasTheSizeFromTheEnvironment) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     const auto matches = [](const char* megabytes, std::uint64_t expected) {
         EXPECT_EXIT(std::_Exit(limitOfProcess(megabytes) == expected * mebibyte ? 0 : 1), testing::ExitedWithCode(0),

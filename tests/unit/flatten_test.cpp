@@ -19,7 +19,7 @@ namespace {
 
 using namespace tvservice;
 
-TEST(CopyBytes, CopiesEveryLengthAndNothingBesides) {
+TEST(CopyBytes, CopiesExactlyTheGivenLength) {
     for (std::size_t length = 0; length <= 40; ++length) {
         std::string from;
         for (std::size_t i = 0; i < length; ++i) from += static_cast<char>('A' + i);
@@ -38,7 +38,7 @@ struct WantedBlocks {
     }
 };
 
-TEST(NewArray, RefusesWhatDoesNotFitIntoFlatMemory) {
+TEST(NewArray, RejectsASizeThatDoesNotFitIntoFlatMemory) {
     constexpr std::size_t most = UINT32_MAX / sizeof(vdlDeserString_t);
     WantedBlocks blocks;
     genrpc::newArray<vdlDeserString_t>(most, blocks);
@@ -48,7 +48,7 @@ TEST(NewArray, RefusesWhatDoesNotFitIntoFlatMemory) {
     EXPECT_EQ(blocks.wanted, most * sizeof(vdlDeserString_t)) << "requested, but not allocated";
 }
 
-TEST(NewArray, IsZeroOnTheHeapAsItMayBeReleasedHalfFilled) {
+TEST(NewArray, IsZeroedOnTheHeapSoThatItMayBeReleasedHalfFilled) {
     genrpc::HeapBlocks blocks;
     constexpr std::size_t count = 50;
     void* const before = vdlFlatAlloc(count * sizeof(vdlDeserString_t)); // so that the array may reuse this block
@@ -94,7 +94,7 @@ template <class Record> void expectAssigned() {
     EXPECT_EQ(host::flatHeapUsage().blocks, before);
 }
 
-TEST(FlatForm, HoldsTheRecordThatWasAssignedToItInAsManyBlocksAsOneMadeOfIt) {
+TEST(FlatForm, HoldsAnAssignedRecordInAsManyBlocksAsAConstructedOne) {
     const auto expect = []<class Record>() { expectAssigned<Record>(); };
     support::forEach(support::CoreRecords{}, expect);
     support::forEach(support::StreamRecords{}, expect);
@@ -103,7 +103,7 @@ TEST(FlatForm, HoldsTheRecordThatWasAssignedToItInAsManyBlocksAsOneMadeOfIt) {
 
 using FlatFormInALimit = testing::Test;
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatFormInALimit, GivesEverythingBackWhenFlatMemoryRunsOutWhileItIsMade) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatFormInALimit, ReleasesEverythingWhenConstructionRunsOutOfFlatMemory) {
     std::vector<void*> taken;
     for (std::size_t size = std::size_t{1} << 20; size >= 16; size /= 2) {
         try {
@@ -131,7 +131,7 @@ TEST_F_WHERE(support::flatMemoryIsLimited, FlatFormInALimit, GivesEverythingBack
     for (void* block : taken) vdlFlatFree(block);
 }
 
-TEST(FlatSequence, WithMoreElementsThanFitIsALengthError) {
+TEST(FlatSequence, ThrowsALengthErrorForTooManyElements) {
     EXPECT_EQ(genrpc::countWithin(5, 5), 5U);
     EXPECT_THROW((void)genrpc::countWithin(6, 5), std::length_error);
     // In a 32-bit address space neither the array nor the vector of this size may exceed the address space.
@@ -157,7 +157,7 @@ TEST(FlatSequence, WithMoreElementsThanFitIsALengthError) {
     support::forEach(support::StatusRecords{}, expect);
 }
 
-TEST(FlatRegion, GivesBlocksThatDoNotOverlapAndDoublesItsMemory) {
+TEST(FlatRegion, ReturnsBlocksThatDoNotOverlapAndDoublesItsMemory) {
     const auto before = host::flatHeapUsage().blocks;
     auto region = genrpc::FlatRegion::create(1000);
     std::vector<std::pair<char*, std::size_t>> places;
@@ -180,7 +180,7 @@ TEST(FlatRegion, GivesBlocksThatDoNotOverlapAndDoublesItsMemory) {
     EXPECT_EQ(host::flatHeapUsage().blocks, before);
 }
 
-TEST(FlatRegion, HasRoomForAMessageHoweverLittleIsAskedFor) {
+TEST(FlatRegion, HasRoomForAMessageEvenIfLittleIsRequested) {
     const auto before = host::flatHeapUsage().blocks;
     auto region = genrpc::FlatRegion::create(0);
     region->allocate(256); // fills it to the last byte

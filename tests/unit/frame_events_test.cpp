@@ -33,7 +33,7 @@ TEST(Events, RunInOrderAndOnlyThosePostedBeforeTheSchedule) {
         "bad event");
 }
 
-TEST(Events, PostedButNotScheduledDoNotRun) {
+TEST(Events, DoNotRunUntilScheduled) {
     inOwnProcess([] {
         auto *a = new Member("A"), *b = new Member("B");
         run([&] {
@@ -48,7 +48,7 @@ TEST(Events, PostedButNotScheduledDoNotRun) {
     });
 }
 
-TEST(Events, OfAStoppedMemberAreDiscarded) {
+TEST(Events, AreDiscardedWhenTheirMemberStops) {
     inOwnProcess([] {
         auto *a = new Member("A"), *b = new Member("B");
         run([&] {
@@ -65,7 +65,7 @@ TEST(Events, OfAStoppedMemberAreDiscarded) {
     });
 }
 
-TEST(Events, RunAgainOnceAStoppedMemberIsStartedAnew) {
+TEST(Events, RunAgainAfterAStoppedMemberRestarts) {
     inOwnProcess([] {
         auto* a = new Member("A");
         run([&] {
@@ -90,7 +90,7 @@ TEST(Events, RunAgainOnceAStoppedMemberIsStartedAnew) {
     });
 }
 
-TEST(Events, StayDiscardedWhenAStoppedMemberFailsToStartAnew) {
+TEST(Events, StayDiscardedWhenAStoppedMemberFailsToRestart) {
     inOwnProcess([] {
         auto* a = new Member("A");
         run([&] {
@@ -111,7 +111,7 @@ TEST(Events, StayDiscardedWhenAStoppedMemberFailsToStartAnew) {
     });
 }
 
-TEST(Events, OfADestroyedMemberAreDiscarded) {
+TEST(Events, AreDiscardedWhenTheirMemberIsDestroyed) {
     inOwnProcess([] {
         auto* b = new Member("B");
         run([&] {
@@ -131,7 +131,7 @@ TEST(Events, OfADestroyedMemberAreDiscarded) {
     });
 }
 
-TEST(Events, OfManyThreadsAllRunOnTheFrameworksThread) {
+TEST(Events, RunOnTheFrameworksThreadWhateverThreadPostsThem) {
     inOwnProcess([] {
         constexpr int threads = 4, perThread = 200;
         const auto framework = std::this_thread::get_id();

@@ -131,7 +131,7 @@ std::vector<Codec> codecsWithSeveralForms() {
 
 class GoldenMessageWithTextsOrFlags : public GoldenMessage {};
 
-TEST_P(GoldenMessageWithTextsOrFlags, IsReadAsAnotherSenderMayWriteIt) { expectRead("accepted"); }
+TEST_P(GoldenMessageWithTextsOrFlags, IsReadInOtherFormsThatASenderMayWrite) { expectRead("accepted"); }
 
 INSTANTIATE_TEST_SUITE_P(, GoldenMessageWithTextsOrFlags, testing::ValuesIn(codecsWithSeveralForms()), nameOf);
 

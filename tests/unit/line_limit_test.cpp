@@ -36,7 +36,7 @@ unsigned admitted(LineLimit& limit, unsigned lines, LineLimit::Clock::time_point
     return count;
 }
 
-TEST(LineLimit, WritesTheFirstLinesOfEachSecondAndReportsHowManyMoreThereWere) {
+TEST(LineLimit, WritesTheFirstLinesOfEachSecondAndReportsTheNumberSuppressed) {
     static LineLimit limit("peer %s did it\n");
     const LogCapture log({module});
     EXPECT_EQ(admitted(limit, most, at(5000ms)), most);
@@ -49,7 +49,7 @@ TEST(LineLimit, WritesTheFirstLinesOfEachSecondAndReportsHowManyMoreThereWere) {
     LineLimit::tellHeldBack(at(7000ms));
 }
 
-TEST(LineLimit, ReportsALastFloodOnceItsSecondIsOver) {
+TEST(LineLimit, ReportsTheLastSuppressedLinesOnceTheirSecondIsOver) {
     static LineLimit limit("flood\n");
     const LogCapture log({module});
     admitted(limit, most + 7, at(20000ms));

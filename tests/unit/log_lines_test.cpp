@@ -313,12 +313,12 @@ void PrintTo(const Scene& scene, std::ostream* out) { *out << scene.name; }
 
 class LogLines : public testing::TestWithParam<Scene> {};
 
-TEST_P(LogLines, AreThese) { EXPECT_THAT(GetParam().play(), ElementsAreArray(GetParam().lines)); }
+TEST_P(LogLines, AreAsListed) { EXPECT_THAT(GetParam().play(), ElementsAreArray(GetParam().lines)); }
 
 INSTANTIATE_TEST_SUITE_P(Of, LogLines, testing::ValuesIn(scenes()),
                          [](const auto& scene) { return std::string(scene.param.name); });
 
-TEST(LinesOf, AreTheCallersWhateverAnotherThreadLogsMeanwhile) {
+TEST(LinesOf, ExcludeLinesThatAnotherThreadLogs) {
     tvservice::MmServiceClient object;
     EXPECT_THAT(linesOf([&] {
                     std::thread([] {
@@ -332,7 +332,7 @@ TEST(LinesOf, AreTheCallersWhateverAnotherThreadLogsMeanwhile) {
 
 // The registrar looks up its shell once per process, so each of these tests has its own process.
 
-TEST(RegistrarLogLinesDeathTest, SayThatTheShellWasFound) {
+TEST(RegistrarLogLinesDeathTest, ReportThatTheShellWasFound) {
     const auto expected =
         Lines{registrar(trace, "ovRegister(): Called "), registrar(trace, "registerCommand(): Called "),
               registrar(progress, "svcAppovshell(): ovshell-interface pointer = P."),
@@ -346,7 +346,7 @@ TEST(RegistrarLogLinesDeathTest, SayThatTheShellWasFound) {
         testing::ExitedWithCode(0), "");
 }
 
-TEST(RegistrarLogLinesDeathTest, SayThatThereIsNoShell) {
+TEST(RegistrarLogLinesDeathTest, ReportThatThereIsNoShell) {
     const auto saying = [](const std::string& what) {
         return testing::ContainsRegex("0x0103 failure: ovshell.cpp:[0-9]+:svcAppovshell\\(\\): " + what);
     };

@@ -190,7 +190,7 @@ TEST(Marshaller, CopiesWhatArrivedToTheSameBytes) {
     EXPECT_EQ(message.marshal(outer), outerMessage());
 }
 
-TEST(Marshaller, WritesAStringThatIsUnsetEmptyOrFull) {
+TEST(Marshaller, WritesUnsetEmptyAndNonEmptyStrings) {
     const EndianTable& table = __vdl_EndianTable_vdlDeserString_t;
     const auto marshalled = [&](const vdlDeserString_t& string) {
         host::Bytes out;
@@ -220,7 +220,7 @@ TEST(Marshaller, TerminatesStringsItself) {
 
 // Strings one after the other as in a region, with gaps, in another order, without terminators between them, and one
 // inside another.
-TEST(Marshaller, WritesStringsWhereverTheyLie) {
+TEST(Marshaller, WritesStringsWhereverTheyAreInMemory) {
     const std::string texts("abc\0de\0fgh\0", 11);
     constexpr std::uint32_t count = 3, arrayBytes = count * sizeof(vdlDeserString_t);
     const std::unique_ptr<char, void (*)(void*) noexcept> block(
@@ -254,7 +254,7 @@ TEST(Marshaller, WritesStringsWhereverTheyLie) {
             }
 }
 
-TEST(Marshaller, WritesAnArrayOfNothingAsNull) {
+TEST(Marshaller, WritesAnEmptyArrayAsNull) {
     auto* word = static_cast<vdl::Word<std::uint32_t>*>(vdlFlatAlloc(4));
     const vdlDeserBlobUint32_t list{0, word};
     host::Bytes out;
@@ -272,7 +272,7 @@ TEST(Marshaller, AppendsWithOffsetsFromTheMessagesStart) {
     EXPECT_EQ(std::string(out.data(), out.size()), "head:" + outerMessage());
 }
 
-TEST(Marshaller, LeavesTheRunAsItWasWhenTheMessageIsTooLong) {
+TEST(Marshaller, LeavesTheOutputUnchangedWhenTheMessageIsTooLong) {
     Arrived message(outerMessage());
     ASSERT_EQ(message.unmarshal(outer), "");
     host::Bytes out;
@@ -285,7 +285,7 @@ TEST(Marshaller, LeavesTheRunAsItWasWhenTheMessageIsTooLong) {
     EXPECT_EQ(out.size(), 5 + outerMessage().size());
 }
 
-TEST(Marshaller, RefusesToSendCountsWithNullPointers) {
+TEST(Marshaller, RejectsCountsWithNullPointersWhenSending) {
     Arrived message(outerMessage());
     ASSERT_EQ(message.unmarshal(outer), "");
     for (const std::size_t offset : {1U, 12U, 20U, 28U, 36U, 44U}) {
@@ -339,7 +339,7 @@ TEST(Marshaller, CorrectsTheByteOrderOfAForeignMessage) {
     EXPECT_NE(errorOf(outer, swapped(outerMessage(), outerScalars())), "");
 }
 
-TEST(Marshaller, RefusesEveryTruncation) {
+TEST(Marshaller, RejectsEveryTruncation) {
     for (std::size_t length = 0; length < outerMessage().size(); ++length) {
         EXPECT_NE(errorOf(outer, outerMessage().substr(0, length)), "") << length;
         Arrived foreign(swapped(outerMessage(), outerScalars()).substr(0, length));
@@ -347,11 +347,11 @@ TEST(Marshaller, RefusesEveryTruncation) {
     }
 }
 
-TEST(Marshaller, RefusesBytesAfterTheLastBlock) {
+TEST(Marshaller, RejectsBytesAfterTheLastBlock) {
     EXPECT_THAT(errorOf(outer, outerMessage() + '\0'), HasSubstr("1 bytes after its last block"));
 }
 
-TEST(Marshaller, RefusesBoundaryValuesInEveryCountAndOffset) {
+TEST(Marshaller, RejectsBoundaryValuesInEveryCountAndOffset) {
     for (const std::size_t field : outerCounts) {
         for (const std::size_t place : {field, field + 4}) {
             const std::uint32_t right = get(outerMessage(), place);
@@ -379,13 +379,13 @@ TEST(Marshaller, SurvivesEveryChangeOfASingleByte) {
     }
 }
 
-TEST(Marshaller, RefusesAStringWithoutTerminator) {
+TEST(Marshaller, RejectsAStringWithoutTerminator) {
     std::string message = outerMessage();
     message[59] = 'd';
     EXPECT_THAT(errorOf(outer, message), HasSubstr("string at byte 1: its block at 56 is not terminated"));
 }
 
-TEST(Marshaller, RefusesBlocksThatOverlapOrLeaveGaps) {
+TEST(Marshaller, RejectsBlocksThatOverlapOrLeaveGaps) {
     const EndianTable& table = __vdl_EndianTable_vdlDeserBlobString_t;
     const auto list = [](std::uint32_t first, std::uint32_t second) {
         return std::string(Text().u32(2).u32(8).u32(1).u32(first).u32(1).u32(second).string("a").string("b"));
@@ -403,7 +403,7 @@ TEST(Marshaller, AcceptsAStringWithALengthAndANullPointer) {
     EXPECT_EQ(reinterpret_cast<vdlDeserString_t*>(message.data())->data.get(), nullptr);
 }
 
-TEST(Marshaller, RefusesAListWhoseCountAndPointerDisagree) {
+TEST(Marshaller, RejectsAListWhoseCountAndPointerDisagree) {
     for (const EndianTable* table :
          {&__vdl_EndianTable_vdlDeserBlobString_t, &__vdl_EndianTable_vdlDeserBlobUint32_t}) {
         EXPECT_EQ(errorOf(*table, Text().u32(0).u32(0)), "");
@@ -412,13 +412,13 @@ TEST(Marshaller, RefusesAListWhoseCountAndPointerDisagree) {
     }
 }
 
-TEST(Marshaller, RefusesACountWhoseBytesExceedAWord) {
+TEST(Marshaller, RejectsACountWhoseBytesExceedAWord) {
     // 2^30 words of 4 bytes are 2^32, which is 0 in 32 bits.
     EXPECT_NE(errorOf(__vdl_EndianTable_vdlDeserBlobUint32_t, Text().u32(1U << 30).u32(8)), "");
     EXPECT_NE(errorOf(__vdl_EndianTable_vdlDeserBlobUint32_t, Text().u32((1U << 30) + 1).u32(8).u32(1)), "");
 }
 
-TEST(Marshaller, TakesARecordWithoutFields) {
+TEST(Marshaller, AcceptsARecordWithoutFields) {
     static const EndianEntry entries[] = {end};
     static const EndianTable table{0, entries};
     host::Bytes out;

@@ -50,7 +50,7 @@ protected:
     std::size_t atRest = 0;
 };
 
-TEST_P(QueueCalls, MakeNoQueueOrAWholeOne) {
+TEST_P(QueueCalls, CreateAQueueCompletelyOrNotAtAll) {
     server.reset(); // its thread allocates memory
     client.reset();
     atRest = descriptors();
@@ -64,14 +64,14 @@ TEST_P(QueueCalls, MakeNoQueueOrAWholeOne) {
     EXPECT_GT(failEverywhere(make, nothingLeft), 1);
 }
 
-TEST_P(QueueCalls, MakeNoConnectionOrAWholeOne) {
+TEST_P(QueueCalls, CreateAConnectionCompletelyOrNotAtAll) {
     EXPECT_GT(failEverywhere([this] { channel = &connect(); }, [this] { expectNoChannel(); }), 1);
     client->open(*channel);
     client->start();
     EXPECT_TRUE(honestClientServed());
 }
 
-TEST_P(QueueCalls, OfferNoServiceOrAWholeOne) {
+TEST_P(QueueCalls, OfferAServiceCompletelyOrNotAtAll) {
     const auto serve = [this] { client->serve("radio", messages, 64); };
     const auto nothingOffered = [this] {
         expectNoChannel();
@@ -97,7 +97,7 @@ TEST_P(QueueCalls, OpenAllConnectionsOrNone) {
     }));
 }
 
-TEST_P(QueueCalls, BindAHandlerOrNone) {
+TEST_P(QueueCalls, BindAHandlerOrFail) {
     channel = &connect();
     int result = 1;
     const auto bind = [&] { result = channel->registerMessageHandler(numberMeta, ignore, nullptr, numberTable); };

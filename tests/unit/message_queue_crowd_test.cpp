@@ -79,7 +79,7 @@ TEST_F(MessageQueue, EvictsNoClientThatHasSentItsHello) {
     EXPECT_EQ(serverStatistics().refused, 0U);
 }
 
-TEST_F(MessageQueue, RejectsTheNewestOfMoreClientsThanItTakes) {
+TEST_F(MessageQueue, RejectsANewClientWhenAllSlotsAreTaken) {
     const host::LogCapture log({0x0202});
     startServer();
     const std::string hello = validHello();
@@ -100,7 +100,7 @@ TEST_F(MessageQueue, RejectsTheNewestOfMoreClientsThanItTakes) {
     EXPECT_TRUE(eventually([&] { return offered->clients().size() == 256; }));
 }
 
-TEST_F(MessageQueue, FreesWhatItHeldForClientsThatHaveGone) {
+TEST_F(MessageQueue, FreesTheMemoryOfDisconnectedClients) {
     startServer();
     const std::string hello = validHello();
     const auto serveOneByOne = [&](std::size_t clients) {

@@ -32,14 +32,14 @@ extern "C" [[gnu::visibility("default")]] int bind(int socket, const sockaddr* a
 namespace queue_test {
 namespace {
 
-TEST_F(MessageQueue, HasASocketThatNeverExistsWithAnotherMode) {
+TEST_F(MessageQueue, CreatesItsSocketWithItsFinalMode) {
     const mode_t former = umask(0);
     startServer();
     umask(former);
     EXPECT_EQ(modeAtBind, 0600U);
 }
 
-TEST_F(MessageQueue, ReplacesALeftOverSocket) {
+TEST_F(MessageQueue, ReplacesAStaleSocket) {
     leaveSocketBehind();
     startBoth();
     struct stat status {};
@@ -49,7 +49,7 @@ TEST_F(MessageQueue, ReplacesALeftOverSocket) {
     EXPECT_NE(0, stat(path.c_str(), &status));
 }
 
-TEST_F(MessageQueue, LeavesAnEndpointInUseAlone) {
+TEST_F(MessageQueue, DoesNotTakeAnEndpointInUse) {
     startBoth();
     host::MessageQueue second(limits);
     try {
@@ -62,7 +62,7 @@ TEST_F(MessageQueue, LeavesAnEndpointInUseAlone) {
 }
 
 // Between checking a stale socket and replacing it, a server holds only the lock.
-TEST_F(MessageQueue, LeavesAnEndpointAloneThatAnotherServerIsTaking) {
+TEST_F(MessageQueue, DoesNotTakeAnEndpointThatAnotherServerIsTaking) {
     leaveSocketBehind();
     struct stat before {
     }, after{};
@@ -86,7 +86,7 @@ TEST_F(MessageQueue, LeavesAnEndpointAloneThatAnotherServerIsTaking) {
     EXPECT_TRUE(honestClientServed());
 }
 
-TEST_F(MessageQueue, LetsOneOfManyServersReplaceALeftOverSocket) {
+TEST_F(MessageQueue, LetsOneOfManyServersReplaceAStaleSocket) {
     for (int round = 0; round < 20; ++round) {
         leaveSocketBehind();
         std::vector<std::unique_ptr<host::MessageQueue>> servers;
@@ -118,7 +118,7 @@ TEST_F(MessageQueue, KeepsItsLockPrivate) {
     EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0600), status.st_mode);
 }
 
-TEST_F(MessageQueue, SaysThatItsLockCannotBeHad) {
+TEST_F(MessageQueue, ReportsThatItCannotLock) {
     std::filesystem::create_directory(path + ".lock");
     host::MessageQueue queue(limits);
     try {
@@ -129,7 +129,7 @@ TEST_F(MessageQueue, SaysThatItsLockCannotBeHad) {
     }
 }
 
-TEST_F(MessageQueue, DoesNotRemoveAFileThatIsNoSocket) {
+TEST_F(MessageQueue, DoesNotRemoveAFileThatIsNotASocket) {
     std::ofstream(path) << "kept";
     host::MessageQueue queue(limits);
     EXPECT_THROW(queue.serve("tuner", messages, 4096), std::runtime_error);

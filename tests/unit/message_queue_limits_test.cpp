@@ -41,7 +41,7 @@ protected:
 };
 
 // Otherwise every client could hold the memory of a whole queue.
-TEST_F(CrowdedQueue, BoundsWhatWaitsForAllClientsTogetherAndReservesAPartForEach) {
+TEST_F(CrowdedQueue, LimitsTheQueuedBytesOfAllClientsAndReservesAPartForEach) {
     constexpr std::size_t silent = 8, textBytes = 512 * 1024;
     limits.bytes = 4 * 1024 * 1024;
     startServer();
@@ -63,7 +63,7 @@ TEST_F(CrowdedQueue, BoundsWhatWaitsForAllClientsTogetherAndReservesAPartForEach
 }
 
 // Otherwise a client with many queued notifications would never receive the answers to its requests.
-TEST_F(CrowdedQueue, LeavesRoomForAnswersBesideWhatAllClientsAreSent) {
+TEST_F(CrowdedQueue, LeavesRoomForAnswersBesideNotifications) {
     limits.messages = 80;
     limits.bytes = 4 * 1024 * 1024;
     // The length of a text, and the number of texts that all clients may be sent while one of them reads nothing.
@@ -84,7 +84,7 @@ TEST_F(CrowdedQueue, LeavesRoomForAnswersBesideWhatAllClientsAreSent) {
     }
 }
 
-TEST_P(SmallQueue, KeepsAsManyAsItHasRoomForAndTakesMoreOnceTheyAreOut) {
+TEST_P(SmallQueue, QueuesAsManyMessagesAsFitAndAcceptsMoreOnceTheyAreSent) {
     startClient();
     for (std::uint32_t i = 0; i < GetParam(); ++i) EXPECT_EQ(0, sendNumber(*channel, i));
     for (int i = 0; i < 3; ++i) EXPECT_EQ(-11, sendNumber(*channel, 1000));
@@ -99,7 +99,7 @@ TEST_P(SmallQueue, KeepsAsManyAsItHasRoomForAndTakesMoreOnceTheyAreOut) {
     EXPECT_EQ(2 * GetParam(), clientStatistics().sent);
 }
 
-TEST_P(SmallQueue, DeliversAllThatItAcceptedInOrderToAServiceThatIsSlow) {
+TEST_P(SmallQueue, DeliversAllAcceptedMessagesInOrderToASlowService) {
     startBoth();
     std::uint32_t accepted = 0;
     while (accepted < 20000)

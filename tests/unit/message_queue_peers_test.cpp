@@ -94,7 +94,7 @@ TEST_F(MessageQueue, EndsAConnectionWithAnOversizedFrame) {
     EXPECT_TRUE(honestClientServed());
 }
 
-TEST_F(MessageQueue, GoesOnAfterAnUndecodableMessage) {
+TEST_F(MessageQueue, ContinuesAfterAnUndecodableMessage) {
     startServer();
     RawPeer peer(path);
     peer.send(validHello() + frameOf(textMeta, 8, words({5, 0xFFFFFFF0}, false)) +
@@ -105,7 +105,7 @@ TEST_F(MessageQueue, GoesOnAfterAnUndecodableMessage) {
     EXPECT_EQ(3u, serverStatistics().undecodable);
 }
 
-TEST_F(MessageQueue, UnderstandsAPeerOfTheOtherByteOrder) {
+TEST_F(MessageQueue, UnderstandsAPeerWithTheOtherByteOrder) {
     startServer();
     RawPeer peer(path);
     const std::string text = words({3, 8}, true) + std::string("abc\0", 4);
@@ -118,7 +118,7 @@ TEST_F(MessageQueue, UnderstandsAPeerOfTheOtherByteOrder) {
     EXPECT_EQ((frame::MsgIds{7, 9}), serverInbox.transports[0].ids);
 }
 
-TEST_F(MessageQueue, ConnectsAgainWhenTheServiceRestarts) {
+TEST_F(MessageQueue, ReconnectsWhenTheServiceRestarts) {
     startBoth();
     EXPECT_TRUE(honestClientServed());
     server.reset();
@@ -134,7 +134,7 @@ TEST_F(MessageQueue, ConnectsAgainWhenTheServiceRestarts) {
     EXPECT_EQ(0u, clientStatistics().dropped);
 }
 
-TEST_F(MessageQueue, DropsOnlyTheMessageThatABreakCutShort) {
+TEST_F(MessageQueue, DropsOnlyTheMessageThatADisconnectCutShort) {
     startServer();
     std::string hello = validHello();
     server.reset();

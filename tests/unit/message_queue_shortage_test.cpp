@@ -232,7 +232,7 @@ TEST_F(Shortage, OfMemoryQueuesNothingAndCompletesOnce) {
     }
 }
 
-TEST_F(Shortage, OfMemoryLeavesTheDeadlinesOfOtherMessagesWatched) {
+TEST_F(Shortage, OfMemoryKeepsTheDeadlinesOfOtherMessages) {
     limits.wait = 30ms;
     makeClient();
     client->start();
@@ -240,7 +240,7 @@ TEST_F(Shortage, OfMemoryLeavesTheDeadlinesOfOtherMessagesWatched) {
     EXPECT_TRUE(eventually([&] { return clientStatistics().dropped == 1; }));
 }
 
-TEST_F(Shortage, OfMemoryWhileTheSocketIsFullLosesNoMoreThanThatMessage) {
+TEST_F(Shortage, OfMemoryWhileTheSocketIsFullLosesOnlyThatMessage) {
     makeServer();
     server->start();
     const Text text(2 * 1024 * 1024);
@@ -270,7 +270,7 @@ TEST_F(Shortage, OfMemoryWhileTheSocketIsFullLosesNoMoreThanThatMessage) {
     EXPECT_GT(allocations, 1) << "nothing was allocated, so nothing was tested";
 }
 
-TEST_F(Shortage, OfAServiceKeepsWhatTheReceivingThreadSendsToIt) {
+TEST_F(Shortage, OfAServiceQueuesMessagesFromTheReceivingThreadUntilTheirDeadline) {
     limits.wait = 30ms;
     makeClient(&sender);
     sender.channel = channel;

@@ -168,7 +168,7 @@ TEST_P(StarvedService, ServesTheNextClientAndCountsThoseItRejected) {
     EXPECT_GT(failures, 5);
 }
 
-TEST_P(StarvedService, FreesTheMemoryOfClientsThatHaveGone) {
+TEST_P(StarvedService, FreesTheMemoryOfDisconnectedClients) {
     const auto rounds = [this] {
         const host::LogCapture quiet({0x0202});
         failElsewhereAtEveryAllocation(
@@ -256,7 +256,7 @@ protected:
     std::uint32_t newest = 0; // newest number that the client sent
 };
 
-TEST_P(StarvedClient, ConnectsAgainAndCountsEveryLostMessage) {
+TEST_P(StarvedClient, ReconnectsAndCountsEveryLostMessage) {
     const host::LogCapture quiet({0x0202});
     queue->start();
     const auto round = [this] {

@@ -51,7 +51,7 @@ TEST_F(MessageQueue, RefusesAPayloadThatCannotBeMarshalled) {
     EXPECT_TRUE(honestClientServed());
 }
 
-TEST_F(MessageQueue, KeepsMessagesUntilTheServiceIsThere) {
+TEST_F(MessageQueue, KeepsMessagesUntilTheServiceStarts) {
     startClient();
     for (std::uint32_t i = 0; i < 10; ++i) EXPECT_EQ(0, sendNumber(*channel, i));
     ASSERT_TRUE(eventually([&] { return connectionEvents.failed > 0; }));
@@ -89,7 +89,7 @@ TEST_F(MessageQueue, RefusesMessagesBeyondTheBytes) {
     EXPECT_EQ(std::string(9000, 'x'), serverInbox.texts[0]);
 }
 
-TEST_F(MessageQueue, LogsTheFirstRefusalAndHowManyFollowedIt) {
+TEST_F(MessageQueue, LogsTheFirstRefusalAndTheNumberOfLaterOnes) {
     limits.messages = 2;
     const host::LogCapture log({0x0202});
     const auto refusals = [&] {
@@ -136,7 +136,7 @@ TEST_F(MessageQueue, RefusesEverythingOnceStopped) {
     EXPECT_FALSE(clientStatistics().connected);
 }
 
-TEST_F(MessageQueue, DropsWhatWaitsAtStop) {
+TEST_F(MessageQueue, DropsQueuedMessagesWhenStopped) {
     startClient();
     EXPECT_EQ(0, sendNumber(*channel, 1));
     EXPECT_EQ(0, sendNumber(*channel, 2));
@@ -145,7 +145,7 @@ TEST_F(MessageQueue, DropsWhatWaitsAtStop) {
     EXPECT_EQ(0u, clientStatistics().queued);
 }
 
-TEST_F(MessageQueue, DeliversWhatAClientHasSentBeforeItStops) {
+TEST_F(MessageQueue, DeliversMessagesThatAClientSentBeforeItStopped) {
     startBoth();
     for (int i = 0; i < 100; ++i) sendText(*channel, 1000, 'x');
     client->stop();
@@ -155,7 +155,7 @@ TEST_F(MessageQueue, DeliversWhatAClientHasSentBeforeItStops) {
     EXPECT_TRUE(eventually([&] { return serverInbox.size() == sent; })) << serverInbox.size() << " of " << sent;
 }
 
-TEST_F(MessageQueue, DeliversWhatAServiceHasSentBeforeItStops) {
+TEST_F(MessageQueue, DeliversMessagesThatAServiceSentBeforeItStopped) {
     startBoth();
     for (int i = 0; i < 100; ++i) sendText(*offered, 1000, 'x');
     server->stop();
@@ -213,7 +213,7 @@ TEST_F(MessageQueue, ConnectsOnlyModulesThatAreOpened) {
     EXPECT_EQ(0U, clientInbox.size());
 }
 
-TEST_F(MessageQueue, OneFullClientDoesNotHoldUpTheOthers) {
+TEST_F(MessageQueue, ServesOtherClientsWhenOneQueueIsFull) {
     limits.messages = 2;
     startBoth();
     RawPeer stalled(path);
@@ -238,7 +238,7 @@ TEST_F(MessageQueue, SurvivesAHandlerThatThrows) {
     EXPECT_TRUE(honestClientServed());
 }
 
-TEST_F(MessageQueue, TakesItsLimitsFromTheEnvironment) {
+TEST_F(MessageQueue, ReadsItsLimitsFromTheEnvironment) {
     setenv("TVSA_QUEUE_MESSAGES", "12", 1);
     EXPECT_EQ(12u, host::QueueLimits::fromConfiguration().messages);
     setenv("TVSA_QUEUE_MESSAGES", "a dozen", 1);

@@ -95,7 +95,7 @@ TEST_F(FloodedQueue, ServesAnotherClientSoonWhenEachMessageTakesLong) {
     EXPECT_LT(own - handler.takers.begin(), 20);
 }
 
-TEST_F(FloodedQueue, StopsAlthoughMessagesAreWaiting) {
+TEST_F(FloodedQueue, StopsWhileMessagesAreQueued) {
     flooder->send(hello + numbers(1500));
     ASSERT_TRUE(eventually([&] { return handler.taken() == 1; }));
     auto stopped = std::async(std::launch::async, [&] { server->stop(); });

@@ -35,7 +35,7 @@ protected:
     std::string hello;
 };
 
-TEST_F(UnfinishedMessage, EndsTheConnectionWhenNothingMoreComes) {
+TEST_F(UnfinishedMessage, EndsTheConnectionWhenTheRestDoesNotArrive) {
     startServerThatWaits(100ms);
     RawPeer peer(path);
     peer.send(beginning(mebibyte, 1000));
@@ -109,7 +109,7 @@ TEST_F(UnfinishedMessage, HasNoLargeBufferWhenItIsSmall) {
 using host::io::ReceiveBudget;
 using host::io::ReceiveBuffer;
 
-TEST(ReceiveBudget, GivesAPeerNoMoreThanItsShare) {
+TEST(ReceiveBudget, LimitsAPeerToItsShare) {
     ReceiveBudget budget(1000, 100);
     budget.take("one", 60);
     budget.take("one", 40);
@@ -120,7 +120,7 @@ TEST(ReceiveBudget, GivesAPeerNoMoreThanItsShare) {
     EXPECT_THROW(budget.take("one", 1), std::runtime_error);
 }
 
-TEST(ReceiveBudget, GivesAllPeersNoMoreThanThereIs) {
+TEST(ReceiveBudget, LimitsAllPeersToTheTotal) {
     ReceiveBudget budget(100, 80);
     budget.take("one", 80);
     EXPECT_THROW(budget.take("another", 21), std::runtime_error);

@@ -70,7 +70,7 @@ protected:
     boost::shared_ptr<Client> clients[3];
 };
 
-TEST_F(MmProxy, SetsItsServiceAndBufferWhenMade) {
+TEST_F(MmProxy, SetsItsServiceAndBufferOnConstruction) {
     const host::LogCapture log{{genrpc::MmProxyLog}};
     const Proxy made;
     EXPECT_EQ(made.getServiceName(), "mmservice");
@@ -123,7 +123,7 @@ TEST_F(MmProxy, BindsItsOneNotification) {
     EXPECT_EQ(module.bound[0].table, messages::MmServiceInfo::table());
 }
 
-TEST_F(MmProxy, AnswersMinusSeventeenAndMinusTwoForClientsThatAreKnownAndUnknown) {
+TEST_F(MmProxy, ReturnsMinusSeventeenForDuplicateAndMinusTwoForUnknownClients) {
     const host::LogCapture log{{genrpc::MmProxyLog}};
     EXPECT_EQ(proxy.addClient(clients[0]), 0);
     EXPECT_EQ(proxy.addClient(clients[0]), -17);
@@ -136,7 +136,7 @@ TEST_F(MmProxy, AnswersMinusSeventeenAndMinusTwoForClientsThatAreKnownAndUnknown
                             "app-mmservice-proxy-main.cpp:removeClient(): client not found (of 0 known ones)"));
 }
 
-TEST_F(MmProxy, TakesPointersOfDifferentOwnersToOneObjectForOneClient) {
+TEST_F(MmProxy, TreatsPointersWithDifferentOwnersToOneObjectAsOneClient) {
     const host::LogCapture log; // hides expected warnings
     Client client;
     const auto pointer = [&] { return boost::shared_ptr<Client>(&client, [](Client*) {}); };
@@ -173,7 +173,7 @@ TEST_F(MmProxy, DeliversAnEmptyListToEveryClient) {
     for (const auto& client : clients) EXPECT_THAT(client->received, ElementsAre(IsEmpty()));
 }
 
-TEST_F(MmProxy, GoesOnWithItsCopyWhenAClientRemovesItselfOrSends) {
+TEST_F(MmProxy, ContinuesWithItsCopyWhenAClientRemovesItselfOrSends) {
     addAll();
     clients[1]->then = [&] {
         EXPECT_EQ(proxy.removeClient(clients[1]), 0);
@@ -187,7 +187,7 @@ TEST_F(MmProxy, GoesOnWithItsCopyWhenAClientRemovesItselfOrSends) {
     EXPECT_THAT(module.sent, SizeIs(1));
 }
 
-TEST_F(MmProxy, LetsAClientsExceptionOutAndServesOn) {
+TEST_F(MmProxy, PropagatesAClientsExceptionAndRemainsUsable) {
     addAll();
     clients[1]->then = [] { throw std::runtime_error("client"); };
     EXPECT_THROW(notify(infos), std::runtime_error);
@@ -199,7 +199,7 @@ TEST_F(MmProxy, LetsAClientsExceptionOutAndServesOn) {
     EXPECT_THAT(clients[2]->received, ElementsAre(infos));
 }
 
-TEST_F(MmProxy, LeavesTheMessageAsItWas) {
+TEST_F(MmProxy, LeavesTheMessageUnchanged) {
     addAll();
     EXPECT_EQ(proxy.registerMessageHandlers(), 0);
     const support::FlatBody<messages::MmServiceInfo> body(std::tuple{infos});

@@ -44,7 +44,7 @@ const frame::MessageDescription withOneMore[] = {
     descriptions[0], descriptions[1], {"Newer", unknownMeta, &numberTable}};
 const frame::MessageSet newer{withOneMore, 3};
 
-TEST_F(AnOldPeer, IsRejectedByAServiceThatHasAMessageMore) {
+TEST_F(AnOldPeer, IsRejectedByAServiceWithOneMoreMessage) {
     expectRejected(newer, messages, "peer does not know message 0x00002003 (Newer)",
                    "peer has message 0x00002003, which is unknown here");
 }
@@ -54,7 +54,7 @@ TEST_F(AnOldPeer, RejectsANewerApplicationAsWell) {
                    "peer does not know message 0x00002003 (Newer)");
 }
 
-TEST_F(AnOldPeer, IsRejectedByTheNameOfTheMessageThatHasAFieldMore) {
+TEST_F(AnOldPeer, IsRejectedWithTheNameOfAMessageThatHasOneMoreField) {
     static const vdl::EndianEntry entries[] = {numberEntries[0], {4, vdl::EndianScalar4, std::uintptr_t{0}}, endOfList};
     static const vdl::EndianTable longer{8, entries};
     static const frame::MessageDescription changed[] = {{"Number", numberMeta, &longer}, descriptions[1]};
@@ -62,7 +62,7 @@ TEST_F(AnOldPeer, IsRejectedByTheNameOfTheMessageThatHasAFieldMore) {
                    "peer's message 0x00002001 (Number) has another layout");
 }
 
-TEST_F(AnOldPeer, TalksWhenItsLayoutsAreTheSameUnderOtherNamesInAnotherOrder) {
+TEST_F(AnOldPeer, IsAcceptedWithTheSameLayoutsUnderOtherNamesInAnotherOrder) {
     static const vdl::EndianEntry entries[] = {numberEntries[0], endOfList};
     static const vdl::EndianTable sameLayout{4, entries};
     static const frame::MessageDescription renamed[] = {{"Words", textMeta, &textTable},
@@ -88,7 +88,9 @@ std::vector<frame::MessageDescription> tvMessages() {
     return {tvservice::messageSet().begin(), tvservice::messageSet().end()};
 }
 
-TEST(TheTvService, AcceptsAPeerOfTheSameLists) { EXPECT_EQ(judge(tvMessages()).verdict, Handshake::Verdict::Accepted); }
+TEST(TheTvService, AcceptsAPeerWithTheSameMessages) {
+    EXPECT_EQ(judge(tvMessages()).verdict, Handshake::Verdict::Accepted);
+}
 
 TEST(TheTvService, RejectsAnOlderPeerWithoutItsLastMessage) {
     auto older = tvMessages();

@@ -23,7 +23,7 @@ protected:
     Outbox first{64}, second{64};
 };
 
-TEST_F(OutboxTest, CopiesAMessageForSeveralPeersThatIsMarshalledAlready) {
+TEST_F(OutboxTest, CopiesAnAlreadyMarshalledMessageForSeveralPeers) {
     host::Bytes frame;
     add(first, 1, &frame);
     add(second, 2, &frame); // does not read the payload again
@@ -38,7 +38,7 @@ TEST_F(OutboxTest, WritesTheSameFrameForOnePeerAndForSeveral) {
     EXPECT_EQ(contentOf(second), contentOf(first));
 }
 
-TEST_F(OutboxTest, TakesNothingOfAMessageThatCannotBeMarshalled) {
+TEST_F(OutboxTest, AddsNothingForAMessageThatCannotBeMarshalled) {
     const vdlDeserString_t text{5, nullptr};
     host::Bytes frame;
     const auto& planOfText = host::planOf(queue_test::textTable);

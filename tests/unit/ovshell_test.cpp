@@ -233,7 +233,7 @@ TEST_F(PathSwitch, ToMmShowsTheExternalSourceOnThreeTerminals) {
     }
 }
 
-TEST_F(PathSwitch, SendsOneRequestForItsTwoWordsAndNoneForOthers) {
+TEST_F(PathSwitch, SendsARequestForEitherOfItsTwoWordsAndNoneForOthers) {
     EXPECT_TRUE(sends("hdmi"));
     EXPECT_TRUE(sends("mm"));
     EXPECT_TRUE(sends(std::string("hdmi\0x", 6))) << "the text ends at a NUL";
@@ -289,19 +289,19 @@ bool endsFatallyButNotByAbort(int status) {
     return WIFSIGNALED(status) ? WTERMSIG(status) != SIGABRT : WEXITSTATUS(status) != 0;
 }
 
-TEST_F(PathSwitchShell, ThatCannotBeStartedIsReportedAndEndsTheProcess) {
+TEST_F(PathSwitchShell, IsReportedAndEndsTheProcessWhenItCannotBeStarted) {
     EXPECT_EXIT(registerWith(noMembers), endsFatallyButNotByAbort,
                 testing::AllOf(testing::HasSubstr("svcAppovshell(): Unable to lookup ovshell-interface: -22."),
                                testing::HasSubstr("svcAppovshell(): pService != nullptr ASSERT FAILED !!!")));
 }
 
-TEST_F(PathSwitchShell, ThatIsStillMissingWhenStartedEndsTheProcess) {
+TEST_F(PathSwitchShell, EndsTheProcessWhenItIsStillMissingAfterItsStart) {
     EXPECT_EXIT(registerWith(membersWithoutShell), endsFatallyButNotByAbort,
                 testing::AllOf(testing::Not(testing::HasSubstr("Unable to lookup")),
                                testing::HasSubstr("svcAppovshell(): pService != nullptr ASSERT FAILED !!!")));
 }
 
-TEST_F(PathSwitchShell, ThatIsMissingAbortsAReceiverUnderDevelopmentAfterASecond) {
+TEST_F(PathSwitchShell, AbortsAReceiverUnderDevelopmentAfterASecondWhenMissing) {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EXIT(registerWith(noMembers, "/proc/self/exe"), testing::KilledBySignal(SIGABRT),
                 testing::HasSubstr("svcAppovshell(): pService != nullptr ASSERT FAILED !!!"));

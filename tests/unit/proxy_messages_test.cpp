@@ -92,7 +92,7 @@ TEST_F(EverySender, LogsFromALineOfItsOwn) {
     EXPECT_THAT(numbers, SizeIs(support::TvRequests::size));
 }
 
-TEST_F(EverySender, GivesItsMemoryBackWhenTheMessageIsSent) {
+TEST_F(EverySender, ReleasesItsMemoryWhenTheMessageIsSent) {
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         const auto before = host::flatHeapUsage().blocks;
         send<Message>();
@@ -114,7 +114,7 @@ TEST_F(EverySender, KeepsItsMemoryUntilALaterCompletionOnAnotherThread) {
     });
 }
 
-TEST_F(EverySender, GivesItsMemoryBackWithoutAModule) {
+TEST_F(EverySender, ReleasesItsMemoryWithoutAModule) {
     proxy.setOmqIOModule(nullptr);
     const host::LogCapture log; // hides the framework's warning
     support::forEach(support::TvRequests{}, [&]<class Message>() {
@@ -124,7 +124,7 @@ TEST_F(EverySender, GivesItsMemoryBackWithoutAModule) {
     });
 }
 
-TEST_F(EverySender, SendsTheEmptyArgumentsAsTheyAre) {
+TEST_F(EverySender, SendsEmptyArguments) {
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         using Arguments = typename Message::Body::Arguments;
         send<Message>(Arguments{});
@@ -132,7 +132,7 @@ TEST_F(EverySender, SendsTheEmptyArgumentsAsTheyAre) {
     });
 }
 
-TEST_F(EverySender, HasTheseBytesOnTheWireWhereThereIsLittleToSend) {
+TEST_F(EverySender, HasTheseBytesForShortMessages) {
     send<messages::TvServiceReq>({});
     EXPECT_EQ(module.sent.back().wire, std::string(8, '\0')) << "count zero and no array";
     send<messages::TvServiceInfoReq>();
@@ -276,7 +276,7 @@ TEST_F(EveryHandler, CallsItsClientsInTheOrderOfRegistration) {
     });
 }
 
-TEST_F(EveryHandler, GoesOnWithItsCopyWhenAClientRemovesItself) {
+TEST_F(EveryHandler, ContinuesWithItsCopyWhenAClientRemovesItself) {
     add(3);
     clients[1]->then = [&](frame::MsgIds&) { EXPECT_EQ(proxy.removeClient(clients[1]), 0); };
     support::forEach(support::TvNotifications{}, [&]<class Message>() {
@@ -290,7 +290,7 @@ TEST_F(EveryHandler, GoesOnWithItsCopyWhenAClientRemovesItself) {
     });
 }
 
-TEST_F(EveryHandler, LetsAClientsExceptionOutAndServesOn) {
+TEST_F(EveryHandler, PropagatesAClientsExceptionAndRemainsUsable) {
     add(2);
     support::forEach(support::TvNotifications{}, [&]<class Message>() {
         clients[0]->then = [](frame::MsgIds&) { throw std::runtime_error("client"); };
@@ -305,7 +305,7 @@ TEST_F(EveryHandler, LetsAClientsExceptionOutAndServesOn) {
     });
 }
 
-TEST_F(EveryHandler, LeavesTheMessageAsItWas) {
+TEST_F(EveryHandler, LeavesTheMessageUnchanged) {
     add(3);
     support::forEach(support::TvNotifications{}, [&]<class Message>() {
         const support::FlatBody<Message> body(sampleOf<Message>());

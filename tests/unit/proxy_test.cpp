@@ -54,7 +54,7 @@ protected:
     const std::vector<tvservice::TvServiceInfo_t> oneInfo{{{1, 2}, 3, "uri", "uuid", "ancestor", "7"}};
 };
 
-TEST_F(TvProxy, SetsItsServiceAndBufferWhenMade) {
+TEST_F(TvProxy, SetsItsServiceAndBufferOnConstruction) {
     host::LogCapture log{{genrpc::TvProxyLog}};
     tvservice::Proxy made;
     EXPECT_EQ(made.getServiceName(), "tvservice");
@@ -66,7 +66,7 @@ TEST_F(TvProxy, SetsItsServiceAndBufferWhenMade) {
                             "app-tvservice-proxy-main.cpp:Proxy(): the buffer size for tvservice is 16384."));
 }
 
-TEST_F(TvProxy, AnswersMinusSeventeenAndMinusTwoForClientsThatAreKnownAndUnknown) {
+TEST_F(TvProxy, ReturnsMinusSeventeenForDuplicateAndMinusTwoForUnknownClients) {
     host::LogCapture log{{genrpc::TvProxyLog}};
     const auto client = boost::make_shared<TvClient>();
     EXPECT_EQ(proxy.addClient(client), 0);
@@ -80,7 +80,7 @@ TEST_F(TvProxy, AnswersMinusSeventeenAndMinusTwoForClientsThatAreKnownAndUnknown
                             "app-tvservice-proxy-main.cpp:removeClient(): client not found (of 0 known ones)"));
 }
 
-TEST_F(TvProxy, TakesPointersOfDifferentOwnersToOneObjectForOneClient) {
+TEST_F(TvProxy, TreatsPointersWithDifferentOwnersToOneObjectAsOneClient) {
     const host::LogCapture log; // hides expected warnings
     TvClient client;
     const auto pointer = [&] { return boost::shared_ptr<TvClient>(&client, [](TvClient*) {}); };
@@ -97,7 +97,7 @@ TEST_F(TvProxy, DeliversAnEmptyListToEveryClient) {
     EXPECT_THAT(client->notifications, ElementsAre(testing::IsEmpty()));
 }
 
-TEST_F(TvProxy, GoesOnWithItsCopyWhenAClientRemovesItselfOrSends) {
+TEST_F(TvProxy, ContinuesWithItsCopyWhenAClientRemovesItselfOrSends) {
     const auto first = boost::make_shared<TvClient>(), second = boost::make_shared<TvClient>();
     proxy.addClient(first);
     proxy.addClient(second);
@@ -136,7 +136,7 @@ struct KindName {
 };
 TYPED_TEST_SUITE(ProxyLifecycle, Kinds, KindName);
 
-TYPED_TEST(ProxyLifecycle, PassesOnThatItsBaseFailsAndRegistersNothing) {
+TYPED_TEST(ProxyLifecycle, ReportsThatItsBaseFailsAndRegistersNothing) {
     typename TypeParam::Proxy detached;
     const std::string place = TypeParam::place();
     const auto expectFailure = [&](int (frame::AbstractProcessMember::*operation)(), const std::string& name) {
@@ -151,7 +151,7 @@ TYPED_TEST(ProxyLifecycle, PassesOnThatItsBaseFailsAndRegistersNothing) {
     expectFailure(&frame::AbstractProcessMember::stop, "performStopping");
 }
 
-TYPED_TEST(ProxyLifecycle, LogsThatItEnds) {
+TYPED_TEST(ProxyLifecycle, LogsItsDestruction) {
     auto proxy = std::make_unique<typename TypeParam::Proxy>();
     const host::LogCapture log{{TypeParam::module}};
     proxy.reset();
@@ -183,7 +183,7 @@ TYPED_TEST(ProxyLifecycle, RegistersItsInterfaceAndReportsThatTheKeyIsTaken) {
     EXPECT_FALSE(registered(Interface::interfaceKey));
 }
 
-TEST(ProxyDestruction, TakesOnlyTheMmProxysInterfaceBack) {
+TEST(ProxyDestruction, UnregistersOnlyTheMmProxysInterface) {
     auto* tv = new tvservice::Proxy;
     auto* mm = new mmservice::Proxy;
     for (frame::AbstractProcessMember* proxy : std::initializer_list<frame::AbstractProcessMember*>{tv, mm}) {
@@ -196,7 +196,7 @@ TEST(ProxyDestruction, TakesOnlyTheMmProxysInterfaceBack) {
     EXPECT_FALSE(registered(mmservice::ServiceInterface::interfaceKey));
 }
 
-TEST(ProxyEntries, MakeOneProxyEachInATerminatedArray) {
+TEST(ProxyEntries, ReturnOneProxyEachInATerminatedArray) {
     for (auto* create : {CreateTvServiceProxy, CreateMMServiceProxy}) {
         void** members = create();
         ASSERT_NE(members[0], nullptr);

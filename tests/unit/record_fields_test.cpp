@@ -63,7 +63,7 @@ TEST(RecordText, NamesEveryFieldInOrder) {
     });
 }
 
-TEST(RecordText, ShowsEachFieldUnderItsOwnName) {
+TEST(RecordText, PrintsEachFieldUnderItsName) {
     forEachRecord([]<class Record>() {
         const auto empty = fieldsOf(Record{});
         forEachField<Record>([&](const std::string& name, auto member) {
@@ -76,7 +76,7 @@ TEST(RecordText, ShowsEachFieldUnderItsOwnName) {
     });
 }
 
-TEST(RecordComparison, SeesEachFieldByItself) {
+TEST(RecordComparison, DetectsADifferenceInEachField) {
     forEachRecord([]<class Record>() {
         EXPECT_EQ(Record{}, Record{});
         EXPECT_EQ(support::Samples().next<Record>(), support::Samples().next<Record>());

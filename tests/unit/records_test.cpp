@@ -164,7 +164,7 @@ TEST(FlatForm, ReleasesItsStringListButNotItsStringsWhenAssignedAgain) {
     EXPECT_STREQ(firstUri, request.uri.c_str());
 }
 
-TEST(FlatForm, GivesEveryBlockBackWhenReleased) {
+TEST(FlatForm, FreesEveryBlockWhenReleased) {
     const auto before = host::flatHeapUsage().blocks;
     _TvServiceReq_t_struct form(fullRequest());
     EXPECT_EQ(host::flatHeapUsage().blocks, before + 11);
@@ -179,12 +179,12 @@ TEST(FlatForm, ReadsListsWithoutAnArrayAsEmpty) {
     genrpc::release(form);
 }
 
-TEST(CoreRecords, ComeBackFromTheWireAsTheyWereInEitherByteOrder) {
+TEST(CoreRecords, SurviveEncodingAndDecodingInEitherByteOrder) {
     support::forEach(support::CoreRecords{}, []<class Record>() {
         const auto sample = support::Samples().next<Record>();
         for (const bool otherOrder : {false, true}) {
-            EXPECT_EQ(support::afterTravel(sample, otherOrder), sample);
-            EXPECT_EQ(support::afterTravel(Record{}, otherOrder), Record{});
+            EXPECT_EQ(support::roundTripped(sample, otherOrder), sample);
+            EXPECT_EQ(support::roundTripped(Record{}, otherOrder), Record{});
         }
     });
 }
@@ -251,7 +251,7 @@ TEST(Messages, HaveTheseIdsAndBodies) {
     EXPECT_EQ(messages, expected);
 }
 
-TEST(Messages, AreMatchedByTheirDirection) {
+TEST(Messages, AreListedUnderTheirDirection) {
     const auto expectRequest = []<class Message>() {
         EXPECT_EQ(Message::meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7773, Message::meta.messageId, 0}));
     };
@@ -264,32 +264,32 @@ TEST(Messages, AreMatchedByTheirDirection) {
     expectNotification.operator()<mmservice::messages::MmServiceInfo>();
 }
 
-TEST(Messages, ComeBackFromTheWireAsTheyWereInEitherByteOrder) {
+TEST(Messages, SurviveEncodingAndDecodingInEitherByteOrder) {
     support::forEach(support::AllMessages{}, []<class Message>() {
         using Arguments = typename Message::Body::Arguments;
         const auto sample = support::Samples().next<Arguments>();
         for (const bool otherOrder : {false, true}) {
-            EXPECT_EQ(support::afterTravel<Message>(sample, otherOrder), sample);
-            EXPECT_EQ(support::afterTravel<Message>(Arguments{}, otherOrder), Arguments{});
+            EXPECT_EQ(support::roundTripped<Message>(sample, otherOrder), sample);
+            EXPECT_EQ(support::roundTripped<Message>(Arguments{}, otherOrder), Arguments{});
         }
     });
 }
 
-template <class Message, class Enum> void expectEveryValueTravels() {
+template <class Message, class Enum> void expectEveryValueSurvives() {
     for (const int value : {-1, INT_MIN, INT_MAX, 0, 99}) {
         typename Message::Body::Arguments arguments;
         std::get<Enum>(arguments) = static_cast<Enum>(value);
-        EXPECT_EQ(support::afterTravel<Message>(arguments, false), arguments) << value;
-        EXPECT_EQ(support::afterTravel<Message>(arguments, true), arguments) << value;
+        EXPECT_EQ(support::roundTripped<Message>(arguments, false), arguments) << value;
+        EXPECT_EQ(support::roundTripped<Message>(arguments, true), arguments) << value;
     }
 }
 
-TEST(Messages, CarryUnknownEnumerators) {
-    expectEveryValueTravels<tvservice::messages::MtsAudioChangeReq, MtsAudioTrack_t>();
-    expectEveryValueTravels<tvservice::messages::TvServiceMtsAudioTrackInfoNotify, MtsAudioTrack_t>();
-    expectEveryValueTravels<tvservice::messages::SetCasService, TvServiceCasServiceType_t>();
-    expectEveryValueTravels<tvservice::messages::RequestPackagesReq, reqeustOadType_t>();
-    expectEveryValueTravels<tvservice::messages::TvserviceOadStatusNotify, NotifyOadStatus_t>();
+TEST(Messages, PreserveUnknownEnumerators) {
+    expectEveryValueSurvives<tvservice::messages::MtsAudioChangeReq, MtsAudioTrack_t>();
+    expectEveryValueSurvives<tvservice::messages::TvServiceMtsAudioTrackInfoNotify, MtsAudioTrack_t>();
+    expectEveryValueSurvives<tvservice::messages::SetCasService, TvServiceCasServiceType_t>();
+    expectEveryValueSurvives<tvservice::messages::RequestPackagesReq, reqeustOadType_t>();
+    expectEveryValueSurvives<tvservice::messages::TvserviceOadStatusNotify, NotifyOadStatus_t>();
 }
 
 } // namespace

@@ -57,7 +57,7 @@ protected:
     std::unique_ptr<host::MessageQueue> queue;
 };
 
-TEST_F(DoctorBetweenHosts, IsContentWithAServiceThatKnowsThisMachine) {
+TEST_F(DoctorBetweenHosts, AcceptsAServiceThatKnowsThisMachine) {
     serve();
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", address + " has the right key"));
@@ -153,7 +153,7 @@ TEST_F(DoctorBetweenHosts, FindsAnAddressAtWhichTheServiceWouldNotStart) {
     }
 }
 
-TEST_F(DoctorBetweenHosts, TakesAnAddressElsewhereWithAKeyForThatOfAUsedService) {
+TEST_F(DoctorBetweenHosts, TreatsARemoteAddressWithAKeyAsAServiceInUse) {
     set("TVSA_ENDPOINT_TVSERVICE", "tcp://192.0.2.1:7000");
     set("TVSA_KEY_FILE", ""); // so that the doctor does not connect
     const Diagnosis diagnosis = check();
@@ -169,7 +169,7 @@ TEST_F(DoctorBetweenHosts, WarnsOfAServiceThatDoesNotRun) {
     EXPECT_EQ(problemsIn(check()), 0U);
 }
 
-TEST_F(DoctorBetweenHosts, SaysWhenItDoesNotCompareMessages) {
+TEST_F(DoctorBetweenHosts, ReportsThatItDoesNotCompareMessages) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
     serve();
     EXPECT_THAT(check(), finds(Severity::ok, "tvservice", "its messages are not compared here"));

@@ -52,12 +52,12 @@ TEST_F(Keys, AreReadAsTheyWereWritten) {
     EXPECT_EQ(host::readKeys(file).secretKey, keys.secretKey);
 }
 
-TEST_F(Keys, AreNeverTheSameTwice) {
+TEST_F(Keys, DifferEachTime) {
     EXPECT_NE(host::makeKeys().secretKey, keys.secretKey);
     EXPECT_NE(host::makeKeys().publicKey, keys.publicKey);
 }
 
-TEST_F(Keys, AreInAFileForTheirOwnerOnlyWhateverTheMask) {
+TEST_F(Keys, AreReadableByTheirOwnerOnlyWhateverTheUmask) {
     const mode_t mask = umask(0);
     host::writeKeys(file, keys);
     umask(mask);
@@ -73,11 +73,11 @@ TEST_F(Keys, NeverReplaceAFile) {
     EXPECT_EQ(std::string(std::istreambuf_iterator(there), {}), "dear to somebody");
 }
 
-TEST_F(Keys, AreNotWrittenWhereThereIsNoFolder) {
+TEST_F(Keys, AreNotWrittenToAMissingFolder) {
     EXPECT_THROW(host::writeKeys(folder + "/none/machine.key", keys), std::runtime_error);
 }
 
-TEST_F(Keys, AreRefusedWhenOthersMayReadThem) {
+TEST_F(Keys, AreRejectedWhenOthersMayReadThem) {
     host::writeKeys(file, keys);
     for (const unsigned mode : {0640U, 0604U, 0620U, 0602U, 0601U}) {
         std::filesystem::permissions(file, std::filesystem::perms(mode));
@@ -85,18 +85,18 @@ TEST_F(Keys, AreRefusedWhenOthersMayReadThem) {
     }
 }
 
-TEST_F(Keys, AreRefusedWhenTheirFileIsMissingOrAFolder) {
+TEST_F(Keys, AreRejectedWhenTheirFileIsMissingOrAFolder) {
     EXPECT_THAT(error(), EndsWith(": No such file or directory"));
     std::filesystem::create_directory(file);
     EXPECT_THAT(error(), EndsWith(": not a file"));
 }
 
-TEST_F(Keys, AreRefusedWhenTheyDoNotBelongTogether) {
+TEST_F(Keys, AreRejectedWhenTheyDoNotMatch) {
     host::writeKeys(file, {host::makeKeys().publicKey, keys.secretKey});
     EXPECT_THAT(error(), EndsWith(": its keys are no pair of keys"));
 }
 
-TEST_F(Keys, AreRefusedWhenOneIsMissingOrMalformed) {
+TEST_F(Keys, AreRejectedWhenOneIsMissingOrMalformed) {
     write("public = '" + keys.publicKey + "'\n");
     EXPECT_THAT(error(), EndsWith(": has no \"secret\" key"));
     write("secret = '" + keys.secretKey + "'\n");
@@ -115,7 +115,7 @@ TEST_F(Keys, AreNotPrintedWhenTheirFileIsWrong) {
     EXPECT_THAT(error(), EndsWith(": too long for a pair of keys"));
 }
 
-TEST_F(Keys, OfAnEarlierVersionAreRefusedWithWhatToDo) {
+TEST_F(Keys, AreRejectedWithAdviceWhenOfAnEarlierVersion) {
     write(
         "public = 'rq:rM>}U?@Lns47E1%kR.o@n%FcmmsL/@{H8]yf7'\n"
         "secret = 'JTKVSB%%)wK0E.X)V>+}o?pNmC{O&4W4b!Ni{Lh6'\n");
@@ -130,7 +130,7 @@ TEST_F(Keys, OfAnEarlierVersionAreRefusedWithWhatToDo) {
     }
 }
 
-TEST_F(Keys, AreCheckedForTheirForm) {
+TEST_F(Keys, AreCheckedForTheirFormat) {
     EXPECT_NO_THROW(host::checkKey(keys.publicKey, "a key"));
     for (const std::string& wrong :
          {std::string(), keys.publicKey.substr(1), keys.publicKey + "x", std::string(44, ' '), std::string(44, '~'),

@@ -149,7 +149,7 @@ TEST_F(BetweenHosts, RejectsAClientThatExpectsAnotherKeyOfTheService) {
     EXPECT_EQ(0, connectionEvents.connected);
 }
 
-TEST_F(BetweenHosts, GivesTheReasonForEachOfManyClientsWithUnknownKeys) {
+TEST_F(BetweenHosts, LogsTheReasonForEachOfManyClientsWithUnknownKeys) {
     const host::LogCapture log({0x0202});
     startServer();
     std::vector<std::unique_ptr<host::MessageQueue>> unknownClients;
@@ -205,7 +205,7 @@ TEST_F(BetweenHosts, CountsEveryUnauthenticatedPeerOnce) {
     EXPECT_EQ(4 * each, serverStatistics().refused);
 }
 
-TEST_F(BetweenHosts, GivesAKeyABoundedNumberOfStreams) {
+TEST_F(BetweenHosts, LimitsTheStreamsOfAKey) {
     const host::LogCapture log({0x0202});
     startServer();
     const std::string hello = validHello();
@@ -296,7 +296,7 @@ TEST_F(BetweenHosts, EvictsNoConnectionThatHasSentSomethingWhileThereIsASilentOn
 }
 
 // The client is slow: it has not read the records yet, and keeps sending requests.
-TEST_F(BetweenHosts, DeliversWhatWasSentBeforeAStopToAClientThatGoesOnSending) {
+TEST_F(BetweenHosts, DeliversMessagesSentBeforeAStopToAClientThatKeepsSending) {
     startBoth();
     constexpr std::size_t size = 100'000;
     int sent = 0;
@@ -314,7 +314,7 @@ TEST_F(BetweenHosts, DeliversWhatWasSentBeforeAStopToAClientThatGoesOnSending) {
 }
 
 // The system sends both in one piece.
-TEST_F(BetweenHosts, DeliversWhatCameBeforeABrokenRecordAndReportsTheRecord) {
+TEST_F(BetweenHosts, DeliversMessagesBeforeABrokenRecordAndReportsTheRecord) {
     const host::LogCapture log({0x0202});
     startServer();
     support::RemotePeer peer(path);
@@ -339,7 +339,7 @@ TEST_F(BetweenHosts, FindsAServiceByTheNameOfItsHost) {
 }
 
 // A pending name lookup must not delay other services or the end of the process.
-TEST_F(BetweenHosts, WaitsForANameOnlyInTheServiceThatHasIt) {
+TEST_F(BetweenHosts, DelaysOnlyTheServiceWhoseNameLookupIsPending) {
     NameServer names;
     startServer();
     client = std::make_unique<host::MessageQueue>(limits);
@@ -356,7 +356,7 @@ TEST_F(BetweenHosts, WaitsForANameOnlyInTheServiceThatHasIt) {
     unsetenv("TVSA_SERVICE_KEY_OTHER");
 }
 
-TEST_F(BetweenHosts, HoldsAServicesAddressUntilTheServiceEnds) {
+TEST_F(BetweenHosts, OccupiesAServicesAddressUntilTheServiceEnds) {
     startServer();
     host::MessageQueue second(limits);
     EXPECT_THROW(second.serve("tuner", messages, 4096), std::runtime_error);
@@ -364,20 +364,20 @@ TEST_F(BetweenHosts, HoldsAServicesAddressUntilTheServiceEnds) {
     EXPECT_NO_THROW(second.serve("tuner", messages, 4096));
 }
 
-TEST_F(BetweenHosts, NeedsKeysOfItsOwn) {
+TEST_F(BetweenHosts, RequiresItsOwnKeys) {
     unsetenv("TVSA_KEY_FILE");
     const std::string why = "connections to other hosts need this machine's keys, but keys.file is not configured";
     EXPECT_EQ(serverError(), why);
     EXPECT_EQ(clientError(), why);
 }
 
-TEST_F(BetweenHosts, RefusesAKeyFileThatOthersMayRead) {
+TEST_F(BetweenHosts, RejectsAKeyFileThatOthersMayRead) {
     std::filesystem::permissions(remote->keyFile, std::filesystem::perms(0644));
     EXPECT_EQ(serverError(), "key file " + remote->keyFile + ": open to other users (wanted: mode 0600)");
     EXPECT_EQ(clientError(), serverError());
 }
 
-TEST_F(BetweenHosts, NeedsTheKeysOfItsClients) {
+TEST_F(BetweenHosts, RequiresTheKeysOfItsClients) {
     unsetenv("TVSA_CLIENT_KEYS");
     EXPECT_EQ(serverError(), "service tuner is offered at " + remote->address +
                                  " to known clients only, but keys.clients is not configured");
@@ -385,7 +385,7 @@ TEST_F(BetweenHosts, NeedsTheKeysOfItsClients) {
     EXPECT_EQ(serverError(), "TVSA_CLIENT_KEYS: keys.clients: not a key of 44 characters: \"everybody\"");
 }
 
-TEST_F(BetweenHosts, NeedsTheKeyOfItsService) {
+TEST_F(BetweenHosts, RequiresTheKeyOfItsService) {
     unsetenv("TVSA_SERVICE_KEY_TUNER");
     EXPECT_EQ(clientError(), "service tuner is at " + remote->address +
                                  " and has to prove its key, but keys.services.tuner is not configured");
@@ -413,7 +413,7 @@ TEST_F(BetweenHosts, RejectsAnUnknownHost) {
     EXPECT_THAT(clientError(), StartsWith(why));
 }
 
-TEST_F(BetweenHosts, NeedsAnAddressOfThisMachineToListenAt) {
+TEST_F(BetweenHosts, RequiresAnAddressOfThisMachineToListenAt) {
     RemoteEndpoint::set("TVSA_ENDPOINT_TUNER", "tcp://192.0.2.1:5570"); // reserved for documentation, so no host has it
     EXPECT_EQ(serverError(), "service tuner: cannot listen at tcp://192.0.2.1:5570: Cannot assign requested address");
 }

@@ -79,8 +79,8 @@ protected:
     const frame::TransportInfo transport{6, {7, 8}};
     int number = 0; // an object of the wrong type
 
-    void expectTheTvServiceIsLookedForUntilItIsThere();
-    void expectTheMmServiceIsLookedForUntilItIsThere();
+    void expectTvServiceLookUpsUntilItIsRegistered();
+    void expectMmServiceLookUpsUntilItIsRegistered();
 };
 
 // The manager keeps the services that it finds until the process ends, so each test has its own process, with a double
@@ -95,7 +95,7 @@ void inOwnProcess(const std::function<void()>& body) {
         testing::ExitedWithCode(0), "");
 }
 
-void ManagerServices::expectTheTvServiceIsLookedForUntilItIsThere() {
+void ManagerServices::expectTvServiceLookUpsUntilItIsRegistered() {
     static support::RecordingTvService service;
     service.result = -7;
     const std::vector<TvServiceReq_t> requests{request(3, 0, "dvb://1", "r")};
@@ -137,11 +137,11 @@ void ManagerServices::expectTheTvServiceIsLookedForUntilItIsThere() {
     EXPECT_EQ(service.calls[2].transport, frame::TransportInfo{});
 }
 
-TEST_F(ManagerServices, LookForTheTvServiceUntilItIsThereAndNeverAgain) {
-    inOwnProcess([this] { expectTheTvServiceIsLookedForUntilItIsThere(); });
+TEST_F(ManagerServices, LookUpTheTvServiceUntilItIsRegisteredAndThenKeepIt) {
+    inOwnProcess([this] { expectTvServiceLookUpsUntilItIsRegistered(); });
 }
 
-void ManagerServices::expectTheMmServiceIsLookedForUntilItIsThere() {
+void ManagerServices::expectMmServiceLookUpsUntilItIsRegistered() {
     static MmDouble service;
     const std::vector<TvServiceReq_t> requests{request(4, 0, "http://x", "r")};
     for (int call = 0; call < 2; ++call) EXPECT_EQ(manager.ReqMM(ids, transport, requests), -1);
@@ -183,8 +183,8 @@ void ManagerServices::expectTheMmServiceIsLookedForUntilItIsThere() {
     EXPECT_EQ(service.calls[2].transport, frame::TransportInfo{});
 }
 
-TEST_F(ManagerServices, LookForTheMmServiceUntilItIsThereAndNeverAgain) {
-    inOwnProcess([this] { expectTheMmServiceIsLookedForUntilItIsThere(); });
+TEST_F(ManagerServices, LookUpTheMmServiceUntilItIsRegisteredAndThenKeepIt) {
+    inOwnProcess([this] { expectMmServiceLookUpsUntilItIsRegistered(); });
 }
 
 } // namespace

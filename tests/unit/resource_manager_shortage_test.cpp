@@ -66,7 +66,7 @@ protected:
     host::LogCapture log{{genrpc::ManagerLog}};
 };
 
-TEST_P(ManagerWithoutMemory, TakesARequestWholeOrNotAtAll) {
+TEST_P(ManagerWithoutMemory, AcceptsARequestCompletelyOrNotAtAll) {
     ASSERT_EQ(manager.ask({request(5, 0, channel)}), 0);
     const auto before = manager.queue();
     const std::vector<TvServiceReq_t> requests{request(1, 0, film), request(2, 0, film), request(3, 0, channel)};
@@ -98,7 +98,7 @@ TEST_P(ManagerWithoutMemory, QueuesNoRequestWhoseTerminalsItCannotRemember) {
     vdlDebugSetLevels("warning");
 }
 
-TEST_P(ManagerWithoutMemory, KeepsTheAnswersThatItHasAndTakesTheOneItCouldNotTakeTheNextTime) {
+TEST_P(ManagerWithoutMemory, KeepsItsAnswersAndAcceptsAFailedOneTheNextTime) {
     manager.ask({request(1, 0, film, "id"), request(2, 0, channel, "id")});
     manager.work();
     manager.answer(ResponseMM, {info(1, 0, "id")});
@@ -124,7 +124,7 @@ TEST_P(ManagerWithoutMemory, KeepsTheAnswersThatItHasAndTakesTheOneItCouldNotTak
     EXPECT_EQ(reports.front()[1].uri, uri);
 }
 
-TEST_P(ManagerWithoutMemory, SendsToTheOneServiceWhatItCouldNotSendToTheOther) {
+TEST_P(ManagerWithoutMemory, SendsToOneServiceWhenSendingToTheOtherFails) {
     for (const bool mm : {true, false}) {
         (mm ? manager.mmFails : manager.tvFails) = true;
         manager.sent.clear();
@@ -142,7 +142,7 @@ TEST_P(ManagerWithoutMemory, SendsToTheOneServiceWhatItCouldNotSendToTheOther) {
     }
 }
 
-TEST_P(ManagerWithoutMemory, DropsAnOverdueBundleAlsoWhenItCannotBeRecorded) {
+TEST_P(ManagerWithoutMemory, DropsAnOverdueBundleEvenIfItCannotBeRecorded) {
     for (const char* levels : {"trace", "off"}) {
         vdlDebugSetLevels(levels);
         const auto supervise = [&] {
@@ -212,7 +212,7 @@ protected:
     host::LogCapture log{{genrpc::ManagerLog}};
 };
 
-TEST_P(SendingWithoutMemory, LosesAServicesRequestsWholeAndNotTheOtherOnes) {
+TEST_P(SendingWithoutMemory, LosesAllRequestsToOneServiceAndNoneToTheOther) {
     unsigned before = 0, tvBefore = 0, mmBefore = 0, reportedBefore = 0, lost = 0;
     const auto send = [&] {
         {

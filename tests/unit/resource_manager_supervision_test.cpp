@@ -73,7 +73,7 @@ TEST_F(Supervision, ReportsHowLongAnswersHaveBeenAwaitedAndForWhichTerminals) {
     EXPECT_EQ(terminals, " 2:3= 1:0= 4:0=");
 }
 
-TEST_F(Supervision, StartsToCountAgainWhenTheStartsAreSent) {
+TEST_F(Supervision, RestartsItsTimerWhenTheStartsAreSent) {
     manager.ask({request(1, 0, "http://x")});
     EXPECT_TRUE(manager.work());
     pass(4s);
@@ -127,13 +127,13 @@ TEST_F(Supervision, WritesTheRunLogForALiveStartOnTheMainTerminalOnly) {
               "Waiting for response of ResOperation::WaitingStop, ResResponse::ResponseMM, Uri: dvb://2");
 }
 
-TEST_F(Supervision, LetsAnAnswerAfterTheLimitThroughUnchanged) {
+TEST_F(Supervision, PassesOnAnAnswerAfterTheTimeoutUnchanged) {
     EXPECT_FALSE(keptAfter(6s, {request(1, 0, "dvb://1")}));
     EXPECT_EQ(manager.answer(ResponseTV, {info(1, 0, "1")}), 0);
     EXPECT_THAT(manager.reports, ElementsAre("info 1:0=u/0#1"));
 }
 
-TEST_F(Supervision, LeavesEveryBundleBehindTheFrontOneAlone) {
+TEST_F(Supervision, ChecksOnlyTheFrontBundle) {
     manager.ask({request(1, 0, "dvb://1")});
     EXPECT_TRUE(manager.work());
     pass(4s);
@@ -166,7 +166,7 @@ TEST_F(Supervision, LogsEveryStepAtItsSeverity) {
                             "timeout for response of ResOperation::WaitingStart "));
 }
 
-TEST_F(Supervision, WritesTheRunLogWhileAnotherThreadLooksAtTheQueue) {
+TEST_F(Supervision, WritesTheRunLogWhileAnotherThreadInspectsTheQueue) {
     constexpr int rounds = 20;
     std::atomic<bool> done{false}, hasLooked{false};
     std::thread reader([&] {

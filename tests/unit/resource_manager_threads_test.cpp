@@ -34,7 +34,7 @@ constexpr int asked = 50; // by each client
 
 class ConcurrentIntake : public ResManagerTest {};
 
-TEST_F(ConcurrentIntake, QueuesEveryBundleOnceUnderAnIdOfItsOwnAndInEachClientsOrder) {
+TEST_F(ConcurrentIntake, QueuesEveryBundleOnceWithAUniqueIdInItsClientsOrder) {
     log.reset();
     together(clients, [&](int client) {
         for (int i = 0; i < asked; ++i) EXPECT_EQ(manager.ask({request(client, 0, "dvb://" + std::to_string(i))}), 0);
@@ -54,7 +54,7 @@ TEST_F(ConcurrentIntake, QueuesEveryBundleOnceUnderAnIdOfItsOwnAndInEachClientsO
     for (int number = 1; number <= clients * asked; ++number) EXPECT_EQ(ids.count(std::to_string(number)), 1U);
 }
 
-TEST_F(ConcurrentIntake, MakesNoIdWhileAnotherIsMade) {
+TEST_F(ConcurrentIntake, CreatesOneIdAtATime) {
     log.reset();
     while (manager.reqIdLock.test_and_set()) {
     }
@@ -72,7 +72,7 @@ TEST_F(ConcurrentIntake, MakesNoIdWhileAnotherIsMade) {
     asking.join();
 }
 
-TEST_F(ConcurrentIntake, QueuesBundlesInTheOrderOfTheBeliefsTheyRestOn) {
+TEST_F(ConcurrentIntake, QueuesBundlesInTheOrderOfTheirAssumptions) {
     log.reset();
     together(clients, [&](int client) {
         for (int i = 0; i < asked; ++i) manager.ask({request(1, 0, (i + client) % 2 == 0 ? "http://x" : "dvb://1")});
@@ -160,7 +160,7 @@ private:
     std::array<std::thread, 2> services_;
 };
 
-TEST(ConcurrentManager, CarriesEveryBundleToItsEndWhileRequestsAnswersAndLooksAtTheQueueCrossEachOther) {
+TEST(ConcurrentManager, CompletesEveryBundleWithConcurrentRequestsAnswersAndInspections) {
     SimulatedTime::install();
     forgetWhatPlays();
     resWait = [](std::condition_variable& condition, std::unique_lock<std::mutex>& lock) {

@@ -32,7 +32,7 @@ TEST_F(ResManagerTest, SendsStopsThenStartsAndTheMmServiceFirst) {
                             "Sending reqid 1, ResOperation::SendingStart, ResResponse::ResponseNO"));
 }
 
-TEST_F(ResManagerTest, StartsTheNextBundleOnlyWhenTheOneBeforeHasEnded) {
+TEST_F(ResManagerTest, StartsTheNextBundleOnlyWhenThePreviousOneHasEnded) {
     manager.ask({request(1, 0, "dvb://1")});
     manager.ask({request(2, 0, "dvb://2")});
     manager.work();
@@ -49,7 +49,7 @@ TEST_F(ResManagerTest, SendsWhatIsQueuedDuringAWaitInTheSameCycle) {
     EXPECT_THAT(linesWith("currently"), IsEmpty());
 }
 
-TEST_F(ResManagerTest, StartsAFreshSecondAtEveryNotificationAndPutsTheSupervisionOff) {
+TEST_F(ResManagerTest, RestartsItsSecondAtEveryNotificationAndPostponesTheTimeoutCheck) {
     manager.ask({request(1, 0, "dvb://1")});
     manager.work();
     forgetLines();
@@ -67,7 +67,7 @@ TEST_F(ResManagerTest, StartsAFreshSecondAtEveryNotificationAndPutsTheSupervisio
     EXPECT_THAT(manager.queue(), testing::SizeIs(9));
 }
 
-TEST_F(ResManagerTest, LetsASilentSecondPassWithoutTouchingAnEmptyQueue) {
+TEST_F(ResManagerTest, LeavesAnEmptyQueueUntouchedForAnIdleSecond) {
     EXPECT_FALSE(manager.work());
     EXPECT_THAT(lines(), ElementsAre("5000 resource-manager.cpp:timeoutCheck(): Called "));
 }
@@ -77,7 +77,7 @@ TEST_F(ResManagerTest, LetsASilentSecondPassWithoutTouchingAnEmptyQueue) {
 const auto originalWait = resWait;
 const auto originalClock = resClock;
 
-TEST(ManagerWait, TakesAWholeSecondOfItsOwn) {
+TEST(ManagerWait, TakesAWholeSecond) {
     std::mutex mutex;
     std::condition_variable condition;
     std::unique_lock lock(mutex);
@@ -190,7 +190,7 @@ TEST_F(ManagerThread, SendsABundleThatIsQueuedDuringAWaitAtOnce) {
     }
 }
 
-TEST_F(ManagerThread, WritesItsIdOnceAndSendsUnderItsName) {
+TEST_F(ManagerThread, LogsItsIdOnceAndSendsFromANamedThread) {
     const host::LogCapture log{{genrpc::ManagerLog}};
     resWait = originalWait;
     WorkingManager manager;
@@ -223,7 +223,7 @@ public:
     static inline std::atomic<const std::atomic<int>*> exitRequest = nullptr; // of the only manager, once it is created
 };
 
-TEST_F(ManagerThread, EndsWithTheWaitInWhichItIsAskedToEnd) {
+TEST_F(ManagerThread, EndsAfterTheWaitDuringWhichItIsAskedToEnd) {
     resWait = IdleManager::wait;
     IdleManager::exitRequest = nullptr;
     auto manager = std::make_unique<IdleManager>();

@@ -82,7 +82,7 @@ void expectSameLayout(const std::vector<schema::Field>& fields, const vdl::Endia
     EXPECT_EQ(table.size, isMessage && fields.empty() ? 1 : end);
 }
 
-TEST(Schema, HasTheRecordsAsTheMarshallerKnowsThem) {
+TEST(Schema, HasTheSameRecordsAsTheMarshaller) {
     std::set<std::string> names;
     for (const auto& service : schema::services()) {
         for (const auto& record : service.records) {
@@ -94,7 +94,7 @@ TEST(Schema, HasTheRecordsAsTheMarshallerKnowsThem) {
     EXPECT_EQ(names.size(), support::CoreRecords::size + support::StreamRecords::size + support::StatusRecords::size);
 }
 
-TEST(Schema, HasTheMessagesAsTheMarshallerKnowsThem) {
+TEST(Schema, HasTheSameMessagesAsTheMarshaller) {
     for (const auto& service : schema::services()) {
         for (const auto& message : service.messages) {
             SCOPED_TRACE(message.name);
@@ -103,7 +103,7 @@ TEST(Schema, HasTheMessagesAsTheMarshallerKnowsThem) {
     }
 }
 
-TEST(Schema, HasTheMessagesThatPeersAgreeOn) {
+TEST(Schema, HasTheSameMessagesAsTheHandshake) {
     const frame::MessageSet sets[] = {tvservice::messageSet(), mmservice::messageSet()};
     ASSERT_EQ(schema::services().size(), std::size(sets));
     for (std::size_t i = 0; i < std::size(sets); ++i) {
@@ -134,7 +134,7 @@ TEST(Schema, CountsTheMessagesOfEachDirection) {
     EXPECT_EQ(count(mm, "Notification"), 1U);
 }
 
-TEST(Schema, GivesEveryMethodAsItIsDeclared) {
+TEST(Schema, PrintsEveryMethodAsDeclared) {
     const auto signatureOf = [](const std::string& name) {
         for (const auto& message : schema::services()[0].messages)
             if (name == message.name) return message.signature;
@@ -150,7 +150,7 @@ TEST(Schema, GivesEveryMethodAsItIsDeclared) {
               "int tvServiceFoundNewOadPacket" + first + ", std::uint32_t packet)");
 }
 
-TEST(SchemaAsJson, SaysOfEachFieldWhereItIsAndWhatItIs) {
+TEST(SchemaAsJson, HasTheOffsetAndKindOfEachField) {
     const json all = json::parse(schema::asJson());
     EXPECT_EQ(all["version"], 1);
     const auto& records = all["services"][0]["records"];
@@ -192,7 +192,7 @@ TEST(SchemaAsText, NamesEveryMessageAndFieldWithItsType) {
     EXPECT_THAT(text, HasSubstr("       0    8  uintList1  list of uint32\n"));
 }
 
-TEST(MessagesDocument, IsWhatTheSchemaSays) {
+TEST(MessagesDocument, MatchesTheSchema) {
     std::ifstream file(MESSAGES_DOCUMENT);
     const std::string found{std::istreambuf_iterator<char>(file), {}};
     EXPECT_TRUE(found == schema::asMarkdown()) << "docs/messages.md is out of date; generate it again: "

@@ -11,7 +11,7 @@ namespace {
 
 using ServiceProgram = ConfigurationFolder;
 
-TEST_F(ServiceProgram, TellsAConfigurationThatBecameWrongFromOtherFailures) {
+TEST_F(ServiceProgram, DistinguishesAWrongConfigurationFromOtherFailures) {
     setenv("RUNTIME_DIRECTORY", folder.c_str(), 1);
     configure("");
     services::Program program("service", "");

@@ -136,7 +136,7 @@ struct TableName {
 using SharedTables = testing::Types<ShownTable, LockTable>;
 TYPED_TEST_SUITE(SharedTable, SharedTables, TableName);
 
-TYPED_TEST(SharedTable, RefusesEntriesBeyondAClientsShareAndTakesThoseOfOthers) {
+TYPED_TEST(SharedTable, RejectsEntriesBeyondAClientsShareAndAcceptsThoseOfOthers) {
     const int share = this->share;
     for (int id = 0; id < share; ++id) EXPECT_TRUE(this->put({0, id}, 1));
     EXPECT_FALSE(this->put({0, share}, 1));
@@ -212,7 +212,7 @@ TEST(TerminalTable, KeepsTheLastShownPerTypeAndIdInOrder) {
     EXPECT_EQ(entries[1].shown, (Shown{"dvb://3", "c", 3, since}));
 }
 
-TEST(TerminalTable, StoppingEmptiesTheTerminalAndIsHarmlessAgain) {
+TEST(TerminalTable, StoppingEmptiesTheTerminalAndHasNoEffectAgain) {
     TerminalTable table;
     table.show({0, 0}, {"dvb://1", "", 1, {}});
     table.stop({0, 0});
@@ -236,7 +236,7 @@ TEST(TerminalTable, SwapsWhatTwoTerminalsShowEvenWhenOneShowsNothing) {
 }
 
 // Otherwise a client that swaps another client's entry to ever new terminals would fill that client's share.
-TEST(TerminalTable, CountsASwappedEntryAsTheRequestersWithinItsShare) {
+TEST(TerminalTable, CountsASwappedEntryTowardsTheRequestersShare) {
     const host::LogCapture log({logModule});
     TerminalTable table;
     const int share = static_cast<int>(bounds::terminalsOfAClient);
@@ -254,7 +254,7 @@ TEST(TerminalTable, CountsASwappedEntryAsTheRequestersWithinItsShare) {
     EXPECT_FALSE(table.show({1001, 0}, {"dvb://1", "", 1, {}}));
 }
 
-TEST(TerminalTable, RefusesMoreTextThanFits) {
+TEST(TerminalTable, RejectsMoreTextThanFits) {
     const host::LogCapture log({logModule});
     TerminalTable table;
     const std::string half(bounds::textBytesOfAClient / 2, 'x');
@@ -335,7 +335,7 @@ TEST(TerminalTable, KeepsCountOfSharesThroughStopsSwapsAndReplacements) {
     EXPECT_EQ(table.count().held, bounds::terminals);
 }
 
-TEST(ClientTable, LooksAtNoMoreEntriesForARequestWhenItIsFull) {
+TEST(ClientTable, ChecksNoMoreEntriesPerRequestWhenItIsFull) {
     struct Counting {
         std::uint64_t client;
         unsigned* looks;
@@ -357,7 +357,7 @@ TEST(ClientTable, LooksAtNoMoreEntriesForARequestWhenItIsFull) {
     EXPECT_LE(looksFor(table, {0, 0}, 1), replaced);
 }
 
-TEST(Locks, TellAChangeFromNone) {
+TEST(Locks, ReportWhetherTheyChanged) {
     Locks locks;
     EXPECT_EQ(locks.lock({0, 0}, 12, 1), Locks::Outcome::changed);
     EXPECT_EQ(locks.lock({0, 0}, 12, 1), Locks::Outcome::unchanged);
@@ -397,7 +397,7 @@ TEST(TerminalTable, CanBeReadWhileItChanges) {
     writer.join();
 }
 
-TEST(Answers, AreOnePerRequestInOrderWithWhatWasAsked) {
+TEST(Answers, AreOnePerRequestInOrderWithTheRequestsFields) {
     TerminalTable table;
     const auto infos = carryOutTv({request(0, 1, "dvb://1", "id"), request(0, 2, "dvb://9", "id")}, table);
     ASSERT_EQ(infos.size(), 2U);
@@ -405,12 +405,12 @@ TEST(Answers, AreOnePerRequestInOrderWithWhatWasAsked) {
     EXPECT_EQ(infos[1], (tvservice::TvServiceInfo_t{{0, 2}, 2, "dvb://9", "uuid of dvb://9", "", "id"}));
 }
 
-TEST(Answers, ToNoRequestsAreNone) {
+TEST(Answers, AreEmptyForNoRequests) {
     TerminalTable table;
     EXPECT_TRUE(carryOutTv({}, table).empty());
 }
 
-TEST(Answers, ToAListAskOnceWhoIsConnectedHoweverOftenTheTableIsFull) {
+TEST(Answers, ToAListQueryTheConnectedClientsOnce) {
     const host::LogCapture log({logModule});
     TerminalTable table;
     fill(table, {1, 2, 3, 4});
@@ -428,7 +428,7 @@ TEST(Answers, ToAListAskOnceWhoIsConnectedHoweverOftenTheTableIsFull) {
         EXPECT_EQ(infos[i].result, i < part ? result::done : result::nothingShown) << i;
 }
 
-TEST(Answers, NoteTheClientOfWhatIsShown) {
+TEST(Answers, RecordTheClientOfAShownEntry) {
     TerminalTable table;
     carryOutTv({request(3, 4, "dvb://1")}, table);
     const auto entries = table.entries();
@@ -438,7 +438,7 @@ TEST(Answers, NoteTheClientOfWhatIsShown) {
     EXPECT_EQ(entries[0].shown.uuid, "uuid of dvb://1");
 }
 
-TEST(Answers, ToAStopAreDoneWhetherOrNotSomethingWasShown) {
+TEST(Answers, ReportSuccessForAStopWhetherOrNotSomethingWasShown) {
     TerminalTable table;
     const auto infos = carryOutTv(
         {request(0, 0, "dvb://1"), request(0, 0, tvservice::stopUri), request(0, 5, tvservice::stopUri)}, table);
@@ -447,7 +447,7 @@ TEST(Answers, ToAStopAreDoneWhetherOrNotSomethingWasShown) {
     EXPECT_TRUE(table.entries().empty());
 }
 
-TEST(Answers, OfAFailedRequestLeaveWhatTheTerminalShows) {
+TEST(Answers, LeaveTheTerminalUnchangedForAFailedRequest) {
     TerminalTable table;
     carryOutTv({request(0, 0, "dvb://1"), request(0, 0, "dvb://9")}, table);
     ASSERT_EQ(table.entries().size(), 1U);
@@ -467,7 +467,7 @@ TEST(Answers, WorkForTheMmServicesRecordsToo) {
     EXPECT_EQ(infos[0], (mmservice::MMServiceInfo_t{{2, 3}, 4, "nothing:known", "", "", "r"}));
 }
 
-TEST(Answers, AreFalsifiedAsTheSwitchesSay) {
+TEST(Answers, AreFalsifiedAccordingToTheSwitches) {
     TerminalTable table;
     auto infos = carryOutTv({request(0, 1, "dvb://1", "id"), request(0, 2, "dvb://9", "id")}, table);
     const auto honest = infos;
@@ -506,7 +506,7 @@ TEST(FaultSwitches, AreAllClearedAtOnce) {
     EXPECT_EQ(switches.get(), Faults{});
 }
 
-TEST(FaultSwitches, RefuseUnknownSwitchesAndListTheKnownOnes) {
+TEST(FaultSwitches, RejectUnknownSwitchesAndListTheKnownOnes) {
     FaultSwitches switches;
     for (const char* wrong : {"", "=", "noise=on", "delay", "delay=", "delay=-1", "delay=1s", "delay=3600001",
                               "exit-after=x", "exit-after=4294967296", "mute", "mute=yes", "clear=on", "delay=1 "}) {
@@ -555,7 +555,7 @@ TEST(DelayLine, WorksLaterInTheOrderGivenWhateverTheDelays) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, 30ms);
 }
 
-TEST(DelayLine, DropsAndCountsWhatExceedsItsBounds) {
+TEST(DelayLine, DropsAndCountsWorkBeyondItsLimits) {
     const host::LogCapture log({logModule});
     DelayLine line;
     const auto hour = std::chrono::hours(1);
@@ -585,7 +585,7 @@ TEST(DelayLine, ContinuesAfterWorkThatThrows) {
     EXPECT_TRUE(changed.wait_for(lock, 10s, [&] { return done; }));
 }
 
-TEST(DelayLine, DropsWhatIsNotDueWhenItEnds) {
+TEST(DelayLine, DropsPendingWorkWhenItEnds) {
     bool done = false;
     {
         DelayLine line;

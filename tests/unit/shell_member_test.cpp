@@ -48,7 +48,7 @@ struct ShellMember : testing::Test {
     std::string folder, runtime, socket;
 };
 
-TEST_F(ShellMember, ServesWhileTheProcessDoesAndIsGoneAfterwards) {
+TEST_F(ShellMember, ServesUntilTheProcessEndsAndRemovesItsSocket) {
     inReceiver([&] {
         run([&] {
             EXPECT_EQ(startShell(), 0);
@@ -68,7 +68,7 @@ TEST_F(ShellMember, ServesWhileTheProcessDoesAndIsGoneAfterwards) {
     });
 }
 
-TEST_F(ShellMember, TakesTheCommandsOfOtherMembers) {
+TEST_F(ShellMember, AcceptsCommandsOfOtherMembers) {
     inReceiver([&] {
         auto* member = new Member("A");
         member->onStart = [] {
@@ -121,7 +121,7 @@ TEST_F(ShellMember, IsTheOnlyOneInAProcess) {
     EXPECT_EQ(modeOf(socket), 0U);
 }
 
-TEST_F(ShellMember, IsRefusedWhereAnotherProcessHasItsShell) {
+TEST_F(ShellMember, FailsToStartWhereAnotherProcessHasItsShell) {
     std::filesystem::create_directory(runtime);
     std::filesystem::permissions(runtime, std::filesystem::perms::owner_all);
     const auto other = appovshell::listenAt(socket);
@@ -132,14 +132,14 @@ TEST_F(ShellMember, IsRefusedWhereAnotherProcessHasItsShell) {
     EXPECT_EQ(modeOf(socket), static_cast<mode_t>(S_IFSOCK | 0600));
 }
 
-TEST_F(ShellMember, IsRefusedInAFolderThatIsOpenToOthers) {
+TEST_F(ShellMember, FailsToStartInAFolderThatIsOpenToOthers) {
     std::filesystem::create_directory(runtime);
     std::filesystem::permissions(runtime, static_cast<std::filesystem::perms>(0755));
     inReceiver([&] { EXPECT_EQ(startShell(), -EIO); }, "folder " + runtime + ": open to other users");
     EXPECT_EQ(modeOf(socket), 0U);
 }
 
-TEST_F(ShellMember, IsRefusedWhenItsNameIsTaken) {
+TEST_F(ShellMember, FailsToStartWhenItsNameIsTaken) {
     inReceiver(
         [&] {
             startMembers({new Member(appovshell::Server::name())});

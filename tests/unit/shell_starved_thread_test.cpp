@@ -95,7 +95,7 @@ TEST_P(StarvedShell, AnswersWrongAndFailingRequests) {
     }
 }
 
-TEST_P(StarvedShell, FreesWhatItHeldForClientsThatHaveGone) {
+TEST_P(StarvedShell, FreesTheMemoryOfDisconnectedClients) {
     server->open(path, geteuid());
     server->start();
     const auto rounds = [&] {

@@ -77,20 +77,20 @@ struct ShellCommands : testing::Test {
     Recorder recorder{table};
 };
 
-TEST_F(ShellCommands, RefuseAWordThatIsTaken) {
+TEST_F(ShellCommands, RejectAWordThatIsTaken) {
     EXPECT_EQ(add("play :s"), 0);
     EXPECT_EQ(add("play :d"), -EEXIST);
     EXPECT_EQ(add("help"), -EEXIST);
 }
 
-TEST_F(ShellCommands, RefuseAMalformedSpecification) {
+TEST_F(ShellCommands, RejectAMalformedSpecification) {
     for (const char* specification : {"", "  ", ":s", "a :x", "a s", "a [:s] :s", "a [:s] [:s]", "a ... :s",
                                       "a [:s] ...", "\"a\" :s", "...", "a :", "a :ss"})
         EXPECT_EQ(add(specification), -EINVAL) << specification;
     EXPECT_EQ(table.registerCommand("a", "", nullptr, nullptr), -EINVAL);
 }
 
-TEST_F(ShellCommands, HandTheirArgumentsOver) {
+TEST_F(ShellCommands, ReceiveTheirArguments) {
     add("play :s :d [:s]");
     EXPECT_EQ(status(" play\tdvb://1  -7 "), json({{"status", 0}}));
     EXPECT_THAT(recorder.arguments, ElementsAre("dvb://1", "-7", ""));
@@ -106,14 +106,14 @@ TEST_F(ShellCommands, KeepBlanksInQuotedAndEscapedWords) {
     EXPECT_THAT(recorder.arguments, ElementsAre("", "", "x"));
 }
 
-TEST_F(ShellCommands, RefuseALineThatEndsInsideAWord) {
+TEST_F(ShellCommands, RejectALineThatEndsInsideAWord) {
     add("say :s");
     EXPECT_EQ(status("say \"open"), json({{"status", -EINVAL}, {"error", "a double quote is not closed"}}));
     EXPECT_EQ(status("say end\\"), json({{"status", -EINVAL}, {"error", "the line ends in a backslash"}}));
     EXPECT_EQ(recorder.calls, 0);
 }
 
-TEST_F(ShellCommands, HandTheRestOfTheLineOverVerbatim) {
+TEST_F(ShellCommands, ReceiveTheRestOfTheLineVerbatim) {
     add("log :d ...");
     EXPECT_EQ(status("log 1  say \"it\\  now"), json({{"status", 0}}));
     EXPECT_THAT(recorder.arguments, ElementsAre("1", "say \"it\\  now", ""));
@@ -152,7 +152,7 @@ TEST_F(ShellCommands, AreReportedWhenTheyAreUnknown) {
     EXPECT_EQ(status("  ").at("status"), -EINVAL);
 }
 
-TEST_F(ShellCommands, PassTheirResultAndOutputOn) {
+TEST_F(ShellCommands, ReturnTheirResultAndOutput) {
     add("go");
     recorder.text = "line 1\nline \"2\"\n";
     recorder.status = -16;
@@ -183,7 +183,7 @@ TEST_F(ShellCommands, HaveTheirOutputCutAtTheLimit) {
     EXPECT_EQ(lines[1].at("status"), -EMSGSIZE);
 }
 
-TEST_F(ShellCommands, MayPrintBytesThatAreNoText) {
+TEST_F(ShellCommands, MayPrintInvalidUtf8) {
     add("go");
     recorder.text =
         "a\xff"
@@ -309,7 +309,7 @@ TEST_F(Shell, RunsTheCommandsOfAClient) {
     EXPECT_EQ(reply.error, "unknown command: fly (help lists them)");
 }
 
-TEST_F_WHERE(support::isRoot(), Shell, IsNotTrustedWhenItIsOfAnotherUser) {
+TEST_F_WHERE(support::isRoot(), Shell, IsNotTrustedWhenItBelongsToAnotherUser) {
     const auto listener = appovshell::listenAt(path);
     ASSERT_EQ(seteuid(1), 0); // the socket belongs to the user that listens
     ASSERT_EQ(listen(listener.get(), 1), 0);
@@ -325,7 +325,7 @@ TEST_F_WHERE(support::isRoot(), Shell, IsNotTrustedWhenItIsOfAnotherUser) {
     EXPECT_FALSE(client.isConnected());
 }
 
-TEST_F(Shell, CarriesTheLargestOutput) {
+TEST_F(Shell, DeliversTheLargestOutput) {
     start();
     recorder.text.assign(CommandTable::maximumOutput, '\n');
     ShellClient client;
@@ -345,7 +345,7 @@ TEST_F(Shell, ServesTwoClientsAtOnce) {
     EXPECT_EQ(recorder.calls, 40);
 }
 
-TEST_F(Shell, TakesPiecemealAndPipelinedRequests) {
+TEST_F(Shell, AcceptsPiecemealAndPipelinedRequests) {
     start();
     const auto client = connectRaw();
     ASSERT_TRUE(sendRaw(client, "{\"line\":\"ec"));
@@ -382,7 +382,7 @@ struct Turns {
     std::promise<void> begun, mayGoOn;
 };
 
-TEST_F(Shell, GivesAClientOneRequestATurn) {
+TEST_F(Shell, ServesOneRequestPerClientInTurn) {
     Turns turns{*server, {}, {}, {}};
     server->registerCommand("turn :s", "", &Turns::run, &turns);
     start();
@@ -437,7 +437,7 @@ TEST_F(Shell, DropsAClientThatDoesNotReadAndServesTheOthers) {
     EXPECT_EQ(other.run("echo").status, 0);
 }
 
-TEST_F(Shell, EvictsTheClientThatWasIdleTheLongestForOneMoreThanItTakes) {
+TEST_F(Shell, EvictsTheLongestIdleClientWhenAllSlotsAreTaken) {
     const host::LogCapture log({0x0205});
     start();
     std::vector<ShellClient> clients(ShellServer::maximumClients);
@@ -548,7 +548,7 @@ TEST_F(Shell, EvictsAClientThatHasNotReadItsAnswersForLong) {
     EXPECT_EQ(late.run("echo").status, 0);
 }
 
-TEST_F(Shell, EvictsAClientThatHasAskedNothingForANewOne) {
+TEST_F(Shell, EvictsAClientThatHasSentNoRequestForANewOne) {
     start();
     ShellClient first;
     first.connect(path);
@@ -566,7 +566,7 @@ TEST_F(Shell, EvictsAClientThatHasAskedNothingForANewOne) {
     EXPECT_EQ(first.run("echo").status, 0);
 }
 
-TEST_F(Shell, RejectsAClientThatAsksWhenAllSlotsAreTaken) {
+TEST_F(Shell, RejectsAClientThatSendsARequestWhenAllSlotsAreTaken) {
     start();
     const auto slow = connectRaw();
     sendRaw(slow, "garbage\n");
@@ -615,7 +615,7 @@ TEST_F(Shell, KeepsItsSocketPrivateAndRemovesIt) {
     server->stop();
 }
 
-TEST_F(Shell, ReplacesASocketThatNobodyServes) {
+TEST_F(Shell, ReplacesAStaleSocket) {
     appovshell::listenAt(path).reset();
     struct stat status {};
     ASSERT_EQ(lstat(path.c_str(), &status), 0);
@@ -625,7 +625,7 @@ TEST_F(Shell, ReplacesASocketThatNobodyServes) {
     EXPECT_EQ(client.run("echo").status, 0);
 }
 
-TEST_F(Shell, LeavesASocketInUseAlone) {
+TEST_F(Shell, DoesNotReplaceASocketInUse) {
     start();
     ShellServer second;
     try {
@@ -641,7 +641,7 @@ TEST_F(Shell, LeavesASocketInUseAlone) {
     EXPECT_EQ(client.run("echo").status, 0);
 }
 
-TEST_F(Shell, LeavesASocketAloneThatAnotherShellIsTaking) {
+TEST_F(Shell, DoesNotReplaceASocketThatAnotherShellIsTaking) {
     appovshell::listenAt(path).reset();
     {
         const host::io::SocketLock other("other", path);
@@ -660,7 +660,7 @@ TEST_F(Shell, LeavesASocketAloneThatAnotherShellIsTaking) {
     EXPECT_EQ(client.run("echo").status, 0);
 }
 
-TEST_F(Shell, LeavesAFileThatIsNoSocketAlone) {
+TEST_F(Shell, DoesNotReplaceAFileThatIsNotASocket) {
     std::ofstream(path) << "content";
     EXPECT_THROW(server->open(path, geteuid()), std::system_error);
     EXPECT_EQ(access(path.c_str(), F_OK), 0);

@@ -43,7 +43,7 @@ protected:
     const host::LogCapture log{{0x0204}}; // this module logs nothing here; the capture restores the levels
 };
 
-TEST_F(SilentModules, FailWithTheirBases) {
+TEST_F(SilentModules, FailWhenTheirBasesFail) {
     tvservice::Proxy tvProxy;
     mmservice::Proxy mmProxy;
     ModelTvServiceAdapter adapter;
@@ -76,7 +76,7 @@ TEST_F(SilentModules, StartWithoutServices) {
     adapter.detachProcess();
 }
 
-TEST_F(SilentModules, RefuseClientsThatTheyKnowAndThatTheyDoNot) {
+TEST_F(SilentModules, RejectDuplicateAndUnknownClients) {
     const auto expectRejected = [](auto& registry, const auto& client, int known, int unknown) {
         EXPECT_EQ(registry.addClient(client), 0);
         EXPECT_EQ(registry.addClient(client), known);
@@ -110,7 +110,7 @@ public:
     bool outOfMemory = false;
 };
 
-TEST_F(SilentModules, DropWhatCouldNotBeSent) {
+TEST_F(SilentModules, DropRequestsThatCouldNotBeSent) {
     SendingManager manager;
     for (const bool outOfMemory : {false, true}) {
         manager.outOfMemory = outOfMemory;
@@ -127,7 +127,7 @@ TEST_F(SilentModules, DropWhatCouldNotBeSent) {
     EXPECT_EQ(manager.ReqTV(ids, {}, {request(2, 0, "dvb://1")}), -1);
 }
 
-TEST_F(SilentModules, RefuseAnswersTooEarlyOrToABundleThatEndsAfterItsStop) {
+TEST_F(SilentModules, RejectEarlyAnswersAndThoseToABundleThatEndsAfterItsStop) {
     Manager manager;
     manager.ask({request(1, 0, stopUri)});
     EXPECT_EQ(manager.answer(ResponseTV, {info(1, 0, "1")}), -1);

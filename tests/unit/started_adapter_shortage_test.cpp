@@ -165,27 +165,27 @@ protected:
     const boost::shared_ptr<CountingTvClient> application = boost::make_shared<CountingTvClient>();
 };
 
-TEST_P(StartedAdapter, PassesNotificationsOnWholeOrNotAtAll) {
+TEST_P(StartedAdapter, DeliversNotificationsCompletelyOrNotAtAll) {
     support::forEach(support::TvNews{}, [&]<class Message>() { expectDeliveredOrNot<Message>(receiver.tv.module); });
 }
 
-TEST_P(StartedAdapter, PassesTheTvServicesAnswersOnWholeOrNotAtAll) {
+TEST_P(StartedAdapter, DeliversTheTvServicesAnswersCompletelyOrNotAtAll) {
     expectDeliveredOrNot<messages::TvServiceInfo>(receiver.tv.module);
 }
 
-TEST_P(StartedAdapter, PassesTheMmServicesAnswersOnWholeOrNotAtAll) {
+TEST_P(StartedAdapter, DeliversTheMmServicesAnswersCompletelyOrNotAtAll) {
     expectDeliveredOrNot<mmservice::messages::MmServiceInfo>(receiver.mm.module);
 }
 
-TEST_P(StartedAdapter, TakesARequestForTheTvServiceWholeOrNotAtAll) {
+TEST_P(StartedAdapter, AcceptsARequestForTheTvServiceCompletelyOrNotAtAll) {
     expectPlayedOrNot([&] { EXPECT_EQ(play({2, 0}, channel), 0); }, 1, 0);
 }
 
-TEST_P(StartedAdapter, TakesARequestForTheMmServiceWholeOrNotAtAll) {
+TEST_P(StartedAdapter, AcceptsARequestForTheMmServiceCompletelyOrNotAtAll) {
     expectPlayedOrNot([&] { EXPECT_EQ(play({3, 0}, film), 0); }, 1, 2); // both services stop before one starts
 }
 
-TEST_P(StartedAdapter, SwitchesThePathWholeOrNotAtAll) {
+TEST_P(StartedAdapter, SwitchesThePathCompletelyOrNotAtAll) {
     auto& shell = support::FakeShell::get();
     const auto& command = shell.commands.at("pathswitch :s");
     const auto run = [&] { EXPECT_EQ(command.handler(command.context), 0); };
@@ -201,7 +201,7 @@ template <class Message> struct Forwarder;
 TVSERVICE_REQUESTS(FORWARDER)
 #undef FORWARDER
 
-TEST_P(StartedAdapter, ForwardsARequestWholeOrNotAtAll) {
+TEST_P(StartedAdapter, ForwardsARequestCompletelyOrNotAtAll) {
     settle();
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         if constexpr (!std::is_same_v<Message, messages::TvServiceReq>) { // sent by the resource manager

@@ -84,7 +84,7 @@ TEST_F(Emit, HasSamplesThatSetEveryArgument) {
     }
 }
 
-TEST_F(Emit, SendsTheArgumentsGivenAndNothingForTheRest) {
+TEST_F(Emit, SendsTheGivenArgumentsAndDefaultsForTheRest) {
     shell.json = true;
     EXPECT_EQ(shell.run("TvServiceConflictInfo", R"({"info": {"uintList2": [7, 4294967295]}})"), 0);
     EXPECT_EQ(shell.output, "{\"sent\":\"TvServiceConflictInfo\"}\n");
@@ -95,7 +95,7 @@ TEST_F(Emit, SendsTheArgumentsGivenAndNothingForTheRest) {
                     R"(TvserviceOadStatusNotify {"status":0,"text":"half\u0000way"})"));
 }
 
-TEST_F(Emit, RefusesWhatIsNoNotificationAndNamesThoseThereAre) {
+TEST_F(Emit, RejectsAnUnknownNotificationAndListsTheKnownOnes) {
     expectError("TvServiceConflict", "", "no notification \"TvServiceConflict\"; there are: TvServiceInfo, ");
     expectError("TvServiceReq", "", "no notification");
     expectError("", "", "no notification \"\"");
@@ -103,7 +103,7 @@ TEST_F(Emit, RefusesWhatIsNoNotificationAndNamesThoseThereAre) {
     EXPECT_LT(shell.output.size(), 2000U);
 }
 
-TEST_F(Emit, RefusesArgumentsThatAreNotThoseOfTheNotification) {
+TEST_F(Emit, RejectsArgumentsThatDoNotMatchTheNotification) {
     const auto conflict = [&](const char* json, const char* why) { expectError("TvServiceConflictInfo", json, why); };
     conflict("{nope", "the arguments are no JSON: parse error at line 1");
     conflict("{} {}", "the arguments are no JSON");
@@ -119,7 +119,7 @@ TEST_F(Emit, RefusesArgumentsThatAreNotThoseOfTheNotification) {
     expectError("TvServiceInstalledInfo", R"({"info":{"byteParam1":256}})", "256 does not fit into 8 bits");
 }
 
-TEST_F(Emit, RefusesArgumentsOfFourKibibytesAndTakesOneByteLess) {
+TEST_F(Emit, RejectsArgumentsOfFourKibibytesAndAcceptsOneByteLess) {
     const auto jsonOf = [](std::size_t size) {
         const std::string head = R"({"info":{"strParam1":")", tail = "\"}}";
         return head + std::string(size - head.size() - tail.size(), 'x') + tail;
@@ -129,7 +129,7 @@ TEST_F(Emit, RefusesArgumentsOfFourKibibytesAndTakesOneByteLess) {
     EXPECT_EQ(requester->received().size(), 1U);
 }
 
-TEST_F(Emit, SaysWhenANotificationCouldNotBeSent) {
+TEST_F(Emit, ReportsThatANotificationCouldNotBeSent) {
     const host::LogCapture log; // hides the queue's warnings
     requester.reset();
     other.reset();

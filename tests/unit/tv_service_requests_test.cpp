@@ -74,7 +74,7 @@ TEST_F(TvService, ReportsTuningThenAnswersThenReportsTheStreamsOfAChannel) {
                             "TvServiceSubtitleInfo", "TvServiceVideoInfo", "TvServiceTeletextInfo"));
 }
 
-TEST_F(TvService, JustAnswersWhatNoTunerIsNeededFor) {
+TEST_F(TvService, OnlyAnswersRequestsThatNeedNoTuner) {
     for (const char* uri : {"dvb://9.9.9", "hdmi://1", "rec://plain/null", ""}) requester->play(0, 0, uri);
     EXPECT_THAT(namesOf(requester->received()),
                 ElementsAre("TvServiceInfo", "TvServiceInfo", "TvServiceInfo", "TvServiceInfo"));
@@ -136,7 +136,7 @@ TEST_F(TvService, ChoosesATrackAndNotifiesAllClients) {
     EXPECT_EQ(textsOf(other->received()), textsOf(received));
 }
 
-TEST_F(TvService, TurnsATrackOffAndPlaysWithTheUsualOnesAgain) {
+TEST_F(TvService, TurnsATrackOffAndPlaysWithTheDefaultTracksAgain) {
     requester->play(0, 0, one);
     chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(0, 0, 0);
     EXPECT_EQ(requester->received().back().arguments["info"]["intParam1"], 0);
@@ -227,7 +227,7 @@ TEST_F(TvService, ListsWhatTheTerminalsShowToTheRequester) {
     EXPECT_THAT(other->received(), IsEmpty());
 }
 
-TEST_F(TvService, RefusesPlaysOnALockedTerminalUntilItIsUnlocked) {
+TEST_F(TvService, RejectsPlaysOnALockedTerminalUntilItIsUnlocked) {
     lock(0, 0, 1, 16);
     expectBothReceive(
         {R"(TvServiceStatusInfo {"info":{"intParam1":0,"services":[{"intParam1":0,"byteParam1":0,"intParam2":0,)"
@@ -244,7 +244,7 @@ TEST_F(TvService, RefusesPlaysOnALockedTerminalUntilItIsUnlocked) {
     EXPECT_THAT(requester->received(), SizeIs(8));
 }
 
-TEST_F(TvService, RefusesAClientsTerminalsBeyondItsShareWithoutNotificationsAndServesAnother) {
+TEST_F(TvService, RejectsAClientsTerminalsBeyondItsShareWithoutNotificationsAndServesAnother) {
     const host::LogCapture log({services::logModule});
     std::vector<tvservice::TvServiceReq_t> requests(300);
     for (std::size_t i = 0; i < requests.size(); ++i) {
@@ -275,7 +275,7 @@ TEST_F(TvService, RefusesAClientsTerminalsBeyondItsShareWithoutNotificationsAndS
     EXPECT_THAT(other->received(), SizeIs(7));
 }
 
-TEST_F(TvService, NotifiesOnlyTheRequesterOfALockThatChangesNothingOrIsRefused) {
+TEST_F(TvService, NotifiesOnlyTheRequesterOfALockThatChangesNothingOrIsRejected) {
     const host::LogCapture log({services::logModule});
     lock(3, 0, 0, 0); // unlocks what is not locked
     expectOnlyTheRequesterReceives({R"(TvServiceStatusInfo {"info":{"intParam1":0,"services":[]}})"});
@@ -301,7 +301,7 @@ void lockAShare(Client& client, int type) {
         client.send<messages::SetParentalLockInfo>(tvservice::TvServiceParentalLockInfo_t{{type, id}, 1, 12});
 }
 
-TEST_F(TvService, ForgetsTheTracksOfATerminalThatItEvicts) {
+TEST_F(TvService, RemovesTheTracksOfATerminalThatItEvicts) {
     const host::LogCapture log({services::logModule});
     for (int type = 1; type <= 5; ++type) reconnect([&](Client& visitor) { playOnAShare(visitor, type); });
     other->play(9, 0, one);
@@ -333,7 +333,7 @@ protected:
     }
 };
 
-TEST_P(FullTable, TakesAnotherClientsEntryHoweverOftenOneReconnectsAndFillsItsShare) {
+TEST_P(FullTable, AcceptsAnotherClientsEntryHoweverOftenOneReconnectsAndFillsItsShare) {
     const host::LogCapture log({services::logModule});
     for (int type = 1; type <= 5; ++type) reconnect([&](Client& visitor) { GetParam().fillShare(visitor, type); });
     EXPECT_EQ(count().held, services::bounds::terminals);
@@ -361,7 +361,7 @@ const Filling fillings[] = {
 INSTANTIATE_TEST_SUITE_P(Of, FullTable, testing::ValuesIn(fillings),
                          [](const auto& test) { return std::string(test.param.table); });
 
-TEST_F(TvService, RefusesADownloadOfPackagesWithLongNames) {
+TEST_F(TvService, RejectsADownloadOfPackagesWithLongNames) {
     requester->send<messages::RequestPackagesReq>(tvservice::reqeustOadType_t{1},
                                                   std::string(services::bounds::passedTextBytes + 1, 'x'));
     expectOnlyTheRequesterReceives(
@@ -385,7 +385,7 @@ TEST_F(TvService, NotifiesAllClientsThatTheServiceListHasChanged) {
     expectBothReceive({R"(TvServiceStatusInfo {"info":{"intParam1":12,"services":[]}})"});
 }
 
-TEST_F(TvService, SaysWhatATryRunWouldPlay) {
+TEST_F(TvService, ReportsWhatATryRunWouldPlay) {
     for (const int number : {2, 0, -1, 7, INT32_MAX})
         requester->send<messages::TvServiceTryRunReq>(tvservice::TvServiceTryRunRequestParams_t{number});
     std::vector<std::string> texts(5, R"(TvServicePlayInfo {"info":{"strParam1":""}})");
@@ -416,7 +416,7 @@ TEST_F(TvService, NotifiesAllClientsOfANewSource) {
                        R"(TvServiceNetworkChangeMsg {"message":{"byteParam1":0,"strParam1":""}})"});
 }
 
-TEST_F(TvService, SaysWhichBroadcastApplicationTookAKey) {
+TEST_F(TvService, ReportsWhichBroadcastApplicationHandledAKey) {
     for (const char* key : {"RED", "BLUE", "HOME", ""})
         requester->send<messages::TvServiceSendKeyReq>(std::string(key));
     expectOnlyTheRequesterReceives({R"(TvServiceBroadcastApplictionInfo {"application":1})",
@@ -447,12 +447,12 @@ TEST_F(TvService, DownloadsPackagesAndNotifiesAllClientsOfEachStep) {
     EXPECT_THAT(textsOf(requester->waitUntil(isComplete)), ElementsAreArray(expected));
 }
 
-TEST_F(TvService, RefusesADownloadOfNothing) {
+TEST_F(TvService, RejectsADownloadOfNothing) {
     requester->send<messages::RequestPackagesReq>(tvservice::reqeustOadType_t{1}, std::string());
     expectOnlyTheRequesterReceives({R"(TvserviceOadStatusNotify {"status":3,"text":"no packages are named"})"});
 }
 
-TEST_F(TvService, PassesBytesOfAnyKindOnUnchanged) {
+TEST_F(TvService, PassesOnAnyBytesUnchanged) {
     const std::string source = std::string("a\0b", 3) + std::string(services::bounds::passedTextBytes - 3, 'x');
     requester->send<messages::TvServiceSourceChanged>(source);
     EXPECT_EQ(requester->received().at(0).arguments["message"]["strParam1"], source);

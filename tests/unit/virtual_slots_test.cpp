@@ -68,7 +68,7 @@ TEST(VirtualSlots, OfATvClientAreTheNotifications) {
         (Slots{firstMethod, firstMethod + 1, firstMethod + 24}));
 }
 
-TEST(VirtualSlots, OfTheAdaptersTvClientObjectGoOnBehindTheNotifications) {
+TEST(VirtualSlots, OfTheAdaptersTvClientObjectContinueAfterTheNotifications) {
     using I = TvServiceClient;
     EXPECT_EQ((Slots{slotOf(&I::tvServiceInfocb), slotOf(&I::addClient), slotOf(&I::removeClient)}),
               from(slotOf(&I::tvserviceOadProgressNotify) + 1, 3));
@@ -82,7 +82,7 @@ TEST(VirtualSlots, OfTheMmServiceAndItsClientAreTheirMessageThenTheRegistry) {
     EXPECT_EQ(slotOf(&mmservice::ClientInterface::mmServiceInfo), firstMethod);
 }
 
-TEST(VirtualSlots, OfTheAdaptersMmClientObjectGoOnBehindTheAnswer) {
+TEST(VirtualSlots, OfTheAdaptersMmClientObjectContinueAfterTheAnswer) {
     using I = MmServiceClient;
     EXPECT_EQ((Slots{slotOf(&I::mmServiceInfo), slotOf(&I::addClient), slotOf(&I::removeClient)}),
               from(firstMethod, 3));

@@ -120,7 +120,7 @@ struct Watch : testing::Test {
     std::ostringstream out, errors;
 };
 
-TEST_F(Watch, PrintsWhatComesFromNowOn) {
+TEST_F(Watch, PrintsOnlyNewNotifications) {
     receiver->notify("Old");
     options.count = 2;
     receiver->before = {[] {}, notifying("A"), [] {}, notifying("B")};
@@ -129,7 +129,7 @@ TEST_F(Watch, PrintsWhatComesFromNowOn) {
     EXPECT_THAT(errors.str(), IsEmpty());
 }
 
-TEST_F(Watch, PrintsNothingThatSteersATerminal) {
+TEST_F(Watch, PrintsNoTerminalControlSequences) {
     options.count = 1;
     receiver->before = {[this] {
         receiver->notify("A\x7f\n", {{"text",
@@ -150,7 +150,7 @@ TEST_F(Watch, PrintsAnObjectPerLineAsJson) {
                          "\n");
 }
 
-TEST_F(Watch, PrintsOnlyTheMessagesAskedFor) {
+TEST_F(Watch, PrintsOnlyTheRequestedMessages) {
     options.messages = {"B"};
     options.count = 1;
     receiver->before = {notifying("A"), notifying("B")};
@@ -182,7 +182,7 @@ TEST_F(Watch, FollowsAReceiverWhoseNumbersStartAgain) {
     EXPECT_THAT(lines(), ElementsAre(R"(second-1 A {"n":1})", R"(third-1 B {"n":1})", R"(third-2 C {"n":2})"));
 }
 
-TEST_F(Watch, SaysHowManyNotificationsItMissed) {
+TEST_F(Watch, ReportsHowManyNotificationsItMissed) {
     receiver->notify("Old");
     options.count = 1;
     receiver->before = {[this] {
@@ -194,7 +194,7 @@ TEST_F(Watch, SaysHowManyNotificationsItMissed) {
     EXPECT_THAT(errors.str(), HasSubstr("dropped 2 notifications"));
 }
 
-TEST_F(Watch, GivesUpWhenTooFewCameInTime) {
+TEST_F(Watch, TimesOutWhenTooFewNotificationsArrive) {
     options.receiver.timeout = std::chrono::seconds(1);
     options.receiver.timeoutGiven = true;
     options.count = 2;
@@ -204,7 +204,7 @@ TEST_F(Watch, GivesUpWhenTooFewCameInTime) {
     EXPECT_THAT(errors.str(), testing::StartsWith("tvctl: timed out after 1 of 2 notifications"));
 }
 
-TEST_F(Watch, SaysHowManyCameWhenAnAnswerDoesNotComeInTime) {
+TEST_F(Watch, ReportsTheNumberReceivedWhenAnAnswerTimesOut) {
     options.receiver.timeout = std::chrono::milliseconds(100);
     options.receiver.timeoutGiven = true;
     options.count = 1;
@@ -216,7 +216,7 @@ TEST_F(Watch, SaysHowManyCameWhenAnAnswerDoesNotComeInTime) {
               "tvctl: timed out after 0 of 1 notifications; " + path + ": timed out waiting for the answer\n");
 }
 
-TEST_F(Watch, EndsWhenTheReceiverGoesAway) {
+TEST_F(Watch, EndsWhenTheReceiverEnds) {
     receiver->before = {notifying("A"), [this] { receiver->endSoon(); }};
     EXPECT_EQ(run(), tvctl::exitNotAvailable);
     EXPECT_THAT(lines(), ElementsAre(R"(first-1 A {"n":1})"));
@@ -228,7 +228,7 @@ TEST_F(Watch, EndsWhenThereIsNoReceiver) {
     EXPECT_EQ(run(), tvctl::exitNotAvailable);
 }
 
-TEST_F(Watch, PassesOnThatTheReceiverRefuses) {
+TEST_F(Watch, ReportsThatTheReceiverRejectsTheRequest) {
     options.receiver.json = true;
     receiver->status = -5;
     EXPECT_EQ(run(), tvctl::exitFailed);
@@ -243,7 +243,7 @@ TEST_F(Watch, RejectsAMalformedList) {
 }
 
 // Copying and printing JSON uses stack for each level.
-TEST_F(Watch, RefusesAListThatIsNestedTooDeep) {
+TEST_F(Watch, RejectsAListThatIsNestedTooDeeply) {
     receiver->malformed = std::string(60000, '[') + std::string(60000, ']');
     EXPECT_EQ(run(), tvctl::exitBadData);
     EXPECT_THAT(errors.str(), HasSubstr("nested more than"));
@@ -255,7 +255,7 @@ TEST_F(Watch, FailsWhenItsOutputIsGone) {
     EXPECT_EQ(run(), tvctl::exitFailed);
 }
 
-TEST_F(Watch, PrintsNothingWhenItIsToBeQuiet) {
+TEST_F(Watch, PrintsNothingWhenQuiet) {
     options.receiver.quiet = true;
     options.count = 1;
     receiver->before = {notifying("A")};
@@ -263,12 +263,12 @@ TEST_F(Watch, PrintsNothingWhenItIsToBeQuiet) {
     EXPECT_THAT(out.str(), IsEmpty());
 }
 
-TEST(NotificationName, IsKnownAsTheMessageListSpellsIt) {
+TEST(NotificationName, IsSpelledAsInTheMessageList) {
     EXPECT_EQ(tvctl::checkNotification("TvServiceAudioInfo"), "");
     EXPECT_EQ(tvctl::checkNotification("TvserviceOadProgressNotify"), "");
 }
 
-TEST(NotificationName, IsRefusedWithTheNearestOnes) {
+TEST(NotificationName, IsRejectedWithTheNearestOnes) {
     EXPECT_THAT(tvctl::checkNotification("tvserviceaudioinfo"), HasSubstr("nearest names are TvServiceAudioInfo,"));
     EXPECT_THAT(tvctl::checkNotification("AudioInfo"), HasSubstr("nearest names are TvServiceAudioInfo,"));
     EXPECT_THAT(tvctl::checkNotification("TvServiceAudioReq"),
@@ -277,7 +277,7 @@ TEST(NotificationName, IsRefusedWithTheNearestOnes) {
     EXPECT_LT(tvctl::checkNotification(std::string(4096, 'x')).size(), 300U);
 }
 
-TEST(WatchVerb, RefusesArgumentsThatItDoesNotKnow) {
+TEST(WatchVerb, RejectsUnknownArguments) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(tvctl::runWatch({}, {"TvServiceAudoInfo"}), tvctl::exitUsage);
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("TvServiceAudioInfo"));

@@ -71,7 +71,7 @@ TEST_F(ZapQueueTest, SendsTheFirstRequestAtOnce) {
     EXPECT_THAT(outcomes, IsEmpty());
 }
 
-TEST_F(ZapQueueTest, PassesOnARequestUnchangedButForItsId) {
+TEST_F(ZapQueueTest, PassesOnARequestUnchangedExceptForItsId) {
     TvServiceReq_t asked = channel(3, "a");
     asked.uuid = "u";
     asked.strParamList = {"x", "y"};
@@ -96,7 +96,7 @@ TEST_F(ZapQueueTest, EndsOnTheLastOfTwentyQuickZapsAfterTwoRequests) {
     EXPECT_EQ(outcomes[19], "answered 20 0");
 }
 
-TEST_F(ZapQueueTest, ReportsARefusalOfTheServiceAsAnAnswer) {
+TEST_F(ZapQueueTest, ReportsARejectionByTheServiceAsAnAnswer) {
     queue.want(channel(0, "a"));
     queue.want(channel(0, "b"));
     answer(sent[0], 2);
@@ -104,13 +104,13 @@ TEST_F(ZapQueueTest, ReportsARefusalOfTheServiceAsAnAnswer) {
     EXPECT_THAT(sentUris(), ElementsAre("a", "b"));
 }
 
-TEST_F(ZapQueueTest, TakesTheResultOfItsOwnTerminal) {
+TEST_F(ZapQueueTest, UsesTheResultOfItsOwnTerminal) {
     queue.want(channel(1, "a"));
     queue.answer({info(0, 0, sent[0].reqId, 5), info(0, 1, sent[0].reqId, 2)});
     EXPECT_THAT(outcomes, ElementsAre("answered a 2"));
 }
 
-TEST_F(ZapQueueTest, DoesNotAskBeforeTheLimitWhetherARequestWasDropped) {
+TEST_F(ZapQueueTest, DoesNotAskBeforeTheTimeoutWhetherARequestWasDropped) {
     queue.want(channel(0, "a"));
     bool asked = false;
     whenAsked = [&] { asked = true; };
@@ -132,7 +132,7 @@ TEST_F(ZapQueueTest, WaitsForAnOverdueAnswerAsLongAsTheAdapterDoes) {
     EXPECT_THAT(sentUris(), ElementsAre("a", "b"));
 }
 
-TEST_F(ZapQueueTest, SendsTheNewestRequestOnceTheOneBeforeWasDropped) {
+TEST_F(ZapQueueTest, SendsTheNewestRequestOnceThePreviousOneWasDropped) {
     for (const char* uri : {"a", "b", "c"}) queue.want(channel(0, uri));
     pass(6s);
     drop();
@@ -141,7 +141,7 @@ TEST_F(ZapQueueTest, SendsTheNewestRequestOnceTheOneBeforeWasDropped) {
     EXPECT_THAT(outcomes, ElementsAre("replaced b", "dropped a"));
 }
 
-TEST_F(ZapQueueTest, TakesALateAnswerForNoOther) {
+TEST_F(ZapQueueTest, DoesNotMatchALateAnswerToAnotherRequest) {
     queue.want(channel(0, "a"));
     queue.want(channel(0, "b"));
     pass(6s);
@@ -153,7 +153,7 @@ TEST_F(ZapQueueTest, TakesALateAnswerForNoOther) {
     EXPECT_THAT(outcomes, ElementsAre("dropped a"));
 }
 
-TEST_F(ZapQueueTest, TakesAnAnswerThatComesTwiceOnlyOnce) {
+TEST_F(ZapQueueTest, IgnoresADuplicateAnswer) {
     for (const char* uri : {"a", "b", "c"}) queue.want(channel(0, uri));
     const auto first = sent[0];
     answer(first);
@@ -162,7 +162,7 @@ TEST_F(ZapQueueTest, TakesAnAnswerThatComesTwiceOnlyOnce) {
     EXPECT_THAT(outcomes, ElementsAre("replaced b", "answered a 0"));
 }
 
-TEST_F(ZapQueueTest, TakesAnAnswerThatComesWhileItAsksWhetherTheRequestWasDropped) {
+TEST_F(ZapQueueTest, AcceptsAnAnswerWhileItAsksWhetherTheRequestWasDropped) {
     queue.want(channel(0, "a"));
     queue.want(channel(0, "b"));
     pass(5s);
@@ -180,7 +180,7 @@ TEST_F(ZapQueueTest, IgnoresAnswersToOthers) {
     EXPECT_THAT(outcomes, IsEmpty());
 }
 
-TEST_F(ZapQueueTest, ServesTerminalsInTheOrderInWhichTheyWereWanted) {
+TEST_F(ZapQueueTest, ServesTerminalsInTheOrderOfTheirRequests) {
     queue.want(channel(0, "a0"));
     queue.want(channel(1, "a1"));
     queue.want(channel(0, "b0"));
@@ -207,7 +207,7 @@ TEST_F(ZapQueueTest, HoldsAllTerminalsBackWhileOneIsOverdue) {
     EXPECT_THAT(sentUris(), ElementsAre("lost"));
 }
 
-TEST_F(ZapQueueTest, RefusesMoreTerminalsThanItKeeps) {
+TEST_F(ZapQueueTest, RejectsMoreTerminalsThanItCanHold) {
     queue.want(channel(0, "a"));
     for (std::size_t i = 1; i <= ZapQueue::mostWaiting; ++i) EXPECT_EQ(queue.want(channel(int(i), "b")), 0);
     EXPECT_EQ(queue.want(channel(0, "c")), ZapQueue::tooManyWaiting);
@@ -215,7 +215,7 @@ TEST_F(ZapQueueTest, RefusesMoreTerminalsThanItKeeps) {
     EXPECT_THAT(outcomes, ElementsAre("replaced b"));
 }
 
-TEST_F(ZapQueueTest, ReportsWhatCouldNotBeSentAndGoesOn) {
+TEST_F(ZapQueueTest, ReportsRequestsThatCouldNotBeSentAndContinues) {
     sendResult = -1;
     queue.want(channel(0, "a"));
     EXPECT_THAT(outcomes, ElementsAre("notSent a"));
@@ -227,7 +227,7 @@ TEST_F(ZapQueueTest, ReportsWhatCouldNotBeSentAndGoesOn) {
     EXPECT_THAT(sentUris(), ElementsAre("c"));
 }
 
-TEST_F(ZapQueueTest, SendsWhatWaitsAfterOneThatCouldNotBeSent) {
+TEST_F(ZapQueueTest, SendsTheNextRequestAfterOneThatCouldNotBeSent) {
     duringSend = [this] {
         queue.want(channel(0, "b"));
         throw std::bad_alloc();
@@ -237,7 +237,7 @@ TEST_F(ZapQueueTest, SendsWhatWaitsAfterOneThatCouldNotBeSent) {
     EXPECT_THAT(sentUris(), ElementsAre("b"));
 }
 
-TEST_F(ZapQueueTest, AsksAgainWhenItCouldNotAsk) {
+TEST_F(ZapQueueTest, AsksAgainWhenAskingFails) {
     queue.want(channel(0, "a"));
     pass(6s);
     drop();
@@ -248,7 +248,7 @@ TEST_F(ZapQueueTest, AsksAgainWhenItCouldNotAsk) {
     EXPECT_THAT(outcomes, ElementsAre("dropped a"));
 }
 
-TEST_F(ZapQueueTest, DoesNotMissARequestWhoseSendingTakesLongerThanTheLimit) {
+TEST_F(ZapQueueTest, KeepsARequestWhoseSendingTakesLongerThanTheTimeout) {
     duringSend = [this] {
         pass(10s);
         queue.look(); // the adapter does not have it yet; that must not count as dropped
@@ -259,14 +259,14 @@ TEST_F(ZapQueueTest, DoesNotMissARequestWhoseSendingTakesLongerThanTheLimit) {
     EXPECT_THAT(outcomes, ElementsAre("answered a 0"));
 }
 
-TEST_F(ZapQueueTest, TakesARequestFromInsideAReport) {
+TEST_F(ZapQueueTest, AcceptsARequestDuringAReport) {
     whenReported = [this] { queue.want(channel(0, "b")); };
     queue.want(channel(0, "a"));
     answer(sent[0]);
     EXPECT_THAT(sentUris(), ElementsAre("a", "b"));
 }
 
-TEST_F(ZapQueueTest, ForgetsWhatWaitsForATerminal) {
+TEST_F(ZapQueueTest, DropsTheQueuedRequestOfATerminal) {
     queue.want(channel(0, "a"));
     queue.want(channel(0, "b"));
     queue.want(channel(1, "c"));

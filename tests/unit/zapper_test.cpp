@@ -169,7 +169,7 @@ TEST_F(ZapperTest, GivesEveryRequestOfSeveralThreadsOneOutcome) {
     EXPECT_EQ(static_cast<int>(service.takeSent().size()), outcomes.of(ZapOutcome::Kind::answered));
 }
 
-TEST_F(ZapperTest, SendsTheNextRequestWhenTheAdapterHasDroppedTheOneBefore) {
+TEST_F(ZapperTest, SendsTheNextRequestWhenTheAdapterHasDroppedThePreviousOne) {
     service.mute(true);
     Zapper zapper(adapter, noting());
     zapper.want(channel(1, "dvb://lost"));
@@ -184,7 +184,7 @@ TEST_F(ZapperTest, SendsTheNextRequestWhenTheAdapterHasDroppedTheOneBefore) {
     EXPECT_EQ(service.takeSent(), (std::vector<std::string>{"dvb://lost", "dvb://3"}));
 }
 
-TEST_F(ZapperTest, TakesRequestsFromInsideItsReports) {
+TEST_F(ZapperTest, AcceptsRequestsDuringItsReports) {
     std::unique_ptr<Zapper> zapper;
     std::atomic<int> left{20};
     zapper = std::make_unique<Zapper>(adapter, [&](const ZapOutcome& outcome) {
@@ -195,7 +195,7 @@ TEST_F(ZapperTest, TakesRequestsFromInsideItsReports) {
     EXPECT_TRUE(outcomes.waitFor([&] { return outcomes.of(ZapOutcome::Kind::answered) == 21; }));
 }
 
-TEST_F(ZapperTest, EndsWithARequestUnderWayAndReportsNothingMore) {
+TEST_F(ZapperTest, EndsWhileARequestIsPendingAndReportsNothingMore) {
     service.mute(true);
     {
         Zapper zapper(adapter, noting());
@@ -212,7 +212,7 @@ TEST_F(ZapperTest, EndsWithARequestUnderWayAndReportsNothingMore) {
     EXPECT_EQ(service.takeSent(), (std::vector<std::string>{"dvb://lost", "dvb://next"}));
 }
 
-TEST_F(ZapperTest, RefusesRequestsOnceItHasEnded) {
+TEST_F(ZapperTest, RejectsRequestsOnceItHasEnded) {
     Zapper zapper(adapter, noting());
     zapper.end();
     zapper.end();
@@ -221,7 +221,7 @@ TEST_F(ZapperTest, RefusesRequestsOnceItHasEnded) {
     EXPECT_EQ(outcomes.all(), 0);
 }
 
-TEST_F(ZapperTest, EndsWhileAnswersCome) {
+TEST_F(ZapperTest, EndsWhileAnswersArrive) {
     for (int i = 0; i < 200; ++i) {
         Zapper zapper(adapter, noting());
         for (int terminal = 0; terminal < 3; ++terminal) zapper.want(channel(terminal, "dvb://1"));
