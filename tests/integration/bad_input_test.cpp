@@ -45,7 +45,7 @@ public:
     void acceptClient() {
         close(client_);
         client_ = accept(listener_, nullptr, nullptr);
-        if (client_ < 0) throw ReceiverError(std::string("nobody connected: ") + std::strerror(errno));
+        if (client_ < 0) throw ReceiverError(std::string("no client connected: ") + std::strerror(errno));
         send(hello_);
     }
     void send(const std::string& bytes) const {

@@ -79,7 +79,7 @@ inline void* allocate(std::size_t size) {
     throw std::bad_alloc();
 }
 
-inline void giveBack(void* block) noexcept {
+inline void release(void* block) noexcept {
     if (block != nullptr) --blocksHeld;
     std::free(block);
 }
@@ -145,7 +145,7 @@ long failElsewhereAtEveryAllocation(long fail, const Act& act, const Afterwards&
 
 // Calls act with memory for n allocations. Returns whether it succeeded. A thread that cannot be created counts as a
 // shortage.
-template <class Act> bool getsThroughWith(long n, const Act& act) {
+template <class Act> bool succeedsWith(long n, const Act& act) {
     struct EnoughAfterwards {
         ~EnoughAfterwards() { allocationsLeft = -1; }
     } enough;
@@ -166,14 +166,14 @@ enum class Shortage { Lasting, Passing };
 
 // The result of a call: whether it succeeded, and whether an allocation failed.
 struct Run {
-    bool through, metOne;
+    bool succeeded, allocationFailed;
 };
 template <class Act> Run runShortAfter(long allocations, Shortage shortage, const Act& act) {
     passing = shortage == Shortage::Passing;
     const long before = allocationsFailed;
-    const bool through = getsThroughWith(allocations, act);
+    const bool succeeded = succeedsWith(allocations, act);
     passing = false;
-    return {through, allocationsFailed != before};
+    return {succeeded, allocationsFailed != before};
 }
 
 inline const char* textOf(Shortage shortage) {
@@ -187,8 +187,8 @@ long failAtEveryAllocation(const Act& act, const Afterwards& afterwards, Shortag
     constexpr long tooMany = 10000;
     for (long allocations = 0; allocations < tooMany; ++allocations) {
         const Run run = runShortAfter(allocations, shortage, act);
-        if (run.through) {
-            if (run.metOne && shortage == Shortage::Passing)
+        if (run.succeeded) {
+            if (run.allocationFailed && shortage == Shortage::Passing)
                 ADD_FAILURE() << "it ignores the failure of allocation " << allocations
                               << ", and the later ones did not fail";
             return allocations;
@@ -211,12 +211,12 @@ long runShortAtEveryAllocation(Shortage shortage, const Act& act, const Afterwar
     constexpr long tooMany = 10000;
     for (long allocations = 0; allocations < tooMany; ++allocations) {
         const Run run = runShortAfter(allocations, shortage, act);
-        afterwards(run.through);
+        afterwards(run.succeeded);
         if (testing::Test::HasFailure()) {
             ADD_FAILURE() << "with memory for " << allocations << textOf(shortage);
             return allocations;
         }
-        if (!run.metOne) return allocations;
+        if (!run.allocationFailed) return allocations;
     }
     ADD_FAILURE() << "an allocation fails in every run";
     return tooMany;
@@ -233,10 +233,10 @@ long runShortAtEveryAllocation(Shortage shortage, const Act& act, const Afterwar
 [[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
     return support::allocateOrNull(size);
 }
-[[gnu::noinline]] void operator delete(void* block) noexcept { support::giveBack(block); }
-[[gnu::noinline]] void operator delete[](void* block) noexcept { support::giveBack(block); }
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { support::giveBack(block); }
-[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { support::giveBack(block); }
+[[gnu::noinline]] void operator delete(void* block) noexcept { support::release(block); }
+[[gnu::noinline]] void operator delete[](void* block) noexcept { support::release(block); }
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { support::release(block); }
+[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { support::release(block); }
 
 // Interposes the library's function of this name; visible, so that the library calls it, too.
 [[gnu::noinline, gnu::visibility("default")]] void* vdlFlatAlloc(std::size_t size) {

@@ -88,7 +88,7 @@ TEST_F(EveryNotification, ReachesEveryClientUnchangedAndIsNotLogged) {
     addAll();
     const host::LogCapture log{{genrpc::AdapterLog, genrpc::ManagerLog}};
     support::forEach(support::TvNews{}, [&]<class Message>() {
-        EXPECT_EQ(deliver<Message>(), 0) << "whatever the clients answer";
+        EXPECT_EQ(deliver<Message>(), 0) << "regardless of the clients' results";
         for (const auto& client : clients) expectOneCall<Message>(*client);
     });
     EXPECT_THAT(textsOf(log), IsEmpty());

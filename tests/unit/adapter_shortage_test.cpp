@@ -97,9 +97,9 @@ template <class Proxy, class Client> struct Receiving {
             first->calls = second->calls = 0;
             unsigned deliveries = 0;
             const Held held;
-            const long failures = runShortAtEveryAllocation(shortage, deliver, [&](bool through) {
+            const long failures = runShortAtEveryAllocation(shortage, deliver, [&](bool succeeded) {
                 expectHeld(held);
-                if (through) ++deliveries;
+                if (succeeded) ++deliveries;
                 EXPECT_EQ(second->calls, deliveries) << "no memory for the second client after the first one's copy";
             });
             EXPECT_GT(failures, 0) << "nothing was allocated, so nothing was tested";
@@ -214,9 +214,9 @@ TEST(EntryWithoutMemory, LeaksNoMember) {
         const Held held;
         const long failures = runShortAtEveryAllocation(
             shortage, [&] { members = CreateTvMmService(); },
-            [&](bool through) {
-                EXPECT_EQ(members != nullptr, through);
-                if (through) destroy(members);
+            [&](bool succeeded) {
+                EXPECT_EQ(members != nullptr, succeeded);
+                if (succeeded) destroy(members);
                 members = nullptr;
                 expectHeld(held);
             });
@@ -237,8 +237,8 @@ TEST_P(AdapterWithoutMemory, FailsToStartAndStartsTheNextTime) {
     int result = -100;
     const long failures = runShortAtEveryAllocation(
         GetParam(), [&] { result = adapter.start(); },
-        [&](bool through) {
-            EXPECT_EQ(result, through ? 0 : -100);
+        [&](bool succeeded) {
+            EXPECT_EQ(result, succeeded ? 0 : -100);
             result = -100;
         });
     // The manager, its worker and the command are created once per process, so a second run does not create them again.

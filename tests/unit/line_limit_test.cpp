@@ -93,11 +93,11 @@ TEST(LineLimit, CountsEveryLineOfManyThreads) {
     static LineLimit limit("crowd\n");
     const LogCapture log({module});
     constexpr unsigned each = 10000;
-    std::atomic<unsigned> through{0};
+    std::atomic<unsigned> admittedLines{0};
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) threads.emplace_back([&] { through += admitted(limit, each, at(60000ms)); });
+    for (int i = 0; i < 4; ++i) threads.emplace_back([&] { admittedLines += admitted(limit, each, at(60000ms)); });
     for (auto& thread : threads) thread.join();
-    EXPECT_EQ(through, most);
+    EXPECT_EQ(admittedLines, most);
     EXPECT_FALSE(LineLimit::tellHeldBack(at(61000ms)));
     EXPECT_THAT(textsOf(log), ElementsAre("... and " + std::to_string(4 * each - most) + " more like it: crowd"));
 }

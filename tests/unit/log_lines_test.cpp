@@ -347,13 +347,13 @@ TEST(RegistrarLogLinesDeathTest, ReportThatTheShellWasFound) {
 }
 
 TEST(RegistrarLogLinesDeathTest, ReportThatThereIsNoShell) {
-    const auto saying = [](const std::string& what) {
+    const auto containsLine = [](const std::string& what) {
         return testing::ContainsRegex("0x0103 failure: ovshell.cpp:[0-9]+:svcAppovshell\\(\\): " + what);
     };
     EXPECT_EXIT(
         tvservice::ovRegister(nullptr), [](int status) { return status != 0; },
-        testing::AllOf(saying("Unable to lookup ovshell-interface: -22\\."),
-                       saying("pService != nullptr ASSERT FAILED !!!")));
+        testing::AllOf(containsLine("Unable to lookup ovshell-interface: -22\\."),
+                       containsLine("pService != nullptr ASSERT FAILED !!!")));
 }
 
 } // namespace

@@ -122,9 +122,9 @@ TEST_F(MessageQueue, LogsTheFirstRefusalAndTheNumberOfLaterOnes) {
 
 TEST_F(MessageQueue, RefusesAnUnknownConnection) {
     startBoth();
-    const frame::TransportInfo nobody{123456789, {}};
-    EXPECT_EQ(-107, sendNumber(*offered, 1, &nobody));
-    EXPECT_EQ(-107, sendNumber(*channel, 1, &nobody));
+    const frame::TransportInfo unknownClient{123456789, {}};
+    EXPECT_EQ(-107, sendNumber(*offered, 1, &unknownClient));
+    EXPECT_EQ(-107, sendNumber(*channel, 1, &unknownClient));
     EXPECT_EQ(1u, serverStatistics().refused);
 }
 

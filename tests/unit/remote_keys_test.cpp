@@ -67,10 +67,10 @@ TEST_F(Keys, AreReadableByTheirOwnerOnlyWhateverTheUmask) {
 }
 
 TEST_F(Keys, NeverReplaceAFile) {
-    write("dear to somebody");
+    write("existing content");
     EXPECT_THROW(host::writeKeys(file, keys), std::runtime_error);
     std::ifstream there(file);
-    EXPECT_EQ(std::string(std::istreambuf_iterator(there), {}), "dear to somebody");
+    EXPECT_EQ(std::string(std::istreambuf_iterator(there), {}), "existing content");
 }
 
 TEST_F(Keys, AreNotWrittenToAMissingFolder) {

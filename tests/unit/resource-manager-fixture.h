@@ -109,10 +109,10 @@ struct SimulatedTime {
         resWait = [](std::condition_variable&, std::unique_lock<std::mutex>& lock) {
             auto& pending = get().duringWaits;
             if (pending.empty()) return std::cv_status::timeout;
-            const auto happens = std::move(pending.front());
+            const auto action = std::move(pending.front());
             pending.pop_front();
             lock.unlock();
-            happens();
+            action();
             lock.lock();
             return std::cv_status::no_timeout;
         };
@@ -198,7 +198,7 @@ private:
 };
 
 // The state of what the MM service plays outlives a manager. A live start removes a terminal from it.
-inline void forgetWhatPlays() {
+inline void resetPlayingTerminals() {
     for (int type = 0; type < 10; ++type)
         for (int id = 0; id < 2; ++id) Manager().ask({request(type, id, "dvb://forget")});
 }
@@ -207,7 +207,7 @@ class ResManagerTest : public testing::Test {
 protected:
     ResManagerTest() {
         SimulatedTime::install();
-        forgetWhatPlays();
+        resetPlayingTerminals();
         log.emplace(std::vector<std::uint32_t>{genrpc::ManagerLog});
     }
     // The lines that contain part, without their source locations.

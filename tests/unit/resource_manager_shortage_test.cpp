@@ -48,7 +48,7 @@ protected:
 
     ManagerWithoutMemory() {
         SimulatedTime::install();
-        forgetWhatPlays();
+        resetPlayingTerminals();
     }
     template <class Act, class Afterwards> static long failEverywhere(const Act& act, const Afterwards& afterwards) {
         if (GetParam() == Shortage::Passing) vdlDebugSetLevels("off"); // a failed log line does not fail the call
@@ -197,7 +197,7 @@ class SendingWithoutMemory : public testing::TestWithParam<Shortage> {
 protected:
     SendingWithoutMemory() {
         SimulatedTime::install();
-        forgetWhatPlays();
+        resetPlayingTerminals();
     }
     unsigned sent() const { return tv.sent() + mm.sent(); }
     unsigned reportedAsNotSent() const {

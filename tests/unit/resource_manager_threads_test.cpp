@@ -162,7 +162,7 @@ private:
 
 TEST(ConcurrentManager, CompletesEveryBundleWithConcurrentRequestsAnswersAndInspections) {
     SimulatedTime::install();
-    forgetWhatPlays();
+    resetPlayingTerminals();
     resWait = [](std::condition_variable& condition, std::unique_lock<std::mutex>& lock) {
         return condition.wait_until(lock, std::chrono::steady_clock::now() + 1s);
     };

@@ -160,7 +160,7 @@ class ManagerThread : public testing::Test {
 protected:
     ManagerThread() {
         SimulatedTime::install();
-        forgetWhatPlays();
+        resetPlayingTerminals();
         waits.forget();
         WorkingManager::waitsEnd = false;
         resClock = originalClock;

@@ -338,23 +338,23 @@ TEST(TerminalTable, KeepsCountOfSharesThroughStopsSwapsAndReplacements) {
 TEST(ClientTable, ChecksNoMoreEntriesPerRequestWhenItIsFull) {
     struct Counting {
         std::uint64_t client;
-        unsigned* looks;
+        unsigned* checks;
         std::size_t textBytes() const {
-            ++*looks;
+            ++*checks;
             return 1;
         }
     };
-    unsigned looks = 0;
-    const auto looksFor = [&](ClientTable<Counting>& table, const Terminal& terminal, std::uint64_t client) {
-        looks = 0;
-        table.put(terminal, {client, &looks}, nullptr);
-        return looks;
+    unsigned checks = 0;
+    const auto checksFor = [&](ClientTable<Counting>& table, const Terminal& terminal, std::uint64_t client) {
+        checks = 0;
+        table.put(terminal, {client, &checks}, nullptr);
+        return checks;
     };
     ClientTable<Counting> table("things");
-    const unsigned first = looksFor(table, {0, 0}, 1), replaced = looksFor(table, {0, 0}, 1);
-    for (std::size_t i = 0; i < bounds::terminals; ++i) table.put({1, static_cast<int>(i)}, {i, &looks}, nullptr);
-    EXPECT_LE(looksFor(table, {2, 0}, 2000), first);
-    EXPECT_LE(looksFor(table, {0, 0}, 1), replaced);
+    const unsigned first = checksFor(table, {0, 0}, 1), replaced = checksFor(table, {0, 0}, 1);
+    for (std::size_t i = 0; i < bounds::terminals; ++i) table.put({1, static_cast<int>(i)}, {i, &checks}, nullptr);
+    EXPECT_LE(checksFor(table, {2, 0}, 2000), first);
+    EXPECT_LE(checksFor(table, {0, 0}, 1), replaced);
 }
 
 TEST(Locks, ReportWhetherTheyChanged) {

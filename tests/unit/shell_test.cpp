@@ -370,34 +370,34 @@ TEST_F(Shell, AnswersAClientThatHasShutDownItsSendingSide) {
 struct Turns {
     static int run(void* context) {
         auto& self = *static_cast<Turns*>(context);
-        self.who.push_back(self.server.getArgument(0));
-        if (self.who.back() == "first") {
-            self.begun.set_value();
-            self.mayGoOn.get_future().wait();
+        self.senders.push_back(self.server.getArgument(0));
+        if (self.senders.back() == "first") {
+            self.started.set_value();
+            self.mayContinue.get_future().wait();
         }
         return 0;
     }
     appovshell::Server& server;
-    std::vector<std::string> who; // used by the shell's thread until the shell has answered all requests
-    std::promise<void> begun, mayGoOn;
+    std::vector<std::string> senders; // used by the shell's thread until the shell has answered all requests
+    std::promise<void> started, mayContinue;
 };
 
 TEST_F(Shell, ServesOneRequestPerClientInTurn) {
     Turns turns{*server, {}, {}, {}};
     server->registerCommand("turn :s", "", &Turns::run, &turns);
     start();
-    const auto greedy = connectRaw(), patient = connectRaw();
-    ASSERT_TRUE(sendRaw(patient, "{\"line\":\"echo\"}\n"));
-    EXPECT_EQ(receiveLine(patient), "{\"status\":0}");
+    const auto flooder = connectRaw(), other = connectRaw();
+    ASSERT_TRUE(sendRaw(other, "{\"line\":\"echo\"}\n"));
+    EXPECT_EQ(receiveLine(other), "{\"status\":0}");
     std::string requests = "{\"line\":\"turn first\"}\n";
-    for (int i = 0; i < 50; ++i) requests += "{\"line\":\"turn greedy\"}\n";
-    ASSERT_TRUE(sendRaw(greedy, requests));
-    turns.begun.get_future().wait();
-    ASSERT_TRUE(sendRaw(patient, "{\"line\":\"turn patient\"}\n"));
-    turns.mayGoOn.set_value();
-    EXPECT_EQ(receiveLine(patient), "{\"status\":0}");
-    for (int i = 0; i < 51; ++i) EXPECT_EQ(receiveLine(greedy), "{\"status\":0}");
-    const auto turn = std::find(turns.who.begin(), turns.who.end(), "patient") - turns.who.begin();
+    for (int i = 0; i < 50; ++i) requests += "{\"line\":\"turn flooder\"}\n";
+    ASSERT_TRUE(sendRaw(flooder, requests));
+    turns.started.get_future().wait();
+    ASSERT_TRUE(sendRaw(other, "{\"line\":\"turn other\"}\n"));
+    turns.mayContinue.set_value();
+    EXPECT_EQ(receiveLine(other), "{\"status\":0}");
+    for (int i = 0; i < 51; ++i) EXPECT_EQ(receiveLine(flooder), "{\"status\":0}");
+    const auto turn = std::find(turns.senders.begin(), turns.senders.end(), "other") - turns.senders.begin();
     EXPECT_LE(turn, 2);
 }
 
@@ -521,7 +521,7 @@ std::vector<host::io::FileDescriptor> Shell::busyClients() {
     for (std::size_t i = 0; i < ShellServer::maximumClients; ++i) {
         busy.push_back(connectRaw());
         EXPECT_TRUE(sendRaw(busy.back(), "{\"line\":\"echo\"}\n"));
-        char first = 0; // waits until the answer has begun
+        char first = 0; // waits until the answer has started
         EXPECT_EQ(recv(busy.back().get(), &first, 1, 0), 1);
     }
     return busy;

@@ -90,8 +90,8 @@ protected:
         unsigned deliveries = 1;
         const long failures = runShortAtEveryAllocation(
             GetParam(), [&] { module.deliver<Message>(body); },
-            [&](bool through) {
-                if (through) ++deliveries;
+            [&](bool succeeded) {
+                if (succeeded) ++deliveries;
                 EXPECT_EQ(application->calls, deliveries);
                 expectHeld(held);
             });
@@ -146,8 +146,8 @@ protected:
         settle();
         const unsigned tvBefore = receiver.tv.module.sent(), mmBefore = receiver.mm.module.sent();
         unsigned played = 0;
-        const long failures = runShortAtEveryAllocation(GetParam(), ask, [&](bool through) {
-            if (through) {
+        const long failures = runShortAtEveryAllocation(GetParam(), ask, [&](bool succeeded) {
+            if (succeeded) {
                 ++played;
                 answerAll();
             }
@@ -216,8 +216,8 @@ TEST_P(StartedAdapter, ForwardsARequestCompletelyOrNotAtAll) {
             ask(); // creates objects that are kept after the first use
             unsigned sent = receiver.tv.module.sent();
             const Held held;
-            const long failures = runShortAtEveryAllocation(GetParam(), ask, [&](bool through) {
-                if (through) ++sent;
+            const long failures = runShortAtEveryAllocation(GetParam(), ask, [&](bool succeeded) {
+                if (succeeded) ++sent;
                 EXPECT_EQ(receiver.tv.module.sent(), sent);
                 expectHeld(held);
             });

@@ -17,7 +17,7 @@ using testing::SizeIs;
 
 namespace {
 
-constexpr const char* one = "dvb://1.1.1";
+constexpr const char* channelOne = "dvb://1.1.1";
 constexpr const char* movies = "dvb://1.2.2";
 
 class TvService : public TvServiceTest {
@@ -55,7 +55,7 @@ protected:
 };
 
 TEST_F(TvService, ReportsTuningThenAnswersThenReportsTheStreamsOfAChannel) {
-    requester->play(0, 1, one);
+    requester->play(0, 1, channelOne);
     const auto received = requester->received();
     EXPECT_THAT(namesOf(received), ElementsAre("TvServiceTunerStatusMessage", "TvServiceInfo", "TvServiceTunerResult",
                                                "TvServiceAudioInfo", "TvServiceSubtitleInfo", "TvServiceVideoInfo",
@@ -83,7 +83,7 @@ TEST_F(TvService, OnlyAnswersRequestsThatNeedNoTuner) {
 
 TEST_F(TvService, SendsTheNotificationsOfAPlayAfterItsDelayedAnswer) {
     faults.set("delay=20");
-    requester->play(0, 0, one);
+    requester->play(0, 0, channelOne);
     const auto received = namesOf(requester->receivedUntil("TvServiceTeletextInfo"));
     const auto at = [&](const char* name) {
         return std::find(received.begin(), received.end(), name) - received.begin();
@@ -94,7 +94,7 @@ TEST_F(TvService, SendsTheNotificationsOfAPlayAfterItsDelayedAnswer) {
 
 TEST_F(TvService, SendsNotificationsWithoutAnAnswerWhenMute) {
     faults.set("mute=on");
-    requester->play(0, 0, one);
+    requester->play(0, 0, channelOne);
     const auto received = namesOf(requester->received());
     EXPECT_THAT(received, SizeIs(6));
     EXPECT_EQ(std::count(received.begin(), received.end(), "TvServiceInfo"), 0);
@@ -104,7 +104,7 @@ TEST_F(TvService, AnswersAListOfAThousandChannelsBesideItsNotifications) {
     std::vector<tvservice::TvServiceReq_t> requests(1000);
     for (std::size_t i = 0; i < requests.size(); ++i) {
         requests[i].terminal = {0, static_cast<int>(i)};
-        requests[i].uri = one;
+        requests[i].uri = channelOne;
     }
     requester->send<messages::TvServiceReq>(requests);
     const auto received = requester->received();
@@ -116,7 +116,7 @@ TEST_F(TvService, AnswersAListOfAThousandChannelsBesideItsNotifications) {
 }
 
 TEST_F(TvService, ChoosesATrackAndNotifiesAllClients) {
-    requester->play(0, 0, one);
+    requester->play(0, 0, channelOne);
     discard();
     chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(0, 0, 2, 7);
     chooseTrack<messages::TvServiceSubtitleReq, tvservice::TvServiceSubtitleReq_t>(0, 0, 3);
@@ -137,7 +137,7 @@ TEST_F(TvService, ChoosesATrackAndNotifiesAllClients) {
 }
 
 TEST_F(TvService, TurnsATrackOffAndPlaysWithTheDefaultTracksAgain) {
-    requester->play(0, 0, one);
+    requester->play(0, 0, channelOne);
     chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(0, 0, 0);
     EXPECT_EQ(requester->received().back().arguments["info"]["intParam1"], 0);
     requester->play(0, 0, movies);
@@ -145,7 +145,7 @@ TEST_F(TvService, TurnsATrackOffAndPlaysWithTheDefaultTracksAgain) {
 }
 
 TEST_F(TvService, NotifiesOnlyTheRequesterThatATrackCannotBeChosen) {
-    requester->play(0, 0, one);
+    requester->play(0, 0, channelOne);
     requester->play(0, 1, "hdmi://1");
     discard();
     for (const int number : {-1, 5, INT32_MAX, INT32_MIN})
@@ -164,7 +164,7 @@ TEST_F(TvService, NotifiesOnlyTheRequesterThatATrackCannotBeChosen) {
 }
 
 TEST_F(TvService, HasNoTracksAfterAStop) {
-    requester->play(0, 0, one);
+    requester->play(0, 0, channelOne);
     requester->play(0, 0, tvservice::stopUri);
     chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(0, 0, 1);
     EXPECT_EQ(requester->received().back().arguments["info"]["intParam2"], services::result::nothingShown);
@@ -179,7 +179,7 @@ TEST_F(TvService, DescribesAChannelsStreamsToTheRequester) {
 }
 
 TEST_F(TvService, SwapsWhatTwoWindowsShowWithTheirTracks) {
-    requester->play(0, 0, one);
+    requester->play(0, 0, channelOne);
     requester->play(2, 0, movies);
     chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(2, 0, 4);
     discard();
@@ -188,7 +188,7 @@ TEST_F(TvService, SwapsWhatTwoWindowsShowWithTheirTracks) {
     const auto entries = table.entries();
     ASSERT_EQ(entries.size(), 2U);
     EXPECT_EQ(entries[0].shown.uri, movies);
-    EXPECT_EQ(entries[1].shown.uri, one);
+    EXPECT_EQ(entries[1].shown.uri, channelOne);
     chooseTrack<messages::TvServiceAudioReq, tvservice::TvServiceAudioReq_t>(0, 0, 99);
     EXPECT_EQ(requester->received().back().arguments["info"]["intParam1"], 4);
 }
@@ -199,7 +199,7 @@ TEST_F(TvService, NotifiesOnlyTheRequesterThatWindowsCannotBeSwapped) {
         expectOnlyTheRequesterReceives({R"(TvServiceSwapWinInfo {"info":{"intParam1":-1}})"});
     };
     swap(1); // neither shows anything
-    requester->play(0, 0, one);
+    requester->play(0, 0, channelOne);
     discard();
     swap(0); // with itself
     lock(1, 0, 1, 12);
@@ -233,14 +233,14 @@ TEST_F(TvService, RejectsPlaysOnALockedTerminalUntilItIsUnlocked) {
         {R"(TvServiceStatusInfo {"info":{"intParam1":0,"services":[{"intParam1":0,"byteParam1":0,"intParam2":0,)"
          R"("intParam3":0,"intParam4":0,"intParam5":0,"intParam6":0,"shortParam1":16,"strParam1":"",)"
          R"("byteParam2":1}]}})"});
-    requester->play(0, 0, one);
+    requester->play(0, 0, channelOne);
     const auto refused = requester->received();
     ASSERT_THAT(namesOf(refused), ElementsAre("TvServiceInfo"));
     EXPECT_EQ(refused[0].arguments["infos"][0]["result"], services::result::locked);
     requester->play(0, 0, tvservice::stopUri);
     EXPECT_EQ(requester->received()[0].arguments["infos"][0]["result"], services::result::done);
     lock(0, 0, 0, 0);
-    requester->play(0, 0, one);
+    requester->play(0, 0, channelOne);
     EXPECT_THAT(requester->received(), SizeIs(8));
 }
 
@@ -249,7 +249,7 @@ TEST_F(TvService, RejectsAClientsTerminalsBeyondItsShareWithoutNotificationsAndS
     std::vector<tvservice::TvServiceReq_t> requests(300);
     for (std::size_t i = 0; i < requests.size(); ++i) {
         requests[i].terminal = {7, static_cast<int>(i)};
-        requests[i].uri = one;
+        requests[i].uri = channelOne;
     }
     requester->send<messages::TvServiceReq>(requests);
     discard();
@@ -267,11 +267,11 @@ TEST_F(TvService, RejectsAClientsTerminalsBeyondItsShareWithoutNotificationsAndS
     for (const auto& counted : service.tables()) names.push_back(counted.name);
     EXPECT_THAT(names, ElementsAre("locks", "delayed answers", "packages", "source"));
     other->received();
-    requester->play(8, 0, one);
+    requester->play(8, 0, channelOne);
     expectOnlyTheRequesterReceives(
         {R"(TvServiceInfo {"infos":[{"terminal":{"type":8,"id":0},"result":8,"uri":"dvb://1.1.1",)"
          R"("uuid":"","uuidAncestor":"","reqId":"r"}]})"});
-    other->play(0, 0, one);
+    other->play(0, 0, channelOne);
     EXPECT_THAT(other->received(), SizeIs(7));
 }
 
@@ -292,7 +292,7 @@ void playOnAShare(Client& client, int type) {
     std::vector<tvservice::TvServiceReq_t> requests(services::bounds::terminalsOfAClient);
     for (std::size_t id = 0; id < requests.size(); ++id) {
         requests[id].terminal = {type, static_cast<int>(id)};
-        requests[id].uri = one;
+        requests[id].uri = channelOne;
     }
     client.send<messages::TvServiceReq>(requests);
 }
@@ -304,7 +304,7 @@ void lockAShare(Client& client, int type) {
 TEST_F(TvService, RemovesTheTracksOfATerminalThatItEvicts) {
     const host::LogCapture log({services::logModule});
     for (int type = 1; type <= 5; ++type) reconnect([&](Client& visitor) { playOnAShare(visitor, type); });
-    other->play(9, 0, one);
+    other->play(9, 0, channelOne);
     discard();
     const auto resultOn = [&](int id) -> int {
         chooseTrack<messages::TvServiceTeletextReq, tvservice::TvServiceTeletextReq_t>(2, id, 1);
@@ -346,7 +346,7 @@ TEST_P(FullTable, AcceptsAnotherClientsEntryHoweverOftenOneReconnectsAndFillsIts
 }
 
 const Filling fillings[] = {
-    {"terminals", playOnAShare, [](Client& client) { client.play(9, 0, one); },
+    {"terminals", playOnAShare, [](Client& client) { client.play(9, 0, channelOne); },
      [](const auto& received) {
          return received.size() == 7 && received[1].arguments["infos"][0]["result"] == services::result::done;
      }},

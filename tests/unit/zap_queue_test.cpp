@@ -34,34 +34,34 @@ protected:
         return uris;
     }
     void answer(const TvServiceReq_t& request, int result = 0) {
-        had.erase(request.reqId);
+        pending.erase(request.reqId);
         queue.answer({info(request.terminal.type, request.terminal.id, request.reqId, result, request.uri)});
     }
     // The adapter drops all its requests.
-    void drop() { had.clear(); }
+    void drop() { pending.clear(); }
     void pass(std::chrono::nanoseconds time) { now += time; }
 
     std::vector<TvServiceReq_t> sent;
-    std::set<std::string> had; // request ids
+    std::set<std::string> pending; // request ids
     std::vector<std::string> outcomes;
     ZapQueue::Clock::time_point now{100s};
     int sendResult = 0;
-    std::function<void()> duringSend, whenAsked, whenReported;
+    std::function<void()> duringSend, onQuery, onReport;
     ZapQueue queue{{[this](const TvServiceReq_t& request) {
                         if (duringSend) std::exchange(duringSend, nullptr)();
                         if (sendResult != 0) return sendResult;
-                        had.insert(request.reqId);
+                        pending.insert(request.reqId);
                         sent.push_back(request);
                         return 0;
                     },
                     [this](const std::string& reqId) {
-                        if (whenAsked) std::exchange(whenAsked, nullptr)();
-                        return had.count(reqId) == 1;
+                        if (onQuery) std::exchange(onQuery, nullptr)();
+                        return pending.count(reqId) == 1;
                     },
                     [this] { return now; },
                     [this](const ZapOutcome& outcome) {
                         outcomes.push_back(show(outcome));
-                        if (whenReported) std::exchange(whenReported, nullptr)();
+                        if (onReport) std::exchange(onReport, nullptr)();
                     }}};
 };
 
@@ -112,14 +112,14 @@ TEST_F(ZapQueueTest, UsesTheResultOfItsOwnTerminal) {
 
 TEST_F(ZapQueueTest, DoesNotAskBeforeTheTimeoutWhetherARequestWasDropped) {
     queue.want(channel(0, "a"));
-    bool asked = false;
-    whenAsked = [&] { asked = true; };
+    bool queried = false;
+    onQuery = [&] { queried = true; };
     pass(5s - 1ns);
     queue.look();
-    EXPECT_FALSE(asked);
+    EXPECT_FALSE(queried);
     pass(1ns);
     queue.look();
-    EXPECT_TRUE(asked);
+    EXPECT_TRUE(queried);
 }
 
 TEST_F(ZapQueueTest, WaitsForAnOverdueAnswerAsLongAsTheAdapterDoes) {
@@ -166,7 +166,7 @@ TEST_F(ZapQueueTest, AcceptsAnAnswerWhileItAsksWhetherTheRequestWasDropped) {
     queue.want(channel(0, "a"));
     queue.want(channel(0, "b"));
     pass(5s);
-    whenAsked = [this] { answer(sent[0]); };
+    onQuery = [this] { answer(sent[0]); };
     queue.look();
     EXPECT_THAT(sentUris(), ElementsAre("a", "b"));
     EXPECT_THAT(outcomes, ElementsAre("answered a 0"));
@@ -241,7 +241,7 @@ TEST_F(ZapQueueTest, AsksAgainWhenAskingFails) {
     queue.want(channel(0, "a"));
     pass(6s);
     drop();
-    whenAsked = [] { throw std::bad_alloc(); };
+    onQuery = [] { throw std::bad_alloc(); };
     queue.look();
     EXPECT_THAT(outcomes, IsEmpty());
     queue.look();
@@ -260,7 +260,7 @@ TEST_F(ZapQueueTest, KeepsARequestWhoseSendingTakesLongerThanTheTimeout) {
 }
 
 TEST_F(ZapQueueTest, AcceptsARequestDuringAReport) {
-    whenReported = [this] { queue.want(channel(0, "b")); };
+    onReport = [this] { queue.want(channel(0, "b")); };
     queue.want(channel(0, "a"));
     answer(sent[0]);
     EXPECT_THAT(sentUris(), ElementsAre("a", "b"));
@@ -337,17 +337,17 @@ protected:
             });
     }
 
-    // Simulates this much time. Each tick begins with a call of happens.
+    // Simulates this much time. Each tick begins with a call of action.
     void play(
-        std::chrono::milliseconds time, const std::function<void()>& happens = [] {}) {
+        std::chrono::milliseconds time, const std::function<void()>& action = [] {}) {
         for (const auto end = now() + time; now() < end;) {
             // The worker waits a second, which is four ticks. A new request restarts the second.
-            happens();
+            action();
             queue.look();
             while (manager.hasSomethingToSend()) manager.work();
             SimulatedTime::get().now += tick;
-            quiet = asked ? 0ms : quiet + tick;
-            asked = false;
+            quiet = requested ? 0ms : quiet + tick;
+            requested = false;
             if (quiet < 1s) continue;
             quiet = 0ms;
             manager.work(); // the second is over, so the worker checks the clock
@@ -365,11 +365,11 @@ protected:
         bool hasSomethingToSend() const { return !onSleep(); }
     };
     WaitingManager manager;
-    bool asked = false; // in this tick
+    bool requested = false; // in this tick
     std::chrono::milliseconds quiet{};
     std::vector<std::string> outcomes;
     ZapQueue queue{{[this](const TvServiceReq_t& request) {
-                        asked = true;
+                        requested = true;
                         return manager.ask({request});
                     },
                     [this](const std::string& reqId) {
@@ -395,7 +395,7 @@ TEST_F(ZapsOverTheManager, ALostAnswerCostsLessThanSevenAndAHalfSecondsHoweverFa
 TEST_F(ZapsOverTheManager, WithoutZapsALostAnswerIsAwaitedAsLongAsRequestsCome) {
     manager.ask({channel(0, "lost")});
     play(60s, [&] {
-        asked = true;
+        requested = true;
         manager.ask({channel(0, "next")});
     });
     EXPECT_EQ(manager.sent.size(), 1U);
