@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Looks whether libraries and programs are built so that a hole in them is hard to use: check-hardened.sh FILE...
+# Checks that libraries and programs are built with hardening against exploits: check-hardened.sh FILE...
 set -euo pipefail
 
 export LC_ALL=C
 status=0
-expect() { # PATTERN OTHERWISE, of the loop's file
+expect() { # PATTERN MESSAGE: fails with MESSAGE unless the headers of $file match PATTERN
     grep -qE "$1" <<<"$headers" && return
     echo "$file $2" >&2
     status=1
@@ -15,7 +15,7 @@ for file in "$@"; do
     expect 'GNU_RELRO' "has jump tables that stay writable"
     expect 'BIND_NOW|Flags:.*NOW' "resolves functions when they are first called"
     expect '__stack_chk_fail' "has no canaries on its stack"
-    if [[ ${file##*/} != frame-host ]]; then # whose own part copies nothing
+    if [[ ${file##*/} != frame-host ]]; then # its own code copies nothing
         expect ' __[a-z]+_chk@' "does not check the sizes of what it copies"
     fi
     if grep -qE 'GNU_STACK.* RWE ' <<<"$headers"; then

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Checks which part of the tree includes which: the product must build on any platform that offers the contract headers,
-# so nothing of the host, and no third-party library but Boost, may slip into it. Prints each violation as
-# "file:line: what" and exits 1 when there is one.
+# Checks which part of the tree includes which. The product must build on any platform that has the contract headers, so
+# it may not include host headers or any third-party library except Boost. Prints each violation as "file:line: what"
+# and exits 1 if there is one.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -19,13 +19,13 @@ violation() { # FILE:LINE WHAT
     violations=$((violations + 1))
 }
 
-# Whether a quoted name is a file beside the one that includes it, or beneath the src folder which that lies in.
+# Whether a quoted name is a file beside the including file, or below the src folder that contains it.
 is_local() { # FILE NAME
     [[ $2 == *..* ]] && return 1
     [[ -f ${1%/*}/$2 || ($1 == */src/* && -f ${1%%/src/*}/src/$2) ]]
 }
 
-# Whether a name is a file in a src folder of the product: its parts are linked into one library and see each other.
+# Whether a name is a file in a src folder of the product. Its parts form one library and may include each other.
 is_product_source() { # NAME
     local folder
     [[ $1 == *..* ]] && return 1
@@ -47,7 +47,7 @@ check_thread_safety() { # FILE PLACE QUOTE NAME
     [[ $4 =~ $standard_cpp ]] || violation "$2" "the annotated mutexes may not include $4"
 }
 
-# What each library of the platform uses, from its CMakeLists.txt.
+# The libraries that each library of the platform uses, from its CMakeLists.txt.
 declare -A uses
 for list in platform/src/*/CMakeLists.txt; do
     library=${list#platform/src/} library=${library%%/*}
@@ -59,7 +59,7 @@ for list in platform/src/*/CMakeLists.txt; do
     done
 done
 
-# The library of the platform whose header a name is, or nothing.
+# Prints the platform library that has this header, or nothing.
 library_of() { # NAME
     local found
     for found in platform/host/*/"$1" platform/src/*/include/"$1"; do
@@ -107,7 +107,7 @@ scan() { # CHECK FOLDER...
             if [[ $text =~ $include ]]; then
                 "$check" "$file" "$file:$line" "${BASH_REMATCH[1]}" "${BASH_REMATCH[2]}"
             else
-                violation "$file:$line" "an include whose file cannot be read off: $text"
+                violation "$file:$line" "cannot parse this include: $text"
             fi
         done < <(grep -rnE '^[[:space:]]*#[[:space:]]*include' --include='*.h' --include='*.cpp' "$folder")
     done

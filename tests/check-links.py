@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Relative links in the documents lead to files, and to headings, that exist: check-links.py SOURCE_FOLDER."""
+"""Checks that relative links in the documents lead to existing files and headings: check-links.py SOURCE_FOLDER."""
 import pathlib
 import re
 import sys
@@ -10,7 +10,7 @@ HEADING = re.compile(r"^#+ +(.+?) *$", re.MULTILINE)
 
 
 def anchors(text):
-    """The anchors that a page's headings have where it is shown."""
+    """Returns the anchors of a page's headings in the rendered page."""
     headings = HEADING.findall(CODE.sub("", text))
     return {re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-") for heading in headings}
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The code in the README is a part of the example that is built.
+# Checks that the code in the README is part of the example that is built.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -7,6 +7,6 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 shown=$(sed -n '/^```cpp$/,/^```$/p' README.md | sed '1d;$d')
 example=$(<docs/examples/minimal-application.cpp)
 [[ -n $shown && $'\n'$example$'\n' == *$'\n'"$shown"$'\n'* ]] || {
-    echo "README.md does not show a part of docs/examples/minimal-application.cpp as it is" >&2
+    echo "the code in README.md is not a verbatim part of docs/examples/minimal-application.cpp" >&2
     exit 1
 }

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Looks whether all libraries and programs in folders find the libraries that they need from their own folder, and in
-# no folder that depends on where they are started: check-search-paths.sh FOLDER...
+# Checks that all libraries and programs in the folders search for libraries only relative to their own folder, never
+# relative to the working directory: check-search-paths.sh FOLDER...
 set -euo pipefail
 
 export LC_ALL=C
 status=0 checked=0
 while IFS= read -r -d '' file; do
-    headers=$(readelf -dW "$file" 2>/dev/null) || continue # no library and no program
+    headers=$(readelf -dW "$file" 2>/dev/null) || continue # neither library nor program
     checked=$((checked + 1))
     path=$(sed -nE 's/^.*\((RPATH|RUNPATH)\).*\[(.*)\]$/\2/p' <<<"$headers")
     [[ -z $path ]] && continue

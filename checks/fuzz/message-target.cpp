@@ -67,7 +67,7 @@ template <class Message> void decode(Input input) {
     expect(wire.size() >= message.size(), "only unset strings are written at greater length");
     const model::Outcome again = model::read(table, checks::flags(), wire, std::endian::native == std::endian::big);
     expect(again.value == expected.value, "written anew, the message has the same value");
-    expect(support::afterTravel<Message>(arguments, !swap) == arguments, "the arguments survive the other byte order");
+    expect(support::roundTripped<Message>(arguments, !swap) == arguments, "the arguments survive the other byte order");
 }
 
 } // namespace

@@ -1,11 +1,11 @@
-"""Reads and writes messages, by the schema that `tvctl schema --json` prints and nothing else.
+"""Reads and writes messages, based only on the schema that `tvctl schema --json` prints.
 
     codec = Codec(json.loads(text))
     codec.decode("tvservice", "TvServiceAudioReq", data, "little")
     codec.encode("tvservice", "TvServiceAudioReq", {"request": {...}}, "big")
 
 The content of a message is a dictionary of its arguments; a record is a dictionary of its fields. Strings are text;
-bytes that are no UTF-8 become lone surrogates, so that nothing is lost.
+bytes that are not UTF-8 become lone surrogates, so that nothing is lost.
 """
 
 import struct
@@ -19,11 +19,11 @@ _POINTERS = ("string", "stringList", "uint32List", "sequence")
 
 
 class SchemaError(ValueError):
-    """The schema is not one that this codec can follow."""
+    """This codec does not support the schema."""
 
 
 class WireError(ValueError):
-    """A message's bytes or content are wrong: which field, and what is wrong with it."""
+    """An error in a message's bytes or content, with the path of the field."""
 
     def __init__(self, problem):
         super().__init__(problem)
@@ -82,7 +82,7 @@ class _Layout:
 class Codec:
     def __init__(self, schema):
         if schema.get("version") != SCHEMA_VERSION:
-            raise SchemaError(f"schema version {schema.get('version')}, this codec knows {SCHEMA_VERSION}")
+            raise SchemaError(f"schema version {schema.get('version')}, expected {SCHEMA_VERSION}")
         self.schema = schema
         self._records = {record["name"]: record for service in schema["services"] for record in service["records"]}
         self._layouts = {}
@@ -93,11 +93,11 @@ class Codec:
             for service in schema["services"]
             for message in service["messages"]
         }
-        for name in self._records:  # those too that no message carries
+        for name in self._records:  # including those that no message contains
             self._layout_of(name)
 
     def messages(self):
-        """The pairs (service, message)."""
+        """Returns the pairs (service, message)."""
         return list(self._messages)
 
     def layout(self, service, message):
@@ -184,15 +184,15 @@ class _Reader:
 
     def _block(self, offset, size):
         if offset != self.next:
-            raise WireError(f"its block is said to be at byte {offset}, but the next one begins at {self.next}")
+            raise WireError(f"its block is at byte {offset}, but the next block begins at byte {self.next}")
         if size > len(self.data) - offset:
-            raise WireError(f"its block of {size} bytes at byte {offset} ends behind the message of {len(self.data)}")
+            raise WireError(f"its block of {size} bytes at byte {offset} exceeds the message of {len(self.data)} bytes")
         self.next += size
         return self.data[offset : self.next]
 
 
 class Writer:
-    """Builds one message. Derive from it to write strings and flags as another sender might."""
+    """Builds one message. Subclasses write strings and flags in other valid forms."""
 
     def __init__(self, order):
         self.order = order

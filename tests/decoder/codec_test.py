@@ -1,4 +1,4 @@
-"""The decoder by itself, and against the golden messages. Environment: TVCTL, the program; GOLDEN, the folder."""
+"""Tests the decoder alone and with the golden messages. Environment: TVCTL, the program; GOLDEN, the folder."""
 
 import json
 import os
@@ -21,7 +21,7 @@ def record(name, size, fields):
     return {"name": name, "size": size, "fields": fields}
 
 
-# A service of its own, small enough to write its messages by hand.
+# A test service, small enough to write its messages by hand.
 INNER = record("Inner_t", 9, [scalar("tag", 0, 1), pointer("text", 1, "string")])
 OUTER = record(
     "Outer_t",
@@ -82,99 +82,99 @@ class TheCodec(unittest.TestCase):
         self.assertEqual(self.codec.decode("s", "Nothing", b"\0", "little"), {})
         self.assertEqual(self.codec.encode("s", "Nothing", {}, "little"), b"\0")
 
-    def test_loses_no_byte_of_a_string_that_is_no_text(self):
+    def test_keeps_every_byte_of_a_string_that_is_not_utf8(self):
         content = self.codec.decode("s", "Lists", self.patched(LISTS_BYTES, 0x22, b"\xff"), "little")
         self.assertEqual(content["texts"][1], "\udcffz")
         self.assertEqual(self.codec.encode("s", "Lists", content, "little"), self.patched(LISTS_BYTES, 0x22, b"\xff"))
 
-    def test_refuses_a_message_cut_short_at_any_byte(self):
+    def test_rejects_a_message_cut_short_at_any_byte(self):
         for message, data, order in (("Outer", OUTER_BYTES, "big"), ("Lists", LISTS_BYTES, "little")):
             for size in range(len(data)):
                 with self.subTest(message=message, size=size), self.assertRaises(WireError):
                     self.codec.decode("s", message, data[:size], order)
 
-    def test_says_how_short_a_message_is(self):
-        self.refuses("Outer", OUTER_BYTES[:20], "big", "the message has 20 bytes, its arguments alone take 21")
-        self.refuses("Nothing", b"", "big", "the message has 0 bytes, its arguments alone take 1")
+    def test_reports_how_short_a_message_is(self):
+        self.expect_error("Outer", OUTER_BYTES[:20], "big", "the message has 20 bytes, its arguments alone take 21")
+        self.expect_error("Nothing", b"", "big", "the message has 0 bytes, its arguments alone take 1")
 
     def test_names_the_field_whose_block_is_cut_off(self):
-        self.refuses(
+        self.expect_error(
             "Outer",
             OUTER_BYTES[:-1],
             "big",
-            "outer.inner.text: its block of 3 bytes at byte 42 ends behind the message of 44",
+            "outer.inner.text: its block of 3 bytes at byte 42 exceeds the message of 44 bytes",
         )
 
-    def test_refuses_bytes_behind_the_last_block(self):
-        self.refuses("Outer", OUTER_BYTES + b"\0\0", "big", "2 bytes follow the message's last block")
-        self.refuses("Nothing", b"\0\0", "big", "1 bytes follow the message's last block")
+    def test_rejects_bytes_after_the_last_block(self):
+        self.expect_error("Outer", OUTER_BYTES + b"\0\0", "big", "2 bytes follow the message's last block")
+        self.expect_error("Nothing", b"\0\0", "big", "1 bytes follow the message's last block")
 
-    def test_refuses_a_wrong_count(self):
-        self.refuses(
+    def test_rejects_a_wrong_count(self):
+        self.expect_error(
             "Outer",
             self.patched(OUTER_BYTES, 3, b"\1"),
             "big",
-            "outer.inners[0].text: its block is said to be at byte 39, but the next one begins at 30",
+            "outer.inners[0].text: its block is at byte 39, but the next block begins at byte 30",
         )
-        self.refuses(
+        self.expect_error(
             "Lists",
             self.patched(LISTS_BYTES, 8, b"\xff\xff\xff\xff"),
             "little",
-            "words: its block of 17179869180 bytes at byte 37 ends behind the message of 45",
+            "words: its block of 17179869180 bytes at byte 37 exceeds the message of 45 bytes",
         )
 
-    def test_refuses_a_count_without_an_array_and_an_array_without_a_count(self):
-        self.refuses("Lists", self.patched(LISTS_BYTES, 12, b"\0"), "little", "words: count 2 with a null pointer")
-        self.refuses("Lists", self.patched(LISTS_BYTES, 8, b"\0"), "little", "words: count 0 with a pointer to byte 37")
+    def test_rejects_a_count_without_an_array_and_an_array_without_a_count(self):
+        self.expect_error("Lists", self.patched(LISTS_BYTES, 12, b"\0"), "little", "words: count 2 with a null pointer")
+        self.expect_error("Lists", self.patched(LISTS_BYTES, 8, b"\0"), "little", "words: count 0 with a pointer to byte 37")
 
-    def test_refuses_an_offset_outside_the_message(self):
-        self.refuses(
+    def test_rejects_an_offset_outside_the_message(self):
+        self.expect_error(
             "Outer",
             self.patched(OUTER_BYTES, 35, b"\xff"),
             "big",
-            "outer.inners[1].text: its block is said to be at byte 4278190121, but the next one begins at 41",
+            "outer.inners[1].text: its block is at byte 4278190121, but the next block begins at byte 41",
         )
 
-    def test_refuses_an_offset_to_another_block(self):
-        self.refuses(
+    def test_rejects_an_offset_to_another_block(self):
+        self.expect_error(
             "Lists",
             self.patched(LISTS_BYTES, 0x1C, b"\x20"),
             "little",
-            "texts[1]: its block is said to be at byte 32, but the next one begins at 34",
+            "texts[1]: its block is at byte 32, but the next block begins at byte 34",
         )
 
-    def test_refuses_a_string_without_its_terminator(self):
-        self.refuses(
+    def test_rejects_a_string_without_its_terminator(self):
+        self.expect_error(
             "Lists",
             self.patched(LISTS_BYTES, 0x21, b"x"),
             "little",
             "texts[0]: the string of 1 bytes at byte 32 is not terminated",
         )
 
-    def test_refuses_the_other_byte_order(self):
-        self.refuses(
+    def test_rejects_the_other_byte_order(self):
+        self.expect_error(
             "Lists",
             LISTS_BYTES,
             "big",
-            "texts: its block is said to be at byte 268435456, but the next one begins at 16",
+            "texts: its block is at byte 268435456, but the next block begins at byte 16",
         )
 
-    def test_refuses_content_that_does_not_fit(self):
+    def test_rejects_content_that_does_not_fit(self):
         wrong = {"outer": {**OUTER_CONTENT["outer"], "inner": {"tag": 256, "text": ""}}}
         with self.assertRaises(WireError):
             self.codec.encode("s", "Outer", wrong, "big")
         with self.assertRaisesRegex(WireError, "^wanted texts, words, got texts$"):
             self.codec.encode("s", "Lists", {"texts": []}, "big")
 
-    def test_knows_which_messages_there_are(self):
+    def test_rejects_an_unknown_message(self):
         with self.assertRaisesRegex(WireError, "^the service s has no message Inner$"):
             self.codec.decode("s", "Inner", b"", "big")
 
-    def test_refuses_a_schema_that_it_cannot_follow(self):
+    def test_rejects_an_unsupported_schema(self):
         gap = [{"name": "Gap", "size": 5, "arguments": [scalar("a", 0, 1), scalar("b", 2, 2)]}]
         wide = [{"name": "Wide", "size": 8, "arguments": [scalar("a", 0, 8)]}]
         for wrong, problem in (
-            (schema(version=2), "schema version 2, this codec knows 1"),
+            (schema(version=2), "schema version 2, expected 1"),
             (schema(messages=gap), "Gap: field b is at 2, not at 1"),
             (schema(messages=wide), "field a: a scalar of 8 bytes"),
             (schema(records=[OUTER]), "there is no record Inner_t"),
@@ -188,7 +188,7 @@ class TheCodec(unittest.TestCase):
     def patched(data, place, patch):
         return data[:place] + patch + data[place + len(patch) :]
 
-    def refuses(self, message, data, order, problem):
+    def expect_error(self, message, data, order, problem):
         with self.assertRaises(WireError) as caught:
             self.codec.decode("s", message, data, order)
         self.assertEqual(str(caught.exception), problem)
@@ -210,11 +210,11 @@ class GoldenMessages(unittest.TestCase):
                         content = self.codec.decode(file["service"], file["message"], data, order)
                         self.assertEqual(content, value["content"])
 
-    def test_are_those_that_the_encoder_writes(self):
+    def test_match_the_encoder(self):
         wanted = golden.files(self.codec)
         self.assertEqual(sorted(self.files), sorted(wanted))
         for name, text in wanted.items():
-            self.assertEqual(self.files[name], text, f"{name}; tests/decoder/golden.py writes the files anew")
+            self.assertEqual(self.files[name], text, f"{name}; tests/decoder/golden.py generates the files again")
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
-"""Reads random messages, made by the code that the services use, and compares contents.
+"""Reads random messages that the services' code generates, and compares the contents.
 
-Environment: TVCTL and GENERATOR, the programs; COUNT, how many messages.
+Environment: TVCTL and GENERATOR, the programs; COUNT, the number of messages.
 """
 
 import collections
@@ -14,7 +14,7 @@ from codec import Codec
 
 
 class GeneratedMessages(unittest.TestCase):
-    def test_have_the_content_that_the_decoder_finds(self):
+    def test_have_the_content_that_the_decoder_reads(self):
         codec = Codec(golden.schema_of(os.environ["TVCTL"]))
         count = int(os.environ["COUNT"])
         seen = collections.Counter()

@@ -3,8 +3,8 @@
 
     tests/decoder/golden.py build/release/bin/tvctl tests/golden
 
-One file per message, named SERVICE-MESSAGE.json. Its "values" are contents with their bytes in both byte orders, to be
-read and to be written exactly so; its "accepted" bytes are to be read, although the system itself writes others.
+There is one file per message, SERVICE-MESSAGE.json. "values" are contents with their bytes in both byte orders, to be
+read and written exactly so. "accepted" bytes must be read, although the system itself writes other bytes.
 """
 
 import json
@@ -40,10 +40,10 @@ class UnusualFlags(Writer):
 
 
 class Maker:
-    """Makes contents for a layout: all zero and empty, unless a derived class says otherwise."""
+    """Makes contents for a layout: all zero and empty, unless a subclass overrides it."""
 
     def __init__(self):
-        self.count = 0  # of the fields filled so far
+        self.count = 0  # number of fields filled so far
 
     def content(self, layout):
         return {field.name: self.field(field) for field in layout.fields}
@@ -78,7 +78,7 @@ class Maker:
 
 
 class Typical(Maker):
-    """No two values of a message are equal, so that none can stand for another."""
+    """No two values of a message are equal, so that swapped fields are detected."""
 
     def length(self, _field):
         return 2
@@ -161,7 +161,7 @@ def kinds_of(layout):
 
 
 def values_of(codec, service, message):
-    """name, content of the values that differ from all before them."""
+    """Yields (name, content) of the values that differ from all previous ones."""
     seen = []
     for name, maker in MAKERS.items():
         content = maker().content(codec.layout(service, message))
@@ -171,7 +171,7 @@ def values_of(codec, service, message):
 
 
 def accepted_of(codec, service, message):
-    """name, content, writer of what is read although nothing in the system writes it."""
+    """Yields (name, content, writer) of forms that are read although the system never writes them."""
     layout = codec.layout(service, message)
     kinds = kinds_of(layout)
     if kinds & {"string", "stringList"}:
@@ -205,7 +205,7 @@ def file_text(codec, service, message):
 
 
 def files(codec):
-    """The name and text of each golden file."""
+    """Returns the name and text of each golden file."""
     return {f"{service}-{message}.json": file_text(codec, service, message) for service, message in codec.messages()}
 
 

@@ -1,5 +1,5 @@
-// Prints random messages for the decoder to read: message-generator COUNT prints COUNT lines, each a JSON object with
-// service, message, order, bytes in hex and content. The same count gives the same lines on every machine of one byte
+// Prints random messages for the decoder: message-generator COUNT prints COUNT lines, each a JSON object with service,
+// message, order, bytes in hex and content. The same count gives the same lines on all machines with the same byte
 // order.
 #include "support/tv-messages.h"
 #include "support/wire.h"
@@ -23,7 +23,7 @@ public:
 
     void fill(bool& value) { value = once(2); }
     void fill(std::string& text) {
-        // Strings are text here, for JSON has no other.
+        // Strings must be UTF-8 here, because JSON has no other strings.
         static const std::vector<std::string> pieces{std::string(1, '\0'),
                                                      "\xC3\xBC",
                                                      "\xE4\xB8\x96",

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The pages that a full run of a check writes: reliability_test.py SOURCE_FOLDER."""
+"""Tests of the pages that a full run of a check writes: reliability_test.py SOURCE_FOLDER."""
 import json
 import pathlib
 import shutil
@@ -107,7 +107,7 @@ class Pages(unittest.TestCase):
 
 
 class Program(unittest.TestCase):
-    """checks/run.py with a check that reports one figure."""
+    """Runs checks/run.py with a check that reports one figure."""
 
     def setUp(self):
         folder = tempfile.TemporaryDirectory(prefix="reliability-")

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Applications built only with what is installed make every request, and zap, in a receiver of installed programs:
-# installed_application.sh BUILD_FOLDER SOURCE_FOLDER
+# Builds applications against the installed files only, and runs them in a receiver of installed programs, where they
+# send every request and zap: installed_application.sh BUILD_FOLDER SOURCE_FOLDER
 set -euo pipefail
 build=$1 source=$2
-timeout=30 # seconds, for what takes no time on an idle machine
+timeout=30 # seconds; generous, for busy machines
 
 folder=$(mktemp -d)
 children=()
@@ -57,4 +57,4 @@ expect frame-host "download: 100 %"
 expect frame-host "dvb://1.1.1: result"
 expect frame-host "dvb://1.1.20: result"
 expect frame-host "rec://plain/null: result 0"
-! grep -E "^dvb://1\.1\.([2-9]|1[0-9]): " "$folder/frame-host.log" # which nobody wanted any more
+! grep -E "^dvb://1\.1\.([2-9]|1[0-9]): " "$folder/frame-host.log" # requests that newer zaps replaced

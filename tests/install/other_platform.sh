@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The product alone, built and installed against another platform folder: other_platform.sh BUILD SOURCE
-# That platform has the headers' names and brings a library; here it is the host platform's, which is at hand.
+# Builds and installs the product alone against another platform folder: other_platform.sh BUILD SOURCE. That platform
+# has headers of the same names and its own library; this script reuses the host platform's library.
 set -euo pipefail
 build=$1 source=$2
 

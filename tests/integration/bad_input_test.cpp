@@ -1,4 +1,4 @@
-// How a whole receiver handles bad input: from a peer on a socket and from users at a shell.
+// A whole receiver with bad input: from a peer on a socket and from users of a shell.
 #include "support/queue-fixture.h"
 
 #include <tvservice/messages.h>
@@ -42,14 +42,14 @@ public:
     }
 
     // Accepts the next client and answers its hello.
-    void welcome() {
+    void acceptClient() {
         close(client_);
         client_ = accept(listener_, nullptr, nullptr);
-        if (client_ < 0) throw ReceiverError(std::string("nobody connected: ") + std::strerror(errno));
-        say(hello_);
+        if (client_ < 0) throw ReceiverError(std::string("no client connected: ") + std::strerror(errno));
+        send(hello_);
     }
-    void say(const std::string& bytes) const {
-        EXPECT_EQ(send(client_, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+    void send(const std::string& bytes) const {
+        EXPECT_EQ(::send(client_, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
     }
 
     HandMadeTvService(const HandMadeTvService&) = delete;
@@ -73,7 +73,7 @@ protected:
             if (counters.at("service") == "tvservice") return counters;
         return nullptr;
     }
-    // Waits until this many messages could not be decoded, and for the log line with the reason.
+    // Waits until this many messages are counted as undecodable, and for the log line with the reason.
     void expectUndecodable(unsigned count, const std::string& reason) {
         EXPECT_TRUE(kit.waitFor([&] { return tvConnection().at("undecodable") == count; }, defaultTimeout))
             << tvConnection().dump();
@@ -84,29 +84,29 @@ protected:
         };
         EXPECT_TRUE(kit.waitFor(logged, defaultTimeout)) << reason;
     }
-    // Why a command fails.
-    std::string refusalOf(Part part, const std::vector<std::string>& command) {
+    // The error of a command that fails.
+    std::string errorOf(Part part, const std::vector<std::string>& command) {
         try {
-            return "nothing was wrong: " + kit.ask(part, command).dump();
+            return "no error: " + kit.ask(part, command).dump();
         } catch (const ReceiverError& error) {
             return error.what();
         }
     }
     void expectServed() {
-        const auto told = kit.newestNotification();
+        const auto newest = kit.newestNotification();
         kit.ask(Part::frameHost, {"play", "0:0", "dvb://1.1.1"});
-        kit.waitForNotification("TvServiceInfo", told, {{"infos", {{{"result", 0}, {"uri", "dvb://1.1.1"}}}}});
+        kit.waitForNotification("TvServiceInfo", newest, {{"infos", {{{"result", 0}, {"uri", "dvb://1.1.1"}}}}});
     }
 
     ReceiverKit kit;
 };
 
-TEST_F(ReceiverWithBadInput, CountsAndLogsMalformedMessagesAndServesOn) {
-    // The hello of the real service, for the one that replaces it.
+TEST_F(ReceiverWithBadInput, CountsAndLogsMalformedMessagesAndContinues) {
+    // The hello of the real service, for the service that replaces it.
     kit.start(Part::tvService);
     const std::string path = (kit.runtimeFolder() / "tvservice.sock").string();
     const std::size_t helloSize = 32 + std::strlen(tvservice::serviceName) + tvservice::messageSet().count * 24;
-    const std::string hello = queue_test::RawPeer(path).hear(helloSize);
+    const std::string hello = queue_test::RawPeer(path).receive(helloSize);
     kit.kill(Part::tvService);
     std::filesystem::remove(path);
 
@@ -114,46 +114,45 @@ TEST_F(ReceiverWithBadInput, CountsAndLogsMalformedMessagesAndServesOn) {
         HandMadeTvService service(path, hello);
         kit.start(Part::mmService);
         kit.start(Part::frameHost);
-        service.welcome();
+        service.acceptClient();
         ASSERT_TRUE(kit.waitFor([&] { return tvConnection().at("connected").get<bool>(); }, defaultTimeout));
 
         auto unknown = messages::TvServiceTunerResult::meta;
         unknown.messageId = 0x28671299;
-        service.say(frameOf(unknown, 4, words({1}, false)));
+        service.send(frameOf(unknown, 4, words({1}, false)));
         expectUndecodable(1, "no handler for message 0x28671299");
 
         const auto tuner = messages::TvServiceTunerResult::meta;
         const auto tunerSize = messages::TvServiceTunerResult::Body::size;
-        service.say(frameOf(tuner, tunerSize + 1, std::string(tunerSize + 1, '\0')));
+        service.send(frameOf(tuner, tunerSize + 1, std::string(tunerSize + 1, '\0')));
         expectUndecodable(2, "message 0x28671253 dropped: message of 22 bytes has 1 bytes after its last block");
 
-        service.say(frameOf(messages::TvServicePlayInfo::meta, 8, words({5, 0xFFFFFFF0}, false)));
+        service.send(frameOf(messages::TvServicePlayInfo::meta, 8, words({5, 0xFFFFFFF0}, false)));
         expectUndecodable(3, "message 0x28671259 dropped: string at byte 0");
 
-        // A good message behind a bad one, in the same send, is served.
+        // A valid message after a malformed one, in the same send, is handled.
         const auto mtsTrack = messages::TvServiceMtsAudioTrackInfoNotify::meta;
-        service.say(frameOf(tuner, tunerSize - 1, std::string(tunerSize - 1, '\0')) +
-                    frameOf(mtsTrack, 4, words({77}, false)));
+        service.send(frameOf(tuner, tunerSize - 1, std::string(tunerSize - 1, '\0')) +
+                     frameOf(mtsTrack, 4, words({77}, false)));
         expectUndecodable(4, "message 0x28671253 dropped: it has 20 bytes, its form 21");
         kit.waitForNotification("TvServiceMtsAudioTrackInfoNotify", 0, {{"track", 77}});
-        EXPECT_EQ(kit.newestNotification(), 1U) << "of the others nothing reaches a client";
+        EXPECT_EQ(kit.newestNotification(), 1U) << "no malformed message reaches a client";
         EXPECT_EQ(tvConnection().at("reconnects"), 0);
     }
     kit.start(Part::tvService);
     expectServed();
 }
 
-TEST_F(ReceiverWithBadInput, RefusesFourKilobytesAtTheShellWithAReasonOrPassesThemUnchanged) {
+TEST_F(ReceiverWithBadInput, RejectsFourKilobytesAtTheShellWithAReasonOrPassesThemOnUnchanged) {
     kit.start();
     const std::string text(4096, 'x');
-    EXPECT_THAT(refusalOf(Part::frameHost, {"send-key", text}),
+    EXPECT_THAT(errorOf(Part::frameHost, {"send-key", text}),
                 HasSubstr("KEY has 4096 bytes, at most 1024 are taken: 'xxx"));
-    EXPECT_THAT(refusalOf(Part::frameHost, {"audio", text, "1"}), HasSubstr("TERMINAL has to be TYPE:ID"));
-    EXPECT_THAT(refusalOf(Part::frameHost, {text}), HasSubstr("unknown command"));
-    EXPECT_THAT(refusalOf(Part::tvService, {"emit", text}), HasSubstr("no notification \"xxx"));
-    EXPECT_THAT(
-        refusalOf(Part::tvService, {"emit", "TvServicePlayInfo", R"({"info":{"strParam1":")" + text + R"("}})"}),
-        HasSubstr("fewer than 4096 are taken"));
+    EXPECT_THAT(errorOf(Part::frameHost, {"audio", text, "1"}), HasSubstr("TERMINAL has to be TYPE:ID"));
+    EXPECT_THAT(errorOf(Part::frameHost, {text}), HasSubstr("unknown command"));
+    EXPECT_THAT(errorOf(Part::tvService, {"emit", text}), HasSubstr("no notification \"xxx"));
+    EXPECT_THAT(errorOf(Part::tvService, {"emit", "TvServicePlayInfo", R"({"info":{"strParam1":")" + text + R"("}})"}),
+                HasSubstr("fewer than 4096 are taken"));
     EXPECT_LT(kit.read(Part::frameHost, {"pathswitch", text}).size(), 4096U);
 
     const std::string uri = "dvb://" + text;

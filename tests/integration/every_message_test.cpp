@@ -1,5 +1,5 @@
-// Each message of both services through a whole receiver: real processes, real sockets. A test for each, named after
-// it; those that run in one program share a receiver.
+// Sends each message of both services through a whole receiver: real processes, real sockets. Each message has a test
+// with its name. Tests that run in one program share a receiver.
 #include "support/samples.h"
 
 #include <genrpc/json.h>
@@ -20,14 +20,15 @@ namespace {
 using namespace receiver;
 using nlohmann::json;
 
-// A request: the command that sends it, and a notification that follows, with the arguments that identify it.
+// A request: the command that sends it, and a notification that it causes, with the arguments that identify the
+// notification.
 struct Request {
     std::vector<std::string> command;
     const char* notification;
     const char* arguments;
 };
 
-// On a receiver whose terminals 0:0 and 1:0 show a channel.
+// For a receiver whose terminals 0:0 and 1:0 show a channel.
 const std::map<std::string, Request> requests{
     {"TvServiceReq",
      {{"play", "2:0,3:5", "dvb://1.2.2", "movies"},
@@ -80,7 +81,7 @@ const std::map<std::string, Request> requests{
      {{"source-changed", "cable"}, "TvServiceNetworkChangeMsg", R"({"message":{"byteParam1":1,"strParam1":"cable"}})"}},
 };
 
-// Arguments that are different in every field and every message.
+// Arguments that differ in every field and every message.
 template <class Message> json distinctiveArguments() {
     support::Samples samples(Message::meta.messageId * 1000);
     const auto arguments = std::apply([](const auto&... args) { return genrpc::argumentsToJson<Message>(args...); },
@@ -102,25 +103,25 @@ protected:
         kit->ask(Part::frameHost, {"play", "0:0,1:0", "dvb://1.1.1", "one"});
         kit->waitForNotification("TvServiceInfo", 0);
     }
-    // Without a check: how a receiver ends after all these messages has a test of its own.
+    // Without a check: AReceiver.EndsAsAskedAfterAllMessages tests how a receiver ends.
     static void TearDownTestSuite() { kit.reset(); }
     void TearDown() override {
         if (HasFailure()) std::cerr << kit->logTails(30);
     }
 
-    // The request reaches the TV service, and the notification that follows arrives.
-    static void travels(const std::string& message, const Request& request) {
-        const auto told = kit->newestNotification(), received = tvRequests();
+    // Expects that the request reaches the TV service and that its notification arrives.
+    static void expectDelivery(const std::string& message, const Request& request) {
+        const auto newest = kit->newestNotification(), received = tvRequests();
         const json printed = kit->ask(Part::frameHost, request.command);
         EXPECT_EQ(printed, request.command.front() == "play" ? json({{"queued", 2}}) : json({{"sent", message}}));
-        kit->waitForNotification(request.notification, told, json::parse(request.arguments));
+        kit->waitForNotification(request.notification, newest, json::parse(request.arguments));
         EXPECT_EQ(tvRequests(), received + 1);
     }
-    // A notification of the TV service arrives unchanged in every field.
-    static void travels(const std::string& message, const json& arguments) {
-        const auto told = kit->newestNotification();
+    // Expects that a notification of the TV service arrives unchanged in every field.
+    static void expectDelivery(const std::string& message, const json& arguments) {
+        const auto newest = kit->newestNotification();
         EXPECT_EQ(kit->ask(Part::tvService, {"emit", message, arguments.dump()}), json({{"sent", message}}));
-        EXPECT_EQ(kit->waitForNotification(message, told, arguments).at("arguments"), arguments);
+        EXPECT_EQ(kit->waitForNotification(message, newest, arguments).at("arguments"), arguments);
     }
     static std::uint64_t tvRequests() { return counterOf(*kit, Part::tvService, "tvservice", "received"); }
 
@@ -128,19 +129,19 @@ protected:
 };
 
 #define REQUEST_TEST(service, direction, Name, ...) \
-    TEST_F(EveryMessage, Name) { travels(#Name, requests.at(#Name)); }
+    TEST_F(EveryMessage, Name) { expectDelivery(#Name, requests.at(#Name)); }
 TVSERVICE_REQUESTS(REQUEST_TEST)
 
 #define NOTIFICATION_TEST(service, direction, Name, ...) \
-    TEST_F(EveryMessage, Name) { travels(#Name, distinctiveArguments<service::messages::Name>()); }
+    TEST_F(EveryMessage, Name) { expectDelivery(#Name, distinctiveArguments<service::messages::Name>()); }
 TVSERVICE_NOTIFICATIONS(NOTIFICATION_TEST)
 
 TEST_F(EveryMessage, MmServiceReq) {
     const std::string film = "file://" + (kit->folder() / "film.ts").string();
     std::ofstream(kit->folder() / "film.ts") << "a film";
-    const auto told = kit->newestNotification(), received = counterOf(*kit, Part::mmService, "mmservice", "received");
+    const auto newest = kit->newestNotification(), received = counterOf(*kit, Part::mmService, "mmservice", "received");
     kit->ask(Part::frameHost, {"play", "5:-7", film, "a-film"});
-    kit->waitForNotification("TvServiceInfo", told);
+    kit->waitForNotification("TvServiceInfo", newest);
     const json terminals = kit->ask(Part::mmService, {"terminals"});
     EXPECT_TRUE(includes(terminals, json::array({{{"type", 5}, {"id", -7}, {"uri", film}, {"uuid", "a-film"}}})))
         << terminals.dump(2);
@@ -150,11 +151,11 @@ TEST_F(EveryMessage, MmServiceReq) {
 TEST_F(EveryMessage, MmServiceInfo) {
     constexpr int cannotOpen = 3;
     const std::string missing = "file://" + (kit->folder() / "missing.ts").string();
-    const auto told = kit->newestNotification(), received = counterOf(*kit, Part::frameHost, "mmservice", "received");
+    const auto newest = kit->newestNotification(), received = counterOf(*kit, Part::frameHost, "mmservice", "received");
     kit->ask(Part::frameHost, {"play", "-6:8", missing, "no-film"});
     const json answer = {
         {"terminal", {{"type", -6}, {"id", 8}}}, {"result", cannotOpen}, {"uri", missing}, {"uuid", "no-film"}};
-    kit->waitForNotification("TvServiceInfo", told, {{"infos", json::array({answer})}});
+    kit->waitForNotification("TvServiceInfo", newest, {{"infos", json::array({answer})}});
     EXPECT_EQ(counterOf(*kit, Part::frameHost, "mmservice", "received"), received + 2) << "to a stop and a start";
 }
 

@@ -1,4 +1,4 @@
-// frame-host with application libraries that come up, and with those that do not.
+// frame-host with application libraries that start, and with libraries that do not.
 #include "integration/program-run.h"
 #include "support/test-where.h"
 
@@ -19,7 +19,7 @@ constexpr int endedAsAsked = 0, failed = 1, usage = 2, badData = 6;
 
 class FrameHost : public Programs {
 protected:
-    // A library of this build, or a path.
+    // The path of a library of this build; a path stays unchanged.
     std::string pathOf(const std::string& library) const {
         return library.find('/') == std::string::npos ? this->library("lib" + library + ".so") : library;
     }
@@ -29,7 +29,7 @@ protected:
         return command;
     }
     std::string shellSocket() const { return runtimeFolder() + "/frame-host.shell"; }
-    // What the members of the fixtures wrote, in order.
+    // The lines that the members of the fixtures wrote, in order.
     static std::vector<std::string> stepsIn(const std::string& error) {
         std::vector<std::string> steps;
         std::istringstream lines(error);
@@ -62,9 +62,10 @@ TEST_F(FrameHost, StartsTheMembersInOrderAndStopsThemInReverseOrder) {
 TEST_F(FrameHost, UndoesEverythingWhenAMembersStartFails) {
     const Outcome outcome = run(commandOf({"first-application", "unstartable-application", "second-application"}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error,
-                AllOf(HasSubstr("member 2 of " + pathOf("unstartable-application")), HasSubstr("start returned EBUSY, Device or resource busy"),
-                      HasSubstr("frame-host: " + pathOf("unstartable-application") + " did not start: EBUSY, Device or resource busy\n")));
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("member 2 of " + pathOf("unstartable-application")),
+                                     HasSubstr("start returned EBUSY, Device or resource busy"),
+                                     HasSubstr("frame-host: " + pathOf("unstartable-application") +
+                                               " did not start: EBUSY, Device or resource busy\n")));
     EXPECT_THAT(
         stepsIn(outcome.error),
         ElementsAre("first-application 1: set up", "first-application 2: set up", "first-application 1: started",
@@ -79,28 +80,31 @@ TEST_F(FrameHost, UndoesEverythingWhenAMembersStartFails) {
 TEST_F(FrameHost, StartsNoMemberWhenASetUpFails) {
     const Outcome outcome = run(commandOf({"unset-application"}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error, AllOf(HasSubstr("setupDone returned ENOMEM, Cannot allocate memory"), HasSubstr("did not start: ENOMEM, Cannot allocate memory")));
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("setupDone returned ENOMEM, Cannot allocate memory"),
+                                     HasSubstr("did not start: ENOMEM, Cannot allocate memory")));
     EXPECT_THAT(stepsIn(outcome.error),
                 ElementsAre("unset-application 1: set up", "unset-application 2: set up",
                             "unset-application 2: destroyed", "unset-application 1: destroyed"));
 }
 
-TEST_F(FrameHost, SaysWhatAMemberThrew) {
+TEST_F(FrameHost, ReportsWhatAMemberThrew) {
     const Outcome outcome = run(commandOf({"throwing-application"}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error, AllOf(HasSubstr("start threw: no picture memory"), HasSubstr("did not start: EIO, Input/output error")));
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("start threw: no picture memory"),
+                                     HasSubstr("did not start: EIO, Input/output error")));
 }
 
-TEST_F(FrameHost, RefusesALibraryThatDoesNotExist) {
+TEST_F(FrameHost, RejectsALibraryThatDoesNotExist) {
     const std::string missing = (folder / "missing.so").string();
     const Outcome outcome = run(commandOf({"first-application", missing}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error, AllOf(HasSubstr("cannot load " + missing), HasSubstr("No such file or directory"),
-                                     HasSubstr("frame-host: " + missing + " did not start: ENOENT, No such file or directory\n"),
-                                     HasSubstr("first-application 1: stopped\n")));
+    EXPECT_THAT(outcome.error,
+                AllOf(HasSubstr("cannot load " + missing), HasSubstr("No such file or directory"),
+                      HasSubstr("frame-host: " + missing + " did not start: ENOENT, No such file or directory\n"),
+                      HasSubstr("first-application 1: stopped\n")));
 }
 
-TEST_F(FrameHost, RefusesAFileThatIsNoLibrary) {
+TEST_F(FrameHost, RejectsAFileThatIsNotALibrary) {
     const std::string file = (folder / "text.so").string();
     std::ofstream(file) << "text";
     const Outcome outcome = run(commandOf({file}));
@@ -108,23 +112,25 @@ TEST_F(FrameHost, RefusesAFileThatIsNoLibrary) {
     EXPECT_THAT(outcome.error, HasSubstr("cannot load " + file));
 }
 
-TEST_F(FrameHost, RefusesALibraryWithoutTheEntry) {
+TEST_F(FrameHost, RejectsALibraryWithoutTheEntryPoint) {
     const Outcome outcome = run(commandOf({"frame-platform"}));
     EXPECT_EQ(outcome.exitCode, failed);
     EXPECT_THAT(outcome.error, AllOf(HasSubstr(pathOf("frame-platform") + " is no application library"),
-                                     HasSubstr("frameCreateApplicationArray"), HasSubstr("did not start: ENOENT, No such file or directory")));
+                                     HasSubstr("frameCreateApplicationArray"),
+                                     HasSubstr("did not start: ENOENT, No such file or directory")));
 }
 
-TEST_F(FrameHost, RefusesALibraryThatMakesNoMembers) {
+TEST_F(FrameHost, RejectsALibraryThatMakesNoMembers) {
     const Outcome outcome = run(commandOf({"memberless-application"}));
     EXPECT_EQ(outcome.exitCode, failed);
     EXPECT_THAT(outcome.error, HasSubstr("did not start: EINVAL, Invalid argument"));
 }
 
-TEST_F(FrameHost, SaysThatTheAdapterMustBeLoadedFirst) {
+TEST_F(FrameHost, ReportsThatTheAdapterMustBeLoadedFirst) {
     const Outcome outcome = run(commandOf({"control-application", "app-tvservice-adapter"}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error, AllOf(HasSubstr("load its library before this one"), HasSubstr("did not start: ENOENT, No such file or directory")));
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("load its library before this one"),
+                                     HasSubstr("did not start: ENOENT, No such file or directory")));
     EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
 }
 
@@ -141,7 +147,7 @@ TEST_F(FrameHost, RemovesItsShellWhenItEnds) {
     EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
 }
 
-TEST_F(FrameHost, SaysBeforeItLoadsAnythingThatAnotherOneHasTheShell) {
+TEST_F(FrameHost, ReportsBeforeLoadingThatAnotherProcessHasTheShell) {
     const auto running = start(commandOf({"shell-application"}));
     const auto answers = [&] { return run({program("tvctl"), "help"}).exitCode == 0; };
     ASSERT_TRUE(eventually(answers));
@@ -158,7 +164,7 @@ TEST_F(FrameHost, SaysBeforeItLoadsAnythingThatAnotherOneHasTheShell) {
     EXPECT_EQ(running->terminate().exitCode, endedAsAsked);
 }
 
-TEST_F(FrameHost, SaysBeforeItLoadsAnythingWhatBlocksTheShell) {
+TEST_F(FrameHost, ReportsBeforeLoadingWhatBlocksTheShell) {
     std::filesystem::create_directory(runtimeFolder());
     std::filesystem::permissions(runtimeFolder(), std::filesystem::perms::owner_all);
     const std::string lock = shellSocket() + ".lock";
@@ -176,9 +182,9 @@ TEST_F(FrameHost, SaysBeforeItLoadsAnythingWhatBlocksTheShell) {
     }
 }
 
-// With any number of descriptors it either reports what is missing or starts. 127 is the exit code of the loader, which
-// needs descriptors, too.
-TEST_F_WHERE(support::runsWithoutDescriptors, FrameHost, EndsOrderlyWithoutDescriptors) {
+// With any number of descriptors it either reports what is missing or starts. The dynamic loader, which needs
+// descriptors too, exits with 127.
+TEST_F_WHERE(support::runsWithoutDescriptors, FrameHost, EndsCleanlyWithoutDescriptors) {
     bool refused = false;
     for (int descriptors = 5; descriptors <= 14; ++descriptors) {
         const auto running =
@@ -204,7 +210,7 @@ TEST_F(FrameHost, RunsTheExampleOfTheDocumentation) {
     EXPECT_EQ(service->terminate().exitCode, endedAsAsked);
 }
 
-TEST_F(FrameHost, RefusesWrongUsage) {
+TEST_F(FrameHost, RejectsWrongUsage) {
     for (const Words& arguments : std::vector<Words>{{}, {"--fast", "x.so"}, {"--log"}, {"--log", "loud", "x.so"}}) {
         Words command{program("frame-host")};
         command.insert(command.end(), arguments.begin(), arguments.end());
@@ -217,7 +223,7 @@ TEST_F(FrameHost, RefusesWrongUsage) {
     EXPECT_THAT(run({program("frame-host"), "--help"}).output, HasSubstr("Application libraries"));
 }
 
-TEST_F(FrameHost, RefusesAQueueLimitThatIsNoNumber) {
+TEST_F(FrameHost, RejectsAQueueLimitThatIsNotANumber) {
     environment["TVSA_QUEUE_MESSAGES"] = "a dozen";
     const Outcome outcome = run(commandOf({"first-application"}));
     EXPECT_EQ(outcome.exitCode, badData);

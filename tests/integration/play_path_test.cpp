@@ -33,7 +33,7 @@ constexpr const char* stopped = "rec://plain/null";
 constexpr const char* dropMark = "timeout 5s, erase it";
 constexpr int done = 0, unknownChannel = 2, cannotOpen = 3, wrongResult = 5;
 constexpr std::chrono::microseconds answerLimit{5000000};
-constexpr Milliseconds dropLimit{20000}; // dropped after five seconds; the check runs once a second
+constexpr Milliseconds dropLimit{20000}; // dropped after 5 s; the check runs once a second
 
 class PlayPath : public testing::Test {
 protected:
@@ -50,7 +50,7 @@ protected:
 
     std::string fileUri(const char* name) const { return "file://" + (kit.folder() / name).string(); }
 
-    // The texts of a request's steps that send, receive or finish, without their source location.
+    // The log texts of a request's sending, receiving and finishing steps, without their source locations.
     std::vector<std::string> operationsOf(const std::string& reqId) const {
         std::vector<std::string> result;
         for (const LogLine& line : kit.stepsOf(reqId))
@@ -60,7 +60,7 @@ protected:
         return result;
     }
 
-    // Waits until a request is dropped; returns how long before that it was sent last.
+    // Waits until a request is dropped. Returns the time from its last sending to the drop.
     std::chrono::microseconds waitUntilDropped(const std::string& reqId) {
         const Time dropped = kit.waitForStep(reqId, dropMark, dropLimit).time;
         Time sent{};
@@ -173,7 +173,7 @@ TEST_F(PlayPath, AMainTerminalWithoutItsPictureIsRecordedInTheRunLogAndTheNextBu
     EXPECT_THAT(kit.waitForAnswers(next, 1), ElementsAre(Answer{next, "2:0", done, live}));
 }
 
-TEST_F(PlayPath, AKilledServiceIsUsedAgainOnceItIsBack) {
+TEST_F(PlayPath, AKilledServiceIsUsedAgainOnceItRestarts) {
     for (const auto& [service, uri] : {std::pair{Part::tvService, std::string(live)}, {Part::mmService, film}}) {
         kit.kill(service);
         kit.start(service);
@@ -186,7 +186,7 @@ TEST_F(PlayPath, AKilledServiceIsUsedAgainOnceItIsBack) {
     }
 }
 
-TEST_F(PlayPath, ARequestMadeWhileTheServiceIsAwayIsExecutedWhenItReturns) {
+TEST_F(PlayPath, ARequestMadeWhileTheServiceIsDownIsExecutedWhenItRestarts) {
     kit.kill(Part::tvService);
     const auto away = [&] {
         const auto services = kit.ask(Part::frameHost, {"stats"});
@@ -204,7 +204,7 @@ TEST_F(PlayPath, ADuplicateOfAFinalAnswerIsPassedOnAsItIs) {
     EXPECT_THAT(kit.waitForAnswers(id, 2), ElementsAre(Answer{id, "0:0", done, live}, Answer{id, "0:0", done, live}));
 }
 
-TEST_F(PlayPath, TwoAnswersOfOneServiceNeverPassForTheOtherOnes) {
+TEST_F(PlayPath, TwoAnswersOfOneServiceNeverCountAsTheOtherOnes) {
     kit.freeze(Part::tvService);
     kit.ask(Part::mmService, {"fault", "duplicate", "on"});
     const std::string id = kit.play("0:0", film);
@@ -234,7 +234,7 @@ TEST_F(PlayPath, ZapsWhileAnAnswerIsLostEndOnTheLastChannel) {
     kit.ask(Part::frameHost, {"zap", "0:0", live});
     const auto underWay = [&] { return kit.ask(Part::frameHost, {"bundles"}); };
     const std::string lost = underWay()[0].at("reqId");
-    // Zaps faster than once a second until the lost request is dropped.
+    // Zaps more than once a second until the lost request is dropped.
     ASSERT_TRUE(kit.waitFor(
         [&] {
             kit.ask(Part::frameHost, {"zap", "0:0", "dvb://1.1.2", "dvb://1.1.3"});
@@ -249,7 +249,7 @@ TEST_F(PlayPath, ZapsWhileAnAnswerIsLostEndOnTheLastChannel) {
         const auto terminals = kit.ask(Part::frameHost, {"terminals"});
         return !terminals.empty() && terminals[0].at("uri") == stopped && terminals[0].at("state") == "idle";
     };
-    EXPECT_TRUE(kit.waitFor(isStopped, dropLimit)); // the request after the lost one may be lost, too
+    EXPECT_TRUE(kit.waitFor(isStopped, dropLimit)); // the next request may be lost, too
     EXPECT_THAT(kit.answersTo(lost), IsEmpty());
 }
 
@@ -272,7 +272,7 @@ TEST_F(PlayPath, ARequestThatKeepsOthersWaitingIsShownAsOverdue) {
     EXPECT_THAT(terminals[0].at("state").get<std::string>(), HasSubstr(overdue));
 }
 
-TEST_F(PlayPath, TwoReceiversOnOneMachineDoNotMeet) {
+TEST_F(PlayPath, TwoReceiversOnOneMachineDoNotInterfere) {
     ReceiverKit other;
     other.start();
     const std::string id = kit.play("0:0", live);

@@ -1,4 +1,4 @@
-// Running the project's programs to their end, in a private place, with all that they write.
+// Runs the project's programs in a private folder until they end, and collects their output.
 #pragma once
 
 #include <array>
@@ -23,7 +23,7 @@ namespace program_run {
 using Words = std::vector<std::string>;
 
 struct Outcome {
-    std::optional<int> exitCode; // nothing when a signal ended it
+    std::optional<int> exitCode; // empty if a signal ended it
     std::string output, error;
 };
 
@@ -48,7 +48,7 @@ inline bool eventually(const std::function<bool()>& condition) {
 
 class Programs : public testing::Test {
 protected:
-    // A running program. Its output and its errors go to files of their own.
+    // A running program. Standard output and standard error go to separate files.
     class Running {
     public:
         Running(const Programs& place, const Words& command, const std::string& script)
@@ -102,7 +102,7 @@ protected:
     std::string program(const std::string& name) const { return (places.programs / name).string(); }
     std::string library(const std::string& name) const { return (places.libraries / name).string(); }
 
-    // The command's program and arguments reach the script as "$0" and "$@".
+    // The script receives the command's program and arguments as "$0" and "$@".
     std::unique_ptr<Running> start(const Words& command,
                                    const std::string& script = R"(exec "$0" "$@" </dev/null >"$OUTPUT")") const {
         return std::make_unique<Running>(*this, command, script);
@@ -110,7 +110,7 @@ protected:
     Outcome run(const Words& command) const { return start(command)->wait(); }
     Outcome run(const Words& command, const std::string& script) const { return start(command, script)->wait(); }
 
-    // The files of a folder without the locks, which stay when a program ends.
+    // The files of a folder except locks, which remain when a program ends.
     static std::vector<std::string> filesIn(const std::filesystem::path& place) {
         std::vector<std::string> names;
         if (std::filesystem::exists(place))

@@ -61,7 +61,7 @@ TEST_F(Keygen, ShowsThePublicKeyOfAFile) {
     EXPECT_THAT(open.error, AllOf(HasSubstr(file), HasSubstr("open to other users")));
 }
 
-TEST_F(Keygen, LeavesAnExistingFileAlone) {
+TEST_F(Keygen, DoesNotOverwriteAnExistingFile) {
     std::ofstream(file) << "precious";
     const Outcome outcome = keygen({file});
     EXPECT_EQ(outcome.exitCode, failed);
@@ -70,13 +70,13 @@ TEST_F(Keygen, LeavesAnExistingFileAlone) {
     EXPECT_EQ(contentOf(file), "precious");
 }
 
-TEST_F(Keygen, SaysWhenTheKeyCannotBePrinted) {
+TEST_F(Keygen, ReportsThatTheKeyCannotBePrinted) {
     EXPECT_EQ(keygen({file}, R"(exec "$0" "$@" </dev/null >/dev/full)"),
               (Outcome{failed, "", "tvctl: cannot write to standard output\n"}));
     EXPECT_EQ(keygen({"--show", file}).exitCode, done) << "the pair is there all the same";
 }
 
-TEST_F(Keygen, RefusesWrongUsage) {
+TEST_F(Keygen, RejectsWrongUsage) {
     EXPECT_EQ(keygen({}).exitCode, usage);
     EXPECT_EQ(keygen({file, "more"}).exitCode, usage);
     EXPECT_EQ(keygen({"--secret", file}).exitCode, usage);

@@ -1,4 +1,4 @@
-// What tvctl says of the configuration, which needs no receiver.
+// tvctl config, which needs no receiver.
 #include "integration/program-run.h"
 
 #include <nlohmann/json.hpp>
@@ -37,7 +37,7 @@ protected:
     std::string file;
 };
 
-TEST_F(TvctlConfig, SaysOfEachValueWhereItCameFrom) {
+TEST_F(TvctlConfig, PrintsTheOriginOfEachValue) {
     configure("[endpoints]\ntvservice = \"tcp://192.0.2.7:7401\"\n\n[queue]\nmessages = 12\nbytes = 13\n");
     environment["TVSA_QUEUE_BYTES"] = "4711";
     const Outcome outcome = config();
@@ -84,7 +84,7 @@ TEST_F(TvctlConfig, PrintsJsonForPrograms) {
     }
 }
 
-TEST_F(TvctlConfig, SaysWhichFilesItLookedFor) {
+TEST_F(TvctlConfig, ListsTheFilesThatItSearchedFor) {
     environment["TVSA_CONFIG"] = "";
     environment["XDG_CONFIG_HOME"] = folder.string();
     const std::string users = (folder / "tvservice-adapter" / "config.toml").string();
@@ -96,7 +96,7 @@ TEST_F(TvctlConfig, SaysWhichFilesItLookedFor) {
                                        HasSubstr("\n\nread       " + users + "\n")));
 }
 
-TEST_F(TvctlConfig, RefusesWhatIsWrong) {
+TEST_F(TvctlConfig, RejectsAWrongConfiguration) {
     configure("\n[queue]\nmessages = 0\n");
     const std::string problem = file + ":3: queue.messages: not a number from 1 to 2147483647: \"0\"";
     EXPECT_EQ(config(), (Outcome{badData, "", "tvctl: " + problem + "\n"}));
@@ -112,7 +112,7 @@ TEST_F(TvctlConfig, RefusesWhatIsWrong) {
     EXPECT_EQ(config(), (Outcome{badData, "", "tvctl: TVSA_FLAT_HEAP_MB: not a number from 32 to 2048: \"much\"\n"}));
 }
 
-TEST_F(TvctlConfig, PrintsNothingThatSteersATerminal) {
+TEST_F(TvctlConfig, PrintsNoTerminalControlSequences) {
     file = (folder / "\x1b[2J.toml").string();
     environment["TVSA_CONFIG"] = file;
     configure("queue.messages = 7\n");
@@ -124,7 +124,7 @@ TEST_F(TvctlConfig, PrintsNothingThatSteersATerminal) {
     EXPECT_THAT(run({program("tvctl"), "--timeout", "\x1b[2J", "help"}).error, testing::Not(HasSubstr("\x1b")));
 }
 
-TEST_F(TvctlConfig, RefusesWrongUsage) {
+TEST_F(TvctlConfig, RejectsWrongUsage) {
     configure("");
     EXPECT_EQ(config({}, {"--fast"}).exitCode, usage);
     EXPECT_EQ(config({}, {"queue.messages"}).exitCode, usage);

@@ -1,4 +1,4 @@
-// tvctl doctor as users and scripts run it, beside a receiver and without one.
+// tvctl doctor as users and scripts run it, with and without a receiver.
 #include "integration/program-run.h"
 
 #include <nlohmann/json.hpp>
@@ -27,7 +27,7 @@ protected:
         words.insert(words.end(), arguments.begin(), arguments.end());
         return run(words);
     }
-    // Starts a service process; returns once its shell has a socket.
+    // Starts a service process. Returns once its shell has a socket.
     std::unique_ptr<Running> serving(const Words& command) const {
         auto running = start(command);
         const std::string shell =
@@ -37,7 +37,7 @@ protected:
     }
 };
 
-TEST_F(TvctlDoctor, FindsNothingWrongWhereNothingRunsAndMakesNothing) {
+TEST_F(TvctlDoctor, FindsNoFaultWhereNothingRunsAndCreatesNothing) {
     const Outcome outcome = doctor();
     EXPECT_EQ(outcome.exitCode, done);
     EXPECT_EQ(outcome.error, "");
@@ -48,7 +48,7 @@ TEST_F(TvctlDoctor, FindsNothingWrongWhereNothingRunsAndMakesNothing) {
     EXPECT_FALSE(std::filesystem::exists(folder / "state"));
 }
 
-TEST_F(TvctlDoctor, IsContentWithAReceiver) {
+TEST_F(TvctlDoctor, FindsNoFaultInAReceiver) {
     const auto tv = serving({program("tvserviced")});
     const auto mm = serving({program("mmserviced")});
     const auto host = serving({program("frame-host"), library("libapp-tvservice-adapter.so")});
@@ -63,7 +63,8 @@ TEST_F(TvctlDoctor, IsContentWithAReceiver) {
     for (const json& entryPoint : answer["doors"])
         EXPECT_EQ(entryPoint["who"], "user " + std::to_string(geteuid()) + " only") << entryPoint;
     EXPECT_THAT(doctor().output, AllOf(HasSubstr("OPEN AT"), HasSubstr(runtimeFolder() + "/tvservice.sock  ")));
-    for (const auto& process : {&host, &mm, &tv}) EXPECT_EQ((*process)->terminate().error, "") << "it noticed nothing";
+    for (const auto& process : {&host, &mm, &tv})
+        EXPECT_EQ((*process)->terminate().error, "") << "the doctor left no trace in its log";
     EXPECT_EQ(doctor({"--quiet"}).output.find("wrong"), std::string::npos);
 }
 
@@ -76,7 +77,7 @@ TEST_F(TvctlDoctor, FailsWhenSomethingIsWrong) {
     EXPECT_THAT(outcome.output, Not(HasSubstr("ok  ")));
 }
 
-TEST_F(TvctlDoctor, FailsOverASocketThatAProcessLeft) {
+TEST_F(TvctlDoctor, FailsForAStaleSocket) {
     const auto service = serving({program("tvserviced")});
     EXPECT_EQ(doctor().exitCode, done);
     service->terminate(SIGKILL);
@@ -86,7 +87,7 @@ TEST_F(TvctlDoctor, FailsOverASocketThatAProcessLeft) {
                 ContainsRegex("wrong +tvservice +" + runtimeFolder() + "/tvservice.sock is stale.* -> "));
 }
 
-TEST_F(TvctlDoctor, RunsOverAConfigurationWithWhichNothingElseDoes) {
+TEST_F(TvctlDoctor, RunsWithAConfigurationThatOtherProgramsReject) {
     configure("queue.messages = 0\n");
     const Outcome outcome = doctor({"--json"});
     EXPECT_EQ(outcome.exitCode, failed);
@@ -96,7 +97,7 @@ TEST_F(TvctlDoctor, RunsOverAConfigurationWithWhichNothingElseDoes) {
     EXPECT_THAT(finding["what"], HasSubstr("config.toml:1: queue.messages"));
 }
 
-TEST_F(TvctlDoctor, RefusesWrongUsage) {
+TEST_F(TvctlDoctor, RejectsWrongUsage) {
     EXPECT_EQ(doctor({"--fast"}).exitCode, usage);
     EXPECT_EQ(doctor({"tvservice"}).exitCode, usage);
     EXPECT_EQ(doctor({"--target", "frame-host"}).exitCode, usage);

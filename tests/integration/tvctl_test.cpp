@@ -90,33 +90,33 @@ TEST_F(Tvctl, PrintsWhatTheCommandPrints) {
     EXPECT_EQ(tvctl({"show", "no line feed"}), (Outcome{done, "<no line feed>\n", ""}));
 }
 
-TEST_F(Tvctl, PassesWordsOnUnchanged) {
+TEST_F(Tvctl, PassesOnWordsUnchanged) {
     serve();
     for (const char* word : {"", " ", "\"", "\\", "a b", "--json", "-x", "--", "@file", "x=1", "\xC3\xA4"})
         EXPECT_EQ(tvctl({"show", word}), (Outcome{done, std::string("<") + word + ">\n", ""})) << word;
     EXPECT_EQ(tvctl({"say", "a", "--timeout", "0", "--", "--help"}), (Outcome{done, "a --timeout 0 -- --help\n", ""}));
 }
 
-TEST_F(Tvctl, PassesAnArgumentOfFourKibibytesOn) {
+TEST_F(Tvctl, PassesOnAnArgumentOfFourKibibytes) {
     serve();
     const std::string text(4096, 'x');
     EXPECT_EQ(tvctl({"show", text}), (Outcome{done, "<" + text + ">\n", ""}));
 }
 
-TEST_F(Tvctl, RefusesACommandThatIsTooLongForTheShell) {
+TEST_F(Tvctl, RejectsACommandThatIsTooLongForTheShell) {
     serve();
     const Outcome outcome = tvctl({"show", std::string(100000, 'x')});
     EXPECT_EQ(outcome.exitCode, usage);
     EXPECT_THAT(outcome.error, HasSubstr("longer than 65536 bytes"));
 }
 
-TEST_F(Tvctl, AsksForJsonAndMakesItOfText) {
+TEST_F(Tvctl, RequestsJsonAndConvertsTextToIt) {
     serve();
     EXPECT_EQ(tvctl({"--json", "show", "x"}), (Outcome{done, "{\"text\":\"x\"}\n", ""}));
     EXPECT_EQ(tvctl({"--json", "say", "x"}), (Outcome{done, "{\"output\":\"x\\n\"}\n", ""}));
 }
 
-TEST_F(Tvctl, SaysWhyACommandFailed) {
+TEST_F(Tvctl, ReportsWhyACommandFailed) {
     serve();
     EXPECT_EQ(tvctl({"fail", "16"}), (Outcome{failed, "", "tvctl: no tuner\n"}));
     EXPECT_EQ(tvctl({"fail-silently", "16"}), (Outcome{failed, "", "tvctl: failed: EBUSY, Device or resource busy\n"}));
@@ -132,14 +132,14 @@ TEST_F(Tvctl, PrintsNothingButFailuresWhenQuiet) {
     EXPECT_EQ(tvctl({"--quiet", "fail", "16"}), (Outcome{failed, "", "tvctl: no tuner\n"}));
 }
 
-TEST_F(Tvctl, RefusesWrongUsageOfACommand) {
+TEST_F(Tvctl, RejectsWrongUsageOfACommand) {
     serve();
     EXPECT_EQ(tvctl({"fail"}), (Outcome{usage, "", "tvctl: usage: fail STATUS\n"}));
     EXPECT_EQ(tvctl({"fail", "often"}), (Outcome{usage, "", "tvctl: usage: fail STATUS\n"}));
     EXPECT_EQ(tvctl({"fly"}), (Outcome{usage, "", "tvctl: unknown command: fly (help lists them)\n"}));
 }
 
-TEST_F(Tvctl, RefusesWrongUsageOfItself) {
+TEST_F(Tvctl, RejectsWrongUsageOfItself) {
     const std::vector<Words> wrong{{},
                                    {"--fast", "help"},
                                    {"--target"},
@@ -158,27 +158,27 @@ TEST_F(Tvctl, RefusesWrongUsageOfItself) {
     EXPECT_EQ(tvctl({"--fast", "help"}).error, "tvctl: unknown option: --fast (--help lists them)\n");
 }
 
-TEST_F(Tvctl, ExplainsItself) {
+TEST_F(Tvctl, HasHelp) {
     const Outcome help = tvctl({"--help"});
     EXPECT_EQ(help.exitCode, done);
     EXPECT_THAT(help.output, AllOf(HasSubstr("--timeout"), HasSubstr("Exit codes: 0 done")));
     EXPECT_THAT(tvctl({"--version"}).output, StartsWith("tvctl "));
 }
 
-TEST_F(Tvctl, SaysThatThereIsNoSuchProcess) {
+TEST_F(Tvctl, ReportsThatThereIsNoSuchProcess) {
     const Outcome none = tvctl({"help"});
     EXPECT_EQ(none.exitCode, noProcess);
     EXPECT_EQ(none.output, "");
     EXPECT_THAT(none.error, AllOf(HasSubstr(shellPath()), HasSubstr("No such file")));
 
-    close(host::io::listenAt(shellPath())); // as a process that was killed leaves it
+    close(host::io::listenAt(shellPath())); // as a killed process leaves it
     const Outcome dead = tvctl({"--json", "help"});
     EXPECT_EQ(dead.exitCode, noProcess);
     EXPECT_EQ(errorOf(dead).value("status", 0), -ENOTCONN);
     EXPECT_THAT(errorOf(dead).value("error", ""), HasSubstr("Connection refused"));
 }
 
-TEST_F(Tvctl, TalksToTheProcessThatIsNamed) {
+TEST_F(Tvctl, ConnectsToTheNamedProcess) {
     shell->open(runtimeFolder() + "/tvserviced.shell", geteuid());
     shell->start();
     EXPECT_EQ(tvctl({"--target", "tvserviced", "say", "x"}), (Outcome{done, "x\n", ""}));
@@ -204,7 +204,7 @@ TEST_F(Tvctl, GivesUpOnAShellThatDoesNotAnswer) {
     EXPECT_EQ(errorOf(tvctl({"--json", "--timeout", "0.05", "help"})).value("status", 0), -ETIMEDOUT);
 }
 
-TEST_F(Tvctl, IsRefusedByAShellOfAnotherUser) {
+TEST_F(Tvctl, IsRejectedByAShellOfAnotherUser) {
     serve(geteuid() + 1);
     const Outcome outcome = tvctl({"help"});
     EXPECT_EQ(outcome.exitCode, refused);
@@ -221,12 +221,12 @@ TEST_F(Tvctl, ReportsAMalformedAnswer) {
     EXPECT_THAT(outcome.error, HasSubstr("malformed: nonsense"));
 }
 
-TEST_F(Tvctl, PrintsNothingThatSteersATerminal) {
+TEST_F(Tvctl, PrintsNoTerminalControlSequences) {
     serve();
     EXPECT_EQ(tvctl({"say", "a\x1b[2J\tb\nc"}), (Outcome{done, "a\\x1b[2J\\x09b\nc\n", ""}));
 }
 
-TEST_F(Tvctl, SaysThatTheProcessEndedMeanwhile) {
+TEST_F(Tvctl, ReportsThatTheProcessEnded) {
     const FileDescriptor listener(host::io::listenAt(shellPath()));
     const auto running = start(commandOf({"help"}));
     clientOf(listener).reset();
@@ -236,7 +236,7 @@ TEST_F(Tvctl, SaysThatTheProcessEndedMeanwhile) {
 TEST_F(Tvctl, EndsAtOnceWhenInterrupted) {
     const FileDescriptor silent(host::io::listenAt(shellPath()));
     const auto running = start(commandOf({"help"}));
-    const auto client = clientOf(silent); // so tvctl waits for the answer
+    const auto client = clientOf(silent); // tvctl now waits for the answer
     EXPECT_EQ(running->terminate(SIGINT).exitCode, interrupted);
 }
 
@@ -255,7 +255,7 @@ TEST_F(Tvctl, FailsWhenItsOutputCannotBeWritten) {
     EXPECT_EQ(unread, (Outcome{failed, "", "tvctl: cannot write to standard output\n"}));
 }
 
-TEST_F(Tvctl, TakesLinesFromAPipe) {
+TEST_F(Tvctl, ReadsLinesFromAPipe) {
     serve();
     EXPECT_EQ(interactive("say  one\n\n   \n\tshow \"t w o\"\r\nsay three"),
               (Outcome{done, "one\n<t w o>\nthree\n", ""}));
@@ -263,7 +263,7 @@ TEST_F(Tvctl, TakesLinesFromAPipe) {
     EXPECT_EQ(interactive(""), (Outcome{done, "", ""}));
 }
 
-TEST_F(Tvctl, GoesOnAfterALineThatFailsAndEndsWithTheLastOnesCode) {
+TEST_F(Tvctl, ContinuesAfterAFailedLineAndExitsWithTheCodeOfTheLastOne) {
     serve();
     EXPECT_EQ(interactive("fail 16\nsay on\n"), (Outcome{done, "on\n", "tvctl: no tuner\n"}));
     EXPECT_EQ(interactive("say on\nfail 16\n"), (Outcome{failed, "on\n", "tvctl: no tuner\n"}));
@@ -271,14 +271,14 @@ TEST_F(Tvctl, GoesOnAfterALineThatFailsAndEndsWithTheLastOnesCode) {
               (Outcome{usage, "\"open\n", "tvctl: a double quote is not closed\n"}));
 }
 
-TEST_F(Tvctl, StopsTakingLinesAtExit) {
+TEST_F(Tvctl, StopsReadingLinesAtExit) {
     serve();
     for (const char* exit : {"exit", "  exit", "exit \t", "exit\r"})
         EXPECT_EQ(interactive("say on\n" + std::string(exit) + "\nsay off\n"), (Outcome{done, "on\n", ""})) << exit;
     EXPECT_EQ(interactive("fail 16\nexit\n").exitCode, failed);
 }
 
-TEST_F(Tvctl, ConnectsAgainBetweenLines) {
+TEST_F(Tvctl, ReconnectsBetweenLines) {
     const FileDescriptor listener(host::io::listenAt(shellPath()));
     std::ofstream(folder / "input") << "say one\nsay two\n";
     const auto running = start(commandOf({"shell"}), R"("$0" "$@" <)" + (folder / "input").string() + R"( >"$OUTPUT")");

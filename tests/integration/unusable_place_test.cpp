@@ -1,4 +1,4 @@
-// What the programs report and leave behind when their sockets, their channel list or their options cannot be used.
+// What the programs report, and what remains, when their sockets, channel list or options cannot be used.
 #include "integration/program-run.h"
 
 #include <cstring>
@@ -15,7 +15,7 @@ using testing::StartsWith;
 
 constexpr int endedAsAsked = 0, failed = 1, usage = 2, badData = 6;
 
-// Each program with arguments that make it open sockets.
+// Runs each program with arguments that make it open sockets.
 class AProgram : public Programs, public testing::WithParamInterface<const char*> {
 protected:
     Words command() const {
@@ -25,7 +25,7 @@ protected:
                 words.push_back(library(name));
         return words;
     }
-    void expectRefusal(const std::string& reason) const {
+    void expectError(const std::string& reason) const {
         const Outcome outcome = run(command());
         EXPECT_EQ(outcome.exitCode, failed);
         EXPECT_EQ(outcome.output, "");
@@ -34,34 +34,34 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(EndsOrderly, AProgram, testing::Values("tvserviced", "mmserviced", "frame-host"),
+INSTANTIATE_TEST_SUITE_P(EndsCleanly, AProgram, testing::Values("tvserviced", "mmserviced", "frame-host"),
                          [](const auto& test) {
                              std::string name = test.param;
                              std::erase(name, '-');
                              return name;
                          });
 
-TEST_P(AProgram, RefusesARuntimeFolderThatIsAFile) {
+TEST_P(AProgram, RejectsARuntimeFolderThatIsAFile) {
     std::ofstream(runtimeFolder()) << "kept";
-    expectRefusal("not a folder");
+    expectError("not a folder");
     EXPECT_EQ(contentOf(runtimeFolder()), "kept");
 }
 
-TEST_P(AProgram, RefusesARuntimeFolderThatIsOpenToOthers) {
+TEST_P(AProgram, RejectsARuntimeFolderThatIsOpenToOthers) {
     ASSERT_EQ(mkdir(runtimeFolder().c_str(), 0700), 0);
     ASSERT_EQ(chmod(runtimeFolder().c_str(), 0750), 0);
-    expectRefusal("open to other users (wanted: mode 0700)");
+    expectError("open to other users (wanted: mode 0700)");
     EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
 }
 
-TEST_P(AProgram, RefusesALinkToARuntimeFolder) {
+TEST_P(AProgram, RejectsALinkToARuntimeFolder) {
     ASSERT_EQ(mkdir((folder / "real").c_str(), 0700), 0);
     std::filesystem::create_symlink(folder / "real", runtimeFolder());
-    expectRefusal("not a folder");
+    expectError("not a folder");
     EXPECT_THAT(filesIn(folder / "real"), IsEmpty());
 }
 
-TEST_P(AProgram, RefusesDebugLevelsThatItDoesNotKnow) {
+TEST_P(AProgram, RejectsUnknownDebugLevels) {
     Words words = command();
     words.insert(words.begin() + 1, {"--log", "io=loud"});
     const Outcome outcome = run(words);
@@ -70,7 +70,7 @@ TEST_P(AProgram, RefusesDebugLevelsThatItDoesNotKnow) {
     EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));
 }
 
-TEST_P(AProgram, GoesOnAfterAHangUpABrokenPipeAndAFileTooLong) {
+TEST_P(AProgram, ContinuesAfterHangUpBrokenPipeAndFileSizeSignals) {
     const auto running = start(command());
     const auto answers = [&] { return run({program("tvctl"), "--target", GetParam(), "help"}).exitCode == 0; };
     ASSERT_TRUE(eventually(answers));
@@ -91,10 +91,10 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(EndsOrderly, AService, testing::Values("tvserviced", "mmserviced"),
+INSTANTIATE_TEST_SUITE_P(EndsCleanly, AService, testing::Values("tvserviced", "mmserviced"),
                          [](const auto& test) { return std::string(test.param); });
 
-TEST_P(AService, RefusesWrongOptions) {
+TEST_P(AService, RejectsWrongOptions) {
     for (const Words& arguments : std::vector<Words>{{"--fast"},
                                                      {"extra"},
                                                      {"--log"},
@@ -126,7 +126,7 @@ TEST_P(AService, RemovesItsSocketsWhenItEnds) {
     EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
 }
 
-TEST_P(AService, LeavesARunningOneAlone) {
+TEST_P(AService, DoesNotReplaceARunningService) {
     const auto running = start({program(GetParam()), "--ready-fd", "3"}, R"(exec "$0" "$@" </dev/null 3>"$OUTPUT")");
     const auto answers = [&] { return run({program("tvctl"), "--target", GetParam(), "stats"}).exitCode == 0; };
     ASSERT_TRUE(eventually(answers));
@@ -146,33 +146,33 @@ protected:
     }
 };
 
-TEST_F(ChannelFile, ThatIsMissingOrAFolderIsRefused) {
+TEST_F(ChannelFile, IsRejectedWhenMissingOrAFolder) {
     const std::string missing = (folder / "missing.toml").string();
     EXPECT_EQ(serve(missing), (Outcome{badData, "", "tvserviced: " + missing + ": there is no such file\n"}));
     EXPECT_EQ(serve(folder), (Outcome{badData, "", "tvserviced: " + folder.string() + ": not a file\n"}));
     EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));
 }
 
-TEST_F(ChannelFile, ThatNeverEndsIsRefused) {
+TEST_F(ChannelFile, IsRejectedWhenItNeverEnds) {
     EXPECT_EQ(serve("/dev/zero"), (Outcome{badData, "", "tvserviced: /dev/zero: longer than 1048576 bytes\n"}));
     const std::string pipe = (folder / "pipe").string();
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     EXPECT_EQ(serve(pipe), (Outcome{badData, "", "tvserviced: " + pipe + ": not a file\n"}));
 }
 
-TEST_F(ChannelFile, ThatIsNestedTooDeepIsRefused) {
+TEST_F(ChannelFile, IsRejectedWhenNestedTooDeeply) {
     std::string key = "a";
     for (int i = 0; i < 60000; ++i) key += ".a";
     const std::string path = write(key + " = 1\n");
     EXPECT_EQ(serve(path), (Outcome{badData, "", "tvserviced: " + path + ":1: nested more than 16 levels deep\n"}));
 }
 
-TEST_F(ChannelFile, IsNamedAsPrintableText) {
+TEST_F(ChannelFile, IsNamedInPrintableText) {
     EXPECT_EQ(serve("/\x1b[2J"), (Outcome{badData, "", "tvserviced: /\\x1b[2J: there is no such file\n"}));
     EXPECT_THAT(run({program("tvserviced"), "--fault", "\x1b[2J"}).error, testing::Not(HasSubstr("\x1b")));
 }
 
-TEST_F(ChannelFile, ThatIsWrongIsRefusedWithItsLine) {
+TEST_F(ChannelFile, IsRejectedWithTheLineOfTheError) {
     const std::string good = "[[channel]]\nuri = \"dvb://1.1.1\"\nname = \"One\"\n";
     const std::vector<std::pair<std::string, std::string>> wrong{
         {good + "name = ", ":4: "},
@@ -180,11 +180,11 @@ TEST_F(ChannelFile, ThatIsWrongIsRefusedWithItsLine) {
         {good + good, ":5: \"dvb://1.1.1\" is the URI of \"One\" already\n"},
         {"volume = 1\n", ":1: unknown key \"volume\"\n"},
     };
-    for (const auto& [text, complaint] : wrong) {
+    for (const auto& [text, problem] : wrong) {
         const std::string path = write(text);
         const Outcome outcome = serve(path);
         EXPECT_EQ(outcome.exitCode, badData) << text;
-        EXPECT_THAT(outcome.error, StartsWith("tvserviced: " + path + complaint));
+        EXPECT_THAT(outcome.error, StartsWith("tvserviced: " + path + problem));
         EXPECT_EQ(outcome.error.find('\n'), outcome.error.size() - 1) << outcome.error;
     }
     EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));

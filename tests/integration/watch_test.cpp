@@ -1,4 +1,4 @@
-// tvctl watch on a whole receiver: its services send notifications, and tvctl prints them.
+// tvctl watch on a whole receiver: the services send notifications, and tvctl prints them.
 #include "integration/program-run.h"
 
 #include <future>
@@ -22,8 +22,8 @@ protected:
         environment["RUNTIME_DIRECTORY"] = kit.runtimeFolder();
     }
 
-    // Runs tvctl watch. Until it ends, the services send notifications of a sound track and of a key in turn: those
-    // that come before the watch has begun are not printed.
+    // Runs tvctl watch. Until it ends, the services alternately send notifications of a sound track and of a key,
+    // because those sent before the watch begins are not printed.
     Outcome watch(Words arguments) {
         arguments.insert(arguments.begin(), {program("tvctl"), "watch"});
         const auto watching = start(arguments);
@@ -91,7 +91,7 @@ TEST_F(WatchedReceiver, IsNotFollowedForLongerThanTheTimeout) {
     const Outcome outcome = watch({"--timeout", "0.3", "--once", "TvServiceInstalledInfo"});
     EXPECT_EQ(outcome.exitCode, 4);
     EXPECT_THAT(outcome.output, IsEmpty());
-    // More follows when its last request was not answered either.
+    // The text goes on if its last request was not answered either.
     EXPECT_THAT(outcome.error, testing::StartsWith("tvctl: timed out after 0 of 1 notifications"));
 }
 

@@ -1,4 +1,4 @@
-// With a wrong configuration the programs report it and do nothing.
+// Programs with a wrong configuration report it and exit.
 #include "integration/program-run.h"
 
 namespace {
@@ -23,13 +23,13 @@ protected:
         std::ofstream(path) << text;
         return path.string();
     }
-    void expectRefusal(const std::string& problem) const {
+    void expectError(const std::string& problem) const {
         EXPECT_EQ(run(command()), (Outcome{badData, "", GetParam() + (": " + problem) + '\n'}));
         EXPECT_FALSE(std::filesystem::exists(runtimeFolder()));
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(IsRefused, AConfiguredProgram,
+INSTANTIATE_TEST_SUITE_P(IsRejected, AConfiguredProgram,
                          testing::Values("tvserviced", "mmserviced", "frame-host", "tvctl", "tvsa-demo"),
                          [](const auto& test) {
                              std::string name = test.param;
@@ -37,46 +37,45 @@ INSTANTIATE_TEST_SUITE_P(IsRefused, AConfiguredProgram,
                              return name;
                          });
 
-TEST_P(AConfiguredProgram, RefusesAWrongFileThatIsNamed) {
+TEST_P(AConfiguredProgram, RejectsAWrongFileThatTheVariableNames) {
     const std::string path = configure("some.toml", "[log]\nformat = \"text\"\n\n[queue]\nmessages = \"many\"\n");
     environment["TVSA_CONFIG"] = path;
-    expectRefusal(path + ":5: queue.messages: not a number from 1 to 2147483647: \"many\"");
+    expectError(path + ":5: queue.messages: not a number from 1 to 2147483647: \"many\"");
 }
 
-TEST_P(AConfiguredProgram, RefusesAWrongFileOfTheUser) {
+TEST_P(AConfiguredProgram, RejectsAWrongFileOfTheUser) {
     environment["TVSA_CONFIG"] = "";
     environment["XDG_CONFIG_HOME"] = folder.string();
     const std::string path = configure("tvservice-adapter/config.toml", "[queues]\n");
-    expectRefusal(path +
-                  ":1: unknown table \"queues\"; known: endpoints, keys, remote, queue, run_log, flat_heap, log");
+    expectError(path + ":1: unknown table \"queues\"; known: endpoints, keys, remote, queue, run_log, flat_heap, log");
 }
 
-TEST_P(AConfiguredProgram, RefusesAFileThatIsNestedTooDeep) {
+TEST_P(AConfiguredProgram, RejectsAFileThatIsNestedTooDeeply) {
     std::string key = "a";
     for (int i = 0; i < 60000; ++i) key += ".a";
     const std::string path = configure("some.toml", "[" + key + "]\n");
     environment["TVSA_CONFIG"] = path;
-    expectRefusal(path + ":1: nested more than 16 levels deep");
+    expectError(path + ":1: nested more than 16 levels deep");
 }
 
-TEST_P(AConfiguredProgram, RefusesAFileThatIsMissing) {
+TEST_P(AConfiguredProgram, RejectsAFileThatIsMissing) {
     environment["TVSA_CONFIG"] = (folder / "none.toml").string();
-    expectRefusal((folder / "none.toml").string() + ": there is no such file, which TVSA_CONFIG names");
+    expectError((folder / "none.toml").string() + ": there is no such file, which TVSA_CONFIG names");
 }
 
-TEST_P(AConfiguredProgram, RefusesAWrongVariable) {
+TEST_P(AConfiguredProgram, RejectsAWrongVariable) {
     environment["TVSA_HEARTBEAT_MS"] = "often";
-    expectRefusal("TVSA_HEARTBEAT_MS: not a number from 10 to 60000: \"often\"");
+    expectError("TVSA_HEARTBEAT_MS: not a number from 10 to 60000: \"often\"");
 }
 
 TEST_P(AConfiguredProgram, RejectsAMalformedEndpoint) {
     const std::string path = configure("some.toml", "[endpoints]\ntvservice = \"tcp://127.0.0.1\"\n");
     environment["TVSA_CONFIG"] = path;
-    expectRefusal(path + ":2: endpoints.tvservice: not tcp://HOST:PORT: \"tcp://127.0.0.1\"");
+    expectError(path + ":2: endpoints.tvservice: not tcp://HOST:PORT: \"tcp://127.0.0.1\"");
     environment["TVSA_CONFIG"] = "/dev/null";
     const std::string tooLong = "/" + std::string(107, 'x');
     environment["TVSA_ENDPOINT_TVSERVICE"] = tooLong;
-    expectRefusal("TVSA_ENDPOINT_TVSERVICE: socket path too long (108 bytes): " + tooLong);
+    expectError("TVSA_ENDPOINT_TVSERVICE: socket path too long (108 bytes): " + tooLong);
 }
 
 TEST_P(AConfiguredProgram, PrintsItsHelp) {
@@ -87,9 +86,9 @@ TEST_P(AConfiguredProgram, PrintsItsHelp) {
     EXPECT_EQ(outcome.error, "");
 }
 
-using AServiceOfTheFile = Programs;
+using AServiceInTheFile = Programs;
 
-TEST_F(AServiceOfTheFile, IsWhereTheFileSays) {
+TEST_F(AServiceInTheFile, UsesTheEndpointInTheFile) {
     const std::string socket = (folder / "elsewhere.sock").string(), file = (folder / "config.toml").string();
     std::ofstream(file) << "[endpoints]\ntvservice = \"" << socket
                         << "\"\n[log]\nlevels = \"info\"\nformat = \"json\"\n";

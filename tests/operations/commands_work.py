@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Runs the commands of docs/operations.md in their order, each host being a folder of its own, and compares what they
-print with what is shown: commands_work.py BUILD_FOLDER SOURCE_FOLDER."""
+"""Runs the commands of docs/operations.md in order, with one folder per host, and compares their output with the output
+shown: commands_work.py BUILD_FOLDER SOURCE_FOLDER."""
 import os
 import pathlib
 import re
@@ -12,7 +12,7 @@ import tempfile
 
 TIMEOUT = 60  # seconds for a block
 BLOCK = re.compile(r"^```(sh|text)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
-# Who runs a block: the first line of it says.
+# The first line of a block names the hosts that run it.
 HOSTS = {
     "# one host": ["one"],
     "# services' host": ["services"],
@@ -23,7 +23,7 @@ HOSTS = {
 
 
 class Host:
-    """A shell that stays, as an operator's does, with folders that no other host has."""
+    """An interactive shell, like an operator's, with folders of its own."""
 
     def __init__(self, name, folder, variables):
         self.name, self.folder, self.blocks = name, folder, 0
@@ -41,7 +41,7 @@ class Host:
         ):
             (folder / place).mkdir(mode=0o700, parents=True)
             places[key] = str(folder / place)
-        # What runs in the background ends with the shell's group.
+        # A process group of its own, so that end() also stops background processes.
         self.shell = subprocess.Popen(
             ["bash", "-euo", "pipefail"],
             stdin=subprocess.PIPE,
@@ -52,12 +52,12 @@ class Host:
             env={**kept, **variables, **places, "PREFIX": str(folder / "installed")},
         )
 
-    def run(self, commands, told):
-        """Returns what the commands have printed, and the keys that the shell knows by then."""
+    def run(self, commands, given):
+        """Returns the output of the commands, and the keys that the shell has afterwards."""
         self.blocks += 1
         script, output, keys = (self.folder / f"{self.blocks}.{kind}" for kind in ("sh", "out", "keys"))
         script.write_text(commands, encoding="utf-8")
-        assignments = "".join(f"{name}='{key}'\n" for name, key in told.items())
+        assignments = "".join(f"{name}='{key}'\n" for name, key in given.items())
         self.shell.stdin.write(
             f"{assignments}source {script} </dev/null >{output}\n"
             f"for name in ${{!SERVICE_KEY*}} ${{!RECEIVER_KEY*}} ${{!NEW_KEY*}}; do\n"
@@ -68,7 +68,7 @@ class Host:
         ended = self.shell.stdout.readline()
         signal.alarm(0)
         if ended != "done\n":
-            raise SystemExit(f"on {self.name}, a command fails in:\n{commands}")
+            raise SystemExit(f"on {self.name}, a command failed in:\n{commands}")
         return output.read_text(encoding="utf-8"), dict(line.split(" ", 1) for line in keys.read_text().splitlines())
 
     def logs(self):
@@ -86,7 +86,7 @@ class Host:
 
 
 def pattern_of(shown):
-    """What an output has to match: numbers may be others, "..." stands for anything in a line."""
+    """Returns the pattern for an output: numbers may differ, and "..." matches anything within a line."""
     lines = []
     for line in shown.splitlines():
         parts = (re.sub(r"\d+", r"\\d+", re.escape(part)) for part in line.split("..."))
@@ -100,7 +100,7 @@ def free_port():
 
 
 def run_all(document, hosts):
-    ran, told, output = 0, {}, None
+    ran, given, output = 0, {}, None
     for kind, text in BLOCK.findall(document):
         if kind == "text":
             if output is None or not pattern_of(text).fullmatch(output):
@@ -108,8 +108,8 @@ def run_all(document, hosts):
             output = None
             continue
         for name in HOSTS[text.split("\n", 1)[0]]:
-            output, known = hosts[name].run(text, told)
-            told.update({key: value.strip() for key, value in known.items()})
+            output, known = hosts[name].run(text, given)
+            given.update({key: value.strip() for key, value in known.items()})
         ran += 1
     return ran
 
@@ -122,7 +122,7 @@ def main():
         hosts = {name: Host(name, pathlib.Path(folder) / name, variables) for name in ("one", "services", "receiver")}
 
         def give_up(*_):
-            raise SystemExit(f"a block takes longer than {TIMEOUT} s")
+            raise SystemExit(f"a block took longer than {TIMEOUT} s")
 
         signal.signal(signal.SIGALRM, give_up)
         try:
@@ -135,7 +135,7 @@ def main():
                 host.end()
     if ran == 0:
         raise SystemExit("the document has no commands")
-    print(f"{ran} blocks of commands work")
+    print(f"{ran} blocks of commands ran as documented")
 
 
 if __name__ == "__main__":

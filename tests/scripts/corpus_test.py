@@ -1,4 +1,4 @@
-"""The archives of the fuzzer's corpus."""
+"""Tests of the archives of the fuzzer's corpus."""
 
 import os
 import pathlib
@@ -25,31 +25,31 @@ def content(folder):
 
 class Corpus(unittest.TestCase):
     def setUp(self):
-        place = tempfile.TemporaryDirectory()
-        self.addCleanup(place.cleanup)
-        self.place = pathlib.Path(place.name)
-        self.archives, self.folder = self.place / "archives", self.place / "folder"
+        temporary = tempfile.TemporaryDirectory()
+        self.addCleanup(temporary.cleanup)
+        self.temporary = pathlib.Path(temporary.name)
+        self.archives, self.folder = self.temporary / "archives", self.temporary / "folder"
         self.archives.mkdir()
         write(self.folder, {"a/1": b"one", "a/2": b"\0\xff", "b/1": b""})
 
     def unpacked(self):
-        folder = self.place / "unpacked"
+        folder = self.temporary / "unpacked"
         corpus.unpack(self.archives, folder)
         return content(folder)
 
-    def test_has_after_unpacking_what_was_packed(self):
+    def test_unpacks_what_was_packed(self):
         corpus.pack(self.archives, self.folder)
         self.assertEqual(self.unpacked(), {"a/1": b"one", "a/2": b"\0\xff", "b/1": b""})
 
     def test_makes_the_same_archive_of_inputs_in_another_order(self):
-        one, other = self.place / "one", self.place / "other"
+        one, other = self.temporary / "one", self.temporary / "other"
         corpus.write(one, {"1": b"one", "2": b"two"})
         corpus.write(other, {"2": b"two", "1": b"one"})
         self.assertEqual(one.read_bytes(), other.read_bytes())
 
     def test_makes_the_same_archive_at_another_time(self):
         corpus.pack(self.archives, self.folder)
-        again = self.place / "again"
+        again = self.temporary / "again"
         again.mkdir()
         os.utime(self.folder / "a" / "1", (1, 1))
         corpus.pack(again, self.folder)
@@ -69,18 +69,18 @@ class Corpus(unittest.TestCase):
         self.assertEqual(corpus.pack(self.archives, self.folder), ["b"])
         self.assertEqual(self.unpacked(), {"a/1": b"one", "a/2": b"\0\xff"})
 
-    def test_refuses_to_pack_a_folder_without_inputs(self):
+    def test_fails_to_pack_a_folder_without_inputs(self):
         corpus.pack(self.archives, self.folder)
-        (self.place / "empty").mkdir()
+        (self.temporary / "empty").mkdir()
         with self.assertRaises(SystemExit):
-            corpus.pack(self.archives, self.place / "empty")
+            corpus.pack(self.archives, self.temporary / "empty")
         self.assertEqual(len(self.unpacked()), 3)
 
     def test_keeps_the_other_inputs_when_one_is_added(self):
         corpus.pack(self.archives, self.folder)
-        write(self.place, {"crash": b"boom"})
-        corpus.add(self.archives, "a", [self.place / "crash"])
-        corpus.add(self.archives, "c", [self.place / "crash"])
+        write(self.temporary, {"crash": b"boom"})
+        corpus.add(self.archives, "a", [self.temporary / "crash"])
+        corpus.add(self.archives, "c", [self.temporary / "crash"])
         self.assertEqual(
             self.unpacked(), {"a/1": b"one", "a/2": b"\0\xff", "a/crash": b"boom", "b/1": b"", "c/crash": b"boom"}
         )

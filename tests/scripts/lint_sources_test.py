@@ -1,4 +1,4 @@
-"""Which sources `./dev lint --changed` looks at."""
+"""Tests which sources `./dev lint --changed` checks."""
 
 import json
 import os
@@ -15,10 +15,10 @@ import lint_sources
 
 class ATree(unittest.TestCase):
     def setUp(self):
-        place = tempfile.TemporaryDirectory()
-        self.addCleanup(place.cleanup)
-        self.tree = pathlib.Path(place.name)
-        for name in [name for name in os.environ if name.startswith("GIT_")]:  # of the repository whose hook runs this
+        temporary = tempfile.TemporaryDirectory()
+        self.addCleanup(temporary.cleanup)
+        self.tree = pathlib.Path(temporary.name)
+        for name in [name for name in os.environ if name.startswith("GIT_")]:  # set by a git hook that runs this test
             del os.environ[name]
         self.git("init", "-q", "-b", "main")
         self.write("lib/include/lib/base.h", "")
@@ -47,23 +47,23 @@ class ATree(unittest.TestCase):
     def dependants(self, *files):
         return lint_sources.dependants(lint_sources.tree(self.tree), files)
 
-    def test_finds_what_includes_a_header_through_another_one(self):
+    def test_finds_files_that_include_a_header_indirectly(self):
         self.assertEqual(self.dependants("lib/include/lib/base.h"), ["lib/include/lib/queue.h", "lib/src/queue.cpp"])
 
-    def test_names_what_is_nearest_to_a_header_first(self):
+    def test_lists_the_files_nearest_to_a_header_first(self):
         self.write("app/base_test.cpp", "#include <lib/base.h>\n")
         self.assertEqual(
             self.dependants("lib/include/lib/base.h"),
             ["app/base_test.cpp", "lib/include/lib/queue.h", "lib/src/queue.cpp"],
         )
 
-    def test_takes_a_quoted_header_for_the_one_beside_the_file(self):
+    def test_resolves_a_quoted_header_to_the_one_beside_the_file(self):
         self.assertEqual(self.dependants("lib/src/detail.h"), ["lib/src/queue.cpp"])
 
-    def test_finds_what_includes_a_header_that_is_generated(self):
+    def test_finds_files_that_include_a_generated_header(self):
         self.assertEqual(self.dependants("app/names.h.in"), ["app/main.cpp"])
 
-    def test_counts_changes_from_where_the_branch_left_the_main_one(self):
+    def test_counts_changes_since_the_branch_left_the_main_branch(self):
         self.git("checkout", "-q", "-b", "branch")
         for file in ("app/main.cpp", "lib/src/detail.h"):
             self.write(file, "int x;\n")
@@ -83,7 +83,7 @@ class ATree(unittest.TestCase):
     def test_counts_everything_as_changed_in_the_first_commit(self):
         self.assertIn("lib/src/queue.cpp", lint_sources.changed(self.tree))
 
-    def test_counts_what_is_not_committed_or_new_or_gone(self):
+    def test_counts_uncommitted_new_and_deleted_files(self):
         self.git("checkout", "-q", "-b", "branch")
         self.write("notes.md", "text\n")
         self.commit()
@@ -105,7 +105,7 @@ class ATree(unittest.TestCase):
         self.write("compile_commands.json", json.dumps(entries))
         return lint_sources.commands(self.tree)
 
-    def test_gives_clang_the_options_of_the_build_and_no_output(self):
+    def test_passes_the_build_options_to_clang_without_an_output(self):
         found = self.commands('/usr/bin/ccache /usr/bin/c++ -DA=\\"b\\" -Werror -o a.o -c /a.cpp')
         words = ["clang++", "-fsyntax-only", "-Wthread-safety", '-DA="b"', "-Werror", "/a.cpp"]
         self.assertEqual(found, {"/a.cpp": (words, "/build")})

@@ -1,4 +1,4 @@
-"""What `./dev test` says about tests that were skipped."""
+"""Tests the report of `./dev test` about skipped tests."""
 
 import pathlib
 import subprocess
@@ -39,8 +39,8 @@ add_test(NAME has-no-program COMMAND /none)
 
 class Skipped(unittest.TestCase):
     def test_names_each_skipped_test_and_its_reason(self):
-        with tempfile.TemporaryDirectory() as place:
-            folder = pathlib.Path(place)
+        with tempfile.TemporaryDirectory() as temporary:
+            folder = pathlib.Path(temporary)
             (folder / "CMakeLists.txt").write_text(PROJECT, encoding="utf-8")
             (folder / "gtest.txt").write_text(GTEST, encoding="utf-8")
             subprocess.run(["cmake", "-S", folder, "-B", folder], stdout=subprocess.DEVNULL, check=True)

@@ -1,4 +1,4 @@
-// What an adapter finds in its process: services that are registered there, as the proxies would be.
+// Services registered in the adapter's process, in place of the proxies.
 #pragma once
 
 #include "support/fake-shell.h"
@@ -14,11 +14,11 @@
 
 namespace support {
 
-// The keys that services built elsewhere are registered with, so spelled out here.
+// Services built elsewhere register with these keys, so the literals are repeated here.
 inline constexpr char tvServiceKey[] = "orvel.lm.interfaces.tvservice";
 inline constexpr char mmServiceKey[] = "orvel.lm.interfaces.mmservice";
 
-// A service in the process for as long as it lives.
+// A service that stays registered in the process for its lifetime.
 template <class Interface, class Service, const char* key>
 class Registered : public frame::AbstractApplication, public Service {
 public:
@@ -38,18 +38,19 @@ public:
     }
     int addClient(boost::shared_ptr<mmservice::ClientInterface> client) override {
         clients.push_back(std::move(client));
-        return -17; // which does not matter to the adapter
+        return -17; // the adapter ignores it
     }
     int removeClient(boost::shared_ptr<mmservice::ClientInterface>) override { return 0; }
     std::vector<boost::shared_ptr<mmservice::ClientInterface>> clients;
 };
 using RegisteredMmService = Registered<mmservice::ServiceInterface, CountingMmService, mmServiceKey>;
 
-// An adapter that lives as long as the process, as the resource manager keeps its client object's address.
+// An adapter that lives as long as the process, because the resource manager keeps the address of its client object.
 inline tvservice::ModelTvServiceAdapter& newAdapter() {
-    FakeShell::get(); // which it registers its command with when it starts
+    FakeShell::get(); // must exist before the adapter registers its command
     auto* adapter = new tvservice::ModelTvServiceAdapter;
-    static auto* const all = new std::vector<tvservice::ModelTvServiceAdapter*>; // keeps them reachable
+    static auto* const all =
+        new std::vector<tvservice::ModelTvServiceAdapter*>; // keeps them reachable for the leak checker
     all->push_back(adapter);
     adapter->attachProcess(*frame::Process::getInstance());
     return *adapter;

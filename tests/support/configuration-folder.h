@@ -1,4 +1,4 @@
-// Configuration files of a test's own, and none of the variables that configure anything.
+// Gives each test its own configuration files and clears all configuration variables.
 #pragma once
 
 #include <cstdlib>
@@ -31,7 +31,7 @@ protected:
         EXPECT_EQ(chmod(path.c_str(), mode), 0);
         return path.string();
     }
-    // Makes this the one file that counts.
+    // Makes this the only configuration file in use.
     std::string configure(const std::string& text, mode_t mode = 0644) const {
         std::string path = write("config.toml", text, mode);
         setenv("TVSA_CONFIG", path.c_str(), 1);

@@ -1,4 +1,4 @@
-// A place of a test's own for what tvctl doctor examines, and what it finds there.
+// Gives each test its own folders for tvctl doctor to examine, and matchers for its findings.
 #pragma once
 
 #include "support/configuration-folder.h"
@@ -13,14 +13,15 @@ namespace doctor_test {
 using tvctl::doctor::Diagnosis;
 using tvctl::doctor::Severity;
 
-// How many findings are worse than ok.
-inline std::size_t complaintsIn(const Diagnosis& diagnosis) {
+// The number of findings worse than ok.
+inline std::size_t problemsIn(const Diagnosis& diagnosis) {
     std::size_t count = 0;
     for (const auto& finding : diagnosis.findings) count += finding.severity != Severity::ok ? 1 : 0;
     return count;
 }
 
-// Whether a diagnosis has such a finding whose text contains part and, when it is not ok, says what to do.
+// Whether a diagnosis has a finding of this severity and subject whose text contains part. A finding worse than ok must
+// also have a remedy.
 MATCHER_P3(finds, severity, subject, part, "") {
     for (const auto& finding : arg.findings)
         if (finding.severity == severity && finding.subject == subject &&
@@ -43,7 +44,7 @@ protected:
         configure("");
     }
 
-    // A socket at a path that listens, or of which nothing but the file is left.
+    // listenAt returns a listening socket; leaveSocketAt leaves only the socket's file.
     static int listenAt(const std::string& path) {
         const int listener = bindAt(path);
         EXPECT_EQ(0, ::listen(listener, 8));

@@ -1,5 +1,5 @@
-// A program whose memory runs out where a test wants: operator new, flat blocks and, where no sanitizer has taken its
-// place, the C heap. For one source file of a program: it replaces the program's functions.
+// Lets allocations fail where a test wants: in operator new, for flat blocks and, unless a sanitizer replaces it, in
+// the C heap. Include it in one source file of a program only, because it replaces global functions.
 #pragma once
 
 #include <vdl/flat.h>
@@ -29,17 +29,17 @@ extern "C" void* __libc_calloc(std::size_t count, std::size_t size) noexcept;
 
 namespace support {
 
-// How many more allocations of this thread succeed; negative: all of them.
+// The number of further allocations of this thread that succeed; negative: all.
 inline thread_local long allocationsLeft = -1;
-// Whether the one that fails then is followed by others that succeed.
+// Whether only one allocation fails and later ones succeed again.
 inline thread_local bool passing = false;
-// How many of this thread have failed.
+// The number of failed allocations of this thread.
 inline thread_local long allocationsFailed = 0;
-// Whether a shortage elsewhere leaves this thread alone.
+// Whether this thread is exempt from a shortage elsewhere.
 inline thread_local bool spared = false;
 // A shortage elsewhere: this many allocations succeed, then so many fail, and then all succeed.
 inline std::atomic<long> elsewhereSucceed{0}, elsewhereFail{0};
-// Blocks of the whole program that were handed out and not given back.
+// Allocated blocks of the whole program that are not yet freed.
 inline std::atomic<long> blocksHeld{0};
 
 inline bool failsElsewhere() {
@@ -79,12 +79,12 @@ inline void* allocate(std::size_t size) {
     throw std::bad_alloc();
 }
 
-inline void giveBack(void* block) noexcept {
+inline void release(void* block) noexcept {
     if (block != nullptr) --blocksHeld;
     std::free(block);
 }
 
-// A test's own doings, for which there always is memory.
+// Exempts the test's own code from shortages.
 class EnoughMemory {
 public:
     EnoughMemory() : left_(std::exchange(allocationsLeft, -1)), spared_(std::exchange(spared, true)) {}
@@ -100,7 +100,8 @@ private:
     const bool spared_;
 };
 
-// While it lives, memory is short for all threads but the one that made it: after so many allocations, so many fail.
+// During its lifetime, all other threads run short of memory: `succeed` allocations succeed, then `fail` allocations
+// fail.
 class ShortageElsewhere {
 public:
     ShortageElsewhere(long succeed, long fail) : fail_(fail) {
@@ -111,15 +112,16 @@ public:
     ShortageElsewhere(const ShortageElsewhere&) = delete;
     ShortageElsewhere& operator=(const ShortageElsewhere&) = delete;
 
-    bool met() const { return elsewhereFail < fail_; } // whether any has failed
+    bool met() const { return elsewhereFail < fail_; } // whether any allocation has failed
 
 private:
     const EnoughMemory here_;
     const long fail_;
 };
 
-// Calls act(n) in a shortage elsewhere that begins after n = 0, 1, 2 ... allocations, until it meets none; after each,
-// with memory again, afterwards(n). Returns after how many allocations it met none. A larger step leaves some out.
+// Calls act(n) with a shortage elsewhere that begins after n = 0, 1, 2 ... allocations, until no allocation fails.
+// After each call, with memory again, it calls afterwards(n). Returns the n at which no allocation failed. A larger
+// step skips some n.
 template <class Act, class Afterwards>
 long failElsewhereAtEveryAllocation(long fail, const Act& act, const Afterwards& afterwards, long step = 1) {
     constexpr long tooMany = 10000;
@@ -137,12 +139,13 @@ long failElsewhereAtEveryAllocation(long fail, const Act& act, const Afterwards&
         }
         if (!met) return n;
     }
-    ADD_FAILURE() << "it never gets through";
+    ADD_FAILURE() << "it never succeeds";
     return tooMany;
 }
 
-// Calls act with memory for n allocations; whether it got through. A thread that cannot be made is a shortage as well.
-template <class Act> bool getsThroughWith(long n, const Act& act) {
+// Calls act with memory for n allocations. Returns whether it succeeded. A thread that cannot be created counts as a
+// shortage.
+template <class Act> bool succeedsWith(long n, const Act& act) {
     struct EnoughAfterwards {
         ~EnoughAfterwards() { allocationsLeft = -1; }
     } enough;
@@ -158,68 +161,70 @@ template <class Act> bool getsThroughWith(long n, const Act& act) {
     }
 }
 
-// From an allocation on all fail, or that one alone.
+// Lasting: all allocations from one on fail. Passing: only that one fails.
 enum class Shortage { Lasting, Passing };
 
-// What became of a call: whether it got through, and whether it had to do without memory.
+// The result of a call: whether it succeeded, and whether an allocation failed.
 struct Run {
-    bool through, metOne;
+    bool succeeded, allocationFailed;
 };
 template <class Act> Run runShortAfter(long allocations, Shortage shortage, const Act& act) {
     passing = shortage == Shortage::Passing;
     const long before = allocationsFailed;
-    const bool through = getsThroughWith(allocations, act);
+    const bool succeeded = succeedsWith(allocations, act);
     passing = false;
-    return {through, allocationsFailed != before};
+    return {succeeded, allocationsFailed != before};
 }
 
 inline const char* textOf(Shortage shortage) {
     return shortage == Shortage::Passing ? " allocations and all but the next" : " allocations";
 }
 
-// Calls act with memory for 0, 1, 2 ... allocations until it gets through; after each failure afterwards, which is to
-// find everything as it was. Returns how often it failed.
+// Calls act with memory for 0, 1, 2 ... allocations until it succeeds. After each failure it calls afterwards, which
+// must find the state unchanged. Returns the number of failures.
 template <class Act, class Afterwards>
 long failAtEveryAllocation(const Act& act, const Afterwards& afterwards, Shortage shortage = Shortage::Lasting) {
     constexpr long tooMany = 10000;
     for (long allocations = 0; allocations < tooMany; ++allocations) {
         const Run run = runShortAfter(allocations, shortage, act);
-        if (run.through) {
-            if (run.metOne && shortage == Shortage::Passing)
-                ADD_FAILURE() << "it can do without allocation " << allocations << ", and the later ones did not fail";
+        if (run.succeeded) {
+            if (run.allocationFailed && shortage == Shortage::Passing)
+                ADD_FAILURE() << "it ignores the failure of allocation " << allocations
+                              << ", and the later ones did not fail";
             return allocations;
         }
         afterwards();
-        if (testing::Test::HasFailure()) { // said here: a trace around it would be memory that is held
+        if (testing::Test::HasFailure()) { // reported here, because a SCOPED_TRACE would hold memory
             ADD_FAILURE() << "with memory for " << allocations << textOf(shortage);
             return allocations;
         }
     }
-    ADD_FAILURE() << "it never gets through";
+    ADD_FAILURE() << "it never succeeds";
     return tooMany;
 }
 
-// Calls act in a shortage that begins after 0, 1, 2 ... allocations until it meets none; what may do its work without
-// what it did not get. After each call afterwards(whether it got through). Returns how often it met a shortage.
+// For an act that may succeed although an allocation failed. Calls it with a shortage that begins after 0, 1, 2 ...
+// allocations, until no allocation fails. After each call it calls afterwards(whether act succeeded). Returns the
+// number of calls in which an allocation failed.
 template <class Act, class Afterwards>
 long runShortAtEveryAllocation(Shortage shortage, const Act& act, const Afterwards& afterwards) {
     constexpr long tooMany = 10000;
     for (long allocations = 0; allocations < tooMany; ++allocations) {
         const Run run = runShortAfter(allocations, shortage, act);
-        afterwards(run.through);
+        afterwards(run.succeeded);
         if (testing::Test::HasFailure()) {
             ADD_FAILURE() << "with memory for " << allocations << textOf(shortage);
             return allocations;
         }
-        if (!run.metOne) return allocations;
+        if (!run.allocationFailed) return allocations;
     }
-    ADD_FAILURE() << "it never meets enough memory";
+    ADD_FAILURE() << "an allocation fails in every run";
     return tooMany;
 }
 
 } // namespace support
 
-// Out of line: the compiler would take a malloc that it sees for a block that delete must not get.
+// Not inlined: the compiler would see the malloc and warn that delete must not free such a block.
 [[gnu::noinline]] void* operator new(std::size_t size) { return support::allocate(size); }
 [[gnu::noinline]] void* operator new[](std::size_t size) { return support::allocate(size); }
 [[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
@@ -228,12 +233,12 @@ long runShortAtEveryAllocation(Shortage shortage, const Act& act, const Afterwar
 [[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
     return support::allocateOrNull(size);
 }
-[[gnu::noinline]] void operator delete(void* block) noexcept { support::giveBack(block); }
-[[gnu::noinline]] void operator delete[](void* block) noexcept { support::giveBack(block); }
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { support::giveBack(block); }
-[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { support::giveBack(block); }
+[[gnu::noinline]] void operator delete(void* block) noexcept { support::release(block); }
+[[gnu::noinline]] void operator delete[](void* block) noexcept { support::release(block); }
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { support::release(block); }
+[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { support::release(block); }
 
-// Between the library's callers and its function of this name; visible, so that the library calls it, too.
+// Interposes the library's function of this name; visible, so that the library calls it, too.
 [[gnu::noinline, gnu::visibility("default")]] void* vdlFlatAlloc(std::size_t size) {
     static const auto real = [] {
         const support::EnoughMemory forTheLookUp;

@@ -1,5 +1,5 @@
-// A debug shell without a socket: keeps the commands that are registered and runs them for the test. It takes the
-// shell's place in the process's interface registry for the life of the process.
+// A debug shell without a socket: it keeps the registered commands and runs them for the test. It is registered as the
+// process's shell until the process ends.
 #pragma once
 
 #include <appovshell/server.h>
@@ -20,7 +20,7 @@ public:
         void* context;
     };
 
-    // The process's one, registered.
+    // The registered instance of the process.
     static FakeShell& get() {
         static FakeShell& shell = *[] {
             auto* made = new FakeShell;
@@ -31,7 +31,7 @@ public:
         return shell;
     }
 
-    // Runs the command of this specification; what it printed is in `printed` afterwards.
+    // Runs the command of this specification. Its output is in `printed` afterwards.
     int run(const std::string& specification, std::string argument) {
         argument_ = std::move(argument);
         printed.clear();
@@ -49,7 +49,7 @@ public:
     bool wantsJson() override { return false; }
 
     std::map<std::string, Command> commands; // by specification
-    int registrations = 0;                   // also those that were refused
+    int registrations = 0;                   // including rejected ones
     std::string printed;
 
 private:

@@ -16,7 +16,7 @@ struct Place {
     std::size_t offset;
 };
 
-// Whether a record's form has this size, and exactly these fields at these places, in this order.
+// Whether a record's form has this size, and exactly these fields at these offsets, in this order.
 template <class Record> constexpr bool hasLayout(std::size_t size, std::initializer_list<Place> places) {
     const Place* place = places.begin();
     const bool same = std::apply(
@@ -28,7 +28,7 @@ template <class Record> constexpr bool hasLayout(std::size_t size, std::initiali
     return same && sizeof(typename Record::Flat) == size;
 }
 
-// The names under which tables appear in texts.
+// The names of the tables in texts.
 inline const std::map<const vdl::EndianTable*, std::string>& tableNames() {
     static const auto* const names = [] {
         auto* made =

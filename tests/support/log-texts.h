@@ -1,4 +1,4 @@
-// Debug lines for comparison.
+// Log lines as text, for comparisons.
 #pragma once
 
 #include <host/log-capture.h>
@@ -10,8 +10,8 @@
 
 namespace support {
 
-// The lines that this thread has made so far, without the line numbers of those that begin with their place:
-// "file.cpp:function(): text". What a worker writes at a time of its own is not among them.
+// The lines that this thread has logged so far. A line that begins with its source location is given without the line
+// number: "file.cpp:function(): text". Lines of worker threads, which come at any time, are left out.
 inline std::vector<host::LogCapture::Line> ownLinesOf(const host::LogCapture& log) {
     auto lines = log.lines();
     std::erase_if(lines, [](const auto& line) { return line.thread != std::this_thread::get_id(); });

@@ -42,42 +42,42 @@ inline const frame::MessageDescription descriptions[] = {{"Number", numberMeta, 
                                                          {"Text", textMeta, &textTable}};
 inline const frame::MessageSet messages{descriptions, 2};
 
-// Rung by every arrival: messages and changes of a connection.
-class Bell {
+// Notified of every message that arrives and every change of a connection.
+class ChangeSignal {
 public:
-    void ring() {
+    void notify() {
         std::lock_guard lock(mutex_);
-        ++rings_;
-        rung_.notify_all();
+        ++count_;
+        changed_.notify_all();
     }
-    unsigned rings() {
+    unsigned count() {
         std::lock_guard lock(mutex_);
-        return rings_;
+        return count_;
     }
-    void waitForMoreThan(unsigned rings, std::chrono::milliseconds timeout) {
+    void waitForChangeFrom(unsigned count, std::chrono::milliseconds timeout) {
         std::unique_lock lock(mutex_);
-        rung_.wait_for(lock, timeout, [&] { return rings_ != rings; });
+        changed_.wait_for(lock, timeout, [&] { return count_ != count; });
     }
 
 private:
     std::mutex mutex_;
-    std::condition_variable rung_;
-    unsigned rings_ = 0;
+    std::condition_variable changed_;
+    unsigned count_ = 0;
 };
-inline Bell bell;
+inline ChangeSignal changes;
 
-// Looks again at each ring, and now and then without one, as the queue's counters change silently.
+// Checks again at each notification, and also every 5 ms, because the queue's counters change without one.
 inline bool eventually(const std::function<bool()>& condition) {
     const auto deadline = std::chrono::steady_clock::now() + 20s;
     for (;;) {
-        const unsigned heard = bell.rings();
+        const unsigned seen = changes.count();
         if (condition()) return true;
         if (std::chrono::steady_clock::now() > deadline) return false;
-        bell.waitForMoreThan(heard, 5ms);
+        changes.waitForChangeFrom(seen, 5ms);
     }
 }
 
-// What arrives through one module.
+// The messages that arrive through one module.
 struct Inbox {
     int add(const frame::TransportInfo& transport, std::uint32_t number, std::string text) {
         {
@@ -86,14 +86,14 @@ struct Inbox {
             numbers.push_back(number);
             texts.push_back(std::move(text));
         }
-        bell.ring();
+        changes.notify();
         return 0;
     }
     std::size_t size() {
         std::lock_guard lock(mutex);
         return numbers.size();
     }
-    void listenAt(frame::OmqIOModule& channel) {
+    void registerWith(frame::OmqIOModule& channel) {
         EXPECT_EQ(0, channel.registerMessageHandler(numberMeta, &Inbox::onNumber, this, numberTable));
         EXPECT_EQ(0, channel.registerMessageHandler(textMeta, &Inbox::onText, this, textTable));
     }
@@ -111,13 +111,13 @@ struct Inbox {
     std::vector<std::string> texts;
 };
 
-struct News : frame::IOConnectionListener {
+struct ConnectionEvents : frame::IOConnectionListener {
     void onIOConnectionConnected() override { note(connected); }
     void onIOConnectionConnectionFailed() override { note(failed); }
     void onIOConnectionDisconnected() override { note(disconnected); }
     static void note(std::atomic<int>& event) {
         ++event;
-        bell.ring();
+        changes.notify();
     }
     std::atomic<int> connected{0}, failed{0}, disconnected{0};
 };
@@ -143,9 +143,9 @@ inline int sendText(frame::OmqIOModule& channel, std::size_t size, char letter,
     return result;
 }
 
-inline std::uint32_t turned(std::uint32_t value) { return __builtin_bswap32(value); }
+inline std::uint32_t byteSwapped(std::uint32_t value) { return __builtin_bswap32(value); }
 
-// A peer that says whatever a test wants.
+// A peer that sends whatever a test wants.
 class RawPeer {
 public:
     // The path of a socket, or the service's address on the other transport.
@@ -165,19 +165,19 @@ public:
     ~RawPeer() {
         if (socket_ >= 0) ::close(socket_);
     }
-    void say(const std::string& bytes) { EXPECT_TRUE(says(bytes)); }
-    bool says(const std::string& bytes) { // whether the other side took them all
-        if (remote_) return remote_->say(bytes);
+    void send(const std::string& bytes) { EXPECT_TRUE(trySend(bytes)); }
+    bool trySend(const std::string& bytes) { // whether all of them were sent
+        if (remote_) return remote_->send(bytes);
         return ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
     }
-    std::string hear(std::size_t size) {
-        if (remote_) return remote_->hear(size);
+    std::string receive(std::size_t size) {
+        if (remote_) return remote_->receive(size);
         std::string bytes(size, '\0');
         const ssize_t count = ::recv(socket_, bytes.data(), size, MSG_WAITALL);
         bytes.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
         return bytes;
     }
-    bool isRejected() { // after at most a hello
+    bool isRejected() { // it may send a hello first
         if (remote_) return remote_->isEnded();
         char byte[4096];
         ssize_t count;
@@ -191,23 +191,23 @@ private:
     int socket_ = -1;
 };
 
-inline std::string words(std::initializer_list<std::uint32_t> values, bool turn) {
+inline std::string words(std::initializer_list<std::uint32_t> values, bool swap) {
     std::string bytes;
     for (std::uint32_t value : values) {
-        if (turn) value = turned(value);
+        if (swap) value = byteSwapped(value);
         bytes.append(reinterpret_cast<const char*>(&value), 4);
     }
     return bytes;
 }
 
 // A frame's bytes in this machine's byte order or the other one.
-inline std::string frameOf(const frame::MsgMeta& meta, std::uint32_t size, const std::string& body, bool turn = false) {
-    std::string bytes = words({size, meta.instance, meta.interfaceCode, meta.messageId}, turn);
+inline std::string frameOf(const frame::MsgMeta& meta, std::uint32_t size, const std::string& body, bool swap = false) {
+    std::string bytes = words({size, meta.instance, meta.interfaceCode, meta.messageId}, swap);
     bytes += std::string{static_cast<char>(meta.flag), 0, 0, 0};
-    return bytes + words({7, 9, 0}, turn) + body;
+    return bytes + words({7, 9, 0}, swap) + body;
 }
 
-// With QUEUE_TRANSPORT=tcp in the environment the service "tuner" is reached as one of another host is.
+// With QUEUE_TRANSPORT=tcp in the environment, the service "tuner" uses the transport between hosts.
 class MessageQueue : public testing::Test {
 protected:
     MessageQueue() {
@@ -227,23 +227,23 @@ protected:
     void startServer(const frame::MessageSet& set = messages) {
         server = std::make_unique<host::MessageQueue>(limits);
         offered = &server->serve("tuner", set, 4096);
-        serverInbox.listenAt(*offered);
+        serverInbox.registerWith(*offered);
         server->start();
     }
     void startClient(const frame::MessageSet& set = messages) {
         client = std::make_unique<host::MessageQueue>(limits);
-        channel = &client->connectTo("tuner", set, 4096, &news);
-        clientInbox.listenAt(*channel);
+        channel = &client->connectTo("tuner", set, 4096, &connectionEvents);
+        clientInbox.registerWith(*channel);
         client->open(*channel);
         client->start();
     }
     void startBoth() {
         startServer();
         startClient();
-        ASSERT_TRUE(eventually([&] { return atClient().connected && atServer().connected; }));
+        ASSERT_TRUE(eventually([&] { return clientStatistics().connected && serverStatistics().connected; }));
     }
-    frame::IOStatistics atServer() { return server->statistics().at(0); }
-    frame::IOStatistics atClient() { return client->statistics().at(0); }
+    frame::IOStatistics serverStatistics() { return server->statistics().at(0); }
+    frame::IOStatistics clientStatistics() { return client->statistics().at(0); }
     int boundSocket() {
         const int bound = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_un address{};
@@ -252,10 +252,10 @@ protected:
         EXPECT_EQ(0, ::bind(bound, reinterpret_cast<sockaddr*>(&address), sizeof address));
         return bound;
     }
-    // Leaves a socket as a killed server does.
+    // Leaves a socket file behind, as a killed server does.
     void leaveSocketBehind() { ::close(boundSocket()); }
     // The hello that a peer of the server must send.
-    std::string honestHello() { return RawPeer(path).hear(helloSize); }
+    std::string validHello() { return RawPeer(path).receive(helloSize); }
     bool honestClientServed() {
         const auto before = serverInbox.size();
         return sendNumber(*channel, 77) == 0 && eventually([&] { return serverInbox.size() > before; });
@@ -266,7 +266,7 @@ protected:
     std::string folder, path;
     std::optional<support::RemoteEndpoint> remote;
     Inbox serverInbox, clientInbox;
-    News news;
+    ConnectionEvents connectionEvents;
     std::unique_ptr<host::MessageQueue> server, client;
     host::QueueChannel *offered = nullptr, *channel = nullptr;
 };

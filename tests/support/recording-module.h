@@ -1,4 +1,4 @@
-// An IO module without a socket: keeps what is sent and bound.
+// An IO module without a socket: it records the messages sent and the handlers bound.
 #pragma once
 
 #include "support/wire.h"
@@ -26,7 +26,7 @@ public:
         const vdl::EndianTable* table;
     };
 
-    // What it answers does not matter to proxies.
+    // Proxies ignore the result.
     int registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHandler handler, void* context,
                                const vdl::EndianTable& table) override {
         bound.push_back({meta, handler, context, &table});
@@ -50,7 +50,7 @@ public:
         return -11;
     }
 
-    bool holds = false;                        // looks at messages and completes them only when `held` are called
+    bool holds = false;                        // completes messages only when the test calls the entries of `held`
     std::vector<boost::function<void()>> held; // one per message
     std::vector<Sent> sent;
     std::vector<Bound> bound;

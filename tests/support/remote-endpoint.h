@@ -1,4 +1,4 @@
-// A service's endpoint on the transport between hosts, for a test's own process: address, keys and environment.
+// A service's endpoint on the transport between hosts, in the test's own process: address, keys and environment.
 #pragma once
 
 #include <host/keys.h>
@@ -27,8 +27,8 @@ inline int freePort() {
     return ntohs(address.sin_port);
 }
 
-// Configures a service at a port of this machine, with one pair of keys for both sides. It is named as variables name
-// it: "TUNER".
+// Configures a service at a port of this machine, with one key pair for both sides. The name is written as in
+// variables: "TUNER".
 class RemoteEndpoint {
 public:
     RemoteEndpoint(const std::string& folder, const std::string& service)

@@ -28,7 +28,7 @@ using host::remote::Releaser;
 using host::remote::Session;
 using Key = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
 
-// The public key of one, the secret key of another.
+// The configured public key with another secret key.
 Key stolenKey(const host::KeyPair& keys) {
     std::array<unsigned char, 32> shown{}, owned{};
     std::size_t size = shown.size();
@@ -74,9 +74,9 @@ struct AnyKey : host::remote::KeyCheck {
 };
 
 host::io::FileDescriptor connectedTo(const std::string& address) {
-    const auto places = host::net::addressesOf("tuner", address, host::placeOf("tuner", address));
-    host::io::FileDescriptor socket(::socket(places[0].data()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    EXPECT_EQ(0, ::connect(socket.get(), places[0].data(), static_cast<socklen_t>(places[0].size())));
+    const auto addresses = host::net::addressesOf("tuner", address, host::placeOf("tuner", address));
+    host::io::FileDescriptor socket(::socket(addresses[0].data()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(0, ::connect(socket.get(), addresses[0].data(), static_cast<socklen_t>(addresses[0].size())));
     return socket;
 }
 
@@ -94,7 +94,7 @@ struct RemotePeer::State {
         made = std::make_unique<Session>(*context, socket.get(), false, anyKey);
     }
 
-    // Until the step is done; false when it is over, or takes too long.
+    // Repeats the step until it is done. Returns false when the session ends or the step takes too long.
     template <class Step> bool finish(Step step) {
         for (;;) {
             const auto progress = step();
@@ -110,21 +110,21 @@ struct RemotePeer::State {
         }
     }
 
-    // Says all up to its certificate, which is in the first encrypted record that it says.
+    // Sends everything up to its certificate, which is in its first encrypted record.
     void showCertificateOnly() {
         std::array<char, 8192> bytes;
-        const auto said = [&] { return ::recv(line.get(), bytes.data(), bytes.size(), MSG_DONTWAIT); };
+        const auto sent = [&] { return ::recv(line.get(), bytes.data(), bytes.size(), MSG_DONTWAIT); };
         (void)session().handshake();
-        for (ssize_t count = said();
+        for (ssize_t count = sent();
              ::send(service.get(), bytes.data(), static_cast<std::size_t>(count), 0) == count;) {
-            const ssize_t heard = ::recv(service.get(), session().room(), Session::roomBytes, 0);
-            if (heard <= 0) return;
-            session().arrived(static_cast<std::size_t>(heard), 0);
+            const ssize_t received = ::recv(service.get(), session().room(), Session::roomBytes, 0);
+            if (received <= 0) return;
+            session().arrived(static_cast<std::size_t>(received), 0);
             while (session().handshake() == Session::Progress::again) {
             }
-            count = said();
+            count = sent();
             if (count < 0) {
-                count = 0; // more is to be heard
+                count = 0; // receive more
                 continue;
             }
             constexpr char encrypted = 23;
@@ -134,7 +134,7 @@ struct RemotePeer::State {
                 end += 5 + static_cast<std::size_t>(static_cast<unsigned char>(bytes[end + 3]) << 8 |
                                                     static_cast<unsigned char>(bytes[end + 4]));
             }
-            EXPECT_LT(end, static_cast<std::size_t>(count)) << "the proof comes with the certificate";
+            EXPECT_LT(end, static_cast<std::size_t>(count)) << "the proof is in the same record as the certificate";
             (void)::send(service.get(), bytes.data(), end, 0);
             return;
         }
@@ -143,8 +143,8 @@ struct RemotePeer::State {
     Session& session() { return *made; }
 
     host::remote::Context context;
-    host::io::FileDescriptor socket;        // the session's
-    host::io::FileDescriptor line, service; // for an unfinished proof the other end of that, and the service's
+    host::io::FileDescriptor socket;        // of the session
+    host::io::FileDescriptor line, service; // for an unfinished proof: the peer of `socket`, and the connection
     AnyKey anyKey;
     std::unique_ptr<Session> made;
 };
@@ -158,21 +158,22 @@ RemotePeer::RemotePeer(const std::string& address, Fault fault) : state_(std::ma
 
 RemotePeer::~RemotePeer() = default;
 
-bool RemotePeer::say(const std::string& bytes) {
-    for (std::size_t said = 0, count = 0; said < bytes.size(); said += count)
-        if (!state_->finish([&] { return state_->session().write(bytes.data() + said, bytes.size() - said, count); }))
+bool RemotePeer::send(const std::string& bytes) {
+    for (std::size_t sent = 0, count = 0; sent < bytes.size(); sent += count)
+        if (!state_->finish([&] { return state_->session().write(bytes.data() + sent, bytes.size() - sent, count); }))
             return false;
     return true;
 }
 
-void RemotePeer::sayKeyUpdate() { state_->session().probe(); }
+void RemotePeer::sendKeyUpdate() { state_->session().probe(); }
 
-std::string RemotePeer::hear(std::size_t size) {
+std::string RemotePeer::receive(std::size_t size) {
     std::string bytes(size, '\0');
-    std::size_t heard = 0;
-    for (std::size_t count = 0; heard < size; heard += count)
-        if (!state_->finish([&] { return state_->session().read(bytes.data() + heard, size - heard, count); })) break;
-    bytes.resize(heard);
+    std::size_t received = 0;
+    for (std::size_t count = 0; received < size; received += count)
+        if (!state_->finish([&] { return state_->session().read(bytes.data() + received, size - received, count); }))
+            break;
+    bytes.resize(received);
     return bytes;
 }
 
@@ -197,9 +198,9 @@ support::RemotePeer::RemotePeer(const std::string&, Fault) {
     throw std::logic_error("the platform was built without its transport between hosts");
 }
 support::RemotePeer::~RemotePeer() = default;
-bool support::RemotePeer::say(const std::string&) { return false; }
-void support::RemotePeer::sayKeyUpdate() {}
-std::string support::RemotePeer::hear(std::size_t) { return {}; }
+bool support::RemotePeer::send(const std::string&) { return false; }
+void support::RemotePeer::sendKeyUpdate() {}
+std::string support::RemotePeer::receive(std::size_t) { return {}; }
 bool support::RemotePeer::isEnded() { return true; }
 int support::RemotePeer::socket() const { return -1; }
 #endif

@@ -1,4 +1,4 @@
-// Values for records and arguments, different in every field, so that mixed-up fields show.
+// Values for records and arguments. They differ in every field, so that a test notices swapped fields.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +25,7 @@ private:
         if constexpr (std::is_same_v<T, bool>) {
             value = ++counter_ % 2 != 0;
         } else if constexpr (std::is_enum_v<T> || std::is_arithmetic_v<T>) {
-            value = static_cast<T>(++counter_ * 0x81030507U); // every byte used, either sign
+            value = static_cast<T>(++counter_ * 0x81030507U); // sets every byte, with either sign
         } else {
             std::apply([&](const auto&... field) { (fill(value.*field.plain), ...); }, T::Flat::fields());
         }

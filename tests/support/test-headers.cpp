@@ -1,2 +1,2 @@
-// The program whose precompiled headers all tests use.
+// All tests use the precompiled headers of this program.
 int main() {}

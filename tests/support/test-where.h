@@ -1,4 +1,4 @@
-// Tests that exist only where they can apply, so that a run counts none that did nothing.
+// Defines tests only where they apply, so that no test is skipped at run time.
 #pragma once
 
 #include <cstdint>
@@ -7,23 +7,23 @@
 
 namespace support {
 
-// Where pointers are as short as flat ones, flat blocks come from malloc and have no limit.
+// Where pointers are as short as flat pointers, flat blocks come from malloc and have no limit.
 inline constexpr bool flatMemoryIsLimited = sizeof(void*) > sizeof(std::uint32_t);
 
-// The preset with the address sanitizer checks the types of objects, too: that check reads memory through a pipe, and
-// without descriptors for the pipe it takes every object for a wrong one.
+// The preset with the address sanitizer also checks the types of objects. That check reads memory through a pipe;
+// without descriptors for the pipe it reports every object as wrong.
 #ifdef __SANITIZE_ADDRESS__
 inline constexpr bool runsWithoutDescriptors = false;
 #else
 inline constexpr bool runsWithoutDescriptors = true;
 #endif
 
-// Who can be another user, give files away and mount.
+// Root can become another user, change the owner of files, and mount.
 inline bool isRoot() { return geteuid() == 0; }
 
 } // namespace support
 
-// As TEST_F; without the condition, which is evaluated before main, there is no such test.
+// Like TEST_F, but the test exists only if the condition holds. The condition is evaluated before main.
 #define TEST_F_WHERE(condition, Fixture, Name)                                                                     \
     class Fixture##_##Name##_Test : public Fixture {                                                               \
         void TestBody() override;                                                                                  \

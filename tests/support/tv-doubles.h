@@ -1,4 +1,4 @@
-// A client and a service of the TV interfaces that write down what they are called with.
+// A client and a service of the TV interfaces that record their calls.
 #pragma once
 
 #include <genrpc/json.h>
@@ -18,8 +18,7 @@ struct Call {
     frame::TransportInfo transport;
 };
 
-// What every method of a double does: writes the call down, runs the test's hook, answers the test's result. For one
-// thread.
+// Every method of a double records the call, runs the test's hook and returns the test's result. Not thread-safe.
 struct Recorder {
     std::vector<Call> calls;
     std::function<void(frame::MsgIds&)> then;
@@ -44,7 +43,7 @@ public:
     TVSERVICE_NOTIFICATIONS(SUPPORT_RECORD)
 };
 
-// Its registry takes every client; what its methods answer is `result` as well.
+// Its registry accepts every client. Its methods also return `result`.
 class RecordingTvService : public tvservice::ServiceInterface, public Recorder {
 public:
     TVSERVICE_REQUESTS(SUPPORT_RECORD)

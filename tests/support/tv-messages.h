@@ -11,7 +11,7 @@
 namespace support {
 
 template <class... T> struct TypeList { static constexpr std::size_t size = sizeof...(T); };
-// For lists: the first parameter stands before the first comma.
+// The macros below put a comma before each type. The first parameter, void, precedes the first comma.
 template <class, class... T> using ListOf = TypeList<T...>;
 
 #define SUPPORT_TV_RECORD(family, Record, FIELDS) , tvservice::Record
@@ -37,7 +37,7 @@ template <class T> constexpr const char* nameOf() {
         return T::name;
 }
 
-// Calls use.operator()<T>() for each type; a failure inside says for which.
+// Calls use.operator()<T>() for each type. A failure inside names the type.
 template <class... T, class Use> void forEach(TypeList<T...>, Use use) {
     const auto one = [&]<class Type>() {
         SCOPED_TRACE(nameOf<Type>());
@@ -46,7 +46,7 @@ template <class... T, class Use> void forEach(TypeList<T...>, Use use) {
     (one.template operator()<T>(), ...);
 }
 
-// The method of the TV interfaces that a message is.
+// The method of the TV interfaces for a message.
 template <class Message> struct Method;
 #define SUPPORT_METHOD(Interface, Name, method_)                        \
     template <> struct Method<tvservice::messages::Name> {              \

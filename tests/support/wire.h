@@ -1,4 +1,4 @@
-// Messages as they travel, and back, in this machine's byte order and in the other one.
+// Converts messages to wire bytes and back, in this machine's byte order and in the other one.
 #pragma once
 
 #include <genrpc/message.h>
@@ -21,7 +21,7 @@ inline std::string marshalled(const vdl::EndianTable& table, const void* form) {
     return std::string(wire.data(), wire.size());
 }
 
-// The flat form of a message that arrived. swap: it was made in the other byte order.
+// The flat form of a received message. swap: the sender has the other byte order.
 inline FlatBlock received(const vdl::EndianTable& table, const std::string& wire, bool swap) {
     FlatBlock block(static_cast<char*>(vdlFlatAlloc(wire.size())), vdlFlatFree);
     std::memcpy(block.get(), wire.data(), wire.size());
@@ -59,13 +59,13 @@ inline void reverseForm(const vdl::EndianTable& table, std::string& wire, std::s
 
 } // namespace details
 
-// The message as a machine of the other byte order would send it.
+// The message as a machine with the other byte order would send it.
 inline std::string reversed(const vdl::EndianTable& table, std::string wire) {
     details::reverseForm(table, wire, 0);
     return wire;
 }
 
-// The flat body of a message, as a handler gets it.
+// The flat body of a message, as a handler receives it.
 template <class Message> class FlatBody {
 public:
     explicit FlatBody(const typename Message::Body::Arguments& arguments)
@@ -82,15 +82,15 @@ template <class Message> std::string wireOf(const typename Message::Body::Argume
     return marshalled(*Message::table(), FlatBody<Message>(arguments).get());
 }
 
-// A message's arguments, and a record, as they are after they travelled.
+// A message's arguments, or a record, after encoding and decoding.
 template <class Message>
-typename Message::Body::Arguments afterTravel(const typename Message::Body::Arguments& arguments, bool otherOrder) {
+typename Message::Body::Arguments roundTripped(const typename Message::Body::Arguments& arguments, bool otherOrder) {
     const std::string wire = wireOf<Message>(arguments);
     const FlatBlock body =
         received(*Message::table(), otherOrder ? reversed(*Message::table(), wire) : wire, otherOrder);
     return Message::Body::read(body.get());
 }
-template <class Record> Record afterTravel(const Record& record, bool otherOrder) {
+template <class Record> Record roundTripped(const Record& record, bool otherOrder) {
     using Form = typename Record::Flat;
     Form form(record);
     const std::string wire = marshalled(*Form::table(), &form);

@@ -1,4 +1,4 @@
-// What the adapter passes to the TV service and from it to the applications, and its starts with services missing.
+// What the adapter passes from applications to the TV service and back, and how it starts when services are missing.
 #include "client-objects.h"
 #include "support/adapter-process.h"
 #include "support/log-texts.h"
@@ -32,7 +32,7 @@ const frame::TransportInfo transport{5, {6, 7}};
 
 template <class Message> auto sampleOf() { return support::Samples().next<typename Message::Body::Arguments>(); }
 
-// One call as expected: this message with its sample, the caller's ids, the transport above.
+// Expects one call of this message, with its sample, the caller's ids and the transport above.
 template <class Message> void expectOneCall(const support::Recorder& recorder) {
     ASSERT_THAT(recorder.calls, SizeIs(1));
     const support::Call& call = recorder.calls.front();
@@ -88,7 +88,7 @@ TEST_F(EveryNotification, ReachesEveryClientUnchangedAndIsNotLogged) {
     addAll();
     const host::LogCapture log{{genrpc::AdapterLog, genrpc::ManagerLog}};
     support::forEach(support::TvNews{}, [&]<class Message>() {
-        EXPECT_EQ(deliver<Message>(), 0) << "whatever the clients answer";
+        EXPECT_EQ(deliver<Message>(), 0) << "regardless of the clients' results";
         for (const auto& client : clients) expectOneCall<Message>(*client);
     });
     EXPECT_THAT(textsOf(log), IsEmpty());
@@ -103,7 +103,7 @@ TEST_F(EveryNotification, ReachesNoClientThatWasRemoved) {
     });
 }
 
-TEST_F(EveryNotification, HoldsTheRegistryStillWhileItCallsTheClients) {
+TEST_F(EveryNotification, LocksTheRegistryWhileItCallsTheClients) {
     object.addClient(clients[0]);
     clients[0]->then = [&](frame::MsgIds&) { EXPECT_FALSE(isFree(object)); };
     support::forEach(support::TvNews{}, [&]<class Message>() {
@@ -115,7 +115,7 @@ TEST_F(EveryNotification, HoldsTheRegistryStillWhileItCallsTheClients) {
     EXPECT_TRUE(isFree(object));
 }
 
-TEST_F(EveryNotification, EndsAtAClientThatThrowsAndGivesTheLockBack) {
+TEST_F(EveryNotification, StopsAtAClientThatThrowsAndReleasesTheLock) {
     addAll();
     clients[1]->then = [](frame::MsgIds&) { throw std::runtime_error("client"); };
     support::forEach(support::TvNews{}, [&]<class Message>() {
@@ -157,7 +157,7 @@ protected:
     frame::MsgIds ids{11, 12};
 };
 
-TEST_F(EveryRequest, PassesUnchangedToTheTvServiceAndReturnsItsResult) {
+TEST_F(EveryRequest, IsPassedUnchangedToTheTvServiceAndReturnsItsResult) {
     service.result = -42;
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         if constexpr (isForwarded<Message>) {
@@ -167,7 +167,7 @@ TEST_F(EveryRequest, PassesUnchangedToTheTvServiceAndReturnsItsResult) {
     });
 }
 
-TEST_F(EveryRequest, HandsTheServiceTheCallersOwnIds) {
+TEST_F(EveryRequest, PassesTheCallersIdsToTheService) {
     service.then = [this](frame::MsgIds& seen) { EXPECT_EQ(&seen, &ids); };
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         if constexpr (isForwarded<Message>) request<Message>();
@@ -191,7 +191,8 @@ TEST_F(EveryRequest, LogsOneLineExceptForThreeThatLogNone) {
             }
         }
     });
-    EXPECT_EQ(logged, support::TvRequests::size - silent.size() - 1) << "and the play request";
+    EXPECT_EQ(logged, support::TvRequests::size - silent.size() - 1)
+        << "all requests but the silent ones and the play request";
 }
 
 TEST_F(EveryRequest, ToPlayGoesToTheResourceManager) {
@@ -205,11 +206,12 @@ TEST_F(EveryRequest, ToPlayGoesToTheResourceManager) {
 
 // ---- answers ----
 
-TEST_F(EveryNotification, IsDeliveredHereExceptTheAnswer) {
+TEST_F(EveryNotification, IsDeliveredByTheClientObjectUnlessItIsAnAnswer) {
     addAll();
     const host::LogCapture log{{genrpc::AdapterLog}};
     EXPECT_EQ(deliver<messages::TvServiceInfo>(), 0);
-    for (const auto& client : clients) EXPECT_THAT(client->calls, IsEmpty()) << "no manager knows this object";
+    for (const auto& client : clients)
+        EXPECT_THAT(client->calls, IsEmpty()) << "no manager is connected to this object";
     EXPECT_THAT(textsOf(log), ElementsAre("tvservice-adapter.cpp:tvServiceInfo(): Called."));
 }
 
@@ -217,7 +219,7 @@ const std::vector<TvServiceInfo_t> threeAnswers{{{1, 2}, 0, "uri 1", "uuid 1", "
                                                 {{3, 4}, -5, "uri 2", "uuid 2", "ancestor 2", "second"},
                                                 {{5, 6}, 7, "uri 3", "uuid 3", "ancestor 3", "third"}};
 
-// One delivery of the three answers as it reaches a client from the manager.
+// The three answers as the manager delivers them to a client.
 void expectThreeAnswers(const support::Call& call) {
     EXPECT_EQ(call.message, messages::TvServiceInfo::name);
     EXPECT_EQ(call.arguments, genrpc::argumentsToJson<messages::TvServiceInfo>(threeAnswers));
@@ -262,7 +264,7 @@ static_assert(!std::is_base_of_v<ServiceInterface, ModelTvServiceAdapter>);
 
 // ---- starting ----
 
-TEST(AdapterStart, WithoutTheTvServiceMakesTheMmServicesClientOnly) {
+TEST(AdapterStart, CreatesOnlyTheMmClientWithoutTheTvService) {
     MmService mm;
     auto& adapter = newAdapter();
     const host::LogCapture log{{genrpc::AdapterLog}};
@@ -276,7 +278,7 @@ TEST(AdapterStart, WithoutTheTvServiceMakesTheMmServicesClientOnly) {
                 testing::StartsWith("tvservice-adapter.cpp:performStarting(): mmservice-interface pointer = "));
 }
 
-TEST(AdapterStart, WithoutTheMmServiceMakesTheTvServicesClientOnly) {
+TEST(AdapterStart, CreatesOnlyTheTvClientWithoutTheMmService) {
     TvService tv;
     auto& adapter = newAdapter();
     const host::LogCapture log{{genrpc::AdapterLog}};
@@ -292,11 +294,11 @@ TEST(AdapterStart, WithoutTheMmServiceMakesTheTvServicesClientOnly) {
     EXPECT_EQ(adapter.addClient(application), 0);
     frame::MsgIds ids{11, 12};
     tv.clients[0]->tvServiceInfo(ids, transport, threeAnswers);
-    ASSERT_THAT(application->calls, SizeIs(1)) << "answers come through";
+    ASSERT_THAT(application->calls, SizeIs(1)) << "the application receives answers";
     expectThreeAnswers(application->calls[0]);
 }
 
-TEST(AdapterStart, WithBothServicesFindsTheTvServiceFirst) {
+TEST(AdapterStart, LooksUpTheTvServiceFirst) {
     TvService tv;
     MmService mm;
     auto& adapter = newAdapter();
@@ -308,7 +310,7 @@ TEST(AdapterStart, WithBothServicesFindsTheTvServiceFirst) {
                             testing::StartsWith(place + "mmservice-interface pointer = ")));
 }
 
-TEST(AdapterStart, AgainMakesNewClientObjectsButNoSecondCommandAndLooksNothingUp) {
+TEST(AdapterStart, CreatesOnlyNewClientObjectsTheSecondTime) {
     TvService tv;
     MmService mm;
     auto& adapter = newAdapter();
@@ -327,7 +329,7 @@ TEST(AdapterStart, AgainMakesNewClientObjectsButNoSecondCommandAndLooksNothingUp
     EXPECT_EQ(adapter.addClient(application), 0) << "the new registry is empty";
     frame::MsgIds ids;
     for (const auto& client : tv.clients) client->tvServiceFoundNewOadPacket(ids, transport, 1);
-    EXPECT_THAT(application->calls, SizeIs(2)) << "once for each start";
+    EXPECT_THAT(application->calls, SizeIs(2)) << "one answer per start";
     application->calls.clear();
     tv.clients[1]->tvServiceInfo(ids, transport, threeAnswers);
     EXPECT_THAT(application->calls, SizeIs(2)) << "an answer as well";

@@ -1,5 +1,5 @@
-// The adapter's side when memory runs out: at every allocation of every call from above and of every message from
-// below.
+// The adapter when memory runs out, at every allocation of every call by an application and of every message from a
+// service.
 #include "app-mmservice-proxy-main.h"
 #include "app-tvservice-proxy-main.h"
 #include "client-objects.h"
@@ -27,7 +27,7 @@ using namespace shortage_test;
 
 // ---- requests ----
 
-// Proxies whose services do not run, so that what is sent waits in the queue.
+// Proxies whose services do not run, so that messages stay in the queue.
 class RequestWithoutMemory : public queue_test::MessageQueue {
 protected:
     RequestWithoutMemory() {
@@ -40,17 +40,17 @@ protected:
     }
     std::uint64_t queued() const { return client->statistics()[0].queued + client->statistics()[1].queued; }
 
-    // request at every shortage: refused, with nothing queued and nothing left over, until it is queued whole.
+    // Calls request at every shortage. It must fail, queue nothing and leak nothing, until it is queued as a whole.
     template <class Request> void expectAllOrNothing(const Request& request) {
-        request(); // what is made at first use and kept
+        request(); // creates objects that are kept after the first use
         const std::uint64_t before = queued();
         failAtEveryAllocation(request, [&] { EXPECT_EQ(queued(), before); });
         EXPECT_EQ(queued(), before + 1);
-        // Again, without what the queue has taken for itself meanwhile.
+        // Again, because the queue has allocated memory of its own meanwhile.
         const Held held;
         const long failures = failAtEveryAllocation(request, [&] { expectHeld(held); });
         EXPECT_EQ(queued(), before + 2) << "after " << failures << " failures";
-        // And with all the memory there is but for one allocation.
+        // And with a single allocation that fails.
         std::uint64_t expected = queued();
         EXPECT_GT(runShortAtEveryAllocation(Shortage::Passing, request,
                                             [&](bool taken) {
@@ -66,7 +66,7 @@ protected:
     mmservice::Proxy mmProxy;
 };
 
-TEST_F(RequestWithoutMemory, IsRefusedWholeAndTakenTheNextTime) {
+TEST_F(RequestWithoutMemory, FailsWithoutEffectAndSucceedsTheNextTime) {
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         const auto arguments = sampleOf<Message>();
         expectAllOrNothing(
@@ -74,14 +74,14 @@ TEST_F(RequestWithoutMemory, IsRefusedWholeAndTakenTheNextTime) {
     });
 }
 
-TEST_F(RequestWithoutMemory, ToTheMmServiceIsRefusedWholeAndTakenTheNextTime) {
+TEST_F(RequestWithoutMemory, ToTheMmServiceFailsWithoutEffectAndSucceedsTheNextTime) {
     const auto arguments = sampleOf<mmservice::messages::MmServiceReq>();
     expectAllOrNothing([&] { return mmProxy.mmServiceReq(ids, transport, std::get<0>(arguments)); });
 }
 
 // ---- messages ----
 
-// A proxy, what is bound to its messages, and two clients.
+// A proxy, the handlers of its messages, and two clients.
 template <class Proxy, class Client> struct Receiving {
     Receiving() {
         proxy.setOmqIOModule(&module);
@@ -89,21 +89,21 @@ template <class Proxy, class Client> struct Receiving {
         proxy.addClient(first);
         proxy.addClient(second);
     }
-    template <class Message> void expectHeardTheNextTime() {
+    template <class Message> void expectDeliveredNextTime() {
         const support::FlatBody<Message> body(sampleOf<Message>());
         const auto deliver = [&] { module.deliver<Message>(body); };
         deliver();
         for (const Shortage shortage : shortages) {
             first->calls = second->calls = 0;
-            unsigned heard = 0;
+            unsigned deliveries = 0;
             const Held held;
-            const long failures = runShortAtEveryAllocation(shortage, deliver, [&](bool through) {
+            const long failures = runShortAtEveryAllocation(shortage, deliver, [&](bool succeeded) {
                 expectHeld(held);
-                if (through) ++heard;
-                EXPECT_EQ(second->calls, heard) << "after the first client's share there is none for the second";
+                if (succeeded) ++deliveries;
+                EXPECT_EQ(second->calls, deliveries) << "no memory for the second client after the first one's copy";
             });
             EXPECT_GT(failures, 0) << "nothing was allocated, so nothing was tested";
-            EXPECT_EQ(heard, 1U);
+            EXPECT_EQ(deliveries, 1U);
             EXPECT_TRUE(Message::Body::read(body.get()) == sampleOf<Message>()) << "the message has changed";
         }
     }
@@ -113,19 +113,20 @@ template <class Proxy, class Client> struct Receiving {
     const boost::shared_ptr<Client> first = boost::make_shared<Client>(), second = boost::make_shared<Client>();
 };
 
-TEST(MessageWithoutMemory, LeavesNothingBehindAndTheNextOneIsHeard) {
+TEST(MessageWithoutMemory, LeaksNothingAndTheNextOneIsDelivered) {
     Receiving<tvservice::Proxy, CountingTvClient> receiving;
-    support::forEach(support::TvNotifications{}, [&]<class Message>() { receiving.expectHeardTheNextTime<Message>(); });
+    support::forEach(support::TvNotifications{},
+                     [&]<class Message>() { receiving.expectDeliveredNextTime<Message>(); });
 }
 
-TEST(MessageWithoutMemory, OfTheMmServiceLeavesNothingBehindAndTheNextOneIsHeard) {
+TEST(MessageWithoutMemory, OfTheMmServiceLeaksNothingAndTheNextOneIsDelivered) {
     Receiving<mmservice::Proxy, CountingMmClient> receiving;
-    receiving.expectHeardTheNextTime<mmservice::messages::MmServiceInfo>();
+    receiving.expectDeliveredNextTime<mmservice::messages::MmServiceInfo>();
 }
 
 // ---- records ----
 
-// A record whose strings are too long to take no memory.
+// Makes the strings of a record so long that they need allocations.
 template <class T> void lengthen(T& value) {
     if constexpr (std::is_same_v<T, std::string>) {
         value += std::string(40, 'x');
@@ -136,7 +137,7 @@ template <class T> void lengthen(T& value) {
     }
 }
 
-TEST(RecordWithoutMemory, IsReadWholeOrNotAtAll) {
+TEST(RecordWithoutMemory, IsReadCompletelyOrNotAtAll) {
     const auto expect = []<class Record>() {
         auto record = support::Samples().next<Record>();
         lengthen(record);
@@ -150,7 +151,7 @@ TEST(RecordWithoutMemory, IsReadWholeOrNotAtAll) {
     support::forEach(support::StatusRecords{}, expect);
 }
 
-// Gives back what a form has when it is done with.
+// Releases a form when it goes out of scope.
 template <class Form> class Owned {
 public:
     explicit Owned(Form& form) : form_(form) {}
@@ -162,7 +163,7 @@ private:
     Form& form_;
 };
 
-TEST(RecordWithoutMemory, BecomesAFlatFormWholeOrNotAtAll) {
+TEST(RecordWithoutMemory, IsFlattenedCompletelyOrNotAtAll) {
     long failures = 0;
     const auto expect = [&]<class Record>() {
         using Form = typename Record::Flat;
@@ -207,15 +208,15 @@ void destroy(void** members) {
     std::free(members);
 }
 
-TEST(EntryWithoutMemory, LeavesNoMemberBehind) {
+TEST(EntryWithoutMemory, LeaksNoMember) {
     for (const Shortage shortage : shortages) {
         void** members = nullptr;
         const Held held;
         const long failures = runShortAtEveryAllocation(
             shortage, [&] { members = CreateTvMmService(); },
-            [&](bool through) {
-                EXPECT_EQ(members != nullptr, through);
-                if (through) destroy(members);
+            [&](bool succeeded) {
+                EXPECT_EQ(members != nullptr, succeeded);
+                if (succeeded) destroy(members);
                 members = nullptr;
                 expectHeld(held);
             });
@@ -236,19 +237,19 @@ TEST_P(AdapterWithoutMemory, FailsToStartAndStartsTheNextTime) {
     int result = -100;
     const long failures = runShortAtEveryAllocation(
         GetParam(), [&] { result = adapter.start(); },
-        [&](bool through) {
-            EXPECT_EQ(result, through ? 0 : -100);
+        [&](bool succeeded) {
+            EXPECT_EQ(result, succeeded ? 0 : -100);
             result = -100;
         });
-    // The manager, its worker and the command are made once, so a second run in a process finds them.
-    EXPECT_GT(failures, GetParam() == Shortage::Lasting ? 5 : 3) << "the client objects, and what is made once";
+    // The manager, its worker and the command are created once per process, so a second run does not create them again.
+    EXPECT_GT(failures, GetParam() == Shortage::Lasting ? 5 : 3) << "the client objects, and the objects created once";
 
     const auto application = boost::make_shared<CountingTvClient>();
     EXPECT_EQ(adapter.addClient(application), 0);
     frame::MsgIds ids{11, 12};
     const auto answers = sampleOf<tvservice::messages::TvServiceInfo>();
     tv.clients.back()->tvServiceInfo(ids, {}, std::get<0>(answers));
-    EXPECT_EQ(application->calls, 1U) << "answers come through";
+    EXPECT_EQ(application->calls, 1U) << "the application receives answers";
     EXPECT_EQ(support::FakeShell::get().run("pathswitch :s", "neither"), 0);
     EXPECT_EQ(adapter.removeClient(application), 0);
     EXPECT_EQ(adapter.stop(), 0);
@@ -258,11 +259,11 @@ INSTANTIATE_TEST_SUITE_P(InAll, AdapterWithoutMemory, testing::ValuesIn(shortage
 
 // ---- clients ----
 
-// A list of clients that cannot grow: no client is lost or half added. Each registry has a list of its own.
+// When the list of clients cannot grow, no client is lost or half added. Each registry has its own list.
 template <class Registry, class Client> void expectClientsKept(Shortage shortage) {
     Registry registry;
     std::vector<boost::shared_ptr<Client>> known;
-    for (int i = 0; i < 9; ++i) { // over several of the list's sizes
+    for (int i = 0; i < 9; ++i) { // so that the list grows several times
         const auto client = boost::make_shared<Client>();
         int result = -100;
         const Held held;
@@ -279,10 +280,10 @@ template <class Registry, class Client> void expectClientsKept(Shortage shortage
     for (const auto& client : known) EXPECT_EQ(registry.removeClient(client), 0);
 }
 
-TEST(ClientWithoutMemory, IsAddedWholeOrNotAtAll) {
+TEST(ClientWithoutMemory, IsAddedCompletelyOrNotAtAll) {
     for (const Shortage shortage : shortages) {
-        const host::LogCapture log; // of those who do not find the client that was not added
-        if (shortage == Shortage::Passing) vdlDebugSetLevels("off"); // they can do without a line
+        const host::LogCapture log; // captures warnings about the client that was not added
+        if (shortage == Shortage::Passing) vdlDebugSetLevels("off"); // a failed log line does not fail the call
         expectClientsKept<tvservice::TvServiceClient, CountingTvClient>(shortage);
         expectClientsKept<tvservice::MmServiceClient, CountingMmClient>(shortage);
         expectClientsKept<tvservice::Proxy, CountingTvClient>(shortage);

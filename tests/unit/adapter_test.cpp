@@ -37,7 +37,7 @@ namespace {
 
 // ---- conversion ----
 
-TEST(Conversion, LeavesBehindWhatTheMmServiceDoesNotKnow) {
+TEST(Conversion, OmitsFieldsThatTheMmServiceDoesNotHave) {
     TvServiceReq_t request{{1, 2}, 3, 4, 5, "uri", "dropped", "uuid", "two", {"a", "b"}, "id", "three", "dropped", 99};
     std::vector<MMServiceReq_t> converted(5,
                                           MMServiceReq_t{{9, 9}, 9, 9, 9, "old", "old", "old", {"old"}, "old", "old"});
@@ -46,14 +46,14 @@ TEST(Conversion, LeavesBehindWhatTheMmServiceDoesNotKnow) {
                                        MMServiceReq_t{}));
 }
 
-TEST(Conversion, CarriesEveryFieldOfAnAnswer) {
+TEST(Conversion, CopiesEveryFieldOfAnAnswer) {
     std::vector<TvServiceInfo_t> converted(5);
     convertMmtoTv({MMServiceInfo_t{{1, 2}, -3, "uri", "uuid", "ancestor", "id"}, MMServiceInfo_t{}}, converted);
     EXPECT_THAT(converted,
                 ElementsAre(TvServiceInfo_t{{1, 2}, -3, "uri", "uuid", "ancestor", "id"}, TvServiceInfo_t{}));
 }
 
-TEST(Conversion, EmptiesTheOutputForAnEmptyInput) {
+TEST(Conversion, ClearsTheOutputForAnEmptyInput) {
     std::vector<MMServiceReq_t> requests(3);
     convertTvtoMm({}, requests);
     EXPECT_THAT(requests, SizeIs(0));
@@ -101,7 +101,7 @@ TEST_F(TvClientObject, DeliversToEveryClientInOrderOfRegistration) {
     EXPECT_EQ(order, "a2b2c2a0c0");
 }
 
-TEST_F(TvClientObject, AnswersMinusOneForClientsThatAreKnownAndUnknown) {
+TEST_F(TvClientObject, ReturnsMinusOneForDuplicateAndUnknownClients) {
     host::LogCapture log{{genrpc::AdapterLog}};
     const auto client = boost::make_shared<Client>(order);
     EXPECT_EQ(object.addClient(client), 0);
@@ -118,8 +118,8 @@ TEST_F(TvClientObject, AnswersMinusOneForClientsThatAreKnownAndUnknown) {
     EXPECT_EQ(lines[0].text.rfind("tvservice-adapter.cpp:", 0), 0U);
 }
 
-TEST_F(TvClientObject, TakesPointersOfDifferentOwnersToOneObjectForOneClient) {
-    const host::LogCapture log; // keeps its warnings off the output
+TEST_F(TvClientObject, TreatsPointersWithDifferentOwnersToOneObjectAsOneClient) {
+    const host::LogCapture log; // hides expected warnings
     Client client(order);
     const auto pointer = [&] { return boost::shared_ptr<Client>(&client, [](Client*) {}); };
     EXPECT_EQ(object.addClient(pointer()), 0);
@@ -130,7 +130,7 @@ TEST_F(TvClientObject, TakesPointersOfDifferentOwnersToOneObjectForOneClient) {
     EXPECT_EQ(object.removeClient(pointer()), -1);
 }
 
-TEST_F(TvClientObject, GivesItsLockBackWhenAClientThrows) {
+TEST_F(TvClientObject, ReleasesItsLockWhenAClientThrows) {
     object.addClient(boost::make_shared<Client>(order, "throws"));
     const auto later = boost::make_shared<Client>(order, "later");
     object.addClient(later);
@@ -148,12 +148,12 @@ template <class Registry, class Client> void expectClientsGivenBack(const boost:
     EXPECT_EQ(client.use_count(), 1);
 }
 
-TEST(ClientObjects, GiveTheirClientsBackWhenTheyEnd) {
+TEST(ClientObjects, ReleaseTheirClientsWhenDestroyed) {
     expectClientsGivenBack<TvServiceClient, ClientInterface>(boost::make_shared<ClientBase>());
     expectClientsGivenBack<MmServiceClient, mmservice::ClientInterface>(boost::make_shared<MmServiceClient>());
 }
 
-TEST(MmClientObject, KeepsItsRegistryLikeTheOtherOne) {
+TEST(MmClientObject, ManagesItsRegistryLikeTheTvClientObject) {
     class MmClient : public mmservice::ClientInterface {
         int mmServiceInfo(frame::MsgIds&, const frame::TransportInfo&, const std::vector<MMServiceInfo_t>&) override {
             return 0;
@@ -169,7 +169,7 @@ TEST(MmClientObject, KeepsItsRegistryLikeTheOtherOne) {
 
 // ---- the whole adapter, with services in the process ----
 
-// Registers a service as a proxy would and answers at once, from inside the request.
+// Registers a service as a proxy would. It answers at once, inside the request.
 template <class Interface, class Service = Interface> class Member : public frame::AbstractApplication, public Service {
 public:
     int registerAs(const char* key) {
@@ -213,7 +213,7 @@ public:
     std::vector<boost::shared_ptr<mmservice::ClientInterface>> clients;
 };
 
-// Waits for answers.
+// A client that waits for answers.
 class Application : public ClientBase {
 public:
     int tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&, const std::vector<TvServiceInfo_t>& infos) override {
@@ -222,7 +222,7 @@ public:
         changed_.notify_all();
         return 0;
     }
-    // The lists so far, once there are `count`; empty when they do not come.
+    // Waits until there are `count` lists and returns them; empty if they do not come.
     std::vector<std::vector<TvServiceInfo_t>> waitFor(std::size_t count) {
         std::unique_lock lock(mutex_);
         if (!changed_.wait_for(lock, std::chrono::seconds(10), [&] { return lists_.size() >= count; })) return {};
@@ -235,7 +235,8 @@ private:
     std::vector<std::vector<TvServiceInfo_t>> lists_;
 };
 
-// Everything here lives as long as the process, as in a receiver: the manager's worker keeps the services' addresses.
+// Everything here lives as long as the process, as in a receiver, because the manager's worker keeps the services'
+// addresses.
 struct Receiver {
     TvService tv;
     MmService mm;
@@ -243,7 +244,7 @@ struct Receiver {
 
     static Receiver& get() {
         static Receiver* const receiver = [] {
-            support::FakeShell::get(); // which the adapter finds when it starts
+            support::FakeShell::get(); // must exist before the adapter starts
             auto* made = new Receiver;
             made->adapter.attachProcess(*frame::Process::getInstance());
             EXPECT_EQ(made->adapter.setupDone(), 0);
@@ -261,7 +262,7 @@ TvServiceReq_t request(const std::string& uri) {
     return r;
 }
 
-TEST(Adapter, IsFoundByItsOwnAddress) {
+TEST(Adapter, IsRegisteredUnderItsOwnType) {
     boost::shared_ptr<frame::Interface> reference;
     ModelTvServiceAdapter* const adapter = &Receiver::get().adapter;
     ASSERT_EQ(frame::Process::getInstance()->getInterfaceReference(reference, "orvel.lm.interfaces.tvservice-wrapper"),
@@ -283,12 +284,12 @@ TEST(Adapter, StartsWithoutServicesThenFindsThemAndPlaysThroughThem) {
     }
     ASSERT_EQ(receiver.tv.registerAs(ServiceInterface::interfaceKey), 0);
     EXPECT_EQ(receiver.adapter.start(), 0);
-    EXPECT_THAT(receiver.tv.clients, SizeIs(1)) << "the TV service's client is made without the MM service";
+    EXPECT_THAT(receiver.tv.clients, SizeIs(1)) << "the TV service's client object does not need the MM service";
     EXPECT_EQ(receiver.adapter.stop(), 0);
     ASSERT_EQ(receiver.mm.registerAs(mmservice::ServiceInterface::interfaceKey), 0);
     host::LogCapture log{{genrpc::AdapterLog, genrpc::ManagerLog}};
     EXPECT_EQ(receiver.adapter.start(), 0);
-    EXPECT_THAT(receiver.tv.clients, SizeIs(2)) << "every start makes a new client object";
+    EXPECT_THAT(receiver.tv.clients, SizeIs(2)) << "every start creates a new client object";
     EXPECT_THAT(receiver.mm.clients, SizeIs(1));
 
     const auto application = boost::make_shared<Application>();
@@ -305,7 +306,7 @@ TEST(Adapter, StartsWithoutServicesThenFindsThemAndPlaysThroughThem) {
     EXPECT_EQ(receiver.adapter.removeClient(application), -1);
 }
 
-TEST(Entry, MakesTheProxiesAndTheAdapterInATerminatedArray) {
+TEST(Entry, ReturnsTheProxiesAndTheAdapterInATerminatedArray) {
     void** members = frameCreateApplicationArray();
     std::vector<std::string> types;
     for (int i = 0; members[i] != nullptr; ++i) {

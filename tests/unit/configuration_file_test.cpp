@@ -1,4 +1,4 @@
-// Errors in a configuration file are reported with their line; and what a process does that cannot use the file.
+// Errors in a configuration file are reported with their line. Also: what a process does if it cannot use the file.
 #include "support/configuration-folder.h"
 #include "support/test-where.h"
 
@@ -23,23 +23,23 @@ constexpr std::uint32_t module = 0x0300;
 
 class ConfigurationFile : public ConfigurationFolder {
 protected:
-    static std::string refusal() {
+    static std::string error() {
         try {
             host::checkConfiguration();
-            return "not refused";
+            return "no error";
         } catch (const host::ConfigurationError& error) {
             return error.what();
         }
     }
-    void expectRefused(const std::vector<std::pair<std::string, std::string>>& wrong) const {
+    void expectErrors(const std::vector<std::pair<std::string, std::string>>& wrong) const {
         for (const auto& [text, problem] : wrong) {
             const std::string path = configure(text);
-            EXPECT_EQ(refusal(), path + ':' + problem) << text;
+            EXPECT_EQ(error(), path + ':' + problem) << text;
         }
     }
 };
 
-TEST_F(ConfigurationFile, ThatIsNoTomlIsRefused) {
+TEST_F(ConfigurationFile, IsRejectedUnlessItIsToml) {
     for (const auto& [text, line] :
          std::vector<std::pair<std::string, std::string>>{{"[queue", ":1: "},
                                                           {"[queue]\nmessages = \n", ":2: "},
@@ -47,14 +47,14 @@ TEST_F(ConfigurationFile, ThatIsNoTomlIsRefused) {
                                                           {"a = \"\x1B[2J", ":1: "},
                                                           {"\n\xFF\xFE", ":2: "}}) {
         const std::string path = configure(text);
-        EXPECT_THAT(refusal(), StartsWith(path + line)) << text;
-        EXPECT_EQ(refusal().find_first_of("\n\x1B\xFF"), std::string::npos) << refusal();
+        EXPECT_THAT(error(), StartsWith(path + line)) << text;
+        EXPECT_EQ(error().find_first_of("\n\x1B\xFF"), std::string::npos) << error();
     }
 }
 
-TEST_F(ConfigurationFile, NamesWhatItsTablesMayHave) {
+TEST_F(ConfigurationFile, ListsTheKnownNamesWhenOneIsUnknown) {
     const std::string tables = "; known: endpoints, keys, remote, queue, run_log, flat_heap, log";
-    expectRefused({
+    expectErrors({
         {"\n[queues]\nmessages = 1\n", "2: unknown table \"queues\"" + tables},
         {"messages = 1\n", "1: unknown table \"messages\"" + tables},
         {"\"\" = 1\n", "1: unknown table \"\"" + tables},
@@ -71,9 +71,9 @@ TEST_F(ConfigurationFile, NamesWhatItsTablesMayHave) {
     });
 }
 
-TEST_F(ConfigurationFile, RefusesWrongNumbers) {
+TEST_F(ConfigurationFile, RejectsInvalidNumbers) {
     const std::string wanted = "queue.messages: not a number from 1 to 2147483647: ";
-    expectRefused({
+    expectErrors({
         {"[queue]\nmessages = \"many\"\n", "2: " + wanted + "\"many\""},
         {"[queue]\nmessages = 0\n", "2: " + wanted + "\"0\""},
         {"[queue]\nmessages = -1\n", "2: " + wanted + "\"-1\""},
@@ -88,12 +88,12 @@ TEST_F(ConfigurationFile, RefusesWrongNumbers) {
     });
 }
 
-TEST_F(ConfigurationFile, RefusesANumberInQuotes) {
-    expectRefused({{"[queue]\nmessages = \"12\"\n", "2: queue.messages: a text, not a number: \"12\""}});
+TEST_F(ConfigurationFile, RejectsANumberInQuotes) {
+    expectErrors({{"[queue]\nmessages = \"12\"\n", "2: queue.messages: a text, not a number: \"12\""}});
 }
 
-TEST_F(ConfigurationFile, RefusesWrongTexts) {
-    expectRefused({
+TEST_F(ConfigurationFile, RejectsInvalidTexts) {
+    expectErrors({
         {"[endpoints]\ntv = 7\n", "2: endpoints.tv: not a text: 7"},
         {"[endpoints]\ntv = \"\"\n", "2: endpoints.tv: not a text: \"\""},
         {"[endpoints]\ntv = { path = \"/x\" }\n", "2: endpoints.tv: not a text: a table"},
@@ -109,7 +109,7 @@ TEST_F(ConfigurationFile, RefusesWrongTexts) {
         {"[log]\nformat = false\n", "2: log.format: not a text: false"},
     });
     const std::string path = configure("[log]\nlevels = \"info,loud\"\n");
-    EXPECT_THAT(refusal(), StartsWith(path + ":2: log.levels: \"loud\": \"loud\" is no level"));
+    EXPECT_THAT(error(), StartsWith(path + ":2: log.levels: \"loud\": \"loud\" is no level"));
 }
 
 TEST_F(ConfigurationFile, MayNameEndpointsAndKeysOnlyWhenOnlyItsOwnerCanWriteIt) {
@@ -117,35 +117,35 @@ TEST_F(ConfigurationFile, MayNameEndpointsAndKeysOnlyWhenOnlyItsOwnerCanWriteIt)
                              "\n\nkeys.clients = []\n", "\n[keys.services]\ntv = \"k\"\n"})
         for (const mode_t mode : {0664U, 0646U, 0666U}) {
             const std::string path = configure(text, mode);
-            EXPECT_THAT(refusal(), AllOf(StartsWith(path + ":3: "),
-                                         HasSubstr(": other users may write to this file (wanted: mode 0644)")))
+            EXPECT_THAT(error(), AllOf(StartsWith(path + ":3: "),
+                                       HasSubstr(": other users may write to this file (wanted: mode 0644)")))
                 << text;
             configure(text, 0644);
-            EXPECT_EQ(refusal(), "not refused") << text;
+            EXPECT_EQ(error(), "no error") << text;
         }
     configure("[queue]\nmessages = 1\n", 0666);
-    EXPECT_EQ(refusal(), "not refused");
+    EXPECT_EQ(error(), "no error");
 }
 
-TEST_F(ConfigurationFile, ThatCannotBeReadIsRefused) {
+TEST_F(ConfigurationFile, IsRejectedWhenItCannotBeRead) {
     setenv("TVSA_CONFIG", folder.c_str(), 1);
-    EXPECT_EQ(refusal(), folder + ": not a file");
+    EXPECT_EQ(error(), folder + ": not a file");
     const std::string pipe = folder + "/pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     setenv("TVSA_CONFIG", pipe.c_str(), 1);
-    EXPECT_EQ(refusal(), pipe + ": not a file");
+    EXPECT_EQ(error(), pipe + ": not a file");
     const std::string loop = folder + "/loop";
     std::filesystem::create_symlink(loop, loop);
     setenv("TVSA_CONFIG", loop.c_str(), 1);
-    EXPECT_EQ(refusal(), loop + ": cannot be read: Too many levels of symbolic links");
+    EXPECT_EQ(error(), loop + ": cannot be read: Too many levels of symbolic links");
     setenv("TVSA_CONFIG", "/dev/zero", 1);
-    EXPECT_EQ(refusal(), "/dev/zero: longer than 1048576 bytes");
+    EXPECT_EQ(error(), "/dev/zero: longer than 1048576 bytes");
     setenv("TVSA_CONFIG", "/dev/null", 1);
-    EXPECT_EQ(refusal(), "not refused");
+    EXPECT_EQ(error(), "no error");
 }
 
-// The parser's tree takes stack for each level.
-TEST_F(ConfigurationFile, ThatIsNestedTooDeepIsRefused) {
+// Each level of the parser's tree uses stack.
+TEST_F(ConfigurationFile, IsRejectedWhenNestedTooDeeply) {
     const auto repeated = [](const std::string& text, int times) {
         std::string all;
         for (int i = 0; i < times; ++i) all += text;
@@ -153,7 +153,7 @@ TEST_F(ConfigurationFile, ThatIsNestedTooDeepIsRefused) {
     };
     const std::string problem = "nested more than 16 levels deep";
     for (const int levels : {17, 60000})
-        expectRefused({
+        expectErrors({
             {"\na" + repeated(".a", levels) + " = 1\n", "2: " + problem},
             {"[" + repeated("a.", levels) + "a]\n", "1: " + problem},
             {"[[" + repeated("\"a\".", levels) + "a]]\n", "1: " + problem},
@@ -168,35 +168,36 @@ TEST_F(ConfigurationFile, ThatIsNestedTooDeepIsRefused) {
         });
 }
 
-TEST_F(ConfigurationFile, CountsOnlyWhatNests) {
+TEST_F(ConfigurationFile, CountsOnlyNestedLevels) {
     const std::string many = std::string(40, '.') + std::string(40, '[');
     configure("# " + many + "\nlog.levels = \"warning\" # " + many + "\n[endpoints]\ntv = \"/\\\"" + many +
               "\"\nmm = '/" + many + "'\n[keys]\nclients = [\n\"\"\"\n" + many + "\"\"\"\"\", '''" + many +
               "''']\n[keys.services]\na.b = 1\n");
-    EXPECT_THAT(refusal(), testing::EndsWith(":11: keys.services.a: not a text: a table")) << "all before it was read";
+    EXPECT_THAT(error(), testing::EndsWith(":11: keys.services.a: not a text: a table"))
+        << "everything before it was accepted";
 }
 
-TEST_F(ConfigurationFile, IsQuotedInPart) {
+TEST_F(ConfigurationFile, IsQuotedOnlyInPartWhenAValueIsLong) {
     std::string umlauts;
-    for (int i = 0; i < 150; ++i) umlauts += "\u00e4"; // of two bytes each
+    for (int i = 0; i < 150; ++i) umlauts += "\u00e4"; // two bytes each
     const std::string rest = " bytes) is neither text nor json";
-    expectRefused(
+    expectErrors(
         {{"log.format = \"" + std::string(900000, 'x') + "\"\n",
           "1: log.format: \"" + std::string(200, 'x') + "...\" (900000" + rest},
          {"log.format = \"x" + umlauts + "\"\n", "1: log.format: \"x" + umlauts.substr(0, 198) + "...\" (301" + rest}});
 }
 
-TEST_F(ConfigurationFile, IsLookedForBelowWhatIsNoFolder) {
+TEST_F(ConfigurationFile, MayBeMissingBelowAPathThatIsNotAFolder) {
     setenv("XDG_CONFIG_HOME", write("file", "").c_str(), 1);
-    EXPECT_EQ(refusal(), "not refused");
+    EXPECT_EQ(error(), "no error");
 }
 
-// What a process starts with and reads once is looked at in a new one.
+// A process reads these settings once, so each test starts a new process.
 class WrongConfigurationFile : public ConfigurationFile {
 protected:
     WrongConfigurationFile() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
 
-    // The new process has made a folder of its own.
+    // Removes the folder, which the new process created for itself.
     [[noreturn]] void end(bool asExpected = true) const {
         std::filesystem::remove_all(folder);
         std::exit(asExpected ? 0 : 1);
@@ -208,7 +209,7 @@ protected:
     }
 };
 
-TEST_F(WrongConfigurationFile, IsReportedWithTheFirstLineOfTheLogWhichGoesOn) {
+TEST_F(WrongConfigurationFile, IsReportedWithTheFirstLogLineAndLoggingContinues) {
     configure("[log]\nlevels = \"off\"\nformat = \"xml\"\n");
     EXPECT_EXIT(
         {
@@ -221,7 +222,7 @@ TEST_F(WrongConfigurationFile, IsReportedWithTheFirstLineOfTheLogWhichGoesOn) {
                       "used\n[^\n]*warning: first\n[^\n]*warning: second\n$"));
 }
 
-TEST_F_WHERE(support::flatMemoryIsLimited, WrongConfigurationFile, LeavesFlatHeapAndRunLogWithTheBuiltInSize) {
+TEST_F_WHERE(support::flatMemoryIsLimited, WrongConfigurationFile, LeavesFlatHeapAndRunLogAtTheirBuiltInSizes) {
     configure("[queue]\nmessages = \"many\"\n[flat_heap]\nmegabytes = 32\n");
     setenv("STATE_DIRECTORY", (folder + "/state").c_str(), 1);
     EXPECT_EXIT(
@@ -236,7 +237,7 @@ TEST_F_WHERE(support::flatMemoryIsLimited, WrongConfigurationFile, LeavesFlatHea
             "used\n"));
 }
 
-TEST_F(WrongConfigurationFile, HidesNothingWhenItIsRight) {
+TEST_F(WrongConfigurationFile, IsNotReportedWhenItIsValid) {
     configure("[log]\nlevels = \"off,0x0300=warning\"\nformat = \"json\"\n[flat_heap]\nmegabytes = 32\n");
     EXPECT_EXIT(
         {

@@ -1,4 +1,4 @@
-// Where a setting's value comes from, and what it can be.
+// Where the value of a setting comes from, and which values are valid.
 #include "settings/file.h"
 #include "settings/known-settings.h"
 #include "settings/number.h"
@@ -34,10 +34,10 @@ using testing::Optional;
 
 using Configuration = ConfigurationFolder;
 
-template <typename Call> std::string refusalOf(const Call& call) {
+template <typename Call> std::string errorOf(const Call& call) {
     try {
         call();
-        return "not refused";
+        return "no error";
     } catch (const host::ConfigurationError& error) {
         return error.what();
     }
@@ -63,7 +63,7 @@ TEST_F(Configuration, HasTheBuiltInValuesWithoutFileAndVariables) {
         EXPECT_EQ(setting(name), std::nullopt) << name;
 }
 
-TEST_F(Configuration, TakesAValueFromTheFileWithItsLine) {
+TEST_F(Configuration, ReadsAValueFromTheFileWithItsLine) {
     const std::string path = configure("# limits\n[queue]\nmessages = 12\n\nbytes = 0x10_00\n");
     EXPECT_THAT(setting("queue.messages"), Optional(Setting{"12", path + ":3"}));
     EXPECT_THAT(setting("queue.bytes"), Optional(Setting{"4096", path + ":5"}));
@@ -71,7 +71,7 @@ TEST_F(Configuration, TakesAValueFromTheFileWithItsLine) {
     EXPECT_EQ(host::QueueLimits::fromConfiguration().messages, 12U);
 }
 
-TEST_F(Configuration, TakesAVariableBeforeTheFile) {
+TEST_F(Configuration, PrefersAVariableToTheFile) {
     configure("[queue]\nmessages = 12\n");
     setenv("TVSA_QUEUE_MESSAGES", "13", 1);
     EXPECT_THAT(setting("queue.messages"), Optional(Setting{"13", "TVSA_QUEUE_MESSAGES"}));
@@ -85,7 +85,7 @@ TEST_F(Configuration, IgnoresAnEmptyVariable) {
     EXPECT_EQ(valueOf("queue.messages"), "1024");
 }
 
-TEST_F(Configuration, KnowsEveryServicesEndpointAndKey) {
+TEST_F(Configuration, HasAnEndpointAndAKeyForEveryService) {
     const std::string path = configure(
         "[endpoints]\ntvservice = \"tcp://host:7\"\nframe-test_2 = \"/x\"\n[keys.services]\ntvservice = \"k\"\n");
     setenv("TVSA_ENDPOINT_MMSERVICE", "/there", 1);
@@ -100,16 +100,16 @@ TEST_F(Configuration, KnowsEveryServicesEndpointAndKey) {
     EXPECT_EQ(host::endpointOf("frame-test_2"), "/x");
 }
 
-TEST_F(Configuration, LimitsThePathOfASocketOnlyAndSaysWhereItCameFrom) {
+TEST_F(Configuration, LimitsOnlySocketPathsAndNamesTheirOrigin) {
     const std::string host = "tcp://" + std::string(200, 'x') + ":1";
     setenv("TVSA_ENDPOINT_TV", host.c_str(), 1);
     EXPECT_EQ(host::endpointOf("tv"), host);
     const std::string path = "/" + std::string(107, 'x');
     setenv("TVSA_ENDPOINT_TV", path.c_str(), 1);
-    EXPECT_EQ(refusalOf([] { host::endpointOf("tv"); }), "TVSA_ENDPOINT_TV: socket path too long (108 bytes): " + path);
+    EXPECT_EQ(errorOf([] { host::endpointOf("tv"); }), "TVSA_ENDPOINT_TV: socket path too long (108 bytes): " + path);
 }
 
-TEST_F(Configuration, RejectsAMalformedEndpointAndSaysWhereItCameFrom) {
+TEST_F(Configuration, RejectsAMalformedEndpointAndNamesItsOrigin) {
     const std::string path = "/" + std::string(107, 'x');
     const std::array<std::array<std::string, 2>, 3> wrong{
         {{"tcp://host", "not tcp://HOST:PORT: \"tcp://host\""},
@@ -117,16 +117,17 @@ TEST_F(Configuration, RejectsAMalformedEndpointAndSaysWhereItCameFrom) {
          {path, "socket path too long (108 bytes): " + path}}};
     for (const auto& [endpoint, problem] : wrong) {
         const std::string file = configure("[endpoints]\n\ntvservice = \"" + endpoint + "\"\n");
-        EXPECT_EQ(refusalOf(host::checkConfiguration), file + ":3: endpoints.tvservice: " + problem);
-        EXPECT_EQ(refusalOf(host::settings), file + ":3: endpoints.tvservice: " + problem);
+        EXPECT_EQ(errorOf(host::checkConfiguration), file + ":3: endpoints.tvservice: " + problem);
+        EXPECT_EQ(errorOf(host::settings), file + ":3: endpoints.tvservice: " + problem);
         configure("");
         setenv("TVSA_ENDPOINT_MMSERVICE", endpoint.c_str(), 1);
-        EXPECT_EQ(refusalOf(host::checkConfiguration), "TVSA_ENDPOINT_MMSERVICE: " + problem);
-        EXPECT_EQ(refusalOf([] { host::endpointOf("mmservice"); }), "TVSA_ENDPOINT_MMSERVICE: " + problem);
+        EXPECT_EQ(errorOf(host::checkConfiguration), "TVSA_ENDPOINT_MMSERVICE: " + problem);
+        EXPECT_EQ(errorOf([] { host::endpointOf("mmservice"); }), "TVSA_ENDPOINT_MMSERVICE: " + problem);
         unsetenv("TVSA_ENDPOINT_MMSERVICE");
     }
-    setenv("TVSA_ENDPOINT_MMSERVICE", "tcp://no-such-host:0", 1); // only a connection can show whether the host exists
-    EXPECT_EQ(refusalOf(host::checkConfiguration), "not refused");
+    setenv("TVSA_ENDPOINT_MMSERVICE", "tcp://no-such-host:0",
+           1); // whether the host exists is known only when connecting
+    EXPECT_EQ(errorOf(host::checkConfiguration), "no error");
 }
 
 TEST_F(Configuration, JoinsTheItemsOfAListWithCommas) {
@@ -140,12 +141,12 @@ TEST_F(Configuration, JoinsTheItemsOfAListWithCommas) {
     EXPECT_TRUE(host::itemsOf({}).empty());
     for (const char* wrong : {",", "three,", ",four", "three,,four"}) {
         setenv("TVSA_CLIENT_KEYS", wrong, 1);
-        EXPECT_EQ(refusalOf([] { setting("keys.clients"); }),
+        EXPECT_EQ(errorOf([] { setting("keys.clients"); }),
                   std::string("TVSA_CLIENT_KEYS: an empty item in \"") + wrong + '"');
     }
 }
 
-TEST_F(Configuration, LooksForTheUsersFileAndTheSystems) {
+TEST_F(Configuration, SearchesForTheUsersFileAndTheSystems) {
     const auto places = [] {
         std::vector<std::string> paths;
         for (const auto& file : host::configurationFiles()) paths.push_back(file.path);
@@ -166,7 +167,7 @@ TEST_F(Configuration, LooksForTheUsersFileAndTheSystems) {
     EXPECT_EQ(valueOf("queue.messages"), "1024");
 }
 
-TEST_F(Configuration, LaysTheUsersFileOverTheSystemsValueByValue) {
+TEST_F(Configuration, OverridesTheSystemsFileWithTheUsersValueByValue) {
     const std::string systems = write("system.toml", "[queue]\nmessages = 1\nbytes = 2\n[log]\nformat = \"json\"\n");
     const std::string users = write("user.toml", "[queue]\n\nbytes = 3\n");
     host::config::Values values;
@@ -179,10 +180,9 @@ TEST_F(Configuration, LaysTheUsersFileOverTheSystemsValueByValue) {
     EXPECT_EQ(values.size(), 3U);
 }
 
-TEST_F(Configuration, NeedsTheFileThatIsNamed) {
+TEST_F(Configuration, RequiresTheFileThatTheVariableNames) {
     setenv("TVSA_CONFIG", (folder + "/none.toml").c_str(), 1);
-    EXPECT_EQ(refusalOf(host::checkConfiguration),
-              folder + "/none.toml: there is no such file, which TVSA_CONFIG names");
+    EXPECT_EQ(errorOf(host::checkConfiguration), folder + "/none.toml: there is no such file, which TVSA_CONFIG names");
 }
 
 TEST_F(Configuration, ListsEverySettingAndThoseOfConfiguredServices) {
@@ -214,12 +214,12 @@ TEST_F(Configuration, ListsEverySettingAndThoseOfConfiguredServices) {
                       }));
 }
 
-TEST_F(Configuration, KnowsNoOtherSettings) {
+TEST_F(Configuration, HasNoOtherSettings) {
     for (const char* name : {"", "queue", "queue.", "queue.message", "endpoints", "endpoints.", "keys.services."})
         EXPECT_THROW(setting(name), std::logic_error) << name;
 }
 
-TEST_F(Configuration, RefusesAWrongVariable) {
+TEST_F(Configuration, RejectsAWrongVariable) {
     const std::vector<std::array<std::string, 3>> wrong{
         {"TVSA_QUEUE_MESSAGES", "a dozen", "not a number from 1 to 2147483647: \"a dozen\""},
         {"TVSA_QUEUE_BYTES", "0", "not a number from 1 to 2147483647: \"0\""},
@@ -235,8 +235,8 @@ TEST_F(Configuration, RefusesAWrongVariable) {
     };
     for (const auto& [variable, value, problem] : wrong) {
         setenv(variable.c_str(), value.c_str(), 1);
-        EXPECT_EQ(refusalOf(host::checkConfiguration), variable + ": " + problem);
-        EXPECT_EQ(refusalOf(host::settings), variable + ": " + problem);
+        EXPECT_EQ(errorOf(host::checkConfiguration), variable + ": " + problem);
+        EXPECT_EQ(errorOf(host::settings), variable + ": " + problem);
         unsetenv(variable.c_str());
     }
     for (const char* fits : {"10", "60000"}) {
@@ -245,25 +245,25 @@ TEST_F(Configuration, RefusesAWrongVariable) {
     }
 }
 
-TEST_F(Configuration, LetsAProgramStartWithAWrongVariableThatIsReplaced) {
+TEST_F(Configuration, LetsAProgramStartWithAnInvalidVariableThatHasADefault) {
     for (const char* variable : {"TVSA_RUNLOG_QUEUE", "TVSA_FLAT_HEAP_MB", "TVSA_LOG_FORMAT", "TVSA_LOG"})
         setenv(variable, "wrong", 1);
-    EXPECT_EQ(refusalOf(host::checkConfiguration), "not refused");
-    EXPECT_EQ(refusalOf([] { setting("flat_heap.megabytes"); }),
+    EXPECT_EQ(errorOf(host::checkConfiguration), "no error");
+    EXPECT_EQ(errorOf([] { setting("flat_heap.megabytes"); }),
               "TVSA_FLAT_HEAP_MB: not a number from 32 to 2048: \"wrong\"");
     std::string problem;
     EXPECT_EQ(host::config::numberOf("run_log.queue", problem), 1024U);
     EXPECT_EQ(problem, "TVSA_RUNLOG_QUEUE: \"wrong\" is no number above 0; 1024 is used");
-    EXPECT_EQ(valueOf("log.levels"), "wrong") << "the log takes the items that it understands";
+    EXPECT_EQ(valueOf("log.levels"), "wrong") << "the log uses the items that are valid";
 }
 
-TEST_F(Configuration, HasABuiltInLevelThatIsTheOneBeforeAnyCodeRuns) {
+TEST_F(Configuration, HasTheSameBuiltInLevelAsBeforeAnyCodeRuns) {
     const std::uint16_t before = vdlDebugLevels[0x3FF];
     EXPECT_EQ(vdlDebugSetLevels(valueOf("log.levels")), "");
     EXPECT_EQ(vdlDebugLevels[0x3FF], before);
 }
 
-// The example's settings, which are commented out without a blank, as if they were not.
+// The example with its settings uncommented. Settings are commented out without a blank after the '#'.
 std::string uncommented(std::istream& example) {
     std::string text, line;
     while (std::getline(example, line))

@@ -1,4 +1,4 @@
-// The control application's shell commands: what they send, what they refuse, and what they show.
+// The control application's shell commands: what they send, reject and show.
 #include "control/src/commands.h"
 #include "control/src/request-words.h"
 #include "shell/command-table.h"
@@ -24,7 +24,7 @@ using testing::SizeIs;
 
 namespace {
 
-// The TV service as the adapter finds it: the process's one, registered for good.
+// The TV service that the adapter uses: the only one in the process, registered until the process ends.
 class RegisteredService : public frame::AbstractApplication, public support::RecordingTvService {
 public:
     static RegisteredService& get() {
@@ -39,11 +39,11 @@ public:
     }
 };
 
-// An adapter that has started, for all tests: its resource manager is the process's one.
+// A started adapter for all tests, because there is one resource manager per process.
 tvservice::ModelTvServiceAdapter& startedAdapter() {
     static auto& adapter = *[] {
         RegisteredService::get();
-        support::FakeShell::get(); // not a socket in the user's runtime folder, which other tests use too
+        support::FakeShell::get(); // instead of a socket in the user's runtime folder, which other tests use, too
         auto* made = new tvservice::ModelTvServiceAdapter;
         static_cast<frame::AbstractProcessMember*>(made)->attachProcess(*frame::Process::getInstance());
         EXPECT_EQ(made->performSetupDone(), 0);
@@ -77,8 +77,8 @@ struct Control : testing::Test {
         }
         return reply;
     }
-    // A notification of the service.
-    void tell(std::int32_t number) {
+    // Sends a notification of the service.
+    void notify(std::int32_t number) {
         frame::MsgIds ids;
         log.tvServiceSwapWinInfo(ids, {}, {number});
     }
@@ -142,7 +142,7 @@ TEST_F(Control, SendsEveryRequestWithItsArguments) {
     }
 }
 
-// What is typed to send a message, any values.
+// The words that a user types to send a message, with arbitrary values.
 template <class Message> std::vector<std::string> typed() {
     const auto [command, arguments, help] = control::wordsOf<Message>();
     std::vector<std::string> words{command};
@@ -160,18 +160,18 @@ TEST_F(Control, HasACommandForEveryRequestThatCanBeTyped) {
             ASSERT_THAT(service.calls, SizeIs(1));
             EXPECT_EQ(service.calls[0].message, Message::name);
         } else {
-            EXPECT_STREQ(Message::name, "TvServiceReq") << "play and stop have commands of their own";
+            EXPECT_STREQ(Message::name, "TvServiceReq") << "sent by the commands play and stop";
         }
     });
 }
 
-// A request that nobody has chosen words for.
+// A request without words of its own.
 struct TvServiceNewThingReq {
     static constexpr const char* name = "TvServiceNewThingReq";
     using Body = genrpc::Body<tvservice::TvServiceParentalLockInfo_t, std::string, tvservice::MtsAudioTrack_t>;
 };
 
-TEST(RequestWords, FollowFromTheNamesOfAMessageThatHasNone) {
+TEST(RequestWords, AreDerivedFromTheNamesOfAMessageWithoutWords) {
     const auto [command, arguments, help] = control::wordsOf<TvServiceNewThingReq>();
     EXPECT_EQ(command, "new-thing");
     EXPECT_EQ(arguments, "TERMINAL N N TEXT N");
@@ -180,18 +180,18 @@ TEST(RequestWords, FollowFromTheNamesOfAMessageThatHasNone) {
     EXPECT_FALSE(control::canBeTyped<std::tuple<tvservice::TvServiceInstalledInfo_t>>);
 }
 
-TEST_F(Control, SaysWhatItSentAsJson) {
+TEST_F(Control, PrintsWhatItSentAsJson) {
     EXPECT_EQ(run({"audio", "0:0", "1"}, true).output, "{\"sent\":\"TvServiceAudioReq\"}\n");
 }
 
-TEST_F(Control, PassesOnThatARequestCouldNotBeSent) {
+TEST_F(Control, ReportsThatARequestCouldNotBeSent) {
     service.result = -105;
     const auto reply = run({"send-key", "RED"});
     EXPECT_EQ(reply.status, -105);
     EXPECT_THAT(reply.output, HasSubstr("TvServiceSendKeyReq could not be sent: "));
 }
 
-TEST_F(Control, RefusesWrongArgumentsAndSendsNothing) {
+TEST_F(Control, RejectsWrongArgumentsAndSendsNothing) {
     const std::string fourKiB(4096, '7');
     const std::vector<std::vector<std::string>> wrong = {
         {"swap-win", ""},
@@ -241,24 +241,24 @@ TEST_F(Control, NamesTheArgumentThatIsWrong) {
 }
 
 TEST_F(Control, ListsEveryKindOfNotificationOnce) {
-    std::vector<std::string> told;
+    std::vector<std::string> names;
     const auto listed = [&] {
         std::vector<std::string> messages;
         for (const auto& notification : Json::parse(run({"notifications", "0"}, true).output))
             messages.push_back(notification["message"]);
         return messages;
     };
-#define TELL(service_, direction, Name, method, id, ...)                                                               \
+#define NOTIFY(service_, direction, Name, method, id, ...)                                                             \
     {                                                                                                                  \
         frame::MsgIds ids;                                                                                             \
         const tvservice::messages::Name::Body::Arguments arguments;                                                    \
         std::apply([&](const auto&... argument) { log.method(ids, frame::TransportInfo{}, argument...); }, arguments); \
-        told.emplace_back(#Name);                                                                                      \
+        names.emplace_back(#Name);                                                                                     \
     }
-    TVSERVICE_NOTIFICATIONS(TELL)
-#undef TELL
-    EXPECT_EQ(listed(), told);
-    EXPECT_THAT(told, SizeIs(support::TvNotifications::size));
+    TVSERVICE_NOTIFICATIONS(NOTIFY)
+#undef NOTIFY
+    EXPECT_EQ(listed(), names);
+    EXPECT_THAT(names, SizeIs(support::TvNotifications::size));
 }
 
 TEST_F(Control, ListsANotificationWithEveryFieldByItsName) {
@@ -277,7 +277,7 @@ TEST_F(Control, ListsANotificationWithEveryFieldByItsName) {
 TEST_F(Control, ListsTheNewestTenNotificationsUnlessAskedForMore) {
     EXPECT_EQ(run({"notifications"}, true).output, "[]\n");
     EXPECT_EQ(run({"notifications"}).output, "");
-    for (int i = 1; i <= 250; ++i) tell(i);
+    for (int i = 1; i <= 250; ++i) notify(i);
     EXPECT_THAT(numbers({"notifications"}), testing::ElementsAre(241, 242, 243, 244, 245, 246, 247, 248, 249, 250));
     EXPECT_THAT(numbers({"notifications", "247"}), testing::ElementsAre(248, 249, 250));
     EXPECT_THAT(numbers({"notifications", "250"}), SizeIs(0));
@@ -289,7 +289,7 @@ TEST_F(Control, ListsTheNewestTenNotificationsUnlessAskedForMore) {
 }
 
 TEST_F(Control, KeepsTheNewestThousandNotifications) {
-    for (int i = 1; i <= 1003; ++i) tell(i);
+    for (int i = 1; i <= 1003; ++i) notify(i);
     EXPECT_EQ(numbers({"notifications", "0"}).front(), 4);
 }
 
@@ -309,16 +309,16 @@ TEST_F(Control, KeepsTheNewestNotificationsThatFitIntoSixteenMebibytes) {
     EXPECT_EQ(table().dropped, 3U);
     EXPECT_EQ(table().bytes, most * each);
     EXPECT_EQ(numbers({"notifications", "0"}).front(), 4);
-    tell(1); // which needs less than the space that is left
+    notify(1); // fits into the remaining space
     EXPECT_EQ(table().dropped, 3U);
 }
 
-TEST_F(Control, RefusesANumberThatNoNotificationCanHave) {
+TEST_F(Control, RejectsANumberThatNoNotificationCanHave) {
     for (const char* after : {"-1", "x", "1.5", "18446744073709551616"})
         EXPECT_EQ(run({"notifications", after}).status, -22) << after;
 }
 
-TEST_F(Control, MakesNoJsonOfANotificationThatIsTooLongAnyway) {
+TEST_F(Control, DoesNotConvertATooLongNotificationToJson) {
     frame::MsgIds ids;
     const std::size_t least = control::NotificationLog::longestArguments;
     log.tvServicePlayInfo(ids, {}, {std::string(least, '"')});
@@ -326,7 +326,7 @@ TEST_F(Control, MakesNoJsonOfANotificationThatIsTooLongAnyway) {
     log.tvServiceInfo(ids, {}, infos);
     const auto list = Json::parse(run({"notifications", "0"}, true).output);
     for (const auto& notification : list) EXPECT_EQ(notification["arguments"], Json::object());
-    // Escapes would have made it twice as long.
+    // With escapes it would be twice as long.
     EXPECT_EQ(list[0]["omittedBytes"], least + 18);
     EXPECT_GT(list[1]["omittedBytes"], infos.size() * 50);
 }
@@ -346,7 +346,7 @@ TEST_F(Control, ListsLongNotificationsInSeveralCalls) {
     EXPECT_THAT(numbers({"notifications"}), testing::ElementsAre(11, 12));
 }
 
-TEST_F(Control, ListsNoTextThatForgesALineOrSteersATerminal) {
+TEST_F(Control, EscapesTextThatForgesALineOrControlsATerminal) {
     frame::MsgIds ids;
     tvservice::TvServiceInfo_t info;
     info.uri = "dvb://1\nforged\x1b[2J\x7f\xc2\x9b";
@@ -364,14 +364,14 @@ TEST_F(Control, ListsTextThatIsNotUtf8) {
     EXPECT_EQ(Json::parse(run({"notifications"}, true).output)[0]["arguments"]["info"]["strParam1"], "\xEF\xBF\xBD\n");
 }
 
-// The adapter's queue, with a service that answers when the test says so: play and zap meet there.
+// The adapter's queue, which serves both play and zap, with a service that answers when the test wants.
 struct ControlOfTheQueue : Control {
     static constexpr auto timeout = std::chrono::seconds(60);
 
     void TearDown() override {
         while (!startedAdapter().bundles().empty()) answerFirst();
     }
-    // Waits until the request under way was sent, and answers it.
+    // Waits until the active request is sent, and answers it.
     void answerFirst() {
         const auto end = std::chrono::steady_clock::now() + timeout;
         auto bundles = startedAdapter().bundles();
@@ -401,13 +401,13 @@ TEST_F(ControlOfTheQueue, ZapsWithOneRequestAtATime) {
     EXPECT_EQ(run({"zap", "1:0", "dvb://1"}, true).output, "{\"wanted\":1}\n");
 }
 
-TEST_F(ControlOfTheQueue, ForgetsZapsWhenSomethingNewerIsPlayedOrStopped) {
+TEST_F(ControlOfTheQueue, DropsZapsWhenSomethingNewerIsPlayedOrStopped) {
     for (const auto& newer : {std::vector<std::string>{"play", "5:0,2:0", "dvb://9"}, {"stop", "5:0"}}) {
         run({"zap", "5:0", "dvb://1", "dvb://2"});
         EXPECT_EQ(run(newer).status, 0);
         EXPECT_THAT(queue(), SizeIs(2));
         answerFirst();
-        EXPECT_THAT(queue(), SizeIs(1)) << newer.front(); // and not the zap to dvb://2, which was wanted before it
+        EXPECT_THAT(queue(), SizeIs(1)) << newer.front(); // the older zap to dvb://2 is gone
         answerFirst();
     }
 }

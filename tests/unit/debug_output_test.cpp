@@ -28,7 +28,7 @@ constexpr std::uint32_t module = 0x0300;
 
 vdlDebugChunk lineOf(std::uint32_t severity) { return {module << 16 | severity}; }
 
-// What output puts on stderr.
+// What output writes to stderr.
 template <typename Output> std::string printed(Output output) {
     testing::internal::CaptureStderr();
     output();
@@ -75,7 +75,7 @@ TEST(DebugOutput, ContinuesALineAtItsInnerLineFeedsAndEndsItAtTheLast) {
     EXPECT_EQ(textPrinted(""), "\n");
 }
 
-TEST(DebugOutput, EscapesWhatCouldForgeALineOrSteerATerminal) {
+TEST(DebugOutput, EscapesTextThatForgesALineOrControlsATerminal) {
     EXPECT_EQ(textPrinted("a\rb\tc\x1B[2J\x7F\b"), "a\\x0db\\x09c\\x1b[2J\\x7f\\x08\n");
     EXPECT_EQ(textPrinted("\xC2\x9B"
                           "31m"),
@@ -83,7 +83,7 @@ TEST(DebugOutput, EscapesWhatCouldForgeALineOrSteerATerminal) {
     EXPECT_THAT(printed([&] { vdlDebugOutput0(lineOf(vdlDebugWarning), "a%cb", 0); }), EndsWith("warning: a\\x00b\n"));
 }
 
-TEST(DebugOutput, KeepsUtf8AndEscapesBytesThatAreNot) {
+TEST(DebugOutput, KeepsUtf8AndEscapesInvalidBytes) {
     const std::string good = "gr\xC3\xBC\xC3\x9F \xE2\x82\xAC \xF0\x9F\x93\xBA \xED\x9F\xBF \xF4\x8F\xBF\xBF";
     EXPECT_EQ(textPrinted(good), good + "\n");
     EXPECT_EQ(textPrinted("\xC3"), "\\xc3\n");
@@ -95,7 +95,7 @@ TEST(DebugOutput, KeepsUtf8AndEscapesBytesThatAreNot) {
     EXPECT_EQ(textPrinted("\xF8\x88\x80\x80\x80"), "\\xf8\\x88\\x80\\x80\\x80\n");
 }
 
-TEST(DebugOutput, PrintsLongTextsWholeUpToTheirLimitAndMarksWhatIsCut) {
+TEST(DebugOutput, PrintsTextsUpToTheLimitAndMarksTruncation) {
     for (const std::size_t length : {1022U, 1023U, 1024U, 1025U, 65535U, 65536U})
         EXPECT_EQ(textPrinted(std::string(length, 'x')), std::string(length, 'x') + "\n") << length;
     EXPECT_EQ(textPrinted(std::string(65539, 'x')), std::string(65536, 'x') + " [3 more bytes]\n");
@@ -115,7 +115,7 @@ TEST(DebugOutput, PrintsAndKeepsTheCallersErrno) {
     testing::internal::GetCapturedStderr();
 }
 
-TEST(DebugOutput, KeepsLinesOfManyThreadsWhole) {
+TEST(DebugOutput, DoesNotMixTheLinesOfThreads) {
     testing::internal::CaptureStderr();
     std::vector<std::thread> threads;
     threads.reserve(4);
@@ -131,8 +131,8 @@ TEST(DebugOutput, KeepsLinesOfManyThreadsWhole) {
     EXPECT_EQ(count, 400);
 }
 
-// How many were written, and how many a later line counts.
-std::pair<int, int> complaintsIn(const std::string& output) {
+// The number of lines written, and the number of suppressed lines that "... and N more" lines report.
+std::pair<int, int> linesIn(const std::string& output) {
     std::pair<int, int> counts{};
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);) {
@@ -144,28 +144,28 @@ std::pair<int, int> complaintsIn(const std::string& output) {
     return counts;
 }
 
-TEST(DebugOutput, LimitsRepeatedWarningsAndReportsHowManyThereWere) {
-    const auto [written, told] = complaintsIn(printed([] {
+TEST(DebugOutput, LimitsRepeatedWarningsAndReportsTheNumberSuppressed) {
+    const auto [written, suppressed] = linesIn(printed([] {
         for (int i = 0; i < 1000; ++i) vdlDebugOutput0(lineOf(vdlDebugWarning), "peer said %d\n", i);
         host::debug::LineLimit::tellHeldBack(host::debug::LineLimit::Clock::time_point::max());
     }));
     EXPECT_GE(written, 20);
-    EXPECT_LT(written, 500); // also when it takes some seconds
-    EXPECT_EQ(written + told, 1000);
+    EXPECT_LT(written, 500); // even if the loop takes some seconds
+    EXPECT_EQ(written + suppressed, 1000);
 }
 
 TEST(DebugOutput, LimitsOnlyWarningsOfOneKind) {
     const auto all = printed([] {
         for (int i = 0; i < 1000; ++i) vdlDebugOutput0(lineOf(vdlDebugProgress), "step %d\n", i);
     });
-    EXPECT_EQ(complaintsIn(all), std::pair(1000, 0));
+    EXPECT_EQ(linesIn(all), std::pair(1000, 0));
     const auto several = printed([] {
         for (std::uint32_t i = 0; i < 30; ++i) {
             vdlDebugOutput0({(module + i) << 16 | vdlDebugFailure}, "of a module\n");
             if (i < 20) vdlDebugOutput0(lineOf(vdlDebugFailure), "of another kind\n");
         }
     });
-    EXPECT_EQ(complaintsIn(several), std::pair(50, 0));
+    EXPECT_EQ(linesIn(several), std::pair(50, 0));
 }
 
 TEST(DebugOutput, ReportsLimitedWarningsWhenNoOtherFollows) {
@@ -203,7 +203,7 @@ TEST_F(DebugLevels, StayAsTheyAreWhenAnItemIsWrong) {
     EXPECT_TRUE(wanted(module, vdlDebugWarning));
 }
 
-TEST_F(DebugLevels, AreKeptForAModuleUntilItIsNamed) {
+TEST_F(DebugLevels, AreKeptForAModuleUntilItHasAName) {
     EXPECT_EQ(vdlDebugSetLevels("late-module=trace"), "");
     EXPECT_FALSE(wanted(0x0320, vdlDebugTrace));
     vdlDebugNameModule(0x0320, "late-module");
@@ -226,7 +226,7 @@ TEST_F(DebugLevels, AreKeptForABoundedNumberOfModulesByName) {
     EXPECT_TRUE(wanted(0x0324, vdlDebugTrace));
 }
 
-TEST_F(DebugLevels, BelongToTheFirstNameOfAModule) {
+TEST_F(DebugLevels, ApplyToTheFirstNameOfAModule) {
     vdlDebugNameModule(0x0322, "first-name");
     vdlDebugNameModule(0x0322, "second-name");
     vdlDebugNameModule(vdlDebugModules, "beyond");
@@ -260,14 +260,14 @@ TEST(LogCapture, CountsTheLinesThatItDoesNotKeepAndLeavesThemOnStderr) {
     EXPECT_EQ(capture.lost(), 1U);
 }
 
-TEST(LogCapture, WaitsForALineToCome) {
+TEST(LogCapture, WaitsForALine) {
     host::LogCapture capture({module});
     std::thread thread([] { vdlDebugOutput0(lineOf(vdlDebugTrace), "awaited"); });
     EXPECT_TRUE(capture.waitFor("wait", 10s));
     thread.join();
 }
 
-TEST(LogCapture, TracesItsModulesAndGivesTheirLevelsBack) {
+TEST(LogCapture, EnablesTracesOfItsModulesAndRestoresTheirLevels) {
     {
         const host::LogCapture capture({module, module});
         EXPECT_TRUE(wanted(module, vdlDebugTrace));
@@ -280,13 +280,13 @@ TEST(LogCapture, TracesItsModulesAndGivesTheirLevelsBack) {
     EXPECT_TRUE(wanted(module, vdlDebugWarning));
 }
 
-TEST(LogCapture, LetsLinesThroughToStderrUnlessQuiet) {
+TEST(LogCapture, PassesLinesOnToStderrUnlessQuiet) {
     const host::LogCapture capture({module}, false);
     EXPECT_THAT(printed([&] { vdlDebugOutput0(lineOf(vdlDebugTrace), "both"); }), EndsWith("trace: both\n"));
     EXPECT_EQ(capture.lines().size(), 1U);
 }
 
-// The environment counts when a process starts, so these tests look at a new one.
+// A process reads the environment when it starts, so these tests start a new process.
 struct DebugEnvironment : testing::Test {
     DebugEnvironment() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
     ~DebugEnvironment() override {
@@ -300,7 +300,7 @@ struct DebugEnvironment : testing::Test {
     }
 };
 
-TEST_F(DebugEnvironment, GivesLevelsAndWhatItsItemsLackIsReportedOnce) {
+TEST_F(DebugEnvironment, SetsLevelsAndReportsWrongItemsOnce) {
     setenv("TVSA_LOG", "info,0x0301=trace,loud,0x0302=1x", 1);
     EXPECT_EXIT(
         {
@@ -315,7 +315,7 @@ TEST_F(DebugEnvironment, GivesLevelsAndWhatItsItemsLackIsReportedOnce) {
               Not(HasSubstr("hidden"))));
 }
 
-TEST_F(DebugEnvironment, ReportsAFormatThatItDoesNotKnow) {
+TEST_F(DebugEnvironment, ReportsAnUnknownFormat) {
     setenv("TVSA_LOG_FORMAT", "xml", 1);
     EXPECT_EXIT(
         {

@@ -1,4 +1,4 @@
-// What tvctl doctor finds in the configuration, and how it reports.
+// What tvctl doctor finds in the configuration, and the format of its report.
 #include "support/doctor-fixture.h"
 #include "support/test-where.h"
 
@@ -19,10 +19,10 @@ using namespace tvctl::doctor;
 
 class DoctorOfConfiguration : public Doctor {};
 
-TEST_F(DoctorOfConfiguration, SaysWhichFilesAreRead) {
+TEST_F(DoctorOfConfiguration, ListsTheFilesThatAreRead) {
     const std::string file = configure("");
     EXPECT_THAT(checkFiles(), finds(Severity::ok, file, "read"));
-    EXPECT_EQ(complaintsIn(checkFiles()), 0U);
+    EXPECT_EQ(problemsIn(checkFiles()), 0U);
     unsetenv("TVSA_CONFIG");
     setenv("XDG_CONFIG_HOME", folder.c_str(), 1);
     EXPECT_THAT(checkFiles(), finds(Severity::ok, folder + "/tvservice-adapter/config.toml", "not there"));
@@ -47,25 +47,25 @@ TEST_F_WHERE(support::isRoot(), DoctorOfConfiguration, FindsAFileThatBelongsToAn
 }
 
 TEST_F(DoctorOfConfiguration, WarnsOfUnknownNames) {
-    EXPECT_EQ(complaintsIn(checkValues()), 0U);
+    EXPECT_EQ(problemsIn(checkValues()), 0U);
     setenv("TVSA_QUEUE_BYTE", "1", 1);
     EXPECT_THAT(checkValues(), finds(Severity::warning, "TVSA_QUEUE_BYTE", "no setting has this variable"));
-    setenv("TVSA_QUEUE_BYTE", "", 1); // as one that is not set
-    EXPECT_EQ(complaintsIn(checkValues()), 0U);
+    setenv("TVSA_QUEUE_BYTE", "", 1); // treated as unset
+    EXPECT_EQ(problemsIn(checkValues()), 0U);
     const std::string file = configure("endpoints.tvservise = \"/run/tv\"\n");
     EXPECT_THAT(checkValues(),
                 finds(Severity::warning, "endpoints.tvservise", file + ":1: no service here is called tvservise"));
 }
 
-TEST_F(DoctorOfConfiguration, WarnsOfAVariableThatProcessesStartWithout) {
+TEST_F(DoctorOfConfiguration, WarnsOfAnInvalidVariableWithWhichProcessesStillStart) {
     setenv("TVSA_FLAT_HEAP_MB", "much", 1);
-    EXPECT_EQ(complaintsIn(checkFiles()), 0U);
+    EXPECT_EQ(problemsIn(checkFiles()), 0U);
     EXPECT_THAT(checkValues(), finds(Severity::warning, "configuration", "TVSA_FLAT_HEAP_MB: not a number"));
-    EXPECT_EQ(complaintsIn(checkLimits()), 0U);
+    EXPECT_EQ(problemsIn(checkLimits()), 0U);
 }
 
-TEST_F(DoctorOfConfiguration, FindsLimitsThatLimitNothing) {
-    EXPECT_EQ(complaintsIn(checkLimits()), 0U);
+TEST_F(DoctorOfConfiguration, FindsLimitsThatAreTooHighToLimitAnything) {
+    EXPECT_EQ(problemsIn(checkLimits()), 0U);
     const std::string file = configure(
         "queue = { messages = 2147483647, bytes = 2147483647, wait_ms = 2147483647, "
         "unfinished_ms = 2147483647 }\nrun_log.queue = 9999999\n");
@@ -75,9 +75,9 @@ TEST_F(DoctorOfConfiguration, FindsLimitsThatLimitNothing) {
     EXPECT_THAT(diagnosis, finds(Severity::wrong, "run_log.queue", file + ":2: 9999999 is as good as unlimited"));
 }
 
-TEST_F(DoctorOfConfiguration, TakesTheHighestLimitsForSome) {
+TEST_F(DoctorOfConfiguration, AcceptsTheHighestLimits) {
     configure("queue = { messages = 1000000, bytes = 1048576, wait_ms = 60000 }\nrun_log.queue = 1000000\n");
-    EXPECT_EQ(complaintsIn(checkLimits()), 0U);
+    EXPECT_EQ(problemsIn(checkLimits()), 0U);
     configure("queue = { messages = 1000001, bytes = 268435457, wait_ms = 600001 }\nrun_log.queue = 1000001\n");
     for (const char* name : {"queue.messages", "queue.bytes", "queue.wait_ms", "run_log.queue"})
         EXPECT_THAT(checkLimits(), finds(Severity::wrong, name, "as good as unlimited"));
@@ -112,7 +112,7 @@ TEST_F(DoctorOfConfiguration, ExaminesWhatItCanWhenTheConfigurationIsWrong) {
     EXPECT_THAT(diagnosis, finds(Severity::ok, runtimeFolder, "mode 0700"));
 }
 
-TEST(Examination, TurnsWhatACheckThrowsIntoAFinding) {
+TEST(Examination, ReportsAnExceptionOfACheckAsAFinding) {
     Examination examination;
     EXPECT_TRUE(run(
         examination, "disk", []() -> Diagnosis { throw std::runtime_error("on fire"); }, 10s));
@@ -120,7 +120,7 @@ TEST(Examination, TurnsWhatACheckThrowsIntoAFinding) {
     EXPECT_FALSE(examination.stuck);
 }
 
-TEST(Examination, GoesOnWithoutACheckThatDoesNotEnd) {
+TEST(Examination, ContinuesWhenACheckDoesNotEnd) {
     Examination examination;
     std::promise<void> end;
     const auto ended = std::make_shared<std::promise<void>>();
@@ -148,7 +148,7 @@ Diagnosis threeFindings() {
     return diagnosis;
 }
 
-TEST(Report, IsATableWithoutAnythingThatSteersATerminal) {
+TEST(Report, IsATableWithoutTerminalControlSequences) {
     EXPECT_EQ(asText(threeFindings(), {}),
               "ok       run log         sound\n"
               "warning  TVSA_X\\x1b[31m  unknown\\x0afor ever -> mend\n"
@@ -160,17 +160,17 @@ TEST(Report, IsATableWithoutAnythingThatSteersATerminal) {
               "1 ok, 1 warnings, 1 wrong\n");
 }
 
-TEST(Report, HasColoursWhenTheyAreWanted) {
+TEST(Report, HasColoursOnRequest) {
     EXPECT_THAT(asText(threeFindings(), {.coloured = true}), testing::StartsWith("\x1b[32mok\x1b[0m       run log"));
 }
 
-TEST(Report, LeavesOutWhatIsOkWhenQuiet) {
+TEST(Report, OmitsOkFindingsWhenQuiet) {
     const std::string text = asText(threeFindings(), {.quiet = true});
     EXPECT_THAT(text, testing::StartsWith("warning  "));
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2);
 }
 
-TEST(Report, IsAnObjectForPrograms) {
+TEST(Report, IsAJsonObjectForPrograms) {
     const auto json = nlohmann::json::parse(asJson(threeFindings()));
     EXPECT_EQ(json["findings"][1], (nlohmann::json{{"severity", "warning"},
                                                    {"subject", "TVSA_X\x1b[31m"},

@@ -22,17 +22,17 @@ using namespace std::chrono_literals;
 using namespace doctor_test;
 using namespace tvctl::doctor;
 
-// Mounts that only this process sees.
-bool leaveTheMountsOfOthers() {
+// Makes later mounts visible to this process only.
+bool useOwnMounts() {
     return unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
-// Root of a container may be without the right, and a kernel without a file system. Tried in a process that ends.
+// Root in a container may lack the permission, and a kernel the file system. Tries it in a child process.
 bool canMount(const std::function<bool(const std::string& place)>& mount) {
     std::string place = "/tmp/doctor-mounts-XXXXXX";
     if (mkdtemp(place.data()) == nullptr) return false;
     const pid_t child = fork();
-    if (child == 0) _exit(leaveTheMountsOfOthers() && mount(place) ? 0 : 1);
+    if (child == 0) _exit(useOwnMounts() && mount(place) ? 0 : 1);
     int status = 1;
     if (child > 0) waitpid(child, &status, 0);
     std::filesystem::remove_all(place);
@@ -49,7 +49,7 @@ bool canOverlay() {
     });
 }
 
-// A file system whose other end never answers.
+// Mounts a FUSE file system whose server never answers.
 bool mountSilently(const std::string& place, int silent) {
     const std::string options = "rootmode=40000,user_id=0,group_id=0,fd=" + std::to_string(silent);
     return ::mount("none", place.c_str(), "fuse", 0, options.c_str()) == 0;
@@ -63,7 +63,7 @@ bool canMountSilently() {
 
 class DoctorOfDisks : public Doctor {
 protected:
-    void SetUp() override { ASSERT_TRUE(leaveTheMountsOfOthers()); }
+    void SetUp() override { ASSERT_TRUE(useOwnMounts()); }
     void TearDown() override {
         for (auto place = mounted.rbegin(); place != mounted.rend(); ++place) umount2(place->c_str(), MNT_DETACH);
     }
@@ -80,7 +80,7 @@ protected:
     std::vector<std::string> mounted;
 };
 
-TEST_F_WHERE(canOverlay(), DoctorOfDisks, NamesTheHolderOfALockWhereAFileHasADeviceOfItsOwn) {
+TEST_F_WHERE(canOverlay(), DoctorOfDisks, NamesTheHolderOfALockOnAnOverlay) {
     const std::string lower = makeFolder("lower"), upper = makeFolder("upper");
     ASSERT_TRUE(mount(upper, "tmpfs", ""));
     ASSERT_TRUE(mount(runtimeFolder, "overlay",
@@ -98,8 +98,8 @@ TEST_F_WHERE(canOverlay(), DoctorOfDisks, NamesTheHolderOfALockWhereAFileHasADev
     EXPECT_THAT(checkContents(runtimeFolder), finds(Severity::ok, lock, "left by a process that has ended"));
 }
 
-// In a process of its own, as the threads of the checks that do not end go on.
-TEST_F_WHERE(canMountSilently(), DoctorOfDisks, GoesOnWhenTheRuntimeFoldersDiskDoesNotAnswer) {
+// In its own process, because the threads of the blocked checks keep running.
+TEST_F_WHERE(canMountSilently(), DoctorOfDisks, ContinuesWhenTheRuntimeFoldersDiskDoesNotRespond) {
     const host::io::FileDescriptor silent = openSilent();
     ASSERT_TRUE(mountSilently(runtimeFolder, silent.get()));
     mounted.push_back(runtimeFolder);
@@ -107,7 +107,7 @@ TEST_F_WHERE(canMountSilently(), DoctorOfDisks, GoesOnWhenTheRuntimeFoldersDiskD
         signal(SIGALRM, SIG_DFL);
         alarm(60);
         const Examination examination = examine(20ms, 20ms);
-        const bool found = examination.stuck && complaintsIn(examination.diagnosis) > 0 &&
+        const bool found = examination.stuck && problemsIn(examination.diagnosis) > 0 &&
                            testing::Matches(finds(Severity::wrong, "shells", "not examined"))(examination.diagnosis) &&
                            testing::Matches(finds(Severity::ok, stateFolder, "mode 0700"))(examination.diagnosis);
         std::fputs(asText(examination.diagnosis, {}).c_str(), stderr);

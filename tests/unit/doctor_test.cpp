@@ -1,4 +1,4 @@
-// What tvctl doctor finds in folders, files, limits and what is served there.
+// What tvctl doctor finds in folders, files and limits, and about the services there.
 #include "runlog/run-log-store.h"
 #include "shell/shell-server.h"
 #include "sockets/socket-lock.h"
@@ -37,30 +37,30 @@ TEST_F(DoctorOfServices, KnowsBothServices) {
     EXPECT_THAT(names, testing::ElementsAre("tvservice", "mmservice"));
 }
 
-TEST_F(DoctorOfServices, WarnsOfOneThatDoesNotRun) {
+TEST_F(DoctorOfServices, WarnsOfAServiceThatDoesNotRun) {
     const Diagnosis diagnosis = check(tv);
     EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "not running: nobody serves " + socketOf(tv)));
     EXPECT_THAT(diagnosis.entryPoints, Contains(Field(&EntryPoint::state, "nobody serves it")));
     std::filesystem::remove(runtimeFolder);
     EXPECT_THAT(check(tv), finds(Severity::warning, "tvservice", "no runtime folder yet"));
-    EXPECT_FALSE(std::filesystem::exists(runtimeFolder)) << "examining makes nothing";
+    EXPECT_FALSE(std::filesystem::exists(runtimeFolder)) << "the doctor creates nothing";
 }
 
-TEST_F(DoctorOfServices, IsContentWithOneThatHasTheSameMessages) {
+TEST_F(DoctorOfServices, AcceptsAServiceWithTheSameMessages) {
     host::MessageQueue queue;
     queue.serve(tv.name, tv.messages, 4096);
     queue.start();
     const Diagnosis diagnosis = check(tv);
     EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", "process " + std::to_string(getpid()) + " serves"));
-    EXPECT_EQ(complaintsIn(diagnosis), 0U);
+    EXPECT_EQ(problemsIn(diagnosis), 0U);
     ASSERT_EQ(diagnosis.entryPoints.size(), 1U);
     EXPECT_EQ(diagnosis.entryPoints[0].place, socketOf(tv));
     EXPECT_EQ(diagnosis.entryPoints[0].who, "user " + std::to_string(geteuid()) + " only");
     EXPECT_EQ(diagnosis.entryPoints[0].state, "served by process " + std::to_string(getpid()));
 }
 
-TEST_F(DoctorOfServices, NamesTheMessageInWhichOneDiffers) {
-    const host::LogCapture quiet; // of the service, too, which turns the client away
+TEST_F(DoctorOfServices, NamesTheMessageThatDiffers) {
+    const host::LogCapture quiet; // also hides the service's warning about the rejected client
     std::vector<frame::MessageDescription> messages(tv.messages.begin(), tv.messages.end());
     messages[0].table = messages[1].table;
     host::MessageQueue queue;
@@ -77,15 +77,15 @@ TEST_F(DoctorOfServices, FindsASilentService) {
     ::close(silent);
 }
 
-TEST_F(DoctorOfServices, FindsASocketThatAProcessLeft) {
+TEST_F(DoctorOfServices, FindsAStaleSocket) {
     leaveSocketAt(socketOf(tv));
     const Diagnosis diagnosis = check(tv);
     EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", "is stale"));
     EXPECT_THAT(diagnosis.entryPoints, Contains(Field(&EntryPoint::state, "stale")));
-    EXPECT_TRUE(std::filesystem::exists(socketOf(tv))) << "examining removes nothing";
+    EXPECT_TRUE(std::filesystem::exists(socketOf(tv))) << "the doctor removes nothing";
 }
 
-TEST_F(DoctorOfServices, TakesNoSocketForStaleWhoseProcessIsStartingOrEnding) {
+TEST_F(DoctorOfServices, DoesNotReportASocketAsStaleWhileItsProcessStartsOrEnds) {
     leaveSocketAt(socketOf(tv));
     const host::io::SocketLock held("service tvservice", socketOf(tv));
     const Diagnosis diagnosis = check(tv);
@@ -102,12 +102,12 @@ TEST_F(DoctorOfServices, FindsASocketThatIsOpenToOthers) {
     EXPECT_THAT(check(tv), finds(Severity::wrong, socketOf(tv), "open to other users: mode 0666"));
 }
 
-TEST_F(DoctorOfServices, FindsWhatIsNoSocket) {
+TEST_F(DoctorOfServices, FindsAFileInPlaceOfASocket) {
     write("run/tvservice.sock", "");
     EXPECT_THAT(check(tv), finds(Severity::wrong, "tvservice", "is no socket"));
 }
 
-TEST_F(DoctorOfServices, LooksWhereTheConfigurationSays) {
+TEST_F(DoctorOfServices, UsesTheConfiguredEndpoint) {
     setenv("TVSA_ENDPOINT_TVSERVICE", (folder + "/elsewhere").c_str(), 1);
     EXPECT_THAT(check(tv), finds(Severity::warning, "tvservice", "nobody serves " + folder + "/elsewhere"));
     setenv("TVSA_ENDPOINT_TVSERVICE", ("/" + std::string(120, 'x')).c_str(), 1);
@@ -116,25 +116,25 @@ TEST_F(DoctorOfServices, LooksWhereTheConfigurationSays) {
 
 class DoctorOfFolders : public Doctor {};
 
-TEST_F(DoctorOfFolders, IsContentWithThoseOfThisUser) {
-    EXPECT_EQ(complaintsIn(checkRuntimeFolder()), 0U);
+TEST_F(DoctorOfFolders, AcceptsFoldersOfThisUser) {
+    EXPECT_EQ(problemsIn(checkRuntimeFolder()), 0U);
     EXPECT_THAT(checkRuntimeFolder(), finds(Severity::ok, runtimeFolder, "mode 0700"));
     EXPECT_THAT(checkStateFolder(), finds(Severity::ok, stateFolder, "MiB left"));
-    EXPECT_EQ(complaintsIn(checkContents(runtimeFolder)), 0U);
+    EXPECT_EQ(problemsIn(checkContents(runtimeFolder)), 0U);
 }
 
-TEST_F(DoctorOfFolders, MakesNone) {
+TEST_F(DoctorOfFolders, CreatesNoFolders) {
     std::filesystem::remove(runtimeFolder);
     std::filesystem::remove(stateFolder);
     EXPECT_THAT(checkRuntimeFolder(), finds(Severity::ok, runtimeFolder, "not there yet"));
     EXPECT_THAT(checkStateFolder(), finds(Severity::ok, stateFolder, "not there yet"));
-    EXPECT_EQ(complaintsIn(checkContents(runtimeFolder)), 0U);
+    EXPECT_EQ(problemsIn(checkContents(runtimeFolder)), 0U);
     EXPECT_TRUE(shellsIn(runtimeFolder).empty());
     EXPECT_FALSE(std::filesystem::exists(runtimeFolder));
     EXPECT_FALSE(std::filesystem::exists(stateFolder));
 }
 
-TEST_F(DoctorOfFolders, FindsOneThatOthersMayEnterAndALink) {
+TEST_F(DoctorOfFolders, FindsAFolderOpenToOthersAndALink) {
     ASSERT_EQ(chmod(runtimeFolder.c_str(), 0755), 0);
     EXPECT_THAT(checkRuntimeFolder(), finds(Severity::wrong, runtimeFolder, "open to other users"));
     std::filesystem::create_directory_symlink(runtimeFolder, folder + "/link");
@@ -142,12 +142,12 @@ TEST_F(DoctorOfFolders, FindsOneThatOthersMayEnterAndALink) {
     EXPECT_THAT(checkStateFolder(), finds(Severity::wrong, folder + "/link", "not a folder"));
 }
 
-TEST_F(DoctorOfFolders, FindsOneThatOthersCanReplace) {
+TEST_F(DoctorOfFolders, FindsAFolderThatOthersCanReplace) {
     ASSERT_EQ(chmod(folder.c_str(), 0777), 0);
     EXPECT_THAT(checkRuntimeFolder(),
                 finds(Severity::wrong, runtimeFolder, "everybody can replace what is in " + folder));
     ASSERT_EQ(chmod(folder.c_str(), 01777), 0);
-    EXPECT_EQ(complaintsIn(checkRuntimeFolder()), 0U);
+    EXPECT_EQ(problemsIn(checkRuntimeFolder()), 0U);
     ASSERT_EQ(chmod(folder.c_str(), 0770), 0);
     EXPECT_THAT(checkRuntimeFolder(), finds(Severity::warning, runtimeFolder, "its group can replace"));
 }
@@ -162,7 +162,7 @@ TEST_F(DoctorOfFolders, WarnsWhenTheRuntimeFolderIsNotNamed) {
     EXPECT_THAT(checkStateFolder(), finds(Severity::wrong, "state folder", "no state folder"));
 }
 
-TEST_F(DoctorOfFolders, DistinguishesLocksThatWereLeftFromThoseThatAreHeld) {
+TEST_F(DoctorOfFolders, DistinguishesStaleLocksFromHeldOnes) {
     const std::string socket = runtimeFolder + "/tvservice.sock", lock = socket + ".lock";
     {
         const host::io::SocketLock held("service tvservice", socket);
@@ -177,7 +177,7 @@ TEST_F(DoctorOfFolders, DistinguishesLocksThatWereLeftFromThoseThatAreHeld) {
     EXPECT_THAT(checkContents(runtimeFolder), finds(Severity::wrong, lock, "no file"));
 }
 
-TEST_F(DoctorOfFolders, WarnsOfForeignFiles) {
+TEST_F(DoctorOfFolders, WarnsOfUnknownFiles) {
     const std::string file = write("run/notes", ""), stale = runtimeFolder + "/radio.sock",
                       served = runtimeFolder + "/web.sock";
     leaveSocketAt(stale);
@@ -195,10 +195,10 @@ protected:
     const std::string socket = runtimeFolder + "/frame-host.shell";
 };
 
-// Serves one request, with that reply.
+// Serves one request with this reply.
 std::future<void> answerOnce(int listener, const std::string& reply) {
     return std::async(std::launch::async, [listener, reply] {
-        ::close(::accept(listener, nullptr, nullptr)); // who looks whether anybody is here
+        ::close(::accept(listener, nullptr, nullptr)); // the doctor first tests whether the socket is served
         const int client = ::accept(listener, nullptr, nullptr);
         char request[256];
         EXPECT_GT(::recv(client, request, sizeof request, 0), 0);
@@ -207,27 +207,27 @@ std::future<void> answerOnce(int listener, const std::string& reply) {
     });
 }
 
-TEST_F(DoctorOfShells, FindsThemAndReadsTheirAnswers) {
+TEST_F(DoctorOfShells, FindsShellsAndReadsTheirAnswers) {
     appovshell::ShellServer shell;
     shell.open(socket, geteuid());
     shell.start();
     ASSERT_EQ(shellsIn(runtimeFolder), std::vector{socket});
     const Diagnosis diagnosis = checkShell(socket, timeout);
     EXPECT_THAT(diagnosis, finds(Severity::ok, "frame-host", "answers in its shell"));
-    EXPECT_EQ(complaintsIn(diagnosis), 0U);
+    EXPECT_EQ(problemsIn(diagnosis), 0U);
     EXPECT_THAT(diagnosis.entryPoints, Contains(Field(&EntryPoint::place, socket)));
-    EXPECT_EQ(complaintsIn(checkContents(runtimeFolder)), 0U);
+    EXPECT_EQ(problemsIn(checkContents(runtimeFolder)), 0U);
 }
 
-TEST_F(DoctorOfShells, FindsOneThatDoesNotAnswer) {
+TEST_F(DoctorOfShells, FindsAShellThatDoesNotAnswer) {
     const int silent = listenAt(socket);
     EXPECT_THAT(checkShell(socket, 50ms), finds(Severity::wrong, "frame-host", "timed out"));
     ::close(silent);
     EXPECT_THAT(checkShell(socket, timeout), finds(Severity::wrong, "frame-host", "is stale"));
 }
 
-TEST_F(DoctorOfShells, IsContentWithOneWhoseClientsAreIdle) {
-    const host::LogCapture quiet; // of the shell, which evicts one
+TEST_F(DoctorOfShells, AcceptsAShellWhoseClientsAreIdle) {
+    const host::LogCapture quiet; // hides the shell's line about an evicted client
     appovshell::ShellServer shell;
     shell.open(socket, geteuid());
     shell.start();
@@ -239,7 +239,7 @@ TEST_F(DoctorOfShells, IsContentWithOneWhoseClientsAreIdle) {
     EXPECT_THAT(checkShell(socket, timeout), finds(Severity::ok, "frame-host", "answers in its shell"));
 }
 
-TEST_F(DoctorOfShells, WarnsOfOneWhoseClientsAreBusy) {
+TEST_F(DoctorOfShells, WarnsOfAShellWhoseClientsAreBusy) {
     const int listener = listenAt(socket);
     const auto shell = answerOnce(listener, "{\"status\":-11,\"error\":\"the shell has its 16 clients already\"}\n");
     const Diagnosis diagnosis = checkShell(socket, timeout);
@@ -249,7 +249,7 @@ TEST_F(DoctorOfShells, WarnsOfOneWhoseClientsAreBusy) {
     ::close(listener);
 }
 
-TEST_F(DoctorOfShells, FindsOneWhoseCommandsFail) {
+TEST_F(DoctorOfShells, FindsAShellWhoseCommandsFail) {
     const int listener = listenAt(socket);
     const auto shell = answerOnce(listener, "{\"status\":-5,\"error\":\"out of order\"}\n");
     const Diagnosis diagnosis = checkShell(socket, timeout);
@@ -276,13 +276,13 @@ TEST_F(DoctorOfShells, WarnsOfARequestWhoseAnswerIsOverdue) {
     shell.start();
     for (const char* quiet : {"[]", R"([{"reqId":"12","overdueMs":0,"state":"waits"}])", R"([{"reqId":"12"}])"}) {
         queue = quiet;
-        EXPECT_EQ(complaintsIn(checkShell(socket, timeout)), 0U) << quiet;
+        EXPECT_EQ(problemsIn(checkShell(socket, timeout)), 0U) << quiet;
     }
     queue = R"([{"reqId":"12","overdueMs":40000,"state":"request 12 overdue for 40.0 s"}])";
     EXPECT_THAT(checkShell(socket, timeout), finds(Severity::warning, "frame-host", "request 12 overdue for 40.0 s"));
 }
 
-TEST_F(DoctorOfShells, ReportsNothingAboutAShellThatHasGone) {
+TEST_F(DoctorOfShells, ReportsNothingAboutAShellThatHasEnded) {
     EXPECT_TRUE(checkShell(socket, timeout).findings.empty());
 }
 
@@ -299,7 +299,7 @@ protected:
     const std::string file = stateFolder + '/' + host::runLogName;
 };
 
-TEST_F(DoctorOfTheRunLog, IsContentWithASoundOneAndLeavesNothingBesideIt) {
+TEST_F(DoctorOfTheRunLog, AcceptsAValidRunLogAndLeavesNoOtherFiles) {
     EXPECT_TRUE(checkRunLog(stateFolder).findings.empty());
     store();
     ASSERT_EQ(filesThere(), 1U);
@@ -307,7 +307,7 @@ TEST_F(DoctorOfTheRunLog, IsContentWithASoundOneAndLeavesNothingBesideIt) {
     EXPECT_EQ(filesThere(), 1U);
 }
 
-TEST_F(DoctorOfTheRunLog, ReadsOneThatIsInUse) {
+TEST_F(DoctorOfTheRunLog, ReadsARunLogInUse) {
     lrt::RunLogStore log(file);
     log.write({{"code", "2024-05-17T08:30:00.123Z", "error", 1, 2, "text"}});
     ASSERT_EQ(filesThere(), 3U);
@@ -316,7 +316,7 @@ TEST_F(DoctorOfTheRunLog, ReadsOneThatIsInUse) {
     EXPECT_EQ(lrt::RunLogStore::readNewest(file, 10).size(), 2U);
 }
 
-TEST_F(DoctorOfTheRunLog, FindsADamagedAndAForeignOne) {
+TEST_F(DoctorOfTheRunLog, FindsADamagedAndAForeignRunLog) {
     write(std::string("state/") + host::runLogName, std::string(8192, 'x'), 0600);
     EXPECT_THAT(checkRunLog(stateFolder), finds(Severity::wrong, file, "not a database"));
     std::filesystem::remove(file);
@@ -330,7 +330,7 @@ TEST_F(DoctorOfTheRunLog, FindsADamagedAndAForeignOne) {
     EXPECT_THAT(checkRunLog(stateFolder), finds(Severity::wrong, file, "no file"));
 }
 
-TEST_F(DoctorOfTheRunLog, TakesAnyNameOfItsFolder) {
+TEST_F(DoctorOfTheRunLog, AcceptsAnyFolderName) {
     const std::string odd = folder + "/50% of?this#one";
     std::filesystem::create_directory(odd);
     const std::string log = odd + '/' + host::runLogName;

@@ -26,62 +26,62 @@ const EndianEntry pairEntries[] = {{0, vdl::EndianScalar4, 0}, {4, vdl::EndianSc
 const EndianTable pair{6, pairEntries};
 const EndianTable samePair{6, pairEntries};
 
-// Why a table with these entries is refused.
-std::string refusal(std::uint32_t size, const std::vector<EndianEntry>& entries) {
+// The error for a table with these entries.
+std::string errorOf(std::uint32_t size, const std::vector<EndianEntry>& entries) {
     const EndianTable table{size, entries.data()};
     try {
         host::planOf(table);
     } catch (const std::invalid_argument& error) {
         return error.what();
     }
-    // Plans are kept by the table's address, so a sound table may not be made here.
-    ADD_FAILURE() << "a table that is not sound was taken";
+    // Compiled plans are cached by table address, so this function must not create a valid table.
+    ADD_FAILURE() << "an invalid table was accepted";
     return "";
 }
 
-TEST(EndianTable, IsRefusedWithAnEntryOutsideTheRecord) {
-    EXPECT_THAT(refusal(6, {{0, vdl::EndianScalar4, 0}, {4, vdl::EndianScalar4, 0}, end}),
+TEST(EndianTable, IsRejectedWithAnEntryOutsideTheRecord) {
+    EXPECT_THAT(errorOf(6, {{0, vdl::EndianScalar4, 0}, {4, vdl::EndianScalar4, 0}, end}),
                 AllOf(HasSubstr("entry 1 (offset 4, kind 4)"), HasSubstr("outside a record of 6 bytes")));
-    EXPECT_THAT(refusal(4, {{0, vdl::EndianSequence, &pair}, end}), HasSubstr("outside a record of 4 bytes"));
-    EXPECT_THAT(refusal(0, {{0, vdl::EndianScalar1, 0}, end}), HasSubstr("outside a record of 0 bytes"));
-    EXPECT_THAT(refusal(8, {{4, vdl::EndianNested, &pair}, end}),
+    EXPECT_THAT(errorOf(4, {{0, vdl::EndianSequence, &pair}, end}), HasSubstr("outside a record of 4 bytes"));
+    EXPECT_THAT(errorOf(0, {{0, vdl::EndianScalar1, 0}, end}), HasSubstr("outside a record of 0 bytes"));
+    EXPECT_THAT(errorOf(8, {{4, vdl::EndianNested, &pair}, end}),
                 HasSubstr("a record of 6 bytes does not fit into one of 8"));
 }
 
-TEST(EndianTable, IsRefusedWithEntriesThatOverlapOrAreOutOfOrder) {
-    EXPECT_THAT(refusal(8, {{0, vdl::EndianScalar4, 0}, {3, vdl::EndianScalar4, 0}, end}),
+TEST(EndianTable, IsRejectedWithEntriesThatOverlapOrAreOutOfOrder) {
+    EXPECT_THAT(errorOf(8, {{0, vdl::EndianScalar4, 0}, {3, vdl::EndianScalar4, 0}, end}),
                 AllOf(HasSubstr("entry 1 (offset 3, kind 4)"), HasSubstr("before the end of the entry before it")));
-    EXPECT_THAT(refusal(8, {{4, vdl::EndianScalar4, 0}, {0, vdl::EndianScalar4, 0}, end}),
+    EXPECT_THAT(errorOf(8, {{4, vdl::EndianScalar4, 0}, {0, vdl::EndianScalar4, 0}, end}),
                 HasSubstr("entry 1 (offset 0, kind 4)"));
-    EXPECT_THAT(refusal(16, {{0, vdl::EndianNested, &pair}, {5, vdl::EndianScalar1, 0}, end}),
+    EXPECT_THAT(errorOf(16, {{0, vdl::EndianNested, &pair}, {5, vdl::EndianScalar1, 0}, end}),
                 HasSubstr("entry 1 (offset 5, kind 1)"));
 }
 
-TEST(EndianTable, IsRefusedWithAnUnknownKind) {
+TEST(EndianTable, IsRejectedWithAnUnknownKind) {
     for (const std::uint16_t kind : std::initializer_list<std::uint16_t>{0, 5, 0x4048, 0x404A, 0xFFFF})
-        EXPECT_THAT(refusal(8, {{0, kind, 0}, end}), HasSubstr("unknown kind")) << kind;
+        EXPECT_THAT(errorOf(8, {{0, kind, 0}, end}), HasSubstr("unknown kind")) << kind;
 }
 
-TEST(EndianTable, IsRefusedWithANullTableOrEntryList) {
-    EXPECT_THAT(refusal(8, {{0, vdl::EndianNested, noTable}, end}), HasSubstr("null nested table"));
-    EXPECT_THAT(refusal(8, {{0, vdl::EndianSequence, noTable}, end}), HasSubstr("null nested table"));
+TEST(EndianTable, IsRejectedWithANullTableOrEntryList) {
+    EXPECT_THAT(errorOf(8, {{0, vdl::EndianNested, noTable}, end}), HasSubstr("null nested table"));
+    EXPECT_THAT(errorOf(8, {{0, vdl::EndianSequence, noTable}, end}), HasSubstr("null nested table"));
     static const EndianTable withoutEntries{4, nullptr};
-    EXPECT_THAT(refusal(8, {{0, vdl::EndianNested, &withoutEntries}, end}),
+    EXPECT_THAT(errorOf(8, {{0, vdl::EndianNested, &withoutEntries}, end}),
                 AllOf(HasSubstr("entry 0 (offset 0, kind 3)"), HasSubstr("without a list of entries")));
 }
 
-TEST(EndianTable, IsRefusedWithElementsOfSizeZero) {
+TEST(EndianTable, IsRejectedWithElementsOfSizeZero) {
     static const EndianTable nothing{0, &end};
-    EXPECT_THAT(refusal(8, {{0, vdl::EndianSequence, &nothing}, end}), HasSubstr("elements of size 0"));
+    EXPECT_THAT(errorOf(8, {{0, vdl::EndianSequence, &nothing}, end}), HasSubstr("elements of size 0"));
 }
 
-TEST(EndianTable, IsRefusedWithoutATerminator) {
+TEST(EndianTable, IsRejectedWithoutATerminator) {
     std::vector<EndianEntry> entries;
     for (std::uint16_t i = 0; i < 5000; ++i) entries.push_back({i, vdl::EndianScalar1, 0});
-    EXPECT_THAT(refusal(5000, entries), HasSubstr("no terminator within 4096 entries"));
+    EXPECT_THAT(errorOf(5000, entries), HasSubstr("no terminator within 4096 entries"));
 }
 
-TEST(EndianTable, IsRefusedWhenItContainsItself) {
+TEST(EndianTable, IsRejectedWhenItContainsItself) {
     static EndianTable itself{8, nullptr};
     static const EndianEntry sequence[] = {{0, vdl::EndianSequence, &itself}, end};
     static const EndianEntry nested[] = {{0, vdl::EndianNested, &itself}, end};
@@ -111,7 +111,7 @@ struct Chain {
     }
 };
 
-TEST(EndianTable, IsRefusedWhenNestedTooDeepWhateverWasCompiledBefore) {
+TEST(EndianTable, IsRejectedWhenNestedTooDeeplyWhateverWasCompiledBefore) {
     static const Chain upwards, downwards;
     for (std::size_t i = 0; i < 17; ++i) host::planOf(upwards.tables[i]);
     EXPECT_THROW(host::planOf(upwards.tables[17]), std::invalid_argument);
@@ -146,7 +146,7 @@ TEST(EndianTable, HasTheFingerprintOfItsLayout) {
 }
 
 TEST(EndianTable, HasAFingerprintThatDoesNotChange) {
-    // Both ends of a connection compute it on their own, perhaps from other builds.
+    // Both ends of a connection compute it, perhaps from different builds.
     EXPECT_EQ(host::fingerprint(pair), 0x5C48BE43C65E5381U);
 }
 

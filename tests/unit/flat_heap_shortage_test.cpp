@@ -1,4 +1,4 @@
-// The flat heap when a thread has no memory for what it keeps beside the flat blocks.
+// The flat heap when a thread has no memory for its cache.
 #include "unit/shortage-fixture.h"
 
 #include <new>
@@ -8,8 +8,8 @@ namespace {
 
 using namespace shortage_test;
 
-TEST(FlatHeapWithoutMemory, ServesAThreadsFirstBlockOrThrows) {
-    vdlFlatFree(vdlFlatAlloc(1)); // what is made at first use and kept
+TEST(FlatHeapWithoutMemory, AllocatesAThreadsFirstBlockOrThrows) {
+    vdlFlatFree(vdlFlatAlloc(1)); // creates objects that are kept after the first use
     for (const Shortage shortage : shortages) {
         bool met = true, served = false;
         long allocations = 0;
@@ -19,16 +19,16 @@ TEST(FlatHeapWithoutMemory, ServesAThreadsFirstBlockOrThrows) {
             std::thread([&] {
                 support::passing = shortage == Shortage::Passing;
                 const auto take = [] { vdlFlatFree(vdlFlatAlloc(100)); };
-                const bool through = support::getsThroughWith(allocations, take);
+                const bool succeeded = support::succeedsWith(allocations, take);
                 met = support::allocationsFailed > 0;
-                served = served || (met && through);
-                EXPECT_TRUE(through || met);
+                served = served || (met && succeeded);
+                EXPECT_TRUE(succeeded || met);
             }).join();
             EXPECT_EQ(host::flatHeapUsage().blocks, before);
         }
         EXPECT_GT(allocations, 1);
         const bool fromTheCHeap = host::flatHeapUsage().limit == 0;
-        EXPECT_TRUE(served || fromTheCHeap) << "without a cache of its own";
+        EXPECT_TRUE(served || fromTheCHeap) << "the block was allocated without a cache";
     }
 }
 

@@ -25,7 +25,7 @@ std::uintptr_t address(const void* block) { return reinterpret_cast<std::uintptr
 // The size of the region that the blocks come from; 0 where they come from malloc.
 std::size_t limit() { return static_cast<std::size_t>(host::flatHeapUsage().limit); }
 
-// Blocks of size bytes until the region has no more.
+// Allocates blocks of size bytes until the region is exhausted.
 std::vector<void*> exhaust(std::size_t size) {
     std::vector<void*> blocks;
     blocks.reserve(limit() / size + 1);
@@ -41,14 +41,13 @@ void freeAll(std::vector<void*>& blocks) {
     blocks.clear();
 }
 
-// The blocks from the middle of the region last. They are what stays in a thread's cache, and a large block cannot lie
-// across them.
+// Frees the blocks in the middle of the region last. They stay in the thread's cache, so no large block can span them.
 void freeMiddleLast(std::vector<void*>& blocks) {
     std::rotate(blocks.begin(), blocks.begin() + static_cast<std::ptrdiff_t>(blocks.size() / 2), blocks.end());
     freeAll(blocks);
 }
 
-// Every test leaves the heap as it was.
+// Checks that a test frees all its blocks.
 class FlatHeap : public testing::Test {
 protected:
     void TearDown() override {
@@ -61,11 +60,11 @@ private:
     const host::FlatHeapUsage before_ = host::flatHeapUsage();
 };
 
-// What a region of its own lets the heap promise.
+// Properties that hold only where the flat heap has a memory region of its own.
 class FlatRegion : public FlatHeap {
 protected:
-    // The size, to a mebibyte, of the largest block that can be had now. The heap keeps free blocks of threads that
-    // other tests have ended, and a large block cannot lie across those.
+    // The size, to a mebibyte, of the largest block that can be allocated now. The heap keeps free blocks of threads
+    // that ended in other tests, and a large block cannot span those.
     static std::size_t largestBlock() {
         for (std::size_t size = limit() - mebibyte;; size -= mebibyte) {
             try {
@@ -81,14 +80,14 @@ protected:
     }
 };
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, UsesMemoryAgainThatWasFreed) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, ReusesFreedMemory) {
     for (const std::size_t size : {std::size_t{24}, std::size_t{1000}, 64 * kibibyte, 3 * mebibyte}) {
         const std::size_t rounds = 4 * limit() / size;
         for (std::size_t i = 0; i < std::min<std::size_t>(rounds, 100000); ++i) vdlFlatFree(vdlFlatAlloc(size));
     }
 }
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, ThrowsWhenExhaustedAndServesOn) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, ThrowsWhenExhaustedAndRemainsUsable) {
     for (const std::size_t size : {4 * kibibyte, 60 * kibibyte, mebibyte - 8}) {
         auto blocks = exhaust(size);
         EXPECT_GT(blocks.size() * size, limit() / 4 * 3) << size;
@@ -99,29 +98,29 @@ TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, ThrowsWhenExhaustedAndSer
     }
 }
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, RefusesWhatIsLargerThanTheRegion) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, RejectsABlockLargerThanTheRegion) {
     for (const std::size_t size : {limit(), limit() + 1, SIZE_MAX - 7, SIZE_MAX - 3, SIZE_MAX})
         EXPECT_THROW((void)vdlFlatAlloc(size), std::bad_alloc) << size;
 }
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, JoinsSmallBlocksToLargeOnesWhenTheyAreFree) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, MergesFreeBlocks) {
     const std::size_t largest = largestBlock();
     auto small = exhaust(4 * kibibyte);
     freeMiddleLast(small);
     expectAgain(largest);
 }
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, GivesThePagesOfALargeBlockBackToTheSystem) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, ReturnsThePagesOfALargeBlockToTheSystem) {
     auto* block = static_cast<char*>(vdlFlatAlloc(8 * mebibyte));
     std::memset(block, 'x', 8 * mebibyte);
     vdlFlatFree(block);
     auto* again = static_cast<char*>(vdlFlatAlloc(8 * mebibyte));
-    ASSERT_EQ(again, block) << "the lowest free place comes first";
+    ASSERT_EQ(again, block) << "the lowest free address is used first";
     EXPECT_TRUE(std::all_of(again, again + 8 * mebibyte, [](char byte) { return byte == 0; }));
     vdlFlatFree(again);
 }
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, GetsTheBlocksOfEndedThreadsBack) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, ReclaimsTheBlocksOfEndedThreads) {
     const std::size_t largest = largestBlock();
     std::thread([] {
         auto blocks = exhaust(4 * kibibyte);
@@ -132,7 +131,7 @@ TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, GetsTheBlocksOfEndedThrea
 
 // ---- with and without a region ----
 
-TEST_F(FlatHeap, GivesDistinctAlignedBlocksBelowFourGibibytesForEverySize) {
+TEST_F(FlatHeap, ReturnsDistinctAlignedBlocksBelowFourGibibytesForEverySize) {
     std::vector<std::pair<unsigned char*, std::size_t>> blocks;
     for (std::size_t size = 0; size < 200 * kibibyte; size += size < 300 ? 1 : size / 7) {
         auto* block = static_cast<unsigned char*>(vdlFlatAlloc(size));
@@ -148,7 +147,7 @@ TEST_F(FlatHeap, GivesDistinctAlignedBlocksBelowFourGibibytesForEverySize) {
     }
 }
 
-TEST_F(FlatHeap, GivesAByteWhenAskedForNone) {
+TEST_F(FlatHeap, AllocatesAByteForSizeZero) {
     auto* block = static_cast<char*>(vdlFlatAlloc(0));
     ASSERT_NE(block, nullptr);
     *block = 'x';
@@ -157,7 +156,7 @@ TEST_F(FlatHeap, GivesAByteWhenAskedForNone) {
 
 TEST_F(FlatHeap, IgnoresNull) { vdlFlatFree(nullptr); }
 
-TEST_F(FlatHeap, CountsBlocksAndTheBytesAskedFor) {
+TEST_F(FlatHeap, CountsBlocksAndRequestedBytes) {
     const auto before = host::flatHeapUsage();
     void* small = vdlFlatAlloc(10);
     void* large = vdlFlatAlloc(mebibyte + 1);
@@ -166,13 +165,13 @@ TEST_F(FlatHeap, CountsBlocksAndTheBytesAskedFor) {
     if (limit() > 0)
         EXPECT_EQ(between.bytes - before.bytes, mebibyte + 11);
     else
-        EXPECT_GE(between.bytes - before.bytes, mebibyte + 11) << "malloc gives a little more than it is asked for";
+        EXPECT_GE(between.bytes - before.bytes, mebibyte + 11) << "malloc allocates a little more than requested";
     EXPECT_EQ(between.limit, before.limit);
     vdlFlatFree(small);
     vdlFlatFree(large);
 }
 
-TEST_F(FlatHeap, TakesBlocksBackFromOtherThreads) {
+TEST_F(FlatHeap, AcceptsBlocksFreedByOtherThreads) {
     std::vector<void*> blocks(20000);
     std::thread([&] {
         for (std::size_t i = 0; i < blocks.size(); ++i) blocks[i] = vdlFlatAlloc(i % 500);
@@ -191,7 +190,7 @@ struct FreedAtThreadEnd {
 
 TEST_F(FlatHeap, ServesThreadsThatAreEnding) {
     std::thread([] {
-        thread_local FreedAtThreadEnd early; // destroyed after what the heap keeps for the thread
+        thread_local FreedAtThreadEnd early; // destroyed after the heap's cache of the thread
         early.block = vdlFlatAlloc(50);
     }).join();
 }
@@ -210,7 +209,7 @@ TEST_F(FlatHeap, ServesManyThreadsThatExchangeBlocks) {
                 block[0] = block[size - 1] = mark;
                 std::memset(block + 1, mark, 2);
                 unsigned char* other = places[random() % places.size()].exchange(block);
-                if (other && other[0] != other[2]) ADD_FAILURE() << "a block changed hands with other content";
+                if (other && other[0] != other[2]) ADD_FAILURE() << "a block's content changed between threads";
                 vdlFlatFree(other);
             }
         });
@@ -220,7 +219,7 @@ TEST_F(FlatHeap, ServesManyThreadsThatExchangeBlocks) {
 }
 
 #ifdef __SANITIZE_ADDRESS__
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, PoisonsWhatIsNotAllocated) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, PoisonsUnallocatedMemory) {
     for (const std::size_t size : {std::size_t{5}, std::size_t{24}, 3 * mebibyte}) {
         auto* block = static_cast<char*>(vdlFlatAlloc(size));
         EXPECT_FALSE(__asan_address_is_poisoned(block));
@@ -233,7 +232,7 @@ TEST_F_WHERE(support::flatMemoryIsLimited, FlatRegion, PoisonsWhatIsNotAllocated
 }
 #endif
 
-// The region is reserved once in a process, so each size is tried in one of its own.
+// The region is reserved once per process, so each size is tried in its own process.
 std::uint64_t limitOfProcess(const char* megabytes) {
     setenv("TVSA_FLAT_HEAP_MB", megabytes, 1);
     return host::flatHeapUsage().limit;
@@ -241,7 +240,7 @@ std::uint64_t limitOfProcess(const char* megabytes) {
 
 using FlatHeapDeathTest = testing::Test;
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatHeapDeathTest, HasTheSizeThatTheEnvironmentSays) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatHeapDeathTest, HasTheSizeFromTheEnvironment) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     const auto matches = [](const char* megabytes, std::uint64_t expected) {
         EXPECT_EXIT(std::_Exit(limitOfProcess(megabytes) == expected * mebibyte ? 0 : 1), testing::ExitedWithCode(0),

@@ -1,4 +1,4 @@
-// What flat forms are made of: bytes, arrays, regions, and what happens when flat memory runs out.
+// The parts of flat forms: bytes, arrays and regions. Also: what happens when flat memory runs out.
 #include "support/samples.h"
 #include "support/test-where.h"
 #include "support/tv-messages.h"
@@ -19,7 +19,7 @@ namespace {
 
 using namespace tvservice;
 
-TEST(CopyBytes, CopiesEveryLengthAndNothingBesides) {
+TEST(CopyBytes, CopiesExactlyTheGivenLength) {
     for (std::size_t length = 0; length <= 40; ++length) {
         std::string from;
         for (std::size_t i = 0; i < length; ++i) from += static_cast<char>('A' + i);
@@ -29,7 +29,7 @@ TEST(CopyBytes, CopiesEveryLengthAndNothingBesides) {
     }
 }
 
-// Hands out no memory, and says how much was wanted.
+// Allocates nothing, and records how much was requested.
 struct WantedBlocks {
     std::size_t wanted = 0;
     char* allocate(std::size_t bytes) {
@@ -38,20 +38,20 @@ struct WantedBlocks {
     }
 };
 
-TEST(NewArray, RefusesWhatDoesNotFitIntoFlatMemory) {
+TEST(NewArray, RejectsASizeThatDoesNotFitIntoFlatMemory) {
     constexpr std::size_t most = UINT32_MAX / sizeof(vdlDeserString_t);
     WantedBlocks blocks;
     genrpc::newArray<vdlDeserString_t>(most, blocks);
     EXPECT_EQ(blocks.wanted, most * sizeof(vdlDeserString_t));
     EXPECT_THROW((void)genrpc::newArray<vdlDeserString_t>(most + 1, blocks), std::bad_alloc);
     EXPECT_THROW((void)genrpc::newArray<vdlDeserString_t>(SIZE_MAX, blocks), std::bad_alloc);
-    EXPECT_EQ(blocks.wanted, most * sizeof(vdlDeserString_t)) << "asked for in vain";
+    EXPECT_EQ(blocks.wanted, most * sizeof(vdlDeserString_t)) << "requested, but not allocated";
 }
 
-TEST(NewArray, IsZeroOnTheHeapAsItMayBeReleasedHalfFilled) {
+TEST(NewArray, IsZeroedOnTheHeapSoThatItMayBeReleasedHalfFilled) {
     genrpc::HeapBlocks blocks;
     constexpr std::size_t count = 50;
-    void* const before = vdlFlatAlloc(count * sizeof(vdlDeserString_t)); // which the array may get
+    void* const before = vdlFlatAlloc(count * sizeof(vdlDeserString_t)); // so that the array may reuse this block
     std::fill_n(static_cast<char*>(before), count * sizeof(vdlDeserString_t), '\xAA');
     vdlFlatFree(before);
     auto* const array = genrpc::newArray<vdlDeserString_t>(count, blocks);
@@ -94,7 +94,7 @@ template <class Record> void expectAssigned() {
     EXPECT_EQ(host::flatHeapUsage().blocks, before);
 }
 
-TEST(FlatForm, HoldsTheRecordThatWasAssignedToItInAsManyBlocksAsOneMadeOfIt) {
+TEST(FlatForm, HoldsAnAssignedRecordInAsManyBlocksAsAConstructedOne) {
     const auto expect = []<class Record>() { expectAssigned<Record>(); };
     support::forEach(support::CoreRecords{}, expect);
     support::forEach(support::StreamRecords{}, expect);
@@ -103,7 +103,7 @@ TEST(FlatForm, HoldsTheRecordThatWasAssignedToItInAsManyBlocksAsOneMadeOfIt) {
 
 using FlatFormInALimit = testing::Test;
 
-TEST_F_WHERE(support::flatMemoryIsLimited, FlatFormInALimit, GivesEverythingBackWhenFlatMemoryRunsOutWhileItIsMade) {
+TEST_F_WHERE(support::flatMemoryIsLimited, FlatFormInALimit, ReleasesEverythingWhenConstructionRunsOutOfFlatMemory) {
     std::vector<void*> taken;
     for (std::size_t size = std::size_t{1} << 20; size >= 16; size /= 2) {
         try {
@@ -111,7 +111,7 @@ TEST_F_WHERE(support::flatMemoryIsLimited, FlatFormInALimit, GivesEverythingBack
         } catch (const std::bad_alloc&) {
         }
     }
-    // Room for a string more every time, in the end for all of the form.
+    // Each round has room for one more string, the last one for the whole form.
     const auto sample = support::Samples().next<TvServiceReq_t>();
     bool made = false;
     while (!made && !taken.empty()) {
@@ -131,10 +131,10 @@ TEST_F_WHERE(support::flatMemoryIsLimited, FlatFormInALimit, GivesEverythingBack
     for (void* block : taken) vdlFlatFree(block);
 }
 
-TEST(FlatSequence, WithMoreElementsThanFitIsALengthError) {
+TEST(FlatSequence, ThrowsALengthErrorForTooManyElements) {
     EXPECT_EQ(genrpc::countWithin(5, 5), 5U);
     EXPECT_THROW((void)genrpc::countWithin(6, 5), std::length_error);
-    // In an address space of 32 bits neither the array nor the vector of so many may pass its end.
+    // In a 32-bit address space neither the array nor the vector of this size may exceed the address space.
     const auto expect = []<class Record>() {
         using Flat = typename Record::Flat;
         const std::uint64_t most = genrpc::largestCount<Flat>(INT32_MAX);
@@ -157,7 +157,7 @@ TEST(FlatSequence, WithMoreElementsThanFitIsALengthError) {
     support::forEach(support::StatusRecords{}, expect);
 }
 
-TEST(FlatRegion, GivesBlocksThatDoNotOverlapAndDoublesItsMemory) {
+TEST(FlatRegion, ReturnsBlocksThatDoNotOverlapAndDoublesItsMemory) {
     const auto before = host::flatHeapUsage().blocks;
     auto region = genrpc::FlatRegion::create(1000);
     std::vector<std::pair<char*, std::size_t>> places;
@@ -168,7 +168,7 @@ TEST(FlatRegion, GivesBlocksThatDoNotOverlapAndDoublesItsMemory) {
         blocks.push_back(host::flatHeapUsage().blocks - before);
     };
     for (int i = 0; i < 20; ++i) take(470);
-    take(20000); // more than twice the memory before
+    take(20000); // more than twice the previous memory
     take(10);
     const std::vector<std::uint64_t> expected{1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3, 4, 4, 4, 4, 4, 4, 5, 6};
     EXPECT_EQ(blocks, expected);
@@ -180,10 +180,10 @@ TEST(FlatRegion, GivesBlocksThatDoNotOverlapAndDoublesItsMemory) {
     EXPECT_EQ(host::flatHeapUsage().blocks, before);
 }
 
-TEST(FlatRegion, HasRoomForAMessageHoweverLittleIsAskedFor) {
+TEST(FlatRegion, HasRoomForAMessageEvenIfLittleIsRequested) {
     const auto before = host::flatHeapUsage().blocks;
     auto region = genrpc::FlatRegion::create(0);
-    region->allocate(256); // to its last byte
+    region->allocate(256); // fills it to the last byte
     EXPECT_EQ(host::flatHeapUsage().blocks, before + 1);
     region->allocate(1);
     EXPECT_EQ(host::flatHeapUsage().blocks, before + 2);

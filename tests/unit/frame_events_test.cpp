@@ -25,7 +25,7 @@ TEST(Events, RunInOrderAndOnlyThosePostedBeforeTheSchedule) {
                 });
                 a->scheduleEvents();
                 a->scheduleEvents();
-                a->postEvent([] { trace().push_back("3"); }); // waits for the schedule that event 2 makes
+                a->postEvent([] { trace().push_back("3"); }); // runs in the schedule that event 2 requests
                 return 0;
             });
             EXPECT_THAT(trace(), ElementsAre("1", "2", "3", "stop A"));
@@ -33,7 +33,7 @@ TEST(Events, RunInOrderAndOnlyThosePostedBeforeTheSchedule) {
         "bad event");
 }
 
-TEST(Events, PostedButNotScheduledDoNotRun) {
+TEST(Events, DoNotRunUntilScheduled) {
     inOwnProcess([] {
         auto *a = new Member("A"), *b = new Member("B");
         run([&] {
@@ -48,7 +48,7 @@ TEST(Events, PostedButNotScheduledDoNotRun) {
     });
 }
 
-TEST(Events, OfAStoppedMemberAreDiscarded) {
+TEST(Events, AreDiscardedWhenTheirMemberStops) {
     inOwnProcess([] {
         auto *a = new Member("A"), *b = new Member("B");
         run([&] {
@@ -65,7 +65,7 @@ TEST(Events, OfAStoppedMemberAreDiscarded) {
     });
 }
 
-TEST(Events, RunAgainOnceAStoppedMemberIsStartedAnew) {
+TEST(Events, RunAgainAfterAStoppedMemberRestarts) {
     inOwnProcess([] {
         auto* a = new Member("A");
         run([&] {
@@ -78,7 +78,7 @@ TEST(Events, RunAgainOnceAStoppedMemberIsStartedAnew) {
             a->postEvent([] { trace().push_back("after the start"); });
             a->postEvent(host::stopProcess);
             a->scheduleEvents();
-            // Ends the process when A's events, which would, are discarded.
+            // Ends the process, because A's events, which would end it, are discarded.
             auto* b = new Member("B");
             startMembers({b});
             b->postEvent(host::stopProcess);
@@ -90,7 +90,7 @@ TEST(Events, RunAgainOnceAStoppedMemberIsStartedAnew) {
     });
 }
 
-TEST(Events, StayDiscardedWhenAStoppedMemberFailsToStartAnew) {
+TEST(Events, StayDiscardedWhenAStoppedMemberFailsToRestart) {
     inOwnProcess([] {
         auto* a = new Member("A");
         run([&] {
@@ -111,7 +111,7 @@ TEST(Events, StayDiscardedWhenAStoppedMemberFailsToStartAnew) {
     });
 }
 
-TEST(Events, OfADestroyedMemberAreDiscarded) {
+TEST(Events, AreDiscardedWhenTheirMemberIsDestroyed) {
     inOwnProcess([] {
         auto* b = new Member("B");
         run([&] {
@@ -131,12 +131,12 @@ TEST(Events, OfADestroyedMemberAreDiscarded) {
     });
 }
 
-TEST(Events, OfManyThreadsAllRunOnTheFrameworksThread) {
+TEST(Events, RunOnTheFrameworksThreadWhateverThreadPostsThem) {
     inOwnProcess([] {
         constexpr int threads = 4, perThread = 200;
         const auto framework = std::this_thread::get_id();
         auto* a = new Member("A");
-        int ran = 0; // touched by the framework's thread only
+        int ran = 0; // used only by the framework's thread
         std::vector<std::thread> posters;
         run([&] {
             startMembers({a});

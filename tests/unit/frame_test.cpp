@@ -99,19 +99,23 @@ TEST(ApplicationMembers, AreUndoneWhenOneThrows) {
         "no memory for pictures");
 }
 
-TEST(ApplicationMembers, ThatFailAreNamedInTheLog) {
+TEST(ApplicationMembers, AreNamedInTheLogWhenTheyFail) {
     inOwnProcess([] { startMembers({new Member("A"), new Member("B", "setupDone")}); }, "member 2 of ");
-    inOwnProcess([] { startMembers({new Member("A"), new Member("B", "setupDone")}); }, "setupDone returned EIO, Input/output error");
+    inOwnProcess(
+        [] {
+            startMembers({new Member("A"), new Member("B", "setupDone")});
+        },
+        "setupDone returned EIO, Input/output error");
 }
 
-TEST(ApplicationMembers, MayBeNone) { EXPECT_EQ(startMembers({}), 0); }
+TEST(ApplicationMembers, MayBeAnEmptyList) { EXPECT_EQ(startMembers({}), 0); }
 
-TEST(ApplicationMembers, MustComeInAnArray) {
+TEST(ApplicationMembers, RequireAnArray) {
     EXPECT_EQ(Process::getInstance()->startAppMembersSync(nullptr), -22);
     EXPECT_EQ(Process::getInstance()->startAppMembersSync([]() -> void** { return nullptr; }), -22);
 }
 
-TEST(ApplicationMembers, StartedByAMembersStartComeUpAtOnce) {
+TEST(ApplicationMembers, StartAtOnceWhenAMembersStartRequestsIt) {
     inOwnProcess([] {
         auto* outer = new Member("outer");
         outer->onStart = [] { EXPECT_EQ(startMembers({new Member("inner")}), 0); };
@@ -125,7 +129,7 @@ TEST(ApplicationMembers, StartedByAMembersStartComeUpAtOnce) {
     });
 }
 
-TEST(ApplicationMembers, OfAnotherThreadAreStartedOnTheFrameworksThread) {
+TEST(ApplicationMembers, RequestedByAnotherThreadStartOnTheFrameworksThread) {
     inOwnProcess([] {
         const auto framework = std::this_thread::get_id();
         std::thread::id startedOn;
@@ -135,7 +139,7 @@ TEST(ApplicationMembers, OfAnotherThreadAreStartedOnTheFrameworksThread) {
                 auto* a = new Member("A");
                 a->onStart = [&] { startedOn = std::this_thread::get_id(); };
                 EXPECT_EQ(startMembers({a}), 0);
-                EXPECT_EQ(startedOn, framework); // it has happened already
+                EXPECT_EQ(startedOn, framework); // the start has completed
                 EXPECT_EQ(startMembers({new Member("B", "start")}), -5);
                 host::stopProcess();
             });
@@ -146,7 +150,7 @@ TEST(ApplicationMembers, OfAnotherThreadAreStartedOnTheFrameworksThread) {
     });
 }
 
-TEST(ApplicationMembers, OfAnotherThreadAreRefusedWhileTheProcessEnds) {
+TEST(ApplicationMembers, RequestedByAnotherThreadAreRejectedWhileTheProcessEnds) {
     inOwnProcess([] {
         auto* a = new Member("A");
         a->onStop = [] {
@@ -160,7 +164,7 @@ TEST(ApplicationMembers, OfAnotherThreadAreRefusedWhileTheProcessEnds) {
     });
 }
 
-TEST(ApplicationMembers, StartedAfterTheEndAreStartedByTheCaller) {
+TEST(ApplicationMembers, AreStartedByTheCallerAfterTheEnd) {
     inOwnProcess([] {
         host::stopProcess();
         run([] { return 0; });
@@ -185,11 +189,11 @@ TEST(RunningAProcess, EndsWithTheResultOfAFailedReadyCall) {
     });
 }
 
-TEST(LoadingAnApplication, RefusesAPathWithoutLibrary) {
+TEST(LoadingAnApplication, RejectsAPathWithoutALibrary) {
     inOwnProcess([] { EXPECT_EQ(host::loadApplication("/nonexistent/library.so"), -2); }, "/nonexistent/library.so");
 }
 
-TEST(LoadingAnApplication, RefusesALibraryWithoutEntry) {
+TEST(LoadingAnApplication, RejectsALibraryWithoutTheEntryPoint) {
     inOwnProcess([] { EXPECT_EQ(host::loadApplication("libm.so.6"), -2); }, "frameCreateApplicationArray");
 }
 

@@ -1,5 +1,5 @@
 // The golden messages: contents with their bytes in both byte orders, written by another implementation of the wire
-// form (tests/decoder). The code must decode and encode exactly these.
+// format (tests/decoder). The code must decode and encode them exactly.
 #include "support/tv-messages.h"
 #include "support/wire.h"
 
@@ -110,7 +110,7 @@ const auto nameOf = [](const auto& test) { return std::string(test.param.service
 
 INSTANTIATE_TEST_SUITE_P(, GoldenMessage, testing::ValuesIn(codecs), nameOf);
 
-// A null pointer may stand for an empty string, and any word but zero for a flag that is set. All else has one form.
+// An empty string may have a null pointer, and a set flag may be any word except zero. Everything else has one form.
 bool hasSeveralForms(const Json& content) {
     return content.is_string() || content.is_boolean() ||
            (content.is_structured() && std::any_of(content.begin(), content.end(), hasSeveralForms));
@@ -120,7 +120,7 @@ std::vector<Codec> codecsWithSeveralForms() {
     std::vector<Codec> several;
     for (const Codec& codec : codecs) {
         const Json file = fileOf(codec);
-        if (!file.is_object()) continue; // which other tests report
+        if (!file.is_object()) continue; // other tests report it
         const auto& values = file.at("values");
         if (std::any_of(values.begin(), values.end(),
                         [](const auto& value) { return hasSeveralForms(value["content"]); }))
@@ -131,7 +131,7 @@ std::vector<Codec> codecsWithSeveralForms() {
 
 class GoldenMessageWithTextsOrFlags : public GoldenMessage {};
 
-TEST_P(GoldenMessageWithTextsOrFlags, IsReadAsAnotherSenderMayWriteIt) { expectRead("accepted"); }
+TEST_P(GoldenMessageWithTextsOrFlags, IsReadInOtherFormsThatASenderMayWrite) { expectRead("accepted"); }
 
 INSTANTIATE_TEST_SUITE_P(, GoldenMessageWithTextsOrFlags, testing::ValuesIn(codecsWithSeveralForms()), nameOf);
 

@@ -1,4 +1,4 @@
-// Records and arguments as JSON: what is read, and the errors for JSON that does not fit.
+// Reading records and arguments from JSON, and the errors for JSON that does not match.
 #include <genrpc/json.h>
 #include <tvservice/messages.h>
 
@@ -29,13 +29,13 @@ template <class Message> std::string problemOfArguments(const std::string& text)
     return "none";
 }
 
-TEST(Json, IsOneLineInWhichWhatIsNotUtf8IsReplaced) {
+TEST(Json, IsOneLineWithInvalidUtf8Replaced) {
     TvServicePlayInfo_t info;
     info.strParam1 = "\xC3\xA4\xFF";
     EXPECT_EQ(genrpc::toText(info), "TvServicePlayInfo_t {\"strParam1\":\"\xC3\xA4\xEF\xBF\xBD\"}");
 }
 
-TEST(Json, NamesTheFieldThatIsWrongAndWhatWasWanted) {
+TEST(Json, NamesTheWrongFieldAndTheExpectedType) {
     EXPECT_EQ(problemOf<TvServiceReq_t>("[]"), "the value: wanted an object");
     EXPECT_EQ(problemOf<TvServiceReq_t>(R"({"uri": 1})"), "uri: wanted a string");
     EXPECT_EQ(problemOf<TvServiceReq_t>(R"({"intParam1": "1"})"), "intParam1: wanted an integer");
@@ -49,7 +49,7 @@ TEST(Json, NamesTheFieldThatIsWrongAndWhatWasWanted) {
     EXPECT_EQ(problemOf<MtsAudioTrack_t>("\"one\""), "the value: wanted an integer");
 }
 
-TEST(Json, HasNumbersThatFit) {
+TEST(Json, RejectsNumbersThatDoNotFit) {
     EXPECT_EQ(problemOf<std::uint16_t>("65535"), "none");
     EXPECT_EQ(problemOf<std::uint16_t>("65536"), "the value: 65536 does not fit into 16 bits");
     EXPECT_EQ(problemOf<std::uint16_t>("-1"), "the value: -1 does not fit into 16 bits");
@@ -61,13 +61,13 @@ TEST(Json, HasNumbersThatFit) {
     EXPECT_EQ(word, std::numeric_limits<std::uint32_t>::max());
 }
 
-TEST(Json, LeavesWhatItDoesNotName) {
+TEST(Json, LeavesUnnamedFieldsUnchanged) {
     TvServiceTerminal_t terminal{3, 4};
     genrpc::fromJson(Json::parse(R"({"id": 7})"), "", terminal);
     EXPECT_EQ(terminal, (TvServiceTerminal_t{3, 7}));
 }
 
-TEST(Json, OfArgumentsNamesThoseThatAreWrong) {
+TEST(Json, NamesTheWrongArguments) {
     using Oad = messages::TvserviceOadStatusNotify;
     EXPECT_EQ(problemOfArguments<Oad>("1"), "the value: wanted an object");
     EXPECT_EQ(problemOfArguments<Oad>(R"({"state": 1})"), "the value: there is no field \"state\"");

@@ -1,4 +1,4 @@
-// The limit on log lines that a peer can cause at any rate.
+// The rate limit of log lines that a peer can cause.
 #include "log/line-limit.h"
 
 #include <host/log-capture.h>
@@ -36,7 +36,7 @@ unsigned admitted(LineLimit& limit, unsigned lines, LineLimit::Clock::time_point
     return count;
 }
 
-TEST(LineLimit, WritesTheFirstLinesOfEachSecondAndReportsHowManyMoreThereWere) {
+TEST(LineLimit, WritesTheFirstLinesOfEachSecondAndReportsTheNumberSuppressed) {
     static LineLimit limit("peer %s did it\n");
     const LogCapture log({module});
     EXPECT_EQ(admitted(limit, most, at(5000ms)), most);
@@ -49,7 +49,7 @@ TEST(LineLimit, WritesTheFirstLinesOfEachSecondAndReportsHowManyMoreThereWere) {
     LineLimit::tellHeldBack(at(7000ms));
 }
 
-TEST(LineLimit, ReportsALastFloodOnceItsSecondIsOver) {
+TEST(LineLimit, ReportsTheLastSuppressedLinesOnceTheirSecondIsOver) {
     static LineLimit limit("flood\n");
     const LogCapture log({module});
     admitted(limit, most + 7, at(20000ms));
@@ -93,11 +93,11 @@ TEST(LineLimit, CountsEveryLineOfManyThreads) {
     static LineLimit limit("crowd\n");
     const LogCapture log({module});
     constexpr unsigned each = 10000;
-    std::atomic<unsigned> through{0};
+    std::atomic<unsigned> admittedLines{0};
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) threads.emplace_back([&] { through += admitted(limit, each, at(60000ms)); });
+    for (int i = 0; i < 4; ++i) threads.emplace_back([&] { admittedLines += admitted(limit, each, at(60000ms)); });
     for (auto& thread : threads) thread.join();
-    EXPECT_EQ(through, most);
+    EXPECT_EQ(admittedLines, most);
     EXPECT_FALSE(LineLimit::tellHeldBack(at(61000ms)));
     EXPECT_THAT(textsOf(log), ElementsAre("... and " + std::to_string(4 * each - most) + " more like it: crowd"));
 }

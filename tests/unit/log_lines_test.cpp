@@ -1,4 +1,4 @@
-// The lines that the adapter, the registrar of its command and the proxies log: module, severity and text.
+// The log lines of the adapter, of the registrar of its command and of the proxies: module, severity and text.
 #include "app-mmservice-proxy-main.h"
 #include "app-tvservice-proxy-main.h"
 #include "client-objects.h"
@@ -26,7 +26,7 @@
 
 extern "C" void** CreateTvMmService();
 
-// The process's own shell, which does not exist here.
+// The factory of the process's shell. There is no shell here.
 extern "C" void** CreateOvshellProxy() { return nullptr; }
 
 using testing::ElementsAreArray;
@@ -53,7 +53,7 @@ std::string mmProxy(int severity, const std::string& text) {
     return line(0x0105, severity, "app-mmservice-proxy-main.cpp:" + text);
 }
 
-// What these four modules log meanwhile. An address becomes a P.
+// The lines that these four modules log during act. Addresses are replaced by P.
 std::vector<std::string> linesOf(const std::function<void()>& act) {
     const std::vector<std::uint32_t> modules{genrpc::AdapterLog, genrpc::RegistrarLog, genrpc::TvProxyLog,
                                              genrpc::MmProxyLog};
@@ -73,7 +73,7 @@ std::vector<std::string> linesOf(const std::function<void()>& act) {
     return lines;
 }
 
-// ---- what the lines are about ----
+// ---- the members that log ----
 
 using TvService = support::RegisteredTvService;
 using MmService = support::RegisteredMmService;
@@ -90,7 +90,7 @@ void deleteMembers(void** members) {
     std::free(members);
 }
 
-// Adds a client twice, removes it twice.
+// Adds a client twice and removes it twice.
 template <class Registry, class Client> void useRegistry(Registry& registry) {
     const auto client = boost::make_shared<Client>();
     registry.addClient(client);
@@ -107,7 +107,7 @@ class MmClient : public mmservice::ClientInterface {
 };
 using TvClient = support::RecordingTvClient;
 
-// ---- scenes: each gives the lines that are logged in it ----
+// ---- scenes: each returns the lines logged in it ----
 
 using Lines = std::vector<std::string>;
 
@@ -128,7 +128,7 @@ template <class Member> Lines setUpWithTheKeyTaken() {
     return lines;
 }
 
-// A proxy's whole work between set-up and stop, with one request and one notification.
+// A proxy's work from set-up to stop, with one request and one notification.
 template <class Proxy, class Client> Lines work(void (*send)(Proxy&), void (*notify)(Proxy&)) {
     support::RecordingModule module;
     const auto proxy = attached<Proxy>();
@@ -172,7 +172,7 @@ Lines mmProxyAtWork() {
         });
 }
 
-// An adapter's life when another one has installed the debug command.
+// An adapter from creation to destruction, when another adapter has installed the debug command.
 Lines adapterLife(bool withServices) {
     const host::LogCapture unseen;
     support::newAdapter().start();
@@ -218,7 +218,7 @@ Lines mmClientObjectAtWork() {
     });
 }
 
-// ---- what is expected ----
+// ---- the expected lines ----
 
 using MakeLine = std::string (*)(int severity, const std::string& text);
 
@@ -230,7 +230,7 @@ Lines join(std::initializer_list<Lines> parts) {
 
 Lines called(MakeLine line, const std::string& function) { return {line(trace, function + "(): Called.")}; }
 
-// A step of a member's life that fails because its base does.
+// A step of a member that fails because its base class fails.
 Lines baseFails(MakeLine line, const std::string& step) {
     return join({called(line, step), {line(failure, step + "(): Parent class " + step + "() returned -107.")}});
 }
@@ -313,12 +313,12 @@ void PrintTo(const Scene& scene, std::ostream* out) { *out << scene.name; }
 
 class LogLines : public testing::TestWithParam<Scene> {};
 
-TEST_P(LogLines, AreThese) { EXPECT_THAT(GetParam().play(), ElementsAreArray(GetParam().lines)); }
+TEST_P(LogLines, AreAsListed) { EXPECT_THAT(GetParam().play(), ElementsAreArray(GetParam().lines)); }
 
 INSTANTIATE_TEST_SUITE_P(Of, LogLines, testing::ValuesIn(scenes()),
                          [](const auto& scene) { return std::string(scene.param.name); });
 
-TEST(LinesOf, AreTheCallersWhateverAnotherThreadLogsMeanwhile) {
+TEST(LinesOf, ExcludeLinesThatAnotherThreadLogs) {
     tvservice::MmServiceClient object;
     EXPECT_THAT(linesOf([&] {
                     std::thread([] {
@@ -330,9 +330,9 @@ TEST(LinesOf, AreTheCallersWhateverAnotherThreadLogsMeanwhile) {
                 testing::ElementsAre(adapter(trace, "mmServiceInfo(): Called mmServiceInfo size 0.")));
 }
 
-// The registrar finds its shell once in a process, so each of its scenes has one of its own.
+// The registrar looks up its shell once per process, so each of these tests has its own process.
 
-TEST(RegistrarLogLinesDeathTest, SayThatTheShellWasFound) {
+TEST(RegistrarLogLinesDeathTest, ReportThatTheShellWasFound) {
     const auto expected =
         Lines{registrar(trace, "ovRegister(): Called "), registrar(trace, "registerCommand(): Called "),
               registrar(progress, "svcAppovshell(): ovshell-interface pointer = P."),
@@ -346,14 +346,14 @@ TEST(RegistrarLogLinesDeathTest, SayThatTheShellWasFound) {
         testing::ExitedWithCode(0), "");
 }
 
-TEST(RegistrarLogLinesDeathTest, SayThatThereIsNoShell) {
-    const auto saying = [](const std::string& what) {
+TEST(RegistrarLogLinesDeathTest, ReportThatThereIsNoShell) {
+    const auto containsLine = [](const std::string& what) {
         return testing::ContainsRegex("0x0103 failure: ovshell.cpp:[0-9]+:svcAppovshell\\(\\): " + what);
     };
     EXPECT_EXIT(
         tvservice::ovRegister(nullptr), [](int status) { return status != 0; },
-        testing::AllOf(saying("Unable to lookup ovshell-interface: -22\\."),
-                       saying("pService != nullptr ASSERT FAILED !!!")));
+        testing::AllOf(containsLine("Unable to lookup ovshell-interface: -22\\."),
+                       containsLine("pService != nullptr ASSERT FAILED !!!")));
 }
 
 } // namespace

@@ -70,7 +70,7 @@ private:
     std::string text_;
 };
 
-// A scalar, count or pointer of a message.
+// The position of a scalar, count or pointer in a message.
 struct Scalar {
     std::size_t offset, width;
 };
@@ -149,7 +149,7 @@ std::uint32_t get(const std::string& message, std::size_t offset) {
     return word;
 }
 
-// A message in a flat block of just its size.
+// A received message in a flat block of exactly its size.
 class Arrived {
 public:
     explicit Arrived(const std::string& message)
@@ -157,7 +157,7 @@ public:
         std::memcpy(block_.get(), message.data(), size_);
     }
 
-    // What was wrong, or nothing.
+    // The error, or an empty string.
     std::string unmarshal(const EndianTable& table, bool swap = false) {
         const char* refusal = host::unmarshal(host::planOf(table), block_.get(), size_, swap);
         return refusal ? refusal : "";
@@ -174,7 +174,7 @@ private:
     std::size_t size_;
 };
 
-std::string refusal(const EndianTable& table, const std::string& message) { return Arrived(message).unmarshal(table); }
+std::string errorOf(const EndianTable& table, const std::string& message) { return Arrived(message).unmarshal(table); }
 
 vdlDeserString_t flatString(const std::string& text) {
     auto* data = static_cast<char*>(vdlFlatAlloc(text.size() + 1));
@@ -190,7 +190,7 @@ TEST(Marshaller, CopiesWhatArrivedToTheSameBytes) {
     EXPECT_EQ(message.marshal(outer), outerMessage());
 }
 
-TEST(Marshaller, WritesAStringThatIsUnsetEmptyOrFull) {
+TEST(Marshaller, WritesUnsetEmptyAndNonEmptyStrings) {
     const EndianTable& table = __vdl_EndianTable_vdlDeserString_t;
     const auto marshalled = [&](const vdlDeserString_t& string) {
         host::Bytes out;
@@ -204,7 +204,7 @@ TEST(Marshaller, WritesAStringThatIsUnsetEmptyOrFull) {
         const vdlDeserString_t string = flatString(text);
         const std::string message = marshalled(string);
         EXPECT_EQ(message, std::string(Text().u32(static_cast<std::uint32_t>(length)).u32(8).string(text)));
-        EXPECT_EQ(refusal(table, message), "");
+        EXPECT_EQ(errorOf(table, message), "");
         vdlFlatFree(string.data);
     }
 }
@@ -218,9 +218,9 @@ TEST(Marshaller, TerminatesStringsItself) {
     vdlFlatFree(string.data);
 }
 
-// One behind the other as in a region, with gaps, in another order, without a terminator between them, one in the
-// other.
-TEST(Marshaller, WritesStringsWhereverTheyLie) {
+// Strings one after the other as in a region, with gaps, in another order, without terminators between them, and one
+// inside another.
+TEST(Marshaller, WritesStringsWhereverTheyAreInMemory) {
     const std::string texts("abc\0de\0fgh\0", 11);
     constexpr std::uint32_t count = 3, arrayBytes = count * sizeof(vdlDeserString_t);
     const std::unique_ptr<char, void (*)(void*) noexcept> block(
@@ -254,7 +254,7 @@ TEST(Marshaller, WritesStringsWhereverTheyLie) {
             }
 }
 
-TEST(Marshaller, WritesAnArrayOfNothingAsNull) {
+TEST(Marshaller, WritesAnEmptyArrayAsNull) {
     auto* word = static_cast<vdl::Word<std::uint32_t>*>(vdlFlatAlloc(4));
     const vdlDeserBlobUint32_t list{0, word};
     host::Bytes out;
@@ -272,7 +272,7 @@ TEST(Marshaller, AppendsWithOffsetsFromTheMessagesStart) {
     EXPECT_EQ(std::string(out.data(), out.size()), "head:" + outerMessage());
 }
 
-TEST(Marshaller, LeavesTheRunAsItWasWhenTheMessageIsTooLong) {
+TEST(Marshaller, LeavesTheOutputUnchangedWhenTheMessageIsTooLong) {
     Arrived message(outerMessage());
     ASSERT_EQ(message.unmarshal(outer), "");
     host::Bytes out;
@@ -285,7 +285,7 @@ TEST(Marshaller, LeavesTheRunAsItWasWhenTheMessageIsTooLong) {
     EXPECT_EQ(out.size(), 5 + outerMessage().size());
 }
 
-TEST(Marshaller, RefusesToSendCountsWithNullPointers) {
+TEST(Marshaller, RejectsCountsWithNullPointersWhenSending) {
     Arrived message(outerMessage());
     ASSERT_EQ(message.unmarshal(outer), "");
     for (const std::size_t offset : {1U, 12U, 20U, 28U, 36U, 44U}) {
@@ -336,22 +336,22 @@ TEST(Marshaller, CorrectsTheByteOrderOfAForeignMessage) {
     Arrived message(swapped(outerMessage(), outerScalars()));
     ASSERT_EQ(message.unmarshal(outer, true), "");
     EXPECT_EQ(message.marshal(outer), outerMessage());
-    EXPECT_NE(refusal(outer, swapped(outerMessage(), outerScalars())), "");
+    EXPECT_NE(errorOf(outer, swapped(outerMessage(), outerScalars())), "");
 }
 
-TEST(Marshaller, RefusesEveryTruncation) {
+TEST(Marshaller, RejectsEveryTruncation) {
     for (std::size_t length = 0; length < outerMessage().size(); ++length) {
-        EXPECT_NE(refusal(outer, outerMessage().substr(0, length)), "") << length;
+        EXPECT_NE(errorOf(outer, outerMessage().substr(0, length)), "") << length;
         Arrived foreign(swapped(outerMessage(), outerScalars()).substr(0, length));
         EXPECT_NE(foreign.unmarshal(outer, true), "") << length;
     }
 }
 
-TEST(Marshaller, RefusesBytesAfterTheLastBlock) {
-    EXPECT_THAT(refusal(outer, outerMessage() + '\0'), HasSubstr("1 bytes after its last block"));
+TEST(Marshaller, RejectsBytesAfterTheLastBlock) {
+    EXPECT_THAT(errorOf(outer, outerMessage() + '\0'), HasSubstr("1 bytes after its last block"));
 }
 
-TEST(Marshaller, RefusesBoundaryValuesInEveryCountAndOffset) {
+TEST(Marshaller, RejectsBoundaryValuesInEveryCountAndOffset) {
     for (const std::size_t field : outerCounts) {
         for (const std::size_t place : {field, field + 4}) {
             const std::uint32_t right = get(outerMessage(), place);
@@ -360,7 +360,7 @@ TEST(Marshaller, RefusesBoundaryValuesInEveryCountAndOffset) {
                   (1U << 16) - 1, (1U << 29), (1U << 31) - 1, 1U << 31, UINT32_MAX - 1, UINT32_MAX}) {
                 std::string message = outerMessage();
                 put(message, place, value);
-                EXPECT_EQ(refusal(outer, message) == "", value == right) << "at " << place << ": " << value;
+                EXPECT_EQ(errorOf(outer, message) == "", value == right) << "at " << place << ": " << value;
             }
         }
     }
@@ -379,22 +379,22 @@ TEST(Marshaller, SurvivesEveryChangeOfASingleByte) {
     }
 }
 
-TEST(Marshaller, RefusesAStringWithoutTerminator) {
+TEST(Marshaller, RejectsAStringWithoutTerminator) {
     std::string message = outerMessage();
     message[59] = 'd';
-    EXPECT_THAT(refusal(outer, message), HasSubstr("string at byte 1: its block at 56 is not terminated"));
+    EXPECT_THAT(errorOf(outer, message), HasSubstr("string at byte 1: its block at 56 is not terminated"));
 }
 
-TEST(Marshaller, RefusesBlocksThatOverlapOrLeaveGaps) {
+TEST(Marshaller, RejectsBlocksThatOverlapOrLeaveGaps) {
     const EndianTable& table = __vdl_EndianTable_vdlDeserBlobString_t;
     const auto list = [](std::uint32_t first, std::uint32_t second) {
         return std::string(Text().u32(2).u32(8).u32(1).u32(first).u32(1).u32(second).string("a").string("b"));
     };
-    EXPECT_EQ(refusal(table, list(24, 26)), "");
-    EXPECT_THAT(refusal(table, list(24, 24)), HasSubstr("block of 2 bytes at 24, but the next is at 26"));
-    EXPECT_NE(refusal(table, list(26, 24)), "");
-    EXPECT_NE(refusal(table, list(25, 26)), "");
-    EXPECT_NE(refusal(table, list(8, 26)), "");
+    EXPECT_EQ(errorOf(table, list(24, 26)), "");
+    EXPECT_THAT(errorOf(table, list(24, 24)), HasSubstr("block of 2 bytes at 24, but the next is at 26"));
+    EXPECT_NE(errorOf(table, list(26, 24)), "");
+    EXPECT_NE(errorOf(table, list(25, 26)), "");
+    EXPECT_NE(errorOf(table, list(8, 26)), "");
 }
 
 TEST(Marshaller, AcceptsAStringWithALengthAndANullPointer) {
@@ -403,22 +403,22 @@ TEST(Marshaller, AcceptsAStringWithALengthAndANullPointer) {
     EXPECT_EQ(reinterpret_cast<vdlDeserString_t*>(message.data())->data.get(), nullptr);
 }
 
-TEST(Marshaller, RefusesAListWhoseCountAndPointerDisagree) {
+TEST(Marshaller, RejectsAListWhoseCountAndPointerDisagree) {
     for (const EndianTable* table :
          {&__vdl_EndianTable_vdlDeserBlobString_t, &__vdl_EndianTable_vdlDeserBlobUint32_t}) {
-        EXPECT_EQ(refusal(*table, Text().u32(0).u32(0)), "");
-        EXPECT_THAT(refusal(*table, Text().u32(1).u32(0)), HasSubstr("count 1 with a null pointer"));
-        EXPECT_THAT(refusal(*table, Text().u32(0).u32(8)), HasSubstr("count 0 with a block"));
+        EXPECT_EQ(errorOf(*table, Text().u32(0).u32(0)), "");
+        EXPECT_THAT(errorOf(*table, Text().u32(1).u32(0)), HasSubstr("count 1 with a null pointer"));
+        EXPECT_THAT(errorOf(*table, Text().u32(0).u32(8)), HasSubstr("count 0 with a block"));
     }
 }
 
-TEST(Marshaller, RefusesACountWhoseBytesExceedAWord) {
+TEST(Marshaller, RejectsACountWhoseBytesExceedAWord) {
     // 2^30 words of 4 bytes are 2^32, which is 0 in 32 bits.
-    EXPECT_NE(refusal(__vdl_EndianTable_vdlDeserBlobUint32_t, Text().u32(1U << 30).u32(8)), "");
-    EXPECT_NE(refusal(__vdl_EndianTable_vdlDeserBlobUint32_t, Text().u32((1U << 30) + 1).u32(8).u32(1)), "");
+    EXPECT_NE(errorOf(__vdl_EndianTable_vdlDeserBlobUint32_t, Text().u32(1U << 30).u32(8)), "");
+    EXPECT_NE(errorOf(__vdl_EndianTable_vdlDeserBlobUint32_t, Text().u32((1U << 30) + 1).u32(8).u32(1)), "");
 }
 
-TEST(Marshaller, TakesARecordWithoutFields) {
+TEST(Marshaller, AcceptsARecordWithoutFields) {
     static const EndianEntry entries[] = {end};
     static const EndianTable table{0, entries};
     host::Bytes out;

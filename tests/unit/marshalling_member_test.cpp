@@ -19,11 +19,11 @@ TEST(MarshallingMembers, GetTheirModuleAndRegisterHandlersBetweenSetUpAndStart) 
     });
 }
 
-TEST(MarshallingMembers, AreRefusedWithoutAServiceName) {
+TEST(MarshallingMembers, AreRejectedWithoutAServiceName) {
     inOwnProcess([] { EXPECT_EQ(startMembers({new Proxy("P", "", "")}), -22); }, "service");
 }
 
-TEST(MarshallingMembers, LeaveNoConnectionBehindWhenTheirArrayDoesNotComeUp) {
+TEST(MarshallingMembers, LeaveNoConnectionBehindWhenTheirArrayFailsToStart) {
     inOwnProcess([] {
         EXPECT_EQ(startMembers({new Proxy("earlier")}), 0);
         for (const char* step : {"setupDone", "handlers", "start"}) {
@@ -38,7 +38,7 @@ TEST(MarshallingMembers, LeaveNoConnectionBehindWhenTheirArrayDoesNotComeUp) {
     });
 }
 
-TEST(MarshallingMembers, HaveEventsDeliveredThroughTheirDelivery) {
+TEST(MarshallingMembers, RunEventsThroughTheirDeliverFunction) {
     inOwnProcess([] {
         auto* proxy = new Proxy("P");
         run([&] {
@@ -53,7 +53,7 @@ TEST(MarshallingMembers, HaveEventsDeliveredThroughTheirDelivery) {
     });
 }
 
-TEST(MarshallingMembers, RefuseToSendWithoutAModuleAndCompleteAllTheSame) {
+TEST(MarshallingMembers, FailToSendWithoutAModuleButCallTheCompletion) {
     Proxy proxy("P");
     const vdl::EndianTable table{};
     int completed = 0;

@@ -1,4 +1,4 @@
-// Each call of the message queue when memory runs out in it: it does its work or throws, and leaves nothing half done.
+// Each call of the message queue when memory runs out: it succeeds or throws, and leaves nothing half done.
 #include "support/failing-allocations.h"
 #include "support/queue-fixture.h"
 
@@ -26,14 +26,14 @@ std::size_t descriptors() {
     return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
-// Before its receiving thread has started, and while that runs.
+// Before the receiving thread starts, and while it runs.
 class QueueCalls : public queue_test::MessageQueue, public testing::WithParamInterface<std::tuple<bool, Shortage>> {
 protected:
     void SetUp() override {
         startServer();
         client = std::make_unique<host::MessageQueue>(limits);
         if (std::get<0>(GetParam())) client->start();
-        client->withdraw(connect()); // the first connection takes descriptors for all
+        client->withdraw(connect()); // the first connection opens descriptors that all connections share
         atRest = descriptors();
     }
     void expectNoChannel() {
@@ -50,8 +50,8 @@ protected:
     std::size_t atRest = 0;
 };
 
-TEST_P(QueueCalls, MakeNoQueueOrAWholeOne) {
-    server.reset(); // whose thread has memory of its own
+TEST_P(QueueCalls, CreateAQueueCompletelyOrNotAtAll) {
+    server.reset(); // its thread allocates memory
     client.reset();
     atRest = descriptors();
     const auto make = [this] { const host::MessageQueue queue(limits); };
@@ -64,14 +64,14 @@ TEST_P(QueueCalls, MakeNoQueueOrAWholeOne) {
     EXPECT_GT(failEverywhere(make, nothingLeft), 1);
 }
 
-TEST_P(QueueCalls, MakeNoConnectionOrAWholeOne) {
+TEST_P(QueueCalls, CreateAConnectionCompletelyOrNotAtAll) {
     EXPECT_GT(failEverywhere([this] { channel = &connect(); }, [this] { expectNoChannel(); }), 1);
     client->open(*channel);
     client->start();
     EXPECT_TRUE(honestClientServed());
 }
 
-TEST_P(QueueCalls, OfferNoServiceOrAWholeOne) {
+TEST_P(QueueCalls, OfferAServiceCompletelyOrNotAtAll) {
     const auto serve = [this] { client->serve("radio", messages, 64); };
     const auto nothingOffered = [this] {
         expectNoChannel();
@@ -80,7 +80,7 @@ TEST_P(QueueCalls, OfferNoServiceOrAWholeOne) {
     EXPECT_GT(failEverywhere(serve, nothingOffered), 1);
     client->start();
     const queue_test::RawPeer peer(folder + "/radio.sock");
-    EXPECT_EQ(queue_test::RawPeer(folder + "/radio.sock").hear(helloSize).size(), helloSize);
+    EXPECT_EQ(queue_test::RawPeer(folder + "/radio.sock").receive(helloSize).size(), helloSize);
 }
 
 TEST_P(QueueCalls, OpenAllConnectionsOrNone) {
@@ -97,12 +97,12 @@ TEST_P(QueueCalls, OpenAllConnectionsOrNone) {
     }));
 }
 
-TEST_P(QueueCalls, BindAHandlerOrNone) {
+TEST_P(QueueCalls, BindAHandlerOrFail) {
     channel = &connect();
     int result = 1;
     const auto bind = [&] { result = channel->registerMessageHandler(numberMeta, ignore, nullptr, numberTable); };
     EXPECT_GT(failEverywhere(bind, [] {}), 0);
-    EXPECT_EQ(result, 0); // the failed calls have not bound it
+    EXPECT_EQ(result, 0); // no failed call has bound it
     EXPECT_EQ(channel->registerMessageHandler(numberMeta, ignore, nullptr, numberTable), -17);
 }
 
@@ -144,7 +144,7 @@ TEST_F(QueueToAll, SendsToTheClientsForWhomThereIsMemory) {
         host::MessageQueue second(limits);
         queue_test::Inbox secondInbox;
         auto& secondChannel = second.connectTo("tuner", messages, 64, nullptr);
-        secondInbox.listenAt(secondChannel);
+        secondInbox.registerWith(secondChannel);
         second.open(secondChannel);
         second.start();
         ASSERT_TRUE(eventually([&] { return offered->clients().size() == 2; }));
@@ -159,10 +159,10 @@ TEST_F(QueueToAll, SendsToTheClientsForWhomThereIsMemory) {
             threw = true;
         }
         support::allocationsLeft = -1;
-        // A stream to another host breaks without memory, with which the message is dropped.
+        // Without memory, a stream to another host is disconnected, and its message is dropped.
         std::uint64_t expected = 0;
         ASSERT_TRUE(eventually([&] {
-            const auto counters = atServer();
+            const auto counters = serverStatistics();
             expected = threw ? 0 : 2 - counters.refused - counters.dropped;
             return clientInbox.size() - before + secondInbox.size() == expected;
         }));

@@ -22,17 +22,17 @@ struct FirstMessage {
     static int take(const frame::MsgMeta&, const frame::TransportInfo&, const void*, void* context) {
         auto& self = *static_cast<FirstMessage*>(context);
         if (self.taken++ == 0) self.descriptors = openDescriptors();
-        bell.ring();
+        changes.notify();
         return 0;
     }
     std::atomic<std::size_t> taken{0};
     std::atomic<long> descriptors{0};
 };
 
-// Else clients that keep connecting would use its memory and keep it from serving.
+// Otherwise clients that keep connecting would use up its memory and block it.
 TEST_F(MessageQueue, ServesItsFirstClientsBeforeItHasAcceptedTheLast) {
     startServer();
-    const std::string hello = honestHello();
+    const std::string hello = validHello();
     server.reset();
     server = std::make_unique<host::MessageQueue>(limits);
     FirstMessage first;
@@ -42,16 +42,16 @@ TEST_F(MessageQueue, ServesItsFirstClientsBeforeItHasAcceptedTheLast) {
     std::vector<std::unique_ptr<RawPeer>> peers;
     for (std::size_t i = 0; i < crowd; ++i) {
         peers.push_back(std::make_unique<RawPeer>(path));
-        peers.back()->say(hello + frameOf(numberMeta, 4, words({1}, false)));
+        peers.back()->send(hello + frameOf(numberMeta, 4, words({1}, false)));
     }
     const long before = openDescriptors();
     server->start();
     EXPECT_TRUE(eventually([&] { return first.taken == crowd; }));
     EXPECT_LT(first.descriptors - before, static_cast<long>(crowd / 3));
-    server.reset(); // before the object that its handler uses
+    server.reset(); // destroyed before the object that its handler uses
 }
 
-// Else silent clients would use all descriptors, and every later client would wait for their timeouts.
+// Otherwise silent clients would use all descriptors, and later clients would wait for their timeouts.
 TEST_F(MessageQueue, EvictsTheOldestOfManySilentClients) {
     const host::LogCapture log({0x0202});
     startServer();
@@ -61,54 +61,55 @@ TEST_F(MessageQueue, EvictsTheOldestOfManySilentClients) {
     EXPECT_TRUE(silent.front()->isRejected());
     startClient();
     EXPECT_TRUE(honestClientServed());
-    EXPECT_TRUE(eventually([&] { return atServer().refused == silent.size(); })); // the last ones at their timeout
-    EXPECT_TRUE(atClient().connected);
+    EXPECT_TRUE(
+        eventually([&] { return serverStatistics().refused == silent.size(); })); // the remaining ones at their timeout
+    EXPECT_TRUE(clientStatistics().connected);
 }
 
 TEST_F(MessageQueue, EvictsNoClientThatHasSentItsHello) {
     startServer();
-    const std::string hello = honestHello();
+    const std::string hello = validHello();
     std::vector<std::unique_ptr<RawPeer>> peers;
     for (int i = 0; i < 200; ++i) {
         peers.push_back(std::make_unique<RawPeer>(path));
-        peers.back()->say(hello);
-        EXPECT_EQ(peers.back()->hear(helloSize), hello);
+        peers.back()->send(hello);
+        EXPECT_EQ(peers.back()->receive(helloSize), hello);
     }
     EXPECT_TRUE(eventually([&] { return offered->clients().size() == peers.size(); }));
-    EXPECT_EQ(atServer().refused, 0U);
+    EXPECT_EQ(serverStatistics().refused, 0U);
 }
 
-TEST_F(MessageQueue, RejectsTheNewestOfMoreClientsThanItTakes) {
+TEST_F(MessageQueue, RejectsANewClientWhenAllSlotsAreTaken) {
     const host::LogCapture log({0x0202});
     startServer();
-    const std::string hello = honestHello();
-    const auto comesIn = [&](RawPeer& peer) { return peer.says(hello) && peer.hear(helloSize) == hello; };
+    const std::string hello = validHello();
+    const auto isAccepted = [&](RawPeer& peer) { return peer.trySend(hello) && peer.receive(helloSize) == hello; };
     std::vector<std::unique_ptr<RawPeer>> peers;
     for (int i = 0; i < 256; ++i) {
         peers.push_back(std::make_unique<RawPeer>(path));
-        EXPECT_TRUE(comesIn(*peers.back()));
+        EXPECT_TRUE(isAccepted(*peers.back()));
     }
     ASSERT_TRUE(eventually([&] { return offered->clients().size() == peers.size(); }));
     EXPECT_TRUE(RawPeer(path).isRejected());
     EXPECT_TRUE(log.waitFor("client rejected: the service has its 256 clients already", 10s));
-    EXPECT_EQ(atServer().refused, 1U);
+    EXPECT_EQ(serverStatistics().refused, 1U);
     peers.pop_back();
     ASSERT_TRUE(eventually([&] { return offered->clients().size() == peers.size(); }));
     RawPeer another(path);
-    EXPECT_TRUE(comesIn(another));
+    EXPECT_TRUE(isAccepted(another));
     EXPECT_TRUE(eventually([&] { return offered->clients().size() == 256; }));
 }
 
-TEST_F(MessageQueue, FreesWhatItHeldForClientsThatHaveGone) {
+TEST_F(MessageQueue, FreesTheMemoryOfDisconnectedClients) {
     startServer();
-    const std::string hello = honestHello();
+    const std::string hello = validHello();
     const auto serveOneByOne = [&](std::size_t clients) {
         for (; clients > 0; --clients) {
             const std::size_t before = serverInbox.size();
-            RawPeer(path).say(hello + frameOf(numberMeta, 4, words({1}, false)));
+            RawPeer(path).send(hello + frameOf(numberMeta, 4, words({1}, false)));
             ASSERT_TRUE(eventually([&] { return serverInbox.size() > before && offered->clients().empty(); }));
         }
-        std::lock_guard lock(serverInbox.mutex); // which grows with every message
+        std::lock_guard lock(serverInbox.mutex); // its vectors grow with every message
         serverInbox.numbers.reserve(1000);
         serverInbox.texts.reserve(1000);
         serverInbox.transports.reserve(1000);
@@ -119,14 +120,14 @@ TEST_F(MessageQueue, FreesWhatItHeldForClientsThatHaveGone) {
     EXPECT_TRUE(eventually([&] { return support::blocksHeld - before < 25; }));
 }
 
-// Every client is counted, and logged in a line of its own or in the number of lines that were held back. What is
-// captured are all lines and those numbers.
+// Every rejected client is counted. It is logged in its own line or in the number of suppressed lines. The capture has
+// all lines and these numbers.
 TEST_F(MessageQueue, WritesFewLinesAboutManyRejectedClients) {
     const host::LogCapture log({0x0202});
     startServer();
     constexpr unsigned crowd = 2000;
-    for (unsigned i = 0; i < crowd; ++i) RawPeer(path).say("garbage");
-    EXPECT_TRUE(eventually([&] { return atServer().refused == crowd; }));
+    for (unsigned i = 0; i < crowd; ++i) RawPeer(path).send("garbage");
+    EXPECT_TRUE(eventually([&] { return serverStatistics().refused == crowd; }));
     unsigned clients = 0;
     const auto heldBack = [&] {
         unsigned all = 0, some = 0;

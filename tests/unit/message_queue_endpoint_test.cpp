@@ -15,31 +15,31 @@
 
 namespace {
 
-std::atomic<mode_t> modeAtBinding{0}; // of the file that the last bind made
+std::atomic<mode_t> modeAtBind{0}; // of the file that the last bind created
 
 } // namespace
 
-// The system's own call, with a look at what it made; visible, so that the platform's library calls it.
+// Interposes the system call and records the mode of the new file; visible, so that the platform's library calls it.
 extern "C" [[gnu::visibility("default")]] int bind(int socket, const sockaddr* address, socklen_t size) noexcept {
     const int result = reinterpret_cast<decltype(&bind)>(dlsym(RTLD_NEXT, "bind"))(socket, address, size);
     struct stat status {};
     if (result == 0 && address->sa_family == AF_UNIX &&
         stat(reinterpret_cast<const sockaddr_un*>(address)->sun_path, &status) == 0)
-        modeAtBinding = status.st_mode & 0777U;
+        modeAtBind = status.st_mode & 0777U;
     return result;
 }
 
 namespace queue_test {
 namespace {
 
-TEST_F(MessageQueue, HasASocketThatNeverExistsWithAnotherMode) {
+TEST_F(MessageQueue, CreatesItsSocketWithItsFinalMode) {
     const mode_t former = umask(0);
     startServer();
     umask(former);
-    EXPECT_EQ(modeAtBinding, 0600U);
+    EXPECT_EQ(modeAtBind, 0600U);
 }
 
-TEST_F(MessageQueue, ReplacesALeftOverSocket) {
+TEST_F(MessageQueue, ReplacesAStaleSocket) {
     leaveSocketBehind();
     startBoth();
     struct stat status {};
@@ -49,20 +49,20 @@ TEST_F(MessageQueue, ReplacesALeftOverSocket) {
     EXPECT_NE(0, stat(path.c_str(), &status));
 }
 
-TEST_F(MessageQueue, LeavesAnEndpointInUseAlone) {
+TEST_F(MessageQueue, DoesNotTakeAnEndpointInUse) {
     startBoth();
     host::MessageQueue second(limits);
     try {
         second.serve("tuner", messages, 4096);
-        FAIL() << "took an endpoint in use";
+        FAIL() << "replaced an endpoint in use";
     } catch (const std::runtime_error& error) {
         EXPECT_THAT(error.what(), testing::StartsWith("service tuner is already offered at " + path + " by another"));
     }
     EXPECT_TRUE(honestClientServed());
 }
 
-// Between looking at a left-over socket and replacing it a server holds the lock only.
-TEST_F(MessageQueue, LeavesAnEndpointAloneThatAnotherServerIsTaking) {
+// Between checking a stale socket and replacing it, a server holds only the lock.
+TEST_F(MessageQueue, DoesNotTakeAnEndpointThatAnotherServerIsTaking) {
     leaveSocketBehind();
     struct stat before {
     }, after{};
@@ -73,7 +73,7 @@ TEST_F(MessageQueue, LeavesAnEndpointAloneThatAnotherServerIsTaking) {
         host::MessageQueue second(limits);
         try {
             second.serve("tuner", messages, 4096);
-            ADD_FAILURE() << "took an endpoint that is being taken";
+            ADD_FAILURE() << "took an endpoint that another server is taking";
         } catch (const std::runtime_error& error) {
             EXPECT_THAT(error.what(),
                         testing::StartsWith("service tuner is already offered at " + path + " by another"));
@@ -86,7 +86,7 @@ TEST_F(MessageQueue, LeavesAnEndpointAloneThatAnotherServerIsTaking) {
     EXPECT_TRUE(honestClientServed());
 }
 
-TEST_F(MessageQueue, LetsOneOfManyServersReplaceALeftOverSocket) {
+TEST_F(MessageQueue, LetsOneOfManyServersReplaceAStaleSocket) {
     for (int round = 0; round < 20; ++round) {
         leaveSocketBehind();
         std::vector<std::unique_ptr<host::MessageQueue>> servers;
@@ -118,7 +118,7 @@ TEST_F(MessageQueue, KeepsItsLockPrivate) {
     EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0600), status.st_mode);
 }
 
-TEST_F(MessageQueue, SaysThatItsLockCannotBeHad) {
+TEST_F(MessageQueue, ReportsThatItCannotLock) {
     std::filesystem::create_directory(path + ".lock");
     host::MessageQueue queue(limits);
     try {
@@ -129,7 +129,7 @@ TEST_F(MessageQueue, SaysThatItsLockCannotBeHad) {
     }
 }
 
-TEST_F(MessageQueue, DoesNotRemoveAFileThatIsNoSocket) {
+TEST_F(MessageQueue, DoesNotRemoveAFileThatIsNotASocket) {
     std::ofstream(path) << "kept";
     host::MessageQueue queue(limits);
     EXPECT_THROW(queue.serve("tuner", messages, 4096), std::runtime_error);

@@ -1,4 +1,4 @@
-// When a client without a connection tries again.
+// The delay before a client without a connection tries again.
 #include "queue/retry-delay.h"
 
 #include <gmock/gmock.h>
@@ -21,7 +21,7 @@ TEST(RetryDelay, DoublesFromFiftyMillisecondsToASecond) {
     EXPECT_THAT(next(delay, 8), ElementsAre(50ms, 100ms, 200ms, 400ms, 800ms, 1000ms, 1000ms, 1000ms));
 }
 
-TEST(RetryDelay, BeginsAnewAfterASuccess) {
+TEST(RetryDelay, StartsAgainAfterASuccess) {
     host::io::RetryDelay delay;
     next(delay, 8);
     delay.reset();

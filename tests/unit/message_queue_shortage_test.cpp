@@ -27,7 +27,7 @@ namespace {
 
 std::atomic<bool> socketsAreOut = false;
 
-// The system's own call, or the answer of a system that has no descriptor left.
+// Calls the system's function, or fails as a system without free descriptors does.
 template <class Call, class... Arguments> int newSocket(const char* name, Arguments... arguments) {
     if (socketsAreOut) {
         errno = EMFILE;
@@ -58,8 +58,8 @@ using queue_test::textMeta;
 using queue_test::textTable;
 using support::allocationsLeft;
 
-// While it lives, the system gives this process no sockets. A limit on its descriptors would hit the address
-// sanitizer, too: it opens some to look at an object of a type that is new to it.
+// During its lifetime this process cannot open sockets. A limit on descriptors would also affect the address sanitizer,
+// which opens some when it checks an object of a new type.
 class NoSockets {
 public:
     NoSockets() { socketsAreOut = true; }
@@ -108,7 +108,7 @@ struct Text {
     vdlDeserString_t form;
 };
 
-// Members send like this when a connection fails.
+// Sends when a connection fails, as members do.
 struct Sender : frame::IOConnectionListener {
     void onIOConnectionConnected() override {}
     void onIOConnectionConnectionFailed() override {
@@ -148,7 +148,7 @@ protected:
     static int takeMessage(const frame::MsgMeta&, const frame::TransportInfo&, const void*, void* context) {
         auto& self = *static_cast<Shortage*>(context);
         ++self.taken;
-        queue_test::bell.ring();
+        queue_test::changes.notify();
         self.holding.wait(true);
         return 0;
     }
@@ -156,15 +156,15 @@ protected:
         holding = false;
         holding.notify_all();
     }
-    frame::IOStatistics atClient() const { return client->statistics().at(0); }
-    frame::IOStatistics atServer() const { return server->statistics().at(0); }
+    frame::IOStatistics clientStatistics() const { return client->statistics().at(0); }
+    frame::IOStatistics serverStatistics() const { return server->statistics().at(0); }
 
-    const host::LogCapture log; // keeps what is expected off the error output
+    const host::LogCapture log; // hides expected lines
     Sender sender;
     host::QueueLimits limits;
     std::string folder;
-    std::atomic<int> taken{0};        // messages that the server's handlers were given
-    std::atomic<bool> holding{false}; // its receiving thread stays in the handler
+    std::atomic<int> taken{0};        // messages passed to the server's handlers
+    std::atomic<bool> holding{false}; // keeps the server's receiving thread in the handler
     std::unique_ptr<host::MessageQueue> server, client;
     host::QueueChannel *offered = nullptr, *channel = nullptr;
 };
@@ -177,7 +177,7 @@ TEST_F(Shortage, OfDescriptorsMakesClientsWaitUntilThereIsOne) {
     ASSERT_EQ(sendNumber(*channel, 1).result, 0);
     ASSERT_TRUE(eventually([&] { return taken == 1; }));
 
-    // A second client has its socket already when there are no more.
+    // A second client opens its socket before descriptors run out.
     const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -186,7 +186,7 @@ TEST_F(Shortage, OfDescriptorsMakesClientsWaitUntilThereIsOne) {
         const NoSockets none;
         ASSERT_EQ(connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         EXPECT_TRUE(log.waitFor("service tuner: cannot accept clients: Too many open files", 20s));
-        EXPECT_EQ(sendNumber(*channel, 2).result, 0); // connected clients are still served
+        EXPECT_EQ(sendNumber(*channel, 2).result, 0); // the service still serves connected clients
         EXPECT_TRUE(eventually([&] { return taken == 2; }));
     }
     const timeval timeout{20, 0};
@@ -225,22 +225,22 @@ TEST_F(Shortage, OfMemoryQueuesNothingAndCompletesOnce) {
             if (running) client->start();
             outcome = sendNumber(*channel, 1, allocations);
             EXPECT_EQ(outcome.completions, 1) << allocations;
-            EXPECT_EQ(atClient().queued, outcome.threw ? 0U : 1U) << allocations;
+            EXPECT_EQ(clientStatistics().queued, outcome.threw ? 0U : 1U) << allocations;
         }
         EXPECT_GT(allocations, 1) << "nothing was allocated, so nothing was tested";
         EXPECT_EQ(outcome.result, 0);
     }
 }
 
-TEST_F(Shortage, OfMemoryLeavesTheDeadlinesOfOtherMessagesWatched) {
+TEST_F(Shortage, OfMemoryKeepsTheDeadlinesOfOtherMessages) {
     limits.wait = 30ms;
     makeClient();
     client->start();
     for (long allocations = 0; sendNumber(*channel, 1, allocations).threw; ++allocations) ASSERT_LT(allocations, 100);
-    EXPECT_TRUE(eventually([&] { return atClient().dropped == 1; }));
+    EXPECT_TRUE(eventually([&] { return clientStatistics().dropped == 1; }));
 }
 
-TEST_F(Shortage, OfMemoryWhileTheSocketIsFullLosesNoMoreThanThatMessage) {
+TEST_F(Shortage, OfMemoryWhileTheSocketIsFullLosesOnlyThatMessage) {
     makeServer();
     server->start();
     const Text text(2 * 1024 * 1024);
@@ -249,33 +249,34 @@ TEST_F(Shortage, OfMemoryWhileTheSocketIsFullLosesNoMoreThanThatMessage) {
         ASSERT_LT(allocations, 100);
         makeClient();
         client->start();
-        ASSERT_TRUE(eventually([&] { return atClient().connected; }));
+        ASSERT_TRUE(eventually([&] { return clientStatistics().connected; }));
         const int before = taken;
-        const std::uint64_t connectionsBefore = atServer().reconnects;
+        const std::uint64_t connectionsBefore = serverStatistics().reconnects;
         holding = true;
         ASSERT_EQ(sendNumber(*channel, 1).result, 0);
         ASSERT_TRUE(eventually([&] { return taken == before + 1; }));
         const Outcome outcome = send(*channel, textMeta, textTable, &text.form, allocations);
         EXPECT_EQ(outcome.completions, 1) << allocations;
-        EXPECT_TRUE(!outcome.threw || atClient().queued == 0) << allocations;
+        EXPECT_TRUE(!outcome.threw || clientStatistics().queued == 0) << allocations;
         release();
         ASSERT_EQ(sendNumber(*channel, 2).result, 0);
-        const auto settled = [&] { return atClient().connected && atClient().queued == 0; };
+        const auto settled = [&] { return clientStatistics().connected && clientStatistics().queued == 0; };
         ASSERT_TRUE(eventually(settled)) << allocations;
-        const int expected = before + (atClient().dropped > 0 || outcome.threw ? 2 : 3);
+        const int expected = before + (clientStatistics().dropped > 0 || outcome.threw ? 2 : 3);
         ASSERT_TRUE(eventually([&] { return taken == expected; })) << allocations;
-        enough = !outcome.threw && atClient().dropped == 0 && atServer().reconnects == connectionsBefore;
+        enough =
+            !outcome.threw && clientStatistics().dropped == 0 && serverStatistics().reconnects == connectionsBefore;
     }
     EXPECT_GT(allocations, 1) << "nothing was allocated, so nothing was tested";
 }
 
-TEST_F(Shortage, OfAServiceKeepsWhatTheReceivingThreadSendsToIt) {
+TEST_F(Shortage, OfAServiceQueuesMessagesFromTheReceivingThreadUntilTheirDeadline) {
     limits.wait = 30ms;
     makeClient(&sender);
     sender.channel = channel;
     client->start();
     ASSERT_TRUE(eventually([&] { return sender.result == 0; }));
-    EXPECT_TRUE(eventually([&] { return atClient().dropped == 1; }));
+    EXPECT_TRUE(eventually([&] { return clientStatistics().dropped == 1; }));
 }
 
 } // namespace

@@ -38,7 +38,7 @@ std::size_t descriptors() {
     return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
-// A peer whose other end may hang up at any time.
+// A peer whose other end may disconnect at any time.
 class Peer {
 public:
     explicit Peer(int socket) : socket_(socket) {
@@ -49,15 +49,15 @@ public:
     ~Peer() {
         if (socket_ >= 0) close(socket_);
     }
-    bool say(const std::string& bytes) const {
-        return send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    bool send(const std::string& bytes) const {
+        return ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
     }
-    // Fewer bytes when the other end has hung up; a timeout is a failure.
-    std::string hear(std::size_t size) const {
+    // Returns fewer bytes if the other end disconnects. A timeout fails the test.
+    std::string receive(std::size_t size) const {
         std::string bytes(size, '\0');
         errno = 0;
         const ssize_t count = recv(socket_, bytes.data(), size, MSG_WAITALL);
-        if (errno == EAGAIN) ADD_FAILURE() << "neither an answer nor an end";
+        if (errno == EAGAIN) ADD_FAILURE() << "neither data nor a disconnect";
         bytes.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
         return bytes;
     }
@@ -93,10 +93,10 @@ protected:
         const std::uint32_t number = *static_cast<const vdl::Word<std::uint32_t>*>(payload);
         if (self.answering) self.answer(from, number);
         ++self.taken;
-        queue_test::bell.ring();
+        queue_test::changes.notify();
         return 0;
     }
-    // Answers as a service does that tries again.
+    // Answers, and tries again when memory is short, as a service does.
     void answer(const frame::TransportInfo& to, std::uint32_t number) const {
         for (int attempt = 0; attempt < 10; ++attempt) try {
                 channel->asyncSend({}, numberMeta, &to, numberTable, &number, {});
@@ -122,7 +122,7 @@ protected:
         EXPECT_EQ(channel->registerMessageHandler(numberMeta, takeNumber, this, numberTable), 0);
         queue->start();
         descriptorsAtRest = descriptors();
-        hello = Peer(connected()).hear(helloBytes); // a client of the same messages sends the same
+        hello = Peer(connected()).receive(helloBytes); // a client with the same messages sends the same hello
     }
     int connected() const {
         const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -130,12 +130,12 @@ protected:
         EXPECT_EQ(connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         return socket;
     }
-    // Whether a client that connects, sends its hello and a number gets an answer.
+    // Whether a client that connects and sends its hello and a number receives an answer.
     bool exchange() const {
         const Peer peer(connected());
         const std::string body = "abcd";
-        return peer.say(hello) && peer.hear(helloBytes) == hello && peer.say(frameOf(numberMeta, 4, body)) &&
-               peer.hear(frameBytes).ends_with(body);
+        return peer.send(hello) && peer.receive(helloBytes) == hello && peer.send(frameOf(numberMeta, 4, body)) &&
+               peer.receive(frameBytes).ends_with(body);
     }
     bool allGone() const {
         return eventually([&] { return !statistics().connected && descriptors() == descriptorsAtRest; });
@@ -168,7 +168,7 @@ TEST_P(StarvedService, ServesTheNextClientAndCountsThoseItRejected) {
     EXPECT_GT(failures, 5);
 }
 
-TEST_P(StarvedService, FreesTheMemoryOfClientsThatHaveGone) {
+TEST_P(StarvedService, FreesTheMemoryOfDisconnectedClients) {
     const auto rounds = [this] {
         const host::LogCapture quiet({0x0202});
         failElsewhereAtEveryAllocation(
@@ -179,7 +179,7 @@ TEST_P(StarvedService, FreesTheMemoryOfClientsThatHaveGone) {
             },
             [](long) {});
     };
-    // The service remembers some clients that have gone, until it forgets all of them at once.
+    // The service remembers some disconnected clients, until it forgets all of them at once.
     const auto atLeast = [this] {
         long held = std::numeric_limits<long>::max();
         for (int i = 0; i < 70; ++i) {
@@ -192,21 +192,21 @@ TEST_P(StarvedService, FreesTheMemoryOfClientsThatHaveGone) {
         }
         return held;
     };
-    rounds(); // after which what is kept for good has its size
+    rounds(); // now permanent allocations have their final size
     const long before = atLeast();
     constexpr int times = 30;
     for (int i = 0; i < times; ++i) rounds();
-    EXPECT_LT(atLeast(), before + times); // less than one in each round
+    EXPECT_LT(atLeast(), before + times); // less than one block per round
 }
 
 INSTANTIATE_TEST_SUITE_P(OnceOrMore, StarvedService, testing::Values(1, 3));
 
-// The service is the test's.
+// The test plays the service.
 class StarvedClient : public StarvedThread {
 protected:
     StarvedClient() {
         queue = std::make_unique<host::MessageQueue>(host::QueueLimits{});
-        channel = &queue->connectTo("tuner", messages, 64, &news);
+        channel = &queue->connectTo("tuner", messages, 64, &connectionEvents);
         EXPECT_EQ(channel->registerMessageHandler(numberMeta, takeNumber, this, numberTable), 0);
         queue->open(*channel);
     }
@@ -218,54 +218,56 @@ protected:
         EXPECT_EQ(listen(socket, 8), 0);
         return Peer(socket);
     }
-    // Listens, reads what the client sends, sends a number until the client has handled it, and closes. Returns the
+    // Listens, reads the client's messages, sends a number until the client has handled it, and closes. Returns the
     // numbers that the client sent.
-    std::vector<std::uint32_t> serviceComesAndGoes() {
-        std::vector<std::uint32_t> heard;
+    std::vector<std::uint32_t> runServiceOnce() {
+        std::vector<std::uint32_t> received;
         const int before = taken;
-        const Peer place = listening();
+        const Peer listener = listening();
         while (taken == before) {
-            const int socket = accept4(place.get(), nullptr, nullptr, SOCK_CLOEXEC);
+            const int socket = accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC);
             if (socket < 0) {
-                ADD_FAILURE() << "the client does not come";
+                ADD_FAILURE() << "the client does not connect";
                 break;
             }
             const Peer client(socket);
-            const std::string hello = client.hear(helloBytes);
-            if (hello.size() < helloBytes || !client.say(hello) || !client.say(frameOf(numberMeta, 4, "abcd")))
+            const std::string hello = client.receive(helloBytes);
+            if (hello.size() < helloBytes || !client.send(hello) || !client.send(frameOf(numberMeta, 4, "abcd")))
                 continue;
             std::string frame;
             for (bool first = true; first || taken == before; first = false) {
-                frame = client.hear(frameBytes);
+                frame = client.receive(frameBytes);
                 if (frame.size() < frameBytes) break;
                 std::uint32_t number;
                 frame.copy(reinterpret_cast<char*>(&number), 4, 32);
-                heard.push_back(number);
-                if (number == newest) eventually([&] { return taken != before || hasHungUp(client); });
+                received.push_back(number);
+                if (number == newest) eventually([&] { return taken != before || isClosed(client); });
             }
         }
         unlink(path.c_str());
-        return heard;
+        return received;
     }
-    static bool hasHungUp(const Peer& peer) {
+    static bool isClosed(const Peer& peer) {
         char byte;
         return recv(peer.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
     }
 
-    queue_test::News news;
-    std::uint32_t newest = 0; // of the numbers that the client sent
+    queue_test::ConnectionEvents connectionEvents;
+    std::uint32_t newest = 0; // newest number that the client sent
 };
 
-TEST_P(StarvedClient, ConnectsAgainAndCountsEveryLostMessage) {
+TEST_P(StarvedClient, ReconnectsAndCountsEveryLostMessage) {
     const host::LogCapture quiet({0x0202});
     queue->start();
     const auto round = [this] {
         const auto dropped = statistics().dropped;
-        const int failed = news.failed;
+        const int failed = connectionEvents.failed;
         ASSERT_EQ(queue_test::sendNumber(*channel, ++newest), 0);
-        const auto heard = serviceComesAndGoes();
-        EXPECT_TRUE(std::count(heard.begin(), heard.end(), newest) == 1 || statistics().dropped > dropped);
-        EXPECT_TRUE(eventually([&] { return news.connected == news.disconnected && news.failed > failed; }));
+        const auto received = runServiceOnce();
+        EXPECT_TRUE(std::count(received.begin(), received.end(), newest) == 1 || statistics().dropped > dropped);
+        EXPECT_TRUE(eventually([&] {
+            return connectionEvents.connected == connectionEvents.disconnected && connectionEvents.failed > failed;
+        }));
     };
     round();
     const std::size_t atRest = descriptors();

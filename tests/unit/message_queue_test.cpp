@@ -22,8 +22,8 @@ TEST_F(MessageQueue, DeliversInOrderBothWays) {
         ASSERT_EQ(i, clientInbox.numbers[i]);
     }
     EXPECT_EQ((frame::MsgIds{7, 1}), serverInbox.transports[1].ids);
-    EXPECT_EQ(5000u, atClient().sent);
-    EXPECT_EQ(5000u, atClient().received);
+    EXPECT_EQ(5000u, clientStatistics().sent);
+    EXPECT_EQ(5000u, clientStatistics().received);
 }
 
 TEST_F(MessageQueue, DeliversLargeMessagesWhole) {
@@ -31,14 +31,14 @@ TEST_F(MessageQueue, DeliversLargeMessagesWhole) {
     for (const char letter : {'a', 'b', 'c'}) EXPECT_EQ(0, sendText(*channel, 1024 * 1024, letter));
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 3; }));
     EXPECT_EQ(std::string(1024 * 1024, 'b'), serverInbox.texts[1]);
-    EXPECT_TRUE(eventually([&] { return atClient().sent == 3 && atClient().queued == 0; }));
+    EXPECT_TRUE(eventually([&] { return clientStatistics().sent == 3 && clientStatistics().queued == 0; }));
 }
 
 TEST_F(MessageQueue, RefusesAMessageThatIsTooLarge) {
     startBoth();
     EXPECT_EQ(-90, sendText(*channel, host::maximumMessageBytes, 'x'));
-    EXPECT_EQ(1u, atClient().refused);
-    EXPECT_EQ(0u, atClient().queued);
+    EXPECT_EQ(1u, clientStatistics().refused);
+    EXPECT_EQ(0u, clientStatistics().queued);
     EXPECT_TRUE(honestClientServed());
 }
 
@@ -51,15 +51,15 @@ TEST_F(MessageQueue, RefusesAPayloadThatCannotBeMarshalled) {
     EXPECT_TRUE(honestClientServed());
 }
 
-TEST_F(MessageQueue, KeepsMessagesUntilTheServiceIsThere) {
+TEST_F(MessageQueue, KeepsMessagesUntilTheServiceStarts) {
     startClient();
     for (std::uint32_t i = 0; i < 10; ++i) EXPECT_EQ(0, sendNumber(*channel, i));
-    ASSERT_TRUE(eventually([&] { return news.failed > 0; }));
-    EXPECT_EQ(10u, atClient().queued);
+    ASSERT_TRUE(eventually([&] { return connectionEvents.failed > 0; }));
+    EXPECT_EQ(10u, clientStatistics().queued);
     startServer();
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 10; }));
     EXPECT_EQ(9u, serverInbox.numbers[9]);
-    EXPECT_EQ(1, news.connected);
+    EXPECT_EQ(1, connectionEvents.connected);
 }
 
 TEST_F(MessageQueue, DropsMessagesThatWaitTooLong) {
@@ -67,7 +67,7 @@ TEST_F(MessageQueue, DropsMessagesThatWaitTooLong) {
     startClient();
     EXPECT_EQ(0, sendNumber(*channel, 1));
     EXPECT_EQ(0, sendNumber(*channel, 2));
-    EXPECT_TRUE(eventually([&] { return atClient().dropped == 2 && atClient().queued == 0; }));
+    EXPECT_TRUE(eventually([&] { return clientStatistics().dropped == 2 && clientStatistics().queued == 0; }));
 }
 
 TEST_F(MessageQueue, RefusesMessagesBeyondTheCount) {
@@ -75,8 +75,8 @@ TEST_F(MessageQueue, RefusesMessagesBeyondTheCount) {
     startClient();
     for (std::uint32_t i = 0; i < 3; ++i) EXPECT_EQ(0, sendNumber(*channel, i));
     EXPECT_EQ(-11, sendNumber(*channel, 3));
-    EXPECT_EQ(1u, atClient().refused);
-    EXPECT_EQ(3u, atClient().queued);
+    EXPECT_EQ(1u, clientStatistics().refused);
+    EXPECT_EQ(3u, clientStatistics().queued);
 }
 
 TEST_F(MessageQueue, RefusesMessagesBeyondTheBytes) {
@@ -89,7 +89,7 @@ TEST_F(MessageQueue, RefusesMessagesBeyondTheBytes) {
     EXPECT_EQ(std::string(9000, 'x'), serverInbox.texts[0]);
 }
 
-TEST_F(MessageQueue, LogsTheFirstRefusalAndHowManyFollowedIt) {
+TEST_F(MessageQueue, LogsTheFirstRefusalAndTheNumberOfLaterOnes) {
     limits.messages = 2;
     const host::LogCapture log({0x0202});
     const auto refusals = [&] {
@@ -97,7 +97,7 @@ TEST_F(MessageQueue, LogsTheFirstRefusalAndHowManyFollowedIt) {
         for (const auto& line : log.lines())
             if (line.text.find(" refused: ") != std::string::npos ||
                 line.text.find("were refused") != std::string::npos)
-                texts.push_back(line.text); // unlike a connection that is refused
+                texts.push_back(line.text); // not the lines about refused connections
         return texts;
     };
     const auto fill = [&] {
@@ -113,19 +113,19 @@ TEST_F(MessageQueue, LogsTheFirstRefusalAndHowManyFollowedIt) {
     EXPECT_TRUE(log.waitFor(others, 20s));
     EXPECT_EQ(refusals(), (std::vector{first, others}));
     server.reset();
-    ASSERT_TRUE(eventually([&] { return news.disconnected == 1; }));
+    ASSERT_TRUE(eventually([&] { return connectionEvents.disconnected == 1; }));
     fill();
     client->stop();
     EXPECT_EQ(refusals(), (std::vector{first, others, first, others}));
-    EXPECT_EQ(8u, atClient().refused);
+    EXPECT_EQ(8u, clientStatistics().refused);
 }
 
 TEST_F(MessageQueue, RefusesAnUnknownConnection) {
     startBoth();
-    const frame::TransportInfo nobody{123456789, {}};
-    EXPECT_EQ(-107, sendNumber(*offered, 1, &nobody));
-    EXPECT_EQ(-107, sendNumber(*channel, 1, &nobody));
-    EXPECT_EQ(1u, atServer().refused);
+    const frame::TransportInfo unknownClient{123456789, {}};
+    EXPECT_EQ(-107, sendNumber(*offered, 1, &unknownClient));
+    EXPECT_EQ(-107, sendNumber(*channel, 1, &unknownClient));
+    EXPECT_EQ(1u, serverStatistics().refused);
 }
 
 TEST_F(MessageQueue, RefusesEverythingOnceStopped) {
@@ -133,33 +133,33 @@ TEST_F(MessageQueue, RefusesEverythingOnceStopped) {
     client->stop();
     client->stop();
     EXPECT_EQ(-108, sendNumber(*channel, 1));
-    EXPECT_FALSE(atClient().connected);
+    EXPECT_FALSE(clientStatistics().connected);
 }
 
-TEST_F(MessageQueue, DropsWhatWaitsAtStop) {
+TEST_F(MessageQueue, DropsQueuedMessagesWhenStopped) {
     startClient();
     EXPECT_EQ(0, sendNumber(*channel, 1));
     EXPECT_EQ(0, sendNumber(*channel, 2));
     client->stop();
-    EXPECT_EQ(2u, atClient().dropped);
-    EXPECT_EQ(0u, atClient().queued);
+    EXPECT_EQ(2u, clientStatistics().dropped);
+    EXPECT_EQ(0u, clientStatistics().queued);
 }
 
-TEST_F(MessageQueue, DeliversWhatAClientHasSentBeforeItStops) {
+TEST_F(MessageQueue, DeliversMessagesThatAClientSentBeforeItStopped) {
     startBoth();
     for (int i = 0; i < 100; ++i) sendText(*channel, 1000, 'x');
     client->stop();
-    const auto sent = atClient().sent;
+    const auto sent = clientStatistics().sent;
     client.reset();
     EXPECT_GT(sent, 0u);
     EXPECT_TRUE(eventually([&] { return serverInbox.size() == sent; })) << serverInbox.size() << " of " << sent;
 }
 
-TEST_F(MessageQueue, DeliversWhatAServiceHasSentBeforeItStops) {
+TEST_F(MessageQueue, DeliversMessagesThatAServiceSentBeforeItStopped) {
     startBoth();
     for (int i = 0; i < 100; ++i) sendText(*offered, 1000, 'x');
     server->stop();
-    const auto sent = atServer().sent;
+    const auto sent = serverStatistics().sent;
     server.reset();
     EXPECT_GT(sent, 0u);
     EXPECT_TRUE(eventually([&] { return clientInbox.size() == sent; })) << clientInbox.size() << " of " << sent;
@@ -177,13 +177,13 @@ TEST_F(MessageQueue, AnswersTheClientThatAsked) {
     host::MessageQueue other(limits);
     Inbox otherInbox;
     auto& otherChannel = other.connectTo("tuner", messages, 4096, nullptr);
-    otherInbox.listenAt(otherChannel);
+    otherInbox.registerWith(otherChannel);
     other.open(otherChannel);
     other.start();
     EXPECT_EQ(0, sendNumber(otherChannel, 5));
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 1; }));
-    const auto asker = serverInbox.transports[0];
-    EXPECT_EQ(0, sendNumber(*offered, 6, &asker));
+    const auto requester = serverInbox.transports[0];
+    EXPECT_EQ(0, sendNumber(*offered, 6, &requester));
     EXPECT_EQ(0, sendNumber(*offered, 7));
     ASSERT_TRUE(eventually([&] { return otherInbox.size() == 2 && clientInbox.size() == 1; }));
     EXPECT_EQ((std::vector<std::uint32_t>{6, 7}), otherInbox.numbers);
@@ -193,15 +193,15 @@ TEST_F(MessageQueue, AnswersTheClientThatAsked) {
 TEST_F(MessageQueue, SendsToNoClientWhenThereIsNone) {
     startServer();
     EXPECT_EQ(0, sendNumber(*offered, 1));
-    EXPECT_EQ(0u, atServer().sent + atServer().queued);
+    EXPECT_EQ(0u, serverStatistics().sent + serverStatistics().queued);
 }
 
 TEST_F(MessageQueue, ConnectsOnlyModulesThatAreOpened) {
     startServer();
     client = std::make_unique<host::MessageQueue>(limits);
     auto& closed = client->connectTo("tuner", messages, 4096, nullptr);
-    auto& opened = client->connectTo("tuner", messages, 4096, &news);
-    clientInbox.listenAt(closed);
+    auto& opened = client->connectTo("tuner", messages, 4096, &connectionEvents);
+    clientInbox.registerWith(closed);
     client->open(opened);
     client->start();
     ASSERT_TRUE(eventually([&] { return client->statistics()[1].connected; }));
@@ -213,17 +213,17 @@ TEST_F(MessageQueue, ConnectsOnlyModulesThatAreOpened) {
     EXPECT_EQ(0U, clientInbox.size());
 }
 
-TEST_F(MessageQueue, OneFullClientDoesNotHoldUpTheOthers) {
+TEST_F(MessageQueue, ServesOtherClientsWhenOneQueueIsFull) {
     limits.messages = 2;
     startBoth();
-    RawPeer deaf(path);
-    deaf.say(honestHello() + frameOf(numberMeta, 4, words({1}, false)));
+    RawPeer stalled(path);
+    stalled.send(validHello() + frameOf(numberMeta, 4, words({1}, false)));
     ASSERT_TRUE(eventually([&] { return serverInbox.size() == 1; }));
     for (std::size_t i = 1; i <= 6; ++i) {
         EXPECT_EQ(0, sendText(*offered, 1024 * 1024, 'x'));
         ASSERT_TRUE(eventually([&] { return clientInbox.size() == i; }));
     }
-    EXPECT_EQ(4u, atServer().refused);
+    EXPECT_EQ(4u, serverStatistics().refused);
     EXPECT_EQ(-11, sendNumber(*offered, 1, &serverInbox.transports[0]));
 }
 
@@ -238,13 +238,13 @@ TEST_F(MessageQueue, SurvivesAHandlerThatThrows) {
     EXPECT_TRUE(honestClientServed());
 }
 
-TEST_F(MessageQueue, TakesItsLimitsFromTheEnvironment) {
+TEST_F(MessageQueue, ReadsItsLimitsFromTheEnvironment) {
     setenv("TVSA_QUEUE_MESSAGES", "12", 1);
     EXPECT_EQ(12u, host::QueueLimits::fromConfiguration().messages);
     setenv("TVSA_QUEUE_MESSAGES", "a dozen", 1);
     try {
         host::QueueLimits::fromConfiguration();
-        ADD_FAILURE() << "took it for a number";
+        ADD_FAILURE() << "accepted it as a number";
     } catch (const std::runtime_error& error) {
         EXPECT_NE(std::string::npos, std::string(error.what()).find("TVSA_QUEUE_MESSAGES")) << error.what();
     }

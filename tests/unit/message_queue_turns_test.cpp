@@ -1,4 +1,4 @@
-// A service that one client floods while others send requests.
+// A service that one client floods with messages while others send requests.
 #include "support/queue-fixture.h"
 
 #include <algorithm>
@@ -14,13 +14,13 @@
 namespace queue_test {
 namespace {
 
-// Blocks the receiving thread at each number until it is released, and notes who sent it. Then notifies all clients.
+// Blocks the receiving thread at each number until released, and records the sender. Then notifies all clients.
 struct HeldHandler {
     static int take(const frame::MsgMeta&, const frame::TransportInfo& transport, const void*, void* context) {
         auto& self = *static_cast<HeldHandler*>(context);
         std::unique_lock lock(self.mutex);
         self.takers.push_back(transport.connection);
-        bell.ring();
+        changes.notify();
         self.goOn.wait(lock, [&] { return self.released; });
         if (self.toAll) sendText(*self.toAll, 4 * 1024, 'x');
         for (const auto end = std::chrono::steady_clock::now() + self.work; std::chrono::steady_clock::now() < end;) {
@@ -40,8 +40,8 @@ struct HeldHandler {
     std::mutex mutex;
     std::condition_variable goOn;
     bool released = false;
-    std::chrono::milliseconds work{0};   // that each number takes
-    host::QueueChannel* toAll = nullptr; // where the notifications to all are sent, if any
+    std::chrono::milliseconds work{0};   // duration of handling a number
+    host::QueueChannel* toAll = nullptr; // channel for the notifications, if any
     std::vector<std::uint64_t> takers;
 };
 
@@ -52,7 +52,7 @@ protected:
         offered = &server->serve("tuner", messages, 4096);
         offered->registerMessageHandler(numberMeta, HeldHandler::take, &handler, numberTable);
         server->start();
-        hello = honestHello();
+        hello = validHello();
         flooder.emplace(path);
     }
     ~FloodedQueue() override {
@@ -71,10 +71,10 @@ protected:
 };
 
 TEST_F(FloodedQueue, ServesAnotherClientAfterABoundedNumberOfTheFloodersMessages) {
-    flooder->say(hello + numbers(1500)); // in one piece, which fits into a buffer
+    flooder->send(hello + numbers(1500)); // in one send that fits into a buffer
     ASSERT_TRUE(eventually([&] { return handler.taken() == 1; }));
     RawPeer other(path);
-    other.say(hello + numbers(1));
+    other.send(hello + numbers(1));
     handler.release();
     ASSERT_TRUE(eventually([&] { return handler.taken() == 1501; }));
     const auto own = std::find_if(handler.takers.begin(), handler.takers.end(),
@@ -84,10 +84,10 @@ TEST_F(FloodedQueue, ServesAnotherClientAfterABoundedNumberOfTheFloodersMessages
 
 TEST_F(FloodedQueue, ServesAnotherClientSoonWhenEachMessageTakesLong) {
     handler.work = 3ms;
-    flooder->say(hello + numbers(100));
+    flooder->send(hello + numbers(100));
     ASSERT_TRUE(eventually([&] { return handler.taken() == 1; }));
     RawPeer other(path);
-    other.say(hello + numbers(1));
+    other.send(hello + numbers(1));
     handler.release();
     ASSERT_TRUE(eventually([&] { return handler.taken() == 101; }));
     const auto own = std::find_if(handler.takers.begin(), handler.takers.end(),
@@ -95,27 +95,27 @@ TEST_F(FloodedQueue, ServesAnotherClientSoonWhenEachMessageTakesLong) {
     EXPECT_LT(own - handler.takers.begin(), 20);
 }
 
-TEST_F(FloodedQueue, StopsAlthoughMessagesAreWaiting) {
-    flooder->say(hello + numbers(1500));
+TEST_F(FloodedQueue, StopsWhileMessagesAreQueued) {
+    flooder->send(hello + numbers(1500));
     ASSERT_TRUE(eventually([&] { return handler.taken() == 1; }));
     auto stopped = std::async(std::launch::async, [&] { server->stop(); });
-    ASSERT_TRUE(eventually([&] { return sendNumber(*offered, 1) == -108; })); // the stop has begun
+    ASSERT_TRUE(eventually([&] { return sendNumber(*offered, 1) == -108; })); // the queue is stopping
     handler.release();
     stopped.get();
     EXPECT_EQ(handler.taken(), 1U);
 }
 
-// Else messages to the others find their queues full.
+// Otherwise the queues of the other clients would be full.
 TEST_F(FloodedQueue, SlowsTheFlooderWhileOthersDoNotReadItsNotifications) {
-    RawPeer deaf(path);
-    deaf.say(hello);
+    RawPeer stalled(path);
+    stalled.send(hello);
     ASSERT_TRUE(eventually([&] { return offered->clients().size() == 1; }));
     handler.toAll = offered;
     handler.release();
-    constexpr std::uint32_t count = 2000, together = 64; // then it waits
-    constexpr std::uint32_t unnoticed = 300;             // the sockets and queues take these
+    constexpr std::uint32_t count = 2000, together = 64; // then the flooder must wait
+    constexpr std::uint32_t unnoticed = 300;             // the sockets and queues hold this many
     const auto begin = std::chrono::steady_clock::now();
-    flooder->say(hello + numbers(count));
+    flooder->send(hello + numbers(count));
     ASSERT_TRUE(eventually([&] { return handler.taken() == count; }));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, (count - unnoticed) / together * 20ms);
 }
@@ -130,7 +130,7 @@ TEST_F(FloodedQueue, KeepsTheOrderOfTheFloodersMessages) {
         const auto length = static_cast<std::uint32_t>(text.size());
         texts += frameOf(textMeta, 9 + length, words({length, 8}, false) + text + '\0');
     }
-    flooder->say(hello + texts);
+    flooder->send(hello + texts);
     ASSERT_TRUE(eventually([&] { return inbox.size() == 2000; }));
     for (std::size_t i = 0; i < 2000; ++i) ASSERT_EQ(inbox.texts[i], std::to_string(i));
 }

@@ -1,4 +1,4 @@
-// Messages of which only a part arrives: they must not use up the memory for others, nor hold it for long.
+// Messages that arrive only in part. They must not use up the memory for others, nor hold memory for long.
 #include "queue/receive-budget.h"
 #include "queue/receive-buffer.h"
 #include "support/queue-fixture.h"
@@ -20,7 +20,7 @@ protected:
     void startServerThatWaits(std::chrono::milliseconds unfinished) {
         limits.unfinished = unfinished;
         startServer();
-        hello = honestHello();
+        hello = validHello();
     }
     // The hello and the beginning of a text message.
     std::string beginning(std::size_t whole, std::size_t part) {
@@ -35,29 +35,29 @@ protected:
     std::string hello;
 };
 
-TEST_F(UnfinishedMessage, EndsTheConnectionWhenNothingMoreComes) {
+TEST_F(UnfinishedMessage, EndsTheConnectionWhenTheRestDoesNotArrive) {
     startServerThatWaits(100ms);
     RawPeer peer(path);
-    peer.say(beginning(mebibyte, 1000));
+    peer.send(beginning(mebibyte, 1000));
     EXPECT_TRUE(peer.isRejected());
     EXPECT_TRUE(log.waitFor("peer did not finish a message within 100 ms, 1032 bytes of it came", 10s));
-    EXPECT_EQ(atServer().refused, 1U);
+    EXPECT_EQ(serverStatistics().refused, 1U);
     EXPECT_TRUE(othersAreServed());
 }
 
 TEST_F(UnfinishedMessage, EndsTheConnectionWhenAHeaderStaysIncomplete) {
     startServerThatWaits(100ms);
     RawPeer peer(path);
-    peer.say(hello + "x");
+    peer.send(hello + "x");
     EXPECT_TRUE(peer.isRejected());
-    EXPECT_EQ(atServer().refused, 1U);
+    EXPECT_EQ(serverStatistics().refused, 1U);
 }
 
 TEST_F(UnfinishedMessage, EndsTheConnectionOfAPeerThatSendsSingleBytes) {
     startServerThatWaits(400ms);
     RawPeer peer(path);
-    peer.say(beginning(mebibyte, 0));
-    EXPECT_TRUE(eventually([&] { return !peer.says("x"); }));
+    peer.send(beginning(mebibyte, 0));
+    EXPECT_TRUE(eventually([&] { return !peer.trySend("x"); }));
     EXPECT_TRUE(log.waitFor("peer did not finish a message", 10s));
 }
 
@@ -65,15 +65,15 @@ TEST_F(UnfinishedMessage, DoesNotEndTheConnectionOfAPeerThatFinishesItsMessages)
     startServerThatWaits(1s);
     RawPeer peer(path);
     const std::string frame = frameOf(numberMeta, 4, words({1}, false));
-    peer.say(hello + frame.substr(0, 20));
+    peer.send(hello + frame.substr(0, 20));
     const auto end = std::chrono::steady_clock::now() + 2500ms;
     std::size_t finished = 0;
-    while (std::chrono::steady_clock::now() < end) { // always in the middle of a message
-        peer.say(frame.substr(20) + frame.substr(0, 20));
+    while (std::chrono::steady_clock::now() < end) { // every send ends in the middle of a message
+        peer.send(frame.substr(20) + frame.substr(0, 20));
         ++finished;
         ASSERT_TRUE(eventually([&] { return serverInbox.size() == finished; }));
     }
-    EXPECT_EQ(atServer().refused, 0U);
+    EXPECT_EQ(serverStatistics().refused, 0U);
 }
 
 TEST_F(UnfinishedMessage, LeavesMemoryForOthersHoweverManyThereAre) {
@@ -82,15 +82,15 @@ TEST_F(UnfinishedMessage, LeavesMemoryForOthersHoweverManyThereAre) {
     std::vector<std::unique_ptr<RawPeer>> peers;
     for (int i = 0; i < 38; ++i) {
         peers.push_back(std::make_unique<RawPeer>(path));
-        peers.back()->says(part);
+        peers.back()->trySend(part);
     }
     EXPECT_TRUE(othersAreServed());
-    EXPECT_TRUE(eventually([&] { return atServer().refused == 37; }));
+    EXPECT_TRUE(eventually([&] { return serverStatistics().refused == 37; }));
     EXPECT_TRUE(log.waitFor(
         "the unfinished messages of process " + std::to_string(getpid()) + " may take 24 MiB and need more", 10s));
 }
 
-// Else the large buffer of a message that has ended could be held by a small one.
+// Otherwise a small message could hold the large buffer of an earlier one.
 TEST_F(UnfinishedMessage, HasNoLargeBufferWhenItIsSmall) {
     startServerThatWaits(1h);
     const std::string small = frameOf(numberMeta, 4, words({1}, false));
@@ -98,18 +98,18 @@ TEST_F(UnfinishedMessage, HasNoLargeBufferWhenItIsSmall) {
     const auto whole = static_cast<std::uint32_t>(large.size());
     large = hello + frameOf(unknownMeta, whole, large);
     std::vector<std::unique_ptr<RawPeer>> peers;
-    for (std::uint64_t i = 1; i <= 3; ++i) { // each takes more than half of what they may have together
+    for (std::uint64_t i = 1; i <= 3; ++i) { // each takes more than half of their common limit
         peers.push_back(std::make_unique<RawPeer>(path));
-        EXPECT_TRUE(peers.back()->says(large + small.substr(0, 20)));
-        EXPECT_TRUE(eventually([&] { return atServer().undecodable == i; }));
+        EXPECT_TRUE(peers.back()->trySend(large + small.substr(0, 20)));
+        EXPECT_TRUE(eventually([&] { return serverStatistics().undecodable == i; }));
     }
-    EXPECT_EQ(atServer().refused, 0U);
+    EXPECT_EQ(serverStatistics().refused, 0U);
 }
 
 using host::io::ReceiveBudget;
 using host::io::ReceiveBuffer;
 
-TEST(ReceiveBudget, GivesAPeerNoMoreThanItsShare) {
+TEST(ReceiveBudget, LimitsAPeerToItsShare) {
     ReceiveBudget budget(1000, 100);
     budget.take("one", 60);
     budget.take("one", 40);
@@ -120,7 +120,7 @@ TEST(ReceiveBudget, GivesAPeerNoMoreThanItsShare) {
     EXPECT_THROW(budget.take("one", 1), std::runtime_error);
 }
 
-TEST(ReceiveBudget, GivesAllPeersNoMoreThanThereIs) {
+TEST(ReceiveBudget, LimitsAllPeersToTheTotal) {
     ReceiveBudget budget(100, 80);
     budget.take("one", 80);
     EXPECT_THROW(budget.take("another", 21), std::runtime_error);

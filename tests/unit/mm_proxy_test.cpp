@@ -1,4 +1,4 @@
-// How the MM service's proxy sends its request and delivers the answer.
+// The MM service's proxy: sending its request and delivering the answer.
 #include "app-mmservice-proxy-main.h"
 #include "support/log-texts.h"
 #include "support/recording-module.h"
@@ -32,14 +32,14 @@ class Client : public ClientInterface {
 public:
     int mmServiceInfo(frame::MsgIds& ids, const frame::TransportInfo& transport, const Infos& infos) override {
         EXPECT_EQ(ids, frame::MsgIds::none);
-        ids = {9, 9}; // a client's own copy, like the list
-        heard.push_back(infos);
+        ids = {9, 9}; // the client may change its own copy, as it may change the list
+        received.push_back(infos);
         const_cast<Infos&>(infos).clear();
         lastTransport = transport;
         if (then) then();
         return -5;
     }
-    std::vector<Infos> heard;
+    std::vector<Infos> received;
     frame::TransportInfo lastTransport;
     std::function<void()> then;
 };
@@ -53,7 +53,7 @@ protected:
     void addAll() {
         for (const auto& client : clients) EXPECT_EQ(proxy.addClient(client), 0);
     }
-    // Delivers an answer as the framework does: to the handler that is bound to it.
+    // Delivers an answer as the framework does, to the bound handler.
     int notify(const Infos& infos) {
         if (module.bound.empty()) proxy.registerMessageHandlers();
         const auto& bound = module.bound.front();
@@ -70,7 +70,7 @@ protected:
     boost::shared_ptr<Client> clients[3];
 };
 
-TEST_F(MmProxy, SetsItsServiceAndBufferWhenMade) {
+TEST_F(MmProxy, SetsItsServiceAndBufferOnConstruction) {
     const host::LogCapture log{{genrpc::MmProxyLog}};
     const Proxy made;
     EXPECT_EQ(made.getServiceName(), "mmservice");
@@ -84,7 +84,7 @@ TEST_F(MmProxy, SetsItsServiceAndBufferWhenMade) {
 
 TEST_F(MmProxy, SendsItsRequestWithTheCallersIdsAndWithoutItsTransport) {
     const host::LogCapture log{{genrpc::MmProxyLog}};
-    EXPECT_EQ(proxy.mmServiceReq(ids, transport, requests), 0) << "whatever the module answered";
+    EXPECT_EQ(proxy.mmServiceReq(ids, transport, requests), 0) << "regardless of the module's result";
     ASSERT_THAT(module.sent, SizeIs(1));
     const auto& sent = module.sent.front();
     EXPECT_EQ(sent.ids, (frame::MsgIds{11, 12}));
@@ -116,14 +116,14 @@ TEST_F(MmProxy, KeepsTheRequestsMemoryUntilALaterCompletionOnAnotherThread) {
 }
 
 TEST_F(MmProxy, BindsItsOneNotification) {
-    EXPECT_EQ(proxy.registerMessageHandlers(), 0) << "whatever the module answers";
+    EXPECT_EQ(proxy.registerMessageHandlers(), 0) << "regardless of the module's result";
     ASSERT_THAT(module.bound, SizeIs(1));
     EXPECT_EQ(module.bound[0].meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7774, 0x28671237, 1}));
     EXPECT_EQ(module.bound[0].context, &proxy);
     EXPECT_EQ(module.bound[0].table, messages::MmServiceInfo::table());
 }
 
-TEST_F(MmProxy, AnswersMinusSeventeenAndMinusTwoForClientsThatAreKnownAndUnknown) {
+TEST_F(MmProxy, ReturnsMinusSeventeenForDuplicateAndMinusTwoForUnknownClients) {
     const host::LogCapture log{{genrpc::MmProxyLog}};
     EXPECT_EQ(proxy.addClient(clients[0]), 0);
     EXPECT_EQ(proxy.addClient(clients[0]), -17);
@@ -136,8 +136,8 @@ TEST_F(MmProxy, AnswersMinusSeventeenAndMinusTwoForClientsThatAreKnownAndUnknown
                             "app-mmservice-proxy-main.cpp:removeClient(): client not found (of 0 known ones)"));
 }
 
-TEST_F(MmProxy, TakesPointersOfDifferentOwnersToOneObjectForOneClient) {
-    const host::LogCapture log; // keeps its warnings off the output
+TEST_F(MmProxy, TreatsPointersWithDifferentOwnersToOneObjectAsOneClient) {
+    const host::LogCapture log; // hides expected warnings
     Client client;
     const auto pointer = [&] { return boost::shared_ptr<Client>(&client, [](Client*) {}); };
     EXPECT_EQ(proxy.addClient(pointer()), 0);
@@ -158,10 +158,10 @@ TEST_F(MmProxy, GivesEachClientItsOwnListInTheOrderOfRegistration) {
     std::string order;
     for (std::size_t i = 0; i < 3; ++i) clients[i]->then = [&order, i] { order += std::to_string(i); };
     addAll();
-    EXPECT_EQ(notify(infos), 0) << "whatever the clients answer";
+    EXPECT_EQ(notify(infos), 0) << "regardless of the clients' results";
     EXPECT_EQ(order, "012");
     for (const auto& client : clients) {
-        EXPECT_THAT(client->heard, ElementsAre(infos));
+        EXPECT_THAT(client->received, ElementsAre(infos));
         EXPECT_EQ(client->lastTransport, transport);
     }
     EXPECT_EQ(frame::MsgIds::none, frame::MsgIds{});
@@ -170,10 +170,10 @@ TEST_F(MmProxy, GivesEachClientItsOwnListInTheOrderOfRegistration) {
 TEST_F(MmProxy, DeliversAnEmptyListToEveryClient) {
     addAll();
     EXPECT_EQ(notify({}), 0);
-    for (const auto& client : clients) EXPECT_THAT(client->heard, ElementsAre(IsEmpty()));
+    for (const auto& client : clients) EXPECT_THAT(client->received, ElementsAre(IsEmpty()));
 }
 
-TEST_F(MmProxy, GoesOnWithItsCopyWhenAClientRemovesItselfOrSends) {
+TEST_F(MmProxy, ContinuesWithItsCopyWhenAClientRemovesItselfOrSends) {
     addAll();
     clients[1]->then = [&] {
         EXPECT_EQ(proxy.removeClient(clients[1]), 0);
@@ -181,25 +181,25 @@ TEST_F(MmProxy, GoesOnWithItsCopyWhenAClientRemovesItselfOrSends) {
     };
     notify(infos);
     notify(infos);
-    EXPECT_THAT(clients[0]->heard, SizeIs(2));
-    EXPECT_THAT(clients[1]->heard, SizeIs(1));
-    EXPECT_THAT(clients[2]->heard, SizeIs(2));
+    EXPECT_THAT(clients[0]->received, SizeIs(2));
+    EXPECT_THAT(clients[1]->received, SizeIs(1));
+    EXPECT_THAT(clients[2]->received, SizeIs(2));
     EXPECT_THAT(module.sent, SizeIs(1));
 }
 
-TEST_F(MmProxy, LetsAClientsExceptionOutAndServesOn) {
+TEST_F(MmProxy, PropagatesAClientsExceptionAndRemainsUsable) {
     addAll();
     clients[1]->then = [] { throw std::runtime_error("client"); };
     EXPECT_THROW(notify(infos), std::runtime_error);
-    EXPECT_THAT(clients[0]->heard, SizeIs(1));
-    EXPECT_THAT(clients[2]->heard, IsEmpty());
-    EXPECT_EQ(clients[2].use_count(), 2) << "the handler's copy of the list is gone";
+    EXPECT_THAT(clients[0]->received, SizeIs(1));
+    EXPECT_THAT(clients[2]->received, IsEmpty());
+    EXPECT_EQ(clients[2].use_count(), 2) << "the handler has released its copy of the list";
     clients[1]->then = nullptr;
     EXPECT_EQ(notify(infos), 0);
-    EXPECT_THAT(clients[2]->heard, ElementsAre(infos));
+    EXPECT_THAT(clients[2]->received, ElementsAre(infos));
 }
 
-TEST_F(MmProxy, LeavesTheMessageAsItWas) {
+TEST_F(MmProxy, LeavesTheMessageUnchanged) {
     addAll();
     EXPECT_EQ(proxy.registerMessageHandlers(), 0);
     const support::FlatBody<messages::MmServiceInfo> body(std::tuple{infos});

@@ -1,5 +1,5 @@
-// An older peer against a newer one. Who has other messages, or one of another layout, is rejected with a line that
-// names the message; who has the same layouts talks, whatever it calls them.
+// Older peers and newer ones. A peer with other messages, or with a message of another layout, is rejected with a log
+// line that names the message. A peer with the same layouts is accepted, whatever names it gives them.
 #include "queue/handshake.h"
 #include "support/queue-fixture.h"
 
@@ -19,13 +19,15 @@ using testing::HasSubstr;
 
 class AnOldPeer : public MessageQueue {
 protected:
-    // Both sides have rejected each other, each with its line, and no message has passed.
+    // Expects that both sides reject each other, each with its log line, and that no message is delivered.
     void expectRejected(const frame::MessageSet& service, const frame::MessageSet& peer,
                         const std::string& servicesLine, const std::string& peersLine) {
         const host::LogCapture log({0x0202});
         startServer(service);
         startClient(peer);
-        EXPECT_TRUE(eventually([&] { return news.failed > 0 && atServer().refused > 0 && atClient().refused > 0; }));
+        EXPECT_TRUE(eventually([&] {
+            return connectionEvents.failed > 0 && serverStatistics().refused > 0 && clientStatistics().refused > 0;
+        }));
         EXPECT_EQ(channel->failure(), peersLine);
         client->stop();
         server->stop();
@@ -33,7 +35,7 @@ protected:
         for (const auto& line : log.lines()) text += line.text + '\n';
         EXPECT_THAT(text, HasSubstr("rejected: " + servicesLine));
         EXPECT_THAT(text, HasSubstr("service tuner: " + peersLine));
-        EXPECT_EQ(news.connected, 0);
+        EXPECT_EQ(connectionEvents.connected, 0);
         EXPECT_EQ(serverInbox.size(), 0U);
     }
 };
@@ -42,7 +44,7 @@ const frame::MessageDescription withOneMore[] = {
     descriptions[0], descriptions[1], {"Newer", unknownMeta, &numberTable}};
 const frame::MessageSet newer{withOneMore, 3};
 
-TEST_F(AnOldPeer, IsRejectedByAServiceThatHasAMessageMore) {
+TEST_F(AnOldPeer, IsRejectedByAServiceWithOneMoreMessage) {
     expectRejected(newer, messages, "peer does not know message 0x00002003 (Newer)",
                    "peer has message 0x00002003, which is unknown here");
 }
@@ -52,7 +54,7 @@ TEST_F(AnOldPeer, RejectsANewerApplicationAsWell) {
                    "peer does not know message 0x00002003 (Newer)");
 }
 
-TEST_F(AnOldPeer, IsRejectedByTheNameOfTheMessageThatHasAFieldMore) {
+TEST_F(AnOldPeer, IsRejectedWithTheNameOfAMessageThatHasOneMoreField) {
     static const vdl::EndianEntry entries[] = {numberEntries[0], {4, vdl::EndianScalar4, std::uintptr_t{0}}, endOfList};
     static const vdl::EndianTable longer{8, entries};
     static const frame::MessageDescription changed[] = {{"Number", numberMeta, &longer}, descriptions[1]};
@@ -60,7 +62,7 @@ TEST_F(AnOldPeer, IsRejectedByTheNameOfTheMessageThatHasAFieldMore) {
                    "peer's message 0x00002001 (Number) has another layout");
 }
 
-TEST_F(AnOldPeer, TalksWhenItsLayoutsAreTheSameUnderOtherNamesInAnotherOrder) {
+TEST_F(AnOldPeer, IsAcceptedWithTheSameLayoutsUnderOtherNamesInAnotherOrder) {
     static const vdl::EndianEntry entries[] = {numberEntries[0], endOfList};
     static const vdl::EndianTable sameLayout{4, entries};
     static const frame::MessageDescription renamed[] = {{"Words", textMeta, &textTable},
@@ -76,7 +78,7 @@ TEST_F(AnOldPeer, TalksWhenItsLayoutsAreTheSameUnderOtherNamesInAnotherOrder) {
 
 // ---- the same with the messages of the TV service ----
 
-// What the TV service says to a peer with these messages.
+// The TV service's verdict on a peer with these messages.
 Handshake::Judgement judge(const std::vector<frame::MessageDescription>& peers) {
     const Handshake service(tvservice::serviceName, tvservice::messageSet(), true);
     const Handshake peer(tvservice::serviceName, {peers.data(), peers.size()}, false);
@@ -86,7 +88,9 @@ std::vector<frame::MessageDescription> tvMessages() {
     return {tvservice::messageSet().begin(), tvservice::messageSet().end()};
 }
 
-TEST(TheTvService, AcceptsAPeerOfTheSameLists) { EXPECT_EQ(judge(tvMessages()).verdict, Handshake::Verdict::Accepted); }
+TEST(TheTvService, AcceptsAPeerWithTheSameMessages) {
+    EXPECT_EQ(judge(tvMessages()).verdict, Handshake::Verdict::Accepted);
+}
 
 TEST(TheTvService, RejectsAnOlderPeerWithoutItsLastMessage) {
     auto older = tvMessages();

@@ -1,4 +1,4 @@
-// Messages as frames on their way to one peer, or to several.
+// Messages as frames to one peer or several.
 #include "queue/outbox.h"
 
 #include "support/queue-fixture.h"
@@ -23,10 +23,10 @@ protected:
     Outbox first{64}, second{64};
 };
 
-TEST_F(OutboxTest, CopiesAMessageForSeveralPeersThatIsMarshalledAlready) {
+TEST_F(OutboxTest, CopiesAnAlreadyMarshalledMessageForSeveralPeers) {
     host::Bytes frame;
     add(first, 1, &frame);
-    add(second, 2, &frame); // whose payload is not looked at again
+    add(second, 2, &frame); // does not read the payload again
     EXPECT_EQ(contentOf(second), contentOf(first));
     EXPECT_EQ(second.messages(), 1U);
 }
@@ -38,7 +38,7 @@ TEST_F(OutboxTest, WritesTheSameFrameForOnePeerAndForSeveral) {
     EXPECT_EQ(contentOf(second), contentOf(first));
 }
 
-TEST_F(OutboxTest, TakesNothingOfAMessageThatCannotBeMarshalled) {
+TEST_F(OutboxTest, AddsNothingForAMessageThatCannotBeMarshalled) {
     const vdlDeserString_t text{5, nullptr};
     host::Bytes frame;
     const auto& planOfText = host::planOf(queue_test::textTable);

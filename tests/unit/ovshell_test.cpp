@@ -1,4 +1,4 @@
-// The debug command that switches what the main screens show, and how it finds its shell.
+// The debug command that switches the source of the main screens, and how it finds its shell.
 #include "ovshell.h"
 
 #include "support/fake-shell.h"
@@ -33,19 +33,19 @@ using testing::SizeIs;
 namespace {
 char markerFile[64] = "/nonexistent";
 }
-// The file that marks a receiver under development: the test's choice.
+// The file that marks a receiver under development. The test chooses it.
 namespace tvservice {
 const char* const debugVersionFile = markerFile;
 }
 
 namespace {
 
-void** (*shellFactory)() = nullptr; // what bringing up the process's own shell does
+void** (*shellFactory)() = nullptr; // called to start the process's shell
 
 void** noMembers() { return nullptr; }
 void** membersWithoutShell() { return static_cast<void**>(std::calloc(1, sizeof(void*))); }
 
-// A shell that registers itself when it is set up, as the platform's does.
+// A shell that registers itself in its set-up, as the platform's shell does.
 class StartedShell : public FakeShell {
 protected:
     int performSetupDone() override {
@@ -66,7 +66,7 @@ extern "C" void** CreateOvshellProxy() { return shellFactory(); }
 
 namespace {
 
-// Keeps play requests; thread-safe, as the resource manager's worker sends them.
+// Keeps play requests. Thread-safe, because the resource manager's worker sends them.
 template <class Request> class Requests {
 public:
     void add(const std::vector<Request>& list) {
@@ -74,7 +74,7 @@ public:
         lists_.push_back(list);
         changed_.notify_all();
     }
-    // The first list that starts something, once it has come; it is then forgotten.
+    // Waits for the first list that starts something, removes it and returns it.
     std::vector<Request> takeStart() {
         std::unique_lock lock(mutex_);
         const auto start = [this] {
@@ -92,7 +92,7 @@ private:
     std::vector<std::vector<Request>> lists_;
 };
 
-// Services in the process that answer at once.
+// Services in this process that answer at once.
 class TvService : public frame::AbstractApplication, public support::RecordingTvService {
 public:
     int tvServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
@@ -140,7 +140,7 @@ struct Receiver {
     TvService tv;
     MmService mm;
     ModelTvServiceAdapter adapter;
-    std::vector<std::string> startLines; // what the registrar logged in two starts
+    std::vector<std::string> startLines; // the registrar's lines of two starts
 
     static Receiver& get() {
         static Receiver* const receiver = [] {
@@ -166,7 +166,7 @@ protected:
         EXPECT_EQ(shell.run("pathswitch :s", argument), 0);
         return shell.printed;
     }
-    // Whether the command sends a request; it does so before it returns.
+    // Whether the command sends a request. It sends before it returns.
     bool sends(const std::string& argument) {
         const host::LogCapture log{{genrpc::AdapterLog}};
         run(argument);
@@ -233,7 +233,7 @@ TEST_F(PathSwitch, ToMmShowsTheExternalSourceOnThreeTerminals) {
     }
 }
 
-TEST_F(PathSwitch, SendsOneRequestForItsTwoWordsAndNoneForOthers) {
+TEST_F(PathSwitch, SendsARequestForEitherOfItsTwoWordsAndNoneForOthers) {
     EXPECT_TRUE(sends("hdmi"));
     EXPECT_TRUE(sends("mm"));
     EXPECT_TRUE(sends(std::string("hdmi\0x", 6))) << "the text ends at a NUL";
@@ -254,20 +254,20 @@ TEST_F(PathSwitch, CutsItsArgumentTo511Characters) {
 
 TEST_F(PathSwitch, StaysRegisteredWhenItsRegistrarEnds) {
     const host::LogCapture log{{genrpc::RegistrarLog}};
-    { ovRegister another(&receiver.adapter); } // the shell, known by now, refuses its command
+    { ovRegister another(&receiver.adapter); } // the shell rejects its command, which is registered already
     EXPECT_THAT(textsOf(log), ElementsAre("ovshell.cpp:ovRegister(): Called ", "ovshell.cpp:registerCommand(): Called ",
                                           "ovshell.cpp:~ovRegister(): Called "));
     EXPECT_EQ(run("still there"), "still there");
 }
 
-// ---- the shell that it needs; each in a process of its own, as the shell is looked up once ----
+// ---- the shell that it needs: one process per test, because the shell is looked up once per process ----
 
 class PathSwitchShell : public testing::Test {
 protected:
     PathSwitchShell() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
-// Makes a registrar in a process whose own shell comes of `factory`. Its log lines go to stderr.
+// Creates a registrar in a process whose shell is made by `factory`. Its log lines go to stderr.
 [[noreturn]] void registerWith(void** (*factory)(), const char* marker = "/nonexistent") {
     shellFactory = factory;
     std::snprintf(markerFile, sizeof markerFile, "%s", marker);
@@ -289,19 +289,19 @@ bool endsFatallyButNotByAbort(int status) {
     return WIFSIGNALED(status) ? WTERMSIG(status) != SIGABRT : WEXITSTATUS(status) != 0;
 }
 
-TEST_F(PathSwitchShell, ThatCannotBeStartedIsReportedAndEndsTheProcess) {
+TEST_F(PathSwitchShell, IsReportedAndEndsTheProcessWhenItCannotBeStarted) {
     EXPECT_EXIT(registerWith(noMembers), endsFatallyButNotByAbort,
                 testing::AllOf(testing::HasSubstr("svcAppovshell(): Unable to lookup ovshell-interface: -22."),
                                testing::HasSubstr("svcAppovshell(): pService != nullptr ASSERT FAILED !!!")));
 }
 
-TEST_F(PathSwitchShell, ThatIsStillMissingWhenStartedEndsTheProcess) {
+TEST_F(PathSwitchShell, EndsTheProcessWhenItIsStillMissingAfterItsStart) {
     EXPECT_EXIT(registerWith(membersWithoutShell), endsFatallyButNotByAbort,
                 testing::AllOf(testing::Not(testing::HasSubstr("Unable to lookup")),
                                testing::HasSubstr("svcAppovshell(): pService != nullptr ASSERT FAILED !!!")));
 }
 
-TEST_F(PathSwitchShell, ThatIsMissingAbortsAReceiverUnderDevelopmentAfterASecond) {
+TEST_F(PathSwitchShell, AbortsAReceiverUnderDevelopmentAfterASecondWhenMissing) {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EXIT(registerWith(noMembers, "/proc/self/exe"), testing::KilledBySignal(SIGABRT),
                 testing::HasSubstr("svcAppovshell(): pService != nullptr ASSERT FAILED !!!"));

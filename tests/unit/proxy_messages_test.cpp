@@ -1,4 +1,4 @@
-// How the TV service's proxy sends each of its requests and delivers each of its notifications.
+// The TV service's proxy: sending each request and delivering each notification.
 #include "app-tvservice-proxy-main.h"
 #include "support/log-texts.h"
 #include "support/recording-module.h"
@@ -42,7 +42,7 @@ protected:
     template <class Message> int send(const typename Message::Body::Arguments& arguments = sampleOf<Message>()) {
         return support::call<Message, ServiceInterface>(proxy, ids, frame::TransportInfo{5, {6, 7}}, arguments);
     }
-    // What the last message said.
+    // The arguments of the last message.
     template <class Message> typename Message::Body::Arguments lastSent() {
         return Message::Body::read(support::received(*Message::table(), module.sent.back().wire, false).get());
     }
@@ -55,7 +55,7 @@ protected:
 TEST_F(EverySender, SendsItsMessageWithTheCallersIdsAndWithoutItsTransport) {
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         module.sent.clear();
-        EXPECT_EQ(send<Message>(), 0) << "whatever the module answered";
+        EXPECT_EQ(send<Message>(), 0) << "regardless of the module's result";
         ASSERT_THAT(module.sent, SizeIs(1));
         const auto& sent = module.sent.front();
         EXPECT_EQ(sent.ids, (frame::MsgIds{11, 12}));
@@ -92,7 +92,7 @@ TEST_F(EverySender, LogsFromALineOfItsOwn) {
     EXPECT_THAT(numbers, SizeIs(support::TvRequests::size));
 }
 
-TEST_F(EverySender, GivesItsMemoryBackWhenTheMessageIsSent) {
+TEST_F(EverySender, ReleasesItsMemoryWhenTheMessageIsSent) {
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         const auto before = host::flatHeapUsage().blocks;
         send<Message>();
@@ -114,9 +114,9 @@ TEST_F(EverySender, KeepsItsMemoryUntilALaterCompletionOnAnotherThread) {
     });
 }
 
-TEST_F(EverySender, GivesItsMemoryBackWithoutAModule) {
+TEST_F(EverySender, ReleasesItsMemoryWithoutAModule) {
     proxy.setOmqIOModule(nullptr);
-    const host::LogCapture log; // of the framework, which complains
+    const host::LogCapture log; // hides the framework's warning
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         const auto before = host::flatHeapUsage().blocks;
         EXPECT_EQ(send<Message>(), 0);
@@ -124,7 +124,7 @@ TEST_F(EverySender, GivesItsMemoryBackWithoutAModule) {
     });
 }
 
-TEST_F(EverySender, SendsTheEmptyArgumentsAsTheyAre) {
+TEST_F(EverySender, SendsEmptyArguments) {
     support::forEach(support::TvRequests{}, [&]<class Message>() {
         using Arguments = typename Message::Body::Arguments;
         send<Message>(Arguments{});
@@ -132,14 +132,14 @@ TEST_F(EverySender, SendsTheEmptyArgumentsAsTheyAre) {
     });
 }
 
-TEST_F(EverySender, HasTheseBytesOnTheWireWhereThereIsLittleToSend) {
+TEST_F(EverySender, HasTheseBytesForShortMessages) {
     send<messages::TvServiceReq>({});
     EXPECT_EQ(module.sent.back().wire, std::string(8, '\0')) << "count zero and no array";
     send<messages::TvServiceInfoReq>();
     EXPECT_EQ(module.sent.back().wire, std::string(1, '\0'));
     send<messages::TvServiceSendKeyReq>({""});
     const auto empty = support::received(*messages::TvServiceSendKeyReq::table(), module.sent.back().wire, false);
-    EXPECT_EQ(module.sent.back().wire.size(), 9U) << "the terminator alone";
+    EXPECT_EQ(module.sent.back().wire.size(), 9U) << "only the terminator";
     EXPECT_EQ(reinterpret_cast<const vdlDeserString_t*>(empty.get())->length, 0U);
     EXPECT_STREQ(reinterpret_cast<const vdlDeserString_t*>(empty.get())->data, "");
     send<messages::SetCasService>({TvServiceCasServiceType_t{-1}});
@@ -160,7 +160,7 @@ TEST_F_WHERE(support::flatMemoryIsLimited, EverySender, SendsNothingAndKeepsNoth
 
 // ---- handlers ----
 
-// Writes down what it hears, then spoils what it was given.
+// Records its arguments, then overwrites them.
 class SpoilingClient : public support::RecordingTvClient {
 public:
 #define SPOIL(type, name) spoil(name);
@@ -192,7 +192,7 @@ protected:
     void add(std::size_t count) {
         for (; added < count; ++added) proxy.addClient(clients[added]);
     }
-    // Delivers a message as the framework does: to the handler that is bound to its meta.
+    // Delivers a message as the framework does, to the handler bound to its meta.
     template <class Message> int notify(const typename Message::Body::Arguments& arguments = sampleOf<Message>()) {
         const support::FlatBody<Message> body(arguments);
         return notifyFlat<Message>(body.get());
@@ -205,8 +205,9 @@ protected:
     template <class Message> static genrpc::Json jsonOf(const typename Message::Body::Arguments& arguments) {
         return std::apply([](const auto&... args) { return genrpc::argumentsToJson<Message>(args...); }, arguments);
     }
-    // A client's calls, which it then forgets, are one: this message, with everything that belongs to it.
-    template <class Message> void expectHeardOnce(SpoilingClient& client) {
+    // Expects that the client received one call of this message, with its sample, ids and transport. Then clears its
+    // calls.
+    template <class Message> void expectReceivedOnce(SpoilingClient& client) {
         ASSERT_THAT(client.calls, SizeIs(1));
         EXPECT_EQ(client.calls[0].message, Message::name);
         EXPECT_EQ(client.calls[0].arguments, jsonOf<Message>(sampleOf<Message>()));
@@ -257,8 +258,8 @@ TEST_F(EveryHandler, GivesEachClientItsOwnArgumentsAndIds) {
     for (const std::size_t count : {1U, 3U}) {
         add(count);
         support::forEach(support::TvNotifications{}, [&]<class Message>() {
-            EXPECT_EQ(notify<Message>(), 0) << "whatever the clients answer";
-            for (std::size_t i = 0; i < count; ++i) expectHeardOnce<Message>(*clients[i]);
+            EXPECT_EQ(notify<Message>(), 0) << "regardless of the clients' results";
+            for (std::size_t i = 0; i < count; ++i) expectReceivedOnce<Message>(*clients[i]);
         });
     }
     EXPECT_EQ(frame::MsgIds::none, frame::MsgIds{});
@@ -275,36 +276,36 @@ TEST_F(EveryHandler, CallsItsClientsInTheOrderOfRegistration) {
     });
 }
 
-TEST_F(EveryHandler, GoesOnWithItsCopyWhenAClientRemovesItself) {
+TEST_F(EveryHandler, ContinuesWithItsCopyWhenAClientRemovesItself) {
     add(3);
     clients[1]->then = [&](frame::MsgIds&) { EXPECT_EQ(proxy.removeClient(clients[1]), 0); };
     support::forEach(support::TvNotifications{}, [&]<class Message>() {
         notify<Message>();
-        for (const auto& client : clients) expectHeardOnce<Message>(*client);
+        for (const auto& client : clients) expectReceivedOnce<Message>(*client);
         notify<Message>();
         EXPECT_THAT(clients[1]->calls, IsEmpty());
-        expectHeardOnce<Message>(*clients[2]);
+        expectReceivedOnce<Message>(*clients[2]);
         clients[0]->calls.clear();
-        proxy.addClient(clients[1]); // behind the others from now on
+        proxy.addClient(clients[1]); // now after the others
     });
 }
 
-TEST_F(EveryHandler, LetsAClientsExceptionOutAndServesOn) {
+TEST_F(EveryHandler, PropagatesAClientsExceptionAndRemainsUsable) {
     add(2);
     support::forEach(support::TvNotifications{}, [&]<class Message>() {
         clients[0]->then = [](frame::MsgIds&) { throw std::runtime_error("client"); };
         EXPECT_THROW(notify<Message>(), std::runtime_error);
         EXPECT_THAT(clients[1]->calls, IsEmpty());
-        EXPECT_EQ(clients[0].use_count(), 2) << "the handler's copy of the list is gone";
+        EXPECT_EQ(clients[0].use_count(), 2) << "the handler has released its copy of the list";
         clients[0]->then = nullptr;
         clients[0]->calls.clear();
         notify<Message>();
-        expectHeardOnce<Message>(*clients[0]);
-        expectHeardOnce<Message>(*clients[1]);
+        expectReceivedOnce<Message>(*clients[0]);
+        expectReceivedOnce<Message>(*clients[1]);
     });
 }
 
-TEST_F(EveryHandler, LeavesTheMessageAsItWas) {
+TEST_F(EveryHandler, LeavesTheMessageUnchanged) {
     add(3);
     support::forEach(support::TvNotifications{}, [&]<class Message>() {
         const support::FlatBody<Message> body(sampleOf<Message>());
@@ -323,15 +324,15 @@ TEST_F(EveryHandler, ReadsTheDownloadStatusTextByItsLength) {
     } body{7, {3, nullptr}};
     const support::FlatBlock block(static_cast<char*>(vdlFlatAlloc(16)), vdlFlatFree);
     std::strcpy(block.get(), "downloading");
-    const auto heard = [&] {
+    const auto received = [&] {
         notifyFlat<messages::TvserviceOadStatusNotify>(&body);
         return genrpc::textOf(clients[0]->calls.back().arguments);
     };
-    EXPECT_EQ(heard(), R"({"status":7,"text":""})") << "no block";
+    EXPECT_EQ(received(), R"({"status":7,"text":""})") << "without a block";
     body.text = {0, block.get()};
-    EXPECT_EQ(heard(), R"({"status":7,"text":""})") << "length 0";
+    EXPECT_EQ(received(), R"({"status":7,"text":""})") << "length 0";
     body.text = {4, block.get()};
-    EXPECT_EQ(heard(), R"({"status":7,"text":"down"})");
+    EXPECT_EQ(received(), R"({"status":7,"text":"down"})");
 }
 
 TEST(ClientBase, ReturnsZeroForEveryNotification) {

@@ -1,5 +1,5 @@
-// The proxies' lives, their registries, and the delivery of an answer (proxy_messages_test.cpp has
-// all messages, mm_proxy_test.cpp those of the MM service).
+// The proxies' life cycles, their registries, and the delivery of an answer. proxy_messages_test.cpp has all messages,
+// mm_proxy_test.cpp those of the MM service.
 #include "app-mmservice-proxy-main.h"
 #include "app-tvservice-proxy-main.h"
 #include "support/log-texts.h"
@@ -43,7 +43,7 @@ public:
 class TvProxy : public testing::Test {
 protected:
     TvProxy() { proxy.setOmqIOModule(&module); }
-    // Delivers one notification as the framework does.
+    // Delivers a notification as the framework does.
     int notify(const std::vector<tvservice::TvServiceInfo_t>& infos) {
         const support::FlatBody<tvservice::messages::TvServiceInfo> body(std::tuple{infos});
         return tvservice::Proxy::callTvServiceInfo(tvservice::messages::TvServiceInfo::meta, {}, body.get(), &proxy);
@@ -54,7 +54,7 @@ protected:
     const std::vector<tvservice::TvServiceInfo_t> oneInfo{{{1, 2}, 3, "uri", "uuid", "ancestor", "7"}};
 };
 
-TEST_F(TvProxy, SetsItsServiceAndBufferWhenMade) {
+TEST_F(TvProxy, SetsItsServiceAndBufferOnConstruction) {
     host::LogCapture log{{genrpc::TvProxyLog}};
     tvservice::Proxy made;
     EXPECT_EQ(made.getServiceName(), "tvservice");
@@ -66,7 +66,7 @@ TEST_F(TvProxy, SetsItsServiceAndBufferWhenMade) {
                             "app-tvservice-proxy-main.cpp:Proxy(): the buffer size for tvservice is 16384."));
 }
 
-TEST_F(TvProxy, AnswersMinusSeventeenAndMinusTwoForClientsThatAreKnownAndUnknown) {
+TEST_F(TvProxy, ReturnsMinusSeventeenForDuplicateAndMinusTwoForUnknownClients) {
     host::LogCapture log{{genrpc::TvProxyLog}};
     const auto client = boost::make_shared<TvClient>();
     EXPECT_EQ(proxy.addClient(client), 0);
@@ -80,8 +80,8 @@ TEST_F(TvProxy, AnswersMinusSeventeenAndMinusTwoForClientsThatAreKnownAndUnknown
                             "app-tvservice-proxy-main.cpp:removeClient(): client not found (of 0 known ones)"));
 }
 
-TEST_F(TvProxy, TakesPointersOfDifferentOwnersToOneObjectForOneClient) {
-    const host::LogCapture log; // keeps its warnings off the output
+TEST_F(TvProxy, TreatsPointersWithDifferentOwnersToOneObjectAsOneClient) {
+    const host::LogCapture log; // hides expected warnings
     TvClient client;
     const auto pointer = [&] { return boost::shared_ptr<TvClient>(&client, [](TvClient*) {}); };
     EXPECT_EQ(proxy.addClient(pointer()), 0);
@@ -97,7 +97,7 @@ TEST_F(TvProxy, DeliversAnEmptyListToEveryClient) {
     EXPECT_THAT(client->notifications, ElementsAre(testing::IsEmpty()));
 }
 
-TEST_F(TvProxy, GoesOnWithItsCopyWhenAClientRemovesItselfOrSends) {
+TEST_F(TvProxy, ContinuesWithItsCopyWhenAClientRemovesItselfOrSends) {
     const auto first = boost::make_shared<TvClient>(), second = boost::make_shared<TvClient>();
     proxy.addClient(first);
     proxy.addClient(second);
@@ -119,7 +119,7 @@ bool registered(const char* key) {
     return frame::Process::getInstance()->getInterfaceReference(reference, key) == 0;
 }
 
-// What the two proxies have in common, for both.
+// The behaviour that both proxies share.
 template <class P, class I, genrpc::LogModule number> struct Kind {
     using Proxy = P;
     using Interface = I;
@@ -136,7 +136,7 @@ struct KindName {
 };
 TYPED_TEST_SUITE(ProxyLifecycle, Kinds, KindName);
 
-TYPED_TEST(ProxyLifecycle, PassesOnThatItsBaseFailsAndRegistersNothing) {
+TYPED_TEST(ProxyLifecycle, ReportsThatItsBaseFailsAndRegistersNothing) {
     typename TypeParam::Proxy detached;
     const std::string place = TypeParam::place();
     const auto expectFailure = [&](int (frame::AbstractProcessMember::*operation)(), const std::string& name) {
@@ -151,7 +151,7 @@ TYPED_TEST(ProxyLifecycle, PassesOnThatItsBaseFailsAndRegistersNothing) {
     expectFailure(&frame::AbstractProcessMember::stop, "performStopping");
 }
 
-TYPED_TEST(ProxyLifecycle, LogsThatItEnds) {
+TYPED_TEST(ProxyLifecycle, LogsItsDestruction) {
     auto proxy = std::make_unique<typename TypeParam::Proxy>();
     const host::LogCapture log{{TypeParam::module}};
     proxy.reset();
@@ -168,7 +168,7 @@ TYPED_TEST(ProxyLifecycle, RegistersItsInterfaceAndReportsThatTheKeyIsTaken) {
     EXPECT_EQ(proxy->stop(), 0);
     boost::shared_ptr<frame::Interface> reference;
     ASSERT_EQ(frame::Process::getInstance()->getInterfaceReference(reference, Interface::interfaceKey), 0);
-    EXPECT_EQ(reference->get<Interface>(), static_cast<Interface*>(proxy.get())) << "also when it has stopped";
+    EXPECT_EQ(reference->get<Interface>(), static_cast<Interface*>(proxy.get())) << "even after it has stopped";
     {
         typename TypeParam::Proxy second;
         ASSERT_EQ(second.attachProcess(*frame::Process::getInstance()), 0);
@@ -183,7 +183,7 @@ TYPED_TEST(ProxyLifecycle, RegistersItsInterfaceAndReportsThatTheKeyIsTaken) {
     EXPECT_FALSE(registered(Interface::interfaceKey));
 }
 
-TEST(ProxyDestruction, TakesOnlyTheMmProxysInterfaceBack) {
+TEST(ProxyDestruction, UnregistersOnlyTheMmProxysInterface) {
     auto* tv = new tvservice::Proxy;
     auto* mm = new mmservice::Proxy;
     for (frame::AbstractProcessMember* proxy : std::initializer_list<frame::AbstractProcessMember*>{tv, mm}) {
@@ -196,7 +196,7 @@ TEST(ProxyDestruction, TakesOnlyTheMmProxysInterfaceBack) {
     EXPECT_FALSE(registered(mmservice::ServiceInterface::interfaceKey));
 }
 
-TEST(ProxyEntries, MakeOneProxyEachInATerminatedArray) {
+TEST(ProxyEntries, ReturnOneProxyEachInATerminatedArray) {
     for (auto* create : {CreateTvServiceProxy, CreateMMServiceProxy}) {
         void** members = create();
         ASSERT_NE(members[0], nullptr);

@@ -1,4 +1,4 @@
-// Every record, field by field: what its text names and what its comparison sees.
+// Every record, field by field: the names in its text and the fields that its comparison covers.
 #include "support/samples.h"
 #include "support/tv-messages.h"
 
@@ -18,7 +18,7 @@ template <class Record> struct Declared;
     template <> struct Declared<Record> { static inline const std::vector<std::string> fields{FIELDS(FIELD_NAME)}; };
 #define DECLARED_TV(family, Record, FIELDS) DECLARED(tvservice::Record, FIELDS)
 #define DECLARED_MM(family, Record, FIELDS) DECLARED(mmservice::Record, FIELDS)
-// The types in the lists are written as inside the services' own namespaces; only the names are taken here.
+// The types in the lists are written as in the services' namespaces. Only the names are used here.
 TVSERVICE_CORE_RECORDS(DECLARED_TV)
 TVSERVICE_STREAM_RECORDS(DECLARED_TV)
 TVSERVICE_STATUS_RECORDS(DECLARED_TV)
@@ -40,14 +40,14 @@ template <class Record, class Use> void forEachField(Use use) {
     std::apply([&](const auto&... field) { (use(std::string(field.name), field.plain), ...); }, Record::Flat::fields());
 }
 
-// A record all of whose fields but one are zero or empty.
+// A record with one field set; all others are zero or empty.
 template <class Record, class Value> Record withOnly(Value Record::*member) {
     Record record;
     record.*member = support::Samples().next<Value>();
     return record;
 }
 
-// The fields of a record's text: all that follows its name.
+// The fields of a record's text: everything after its name.
 template <class Record> genrpc::Json fieldsOf(const Record& record) {
     const std::string text = genrpc::toText(record), name = std::string(Record::recordName) + " ";
     EXPECT_EQ(text.substr(0, name.size()), name);
@@ -63,7 +63,7 @@ TEST(RecordText, NamesEveryFieldInOrder) {
     });
 }
 
-TEST(RecordText, ShowsEachFieldUnderItsOwnName) {
+TEST(RecordText, PrintsEachFieldUnderItsName) {
     forEachRecord([]<class Record>() {
         const auto empty = fieldsOf(Record{});
         forEachField<Record>([&](const std::string& name, auto member) {
@@ -76,7 +76,7 @@ TEST(RecordText, ShowsEachFieldUnderItsOwnName) {
     });
 }
 
-TEST(RecordComparison, SeesEachFieldByItself) {
+TEST(RecordComparison, DetectsADifferenceInEachField) {
     forEachRecord([]<class Record>() {
         EXPECT_EQ(Record{}, Record{});
         EXPECT_EQ(support::Samples().next<Record>(), support::Samples().next<Record>());

@@ -1,4 +1,4 @@
-// Members that note what happens to them, and processes of their own for tests of the framework.
+// For tests of the framework: members that record the calls they receive, and tests in their own processes.
 #pragma once
 
 #include <frame/abstract-marshalling-impl.h>
@@ -19,7 +19,7 @@ namespace frame_test {
 
 using Trace = std::vector<std::string>;
 
-// Lives on when the process deletes its members.
+// Outlives the members, which the process deletes.
 inline Trace& trace() {
     static Trace* const lines = new Trace;
     return *lines;
@@ -27,7 +27,7 @@ inline Trace& trace() {
 
 inline Trace takeTrace() { return std::exchange(trace(), {}); }
 
-// Notes what happens to it; fails at the step named.
+// Records its calls. Fails at the named step.
 template <class Base> class Recording : public Base {
 public:
     template <class... Arguments>
@@ -87,7 +87,7 @@ private:
     }
 };
 
-// The members that the next makeArray hands out.
+// The members that the next makeArray returns.
 inline std::vector<frame::AbstractProcessMember*>& nextMembers() {
     static std::vector<frame::AbstractProcessMember*> members;
     return members;
@@ -110,8 +110,8 @@ inline bool isRegistered(const std::string& key) {
     return frame::Process::getInstance()->getInterfaceReference(reference, key) == 0;
 }
 
-// Runs body in a process of its own, as the framework runs once per process. Expects what body checks to hold, the
-// process to end by itself, and its error output to contain what output says.
+// Runs body in its own process, because the framework runs once per process. Expects that the checks in body hold, that
+// the process exits by itself, and that its error output contains `output`.
 template <class Body> void inOwnProcess(Body body, const std::string& output = {}) {
     EXPECT_EXIT(
         {
@@ -123,7 +123,7 @@ template <class Body> void inOwnProcess(Body body, const std::string& output = {
         testing::ExitedWithCode(0), testing::HasSubstr(output));
 }
 
-// Serves; onReady runs on the framework's thread.
+// Runs the framework. onReady runs on the framework's thread.
 inline int run(std::function<int()> onReady) {
     return host::runProcess([](void* context) { return (*static_cast<std::function<int()>*>(context))(); }, &onReady);
 }

@@ -1,5 +1,5 @@
-// The core records: their exact layouts, tables and the four operations of their flat forms; and what all messages are
-// made of.
+// The core records: their exact layouts, tables and the four operations of their flat forms. Also the composition of
+// all messages.
 #include "support/layouts.h"
 #include "support/samples.h"
 #include "support/wire.h"
@@ -146,7 +146,7 @@ TEST(FlatForm, IsZeroWhenDefaultConstructed) {
 TEST(FlatForm, LeavesItsTerminalUnsetUntilItIsAssigned) {
     unsigned char memory[sizeof(_TvServiceInfo_t_struct)];
     std::memset(memory, 0xAA, sizeof memory);
-    asm volatile("" : : "r"(memory) : "memory"); // what the memory held before is looked at on purpose
+    asm volatile("" : : "r"(memory) : "memory"); // the previous content of the memory is read on purpose
     new (memory) _TvServiceInfo_t_struct;
     asm volatile("" : : "r"(memory) : "memory");
     EXPECT_EQ(std::string(reinterpret_cast<char*>(memory), 8), std::string(8, '\xAA'));
@@ -158,13 +158,13 @@ TEST(FlatForm, ReleasesItsStringListButNotItsStringsWhenAssignedAgain) {
     const auto before = host::flatHeapUsage().blocks;
     char* const firstUri = form.uri.data;
     form = request;
-    // Seven single strings twice over; the list's array and its three strings once.
+    // The seven single strings are allocated twice; the list's array and its three strings once.
     EXPECT_EQ(host::flatHeapUsage().blocks, before + 7);
     EXPECT_NE(form.uri.data.get(), firstUri);
     EXPECT_STREQ(firstUri, request.uri.c_str());
 }
 
-TEST(FlatForm, GivesEveryBlockBackWhenReleased) {
+TEST(FlatForm, FreesEveryBlockWhenReleased) {
     const auto before = host::flatHeapUsage().blocks;
     _TvServiceReq_t_struct form(fullRequest());
     EXPECT_EQ(host::flatHeapUsage().blocks, before + 11);
@@ -179,12 +179,12 @@ TEST(FlatForm, ReadsListsWithoutAnArrayAsEmpty) {
     genrpc::release(form);
 }
 
-TEST(CoreRecords, ComeBackFromTheWireAsTheyWereInEitherByteOrder) {
+TEST(CoreRecords, SurviveEncodingAndDecodingInEitherByteOrder) {
     support::forEach(support::CoreRecords{}, []<class Record>() {
         const auto sample = support::Samples().next<Record>();
         for (const bool otherOrder : {false, true}) {
-            EXPECT_EQ(support::afterTravel(sample, otherOrder), sample);
-            EXPECT_EQ(support::afterTravel(Record{}, otherOrder), Record{});
+            EXPECT_EQ(support::roundTripped(sample, otherOrder), sample);
+            EXPECT_EQ(support::roundTripped(Record{}, otherOrder), Record{});
         }
     });
 }
@@ -251,7 +251,7 @@ TEST(Messages, HaveTheseIdsAndBodies) {
     EXPECT_EQ(messages, expected);
 }
 
-TEST(Messages, AreMatchedByTheirDirection) {
+TEST(Messages, AreListedUnderTheirDirection) {
     const auto expectRequest = []<class Message>() {
         EXPECT_EQ(Message::meta, (frame::MsgMeta{0xFFFFFFFF, 0x1CCD7773, Message::meta.messageId, 0}));
     };
@@ -264,32 +264,32 @@ TEST(Messages, AreMatchedByTheirDirection) {
     expectNotification.operator()<mmservice::messages::MmServiceInfo>();
 }
 
-TEST(Messages, ComeBackFromTheWireAsTheyWereInEitherByteOrder) {
+TEST(Messages, SurviveEncodingAndDecodingInEitherByteOrder) {
     support::forEach(support::AllMessages{}, []<class Message>() {
         using Arguments = typename Message::Body::Arguments;
         const auto sample = support::Samples().next<Arguments>();
         for (const bool otherOrder : {false, true}) {
-            EXPECT_EQ(support::afterTravel<Message>(sample, otherOrder), sample);
-            EXPECT_EQ(support::afterTravel<Message>(Arguments{}, otherOrder), Arguments{});
+            EXPECT_EQ(support::roundTripped<Message>(sample, otherOrder), sample);
+            EXPECT_EQ(support::roundTripped<Message>(Arguments{}, otherOrder), Arguments{});
         }
     });
 }
 
-template <class Message, class Enum> void expectEveryValueTravels() {
+template <class Message, class Enum> void expectEveryValueSurvives() {
     for (const int value : {-1, INT_MIN, INT_MAX, 0, 99}) {
         typename Message::Body::Arguments arguments;
         std::get<Enum>(arguments) = static_cast<Enum>(value);
-        EXPECT_EQ(support::afterTravel<Message>(arguments, false), arguments) << value;
-        EXPECT_EQ(support::afterTravel<Message>(arguments, true), arguments) << value;
+        EXPECT_EQ(support::roundTripped<Message>(arguments, false), arguments) << value;
+        EXPECT_EQ(support::roundTripped<Message>(arguments, true), arguments) << value;
     }
 }
 
-TEST(Messages, CarryUnknownEnumerators) {
-    expectEveryValueTravels<tvservice::messages::MtsAudioChangeReq, MtsAudioTrack_t>();
-    expectEveryValueTravels<tvservice::messages::TvServiceMtsAudioTrackInfoNotify, MtsAudioTrack_t>();
-    expectEveryValueTravels<tvservice::messages::SetCasService, TvServiceCasServiceType_t>();
-    expectEveryValueTravels<tvservice::messages::RequestPackagesReq, reqeustOadType_t>();
-    expectEveryValueTravels<tvservice::messages::TvserviceOadStatusNotify, NotifyOadStatus_t>();
+TEST(Messages, PreserveUnknownEnumerators) {
+    expectEveryValueSurvives<tvservice::messages::MtsAudioChangeReq, MtsAudioTrack_t>();
+    expectEveryValueSurvives<tvservice::messages::TvServiceMtsAudioTrackInfoNotify, MtsAudioTrack_t>();
+    expectEveryValueSurvives<tvservice::messages::SetCasService, TvServiceCasServiceType_t>();
+    expectEveryValueSurvives<tvservice::messages::RequestPackagesReq, reqeustOadType_t>();
+    expectEveryValueSurvives<tvservice::messages::TvserviceOadStatusNotify, NotifyOadStatus_t>();
 }
 
 } // namespace

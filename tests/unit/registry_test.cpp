@@ -26,33 +26,33 @@ protected:
     int number = 0, other = 0;
 };
 
-TEST_F(Registry, FindsWhatIsRegistered) {
+TEST_F(Registry, FindsARegisteredObject) {
     EXPECT_EQ(member.registerInterface(&number, "number"), 0);
     ASSERT_EQ(Process::getInstance()->getInterfaceReference(reference, "number"), 0);
     EXPECT_EQ(reference->get<int>(), &number);
 }
 
-TEST_F(Registry, HandsOutNullForAnotherType) {
+TEST_F(Registry, ReturnsNullForAnotherType) {
     member.registerInterface(&number, "number");
     Process::getInstance()->getInterfaceReference(reference, "number");
     EXPECT_EQ(reference->get<long>(), nullptr);
 }
 
-TEST_F(Registry, LeavesTheReferenceAloneWhenTheKeyIsMissing) {
+TEST_F(Registry, LeavesTheReferenceUnchangedWhenTheKeyIsMissing) {
     member.registerInterface(&number, "number");
     Process::getInstance()->getInterfaceReference(reference, "number");
     EXPECT_EQ(Process::getInstance()->getInterfaceReference(reference, "missing"), -2);
     EXPECT_EQ(reference->get<int>(), &number);
 }
 
-TEST_F(Registry, RefusesAKeyThatIsTaken) {
+TEST_F(Registry, RejectsAKeyThatIsTaken) {
     member.registerInterface(&number, "number");
     EXPECT_EQ(member.registerInterface(&other, "number"), -17);
     Process::getInstance()->getInterfaceReference(reference, "number");
     EXPECT_EQ(reference->get<int>(), &number);
 }
 
-TEST_F(Registry, RefusesANullObjectAndADetachedMember) {
+TEST_F(Registry, RejectsANullObjectAndADetachedMember) {
     EXPECT_EQ(member.registerInterface(static_cast<int*>(nullptr), "number"), -22);
     Member detached("B");
     EXPECT_EQ(detached.registerInterface(&number, "number"), -22);
@@ -70,7 +70,7 @@ TEST_F(Registry, RemovesEveryRegistrationOfAnObject) {
     EXPECT_EQ(member.unregisterInterface(&number), -2);
 }
 
-TEST_F(Registry, RemovesNothingForNullAndStaysSilent) {
+TEST_F(Registry, IgnoresTheRemovalOfNullWithoutALogLine) {
     member.registerInterface(&number, "number");
     testing::internal::CaptureStderr();
     EXPECT_EQ(member.unregisterInterface(static_cast<int*>(nullptr)), -2);

@@ -1,4 +1,4 @@
-// What tvctl doctor finds in keys and in services on other hosts.
+// What tvctl doctor finds about keys and services on other hosts.
 #include "support/doctor-fixture.h"
 #include "support/remote-endpoint.h"
 #include "support/test-where.h"
@@ -19,7 +19,7 @@ using namespace tvctl::doctor;
 using testing::Contains;
 using testing::Field;
 
-// The TV service at a port of this machine, whose own keys are those of both sides.
+// The TV service at a port of this machine. Both sides use this machine's keys.
 class DoctorBetweenHosts : public Doctor {
 protected:
     static void set(const char* variable, const std::string& value) { support::RemoteEndpoint::set(variable, value); }
@@ -39,7 +39,7 @@ protected:
         EXPECT_EQ(0, ::listen(listener, 1));
         return listener;
     }
-    // The error with which a process that serves it would end.
+    // The error of a process that tries to serve it.
     std::string whyItCannotBeServed() {
         try {
             serve();
@@ -49,7 +49,7 @@ protected:
         }
     }
 
-    const host::LogCapture quiet; // of the service in this process
+    const host::LogCapture quiet; // hides lines of the service in this process
     const Service tv = services().at(0);
     const support::RemoteEndpoint remote{folder, "TVSERVICE"};
     const host::KeyPair& keys = remote.keys;
@@ -57,12 +57,12 @@ protected:
     std::unique_ptr<host::MessageQueue> queue;
 };
 
-TEST_F(DoctorBetweenHosts, IsContentWithAServiceThatKnowsThisMachine) {
+TEST_F(DoctorBetweenHosts, AcceptsAServiceThatKnowsThisMachine) {
     serve();
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", address + " has the right key"));
     EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", "the holder of one key may come"));
-    EXPECT_EQ(complaintsIn(diagnosis), 0U);
+    EXPECT_EQ(problemsIn(diagnosis), 0U);
     ASSERT_EQ(diagnosis.entryPoints.size(), 1U);
     EXPECT_EQ(diagnosis.entryPoints[0].place, address);
     EXPECT_EQ(diagnosis.entryPoints[0].who, "the holder of one key");
@@ -148,17 +148,17 @@ TEST_F(DoctorBetweenHosts, FindsAnAddressAtWhichTheServiceWouldNotStart) {
         ASSERT_NE(why, "") << endpoint;
         const Diagnosis diagnosis = check();
         EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", why));
-        EXPECT_EQ(complaintsIn(diagnosis), 1U);
+        EXPECT_EQ(problemsIn(diagnosis), 1U);
         EXPECT_TRUE(diagnosis.entryPoints.empty());
     }
 }
 
-TEST_F(DoctorBetweenHosts, TakesAnAddressElsewhereWithAKeyForThatOfAUsedService) {
+TEST_F(DoctorBetweenHosts, TreatsARemoteAddressWithAKeyAsAServiceInUse) {
     set("TVSA_ENDPOINT_TVSERVICE", "tcp://192.0.2.1:7000");
     set("TVSA_KEY_FILE", ""); // so that the doctor does not connect
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "was not tried, for want of keys"));
-    EXPECT_EQ(complaintsIn(diagnosis), 1U);
+    EXPECT_EQ(problemsIn(diagnosis), 1U);
     EXPECT_TRUE(diagnosis.entryPoints.empty());
 }
 
@@ -166,10 +166,10 @@ TEST_F(DoctorBetweenHosts, WarnsOfAServiceThatDoesNotRun) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
     EXPECT_THAT(check(), finds(Severity::warning, "tvservice", "not running: nobody listens at " + address));
     serve();
-    EXPECT_EQ(complaintsIn(check()), 0U);
+    EXPECT_EQ(problemsIn(check()), 0U);
 }
 
-TEST_F(DoctorBetweenHosts, SaysWhenItDoesNotCompareMessages) {
+TEST_F(DoctorBetweenHosts, ReportsThatItDoesNotCompareMessages) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
     serve();
     EXPECT_THAT(check(), finds(Severity::ok, "tvservice", "its messages are not compared here"));
@@ -181,7 +181,7 @@ TEST_F(DoctorBetweenHosts, SaysWhenItDoesNotCompareMessages) {
 
 TEST_F_WHERE(support::isRoot(), DoctorBetweenHosts, FindsAListenerOfAnotherUser) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
-    setfsuid(7); // of this thread: the owner of the socket
+    setfsuid(7); // changes this thread's file system user, which owns the new socket
     const int listener = listenAt(INADDR_LOOPBACK);
     setfsuid(geteuid());
     const Diagnosis diagnosis = check();
@@ -212,7 +212,7 @@ TEST_F(DoctorBetweenHosts, WarnsOfAPortThatChanges) {
     set("TVSA_ENDPOINT_TVSERVICE", "tcp://127.0.0.1:0");
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "has another port after each start"));
-    EXPECT_EQ(complaintsIn(diagnosis), 1U);
+    EXPECT_EQ(problemsIn(diagnosis), 1U);
 }
 
 TEST_F(DoctorBetweenHosts, FindsAMalformedAddress) {

@@ -1,4 +1,4 @@
-// The parts of an endpoint on a network.
+// The parts of a network endpoint.
 #include <host/endpoint.h>
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ TEST(Endpoint, HasAHostAndAPort) {
     EXPECT_EQ(partsOf("tcp://[127.0.0.1]:7401"), "127.0.0.1 7401");
 }
 
-TEST(Endpoint, IsRefusedWithoutEither) {
+TEST(Endpoint, IsRejectedWithoutAHostOrAPort) {
     for (const char* endpoint :
          {"tcp://", "tcp://:", "tcp://host", "tcp://:7401", "tcp://host:", "tcp://host:65536", "tcp://host:-1",
           "tcp://host:7401x", "tcp://host:007401", "tcp://::1:7401", "tcp://[:7401", "tcp://[]:7401",
@@ -45,7 +45,7 @@ TEST(Endpoint, IsRemoteWhenItIsOnANetwork) {
     EXPECT_FALSE(host::isEveryAddress("127.0.0.1"));
 }
 
-TEST(Endpoint, IsServedAtAnAddressOfThisMachineInNumbers) {
+TEST(Endpoint, IsServedOnlyAtAnAddressOfThisMachine) {
     EXPECT_EQ(host::placeToServeAt("tuner", "tcp://localhost:7401").port, "7401");
     EXPECT_EQ(host::placeToServeAt("tuner", "tcp://127.0.0.1:1").host, "127.0.0.1");
     EXPECT_EQ(host::placeToServeAt("tuner", "tcp://*:7401").host, "*");

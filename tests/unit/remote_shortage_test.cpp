@@ -39,31 +39,31 @@ TEST_F(BetweenHosts, LogsOnceThatDescriptorsRanOutAndAcceptsTheClientsLater) {
     startClient();
     EXPECT_TRUE(log.waitFor("cannot accept clients: Too many open files", 10s));
     descriptorsAreOut = false;
-    EXPECT_TRUE(eventually([&] { return atClient().connected; }));
-    std::size_t told = 0;
-    for (const auto& line : log.lines()) told += line.text.find("cannot accept clients") != std::string::npos;
-    EXPECT_EQ(1u, told);
-    EXPECT_EQ(0u, atServer().refused);
+    EXPECT_TRUE(eventually([&] { return clientStatistics().connected; }));
+    std::size_t lines = 0;
+    for (const auto& line : log.lines()) lines += line.text.find("cannot accept clients") != std::string::npos;
+    EXPECT_EQ(1u, lines);
+    EXPECT_EQ(0u, serverStatistics().refused);
 }
 
 class AServiceWithoutMemory : public BetweenHosts, public testing::WithParamInterface<long> {
 protected:
     AServiceWithoutMemory() {
         startServer();
-        hello = RawPeer(path).hear(helloSize);
+        hello = RawPeer(path).receive(helloSize);
     }
-    // Whether a client that proves its key, says its hello and sends a number is served.
+    // Whether a client that proves its key and sends its hello and a number is served.
     bool exchange() {
         const auto taken = serverInbox.size();
         const auto counted = accounted();
         support::RemotePeer peer(path);
-        peer.say(hello + frameOf(numberMeta, 4, "abcd"));
+        peer.send(hello + frameOf(numberMeta, 4, "abcd"));
         EXPECT_TRUE(eventually([&] { return serverInbox.size() > taken || accounted() > counted; }))
             << "lost, but not counted";
         return serverInbox.size() > taken;
     }
     std::uint64_t accounted() {
-        const auto counters = atServer();
+        const auto counters = serverStatistics();
         return counters.refused + counters.undecodable + counters.dropped;
     }
     std::string hello;
@@ -73,9 +73,9 @@ TEST_P(AServiceWithoutMemory, ServesTheNextClientAndCountsThoseItLost) {
     const host::LogCapture quiet({0x0202});
     ASSERT_TRUE(exchange());
 #ifdef SUPPORT_HEAP_IS_THE_SANITIZERS
-    constexpr long step = 1, atLeast = 15; // malloc is the sanitizer's, so that the TLS library always has memory
+    constexpr long step = 1, atLeast = 15; // malloc is the sanitizer's, so allocations of the TLS library never fail
 #else
-    constexpr long step = 11, atLeast = 1000; // of which the library makes most, in a handshake
+    constexpr long step = 11, atLeast = 1000; // most of them by the TLS library, in a handshake
 #endif
     const long allocations = support::failElsewhereAtEveryAllocation(
         GetParam(), [&](long) { exchange(); }, [&](long) { EXPECT_TRUE(exchange()); }, step);

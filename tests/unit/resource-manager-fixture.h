@@ -1,5 +1,5 @@
-// A resource manager without its thread, driven a cycle of the worker at a time in the test's own time. What it sends,
-// reports, queues and logs is compared as text.
+// A resource manager without its thread. The test runs the worker's cycles one by one, in simulated time, and compares
+// what the manager sends, reports, queues and logs as text.
 #pragma once
 
 #include "resource-manager.h"
@@ -61,7 +61,8 @@ inline TvServiceInfo_t info(int type, int id, const std::string& reqId, int resu
     return i;
 }
 
-// A line as "severity text", in which a place has no line number: "4000 resource-manager.cpp:notifyInfo(): finished".
+// A line as "severity text", without the line number of its source location: "4000 resource-manager.cpp:notifyInfo():
+// finished".
 inline std::string show(const host::LogCapture::Line& line) {
     const std::string file = "resource-manager.cpp:";
     std::string text = line.text;
@@ -76,7 +77,7 @@ inline std::vector<std::string> show(const std::vector<host::LogCapture::Line>& 
     return texts;
 }
 
-// A point in time that one thread sets and others read: looking at the queue reads the clock, from any thread.
+// A point in time that one thread sets and others read. Any thread that inspects the queue reads the clock.
 class SimulatedNow {
 public:
     using Point = std::chrono::steady_clock::time_point;
@@ -92,8 +93,8 @@ private:
     std::atomic<Point::rep> sinceStart_{0};
 };
 
-// The time that the manager under test knows. A wait returns at once: as timed out, or as notified when the test has
-// put something here that is to happen during it, which may also let time pass.
+// The clock of the manager under test. A wait returns at once: notified if duringWaits has an action, which then runs
+// and may advance the time; timed out otherwise.
 struct SimulatedTime {
     SimulatedNow now;
     std::deque<std::function<void()>> duringWaits;
@@ -109,10 +110,10 @@ struct SimulatedTime {
         resWait = [](std::condition_variable&, std::unique_lock<std::mutex>& lock) {
             auto& pending = get().duringWaits;
             if (pending.empty()) return std::cv_status::timeout;
-            const auto happens = std::move(pending.front());
+            const auto action = std::move(pending.front());
             pending.pop_front();
             lock.unlock();
-            happens();
+            action();
             lock.lock();
             return std::cv_status::no_timeout;
         };
@@ -137,12 +138,13 @@ public:
         return note("TV" + show(r), ids, transport);
     }
 
-    // As a client with ids and a transport of its own, which are not to go on to the services.
+    // Sends requests as a client with its own ids and transport, which must not reach the services.
     int ask(const std::vector<TvServiceReq_t>& requests) {
         frame::MsgIds ids{77, 88};
         return tvServiceReq(ids, frame::TransportInfo{5, {1, 2}}, requests);
     }
-    // One cycle of the worker; whether it sent something, else it waited a second and looked at the clock.
+    // Runs one cycle of the worker. Returns whether it sent something; otherwise it waited a second and checked the
+    // clock.
     bool work() {
         const std::size_t before = sendings;
         cycle({"resource-manager.cpp", 1, "ResMTask"});
@@ -204,11 +206,11 @@ private:
         if (isFree) resMutex.unlock();
     }
 
-    std::size_t sendings = 0; // never reset, unlike the notes
+    std::size_t sendings = 0; // never reset, unlike the records of what was sent
 };
 
-// The manager's belief of what the MM service plays outlives a manager: a live start makes it forget a terminal.
-inline void forgetWhatPlays() {
+// The state of what the MM service plays outlives a manager. A live start removes a terminal from it.
+inline void resetPlayingTerminals() {
     for (int type = 0; type < 10; ++type)
         for (int id = 0; id < 2; ++id) Manager().ask({request(type, id, "dvb://forget")});
 }
@@ -217,10 +219,10 @@ class ResManagerTest : public testing::Test {
 protected:
     ResManagerTest() {
         SimulatedTime::install();
-        forgetWhatPlays();
+        resetPlayingTerminals();
         log.emplace(std::vector<std::uint32_t>{genrpc::ManagerLog});
     }
-    // The lines that contain part, without their places.
+    // The lines that contain part, without their source locations.
     std::vector<std::string> linesWith(const std::string& part) const {
         std::vector<std::string> found;
         for (const auto& line : log->lines()) {

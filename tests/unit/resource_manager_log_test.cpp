@@ -1,4 +1,4 @@
-// The resource manager's lines: text, place, severity and order.
+// The resource manager's log lines: text, source location, severity and order.
 #include "unit/resource-manager-fixture.h"
 
 #include <csignal>
@@ -11,7 +11,7 @@ const std::string here = "resource-manager.cpp:";
 
 class ManagerLines : public ResManagerTest {};
 
-TEST_F(ManagerLines, FollowABundleFromItsIntakeToItsEnd) {
+TEST_F(ManagerLines, FollowABundleFromItsRequestToItsEnd) {
     TvServiceReq_t start = request(1, 0, "http://x");
     start.uuid = "U";
     manager.ask({start});
@@ -59,7 +59,7 @@ TEST_F(ManagerLines, FollowABundleFromItsIntakeToItsEnd) {
                             "4000 " + here + "notifyInfo(): finished req_id 1"));
 }
 
-// The line that an answer leaves last.
+// The last line that an answer causes.
 class AnswerLines : public ManagerLines {
 protected:
     std::string lineOf(ResResponse from, const std::vector<TvServiceInfo_t>& infos) {
@@ -68,7 +68,7 @@ protected:
     }
 };
 
-TEST_F(AnswerLines, SayWhyAnAnswerIsPassedOn) {
+TEST_F(AnswerLines, GiveTheReasonWhyAnAnswerIsPassedOn) {
     EXPECT_EQ(lineOf(ResponseTV, {}), "5000 " + here + "tvServiceInfo(): tvServiceInfo empty return ");
     EXPECT_EQ(lineOf(ResponseTV, {info(0, 0, "")}),
               "5000 " + here + "tvServiceInfo(): tvServiceInfo req_id empty return");
@@ -80,7 +80,7 @@ TEST_F(AnswerLines, SayWhyAnAnswerIsPassedOn) {
     EXPECT_EQ(lineOf(ResponseTV, {info(0, 0, "9")}), "3000 " + here + "tvServiceInfo(): red_id 9 not found");
 }
 
-TEST_F(AnswerLines, SayWhyAnAnswerIsRefused) {
+TEST_F(AnswerLines, GiveTheReasonWhyAnAnswerIsRejected) {
     manager.ask({request(1, 0, stopUri)});
     EXPECT_EQ(
         lineOf(ResponseMM, {info(1, 0, "1")}),
@@ -93,7 +93,7 @@ TEST_F(AnswerLines, SayWhyAnAnswerIsRefused) {
                   "abandon it");
 }
 
-TEST_F(ManagerLines, HaveNoSourcePlaceWhenTheySayWhichServicePlays) {
+TEST_F(ManagerLines, HaveNoSourceLocationWhenTheyNameThePlayingService) {
     manager.ask({request(1, 0, "fsl2://disk/PVR+/2")});
     EXPECT_THAT(lines(), testing::Contains("4000 hdrplayback service url fsl2://disk/PVR+/2"));
     manager.ask({request(1, 0, "fsl2://disk/film.mp4")});

@@ -1,4 +1,4 @@
-// How the resource manager finds the services: through the framework when first needed, and kept from then on.
+// How the resource manager finds the services: it looks them up in the framework when first needed, and keeps them.
 #include "support/tv-doubles.h"
 #include "unit/resource-manager-fixture.h"
 
@@ -15,7 +15,7 @@ namespace {
 
 using namespace managertest;
 
-// Sends by its own cycle.
+// The test runs its worker's cycle.
 class SendingManager : public ResManager {
 public:
     SendingManager() : ResManager(WithoutWorker{}) {}
@@ -40,7 +40,7 @@ public:
     std::vector<Call> calls;
 };
 
-// A member that offers one object under one key.
+// A member that registers one object under one key.
 class Offer : public frame::AbstractProcessMember {
 public:
     template <class T> Offer(T* object, const char* key) {
@@ -56,7 +56,7 @@ std::string pointerText(const void* pointer) {
     return text;
 }
 
-// The lines that one of the two senders has written since `log` began.
+// The lines that one of the two senders has written since `log` was created.
 std::vector<std::string> linesOf(const host::LogCapture& log, const std::string& function) {
     std::vector<std::string> found;
     for (const auto& line : show(log.lines())) {
@@ -76,13 +76,13 @@ protected:
     const frame::TransportInfo transport{6, {7, 8}};
     int number = 0; // an object of the wrong type
 
-    void expectTheTvServiceIsLookedForUntilItIsThere();
-    void expectTheMmServiceIsLookedForUntilItIsThere();
+    void expectTvServiceLookUpsUntilItIsRegistered();
+    void expectMmServiceLookUpsUntilItIsRegistered();
 };
 
-// The manager keeps what it finds for the life of the process, so each test has a process of its own, with a double
-// that lasts as long.
-void inAProcessOfItsOwn(const std::function<void()>& body) {
+// The manager keeps the services that it finds until the process ends, so each test has its own process, with a double
+// that lives as long.
+void inOwnProcess(const std::function<void()>& body) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(
         {
@@ -92,7 +92,7 @@ void inAProcessOfItsOwn(const std::function<void()>& body) {
         testing::ExitedWithCode(0), "");
 }
 
-void ManagerServices::expectTheTvServiceIsLookedForUntilItIsThere() {
+void ManagerServices::expectTvServiceLookUpsUntilItIsRegistered() {
     static support::RecordingTvService service;
     service.result = -7;
     const std::vector<TvServiceReq_t> requests{request(3, 0, "dvb://1", "r")};
@@ -111,7 +111,7 @@ void ManagerServices::expectTheTvServiceIsLookedForUntilItIsThere() {
         const Offer offer(static_cast<ServiceInterface*>(&service), ServiceInterface::interfaceKey);
         EXPECT_EQ(manager.ReqTV(ids, transport, requests), 0);
     }
-    // The manager keeps it although it is no longer registered.
+    // The manager keeps the service although it is no longer registered.
     EXPECT_EQ(manager.ReqTV(ids, transport, requests), 0);
     EXPECT_THAT(linesOf(later, "ReqTV"), ElementsAre("5000 ReqTV(): Called",
                                                      "4000 ReqTV(): tvservice-interface pointer = " +
@@ -125,7 +125,7 @@ void ManagerServices::expectTheTvServiceIsLookedForUntilItIsThere() {
         EXPECT_EQ(call.transport, transport);
     }
 
-    // A client's request goes out with ids and a transport of the worker's own.
+    // A client's request is sent with the worker's own ids and transport.
     EXPECT_EQ(manager.tvServiceReq(ids, transport, requests), 0);
     manager.work();
     ASSERT_EQ(service.calls.size(), 3U);
@@ -134,11 +134,11 @@ void ManagerServices::expectTheTvServiceIsLookedForUntilItIsThere() {
     EXPECT_EQ(service.calls[2].transport, frame::TransportInfo{});
 }
 
-TEST_F(ManagerServices, LookForTheTvServiceUntilItIsThereAndNeverAgain) {
-    inAProcessOfItsOwn([this] { expectTheTvServiceIsLookedForUntilItIsThere(); });
+TEST_F(ManagerServices, LookUpTheTvServiceUntilItIsRegisteredAndThenKeepIt) {
+    inOwnProcess([this] { expectTvServiceLookUpsUntilItIsRegistered(); });
 }
 
-void ManagerServices::expectTheMmServiceIsLookedForUntilItIsThere() {
+void ManagerServices::expectMmServiceLookUpsUntilItIsRegistered() {
     static MmDouble service;
     const std::vector<TvServiceReq_t> requests{request(4, 0, "http://x", "r")};
     for (int call = 0; call < 2; ++call) EXPECT_EQ(manager.ReqMM(ids, transport, requests), -1);
@@ -180,8 +180,8 @@ void ManagerServices::expectTheMmServiceIsLookedForUntilItIsThere() {
     EXPECT_EQ(service.calls[2].transport, frame::TransportInfo{});
 }
 
-TEST_F(ManagerServices, LookForTheMmServiceUntilItIsThereAndNeverAgain) {
-    inAProcessOfItsOwn([this] { expectTheMmServiceIsLookedForUntilItIsThere(); });
+TEST_F(ManagerServices, LookUpTheMmServiceUntilItIsRegisteredAndThenKeepIt) {
+    inOwnProcess([this] { expectMmServiceLookUpsUntilItIsRegistered(); });
 }
 
 } // namespace

@@ -20,10 +20,10 @@ using namespace shortage_test;
 constexpr const char* film = "http://films/a-film-whose-address-is-longer-than-what-fits-into-a-string-object";
 constexpr const char* channel = "dvb://a-channel-whose-address-is-longer-than-what-fits-into-a-string-object";
 
-// Its sendings fail as often as a test wants.
+// A manager whose sending fails when a test wants.
 class ShortManager : public Manager {
 public:
-    ShortManager() { infoCbList.clear(); } // reports take no memory
+    ShortManager() { infoCbList.clear(); } // no callbacks, so reports allocate nothing
     int ReqMM(frame::MsgIds& ids, const frame::TransportInfo& transport,
               const std::vector<TvServiceReq_t>& r) override {
         failIf(mmFails);
@@ -44,60 +44,61 @@ private:
 
 class ManagerWithoutMemory : public testing::TestWithParam<Shortage> {
 protected:
-    static void SetUpTestSuite() { support::keepRunLogInAFolderOfItsOwn(); }
+    static void SetUpTestSuite() { support::useOwnRunLogFolder(); }
 
     ManagerWithoutMemory() {
         SimulatedTime::install();
-        forgetWhatPlays();
+        resetPlayingTerminals();
     }
     template <class Act, class Afterwards> static long failEverywhere(const Act& act, const Afterwards& afterwards) {
-        if (GetParam() == Shortage::Passing) vdlDebugSetLevels("off"); // it can do without a line
+        if (GetParam() == Shortage::Passing) vdlDebugSetLevels("off"); // a failed log line does not fail the call
         return failAtEveryAllocation(act, afterwards, GetParam());
     }
-    // Whether the MM service is believed to play on a terminal, which it is from then on no more.
-    static bool wasBelievedToPlay(int type) {
+    // Whether the manager assumes that the MM service plays on a terminal. Clears that assumption.
+    static bool wasAssumedToPlay(int type) {
         Manager asked;
         asked.ask({request(type, 0, channel)});
         return !asked.queued().front()->pStop->empty();
     }
-    static void believe(int type) { Manager().ask({request(type, 0, film)}); }
+    static void assumePlaying(int type) { Manager().ask({request(type, 0, film)}); }
 
     ShortManager manager;
     host::LogCapture log{{genrpc::ManagerLog}};
 };
 
-TEST_P(ManagerWithoutMemory, TakesARequestWholeOrNotAtAll) {
+TEST_P(ManagerWithoutMemory, AcceptsARequestCompletelyOrNotAtAll) {
     ASSERT_EQ(manager.ask({request(5, 0, channel)}), 0);
     const auto before = manager.queue();
     const std::vector<TvServiceReq_t> requests{request(1, 0, film), request(2, 0, film), request(3, 0, channel)};
-    believe(1);
-    believe(3);
+    assumePlaying(1);
+    assumePlaying(3);
     const long failures = failEverywhere([&] { EXPECT_EQ(manager.ask(requests), 0); },
                                          [&] {
                                              EXPECT_EQ(manager.queue(), before);
-                                             EXPECT_TRUE(wasBelievedToPlay(1));
-                                             EXPECT_FALSE(wasBelievedToPlay(2));
-                                             EXPECT_TRUE(wasBelievedToPlay(3));
-                                             believe(1);
-                                             believe(3);
+                                             EXPECT_TRUE(wasAssumedToPlay(1));
+                                             EXPECT_FALSE(wasAssumedToPlay(2));
+                                             EXPECT_TRUE(wasAssumedToPlay(3));
+                                             assumePlaying(1);
+                                             assumePlaying(3);
                                          });
     EXPECT_GT(failures, 10);
     EXPECT_EQ(manager.queue().size(), before.size() + 1);
-    EXPECT_TRUE(wasBelievedToPlay(1));
-    EXPECT_TRUE(wasBelievedToPlay(2));
-    EXPECT_FALSE(wasBelievedToPlay(3));
+    EXPECT_TRUE(wasAssumedToPlay(1));
+    EXPECT_TRUE(wasAssumedToPlay(2));
+    EXPECT_FALSE(wasAssumedToPlay(3));
 }
 
 TEST_P(ManagerWithoutMemory, QueuesNoRequestWhoseTerminalsItCannotRemember) {
     vdlDebugSetLevels("off");
     std::vector<TvServiceReq_t> requests;
-    for (int id = 0; id < 100; ++id) requests.push_back(request(6, id, "http://x")); // more than are known so far
+    for (int id = 0; id < 100; ++id)
+        requests.push_back(request(6, id, "http://x")); // more than the manager knows so far
     failEverywhere([&] { EXPECT_EQ(manager.ask(requests), 0); }, [&] { EXPECT_THAT(manager.queued(), IsEmpty()); });
     EXPECT_EQ(manager.queued().size(), 1U);
     vdlDebugSetLevels("warning");
 }
 
-TEST_P(ManagerWithoutMemory, KeepsTheAnswersThatItHasAndTakesTheOneItCouldNotTakeTheNextTime) {
+TEST_P(ManagerWithoutMemory, KeepsItsAnswersAndAcceptsAFailedOneTheNextTime) {
     manager.ask({request(1, 0, film, "id"), request(2, 0, channel, "id")});
     manager.work();
     manager.answer(ResponseMM, {info(1, 0, "id")});
@@ -123,14 +124,14 @@ TEST_P(ManagerWithoutMemory, KeepsTheAnswersThatItHasAndTakesTheOneItCouldNotTak
     EXPECT_EQ(reports.front()[1].uri, uri);
 }
 
-TEST_P(ManagerWithoutMemory, SendsToTheOneServiceWhatItCouldNotSendToTheOther) {
+TEST_P(ManagerWithoutMemory, SendsToOneServiceWhenSendingToTheOtherFails) {
     for (const bool mm : {true, false}) {
         (mm ? manager.mmFails : manager.tvFails) = true;
         manager.sent.clear();
         manager.ask({request(1, 0, film)});
         EXPECT_NO_THROW(manager.work());
         EXPECT_EQ(manager.sent.size(), 1U);
-        EXPECT_EQ(manager.queue().size(), 1U) << "it waits for answers like any other";
+        EXPECT_EQ(manager.queue().size(), 1U) << "it waits for answers like any other bundle";
         EXPECT_THAT(show(log.lines()),
                     testing::Contains("1000 resource-manager.cpp:ResMTask(): reqid " +
                                       *manager.queued().front()->pReqId + " not sent: std::bad_alloc"));
@@ -141,7 +142,7 @@ TEST_P(ManagerWithoutMemory, SendsToTheOneServiceWhatItCouldNotSendToTheOther) {
     }
 }
 
-TEST_P(ManagerWithoutMemory, DropsAnOverdueBundleAlsoWhenItCannotBeRecorded) {
+TEST_P(ManagerWithoutMemory, DropsAnOverdueBundleEvenIfItCannotBeRecorded) {
     for (const char* levels : {"trace", "off"}) {
         vdlDebugSetLevels(levels);
         const auto supervise = [&] {
@@ -162,9 +163,10 @@ TEST_P(ManagerWithoutMemory, DropsAnOverdueBundleAlsoWhenItCannotBeRecorded) {
 
 INSTANTIATE_TEST_SUITE_P(InAll, ManagerWithoutMemory, testing::ValuesIn(shortages));
 
-// ---- the sending itself: conversion and proxies, up to their modules ----
+// ---- sending: conversion and proxies, up to their modules ----
 
-// A manager that sends for real, through proxies that live as long as the process, as it keeps them once found.
+// A manager that sends through real proxies. They live as long as the process, because the manager keeps them once
+// found.
 class SendingManager : public Manager {
 public:
     int ReqMM(frame::MsgIds& ids, const frame::TransportInfo& transport,
@@ -195,7 +197,7 @@ class SendingWithoutMemory : public testing::TestWithParam<Shortage> {
 protected:
     SendingWithoutMemory() {
         SimulatedTime::install();
-        forgetWhatPlays();
+        resetPlayingTerminals();
     }
     unsigned sent() const { return tv.sent() + mm.sent(); }
     unsigned reportedAsNotSent() const {
@@ -210,12 +212,12 @@ protected:
     host::LogCapture log{{genrpc::ManagerLog}};
 };
 
-TEST_P(SendingWithoutMemory, LosesAServicesRequestsWholeAndNotTheOtherOnes) {
+TEST_P(SendingWithoutMemory, LosesAllRequestsToOneServiceAndNoneToTheOther) {
     unsigned before = 0, tvBefore = 0, mmBefore = 0, reportedBefore = 0, lost = 0;
     const auto send = [&] {
         {
             const EnoughMemory forTheTest;
-            manager.ask({request(1, 0, film), request(2, 0, film)}); // both services get a stop
+            manager.ask({request(1, 0, film), request(2, 0, film)}); // both services receive a stop
             before = sent(), tvBefore = tv.sent(), mmBefore = mm.sent(), reportedBefore = reportedAsNotSent();
         }
         EXPECT_NO_THROW(manager.work());
@@ -229,7 +231,7 @@ TEST_P(SendingWithoutMemory, LosesAServicesRequestsWholeAndNotTheOtherOnes) {
             EXPECT_EQ(reportedAsNotSent() - reportedBefore, missing);
         }
         lost += missing;
-        EXPECT_EQ(manager.queue().size(), 1U) << "it waits for answers like any other";
+        EXPECT_EQ(manager.queue().size(), 1U) << "it waits for answers like any other bundle";
         SimulatedTime::get().now += 6s;
         manager.work();
         EXPECT_THAT(manager.queue(), IsEmpty());

@@ -13,7 +13,7 @@ using namespace managertest;
 
 class Supervision : public ResManagerTest {
 protected:
-    static void SetUpTestSuite() { support::keepRunLogInAFolderOfItsOwn(); }
+    static void SetUpTestSuite() { support::useOwnRunLogFolder(); }
 
     static inline lrt::RunLogAgentImpl& runLog = lrt::RunLogAgentImpl::getInstance();
     const std::size_t recordsBefore = allRecords().size();
@@ -29,7 +29,7 @@ protected:
         return newest;
     }
     static void pass(std::chrono::nanoseconds time) { SimulatedTime::get().now += time; }
-    // Whether a bundle of these requests, sent and not answered for this long, is still there at the next tick.
+    // Whether a bundle of these requests, sent and unanswered for this long, is still queued after the next check.
     bool keptAfter(std::chrono::nanoseconds wait, const std::vector<TvServiceReq_t>& requests) {
         manager.ask(requests);
         EXPECT_TRUE(manager.work());
@@ -73,7 +73,7 @@ TEST_F(Supervision, ReportsHowLongAnswersHaveBeenAwaitedAndForWhichTerminals) {
     EXPECT_EQ(terminals, " 2:3= 1:0= 4:0=");
 }
 
-TEST_F(Supervision, StartsToCountAgainWhenTheStartsAreSent) {
+TEST_F(Supervision, RestartsItsTimerWhenTheStartsAreSent) {
     manager.ask({request(1, 0, "http://x")});
     EXPECT_TRUE(manager.work());
     pass(4s);
@@ -94,7 +94,7 @@ TEST_F(Supervision, DropsNothingWhileRequestsKeepComing) {
             manager.ask({request(2, 0, "dvb://next")});
         });
     pass(0s);
-    EXPECT_FALSE(manager.work()); // the wait after all these, which is the first whole second
+    EXPECT_FALSE(manager.work()); // the first wait that lasts a whole second
     EXPECT_EQ(manager.queue().size(), 120U);
     EXPECT_THAT(linesWith("timeout 5s"), testing::SizeIs(1));
 }
@@ -127,13 +127,13 @@ TEST_F(Supervision, WritesTheRunLogForALiveStartOnTheMainTerminalOnly) {
               "Waiting for response of ResOperation::WaitingStop, ResResponse::ResponseMM, Uri: dvb://2");
 }
 
-TEST_F(Supervision, LetsAnAnswerAfterTheLimitThroughUnchanged) {
+TEST_F(Supervision, PassesOnAnAnswerAfterTheTimeoutUnchanged) {
     EXPECT_FALSE(keptAfter(6s, {request(1, 0, "dvb://1")}));
     EXPECT_EQ(manager.answer(ResponseTV, {info(1, 0, "1")}), 0);
     EXPECT_THAT(manager.reports, ElementsAre("info 1:0=u/0#1"));
 }
 
-TEST_F(Supervision, LeavesEveryBundleBehindTheFrontOneAlone) {
+TEST_F(Supervision, ChecksOnlyTheFrontBundle) {
     manager.ask({request(1, 0, "dvb://1")});
     EXPECT_TRUE(manager.work());
     pass(4s);
@@ -141,7 +141,7 @@ TEST_F(Supervision, LeavesEveryBundleBehindTheFrontOneAlone) {
     pass(2s);
     EXPECT_FALSE(manager.work());
     EXPECT_THAT(manager.queue(), ElementsAre("2: SendingStart/ResponseNO WaitingStart/ResponseTV"));
-    EXPECT_TRUE(manager.work()); // in the very next cycle, and with five seconds of its own
+    EXPECT_TRUE(manager.work()); // in the next cycle, and with its own five seconds
     pass(5s);
     EXPECT_FALSE(manager.work());
     EXPECT_THAT(manager.queue(), ElementsAre("2: WaitingStart/ResponseTV"));
@@ -166,7 +166,7 @@ TEST_F(Supervision, LogsEveryStepAtItsSeverity) {
                             "timeout for response of ResOperation::WaitingStart "));
 }
 
-TEST_F(Supervision, WritesTheRunLogWhileAnotherThreadLooksAtTheQueue) {
+TEST_F(Supervision, WritesTheRunLogWhileAnotherThreadInspectsTheQueue) {
     constexpr int rounds = 20;
     std::atomic<bool> done{false}, hasLooked{false};
     std::thread reader([&] {

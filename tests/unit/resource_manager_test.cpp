@@ -1,4 +1,4 @@
-// The resource manager's intake and its dealing with answers.
+// The resource manager: accepting requests and handling answers.
 #include "unit/resource-manager-fixture.h"
 
 #include <csignal>
@@ -17,7 +17,7 @@ TEST_F(ResManagerTest, NumbersBundlesFromOne) {
     }
 }
 
-TEST_F(ResManagerTest, TakesOverACommonIdWithoutCountingIt) {
+TEST_F(ResManagerTest, UsesACommonIdWithoutCountingIt) {
     std::string id;
     EXPECT_EQ(
         manager.createReqID({request(0, 0, "a", "abc"), request(1, 0, "b", "abc"), request(2, 0, "c", "abc")}, id), 1);
@@ -26,7 +26,7 @@ TEST_F(ResManagerTest, TakesOverACommonIdWithoutCountingIt) {
     EXPECT_EQ(id, "1");
 }
 
-TEST_F(ResManagerTest, CountsOnFromZeroAfterTheLastNumber) {
+TEST_F(ResManagerTest, ContinuesAtZeroAfterTheLastNumber) {
     manager.reqIdSeq = 4294967295U;
     std::string id;
     manager.createReqID({request(0, 0, "a")}, id);
@@ -94,13 +94,13 @@ TEST_F(ResManagerTest, StopsTheMmServiceBeforeLiveTvOnlyWhereItPlays) {
     EXPECT_EQ(manager.lists(1), "pStop 1:0=rec://plain/null#2 | pTvStop | pMM | pTV 1:0=dvb://1#2 2:0=dvb://2#2");
     EXPECT_THAT(manager.queue()[1],
                 "2: SendingStop/ResponseNO WaitingStop/ResponseMM SendingStart/ResponseNO WaitingStart/ResponseTV");
-    // The stop is queued, so the terminal is forgotten.
+    // The stop is queued, so the manager no longer assumes that the terminal plays.
     manager.ask({request(1, 0, "dvb://3")});
     EXPECT_EQ(manager.lists(2), "pStop | pTvStop | pMM | pTV 1:0=dvb://3#3");
     EXPECT_THAT(manager.queue()[2], "3: SendingStart/ResponseNO WaitingStart/ResponseTV");
 }
 
-TEST_F(ResManagerTest, HasTheTvServicePlayRecordings) {
+TEST_F(ResManagerTest, SendsRecordingsToTheTvService) {
     for (const std::string uri : {"file:///media/Video USB REC/1.ts", "fsl2://disk/PVR+/2", "FILE:///PVR+"}) {
         Manager fresh;
         fresh.ask({request(1, 0, uri)});
@@ -109,7 +109,7 @@ TEST_F(ResManagerTest, HasTheTvServicePlayRecordings) {
     EXPECT_EQ(linesWith("hdrplayback").front(), "hdrplayback service url file:///media/Video USB REC/1.ts");
 }
 
-TEST_F(ResManagerTest, HasTheMmServicePlayCachedRecordingsAndOtherFiles) {
+TEST_F(ResManagerTest, SendsCachedRecordingsAndOtherFilesToTheMmService) {
     for (const std::string uri :
          {"file:///media/Video USB REC/1.cache", "file:///PVR+/x.cache", "fsl2://disk/film.mp4"}) {
         Manager fresh;
@@ -135,7 +135,7 @@ TEST_F(ResManagerTest, QueuesNothingForAnEmptyList) {
     EXPECT_EQ(manager.reqIdSeq, 1U);
 }
 
-TEST_F(ResManagerTest, LogsTheIdAlsoWhenTheClientGaveIt) {
+TEST_F(ResManagerTest, LogsTheIdEvenIfTheClientChoseIt) {
     manager.ask({request(0, 0, "dvb://1", "mine")});
     EXPECT_THAT(linesWith("PFM-POWER2"), ElementsAre("PFM-POWER2:new reqid mine created"));
     EXPECT_THAT(linesWith("Req size"), ElementsAre("Req size for new reqid mine: pStop 0, pTvStop 0, pMM 0, pTV 1 "));
@@ -166,17 +166,17 @@ TEST_F(ResManagerTest, KeepsACommonIdInEveryRequestOfTheListWithoutCountingIt) {
     EXPECT_EQ(manager.reqIdSeq, 1U);
 }
 
-TEST_F(ResManagerTest, BelievesOnlyTheLatestRequestOfATerminal) {
+TEST_F(ResManagerTest, RemembersOnlyTheLatestRequestOfATerminal) {
     manager.ask({request(1, 0, "http://a")});
     manager.ask({request(1, 0, "http://b"), request(1, 1, "http://c")});
     manager.ask({request(1, 0, "dvb://1")});
     EXPECT_EQ(manager.lists(2), "pStop 1:0=rec://plain/null#3 | pTvStop | pMM | pTV 1:0=dvb://1#3");
-    // The other terminal is believed to play on.
+    // The manager assumes that the other terminal still plays.
     manager.ask({request(1, 1, "dvb://2")});
     EXPECT_EQ(manager.lists(3), "pStop 1:1=rec://plain/null#4 | pTvStop | pMM | pTV 1:1=dvb://2#4");
 }
 
-TEST_F(ResManagerTest, NoLongerBelievesThatTheMmServicePlaysWhereItWasStopped) {
+TEST_F(ResManagerTest, NoLongerAssumesThatTheMmServicePlaysAfterItsStop) {
     for (const std::string after : {stopUri, "fsl2://disk/PVR+/2"}) {
         Manager fresh;
         fresh.ask({request(1, 0, "http://a")});
@@ -186,7 +186,7 @@ TEST_F(ResManagerTest, NoLongerBelievesThatTheMmServicePlaysWhereItWasStopped) {
     }
 }
 
-TEST_F(ResManagerTest, KeepsItsBeliefWhateverTheServicesAnswer) {
+TEST_F(ResManagerTest, KeepsItsAssumptionWhateverTheServicesAnswer) {
     manager.ask({request(1, 0, "http://a")});
     manager.work();
     manager.answer(ResponseMM, {info(1, 0, "1", -1)});
@@ -199,7 +199,7 @@ TEST_F(ResManagerTest, KeepsItsBeliefWhateverTheServicesAnswer) {
 
 // ---- answers ----
 
-TEST_F(ResManagerTest, GathersTheAnswersOfBothServicesIntoOneReport) {
+TEST_F(ResManagerTest, CombinesTheAnswersOfBothServicesIntoOneReport) {
     manager.ask({request(5, 1, "external://x"), request(2, 0, "dvb://2")});
     manager.work();
     manager.answer(ResponseMM, {info(5, 1, "1")});
@@ -214,7 +214,7 @@ TEST_F(ResManagerTest, GathersTheAnswersOfBothServicesIntoOneReport) {
     EXPECT_TRUE(log->waitFor(":notifyInfo(): finished", 0s));
 }
 
-TEST_F(ResManagerTest, PassesOnWhatBelongsToNoBundleUnderWay) {
+TEST_F(ResManagerTest, PassesOnAnswersThatBelongToNoActiveBundle) {
     EXPECT_EQ(manager.answer(ResponseTV, {info(0, 0, "9")}), 0);
     EXPECT_THAT(linesWith("queue empty"), ElementsAre("currently queue empty, not for us"));
     manager.ask({request(0, 0, "dvb://1")});
@@ -234,7 +234,7 @@ TEST_F(ResManagerTest, PassesOnWhatBelongsToNoBundleUnderWay) {
     EXPECT_THAT(manager.queue(), ElementsAre("1: WaitingStart/ResponseTV"));
 }
 
-TEST_F(ResManagerTest, RefusesAnAnswerThatComesBeforeItsRequestIsSent) {
+TEST_F(ResManagerTest, RejectsAnAnswerThatArrivesBeforeItsRequestIsSent) {
     manager.ask({request(0, 0, "dvb://1")});
     EXPECT_EQ(manager.answer(ResponseTV, {info(0, 0, "1")}), -1);
     EXPECT_THAT(linesWith("Wrong response"),
@@ -243,7 +243,7 @@ TEST_F(ResManagerTest, RefusesAnAnswerThatComesBeforeItsRequestIsSent) {
     EXPECT_THAT(manager.queue(), ElementsAre("1: SendingStart/ResponseNO WaitingStart/ResponseTV"));
 }
 
-TEST_F(ResManagerTest, NeverCompletesByAServiceThatAnswersTwice) {
+TEST_F(ResManagerTest, DoesNotCompleteABundleWhenOneServiceAnswersTwice) {
     manager.ask({request(1, 0, "http://x")});
     manager.work();
     EXPECT_EQ(manager.answer(ResponseTV, {info(1, 0, "1")}), 0);
@@ -253,7 +253,7 @@ TEST_F(ResManagerTest, NeverCompletesByAServiceThatAnswersTwice) {
     EXPECT_THAT(manager.reports, IsEmpty());
 }
 
-TEST_F(ResManagerTest, TakesThreeAnswersOfTheMmServiceForBoth) {
+TEST_F(ResManagerTest, TreatsThreeAnswersOfTheMmServiceAsThoseOfBoth) {
     manager.ask({request(1, 0, "http://x")});
     manager.work();
     EXPECT_EQ(manager.answer(ResponseMM, {info(1, 0, "1")}), 0);
@@ -283,7 +283,7 @@ TEST_F(ResManagerTest, MarksATerminalForWhichANewerStartIsQueued) {
     EXPECT_THAT(linesWith("waiting for handling"), ElementsAre("Number of requests waiting for handling 2"));
 }
 
-TEST_F(ResManagerTest, TakesABundleWithoutListsForOneThatStartsNothing) {
+TEST_F(ResManagerTest, TreatsABundleWithoutListsAsOneThatStartsNothing) {
     const auto bare = std::make_shared<ResRequests_>(nullptr, nullptr, nullptr, nullptr, nullptr,
                                                      std::make_shared<std::string>("bare"));
     bare->resOps.push_back({false, WaitingStart, ResponseTV, SimulatedTime::get().now});
@@ -330,7 +330,7 @@ TEST_F(ResManagerTest, AbandonsABundleThatEndsAfterItsStop) {
                             "timeout, abandon it"));
 }
 
-TEST_F(ResManagerTest, LogsWhatComesInAndWhatIsStillAwaited) {
+TEST_F(ResManagerTest, LogsReceivedAndAwaitedAnswers) {
     manager.ask({request(1, 0, stopUri)});
     manager.work();
     TvServiceInfo_t answer = info(1, 0, "1", 2, "rec://plain/null");

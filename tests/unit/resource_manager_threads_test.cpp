@@ -16,7 +16,7 @@ namespace {
 
 using namespace managertest;
 
-// Runs work(0) to work(count - 1), each on a thread of its own, all let loose together.
+// Runs work(0) to work(count - 1), each on its own thread, all released together.
 template <class Work> void together(int count, const Work& work) {
     std::atomic<bool> go{false};
     std::vector<std::thread> threads;
@@ -34,7 +34,7 @@ constexpr int asked = 50; // by each client
 
 class ConcurrentIntake : public ResManagerTest {};
 
-TEST_F(ConcurrentIntake, QueuesEveryBundleOnceUnderAnIdOfItsOwnAndInEachClientsOrder) {
+TEST_F(ConcurrentIntake, QueuesEveryBundleOnceWithAUniqueIdInItsClientsOrder) {
     log.reset();
     together(clients, [&](int client) {
         for (int i = 0; i < asked; ++i) EXPECT_EQ(manager.ask({request(client, 0, "dvb://" + std::to_string(i))}), 0);
@@ -54,7 +54,7 @@ TEST_F(ConcurrentIntake, QueuesEveryBundleOnceUnderAnIdOfItsOwnAndInEachClientsO
     for (int number = 1; number <= clients * asked; ++number) EXPECT_EQ(ids.count(std::to_string(number)), 1U);
 }
 
-TEST_F(ConcurrentIntake, MakesNoIdWhileAnotherIsMade) {
+TEST_F(ConcurrentIntake, CreatesOneIdAtATime) {
     log.reset();
     while (manager.reqIdLock.test_and_set()) {
     }
@@ -72,7 +72,7 @@ TEST_F(ConcurrentIntake, MakesNoIdWhileAnotherIsMade) {
     asking.join();
 }
 
-TEST_F(ConcurrentIntake, QueuesBundlesInTheOrderOfTheBeliefsTheyRestOn) {
+TEST_F(ConcurrentIntake, QueuesBundlesInTheOrderOfTheirAssumptions) {
     log.reset();
     together(clients, [&](int client) {
         for (int i = 0; i < asked; ++i) manager.ask({request(1, 0, (i + client) % 2 == 0 ? "http://x" : "dvb://1")});
@@ -89,7 +89,7 @@ TEST_F(ConcurrentIntake, QueuesBundlesInTheOrderOfTheBeliefsTheyRestOn) {
     }
 }
 
-// Services that answer on threads of their own, as the framework has them, and what is reported to clients.
+// Services that answer on their own threads, as in the framework, and the reports to clients.
 class AnsweredManager : public ResManager {
 public:
     AnsweredManager() {
@@ -109,7 +109,7 @@ public:
             changed_.notify_all();
         }
         for (std::thread& service : services_) service.join();
-        exitTask = 1; // before what the worker calls is gone
+        exitTask = 1; // before the objects that the worker calls are destroyed
         resThread.join();
     }
     int ReqMM(frame::MsgIds&, const frame::TransportInfo&, const std::vector<TvServiceReq_t>& requests) override {
@@ -119,7 +119,8 @@ public:
         return hand(tv_, requests);
     }
 
-    // How many records have come for each request id, once there are this many ids; fewer when they do not come.
+    // Waits until records of this many request ids have come. Returns their number per id; fewer ids if they do not
+    // come.
     std::map<std::string, int> reportedFor(std::size_t idCount) {
         std::unique_lock lock(mutex_);
         changed_.wait_for(lock, 60s, [&] { return reported_.size() >= idCount; });
@@ -151,7 +152,7 @@ private:
         }
     }
 
-    std::mutex mutex_; // guards all below but the threads
+    std::mutex mutex_; // guards all members below except the threads
     std::condition_variable changed_;
     Inbox mm_, tv_;
     std::map<std::string, int> reported_;
@@ -159,14 +160,14 @@ private:
     std::array<std::thread, 2> services_;
 };
 
-TEST(ConcurrentManager, CarriesEveryBundleToItsEndWhileRequestsAnswersAndLooksAtTheQueueCrossEachOther) {
+TEST(ConcurrentManager, CompletesEveryBundleWithConcurrentRequestsAnswersAndInspections) {
     SimulatedTime::install();
-    forgetWhatPlays();
+    resetPlayingTerminals();
     resWait = [](std::condition_variable& condition, std::unique_lock<std::mutex>& lock) {
         return condition.wait_until(lock, std::chrono::steady_clock::now() + 1s);
     };
-    const host::LogCapture log{{genrpc::ManagerLog}}; // lines are made from all threads too
-    AnsweredManager manager;                          // its clock stands still, so that no bundle is ever late
+    const host::LogCapture log{{genrpc::ManagerLog}}; // lines come from all threads, too
+    AnsweredManager manager;                          // its clock stands still, so that no bundle is ever overdue
     const std::string uris[] = {"dvb://1", "http://x", stopUri, "file:///PVR+/1"};
     together(clients + 2, [&](int thread) {
         frame::MsgIds ids;

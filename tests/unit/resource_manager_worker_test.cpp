@@ -1,4 +1,4 @@
-// The resource manager's worker: its cycle in simulated time, and the thread itself.
+// The resource manager's worker: its cycle in simulated time, and its thread.
 #include "unit/resource-manager-fixture.h"
 
 #include <algorithm>
@@ -32,7 +32,7 @@ TEST_F(ResManagerTest, SendsStopsThenStartsAndTheMmServiceFirst) {
                             "Sending reqid 1, ResOperation::SendingStart, ResResponse::ResponseNO"));
 }
 
-TEST_F(ResManagerTest, StartsTheNextBundleOnlyWhenTheOneBeforeHasEnded) {
+TEST_F(ResManagerTest, StartsTheNextBundleOnlyWhenThePreviousOneHasEnded) {
     manager.ask({request(1, 0, "dvb://1")});
     manager.ask({request(2, 0, "dvb://2")});
     manager.work();
@@ -49,7 +49,7 @@ TEST_F(ResManagerTest, SendsWhatIsQueuedDuringAWaitInTheSameCycle) {
     EXPECT_THAT(linesWith("currently"), IsEmpty());
 }
 
-TEST_F(ResManagerTest, StartsAFreshSecondAtEveryNotificationAndPutsTheSupervisionOff) {
+TEST_F(ResManagerTest, RestartsItsSecondAtEveryNotificationAndPostponesTheTimeoutCheck) {
     manager.ask({request(1, 0, "dvb://1")});
     manager.work();
     forgetLines();
@@ -60,14 +60,14 @@ TEST_F(ResManagerTest, StartsAFreshSecondAtEveryNotificationAndPutsTheSupervisio
             EXPECT_EQ(manager.queue().front(), "1: WaitingStart/ResponseTV");
             EXPECT_THAT(linesWith("timeoutCheck"), IsEmpty());
         });
-    // The tenth wait is the first to time out: what was due after five seconds happens after eight.
+    // The tenth wait is the first to time out: the drop that was due after five seconds happens after eight.
     EXPECT_FALSE(manager.work());
     EXPECT_THAT(SimulatedTime::get().duringWaits, IsEmpty());
     EXPECT_THAT(linesWith("timeout 5s"), testing::SizeIs(1));
     EXPECT_THAT(manager.queue(), testing::SizeIs(9));
 }
 
-TEST_F(ResManagerTest, LetsASilentSecondPassWithoutTouchingAnEmptyQueue) {
+TEST_F(ResManagerTest, LeavesAnEmptyQueueUntouchedForAnIdleSecond) {
     EXPECT_FALSE(manager.work());
     EXPECT_THAT(lines(), ElementsAre("5000 resource-manager.cpp:timeoutCheck(): Called "));
 }
@@ -77,13 +77,13 @@ TEST_F(ResManagerTest, LetsASilentSecondPassWithoutTouchingAnEmptyQueue) {
 const auto originalWait = resWait;
 const auto originalClock = resClock;
 
-TEST(ManagerWait, TakesAWholeSecondOfItsOwn) {
+TEST(ManagerWait, TakesAWholeSecond) {
     std::mutex mutex;
     std::condition_variable condition;
     std::unique_lock lock(mutex);
     const auto begin = std::chrono::steady_clock::now();
     std::size_t waits = 0;
-    while (originalWait(condition, lock) != std::cv_status::timeout) ++waits; // woken for no reason
+    while (originalWait(condition, lock) != std::cv_status::timeout) ++waits; // spurious wake-ups
     EXPECT_TRUE(lock.owns_lock());
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 1s);
     EXPECT_LT(waits, 10U);
@@ -91,7 +91,7 @@ TEST(ManagerWait, TakesAWholeSecondOfItsOwn) {
 
 // ---- the thread ----
 
-// Where a worker is: in a wait, with the mutex released, or not.
+// Whether a worker is in a wait, with the mutex released.
 class Waits {
 public:
     void begin() {
@@ -133,10 +133,10 @@ public:
         std::unique_lock lock(sentMutex_);
         return sentChanged_.wait_for(lock, 20s, [&] { return sent_.size() >= count; });
     }
-    // Returns once the worker, which has begun a wait, has also given the mutex back for it.
+    // Returns once the worker, which has begun a wait, has released the mutex.
     void meetTheWait() { const thread_safety::LockGuard lock(resMutex); }
     unsigned threadId() { return static_cast<unsigned>(resThread.native_handle()); }
-    // Ends the worker before what it calls is gone.
+    // Ends the worker before the objects that it calls are destroyed.
     void leave() {
         if (!resThread.joinable()) return;
         exitTask = 1;
@@ -160,7 +160,7 @@ class ManagerThread : public testing::Test {
 protected:
     ManagerThread() {
         SimulatedTime::install();
-        forgetWhatPlays();
+        resetPlayingTerminals();
         waits.forget();
         WorkingManager::waitsEnd = false;
         resClock = originalClock;
@@ -168,7 +168,7 @@ protected:
 };
 
 TEST_F(ManagerThread, SendsABundleThatIsQueuedDuringAWaitAtOnce) {
-    // Without a second that ever passes: only the notification wakes the worker.
+    // Without a timeout: only the notification wakes the worker.
     resWait = [](std::condition_variable& condition, std::unique_lock<std::mutex>& lock) {
         waits.begin();
         if (!WorkingManager::waitsEnd) condition.wait(lock);
@@ -182,7 +182,7 @@ TEST_F(ManagerThread, SendsABundleThatIsQueuedDuringAWaitAtOnce) {
         manager.meetTheWait();
         manager.tvServiceReq(ids, {}, {request(1, 0, "dvb://1", "first")});
         ASSERT_TRUE(manager.sends(sent + 1));
-        // The one behind it follows as soon as it has ended.
+        // The next bundle follows as soon as this one has ended.
         manager.tvServiceReq(ids, {}, {request(1, 0, "dvb://2", "second")});
         EXPECT_EQ(manager.TVServiceInfo(ids, {}, {info(1, 0, "first")}), 2);
         ASSERT_TRUE(manager.sends(sent + 2));
@@ -190,7 +190,7 @@ TEST_F(ManagerThread, SendsABundleThatIsQueuedDuringAWaitAtOnce) {
     }
 }
 
-TEST_F(ManagerThread, WritesItsIdOnceAndSendsUnderItsName) {
+TEST_F(ManagerThread, LogsItsIdOnceAndSendsFromANamedThread) {
     const host::LogCapture log{{genrpc::ManagerLog}};
     resWait = originalWait;
     WorkingManager manager;
@@ -208,7 +208,7 @@ TEST_F(ManagerThread, WritesItsIdOnceAndSendsUnderItsName) {
                                          "ResOperation::SendingStart, ResResponse::ResponseNO"));
 }
 
-// A manager each of whose worker's waits lasts until the worker is asked to end.
+// A manager whose worker waits until it is asked to end.
 class IdleManager : public ResManager {
 public:
     IdleManager() { exitRequest = &exitTask; }
@@ -220,10 +220,10 @@ public:
         return std::cv_status::timeout;
     }
 
-    static inline std::atomic<const std::atomic<int>*> exitRequest = nullptr; // of the one manager, once it is made
+    static inline std::atomic<const std::atomic<int>*> exitRequest = nullptr; // of the only manager, once it is created
 };
 
-TEST_F(ManagerThread, EndsWithTheWaitInWhichItIsAskedToEnd) {
+TEST_F(ManagerThread, EndsAfterTheWaitDuringWhichItIsAskedToEnd) {
     resWait = IdleManager::wait;
     IdleManager::exitRequest = nullptr;
     auto manager = std::make_unique<IdleManager>();

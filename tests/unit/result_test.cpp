@@ -6,14 +6,14 @@
 
 namespace {
 
-TEST(ResultText, NamesAnErrorAndSaysWhatItMeans) {
+TEST(ResultText, NamesAndExplainsAnError) {
     EXPECT_STREQ(host::ResultText(-107).text(), "ENOTCONN, not connected");
     EXPECT_STREQ(host::ResultText(-108).text(), "ESHUTDOWN, stopped");
     EXPECT_STREQ(host::ResultText(-11).text(), "EAGAIN, no room now");
     EXPECT_STREQ(host::ResultText(-5).text(), "EIO, Input/output error");
 }
 
-TEST(ResultText, PrintsANumberThatIsNoError) {
+TEST(ResultText, PrintsANumberThatIsNotAnError) {
     EXPECT_STREQ(host::ResultText(0).text(), "0");
     EXPECT_STREQ(host::ResultText(107).text(), "107");
     EXPECT_STREQ(host::ResultText(-4000).text(), "-4000");

@@ -1,4 +1,4 @@
-// The end of a process whose run log is on a disk that does not answer.
+// The end of a process whose run log is on a disk that does not respond.
 #include <appovshell/server.h>
 #include <frame/process.h>
 #include <host/environment.h>
@@ -53,7 +53,8 @@ void stallTheDisk() {
     aWriteWaits.wait(false);
 }
 
-// The run log's part of the end, of which the message queue and an application's threads may take 1.5 s.
+// Limits the run log's share of a process's end. The message queue and an application's threads may take 1.5 s of the
+// end.
 int endOnAStalledDisk(void*) {
     stallTheDisk();
     const itimerval longestPart{{}, {sanitizersPart, 900000}};
@@ -71,7 +72,7 @@ bool readingFails() {
     }
 }
 
-// Each of which would take its half a second if the process were not to end.
+// Each read would take half a second if the process were not ending.
 int readManyTimesAtTheEnd(void*) {
     stallTheDisk();
     alarm(longestEnd);
@@ -100,7 +101,7 @@ int endWhileTheShellReads(void*) {
             host::ShellClient client;
             client.connect(host::shellEndpointOf(host::processName()));
             client.run("runlog");
-        } catch (const host::ShellError&) { // the process may end before it has answered
+        } catch (const host::ShellError&) { // the process may end before the shell has answered
         }
     }).detach();
     theShellReads.wait(false);
@@ -112,7 +113,7 @@ int endWhileTheShellReads(void*) {
 struct ProcessOnAStalledDisk : testing::Test {
     ProcessOnAStalledDisk() {
         testing::FLAGS_gtest_death_test_style = "threadsafe";
-        if (std::getenv("RUNTIME_DIRECTORY") != nullptr) return; // this is the process that is looked at
+        if (std::getenv("RUNTIME_DIRECTORY") != nullptr) return; // this is the process under test
         folder = "/tmp/run-log-stall-XXXXXX";
         EXPECT_NE(mkdtemp(folder.data()), nullptr);
         setenv("RUNTIME_DIRECTORY", folder.c_str(), 1);

@@ -68,7 +68,7 @@ struct RunLogFile : testing::Test {
     host::LogCapture log{{runLogModule}};
 };
 
-// With the umask that it was made for.
+// With umask 0, under which files are open to all. The umask is restored afterwards.
 struct RunLogFileOfOneUser : RunLogFile {
     RunLogFileOfOneUser() : before(umask(0)) {}
     ~RunLogFileOfOneUser() override { umask(before); }
@@ -85,7 +85,7 @@ struct RunLogFileOfOneUser : RunLogFile {
     const mode_t before;
 };
 
-TEST_F(RunLogFileOfOneUser, IsMadeForThatUserWhateverTheUmask) {
+TEST_F(RunLogFileOfOneUser, IsPrivateWhateverTheUmask) {
     for (const mode_t mask : {0000U, 0022U, 0077U, 0777U}) {
         umask(mask);
         RunLogStore(path, 5).write({record("text")});
@@ -98,7 +98,7 @@ TEST_F(RunLogFileOfOneUser, IsMadeForThatUserWhateverTheUmask) {
     }
 }
 
-TEST_F(RunLogFileOfOneUser, IsClosedToOthersWhenItIsOpenedAgain) {
+TEST_F(RunLogFileOfOneUser, BecomesPrivateWhenReopened) {
     store.write({record("earlier")});
     for (const char* part : {"", "-wal", "-shm"}) ASSERT_EQ(chmod((path + part).c_str(), 0644), 0);
     RunLogStore(path, 5).write({record("text")});
@@ -125,7 +125,7 @@ TEST_F(RunLogFile, ReadsTheNewestFirst) {
     EXPECT_THAT(newest(SIZE_MAX), ElementsAre("3", "2", "1"));
 }
 
-TEST_F(RunLogFile, ReadsNoFurtherThanTheRecordThatFillsTheBytesAskedFor) {
+TEST_F(RunLogFile, StopsReadingAtTheRecordThatReachesTheRequestedBytes) {
     const RunLogRecord small = record("2");
     store.write({record("1"), small, record(std::string(1000, 'x'))});
     const std::size_t bytesOfSmall =
@@ -136,7 +136,7 @@ TEST_F(RunLogFile, ReadsNoFurtherThanTheRecordThatFillsTheBytesAskedFor) {
     EXPECT_EQ(RunLogStore::readNewest(path, 3, bytesOfBoth + 1).size(), 3U);
 }
 
-TEST_F(RunLogFile, ReadsAMebibyteOfLongRecordsUnlessItIsToldOtherwise) {
+TEST_F(RunLogFile, ReadsAMebibyteOfLongRecordsByDefault) {
     const std::string text(300 * 1024, 'x');
     for (int i = 0; i < 5; ++i) store.write({record(text)});
     EXPECT_EQ(newest().size(), 4U);
@@ -151,13 +151,13 @@ TEST_F(RunLogFile, KeepsOnlyTheNewestRecords) {
     EXPECT_THAT(newest(), ElementsAre("19", "18", "17", "16", "15"));
 }
 
-TEST_F(RunLogFile, LastsBeyondItsStore) {
+TEST_F(RunLogFile, OutlivesItsStore) {
     { RunLogStore(path).write({record("1")}); }
     { RunLogStore(path).write({record("2")}); }
     EXPECT_THAT(newest(), ElementsAre("2", "1"));
 }
 
-TEST_F(RunLogFile, TakesTheRecordsOfSeveralStores) {
+TEST_F(RunLogFile, AcceptsRecordsOfSeveralStores) {
     RunLogStore other(path);
     store.write({record("1")});
     other.write({record("2")});
@@ -208,14 +208,14 @@ TEST_F(RunLogFile, MovesAForeignDatabaseAsideUnchanged) {
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(aside), {}), before);
 }
 
-TEST_F(RunLogFile, BeginsAgainWhereItsFileWasRemoved) {
+TEST_F(RunLogFile, IsCreatedAgainWhenItsFileWasRemoved) {
     store.write({record("1")});
     for (const char* part : {"", "-wal", "-shm"}) std::filesystem::remove(path + part);
     store.write({record("2")});
     EXPECT_THAT(newest(), ElementsAre("2"));
 }
 
-TEST_F(RunLogFile, StoresAllOrNothingOnAFullDiskAndGoesOnWhenThereIsRoom) {
+TEST_F(RunLogFile, StoresAllOrNothingOnAFullDiskAndContinuesWhenThereIsRoom) {
     store.write({record("before")});
     rlimit former{};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
@@ -231,7 +231,7 @@ TEST_F(RunLogFile, StoresAllOrNothingOnAFullDiskAndGoesOnWhenThereIsRoom) {
     EXPECT_THAT(newest(), ElementsAre("after", "before"));
 }
 
-TEST_F(RunLogFile, LeavesOutOnlyTheRecordThatTheFileDoesNotTake) {
+TEST_F(RunLogFile, OmitsOnlyTheRecordThatTheFileRejects) {
     store.write({record("0")});
     SQLite::Database(path, SQLite::OPEN_READWRITE)
         .exec(
@@ -246,13 +246,13 @@ TEST_F(RunLogFile, LeavesOutOnlyTheRecordThatTheFileDoesNotTake) {
     EXPECT_THAT(newest(1), ElementsAre("3"));
 }
 
-TEST_F(RunLogFile, RefusesAPathThatItCannotOpen) {
+TEST_F(RunLogFile, RejectsAPathThatItCannotOpen) {
     std::filesystem::create_directory(path);
     EXPECT_THROW(store.write({record("1")}), std::exception);
     EXPECT_TRUE(std::filesystem::is_directory(path));
 }
 
-// A store that blocks until it is opened, and fails when the test says so.
+// A store that blocks until the test opens it, and fails when the test wants.
 struct HeldStore {
     std::size_t operator()(const std::vector<RunLogRecord>& records) {
         std::unique_lock lock(mutex);
@@ -289,7 +289,7 @@ struct RunLogQueueTest : testing::Test {
     host::LogCapture log{{runLogModule}};
 };
 
-TEST_F(RunLogQueueTest, DropsAndCountsWhatComesWhileItIsFull) {
+TEST_F(RunLogQueueTest, DropsAndCountsRecordsWhileItIsFull) {
     RunLogQueue queue(4, std::ref(store));
     queue.write(record("0"));
     store.waitUntilEntered();
@@ -323,7 +323,7 @@ TEST_F(RunLogQueueTest, ReportsOnceThatStoringFailsAndHowManyWereLostWhenItWorks
     EXPECT_THAT(store.stored, ElementsAre("kept", "kept too"));
 }
 
-TEST_F(RunLogQueueTest, CountsTheRecordsThatTheStoreLeavesOutWithoutALogLine) {
+TEST_F(RunLogQueueTest, CountsTheRecordsThatTheStoreOmitsWithoutALogLine) {
     RunLogQueue queue(4, std::ref(store));
     store.set(true);
     for (const char* text : {"1", "left out", "2"}) queue.write(record(text));
@@ -334,7 +334,7 @@ TEST_F(RunLogQueueTest, CountsTheRecordsThatTheStoreLeavesOutWithoutALogLine) {
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(RunLogQueueTest, StoresWhatIsQueuedWhenItEnds) {
+TEST_F(RunLogQueueTest, StoresQueuedRecordsWhenItEnds) {
     store.set(true);
     {
         RunLogQueue queue(100, std::ref(store));
@@ -343,7 +343,7 @@ TEST_F(RunLogQueueTest, StoresWhatIsQueuedWhenItEnds) {
     EXPECT_EQ(store.stored.size(), 50U);
 }
 
-TEST_F(RunLogQueueTest, StopsAndRefusesAfterwards) {
+TEST_F(RunLogQueueTest, RejectsRecordsOnceStopped) {
     store.set(true);
     RunLogQueue queue(100, std::ref(store));
     queue.write(record("x"));
@@ -356,8 +356,8 @@ TEST_F(RunLogQueueTest, StopsAndRefusesAfterwards) {
     EXPECT_TRUE(unused.stop(0ms));
 }
 
-TEST(RunLogQueueAtTheEnd, GivesUpOnAStoreThatHangs) {
-    // Both outlive the test, as the thread does.
+TEST(RunLogQueueAtTheEnd, GivesUpOnAHangingStore) {
+    // Both outlive the test, because the thread does.
     static HeldStore store;
     static RunLogQueue& queue = *new RunLogQueue(4, std::ref(store));
     queue.write(record("stuck"));
@@ -371,7 +371,7 @@ TEST(RunLogQueueAtTheEnd, GivesUpOnAStoreThatHangs) {
     EXPECT_TRUE(log.waitFor("storing works again; 1 records were lost", 10s));
 }
 
-TEST_F(RunLogQueueTest, WaitsForAStoreThatHangsNoLongerThanItIsAllowed) {
+TEST_F(RunLogQueueTest, WaitsForAHangingStoreOnlyUntilTheTimeout) {
     RunLogQueue queue(4, std::ref(store));
     queue.write(record("late"));
     store.waitUntilEntered();
@@ -380,7 +380,7 @@ TEST_F(RunLogQueueTest, WaitsForAStoreThatHangsNoLongerThanItIsAllowed) {
     EXPECT_TRUE(queue.flush(10s));
 }
 
-TEST_F(RunLogQueueTest, EndsTheWaitsForAStoreThatHangs) {
+TEST_F(RunLogQueueTest, EndsPendingWaitsForAHangingStore) {
     RunLogQueue queue(4, std::ref(store));
     queue.write(record("late"));
     store.waitUntilEntered();
@@ -392,7 +392,7 @@ TEST_F(RunLogQueueTest, EndsTheWaitsForAStoreThatHangs) {
     store.set(true);
 }
 
-TEST(RunLogQueueThreads, TakeRecordsFromManyWriters) {
+TEST(RunLogQueueThreads, AcceptRecordsFromManyWriters) {
     HeldStore store;
     store.set(true);
     RunLogQueue queue(100000, std::ref(store));
@@ -408,8 +408,8 @@ TEST(RunLogQueueThreads, TakeRecordsFromManyWriters) {
     EXPECT_EQ(queue.dropped(), 0U);
 }
 
-// The agent is one for the process, so these tests look at processes of their own, which find the folder that the test
-// made in their environment.
+// There is one agent per process, so each test starts its own process. The process finds the test's folder in its
+// environment.
 struct RunLogAgent : testing::Test {
     RunLogAgent() {
         testing::FLAGS_gtest_death_test_style = "threadsafe";
@@ -428,12 +428,12 @@ struct RunLogAgent : testing::Test {
     std::string state;
 };
 
-TEST_F(RunLogAgent, GivesTheTimeInUtcWithMilliseconds) {
+TEST_F(RunLogAgent, ReturnsTheTimeInUtcWithMilliseconds) {
     EXPECT_THAT(RunLogAgentImpl::getInstance().getLogCurrentUTCTime(),
                 testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z"));
 }
 
-TEST_F(RunLogAgent, LosesRecordsWithoutAStateFolderAndStoresAgainOnceThereIsOne) {
+TEST_F(RunLogAgent, LosesRecordsUntilAStateFolderExists) {
     std::ofstream(state) << "in the way";
     EXPECT_EXIT(
         {
@@ -456,7 +456,7 @@ TEST_F(RunLogAgent, LosesRecordsWithoutAStateFolderAndStoresAgainOnceThereIsOne)
                                "storing works again; 2 records were lost"));
 }
 
-TEST_F(RunLogAgent, StoresWhatIsQueuedWhenItEnds) {
+TEST_F(RunLogAgent, StoresQueuedRecordsWhenItEnds) {
     EXPECT_EXIT(
         {
             for (int i = 0; i < 200; ++i) RunLogAgentImpl::getInstance().writeRunLog(record(std::to_string(i)));
@@ -468,7 +468,7 @@ TEST_F(RunLogAgent, StoresWhatIsQueuedWhenItEnds) {
     EXPECT_EQ(newest[0].logText, "199");
 }
 
-TEST_F(RunLogAgent, TakesItsQueuesLengthFromTheEnvironmentAndReportsAWrongOne) {
+TEST_F(RunLogAgent, ReadsItsQueueLengthFromTheEnvironmentAndReportsAnInvalidOne) {
     setenv("TVSA_RUNLOG_QUEUE", "many", 1);
     EXPECT_EXIT(
         {

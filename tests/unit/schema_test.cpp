@@ -1,4 +1,4 @@
-// The schema: that it says what the code does, to people and programs, and that the document says the same.
+// The schema must match the code, in its forms for people and for programs, and the document must match the schema.
 #include "support/tv-messages.h"
 
 #include <mmservice/messages.h>
@@ -28,7 +28,7 @@ const schema::Record& recordNamed(const std::string& name) {
     throw std::out_of_range("no record " + name);
 }
 
-// What the marshaller's table has to say where the schema has a field of this type.
+// The entry that the marshaller's table must have for a field of the schema.
 vdl::EndianEntry entryOf(const schema::Field& field) {
     const auto entry = [&](std::size_t kind, vdl::EndianEntry::Arg arg) {
         return vdl::EndianEntry{static_cast<std::uint16_t>(field.offset), static_cast<std::uint16_t>(kind), arg};
@@ -57,7 +57,7 @@ void expectSameEntry(const vdl::EndianEntry& found, const vdl::EndianEntry& want
     EXPECT_EQ(found.arg.word, wanted.arg.word);
 }
 
-// isMessage: a sequence that is an argument stands in a table of its own.
+// isMessage: a sequence that is an argument has its own table.
 void expectSameLayout(const std::vector<schema::Field>& fields, const vdl::EndianTable& table, bool isMessage) {
     const vdl::EndianEntry* entry = table.entries;
     std::size_t end = 0;
@@ -82,19 +82,19 @@ void expectSameLayout(const std::vector<schema::Field>& fields, const vdl::Endia
     EXPECT_EQ(table.size, isMessage && fields.empty() ? 1 : end);
 }
 
-TEST(Schema, HasTheRecordsAsTheMarshallerKnowsThem) {
+TEST(Schema, HasTheSameRecordsAsTheMarshaller) {
     std::set<std::string> names;
     for (const auto& service : schema::services()) {
         for (const auto& record : service.records) {
             SCOPED_TRACE(record.name);
-            EXPECT_TRUE(names.insert(record.name).second) << "two records of one name";
+            EXPECT_TRUE(names.insert(record.name).second) << "two records with the same name";
             expectSameLayout(record.fields, *record.table, false);
         }
     }
     EXPECT_EQ(names.size(), support::CoreRecords::size + support::StreamRecords::size + support::StatusRecords::size);
 }
 
-TEST(Schema, HasTheMessagesAsTheMarshallerKnowsThem) {
+TEST(Schema, HasTheSameMessagesAsTheMarshaller) {
     for (const auto& service : schema::services()) {
         for (const auto& message : service.messages) {
             SCOPED_TRACE(message.name);
@@ -103,7 +103,7 @@ TEST(Schema, HasTheMessagesAsTheMarshallerKnowsThem) {
     }
 }
 
-TEST(Schema, HasTheMessagesThatPeersAgreeOn) {
+TEST(Schema, HasTheSameMessagesAsTheHandshake) {
     const frame::MessageSet sets[] = {tvservice::messageSet(), mmservice::messageSet()};
     ASSERT_EQ(schema::services().size(), std::size(sets));
     for (std::size_t i = 0; i < std::size(sets); ++i) {
@@ -134,7 +134,7 @@ TEST(Schema, CountsTheMessagesOfEachDirection) {
     EXPECT_EQ(count(mm, "Notification"), 1U);
 }
 
-TEST(Schema, GivesEveryMethodAsItIsDeclared) {
+TEST(Schema, PrintsEveryMethodAsDeclared) {
     const auto signatureOf = [](const std::string& name) {
         for (const auto& message : schema::services()[0].messages)
             if (name == message.name) return message.signature;
@@ -150,7 +150,7 @@ TEST(Schema, GivesEveryMethodAsItIsDeclared) {
               "int tvServiceFoundNewOadPacket" + first + ", std::uint32_t packet)");
 }
 
-TEST(SchemaAsJson, SaysOfEachFieldWhereItIsAndWhatItIs) {
+TEST(SchemaAsJson, HasTheOffsetAndKindOfEachField) {
     const json all = json::parse(schema::asJson());
     EXPECT_EQ(all["version"], 1);
     const auto& records = all["services"][0]["records"];
@@ -192,10 +192,10 @@ TEST(SchemaAsText, NamesEveryMessageAndFieldWithItsType) {
     EXPECT_THAT(text, HasSubstr("       0    8  uintList1  list of uint32\n"));
 }
 
-TEST(MessagesDocument, IsWhatTheSchemaSays) {
+TEST(MessagesDocument, MatchesTheSchema) {
     std::ifstream file(MESSAGES_DOCUMENT);
     const std::string found{std::istreambuf_iterator<char>(file), {}};
-    EXPECT_TRUE(found == schema::asMarkdown()) << "docs/messages.md is out of date; make it anew: "
+    EXPECT_TRUE(found == schema::asMarkdown()) << "docs/messages.md is out of date; generate it again: "
                                                   "build/release/bin/tvctl schema --markdown > docs/messages.md";
 }
 

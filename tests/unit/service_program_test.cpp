@@ -1,4 +1,4 @@
-// How a service's program ends when it cannot offer its service.
+// How a service's program exits when it cannot offer its service.
 #include "common/exit-code.h"
 #include "common/program.h"
 #include "support/configuration-folder.h"
@@ -11,7 +11,7 @@ namespace {
 
 using ServiceProgram = ConfigurationFolder;
 
-TEST_F(ServiceProgram, TellsAConfigurationThatBecameWrongFromOtherFailures) {
+TEST_F(ServiceProgram, DistinguishesAWrongConfigurationFromOtherFailures) {
     setenv("RUNTIME_DIRECTORY", folder.c_str(), 1);
     configure("");
     services::Program program("service", "");
@@ -19,7 +19,7 @@ TEST_F(ServiceProgram, TellsAConfigurationThatBecameWrongFromOtherFailures) {
     ASSERT_EQ(program.parse(1, arguments), std::nullopt);
     std::string file;
     testing::internal::CaptureStderr();
-    const int exitCode = program.run([&] { // once the file has been checked
+    const int exitCode = program.run([&] { // after the file was checked
         file = configure("[endpoints]\ntv = \"tcp://host\"\n");
         (void)host::endpointOf("tv");
     });

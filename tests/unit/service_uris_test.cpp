@@ -61,11 +61,11 @@ TEST(ChannelList, HasTheChannelsOfItsText) {
     EXPECT_FALSE(list.has("dvb://1.2"));
 }
 
-TEST(ChannelList, ComesWithTheProgram) { EXPECT_FALSE(ChannelList::builtIn().names().empty()); }
+TEST(ChannelList, IsBuiltIntoTheProgram) { EXPECT_FALSE(ChannelList::builtIn().names().empty()); }
 
 TEST(ChannelList, MayBeEmpty) { EXPECT_TRUE(ChannelList::fromText("", "list.toml").names().empty()); }
 
-TEST(ChannelList, SaysWhatIsWrongOnWhichLine) {
+TEST(ChannelList, ReportsErrorsWithTheirLines) {
     const std::string one = "[[channel]]\nuri = \"dvb://1\"\nname = \"One\"\n";
     EXPECT_EQ(channelProblem(one + "\n[[channel]]\nuri = \"dvb://1\"\nname = \"Two\"\n"),
               "list.toml:6: \"dvb://1\" is the URI of \"One\" already");
@@ -84,8 +84,8 @@ TEST(ChannelList, SaysWhatIsWrongOnWhichLine) {
     EXPECT_EQ(channelProblem(one + "[[channel\n").substr(0, 12), "list.toml:4:");
 }
 
-// The parser's tree takes stack for each level.
-TEST(ChannelList, ThatIsNestedTooDeepIsRefused) {
+// Each level of the parser's tree uses stack.
+TEST(ChannelList, IsRejectedWhenNestedTooDeeply) {
     std::string dots;
     for (int i = 0; i < 60000; ++i) dots += ".a";
     for (const std::string& text :
@@ -134,7 +134,7 @@ TEST(TvUri, IsUnknownOnlyWhenItIsABroadcastOutsideTheList) {
         EXPECT_EQ(checkTvUri(list, shown), result::done) << shown;
 }
 
-TEST(MmUri, IsShownForStreamsAndCastingAndElseNot) {
+TEST(MmUri, IsShownForStreamsAndCastingOnly) {
     for (const char* shown :
          {"http://a/b", "HTTPS://a", "rtp://1", "miracast://x", "external://1", "youtube://v", "youtubev4://v"})
         EXPECT_EQ(checkMmUri(shown), result::done) << shown;

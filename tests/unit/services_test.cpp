@@ -52,14 +52,14 @@ std::vector<tvservice::TvServiceInfo_t> carryOutTv(const std::vector<tvservice::
     return carryOut<tvservice::TvServiceInfo_t>(requests, 7, table, refuseNine);
 }
 
-// Lets each client show something on as many terminals as it may, of a type with its number.
+// Each client shows something on as many terminals as it may. Their type is the client's number.
 void fill(TerminalTable& table, const std::vector<int>& clients) {
     for (const int client : clients)
         for (int id = 0; id < static_cast<int>(bounds::terminalsOfAClient); ++id)
             table.show({client, id}, {"dvb://1", "", static_cast<std::uint64_t>(client), {}});
 }
 
-// A shell that is called by the test itself.
+// A shell that the test calls directly.
 class FakeShell : public appovshell::Server {
 public:
     int registerCommand(const std::string& specification, const std::string&, appovshell::CommandHandler handler,
@@ -86,9 +86,9 @@ private:
     std::vector<std::string> arguments_;
 };
 
-// ---- what all tables with a share for each client have in common ----
+// ---- all tables with a share for each client ----
 
-// Tables that take a new entry for a terminal, for a client.
+// Tables to which a client can add an entry for a terminal.
 struct ShownTable {
     static constexpr const char* name = "terminals";
     static constexpr const char* refusal = "terminal 0:256 shows nothing new: no room";
@@ -114,7 +114,7 @@ struct LockTable {
 
 template <class Table> class SharedTable : public testing::Test {
 protected:
-    // Lets each client fill its share, with terminals of a type that is its number.
+    // Each client fills its share with terminals. Their type is the client's number.
     void fill(const std::vector<int>& clients) {
         for (const int client : clients)
             for (int id = 0; id < share; ++id) put({client, id}, static_cast<std::uint64_t>(client));
@@ -136,14 +136,14 @@ struct TableName {
 using SharedTables = testing::Types<ShownTable, LockTable>;
 TYPED_TEST_SUITE(SharedTable, SharedTables, TableName);
 
-TYPED_TEST(SharedTable, RefusesEntriesBeyondAClientsShareAndTakesThoseOfOthers) {
+TYPED_TEST(SharedTable, RejectsEntriesBeyondAClientsShareAndAcceptsThoseOfOthers) {
     const int share = this->share;
     for (int id = 0; id < share; ++id) EXPECT_TRUE(this->put({0, id}, 1));
     EXPECT_FALSE(this->put({0, share}, 1));
-    EXPECT_TRUE(this->put({0, 0}, 1)) << "in place of its own";
-    EXPECT_TRUE(this->put({0, share}, 2)) << "of another client";
+    EXPECT_TRUE(this->put({0, 0}, 1)) << "replaces its own entry";
+    EXPECT_TRUE(this->put({0, share}, 2)) << "an entry of another client";
     this->shared.remove({0, 0});
-    EXPECT_TRUE(this->put({1, 0}, 1)) << "once there is room";
+    EXPECT_TRUE(this->put({1, 0}, 1)) << "after an entry was removed";
     EXPECT_EQ(this->held(), bounds::terminalsOfAClient + 1);
     EXPECT_EQ(this->refused(), 1U);
 }
@@ -165,7 +165,7 @@ TYPED_TEST(SharedTable, EvictsTheOldestEntriesOfClientsThatHaveGoneOnceItIsFull)
             return std::vector<std::uint64_t>{9, 4, 3};
         },
         [&](const Terminal& terminal) { evicted.push_back(terminal); });
-    EXPECT_TRUE(this->put({1, 0}, 9, &evictions)) << "in place of a terminal's own entry";
+    EXPECT_TRUE(this->put({1, 0}, 9, &evictions)) << "replaces the terminal's entry";
     EXPECT_THAT(evicted, IsEmpty());
     EXPECT_TRUE(this->put({9, 0}, 9, &evictions));
     EXPECT_TRUE(this->put({9, 1}, 9, &evictions));
@@ -212,7 +212,7 @@ TEST(TerminalTable, KeepsTheLastShownPerTypeAndIdInOrder) {
     EXPECT_EQ(entries[1].shown, (Shown{"dvb://3", "c", 3, since}));
 }
 
-TEST(TerminalTable, StoppingEmptiesTheTerminalAndIsHarmlessAgain) {
+TEST(TerminalTable, StoppingEmptiesTheTerminalAndHasNoEffectAgain) {
     TerminalTable table;
     table.show({0, 0}, {"dvb://1", "", 1, {}});
     table.stop({0, 0});
@@ -235,8 +235,8 @@ TEST(TerminalTable, SwapsWhatTwoTerminalsShowEvenWhenOneShowsNothing) {
     EXPECT_FALSE(table.swap({5, 0}, {6, 0}, 1));
 }
 
-// Else one that swaps what another one plays to ever new terminals would fill that one's share.
-TEST(TerminalTable, CountsASwappedEntryAsTheAskersWithinItsShare) {
+// Otherwise a client that swaps another client's entry to ever new terminals would fill that client's share.
+TEST(TerminalTable, CountsASwappedEntryTowardsTheRequestersShare) {
     const host::LogCapture log({logModule});
     TerminalTable table;
     const int share = static_cast<int>(bounds::terminalsOfAClient);
@@ -245,16 +245,16 @@ TEST(TerminalTable, CountsASwappedEntryAsTheAskersWithinItsShare) {
         ASSERT_TRUE(table.swap({0, 0}, {type, 0}, 2)) << type;
     }
     ASSERT_TRUE(table.show({0, 0}, {"dvb://1", "", 1, {}}));
-    EXPECT_FALSE(table.swap({0, 0}, {share + 1, 0}, 2)) << "beyond the asker's share";
+    EXPECT_FALSE(table.swap({0, 0}, {share + 1, 0}, 2)) << "beyond the requester's share";
     EXPECT_EQ(table.count().refused, 1U);
-    EXPECT_TRUE(table.swap({0, 0}, {1, 0}, 2)) << "what both show";
-    EXPECT_TRUE(table.swap({0, 0}, {share + 1, 0}, 2)) << "its own";
-    EXPECT_TRUE(table.swap({1, 0}, {share + 2, 0}, 1)) << "by the client whose it is";
+    EXPECT_TRUE(table.swap({0, 0}, {1, 0}, 2)) << "both terminals show something";
+    EXPECT_TRUE(table.swap({0, 0}, {share + 1, 0}, 2)) << "its own entry";
+    EXPECT_TRUE(table.swap({1, 0}, {share + 2, 0}, 1)) << "by the client that owns the entry";
     for (int id = 0; id < share - 1; ++id) EXPECT_TRUE(table.show({1000, id}, {"dvb://1", "", 1, {}})) << id;
     EXPECT_FALSE(table.show({1001, 0}, {"dvb://1", "", 1, {}}));
 }
 
-TEST(TerminalTable, RefusesMoreTextThanFits) {
+TEST(TerminalTable, RejectsMoreTextThanFits) {
     const host::LogCapture log({logModule});
     TerminalTable table;
     const std::string half(bounds::textBytesOfAClient / 2, 'x');
@@ -279,7 +279,7 @@ TEST(TerminalTable, GivesALateClientAsMuchTextAsOthersKeep) {
     Evictions evictions([] { return std::vector<std::uint64_t>{1, 2, 3, 4}; });
     EXPECT_TRUE(table.show({9, 0}, {half, "", 9, {}}, &evictions));
     EXPECT_FALSE(table.show({9, 1}, {half, "", 9, {}}, &evictions));
-    EXPECT_TRUE(table.show({9, 0}, {half, "", 9, {}}, &evictions)) << "in place of its own";
+    EXPECT_TRUE(table.show({9, 0}, {half, "", 9, {}}, &evictions)) << "replaces its own entry";
     EXPECT_EQ(table.entries().size(), 8U);
 }
 
@@ -289,7 +289,7 @@ TEST(TerminalTable, EvictsAllEntriesOfClientsThatHaveGoneFirst) {
     const int share = static_cast<int>(bounds::terminalsOfAClient);
     fill(table, {1, 2, 3});
     table.show({9, 0}, {"dvb://1", "", 9, {}});
-    fill(table, {4}); // but for one, for which there is no room
+    fill(table, {4}); // all but one, for which there is no room
     std::vector<std::uint64_t> connected{2, 4, 9, 10, 11};
     std::vector<Terminal> evicted;
     const auto show = [&](int id, std::uint64_t client) {
@@ -299,12 +299,12 @@ TEST(TerminalTable, EvictsAllEntriesOfClientsThatHaveGoneFirst) {
     for (int id = 1; id < share; ++id) EXPECT_TRUE(show(id, 9)) << id;
     EXPECT_FALSE(show(share, 9)) << "beyond its own share";
     for (int id = 0; id < share; ++id) EXPECT_TRUE(show(id, 10)) << id;
-    EXPECT_TRUE(show(0, 11)) << "in place of the last one";
+    EXPECT_TRUE(show(0, 11)) << "replaces the last evictable entry";
     EXPECT_FALSE(log.waitFor("has the most", 0ms));
     EXPECT_TRUE(show(1, 11));
     EXPECT_TRUE(log.waitFor("has the most", 0ms));
     connected = {};
-    EXPECT_TRUE(show(2, 11)) << "once others have gone";
+    EXPECT_TRUE(show(2, 11)) << "after all clients have gone";
     EXPECT_EQ(evicted.back(), (Terminal{2, 1}));
 }
 
@@ -335,29 +335,29 @@ TEST(TerminalTable, KeepsCountOfSharesThroughStopsSwapsAndReplacements) {
     EXPECT_EQ(table.count().held, bounds::terminals);
 }
 
-TEST(ClientTable, LooksAtNoMoreEntriesForARequestWhenItIsFull) {
+TEST(ClientTable, ChecksNoMoreEntriesPerRequestWhenItIsFull) {
     struct Counting {
         std::uint64_t client;
-        unsigned* looks;
+        unsigned* checks;
         std::size_t textBytes() const {
-            ++*looks;
+            ++*checks;
             return 1;
         }
     };
-    unsigned looks = 0;
-    const auto looksFor = [&](ClientTable<Counting>& table, const Terminal& terminal, std::uint64_t client) {
-        looks = 0;
-        table.put(terminal, {client, &looks}, nullptr);
-        return looks;
+    unsigned checks = 0;
+    const auto checksFor = [&](ClientTable<Counting>& table, const Terminal& terminal, std::uint64_t client) {
+        checks = 0;
+        table.put(terminal, {client, &checks}, nullptr);
+        return checks;
     };
     ClientTable<Counting> table("things");
-    const unsigned first = looksFor(table, {0, 0}, 1), replaced = looksFor(table, {0, 0}, 1);
-    for (std::size_t i = 0; i < bounds::terminals; ++i) table.put({1, static_cast<int>(i)}, {i, &looks}, nullptr);
-    EXPECT_LE(looksFor(table, {2, 0}, 2000), first);
-    EXPECT_LE(looksFor(table, {0, 0}, 1), replaced);
+    const unsigned first = checksFor(table, {0, 0}, 1), replaced = checksFor(table, {0, 0}, 1);
+    for (std::size_t i = 0; i < bounds::terminals; ++i) table.put({1, static_cast<int>(i)}, {i, &checks}, nullptr);
+    EXPECT_LE(checksFor(table, {2, 0}, 2000), first);
+    EXPECT_LE(checksFor(table, {0, 0}, 1), replaced);
 }
 
-TEST(Locks, TellAChangeFromNone) {
+TEST(Locks, ReportWhetherTheyChanged) {
     Locks locks;
     EXPECT_EQ(locks.lock({0, 0}, 12, 1), Locks::Outcome::changed);
     EXPECT_EQ(locks.lock({0, 0}, 12, 1), Locks::Outcome::unchanged);
@@ -397,7 +397,7 @@ TEST(TerminalTable, CanBeReadWhileItChanges) {
     writer.join();
 }
 
-TEST(Answers, AreOnePerRequestInOrderWithWhatWasAsked) {
+TEST(Answers, AreOnePerRequestInOrderWithTheRequestsFields) {
     TerminalTable table;
     const auto infos = carryOutTv({request(0, 1, "dvb://1", "id"), request(0, 2, "dvb://9", "id")}, table);
     ASSERT_EQ(infos.size(), 2U);
@@ -405,12 +405,12 @@ TEST(Answers, AreOnePerRequestInOrderWithWhatWasAsked) {
     EXPECT_EQ(infos[1], (tvservice::TvServiceInfo_t{{0, 2}, 2, "dvb://9", "uuid of dvb://9", "", "id"}));
 }
 
-TEST(Answers, ToNoRequestsAreNone) {
+TEST(Answers, AreEmptyForNoRequests) {
     TerminalTable table;
     EXPECT_TRUE(carryOutTv({}, table).empty());
 }
 
-TEST(Answers, ToAListAskOnceWhoIsConnectedHoweverOftenTheTableIsFull) {
+TEST(Answers, ToAListQueryTheConnectedClientsOnce) {
     const host::LogCapture log({logModule});
     TerminalTable table;
     fill(table, {1, 2, 3, 4});
@@ -428,7 +428,7 @@ TEST(Answers, ToAListAskOnceWhoIsConnectedHoweverOftenTheTableIsFull) {
         EXPECT_EQ(infos[i].result, i < part ? result::done : result::nothingShown) << i;
 }
 
-TEST(Answers, NoteTheClientOfWhatIsShown) {
+TEST(Answers, RecordTheClientOfAShownEntry) {
     TerminalTable table;
     carryOutTv({request(3, 4, "dvb://1")}, table);
     const auto entries = table.entries();
@@ -438,7 +438,7 @@ TEST(Answers, NoteTheClientOfWhatIsShown) {
     EXPECT_EQ(entries[0].shown.uuid, "uuid of dvb://1");
 }
 
-TEST(Answers, ToAStopAreDoneWhetherOrNotSomethingWasShown) {
+TEST(Answers, ReportSuccessForAStopWhetherOrNotSomethingWasShown) {
     TerminalTable table;
     const auto infos = carryOutTv(
         {request(0, 0, "dvb://1"), request(0, 0, tvservice::stopUri), request(0, 5, tvservice::stopUri)}, table);
@@ -447,7 +447,7 @@ TEST(Answers, ToAStopAreDoneWhetherOrNotSomethingWasShown) {
     EXPECT_TRUE(table.entries().empty());
 }
 
-TEST(Answers, OfAFailedRequestLeaveWhatTheTerminalShows) {
+TEST(Answers, LeaveTheTerminalUnchangedForAFailedRequest) {
     TerminalTable table;
     carryOutTv({request(0, 0, "dvb://1"), request(0, 0, "dvb://9")}, table);
     ASSERT_EQ(table.entries().size(), 1U);
@@ -467,7 +467,7 @@ TEST(Answers, WorkForTheMmServicesRecordsToo) {
     EXPECT_EQ(infos[0], (mmservice::MMServiceInfo_t{{2, 3}, 4, "nothing:known", "", "", "r"}));
 }
 
-TEST(Answers, AreFalsifiedAsTheSwitchesSay) {
+TEST(Answers, AreFalsifiedAccordingToTheSwitches) {
     TerminalTable table;
     auto infos = carryOutTv({request(0, 1, "dvb://1", "id"), request(0, 2, "dvb://9", "id")}, table);
     const auto honest = infos;
@@ -506,7 +506,7 @@ TEST(FaultSwitches, AreAllClearedAtOnce) {
     EXPECT_EQ(switches.get(), Faults{});
 }
 
-TEST(FaultSwitches, RefuseUnknownSwitchesAndListTheKnownOnes) {
+TEST(FaultSwitches, RejectUnknownSwitchesAndListTheKnownOnes) {
     FaultSwitches switches;
     for (const char* wrong : {"", "=", "noise=on", "delay", "delay=", "delay=-1", "delay=1s", "delay=3600001",
                               "exit-after=x", "exit-after=4294967296", "mute", "mute=yes", "clear=on", "delay=1 "}) {
@@ -555,7 +555,7 @@ TEST(DelayLine, WorksLaterInTheOrderGivenWhateverTheDelays) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, 30ms);
 }
 
-TEST(DelayLine, DropsAndCountsWhatExceedsItsBounds) {
+TEST(DelayLine, DropsAndCountsWorkBeyondItsLimits) {
     const host::LogCapture log({logModule});
     DelayLine line;
     const auto hour = std::chrono::hours(1);
@@ -585,7 +585,7 @@ TEST(DelayLine, ContinuesAfterWorkThatThrows) {
     EXPECT_TRUE(changed.wait_for(lock, 10s, [&] { return done; }));
 }
 
-TEST(DelayLine, DropsWhatIsNotDueWhenItEnds) {
+TEST(DelayLine, DropsPendingWorkWhenItEnds) {
     bool done = false;
     {
         DelayLine line;

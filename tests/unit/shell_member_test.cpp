@@ -17,7 +17,7 @@ namespace {
 
 using namespace frame_test;
 
-// What has been made of a path: type and permissions, 0 for nothing.
+// The type and permissions of the file at a path; 0 if there is none.
 mode_t modeOf(const std::string& path) {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 ? status.st_mode : 0;
@@ -35,7 +35,7 @@ struct ShellMember : testing::Test {
     }
     ~ShellMember() override { std::filesystem::remove_all(folder); }
 
-    // Runs a framework process whose shell is named after a receiver.
+    // Runs a framework process whose shell has a receiver's name.
     template <class Body> void inReceiver(Body body, const std::string& output = {}) {
         inOwnProcess(
             [&] {
@@ -48,7 +48,7 @@ struct ShellMember : testing::Test {
     std::string folder, runtime, socket;
 };
 
-TEST_F(ShellMember, ServesWhileTheProcessDoesAndIsGoneAfterwards) {
+TEST_F(ShellMember, ServesUntilTheProcessEndsAndRemovesItsSocket) {
     inReceiver([&] {
         run([&] {
             EXPECT_EQ(startShell(), 0);
@@ -68,7 +68,7 @@ TEST_F(ShellMember, ServesWhileTheProcessDoesAndIsGoneAfterwards) {
     });
 }
 
-TEST_F(ShellMember, TakesTheCommandsOfOtherMembers) {
+TEST_F(ShellMember, AcceptsCommandsOfOtherMembers) {
     inReceiver([&] {
         auto* member = new Member("A");
         member->onStart = [] {
@@ -121,7 +121,7 @@ TEST_F(ShellMember, IsTheOnlyOneInAProcess) {
     EXPECT_EQ(modeOf(socket), 0U);
 }
 
-TEST_F(ShellMember, IsRefusedWhereAnotherProcessHasItsShell) {
+TEST_F(ShellMember, FailsToStartWhereAnotherProcessHasItsShell) {
     std::filesystem::create_directory(runtime);
     std::filesystem::permissions(runtime, std::filesystem::perms::owner_all);
     const host::io::FileDescriptor other(host::io::listenAt(socket));
@@ -132,14 +132,14 @@ TEST_F(ShellMember, IsRefusedWhereAnotherProcessHasItsShell) {
     EXPECT_EQ(modeOf(socket), static_cast<mode_t>(S_IFSOCK | 0600));
 }
 
-TEST_F(ShellMember, IsRefusedInAFolderThatIsOpenToOthers) {
+TEST_F(ShellMember, FailsToStartInAFolderThatIsOpenToOthers) {
     std::filesystem::create_directory(runtime);
     std::filesystem::permissions(runtime, static_cast<std::filesystem::perms>(0755));
     inReceiver([&] { EXPECT_EQ(startShell(), -EIO); }, "folder " + runtime + ": open to other users");
     EXPECT_EQ(modeOf(socket), 0U);
 }
 
-TEST_F(ShellMember, IsRefusedWhenItsNameIsTaken) {
+TEST_F(ShellMember, FailsToStartWhenItsNameIsTaken) {
     inReceiver(
         [&] {
             startMembers({new Member(appovshell::Server::name())});

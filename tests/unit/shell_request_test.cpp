@@ -1,4 +1,4 @@
-// Which members of a request a shell reads, and which it ignores.
+// The members of a request that a shell reads or ignores.
 #include "shell/request.h"
 
 #include <gtest/gtest.h>
@@ -35,7 +35,7 @@ TEST(ShellRequest, HasTheLastOfTwoMembersOfOneName) {
     EXPECT_EQ(read(R"({"json":1.5,"json":false})").jsonMember, Member::Fits);
 }
 
-TEST(ShellRequest, KnowsMembersOfAnotherType) {
+TEST(ShellRequest, DetectsMembersOfAnotherType) {
     for (const char* words : {R"(["a",["b"]])", R"(["a",{}])", R"(["a",-1])", R"({"a":"b"})", "\"a\"", "true", "null"})
         EXPECT_EQ(read((std::string("{\"words\":") + words + "}").c_str()).wordsMember, Member::OfAnotherType) << words;
     EXPECT_EQ(read(R"({"line":["a"]})").lineMember, Member::OfAnotherType);
@@ -54,14 +54,14 @@ TEST(ShellRequest, IsAnObject) {
     }
 }
 
-TEST(ShellRequest, IsReadHoweverDeepOthersNest) {
+TEST(ShellRequest, IsReadHoweverDeeplyOtherMembersNest) {
     const std::string depth(30000, '[');
     Request request;
     EXPECT_TRUE(readRequest("{\"x\":" + depth + std::string(depth.size(), ']') + ",\"line\":\"a\"}", request));
     EXPECT_EQ(request.line, "a");
 }
 
-TEST(ShellText, IsQuotedAsJsonHasIt) {
+TEST(ShellText, IsQuotedAsInJson) {
     EXPECT_EQ(quoted("a \"b\"\n\x01"), R"("a \"b\"\n\u0001")");
     EXPECT_EQ(quoted("a\xff"), "\"a\xEF\xBF\xBD\"");
 }

@@ -1,5 +1,5 @@
-// The debug shell when an allocation of its thread fails: it reports that to the client and serves the next one. The
-// same without descriptors.
+// The debug shell when an allocation of its thread fails: it reports the failure to the client and serves the next one.
+// The same without descriptors.
 #include "shell/shell-server.h"
 #include "support/failing-allocations.h"
 
@@ -66,12 +66,12 @@ protected:
     }
     static int echo(void* context) {
         ShellServer& shell = *static_cast<StarvedShell*>(context)->server;
-        shell.print(shell.getArgument(0) + ", said for the second time");
+        shell.print(shell.getArgument(0) + ", repeated by the shell");
         return 0;
     }
     static int fail(void*) { throw std::runtime_error("a reason of more than a few characters"); }
 
-    // Connects, sends a command line, reads the answer and closes. Returns the status; 1 for a wrong output.
+    // Connects, sends a command line, reads the answer and disconnects. Returns the status, or 1 for a wrong output.
     int ask(const std::string& line, const std::string& output) const {
         host::ShellClient client;
         client.connect(path);
@@ -79,7 +79,7 @@ protected:
         EXPECT_EQ(reply.status == -ENOMEM, reply.error.find("out of memory") != std::string::npos) << reply.error;
         return reply.status == 0 && reply.output != output ? 1 : reply.status;
     }
-    int askForEcho() const { return ask("echo \"a longer word\"", "a longer word, said for the second time"); }
+    int askForEcho() const { return ask("echo \"a longer word\"", "a longer word, repeated by the shell"); }
 
     std::string folder, path;
     std::unique_ptr<ShellServer> server;
@@ -90,17 +90,17 @@ TEST_P(StarvedShell, ReportsTheShortageToItsClientAndServesTheNextOne) {
     server->open(path, geteuid());
     server->start();
     ASSERT_EQ(askForEcho(), 0);
-    int told = 0;
+    int reported = 0;
     const long failures = failElsewhereAtEveryAllocation(
         GetParam(),
         [&](long) {
             const int status = askForEcho();
             EXPECT_TRUE(status == 0 || status == -ENOMEM) << status;
-            if (status == -ENOMEM) ++told;
+            if (status == -ENOMEM) ++reported;
         },
         [&](long) { EXPECT_EQ(askForEcho(), 0); });
     EXPECT_GT(failures, 5);
-    EXPECT_GT(told, 5);
+    EXPECT_GT(reported, 5);
 }
 
 TEST_P(StarvedShell, AnswersWrongAndFailingRequests) {
@@ -119,7 +119,7 @@ TEST_P(StarvedShell, AnswersWrongAndFailingRequests) {
     }
 }
 
-TEST_P(StarvedShell, FreesWhatItHeldForClientsThatHaveGone) {
+TEST_P(StarvedShell, FreesTheMemoryOfDisconnectedClients) {
     server->open(path, geteuid());
     server->start();
     const auto rounds = [&] {

@@ -37,7 +37,7 @@ using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-// A command that notes its arguments and prints, returns or throws what the test sets.
+// A command that records its arguments and prints, returns or throws what the test sets.
 struct Recorder {
     explicit Recorder(appovshell::Server& shell) : server(shell) {}
 
@@ -78,20 +78,20 @@ struct ShellCommands : testing::Test {
     Recorder recorder{table};
 };
 
-TEST_F(ShellCommands, RefuseAWordThatIsTaken) {
+TEST_F(ShellCommands, RejectAWordThatIsTaken) {
     EXPECT_EQ(add("play :s"), 0);
     EXPECT_EQ(add("play :d"), -EEXIST);
     EXPECT_EQ(add("help"), -EEXIST);
 }
 
-TEST_F(ShellCommands, RefuseAMalformedSpecification) {
+TEST_F(ShellCommands, RejectAMalformedSpecification) {
     for (const char* specification : {"", "  ", ":s", "a :x", "a s", "a [:s] :s", "a [:s] [:s]", "a ... :s",
                                       "a [:s] ...", "\"a\" :s", "...", "a :", "a :ss"})
         EXPECT_EQ(add(specification), -EINVAL) << specification;
     EXPECT_EQ(table.registerCommand("a", "", nullptr, nullptr), -EINVAL);
 }
 
-TEST_F(ShellCommands, HandTheirArgumentsOver) {
+TEST_F(ShellCommands, ReceiveTheirArguments) {
     add("play :s :d [:s]");
     EXPECT_EQ(status(" play\tdvb://1  -7 "), json({{"status", 0}}));
     EXPECT_THAT(recorder.arguments, ElementsAre("dvb://1", "-7", ""));
@@ -107,14 +107,14 @@ TEST_F(ShellCommands, KeepBlanksInQuotedAndEscapedWords) {
     EXPECT_THAT(recorder.arguments, ElementsAre("", "", "x"));
 }
 
-TEST_F(ShellCommands, RefuseALineThatEndsInsideAWord) {
+TEST_F(ShellCommands, RejectALineThatEndsInsideAWord) {
     add("say :s");
     EXPECT_EQ(status("say \"open"), json({{"status", -EINVAL}, {"error", "a double quote is not closed"}}));
     EXPECT_EQ(status("say end\\"), json({{"status", -EINVAL}, {"error", "the line ends in a backslash"}}));
     EXPECT_EQ(recorder.calls, 0);
 }
 
-TEST_F(ShellCommands, HandTheRestOfTheLineOverVerbatim) {
+TEST_F(ShellCommands, ReceiveTheRestOfTheLineVerbatim) {
     add("log :d ...");
     EXPECT_EQ(status("log 1  say \"it\\  now"), json({{"status", 0}}));
     EXPECT_THAT(recorder.arguments, ElementsAre("1", "say \"it\\  now", ""));
@@ -153,7 +153,7 @@ TEST_F(ShellCommands, AreReportedWhenTheyAreUnknown) {
     EXPECT_EQ(status("  ").at("status"), -EINVAL);
 }
 
-TEST_F(ShellCommands, PassTheirResultAndOutputOn) {
+TEST_F(ShellCommands, ReturnTheirResultAndOutput) {
     add("go");
     recorder.text = "line 1\nline \"2\"\n";
     recorder.status = -16;
@@ -184,7 +184,7 @@ TEST_F(ShellCommands, HaveTheirOutputCutAtTheLimit) {
     EXPECT_EQ(lines[1].at("status"), -EMSGSIZE);
 }
 
-TEST_F(ShellCommands, MayPrintBytesThatAreNoText) {
+TEST_F(ShellCommands, MayPrintInvalidUtf8) {
     add("go");
     recorder.text =
         "a\xff"
@@ -244,7 +244,7 @@ struct Shell : testing::Test {
     void TearDown() override {
         server.reset();
         unlink(path.c_str());
-        unlink((path + ".lock").c_str()); // it stays
+        unlink((path + ".lock").c_str()); // the lock file remains
         EXPECT_EQ(rmdir(folder.c_str()), 0);
     }
 
@@ -267,7 +267,7 @@ struct Shell : testing::Test {
         return send(socket.get(), text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
     }
     std::vector<host::io::FileDescriptor> busyClients();
-    // One line without its end; empty when the connection has ended.
+    // One line without its line feed; empty if the connection has ended.
     static std::string receiveLine(const host::io::FileDescriptor& socket) {
         std::string line;
         for (char c = 0; recv(socket.get(), &c, 1, 0) == 1 && c != '\n';) line += c;
@@ -310,9 +310,15 @@ TEST_F(Shell, RunsTheCommandsOfAClient) {
     EXPECT_EQ(reply.error, "unknown command: fly (help lists them)");
 }
 
+<<<<<<< HEAD
 TEST_F_WHERE(support::isRoot(), Shell, IsNotTrustedWhenItIsOfAnotherUser) {
     const host::io::FileDescriptor listener(host::io::listenAt(path));
     ASSERT_EQ(seteuid(1), 0); // the listening user counts
+=======
+TEST_F_WHERE(support::isRoot(), Shell, IsNotTrustedWhenItBelongsToAnotherUser) {
+    const auto listener = appovshell::listenAt(path);
+    ASSERT_EQ(seteuid(1), 0); // the socket belongs to the user that listens
+>>>>>>> words-tests
     ASSERT_EQ(listen(listener.get(), 1), 0);
     ASSERT_EQ(seteuid(0), 0);
     ShellClient client;
@@ -326,7 +332,7 @@ TEST_F_WHERE(support::isRoot(), Shell, IsNotTrustedWhenItIsOfAnotherUser) {
     EXPECT_FALSE(client.isConnected());
 }
 
-TEST_F(Shell, CarriesTheLargestOutput) {
+TEST_F(Shell, DeliversTheLargestOutput) {
     start();
     recorder.text.assign(CommandTable::maximumOutput, '\n');
     ShellClient client;
@@ -346,7 +352,7 @@ TEST_F(Shell, ServesTwoClientsAtOnce) {
     EXPECT_EQ(recorder.calls, 40);
 }
 
-TEST_F(Shell, TakesPiecemealAndPipelinedRequests) {
+TEST_F(Shell, AcceptsPiecemealAndPipelinedRequests) {
     start();
     const auto client = connectRaw();
     ASSERT_TRUE(sendRaw(client, "{\"line\":\"ec"));
@@ -367,38 +373,38 @@ TEST_F(Shell, AnswersAClientThatHasShutDownItsSendingSide) {
     EXPECT_EQ(receiveLine(client), "");
 }
 
-// A command that notes who gave it, and holds the shell up for the one that begins.
+// A command that records its sender, and blocks the shell for the first one.
 struct Turns {
     static int run(void* context) {
         auto& self = *static_cast<Turns*>(context);
-        self.who.push_back(self.server.getArgument(0));
-        if (self.who.back() == "first") {
-            self.begun.set_value();
-            self.mayGoOn.get_future().wait();
+        self.senders.push_back(self.server.getArgument(0));
+        if (self.senders.back() == "first") {
+            self.started.set_value();
+            self.mayContinue.get_future().wait();
         }
         return 0;
     }
     appovshell::Server& server;
-    std::vector<std::string> who; // the shell's thread's until the shell has answered all
-    std::promise<void> begun, mayGoOn;
+    std::vector<std::string> senders; // used by the shell's thread until the shell has answered all requests
+    std::promise<void> started, mayContinue;
 };
 
-TEST_F(Shell, GivesAClientOneRequestATurn) {
+TEST_F(Shell, ServesOneRequestPerClientInTurn) {
     Turns turns{*server, {}, {}, {}};
     server->registerCommand("turn :s", "", &Turns::run, &turns);
     start();
-    const auto greedy = connectRaw(), patient = connectRaw();
-    ASSERT_TRUE(sendRaw(patient, "{\"line\":\"echo\"}\n"));
-    EXPECT_EQ(receiveLine(patient), "{\"status\":0}");
+    const auto flooder = connectRaw(), other = connectRaw();
+    ASSERT_TRUE(sendRaw(other, "{\"line\":\"echo\"}\n"));
+    EXPECT_EQ(receiveLine(other), "{\"status\":0}");
     std::string requests = "{\"line\":\"turn first\"}\n";
-    for (int i = 0; i < 50; ++i) requests += "{\"line\":\"turn greedy\"}\n";
-    ASSERT_TRUE(sendRaw(greedy, requests));
-    turns.begun.get_future().wait();
-    ASSERT_TRUE(sendRaw(patient, "{\"line\":\"turn patient\"}\n"));
-    turns.mayGoOn.set_value();
-    EXPECT_EQ(receiveLine(patient), "{\"status\":0}");
-    for (int i = 0; i < 51; ++i) EXPECT_EQ(receiveLine(greedy), "{\"status\":0}");
-    const auto turn = std::find(turns.who.begin(), turns.who.end(), "patient") - turns.who.begin();
+    for (int i = 0; i < 50; ++i) requests += "{\"line\":\"turn flooder\"}\n";
+    ASSERT_TRUE(sendRaw(flooder, requests));
+    turns.started.get_future().wait();
+    ASSERT_TRUE(sendRaw(other, "{\"line\":\"turn other\"}\n"));
+    turns.mayContinue.set_value();
+    EXPECT_EQ(receiveLine(other), "{\"status\":0}");
+    for (int i = 0; i < 51; ++i) EXPECT_EQ(receiveLine(flooder), "{\"status\":0}");
+    const auto turn = std::find(turns.senders.begin(), turns.senders.end(), "other") - turns.senders.begin();
     EXPECT_LE(turn, 2);
 }
 
@@ -427,7 +433,7 @@ TEST_F(Shell, DropsAClientThatDoesNotReadAndServesTheOthers) {
     start();
     recorder.text.assign(100 * 1000, 'x');
     const auto stalled = connectRaw();
-    // More answers than its socket and the shell's store for it take; the shell then hangs up on it.
+    // More answers than its socket and the shell's buffer hold. The shell then disconnects it.
     for (int i = 0; i < 30; ++i) sendRaw(stalled, "{\"line\":\"echo\"}\n");
     ShellClient other;
     other.connect(path);
@@ -438,7 +444,7 @@ TEST_F(Shell, DropsAClientThatDoesNotReadAndServesTheOthers) {
     EXPECT_EQ(other.run("echo").status, 0);
 }
 
-TEST_F(Shell, EvictsTheClientThatWasIdleTheLongestForOneMoreThanItTakes) {
+TEST_F(Shell, EvictsTheLongestIdleClientWhenAllSlotsAreTaken) {
     const host::LogCapture log({0x0205});
     start();
     std::vector<ShellClient> clients(ShellServer::maximumClients);
@@ -446,7 +452,7 @@ TEST_F(Shell, EvictsTheClientThatWasIdleTheLongestForOneMoreThanItTakes) {
         client.connect(path);
         EXPECT_EQ(client.run("echo").status, 0);
     }
-    EXPECT_EQ(clients[0].run("echo").status, 0); // after which the second one has been idle the longest
+    EXPECT_EQ(clients[0].run("echo").status, 0); // now the second client has been idle the longest
     ShellClient late;
     late.connect(path);
     EXPECT_EQ(late.run("echo").status, 0);
@@ -469,7 +475,7 @@ TEST_F(Shell, DoesNotEvictAClientWhoseRequestIsArriving) {
         EXPECT_EQ(client.run("echo").status, 0);
     }
     ASSERT_TRUE(sendRaw(slow, "{\"line\":"));
-    EXPECT_EQ(others.back().run("echo").status, 0); // by which time the shell has read that
+    EXPECT_EQ(others.back().run("echo").status, 0); // by now the shell has read that request
     ShellClient late;
     late.connect(path);
     EXPECT_EQ(late.run("echo").status, 0);
@@ -515,14 +521,14 @@ TEST_F(Shell, DoesNotEvictAnIdleClientForOneThatSendsNoRequest) {
     for (auto& client : clients) EXPECT_EQ(client.run("echo").status, 0);
 }
 
-// As many clients as a shell takes, none of which reads its answer.
+// As many clients as a shell accepts. None of them reads its answer.
 std::vector<host::io::FileDescriptor> Shell::busyClients() {
-    recorder.text.assign(600 * 1000, 'x'); // more than a socket takes, and less than the shell keeps
+    recorder.text.assign(600 * 1000, 'x'); // more than a socket holds, less than the shell buffers
     std::vector<host::io::FileDescriptor> busy;
     for (std::size_t i = 0; i < ShellServer::maximumClients; ++i) {
         busy.push_back(connectRaw());
         EXPECT_TRUE(sendRaw(busy.back(), "{\"line\":\"echo\"}\n"));
-        char first = 0; // the answer has begun
+        char first = 0; // waits until the answer has started
         EXPECT_EQ(recv(busy.back().get(), &first, 1, 0), 1);
     }
     return busy;
@@ -549,8 +555,12 @@ TEST_F(Shell, EvictsAClientThatHasNotReadItsAnswersForLong) {
     EXPECT_EQ(late.run("echo").status, 0);
 }
 
+<<<<<<< HEAD
 TEST_F(Shell, EvictsAClientThatHasAskedNothingForANewOne) {
     const host::LogCapture log({0x0205});
+=======
+TEST_F(Shell, EvictsAClientThatHasSentNoRequestForANewOne) {
+>>>>>>> words-tests
     start();
     ShellClient first;
     first.connect(path);
@@ -570,7 +580,7 @@ TEST_F(Shell, EvictsAClientThatHasAskedNothingForANewOne) {
     EXPECT_EQ(first.run("echo").status, 0);
 }
 
-TEST_F(Shell, RejectsAClientThatAsksWhenAllSlotsAreTaken) {
+TEST_F(Shell, RejectsAClientThatSendsARequestWhenAllSlotsAreTaken) {
     start();
     const auto slow = connectRaw();
     sendRaw(slow, "garbage\n");
@@ -596,7 +606,7 @@ TEST_F(Shell, WritesFewLinesAboutManyClientsOfAnotherUser) {
             held += some;
         else
             ++clients;
-    EXPECT_EQ(clients, crowd) << "captured, whether or not a limit held them back";
+    EXPECT_EQ(clients, crowd) << "every client is logged or counted as suppressed";
     EXPECT_GT(held, crowd / 2);
     EXPECT_LT(held, crowd);
 }
@@ -619,8 +629,13 @@ TEST_F(Shell, KeepsItsSocketPrivateAndRemovesIt) {
     server->stop();
 }
 
+<<<<<<< HEAD
 TEST_F(Shell, ReplacesASocketThatNobodyServes) {
     close(host::io::listenAt(path));
+=======
+TEST_F(Shell, ReplacesAStaleSocket) {
+    appovshell::listenAt(path).reset();
+>>>>>>> words-tests
     struct stat status {};
     ASSERT_EQ(lstat(path.c_str(), &status), 0);
     start();
@@ -629,7 +644,7 @@ TEST_F(Shell, ReplacesASocketThatNobodyServes) {
     EXPECT_EQ(client.run("echo").status, 0);
 }
 
-TEST_F(Shell, LeavesASocketInUseAlone) {
+TEST_F(Shell, DoesNotReplaceASocketInUse) {
     start();
     ShellServer second;
     try {
@@ -645,8 +660,13 @@ TEST_F(Shell, LeavesASocketInUseAlone) {
     EXPECT_EQ(client.run("echo").status, 0);
 }
 
+<<<<<<< HEAD
 TEST_F(Shell, LeavesASocketAloneThatAnotherShellIsTaking) {
     close(host::io::listenAt(path));
+=======
+TEST_F(Shell, DoesNotReplaceASocketThatAnotherShellIsTaking) {
+    appovshell::listenAt(path).reset();
+>>>>>>> words-tests
     {
         const host::io::SocketLock other("other", path);
         try {
@@ -664,7 +684,7 @@ TEST_F(Shell, LeavesASocketAloneThatAnotherShellIsTaking) {
     EXPECT_EQ(client.run("echo").status, 0);
 }
 
-TEST_F(Shell, LeavesAFileThatIsNoSocketAlone) {
+TEST_F(Shell, DoesNotReplaceAFileThatIsNotASocket) {
     std::ofstream(path) << "content";
     EXPECT_THROW(server->open(path, geteuid()), std::system_error);
     EXPECT_EQ(access(path.c_str(), F_OK), 0);

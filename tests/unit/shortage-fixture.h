@@ -1,4 +1,4 @@
-// What the tests of the adapter without memory share: memory in use, clients that count, a module without a socket.
+// Shared by the tests of the adapter without memory: memory in use, counting clients, a module without a socket.
 #pragma once
 
 #include "support/failing-allocations.h"
@@ -31,14 +31,15 @@ inline constexpr Shortage shortages[] = {Shortage::Lasting, Shortage::Passing};
 
 template <class Message> auto sampleOf() { return support::Samples().next<typename Message::Body::Arguments>(); }
 
-// What is held, in all kinds of memory.
+// The memory in use, of all kinds.
 struct Held {
     static std::uint64_t flatBlocksInUse() {
         vdlFlatFree(vdlFlatAlloc(1));
         return host::flatHeapUsage().blocks;
     }
 
-    std::uint64_t flatBlocks = flatBlocksInUse(); // first: the flat heap takes memory when a thread first uses it
+    std::uint64_t flatBlocks =
+        flatBlocksInUse(); // must be first: the flat heap allocates memory when a thread first uses it
     long blocks = blocksHeld;
 };
 
@@ -71,8 +72,7 @@ public:
     unsigned calls = 0;
 };
 
-// Counts what is sent, from any thread, and delivers what a test wants to the handlers that are bound. It always has
-// memory.
+// Counts sent messages, from any thread, and delivers a test's messages to the bound handlers. It always has memory.
 class FakeModule : public frame::OmqIOModule {
 public:
     int registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHandler handler, void* context,
@@ -96,7 +96,7 @@ public:
         const std::lock_guard lock(mutex_);
         return sent_;
     }
-    // Whether a message with this text has been sent last, in the end.
+    // Waits until the last message sent contains this text. Returns whether it does.
     bool waitUntilSent(const std::string& part) const {
         std::unique_lock lock(mutex_);
         return changed_.wait_for(lock, std::chrono::seconds(20), [&] { return last_.find(part) != std::string::npos; });
@@ -114,7 +114,7 @@ private:
         void* context;
     };
     std::vector<Bound> bound_;
-    unsigned sent_ = 0; // guarded by mutex_, like the last of them
+    unsigned sent_ = 0; // guarded by mutex_, like last_
     std::string last_;
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;

@@ -1,4 +1,4 @@
-// Failures with all log modules switched off: the same results, without a line.
+// Failures with all log modules switched off: the same results, without log lines.
 #include "app-mmservice-proxy-main.h"
 #include "app-tvservice-proxy-main.h"
 #include "client-objects.h"
@@ -15,7 +15,7 @@
 #include <gtest/gtest.h>
 #include <new>
 
-// The process's own shell, which cannot be had here.
+// The factory of the process's shell. There is no shell here.
 extern "C" void** CreateOvshellProxy() { return nullptr; }
 
 namespace {
@@ -40,10 +40,10 @@ protected:
         vdlDebugSetLevels("warning");
     }
 
-    const host::LogCapture log{{0x0204}}; // a module without lines here, and whose level is restored
+    const host::LogCapture log{{0x0204}}; // this module logs nothing here; the capture restores the levels
 };
 
-TEST_F(SilentModules, FailWithTheirBases) {
+TEST_F(SilentModules, FailWhenTheirBasesFail) {
     tvservice::Proxy tvProxy;
     mmservice::Proxy mmProxy;
     ModelTvServiceAdapter adapter;
@@ -76,8 +76,8 @@ TEST_F(SilentModules, StartWithoutServices) {
     adapter.detachProcess();
 }
 
-TEST_F(SilentModules, RefuseClientsThatTheyKnowAndThatTheyDoNot) {
-    const auto expectRefused = [](auto& registry, const auto& client, int known, int unknown) {
+TEST_F(SilentModules, RejectDuplicateAndUnknownClients) {
+    const auto expectRejected = [](auto& registry, const auto& client, int known, int unknown) {
         EXPECT_EQ(registry.addClient(client), 0);
         EXPECT_EQ(registry.addClient(client), known);
         EXPECT_EQ(registry.removeClient(client), 0);
@@ -89,10 +89,10 @@ TEST_F(SilentModules, RefuseClientsThatTheyKnowAndThatTheyDoNot) {
     MmServiceClient mmObject;
     const auto tvClient = boost::make_shared<ClientBase>();
     const auto mmClient = boost::make_shared<MmClient>();
-    expectRefused(tvProxy, tvClient, -17, -2);
-    expectRefused(mmProxy, mmClient, -17, -2);
-    expectRefused(tvObject, tvClient, -1, -1);
-    expectRefused(mmObject, mmClient, -1, -1);
+    expectRejected(tvProxy, tvClient, -17, -2);
+    expectRejected(mmProxy, mmClient, -17, -2);
+    expectRejected(tvObject, tvClient, -1, -1);
+    expectRejected(mmObject, mmClient, -1, -1);
 }
 
 // Sends as the product does, to services that do not exist, or runs out of memory.
@@ -110,7 +110,7 @@ public:
     bool outOfMemory = false;
 };
 
-TEST_F(SilentModules, DropWhatCouldNotBeSent) {
+TEST_F(SilentModules, DropRequestsThatCouldNotBeSent) {
     SendingManager manager;
     for (const bool outOfMemory : {false, true}) {
         manager.outOfMemory = outOfMemory;
@@ -127,7 +127,7 @@ TEST_F(SilentModules, DropWhatCouldNotBeSent) {
     EXPECT_EQ(manager.ReqTV(ids, {}, {request(2, 0, "dvb://1")}), -1);
 }
 
-TEST_F(SilentModules, RefuseAnswersTooEarlyOrToABundleThatEndsAfterItsStop) {
+TEST_F(SilentModules, RejectEarlyAnswersAndThoseToABundleThatEndsAfterItsStop) {
     Manager manager;
     manager.ask({request(1, 0, stopUri)});
     EXPECT_EQ(manager.answer(ResponseTV, {info(1, 0, "1")}), -1);
@@ -153,8 +153,8 @@ TEST(ModuleNames, SetTheLevelsOfTheModules) {
     vdlDebugSetLevels("warning");
 }
 
-// The environment that runs the program may report its end.
-const auto tellsNothing = testing::Not(testing::ContainsRegex("(failure|warning|progress|trace): "));
+// The environment that runs the program may write lines about its end.
+const auto logsNothing = testing::Not(testing::ContainsRegex("(failure|warning|progress|trace): "));
 
 TEST(SilentModulesDeathTest, EndTheProcessForMixedIds) {
     EXPECT_EXIT(
@@ -162,7 +162,7 @@ TEST(SilentModulesDeathTest, EndTheProcessForMixedIds) {
             vdlDebugSetLevels("off");
             Manager().ask({request(0, 0, "a", "one"), request(1, 0, "b", "two")});
         },
-        testing::KilledBySignal(SIGABRT), tellsNothing);
+        testing::KilledBySignal(SIGABRT), logsNothing);
 }
 
 TEST(SilentModulesDeathTest, EndTheProcessWithoutAShell) {
@@ -171,7 +171,7 @@ TEST(SilentModulesDeathTest, EndTheProcessWithoutAShell) {
             vdlDebugSetLevels("off");
             ovRegister registrar(nullptr);
         },
-        [](int status) { return status != 0; }, tellsNothing);
+        [](int status) { return status != 0; }, logsNothing);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
-// A started adapter over the proxies when memory runs out on the thread that calls it or delivers a message: the whole
-// path from a service's message to the applications, and from their calls, or the debug command, to the service.
+// A started adapter with real proxies when memory runs out on the thread that calls it or delivers a message. Covers
+// the whole path from a service's message to the applications, and from their calls or the debug command to the
+// service.
 #include "app-mmservice-proxy-main.h"
 #include "app-tvservice-proxy-main.h"
 #include "resource-manager.h"
@@ -30,7 +31,7 @@ using namespace tvservice;
 constexpr const char* film = "http://films/a-film-whose-address-is-longer-than-what-fits-into-a-string-object";
 constexpr const char* channel = "dvb://a-channel-whose-address-is-longer-than-what-fits-into-a-string-object";
 
-// A proxy as the framework sets it up, with a module without a socket.
+// A proxy set up as by the framework, on a module without a socket.
 template <class Proxy> struct Connected {
     Connected() {
         proxy.attachProcess(*frame::Process::getInstance());
@@ -43,7 +44,7 @@ template <class Proxy> struct Connected {
     Proxy proxy;
 };
 
-// Whether the manager's worker waits for something to do: until then it holds what it has just sent.
+// Whether the manager's worker is idle. Until then it holds the memory of what it has just sent.
 std::atomic<bool> workerWaits{false};
 const auto originalWait = resWait;
 std::cv_status watchedWait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock) {
@@ -71,7 +72,7 @@ struct Receiver {
 class StartedAdapter : public testing::TestWithParam<Shortage> {
 protected:
     StartedAdapter() {
-        vdlDebugSetLevels("off"); // lines are memory that is held
+        vdlDebugSetLevels("off"); // log lines would hold memory
         EXPECT_EQ(receiver.adapter.addClient(application), 0);
     }
     ~StartedAdapter() override {
@@ -79,31 +80,32 @@ protected:
         vdlDebugSetLevels("warning");
     }
 
-    // A service's message at every shortage: the application gets it once or, when memory ran out, not at all.
-    template <class Message> void expectHeardOrNot(const FakeModule& module) {
+    // Delivers a service's message at every shortage. The application receives it once or, if memory ran out, not at
+    // all.
+    template <class Message> void expectDeliveredOrNot(const FakeModule& module) {
         const support::FlatBody<Message> body(sampleOf<Message>());
         module.deliver<Message>(body);
         ASSERT_EQ(application->calls, 1U);
         const Held held;
-        unsigned heard = 1;
+        unsigned deliveries = 1;
         const long failures = runShortAtEveryAllocation(
             GetParam(), [&] { module.deliver<Message>(body); },
-            [&](bool through) {
-                if (through) ++heard;
-                EXPECT_EQ(application->calls, heard);
+            [&](bool succeeded) {
+                if (succeeded) ++deliveries;
+                EXPECT_EQ(application->calls, deliveries);
                 expectHeld(held);
             });
         EXPECT_GT(failures, 0) << "nothing was allocated, so nothing was tested";
         application->calls = 0;
     }
 
-    // As the services, answers all that the manager awaits, until it is done.
+    // Sends all answers that the manager awaits from the services, until no bundle is left.
     void answerAll() {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         for (;;) {
             const auto bundles = receiver.adapter.bundles();
             if (bundles.empty()) return;
-            ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "it is never done";
+            ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "some bundles are never done";
             const std::string& awaited = bundles.front().steps.front().awaited;
             const bool both = awaited == "ResResponse::ResponseBOTH";
             if (both || awaited == "ResResponse::ResponseMM") {
@@ -114,7 +116,7 @@ protected:
                 const std::vector<TvServiceInfo_t> infos{{{0, 0}, 0, channel, "", "", bundles.front().reqId}};
                 receiver.tv.module.deliver(support::FlatBody<messages::TvServiceInfo>(std::tuple(infos)));
             }
-            std::this_thread::yield(); // until the worker has sent
+            std::this_thread::yield(); // let the worker send
         }
     }
 
@@ -126,7 +128,7 @@ protected:
         return receiver.adapter.tvServiceReq(ids, {}, {request});
     }
 
-    // Plays something of its own last, so that the worker has sent whatever it had to send.
+    // Plays a marker last and waits for it, so that the worker has sent everything before it.
     void settle() {
         answerAll();
         static unsigned times = 0;
@@ -137,15 +139,15 @@ protected:
         while (!workerWaits) std::this_thread::yield();
     }
 
-    // A call that plays something, at every shortage: it either sends this many messages to the services and is
-    // answered, or leaves no trace.
+    // Makes a call that plays something, at every shortage. It either sends this many messages to the services and is
+    // answered, or has no effect.
     template <class Ask> void expectPlayedOrNot(const Ask& ask, unsigned toTv, unsigned toMm) {
-        ask(); // what is made at first use, and what plays from then on
+        ask(); // creates objects at first use, and starts what plays from now on
         settle();
         const unsigned tvBefore = receiver.tv.module.sent(), mmBefore = receiver.mm.module.sent();
         unsigned played = 0;
-        const long failures = runShortAtEveryAllocation(GetParam(), ask, [&](bool through) {
-            if (through) {
+        const long failures = runShortAtEveryAllocation(GetParam(), ask, [&](bool succeeded) {
+            if (succeeded) {
                 ++played;
                 answerAll();
             }
@@ -163,27 +165,27 @@ protected:
     const boost::shared_ptr<CountingTvClient> application = boost::make_shared<CountingTvClient>();
 };
 
-TEST_P(StartedAdapter, PassesNotificationsOnWholeOrNotAtAll) {
-    support::forEach(support::TvNews{}, [&]<class Message>() { expectHeardOrNot<Message>(receiver.tv.module); });
+TEST_P(StartedAdapter, DeliversNotificationsCompletelyOrNotAtAll) {
+    support::forEach(support::TvNews{}, [&]<class Message>() { expectDeliveredOrNot<Message>(receiver.tv.module); });
 }
 
-TEST_P(StartedAdapter, PassesTheTvServicesAnswersOnWholeOrNotAtAll) {
-    expectHeardOrNot<messages::TvServiceInfo>(receiver.tv.module);
+TEST_P(StartedAdapter, DeliversTheTvServicesAnswersCompletelyOrNotAtAll) {
+    expectDeliveredOrNot<messages::TvServiceInfo>(receiver.tv.module);
 }
 
-TEST_P(StartedAdapter, PassesTheMmServicesAnswersOnWholeOrNotAtAll) {
-    expectHeardOrNot<mmservice::messages::MmServiceInfo>(receiver.mm.module);
+TEST_P(StartedAdapter, DeliversTheMmServicesAnswersCompletelyOrNotAtAll) {
+    expectDeliveredOrNot<mmservice::messages::MmServiceInfo>(receiver.mm.module);
 }
 
-TEST_P(StartedAdapter, TakesARequestForTheTvServiceWholeOrNotAtAll) {
+TEST_P(StartedAdapter, AcceptsARequestForTheTvServiceCompletelyOrNotAtAll) {
     expectPlayedOrNot([&] { EXPECT_EQ(play({2, 0}, channel), 0); }, 1, 0);
 }
 
-TEST_P(StartedAdapter, TakesARequestForTheMmServiceWholeOrNotAtAll) {
-    expectPlayedOrNot([&] { EXPECT_EQ(play({3, 0}, film), 0); }, 1, 2); // both stop before the one starts
+TEST_P(StartedAdapter, AcceptsARequestForTheMmServiceCompletelyOrNotAtAll) {
+    expectPlayedOrNot([&] { EXPECT_EQ(play({3, 0}, film), 0); }, 1, 2); // both services stop before one starts
 }
 
-TEST_P(StartedAdapter, SwitchesThePathWholeOrNotAtAll) {
+TEST_P(StartedAdapter, SwitchesThePathCompletelyOrNotAtAll) {
     auto& shell = support::FakeShell::get();
     const auto& command = shell.commands.at("pathswitch :s");
     const auto run = [&] { EXPECT_EQ(command.handler(command.context), 0); };
@@ -199,10 +201,10 @@ template <class Message> struct Forwarder;
 TVSERVICE_REQUESTS(FORWARDER)
 #undef FORWARDER
 
-TEST_P(StartedAdapter, ForwardsARequestWholeOrNotAtAll) {
+TEST_P(StartedAdapter, ForwardsARequestCompletelyOrNotAtAll) {
     settle();
     support::forEach(support::TvRequests{}, [&]<class Message>() {
-        if constexpr (!std::is_same_v<Message, messages::TvServiceReq>) { // which goes by the resource manager
+        if constexpr (!std::is_same_v<Message, messages::TvServiceReq>) { // sent by the resource manager
             frame::MsgIds ids{11, 12};
             const auto arguments = sampleOf<Message>();
             const auto ask = [&] {
@@ -211,11 +213,11 @@ TEST_P(StartedAdapter, ForwardsARequestWholeOrNotAtAll) {
                 };
                 EXPECT_EQ(std::apply(call, arguments), 0);
             };
-            ask(); // what is made at first use and kept
+            ask(); // creates objects that are kept after the first use
             unsigned sent = receiver.tv.module.sent();
             const Held held;
-            const long failures = runShortAtEveryAllocation(GetParam(), ask, [&](bool through) {
-                if (through) ++sent;
+            const long failures = runShortAtEveryAllocation(GetParam(), ask, [&](bool succeeded) {
+                if (succeeded) ++sent;
                 EXPECT_EQ(receiver.tv.module.sent(), sent);
                 expectHeld(held);
             });

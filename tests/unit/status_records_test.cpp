@@ -1,4 +1,4 @@
-// The records of status and negotiation: layouts, tables, and what is particular to their family.
+// The records of status and negotiation: layouts, tables and special cases.
 #include "support/layouts.h"
 #include "support/samples.h"
 #include "support/wire.h"
@@ -82,12 +82,12 @@ TEST(StatusRecords, HaveTablesThatListEveryField) {
 
 // ---- conversions ----
 
-TEST(StatusForm, IsZeroWhereverItIsMade) {
+TEST(StatusForm, IsZeroWhereverItIsConstructed) {
     support::forEach(support::TypeList<ServiceStatusInfo_t, TvServiceStatusInfo_t>{}, []<class Record>() {
         using Form = typename Record::Flat;
         unsigned char memory[sizeof(Form)];
         std::memset(memory, 0xAA, sizeof memory);
-        asm volatile("" : : "r"(memory) : "memory"); // what the memory held before is looked at on purpose
+        asm volatile("" : : "r"(memory) : "memory"); // the previous content of the memory is read on purpose
         new (memory) Form;
         asm volatile("" : : "r"(memory) : "memory");
         EXPECT_EQ(std::string(reinterpret_cast<char*>(memory), sizeof memory), std::string(sizeof memory, '\0'));
@@ -100,25 +100,25 @@ template <class T> T at(const void* form, std::size_t offset) {
     return value;
 }
 
-TEST(StatusRecords, ComeBackFromTheWireAsTheyWereInEitherByteOrder) {
+TEST(StatusRecords, SurviveEncodingAndDecodingInEitherByteOrder) {
     support::forEach(support::StatusRecords{}, []<class Record>() {
         const auto sample = support::Samples().next<Record>();
         for (const bool otherOrder : {false, true}) {
-            EXPECT_EQ(support::afterTravel(sample, otherOrder), sample);
-            EXPECT_EQ(support::afterTravel(Record{}, otherOrder), Record{});
+            EXPECT_EQ(support::roundTripped(sample, otherOrder), sample);
+            EXPECT_EQ(support::roundTripped(Record{}, otherOrder), Record{});
         }
     });
 }
 
-TEST(StatusByte, TravelsUnchanged) {
+TEST(StatusByte, IsSentUnchanged) {
     for (const int value : {0, 1, 2, 0x80, 0xFF}) {
         const auto byte = static_cast<std::uint8_t>(value);
-        EXPECT_EQ(support::afterTravel(TvServiceInstalledInfo_t{byte}, true).byteParam1, byte);
-        EXPECT_EQ(support::afterTravel(TvServiceAskReleaseInfo_t{-1, byte}, true).byteParam1, byte);
-        EXPECT_EQ(support::afterTravel(TvServiceNetworkChangeMessage_t{byte, "net"}, false).byteParam1, byte);
+        EXPECT_EQ(support::roundTripped(TvServiceInstalledInfo_t{byte}, true).byteParam1, byte);
+        EXPECT_EQ(support::roundTripped(TvServiceAskReleaseInfo_t{-1, byte}, true).byteParam1, byte);
+        EXPECT_EQ(support::roundTripped(TvServiceNetworkChangeMessage_t{byte, "net"}, false).byteParam1, byte);
         ServiceStatusInfo_t status;
         status.byteParam2 = byte;
-        EXPECT_EQ(support::afterTravel(status, false), status);
+        EXPECT_EQ(support::roundTripped(status, false), status);
     }
 }
 
@@ -145,7 +145,7 @@ TEST(ServiceStatus, HasItsFieldsWithoutGaps) {
     genrpc::release(form);
 }
 
-TEST(StatusList, ThatIsEmptyTravelsAsCountZeroWithoutAnArray) {
+TEST(StatusList, IsSentAsCountZeroWithoutAnArrayWhenEmpty) {
     _TvServiceStatusInfo_t_struct form(TvServiceStatusInfo_t{5, {}});
     EXPECT_EQ(form.services.count, 0U);
     EXPECT_EQ(form.services.data.get(), nullptr);
@@ -153,7 +153,7 @@ TEST(StatusList, ThatIsEmptyTravelsAsCountZeroWithoutAnArray) {
     EXPECT_TRUE(static_cast<TvServiceStatusInfo_t>(form).services.empty());
 }
 
-TEST(StatusList, OfTwoServicesIsSeventyTwoBytesOfElements) {
+TEST(StatusList, HasSeventyTwoBytesOfElementsForTwoServices) {
     TvServiceStatusInfo_t info;
     info.services.resize(2);
     _TvServiceStatusInfo_t_struct form(info);
@@ -167,7 +167,7 @@ TEST(InstalledInfo, IsOneByteOnTheWire) {
     EXPECT_EQ(support::marshalled(*form.table(), &form), "\xFF");
 }
 
-TEST(CiAncillaryData, WithoutStringsTravelsWithCountZero) {
+TEST(CiAncillaryData, IsSentWithCountZeroWithoutStrings) {
     _TvServiceCiAncillaryDataInfo_t_struct form(TvServiceCiAncillaryDataInfo_t{{}, "text"});
     EXPECT_EQ(form.strParamList.count, 0U);
     EXPECT_EQ(form.strParamList.data.get(), nullptr);
@@ -175,7 +175,7 @@ TEST(CiAncillaryData, WithoutStringsTravelsWithCountZero) {
     genrpc::release(form);
 }
 
-TEST(StatusString, ThatIsEmptyTravelsAsLengthZeroAndATerminator) {
+TEST(StatusString, IsSentAsLengthZeroAndATerminatorWhenEmpty) {
     _TvServicePlayInfo_t_struct form(TvServicePlayInfo_t{});
     EXPECT_EQ(form.strParam1.length, 0U);
     EXPECT_STREQ(form.strParam1.data, "");
@@ -183,7 +183,7 @@ TEST(StatusString, ThatIsEmptyTravelsAsLengthZeroAndATerminator) {
     genrpc::release(form);
 }
 
-// How many blocks a form holds more after it was assigned to a second time.
+// The number of additional blocks that a form holds after a second assignment.
 template <class Record> std::uint64_t keptByAssignment() {
     const auto sample = support::Samples().next<Record>();
     typename Record::Flat form(sample);
@@ -202,7 +202,7 @@ TEST(StatusRecords, ReleaseTheirStringListsButNothingElseWhenAssignedAgain) {
     EXPECT_EQ(keptByAssignment<TvServiceTunerResult_t>(), 0U);
 }
 
-TEST(StatusRecords, GiveEveryBlockBackWhenReleased) {
+TEST(StatusRecords, FreeEveryBlockWhenReleased) {
     support::forEach(support::StatusRecords{}, []<class Record>() {
         const auto before = host::flatHeapUsage().blocks;
         typename Record::Flat form(support::Samples().next<Record>());

@@ -1,4 +1,4 @@
-// The records of track handling: layouts, tables, and what is particular to their family.
+// The records of track handling: layouts, tables and special cases.
 #include "support/layouts.h"
 #include "support/samples.h"
 #include "support/wire.h"
@@ -106,12 +106,12 @@ template <class T> T at(const void* form, std::size_t offset) {
     return value;
 }
 
-TEST(StreamRecords, ComeBackFromTheWireAsTheyWereInEitherByteOrder) {
+TEST(StreamRecords, SurviveEncodingAndDecodingInEitherByteOrder) {
     support::forEach(support::StreamRecords{}, []<class Record>() {
         const auto sample = support::Samples().next<Record>();
         for (const bool otherOrder : {false, true}) {
-            EXPECT_EQ(support::afterTravel(sample, otherOrder), sample);
-            EXPECT_EQ(support::afterTravel(Record{}, otherOrder), Record{});
+            EXPECT_EQ(support::roundTripped(sample, otherOrder), sample);
+            EXPECT_EQ(support::roundTripped(Record{}, otherOrder), Record{});
         }
     });
 }
@@ -128,7 +128,7 @@ TEST(StreamRecords, AreZeroWhenDefaultConstructedExceptTheirTerminals) {
     });
 }
 
-TEST(StreamRecords, GiveEverythingBackThatTheyHoldWhenAssignedAgain) {
+TEST(StreamRecords, FreeEverythingTheyHoldWhenAssignedAgain) {
     support::forEach(support::StreamRecords{}, []<class Record>() {
         const auto sample = support::Samples().next<Record>();
         const auto empty = host::flatHeapUsage().blocks;
@@ -154,7 +154,7 @@ TEST(StreamRecords, ShrinkToTheTerminatorsOfTheirStringsWhenAssignedAnEmptyRecor
     EXPECT_EQ(form.streams.data.get(), nullptr);
 }
 
-TEST(StreamFlag, TravelsAsAWholeWord) {
+TEST(StreamFlag, IsSentAsAWholeWord) {
     AudioStreamInfo_t stream;
     stream.flagParam1 = true;
     _AudioStreamInfo_t_struct form(stream);
@@ -196,12 +196,12 @@ TEST(SubtitleStream, HasItsFlagWordsAtUnalignedOffsets) {
 TEST(StreamShort, KeepsAllItsBits) {
     TeletextStreamInfo_t stream;
     stream.shortParam1 = 0xFFFF;
-    EXPECT_EQ(support::afterTravel(stream, false).shortParam1, 0xFFFF);
+    EXPECT_EQ(support::roundTripped(stream, false).shortParam1, 0xFFFF);
     stream.shortParam1 = 0x8001;
-    EXPECT_EQ(support::afterTravel(stream, true).shortParam1, 0x8001);
+    EXPECT_EQ(support::roundTripped(stream, true).shortParam1, 0x8001);
 }
 
-TEST(StreamString, ThatIsEmptyTravelsAsLengthZeroAndATerminator) {
+TEST(StreamString, IsSentAsLengthZeroAndATerminatorWhenEmpty) {
     _TvServiceStreamInfo_t_struct form(TvServiceStreamInfo_t{7, ""});
     EXPECT_EQ(form.strParam1.length, 0U);
     EXPECT_STREQ(form.strParam1.data, "");
@@ -220,23 +220,23 @@ TEST(StreamString, IsReadByItsLengthAndNotByItsTerminator) {
     EXPECT_EQ(static_cast<TvServiceStreamInfo_t>(form).strParam1, "");
 }
 
-template <class Info> void expectNoStreamsTravel() {
+template <class Info> void expectNoStreams() {
     Info info;
     info.intParam1 = 1;
     typename Info::Flat form(info);
     EXPECT_EQ(form.streams.count, 0U);
     EXPECT_EQ(form.streams.data.get(), nullptr);
     EXPECT_EQ(support::marshalled(*form.table(), &form).size(), sizeof form);
-    EXPECT_EQ(support::afterTravel(info, false), info);
+    EXPECT_EQ(support::roundTripped(info, false), info);
     form.streams.count = 2;
     EXPECT_TRUE(static_cast<Info>(form).streams.empty()) << "a count without an array";
 }
 
-TEST(StreamList, ThatIsEmptyTravelsAsCountZeroWithoutAnArray) {
-    expectNoStreamsTravel<TvServiceAudioInfo_t>();
-    expectNoStreamsTravel<TvServiceSubtitleInfo_t>();
-    expectNoStreamsTravel<TvServiceVideoInfo_t>();
-    expectNoStreamsTravel<TvServiceTeletextInfo_t>();
+TEST(StreamList, IsSentAsCountZeroWithoutAnArrayWhenEmpty) {
+    expectNoStreams<TvServiceAudioInfo_t>();
+    expectNoStreams<TvServiceSubtitleInfo_t>();
+    expectNoStreams<TvServiceVideoInfo_t>();
+    expectNoStreams<TvServiceTeletextInfo_t>();
 }
 
 template <class Info> std::size_t elementBytes() {
@@ -256,7 +256,7 @@ TEST(StreamList, HasItsElementsWithoutGaps) {
     EXPECT_EQ(elementBytes<TvServiceTeletextInfo_t>(), 14U);
 }
 
-TEST(ConflictInfo, CarriesItsTwoListsApart) {
+TEST(ConflictInfo, KeepsItsTwoListsSeparate) {
     const TvServiceConflictInfo_t info{{0xFFFFFFFF, 1}, {}, -1};
     _TvServiceConflictInfo_t_struct form(info);
     EXPECT_EQ(form.uintList1.count, 2U);
@@ -264,7 +264,7 @@ TEST(ConflictInfo, CarriesItsTwoListsApart) {
     EXPECT_EQ(form.uintList2.data.get(), nullptr);
     EXPECT_EQ(support::marshalled(*form.table(), &form).size(), 20U + 8U);
     genrpc::release(form);
-    EXPECT_EQ(support::afterTravel(info, true), info);
+    EXPECT_EQ(support::roundTripped(info, true), info);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// What the control application lists for each terminal.
+// The control application's list of terminals.
 #include "control/src/log.h"
 #include "control/src/looking-commands.h"
 #include "shell/command-table.h"
@@ -50,7 +50,7 @@ struct Terminals : testing::Test {
     control::LookingCommands commands{adapter, view, notifications, shell};
 };
 
-TEST_F(Terminals, AreNoneBeforeAnAnswer) { EXPECT_THAT(shown(), IsEmpty()); }
+TEST_F(Terminals, AreEmptyBeforeAnAnswer) { EXPECT_THAT(shown(), IsEmpty()); }
 
 TEST_F(Terminals, ShowWhatWasPlayedLastInOrderOfTerminal) {
     answer("1", "dvb://1", 0, {1, 0});
@@ -65,13 +65,13 @@ TEST_F(Terminals, ShowTheNullSourceAfterAStop) {
     EXPECT_THAT(shown(), ElementsAre(std::string("0:0 ") + tvservice::stopUri + " 0"));
 }
 
-TEST_F(Terminals, GoOnShowingWhatTheyDidWhenAPlayFails) {
+TEST_F(Terminals, KeepTheirUriWhenAPlayFails) {
     answer("1", "dvb://1");
     answer("2", "file://missing", -2);
     EXPECT_THAT(shown(), ElementsAre("0:0 dvb://1 -2"));
 }
 
-TEST_F(Terminals, GoOnShowingWhatTheyDidWhileANewerRequestIsQueued) {
+TEST_F(Terminals, KeepTheirUriWhileANewerRequestIsQueued) {
     answer("1", "dvb://1");
     answer("2", "dvb://2", 1);
     EXPECT_THAT(shown(), ElementsAre("0:0 dvb://1 1"));
@@ -84,16 +84,16 @@ TEST_F(Terminals, ShowNothingAfterAFailureAlone) {
     EXPECT_THAT(shown(), ElementsAre("0:0  2"));
 }
 
-TEST_F(Terminals, DoNotFollowAnAnswerThatComesAfterThatToANewerRequest) {
+TEST_F(Terminals, IgnoreAnAnswerThatArrivesAfterThatToANewerRequest) {
     answer("10", "dvb://10");
     answer("9", "dvb://9");
     answer("9", tvservice::stopUri, -3);
     EXPECT_THAT(shown(), ElementsAre("0:0 dvb://10 0"));
     answer("9", "dvb://9", 0, {1, 0});
-    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://10 0", "1:0 dvb://9 0")) << "each terminal by itself";
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://10 0", "1:0 dvb://9 0")) << "each terminal on its own";
 }
 
-TEST_F(Terminals, DoNotFollowALateAnswerToAnOlderZap) {
+TEST_F(Terminals, IgnoreALateAnswerToAnOlderZap) {
     answer("zap-5-1-10", "dvb://10");
     answer("zap-5-1-9", "dvb://9");
     EXPECT_THAT(shown(), ElementsAre("0:0 dvb://10 0"));
@@ -125,7 +125,7 @@ TEST_F(Terminals, FollowRequestsWithIdsOfApplicationsInTheOrderOfTheAnswers) {
     EXPECT_THAT(shown(), ElementsAre("0:0 dvb://3 0"));
 }
 
-TEST_F(Terminals, DoNotFollowUnrequestedAnswersOfTheTvService) {
+TEST_F(Terminals, IgnoreUnrequestedAnswersOfTheTvService) {
     answer("1", "file://film");
     answer("2", "file://missing", -2);
     answer("", tvservice::stopUri);
@@ -150,7 +150,7 @@ TEST_F(Terminals, AreListedWithBothAnswersInFull) {
     EXPECT_THAT(run("terminals", false), HasSubstr("  lastResult -5  lastUri dvb://2  lastReqId 2  lastTime "));
 }
 
-TEST_F(Terminals, DropTheOneThatWasAnsweredLongestAgoWhenThereAreTooMany) {
+TEST_F(Terminals, DropTheLeastRecentlyAnsweredOneWhenThereAreTooMany) {
     const host::LogCapture log({control::controlLog});
     const int most = static_cast<int>(control::TerminalView::mostTerminals);
     for (int id = 0; id < most; ++id) answer("1", "dvb://1", 0, {0, id});
@@ -192,7 +192,7 @@ TEST_F(Terminals, AreCountedWithThoseDropped) {
     EXPECT_EQ(tables[2]["table"], "notifications");
 }
 
-TEST_F(Terminals, LeaveNoAnswerOutOfTheListOfAnswers) {
+TEST_F(Terminals, DoNotHideAnswersFromTheListOfAnswers) {
     answer("10", "dvb://10");
     answer("9", "dvb://9", 1);
     answer("", tvservice::stopUri);

@@ -1,4 +1,4 @@
-// A TV service and clients of it in one process, over real message queues in a folder of their own.
+// A TV service and its clients in one process, over real message queues in their own folder.
 #pragma once
 
 #include "tvservice/tv-service.h"
@@ -23,7 +23,7 @@ namespace tvservicetest {
 
 namespace messages = tvservice::messages;
 
-struct Heard {
+struct Received {
     std::string message;
     genrpc::Json arguments;
 
@@ -31,15 +31,15 @@ struct Heard {
     std::string text() const { return message + ' ' + genrpc::textOf(arguments); }
 };
 
-inline std::vector<std::string> namesOf(const std::vector<Heard>& all) {
+inline std::vector<std::string> namesOf(const std::vector<Received>& all) {
     std::vector<std::string> names;
-    for (const Heard& heard : all) names.push_back(heard.message);
+    for (const Received& notification : all) names.push_back(notification.message);
     return names;
 }
 
-inline std::vector<std::string> textsOf(const std::vector<Heard>& all) {
+inline std::vector<std::string> textsOf(const std::vector<Received>& all) {
     std::vector<std::string> texts;
-    for (const Heard& heard : all) texts.push_back(heard.text());
+    for (const Received& notification : all) texts.push_back(notification.text());
     return texts;
 }
 
@@ -49,17 +49,17 @@ public:
     Client()
         : channel_(
               queue_.connectTo(tvservice::serviceName, tvservice::messageSet(), services::sendBufferBytes, nullptr)) {
-#define TVSERVICE_WRITE_DOWN(service, direction, Name, ...)                                         \
-    channel_.registerMessageHandler(messages::Name::meta, &Client::writeDown<messages::Name>, this, \
+#define TVSERVICE_RECORD(service, direction, Name, ...)                                          \
+    channel_.registerMessageHandler(messages::Name::meta, &Client::record<messages::Name>, this, \
                                     *messages::Name::table());
-        TVSERVICE_NOTIFICATIONS(TVSERVICE_WRITE_DOWN)
-#undef TVSERVICE_WRITE_DOWN
+        TVSERVICE_NOTIFICATIONS(TVSERVICE_RECORD)
+#undef TVSERVICE_RECORD
         queue_.open(channel_);
         queue_.start();
     }
     ~Client() { queue_.stop(); }
 
-    template <class Message, class... Args> void ask(const Args&... args) {
+    template <class Message, class... Args> void send(const Args&... args) {
         EXPECT_EQ(
             genrpc::send<Message>(
                 channel_, {.ids = frame::MsgIds::none, .transport = nullptr, .firstBytes = services::sendBufferBytes},
@@ -71,48 +71,50 @@ public:
         request.terminal = {type, id};
         request.uri = uri;
         request.reqId = reqId;
-        ask<messages::TvServiceReq>(std::vector{request});
+        send<messages::TvServiceReq>(std::vector{request});
     }
 
-    // The notifications since the last call: all that the service sent at once for the requests so far.
-    std::vector<Heard> heard() {
+    // The notifications since the last call: all that the service sent immediately for the requests so far.
+    std::vector<Received> received() {
         tvservice::TvServiceStreamInfoReq_t mark;
         mark.intParam1 = --lastMark_;
-        ask<messages::TvServiceStreamInfoReq>(mark);
-        const auto isMark = [&](const Heard& heard) {
-            return heard.message == "TvServiceStreamInfo" && heard.arguments["info"]["intParam1"] == mark.intParam1;
+        send<messages::TvServiceStreamInfoReq>(mark);
+        const auto isMark = [&](const Received& notification) {
+            return notification.message == "TvServiceStreamInfo" &&
+                   notification.arguments["info"]["intParam1"] == mark.intParam1;
         };
-        std::vector<Heard> result = waitUntil([&](const auto& all) { return !all.empty() && isMark(all.back()); });
+        std::vector<Received> result = waitUntil([&](const auto& all) { return !all.empty() && isMark(all.back()); });
         if (!result.empty() && isMark(result.back())) result.pop_back();
         return result;
     }
-    // Waits for a message of that name; returns the notifications since the last call.
-    std::vector<Heard> heardUntil(const std::string& name) {
+    // Waits for a message of that name. Returns the notifications since the last call.
+    std::vector<Received> receivedUntil(const std::string& name) {
         return waitUntil([&](const auto& all) {
-            return std::any_of(all.begin(), all.end(), [&](const Heard& heard) { return heard.message == name; });
+            return std::any_of(all.begin(), all.end(),
+                               [&](const Received& notification) { return notification.message == name; });
         });
     }
-    template <class Condition> std::vector<Heard> waitUntil(const Condition& condition) {
+    template <class Condition> std::vector<Received> waitUntil(const Condition& condition) {
         std::unique_lock lock(mutex_);
-        EXPECT_TRUE(changed_.wait_for(lock, std::chrono::seconds(20), [&] { return condition(heard_); }));
-        return std::exchange(heard_, {});
+        EXPECT_TRUE(changed_.wait_for(lock, std::chrono::seconds(20), [&] { return condition(received_); }));
+        return std::exchange(received_, {});
     }
 
 private:
     template <class Message>
-    static int writeDown(const frame::MsgMeta&, const frame::TransportInfo&, const void* payload, void* context) {
+    static int record(const frame::MsgMeta&, const frame::TransportInfo&, const void* payload, void* context) {
         auto& client = *static_cast<Client*>(context);
         auto arguments = std::apply([](const auto&... args) { return genrpc::argumentsToJson<Message>(args...); },
                                     Message::Body::read(payload));
         const std::lock_guard lock(client.mutex_);
-        client.heard_.push_back({Message::name, std::move(arguments)});
+        client.received_.push_back({Message::name, std::move(arguments)});
         client.changed_.notify_all();
         return 0;
     }
 
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::vector<Heard> heard_;
+    std::vector<Received> received_;
     int lastMark_ = -1000;
     host::MessageQueue queue_;
     host::QueueChannel& channel_;
@@ -126,23 +128,23 @@ protected:
         setenv("RUNTIME_DIRECTORY", folder, 1);
         service.offer(queue);
         queue.start();
-        asker = std::make_unique<Client>();
+        requester = std::make_unique<Client>();
         other = std::make_unique<Client>();
-        // Both are connected once they have an answer.
-        asker->heard();
-        other->heard();
+        // A client with an answer is connected.
+        requester->received();
+        other->received();
     }
     ~TvServiceTest() override {
-        asker.reset();
+        requester.reset();
         other.reset();
         queue.stop();
         std::filesystem::remove_all(folder_);
     }
 
-    // Forgets the notifications of both.
-    void forget() {
-        asker->heard();
-        other->heard();
+    // Discards the notifications of both clients.
+    void discard() {
+        requester->received();
+        other->received();
     }
 
     services::ChannelList channels = services::ChannelList::builtIn();
@@ -150,7 +152,7 @@ protected:
     services::FaultSwitches faults;
     services::TvService service{table, faults, channels, std::chrono::milliseconds(1)};
     host::MessageQueue queue;
-    std::unique_ptr<Client> asker, other;
+    std::unique_ptr<Client> requester, other;
 
 private:
     std::string folder_;

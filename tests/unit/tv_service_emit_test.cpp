@@ -1,4 +1,4 @@
-// The command that makes the TV service send any notification.
+// The command with which the TV service sends any notification.
 #include "tv-service-fixture.h"
 #include "tvservice/emit.h"
 
@@ -20,7 +20,7 @@ const std::vector<std::string> notifications{
 #undef TVSERVICE_NAME
 };
 
-// A shell with one command, called by the test itself.
+// A shell with one command, which the test calls directly.
 class OneCommandShell : public appovshell::Server {
 public:
     int registerCommand(const std::string& specification, const std::string&, appovshell::CommandHandler handler,
@@ -53,10 +53,10 @@ class Emit : public TvServiceTest {
 protected:
     Emit() { EXPECT_EQ(command.registerWith(shell), 0); }
 
-    void refuses(const std::string& name, const std::string& json, const std::string& why) {
+    void expectError(const std::string& name, const std::string& json, const std::string& why) {
         EXPECT_LT(shell.run(name, json), 0) << name << ' ' << json;
         EXPECT_THAT(shell.output, HasSubstr(why));
-        EXPECT_THAT(asker->heard(), IsEmpty());
+        EXPECT_THAT(requester->received(), IsEmpty());
     }
 
     services::EmitCommand command{service.sender()};
@@ -68,43 +68,43 @@ TEST_F(Emit, SendsASampleOfEveryNotificationToEveryClient) {
         EXPECT_EQ(shell.run(name, ""), 0) << shell.output;
         EXPECT_EQ(shell.output, "sent " + name + '\n');
     }
-    const auto heard = asker->heard();
-    EXPECT_EQ(namesOf(heard), notifications);
-    EXPECT_EQ(textsOf(other->heard()), textsOf(heard));
+    const auto received = requester->received();
+    EXPECT_EQ(namesOf(received), notifications);
+    EXPECT_EQ(textsOf(other->received()), textsOf(received));
 }
 
 TEST_F(Emit, HasSamplesThatSetEveryArgument) {
     for (const std::string& name : notifications) {
         EXPECT_EQ(shell.run(name, "{}"), 0);
         EXPECT_EQ(shell.run(name, ""), 0);
-        const auto heard = asker->heard();
-        ASSERT_EQ(heard.size(), 2U);
-        for (const auto& [argument, empty] : heard[0].arguments.items())
-            EXPECT_NE(heard[1].arguments[argument], empty) << name << ' ' << argument;
+        const auto received = requester->received();
+        ASSERT_EQ(received.size(), 2U);
+        for (const auto& [argument, empty] : received[0].arguments.items())
+            EXPECT_NE(received[1].arguments[argument], empty) << name << ' ' << argument;
     }
 }
 
-TEST_F(Emit, SendsTheArgumentsGivenAndNothingForTheRest) {
+TEST_F(Emit, SendsTheGivenArgumentsAndDefaultsForTheRest) {
     shell.json = true;
     EXPECT_EQ(shell.run("TvServiceConflictInfo", R"({"info": {"uintList2": [7, 4294967295]}})"), 0);
     EXPECT_EQ(shell.output, "{\"sent\":\"TvServiceConflictInfo\"}\n");
     EXPECT_EQ(shell.run("TvserviceOadStatusNotify", R"({"text": "half\u0000way"})"), 0);
     EXPECT_THAT(
-        textsOf(asker->heard()),
+        textsOf(requester->received()),
         ElementsAre(R"(TvServiceConflictInfo {"info":{"uintList1":[],"uintList2":[7,4294967295],"intParam1":0}})",
                     R"(TvserviceOadStatusNotify {"status":0,"text":"half\u0000way"})"));
 }
 
-TEST_F(Emit, RefusesWhatIsNoNotificationAndNamesThoseThereAre) {
-    refuses("TvServiceConflict", "", "no notification \"TvServiceConflict\"; there are: TvServiceInfo, ");
-    refuses("TvServiceReq", "", "no notification");
-    refuses("", "", "no notification \"\"");
-    refuses(std::string(5000, 'N'), "", "N...\"; there are");
+TEST_F(Emit, RejectsAnUnknownNotificationAndListsTheKnownOnes) {
+    expectError("TvServiceConflict", "", "no notification \"TvServiceConflict\"; there are: TvServiceInfo, ");
+    expectError("TvServiceReq", "", "no notification");
+    expectError("", "", "no notification \"\"");
+    expectError(std::string(5000, 'N'), "", "N...\"; there are");
     EXPECT_LT(shell.output.size(), 2000U);
 }
 
-TEST_F(Emit, RefusesArgumentsThatAreNotThoseOfTheNotification) {
-    const auto conflict = [&](const char* json, const char* why) { refuses("TvServiceConflictInfo", json, why); };
+TEST_F(Emit, RejectsArgumentsThatDoNotMatchTheNotification) {
+    const auto conflict = [&](const char* json, const char* why) { expectError("TvServiceConflictInfo", json, why); };
     conflict("{nope", "the arguments are no JSON: parse error at line 1");
     conflict("{} {}", "the arguments are no JSON");
     conflict("{\"info\":\"\xFF\"}", "the arguments are no JSON");
@@ -116,22 +116,22 @@ TEST_F(Emit, RefusesArgumentsThatAreNotThoseOfTheNotification) {
     conflict(R"({"info":{"intParam1":2147483648}})", "info.intParam1: 2147483648 does not fit into 32 bits");
     conflict(R"({"info":{"intParam1":1e99}})", "info.intParam1: wanted an integer");
     conflict(R"({"info":{"uintList1":[1,-1]}})", "info.uintList1[1]: -1 does not fit into 32 bits");
-    refuses("TvServiceInstalledInfo", R"({"info":{"byteParam1":256}})", "256 does not fit into 8 bits");
+    expectError("TvServiceInstalledInfo", R"({"info":{"byteParam1":256}})", "256 does not fit into 8 bits");
 }
 
-TEST_F(Emit, RefusesArgumentsOfFourKibibytesAndTakesOneByteLess) {
+TEST_F(Emit, RejectsArgumentsOfFourKibibytesAndAcceptsOneByteLess) {
     const auto jsonOf = [](std::size_t size) {
         const std::string head = R"({"info":{"strParam1":")", tail = "\"}}";
         return head + std::string(size - head.size() - tail.size(), 'x') + tail;
     };
-    refuses("TvServicePlayInfo", jsonOf(4096), "the JSON has 4096 bytes; fewer than 4096 are taken");
+    expectError("TvServicePlayInfo", jsonOf(4096), "the JSON has 4096 bytes; fewer than 4096 are taken");
     EXPECT_EQ(shell.run("TvServicePlayInfo", jsonOf(4095)), 0);
-    EXPECT_EQ(asker->heard().size(), 1U);
+    EXPECT_EQ(requester->received().size(), 1U);
 }
 
-TEST_F(Emit, SaysWhenANotificationCouldNotBeSent) {
-    const host::LogCapture log; // keeps the queue's warnings off the output
-    asker.reset();
+TEST_F(Emit, ReportsThatANotificationCouldNotBeSent) {
+    const host::LogCapture log; // hides the queue's warnings
+    requester.reset();
     other.reset();
     queue.stop();
     EXPECT_LT(shell.run("TvServicePlayInfo", ""), 0);
@@ -140,10 +140,10 @@ TEST_F(Emit, SaysWhenANotificationCouldNotBeSent) {
 
 TEST_F(Emit, WorksWhileRequestsAreServed) {
     for (int i = 0; i < 50; ++i) {
-        asker->play(0, i % 4, "dvb://1.1.1");
+        requester->play(0, i % 4, "dvb://1.1.1");
         EXPECT_EQ(shell.run("TvServiceUriLinkageInfo", ""), 0);
     }
-    EXPECT_EQ(asker->heard().size(), 50U * 8);
+    EXPECT_EQ(requester->received().size(), 50U * 8);
 }
 
 } // namespace

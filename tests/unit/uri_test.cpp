@@ -23,7 +23,7 @@ TEST(Uri, NamesTheSchemesThatThePlatformKnows) {
     EXPECT_EQ(Scheme::Rtp, "rtp");
 }
 
-TEST(Uri, HasItsSchemesReadyForTheInitialisersOfItsUsers) { EXPECT_EQ(takenDuringInitialisation, "youtubev4"); }
+TEST(Uri, HasItsSchemesReadyDuringStaticInitialisation) { EXPECT_EQ(takenDuringInitialisation, "youtubev4"); }
 
 TEST(Uri, FindsTheSchemeBeforeTheFirstColon) {
     EXPECT_EQ(schemeOf("http://example.org:8080/a:b"), Scheme::Http);
@@ -44,7 +44,7 @@ TEST(Uri, HasNoSchemeWhenTheGrammarFindsNone) {
         EXPECT_EQ(schemeOf(uri), "") << uri;
 }
 
-TEST(Uri, TakesAnyBytes) {
+TEST(Uri, AcceptsAnyBytes) {
     for (int byte = 0; byte < 256; ++byte) {
         const std::string one(1, static_cast<char>(byte));
         const bool letter = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');

@@ -1,4 +1,5 @@
-// The order of the virtual methods: applications and services that were built apart call each other by it.
+// The order of the virtual methods is part of the ABI: applications and services that were built separately depend on
+// it.
 #include "client-objects.h"
 #include "support/tv-messages.h"
 
@@ -21,10 +22,10 @@ using namespace tvservice;
 namespace {
 
 constexpr std::ptrdiff_t notVirtual = -1;
-constexpr std::ptrdiff_t firstMethod = 2; // behind the destructor's two entries
+constexpr std::ptrdiff_t firstMethod = 2; // after the destructor's two entries
 
-// The slot that a pointer to a member function names: it holds one more than the slot's offset in bytes, and a
-// function's address, which is even, when the function is not virtual.
+// The slot of a pointer to a member function. For a virtual function the pointer holds the slot's offset in bytes plus
+// one, otherwise the function's address, which is even.
 template <class Pointer> std::ptrdiff_t slotOf(Pointer pointer) {
     static_assert(std::is_member_function_pointer_v<Pointer>);
     std::ptrdiff_t word;
@@ -34,14 +35,14 @@ template <class Pointer> std::ptrdiff_t slotOf(Pointer pointer) {
 
 using Slots = std::vector<std::ptrdiff_t>;
 
-// So many slots in a row.
+// This many consecutive slots.
 Slots from(std::ptrdiff_t first, std::size_t count) {
     Slots slots(count);
     for (auto& slot : slots) slot = first++;
     return slots;
 }
 
-// The slots of all messages' methods, in the order of the messages' ids.
+// The slots of all messages' methods, in the order of message ids.
 template <class... Message> Slots slotsOf(support::TypeList<Message...>) {
     std::map<std::uint32_t, std::ptrdiff_t> slots;
     (slots.emplace(Message::meta.messageId, slotOf(support::Method<Message>::pointer)), ...);
@@ -67,7 +68,7 @@ TEST(VirtualSlots, OfATvClientAreTheNotifications) {
         (Slots{firstMethod, firstMethod + 1, firstMethod + 24}));
 }
 
-TEST(VirtualSlots, OfTheAdaptersTvClientObjectGoOnBehindTheNotifications) {
+TEST(VirtualSlots, OfTheAdaptersTvClientObjectContinueAfterTheNotifications) {
     using I = TvServiceClient;
     EXPECT_EQ((Slots{slotOf(&I::tvServiceInfocb), slotOf(&I::addClient), slotOf(&I::removeClient)}),
               from(slotOf(&I::tvserviceOadProgressNotify) + 1, 3));
@@ -81,7 +82,7 @@ TEST(VirtualSlots, OfTheMmServiceAndItsClientAreTheirMessageThenTheRegistry) {
     EXPECT_EQ(slotOf(&mmservice::ClientInterface::mmServiceInfo), firstMethod);
 }
 
-TEST(VirtualSlots, OfTheAdaptersMmClientObjectGoOnBehindTheAnswer) {
+TEST(VirtualSlots, OfTheAdaptersMmClientObjectContinueAfterTheAnswer) {
     using I = MmServiceClient;
     EXPECT_EQ((Slots{slotOf(&I::mmServiceInfo), slotOf(&I::addClient), slotOf(&I::removeClient)}),
               from(firstMethod, 3));

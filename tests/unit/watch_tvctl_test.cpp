@@ -1,4 +1,4 @@
-// tvctl watch: following the notifications that a receiver's shell lists.
+// tvctl watch: it follows the notifications that a receiver's shell lists.
 #include "message-names.h"
 #include "shell/shell-server.h"
 #include "watch.h"
@@ -26,7 +26,7 @@ using testing::IsEmpty;
 
 namespace {
 
-// A receiver of which only the command "notifications" is there. The test says what it does before each poll.
+// A receiver that has only the command "notifications". The test defines what it does before each poll.
 class Receiver {
 public:
     explicit Receiver(const std::string& path) {
@@ -36,8 +36,8 @@ public:
         server_->start();
     }
 
-    void tell(const std::string& message) { tell(message, {{"n", number_ + 1}}); }
-    void tell(const std::string& message, const ordered_json& arguments) {
+    void notify(const std::string& message) { notify(message, {{"n", number_ + 1}}); }
+    void notify(const std::string& message, const ordered_json& arguments) {
         ++number_;
         list_.push_back({{"number", number_},
                          {"time", run_ + std::to_string(number_)},
@@ -51,9 +51,9 @@ public:
     }
     void dropOldest() { list_.erase(list_.begin()); }
 
-    // From the second call of the command on: call after call, on the shell's thread.
+    // Run one by one before the second and later calls of the command, on the shell's thread.
     std::vector<std::function<void()>> before;
-    std::string malformed; // is answered in place of the list
+    std::string malformed; // the answer instead of the list, if not empty
     int status = 0;
 
 private:
@@ -101,7 +101,7 @@ struct Watch : testing::Test {
     }
     void TearDown() override {
         receiver.reset();
-        std::filesystem::remove_all(folder); // with the lock file beside the socket
+        std::filesystem::remove_all(folder); // including the lock file beside the socket
     }
     int run() { return tvctl::watch(options, out, errors); }
     std::vector<std::string> lines() const {
@@ -110,8 +110,8 @@ struct Watch : testing::Test {
         for (std::string line; std::getline(text, line);) result.push_back(line);
         return result;
     }
-    std::function<void()> telling(const std::string& message) {
-        return [this, message] { receiver->tell(message); };
+    std::function<void()> notifying(const std::string& message) {
+        return [this, message] { receiver->notify(message); };
     }
 
     std::string folder, path;
@@ -120,21 +120,21 @@ struct Watch : testing::Test {
     std::ostringstream out, errors;
 };
 
-TEST_F(Watch, PrintsWhatComesFromNowOn) {
-    receiver->tell("Old");
+TEST_F(Watch, PrintsOnlyNewNotifications) {
+    receiver->notify("Old");
     options.count = 2;
-    receiver->before = {[] {}, telling("A"), [] {}, telling("B")};
+    receiver->before = {[] {}, notifying("A"), [] {}, notifying("B")};
     EXPECT_EQ(run(), tvctl::exitDone);
     EXPECT_THAT(lines(), ElementsAre(R"(first-2 A {"n":2})", R"(first-3 B {"n":3})"));
     EXPECT_THAT(errors.str(), IsEmpty());
 }
 
-TEST_F(Watch, PrintsNothingThatSteersATerminal) {
+TEST_F(Watch, PrintsNoTerminalControlSequences) {
     options.count = 1;
     receiver->before = {[this] {
-        receiver->tell("A\x7f\n", {{"text",
-                                    "\x1b[2J\n\x7f\xc2\x9b"
-                                    "31m\xc2\x85 \xc3\xa9"}});
+        receiver->notify("A\x7f\n", {{"text",
+                                      "\x1b[2J\n\x7f\xc2\x9b"
+                                      "31m\xc2\x85 \xc3\xa9"}});
     }};
     EXPECT_EQ(run(), tvctl::exitDone);
     EXPECT_EQ(out.str(), R"(first-1 A\x7f\x0a {"text":"\u001b[2J\n\x7f\xc2\x9b31m\xc2\x85 é"})"
@@ -144,16 +144,16 @@ TEST_F(Watch, PrintsNothingThatSteersATerminal) {
 TEST_F(Watch, PrintsAnObjectPerLineAsJson) {
     options.receiver.json = true;
     options.count = 1;
-    receiver->before = {telling("A")};
+    receiver->before = {notifying("A")};
     EXPECT_EQ(run(), tvctl::exitDone);
     EXPECT_EQ(out.str(), R"({"number":1,"time":"first-1","message":"A","arguments":{"n":1}})"
                          "\n");
 }
 
-TEST_F(Watch, PrintsOnlyTheMessagesAskedFor) {
+TEST_F(Watch, PrintsOnlyTheRequestedMessages) {
     options.messages = {"B"};
     options.count = 1;
-    receiver->before = {telling("A"), telling("B")};
+    receiver->before = {notifying("A"), notifying("B")};
     EXPECT_EQ(run(), tvctl::exitDone);
     EXPECT_THAT(lines(), ElementsAre(R"(first-2 B {"n":2})"));
 }
@@ -161,32 +161,32 @@ TEST_F(Watch, PrintsOnlyTheMessagesAskedFor) {
 TEST_F(Watch, EndsInTheMiddleOfAListWhenItHasEnough) {
     options.count = 1;
     receiver->before = {[this] {
-        receiver->tell("A");
-        receiver->tell("B");
+        receiver->notify("A");
+        receiver->notify("B");
     }};
     EXPECT_EQ(run(), tvctl::exitDone);
     EXPECT_THAT(lines(), ElementsAre(R"(first-1 A {"n":1})"));
 }
 
 TEST_F(Watch, FollowsAReceiverWhoseNumbersStartAgain) {
-    receiver->tell("Old");
-    receiver->tell("Old");
+    receiver->notify("Old");
+    receiver->notify("Old");
     options.count = 3;
-    receiver->before = {[this] { receiver->restart("second-"); }, telling("A"),
+    receiver->before = {[this] { receiver->restart("second-"); }, notifying("A"),
                         [this] {
                             receiver->restart("third-");
-                            receiver->tell("B");
-                            receiver->tell("C");
+                            receiver->notify("B");
+                            receiver->notify("C");
                         }};
     EXPECT_EQ(run(), tvctl::exitDone);
     EXPECT_THAT(lines(), ElementsAre(R"(second-1 A {"n":1})", R"(third-1 B {"n":1})", R"(third-2 C {"n":2})"));
 }
 
-TEST_F(Watch, SaysHowManyNotificationsItMissed) {
-    receiver->tell("Old");
+TEST_F(Watch, ReportsHowManyNotificationsItMissed) {
+    receiver->notify("Old");
     options.count = 1;
     receiver->before = {[this] {
-        for (const char* message : {"A", "B", "C"}) receiver->tell(message);
+        for (const char* message : {"A", "B", "C"}) receiver->notify(message);
         for (int i = 0; i < 3; ++i) receiver->dropOldest();
     }};
     EXPECT_EQ(run(), tvctl::exitDone);
@@ -194,17 +194,17 @@ TEST_F(Watch, SaysHowManyNotificationsItMissed) {
     EXPECT_THAT(errors.str(), HasSubstr("dropped 2 notifications"));
 }
 
-TEST_F(Watch, GivesUpWhenTooFewCameInTime) {
+TEST_F(Watch, TimesOutWhenTooFewNotificationsArrive) {
     options.receiver.timeout = std::chrono::seconds(1);
     options.receiver.timeoutGiven = true;
     options.count = 2;
-    receiver->before = {telling("A")};
+    receiver->before = {notifying("A")};
     EXPECT_EQ(run(), tvctl::exitTimedOut);
     EXPECT_THAT(lines(), ElementsAre(R"(first-1 A {"n":1})"));
     EXPECT_THAT(errors.str(), testing::StartsWith("tvctl: timed out after 1 of 2 notifications"));
 }
 
-TEST_F(Watch, SaysHowManyCameWhenAnAnswerDoesNotComeInTime) {
+TEST_F(Watch, ReportsTheNumberReceivedWhenAnAnswerTimesOut) {
     options.receiver.timeout = std::chrono::milliseconds(100);
     options.receiver.timeoutGiven = true;
     options.count = 1;
@@ -216,8 +216,8 @@ TEST_F(Watch, SaysHowManyCameWhenAnAnswerDoesNotComeInTime) {
               "tvctl: timed out after 0 of 1 notifications; " + path + ": timed out waiting for the answer\n");
 }
 
-TEST_F(Watch, EndsWhenTheReceiverGoesAway) {
-    receiver->before = {telling("A"), [this] { receiver->endSoon(); }};
+TEST_F(Watch, EndsWhenTheReceiverEnds) {
+    receiver->before = {notifying("A"), [this] { receiver->endSoon(); }};
     EXPECT_EQ(run(), tvctl::exitNotAvailable);
     EXPECT_THAT(lines(), ElementsAre(R"(first-1 A {"n":1})"));
     EXPECT_THAT(errors.str(), HasSubstr(path));
@@ -228,7 +228,7 @@ TEST_F(Watch, EndsWhenThereIsNoReceiver) {
     EXPECT_EQ(run(), tvctl::exitNotAvailable);
 }
 
-TEST_F(Watch, PassesOnThatTheReceiverRefuses) {
+TEST_F(Watch, ReportsThatTheReceiverRejectsTheRequest) {
     options.receiver.json = true;
     receiver->status = -5;
     EXPECT_EQ(run(), tvctl::exitFailed);
@@ -242,8 +242,8 @@ TEST_F(Watch, RejectsAMalformedList) {
     }
 }
 
-// Copies and texts of JSON take stack for each level.
-TEST_F(Watch, RefusesAListThatIsNestedTooDeep) {
+// Copying and printing JSON uses stack for each level.
+TEST_F(Watch, RejectsAListThatIsNestedTooDeeply) {
     receiver->malformed = std::string(60000, '[') + std::string(60000, ']');
     EXPECT_EQ(run(), tvctl::exitBadData);
     EXPECT_THAT(errors.str(), HasSubstr("nested more than"));
@@ -251,24 +251,24 @@ TEST_F(Watch, RefusesAListThatIsNestedTooDeep) {
 
 TEST_F(Watch, FailsWhenItsOutputIsGone) {
     out.setstate(std::ios::badbit);
-    receiver->before = {telling("A")};
+    receiver->before = {notifying("A")};
     EXPECT_EQ(run(), tvctl::exitFailed);
 }
 
-TEST_F(Watch, PrintsNothingWhenItIsToBeQuiet) {
+TEST_F(Watch, PrintsNothingWhenQuiet) {
     options.receiver.quiet = true;
     options.count = 1;
-    receiver->before = {telling("A")};
+    receiver->before = {notifying("A")};
     EXPECT_EQ(run(), tvctl::exitDone);
     EXPECT_THAT(out.str(), IsEmpty());
 }
 
-TEST(NotificationName, IsKnownAsTheMessageListSpellsIt) {
+TEST(NotificationName, IsSpelledAsInTheMessageList) {
     EXPECT_EQ(tvctl::checkNotification("TvServiceAudioInfo"), "");
     EXPECT_EQ(tvctl::checkNotification("TvserviceOadProgressNotify"), "");
 }
 
-TEST(NotificationName, IsRefusedWithTheNearestOnes) {
+TEST(NotificationName, IsRejectedWithTheNearestOnes) {
     EXPECT_THAT(tvctl::checkNotification("tvserviceaudioinfo"), HasSubstr("nearest names are TvServiceAudioInfo,"));
     EXPECT_THAT(tvctl::checkNotification("AudioInfo"), HasSubstr("nearest names are TvServiceAudioInfo,"));
     EXPECT_THAT(tvctl::checkNotification("TvServiceAudioReq"),
@@ -277,7 +277,7 @@ TEST(NotificationName, IsRefusedWithTheNearestOnes) {
     EXPECT_LT(tvctl::checkNotification(std::string(4096, 'x')).size(), 300U);
 }
 
-TEST(WatchVerb, RefusesArgumentsThatItDoesNotKnow) {
+TEST(WatchVerb, RejectsUnknownArguments) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(tvctl::runWatch({}, {"TvServiceAudoInfo"}), tvctl::exitUsage);
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("TvServiceAudioInfo"));

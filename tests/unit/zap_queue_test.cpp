@@ -1,4 +1,4 @@
-// What a zapping user requests: the queue alone, and the queue over the resource manager in simulated time.
+// The queue of a zapping user's requests: alone, and with the resource manager in simulated time.
 #include "unit/resource-manager-fixture.h"
 
 #include <tvservice-adapter/zap-queue.h>
@@ -24,7 +24,7 @@ std::string show(const ZapOutcome& outcome) {
     return text;
 }
 
-// The queue over an adapter that the test plays: what it was sent, and what it still has.
+// The queue with an adapter that the test plays: the requests sent to it, and those it still has.
 class ZapQueueTest : public testing::Test {
 protected:
     std::vector<std::string> sentUris() const {
@@ -34,34 +34,34 @@ protected:
         return uris;
     }
     void answer(const TvServiceReq_t& request, int result = 0) {
-        had.erase(request.reqId);
+        pending.erase(request.reqId);
         queue.answer({info(request.terminal.type, request.terminal.id, request.reqId, result, request.uri)});
     }
-    // The adapter gives up what it has.
-    void drop() { had.clear(); }
+    // The adapter drops all its requests.
+    void drop() { pending.clear(); }
     void pass(std::chrono::nanoseconds time) { now += time; }
 
     std::vector<TvServiceReq_t> sent;
-    std::set<std::string> had; // request ids
+    std::set<std::string> pending; // request ids
     std::vector<std::string> outcomes;
     ZapQueue::Clock::time_point now{100s};
     int sendResult = 0;
-    std::function<void()> duringSend, whenAsked, whenReported;
+    std::function<void()> duringSend, onQuery, onReport;
     ZapQueue queue{{[this](const TvServiceReq_t& request) {
                         if (duringSend) std::exchange(duringSend, nullptr)();
                         if (sendResult != 0) return sendResult;
-                        had.insert(request.reqId);
+                        pending.insert(request.reqId);
                         sent.push_back(request);
                         return 0;
                     },
                     [this](const std::string& reqId) {
-                        if (whenAsked) std::exchange(whenAsked, nullptr)();
-                        return had.count(reqId) == 1;
+                        if (onQuery) std::exchange(onQuery, nullptr)();
+                        return pending.count(reqId) == 1;
                     },
                     [this] { return now; },
                     [this](const ZapOutcome& outcome) {
                         outcomes.push_back(show(outcome));
-                        if (whenReported) std::exchange(whenReported, nullptr)();
+                        if (onReport) std::exchange(onReport, nullptr)();
                     }}};
 };
 
@@ -71,7 +71,7 @@ TEST_F(ZapQueueTest, SendsTheFirstRequestAtOnce) {
     EXPECT_THAT(outcomes, IsEmpty());
 }
 
-TEST_F(ZapQueueTest, PassesOnARequestUnchangedButForItsId) {
+TEST_F(ZapQueueTest, PassesOnARequestUnchangedExceptForItsId) {
     TvServiceReq_t asked = channel(3, "a");
     asked.uuid = "u";
     asked.strParamList = {"x", "y"};
@@ -96,7 +96,7 @@ TEST_F(ZapQueueTest, EndsOnTheLastOfTwentyQuickZapsAfterTwoRequests) {
     EXPECT_EQ(outcomes[19], "answered 20 0");
 }
 
-TEST_F(ZapQueueTest, ReportsARefusalOfTheServiceAsAnAnswer) {
+TEST_F(ZapQueueTest, ReportsARejectionByTheServiceAsAnAnswer) {
     queue.want(channel(0, "a"));
     queue.want(channel(0, "b"));
     answer(sent[0], 2);
@@ -104,22 +104,22 @@ TEST_F(ZapQueueTest, ReportsARefusalOfTheServiceAsAnAnswer) {
     EXPECT_THAT(sentUris(), ElementsAre("a", "b"));
 }
 
-TEST_F(ZapQueueTest, TakesTheResultOfItsOwnTerminal) {
+TEST_F(ZapQueueTest, UsesTheResultOfItsOwnTerminal) {
     queue.want(channel(1, "a"));
     queue.answer({info(0, 0, sent[0].reqId, 5), info(0, 1, sent[0].reqId, 2)});
     EXPECT_THAT(outcomes, ElementsAre("answered a 2"));
 }
 
-TEST_F(ZapQueueTest, DoesNotAskBeforeTheLimitWhetherARequestWasDropped) {
+TEST_F(ZapQueueTest, DoesNotAskBeforeTheTimeoutWhetherARequestWasDropped) {
     queue.want(channel(0, "a"));
-    bool asked = false;
-    whenAsked = [&] { asked = true; };
+    bool queried = false;
+    onQuery = [&] { queried = true; };
     pass(5s - 1ns);
     queue.look();
-    EXPECT_FALSE(asked);
+    EXPECT_FALSE(queried);
     pass(1ns);
     queue.look();
-    EXPECT_TRUE(asked);
+    EXPECT_TRUE(queried);
 }
 
 TEST_F(ZapQueueTest, WaitsForAnOverdueAnswerAsLongAsTheAdapterDoes) {
@@ -132,7 +132,7 @@ TEST_F(ZapQueueTest, WaitsForAnOverdueAnswerAsLongAsTheAdapterDoes) {
     EXPECT_THAT(sentUris(), ElementsAre("a", "b"));
 }
 
-TEST_F(ZapQueueTest, SendsTheNewestRequestOnceTheOneBeforeWasDropped) {
+TEST_F(ZapQueueTest, SendsTheNewestRequestOnceThePreviousOneWasDropped) {
     for (const char* uri : {"a", "b", "c"}) queue.want(channel(0, uri));
     pass(6s);
     drop();
@@ -141,7 +141,7 @@ TEST_F(ZapQueueTest, SendsTheNewestRequestOnceTheOneBeforeWasDropped) {
     EXPECT_THAT(outcomes, ElementsAre("replaced b", "dropped a"));
 }
 
-TEST_F(ZapQueueTest, TakesALateAnswerForNoOther) {
+TEST_F(ZapQueueTest, DoesNotMatchALateAnswerToAnotherRequest) {
     queue.want(channel(0, "a"));
     queue.want(channel(0, "b"));
     pass(6s);
@@ -153,7 +153,7 @@ TEST_F(ZapQueueTest, TakesALateAnswerForNoOther) {
     EXPECT_THAT(outcomes, ElementsAre("dropped a"));
 }
 
-TEST_F(ZapQueueTest, TakesAnAnswerThatComesTwiceOnlyOnce) {
+TEST_F(ZapQueueTest, IgnoresADuplicateAnswer) {
     for (const char* uri : {"a", "b", "c"}) queue.want(channel(0, uri));
     const auto first = sent[0];
     answer(first);
@@ -162,11 +162,11 @@ TEST_F(ZapQueueTest, TakesAnAnswerThatComesTwiceOnlyOnce) {
     EXPECT_THAT(outcomes, ElementsAre("replaced b", "answered a 0"));
 }
 
-TEST_F(ZapQueueTest, TakesAnAnswerThatComesWhileItAsksWhetherTheRequestWasDropped) {
+TEST_F(ZapQueueTest, AcceptsAnAnswerWhileItAsksWhetherTheRequestWasDropped) {
     queue.want(channel(0, "a"));
     queue.want(channel(0, "b"));
     pass(5s);
-    whenAsked = [this] { answer(sent[0]); };
+    onQuery = [this] { answer(sent[0]); };
     queue.look();
     EXPECT_THAT(sentUris(), ElementsAre("a", "b"));
     EXPECT_THAT(outcomes, ElementsAre("answered a 0"));
@@ -180,7 +180,7 @@ TEST_F(ZapQueueTest, IgnoresAnswersToOthers) {
     EXPECT_THAT(outcomes, IsEmpty());
 }
 
-TEST_F(ZapQueueTest, ServesTerminalsInTheOrderInWhichTheyWereWanted) {
+TEST_F(ZapQueueTest, ServesTerminalsInTheOrderOfTheirRequests) {
     queue.want(channel(0, "a0"));
     queue.want(channel(1, "a1"));
     queue.want(channel(0, "b0"));
@@ -207,15 +207,15 @@ TEST_F(ZapQueueTest, HoldsAllTerminalsBackWhileOneIsOverdue) {
     EXPECT_THAT(sentUris(), ElementsAre("lost"));
 }
 
-TEST_F(ZapQueueTest, RefusesMoreTerminalsThanItKeeps) {
+TEST_F(ZapQueueTest, RejectsMoreTerminalsThanItCanHold) {
     queue.want(channel(0, "a"));
     for (std::size_t i = 1; i <= ZapQueue::mostWaiting; ++i) EXPECT_EQ(queue.want(channel(int(i), "b")), 0);
     EXPECT_EQ(queue.want(channel(0, "c")), ZapQueue::tooManyWaiting);
-    EXPECT_EQ(queue.want(channel(7, "c")), 0); // takes the place of its terminal's
+    EXPECT_EQ(queue.want(channel(7, "c")), 0); // replaces the request of its terminal
     EXPECT_THAT(outcomes, ElementsAre("replaced b"));
 }
 
-TEST_F(ZapQueueTest, ReportsWhatCouldNotBeSentAndGoesOn) {
+TEST_F(ZapQueueTest, ReportsRequestsThatCouldNotBeSentAndContinues) {
     sendResult = -1;
     queue.want(channel(0, "a"));
     EXPECT_THAT(outcomes, ElementsAre("notSent a"));
@@ -227,7 +227,7 @@ TEST_F(ZapQueueTest, ReportsWhatCouldNotBeSentAndGoesOn) {
     EXPECT_THAT(sentUris(), ElementsAre("c"));
 }
 
-TEST_F(ZapQueueTest, SendsWhatWaitsAfterOneThatCouldNotBeSent) {
+TEST_F(ZapQueueTest, SendsTheNextRequestAfterOneThatCouldNotBeSent) {
     duringSend = [this] {
         queue.want(channel(0, "b"));
         throw std::bad_alloc();
@@ -237,21 +237,21 @@ TEST_F(ZapQueueTest, SendsWhatWaitsAfterOneThatCouldNotBeSent) {
     EXPECT_THAT(sentUris(), ElementsAre("b"));
 }
 
-TEST_F(ZapQueueTest, AsksAgainWhenItCouldNotAsk) {
+TEST_F(ZapQueueTest, AsksAgainWhenAskingFails) {
     queue.want(channel(0, "a"));
     pass(6s);
     drop();
-    whenAsked = [] { throw std::bad_alloc(); };
+    onQuery = [] { throw std::bad_alloc(); };
     queue.look();
     EXPECT_THAT(outcomes, IsEmpty());
     queue.look();
     EXPECT_THAT(outcomes, ElementsAre("dropped a"));
 }
 
-TEST_F(ZapQueueTest, DoesNotMissARequestWhoseSendingTakesLongerThanTheLimit) {
+TEST_F(ZapQueueTest, KeepsARequestWhoseSendingTakesLongerThanTheTimeout) {
     duringSend = [this] {
         pass(10s);
-        queue.look(); // the adapter does not have it yet, so it was not dropped
+        queue.look(); // the adapter does not have it yet; that must not count as dropped
     };
     queue.want(channel(0, "a"));
     EXPECT_THAT(outcomes, IsEmpty());
@@ -259,14 +259,14 @@ TEST_F(ZapQueueTest, DoesNotMissARequestWhoseSendingTakesLongerThanTheLimit) {
     EXPECT_THAT(outcomes, ElementsAre("answered a 0"));
 }
 
-TEST_F(ZapQueueTest, TakesARequestFromInsideAReport) {
-    whenReported = [this] { queue.want(channel(0, "b")); };
+TEST_F(ZapQueueTest, AcceptsARequestDuringAReport) {
+    onReport = [this] { queue.want(channel(0, "b")); };
     queue.want(channel(0, "a"));
     answer(sent[0]);
     EXPECT_THAT(sentUris(), ElementsAre("a", "b"));
 }
 
-TEST_F(ZapQueueTest, ForgetsWhatWaitsForATerminal) {
+TEST_F(ZapQueueTest, DropsTheQueuedRequestOfATerminal) {
     queue.want(channel(0, "a"));
     queue.want(channel(0, "b"));
     queue.want(channel(1, "c"));
@@ -323,7 +323,8 @@ TEST(ZapQueueIds, CountTheRequestsOfAQueueAndShowNoAddress) {
     EXPECT_LE(ids[0].size(), std::string("zap-4294967295-1000-1").size());
 }
 
-// Over the manager. Time passes a tick at a time, in which the worker may work and the queue looks.
+// The queue with the resource manager. Time advances tick by tick. In each tick the worker may work and the queue
+// checks its requests.
 class ZapsOverTheManager : public ResManagerTest {
 protected:
     static constexpr auto tick = 250ms;
@@ -336,20 +337,20 @@ protected:
             });
     }
 
-    // Plays for so long; each tick something happens first.
+    // Simulates this much time. Each tick begins with a call of action.
     void play(
-        std::chrono::milliseconds time, const std::function<void()>& happens = [] {}) {
+        std::chrono::milliseconds time, const std::function<void()>& action = [] {}) {
         for (const auto end = now() + time; now() < end;) {
-            // A wait of the worker: a second, in four ticks, in which a new request starts a new second.
-            happens();
+            // The worker waits a second, which is four ticks. A new request restarts the second.
+            action();
             queue.look();
             while (manager.hasSomethingToSend()) manager.work();
             SimulatedTime::get().now += tick;
-            quiet = asked ? 0ms : quiet + tick;
-            asked = false;
+            quiet = requested ? 0ms : quiet + tick;
+            requested = false;
             if (quiet < 1s) continue;
             quiet = 0ms;
-            manager.work(); // the second is over: a look at the clock
+            manager.work(); // the second is over, so the worker checks the clock
         }
     }
     static std::chrono::steady_clock::time_point now() { return SimulatedTime::get().now; }
@@ -364,11 +365,11 @@ protected:
         bool hasSomethingToSend() const { return !onSleep(); }
     };
     WaitingManager manager;
-    bool asked = false; // in this tick
+    bool requested = false; // in this tick
     std::chrono::milliseconds quiet{};
     std::vector<std::string> outcomes;
     ZapQueue queue{{[this](const TvServiceReq_t& request) {
-                        asked = true;
+                        requested = true;
                         return manager.ask({request});
                     },
                     [this](const std::string& reqId) {
@@ -394,7 +395,7 @@ TEST_F(ZapsOverTheManager, ALostAnswerCostsLessThanSevenAndAHalfSecondsHoweverFa
 TEST_F(ZapsOverTheManager, WithoutZapsALostAnswerIsAwaitedAsLongAsRequestsCome) {
     manager.ask({channel(0, "lost")});
     play(60s, [&] {
-        asked = true;
+        requested = true;
         manager.ask({channel(0, "next")});
     });
     EXPECT_EQ(manager.sent.size(), 1U);
@@ -408,7 +409,7 @@ TEST_F(ZapsOverTheManager, AStopAfterZapsIsExecutedLast) {
     play(tick);
     answerFront();
     play(tick);
-    ASSERT_EQ(manager.sent.size(), 3U); // a stop goes to both services
+    ASSERT_EQ(manager.sent.size(), 3U); // a stop is sent to both services
     EXPECT_THAT(manager.sent[1], testing::HasSubstr("MM 0:0=rec://plain/null"));
     EXPECT_THAT(manager.sent[2], testing::HasSubstr("TV 0:0=rec://plain/null"));
 }

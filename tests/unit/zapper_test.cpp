@@ -1,4 +1,4 @@
-// A zapper on a started adapter, with the resource manager's own thread and those of several callers.
+// A zapper on a started adapter, with the resource manager's thread and the threads of several callers.
 #include "resource-manager.h"
 #include "support/adapter-process.h"
 
@@ -21,8 +21,7 @@ using namespace std::chrono_literals;
 
 constexpr auto timeout = 60s;
 
-// A TV service that answers every request on a thread of its own, as a receiving thread brings answers, unless it is
-// muted.
+// A TV service that answers every request on its own thread, as a receiving thread does, unless muted.
 class AnsweringService : public support::RegisteredTvService {
 public:
     static AnsweringService& get() {
@@ -55,7 +54,7 @@ public:
         return changed_.wait_for(lock, timeout, [&] { return condition(sent_); });
     }
 
-    // Waits until nothing is being answered: the manager is destroyed when the process ends.
+    // Waits until no answer is in progress, because the manager is destroyed when the process ends.
     void settle() {
         std::unique_lock lock(mutex_);
         EXPECT_TRUE(changed_.wait_for(lock, timeout, [&] { return answers_.empty() && !answering_; }));
@@ -87,7 +86,8 @@ private:
     bool muted_ = false, answering_ = false;
 };
 
-// The manager's time runs a hundred times faster, so that it drops what is lost after 50 ms; the zapper's does not.
+// The manager's clock runs a hundred times faster, so that it drops lost requests after 50 ms. The zapper's clock does
+// not.
 ModelTvServiceAdapter& startedAdapter() {
     static auto& adapter = *[] {
         resClock = [] {
@@ -140,7 +140,7 @@ protected:
         service.takeSent();
     }
     ~ZapperTest() override {
-        // What the manager still has would be sent, and answered, while the process ends.
+        // Otherwise the manager's remaining requests would be sent and answered while the process ends.
         const auto end = std::chrono::steady_clock::now() + timeout;
         while (!startedAdapter().bundles().empty() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
         service.settle();
@@ -169,7 +169,7 @@ TEST_F(ZapperTest, GivesEveryRequestOfSeveralThreadsOneOutcome) {
     EXPECT_EQ(static_cast<int>(service.takeSent().size()), outcomes.of(ZapOutcome::Kind::answered));
 }
 
-TEST_F(ZapperTest, SendsTheNextRequestWhenTheAdapterHasDroppedTheOneBefore) {
+TEST_F(ZapperTest, SendsTheNextRequestWhenTheAdapterHasDroppedThePreviousOne) {
     service.mute(true);
     Zapper zapper(adapter, noting());
     zapper.want(channel(1, "dvb://lost"));
@@ -184,7 +184,7 @@ TEST_F(ZapperTest, SendsTheNextRequestWhenTheAdapterHasDroppedTheOneBefore) {
     EXPECT_EQ(service.takeSent(), (std::vector<std::string>{"dvb://lost", "dvb://3"}));
 }
 
-TEST_F(ZapperTest, TakesRequestsFromInsideItsReports) {
+TEST_F(ZapperTest, AcceptsRequestsDuringItsReports) {
     std::unique_ptr<Zapper> zapper;
     std::atomic<int> left{20};
     zapper = std::make_unique<Zapper>(adapter, [&](const ZapOutcome& outcome) {
@@ -195,7 +195,7 @@ TEST_F(ZapperTest, TakesRequestsFromInsideItsReports) {
     EXPECT_TRUE(outcomes.waitFor([&] { return outcomes.of(ZapOutcome::Kind::answered) == 21; }));
 }
 
-TEST_F(ZapperTest, EndsWithARequestUnderWayAndReportsNothingMore) {
+TEST_F(ZapperTest, EndsWhileARequestIsPendingAndReportsNothingMore) {
     service.mute(true);
     {
         Zapper zapper(adapter, noting());
@@ -204,7 +204,7 @@ TEST_F(ZapperTest, EndsWithARequestUnderWayAndReportsNothingMore) {
         ASSERT_TRUE(service.waitFor([](const auto& sent) { return sent.size() == 1; }));
     }
     service.mute(false);
-    // The adapter goes on by itself: what others ask for is answered after what was lost.
+    // The adapter continues: requests of others are answered after the lost one.
     Zapper next(adapter, noting());
     next.want(channel(0, "dvb://next"));
     EXPECT_TRUE(outcomes.waitFor([&] { return outcomes.all() == 1; }));
@@ -212,7 +212,7 @@ TEST_F(ZapperTest, EndsWithARequestUnderWayAndReportsNothingMore) {
     EXPECT_EQ(service.takeSent(), (std::vector<std::string>{"dvb://lost", "dvb://next"}));
 }
 
-TEST_F(ZapperTest, RefusesRequestsOnceItHasEnded) {
+TEST_F(ZapperTest, RejectsRequestsOnceItHasEnded) {
     Zapper zapper(adapter, noting());
     zapper.end();
     zapper.end();
@@ -221,7 +221,7 @@ TEST_F(ZapperTest, RefusesRequestsOnceItHasEnded) {
     EXPECT_EQ(outcomes.all(), 0);
 }
 
-TEST_F(ZapperTest, EndsWhileAnswersCome) {
+TEST_F(ZapperTest, EndsWhileAnswersArrive) {
     for (int i = 0; i < 200; ++i) {
         Zapper zapper(adapter, noting());
         for (int terminal = 0; terminal < 3; ++terminal) zapper.want(channel(terminal, "dvb://1"));

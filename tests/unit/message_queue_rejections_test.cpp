@@ -1,4 +1,4 @@
-// A service's listener while many clients connect that it rejects.
+// A service's listener while it rejects many clients.
 #include "queue/service-channel.h"
 #include "support/queue-fixture.h"
 #include "transport/local-transport.h"
@@ -33,7 +33,7 @@ private:
 
 class ServiceListener : public MessageQueue {};
 
-// Else connected clients would wait until the last of a crowd is rejected.
+// Otherwise connected clients would wait until all new ones are rejected.
 TEST_F(ServiceListener, RejectsOnlyAFewClientsAtATime) {
     const host::LogCapture log({0x0202});
     boost::asio::io_context io{1};
