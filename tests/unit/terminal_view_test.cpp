@@ -1,6 +1,6 @@
 // What the control application lists for each terminal.
 #include "control/src/log.h"
-#include "control/src/looking-commands.h"
+#include "control/src/state-commands.h"
 #include "shell/command-table.h"
 
 #include <genrpc/json.h>
@@ -47,7 +47,7 @@ struct Terminals : testing::Test {
     control::TerminalView view;
     control::NotificationLog notifications;
     appovshell::CommandTable shell;
-    control::LookingCommands commands{adapter, view, notifications, shell};
+    control::StateCommands commands{adapter, view, notifications, shell};
 };
 
 TEST_F(Terminals, AreNoneBeforeAnAnswer) { EXPECT_THAT(shown(), IsEmpty()); }
