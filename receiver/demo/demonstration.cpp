@@ -16,11 +16,11 @@ constexpr const char* live = "dvb://1.1.1";
 constexpr const char* stopped = "rec://plain/null";
 constexpr int cannotOpen = 3;
 constexpr Microseconds answerLimit{5000000};
-constexpr Milliseconds dropLimit{15000}; // the manager looks once a second, a loaded machine later
+constexpr Milliseconds dropLimit{15000}; // the manager checks once a second, a loaded machine later
 constexpr const char* dropped = "timeout 5s, erase it";
 
-// A log line's text without the place in the source that it begins with.
-std::string withoutPlace(const std::string& text) {
+// A log line's text without the source location at its beginning.
+std::string withoutLocation(const std::string& text) {
     const auto end = text.find("(): ");
     return end == std::string::npos ? text : text.substr(end + 4);
 }
@@ -80,53 +80,53 @@ void Demonstration::run() {
 // ---- the steps ----
 
 void Demonstration::liveChannel() {
-    Asked asked = ask("0:0", live);
-    expectAnswers(asked, {{asked.reqId, "0:0", 0, live}});
-    expectSteps(asked, {"SendingStart", "Receiving", "finished"});
-    addRow(asked, "0", timeOf(asked, "finished"));
-    screen_.good("shown; the TV service changes over by itself");
+    Request request = ask("0:0", live);
+    expectAnswers(request, {{request.reqId, "0:0", 0, live}});
+    expectSteps(request, {"SendingStart", "Receiving", "finished"});
+    addRow(request, "0", timeOf(request, "finished"));
+    screen_.good("shown; the TV service switches over by itself");
 }
 
 void Demonstration::file() {
-    Asked asked = ask("0:0", film_);
-    expectAnswers(asked, {{asked.reqId, "0:0", 0, film_}});
-    expectSteps(asked, {"SendingStop", "WaitingStop", "WaitingStop", "SendingStart", "WaitingStart", "finished"});
-    addRow(asked, "0", timeOf(asked, "finished"));
+    Request request = ask("0:0", film_);
+    expectAnswers(request, {{request.reqId, "0:0", 0, film_}});
+    expectSteps(request, {"SendingStop", "WaitingStop", "WaitingStop", "SendingStart", "WaitingStart", "finished"});
+    addRow(request, "0", timeOf(request, "finished"));
     screen_.good("the MM service played once both services had stopped");
 }
 
 void Demonstration::liveChannelAfterFile() {
-    Asked asked = ask("0:0", live);
-    expectAnswers(asked, {{asked.reqId, "0:0", 0, live}});
-    expectSteps(asked, {"SendingStop", "WaitingStop,ResResponse::ResponseMM, all ResResponse::ResponseMM",
-                        "SendingStart", "WaitingStart,ResResponse::ResponseTV", "finished"});
-    addRow(asked, "0", timeOf(asked, "finished"));
+    Request request = ask("0:0", live);
+    expectAnswers(request, {{request.reqId, "0:0", 0, live}});
+    expectSteps(request, {"SendingStop", "WaitingStop,ResResponse::ResponseMM, all ResResponse::ResponseMM",
+                          "SendingStart", "WaitingStart,ResResponse::ResponseTV", "finished"});
+    addRow(request, "0", timeOf(request, "finished"));
     screen_.good("the MM service stopped first");
 }
 
 void Demonstration::fiveTerminals() {
-    Asked asked = ask("0:0,1:0,2:0,3:0,4:0", live);
+    Request request = ask("0:0,1:0,2:0,3:0,4:0", live);
     std::vector<Answer> expected;
     for (const char* terminal : {"0:0", "1:0", "2:0", "3:0", "4:0"})
-        expected.push_back({asked.reqId, terminal, 0, live});
-    expectAnswers(asked, expected);
-    addRow(asked, "0 five times", timeOf(asked, "finished"));
+        expected.push_back({request.reqId, terminal, 0, live});
+    expectAnswers(request, expected);
+    addRow(request, "0 five times", timeOf(request, "finished"));
     screen_.good("one request, one answer list");
 }
 
 void Demonstration::missingFile() {
     const std::string missing = "file://" + (kit_.folder() / "missing.ts").string();
-    Asked asked = ask("3:0", missing);
-    expectAnswers(asked, {{asked.reqId, "3:0", cannotOpen, missing}});
-    addRow(asked, std::to_string(cannotOpen), timeOf(asked, "finished"));
+    Request request = ask("3:0", missing);
+    expectAnswers(request, {{request.reqId, "3:0", cannotOpen, missing}});
+    addRow(request, std::to_string(cannotOpen), timeOf(request, "finished"));
     screen_.good("the service's reason reached the client");
 }
 
 void Demonstration::mediaServiceHangs() {
     kit_.freeze(Part::mmService);
     screen_.line("", "the MM service is frozen");
-    Asked hanging = ask("1:0", film_);
-    Asked next = ask("2:0", live);
+    Request hanging = ask("1:0", film_);
+    Request next = ask("2:0", live);
     addRow(hanging, "dropped", expectDropped(hanging));
     expectAnswers(next, {{next.reqId, "2:0", 0, live}});
     addRow(next, "0", timeOf(next, "finished"));
@@ -134,14 +134,14 @@ void Demonstration::mediaServiceHangs() {
     kit_.thaw(Part::mmService);
     screen_.line("", "the MM service goes on; its answer to the stop comes late");
     expectAnswers(hanging, {{hanging.reqId, "1:0", 0, stopped}});
-    screen_.good("the next bundle was carried out; the late answer was passed on as it is");
+    screen_.good("the next bundle was executed; the late answer was passed on unchanged");
 }
 
 void Demonstration::tvServiceHangs() {
     kit_.freeze(Part::tvService);
     screen_.line("", "the TV service is frozen");
-    Asked hanging = ask("0:0", live);
-    Asked next = ask("2:0", live);
+    Request hanging = ask("0:0", live);
+    Request next = ask("2:0", live);
     addRow(hanging, "dropped, run log", expectDropped(hanging));
 
     nlohmann::json records;
@@ -155,23 +155,23 @@ void Demonstration::tvServiceHangs() {
     const std::string logCode = record.at("logCode"), errorCode = record.at("errorCode"), text = record.at("logText");
     screen_.line("run log", logCode + ' ' + errorCode + ' ' + text);
     if (logCode != "004001" || errorCode != "00400109" || text.find(live) == std::string::npos)
-        throw ReceiverError("that entry of the run log is not about the dropped request");
+        throw ReceiverError("the newest run log entry is not about the dropped request");
 
     kit_.thaw(Part::tvService);
     screen_.line("", "the TV service goes on; its first answer comes late");
     expectAnswers(hanging, {{hanging.reqId, "0:0", 0, live}});
     expectAnswers(next, {{next.reqId, "2:0", 0, live}});
     addRow(next, "0", timeOf(next, "finished"));
-    screen_.good("the main terminal's failure has a lasting record; the next bundle was carried out");
+    screen_.good("the main terminal's failure has a lasting record; the next bundle was executed");
 }
 
 void Demonstration::serviceRestarts() {
     kit_.kill(Part::tvService);
     kit_.start(Part::tvService);
     screen_.line("", "the TV service was killed and started again");
-    Asked asked = ask("0:0", "dvb://1.1.2");
-    expectAnswers(asked, {{asked.reqId, "0:0", 0, "dvb://1.1.2"}});
-    addRow(asked, "0", timeOf(asked, "finished"));
+    Request request = ask("0:0", "dvb://1.1.2");
+    expectAnswers(request, {{request.reqId, "0:0", 0, "dvb://1.1.2"}});
+    addRow(request, "0", timeOf(request, "finished"));
     screen_.good("connected again, the next request works");
 }
 
@@ -198,55 +198,56 @@ void Demonstration::statistics() {
 
 // ---- asking and checking ----
 
-Demonstration::Asked Demonstration::ask(const std::string& terminals, const std::string& uri) {
-    Asked asked;
-    asked.text = "play " + terminals + ' ' + uri;
-    asked.time = std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
-    asked.reqId = kit_.play(terminals, uri);
-    screen_.line("asked", asked.text + " (request " + asked.reqId + ')');
-    return asked;
+Demonstration::Request Demonstration::ask(const std::string& terminals, const std::string& uri) {
+    Request request;
+    request.text = "play " + terminals + ' ' + uri;
+    request.time = std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
+    request.reqId = kit_.play(terminals, uri);
+    screen_.line("asked", request.text + " (request " + request.reqId + ')');
+    return request;
 }
 
-void Demonstration::showSteps(Asked& asked) const {
-    const auto lines = kit_.stepsOf(asked.reqId);
-    for (; asked.shown < lines.size(); ++asked.shown)
-        screen_.event(lines[asked.shown].time - asked.time, withoutPlace(lines[asked.shown].text));
+void Demonstration::showSteps(Request& request) const {
+    const auto lines = kit_.stepsOf(request.reqId);
+    for (; request.shown < lines.size(); ++request.shown)
+        screen_.event(lines[request.shown].time - request.time, withoutLocation(lines[request.shown].text));
 }
 
-void Demonstration::expectAnswers(Asked& asked, const std::vector<Answer>& expected) {
-    const std::vector<Answer> got = kit_.waitForAnswers(asked.reqId, expected.size());
-    showSteps(asked);
+void Demonstration::expectAnswers(Request& request, const std::vector<Answer>& expected) {
+    const std::vector<Answer> got = kit_.waitForAnswers(request.reqId, expected.size());
+    showSteps(request);
     for (const Answer& answer : got) screen_.line("answered", textOf(answer));
     if (textOf(got) != textOf(expected))
-        throw ReceiverError(asked.text + ": expected the answers " + textOf(expected) + ", got " + textOf(got));
+        throw ReceiverError(request.text + ": expected the answers " + textOf(expected) + ", got " + textOf(got));
 }
 
-void Demonstration::expectSteps(const Asked& asked, const std::vector<std::string>& texts) {
+void Demonstration::expectSteps(const Request& request, const std::vector<std::string>& texts) {
     auto wanted = texts.begin();
-    for (const auto& line : kit_.stepsOf(asked.reqId))
+    for (const auto& line : kit_.stepsOf(request.reqId))
         if (wanted != texts.end() && line.text.find(*wanted) != std::string::npos) ++wanted;
     if (wanted != texts.end())
-        throw ReceiverError(asked.text + ": the step \"" + *wanted + "\" did not happen, or not in its turn");
+        throw ReceiverError(request.text + ": the step \"" + *wanted + "\" did not happen, or not in this order");
 }
 
-Microseconds Demonstration::expectDropped(Asked& asked) {
-    const Microseconds after = kit_.waitForStep(asked.reqId, dropped, dropLimit).time - asked.time;
-    showSteps(asked);
-    if (after <= answerLimit) throw ReceiverError(asked.text + ": dropped after " + inMilliseconds(after) + " already");
-    if (const auto answers = kit_.answersTo(asked.reqId); !answers.empty())
-        throw ReceiverError(asked.text + ": expected no answers, got " + textOf(answers));
+Microseconds Demonstration::expectDropped(Request& request) {
+    const Microseconds after = kit_.waitForStep(request.reqId, dropped, dropLimit).time - request.time;
+    showSteps(request);
+    if (after <= answerLimit)
+        throw ReceiverError(request.text + ": dropped after " + inMilliseconds(after) + " already");
+    if (const auto answers = kit_.answersTo(request.reqId); !answers.empty())
+        throw ReceiverError(request.text + ": expected no answers, got " + textOf(answers));
     return after;
 }
 
-void Demonstration::addRow(const Asked& asked, const std::string& result, Microseconds time) {
+void Demonstration::addRow(const Request& request, const std::string& result, Microseconds time) {
     const std::string folder = kit_.folder().string();
-    std::string text = asked.text; // short enough for a column
+    std::string text = request.text; // short enough for a column
     if (const auto at = text.find(folder); at != std::string::npos) text.replace(at, folder.size(), "...");
     rows_.push_back({number_, text, result, inMilliseconds(time)});
 }
 
-Microseconds Demonstration::timeOf(const Asked& asked, const std::string& text) {
-    return kit_.waitForStep(asked.reqId, text).time - asked.time;
+Microseconds Demonstration::timeOf(const Request& request, const std::string& text) {
+    return kit_.waitForStep(request.reqId, text).time - request.time;
 }
 
 } // namespace demo

@@ -1,4 +1,5 @@
-// A running receiver's play path and the rest of what its TV service takes and tells, shown and checked step by step.
+// Shows and checks, step by step, a running receiver's play path and the other requests and notifications of its TV
+// service.
 #pragma once
 
 #include "screen.h"
@@ -14,14 +15,14 @@ class Demonstration {
 public:
     Demonstration(receiver::ReceiverKit& kit, const Screen& screen);
 
-    // Throws receiver::ReceiverError, which names the step, for what is not as expected.
+    // Throws receiver::ReceiverError, which names the step, when something is not as expected.
     void run();
 
 private:
-    struct Asked {
+    struct Request {
         std::string reqId, text;
         receiver::Time time;
-        std::size_t shown = 0; // of its steps
+        std::size_t shown = 0; // the number of its steps shown
     };
 
     void liveChannel();
@@ -38,33 +39,33 @@ private:
     void tvServiceHangs();
     void serviceRestarts();
 
-    // A notification that is expected, and what its arguments include.
-    struct Told {
+    // A notification, and what its arguments must include.
+    struct Notification {
         const char* message;
         nlohmann::json arguments;
     };
-    // Runs a command, waits for the notifications that it leads to, shows all up to the last of them, and adds a row
-    // with result for people.
-    void expectTold(const std::vector<std::string>& command, const std::vector<Told>& expected,
-                    const std::string& result, receiver::Part part = receiver::Part::frameHost);
+    // Runs a command, waits for the expected notifications, shows all up to the last of them, and adds a row with the
+    // result text.
+    void expectNotifications(const std::vector<std::string>& command, const std::vector<Notification>& expected,
+                             const std::string& result, receiver::Part part = receiver::Part::frameHost);
 
-    Asked ask(const std::string& terminals, const std::string& uri);
+    Request ask(const std::string& terminals, const std::string& uri);
     // Waits for the answers to a request, shows what happened and checks that they are the expected ones.
-    void expectAnswers(Asked& asked, const std::vector<receiver::Answer>& expected);
+    void expectAnswers(Request& request, const std::vector<receiver::Answer>& expected);
     // Checks that the request's steps contain these texts in this order.
-    void expectSteps(const Asked& asked, const std::vector<std::string>& texts);
-    // Waits until the request is dropped, shows that, and checks that it took the time limit and gave no answer.
-    std::chrono::microseconds expectDropped(Asked& asked);
-    void showSteps(Asked& asked) const;
+    void expectSteps(const Request& request, const std::vector<std::string>& texts);
+    // Waits until the request is dropped, shows that, and checks that it took the answer timeout and got no answer.
+    std::chrono::microseconds expectDropped(Request& request);
+    void showSteps(Request& request) const;
     void statistics();
-    void addRow(const Asked& asked, const std::string& result, std::chrono::microseconds time);
-    // When the request's step with this text was, from its asking.
-    std::chrono::microseconds timeOf(const Asked& asked, const std::string& text);
+    void addRow(const Request& request, const std::string& result, std::chrono::microseconds time);
+    // The time from the request to its step with this text.
+    std::chrono::microseconds timeOf(const Request& request, const std::string& text);
 
     receiver::ReceiverKit& kit_;
     const Screen& screen_;
     std::string film_;
-    std::string number_; // of the step under way
+    std::string number_; // of the current step
     std::vector<Row> rows_;
 };
 

@@ -18,10 +18,10 @@ volatile std::sig_atomic_t stopRequested = 0;
 
 void requestStop(int) { stopRequested = 1; }
 
-// Runs the shell on the receiver until its user leaves it; the receiver stays up while single commands fail.
+// Runs a shell on the receiver until the user exits. A failing command does not stop the receiver.
 int runShell(receiver::ReceiverKit& kit, const receiver::Places& places) {
     std::cout << "The receiver is up. RUNTIME_DIRECTORY=" << kit.runtimeFolder().string() << std::endl;
-    std::signal(SIGINT, SIG_IGN); // the terminal's interrupt is the shell's
+    std::signal(SIGINT, SIG_IGN); // Ctrl-C is for the shell
     receiver::ChildProcess shell(
         {places.programs / "tvctl",
          {"shell"},
@@ -38,12 +38,12 @@ int run(const receiver::Places& places, bool withShell) {
         kit.start();
         if (withShell) {
             const int result = runShell(kit, places);
-            const std::string complaints = kit.stop();
-            std::cerr << complaints;
-            return complaints.empty() ? result : failure;
+            const std::string problems = kit.stop();
+            std::cerr << problems;
+            return problems.empty() ? result : failure;
         }
         demo::Demonstration(kit, screen).run();
-        if (const std::string complaints = kit.stop(); !complaints.empty()) throw receiver::ReceiverError(complaints);
+        if (const std::string problems = kit.stop(); !problems.empty()) throw receiver::ReceiverError(problems);
         screen.title("Everything was as expected.");
         return success;
     } catch (const std::exception& error) {

@@ -5,7 +5,7 @@ namespace {
 
 using nlohmann::json;
 
-bool saysNothing(const json& value) {
+bool isZeroOrEmpty(const json& value) {
     return value == json(0) || value == json(false) || value == json("") || value == json::array();
 }
 
@@ -15,14 +15,14 @@ std::string textOf(const std::string& name, const json& value) {
     return name + ' ' + (value.is_string() ? value.get<std::string>() : value.dump());
 }
 
-void append(std::string& text, const char* separator, const std::string& more) {
-    text += (text.empty() ? "" : separator) + more;
+void append(std::string& text, const char* separator, const std::string& part) {
+    text += (text.empty() ? "" : separator) + part;
 }
 
 std::string textOfRecord(const json& record) {
     std::string text;
     for (const auto& [name, value] : record.items())
-        if (!saysNothing(value)) append(text, ", ", textOf(name, value));
+        if (!isZeroOrEmpty(value)) append(text, ", ", textOf(name, value));
     return text;
 }
 

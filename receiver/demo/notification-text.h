@@ -1,4 +1,4 @@
-// A notification's arguments for people.
+// Formats a notification's arguments as text.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -6,8 +6,8 @@
 
 namespace demo {
 
-// Numbers and texts by their names; of records the fields that say something, that is neither zero nor empty:
-// "intParam1 2, terminal 0:0, 4 streams". Records of a list are separated by semicolons.
+// The name and value of each number and text; of records, only the fields that are neither zero nor empty: "intParam1
+// 2, terminal 0:0, 4 streams". Records of a list are separated by semicolons.
 std::string textOfArguments(const nlohmann::json& arguments);
 
 } // namespace demo

@@ -15,7 +15,7 @@ constexpr const char* bold = "1";
 constexpr const char* green = "32";
 constexpr const char* grey = "90";
 constexpr int margin = 2, labelWidth = 10, eventWidth = 11;
-constexpr unsigned short narrowest = 40; // columns; below, lines are left as they are
+constexpr unsigned short narrowest = 40; // columns; narrower terminals get no line breaks
 
 } // namespace
 
@@ -26,9 +26,9 @@ std::string inMilliseconds(std::chrono::microseconds time) {
 }
 
 Screen::Screen() {
-    const char* unwanted = std::getenv("NO_COLOR");
+    const char* noColour = std::getenv("NO_COLOR");
     const bool terminal = isatty(STDOUT_FILENO) == 1;
-    colours_ = terminal && (unwanted == nullptr || *unwanted == '\0');
+    colours_ = terminal && (noColour == nullptr || *noColour == '\0');
     winsize size{};
     const bool known = terminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col >= narrowest;
     width_ = known ? size.ws_col : std::string::npos;
@@ -61,8 +61,8 @@ void Screen::line(const std::string& label, const std::string& text) const {
     std::cout << "  " << std::left << std::setw(labelWidth) << label << wrapped(text, margin + labelWidth) << std::endl;
 }
 
-void Screen::event(std::chrono::microseconds sinceAsked, const std::string& text) const {
-    std::cout << "  " << std::right << std::setw(eventWidth) << inMilliseconds(sinceAsked) << "  "
+void Screen::event(std::chrono::microseconds sinceRequest, const std::string& text) const {
+    std::cout << "  " << std::right << std::setw(eventWidth) << inMilliseconds(sinceRequest) << "  "
               << coloured(grey, wrapped(text, margin + eventWidth + margin)) << std::endl;
 }
 

@@ -1,5 +1,5 @@
-// What the demonstration prints, on stdout; with colours only where they can be seen and are wanted. On a terminal,
-// text that is wider goes on in the next line, below where it began.
+// Prints the demonstration on stdout, with colours only on a terminal and without NO_COLOR. On a terminal, wide text
+// wraps and continues in the column where it began.
 #pragma once
 
 #include <chrono>
@@ -19,11 +19,11 @@ public:
 
     void title(const std::string& text) const;
     void line(const std::string& label, const std::string& text) const;
-    // The same with a name in a column of its own before the text; it has to fit into that.
+    // The same with a name in its own column before the text. The name must fit.
     void line(const std::string& label, const std::string& name, std::size_t nameWidth, const std::string& text) const;
-    void event(std::chrono::microseconds sinceAsked, const std::string& text) const;
+    void event(std::chrono::microseconds sinceRequest, const std::string& text) const;
     void good(const std::string& text) const;
-    void table(const std::vector<Row>& rows) const; // all of one length; the first one holds the headings
+    void table(const std::vector<Row>& rows) const; // of equal length; the first one holds the headings
 
 private:
     std::string coloured(const char* code, const std::string& text) const;

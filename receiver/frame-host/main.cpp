@@ -14,8 +14,8 @@ namespace {
 
 enum ExitCode { success = 0, failure = 1, usage = 2, badData = 6 };
 
-// Starts the debug shell, then loads the libraries in order; the first that does not come up ends the process. The
-// shell comes first because the adapter cannot do without one: it looks for a shell, and finds the process's.
+// Starts the debug shell, then loads the libraries in order; the first failure ends the process. The shell starts first
+// because the adapter needs one: it looks for a shell, and finds the process's.
 int loadAll(void* context) {
     try {
         host::startShell();

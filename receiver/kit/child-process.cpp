@@ -26,7 +26,7 @@ std::vector<std::string> environmentWith(const std::map<std::string, std::string
         const std::string name = text.substr(0, text.find('='));
         if (!belongsToAReceiver(name) && !added.contains(name)) result.push_back(text);
     }
-    // Nor is anything taken of the configuration that the user keeps for receivers.
+    // Also ignores the user's own configuration for receivers.
     if (!added.contains("TVSA_CONFIG")) result.push_back("TVSA_CONFIG=/dev/null");
     for (const auto& [name, value] : added) result.push_back(name + '=' + value);
     return result;
@@ -52,16 +52,16 @@ struct Descriptor {
     }
 };
 
-// Between fork and exec, where only the system's own calls are safe. Returns what went wrong.
+// Runs between fork and exec, where only system calls are safe. Returns the error number.
 int becomeProgram(pid_t parent, int log, char* const* arguments, char* const* environment) {
-    // The parent may have died before the request to follow it was made.
+    // The parent may have died before prctl.
     if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0) return errno;
     if (getppid() != parent) return ESRCH;
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     if (log >= 0) {
-        // Out of reach of the terminal's keys: the parent decides when its receiver ends.
+        // A process group of its own, out of reach of Ctrl-C: the parent decides when its receiver ends.
         setpgid(0, 0);
         if (dup2(log, STDOUT_FILENO) < 0 || dup2(log, STDERR_FILENO) < 0) return errno;
     } else {
@@ -122,16 +122,16 @@ void ChildProcess::signal(int number) {
     if (!running()) return;
     kill(pid_, number);
     if (number != SIGSTOP) return;
-    // A stop takes its time to reach every thread; until then the process may still answer. WNOWAIT leaves an end that
-    // came first to be collected as usual.
+    // A stop takes time to reach every thread; until then the process may still answer. If the process ended first,
+    // WNOWAIT leaves its status for reap.
     siginfo_t change;
     while (waitid(P_PID, static_cast<id_t>(pid_), &change, WSTOPPED | WEXITED | WNOWAIT) < 0 && errno == EINTR) {
     }
 }
 
 void ChildProcess::terminate(std::chrono::milliseconds timeout) {
-    // A stopped process can only end when it goes on. Not afterwards: the leak check of a process that is ending stops
-    // it for a while, and waits for ever when it is made to go on.
+    // A stopped process can end only after SIGCONT. SIGCONT comes first: the leak check of an ending process stops it
+    // for a while, and hangs when SIGCONT resumes it.
     signal(SIGCONT);
     signal(SIGTERM);
     const auto deadline = std::chrono::steady_clock::now() + timeout;
@@ -151,7 +151,7 @@ void ChildProcess::reap(int options) {
     if (ended == pid_)
         status_ = status;
     else if (ended < 0 && errno != EINTR)
-        status_ = 0; // somebody else has waited for it
+        status_ = 0; // another wait has collected it
 }
 
 std::string ChildProcess::failure() {

@@ -14,8 +14,8 @@ namespace receiver {
 struct ChildCommand {
     std::filesystem::path program;
     std::vector<std::string> arguments;
-    std::map<std::string, std::string> environment; // added to the parent's, of which nothing of a receiver is taken
-    std::filesystem::path errorLog; // what stderr and stdout are appended to; empty: they, and the terminal, are shared
+    std::map<std::string, std::string> environment; // added to the parent's without its receiver variables
+    std::filesystem::path errorLog; // receives stderr and stdout; empty: shares the parent's and its terminal
 };
 
 class ChildProcess {
@@ -27,13 +27,13 @@ public:
     pid_t id() const { return pid_; }
     bool running();
     void signal(int number);
-    // Asks it to end; kills it when it has not ended in time.
+    // Sends SIGTERM; kills it when it has not ended in time.
     void terminate(std::chrono::milliseconds timeout);
     void wait(); // until it ends by itself
 
-    // How it ended: empty while it runs or after exit code 0, else a text for people ("exit code 1", "signal 9").
+    // How it ended: empty while it runs or after exit code 0, else a text ("exit code 1", "signal 9").
     std::string failure();
-    std::optional<int> exitCode(); // nothing while it runs or when a signal ended it
+    std::optional<int> exitCode(); // nullopt while it runs or when a signal ended it
 
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;

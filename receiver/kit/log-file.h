@@ -1,4 +1,4 @@
-// The debug output of a receiver's process, as it is written with TVSA_LOG_FORMAT=json.
+// Reads the debug output of a receiver's process, written with TVSA_LOG_FORMAT=json.
 #pragma once
 
 #include <chrono>
@@ -12,7 +12,7 @@ namespace receiver {
 
 using Time = std::chrono::time_point<std::chrono::system_clock, std::chrono::microseconds>;
 
-// "2026-05-17T08:30:00.123456Z", in as many digits as there are; nothing for another text.
+// Parses "2026-05-17T08:30:00.123456Z", with any number of fractional digits; nullopt for another text.
 std::optional<Time> timeOf(const std::string& text);
 
 struct LogLine {
@@ -20,10 +20,10 @@ struct LogLine {
     std::string module, level, text;
 };
 
-// The complete lines of a log so far. What is not in the log's form (a crash report, say) is left out.
+// The complete lines of a log so far. Skips lines in another format, such as a crash report.
 std::vector<LogLine> readLog(const std::filesystem::path& file);
 
-// The last lines of a log as they are.
+// The last lines of a log, unchanged.
 std::string tailOf(const std::filesystem::path& file, std::size_t lines);
 
 } // namespace receiver

@@ -17,11 +17,11 @@ constexpr const char* createdMark = "new reqid ";
 std::filesystem::path makePrivateFolder() {
     std::string name = (std::filesystem::temp_directory_path() / "receiver-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr)
-        throw std::system_error(errno, std::generic_category(), "no private folder " + name);
+        throw std::system_error(errno, std::generic_category(), "cannot create a private folder " + name);
     return name;
 }
 
-// A shell opens before its process has registered all commands; the process is ready with the last one.
+// A shell opens before its process has registered all commands. The process is ready after the last one.
 const char* lastCommandOf(Part part) { return part == Part::frameHost ? "log" : "stats"; }
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
@@ -83,7 +83,7 @@ ReceiverKit::ReceiverKit(Places places, std::function<bool()> interrupted,
 
 ReceiverKit::~ReceiverKit() {
     for (Process& process : processes_) process.child.reset();
-    std::error_code ignored; // what cannot be removed from a folder of temporary files stays there
+    std::error_code ignored; // files that cannot be removed stay in the temporary folder
     std::filesystem::remove_all(folder_, ignored);
 }
 
@@ -110,7 +110,7 @@ ChildCommand ReceiverKit::commandOf(Part part) const {
     return command;
 }
 
-bool ReceiverKit::answers(Part part) {
+bool ReceiverKit::isReady(Part part) {
     Process& process = of(part);
     if (!process.child->running())
         throw ReceiverError(std::string(nameOf(part)) + " ended while starting: " + process.child->failure());
@@ -128,8 +128,8 @@ bool ReceiverKit::answers(Part part) {
 
 void ReceiverKit::start(Part part) {
     of(part).child = std::make_unique<ChildProcess>(commandOf(part));
-    if (!waitFor([&] { return answers(part); }, startLimit))
-        throw ReceiverError(std::string(nameOf(part)) + " did not get ready");
+    if (!waitFor([&] { return isReady(part); }, startLimit))
+        throw ReceiverError(std::string(nameOf(part)) + " did not become ready");
 }
 
 void ReceiverKit::start() {
@@ -142,29 +142,29 @@ void ReceiverKit::start() {
     if (!waitFor(connected, startLimit)) throw ReceiverError("the framework process did not connect to the services");
 }
 
-void ReceiverKit::end(Part part, std::string& complaints) {
+void ReceiverKit::end(Part part, std::string& problems) {
     Process& process = of(part);
     if (!process.child) return;
     process.shell.disconnect();
     if (!process.child->running())
-        complaints += std::string(nameOf(part)) + " had ended by itself\n";
+        problems += std::string(nameOf(part)) + " had ended unexpectedly\n";
     else
         process.child->terminate(defaultTimeout);
     if (const std::string failure = process.child->failure(); !failure.empty())
-        complaints += std::string(nameOf(part)) + " ended with " + failure + '\n';
+        problems += std::string(nameOf(part)) + " ended with " + failure + '\n';
     process.child.reset();
 }
 
 std::string ReceiverKit::stop() {
-    std::string complaints;
-    for (auto part = allParts.rbegin(); part != allParts.rend(); ++part) end(*part, complaints);
-    return complaints;
+    std::string problems;
+    for (auto part = allParts.rbegin(); part != allParts.rend(); ++part) end(*part, problems);
+    return problems;
 }
 
 std::string ReceiverKit::stop(Part part) {
-    std::string complaints;
-    end(part, complaints);
-    return complaints;
+    std::string problems;
+    end(part, problems);
+    return problems;
 }
 
 void ReceiverKit::freeze(Part part) { of(part).child->signal(SIGSTOP); }
@@ -212,7 +212,7 @@ std::string ReceiverKit::submit(const std::vector<std::string>& words) {
             const std::string rest = lines[i].text.substr(at + std::string(createdMark).size());
             return rest.substr(0, rest.find(' '));
         }
-    throw ReceiverError(words.front() + ": the resource manager took no request");
+    throw ReceiverError(words.front() + ": the resource manager logged no request");
 }
 
 std::string ReceiverKit::play(const std::string& terminals, const std::string& uri) {
@@ -221,7 +221,7 @@ std::string ReceiverKit::play(const std::string& terminals, const std::string& u
 
 std::string ReceiverKit::stopTerminals(const std::string& terminals) { return submit({"stop", terminals}); }
 
-// ---- what came of them ----
+// ---- outcomes ----
 
 std::vector<Answer> ReceiverKit::answersTo(const std::string& reqId) {
     std::vector<Answer> result;
@@ -261,8 +261,8 @@ LogLine ReceiverKit::waitForStep(const std::string& reqId, const std::string& pa
         return found != lines.end();
     };
     if (!waitFor(seen, limit))
-        throw ReceiverError("request " + reqId + ": nothing like \"" + part + "\" happened within " +
-                            std::to_string(limit.count()) + " ms");
+        throw ReceiverError("request " + reqId + ": no step \"" + part + "\" within " + std::to_string(limit.count()) +
+                            " ms");
     return *found;
 }
 

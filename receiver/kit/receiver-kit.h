@@ -1,7 +1,7 @@
 // A whole receiver on this machine: the two services and the framework process with the adapter and the control
 // application, in a private folder, driven through their shells.
 //
-// For one thread. Whatever does not come in time throws ReceiverError, which says what was waited for.
+// For one thread. A timeout throws ReceiverError, which says what was awaited.
 #pragma once
 
 #include <host/shell-client.h>
@@ -40,45 +40,45 @@ struct Places {
     Places();
 };
 
-// What a client was told about one terminal.
+// A client's answer about one terminal.
 struct Answer {
     std::string reqId, terminal;
     int result;
     std::string uri;
 };
 
-// Whether all that part has is in whole; of a list, each element in one of whole's.
+// Whether whole contains everything in part; of a list, each element must be contained in one of whole's elements.
 bool includes(const nlohmann::json& whole, const nlohmann::json& part);
 
-inline constexpr Milliseconds defaultTimeout{10000}; // for what takes no time on an idle machine
+inline constexpr Milliseconds defaultTimeout{10000}; // for what is immediate on an idle machine
 
 class ReceiverKit {
 public:
-    // interrupted is asked while something is waited for; when it says yes the wait throws. environment comes on top of
-    // what the processes are given anyway, or in its place.
+    // interrupted is polled while waiting; the wait throws when it returns true. environment extends or overrides the
+    // processes' default variables.
     explicit ReceiverKit(Places places = {}, std::function<bool()> interrupted = {},
                          std::map<std::string, std::string> environment = {});
     ~ReceiverKit(); // ends all processes and removes the folder
 
     // Starts all parts and waits until both services are connected.
     void start();
-    void start(Part part); // and waits until its shell takes all its commands
-    // Ends the parts in order, the framework process first. Returns what was not as it should be, a line each: a part
-    // that had died before, did not end in time or ended with an error.
+    void start(Part part); // and waits until its shell has all its commands
+    // Ends the parts in order, the framework process first. Returns the problems, one per line: a part that had died
+    // before, did not end in time or ended with an error.
     std::string stop();
-    std::string stop(Part part); // this one alone
+    std::string stop(Part part); // only this one
 
     void freeze(Part part);
     void thaw(Part part);
-    void kill(Part part);       // at once, without a chance to tidy up
+    void kill(Part part);       // at once, without any cleanup
     pid_t processId(Part part); // of a part that was started
 
     // Runs a command in a part's shell and returns what it printed, as JSON (null for nothing).
     nlohmann::json ask(Part part, const std::vector<std::string>& words);
-    // The same for commands that know no JSON: what they printed, as it is.
+    // The same for commands without JSON: returns what they printed, unchanged.
     std::string read(Part part, const std::vector<std::string>& words);
 
-    // Requests to the adapter. They return the request id that it gave them.
+    // Send a request to the adapter and return the adapter's request id.
     std::string play(const std::string& terminals, const std::string& uri);
     std::string stopTerminals(const std::string& terminals);
 
@@ -91,10 +91,11 @@ public:
     // Waits for such a line that contains part.
     LogLine waitForStep(const std::string& reqId, const std::string& part, Milliseconds limit = defaultTimeout);
 
-    // What clients were told, as the control application lists it: objects with "number", "message" and "arguments".
+    // The notifications to clients, as the control application lists them: objects with "number", "message" and
+    // "arguments".
     std::uint64_t newestNotification();                      // its number, 0 before the first one
     nlohmann::json notificationsAfter(std::uint64_t number); // oldest first, at most 100
-    // Waits for one of that name after that number, whose arguments include those given.
+    // Waits for a notification with that name, after that number, whose arguments include the given ones.
     nlohmann::json waitForNotification(const std::string& message, std::uint64_t after,
                                        const nlohmann::json& arguments = nlohmann::json::object());
 
@@ -117,11 +118,11 @@ private:
     std::filesystem::path logOf(Part part) const;
     std::string shellOf(Part part) const;
     ChildCommand commandOf(Part part) const;
-    bool answers(Part part);
+    bool isReady(Part part);
     std::string outputOf(Part part, const std::vector<std::string>& words, bool json);
     std::string submit(const std::vector<std::string>& words);
     std::vector<LogLine> managerLines() const;
-    void end(Part part, std::string& complaints);
+    void end(Part part, std::string& problems);
 
     const Places places_;
     const std::function<bool()> interrupted_;

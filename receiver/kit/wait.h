@@ -1,4 +1,4 @@
-// Waiting for what other processes do, of which nothing tells.
+// Polls for conditions in other processes.
 #pragma once
 
 #include <chrono>
@@ -8,8 +8,8 @@ namespace receiver {
 
 using Milliseconds = std::chrono::milliseconds;
 
-// Looks whether condition holds, again and again; false when limit has passed first. meanwhile, if any, is called each
-// time that it does not hold; what it throws ends the wait.
+// Polls condition; returns false when limit passes first. Calls meanwhile, if set, each time the condition does not
+// hold; an exception from it ends the wait.
 bool waitUntil(const std::function<bool()>& condition, Milliseconds limit, const std::function<void()>& meanwhile = {});
 
 } // namespace receiver

@@ -147,12 +147,12 @@ TEST_F(ReceiverWithBadInput, RejectsFourKilobytesAtTheShellWithAReasonOrPassesTh
     kit.start();
     const std::string text(4096, 'x');
     EXPECT_THAT(errorOf(Part::frameHost, {"send-key", text}),
-                HasSubstr("KEY has 4096 bytes, at most 1024 are taken: 'xxx"));
-    EXPECT_THAT(errorOf(Part::frameHost, {"audio", text, "1"}), HasSubstr("TERMINAL has to be TYPE:ID"));
+                HasSubstr("KEY has 4096 bytes, at most 1024 are allowed: 'xxx"));
+    EXPECT_THAT(errorOf(Part::frameHost, {"audio", text, "1"}), HasSubstr("TERMINAL must be TYPE:ID"));
     EXPECT_THAT(errorOf(Part::frameHost, {text}), HasSubstr("unknown command"));
     EXPECT_THAT(errorOf(Part::tvService, {"emit", text}), HasSubstr("no notification \"xxx"));
     EXPECT_THAT(errorOf(Part::tvService, {"emit", "TvServicePlayInfo", R"({"info":{"strParam1":")" + text + R"("}})"}),
-                HasSubstr("fewer than 4096 are taken"));
+                HasSubstr("fewer than 4096 are allowed"));
     EXPECT_LT(kit.read(Part::frameHost, {"pathswitch", text}).size(), 4096U);
 
     const std::string uri = "dvb://" + text;

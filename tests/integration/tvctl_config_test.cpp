@@ -89,11 +89,11 @@ TEST_F(TvctlConfig, ListsTheFilesThatItSearchedFor) {
     environment["XDG_CONFIG_HOME"] = folder.string();
     const std::string users = (folder / "tvservice-adapter" / "config.toml").string();
     EXPECT_THAT(config().output,
-                ContainsRegex("\n\nnot there  " + users + "\n[a-z ]+/etc/tvservice-adapter/config.toml\n$"));
+                ContainsRegex("\n\nmissing  " + users + "\n[a-z ]+/etc/tvservice-adapter/config.toml\n$"));
     std::filesystem::create_directory(folder / "tvservice-adapter");
     std::ofstream(users) << "log.levels = \"info\"\n";
     EXPECT_THAT(config().output, AllOf(HasSubstr("log.levels           info      " + users + ":1\n"),
-                                       HasSubstr("\n\nread       " + users + "\n")));
+                                       HasSubstr("\n\nread     " + users + "\n")));
 }
 
 TEST_F(TvctlConfig, RejectsAWrongConfiguration) {

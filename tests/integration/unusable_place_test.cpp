@@ -176,7 +176,7 @@ TEST_F(ChannelFile, IsRejectedWithTheLineOfTheError) {
     const std::string good = "[[channel]]\nuri = \"dvb://1.1.1\"\nname = \"One\"\n";
     const std::vector<std::pair<std::string, std::string>> wrong{
         {good + "name = ", ":4: "},
-        {good + "[[channel]]\nuri = \"http://x\"\nname = \"Two\"\n", ":5: \"http://x\" is no dvb:// URI\n"},
+        {good + "[[channel]]\nuri = \"http://x\"\nname = \"Two\"\n", ":5: \"http://x\" is not a dvb:// URI\n"},
         {good + good, ":5: \"dvb://1.1.1\" is the URI of \"One\" already\n"},
         {"volume = 1\n", ":1: unknown key \"volume\"\n"},
     };

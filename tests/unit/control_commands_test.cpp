@@ -1,6 +1,6 @@
 // The control application's shell commands: what they send, reject and show.
 #include "control/src/commands.h"
-#include "control/src/request-words.h"
+#include "control/src/request-syntax.h"
 #include "shell/command-table.h"
 #include "support/fake-shell.h"
 #include "support/tv-doubles.h"
@@ -144,7 +144,7 @@ TEST_F(Control, SendsEveryRequestWithItsArguments) {
 
 // The words that a user types to send a message, with arbitrary values.
 template <class Message> std::vector<std::string> typed() {
-    const auto [command, arguments, help] = control::wordsOf<Message>();
+    const auto [command, arguments, help] = control::syntaxOf<Message>();
     std::vector<std::string> words{command};
     std::istringstream names(arguments);
     for (std::string name; names >> name;)
@@ -171,8 +171,8 @@ struct TvServiceNewThingReq {
     using Body = genrpc::Body<tvservice::TvServiceParentalLockInfo_t, std::string, tvservice::MtsAudioTrack_t>;
 };
 
-TEST(RequestWords, AreDerivedFromTheNamesOfAMessageWithoutWords) {
-    const auto [command, arguments, help] = control::wordsOf<TvServiceNewThingReq>();
+TEST(RequestSyntax, FollowsFromTheNamesOfAMessageThatHasNone) {
+    const auto [command, arguments, help] = control::syntaxOf<TvServiceNewThingReq>();
     EXPECT_EQ(command, "new-thing");
     EXPECT_EQ(arguments, "TERMINAL N N TEXT N");
     EXPECT_EQ(help, "sends TvServiceNewThingReq");
@@ -230,12 +230,12 @@ TEST_F(Control, RejectsWrongArgumentsAndSendsNothing) {
 
 TEST_F(Control, NamesTheArgumentThatIsWrong) {
     EXPECT_EQ(run({"audio", "one", "1"}).output,
-              "TERMINAL has to be TYPE:ID, two decimal numbers of 32 bits, not 'one'\n");
-    EXPECT_EQ(run({"audio", "0:0", "x"}).output, "N has to be a decimal number of 32 bits, not 'x'\n");
+              "TERMINAL must be TYPE:ID, two decimal numbers of 32 bits, not 'one'\n");
+    EXPECT_EQ(run({"audio", "0:0", "x"}).output, "N must be a decimal number of 32 bits, not 'x'\n");
     EXPECT_EQ(run({"send-key"}).output, "KEY is missing\n");
     EXPECT_EQ(run({"audio"}).error, "usage: audio TERMINAL N [N]");
-    EXPECT_EQ(run({"play", "x", "dvb://1"}).output, "terminal 'x': wanted TYPE:ID, two decimal numbers\n");
-    EXPECT_EQ(run({"zap", "x", "dvb://1"}).output, "terminal 'x': wanted TYPE:ID, two decimal numbers\n");
+    EXPECT_EQ(run({"play", "x", "dvb://1"}).output, "terminal 'x': expected TYPE:ID, two decimal numbers\n");
+    EXPECT_EQ(run({"zap", "x", "dvb://1"}).output, "terminal 'x': expected TYPE:ID, two decimal numbers\n");
     EXPECT_EQ(run({"zap", "0:0"}).output, "no URI given\n");
     EXPECT_EQ(run({"zap"}).error, "usage: zap TERMINAL URI...");
 }

@@ -25,7 +25,7 @@ TEST_F(DoctorOfConfiguration, ListsTheFilesThatAreRead) {
     EXPECT_EQ(problemsIn(checkFiles()), 0U);
     unsetenv("TVSA_CONFIG");
     setenv("XDG_CONFIG_HOME", folder.c_str(), 1);
-    EXPECT_THAT(checkFiles(), finds(Severity::ok, folder + "/tvservice-adapter/config.toml", "not there"));
+    EXPECT_THAT(checkFiles(), finds(Severity::ok, folder + "/tvservice-adapter/config.toml", "does not exist"));
 }
 
 TEST_F(DoctorOfConfiguration, FindsAFileThatIsWrong) {
@@ -54,7 +54,7 @@ TEST_F(DoctorOfConfiguration, WarnsOfUnknownNames) {
     EXPECT_EQ(problemsIn(checkValues()), 0U);
     const std::string file = configure("endpoints.tvservise = \"/run/tv\"\n");
     EXPECT_THAT(checkValues(),
-                finds(Severity::warning, "endpoints.tvservise", file + ":1: no service here is called tvservise"));
+                finds(Severity::warning, "endpoints.tvservise", file + ":1: there is no service tvservise"));
 }
 
 TEST_F(DoctorOfConfiguration, WarnsOfAnInvalidVariableWithWhichProcessesStillStart) {
@@ -71,8 +71,8 @@ TEST_F(DoctorOfConfiguration, FindsLimitsThatAreTooHighToLimitAnything) {
         "unfinished_ms = 2147483647 }\nrun_log.queue = 9999999\n");
     const Diagnosis diagnosis = checkLimits();
     for (const char* name : {"queue.messages", "queue.bytes", "queue.wait_ms", "queue.unfinished_ms"})
-        EXPECT_THAT(diagnosis, finds(Severity::wrong, name, file + ":1: 2147483647 is as good as unlimited"));
-    EXPECT_THAT(diagnosis, finds(Severity::wrong, "run_log.queue", file + ":2: 9999999 is as good as unlimited"));
+        EXPECT_THAT(diagnosis, finds(Severity::wrong, name, file + ":1: 2147483647 is effectively unlimited"));
+    EXPECT_THAT(diagnosis, finds(Severity::wrong, "run_log.queue", file + ":2: 9999999 is effectively unlimited"));
 }
 
 TEST_F(DoctorOfConfiguration, AcceptsTheHighestLimits) {
@@ -80,7 +80,7 @@ TEST_F(DoctorOfConfiguration, AcceptsTheHighestLimits) {
     EXPECT_EQ(problemsIn(checkLimits()), 0U);
     configure("queue = { messages = 1000001, bytes = 268435457, wait_ms = 600001 }\nrun_log.queue = 1000001\n");
     for (const char* name : {"queue.messages", "queue.bytes", "queue.wait_ms", "run_log.queue"})
-        EXPECT_THAT(checkLimits(), finds(Severity::wrong, name, "as good as unlimited"));
+        EXPECT_THAT(checkLimits(), finds(Severity::wrong, name, "effectively unlimited"));
 }
 
 TEST_F(DoctorOfConfiguration, WarnsOfAWaitThatIsLongerThanAnyTimeout) {
@@ -96,8 +96,8 @@ TEST_F(DoctorOfConfiguration, WarnsOfFewDescriptors) {
     few.rlim_cur = 639;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
     EXPECT_THAT(checkLimits(), finds(Severity::warning, "open files",
-                                     "639 descriptors per process; a service may have 256 clients, 64 that have yet to "
-                                     "say hello and, from other hosts, 64 to 256 in a handshake"));
+                                     "639 descriptors per process; a service may have 256 clients, 64 peers without "
+                                     "a hello yet and, from other hosts, 64 to 256 in a handshake"));
     few.rlim_cur = 640;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
     EXPECT_THAT(checkLimits(), finds(Severity::ok, "open files", "640 descriptors per process"));

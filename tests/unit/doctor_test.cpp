@@ -90,7 +90,7 @@ TEST_F(DoctorOfServices, DoesNotReportASocketAsStaleWhileItsProcessStartsOrEnds)
     const host::io::SocketLock held("service tvservice", socketOf(tv));
     const Diagnosis diagnosis = check(tv);
     EXPECT_THAT(diagnosis,
-                finds(Severity::warning, "tvservice", "is starting or ending: process " + std::to_string(getpid())));
+                finds(Severity::warning, "tvservice", "is starting or stopping: process " + std::to_string(getpid())));
     EXPECT_EQ(diagnosis.findings.size(), 1U);
 }
 
@@ -104,7 +104,7 @@ TEST_F(DoctorOfServices, FindsASocketThatIsOpenToOthers) {
 
 TEST_F(DoctorOfServices, FindsAFileInPlaceOfASocket) {
     write("run/tvservice.sock", "");
-    EXPECT_THAT(check(tv), finds(Severity::wrong, "tvservice", "is no socket"));
+    EXPECT_THAT(check(tv), finds(Severity::wrong, "tvservice", "is not a socket"));
 }
 
 TEST_F(DoctorOfServices, UsesTheConfiguredEndpoint) {
@@ -126,8 +126,8 @@ TEST_F(DoctorOfFolders, AcceptsFoldersOfThisUser) {
 TEST_F(DoctorOfFolders, CreatesNoFolders) {
     std::filesystem::remove(runtimeFolder);
     std::filesystem::remove(stateFolder);
-    EXPECT_THAT(checkRuntimeFolder(), finds(Severity::ok, runtimeFolder, "not there yet"));
-    EXPECT_THAT(checkStateFolder(), finds(Severity::ok, stateFolder, "not there yet"));
+    EXPECT_THAT(checkRuntimeFolder(), finds(Severity::ok, runtimeFolder, "does not exist yet"));
+    EXPECT_THAT(checkStateFolder(), finds(Severity::ok, stateFolder, "does not exist yet"));
     EXPECT_EQ(problemsIn(checkContents(runtimeFolder)), 0U);
     EXPECT_TRUE(shellsIn(runtimeFolder).empty());
     EXPECT_FALSE(std::filesystem::exists(runtimeFolder));
@@ -145,7 +145,7 @@ TEST_F(DoctorOfFolders, FindsAFolderOpenToOthersAndALink) {
 TEST_F(DoctorOfFolders, FindsAFolderThatOthersCanReplace) {
     ASSERT_EQ(chmod(folder.c_str(), 0777), 0);
     EXPECT_THAT(checkRuntimeFolder(),
-                finds(Severity::wrong, runtimeFolder, "everybody can replace what is in " + folder));
+                finds(Severity::wrong, runtimeFolder, "every user can replace the contents of " + folder));
     ASSERT_EQ(chmod(folder.c_str(), 01777), 0);
     EXPECT_EQ(problemsIn(checkRuntimeFolder()), 0U);
     ASSERT_EQ(chmod(folder.c_str(), 0770), 0);
@@ -174,7 +174,7 @@ TEST_F(DoctorOfFolders, DistinguishesStaleLocksFromHeldOnes) {
     EXPECT_THAT(checkContents(runtimeFolder), finds(Severity::wrong, lock, "open to other users: mode 0644"));
     std::filesystem::remove(lock);
     std::filesystem::create_symlink("/dev/null", lock);
-    EXPECT_THAT(checkContents(runtimeFolder), finds(Severity::wrong, lock, "no file"));
+    EXPECT_THAT(checkContents(runtimeFolder), finds(Severity::wrong, lock, "not a regular file"));
 }
 
 TEST_F(DoctorOfFolders, WarnsOfUnknownFiles) {
@@ -183,9 +183,9 @@ TEST_F(DoctorOfFolders, WarnsOfUnknownFiles) {
     leaveSocketAt(stale);
     const int listener = listenAt(served);
     const Diagnosis diagnosis = checkContents(runtimeFolder);
-    EXPECT_THAT(diagnosis, finds(Severity::warning, file, "a strange file"));
+    EXPECT_THAT(diagnosis, finds(Severity::warning, file, "an unknown file"));
     EXPECT_THAT(diagnosis, finds(Severity::wrong, stale, "is stale"));
-    EXPECT_THAT(diagnosis, finds(Severity::warning, served, "no service known here"));
+    EXPECT_THAT(diagnosis, finds(Severity::warning, served, "not a known service"));
     EXPECT_EQ(diagnosis.entryPoints.size(), 2U);
     ::close(listener);
 }
@@ -327,7 +327,7 @@ TEST_F(DoctorOfTheRunLog, FindsADamagedAndAForeignRunLog) {
     EXPECT_THAT(checkRunLog(stateFolder), finds(Severity::wrong, file, "other users may write to it: mode 0666"));
     std::filesystem::remove(file);
     std::filesystem::create_directory(file);
-    EXPECT_THAT(checkRunLog(stateFolder), finds(Severity::wrong, file, "no file"));
+    EXPECT_THAT(checkRunLog(stateFolder), finds(Severity::wrong, file, "not a regular file"));
 }
 
 TEST_F(DoctorOfTheRunLog, AcceptsAnyFolderName) {

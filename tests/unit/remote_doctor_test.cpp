@@ -61,7 +61,7 @@ TEST_F(DoctorBetweenHosts, AcceptsAServiceThatKnowsThisMachine) {
     serve();
     const Diagnosis diagnosis = check();
     EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", address + " has the right key"));
-    EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", "the holder of one key may come"));
+    EXPECT_THAT(diagnosis, finds(Severity::ok, "tvservice", "the holder of one key may connect"));
     EXPECT_EQ(problemsIn(diagnosis), 0U);
     ASSERT_EQ(diagnosis.entryPoints.size(), 1U);
     EXPECT_EQ(diagnosis.entryPoints[0].place, address);
@@ -102,7 +102,7 @@ TEST_F(DoctorBetweenHosts, FindsAServiceWithoutKeys) {
     set("TVSA_CLIENT_KEYS", "");
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
     const Diagnosis diagnosis = check();
-    EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", address + " is without keys"));
+    EXPECT_THAT(diagnosis, finds(Severity::wrong, "tvservice", address + " has no keys"));
     EXPECT_TRUE(diagnosis.entryPoints.empty());
 }
 
@@ -119,7 +119,7 @@ TEST_F(DoctorBetweenHosts, WarnsOfAServiceAtEveryAddress) {
     EXPECT_EQ(diagnosis.entryPoints[0].who, "the holders of 2 keys");
     EXPECT_EQ(diagnosis.entryPoints[0].state, "a process listens here");
     set("TVSA_SERVICE_KEY_TVSERVICE", keys.publicKey);
-    EXPECT_THAT(check(), finds(Severity::wrong, "tvservice", "none to connect to"));
+    EXPECT_THAT(check(), finds(Severity::wrong, "tvservice", "not to connect to"));
     set("TVSA_CLIENT_KEYS", "");
     EXPECT_THAT(check(), finds(Severity::wrong, "tvservice", "keys.clients is not configured"));
 }
@@ -127,7 +127,7 @@ TEST_F(DoctorBetweenHosts, WarnsOfAServiceAtEveryAddress) {
 TEST_F(DoctorBetweenHosts, FindsAKeyFileThatOthersMayRead) {
     ASSERT_EQ(chmod(keyFile.c_str(), 0644), 0);
     EXPECT_THAT(checkKeys(), finds(Severity::wrong, "keys.file", keyFile + ": open to other users"));
-    EXPECT_THAT(check(), finds(Severity::warning, "tvservice", "was not tried, for want of keys"));
+    EXPECT_THAT(check(), finds(Severity::warning, "tvservice", "was not tried: this machine has no valid keys"));
     set("TVSA_KEY_FILE", "");
     EXPECT_THAT(checkKeys(), finds(Severity::wrong, "keys.file", "not configured"));
 }
@@ -157,7 +157,7 @@ TEST_F(DoctorBetweenHosts, TreatsARemoteAddressWithAKeyAsAServiceInUse) {
     set("TVSA_ENDPOINT_TVSERVICE", "tcp://192.0.2.1:7000");
     set("TVSA_KEY_FILE", ""); // so that the doctor does not connect
     const Diagnosis diagnosis = check();
-    EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "was not tried, for want of keys"));
+    EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "was not tried: this machine has no valid keys"));
     EXPECT_EQ(problemsIn(diagnosis), 1U);
     EXPECT_TRUE(diagnosis.entryPoints.empty());
 }
@@ -175,7 +175,7 @@ TEST_F(DoctorBetweenHosts, ReportsThatItDoesNotCompareMessages) {
     EXPECT_THAT(check(), finds(Severity::ok, "tvservice", "its messages are not compared here"));
     set("TVSA_SERVICE_KEY_TVSERVICE", keys.publicKey);
     const Diagnosis compared = check();
-    EXPECT_THAT(compared, finds(Severity::ok, "tvservice", "has the same messages"));
+    EXPECT_THAT(compared, finds(Severity::ok, "tvservice", "and the same messages"));
     EXPECT_THAT(compared, testing::Not(finds(Severity::ok, "tvservice", "not compared")));
 }
 
@@ -211,7 +211,7 @@ TEST_F(DoctorBetweenHosts, WarnsOfAPortThatChanges) {
     set("TVSA_SERVICE_KEY_TVSERVICE", "");
     set("TVSA_ENDPOINT_TVSERVICE", "tcp://127.0.0.1:0");
     const Diagnosis diagnosis = check();
-    EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "has another port after each start"));
+    EXPECT_THAT(diagnosis, finds(Severity::warning, "tvservice", "gets another port with each start"));
     EXPECT_EQ(problemsIn(diagnosis), 1U);
 }
 

@@ -70,13 +70,13 @@ TEST(ChannelList, ReportsErrorsWithTheirLines) {
     EXPECT_EQ(channelProblem(one + "\n[[channel]]\nuri = \"dvb://1\"\nname = \"Two\"\n"),
               "list.toml:6: \"dvb://1\" is the URI of \"One\" already");
     EXPECT_EQ(channelProblem("[[channel]]\nuri = \"tv://1\"\nname = \"One\"\n"),
-              "list.toml:2: \"tv://1\" is no dvb:// URI");
+              "list.toml:2: \"tv://1\" is not a dvb:// URI");
     EXPECT_EQ(channelProblem("[[channel]]\nuri = \"dvb://\"\nname = \"One\"\n"),
-              "list.toml:2: \"dvb://\" is no dvb:// URI");
+              "list.toml:2: \"dvb://\" is not a dvb:// URI");
     EXPECT_EQ(channelProblem("[[channel]]\nname = \"One\"\n"), "list.toml:1: a channel without uri");
     EXPECT_EQ(channelProblem("[[channel]]\nuri = \"dvb://1\"\n"), "list.toml:1: a channel without name");
     EXPECT_EQ(channelProblem("[[channel]]\nuri = 1\nname = \"One\"\n"),
-              "list.toml:2: a channel's uri is a text, not empty");
+              "list.toml:2: a channel's uri must be a non-empty string");
     EXPECT_EQ(channelProblem(one + "number = 1\n"), "list.toml:4: a channel has no \"number\"");
     EXPECT_EQ(channelProblem("\nname = \"One\"\n"), "list.toml:2: unknown key \"name\"");
     EXPECT_EQ(channelProblem("channel = 1\n"), "list.toml:1: channels are written as [[channel]]");
@@ -96,7 +96,7 @@ TEST(ChannelList, IsRejectedWhenNestedTooDeeply) {
 TEST(ChannelList, IsQuotedAsPrintableText) {
     EXPECT_EQ(channelProblem("\"\\u001b[2J\" = 1\n"), "list.toml:1: unknown key \"\\x1b[2J\"");
     EXPECT_EQ(channelProblem("[[channel]]\nuri = \"\\n\"\nname = \"One\"\n"),
-              "list.toml:2: \"\\x0a\" is no dvb:// URI");
+              "list.toml:2: \"\\x0a\" is not a dvb:// URI");
 }
 
 TEST(ChannelList, IsReadFromAFile) {

@@ -47,9 +47,9 @@ std::int32_t refuseNine(const Terminal&, const std::string& uri) {
     return uri == "dvb://9" ? result::unknownChannel : result::done;
 }
 
-std::vector<tvservice::TvServiceInfo_t> carryOutTv(const std::vector<tvservice::TvServiceReq_t>& requests,
-                                                   TerminalTable& table) {
-    return carryOut<tvservice::TvServiceInfo_t>(requests, 7, table, refuseNine);
+std::vector<tvservice::TvServiceInfo_t> executeTv(const std::vector<tvservice::TvServiceReq_t>& requests,
+                                                  TerminalTable& table) {
+    return execute<tvservice::TvServiceInfo_t>(requests, 7, table, refuseNine);
 }
 
 // Each client shows something on as many terminals as it may. Their type is the client's number.
@@ -91,7 +91,7 @@ private:
 // Tables to which a client can add an entry for a terminal.
 struct ShownTable {
     static constexpr const char* name = "terminals";
-    static constexpr const char* refusal = "terminal 0:256 shows nothing new: no room";
+    static constexpr const char* refusal = "a play on terminal 0:256 is rejected: no room";
     bool put(const Terminal& terminal, std::uint64_t client, Evictions* evictions = nullptr) {
         return table.show(terminal, {"dvb://" + std::to_string(++puts), "", client, {}}, evictions);
     }
@@ -172,9 +172,9 @@ TYPED_TEST(SharedTable, EvictsTheOldestEntriesOfClientsThatHaveGoneOnceItIsFull)
     EXPECT_THAT(evicted, ElementsAre(Terminal{1, 1}, Terminal{1, 2}));
     EXPECT_EQ(this->held(), bounds::terminals);
     EXPECT_EQ(this->refused(), 0U);
-    EXPECT_TRUE(this->log.waitFor(
-        "terminal 1:2 is forgotten: the table of " + std::string(TypeParam::name) + " is full and its client has gone",
-        0ms));
+    EXPECT_TRUE(this->log.waitFor("terminal 1:2 is evicted: the table of " + std::string(TypeParam::name) +
+                                      " is full and its client has disconnected",
+                                  0ms));
 }
 
 TYPED_TEST(SharedTable, GivesALateClientAsManyEntriesAsOthersKeep) {
@@ -190,7 +190,7 @@ TYPED_TEST(SharedTable, GivesALateClientAsManyEntriesAsOthersKeep) {
     EXPECT_EQ(taken, 51);
     EXPECT_THAT(lost, ElementsAre(Pair(1, 13), Pair(2, 13), Pair(3, 13), Pair(4, 12)));
     EXPECT_EQ(this->refused(), 1U);
-    EXPECT_TRUE(this->log.waitFor("terminal 1:0 is forgotten: the table of " + std::string(TypeParam::name) +
+    EXPECT_TRUE(this->log.waitFor("terminal 1:0 is evicted: the table of " + std::string(TypeParam::name) +
                                       " is full and its client has the most",
                                   0ms));
 }
@@ -399,7 +399,7 @@ TEST(TerminalTable, CanBeReadWhileItChanges) {
 
 TEST(Answers, AreOnePerRequestInOrderWithTheRequestsFields) {
     TerminalTable table;
-    const auto infos = carryOutTv({request(0, 1, "dvb://1", "id"), request(0, 2, "dvb://9", "id")}, table);
+    const auto infos = executeTv({request(0, 1, "dvb://1", "id"), request(0, 2, "dvb://9", "id")}, table);
     ASSERT_EQ(infos.size(), 2U);
     EXPECT_EQ(infos[0], (tvservice::TvServiceInfo_t{{0, 1}, 0, "dvb://1", "uuid of dvb://1", "", "id"}));
     EXPECT_EQ(infos[1], (tvservice::TvServiceInfo_t{{0, 2}, 2, "dvb://9", "uuid of dvb://9", "", "id"}));
@@ -407,7 +407,7 @@ TEST(Answers, AreOnePerRequestInOrderWithTheRequestsFields) {
 
 TEST(Answers, AreEmptyForNoRequests) {
     TerminalTable table;
-    EXPECT_TRUE(carryOutTv({}, table).empty());
+    EXPECT_TRUE(executeTv({}, table).empty());
 }
 
 TEST(Answers, ToAListQueryTheConnectedClientsOnce) {
@@ -421,7 +421,7 @@ TEST(Answers, ToAListQueryTheConnectedClientsOnce) {
     });
     std::vector<tvservice::TvServiceReq_t> requests;
     for (int id = 0; id < 1000; ++id) requests.push_back(request(9, id, "dvb://1"));
-    const auto infos = carryOut<tvservice::TvServiceInfo_t>(requests, 7, table, refuseNine, &evictions);
+    const auto infos = execute<tvservice::TvServiceInfo_t>(requests, 7, table, refuseNine, &evictions);
     EXPECT_EQ(asked, 1);
     const std::size_t part = bounds::terminals / 5; // as much as each of the other four keeps
     for (std::size_t i = 0; i < infos.size(); ++i)
@@ -430,7 +430,7 @@ TEST(Answers, ToAListQueryTheConnectedClientsOnce) {
 
 TEST(Answers, RecordTheClientOfAShownEntry) {
     TerminalTable table;
-    carryOutTv({request(3, 4, "dvb://1")}, table);
+    executeTv({request(3, 4, "dvb://1")}, table);
     const auto entries = table.entries();
     ASSERT_EQ(entries.size(), 1U);
     EXPECT_EQ(entries[0].terminal, (Terminal{3, 4}));
@@ -440,7 +440,7 @@ TEST(Answers, RecordTheClientOfAShownEntry) {
 
 TEST(Answers, ReportSuccessForAStopWhetherOrNotSomethingWasShown) {
     TerminalTable table;
-    const auto infos = carryOutTv(
+    const auto infos = executeTv(
         {request(0, 0, "dvb://1"), request(0, 0, tvservice::stopUri), request(0, 5, tvservice::stopUri)}, table);
     for (const auto& info : infos) EXPECT_EQ(info.result, result::done);
     EXPECT_EQ(infos[1].uri, "rec://plain/null");
@@ -449,7 +449,7 @@ TEST(Answers, ReportSuccessForAStopWhetherOrNotSomethingWasShown) {
 
 TEST(Answers, LeaveTheTerminalUnchangedForAFailedRequest) {
     TerminalTable table;
-    carryOutTv({request(0, 0, "dvb://1"), request(0, 0, "dvb://9")}, table);
+    executeTv({request(0, 0, "dvb://1"), request(0, 0, "dvb://9")}, table);
     ASSERT_EQ(table.entries().size(), 1U);
     EXPECT_EQ(table.entries()[0].shown.uri, "dvb://1");
 }
@@ -461,15 +461,15 @@ TEST(Answers, WorkForTheMmServicesRecordsToo) {
     request.uri = "nothing:known";
     request.reqId = "r";
     const auto infos =
-        carryOut<mmservice::MMServiceInfo_t>(std::vector<mmservice::MMServiceReq_t>{request}, 1, table,
-                                             [](const Terminal&, const std::string& uri) { return checkMmUri(uri); });
+        execute<mmservice::MMServiceInfo_t>(std::vector<mmservice::MMServiceReq_t>{request}, 1, table,
+                                            [](const Terminal&, const std::string& uri) { return checkMmUri(uri); });
     ASSERT_EQ(infos.size(), 1U);
     EXPECT_EQ(infos[0], (mmservice::MMServiceInfo_t{{2, 3}, 4, "nothing:known", "", "", "r"}));
 }
 
 TEST(Answers, AreFalsifiedAccordingToTheSwitches) {
     TerminalTable table;
-    auto infos = carryOutTv({request(0, 1, "dvb://1", "id"), request(0, 2, "dvb://9", "id")}, table);
+    auto infos = executeTv({request(0, 1, "dvb://1", "id"), request(0, 2, "dvb://9", "id")}, table);
     const auto honest = infos;
     falsify(infos, Faults{});
     EXPECT_EQ(infos, honest);
@@ -529,7 +529,7 @@ TEST(FaultSwitches, CountAnswersDownToTheLastOne) {
 TEST(DelayLine, WorksAtOnceOnTheCallersThreadWithoutADelay) {
     DelayLine line;
     std::thread::id worker;
-    line.give([&] { worker = std::this_thread::get_id(); }, 0ms);
+    line.schedule([&] { worker = std::this_thread::get_id(); }, 0ms);
     EXPECT_EQ(worker, std::this_thread::get_id());
 }
 
@@ -546,9 +546,9 @@ TEST(DelayLine, WorksLaterInTheOrderGivenWhateverTheDelays) {
             changed.notify_one();
         };
     };
-    line.give(note(1), 30ms);
-    line.give(note(2), 1ms);
-    line.give(note(3), 0ms);
+    line.schedule(note(1), 30ms);
+    line.schedule(note(2), 1ms);
+    line.schedule(note(3), 0ms);
     std::unique_lock lock(mutex);
     ASSERT_TRUE(changed.wait_for(lock, 10s, [&] { return done.size() == 3; }));
     EXPECT_EQ(done, (std::vector<int>{1, 2, 3}));
@@ -559,11 +559,11 @@ TEST(DelayLine, DropsAndCountsWorkBeyondItsLimits) {
     const host::LogCapture log({logModule});
     DelayLine line;
     const auto hour = std::chrono::hours(1);
-    line.give([] {}, hour, bounds::delayedBytes);
-    line.give([] {}, hour, 1);
+    line.schedule([] {}, hour, bounds::delayedBytes);
+    line.schedule([] {}, hour, 1);
     EXPECT_EQ(line.count().held, 1U);
     EXPECT_EQ(line.count().refused, 1U);
-    for (std::size_t i = 0; i < bounds::delayedAnswers + 9; ++i) line.give([] {}, hour);
+    for (std::size_t i = 0; i < bounds::delayedAnswers + 9; ++i) line.schedule([] {}, hour);
     EXPECT_EQ(line.count().held, bounds::delayedAnswers);
     EXPECT_EQ(line.count().refused, 11U);
 }
@@ -573,8 +573,8 @@ TEST(DelayLine, ContinuesAfterWorkThatThrows) {
     std::condition_variable changed;
     bool done = false;
     DelayLine line;
-    line.give([] { throw std::runtime_error("lost"); }, 1ms);
-    line.give(
+    line.schedule([] { throw std::runtime_error("lost"); }, 1ms);
+    line.schedule(
         [&] {
             const std::lock_guard lock(mutex);
             done = true;
@@ -589,7 +589,7 @@ TEST(DelayLine, DropsPendingWorkWhenItEnds) {
     bool done = false;
     {
         DelayLine line;
-        line.give([&] { done = true; }, std::chrono::hours(1));
+        line.schedule([&] { done = true; }, std::chrono::hours(1));
     }
     EXPECT_FALSE(done);
 }

@@ -310,15 +310,9 @@ TEST_F(Shell, RunsTheCommandsOfAClient) {
     EXPECT_EQ(reply.error, "unknown command: fly (help lists them)");
 }
 
-<<<<<<< HEAD
-TEST_F_WHERE(support::isRoot(), Shell, IsNotTrustedWhenItIsOfAnotherUser) {
-    const host::io::FileDescriptor listener(host::io::listenAt(path));
-    ASSERT_EQ(seteuid(1), 0); // the listening user counts
-=======
 TEST_F_WHERE(support::isRoot(), Shell, IsNotTrustedWhenItBelongsToAnotherUser) {
-    const auto listener = appovshell::listenAt(path);
+    const host::io::FileDescriptor listener(host::io::listenAt(path));
     ASSERT_EQ(seteuid(1), 0); // the socket belongs to the user that listens
->>>>>>> words-tests
     ASSERT_EQ(listen(listener.get(), 1), 0);
     ASSERT_EQ(seteuid(0), 0);
     ShellClient client;
@@ -555,12 +549,8 @@ TEST_F(Shell, EvictsAClientThatHasNotReadItsAnswersForLong) {
     EXPECT_EQ(late.run("echo").status, 0);
 }
 
-<<<<<<< HEAD
-TEST_F(Shell, EvictsAClientThatHasAskedNothingForANewOne) {
-    const host::LogCapture log({0x0205});
-=======
 TEST_F(Shell, EvictsAClientThatHasSentNoRequestForANewOne) {
->>>>>>> words-tests
+    const host::LogCapture log({0x0205});
     start();
     ShellClient first;
     first.connect(path);
@@ -629,13 +619,8 @@ TEST_F(Shell, KeepsItsSocketPrivateAndRemovesIt) {
     server->stop();
 }
 
-<<<<<<< HEAD
-TEST_F(Shell, ReplacesASocketThatNobodyServes) {
-    close(host::io::listenAt(path));
-=======
 TEST_F(Shell, ReplacesAStaleSocket) {
-    appovshell::listenAt(path).reset();
->>>>>>> words-tests
+    close(host::io::listenAt(path));
     struct stat status {};
     ASSERT_EQ(lstat(path.c_str(), &status), 0);
     start();
@@ -660,13 +645,8 @@ TEST_F(Shell, DoesNotReplaceASocketInUse) {
     EXPECT_EQ(client.run("echo").status, 0);
 }
 
-<<<<<<< HEAD
-TEST_F(Shell, LeavesASocketAloneThatAnotherShellIsTaking) {
-    close(host::io::listenAt(path));
-=======
 TEST_F(Shell, DoesNotReplaceASocketThatAnotherShellIsTaking) {
-    appovshell::listenAt(path).reset();
->>>>>>> words-tests
+    close(host::io::listenAt(path));
     {
         const host::io::SocketLock other("other", path);
         try {

@@ -1,6 +1,6 @@
 // The control application's list of terminals.
 #include "control/src/log.h"
-#include "control/src/looking-commands.h"
+#include "control/src/state-commands.h"
 #include "shell/command-table.h"
 
 #include <genrpc/json.h>
@@ -47,7 +47,7 @@ struct Terminals : testing::Test {
     control::TerminalView view;
     control::NotificationLog notifications;
     appovshell::CommandTable shell;
-    control::LookingCommands commands{adapter, view, notifications, shell};
+    control::StateCommands commands{adapter, view, notifications, shell};
 };
 
 TEST_F(Terminals, AreEmptyBeforeAnAnswer) { EXPECT_THAT(shown(), IsEmpty()); }

@@ -105,9 +105,9 @@ TEST_F(Emit, RejectsAnUnknownNotificationAndListsTheKnownOnes) {
 
 TEST_F(Emit, RejectsArgumentsThatDoNotMatchTheNotification) {
     const auto conflict = [&](const char* json, const char* why) { expectError("TvServiceConflictInfo", json, why); };
-    conflict("{nope", "the arguments are no JSON: parse error at line 1");
-    conflict("{} {}", "the arguments are no JSON");
-    conflict("{\"info\":\"\xFF\"}", "the arguments are no JSON");
+    conflict("{nope", "the arguments are not JSON: parse error at line 1");
+    conflict("{} {}", "the arguments are not JSON");
+    conflict("{\"info\":\"\xFF\"}", "the arguments are not JSON");
     conflict("[]", "TvServiceConflictInfo: the value: wanted an object");
     conflict(R"({"inf":{}})", "there is no field \"inf\"");
     conflict(R"({"info":{"intParam2":1}})", "info: there is no field \"intParam2\"");
@@ -124,7 +124,7 @@ TEST_F(Emit, RejectsArgumentsOfFourKibibytesAndAcceptsOneByteLess) {
         const std::string head = R"({"info":{"strParam1":")", tail = "\"}}";
         return head + std::string(size - head.size() - tail.size(), 'x') + tail;
     };
-    expectError("TvServicePlayInfo", jsonOf(4096), "the JSON has 4096 bytes; fewer than 4096 are taken");
+    expectError("TvServicePlayInfo", jsonOf(4096), "the JSON has 4096 bytes; fewer than 4096 are allowed");
     EXPECT_EQ(shell.run("TvServicePlayInfo", jsonOf(4095)), 0);
     EXPECT_EQ(requester->received().size(), 1U);
 }

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Writes everything that follows from the lists of messages and is not made by the compiler:
+"""Generates what follows from the message lists and the compiler does not produce:
 
     generate.py [--check] [--tvctl PROGRAM] [ROOT]
 
-In sources it replaces what is between "begin generated: WHAT" and "end generated". With a tvctl of the lists as they
-are now it also writes docs/messages.md and the golden messages. --check: writes nothing, names each file that would
-change and fails.
+Replaces the text between "begin generated: WHAT" and "end generated" in sources. With --tvctl, which must be built from
+the current lists, it also writes docs/messages.md and the golden messages. --check writes nothing: it names each file
+that would change, and fails.
 """
 
 import argparse
@@ -20,8 +20,8 @@ from lists import ListError, Service
 BEGIN, END = "begin generated: ", "end generated"
 
 
-def tasks(tv, mm):
-    """file: {section: lines}."""
+def generated_sections(tv, mm):
+    """Returns {file: {section: lines}}."""
     tv_folder, mm_folder = "frame-genrpc/app-tvservice-proxy/", "frame-genrpc/app-mmservice-proxy/"
     adapter, s = "tvservice-adapter/", sections
     result = {}
@@ -54,11 +54,11 @@ def tasks(tv, mm):
     return result
 
 
-def filled(file, text, lines_of):
-    """The text with its sections' lines."""
+def replace_sections(file, text, lines_of):
+    """Returns the text with the lines of its sections replaced."""
     found = re.findall(rf"{BEGIN}([\w ]+?)(?: \*/)?$", text, re.MULTILINE)
     if sorted(found) != sorted(lines_of):
-        raise ListError(f"{file} has the sections {found}, wanted are {sorted(lines_of)}")
+        raise ListError(f"{file} has the sections {found}, expected {sorted(lines_of)}")
     for name, lines in lines_of.items():
         pattern = re.compile(rf"^(.*{BEGIN}{name}(?: \*/)?\n)(?:.*\n)*?(.*{END}.*\n)", re.MULTILINE)
         body = "".join(line + "\n" for line in lines)
@@ -66,15 +66,15 @@ def filled(file, text, lines_of):
     return text
 
 
-def same(file, found, wanted):
-    """Whether a file says what it should. How lines of code are broken is for clang-format to say."""
+def is_current(file, found, wanted):
+    """Whether a file has the generated content. Ignores whitespace in C++, which clang-format may change."""
     if None in (found, wanted) or not file.endswith((".h", ".cpp")):
         return found == wanted
     return "".join(found.split()) == "".join(wanted.split())
 
 
-def of_program(root, program):
-    """file: text of what the program's schema gives."""
+def files_from_schema(root, program):
+    """Returns {file: text} of the files made from the program's schema; None for a file to remove."""
     sys.path.insert(0, str(root / "tests" / "decoder"))
     import golden  # pylint: disable=import-outside-toplevel
     from codec import Codec  # pylint: disable=import-outside-toplevel
@@ -101,16 +101,16 @@ def main():
     tv = Service("tvservice", root / "frame-genrpc/app-tvservice-proxy")
     mm = Service("mmservice", root / "frame-genrpc/app-mmservice-proxy")
     texts = {
-        file: filled(file, (root / file).read_text(encoding="utf-8"), lines) for file, lines in tasks(tv, mm).items()
+        file: replace_sections(file, (root / file).read_text(encoding="utf-8"), lines) for file, lines in generated_sections(tv, mm).items()
     }
     texts["tvservice-adapter/exports.txt"] = "".join(name + "\n" for name in sections.exports(tv, mm))
     if arguments.tvctl:
-        texts.update(of_program(root, arguments.tvctl))
+        texts.update(files_from_schema(root, arguments.tvctl))
 
     changed = []
     for file, text in texts.items():
         path = root / file
-        if same(file, path.read_text(encoding="utf-8") if path.exists() else None, text):
+        if is_current(file, path.read_text(encoding="utf-8") if path.exists() else None, text):
             continue
         changed.append(file)
         if arguments.check:
@@ -120,9 +120,9 @@ def main():
         else:
             path.write_text(text, encoding="utf-8")
     for file in changed:
-        print(("not as generated: " if arguments.check else "wrote ") + file)
+        print(("out of date: " if arguments.check else "wrote ") + file)
     if arguments.check and changed:
-        print("run ./dev generate, and commit what it writes")
+        print("run ./dev generate and commit the result")
         return 1
     return 0
 

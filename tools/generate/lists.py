@@ -1,4 +1,4 @@
-"""Reads the lists of messages and records, as the headers of frame-genrpc give them."""
+"""Reads the lists of messages and records from the headers of frame-genrpc."""
 
 import dataclasses
 import re
@@ -6,7 +6,7 @@ import re
 
 @dataclasses.dataclass
 class Argument:
-    type: str  # as the list says it: "std::vector<tvservice::TvServiceReq_t>"
+    type: str  # as in the list: "std::vector<tvservice::TvServiceReq_t>"
     name: str
 
 
@@ -18,25 +18,25 @@ class Message:
     method: str
     id: int
     arguments: list
-    comment: str  # the comment in front of it, for its declaration in the adapter
+    comment: str  # the comment before it, for its declaration in the adapter
 
 
 @dataclasses.dataclass
 class Record:
     service: str
     name: str
-    fields: list  # of Argument, the types as inside the service's namespace
+    fields: list  # of Argument; types relative to the service's namespace
 
 
 SCALAR_BYTES = {"std::int32_t": 4, "std::uint32_t": 4, "std::uint16_t": 2, "std::uint8_t": 1, "bool": 4}
 
 
 class ListError(Exception):
-    """What is wrong with a list."""
+    """A malformed list."""
 
 
 def _macros(text):
-    """The body of each macro with one parameter, lines joined."""
+    """The body of each one-parameter macro, with its lines joined."""
     text = text.replace("\\\n", " ")
     return {found[1]: found[2] for found in re.finditer(r"^#define (\w+)\(\w+\)(.*)$", text, re.MULTILINE)}
 
@@ -53,7 +53,7 @@ _MESSAGE = re.compile(
 
 
 class Service:
-    """One service's lists. folder: that of its proxy, with include/NAME/*.h."""
+    """The lists of one service. folder: its proxy's folder, which contains include/NAME/*.h."""
 
     def __init__(self, name, folder):
         self.name = name
@@ -66,7 +66,7 @@ class Service:
         self.records = [record for macro in self._record_lists() for record in self._records(macro)]
 
     def messages(self, which):
-        """Those of one list: "REQUESTS", "ANSWER" and so on."""
+        """The messages of one list, such as "REQUESTS" or "ANSWER"."""
         body = self.macros[f"{self.name.upper()}_{which}"]
         messages = [
             Message(
@@ -81,7 +81,7 @@ class Service:
             for found in _MESSAGE.finditer(body)
         ]
         if len(messages) != len(re.findall(r"MESSAGE\(", body)):
-            raise ListError(f"{self.name.upper()}_{which} has a message that cannot be read")
+            raise ListError(f"{self.name.upper()}_{which} has a malformed message")
         return messages
 
     def requests(self):
@@ -128,5 +128,5 @@ class Service:
             return 8
         record = self.record(local)
         if record is None:
-            raise ListError(f"{self.name}: {type_} is no type of a field")
+            raise ListError(f"{self.name}: {type_} is not a field type")
         return sum(self.bytes(field.type) for field in record.fields)

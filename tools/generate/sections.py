@@ -1,4 +1,4 @@
-"""The texts that follow from the lists of messages. Each function returns lines, formatted as clang-format has them."""
+"""Generates source text from the message lists. Each function returns lines in clang-format's format."""
 
 import re
 
@@ -8,13 +8,13 @@ LONGEST = 120
 IDS = "frame::MsgIds& ids"
 TRANSPORT = "const frame::TransportInfo& transport"
 
-# Three of the adapter's requests have never written a line, and one has always been virtual; both stay.
+# Three of the adapter's requests have never logged a line, and one has always been virtual; both stay that way.
 UNLOGGED = {"setCasService", "requestPackagesReq", "tvServiceSourceChanged"}
 VIRTUAL = {"setCasService"}
-# The adapter's play request is its own, all others pass straight through.
-OWN = {"TvServiceReq"}
+# The adapter implements the play request itself and forwards all others.
+IMPLEMENTED = {"TvServiceReq"}
 
-# What the example asks, where 1 or the argument's name makes little sense.
+# The example's arguments, where 1 or the argument's name makes little sense.
 EXAMPLES = {
     "TvServiceReq": "{play}",
     "TvServiceVideoReq": "{.terminal = main, .intParam1 = 0}",
@@ -27,7 +27,7 @@ EXAMPLES = {
 
 
 def wrapped(opening, parts, closing, indent):
-    """opening + parts + closing in lines of at most LONGEST, parts aligned behind the opening parenthesis."""
+    """opening + parts + closing in lines of at most LONGEST, parts aligned after the opening parenthesis."""
     margin = " " * (indent + len(opening))
     lines, line = [], " " * indent + opening
     for i, part in enumerate(parts):
@@ -45,13 +45,13 @@ def wrapped(opening, parts, closing, indent):
 
 
 def parameters(service, message, names=True):
-    def one(argument):
+    def parameter(argument):
         type_ = service.local(argument.type)
         text = type_ if service.is_value(argument.type) else f"const {type_}&"
         return f"{text} {argument.name}" if names else text
 
     head = [IDS, TRANSPORT] if names else ["frame::MsgIds&", "const frame::TransportInfo&"]
-    return [*head, *map(one, message.arguments)]
+    return [*head, *map(parameter, message.arguments)]
 
 
 def names_of(message):
@@ -143,13 +143,13 @@ def fan_out(service, messages):
     return lines[1:]
 
 
-def passed_through(messages):
-    return [message for message in messages if message.name not in OWN]
+def forwarded(messages):
+    return [message for message in messages if message.name not in IMPLEMENTED]
 
 
 def adapter_declarations(service, messages):
     lines = []
-    for message in passed_through(messages):
+    for message in forwarded(messages):
         if message.comment:
             lines += ["", *comment(message.comment)]
         virtual = "virtual " if message.method in VIRTUAL else ""
@@ -169,7 +169,7 @@ def comment(text):
 
 def forwarders(service, messages):
     lines = []
-    for message in passed_through(messages):
+    for message in forwarded(messages):
         lines += ["", *wrapped(f"int ModelTvServiceAdapter::{message.method}(", parameters(service, message), ") {", 0)]
         if message.method not in UNLOGGED:
             lines.append('    GENRPC_LOG(module, vdlDebugTrace, "Called.\\n");')
@@ -200,7 +200,7 @@ def export_of(service, message):
 
 
 def exports(tv, mm):
-    """The whole list of exported names."""
+    """All exported names, sorted."""
     adapter = "tvservice::ModelTvServiceAdapter"
     names = [
         "CreateMMServiceProxy",
@@ -268,7 +268,7 @@ def example_of(service, message):
     if message.name in EXAMPLES:
         return EXAMPLES[message.name]
 
-    def one(argument):
+    def value_of(argument):
         type_ = service.local(argument.type)
         if type_ == "std::string":
             return f'"{argument.name}"'
@@ -283,7 +283,7 @@ def example_of(service, message):
         chosen += [f".{fields['std::int32_t']} = 1"] if "std::int32_t" in fields else []
         return "{" + ", ".join(chosen) + "}"
 
-    return ", ".join(map(one, message.arguments))
+    return ", ".join(map(value_of, message.arguments))
 
 
 def example_calls(service, messages):

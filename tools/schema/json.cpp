@@ -1,4 +1,4 @@
-#include "kind-words.h"
+#include "kind-names.h"
 #include "wire-rules.h"
 
 #include <nlohmann/json.hpp>
@@ -14,7 +14,7 @@ Json toJson(const std::vector<Field>& fields) {
         Json entry{{"name", field.name},
                    {"offset", field.offset},
                    {"size", field.type.size},
-                   {"kind", wordsOf(field.type.kind).name}};
+                   {"kind", nameOf(field.type.kind).name}};
         if (field.type.kind == Kind::Scalar) entry["signed"] = field.type.isSigned;
         if (field.type.record) entry["record"] = field.type.record;
         list.push_back(std::move(entry));

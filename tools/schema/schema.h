@@ -1,5 +1,5 @@
-// The two services' messages and records as data: what is needed to read a message off the wire without this system's
-// code. All of it follows from the lists and field tables that the code itself is made of.
+// The two services' messages and records as data: enough to decode a message without this system's code. Derived from
+// the same lists and field tables as the code.
 #pragma once
 
 #include <frame/message.h>
@@ -11,7 +11,7 @@
 
 namespace schema {
 
-// Grows when a program that reads the JSON would have to change; new members that it may ignore do not count.
+// Incremented when programs that read the JSON must change. New members that they may ignore do not count.
 inline constexpr int version = 1;
 
 enum class Kind { Scalar, Flag, String, StringList, Uint32List, Record, Sequence };
@@ -20,7 +20,7 @@ struct Type {
     Kind kind;
     std::size_t size;      // of the field, in bytes
     bool isSigned = false; // of a scalar
-    const char* record{};  // what a Record or the elements of a Sequence are
+    const char* record{};  // the type of a Record or of a Sequence's elements
 };
 
 // A field of a record or an argument of a message.
@@ -55,7 +55,7 @@ struct Service {
 
 const std::vector<Service>& services();
 
-// The same for programs (one JSON object), for people at a terminal, and as docs/messages.md.
+// The schema as one JSON object, as text for a terminal, and as docs/messages.md.
 std::string asJson();
 std::string asText();
 std::string asMarkdown();

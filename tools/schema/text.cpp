@@ -1,4 +1,4 @@
-#include "kind-words.h"
+#include "kind-names.h"
 #include "wire-rules.h"
 
 #include <algorithm>
@@ -23,7 +23,7 @@ std::string hex(std::uint32_t number) {
 
 constexpr std::size_t lineWidth = 100;
 
-// Text in lines of lineWidth, the first one behind "- ".
+// Wraps text at lineWidth; the first line begins with "- ".
 std::string wrapped(std::string_view text) {
     std::string lines = "- ";
     while (text.size() > lineWidth - 2) {
@@ -39,9 +39,9 @@ std::string fieldLines(const std::vector<Field>& fields) {
     for (const auto& field : fields) width = std::max(width, std::string_view(field.name).size());
     std::string text;
     for (const auto& field : fields) {
-        char place[32];
-        std::snprintf(place, sizeof place, "%8zu %4zu  ", field.offset, field.type.size);
-        text += place + padded(field.name, width) + "  " + phraseOf(field.type) + "\n";
+        char numbers[32];
+        std::snprintf(numbers, sizeof numbers, "%8zu %4zu  ", field.offset, field.type.size);
+        text += numbers + padded(field.name, width) + "  " + phraseOf(field.type) + "\n";
     }
     return text;
 }
@@ -67,7 +67,7 @@ std::string header(const std::vector<std::string>& titles) {
 std::string linked(const Type& type) {
     if (!type.record) return phraseOf(type);
     const std::string phrase = phraseOf(type), record = type.record;
-    // Headings of one word are their own anchors, in small letters.
+    // The anchor of a one-word heading is the word in lower case.
     std::string anchor = record;
     std::transform(anchor.begin(), anchor.end(), anchor.begin(),
                    [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
@@ -126,7 +126,7 @@ std::string phraseOf(const Type& type) {
 std::string asText() {
     std::string text = "Messages and records, version " + std::to_string(version) + "\n\n";
     for (const char* rule : wireRules) text += wrapped(rule);
-    text += "\nBehind a field's name: what it is. Before it: its offset and its size in bytes.\n";
+    text += "\nEach field: offset, size in bytes, name, type.\n";
     for (const auto& service : services()) {
         for (const auto& message : service.messages)
             text += "\n" + std::string(service.name) + " " + message.direction + " " + hex(message.meta.messageId) +
@@ -142,17 +142,16 @@ std::string asText() {
 std::string asMarkdown() {
     std::string text =
         "# Messages\n\n"
-        "Made by `tvctl schema --markdown`; `tvctl schema --json` says the same to programs. Every message has its "
-        "row\n"
-        "of tests: its bytes in both byte orders ([tests/golden](../tests/golden)), and its way through a whole\n"
+        "`tvctl schema --markdown` generates this file; `tvctl schema --json` prints the same for programs. Each "
+        "message\n"
+        "has tests: its bytes in both byte orders ([tests/golden](../tests/golden)), and its path through a whole\n"
         "receiver. `ctest -R NAME` runs them.\n\n"
         "## Wire form\n\n";
     for (const char* rule : wireRules) text += "- " + std::string(rule) + "\n";
-    text += "\n" + header({"Kind", "What it is"});
+    text += "\n" + header({"Kind", "Meaning"});
     for (const auto& kind : kinds) text += row({kind.name, kind.meaning});
-    text +=
-        "\nThe meta of a message is its id with the instance and the interface code of its direction and a flag:\n\n" +
-        header({"Direction", "Instance", "Interface code", "Flag"});
+    text += "\nA message's meta data: its id, and the instance, interface code and flag of its direction.\n\n" +
+            header({"Direction", "Instance", "Interface code", "Flag"});
     for (const auto& message : {services()[0].messages.front(), services()[0].messages.back()})
         text += row({message.direction, hex(message.meta.instance), hex(message.meta.interfaceCode),
                      std::to_string(message.meta.flag)});

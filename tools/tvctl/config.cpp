@@ -37,8 +37,7 @@ std::string asText(const std::vector<host::NamedSetting>& settings, const std::v
     std::string text;
     for (const std::string& line : aligned(rows)) text += line + '\n';
     text += '\n';
-    for (const auto& file : files)
-        text += (file.found ? "read       " : "not there  ") + host::printable(file.path) + '\n';
+    for (const auto& file : files) text += (file.found ? "read     " : "missing  ") + host::printable(file.path) + '\n';
     return text;
 }
 
@@ -47,9 +46,8 @@ std::string asText(const std::vector<host::NamedSetting>& settings, const std::v
 int runConfig(const Options& given, const std::vector<std::string>& arguments) {
     Options options = given;
     CLI::App app(
-        "Prints each setting of a process that is started here, its value and where that came from: a variable, a "
-        "line\n"
-        "of a file, or the program itself. \"-\" is what nobody has set. Needs no receiver.",
+        "Prints each setting of a process started here, its value and where it comes from: an environment variable,\n"
+        "a line of a file, or the built-in default. \"-\" marks a setting without a value. Needs no receiver.",
         "tvctl config");
     app.add_flag("--json", options.json, "As one JSON object, for programs");
     if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;

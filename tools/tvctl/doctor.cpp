@@ -13,8 +13,8 @@ namespace tvctl {
 namespace {
 
 bool wantsColour() {
-    const char* const unwanted = std::getenv("NO_COLOR");
-    return isatty(STDOUT_FILENO) == 1 && (unwanted == nullptr || *unwanted == '\0');
+    const char* const noColour = std::getenv("NO_COLOR");
+    return isatty(STDOUT_FILENO) == 1 && (noColour == nullptr || *noColour == '\0');
 }
 
 int print(const doctor::Diagnosis& diagnosis, const Options& options) {
@@ -28,17 +28,17 @@ int print(const doctor::Diagnosis& diagnosis, const Options& options) {
 int runDoctor(const Options& given, const std::vector<std::string>& arguments) {
     Options options = given;
     CLI::App app(
-        "Examines what a receiver that is started here would meet, and what runs: configuration, folders, sockets,\n"
-        "services and their messages, keys, shells, limits and the run log. Says who may come in where. Changes\n"
-        "nothing.",
+        "Examines what a receiver started here would use, and what runs: configuration, folders, sockets, services "
+        "and\n"
+        "their messages, keys, shells, limits and the run log. Lists who may connect where. Changes nothing.",
         "tvctl doctor");
     addOptions(app, options);
-    app.remove_option(app.get_option("--target")); // it examines all of them
+    app.remove_option(app.get_option("--target")); // it examines all processes
     app.footer("Exit codes: 0 nothing is wrong, though there may be warnings; 1 something is wrong.");
     if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;
     const auto examination = doctor::examine(options.timeout);
     const int exitCode = print(examination.diagnosis, options);
-    // A check that is still under way uses what an orderly end would take from under it.
+    // A check that still runs uses objects that a normal exit would destroy.
     if (examination.stuck) std::_Exit(exitCode);
     return exitCode;
 }

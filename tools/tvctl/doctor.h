@@ -1,12 +1,12 @@
-// tvctl doctor: what a receiver that is started here would meet, and what runs.
+// tvctl doctor: examines what a receiver started here would use, and what runs.
 #pragma once
 
 #include "options.h"
 
 namespace tvctl {
 
-// Prints what is right, questionable and wrong, and who may come in where; changes nothing. Returns the exit code:
-// exitFailed when something is wrong.
+// Prints the findings, and who may connect where; changes nothing. Returns the exit code: exitFailed when something is
+// wrong.
 int runDoctor(const Options& options, const std::vector<std::string>& arguments);
 
 } // namespace tvctl

@@ -22,7 +22,7 @@ int exitCodeOf(int status) {
     }
 }
 
-// A command explains its failure in what it prints, the shell in the error.
+// A command explains its failure in its output, the shell in the reply's error.
 std::string explanationOf(const host::ShellReply& reply) {
     auto text = withoutFinalLineFeed(reply.output);
     if (!reply.error.empty()) text += (text.empty() ? "" : "\n") + reply.error;

@@ -1,4 +1,4 @@
-// What went wrong, as an exit code, a result and a text.
+// Failures, as an exit code, a result and a text.
 #pragma once
 
 #include "options.h"
@@ -12,18 +12,18 @@
 
 namespace tvctl {
 
-// JSON for programs. Text that is no UTF-8 gets replacement characters.
+// JSON for programs. Invalid UTF-8 becomes replacement characters.
 std::string toText(const nlohmann::json& json);
 std::string withoutFinalLineFeed(std::string text);
 
 struct Failure {
     int exitCode;
-    int status; // the negative result that says the same
+    int status; // the negative result with the same meaning
 };
 
 Failure failureOf(host::ShellError::Kind kind);
 
-// A reply with a negative status; its text is the process's explanation.
+// A reply with a negative status; what() is the process's explanation.
 class CommandFailure : public std::runtime_error {
 public:
     explicit CommandFailure(const host::ShellReply& reply);
@@ -33,10 +33,10 @@ private:
     Failure failure_;
 };
 
-// Ends what a command prints. Returns the exit code, having said on errors what is not out when it is not exitDone.
+// Flushes a command's output. Returns the exit code; unless it is exitDone, the failure has been reported on errors.
 int finish(std::ostream& output, std::ostream& errors, bool json);
 
-// Says on errors what is wrong, as JSON when that is wanted. Returns the exit code.
+// Reports a failure on errors, as JSON if requested. Returns the exit code.
 int report(std::ostream& errors, bool json, Failure failure, const std::string& text);
 
 } // namespace tvctl

@@ -19,7 +19,7 @@ namespace {
 
 constexpr int historyLines = 1000;
 
-// The line editor with its history, which lasts from one session to the next.
+// The line editor. Its history persists across sessions.
 class Editor {
 public:
     Editor(Session& session, const Options& options)
@@ -41,7 +41,7 @@ public:
             historyFile_ = host::stateDirectory() + "/tvctl-history";
             history(history_, &event, H_LOAD, historyFile_.c_str());
         } catch (const std::exception& error) {
-            std::cerr << "tvctl: the history is not kept: " << error.what() << '\n';
+            std::cerr << "tvctl: cannot save the history: " << error.what() << '\n';
         }
     }
 
@@ -64,7 +64,7 @@ public:
     }
 
 private:
-    // Saves with every line, so that an interrupted session leaves its history too.
+    // Saves after every line, so that an interrupted session keeps its history, too.
     void remember(const char* line) {
         HistEvent event;
         history(history_, &event, H_ENTER, line);
@@ -79,7 +79,7 @@ private:
 
     static char* prompt(EditLine* editor) { return of(editor).prompt_.data(); }
 
-    // Extends the command word by what all commands that begin with it share; lists them when that is nothing.
+    // Extends the command word to the common prefix of all matching commands; lists them when that adds nothing.
     static unsigned char complete(EditLine* editor, int) {
         const LineInfo* info = el_line(editor);
         const std::string_view typed(info->buffer, static_cast<std::size_t>(info->cursor - info->buffer));
@@ -110,7 +110,7 @@ private:
     std::string historyFile_;
 };
 
-// Runs the lines that read hands out.
+// Runs each line that read returns.
 template <class Read> int runLines(Session& session, const Read& read) {
     int exitCode = exitDone;
     std::string line;
@@ -128,7 +128,7 @@ template <class Read> int runLines(Session& session, const Read& read) {
 
 int runShell(const Options& given, const std::vector<std::string>& arguments) {
     Options options = given;
-    CLI::App app("Takes commands of the process line by line from standard input, until its end or \"exit\".",
+    CLI::App app("Runs commands of the process, one per line of standard input, until its end or \"exit\".",
                  "tvctl shell");
     addOptions(app, options);
     if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;

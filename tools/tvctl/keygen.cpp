@@ -26,11 +26,11 @@ int runKeygen(const Options& given, const std::vector<std::string>& arguments) {
     std::string file;
     bool show = false;
     CLI::App app(
-        "Makes a pair of keys in a new file, which nobody else may read, and prints the public key. A file\n"
-        "that is there already is left alone. Needs no receiver.",
+        "Writes a new key pair to a new file, which no other user may read, and prints the public key. Never\n"
+        "overwrites a file. Needs no receiver.",
         "tvctl keygen");
-    app.add_option("FILE", file, "Where the pair is kept; the setting keys.file names it to receivers")->required();
-    app.add_flag("--show", show, "Print the public key of a file that is there");
+    app.add_option("FILE", file, "The file of the pair; receivers find it through the setting keys.file")->required();
+    app.add_flag("--show", show, "Print the public key of an existing file");
     app.add_flag("--json", options.json, "Print one JSON object, for programs");
     app.add_flag("--quiet", options.quiet, "Print the public key and errors only");
     if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;
@@ -44,10 +44,10 @@ int runKeygen(const Options& given, const std::vector<std::string>& arguments) {
     std::cout << (options.json ? toText({{"public", publicKey}, {"file", file}}) : publicKey) << '\n';
     if (const int exitCode = finish(std::cout, std::cerr, options.json); exitCode != exitDone) return exitCode;
     if (!show && !options.json && !options.quiet)
-        std::cerr << "The pair is in " << host::printable(file)
-                  << ", which keys.file has to name on this machine and which stays here.\n"
-                  << "The public key above goes to the others: into keys.clients where the services are,\n"
-                     "into keys.services.SERVICE where the framework is.\n";
+        std::cerr << "The key pair is in " << host::printable(file)
+                  << ". Set keys.file to this file; keep it on this machine.\n"
+                  << "Give the public key above to the other hosts: in keys.clients where the services run,\n"
+                     "in keys.services.SERVICE where the framework runs.\n";
     return exitDone;
 }
 

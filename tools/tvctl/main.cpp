@@ -1,4 +1,4 @@
-// tvctl: gives commands to a receiver process through its debug shell.
+// tvctl: sends commands to a receiver process through its debug shell.
 #include "config.h"
 #include "doctor.h"
 #include "failure.h"
@@ -24,20 +24,19 @@
 namespace {
 
 constexpr tvctl::Verb verbs[] = {
-    {"shell", "takes the process's commands line by line", tvctl::runShell},
-    {"watch", "prints what the process's clients are told, as it comes", tvctl::runWatch},
+    {"shell", "runs the process's commands line by line", tvctl::runShell},
+    {"watch", "prints the notifications to the process's clients as they arrive", tvctl::runWatch},
     {"schema", "prints all messages and records with their layout", tvctl::runSchema},
-    {"config", "prints what a process started here is configured with, and where that is from", tvctl::runConfig},
-    {"keygen", "makes the pair of keys by which other hosts know this one", tvctl::runKeygen, false},
-    {"doctor", "finds what is wrong with what a receiver meets here, and who may come in where", tvctl::runDoctor,
-     false},
+    {"config", "prints the settings of a process started here, and where they come from", tvctl::runConfig},
+    {"keygen", "makes the key pair that identifies this host to others", tvctl::runKeygen, false},
+    {"doctor", "finds problems of a receiver on this host, and lists who may connect where", tvctl::runDoctor, false},
 };
 
-// Nothing is left to tidy up: the line editor resets the terminal before it lets the signal through.
+// Needs no cleanup: the line editor resets the terminal before it passes the signal on.
 void endInterrupted(int) { _exit(tvctl::exitInterrupted); }
 
 std::string footer() {
-    std::string text = "Verbs of tvctl itself (\"tvctl VERB --help\" says more):\n";
+    std::string text = "Verbs of tvctl itself (see \"tvctl VERB --help\"):\n";
     for (const auto& verb : verbs) text += "  " + std::string(verb.name) + "  " + verb.help + "\n";
     return text +
            "\nExit codes: 0 done, 1 the command failed or something is wrong, 2 wrong usage, 3 no such process,\n"
@@ -53,13 +52,13 @@ int main(int argc, char** argv) {
     tvctl::Options options;
     CLI::App app(
         "tvctl [OPTIONS] VERB [ARGS...]\n\n"
-        "Gives a command to a receiver process. The verb \"help\" lists the commands of the process.",
+        "Sends a command to a receiver process. The verb \"help\" lists the commands of the process.",
         "tvctl");
     tvctl::addOptions(app, options);
     tvctl::escapeFailures(app);
     app.set_version_flag("--version", "tvctl " TVCTL_VERSION);
     app.footer(footer());
-    // Everything from the verb on is the command's, dashes included.
+    // Everything from the verb on belongs to the command, options included.
     app.prefix_command();
     try {
         app.parse(argc, argv);
@@ -72,7 +71,7 @@ int main(int argc, char** argv) {
         std::cerr << app.help();
         return tvctl::exitUsage;
     }
-    // The parser leaves options that it does not know to the command, but they came before the verb.
+    // The parser leaves unknown options to the command, but this one precedes the verb.
     if (words[0].rfind('-', 0) == 0) {
         std::cerr << "tvctl: unknown option: " << host::printable(words[0]) << " (--help lists them)\n";
         return tvctl::exitUsage;

@@ -5,7 +5,7 @@
 
 namespace tvctl {
 
-// What is wrong with the name of a notification, with the names nearest to it; empty when there is such a one.
+// Returns an error text with the nearest names; empty when the notification exists.
 std::string checkNotification(const std::string& name);
 
 } // namespace tvctl

@@ -7,17 +7,17 @@
 namespace tvctl {
 namespace {
 
-// A range of numbers would let "nan" through.
+// CLI::Range would accept "nan".
 std::string checkSeconds(const std::string& text) {
     double seconds = 0;
     const bool number = CLI::detail::lexical_cast(text, seconds);
-    return number && seconds >= 0.001 && seconds <= 86400 ? "" : text + " is no number from 0.001 to 86400";
+    return number && seconds >= 0.001 && seconds <= 86400 ? "" : text + " is not a number from 0.001 to 86400";
 }
 
 } // namespace
 
 void addOptions(CLI::App& app, Options& options) {
-    app.add_option("--target", options.target, "The process to talk to")->capture_default_str();
+    app.add_option("--target", options.target, "The process to send the command to")->capture_default_str();
     app.add_flag("--json", options.json, "Print the outcome as JSON");
     app.add_flag("--quiet", options.quiet, "Print errors only");
     app.add_option_function<double>(

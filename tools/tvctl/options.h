@@ -1,4 +1,4 @@
-// The options that tvctl and its own verbs share, and reading a verb's arguments.
+// The options that tvctl and its own verbs share, and the parser of a verb's arguments.
 #pragma once
 
 #include <chrono>
@@ -31,23 +31,23 @@ struct Options {
     bool timeoutGiven = false;
 };
 
-// Something that tvctl does itself; any other first word is a command of the process that it talks to. run takes the
-// options that stood before the verb and what stood behind it, and returns the exit code.
+// A command of tvctl itself; any other first word is a command of the target process. run takes the options before the
+// verb and the arguments after it, and returns the exit code.
 struct Verb {
     const char* name;
     const char* help; // for people, one line
     int (*run)(const Options& options, const std::vector<std::string>& arguments);
-    bool configured = true; // whether it refuses to run over a wrong configuration
+    bool configured = true; // whether it needs a valid configuration
 };
 
-// Lets app take the options that fill in options; both have to last until app has parsed.
+// Adds the shared options to app, which stores their values in options. Both must outlive the parsing.
 void addOptions(CLI::App& app, Options& options);
 
-// Has app say what is wrong with its arguments in printable text: who wrote them is not always who reads it.
+// Makes app escape unprintable characters in its error texts: the arguments may not be the reader's own.
 void escapeFailures(CLI::App& app);
 
-// Reads a verb's arguments. Returns the exit code when there is nothing left to do: they are wrong, or help was wanted,
-// and that has been said.
+// Parses a verb's arguments. Returns the exit code when the verb must not run: they are invalid or ask for help, and
+// the text has been printed.
 std::optional<int> parseArguments(CLI::App& app, const std::vector<std::string>& arguments);
 
 } // namespace tvctl

@@ -1,4 +1,4 @@
-// tvctl schema: what messages and records look like on the wire.
+// tvctl schema: the layout of messages and records on the wire.
 #pragma once
 
 #include "options.h"

@@ -21,7 +21,7 @@ std::vector<std::string> Session::commandWords() {
         const auto list = nlohmann::json::parse(ask(std::string("help"), true).output);
         for (const auto& entry : list) words.push_back(entry.at("command").get<std::string>());
     } catch (const std::exception&) {
-        // Completion is a convenience: the next command says what is wrong.
+        // Completion is optional: the next command reports the problem.
         words.clear();
     }
     return words;

@@ -1,4 +1,4 @@
-// Running commands in a receiver's shell and reporting on them as tvctl's options say.
+// Runs commands in a receiver's shell and reports their outcome as tvctl's options say.
 #pragma once
 
 #include "options.h"
@@ -14,18 +14,17 @@ class Session {
 public:
     explicit Session(const Options& options) : options_(options) {}
 
-    // Run one command and report its outcome: what it printed on standard output, everything else on standard error.
-    // They return the exit code.
+    // Run one command, print its output on standard output and everything else on standard error. Return the exit code.
     int run(const std::vector<std::string>& words);
     int run(const std::string& line);
 
-    // The receiver's command words; none when it cannot be asked.
+    // The receiver's command words; empty when it cannot be reached.
     std::vector<std::string> commandWords();
 
 private:
     template <class Command> host::ShellReply ask(const Command& command, bool json);
     template <class Command> int runAndReport(const Command& command);
-    // Prints what a command printed; throws CommandFailure when it failed.
+    // Prints a command's output; throws CommandFailure when the command failed.
     int print(const host::ShellReply& reply) const;
 
     const Options& options_;

@@ -23,20 +23,19 @@ using Json = nlohmann::ordered_json;
 
 constexpr std::chrono::milliseconds pollInterval{100};
 
-// The receiver's notifications, as its shell lists them: a poll asks for what came since the one before.
+// Fetches the receiver's notifications through its shell: each poll returns those since the previous one.
 class Feed {
 public:
     explicit Feed(const Options& options) : options_(options) {}
 
-    // Connects, and takes note of the newest notification: the next poll brings what came after it.
+    // Connects, and remembers the newest notification: the next poll returns those after it.
     void start(std::chrono::milliseconds timeout) {
         client_.connect(host::shellEndpointOf(options_.target));
-        for (const auto& notification : ask({"notifications"}, timeout)) seen(notification);
+        for (const auto& notification : ask({"notifications"}, timeout)) remember(notification);
     }
 
-    // The notifications that are new, oldest first; there may be more of them at once. Asks for the last one seen
-    // again: when it is another one now, or there is none, the numbers have started again and all that came since is
-    // new.
+    // Returns the new notifications, oldest first; more may be available at once. Requests the last one again: when it
+    // has changed or is gone, the receiver has restarted its numbering, and all its notifications are new.
     std::vector<Json> poll(std::chrono::milliseconds timeout) {
         auto list = ask({"notifications", std::to_string(number_ == 0 ? 0 : number_ - 1)}, timeout);
         if (number_ > 0) {
@@ -50,17 +49,17 @@ public:
             }
         }
         if (!list.empty()) missed_ += numberOf(list.front()) - number_ - 1;
-        for (const auto& notification : list) seen(notification);
+        for (const auto& notification : list) remember(notification);
         return list;
     }
 
-    // How many notifications the receiver had dropped before they could be asked for, since the last call.
+    // The number of notifications that the receiver dropped before they were requested, since the last call.
     std::uint64_t takeMissed() { return std::exchange(missed_, 0); }
 
 private:
-    // Copies and texts of JSON take stack for each level.
+    // Limits the depth: copying and printing JSON takes stack for each level.
     static std::vector<Json> listOf(const std::string& text) {
-        constexpr int deepest = 32; // the records of notifications have fewer levels than ten
+        constexpr int deepest = 32; // notifications have fewer than ten levels
         const auto checkDepth = [](int depth, Json::parse_event_t, Json&) {
             if (depth <= deepest) return true;
             throw host::ShellError(host::ShellError::Kind::BadData, "the list of notifications is nested more than " +
@@ -72,7 +71,7 @@ private:
     static std::uint64_t numberOf(const Json& notification) { return notification.at("number").get<std::uint64_t>(); }
     static std::string timeOf(const Json& notification) { return notification.at("time").get<std::string>(); }
 
-    void seen(const Json& notification) {
+    void remember(const Json& notification) {
         number_ = numberOf(notification);
         time_ = timeOf(notification);
     }
@@ -93,25 +92,25 @@ private:
 std::string lineOf(const Json& notification, bool json) {
     const auto textOf = [](const Json& value) { return value.dump(-1, ' ', false, Json::error_handler_t::replace); };
     if (json) return textOf(notification);
-    // The receiver keeps no arguments that are longer than an answer can be.
+    // The receiver does not keep arguments that are too long for an answer.
     const auto omitted = notification.find("omittedBytes");
     const std::string arguments = omitted == notification.end() ? textOf(notification.at("arguments"))
                                                                 : "(" + textOf(*omitted) + " bytes left out)";
-    // JSON leaves some characters as they are that steer terminals.
+    // JSON does not escape all terminal control characters.
     return host::printable(notification.at("time").get<std::string>() + " " +
                            notification.at("message").get<std::string>() + " " + arguments);
 }
 
 struct TimedOut {};
 
-// When to give up, if ever.
+// The optional time limit of the whole run.
 class Deadline {
 public:
     explicit Deadline(const Options& options)
         : answer_(options.timeout),
           end_(options.timeoutGiven ? std::optional(Clock::now() + options.timeout) : std::nullopt) {}
 
-    // How long an answer may take. Throws TimedOut when there is no time left.
+    // The time limit of the next answer. Throws TimedOut when there is no time left.
     std::chrono::milliseconds left() const {
         if (!end_) return answer_;
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(*end_ - Clock::now());
@@ -125,17 +124,17 @@ private:
     std::optional<Clock::time_point> end_;
 };
 
-// Throws what ends it early.
+// An exception ends it early.
 int follow(const WatchOptions& options, std::ostream& out, std::ostream& errors, std::size_t& printed) {
     const auto& receiver = options.receiver;
     const Deadline deadline(receiver);
     Feed feed(receiver);
     feed.start(deadline.left());
     for (;;) {
-        const auto news = feed.poll(deadline.left());
+        const auto received = feed.poll(deadline.left());
         if (const auto missed = feed.takeMissed(); missed > 0)
             errors << "tvctl: the receiver had already dropped " << missed << " notifications\n";
-        for (const auto& notification : news) {
+        for (const auto& notification : received) {
             const auto message = notification.at("message").get<std::string>();
             if (!options.messages.empty() && options.messages.count(message) == 0) continue;
             if (!receiver.quiet) {
@@ -144,7 +143,7 @@ int follow(const WatchOptions& options, std::ostream& out, std::ostream& errors,
             }
             if (++printed == options.count) return exitDone;
         }
-        if (news.empty()) deadline.pause();
+        if (received.empty()) deadline.pause();
     }
 }
 
@@ -182,15 +181,17 @@ int runWatch(const Options& given, const std::vector<std::string>& arguments) {
     bool once = false;
     std::size_t count = 0;
     CLI::App app(
-        "Prints what the process's clients are told from now on, a line for each notification: time, message and\n"
-        "arguments. Ends when the process does.",
+        "Prints new notifications to the process's clients, one per line: time, message and arguments. Ends when\n"
+        "the process does.",
         "tvctl watch");
     addOptions(app, options.receiver);
-    app.add_option("NAME", names, "Messages to print, such as TvServiceAudioInfo; all when there is none");
-    auto* countOption = app.add_option("--count", count, "End after so many notifications")
+    app.add_option("NAME", names, "Messages to print, such as TvServiceAudioInfo; all by default");
+    auto* countOption = app.add_option("--count", count, "End after this many notifications")
                             ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1000000000}));
     app.add_flag("--once", once, "The same as --count 1")->excludes(countOption);
-    app.footer("With --timeout, it ends after so many seconds with exit code 4 unless as many came as are wanted.");
+    app.footer(
+        "With --timeout, it ends with exit code 4 after that many seconds, unless the wanted number has arrived "
+        "before.");
     if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;
     if (once) count = 1;
     if (count > 0) options.count = count;

@@ -1,4 +1,4 @@
-// tvctl watch: follows what a receiver tells its clients.
+// tvctl watch: prints a receiver's notifications to its clients.
 #pragma once
 
 #include "options.h"
@@ -13,11 +13,11 @@ namespace tvctl {
 struct WatchOptions {
     Options receiver;
     std::set<std::string> messages;   // which notifications to print; empty: all of them
-    std::optional<std::size_t> count; // how many to print; without it there is no end
+    std::optional<std::size_t> count; // how many to print; unset: no limit
 };
 
-// Prints the receiver's notifications from now on, a line each, until as many came as are wanted, the receiver is gone,
-// or the timeout (when given) has passed. Returns the exit code.
+// Prints the receiver's new notifications, one per line, until count is reached, the receiver is gone, or the timeout
+// (if given) has passed. Returns the exit code.
 int watch(const WatchOptions& options, std::ostream& out, std::ostream& errors);
 
 // The verb.

@@ -1,4 +1,4 @@
-// The answers to play and stop requests on their way to who asked, as the fault switches let them go.
+// Sends the answers to play and stop requests, subject to the fault switches.
 #pragma once
 
 #include "common/answers.h"
@@ -21,16 +21,16 @@ public:
 
     AnswerLine(const Sender& sender, FaultSwitches& faults) : sender_(sender), faults_(faults) {}
 
-    // Sends the answers, then does what else is to follow them; both after the delay that the switches ask for. Mute
-    // keeps back the answers only. thenBytes: what the rest holds, about. When more would wait than is kept
-    // (DelayLine::give), both are lost. From one thread at a time.
-    void give(Infos infos, std::uint64_t client, DelayLine::Work then = {}, std::size_t thenBytes = 0) {
+    // Sends the answers, then calls then; both after the delay that the switches set. "mute" drops only the answers.
+    // thenBytes: the approximate memory that then holds. When the delay line is full (DelayLine::schedule), both are
+    // lost. From one thread at a time.
+    void schedule(Infos infos, std::uint64_t client, DelayLine::Work then = {}, std::size_t thenBytes = 0) {
         const Faults faults = faults_.get();
         falsify(infos, faults);
         std::size_t bytes = thenBytes;
         for (const auto& info : infos)
             bytes += sizeof info + info.uri.size() + info.uuid.size() + info.uuidAncestor.size() + info.reqId.size();
-        line_.give(
+        line_.schedule(
             [this, infos = std::move(infos), client, then = std::move(then), faults] {
                 if (!faults.mute) send(infos, client);
                 if (!faults.mute && faults.duplicate) send(infos, client);
@@ -45,8 +45,8 @@ private:
     void send(const Infos& infos, std::uint64_t client) {
         sender_.to<Message>(client, infos);
         if (!faults_.countAnswer()) return;
-        SERVICE_LOG(vdlDebugWarning, "ending with a failure, as the fault switch exit-after asks\n");
-        // A crash, as clients see it: nothing is closed or unlinked in an orderly way.
+        SERVICE_LOG(vdlDebugWarning, "exiting with a failure because of the fault switch exit-after\n");
+        // Looks like a crash to clients: nothing is closed or unlinked properly.
         _exit(1);
     }
 

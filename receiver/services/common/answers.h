@@ -1,5 +1,5 @@
-// From a list of requests to the list of answers. The two services' records differ as types, not in what this needs of
-// them; both stop at the same URI.
+// Turns a list of requests into the list of answers. The two services' record types differ, but not in the fields used
+// here; both have the same stop URI.
 #pragma once
 
 #include "common/fault-switches.h"
@@ -15,12 +15,12 @@
 
 namespace services {
 
-// Carries requests out, in order, and returns one answer for each. check(terminal, uri) says with its result whether it
-// can be shown there; one for which the table has no room gets result::nothingShown. A terminal whose request fails
-// goes on showing what it did. Without evictions a full table makes no room.
+// Executes requests in order and returns one answer for each. check(terminal, uri) returns result::done, or why the
+// terminal cannot show the URI. A request for which the table has no room gets result::nothingShown. A terminal whose
+// request fails keeps showing what it did. Without evictions, a full table evicts nothing.
 template <class Info, class Request, class Check>
-std::vector<Info> carryOut(const std::vector<Request>& requests, std::uint64_t client, TerminalTable& table,
-                           const Check& check, Evictions* evictions = nullptr) {
+std::vector<Info> execute(const std::vector<Request>& requests, std::uint64_t client, TerminalTable& table,
+                          const Check& check, Evictions* evictions = nullptr) {
     const auto now = std::chrono::system_clock::now();
     std::vector<Info> infos;
     infos.reserve(requests.size());
@@ -43,7 +43,7 @@ std::vector<Info> carryOut(const std::vector<Request>& requests, std::uint64_t c
     return infos;
 }
 
-// Makes answers as wrong as the switches ask.
+// Falsifies answers as the switches demand.
 template <class Info> void falsify(std::vector<Info>& infos, const Faults& faults) {
     for (Info& info : infos) {
         if (faults.wrong) info.result = result::wrongByFault;

@@ -1,5 +1,5 @@
-// What clients can make a service keep, and how much of it: all bounds of a service's tables. The shell's command
-// "stats tables" says how full each table is and how much it has refused.
+// The bounds of all tables that clients can fill in a service. The shell's command "stats tables" shows how full each
+// table is and how much it has refused.
 #pragma once
 
 #include <cstddef>
@@ -10,17 +10,17 @@ namespace services {
 
 namespace bounds {
 
-// Of terminals that show something, and again of those that are locked. A client, that is a connection, has a quarter
-// of a table at most, so one that invents terminals leaves room for others. What a client has stays when it goes: its
-// terminals go on showing it. Only a full table forgets an entry for each one that it has no room for: the oldest one
-// of a client that has gone, else of the client that has the most. So neither one that comes back again and again nor
-// many that stay keep others out.
+// Of terminals that show something, and the same of locked terminals. A client (a connection) may fill at most a
+// quarter of a table, so a client that invents terminals leaves room for others. A client's entries stay when it
+// disconnects: its terminals keep showing what they show. Only a full table evicts an entry for each new one: the
+// oldest of a disconnected client, else the oldest of the client with the most. So neither a client that reconnects
+// again and again nor many connected clients can keep others out.
 inline constexpr std::size_t terminals = 256, terminalsOfAClient = 64;
 inline constexpr std::size_t textBytes = 256 * 1024, textBytesOfAClient = 64 * 1024; // their URIs and uuids together
-// Of answers that the fault switch "delay" keeps back. What follows an answer counts with it.
+// Of answers that the fault switch "delay" holds back. The notifications after an answer count with it.
 inline constexpr std::size_t delayedAnswers = 1024, delayedBytes = 16 * 1024 * 1024;
-// Of a text that goes to all clients: the names of a download's packages, the name of the source. Each is kept, too.
-// The URIs in a status go to all clients as well; the terminals' bounds are theirs.
+// Of a text that is stored and sent to all clients: the names of a download's packages, the name of the source. The
+// URIs in a status also go to all clients; the bounds of terminals cover them.
 inline constexpr std::size_t passedTextBytes = 8 * 1024;
 
 } // namespace bounds
@@ -29,7 +29,7 @@ inline constexpr std::size_t passedTextBytes = 8 * 1024;
 struct TableCount {
     std::string name;
     std::size_t held = 0, most = 0;
-    std::uint64_t refused = 0; // what found no room, since the process started
+    std::uint64_t refused = 0; // for lack of room, since the process started
 };
 
 } // namespace services

@@ -1,4 +1,4 @@
-// What clients make a service keep for terminals, within bounds::terminals and the bounds beside it.
+// A table of what clients set for terminals, within bounds::terminals and the related bounds.
 #pragma once
 
 #include "common/bounds.h"
@@ -16,16 +16,16 @@
 
 namespace services {
 
-// How a table makes room while it handles one message.
+// How a table evicts entries while it handles one message.
 class Evictions {
 public:
-    // connected: the clients that are connected, asked for at most once. evicted: called for each terminal that the
-    // table forgets, must not throw and must not use the table.
+    // connected: returns the connected clients; called at most once. evicted: called for each evicted terminal; must
+    // not throw or use the table.
     explicit Evictions(std::function<std::vector<std::uint64_t>()> connected,
                        std::function<void(const Terminal&)> evicted = {})
         : connected_(std::move(connected)), evicted_(std::move(evicted)) {}
 
-    // Calls handle with the clients that are connected, sorted: the first time only.
+    // Calls handle with the connected clients, sorted, but only the first time.
     template <class Handle> void askOnce(const Handle& handle) {
         if (!connected_) return;
         auto clients = std::exchange(connected_, nullptr)();
@@ -41,9 +41,9 @@ private:
     std::function<void(const Terminal&)> evicted_;
 };
 
-// Entry: has a client, whose request it was, and says how many bytes of text it has (textBytes). For one thread at a
-// time. A request costs the same however full the table is; only finding out who has gone, once for a message, and
-// forgetting an entry walk through it.
+// Entry: has the client that requested it, and textBytes(), the bytes of its text. For one thread at a time. The cost
+// of a request does not depend on how full the table is; only finding the disconnected clients, once per message, and
+// evicting an entry traverse it.
 template <class Entry> class ClientTable {
 public:
     struct Held {
@@ -53,10 +53,9 @@ public:
 
     explicit ClientTable(const char* name) : name_(name) {}
 
-    // Makes this the entry of a terminal, in place of the one it has. When the table is full it forgets the oldest
-    // entries of clients that have gone, then the oldest of the client that has the most, as long as that has more than
-    // the one that asks gets; without evictions it forgets none. False when there is no room; the terminal then keeps
-    // its entry.
+    // Sets the entry of a terminal, replacing its current one. A full table evicts the oldest entries of disconnected
+    // clients, then the oldest of the client with the most, as long as that client has more than the requesting one
+    // gets; without evictions it evicts none. Returns false when there is no room; the terminal then keeps its entry.
     bool put(const Terminal& terminal, Entry entry, Evictions* evictions) {
         const std::size_t bytes = entry.textBytes();
         const std::uint64_t client = entry.client;
@@ -65,7 +64,7 @@ public:
             ++refused_;
             return false;
         }
-        // All memory first: what throws has changed nothing but evictions.
+        // Allocates all memory first: an exception has changed nothing except evictions.
         std::map<Terminal, Held> made;
         made.try_emplace(terminal, Held{std::move(entry), lastNumber_ + 1});
         Share& share = shares_[client];
@@ -85,15 +84,15 @@ public:
         return true;
     }
 
-    // Swaps what two terminals have for a client that asks. An entry that moves to a terminal without one counts as
-    // that client's from then on: else it could fill the share of another one. False, with nothing changed, when there
-    // is nothing to swap or no room for that.
+    // Swaps the entries of two terminals at a client's request. An entry that moves to a terminal without one counts as
+    // that client's from then on: otherwise the client could fill another one's share. Returns false, with nothing
+    // changed, when there is nothing to swap or no room.
     bool swap(const Terminal& a, const Terminal& b, std::uint64_t client) {
         const auto atA = entries_.find(a), atB = entries_.find(b);
         const auto held = atA == entries_.end() ? atB : atA;
         if (held == entries_.end()) return false;
         const bool movesAlone = atA == entries_.end() || atB == entries_.end();
-        if (movesAlone && held->second.entry.client != client && !give(held, client)) return false;
+        if (movesAlone && held->second.entry.client != client && !assign(held, client)) return false;
         swapKeys(entries_, a, b);
         return true;
     }
@@ -106,21 +105,21 @@ private:
 
     struct Use {
         std::size_t count = 0, bytes = 0;
-        void add(std::size_t more) {
+        void add(std::size_t added) {
             ++count;
-            bytes += more;
+            bytes += added;
         }
-        void remove(std::size_t less) {
+        void remove(std::size_t removed) {
             --count;
-            bytes -= less;
+            bytes -= removed;
         }
-        bool hasRoomFor(std::size_t more, std::size_t most, std::size_t mostBytes) const {
-            return count < most && bytes + more <= mostBytes;
+        bool hasRoomFor(std::size_t added, std::size_t most, std::size_t mostBytes) const {
+            return count < most && bytes + added <= mostBytes;
         }
     };
     struct Share {
         Use use;
-        bool gone = false;
+        bool disconnected = false;
     };
 
     bool shareHasRoom(std::uint64_t client, std::size_t bytes, Iterator own) const {
@@ -137,40 +136,45 @@ private:
             return !use.hasRoomFor(bytes, bounds::terminals, bounds::textBytes);
         };
         while (isFull())
-            if (!evictions || !(evictOfGone(client, own, *evictions) || evictOfLargest(client, bytes, own, *evictions)))
+            if (!evictions ||
+                !(evictOfDisconnected(client, own, *evictions) || evictOfLargest(client, bytes, own, *evictions)))
                 return false;
         return true;
     }
 
-    // Forgets the oldest entry of a client that has gone, but not own; false when there is none.
-    bool evictOfGone(std::uint64_t client, Iterator own, Evictions& evictions) {
-        const auto isGone = [&](const Held& held) { return shares_.at(held.entry.client).gone; };
+    // Evicts the oldest entry of a disconnected client, except own; false when there is none.
+    bool evictOfDisconnected(std::uint64_t client, Iterator own, Evictions& evictions) {
+        const auto isDisconnected = [&](const Held& held) { return shares_.at(held.entry.client).disconnected; };
         const auto hasCandidates = [&] {
-            return entriesOfGone_ > (own != entries_.end() && isGone(own->second) ? 1U : 0U);
+            return entriesOfDisconnected_ > (own != entries_.end() && isDisconnected(own->second) ? 1U : 0U);
         };
         if (!hasCandidates())
-            evictions.askOnce([&](const std::vector<std::uint64_t>& connected) { noteGone(client, connected); });
-        return hasCandidates() && evictOldest(isGone, own, "gone", evictions);
+            evictions.askOnce(
+                [&](const std::vector<std::uint64_t>& connected) { markDisconnected(client, connected); });
+        return hasCandidates() && evictOldest(isDisconnected, own, "has disconnected", evictions);
     }
 
-    // The same of the client that has the most of what the table has run out of; false when that is not more than what
-    // the client that asks would have with so many bytes more. So all end with equal parts, and nobody takes turns.
+    // Evicts the oldest entry of the client with the most of what the table has run out of; false when that is not more
+    // than the requesting client would have with these bytes. So all clients end with equal shares, and none evict each
+    // other in turns.
     bool evictOfLargest(std::uint64_t client, std::size_t bytes, Iterator own, Evictions& evictions) {
         const bool lacksEntries = own == entries_.end() && all_.count >= bounds::terminals;
-        const auto partOf = [&](const Use& use) { return lacksEntries ? use.count : use.bytes; };
-        const auto hasLess = [&](const auto& a, const auto& b) { return partOf(a.second.use) < partOf(b.second.use); };
+        const auto shareOf = [&](const Use& use) { return lacksEntries ? use.count : use.bytes; };
+        const auto hasLess = [&](const auto& a, const auto& b) {
+            return shareOf(a.second.use) < shareOf(b.second.use);
+        };
         const auto largest = std::max_element(shares_.begin(), shares_.end(), hasLess);
-        const auto asker = shares_.find(client);
-        Use wanted = asker == shares_.end() ? Use{} : asker->second.use;
+        const auto requester = shares_.find(client);
+        Use wanted = requester == shares_.end() ? Use{} : requester->second.use;
         wanted.add(bytes);
-        if (largest == shares_.end() || partOf(largest->second.use) <= partOf(wanted)) return false;
-        const auto isLargest = [number = largest->first](const Held& held) { return held.entry.client == number; };
-        return evictOldest(isLargest, own, "the most", evictions);
+        if (largest == shares_.end() || shareOf(largest->second.use) <= shareOf(wanted)) return false;
+        const auto isOfLargest = [number = largest->first](const Held& held) { return held.entry.client == number; };
+        return evictOldest(isOfLargest, own, "has the most", evictions);
     }
 
-    // What its client has: for the log.
+    // clientState: for the log.
     template <class Condition>
-    bool evictOldest(const Condition& isCandidate, Iterator own, const char* has, Evictions& evictions) {
+    bool evictOldest(const Condition& isCandidate, Iterator own, const char* clientState, Evictions& evictions) {
         Iterator oldest = entries_.end();
         for (auto at = entries_.begin(); at != entries_.end(); ++at)
             if (at != own && isCandidate(at->second) &&
@@ -178,24 +182,25 @@ private:
                 oldest = at;
         if (oldest == entries_.end()) return false;
         const Terminal terminal = oldest->first;
-        SERVICE_LOG(vdlDebugWarning, "terminal %d:%d is forgotten: the table of %s is full and its client has %s\n",
-                    terminal.type, terminal.id, name_, has);
+        SERVICE_LOG(vdlDebugWarning, "terminal %d:%d is evicted: the table of %s is full and its client %s\n",
+                    terminal.type, terminal.id, name_, clientState);
         erase(oldest);
         evictions.evicted(terminal);
         return true;
     }
 
-    // The client that asks counts as connected.
-    void noteGone(std::uint64_t asker, const std::vector<std::uint64_t>& connected) {
+    // The requesting client counts as connected.
+    void markDisconnected(std::uint64_t requester, const std::vector<std::uint64_t>& connected) {
         for (auto& [client, share] : shares_) {
-            if (share.gone || client == asker || std::binary_search(connected.begin(), connected.end(), client))
+            if (share.disconnected || client == requester ||
+                std::binary_search(connected.begin(), connected.end(), client))
                 continue;
-            share.gone = true;
-            entriesOfGone_ += share.use.count;
+            share.disconnected = true;
+            entriesOfDisconnected_ += share.use.count;
         }
     }
 
-    bool give(Iterator held, std::uint64_t client) {
+    bool assign(Iterator held, std::uint64_t client) {
         const std::size_t bytes = held->second.entry.textBytes();
         if (!shareHasRoom(client, bytes, entries_.end())) {
             ++refused_;
@@ -209,13 +214,13 @@ private:
 
     void addTo(Share& share, std::size_t bytes) {
         share.use.add(bytes);
-        if (share.gone) ++entriesOfGone_;
+        if (share.disconnected) ++entriesOfDisconnected_;
     }
 
     void removeFromShare(Iterator held, std::size_t bytes) {
         const auto share = shares_.find(held->second.entry.client);
         share->second.use.remove(bytes);
-        if (share->second.gone) --entriesOfGone_;
+        if (share->second.disconnected) --entriesOfDisconnected_;
         if (share->second.use.count == 0) shares_.erase(share);
     }
 
@@ -230,7 +235,7 @@ private:
     std::map<Terminal, Held> entries_;      // at most bounds::terminals
     std::map<std::uint64_t, Share> shares_; // of the clients that have entries
     Use all_;
-    std::size_t entriesOfGone_ = 0;
+    std::size_t entriesOfDisconnected_ = 0;
     std::uint64_t lastNumber_ = 0, refused_ = 0;
 };
 

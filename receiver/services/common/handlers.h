@@ -1,4 +1,4 @@
-// How a service's handlers get their requests.
+// Binds a service's handlers to its requests.
 #pragma once
 
 #include <frame/omq-io-module.h>
@@ -8,8 +8,8 @@
 
 namespace services {
 
-// Lets requests of this kind call service.method(client, arguments...), client being the number of the connection that
-// asked, on the receiving thread. service must outlive the queue's receiving.
+// Calls service.method(client, arguments...) for each request of this kind, on the receiving thread. client: the number
+// of the connection that sent it. service must outlive the queue's receiving.
 template <class Message, auto method, class Service> void bind(frame::OmqIOModule& channel, Service& service) {
     const frame::MessageHandler handler = [](const frame::MsgMeta&, const frame::TransportInfo& transport,
                                              const void* payload, void* context) {

@@ -41,7 +41,7 @@ Program::Program(const std::string& name, const std::string& description)
                     if (const std::string problem = faults_.set(assignment); !problem.empty())
                         throw CLI::ValidationError("--fault", problem);
             },
-            std::string("NAME=VALUE, a fault of the answers to play and stop requests, to begin with: ") +
+            std::string("NAME=VALUE, an initial fault of the answers to play and stop requests: ") +
                 FaultSwitches::help())
         ->expected(1)
         ->take_all();
@@ -62,13 +62,13 @@ std::optional<int> Program::parse(int argc, const char* const* argv) {
     try {
         host::checkConfiguration();
     } catch (const host::ConfigurationError& error) {
-        complain(error.what());
+        reportError(error.what());
         return badData;
     }
     if (logLevels_.empty()) return std::nullopt;
     const std::string problem = vdlDebugSetLevels(logLevels_);
     if (problem.empty()) return std::nullopt;
-    complain("--log: " + problem);
+    reportError("--log: " + problem);
     return usage;
 }
 
@@ -83,7 +83,7 @@ int Program::run(std::function<void()> offer) {
 }
 
 int Program::failed(const std::exception& error) const {
-    complain(error.what());
+    reportError(error.what());
     return dynamic_cast<const host::ConfigurationError*>(&error) ? badData : failure;
 }
 
@@ -91,9 +91,9 @@ int Program::start() {
     try {
         offer_();
         startShell();
-        const std::string problem = tellReady();
+        const std::string problem = reportReady();
         if (problem.empty()) return success;
-        complain(problem);
+        reportError(problem);
         return failure;
     } catch (const std::exception& error) {
         return failed(error);
@@ -107,11 +107,12 @@ void Program::startShell() {
     if (result >= 0) result = commands_.registerWith(*reference->get<appovshell::Server>());
     if (result >= 0 && addCommands_) result = addCommands_(*reference->get<appovshell::Server>());
     if (result < 0)
-        throw std::runtime_error(std::string("the debug shell takes no commands: ") + host::ResultText(result).text());
+        throw std::runtime_error(std::string("the debug shell rejected the commands: ") +
+                                 host::ResultText(result).text());
 }
 
-// Returns what was wrong.
-std::string Program::tellReady() const {
+// Returns the error; empty on success.
+std::string Program::reportReady() const {
     if (readyDescriptor_ < 0) return {};
     std::string_view rest = "ready\n";
     while (!rest.empty()) {
@@ -124,7 +125,7 @@ std::string Program::tellReady() const {
     return {};
 }
 
-void Program::complain(const std::string& problem) const {
+void Program::reportError(const std::string& problem) const {
     std::cerr << name_ << ": " << host::printable(problem) << '\n';
 }
 

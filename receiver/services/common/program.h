@@ -1,4 +1,4 @@
-// What the programs of the services have in common: their options, their shell, their beginning and end.
+// What the service programs share: options, shell, startup and shutdown.
 #pragma once
 
 #include "common/fault-switches.h"
@@ -21,20 +21,19 @@ namespace services {
 
 class Program {
 public:
-    // name: the process's name, under which its shell is found too.
+    // name: the name of the process and of its shell.
     Program(const std::string& name, const std::string& description);
     ~Program();
 
-    // Adds an option of the service's own, with a text; value has to last until parse, which it comes before.
+    // Adds a text option of this service; call it before parse. value must outlive parse.
     void addOption(const std::string& name, std::string& value, const std::string& help);
-    // Returns the exit code when the program ends here, what was wrong being on stderr.
+    // Returns the exit code when the program must end; errors have been printed on stderr.
     std::optional<int> parse(int argc, const char* const* argv);
 
-    // Adds commands of the service's own to the shell, before run: add registers them and returns 0 or what registering
-    // failed with.
+    // Adds shell commands of this service; call it before run. add registers them and returns 0 or the error.
     void addCommands(std::function<int(appovshell::Server&)> add) { addCommands_ = std::move(add); }
 
-    // Lets the shell's "stats tables" tell of tables of the service's own, before run.
+    // Adds tables of this service to the shell's "stats tables"; call it before run.
     void addTables(std::function<std::vector<TableCount>()> count) { commands_.addTables(std::move(count)); }
 
     TerminalTable& table() { return table_; }
@@ -42,15 +41,15 @@ public:
 
     // Offers the service by calling offer, serves until SIGTERM or SIGINT, and returns the exit code.
     int run(std::function<void()> offer);
-    // Says on stderr why the program fails.
-    void complain(const std::string& problem) const;
+    // Prints on stderr why the program fails.
+    void reportError(const std::string& problem) const;
 
 private:
     int start();
-    // Says why it fails, and returns the exit code for that.
+    // Prints why it fails, and returns the exit code.
     int failed(const std::exception& error) const;
     void startShell();
-    std::string tellReady() const;
+    std::string reportReady() const;
 
     std::string name_;
     const std::unique_ptr<CLI::App> options_;

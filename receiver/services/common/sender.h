@@ -1,4 +1,4 @@
-// How a service's messages get to its clients.
+// Sends a service's messages to its clients.
 #pragma once
 
 #include <frame/omq-io-module.h>
@@ -12,21 +12,21 @@
 
 namespace services {
 
-// First size of a message's memory and of a connection's send buffer: room for a screenful of terminals.
+// Initial size of a message's memory and of a connection's send buffer: enough for a screenful of terminals.
 inline constexpr std::size_t sendBufferBytes = 16384;
 
-// Sends through the channel of the service, once that is offered; from any thread from then on. Results as those of
-// frame::OmqIOModule::asyncSend. Throws std::bad_alloc, with nothing sent, when memory runs out.
+// Sends through the channel of the service; after offer, from any thread. Returns the results of
+// frame::OmqIOModule::asyncSend. Throws std::bad_alloc, with nothing sent, when out of memory.
 class Sender {
 public:
     // Offers the service and returns its channel, for handlers. The sender must not be used after the queue's end.
-    // Throws std::runtime_error when the service's endpoint cannot be had.
+    // Throws std::runtime_error when the service's endpoint is not available.
     host::QueueChannel& offer(host::MessageQueue& queue, const std::string& name, const frame::MessageSet& messages) {
         channel_ = &queue.serve(name, messages, sendBufferBytes);
         return *channel_;
     }
 
-    std::vector<std::uint64_t> clients() const { return channel_->clients(); } // that are connected
+    std::vector<std::uint64_t> clients() const { return channel_->clients(); } // the connected ones
 
     template <class Message, class... Args> int toAll(const Args&... args) const {
         return send<Message>(nullptr, args...);
@@ -35,9 +35,9 @@ public:
         const frame::TransportInfo transport{client, {}};
         return send<Message>(&transport, args...);
     }
-    template <class Message, class... Args> void toAllBut(std::uint64_t one, const Args&... args) const {
+    template <class Message, class... Args> void toAllExcept(std::uint64_t excluded, const Args&... args) const {
         for (const std::uint64_t client : clients())
-            if (client != one) to<Message>(client, args...);
+            if (client != excluded) to<Message>(client, args...);
     }
 
 private:

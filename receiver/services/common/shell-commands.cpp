@@ -17,7 +17,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Texts of clients may hold any bytes; what is no UTF-8 is shown as such.
+// Texts of clients may contain any bytes; invalid UTF-8 becomes replacement characters.
 std::string dump(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
 std::string isoTime(std::chrono::system_clock::time_point when) {
@@ -64,7 +64,7 @@ int ShellCommands::registerWith(appovshell::Server& shell) {
          call<&ShellCommands::setFault>},
         {"faults", "- lists the fault switches", call<&ShellCommands::printFaults>},
         {"stats [:s]",
-         "[TABLES] - counts the messages; with \"tables\", what each table holds, can hold and has refused",
+         "[TABLES] - counts the messages; with \"tables\", how full each table is and how much it refused",
          call<&ShellCommands::printStatistics>},
     };
     for (const auto& [specification, help, handler] : commands)
@@ -120,8 +120,8 @@ int ShellCommands::printStatistics() {
 
 int ShellCommands::printTables() {
     std::vector<TableCount> tables{table_.count()};
-    if (moreTables_)
-        for (TableCount& more : moreTables_()) tables.push_back(std::move(more));
+    if (serviceTables_)
+        for (TableCount& table : serviceTables_()) tables.push_back(std::move(table));
     Json list = Json::array();
     for (const auto& [name, held, most, refused] : tables)
         list.push_back({{"table", name}, {"held", held}, {"most", most}, {"refused", refused}});

@@ -1,4 +1,4 @@
-// The commands by which a developer looks into a service and makes it misbehave.
+// The shell commands that inspect a service and inject faults.
 #pragma once
 
 #include "common/fault-switches.h"
@@ -17,11 +17,11 @@ class ShellCommands {
 public:
     ShellCommands(const TerminalTable& table, FaultSwitches& faults) : table_(table), faults_(faults) {}
 
-    // Lets "stats tables" tell of a service's own tables besides the terminals; before the shell serves. count is
+    // Adds tables of a service to "stats tables", besides the terminals; call it before the shell serves. count is
     // called on the shell's thread.
-    void addTables(std::function<std::vector<TableCount>()> count) { moreTables_ = std::move(count); }
+    void addTables(std::function<std::vector<TableCount>()> count) { serviceTables_ = std::move(count); }
 
-    // 0, or the negative result of the first registration that failed.
+    // Returns 0, or the negative result of the first registration that failed.
     int registerWith(appovshell::Server& shell);
 
     ShellCommands(const ShellCommands&) = delete;
@@ -38,7 +38,7 @@ private:
 
     const TerminalTable& table_;
     FaultSwitches& faults_;
-    std::function<std::vector<TableCount>()> moreTables_;
+    std::function<std::vector<TableCount>()> serviceTables_;
     appovshell::Server* shell_ = nullptr;
 };
 

@@ -1,11 +1,11 @@
-// Swapping what a map holds under two keys.
+// Swaps the values of two keys of a map.
 #pragma once
 
 #include <utility>
 
 namespace services {
 
-// Either or both may be missing. Takes no memory, hence never throws.
+// Either or both may be missing. Allocates nothing, so it never throws.
 template <class Map> void swapKeys(Map& map, const typename Map::key_type& a, const typename Map::key_type& b) {
     if (a == b) return;
     auto atA = map.extract(a), atB = map.extract(b);

@@ -11,7 +11,7 @@ bool TerminalTable::show(const Terminal& terminal, Shown shown, Evictions* evict
     const std::size_t bytes = shown.textBytes();
     if (shown_.put(terminal, std::move(shown), evictions)) return true;
     SERVICE_LOG(vdlDebugWarning,
-                "terminal %d:%d shows nothing new: no room for it and %zu bytes of text beside %zu terminals\n",
+                "a play on terminal %d:%d is rejected: no room for it and %zu bytes of text beside %zu terminals\n",
                 terminal.type, terminal.id, bytes, shown_.entries().size());
     return false;
 }

@@ -21,7 +21,7 @@ struct Shown {
     bool operator==(const Shown&) const = default;
 };
 
-// Requests change it on the receiving thread while the shell reads it on its own.
+// All calls are safe from any thread: requests change it on the receiving thread, the shell reads it on its own.
 class TerminalTable {
 public:
     struct Entry {
@@ -29,12 +29,12 @@ public:
         Shown shown;
     };
 
-    // Whether the terminal shows that now; it goes on as before when there is no room for it (see bounds.h). Without
-    // evictions a full table makes no room.
+    // Returns whether the terminal shows it now; without room (see bounds.h) the terminal keeps what it shows. Without
+    // evictions, a full table evicts nothing.
     bool show(const Terminal& terminal, Shown shown, Evictions* evictions = nullptr);
-    void stop(const Terminal& terminal); // harmless when the terminal shows nothing
-    // Returns whether it swapped: there has to be something, and room for a terminal more of the client that asks when
-    // only one of them shows something of another one's.
+    void stop(const Terminal& terminal); // has no effect when the terminal shows nothing
+    // Returns whether it swapped. At least one of them must show something. When only one does, at another client's
+    // request, the requesting client must have room for one more terminal.
     bool swap(const Terminal& a, const Terminal& b, std::uint64_t client);
     std::vector<Entry> entries() const; // ordered by terminal
     TableCount count() const;

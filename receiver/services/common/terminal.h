@@ -1,4 +1,4 @@
-// A display terminal by its numbers.
+// The numbers of a display terminal.
 #pragma once
 
 #include <compare>

@@ -8,14 +8,14 @@
 #include <exception>
 
 int main(int argc, char** argv) {
-    services::Program program("mmserviced", "The MM service of a receiver, for development: shows nothing for real.");
+    services::Program program("mmserviced", "The MM service of a receiver, for development: only simulates playback.");
     if (const auto exitCode = program.parse(argc, argv)) return *exitCode;
     try {
         services::MmService service(program.table(), program.faults());
         program.addTables([&] { return service.tables(); });
         return program.run([&] { service.offer(host::messageQueue()); });
     } catch (const std::exception& error) {
-        program.complain(error.what());
+        program.reportError(error.what());
         return services::failure;
     }
 }

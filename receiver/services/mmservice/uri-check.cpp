@@ -40,7 +40,7 @@ std::string percentDecoded(std::string_view text) {
 
 bool isReadableFile(const std::string& path) {
     if (path.find('\0') != std::string::npos) return false;
-    // Not waiting for the writer of a named pipe.
+    // O_NONBLOCK avoids waiting for the writer of a named pipe.
     const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (descriptor < 0) return false;
     struct stat status {};

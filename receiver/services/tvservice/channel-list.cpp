@@ -52,7 +52,7 @@ private:
             if (key.str() != "uri" && key.str() != "name") fail(value, "a channel has no " + host::quoted(key.str()));
         std::string uri = textOf(channel, "uri"), name = textOf(channel, "name");
         if (uri.compare(0, broadcastUri.size(), broadcastUri) != 0 || uri.size() == broadcastUri.size())
-            fail(*channel.get("uri"), host::quoted(uri) + " is no dvb:// URI");
+            fail(*channel.get("uri"), host::quoted(uri) + " is not a dvb:// URI");
         if (const auto known = names.find(uri); known != names.end())
             fail(*channel.get("uri"), host::quoted(uri) + " is the URI of " + host::quoted(known->second) + " already");
         names.emplace(std::move(uri), std::move(name));
@@ -62,7 +62,7 @@ private:
         const toml::node* const node = channel.get(key);
         if (!node) fail(channel, "a channel without " + std::string(key));
         const auto text = node->value_exact<std::string>();
-        if (!text || text->empty()) fail(*node, "a channel's " + std::string(key) + " is a text, not empty");
+        if (!text || text->empty()) fail(*node, "a channel's " + std::string(key) + " must be a non-empty string");
         return *text;
     }
 

@@ -9,21 +9,22 @@
 
 namespace services {
 
-// What is wrong with a channel list; the text begins with its file and line.
+// An error in a channel list; what() begins with its file and line.
 struct ChannelListError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
 class ChannelList {
 public:
-    // The list that comes with the program.
+    // The built-in list.
     static ChannelList builtIn();
-    // Both throw ChannelListError. where: what the text is called in errors.
+    // Both throw ChannelListError. where: the text's name in errors.
     static ChannelList fromFile(const std::string& path);
     static ChannelList fromText(std::string_view text, const std::string& where);
 
     bool has(const std::string& uri) const { return names_.contains(uri); }
-    // Channels are numbered from 1, in the order of their URIs; 0 and the empty URI stand for no channel of the list.
+    // Channels are numbered from 1, in the order of their URIs; 0 and the empty URI mean that the list has no such
+    // channel.
     std::int32_t numberOf(const std::string& uri) const;
     std::string uriOf(std::int32_t number) const;
     const std::map<std::string, std::string>& names() const { return names_; } // of the channels, by URI

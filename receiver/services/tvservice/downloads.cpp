@@ -12,31 +12,31 @@ void Downloads::request(std::uint64_t client, tvservice::reqeustOadType_t type, 
                                                        std::string(reason));
     };
     if (packages.empty()) return refuse("no packages are named");
-    const auto refuseForRoom = [&](const char* reason) {
+    const auto refuseAndCount = [&](const char* reason) {
         ++refused_;
         refuse(reason);
     };
-    if (packages.size() > bounds::passedTextBytes) return refuseForRoom("the names of the packages are too long");
-    if (busy_.exchange(true)) return refuseForRoom("a download is under way");
+    if (packages.size() > bounds::passedTextBytes) return refuseAndCount("the names of the packages are too long");
+    if (busy_.exchange(true)) return refuseAndCount("a download is under way");
     held_ = packages.size();
     const auto count = 1 + std::count(packages.begin(), packages.end(), ',');
     sender_.toAll<messages::TvServiceFoundNewOadPacket>(static_cast<std::uint32_t>(count));
     const std::string text = "type " + std::to_string(type) + ": " + packages;
-    tell(started, text);
-    // All steps are given at once: the line does them in order.
+    sendStatus(started, text);
+    // Schedules all steps at once; the line runs them in order.
     for (std::int32_t percent = 0; percent <= 100; percent += percentPerStep)
-        line_.give([this, percent] { sender_.toAll<messages::TvserviceOadProgressNotify>(percent); },
-                   step_ * (1 + percent / percentPerStep));
-    line_.give(
+        line_.schedule([this, percent] { sender_.toAll<messages::TvserviceOadProgressNotify>(percent); },
+                       step_ * (1 + percent / percentPerStep));
+    line_.schedule(
         [this, text] {
             held_ = 0;
             busy_ = false;
-            tell(done, text);
+            sendStatus(done, text);
         },
         step_ * (2 + 100 / percentPerStep));
 }
 
-void Downloads::tell(Status status, const std::string& text) const {
+void Downloads::sendStatus(Status status, const std::string& text) const {
     sender_.toAll<messages::TvserviceOadStatusNotify>(static_cast<tvservice::NotifyOadStatus_t>(status), text);
 }
 

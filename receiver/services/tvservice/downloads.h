@@ -1,9 +1,9 @@
-// Downloads over the air: one at a time, from nowhere, in steps.
+// Simulated downloads over the air: one at a time, in steps.
 //
-// A request's type is the service's to choose; it is only told on. Packages are named with commas between. What is
-// told: how many packages there are; then the status "started", the progress in percent, the status "done", whose texts
-// name the packages. A request that cannot be carried out gets the status "refused", with the reason as text; so does
-// one whose packages have longer names than bounds::passedTextBytes together.
+// The service defines a request's type; it is only passed on. Package names are separated by commas. Clients receive
+// the number of packages, then the status "started", the progress in percent and the status "done"; the status texts
+// name the packages. A rejected request gets the status "refused" with the reason as text. A request is also rejected
+// when the names of its packages exceed bounds::passedTextBytes in total.
 #pragma once
 
 #include "common/bounds.h"
@@ -27,20 +27,20 @@ public:
 
     Downloads(const Sender& sender, std::chrono::milliseconds step) : sender_(sender), step_(step) {}
 
-    // Never waits; a refusal goes to the client, all else to all clients. On the receiving thread.
+    // Never blocks. A rejection goes to the client, everything else to all clients. On the receiving thread.
     void request(std::uint64_t client, tvservice::reqeustOadType_t type, const std::string& packages);
 
     TableCount count() const; // of bytes in the names of packages; from any thread
 
 private:
-    void tell(Status status, const std::string& text) const;
+    void sendStatus(Status status, const std::string& text) const;
 
     const Sender& sender_;
     const std::chrono::milliseconds step_;
     std::atomic<bool> busy_ = false;
     std::atomic<std::size_t> held_ = 0;
     std::atomic<std::uint64_t> refused_ = 0;
-    DelayLine line_; // has room for the steps of one download; ends before what its work uses
+    DelayLine line_; // has room for the steps of one download; last, so that it ends before what its work uses
 };
 
 } // namespace services

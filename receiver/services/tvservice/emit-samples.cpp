@@ -6,7 +6,7 @@ namespace services {
 
 namespace {
 
-// What the fields mean is said beside the code that sends them; those that only emit sends mean:
+// The code that sends a field documents its meaning. The fields that only emit sends:
 //   conflict           uintList1 the tuners wanted, uintList2 the tuners of which one has to be released, intParam1 the
 //                      seconds until the service chooses
 //   URI linkage        byteParam1 the kind (1 replacement), strParam1 the channel, strParam2 what it is linked to

@@ -11,7 +11,7 @@ namespace services {
 
 namespace {
 
-// Returns what sending answered. Throws genrpc::JsonError, with nothing sent.
+// Returns the result of sending. Throws genrpc::JsonError, with nothing sent.
 template <class Message> int sendFrom(const genrpc::Json& json, const Sender& sender) {
     return std::apply([&](const auto&... args) { return sender.toAll<Message>(args...); },
                       genrpc::argumentsFromJson<Message>(json));
@@ -40,7 +40,7 @@ std::string namesOfAll() {
     return names;
 }
 
-// The parser's words without its own numbering.
+// The parser's message without its error number.
 std::string problemOf(const genrpc::Json::parse_error& error) {
     const std::string text = error.what();
     const std::size_t end = text.find("] ");
@@ -68,13 +68,13 @@ int EmitCommand::emit() {
     std::string json = shell_->getArgument(1);
     if (json.size() >= jsonLimit)
         return fail(-E2BIG, "the JSON has " + std::to_string(json.size()) + " bytes; fewer than " +
-                                std::to_string(jsonLimit) + " are taken");
+                                std::to_string(jsonLimit) + " are allowed");
     if (json.empty()) json = sampleOf(name);
     try {
         if (const int result = emitter->send(genrpc::Json::parse(json), sender_); result < 0)
             return fail(result, name + " was not sent: " + host::ResultText(result).text());
     } catch (const genrpc::Json::parse_error& error) {
-        return fail(-EINVAL, "the arguments are no JSON: " + problemOf(error));
+        return fail(-EINVAL, "the arguments are not JSON: " + problemOf(error));
     } catch (const genrpc::JsonError& error) {
         return fail(-EINVAL, name + ": " + error.what());
     }

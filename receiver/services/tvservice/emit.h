@@ -1,4 +1,4 @@
-// The command by which a developer lets the TV service tell its clients anything.
+// The shell command that makes the TV service send any notification.
 #pragma once
 
 #include "common/sender.h"
@@ -12,13 +12,13 @@ namespace services {
 
 class EmitCommand {
 public:
-    // What JSON this long says is refused: arguments are given by people.
+    // JSON of this length or more is rejected: people type the arguments.
     static constexpr std::size_t jsonLimit = 4096;
 
     explicit EmitCommand(const Sender& sender) : sender_(sender) {}
 
-    // Registers "emit" with a shell; must live as long as the shell serves, the sender being of an offered service. 0,
-    // or the negative result of the registration.
+    // Registers "emit" with a shell. Must live as long as the shell serves; the sender's service must be offered.
+    // Returns 0, or the negative result of the registration.
     int registerWith(appovshell::Server& shell);
 
     EmitCommand(const EmitCommand&) = delete;
@@ -32,7 +32,7 @@ private:
     appovshell::Server* shell_ = nullptr;
 };
 
-// The arguments, as JSON, that emit sends for a notification when none are given; null for a name that is none.
+// The arguments, as JSON, that emit sends by default for a notification; null for an unknown name.
 const char* sampleOf(const std::string& notification);
 
 } // namespace services

@@ -16,12 +16,12 @@ struct Lock {
     std::size_t textBytes() const { return 0; }
 };
 
-// Changed and read on the receiving thread, counted by the shell on its own.
+// The receiving thread changes and reads it; the shell counts it on its own thread.
 class Locks {
 public:
     enum class Outcome { changed, unchanged, refused };
 
-    // Refused when there is no room for another one (see bounds.h). Without evictions a full table makes no room.
+    // Refused when there is no room for another lock (see bounds.h). Without evictions, a full table evicts nothing.
     Outcome lock(const Terminal& terminal, std::int32_t rating, std::uint64_t client, Evictions* evictions = nullptr);
     Outcome unlock(const Terminal& terminal);
 
@@ -34,7 +34,7 @@ public:
     TableCount count() const; // from any thread
 
 private:
-    mutable thread_safety::Mutex mutex_; // of changes and counts
+    mutable thread_safety::Mutex mutex_; // guards changes and counts
     ClientTable<Lock> locks_ TVSA_GUARDED_BY(mutex_){"locks"};
 };
 

@@ -10,7 +10,7 @@
 #include <exception>
 
 int main(int argc, char** argv) {
-    services::Program program("tvserviced", "The TV service of a receiver, for development: shows nothing for real.");
+    services::Program program("tvserviced", "The TV service of a receiver, for development: only simulates reception.");
     std::string channelFile;
     program.addOption("--channels", channelFile, "Channel list in place of the built-in one");
     if (const auto exitCode = program.parse(argc, argv)) return *exitCode;
@@ -23,10 +23,10 @@ int main(int argc, char** argv) {
         program.addTables([&] { return service.tables(); });
         return program.run([&] { service.offer(host::messageQueue()); });
     } catch (const services::ChannelListError& error) {
-        program.complain(error.what());
+        program.reportError(error.what());
         return services::badData;
     } catch (const std::exception& error) {
-        program.complain(error.what());
+        program.reportError(error.what());
         return services::failure;
     }
 }

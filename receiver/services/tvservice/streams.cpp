@@ -8,7 +8,7 @@ namespace services {
 
 namespace {
 
-// The PIDs of a channel's streams lie together, apart from those of other channels. A PID has 13 bits.
+// The PIDs of a channel's streams are close together, apart from those of other channels. A PID has 13 bits.
 std::uint16_t pidOf(const std::string& channel, std::uint32_t offset) {
     const auto service = static_cast<std::uint32_t>(serviceIdOf(channel).service);
     return static_cast<std::uint16_t>((service * 0x100 + offset) & 0x1FFF);

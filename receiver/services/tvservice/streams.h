@@ -1,7 +1,7 @@
-// The streams that a channel brings along: the same for every channel but for their addresses, which follow from the
+// The streams of a channel: the same for every channel, except for their addresses, which are derived from the
 // channel's URI.
 //
-// What the fields of a stream mean to this service (numbers count from 1 and are what track requests name):
+// Field meanings of a stream in this service (numbers count from 1; track requests use them):
 //   audio     intParam1 number, strParam1 language, strParam2 name, intParam2 coding (1 MPEG, 2 AC-3), intParam3
 //             channels, intParam4 sampling rate in Hz, shortParam1 PID, shortParam2 component tag, flagParam1 chosen,
 //             flagParam2 describes the picture, strParam3 role, shortParam3 kbit/s, shortParam4 unused, strParam4
@@ -22,7 +22,7 @@
 
 namespace services {
 
-// The three numbers in dvb://NETWORK.STREAM.SERVICE; what is not there or no number is 0.
+// The three numbers in dvb://NETWORK.STREAM.SERVICE; missing or malformed numbers are 0.
 struct ServiceId {
     std::int32_t network = 0;
     std::int32_t stream = 0;
@@ -31,7 +31,7 @@ struct ServiceId {
 };
 ServiceId serviceIdOf(const std::string& channel);
 
-// None of them is marked as chosen.
+// No stream is marked as chosen.
 template <class Stream> std::vector<Stream> streamsOf(const std::string& channel);
 template <> std::vector<tvservice::AudioStreamInfo_t> streamsOf(const std::string& channel);
 template <> std::vector<tvservice::SubtitleStreamInfo_t> streamsOf(const std::string& channel);

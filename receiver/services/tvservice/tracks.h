@@ -1,10 +1,9 @@
-// Which tracks of the channels on the terminals are chosen. Used on the receiving thread only.
+// The chosen tracks of the channels on the terminals. Used on the receiving thread only.
 //
-// What the fields of the track infos mean to this service: intParam1 the chosen track's number, 0 none; intParam2 what
-// became of the request, see common/result.h; intParam3 the request's second number, 0 after a play; of video also
-// intParam4 and intParam5 the chosen picture's width and height, 0 without one. Teletext has the first two only.
-// What those of the track requests mean: intParam1 the number of the track to choose, 0 none; intParam2 nothing, it is
-// echoed.
+// Field meanings of the track infos in this service: intParam1 the chosen track's number, 0: none; intParam2 the result
+// of the request, see common/result.h; intParam3 the request's second number, 0 after a play. Video infos also have
+// intParam4 and intParam5, the chosen picture's width and height, 0 without one. Teletext infos have only the first
+// two. Of the track requests: intParam1 the number of the track to choose, 0: none; intParam2 is only echoed.
 #pragma once
 
 #include "common/result.h"
@@ -20,7 +19,7 @@
 
 namespace services {
 
-// Which tracks are chosen when a terminal begins to show a channel: picture and sound, but no text.
+// The chosen tracks. By default, when a terminal begins to show a channel: picture and sound, but no text.
 struct ChosenTracks {
     std::int32_t audio = 1;
     std::int32_t subtitle = 0;
@@ -39,10 +38,10 @@ public:
     void forget(const Terminal& terminal) { tuned_.erase(terminal); }
     void swap(const Terminal& a, const Terminal& b) { swapKeys(tuned_, a, b); }
 
-    // Chooses a track of the kind that Info tells of. Returns result::done, or why nothing has changed.
+    // Chooses a track of the kind in Info. Returns result::done, or why nothing has changed.
     template <class Info> std::int32_t choose(const Terminal& terminal, std::int32_t number);
 
-    // The streams of a terminal; none when it shows no channel.
+    // The streams of a terminal; empty when it shows no channel.
     template <class Info>
     Info info(const Terminal& terminal, std::int32_t result = result::done, std::int32_t echo = 0) const;
 
@@ -53,7 +52,7 @@ private:
         ChosenTracks chosen;
     };
 
-    std::map<Terminal, Tuned> tuned_; // of terminals in the table of those that show something, which bounds it
+    std::map<Terminal, Tuned> tuned_; // bounded: the table of shown terminals has all of these
 };
 
 template <class Info> std::int32_t Tracks::choose(const Terminal& terminal, std::int32_t number) {

@@ -1,6 +1,6 @@
-// What the tuners do for a terminal that is to show a channel. Each type of terminal has a tuner of its own.
+// What the tuners report for a terminal that switches to a channel. Each type of terminal has its own tuner.
 //
-// What the fields mean to this service:
+// Field meanings in this service:
 //   tuner status  byteParam1 state (1 tuning), intParam1 tuner, intParam2 frequency in kHz, intParam3 symbol rate in
 //                 kBd, intParam4 transport stream
 //   tuner result  byteParam1 whether there is a signal, intParam1 tuner, intParam2 strength and intParam3 quality in

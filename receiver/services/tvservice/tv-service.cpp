@@ -1,37 +1,38 @@
-// What each request leads to, and what the fields of the single-number records mean to this service. What others mean
-// is said in tuner.h, tracks.h, service-status.h and downloads.h.
+// The effects of each request, and the field meanings of the single-number records in this service. tuner.h, tracks.h,
+// service-status.h and downloads.h have the meanings of other fields. "To all": to all clients. "To the client": to the
+// one that sent the request.
 //
-//   play, stop       to the asker one TvServiceInfo with an answer each (delayed and falsified as the fault switches
-//                    say). For each channel that is shown, to all: TvServiceTunerStatusMessage before,
-//                    TvServiceTunerResult and the four track infos after it; of a list with more than 64 channels for
-//                    the first 64. A play for which there is no room is answered with result::nothingShown
-//   swap window      intParam1 is a type: the terminals type:0 and 0:0 swap what they show; TvServiceSwapWinInfo with
-//                    that type to all, or with -1 to the asker when one is locked, there is nothing to swap, or
-//                    what moves is another one's and the asker has no room for a terminal more
-//   stream info      intParam1 is a channel's number; TvServiceStreamInfo with the same number and the channel's URI,
-//                    name and numbers of streams, no text for an unknown channel
+//   play, stop       One TvServiceInfo with all answers to the client, delayed and falsified as the fault switches
+//                    demand. For each channel that is shown, to all: TvServiceTunerStatusMessage before the answers,
+//                    TvServiceTunerResult and the four track infos after them. Of a list with more than 64 channels,
+//                    only the first 64 are reported. A play without room is answered with result::nothingShown.
+//   swap window      intParam1 is a type: the terminals type:0 and 0:0 swap what they show. TvServiceSwapWinInfo with
+//                    that type to all, or with -1 to the client when one terminal is locked, there is nothing to swap,
+//                    or the entry that moves is another client's and the client has no room for one more terminal.
+//   stream info      intParam1 is a channel's number. TvServiceStreamInfo with the same number and the channel's URI,
+//                    name and numbers of streams; without text for an unknown channel.
 //   audio, subtitle, video, teletext
-//                    the matching info, to all when the track has changed, else to the asker
-//   info             TvServiceInfo without request id for every terminal that shows something, and TvServiceStatusInfo
-//   ask release      intParam1 is a tuner: TvServiceAskReleaseInfo with it and byte 1 (to be released) to all others,
-//                    TvServiceAskReleaseConf with it and byte 1 (granted) to the asker; a negative number is told to
-//                    nobody and gets byte 0
+//                    The matching info, to all when the track has changed, else to the client.
+//   info             TvServiceInfo without request id for every terminal that shows something, and TvServiceStatusInfo.
+//   ask release      intParam1 is a tuner: TvServiceAskReleaseInfo with it and byte 1 (to be released) to all other
+//                    clients, TvServiceAskReleaseConf with it and byte 1 (granted) to the client. A negative number is
+//                    not forwarded and gets byte 0.
 //   send key         TvServiceBroadcastApplictionInfo with the number of the broadcast application that took the key, 1
-//                    to 4 for the coloured ones, else 0; a captions key also turns captions over, which
-//                    TvServiceCcInfoNotify tells to all, 1 on and 0 off
-//   list changed     intParam1 numbers the new list; TvServiceStatusInfo to all
-//   try run          intParam1 is a channel's number; TvServicePlayInfo with its URI, without one for an unknown
-//                    channel
-//   parental lock    intParam1 0 unlocks, else locks for the age in intParam2; TvServiceStatusInfo to all, or to the
-//                    asker when that has changed nothing or there is no room for another lock. A play on a locked
-//                    terminal is answered with result::locked; what it shows already stays
-//   MTS audio        0 main, 1 second programme, 2 both; TvServiceMtsAudioTrackInfoNotify to all, or with the unchanged
-//                    track to the asker for another number
-//   CAS service      TvServiceCiSasMessageInfo with the type and byte 1 (chosen) to all, or byte 0 to the asker for a
-//                    negative type
-//   packages         a download, see downloads.h
-//   source changed   TvServiceNetworkChangeMsg with the source's name, and as byte whether there is one, to all; for
-//                    a name longer than bounds::passedTextBytes with the unchanged source to the asker
+//                    to 4 for the coloured ones, else 0. A captions key also toggles captions, which
+//                    TvServiceCcInfoNotify reports to all: 1 on, 0 off.
+//   list changed     intParam1 numbers the new list. TvServiceStatusInfo to all.
+//   try run          intParam1 is a channel's number. TvServicePlayInfo with its URI, or without one for an unknown
+//                    channel.
+//   parental lock    intParam1 0 unlocks, else locks for the age in intParam2. TvServiceStatusInfo to all, or to the
+//                    client when nothing has changed or there is no room for another lock. A play on a locked terminal
+//                    is answered with result::locked; the terminal keeps what it shows.
+//   MTS audio        0 main, 1 second programme, 2 both. TvServiceMtsAudioTrackInfoNotify to all, or with the unchanged
+//                    track to the client for another number.
+//   CAS service      TvServiceCiSasMessageInfo with the type and byte 1 (chosen) to all, or byte 0 to the client for a
+//                    negative type.
+//   packages         A download, see downloads.h.
+//   source changed   TvServiceNetworkChangeMsg with the source's name, and as byte whether there is one, to all. For a
+//                    name longer than bounds::passedTextBytes, with the unchanged source to the client.
 #include "tvservice/tv-service.h"
 
 #include "common/handlers.h"
@@ -49,10 +50,10 @@ namespace messages = tvservice::messages;
 
 namespace {
 
-// Of so many channels of one list of requests the news are told. What waits for a client is bounded, and the answers
-// must not be refused because of the news before them.
-constexpr std::size_t mostTold = 64;
-// What is told of a channel holds about so much, most of it descriptions of streams.
+// The number of channels in a list of requests that clients are notified of. A client's queue is bounded, and the
+// notifications must leave room for the answers after them.
+constexpr std::size_t mostNotified = 64;
+// The approximate memory of the notifications of a channel, most of it descriptions of streams.
 constexpr std::size_t tunedBytes = 4096;
 
 Terminal terminalOf(const tvservice::TvServiceTerminal_t& terminal) { return {terminal.type, terminal.id}; }
@@ -77,22 +78,22 @@ std::int32_t TvService::check(const Terminal& terminal, const std::string& uri) 
 void TvService::tvServiceReq(std::uint64_t client, const std::vector<tvservice::TvServiceReq_t>& requests) {
     Evictions evictions([this] { return sender_.clients(); },
                         [this](const Terminal& terminal) { tracks_.forget(terminal); });
-    auto infos = carryOut<tvservice::TvServiceInfo_t>(
+    auto infos = execute<tvservice::TvServiceInfo_t>(
         requests, client, table_,
         [this](const Terminal& terminal, const std::string& uri) { return check(terminal, uri); }, &evictions);
-    std::size_t told = 0;
+    std::size_t notified = 0;
     for (const auto& info : infos) {
         if (info.result != result::done || !channels_.has(info.uri)) continue;
-        if (++told > mostTold) break;
+        if (++notified > mostNotified) break;
         sender_.toAll<messages::TvServiceTunerStatusMessage>(tuningFor(terminalOf(info.terminal), info.uri));
     }
     auto tuned = tune(infos);
     const std::size_t bytes = tuned.size() * tunedBytes;
-    answers_.give(
-        std::move(infos), client, [this, tuned = std::move(tuned)] { tell(tuned); }, bytes);
+    answers_.schedule(
+        std::move(infos), client, [this, tuned = std::move(tuned)] { notify(tuned); }, bytes);
 }
 
-// Lets the tracks follow what the terminals show from now on.
+// Updates the tracks to what the terminals show now.
 std::vector<TvService::Tuned> TvService::tune(const std::vector<tvservice::TvServiceInfo_t>& infos) {
     std::vector<Tuned> tuned;
     for (const auto& info : infos) {
@@ -103,7 +104,7 @@ std::vector<TvService::Tuned> TvService::tune(const std::vector<tvservice::TvSer
             continue;
         }
         tracks_.tune(terminal, info.uri);
-        if (tuned.size() == mostTold) continue;
+        if (tuned.size() == mostNotified) continue;
         tuned.push_back({tunedFor(terminal), tracks_.info<tvservice::TvServiceAudioInfo_t>(terminal),
                          tracks_.info<tvservice::TvServiceSubtitleInfo_t>(terminal),
                          tracks_.info<tvservice::TvServiceVideoInfo_t>(terminal),
@@ -112,7 +113,7 @@ std::vector<TvService::Tuned> TvService::tune(const std::vector<tvservice::TvSer
     return tuned;
 }
 
-void TvService::tell(const std::vector<Tuned>& all) const {
+void TvService::notify(const std::vector<Tuned>& all) const {
     for (const Tuned& tuned : all) {
         sender_.toAll<messages::TvServiceTunerResult>(tuned.result);
         sender_.toAll<messages::TvServiceAudioInfo>(tuned.audio);
@@ -220,8 +221,8 @@ void TvService::mtsAudioChangeReq(std::uint64_t client, tvservice::MtsAudioTrack
 void TvService::tvServiceAskReleaseReq(std::uint64_t client, const tvservice::TvServiceAskReleaseReq_t& request) {
     const bool granted = request.intParam1 >= 0;
     if (granted)
-        sender_.toAllBut<messages::TvServiceAskReleaseInfo>(client,
-                                                            tvservice::TvServiceAskReleaseInfo_t{request.intParam1, 1});
+        sender_.toAllExcept<messages::TvServiceAskReleaseInfo>(
+            client, tvservice::TvServiceAskReleaseInfo_t{request.intParam1, 1});
     sender_.to<messages::TvServiceAskReleaseConf>(
         client, tvservice::TvServiceAskReleaseConf_t{request.intParam1, static_cast<std::uint8_t>(granted)});
 }
@@ -264,7 +265,7 @@ void TvService::tvServiceSourceChanged(std::uint64_t client, const std::string& 
     };
     if (source.size() > bounds::passedTextBytes) {
         ++refusedSources_;
-        SERVICE_LOG(vdlDebugWarning, "the source stays: a name of %zu bytes is too long\n", source.size());
+        SERVICE_LOG(vdlDebugWarning, "the source is unchanged: a name of %zu bytes is too long\n", source.size());
         sender_.to<messages::TvServiceNetworkChangeMsg>(client, message());
         return;
     }

@@ -1,8 +1,8 @@
-// The TV service: takes all requests of its interface, carries them out as far as a service without hardware can, and
-// tells what became of them.
+// The TV service: handles all requests of its interface, executes them as far as a service without hardware can, and
+// reports the results.
 //
-// Answers go to the client that asked, news of what all clients share go to all of them. tv-service.cpp says what each
-// request leads to.
+// Answers go to the requesting client; notifications of shared state go to all clients. tv-service.cpp documents the
+// effects of each request.
 #pragma once
 
 #include "common/answer-line.h"
@@ -33,10 +33,10 @@ public:
               std::chrono::milliseconds downloadStep = std::chrono::milliseconds(50))
         : channels_(channels), table_(table), answers_(sender_, faults), downloads_(sender_, downloadStep) {}
 
-    // Must outlive the queue's receiving. Throws std::runtime_error when the endpoint cannot be had.
+    // The service must outlive the queue's receiving. Throws std::runtime_error when the endpoint is not available.
     void offer(host::MessageQueue& queue);
 
-    // How full the tables are, besides that of the terminals. From any thread.
+    // How full the tables other than the terminals are. From any thread.
     std::vector<TableCount> tables() const {
         return {locks_.count(),
                 answers_.delayed(),
@@ -44,13 +44,13 @@ public:
                 {"source", sourceBytes_, bounds::passedTextBytes, refusedSources_}};
     }
 
-    // For what is sent on command; once offered, from any thread.
+    // For the emit command. After offer, from any thread.
     const Sender& sender() const { return sender_; }
 
 private:
     TVSERVICE_REQUESTS(TVSERVICE_HANDLER)
 
-    // What is to be told once a channel is shown.
+    // The notifications to send once a channel is shown.
     struct Tuned {
         tvservice::TvServiceTunerResult_t result;
         tvservice::TvServiceAudioInfo_t audio;
@@ -60,7 +60,7 @@ private:
     };
     std::int32_t check(const Terminal& terminal, const std::string& uri) const;
     std::vector<Tuned> tune(const std::vector<tvservice::TvServiceInfo_t>& infos);
-    void tell(const std::vector<Tuned>& all) const;
+    void notify(const std::vector<Tuned>& all) const;
     template <class Message, class Request> void chooseTrack(std::uint64_t client, const Request& request);
     bool swapWithMain(const Terminal& terminal, std::uint64_t client);
     tvservice::TvServiceStatusInfo_t status() const;

@@ -8,7 +8,7 @@
 
 namespace services {
 
-// result::done, or result::unknownChannel for a broadcast URI that the list does not have. All else is shown.
+// result::done, or result::unknownChannel for a broadcast URI that is not in the list. Every other URI can be shown.
 std::int32_t checkTvUri(const ChannelList& channels, const std::string& uri);
 
 } // namespace services

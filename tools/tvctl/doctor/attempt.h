@@ -1,4 +1,4 @@
-// Being a service's client for a moment.
+// Connects to a service as a test client.
 #pragma once
 
 #include "checks.h"
@@ -7,11 +7,11 @@
 
 namespace tvctl::doctor {
 
-// Connects as a receiver would and leaves again. Returns why that was not possible within the time; nothing when it
-// was: then both sides have the same messages and, between hosts, have proven their keys.
-std::optional<std::string> failureOfAttempt(const Service& service, std::chrono::milliseconds timeout);
+// Connects as a receiver would, and disconnects. Returns why that failed within the timeout, or nullopt on success:
+// both sides have the same messages and, between hosts, have proven their keys.
+std::optional<std::string> tryToConnect(const Service& service, std::chrono::milliseconds timeout);
 
-// A service whose endpoint is an address of a network.
+// Checks a service whose endpoint is a network address.
 Diagnosis checkRemoteService(const Service& service, const std::string& endpoint, std::chrono::milliseconds timeout);
 
 } // namespace tvctl::doctor

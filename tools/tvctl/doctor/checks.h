@@ -1,5 +1,5 @@
-// What tvctl doctor looks at, an area a function. None of them changes anything; those that talk to somebody, or wait
-// for anything, say for how long.
+// The checks of tvctl doctor, one function per area. None changes anything; those that communicate or wait take a
+// timeout.
 #pragma once
 
 #include "diagnosis.h"
@@ -12,16 +12,17 @@
 
 namespace tvctl::doctor {
 
-// The configuration files, and variables and values that nobody can have meant. Whether a process would start with the
-// configuration is among the findings; the checks of services, keys and limits need one with which it would.
+// Check the configuration files, and implausible variables and values. The findings include whether a process would
+// start with the configuration; the checks of values, services and keys need one with which it would.
 Diagnosis checkFiles();
 Diagnosis checkValues();
 Diagnosis checkLimits();
 
-// The folders that processes of this user share. Neither has to be there yet.
+// Check the folders that this user's processes share. Either may not exist yet.
 Diagnosis checkRuntimeFolder();
 Diagnosis checkStateFolder();
-// What lies in a runtime folder besides the services' sockets and the shells: locks, sockets of others, other files.
+// Checks what a runtime folder contains besides the services' sockets and the shells: locks, other sockets, other
+// files.
 Diagnosis checkContents(const std::string& runtimeFolder);
 Diagnosis checkRunLog(const std::string& stateFolder);
 
@@ -31,13 +32,14 @@ struct Service {
 };
 std::vector<Service> services();
 
-// A service, wherever it is: who serves it, and whether it takes this program for a client with the same messages.
+// Checks a local or remote service: who serves it, and whether it accepts this program as a client with the same
+// messages.
 Diagnosis checkService(const Service& service, std::chrono::milliseconds timeout);
 
-// Whether this machine has the keys that its services' addresses need.
+// Checks whether this machine has the keys that its services' addresses need.
 Diagnosis checkKeys();
 
-// The shells of the processes that have one, or had, and one of them.
+// The sockets of running shells and stale ones, and the check of one shell.
 std::vector<std::string> shellsIn(const std::string& runtimeFolder);
 Diagnosis checkShell(const std::string& socket, std::chrono::milliseconds timeout);
 

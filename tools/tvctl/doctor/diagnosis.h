@@ -1,4 +1,4 @@
-// What an examination has found.
+// The findings of an examination.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@ enum class Severity { ok, warning, wrong };
 
 struct Finding {
     Severity severity;
-    std::string subject; // what was looked at: "queue.bytes", "tvservice", a folder
+    std::string subject; // what was checked: "queue.bytes", "tvservice", a folder
     std::string what;
     std::string remedy; // what to do about it; empty when it is ok
 };
@@ -19,10 +19,10 @@ inline bool operator==(const Finding& a, const Finding& b) {
     return a.severity == b.severity && a.subject == b.subject && a.what == b.what && a.remedy == b.remedy;
 }
 
-// Where somebody can come in.
+// A path or an address that clients can connect to.
 struct EntryPoint {
-    std::string place; // a path or an address
-    std::string who;   // may come in
+    std::string place;
+    std::string who; // may connect
     std::string state;
 };
 
@@ -40,9 +40,9 @@ struct Diagnosis {
     void add(Severity severity, const std::string& subject, const std::string& what, const std::string& remedy) {
         findings.push_back({severity, subject, what, remedy});
     }
-    void add(Diagnosis&& more) {
-        for (auto& finding : more.findings) findings.push_back(std::move(finding));
-        for (auto& entryPoint : more.entryPoints) entryPoints.push_back(std::move(entryPoint));
+    void add(Diagnosis&& other) {
+        for (auto& finding : other.findings) findings.push_back(std::move(finding));
+        for (auto& entryPoint : other.entryPoints) entryPoints.push_back(std::move(entryPoint));
     }
 };
 

@@ -22,7 +22,7 @@ Diagnosis resultOf(const std::string& subject, const std::function<Diagnosis()>&
         return check();
     } catch (const std::exception& error) {
         Diagnosis diagnosis;
-        diagnosis.wrong(subject, std::string("cannot be examined: ") + error.what(), "mend that first");
+        diagnosis.wrong(subject, std::string("cannot be examined: ") + error.what(), "fix that first");
         return diagnosis;
     }
 }
@@ -40,7 +40,7 @@ Diagnosis checkTheRunLog() {
     std::string folder;
     try {
         folder = host::stateDirectoryPath();
-    } catch (const std::runtime_error&) { // none is named, of which checkStateFolder tells
+    } catch (const std::runtime_error&) { // no folder is named, which checkStateFolder reports
         return {};
     }
     return checkRunLog(folder);
@@ -49,8 +49,8 @@ Diagnosis checkTheRunLog() {
 } // namespace
 
 bool run(Examination& examination, const std::string& subject, std::function<Diagnosis()> check,
-         std::chrono::milliseconds longest) {
-    // Whoever resolves a name or reads a file cannot be interrupted.
+         std::chrono::milliseconds timeout) {
+    // On a thread, because resolving a name or reading a file cannot be interrupted.
     struct Shared {
         thread_safety::Mutex mutex;
         std::condition_variable ended;
@@ -64,7 +64,7 @@ bool run(Examination& examination, const std::string& subject, std::function<Dia
         shared->ended.notify_all();
     });
     thread_safety::UniqueLock lock(shared->mutex);
-    if (shared->ended.wait_for(lock, longest,
+    if (shared->ended.wait_for(lock, timeout,
                                [&]() TVSA_REQUIRES(shared->mutex) { return shared->diagnosis.has_value(); })) {
         Diagnosis diagnosis = std::move(*shared->diagnosis);
         lock.unlock();
@@ -74,43 +74,44 @@ bool run(Examination& examination, const std::string& subject, std::function<Dia
     }
     thread.detach();
     examination.stuck = true;
-    examination.diagnosis.wrong(subject, "not examined within " + std::to_string(longest.count()) + " ms",
-                                "see whether its disk, or the network's names, answer at all");
+    examination.diagnosis.wrong(subject, "not examined within " + std::to_string(timeout.count()) + " ms",
+                                "check that its disk and name resolution respond");
     return false;
 }
 
-Examination examine(std::chrono::milliseconds timeout, std::chrono::milliseconds besides) {
+Examination examine(std::chrono::milliseconds timeout, std::chrono::milliseconds extra) {
     Examination examination;
-    const auto look = [&](const std::string& subject, std::function<Diagnosis()> check) {
-        return run(examination, subject, std::move(check), timeout + besides);
+    const auto runCheck = [&](const std::string& subject, std::function<Diagnosis()> check) {
+        return run(examination, subject, std::move(check), timeout + extra);
     };
     const auto configured = std::make_shared<std::atomic<bool>>(false);
-    look("configuration", [configured] {
+    runCheck("configuration", [configured] {
         *configured = isConfigured();
         return checkFiles();
     });
-    if (*configured) look("configuration", checkValues);
-    look("runtime folder", checkRuntimeFolder);
-    look("state folder", checkStateFolder);
-    look("run log", checkTheRunLog);
-    look("limits", checkLimits);
+    if (*configured) runCheck("configuration", checkValues);
+    runCheck("runtime folder", checkRuntimeFolder);
+    runCheck("state folder", checkStateFolder);
+    runCheck("run log", checkTheRunLog);
+    runCheck("limits", checkLimits);
     const std::string folder = host::runtimeDirectoryPath();
-    look("runtime folder", [folder] { return checkContents(folder); });
+    runCheck("runtime folder", [folder] { return checkContents(folder); });
     if (*configured) {
-        look("keys", checkKeys);
+        runCheck("keys", checkKeys);
         for (const Service& service : services())
-            look(service.name, [service, timeout] { return checkService(service, timeout); });
+            runCheck(service.name, [service, timeout] { return checkService(service, timeout); });
     } else {
-        examination.diagnosis.warn("services", "not examined, as no process starts with this configuration",
-                                   "mend the configuration");
+        examination.diagnosis.warn("services", "not examined, because no process starts with this configuration",
+                                   "fix the configuration");
     }
     const auto shells = std::make_shared<std::vector<std::string>>();
     const auto findShells = [folder, shells] {
         *shells = shellsIn(folder);
         return Diagnosis();
     };
-    if (look("shells", findShells))
-        for (const std::string& shell : *shells) look(shell, [shell, timeout] { return checkShell(shell, timeout); });
+    if (runCheck("shells", findShells))
+        for (const std::string& shell : *shells)
+            runCheck(shell, [shell, timeout] { return checkShell(shell, timeout); });
     return examination;
 }
 

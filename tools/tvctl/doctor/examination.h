@@ -1,4 +1,4 @@
-// All checks, one after the other, none of which can keep the others waiting for ever.
+// Runs all checks in order. A check that hangs does not block the others.
 #pragma once
 
 #include "diagnosis.h"
@@ -13,12 +13,12 @@ struct Examination {
     bool stuck = false; // a check did not end and still runs, on a thread of its own
 };
 
-// Runs a check for at most so long. What it throws, and that it does not end, are findings about the subject. Returns
-// whether it has ended: if not, it goes on with what it has.
+// Runs a check with a timeout. An exception or the timeout becomes a finding about the subject. Returns whether the
+// check has ended; if not, its thread goes on.
 bool run(Examination& examination, const std::string& subject, std::function<Diagnosis()> check,
-         std::chrono::milliseconds longest);
+         std::chrono::milliseconds timeout);
 
-// timeout: for each answer that a check waits for. besides: for what else a check does.
-Examination examine(std::chrono::milliseconds timeout, std::chrono::milliseconds besides = std::chrono::seconds(5));
+// timeout: for each answer that a check waits for. extra: for the rest of a check's work.
+Examination examine(std::chrono::milliseconds timeout, std::chrono::milliseconds extra = std::chrono::seconds(5));
 
 } // namespace tvctl::doctor

@@ -12,8 +12,8 @@ namespace {
 
 std::string userText(uid_t user) { return "user " + std::to_string(user); }
 
-// A connected socket, or a negative error number. Asks who is there, says nothing, and waits for nobody.
-int knock(const std::string& path) {
+// Connects without blocking and sends nothing. Returns the socket, or a negative error number.
+int connectTo(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path) return -ENAMETOOLONG;
@@ -26,13 +26,14 @@ int knock(const std::string& path) {
     return -error;
 }
 
-// Nobody listens there: a process has left it, or one that has its lock does not listen yet, or not any more.
+// Nobody listens: its process has ended, or the process that holds its lock is starting or stopping.
 void checkStaleSocket(Diagnosis& diagnosis, const std::string& subject, const std::string& path) {
     int error = 0;
     const std::string lock = path + ".lock";
     const auto status = stateOf(lock, error);
     if (const auto holder = status ? holderOfLock(lock, *status) : std::nullopt)
-        diagnosis.warn(subject, "whoever serves " + path + " is starting or ending: " + *holder, "wait a moment");
+        diagnosis.warn(subject, "the process that serves " + path + " is starting or stopping: " + *holder,
+                       "wait a moment");
     else
         diagnosis.wrong(subject, path + " is stale: its process ended without removing it",
                         "start the process, which replaces it, or remove it");
@@ -56,14 +57,14 @@ std::optional<struct stat> stateOf(const std::string& path, int& error) {
     return std::nullopt;
 }
 
-bool checkOwn(Diagnosis& diagnosis, const std::string& path, const struct stat& status, mode_t wanted) {
+bool checkOwn(Diagnosis& diagnosis, const std::string& path, const struct stat& status, mode_t allowed) {
     const bool own = status.st_uid == geteuid();
-    const bool closed = (status.st_mode & 07777 & ~wanted) == 0;
+    const bool closed = (status.st_mode & 07777 & ~allowed) == 0;
     if (!own)
         diagnosis.wrong(path, "belongs to " + userText(status.st_uid), "find out why, then let its owner remove it");
     if (!closed)
         diagnosis.wrong(path, "open to other users: mode " + modeText(status.st_mode),
-                        "chmod " + modeText(wanted) + ", and find out who opened it");
+                        "chmod " + modeText(allowed) + ", and find out who opened it");
     return own && closed;
 }
 
@@ -77,9 +78,9 @@ SocketState examineSocket(const std::string& path) {
     state.status = *status;
     state.kind = SocketState::Kind::noSocket;
     if (!S_ISSOCK(status->st_mode)) return state;
-    const int socket = knock(path);
+    const int socket = connectTo(path);
     if (socket == -ENOENT) {
-        state.kind = SocketState::Kind::missing; // by now
+        state.kind = SocketState::Kind::missing; // removed meanwhile
     } else if (socket == -ECONNREFUSED) {
         state.kind = SocketState::Kind::stale;
     } else if (socket < 0 && socket != -EAGAIN) {
@@ -105,10 +106,10 @@ bool checkSocket(Diagnosis& diagnosis, const std::string& subject, const std::st
         case Kind::missing:
             return false;
         case Kind::unreachable:
-            diagnosis.wrong(subject, path + " cannot be reached: " + textOfError(state.error), "mend its folder");
+            diagnosis.wrong(subject, path + " cannot be reached: " + textOfError(state.error), "fix its folder");
             return false;
         case Kind::noSocket:
-            diagnosis.wrong(subject, path + " is no socket", "remove it, as nobody can serve there");
+            diagnosis.wrong(subject, path + " is not a socket", "remove it: no process can serve at this path");
             return false;
         case Kind::stale:
         case Kind::served:
@@ -133,7 +134,7 @@ EntryPoint entryPointOf(const std::string& path, const SocketState& state) {
             how = "nobody serves it";
             break;
         case SocketState::Kind::noSocket:
-            how = "no socket";
+            how = "not a socket";
             break;
         case SocketState::Kind::stale:
             how = "stale";

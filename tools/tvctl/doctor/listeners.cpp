@@ -15,12 +15,11 @@
 namespace tvctl::doctor {
 namespace {
 
-// An address as the system's tables write it; all of them as addresses of IPv6, as which a socket for both kinds has
-// those of IPv4.
-std::string inTables(const std::string& host) {
+// An address as the system's tables print it. IPv4 addresses are mapped to IPv6, as in a dual-stack socket.
+std::string inSocketTables(const std::string& host) {
     in6_addr address{};
-    const std::string numbers = host.substr(0, host.find('%')); // without the network that it is in
-    inet_pton(AF_INET6, (numbers.find(':') == std::string::npos ? "::ffff:" + numbers : numbers).c_str(), &address);
+    const std::string numeric = host.substr(0, host.find('%')); // without the scope id
+    inet_pton(AF_INET6, (numeric.find(':') == std::string::npos ? "::ffff:" + numeric : numeric).c_str(), &address);
     std::array<std::uint32_t, 4> words{};
     std::memcpy(words.data(), &address, sizeof address);
     char text[33];
@@ -28,7 +27,7 @@ std::string inTables(const std::string& host) {
     return text;
 }
 
-std::optional<uid_t> listenerIn(const char* table, const std::string& before, const std::vector<std::string>& addresses,
+std::optional<uid_t> listenerIn(const char* table, const std::string& prefix, const std::vector<std::string>& addresses,
                                 unsigned port) {
     constexpr std::string_view listening = "0A";
     std::ifstream lines(table);
@@ -43,7 +42,7 @@ std::optional<uid_t> listenerIn(const char* table, const std::string& before, co
         unsigned ownPort = 0;
         std::from_chars(own.data() + colon + 1, own.data() + own.size(), ownPort, 16);
         if (ownPort == port &&
-            std::find(addresses.begin(), addresses.end(), before + own.substr(0, colon)) != addresses.end())
+            std::find(addresses.begin(), addresses.end(), prefix + own.substr(0, colon)) != addresses.end())
             return user;
     }
     return std::nullopt;
@@ -58,12 +57,12 @@ unsigned portOf(const host::Place& place) {
 }
 
 std::optional<uid_t> listenerAt(const host::Place& place) {
-    const std::string everyOld = inTables("0.0.0.0"), every = inTables("::");
-    const std::vector<std::string> addresses{every, everyOld,
-                                             host::isEveryAddress(place.host) ? every : inTables(place.host)};
-    const std::string before = everyOld.substr(0, everyOld.size() - 8);
+    const std::string anyIpv4 = inSocketTables("0.0.0.0"), anyIpv6 = inSocketTables("::");
+    const std::vector<std::string> addresses{anyIpv6, anyIpv4,
+                                             host::isEveryAddress(place.host) ? anyIpv6 : inSocketTables(place.host)};
+    const std::string prefix = anyIpv4.substr(0, anyIpv4.size() - 8);
     const auto user = listenerIn("/proc/net/tcp6", "", addresses, portOf(place));
-    return user ? user : listenerIn("/proc/net/tcp", before, addresses, portOf(place));
+    return user ? user : listenerIn("/proc/net/tcp", prefix, addresses, portOf(place));
 }
 
 } // namespace tvctl::doctor

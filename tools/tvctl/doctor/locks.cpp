@@ -13,21 +13,22 @@ struct Device {
     unsigned major, minor;
 };
 
-// That of the file system, by which the system's table of locks knows a file. A file may say that it is on another one
-// where a file system has several layers or parts, as overlayfs and btrfs do.
+// The device of the file system, by which the system's table of locks identifies a file. stat may report another one
+// for file systems with layers or parts, such as overlayfs and btrfs.
 Device deviceOf(const std::string& path, const struct stat& status) {
     const Device own{major(status.st_dev), minor(status.st_dev)};
-    struct statx more {};
-    if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_MNT_ID, &more) != 0 ||
-        (more.stx_mask & STATX_MNT_ID) == 0)
+    struct statx extended {};
+    if (statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_MNT_ID, &extended) != 0 ||
+        (extended.stx_mask & STATX_MNT_ID) == 0)
         return own;
     std::ifstream mounts("/proc/self/mountinfo");
     for (std::string line; std::getline(mounts, line);) {
         std::istringstream words(line);
-        unsigned long long mount = 0, above = 0;
+        unsigned long long mount = 0, parent = 0;
         Device device{};
         char colon = 0;
-        if (words >> mount >> above >> device.major >> colon >> device.minor && mount == more.stx_mnt_id) return device;
+        if (words >> mount >> parent >> device.major >> colon >> device.minor && mount == extended.stx_mnt_id)
+            return device;
     }
     return own;
 }
@@ -41,8 +42,7 @@ std::string nameOf(const std::string& process) {
 
 } // namespace
 
-// As the system tells everybody. To take the lock for a moment, and see, would keep a process from starting that comes
-// in that moment.
+// Reads the system's table of locks. Testing the lock by taking it could keep a process from starting at that moment.
 std::optional<std::string> holderOfLock(const std::string& path, const struct stat& status) {
     const Device device = deviceOf(path, status);
     char wanted[64];
@@ -51,8 +51,8 @@ std::optional<std::string> holderOfLock(const std::string& path, const struct st
     std::ifstream locks("/proc/locks");
     for (std::string line; std::getline(locks, line);) {
         std::istringstream words(line);
-        std::string number, kind, rule, access, process, place;
-        if (words >> number >> kind >> rule >> access >> process >> place && kind == "FLOCK" && place == wanted)
+        std::string number, kind, rule, access, process, inode;
+        if (words >> number >> kind >> rule >> access >> process >> inode && kind == "FLOCK" && inode == wanted)
             return "process " + process + nameOf(process);
     }
     return std::nullopt;

@@ -12,10 +12,10 @@
 namespace tvctl::doctor {
 namespace {
 
-// What is wrong with this machine's own keys.
+// The problem with this machine's own keys, if any.
 std::optional<std::string> problemOfOwnKeys() {
     const auto file = host::setting("keys.file");
-    if (!file) return "not configured, so that this machine cannot prove who it is";
+    if (!file) return "not configured, so this machine cannot prove its identity";
     try {
         (void)host::readKeys(file->text);
         return std::nullopt;
@@ -29,12 +29,13 @@ bool isKey(Diagnosis& diagnosis, const std::string& subject, const std::string& 
         host::checkKey(key, origin);
         return true;
     } catch (const std::runtime_error& error) {
-        diagnosis.wrong(subject, error.what(), "put there what tvctl keygen printed on the other machine");
+        diagnosis.wrong(subject, error.what(), "set it to the key that tvctl keygen printed on the other machine");
         return false;
     }
 }
 
-// For who offers the service, at an address that its process can have; perhaps it is used from here, too.
+// Checks the side that offers the service, at an address of this machine. used: whether this machine also uses the
+// service.
 void checkOffer(Diagnosis& diagnosis, const Service& service, const std::string& endpoint, const host::Place& place,
                 const host::Setting& clients, bool used) {
     std::set<std::string> keys;
@@ -42,8 +43,8 @@ void checkOffer(Diagnosis& diagnosis, const Service& service, const std::string&
         if (isKey(diagnosis, "keys.clients", key, clients.origin) && !keys.insert(key).second)
             diagnosis.warn("keys.clients", clients.origin + " has a key twice: " + key, "remove one");
     if (keys.empty())
-        return diagnosis.wrong("keys.clients", clients.origin + " names no client, so that nobody can come",
-                               "name the public keys of the clients");
+        return diagnosis.wrong("keys.clients", clients.origin + " names no client, so nobody can connect",
+                               "add the public keys of the clients");
     const std::string holders =
         keys.size() == 1 ? "the holder of one key" : "the holders of " + std::to_string(keys.size()) + " keys";
     const auto listener = listenerAt(place);
@@ -52,31 +53,33 @@ void checkOffer(Diagnosis& diagnosis, const Service& service, const std::string&
         diagnosis.entryPoints.push_back({endpoint, "unknown", process + " listens here"});
         return diagnosis.wrong(service.name, endpoint + " is served by " + process, "end that process");
     }
-    diagnosis.ok(service.name, "where it is offered at " + endpoint + ", " + holders + " may come");
+    diagnosis.ok(service.name, "offered at " + endpoint + "; " + holders + " may connect");
     diagnosis.entryPoints.push_back({endpoint, holders, listener ? "a process listens here" : "nobody listens here"});
-    // Only who holds a key that it lets in, and knows its own, can ask it.
+    // The comparison needs a key that the service accepts, and the service's own key.
     if (listener && !used)
-        diagnosis.ok(service.name, "its messages are not compared here, but by tvctl doctor where it is used");
+        diagnosis.ok(service.name, "its messages are not compared here; run tvctl doctor where it is used");
     if (portOf(place) == 0)
-        diagnosis.warn(service.name, endpoint + " has another port after each start, which no client can know",
-                       "name the port in endpoints." + service.name);
+        diagnosis.warn(service.name, endpoint + " gets another port with each start, which no client can know",
+                       "set the port in endpoints." + service.name);
     else if (!listener)
         diagnosis.warn(service.name, "not running: nobody listens at " + endpoint, "start it");
     if (host::isEveryAddress(place.host))
         diagnosis.warn(service.name, endpoint + " is at every address of this machine, in all its networks",
-                       "name the address that clients use");
+                       "set the address that clients use");
 }
 
-// For who uses it.
+// Checks the side that uses the service.
 void checkUse(Diagnosis& diagnosis, const Service& service, const std::string& endpoint, const host::Setting& key,
               std::chrono::milliseconds timeout) {
     if (!isKey(diagnosis, "keys.services." + service.name, key.text, key.origin)) return;
     if (problemOfOwnKeys())
-        return diagnosis.warn(service.name, endpoint + " was not tried, for want of keys", "mend keys.file first");
-    if (const auto failure = failureOfAttempt(service, timeout))
+        return diagnosis.warn(service.name, endpoint + " was not tried: this machine has no valid keys",
+                              "fix keys.file first");
+    if (const auto failure = tryToConnect(service, timeout))
         diagnosis.wrong(service.name, *failure, "compare keys, addresses and versions on both machines");
     else
-        diagnosis.ok(service.name, endpoint + " has the right key, lets this machine in and has the same messages");
+        diagnosis.ok(service.name,
+                     endpoint + " has the right key and the same messages, and accepts this machine's key");
 }
 
 } // namespace
@@ -91,23 +94,24 @@ Diagnosis checkRemoteService(const Service& service, const std::string& endpoint
             checkOffer(diagnosis, service, endpoint, host::placeToServeAt(service.name, endpoint), *clients,
                        key.has_value());
         } catch (const std::runtime_error& error) {
-            // With a key it is a service elsewhere, which this machine uses beside those that it offers.
+            // With a key, the service is on another machine, and this machine offers other services.
             if (!key)
                 diagnosis.wrong(service.name, error.what(),
-                                "name an address of this machine in " + nameOfEndpoint +
-                                    ", or, to use it elsewhere, its key in " + nameOfKey);
+                                "set " + nameOfEndpoint +
+                                    " to an address of this machine or, if the service is elsewhere, set " + nameOfKey +
+                                    " to its key");
         }
     }
     if (key && everywhere)
-        diagnosis.wrong(service.name, endpoint + " is an address to listen at, and none to connect to",
-                        "name the host in " + nameOfEndpoint);
+        diagnosis.wrong(service.name, endpoint + " is an address to listen at, not to connect to",
+                        "set the host in " + nameOfEndpoint);
     else if (key)
         checkUse(diagnosis, service, endpoint, *key, timeout);
     if (!clients && (!key || everywhere))
-        diagnosis.wrong(service.name,
-                        endpoint + " is without keys: keys.clients is not configured" +
-                            (key ? "" : ", and neither is " + nameOfKey),
-                        "name the clients' keys where the service is, and the service's where its clients are");
+        diagnosis.wrong(
+            service.name,
+            endpoint + " has no keys: keys.clients is not configured" + (key ? "" : ", and neither is " + nameOfKey),
+            "set the clients' keys where the service is, and the service's key where its clients are");
     return diagnosis;
 }
 
@@ -122,11 +126,11 @@ Diagnosis checkKeys() {
     }
     if (!needed) {
         for (const std::string& name : unused)
-            diagnosis.warn(name, "not used, as no service is at a tcp:// address", "remove it, or set the endpoint");
+            diagnosis.warn(name, "not used, because no service has a tcp:// address", "remove it, or set the endpoint");
         return diagnosis;
     }
     if (const auto problem = problemOfOwnKeys())
-        diagnosis.wrong("keys.file", *problem, "make a new pair with tvctl keygen, and name its file in keys.file");
+        diagnosis.wrong("keys.file", *problem, "make a new pair with tvctl keygen, and set keys.file to its file");
     else
         diagnosis.ok("keys.file",
                      "the public key of this machine is " + host::readKeys(host::setting("keys.file")->text).publicKey);

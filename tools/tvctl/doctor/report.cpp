@@ -66,8 +66,9 @@ std::string textOfEntryPoints(const std::vector<EntryPoint>& entryPoints) {
 } // namespace
 
 std::size_t countOf(const Diagnosis& diagnosis, Severity severity) {
-    return static_cast<std::size_t>(std::count_if(diagnosis.findings.begin(), diagnosis.findings.end(),
-                                                  [&](const Finding& one) { return one.severity == severity; }));
+    return static_cast<std::size_t>(
+        std::count_if(diagnosis.findings.begin(), diagnosis.findings.end(),
+                      [&](const Finding& finding) { return finding.severity == severity; }));
 }
 
 std::string asText(const Diagnosis& diagnosis, const Style& style) {

@@ -1,4 +1,4 @@
-// A diagnosis as people and programs read it.
+// Prints a diagnosis as text and as JSON.
 #pragma once
 
 #include "diagnosis.h"
@@ -12,7 +12,7 @@ struct Style {
 
 std::size_t countOf(const Diagnosis& diagnosis, Severity severity);
 
-// A line for each finding, the table of entryPoints, and the count. Nothing in it can steer a terminal.
+// A line for each finding, the table of entry points, and the counts. Control characters are escaped.
 std::string asText(const Diagnosis& diagnosis, const Style& style);
 std::string asJson(const Diagnosis& diagnosis);
 

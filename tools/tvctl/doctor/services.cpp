@@ -17,31 +17,31 @@
 namespace tvctl::doctor {
 namespace {
 
-// Nothing is sent.
+// Minimal, because nothing is sent.
 constexpr std::size_t sendBufferBytes = 1;
 
-class News final : public frame::IOConnectionListener {
+class FirstAttempt final : public frame::IOConnectionListener {
 public:
-    void onIOConnectionConnected() override { tell(true); }
-    void onIOConnectionConnectionFailed() override { tell(false); }
+    void onIOConnectionConnected() override { finish(true); }
+    void onIOConnectionConnectionFailed() override { finish(false); }
     void onIOConnectionDisconnected() override {}
 
-    // Whether the first attempt worked; nothing when it was not over in time.
+    // Whether the first attempt succeeded; nullopt on timeout.
     std::optional<bool> wait(std::chrono::milliseconds timeout) {
         thread_safety::UniqueLock lock(mutex_);
-        told_.wait_for(lock, timeout, [this]() TVSA_REQUIRES(mutex_) { return connected_.has_value(); });
+        finished_.wait_for(lock, timeout, [this]() TVSA_REQUIRES(mutex_) { return connected_.has_value(); });
         return connected_;
     }
 
 private:
-    void tell(bool connected) {
+    void finish(bool connected) {
         thread_safety::LockGuard lock(mutex_);
         if (!connected_) connected_ = connected;
-        told_.notify_all();
+        finished_.notify_all();
     }
 
     thread_safety::Mutex mutex_;
-    std::condition_variable told_;
+    std::condition_variable finished_;
     std::optional<bool> connected_ TVSA_GUARDED_BY(mutex_);
 };
 
@@ -53,15 +53,16 @@ void checkLocalService(Diagnosis& diagnosis, const Service& service, const std::
         return diagnosis.warn(service.name, "not running: nobody serves " + path, "start it");
     if (!checkSocket(diagnosis, service.name, path, state)) return;
     const std::string process = "process " + std::to_string(state.process);
-    if (const auto failure = failureOfAttempt(service, timeout))
-        diagnosis.wrong(service.name, process + " does not take this program for a client: " + *failure,
+    if (const auto failure = tryToConnect(service, timeout))
+        diagnosis.wrong(service.name, process + " rejected this program as a client: " + *failure,
                         "run service and framework of the same version");
     else
         diagnosis.ok(service.name, process + " serves " + path + " and has the same messages");
 }
 
-// The socket of a service in the runtime folder, or what its setting says. The folder is not made for it.
-std::string placeOf(const Service& service) {
+// The configured endpoint of a service, or its socket in the runtime folder; empty when that folder does not exist yet.
+// Does not create the folder.
+std::string existingEndpointOf(const Service& service) {
     int error = 0;
     if (!host::setting("endpoints." + service.name) && !stateOf(host::runtimeDirectoryPath(), error) && error == 0)
         return {};
@@ -74,15 +75,15 @@ std::vector<Service> services() {
     return {{tvservice::serviceName, tvservice::messageSet()}, {mmservice::serviceName, mmservice::messageSet()}};
 }
 
-std::optional<std::string> failureOfAttempt(const Service& service, std::chrono::milliseconds timeout) {
-    const host::LogCapture quiet; // what the queue has to say is in the answer
-    News news;
+std::optional<std::string> tryToConnect(const Service& service, std::chrono::milliseconds timeout) {
+    const host::LogCapture quiet; // the result has what the queue would log
+    FirstAttempt attempt;
     try {
         host::MessageQueue queue;
-        auto& channel = queue.connectTo(service.name, service.messages, sendBufferBytes, &news);
+        auto& channel = queue.connectTo(service.name, service.messages, sendBufferBytes, &attempt);
         queue.open(channel);
         queue.start();
-        const auto connected = news.wait(timeout);
+        const auto connected = attempt.wait(timeout);
         if (!connected) return "no answer within " + std::to_string(timeout.count()) + " ms";
         if (*connected) return std::nullopt;
         return channel.failure();
@@ -95,9 +96,9 @@ Diagnosis checkService(const Service& service, std::chrono::milliseconds timeout
     Diagnosis diagnosis;
     std::string endpoint;
     try {
-        endpoint = placeOf(service);
+        endpoint = existingEndpointOf(service);
     } catch (const std::runtime_error& error) {
-        diagnosis.wrong(service.name, error.what(), "mend that first");
+        diagnosis.wrong(service.name, error.what(), "fix that first");
         return diagnosis;
     }
     if (host::isRemote(endpoint)) return checkRemoteService(service, endpoint, timeout);

@@ -18,7 +18,7 @@ bool offers(const std::string& help, const std::string& word) {
     return false;
 }
 
-// The request under way in a receiver's queue: whether its answer is overdue.
+// Warns when the answer to the current request in a receiver's queue is overdue.
 void checkQueue(Diagnosis& diagnosis, const std::string& process, host::ShellClient& client,
                 std::chrono::milliseconds timeout) {
     const auto reply = client.run("bundles 1", true, timeout);
@@ -30,7 +30,7 @@ void checkQueue(Diagnosis& diagnosis, const std::string& process, host::ShellCli
     for (const auto& bundle : nlohmann::json::parse(reply.output))
         if (bundle.value("overdueMs", std::int64_t{0}) > 0)
             diagnosis.warn(process, bundle.at("state").get<std::string>(),
-                           "see whether the services answer; pause what sends requests, or let it zap (tvctl zap)");
+                           "check that the services answer; pause what sends requests, or make it zap (tvctl zap)");
 }
 
 } // namespace
@@ -47,10 +47,10 @@ Diagnosis checkShell(const std::string& socket, std::chrono::milliseconds timeou
         client.connect(socket);
         const auto reply = client.run("help", true, timeout);
         if (reply.status == -EAGAIN)
-            diagnosis.warn(process, reply.error, "end one of them, as no other tvctl gets an answer");
+            diagnosis.warn(process, reply.error, "end one of them; until then no other tvctl gets an answer");
         else if (reply.status < 0)
             diagnosis.wrong(process,
-                            "its shell refuses a command with " + std::to_string(reply.status) + ": " + reply.error,
+                            "its shell rejected a command with " + std::to_string(reply.status) + ": " + reply.error,
                             "run a process and a tvctl of the same version and user");
         else {
             diagnosis.ok(process, "process " + std::to_string(state.process) + " answers in its shell");
@@ -58,7 +58,7 @@ Diagnosis checkShell(const std::string& socket, std::chrono::milliseconds timeou
         }
     } catch (const std::exception& error) {
         diagnosis.wrong(process, std::string("does not answer in its shell: ") + error.what(),
-                        "see what process " + std::to_string(state.process) + " is doing, and start it anew");
+                        "see what process " + std::to_string(state.process) + " is doing, and restart it");
     }
     return diagnosis;
 }

@@ -20,13 +20,13 @@ std::string inQuotes(const std::string& text) {
     return text.size() <= shown ? "'" + text + "'" : "'" + text.substr(0, shown) + "...'";
 }
 
-int refuse(appovshell::Server& shell, const std::string& why) {
+int reject(appovshell::Server& shell, const std::string& why) {
     shell.print(why + "\n");
     return badArgument;
 }
 
-int refuseTerminal(appovshell::Server& shell, const std::string& text) {
-    return refuse(shell, "terminal " + inQuotes(text) + ": wanted TYPE:ID, two decimal numbers");
+int rejectTerminal(appovshell::Server& shell, const std::string& text) {
+    return reject(shell, "terminal " + inQuotes(text) + ": expected TYPE:ID, two decimal numbers");
 }
 
 bool ArgumentReader::next(std::string& text) {
@@ -36,18 +36,18 @@ bool ArgumentReader::next(std::string& text) {
     names_.remove_prefix(std::min(end + 1, names_.size()));
     text = shell_.getArgument(index_++);
     if (!text.empty()) return true;
-    if (name_.front() != '[') refuse("is missing");
+    if (name_.front() != '[') reject("is missing");
     return false;
 }
 
-void ArgumentReader::refuse(const std::string& why) { problem_ = name_ + " " + why; }
+void ArgumentReader::reject(const std::string& why) { problem_ = name_ + " " + why; }
 
 void ArgumentReader::read(std::string& text) {
     std::string argument;
     if (!next(argument)) return;
     if (argument.size() > longestText) {
-        refuse("has " + std::to_string(argument.size()) + " bytes, at most " + std::to_string(longestText) +
-               " are taken: " + inQuotes(argument));
+        reject("has " + std::to_string(argument.size()) + " bytes, at most " + std::to_string(longestText) +
+               " are allowed: " + inQuotes(argument));
         return;
     }
     text = std::move(argument);
@@ -56,13 +56,13 @@ void ArgumentReader::read(std::string& text) {
 void ArgumentReader::read(std::int32_t& number) {
     std::string argument;
     if (next(argument) && !readNumber(argument, number))
-        refuse("has to be a decimal number of 32 bits, not " + inQuotes(argument));
+        reject("must be a decimal number of 32 bits, not " + inQuotes(argument));
 }
 
 void ArgumentReader::read(tvservice::TvServiceTerminal_t& terminal) {
     std::string argument;
     if (next(argument) && !readTerminal(argument, terminal))
-        refuse("has to be TYPE:ID, two decimal numbers of 32 bits, not " + inQuotes(argument));
+        reject("must be TYPE:ID, two decimal numbers of 32 bits, not " + inQuotes(argument));
 }
 
 } // namespace control

@@ -1,4 +1,4 @@
-// Reading what people type behind a command: numbers, terminals, texts.
+// Parses the arguments of shell commands: numbers, terminals, texts.
 #pragma once
 
 #include <appovshell/server.h>
@@ -16,36 +16,36 @@
 
 namespace control {
 
-// What a command answers to arguments that it cannot use.
+// The result of a command with invalid arguments.
 constexpr int badArgument = -22;
 
-// A decimal number; false when text is none or it is out of Number's range, number is then unchanged.
+// Parses a decimal number. Returns false, with number unchanged, when text is not one or it is out of range.
 template <class Number> bool readNumber(std::string_view text, Number& number) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     return error == std::errc{} && end == text.data() + text.size();
 }
 
-// "type:id"; false when text is none, terminal is then undefined.
+// Parses "type:id". Returns false, with terminal undefined, when text is malformed.
 bool readTerminal(std::string_view text, tvservice::TvServiceTerminal_t& terminal);
 std::string nameOf(const tvservice::TvServiceTerminal_t& terminal);
 
-// Text in single quotes, for messages; only its beginning when it is long.
+// Text in single quotes, for messages; long text is truncated.
 std::string inQuotes(const std::string& text);
 
-// Prints why a command cannot be carried out and gives its result.
-int refuse(appovshell::Server& shell, const std::string& why);
-int refuseTerminal(appovshell::Server& shell, const std::string& text); // because readTerminal could not read it
+// Prints why a command is rejected and returns its result.
+int reject(appovshell::Server& shell, const std::string& why);
+int rejectTerminal(appovshell::Server& shell, const std::string& text); // when readTerminal fails
 
-// Takes the arguments of the command under way one after the other and puts each where it belongs. names are the
-// arguments' names, separated by blanks; one in brackets may be missing and then leaves its place as it is. After the
-// first argument that cannot be used nothing more is read.
+// Reads the arguments of the current command in order. names: the arguments' names, separated by blanks. An argument
+// whose name is in brackets is optional; when it is missing, its variable keeps its value. Reads nothing after the
+// first invalid argument.
 class ArgumentReader {
 public:
     static constexpr std::size_t longestText = 1024; // bytes
 
     ArgumentReader(appovshell::Server& shell, std::string_view names) : shell_(shell), names_(names) {}
 
-    // What is wrong with the arguments read so far; empty when nothing is.
+    // The problem with the arguments read so far; empty when there is none.
     const std::string& problem() const { return problem_; }
 
     void read(std::string& text);
@@ -63,13 +63,13 @@ public:
     }
 
 private:
-    // The next argument; false when there is none to be used.
+    // Gets the next argument; false when there is none, or after a problem.
     bool next(std::string& text);
-    void refuse(const std::string& why);
+    void reject(const std::string& why);
 
     appovshell::Server& shell_;
     std::string_view names_; // of the arguments not read yet
-    std::string name_;       // of the one under way
+    std::string name_;       // of the current argument
     unsigned index_ = 0;
     std::string problem_;
 };

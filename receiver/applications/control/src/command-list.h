@@ -1,4 +1,4 @@
-// How a group of shell commands is registered: from a table whose entries name a member function each.
+// Registers a group of shell commands from a table of member functions.
 #pragma once
 
 #include <appovshell/server.h>
@@ -14,7 +14,7 @@ struct Command {
 // The handler that calls a member function of the group that was registered as the context.
 template <class Group, int (Group::*method)()> int call(void* group) { return (static_cast<Group*>(group)->*method)(); }
 
-// Registers all of them: 0, or the shell's first negative result.
+// Registers all of them. Returns 0 or the shell's first negative result.
 template <class Table, class Group> int registerCommands(appovshell::Server& shell, const Table& table, Group& group) {
     for (const Command& command : table)
         if (const int result = shell.registerCommand(command.specification, command.help, command.handler, &group);

@@ -1,5 +1,5 @@
-// The control application: it registers with the adapter, keeps what each terminal shows and what clients are told, and
-// offers the shell commands by which a person or a tool plays on the receiver.
+// The control application: it is a client of the adapter, records what each terminal shows and all notifications, and
+// offers shell commands to control the receiver.
 #include "commands.h"
 #include "log.h"
 #include "notification-log.h"
@@ -18,7 +18,7 @@
 namespace control {
 namespace {
 
-void complain(const char* what, int result) {
+void logFailure(const char* what, int result) {
     CONTROL_LOG(vdlDebugFailure, "%s: %s\n", what, host::ResultText(result).text());
 }
 
@@ -34,7 +34,7 @@ private:
         boost::shared_ptr<frame::Interface> reference;
         int result = process->getInterfaceReference(reference, tvservice::ModelTvServiceAdapter::interfaceKey);
         if (result < 0) {
-            complain("no adapter in this process; load its library before this one", result);
+            logFailure("no adapter in this process; load its library before this one", result);
             return result;
         }
         auto* adapter = reference->get<tvservice::ModelTvServiceAdapter>();
@@ -45,7 +45,7 @@ private:
             if (result == 0) result = process->getInterfaceReference(reference, appovshell::Server::name());
         }
         if (result < 0) {
-            complain("no debug shell", result);
+            logFailure("no debug shell", result);
             return result;
         }
         auto* shell = reference->get<appovshell::Server>();
@@ -55,7 +55,7 @@ private:
         commands_ = std::make_unique<Commands>(*adapter, *view_, *notifications_, *shell);
         result = commands_->registerAll();
         if (result < 0) {
-            complain("cannot register the shell commands", result);
+            logFailure("cannot register the shell commands", result);
             return result;
         }
         result = adapter->addClient(view_);

@@ -1,4 +1,4 @@
-// Lines of the control application in the log.
+// Log lines of the control application.
 #pragma once
 
 #include <vdl/debug.h>
@@ -9,7 +9,7 @@ namespace control {
 
 inline constexpr std::uint32_t controlLog = 0x0301; // its module
 
-// A line of that severity: format and arguments as printf takes them.
+// Logs a line of that severity; format and arguments as for printf.
 #define CONTROL_LOG(severity, ...)                                                                       \
     do {                                                                                                 \
         vdlDebugChunk controlChunk;                                                                      \

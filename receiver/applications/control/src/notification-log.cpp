@@ -14,8 +14,8 @@
 namespace control {
 namespace {
 
-// How long a value is as JSON text, at least: texts may need escapes, numbers more than one digit. Takes no memory,
-// while JSON of a message takes many times the message's own.
+// A lower bound of a value's length as JSON text: texts may need escapes, numbers more than one digit. Allocates nothing,
+// whereas a message's JSON takes many times the memory of the message.
 template <class T> std::size_t leastLength(const T& value) {
     if constexpr (std::is_enum_v<T> || std::is_arithmetic_v<T>)
         return 1;
@@ -33,7 +33,7 @@ template <class T> std::size_t leastLength(const T& value) {
                                [](std::size_t sum, const auto& element) { return sum + leastLength(element); });
 }
 
-// How many bytes of memory a value holds besides its own.
+// The bytes of memory that a value holds besides its own size.
 template <class T> std::size_t heldBytes(const T& value) {
     if constexpr (std::is_enum_v<T> || std::is_arithmetic_v<T>)
         return 0;
@@ -96,7 +96,7 @@ TableCount NotificationLog::table() const {
     return {"notifications", kept_.size(), mostKept, bytes_, mostBytes, dropped_};
 }
 
-// Without the mutex: notifications must not wait for texts. As many as may be listed together.
+// Runs without the mutex, because notifications must not wait for texts. Stops at the size limit of a list.
 template <class Iterator> std::vector<Notification> NotificationLog::textsOf(Iterator begin, Iterator end) {
     std::vector<Notification> notifications;
     for (std::size_t bytes = 0; begin != end; ++begin) {
@@ -115,7 +115,7 @@ std::vector<Notification> NotificationLog::newest(std::size_t count) const {
         const thread_safety::LockGuard lock(mutex_);
         newest.assign(kept_.end() - static_cast<std::ptrdiff_t>(std::min(count, kept_.size())), kept_.end());
     }
-    // From the newest one back, so that those left out for their length are the oldest.
+    // From the newest to the oldest, so that the size limit omits the oldest.
     auto notifications = textsOf(newest.rbegin(), newest.rend());
     std::reverse(notifications.begin(), notifications.end());
     return notifications;

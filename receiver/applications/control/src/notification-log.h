@@ -1,4 +1,4 @@
-// What the clients of the adapter were told: all notifications, numbered from 1 in the order in which they came.
+// All notifications to the adapter's clients, numbered from 1 in order of arrival.
 #pragma once
 
 #include "table-count.h"
@@ -21,39 +21,40 @@ struct Notification {
     std::uint64_t number = 0;
     std::string time;    // UTC, ISO 8601 with milliseconds
     std::string message; // "TvServiceAudioInfo"
-    // The arguments as JSON text; nothing when it would have been longer than NotificationLog::longestArguments.
+    // The arguments as JSON text; empty when it would exceed NotificationLog::longestArguments.
     std::string arguments;
-    // How long it would have been; at least so long when the message is longer anyway.
+    // The length of the omitted text, or a lower bound of it.
     std::size_t omittedBytes = 0;
 };
 
-// The arguments of a notification as JSON text; or, when that would be too long, its length alone.
+// The arguments of a notification as JSON text, or only its length when it is too long.
 struct TextOrLength {
     std::string text;
     std::size_t omittedBytes = 0;
 };
 
-// A client of the adapter. Notifications come on the framework's threads, readers on the shell's; all from any thread.
-// Their text is made for readers only, as for long lists that takes far longer than keeping them does.
+// A client of the adapter. All calls are safe from any thread: notifications arrive on the framework's threads, readers
+// run on the shell's. Only readers create the texts, because that takes far longer for long lists than storing the
+// arguments.
 class NotificationLog : public tvservice::ClientInterface {
 public:
-    // The newest ones are kept: at most so many, and together at most so many bytes of arguments, in memory.
+    // Limits of the kept notifications: their number, and the bytes of their arguments in memory. The newest are kept.
     static constexpr std::size_t mostKept = 1000;
     static constexpr std::size_t mostBytes = 16 * 1024 * 1024;
-    // Of one notification, so that one always fits into what a command may print.
+    // The limit of one notification, so that it always fits into a command's output.
     static constexpr std::size_t longestArguments = 256 * 1024;
 
     TVSERVICE_NOTIFICATIONS(GENRPC_OVERRIDE)
 
-    // Oldest first: at most count of those kept, and not more text of arguments than two of the longest have. The
-    // newest ones; or the first ones with a greater number than the one given.
+    // Return at most count notifications, oldest first, with at most 2 * longestArguments of text: the newest ones, or
+    // the first ones after number.
     std::vector<Notification> newest(std::size_t count) const;
     std::vector<Notification> after(std::uint64_t number, std::size_t count) const;
 
     TableCount table() const;
 
 private:
-    using Arguments = std::function<TextOrLength()>; // holds them
+    using Arguments = std::function<TextOrLength()>; // owns the arguments
     struct Kept {
         std::uint64_t number;
         std::string time;

@@ -22,7 +22,7 @@ int PlayCommands::registerAll() {
 
 int PlayCommands::play() {
     const std::string uri = shell_.getArgument(1);
-    if (uri.empty()) return refuse(shell_, "no URI given");
+    if (uri.empty()) return reject(shell_, "no URI given");
     return submit(uri, shell_.getArgument(2));
 }
 
@@ -33,12 +33,12 @@ int PlayCommands::submit(const std::string& uri, const std::string& uuid) {
     std::istringstream terminals(shell_.getArgument(0));
     for (std::string text; std::getline(terminals, text, ',');) {
         tvservice::TvServiceReq_t request;
-        if (!readTerminal(text, request.terminal)) return refuseTerminal(shell_, text);
+        if (!readTerminal(text, request.terminal)) return rejectTerminal(shell_, text);
         request.uri = uri;
         request.uuid = uuid;
         requests.push_back(std::move(request));
     }
-    if (requests.empty()) return refuse(shell_, "no terminal given");
+    if (requests.empty()) return reject(shell_, "no terminal given");
     for (const auto& request : requests) zapper_.forget(request.terminal);
     frame::MsgIds ids;
     const int result = adapter_.tvServiceReq(ids, frame::TransportInfo{}, requests);

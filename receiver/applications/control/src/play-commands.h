@@ -1,5 +1,5 @@
-// The shell commands that play and stop on terminals. Each queues its request at once, and forgets what `zap` still
-// wanted there.
+// The shell commands that play and stop on terminals. Each queues its request at once, and drops the pending `zap`
+// requests of its terminals.
 #pragma once
 
 #include <appovshell/server.h>
@@ -10,13 +10,13 @@
 
 namespace control {
 
-// Lives as long as the process: the shell keeps pointers to it.
+// Must live as long as the process: the shell keeps pointers to it.
 class PlayCommands {
 public:
     PlayCommands(tvservice::ModelTvServiceAdapter& adapter, tvservice::Zapper& zapper, appovshell::Server& shell)
         : adapter_(adapter), zapper_(zapper), shell_(shell) {}
 
-    // Registers every command with the shell: 0, or the shell's first negative result.
+    // Registers every command with the shell. Returns 0 or the shell's first negative result.
     int registerAll();
 
 private:

@@ -1,6 +1,6 @@
 #include "request-commands.h"
 
-#include "request-words.h"
+#include "request-syntax.h"
 
 #include <genrpc/json.h>
 #include <host/result.h>
@@ -14,7 +14,7 @@
 namespace control {
 namespace {
 
-// The shell's description of a command: every argument is a string there, so that what is wrong with one is said here.
+// The shell's specification of a command. Every argument is a string, so that errors are reported here.
 std::string specificationOf(std::string text, std::string_view arguments) {
     for (bool atStart = true; const char c : arguments) {
         if (atStart) text += c == '[' ? " [:s]" : " :s";
@@ -38,7 +38,7 @@ int RequestCommands::send(tvservice::ModelTvServiceAdapter& adapter, ArgumentRea
 
 template <class Message, auto method> void RequestCommands::add(std::vector<Request>& requests) {
     if constexpr (canBeTyped<typename Message::Body::Arguments>)
-        requests.push_back({wordsOf<Message>(), Message::name, send<Message, method>});
+        requests.push_back({syntaxOf<Message>(), Message::name, send<Message, method>});
 }
 
 int RequestCommands::registerAll() {
@@ -52,7 +52,7 @@ int RequestCommands::registerAll() {
     }();
     for (const auto& request : requests) {
         auto& context = contexts_.emplace_back(Context{this, &request});
-        const auto& [command, arguments, help] = request.words;
+        const auto& [command, arguments, help] = request.syntax;
         const int result = shell_.registerCommand(
             specificationOf(command, arguments), (arguments.empty() ? "" : arguments + " - ") + help,
             [](void* context) {
@@ -66,9 +66,9 @@ int RequestCommands::registerAll() {
 }
 
 int RequestCommands::run(const Request& request) {
-    ArgumentReader reader(shell_, request.words.arguments);
+    ArgumentReader reader(shell_, request.syntax.arguments);
     const int result = request.send(adapter_, reader);
-    if (!reader.problem().empty()) return refuse(shell_, reader.problem());
+    if (!reader.problem().empty()) return reject(shell_, reader.problem());
     const std::string message = request.message;
     if (result < 0)
         shell_.print(message + " could not be sent: " + host::ResultText(result).text() + "\n");

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "arguments.h"
-#include "request-words.h"
+#include "request-syntax.h"
 
 #include <appovshell/server.h>
 #include <tvservice-adapter/model-tvservice-adapter.h>
@@ -12,21 +12,21 @@
 
 namespace control {
 
-// Lives as long as the process: the shell keeps pointers to it.
+// Must live as long as the process: the shell keeps pointers to it.
 class RequestCommands {
 public:
     RequestCommands(tvservice::ModelTvServiceAdapter& adapter, appovshell::Server& shell)
         : adapter_(adapter), shell_(shell) {}
 
-    // Registers every command with the shell: 0, or the shell's first negative result.
+    // Registers every command with the shell. Returns 0 or the shell's first negative result.
     int registerAll();
 
 private:
     // A command and the request that it sends.
     struct Request {
-        RequestWords words;
+        RequestSyntax syntax;
         const char* message;
-        // Reads the arguments and, when they are all right, sends the request: what sending it answered.
+        // Reads the arguments and, if they are valid, sends the request. Returns the result of sending.
         int (*send)(tvservice::ModelTvServiceAdapter& adapter, ArgumentReader& reader);
     };
     struct Context {
@@ -34,7 +34,7 @@ private:
         const Request* request;
     };
 
-    // Adds the message, unless its arguments are none that people can type.
+    // Adds the message, unless its arguments cannot be typed.
     template <class Message, auto method> static void add(std::vector<Request>& requests);
     template <class Message, auto method>
     static int send(tvservice::ModelTvServiceAdapter& adapter, ArgumentReader& reader);
@@ -42,7 +42,7 @@ private:
 
     tvservice::ModelTvServiceAdapter& adapter_;
     appovshell::Server& shell_;
-    std::deque<Context> contexts_; // of the commands registered, which point at them: one for each in the table
+    std::deque<Context> contexts_; // one per registered command, which points to it
 };
 
 } // namespace control

@@ -11,7 +11,7 @@ struct TableCount {
     std::string name;
     std::size_t held = 0, most = 0;
     std::size_t bytes = 0, mostBytes = 0; // of texts
-    std::uint64_t dropped = 0;            // what had to go for something newer, since the process started
+    std::uint64_t dropped = 0;            // entries evicted for newer ones since the process started
 };
 
 } // namespace control

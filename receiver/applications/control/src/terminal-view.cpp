@@ -13,21 +13,21 @@
 namespace control {
 namespace {
 
-// Reads what comes before the number at an id's end, and the number. False for an id whose number need not count
-// requests: only the resource manager, which gives bare numbers, and zap queues are known to count.
-bool readCount(std::string_view reqId, std::string_view& beginning, std::uint64_t& number) {
-    beginning = reqId.substr(0, reqId.find_last_not_of("0123456789") + 1);
-    const bool counts = beginning.empty() || beginning.starts_with(tvservice::ZapQueue::idBeginning);
-    return counts && readNumber(reqId.substr(beginning.size()), number);
+// Splits an id into a prefix and the number at its end. Returns false when the number may not count requests: only ids
+// of the resource manager, which have no prefix, and of zap queues are known to count.
+bool readCount(std::string_view reqId, std::string_view& prefix, std::uint64_t& number) {
+    prefix = reqId.substr(0, reqId.find_last_not_of("0123456789") + 1);
+    const bool counts = prefix.empty() || prefix.starts_with(tvservice::ZapQueue::idBeginning);
+    return counts && readNumber(reqId.substr(prefix.size()), number);
 }
 
-// Whether a request was made before another one, as far as their ids show it: those with the same beginning. Another
-// id is taken to be as new as its answer.
+// Whether a request is older than another one. Only ids with the same prefix can be compared; any other id counts as
+// new as its answer.
 bool isOlder(const std::string& reqId, const std::string& than) {
-    std::string_view beginning, otherBeginning;
+    std::string_view prefix, otherPrefix;
     std::uint64_t number = 0, other = 0;
-    return readCount(reqId, beginning, number) && readCount(than, otherBeginning, other) &&
-           beginning == otherBeginning && number < other;
+    return readCount(reqId, prefix, number) && readCount(than, otherPrefix, other) && prefix == otherPrefix &&
+           number < other;
 }
 
 void take(TerminalState& terminal, const Answer& answer) {
@@ -78,7 +78,7 @@ TerminalView::Known& TerminalView::known(const tvservice::TvServiceTerminal_t& t
         const auto oldest = std::min_element(terminals_.begin(), terminals_.end(), [](const auto& a, const auto& b) {
             return a.second.answered < b.second.answered;
         });
-        CONTROL_LOG(vdlDebugWarning, "terminal %d:%d is forgotten: there are answers for more than %zu terminals\n",
+        CONTROL_LOG(vdlDebugWarning, "terminal %d:%d is evicted: there are answers for more than %zu terminals\n",
                     oldest->first.first, oldest->first.second, mostTerminals);
         terminals_.erase(oldest);
         ++droppedTerminals_;

@@ -1,5 +1,5 @@
-// What the control application knows of the terminals: the answers that came, newest last, and per terminal what it
-// shows and how its last request ended.
+// What the control application knows of the terminals: the received answers, newest last, and for each terminal what it
+// shows and the result of its last request.
 #pragma once
 
 #include "table-count.h"
@@ -23,25 +23,26 @@ struct Answer {
 };
 
 struct TerminalState {
-    Answer shown; // brought what the terminal shows: stopUri when it was stopped, empty when nothing was shown yet
-    Answer last;  // to its newest request that was answered, whatever the result
+    Answer shown; // set what the terminal shows: stopUri after a stop, empty when nothing was shown yet
+    Answer last;  // to its newest answered request, whatever the result
 };
 
-// The adapter's client. Answers come on the framework's threads, readers on the shell's; all from any thread.
+// A client of the adapter. All calls are safe from any thread: answers arrive on the framework's threads, readers run
+// on the shell's.
 //
-// What a terminal shows changes with an answer of result 0 to a play or stop request. It stays when a play failed, when
-// a newer request is queued, and when the answer comes late: after that to a newer request, as far as their ids show
-// which is newer. Answers without a request id are what the TV service tells of itself, not of the terminal: the MM
-// service may be playing there.
+// An answer with result 0 to a play or stop request changes what a terminal shows. A failed play, a newer queued
+// request and a late answer do not: a late answer arrives after the answer to a newer request, as far as their ids show
+// which is newer. Answers without a request id report the TV service's own state, not the terminal's: the MM service
+// may be playing there.
 //
-// What is kept is bounded, whatever services send: the oldest answers go first, and the terminal whose last answer is
-// the oldest. With the answers that belong to terminals it all holds less than 40 MiB.
+// Memory is bounded, whatever services send: the oldest answers are evicted, and the terminal whose last answer is the
+// oldest. Everything, including the answers of terminals, takes less than 40 MiB.
 class TerminalView : public tvservice::ClientBase {
 public:
-    static constexpr std::size_t mostAnswers = 1000;           // for people who look back
+    static constexpr std::size_t mostAnswers = 1000;           // enough to look back
     static constexpr std::size_t mostBytes = 16 * 1024 * 1024; // of texts in them together
     static constexpr std::size_t mostTerminals = 256;          // with two answers each
-    // Of each text in an answer. A longer one is cut and says how long it was.
+    // Of each text in an answer. A longer text is truncated and states its full length.
     static constexpr std::size_t longestText = 8 * 1024;
 
     int tvServiceInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
@@ -49,7 +50,7 @@ public:
 
     // The newest answers, oldest of them first.
     std::vector<Answer> newest(std::size_t count) const;
-    // Every terminal that a request was answered for, in order of terminal.
+    // Every terminal with an answered request, ordered by terminal.
     std::vector<TerminalState> terminals() const;
 
     std::vector<TableCount> tables() const;

@@ -1,4 +1,4 @@
-// The shell command that zaps: of several requests for a terminal that come quickly, only the newest is carried out.
+// The shell command that zaps: of several quick requests for a terminal, only the newest is executed.
 #pragma once
 
 #include <appovshell/server.h>
@@ -6,12 +6,12 @@
 
 namespace control {
 
-// Lives as long as the process: the shell keeps pointers to it.
+// Must live as long as the process: the shell keeps pointers to it.
 class ZapCommands {
 public:
     ZapCommands(tvservice::ModelTvServiceAdapter& adapter, appovshell::Server& shell);
 
-    // Registers every command with the shell: 0, or the shell's first negative result.
+    // Registers every command with the shell. Returns 0 or the shell's first negative result.
     int registerAll();
 
     tvservice::Zapper& zapper() { return zapper_; }

@@ -1,4 +1,4 @@
-// The shell commands that show what the receiver is doing and what it has told its clients.
+// The shell commands that show the receiver's state and its notifications.
 #pragma once
 
 #include "notification-log.h"
@@ -9,14 +9,14 @@
 
 namespace control {
 
-// Lives as long as the process: the shell keeps pointers to it.
-class LookingCommands {
+// Must live as long as the process: the shell keeps pointers to it.
+class StateCommands {
 public:
-    LookingCommands(const tvservice::ModelTvServiceAdapter& adapter, const TerminalView& view,
-                    const NotificationLog& notifications, appovshell::Server& shell)
+    StateCommands(const tvservice::ModelTvServiceAdapter& adapter, const TerminalView& view,
+                  const NotificationLog& notifications, appovshell::Server& shell)
         : adapter_(adapter), view_(view), notifications_(notifications), shell_(shell) {}
 
-    // Registers every command with the shell: 0, or the shell's first negative result.
+    // Registers every command with the shell. Returns 0 or the shell's first negative result.
     int registerAll();
 
 private:

@@ -1,4 +1,4 @@
-#include "looking-commands.h"
+#include "state-commands.h"
 
 #include "arguments.h"
 #include "command-list.h"
@@ -61,7 +61,7 @@ std::string inSeconds(std::int64_t milliseconds) {
     return std::to_string(milliseconds / 1000) + "." + std::to_string(milliseconds % 1000 / 100) + " s";
 }
 
-// What the first bundle of the queue, which is under way, waits for.
+// What the queue's first bundle, the current one, waits for.
 std::string stateOfFirst(const tvservice::BundleStatus& bundle) {
     if (const auto overdue = overdueMs(bundle); overdue > 0)
         return "request " + bundle.reqId + " overdue for " + inSeconds(overdue) +
@@ -69,7 +69,7 @@ std::string stateOfFirst(const tvservice::BundleStatus& bundle) {
     return "request " + bundle.reqId + " awaits its answers for " + inSeconds(bundle.waited.count());
 }
 
-// What a bundle of the queue waits for.
+// What a queued bundle waits for.
 std::string stateOf(const tvservice::BundleStatus& bundle, const tvservice::BundleStatus& first) {
     return &bundle == &first ? stateOfFirst(first)
                              : "request " + bundle.reqId + " waits behind: " + stateOfFirst(first);
@@ -93,32 +93,32 @@ Json toJson(const Bundles& bundles, std::size_t count) {
     return list;
 }
 
-// Adds to the list of terminals what is queued for each: how many requests, and what the first of them waits for. A
-// terminal that no request was answered for yet is added to the list.
+// Adds to each terminal the number of its queued requests, and what the first one waits for. Adds terminals that have
+// no answer yet.
 void addQueued(Json& list, const Bundles& bundles) {
     struct Queued {
         std::size_t requests = 0;
         const tvservice::BundleStatus* first = nullptr;
     };
-    std::map<std::string, Queued> queued; // as many as the adapter's queue names
+    std::map<std::string, Queued> queued; // bounded by the adapter's queue
     for (const auto& bundle : bundles)
         for (const auto& terminal : bundle.terminals) {
-            Queued& of = queued[nameOf(terminal)];
-            if (of.requests++ == 0) of.first = &bundle;
+            Queued& entry = queued[nameOf(terminal)];
+            if (entry.requests++ == 0) entry.first = &bundle;
         }
-    const auto add = [&](Json& row, const Queued& of) {
-        row["queued"] = of.requests;
-        row["state"] = of.first == nullptr ? "idle" : stateOf(*of.first, bundles.front());
+    const auto add = [&](Json& row, const Queued& entry) {
+        row["queued"] = entry.requests;
+        row["state"] = entry.first == nullptr ? "idle" : stateOf(*entry.first, bundles.front());
     };
     for (Json& row : list) {
         const auto found = queued.find(row["terminal"].get<std::string>());
         add(row, found == queued.end() ? Queued{} : found->second);
         if (found != queued.end()) queued.erase(found);
     }
-    for (const auto& [terminal, of] : queued) {
+    for (const auto& [terminal, entry] : queued) {
         Json row = toJson(std::vector{TerminalState{}}).front();
         row["terminal"] = terminal;
-        add(row, of);
+        add(row, entry);
         list.push_back(std::move(row));
     }
 }
@@ -138,16 +138,16 @@ std::string toLines(const Json& list) {
     return out.str();
 }
 
-// Prints a list of objects and gives the command's result.
+// Prints a list of objects and returns the command's result.
 int report(appovshell::Server& shell, const Json& list) {
     shell.print(shell.wantsJson() ? genrpc::textOf(list) + "\n" : toLines(list));
     return 0;
 }
 
-// The number of a command's optional argument. Nothing when it is no count.
-std::optional<std::size_t> countArgument(appovshell::Server& shell, std::size_t withoutOne = 10) {
+// A command's optional count; nullopt when the argument is not a count.
+std::optional<std::size_t> countArgument(appovshell::Server& shell, std::size_t byDefault = 10) {
     const std::string text = shell.getArgument(0);
-    if (text.empty()) return withoutOne;
+    if (text.empty()) return byDefault;
     std::int32_t count = 0;
     if (!readNumber(text, count) || count < 0) return std::nullopt;
     return static_cast<std::size_t>(count);
@@ -171,18 +171,19 @@ std::string toLine(const Notification& notification) {
 
 } // namespace
 
-int LookingCommands::registerAll() {
-    using Self = LookingCommands;
+int StateCommands::registerAll() {
+    using Self = StateCommands;
     static constexpr Command table[] = {
         {"terminals", "what each terminal shows, the last answer for it, and what is queued for it",
          call<Self, &Self::terminals>},
         {"answers [:d]", "[N] - the newest N answers (10)", call<Self, &Self::answers>},
-        {"notifications [:s]", "[AFTER] - what clients were told, from the number after AFTER on (the newest 10)",
+        {"notifications [:s]", "[AFTER] - the notifications after number AFTER (the newest 10)",
          call<Self, &Self::notifications>},
-        {"bundles [:d]", "[N] - the requests under way and waiting, with what is awaited and since when; the first N",
+        {"bundles [:d]", "[N] - the requests under way and queued, what each waits for, and since when; the first N",
          call<Self, &Self::bundles>},
         {"stats [:s]",
-         "[TABLES] - counters of the service connections; with \"tables\", what is kept and has been dropped",
+         "[TABLES] - counters of the service connections; with \"tables\", how full each table is and how much it "
+         "dropped",
          call<Self, &Self::stats>},
         {"runlog [:d]", "[N] - the newest N records of the run log (10)", call<Self, &Self::runlog>},
         {"log :s", "MODULE=LEVEL[,...] - change what is logged", call<Self, &Self::log>},
@@ -190,23 +191,23 @@ int LookingCommands::registerAll() {
     return registerCommands(shell_, table, *this);
 }
 
-int LookingCommands::terminals() {
+int StateCommands::terminals() {
     Json list = toJson(view_.terminals());
     addQueued(list, adapter_.bundles());
     return report(shell_, list);
 }
 
-int LookingCommands::answers() {
+int StateCommands::answers() {
     const auto count = countArgument(shell_);
-    return count ? report(shell_, toJson(view_.newest(*count))) : refuse(shell_, "wanted a count");
+    return count ? report(shell_, toJson(view_.newest(*count))) : reject(shell_, "N must be a count");
 }
 
-int LookingCommands::notifications() {
+int StateCommands::notifications() {
     constexpr std::size_t newest = 10, most = 100;
     const std::string text = shell_.getArgument(0);
     std::uint64_t number = 0;
     if (!text.empty() && !readNumber(text, number))
-        return refuse(shell_, "AFTER has to be a notification's number, not " + inQuotes(text));
+        return reject(shell_, "AFTER must be a notification's number, not " + inQuotes(text));
     std::string output;
     for (const auto& notification : text.empty() ? notifications_.newest(newest) : notifications_.after(number, most)) {
         if (shell_.wantsJson())
@@ -219,15 +220,15 @@ int LookingCommands::notifications() {
     return 0;
 }
 
-int LookingCommands::bundles() {
+int StateCommands::bundles() {
     const auto count = countArgument(shell_, std::numeric_limits<std::size_t>::max());
-    return count ? report(shell_, toJson(adapter_.bundles(), *count)) : refuse(shell_, "wanted a count");
+    return count ? report(shell_, toJson(adapter_.bundles(), *count)) : reject(shell_, "N must be a count");
 }
 
-int LookingCommands::stats() {
+int StateCommands::stats() {
     const std::string what = shell_.getArgument(0);
     if (what == "tables") return tables();
-    if (!what.empty()) return refuse(shell_, "stats takes nothing or \"tables\", not " + inQuotes(what));
+    if (!what.empty()) return reject(shell_, "stats takes nothing or \"tables\", not " + inQuotes(what));
     Json list = Json::array();
     for (const auto& statistics : frame::ioStatistics()) {
         Json object;
@@ -237,7 +238,7 @@ int LookingCommands::stats() {
     return report(shell_, list);
 }
 
-int LookingCommands::tables() {
+int StateCommands::tables() {
     std::vector<TableCount> all = view_.tables();
     all.push_back(notifications_.table());
     Json list = Json::array();
@@ -251,9 +252,9 @@ int LookingCommands::tables() {
     return report(shell_, list);
 }
 
-int LookingCommands::runlog() {
+int StateCommands::runlog() {
     const auto count = countArgument(shell_);
-    if (!count) return refuse(shell_, "wanted a count");
+    if (!count) return reject(shell_, "N must be a count");
     Json list = Json::array();
     for (const auto& record : lrt::RunLogAgentImpl::getInstance().readNewest(*count))
         list.push_back({{"logCode", record.logCode},
@@ -265,9 +266,9 @@ int LookingCommands::runlog() {
     return report(shell_, list);
 }
 
-int LookingCommands::log() {
+int StateCommands::log() {
     const std::string wrong = vdlDebugSetLevels(shell_.getArgument(0));
-    return wrong.empty() ? 0 : refuse(shell_, wrong);
+    return wrong.empty() ? 0 : reject(shell_, wrong);
 }
 
 } // namespace control

@@ -1,5 +1,4 @@
-// What people type to send a request: for the messages named here as it says, for others as it follows from their
-// names.
+// The command of each request: listed here, or derived from the names of the message and its arguments.
 #pragma once
 
 #include <tvservice/messages.h>
@@ -12,20 +11,20 @@
 
 namespace control {
 
-struct RequestWords {
+struct RequestSyntax {
     std::string command;
-    std::string arguments; // their names: the leaves of the message's arguments in order
+    std::string arguments; // names of the message's arguments, records as their fields in order
     std::string help;
 };
 
-struct KnownWords {
+struct KnownRequest {
     std::string_view message;
     const char* command;
     const char* arguments;
     const char* help;
 };
 
-inline constexpr KnownWords knownWords[] = {
+inline constexpr KnownRequest knownRequests[] = {
     {"TvServiceSwapWinReq", "swap-win", "N", "swaps what two windows show"},
     {"TvServiceStreamInfoReq", "stream-info", "N", "asks about a stream"},
     {"TvServiceAudioReq", "audio", "TERMINAL N [N]", "chooses a terminal's audio track"},
@@ -35,13 +34,13 @@ inline constexpr KnownWords knownWords[] = {
     {"TvServiceInfoReq", "info", "", "asks what the terminals show"},
     {"TvServiceAskReleaseReq", "ask-release", "N", "asks for the release of a resource"},
     {"TvServiceSendKeyReq", "send-key", "KEY", "sends a key to the broadcast's application"},
-    {"TvServiceSListChangedInd", "slist-changed", "N", "tells that the service list has changed"},
-    {"TvServiceTryRunReq", "try-run", "N", "tries whether something could be played"},
+    {"TvServiceSListChangedInd", "slist-changed", "N", "reports that the service list has changed"},
+    {"TvServiceTryRunReq", "try-run", "N", "asks whether something could be played"},
     {"SetParentalLockInfo", "parental-lock", "TERMINAL N [N]", "locks or unlocks a terminal"},
     {"MtsAudioChangeReq", "mts-audio", "N", "chooses the track of a multichannel sound broadcast"},
     {"SetCasService", "cas-service", "N", "chooses the conditional access service"},
     {"RequestPackagesReq", "request-packages", "TYPE PACKAGES", "fetches packages over the air"},
-    {"TvServiceSourceChanged", "source-changed", "SOURCE", "tells that the signal's source has changed"},
+    {"TvServiceSourceChanged", "source-changed", "SOURCE", "reports that the signal's source has changed"},
 };
 
 // Whether ArgumentReader can read all of a message's arguments.
@@ -58,7 +57,7 @@ constexpr bool canBeTyped<T> = std::apply(
     },
     T::Flat::fields());
 
-// Adds the names of what is typed for a value.
+// Adds the names of the arguments for a value.
 template <class T> void addArguments(std::string& names, const T& value) {
     if constexpr (std::is_same_v<T, tvservice::TvServiceTerminal_t>)
         names += " TERMINAL";
@@ -83,21 +82,21 @@ inline std::string commandOf(std::string_view message) {
     return command;
 }
 
-// For a message that is not among the known ones. arguments: as addArguments leaves them.
-inline RequestWords followingWords(const char* message, std::string arguments) {
+// For a message that is not in the table. arguments: as addArguments returns them.
+inline RequestSyntax derivedSyntax(const char* message, std::string arguments) {
     if (!arguments.empty()) arguments.erase(0, 1); // the space before the first one
     std::string help = "sends ";
     help += message;
     return {commandOf(message), std::move(arguments), std::move(help)};
 }
 
-template <class Message> RequestWords wordsOf() {
-    for (const auto& known : knownWords)
+template <class Message> RequestSyntax syntaxOf() {
+    for (const auto& known : knownRequests)
         if (known.message == Message::name) return {known.command, known.arguments, known.help};
     std::string names;
     std::apply([&](const auto&... argument) { (addArguments(names, argument), ...); },
                typename Message::Body::Arguments{});
-    return followingWords(Message::name, std::move(names));
+    return derivedSyntax(Message::name, std::move(names));
 }
 
 } // namespace control
