@@ -6,7 +6,7 @@
 #include <condition_variable>
 #include <exception>
 #include <iostream>
-#include <mutex>
+#include <thread-safety/mutex.h>
 #include <thread>
 #include <utility>
 
@@ -58,8 +58,8 @@ public:
     }
     // Waits until the blocks before these are freed.
     void hand(void (*free)(void*) noexcept, std::vector<void*> blocks) {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return !busy_; });
+        thread_safety::UniqueLock lock(mutex_);
+        changed_.wait(lock, [this]() TVSA_REQUIRES(mutex_) { return !busy_; });
         blocks_ = std::move(blocks);
         free_ = free;
         busy_ = true;
@@ -67,16 +67,16 @@ public:
     }
     // How long it took to free what was handed over since the last call.
     ThreadClock::duration time() {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return !busy_; });
+        thread_safety::UniqueLock lock(mutex_);
+        changed_.wait(lock, [this]() TVSA_REQUIRES(mutex_) { return !busy_; });
         return std::exchange(took_, {});
     }
 
 private:
     void run() {
-        std::unique_lock lock(mutex_);
+        thread_safety::UniqueLock lock(mutex_);
         for (;;) {
-            changed_.wait(lock, [this] { return busy_; });
+            changed_.wait(lock, [this]() TVSA_REQUIRES(mutex_) { return busy_; });
             if (!free_) return;
             lock.unlock();
             const auto start = ThreadClock::now();
@@ -89,12 +89,12 @@ private:
         }
     }
 
-    std::mutex mutex_;
+    thread_safety::Mutex mutex_;
     std::condition_variable changed_;
-    bool busy_ = false;
+    bool busy_ TVSA_GUARDED_BY(mutex_) = false;
     std::vector<void*> blocks_; // the thread's own while it is busy, as is the next one
     void (*free_)(void*) noexcept = nullptr;
-    ThreadClock::duration took_{};
+    ThreadClock::duration took_ TVSA_GUARDED_BY(mutex_){};
     std::thread thread_{[this] { run(); }};
 };
 
@@ -147,12 +147,12 @@ void run(const Options& options) {
             report.figures(label, interleaved({inTwoThreads(none, sizes, other)}, options.rounds({3, 31}))[0],
                            {"ns", "block"});
         compare(options, report, label, {"ns", "block"}, {3, 31},
-                [&](const Heap& heap) { return inTwoThreads(heap, sizes, other); });
+                [&, &sizes = sizes](const Heap& heap) { return inTwoThreads(heap, sizes, other); });
     }
     pinToOneCpu();
     for (const auto& [name, sizes] : loads)
         compare(options, report, "one thread/" + name, {"ns", "block"}, {3, 61},
-                [&](const Heap& heap) { return inOneThread(heap, sizes); });
+                [&sizes = sizes](const Heap& heap) { return inOneThread(heap, sizes); });
     compare(options, report, "large/1-16 MiB", {"ns", "MiB"}, {2, 31}, growing);
 }
 
