@@ -14,8 +14,8 @@
 namespace control {
 namespace {
 
-// A lower bound of a value's length as JSON text: texts may need escapes, numbers more than one digit. Allocates nothing,
-// whereas a message's JSON takes many times the memory of the message.
+// A lower bound of a value's length as JSON text: texts may need escapes, numbers more than one digit. Allocates
+// nothing, whereas a message's JSON takes many times the memory of the message.
 template <class T> std::size_t leastLength(const T& value) {
     if constexpr (std::is_enum_v<T> || std::is_arithmetic_v<T>)
         return 1;
