@@ -62,12 +62,15 @@ def tree():
 
 
 def main():
-    options = argparse.ArgumentParser(prog="dev check")
+    options = argparse.ArgumentParser(
+        prog="dev check", epilog="Options behind -- are the check's own; with them, no figures are kept."
+    )
     options.add_argument("check")
     options.add_argument("--quick", action="store_true", help="a small size; keeps no figures")
-    options.add_argument("options", nargs="*", help="behind --: the check's own; keeps no figures")
-    given = options.parse_args()
-    kept = not given.quick and not given.options
+    arguments = sys.argv[1:]
+    end = arguments.index("--") if "--" in arguments else len(arguments)
+    given, own = options.parse_args(arguments[:end]), arguments[end + 1 :]
+    kept = not given.quick and not own
 
     if kept and (missing := PAGES.missing(given.check)):
         print(f"{missing}; write it first, or run with --quick")
@@ -77,7 +80,7 @@ def main():
     with tempfile.NamedTemporaryFile("r", prefix="figures-", encoding="utf-8") as file:
         started = time.monotonic()
         status = subprocess.run(
-            [str(program), *(["--quick"] if given.quick else []), *given.options],
+            [str(program), *(["--quick"] if given.quick else []), *own],
             cwd=ROOT,
             check=False,
             env={**os.environ, "CHECK_FIGURES": file.name},

@@ -50,7 +50,7 @@ def seeds(order_of_kinds):
         yield "uris", f"uri-{i}", text.encode()
     for i, text in enumerate(JSONS):
         yield "json", f"json-{i}", b"\0" + text.encode()
-    yield "channel-list", "built-in", (ROOT / "services" / "tvservice" / "channels.toml").read_bytes()
+    yield "channel-list", "built-in", (ROOT / "receiver" / "services" / "tvservice" / "channels.toml").read_bytes()
     yield "channel-list", "empty", b""
     for i, choice in enumerate((0, 1)):
         hello = b"tvsq" + struct.pack("<5IQ", 0x01020304, 1, 32 + 9 + 24, 9, 1, 0) + b"tvservice"

@@ -34,8 +34,8 @@ def _key(file, value):
 PLACES = [
     (
         _ADAPTER + "resource-manager.cpp",
-        "constexpr auto answerLimit = 5s;",
-        "const auto answerLimit = std::chrono::seconds({on} ? 6 : 5);",
+        "constexpr auto answerLimit = bundleAnswerLimit;",
+        "const auto answerLimit = bundleAnswerLimit + std::chrono::seconds({on} ? 1 : 0);",
     ),
     (_ADAPTER + "resource-manager.cpp", *_constant("constexpr std::int32_t", "newerRequestQueued", "1", "2")),
     (

@@ -384,6 +384,8 @@ class Source:
             if left is None or right is None or self.in_macro(left) or self.in_macro(right):
                 continue
             texts = self.text_of(left), self.text_of(right)
+            if texts[0].startswith("."):
+                continue  # named, in any order
             kinds = [side.type.get_canonical().spelling.replace("const ", "") for side in (left, right)]
             apart = self.text[left.extent.end.offset : right.extent.start.offset].strip() == ","
             if not apart or kinds[0] != kinds[1] or texts[0] == texts[1] or "dependent" in kinds[0]:

@@ -59,6 +59,12 @@ def write(path, data):
         path.write_bytes(data)
 
 
+def remove_others(copy, names):
+    """Files that the tree no longer has, which the build would find."""
+    for path in {path for path in copy.rglob("*") if path.is_file()} - {copy / name for name in names}:
+        path.unlink()
+
+
 def files(root):
     names = (
         subprocess.run(
@@ -92,9 +98,11 @@ def make(root, copy):
                 mutant_at(len(mutants), name, original, old, "by hand", f"{new} for {old}".replace("\\\n", " "))
             )
         rewritten[name] = text
-    for name in files(root):
+    names = files(root)
+    for name in names:
         write(copy / name, rewritten[name].encode() if name in rewritten else (root / name).read_bytes())
         shutil.copymode(root / name, copy / name)
+    remove_others(copy, names)
     return mutants
 
 

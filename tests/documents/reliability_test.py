@@ -134,6 +134,11 @@ class Program(unittest.TestCase):
         self.assertIn("| messages | 1,234 messages | all |\n", self.page.read_text(encoding="utf-8"))
         self.assertNotIn("bbbbbbb", self.summary.read_text(encoding="utf-8"))
 
+    def test_a_check_gets_its_own_options(self):
+        program = self.root / "checks" / "soak" / "run"
+        program.write_text('#!/bin/sh\necho "$@"\n', encoding="utf-8")
+        self.assertIn("--quick --more 7\n", self.run_check("soak", "--quick", "--", "--more", "7").stdout)
+
     def test_a_failed_full_run_is_reported_and_fails(self):
         program = self.root / "checks" / "soak" / "run"
         program.write_text("#!/bin/sh\nexit 3\n", encoding="utf-8")
@@ -142,7 +147,7 @@ class Program(unittest.TestCase):
         self.assertIn("| **failed** |", self.summary.read_text(encoding="utf-8"))
 
     def test_a_quick_run_and_one_with_options_only_print(self):
-        for arguments in (["soak", "--quick"], ["soak", "--", "--more"]):
+        for arguments in (["soak", "--quick"], ["soak", "--", "--more"], ["soak", "--quick", "--", "--more"]):
             with self.subTest(arguments):
                 result = self.run_check(*arguments)
                 self.assertEqual(result.returncode, 0)

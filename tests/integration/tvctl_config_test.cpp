@@ -62,7 +62,7 @@ TEST_F(TvctlConfig, PrintsTheOriginOfEachValue) {
                   "log.levels           warning               built in\n"
                   "log.format           text                  built in\n"
                   "\n"
-                  "read       " +
+                  "read     " +
                   file + "\n");
     EXPECT_FALSE(std::filesystem::exists(runtimeFolder())) << "it needs no receiver";
 }

@@ -1,21 +1,14 @@
-#!/usr/bin/env python3
-"""Tries every message at its edges, under the address and undefined-behaviour sanitizers.
-
-usage: checks/boundary/run [--quick]
-"""
+"""Tries every message at its boundaries, under the address and undefined-behaviour sanitizers."""
 
 import os
 import pathlib
 import re
 import shutil
 import subprocess
-import sys
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-sys.dont_write_bytecode = True
-sys.path.insert(0, str(ROOT / "checks"))
 import figures
 
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("CHECK_BUILD", ROOT / "build")) / "check-boundary"
 # What a line of the summary counts, and how it is called in the list of figures.
 FIGURES = {
@@ -50,15 +43,14 @@ def build():
     subprocess.run(["ninja", "-C", BUILD, "--quiet", "boundary-cases"], check=True)
 
 
-def main():
-    if sys.argv[1:] not in ([], ["--quick"]):
-        sys.exit(__doc__)
+def check(quick):
+    """Whether every case has the expected outcome."""
     build()
-    size = [] if sys.argv[1:] else ["--all"]
+    size = [] if quick else ["--all"]
     run = subprocess.run(
         [BUILD / "bin" / "boundary-cases", ROOT / "tests" / "golden", *size], stdout=subprocess.PIPE, text=True
     )
-    print(run.stdout, end="")
+    print(run.stdout, end="", flush=True)
     for count, what in re.findall(r"^ *(\d+) (.*)$", run.stdout, re.MULTILINE):
         if what in FIGURES:
             figures.report(FIGURES[what], int(count), "cases")
@@ -66,8 +58,4 @@ def main():
     if total:
         figures.report("boundary cases", int(total[1]), "cases")
         figures.report("boundary cases with another outcome than expected", int(total[2]), "cases", "0")
-    sys.exit(0 if run.returncode == 0 and total else 1)
-
-
-if __name__ == "__main__":
-    main()
+    return run.returncode == 0 and total is not None
