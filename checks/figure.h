@@ -1,4 +1,4 @@
-// The figures that a check reports: lines of JSON in the file that CHECK_FIGURES names.
+// Reports a check's figures: appends a line of JSON for each to the file that CHECK_FIGURES names.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The figures that a check reports: lines of JSON in the file that CHECK_FIGURES names; nothing without it.
+"""Reports a check's figures: appends a line of JSON for each to the file that CHECK_FIGURES names, if it is set.
 
 usage: figures.py NAME VALUE UNIT [BOUND], for checks that are not written in Python"""
 import json

@@ -1,11 +1,11 @@
-"""Findings of a check that a person has judged: a file of blocks, and how new findings differ from it.
+"""Findings of a check that a person has reviewed and listed in a file of blocks, compared with new findings.
 
-A block is a line with a number and a name, the source line's text, and on the lines after it the reason."""
+A block is a line with a number and a name, a line with the text of the source line, and the lines of the reason."""
 import collections
 
 
 def read(path):
-    """(name, text) -> number. Lines that begin with # are comments."""
+    """Returns (name, text) -> number. Lines that begin with # are comments."""
     found = collections.Counter()
     text = "\n".join(line for line in path.read_text(encoding="utf-8").splitlines() if not line.startswith("#"))
     for block in filter(None, (block.strip("\n") for block in text.split("\n\n"))):
@@ -18,7 +18,7 @@ def read(path):
 
 
 def differences(found, expected, gone):
-    """Lines about what is found and not listed, and about what is listed and, as `gone` says, not so any more."""
+    """Returns lines about findings that are not listed, and about listed ones that were not found; `gone` says why."""
     lines = [f"not listed: {number} {name}\n    {text}" for (name, text), number in sorted((found - expected).items())]
     return lines + [
         f"listed, but {gone}: {number} {name}\n    {text}"

@@ -1,5 +1,5 @@
-"""Where the results of checks are kept: a row for each check in docs/reliability.md, and its figures at the end of
-docs/reliability/CHECK.md. People write the rest of both; a full run of a check writes only these."""
+"""Keeps the results of checks: a row for each check in docs/reliability.md, and its figures at the end of
+docs/reliability/CHECK.md. A full run of a check writes only these; people write the rest of both files."""
 import dataclasses
 import pathlib
 
@@ -23,7 +23,7 @@ class Pages:
         return self.folder / f"{check}.md"
 
     def missing(self, check):
-        """What has to be written by hand before a check can keep figures; empty when nothing is missing."""
+        """Returns what a person must write before the check can keep figures; empty if nothing is missing."""
         if not self.page(check).is_file():
             return f"{self.page(check)}: no description of the check {check}"
         if row_of(self.summary.read_text(encoding="utf-8"), check) is None:
@@ -31,7 +31,7 @@ class Pages:
         return ""
 
     def keep(self, run, figures):
-        """figures: (name, value, bound) of a run that held."""
+        """figures: a (name, value, bound) for each figure of a run that held."""
         self._write(run, page_after(self._text(run), run, figures), "held")
 
     def keep_failure(self, run, problem):
@@ -47,7 +47,7 @@ class Pages:
 
 
 def page_after(page, run, figures):
-    """The page with the last run replaced by one that held."""
+    """Returns the page with its last run replaced by a run that held."""
     description = page.partition(f"{LAST_RUN}\n")[0].rstrip("\n")
     rows = [f"| {name} | {value} | {bound} |" for name, value, bound in figures]
     return (
@@ -69,7 +69,7 @@ def page_after(page, run, figures):
 
 
 def page_after_failure(page, run, problem):
-    """The page with a failed run reported above the figures, which stay those of the last run that held."""
+    """Returns the page with a failed run above the figures, which stay those of the last run that held."""
     description, _, last = page.partition(f"{LAST_RUN}\n")
     text, bar, rows = last.partition("| Figure |")
     parts = [part for part in text.strip("\n").split("\n\n") if part and not part.startswith("**Failed**")]
@@ -82,13 +82,13 @@ def page_after_failure(page, run, problem):
 
 
 def row_of(summary, check):
-    """The number of the line that has the check's row, or None."""
+    """Returns the number of the line with the check's row, or None."""
     starts = [number for number, line in enumerate(summary.split("\n")) if line.startswith(f"| [{check}](")]
     return starts[0] if starts else None
 
 
 def summary_after(summary, run, result):
-    """The summary with the run in the check's row; what the check tries stays as it is."""
+    """Returns the summary with the run in the check's row. The description in the row does not change."""
     lines = summary.split("\n")
     number = row_of(summary, run.check)
     cells = lines[number].split(" | ")

@@ -1,4 +1,4 @@
-// What a check prints of itself as it runs.
+// Prints the results of a check as it runs.
 #pragma once
 
 #include "figure.h"

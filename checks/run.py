@@ -17,7 +17,7 @@ PAGES = reliability.Pages(ROOT / "docs" / "reliability.md", ROOT / "docs" / "rel
 
 
 def figures_of(lines):
-    """What a check has appended to the file of figures: an object per line with figure, value, unit, perhaps bound."""
+    """Parses the figures that a check reported: a JSON object a line, with figure, value, unit and optionally bound."""
     found = []
     for number, line in enumerate(lines, 1):
         try:
@@ -25,27 +25,27 @@ def figures_of(lines):
             found.append(
                 (
                     figure["figure"],
-                    f"{shown(figure['value'])} {figure.get('unit', '')}".strip(),
+                    f"{number_text(figure['value'])} {figure.get('unit', '')}".strip(),
                     figure.get("bound", ""),
                 )
             )
         except (ValueError, KeyError, TypeError) as error:
-            raise ValueError(f"line {number} of the figures is none: {line!r}: {error}") from error
+            raise ValueError(f"line {number} of the reported figures is malformed: {line!r}: {error}") from error
     return found
 
 
-def shown(value):
+def number_text(value):
     if isinstance(value, (int, float)) and not isinstance(value, bool):
         return f"{value:,}" if value == int(value) else f"{value:,.3g}"
     return str(value)
 
 
-def took(seconds):
+def duration_text(seconds):
     return f"{seconds:.0f} s" if seconds < 120 else f"{seconds / 60:.0f} min"
 
 
 def git(*arguments):
-    """What git says, or nothing when this is no checkout."""
+    """Returns git's output, or "" if git is missing or fails, as outside a checkout."""
     try:
         return subprocess.run(
             ["git", *arguments], cwd=ROOT, check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True
@@ -55,7 +55,7 @@ def git(*arguments):
 
 
 def tree():
-    """The commit of a run. Pages of results do not count as changes: the check that ran before has written them."""
+    """Returns the commit of a run and whether files have changed. Pages of results do not count: checks write them."""
     written = [f":!{path.relative_to(ROOT)}" for path in (PAGES.summary, PAGES.folder)]
     changed = git("status", "--porcelain", "--", ".", *written)
     return (git("rev-parse", "--short", "HEAD") or "no commit") + (" with changes" if changed else "")
@@ -63,10 +63,10 @@ def tree():
 
 def main():
     options = argparse.ArgumentParser(
-        prog="dev check", epilog="Options behind -- are the check's own; with them, no figures are kept."
+        prog="dev check", epilog="Options after -- are those of the check itself; with them, no figures are kept."
     )
     options.add_argument("check")
-    options.add_argument("--quick", action="store_true", help="a small size; keeps no figures")
+    options.add_argument("--quick", action="store_true", help="run at a smaller size; keep no figures")
     arguments = sys.argv[1:]
     end = arguments.index("--") if "--" in arguments else len(arguments)
     given, own = options.parse_args(arguments[:end]), arguments[end + 1 :]
@@ -93,7 +93,7 @@ def main():
     for name, value, bound in figures:
         print(f"{name}: {value}" + (f" ({bound})" if bound else ""))
     if kept:
-        run = reliability.Run(given.check, date, commit, took(seconds))
+        run = reliability.Run(given.check, date, commit, duration_text(seconds))
         if problem:
             PAGES.keep_failure(run, problem)
         else:
@@ -101,7 +101,7 @@ def main():
     if problem:
         print(f"{given.check}: failed, {problem}")
         return 1
-    print(f"{given.check}: as expected, {took(seconds)}")
+    print(f"{given.check}: as expected, {duration_text(seconds)}")
     return 0
 
 

@@ -1,4 +1,4 @@
-"""Starts that cannot succeed: each has to say why, end as documented, and leave nobody listening."""
+"""Starts that must fail. Each must print the reason, exit with the documented code, and leave no socket listening."""
 import os
 import re
 import subprocess
@@ -9,10 +9,10 @@ from programs import Failure, TIMEOUT
 FAILED = 1  # exit codes
 BAD_DATA = 6
 ANOTHER_USER = 65534
-PORT = 7411  # nobody else's here
+PORT = 7411  # not used by other scenarios
 PORT_IN_USE = 7412
 SERVICE = f'[endpoints]\ntvservice = "tcp://*:{PORT}"\n'
-DOCUMENTED_HOST = "192.0.2.1"  # nobody's address
+UNASSIGNED_HOST = "192.0.2.1"  # reserved for documentation
 
 
 def start(machine, program, arguments=()):
@@ -35,17 +35,17 @@ class Trial:
         self.tried = 0
         self.wrong = []
 
-    def expect(self, what, ended, code, text, listening):
+    def expect(self, what, result, code, text, listening):
         self.tried += 1
-        if ended.returncode != code or not re.search(text, ended.stderr) or listening:
+        if result.returncode != code or not re.search(text, result.stderr) or listening:
             self.wrong.append(what)
-            print(f"{what}: ended with {ended.returncode}, said {ended.stderr!r}, listening {listening}")
+            print(f"{what}: exit code {result.returncode}, printed {result.stderr!r}, listening {listening}")
 
     def service(self, what, configuration, text, code=FAILED):
         self.services.configure(configuration)
-        ended = start(self.services, "tvserviced")
+        result = start(self.services, "tvserviced")
         listening = [line for line in self.net.listening(self.net.services) if f":{PORT} " in line]
-        self.expect(what, ended, code, text, listening)
+        self.expect(what, result, code, text, listening)
 
     def host(self, what, configuration, text, code=FAILED):
         self.receiver.configure(configuration)
@@ -55,25 +55,25 @@ class Trial:
         )
 
 
-def try_key_files(attempt, who, own, configuration):
-    """configuration(LINES) is one that is good with a key file named by those lines."""
+def try_key_files(attempt, program, own, configuration):
+    """configuration(LINES) returns a configuration that is valid if LINES name a valid key file."""
 
     def with_file(file):
         return configuration(f'file = "{file}"\n')
 
-    attempt(f"{who} without keys", configuration(""), "keys.file is not configured")
-    attempt(f"{who}, no such key file", with_file(f"{own}.other"), f"key file {own}.other: No such file")
+    attempt(f"{program} without keys", configuration(""), "keys.file is not configured")
+    attempt(f"{program} with a missing key file", with_file(f"{own}.other"), f"key file {own}.other: No such file")
     os.chmod(own, 0o644)
-    attempt(f"{who}, a key file that others may read", with_file(own), f"key file {own}: open to other users")
+    attempt(f"{program} with a world-readable key file", with_file(own), f"key file {own}: open to other users")
     os.chmod(own, 0o600)
     os.chown(own, ANOTHER_USER, -1)
-    attempt(f"{who}, a key file of another user", with_file(own), f"key file {own}: belongs to another user")
+    attempt(f"{program} with another user's key file", with_file(own), f"key file {own}: belongs to another user")
     os.chown(own, os.geteuid(), -1)
     malformed = own.with_name("malformed")
-    earlier = f"public = '{'a' * 40}'\nsecret = '{'b' * 40}'\n"
+    previous = f"public = '{'a' * 40}'\nsecret = '{'b' * 40}'\n"
     advice = f"{malformed}: keys of an earlier version.*move the file away.*'tvctl keygen {malformed}'"
-    for text, why in (
-        (earlier, advice),
+    for text, reason in (
+        (previous, advice),
         ("public = \n", "malformed:1: not TOML"),
         ("public = 'x'\n", 'has no "secret" key'),
         ("public = 'x'\nsecret = 'y'\n", "its keys are no pair of keys"),
@@ -81,32 +81,40 @@ def try_key_files(attempt, who, own, configuration):
     ):
         malformed.write_text(text, encoding="ascii")
         malformed.chmod(0o600)
-        attempt(f"{who}, a key file with {text!r}", with_file(malformed), why)
+        attempt(f"{program} with a key file that contains {text!r}", with_file(malformed), reason)
 
 
 def try_service(trial, clients):
     keys = f'[keys]\nfile = "{trial.services.key_file}"\n'
-    trial.service("no clients", SERVICE + keys, "known clients only, but keys.clients is not configured")
-    trial.service("an empty list of clients", f"{SERVICE}{keys}clients = []\n", "keys.clients: names no client")
-    trial.service("a client that is no key", f'{SERVICE}{keys}clients = ["everybody"]\n', "keys.clients: not a key")
     trial.service(
-        "a client's key of an earlier version",
+        "service without a list of clients", SERVICE + keys, "known clients only, but keys.clients is not configured"
+    )
+    trial.service(
+        "service with an empty list of clients", f"{SERVICE}{keys}clients = []\n", "keys.clients: names no client"
+    )
+    trial.service(
+        "service with a client that is not a key",
+        f'{SERVICE}{keys}clients = ["everybody"]\n',
+        "keys.clients: not a key",
+    )
+    trial.service(
+        "service with a client's key of the previous format",
         f'{SERVICE}{keys}clients = ["{"c" * 40}"]\n',
         "keys.clients: not a key .*of an earlier version.*tvctl keygen",
     )
-    for what, place, text in (
-        ("an unknown host", f"tcp://no-such-host.test:{PORT}", "no address for the host of"),
-        ("an address of nobody", f"tcp://{DOCUMENTED_HOST}:{PORT}", "cannot listen at .* assign"),
+    for what, endpoint, text in (
+        ("service at an unknown host", f"tcp://no-such-host.test:{PORT}", "no address for the host of"),
+        ("service at another host's address", f"tcp://{UNASSIGNED_HOST}:{PORT}", "cannot listen at .* assign"),
     ):
-        trial.service(what, f'[endpoints]\ntvservice = "{place}"\n{keys}{clients}', text)
+        trial.service(what, f'[endpoints]\ntvservice = "{endpoint}"\n{keys}{clients}', text)
     trial.service(
-        "no port",
+        "service without a port",
         f'[endpoints]\ntvservice = "tcp://127.0.0.1"\n{keys}{clients}',
         "config.toml:2: endpoints.tvservice: not tcp://HOST:PORT",
         BAD_DATA,
     )
     trial.service(
-        "a heartbeat out of its range",
+        "service with a heartbeat out of range",
         f"{SERVICE}{keys}{clients}[remote]\nheartbeat_ms = 1\n",
         "config.toml:7: remote.heartbeat_ms: not a number from 10 to 60000",
         BAD_DATA,
@@ -114,7 +122,7 @@ def try_service(trial, clients):
 
 
 def try_port_in_use(trial, clients):
-    """By somebody who has it before, and goes on to."""
+    """Another process holds the port before and during the start."""
     script = (
         "import socket, sys\n"
         f"held = socket.create_server(('127.0.0.1', {PORT_IN_USE}))\nprint(flush=True)\nsys.stdin.read()"
@@ -124,7 +132,7 @@ def try_port_in_use(trial, clients):
     ) as holder:
         holder.stdout.readline()
         trial.service(
-            "a port that is in use",
+            "service at a port that is in use",
             f'[endpoints]\ntvservice = "tcp://127.0.0.1:{PORT_IN_USE}"\n'
             f'[keys]\nfile = "{trial.services.key_file}"\n{clients}',
             "cannot listen at .* in use",
@@ -135,25 +143,23 @@ def try_port_in_use(trial, clients):
 def try_host(trial):
     file = f'[keys]\nfile = "{trial.receiver.key_file}"\n'
     proof = f'[keys.services]\ntvservice = "{trial.services.key}"\n'
-    endpoint = f'[endpoints]\ntvservice = "tcp://{DOCUMENTED_HOST}:{PORT}"\n'
+    endpoint = f'[endpoints]\ntvservice = "tcp://{UNASSIGNED_HOST}:{PORT}"\n'
     try_key_files(
         trial.host, "receiver", trial.receiver.key_file, lambda file_line: f"{endpoint}[keys]\n{file_line}{proof}"
     )
+    trial.host("receiver without the service's key", endpoint + file, "keys.services.tvservice is not configured")
     trial.host(
-        "a receiver that knows no key of the service", endpoint + file, "keys.services.tvservice is not configured"
-    )
-    trial.host(
-        "a service's key that is none",
+        "receiver with a service key that is not a key",
         f'{endpoint}{file}[keys.services]\ntvservice = "any"\n',
         "keys.services.tvservice: not a key",
     )
     trial.host(
-        "a service's host that nobody knows",
+        "receiver of a service at an unknown host",
         f'[endpoints]\ntvservice = "tcp://no-such-host.test:{PORT}"\n{file}{proof}',
         "no address for the host of",
     )
     trial.host(
-        "a heartbeat that is no number",
+        "receiver with a heartbeat that is not a number",
         f'{endpoint}{file}{proof}[remote]\nheartbeat_ms = "often"\n',
         "config.toml:[0-9]+: remote.heartbeat_ms: not a number",
         BAD_DATA,
@@ -170,15 +176,15 @@ def try_all(net, services, receiver, judge):
     try_port_in_use(trial, clients)
     try_host(trial)
     left = [
-        place.name
+        path.name
         for machine in (services, receiver)
-        for place in (machine.folder / "run").iterdir()
-        if place.suffix != ".lock"
+        for path in (machine.folder / "run").iterdir()
+        if path.suffix != ".lock"
     ]
     if left:
-        raise Failure(f"left behind by programs that did not start: {left}")
+        raise Failure(f"programs that did not start left files behind: {left}")
     judge(
-        "starts that cannot succeed, refused as documented",
+        "invalid starts that fail as documented",
         trial.tried - len(trial.wrong),
         "starts",
         trial.tried,

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""A long and bad line between two network namespaces: carries IP packets from one interface to the other, each as late
-as it is told, and loses some.
+"""A link between two network namespaces that forwards IP packets from one interface to the other, delays each of them
+and drops some.
 
-usage: far_link.py DESCRIPTOR DESCRIPTOR SEED, two interfaces without headers. Each line of standard input says what
-holds from then on: loss in percent, delay and jitter in milliseconds. At its end it prints how many packets came and
-how many of them were lost."""
+usage: far_link.py DESCRIPTOR DESCRIPTOR SEED, two interfaces without headers. Each line of standard input sets loss in
+percent, delay and jitter in milliseconds for the packets that follow. At the end it prints how many packets it
+received and how many of them it dropped."""
 import heapq
 import os
 import random
@@ -13,7 +13,7 @@ import sys
 import time
 
 LONGEST_PACKET = 65536
-MOST_WAITING = 10_000  # packets; a line that is longer than that loses what comes
+MAX_QUEUED = 10_000  # packets; the link drops further ones
 
 
 class FarLink:
@@ -21,33 +21,33 @@ class FarLink:
         self.other = {ends[0]: ends[1], ends[1]: ends[0]}
         self.random = random.Random(seed)
         self.loss = self.delay = self.jitter = 0.0
-        self.waiting = []  # (when, number, end, packet)
-        self.came = self.lost = 0
+        self.queued = []  # heap of (due time, number, end, packet)
+        self.received = self.dropped = 0
 
     def adjust(self, line):
         percent, delay, jitter = (float(word) for word in line.split())
         self.loss, self.delay, self.jitter = percent / 100, delay / 1000, jitter / 1000
 
-    def take(self, end):
+    def receive(self, end):
         packet = os.read(end, LONGEST_PACKET)
-        self.came += 1
-        if self.random.random() < self.loss or len(self.waiting) >= MOST_WAITING:
-            self.lost += 1
+        self.received += 1
+        if self.random.random() < self.loss or len(self.queued) >= MAX_QUEUED:
+            self.dropped += 1
             return
-        late = self.delay + self.random.uniform(-self.jitter, self.jitter)
-        heapq.heappush(self.waiting, (time.monotonic() + late, self.came, self.other[end], packet))
+        delay = self.delay + self.random.uniform(-self.jitter, self.jitter)
+        heapq.heappush(self.queued, (time.monotonic() + delay, self.received, self.other[end], packet))
 
     def deliver(self):
-        """Passes on what is due, and returns how long nothing more is."""
-        while self.waiting:
-            left = self.waiting[0][0] - time.monotonic()
+        """Forwards the packets that are due. Returns the seconds until the next one is due, or None."""
+        while self.queued:
+            left = self.queued[0][0] - time.monotonic()
             if left > 0:
                 return left
-            _, _, end, packet = heapq.heappop(self.waiting)
+            _, _, end, packet = heapq.heappop(self.queued)
             try:
                 os.write(end, packet)
             except OSError:  # the interface is down
-                self.lost += 1
+                self.dropped += 1
         return None
 
     def run(self):
@@ -56,7 +56,7 @@ class FarLink:
             ready, _, _ = select.select([sys.stdin.fileno(), *ends], [], [], self.deliver())
             for end in ends:
                 if end in ready:
-                    self.take(end)
+                    self.receive(end)
             if sys.stdin.fileno() in ready:
                 line = sys.stdin.readline()
                 if not line:
@@ -68,7 +68,7 @@ def main():
     first, second, seed = (int(word) for word in sys.argv[1:])
     link = FarLink((first, second), seed)
     link.run()
-    print(link.came, link.lost)
+    print(link.received, link.dropped)
 
 
 if __name__ == "__main__":

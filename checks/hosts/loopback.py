@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
-"""A receiver that plays through services at ports of the same machine, with keys, as between two hosts, and a client
-without keys, which is rejected: loopback.py BUILD_FOLDER. Needs no root, and takes ports that are free."""
+"""A receiver plays through services at ports of the same machine, with keys, as between two hosts. A client without
+keys must be rejected. Needs no root and uses free ports.
+
+usage: loopback.py BUILD_FOLDER"""
 import pathlib
 import re
 import socket
@@ -15,13 +17,13 @@ HOST = "127.0.0.1"
 
 
 def port_of(service):
-    """Which one it was given."""
-    wait_until(lambda: service.log.find(": offered at "), "the service says where it is offered")
+    """Returns the port that the system chose."""
+    wait_until(lambda: service.log.find(": offered at "), "the service logs its endpoint")
     return int(re.search(r"offered at tcp://\S+:(\d+) ", service.log.find(": offered at ")["text"])[1])
 
 
 def play(services, receiver):
-    # Any port, of which the receiver is told then.
+    # The system chooses the services' ports; the receiver's configuration is written once they are known.
     write_settings(services, receiver, HOST, {"tvservice": 0, "mmservice": 0})
     tv_service, mm_service = services.start_service("tvserviced"), services.start_service("mmserviced")
     write_settings(services, receiver, HOST, {"tvservice": port_of(tv_service), "mmservice": port_of(mm_service)})
@@ -31,8 +33,8 @@ def play(services, receiver):
     for uri in (LIVE, MEDIA, LIVE):
         player.play_one(uri=uri)
 
-    with socket.create_connection((HOST, port_of(tv_service))) as unknown:
-        unknown.sendall(b"GET / HTTP/1.0\r\n\r\n")
+    with socket.create_connection((HOST, port_of(tv_service))) as client:
+        client.sendall(b"GET / HTTP/1.0\r\n\r\n")
     wait_until(lambda: tv_service.statistics()["tvservice"]["refused"] == 1, "the client without keys is counted")
     player.play_one(uri=MEDIA)
     for service, name in ((tv_service, "tvservice"), (mm_service, "mmservice")):

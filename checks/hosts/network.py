@@ -1,5 +1,5 @@
-"""Two hosts in network namespaces of their own, joined by two lines: a pair of virtual interfaces, and a far link that
-delays and loses packets. Each host has addresses of its own; which line leads to the other one can be changed while
+"""Two hosts in separate network namespaces, joined by two links: a pair of virtual interfaces (near), and a program
+that delays and drops packets (far). Each host has its own addresses. The route between the hosts can be changed while
 connections are up."""
 import fcntl
 import os
@@ -11,7 +11,7 @@ import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
 SERVICE_HOST, MOVED_HOST, RECEIVER_HOST = "10.209.0.1", "10.209.0.3", "10.209.0.2"
-NAME = "services.test"  # of the services' host, as the receiver's host knows it
+NAME = "services.test"  # the services' host in the hosts file
 TUNSETIFF, IFF_TUN, IFF_NO_PI = 0x400454CA, 0x0001, 0x1000
 
 
@@ -20,7 +20,7 @@ def run_ip(*words):
 
 
 class Network:
-    """Needs root; close() leaves nothing behind."""
+    """Needs root. close() removes everything that was created."""
 
     def __init__(self):
         self.services = f"hosts-{os.getpid()}-services"
@@ -36,7 +36,7 @@ class Network:
         for name in (self.services, self.receiver):
             run_ip("netns", "add", name)
             run_ip("-n", name, "link", "set", "lo", "up")
-            # What a program there finds as /etc/hosts and so on; nobody answers questions about names.
+            # Programs in the namespace see these files in /etc. There is no name server.
             folder = pathlib.Path("/etc/netns") / name
             folder.mkdir(parents=True)
             (folder / "resolv.conf").write_text("", encoding="ascii")
@@ -67,46 +67,46 @@ class Network:
         for end in ends:
             os.close(end)
         for namespace, end in ((self.services, "s"), (self.receiver, "r")):
-            for line in ("near", "far"):
-                run_ip("-n", namespace, "link", "set", f"{line}-{end}", "up")
+            for link in ("near", "far"):
+                run_ip("-n", namespace, "link", "set", f"{link}-{end}", "up")
         run_ip("-n", self.services, "addr", "add", f"{SERVICE_HOST}/32", "dev", "lo")
         run_ip("-n", self.receiver, "addr", "add", f"{RECEIVER_HOST}/32", "dev", "lo")
         self.use("near")
 
     @staticmethod
     def _tunnel(name, namespace):
-        """An interface whose packets come out of the returned descriptor, wherever it has been moved to."""
+        """Creates an interface in the namespace. Returns a descriptor here that reads and writes its packets."""
         end = os.open("/dev/net/tun", os.O_RDWR | os.O_CLOEXEC)
         fcntl.ioctl(end, TUNSETIFF, struct.pack("16sH22x", name.encode(), IFF_TUN | IFF_NO_PI))
         run_ip("link", "set", name, "netns", namespace)
         return end
 
-    def use(self, line, address=SERVICE_HOST):
-        """The line, "near" or "far", that leads from host to host."""
-        run_ip("-n", self.services, "route", "replace", RECEIVER_HOST, "dev", f"{line}-s", "src", address)
-        run_ip("-n", self.receiver, "route", "replace", address, "dev", f"{line}-r", "src", RECEIVER_HOST)
+    def use(self, link, address=SERVICE_HOST):
+        """Routes the traffic between the hosts over the link, "near" or "far"."""
+        run_ip("-n", self.services, "route", "replace", RECEIVER_HOST, "dev", f"{link}-s", "src", address)
+        run_ip("-n", self.receiver, "route", "replace", address, "dev", f"{link}-r", "src", RECEIVER_HOST)
 
-    def worsen(self, loss_percent, delay, jitter):
+    def impair(self, loss_percent, delay, jitter):
         self.link.stdin.write(f"{loss_percent} {delay} {jitter}\n")
         self.link.stdin.flush()
 
     def cut(self):
-        """Pulls the near line out at the services' host; the other one only sees that nothing comes any more."""
+        """Takes the near link down at the services' host. The receiver's host only sees that packets stop arriving."""
         run_ip("-n", self.services, "link", "set", "near-s", "down")
 
-    def mend(self):
+    def restore(self):
         run_ip("-n", self.services, "link", "set", "near-s", "up")
         self.use("near")
 
     def name_services(self, address):
-        # In place, as running programs have the file itself.
+        # Overwrites the files: running programs have them mounted, and would not see new ones.
         for name in (self.services, self.receiver):
             (pathlib.Path("/etc/netns") / name / "hosts").write_text(
                 f"127.0.0.1 localhost\n{address} {NAME}\n", encoding="ascii"
             )
 
     def move_services(self):
-        """The host gets another address and loses the one it had; names follow."""
+        """Replaces the address of the services' host, and updates its name."""
         run_ip("-n", self.services, "addr", "add", f"{MOVED_HOST}/32", "dev", "lo")
         run_ip("-n", self.services, "addr", "del", f"{SERVICE_HOST}/32", "dev", "lo")
         self.use("near", MOVED_HOST)
@@ -114,18 +114,18 @@ class Network:
 
     @staticmethod
     def listening(host):
-        """Where anybody listens there, a line each."""
+        """Returns a line for each listening TCP socket of the host."""
         return subprocess.run(
             ["ip", "netns", "exec", host, "ss", "-Hltn"], check=True, text=True, stdout=subprocess.PIPE
         ).stdout.splitlines()
 
     def end_far_link(self):
-        """How many packets came over the far link, and how many of them it has lost."""
+        """Returns how many packets the far link received, and how many of them it dropped."""
         self.link.stdin.close()
-        came, lost = (int(word) for word in self.link.stdout.read().split())
+        received, dropped = (int(word) for word in self.link.stdout.read().split())
         self.link.wait()
         self.link = None
-        return came, lost
+        return received, dropped
 
     def close(self):
         if self.link:

@@ -1,12 +1,12 @@
-"""What is played through a receiver and what came of it, as its answers and the manager's log tell."""
+"""Plays through a receiver, and reads the results from its answers and from the manager's log."""
 import re
 
 from programs import Failure, seconds_of, wait_until
 
-DROP_LIMIT = 5.0  # a request whose answers stay out longer is dropped
-LATEST_DROP = 7.5  # at the first look after that; looks come every second, and another request puts them off
+DROP_LIMIT = 5.0  # seconds; a request that has waited longer for answers is dropped at the next check
+LATEST_DROP = 7.5  # seconds; checks run every second, and another request postpones them
 LIVE, MEDIA = "dvb://1.1.1", "rtp://239.0.0.1:5004"
-# Of both services, with what they cannot play.
+# Of both services; they cannot play all of them.
 URIS = (LIVE, MEDIA, "dvb://1.2.3", "file:///no/such/film.ts", "dvb://9.9.9", "http://127.0.0.1/film.mp4")
 STEP = re.compile(
     r"(?P<what>Sending|Receiving|finished|Found) req_?id (?P<id>\w+)"
@@ -19,48 +19,48 @@ def percentile(values, part):
 
 
 class Player:
-    """Plays through one framework process, whose only user it is."""
+    """Plays through one framework process, as its only user."""
 
     def __init__(self, host):
         self.host = host
-        self.asked = 0
-        self.seen = 0  # lines of the log
-        self.steps = {}  # by request, of what the manager logged: (what, phase): seconds
+        self.requests = 0
+        self.parsed = 0  # lines of the log
+        self.steps = {}  # request: {(what, phase): seconds}, from the manager's log
 
     def play(self, terminal, uri):
-        """Returns the request's id: the manager numbers them."""
+        """Returns the request's id. The manager numbers requests from 1."""
         self.host.ask("play", terminal, uri)
-        self.asked += 1
-        return str(self.asked)
+        self.requests += 1
+        return str(self.requests)
 
     def read_log(self):
         self.host.log.read()
-        for line in self.host.log.lines[self.seen :]:
+        for line in self.host.log.lines[self.parsed :]:
             step = STEP.search(line["text"])
             if step:
                 self.steps.setdefault(step["id"], {}).setdefault((step["what"], step["phase"]), seconds_of(line))
-        self.seen = len(self.host.log.lines)
+        self.parsed = len(self.host.log.lines)
 
     def finished(self, request):
-        """When it was answered, or nothing."""
+        """Returns the time of the answer, or None."""
         return self.steps.get(request, {}).get(("finished", None))
 
     def dropped(self, request):
-        """When it was given up, or nothing."""
+        """Returns the time of the drop, or None."""
         steps = self.steps.get(request, {})
         return next((when for (what, _), when in steps.items() if what == "Found"), None)
 
     def wait(self, requests, limit):
-        """Until each of them has been answered or dropped, those in time."""
+        """Waits until each request was answered or dropped. Fails if one was dropped too early or too late."""
 
-        def over():
+        def all_done():
             self.read_log()
-            return all(self.finished(one) or self.dropped(one) for one in requests)
+            return all(self.finished(request) or self.dropped(request) for request in requests)
 
-        wait_until(over, f"requests {requests[0]} to {requests[-1]} come to an end", limit, 0.002)
-        for one in requests:
-            if self.dropped(one):
-                self.check_drop(one)
+        wait_until(all_done, f"requests {requests[0]} to {requests[-1]} are answered or dropped", limit, 0.002)
+        for request in requests:
+            if self.dropped(request):
+                self.check_drop(request)
 
     def check_drop(self, request):
         sent = max(when for (what, _), when in self.steps[request].items() if what == "Sending")
@@ -69,15 +69,15 @@ class Player:
             raise Failure(f"request {request} was dropped after {waited:.3f} s")
 
     def answers(self, requests):
-        """The answers to some of the latest requests, as they came: (request, terminal, result, uri)."""
+        """Returns the answers to recent requests in order of arrival: (request, terminal, result, uri)."""
         return [
-            (one["reqId"], one["terminal"], one["result"], one["uri"])
-            for one in self.host.ask("answers", "1000")
-            if one["reqId"] in requests
+            (answer["reqId"], answer["terminal"], answer["result"], answer["uri"])
+            for answer in self.host.ask("answers", "1000")
+            if answer["reqId"] in requests
         ]
 
     def play_one(self, terminal="0:0", uri=LIVE, limit=LATEST_DROP):
-        """Has one request answered and returns how many seconds that took."""
+        """Plays one request, waits for its answer, and returns how many seconds that took."""
         request = self.play(terminal, uri)
         self.wait([request], limit)
         if not self.finished(request):
@@ -86,33 +86,37 @@ class Player:
         return self.finished(request) - min(self.steps[request].values())
 
     def check_answer(self, request, terminal, uri):
-        # The client is told in the same moment as the log.
+        # The client may be notified slightly after the log line.
         wait_until(
             lambda: self.answers({request}) == [(request, terminal, 0, uri)],
-            f"one good answer to request {request} for {uri}; there are {self.answers({request})}",
+            f"one answer with result 0 to request {request} for {uri}; the answers are {self.answers({request})}",
             2,
         )
 
     def round_trip(self, request):
-        """From the manager's sending the start to its answer, in seconds; nothing for one that needs both services."""
+        """Returns the seconds from the manager's start to its answer, or None for a request to both services."""
         steps = self.steps[request]
         begin, end = steps.get(("Sending", "Start")), steps.get(("Receiving", "Start"))
         return end - begin if begin and end else None
 
 
 def play_many(player, count, at_once, limit):
-    """Plays on as many terminals at a time as may be; returns the requests and all answers as they came."""
+    """Plays on `at_once` terminals at a time. Returns the requests, and all answers in order of arrival."""
     requests, answers = [], []
     for begin in range(0, count, at_once):
         batch = [player.play(f"0:{i}", URIS[(begin + i * 7) % len(URIS)]) for i in range(min(at_once, count - begin))]
         player.wait(batch, limit)
-        told = {one for one in batch if player.finished(one)}
-        wait_until(lambda told=told: told <= {one[0] for one in player.answers(told)}, "all answers are told", 2)
+        answered = {request for request in batch if player.finished(request)}
+        wait_until(
+            lambda answered=answered: answered <= {answer[0] for answer in player.answers(answered)},
+            "all answers arrive",
+            2,
+        )
         answers += player.answers(set(batch))
         requests += batch
     return requests, answers
 
 
 def connect(host):
-    """Waits until a framework process has all its services."""
-    wait_until(lambda: all(one["connected"] for one in host.statistics().values()), "both services connected")
+    """Waits until a framework process is connected to both services."""
+    wait_until(lambda: all(counters["connected"] for counters in host.statistics().values()), "both services connected")

@@ -1,4 +1,4 @@
-"""The programs of a receiver, each started on a host of its own choice, and driven through their shells."""
+"""The programs of a receiver. Each runs on a chosen host and is controlled through its shell."""
 import ctypes
 import datetime
 import json
@@ -10,18 +10,18 @@ import socket
 import subprocess
 import time
 
-TIMEOUT = 20  # seconds, for what takes no time on an idle machine
+TIMEOUT = 20  # seconds; on an idle machine the operations are immediate
 SERVICES = {"tvserviced": "tvservice", "mmserviced": "mmservice"}
 PR_SET_PDEATHSIG = 1
 LIBC = ctypes.CDLL(None)
 
 
 class Failure(Exception):
-    """What was not as it should be."""
+    """An expectation that was not met."""
 
 
 def wait_until(condition, what, limit=TIMEOUT, pause=0.01):
-    """Returns how long it took."""
+    """Returns the seconds waited."""
     begun = time.monotonic()
     while not condition():
         if time.monotonic() - begun > limit:
@@ -35,15 +35,15 @@ def seconds_of(line):
 
 
 class Log:
-    """The lines of a program's debug output, read as they come."""
+    """The lines of a program's log, read while it runs."""
 
     def __init__(self, path):
         self.path = path
         self.offset = 0
-        self.lines = []  # objects; what is in another form, such as a crash report, has only a text
+        self.lines = []  # objects; a line that is not JSON, such as of a crash report, has only "text"
 
     def read(self):
-        """Takes in what has come since it was called last."""
+        """Reads the lines written since the last call."""
         with open(self.path, "rb") as file:
             file.seek(self.offset)
             whole = file.read().rpartition(b"\n")
@@ -58,13 +58,13 @@ class Log:
             return {"text": line}
 
     def find(self, words, begin=0):
-        """The first line from number `begin` on that has the words in it, or nothing."""
+        """Returns the first line from number `begin` on that contains `words`, or None."""
         self.read()
         return next((line for line in self.lines[begin:] if words in line["text"]), None)
 
 
 class Program:
-    """A running program of the receiver; it ends with this process."""
+    """A running program of the receiver. It is killed when this process ends."""
 
     def __init__(self, machine, name, arguments=(), environment=None):
         self.name = name
@@ -87,7 +87,7 @@ class Program:
             if self.process.poll() is not None:
                 raise Failure(f"{self.name} ended while starting: {self.log.path.read_text()[-2000:]}")
             try:
-                return any(one["command"] == last_command for one in self.ask("help"))
+                return any(entry["command"] == last_command for entry in self.ask("help"))
             except OSError:
                 self.shell = None
                 return False
@@ -96,20 +96,20 @@ class Program:
         return self
 
     def ask(self, *words):
-        """What a command has printed, as JSON."""
+        """Runs a shell command and returns its output, parsed as JSON."""
         if self.shell is None:
             connection = socket.socket(socket.AF_UNIX)
             connection.settimeout(TIMEOUT)
             connection.connect(str(self.shell_path))
             self.shell = connection.makefile("rw", encoding="utf-8")
-            connection.close()  # the file keeps it
+            connection.close()  # the file keeps the socket open
         self.shell.write(json.dumps({"words": words, "json": True}) + "\n")
         self.shell.flush()
         output = ""
         while True:
             line = self.shell.readline()
             if not line:
-                raise ConnectionError(f"{self.name}: the shell has gone")
+                raise ConnectionError(f"{self.name}: the shell closed the connection")
             answer = json.loads(line)
             if "output" in answer:
                 output += answer["output"]
@@ -119,21 +119,21 @@ class Program:
             return json.loads(output) if output else None
 
     def statistics(self):
-        """The counters of its connections, by service."""
-        return {one["service"]: one for one in self.ask("stats")}
+        """Returns the counters of its connections, by service."""
+        return {counters["service"]: counters for counters in self.ask("stats")}
 
     def size(self):
-        """Descriptors, threads, and KiB of its own memory that is present."""
-        place = pathlib.Path("/proc") / str(self.process.pid)
-        kibibytes = int(re.search(r"RssAnon:\s+(\d+)", (place / "status").read_text())[1])
-        return len(os.listdir(place / "fd")), len(os.listdir(place / "task")), kibibytes
+        """Returns the numbers of descriptors and threads, and the resident anonymous memory in KiB."""
+        path = pathlib.Path("/proc") / str(self.process.pid)
+        kibibytes = int(re.search(r"RssAnon:\s+(\d+)", (path / "status").read_text())[1])
+        return len(os.listdir(path / "fd")), len(os.listdir(path / "task")), kibibytes
 
     def kill(self):
         self.process.kill()
         self.process.wait()
 
     def end(self):
-        """Asks it to end, and complains when it does not do so properly."""
+        """Sends SIGTERM. Fails if the program does not end, or not with exit code 0."""
         self.process.terminate()
         try:
             code = self.process.wait(TIMEOUT)
@@ -145,16 +145,16 @@ class Program:
 
 
 class Machine:
-    """A host with its own folder, configuration and pair of keys; prefix is what a command there begins with."""
+    """A host with its own folder, configuration and key pair. `prefix` begins each command that runs there."""
 
     def __init__(self, build, folder, prefix=()):
         self.binaries, self.libraries = build / "bin", build / "lib"
         self.folder = folder
         self.prefix = prefix
         self.key_file = folder / "key"
-        self.programs = []  # all that were ever started
-        for place in (folder, folder / "run", folder / "state"):
-            place.mkdir(mode=0o700)
+        self.programs = []  # also those that have ended
+        for path in (folder, folder / "run", folder / "state"):
+            path.mkdir(mode=0o700)
         self.key = subprocess.run(
             [self.binaries / "tvctl", "keygen", "--quiet", self.key_file], check=True, text=True, stdout=subprocess.PIPE
         ).stdout.strip()
@@ -183,7 +183,7 @@ class Machine:
         return Program(self, "frame-host", libraries).wait_for_shell("log")
 
     def end(self):
-        """Ends what still runs, the latest first."""
+        """Ends the programs that still run, the latest first."""
         for program in reversed(self.programs):
             if program.process.poll() is None:
                 program.end()
@@ -203,11 +203,11 @@ class Machine:
         )
 
 
-QUEUE_BYTES = 4 << 20  # that may wait for a connection to a service
+QUEUE_BYTES = 4 << 20  # limit of a service's queue for one connection
 
 
 def write_settings(services, receiver, host, ports, heartbeat=1.0):
-    """Configures both machines for each other: the services at the ports, which the receiver reaches at host."""
+    """Configures both machines: the services listen at the ports, and the receiver connects to them at `host`."""
     remote = f"[remote]\nheartbeat_ms = {round(heartbeat * 1000)}\n"
     keys = f'[keys]\nfile = "{services.key_file}"\nclients = ["{receiver.key}"]\n'
     endpoints = "".join(f'{name} = "tcp://*:{port}"\n' for name, port in ports.items())

@@ -1,4 +1,4 @@
-"""What a receiver has to bear whose services are on another host. Each scenario throws Failure, and judges figures."""
+"""What a receiver must withstand if its services run on another host. Scenarios raise Failure and judge figures."""
 import json
 import signal
 import subprocess
@@ -11,31 +11,31 @@ import raw_clients
 from playing import LIVE, MEDIA, Player, connect, percentile, play_many
 from programs import Failure, seconds_of, wait_until
 
-# In seconds. What is cut right after a sign of life is noticed at the look after the third missing one.
+# In seconds. A cut right after a heartbeat is noticed at the check that follows the third missing heartbeat.
 HEARTBEAT = 0.9
 NOTICED = 3 * HEARTBEAT + 1
-QUEUE = 1024  # messages that may wait for a connection, as built in
+QUEUE = 1024  # messages; the default limit of a connection's queue
 PORTS = {"tvservice": 7401, "mmservice": 7402}
-LINES = 21  # a second of one kind: 20, and the one about the others
-STREAMS = 64  # that one key may have with a service
-# Connections of a kind to one service at a time. Those of one byte fill all places for handshakes, and those that show
-# a key more than its streams.
+LINES = 21  # log lines a second of one kind: 20, and one about the suppressed ones
+STREAMS = 64  # connections of one key to a service
+# Connections of a kind to one service at a time. The one-byte clients fill all slots for handshakes; the unproven ones
+# are more than the connections of one key.
 JUNK = {"junk": 250, "keys": 250, "plain": 250, "one-byte": 400, "unproven": 80}
 NOTIFICATION, LONG_NOTIFICATION = (json.dumps({"info": {"strParam1": "x" * size}}) for size in (500, 4_000))
-LONG_NOTIFICATIONS = 1000  # of which a queue without a bound for all would be full for each stream
+LONG_NOTIFICATIONS = 1000  # would fill every connection's queue if there were no limit on all of them together
 SLOWEST_PLAY = 2000  # ms
-# In KiB. A stream has the TLS library's session with a record each way, at most 50, and a receive buffer, which doubles
-# from 64 to 128 for a message of 65,000 bytes. A connection that has not proven its key has at most 170, mostly the
-# first message that it announces, and there are at most 256 of them.
+# In KiB. A connection has a TLS session with a record each way, at most 50, and a receive buffer, which doubles from 64
+# to 128 for a message of 65,000 bytes. A connection that has not proven its key takes at most 170, mostly for the first
+# message that it announces; there are at most 256 of them.
 STREAM_MEMORY = STREAMS * (50 + 128) + 256 * 170
-QUEUED_MEMORY = QUEUE * 1  # of a stream: the short notifications above, with their heads
-# What waits for all clients of a service, in buffers that double: four queues, and a MiB of each stream.
+QUEUED_MEMORY = QUEUE * 1  # of a connection: the short notifications above, with their headers
+# Queued for all clients of a service, in buffers that double: four queues, and a MiB for each connection.
 ALL_QUEUED_MEMORY = 2 * (4 * programs.QUEUE_BYTES // 1024 + STREAMS * 1024)
 KEPT_MEMORY = 1024
-WARM_MEMORY = 8 * 1024  # of tables and libraries, and what lies between them
-GIVEN_BACK = 1.5  # seconds after a crowd has gone, when a service has given its memory back
+WARM_MEMORY = 8 * 1024  # for tables, libraries and fragmentation
+RELEASE_TIME = 1.5  # seconds; a service has released the memory of its clients that long after they have disconnected
 WRONG_KEYS = 25  # clients a second
-PACES = {**raw_clients.PACES, "wrong-keys": WRONG_KEYS}
+RATES = {**raw_clients.RATES, "wrong-keys": WRONG_KEYS}
 
 
 class Stage:
@@ -52,53 +52,53 @@ class Stage:
         self.player = Player(self.host)
         connect(self.host)
 
-    def lasting(self):
+    def programs(self):
         return {"TV service": self.tv_service, "MM service": self.mm_service, "framework process": self.host}
 
     def refused(self):
-        """How many both services have rejected."""
+        """Returns how many clients the two services have rejected."""
         return sum(
             service.statistics()[name]["refused"]
             for service, name in ((self.tv_service, "tvservice"), (self.mm_service, "mmservice"))
         )
 
     def settle(self):
-        """Until nothing is under way."""
+        """Waits until both services are connected and nothing is pending."""
         wait_until(
             lambda: not self.host.ask("bundles")
-            and all(one["connected"] and one["queued"] == 0 for one in self.host.statistics().values()),
-            "rest",
+            and all(counters["connected"] and counters["queued"] == 0 for counters in self.host.statistics().values()),
+            "no pending requests or messages",
         )
 
 
 def warm_up(stage):
-    """A request without an answer, and as many handshakes and streams at a time as a service ever has, so that all have
-    the threads, files and memory that they will ever have: the C library keeps for later what was freed."""
-    cold = {name: program.size()[2] for name, program in stage.lasting().items()}
+    """Makes a request without an answer, and the maximum number of concurrent handshakes and connections. After this
+    the programs have all their threads, files and memory: the C library keeps freed memory for reuse."""
+    cold = {name: program.size()[2] for name, program in stage.programs().items()}
     stage.tv_service.ask("fault", "mute", "on")
     request = stage.player.play("0:0", LIVE)
     stage.player.wait([request], 10)
     stage.tv_service.ask("fault", "mute", "off")
     wait_until(lambda: stage.host.ask("runlog", "1"), "the run log has the drop")
     for _ in range(2):
-        for them in (
-            [come(stage, "keys", 200, service) for service in PORTS],
-            [come(stage, "one-byte", 4 * PACES["one-byte"], service) for service in PORTS],
-            both(stage, "hold", 200, stdin=subprocess.DEVNULL),
+        for clients in (
+            [unknown_clients(stage, "keys", 200, service) for service in PORTS],
+            [unknown_clients(stage, "one-byte", 4 * RATES["one-byte"], service) for service in PORTS],
+            known_clients(stage, "hold", 200, stdin=subprocess.DEVNULL),
         ):
-            if any(one.wait() != 0 for one in them):
-                raise Failure(f"warming up: they ended with {[one.returncode for one in them]}")
-    time.sleep(GIVEN_BACK)
+            if any(client.wait() != 0 for client in clients):
+                raise Failure(f"warming up: clients ended with {[client.returncode for client in clients]}")
+    time.sleep(RELEASE_TIME)
     for name in ("TV service", "MM service"):
         stage.judge(
-            f"memory that the {name} keeps after many handshakes and streams",
-            max(stage.lasting()[name].size()[2] - cold[name], 0),
+            f"memory that the {name} keeps after many handshakes and connections",
+            max(stage.programs()[name].size()[2] - cold[name], 0),
             "KiB",
             0,
             WARM_MEMORY,
         )
     stage.judge(
-        "requests dropped that a service has not answered",
+        "unanswered requests that were dropped",
         int(stage.player.dropped(request) is not None),
         "requests",
         1,
@@ -106,31 +106,31 @@ def warm_up(stage):
     )
 
 
-def clean_line(stage, local, count):
-    """The same requests through the other host and through sockets of this one, in turns."""
-    came, trips = {}, {}
-    sides = {"other host": stage.player, "socket": local}
-    for name in sides:
-        came[name], trips[name] = [], []
+def clean_link(stage, local, count):
+    """Plays the same requests through the other host and through local sockets, in turns."""
+    received, trips = {}, {}
+    players = {"other host": stage.player, "socket": local}
+    for name in players:
+        received[name], trips[name] = [], []
     share = count // 10
     for _ in range(10):
-        for name, player in sides.items():
+        for name, player in players.items():
             requests, answers = play_many(player, share, 100, 60)
-            if any(player.dropped(one) for one in requests):
+            if any(player.dropped(request) for request in requests):
                 raise Failure(f"{name}: a request was dropped")
-            came[name] += answers
+            received[name] += answers
             trips[name] += filter(None, map(player.round_trip, requests))
     stage.judge(
-        "requests over a clean line, answered",
-        len({one[0] for one in came["other host"]}),
+        "requests answered over a clean link",
+        len({answer[0] for answer in received["other host"]}),
         "requests",
-        len({one[0] for one in came["socket"]}),
+        len({answer[0] for answer in received["socket"]}),
         count,
     )
     stage.judge(
-        "answers that differ from those over a socket",
-        sum(a != b for a, b in zip(came["other host"], came["socket"]))
-        + abs(len(came["other host"]) - len(came["socket"])),
+        "answers that differ from those over a local socket",
+        sum(a != b for a, b in zip(received["other host"], received["socket"]))
+        + abs(len(received["other host"]) - len(received["socket"])),
         "answers",
         0,
         0,
@@ -140,40 +140,40 @@ def clean_line(stage, local, count):
             stage.judge(f"round trip, {name}, p{part}", round(percentile(times, part / 100) * 1e6), "us")
 
 
-def lossy_line(stage, count):
-    """50 ms each way, give or take 10, and every twentieth packet lost."""
-    stage.net.worsen(5, 50, 10)
+def lossy_link(stage, count):
+    """Plays over a link that delays packets by 40 to 60 ms each way and drops one in twenty."""
+    stage.net.impair(5, 50, 10)
     stage.net.use("far")
     begun = time.monotonic()
     requests, answers = play_many(stage.player, count, 20, 120)
     seconds = time.monotonic() - begun
     stage.net.use("near")
-    dropped = [one for one in requests if stage.player.dropped(one)]
-    stage.judge("requests over a line with 5 % loss and 50 ms delay", len(requests), "requests", count, count)
-    stage.judge("of which dropped at their limit", len(dropped), "requests", 0, count // 50)
-    told = [one[0] for one in answers]
+    dropped = [request for request in requests if stage.player.dropped(request)]
+    stage.judge("requests over a link with 5 % loss and 50 ms delay", len(requests), "requests", count, count)
+    stage.judge("of which dropped after the time limit", len(dropped), "requests", 0, count // 50)
+    answered = [answer[0] for answer in answers]
     stage.judge(
         "of which answered once",
-        sum(told.count(one) == 1 for one in requests),
+        sum(answered.count(request) == 1 for request in requests),
         "requests",
         count - len(dropped),
         count - len(dropped),
     )
-    trips = [one for one in map(stage.player.round_trip, requests) if one]
-    stage.judge("round trip over that line, p50", round(percentile(trips, 0.5) * 1e3), "ms")
-    stage.judge("round trip over that line, p99", round(percentile(trips, 0.99) * 1e3), "ms")
-    stage.judge("time for all of them", round(seconds), "s")
+    trips = [trip for trip in map(stage.player.round_trip, requests) if trip]
+    stage.judge("round trip over the lossy link, p50", round(percentile(trips, 0.5) * 1e3), "ms")
+    stage.judge("round trip over the lossy link, p99", round(percentile(trips, 0.99) * 1e3), "ms")
+    stage.judge("duration of all requests over the lossy link", round(seconds), "s")
     stage.settle()
 
 
 def noticed_after(log, words, begin, when):
-    """How long after a moment a program has said something, from a line of its log on."""
+    """Returns how long after the time `when` a program logged `words`. Searches its log from line `begin` on."""
     wait_until(lambda: log.find(words, begin), f'{log.path.name}: "{words}"', 2 * NOTICED)
     return seconds_of(log.find(words, begin)) - when
 
 
 def cut(stage, seconds, flood):
-    """The line is pulled out, and a request is made that cannot get through."""
+    """Cuts the link for a time, during which requests cannot reach the services."""
     stage.settle()
     logs = {"TV service": stage.tv_service.log, "framework process": stage.host.log}
     for log in logs.values():
@@ -186,7 +186,7 @@ def cut(stage, seconds, flood):
     lost = stage.player.play("0:0", LIVE)
     for name, log in logs.items():
         stage.judge(
-            f"a cut is noticed by the {name} after",
+            f"time until the {name} notices the cut",
             round(noticed_after(log, "disconnected", begins[name], when) * 1e3),
             "ms",
             0,
@@ -196,32 +196,36 @@ def cut(stage, seconds, flood):
     for _ in range(flood):
         stage.host.ask("send-key", "1")
         most = max(most, stage.host.statistics()["tvservice"]["queued"])
-    stage.judge("messages that waited during the cut", most, "messages", min(flood, QUEUE), QUEUE)
-    stage.judge("memory that they took", max(stage.host.size()[2] - memory, 0), "KiB", 0, 1024)
+    stage.judge("messages queued during the cut", most, "messages", min(flood, QUEUE), QUEUE)
+    stage.judge("memory of the queued messages", max(stage.host.size()[2] - memory, 0), "KiB", 0, 1024)
     stage.player.wait([lost], 10)
     if not stage.player.dropped(lost) or stage.player.answers({lost}):
-        raise Failure("a request was answered through a line that was cut")
-    wait_until(lambda: stage.host.statistics()["tvservice"]["queued"] == 0, "what waited is dropped", 8)
+        raise Failure("a request was answered although the link was cut")
+    wait_until(lambda: stage.host.statistics()["tvservice"]["queued"] == 0, "queued messages are dropped", 8)
     time.sleep(max(0, when + seconds - time.time()))
-    mended = time.time()
-    stage.net.mend()
+    restored = time.time()
+    stage.net.restore()
     request = stage.player.play("0:0", LIVE)
     stage.player.wait([request], 15)
     stage.player.check_answer(request, "0:0", LIVE)
     stage.judge(
-        "first play after the cut answered after", round((stage.player.finished(request) - mended) * 1e3), "ms", 0, 5000
+        "time from the end of the cut to the first answer",
+        round((stage.player.finished(request) - restored) * 1e3),
+        "ms",
+        0,
+        5000,
     )
     connect(stage.host)
     stage.settle()
     after = stage.host.statistics()["tvservice"]
     counted = sum(after[name] - before[name] for name in ("sent", "dropped", "refused"))
-    stage.judge("messages of the cut that no counter has", flood + 2 - counted, "messages", 0, 0)
+    stage.judge("messages of the cut that were not counted", flood + 2 - counted, "messages", 0, 0)
 
 
 def pause(stage, seconds):
-    """The framework process is stopped for many heartbeats, over a line on which an acknowledgement takes its time."""
+    """Stops the framework process for many heartbeats, on a link that delays acknowledgements."""
     stage.settle()
-    stage.net.worsen(0, 50, 10)
+    stage.net.impair(0, 50, 10)
     stage.net.use("far")
     stage.player.play_one()
     logs = (stage.tv_service.log, stage.mm_service.log, stage.host.log)
@@ -249,7 +253,7 @@ def pause(stage, seconds):
 
 
 def tls_clients(stage, kind, count, service, *words, **options):
-    """Clients from the receiver's host that speak TLS; see tls-clients.cpp."""
+    """Starts clients on the receiver's host that use TLS; see tls-clients.cpp."""
     return subprocess.Popen(
         [
             *stage.receiver.prefix,
@@ -265,16 +269,16 @@ def tls_clients(stage, kind, count, service, *words, **options):
     )
 
 
-def come(stage, kind, count, service="tvservice"):
-    """Clients that nobody knows, from the receiver's host."""
+def unknown_clients(stage, kind, count, service="tvservice"):
+    """Starts clients on the receiver's host whose keys the service does not know, or that have none."""
     if kind in ("keys", "wrong-keys"):
         return tls_clients(stage, "unknown-keys", count, service, WRONG_KEYS if kind == "wrong-keys" else 0)
     words = [kind, network.SERVICE_HOST, str(PORTS[service]), str(count)]
     return subprocess.Popen([*stage.receiver.prefix, sys.executable, network.HERE / "raw_clients.py", *words])
 
 
-class Lines:
-    """Those that the services' logs have about clients that they reject, from now on."""
+class RejectionLines:
+    """Counts the lines about rejected clients in the services' logs, from now on."""
 
     def __init__(self, stage):
         self.logs = [service.log for service in (stage.tv_service, stage.mm_service)]
@@ -287,40 +291,39 @@ class Lines:
         for log in self.logs:
             log.read()
         most = max(
-            sum("rejected" in line["text"] for line in log.lines[begin:])
-            for log, begin in zip(self.logs, self.begins)
+            sum("rejected" in line["text"] for line in log.lines[begin:]) for log, begin in zip(self.logs, self.begins)
         )
         if not most:
             raise Failure(f"no log has a line about {what}")
-        seconds = int(time.monotonic() - self.begun) + 2  # of the clock, those included that are not whole
-        stage.judge(
-            f"lines of a service's log about {what}, at most {LINES} a second", most, "lines", 0, LINES * seconds
-        )
+        seconds = int(time.monotonic() - self.begun) + 2  # of the clock, with partial seconds at both ends
+        stage.judge(f"log lines of a service about {what}, at most {LINES} a second", most, "lines", 0, LINES * seconds)
 
 
-def trips_among(stage, them, what):
-    """Round trips until those clients have all been rejected."""
-    trips = round_trips(stage.player, lambda: any(one.poll() is None for one in them))
-    if any(one.returncode != 0 for one in them):
-        raise Failure(f"{what}: they ended with {[one.returncode for one in them]}")
+def trips_beside(stage, clients, what):
+    """Returns the round trips of requests until all those clients have been rejected."""
+    trips = round_trips(stage.player, lambda: any(client.poll() is None for client in clients))
+    if any(client.returncode != 0 for client in clients):
+        raise Failure(f"{what}: clients ended with {[client.returncode for client in clients]}")
     return trips
 
 
 def wait_for_refusals(stage, expected, what):
-    wait_until(lambda: stage.refused() >= expected, f"{what}: {stage.refused()} of {expected} refusals are counted", 15)
+    wait_until(
+        lambda: stage.refused() >= expected, f"{what}: {stage.refused()} of {expected} are counted as refused", 15
+    )
 
 
-def unknown_clients(stage, count):
-    """Those with unknown keys and those without any, as fast as they can come, while others go on playing."""
+def full_speed(stage, count):
+    """Clients with unknown keys, and clients without keys, connect as fast as they can while the receiver plays."""
     begun = stage.refused()
     for number, (what, kind) in enumerate((("with unknown keys", "keys"), ("without keys", "plain")), 1):
-        lines = Lines(stage)
-        trips = trips_among(stage, [come(stage, kind, count)], what)
+        lines = RejectionLines(stage)
+        trips = trips_beside(stage, [unknown_clients(stage, kind, count)], what)
         wait_for_refusals(stage, begun + number * count, what)
         lines.judge(stage, f"clients {what}")
-        stage.judge(f"plays while clients {what} come as fast as they can", len(trips), "requests", 1)
+        stage.judge(f"plays while clients {what} connect at full speed", len(trips), "requests", 1)
         stage.judge(
-            f"round trip while clients {what} come as fast as they can, p99",
+            f"round trip while clients {what} connect at full speed, p99",
             round(percentile(trips, 0.99) * 1e6),
             "us",
             0,
@@ -328,48 +331,48 @@ def unknown_clients(stage, count):
         )
     stage.player.play_one()
     stage.judge(
-        "clients with unknown keys or none, refused and counted",
+        "clients with unknown keys or none, counted as refused",
         stage.refused() - begun,
         "clients",
         2 * count,
         2 * count,
     )
     if stage.host.statistics()["tvservice"]["reconnects"] > 2:
-        raise Failure("an honest connection was lost to unknown clients")
+        raise Failure("the receiver lost a connection because of unknown clients")
 
 
-def crowd(stage, rounds, seconds):
-    """Unknown clients of each kind that come to both services at an even pace; what an honest one notices of them."""
-    for kind, pace in PACES.items():
-        begun, lines, ratios = stage.refused(), Lines(stage), []
+def constant_rate(stage, rounds, seconds):
+    """Unknown clients of each kind connect to both services at a constant rate. Measures the receiver's slowdown."""
+    for kind, rate in RATES.items():
+        begun, lines, ratios = stage.refused(), RejectionLines(stage), []
         for _ in range(rounds):
             end = time.monotonic() + seconds
             quiet = round_trips(stage.player, lambda end=end: time.monotonic() < end)
-            them = [come(stage, kind, pace * seconds, service) for service in PORTS]
-            ratios.append(percentile(trips_among(stage, them, kind), 0.99) / percentile(quiet, 0.99))
-        expected = rounds * pace * seconds * len(PORTS)
+            clients = [unknown_clients(stage, kind, rate * seconds, service) for service in PORTS]
+            ratios.append(percentile(trips_beside(stage, clients, kind), 0.99) / percentile(quiet, 0.99))
+        expected = rounds * rate * seconds * len(PORTS)
         wait_for_refusals(stage, begun + expected, kind)
         stage.judge(
-            f"crowd of unknown clients, {kind}: refused and counted",
+            f"unknown clients at a constant rate, {kind}: counted as refused",
             stage.refused() - begun,
             "connections",
             expected,
             expected,
         )
         stage.judge(
-            f"crowd of unknown clients, {kind}: p99 beside that without them, median of the rounds",
+            f"unknown clients at a constant rate, {kind}: p99 relative to that without them, median of the rounds",
             round(percentile(ratios, 0.5) * 100),
             "%",
             0,
             200,
         )
-        lines.judge(stage, f"the crowd of unknown clients, {kind}")
+        lines.judge(stage, f"unknown clients at a constant rate, {kind}")
 
 
-def round_trips(player, wanted):
-    """Those of requests that are played as long as more are wanted."""
+def round_trips(player, proceed):
+    """Plays while proceed() is true, and returns the round trips."""
     trips = []
-    while wanted():
+    while proceed():
         requests, answers = play_many(player, 20, 20, 60)
         if len(answers) != len(requests):
             raise Failure(f"{len(answers)} answers to {len(requests)} requests")
@@ -378,7 +381,7 @@ def round_trips(player, wanted):
 
 
 class Watch:
-    """Honest plays beside clients that break the rules with a known key, and what these make the services use."""
+    """Plays while clients with a known key violate the protocol, and measures the resources that the services use."""
 
     def __init__(self, stage):
         self.stage = stage
@@ -395,29 +398,29 @@ class Watch:
         return {name: service.size() for name, service in self.services.items()}
 
     def grown(self, counter):
-        """What each service has counted since the beginning."""
+        """Returns by how much each service's counter has grown since the beginning."""
         return {
             name: self.counters(service)[counter] - self.counted[name][counter]
             for name, service in self.services.items()
         }
 
     def play(self):
-        """A request to each service."""
+        """Plays through each service once."""
         for uri in (LIVE, MEDIA):
             self.trips.append(self.stage.player.play_one(uri=uri))
         for name, size in self.sizes().items():
-            self.peaks[name] = max(self.peaks[name], size, key=lambda one: one[2])
+            self.peaks[name] = max(self.peaks[name], size, key=lambda each: each[2])
 
-    def play_until_over(self, them, what):
-        """Plays, at least once, while those clients are there."""
+    def play_until_end(self, clients, what):
+        """Plays at least once, and until those clients have ended."""
         self.play()
-        while any(one.poll() is None for one in them):
+        while any(client.poll() is None for client in clients):
             self.play()
-        if any(one.returncode != 0 for one in them):
-            raise Failure(f"{what}: they ended with {[one.returncode for one in them]}")
+        if any(client.returncode != 0 for client in clients):
+            raise Failure(f"{what}: clients ended with {[client.returncode for client in clients]}")
 
     def expect(self, counter, expected, what):
-        """That each service counts just so many."""
+        """Requires exactly the expected growth of each service's counter."""
         wait_until(
             lambda: all(count >= expected[name] for name, count in self.grown(counter).items()),
             f"{what}: {expected} in '{counter}'; there are {self.grown(counter)}",
@@ -426,15 +429,15 @@ class Watch:
         self.stage.judge(f"{what}: counted in '{counter}'", sum(self.grown(counter).values()), "", total, total)
 
     def judge(self, what, most, kept=KEPT_MEMORY):
-        """The slowest play, and memory in KiB: at most so much at a time, and so much afterwards."""
+        """Judges the slowest play, and the growth of memory in KiB: at most `most` at a time, and `kept` afterwards."""
         self.stage.judge(
             f"{what}: slowest of {len(self.trips)} plays meanwhile", round(max(self.trips) * 1e3), "ms", 0, SLOWEST_PLAY
         )
         wait_until(
             lambda: all(size[:2] <= self.before[name][:2] for name, size in self.sizes().items()),
-            f"{what}: descriptors and threads are given back",
+            f"{what}: descriptors and threads are released",
         )
-        time.sleep(GIVEN_BACK)
+        time.sleep(RELEASE_TIME)
         for name, after in self.sizes().items():
             before = self.before[name][2]
             self.stage.judge(
@@ -443,43 +446,43 @@ class Watch:
             self.stage.judge(f"{what}: memory of the {name} afterwards", max(after[2] - before, 0), "KiB", 0, kept)
 
 
-def both(stage, kind, count, *words, **options):
-    """Clients of both services with the receiver's own key."""
+def known_clients(stage, kind, count, *words, **options):
+    """Starts clients of both services that use the receiver's key."""
     return [tls_clients(stage, kind, count, service, stage.receiver.key_file, *words, **options) for service in PORTS]
 
 
-def made_by(them):
-    """How many connections the clients of each service have made."""
-    return dict(zip(("TV service", "MM service"), (int(one.stdout.read()) for one in them)))
+def connections_of(clients):
+    """Returns how many connections the clients of each service have made."""
+    return dict(zip(("TV service", "MM service"), (int(client.stdout.read()) for client in clients)))
 
 
 def known_key(stage, records, updates):
-    """What somebody can do who has the receiver's key, beside the receiver that goes on playing."""
+    """Attacks by clients that have the receiver's key, while the receiver plays."""
     watch = Watch(stage)
-    them = both(stage, "garbage", records)
-    watch.play_until_over(them, "garbage")
-    watch.expect("refused", made_by(them), f"{records:,} records of garbage to each service, with a known key")
+    clients = known_clients(stage, "garbage", records)
+    watch.play_until_end(clients, "garbage")
+    watch.expect("refused", connections_of(clients), f"{records:,} garbage records to each service, with a known key")
     watch.judge("garbage with a known key", STREAM_MEMORY)
     for size, count in ((36, records), (65_000, records // 100)):
         watch = Watch(stage)
-        watch.play_until_over(both(stage, "messages", count, size), f"messages of {size} bytes")
+        watch.play_until_end(known_clients(stage, "messages", count, size), f"messages of {size} bytes")
         what = f"unknown messages of {size:,} bytes"
         watch.expect("undecodable", dict.fromkeys(watch.services, count), what)
         watch.judge(what, STREAM_MEMORY)
     watch = Watch(stage)
-    watch.play_until_over(both(stage, "key-updates", updates), "new keys")
-    watch.judge(f"{updates:,} new keys on a connection to each service", STREAM_MEMORY)
+    watch.play_until_end(known_clients(stage, "key-updates", updates), "key updates")
+    watch.judge(f"{updates:,} key updates on a connection to each service", STREAM_MEMORY)
 
 
 def hold(stage, count, notifications):
-    """Somebody who has the receiver's key takes all connections that the key may have, and never reads."""
+    """Clients with the receiver's key occupy all connections that the key may have, and never read."""
     most = STREAM_MEMORY + STREAMS * QUEUED_MEMORY
-    # At first the C library keeps some of the memory for later; then there is enough.
+    # In the first round the C library keeps some of the memory, which the second round reuses.
     for when, kept in (("at first", most), ("again", KEPT_MEMORY)):
         watch = Watch(stage)
-        them = both(stage, "hold", count, stdin=subprocess.PIPE)
-        accepted = [int(one.stdout.readline()) for one in them]
-        # Each service has the receiver itself, too.
+        clients = known_clients(stage, "hold", count, stdin=subprocess.PIPE)
+        accepted = [int(client.stdout.readline()) for client in clients]
+        # The receiver itself has a connection to each service, too.
         stage.judge(
             f"{count} connections at once to each service with a known key, {when}: accepted",
             sum(accepted),
@@ -488,81 +491,83 @@ def hold(stage, count, notifications):
             2 * (STREAMS - 1),
         )
         watch.expect(
-            "refused", dict.fromkeys(watch.services, count - STREAMS + 1), f"connections beyond those of a key, {when}"
+            "refused",
+            dict.fromkeys(watch.services, count - STREAMS + 1),
+            f"connections beyond the limit of a key, {when}",
         )
         for number in range(notifications):
             stage.tv_service.ask("emit", "TvServicePlayInfo", NOTIFICATION)
             if number % 20 == 0:
                 watch.play()
         stage.judge(
-            f"messages that wait for clients that never read, {when}",
+            f"messages queued for clients that never read, {when}",
             watch.counters(stage.tv_service)["queued"],
             "messages",
             1,
             STREAMS * QUEUE,
         )
-        for one in them:
-            one.stdin.close()
-        watch.play_until_over(them, "clients that never read")
+        for client in clients:
+            client.stdin.close()
+        watch.play_until_end(clients, "clients that never read")
         watch.judge(f"clients that never read, {when}", most, kept)
     watch = Watch(stage)
-    them = both(stage, "hold", count, stdin=subprocess.PIPE)
-    for one in them:
-        one.stdout.readline()
+    clients = known_clients(stage, "hold", count, stdin=subprocess.PIPE)
+    for client in clients:
+        client.stdout.readline()
     for number in range(LONG_NOTIFICATIONS):
         stage.tv_service.ask("emit", "TvServicePlayInfo", LONG_NOTIFICATION)
         if number % 20 == 0:
             watch.play()
-    for one in them:
-        one.stdin.close()
-    watch.play_until_over(them, "clients that never read")
+    for client in clients:
+        client.stdin.close()
+    watch.play_until_end(clients, "clients that never read")
     watch.judge("clients that never read long notifications", STREAM_MEMORY + ALL_QUEUED_MEMORY, most)
 
 
 def reconnects(stage, rounds):
-    """The receiver connects anew, again and again, beside clients of all kinds."""
+    """Restarts the receiver again and again while clients of all kinds attack."""
     watch = Watch(stage)
-    them, succeeded, slowest = [], 0, 0.0
+    clients, succeeded, slowest = [], 0, 0.0
 
-    def crowd_again():
-        """Every kind is there at any time."""
+    def replace_ended():
+        """Keeps clients of every kind running."""
         for kind, count in JUNK.items():
             for service in PORTS:
-                if not any(one.poll() is None for k, s, one in them if (k, s) == (kind, service)):
-                    them.append(
+                if not any(client.poll() is None for k, s, client in clients if (k, s) == (kind, service)):
+                    clients.append(
                         (
                             kind,
                             service,
                             tls_clients(stage, kind, count, service, stage.receiver.key_file)
                             if kind in ("junk", "unproven")
-                            else come(stage, kind, count, service),
+                            else unknown_clients(stage, kind, count, service),
                         )
                     )
 
     for _ in range(rounds):
-        crowd_again()
+        replace_ended()
         stage.host.kill()
         begun = time.monotonic()
         stage.start_host()
         slowest = max(slowest, time.monotonic() - begun)
-        crowd_again()
+        replace_ended()
         watch.play()
         succeeded += 1
-    wait_until(lambda: all(one.poll() is not None for _, _, one in them), "the junk comes to its end", 60)
-    if any(one.returncode != 0 for _, _, one in them):
-        raise Failure(f"junk: ended with {[(kind, one.returncode) for kind, _, one in them]}")
+    wait_until(lambda: all(client.poll() is not None for _, _, client in clients), "the junk clients end", 60)
+    if any(client.returncode != 0 for _, _, client in clients):
+        raise Failure(f"junk: clients ended with {[(kind, client.returncode) for kind, _, client in clients]}")
     names = dict(zip(PORTS, watch.services))
     expected = dict.fromkeys(watch.services, 0)
-    for kind, service, _ in them:
+    for kind, service, _ in clients:
         expected[names[service]] += JUNK[kind]
     watch.expect("refused", expected, "junk connections while a receiver restarts")
-    stage.judge("restarts of a receiver among them that got its connections", succeeded, "restarts", rounds, rounds)
-    stage.judge("slowest of them", round(slowest * 1e3), "ms", 0, 5000)
+    stage.judge("restarts of a receiver beside junk that succeeded", succeeded, "restarts", rounds, rounds)
+    stage.judge("slowest restart beside junk", round(slowest * 1e3), "ms", 0, 5000)
     watch.judge("junk while a receiver restarts", STREAM_MEMORY)
 
 
 def restarts(stage):
-    """A service is killed and comes back, then the framework process, then the services' host moves."""
+    """Kills and restarts a service, then the framework process; then the services' host changes its address."""
     stage.settle()
     stage.tv_service.kill()
     stage.tv_service = stage.services.start_service("tvserviced")
@@ -571,34 +576,34 @@ def restarts(stage):
     stage.host.kill()
     begun = time.monotonic()
     stage.start_host()
-    stage.judge(
-        "a receiver that restarts has its connections after", round((time.monotonic() - begun) * 1e3), "ms", 0, 5000
-    )
+    stage.judge("time until a restarted receiver is connected", round((time.monotonic() - begun) * 1e3), "ms", 0, 5000)
     stage.player.play_one(uri=MEDIA)
-    # Its old connections have ended before, and nothing is left of them.
+    # The old connections have ended before. Nothing of them remains.
     wait_until(
         lambda: stage.tv_service.log.find("disconnected"), "the service notices that the receiver was killed", NOTICED
     )
     stage.net.move_services()
     moved = time.monotonic()
-    wait_until(lambda: not stage.host.statistics()["tvservice"]["connected"], "the move is noticed", 2 * NOTICED)
-    wait_until(lambda: all(one["connected"] for one in stage.host.statistics().values()), "the host is found again", 30)
-    stage.judge("connections to a host that has moved", round((time.monotonic() - moved) * 1e3), "ms", 0, 10_000)
+    wait_until(lambda: not stage.host.statistics()["tvservice"]["connected"], "the new address is noticed", 2 * NOTICED)
+    wait_until(lambda: all(counters["connected"] for counters in stage.host.statistics().values()), "reconnected", 30)
+    stage.judge(
+        "time to reconnect to a host with a new address", round((time.monotonic() - moved) * 1e3), "ms", 0, 10_000
+    )
     stage.player.play_one()
 
 
 def growth(stage, before):
-    """What the programs have more of than before."""
+    """Requires that the programs use no more resources than before."""
 
     def grown():
         return {
             name: [now - then for now, then in zip(program.size(), before[name])]
-            for name, program in stage.lasting().items()
+            for name, program in stage.programs().items()
         }
 
     stage.settle()
-    wait_until(lambda: all(one[0] <= 0 and one[1] <= 0 for one in grown().values()), f"nothing grows; {grown()}", 10)
+    wait_until(lambda: all(each[0] <= 0 and each[1] <= 0 for each in grown().values()), f"no growth; {grown()}", 10)
     for name, (descriptors, threads, kibibytes) in grown().items():
-        stage.judge(f"descriptors' growth, {name}", max(descriptors, 0), "descriptors", 0, 0)
-        stage.judge(f"threads' growth, {name}", max(threads, 0), "threads", 0, 0)
-        stage.judge(f"memory's growth, {name}", max(kibibytes, 0), "KiB", 0, 1024)
+        stage.judge(f"growth of descriptors, {name}", max(descriptors, 0), "descriptors", 0, 0)
+        stage.judge(f"growth of threads, {name}", max(threads, 0), "threads", 0, 0)
+        stage.judge(f"growth of memory, {name}", max(kibibytes, 0), "KiB", 0, 1024)

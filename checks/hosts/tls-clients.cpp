@@ -1,22 +1,20 @@
-// Clients on the transport between hosts that break its rules, with a key that nobody knows or with a known one.
+// Clients that violate the protocol between hosts, with an unknown key or with a known one.
 //
 // usage: check-hosts-clients KIND ADDRESS COUNT ..., where ADDRESS is tcp://HOST:PORT and KIND is
-//   unknown-keys ADDRESS COUNT PER_SECOND   clients with keys of their own, every fourth of which expects another key
-//   of
-//                                           the service; as fast as they can when PER_SECOND is 0
-// or one of those with the key in FILE:
-//   junk ADDRESS COUNT FILE                 connections that say something that is no hello
+//   unknown-keys ADDRESS COUNT PER_SECOND   clients with new keys, of which every fourth expects another key of the
+//                                           service; as fast as they can if PER_SECOND is 0
+// or one of these, with the key in FILE:
+//   junk ADDRESS COUNT FILE                 connections that send something other than a hello
 //   unproven ADDRESS COUNT FILE             connections that show the public key, do not prove that they have the
-//   secret
-//                                           one, and wait
-//   garbage ADDRESS COUNT FILE              records of five bytes, over as many connections as it takes; then a
-//                                           connection that breaks in the middle of a record
-//   messages ADDRESS COUNT FILE BYTES       messages that the service does not know, each of that many bytes
-//   key-updates ADDRESS COUNT FILE          new keys, one after the other, every second of which asks for an answer
-//   hold ADDRESS COUNT FILE                 connections that say hello and never read again, until standard input ends
+//                                           secret key, and wait
+//   garbage ADDRESS COUNT FILE              records of five bytes, over as many connections as necessary; then a
+//                                           connection that closes in the middle of a record
+//   messages ADDRESS COUNT FILE BYTES       messages of an unknown type, each of that size
+//   key-updates ADDRESS COUNT FILE          key updates, of which every second one requests one from the service
+//   hold ADDRESS COUNT FILE                 connections that send a hello and never read, until standard input ends
 //
-// junk and garbage print how many connections they have made, without that which breaks; hold prints how many the
-// service has accepted. Ends with 0 when the service did what it has to do with such clients.
+// junk and garbage print how many connections they have made, without the one that closes in a record; hold prints how
+// many the service has accepted. Exits with 0 if the service handled the clients correctly.
 #include "base/endpoint.h"
 #include "base/file-descriptor.h"
 #include "remote/tls.h"
@@ -57,11 +55,11 @@ using host::remote::KeyCheck;
 using Arguments = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
 
-constexpr timeval timeout{20, 0};              // for whatever the service has to do
-constexpr std::size_t atATime = 40;            // fewer than the streams that one key may have
-constexpr std::size_t unknownAtATime = 50;     // fewer than may wait to be accepted, so that none comes twice
-constexpr std::size_t gathered = 16 * 1024;    // bytes of small records for one call of the system
-constexpr std::size_t recordBytes = 16 * 1024; // the longest record's
+constexpr timeval timeout{20, 0};                   // for each system call
+constexpr std::size_t atATime = 40;                 // fewer than the connections that one key may have
+constexpr std::size_t unknownAtATime = 50;          // fewer than the listen backlog, so that no connect is repeated
+constexpr std::size_t maxBufferedBytes = 16 * 1024; // of small records, for one system call
+constexpr std::size_t recordBytes = 16 * 1024;      // of the longest record
 constexpr std::size_t frameHeaderBytes = 32, helloHeadBytes = 32;
 
 class FixedAnswer final : public KeyCheck {
@@ -80,7 +78,7 @@ host::remote::Context blockingContext(const host::KeyPair& keys) {
     return context;
 }
 
-// A connection whose calls wait. Throws std::runtime_error when the service takes too long.
+// A blocking connection. Throws std::runtime_error on timeout.
 class Client {
 public:
     Client(const Address& service, SSL_CTX& context, KeyCheck::Answer answer = KeyCheck::Answer::welcome)
@@ -94,26 +92,26 @@ public:
             throw std::bad_alloc();
     }
 
-    // Says the first word of the handshake and does not wait for the answer.
+    // Sends the ClientHello and does not wait for the answer.
     void begin() {
         setBlocking(false);
         SSL_connect(ssl_.get());
         ERR_clear_error();
         setBlocking(true);
     }
-    bool shakeHands() { return done(SSL_connect(ssl_.get())); }
+    bool handshake() { return done(SSL_connect(ssl_.get())); }
     bool isAccepted() {
         char first;
         return done(SSL_peek(ssl_.get(), &first, 1));
     }
-    bool say(const std::string& bytes) {
+    bool send(const std::string& bytes) {
         return done(SSL_write(ssl_.get(), bytes.data(), static_cast<int>(bytes.size())));
     }
 
-    // The handshake up to its certificate, which is in the first encrypted record that it says. Nothing when the
-    // service has ended it before, as it may when there are many at once.
+    // Runs the handshake up to the client's certificate, which is in the first encrypted record. Sends nothing if the
+    // service has already closed the connection, as it may if there are too many.
     void showCertificate() {
-        gather();
+        bufferRecords();
         SSL_connect(ssl_.get());
         ERR_clear_error();
         char* data;
@@ -127,32 +125,32 @@ public:
                         static_cast<unsigned char>(data[end + 4]));
         }
         if (!found) return;
-        if (end >= size) throw std::runtime_error("the proof comes with the certificate");
-        sayRaw({data, end});
+        if (end >= size) throw std::runtime_error("the certificate and the proof of the key are in one record");
+        sendRaw({data, end});
     }
 
-    // Repeats the service's own hello, as both sides have the same messages. Returns whether the service is there.
-    bool sayHello() {
-        std::string hello = hear(helloHeadBytes);
+    // Sends the service's own hello back: both sides have the same messages. Returns false if the connection is closed.
+    bool exchangeHello() {
+        std::string hello = receive(helloHeadBytes);
         if (hello.size() < helloHeadBytes) return false;
         std::uint32_t size;
         std::memcpy(&size, hello.data() + 12, sizeof size);
         if (size < helloHeadBytes || size > 64 * 1024) throw std::runtime_error("the service's hello is malformed");
-        hello += hear(size - helloHeadBytes);
-        return hello.size() == size && say(hello);
+        hello += receive(size - helloHeadBytes);
+        return hello.size() == size && send(hello);
     }
 
-    // From then on small records wait for those that follow, until flush sends all of them.
-    void gather() { SSL_set0_wbio(ssl_.get(), BIO_new(BIO_s_mem())); }
-    bool flushMoreThan(std::size_t most) {
+    // From now on records are buffered; flushAbove() sends all of them once they exceed `most` bytes.
+    void bufferRecords() { SSL_set0_wbio(ssl_.get(), BIO_new(BIO_s_mem())); }
+    bool flushAbove(std::size_t most) {
         char* data;
         const auto size = static_cast<std::size_t>(BIO_get_mem_data(SSL_get_wbio(ssl_.get()), &data));
         if (size <= most) return true;
-        const bool sent = sayRaw({data, size});
+        const bool sent = sendRaw({data, size});
         (void)BIO_reset(SSL_get_wbio(ssl_.get()));
         return sent;
     }
-    // Takes what the service has said so far from the system, encrypted as it is: nothing can be heard after this.
+    // Discards what the service has sent, without decrypting it: nothing can be received after this.
     void discard() {
         char bytes[4096];
         while (::recv(socket_.get(), bytes, sizeof bytes, MSG_DONTWAIT) > 0) {
@@ -160,7 +158,7 @@ public:
     }
     bool updateKeys(int kind) { return SSL_key_update(ssl_.get(), kind) == 1 && done(SSL_do_handshake(ssl_.get())); }
 
-    bool sayRaw(std::string_view bytes) {
+    bool sendRaw(std::string_view bytes) {
         while (!bytes.empty()) {
             const ssize_t count = ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
             if (count < 0 && errno == EAGAIN) throw std::runtime_error("the service does not read");
@@ -170,15 +168,15 @@ public:
         return true;
     }
 
-    // Lets the service read all that was said: were the socket closed with bytes that nobody has read, the system would
-    // break the connection.
+    // Waits until the service has read everything and closed the connection. Closing a socket with unread bytes would
+    // reset the connection.
     void end() {
         ::shutdown(socket_.get(), SHUT_WR);
         char bytes[4096];
         ssize_t count;
         while ((count = ::recv(socket_.get(), bytes, sizeof bytes, 0)) > 0) {
         }
-        if (count < 0 && errno == EAGAIN) throw std::runtime_error("the service does not end a connection");
+        if (count < 0 && errno == EAGAIN) throw std::runtime_error("the service does not close a connection");
     }
 
 private:
@@ -193,14 +191,14 @@ private:
             throw std::runtime_error("the service does not answer");
         return result > 0;
     }
-    std::string hear(std::size_t size) {
+    std::string receive(std::size_t size) {
         std::string bytes(size, '\0');
-        std::size_t heard = 0;
-        for (int count; heard < size; heard += static_cast<std::size_t>(count)) {
-            count = SSL_read(ssl_.get(), bytes.data() + heard, static_cast<int>(size - heard));
+        std::size_t received = 0;
+        for (int count; received < size; received += static_cast<std::size_t>(count)) {
+            count = SSL_read(ssl_.get(), bytes.data() + received, static_cast<int>(size - received));
             if (!done(count)) break;
         }
-        bytes.resize(heard);
+        bytes.resize(received);
         return bytes;
     }
 
@@ -209,7 +207,7 @@ private:
     std::unique_ptr<SSL, host::remote::Releaser<SSL_free>> ssl_;
 };
 
-struct Order {
+struct Options {
     Address service;
     std::size_t count;
     Arguments rest;
@@ -217,13 +215,13 @@ struct Order {
     host::remote::Context context() const { return blockingContext(host::readKeys(rest.at(0))); }
 };
 
-void tell(std::size_t connections) {
+void printCount(std::size_t connections) {
     std::printf("%zu\n", connections);
     std::fflush(stdout);
 }
 
-// One thread, so that of the processors they take no more than a service does; but the service meets all of these at
-// once.
+// Opens all connections at once. A single thread serves them, so that they do not use more processor time than a
+// service.
 std::vector<std::unique_ptr<Client>> clientsAtOnce(std::size_t count,
                                                    const std::function<std::unique_ptr<Client>()>& make) {
     std::vector<std::unique_ptr<Client>> clients;
@@ -234,22 +232,22 @@ std::vector<std::unique_ptr<Client>> clientsAtOnce(std::size_t count,
     return clients;
 }
 
-void comeWithUnknownKeys(const Order& order) {
-    const unsigned long perSecond = std::stoul(order.rest.at(0));
-    // Only what nobody else wants of the processors: at an even pace they are to show what they do to the service.
+void connectWithUnknownKeys(const Options& options) {
+    const unsigned long perSecond = std::stoul(options.rest.at(0));
+    // At a constant rate run only on idle processors, so that the measurement shows the load on the service alone.
     const sched_param priority{};
     if (perSecond > 0) sched_setscheduler(0, SCHED_IDLE, &priority);
     const auto begun = Clock::now();
     std::size_t made = 0;
     const auto make = [&] {
         const bool expectsAnother = made++ % 4 == 3;
-        return std::make_unique<Client>(order.service, *blockingContext(host::makeKeys()),
+        return std::make_unique<Client>(options.service, *blockingContext(host::makeKeys()),
                                         expectsAnother ? KeyCheck::Answer::unknown : KeyCheck::Answer::welcome);
     };
-    while (made < order.count) {
-        for (auto& client : clientsAtOnce(perSecond > 0 ? 1 : std::min(unknownAtATime, order.count - made), make)) {
-            if (client->shakeHands() && client->isAccepted())
-                throw std::runtime_error("a client with an unknown key was let in");
+    while (made < options.count) {
+        for (auto& client : clientsAtOnce(perSecond > 0 ? 1 : std::min(unknownAtATime, options.count - made), make)) {
+            if (client->handshake() && client->isAccepted())
+                throw std::runtime_error("the service accepted a client with an unknown key");
             client->end();
         }
         if (perSecond > 0)
@@ -257,49 +255,50 @@ void comeWithUnknownKeys(const Order& order) {
     }
 }
 
-void sayJunk(const Order& order) {
-    const auto context = order.context();
-    for (std::size_t made = 0; made < order.count;) {
-        const auto clients = clientsAtOnce(std::min(atATime, order.count - made),
-                                           [&] { return std::make_unique<Client>(order.service, *context); });
+void sendJunk(const Options& options) {
+    const auto context = options.context();
+    for (std::size_t made = 0; made < options.count;) {
+        const auto clients = clientsAtOnce(std::min(atATime, options.count - made),
+                                           [&] { return std::make_unique<Client>(options.service, *context); });
         for (const auto& client : clients) {
-            if (client->shakeHands()) client->say("junk");
+            if (client->handshake()) client->send("junk");
             client->end();
         }
         made += clients.size();
     }
-    tell(order.count);
+    printCount(options.count);
 }
 
-void showKeysOnly(const Order& order) {
-    const auto context = order.context();
-    const auto clients = clientsAtOnce(order.count, [&] { return std::make_unique<Client>(order.service, *context); });
+void showCertificates(const Options& options) {
+    const auto context = options.context();
+    const auto clients =
+        clientsAtOnce(options.count, [&] { return std::make_unique<Client>(options.service, *context); });
     for (const auto& client : clients) client->showCertificate();
     for (const auto& client : clients) client->end();
 }
 
-void breakInARecord(const Order& order, SSL_CTX& context) {
-    Client client(order.service, context);
-    if (!client.shakeHands() || !client.sayHello()) throw std::runtime_error("the service rejects a good hello");
-    client.sayRaw(std::string_view("\x17\x03\x03\x10\x00half", 9));
+void closeInARecord(const Options& options, SSL_CTX& context) {
+    Client client(options.service, context);
+    if (!client.handshake() || !client.exchangeHello()) throw std::runtime_error("the service rejects a valid hello");
+    client.sendRaw(std::string_view("\x17\x03\x03\x10\x00half", 9));
     client.end();
 }
 
-void sayGarbage(const Order& order) {
-    const auto context = order.context();
+void sendGarbage(const Options& options) {
+    const auto context = options.context();
     std::size_t connections = 0;
-    for (std::size_t said = 0; said < order.count; ++connections) {
-        Client client(order.service, *context);
-        if (client.shakeHands()) {
-            client.gather();
-            for (bool there = true; there && said < order.count; ++said)
-                there = client.say("junk!") && client.flushMoreThan(gathered);
-            client.flushMoreThan(0);
+    for (std::size_t sent = 0; sent < options.count; ++connections) {
+        Client client(options.service, *context);
+        if (client.handshake()) {
+            client.bufferRecords();
+            for (bool connected = true; connected && sent < options.count; ++sent)
+                connected = client.send("junk!") && client.flushAbove(maxBufferedBytes);
+            client.flushAbove(0);
         }
         client.end();
     }
-    breakInARecord(order, *context);
-    tell(connections);
+    closeInARecord(options, *context);
+    printCount(connections);
 }
 
 std::string unknownMessage(std::size_t size) {
@@ -308,60 +307,67 @@ std::string unknownMessage(std::size_t size) {
     return std::string(reinterpret_cast<const char*>(words), sizeof words) + std::string(size - frameHeaderBytes, 'x');
 }
 
-void sayMessages(const Order& order) {
-    const auto context = order.context();
-    const std::string one = unknownMessage(std::stoul(order.rest.at(1)));
-    Client client(order.service, *context);
-    if (!client.shakeHands() || !client.sayHello()) throw std::runtime_error("the service rejects a good hello");
-    const std::size_t together = std::max<std::size_t>(recordBytes / one.size(), 1);
+void sendMessages(const Options& options) {
+    const auto context = options.context();
+    const std::string message = unknownMessage(std::stoul(options.rest.at(1)));
+    Client client(options.service, *context);
+    if (!client.handshake() || !client.exchangeHello()) throw std::runtime_error("the service rejects a valid hello");
+    const std::size_t together = std::max<std::size_t>(recordBytes / message.size(), 1);
     std::string record;
-    for (std::size_t i = 0; i < together; ++i) record += one;
-    for (std::size_t said = 0; said < order.count; said += together) {
-        record.resize(std::min(together, order.count - said) * one.size());
-        if (!client.say(record))
-            throw std::runtime_error("the service ends a connection for messages it does not know");
+    for (std::size_t i = 0; i < together; ++i) record += message;
+    for (std::size_t sent = 0; sent < options.count; sent += together) {
+        record.resize(std::min(together, options.count - sent) * message.size());
+        if (!client.send(record))
+            throw std::runtime_error("the service closes a connection because of unknown messages");
     }
     client.end();
 }
 
-void updateKeys(const Order& order) {
-    const auto context = order.context();
-    Client client(order.service, *context);
-    if (!client.shakeHands() || !client.sayHello()) throw std::runtime_error("the service rejects a good hello");
-    client.gather();
-    for (std::size_t i = 0; i < order.count; ++i) {
+void updateKeys(const Options& options) {
+    const auto context = options.context();
+    Client client(options.service, *context);
+    if (!client.handshake() || !client.exchangeHello()) throw std::runtime_error("the service rejects a valid hello");
+    client.bufferRecords();
+    for (std::size_t i = 0; i < options.count; ++i) {
         const int kind = i % 2 == 0 ? SSL_KEY_UPDATE_NOT_REQUESTED : SSL_KEY_UPDATE_REQUESTED;
-        if (!client.updateKeys(kind) || !client.flushMoreThan(gathered))
-            throw std::runtime_error("the service ends a connection for new keys");
+        if (!client.updateKeys(kind) || !client.flushAbove(maxBufferedBytes))
+            throw std::runtime_error("the service closes a connection because of key updates");
         client.discard();
     }
-    client.flushMoreThan(0);
+    client.flushAbove(0);
     client.end();
 }
 
-void hold(const Order& order) {
-    const auto context = order.context();
-    const auto clients = clientsAtOnce(order.count, [&] { return std::make_unique<Client>(order.service, *context); });
-    const auto accepted = std::count_if(clients.begin(), clients.end(),
-                                        [](const auto& client) { return client->shakeHands() && client->sayHello(); });
-    tell(static_cast<std::size_t>(accepted));
+void hold(const Options& options) {
+    const auto context = options.context();
+    const auto clients =
+        clientsAtOnce(options.count, [&] { return std::make_unique<Client>(options.service, *context); });
+    const auto accepted = std::count_if(clients.begin(), clients.end(), [](const auto& client) {
+        return client->handshake() && client->exchangeHello();
+    });
+    printCount(static_cast<std::size_t>(accepted));
     char byte;
     while (::read(STDIN_FILENO, &byte, 1) > 0) {
     }
 }
 
 int run(int count, char** words) {
-    static const std::map<std::string, void (*)(const Order&)> kinds{
-        {"unknown-keys", comeWithUnknownKeys}, {"junk", sayJunk}, {"garbage", sayGarbage},    {"messages", sayMessages},
-        {"key-updates", updateKeys},           {"hold", hold},    {"unproven", showKeysOnly},
+    static const std::map<std::string, void (*)(const Options&)> kinds{
+        {"unknown-keys", connectWithUnknownKeys},
+        {"junk", sendJunk},
+        {"garbage", sendGarbage},
+        {"messages", sendMessages},
+        {"key-updates", updateKeys},
+        {"hold", hold},
+        {"unproven", showCertificates},
     };
     const Arguments arguments(words + 1, words + count);
     const auto kind = kinds.find(arguments.at(0));
     if (kind == kinds.end()) throw std::runtime_error("no such kind of clients: " + arguments.at(0));
     const std::string& address = arguments.at(1);
     const auto addresses = host::net::addressesOf("service", address, host::placeOf("service", address));
-    const Order order{addresses.at(0), std::stoul(arguments.at(2)), {arguments.begin() + 3, arguments.end()}};
-    kind->second(order);
+    const Options options{addresses.at(0), std::stoul(arguments.at(2)), {arguments.begin() + 3, arguments.end()}};
+    kind->second(options);
     return 0;
 }
 
