@@ -44,7 +44,7 @@ std::pair<FileDescriptor, FileDescriptor> socketPair() {
 struct AskedKeys : KeyCheck {
     Answer check(const std::string& key) override {
         ++asked;
-        return key == keys().publicKey ? Answer::welcome : Answer::unknown;
+        return key == keys().publicKey ? Answer::accepted : Answer::unknown;
     }
     int asked = 0;
 };
@@ -111,7 +111,7 @@ private:
         auto stream = std::make_unique<TlsStream>(io_, shared(), known, true);
         stream->socket().assign(boost::asio::ip::tcp::v4(), ends.second.release());
         reader_ = std::make_shared<Reader>(std::move(stream));
-        reader_->stream().prove(reader_);
+        reader_->stream().authenticate(reader_);
         for (int turns = 0; client_.handshake() != Progress::done; ++turns) {
             expect(turns < 1000, "keys are proven");
             turn();

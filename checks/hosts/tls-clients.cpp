@@ -365,7 +365,7 @@ int run(int count, char** words) {
     const auto kind = kinds.find(arguments.at(0));
     if (kind == kinds.end()) throw std::runtime_error("no such kind of clients: " + arguments.at(0));
     const std::string& address = arguments.at(1);
-    const auto addresses = host::net::addressesOf("service", address, host::placeOf("service", address));
+    const auto addresses = host::net::addressesOf("service", address, host::hostPortOf("service", address));
     const Options options{addresses.at(0), std::stoul(arguments.at(2)), {arguments.begin() + 3, arguments.end()}};
     kind->second(options);
     return 0;

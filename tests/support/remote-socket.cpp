@@ -70,11 +70,11 @@ host::remote::Context contextWith(Fault fault) {
 }
 
 struct AnyKey : host::remote::KeyCheck {
-    Answer check(const std::string&) override { return Answer::welcome; }
+    Answer check(const std::string&) override { return Answer::accepted; }
 };
 
 host::io::FileDescriptor connectedTo(const std::string& address) {
-    const auto addresses = host::net::addressesOf("tuner", address, host::placeOf("tuner", address));
+    const auto addresses = host::net::addressesOf("tuner", address, host::hostPortOf("tuner", address));
     host::io::FileDescriptor socket(::socket(addresses[0].data()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
     EXPECT_EQ(0, ::connect(socket.get(), addresses[0].data(), static_cast<socklen_t>(addresses[0].size())));
     return socket;

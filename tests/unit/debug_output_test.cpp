@@ -147,7 +147,7 @@ std::pair<int, int> linesIn(const std::string& output) {
 TEST(DebugOutput, LimitsRepeatedWarningsAndReportsTheNumberSuppressed) {
     const auto [written, suppressed] = linesIn(printed([] {
         for (int i = 0; i < 1000; ++i) vdlDebugOutput0(lineOf(vdlDebugWarning), "peer said %d\n", i);
-        host::debug::LineLimit::tellHeldBack(host::debug::LineLimit::Clock::time_point::max());
+        host::debug::LineLimit::reportSuppressed(host::debug::LineLimit::Clock::time_point::max());
     }));
     EXPECT_GE(written, 20);
     EXPECT_LT(written, 500); // even if the loop takes some seconds

@@ -46,17 +46,17 @@ TEST(LineLimit, WritesTheFirstLinesOfEachSecondAndReportsTheNumberSuppressed) {
     EXPECT_THAT(textsOf(log), ElementsAre("... and 1234 more like it: peer %s did it"));
     EXPECT_EQ(log.lines().at(0).levelWord, failure.levelWord);
     EXPECT_EQ(admitted(limit, most, at(6500ms)), most - 1);
-    LineLimit::tellHeldBack(at(7000ms));
+    LineLimit::reportSuppressed(at(7000ms));
 }
 
 TEST(LineLimit, ReportsTheLastSuppressedLinesOnceTheirSecondIsOver) {
     static LineLimit limit("flood\n");
     const LogCapture log({module});
     admitted(limit, most + 7, at(20000ms));
-    EXPECT_TRUE(LineLimit::tellHeldBack(at(20999ms)));
+    EXPECT_TRUE(LineLimit::reportSuppressed(at(20999ms)));
     EXPECT_THAT(textsOf(log), IsEmpty());
-    EXPECT_FALSE(LineLimit::tellHeldBack(at(21000ms)));
-    EXPECT_FALSE(LineLimit::tellHeldBack(at(22000ms)));
+    EXPECT_FALSE(LineLimit::reportSuppressed(at(21000ms)));
+    EXPECT_FALSE(LineLimit::reportSuppressed(at(22000ms)));
     EXPECT_THAT(textsOf(log), ElementsAre("... and 7 more like it: flood"));
 }
 
@@ -64,9 +64,9 @@ TEST(LineLimit, WritesNoMoreAfterAReportBeforeTheSecondIsOver) {
     static LineLimit limit("last words\n");
     const LogCapture log({module});
     admitted(limit, most + 2, at(30000ms));
-    EXPECT_FALSE(LineLimit::tellHeldBack(LineLimit::Clock::time_point::max()));
+    EXPECT_FALSE(LineLimit::reportSuppressed(LineLimit::Clock::time_point::max()));
     EXPECT_EQ(admitted(limit, 3, at(30500ms)), 0U);
-    EXPECT_FALSE(LineLimit::tellHeldBack(at(31000ms)));
+    EXPECT_FALSE(LineLimit::reportSuppressed(at(31000ms)));
     EXPECT_THAT(textsOf(log), ElementsAre("... and 2 more like it: last words", "... and 3 more like it: last words"));
 }
 
@@ -75,7 +75,7 @@ TEST(LineLimit, ReportsNothingOnceItsLevelIsSwitchedOff) {
     const LogCapture log({module});
     admitted(limit, most + 2, at(40000ms));
     vdlDebugLevels[module] = 0;
-    EXPECT_FALSE(LineLimit::tellHeldBack(at(41000ms)));
+    EXPECT_FALSE(LineLimit::reportSuppressed(at(41000ms)));
     EXPECT_THAT(textsOf(log), IsEmpty());
 }
 
@@ -85,7 +85,7 @@ TEST(LineLimit, KeepsItsSecondWhenAThreadIsLate) {
     EXPECT_EQ(admitted(limit, most, at(51000ms)), most);
     EXPECT_EQ(admitted(limit, 5, at(50999ms)), 0U);
     EXPECT_EQ(admitted(limit, 5, at(51001ms)), 0U);
-    EXPECT_FALSE(LineLimit::tellHeldBack(at(52000ms)));
+    EXPECT_FALSE(LineLimit::reportSuppressed(at(52000ms)));
     EXPECT_THAT(textsOf(log), ElementsAre("... and 10 more like it: late"));
 }
 
@@ -98,7 +98,7 @@ TEST(LineLimit, CountsEveryLineOfManyThreads) {
     for (int i = 0; i < 4; ++i) threads.emplace_back([&] { admittedLines += admitted(limit, each, at(60000ms)); });
     for (auto& thread : threads) thread.join();
     EXPECT_EQ(admittedLines, most);
-    EXPECT_FALSE(LineLimit::tellHeldBack(at(61000ms)));
+    EXPECT_FALSE(LineLimit::reportSuppressed(at(61000ms)));
     EXPECT_THAT(textsOf(log), ElementsAre("... and " + std::to_string(4 * each - most) + " more like it: crowd"));
 }
 

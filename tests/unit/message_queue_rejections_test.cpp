@@ -22,7 +22,7 @@ public:
 
 private:
     void onClient(std::unique_ptr<host::io::Stream>) noexcept override { user_->onRejected("unknown"); }
-    void onProven(const char*) noexcept override {}
+    void onAuthenticated(const char*) noexcept override {}
     void onRejected(const char* reason) noexcept override { user_->onRejected(reason); }
     void onCannotAccept(const char* reason) noexcept override { user_->onCannotAccept(reason); }
     void onStalled(const char* reason) noexcept override { user_->onStalled(reason); }

@@ -6,12 +6,12 @@
 
 namespace {
 
-using host::Place;
-using host::placeOf;
+using host::HostPort;
+using host::hostPortOf;
 
 std::string partsOf(const std::string& endpoint) {
-    const Place place = placeOf("tuner", endpoint);
-    return place.host + ' ' + place.port;
+    const HostPort hostPort = hostPortOf("tuner", endpoint);
+    return hostPort.host + ' ' + hostPort.port;
 }
 
 TEST(Endpoint, HasAHostAndAPort) {
@@ -35,21 +35,21 @@ TEST(Endpoint, IsRejectedWithoutAHostOrAPort) {
             EXPECT_EQ(error.what(), why);
         }
     }
-    EXPECT_THROW(placeOf("tuner", "tcp://host:0", 1), std::runtime_error);
+    EXPECT_THROW(hostPortOf("tuner", "tcp://host:0", 1), std::runtime_error);
 }
 
 TEST(Endpoint, IsRemoteWhenItIsOnANetwork) {
     EXPECT_TRUE(host::isRemote("tcp://*:7401"));
     EXPECT_FALSE(host::isRemote("/run/tuner.sock"));
-    for (const char* every : {"*", "0.0.0.0", "::"}) EXPECT_TRUE(host::isEveryAddress(every)) << every;
-    EXPECT_FALSE(host::isEveryAddress("127.0.0.1"));
+    for (const char* every : {"*", "0.0.0.0", "::"}) EXPECT_TRUE(host::isAnyAddress(every)) << every;
+    EXPECT_FALSE(host::isAnyAddress("127.0.0.1"));
 }
 
 TEST(Endpoint, IsServedOnlyAtAnAddressOfThisMachine) {
-    EXPECT_EQ(host::placeToServeAt("tuner", "tcp://localhost:7401").port, "7401");
-    EXPECT_EQ(host::placeToServeAt("tuner", "tcp://127.0.0.1:1").host, "127.0.0.1");
-    EXPECT_EQ(host::placeToServeAt("tuner", "tcp://*:7401").host, "*");
-    EXPECT_THROW(host::placeToServeAt("tuner", "tcp://192.0.2.1:7401"), std::runtime_error);
+    EXPECT_EQ(host::listenAddressOf("tuner", "tcp://localhost:7401").port, "7401");
+    EXPECT_EQ(host::listenAddressOf("tuner", "tcp://127.0.0.1:1").host, "127.0.0.1");
+    EXPECT_EQ(host::listenAddressOf("tuner", "tcp://*:7401").host, "*");
+    EXPECT_THROW(host::listenAddressOf("tuner", "tcp://192.0.2.1:7401"), std::runtime_error);
 }
 
 } // namespace

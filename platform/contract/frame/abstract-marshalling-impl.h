@@ -19,16 +19,16 @@ public:
     virtual void deliverEvents() = 0;
 };
 
-// News of a member's connection. Called on the module's receiving thread.
+// Notifications about a member's connection. Called on the module's receiving thread.
 class IOConnectionListener {
 public:
     virtual ~IOConnectionListener() = default;
     virtual void onIOConnectionConnected() = 0;
-    virtual void onIOConnectionConnectionFailed() = 0; // one attempt failed; the module goes on trying
+    virtual void onIOConnectionConnectionFailed() = 0; // one attempt failed; the module keeps trying
     virtual void onIOConnectionDisconnected() = 0;
 };
 
-// Between set-up and start the framework hands a marshalling member its IO module and calls registerMessageHandlers.
+// Between set-up and start the framework gives a marshalling member its IO module and calls registerMessageHandlers.
 class AbstractMarshallingImpl : public AbstractApplication, public EventDelivery, public IOConnectionListener {
 public:
     enum class CouplingMode { Default = 0 };
@@ -51,8 +51,8 @@ public:
     // The mutex that guards what a proxy and its message handlers share.
     ltMutex& getMutex() TVSA_RETURN_CAPABILITY(mutex_) { return mutex_; }
 
-    // Sends one message through module; see OmqIOModule::asyncSend. Without a module the message is refused (-107) and
-    // completed runs all the same.
+    // Sends one message through module; see OmqIOModule::asyncSend. Without a module the message is refused (-107);
+    // completed is called in this case, too.
     int asyncSend(OmqIOModule* module, const MsgIds& ids, const MsgMeta& meta, const TransportInfo* transport,
                   const vdl::EndianTable& table, const void* payload, const boost::function<void()>& completed);
 
@@ -61,7 +61,7 @@ protected:
     int performStarting() override;
     int performStopping() override;
 
-    // Settings of the constructor of a proxy.
+    // Called by a proxy's constructor.
     void setServiceName(const std::string& name) { serviceName_ = name; }  // the service to connect to
     void setSendBufferSize(std::size_t bytes) { sendBufferSize_ = bytes; } // first size, not a limit
     void setMessageSet(const MessageSet& set) { messageSet_ = set; }

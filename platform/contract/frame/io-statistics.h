@@ -1,4 +1,4 @@
-// What went over the process's message-queue connections.
+// Statistics of the process's message-queue connections.
 #pragma once
 
 #include <cstdint>
@@ -7,20 +7,20 @@
 
 namespace frame {
 
-// Counters since the process started. For a service's side they cover all its clients.
+// Counters since the process started. On the service's side they cover all clients.
 struct IOStatistics {
     std::string service;
-    bool connected = false;     // on the service's side: whether any client is
-    std::uint64_t sent = 0;     // messages that the socket took whole
-    std::uint64_t received = 0; // messages handed to a handler
-    std::uint64_t dropped = 0; // messages accepted for sending that were given up: 5 s without a connection, or stopped
-    std::uint64_t refused = 0; // messages that asyncSend did not accept, and peers that were rejected
+    bool connected = false;        // on the service's side: whether any client is connected
+    std::uint64_t sent = 0;        // messages completely written to the socket
+    std::uint64_t received = 0;    // messages passed to a handler
+    std::uint64_t dropped = 0;     // messages accepted but not sent: no connection for 5 s, or the queue stopped
+    std::uint64_t refused = 0;     // messages that asyncSend did not accept, and rejected peers
     std::uint64_t undecodable = 0; // incoming messages that failed validation or have no handler
     std::uint64_t reconnects = 0;  // connections made after the first one
-    std::uint64_t queued = 0;      // messages waiting now
+    std::uint64_t queued = 0;      // messages queued now
 };
 
-// Calls use(name, value) for each of them, in their order: for whoever shows them.
+// Calls use(name, value) for each counter in order, for display.
 template <class Use> void eachStatistic(const IOStatistics& statistics, const Use& use) {
     use("service", statistics.service);
     use("connected", statistics.connected);

@@ -1,5 +1,5 @@
-// The messages that two peers agree on. Peers compare their sets when they connect and refuse each other when the sets
-// differ, so that a record that changed on one side only is found at once and by name.
+// The messages that two peers agree on. Peers compare their sets when they connect and reject each other if the sets
+// differ. A record that changed on one side only is thus detected at once and reported by name.
 #pragma once
 
 #include <frame/message.h>
@@ -10,12 +10,12 @@
 namespace frame {
 
 struct MessageDescription {
-    const char* name; // for people: "TvServiceReq"
+    const char* name; // for error texts: "TvServiceReq"
     MsgMeta meta;
     const vdl::EndianTable* table;
 };
 
-// An array of descriptions that lives as long as the process.
+// An array of descriptions, which must live as long as the process.
 struct MessageSet {
     const MessageDescription* messages = nullptr;
     std::size_t count = 0;

@@ -1,4 +1,4 @@
-// The run log: the receiver's lasting record of what went wrong, kept in the state folder.
+// The run log: the receiver's persistent record of failures, in the state folder.
 #pragma once
 
 #include <cstddef>
@@ -10,15 +10,15 @@ namespace lrt {
 
 struct RunLogRecord {
     std::string logCode;
-    std::string logTime; // UTC, as getLogCurrentUTCTime gives it
+    std::string logTime; // UTC, in the format of getLogCurrentUTCTime
     std::string errorCode;
     std::int32_t logKind = 0;
     std::int32_t eventId = 0;
     std::string logText;
 };
 
-// The process-wide agent, there from its first use to the very end of the process. Every operation may be called from
-// any thread and with locks held: the agent stores records on a thread of its own and never calls back.
+// The process-wide agent; it exists from its first use until the process exits. Every operation may be called from any
+// thread and with locks held: the agent stores records on its own thread and never calls back.
 class RunLogAgentImpl {
 public:
     static RunLogAgentImpl& getInstance();
@@ -27,15 +27,15 @@ public:
     std::string getLogCurrentUTCTime() const;
 
     // Queues a copy of the record for storing and returns at once. A record that cannot be stored (queue full, disk
-    // full, store broken, too long) is dropped and counted; the count goes into the debug output, at the latest when
-    // storing works again.
+    // full, store broken, record too long) is dropped and counted. The count is written to the debug output, at the
+    // latest when storing works again.
     void writeRunLog(const RunLogRecord& record);
 
-    // Waits until everything queued so far is stored or dropped: half a second at most, and not at all once the process
-    // is asked to end. Returns whether it is.
+    // Waits until all records queued so far are stored or dropped: at most half a second, and not at all once the
+    // process has been asked to end. Returns whether they are.
     bool flush();
-    // The newest records, newest first, as many as fill a mebibyte. Waits as flush does, and throws std::runtime_error
-    // when that is not enough. Empty when the store cannot be read.
+    // The newest records, newest first, up to count and about 1 MiB of text. Flushes first, and throws
+    // std::runtime_error when that fails. Empty when the store cannot be read.
     std::vector<RunLogRecord> readNewest(std::size_t count);
     // Records dropped since the process started.
     std::uint64_t dropped() const;

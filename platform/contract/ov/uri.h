@@ -10,14 +10,14 @@ namespace Scheme {
 extern const std::string File, Fsl2, Http, Https, Miracast, External, YouTube, YouTubeV4, Rtp;
 }
 
-// A URI taken apart. Takes any bytes; never throws but for memory.
+// A parsed URI. Accepts any bytes; throws nothing but std::bad_alloc.
 class LtUri {
 public:
     explicit LtUri(const std::string& uri);
 
     // The scheme by RFC 3986 (ALPHA *( ALPHA / DIGIT / "+" / "-" / "." ) ":"), lower-cased; empty when there is none.
     std::string getScheme() const { return scheme_; }
-    // The whole URI as it was given.
+    // The whole URI, unchanged.
     std::string getUri() const { return uri_; }
 
 private:

@@ -1,8 +1,8 @@
 // Debug output: printf-style lines, each with a level word = module number * 65536 + severity.
 //
-// A call site asks vdlDebugCheckLevelGetFrameAndChunk first and calls vdlDebugOutput0 only when it says yes, so a
-// suppressed line costs a load and a compare and its arguments are not evaluated. Levels may change at any time.
-// Every function may be called from any thread, also before main and after it.
+// A call site calls vdlDebugCheckLevelGetFrameAndChunk first, and vdlDebugOutput0 only if it returns true: a suppressed
+// line costs a load and a compare, and its arguments are not evaluated. Levels may change at any time.
+// Every function may be called from any thread, also before and after main.
 #pragma once
 
 #include <atomic>
@@ -21,12 +21,12 @@ inline constexpr std::uint32_t vdlDebugModules = 0x400;
 // The level of each module by its number.
 extern std::atomic<std::uint16_t> vdlDebugLevels[vdlDebugModules];
 
-// One line under way, between check and output.
+// The state of one line between check and output.
 struct vdlDebugChunk {
     std::uint32_t levelWord;
 };
 
-// Whether a line of this level word is wanted now; if so, chunk is ready for vdlDebugOutput0.
+// Whether lines of this level word are enabled now; if so, chunk is ready for vdlDebugOutput0.
 inline bool vdlDebugCheckLevelGetFrameAndChunk(std::uint32_t levelWord, vdlDebugChunk& chunk) {
     if ((levelWord & 0xFFFF) > vdlDebugLevels[(levelWord >> 16) % vdlDebugModules].load(std::memory_order_relaxed))
         return false;
@@ -34,16 +34,16 @@ inline bool vdlDebugCheckLevelGetFrameAndChunk(std::uint32_t levelWord, vdlDebug
     return true;
 }
 
-// Prints one line. A final line feed is the line's end; further ones inside continue it. Never throws. Cold: most lines
-// are not wanted most of the time, so what they need lies out of the way of those who only ask.
+// Prints one line. A final line feed ends the line; further ones inside continue it. Never throws. Cold: most lines are
+// disabled most of the time, so the code of the call is kept out of the path that only checks.
 [[gnu::format(printf, 2, 3), gnu::cold]] void vdlDebugOutput0(const vdlDebugChunk& chunk, const char* format,
                                                               ...) noexcept;
 
-// Gives a module number the name by which people set its level ("resource-manager"). Naming twice keeps the first.
+// Names a module ("resource-manager"), so that its level can be set by name. A module keeps its first name.
 void vdlDebugNameModule(std::uint32_t module, const char* name);
 
-// Sets levels from text: comma-separated items, "LEVEL" for all modules or "MODULE=LEVEL" for one, later ones winning.
-// LEVEL: off, failure (or error), warning, info (or progress), trace, or a number. A module that is not named yet takes
-// its level when it is. At most 256 modules have a level by name, until one for all modules forgets the names. Returns
-// an empty string, or what was wrong with which item; then nothing has changed.
+// Sets levels from text: comma-separated items, "LEVEL" for all modules or "MODULE=LEVEL" for one; later items win.
+// LEVEL: off, failure (or error), warning, info (or progress), trace, or a number. The level of a module without a name
+// takes effect when it is named. At most 256 names can have a level; a level for all modules removes them all. Returns
+// an empty string, or what is wrong with which item; in that case nothing has changed.
 std::string vdlDebugSetLevels(const std::string& text);

@@ -1,19 +1,19 @@
-// Flat memory: the words, pointers, strings and lists of which serializable records are made.
+// Flat memory: the words, pointers, strings and lists that make up serializable records.
 //
 // A flat record has the same layout on every machine: no padding, alignment 1, and pointers of 32 bits. On a 32-bit
-// target a flat pointer is the pointer and flat blocks come from malloc. On a 64-bit host every flat block lies in one
-// address region below 4 GiB that the platform reserves at first use, so a pointer still fits in the word.
+// target a flat pointer is an ordinary pointer and flat blocks come from malloc. On a 64-bit host all flat blocks are
+// in one address region below 4 GiB, which the platform reserves at first use, so a pointer still fits into 32 bits.
 //
-// Threads: every function here may be called from any thread; a block may be freed by another thread than its maker.
+// Threads: every function here may be called from any thread; any thread may free a block.
 #pragma once
 
 #include <cassert>
 #include <cstddef>
 #include <cstdint>
 
-// A block of size bytes (0 counts as 1), aligned to 8. Throws std::bad_alloc when the flat heap is exhausted.
+// Allocates a block of size bytes (0 counts as 1), aligned to 8. Throws std::bad_alloc when the flat heap is exhausted.
 [[nodiscard]] void* vdlFlatAlloc(std::size_t size);
-// Gives a block of vdlFlatAlloc back; null is harmless.
+// Frees a block of vdlFlatAlloc; null has no effect.
 void vdlFlatFree(void* block) noexcept;
 
 namespace vdl {
@@ -22,12 +22,12 @@ namespace vdl {
 template <class T> struct [[gnu::packed]] Word {
     T value;
 
-    Word() = default; // leaves the value unset, as a plain scalar would
+    Word() = default; // leaves the value unset, like a plain scalar
     constexpr Word(T v) : value(v) {}
     constexpr operator T() const { return value; }
 };
 
-// A 32-bit pointer word to T, null or into flat memory. Owns nothing.
+// A 32-bit pointer to T in flat memory, or null. Does not own its target.
 template <class T> class [[gnu::packed]] FlatPtr {
 public:
     FlatPtr() = default; // leaves the word unset

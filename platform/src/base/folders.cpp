@@ -20,7 +20,7 @@ std::string variable(const char* name) {
     throw std::runtime_error("folder " + folder + ": " + why);
 }
 
-// Makes the folder 0700 when it is missing and checks that it is this user's own.
+// Creates the folder with mode 0700 if it is missing and checks that it belongs to this user only.
 std::string privateFolder(const std::string& folder) {
     std::error_code error;
     std::filesystem::create_directories(std::filesystem::path(folder).parent_path(), error);

@@ -7,7 +7,7 @@
 namespace host {
 namespace {
 
-// The length of the printable character at the start of text, 0 for a control character or a byte that starts none.
+// The length of the printable character at the start of text; 0 for a control character or an invalid byte.
 std::size_t printableLength(std::string_view text) {
     const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned first = byte(0);
@@ -18,9 +18,9 @@ std::size_t printableLength(std::string_view text) {
         if ((byte(i) & 0xC0) != 0x80) return 0;
     const unsigned second = byte(1);
     if (first == 0xC2 && second < 0xA0) return 0; // the control characters U+0080 to U+009F
-    if (first == 0xE0 && second < 0xA0) return 0; // longer than needed
+    if (first == 0xE0 && second < 0xA0) return 0; // overlong
     if (first == 0xED && second > 0x9F) return 0; // surrogates
-    if (first == 0xF0 && second < 0x90) return 0; // longer than needed
+    if (first == 0xF0 && second < 0x90) return 0; // overlong
     if (first == 0xF4 && second > 0x8F) return 0; // beyond U+10FFFF
     return length;
 }
@@ -47,7 +47,7 @@ void appendEscaped(std::string& out, std::string_view text, std::string_view lin
 
 namespace {
 
-constexpr std::size_t longestQuoted = 200; // bytes: longer than any path of a socket
+constexpr std::size_t longestQuoted = 200; // bytes: longer than any socket path
 
 } // namespace
 
@@ -60,7 +60,7 @@ std::string printable(std::string_view text, std::string_view lineFeed) {
 std::string quoted(std::string_view text) {
     if (text.size() <= longestQuoted) return '"' + printable(text) + '"';
     std::size_t end = longestQuoted;
-    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end; // not within a character
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end; // do not split a character
     return '"' + printable(text.substr(0, end)) + "...\" (" + std::to_string(text.size()) + " bytes)";
 }
 

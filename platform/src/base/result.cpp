@@ -7,7 +7,7 @@
 namespace host {
 namespace {
 
-// What a result of the platform means to its caller, where the system's description of the error does not say it.
+// The meaning of a result of the platform where the system's description of the error does not fit.
 const char* meaningOf(int error) noexcept {
     switch (error) {
         case EAGAIN:

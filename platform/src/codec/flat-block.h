@@ -1,7 +1,7 @@
 // The blocks of the flat heap and their size classes.
 //
-// A block is a header of 8 bytes and what the caller gets. Size classes count the header; there are four to each power
-// of two, so a block wastes a fifth of its size at most.
+// A block is a header of 8 bytes and the caller's bytes. Size classes include the header; there are four per power of
+// two, so a block wastes at most a fifth of its size.
 #pragma once
 
 #include <array>
@@ -15,9 +15,9 @@ namespace host {
 
 inline constexpr std::size_t largestClassSize = std::size_t{64} * 1024;
 inline constexpr unsigned sizeClasses = 45;
-inline constexpr unsigned largeClass = sizeClasses; // a block that has granules of its own
+inline constexpr unsigned largeClass = sizeClasses; // a block with granules of its own
 
-// The class for size bytes, header included, up to largestClassSize.
+// The class for size bytes including the header, up to largestClassSize.
 constexpr unsigned classOf(std::size_t size) {
     const std::size_t last = (size < 32 ? 32 : size) - 1;
     const auto width = static_cast<unsigned>(std::bit_width(last));
@@ -29,7 +29,7 @@ constexpr std::uint32_t sizeOfClass(unsigned sizeClass) {
 static_assert(classOf(1) == 0 && classOf(33) == 1 && classOf(64) == 4 && classOf(65) == 5);
 static_assert(classOf(largestClassSize) == sizeClasses - 1 && sizeOfClass(sizeClasses - 1) == largestClassSize);
 
-// How many blocks of a class move between a thread and the central lists at a time.
+// How many blocks of a class move between a thread's cache and the central lists at a time.
 inline constexpr auto batchOfClass = [] {
     std::array<std::uint32_t, sizeClasses> batches{};
     for (unsigned c = 0; c < sizeClasses; ++c) {
@@ -39,8 +39,8 @@ inline constexpr auto batchOfClass = [] {
     return batches;
 }();
 
-// A free block's word is the address of the next one in its list, a live block's the size its caller asked for.
-// Headers stay out of bounds for everybody else when addresses are checked, hence the attribute.
+// In a free block, word_ is the address of the next block of its list; in an allocated block, the size that its caller
+// requested. With AddressSanitizer, headers are out of bounds for all other code, hence the attribute.
 class Header {
 public:
     [[gnu::no_sanitize_address]] static Header* makeFree(char* place, unsigned sizeClass) {

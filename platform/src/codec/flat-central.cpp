@@ -9,7 +9,7 @@
 namespace host {
 namespace {
 
-// From this size on, a large block's pages go back to the system when it is freed.
+// From this size on, freeing a large block returns its pages to the system.
 constexpr std::size_t worthReturning = std::size_t{1} << 20;
 
 } // namespace
@@ -29,7 +29,7 @@ std::uint32_t FlatCentral::take(unsigned sizeClass, std::uint32_t wanted, Header
     std::uint32_t taken = 0;
     while (taken < wanted) {
         std::uint32_t index = withRoom_[sizeClass];
-        // A partly filled batch is better than a fresh span.
+        // A partly filled batch is better than a new span.
         if (index == FlatSpans::none && (taken > 0 || (index = newSpan(sizeClass)) == FlatSpans::none)) break;
         Header* block = takeFrom(index, sizeClass);
         block->setNext(list);
@@ -72,7 +72,7 @@ Header* FlatCentral::takeLarge(std::size_t size) noexcept {
 
 void FlatCentral::giveLarge(Header* block, std::size_t size) noexcept {
     if (size >= worthReturning) {
-        // The page with the header goes, too: nobody reads the header of a block that is not in a list.
+        // This also discards the page with the header: the header of a block that is in no list is never read.
         madvise(block, size + sizeof(Header), MADV_DONTNEED);
     }
     thread_safety::LockGuard lock(mutex_);

@@ -1,4 +1,5 @@
-// What the threads' caches of the flat heap draw on: spans carved into blocks of one size class, and large blocks.
+// The central part of the flat heap, which the threads' caches allocate from: spans divided into blocks of one size
+// class, and large blocks.
 #pragma once
 
 #include "flat-block.h"
@@ -10,18 +11,18 @@
 
 namespace host {
 
-// From any thread. Never destroyed: blocks are freed until the very end of a process.
+// From any thread. Never destroyed: blocks are freed until the process ends.
 class FlatCentral {
 public:
-    // Throws std::bad_alloc when the region cannot be had.
+    // Throws std::bad_alloc when the region cannot be reserved.
     static FlatCentral& instance();
 
-    // A list of free blocks: up to wanted, possibly none. Returns how many.
+    // Gets a list of up to wanted free blocks, possibly none. Returns how many.
     std::uint32_t take(unsigned sizeClass, std::uint32_t wanted, Header*& list) noexcept;
-    // Takes a list of free blocks of one class back; a span without live blocks returns to the region.
+    // Takes back a list of free blocks of one class; a span without allocated blocks returns to the region.
     void give(Header* list) noexcept;
 
-    // A free block of its own span for size bytes, or null.
+    // A free block for size bytes in a span of its own, or null.
     Header* takeLarge(std::size_t size) noexcept;
     void giveLarge(Header* block, std::size_t size) noexcept;
 
@@ -31,11 +32,11 @@ private:
     static constexpr std::uint32_t spanGranules = 4;
     static constexpr std::uint32_t spanSize = spanGranules * FlatSpans::granule;
 
-    // A span of one class; those with free blocks are linked by index.
+    // A span of one class; spans with free blocks are linked by index.
     struct Span {
-        Header* free;         // blocks that came back
-        std::uint32_t carved; // bytes made into blocks so far
-        std::uint32_t out;    // blocks that are not here
+        Header* free;         // freed blocks
+        std::uint32_t carved; // bytes divided into blocks so far
+        std::uint32_t out;    // blocks that have been taken
         std::uint32_t next, previous;
         std::uint32_t first; // the span's first granule; valid at each of its granules
     };

@@ -1,6 +1,6 @@
 // The flat heap of hosts whose pointers are wider than a word.
 //
-// Each thread keeps free blocks of every size class, so that most allocations and releases touch nothing shared.
+// Each thread caches free blocks of every size class, so that most allocations and releases use no shared data.
 #include <cstdint>
 
 #if UINTPTR_MAX > UINT32_MAX
@@ -19,7 +19,7 @@
 namespace host {
 namespace {
 
-// Changed by one thread at a time, read by any.
+// Written by one thread at a time, read by any.
 class Counter {
 public:
     void add(std::int64_t change) {
@@ -31,7 +31,7 @@ private:
     std::atomic<std::int64_t> value_ = 0;
 };
 
-// Free blocks by class, and what went out through this cache less what came back through it.
+// Free blocks by class, and the net numbers of blocks and bytes allocated through this cache.
 class Cache {
 public:
     void* allocate(std::size_t size) {
@@ -110,19 +110,19 @@ private:
     List lists_[sizeClasses];
 };
 
-// What is done with the cache of a thread that ends.
+// Releases the cache of a thread that ends.
 void endCache(void* cache) noexcept;
 
-// The caches of all threads. Never destroyed, as threads may outlive main.
+// The caches of all threads. Never destroyed, because threads may outlive main.
 struct Registry {
     thread_safety::Mutex mutex;
     Cache* first TVSA_GUARDED_BY(mutex) = nullptr; // the mutex guards the caches' links, too
-    // Serves threads that are ending, and keeps the counts of those that have ended.
+    // Used by threads that are ending; also holds the counts of those that have ended.
     Cache shared TVSA_GUARDED_BY(mutex);
-    // A thread's cache, which ends with it. No thread-local object with a destructor, as the process ends when there is
-    // no memory to take note of one.
+    // Calls endCache at a thread's end. A thread-local object with a destructor would not do: the process ends if there
+    // is no memory to register one.
     pthread_key_t atThreadEnd{};
-    const bool tellsOfThreadEnds = pthread_key_create(&atThreadEnd, endCache) == 0;
+    const bool hasThreadEndHook = pthread_key_create(&atThreadEnd, endCache) == 0;
 
     static Registry& instance() {
         static Registry& registry = *new Registry;
@@ -143,7 +143,7 @@ struct Registry {
     }
 };
 
-// Plain words in the initial thread-local block: reaching them takes one instruction.
+// Plain variables in the initial thread-local block: reading them takes one instruction.
 [[gnu::tls_model("initial-exec")]] constinit thread_local Cache* ownCache = nullptr;
 [[gnu::tls_model("initial-exec")]] constinit thread_local bool ending = false;
 
@@ -156,9 +156,9 @@ void endCache(void* ended) noexcept {
     delete cache;
 }
 
-// A cache for this thread, from now to its end; null when there cannot be one.
+// Makes a cache for this thread until its end; null if that is not possible.
 Cache* makeCache(Registry& registry) noexcept {
-    if (ending || !registry.tellsOfThreadEnds) return nullptr;
+    if (ending || !registry.hasThreadEndHook) return nullptr;
     auto* cache = new (std::nothrow) Cache;
     if (!cache) return nullptr;
     if (pthread_setspecific(registry.atThreadEnd, cache) != 0) {
@@ -169,7 +169,7 @@ Cache* makeCache(Registry& registry) noexcept {
     return ownCache = cache;
 }
 
-// Calls use(cache) with the thread's cache, made now, or the shared one if there cannot be one.
+// Calls use(cache) with a new cache for the thread, or with the shared one if there cannot be one.
 template <class Use> [[gnu::noinline]] auto withoutCache(Use use) {
     Registry& registry = Registry::instance();
     if (Cache* const cache = makeCache(registry)) return use(*cache);
@@ -188,7 +188,7 @@ FlatHeapUsage flatHeapUsage() {
         blocks += cache->blocks.value();
         bytes += cache->bytes.value();
     }
-    // While threads allocate and free, a release may be counted before its allocation.
+    // While other threads allocate and free, a release may be counted before its allocation.
     const auto counted = [](std::int64_t sum) { return static_cast<std::uint64_t>(std::max<std::int64_t>(sum, 0)); };
     return {counted(blocks), counted(bytes), limit};
 }

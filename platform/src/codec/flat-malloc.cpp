@@ -1,4 +1,4 @@
-// The flat heap of targets where a pointer is a word: malloc, with counts.
+// The flat heap of targets whose pointers have 32 bits: malloc, with counts.
 #include <cstdint>
 
 #if UINTPTR_MAX == UINT32_MAX

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t mebibyte = std::size_t{1} << 20;
 
-// In bytes.
+// The configured size of the heap in bytes.
 std::size_t wantedSize() {
     std::string problem;
     const auto megabytes = flatHeapMegabytes.load()(problem);
@@ -24,9 +24,9 @@ std::size_t wantedSize() {
     return megabytes * mebibyte;
 }
 
-// Above where a program without position independence and its break usually lie.
+// Above the usual addresses of a program without position independence and its break.
 constexpr std::uintptr_t lowestBase = 0x10000000;
-// Below 4 GiB with something to spare, so that the address behind the last block fits in a word, too.
+// A little below 4 GiB, so that the address after the last block fits into 32 bits, too.
 constexpr std::uintptr_t regionEnd = 0xFFFF0000;
 
 char* reserve(std::size_t size) {
@@ -35,7 +35,7 @@ char* reserve(std::size_t size) {
         void* const region = mmap(wanted, size, PROT_READ | PROT_WRITE,
                                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED_NOREPLACE, -1, 0);
         if (region == wanted) return static_cast<char*>(region);
-        // A kernel that does not know MAP_FIXED_NOREPLACE takes the address for a hint.
+        // Kernels without MAP_FIXED_NOREPLACE treat the address as a hint.
         if (region != MAP_FAILED) munmap(region, size);
     }
     HOST_LOG(vdl, vdlDebugFailure, "no room for a flat heap of %zu MiB below 4 GiB", size / mebibyte);

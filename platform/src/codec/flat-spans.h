@@ -1,4 +1,4 @@
-// The address region of the flat heap, given out in spans of whole granules.
+// The address region of the flat heap, divided into spans of whole granules.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,7 @@ public:
     // Reserves the region. Throws std::bad_alloc.
     FlatSpans();
 
-    // The first granule of a span of count granules, or none.
+    // Allocates a span of count granules and returns its first granule, or none.
     std::uint32_t take(std::uint32_t count) noexcept;
     void give(std::uint32_t first) noexcept;
 
@@ -28,7 +28,7 @@ public:
     }
 
 private:
-    // Runs of granules, taken or free, cover the region; free neighbours are always joined.
+    // The region consists of runs of granules, each allocated or free; adjacent free runs are always merged.
     struct Run {
         std::uint32_t first;  // valid at a run's last granule
         std::uint32_t length; // valid at a run's first granule, as is free

@@ -1,4 +1,4 @@
-// Access to the words of flat records, which may lie at any address.
+// Access to the words of flat records, which may be at any address.
 #pragma once
 
 #include <cstdint>

@@ -9,9 +9,9 @@
 namespace host {
 namespace {
 
-// Appends to the run's memory directly. The blocks of a payload that was built in one region lie as they will in the
-// message, so strings are not copied one by one: as long as each begins where the one before it ended, they wait and
-// are copied together. Positions count from the message's start.
+// Writes directly to the output buffer. The blocks of a payload that was built in one region already have the order
+// that they have in the message, so strings are not copied one by one: as long as each begins where the one before it
+// ended, they are collected and copied together. Positions count from the message's start.
 class Writer {
 public:
     Writer(Bytes& out, std::size_t limit)
@@ -19,10 +19,10 @@ public:
         useMemory();
     }
 
-    // The run then ends behind the message.
+    // Afterwards the buffer ends after the message.
     void message(const Plan& plan, const char* payload) {
         makeRoom(plan.size);
-        if (plan.size > 0) std::memcpy(message_, payload, plan.size); // the run may have no memory yet
+        if (plan.size > 0) std::memcpy(message_, payload, plan.size); // the buffer may have no memory yet
         copied_ = plan.size;
         const Place end = records(plan, payload, 0, 1, {plan.size, payload + plan.size});
         copyWaiting(end);
@@ -30,26 +30,26 @@ public:
     }
 
 private:
-    // Where the next block begins in the message, and where it begins in the payload if it needs no copy of its own.
-    // Goes from call to call by value: as a member it would have to be reloaded after every byte that is written.
+    // Where the next block begins in the message, and where it begins in the payload if it can be copied with the
+    // blocks before it. Passed and returned by value: a member would have to be reloaded after every write.
     struct Place {
         std::size_t next;
         const char* from;
     };
 
-    // What of the run's memory the message may use.
+    // Determines the memory that the message may use.
     void useMemory() {
         message_ = out_.data() + start_;
         room_ = static_cast<std::size_t>(std::min<std::uint64_t>(limit_, out_.capacity() - start_));
     }
 
-    // The run's bytes up to position next, which have been written, belong to the run.
+    // Makes the buffer end at position next; the bytes before it have been written.
     void endAt(std::size_t next) {
         out_.truncate(start_);
         out_.append(next);
     }
 
-    // Sees to memory for count more bytes behind what has been copied.
+    // Ensures memory for count bytes after those that have been copied.
     void makeRoom(std::uint64_t count) {
         if (count > room_ - copied_) grow(count);
     }
@@ -69,8 +69,8 @@ private:
                                     " of its record: count " + std::to_string(count) + " with a null pointer");
     }
 
-    // Copies the strings that end at `end`. The terminator of the last is not the payload's: nobody has looked whether
-    // it has one.
+    // Copies the pending strings, which end at `end`. The last terminator is written, not copied: nothing has checked
+    // whether the payload has it.
     [[gnu::noinline]] void copyWaiting(Place end) {
         if (end.next == copied_) return;
         const std::size_t bytes = end.next - copied_;
@@ -80,7 +80,7 @@ private:
         copied_ = end.next;
     }
 
-    // Appends what the count records at from lead to; their copies are at position place.
+    // Appends the blocks that the count records at from refer to; the records' copies are at position place.
     Place records(const Plan& plan, const char* from, std::size_t place, std::uint32_t count, Place at) {
         const auto steps = plan.steps.data(), end = steps + plan.steps.size();
         const std::uint32_t recordSize = plan.size;
@@ -109,7 +109,7 @@ private:
     Place sequence(const Plan& element, std::uint32_t offset, const char* from, std::size_t place, Place at) {
         const std::uint32_t count = loadWord(from + offset);
         const char* const data = flatAddress(loadWord(from + offset + 4));
-        if (count == 0) { // an array of nothing has no block
+        if (count == 0) { // an empty array has no block
             setPointer(place + offset, 0);
             return at;
         }
@@ -125,7 +125,7 @@ private:
         return records(element, data, at.next, count, behind);
     }
 
-    // Of a field that has been copied already.
+    // For a field that has been copied already.
     void setPointer(std::size_t field, std::size_t position) {
         storeWord(message_ + field + 4, static_cast<std::uint32_t>(position));
     }
@@ -135,7 +135,7 @@ private:
     const std::uint64_t limit_;
     char* message_;
     std::size_t room_;       // bytes of message_ that may be used
-    std::size_t copied_ = 0; // bytes of the message that are in place
+    std::size_t copied_ = 0; // bytes of the message that are complete
 };
 
 } // namespace

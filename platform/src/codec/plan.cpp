@@ -15,7 +15,7 @@ constexpr unsigned deepest = 16;
 constexpr std::size_t mostEntries = 4096;
 constexpr std::uint32_t sequenceSize = 8; // count and pointer
 
-// The entries that lead to the table under compilation, for error texts.
+// The entries that lead to the table being compiled, for error texts.
 struct Path {
     const Path* parent;
     std::size_t index;
@@ -31,7 +31,7 @@ struct Path {
     throw std::invalid_argument("endian table: " + (path ? path->text() : "") + why);
 }
 
-// FNV-1a, fed the same bytes on every machine.
+// FNV-1a over the same bytes on every machine.
 class Hash {
 public:
     template <class T> void add(T value) {
@@ -50,7 +50,7 @@ bool isTerminator(const vdl::EndianEntry& entry) {
     return entry.offset == 0 && entry.kind == 0 && entry.arg.word == vdl::EndianEntry::terminator;
 }
 
-// Tables come from anywhere in the process and refer to each other, so one cache serves all.
+// Tables from all over the process refer to each other, so they share one cache.
 class Compiler {
 public:
     const Plan& plan(const vdl::EndianTable& table) TVSA_EXCLUDES(mutex_) {
@@ -67,7 +67,7 @@ private:
         return *plans_.emplace(&table, std::move(plan)).first->second;
     }
 
-    // Strings differ from other sequences of bytes by the terminator, which no table shows.
+    // A string differs from other sequences of bytes by the terminator, which its table does not show.
     static Plan stringPlan() {
         Plan plan;
         plan.size = sequenceSize;
@@ -82,7 +82,7 @@ private:
         plan.size = table.size;
         Hash hash;
         hash.add(table.size);
-        std::uint64_t end = 0; // of the entries so far
+        std::uint64_t end = 0; // of the previous entry
         for (std::size_t i = 0; !isTerminator(table.entries[i]); ++i) {
             const vdl::EndianEntry& entry = table.entries[i];
             const Path here{path, i, &entry};
@@ -109,7 +109,7 @@ private:
                 return entry.kind;
             case vdl::EndianNested: {
                 const Plan& inner = innerPlan(plan, hash, here, level);
-                // Checked here too, so that offsets below stay within 32 bits.
+                // Also checked here, so that the offsets below fit into 32 bits.
                 if (entry.offset + std::uint64_t{inner.size} > plan.size)
                     refuse(&here, "a record of " + std::to_string(inner.size) + " bytes does not fit into one of " +
                                       std::to_string(plan.size));
@@ -146,12 +146,12 @@ private:
 } // namespace
 
 const Plan& planOf(const vdl::EndianTable& table) {
-    // A thread that asks again usually asks for the same table. In the initial thread-local block, where reaching them
-    // takes one instruction each.
+    // A thread usually needs the plan of the same table again. These variables are in the initial thread-local block,
+    // where reading them takes one instruction each.
     [[gnu::tls_model("initial-exec")]] constinit static thread_local const vdl::EndianTable* lastTable = nullptr;
     [[gnu::tls_model("initial-exec")]] constinit static thread_local const Plan* lastPlan = nullptr;
     if (lastTable != &table) {
-        static Compiler& compiler = *new Compiler; // never destroyed: plans are asked for until the very end
+        static Compiler& compiler = *new Compiler; // never destroyed: plans are used until the process ends
         lastPlan = &compiler.plan(table);
         lastTable = &table;
     }

@@ -1,4 +1,4 @@
-// What an endian table compiles to.
+// The compiled form of an endian table.
 #pragma once
 
 #include <host/marshaller.h>
@@ -10,7 +10,7 @@ namespace host {
 
 class Plan {
 public:
-    // A pointer word with the count or length before it.
+    // A count or length and the pointer word after it.
     struct Step {
         std::uint32_t offset; // of the count
         const Plan* element;  // null for a string
@@ -22,9 +22,9 @@ public:
     };
 
     std::uint32_t size = 0; // of the record
-    unsigned depth = 0;     // tables below this one, one inside the other
+    unsigned depth = 0;     // levels of tables below this one
     std::uint64_t fingerprint = 0;
-    std::vector<Step> steps; // ascending; inline records dissolved into the one that holds them
+    std::vector<Step> steps; // ascending, those of inline records included
     std::vector<Scalar> scalars;
 };
 

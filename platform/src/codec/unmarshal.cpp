@@ -9,11 +9,11 @@
 namespace host {
 namespace {
 
-// The text of the thread's last refusal. A message is refused at its first fault, so one is enough.
+// The thread's last error text. Decoding stops at the first error, so one is enough.
 thread_local char refusal[160];
 
-// Where the next block must begin goes from call to call by value: as a member it would have to be reloaded after every
-// change of the message.
+// The position where the next block must begin is passed by value: a member would have to be reloaded after every write
+// to the message.
 class Reader {
 public:
     Reader(char* data, std::size_t size) : data_(data), size_(size) {}
@@ -35,7 +35,7 @@ public:
 private:
     static constexpr std::size_t refused = SIZE_MAX;
 
-    // Returns where the next block must begin after all that the records lead to, or `refused`.
+    // Returns where the next block must begin after all blocks that the records refer to, or `refused`.
     template <bool swap>
     std::size_t records(const Plan& plan, char* record, std::uint32_t count, std::size_t next) const {
         const auto steps = plan.steps.data(), end = steps + plan.steps.size();
@@ -58,8 +58,8 @@ private:
                 const std::uint32_t offset = loadWord(field + 4);
                 if (offset == 0) continue;
                 const std::uint32_t length = loadWord(field);
-                // Blocks follow each other without gaps, so there is one right offset for each; this keeps them from
-                // overlapping.
+                // Blocks follow each other without gaps, so each has exactly one valid offset. This also keeps them
+                // from overlapping.
                 if (offset != next || length >= size - next)
                     return refuseBlock("string", field, std::uint64_t{length} + 1, next);
                 if (data[next + length] != '\0') return refuseString(field);
@@ -83,7 +83,7 @@ private:
         if (offset != next || bytes > size_ - next) return refuseBlock("sequence", field, bytes, next);
         setPointer(field, data_ + next);
         const std::size_t behind = next + static_cast<std::size_t>(bytes);
-        // Elements without pointers, in the right byte order, are as they should be.
+        // Elements without pointers that need no swap are complete.
         if (element.steps.empty() && (!swap || element.scalars.empty())) return behind;
         return records<swap>(element, data_ + offset, count, behind);
     }

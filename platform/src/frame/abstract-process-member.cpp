@@ -12,21 +12,21 @@
 
 namespace frame {
 
-// Events are counted, so that a run takes those that were posted before it was scheduled and no others.
+// Events are counted, so that a run handles exactly those that were posted before it was scheduled.
 struct AbstractProcessMember::Events {
     thread_safety::Mutex mutex;
     AbstractProcessMember* owner TVSA_GUARDED_BY(mutex); // null once destroyed
     bool open TVSA_GUARDED_BY(mutex) = true;
-    // Takes no memory while it is empty, which a destructor could not have. Whoever posts has to bound it: the member
-    // and those that it lets post.
+    // A list, because that allocates nothing while it is empty: the destructor must not need memory. It has no limit;
+    // the member must bound what it posts and lets others post.
     std::list<std::function<void()>> waiting TVSA_GUARDED_BY(mutex);
-    std::uint64_t taken TVSA_GUARDED_BY(mutex) = 0;     // events that have left waiting
-    std::uint64_t scheduled TVSA_GUARDED_BY(mutex) = 0; // events that may run, counted from the first one ever posted
+    std::uint64_t taken TVSA_GUARDED_BY(mutex) = 0;     // events removed from waiting
+    std::uint64_t scheduled TVSA_GUARDED_BY(mutex) = 0; // events that may run, counted from the first one posted
 
     explicit Events(AbstractProcessMember* member) : owner(member) {}
 
     void setOpen(bool value) {
-        std::list<std::function<void()>> discarded; // destroyed without the lock: what events hold may post again
+        std::list<std::function<void()>> discarded; // destroyed without the lock: destructors of events may post again
         thread_safety::LockGuard lock(mutex);
         open = value;
         if (open) return;
@@ -34,7 +34,7 @@ struct AbstractProcessMember::Events {
         discarded.swap(waiting);
     }
 
-    // The member to deliver to, or null when its events are discarded.
+    // The member to deliver to, or null when events are discarded.
     AbstractProcessMember* receiver() {
         thread_safety::LockGuard lock(mutex);
         return open ? owner : nullptr;
@@ -52,8 +52,8 @@ struct AbstractProcessMember::Events {
 
 AbstractProcessMember::AbstractProcessMember() : events_(std::make_shared<Events>(this)) {}
 
-// What the member registered and did not take back stays registered: that is the member's own decision. The framework
-// detaches a member first when it undoes a start-up.
+// An interface that the member has not unregistered stays registered: that is the member's decision. When the framework
+// undoes a start-up, it detaches a member first.
 AbstractProcessMember::~AbstractProcessMember() {
     events_->setOpen(false);
     thread_safety::LockGuard lock(events_->mutex);
@@ -79,7 +79,8 @@ int AbstractProcessMember::detachProcess() {
 
 int AbstractProcessMember::setupDone() { return performSetupDone(); }
 
-// A stop closed the events. They open before the start, which may post some, and close again when it fails.
+// After a stop, events are discarded. start enables them before performStarting, which may post some, and disables them
+// again if that fails.
 int AbstractProcessMember::start() {
     if (process_) events_->setOpen(true);
     try {

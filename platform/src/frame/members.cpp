@@ -1,4 +1,4 @@
-// The members of the process and their way up and down.
+// The start-up and shutdown of the process's members.
 #include "base/guarded-call.h"
 #include "frame/process-state.h"
 #include "log/log.h"
@@ -33,8 +33,8 @@ template <class Operation> int runStep(const std::string& who, const char* step,
 
 } // namespace
 
-// An array's way up, phase by phase for all of its members in order. The state is an argument, not a member, for clang
-// to see whose mutex is held.
+// The start-up of an array: each phase for all of its members in order. The state is an argument, not a member, so that
+// clang sees whose mutex is held.
 struct Process::State::BringUp {
     const std::string& source;
     std::vector<AbstractProcessMember*> members;
@@ -83,7 +83,7 @@ struct Process::State::BringUp {
         return 0;
     }
 
-    // Nothing arrives before the whole array has started: its members may set up in their start what notifications
+    // Nothing arrives before the whole array has started, because a member's start may set up what its notifications
     // need.
     int openChannels(State& state) {
         return runStep(source, "starting the message queue", [&] {
@@ -101,7 +101,8 @@ struct Process::State::BringUp {
         return result;
     }
 
-    // Members stay in existence, as others may know them. The channels, none of which is open, go.
+    // The members are kept, because others may have pointers to them. The channels, none of which is open yet, are
+    // removed.
     void undo(State& state) TVSA_REQUIRES(state.membersMutex_) {
         for (std::size_t i = members.size(); i-- > 0;) {
             if (!std::erase(state.started_, members[i])) continue;
@@ -148,9 +149,9 @@ Process::State::State(Process& process) : process_(process) { host::nameModule(h
 
 Process::State::~State() {
     end();
-    stopMembers(); // those that were started after the end
+    stopMembers(); // those started after the end
     while (!members_.empty()) {
-        // Out of the list first: a destructor may still use the process.
+        // Removed from the list first: a destructor may still use the process.
         const std::unique_ptr<AbstractProcessMember> member = std::move(members_.back());
         members_.pop_back();
         member->detachProcess();
@@ -175,10 +176,10 @@ void Process::State::stopQueue() {
     host::MessageQueue* queue;
     {
         thread_safety::LockGuard lock(queueMutex_);
-        queueStarted_ = true; // it does not start again
+        queueStarted_ = true; // so that it cannot start any more
         queue = queue_.get();
     }
-    if (queue) queue->stop(); // without the lock: handlers that it waits for may ask for the queue
+    if (queue) queue->stop(); // without the lock: handlers that it waits for may use the queue
 }
 
 } // namespace frame

@@ -2,6 +2,6 @@
 
 namespace frame {
 
-constinit const MsgIds MsgIds::none{}; // there before any static that takes a copy
+constinit const MsgIds MsgIds::none{}; // initialised before any static that copies it
 
 } // namespace frame

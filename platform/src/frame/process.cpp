@@ -8,8 +8,8 @@ Process::Process() : state_(new State(*this)) {}
 
 Process::~Process() { delete state_; }
 
-// Libraries are loaded through the process object, so their own function-local statics are made later and destroyed
-// earlier than the members that the process deletes.
+// Libraries are loaded through the process object. So their function-local statics are created after it, and destroyed
+// before it deletes its members.
 Process* Process::getInstance() {
     static Process process;
     return &process;

@@ -1,4 +1,4 @@
-// The framework's thread: work posted to it, and its beginning and end.
+// The framework's thread: its work queue, beginning and end.
 #include "base/guarded-call.h"
 #include "frame/process-state.h"
 #include "log/log.h"
@@ -25,11 +25,11 @@ int Process::State::call(std::function<int()> work) {
         lock.unlock();
         return work();
     }
-    // Waiting for a thread that is stopping members could wait for a member that waits for the caller.
+    // The thread is stopping members. Waiting for it could deadlock with a member that waits for the caller.
     if (phase_ == Phase::ending) return -ESHUTDOWN;
     auto promise = std::make_shared<std::promise<int>>();
     std::future<int> result = promise->get_future();
-    // The work alone holds the promise, which breaks when the work is discarded.
+    // Only the work owns the promise, so discarding the work breaks it.
     work_.push_back([promise = std::move(promise), work = std::move(work)] { promise->set_value(work()); });
     lock.unlock();
     workChanged_.notify_one();
@@ -57,7 +57,7 @@ void Process::State::serve() {
         host::guardedCall(work, [](const host::Thrown& thrown) {
             HOST_LOG(frame, vdlDebugFailure, "work on the framework's thread threw: %s\n", thrown.what);
         });
-        work = nullptr; // what it holds may end up here again
+        work = nullptr; // its destructors may post work again
         lock.lock();
     }
 }
@@ -68,7 +68,7 @@ void Process::State::requestEnd() {
         endRequested_ = true;
     }
     workChanged_.notify_one();
-    lrt::endRunLogWaits(); // by threads that the end waits for
+    lrt::endRunLogWaits(); // of threads that the end waits for
 }
 
 void Process::State::end() {
@@ -80,7 +80,7 @@ void Process::State::end() {
         phase_ = Phase::ending;
         discarded.swap(work_);
     }
-    discarded.clear(); // releases those who wait in call
+    discarded.clear(); // wakes the threads that wait in call
     stopMembers();
     stopQueue();
     thread_safety::LockGuard lock(workMutex_);

@@ -9,7 +9,7 @@
 #include <thread-safety/mutex.h>
 #include <vector>
 
-// The default holds from the loading of the library on, before any code runs.
+// The default applies as soon as the library is loaded, before any code runs.
 #define VDL_DEFAULT_4 vdlDebugWarning, vdlDebugWarning, vdlDebugWarning, vdlDebugWarning
 #define VDL_DEFAULT_16 VDL_DEFAULT_4, VDL_DEFAULT_4, VDL_DEFAULT_4, VDL_DEFAULT_4
 #define VDL_DEFAULT_64 VDL_DEFAULT_16, VDL_DEFAULT_16, VDL_DEFAULT_16, VDL_DEFAULT_16
@@ -20,7 +20,7 @@ constinit std::atomic<std::uint16_t> vdlDebugLevels[vdlDebugModules] = {VDL_DEFA
 namespace host::debug {
 namespace {
 
-// Read without the mutex by every line; a name, once given, stays.
+// Every line reads this without the mutex; a name never changes once it is set.
 constinit std::atomic<const char*> names[vdlDebugModules] = {};
 
 constexpr std::size_t mostNames = 256;
@@ -28,7 +28,7 @@ constexpr std::size_t mostNames = 256;
 struct Wanted {
     using Levels = std::map<std::string, std::uint16_t, std::less<>>;
     thread_safety::Mutex mutex; // also serialises changes of names and levels
-    // At most mostNames, as shells give any number of names that no module has.
+    // At most mostNames, because shell clients can set levels for any number of unknown names.
     Levels byName TVSA_GUARDED_BY(mutex);
 };
 
@@ -74,7 +74,7 @@ std::optional<std::uint16_t> levelOf(std::string_view text) {
     return number<std::uint16_t>(text, 10);
 }
 
-// Takes one item apart; returns what is wrong with it, or an empty string.
+// Parses one item. Returns the error, or an empty string.
 std::string parse(std::string_view text, Item& item) {
     const std::string quoted = "\"" + std::string(text) + "\": ";
     const auto equals = text.find('=');
@@ -103,23 +103,23 @@ std::string parse(std::string_view text, Item& item) {
     return {};
 }
 
-// Takes text apart into items; returns a line for each that is wrong, or an empty string.
+// Parses text into items. Returns one line for each invalid item, or an empty string.
 std::string parseAll(std::string_view text, std::vector<Item>& items) {
-    std::string complaints;
-    if (trimmed(text).empty()) return complaints;
+    std::string errors;
+    if (trimmed(text).empty()) return errors;
     for (std::size_t start = 0; start <= text.size();) {
         const std::size_t end = std::min(text.find(',', start), text.size());
         Item item{Item::Target::all, 0, {}, 0};
-        if (const std::string complaint = parse(trimmed(text.substr(start, end - start)), item); complaint.empty())
+        if (const std::string error = parse(trimmed(text.substr(start, end - start)), item); error.empty())
             items.push_back(std::move(item));
         else
-            complaints += (complaints.empty() ? "" : "\n") + complaint;
+            errors += (errors.empty() ? "" : "\n") + error;
         start = end + 1;
     }
-    return complaints;
+    return errors;
 }
 
-// Returns what is wrong, having changed nothing then, or an empty string.
+// Returns an empty string, or an error; nothing has changed then.
 std::string apply(const std::vector<Item>& items) {
     thread_safety::LockGuard lock(wanted().mutex);
     Wanted::Levels byName = wanted().byName;
@@ -152,17 +152,16 @@ std::string apply(const std::vector<Item>& items) {
 
 } // namespace
 
-std::string levelComplaints(std::string_view text) {
+std::string levelErrors(std::string_view text) {
     std::vector<Item> items;
     return parseAll(text, items);
 }
 
-std::string setUsableLevels(std::string_view text) {
+std::string setValidLevels(std::string_view text) {
     std::vector<Item> items;
-    std::string complaints = parseAll(text, items);
-    if (const std::string complaint = apply(items); !complaint.empty())
-        complaints += (complaints.empty() ? "" : "\n") + complaint;
-    return complaints;
+    std::string errors = parseAll(text, items);
+    if (const std::string error = apply(items); !error.empty()) errors += (errors.empty() ? "" : "\n") + error;
+    return errors;
 }
 
 const char* nameOfModule(std::uint32_t module) noexcept {
@@ -176,7 +175,7 @@ void vdlDebugNameModule(std::uint32_t module, const char* name) {
     if (module >= vdlDebugModules || !name || !*name) return;
     thread_safety::LockGuard lock(wanted().mutex);
     if (nameOfModule(module)) return;
-    const char* const copy = strdup(name); // kept: lines of other threads may be using it at any time
+    const char* const copy = strdup(name); // never freed: lines of other threads may use it at any time
     if (!copy) return;
     names[module].store(copy, std::memory_order_release);
     if (const auto level = wanted().byName.find(std::string_view(name)); level != wanted().byName.end())
@@ -186,6 +185,6 @@ void vdlDebugNameModule(std::uint32_t module, const char* name) {
 std::string vdlDebugSetLevels(const std::string& text) {
     using namespace host::debug;
     std::vector<Item> items;
-    const std::string complaints = parseAll(text, items);
-    return complaints.empty() ? apply(items) : complaints;
+    const std::string errors = parseAll(text, items);
+    return errors.empty() ? apply(items) : errors;
 }

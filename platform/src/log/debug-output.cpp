@@ -38,7 +38,7 @@ std::string moduleName(std::uint32_t module) {
     return number;
 }
 
-// Where lines go. Never destroyed: lines come also while the process's static objects go.
+// Writes the lines. Never destroyed: lines are still logged while static objects are destroyed.
 class Output {
 public:
     static Output& instance() {
@@ -68,7 +68,7 @@ private:
         return line;
     }
 
-    // The members after the time, which the formatter puts in front.
+    // The members after the time, which the formatter adds in front.
     static std::string jsonLine(std::uint32_t levelWord, std::string_view text) {
         const auto quoted = [](const std::string& value) {
             return nlohmann::json(value).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
@@ -84,36 +84,36 @@ private:
     bool json_ = false;
 };
 
-// Nobody can fill the log by what he makes others complain of, or by coming and going. What people want to follow in
-// detail, progress of the product and of applications and all traces, comes whole.
+// Peers must not be able to fill the log, neither with errors that they cause nor by connecting and disconnecting.
+// Lines that users enable to follow details are not limited: traces, and progress of the product and of applications.
 bool isLimited(std::uint32_t levelWord) {
     const std::uint32_t module = levelWord >> 16;
     const bool isPlatforms = module >= firstPlatformModule && module <= lastPlatformModule;
     return (levelWord & 0xFFFF) <= (isPlatforms ? vdlDebugProgress : vdlDebugWarning);
 }
 
-bool isHeldBack(const vdlDebugChunk& chunk, const char* format) {
+bool isSuppressed(const vdlDebugChunk& chunk, const char* format) {
     if (!isLimited(chunk.levelWord)) return false;
     LineLimit* const limit = LineLimit::of(chunk.levelWord, format);
     if (!limit || limit->admits(chunk)) return false;
-    tellHeldBackLater();
+    reportSuppressedLater();
     return true;
 }
 
-// format: that the text was made of; null for a line that no limit holds back.
+// format: the text's format; null for a line without a limit.
 void output(std::uint32_t levelWord, std::string_view text, const char* format) {
     if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
     const bool isKept = captures.load(std::memory_order_acquire) != 0 && capture(levelWord, text);
-    if ((format && isHeldBack({levelWord}, format)) || isKept) return;
+    if ((format && isSuppressed({levelWord}, format)) || isKept) return;
     Output::instance().write(levelWord, text);
 }
 
-// The process ends: what is still held back is told now.
+// At process exit: reports the lines that are still suppressed.
 struct Ending {
-    ~Ending() { LineLimit::tellHeldBack(LineLimit::Clock::time_point::max()); }
+    ~Ending() { LineLimit::reportSuppressed(LineLimit::Clock::time_point::max()); }
 } const ending;
 
-void tellOfALostLine() noexcept { std::fputs("debug output: a line was lost\n", stderr); }
+void reportLostLine() noexcept { std::fputs("debug output: a line was lost\n", stderr); }
 
 } // namespace
 
@@ -122,8 +122,8 @@ constinit std::atomic<bool (*)(std::string& problem)> jsonIsWanted{nullptr};
 void writeLine(std::uint32_t levelWord, std::string_view text) noexcept {
     try {
         output(levelWord, text, nullptr);
-    } catch (...) { // no memory
-        tellOfALostLine();
+    } catch (...) { // out of memory
+        reportLostLine();
     }
 }
 
@@ -152,8 +152,8 @@ void vdlDebugOutput0(const vdlDebugChunk& chunk, const char* format, ...) noexce
             if (length > whole.size()) whole += " [" + std::to_string(length - whole.size()) + " more bytes]";
             output(chunk.levelWord, whole, format);
         }
-    } catch (...) { // no memory
-        tellOfALostLine();
+    } catch (...) { // out of memory
+        reportLostLine();
     }
     errno = callersErrno;
 }

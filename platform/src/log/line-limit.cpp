@@ -29,7 +29,7 @@ std::uint64_t secondOf(LineLimit::Clock::time_point time) noexcept {
 
 std::uint64_t linesOf(std::uint64_t state) noexcept { return state & std::numeric_limits<std::uint32_t>::max(); }
 
-// One that is found by what it limits. The format is its own, as a library that has one can be unloaded.
+// A limit with its key. It has a copy of the format, because the library with the original can be unloaded.
 struct KindOfLine {
     KindOfLine(std::uint32_t levelWord_, const char* format_)
         : levelWord(levelWord_), format(format_), limit(format.c_str()) {}
@@ -38,35 +38,35 @@ struct KindOfLine {
     LineLimit limit;
 };
 
-// By hash; one whose place is taken has the next one that is free. More than all the lines that there are.
+// A hash table with linear probing. It has more entries than there are kinds of lines.
 constinit std::array<std::atomic<KindOfLine*>, 1024> kinds{};
 
-constinit std::atomic<bool> tellerRuns{false};
+constinit std::atomic<bool> reporterRuns{false};
 
-// Until nothing is held back any more.
-void tellEverySecond() noexcept {
+// Runs until no lines are suppressed any more.
+void reportEverySecond() noexcept {
     pthread_setname_np(pthread_self(), "debug");
     do {
         do {
             const auto now = LineLimit::Clock::now();
             std::this_thread::sleep_until(std::chrono::floor<std::chrono::seconds>(now) + std::chrono::seconds(1));
-        } while (LineLimit::tellHeldBack());
-        tellerRuns = false;
-        // Of a line that was held back between the two the next one tells, unless it is looked for once more.
-    } while (LineLimit::tellHeldBack() && !tellerRuns.exchange(true));
+        } while (LineLimit::reportSuppressed());
+        reporterRuns = false;
+        // Checks again: between the two lines above, a line may have been suppressed without starting a new thread.
+    } while (LineLimit::reportSuppressed() && !reporterRuns.exchange(true));
 }
 
 } // namespace
 
 bool LineLimit::admits(const vdlDebugChunk& chunk, Clock::time_point now) noexcept {
-    levelWord_ = chunk.levelWord; // before anybody can tell of this line
+    levelWord_ = chunk.levelWord; // before any thread can report this line
     const std::uint64_t second = secondOf(now);
     std::uint64_t before = state_.load(), after;
     do {
-        // Never back: of two threads at the second's end the slower one may come with the older time.
+        // The second never decreases: at its end, the slower of two threads may have the older time.
         after = second > before >> secondShift ? (second << secondShift) + 1 : before + 1;
     } while (!state_.compare_exchange_weak(before, after));
-    if (after != before + 1 && linesOf(before) > mostPerSecond) tell(linesOf(before) - mostPerSecond);
+    if (after != before + 1 && linesOf(before) > mostPerSecond) report(linesOf(before) - mostPerSecond);
     if (linesOf(after) <= mostPerSecond) return true;
     enlist();
     return false;
@@ -100,25 +100,25 @@ void LineLimit::enlist() noexcept {
     }
 }
 
-bool LineLimit::tellHeldBack(Clock::time_point now) noexcept {
+bool LineLimit::reportSuppressed(Clock::time_point now) noexcept {
     const std::uint64_t second = secondOf(now);
     bool others = false;
     for (LineLimit* limit = first; limit; limit = limit->next_)
-        if (limit->tellOwn(second)) others = true;
+        if (limit->reportOwn(second)) others = true;
     return others;
 }
 
-bool LineLimit::tellOwn(std::uint64_t second) noexcept {
+bool LineLimit::reportOwn(std::uint64_t second) noexcept {
     std::uint64_t state = state_.load();
     do {
         if (linesOf(state) <= mostPerSecond) return false;
         if (state >> secondShift >= second) return true;
     } while (!state_.compare_exchange_weak(state, state - linesOf(state) + mostPerSecond));
-    tell(linesOf(state) - mostPerSecond);
+    report(linesOf(state) - mostPerSecond);
     return false;
 }
 
-void LineLimit::tell(std::uint64_t lines) const noexcept {
+void LineLimit::report(std::uint64_t lines) const noexcept {
     vdlDebugChunk chunk;
     if (!vdlDebugCheckLevelGetFrameAndChunk(levelWord_, chunk)) return;
     char text[512];
@@ -127,12 +127,12 @@ void LineLimit::tell(std::uint64_t lines) const noexcept {
     writeLine(chunk.levelWord, {text, std::min(static_cast<std::size_t>(length), sizeof text - 1)});
 }
 
-void tellHeldBackLater() noexcept {
-    if (tellerRuns.exchange(true)) return;
+void reportSuppressedLater() noexcept {
+    if (reporterRuns.exchange(true)) return;
     try {
-        std::thread(tellEverySecond).detach();
+        std::thread(reportEverySecond).detach();
     } catch (const std::exception&) { // no memory, or no thread: the next line of the kind tells
-        tellerRuns = false;
+        reporterRuns = false;
     }
 }
 

@@ -1,4 +1,4 @@
-// Keeps lines that peers can cause from filling the log. Part of the output: nobody else limits lines.
+// Keeps lines that peers can cause from filling the log. Part of the output; no other code limits lines.
 #pragma once
 
 #include <vdl/debug.h>
@@ -9,43 +9,43 @@
 
 namespace host::debug {
 
-// The limit of one kind of line. In each second it lets the first lines through; how many more there were is told in a
-// line of its own when the second is over, before the next of its kind or by tellHeldBack. For any thread; takes no
-// lock and no memory.
+// The limit of one kind of line. Admits the first lines of each second and suppresses the others. When the second is
+// over, a line of its own reports how many these were, either before the next line of the kind or by reportSuppressed.
+// From any thread; takes no lock and allocates no memory.
 class LineLimit {
 public:
     using Clock = std::chrono::steady_clock;
     static constexpr std::uint32_t mostPerSecond = 20;
 
-    // format: of the line, which the line about those held back names the kind by.
+    // format: the lines' format, which reports show.
     constexpr explicit LineLimit(const char* format) : format_(format) {}
     LineLimit(const LineLimit&) = delete;
     LineLimit& operator=(const LineLimit&) = delete;
 
-    // Whether the line of that level may be written now.
+    // Whether a line of that level may be written now.
     bool admits(const vdlDebugChunk& chunk, Clock::time_point now = Clock::now()) noexcept;
 
-    // Tells of the lines of all kinds that were held back in seconds which are over. Returns whether this second has
-    // others, for which it must be called again.
-    static bool tellHeldBack(Clock::time_point now = Clock::now()) noexcept;
+    // Reports the lines of all kinds that were suppressed in past seconds. Returns whether lines were suppressed in
+    // this second; then it must be called again.
+    static bool reportSuppressed(Clock::time_point now = Clock::now()) noexcept;
 
-    // The limit of the lines that a module makes of a format at one severity; made, and kept for ever, for the first of
-    // them. Null when there is no memory, or there are too many kinds already.
+    // The limit for a module, severity and format; created for the first such line and never destroyed. Null when out
+    // of memory, or when there are too many kinds.
     static LineLimit* of(std::uint32_t levelWord, const char* format) noexcept;
 
 private:
     void enlist() noexcept;
-    bool tellOwn(std::uint64_t second) noexcept;
-    void tell(std::uint64_t lines) const noexcept;
+    bool reportOwn(std::uint64_t second) noexcept;
+    void report(std::uint64_t lines) const noexcept;
 
     const char* const format_;
-    std::atomic<std::uint64_t> state_{0}; // the second, and in the lower half how many lines there were in it
+    std::atomic<std::uint64_t> state_{0}; // the second, and in the lower half the number of its lines
     std::atomic<std::uint32_t> levelWord_{0};
     std::atomic<bool> listed_{false};
-    LineLimit* next_ = nullptr; // of those that ever held a line back; fixed once listed
+    LineLimit* next_ = nullptr; // in the list of limits that have suppressed a line; fixed once listed
 };
 
-// Sees to it that tellHeldBack is called when this second is over, on a thread that ends when there is nothing to tell.
-void tellHeldBackLater() noexcept;
+// Has a thread call reportSuppressed when this second is over. The thread ends when there is nothing left to report.
+void reportSuppressedLater() noexcept;
 
 } // namespace host::debug

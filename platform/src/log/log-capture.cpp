@@ -15,7 +15,7 @@ namespace {
 
 struct Collector;
 
-// Who is collecting now. Never destroyed: lines come until the very end of the process.
+// The active captures. Never destroyed: lines are logged until the process ends.
 struct Collectors {
     thread_safety::Mutex mutex;
     std::condition_variable changed;
@@ -81,7 +81,7 @@ LogCapture::LogCapture(const std::vector<std::uint32_t>& modules, bool quiet)
 
 LogCapture::~LogCapture() {
     auto& former = state_->formerLevels;
-    // Backwards, so that a module given twice ends with its first level.
+    // In reverse order, so that a module that was given twice gets its original level.
     for (auto it = former.rbegin(); it != former.rend(); ++it) vdlDebugLevels[it->first % vdlDebugModules] = it->second;
     {
         thread_safety::LockGuard lock(collectors().mutex);

@@ -1,5 +1,5 @@
-// Puts the libraries of the platform together: what each is to use of the configuration, and which transports there
-// are. The libraries below know nothing of it, so that each can be used and tested without the others.
+// Composes the libraries of the platform: passes the configuration to them and chooses the transports. The libraries
+// themselves do not depend on it, so that each can be used and tested alone.
 #include "codec/flat-heap-size.h"
 #include "configured-transports.h"
 #include "log-levels/levels.h"
@@ -30,27 +30,26 @@ std::size_t configuredHeapMegabytes(std::string& problem) {
     return static_cast<std::size_t>(config::numberOf("flat_heap.megabytes", problem));
 }
 
-// A line for each of the complaints.
-void reportLevelComplaints(const std::string& complaints) {
-    for (std::size_t start = 0; start < complaints.size();) {
-        const std::size_t end = std::min(complaints.find('\n', start), complaints.size());
-        debug::writeLine(levelWordOf(Module::vdl, vdlDebugWarning),
-                         "TVSA_LOG: " + complaints.substr(start, end - start));
+// Logs one line for each error.
+void reportLevelErrors(const std::string& errors) {
+    for (std::size_t start = 0; start < errors.size();) {
+        const std::size_t end = std::min(errors.find('\n', start), errors.size());
+        debug::writeLine(levelWordOf(Module::vdl, vdlDebugWarning), "TVSA_LOG: " + errors.substr(start, end - start));
         start = end + 1;
     }
 }
 
-// What cannot be used of the levels is reported; the rest holds. A configuration file that is wrong is reported with
-// the first line printed.
+// Reports invalid levels and applies the others. An invalid configuration file is reported with the first line that is
+// printed.
 void takeConfiguredLevels() {
     nameModule(Module::vdl, "vdl");
     try {
-        reportLevelComplaints(debug::setUsableLevels(setting("log.levels")->text));
+        reportLevelErrors(debug::setValidLevels(setting("log.levels")->text));
     } catch (const ConfigurationError&) {
     }
 }
 
-// First among the library's initialisers, so that all of it holds for what the others print and allocate.
+// The first of the library's initialisers, so that the settings apply to what the others print and allocate.
 [[gnu::constructor(101)]] void compose() {
     debug::jsonIsWanted = jsonIsConfigured;
     flatHeapMegabytes = configuredHeapMegabytes;

@@ -1,4 +1,4 @@
-// The keys that the configuration names. Everything here throws std::runtime_error when they are missing or unfit.
+// The configured keys. All functions throw std::runtime_error when a key is missing or invalid.
 #pragma once
 
 #include <host/keys.h>

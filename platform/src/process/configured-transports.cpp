@@ -30,21 +30,21 @@ public:
         const std::string endpoint = endpointOf(service);
         if (!isRemote(endpoint)) return std::make_unique<io::LocalListener>(io_, service, endpoint);
         remote::Transport& transport = remote();
-        const Place place = placeToServeAt(service, endpoint);
-        return transport.listenerAt(service, endpoint, place, keysOfClients(service, endpoint));
+        const HostPort hostPort = listenAddressOf(service, endpoint);
+        return transport.listenerAt(service, endpoint, hostPort, keysOfClients(service, endpoint));
     }
 
-    void beginFarewell() override {
+    void beginShutdown() override {
         thread_safety::LockGuard lock(mutex_);
-        if (remote_) remote_->beginFarewell();
+        if (remote_) remote_->beginShutdown();
     }
-    void endFarewell() noexcept override {
+    void endShutdown() noexcept override {
         thread_safety::LockGuard lock(mutex_);
-        if (remote_) remote_->endFarewell();
+        if (remote_) remote_->endShutdown();
     }
 
 private:
-    // Made for the first service on another host, or for other hosts, as it needs keys.
+    // Created when first needed, by a service on another host or one offered to other hosts, because it requires keys.
     remote::Transport& remote() TVSA_EXCLUDES(mutex_) {
         thread_safety::LockGuard lock(mutex_);
         if (!remote_)

@@ -1,4 +1,4 @@
-// Local and remote transport, chosen by the endpoint that is configured for a service.
+// The local and the remote transport, chosen by a service's configured endpoint.
 #pragma once
 
 #include "transport/transports.h"

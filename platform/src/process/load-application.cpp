@@ -12,7 +12,7 @@ namespace host {
 namespace {
 
 int loadOnFrameworkThread(frame::Process::State& state, const std::string& path) {
-    // Never closed: members, interfaces and statics of the library are in use until the process ends.
+    // Never closed: the library's members, interfaces and statics are used until the process ends.
     void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!library) {
         HOST_LOG(frame, vdlDebugFailure, "cannot load %s: %s\n", path.c_str(), dlerror());

@@ -15,12 +15,12 @@ namespace {
 
 frame::Process::State& processState() { return frame::Process::getInstance()->state(); }
 
-// Turns SIGTERM and SIGINT into the end of the process. Both are blocked from construction on, in this thread and those
-// that it starts; they stay blocked afterwards, because an orderly end that is under way must not be cut short.
+// Ends the process in an orderly way on SIGTERM and SIGINT. Both are blocked from construction on, in this thread and
+// those that it starts. They stay blocked afterwards, so that they cannot interrupt the shutdown.
 class EndSignals {
 public:
     EndSignals() {
-        // Their default is to end the process at once, which leaves its sockets behind.
+        // By default they end the process at once, which leaves its sockets behind.
         for (const int ignored : {SIGHUP, SIGPIPE, SIGXFSZ}) std::signal(ignored, SIG_IGN);
         sigemptyset(&signals_);
         sigaddset(&signals_, SIGTERM);
@@ -34,8 +34,8 @@ public:
         pthread_setname_np(waiter_.native_handle(), "signals");
     }
     ~EndSignals() {
-        // Wakes the waiter if no signal has, and reaches nobody else; harmless when one has, since the thread is not
-        // joined yet.
+        // Wakes the waiter if no signal has; no other thread gets this signal. Has no effect otherwise, because the
+        // thread is not joined yet.
         pthread_kill(waiter_.native_handle(), SIGINT);
         waiter_.join();
     }

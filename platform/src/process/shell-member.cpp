@@ -1,4 +1,4 @@
-// The member that gives a process its shell.
+// The member that provides a process's shell.
 #include "log/log.h"
 #include "shell/shell-server.h"
 
@@ -20,7 +20,7 @@
 namespace appovshell {
 namespace {
 
-// Why the newest start of a shell failed; empty when it did not. Starts are the framework's thread's.
+// Why the last start of a shell failed; empty when it did not. Used on the framework's thread only.
 std::string& failure() {
     static std::string text;
     return text;
@@ -32,7 +32,7 @@ int fail(const std::string& why, int result) {
     return result;
 }
 
-// What somebody who starts the process can do about it.
+// What the user can do about the error.
 const char* adviceFor(int error) {
     switch (error) {
         case EADDRINUSE:
@@ -53,7 +53,7 @@ const char* adviceFor(int error) {
 
 class ShellMember final : public frame::AbstractApplication, public ShellServer {
 protected:
-    // All in one step, so that a start-up that fails, here or in another member, leaves no socket and no lock behind.
+    // One step for all, so that a failed start-up, of this or another member, leaves no socket and no lock behind.
     int performStarting() override {
         failure().clear();
         if (const int result = AbstractApplication::performStarting(); result != 0) return result;
@@ -82,7 +82,7 @@ private:
         unregisterInterface<Server>(this);
     }
 
-    // Runs a step of the start-up; logs its exception and makes a result of it.
+    // Runs a step of the start-up. Logs an exception and converts it to a result.
     template <class Step> static int attempt(const Step& step) {
         try {
             step();
@@ -104,7 +104,7 @@ const char* Server::name() { return "orvel.lm.interfaces.appovshell"; }
 namespace host {
 
 void startShell() {
-    (void)shellEndpointOf(processName()); // says itself what is wrong with the folder or the configuration
+    (void)shellEndpointOf(processName()); // throws its own error for the folder or the configuration
     const int result = frame::Process::getInstance()->startAppMembersSync(CreateOvshellProxy);
     if (result < 0)
         throw std::runtime_error((appovshell::failure().empty()

@@ -1,4 +1,4 @@
-// Words of a peer, at any address and in the peer's byte order.
+// Access to a peer's words, at any address and in the peer's byte order.
 #pragma once
 
 #include <cstdint>

@@ -13,7 +13,7 @@
 
 namespace host::io {
 namespace {
-// The part of an outbox that is kept for answers to its peer, so that what all peers are sent leaves them room.
+// The fraction of an outbox that is reserved for answers to its peer, so that messages to all peers cannot fill it.
 constexpr std::size_t partForAnswers = 8;
 } // namespace
 
@@ -105,25 +105,25 @@ void Channel::makeReady(Connection& connection) {
     connection.setReady();
 }
 
-void Channel::flushWaiting(Connection& connection) {
+void Channel::flushQueued(Connection& connection) {
     thread_safety::LockGuard lock(mutex_);
     if (!connection.outbox().empty()) connection.flush();
 }
 
-void Channel::flushOn(Connection& connection) {
+void Channel::resumeFlush(Connection& connection) {
     thread_safety::LockGuard lock(mutex_);
-    connection.flushOn();
+    connection.resumeFlush();
 }
 
 bool Channel::abandon(Connection& connection) {
     thread_safety::LockGuard lock(mutex_);
     const bool wasReady = connection.ready();
-    count(counters.dropped, connection.outbox().dropCutShort());
+    count(counters.dropped, connection.outbox().dropPartlySent());
     connection.abandon();
     return wasReady;
 }
 
-void Channel::tellRefusals(Outbox& outbox) {
+void Channel::logRefusals(Outbox& outbox) {
     if (!outbox.empty()) return;
     if (const auto refusals = outbox.takeRefusals(); refusals > 1)
         HOST_LOG(io, vdlDebugFailure, "service %s: %zu more messages were refused while others waited\n",
@@ -137,7 +137,7 @@ int Channel::refuse(int result, const frame::MsgMeta& meta, const char* why) {
     return result;
 }
 
-void Channel::refuseFromNowOn() {
+void Channel::refuseSends() {
     thread_safety::LockGuard lock(mutex_);
     stopped_ = true;
 }

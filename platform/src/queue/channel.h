@@ -1,4 +1,4 @@
-// What the channels of both sides have in common: handlers, counters, the rules of sending.
+// The common base of both kinds of channels: handlers, counters and the rules for sending.
 #pragma once
 
 #include "handshake.h"
@@ -19,7 +19,7 @@ namespace host::io {
 
 class Connection;
 
-// A bound incoming message.
+// The handler of an incoming message.
 struct Handler {
     frame::MessageHandler function;
     void* context;
@@ -31,7 +31,7 @@ struct Counters {
     std::atomic<std::uint64_t> sent{0}, received{0}, dropped{0}, refused{0}, undecodable{0}, connections{0};
 };
 
-// Counting never orders anything.
+// No memory order is needed for counting.
 inline void count(std::atomic<std::uint64_t>& counter, std::uint64_t by = 1) {
     counter.fetch_add(by, std::memory_order_relaxed);
 }
@@ -46,59 +46,60 @@ public:
     int asyncSend(const frame::MsgIds& ids, const frame::MsgMeta& meta, const frame::TransportInfo* transport,
                   const vdl::EndianTable& table, const void* payload, const boost::function<void()>& completed) final;
 
-    // From any thread: asyncSend refuses from now on.
-    void refuseFromNowOn() TVSA_EXCLUDES(mutex_);
-    // When the receiving thread has ended: closes everything and drops what waits.
+    // From any thread: asyncSend refuses all later messages.
+    void refuseSends() TVSA_EXCLUDES(mutex_);
+    // After the receiving thread has ended: closes all connections and drops queued messages.
     virtual void end() = 0;
     frame::IOStatistics statistics() TVSA_EXCLUDES(mutex_);
 
     // For connections, on the receiving thread.
     virtual void onConnectionReady(Connection& connection) noexcept = 0;
-    // fault: whether this side ended it, because of what the peer did or for want of memory.
+    // fault: whether this side closed it, because of what the peer sent or because memory ran out.
     virtual void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const char* reason) noexcept = 0;
     const Handler* findHandler(const frame::MsgMeta& meta);
-    // On the receiving thread, before and after a message of that connection is handled. The end returns how many
-    // messages for other connections that has led to.
+    // On the receiving thread, before and after a message of that connection is handled. endHandling returns how many
+    // messages to other connections were sent in between.
     void beginHandling(const Connection& connection) noexcept;
     unsigned endHandling() noexcept;
-    // Whether so much waits for another connection than this one that what leads to more should wait.
-    virtual bool othersAreBehind(const Connection&) { return false; }
-    // Why a peer is rejected whose hello is right, or null; on the receiving thread.
-    virtual const char* whyFull() const noexcept { return nullptr; }
-    // From any thread: whether the queue stops, so that what has arrived is not handled any more.
+    // Whether so many messages are queued for a connection other than this one that this one should pause.
+    virtual bool anotherClientIsSlow(const Connection&) { return false; }
+    // Why a peer with a valid hello is rejected, or null; on the receiving thread.
+    virtual const char* fullReason() const noexcept { return nullptr; }
+    // From any thread: whether the queue is stopping, so that received messages are not handled any more.
     bool isStopping() const noexcept { return stopped_; }
     const QueueLimits& limits() const { return limits_; }
 
     // For connections, on the receiving thread. These take the mutex and call the connection.
-    void makeReady(Connection& connection) TVSA_EXCLUDES(mutex_);    // both hellos are through
-    void flushWaiting(Connection& connection) TVSA_EXCLUDES(mutex_); // sends what waited for that
-    void flushOn(Connection& connection) TVSA_EXCLUDES(mutex_);      // the stream takes more
-    bool abandon(Connection& connection) TVSA_EXCLUDES(mutex_);      // ends it; whether it was ready
-    // For what a connection does when the channel calls it: clang does not know that this is its channel.
+    void makeReady(Connection& connection) TVSA_EXCLUDES(mutex_);   // both hellos have been exchanged
+    void flushQueued(Connection& connection) TVSA_EXCLUDES(mutex_); // sends what was queued until then
+    void resumeFlush(Connection& connection) TVSA_EXCLUDES(mutex_); // the stream is writable again
+    bool abandon(Connection& connection) TVSA_EXCLUDES(mutex_);     // closes it; whether it was ready
+    // For code of a connection that the channel calls: clang does not know that this is its channel.
     void assertMutexIsHeld() const TVSA_ASSERT_CAPABILITY(mutex_) {}
-    // A line for each message that finds its queue full would bury all others, so that only the first one has its own.
-    // This says how many came after it, when the outbox is empty.
-    void tellRefusals(Outbox& outbox) TVSA_REQUIRES(mutex_);
+    // Only the first message that finds the queue full is logged on its own; a line for each would bury all others.
+    // When the outbox is empty again, this logs how many more there were.
+    void logRefusals(Outbox& outbox) TVSA_REQUIRES(mutex_);
 
     const std::string service;
     const Handshake handshake;
     Counters counters;
 
 protected:
-    friend class Connection;     // for the annotations of what is guarded there
+    friend class Connection;     // for its thread safety annotations
     thread_safety::Mutex mutex_; // guards the outboxes and which connections are ready
 
-    // Hands a message to the connection, or all of them. Results as of asyncSend; whoever refuses has counted it.
+    // Queues a message for the connection, or for all. Results like asyncSend; a message is counted where it is
+    // refused.
     virtual int dispatch(const Outgoing& message, const frame::TransportInfo* transport) TVSA_REQUIRES(mutex_) = 0;
-    // How much of an outbox a message may take.
+    // How much of an outbox a message may fill.
     enum class Room { all, allButTheAnswers };
-    // Puts a message into an outbox, whose connection (null for none) sends it at once if it can.
+    // Adds a message to an outbox; its connection (null for none) sends the message at once if possible.
     int put(const Outgoing& message, Outbox& outbox, Connection* connection, Room room) TVSA_REQUIRES(mutex_);
-    // How many bytes may wait in an outbox.
+    // The maximum number of bytes in an outbox.
     virtual std::size_t mostBytes(const Outbox&) const TVSA_REQUIRES(mutex_) { return limits_.bytes; }
     int refuse(int result, const frame::MsgMeta& meta, const char* why);
     virtual void addTo(frame::IOStatistics& statistics) TVSA_REQUIRES(mutex_) = 0; // connected and queued
-    // On the receiving thread: has the queue call proceed in a while, for which it needs no memory.
+    // On the receiving thread: makes the queue call proceed after a while. Allocates no memory.
     void proceedLater() noexcept { io_.stop(); }
 
     boost::asio::io_context& io_;
@@ -112,15 +113,15 @@ private:
         std::size_t operator()(const frame::MsgMeta& meta) const {
             const std::uint64_t bits = meta.messageId ^ (std::uint64_t{meta.interfaceCode} << 16) ^
                                        (std::uint64_t{meta.instance} << 32) ^ (std::uint64_t{meta.flag} << 8);
-            return static_cast<std::size_t>(bits ^ bits >> 32); // of both halves where only one fits
+            return static_cast<std::size_t>(bits ^ bits >> 32); // combines both halves where size_t has 32 bits
         }
     };
     thread_safety::Mutex handlersMutex_;
-    // Never removed from: as many as its service's members bind, one for each message at most. Peers add none.
+    // Entries are never removed: at most one for each message that the service's members register. Peers add none.
     std::unordered_map<frame::MsgMeta, Handler, MetaHash> handlers_ TVSA_GUARDED_BY(handlersMutex_);
     std::atomic<bool> stopped_{false}; // set under the mutex
-    // Whose message is handled now, and how many messages for others that has led to. Other threads' messages count
-    // with them.
+    // The connection whose message is being handled, and how many messages to others were sent in the meantime,
+    // including those of other threads.
     std::atomic<const Connection*> handled_{nullptr};
     std::atomic<unsigned> forOthers_{0};
 };

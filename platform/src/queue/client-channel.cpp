@@ -33,7 +33,7 @@ void ClientChannel::attempt() noexcept {
     try {
         connector_->connect(
             [this](std::unique_ptr<Stream> stream, const char* reason) { onAnswer(std::move(stream), reason); });
-    } catch (const std::exception& error) { // there is no answer then
+    } catch (const std::exception& error) { // no answer will come in this case
         failed(textOf(error));
     }
 }
@@ -60,33 +60,33 @@ void ClientChannel::onAnswer(std::unique_ptr<Stream> stream, const char* reason)
 void ClientChannel::onConnectionReady(Connection&) noexcept {
     retryDelay_.reset();
     lastReason_.clear();
-    keep("");
+    setFailure("");
     HOST_LOG(io, vdlDebugProgress, "service %s: connected\n", service.c_str());
-    tell(&frame::IOConnectionListener::onIOConnectionConnected);
+    notify(&frame::IOConnectionListener::onIOConnectionConnected);
 }
 
 void ClientChannel::onConnectionClosed(Connection&, bool wasReady, bool fault, const char* reason) noexcept {
     {
         thread_safety::LockGuard lock(mutex_);
         connection_.reset();
-        tellRefusals(*outbox_); // of which a message that the break cut short may have been the last
-        // Every message has the whole time to wait for a connection, which it has had until now.
+        logRefusals(*outbox_); // the outbox may have become empty by dropping a partly sent message
+        // Every message may wait the whole time for a connection, counted from the end of this one.
         if (wasReady) outbox_->setDeadlines(std::chrono::steady_clock::now() + limits_.wait);
         if (!outbox_->empty() && !std::exchange(watching_, true)) watchDeadlines();
     }
     if (!wasReady) return failed(reason);
-    keep(reason);
+    setFailure(reason);
     HOST_LOG(io, fault ? vdlDebugFailure : vdlDebugWarning, "service %s: disconnected: %s\n", service.c_str(), reason);
-    tell(&frame::IOConnectionListener::onIOConnectionDisconnected);
+    notify(&frame::IOConnectionListener::onIOConnectionDisconnected);
     retryLater();
 }
 
-void ClientChannel::keep(const char* failure) noexcept {
+void ClientChannel::setFailure(const char* failure) noexcept {
     thread_safety::LockGuard lock(mutex_);
     try {
         failure_ = failure;
     } catch (const std::exception& error) {
-        failure_.assign(textOf(error), 0, failure_.capacity()); // as much as needs no memory
+        failure_.assign(textOf(error), 0, failure_.capacity()); // as much as fits without allocating
     }
 }
 
@@ -96,9 +96,9 @@ std::string ClientChannel::failure() {
 }
 
 void ClientChannel::failed(const char* reason) noexcept {
-    keep(reason);
+    setFailure(reason);
     logOnce(reason);
-    tell(&frame::IOConnectionListener::onIOConnectionConnectionFailed);
+    notify(&frame::IOConnectionListener::onIOConnectionConnectionFailed);
     retryLater();
 }
 
@@ -107,7 +107,7 @@ void ClientChannel::logOnce(const char* reason) noexcept {
     HOST_LOG(io, vdlDebugFailure, "service %s: %s\n", service.c_str(), reason);
     try {
         lastReason_ = reason;
-    } catch (const std::exception&) { // it is told again
+    } catch (const std::exception&) { // it is logged again
         lastReason_.clear();
     }
 }
@@ -129,8 +129,8 @@ int ClientChannel::dispatch(const Outgoing& message, const frame::TransportInfo*
     if (transport && (!connection || connection->number() != transport->connection))
         return refuse(-107, message.meta, "no such connection");
     if (!connection && !watching_) {
-        // First, as there may be no memory for it. Posted, as the caller, who holds the mutex, may be on the receiving
-        // thread.
+        // Done first, because it may run out of memory. Posted, because the caller, who holds the mutex, may be on the
+        // receiving thread.
         boost::asio::post(io_, [this] {
             thread_safety::LockGuard lock(mutex_);
             watchDeadlines();
@@ -140,7 +140,7 @@ int ClientChannel::dispatch(const Outgoing& message, const frame::TransportInfo*
     return put(message, *outbox_, connection, Room::all);
 }
 
-// On the receiving thread: gives up what has waited too long and comes back for what has not.
+// On the receiving thread: drops messages that have waited too long and sets the timer for the others.
 void ClientChannel::watchDeadlines() noexcept {
     watching_ = false;
     if (ready()) return;
@@ -148,7 +148,7 @@ void ClientChannel::watchDeadlines() noexcept {
         count(counters.dropped, dropped);
         HOST_LOG(io, vdlDebugFailure, "service %s: %zu messages dropped after %lld ms without a connection\n",
                  service.c_str(), dropped, static_cast<long long>(limits_.wait.count()));
-        tellRefusals(*outbox_);
+        logRefusals(*outbox_);
     }
     if (outbox_->empty()) return;
     try {
@@ -164,9 +164,9 @@ void ClientChannel::watchDeadlines() noexcept {
     }
 }
 
-void ClientChannel::tell(void (frame::IOConnectionListener::*news)()) noexcept {
+void ClientChannel::notify(void (frame::IOConnectionListener::*event)()) noexcept {
     if (!listener_) return;
-    guardedCall([&] { (listener_->*news)(); },
+    guardedCall([&] { (listener_->*event)(); },
                 [&](const Thrown& thrown) {
                     HOST_LOG(io, vdlDebugFailure, "service %s: listener threw: %s\n", service.c_str(), thrown.what);
                 });
@@ -182,7 +182,7 @@ void ClientChannel::end() {
     if (connection_) connection_->abandon();
     connection_.reset();
     count(counters.dropped, outbox_->dropAll());
-    tellRefusals(*outbox_);
+    logRefusals(*outbox_);
 }
 
 } // namespace host::io

@@ -1,4 +1,4 @@
-// The channel to another process's service: one connection, made and remade.
+// The channel to another process's service: one connection, which is re-established when it ends.
 #pragma once
 
 #include "channel.h"
@@ -34,12 +34,12 @@ private:
     void attempt() noexcept;
     void onAnswer(std::unique_ptr<Stream> stream, const char* reason) noexcept;
     void failed(const char* reason) noexcept;
-    void keep(const char* failure) noexcept TVSA_EXCLUDES(mutex_);
-    // Logs the reason why a connection did not come about, but not the same one at every attempt.
+    void setFailure(const char* failure) noexcept TVSA_EXCLUDES(mutex_);
+    // Logs why a connection failed, but not the same reason at every attempt.
     void logOnce(const char* reason) noexcept;
     void retryLater() noexcept;
     void watchDeadlines() noexcept TVSA_REQUIRES(mutex_);
-    void tell(void (frame::IOConnectionListener::*news)()) noexcept;
+    void notify(void (frame::IOConnectionListener::*event)()) noexcept;
     bool ready() const TVSA_REQUIRES(mutex_) { return connection_ && connection_->ready(); }
 
     const std::unique_ptr<Connector> connector_;
@@ -51,8 +51,8 @@ private:
     boost::asio::steady_timer retryTimer_, deadlineTimer_;
     RetryDelay retryDelay_;
     std::string lastReason_; // for logOnce
-    bool idle_ = true;       // the receiving thread's: no connection, and nothing is awaited that would bring one
-    bool watching_ TVSA_GUARDED_BY(mutex_) = false; // whether the deadline timer runs or is about to
+    bool idle_ = true;       // used by the receiving thread: no connection, and no pending event will make one
+    bool watching_ TVSA_GUARDED_BY(mutex_) = false; // whether the deadline timer runs or is about to be started
 };
 
 } // namespace host::io

@@ -17,17 +17,17 @@ namespace host::io {
 namespace {
 
 constexpr std::chrono::seconds helloTimeout{2};
-// A message under way must come on at this pace, else its memory could be held with a byte now and then. A line between
-// hosts with a delay of 50 ms that loses 5 % of its packets still carries twice as much.
+// The minimum rate at which a message must arrive. Otherwise a peer could occupy memory for it by sending a byte now
+// and then. A link with a delay of 50 ms that loses 5 % of its packets still transfers twice as much.
 constexpr std::size_t leastBytesPerSecond = 32 * 1024;
-// How many messages of one peer are handled before others have their turn. So many that what a turn costs does not
-// count, so few that a crowd of peers with slow handlers delays nobody for long.
+// How many messages of one peer are handled in one turn, before other peers have theirs: enough to make the cost of a
+// turn negligible, and few enough that many peers with slow handlers delay nobody for long.
 constexpr unsigned mostPerTurn = 32;
-// And for how long, when single ones take long.
+// The maximum duration of a turn, in case single messages take long.
 constexpr std::chrono::milliseconds longestTurn{2};
-// What a peer says may lead to messages for others, up to some hundred for one of its own. After so many of them, and
-// with others that do not keep pace, its next message waits for so long. Others then take what they were sent, while it
-// is hardly held up by one that takes nothing.
+// Handling a peer's message may send messages to other peers, up to some hundred for one. After this many, and if
+// another peer does not keep pace, the peer's next message waits for this long. Meanwhile the others receive their
+// messages; a peer that receives nothing hardly delays this one.
 constexpr unsigned manyForOthers = 64;
 constexpr std::chrono::milliseconds pauseForOthers{20};
 std::atomic<std::uint64_t> lastNumber{0};
@@ -44,13 +44,14 @@ Connection::Connection(boost::asio::io_context& io, std::unique_ptr<Stream> stre
       outbox_(std::move(outbox)),
       number_(++lastNumber) {}
 
-// Takes a step for which there may be no memory. Without it the peer could not be heard, or not be held to its hello.
+// Runs a step that may run out of memory, and closes the connection if it does: otherwise nothing more would be read
+// from the peer, or the hello timeout would not apply.
 template <class Step> void Connection::orClose(const Step& step) noexcept {
     try {
         step();
     } catch (const std::exception& error) {
         if (incoming_.size() > 0 && helloReceived_)
-            count(channel_.counters.undecodable); // the message that goes with it
+            count(channel_.counters.undecodable); // the message that is lost with it
         reject(textOf(error));
     }
 }
@@ -71,7 +72,7 @@ void Connection::writeHello() {
     while (helloWritten_ < hello.size()) {
         std::error_code error;
         const auto taken = stream_->send(hello.data() + helloWritten_, hello.size() - helloWritten_, error);
-        if (error) return; // the peer has gone; reading tells, after what it may have said before
+        if (error) return; // the peer has gone; reading reports that, after the data it sent before
         if (taken == 0) return stream_->waitWritable(shared_from_this());
         helloWritten_ += taken;
     }
@@ -83,7 +84,7 @@ void Connection::becomeReady() {
     channel_.makeReady(*this);
     count(channel_.counters.connections);
     channel_.onConnectionReady(*this);
-    channel_.flushWaiting(*this);
+    channel_.flushQueued(*this);
 }
 
 void Connection::setReady() {
@@ -97,20 +98,20 @@ void Connection::flush() {
     std::error_code error;
     while (!outbox_->empty()) {
         if (const auto taken = stream_->send(outbox_->data(), outbox_->bytes(), error)) {
-            if (const auto whole = outbox_->took(taken)) count(channel_.counters.sent, whole);
+            if (const auto whole = outbox_->markSent(taken)) count(channel_.counters.sent, whole);
             continue;
         }
-        // Once the stream is broken its messages wait for the next connection. The receiving thread learns of the
-        // break by reading, after what the peer said before it.
+        // Once the stream is broken, its messages wait for the next connection. The receiving thread detects the break
+        // by reading, after the data that the peer sent before it.
         waitingWritable_ = true;
         return error ? stream_->breakOff() : stream_->waitWritable(shared_from_this());
     }
-    channel_.tellRefusals(*outbox_);
+    channel_.logRefusals(*outbox_);
 }
 
-void Connection::onWritable() { helloSent_ ? channel_.flushOn(*this) : writeHello(); }
+void Connection::onWritable() { helloSent_ ? channel_.resumeFlush(*this) : writeHello(); }
 
-void Connection::flushOn() {
+void Connection::resumeFlush() {
     channel_.assertMutexIsHeld();
     waitingWritable_ = false;
     flush();
@@ -128,7 +129,7 @@ void Connection::onReceived(std::size_t count) {
     takeTurn();
 }
 
-// Handles what has arrived, and reads on when all of it is handled.
+// Handles received data, and reads on when all of it has been handled.
 void Connection::takeTurn() noexcept {
     orClose([this] {
         if (!helloReceived_ && !handleHello()) return;
@@ -139,13 +140,13 @@ void Connection::takeTurn() noexcept {
     });
 }
 
-// The size of the frame of which a part has arrived, as far as that says so.
+// The size of the partly received frame; 0 while it is unknown.
 std::size_t Connection::frameBegun() {
     if (!helloReceived_ || incoming_.size() < sizeof(std::uint32_t)) return 0;
     return frameHeaderBytes + load32(incoming_.data(), swap_);
 }
 
-// Lets others have their turn before this connection's next one. Without memory for that it returns false.
+// Gives others their turn before this connection's next one. Returns false when there is no memory for that.
 bool Connection::yield() noexcept {
     try {
         boost::asio::post(timer_.get_executor(), [self = shared_from_this()] { self->resume(); });
@@ -155,16 +156,17 @@ bool Connection::yield() noexcept {
     }
 }
 
-// Lets others take what this peer has had them told, before it has them told more. Returns whether it has to wait.
+// Gives other peers time to receive the messages that this one has caused, before it causes more. Returns whether it
+// has to wait.
 bool Connection::pause() noexcept {
     if (forOthers_ < manyForOthers) return false;
     forOthers_ = 0;
-    if (!channel_.othersAreBehind(*this)) return false;
+    if (!channel_.anotherClientIsSlow(*this)) return false;
     try {
         pauseTimer_.expires_after(pauseForOthers);
         pauseTimer_.async_wait([self = shared_from_this()](const boost::system::error_code&) { self->resume(); });
         return yielded_ = true;
-    } catch (const std::exception&) { // no memory
+    } catch (const std::exception&) { // out of memory
         return false;
     }
 }
@@ -184,8 +186,8 @@ void Connection::watchProgress() {
     watching_ = true;
 }
 
-// Twice within the limit. A message is given up when there was too little progress both times: after this thread itself
-// was held up for longer than the limit, what arrived meanwhile is read before the second time.
+// Runs twice within the limit. A message fails when there was too little progress both times: if this thread itself was
+// delayed for longer than the limit, data that arrived meanwhile is read before the second time.
 void Connection::judgeProgress() {
     watching_ = false;
     const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(channel_.limits().unfinished / 2);
@@ -200,7 +202,7 @@ void Connection::judgeProgress() {
     if (incoming_.size() > 0) watchProgress();
 }
 
-// The handlers of the two kinds of bytes return whether the connection goes on.
+// handleHello and handleFrames return whether the connection continues.
 bool Connection::handleHello() {
     const auto judgement = channel_.handshake.judge(incoming_.data(), incoming_.size());
     if (judgement.verdict == Handshake::Verdict::Refused) {
@@ -208,7 +210,7 @@ bool Connection::handleHello() {
         return false;
     }
     if (judgement.verdict == Handshake::Verdict::Incomplete) return true;
-    if (const char* why = channel_.whyFull()) {
+    if (const char* why = channel_.fullReason()) {
         reject(why);
         return false;
     }
@@ -282,7 +284,7 @@ void Connection::reject(const char* reason) noexcept {
 
 void Connection::close(const char* reason, bool fault) noexcept {
     if (closed_) return;
-    const auto self = shared_from_this(); // the channel lets go of it
+    const auto self = shared_from_this(); // the channel releases it
     const bool wasReady = channel_.abandon(*this);
     channel_.onConnectionClosed(*this, wasReady, fault, reason);
 }

@@ -1,4 +1,4 @@
-// One stream to a peer: hello, frames in, frames out of an outbox.
+// One connection to a peer over a stream: exchanges hellos, receives frames, and sends the frames of an outbox.
 #pragma once
 
 #include "channel.h"
@@ -13,7 +13,7 @@
 
 namespace host::io {
 
-// Lives as long as what is under way in its stream does; after close it no longer touches the channel.
+// Lives until the pending operations of its stream have ended; does not use the channel after close.
 class Connection final : public StreamUser, public std::enable_shared_from_this<Connection> {
 public:
     // Throws std::bad_alloc.
@@ -28,15 +28,15 @@ public:
     void onFault(const std::string& reason) override;
     void onWritable() override;
 
-    // Whether the peer has still to say its hello; on the receiving thread.
+    // Whether the peer has not sent its hello yet; on the receiving thread.
     bool awaitsHello() const { return !helloReceived_ && !closed_; }
-    // Ends it because of what the peer said, or did not say; on the receiving thread.
+    // Closes it because of what the peer sent or failed to send; on the receiving thread.
     void reject(const char* reason) noexcept;
 
     std::uint64_t number() const { return number_; } // in this process, from 1
 
-    // The rest is for the channel, with its mutex held.
-    void setReady(); // both hellos are through
+    // The following is for the channel, with its mutex held.
+    void setReady(); // both hellos have been exchanged
     bool ready() const {
         channel_.assertMutexIsHeld();
         return ready_;
@@ -45,10 +45,10 @@ public:
         channel_.assertMutexIsHeld();
         return *outbox_;
     }
-    // Writes what the stream takes at once; the receiving thread writes the rest when it can.
+    // Writes as much as the stream accepts; the receiving thread writes the rest later.
     void flush();
-    void flushOn(); // the stream takes more
-    // Ends the stream without a word to the channel, on the receiving thread or when that has ended.
+    void resumeFlush(); // the stream is writable again
+    // Closes the stream without notifying the channel, on the receiving thread or after that has ended.
     void abandon();
 
 private:
@@ -69,7 +69,7 @@ private:
 
     Channel& channel_;
     const std::unique_ptr<Stream> stream_;
-    boost::asio::steady_timer timer_;      // for the hello, then for messages under way
+    boost::asio::steady_timer timer_;      // for the hello, then for partly received messages
     boost::asio::steady_timer pauseTimer_; // see pause
     ReceiveBuffer incoming_;
     const std::shared_ptr<Outbox> outbox_ TVSA_GUARDED_BY(channel_.mutex_);
@@ -80,13 +80,13 @@ private:
     bool helloSent_ = false, helloReceived_ = false;
     bool ready_ TVSA_GUARDED_BY(channel_.mutex_) = false;
     bool waitingWritable_ TVSA_GUARDED_BY(channel_.mutex_) = false;
-    // Of the time since progress was last judged; see judgeProgress.
+    // Since the last call of judgeProgress:
     std::size_t arrived_ = 0; // bytes
-    bool finished_ = false;   // whether a message came to its end
-    bool wasSlow_ = false;    // the time before
-    bool watching_ = false;   // whether the timer runs for messages
-    bool yielded_ = false;    // whether the next turn is still to come
-    unsigned forOthers_ = 0;  // messages that what it said has led to, since the last look at how others keep pace
+    bool finished_ = false;   // whether a message was completed
+    bool wasSlow_ = false;    // whether progress was too slow at the call before
+    bool watching_ = false;   // whether the timer runs for a partly received message
+    bool yielded_ = false;    // whether the next turn is scheduled
+    unsigned forOthers_ = 0;  // messages to others that this peer has caused since the last check in pause
 };
 
 } // namespace host::io

@@ -27,7 +27,7 @@ std::uint64_t mixed(std::uint64_t seed, std::uint64_t value) {
     return x ^ (x >> 31);
 }
 
-// What a peer calls itself may be anything.
+// The peer's name for the service may have any bytes.
 std::string printable(const char* text, std::size_t size) {
     std::string result(text, std::min<std::size_t>(size, 64));
     for (char& c : result)
@@ -55,8 +55,8 @@ Handshake::Handshake(const std::string& service, const frame::MessageSet& messag
         messages_.push_back({message.meta, fingerprint(*message.table), message.name});
         const auto& own = messages_.back();
         // A sum, so that the order in which a side lists its messages does not matter.
-        std::uint64_t one = mixed(mixed(own.meta.instance, own.meta.interfaceCode), own.meta.messageId);
-        setFingerprint_ += mixed(mixed(one, own.meta.flag), own.layout);
+        std::uint64_t hash = mixed(mixed(own.meta.instance, own.meta.interfaceCode), own.meta.messageId);
+        setFingerprint_ += mixed(mixed(hash, own.meta.flag), own.layout);
     }
     const std::size_t size = fixedBytes + service.size() + messages_.size() * messageBytes;
     if (size > maximumHelloBytes)

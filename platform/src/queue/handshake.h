@@ -1,6 +1,6 @@
-// The hello that both peers of a connection send first, and the judgement of the other's.
+// The hello that each peer of a connection sends first, and the check of the other's hello.
 //
-// A hello, its words in the sender's byte order: magic "tvsq", byte-order mark, protocol version, size of the whole
+// A hello, with words in the sender's byte order: magic "tvsq", byte-order mark, protocol version, size of the whole
 // hello, length of the service's name, number of messages, fingerprint of the message set (u64); the name; then for
 // each message instance, interface code, message id, flag and the fingerprint of its table (u64).
 #pragma once
@@ -27,11 +27,12 @@ public:
         std::string reason{}; // what differs, when refused
     };
 
-    // serving: whether this side offers the service. Throws std::invalid_argument for a set that no hello can tell.
+    // serving: whether this side offers the service. Throws std::invalid_argument when the set does not fit into a
+    // hello.
     Handshake(const std::string& service, const frame::MessageSet& messages, bool serving);
 
     const std::string& hello() const { return hello_; }
-    // Judges the peer's bytes so far; garbage is refused as early as it shows.
+    // Checks the peer's bytes so far; invalid data is refused as early as possible.
     Judgement judge(const char* data, std::size_t size) const;
 
 private:

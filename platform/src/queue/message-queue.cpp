@@ -22,7 +22,7 @@
 namespace host {
 namespace {
 
-// Until there may be memory again: no longer than a client waits before it tries again.
+// How long to wait for memory: no longer than a client waits before it tries again.
 constexpr std::chrono::milliseconds shortagePause{50};
 
 } // namespace
@@ -35,24 +35,24 @@ struct MessageQueue::State {
         channels.push_back(std::move(channel));
         io::Channel& added = *channels.back();
         if (stopped) {
-            added.refuseFromNowOn();
+            added.refuseSends();
             added.end();
         }
         return added;
     }
     void remove(const QueueChannel& channel) {
         thread_safety::LockGuard lock(mutex);
-        std::erase_if(channels, [&](const auto& one) { return one.get() == &channel; });
+        std::erase_if(channels, [&](const auto& known) { return known.get() == &channel; });
     }
-    // The channels' work begins on the receiving thread, now or when that starts.
-    void open(const std::vector<QueueChannel*>& more) {
+    // The channels start their work on the receiving thread, now or when that starts.
+    void open(const std::vector<QueueChannel*>& added) {
         thread_safety::LockGuard lock(mutex);
         if (stopped) return;
-        opened.reserve(opened.size() + more.size());
+        opened.reserve(opened.size() + added.size());
         if (thread.joinable()) boost::asio::post(io, [this] { proceed(); });
-        opened.insert(opened.end(), more.begin(), more.end()); // for which there is memory
+        opened.insert(opened.end(), added.begin(), added.end()); // memory has been reserved
     }
-    // Not under the mutex, as listeners may call the queue.
+    // Without the mutex, because listeners may call the queue.
     void proceed() noexcept {
         for (std::size_t i = 0; QueueChannel* channel = openedAt(i); ++i) channel->proceed();
     }
@@ -60,8 +60,8 @@ struct MessageQueue::State {
         thread_safety::LockGuard lock(mutex);
         return i < opened.size() ? opened[i] : nullptr;
     }
-    // The receiving thread. A channel that has no memory for what it has to wait for stops the loop, as that needs
-    // none; after a while, in which everything else is served, all channels go on with what they could not do.
+    // The receiving thread. A channel that cannot wait for an event because memory has run out stops the loop, which
+    // needs no memory. After a pause, in which everything else is served, all channels retry what they could not do.
     void receive() noexcept {
         using Clock = std::chrono::steady_clock;
         std::optional<Clock::time_point> proceedAt;
@@ -71,7 +71,7 @@ struct MessageQueue::State {
                 io.restart();
                 if (!proceedAt) proceedAt = Clock::now() + shortagePause;
             }
-            if (stopped) return; // looked at after the restart, which may have undone the stop that is for good
+            if (stopped) return; // checked after the restart, which may have undone the final stop
             try {
                 if (!proceedAt) {
                     io.run();
@@ -95,7 +95,7 @@ struct MessageQueue::State {
     thread_safety::Mutex mutex;
     // One for each marshalling member, and one for each service that the program offers; peers add none.
     std::vector<std::unique_ptr<io::Channel>> channels TVSA_GUARDED_BY(mutex);
-    std::vector<QueueChannel*> opened TVSA_GUARDED_BY(mutex); // of those, never removed from
+    std::vector<QueueChannel*> opened TVSA_GUARDED_BY(mutex); // of those; never removed
     std::thread thread TVSA_GUARDED_BY(mutex);
     std::atomic<bool> stopped{false}; // set under the mutex
 };
@@ -126,7 +126,7 @@ QueueChannel& MessageQueue::serve(const std::string& service, const frame::Messa
         state_->io, state_->transports->listenerFor(service), service, messages, sendBufferBytes, state_->limits));
     try {
         state_->open({&channel});
-    } catch (...) { // no memory: nobody would ever be let in
+    } catch (...) { // out of memory: the service would never accept a client
         state_->remove(channel);
         throw;
     }
@@ -143,20 +143,20 @@ void MessageQueue::start() {
 }
 
 void MessageQueue::stop() {
-    // A handler that asks for statistics while this waits for it must get them, hence the join outside the mutex.
+    // Joins without the mutex: otherwise a handler that calls statistics would deadlock with this.
     std::thread thread;
     {
         thread_safety::LockGuard lock(state_->mutex);
         if (state_->stopped.exchange(true)) return;
-        for (const auto& channel : state_->channels) channel->refuseFromNowOn();
+        for (const auto& channel : state_->channels) channel->refuseSends();
         thread = std::move(state_->thread);
     }
     state_->io.stop();
     if (thread.joinable()) thread.join();
     thread_safety::LockGuard lock(state_->mutex);
-    state_->transports->beginFarewell();
+    state_->transports->beginShutdown();
     for (const auto& channel : state_->channels) channel->end();
-    state_->transports->endFarewell();
+    state_->transports->endShutdown();
 }
 
 std::vector<frame::IOStatistics> MessageQueue::statistics() const {

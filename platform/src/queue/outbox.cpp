@@ -9,10 +9,10 @@
 
 namespace host::io {
 namespace {
-// A buffer that grew beyond this in a burst is given back afterwards.
+// A buffer that has grown beyond this is released after the burst.
 constexpr std::size_t largestKeptBytes = 1024 * 1024;
 
-// Appends the message as a frame. Throws as marshal does; the bytes are then as they were.
+// Appends the message as a frame. Throws like marshal; the bytes are then unchanged.
 void appendFrame(const Outgoing& message, Bytes& out) {
     const std::size_t start = out.size();
     try {
@@ -63,24 +63,24 @@ void Outbox::retractLast() noexcept {
         Bytes smaller;
         std::copy_n(frames_.data(), frames_.size(), smaller.append(frames_.size()));
         frames_ = std::move(smaller);
-    } catch (const std::exception&) { // no memory: it goes once the outbox is empty
+    } catch (const std::exception&) { // out of memory: it is released once the outbox is empty
     }
 }
 
-std::size_t Outbox::took(std::size_t count) {
+std::size_t Outbox::markSent(std::size_t count) {
     head_ += count;
     taken_ += count;
     const std::size_t before = first_;
     while (first_ < waiting_.size() && taken_ >= waiting_[first_].bytes) taken_ -= waiting_[first_++].bytes;
     const std::size_t whole = first_ - before;
-    tidy();
+    compact();
     return whole;
 }
 
-std::size_t Outbox::dropCutShort() {
+std::size_t Outbox::dropPartlySent() {
     if (taken_ == 0) return 0;
     discard(1);
-    tidy();
+    compact();
     return 1;
 }
 
@@ -88,14 +88,14 @@ std::size_t Outbox::dropExpired(Time now) {
     const std::size_t before = first_;
     while (!empty() && firstDeadline() <= now) discard(1);
     const std::size_t dropped = first_ - before;
-    tidy();
+    compact();
     return dropped;
 }
 
 std::size_t Outbox::dropAll() {
     const std::size_t dropped = messages();
     discard(dropped);
-    tidy();
+    compact();
     return dropped;
 }
 
@@ -110,8 +110,8 @@ void Outbox::discard(std::size_t count) {
     }
 }
 
-// Keeps the space before the first unsent byte, and before the first waiting entry, from growing for ever.
-void Outbox::tidy() {
+// Prevents the space before the first unsent byte, and before the first queued entry, from growing without limit.
+void Outbox::compact() {
     if (empty()) {
         waiting_.clear();
         first_ = head_ = 0;

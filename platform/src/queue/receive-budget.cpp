@@ -11,14 +11,14 @@ namespace host::io {
 namespace {
 
 constexpr std::size_t mebibyte = std::size_t{1} << 20;
-// Where flat blocks come from malloc there is no region to take a part of: as much as of a heap of the usual size.
+// Where flat blocks come from malloc there is no region to take a fraction of: use that of a heap of the default size.
 constexpr std::uint64_t heapWithoutRegion = 256 * mebibyte;
 
 std::size_t totalOf(std::uint64_t heap) {
     return static_cast<std::size_t>((heap > 0 ? heap : heapWithoutRegion) / 4 * 3);
 }
 
-// Of one peer: what the largest message needs, in whole mebibytes.
+// The limit of one peer: what the largest message needs, in whole mebibytes.
 constexpr std::size_t share = (ReceiveBuffer::mostTaken() + mebibyte - 1) / mebibyte * mebibyte;
 
 [[noreturn]] void refuse(const std::string& whose, std::size_t bound) {

@@ -1,9 +1,9 @@
-// What the receive buffers of a process may take of the flat heap beyond the first block that each of them has.
+// Limits the flat memory that the receive buffers of a process take beyond the first block of each.
 //
-// A message of which only a part has arrived holds memory for as long as its sender likes. Two bounds keep such
-// messages from starving a process: one per peer, so that a peer cannot take the others' memory, and one for all peers
-// together, so that a quarter of the heap is kept for answers and small messages. The first blocks of all connections
-// that there may be fit into that quarter from a heap of 80 MiB on.
+// A partly received message occupies memory for as long as its sender likes. Two limits keep such messages from
+// exhausting a process's memory: one per peer, so that a peer cannot take the others' memory, and one for all peers
+// together, so that a quarter of the heap remains for answers and small messages. With a heap of 80 MiB or more, the
+// first blocks of all possible connections fit into that quarter.
 #pragma once
 
 #include <cstddef>
@@ -16,14 +16,14 @@ namespace host::io {
 // From any thread.
 class ReceiveBudget {
 public:
-    // The one that all receive buffers share: of the heap's size three quarters, which is what a largest message needs
-    // in the smallest heap, and per peer what one largest message needs. Never destroyed. Throws std::bad_alloc when
-    // there is no heap.
+    // The budget that all receive buffers share. In total: three quarters of the heap, which in the smallest heap is
+    // what a largest message needs. Per peer: what one largest message needs. Never destroyed. Throws std::bad_alloc
+    // when there is no heap.
     static ReceiveBudget& ofProcess();
 
     ReceiveBudget(std::size_t total, std::size_t share) : total_(total), share_(share) {}
 
-    // Throws std::runtime_error, saying which bound is reached, or std::bad_alloc; nothing is taken then.
+    // Throws std::runtime_error with the limit that is reached, or std::bad_alloc; takes nothing then.
     void take(const std::string& peer, std::size_t bytes);
     void give(const std::string& peer, std::size_t bytes) noexcept;
 

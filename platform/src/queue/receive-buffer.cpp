@@ -10,7 +10,7 @@
 namespace host::io {
 namespace {
 
-// A peer pays for what it takes beyond the first block.
+// The peer's budget is charged for everything beyond the first block.
 constexpr std::size_t priceOf(std::size_t capacity) { return capacity > ReceiveBuffer::firstBytes ? capacity : 0; }
 
 } // namespace
@@ -39,7 +39,7 @@ void ReceiveBuffer::compact() noexcept {
 void ReceiveBuffer::giveBack() noexcept {
     try {
         resize(firstBytes);
-    } catch (const std::exception&) { // the large one serves as well
+    } catch (const std::exception&) { // keep the large one
     }
 }
 

@@ -1,5 +1,4 @@
-// The bytes that came from one peer and are not handled yet, in flat memory, so that messages are unmarshalled in
-// place.
+// The bytes received from one peer and not handled yet, in flat memory, so that messages are unmarshalled in place.
 #pragma once
 
 #include "outbox.h"
@@ -14,24 +13,24 @@ namespace host::io {
 
 class ReceiveBuffer {
 public:
-    // Every buffer has so many bytes. The block is one of the heap's size classes, its header included; a byte more
-    // would take twice the space.
+    // The initial size. With its header, the block is exactly one of the heap's size classes; one byte more would take
+    // twice the space.
     static constexpr std::size_t firstBytes = 64 * 1024 - 64;
     static constexpr std::size_t largestBytes = frameHeaderBytes + maximumMessageBytes;
 
-    // The capacity after this one. No last step of a few bytes, which would need two blocks of the largest size at
-    // once.
+    // The capacity after this one. Avoids a last step of a few bytes, which would need two blocks of the largest size
+    // at once.
     static constexpr std::size_t nextCapacity(std::size_t capacity) {
         return 2 * capacity + firstBytes >= largestBytes ? largestBytes : 2 * capacity;
     }
-    // What the largest frame takes at most: while the buffer grows for the last time both blocks exist.
+    // The most that the largest frame takes: while the buffer grows for the last time, both blocks exist.
     static constexpr std::size_t mostTaken() {
         std::size_t capacity = firstBytes;
         while (nextCapacity(capacity) < largestBytes) capacity = nextCapacity(capacity);
         return capacity + largestBytes;
     }
 
-    // What it takes beyond its first bytes counts as the peer's in the process's ReceiveBudget. Throws std::bad_alloc.
+    // The memory beyond firstBytes is charged to the peer in the process's ReceiveBudget. Throws std::bad_alloc.
     explicit ReceiveBuffer(std::string peer);
     ~ReceiveBuffer();
     ReceiveBuffer(const ReceiveBuffer&) = delete;
@@ -42,10 +41,10 @@ public:
     // Removes count bytes at the front.
     void consume(std::size_t count) { begin_ += count; }
 
-    // Before more is received: moves the bytes to the front of the block; doubles a full buffer, up to the largest
-    // frame: what a peer claims takes no memory, only what it has sent. A large buffer is given back, if there is
-    // memory for a small one, once a small one is enough for the frame that has begun, which is to have so many bytes.
-    // Throws std::bad_alloc, or std::runtime_error when the budget is used up; the buffer then holds what it did.
+    // Call it before receiving more. Moves the bytes to the front of the block, and doubles a full buffer, up to the
+    // largest frame: memory is taken for bytes that the peer has sent, not for those it announces. Releases a large
+    // buffer, if there is memory for a small one, once a small one is enough for the frame that has begun, whose size
+    // is frame. Throws std::bad_alloc, or std::runtime_error when the budget is used up; the content is then unchanged.
     void makeRoom(std::size_t frame);
     // Where the next bytes go.
     char* room() { return data_ + end_; }

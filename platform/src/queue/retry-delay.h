@@ -1,4 +1,4 @@
-// How long a channel that has no connection waits before its next attempt.
+// The delay before a channel's next attempt to connect.
 #pragma once
 
 #include <algorithm>
@@ -7,7 +7,7 @@
 
 namespace host::io {
 
-// 50 ms after the first failure, doubling to 1 s: a service that restarts is back soon, one that is away costs little.
+// 50 ms after the first failure, doubling to 1 s: fast for a service that restarts, cheap for one that is not running.
 class RetryDelay {
 public:
     std::chrono::milliseconds next() { return std::exchange(next_, std::min(2 * next_, longest)); }

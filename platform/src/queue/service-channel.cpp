@@ -13,18 +13,18 @@
 
 namespace host::io {
 namespace {
-// Many more than are accepted at a time, so that who speaks as it comes is always heard.
-constexpr std::size_t mostAwaited = 64;
-// A client for which more messages wait does not keep pace. Fewer wait when it has only not been woken yet.
+// Many more than are accepted at a time, so that a client that sends its hello right after connecting is never evicted.
+constexpr std::size_t mostWithoutHello = 64;
+// A client with more queued messages does not keep pace. With fewer, it may only not have been scheduled yet.
 constexpr std::size_t manyWaiting = 64;
-constexpr unsigned fewClients = 32; // fewer have not taken enough memory to give back
+constexpr unsigned fewClients = 32; // fewer do not leave enough memory to release
 } // namespace
 
 ServiceChannel::ServiceChannel(boost::asio::io_context& io, std::unique_ptr<Listener> listener,
                                const std::string& service_, const frame::MessageSet& messages,
                                std::size_t sendBufferBytes, const QueueLimits& limits)
     : Channel(io, service_, messages, sendBufferBytes, limits, true),
-      whyFull_("the service has its " + std::to_string(mostClients) + " clients already"),
+      fullReason_("the service has its " + std::to_string(mostClients) + " clients already"),
       listener_(std::move(listener)),
       memoryTimer_(io) {}
 
@@ -32,7 +32,7 @@ void ServiceChannel::proceed() noexcept {
     if (std::exchange(idle_, false)) listener_->listen(*this);
 }
 
-void ServiceChannel::onStalled(const char* reason) noexcept { // those that come wait in the listener
+void ServiceChannel::onStalled(const char* reason) noexcept { // new clients wait in the listener
     idle_ = true;
     proceedLater();
     HOST_LOG(io, vdlDebugFailure, "service %s: cannot wait for clients: %s\n", service.c_str(), reason);
@@ -44,8 +44,8 @@ void ServiceChannel::onCannotAccept(const char* reason) noexcept {
 
 void ServiceChannel::onClient(std::unique_ptr<Stream> stream) noexcept {
     if (!stream->isOwn()) return onRejected("a process of another user");
-    // Now, as who hears a hello takes itself for connected and tries again at once.
-    if (const char* why = whyFull()) return onRejected(why);
+    // Before sending the hello: a client that receives one considers itself connected and would retry at once.
+    if (const char* why = fullReason()) return onRejected(why);
     std::shared_ptr<Connection> client;
     try {
         client =
@@ -56,10 +56,10 @@ void ServiceChannel::onClient(std::unique_ptr<Stream> stream) noexcept {
         return onRejected(textOf(error));
     }
     client->open();
-    evictAwaited();
+    evictWithoutHello();
 }
 
-void ServiceChannel::onProven(const char* who) noexcept {
+void ServiceChannel::onAuthenticated(const char* who) noexcept {
     HOST_LOG(io, vdlDebugProgress, "service %s: %s\n", service.c_str(), who);
 }
 
@@ -69,18 +69,18 @@ void ServiceChannel::onRejected(const char* reason) noexcept {
     HOST_LOG(io, vdlDebugFailure, "service %s: client rejected: %s\n", service.c_str(), reason);
 }
 
-// Those that come and say nothing would else keep descriptors from those that do.
-void ServiceChannel::evictAwaited() {
+// Otherwise clients that connect and send nothing would use up the descriptors.
+void ServiceChannel::evictWithoutHello() {
     const auto isAwaited = [](const auto& client) { return client->awaitsHello(); };
     const auto& clients = ownClients();
     const auto awaited = std::count_if(clients.begin(), clients.end(), isAwaited);
-    if (static_cast<std::size_t>(awaited) <= mostAwaited) return;
+    if (static_cast<std::size_t>(awaited) <= mostWithoutHello) return;
     char why[64];
-    std::snprintf(why, sizeof why, "peer sent no hello while %zu others came", mostAwaited);
+    std::snprintf(why, sizeof why, "peer sent no hello while %zu others came", mostWithoutHello);
     (*std::find_if(clients.begin(), clients.end(), isAwaited))->reject(why);
 }
 
-// The C library would keep what a crowd of clients took for the next one, tens of mebibytes after many handshakes.
+// The C library would keep the memory of many clients for later, tens of mebibytes after many handshakes.
 void ServiceChannel::giveMemoryBackLater() noexcept {
 #ifdef __GLIBC__
     if (++gone_ != fewClients) return;
@@ -91,7 +91,7 @@ void ServiceChannel::giveMemoryBackLater() noexcept {
             gone_ = 0;
             malloc_trim(0);
         });
-    } catch (const std::exception&) { // no memory
+    } catch (const std::exception&) { // out of memory
         gone_ = 0;
     }
 #endif
@@ -106,21 +106,21 @@ void ServiceChannel::onConnectionClosed(Connection& client, bool wasReady, bool 
     giveMemoryBackLater();
     const char* what = wasReady ? "disconnected" : fault ? "rejected" : "left before its hello";
     const auto number = static_cast<unsigned long long>(client.number());
-    // Two kinds, so that peers which come and go bury none that is at fault.
+    // Two kinds of lines with separate limits, so that normal disconnections do not suppress lines about faults.
     if (fault)
         HOST_LOG(io, vdlDebugFailure, "service %s: client %llu %s: %s\n", service.c_str(), number, what, reason);
     else
         HOST_LOG(io, vdlDebugProgress, "service %s: client %llu %s: %s\n", service.c_str(), number, what, reason);
     thread_safety::LockGuard lock(mutex_);
     count(counters.dropped, client.outbox().dropAll());
-    tellRefusals(client.outbox());
+    logRefusals(client.outbox());
     clients_.erase(std::find_if(clients_.begin(), clients_.end(), [&](const auto& c) { return c.get() == &client; }));
 }
 
-const char* ServiceChannel::whyFull() const noexcept {
+const char* ServiceChannel::fullReason() const noexcept {
     const auto isReady = [](const auto& client) { return !client->awaitsHello(); };
     const auto ready = std::count_if(ownClients().begin(), ownClients().end(), isReady);
-    return static_cast<std::size_t>(ready) < mostClients ? nullptr : whyFull_.c_str();
+    return static_cast<std::size_t>(ready) < mostClients ? nullptr : fullReason_.c_str();
 }
 
 std::vector<std::uint64_t> ServiceChannel::clients() {
@@ -131,7 +131,7 @@ std::vector<std::uint64_t> ServiceChannel::clients() {
     return numbers;
 }
 
-bool ServiceChannel::othersAreBehind(const Connection& connection) {
+bool ServiceChannel::anotherClientIsSlow(const Connection& connection) {
     thread_safety::LockGuard lock(mutex_);
     return std::any_of(clients_.begin(), clients_.end(), [&](const auto& client) {
         return client.get() != &connection && client->outbox().messages() > manyWaiting;
@@ -149,17 +149,17 @@ int ServiceChannel::dispatch(const Outgoing& message, const frame::TransportInfo
     const bool several = std::count_if(clients_.begin(), clients_.end(), isReady) > 1;
     Bytes frame;
     const Outgoing once{message.ids, message.meta, message.plan, message.payload, several ? &frame : nullptr};
-    // A client whose queue is full, or for which there is no memory, keeps the message from no other client.
+    // A client whose queue is full, or for which memory runs out, must not keep the message from other clients.
     std::size_t taken = 0, lost = 0;
     int result = 0;
     for (const auto& client : clients_) {
         if (!client->ready()) continue;
         try {
-            const int one = put(once, client->outbox(), client.get(), Room::allButTheAnswers);
-            if (one == 0)
+            const int status = put(once, client->outbox(), client.get(), Room::allButTheAnswers);
+            if (status == 0)
                 ++taken;
             else
-                result = one;
+                result = status;
         } catch (const std::bad_alloc&) {
             ++lost;
         }
@@ -191,7 +191,7 @@ void ServiceChannel::end() {
     thread_safety::LockGuard lock(mutex_);
     for (const auto& client : clients_) {
         count(counters.dropped, client->outbox().dropAll());
-        tellRefusals(client->outbox());
+        logRefusals(client->outbox());
         client->abandon();
     }
     clients_.clear();

@@ -12,12 +12,12 @@
 
 namespace host::io {
 
-// Clients that have said their hello; who comes then is rejected. A receiver has one or two. With those that have still
-// to say it (64, see mostAwaited) and those from other hosts that are in their handshake (a quarter of the descriptors,
-// 256 at most, see mostHandshakes), all fit into the 1024 descriptors that a process usually has.
+// The maximum number of clients after the hello; further ones are rejected. A receiver has one or two. Together with
+// clients before the hello (64, see mostWithoutHello) and clients from other hosts in their handshake (a quarter of the
+// descriptors, at most 256, see mostHandshakes), they fit into the 1024 descriptors that a process usually has.
 inline constexpr std::size_t mostClients = 256;
-// What may wait for all clients together, in queues of the configured size. When so much waits, as for clients that do
-// not read, each client may still have bytesOfEach waiting.
+// The total that may be queued for all clients, as a multiple of queue.bytes. Beyond it, for example when clients do
+// not read, each client may still have bytesOfEach queued.
 inline constexpr std::size_t queuesOfAll = 4, bytesOfEach = 1024 * 1024;
 
 class ServiceChannel final : public Channel, private ListenerUser {
@@ -29,8 +29,8 @@ public:
     void end() override TVSA_EXCLUDES(mutex_);
     std::vector<std::uint64_t> clients() override TVSA_EXCLUDES(mutex_);
     void onConnectionReady(Connection& connection) noexcept override;
-    bool othersAreBehind(const Connection& connection) override TVSA_EXCLUDES(mutex_);
-    const char* whyFull() const noexcept override;
+    bool anotherClientIsSlow(const Connection& connection) override TVSA_EXCLUDES(mutex_);
+    const char* fullReason() const noexcept override;
     void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const char* reason) noexcept override;
 
 protected:
@@ -40,23 +40,23 @@ protected:
 
 private:
     void onClient(std::unique_ptr<Stream> stream) noexcept override;
-    void onProven(const char* who) noexcept override;
+    void onAuthenticated(const char* who) noexcept override;
     void onRejected(const char* reason) noexcept override;
     void onCannotAccept(const char* reason) noexcept override;
     void onStalled(const char* reason) noexcept override;
-    void evictAwaited();
-    // The clients without the mutex: on the receiving thread, which alone changes them.
+    void evictWithoutHello();
+    // The clients without the mutex, for the receiving thread: only that thread changes them.
     const std::vector<std::shared_ptr<Connection>>& ownClients() const noexcept TVSA_NO_THREAD_SAFETY_ANALYSIS {
         return clients_;
     }
     void giveMemoryBackLater() noexcept;
 
-    const std::string whyFull_;
-    std::unique_ptr<Listener> listener_; // until the end
-    bool idle_ = true;                   // the receiving thread's: nothing is awaited that would make it accept
+    const std::string fullReason_;
+    std::unique_ptr<Listener> listener_; // until end
+    bool idle_ = true;                   // used by the receiving thread: no pending event will make it accept clients
     boost::asio::steady_timer memoryTimer_;
-    unsigned gone_ = 0; // clients since memory was given back last
-    // As they came, at most mostClients + mostAwaited + 1.
+    unsigned gone_ = 0; // clients that have left since memory was last released
+    // Oldest first, at most mostClients + mostWithoutHello + 1.
     std::vector<std::shared_ptr<Connection>> clients_ TVSA_GUARDED_BY(mutex_);
 };
 

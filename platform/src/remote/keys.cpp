@@ -49,13 +49,13 @@ std::optional<Bytes> bytesOf(const std::string& text) {
     return bytes;
 }
 
-// The public key that belongs to a secret one, or an empty text when that is none.
+// The public key that belongs to a secret one, or an empty text when that is invalid.
 std::string publicKeyOf(const std::string& secretKey) {
     const remote::Key key = remote::secretKeyOf(secretKey);
     return key ? remote::publicTextOf(key.get()) : std::string();
 }
 
-// The text of a file that is this user's own.
+// The text of a file that only this user can access.
 std::string privateText(const std::string& file) {
     const io::FileDescriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
@@ -122,7 +122,7 @@ KeyPair readKeys(const std::string& file) {
     try {
         table = toml::parse(text);
     } catch (const toml::parse_error& error) {
-        // Not the parser's own words, as they may quote the secret key.
+        // Not the parser's own text, which may quote the secret key.
         refuse(file + ":" + std::to_string(error.source().begin.line), "not TOML");
     }
     KeyPair keys{keyIn(table, "public", file), keyIn(table, "secret", file)};

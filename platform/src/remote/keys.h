@@ -1,4 +1,4 @@
-// Keys as text and as the TLS library has them. There are none where the platform is built without TLS.
+// Converts keys between text and the TLS library's form. Not available without TLS in the build.
 #pragma once
 
 #include <host/keys.h>
@@ -11,9 +11,9 @@ namespace host::remote {
 
 using Key = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
 
-// The secret key that the text holds, or null when it holds no key.
+// The secret key in the text, or null when the text is malformed.
 Key secretKeyOf(const std::string& text);
-// The public part of an Ed25519 key, as others are told it; empty for other kinds of keys.
+// The public part of an Ed25519 key as text; empty for other kinds of keys.
 std::string publicTextOf(const EVP_PKEY* key);
 
 } // namespace host::remote

@@ -44,34 +44,35 @@ using net::Address;
 using Clock = std::chrono::steady_clock;
 using Error = boost::system::error_code;
 
-constexpr auto attemptLimit = 5s;    // for everything that it takes a client to be accepted
-constexpr auto handshakeLimit = 3s;  // for a client to prove its key to a service
+constexpr auto attemptLimit = 5s;    // for a client, from the first step until it is accepted
+constexpr auto handshakeLimit = 3s;  // for a client to authenticate
 constexpr auto flushTimeout = 500ms; // for peers to read what was sent before the queue ended
 
-// How many connections may be in their handshake. At a thousand new ones in a second each still has a quarter of a
-// second. They never have more than a part of the process's descriptors. Each has 32 KiB for what arrives and at most
-// some 170 KiB of the TLS library's memory, most of that only if it announces a first message of the longest kind.
+// The maximum number of connections in their handshake. With a thousand new ones a second, each still has a quarter of
+// a second. They use at most a fraction of the process's descriptors. Each has 32 KiB for received data and at most
+// some 170 KiB of the TLS library's memory, most of which is only allocated if it announces a first message of the
+// largest size.
 std::size_t mostHandshakes() {
     rlimit descriptors{};
     if (getrlimit(RLIMIT_NOFILE, &descriptors) != 0) return 64;
     return std::clamp<std::size_t>(descriptors.rlim_cur / 4, 16, 256);
 }
 
-// A stream until its peer has proven its key, for which there is a limited time. What is under way keeps it in
-// existence. The answer, which does not throw, gets the stream or the reason why there is none, once.
+// A stream until its peer has authenticated, for which the time is limited. Pending operations keep it alive. Calls
+// answer, which must not throw, exactly once with the stream or the reason for failure.
 class Opening final : public io::StreamUser, public std::enable_shared_from_this<Opening> {
 public:
     Opening(boost::asio::io_context& io, std::unique_ptr<TlsStream> stream, io::Connector::Answer answer)
         : stream_(std::move(stream)), timer_(io), answer_(std::move(answer)) {}
 
-    // These two throw when there is no memory.
+    // These two throw when memory runs out.
     void failAfter(std::chrono::seconds limit, const char* reason) {
         timer_.expires_after(limit);
         timer_.async_wait([self = shared_from_this(), reason](const Error& canceled) {
             if (!canceled) self->fail(reason);
         });
     }
-    void prove() { stream_->prove(shared_from_this()); }
+    void authenticate() { stream_->authenticate(shared_from_this()); }
 
     void connectTo(const std::vector<Address>& addresses) noexcept {
         if (!answer_) return; // finding the addresses took too long
@@ -87,7 +88,7 @@ public:
         stream_->close();
         answer(nullptr, reason);
     }
-    bool hasSpoken() const { return stream_->hasSpoken(); }
+    bool hasReceived() const { return stream_->hasReceived(); }
 
     void onWritable() override { answer(std::move(stream_), nullptr); }
     void onFault(const std::string& reason) override { fail(reason.c_str()); }
@@ -99,7 +100,8 @@ private:
         boost::asio::async_connect(
             stream_->socket(), addresses, [self = shared_from_this()](const Error& error, const Address&) {
                 try {
-                    if (self->answer_) error ? self->onFault("connecting failed: " + error.message()) : self->prove();
+                    if (self->answer_)
+                        error ? self->onFault("connecting failed: " + error.message()) : self->authenticate();
                 } catch (const std::exception& shortage) {
                     self->fail(host::textOf(shortage));
                 }
@@ -107,7 +109,7 @@ private:
     }
 
     void answer(std::unique_ptr<io::Stream> stream, const char* reason) noexcept {
-        const auto self = shared_from_this(); // the answer lets go of it
+        const auto self = shared_from_this(); // the answer releases it
         Error ignored;
         timer_.cancel(ignored);
         std::exchange(answer_, nullptr)(std::move(stream), reason);
@@ -118,12 +120,13 @@ private:
     io::Connector::Answer answer_;
 };
 
-// By which a thread that nobody waits for hands over what it found, as long as somebody may want it. One at a time.
-class Line {
+// Passes the result of a detached resolver thread to the io_context, unless the connector has gone. One lookup at a
+// time.
+class ResolverLink {
 public:
-    explicit Line(boost::asio::io_context& io) : io_(&io) {}
-    bool take() { return !busy_.exchange(true); }
-    void free() { busy_ = false; }
+    explicit ResolverLink(boost::asio::io_context& io) : io_(&io) {}
+    bool acquire() { return !busy_.exchange(true); }
+    void release() { busy_ = false; }
     template <class Step> void post(Step step) {
         thread_safety::LockGuard lock(mutex_);
         if (io_) boost::asio::post(*io_, std::move(step));
@@ -148,15 +151,15 @@ public:
           keys_(std::make_shared<Keys>(Keys{{key, std::make_shared<const std::string>(key)}})),
           service_(service),
           endpoint_(endpoint),
-          place_(placeOf(service, endpoint, 1)),
-          line_(std::make_shared<Line>(io)) {
+          hostPort_(hostPortOf(service, endpoint, 1)),
+          link_(std::make_shared<ResolverLink>(io)) {
         try {
-            fixed_ = net::addressesOf(service_, endpoint_, place_, AI_NUMERICHOST);
+            fixed_ = net::addressesOf(service_, endpoint_, hostPort_, AI_NUMERICHOST);
         } catch (const std::runtime_error&) {
-            (void)net::addressesOf(service_, endpoint_, place_); // a name, which somebody has to know
+            (void)net::addressesOf(service_, endpoint_, hostPort_); // a name, which must be resolvable
         }
     }
-    ~RemoteConnector() override { line_->cut(); }
+    ~RemoteConnector() override { link_->cut(); }
 
     const std::string& address() const override { return endpoint_; }
 
@@ -172,35 +175,35 @@ public:
     }
 
 private:
-    // Asked anew for each attempt, on a thread of its own: the answer may take many seconds, and the host may have
-    // moved. Each attempt begins with another address, as the first one may not be within reach.
+    // Resolves the name for each attempt, in a thread of its own: this may take many seconds, and the host may have
+    // moved. Each attempt starts with another address, because the first one may not be reachable.
     void findAddresses(const std::shared_ptr<Opening>& opening) {
-        if (!line_->take()) return opening->fail("the address of its host is still asked for");
+        if (!link_->acquire()) return opening->fail("the address of its host is still asked for");
         try {
-            std::thread([service = service_, endpoint = endpoint_, place = place_, line = line_, first = attempts_++,
-                         waiting = std::weak_ptr(opening)] {
+            std::thread([service = service_, endpoint = endpoint_, hostPort = hostPort_, link = link_,
+                         first = attempts_++, waiting = std::weak_ptr(opening)] {
                 pthread_setname_np(pthread_self(), "resolver");
                 try {
-                    auto step = outcome(waiting, service, endpoint, place, first);
-                    line->free();
-                    line->post(std::move(step));
-                } catch (const std::exception&) { // no memory: the attempt ends when its time is over
-                    line->free();
+                    auto step = outcome(waiting, service, endpoint, hostPort, first);
+                    link->release();
+                    link->post(std::move(step));
+                } catch (const std::exception&) { // out of memory: the attempt ends with its timeout
+                    link->release();
                 }
             }).detach();
         } catch (...) {
-            line_->free();
+            link_->release();
             throw;
         }
     }
 
-    // On the resolver's thread: what is to be done with what it finds.
+    // On the resolver's thread: resolves the name and returns the next step.
     static std::function<void()> outcome(const std::weak_ptr<Opening>& waiting, const std::string& service,
-                                         const std::string& endpoint, const Place& place, std::size_t first) {
+                                         const std::string& endpoint, const HostPort& hostPort, std::size_t first) {
         std::vector<Address> addresses;
         std::string reason;
         try {
-            addresses = net::addressesOf(service, endpoint, place);
+            addresses = net::addressesOf(service, endpoint, hostPort);
             std::rotate(addresses.begin(), addresses.begin() + static_cast<std::ptrdiff_t>(first % addresses.size()),
                         addresses.end());
         } catch (const std::runtime_error& error) {
@@ -216,9 +219,9 @@ private:
     const std::shared_ptr<Shared> shared_;
     const std::shared_ptr<const Keys> keys_; // the service's
     const std::string service_, endpoint_;
-    const Place place_;
-    const std::shared_ptr<Line> line_;
-    std::vector<Address> fixed_; // none when the host is a name
+    const HostPort hostPort_;
+    const std::shared_ptr<ResolverLink> link_;
+    std::vector<Address> fixed_; // empty when the host is a name
     std::size_t attempts_ = 0;
 };
 
@@ -226,7 +229,7 @@ std::string hostOf(const sockaddr_storage& from) {
     std::array<char, NI_MAXHOST> text{};
     const int error = getnameinfo(reinterpret_cast<const sockaddr*>(&from), sizeof from, text.data(), text.size(),
                                   nullptr, 0, NI_NUMERICHOST);
-    constexpr std::string_view mapped = "::ffff:"; // an IPv4 address at a socket for both kinds
+    constexpr std::string_view mapped = "::ffff:"; // an IPv4 address at an IPv6 socket
     const std::string_view host(error == 0 ? text.data() : "unknown address");
     return std::string(host.starts_with(mapped) ? host.substr(mapped.size()) : host);
 }
@@ -271,17 +274,17 @@ private:
             auto stream = std::make_unique<TlsStream>(io_, shared_, keys_, true);
             stream->socket().assign(protocol_, connection.get());
             (void)connection.release();
-            Openings one(1);
+            Openings entry(1);
             opening = std::make_shared<Opening>(
                 io_, std::move(stream),
-                [this, place = one.begin(), from](std::unique_ptr<io::Stream> proven, const char* reason) {
-                    openings_.erase(place);
+                [this, position = entry.begin(), from](std::unique_ptr<io::Stream> proven, const char* reason) {
+                    openings_.erase(position);
                     answer(std::move(proven), reason, from);
                 });
-            one.front() = opening;
-            openings_.splice(openings_.end(), one);
+            entry.front() = opening;
+            openings_.splice(openings_.end(), entry);
             opening->failAfter(handshakeLimit, "did not prove a key within 3 s");
-            opening->prove();
+            opening->authenticate();
         } catch (const std::exception& error) {
             opening ? opening->fail(textOf(error)) : user_->onRejected(textOf(error));
         }
@@ -292,18 +295,19 @@ private:
         std::string text;
         try {
             text = hostOf(from) + (stream ? " came with the " + stream->peer() : std::string(": ") + reason);
-        } catch (const std::exception&) { // no memory
+        } catch (const std::exception&) { // out of memory
         }
         if (!stream) return user_->onRejected(text.c_str());
-        user_->onProven(text.c_str());
+        user_->onAuthenticated(text.c_str());
         user_->onClient(std::move(stream));
     }
 
-    // The oldest of those that have said nothing, else the oldest of all: in no case the newest, which has had no time
-    // to say anything.
+    // Evicts the oldest connection that has sent nothing, else the oldest of all. Never the newest, which has had no
+    // time to send anything.
     void evictOne() noexcept {
         const auto newest = std::prev(openings_.end());
-        const auto silent = std::find_if(openings_.begin(), newest, [](const auto& one) { return !one->hasSpoken(); });
+        const auto silent =
+            std::find_if(openings_.begin(), newest, [](const auto& opening) { return !opening->hasReceived(); });
         const auto evicted = silent != newest ? *silent : openings_.front();
         evicted->fail("evicted for newer connections before it had proven a key");
     }
@@ -317,16 +321,16 @@ private:
     io::Acceptor acceptor_;
     io::ListenerUser* user_ = nullptr;
     const std::size_t most_ = mostHandshakes();
-    Openings openings_; // the oldest first; at most so many, and the newest one for a moment
+    Openings openings_; // oldest first; at most most_, and for a moment one more
 };
 
-// Every address of this machine: of both kinds, where it has both.
+// All addresses of this machine: IPv6 and IPv4 where it has both.
 Address everyAddress(const std::string& port) {
     const io::FileDescriptor probe(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
     return {probe ? tcp::v6() : tcp::v4(), static_cast<unsigned short>(std::stoul(port))};
 }
 
-// Reads what nobody wants any more; whether the peer has ended.
+// Discards received data. Returns whether the peer has closed the connection.
 bool hasEnded(const io::FileDescriptor& socket) {
     std::array<char, 16 * 1024> bytes;
     const ssize_t count = ::recv(socket.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
@@ -344,12 +348,13 @@ std::unique_ptr<io::Connector> Transport::connectorTo(const std::string& service
 }
 
 std::unique_ptr<io::Listener> Transport::listenerAt(const std::string& service, const std::string& endpoint,
-                                                    const Place& place, const std::set<std::string>& clients) {
+                                                    const HostPort& hostPort, const std::set<std::string>& clients) {
     const auto keys = std::make_shared<Keys>();
     for (const std::string& key : clients) keys->emplace(key, std::make_shared<const std::string>(key));
     try {
-        const Address address = place.host == "*" ? everyAddress(place.port)
-                                                  : net::addressesOf(service, endpoint, place, AI_NUMERICHOST).front();
+        const Address address = hostPort.host == "*"
+                                    ? everyAddress(hostPort.port)
+                                    : net::addressesOf(service, endpoint, hostPort, AI_NUMERICHOST).front();
         return std::make_unique<RemoteListener>(io_, shared_, service, address, keys);
     } catch (const boost::system::system_error& error) {
         throw std::runtime_error("service " + service + ": cannot listen at " + endpoint + ": " +
@@ -357,10 +362,10 @@ std::unique_ptr<io::Listener> Transport::listenerAt(const std::string& service, 
     }
 }
 
-void Transport::beginFarewell() { shared_->stopping = true; }
+void Transport::beginShutdown() { shared_->stopping = true; }
 
-void Transport::endFarewell() noexcept {
-    constexpr std::chrono::milliseconds look = 10ms; // at the others, while the first one's peer is slow
+void Transport::endShutdown() noexcept {
+    constexpr std::chrono::milliseconds look = 10ms; // interval of checking the others while the first peer is slow
     const auto deadline = Clock::now() + flushTimeout;
     auto& sockets = shared_->stopped;
     for (; !sockets.empty() && Clock::now() < deadline; std::erase_if(sockets, hasEnded)) {

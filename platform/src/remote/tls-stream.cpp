@@ -19,15 +19,15 @@ using namespace std::chrono_literals;
 using Progress = Session::Progress;
 using Error = boost::system::error_code;
 
-// Many more than an honest host has, even while streams that broke are not known to have.
+// Many more than a normal host uses, even while broken streams have not been detected yet.
 constexpr long mostStreams = 64; // with one key
-// The peer's system may keep an acknowledgement back for 200 ms.
+// The peer's system may delay an acknowledgement by 200 ms.
 constexpr std::chrono::milliseconds shortestSilence = 500ms;
-// The system asks again and again, ever more rarely, whether a peer that takes nothing now has room again, and whether
-// a line of its own that is down is up again. A peer that is there answers, so that at most one question is open.
-constexpr unsigned unansweredQuestions = 2;
-// Bytes that the system takes for a peer that reads slowly: about as many as it does for a local one, so that what
-// waits does so in the queue, whose limits are known, and not in megabytes of the system's memory.
+// The system sends probes at growing intervals: to a peer whose receive window is full, and to find out whether a local
+// link that was down is up again. A reachable peer answers, so at most one probe is unanswered.
+constexpr unsigned unansweredProbes = 2;
+// The number of unsent bytes that the system buffers for a peer that reads slowly: about as many as for a local one.
+// The rest then stays in the queue, whose limits are known, and does not take megabytes of the system's memory.
 constexpr int mostUnsent = 256 * 1024;
 
 } // namespace
@@ -44,29 +44,29 @@ KeyCheck::Answer TlsStream::check(const std::string& publicKey) {
                    publicKey;
         return Answer::unknown;
     }
-    shown_ = &found->second;
+    claimedKey_ = &found->second;
     refusal_ = tooManyStreams();
-    return refusal_.empty() ? Answer::welcome : Answer::tooMany;
+    return refusal_.empty() ? Answer::accepted : Answer::tooMany;
 }
 
 std::string TlsStream::tooManyStreams() const {
-    if (shown_->use_count() <= mostStreams) return {};
-    return "a key has at most " + std::to_string(mostStreams) + " streams: " + **shown_;
+    if (claimedKey_->use_count() <= mostStreams) return {};
+    return "a key has at most " + std::to_string(mostStreams) + " streams: " + **claimedKey_;
 }
 
-void TlsStream::prove(const User& user) {
+void TlsStream::authenticate(const User& user) {
     descriptor_ = socket_.native_handle();
     if (!serving_) return shakeHands(user);
-    // A service has no session, which takes memory, for peers that say nothing.
+    // A service creates no session, which takes memory, for peers that send nothing.
     socket_.async_wait(socket_.wait_read, [this, user](const Error&) { step(user); });
 }
 
-bool TlsStream::hasSpoken() const {
+bool TlsStream::hasReceived() const {
     Error ignored;
     return session_ || socket_.available(ignored) > 0;
 }
 
-// Goes on with what is under way; without memory for that it ends.
+// Continues the handshake or the reading; ends the stream if memory runs out.
 void TlsStream::step(const User& user) noexcept {
     if (!socket_.is_open()) return;
     try {
@@ -76,14 +76,14 @@ void TlsStream::step(const User& user) noexcept {
     }
 }
 
-void TlsStream::comeBack(Progress progress, const User& user) {
-    if (progress == Progress::needsInput) return stepWhenThereIsInput(user);
+void TlsStream::continueAfter(Progress progress, const User& user) {
+    if (progress == Progress::needsInput) return stepOnInput(user);
     if (progress == Progress::again) return boost::asio::post(socket_.get_executor(), [this, user] { step(user); });
     socket_.async_wait(socket_.wait_write, [this, user](const Error&) { step(user); });
 }
 
-// Not by waiting until the socket is readable: that is a call of the system more for each message.
-void TlsStream::stepWhenThereIsInput(const User& user) {
+// Reads directly instead of waiting until the socket is readable, which would be one more system call per message.
+void TlsStream::stepOnInput(const User& user) {
     socket_.async_read_some(boost::asio::buffer(session_->room(), Session::roomBytes),
                             [this, user](const Error& error, std::size_t count) {
                                 {
@@ -98,15 +98,16 @@ void TlsStream::shakeHands(const User& user) {
     if (!session_) {
         session_.reset(new Session(*shared_->tls, descriptor_, serving_, *this));
         for (const auto& [option, value] : {std::pair{TCP_NODELAY, 1}, std::pair{TCP_NOTSENT_LOWAT, mostUnsent}})
-            ::setsockopt(descriptor_, IPPROTO_TCP, option, &value, sizeof value); // it works without them, too
+            ::setsockopt(descriptor_, IPPROTO_TCP, option, &value,
+                         sizeof value); // optional: the stream works without them
     }
     const auto progress = session_->handshake();
-    if (progress == Progress::done) refusal_ = tooManyStreams(); // others may have proven it since it was shown
+    if (progress == Progress::done) refusal_ = tooManyStreams(); // others may have authenticated since check
     if (progress == Progress::over || !refusal_.empty()) {
         return user->onFault(refusal_.empty() ? std::string("TLS handshake failed: ") + session_->reason() : refusal_);
     }
-    if (progress != Progress::done) return comeBack(progress, user);
-    key_ = *shown_;
+    if (progress != Progress::done) return continueAfter(progress, user);
+    key_ = *claimedKey_;
     proven_ = true;
     user->onWritable();
 }
@@ -120,10 +121,10 @@ void TlsStream::receive(char* room, std::size_t size, User user) {
         thread_safety::LockGuard lock(mutex_);
         here = over_ || session_->hasInput();
     }
-    comeBack(here ? Progress::again : Progress::needsInput, user);
+    continueAfter(here ? Progress::again : Progress::needsInput, user);
 }
 
-// All records that have arrived, which are no more than fit into the session's room: then others have their turn.
+// Reads all records that have arrived, at most what fits into the session's buffer; then others have their turn.
 void TlsStream::read(const User& user) {
     std::size_t count = 0;
     auto progress = over_ ? Progress::over : Progress::done;
@@ -138,14 +139,14 @@ void TlsStream::read(const User& user) {
     over_ = progress == Progress::over;
     if (count > 0) return user->onReceived(count);
     if (over_) return end(*user);
-    comeBack(progress, user);
+    continueAfter(progress, user);
 }
 
 void TlsStream::end(io::StreamUser& user) {
-    std::string reason = "broken"; // without memory for more
+    std::string reason = "broken"; // in case memory runs out
     bool fault;
     {
-        thread_safety::LockGuard lock(mutex_); // others may still be sending
+        thread_safety::LockGuard lock(mutex_); // other threads may still be sending
         fault = session_->isFault();
         try {
             reason = silent_ ? "the peer does not answer" : session_->reason();
@@ -159,7 +160,7 @@ std::size_t TlsStream::send(const char* data, std::size_t size, std::error_code&
     thread_safety::LockGuard lock(mutex_);
     std::size_t taken = 0;
     const auto progress = session_->write(data, size, taken);
-    spoke_ = spoke_ || taken > 0;
+    sentSinceHeartbeat_ = sentSinceHeartbeat_ || taken > 0;
     if (progress != Progress::done && progress != Progress::needsRoom)
         error = std::make_error_code(std::errc::broken_pipe);
     return taken;
@@ -180,28 +181,29 @@ void TlsStream::close() noexcept {
         descriptor_ = -1;
         try {
             if (shared_->stopping) shared_->stopped.push_back(io::FileDescriptor(socket_.release(ignored)));
-        } catch (const std::exception&) { // no memory: it is closed at once
+        } catch (const std::exception&) { // out of memory: it is closed at once
         }
     }
     socket_.close(ignored);
 }
 
-// Each heartbeat sends something unless the last one's time did, and looks whether the peer's system acknowledged it:
-// that goes on while the process there is busy, and ends when the line is cut.
+// Each heartbeat sends something, unless something was sent since the last one, and checks whether the peer's system
+// has acknowledged it. That system acknowledges data even while the process there is busy, but not when the link is
+// down.
 void TlsStream::watch(const std::weak_ptr<io::StreamUser>& user) {
     heartbeat_.expires_after(shared_->heartbeat);
     heartbeat_.async_wait([this, user](const Error& error) {
-        const auto owner = error ? nullptr : user.lock(); // who has this stream
+        const auto owner = error ? nullptr : user.lock(); // the owner of this stream
         if (!owner || !socket_.is_open()) return;
-        silent_ = isSilent(); // before there is something new that cannot be acknowledged yet
+        silent_ = isSilent(); // before sending something new that cannot be acknowledged yet
         if (silent_) return breakOff();
         {
             thread_safety::LockGuard lock(mutex_);
-            if (!std::exchange(spoke_, false)) session_->probe();
+            if (!std::exchange(sentSinceHeartbeat_, false)) session_->probe();
         }
         try {
             watch(user);
-        } catch (const std::exception&) { // no memory
+        } catch (const std::exception&) { // out of memory
             breakOff();
         }
     });
@@ -213,7 +215,7 @@ bool TlsStream::isSilent() const {
     if (getsockopt(descriptor_, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return false;
     const std::chrono::milliseconds sinceSign(info.tcpi_last_ack_recv);
     return sinceSign >= std::max(3 * shared_->heartbeat, shortestSilence) &&
-           (info.tcpi_unacked > 0 || info.tcpi_probes >= unansweredQuestions);
+           (info.tcpi_unacked > 0 || info.tcpi_probes >= unansweredProbes);
 }
 
 } // namespace host::remote

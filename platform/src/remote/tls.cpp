@@ -19,19 +19,19 @@ namespace {
 
 // The library's own bound is 100 KiB; a certificate with nothing but a key has some 250 bytes.
 constexpr long longestCertificate = 2048;
-// How the library numbers an alert of the peer among its faults.
+// The library reports an alert of the peer as an error with this number plus the alert's.
 constexpr int firstAlertFault = SSL_AD_REASON_OFFSET;
 
-// Results of the check of a certificate. Each becomes an alert by which the peer learns the reason, and which the
-// library sends for nothing else, as it checks no certificates itself here.
+// Results of the certificate check. The library sends each as an alert, from which the peer learns the reason. It sends
+// these alerts in no other case, because it checks no certificates itself here.
 constexpr int unknownKey = X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT;
 constexpr int unknownKeyAlert = SSL_AD_UNKNOWN_CA;
 constexpr int tooMany = X509_V_ERR_CERT_REVOKED;
 constexpr int tooManyAlert = SSL_AD_CERTIFICATE_REVOKED;
 constexpr int outOfMemory = X509_V_ERR_OUT_OF_MEM;
 
-// The library looks for the reason of a failure among the thread's errors, where others may have left theirs. It clears
-// every place of that list even when all are empty, which they are for nearly every record.
+// The library looks for the reason of a failure in the thread's error queue, where earlier errors may remain. Clearing
+// the queue resets every entry even when all are empty, which they are for nearly every record; hence the check.
 void forgetEarlierErrors() noexcept {
     if (ERR_peek_error() != 0) ERR_clear_error();
 }
@@ -42,7 +42,7 @@ void require(bool good, const char* what) {
     if (!good) throw std::runtime_error(std::string("connections to other hosts: ") + what + " failed");
 }
 
-// Valid for ever, as the clocks of two hosts may differ by years: only the key counts.
+// Valid forever, because the clocks of two hosts may differ by years: only the key counts.
 Certificate certificateWith(EVP_PKEY* key) {
     Certificate made(X509_new());
     require(made && X509_set_version(made.get(), X509_VERSION_3) == 1 &&
@@ -54,8 +54,8 @@ Certificate certificateWith(EVP_PKEY* key) {
     return made;
 }
 
-// In place of the library's check, which would look for authorities. The handshake fails unless the peer proves the
-// key, whatever this says.
+// Replaces the library's check, which would look for authorities. Whatever this returns, the handshake fails unless the
+// peer has the secret key.
 int checkCertificate(X509_STORE_CTX* store, void*) noexcept {
     int result = unknownKey;
     try {
@@ -65,7 +65,7 @@ int checkCertificate(X509_STORE_CTX* store, void*) noexcept {
         const std::string key = certificate ? publicTextOf(X509_get0_pubkey(certificate)) : std::string();
         if (!key.empty()) {
             const auto answer = static_cast<KeyCheck*>(SSL_get_app_data(ssl))->check(key);
-            if (answer == KeyCheck::Answer::welcome) result = X509_V_OK;
+            if (answer == KeyCheck::Answer::accepted) result = X509_V_OK;
             if (answer == KeyCheck::Answer::tooMany) result = tooMany;
         }
     } catch (const std::exception&) {
@@ -78,7 +78,7 @@ int checkCertificate(X509_STORE_CTX* store, void*) noexcept {
 } // namespace
 
 Context makeContext(const KeyPair& keys) {
-    // What the system's own file would set is not for a receiver whose peers have the same settings.
+    // The system's configuration file is not used: all peers must have the same settings.
     OPENSSL_init_ssl(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
     const Key key = secretKeyOf(keys.secretKey);
     require(key != nullptr, "reading the key");
@@ -93,7 +93,7 @@ Context makeContext(const KeyPair& keys) {
     SSL_CTX_set_max_cert_list(context.get(), longestCertificate);
     SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
     SSL_CTX_set_cert_verify_callback(context.get(), &checkCertificate, nullptr);
-    // One call of read returns after whatever a peer sends besides data, so that no peer can keep it.
+    // read then also returns after records without data, so that a peer cannot keep it busy with them.
     SSL_CTX_clear_mode(context.get(), SSL_MODE_AUTO_RETRY);
     SSL_CTX_set_mode(context.get(), SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
     return context;
@@ -111,11 +111,11 @@ Session::Session(SSL_CTX& context, int socket, bool serving, KeyCheck& check) : 
         SSL_set_connect_state(ssl_.get());
 }
 
-// The library's own socket BIO would have a broken connection raise SIGPIPE.
+// With the library's own socket BIO, a broken connection would raise SIGPIPE.
 BIO* Session::makeWireEnd(Wire& wire) {
     static BIO_METHOD* const method = [] {
         BIO_METHOD* made = BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK, "socket without signals");
-        if (!made) throw std::bad_alloc(); // it is tried again
+        if (!made) throw std::bad_alloc(); // the next call tries again
         BIO_meth_set_read(made, &Session::readWire);
         BIO_meth_set_write(made, &Session::writeWire);
         BIO_meth_set_ctrl(made, [](BIO*, int command, long, void*) { return command == BIO_CTRL_FLUSH ? 1L : 0L; });
@@ -150,7 +150,7 @@ int Session::writeWire(BIO* bio, const char* data, int size) {
     Wire& wire = *static_cast<Wire*>(BIO_get_data(bio));
     BIO_clear_retry_flags(bio);
     const ssize_t count = ::send(wire.socket, data, static_cast<std::size_t>(size), MSG_DONTWAIT | MSG_NOSIGNAL);
-    // The system may be out of room for a moment as well as the socket.
+    // The system, not only the socket, may be temporarily out of buffers.
     if (count < 0 && (errno == EAGAIN || errno == EINTR || errno == ENOBUFS || errno == ENOMEM))
         BIO_set_retry_write(bio);
     else
@@ -194,7 +194,8 @@ Session::Progress Session::write(const char* data, std::size_t size, std::size_t
 
 void Session::probe() noexcept {
     forgetEarlierErrors();
-    // Not while there is no room: what waits for it is acknowledged as well, and the library would not read any more.
+    // Not while the socket's buffer is full: the pending data is acknowledged as well, and the library would stop
+    // reading.
     pollfd item{wire_.socket, POLLOUT, 0};
     if (::poll(&item, 1, 0) != 1) return;
     if (SSL_key_update(ssl_.get(), SSL_KEY_UPDATE_NOT_REQUESTED) == 1) (void)SSL_do_handshake(ssl_.get());

@@ -1,4 +1,4 @@
-// In place of what needs the TLS library where the platform is built without it: says so when it is needed.
+// Replaces the code that needs the TLS library where the platform is built without it: every use throws.
 #include "remote/remote-transport.h"
 
 #include <host/keys.h>
@@ -23,12 +23,12 @@ Transport::Transport(boost::asio::io_context& io, const KeyPair&, std::chrono::m
 std::unique_ptr<io::Connector> Transport::connectorTo(const std::string&, const std::string&, const std::string&) {
     refuse();
 }
-std::unique_ptr<io::Listener> Transport::listenerAt(const std::string&, const std::string&, const Place&,
+std::unique_ptr<io::Listener> Transport::listenerAt(const std::string&, const std::string&, const HostPort&,
                                                     const std::set<std::string>&) {
     refuse();
 }
-void Transport::beginFarewell() {}
-void Transport::endFarewell() noexcept {}
+void Transport::beginShutdown() {}
+void Transport::endShutdown() noexcept {}
 
 } // namespace remote
 } // namespace host

@@ -19,10 +19,10 @@
 namespace lrt {
 namespace {
 
-// A process has 2 s to end, of which the message queue takes up to half a second and an application's threads one.
+// A process has 2 s to end. The message queue takes up to half a second of it and an application's threads one second.
 constexpr std::chrono::milliseconds longestEnd{300};
-// Who waits may be a thread that the end of the process waits for, so this is part of those 2 s, too, unless the
-// request to end comes meanwhile.
+// The end of the process may have to wait for a thread that waits here. So this is part of the 2 s, too, unless the
+// request to end comes during the wait.
 constexpr std::chrono::milliseconds longestWait{500};
 
 std::size_t configuredCapacity() {
@@ -34,8 +34,8 @@ std::size_t configuredCapacity() {
 
 std::string storePath() { return host::stateDirectory() + '/' + host::runLogName; }
 
-// What endRunLogWaits leaves behind for an agent that is first used later. Takes no memory, as an agent that cannot be
-// made must leave nothing behind.
+// The effect of endRunLogWaits on an agent that is first used later. Allocates no memory, because a failed construction
+// of the agent must leave no state behind.
 constinit struct {
     thread_safety::Mutex mutex;
     RunLogQueue* queue TVSA_GUARDED_BY(mutex) = nullptr; // the agent's, once there is one
@@ -45,7 +45,7 @@ constinit struct {
 } // namespace
 
 struct RunLogAgentImpl::State {
-    std::optional<RunLogStore> store; // the queue's thread's own
+    std::optional<RunLogStore> store; // used by the queue's thread only
     RunLogQueue queue;
 
     State()
@@ -69,8 +69,8 @@ RunLogAgentImpl::RunLogAgentImpl() : state_(nullptr) {
     if (waits.ended) state_->queue.endWaits();
 }
 
-// The agent is never destroyed, as static objects that go later may still call it; what is queued when the process
-// ends is stored then, unless that takes too long.
+// The agent is never destroyed, because static objects that are destroyed later may still call it. Queued records are
+// stored at process exit, unless that takes too long.
 RunLogAgentImpl& RunLogAgentImpl::getInstance() {
     static RunLogAgentImpl& instance = *new RunLogAgentImpl;
     static const struct AtExit {

@@ -11,7 +11,7 @@ namespace {
 
 constexpr int busyTimeoutMs = 1000;
 
-// The name of a file as part of an address.
+// The percent-encoded name of a file, for a URI.
 std::string inAddress(const std::string& file) {
     static constexpr char digits[] = "0123456789ABCDEF";
     std::string text;
@@ -25,8 +25,8 @@ std::string inAddress(const std::string& file) {
     return text;
 }
 
-// A reader makes the two files beside a run log when they are missing, unless it is told that nobody writes. That is so
-// then, as every writer has both.
+// The URI to open the file with. If the two files beside a run log are missing, a reader creates them unless it
+// declares the file immutable. That is correct then, because every writer has both files.
 std::string addressOf(const std::string& file) {
     const bool inUse = ::access((file + "-wal").c_str(), F_OK) == 0 && ::access((file + "-shm").c_str(), F_OK) == 0;
     return "file:" + inAddress(file) + (inUse ? "?mode=ro" : "?mode=ro&immutable=1");
@@ -37,7 +37,7 @@ std::string addressOf(const std::string& file) {
 std::string problemOfRunLog(const std::string& file) {
     try {
         SQLite::Database database(addressOf(file), SQLite::OPEN_READONLY | SQLite::OPEN_URI, busyTimeoutMs);
-        // An empty file is one that a process has just made.
+        // An empty file has just been created by a process.
         const int id = database.execAndGet("PRAGMA application_id").getInt();
         const int version = database.execAndGet("PRAGMA user_version").getInt();
         const bool empty = database.execAndGet("SELECT count(*) FROM sqlite_master").getInt() == 0;

@@ -1,4 +1,4 @@
-// Marks a file as a run log of this layout, in the fields that a file's header has for it.
+// Values of the header fields that mark a file as a run log of this layout.
 #pragma once
 
 namespace lrt {

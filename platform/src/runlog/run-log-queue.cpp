@@ -36,7 +36,7 @@ void RunLogQueue::write(const RunLogRecord& record) noexcept {
     dropped_.fetch_add(1, std::memory_order_relaxed);
 }
 
-// Signals are for the threads that wait for them, not for this one.
+// The thread blocks all signals: other threads wait for them.
 void RunLogQueue::startThread() {
     sigset_t all, former;
     sigfillset(&all);

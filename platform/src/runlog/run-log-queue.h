@@ -1,4 +1,4 @@
-// The queue between those who write to the run log and the thread that stores.
+// The queue between the writers of the run log and the thread that stores.
 #pragma once
 
 #include <lrt/run-log-agent.h>
@@ -14,23 +14,23 @@ namespace lrt {
 
 class RunLogQueue {
 public:
-    // Stores the records and returns how many of them it left out, having told about them; throws std::exception when
-    // it stored none. Called on the queue's thread only.
+    // Stores the records. Returns how many it left out, which it has logged; throws std::exception when it stored none.
+    // Called on the queue's thread only.
     using Store = std::function<std::size_t(const std::vector<RunLogRecord>&)>;
 
-    // Takes at most capacity records that are not stored yet. The thread starts with the first one.
+    // Holds at most capacity records that are not stored yet. The first record starts the thread.
     RunLogQueue(std::size_t capacity, Store store);
     ~RunLogQueue(); // stores what is queued
 
     void write(const RunLogRecord& record) noexcept TVSA_EXCLUDES(mutex_);
-    // Waits until all records so far are stored or dropped, but not beyond the timeout, endWaits or a stop that gives
-    // up on them. Returns whether they are.
+    // Waits until all records so far are stored or dropped, at most until the timeout, endWaits, or a stop that times
+    // out. Returns whether they are.
     bool flush(std::chrono::milliseconds timeout) TVSA_EXCLUDES(mutex_);
-    // From any thread: ends the waits of flush, and lets no later one wait.
+    // From any thread: ends current waits of flush and prevents later ones.
     void endWaits() TVSA_EXCLUDES(mutex_);
     std::uint64_t dropped() const { return dropped_.load(std::memory_order_relaxed); }
-    // Refuses further records and stores what is queued. Returns whether that, and the thread, ended in time; if not,
-    // the thread goes on by itself, and the queue must not be destroyed.
+    // Drops further records and stores the queued ones. Returns whether that completed, and the thread ended, in time.
+    // If not, the thread continues detached, and the queue must not be destroyed.
     bool stop(std::chrono::milliseconds timeout) TVSA_EXCLUDES(mutex_);
 
     RunLogQueue(const RunLogQueue&) = delete;
@@ -44,12 +44,12 @@ private:
     const std::size_t capacity_;
     const Store store_;
     std::atomic<std::uint64_t> dropped_{0};
-    std::uint64_t reported_ = 0; // of the dropped ones; the thread's own
-    bool failing_ = false;       // whether the last batch was lost; the thread's own
+    std::uint64_t reported_ = 0; // of the dropped ones; used by the thread only
+    bool failing_ = false;       // whether the last batch was lost; used by the thread only
 
     thread_safety::Mutex mutex_;
     std::condition_variable changed_;
-    std::vector<RunLogRecord> queue_ TVSA_GUARDED_BY(mutex_); // at most capacity_, others are counted as dropped
+    std::vector<RunLogRecord> queue_ TVSA_GUARDED_BY(mutex_); // at most capacity_; further ones are counted as dropped
     std::uint64_t accepted_ TVSA_GUARDED_BY(mutex_) = 0;
     std::uint64_t finished_ TVSA_GUARDED_BY(mutex_) = 0; // stored or dropped
     bool stopping_ TVSA_GUARDED_BY(mutex_) = false;

@@ -19,10 +19,10 @@
 namespace lrt {
 namespace {
 
-constexpr int busyTimeoutMs = 5000;       // of the thread that stores; the end of the process does not wait for it
-constexpr int readersBusyTimeoutMs = 100; // of a shell's thread, for which the end of the process waits
+constexpr int busyTimeoutMs = 5000;       // for the thread that stores; the end of the process does not wait for it
+constexpr int readersBusyTimeoutMs = 100; // for a shell's thread; the end of the process waits for it
 
-// The file is sound, but somebody else's.
+// The file is intact, but not a run log.
 struct ForeignFile : std::runtime_error {
     using runtime_error::runtime_error;
 };
@@ -31,7 +31,7 @@ bool isDamage(const SQLite::Exception& error) {
     return error.getErrorCode() == SQLITE_NOTADB || error.getErrorCode() == SQLITE_CORRUPT;
 }
 
-// Nothing is wrong but the record that was to be inserted.
+// Whether the error concerns only the record to be inserted.
 bool isRecordsOwn(const SQLite::Exception& error) {
     const int code = error.getErrorCode();
     return code == SQLITE_TOOBIG || code == SQLITE_CONSTRAINT || code == SQLITE_NOMEM;
@@ -44,9 +44,9 @@ ino_t fileNumber(const std::string& path) {
     return stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
-// Makes the file if there is none, and closes it and those beside it to other users, whatever the umask is or an
-// earlier process left. SQLite gives the files that it makes the mode of the first. Opens no file that exists: to close
-// it again would end all locks that this process has on it.
+// Creates the file if it does not exist. Makes it and the files beside it inaccessible to other users, whatever the
+// umask or an earlier process did; SQLite creates those files with the mode of the first. Opens no existing file:
+// closing it would release all locks that this process has on it.
 void keepPrivate(const std::string& path) {
     const int made = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (made >= 0) close(made);
@@ -80,7 +80,8 @@ struct RunLogStore::Connection {
         database.exec("PRAGMA synchronous=NORMAL");
     }
 
-    // Looks and makes in one step, as another process may be making the same file. Leaves a foreign file as it is.
+    // Checks and creates in one transaction, because another process may be creating the same file. Leaves a foreign
+    // file unchanged.
     static void identifyOrMake(SQLite::Database& database) {
         SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
         const int id = numberOf(database, "PRAGMA application_id");
@@ -104,11 +105,11 @@ struct RunLogStore::Connection {
             try {
                 add(record);
             } catch (const SQLite::Exception& error) {
-                // Some failures end the transaction, and with it the records before this one.
+                // Some failures end the transaction, which discards the records before this one.
                 if (!isRecordsOwn(error) || sqlite3_get_autocommit(database.getHandle()) != 0) throw;
                 if (leftOut++ == 0) why = error.what();
             }
-            insert.tryReset(); // which repeats the failure of a record, if there was one
+            insert.tryReset(); // returns the record's failure again, if there was one
         }
         removeOld.bind(1, limit);
         removeOld.exec();
@@ -138,7 +139,7 @@ RunLogStore::~RunLogStore() = default;
 std::size_t RunLogStore::write(const std::vector<RunLogRecord>& records) {
     if (records.empty()) return 0;
     const ino_t file = fileNumber(path_);
-    // A file that was removed, or moved aside by another process, would take records to nowhere.
+    // The file was removed, or moved aside by another process: records written to the open file would be lost.
     if (connection_ && connection_->file != file) connection_.reset();
     std::string damage;
     try {
@@ -149,7 +150,7 @@ std::size_t RunLogStore::write(const std::vector<RunLogRecord>& records) {
     } catch (const ForeignFile& error) {
         damage = error.what();
     }
-    // Unless another process has moved it aside and begun a new one meanwhile.
+    // Unless another process has already moved it aside and created a new one.
     if (file == fileNumber(path_)) moveAside(damage);
     return writeOnce(records);
 }
@@ -166,7 +167,7 @@ std::size_t RunLogStore::writeOnce(const std::vector<RunLogRecord>& records) {
 
 void RunLogStore::moveAside(const std::string& why) {
     const std::string aside = path_ + ".broken";
-    // The main file last: until it is gone, the next attempt finds it and does all of this again.
+    // The main file last: as long as it exists, the next attempt finds it and repeats all of this.
     for (const char* part : {"-wal", "-shm", ""})
         if (std::rename((path_ + part).c_str(), (aside + part).c_str()) != 0 && (errno != ENOENT || !*part))
             throw std::system_error(errno, std::generic_category(),

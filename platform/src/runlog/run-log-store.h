@@ -7,26 +7,25 @@
 
 namespace lrt {
 
-// A log file of the newest records, of mode 0600 as those beside it. Several processes may have the same one open. For
-// one thread at a time.
+// A log file of the newest records. It and the files beside it have mode 0600. Several processes may have the same file
+// open. For one thread at a time.
 class RunLogStore {
 public:
     static constexpr std::int64_t defaultLimit = 10000;
-    static constexpr std::size_t defaultBytes = std::size_t{1} << 20; // as much as a command may print
+    static constexpr std::size_t defaultBytes = std::size_t{1} << 20; // the limit of a command's output
 
-    // Touches no file; the first write opens it.
+    // Opens no file; the first write does.
     explicit RunLogStore(std::string path, std::int64_t limit = defaultLimit);
     ~RunLogStore();
 
-    // Stores all records, in order, or none, and removes all but the newest limit. A record that the file does not take
-    // for what is in it (it is too long) is left out, with a warning; returns how many were. A file that is damaged, or
-    // not a run log, is moved aside to "<path>.broken", with a warning, and a new one begun. Throws std::exception
-    // saying what was wrong; the next write then opens the file anew.
+    // Stores all records in order, or none, and removes all but the newest limit. A record that the file cannot store
+    // because of its content (it is too long) is left out with a warning; returns how many were. A file that is damaged
+    // or not a run log is moved to "<path>.broken" with a warning, and a new one is created. Throws std::exception with
+    // the reason; the next write then reopens the file.
     std::size_t write(const std::vector<RunLogRecord>& records);
 
-    // The newest records of the file at path, newest first, through a connection of its own that cannot write; none
-    // when there is no such file. Reads no further than the record with which their texts have that many bytes. Throws
-    // std::exception.
+    // The newest records of the file at path, newest first, read through a separate read-only connection; none when the
+    // file does not exist. Stops at the record with which the texts reach that many bytes. Throws std::exception.
     static std::vector<RunLogRecord> readNewest(const std::string& path, std::size_t count,
                                                 std::size_t bytes = defaultBytes);
 

@@ -18,13 +18,13 @@ namespace {
 constexpr const char* fileVariable = "TVSA_CONFIG";
 constexpr const char* nameBelowFolder = "/tvservice-adapter/config.toml";
 
-// Empty when it is not set.
+// The variable's value; empty when it is not set.
 std::string variable(const std::string& name) {
     const char* const value = std::getenv(name.c_str());
     return value ? value : "";
 }
 
-// The first goes before the others.
+// In order of precedence.
 std::vector<std::string> paths() {
     if (auto only = variable(fileVariable); !only.empty()) return {only};
     std::vector<std::string> result;
@@ -54,7 +54,7 @@ Files readFiles() {
 std::optional<Setting> valueOf(const Known& known, const std::string& name, const Values& files) {
     const std::string from = variableOf(known, name);
     if (std::string text = variable(from); !text.empty()) {
-        // Of debug levels, each item that can be used is.
+        // Debug levels are not checked, because their valid items are used.
         const std::string problem = known.kind == Kind::levels ? "" : known.problemOf(text);
         if (!problem.empty()) throw ConfigurationError(from + ": " + problem);
         return Setting{std::move(text), from};
@@ -69,7 +69,7 @@ const Known& knownOf(const std::string& name) {
     throw std::logic_error("no setting is called " + quoted(name));
 }
 
-// The settings of this kind that somebody gave to services.
+// The services' settings of this kind that are set.
 std::set<std::string> givenTo(const Known& known, const Values& files) {
     std::set<std::string> names;
     for (const auto& [name, value] : files)

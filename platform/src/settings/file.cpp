@@ -23,7 +23,7 @@ bool isServiceName(std::string_view name) {
                        [](char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_'; });
 }
 
-// What may stand in the table of a file whose settings' names begin with place.
+// The known keys of the table whose settings' names begin with place.
 std::string knownIn(const std::string& place) {
     std::vector<std::string> names;
     for (const Known& known : knownSettings()) {
@@ -37,7 +37,7 @@ std::string knownIn(const std::string& place) {
     return list;
 }
 
-// Whether settings' names begin with place, which ends with a dot.
+// Whether any setting's name begins with place, which ends with a dot.
 bool isTable(const std::string& place) {
     const auto settings = knownSettings();
     return std::any_of(settings.begin(), settings.end(),
@@ -60,7 +60,7 @@ public:
     }
 
 private:
-    // The parser decodes ahead and would name another line.
+    // The parser would report another line, because it decodes ahead.
     void checkCharacters(std::string_view text) const {
         const auto beyondAscii = [](std::string_view line) {
             return std::count_if(line.begin(), line.end(), [](char c) { return static_cast<unsigned char>(c) > 0x7F; });
@@ -99,7 +99,7 @@ private:
                                                  "; known: " + knownIn(place));
     }
 
-    // The value as the environment would have it.
+    // The value in the form that a variable would have.
     std::string textOf(const Known& known, const std::string& name, const toml::node& value) const {
         std::string text, problem;
         if (known.kind == Kind::texts) {
@@ -131,7 +131,7 @@ private:
     static std::string wrongType(const Known& known, const toml::node& value) {
         if (known.kind != Kind::number) return "not a text: " + shown(value);
         const auto text = value.value_exact<std::string>();
-        // What would be right but for its quotes.
+        // The value would be valid without its quotes.
         if (text && known.problemOf(*text).empty()) return "a text, not a number: " + quoted(*text);
         return known.problemOf(text ? *text : shown(value));
     }
@@ -141,7 +141,7 @@ private:
         if (value.is_table()) return "a table";
         if (value.is_array()) return "a list";
         std::ostringstream text;
-        value.visit([&](const auto& one) { text << one; });
+        value.visit([&](const auto& content) { text << content; });
         return text.str();
     }
 

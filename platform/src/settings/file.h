@@ -1,4 +1,4 @@
-// A configuration file's settings.
+// The settings of a configuration file.
 #pragma once
 
 #include <host/configuration.h>
@@ -11,8 +11,8 @@ namespace host::config {
 
 using Values = std::map<std::string, Setting, std::less<>>; // by the settings' names
 
-// Adds the file's settings, in the place of what is there of the same name; returns false when there is no such file.
-// Throws ConfigurationError.
+// Adds the file's settings, replacing those of the same name; returns false when there is no such file. Throws
+// ConfigurationError.
 bool addFile(const std::string& path, Values& values);
 
 } // namespace host::config

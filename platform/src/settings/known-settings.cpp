@@ -126,9 +126,9 @@ std::string problemOfNumber(const Known& known, const std::string& text) {
 }
 
 std::string problemOfLevels(const std::string& text) {
-    std::string complaints = debug::levelComplaints(text);
-    std::replace(complaints.begin(), complaints.end(), '\n', ';');
-    return complaints;
+    std::string errors = debug::levelErrors(text);
+    std::replace(errors.begin(), errors.end(), '\n', ';');
+    return errors;
 }
 
 std::string problemOfTexts(std::string_view list) {

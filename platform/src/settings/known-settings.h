@@ -1,4 +1,4 @@
-// The settings that there are: names, variables, what values they can have and which is built in.
+// All settings: names, variables, valid values and defaults.
 #pragma once
 
 #include <cstdint>
@@ -12,18 +12,18 @@ namespace host::config {
 enum class Kind { text, endpoint, texts, number, levels, format };
 
 struct Known {
-    std::string_view name;     // its place in the file; with a dot at the end, each service has such a setting
-    std::string_view variable; // the service's name in capitals follows when there is one per service
+    std::string_view name;     // as in the file; if it ends with a dot, each service has such a setting
+    std::string_view variable; // of a setting per service, the service's name in capitals follows
     std::string_view help;
     Kind kind = Kind::text;
-    bool replaceable = false; // its user goes on with the built-in value when the variable is wrong
-    bool trusted = false;     // decides whom to talk to, so that nobody else may write the file
-    std::uint64_t least = 0, most = 0, number = 0; // of a number; the last is built in
-    std::string_view usual = {};                   // what else is built in; empty: nothing
+    bool replaceable = false; // its user falls back to the built-in value when the variable is invalid
+    bool trusted = false;     // decides which peers are trusted, so other users must not be able to write the file
+    std::uint64_t least = 0, most = 0, number = 0; // of a number; the last is the default
+    std::string_view usual = {};                   // the default of the other kinds; empty: none
 
     bool perService() const { return name.ends_with('.'); }
     std::optional<std::string> builtIn() const;
-    // What is wrong with a value that is written like this, or an empty string.
+    // Why a value's text is invalid, or an empty string.
     std::string problemOf(const std::string& text) const;
 };
 

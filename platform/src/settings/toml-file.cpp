@@ -21,12 +21,12 @@ namespace {
     fail(path, "cannot be read: " + std::generic_category().message(errno));
 }
 
-// Follows brackets and the dots of keys; takes a text that is no TOML for at least as deep as the parser does.
+// Counts open brackets and the dots of keys. For text that is not TOML, the depth is at least that of the parser.
 class Nesting {
 public:
     explicit Nesting(std::string_view text) : rest_(text) {}
 
-    // The line that is nested too deep, 0 when none is.
+    // The line that is nested too deeply, or 0.
     int tooDeepAt() {
         while (!rest_.empty()) {
             const char c = rest_.front();
@@ -51,9 +51,9 @@ private:
         } else if ((c == ']' || c == '}') && !open_.empty()) {
             depth_ = open_.back();
             open_.pop_back();
-        } else if (c == '.') { // of a number, too, which is as good as a key of two parts
+        } else if (c == '.') { // also that of a number, which counts as a key of two parts
             ++depth_;
-        } else if (c == ',' || c == '\n') { // the next key or value begins
+        } else if (c == ',' || c == '\n') { // a new key or value begins
             depth_ = open_.empty() ? 0 : open_.back() + 1;
         }
         line_ += c == '\n';
@@ -68,13 +68,13 @@ private:
         while (!rest_.empty()) {
             const char c = rest_.front();
             if (c == quote && (!long_ || rest_.starts_with(three))) return skipEnd(quote, long_);
-            if (c == '\n' && !long_) return;       // which the parser refuses
-            if (c == '\\' && quote == '"') skip(); // what it escapes is no end
+            if (c == '\n' && !long_) return;       // the parser rejects it
+            if (c == '\\' && quote == '"') skip(); // an escaped character ends nothing
             skip();
         }
     }
 
-    // Of the quotes at the end of a long string the last three end it; up to two before them belong to it.
+    // A long string ends with the last three of the quotes at its end; up to two quotes before them belong to it.
     void skipEnd(char quote, bool long_) {
         const std::size_t quotes = std::min(rest_.find_first_not_of(quote), rest_.size());
         rest_.remove_prefix(long_ ? std::min<std::size_t>(quotes, 5) : 1);
@@ -89,7 +89,7 @@ private:
     std::string_view rest_;
     int line_ = 1;
     unsigned depth_ = 0;
-    std::vector<unsigned> open_; // what the depth was before each open bracket; at most deepestToml + 1 of them
+    std::vector<unsigned> open_; // the depth before each open bracket; at most deepestToml + 1 of them
 };
 
 } // namespace

@@ -17,7 +17,7 @@ std::string_view withoutLeadingBlanks(std::string_view text) {
     return text;
 }
 
-// Takes the characters up to the next blank off the text.
+// Removes the characters up to the next blank from text and returns them.
 std::string_view takePlainWord(std::string_view& text) {
     text = withoutLeadingBlanks(text);
     const auto word = text.substr(0, text.find_first_of(blanks));
@@ -51,7 +51,7 @@ std::string placeholders(const Specification& specification) {
     return text;
 }
 
-// Reads the word at the line's start, which is no blank, into word; returns what is wrong, or null.
+// Moves the word at the line's start, which is not a blank, into word. Returns an error, or null.
 const char* takeWord(std::string_view& line, std::string& word) {
     bool quoted = false;
     std::size_t at = 0;
@@ -78,7 +78,7 @@ const char* takeWord(std::string_view& line, std::string& word) {
 bool parseSpecification(std::string_view text, Specification& result) {
     result = {};
     const auto word = takePlainWord(text);
-    // Characters with a meaning in a line would make a command that nobody can call.
+    // A command with special characters could not be called.
     if (word.empty() || word.find_first_of(":[]\"\\") != std::string_view::npos || word == "...") return false;
     result.word = word;
     while (!text.empty()) {

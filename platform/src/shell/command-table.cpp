@@ -89,7 +89,7 @@ std::string CommandTable::execute(const Request& asked) {
     return invocation.output.empty() ? status : "{\"output\":" + quoted(invocation.output) + "}\n" + status;
 }
 
-// The invocation whose command runs, however that ends.
+// Sets the current invocation, and resets it however the command ends.
 class CommandTable::Current {
 public:
     Current(CommandTable& table, Invocation& invocation) : table_(table) { set(&invocation); }
@@ -114,7 +114,7 @@ template <class Line> CommandTable::Result CommandTable::run(const Line& line, I
     if (!command) return {-ENOSYS, "unknown command: " + word + " (help lists them)"};
 
     const auto& specification = command->specification;
-    // One word more than the command takes, to see whether there are too many; all that follow "..." are its.
+    // One word more than the command takes, to detect too many; with "...", the rest belongs to the command.
     auto words = takeWords(line, specification.kinds.size() + (specification.takesRest ? 1 : 2));
     if (words.error) return {-EINVAL, words.error};
     if (!matchArguments(specification, words, invocation.arguments))

@@ -65,7 +65,7 @@ public:
 private:
     bool isMember(const char* name) const { return depth_ == 1 && member_ == name; }
     bool isWord() const { return depth_ == 2 && inWords_; }
-    // A value that its place has no use for.
+    // A value of an unexpected type or in an unexpected position.
     bool other() {
         if (isMember("json")) request_.jsonMember = Member::OfAnotherType;
         if (isMember("line")) request_.lineMember = Member::OfAnotherType;
@@ -78,8 +78,8 @@ private:
     }
 
     Request& request_;
-    std::string member_; // of the outermost object, whose value comes
-    unsigned depth_ = 0; // how many objects and arrays are open
+    std::string member_; // of the outermost object: the one whose value follows
+    unsigned depth_ = 0; // number of open objects and arrays
     bool inWords_ = false;
 };
 

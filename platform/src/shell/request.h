@@ -1,5 +1,5 @@
-// What a client asks of a shell, and text in its answers. No trees of JSON are made: they take memory when they go, and
-// without it the process would end.
+// A shell client's request, and text in answers. No JSON trees are built: destroying one allocates memory, and the
+// process would end without it.
 #pragma once
 
 #include <string>
@@ -18,11 +18,11 @@ struct Request {
     std::vector<std::string> words;
 };
 
-// Reads a line of JSON; false when it is none. Of a member that is there twice the last one counts. Throws
+// Parses a line of JSON. Returns false when it is malformed. The last of duplicate members counts. Throws
 // std::bad_alloc.
 bool readRequest(std::string_view text, Request& request);
 
-// The text as JSON has it, with its quotation marks. Bytes that are no UTF-8 are replaced, so that it stays JSON.
+// The text as a JSON string with its quotation marks. Invalid UTF-8 is replaced, so that it stays valid JSON.
 std::string quoted(const std::string& text);
 
 } // namespace appovshell

@@ -34,7 +34,7 @@ void await(int socket, short events, Clock::time_point deadline) {
     }
 }
 
-// A line of an answer taken into reply; true when it was the last one.
+// Adds a line of an answer to reply. Returns whether it was the last one.
 bool takeLine(std::string_view line, ShellReply& reply) {
     const auto json = nlohmann::json::parse(line, nullptr, false);
     const auto text = [&json](const char* key) { return json.at(key).get_ref<const std::string&>(); };
@@ -57,7 +57,7 @@ void sendAll(int socket, std::string_view text, Clock::time_point deadline) {
         } else if (errno == EAGAIN) {
             await(socket, POLLOUT, deadline);
         } else if (errno == EPIPE || errno == ECONNRESET) {
-            return; // a shell that turns a client away says why before it closes
+            return; // a shell that rejects a client sends the reason before it closes
         } else if (errno != EINTR) {
             throw ShellError(Kind::NotAvailable, "cannot send: " + textOf(errno));
         }
@@ -110,7 +110,7 @@ void ShellClient::connect(const std::string& path) {
     if (made < 0)
         throw ShellError(made == -EACCES || made == -EPERM ? Kind::Refused : Kind::NotAvailable,
                          "cannot connect to the shell at " + path + ": " + textOf(-made));
-    // Whatever the modes of the socket and its folder are.
+    // Checked whatever the modes of the socket and its folder are.
     if (io::peerOf(made).uid != geteuid()) {
         close(made);
         throw ShellError(Kind::Refused, "the shell at " + path + " belongs to another user");
@@ -134,7 +134,7 @@ ShellReply ShellClient::exchange(const std::string& request, std::chrono::millis
         sendAll(socket_, request, deadline);
         return receiveReply(socket_, deadline);
     } catch (const ShellError& error) {
-        // What comes later would pass for the next command's answer.
+        // A later answer would be taken for that of the next command.
         disconnect();
         throw ShellError(error.kind(), path_ + ": " + error.what());
     }

@@ -26,7 +26,7 @@ using Clock = std::chrono::steady_clock;
 using Socket = boost::asio::posix::stream_descriptor;
 using host::io::FileDescriptor;
 
-// Until there may be memory again to wait for clients with.
+// How long to wait for memory before accepting clients again.
 constexpr std::chrono::milliseconds stallPause{100};
 
 bool isTemporary(int error) { return error == EAGAIN || error == EINTR; }
@@ -35,17 +35,17 @@ struct Client {
     Client(boost::asio::io_context& io, int connection) : socket(io, connection) {}
 
     Socket socket;
-    std::string input;                       // requests that have not run yet: a line and what one receive brings
-    std::string unsent;                      // answers, at most maximumUnsent or one answer
-    Clock::time_point active = Clock::now(); // when it last asked for something or read of its answers
-    Clock::time_point begun = active;        // when what is in input began to arrive
-    bool asked = false;                      // a whole request, whatever it was
-    bool ending = false;                     // hears no more: it is dropped when it has its answers
+    std::string input;  // requests that have not run yet: at most a line and the bytes of one receive
+    std::string unsent; // answers: at most maximumUnsent bytes, or one answer
+    Clock::time_point active = Clock::now(); // when it last sent a request or read part of an answer
+    Clock::time_point begun = active;        // when the content of input began to arrive
+    bool asked = false;                      // whether it has sent a complete request
+    bool ending = false;                     // nothing more is read; it is dropped once it has its answers
     bool lost = false;                       // the connection is dead
-    bool hearing = false, flushing = false;  // a step is under way
+    bool reading = false, flushing = false;  // an asynchronous step is pending
 };
 
-// A whole one, or one that is too long already.
+// Whether there is a complete request, or one that is already too long.
 bool hasRequest(const Client& client) {
     return !client.ending && !client.lost &&
            (client.input.size() > ShellServer::maximumLine || client.input.find('\n') != std::string::npos);
@@ -53,7 +53,7 @@ bool hasRequest(const Client& client) {
 
 } // namespace
 
-// Everything happens on the shell's thread, but for the making, the end and stop.
+// Everything runs on the shell's thread, except construction, destruction and stop.
 class ShellServer::Clients final : private host::io::AcceptorUser {
 public:
     Clients(ShellServer& shell, const std::string& path, uid_t user)
@@ -78,9 +78,9 @@ private:
     void onCannotAccept(const char* reason) noexcept override;
     void onStalled(const char* reason) noexcept override;
     void take(FileDescriptor connection) noexcept;
-    void turn(const ClientPtr& client, Step step) noexcept;
+    void runStep(const ClientPtr& client, Step step) noexcept;
     void awaitNext(const ClientPtr& client);
-    void hear(Client& client);
+    void serveRequest(Client& client);
     void receive(Client& client);
     void runRequest(Client& client);
     std::size_t askingClients() const;
@@ -89,12 +89,12 @@ private:
     void evictSilent() noexcept;
     void evict(Client& client, const std::string& why) noexcept;
     void reject(Client& client);
-    void giveUp(int socket, bool mayTell) noexcept;
+    void reportOutOfMemory(int socket, bool maySend) noexcept;
     void send(Client& client, const std::string& text);
     void flush(Client& client);
     void drop(Client& client) noexcept;
 
-    // Here, as they may be needed when there is no memory for them.
+    // Created in advance, because they may be needed when memory has run out.
     const std::string full_ = "the shell has its " + std::to_string(maximumClients) + " clients already";
     const std::string idle_ = full_ + ", and this one was idle the longest";
     const std::string silent_ =
@@ -105,8 +105,8 @@ private:
     const boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_{io_.get_executor()};
     const host::io::ListeningSocket socket_;
     host::io::Acceptor acceptor_;
-    bool stalled_ = true;            // nothing is awaited that would make it accept
-    std::vector<ClientPtr> clients_; // as they came; has room for all that there can be
+    bool stalled_ = true;            // no pending event will make it accept clients
+    std::vector<ClientPtr> clients_; // oldest first; capacity is reserved for all that are possible
 };
 
 ShellServer::ShellServer(std::chrono::milliseconds answerTimeout) : answerTimeout_(answerTimeout) {
@@ -165,20 +165,20 @@ void ShellServer::Clients::take(FileDescriptor connection) noexcept {
         clients_.push_back(std::make_shared<Client>(io_, connection.get()));
         (void)connection.release();
     } catch (const std::exception&) {
-        return giveUp(connection.get(), true);
+        return reportOutOfMemory(connection.get(), true);
     }
-    turn(clients_.back(), &Clients::flush);
+    runStep(clients_.back(), &Clients::flush);
     if (clients_.size() - askingClients() > maximumSilent) evictSilent();
 }
 
-// A step of a client's, and what is to be awaited after it.
-void ShellServer::Clients::turn(const ClientPtr& client, Step step) noexcept {
-    if (!client->socket.is_open()) return; // dropped meanwhile
+// Runs a step of a client, then starts waiting for the next one.
+void ShellServer::Clients::runStep(const ClientPtr& client, Step step) noexcept {
+    if (!client->socket.is_open()) return; // dropped in the meantime
     try {
         (this->*step)(*client);
         awaitNext(client);
     } catch (const std::exception&) {
-        giveUp(client->socket.native_handle(), client->unsent.empty());
+        reportOutOfMemory(client->socket.native_handle(), client->unsent.empty());
         drop(*client);
     }
 }
@@ -188,23 +188,24 @@ void ShellServer::Clients::awaitNext(const ClientPtr& client) {
     if (!client->unsent.empty() && !client->flushing) {
         client->socket.async_wait(Socket::wait_write, [this, client](const boost::system::error_code&) {
             client->flushing = false;
-            turn(client, &Clients::flush);
+            runStep(client, &Clients::flush);
         });
         client->flushing = true;
     }
-    if (!client->ending && !client->hearing) {
-        const auto hearIt = [this, client](const boost::system::error_code& = {}) {
-            client->hearing = false;
-            turn(client, &Clients::hear);
+    if (!client->ending && !client->reading) {
+        const auto readNext = [this, client](const boost::system::error_code& = {}) {
+            client->reading = false;
+            runStep(client, &Clients::serveRequest);
         };
-        // Who has asked for more is not heard before that had its turn, which comes after those of the others.
-        hasRequest(*client) ? boost::asio::post(io_, hearIt) : client->socket.async_wait(Socket::wait_read, hearIt);
-        client->hearing = true;
+        // A client with another complete request runs it before anything more is read from it, after the other clients
+        // had their turn.
+        hasRequest(*client) ? boost::asio::post(io_, readNext) : client->socket.async_wait(Socket::wait_read, readNext);
+        client->reading = true;
     }
 }
 
-// At most one request, so that who asks for much at once does not keep the others waiting.
-void ShellServer::Clients::hear(Client& client) {
+// Runs at most one request, so that a client with many requests does not delay the others.
+void ShellServer::Clients::serveRequest(Client& client) {
     if (!hasRequest(client)) receive(client);
     if (hasRequest(client)) runRequest(client);
 }
@@ -226,13 +227,13 @@ void ShellServer::Clients::runRequest(Client& client) {
     const auto length = std::min(client.input.find('\n'), client.input.size());
     if (length > maximumLine) {
         send(client, statusLine(-EINVAL, "malformed request: longer than " + std::to_string(maximumLine) + " bytes"));
-        // Where the next request begins is not worth waiting for.
+        // The start of the next request is not searched for.
         client.ending = true;
         return client.input.clear();
     }
     Request request;
     std::string text = shell_.read(std::string_view(client.input).substr(0, length), request);
-    if (text.empty()) { // what is no request must not take a slot
+    if (text.empty()) { // a malformed request gets no slot
         if (!client.asked && !takeSlot()) return reject(client);
         client.asked = true;
         text = shell_.execute(request);
@@ -248,8 +249,8 @@ std::size_t ShellServer::Clients::askingClients() const {
         std::count_if(clients_.begin(), clients_.end(), [](const auto& client) { return client->asked; }));
 }
 
-// Nothing of it is under way: no request that has not run or arrives, no answer that it still reads. Who takes too long
-// over either counts as idle.
+// Whether it has neither a request that arrives or has not run, nor an answer that it still reads. A client that takes
+// too long over either counts as idle.
 bool ShellServer::Clients::isIdle(Client& client, Clock::time_point now) const {
     if (!client.asked || client.ending || hasRequest(client)) return false;
     if (!client.input.empty() && now - client.begun < shell_.answerTimeout_) return false;
@@ -258,8 +259,8 @@ bool ShellServer::Clients::isIdle(Client& client, Clock::time_point now) const {
     return recv(client.socket.native_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && isTemporary(errno);
 }
 
-// A slot for a client that asks: when all are taken, the one that has been idle the longest is evicted, else sixteen
-// forgotten clients would lock everybody out. Returns false when none is idle.
+// Gets a slot for a client with a request. When all are taken, evicts the client that has been idle the longest;
+// otherwise sixteen forgotten clients would block everybody. Returns false when none is idle.
 bool ShellServer::Clients::takeSlot() {
     if (askingClients() < maximumClients) return true;
     const auto now = Clock::now();
@@ -273,19 +274,19 @@ bool ShellServer::Clients::takeSlot() {
     return true;
 }
 
-// Clients that connect and never ask must not keep others from asking.
+// Clients that connect but send no request must not block others.
 void ShellServer::Clients::evictSilent() noexcept {
     HOST_LOG(shell, vdlDebugWarning, "evicted a shell client: it asked for nothing while %zu others came\n",
              maximumSilent);
     evict(**std::find_if(clients_.begin(), clients_.end(), [](const auto& client) { return !client->asked; }), silent_);
 }
 
-// It is not waited for: who does not read its answers does not read this either.
+// Does not wait until the client has read it: a client that does not read its answers would not read this either.
 void ShellServer::Clients::evict(Client& client, const std::string& why) noexcept {
     try {
         if (client.unsent.empty()) send(client, statusLine(-EAGAIN, why));
     } catch (const std::exception&) {
-        giveUp(client.socket.native_handle(), true);
+        reportOutOfMemory(client.socket.native_handle(), true);
     }
     drop(client);
 }
@@ -297,15 +298,15 @@ void ShellServer::Clients::reject(Client& client) {
     send(client, statusLine(-EAGAIN, full_));
 }
 
-// Reports the want of memory to a client whose connection ends for it, unless part of an answer is on its way.
-void ShellServer::Clients::giveUp(int socket, bool mayTell) noexcept {
+// Reports out of memory to a client whose connection is closed for it, unless part of an answer has been sent.
+void ShellServer::Clients::reportOutOfMemory(int socket, bool maySend) noexcept {
     constexpr char text[] = "{\"status\":-12,\"error\":\"the shell is out of memory\"}\n";
     HOST_LOG(shell, vdlDebugWarning, "ended the connection to a shell client: out of memory\n");
-    if (mayTell) ::send(socket, text, sizeof text - 1, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (maySend) ::send(socket, text, sizeof text - 1, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 void ShellServer::Clients::send(Client& client, const std::string& text) {
-    // An answer to a client that has read all others may have any length, a command's output being limited.
+    // An answer may have any length if the client has read all others: a command's output is limited anyway.
     if (!client.unsent.empty() && client.unsent.size() + text.size() > maximumUnsent) {
         HOST_LOG(shell, vdlDebugWarning, "ended the connection to a shell client that does not read its answers\n");
         client.lost = true;
@@ -334,7 +335,7 @@ void ShellServer::Clients::flush(Client& client) {
 void ShellServer::Clients::drop(Client& client) noexcept {
     boost::system::error_code ignored;
     client.socket.close(ignored);
-    std::erase_if(clients_, [](const auto& one) { return !one->socket.is_open(); });
+    std::erase_if(clients_, [](const auto& known) { return !known->socket.is_open(); });
 }
 
 } // namespace appovshell

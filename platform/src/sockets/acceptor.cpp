@@ -10,7 +10,7 @@
 
 namespace host::io {
 namespace {
-// Until descriptors or memory may be there again.
+// How long to wait for descriptors or memory before the next attempt.
 constexpr std::chrono::milliseconds acceptRetry{100};
 constexpr int mostAtOnce = 16;
 } // namespace
@@ -33,7 +33,7 @@ void Acceptor::listen(AcceptorUser& user) noexcept {
     }
 }
 
-// Returns why there may be more that could not be accepted, or 0.
+// Returns 0, or the error that kept further clients from being accepted.
 int Acceptor::acceptSome() {
     for (int i = 0; i < mostAtOnce; ++i) {
         sockaddr_storage from{};

@@ -11,7 +11,7 @@ namespace {
 
 using Call = int (*)(int, const sockaddr*, socklen_t);
 
-// Makes a socket and connects or binds it; a negative errno when that fails.
+// Creates a socket and connects or binds it; a negative errno on failure.
 int newSocket(const std::string& path, Call call) noexcept {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -22,12 +22,12 @@ int newSocket(const std::string& path, Call call) noexcept {
     return made.release();
 }
 
-// The mode is the socket's before it has a path, so that the file never exists with another one.
+// Sets the mode before binding, so that the file never exists with another mode.
 int bindPrivately(int socket, const sockaddr* address, socklen_t size) noexcept {
     return ::fchmod(socket, 0600) == 0 ? ::bind(socket, address, size) : -1;
 }
 
-// Removes what a process left at the path when it ended without removing it. Returns 0 or a negative errno.
+// Removes a stale socket from the path. Returns 0 or a negative errno.
 int removeLeftover(const std::string& path) noexcept {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) return errno == ENOENT ? 0 : -errno;

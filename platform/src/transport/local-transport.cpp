@@ -17,7 +17,7 @@
 namespace host::io {
 namespace {
 
-// The system's own words, or without memory for them a text that fits into the string itself.
+// The system's text, or, if memory runs out, one that is short enough to need no allocation.
 std::string textOf(const boost::system::error_code& error) {
     try {
         return error.message();
@@ -30,7 +30,7 @@ class LocalStream final : public Stream {
 public:
     explicit LocalStream(boost::asio::io_context& io) : socket_(io) {}
 
-    // Takes over a connected socket, which does not block, unless it throws boost::system::system_error.
+    // Takes over a connected non-blocking socket, unless it throws boost::system::system_error.
     void takeOver(int socket) { socket_.assign(boost::asio::local::stream_protocol(), descriptor_ = socket); }
 
     bool isOwn() const override { return peerOf(descriptor_).uid == geteuid(); }
@@ -52,7 +52,7 @@ public:
             const ssize_t taken = ::send(descriptor_, data, size, MSG_DONTWAIT | MSG_NOSIGNAL);
             if (taken >= 0) return static_cast<std::size_t>(taken);
             if (errno == EINTR) continue;
-            // The system may be out of room for a moment as well as the socket.
+            // The system, not only the socket, may be temporarily out of buffers.
             if (errno != EAGAIN && errno != ENOBUFS && errno != ENOMEM) error.assign(errno, std::system_category());
             return 0;
         }
@@ -72,7 +72,7 @@ public:
 
 private:
     boost::asio::local::stream_protocol::socket socket_;
-    int descriptor_ = -1; // the socket's; kept here, as the socket object is the receiving thread's alone
+    int descriptor_ = -1; // the socket's; a copy, because only the receiving thread uses the socket object
 };
 
 ListeningSocket listeningFor(const std::string& service, const std::string& path) {

@@ -2,7 +2,7 @@
 
 namespace ov::orveltools::uri {
 
-// First among the initialisers of the library, as others of them may use these.
+// Among the library's first initialisers, because others may use these.
 namespace Scheme {
 [[gnu::init_priority(101)]] const std::string File = "file";
 [[gnu::init_priority(101)]] const std::string Fsl2 = "fsl2";
@@ -17,7 +17,7 @@ namespace Scheme {
 
 namespace {
 
-// Of ASCII only, whatever the process's locale.
+// ASCII only, whatever the process's locale.
 constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 constexpr bool continuesScheme(char c) {
     return isLetter(c) || (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.';

@@ -9,34 +9,34 @@ namespace services {
 bool TerminalTable::show(const Terminal& terminal, Shown shown, Evictions* evictions) {
     const thread_safety::LockGuard lock(mutex_);
     const std::size_t bytes = shown.textBytes();
-    if (shown_.put(terminal, std::move(shown), evictions)) return true;
+    if (claimedKey_.put(terminal, std::move(shown), evictions)) return true;
     SERVICE_LOG(vdlDebugWarning,
                 "a play on terminal %d:%d is rejected: no room for it and %zu bytes of text beside %zu terminals\n",
-                terminal.type, terminal.id, bytes, shown_.entries().size());
+                terminal.type, terminal.id, bytes, claimedKey_.entries().size());
     return false;
 }
 
 void TerminalTable::stop(const Terminal& terminal) {
     const thread_safety::LockGuard lock(mutex_);
-    shown_.erase(terminal);
+    claimedKey_.erase(terminal);
 }
 
 bool TerminalTable::swap(const Terminal& a, const Terminal& b, std::uint64_t client) {
     const thread_safety::LockGuard lock(mutex_);
-    return shown_.swap(a, b, client);
+    return claimedKey_.swap(a, b, client);
 }
 
 std::vector<TerminalTable::Entry> TerminalTable::entries() const {
     const thread_safety::LockGuard lock(mutex_);
     std::vector<Entry> entries;
-    entries.reserve(shown_.entries().size());
-    for (const auto& [terminal, held] : shown_.entries()) entries.push_back({terminal, held.entry});
+    entries.reserve(claimedKey_.entries().size());
+    for (const auto& [terminal, held] : claimedKey_.entries()) entries.push_back({terminal, held.entry});
     return entries;
 }
 
 TableCount TerminalTable::count() const {
     const thread_safety::LockGuard lock(mutex_);
-    return shown_.count();
+    return claimedKey_.count();
 }
 
 } // namespace services

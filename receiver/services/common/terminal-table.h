@@ -41,7 +41,7 @@ public:
 
 private:
     mutable thread_safety::Mutex mutex_;
-    ClientTable<Shown> shown_ TVSA_GUARDED_BY(mutex_){"terminals"};
+    ClientTable<Shown> claimedKey_ TVSA_GUARDED_BY(mutex_){"terminals"};
 };
 
 } // namespace services

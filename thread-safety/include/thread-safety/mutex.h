@@ -1,6 +1,6 @@
-// Mutexes and their guards, annotated so that clang checks at compile time that whoever uses guarded data holds the
-// lock (-Wthread-safety). Other compilers see no annotations. Each class behaves, and costs, as its namesake in
-// <mutex>.
+// Mutexes and guards, annotated for clang's thread safety analysis (-Wthread-safety): it checks at compile time that
+// guarded data is used only with its mutex held. Other compilers see no annotations. Each class behaves and costs the
+// same as its namesake in <mutex>.
 #pragma once
 
 #include <mutex>
@@ -11,36 +11,36 @@
 #define TVSA_THREAD_SAFETY(attribute)
 #endif
 
-// Of data: may be used only with the mutex held; of a pointer: so may what it points to.
+// For data: it may be used only with the mutex held. For a pointer: the same holds for its target.
 #define TVSA_GUARDED_BY(mutex) TVSA_THREAD_SAFETY(guarded_by(mutex))
 #define TVSA_PT_GUARDED_BY(mutex) TVSA_THREAD_SAFETY(pt_guarded_by(mutex))
 
-// Of functions: the caller holds the mutex, or does not hold it.
+// For functions: the caller must hold the mutex; the caller must not hold it.
 #define TVSA_REQUIRES(...) TVSA_THREAD_SAFETY(requires_capability(__VA_ARGS__))
 #define TVSA_EXCLUDES(...) TVSA_THREAD_SAFETY(locks_excluded(__VA_ARGS__))
 
-// Of functions: takes the mutex, takes it when the result is the given one, gives it back. Without a mutex: the object
-// itself, or what a guard guards.
+// For functions: locks the mutex; locks it if the result is the given one; unlocks it. Without an argument, the mutex
+// is the object itself or the one that a guard holds.
 #define TVSA_ACQUIRE(...) TVSA_THREAD_SAFETY(acquire_capability(__VA_ARGS__))
 #define TVSA_TRY_ACQUIRE(...) TVSA_THREAD_SAFETY(try_acquire_capability(__VA_ARGS__))
 #define TVSA_RELEASE(...) TVSA_THREAD_SAFETY(release_capability(__VA_ARGS__))
 
-// Of functions: tells clang that the mutex is held, where it cannot see that, and does nothing.
+// For functions: makes clang assume that the mutex is held, where it cannot see that. Does nothing at run time.
 #define TVSA_ASSERT_CAPABILITY(mutex) TVSA_THREAD_SAFETY(assert_capability(mutex))
 
-// Of functions: returns a reference to the mutex.
+// For functions: returns a reference to the mutex.
 #define TVSA_RETURN_CAPABILITY(mutex) TVSA_THREAD_SAFETY(lock_returned(mutex))
 
-// Of classes: a mutex, and a guard that holds one until the end of its scope.
+// For classes: a mutex; a guard that holds one until the end of its scope.
 #define TVSA_CAPABILITY(name) TVSA_THREAD_SAFETY(capability(name))
 #define TVSA_SCOPED_CAPABILITY TVSA_THREAD_SAFETY(scoped_lockable)
 
-// Of functions that clang cannot follow; a comment says why.
+// For functions that clang cannot analyse; a comment says why.
 #define TVSA_NO_THREAD_SAFETY_ANALYSIS TVSA_THREAD_SAFETY(no_thread_safety_analysis)
 
 namespace thread_safety {
 
-// A guard of <mutex> takes it too, but clang does not see that it does.
+// The guards of <mutex> lock it, too, but clang does not see that they do.
 class TVSA_CAPABILITY("mutex") Mutex : public std::mutex {
 public:
     void lock() TVSA_ACQUIRE() { std::mutex::lock(); }
@@ -48,7 +48,7 @@ public:
     bool try_lock() TVSA_TRY_ACQUIRE(true) { return std::mutex::try_lock(); }
 };
 
-// clang takes a second lock by the same function for a mistake.
+// clang reports a second lock in the same function as an error.
 class TVSA_CAPABILITY("mutex") RecursiveMutex : public std::recursive_mutex {
 public:
     void lock() TVSA_ACQUIRE() { std::recursive_mutex::lock(); }
@@ -56,7 +56,7 @@ public:
     bool try_lock() TVSA_TRY_ACQUIRE(true) { return std::recursive_mutex::try_lock(); }
 };
 
-// Holds a mutex to the end of the scope.
+// Holds a mutex until the end of the scope.
 template <class Lockable = Mutex> class [[nodiscard]] TVSA_SCOPED_CAPABILITY LockGuard {
 public:
     explicit LockGuard(Lockable& mutex) TVSA_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
@@ -68,8 +68,8 @@ private:
     Lockable& mutex_;
 };
 
-// Holds a mutex to the end of the scope, but for the time between unlock and lock, and while a std::condition_variable
-// waits with it. clang does not look into the predicate of such a wait: a lambda there says TVSA_REQUIRES(mutex).
+// Holds a mutex until the end of the scope, except between unlock and lock and while a std::condition_variable waits
+// with it. clang does not analyse the predicate of such a wait, so a lambda there needs TVSA_REQUIRES(mutex).
 class [[nodiscard]] TVSA_SCOPED_CAPABILITY UniqueLock : public std::unique_lock<std::mutex> {
 public:
     explicit UniqueLock(Mutex& mutex) TVSA_ACQUIRE(mutex) : std::unique_lock<std::mutex>(mutex) {}

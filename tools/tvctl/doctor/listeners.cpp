@@ -50,19 +50,19 @@ std::optional<uid_t> listenerIn(const char* table, const std::string& prefix, co
 
 } // namespace
 
-unsigned portOf(const host::Place& place) {
+unsigned portOf(const host::HostPort& hostPort) {
     unsigned port = 0;
-    std::from_chars(place.port.data(), place.port.data() + place.port.size(), port);
+    std::from_chars(hostPort.port.data(), hostPort.port.data() + hostPort.port.size(), port);
     return port;
 }
 
-std::optional<uid_t> listenerAt(const host::Place& place) {
+std::optional<uid_t> listenerAt(const host::HostPort& hostPort) {
     const std::string anyIpv4 = inSocketTables("0.0.0.0"), anyIpv6 = inSocketTables("::");
-    const std::vector<std::string> addresses{anyIpv6, anyIpv4,
-                                             host::isEveryAddress(place.host) ? anyIpv6 : inSocketTables(place.host)};
+    const std::vector<std::string> addresses{
+        anyIpv6, anyIpv4, host::isAnyAddress(hostPort.host) ? anyIpv6 : inSocketTables(hostPort.host)};
     const std::string prefix = anyIpv4.substr(0, anyIpv4.size() - 8);
-    const auto user = listenerIn("/proc/net/tcp6", "", addresses, portOf(place));
-    return user ? user : listenerIn("/proc/net/tcp", prefix, addresses, portOf(place));
+    const auto user = listenerIn("/proc/net/tcp6", "", addresses, portOf(hostPort));
+    return user ? user : listenerIn("/proc/net/tcp", prefix, addresses, portOf(hostPort));
 }
 
 } // namespace tvctl::doctor

@@ -36,8 +36,8 @@ bool isKey(Diagnosis& diagnosis, const std::string& subject, const std::string& 
 
 // Checks the side that offers the service, at an address of this machine. used: whether this machine also uses the
 // service.
-void checkOffer(Diagnosis& diagnosis, const Service& service, const std::string& endpoint, const host::Place& place,
-                const host::Setting& clients, bool used) {
+void checkOffer(Diagnosis& diagnosis, const Service& service, const std::string& endpoint,
+                const host::HostPort& hostPort, const host::Setting& clients, bool used) {
     std::set<std::string> keys;
     for (const std::string& key : host::itemsOf(clients))
         if (isKey(diagnosis, "keys.clients", key, clients.origin) && !keys.insert(key).second)
@@ -47,7 +47,7 @@ void checkOffer(Diagnosis& diagnosis, const Service& service, const std::string&
                                "add the public keys of the clients");
     const std::string holders =
         keys.size() == 1 ? "the holder of one key" : "the holders of " + std::to_string(keys.size()) + " keys";
-    const auto listener = listenerAt(place);
+    const auto listener = listenerAt(hostPort);
     if (listener && *listener != geteuid()) {
         const std::string process = "a process of user " + std::to_string(*listener);
         diagnosis.entryPoints.push_back({endpoint, "unknown", process + " listens here"});
@@ -58,12 +58,12 @@ void checkOffer(Diagnosis& diagnosis, const Service& service, const std::string&
     // The comparison needs a key that the service accepts, and the service's own key.
     if (listener && !used)
         diagnosis.ok(service.name, "its messages are not compared here; run tvctl doctor where it is used");
-    if (portOf(place) == 0)
+    if (portOf(hostPort) == 0)
         diagnosis.warn(service.name, endpoint + " gets another port with each start, which no client can know",
                        "set the port in endpoints." + service.name);
     else if (!listener)
         diagnosis.warn(service.name, "not running: nobody listens at " + endpoint, "start it");
-    if (host::isEveryAddress(place.host))
+    if (host::isAnyAddress(hostPort.host))
         diagnosis.warn(service.name, endpoint + " is at every address of this machine, in all its networks",
                        "set the address that clients use");
 }
@@ -88,10 +88,10 @@ Diagnosis checkRemoteService(const Service& service, const std::string& endpoint
     Diagnosis diagnosis;
     const std::string nameOfKey = "keys.services." + service.name, nameOfEndpoint = "endpoints." + service.name;
     const auto clients = host::setting("keys.clients"), key = host::setting(nameOfKey);
-    const bool everywhere = host::isEveryAddress(host::placeOf(service.name, endpoint).host);
+    const bool everywhere = host::isAnyAddress(host::hostPortOf(service.name, endpoint).host);
     if (clients) {
         try {
-            checkOffer(diagnosis, service, endpoint, host::placeToServeAt(service.name, endpoint), *clients,
+            checkOffer(diagnosis, service, endpoint, host::listenAddressOf(service.name, endpoint), *clients,
                        key.has_value());
         } catch (const std::runtime_error& error) {
             // With a key, the service is on another machine, and this machine offers other services.

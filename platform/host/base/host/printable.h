@@ -1,4 +1,4 @@
-// Text for people whose bytes somebody else chose.
+// Escaping of untrusted text for display.
 #pragma once
 
 #include <string>
@@ -6,11 +6,11 @@
 
 namespace host {
 
-// The text fit for a terminal and for one line: control characters and bytes that are no UTF-8 become \xNN, so that no
-// text can forge a line or steer a terminal. A line feed becomes lineFeed.
+// Escapes text for a terminal and for one line: control characters and invalid UTF-8 become \xNN, so that no text can
+// forge a line or control a terminal. A line feed becomes lineFeed.
 std::string printable(std::string_view text, std::string_view lineFeed = "\\x0a");
 
-// The text in quotes, printable, for a message of one line; of a long one the beginning and its length.
+// Printable text in quotes, for a message of one line; long text is truncated and followed by its length.
 std::string quoted(std::string_view text);
 
 } // namespace host

@@ -5,7 +5,7 @@
 
 namespace host {
 
-// The name under which this process is known to others ("frame-host", "tvserviced"); the program's base name at first.
+// The name of this process for others ("frame-host", "tvserviced"); initially the program's base name.
 std::string processName();
 void setProcessName(const std::string& name);
 

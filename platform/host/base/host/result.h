@@ -1,12 +1,12 @@
-// Results of the platform's functions by name.
+// Text for results of the platform's functions.
 #pragma once
 
 #include <cstddef>
 
 namespace host {
 
-// A negative result, which is the negative of an errno, as text: "ENOTCONN, not connected" for -107. Other numbers are
-// printed as they are. Takes no memory, so that a want of memory can be reported.
+// A negative result, which is a negated errno, as text: "ENOTCONN, not connected" for -107. Other numbers are printed
+// as they are. Allocates no memory, so that it can report running out of it.
 class ResultText {
 public:
     explicit ResultText(int result) noexcept;

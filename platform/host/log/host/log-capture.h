@@ -1,4 +1,4 @@
-// Collecting debug output in the process that makes it: what tests look at instead of stderr.
+// Captures debug output within the process, for tests.
 #pragma once
 
 #include <chrono>
@@ -10,28 +10,29 @@
 
 namespace host {
 
-// While it lives, the debug lines of all threads are collected here, also those that a limit holds back. Captures may
-// overlap: each gets every line, which stays off stderr when any is quiet. The last one made has to end first.
+// Collects the debug lines of all threads during its lifetime, including those suppressed by a rate limit. Captures may
+// overlap: each gets every line, and no line goes to stderr while any of them is quiet. The last one created must be
+// destroyed first.
 class LogCapture {
 public:
     struct Line {
         std::uint32_t levelWord;
         std::string text;       // as the call site formatted it, without the final line feed, nothing escaped
-        std::thread::id thread; // that made it
+        std::thread::id thread; // that logged it
     };
 
-    // Sets the given modules (all when empty) to trace; the destructor gives them their former levels.
+    // Sets the given modules (all when empty) to trace; the destructor restores their former levels.
     explicit LogCapture(const std::vector<std::uint32_t>& modules = {}, bool quiet = true);
     ~LogCapture();
 
-    // How many lines a capture keeps, as peers can have lines logged. Later ones go to stderr and are counted.
+    // A capture keeps this many lines, because peers can cause any number. Later ones go to stderr and are counted.
     static constexpr std::size_t mostLines = 100000;
 
     // The lines so far, oldest first.
     std::vector<Line> lines() const;
-    // How many came when there were mostLines already.
+    // The number of lines that came after the first mostLines.
     std::size_t lost() const;
-    // Waits until a line that contains part has come, also one that came before the call; false when none came in time.
+    // Waits for a line that contains part, which may have come before the call; false on timeout.
     bool waitFor(const std::string& part, std::chrono::milliseconds timeout) const;
 
     LogCapture(const LogCapture&) = delete;

@@ -1,7 +1,7 @@
 // The message-queue IO module of a process: connections to services, and the services that this process offers.
 //
-// One receiving thread serves all of them; handlers and connection news run on it. Sending happens on the caller's
-// thread while the connection takes it.
+// One receiving thread serves all of them; handlers and connection listeners run on it. Messages are sent on the
+// caller's thread while the connection accepts them.
 #pragma once
 
 #include <frame/abstract-marshalling-impl.h>
@@ -23,15 +23,15 @@ inline constexpr std::size_t maximumMessageBytes = 16 * 1024 * 1024;
 // owns it.
 class QueueChannel : public frame::OmqIOModule {
 public:
-    // Of connectTo: why the newest attempt failed, or why the connection ended; empty while there is a connection and
-    // before the first attempt. Listeners that are told of a failure find its reason here. From any thread.
+    // For connectTo: why the last attempt failed or the connection ended; empty while there is a connection and before
+    // the first attempt. Set before listeners are notified of a failure. From any thread.
     virtual std::string failure() { return {}; }
-    // Of serve: the connections that the clients have right now, for messages to some of them. From any thread.
+    // For serve: the current connections of clients, for messages to some of them. From any thread.
     virtual std::vector<std::uint64_t> clients() { return {}; }
 
 private:
     friend class MessageQueue;
-    // On the receiving thread: the channel begins its work, or goes on with what it had no memory for.
+    // On the receiving thread: starts the channel's work, or retries what failed for lack of memory.
     virtual void proceed() noexcept = 0;
 };
 
@@ -40,28 +40,28 @@ public:
     explicit MessageQueue(const QueueLimits& limits = QueueLimits::fromConfiguration());
     ~MessageQueue(); // stops
 
-    // The channel to a service. It takes handlers and messages at once; listener may be null. It lives as long as the
-    // queue, unless it is withdrawn. Throws std::runtime_error when the service is on another host and that host does
-    // not exist, or keys are missing or unfit.
+    // Creates the channel to a service. It accepts handlers and messages at once; listener may be null. It lives as
+    // long as the queue, unless it is withdrawn. Throws std::runtime_error when the service is on another host that
+    // does not exist, or when keys are missing or invalid.
     QueueChannel& connectTo(const std::string& service, const frame::MessageSet& messages, std::size_t sendBufferBytes,
                             frame::IOConnectionListener* listener);
-    // Lets a channel of connectTo have its connection, which is made and remade in the background once start has run
-    // (50 ms after a failure, doubling to 1 s). Nothing arrives through a channel before.
+    // Opens a channel of connectTo: after start, the queue connects it and keeps reconnecting it in the background
+    // (first after 50 ms, doubling to 1 s). Nothing arrives through a channel that is not open.
     void open(QueueChannel& channel);
-    // Opens several, or none when it throws std::bad_alloc.
+    // Opens several channels, or none when it throws std::bad_alloc.
     void open(const std::vector<QueueChannel*>& channels);
-    // Takes a channel of connectTo back that has not been opened; nobody may use it any more.
+    // Destroys a channel of connectTo that has not been opened; it must not be used any more.
     void withdraw(QueueChannel& channel);
 
-    // Offers a service at its endpoint (socket mode 0600; a left-over socket file is replaced, one in use is not). A
-    // lock on "<endpoint>.lock" keeps other servers away; that file stays. At tcp:// it is offered to other hosts, to
-    // those whose keys are listed. asyncSend through the channel with a null transport goes to every client. Throws
-    // std::runtime_error when the endpoint cannot be had, or keys that it needs are missing or unfit.
+    // Offers a service at its endpoint (socket mode 0600; a stale socket file is replaced, one in use is not). A lock
+    // on "<endpoint>.lock" excludes other servers; that file stays. A tcp:// endpoint offers it to the other hosts
+    // whose keys are listed. asyncSend through the channel with a null transport goes to all clients. Throws
+    // std::runtime_error when the endpoint is not available, or required keys are missing or invalid.
     QueueChannel& serve(const std::string& service, const frame::MessageSet& messages, std::size_t sendBufferBytes);
 
     void start(); // starts the receiving thread
-    // Ends all connections and joins the receiving thread; messages still waiting are dropped and counted. Channels
-    // then refuse. Must not be called from a handler. Harmless when called again.
+    // Closes all connections and joins the receiving thread; queued messages are dropped and counted. Channels refuse
+    // messages from then on. Must not be called from a handler. Has no effect when called again.
     void stop();
 
     std::vector<frame::IOStatistics> statistics() const;

@@ -1,6 +1,6 @@
-// The keys by which machines that talk over a network know each other: Ed25519, each key written as the 44 characters
-// of its 32 bytes in Base64. A machine keeps its secret key to itself and tells the others its public one. Everything
-// here throws std::runtime_error, saying what is wrong; so does all of it where the platform was built without TLS.
+// The Ed25519 keys by which hosts authenticate each other, each written as the 44 Base64 characters of its 32 bytes. A
+// host keeps its secret key private and gives its public key to the others. All functions throw std::runtime_error with
+// the reason; where the platform was built without TLS, every call throws.
 #pragma once
 
 #include <string>
@@ -14,15 +14,15 @@ struct KeyPair {
 
 KeyPair makeKeys();
 
-// Writes a pair into a new file of mode 0600. A file that is there already is left alone, and nothing is left of one
-// that cannot be written whole.
+// Writes a pair into a new file of mode 0600. Leaves an existing file alone, and removes a file that it could not write
+// completely.
 void writeKeys(const std::string& file, const KeyPair& keys);
 
-// Reads what writeKeys has written. Refuses a file of another user (other than root), one that others may read or
-// write, and keys that do not belong together.
+// Reads a file of writeKeys. Rejects a file of another user (except root), one that others may read or write, and keys
+// that are not a pair.
 KeyPair readKeys(const std::string& file);
 
-// Refuses what is no key. what says, for the message, whose it was meant to be.
+// Rejects a malformed key. what: whose key it should be, for the error text.
 void checkKey(const std::string& key, const std::string& what);
 
 } // namespace host

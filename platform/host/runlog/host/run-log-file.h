@@ -1,4 +1,4 @@
-// The file that the run log is kept in, for those who look after it.
+// The file of the run log, for programs that check it.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@ namespace host {
 
 inline constexpr const char* runLogName = "runlog.sqlite"; // in the state folder
 
-// What is wrong with the content of a run log, or an empty string. Reads all of it, and changes nothing, neither the
-// file nor what is beside it; processes that write it go on. Throws nothing but std::bad_alloc.
+// Says what is wrong with the content of a run log, or returns an empty string. Reads the whole file; changes neither
+// it nor the files beside it, and does not disturb processes that write it. Throws nothing but std::bad_alloc.
 std::string problemOfRunLog(const std::string& file);
 
 } // namespace host

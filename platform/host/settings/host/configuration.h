@@ -1,12 +1,12 @@
-// What the processes of the host platform are configured with: each setting's value and where it came from.
+// The configuration of the host platform's processes: each setting's value and its origin.
 //
-// A value comes from its environment variable, else from a configuration file, else it is the built-in one. The file is
-// $TVSA_CONFIG when that is set; otherwise the user's, $XDG_CONFIG_HOME/tvservice-adapter/config.toml (else
-// $HOME/.config/tvservice-adapter/config.toml), goes before /etc/tvservice-adapter/config.toml value by value. An empty
-// variable is as one that is not set.
+// A value comes from its environment variable, else from a configuration file, else from the built-in default. The file
+// is $TVSA_CONFIG if that is set. Otherwise two files are read, and each value of the first one takes precedence: the
+// user's, $XDG_CONFIG_HOME/tvservice-adapter/config.toml (else $HOME/.config/tvservice-adapter/config.toml), and
+// /etc/tvservice-adapter/config.toml. An empty variable counts as not set.
 //
-// Environment and files are read anew by each call. Any thread may call; nothing here writes to the log, so that the
-// log can be configured, too.
+// Each call reads environment and files anew. From any thread. Nothing here logs, because the log itself is configured
+// by it.
 #pragma once
 
 #include <cstdint>
@@ -28,15 +28,15 @@ struct Setting {
     std::string origin; // for messages: "TVSA_QUEUE_BYTES", "/etc/tvservice-adapter/config.toml:12", "built in"
 };
 
-// The value of a setting by its place in the file ("queue.messages", "endpoints.tvservice"), or nothing when nobody
-// gave one and none is built in. It is one that the setting can have; a list's items are joined with commas. Debug
-// levels of the environment alone come as they are, as the log uses those that it understands.
+// The value of a setting by its name in the file ("queue.messages", "endpoints.tvservice"), or nothing when it is not
+// set and has no default. The value is valid; a list's items are joined with commas. Exception: debug levels from the
+// environment are returned unchecked, because the log uses the valid ones among them.
 //
-// Throws ConfigurationError when a file or this setting's variable is wrong, and std::logic_error for a name that no
-// setting has.
+// Throws ConfigurationError when a file or this setting's variable is invalid, and std::logic_error for an unknown
+// name.
 std::optional<Setting> setting(const std::string& name);
 
-// What a setting that is a number says.
+// The value of a setting that is a number.
 std::uint64_t numberIn(const Setting& number);
 
 // The items of a setting that is a list.
@@ -49,8 +49,8 @@ struct NamedSetting {
     std::optional<Setting> value;
 };
 
-// All settings with what they are now, those per service (endpoints.NAME, keys.services.NAME) as far as somebody gave
-// them. Throws as setting does.
+// All settings with their current values. Of the settings per service (endpoints.NAME, keys.services.NAME), only those
+// that are set. Throws like setting.
 std::vector<NamedSetting> settings();
 
 struct ConfigurationFile {
@@ -58,11 +58,12 @@ struct ConfigurationFile {
     bool found;
 };
 
-// The files that are looked for, the one that goes before the others first.
+// The files that are looked for, in order of precedence.
 std::vector<ConfigurationFile> configurationFiles();
 
-// For a program's start: throws ConfigurationError for what any user of the settings would fail with. Log, run log and
-// flat memory go on with the built-in value when their variable is wrong, and say so; a wrong file is refused here.
+// For a program's start: throws ConfigurationError for every error that a user of a setting would fail with. Log, run
+// log and flat memory instead use the default, and report it, when their variable is invalid; an invalid file is an
+// error here.
 void checkConfiguration();
 
 } // namespace host

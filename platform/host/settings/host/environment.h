@@ -1,4 +1,4 @@
-// Where a process of the host platform keeps things and where it finds services, from its environment.
+// The folders of a process of the host platform and the endpoints of services, from its environment.
 #pragma once
 
 #include <host/folders.h>
@@ -8,9 +8,9 @@
 
 namespace host {
 
-// Where a service is: what the setting endpoints.<service> says, a path or "tcp://HOST:PORT", else the socket
-// <runtime folder>/<service>.sock. Throws ConfigurationError, and std::runtime_error when that socket's path is longer
-// than an address of a socket takes.
+// The endpoint of a service: the setting endpoints.<service>, a path or "tcp://HOST:PORT", else the socket <runtime
+// folder>/<service>.sock. Throws ConfigurationError, and std::runtime_error when that socket's path is too long for a
+// socket address.
 std::string endpointOf(const std::string& service);
 
 // The socket of a process's debug shell: <runtime folder>/<process name>.shell. Its lock file, like a service's, is

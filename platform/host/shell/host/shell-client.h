@@ -8,14 +8,14 @@
 
 namespace host {
 
-// Why there is no answer from a shell.
+// Why a shell gave no answer.
 class ShellError : public std::runtime_error {
 public:
     enum class Kind {
-        NotAvailable, // nobody serves the socket, or the connection ended before the answer
+        NotAvailable, // there is no server at the socket, or the connection ended before the answer
         Refused,      // the shell belongs to another user
         TimedOut,
-        BadData, // what came is no answer
+        BadData, // the answer is malformed
     };
     ShellError(Kind kind, const std::string& text) : std::runtime_error(text), kind_(kind) {}
     Kind kind() const { return kind_; }
@@ -38,13 +38,13 @@ public:
     ShellClient(const ShellClient&) = delete;
     ShellClient& operator=(const ShellClient&) = delete;
 
-    // Connects to the socket at path (see shellEndpointOf), in place of any connection before. Throws ShellError.
+    // Connects to the socket at path (see shellEndpointOf) and closes an earlier connection. Throws ShellError.
     void connect(const std::string& path);
     bool isConnected() const { return socket_ >= 0; }
     void disconnect();
 
-    // Runs one command line, or a line that is split into its words already and so needs no quoting. Throws ShellError
-    // when there is no answer within the timeout; the connection is then closed.
+    // Runs one command, given as a line or as its words, which need no quoting. Throws ShellError when there is no
+    // answer within the timeout; the connection is then closed.
     ShellReply run(const std::string& line, bool json = false,
                    std::chrono::milliseconds timeout = std::chrono::seconds(10));
     ShellReply run(const std::vector<std::string>& words, bool json = false,

@@ -1,4 +1,4 @@
-// What went wrong, as operators are told it.
+// The text of an exception for the log.
 #pragma once
 
 #include <exception>
@@ -6,7 +6,7 @@
 
 namespace host {
 
-// Takes no memory.
+// Allocates no memory.
 inline const char* textOf(const std::exception& error) noexcept {
     return dynamic_cast<const std::bad_alloc*>(&error) ? "out of memory" : error.what();
 }

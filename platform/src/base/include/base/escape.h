@@ -1,4 +1,4 @@
-// Text fit for a terminal and a line-oriented file.
+// Escapes text for a terminal and a line-oriented file.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 namespace host {
 
 // Appends text with each line feed as lineFeed; other control characters and bytes that are not UTF-8 become \xNN, so
-// that no text can forge a line or steer a terminal.
+// that no text can forge a line or control a terminal.
 void appendEscaped(std::string& out, std::string_view text, std::string_view lineFeed);
 
 } // namespace host

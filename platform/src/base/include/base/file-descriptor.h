@@ -18,7 +18,7 @@ public:
 
     int get() const { return number_; }
     explicit operator bool() const { return number_ >= 0; }
-    int release() { return std::exchange(number_, -1); } // it is somebody else's from now on
+    int release() { return std::exchange(number_, -1); } // the caller owns it from now on
     void reset() {
         if (number_ >= 0) close(std::exchange(number_, -1));
     }

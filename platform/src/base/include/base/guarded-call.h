@@ -1,4 +1,4 @@
-// Calls of functions that applications and services bring along.
+// Calls functions of applications and services.
 #pragma once
 
 #include "base/error-text.h"
@@ -14,8 +14,7 @@ struct Thrown {
     bool outOfMemory = false;
 };
 
-// Calls it; an exception ends here, after report has been told of it. Returns whether there was none. Throws what
-// report throws.
+// Runs call and passes an exception of it to report. Returns whether there was none. Throws what report throws.
 template <class Call, class Report> bool guardedCall(Call&& call, Report&& report) {
     try {
         std::forward<Call>(call)();

@@ -1,4 +1,4 @@
-// How large the flat heap is to be, which somebody else knows.
+// The size of the flat heap, from the configuration.
 #pragma once
 
 #include <atomic>
@@ -7,9 +7,9 @@
 
 namespace host {
 
-// Asked once, when the heap is first used: its size in mebibytes; problem says what is wrong with the configuration
-// that decides it, if anything is. Set by what puts the process together, before anything is allocated. Unused on
-// 32-bit hosts, where flat blocks come from malloc.
+// Called once, when the heap is first used. Returns its size in mebibytes, and in problem what is wrong with its
+// configuration, if anything. Set when the process is composed, before the first allocation. Unused on 32-bit hosts,
+// where flat blocks come from malloc.
 extern std::atomic<std::size_t (*)(std::string& problem)> flatHeapMegabytes;
 
 } // namespace host

@@ -1,4 +1,4 @@
-// What the process object keeps: its members, the interface registry, the framework's thread and the message queue.
+// The state of the process object: its members, the interface registry, the framework's thread and the message queue.
 #pragma once
 
 #include <frame/abstract-process-member.h>
@@ -22,7 +22,7 @@ struct Process::State {
     using Factory = void** (*)();
 
     explicit State(Process& process);
-    // Ends what is still up and deletes the members in reverse order.
+    // Stops the members that still run and deletes all members in reverse order.
     ~State();
 
     // Registry.
@@ -31,19 +31,19 @@ struct Process::State {
     void unregisterAllOf(const AbstractProcessMember* owner);
     int getInterfaceReference(boost::shared_ptr<Interface>& reference, const std::string& key);
 
-    // The framework's thread. Work posted before it runs waits for it, work posted after it ended is discarded.
+    // The framework's thread. Work posted before it runs is queued for it; work posted after it has ended is discarded.
     void post(std::function<void()> work) TVSA_EXCLUDES(workMutex_);
-    // Has work done on the framework's thread and returns its result; done by the caller itself when that is the
-    // framework's thread, or when there is none. -108 when the process ends before it is the work's turn.
+    // Runs work on the framework's thread and returns its result. Runs it directly when the caller is that thread, or
+    // when there is none. -108 when the process ends before the work's turn.
     int call(std::function<int()> work) TVSA_EXCLUDES(workMutex_);
-    // Makes the caller's thread the framework's until requestEnd, whatever has been posted by then.
+    // Makes the calling thread the framework's until requestEnd. Work that is still queued then does not run.
     void beginServing();
     void serve() TVSA_EXCLUDES(workMutex_);
     void requestEnd() TVSA_EXCLUDES(workMutex_);
-    // Stops all members in reverse order and the queue; no other thread's work is taken meanwhile.
+    // Stops all members in reverse order, then the queue. Work from other threads is discarded from now on.
     void end() TVSA_EXCLUDES(workMutex_, queueMutex_);
 
-    // Members. source names in the log where they came from.
+    // Members. source: their origin, for the log.
     int startMembersOf(Factory factory, const std::string& source);
     int nextServiceId() { return ++lastServiceId_; }
 
@@ -57,7 +57,7 @@ private:
         std::type_index type;
         const AbstractProcessMember* owner;
     };
-    struct BringUp; // an array's way up
+    struct BringUp; // the start-up of one array
 
     void stopMembers();
     void stopQueue();
@@ -65,7 +65,7 @@ private:
     Process& process_;
 
     thread_safety::Mutex queueMutex_;
-    // Handlers and listeners are members' affairs, so the queue is declared before the members and outlives them.
+    // Handlers and listeners belong to members, so the queue is declared before the members and outlives them.
     std::unique_ptr<host::MessageQueue> queue_ TVSA_GUARDED_BY(queueMutex_);
     bool queueStarted_ TVSA_GUARDED_BY(queueMutex_) = false;
 
@@ -76,16 +76,16 @@ private:
     std::condition_variable workChanged_;
     Phase phase_ TVSA_GUARDED_BY(workMutex_) = Phase::idle;
     bool endRequested_ TVSA_GUARDED_BY(workMutex_) = false;
-    // The framework's, meaningful while serving or ending.
+    // The framework's thread; valid while serving or ending.
     std::thread::id thread_ TVSA_GUARDED_BY(workMutex_);
-    // A thread that waits in call has one piece of work in it. Other pieces are members' scheduled events, which the
-    // members themselves have to bound; no message of a peer posts any.
+    // Each thread that waits in call has one item in it. The other items are scheduled events, which the members bound;
+    // messages from peers add none.
     std::deque<std::function<void()>> work_ TVSA_GUARDED_BY(workMutex_);
 
     std::atomic<int> lastServiceId_{0};
-    // Recursive because a member's start may start further members.
+    // Recursive, because a member's start may start further members.
     thread_safety::RecursiveMutex membersMutex_;
-    // In order of attaching, also those that failed.
+    // In order of attaching, including those that failed.
     std::vector<std::unique_ptr<AbstractProcessMember>> members_ TVSA_GUARDED_BY(membersMutex_);
     std::vector<AbstractProcessMember*> started_ TVSA_GUARDED_BY(membersMutex_); // in order of starting
 };

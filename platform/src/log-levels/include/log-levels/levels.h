@@ -7,13 +7,13 @@
 
 namespace host::debug {
 
-// The name of a module, or null when it has none. Valid for the life of the process.
+// The name of a module, or null when it has none. Valid until the process ends.
 const char* nameOfModule(std::uint32_t module) noexcept;
 
-// What is wrong with debug levels, a line for each item that is; empty when nothing is.
-std::string levelComplaints(std::string_view text);
+// The errors in a list of debug levels, one line for each invalid item; empty when all are valid.
+std::string levelErrors(std::string_view text);
 
-// Sets the levels of those items that are right, and returns the complaints about the others.
-std::string setUsableLevels(std::string_view text);
+// Sets the levels of the valid items and returns the errors in the others.
+std::string setValidLevels(std::string_view text);
 
 } // namespace host::debug

@@ -1,4 +1,4 @@
-// How the platform writes to the debug output, and as which module.
+// The platform's access to the debug output, and its modules.
 #pragma once
 
 #include <vdl/debug.h>
@@ -7,7 +7,7 @@
 
 namespace host {
 
-// The platform's modules. Their lines can be caused by peers, so the output limits them also at progress level.
+// The platform's modules. Peers can cause their lines, so these are also limited at progress level.
 enum class Module : std::uint32_t { frame = 0x0201, io = 0x0202, vdl = 0x0203, runlog = 0x0204, shell = 0x0205 };
 inline constexpr std::uint32_t firstPlatformModule = 0x0200, lastPlatformModule = 0x02FF;
 
@@ -21,7 +21,7 @@ inline void nameModule(Module module, const char* name) {
 
 } // namespace host
 
-// Writes a printf-style line; its arguments are evaluated only when it is wanted.
+// Writes a printf-style line. Evaluates the arguments only if the line is enabled.
 #define HOST_LOG(module, severity, ...)                                                                          \
     do {                                                                                                         \
         vdlDebugChunk hostLogChunk;                                                                              \

@@ -1,4 +1,4 @@
-// The debug output behind the public face.
+// The internal interface of the debug output.
 #pragma once
 
 #include <atomic>
@@ -8,16 +8,16 @@
 
 namespace host::debug {
 
-// Asked once, with the first line: whether lines are JSON objects; problem says what is wrong with the configuration
-// that decides it, if anything is. Null, and hence text, until somebody sets it.
+// Called once, for the first line: whether lines are JSON objects. Returns in problem what is wrong with the
+// configuration of that, if anything. Null, which means text, until it is set.
 extern std::atomic<bool (*)(std::string& problem)> jsonIsWanted;
 
-// Writes a line that no limit holds back.
+// Writes a line without applying a limit.
 void writeLine(std::uint32_t levelWord, std::string_view text) noexcept;
 
-// How many captures there are, so that output without any pays one load.
+// The number of captures; without any, output costs one load more.
 extern std::atomic<int> captures;
-// Gives a line to every capture; returns whether one of them wants it kept off stderr.
+// Passes a line to every capture. Returns whether one of them keeps it off stderr.
 bool capture(std::uint32_t levelWord, std::string_view text);
 
 } // namespace host::debug

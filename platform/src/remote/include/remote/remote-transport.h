@@ -1,5 +1,5 @@
-// The transport between hosts: TLS 1.3 over TCP. Both sides prove their keys; a service accepts only the keys that it
-// is given. Streams and all that belongs to them live on the message queue's receiving thread.
+// The transport between hosts: TLS 1.3 over TCP. Both sides authenticate with their keys; a service accepts only the
+// keys that it is given. Streams and everything that belongs to them run on the message queue's receiving thread.
 #pragma once
 
 #include "transport/transport.h"
@@ -17,24 +17,24 @@ namespace host::remote {
 
 struct Shared;
 
-// Everything but endFarewell throws std::runtime_error.
+// All functions except endShutdown throw std::runtime_error.
 class Transport {
 public:
-    // With this machine's keys. The heartbeat is how often each side of a connection gives a sign of life.
+    // keys: of this machine. heartbeat: the interval at which each side of a connection sends a sign of life.
     Transport(boost::asio::io_context& io, const KeyPair& keys, std::chrono::milliseconds heartbeat);
 
-    // To a service that proves this key. When its host does not exist, there is none.
+    // Connects to a service that authenticates with this key. Throws when the service's host does not exist.
     std::unique_ptr<io::Connector> connectorTo(const std::string& service, const std::string& endpoint,
                                                const std::string& key);
-    // At the place to serve the endpoint at (see placeToServeAt), for clients that prove one of these keys. When the
-    // address cannot be had, there is none.
+    // Listens at hostPort (see listenAddressOf) for clients that authenticate with one of these keys. Throws when the
+    // address cannot be used.
     std::unique_ptr<io::Listener> listenerAt(const std::string& service, const std::string& endpoint,
-                                             const Place& place, const std::set<std::string>& clients);
+                                             const HostPort& hostPort, const std::set<std::string>& clients);
 
-    // Around the closing of all streams when the queue stops: what they have taken still reaches the peers, for which
-    // these have half a second.
-    void beginFarewell();
-    void endFarewell() noexcept;
+    // Called before and after closing all streams when the queue stops: data that they have accepted is still delivered
+    // to the peers, within half a second.
+    void beginShutdown();
+    void endShutdown() noexcept;
 
 private:
     boost::asio::io_context& io_;

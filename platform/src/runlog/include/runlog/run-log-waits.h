@@ -1,10 +1,10 @@
-// The end of those who wait for the run log.
+// Ends waiting for the run log.
 #pragma once
 
 namespace lrt {
 
-// The process is asked to end: who waits for the run log, or would from now on, gets what there is at once. From any
-// thread, also before the agent's first use.
+// Called when the process is asked to end: current waits for the run log return at once, and later ones do not wait.
+// From any thread, also before the agent's first use.
 void endRunLogWaits();
 
 } // namespace lrt

@@ -6,11 +6,11 @@
 
 namespace host::config {
 
-// Throws as setting does.
+// Throws like setting.
 std::uint64_t numberOf(const std::string& name);
 
-// For those that cannot fail: the built-in number when the configuration is wrong, and in problem what was wrong and
-// which number is used; problem is empty otherwise.
+// For users that must not fail. When the configuration is invalid, returns the built-in number, and in problem the
+// error and the number used; otherwise problem is empty.
 std::uint64_t numberOf(const std::string& name, std::string& problem);
 
 } // namespace host::config

@@ -1,4 +1,4 @@
-// Command specifications, and command lines taken apart by them.
+// Parses command specifications, and command lines by them.
 #pragma once
 
 #include <cstddef>
@@ -8,39 +8,40 @@
 
 namespace appovshell {
 
-// What a command is called and takes; see Server::registerCommand.
+// A command's word and arguments; see Server::registerCommand.
 struct Specification {
     std::string word;
-    std::vector<char> kinds;     // of the arguments but "...": 's' or 'd'
-    bool lastIsOptional = false; // the last of kinds may be missing
+    std::vector<char> kinds;     // of the arguments except "...": 's' or 'd'
+    bool lastIsOptional = false; // the last of kinds is optional
     bool takesRest = false;      // "..." follows
 
     std::size_t argumentCount() const { return kinds.size() + (takesRest ? 1 : 0); }
 };
 
-// Reads a specification; false when it is malformed, result is then undefined.
+// Parses a specification. Returns false, with result undefined, when it is malformed.
 bool parseSpecification(std::string_view text, Specification& result);
 
-// A command's help text taken apart.
+// A command's parsed help text.
 struct HelpText {
-    std::string arguments;   // "TERMINAL URI [UUID]": from the help, else made from the argument kinds
+    std::string arguments;   // "TERMINAL URI [UUID]": from the help, else derived from the argument kinds
     std::string description; // the help without the arguments' names
 };
 HelpText helpTextOf(const Specification& specification, const std::string& help);
 
-// The first words of a command line, and what follows them.
+// The first words of a command line, and the rest.
 struct Words {
     std::vector<std::string> words;
-    std::string rest;            // verbatim, without blanks in front
-    const char* error = nullptr; // what is wrong with the line, if anything is
+    std::string rest;            // verbatim, without leading blanks
+    const char* error = nullptr; // the error in the line, or null
 };
 
-// Takes up to limit words off the line.
+// Parses up to limit words of the line.
 Words takeWords(std::string_view line, std::size_t limit);
-// The same for a line that came as words: the words after the first limit ones make the rest, with a blank between.
+// The same for a line that was sent as words: the words after the first limit are joined with blanks to the rest.
 Words takeWords(const std::vector<std::string>& all, std::size_t limit);
 
-// Makes a command's arguments of the words after the command word; false when they do not match those of the command.
+// Gets a command's arguments from the words after the command word. Returns false when they do not match the
+// specification.
 bool matchArguments(const Specification& specification, Words& words, std::vector<std::string>& arguments);
 
 } // namespace appovshell

@@ -1,4 +1,4 @@
-// The commands of a shell, and running them.
+// The commands of a shell and their execution.
 #pragma once
 
 #include "shell/command-line.h"
@@ -28,12 +28,12 @@ public:
     void print(const std::string& text) override;
     bool wantsJson() override;
 
-    // Runs the request in one line of JSON, {"line":"play 0:0 dvb://1","json":false}, and returns the lines that answer
-    // it: {"output":"..."} when the command printed something, then {"status":0} or {"status":-22,"error":"..."}.
-    // "words":["play","0:0","dvb://1"] may stand for "line"; "json" may be missing. One call at a time.
+    // Runs a request, which is one line of JSON, {"line":"play 0:0 dvb://1","json":false}, and returns the lines of the
+    // answer: {"output":"..."} if the command printed anything, then {"status":0} or {"status":-22,"error":"..."}.
+    // "words":["play","0:0","dvb://1"] may replace "line"; "json" is optional. One call at a time.
     std::string answer(std::string_view request);
-    // The two halves of that: reads the request, and returns an empty text or, when it is malformed, the answer; and
-    // runs it.
+    // The two steps of answer. read parses the request and returns an empty text or, if it is malformed, the answer.
+    // execute runs it.
     static std::string read(std::string_view text, Request& request);
     std::string execute(const Request& request);
 
@@ -44,12 +44,12 @@ private:
         CommandHandler handler;
         void* context;
     };
-    // One command under way.
+    // A running command.
     struct Invocation {
         bool json = false;
         std::vector<std::string> arguments;
         std::string output;
-        bool cut = false; // the output went beyond the limit
+        bool cut = false; // the output exceeded the limit
     };
     class Current;
     struct Result {
@@ -57,7 +57,7 @@ private:
         std::string error;
     };
 
-    // line: the request's line or words, in the forms that takeWords has.
+    // line: the request's line or words, in a form that takeWords accepts.
     template <class Line> Result run(const Line& line, Invocation& invocation);
     Result call(const Command& command, Invocation& invocation);
     const Command* find(const std::string& word) const;
@@ -68,7 +68,7 @@ private:
     Invocation* current_ TVSA_GUARDED_BY(mutex_) = nullptr;
 };
 
-// A line that ends an answer; error may be empty.
+// The last line of an answer; error may be empty.
 std::string statusLine(int status, const std::string& error);
 
 } // namespace appovshell

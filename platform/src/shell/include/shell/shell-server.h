@@ -1,4 +1,4 @@
-// A shell at a socket: takes commands from several clients and runs them one at a time on a thread of its own.
+// A shell at a socket: accepts commands from several clients and runs them one at a time on its own thread.
 #pragma once
 
 #include "shell/command-table.h"
@@ -14,24 +14,24 @@ namespace appovshell {
 
 class ShellServer : public CommandTable {
 public:
-    static constexpr std::size_t maximumClients = 16;     // that have asked for something
-    static constexpr std::size_t maximumSilent = 64;      // others; beyond it the oldest is evicted
-    static constexpr std::size_t maximumLine = 64 * 1024; // bytes of one request
-    static constexpr std::size_t maximumUnsent =
-        1024 * 1024; // bytes that answers may wait in for a client to read them
+    static constexpr std::size_t maximumClients = 16;         // that have sent a request
+    static constexpr std::size_t maximumSilent = 64;          // others; above this number the oldest is evicted
+    static constexpr std::size_t maximumLine = 64 * 1024;     // bytes of one request
+    static constexpr std::size_t maximumUnsent = 1024 * 1024; // bytes of answers that a client has not read yet
 
-    // A client that has not read its answers for the time of answerTimeout counts as idle.
+    // A client that has not read its answers for answerTimeout counts as idle.
     explicit ShellServer(std::chrono::milliseconds answerTimeout = std::chrono::seconds(10));
     ~ShellServer(); // stops
 
-    // Listens at path for clients of the given user. Throws std::runtime_error, saying what is wrong, when the socket
-    // cannot be had. Clients that connect before start are served from then on.
+    // Listens at path for clients of the given user. Throws std::runtime_error, with the reason, when the socket cannot
+    // be created. Clients that connect before start are served once it is called.
     void open(const std::string& path, uid_t user);
-    // Starts the thread. Throws std::system_error when there is none to be had, or when the shell is not open, and
-    // std::bad_alloc. A client for whose request or answer there is no memory later is told so and let go.
+    // Starts the thread. Throws std::system_error when it cannot be started or the shell is not open, and
+    // std::bad_alloc. A client for whose request or answer there is not enough memory later gets an error, and its
+    // connection is closed.
     void start();
-    // Waits for the command under way, ends the connections and the thread, and removes the socket. Not from a command.
-    // Harmless when called again.
+    // Waits for the running command, closes the connections, ends the thread and removes the socket. Must not be called
+    // from a command. Has no effect when called again.
     void stop();
 
 private:

@@ -1,4 +1,4 @@
-// Accepts connections at a listening socket: a few at a time, between which those that are there already are served.
+// Accepts connections at a listening socket, a few at a time; in between, existing connections are served.
 #pragma once
 
 #include "base/file-descriptor.h"
@@ -11,25 +11,25 @@
 
 namespace host::io {
 
-// Who accepts. Called on the context's thread.
+// The user of an acceptor. Called on the context's thread.
 class AcceptorUser {
 public:
-    // Clients wait until what is missing is there again. Said once.
+    // Clients wait until the missing resource is available again. Called once per error.
     virtual void onCannotAccept(const char* reason) noexcept = 0;
-    // There is no memory to wait for clients with: listen has to be called again.
+    // There is no memory to wait for clients: listen must be called again.
     virtual void onStalled(const char* reason) noexcept = 0;
 
 protected:
     ~AcceptorUser() = default;
 };
 
-// Everything happens on the context's thread.
+// Everything runs on the context's thread.
 class Acceptor {
 public:
-    // Gets a connection, which does not block, and the peer's address; does not throw.
+    // Gets a non-blocking connection and the peer's address. Must not throw.
     using Take = std::function<void(FileDescriptor connection, const sockaddr_storage& from)>;
 
-    // The socket, which does not block either, stays its owner's, who closes it after this has ended.
+    // The caller owns the socket, which must be non-blocking, and closes it after destroying the acceptor.
     Acceptor(boost::asio::io_context& io, int socket, Take take);
     ~Acceptor() { watch_.release(); }
 
@@ -41,8 +41,9 @@ private:
     const int socket_;
     const Take take_;
     boost::asio::steady_timer retryTimer_;
-    int error_ = 0; // why no client could be accepted the last time
-    // Last: were there no memory for what comes after it, it would close the socket, which is its owner's.
+    int error_ = 0; // why the last attempt could accept no client
+    // The last member: if a member after it failed to allocate, this would close the socket, which belongs to the
+    // owner.
     boost::asio::posix::stream_descriptor watch_;
 };
 

@@ -1,4 +1,4 @@
-// Stream sockets in the file system.
+// Unix stream sockets.
 #pragma once
 
 #include "base/file-descriptor.h"
@@ -10,20 +10,20 @@
 
 namespace host::io {
 
-// A socket connected to what listens at the path, not blocking, or a negative errno.
+// A non-blocking socket connected to the listener at path, or a negative errno.
 int connectTo(const std::string& path) noexcept;
 
-// The process at the other end; of user -1, which nobody is, when the system does not say.
+// The process at the other end; its uid is -1, which no user has, when the system does not report it.
 ucred peerOf(int socket) noexcept;
 
-// A listening socket of mode 0600, not blocking, or a negative errno. The caller has locked the path. A socket file
-// that nobody serves any more is replaced; EADDRINUSE: somebody serves it, EEXIST: it is no socket.
+// A non-blocking listening socket of mode 0600, or a negative errno. The caller has locked the path. A stale socket
+// file is replaced. EADDRINUSE: another process serves the path; EEXIST: it is not a socket.
 int listenAt(const std::string& path) noexcept;
 
-// Listens at a path, which is locked; the file goes with the object, unless somebody has replaced it.
+// Locks a path and listens there. The destructor removes the file, unless another process has replaced it.
 class ListeningSocket {
 public:
-    // Throws std::system_error, which names the owner ("debug shell") and the path, as SocketLock and listenAt do.
+    // Throws std::system_error, which names the owner ("debug shell") and the path, like SocketLock and listenAt.
     ListeningSocket(const std::string& owner, const std::string& path);
     ~ListeningSocket();
     ListeningSocket(const ListeningSocket&) = delete;
@@ -33,7 +33,7 @@ public:
 
 private:
     const std::string path_;
-    const SocketLock lock_; // outlasts the socket
+    const SocketLock lock_; // outlives the socket
     const FileDescriptor socket_;
     dev_t device_ = 0;
     ino_t inode_ = 0;

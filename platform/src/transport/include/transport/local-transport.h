@@ -1,4 +1,4 @@
-// The transport between processes of one machine: stream sockets in the file system.
+// The transport between processes of one machine: Unix stream sockets.
 #pragma once
 
 #include "base/file-descriptor.h"
@@ -11,7 +11,7 @@
 
 namespace host::io {
 
-// A stream over a connected socket that does not block. Throws std::exception.
+// A stream over a connected non-blocking socket. Throws std::exception.
 std::unique_ptr<Stream> streamOver(boost::asio::io_context& io, FileDescriptor socket);
 
 class LocalConnector final : public Connector {
@@ -28,7 +28,7 @@ private:
 
 class LocalListener final : public Listener {
 public:
-    // Throws std::runtime_error when somebody serves the path or it cannot be had.
+    // Throws std::runtime_error when another process serves the path or it cannot be used.
     LocalListener(boost::asio::io_context& io, const std::string& service, const std::string& path);
     void listen(ListenerUser& user) noexcept override;
 

@@ -1,4 +1,4 @@
-// How a stream over a socket reports that there is room again.
+// Notifies the user of a stream over a socket when the socket is writable again.
 #pragma once
 
 #include "transport/transport.h"
@@ -11,8 +11,8 @@
 
 namespace host::io {
 
-// Stream::waitWritable for the stream that has the socket. From any thread; the receiving one alone gives the socket
-// work. Without memory the stream is broken off.
+// Implements Stream::waitWritable for the stream that owns the socket. From any thread, but only the receiving thread
+// starts operations on the socket. Breaks the stream if memory runs out.
 template <class Socket>
 void notifyWhenWritable(Socket& socket, Stream& stream, std::shared_ptr<StreamUser> user) noexcept {
     const auto wait = [&socket, &stream, user = std::move(user)] {
