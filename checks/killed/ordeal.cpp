@@ -116,7 +116,7 @@ void Ordeal::strike() {
         case Fate::babbling:
             if (first) break;
             undecodable_ = connection().at("undecodable").get<std::uint64_t>();
-            sayInstead(kit_.processId(partner_), kit_.processId(Part::frameHost), garbage(partner_, number_));
+            sendAs(kit_.processId(partner_), kit_.processId(Part::frameHost), garbage(partner_, number_));
             break;
     }
     if (situation_.fate != Fate::exited) struck_ = Clock::now();
@@ -184,7 +184,7 @@ void Ordeal::repeatOldAnswers() {
     await(connected, "the connection to the new service");
     std::string answers = answerFrame(partner_, earlier_, uri_);
     if (!reqId_.empty()) answers += answerFrame(partner_, reqId_, media);
-    sayInstead(kit_.processId(partner_), kit_.processId(Part::frameHost), answers);
+    sendAs(kit_.processId(partner_), kit_.processId(Part::frameHost), answers);
 }
 
 // ---- what comes of it ----

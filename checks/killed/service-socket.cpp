@@ -102,7 +102,7 @@ std::string serviceNameOf(Part service) {
     return service == Part::tvService ? tvservice::serviceName : mmservice::serviceName;
 }
 
-void sayInstead(pid_t service, pid_t client, const std::string& bytes) {
+void sendAs(pid_t service, pid_t client, const std::string& bytes) {
     const Descriptor process(pidfd_open(service, 0));
     if (process < 0) fail("service process " + std::to_string(service));
     for (const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(service) + "/fd")) {

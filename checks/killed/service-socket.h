@@ -12,7 +12,7 @@ using receiver::Part;
 std::string serviceNameOf(Part service);
 
 // Says bytes to the client process over a running service's own connection to it. Throws ReceiverError.
-void sayInstead(pid_t service, pid_t client, const std::string& bytes);
+void sendAs(pid_t service, pid_t client, const std::string& bytes);
 
 // Whether a client has connected to the service's socket, be it that the service has not accepted it yet. Seen from
 // the service's process.
