@@ -1,4 +1,4 @@
-// Clients whose every request has the service tell all others: of locks, of channels and their tracks.
+// Clients whose every request makes the service notify all clients: of locks, of channels and their tracks.
 #include "endpoints.h"
 #include "frame.h"
 #include "scenarios.h"
@@ -19,8 +19,8 @@ namespace {
 
 namespace tv = tvservice::messages;
 
-constexpr int attackers = 16, locksOfEach = 16; // together they fill the table of locks
-constexpr unsigned together = 500;
+constexpr int attackers = 16, locksOfEach = 16; // these fill the table of locks
+constexpr unsigned requestsPerWrite = 500;
 
 std::string lockOf(int id, bool locked) {
     tvservice::TvServiceParentalLockInfo_t lock;
@@ -42,25 +42,26 @@ std::string locksOf(int attacker) {
     return requests;
 }
 
-// What an attacker says again and again: each lock and unlock has all told of the state of all terminals, each play of
-// its channel with six messages.
+// What an attacker sends again and again. After each lock and unlock the service notifies all clients of the state of
+// all terminals; after each play it sends them six messages about the channel.
 std::string floodOfLocks(int attacker) {
     std::string requests;
-    for (unsigned i = 0; i < together; ++i) requests += lockOf(attacker * locksOfEach, i % 2 != 0);
+    for (unsigned i = 0; i < requestsPerWrite; ++i) requests += lockOf(attacker * locksOfEach, i % 2 != 0);
     return requests;
 }
 std::string floodOfPlays(int attacker) {
     std::string requests;
-    for (unsigned i = 0; i < together; ++i) requests += playOf(attacker, i % 2 != 0 ? "dvb://1.1.1" : "dvb://1.1.2");
+    for (unsigned i = 0; i < requestsPerWrite; ++i)
+        requests += playOf(attacker, i % 2 != 0 ? "dvb://1.1.1" : "dvb://1.1.2");
     return requests;
 }
 
-// A client that says the same as often as it can, and reads all that it is told.
+// A client that sends the same requests as fast as it can, and reads everything it receives.
 class Attacker {
 public:
     Attacker(const Endpoint& endpoint, const std::string& first, const std::string& flood)
         : socket_(clientOf(endpoint)) {
-        require(socket_.say(first), endpoint.name + " does not listen");
+        require(socket_.send(first), endpoint.name + " does not read");
         reader_ = std::thread([this] {
             char bytes[64 * 1024];
             for (;;) {
@@ -69,7 +70,7 @@ public:
             }
         });
         writer_ = std::thread([this, flood] {
-            while (socket_.say(flood)) ++said_;
+            while (socket_.send(flood)) ++sent_;
         });
     }
     ~Attacker() {
@@ -77,11 +78,11 @@ public:
         writer_.join();
         reader_.join();
     }
-    unsigned said() const { return said_; }
+    unsigned sent() const { return sent_; }
 
 private:
     Socket socket_;
-    std::atomic<unsigned> said_{0};
+    std::atomic<unsigned> sent_{0};
     std::thread reader_, writer_;
 };
 
@@ -100,7 +101,7 @@ void floodWithBroadcasts(unsigned plays, Figures& figures) {
             for (int i = 0; i < attackers; ++i)
                 all.push_back(std::make_unique<Attacker>(endpoint, locksOf(i), floodOf(i)));
             const auto begun = [&] {
-                return std::all_of(all.begin(), all.end(), [](const auto& one) { return one->said() > 0; });
+                return std::all_of(all.begin(), all.end(), [](const auto& attacker) { return attacker->sent() > 0; });
             };
             require(kit.waitFor(begun, receiver::defaultTimeout), "the flood did not begin");
             for (unsigned i = 0; i < plays; ++i)
@@ -109,7 +110,7 @@ void floodWithBroadcasts(unsigned plays, Figures& figures) {
             figures.slowestEndBesideBroadcasts =
                 std::max(figures.slowestEndBesideBroadcasts, endOf(kit, endpoint.part));
         }
-        const std::string complaints = kit.stop(); // of the others
+        const std::string complaints = kit.stop(); // the other parts
         require(complaints.empty(), complaints);
     }
 }

@@ -1,4 +1,4 @@
-// A crowd that takes all descriptors which a service may have.
+// Clients that use up all descriptors of a process.
 #include "../killed/process-size.h"
 #include "honest.h"
 #include "scenarios.h"
@@ -11,24 +11,24 @@
 namespace access_check {
 namespace {
 
-constexpr const char* shortage = "Too many open files"; // which a endpoint logs as its reason
+constexpr const char* shortage = "Too many open files"; // the reason in an endpoint's log
 
 class DescriptorLimit {
 public:
     DescriptorLimit(pid_t process, rlim_t limit) : process_(process) {
-        rlimit tight{};
-        require(prlimit(process_, RLIMIT_NOFILE, nullptr, &former_) == 0, std::strerror(errno));
-        tight = former_;
-        tight.rlim_cur = limit;
-        require(prlimit(process_, RLIMIT_NOFILE, &tight, nullptr) == 0, std::strerror(errno));
+        rlimit lowered{};
+        require(prlimit(process_, RLIMIT_NOFILE, nullptr, &original_) == 0, std::strerror(errno));
+        lowered = original_;
+        lowered.rlim_cur = limit;
+        require(prlimit(process_, RLIMIT_NOFILE, &lowered, nullptr) == 0, std::strerror(errno));
     }
-    ~DescriptorLimit() { prlimit(process_, RLIMIT_NOFILE, &former_, nullptr); }
+    ~DescriptorLimit() { prlimit(process_, RLIMIT_NOFILE, &original_, nullptr); }
     DescriptorLimit(const DescriptorLimit&) = delete;
     DescriptorLimit& operator=(const DescriptorLimit&) = delete;
 
 private:
     const pid_t process_;
-    rlimit former_{};
+    rlimit original_{};
 };
 
 } // namespace
@@ -42,19 +42,20 @@ void takeAllDescriptors() {
         const pid_t process = kit.processId(endpoint.part);
         const auto known = honestClientOf(endpoint);
         known->ask();
-        constexpr long room = 8; // fewer than those without a hello, or at a shell, may be
-        const auto taken = killed::sizeOf(process).descriptors;
-        const auto shortages = linesLike(logOf(kit, endpoint.part), shortage, "");
+        constexpr long spare = 8; // less than the limits for connections without a hello and for shell clients
+        const auto used = killed::sizeOf(process).descriptors;
+        const auto shortages = countLines(logOf(kit, endpoint.part), shortage, "");
         {
-            const DescriptorLimit limit(process, static_cast<rlim_t>(taken + room));
-            std::vector<Socket> crowd(200);
-            for (Socket& one : crowd) require(one.connect(endpoint.path) == 0, endpoint.name + " takes no connection");
-            require(kit.waitFor([&] { return linesLike(logOf(kit, endpoint.part), shortage, "") > shortages; },
+            const DescriptorLimit limit(process, static_cast<rlim_t>(used + spare));
+            std::vector<Socket> clients(200);
+            for (Socket& client : clients)
+                require(client.connect(endpoint.path) == 0, endpoint.name + " accepts no connection");
+            require(kit.waitFor([&] { return countLines(logOf(kit, endpoint.part), shortage, "") > shortages; },
                                 receiver::defaultTimeout),
-                    endpoint.name + ": the crowd did not take all descriptors");
+                    endpoint.name + " did not run out of descriptors");
             for (int i = 0; i < 100; ++i) known->ask();
         }
-        // The crowd is gone; who comes now need not wait for it.
+        // The clients are gone; a new client is served at once.
         const auto begin = std::chrono::steady_clock::now();
         honestClientOf(endpoint)->ask();
         require(std::chrono::steady_clock::now() - begin < std::chrono::seconds(2),

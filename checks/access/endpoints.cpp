@@ -20,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t frameHeader = 32, frameId = 12;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr long longestEnd = 10000; // milliseconds; what looks for leaks at the end takes its time
+constexpr long longestEnd = 10000; // milliseconds; the search for leaks at the end is slow
 #else
 constexpr long longestEnd = 2000;
 #endif
@@ -61,18 +61,18 @@ int Socket::connect(const std::string& path) {
     return ::connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0 : errno;
 }
 
-bool Socket::say(const std::string& bytes) {
-    return send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+bool Socket::send(const std::string& bytes) {
+    return ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
 
-std::string Socket::hear(std::size_t size) {
+std::string Socket::receive(std::size_t size) {
     std::string bytes(size, '\0');
     require(recv(descriptor_, bytes.data(), size, MSG_WAITALL) == static_cast<ssize_t>(size),
-            "the other side says less than it has to");
+            "the peer sends less than expected");
     return bytes;
 }
 
-std::string Socket::hearAll() {
+std::string Socket::receiveAll() {
     std::string bytes;
     char part[4096];
     for (;;) {
@@ -82,7 +82,7 @@ std::string Socket::hearAll() {
         } else if (count == 0 || errno == ECONNRESET) {
             return bytes;
         } else if (errno != EINTR) {
-            throw ReceiverError(std::string("the connection does not end: ") + std::strerror(errno));
+            throw ReceiverError(std::string("the connection is not closed: ") + std::strerror(errno));
         }
     }
 }
@@ -90,19 +90,19 @@ std::string Socket::hearAll() {
 Socket clientOf(const Endpoint& endpoint) {
     const std::string hello = killed::helloOf(endpoint.path);
     Socket socket;
-    require(socket.connect(endpoint.path) == 0 && socket.say(hello) && socket.hear(hello.size()) == hello,
-            endpoint.name + " takes no client in");
+    require(socket.connect(endpoint.path) == 0 && socket.send(hello) && socket.receive(hello.size()) == hello,
+            endpoint.name + " accepts no client");
     return socket;
 }
 
-std::vector<std::uint32_t> hearFrames(Socket& client, std::size_t count) {
+std::vector<std::uint32_t> receiveFrames(Socket& client, std::size_t count) {
     std::vector<std::uint32_t> ids;
     while (ids.size() < count) {
-        const std::string header = client.hear(frameHeader);
+        const std::string header = client.receive(frameHeader);
         std::uint32_t size = 0, id = 0;
         std::memcpy(&size, header.data(), sizeof size);
         std::memcpy(&id, header.data() + frameId, sizeof id);
-        client.hear(size);
+        client.receive(size);
         ids.push_back(id);
     }
     return ids;
@@ -122,11 +122,11 @@ long playOnce(ReceiverKit& kit, const std::string& uri) {
 long endOf(ReceiverKit& kit, Part part) {
     const auto begin = Clock::now();
     const std::string complaints = kit.stop(part);
-    const long took = millisecondsSince(begin);
+    const long duration = millisecondsSince(begin);
     require(complaints.empty(), complaints);
-    require(took <= longestEnd,
-            std::string(receiver::nameOf(part)) + " took " + std::to_string(took) + " ms to its end");
-    return took;
+    require(duration <= longestEnd,
+            std::string(receiver::nameOf(part)) + " took " + std::to_string(duration) + " ms to end");
+    return duration;
 }
 
 long endOfAll(ReceiverKit& kit) {
@@ -136,12 +136,12 @@ long endOfAll(ReceiverKit& kit) {
     return slowest;
 }
 
-std::uint64_t linesLike(const std::filesystem::path& log, const std::string& text, const std::string& format) {
+std::uint64_t countLines(const std::filesystem::path& log, const std::string& text, const std::string& format) {
     std::uint64_t lines = 0;
     for (const receiver::LogLine& line : receiver::readLog(log)) {
-        unsigned long long held = 0;
-        if (std::sscanf(line.text.c_str(), "... and %llu more", &held) == 1)
-            lines += line.text.ends_with("like it: " + format) ? held : 0;
+        unsigned long long suppressed = 0;
+        if (std::sscanf(line.text.c_str(), "... and %llu more", &suppressed) == 1)
+            lines += line.text.ends_with("like it: " + format) ? suppressed : 0;
         else
             lines += line.text.find(text) != std::string::npos ? 1 : 0;
     }

@@ -1,4 +1,4 @@
-// The sockets of a receiver, and what a connection to one of them may be told.
+// The sockets of a receiver, and connections to them.
 #pragma once
 
 #include <chrono>
@@ -15,14 +15,14 @@ using receiver::ReceiverKit;
 
 struct Endpoint {
     std::string name; // of the socket's file
-    Part part;        // whose process serves it
+    Part part;        // its process serves it
     bool shell;
     std::string path;
 };
 // Each service's socket and each process's shell.
 std::vector<Endpoint> endpointsIn(const std::filesystem::path& runtimeFolder);
 
-// A connection that says what it likes.
+// A connection that sends arbitrary bytes.
 class Socket {
 public:
     Socket();
@@ -33,36 +33,36 @@ public:
 
     int connect(const std::string& path); // 0, or the error number
     int descriptor() const { return descriptor_; }
-    bool say(const std::string& bytes); // whether the other side took them all
-    // Exactly so many bytes; throws ReceiverError when they do not come.
-    std::string hear(std::size_t size);
-    // All until the other side ends the connection; throws ReceiverError when it does not.
-    std::string hearAll();
+    bool send(const std::string& bytes); // whether all of them were sent
+    // Receives exactly that many bytes; throws ReceiverError on timeout.
+    std::string receive(std::size_t size);
+    // Receives until the peer closes the connection; throws ReceiverError on timeout.
+    std::string receiveAll();
 
 private:
     int descriptor_;
 };
 
-// One that a endpoint has taken in: it has heard the endpoint's greeting and given it back.
+// A connection that the endpoint has accepted: both sides have sent their hello.
 Socket clientOf(const Endpoint& endpoint);
-// The identifiers of the messages in the next so many frames.
-std::vector<std::uint32_t> hearFrames(Socket& client, std::size_t count);
+// Receives that many frames and returns the ids of their messages.
+std::vector<std::uint32_t> receiveFrames(Socket& client, std::size_t count);
 
-// A counter of a service, as its shell tells.
+// A counter of a service, from its shell.
 std::uint64_t counterOf(ReceiverKit& kit, Part service, const char* counter);
 
 long millisecondsSince(std::chrono::steady_clock::time_point begin);
 
-// What the receiver does for its own user meanwhile: how long a play takes, in milliseconds.
+// Plays once, as the receiver's own user, and returns the duration in milliseconds.
 long playOnce(ReceiverKit& kit, const std::string& uri);
 
-// Ends a process, or one after the other of them all, and requires that each ends well and within 2 s. Returns how long
-// the slowest took, in milliseconds.
+// Ends a process, or all of them in turn, and requires that each ends without error and within 2 s. Returns the longest
+// duration in milliseconds.
 long endOf(ReceiverKit& kit, Part part);
 long endOfAll(ReceiverKit& kit);
 
-// How many lines with that text a log has, those included that it says were held back.
-std::uint64_t linesLike(const std::filesystem::path& log, const std::string& text, const std::string& format);
+// Counts the lines with that text in a log, including those with that format that the log reports as suppressed.
+std::uint64_t countLines(const std::filesystem::path& log, const std::string& text, const std::string& format);
 
 std::filesystem::path logOf(const ReceiverKit& kit, Part part);
 

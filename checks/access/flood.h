@@ -1,4 +1,4 @@
-// Clients that nobody wants, in processes of their own.
+// Hostile clients, in processes of their own.
 #pragma once
 
 #include <filesystem>
@@ -10,19 +10,19 @@
 namespace access_check {
 
 namespace kinds {
-inline constexpr const char* garbage = "garbage"; // clients that say random bytes
-inline constexpr const char* silent = "silent";   // that say nothing
-inline constexpr const char* slow = "slow";       // that say their hello a byte at a time
-inline constexpr const char* abrupt = "abrupt";   // that are gone at once
+inline constexpr const char* garbage = "garbage"; // send random bytes
+inline constexpr const char* silent = "silent";   // send nothing
+inline constexpr const char* slow = "slow";       // send their hello a byte at a time
+inline constexpr const char* abrupt = "abrupt";   // disconnect at once
 } // namespace kinds
 
-// A process that makes so many connections of a kind, so many in a second (0: each when the one before has ended), and
-// ends when the last one has. A slow client's words are what it would say at once.
+// Starts a process that makes `count` connections of a kind, `perSecond` a second (0: each after the previous one has
+// ended), and ends after the last one has. `hello` is a file with the first message of a client.
 std::unique_ptr<receiver::ChildProcess> startFlood(const std::string& kind, const std::string& path, unsigned count,
-                                                   unsigned perSecond, const std::filesystem::path& words,
+                                                   unsigned perSecond, const std::filesystem::path& hello,
                                                    const std::filesystem::path& log);
 
-// What that process runs: its program's arguments after "--flood". Returns its exit code.
+// The main function of that process, with the arguments after "--flood". Returns its exit code.
 int flood(const std::vector<std::string>& arguments);
 
 } // namespace access_check

@@ -1,4 +1,4 @@
-// A message as it travels.
+// A message in its wire format.
 #pragma once
 
 #include <genrpc/flat-region.h>

@@ -16,14 +16,14 @@ namespace {
 
 constexpr std::size_t sendBufferBytes = 4096;
 
-// Asks a service through a message queue of its own.
-template <class Question, class Answer> class QueueClient final : public HonestClient {
+// A client of a service, with its own message queue.
+template <class Request, class Answer> class QueueClient final : public HonestClient {
 public:
-    QueueClient(const char* service, const frame::MessageSet& messages, typename Question::Body::Arguments question)
-        : question_(std::move(question)), endpoint_(queue_.connectTo(service, messages, sendBufferBytes, nullptr)) {
+    QueueClient(const char* service, const frame::MessageSet& messages, typename Request::Body::Arguments request)
+        : request_(std::move(request)), endpoint_(queue_.connectTo(service, messages, sendBufferBytes, nullptr)) {
         const frame::MessageHandler handler = [](const frame::MsgMeta&, const frame::TransportInfo&, const void*,
                                                  void* self) {
-            static_cast<QueueClient*>(self)->hear();
+            static_cast<QueueClient*>(self)->receiveAnswer();
             return 0;
         };
         endpoint_.registerMessageHandler(Answer::meta, handler, this, *Answer::table());
@@ -34,29 +34,28 @@ public:
 
     void ask() override {
         thread_safety::UniqueLock lock(mutex_);
-        const unsigned before = heard_;
+        const unsigned before = answers_;
         lock.unlock();
         const genrpc::Sending sending{.ids = frame::MsgIds::none, .transport = nullptr, .firstBytes = sendBufferBytes};
-        const int sent =
-            std::apply([&](const auto&... argument) { return genrpc::send<Question>(endpoint_, sending, argument...); },
-                       question_);
+        const int sent = std::apply(
+            [&](const auto&... argument) { return genrpc::send<Request>(endpoint_, sending, argument...); }, request_);
         lock.lock();
-        const bool answered =
-            news_.wait_for(lock, receiver::defaultTimeout, [&]() TVSA_REQUIRES(mutex_) { return heard_ != before; });
+        const bool answered = changed_.wait_for(lock, receiver::defaultTimeout,
+                                                [&]() TVSA_REQUIRES(mutex_) { return answers_ != before; });
         require(sent == 0 && answered, "an honest client of a service got no answer");
     }
 
 private:
-    void hear() {
+    void receiveAnswer() {
         const thread_safety::LockGuard lock(mutex_);
-        ++heard_;
-        news_.notify_all();
+        ++answers_;
+        changed_.notify_all();
     }
 
-    const typename Question::Body::Arguments question_;
+    const typename Request::Body::Arguments request_;
     thread_safety::Mutex mutex_;
-    std::condition_variable news_;
-    unsigned heard_ TVSA_GUARDED_BY(mutex_) = 0;
+    std::condition_variable changed_;
+    unsigned answers_ TVSA_GUARDED_BY(mutex_) = 0;
     host::MessageQueue queue_;
     host::QueueChannel& endpoint_;
 };

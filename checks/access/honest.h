@@ -11,14 +11,14 @@ namespace access_check {
 class HonestClient {
 public:
     virtual ~HonestClient() = default;
-    // Asks for something and waits for the answer; throws std::exception when there is none.
+    // Sends a request and waits for the answer; throws std::exception if there is none.
     virtual void ask() = 0;
 };
 
-// Connects when it asks first. The services' queue clients find their sockets through setEndpoints.
+// Connects with the first request. Clients of services find their sockets through setEndpoints.
 std::unique_ptr<HonestClient> honestClientOf(const Endpoint& endpoint);
 
-// Where the services of this process's queue clients are; before other threads are started.
+// Sets the sockets that this process's clients of services connect to. Call it before other threads are started.
 void setEndpoints(const std::vector<Endpoint>& endpoints);
 
 } // namespace access_check

@@ -1,4 +1,4 @@
-// Another user at every socket.
+// Attempts of another user to connect to every socket.
 #include "../killed/service-socket.h"
 #include "endpoints.h"
 #include "scenarios.h"
@@ -15,11 +15,11 @@ namespace {
 
 constexpr uid_t otherUser = 65534;
 
-// What came of the other user's connections.
+// How the other user's connections were refused.
 struct Refusals {
-    unsigned noAccess = 0;  // there was no connection
-    unsigned silent = 0;    // it was ended without a word
-    unsigned explained = 0; // or with the shell's one line for other users
+    unsigned noAccess = 0;  // connecting failed
+    unsigned silent = 0;    // closed without any data
+    unsigned explained = 0; // closed after the shell's line for other users
 };
 
 constexpr const char* explanation = "{\"error\":\"the shell serves its own user only\",\"status\":-13}\n";
@@ -30,10 +30,10 @@ Refusals tryAsTheOtherUser(const std::string& path, const std::string& greeting,
         Socket socket;
         const int error = socket.connect(path);
         if (error == 0) {
-            socket.say(greeting); // which may come too late
-            const std::string heard = socket.hearAll();
-            refusals.silent += heard.empty() ? 1 : 0;
-            refusals.explained += heard == explanation ? 1 : 0;
+            socket.send(greeting); // may fail: the connection may be closed already
+            const std::string received = socket.receiveAll();
+            refusals.silent += received.empty() ? 1 : 0;
+            refusals.explained += received == explanation ? 1 : 0;
         } else if (error == EACCES) {
             ++refusals.noAccess;
         }
@@ -41,7 +41,7 @@ Refusals tryAsTheOtherUser(const std::string& path, const std::string& greeting,
     return refusals;
 }
 
-// The same in a process of that user.
+// Does this in a process of that user.
 Refusals refusalsAt(const Endpoint& endpoint, const std::string& greeting, unsigned tries) {
     int result[2];
     require(pipe(result) == 0, "no pipe");
@@ -52,16 +52,16 @@ Refusals refusalsAt(const Endpoint& endpoint, const std::string& greeting, unsig
             if (setgroups(0, nullptr) == 0 && setresgid(otherUser, otherUser, otherUser) == 0 &&
                 setresuid(otherUser, otherUser, otherUser) == 0)
                 refusals = tryAsTheOtherUser(endpoint.path, greeting, tries);
-        } catch (const std::exception&) { // too few refusals say it
+        } catch (const std::exception&) { // leaves too few refusals, which the caller reports
         }
         _exit(write(result[1], &refusals, sizeof refusals) == sizeof refusals ? 0 : 1);
     }
     close(result[1]);
     Refusals refusals;
-    const bool told = read(result[0], &refusals, sizeof refusals) == sizeof refusals;
+    const bool complete = read(result[0], &refusals, sizeof refusals) == sizeof refusals;
     close(result[0]);
     waitpid(child, nullptr, 0);
-    require(told, "the other user's process said nothing");
+    require(complete, "the other user's process sent no result");
     return refusals;
 }
 
@@ -90,11 +90,11 @@ void refuseAnotherUser(unsigned tries, Figures& figures) {
     struct stat status {};
     for (const Endpoint& endpoint : endpointsIn(folder)) {
         require(lstat(endpoint.path.c_str(), &status) == 0 && status.st_mode == (S_IFSOCK | 0600),
-                endpoint.name + " is open");
+                endpoint.name + " is not a socket with mode 0600");
         figures.tries += tries;
         figures.refusedByFolder += expectAll(endpoint, refusalsAt(endpoint, "", tries).noAccess, "the folder");
     }
-    // Each of the three has to do without the others.
+    // Each of the three protections must suffice without the others.
     setMode(kit.folder().string(), 0711);
     setMode(folder, 0777);
     for (const Endpoint& endpoint : endpointsIn(folder))
@@ -102,13 +102,13 @@ void refuseAnotherUser(unsigned tries, Figures& figures) {
     for (const Endpoint& endpoint : endpointsIn(folder)) {
         setMode(endpoint.path, 0666);
         const auto counted = [&] {
-            return endpoint.shell ? linesLike(logOf(kit, endpoint.part), shellLine, shellFormat)
+            return endpoint.shell ? countLines(logOf(kit, endpoint.part), shellLine, shellFormat)
                                   : counterOf(kit, endpoint.part, "refused");
         };
         const auto before = counted();
         const Refusals refusals = refusalsAt(endpoint, greetingAt(endpoint), tries);
         figures.refusedByCheck += expectAll(endpoint, refusals.silent + refusals.explained, "the check of the peer");
-        require(endpoint.shell || refusals.explained == 0, endpoint.name + " spoke to another user");
+        require(endpoint.shell || refusals.explained == 0, endpoint.name + " sent data to another user");
         require(kit.waitFor([&] { return counted() - before == tries; }, receiver::defaultTimeout),
                 endpoint.name + " counted " + std::to_string(counted() - before) + " refusals");
         setMode(endpoint.path, 0600);

@@ -1,5 +1,5 @@
-// Clients that try to keep a service or a shell from others: with messages that they never finish, with connections
-// that they forget, with more messages than anybody can handle.
+// Clients that try to starve other clients of a service or a shell: with unfinished messages, with idle connections,
+// and with more messages than it can process.
 #include "honest.h"
 #include "scenarios.h"
 
@@ -36,16 +36,16 @@ std::string frameHeader(std::uint32_t size) {
 long askInTime(HonestClient& client, const std::string& what) {
     const auto begin = Clock::now();
     client.ask();
-    const long took = millisecondsSince(begin);
-    require(took < longestAnswer, "an honest client waited for more than 2 s beside " + what);
-    return took;
+    const long duration = millisecondsSince(begin);
+    require(duration < longestAnswer, "an honest client waited more than 2 s beside " + what);
+    return duration;
 }
 
 std::string beginningOf(std::size_t size) {
     return frameHeader(static_cast<std::uint32_t>(size)) + std::string(size / 8 * 5, 'x');
 }
 
-// So many that each stop in the middle of a message of that size.
+// `count` clients that each stop in the middle of a message of that size.
 void leaveUnfinished(ReceiverKit& kit, const Endpoint& endpoint, std::size_t count, std::size_t size,
                      Figures& figures) {
     const auto known = honestClientOf(endpoint);
@@ -55,7 +55,7 @@ void leaveUnfinished(ReceiverKit& kit, const Endpoint& endpoint, std::size_t cou
     std::vector<Socket> unfinished;
     for (std::size_t i = 0; i < count; ++i) {
         unfinished.push_back(clientOf(endpoint));
-        unfinished.back().say(part); // which may be cut short, as the service ends the connection
+        unfinished.back().send(part); // may be incomplete: the service closes the connection
         figures.slowestBesideUnfinished =
             std::max({figures.slowestBesideUnfinished, askInTime(*known, "unfinished messages"),
                       askInTime(*honestClientOf(endpoint), "unfinished messages")});
@@ -63,11 +63,11 @@ void leaveUnfinished(ReceiverKit& kit, const Endpoint& endpoint, std::size_t cou
     }
     require(kit.waitFor([&] { return counterOf(kit, endpoint.part, "refused") == refused + count; },
                         receiver::defaultTimeout),
-            endpoint.name + " has not ended all connections with an unfinished message");
+            endpoint.name + " has not closed all connections with an unfinished message");
     known->ask();
 }
 
-// So many processes, each a peer of its own, that one message of each is more than all peers together may have.
+// So many processes, each a separate peer, that their messages exceed the limit for all peers together.
 void leaveUnfinishedTogether(ReceiverKit& kit, const Endpoint& endpoint, unsigned processes, Figures& figures) {
     const auto refused = counterOf(kit, endpoint.part, "refused");
     const std::filesystem::path log = kit.folder() / "unfinished.log";
@@ -79,21 +79,22 @@ void leaveUnfinishedTogether(ReceiverKit& kit, const Endpoint& endpoint, unsigne
     for (unsigned i = 0; i < processes; ++i) all.push_back(std::make_unique<receiver::ChildProcess>(command));
     const auto deadline = Clock::now() + 30s;
     do {
-        const long took = playOnce(kit, "dvb://1.1.1");
-        figures.slowestPlayBesideUnfinished = std::max(figures.slowestPlayBesideUnfinished, took);
-        require(took < longestAnswer, "a play took " + std::to_string(took) + " ms beside unfinished messages");
-        require(Clock::now() < deadline, endpoint.name + " has not ended all connections with an unfinished message");
+        const long duration = playOnce(kit, "dvb://1.1.1");
+        figures.slowestPlayBesideUnfinished = std::max(figures.slowestPlayBesideUnfinished, duration);
+        require(duration < longestAnswer, "a play took " + std::to_string(duration) + " ms beside unfinished messages");
+        require(Clock::now() < deadline, endpoint.name + " has not closed all connections with an unfinished message");
     } while (counterOf(kit, endpoint.part, "refused") < refused + processes);
-    for (const auto& one : all) {
-        one->wait();
-        require(one->failure().empty(), "a message was not left unfinished: " + receiver::tailOf(log, 3));
+    for (const auto& process : all) {
+        process->wait();
+        require(process->failure().empty(),
+                "a process failed to leave a message unfinished: " + receiver::tailOf(log, 3));
     }
-    require(linesLike(logOf(kit, endpoint.part), "the unfinished messages of all peers may take", "") > 0,
-            endpoint.name + " had room for all unfinished messages");
+    require(countLines(logOf(kit, endpoint.part), "the unfinished messages of all peers may take", "") > 0,
+            endpoint.name + " did not apply the limit for the unfinished messages of all peers");
     figures.unfinishedTogether += processes;
 }
 
-// Another client's first exchange, and the end of the process, while one sends as fast as it can.
+// A new client's first request, and the end of the processes, while another client sends as fast as it can.
 void floodWithMessages(ReceiverKit& kit, const Endpoint& endpoint, Figures& figures) {
     constexpr std::size_t messages = 400000, together = 1000;
     std::string bytes;
@@ -101,9 +102,9 @@ void floodWithMessages(ReceiverKit& kit, const Endpoint& endpoint, Figures& figu
     Socket flooder = clientOf(endpoint);
     std::atomic<std::size_t> sent{0};
     std::thread flood([&] {
-        while (sent < messages && flooder.say(bytes)) sent += together;
+        while (sent < messages && flooder.send(bytes)) sent += together;
     });
-    std::thread reader([&] { // the answers, so that nothing but the turns keeps the others waiting
+    std::thread reader([&] { // reads the answers, so that other clients wait for nothing but their turn
         char answers[64 * 1024];
         while (recv(flooder.descriptor(), answers, sizeof answers, 0) > 0) {
         }
@@ -134,8 +135,8 @@ void floodWithMessages(ReceiverKit& kit, const Endpoint& endpoint, Figures& figu
 int leaveOneUnfinished(const std::vector<std::string>& arguments) {
     try {
         Socket client = clientOf({arguments.at(0), Part::tvService, false, arguments.at(1)});
-        client.say(beginningOf(16 * mebibyte)); // which may be cut short, as the service ends the connection
-        client.hearAll();
+        client.send(beginningOf(16 * mebibyte)); // may be incomplete: the service closes the connection
+        client.receiveAll();
         return 0;
     } catch (const std::exception& error) {
         std::cerr << "unfinished: " << error.what() << '\n';
@@ -152,10 +153,10 @@ void starveOthers(unsigned processes, Figures& figures) {
     leaveUnfinished(kit, endpoints[0], 100, mebibyte, figures);
     if (processes > 0) leaveUnfinishedTogether(kit, endpoints[0], processes, figures);
     const Endpoint& shell = endpoints.back();
-    std::vector<std::unique_ptr<HonestClient>> forgotten;
+    std::vector<std::unique_ptr<HonestClient>> idle;
     for (int i = 0; i < 100; ++i) {
-        forgotten.push_back(honestClientOf(shell));
-        forgotten.back()->ask();
+        idle.push_back(honestClientOf(shell));
+        idle.back()->ask();
         ++figures.evictedShells;
     }
     askInTime(*honestClientOf(shell), "idle shell clients");

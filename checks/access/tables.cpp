@@ -1,4 +1,4 @@
-// Peers that invent terminals, to make every table grow that there is.
+// Peers that invent terminals, so that every table grows.
 #include "../killed/process-size.h"
 #include "endpoints.h"
 #include "frame.h"
@@ -30,7 +30,7 @@ template <class Request> Request requestFor(int id) {
     return request;
 }
 
-// What a client asks of a service for a terminal that it has invented.
+// A client's requests to a service for an invented terminal.
 std::string requestsFor(Part service, int id) {
     if (service == Part::mmService)
         return frameOf<mmservice::messages::MmServiceReq>(std::vector{requestFor<mmservice::MMServiceReq_t>(id)});
@@ -41,19 +41,19 @@ std::string requestsFor(Part service, int id) {
            frameOf<tv::TvServiceSwapWinReq>(tvservice::TvServiceSwapWinReq_t{id});
 }
 
-// Returns how much found no room, which is more than nothing.
+// Returns how many entries did not fit. Requires that there are some.
 long judgeTables(ReceiverKit& kit, Part part, const char* counter) {
-    long beyond = 0;
+    long excess = 0;
     for (const auto& table : kit.ask(part, {"stats", "tables"})) {
-        require(table.at("held") <= table.at("most"), table.dump() + " holds more than it may");
-        beyond += table.at(counter).get<long>();
+        require(table.at("held") <= table.at("most"), table.dump() + " holds more than its limit");
+        excess += table.at(counter).get<long>();
     }
-    require(beyond > 0, std::string(receiver::nameOf(part)) + " has had room for everything");
-    return beyond;
+    require(excess > 0, std::string(receiver::nameOf(part)) + " reached no table's limit");
+    return excess;
 }
 
-// Clients that each fill their share of each table of a service, one after the other. Each goes then, or they stay.
-// Another one's play on a new terminal is answered with 0 after them.
+// Clients fill their share of each table of a service, one after the other. Then each disconnects, or all stay. After
+// that a play by another client on a new terminal must get result 0.
 void fillInTurns(ReceiverKit& kit, const Endpoint& endpoint, const std::string& uri, bool stay) {
     constexpr int share = 64, rounds = 6;
     std::vector<Socket> staying;
@@ -74,8 +74,8 @@ void fillInTurns(ReceiverKit& kit, const Endpoint& endpoint, const std::string& 
                                          ? tv::TvServiceInfo::meta.messageId
                                          : mmservice::messages::MmServiceInfo::meta.messageId;
         Socket client = clientOf(endpoint);
-        require(client.say(requests), endpoint.name + " does not listen");
-        while (hearFrames(client, 1).front() != answer) {
+        require(client.send(requests), endpoint.name + " does not read");
+        while (receiveFrames(client, 1).front() != answer) {
         }
         if (stay) staying.push_back(std::move(client));
     }
@@ -83,7 +83,7 @@ void fillInTurns(ReceiverKit& kit, const Endpoint& endpoint, const std::string& 
         if (table.at("table") == "terminals")
             require(table.at("held") == table.at("most"), "the table of terminals is not full");
     const auto answers = kit.waitForAnswers(kit.play(stay ? "6:1" : "6:0", uri), 1);
-    require(answers.size() == 1 && answers[0].result == 0, endpoint.name + " has no room for a play on a new terminal");
+    require(answers.size() == 1 && answers[0].result == 0, endpoint.name + " does not play on a new terminal");
 }
 
 } // namespace
@@ -99,18 +99,18 @@ void fillTheTablesOfServices(unsigned terminals, Figures& figures) {
                           [part = part](const Endpoint& known) { return !known.shell && known.part == part; });
         const long before = killed::sizeOf(kit.processId(part)).kibibytes;
         for (const bool stay : {false, true}) fillInTurns(kit, endpoint, uri, stay);
-        Socket attacker = clientOf(endpoint); // which reads no answer
+        Socket attacker = clientOf(endpoint); // reads no answers
         std::string requests;
         for (unsigned id = 0; id < terminals; ++id) {
             requests += requestsFor(part, static_cast<int>(id));
             if ((id + 1) % 50 == 0)
-                require(attacker.say(std::exchange(requests, {})), endpoint.name + " does not listen");
+                require(attacker.send(std::exchange(requests, {})), endpoint.name + " does not read");
             if ((id + 1) % 500 == 0) figures.slowestPlay = std::max(figures.slowestPlay, playOnce(kit, uri));
         }
         figures.refusedTerminals += judgeTables(kit, part, "refused");
         figures.mostMemory = std::max(figures.mostMemory, killed::sizeOf(kit.processId(part)).kibibytes - before);
         figures.slowestEnd = std::max(figures.slowestEnd, endOf(kit, part));
-        const std::string complaints = kit.stop(); // of the others
+        const std::string complaints = kit.stop(); // the other parts
         require(complaints.empty(), complaints);
     }
 }
@@ -120,7 +120,7 @@ void fillTheTablesOfApplications(unsigned answers, Figures& figures) {
     kit.start();
     setEndpoints(endpointsIn(kit.runtimeFolder()));
     kit.kill(Part::tvService);
-    host::MessageQueue queue; // in its place
+    host::MessageQueue queue; // replaces it
     constexpr std::size_t bufferBytes = 16 * 1024;
     host::QueueChannel& endpoint = queue.serve(tvservice::serviceName, tvservice::messageSet(), bufferBytes);
     queue.start();
@@ -136,7 +136,7 @@ void fillTheTablesOfApplications(unsigned answers, Figures& figures) {
                 endpoint, {.ids = frame::MsgIds::none, .transport = nullptr, .firstBytes = bufferBytes}, infos);
             if (result == 0) return;
             require(result == -EAGAIN, "an answer cannot be sent");
-            std::this_thread::yield(); // until the queue has room
+            std::this_thread::yield(); // the queue is full
         }
     };
     for (unsigned id = 0; id < answers; ++id) {
@@ -144,16 +144,16 @@ void fillTheTablesOfApplications(unsigned answers, Figures& figures) {
         if ((id + 1) % 1000 == 0) {
             const auto begin = Clock::now();
             (void)kit.ask(Part::frameHost, {"terminals"});
-            figures.slowestLook = std::max(figures.slowestLook, millisecondsSince(begin));
+            figures.slowestList = std::max(figures.slowestList, millisecondsSince(begin));
         }
     }
     require(kit.waitFor([&] { return kit.newestNotification() >= answers; }, std::chrono::seconds(60)),
             "the answers do not arrive");
-    figures.forgotten += judgeTables(kit, Part::frameHost, "dropped");
+    figures.dropped += judgeTables(kit, Part::frameHost, "dropped");
     figures.mostMemory = std::max(figures.mostMemory, killed::sizeOf(process).kibibytes - before);
     figures.slowestEnd = std::max(figures.slowestEnd, endOf(kit, Part::frameHost));
     queue.stop();
-    const std::string complaints = kit.stop(); // of the others
+    const std::string complaints = kit.stop(); // the other parts
     require(complaints.empty(), complaints);
 }
 

@@ -14,7 +14,7 @@
 namespace access_check {
 namespace {
 
-// Writes a text into every field of a value that takes one, or into one of them. A list gets an element.
+// Writes a text into every text field of a value, or into one of them. A list gets one element.
 class Filler {
 public:
     explicit Filler(const std::string& text, std::optional<std::size_t> only = {}) : text_(text), only_(only) {}
@@ -35,7 +35,7 @@ public:
             std::apply([&](const auto&... field) { ((*this)(value.*field.plain), ...); }, T::Flat::fields());
     }
 
-    std::size_t fields() const { return fields_; } // so far, that take a text
+    std::size_t fields() const { return fields_; } // number of text fields so far
 
 private:
     const std::string& text_;
@@ -44,25 +44,26 @@ private:
 };
 
 template <class Message>
-TextMessage messageOf(const typename Message::Body::Arguments& arguments, const std::string& news) {
+TextMessage messageOf(const typename Message::Body::Arguments& arguments, const std::string& notification) {
     return std::apply(
         [&](const auto&... argument) {
             const auto json = genrpc::argumentsToJson<Message>(argument...);
-            return TextMessage{news, nlohmann::json::parse(genrpc::textOf(json)), frameOf<Message>(argument...)};
+            return TextMessage{notification, nlohmann::json::parse(genrpc::textOf(json)),
+                               frameOf<Message>(argument...)};
         },
         arguments);
 }
 
 template <class Message>
-void add(const std::string& text, std::vector<TextMessage>& all, const std::string& news = Message::name) {
+void add(const std::string& text, std::vector<TextMessage>& all, const std::string& notification = Message::name) {
     typename Message::Body::Arguments arguments;
     Filler filler(text);
     filler(arguments);
-    if (filler.fields() > 0 && !isLong(text)) return all.push_back(messageOf<Message>(arguments, news));
+    if (filler.fields() > 0 && !isLong(text)) return all.push_back(messageOf<Message>(arguments, notification));
     for (std::size_t i = 0; i < filler.fields(); ++i) {
         arguments = {};
         Filler(text, i)(arguments);
-        all.push_back(messageOf<Message>(arguments, news));
+        all.push_back(messageOf<Message>(arguments, notification));
     }
 }
 
@@ -82,7 +83,7 @@ std::vector<TextMessage> requestsWith(const std::string& text, Part service) {
 
 std::vector<TextMessage> notificationsWith(const std::string& text, Part service) {
     std::vector<TextMessage> all;
-    if (service == Part::mmService) { // whose answers are told as the TV service's
+    if (service == Part::mmService) { // the adapter notifies its clients as for the TV service
         add<mmservice::messages::MmServiceInfo>(text, all, tvservice::messages::TvServiceInfo::name);
     } else {
         TVSERVICE_NOTIFICATIONS(ACCESS_ADD)

@@ -1,4 +1,4 @@
-// Messages with a text in every field that takes one.
+// Messages with a text in their text fields.
 #pragma once
 
 #include "endpoints.h"
@@ -9,16 +9,16 @@
 namespace access_check {
 
 struct TextMessage {
-    std::string news; // the notification by which the adapter's clients hear of it, if they do
+    std::string notification; // the one that the adapter's clients receive for it, if any
     nlohmann::json arguments;
-    std::string frame; // as it travels
+    std::string frame; // in wire format
 };
 
-// No socket takes several of them at once, and no command prints them.
+// Too long for a socket to take several at once, and for commands to print.
 inline bool isLong(const std::string& text) { return text.size() >= 1000; }
 
-// Every message to a service, and of it, that has texts: once, with the text in all of its fields; or, when it is long,
-// once for each of them.
+// Every message with text fields to a service, and from it: once with the text in all of these fields; a long text
+// instead once for each field.
 std::vector<TextMessage> requestsWith(const std::string& text, Part service);
 std::vector<TextMessage> notificationsWith(const std::string& text, Part service);
 

@@ -1,4 +1,4 @@
-// Texts that could do harm where they are written: in logs, at terminals, in the run log.
+// Texts that are dangerous in logs, at terminals and in the run log.
 #include "../killed/service-socket.h"
 #include "endpoints.h"
 #include "scenarios.h"
@@ -22,13 +22,13 @@ const std::vector<std::string> texts{
     "%n%n%s%s%s%s%1000000d%*d%x",
     R"('"`${HOME}$(id)\)",
     "'); DROP TABLE run_log; --\"",
-    std::string("\x7f\xc2\x9b") + "31m\xc2\x85\xc2\x9d", // else the digits were the escape's
+    std::string("\x7f\xc2\x9b") + "31m\xc2\x85\xc2\x9d", // split, as the digits would belong to the escape
     "\xff\xfe\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80\xe2\x82",
     R"({"level":"failure","text":"forged"}])",
     std::string(std::size_t{64} * 1024, 'A') + "\x1b\n",
 };
 
-// Over a connection of a client's own.
+// Over a new client's connection.
 void sendToServices(ReceiverKit& kit, const std::vector<Endpoint>& endpoints, const std::string& text) {
     for (const Endpoint& endpoint : endpoints) {
         if (endpoint.shell) continue;
@@ -36,41 +36,41 @@ void sendToServices(ReceiverKit& kit, const std::vector<Endpoint>& endpoints, co
         const auto messages = requestsWith(text, endpoint.part);
         const auto before = counterOf(kit, endpoint.part, "received");
         for (const TextMessage& message : messages)
-            require(client.say(message.frame), endpoint.name + " does not listen");
+            require(client.send(message.frame), endpoint.name + " does not read");
         require(kit.waitFor([&] { return counterOf(kit, endpoint.part, "received") == before + messages.size(); },
                             receiver::defaultTimeout),
-                endpoint.name + " did not take the texts");
+                endpoint.name + " did not receive all texts");
     }
 }
 
-// Over the services' own connections. What the adapter's clients are told has each text as it was.
+// Over the services' own connections. The notifications to the adapter's clients must have each text unchanged.
 void sendToFrameHost(ReceiverKit& kit, const std::string& text) {
     for (const Part service : {Part::tvService, Part::mmService})
         for (const TextMessage& message : notificationsWith(text, service)) {
             const auto before = kit.newestNotification();
-            killed::sayInstead(kit.processId(service), kit.processId(Part::frameHost), message.frame);
-            kit.waitForNotification(message.news, before, message.arguments);
+            killed::sendAs(kit.processId(service), kit.processId(Part::frameHost), message.frame);
+            kit.waitForNotification(message.notification, before, message.arguments);
         }
 }
 
-// In the place of a command, of a service's name and of a line to a shell.
-void sayToEndpoints(const std::vector<Endpoint>& endpoints, const std::string& text) {
+// As a command, as a service's name and as a line to a shell.
+void sendToEndpoints(const std::vector<Endpoint>& endpoints, const std::string& text) {
     for (const Endpoint& endpoint : endpoints) {
         Socket client;
-        require(client.connect(endpoint.path) == 0, endpoint.name + " takes no connection");
+        require(client.connect(endpoint.path) == 0, endpoint.name + " accepts no connection");
         if (endpoint.shell) {
             const nlohmann::json words{{"words", {text, text}}};
-            client.say(words.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n' + text + "\n\n");
+            client.send(words.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n' + text + "\n\n");
             shutdown(client.descriptor(), SHUT_WR);
         } else {
             std::string hello = killed::helloOf(endpoint.path);
             constexpr std::size_t nameAt = 32;
             hello.replace(nameAt, 9, (text + std::string(9, '\x1b')).substr(0, 9));
-            client.say(hello);
+            client.send(hello);
         }
-        const std::string heard = client.hearAll();
+        const std::string received = client.receiveAll();
         if (!endpoint.shell) continue;
-        require(heard.find('\x1b') == std::string::npos, endpoint.name + " said a text as it is");
+        require(received.find('\x1b') == std::string::npos, endpoint.name + " sent a text unescaped");
     }
 }
 
@@ -87,7 +87,7 @@ bool isUtf8(const std::string& text) {
     }
 }
 
-// No byte that steers a terminal, and nothing that is no text.
+// Valid UTF-8 without control characters other than line feeds.
 bool isHarmless(const std::string& text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         const auto byte = static_cast<unsigned char>(text[i]);
@@ -104,10 +104,11 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-// Every line is one that the process wrote as such.
+// Requires that the process itself wrote every line.
 void judgeLog(const std::filesystem::path& log, const std::string& process, pid_t pid, bool json) {
     const std::string text = contentOf(log);
-    require(!text.empty() && isHarmless(text), log.filename().string() + " holds what it must not");
+    require(!text.empty() && isHarmless(text),
+            log.filename().string() + " is empty, or has control characters or invalid UTF-8");
     const std::string begin = "Z " + process + '[' + std::to_string(pid) + "] "; // after the time
     constexpr std::size_t timeLength = sizeof "2000-01-01T00:00:00.000" - 1;
     for (const std::string& line : linesOf(text)) {
@@ -118,7 +119,7 @@ void judgeLog(const std::filesystem::path& log, const std::string& process, pid_
         } else {
             own = line.starts_with("    | ") || line.find(begin) == timeLength;
         }
-        require(own, log.filename().string() + " has a line that nobody wrote: " + line.substr(0, 200));
+        require(own, log.filename().string() + " has a forged line: " + line.substr(0, 200));
     }
 }
 
@@ -142,12 +143,12 @@ std::string tvctl(const ReceiverKit& kit, Part part, const std::vector<std::stri
 }
 
 void judgePrinted(const std::string& printed, const std::string& word) {
-    require(isHarmless(printed), "tvctl " + word + " prints what it must not");
+    require(isHarmless(printed), "tvctl " + word + " prints control characters or invalid UTF-8");
     for (const std::string& line : linesOf(printed))
         require(!line.starts_with(std::string(forged).substr(0, 20)), "tvctl " + word + " prints a forged line");
 }
 
-// Somebody who watches at a terminal what the adapter's clients are told.
+// A `tvctl watch` that prints the notifications of the adapter's clients.
 class Watcher {
 public:
     explicit Watcher(ReceiverKit& kit)
@@ -159,18 +160,19 @@ public:
         waitFor("2");
         const std::string printed = contentOf(output_);
         judgePrinted(printed, "watch");
-        require(printed.find("\\x9b31m") != std::string::npos, "tvctl watch leaves texts out");
+        require(printed.find("\\x9b31m") != std::string::npos, "tvctl watch omits texts");
     }
 
 private:
-    // Tells of a sound track, which no text of ours is, over and over: what is told before it has begun is not printed.
+    // Notifies of a sound track, which has no text, again and again: tvctl does not print notifications from before its
+    // start.
     void waitFor(const std::string& track) {
         const std::string arguments = "{\"track\":" + track + '}';
         const auto printed = [&] {
             kit_.read(Part::tvService, {"emit", name, arguments});
             return contentOf(output_).find(name + (' ' + arguments)) != std::string::npos;
         };
-        require(kit_.waitFor(printed, receiver::defaultTimeout), "tvctl watch does not print what is told");
+        require(kit_.waitFor(printed, receiver::defaultTimeout), "tvctl watch does not print notifications");
     }
 
     static constexpr const char* name = "TvServiceMtsAudioTrackInfoNotify";
@@ -190,20 +192,20 @@ void judgeOutput(const ReceiverKit& kit, std::size_t expected) {
     require(lines == expected,
             "tvctl answers prints " + std::to_string(lines) + " lines for " + std::to_string(expected));
     const std::string error = tvctl(kit, Part::frameHost, {texts[0] + texts[1]});
-    require(isHarmless(error), "tvctl says of a command what it must not");
+    require(isHarmless(error), "tvctl's error for a command has control characters or invalid UTF-8");
 }
 
-// Whether the shell takes it as a command's argument: its lines have a limit, and are UTF-8.
+// Whether the shell accepts it as a command's argument: a line has a maximum length, and is UTF-8.
 bool canBeCommanded(const std::string& text) { return !isLong(text) && isUtf8(text); }
 
-// The run log keeps the text as it is, and nothing but the text.
+// Requires that the run log has the text unchanged, and nothing else.
 void judgeRunLog(ReceiverKit& kit, const std::string& uri) {
     const auto records = kit.ask(Part::frameHost, {"runlog", "100"});
     require(records.size() == 1 && records[0].at("logText").get<std::string>().ends_with("Uri: " + uri),
-            "the run log does not have the text as it is");
+            "the run log does not have the text unchanged");
     SQLite::Database database((kit.folder() / "state" / "runlog.sqlite").string(), SQLite::OPEN_READONLY);
-    require(database.execAndGet("PRAGMA integrity_check").getString() == "ok", "the run log is not sound");
-    require(database.execAndGet("SELECT COUNT(*) FROM run_log").getInt() == 1, "the run log has another table");
+    require(database.execAndGet("PRAGMA integrity_check").getString() == "ok", "the run log is corrupt");
+    require(database.execAndGet("SELECT COUNT(*) FROM run_log").getInt() == 1, "the run log has further records");
 }
 
 } // namespace
@@ -218,7 +220,7 @@ void sendTexts(Figures& figures) {
         for (const std::string& text : texts) {
             sendToServices(kit, endpoints, text);
             sendToFrameHost(kit, text);
-            sayToEndpoints(endpoints, text);
+            sendToEndpoints(endpoints, text);
             ++figures.texts;
             if (!canBeCommanded(text)) continue;
             uri += text;

@@ -1,5 +1,5 @@
-// Stands before the C library's heap and counts what is allocated from it and not yet freed. operator new comes here,
-// too; the flat heap and other mappings do not.
+// Intercepts the C library's heap and counts what is allocated and not yet freed. This includes operator new, but not
+// the flat heap and other mappings.
 #include "heap-count.h"
 
 #include <cerrno>
@@ -10,7 +10,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-// The C library's own names: dlsym would allocate before there is anything to allocate with.
+// The C library's own names: dlsym would allocate before these functions are available.
 extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
@@ -23,11 +23,11 @@ namespace {
 
 using killed::HeapCount;
 
-HeapCount beforeTheFile;
-HeapCount* counts = &beforeTheFile;
+HeapCount initialCount;
+HeapCount* counts = &initialCount;
 
-// Before main, and so before there are other threads.
-[[gnu::constructor]] void countIntoTheFile() {
+// Runs before main, and so before there are other threads.
+[[gnu::constructor]] void mapCount() {
     const char* const folder = std::getenv("STATE_DIRECTORY");
     if (folder == nullptr) return;
     const std::string path = std::string(folder) + '/' + killed::heapCountFileOf(program_invocation_short_name);
@@ -39,8 +39,8 @@ HeapCount* counts = &beforeTheFile;
     close(file);
     if (page == MAP_FAILED) return;
     auto* const mapped = static_cast<HeapCount*>(page);
-    mapped->bytes = beforeTheFile.bytes.load();
-    mapped->blocks = beforeTheFile.blocks.load();
+    mapped->bytes = initialCount.bytes.load();
+    mapped->blocks = initialCount.blocks.load();
     counts = mapped;
 }
 
@@ -49,7 +49,7 @@ void count(std::int64_t bytes, std::int64_t blocks) {
     counts->blocks.fetch_add(blocks, std::memory_order_relaxed);
 }
 std::int64_t sizeOf(void* block) { return static_cast<std::int64_t>(malloc_usable_size(block)); }
-void* taken(void* block) {
+void* counted(void* block) {
     if (block != nullptr) count(sizeOf(block), 1);
     return block;
 }
@@ -58,9 +58,9 @@ void* taken(void* block) {
 
 #define VISIBLE extern "C" [[gnu::visibility("default")]]
 
-VISIBLE void* malloc(size_t size) noexcept { return taken(__libc_malloc(size)); }
+VISIBLE void* malloc(size_t size) noexcept { return counted(__libc_malloc(size)); }
 
-VISIBLE void* calloc(size_t number, size_t size) noexcept { return taken(__libc_calloc(number, size)); }
+VISIBLE void* calloc(size_t number, size_t size) noexcept { return counted(__libc_calloc(number, size)); }
 
 VISIBLE void free(void* block) noexcept {
     if (block == nullptr) return;
@@ -74,12 +74,12 @@ VISIBLE void* realloc(void* block, size_t size) noexcept {
     void* const result = __libc_realloc(block, size);
     if (result != nullptr)
         count(sizeOf(result) - before, 0);
-    else if (size == 0) // freed; else it is kept as it is
+    else if (size == 0) // freed; on an error the block remains
         count(-before, -1);
     return result;
 }
 
-VISIBLE void* memalign(size_t alignment, size_t size) noexcept { return taken(__libc_memalign(alignment, size)); }
+VISIBLE void* memalign(size_t alignment, size_t size) noexcept { return counted(__libc_memalign(alignment, size)); }
 
 VISIBLE void* aligned_alloc(size_t alignment, size_t size) noexcept { return memalign(alignment, size); }
 

@@ -1,5 +1,5 @@
-// How many bytes and blocks of the C heap a process holds: the processes of receivers keep the count in a file, which
-// they map, and the check reads it.
+// How many bytes and blocks of the C heap a process has allocated. The processes of receivers keep the count in a
+// mapped file, which the check reads.
 #pragma once
 
 #include <atomic>
@@ -15,14 +15,14 @@ struct HeapCount {
     std::atomic<std::int64_t> bytes, blocks;
 };
 
-// In the process's state folder, by the program's name.
+// The name of the file in the process's state folder.
 inline std::string heapCountFileOf(const std::string& program) { return "heap-count." + program; }
 
 struct HeapSize {
     long bytes, blocks; // allocated and not freed
 };
 
-// What a process has counted into its file.
+// Reads a process's count from its file.
 inline HeapSize heapSizeIn(const std::filesystem::path& file) {
     std::int64_t count[2];
     static_assert(sizeof count == sizeof(HeapCount));

@@ -1,4 +1,4 @@
-// What the resource manager of a receiver logs about its requests, read as it comes.
+// The resource manager's log lines about requests, read while the receiver runs.
 #pragma once
 
 #include <filesystem>
@@ -10,16 +10,16 @@
 
 namespace killed {
 
-// Reads each line once: a log of hours is not to be read over for every look.
+// Reads each line once, as the log of a run of hours is too long to be read again for every search.
 class HostLog {
 public:
     explicit HostLog(std::filesystem::path file) : file_(std::move(file)) {}
 
-    // Forgets what has come so far.
+    // Ignores all lines so far.
     void begin();
-    // The newest line so far that has the words, of those since begin.
+    // The newest line since begin() that contains the words; null if there is none.
     const receiver::LogLine* newest(const std::string& words);
-    // The same for words that end in a request's id, which is not to be the beginning of a longer one.
+    // The same for words followed by a request's id, which must not be the beginning of a longer id.
     const receiver::LogLine* about(const std::string& words, const std::string& reqId);
 
 private:

@@ -1,7 +1,7 @@
-// Ends, stops and confuses the processes of receivers at every step of a request, a thousand times and more, and looks
-// whether every request comes to an end, the next one is served, and nothing is left behind.
+// Kills, freezes and confuses the processes of receivers at every step of a request, more than a thousand times. Checks
+// that every request is finished or dropped, that the next one is served, and that nothing leaks.
 #include "../report.h"
-#include "ordeal.h"
+#include "fault-injector.h"
 #include "process-size.h"
 #include "situation.h"
 
@@ -22,61 +22,60 @@ namespace {
 
 using namespace killed;
 
-// By how much a process may grow, at rest. What it holds of the heap is counted; that varies a little with what the
-// control application has in its histories. Resident memory may step: a freed block goes back to the system only when
-// nothing lasting lies above it.
+// By how much an idle process may grow. Its allocated heap varies a little with the control application's histories.
+// Resident memory may step: the C library returns a freed block to the system only if no allocated block lies above it.
 struct Bounds {
     long heapBlocks, heapBytes;
-    long kibibytes; // resident, over all situations but for the largest step
+    long kibibytes; // resident, over all situations, without the largest step
 };
-// Over the 35 situations of a receiver: a block leaked at each is 26 between the quarters that are compared.
+// Over the 35 situations of a receiver: one leaked block in each makes 26 between the compared quarters.
 constexpr Bounds boundsOfAllSituations{12, 8 * 1024, 16};
-// For each thousand kills: a block at every fourth of them, 32 bytes at each. Each receiver goes through some 330, so a
-// page that is leaked at each takes 1 MiB.
+// Per thousand kills: a block at every fourth of them, 32 bytes at each. A receiver survives about 330, so one page
+// leaked at each makes 1 MiB.
 constexpr Bounds boundsOfKills{250, 32 * 1024, 512};
 
-// By how much the largest of the receivers' processes has grown.
+// By how much the processes of the receivers have grown at most.
 struct Growth {
     long descriptors = 0, threads = 0;                // from the first measurement to the last
     long heapBlocks = 0, heapBytes = 0;               // from the first quarter to the last
-    long blocksPerThousand = 0, bytesPerThousand = 0; // the same for each thousand situations
-    long kibibytes = 0;                               // that are never given back, but for the largest step
+    long blocksPerThousand = 0, bytesPerThousand = 0; // the same per thousand situations
+    long kibibytes = 0;                               // never returned to the system, without the largest step
 
-    void take(const Growth& other) {
+    void merge(const Growth& other) {
         for (const auto field : {&Growth::descriptors, &Growth::threads, &Growth::heapBlocks, &Growth::heapBytes,
                                  &Growth::blocksPerThousand, &Growth::bytesPerThousand, &Growth::kibibytes})
             this->*field = std::max(this->*field, other.*field);
     }
-    // sizes: of one process, after each situation since the first few.
-    void take(const std::vector<SizeAtRest>& sizes) {
-        const SizeAtRest &first = sizes.front(), &last = sizes.back();
+    // sizes: of one process, after each situation but the first few.
+    void add(const std::vector<IdleSize>& sizes) {
+        const IdleSize &first = sizes.front(), &last = sizes.back();
         Growth growth{last.descriptors - first.descriptors, last.threads - first.threads};
         if (const long quarter = static_cast<long>(sizes.size() / 4); quarter > 0) {
-            growth.heapBlocks = grown(sizes, &SizeAtRest::heapBlocks);
-            growth.heapBytes = grown(sizes, &SizeAtRest::heapBytes);
+            growth.heapBlocks = grown(sizes, &IdleSize::heapBlocks);
+            growth.heapBytes = grown(sizes, &IdleSize::heapBytes);
             growth.blocksPerThousand = growth.heapBlocks * 1000 / (3 * quarter);
             growth.bytesPerThousand = growth.heapBytes * 1000 / (3 * quarter);
         }
-        growth.kibibytes = neverGivenBack(sizes);
-        take(growth);
-        if (growth.kibibytes <= boundsOfAllSituations.kibibytes) return; // else what to look into
+        growth.kibibytes = neverReturned(sizes);
+        merge(growth);
+        if (growth.kibibytes <= boundsOfAllSituations.kibibytes) return; // otherwise print all, for the investigation
         std::cout << "KiB after each situation:";
-        for (const SizeAtRest& size : sizes) std::cout << ' ' << size.kibibytes;
+        for (const IdleSize& size : sizes) std::cout << ' ' << size.kibibytes;
         std::cout << std::endl;
     }
 
 private:
-    // From the least in the first quarter to the least in the last one.
-    static long grown(const std::vector<SizeAtRest>& sizes, long SizeAtRest::*what) {
+    // The difference between the minimum of the last quarter and that of the first.
+    static long grown(const std::vector<IdleSize>& sizes, long IdleSize::*what) {
         const auto quarter = static_cast<std::ptrdiff_t>(sizes.size() / 4);
         const auto least = [&](auto begin) {
-            const auto less = [&](const SizeAtRest& a, const SizeAtRest& b) { return a.*what < b.*what; };
+            const auto less = [&](const IdleSize& a, const IdleSize& b) { return a.*what < b.*what; };
             return *std::min_element(begin, begin + quarter, less).*what;
         };
         return least(sizes.end() - quarter) - least(sizes.begin());
     }
-    // The last quarter only tells what is given back again.
-    static long neverGivenBack(const std::vector<SizeAtRest>& sizes) {
+    // The last quarter only shows what is returned to the system later.
+    static long neverReturned(const std::vector<IdleSize>& sizes) {
         std::vector<long> least(sizes.size()); // from each measurement on
         long smallest = sizes.back().kibibytes;
         for (std::size_t i = sizes.size(); i-- > 0;) least[i] = smallest = std::min(smallest, sizes[i].kibibytes);
@@ -87,19 +86,19 @@ private:
     }
 };
 
-// What is to be done and what came of it, for all threads.
+// The runs to do and their results, shared by all threads.
 class Campaign {
 public:
     struct Results {
-        std::map<std::string, unsigned> reached; // at the very moment
+        std::map<std::string, unsigned> reached; // situations, exactly at the intended moment
         unsigned runs = 0, exact = 0, dropped = 0, failures = 0, compared = 0;
         std::chrono::milliseconds slowest{0};
-        std::map<Part, Growth> growth; // of the processes that live on
+        std::map<Part, Growth> growth; // of the surviving processes
     };
 
     Campaign(Part victim, unsigned rounds, bool onlyKilled) : victim_(victim) {
         std::vector<Situation> all = situationsOf(victim);
-        if (onlyKilled) std::erase_if(all, [](const Situation& one) { return one.fate != Fate::killed; });
+        if (onlyKilled) std::erase_if(all, [](const Situation& each) { return each.fault != Fault::killed; });
         situations = all.size();
         std::mt19937 random(1);
         for (unsigned round = 0; round < rounds; ++round) {
@@ -109,41 +108,41 @@ public:
         }
     }
 
-    // Situations one after the other in one receiver, until there are none left. The processes that live on are
-    // measured after each but the first few. Begins once all receivers are ready, as starting them takes the machine.
+    // Runs situations one after the other in one receiver, until none is left. Measures the surviving processes after
+    // each situation but the first few. Begins once all receivers are ready, as starting them loads the machine.
     void work(std::size_t warmUp, std::latch& ready) {
-        std::unique_ptr<Ordeal> ordeal;
+        std::unique_ptr<FaultInjector> injector;
         try {
-            ordeal = std::make_unique<Ordeal>();
+            injector = std::make_unique<FaultInjector>();
         } catch (const std::exception& error) {
             fail("at the start", error.what());
         }
         ready.arrive_and_wait();
-        std::map<Part, std::vector<SizeAtRest>> sizes;
-        std::size_t endured = 0;
+        std::map<Part, std::vector<IdleSize>> sizes;
+        std::size_t survived = 0;
         unsigned number = 0;
         while (const std::optional<Situation> situation = next(number)) {
             try {
-                if (!ordeal) {
-                    ordeal = std::make_unique<Ordeal>();
+                if (!injector) {
+                    injector = std::make_unique<FaultInjector>();
                     sizes.clear();
-                    endured = 0;
+                    survived = 0;
                 }
-                record(*situation, ordeal->endure(*situation, number));
-                if (++endured < warmUp) continue;
-                for (const Part part : lasting()) sizes[part].push_back(ordeal->sizeAtRest(part));
+                record(*situation, injector->run(*situation, number));
+                if (++survived < warmUp) continue;
+                for (const Part part : survivors()) sizes[part].push_back(injector->idleSize(part));
             } catch (const std::exception& error) {
-                fail(textOf(*situation), error.what() + ('\n' + (ordeal ? ordeal->logTails() : "")));
-                ordeal.reset();
+                fail(textOf(*situation), error.what() + ('\n' + (injector ? injector->logTails() : "")));
+                injector.reset();
             }
         }
-        if (!ordeal) return;
+        if (!injector) return;
         if (!sizes.empty()) {
             const thread_safety::LockGuard lock(mutex_);
-            for (const auto& [part, measured] : sizes) results_.growth[part].take(measured);
+            for (const auto& [part, measured] : sizes) results_.growth[part].add(measured);
             ++results_.compared;
         }
-        if (const std::string complaints = ordeal->end(); !complaints.empty()) fail("at the end", complaints);
+        if (const std::string complaints = injector->end(); !complaints.empty()) fail("at the end", complaints);
     }
 
     std::size_t situations = 0;
@@ -156,8 +155,8 @@ public:
     }
 
 private:
-    // The framework process's own first exchange is with an MM service that is started for it.
-    std::vector<Part> lasting() const {
+    // The first exchange of the framework process is with an MM service that is restarted for it.
+    std::vector<Part> survivors() const {
         switch (victim_) {
             case Part::tvService:
                 return {Part::mmService, Part::frameHost};
@@ -197,18 +196,18 @@ private:
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App options{"Ends, stops and confuses the processes of receivers at every step of a request."};
+    CLI::App options{"Kills, freezes and confuses the processes of receivers at every step of a request."};
     unsigned rounds = 12, receivers = 24;
     unsigned kills = 0;
     std::size_t warmUp = 10;
-    options.add_option("--rounds", rounds, "How often each situation comes")->check(CLI::PositiveNumber);
-    options.add_option("--kills", kills, "Only kills, so many or a few more, and growth for each thousand of them");
-    options.add_option("--receivers", receivers, "How many at a time")->check(CLI::Range(3, 64));
-    options.add_option("--warm-up", warmUp, "Situations before a receiver's processes are measured first");
+    options.add_option("--rounds", rounds, "Runs of each situation")->check(CLI::PositiveNumber);
+    options.add_option("--kills", kills, "Only kill, at least that often, and report growth per thousand kills");
+    options.add_option("--receivers", receivers, "Receivers at a time")->check(CLI::Range(3, 64));
+    options.add_option("--warm-up", warmUp, "Situations before a receiver's processes are first measured");
     CLI11_PARSE(options, argc, argv);
 
     const bool onlyKilled = kills > 0;
-    constexpr unsigned killsPerRound = 18; // of three victims at six moments
+    constexpr unsigned killsPerRound = 18; // three victims at six moments
     if (onlyKilled) rounds = (kills + killsPerRound - 1) / killsPerRound;
     Campaign tv(Part::tvService, rounds, onlyKilled), mm(Part::mmService, rounds, onlyKilled),
         host(Part::frameHost, rounds, onlyKilled);
@@ -254,30 +253,31 @@ int main(int argc, char** argv) {
     };
     constexpr long most = 1L << 40;
     line("runs", sumOf([](auto& r) { return r.runs; }), "runs", total, total, "all that were begun");
-    line("of these exactly at the moment meant", sumOf([](auto& r) { return r.exact; }), "runs", total * 9 / 10, total,
+    line("runs exactly at the intended moment", sumOf([](auto& r) { return r.exact; }), "runs", total * 9 / 10, total,
          "at least nine of ten");
     line("situations reached", sumOf([](auto& r) { return r.reached.size(); }), "situations", situations, situations,
-         "all that there are");
+         "all");
     line("failed runs", sumOf([](auto& r) { return r.failures; }), "runs", 0, 0, "none");
     line("requests dropped in time", sumOf([](auto& r) { return r.dropped; }), "requests", 0, most,
          "after 5 s, within 7.5 s");
     line("slowest next play", slowest.count(), "ms", 0, 1000, "at most 1000 ms");
-    line("receivers compared at rest", sumOf([](auto& r) { return r.compared; }), "receivers", 1, most, "");
+    line("idle receivers compared", sumOf([](auto& r) { return r.compared; }), "receivers", 1, most, "");
     const Bounds& bounds = onlyKilled ? boundsOfKills : boundsOfAllSituations;
-    const std::string each = onlyKilled ? " growth for each 1,000 kills" : " growth";
+    const std::string per = onlyKilled ? " per 1,000 kills" : "";
     for (const Part part : receiver::allParts) {
         Growth growth;
-        for (auto& each : results) growth.take(each.growth[part]);
+        for (auto& each : results) growth.merge(each.growth[part]);
         const std::string of = std::string(", ") + nameOf(part);
-        line("descriptors' growth" + of, growth.descriptors, "descriptors", 0, 0, "none");
-        line("threads' growth" + of, growth.threads, "threads", 0, 0, "none");
+        line("growth of descriptors" + of, growth.descriptors, "descriptors", 0, 0, "none");
+        line("growth of threads" + of, growth.threads, "threads", 0, 0, "none");
         const auto bounded = [&](const std::string& what, long value, const std::string& unit, long bound) {
             line(what + of, value, unit, -most, bound, "at most " + std::to_string(bound));
         };
-        bounded("heap blocks'" + each, onlyKilled ? growth.blocksPerThousand : growth.heapBlocks, "blocks",
+        bounded("growth of heap blocks" + per, onlyKilled ? growth.blocksPerThousand : growth.heapBlocks, "blocks",
                 bounds.heapBlocks);
-        bounded("heap's" + each, onlyKilled ? growth.bytesPerThousand : growth.heapBytes, "bytes", bounds.heapBytes);
-        bounded("resident memory's growth", growth.kibibytes, "KiB", bounds.kibibytes);
+        bounded("growth of the heap" + per, onlyKilled ? growth.bytesPerThousand : growth.heapBytes, "bytes",
+                bounds.heapBytes);
+        bounded("growth of resident memory", growth.kibibytes, "KiB", bounds.kibibytes);
     }
     return report.exitCode();
 }

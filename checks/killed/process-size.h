@@ -1,4 +1,4 @@
-// What a process has taken of the system.
+// The resources that a process uses.
 #pragma once
 
 #include <filesystem>
@@ -11,23 +11,23 @@ namespace killed {
 
 struct ProcessSize {
     long descriptors, threads;
-    long kibibytes; // of its own memory that is present
+    long kibibytes; // resident anonymous memory
 };
 
 inline ProcessSize sizeOf(pid_t process) {
     namespace fs = std::filesystem;
-    const fs::path place = "/proc/" + std::to_string(process);
+    const fs::path path = "/proc/" + std::to_string(process);
     const auto count = [&](const char* folder) {
-        return static_cast<long>(std::distance(fs::directory_iterator(place / folder), fs::directory_iterator{}));
+        return static_cast<long>(std::distance(fs::directory_iterator(path / folder), fs::directory_iterator{}));
     };
     ProcessSize size{count("fd"), count("task"), 0};
-    std::ifstream status(place / "status");
+    std::ifstream status(path / "status");
     for (std::string word; status >> word;)
         if (word == "RssAnon:") status >> size.kibibytes;
     return size;
 }
 
-// Whether a child of this process has ended, be it that its result has not been asked for.
+// Whether a child of this process has ended, even if it has not been reaped.
 inline bool hasEnded(pid_t child) {
     std::ifstream status("/proc/" + std::to_string(child) + "/status");
     for (std::string word; status >> word;)

@@ -16,7 +16,7 @@
 #include <tuple>
 #include <unistd.h>
 
-// The header does not say so itself in every C library.
+// Not every C library's header declares C linkage itself.
 extern "C" {
 #include <sys/pidfd.h>
 }
@@ -47,21 +47,21 @@ bool isConnectionTo(int socket, pid_t client) {
     sockaddr_un own{};
     size = sizeof own;
     if (getsockname(socket, reinterpret_cast<sockaddr*>(&own), &size) != 0 || own.sun_family != AF_UNIX) return false;
-    if (!std::string(own.sun_path).ends_with(".sock")) return false; // the shell has clients, too
+    if (!std::string(own.sun_path).ends_with(".sock")) return false; // it belongs to the shell
     ucred peer{};
     size = sizeof peer;
     return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.pid == client;
 }
 
-void say(int socket, const std::string& bytes) {
+void sendAll(int socket, const std::string& bytes) {
     if (send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(bytes.size()))
-        fail("cannot say it all");
+        fail("cannot send all bytes");
 }
 
-std::string hear(int socket, std::size_t size) {
+std::string receive(int socket, std::size_t size) {
     std::string bytes(size, '\0');
     if (recv(socket, bytes.data(), size, MSG_WAITALL) != static_cast<ssize_t>(size))
-        fail("the service says too little");
+        fail("the service sends too few bytes");
     return bytes;
 }
 
@@ -102,15 +102,15 @@ std::string serviceNameOf(Part service) {
     return service == Part::tvService ? tvservice::serviceName : mmservice::serviceName;
 }
 
-void sayInstead(pid_t service, pid_t client, const std::string& bytes) {
+void sendAs(pid_t service, pid_t client, const std::string& bytes) {
     const Descriptor process(pidfd_open(service, 0));
     if (process < 0) fail("service process " + std::to_string(service));
     for (const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(service) + "/fd")) {
         const Descriptor socket(pidfd_getfd(process, std::stoi(entry.path().filename()), 0));
-        if (socket < 0 && errno == EPERM) fail("the service's sockets are out of reach");
-        if (socket >= 0 && isConnectionTo(socket, client)) return say(socket, bytes);
+        if (socket < 0 && errno == EPERM) fail("no permission to use the service's sockets");
+        if (socket >= 0 && isConnectionTo(socket, client)) return sendAll(socket, bytes);
     }
-    throw ReceiverError("the service has no connection to speak on");
+    throw ReceiverError("the service has no connection to the client");
 }
 
 bool hasClient(pid_t service, const std::string& socketPath) {
@@ -126,10 +126,10 @@ std::string helloOf(const std::string& socketPath) {
     const sockaddr_un address = addressOf(socketPath);
     if (connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) fail(socketPath);
     constexpr std::size_t sizeAt = 12;
-    std::string hello = hear(socket, sizeAt + sizeof(std::uint32_t));
+    std::string hello = receive(socket, sizeAt + sizeof(std::uint32_t));
     std::uint32_t size = 0;
     std::memcpy(&size, hello.data() + sizeAt, sizeof size);
-    return hello + hear(socket, size - hello.size());
+    return hello + receive(socket, size - hello.size());
 }
 
 void impersonate(const std::string& socketPath, const std::string& bytes) {
@@ -140,9 +140,9 @@ void impersonate(const std::string& socketPath, const std::string& bytes) {
         fail(socketPath);
     pollfd waiting{listener, POLLIN, 0};
     if (poll(&waiting, 1, static_cast<int>(receiver::defaultTimeout.count())) != 1)
-        throw ReceiverError("nobody connected");
+        throw ReceiverError("no client connected");
     const Descriptor client(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
-    say(client, bytes);
+    sendAll(client, bytes);
     std::filesystem::remove(socketPath);
 }
 
@@ -161,7 +161,7 @@ std::string garbage(Part service, unsigned number) {
             return std::string(257, '\xEE');
         case 1:
             return frame(unknown, 8, std::string(8, '\x11'));
-        default: // a list of many elements that are not there
+        default: // a list whose elements are missing
             return frame(known, 8, std::string(8, '\x77'));
     }
 }

@@ -1,4 +1,4 @@
-// A service's side of its connection to the framework process, in other hands.
+// Takes over the service's side of a connection to the framework process.
 #pragma once
 
 #include <kit/receiver-kit.h>
@@ -11,23 +11,23 @@ using receiver::Part;
 
 std::string serviceNameOf(Part service);
 
-// Says bytes to the client process over a running service's own connection to it. Throws ReceiverError.
-void sayInstead(pid_t service, pid_t client, const std::string& bytes);
+// Sends bytes to the client process over a running service's own connection to it. Throws ReceiverError.
+void sendAs(pid_t service, pid_t client, const std::string& bytes);
 
-// Whether a client has connected to the service's socket, be it that the service has not accepted it yet. Seen from
+// Whether a client has connected to the service's socket, even if the service has not accepted it yet. Uses the view of
 // the service's process.
 bool hasClient(pid_t service, const std::string& socketPath);
 
-// What a service greets its clients with.
+// The hello that a service sends to its clients.
 std::string helloOf(const std::string& socketPath);
 
-// Takes a dead service's place for one client: says the bytes to it, then is gone.
+// Replaces a dead service for one client: sends the bytes to it and disconnects.
 void impersonate(const std::string& socketPath, const std::string& bytes);
 
-// A frame that answers a play request of that id with success.
+// A frame that answers the play request with that id with success.
 std::string answerFrame(Part service, const std::string& reqId, const std::string& uri);
-// Bytes that no receiver can take for a message, another kind for each number: a frame too large for any message, a
-// message that nobody knows, one that contradicts itself.
+// Bytes that are no valid message, of a kind that depends on the number: an oversized frame, an unknown message, or one
+// that is inconsistent.
 std::string garbage(Part service, unsigned number);
 
 } // namespace killed

@@ -3,18 +3,18 @@
 namespace killed {
 namespace {
 
-constexpr Moment allMoments[] = {Moment::beforeStop, Moment::stopAsked, Moment::stopAnswered,
-                                 Moment::startAsked, Moment::answered,  Moment::firstExchange};
+constexpr Moment allMoments[] = {Moment::beforeStop, Moment::stopSent, Moment::stopAnswered,
+                                 Moment::startSent,  Moment::answered, Moment::firstExchange};
 
 const char* textOf(Moment moment) {
     switch (moment) {
         case Moment::beforeStop:
             return "before the stop request";
-        case Moment::stopAsked:
+        case Moment::stopSent:
             return "between the stop request and its answer";
         case Moment::stopAnswered:
             return "after the stop answer";
-        case Moment::startAsked:
+        case Moment::startSent:
             return "between the start request and its answer";
         case Moment::answered:
             return "after the answer";
@@ -24,20 +24,20 @@ const char* textOf(Moment moment) {
     return "at an unknown moment";
 }
 
-const char* textOf(Fate fate) {
-    switch (fate) {
-        case Fate::killed:
+const char* textOf(Fault fault) {
+    switch (fault) {
+        case Fault::killed:
             return "killed";
-        case Fate::exited:
+        case Fault::exited:
             return "exited";
-        case Fate::frozen:
+        case Fault::frozen:
             return "frozen for 6 s";
-        case Fate::staleAnswers:
-            return "killed, back with old answers";
-        case Fate::mute:
+        case Fault::staleAnswers:
+            return "restarted and sending old answers";
+        case Fault::mute:
             return "mute";
-        case Fate::babbling:
-            return "babbling";
+        case Fault::garbage:
+            return "sending garbage";
     }
     return "in an unknown state";
 }
@@ -45,16 +45,16 @@ const char* textOf(Fate fate) {
 } // namespace
 
 std::string textOf(const Situation& situation) {
-    return std::string(nameOf(situation.victim)) + ' ' + textOf(situation.fate) + ' ' + textOf(situation.moment);
+    return std::string(nameOf(situation.victim)) + ' ' + textOf(situation.fault) + ' ' + textOf(situation.moment);
 }
 
 std::vector<Situation> situationsOf(Part victim) {
-    std::vector<Fate> fates{Fate::killed, Fate::exited, Fate::frozen};
-    if (victim != Part::frameHost) // which has no answers to be wrong with
-        fates.insert(fates.end(), {Fate::staleAnswers, Fate::mute, Fate::babbling});
+    std::vector<Fault> faults{Fault::killed, Fault::exited, Fault::frozen};
+    if (victim != Part::frameHost) // it sends no answers
+        faults.insert(faults.end(), {Fault::staleAnswers, Fault::mute, Fault::garbage});
     std::vector<Situation> all;
     for (const Moment moment : allMoments)
-        for (const Fate fate : fates) all.push_back({victim, moment, fate});
+        for (const Fault fault : faults) all.push_back({victim, moment, fault});
     return all;
 }
 

@@ -1,4 +1,4 @@
-// What can happen to a process of a receiver, and when.
+// The faults of a receiver's process, and when they occur.
 #pragma once
 
 #include <kit/receiver-kit.h>
@@ -9,27 +9,27 @@ namespace killed {
 
 using receiver::Part;
 
-// How far a request has come at the victim when it happens. For the framework process, at a service.
-enum class Moment { beforeStop, stopAsked, stopAnswered, startAsked, answered, firstExchange };
+// The state of a request at the victim when the fault occurs; for the framework process, its state at a service.
+enum class Moment { beforeStop, stopSent, stopAnswered, startSent, answered, firstExchange };
 
-enum class Fate {
-    killed,       // and started again
-    exited,       // as asked, and started again
+enum class Fault {
+    killed,       // and restarted
+    exited,       // after SIGTERM, and restarted
     frozen,       // for six seconds
-    staleAnswers, // killed; once it is back it answers what was asked before that
-    mute,         // takes requests and does not answer them
-    babbling,     // sends what is no message
+    staleAnswers, // killed and restarted; then answers requests from before
+    mute,         // receives requests and does not answer them
+    garbage,      // sends bytes that are no message
 };
 
 struct Situation {
     Part victim;
     Moment moment;
-    Fate fate;
+    Fault fault;
 };
 
 std::string textOf(const Situation& situation);
 
-// All there are of one victim.
+// All situations of a victim.
 std::vector<Situation> situationsOf(Part victim);
 
 } // namespace killed

@@ -1,5 +1,5 @@
-// How a request comes to the moment at which something happens.
-#include "ordeal.h"
+// Brings a request to the moment at which the fault is injected.
+#include "fault-injector.h"
 #include "service-socket.h"
 
 #include <utility>
@@ -7,7 +7,7 @@
 namespace killed {
 namespace {
 
-// Long enough for a machine under load to strike while an answer is on its way.
+// Milliseconds: long enough to inject the fault before the answer, even on a machine under load.
 constexpr const char* answerDelay = "600";
 
 const char* answerTextOf(Part service) {
@@ -16,71 +16,71 @@ const char* answerTextOf(Part service) {
 
 } // namespace
 
-void Ordeal::comeTo() {
-    const bool mute = situation_.fate == Fate::mute;
+void FaultInjector::reachMoment() {
+    const bool mute = situation_.fault == Fault::mute;
     switch (situation_.moment) {
         case Moment::beforeStop:
             if (mute) setFault(partner_, {"mute", "on"});
             return;
-        case Moment::stopAsked:
-            return comeToStopAsked();
+        case Moment::stopSent:
+            return reachStopSent();
         case Moment::stopAnswered:
-            return comeToStopAnswered();
-        case Moment::startAsked:
-            return comeToStartAsked();
+            return reachStopAnswered();
+        case Moment::startSent:
+            return reachStartSent();
         case Moment::answered:
             reqId_ = play("0:0", media);
             if (!mute) return;
             setFault(partner_, {"mute", "on"});
-            reqId_ = ask("0:0", uri_);
+            reqId_ = requestPlay("0:0", uri_);
             return;
         case Moment::firstExchange:
-            return comeToFirstExchange();
+            return reachFirstExchange();
     }
 }
 
-// Until its fate comes, the service answers nothing: for good when muteness is its fate, else for a while.
-void Ordeal::withholdAnswers() {
-    if (situation_.fate == Fate::mute)
+// The service does not answer until the fault is injected: never if the fault is that it is mute, otherwise late.
+void FaultInjector::withholdAnswers() {
+    if (situation_.fault == Fault::mute)
         setFault(partner_, {"mute", "on"});
     else
         setFault(partner_, {"delay", answerDelay});
 }
 
-void Ordeal::comeToStopAsked() {
+void FaultInjector::reachStopSent() {
     withholdAnswers();
     const auto before = receivedBy(partner_);
-    reqId_ = ask("0:0", media);
+    reqId_ = requestPlay("0:0", media);
     awaitLine("Sending reqid ", reqId_, ", ResOperation::SendingStop");
     awaitReceived(partner_, before + 1);
 }
 
-// The other service takes its time, so that the request goes no further.
-void Ordeal::comeToStopAnswered() {
+// The other service answers late, so that the request does not proceed.
+void FaultInjector::reachStopAnswered() {
     setFault(other_, {"delay", answerDelay});
-    reqId_ = ask("0:0", media);
+    reqId_ = requestPlay("0:0", media);
     awaitLine("Receiving req_id ", reqId_, std::string(",ResOperation::WaitingStop,") + answerTextOf(partner_));
-    if (situation_.fate == Fate::mute) setFault(partner_, {"mute", "on"});
+    if (situation_.fault == Fault::mute) setFault(partner_, {"mute", "on"});
 }
 
-void Ordeal::comeToStartAsked() {
-    const bool mute = situation_.fate == Fate::mute, stopsFirst = partner_ == Part::mmService;
+void FaultInjector::reachStartSent() {
+    const bool mute = situation_.fault == Fault::mute, stopsFirst = partner_ == Part::mmService;
     if (mute && stopsFirst) {
-        comeToStopAnswered();
+        reachStopAnswered();
         return awaitLine("Sending reqid ", reqId_, ", ResOperation::SendingStart");
     }
     withholdAnswers();
     const auto before = receivedBy(partner_);
-    reqId_ = ask("0:0", uri_);
+    reqId_ = requestPlay("0:0", uri_);
     awaitLine("Sending reqid ", reqId_, ", ResOperation::SendingStart");
     awaitReceived(partner_, before + (stopsFirst ? 2 : 1));
 }
 
-// The service stands still from before the connection is made, so that nothing answers the client's greeting.
-void Ordeal::comeToFirstExchange() {
+// Freezes the service before the connection is made, so that nothing answers the client's hello.
+void FaultInjector::reachFirstExchange() {
     kit_.kill(partner_);
-    reqId_ = ask("0:0", media);
-    if (situation_.fate == Fate::babbling) {
+    reqId_ = requestPlay("0:0", media);
+    if (situation_.fault == Fault::garbage) {
         const std::string& hello = partner_ == Part::tvService ? tvHello_ : mmHello_;
         impersonate(socketOf(partner_), hello.substr(0, hello.size() / 2) + garbage(partner_, 0));
         exchanging_ = !connection().at("connected").get<bool>();
@@ -88,39 +88,39 @@ void Ordeal::comeToFirstExchange() {
     }
     kit_.freeze(Part::frameHost);
     kit_.start(partner_);
-    if (situation_.fate == Fate::mute) setFault(partner_, {"mute", "on"});
+    if (situation_.fault == Fault::mute) setFault(partner_, {"mute", "on"});
     kit_.freeze(partner_);
     kit_.thaw(Part::frameHost);
     await([&] { return hasClient(kit_.processId(partner_), socketOf(partner_)); }, "a client's connection");
     exchanging_ = !connection().at("connected").get<bool>();
 }
 
-// Behind the request under way; they have a service each, or both.
-void Ordeal::askOnOtherTerminals() {
+// Requests that queue behind the pending one. Each needs one service, or both.
+void FaultInjector::requestOtherTerminals() {
     for (const auto& [terminal, uri] : {std::pair{"1:0", live}, {"3:0", media}, {"4:0", live}})
-        queued_.push_back({ask(terminal, uri), terminal, uri});
+        queued_.push_back({requestPlay(terminal, uri), terminal, uri});
 }
 
-// Whether the request was where it was to be when it happened. What is logged later is of no interest, be it that the
-// framework process is asked to exit and takes its time.
-bool Ordeal::isExact() {
+// Whether the fault was injected at the intended moment. Lines logged after the injection are ignored: a framework
+// process that is asked to exit may still log.
+bool FaultInjector::isExact() {
     const auto logged = [&](const std::string& words, const std::string& reqId, const std::string& after = {}) {
         const receiver::LogLine* const line = log_.about(words, reqId + after);
-        return line != nullptr && line->time < struck_;
+        return line != nullptr && line->time < injected_;
     };
     switch (situation_.moment) {
         case Moment::beforeStop:
             return logged("finished req_id ", earlier_) && newestReqId() == earlier_;
-        case Moment::stopAsked:
+        case Moment::stopSent:
             return !logged("Receiving req_id ", reqId_,
                            std::string(",ResOperation::WaitingStop,") + answerTextOf(partner_));
         case Moment::stopAnswered:
             return !logged("Sending reqid ", reqId_, ", ResOperation::SendingStart");
-        case Moment::startAsked:
+        case Moment::startSent:
             return !logged("finished req_id ", reqId_);
-        case Moment::answered: // muteness shows with the request after that
-            return situation_.fate == Fate::mute ? !logged("finished req_id ", reqId_)
-                                                 : logged("finished req_id ", reqId_);
+        case Moment::answered: // a mute service shows only with the next request
+            return situation_.fault == Fault::mute ? !logged("finished req_id ", reqId_)
+                                                   : logged("finished req_id ", reqId_);
         case Moment::firstExchange:
             return exchanging_;
     }

@@ -1,4 +1,4 @@
-// One receiver that goes through one situation after the other.
+// One receiver into which faults are injected, one situation after the other.
 #pragma once
 
 #include "host-log.h"
@@ -14,60 +14,60 @@
 
 namespace killed {
 
-// What is played: by the TV service, and by the MM service. So short that a text of either takes no memory of its own,
-// and what the histories take does not depend on how often each was played.
+// URIs of the TV service and of the MM service. They are so short that std::string does not allocate, so the size of
+// the histories does not depend on how often each was played.
 inline constexpr const char* live = "dvb://1.1.1";
 inline constexpr const char* media = "rtp://1.1.1.1:1";
 
 struct Outcome {
-    std::chrono::milliseconds nextPlay{0}; // from the victim's return, or the end of the request before it
-    bool exact = false;                    // whether it happened at the moment that was meant
-    unsigned dropped = 0;                  // requests that were given up
+    std::chrono::milliseconds nextPlay{0}; // since the victim's return, or the end of the previous request
+    bool exact = false;                    // the fault was injected at the intended moment
+    unsigned dropped = 0;                  // requests
 };
 
-struct SizeAtRest : ProcessSize {
+struct IdleSize : ProcessSize {
     long heapBytes, heapBlocks; // allocated and not freed
 };
 
-// For one thread. Whatever is not as it must be throws ReceiverError; the receiver is then of no more use.
-class Ordeal {
+// For one thread. Throws ReceiverError for every violation; the receiver must not be used after that.
+class FaultInjector {
 public:
-    Ordeal(); // starts the receiver
+    FaultInjector(); // starts the receiver
 
-    // number: varies what may vary between situations of the same name.
-    Outcome endure(const Situation& situation, unsigned number);
+    // number: varies the details of a situation.
+    Outcome run(const Situation& situation, unsigned number);
 
-    // Ends the receiver; returns what was not as it should be.
+    // Ends the receiver and returns the problems.
     std::string end() { return kit_.stop(); }
-    SizeAtRest sizeAtRest(Part part);
+    IdleSize idleSize(Part part);
     std::string logTails() const { return kit_.logTails(12); }
 
 private:
     using Clock = std::chrono::system_clock; // as in the log
 
-    // What happens, in order.
-    void comeTo();
+    // The steps of a run, in order.
+    void reachMoment();
     bool isExact();
-    void strike();
+    void injectFault();
     void recover();
     bool waitForEnd(const std::string& reqId);
     void waitForEnds(Outcome& outcome);
     std::string playNext(Clock::time_point returned, bool atOnce, Outcome& outcome);
     void requireOneAnswer(const std::string& reqId, const std::string& terminal, const std::string& uri);
-    void comeToRest();
+    void settle();
 
     void fillHistories();
     void withholdAnswers();
-    void comeToStopAsked();
-    void comeToStopAnswered();
-    void comeToStartAsked();
-    void comeToFirstExchange();
-    void askOnOtherTerminals();
+    void reachStopSent();
+    void reachStopAnswered();
+    void reachStartSent();
+    void reachFirstExchange();
+    void requestOtherTerminals();
     void exitOrderly();
     void repeatOldAnswers();
     nlohmann::json connection();
 
-    std::string ask(const std::string& terminal, const std::string& uri);
+    std::string requestPlay(const std::string& terminal, const std::string& uri);
     std::string newestReqId();
     std::string play(const std::string& terminal, const std::string& uri);
     void awaitLine(const std::string& words, const std::string& reqId, const std::string& after = {});
@@ -77,12 +77,12 @@ private:
     void awaitReceived(Part service, std::uint64_t count);
     void await(const std::function<bool()>& condition, const std::string& what,
                receiver::Milliseconds limit = receiver::defaultTimeout);
-    bool hostEnds() const;
+    bool hostRestarts() const;
     std::string socketOf(Part service) const;
     std::filesystem::path heapCountOf(Part part) const;
 
-    // Freed memory goes back to the system as soon as nothing lies above it, so that a process's size tells about what
-    // it uses.
+    // Freed memory returns to the system as soon as no allocated block lies above it, so that a process's size shows
+    // what it uses.
     receiver::ReceiverKit kit_{{},
                                {},
                                {{"LD_PRELOAD", COUNTING_HEAP},
@@ -93,18 +93,18 @@ private:
     std::string tvHello_, mmHello_;
 
     Situation situation_{};
-    Part partner_{}, other_{}; // the service whose moment it is, and the other one
+    Part partner_{}, other_{}; // the service that the situation involves, and the other one
     unsigned number_ = 0;
     std::uint64_t undecodable_ = 0; // messages of the connection, before the garbage
-    std::string uri_, earlier_;     // what the partner plays, and the id of a request that is long done
-    std::string reqId_;             // of the request under way; empty when there is none
+    std::string uri_, earlier_;     // what the partner plays, and the id of a finished request
+    std::string reqId_;             // of the pending request; empty if there is none
     struct Queued {
         std::string id, terminal, uri;
         bool dropped = false;
     };
     std::vector<Queued> queued_; // behind it, on other terminals
-    bool exchanging_ = false;    // whether the first exchange was under way
-    Clock::time_point struck_;
+    bool exchanging_ = false;    // whether the first exchange was in progress
+    Clock::time_point injected_;
 };
 
 } // namespace killed

@@ -1,4 +1,4 @@
-// Crowds at every socket while honest clients measure what they get.
+// Floods of connections at every socket while honest clients measure their round trips.
 #include "../killed/process-size.h"
 #include "../killed/service-socket.h"
 #include "flood.h"
@@ -19,15 +19,15 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-// Of each kind at each endpoint, forty between them: as many that say nothing, or nothing whole, that more than may
-// wait without a word do, so that the oldest of them are evicted all the time.
+// The rates of each kind at each endpoint, forty a second in all. Clients that send nothing, or no complete hello,
+// exceed the limit for pending connections, so that the oldest are evicted all the time.
 constexpr struct {
     const char* kind;
     unsigned perSecond;
-} crowd[] = {{kinds::silent, 18}, {kinds::slow, 18}, {kinds::garbage, 2}, {kinds::abrupt, 2}};
-constexpr auto pace = 2ms; // between an honest client's questions
-constexpr auto quietTime = 4s;
-constexpr auto settling = 2s; // until the crowd's processes have started, which takes the processors
+} floodRates[] = {{kinds::silent, 18}, {kinds::slow, 18}, {kinds::garbage, 2}, {kinds::abrupt, 2}};
+constexpr auto interval = 2ms; // between an honest client's requests
+constexpr auto idleTime = 4s;
+constexpr auto startTime = 2s; // the floods' processes use much processor time while they start
 
 long microsecondsSince(Clock::time_point begin) {
     return static_cast<long>(std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin).count());
@@ -45,22 +45,22 @@ long median(std::vector<long> values) {
     return values[values.size() / 2];
 }
 
-// Honest clients: one of each endpoint that asks all the time, and one that comes anew again and again.
+// Honest clients: one at each endpoint that sends requests all the time, and one that reconnects again and again.
 class Honest {
 public:
     explicit Honest(const std::vector<Endpoint>& endpoints) : endpoints_(endpoints), times_(endpoints.size()) {
         for (std::size_t i = 0; i < endpoints.size(); ++i)
-            threads_.emplace_back([this, i] { guarded([&] { askOn(i); }); });
-        threads_.emplace_back([this] { guarded([this] { comeAnew(); }); });
+            threads_.emplace_back([this, i] { guarded([&] { askRepeatedly(i); }); });
+        threads_.emplace_back([this] { guarded([this] { reconnectRepeatedly(); }); });
     }
     ~Honest() { end(); }
     Honest(const Honest&) = delete;
     Honest& operator=(const Honest&) = delete;
 
-    // The 99th percentile at each endpoint while something takes its time.
-    std::vector<long> during(const std::function<void()>& something) {
+    // Runs the action and returns the 99th percentile of the round trips at each endpoint meanwhile.
+    std::vector<long> during(const std::function<void()>& action) {
         measure(true);
-        something();
+        action();
         measure(false);
         std::vector<long> result;
         for (const auto& times : measured()) result.push_back(percentile99(times));
@@ -78,7 +78,7 @@ public:
         return complaint_;
     }
 
-    long newcomers = 0, slowestNewcomer = 0; // after the end
+    long newClients = 0, slowestNewClient = 0; // valid after end()
 
 private:
     void measure(bool measuring) {
@@ -99,26 +99,26 @@ private:
             complaint_ = error.what();
         }
     }
-    void askOn(std::size_t number) {
+    void askRepeatedly(std::size_t number) {
         const auto client = honestClientOf(endpoints_[number]);
         client->ask();
         while (!ended_) {
             const auto begin = Clock::now();
             client->ask();
-            const long took = microsecondsSince(begin);
+            const long duration = microsecondsSince(begin);
             {
                 const thread_safety::LockGuard lock(mutex_);
-                if (measuring_) times_[number].push_back(took);
+                if (measuring_) times_[number].push_back(duration);
             }
-            std::this_thread::sleep_for(pace);
+            std::this_thread::sleep_for(interval);
         }
     }
-    void comeAnew() {
+    void reconnectRepeatedly() {
         for (std::size_t i = 0; !ended_; ++i) {
             const auto begin = Clock::now();
             honestClientOf(endpoints_[i % endpoints_.size()])->ask();
-            slowestNewcomer = std::max(slowestNewcomer, microsecondsSince(begin));
-            ++newcomers;
+            slowestNewClient = std::max(slowestNewClient, microsecondsSince(begin));
+            ++newClients;
             std::this_thread::sleep_for(20ms);
         }
     }
@@ -132,15 +132,15 @@ private:
     std::vector<std::thread> threads_;
 };
 
-// What a client of a endpoint says first, for those who say it slowly.
-std::filesystem::path wordsFor(const ReceiverKit& kit, const Endpoint& endpoint) {
-    auto file = kit.folder() / (endpoint.name + ".words");
+// Writes a file with the first message of a client, which slow clients send byte by byte.
+std::filesystem::path helloFileFor(const ReceiverKit& kit, const Endpoint& endpoint) {
+    auto file = kit.folder() / (endpoint.name + ".hello");
     std::ofstream(file) << (endpoint.shell ? std::string(R"({"line":"stats"})") : killed::helloOf(endpoint.path));
     return file;
 }
 
-// What a endpoint says of one that has come and said nothing, while too many others did the same.
-const char* evicted(const Endpoint& endpoint) {
+// What an endpoint logs about a silent client that it evicts.
+const char* evictionLineOf(const Endpoint& endpoint) {
     return endpoint.shell ? "evicted a shell client: it asked for nothing while 64 others came"
                           : "rejected: peer sent no hello while 64 others came";
 }
@@ -152,35 +152,35 @@ using Floods = std::vector<std::unique_ptr<receiver::ChildProcess>>;
 void waitForAll(Floods& floods, const ReceiverKit& kit) {
     for (auto& flood : floods) {
         flood->wait();
-        require(flood->failure().empty(), "a crowd did not come: " + receiver::tailOf(floodLog(kit), 3));
+        require(flood->failure().empty(), "a flood failed: " + receiver::tailOf(floodLog(kit), 3));
     }
 }
 
 } // namespace
 
-void crowdTheEndpoints(unsigned rounds, std::chrono::seconds each, Figures& figures) {
+void floodEndpoints(unsigned rounds, std::chrono::seconds each, Figures& figures) {
     ReceiverKit kit;
     kit.start();
     const auto endpoints = endpointsIn(kit.runtimeFolder());
     setEndpoints(endpoints);
-    std::vector<std::filesystem::path> words;
-    words.reserve(endpoints.size());
-    for (const Endpoint& endpoint : endpoints) words.push_back(wordsFor(kit, endpoint));
-    std::vector<std::vector<long>> quiet(endpoints.size()), crowded(endpoints.size());
+    std::vector<std::filesystem::path> hellos;
+    hellos.reserve(endpoints.size());
+    for (const Endpoint& endpoint : endpoints) hellos.push_back(helloFileFor(kit, endpoint));
+    std::vector<std::vector<long>> idle(endpoints.size()), loaded(endpoints.size());
     Honest honest(endpoints);
-    std::this_thread::sleep_for(settling);
+    std::this_thread::sleep_for(startTime);
     for (unsigned round = 0; round < rounds; ++round) {
-        const auto alone = honest.during([] { std::this_thread::sleep_for(quietTime); });
+        const auto idleTimes = honest.during([] { std::this_thread::sleep_for(idleTime); });
         Floods floods;
         for (std::size_t i = 0; i < endpoints.size(); ++i)
-            for (const auto& [kind, perSecond] : crowd) {
+            for (const auto& [kind, perSecond] : floodRates) {
                 const auto count = static_cast<unsigned>(each.count()) * perSecond;
-                floods.push_back(startFlood(kind, endpoints[i].path, count, perSecond, words[i], floodLog(kit)));
-                figures.crowd += count;
+                floods.push_back(startFlood(kind, endpoints[i].path, count, perSecond, hellos[i], floodLog(kit)));
+                figures.hostile += count;
             }
-        std::this_thread::sleep_for(settling);
-        const auto pressed = honest.during([&] {
-            const auto end = Clock::now() + each - settling;
+        std::this_thread::sleep_for(startTime);
+        const auto loadedTimes = honest.during([&] {
+            const auto end = Clock::now() + each - startTime;
             while (Clock::now() < end) {
                 for (const Part part : receiver::allParts)
                     figures.mostDescriptors =
@@ -190,53 +190,54 @@ void crowdTheEndpoints(unsigned rounds, std::chrono::seconds each, Figures& figu
         });
         waitForAll(floods, kit);
         for (std::size_t i = 0; i < endpoints.size(); ++i) {
-            quiet[i].push_back(alone[i]);
-            crowded[i].push_back(pressed[i]);
-            figures.worstRound = std::max(figures.worstRound, 100 * pressed[i] / alone[i]);
+            idle[i].push_back(idleTimes[i]);
+            loaded[i].push_back(loadedTimes[i]);
+            figures.worstRound = std::max(figures.worstRound, 100 * loadedTimes[i] / idleTimes[i]);
         }
     }
     honest.end();
     require(honest.complaint().empty(), honest.complaint());
     for (const Endpoint& endpoint : endpoints)
-        require(linesLike(logOf(kit, endpoint.part), evicted(endpoint), "") > 0,
-                "nobody was evicted at " + endpoint.name);
+        require(countLines(logOf(kit, endpoint.part), evictionLineOf(endpoint), "") > 0,
+                endpoint.name + " has evicted no client");
     for (std::size_t i = 0; i < endpoints.size(); ++i)
-        figures.roundTrips[endpoints[i].name] = {median(quiet[i]), median(crowded[i])};
-    figures.newcomers = honest.newcomers;
-    figures.slowestNewcomer = honest.slowestNewcomer / 1000;
+        figures.roundTrips[endpoints[i].name] = {median(idle[i]), median(loaded[i])};
+    figures.newClients = honest.newClients;
+    figures.slowestNewClient = honest.slowestNewClient / 1000;
     const std::string complaints = kit.stop();
     require(complaints.empty(), complaints);
 }
 
 namespace {
 
-// So many clients of a kind, as floods make them, that a service or a shell rejects but for a few: each has to be in
-// the log, in lines or in those about lines held back.
+// Clients of a flood that a service or a shell rejects, but for `accepted` of them. The log must report each of them,
+// in a line or in the number of suppressed lines.
 struct Rejected {
     const char* kind;
-    unsigned clients, perSecond, spared;
+    unsigned clients, perSecond, accepted;
     const char* text;
     const char* format;
 };
 Figures::Lines floodTheLogOf(ReceiverKit& kit, const Endpoint& endpoint, const Rejected& rejected) {
-    const auto& [kind, clients, perSecond, spared, text, format] = rejected;
+    const auto& [kind, clients, perSecond, accepted, text, format] = rejected;
     const auto log = logOf(kit, endpoint.part);
     const auto before = receiver::readLog(log).size();
     const auto begin = Clock::now();
     Floods floods;
     constexpr unsigned processes = 2;
     for (unsigned i = 0; i < processes; ++i)
-        floods.push_back(
-            startFlood(kind, endpoint.path, clients / processes, perSecond, wordsFor(kit, endpoint), floodLog(kit)));
+        floods.push_back(startFlood(kind, endpoint.path, clients / processes, perSecond, helloFileFor(kit, endpoint),
+                                    floodLog(kit)));
     waitForAll(floods, kit);
-    const auto told = [&] { return linesLike(log, rejected.text, rejected.format); };
-    kit.waitFor([&] { return told() >= rejected.clients - rejected.spared; }, receiver::defaultTimeout);
-    require(told() == clients - spared, endpoint.name + ": the log tells of " + std::to_string(told()) + " rejected");
+    const auto reported = [&] { return countLines(log, rejected.text, rejected.format); };
+    kit.waitFor([&] { return reported() >= rejected.clients - rejected.accepted; }, receiver::defaultTimeout);
+    require(reported() == clients - accepted,
+            endpoint.name + ": the log reports " + std::to_string(reported()) + " rejected clients");
     Figures::Lines lines;
-    lines.clients = clients - spared;
+    lines.clients = clients - accepted;
     lines.seconds = microsecondsSince(begin) / 1000000 + 1;
     lines.written = static_cast<long>(receiver::readLog(log).size() - before);
-    constexpr long eachSecond = 21; // 20 and the one about the others
+    constexpr long eachSecond = 21; // 20 and one about the suppressed ones
     lines.allowed = (lines.seconds + 1) * eachSecond;
     return lines;
 }
@@ -262,12 +263,12 @@ void floodTheLogOfAShell(unsigned clients, Figures& figures) {
     kit.start();
     const Endpoint endpoint = endpointsIn(kit.runtimeFolder()).back();
     std::vector<std::unique_ptr<HonestClient>> users;
-    constexpr std::size_t most = 16; // that a shell serves, one of which has started the receiver
+    constexpr std::size_t most = 16; // clients of a shell, with the one that has started the receiver
     while (users.size() + 1 < most) {
         users.push_back(honestClientOf(endpoint));
         users.back()->ask();
     }
-    constexpr unsigned waiting = 64; // that may wait without having asked for anything
+    constexpr unsigned waiting = 64; // clients that may be connected without having made a request
     figures.shellClients = floodTheLogOf(
         kit, endpoint,
         {kinds::silent, clients, 2000, waiting, "evicted a shell client: it asked for nothing while 64 others came",

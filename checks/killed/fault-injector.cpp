@@ -1,4 +1,4 @@
-#include "ordeal.h"
+#include "fault-injector.h"
 
 #include "heap-count.h"
 #include "service-socket.h"
@@ -13,9 +13,9 @@ namespace {
 using namespace std::chrono_literals;
 using receiver::ReceiverError;
 
-constexpr auto freezing = 6s;
-// A request is dropped at the first look after five seconds. Looks come every second, and one more request puts them
-// off by at most another one.
+constexpr auto freezeTime = 6s;
+// A request is dropped at the first check after five seconds. Checks run every second; another request postpones them
+// by at most one more second.
 constexpr std::chrono::milliseconds shortestWait = 5s, longestWait = 7500ms;
 constexpr auto endLimit = 16s; // of a request, for both of its phases
 constexpr auto nextPlayLimit = 1000ms;
@@ -26,24 +26,24 @@ template <class Duration> std::string inMs(Duration duration) {
 
 } // namespace
 
-Ordeal::Ordeal() {
+FaultInjector::FaultInjector() {
     kit_.start();
     tvHello_ = helloOf(socketOf(Part::tvService));
     mmHello_ = helloOf(socketOf(Part::mmService));
-    // So that all have the threads and files that they will ever have: answers that are sent later, the run log.
+    // Makes every process create all its threads and files, for delayed answers and for the run log.
     for (const Part service : {Part::tvService, Part::mmService}) setFault(service, {"delay", "1"});
     play("0:0", media);
     setFault(Part::tvService, {"mute", "on"});
-    reqId_ = ask("0:0", live);
-    if (!waitForEnd(reqId_)) throw ReceiverError("a request without an answer was finished");
+    reqId_ = requestPlay("0:0", live);
+    if (!waitForEnd(reqId_)) throw ReceiverError("an unanswered request was finished");
     clearFaults();
     fillHistories();
-    comeToRest();
+    settle();
 }
 
-// The control application keeps the newest thousand answers, and as many notifications. Until it has them it takes more
-// memory with everything that is played; afterwards as much as with these, if they are like those that come later.
-void Ordeal::fillHistories() {
+// The control application keeps the newest thousand answers, and as many notifications. Its memory grows with each play
+// until these histories are full, and stays the same afterwards if later plays are similar.
+void FaultInjector::fillHistories() {
     constexpr int kept = 1000, terminals = 5, atOnce = 20;
     for (int i = 0; i < kept; ++i) {
         const std::string terminal = std::to_string(i % terminals) + ":0";
@@ -54,10 +54,10 @@ void Ordeal::fillHistories() {
     await(filled, "a full history of answers");
 }
 
-Outcome Ordeal::endure(const Situation& situation, unsigned number) {
+Outcome FaultInjector::run(const Situation& situation, unsigned number) {
     situation_ = situation;
     number_ = number;
-    // The MM service is the one to be restarted for the framework process's first exchange; the other one lives on.
+    // For the framework process's first exchange the MM service is restarted; the other one keeps running.
     const bool atMm = situation.victim == Part::mmService ||
                       (situation.victim == Part::frameHost && situation.moment == Moment::firstExchange);
     partner_ = atMm ? Part::mmService : Part::tvService;
@@ -68,15 +68,15 @@ Outcome Ordeal::endure(const Situation& situation, unsigned number) {
     reqId_.clear();
     queued_.clear();
 
-    comeTo();
+    reachMoment();
     const bool underWay = !reqId_.empty() && situation.moment != Moment::answered;
-    if (underWay) askOnOtherTerminals();
-    strike();
+    if (underWay) requestOtherTerminals();
+    injectFault();
     Outcome outcome;
     outcome.exact = isExact();
     if (situation.moment == Moment::beforeStop && situation.victim != Part::frameHost) {
-        reqId_ = ask("0:0", media);
-        askOnOtherTerminals();
+        reqId_ = requestPlay("0:0", media);
+        requestOtherTerminals();
     }
     recover();
     const auto returned = Clock::now();
@@ -84,49 +84,51 @@ Outcome Ordeal::endure(const Situation& situation, unsigned number) {
     if (!atOnce) waitForEnds(outcome);
     const std::string next = playNext(returned, atOnce, outcome);
     if (outcome.nextPlay > nextPlayLimit) throw ReceiverError("the next play took " + inMs(outcome.nextPlay));
-    if (situation.fate == Fate::staleAnswers) kit_.waitForAnswers(earlier_, 2);
-    comeToRest();
-    // Only now can nothing more come.
+    if (situation.fault == Fault::staleAnswers) kit_.waitForAnswers(earlier_, 2);
+    settle();
+    // Only now can no more answers arrive.
     requireOneAnswer(next, "2:0", uri_);
     for (const Queued& request : queued_)
         if (!request.dropped) requireOneAnswer(request.id, request.terminal, request.uri);
     return outcome;
 }
 
-// ---- what happens ----
+// ---- faults and recovery ----
 
-bool Ordeal::hostEnds() const { return situation_.victim == Part::frameHost && situation_.fate != Fate::frozen; }
+bool FaultInjector::hostRestarts() const {
+    return situation_.victim == Part::frameHost && situation_.fault != Fault::frozen;
+}
 
-void Ordeal::strike() {
+void FaultInjector::injectFault() {
     const bool first = situation_.moment == Moment::firstExchange, ofHost = situation_.victim == Part::frameHost;
-    switch (situation_.fate) {
-        case Fate::killed:
-        case Fate::staleAnswers:
+    switch (situation_.fault) {
+        case Fault::killed:
+        case Fault::staleAnswers:
             kit_.kill(situation_.victim);
             break;
-        case Fate::exited:
+        case Fault::exited:
             exitOrderly();
             break;
-        case Fate::frozen:
+        case Fault::frozen:
             if (ofHost || !first) kit_.freeze(situation_.victim);
             break;
-        case Fate::mute:
+        case Fault::mute:
             if (first) kit_.thaw(partner_);
             break;
-        case Fate::babbling:
+        case Fault::garbage:
             if (first) break;
             undecodable_ = connection().at("undecodable").get<std::uint64_t>();
-            sayInstead(kit_.processId(partner_), kit_.processId(Part::frameHost), garbage(partner_, number_));
+            sendAs(kit_.processId(partner_), kit_.processId(Part::frameHost), garbage(partner_, number_));
             break;
     }
-    if (situation_.fate != Fate::exited) struck_ = Clock::now();
+    if (situation_.fault != Fault::exited) injected_ = Clock::now();
     if (first && ofHost) kit_.thaw(partner_);
 }
 
-void Ordeal::exitOrderly() {
+void FaultInjector::exitOrderly() {
     const Part part = situation_.victim;
     ::kill(kit_.processId(part), SIGTERM);
-    struck_ = Clock::now();
+    injected_ = Clock::now();
     kit_.thaw(part);
     const std::string state = "/proc/" + std::to_string(kit_.processId(part)) + "/stat";
     const auto ended = [&] {
@@ -137,84 +139,84 @@ void Ordeal::exitOrderly() {
         return name == std::string::npos || text[name + 2] == 'Z';
     };
     await(ended, "the end of " + std::string(nameOf(part)));
-    kit_.kill(part); // which has the dead process collected
+    kit_.kill(part); // reaps the dead process
 }
 
-void Ordeal::recover() {
-    switch (situation_.fate) {
-        case Fate::killed:
-        case Fate::exited:
+void FaultInjector::recover() {
+    switch (situation_.fault) {
+        case Fault::killed:
+        case Fault::exited:
             kit_.start(situation_.victim);
             break;
-        case Fate::staleAnswers:
+        case Fault::staleAnswers:
             kit_.start(situation_.victim);
             repeatOldAnswers();
             break;
-        case Fate::frozen:
-            std::this_thread::sleep_until(struck_ + freezing);
+        case Fault::frozen:
+            std::this_thread::sleep_until(injected_ + freezeTime);
             kit_.thaw(situation_.victim);
             break;
-        case Fate::mute:
+        case Fault::mute:
             waitForEnd(reqId_);
             break;
-        case Fate::babbling:
+        case Fault::garbage:
             if (situation_.moment == Moment::firstExchange)
                 kit_.start(partner_);
-            else // what is sent on a connection that is about to end is lost with it
+            else // messages on a connection that is about to be closed would be lost
                 await([&] { return connection().at("undecodable").get<std::uint64_t>() > undecodable_; },
                       "the garbage");
             break;
     }
     clearFaults();
-    if (!hostEnds()) return;
-    log_.begin(); // the new process numbers its requests anew
+    if (!hostRestarts()) return;
+    log_.begin(); // the new process numbers its requests from 1 again
     reqId_.clear();
     queued_.clear();
 }
 
 // The framework process's connection to the service.
-nlohmann::json Ordeal::connection() {
+nlohmann::json FaultInjector::connection() {
     for (const auto& connection : kit_.ask(Part::frameHost, {"stats"}))
         if (connection.at("service") == serviceNameOf(partner_)) return connection;
     throw ReceiverError("the framework process has no connection to " + serviceNameOf(partner_));
 }
 
-void Ordeal::repeatOldAnswers() {
+void FaultInjector::repeatOldAnswers() {
     const auto connected = [&] { return connection().at("connected").get<bool>(); };
     await(connected, "the connection to the new service");
     std::string answers = answerFrame(partner_, earlier_, uri_);
     if (!reqId_.empty()) answers += answerFrame(partner_, reqId_, media);
-    sayInstead(kit_.processId(partner_), kit_.processId(Part::frameHost), answers);
+    sendAs(kit_.processId(partner_), kit_.processId(Part::frameHost), answers);
 }
 
-// ---- what comes of it ----
+// ---- results ----
 
-// Whether a request was dropped, else it was finished; it must have been one of the two in time.
-bool Ordeal::waitForEnd(const std::string& reqId) {
+// Waits until a request is finished or dropped, which must be in time. Returns whether it was dropped.
+bool FaultInjector::waitForEnd(const std::string& reqId) {
     const auto finished = [&] { return log_.about("finished req_id ", reqId) != nullptr; };
     const receiver::LogLine* drop = nullptr;
     await([&] { return finished() || (drop = log_.about("Found reqid ", reqId)) != nullptr; },
           "the end of request " + reqId, endLimit);
     if (drop == nullptr) return false;
     const auto waited = drop->time - log_.about("Sending reqid ", reqId)->time;
-    const bool hostSlept = situation_.victim == Part::frameHost;
-    if (waited <= shortestWait || (waited > longestWait && !hostSlept))
+    const bool hostWasFrozen = situation_.victim == Part::frameHost;
+    if (waited <= shortestWait || (waited > longestWait && !hostWasFrozen))
         throw ReceiverError("request " + reqId + " was dropped after " + inMs(waited));
     return true;
 }
 
-// Of the request under way and of those behind it, one after the other.
-void Ordeal::waitForEnds(Outcome& outcome) {
+// For the pending request and those queued behind it, in order.
+void FaultInjector::waitForEnds(Outcome& outcome) {
     if (!reqId_.empty() && waitForEnd(reqId_)) ++outcome.dropped;
     for (Queued& request : queued_)
         if ((request.dropped = waitForEnd(request.id))) ++outcome.dropped;
 }
 
-// Asks for what the partner plays, at once behind everything else or when that has ended. Returns the request's id.
-std::string Ordeal::playNext(Clock::time_point returned, bool atOnce, Outcome& outcome) {
+// Plays on the partner: at once, behind everything that is queued, or after that has ended. Returns the request's id.
+std::string FaultInjector::playNext(Clock::time_point returned, bool atOnce, Outcome& outcome) {
     const std::string before = queued_.empty() ? reqId_ : queued_.back().id;
     auto begin = std::max(returned, Clock::now());
-    const std::string next = ask("2:0", uri_);
+    const std::string next = requestPlay("2:0", uri_);
     if (atOnce) {
         waitForEnds(outcome);
         const receiver::LogLine* end = log_.about("finished req_id ", before);
@@ -229,14 +231,14 @@ std::string Ordeal::playNext(Clock::time_point returned, bool atOnce, Outcome& o
     return next;
 }
 
-void Ordeal::requireOneAnswer(const std::string& reqId, const std::string& terminal, const std::string& uri) {
+void FaultInjector::requireOneAnswer(const std::string& reqId, const std::string& terminal, const std::string& uri) {
     const auto answers = kit_.waitForAnswers(reqId, 1);
     if (answers.size() != 1 || answers[0].result != 0 || answers[0].uri != uri || answers[0].terminal != terminal)
         throw ReceiverError("request " + reqId + " got " + std::to_string(answers.size()) + " answers, the first for " +
                             answers[0].terminal + ": " + std::to_string(answers[0].result) + ' ' + answers[0].uri);
 }
 
-void Ordeal::comeToRest() {
+void FaultInjector::settle() {
     clearFaults();
     await([&] { return kit_.ask(Part::frameHost, {"bundles"}).empty(); }, "an empty queue of requests");
     const auto settled = [&] {
@@ -248,9 +250,9 @@ void Ordeal::comeToRest() {
     await(settled, "connections that have sent everything");
 }
 
-// A shell frees an answer after the client has it, but before it takes the next command: the one before may have been
-// long, this one is short.
-SizeAtRest Ordeal::sizeAtRest(Part part) {
+// A shell frees an answer after it has sent it, but before it reads the next command. This command makes it free the
+// previous answer, which may have been long.
+IdleSize FaultInjector::idleSize(Part part) {
     kit_.read(part, {"stats"});
     const HeapSize heap = heapSizeIn(heapCountOf(part));
     return {sizeOf(kit_.processId(part)), heap.bytes, heap.blocks};
@@ -258,16 +260,16 @@ SizeAtRest Ordeal::sizeAtRest(Part part) {
 
 // ---- helpers ----
 
-std::string Ordeal::ask(const std::string& terminal, const std::string& uri) {
+std::string FaultInjector::requestPlay(const std::string& terminal, const std::string& uri) {
     const std::string before = newestReqId();
     kit_.ask(Part::frameHost, {"play", terminal, uri});
     std::string id = newestReqId();
-    if (id == before) throw ReceiverError("the resource manager took no request");
+    if (id == before) throw ReceiverError("the resource manager did not accept a request");
     return id;
 }
 
-// Of the request that was made last, as the log says; empty before the first one.
-std::string Ordeal::newestReqId() {
+// The id of the newest request in the log; empty before the first one.
+std::string FaultInjector::newestReqId() {
     const std::string mark = "POWER2:new reqid ";
     const receiver::LogLine* const line = log_.newest(mark);
     if (line == nullptr) return {};
@@ -275,41 +277,42 @@ std::string Ordeal::newestReqId() {
     return rest.substr(0, rest.find(' '));
 }
 
-std::string Ordeal::play(const std::string& terminal, const std::string& uri) {
-    std::string id = ask(terminal, uri);
+std::string FaultInjector::play(const std::string& terminal, const std::string& uri) {
+    std::string id = requestPlay(terminal, uri);
     awaitLine("finished req_id ", id);
     return id;
 }
 
-void Ordeal::awaitLine(const std::string& words, const std::string& reqId, const std::string& after) {
+void FaultInjector::awaitLine(const std::string& words, const std::string& reqId, const std::string& after) {
     await([&] { return log_.about(words, reqId + after) != nullptr; }, '"' + words + reqId + after + '"');
 }
 
-void Ordeal::setFault(Part part, const std::vector<std::string>& fault) {
+void FaultInjector::setFault(Part part, const std::vector<std::string>& fault) {
     std::vector<std::string> words{"fault"};
     words.insert(words.end(), fault.begin(), fault.end());
     kit_.read(part, words);
 }
 
-void Ordeal::clearFaults() {
+void FaultInjector::clearFaults() {
     for (const Part service : {Part::tvService, Part::mmService}) setFault(service, {"clear"});
 }
 
-std::uint64_t Ordeal::receivedBy(Part service) { return kit_.ask(service, {"stats"}).at(0).at("received"); }
+std::uint64_t FaultInjector::receivedBy(Part service) { return kit_.ask(service, {"stats"}).at(0).at("received"); }
 
-void Ordeal::awaitReceived(Part service, std::uint64_t count) {
+void FaultInjector::awaitReceived(Part service, std::uint64_t count) {
     await([&] { return receivedBy(service) >= count; }, "a request's arrival at the service");
 }
 
-void Ordeal::await(const std::function<bool()>& condition, const std::string& what, receiver::Milliseconds limit) {
+void FaultInjector::await(const std::function<bool()>& condition, const std::string& what,
+                          receiver::Milliseconds limit) {
     if (!kit_.waitFor(condition, limit)) throw ReceiverError(what + " did not come within " + inMs(limit));
 }
 
-std::string Ordeal::socketOf(Part service) const {
+std::string FaultInjector::socketOf(Part service) const {
     return (kit_.runtimeFolder() / (serviceNameOf(service) + ".sock")).string();
 }
 
-std::filesystem::path Ordeal::heapCountOf(Part part) const {
+std::filesystem::path FaultInjector::heapCountOf(Part part) const {
     return kit_.folder() / "state" / heapCountFileOf(nameOf(part));
 }
 
