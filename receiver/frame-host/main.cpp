@@ -14,11 +14,10 @@ namespace {
 
 enum ExitCode { success = 0, failure = 1, usage = 2, badData = 6 };
 
-// Starts the debug shell, then loads the libraries in order; the first failure ends the process. The shell starts first
-// because the adapter needs one: it looks for a shell, and finds the process's.
-int loadAll(void* context) {
+// What the call returns; an exception is printed and becomes the exit code that fits it.
+template <class Call> int exitCodeOf(Call call) {
     try {
-        host::startShell();
+        return call();
     } catch (const host::ConfigurationError& error) {
         std::cerr << "frame-host: " << error.what() << '\n';
         return badData;
@@ -26,6 +25,16 @@ int loadAll(void* context) {
         std::cerr << "frame-host: " << error.what() << '\n';
         return failure;
     }
+}
+
+// Starts the debug shell, then loads the libraries in order; the first failure ends the process. The shell starts first
+// because the adapter needs one: it looks for a shell, and finds the process's.
+int loadAll(void* context) {
+    const int started = exitCodeOf([] {
+        host::startShell();
+        return success;
+    });
+    if (started != success) return started;
     for (const std::string& library : *static_cast<const std::vector<std::string>*>(context)) {
         if (const int result = host::loadApplication(library)) {
             std::cerr << "frame-host: " << library << " did not start: " << host::ResultText(result).text() << '\n';
@@ -53,14 +62,8 @@ int main(int argc, char** argv) {
         std::cerr << "frame-host: --log: " << problem << '\n';
         return usage;
     }
-    try {
+    return exitCodeOf([&] {
         host::checkConfiguration();
         return host::runProcess(loadAll, &libraries);
-    } catch (const host::ConfigurationError& error) {
-        std::cerr << "frame-host: " << error.what() << '\n';
-        return badData;
-    } catch (const std::exception& error) {
-        std::cerr << "frame-host: " << error.what() << '\n';
-        return failure;
-    }
+    });
 }

@@ -1,10 +1,13 @@
 // The findings of an examination.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace tvctl::doctor {
+
+inline constexpr std::uint64_t mebibyte = 1024 * 1024; // the unit of sizes in findings
 
 enum class Severity { ok, warning, wrong };
 

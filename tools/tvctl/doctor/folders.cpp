@@ -15,7 +15,6 @@
 namespace tvctl::doctor {
 namespace {
 
-constexpr std::uint64_t mebibyte = 1024 * 1024;
 constexpr std::uint64_t littleSpace = 64 * mebibyte;
 constexpr off_t bigRunLog = 256 * static_cast<off_t>(mebibyte);
 

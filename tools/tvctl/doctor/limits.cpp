@@ -10,7 +10,6 @@
 namespace tvctl::doctor {
 namespace {
 
-constexpr std::uint64_t mebibyte = 1024 * 1024;
 constexpr std::uint64_t connections = 4; // of a receiver on one machine: two services, two ends each
 // For a service's clients, peers without a hello yet, and a quarter in handshakes; the rest is for its shell and
 // itself.
