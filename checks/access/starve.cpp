@@ -88,7 +88,7 @@ void leaveUnfinishedTogether(ReceiverKit& kit, const Endpoint& endpoint, unsigne
         one->wait();
         require(one->failure().empty(), "a message was not left unfinished: " + receiver::tailOf(log, 3));
     }
-    require(linesLike(logOf(kit, endpoint.part), "the unfinished messages of all peers may take", "") > 0,
+    require(linesLike(logOf(kit, endpoint.part), "the unfinished messages of all peers need more than", "") > 0,
             endpoint.name + " had room for all unfinished messages");
     figures.unfinishedTogether += processes;
 }

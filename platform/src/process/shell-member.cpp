@@ -36,7 +36,7 @@ int fail(const std::string& why, int result) {
 const char* adviceFor(int error) {
     switch (error) {
         case EADDRINUSE:
-            return "; another process of this user has it: end that one (tvctl doctor says which it is), or set "
+            return "; another process of this user uses it: end that process (tvctl doctor names it), or set "
                    "RUNTIME_DIRECTORY to another folder for this one";
         case EEXIST:
         case EISDIR:
@@ -45,7 +45,7 @@ const char* adviceFor(int error) {
             return "; something else is there: remove it";
         case EMFILE:
         case ENFILE:
-            return "; there are no descriptors left: allow more of them (ulimit -n)";
+            return "; out of file descriptors: allow more (ulimit -n)";
         default:
             return "; tvctl doctor examines the folder";
     }

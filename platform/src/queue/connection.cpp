@@ -195,7 +195,7 @@ void Connection::judgeProgress() {
     const bool isSlow = incoming_.size() > 0 && !yielded_ && !finished_ && arrived_ <= least;
     if (isSlow && wasSlow_) {
         return reject(("peer did not finish a message within " + std::to_string(channel_.limits().unfinished.count()) +
-                       " ms, " + std::to_string(incoming_.size()) + " bytes of it came")
+                       " ms, " + std::to_string(incoming_.size()) + " bytes of it arrived")
                           .c_str());
     }
     wasSlow_ = isSlow;
@@ -256,9 +256,10 @@ void Connection::handleFrame(const char* header, std::uint32_t size, char* body)
     }
     if (size < handler->size) {
         count(channel_.counters.undecodable);
-        HOST_LOG(
-            io, vdlDebugFailure, "service %s: connection %llu: message 0x%08x dropped: it has %u bytes, its form %zu\n",
-            channel_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId, size, handler->size);
+        HOST_LOG(io, vdlDebugFailure,
+                 "service %s: connection %llu: message 0x%08x dropped: it has %u bytes, its form needs %zu\n",
+                 channel_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId, size,
+                 handler->size);
         return;
     }
     if (const char* fault = unmarshal(*handler->plan, body, size, swap_)) {

@@ -24,7 +24,7 @@ ServiceChannel::ServiceChannel(boost::asio::io_context& io, std::unique_ptr<List
                                const std::string& service_, const frame::MessageSet& messages,
                                std::size_t sendBufferBytes, const QueueLimits& limits)
     : Channel(io, service_, messages, sendBufferBytes, limits, true),
-      fullReason_("the service has its " + std::to_string(mostClients) + " clients already"),
+      fullReason_("the service already has " + std::to_string(mostClients) + " clients"),
       listener_(std::move(listener)),
       memoryTimer_(io) {}
 
@@ -76,7 +76,7 @@ void ServiceChannel::evictWithoutHello() {
     const auto awaited = std::count_if(clients.begin(), clients.end(), isAwaited);
     if (static_cast<std::size_t>(awaited) <= mostWithoutHello) return;
     char why[64];
-    std::snprintf(why, sizeof why, "peer sent no hello while %zu others came", mostWithoutHello);
+    std::snprintf(why, sizeof why, "peer sent no hello while %zu others connected", mostWithoutHello);
     (*std::find_if(clients.begin(), clients.end(), isAwaited))->reject(why);
 }
 
@@ -104,7 +104,7 @@ void ServiceChannel::onConnectionReady(Connection& client) noexcept {
 
 void ServiceChannel::onConnectionClosed(Connection& client, bool wasReady, bool fault, const char* reason) noexcept {
     giveMemoryBackLater();
-    const char* what = wasReady ? "disconnected" : fault ? "rejected" : "left before its hello";
+    const char* what = wasReady ? "disconnected" : fault ? "rejected" : "disconnected before its hello";
     const auto number = static_cast<unsigned long long>(client.number());
     // Two kinds of lines with separate limits, so that normal disconnections do not suppress lines about faults.
     if (fault)
