@@ -53,7 +53,7 @@ public:
 
 private:
     void compact() noexcept;
-    void giveBack() noexcept;
+    void shrink() noexcept;
     void resize(std::size_t capacity);
 
     const std::string peer_;
