@@ -57,18 +57,18 @@ protected:
     int performStarting() override {
         failure().clear();
         if (const int result = AbstractApplication::performStarting(); result != 0) return result;
-        const int result = comeUp();
-        if (result != 0) takeDown();
+        const int result = setUp();
+        if (result != 0) tearDown();
         return result;
     }
 
     int performStopping() override {
-        takeDown();
+        tearDown();
         return AbstractApplication::performStopping();
     }
 
 private:
-    int comeUp() {
+    int setUp() {
         const int opened = attempt([this] { open(host::shellEndpointOf(host::processName()), geteuid()); });
         if (opened != 0) return opened;
         const int registered = registerInterface<Server>(static_cast<Server*>(this), name());
@@ -77,7 +77,7 @@ private:
         return attempt([this] { ShellServer::start(); });
     }
 
-    void takeDown() {
+    void tearDown() {
         ShellServer::stop();
         unregisterInterface<Server>(this);
     }

@@ -181,14 +181,14 @@ void Connection::watchProgress() {
     finished_ = false;
     timer_.expires_after(channel_.limits().unfinished / 2);
     timer_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
-        if (!error && !self->closed_) self->orClose([&] { self->judgeProgress(); });
+        if (!error && !self->closed_) self->orClose([&] { self->checkProgress(); });
     });
     watching_ = true;
 }
 
 // Runs twice within the limit. A message fails when there was too little progress both times: if this thread itself was
 // delayed for longer than the limit, data that arrived meanwhile is read before the second time.
-void Connection::judgeProgress() {
+void Connection::checkProgress() {
     watching_ = false;
     const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(channel_.limits().unfinished / 2);
     const std::size_t least = leastBytesPerSecond * static_cast<std::size_t>(time.count()) / 1000;

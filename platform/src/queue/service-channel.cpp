@@ -64,24 +64,24 @@ void ServiceChannel::onAuthenticated(const char* who) noexcept {
 }
 
 void ServiceChannel::onRejected(const char* reason) noexcept {
-    giveMemoryBackLater();
+    releaseMemoryLater();
     count(counters.refused);
     HOST_LOG(io, vdlDebugFailure, "service %s: client rejected: %s\n", service.c_str(), reason);
 }
 
 // Otherwise clients that connect and send nothing would use up the descriptors.
 void ServiceChannel::evictWithoutHello() {
-    const auto isAwaited = [](const auto& client) { return client->awaitsHello(); };
+    const auto hasNoHello = [](const auto& client) { return client->awaitsHello(); };
     const auto& clients = ownClients();
-    const auto awaited = std::count_if(clients.begin(), clients.end(), isAwaited);
-    if (static_cast<std::size_t>(awaited) <= mostWithoutHello) return;
+    const auto silent = std::count_if(clients.begin(), clients.end(), hasNoHello);
+    if (static_cast<std::size_t>(silent) <= mostWithoutHello) return;
     char why[64];
     std::snprintf(why, sizeof why, "peer sent no hello while %zu others connected", mostWithoutHello);
-    (*std::find_if(clients.begin(), clients.end(), isAwaited))->reject(why);
+    (*std::find_if(clients.begin(), clients.end(), hasNoHello))->reject(why);
 }
 
 // The C library would keep the memory of many clients for later, tens of mebibytes after many handshakes.
-void ServiceChannel::giveMemoryBackLater() noexcept {
+void ServiceChannel::releaseMemoryLater() noexcept {
 #ifdef __GLIBC__
     if (++gone_ != fewClients) return;
     try {
@@ -103,7 +103,7 @@ void ServiceChannel::onConnectionReady(Connection& client) noexcept {
 }
 
 void ServiceChannel::onConnectionClosed(Connection& client, bool wasReady, bool fault, const char* reason) noexcept {
-    giveMemoryBackLater();
+    releaseMemoryLater();
     const char* what = wasReady ? "disconnected" : fault ? "rejected" : "disconnected before its hello";
     const auto number = static_cast<unsigned long long>(client.number());
     // Two kinds of lines with separate limits, so that normal disconnections do not suppress lines about faults.

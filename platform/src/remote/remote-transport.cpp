@@ -169,7 +169,7 @@ public:
         try {
             opening->failAfter(attemptLimit, "no answer within 5 s");
             fixed_.empty() ? findAddresses(opening) : opening->connectTo(fixed_);
-        } catch (const std::exception& error) { // no memory, or no thread
+        } catch (const std::exception& error) { // out of memory or threads
             opening->fail(textOf(error));
         }
     }
@@ -365,12 +365,12 @@ std::unique_ptr<io::Listener> Transport::listenerAt(const std::string& service, 
 void Transport::beginShutdown() { shared_->stopping = true; }
 
 void Transport::endShutdown() noexcept {
-    constexpr std::chrono::milliseconds look = 10ms; // interval of checking the others while the first peer is slow
+    constexpr std::chrono::milliseconds interval = 10ms; // between checks of the others while the first peer is slow
     const auto deadline = Clock::now() + flushTimeout;
     auto& sockets = shared_->stopped;
     for (; !sockets.empty() && Clock::now() < deadline; std::erase_if(sockets, hasEnded)) {
         pollfd first{sockets.front().get(), POLLIN, 0};
-        (void)::poll(&first, 1, static_cast<int>(look.count()));
+        (void)::poll(&first, 1, static_cast<int>(interval.count()));
     }
     sockets.clear();
 }
