@@ -83,7 +83,7 @@ host::remote::Context blockingContext(const host::KeyPair& keys) {
 // A connection whose calls wait. Throws std::runtime_error when the service takes too long.
 class Client {
 public:
-    Client(const Address& service, SSL_CTX& context, KeyCheck::Answer answer = KeyCheck::Answer::welcome)
+    Client(const Address& service, SSL_CTX& context, KeyCheck::Answer answer = KeyCheck::Answer::accepted)
         : check_(answer), socket_(::socket(service.data()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
         setsockopt(socket_.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
@@ -244,7 +244,7 @@ void comeWithUnknownKeys(const Order& order) {
     const auto make = [&] {
         const bool expectsAnother = made++ % 4 == 3;
         return std::make_unique<Client>(order.service, *blockingContext(host::makeKeys()),
-                                        expectsAnother ? KeyCheck::Answer::unknown : KeyCheck::Answer::welcome);
+                                        expectsAnother ? KeyCheck::Answer::unknown : KeyCheck::Answer::accepted);
     };
     while (made < order.count) {
         for (auto& client : clientsAtOnce(perSecond > 0 ? 1 : std::min(unknownAtATime, order.count - made), make)) {
