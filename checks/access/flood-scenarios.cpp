@@ -141,8 +141,8 @@ std::filesystem::path helloFileFor(const ReceiverKit& kit, const Endpoint& endpo
 
 // What an endpoint logs about a silent client that it evicts.
 const char* evictionLineOf(const Endpoint& endpoint) {
-    return endpoint.shell ? "evicted a shell client: it asked for nothing while 64 others came"
-                          : "rejected: peer sent no hello while 64 others came";
+    return endpoint.shell ? "evicted a shell client: it sent no request while 64 others connected"
+                          : "rejected: peer sent no hello while 64 others connected";
 }
 
 std::filesystem::path floodLog(const ReceiverKit& kit) { return kit.folder() / "flood.log"; }
@@ -249,9 +249,9 @@ void floodTheLog(unsigned hellos, Figures& figures) {
     kit.start();
     const Endpoint endpoint = endpointsIn(kit.runtimeFolder()).front();
     const auto refused = counterOf(kit, endpoint.part, "refused");
-    figures.badHellos = floodTheLogOf(
-        kit, endpoint,
-        {kinds::garbage, hellos, 0, 0, "rejected: peer's first bytes are no hello", "service %s: client %llu %s: %s"});
+    figures.badHellos = floodTheLogOf(kit, endpoint,
+                                      {kinds::garbage, hellos, 0, 0, "rejected: peer's first bytes are not a hello",
+                                       "service %s: client %llu %s: %s"});
     require(counterOf(kit, endpoint.part, "refused") - refused == hellos,
             std::to_string(counterOf(kit, endpoint.part, "refused") - refused) + " bad hellos were counted");
     const std::string complaints = kit.stop();
@@ -271,8 +271,8 @@ void floodTheLogOfAShell(unsigned clients, Figures& figures) {
     constexpr unsigned waiting = 64; // clients that may be connected without having made a request
     figures.shellClients = floodTheLogOf(
         kit, endpoint,
-        {kinds::silent, clients, 2000, waiting, "evicted a shell client: it asked for nothing while 64 others came",
-         "evicted a shell client: it asked for nothing while %zu others came"});
+        {kinds::silent, clients, 2000, waiting, "evicted a shell client: it sent no request while 64 others connected",
+         "evicted a shell client: it sent no request while %zu others connected"});
     for (const auto& user : users) user->ask();
     figures.slowestEndBesideFlood = std::max(figures.slowestEndBesideFlood, endOfAll(kit));
 }

@@ -89,7 +89,7 @@ void leaveUnfinishedTogether(ReceiverKit& kit, const Endpoint& endpoint, unsigne
         require(process->failure().empty(),
                 "a process failed to leave a message unfinished: " + receiver::tailOf(log, 3));
     }
-    require(countLines(logOf(kit, endpoint.part), "the unfinished messages of all peers may take", "") > 0,
+    require(countLines(logOf(kit, endpoint.part), "the unfinished messages of all peers need more than", "") > 0,
             endpoint.name + " did not apply the limit for the unfinished messages of all peers");
     figures.unfinishedTogether += processes;
 }

@@ -76,7 +76,7 @@ def try_key_files(attempt, program, own, configuration):
         (previous, advice),
         ("public = \n", "malformed:1: not TOML"),
         ("public = 'x'\n", 'has no "secret" key'),
-        ("public = 'x'\nsecret = 'y'\n", "its keys are no pair of keys"),
+        ("public = 'x'\nsecret = 'y'\n", "its keys are not a pair"),
         ("", 'has no "public" key'),
     ):
         malformed.write_text(text, encoding="ascii")

@@ -81,7 +81,7 @@ host::remote::Context blockingContext(const host::KeyPair& keys) {
 // A blocking connection. Throws std::runtime_error on timeout.
 class Client {
 public:
-    Client(const Address& service, SSL_CTX& context, KeyCheck::Answer answer = KeyCheck::Answer::welcome)
+    Client(const Address& service, SSL_CTX& context, KeyCheck::Answer answer = KeyCheck::Answer::accepted)
         : check_(answer), socket_(::socket(service.data()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
         setsockopt(socket_.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
@@ -242,7 +242,7 @@ void connectWithUnknownKeys(const Options& options) {
     const auto make = [&] {
         const bool expectsAnother = made++ % 4 == 3;
         return std::make_unique<Client>(options.service, *blockingContext(host::makeKeys()),
-                                        expectsAnother ? KeyCheck::Answer::unknown : KeyCheck::Answer::welcome);
+                                        expectsAnother ? KeyCheck::Answer::unknown : KeyCheck::Answer::accepted);
     };
     while (made < options.count) {
         for (auto& client : clientsAtOnce(perSecond > 0 ? 1 : std::min(unknownAtATime, options.count - made), make)) {

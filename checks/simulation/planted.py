@@ -93,7 +93,7 @@ PLANTED = [
         "if (front.op != WaitingStop && front.op != WaitingStart) return;",
         "if (front.op == SendingStop) return;",
     ),
-    ("last-bundle-dropped", "reqQueue.pop_front(); // whatever", "reqQueue.pop_back(); // whatever"),
+    ("last-bundle-dropped", "reqQueue.pop_front(); // even if", "reqQueue.pop_back(); // even if"),
     ("record-of-any-id", " && request.terminal.id == 0", ""),
     ("record-of-a-stop-inside", "!contains(request.uri, stopUri)", "request.uri != stopUri"),
     ("record-of-the-first", "failed->uri", "bundle->pTV->front().uri"),

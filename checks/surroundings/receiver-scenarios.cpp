@@ -111,7 +111,7 @@ void runOnAStalledDisk(Control& control, Figures& figures) {
             "nothing wrote to the disk");
     const RunLogReader reader((kit.runtimeFolder() / "frame-host.shell").string());
     require(kit.waitFor([&] { return reader.failures() > 0; }, receiver::defaultTimeout),
-            "whoever reads the run log is not told that its disk does not answer");
+            "whoever reads the run log is not told that its disk does not respond");
     const auto begin = Steady::now();
     const std::string complaints = kit.stop(Part::frameHost);
     figures.slowestEnd = since(begin);

@@ -134,7 +134,7 @@ TEST_F(ReceiverWithBadInput, CountsAndLogsMalformedMessagesAndContinues) {
         const auto mtsTrack = messages::TvServiceMtsAudioTrackInfoNotify::meta;
         service.send(frameOf(tuner, tunerSize - 1, std::string(tunerSize - 1, '\0')) +
                      frameOf(mtsTrack, 4, words({77}, false)));
-        expectUndecodable(4, "message 0x28671253 dropped: it has 20 bytes, its form 21");
+        expectUndecodable(4, "message 0x28671253 dropped: it has 20 bytes, its form needs 21");
         kit.waitForNotification("TvServiceMtsAudioTrackInfoNotify", 0, {{"track", 77}});
         EXPECT_EQ(kit.newestNotification(), 1U) << "no malformed message reaches a client";
         EXPECT_EQ(tvConnection().at("reconnects"), 0);

@@ -115,7 +115,7 @@ TEST_F(FrameHost, RejectsAFileThatIsNotALibrary) {
 TEST_F(FrameHost, RejectsALibraryWithoutTheEntryPoint) {
     const Outcome outcome = run(commandOf({"frame-platform"}));
     EXPECT_EQ(outcome.exitCode, failed);
-    EXPECT_THAT(outcome.error, AllOf(HasSubstr(pathOf("frame-platform") + " is no application library"),
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr(pathOf("frame-platform") + " is not an application library"),
                                      HasSubstr("frameCreateApplicationArray"),
                                      HasSubstr("did not start: ENOENT, No such file or directory")));
 }
@@ -156,7 +156,7 @@ TEST_F(FrameHost, ReportsBeforeLoadingThatAnotherProcessHasTheShell) {
         EXPECT_EQ(second.exitCode, failed);
         EXPECT_THAT(second.error, AllOf(HasSubstr("frame-host: debug shell at " + shellSocket() +
                                                   ": Address already in use; another "
-                                                  "process of this user has it: end that one"),
+                                                  "process of this user uses it: end that process"),
                                         HasSubstr("RUNTIME_DIRECTORY")));
         EXPECT_THAT(stepsIn(second.error), IsEmpty());
         EXPECT_TRUE(answers());

@@ -75,7 +75,7 @@ TEST_F(TvctlConfig, PrintsJsonForPrograms) {
         EXPECT_EQ(named(answer["settings"], "keys.clients"),
                   (json{{"name", "keys.clients"},
                         {"variable", "TVSA_CLIENT_KEYS"},
-                        {"help", "public keys of those that may connect from other hosts"},
+                        {"help", "public keys of the clients that may connect from other hosts"},
                         {"value", "one,two"},
                         {"origin", file + ":1"}}));
         EXPECT_TRUE(named(answer["settings"], "keys.file")["value"].is_null());

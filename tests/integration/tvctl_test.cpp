@@ -136,7 +136,7 @@ TEST_F(Tvctl, RejectsWrongUsageOfACommand) {
     serve();
     EXPECT_EQ(tvctl({"fail"}), (Outcome{usage, "", "tvctl: usage: fail STATUS\n"}));
     EXPECT_EQ(tvctl({"fail", "often"}), (Outcome{usage, "", "tvctl: usage: fail STATUS\n"}));
-    EXPECT_EQ(tvctl({"fly"}), (Outcome{usage, "", "tvctl: unknown command: fly (help lists them)\n"}));
+    EXPECT_EQ(tvctl({"fly"}), (Outcome{usage, "", "tvctl: unknown command: fly (help lists the commands)\n"}));
 }
 
 TEST_F(Tvctl, RejectsWrongUsageOfItself) {

@@ -50,7 +50,7 @@ TEST_P(AProgram, RejectsARuntimeFolderThatIsAFile) {
 TEST_P(AProgram, RejectsARuntimeFolderThatIsOpenToOthers) {
     ASSERT_EQ(mkdir(runtimeFolder().c_str(), 0700), 0);
     ASSERT_EQ(chmod(runtimeFolder().c_str(), 0750), 0);
-    expectError("open to other users (wanted: mode 0700)");
+    expectError("open to other users (expected: mode 0700)");
     EXPECT_THAT(filesIn(runtimeFolder()), IsEmpty());
 }
 

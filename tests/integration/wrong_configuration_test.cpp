@@ -60,7 +60,7 @@ TEST_P(AConfiguredProgram, RejectsAFileThatIsNestedTooDeeply) {
 
 TEST_P(AConfiguredProgram, RejectsAFileThatIsMissing) {
     environment["TVSA_CONFIG"] = (folder / "none.toml").string();
-    expectError((folder / "none.toml").string() + ": there is no such file, which TVSA_CONFIG names");
+    expectError((folder / "none.toml").string() + ": there is no such file (set by TVSA_CONFIG)");
 }
 
 TEST_P(AConfiguredProgram, RejectsAWrongVariable) {

@@ -83,33 +83,34 @@ TEST_F(ConfigurationFile, RejectsInvalidNumbers) {
         {"[queue]\nmessages = [1]\n", "2: " + wanted + "\"a list\""},
         {"[queue]\nmessages = 2026-01-01\n", "2: " + wanted + "\"2026-01-01\""},
         {"remote.heartbeat_ms = 9\n", "1: remote.heartbeat_ms: not a number from 10 to 60000: \"9\""},
-        {"[run_log]\nqueue = 0\n", "2: run_log.queue: \"0\" is no number above 0"},
+        {"[run_log]\nqueue = 0\n", "2: run_log.queue: \"0\" is not a number above 0"},
         {"[flat_heap]\nmegabytes = 31\n", "2: flat_heap.megabytes: not a number from 32 to 2048: \"31\""},
     });
 }
 
 TEST_F(ConfigurationFile, RejectsANumberInQuotes) {
-    expectErrors({{"[queue]\nmessages = \"12\"\n", "2: queue.messages: a text, not a number: \"12\""}});
+    expectErrors({{"[queue]\nmessages = \"12\"\n", "2: queue.messages: a string, not a number: \"12\""}});
 }
 
 TEST_F(ConfigurationFile, RejectsInvalidTexts) {
     expectErrors({
-        {"[endpoints]\ntv = 7\n", "2: endpoints.tv: not a text: 7"},
-        {"[endpoints]\ntv = \"\"\n", "2: endpoints.tv: not a text: \"\""},
-        {"[endpoints]\ntv = { path = \"/x\" }\n", "2: endpoints.tv: not a text: a table"},
-        {"[endpoints]\ntv = \"/a\\u0000b\"\n", R"(2: endpoints.tv: not a text of printable characters: "/a\x00b")"},
-        {"[endpoints]\nTV = \"/x\"\n", "2: \"TV\" is no service's name in endpoints (small letters, digits, - and _)"},
+        {"[endpoints]\ntv = 7\n", "2: endpoints.tv: not a string: 7"},
+        {"[endpoints]\ntv = \"\"\n", "2: endpoints.tv: not a string: \"\""},
+        {"[endpoints]\ntv = { path = \"/x\" }\n", "2: endpoints.tv: not a string: a table"},
+        {"[endpoints]\ntv = \"/a\\u0000b\"\n", R"(2: endpoints.tv: not a string of printable characters: "/a\x00b")"},
+        {"[endpoints]\nTV = \"/x\"\n",
+         "2: \"TV\" is not a service name in endpoints (lower-case letters, digits, - and _)"},
         {"keys.services.\"a b\" = \"k\"\n",
-         "1: \"a b\" is no service's name in keys.services (small letters, digits, - and _)"},
-        {"[keys]\nclients = \"one\"\n", "2: keys.clients: not a list of texts: \"one\""},
-        {"[keys]\nclients = [\n\"one\",\n2]\n", "4: keys.clients: not a text: 2"},
-        {"[keys]\nclients = [\"one,two\"]\n", "2: keys.clients: not a text without commas: \"one,two\""},
-        {"[keys]\nclients = [\"\"]\n", "2: keys.clients: not a text without commas: \"\""},
+         "1: \"a b\" is not a service name in keys.services (lower-case letters, digits, - and _)"},
+        {"[keys]\nclients = \"one\"\n", "2: keys.clients: not a list of strings: \"one\""},
+        {"[keys]\nclients = [\n\"one\",\n2]\n", "4: keys.clients: not a string: 2"},
+        {"[keys]\nclients = [\"one,two\"]\n", "2: keys.clients: not a string without commas: \"one,two\""},
+        {"[keys]\nclients = [\"\"]\n", "2: keys.clients: not a string without commas: \"\""},
         {"[log]\nformat = \"xml\"\n", "2: log.format: \"xml\" is neither text nor json"},
-        {"[log]\nformat = false\n", "2: log.format: not a text: false"},
+        {"[log]\nformat = false\n", "2: log.format: not a string: false"},
     });
     const std::string path = configure("[log]\nlevels = \"info,loud\"\n");
-    EXPECT_THAT(error(), StartsWith(path + ":2: log.levels: \"loud\": \"loud\" is no level"));
+    EXPECT_THAT(error(), StartsWith(path + ":2: log.levels: \"loud\": \"loud\" is not a level"));
 }
 
 TEST_F(ConfigurationFile, MayNameEndpointsAndKeysOnlyWhenOnlyItsOwnerCanWriteIt) {
@@ -118,7 +119,7 @@ TEST_F(ConfigurationFile, MayNameEndpointsAndKeysOnlyWhenOnlyItsOwnerCanWriteIt)
         for (const mode_t mode : {0664U, 0646U, 0666U}) {
             const std::string path = configure(text, mode);
             EXPECT_THAT(error(), AllOf(StartsWith(path + ":3: "),
-                                       HasSubstr(": other users may write to this file (wanted: mode 0644)")))
+                                       HasSubstr(": other users may write to this file (expected: mode 0644)")))
                 << text;
             configure(text, 0644);
             EXPECT_EQ(error(), "no error") << text;
@@ -173,7 +174,7 @@ TEST_F(ConfigurationFile, CountsOnlyNestedLevels) {
     configure("# " + many + "\nlog.levels = \"warning\" # " + many + "\n[endpoints]\ntv = \"/\\\"" + many +
               "\"\nmm = '/" + many + "'\n[keys]\nclients = [\n\"\"\"\n" + many + "\"\"\"\"\", '''" + many +
               "''']\n[keys.services]\na.b = 1\n");
-    EXPECT_THAT(error(), testing::EndsWith(":11: keys.services.a: not a text: a table"))
+    EXPECT_THAT(error(), testing::EndsWith(":11: keys.services.a: not a string: a table"))
         << "everything before it was accepted";
 }
 

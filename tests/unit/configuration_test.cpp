@@ -182,7 +182,7 @@ TEST_F(Configuration, OverridesTheSystemsFileWithTheUsersValueByValue) {
 
 TEST_F(Configuration, RequiresTheFileThatTheVariableNames) {
     setenv("TVSA_CONFIG", (folder + "/none.toml").c_str(), 1);
-    EXPECT_EQ(errorOf(host::checkConfiguration), folder + "/none.toml: there is no such file, which TVSA_CONFIG names");
+    EXPECT_EQ(errorOf(host::checkConfiguration), folder + "/none.toml: there is no such file (set by TVSA_CONFIG)");
 }
 
 TEST_F(Configuration, ListsEverySettingAndThoseOfConfiguredServices) {
@@ -230,8 +230,8 @@ TEST_F(Configuration, RejectsAWrongVariable) {
         {"TVSA_HEARTBEAT_MS", "9", "not a number from 10 to 60000: \"9\""},
         {"TVSA_HEARTBEAT_MS", "60001", "not a number from 10 to 60000: \"60001\""},
         {"TVSA_HEARTBEAT_MS", "\x1B[2J\n\xFF", R"(not a number from 10 to 60000: "\x1b[2J\x0a\xff")"},
-        {"TVSA_KEY_FILE", "/key\n", R"(not a text of printable characters: "/key\x0a")"},
-        {"TVSA_ENDPOINT_TV", "\x07", R"(not a text of printable characters: "\x07")"},
+        {"TVSA_KEY_FILE", "/key\n", R"(not a string of printable characters: "/key\x0a")"},
+        {"TVSA_ENDPOINT_TV", "\x07", R"(not a string of printable characters: "\x07")"},
     };
     for (const auto& [variable, value, problem] : wrong) {
         setenv(variable.c_str(), value.c_str(), 1);
@@ -253,7 +253,7 @@ TEST_F(Configuration, LetsAProgramStartWithAnInvalidVariableThatHasADefault) {
               "TVSA_FLAT_HEAP_MB: not a number from 32 to 2048: \"wrong\"");
     std::string problem;
     EXPECT_EQ(host::config::numberOf("run_log.queue", problem), 1024U);
-    EXPECT_EQ(problem, "TVSA_RUNLOG_QUEUE: \"wrong\" is no number above 0; 1024 is used");
+    EXPECT_EQ(problem, "TVSA_RUNLOG_QUEUE: \"wrong\" is not a number above 0; 1024 is used");
     EXPECT_EQ(valueOf("log.levels"), "wrong") << "the log uses the items that are valid";
 }
 

@@ -191,9 +191,10 @@ TEST_F(DebugLevels, SetOneModuleOrAllWithLaterItemsWinning) {
 }
 
 TEST_F(DebugLevels, StayAsTheyAreWhenAnItemIsWrong) {
-    EXPECT_EQ(vdlDebugSetLevels("trace,0x0310=loud"),
-              "\"0x0310=loud\": \"loud\" is no level (off, failure, error, warning, info, progress, trace or a number "
-              "up to 65535)");
+    EXPECT_EQ(
+        vdlDebugSetLevels("trace,0x0310=loud"),
+        "\"0x0310=loud\": \"loud\" is not a level (off, failure, error, warning, info, progress, trace or a number "
+        "up to 65535)");
     EXPECT_FALSE(wanted(module, vdlDebugTrace));
     for (const char* text : {"trace,", ",", "x=", "=trace", "0x400=trace", "0x=trace", "0xg=trace", "65536", "-1",
                              "Trace", "a=b=trace", "trace x"})
@@ -216,9 +217,9 @@ TEST_F(DebugLevels, AreKeptForAModuleUntilItHasAName) {
 TEST_F(DebugLevels, AreKeptForABoundedNumberOfModulesByName) {
     vdlDebugNameModule(0x0324, "known-module");
     for (int i = 0; i < 256; ++i) ASSERT_EQ(vdlDebugSetLevels("invented-" + std::to_string(i) + "=off"), "");
-    EXPECT_EQ(
-        vdlDebugSetLevels("0x0324=trace,known-module=trace"),
-        "more than 256 modules have a level by name then; first set one for all modules, which forgets the names");
+    EXPECT_EQ(vdlDebugSetLevels("0x0324=trace,known-module=trace"),
+              "more than 256 modules would have a level by name; first set one for all modules, which removes the "
+              "named ones");
     EXPECT_FALSE(wanted(0x0324, vdlDebugTrace));
     EXPECT_EQ(vdlDebugSetLevels("invented-0=trace,0x0324=info"), "");
     EXPECT_TRUE(wanted(0x0324, vdlDebugProgress));

@@ -241,10 +241,10 @@ TEST_F(DoctorOfShells, AcceptsAShellWhoseClientsAreIdle) {
 
 TEST_F(DoctorOfShells, WarnsOfAShellWhoseClientsAreBusy) {
     const int listener = listenAt(socket);
-    const auto shell = answerOnce(listener, "{\"status\":-11,\"error\":\"the shell has its 16 clients already\"}\n");
+    const auto shell = answerOnce(listener, "{\"status\":-11,\"error\":\"the shell already has 16 clients\"}\n");
     const Diagnosis diagnosis = checkShell(socket, timeout);
     shell.wait();
-    EXPECT_THAT(diagnosis, finds(Severity::warning, "frame-host", "the shell has its 16 clients already"));
+    EXPECT_THAT(diagnosis, finds(Severity::warning, "frame-host", "the shell already has 16 clients"));
     EXPECT_EQ(diagnosis.findings.size(), 1U);
     ::close(listener);
 }

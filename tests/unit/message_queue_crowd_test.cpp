@@ -57,7 +57,7 @@ TEST_F(MessageQueue, EvictsTheOldestOfManySilentClients) {
     startServer();
     std::vector<std::unique_ptr<RawPeer>> silent;
     for (int i = 0; i < 200; ++i) silent.push_back(std::make_unique<RawPeer>(path));
-    EXPECT_TRUE(log.waitFor("rejected: peer sent no hello while 64 others came", 10s));
+    EXPECT_TRUE(log.waitFor("rejected: peer sent no hello while 64 others connected", 10s));
     EXPECT_TRUE(silent.front()->isRejected());
     startClient();
     EXPECT_TRUE(honestClientServed());
@@ -91,7 +91,7 @@ TEST_F(MessageQueue, RejectsANewClientWhenAllSlotsAreTaken) {
     }
     ASSERT_TRUE(eventually([&] { return offered->clients().size() == peers.size(); }));
     EXPECT_TRUE(RawPeer(path).isRejected());
-    EXPECT_TRUE(log.waitFor("client rejected: the service has its 256 clients already", 10s));
+    EXPECT_TRUE(log.waitFor("client rejected: the service already has 256 clients", 10s));
     EXPECT_EQ(serverStatistics().refused, 1U);
     peers.pop_back();
     ASSERT_TRUE(eventually([&] { return offered->clients().size() == peers.size(); }));
@@ -135,7 +135,7 @@ TEST_F(MessageQueue, WritesFewLinesAboutManyRejectedClients) {
         for (const auto& line : log.lines())
             if (std::sscanf(line.text.c_str(), "... and %u more like it: service %%s: client", &some) == 1)
                 all += some;
-            else if (line.text.find("rejected: peer's first bytes are no hello") != std::string::npos)
+            else if (line.text.find("rejected: peer's first bytes are not a hello") != std::string::npos)
                 ++clients;
         return all;
     };

@@ -103,8 +103,8 @@ TEST_F(MessageQueue, LogsTheFirstRefusalAndTheNumberOfLaterOnes) {
     const auto fill = [&] {
         for (const int expected : {0, 0, -11, -11, -11, -11}) EXPECT_EQ(expected, sendNumber(*channel, 1));
     };
-    const std::string first = "service tuner: message 0x00002001 refused: 2 messages (72 bytes) wait already";
-    const std::string others = "service tuner: 3 more messages were refused while others waited";
+    const std::string first = "service tuner: message 0x00002001 refused: 2 messages (72 bytes) are queued already";
+    const std::string others = "service tuner: 3 more messages were refused while the queue was full";
     startClient();
     fill();
     EXPECT_EQ(refusals(), std::vector{first});

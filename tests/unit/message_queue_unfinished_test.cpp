@@ -40,7 +40,7 @@ TEST_F(UnfinishedMessage, EndsTheConnectionWhenTheRestDoesNotArrive) {
     RawPeer peer(path);
     peer.send(beginning(mebibyte, 1000));
     EXPECT_TRUE(peer.isRejected());
-    EXPECT_TRUE(log.waitFor("peer did not finish a message within 100 ms, 1032 bytes of it came", 10s));
+    EXPECT_TRUE(log.waitFor("peer did not finish a message within 100 ms, 1032 bytes of it arrived", 10s));
     EXPECT_EQ(serverStatistics().refused, 1U);
     EXPECT_TRUE(othersAreServed());
 }
@@ -87,7 +87,8 @@ TEST_F(UnfinishedMessage, LeavesMemoryForOthersHoweverManyThereAre) {
     EXPECT_TRUE(othersAreServed());
     EXPECT_TRUE(eventually([&] { return serverStatistics().refused == 37; }));
     EXPECT_TRUE(log.waitFor(
-        "the unfinished messages of process " + std::to_string(getpid()) + " may take 24 MiB and need more", 10s));
+        "the unfinished messages of process " + std::to_string(getpid()) + " need more than their limit of 24 MiB",
+        10s));
 }
 
 // Otherwise a small message could hold the large buffer of an earlier one.

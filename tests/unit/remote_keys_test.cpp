@@ -81,7 +81,7 @@ TEST_F(Keys, AreRejectedWhenOthersMayReadThem) {
     host::writeKeys(file, keys);
     for (const unsigned mode : {0640U, 0604U, 0620U, 0602U, 0601U}) {
         std::filesystem::permissions(file, std::filesystem::perms(mode));
-        EXPECT_THAT(error(), EndsWith(": open to other users (wanted: mode 0600)"));
+        EXPECT_THAT(error(), EndsWith(": open to other users (expected: mode 0600)"));
     }
 }
 
@@ -93,7 +93,7 @@ TEST_F(Keys, AreRejectedWhenTheirFileIsMissingOrAFolder) {
 
 TEST_F(Keys, AreRejectedWhenTheyDoNotMatch) {
     host::writeKeys(file, {host::makeKeys().publicKey, keys.secretKey});
-    EXPECT_THAT(error(), EndsWith(": its keys are no pair of keys"));
+    EXPECT_THAT(error(), EndsWith(": its keys are not a pair"));
 }
 
 TEST_F(Keys, AreRejectedWhenOneIsMissingOrMalformed) {
@@ -102,7 +102,7 @@ TEST_F(Keys, AreRejectedWhenOneIsMissingOrMalformed) {
     write("secret = '" + keys.secretKey + "'\n");
     EXPECT_THAT(error(), EndsWith(": has no \"public\" key"));
     write("public = 'short'\nsecret = 'too'\n");
-    EXPECT_THAT(error(), EndsWith(": its keys are no pair of keys"));
+    EXPECT_THAT(error(), EndsWith(": its keys are not a pair"));
     write("public = 1\nsecret = 2\n");
     EXPECT_THAT(error(), EndsWith(": has no \"public\" key"));
 }

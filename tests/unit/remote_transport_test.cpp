@@ -121,7 +121,7 @@ TEST_F(BetweenHosts, AcceptsAClientWithAKnownKey) {
     const host::LogCapture log({0x0202});
     startBoth();
     EXPECT_TRUE(honestClientServed());
-    EXPECT_TRUE(log.waitFor("came with the key " + remote->keys.publicKey, 10s));
+    EXPECT_TRUE(log.waitFor("authenticated with the key " + remote->keys.publicKey, 10s));
     EXPECT_EQ(0u, serverStatistics().refused);
 }
 
@@ -260,7 +260,7 @@ TEST_F(BetweenHosts, EvictsTheOldestOfManySilentConnections) {
     std::vector<std::unique_ptr<PlainPeer>> silent;
     for (int i = 0; i < 600; ++i) silent.push_back(std::make_unique<PlainPeer>(remote->port));
     EXPECT_TRUE(silent.front()->isRejected());
-    EXPECT_TRUE(log.waitFor("evicted for newer connections before it had proven a key", 10s));
+    EXPECT_TRUE(log.waitFor("evicted for newer connections before it proved a key", 10s));
     startClient();
     EXPECT_TRUE(honestClientServed());
     EXPECT_TRUE(
@@ -277,7 +277,7 @@ TEST_F(BetweenHosts, EvictsTheOldestAndNotTheNewestWhenAllHaveSentSomething) {
         slow.push_back(std::make_unique<PlainPeer>(remote->port));
         slow.back()->send("\x16");
     }
-    EXPECT_TRUE(log.waitFor("evicted for newer connections before it had proven a key", 10s));
+    EXPECT_TRUE(log.waitFor("evicted for newer connections before it proved a key", 10s));
     EXPECT_TRUE(slow.front()->isRejected());
     EXPECT_FALSE(slow.back()->isEndedNow());
 }
@@ -289,7 +289,7 @@ TEST_F(BetweenHosts, EvictsNoConnectionThatHasSentSomethingWhileThereIsASilentOn
     slow.send(std::string("\x16\x03\x01\x02\x00", 5));
     std::vector<std::unique_ptr<PlainPeer>> silent;
     for (int i = 0; i < 300; ++i) silent.push_back(std::make_unique<PlainPeer>(remote->port));
-    EXPECT_TRUE(log.waitFor("evicted for newer connections before it had proven a key", 10s));
+    EXPECT_TRUE(log.waitFor("evicted for newer connections before it proved a key", 10s));
     EXPECT_FALSE(slow.isEndedNow());
 }
 
@@ -371,7 +371,7 @@ TEST_F(BetweenHosts, RequiresItsOwnKeys) {
 
 TEST_F(BetweenHosts, RejectsAKeyFileThatOthersMayRead) {
     std::filesystem::permissions(remote->keyFile, std::filesystem::perms(0644));
-    EXPECT_EQ(serverError(), "key file " + remote->keyFile + ": open to other users (wanted: mode 0600)");
+    EXPECT_EQ(serverError(), "key file " + remote->keyFile + ": open to other users (expected: mode 0600)");
     EXPECT_EQ(clientError(), serverError());
 }
 
@@ -386,7 +386,7 @@ TEST_F(BetweenHosts, RequiresTheKeysOfItsClients) {
 TEST_F(BetweenHosts, RequiresTheKeyOfItsService) {
     unsetenv("TVSA_SERVICE_KEY_TUNER");
     EXPECT_EQ(clientError(), "service tuner is at " + remote->address +
-                                 " and has to prove its key, but keys.services.tuner is not configured");
+                                 " and must prove its key, but keys.services.tuner is not configured");
     RemoteEndpoint::set("TVSA_SERVICE_KEY_TUNER", "any");
     EXPECT_EQ(clientError(), "TVSA_SERVICE_KEY_TUNER: keys.services.tuner: not a key of 44 characters: \"any\"");
 }

@@ -68,7 +68,7 @@ bool readingFails() {
         (void)RunLogAgentImpl::getInstance().readNewest(10);
         return false;
     } catch (const std::runtime_error& error) {
-        return std::string(error.what()).find("its disk does not answer") != std::string::npos;
+        return std::string(error.what()).find("its disk does not respond") != std::string::npos;
     }
 }
 

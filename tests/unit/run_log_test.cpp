@@ -475,7 +475,7 @@ TEST_F(RunLogAgent, ReadsItsQueueLengthFromTheEnvironmentAndReportsAnInvalidOne)
             RunLogAgentImpl::getInstance();
             std::exit(0);
         },
-        testing::ExitedWithCode(0), "TVSA_RUNLOG_QUEUE: \"many\" is no number above 0; 1024 is used");
+        testing::ExitedWithCode(0), "TVSA_RUNLOG_QUEUE: \"many\" is not a number above 0; 1024 is used");
     unsetenv("TVSA_RUNLOG_QUEUE");
 }
 

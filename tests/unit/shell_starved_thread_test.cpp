@@ -174,7 +174,7 @@ TEST_F(ShellWithoutDescriptors, ServesItsClientsAndLaterThoseThatCame) {
     const auto lines = log.lines();
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
                             [](const auto& line) {
-                                return line.text.find("cannot take a shell client: Too many open files") !=
+                                return line.text.find("cannot accept a shell client: Too many open files") !=
                                        std::string::npos;
                             }),
               1);

@@ -149,7 +149,8 @@ TEST_F(ShellCommands, RunWithAnEmptyArgumentWhenTheirOnlyOneIsAString) {
 }
 
 TEST_F(ShellCommands, AreReportedWhenTheyAreUnknown) {
-    EXPECT_EQ(status("fly high"), json({{"status", -ENOSYS}, {"error", "unknown command: fly (help lists them)"}}));
+    EXPECT_EQ(status("fly high"),
+              json({{"status", -ENOSYS}, {"error", "unknown command: fly (help lists the commands)"}}));
     EXPECT_EQ(status("  ").at("status"), -EINVAL);
 }
 
@@ -307,7 +308,7 @@ TEST_F(Shell, RunsTheCommandsOfAClient) {
     EXPECT_TRUE(recorder.askedForJson);
     reply = client.run("fly");
     EXPECT_EQ(reply.status, -ENOSYS);
-    EXPECT_EQ(reply.error, "unknown command: fly (help lists them)");
+    EXPECT_EQ(reply.error, "unknown command: fly (help lists the commands)");
 }
 
 TEST_F_WHERE(support::isRoot(), Shell, IsNotTrustedWhenItBelongsToAnotherUser) {
@@ -454,7 +455,7 @@ TEST_F(Shell, EvictsTheLongestIdleClientWhenAllSlotsAreTaken) {
     EXPECT_EQ(clients[0].run("echo").status, 0);
     const auto reply = clients[1].run("echo");
     EXPECT_EQ(reply.status, -EAGAIN);
-    EXPECT_EQ(reply.error, "the shell has its 16 clients already, and this one was idle the longest");
+    EXPECT_EQ(reply.error, "the shell already has 16 clients, and this one was idle the longest");
     EXPECT_EQ(clients[2].run("echo").status, 0);
 }
 
@@ -535,7 +536,7 @@ TEST_F(Shell, RejectsANewClientWhenNoneIsIdle) {
     late.connect(path);
     const auto reply = late.run("echo");
     EXPECT_EQ(reply.status, -EAGAIN);
-    EXPECT_EQ(reply.error, "the shell has its 16 clients already");
+    EXPECT_EQ(reply.error, "the shell already has 16 clients");
     EXPECT_GT(receiveLine(busy.front()).size(), recorder.text.size());
 }
 
@@ -563,10 +564,10 @@ TEST_F(Shell, EvictsAClientThatHasSentNoRequestForANewOne) {
     ShellClient late;
     late.connect(path);
     EXPECT_EQ(late.run("echo").status, 0);
-    EXPECT_THAT(receiveLine(silent[0]), HasSubstr("it asked for nothing while 64 others came"));
+    EXPECT_THAT(receiveLine(silent[0]), HasSubstr("it sent no request while 64 others connected"));
     EXPECT_EQ(receiveLine(silent[0]), "");
     EXPECT_TRUE(
-        log.waitFor("evicted a shell client: it asked for nothing while 64 others came", std::chrono::seconds(10)));
+        log.waitFor("evicted a shell client: it sent no request while 64 others connected", std::chrono::seconds(10)));
     EXPECT_EQ(first.run("echo").status, 0);
 }
 
@@ -578,7 +579,7 @@ TEST_F(Shell, RejectsAClientThatSendsARequestWhenAllSlotsAreTaken) {
     sendRaw(slow, "{\"line\":");
     const auto busy = busyClients();
     sendRaw(slow, "\"echo\"}\n");
-    EXPECT_THAT(receiveLine(slow), HasSubstr("the shell has its 16 clients already"));
+    EXPECT_THAT(receiveLine(slow), HasSubstr("the shell already has 16 clients"));
     EXPECT_EQ(receiveLine(slow), "");
 }
 

@@ -1,4 +1,4 @@
-// The notifications that the adapter passes on: to every client in order, under the mutex. The results are ignored.
+// Passes notifications on to every client in order, with the mutex held. The results are ignored.
 #include "client-objects.h"
 
 namespace tvservice {

@@ -1,7 +1,7 @@
-// The adapter's two client objects: through them everything that the services send comes back.
+// The adapter's two client objects, which receive everything that the services send.
 //
-// Notifications arrive on the framework's receiving thread, finished answers on the thread that brought the last of
-// them, registrations from anywhere; all serialise on clientMutex, which is held while clients are called. A client
+// Notifications arrive on the framework's receiving thread, finished answers on the thread that delivered the last of
+// them, registrations on any thread. clientMutex serialises all of them and is held while clients are called. A client
 // must therefore not register or remove clients from inside a notification.
 #pragma once
 
@@ -13,15 +13,15 @@
 
 namespace tvservice {
 
-// The TV service's notification sink and the registry of the adapter's clients.
+// Receives the TV service's notifications, and is the registry of the adapter's clients.
 class TvServiceClient : public ClientInterface {
 public:
     ~TvServiceClient() override;
 
-    // The answer to play and stop requests: to the resource manager, which decides what reaches the clients.
+    // Passes the answer to play and stop requests to the resource manager, which decides what clients receive.
     int tvServiceInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
                       const std::vector<TvServiceInfo_t>& infos) override;
-    // All other notifications: to every client, unchanged.
+    // These pass all other notifications unchanged to every client.
     // begin generated: news
     int tvServiceConflictInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
                               const TvServiceConflictInfo_t& info) override;
@@ -73,10 +73,10 @@ public:
                                    std::int32_t progress) override;
     // end generated
 
-    // What the resource manager has for the clients; delivered to each as tvServiceInfo.
+    // Delivers the resource manager's answers to each client as tvServiceInfo.
     virtual int tvServiceInfocb(frame::MsgIds& ids, const frame::TransportInfo& transport,
                                 const std::vector<TvServiceInfo_t>& infos);
-    // 0, or -1 for a known client, an unknown one.
+    // 0, or -1 for a registered, or unknown, client.
     virtual int addClient(boost::shared_ptr<ClientInterface> client);
     virtual int removeClient(boost::shared_ptr<ClientInterface> client);
 
@@ -85,12 +85,12 @@ private:
     thread_safety::Mutex clientMutex;
 };
 
-// The MM service's notification sink. Its registry is kept like the other one's; nothing is ever delivered to it.
+// Receives the MM service's notifications. It has a registry like the other one, but delivers nothing to its clients.
 class MmServiceClient : public mmservice::ClientInterface {
 public:
     ~MmServiceClient() override;
 
-    // The MM service's answer: converted, to the resource manager.
+    // Converts the MM service's answer and passes it to the resource manager.
     int mmServiceInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
                       const std::vector<mmservice::MMServiceInfo_t>& infos) override;
 

@@ -1,5 +1,5 @@
-// The library's log modules get their names when it is loaded, so that their levels can be set before anything is
-// logged.
+// Names the library's log modules when the library is loaded, so that their levels can be set before it logs its first
+// line.
 #include <genrpc/log.h>
 
 namespace {

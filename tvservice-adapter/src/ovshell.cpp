@@ -21,7 +21,7 @@ namespace {
 
 constexpr auto module = genrpc::RegistrarLog;
 
-// Found once, kept for the life of the process. First written when the adapter starts.
+// Looked up once, kept until the process ends. First written when the adapter starts.
 appovshell::Server* shellService = nullptr;
 
 int lookUpShell(boost::shared_ptr<frame::Interface>& reference) {
@@ -74,8 +74,8 @@ void ovRegister::pathswitch() {
     GENRPC_LOG(module, vdlDebugTrace, "Called \n");
     char text[512] = {};
     const std::string argument = svcAppovshell()->getArgument(0);
-    // The argument is the format itself, so "%" in it is interpreted. That is how the command has to behave; nobody but
-    // the developer's own user reaches the shell.
+    // The argument is the format itself, so "%" in it is interpreted. The command is required to behave like this; only
+    // the developer's own user can connect to the shell.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
     std::snprintf(text, sizeof text, argument.c_str());

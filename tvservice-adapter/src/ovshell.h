@@ -1,5 +1,5 @@
-// The debug command "pathswitch": switches what the main screens show, by the way that every application's request
-// goes.
+// The debug command "pathswitch": switches what the main screens show. It takes the same path as the requests of
+// applications.
 #pragma once
 
 namespace appovshell {
@@ -13,12 +13,12 @@ class ModelTvServiceAdapter;
 // The command's registrar. The adapter makes one per process, when it first starts.
 class ovRegister {
 public:
-    // Registers the command. Ends the process when there is no debug shell to be had.
+    // Registers the command. Ends the process when no debug shell is available.
     explicit ovRegister(ModelTvServiceAdapter* adapter);
     ~ovRegister(); // the command stays registered
 
-    // The command's work, on the shell's thread: "hdmi" shows the HDMI input 0, "mm" the external source, anything else
-    // nothing. Prints its argument.
+    // Runs the command, on the shell's thread: "hdmi" shows the HDMI input 0, "mm" the external source, any other
+    // argument nothing. Prints its argument.
     void pathswitch();
 
     ovRegister(const ovRegister&) = delete;
@@ -26,7 +26,7 @@ public:
 
 private:
     int registerCommand();
-    // The process's debug shell, brought up when it is not running yet; null when that fails.
+    // The process's debug shell, which is started if it is not running yet; null when that fails.
     appovshell::Server* svcAppovshell() const;
 
     ModelTvServiceAdapter* adapter;

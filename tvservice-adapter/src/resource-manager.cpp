@@ -31,7 +31,7 @@ constexpr auto module = genrpc::ManagerLog;
 constexpr auto answerLimit = bundleAnswerLimit;
 constexpr std::int32_t newerRequestQueued = 1; // result of a terminal for which a newer request is queued
 
-// Found through the framework when first needed, kept for the life of the process; touched by the worker only.
+// Found through the framework when first needed, kept until the process ends; used by the worker only.
 ServiceInterface* tvServiceIf = nullptr;
 mmservice::ServiceInterface* mmServiceIf = nullptr;
 
@@ -62,7 +62,7 @@ void forgetTerminals(std::vector<TvServiceReq_t>& running, const ResRequests_::R
 
 ResOP_ step(ResOperation op, unsigned response) { return {false, op, static_cast<ResResponse>(response), {}}; }
 
-// A set of services by its two members.
+// A set of services, given as two flags.
 unsigned services(bool mm, bool tv) { return (mm ? ResponseMM : 0U) + (tv ? ResponseTV : 0U); }
 
 } // namespace
@@ -103,7 +103,7 @@ ResManager* ResManager::getResMInstance() {
 }
 
 ResManager::ResManager() : ResManager(WithoutWorker{}) {
-    lrt::RunLogAgentImpl::getInstance(); // made now, so that it serves the worker to its end
+    lrt::RunLogAgentImpl::getInstance(); // created now, so that it outlives the worker
     resThread = std::thread(&ResManager::ResMTask, this);
 }
 
@@ -123,7 +123,7 @@ ResManager::~ResManager() {
 int ResManager::createReqID(const std::vector<TvServiceReq_t>& requests, std::string& reqId) {
     const std::string first = requests.front().reqId;
     if (!std::all_of(requests.begin(), requests.end(), [&](const auto& request) { return request.reqId == first; })) {
-        // Requests of several bundles in one call are a client's programming error, and no answer could be told apart.
+        // Requests of several bundles in one call are a client's programming error: answers could not be assigned.
         GENRPC_LOG(module, vdlDebugFailure, "reqid not equal in tvServiceReq \n");
         std::abort();
     }
@@ -144,9 +144,9 @@ int ResManager::tvServiceReq(frame::MsgIds&, const frame::TransportInfo&, const 
     GENRPC_LOG(module, vdlDebugTrace, "Called\n");
     if (requests.empty()) return 0;
 
-    // What the MM service is believed to play, by the starts handed to it; answers, failures and time-outs do not
-    // correct it. Its lock is held until the bundle is queued, so that bundles are queued in the order of the beliefs
-    // they rest on.
+    // What the MM service is assumed to play, by the starts sent to it; answers, failures and timeouts do not correct
+    // it. The lock is held until the bundle is queued, so that bundles are queued in the order of the assumptions that
+    // they are based on.
     static const auto runningMmReqs = std::make_shared<std::vector<TvServiceReq_t>>();
     static thread_safety::Mutex runningMutex;
     const thread_safety::LockGuard runningLock(runningMutex);
@@ -167,7 +167,7 @@ int ResManager::tvServiceReq(frame::MsgIds&, const frame::TransportInfo&, const 
                    request.terminal.type, request.terminal.id, request.uri.c_str(), request.uuid.c_str());
 
         if (request.uri == stopUri && request.terminal.type != 5) {
-            // Both services stop, and the TV service takes the null source as a start as well.
+            // Both services stop, and the TV service also starts the null source.
             pStop->push_back(request);
             pTvStop->push_back(request);
             pTV->push_back(request);
@@ -199,7 +199,7 @@ int ResManager::tvServiceReq(frame::MsgIds&, const frame::TransportInfo&, const 
             pStop->push_back(request);
             pTvStop->push_back(request);
         } else {
-            // The TV service changes over by itself; the MM service is stopped only where it is believed to play.
+            // The TV service switches by itself; the MM service is stopped only where it is assumed to play.
             pTV->push_back(request);
             request.uri = stopUri;
             for (const TvServiceReq_t& running : *runningMmReqs)
@@ -228,7 +228,7 @@ int ResManager::tvServiceReq(frame::MsgIds&, const frame::TransportInfo&, const 
     GENRPC_LOG(module, vdlDebugTrace, "dump the requests detail pstop size %d, pMM size %d, pTV size %d\n",
                sizeOf(bundle->pStop), sizeOf(bundle->pMM), sizeOf(bundle->pTV));
 
-    // Whatever takes memory comes before the bundle is queued: a call that fails changes neither queue nor belief.
+    // All memory is allocated before the bundle is queued: a call that fails changes neither queue nor assumption.
     std::vector<TvServiceReq_t> started = *pMM;
     runningMmReqs->reserve(runningMmReqs->size() + started.size());
     {
@@ -267,7 +267,7 @@ bool ResManager::onSleep() const {
 
 bool ResManager::waitForWork(thread_safety::UniqueLock& lock) {
     while (onSleep()) {
-        // Every wait has a second of its own: a notification starts the next one and puts the supervision off.
+        // Every wait lasts a second: a notification starts the next one and thus delays the supervision.
         if (resWait(resCond, lock) == std::cv_status::timeout) return false;
     }
     return true;
@@ -288,11 +288,11 @@ void ResManager::send(const Sending& sending, genrpc::Here here) {
     const auto& bundle = sending.bundle;
     const auto& forMm = sending.op == SendingStop ? bundle->pStop : bundle->pMM;
     const auto& forTv = sending.op == SendingStop ? bundle->pTvStop : bundle->pTV;
-    // Requests go out with ids of their own, not with the client's.
+    // Requests are sent with ids of their own, not with the client's.
     frame::MsgIds ids;
     const frame::TransportInfo transport;
-    // What becomes of the sending is not looked at: a bundle that was not sent gets no answer and is dropped in time.
-    // Nor is one service kept from its requests by a shortage of memory on the way to the other.
+    // The result of sending is ignored: a bundle that was not sent gets no answer and is dropped after the limit. If
+    // memory runs out while sending to one service, the other one still gets its requests.
     const auto sendThrough = [&](auto request, const std::vector<TvServiceReq_t>& requests) {
         if (requests.empty()) return;
         try {
@@ -362,9 +362,9 @@ void ResManager::timeoutCheck() {
     GENRPC_LOG(module, vdlDebugWarning, "Found reqid %s,%s,%s timeout 5s, erase it\n", reqId, textOf(front.op),
                textOf(front.response));
 
-    reqQueue.pop_front(); // whatever becomes of the record below
+    reqQueue.pop_front(); // even if the record below fails
 
-    // A main terminal that did not get its live picture is worth a lasting record.
+    // The run log records a main terminal that did not get its live picture.
     if (bundle->pTV) {
         const auto failed = std::find_if(bundle->pTV->begin(), bundle->pTV->end(), [](const auto& request) {
             return request.terminal.type == 0 && request.terminal.id == 0 && !contains(request.uri, stopUri);
@@ -383,7 +383,7 @@ void ResManager::timeoutCheck() {
             GENRPC_LOG(module, vdlDebugWarning,
                        "writeTvRunLog switch channel failed, reason: timeout for response of %s \n", textOf(front.op));
             agent.writeRunLog(record);
-        } catch (const std::exception& error) { // no memory, which must not end the worker
+        } catch (const std::exception& error) { // out of memory, which must not end the worker
             GENRPC_LOG(module, vdlDebugFailure, "no run log record of reqid %s: %s\n", reqId, error.what());
         }
     }
@@ -424,7 +424,7 @@ int ResManager::tvServiceInfo(ResResponse from, frame::MsgIds& ids, const frame:
                    "    '%s'\nUUID_ANCESTOR: '%s'\n\n",
                    textOf(from), info.terminal.type, info.terminal.id, info.result, info.uri.c_str(), info.uuid.c_str(),
                    info.uuidAncestor.c_str());
-    // A list answers one request: the first record speaks for all.
+    // A list answers one request: all records have the id of the first one.
     const std::string& reqId = infos.front().reqId;
     if (reqId.empty()) {
         GENRPC_LOG(module, vdlDebugTrace, "tvServiceInfo req_id empty return\n");
@@ -462,7 +462,7 @@ int ResManager::notifyInfo(ResResponse from, frame::MsgIds& ids, const frame::Tr
     GENRPC_LOG(module, vdlDebugProgress, "Receiving req_id %s,%s,%s, all %s\n", reqId, textOf(front.op), textOf(from),
                textOf(front.response));
 
-    const genrpc::Here here = GENRPC_HERE; // for the lambda that has no name of its own
+    const genrpc::Here here = GENRPC_HERE; // for the lambda, which has no name of its own
     const auto leaveQueue = [&]() TVSA_REQUIRES(resMutex) {
         reqQueue.pop_front();
         resCond.notify_one();
@@ -474,9 +474,9 @@ int ResManager::notifyInfo(ResResponse from, frame::MsgIds& ids, const frame::Tr
         resCond.notify_one();
         return Finished;
     };
-    // Subtracted, not cleared as a bit: a service that answers twice leaves a remainder that the other one's answer
-    // does not bring to zero, and the bundle waits until it is dropped. Only three answers of the MM service pass for
-    // both.
+    // Subtracted, not cleared as a bit: if a service answers twice, the other one's answer does not bring the remainder
+    // to zero, and the bundle waits until it is dropped. Only three answers of the MM service count as one of each
+    // service.
     const auto allThere = [&] {
         front.response = static_cast<ResResponse>(front.response - from);
         return front.response == ResponseNO;
@@ -504,15 +504,15 @@ int ResManager::notifyInfo(ResResponse from, frame::MsgIds& ids, const frame::Tr
     if (front.op == WaitingStart) {
         bundle->pInfo->insert(bundle->pInfo->end(), infos.begin(), infos.end());
         if (!allThere()) return StillWaiting;
-        infos.swap(*bundle->pInfo); // takes no memory: nothing may fail from here on
+        infos.swap(*bundle->pInfo); // allocates nothing: nothing may fail from here on
         return finish();
     }
-    // The answer came before its request was sent.
+    // The answer arrived before its request was sent.
     GENRPC_LOG(module, vdlDebugFailure, "Wrong response req_id %s,%s,%s\n", reqId, textOf(front.op), textOf(from));
     return Refused;
 }
 
-// A stop answer is never refused, whatever its result: what could not be stopped is not a reason not to start.
+// A stop answer is never refused, whatever its result: a failed stop does not prevent the start.
 int ResManager::checkStopResult(frame::MsgIds&, const frame::TransportInfo&, const std::vector<TvServiceInfo_t>&) {
     return 0;
 }
@@ -538,7 +538,7 @@ void ResManager::verifyResult(std::vector<TvServiceInfo_t>& infos) {
     }
 }
 
-// ---- for people ----
+// ---- status ----
 
 std::vector<BundleStatus> ResManager::bundles() {
     const thread_safety::LockGuard lock(resMutex);

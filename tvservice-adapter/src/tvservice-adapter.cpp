@@ -104,14 +104,14 @@ int MmServiceClient::removeClient(boost::shared_ptr<mmservice::ClientInterface> 
     return genrpc::removeClient(clients, client, -1, {module, GENRPC_HERE});
 }
 
-// ---- the adapter's life ----
+// ---- the adapter's life cycle ----
 
 ModelTvServiceAdapter::ModelTvServiceAdapter() { GENRPC_LOG(module, vdlDebugTrace, "Called.\n"); }
 
 ModelTvServiceAdapter::~ModelTvServiceAdapter() {
     GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
-    // The adapter is no service interface, so this takes nothing back: its own registration lasts as long as the
-    // process, like the pointers that applications took out of it.
+    // The adapter is not a service interface, so this unregisters nothing: its own registration lasts as long as the
+    // process, like the pointers that applications got through it.
     unregisterInterface(dynamic_cast<ServiceInterface*>(static_cast<frame::AbstractProcessMember*>(this)));
     GENRPC_LOG(module, vdlDebugTrace, "Called.\n");
     tvClient.reset();
@@ -162,7 +162,7 @@ int ModelTvServiceAdapter::performStarting() {
             GENRPC_LOG(module, vdlDebugProgress, "mmservice-interface pointer = %p.\n", static_cast<void*>(mmService));
         }
     }
-    // Every start makes new client objects; after a stop and a start the proxies deliver to the old ones as well.
+    // Every start creates new client objects; after a stop and a start the proxies deliver to the old ones as well.
     if (mmService != nullptr) {
         mmClient = boost::make_shared<MmServiceClient>();
         mmService->addClient(mmClient);
@@ -206,7 +206,7 @@ int ModelTvServiceAdapter::tvServiceReq(frame::MsgIds& ids, const frame::Transpo
     return ResManager::getResMInstance()->tvServiceReq(ids, transport, requests);
 }
 
-// ---- requests that pass straight through to the TV service; three write no log line ----
+// ---- requests that are passed on to the TV service; three write no log line ----
 
 // begin generated: requests
 int ModelTvServiceAdapter::tvServiceSwapWinReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
@@ -306,7 +306,7 @@ std::vector<BundleStatus> ModelTvServiceAdapter::bundles() const { return ResMan
 
 } // namespace tvservice
 
-// ---- the library's entries ----
+// ---- the library's entry points ----
 
 extern "C" GENRPC_EXPORT void** CreateTvMmService() {
     GENRPC_LOG(genrpc::AdapterLog, vdlDebugTrace, "Called.\n");

@@ -33,7 +33,7 @@ int Proxy::mmServiceReq(frame::MsgIds& ids, const frame::TransportInfo&, const s
 }
 // end generated
 
-// ---- notifications; the misspelt word belongs to the log as it is written, it stays ----
+// ---- notifications; the misspelt log text is intended and must stay ----
 
 // begin generated: handlers
 int Proxy::callMmServiceInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,

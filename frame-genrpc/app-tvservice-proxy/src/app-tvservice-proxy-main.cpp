@@ -145,7 +145,7 @@ int Proxy::tvServiceSourceChanged(frame::MsgIds& ids, const frame::TransportInfo
 }
 // end generated
 
-// ---- notifications; the misspelt word belongs to the log as it is written, it stays ----
+// ---- notifications; the misspelt log text is intended and must stay ----
 
 // begin generated: handlers
 int Proxy::callTvServiceInfo(const frame::MsgMeta&, const frame::TransportInfo& transport, const void* payload,

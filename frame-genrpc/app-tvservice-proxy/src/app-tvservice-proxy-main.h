@@ -105,5 +105,5 @@ public:
 
 } // namespace tvservice
 
-// One proxy in a null-terminated array; array and proxy are the caller's.
+// Creates one proxy in a null-terminated array; the caller owns both.
 extern "C" void** CreateTvServiceProxy();

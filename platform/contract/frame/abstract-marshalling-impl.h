@@ -63,7 +63,7 @@ protected:
 
     // Called by a proxy's constructor.
     void setServiceName(const std::string& name) { serviceName_ = name; }  // the service to connect to
-    void setSendBufferSize(std::size_t bytes) { sendBufferSize_ = bytes; } // first size, not a limit
+    void setSendBufferSize(std::size_t bytes) { sendBufferSize_ = bytes; } // initial size, not a limit
     void setMessageSet(const MessageSet& set) { messageSet_ = set; }
 
 private:

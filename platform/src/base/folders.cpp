@@ -29,7 +29,7 @@ std::string privateFolder(const std::string& folder) {
     if (lstat(folder.c_str(), &status) != 0) refuse(folder, std::system_category().message(errno));
     if (!S_ISDIR(status.st_mode)) refuse(folder, "not a folder");
     if (status.st_uid != geteuid()) refuse(folder, "belongs to another user");
-    if ((status.st_mode & 077) != 0) refuse(folder, "open to other users (wanted: mode 0700)");
+    if ((status.st_mode & 077) != 0) refuse(folder, "open to other users (expected: mode 0700)");
     return folder;
 }
 

@@ -1,4 +1,4 @@
-// The flat heap of hosts whose pointers are wider than a word.
+// The flat heap of hosts whose pointers are wider than 32 bits.
 //
 // Each thread caches free blocks of every size class, so that most allocations and releases use no shared data.
 #include <cstdint>

@@ -38,7 +38,7 @@ char* reserve(std::size_t size) {
         // Kernels without MAP_FIXED_NOREPLACE treat the address as a hint.
         if (region != MAP_FAILED) munmap(region, size);
     }
-    HOST_LOG(vdl, vdlDebugFailure, "no room for a flat heap of %zu MiB below 4 GiB", size / mebibyte);
+    HOST_LOG(vdl, vdlDebugFailure, "no free range of %zu MiB below 4 GiB for the flat heap", size / mebibyte);
     throw std::bad_alloc();
 }
 

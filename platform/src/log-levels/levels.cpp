@@ -82,7 +82,7 @@ std::string parse(std::string_view text, Item& item) {
     const auto value = levelOf(level);
     if (!value)
         return quoted + "\"" + std::string(level) +
-               "\" is no level (off, failure, error, warning, info, progress, trace or a number up to 65535)";
+               "\" is not a level (off, failure, error, warning, info, progress, trace or a number up to 65535)";
     item.level = *value;
     if (equals == std::string_view::npos) {
         item.target = Item::Target::all;
@@ -93,7 +93,7 @@ std::string parse(std::string_view text, Item& item) {
     if (module.starts_with("0x")) {
         const auto value = number<std::uint32_t>(module.substr(2), 16);
         if (!value || *value >= vdlDebugModules)
-            return quoted + "\"" + std::string(module) + "\" is no module number (0x0 to 0x3ff)";
+            return quoted + "\"" + std::string(module) + "\" is not a module number (0x0 to 0x3ff)";
         item.target = Item::Target::number;
         item.module = *value;
     } else {
@@ -130,7 +130,7 @@ std::string apply(const std::vector<Item>& items) {
             byName.insert_or_assign(item.name, item.level);
     if (byName.size() > mostNames)
         return "more than " + std::to_string(mostNames) +
-               " modules have a level by name then; first set one for all modules, which forgets the names";
+               " modules would have a level by name; first set one for all modules, which removes the named ones";
     wanted().byName.swap(byName);
     for (const Item& item : items) {
         switch (item.target) {

@@ -131,7 +131,7 @@ void writeLine(std::uint32_t levelWord, std::string_view text) noexcept {
 
 void vdlDebugOutput0(const vdlDebugChunk& chunk, const char* format, ...) noexcept {
     using namespace host::debug;
-    const int callersErrno = errno; // which %m prints and the caller may still look at
+    const int callersErrno = errno; // %m prints it, and the caller may still need it
     char text[shortText];
     va_list arguments;
     va_start(arguments, format);

@@ -131,7 +131,7 @@ void reportSuppressedLater() noexcept {
     if (reporterRuns.exchange(true)) return;
     try {
         std::thread(reportEverySecond).detach();
-    } catch (const std::exception&) { // no memory, or no thread: the next line of the kind tells
+    } catch (const std::exception&) { // out of memory or threads: the next line of the kind reports
         reporterRuns = false;
     }
 }

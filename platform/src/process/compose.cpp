@@ -41,7 +41,7 @@ void reportLevelErrors(const std::string& errors) {
 
 // Reports invalid levels and applies the others. An invalid configuration file is reported with the first line that is
 // printed.
-void takeConfiguredLevels() {
+void applyConfiguredLevels() {
     nameModule(Module::vdl, "vdl");
     try {
         reportLevelErrors(debug::setValidLevels(setting("log.levels")->text));
@@ -54,7 +54,7 @@ void takeConfiguredLevels() {
     debug::jsonIsWanted = jsonIsConfigured;
     flatHeapMegabytes = configuredHeapMegabytes;
     io::makeTransports = configuredTransports;
-    takeConfiguredLevels();
+    applyConfiguredLevels();
 }
 
 } // namespace

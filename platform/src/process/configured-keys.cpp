@@ -18,7 +18,7 @@ KeyPair ownKeys() { return readKeys(needed("keys.file", "connections to other ho
 
 std::string keyOfService(const std::string& service, const std::string& endpoint) {
     const std::string name = "keys.services." + service;
-    const Setting key = needed(name, "service " + service + " is at " + endpoint + " and has to prove its key");
+    const Setting key = needed(name, "service " + service + " is at " + endpoint + " and must prove its key");
     checkKey(key.text, key.origin + ": " + name);
     return key.text;
 }

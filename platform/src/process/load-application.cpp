@@ -20,7 +20,7 @@ int loadOnFrameworkThread(frame::Process::State& state, const std::string& path)
     }
     void* entry = dlsym(library, "frameCreateApplicationArray");
     if (!entry) {
-        HOST_LOG(frame, vdlDebugFailure, "%s is no application library: %s\n", path.c_str(), dlerror());
+        HOST_LOG(frame, vdlDebugFailure, "%s is not an application library: %s\n", path.c_str(), dlerror());
         return -ENOENT;
     }
     return state.startMembersOf(reinterpret_cast<void** (*)()>(entry), path);

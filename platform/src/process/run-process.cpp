@@ -61,7 +61,7 @@ int runProcess(int (*onReady)(void* context), void* context) {
         if (onReady) result = onReady(context);
         if (!result) state.startQueue();
     } catch (const std::exception& error) {
-        HOST_LOG(frame, vdlDebugFailure, "the process cannot serve: %s\n", error.what());
+        HOST_LOG(frame, vdlDebugFailure, "the process cannot start: %s\n", error.what());
         result = 1;
     }
     if (!result) state.serve();

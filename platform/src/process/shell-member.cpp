@@ -36,7 +36,7 @@ int fail(const std::string& why, int result) {
 const char* adviceFor(int error) {
     switch (error) {
         case EADDRINUSE:
-            return "; another process of this user has it: end that one (tvctl doctor says which it is), or set "
+            return "; another process of this user uses it: end that process (tvctl doctor names it), or set "
                    "RUNTIME_DIRECTORY to another folder for this one";
         case EEXIST:
         case EISDIR:
@@ -45,7 +45,7 @@ const char* adviceFor(int error) {
             return "; something else is there: remove it";
         case EMFILE:
         case ENFILE:
-            return "; there are no descriptors left: allow more of them (ulimit -n)";
+            return "; out of file descriptors: allow more (ulimit -n)";
         default:
             return "; tvctl doctor examines the folder";
     }
@@ -57,18 +57,18 @@ protected:
     int performStarting() override {
         failure().clear();
         if (const int result = AbstractApplication::performStarting(); result != 0) return result;
-        const int result = comeUp();
-        if (result != 0) takeDown();
+        const int result = setUp();
+        if (result != 0) tearDown();
         return result;
     }
 
     int performStopping() override {
-        takeDown();
+        tearDown();
         return AbstractApplication::performStopping();
     }
 
 private:
-    int comeUp() {
+    int setUp() {
         const int opened = attempt([this] { open(host::shellEndpointOf(host::processName()), geteuid()); });
         if (opened != 0) return opened;
         const int registered = registerInterface<Server>(static_cast<Server*>(this), name());
@@ -77,7 +77,7 @@ private:
         return attempt([this] { ShellServer::start(); });
     }
 
-    void takeDown() {
+    void tearDown() {
         ShellServer::stop();
         unregisterInterface<Server>(this);
     }

@@ -84,7 +84,8 @@ int Channel::put(const Outgoing& message, Outbox& outbox, Connection* connection
     const auto full = [&] {
         count(counters.refused);
         if (outbox.addRefusal() == 1)
-            HOST_LOG(io, vdlDebugFailure, "service %s: message 0x%08x refused: %zu messages (%zu bytes) wait already\n",
+            HOST_LOG(io, vdlDebugFailure,
+                     "service %s: message 0x%08x refused: %zu messages (%zu bytes) are queued already\n",
                      service.c_str(), message.meta.messageId, outbox.messages(), outbox.bytes());
         return -11;
     };
@@ -126,7 +127,7 @@ bool Channel::abandon(Connection& connection) {
 void Channel::logRefusals(Outbox& outbox) {
     if (!outbox.empty()) return;
     if (const auto refusals = outbox.takeRefusals(); refusals > 1)
-        HOST_LOG(io, vdlDebugFailure, "service %s: %zu more messages were refused while others waited\n",
+        HOST_LOG(io, vdlDebugFailure, "service %s: %zu more messages were refused while the queue was full\n",
                  service.c_str(), refusals - 1);
 }
 

@@ -45,7 +45,7 @@ private:
     const std::unique_ptr<Connector> connector_;
     frame::IOConnectionListener* const listener_;
     const std::shared_ptr<Outbox> sharedOutbox_;      // outlives the connections
-    Outbox* const outbox_ TVSA_PT_GUARDED_BY(mutex_); // the same
+    Outbox* const outbox_ TVSA_PT_GUARDED_BY(mutex_); // the same object
     std::shared_ptr<Connection> connection_ TVSA_GUARDED_BY(mutex_);
     std::string failure_ TVSA_GUARDED_BY(mutex_);
     boost::asio::steady_timer retryTimer_, deadlineTimer_;

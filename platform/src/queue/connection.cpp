@@ -181,21 +181,21 @@ void Connection::watchProgress() {
     finished_ = false;
     timer_.expires_after(channel_.limits().unfinished / 2);
     timer_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
-        if (!error && !self->closed_) self->orClose([&] { self->judgeProgress(); });
+        if (!error && !self->closed_) self->orClose([&] { self->checkProgress(); });
     });
     watching_ = true;
 }
 
 // Runs twice within the limit. A message fails when there was too little progress both times: if this thread itself was
 // delayed for longer than the limit, data that arrived meanwhile is read before the second time.
-void Connection::judgeProgress() {
+void Connection::checkProgress() {
     watching_ = false;
     const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(channel_.limits().unfinished / 2);
     const std::size_t least = leastBytesPerSecond * static_cast<std::size_t>(time.count()) / 1000;
     const bool isSlow = incoming_.size() > 0 && !yielded_ && !finished_ && arrived_ <= least;
     if (isSlow && wasSlow_) {
         return reject(("peer did not finish a message within " + std::to_string(channel_.limits().unfinished.count()) +
-                       " ms, " + std::to_string(incoming_.size()) + " bytes of it came")
+                       " ms, " + std::to_string(incoming_.size()) + " bytes of it arrived")
                           .c_str());
     }
     wasSlow_ = isSlow;
@@ -256,9 +256,10 @@ void Connection::handleFrame(const char* header, std::uint32_t size, char* body)
     }
     if (size < handler->size) {
         count(channel_.counters.undecodable);
-        HOST_LOG(
-            io, vdlDebugFailure, "service %s: connection %llu: message 0x%08x dropped: it has %u bytes, its form %zu\n",
-            channel_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId, size, handler->size);
+        HOST_LOG(io, vdlDebugFailure,
+                 "service %s: connection %llu: message 0x%08x dropped: it has %u bytes, its form needs %zu\n",
+                 channel_.service.c_str(), static_cast<unsigned long long>(number_), meta.messageId, size,
+                 handler->size);
         return;
     }
     if (const char* fault = unmarshal(*handler->plan, body, size, swap_)) {

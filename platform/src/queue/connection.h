@@ -60,7 +60,7 @@ private:
     void resume() noexcept;
     std::size_t frameBegun();
     void watchProgress();
-    void judgeProgress();
+    void checkProgress();
     template <class Step> void orClose(const Step& step) noexcept;
     bool handleHello();
     bool handleFrames();
@@ -80,7 +80,7 @@ private:
     bool helloSent_ = false, helloReceived_ = false;
     bool ready_ TVSA_GUARDED_BY(channel_.mutex_) = false;
     bool waitingWritable_ TVSA_GUARDED_BY(channel_.mutex_) = false;
-    // Since the last call of judgeProgress:
+    // Since the last call of checkProgress:
     std::size_t arrived_ = 0; // bytes
     bool finished_ = false;   // whether a message was completed
     bool wasSlow_ = false;    // whether progress was too slow at the call before

@@ -61,7 +61,7 @@ Handshake::Handshake(const std::string& service, const frame::MessageSet& messag
     const std::size_t size = fixedBytes + service.size() + messages_.size() * messageBytes;
     if (size > maximumHelloBytes)
         throw std::invalid_argument("service " + service + ": " + std::to_string(messages_.size()) +
-                                    " messages are too many to tell a peer");
+                                    " messages are too many for a hello");
     hello_.reserve(size);
     hello_ += magic;
     put(hello_, byteOrderMark);
@@ -83,7 +83,7 @@ Handshake::Handshake(const std::string& service, const frame::MessageSet& messag
 Handshake::Judgement Handshake::judge(const char* data, std::size_t size) const {
     Judgement incomplete{.verdict = Verdict::Incomplete};
     if (std::string_view(data, std::min(size, magic.size())) != magic.substr(0, size))
-        return refused("peer's first bytes are no hello");
+        return refused("peer's first bytes are not a hello");
     if (size < 12) return incomplete;
     const std::uint32_t mark = load32(data + 4, false);
     const bool swap = mark == __builtin_bswap32(byteOrderMark);

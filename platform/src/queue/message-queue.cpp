@@ -82,7 +82,7 @@ struct MessageQueue::State {
                 proceedAt.reset();
                 proceed();
             } catch (const std::exception& error) {
-                HOST_LOG(io, vdlDebugFailure, "the receiving thread goes on after an error: %s\n", textOf(error));
+                HOST_LOG(io, vdlDebugFailure, "the receiving thread continues after an error: %s\n", textOf(error));
                 io.stop();
             }
         }

@@ -21,9 +21,9 @@ std::size_t totalOf(std::uint64_t heap) {
 // The limit of one peer: what the largest message needs, in whole mebibytes.
 constexpr std::size_t share = (ReceiveBuffer::mostTaken() + mebibyte - 1) / mebibyte * mebibyte;
 
-[[noreturn]] void refuse(const std::string& whose, std::size_t bound) {
-    throw std::runtime_error("the unfinished messages of " + whose + " may take " + std::to_string(bound / mebibyte) +
-                             " MiB and need more");
+[[noreturn]] void refuse(const std::string& owner, std::size_t limit) {
+    throw std::runtime_error("the unfinished messages of " + owner + " need more than their limit of " +
+                             std::to_string(limit / mebibyte) + " MiB");
 }
 
 } // namespace

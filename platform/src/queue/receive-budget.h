@@ -31,7 +31,7 @@ private:
     const std::size_t total_, share_;
     thread_safety::Mutex mutex_;
     std::size_t taken_ TVSA_GUARDED_BY(mutex_) = 0;
-    // Only peers that have taken something: no more than connections.
+    // Only peers that have taken something: at most one for each connection.
     std::map<std::string, std::size_t> takenBy_ TVSA_GUARDED_BY(mutex_);
 };
 

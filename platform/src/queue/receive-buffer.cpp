@@ -25,7 +25,7 @@ ReceiveBuffer::~ReceiveBuffer() {
 
 void ReceiveBuffer::makeRoom(std::size_t frame) {
     compact();
-    if (capacity_ > firstBytes && std::max(frame, size()) <= firstBytes) giveBack();
+    if (capacity_ > firstBytes && std::max(frame, size()) <= firstBytes) shrink();
     if (end_ == capacity_) resize(nextCapacity(capacity_));
 }
 
@@ -36,7 +36,7 @@ void ReceiveBuffer::compact() noexcept {
     begin_ = 0;
 }
 
-void ReceiveBuffer::giveBack() noexcept {
+void ReceiveBuffer::shrink() noexcept {
     try {
         resize(firstBytes);
     } catch (const std::exception&) { // keep the large one

@@ -46,14 +46,14 @@ public:
     // buffer, if there is memory for a small one, once a small one is enough for the frame that has begun, whose size
     // is frame. Throws std::bad_alloc, or std::runtime_error when the budget is used up; the content is then unchanged.
     void makeRoom(std::size_t frame);
-    // Where the next bytes go.
+    // The free space for the next bytes.
     char* room() { return data_ + end_; }
     std::size_t roomSize() const { return capacity_ - end_; }
     void added(std::size_t count) { end_ += count; }
 
 private:
     void compact() noexcept;
-    void giveBack() noexcept;
+    void shrink() noexcept;
     void resize(std::size_t capacity);
 
     const std::string peer_;

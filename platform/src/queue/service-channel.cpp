@@ -24,7 +24,7 @@ ServiceChannel::ServiceChannel(boost::asio::io_context& io, std::unique_ptr<List
                                const std::string& service_, const frame::MessageSet& messages,
                                std::size_t sendBufferBytes, const QueueLimits& limits)
     : Channel(io, service_, messages, sendBufferBytes, limits, true),
-      fullReason_("the service has its " + std::to_string(mostClients) + " clients already"),
+      fullReason_("the service already has " + std::to_string(mostClients) + " clients"),
       listener_(std::move(listener)),
       memoryTimer_(io) {}
 
@@ -64,24 +64,24 @@ void ServiceChannel::onAuthenticated(const char* who) noexcept {
 }
 
 void ServiceChannel::onRejected(const char* reason) noexcept {
-    giveMemoryBackLater();
+    releaseMemoryLater();
     count(counters.refused);
     HOST_LOG(io, vdlDebugFailure, "service %s: client rejected: %s\n", service.c_str(), reason);
 }
 
 // Otherwise clients that connect and send nothing would use up the descriptors.
 void ServiceChannel::evictWithoutHello() {
-    const auto isAwaited = [](const auto& client) { return client->awaitsHello(); };
+    const auto hasNoHello = [](const auto& client) { return client->awaitsHello(); };
     const auto& clients = ownClients();
-    const auto awaited = std::count_if(clients.begin(), clients.end(), isAwaited);
-    if (static_cast<std::size_t>(awaited) <= mostWithoutHello) return;
+    const auto silent = std::count_if(clients.begin(), clients.end(), hasNoHello);
+    if (static_cast<std::size_t>(silent) <= mostWithoutHello) return;
     char why[64];
-    std::snprintf(why, sizeof why, "peer sent no hello while %zu others came", mostWithoutHello);
-    (*std::find_if(clients.begin(), clients.end(), isAwaited))->reject(why);
+    std::snprintf(why, sizeof why, "peer sent no hello while %zu others connected", mostWithoutHello);
+    (*std::find_if(clients.begin(), clients.end(), hasNoHello))->reject(why);
 }
 
 // The C library would keep the memory of many clients for later, tens of mebibytes after many handshakes.
-void ServiceChannel::giveMemoryBackLater() noexcept {
+void ServiceChannel::releaseMemoryLater() noexcept {
 #ifdef __GLIBC__
     if (++gone_ != fewClients) return;
     try {
@@ -103,8 +103,8 @@ void ServiceChannel::onConnectionReady(Connection& client) noexcept {
 }
 
 void ServiceChannel::onConnectionClosed(Connection& client, bool wasReady, bool fault, const char* reason) noexcept {
-    giveMemoryBackLater();
-    const char* what = wasReady ? "disconnected" : fault ? "rejected" : "left before its hello";
+    releaseMemoryLater();
+    const char* what = wasReady ? "disconnected" : fault ? "rejected" : "disconnected before its hello";
     const auto number = static_cast<unsigned long long>(client.number());
     // Two kinds of lines with separate limits, so that normal disconnections do not suppress lines about faults.
     if (fault)

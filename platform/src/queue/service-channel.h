@@ -49,7 +49,7 @@ private:
     const std::vector<std::shared_ptr<Connection>>& ownClients() const noexcept TVSA_NO_THREAD_SAFETY_ANALYSIS {
         return clients_;
     }
-    void giveMemoryBackLater() noexcept;
+    void releaseMemoryLater() noexcept;
 
     const std::string fullReason_;
     std::unique_ptr<Listener> listener_; // until end

@@ -62,7 +62,7 @@ std::string privateText(const std::string& file) {
     if (!opened || fstat(opened.get(), &status) != 0) refuseForError(file);
     if (!S_ISREG(status.st_mode)) refuse(file, "not a file");
     if (status.st_uid != geteuid() && status.st_uid != 0) refuse(file, "belongs to another user");
-    if ((status.st_mode & 077) != 0) refuse(file, "open to other users (wanted: mode 0600)");
+    if ((status.st_mode & 077) != 0) refuse(file, "open to other users (expected: mode 0600)");
     std::string text(longestFile + 1, '\0');
     const ssize_t size = ::read(opened.get(), text.data(), text.size());
     if (size < 0) refuseForError(file);
@@ -97,7 +97,7 @@ std::string remote::publicTextOf(const EVP_PKEY* key) {
 KeyPair makeKeys() {
     Bytes secret;
     if (RAND_priv_bytes(secret.data(), static_cast<int>(secret.size())) != 1)
-        throw std::runtime_error("cannot make keys: the system gives no random bytes");
+        throw std::runtime_error("cannot make keys: the system provides no random bytes");
     const std::string text = textOf(secret);
     return {publicKeyOf(text), text};
 }
@@ -106,7 +106,7 @@ void writeKeys(const std::string& file, const KeyPair& keys) {
     const io::FileDescriptor made(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!made) refuseForError(file);
     const std::string text =
-        "# The keys of this machine. Others are told the public one; nobody else may read this file.\n"
+        "# The keys of this machine. The public one is for other hosts; no other user may read this file.\n"
         "public = '" +
         keys.publicKey + "'\nsecret = '" + keys.secretKey + "'\n";
     const ssize_t written = ::write(made.get(), text.data(), text.size());
@@ -132,7 +132,7 @@ KeyPair readKeys(const std::string& file) {
                "'tvctl keygen " +
                    file + "' and give its public key to the other hosts");
     const std::string publicKey = publicKeyOf(keys.secretKey);
-    if (publicKey.empty() || publicKey != keys.publicKey) refuse(file, "its keys are no pair of keys");
+    if (publicKey.empty() || publicKey != keys.publicKey) refuse(file, "its keys are not a pair");
     return keys;
 }
 

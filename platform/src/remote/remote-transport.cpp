@@ -169,7 +169,7 @@ public:
         try {
             opening->failAfter(attemptLimit, "no answer within 5 s");
             fixed_.empty() ? findAddresses(opening) : opening->connectTo(fixed_);
-        } catch (const std::exception& error) { // no memory, or no thread
+        } catch (const std::exception& error) { // out of memory or threads
             opening->fail(textOf(error));
         }
     }
@@ -178,7 +178,7 @@ private:
     // Resolves the name for each attempt, in a thread of its own: this may take many seconds, and the host may have
     // moved. Each attempt starts with another address, because the first one may not be reachable.
     void findAddresses(const std::shared_ptr<Opening>& opening) {
-        if (!link_->acquire()) return opening->fail("the address of its host is still asked for");
+        if (!link_->acquire()) return opening->fail("the address of its host is still being resolved");
         try {
             std::thread([service = service_, endpoint = endpoint_, hostPort = hostPort_, link = link_,
                          first = attempts_++, waiting = std::weak_ptr(opening)] {
@@ -294,7 +294,7 @@ private:
     void answer(std::unique_ptr<io::Stream> stream, const char* reason, const sockaddr_storage& from) noexcept {
         std::string text;
         try {
-            text = hostOf(from) + (stream ? " came with the " + stream->peer() : std::string(": ") + reason);
+            text = hostOf(from) + (stream ? " authenticated with the " + stream->peer() : std::string(": ") + reason);
         } catch (const std::exception&) { // out of memory
         }
         if (!stream) return user_->onRejected(text.c_str());
@@ -309,7 +309,7 @@ private:
         const auto silent =
             std::find_if(openings_.begin(), newest, [](const auto& opening) { return !opening->hasReceived(); });
         const auto evicted = silent != newest ? *silent : openings_.front();
-        evicted->fail("evicted for newer connections before it had proven a key");
+        evicted->fail("evicted for newer connections before it proved a key");
     }
 
     boost::asio::io_context& io_;
@@ -365,12 +365,12 @@ std::unique_ptr<io::Listener> Transport::listenerAt(const std::string& service, 
 void Transport::beginShutdown() { shared_->stopping = true; }
 
 void Transport::endShutdown() noexcept {
-    constexpr std::chrono::milliseconds look = 10ms; // interval of checking the others while the first peer is slow
+    constexpr std::chrono::milliseconds interval = 10ms; // between checks of the others while the first peer is slow
     const auto deadline = Clock::now() + flushTimeout;
     auto& sockets = shared_->stopped;
     for (; !sockets.empty() && Clock::now() < deadline; std::erase_if(sockets, hasEnded)) {
         pollfd first{sockets.front().get(), POLLIN, 0};
-        (void)::poll(&first, 1, static_cast<int>(look.count()));
+        (void)::poll(&first, 1, static_cast<int>(interval.count()));
     }
     sockets.clear();
 }

@@ -116,12 +116,12 @@ void TlsStream::receive(char* room, std::size_t size, User user) {
     if (!room_) watch(user);
     room_ = room;
     size_ = size;
-    bool here;
+    bool ready;
     {
         thread_safety::LockGuard lock(mutex_);
-        here = over_ || session_->hasInput();
+        ready = over_ || session_->hasInput();
     }
-    continueAfter(here ? Progress::again : Progress::needsInput, user);
+    continueAfter(ready ? Progress::again : Progress::needsInput, user);
 }
 
 // Reads all records that have arrived, at most what fits into the session's buffer; then others have their turn.

@@ -17,7 +17,7 @@
 namespace host::remote {
 namespace {
 
-// The library's own bound is 100 KiB; a certificate with nothing but a key has some 250 bytes.
+// The library's own limit is 100 KiB; a certificate with nothing but a key has some 250 bytes.
 constexpr long longestCertificate = 2048;
 // The library reports an alert of the peer as an error with this number plus the alert's.
 constexpr int firstAlertFault = SSL_AD_REASON_OFFSET;

@@ -101,8 +101,9 @@ bool RunLogAgentImpl::flush() { return state_->queue.flush(longestWait); }
 
 std::vector<RunLogRecord> RunLogAgentImpl::readNewest(std::size_t count) {
     if (!flush())
-        throw std::runtime_error(storePath() + ": the newest records are not stored yet, its disk does not answer; " +
-                                 "try again, or see what is wrong with the disk");
+        throw std::runtime_error(storePath() +
+                                 ": the newest records are not stored yet, because its disk does not respond; " +
+                                 "try again, or check the disk");
     try {
         return RunLogStore::readNewest(storePath(), count);
     } catch (const std::exception& error) {

@@ -31,7 +31,7 @@ void RunLogQueue::write(const RunLogRecord& record) noexcept {
             changed_.notify_all();
             return;
         }
-    } catch (...) { // no memory, or no thread; the next record tries again
+    } catch (...) { // out of memory or threads; the next record tries again
     }
     dropped_.fetch_add(1, std::memory_order_relaxed);
 }

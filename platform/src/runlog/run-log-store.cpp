@@ -55,7 +55,7 @@ void keepPrivate(const std::string& path) {
         struct stat status {};
         if (stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode) || (status.st_mode & 0777) == 0600) continue;
         if (chmod(file.c_str(), 0600) != 0 && errno != ENOENT)
-            HOST_LOG(runlog, vdlDebugWarning, "%s: stays open to other users (wanted: mode 0600): %m", file.c_str());
+            HOST_LOG(runlog, vdlDebugWarning, "%s: stays open to other users (expected: mode 0600): %m", file.c_str());
     }
 }
 

@@ -47,7 +47,7 @@ Files readFiles() {
     for (auto path = all.rbegin(); path != all.rend(); ++path)
         result.files.insert(result.files.begin(), {*path, addFile(*path, result.values)});
     if (!variable(fileVariable).empty() && !result.files[0].found)
-        throw ConfigurationError(result.files[0].path + ": there is no such file, which " + fileVariable + " names");
+        throw ConfigurationError(result.files[0].path + ": there is no such file (set by " + fileVariable + ")");
     return result;
 }
 

@@ -85,10 +85,10 @@ private:
             const Known* const known = findKnown(name);
             if (!known) refuse(key, place);
             if (known->perService() && !isServiceName(key.str()))
-                failAt(key.source(), quoted(key.str()) + " is no service's name in " +
-                                         place.substr(0, place.size() - 1) + " (small letters, digits, - and _)");
+                failAt(key.source(), quoted(key.str()) + " is not a service name in " +
+                                         place.substr(0, place.size() - 1) + " (lower-case letters, digits, - and _)");
             if (known->trusted && writableByOthers_)
-                failAt(key.source(), name + ": other users may write to this file (wanted: mode 0644)");
+                failAt(key.source(), name + ": other users may write to this file (expected: mode 0644)");
             values_.insert_or_assign(name, Setting{textOf(*known, name, value), originOf(value.source())});
         }
     }
@@ -116,23 +116,23 @@ private:
     }
 
     std::string listOf(const std::string& name, const toml::node& value) const {
-        if (!value.is_array()) failAt(value.source(), name + ": not a list of texts: " + shown(value));
+        if (!value.is_array()) failAt(value.source(), name + ": not a list of strings: " + shown(value));
         std::string list;
         for (const toml::node& item : *value.as_array()) {
             const auto text = item.value_exact<std::string>();
-            if (!text) failAt(item.source(), name + ": not a text: " + shown(item));
+            if (!text) failAt(item.source(), name + ": not a string: " + shown(item));
             if (text->empty() || text->find(',') != std::string::npos)
-                failAt(item.source(), name + ": not a text without commas: " + shown(item));
+                failAt(item.source(), name + ": not a string without commas: " + shown(item));
             list += (list.empty() ? "" : ",") + *text;
         }
         return list;
     }
 
     static std::string wrongType(const Known& known, const toml::node& value) {
-        if (known.kind != Kind::number) return "not a text: " + shown(value);
+        if (known.kind != Kind::number) return "not a string: " + shown(value);
         const auto text = value.value_exact<std::string>();
         // The value would be valid without its quotes.
-        if (text && known.problemOf(*text).empty()) return "a text, not a number: " + quoted(*text);
+        if (text && known.problemOf(*text).empty()) return "a string, not a number: " + quoted(*text);
         return known.problemOf(text ? *text : shown(value));
     }
 

@@ -22,39 +22,36 @@ constexpr QueueLimits usualLimits;
 constexpr Known table[] = {
     {.name = "endpoints.",
      .variable = "TVSA_ENDPOINT_",
-     .help = "where a service is: path of a socket or tcp://HOST:PORT",
+     .help = "address of a service: socket path or tcp://HOST:PORT",
      .kind = Kind::endpoint,
      .trusted = true},
-    {.name = "keys.file",
-     .variable = "TVSA_KEY_FILE",
-     .help = "file with this machine's own pair of keys",
-     .trusted = true},
+    {.name = "keys.file", .variable = "TVSA_KEY_FILE", .help = "file with this machine's key pair", .trusted = true},
     {.name = "keys.clients",
      .variable = "TVSA_CLIENT_KEYS",
-     .help = "public keys of those that may connect from other hosts",
+     .help = "public keys of the clients that may connect from other hosts",
      .kind = Kind::texts,
      .trusted = true},
     {.name = "keys.services.",
      .variable = "TVSA_SERVICE_KEY_",
-     .help = "public key that a service on another host has to prove",
+     .help = "public key of a service on another host, which the service must prove",
      .trusted = true},
     {.name = "remote.heartbeat_ms",
      .variable = "TVSA_HEARTBEAT_MS",
-     .help = "milliseconds between the signs of life of a connection to another host",
+     .help = "milliseconds between heartbeats on a connection to another host",
      .kind = Kind::number,
      .least = 10,
      .most = 60000,
      .number = 1000},
     {.name = "queue.messages",
      .variable = "TVSA_QUEUE_MESSAGES",
-     .help = "messages that may wait per connection",
+     .help = "maximum number of queued messages per connection",
      .kind = Kind::number,
      .least = 1,
      .most = longestCount,
      .number = usualLimits.messages},
     {.name = "queue.bytes",
      .variable = "TVSA_QUEUE_BYTES",
-     .help = "bytes that may wait per connection",
+     .help = "maximum number of queued bytes per connection",
      .kind = Kind::number,
      .least = 1,
      .most = longestCount,
@@ -68,14 +65,14 @@ constexpr Known table[] = {
      .number = usualLimits.wait.count()},
     {.name = "queue.unfinished_ms",
      .variable = "TVSA_QUEUE_UNFINISHED_MS",
-     .help = "milliseconds that a message may stay unfinished without progress",
+     .help = "milliseconds that a partly received message may make no progress",
      .kind = Kind::number,
      .least = 100,
      .most = longestCount,
      .number = usualLimits.unfinished.count()},
     {.name = "run_log.queue",
      .variable = "TVSA_RUNLOG_QUEUE",
-     .help = "run log records that may wait to be stored",
+     .help = "maximum number of run log records queued for storage",
      .kind = Kind::number,
      .replaceable = true,
      .least = 1,
@@ -83,7 +80,7 @@ constexpr Known table[] = {
      .number = 1024},
     {.name = "flat_heap.megabytes",
      .variable = "TVSA_FLAT_HEAP_MB",
-     .help = "size of the flat heap on 64-bit hosts",
+     .help = "mebibytes of memory for messages on 64-bit hosts",
      .kind = Kind::number,
      .replaceable = true,
      .least = 32,
@@ -97,7 +94,7 @@ constexpr Known table[] = {
      .usual = "warning"},
     {.name = "log.format",
      .variable = "TVSA_LOG_FORMAT",
-     .help = "text, or json for an object per line",
+     .help = "text, or json for one object per line",
      .kind = Kind::format,
      .replaceable = true,
      .usual = "text"},
@@ -120,7 +117,7 @@ std::string problemOfNumber(const Known& known, const std::string& text) {
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, value);
     if (error == std::errc() && rest == end && value >= known.least && value <= known.most) return {};
-    if (known.most == noBound) return quoted(text) + " is no number above 0";
+    if (known.most == noBound) return quoted(text) + " is not a number above 0";
     return "not a number from " + std::to_string(known.least) + " to " + std::to_string(known.most) + ": " +
            quoted(text);
 }
@@ -150,11 +147,11 @@ std::optional<std::string> Known::builtIn() const {
 
 std::string Known::problemOf(const std::string& text) const {
     if (kind == Kind::number) return problemOfNumber(*this, text);
-    if (printable(text) != text) return "not a text of printable characters: " + quoted(text);
+    if (printable(text) != text) return "not a string of printable characters: " + quoted(text);
     if (kind == Kind::levels) return problemOfLevels(text);
     if (kind == Kind::format) return text == "text" || text == "json" ? "" : quoted(text) + " is neither text nor json";
     if (kind == Kind::texts) return text.empty() ? "" : problemOfTexts(text);
-    if (text.empty()) return "not a text: \"\"";
+    if (text.empty()) return "not a string: \"\"";
     return kind == Kind::endpoint ? problemOfEndpoint(text) : "";
 }
 

@@ -32,7 +32,7 @@ bool isInteger(const std::string& text) {
     return result.ec == std::errc() && result.ptr == end;
 }
 
-// Whether a word of a help text names an argument: it has capitals and no small letters.
+// Whether a word of a help text names an argument: it has upper-case and no lower-case letters.
 bool namesArgument(std::string_view word) {
     const auto isCapital = [](char c) { return c >= 'A' && c <= 'Z'; };
     const auto isSmall = [](char c) { return c >= 'a' && c <= 'z'; };

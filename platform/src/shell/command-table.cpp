@@ -108,10 +108,10 @@ private:
 template <class Line> CommandTable::Result CommandTable::run(const Line& line, Invocation& invocation) {
     const auto first = takeWords(line, 1);
     if (first.error) return {-EINVAL, first.error};
-    if (first.words.empty()) return {-EINVAL, "no command (help lists them)"};
+    if (first.words.empty()) return {-EINVAL, "no command (help lists the commands)"};
     const auto& word = first.words[0];
     const Command* command = find(word);
-    if (!command) return {-ENOSYS, "unknown command: " + word + " (help lists them)"};
+    if (!command) return {-ENOSYS, "unknown command: " + word + " (help lists the commands)"};
 
     const auto& specification = command->specification;
     // One word more than the command takes, to detect too many; with "...", the rest belongs to the command.

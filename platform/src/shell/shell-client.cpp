@@ -81,7 +81,7 @@ ShellReply receiveReply(int socket, Clock::time_point deadline) {
         std::size_t begin = 0;
         for (auto end = input.find('\n', searched); end != std::string::npos; end = input.find('\n', begin)) {
             if (takeLine(std::string_view(input).substr(begin, end - begin), reply)) {
-                if (end + 1 != input.size()) throw ShellError(Kind::BadData, "more came than one answer");
+                if (end + 1 != input.size()) throw ShellError(Kind::BadData, "unexpected data after the answer");
                 return reply;
             }
             begin = end + 1;

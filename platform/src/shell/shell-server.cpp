@@ -95,10 +95,10 @@ private:
     void drop(Client& client) noexcept;
 
     // Created in advance, because they may be needed when memory has run out.
-    const std::string full_ = "the shell has its " + std::to_string(maximumClients) + " clients already";
+    const std::string full_ = "the shell already has " + std::to_string(maximumClients) + " clients";
     const std::string idle_ = full_ + ", and this one was idle the longest";
-    const std::string silent_ =
-        "the shell evicted this client: it asked for nothing while " + std::to_string(maximumSilent) + " others came";
+    const std::string silent_ = "the shell evicted this client: it sent no request while " +
+                                std::to_string(maximumSilent) + " others connected";
     ShellServer& shell_;
     const uid_t user_;
     boost::asio::io_context io_{1};
@@ -146,7 +146,7 @@ void ShellServer::Clients::serve() noexcept {
 }
 
 void ShellServer::Clients::onCannotAccept(const char* reason) noexcept {
-    HOST_LOG(shell, vdlDebugWarning, "cannot take a shell client: %s\n", reason);
+    HOST_LOG(shell, vdlDebugWarning, "cannot accept a shell client: %s\n", reason);
 }
 
 void ShellServer::Clients::onStalled(const char* reason) noexcept {
@@ -276,7 +276,7 @@ bool ShellServer::Clients::takeSlot() {
 
 // Clients that connect but send no request must not block others.
 void ShellServer::Clients::evictSilent() noexcept {
-    HOST_LOG(shell, vdlDebugWarning, "evicted a shell client: it asked for nothing while %zu others came\n",
+    HOST_LOG(shell, vdlDebugWarning, "evicted a shell client: it sent no request while %zu others connected\n",
              maximumSilent);
     evict(**std::find_if(clients_.begin(), clients_.end(), [](const auto& client) { return !client->asked; }), silent_);
 }
@@ -301,14 +301,14 @@ void ShellServer::Clients::reject(Client& client) {
 // Reports out of memory to a client whose connection is closed for it, unless part of an answer has been sent.
 void ShellServer::Clients::reportOutOfMemory(int socket, bool maySend) noexcept {
     constexpr char text[] = "{\"status\":-12,\"error\":\"the shell is out of memory\"}\n";
-    HOST_LOG(shell, vdlDebugWarning, "ended the connection to a shell client: out of memory\n");
+    HOST_LOG(shell, vdlDebugWarning, "closed the connection to a shell client: out of memory\n");
     if (maySend) ::send(socket, text, sizeof text - 1, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 void ShellServer::Clients::send(Client& client, const std::string& text) {
     // An answer may have any length if the client has read all others: a command's output is limited anyway.
     if (!client.unsent.empty() && client.unsent.size() + text.size() > maximumUnsent) {
-        HOST_LOG(shell, vdlDebugWarning, "ended the connection to a shell client that does not read its answers\n");
+        HOST_LOG(shell, vdlDebugWarning, "closed the connection to a shell client that does not read its answers\n");
         client.lost = true;
         return;
     }

@@ -81,7 +81,7 @@ ListeningSocket listeningFor(const std::string& service, const std::string& path
     } catch (const std::system_error& error) {
         if (error.code().value() != EADDRINUSE) throw;
         throw std::runtime_error("service " + service + " is already offered at " + path +
-                                 " by another process of this user: end that one (tvctl doctor says which it is), or "
+                                 " by another process of this user: end that process (tvctl doctor names it), or "
                                  "set RUNTIME_DIRECTORY to another folder for this one");
     }
 }

@@ -1,4 +1,4 @@
-// A look at the resource manager's queue, for people and tools.
+// The state of the resource manager's queue, for users and tools.
 #pragma once
 
 #include <tvservice/core-records.h>
@@ -14,16 +14,16 @@ struct BundleStep {
     std::string awaited;   // "ResResponse::ResponseTV"
 };
 
-// The limit for the answers of one sending. A bundle that is over it is overdue; it is dropped once the manager has
-// heard nothing for a second: no new request, and no answer that lets a bundle advance.
+// The time limit for the answers to one sending. A bundle that exceeds it is overdue; it is dropped once the manager
+// has received nothing for a second: no new request, and no answer that lets a bundle advance.
 inline constexpr std::chrono::seconds bundleAnswerLimit{5};
 
 struct BundleStatus {
     std::string reqId;
-    std::vector<BundleStep> steps; // still to do; the first is under way
-    // What it plays or stops something on, those of the MM service first.
+    std::vector<BundleStep> steps; // not completed yet; the first is the current one
+    // The terminals that it plays or stops on, those of the MM service first.
     std::vector<TvServiceTerminal_t> terminals{};
-    // How long its answers have been awaited, from the sending on; 0 when nothing is awaited.
+    // The time since the sending, while its answers are awaited; 0 when none are awaited.
     std::chrono::milliseconds waited{0};
 };
 

@@ -1,4 +1,4 @@
-// The adapter: what the receiver's applications use to have something shown on a display terminal.
+// The adapter: the receiver's applications use it to show something on a display terminal.
 //
 // An application looks the adapter up under interfaceKey and calls it directly:
 //
@@ -38,22 +38,22 @@ public:
     int performStarting() override;
     int performStopping() override;
 
-    // Registers who wants answers and notifications. Clients are named by the object, whichever pointer holds it. 0, or
-    // -1 for a client that is known already, that is not known. Not from inside a notification.
+    // Registers, or removes, a client for answers and notifications. Clients are identified by their object, whichever
+    // pointer holds it. Returns 0, or -1 for a registered, or unknown, client. Not from inside a notification.
     int addClient(boost::shared_ptr<ClientInterface> client);
     int removeClient(boost::shared_ptr<ClientInterface> client);
 
-    // Plays or stops on terminals: one bundle, carried out after those before it. The requests carry one common request
-    // id or none (the adapter then makes one); mixed ids end the process. 0 once the bundle is queued; the outcome
-    // comes to the clients as tvServiceInfo. A bundle whose answers stay out for more than 5 seconds is dropped without
-    // a notification, but not before a second has passed without a new request: all bundles behind it wait until then.
-    // What follows key presses asks through a Zapper (zapper.h).
+    // Plays or stops on terminals: one bundle, executed after those before it. The requests have one common request id
+    // or none (the adapter then generates one); mixed ids end the process. Returns 0 once the bundle is queued; clients
+    // receive the outcome as tvServiceInfo. A bundle whose answers are missing for more than 5 seconds is dropped
+    // without a notification, but only after a second without a new request: all bundles behind it wait until then.
+    // Requests that follow key presses should go through a Zapper (zapper.h).
     int tvServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                      const std::vector<TvServiceReq_t>& requests);
 
-    // All other requests pass unchanged to the TV service: they answer what sending them answered (0 once the request
-    // is on its way) and what becomes of them comes to the clients as the notification named. Not before the adapter
-    // has started with the TV service's proxy in its process.
+    // All other requests are passed unchanged to the TV service. They return the result of sending (0 once the request
+    // is on its way), and clients receive the outcome as the notification named. Not before the adapter has started
+    // with the TV service's proxy in its process.
 
     // begin generated: requests
     // Swaps what two windows show: tvServiceSwapWinInfo.
@@ -87,14 +87,14 @@ public:
     int tvServiceAskReleaseReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                                const TvServiceAskReleaseReq_t& request);
 
-    // A key for the application that the broadcast brings along: tvServiceBroadcastApplictionInfo.
+    // Sends a key to the application in the broadcast: tvServiceBroadcastApplictionInfo.
     int tvServiceSendKeyReq(frame::MsgIds& ids, const frame::TransportInfo& transport, const std::string& key);
 
     // The list of services has changed: tvServiceStatusInfo.
     int tvServiceSListChangedInd(frame::MsgIds& ids, const frame::TransportInfo& transport,
                                  const TvServiceSListChangedInd_t& indication);
 
-    // Tries whether something could be played: tvServicePlayInfo.
+    // Tests whether something could be played: tvServicePlayInfo.
     int tvServiceTryRunReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
                            const TvServiceTryRunRequestParams_t& params);
 
@@ -117,7 +117,7 @@ public:
     int tvServiceSourceChanged(frame::MsgIds& ids, const frame::TransportInfo& transport, const std::string& source);
     // end generated
 
-    // The bundles under way and waiting, for people and tools.
+    // The current bundle and the queued ones, for users and tools.
     std::vector<BundleStatus> bundles() const;
 
 private:

@@ -1,5 +1,5 @@
-// What a Zapper (zapper.h) asks for next and what became of it. Knows neither the adapter nor a thread, and is handed
-// its clock, so that a test or a simulation can play it in a time of its own.
+// Decides what a Zapper (zapper.h) requests next, and reports the outcomes. Depends on neither the adapter nor a
+// thread, and gets its clock from outside, so that a test or a simulation can control the time.
 #pragma once
 
 #include <tvservice-adapter/bundle-status.h>
@@ -23,23 +23,23 @@
 
 namespace tvservice {
 
-// What became of a request. Every request that want() accepted gets exactly one, unless the queue ends first.
+// The outcome of a request. Every request that want() accepted gets exactly one, unless the queue ends first.
 struct ZapOutcome {
     enum class Kind {
-        answered, // `result` is the answer's
-        dropped,  // sent, and given up by the adapter because its answer did not come in time
-        replaced, // never sent: a newer request for its terminal took its place
-        notSent,  // the adapter could not take it, because it ran out of memory
+        answered, // `result` is that of the answer
+        dropped,  // sent, and dropped by the adapter because its answer did not arrive in time
+        replaced, // never sent: a newer request for its terminal replaced it
+        notSent,  // the adapter could not queue it, because it ran out of memory
     };
     Kind kind;
     const TvServiceReq_t& request; // as it was or would have been sent; valid during the call
     std::int32_t result = 0;
 };
 
-// At most one request is under way; for every other wanted terminal the newest request waits, in the order in which the
-// terminals were first wanted. The adapter carries out one request after the other in any case, so holding them back
-// costs nothing, and the adapter hears nothing from here while an answer is overdue.
-//
+// At most one request is pending at the adapter. For every other terminal with requests, the newest one is queued here,
+// in the order in which the terminals were first requested. The adapter executes one request after the other in any
+// case, so queueing the others here costs nothing. While an answer is overdue, the adapter receives no requests from
+// here.
 // All functions may be called from any thread, and from inside each function of Surroundings. None of those is called
 // with a lock held.
 class ZapQueue {
@@ -48,19 +48,19 @@ public:
 
     // The adapter drops no request earlier than this after it was sent.
     static constexpr std::chrono::seconds answerLimit = bundleAnswerLimit;
-    // Terminals for which a request may wait.
+    // The maximum number of terminals with a queued request.
     static constexpr std::size_t mostWaiting = 256;
-    // A request's id is this, what tells the queue from others, and a number that counts the queue's requests.
+    // A request's id is this, a part that is unique to the queue, and a number that counts the queue's requests.
     static constexpr const char* idBeginning = "zap-";
-    static constexpr int tooManyWaiting = -11, hasEnded = -108; // what want() refuses with
+    static constexpr int tooManyWaiting = -11, hasEnded = -108; // errors of want()
 
     struct Surroundings {
-        // Hands a request to the adapter: 0 when it is queued there. What it throws means that it is not.
+        // Passes a request to the adapter: 0 when it is queued there. An exception means that it is not.
         std::function<int(const TvServiceReq_t&)> send;
-        // Whether the adapter still has a request, by its id. What it throws means that nobody knows: asked again.
+        // Whether the adapter still has a request, by its id. After an exception it is called again later.
         std::function<bool(const std::string& reqId)> hasRequest;
         std::function<Clock::time_point()> now;
-        // Takes an outcome; may be empty, must not throw.
+        // Receives an outcome; may be empty, must not throw.
         std::function<void(const ZapOutcome&)> report;
     };
 
@@ -69,8 +69,8 @@ public:
     ZapQueue(const ZapQueue&) = delete;
     ZapQueue& operator=(const ZapQueue&) = delete;
 
-    // Makes a request the newest wanted one of its terminal; its reqId is replaced. 0, tooManyWaiting or hasEnded.
-    // Throws when there is no memory, and has then changed nothing.
+    // Makes a request the newest one of its terminal; its reqId is replaced. Returns 0, tooManyWaiting or hasEnded.
+    // Throws when memory runs out; nothing has changed then.
     int want(TvServiceReq_t request) {
         request.reqId = idPrefix_ + std::to_string(++lastId_);
         Request made = std::make_shared<const TvServiceReq_t>(std::move(request));
@@ -91,7 +91,7 @@ public:
         return 0;
     }
 
-    // Forgets what waits for a terminal, for which the caller is about to send a newer request by another way.
+    // Removes the queued request for a terminal, to which the caller is about to send a newer one without this queue.
     void forget(const TvServiceTerminal_t& terminal) {
         Request forgotten;
         {
@@ -104,7 +104,7 @@ public:
         report({ZapOutcome::Kind::replaced, *forgotten});
     }
 
-    // Takes an answer, as the adapter's clients get it. Answers to other requests, and late ones, change nothing.
+    // Handles an answer as the adapter's clients receive it. Late answers and those to other requests have no effect.
     void answer(const std::vector<TvServiceInfo_t>& infos) {
         if (infos.empty()) return;
         Request answered;
@@ -121,7 +121,7 @@ public:
         sendNext();
     }
 
-    // Looks whether the adapter has dropped the request under way. To be called now and then; see waitToLook().
+    // Checks whether the adapter has dropped the pending request. To be called periodically; see waitToLook().
     void look() {
         const Clock::time_point now = surroundings_.now();
         Request overdue;
@@ -132,15 +132,15 @@ public:
         }
         try {
             if (surroundings_.hasRequest(overdue->reqId)) return;
-        } catch (const std::exception&) { // no memory to ask: the next look asks again
+        } catch (const std::exception&) { // out of memory: the next look() tries again
             return;
         }
-        if (!take(overdue)) return; // its answer was on its way
+        if (!take(overdue)) return; // its answer has arrived in the meantime
         report({ZapOutcome::Kind::dropped, *overdue});
         sendNext();
     }
 
-    // For the thread that looks: waits while nothing is under way, then for the interval. False once the queue ended.
+    // For the thread that calls look(): waits for a pending request, then for the interval. False once the queue ended.
     bool waitToLook(Clock::duration interval) {
         thread_safety::UniqueLock lock(mutex_);
         changed_.wait(lock, [&]() TVSA_REQUIRES(mutex_) { return ended_ || underWay_; });
@@ -148,8 +148,8 @@ public:
         return !ended_;
     }
 
-    // Forgets what waits and sends and reports nothing more. Waits for a report that is being made; so not from inside
-    // one.
+    // Removes all queued requests, and sends and reports nothing more. Waits for a report in progress, so it must not
+    // be called from inside one.
     void end() {
         thread_safety::UniqueLock lock(mutex_);
         ended_ = true;
@@ -161,8 +161,8 @@ public:
 private:
     using Request = std::shared_ptr<const TvServiceReq_t>;
 
-    // No two queues share one, in whichever process or library they are. Ids reach other hosts and logs, so they show
-    // nothing of this process. Each library may have a number of its own.
+    // Unique to each queue, across all processes and libraries. Ids reach other hosts and logs, so they reveal nothing
+    // about this process. Each library may have a number of its own.
     static std::string newIdPrefix() {
         static const std::uint32_t number = std::random_device{}();
         static std::atomic<std::uint64_t> queues{0};
@@ -182,8 +182,8 @@ private:
         if (surroundings_.report) surroundings_.report(outcome);
     }
 
-    // Ends a request's being under way; false when somebody else did, or the queue ended. The caller goes on with the
-    // report and then with sendNext(): until then nothing else is sent, which keeps the outcomes in order.
+    // Ends the pending state of a request; false when another thread did, or the queue ended. The caller then calls
+    // report() and sendNext(): until then nothing else is sent, which keeps the outcomes in order.
     bool take(const Request& request) {
         const thread_safety::LockGuard lock(mutex_);
         if (ended_ || underWay_ != request) return false;
@@ -191,7 +191,7 @@ private:
         return true;
     }
 
-    // Sends what has waited longest, for the one who made the queue busy or has taken the request that was under way.
+    // Sends the oldest queued request. For the thread that made the queue busy or has taken the pending request.
     void sendNext() {
         for (;;) {
             Request request;
@@ -226,15 +226,15 @@ private:
     }
 
     const Surroundings surroundings_;
-    const std::string idPrefix_; // no two queues share one
+    const std::string idPrefix_; // unique to this queue
     std::atomic<std::uint64_t> lastId_{0};
 
     thread_safety::Mutex mutex_;
     std::condition_variable changed_;
-    std::deque<Request> wanted_ TVSA_GUARDED_BY(mutex_); // at most one for a terminal, at most mostWaiting
+    std::deque<Request> wanted_ TVSA_GUARDED_BY(mutex_); // at most one per terminal, at most mostWaiting
     Request underWay_ TVSA_GUARDED_BY(mutex_);
-    Clock::time_point lookFrom_ TVSA_GUARDED_BY(mutex_); // of the request under way
-    // One is under way, or somebody is about to report one or to send the next.
+    Clock::time_point lookFrom_ TVSA_GUARDED_BY(mutex_); // for the pending request
+    // A request is pending, or a thread is about to report an outcome or to send the next request.
     bool busy_ TVSA_GUARDED_BY(mutex_) = false;
     bool ended_ TVSA_GUARDED_BY(mutex_) = false;
 };

@@ -1,4 +1,4 @@
-// The MM service (files, network streams and other media) as a process sees it.
+// The interface of the MM service (files, network streams and other media) for a process.
 #pragma once
 
 #include <mmservice/message-list.h>
@@ -7,7 +7,7 @@
 
 namespace mmservice {
 
-// Takes the MM service's answers. Called on the framework's receiving thread; the result is ignored.
+// Receives the MM service's answers. Called on the framework's receiving thread; the result is ignored.
 class ClientInterface {
 public:
     virtual ~ClientInterface() = default;
@@ -17,7 +17,7 @@ public:
     // end generated
 };
 
-// The MM service's one request, registered under interfaceKey; clients as with the TV service. From any thread.
+// The MM service's only request, registered under interfaceKey; clients as for the TV service. From any thread.
 class ServiceInterface {
 public:
     static constexpr const char* interfaceKey = "orvel.lm.interfaces.mmservice";

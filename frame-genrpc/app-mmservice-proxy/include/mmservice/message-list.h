@@ -1,5 +1,5 @@
-// The messages of the MM service, each named once. It numbers them from the same start as the TV service; the
-// connection tells the two services apart.
+// The messages of the MM service, each listed once. Their numbers begin with the same number as those of the TV
+// service; the connection distinguishes the two services.
 #pragma once
 
 #include <genrpc/arguments.h>

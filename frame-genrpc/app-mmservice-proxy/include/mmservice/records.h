@@ -1,4 +1,4 @@
-// The MM service's records: the TV service's, without the fields that only the TV service takes.
+// The MM service's records: those of the TV service without the fields that only the TV service uses.
 #pragma once
 
 #include <genrpc/record.h>

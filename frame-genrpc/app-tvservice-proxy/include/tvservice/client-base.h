@@ -1,4 +1,4 @@
-// A client that hears nothing: derive from it and override what you want to hear.
+// A client that ignores all notifications: derive from it and override those that you need.
 #pragma once
 
 #include <tvservice/interfaces.h>

@@ -5,7 +5,7 @@
 
 namespace tvservice {
 
-// A display terminal, a window or an output; named by the pair (type, id).
+// A display terminal: a window or an output, identified by the pair (type, id).
 #define TVSERVICE_TERMINAL_FIELDS(FIELD) \
     FIELD(std::int32_t, type)            \
     FIELD(std::int32_t, id)
@@ -14,7 +14,7 @@ namespace tvservice {
 inline constexpr const char* stopUri = "rec://plain/null";
 
 // One play or stop request. uri: what to show, "rec://plain/null" to stop; uuid: the source's identity; reqId: empty or
-// equal in all requests of one call, echoed in the answer. The int and string parameters are the services' business.
+// equal in all requests of one call, repeated in the answer. Only the services know the int and string parameters.
 #define TVSERVICE_REQ_FIELDS(FIELD)               \
     FIELD(TvServiceTerminal_t, terminal)          \
     FIELD(std::int32_t, intParam1)                \
@@ -30,7 +30,7 @@ inline constexpr const char* stopUri = "rec://plain/null";
     FIELD(std::string, strParam4)                 \
     FIELD(std::int32_t, intParam4)
 
-// The answer for one terminal. result: 0 shown or stopped; 1 a newer request for the terminal is queued; else why not.
+// The answer for one terminal. result: 0 shown or stopped; 1 a newer request for the terminal is queued; else an error.
 #define TVSERVICE_INFO_FIELDS(FIELD)     \
     FIELD(TvServiceTerminal_t, terminal) \
     FIELD(std::int32_t, result)          \

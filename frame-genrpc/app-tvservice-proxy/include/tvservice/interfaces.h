@@ -1,4 +1,4 @@
-// The TV service as a process sees it: requests go through ServiceInterface, notifications come to ClientInterface.
+// The interface of the TV service for a process: ServiceInterface for requests, ClientInterface for notifications.
 //
 // Applications do not call the service directly; they use the adapter, which keeps the terminals of both services
 // apart.
@@ -10,8 +10,8 @@
 
 namespace tvservice {
 
-// Takes the TV service's notifications: one method for each, in the order of TVSERVICE_NOTIFICATIONS. Called on the
-// framework's receiving thread; the results are ignored. docs/messages.md lists what they carry.
+// Receives the TV service's notifications: one method for each, in the order of TVSERVICE_NOTIFICATIONS. Called on the
+// framework's receiving thread; the results are ignored. docs/messages.md lists their contents.
 class ClientInterface {
 public:
     virtual ~ClientInterface() = default;
@@ -70,7 +70,7 @@ public:
 };
 
 // The TV service's requests, registered under interfaceKey: one method for each, in the order of TVSERVICE_REQUESTS.
-// Every request is sent without waiting and answers 0; what becomes of it comes as notifications. From any thread.
+// Every request is sent without waiting and returns 0; its outcome arrives as notifications. From any thread.
 class ServiceInterface {
 public:
     static constexpr const char* interfaceKey = "orvel.lm.interfaces.tvservice";
@@ -111,9 +111,9 @@ public:
                                        const std::string& source) = 0;
     // end generated
 
-    // Clients are named by the object they are, whichever pointer holds it. addClient: 0, or -17 for a known client;
-    // removeClient: 0, or -2 for an unknown one. A client that is removed while a notification is under way may still
-    // get that one.
+    // Clients are identified by their object, whichever pointer holds it. addClient: 0, or -17 for a registered client;
+    // removeClient: 0, or -2 for an unknown one. A client that is removed during a notification may still receive that
+    // notification.
     virtual int addClient(boost::shared_ptr<ClientInterface> client) = 0;
     virtual int removeClient(boost::shared_ptr<ClientInterface> client) = 0;
 };

@@ -1,6 +1,6 @@
-// The messages of the TV service, each named once: its name, the method that it is in the interfaces, its id, its
-// arguments. A request's comment becomes that of the adapter's method. The compiler makes types and tables of these
-// lists (see genrpc/message.h); after a change `./dev generate` writes the interfaces, senders, handlers and documents.
+// The messages of the TV service, each listed once: its name, its method in the interfaces, its id, its arguments. A
+// request's comment is copied to the adapter's method. The compiler derives types and tables from these lists (see
+// genrpc/message.h); after a change, `./dev generate` writes the interfaces, senders, handlers and documents.
 #pragma once
 
 #include <genrpc/arguments.h>
@@ -35,12 +35,12 @@
     /* Negotiates the release of a resource: tvServiceAskReleaseInfo, tvServiceAskReleaseConf. */                      \
     MESSAGE(tvservice, Request, TvServiceAskReleaseReq, tvServiceAskReleaseReq, 0x2867123E,                            \
             (tvservice::TvServiceAskReleaseReq_t, request))                                                            \
-    /* A key for the application that the broadcast brings along: tvServiceBroadcastApplictionInfo. */                 \
+    /* Sends a key to the application in the broadcast: tvServiceBroadcastApplictionInfo. */                           \
     MESSAGE(tvservice, Request, TvServiceSendKeyReq, tvServiceSendKeyReq, 0x2867123F, (std::string, key))              \
     /* The list of services has changed: tvServiceStatusInfo. */                                                       \
     MESSAGE(tvservice, Request, TvServiceSListChangedInd, tvServiceSListChangedInd, 0x28671240,                        \
             (tvservice::TvServiceSListChangedInd_t, indication))                                                       \
-    /* Tries whether something could be played: tvServicePlayInfo. */                                                  \
+    /* Tests whether something could be played: tvServicePlayInfo. */                                                  \
     MESSAGE(tvservice, Request, TvServiceTryRunReq, tvServiceTryRunReq, 0x28671241,                                    \
             (tvservice::TvServiceTryRunRequestParams_t, params))                                                       \
     /* Locks or unlocks a terminal: tvServiceStatusInfo. */                                                            \
@@ -57,7 +57,7 @@
     /* The source of the signal has changed: tvServiceNetworkChangeMsg. */                                             \
     MESSAGE(tvservice, Request, TvServiceSourceChanged, tvServiceSourceChanged, 0x28671246, (std::string, source))
 
-// The answer to play and stop requests, from the service. The adapter hands it to its resource manager.
+// The answer to play and stop requests, from the service. The adapter passes it to its resource manager.
 #define TVSERVICE_ANSWER(MESSAGE)                                              \
     MESSAGE(tvservice, Notification, TvServiceInfo, tvServiceInfo, 0x28671247, \
             (std::vector<tvservice::TvServiceInfo_t>, infos))

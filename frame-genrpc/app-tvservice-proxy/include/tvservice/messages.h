@@ -8,7 +8,7 @@ namespace tvservice {
 
 TVSERVICE_MESSAGES(GENRPC_MESSAGE)
 
-// What both sides of a connection must agree on.
+// Both sides of a connection must agree on these.
 inline constexpr const char* serviceName = "tvservice";
 frame::MessageSet messageSet();
 

@@ -1,7 +1,7 @@
 // The records of status and negotiation: services, tuner, network, CI modules, downloads, locks, releases.
 //
-// Only the TV service and its clients know what most fields mean; here they are named by their place. Forms are packed,
-// so words stand at odd offsets behind a byte; bytes travel unchanged.
+// Only the TV service and its clients know what most fields mean; here they have a type and a number. Forms are packed,
+// so words after a byte have odd offsets; bytes are sent unchanged.
 #pragma once
 
 #include <genrpc/record.h>
@@ -9,15 +9,15 @@
 
 namespace tvservice {
 
-// The service defines these values; all of them pass unchanged.
+// The service defines these values; all of them are passed on unchanged.
 enum TvServiceCasServiceType_t : std::int32_t {}; // of conditional access
 enum reqeustOadType_t : std::int32_t {};          // of over-the-air download, requested
 enum NotifyOadStatus_t : std::int32_t {};         // of over-the-air download, reported
 
-// What records with one number share.
+// The fields of records with one number.
 #define TVSERVICE_ONE_INT_FIELDS(FIELD) FIELD(std::int32_t, intParam1)
 
-// What records with a number and a flag share.
+// The fields of records with a number and a flag.
 #define TVSERVICE_INT_AND_BYTE_FIELDS(FIELD) \
     FIELD(std::int32_t, intParam1)           \
     FIELD(std::uint8_t, byteParam1)
@@ -76,7 +76,7 @@ enum NotifyOadStatus_t : std::int32_t {};         // of over-the-air download, r
 
 #define TVSERVICE_PLAY_INFO_FIELDS(FIELD) FIELD(std::string, strParam1)
 
-// The last two are carried by no message; they belong to the set that the service defines.
+// No message contains the last two; they belong to the set that the service defines.
 #define TVSERVICE_STATUS_RECORDS(RECORD)                                               \
     RECORD(Status, TvServiceSwapWinReq_t, TVSERVICE_ONE_INT_FIELDS)                    \
     RECORD(Status, TvServiceAskReleaseReq_t, TVSERVICE_ONE_INT_FIELDS)                 \

@@ -1,6 +1,6 @@
-// The records of track handling: what streams a terminal has, which one is chosen, who is in whose way.
+// The records of track handling: which streams a terminal has, which one is chosen, which ones conflict.
 //
-// Only the TV service and its clients know what most fields mean; here they are named by their place. A bool travels as
+// Only the TV service and its clients know what most fields mean; here they have a type and a number. A bool is sent as
 // a 32-bit word.
 #pragma once
 
@@ -9,7 +9,7 @@
 
 namespace tvservice {
 
-// The audio track of a multichannel sound broadcast. The service defines the values; all of them pass unchanged.
+// The audio track of a multichannel sound broadcast. The service defines the values; all are passed on unchanged.
 enum MtsAudioTrack_t : std::int32_t {};
 
 // ---- one stream ----
@@ -67,7 +67,7 @@ enum MtsAudioTrack_t : std::int32_t {};
 
 #define TVSERVICE_STREAM_INFO_REQ_FIELDS(FIELD) FIELD(std::int32_t, intParam1)
 
-// ---- news: the streams of a terminal ----
+// ---- notifications: the streams of a terminal ----
 
 #define TVSERVICE_AUDIO_INFO_FIELDS(FIELD) \
     FIELD(TvServiceTerminal_t, terminal)   \

@@ -1,4 +1,4 @@
-// A message's arguments as code: a list of messages gives each as a pair (type, name), at most two to a message.
+// Macros for a message's arguments. A list of messages gives each as a pair (type, name), at most two per message.
 #pragma once
 
 #include <frame/message.h>
@@ -28,10 +28,10 @@ template <class T> using Parameter = std::conditional_t<std::is_class_v<T>, cons
 #define GENRPC_PARAMETER(type, name) , ::genrpc::Parameter<type> name
 #define GENRPC_UNNAMED_PARAMETER(type, name) , ::genrpc::Parameter<type>
 
-// What every method of the service and client interfaces takes: the caller's ids, where the message comes from, and the
-// message's arguments.
+// The parameters of every method of the service and client interfaces: the caller's ids, the origin of the message, and
+// the message's arguments.
 #define GENRPC_PARAMETERS(...) \
     frame::MsgIds &ids, const frame::TransportInfo &transport GENRPC_EACH(GENRPC_PARAMETER, __VA_ARGS__)
 
-// A use for lists of messages: the methods of a class that implements an interface.
+// For lists of messages: declares the methods of a class that implements an interface.
 #define GENRPC_OVERRIDE(service, direction, Name, method, id, ...) int method(GENRPC_PARAMETERS(__VA_ARGS__)) override;

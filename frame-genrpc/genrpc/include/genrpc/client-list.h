@@ -1,5 +1,5 @@
-// The list of clients that every registry of the system keeps: in order of registration, each object once. The callers
-// hold the list's lock; what a duplicate and an unknown client answer is each registry's own.
+// The client list of every registry in the system: in order of registration, each object once. Callers must hold the
+// list's lock, and choose the results for a duplicate and for an unknown client.
 #pragma once
 
 #include <genrpc/log.h>
@@ -12,7 +12,7 @@ namespace genrpc {
 
 template <class Client> using ClientList = std::vector<boost::shared_ptr<Client>>;
 
-// What a registry says of its list, and where it says it.
+// The log module and the source position of a registry's log lines.
 struct ClientListLog {
     std::uint32_t module;
     Here here;

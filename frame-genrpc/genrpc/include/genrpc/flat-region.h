@@ -1,7 +1,7 @@
 // The memory of one message: all flat blocks of a payload, released together when the message has been sent.
 //
-// A batch of requests needs eight to nine blocks each; taking them one by one from the heap costs more than everything
-// else that a send does. Not thread-safe; a region may be handed to another thread as a whole.
+// A batch of requests needs eight to nine blocks per request; allocating each of them from the heap would cost more
+// than the rest of a send. Not thread-safe; a region may be passed to another thread as a whole.
 #pragma once
 
 #include <vdl/flat.h>
@@ -17,7 +17,7 @@ namespace genrpc {
 class FlatRegion {
 public:
     struct Release {
-        // Gives all memory of the region back, itself included.
+        // Frees all memory of the region, including itself.
         void operator()(FlatRegion* region) const noexcept {
             for (Chunk* chunk = region->grown_; chunk != nullptr;) vdlFlatFree(std::exchange(chunk, chunk->next));
             vdlFlatFree(region);
@@ -25,20 +25,20 @@ public:
     };
     using Owner = std::unique_ptr<FlatRegion, Release>;
 
-    // A region with room for about firstBytes before it grows. The region lives in its own memory. Throws
+    // Creates a region with space for about firstBytes before it grows. The region itself is in its own memory. Throws
     // std::bad_alloc.
     static Owner create(std::size_t firstBytes) {
         const std::size_t bytes = std::max(firstBytes, sizeof(FlatRegion) + minimumRoom);
         char* memory = static_cast<char*>(vdlFlatAlloc(bytes));
         return Owner(new (memory) FlatRegion(memory + sizeof(FlatRegion), memory + bytes));
     }
-    // A completion for asyncSend, which runs it exactly once: it gives the region back. Completions are copied on their
-    // way, so what they hold cannot own anything.
+    // A completion for asyncSend, which calls it exactly once: it frees the region. Completions are copied on the way
+    // to the call, so they cannot own the region.
     static auto giveBack(Owner region) {
         return [held = region.release()] { Owner(held).reset(); };
     }
 
-    // bytes of memory at any address (flat records have alignment 1). Throws std::bad_alloc.
+    // Allocates bytes without alignment (flat records have alignment 1). Throws std::bad_alloc.
     char* allocate(std::size_t bytes) {
         if (static_cast<std::size_t>(end_ - next_) < bytes) grow(bytes);
         return std::exchange(next_, next_ + bytes);

@@ -1,4 +1,4 @@
-// Which flat type a field has, given its plain one.
+// Maps the plain type of a field to its flat type.
 #pragma once
 
 #include <vdl/endian-table.h>
@@ -11,12 +11,12 @@
 
 namespace genrpc {
 
-// Records come in families that differ in how their flat forms are assigned to.
+// The families of records; they differ in how values are assigned to their flat forms.
 enum class Family {
     Core,     // releases only string lists before assignment
-    Stream,   // releases every buffer before assignment; a bool travels as a 32-bit word
+    Stream,   // releases every buffer before assignment; a bool is sent as a 32-bit word
     Status,   // as Core
-    Terminal, // as Core; its default constructor sets nothing
+    Terminal, // like Core; its default constructor sets nothing
 };
 
 // A list of records: count, then a pointer to count consecutive forms, null when empty.
@@ -25,7 +25,7 @@ template <class E> struct Sequence {
     vdl::FlatPtr<E> data;
 };
 
-// A bool that travels as a 32-bit word: 0 or 1 going out, any non-zero word is true coming in.
+// A bool that is sent as a 32-bit word: 0 or 1. Any received non-zero word is true.
 struct WideBool {
     vdl::Word<std::uint32_t> word;
 
@@ -36,7 +36,7 @@ struct WideBool {
 inline void clear(WideBool& flag) { flag.word = 0; }
 inline void release(WideBool&) {}
 
-// A serializable form as GENRPC_RECORD makes it.
+// A serializable form, as GENRPC_RECORD defines it.
 template <class F>
 concept Form = requires {
     typename F::Plain;
@@ -62,7 +62,7 @@ template <class R> struct FlatTypeOf<std::vector<R>> { using Type = Sequence<typ
 
 template <class Plain> using FlatType = typename FlatTypeOf<Plain>::Type;
 
-// One field of a record: its name, where it is in both forms.
+// One field of a record: its name and its position in both forms.
 template <class P, class F> struct Field {
     const char* name;
     std::size_t offset; // in the flat form

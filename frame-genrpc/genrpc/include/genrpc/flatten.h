@@ -1,5 +1,5 @@
-// From plain to flat and back, for every type that a field or a message argument can have. All serializable forms share
-// this code; the flat memory comes from a Blocks policy: single heap blocks, or the region of one message.
+// Converts between plain and flat forms, for every type that a field or a message argument can have. All serializable
+// forms share this code; the flat memory comes from a Blocks policy: single heap blocks, or the region of one message.
 #pragma once
 
 #include <genrpc/flat-region.h>
@@ -18,12 +18,12 @@
 
 namespace genrpc {
 
-// Every block on its own, to be given back with vdlFlatFree.
+// Allocates every block separately; to be freed with vdlFlatFree.
 struct HeapBlocks {
     static char* allocate(std::size_t bytes) { return static_cast<char*>(vdlFlatAlloc(bytes)); }
 };
 
-// A form's list of fields as a constant, so that going through it is as fast as naming each field in turn.
+// A form's list of fields as a constant, so that iterating over it is as fast as naming each field.
 template <class Flat> inline constexpr auto fieldsOf = std::remove_const_t<Flat>::fields();
 
 // Calls visit(field, plain.field, flat.field) for each field, in order.
@@ -82,9 +82,9 @@ template <class E> void release(Sequence<E>& sequence) {
     clear(sequence);
 }
 
-// ---- plain to flat. Never reads what `to` held before. ----
+// ---- plain to flat. Never reads the previous content of `to`. ----
 
-// n bytes; short strings, the usual case, with inline moves in place of a library call.
+// Copies n bytes. Short strings, the usual case, need only inline moves and no library call.
 inline void copyBytes(char* to, const char* from, std::size_t n) {
     if (n > 16) {
         std::memcpy(to, from, n);
@@ -108,8 +108,8 @@ inline void copyBytes(char* to, const char* from, std::size_t n) {
     }
 }
 
-// An array of count flat elements, which are about to be filled. On the heap their bytes are all zero, so that the
-// array can be released however far its filling came; a region is released as a whole.
+// Allocates an array of count flat elements for the caller to fill. On the heap its bytes are all zero, so that a
+// partly filled array can be released; a region is released as a whole.
 template <class E, class Blocks> E* newArray(std::size_t count, Blocks& blocks) {
     if (count > UINT32_MAX / sizeof(E)) throw std::bad_alloc();
     void* const array = blocks.allocate(count * sizeof(E));
@@ -152,17 +152,17 @@ void flatten(const std::vector<typename E::Plain>& from, Sequence<E>& to, Blocks
     for (std::size_t i = 0; i < from.size(); ++i) flatten(from[i], to.data[i], blocks);
 }
 
-// ---- flat to plain. Reads counts and pointers as they are: what arrives has been validated by the marshaller. Every
-// value is made where it stays, which costs less than assigning to an empty one. ----
+// ---- flat to plain. Does not check counts and pointers: the marshaller has validated received data. Every value is
+// constructed in place, which costs less than assigning to an empty one. ----
 
 template <class T> T plainOf(const vdl::Word<T>& from) { return from; }
 inline bool plainOf(const WideBool& from) { return from; }
-// How many elements a list has to give: none without an array.
+// The number of elements of a list; 0 without an array.
 template <class List> std::uint32_t countOf(const List& list) {
     if (!list.data) return 0;
     return list.count;
 }
-// The length decides, a terminator is not looked for.
+// Uses the length and does not look for a terminator.
 inline std::string plainOf(const vdlDeserString_t& from) {
     if (!from.data) return {};
     return std::string(from.data, from.length);
@@ -183,26 +183,26 @@ template <Form F> typename F::Plain plainOf(const F& from) {
     return std::apply([&](const auto&... field) { return typename F::Plain{plainOf(from.*field.flat)...}; },
                       fieldsOf<F>);
 }
-// The count, which is at most most; else throws what a vector does.
+// Returns count if it is at most `most`; otherwise throws like a vector.
 inline std::uint32_t countWithin(std::uint32_t count, std::size_t most) {
     if (count > most) throw std::length_error("cannot create std::vector larger than max_size()");
     return count;
 }
-// How many elements a sequence can have whose array and whose vector both fit into an address space. With more, the
-// pointer to its end would wrap where pointers have 32 bits.
+// The maximum number of elements for which both a sequence's array and its vector fit into an address space. With more,
+// the pointer to its end would wrap around where pointers have 32 bits.
 template <class E> constexpr std::size_t largestCount(std::size_t addressable = PTRDIFF_MAX) {
     return addressable / std::max(sizeof(E), sizeof(typename E::Plain));
 }
-// Made by the forms' conversions, one after the other. A count that no vector can hold is a std::length_error.
+// Converts the elements one after the other. Throws std::length_error for a count that no vector can hold.
 template <class E> std::vector<typename E::Plain> plainOf(const Sequence<E>& from) {
     const E* const first = from.data;
     return std::vector<typename E::Plain>(first, first + countWithin(countOf(from), largestCount<E>()));
 }
 
-// ---- assigning to a form that may hold something already ----
+// ---- assigning to a form that may already have a value ----
 
-// What the family's forms give back before they are assigned to: core and status forms are made to be assigned to once,
-// they let go of a string list but not of single strings.
+// Releases the family's blocks before an assignment. Core and status forms are meant to be assigned to only once: they
+// release a string list but not single strings.
 template <Family family, class T> void releaseBeforeAssignment(T& flat) {
     if constexpr (family == Family::Stream || std::is_same_v<T, vdlDeserBlobString_t>) release(flat);
 }
@@ -219,7 +219,7 @@ template <Form F> void assign(const typename F::Plain& from, F& to) {
     });
 }
 
-// The converting constructor's work: form holds nothing yet; when memory runs out, what was built is given back.
+// Implements the converting constructor: form is still empty; if memory runs out, releases what has been built.
 template <Form F> void construct(const typename F::Plain& from, F& form) {
     HeapBlocks blocks;
     try {

@@ -17,7 +17,7 @@ namespace genrpc {
 
 using Json = nlohmann::ordered_json;
 
-// The text of JSON for people and tools. Strings need not be UTF-8: what is not is replaced.
+// JSON as text for users and tools. Invalid UTF-8 in strings is replaced.
 inline std::string textOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
 // ---- to JSON ----
@@ -42,7 +42,7 @@ template <class T> Json toJson(const std::vector<T>& list) {
     return array;
 }
 
-// The text of a record for people.
+// A record as text for users.
 template <class R> std::string toText(const R& record) {
     return std::string(R::recordName) + " " + textOf(toJson(record));
 }
@@ -57,7 +57,7 @@ template <class Message, class... Args> Json argumentsToJson(const Args&... args
 
 // ---- from JSON ----
 
-// What is wrong with JSON that should be a record; the text begins with the field's path.
+// An error in the JSON of a record; the text begins with the field's path.
 struct JsonError : std::invalid_argument {
     JsonError(const std::string& path, const std::string& problem)
         : std::invalid_argument((path.empty() ? "the value" : path) + ": " + problem) {}
@@ -66,12 +66,12 @@ struct JsonError : std::invalid_argument {
 template <class T> void fromJson(const Json& json, const std::string& path, std::vector<T>& list);
 template <class T> void fromJson(const Json& json, const std::string& path, T& value);
 
-// One member of an object; one that is missing leaves value as it is.
+// Reads one member of an object; leaves value unchanged if it is missing.
 template <class T> void memberFromJson(const Json& object, const std::string& path, const char* name, T& value) {
     if (const auto member = object.find(name); member != object.end())
         fromJson(*member, path.empty() ? name : path + "." + name, value);
 }
-// Throws JsonError unless json is an object all whose members known(name) knows.
+// Throws JsonError unless json is an object and known(name) is true for each of its members.
 template <class Known> void checkMembers(const Json& json, const std::string& path, const Known& known) {
     if (!json.is_object()) throw JsonError(path, "wanted an object");
     for (const auto& [name, member] : json.items())
@@ -89,7 +89,7 @@ template <class N> void numberFromJson(const Json& json, const std::string& path
     throw JsonError(path, json.dump() + " does not fit into " + std::to_string(8 * sizeof(N)) + " bits");
 }
 
-// Throws JsonError, value then being part old, part new.
+// Throws JsonError; value may then be partly changed.
 template <class T> void fromJson(const Json& json, const std::string& path, T& value) {
     if constexpr (std::is_same_v<T, std::string>) {
         if (!json.is_string()) throw JsonError(path, "wanted a string");
@@ -119,7 +119,7 @@ template <class T> void fromJson(const Json& json, const std::string& path, std:
     list = std::move(elements);
 }
 
-// A message's arguments; those that are missing are zero or empty. Throws JsonError.
+// A message's arguments; missing ones are zero or empty. Throws JsonError.
 template <class Message> typename Message::Body::Arguments argumentsFromJson(const Json& json) {
     typename Message::Body::Arguments arguments;
     checkMembers(json, "", [](const std::string& name) {

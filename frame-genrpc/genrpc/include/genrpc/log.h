@@ -1,4 +1,4 @@
-// Log lines of the product: the modules' numbers and the one way to write a line.
+// Log lines of the product: the modules' numbers and the macros to write a line.
 #pragma once
 
 #include <vdl/debug.h>
@@ -15,10 +15,10 @@ enum LogModule : std::uint32_t {
     MmProxyLog = 0x0105,
 };
 
-// Gives the modules the names by which people set their levels.
+// Names the modules, so that their levels can be set by name.
 void nameLogModules();
 
-// Where a line comes from: what "%s:%d:%s(): " prints.
+// The source position of a line, which "%s:%d:%s(): " prints.
 struct Here {
     const char* file;
     int line;
@@ -27,7 +27,7 @@ struct Here {
 
 } // namespace genrpc
 
-// A line as it stands.
+// Writes a line without its source position.
 #define GENRPC_LOG_PLAIN(module, severity, format, ...)                                    \
     do {                                                                                   \
         vdlDebugChunk genrpcChunk;                                                         \
@@ -35,7 +35,7 @@ struct Here {
             vdlDebugOutput0(genrpcChunk, format __VA_OPT__(, ) __VA_ARGS__);               \
     } while (false)
 
-// A line that begins with its place: source file without folder, line, function.
+// Writes a line that begins with its source position: source file without folder, line, function.
 #define GENRPC_HERE (::genrpc::Here{__FILE_NAME__, __LINE__, __func__})
 #define GENRPC_LOG_AT(here, module, severity, format, ...)                              \
     GENRPC_LOG_PLAIN(module, severity, "%s:%d:%s(): " format, (here).file, (here).line, \

@@ -1,13 +1,13 @@
-// Messages: how one is declared, and how its body is built for sending and read on arrival.
+// Messages: their declaration, and how their bodies are built for sending and read when received.
 //
 // A message is declared once, in a list of its service:
 //
 //     MESSAGE(tvservice, Request, TvServiceReq, tvServiceReq, 0x28671236, (std::vector<TvServiceReq_t>, requests))
 //
-// GENRPC_MESSAGE, applied to the list in a header, makes messages::TvServiceReq with its meta; GENRPC_MESSAGE_TABLE, in
-// one source file, its table __vdl_EndianTable_tvserviceMsgTvServiceReq_t; GENRPC_MESSAGE_DESCRIPTION its place in the
-// set. A body is the packed record of the message's arguments in order; without arguments it is one byte 0. Interfaces,
-// senders and handlers are plain lines, which `./dev generate` writes from the lists.
+// GENRPC_MESSAGE, applied to the list in a header, defines messages::TvServiceReq with its meta; GENRPC_MESSAGE_TABLE,
+// in one source file, defines its table __vdl_EndianTable_tvserviceMsgTvServiceReq_t; GENRPC_MESSAGE_DESCRIPTION is its
+// entry in the set. A body is the packed record of the message's arguments in order, or one zero byte without
+// arguments. Interfaces, senders and handlers are plain code, which `./dev generate` writes from the lists.
 #pragma once
 
 #include <frame/message-set.h>
@@ -28,13 +28,13 @@ namespace genrpc {
 
 enum class Direction { Request, Notification };
 
-// The meta of a message: every service numbers its own, the connection tells services apart.
+// The meta of a message. Every service has its own numbers; the connection distinguishes services.
 constexpr frame::MsgMeta metaOf(Direction direction, std::uint32_t messageId) {
     return direction == Direction::Request ? frame::MsgMeta{0xFFFFFFFF, 0x1CCD7773, messageId, 0}
                                            : frame::MsgMeta{0xFFFFFFFF, 0x1CCD7774, messageId, 1};
 }
 
-// How an argument stands in a message's table. A list is a nested record of its own, whose table is not exported.
+// The entry of an argument in a message's table. A list is a nested record of its own, whose table is not exported.
 template <class F> struct ArgumentCellOf : CellOf<F> {};
 template <class E> struct ArgumentCellOf<Sequence<E>> {
     static constexpr TableCell cell{vdl::EndianNested, &ListTable<E>::table};
@@ -45,7 +45,7 @@ template <class... Args> struct Body {
     static constexpr std::size_t count = sizeof...(Args);
     static constexpr std::size_t size = count == 0 ? 1 : (0 + ... + sizeof(FlatType<Args>));
 
-    // Where argument `index` stands.
+    // The offset of argument `index`.
     static constexpr std::size_t offsetOf(std::size_t index) {
         constexpr std::array<std::size_t, count + 1> sizes{sizeof(FlatType<Args>)..., 0};
         std::size_t offset = 0;
@@ -78,7 +78,7 @@ template <class... Args> struct Body {
     }
 };
 
-// The body of a message, for lists: what follows the first parameter are the arguments.
+// The body of a message, for lists; the arguments follow the first parameter.
 template <class, class... Args> using BodyOf = Body<Args...>;
 
 } // namespace genrpc

@@ -1,4 +1,4 @@
-// The client side of a service: what the two proxies have in common.
+// The client side of a service: the common base of the two proxies.
 #pragma once
 
 #include <frame/abstract-marshalling-impl.h>
@@ -16,22 +16,22 @@
 
 namespace genrpc {
 
-// Binds a notification to a proxy's handler, with the proxy as context. The result does not matter to the proxy.
+// Registers a proxy's handler for a notification, with the proxy as context. The result is ignored.
 template <class Message, class Proxy> void bind(Proxy& proxy, frame::MessageHandler handler) {
     frameOmqIOServiceRegisterMessageHandlerFunction(proxy.getOmqIOModule(), Message::meta, handler, &proxy,
                                                     *Message::table());
 }
 
-// First size of a message's memory and of the connection's send buffer.
+// The initial size of a message's memory and of the connection's send buffer.
 inline constexpr std::size_t sendBufferBytes = 16384;
 
 struct ProxySettings {
     const char* serviceName;
     frame::MessageSet messages;
     LogModule module;
-    const char* file; // what log lines name: the source file of the service's own proxy
-    // Whether the interface goes with the proxy. Else it stays registered: whoever looked it up keeps the pointer for
-    // the life of the process anyway.
+    const char* file; // the file that log lines name: the source file of the service's own proxy
+    // Whether the destructor unregisters the interface. Otherwise it stays registered: whoever has looked it up keeps
+    // the pointer until the process ends anyway.
     bool takesInterfaceBack;
 };
 
@@ -105,17 +105,17 @@ public:
     }
 
 protected:
-    // Sends a request with the caller's ids and without its transport. Returns 0: the proxy does not look at what
-    // becomes of the message, answers come as notifications, and what never arrives is given up by who waits for it.
+    // Sends a request with the caller's ids but without its transport. Returns 0 whatever happens to the message:
+    // answers arrive as notifications, and whoever waits for an answer must have a timeout.
     template <class Message, class... Args> int send(const frame::MsgIds& ids, const Args&... args) {
         genrpc::send<Message>(Port{*this}, {.ids = ids, .transport = nullptr, .firstBytes = getSendBufferSize()},
                               args...);
         return 0;
     }
 
-    // Every client that was registered when the message came is called in order, outside the mutex, so that a client
-    // may register or remove clients or send from inside its notification. Each client gets its own arguments, made
-    // anew from the flat message, and its own copy of the empty ids.
+    // Calls every client that was registered when the message arrived, in order and without the mutex, so that a client
+    // may register or remove clients or send from inside its notification. Each client gets its own arguments,
+    // converted from the flat message for it, and its own copy of the empty ids.
     template <class Message, class Method>
     void deliver(Method method, const frame::TransportInfo& transport, const void* payload) {
         const auto copy = [&] {
@@ -141,7 +141,7 @@ private:
         }
     };
 
-    // The place of the line that is being written.
+    // The source position of the line that is being written.
     Here here(int line = __builtin_LINE(), const char* function = __builtin_FUNCTION()) const {
         return {settings_.file, line, function};
     }
@@ -149,7 +149,7 @@ private:
     const ProxySettings settings_;
 };
 
-// New members in a null-terminated array; all of it is the caller's. Throws std::bad_alloc, nothing being left over.
+// Creates members in a null-terminated array; the caller owns all of it. Throws std::bad_alloc without leaks.
 template <class... Members> void** arrayOf() {
     std::unique_ptr<void*, decltype(&std::free)> array(
         static_cast<void**>(std::calloc(sizeof...(Members) + 1, sizeof(void*))), std::free);

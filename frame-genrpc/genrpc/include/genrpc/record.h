@@ -1,5 +1,5 @@
-// How a record is declared: once, as a list of its fields. Everything else follows from that list: the plain record,
-// the serializable form with its packed layout and four operations, the endian table, comparison, dumps.
+// Declares a record once, as a list of its fields. Everything else is derived from that list: the plain record, the
+// serializable form with its packed layout and four operations, the endian table, comparison, dumps.
 //
 //     #define MY_POINT_FIELDS(FIELD) FIELD(std::int32_t, x) FIELD(std::string, label)
 //     #define MY_RECORDS(RECORD) RECORD(Core, MyPoint_t, MY_POINT_FIELDS)
@@ -7,7 +7,7 @@
 //     MY_RECORDS(GENRPC_RECORD_TABLE) // in one source file, inside the same namespace
 //
 // declares MyPoint_t, _MyPoint_t_struct and __vdl_EndianTable_serializable_MyPoint_t. The families are in flat-types.h.
-// The list of records also serves those who go through all of them.
+// The list of records can also be used to iterate over all of them.
 #pragma once
 
 #include <genrpc/flatten.h>
@@ -26,8 +26,8 @@
 #define GENRPC_FIELD_ENTRY(type, name) \
     , std::make_tuple(::genrpc::Field{#name, offsetof(Self, name), &Plain::name, &Self::name})
 
-// What a form's default constructor does. A terminal's sets nothing: forms that hold a terminal always assign it before
-// they are sent.
+// What a form's default constructor does. A terminal's sets nothing: forms that contain a terminal always assign it
+// before they are sent.
 #define GENRPC_CLEAR_Core ::genrpc::clearFields(*this);
 #define GENRPC_CLEAR_Stream ::genrpc::clearFields(*this);
 #define GENRPC_CLEAR_Status ::genrpc::clearFields(*this);

@@ -1,4 +1,4 @@
-// Endian tables of flat types, made by the compiler from the same field lists as the forms.
+// Endian tables of flat types, which the compiler derives from the same field lists as the forms.
 #pragma once
 
 #include <genrpc/flat-types.h>
@@ -8,7 +8,7 @@
 
 namespace genrpc {
 
-// How a flat type appears in a table.
+// The entry of a flat type in a table.
 struct TableCell {
     vdl::EndianKind kind;
     vdl::EndianEntry::Arg arg;
@@ -49,7 +49,7 @@ template <Form F> constexpr auto entriesOf() {
         F::fields());
 }
 
-// Only stream records have flags: a bool of theirs travels as a word, and nothing says how one of another family would.
+// Only stream records may have flags: they send a bool as a word. For the other families no form is defined.
 template <Form F> constexpr bool keepsToItsFamily() {
     return F::family == Family::Stream ||
            std::apply(

@@ -6,8 +6,7 @@
 
 namespace host {
 
-// Limits, each overridable by a setting: queue.messages, queue.bytes, queue.wait_ms,
-// queue.unfinished_ms.
+// Limits, each overridable by a setting: queue.messages, queue.bytes, queue.wait_ms, queue.unfinished_ms.
 struct QueueLimits {
     // Queued per connection. A service's messages to all clients leave the last eighth of both to answers.
     std::size_t messages = 1024;

@@ -58,7 +58,7 @@ public:
 // Connects to a service of another process. Destroyed after the receiving thread has ended.
 class Connector {
 public:
-    // Called with the stream, or with null and the reason. Does not throw.
+    // Called with the stream, or with null and the reason. Must not throw.
     using Answer = std::function<void(std::unique_ptr<Stream> stream, const char* reason)>;
 
     virtual ~Connector() = default;
