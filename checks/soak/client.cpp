@@ -27,9 +27,9 @@ std::string receiveHello(int socket) {
     if (recv(socket, hello.data(), hello.size(), MSG_WAITALL) != static_cast<ssize_t>(hello.size())) fail("no hello");
     std::uint32_t size = 0;
     std::memcpy(&size, hello.data() + sizeAt, sizeof size);
-    const std::size_t begun = hello.size();
+    const std::size_t received = hello.size();
     hello.resize(size);
-    if (recv(socket, hello.data() + begun, size - begun, MSG_WAITALL) != static_cast<ssize_t>(size - begun))
+    if (recv(socket, hello.data() + received, size - received, MSG_WAITALL) != static_cast<ssize_t>(size - received))
         fail("incomplete hello");
     return hello;
 }

@@ -31,13 +31,13 @@ constexpr milliseconds dropLimit{9000};
 
 milliseconds since(Steady::time_point begin) { return std::chrono::duration_cast<milliseconds>(Steady::now() - begin); }
 
-void require(bool condition, const std::string& otherwise) {
-    if (!condition) throw ReceiverError(otherwise);
+void require(bool condition, const std::string& problem) {
+    if (!condition) throw ReceiverError(problem);
 }
 
 void endOrderly(ReceiverKit& kit) {
-    const std::string complaints = kit.stop();
-    require(complaints.empty(), complaints);
+    const std::string problems = kit.stop();
+    require(problems.empty(), problems);
 }
 
 // A play on the main terminal fails, which is recorded in the run log.
@@ -113,9 +113,9 @@ void runOnAStalledDisk(Control& control, Figures& figures) {
     require(kit.waitFor([&] { return reader.failures() > 0; }, receiver::defaultTimeout),
             "reading the run log does not report that its disk does not respond");
     const auto begin = Steady::now();
-    const std::string complaints = kit.stop(Part::frameHost);
+    const std::string problems = kit.stop(Part::frameHost);
     figures.slowestEnd = since(begin);
-    require(complaints.empty(), complaints);
+    require(problems.empty(), problems);
     endOrderly(kit);
     control.disk = Disk::working;
 }

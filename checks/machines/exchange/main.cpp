@@ -20,7 +20,7 @@
 #include <thread>
 #include <vector>
 
-extern "C" void** frameCreateApplicationArray(); // the adapter's library's entry
+extern "C" void** frameCreateApplicationArray(); // the entry point of the adapter's library
 
 namespace exchange {
 namespace {
