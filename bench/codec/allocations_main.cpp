@@ -1,5 +1,5 @@
-// Heap allocations on the sending thread per message, once warm: through the proxy alone, and through the proxy and a
-// message queue with a real connection. The memory of the message itself comes from the flat heap and does not count.
+// Counts heap allocations per message on the sending thread after a warm-up: through the proxy alone, and through the
+// proxy and a message queue with a real connection. The message itself is in the flat heap and does not count.
 #include "codec/cases.h"
 #include "common/report.h"
 
@@ -22,7 +22,7 @@ void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
 void* __libc_memalign(std::size_t alignment, std::size_t size);
 
-// Every other way to heap memory, operator new included, comes by here.
+// All other allocation functions, including operator new, call one of these.
 static thread_local std::size_t allocations [[gnu::tls_model("initial-exec")]] = 0;
 
 void* malloc(std::size_t size) { return ++allocations, __libc_malloc(size); }
@@ -37,8 +37,8 @@ namespace {
 constexpr Goal none{4, 0};
 constexpr std::size_t warmUp = 100, counted = 400;
 
-// Takes each message and does nothing with it.
-class IdleModule : public frame::OmqIOModule {
+// Discards each message.
+class DiscardingModule : public frame::OmqIOModule {
 public:
     int registerMessageHandler(const frame::MsgMeta&, frame::MessageHandler, void*, const vdl::EndianTable&) override {
         return 0;
@@ -50,16 +50,16 @@ public:
     }
 };
 
-// Waits until the service has got that many messages in all.
-template <class Received> void waitFor(Received received, std::uint64_t wanted) {
+// Waits until the service has received that many messages in all.
+template <class Received> void waitFor(Received received, std::uint64_t expected) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (received() < wanted) {
-        if (std::chrono::steady_clock::now() > deadline) throw std::runtime_error("the service gets no messages");
+    while (received() < expected) {
+        if (std::chrono::steady_clock::now() > deadline) throw std::runtime_error("the service receives no messages");
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
 }
 
-// Sends lists of requests through the proxy; settle(n) is called whenever n have been sent in all.
+// Sends lists of requests through the proxy. Calls settle(n) after the n-th one.
 template <class Settle>
 double allocationsPerMessage(tvservice::ServiceInterface& proxy, const Requests& requests, Settle settle) {
     frame::MsgIds ids = frame::MsgIds::none;
@@ -69,18 +69,18 @@ double allocationsPerMessage(tvservice::ServiceInterface& proxy, const Requests&
         before = allocations;
         proxy.tvServiceReq(ids, transport, requests);
         if (sent >= warmUp) during += allocations - before;
-        settle(sent + 1); // so that the socket takes the next one whole
+        settle(sent + 1); // so that the socket can accept the whole next message
     }
     return static_cast<double>(during) / static_cast<double>(counted);
 }
 
-int take(const frame::MsgMeta&, const frame::TransportInfo&, const void*, void*) { return 0; }
+int discard(const frame::MsgMeta&, const frame::TransportInfo&, const void*, void*) { return 0; }
 
 double throughQueue(const Requests& requests) {
     using Message = tvservice::messages::TvServiceReq;
     host::MessageQueue serving, sending;
     frame::OmqIOModule& service = serving.serve(tvservice::serviceName, tvservice::messageSet(), 16384);
-    service.registerMessageHandler(Message::meta, take, nullptr, *Message::table());
+    service.registerMessageHandler(Message::meta, discard, nullptr, *Message::table());
     tvservice::Proxy proxy;
     host::QueueChannel& channel =
         sending.connectTo(proxy.getServiceName(), proxy.getMessageSet(), proxy.getSendBufferSize(), nullptr);
@@ -95,7 +95,7 @@ double throughQueue(const Requests& requests) {
 }
 
 double throughProxy(const Requests& requests) {
-    IdleModule module;
+    DiscardingModule module;
     tvservice::Proxy proxy;
     proxy.setOmqIOModule(&module);
     return allocationsPerMessage(proxy, requests, [](std::uint64_t) {});

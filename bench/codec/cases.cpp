@@ -35,7 +35,7 @@ Case parsed(const std::string& name) {
         const bool known = found.record == "request" || found.record == "info" || name == "audio-info/8";
         if (known && error == std::errc{} && stop == end && found.count > 0) return found;
     }
-    throw std::invalid_argument("no case '" + name + "'; known: request/N, info/N, audio-info/8");
+    throw std::invalid_argument("unknown case '" + name + "'; known: request/N, info/N, audio-info/8");
 }
 
 } // namespace
@@ -87,15 +87,15 @@ std::vector<Codec>& peers() {
 }
 
 RoundTrip caseOf(const Codec& codec, const std::string& name) {
-    const Case wanted = parsed(name);
-    if (wanted.record == "request") return codec.requests(sampleRequests(wanted.count));
-    if (wanted.record == "info") return codec.infos(sampleInfos(wanted.count));
+    const Case parsedCase = parsed(name);
+    if (parsedCase.record == "request") return codec.requests(sampleRequests(parsedCase.count));
+    if (parsedCase.record == "info") return codec.infos(sampleInfos(parsedCase.count));
     return codec.audioInfo(sampleAudioInfo());
 }
 
 std::size_t recordsOf(const std::string& name) {
-    const Case wanted = parsed(name);
-    return wanted.record == "audio-info" ? 1 : wanted.count;
+    const Case parsedCase = parsed(name);
+    return parsedCase.record == "audio-info" ? 1 : parsedCase.count;
 }
 
 } // namespace bench

@@ -1,5 +1,5 @@
-// The codecs under comparison and what they carry: the same plain records on all sides, from plain to wire and back to
-// new plain records.
+// The compared codecs and their data: all of them encode the same plain records to wire format, and decode these to new
+// plain records.
 #pragma once
 
 #include "common/interleaved.h"
@@ -22,15 +22,15 @@ using Requests = std::vector<tvservice::TvServiceReq_t>;
 using Infos = std::vector<tvservice::TvServiceInfo_t>;
 using AudioInfo = tvservice::TvServiceAudioInfo_t;
 
-// The sample data, the same for each count in each run.
+// The sample data, which depends only on the count.
 Requests sampleRequests(std::size_t count);
 Infos sampleInfos(std::size_t count);
 AudioInfo sampleAudioInfo(); // 8 streams
 
-// Bytes of a message as a codec has made them, valid until its next message.
+// The encoded bytes of a message, valid until the codec's next message.
 using WireBytes = std::span<const char>;
 
-// One message once through a codec.
+// Encodes and decodes one message.
 using RoundTrip = std::function<void()>;
 
 struct Codec {
@@ -40,12 +40,12 @@ struct Codec {
     std::function<RoundTrip(AudioInfo)> audioInfo;
 };
 
-// The peers add theirs when the program is loaded, in no order.
+// The peers' codecs, which register themselves when the program is loaded, in no particular order.
 std::vector<Codec>& peers();
 
-// Implementation has `WireBytes encode(const Plain&)` and `Plain decode<Plain>(char* bytes, std::size_t size)`, which
-// checks the whole message, may change the bytes, and throws when it does not like them. In between the bytes are
-// copied once, as a socket does. Throws std::logic_error when the records come back changed.
+// Implementation has `WireBytes encode(const Plain&)` and `Plain decode<Plain>(char* bytes, std::size_t size)`. The
+// latter validates the whole message, may change the bytes, and throws if they are invalid. The bytes are copied once
+// in between, as a socket does. Throws std::logic_error if the decoded records differ.
 template <class Implementation, class Plain> RoundTrip roundTripOf(const std::string& name, Plain plain) {
     struct State {
         Implementation codec;
@@ -53,7 +53,7 @@ template <class Implementation, class Plain> RoundTrip roundTripOf(const std::st
         std::unique_ptr<char, decltype(&vdlFlatFree)> received{nullptr, vdlFlatFree};
         std::size_t capacity = 0;
 
-        Plain travel() {
+        Plain roundTrip() {
             const WireBytes wire = codec.encode(plain);
             if (wire.size() > capacity) {
                 received.reset(static_cast<char*>(vdlFlatAlloc(wire.size())));
@@ -65,9 +65,9 @@ template <class Implementation, class Plain> RoundTrip roundTripOf(const std::st
     };
     const auto state = std::make_shared<State>();
     state->plain = std::move(plain);
-    if (!(state->travel() == state->plain)) throw std::logic_error(name + " changes records");
+    if (!(state->roundTrip() == state->plain)) throw std::logic_error(name + " changes records");
     return [state] {
-        const Plain back = state->travel();
+        const Plain back = state->roundTrip();
         keep(&back);
     };
 }
@@ -78,7 +78,7 @@ template <class Implementation> Codec codecOf(const std::string& name) {
             [name](AudioInfo plain) { return roundTripOf<Implementation>(name, std::move(plain)); }};
 }
 
-// For a peer's source file: its codec is there when the file is linked.
+// For a peer's source file, so that linking it adds its codec.
 template <class Implementation> bool addPeer(const char* name) {
     peers().push_back(codecOf<Implementation>(name));
     return true;
@@ -87,13 +87,13 @@ template <class Implementation> bool addPeer(const char* name) {
 Codec ownCodec();
 Codec limitCodec();
 
-// The receiving half of the product's codec alone: messages of a machine of the same byte order, and of the other one.
+// Only the receiving half of the product's codec, for messages in this machine's byte order and in the other one.
 Codec ownOrderCodec();
 Codec otherOrderCodec();
 
-// Which case a name means, "request/100", "info/1" or "audio-info/8"; throws std::invalid_argument for others.
+// The case with that name, such as "request/100", "info/1" or "audio-info/8"; throws std::invalid_argument for others.
 RoundTrip caseOf(const Codec& codec, const std::string& name);
-// How many records a case has. An audio info counts as one.
+// The number of records in a case. An audio info counts as one.
 std::size_t recordsOf(const std::string& name);
 
 } // namespace bench

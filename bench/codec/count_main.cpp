@@ -20,9 +20,9 @@ int main(int argc, char** argv) {
         if ((!own && (argc != 4 || std::strcmp(argv[1], "limit") != 0)) ||
             std::from_chars(argv[3], argv[3] + std::strlen(argv[3]), runs).ec != std::errc{})
             throw std::invalid_argument("usage: codec_count own|limit CASE RUNS");
-        std::thread([] { pause(); }).detach(); // as in a receiver: with one thread only, locks would cost nothing
+        std::thread([] { pause(); }).detach(); // as in a receiver: in a process with one thread, locks cost nothing
         const bench::RoundTrip roundTrip = caseOf(own ? bench::ownCodec() : bench::limitCodec(), argv[2]);
-        for (int i = 0; i < 4; ++i) roundTrip(); // buffers reach their sizes
+        for (int i = 0; i < 4; ++i) roundTrip(); // until buffers have their final sizes
         countedRuns(roundTrip, runs);
         return 0;
     } catch (const std::exception& error) {

@@ -1,4 +1,4 @@
-// The best fit of Boost.Interprocess over the region.
+// The best-fit allocator of Boost.Interprocess in the region.
 #include "codec/heaps.h"
 
 #include <boost/interprocess/mem_algo/rbtree_best_fit.hpp>
@@ -18,7 +18,7 @@ BestFit& bestFit() {
 }
 
 void* allocate(std::size_t size) {
-    // Sizes near SIZE_MAX overflow in the library, which then gives a block of a few bytes.
+    // Sizes near SIZE_MAX overflow in the library, which then returns a block of a few bytes.
     if (size >= bestFit().get_size()) throw std::bad_alloc();
     if (void* const block = bestFit().allocate(size)) return block;
     throw std::bad_alloc();

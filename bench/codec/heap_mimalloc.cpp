@@ -6,7 +6,7 @@
 namespace bench {
 namespace {
 
-// Not committed: else mimalloc never gives pages back.
+// Passed as not committed: otherwise mimalloc never returns pages to the system.
 mi_arena_id_t makeArena() {
     const Region region = reserveRegion();
     mi_arena_id_t arena;
@@ -15,7 +15,7 @@ mi_arena_id_t makeArena() {
     return arena;
 }
 
-// A heap serves the thread that made it and ends with it.
+// A heap serves the thread that created it, and is destroyed when that thread ends.
 constinit thread_local mi_heap_t* ofThread = nullptr;
 
 [[gnu::noinline]] mi_heap_t* makeHeap() {

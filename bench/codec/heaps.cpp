@@ -14,8 +14,8 @@
 namespace bench {
 namespace {
 
-// Notes the sizes that it is asked for.
-class NotedBlocks {
+// Records the requested sizes.
+class RecordedBlocks {
 public:
     char* allocate(std::size_t bytes) {
         sizes.push_back(bytes);
@@ -36,26 +36,26 @@ std::vector<Heap>& heaps() {
 }
 
 Region reserveRegion() {
-    constexpr std::size_t alignment = std::size_t{32} << 20; // what mimalloc wants of memory that it is given
+    constexpr std::size_t alignment = std::size_t{32} << 20; // required by mimalloc
     const auto size = static_cast<std::size_t>(host::flatHeapUsage().limit);
     for (std::uintptr_t base = alignment; base + size < UINT32_MAX; base += alignment) {
-        void* const wanted = reinterpret_cast<void*>(base);
-        void* const region = mmap(wanted, size, PROT_READ | PROT_WRITE,
+        void* const address = reinterpret_cast<void*>(base);
+        void* const region = mmap(address, size, PROT_READ | PROT_WRITE,
                                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED_NOREPLACE, -1, 0);
-        if (region == wanted) return {static_cast<char*>(region), size};
+        if (region == address) return {static_cast<char*>(region), size};
     }
     throw std::bad_alloc();
 }
 
 void returnPages(void* block, std::size_t size) noexcept {
-    constexpr std::size_t page = 4096, worthReturning = std::size_t{1} << 20;
-    if (size < worthReturning) return;
+    constexpr std::size_t page = 4096, minimum = std::size_t{1} << 20;
+    if (size < minimum) return;
     const std::size_t before = 2 * page - reinterpret_cast<std::uintptr_t>(block) % page;
     madvise(static_cast<char*>(block) + before, (size - before) / page * page, MADV_DONTNEED);
 }
 
 std::vector<std::size_t> blockSizes(std::size_t count) {
-    NotedBlocks blocks;
+    RecordedBlocks blocks;
     genrpc::Sequence<tvservice::TvServiceReq_t::Flat> flat;
     genrpc::flatten(sampleRequests(count), flat, blocks);
     return std::move(blocks.sizes);

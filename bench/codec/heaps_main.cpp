@@ -1,4 +1,4 @@
-// The flat heap beside libraries that could take its place: time, memory, exhaustion and misuse.
+// Compares the flat heap with libraries that could replace it: time, memory, exhaustion and misuse.
 #include "codec/cases.h"
 #include "codec/heaps.h"
 
@@ -15,12 +15,12 @@ namespace {
 
 constexpr std::size_t mebibyte = std::size_t{1} << 20;
 
-// Takes blocks of these sizes and writes to each.
-template <class Take> void takeBlocks(const Heap& heap, const std::vector<std::size_t>& sizes, Take take) {
+// Allocates blocks of these sizes and writes to each.
+template <class Consume> void allocateBlocks(const Heap& heap, const std::vector<std::size_t>& sizes, Consume consume) {
     for (const std::size_t size : sizes) {
         auto* const block = static_cast<char*>(heap.allocate(size));
         *block = 1;
-        take(block);
+        consume(block);
     }
 }
 
@@ -29,13 +29,13 @@ Side inOneThread(const Heap& heap, const std::vector<std::size_t>& sizes) {
     blocks.reserve(sizes.size());
     return timedSide<ThreadClock>(heap.name, sizes.size(), std::chrono::milliseconds(1),
                                   [heap, sizes, blocks = std::move(blocks)]() mutable {
-                                      takeBlocks(heap, sizes, [&](void* block) { blocks.push_back(block); });
+                                      allocateBlocks(heap, sizes, [&](void* block) { blocks.push_back(block); });
                                       for (void* block : blocks) heap.free(block);
                                       blocks.clear();
                                   });
 }
 
-// A buffer that doubles from 1 to 16 MiB, as that of a peer that sends a large message, with every page written.
+// A buffer that doubles from 1 to 16 MiB, as that of a peer that sends a large message. Writes to every page.
 Side growing(const Heap& heap) {
     return timedSide<ThreadClock>(heap.name, 31, std::chrono::milliseconds(1), [heap] {
         void* last = nullptr;
@@ -53,11 +53,11 @@ Side growing(const Heap& heap) {
 class FreeingThread {
 public:
     ~FreeingThread() {
-        hand(nullptr, {});
+        handOver(nullptr, {});
         thread_.join();
     }
-    // Waits until the blocks before these are freed.
-    void hand(void (*free)(void*) noexcept, std::vector<void*> blocks) {
+    // First waits until the previous blocks are freed.
+    void handOver(void (*free)(void*) noexcept, std::vector<void*> blocks) {
         thread_safety::UniqueLock lock(mutex_);
         changed_.wait(lock, [this]() TVSA_REQUIRES(mutex_) { return !busy_; });
         blocks_ = std::move(blocks);
@@ -65,11 +65,11 @@ public:
         busy_ = true;
         changed_.notify_all();
     }
-    // How long it took to free what was handed over since the last call.
+    // The time for freeing the blocks that were handed over since the last call.
     ThreadClock::duration time() {
         thread_safety::UniqueLock lock(mutex_);
         changed_.wait(lock, [this]() TVSA_REQUIRES(mutex_) { return !busy_; });
-        return std::exchange(took_, {});
+        return std::exchange(duration_, {});
     }
 
 private:
@@ -81,9 +81,9 @@ private:
             lock.unlock();
             const auto start = ThreadClock::now();
             for (void* block : blocks_) free_(block);
-            const auto took = ThreadClock::now() - start;
+            const auto duration = ThreadClock::now() - start;
             lock.lock();
-            took_ += took;
+            duration_ += duration;
             busy_ = false;
             changed_.notify_all();
         }
@@ -92,29 +92,29 @@ private:
     thread_safety::Mutex mutex_;
     std::condition_variable changed_;
     bool busy_ TVSA_GUARDED_BY(mutex_) = false;
-    std::vector<void*> blocks_; // the thread's own while it is busy, as is the next one
+    std::vector<void*> blocks_; // only the thread uses it and free_ while busy_
     void (*free_)(void*) noexcept = nullptr;
-    ThreadClock::duration took_ TVSA_GUARDED_BY(mutex_){};
+    ThreadClock::duration duration_ TVSA_GUARDED_BY(mutex_){};
     std::thread thread_{[this] { run(); }};
 };
 
-// The running time of both threads, without their waits for each other. While one frees, the other allocates.
+// The CPU time of both threads, without waits for each other. One frees blocks while the other allocates.
 Side inTwoThreads(const Heap& heap, const std::vector<std::size_t>& sizes, FreeingThread& other) {
     constexpr std::size_t blocksAtOnce = 1000, turns = 50;
     return {heap.name, [heap, sizes, &other] {
                 const std::size_t messages = (blocksAtOnce + sizes.size() - 1) / sizes.size();
-                auto took = other.time();
+                auto duration = other.time();
                 for (std::size_t turn = 0; turn < turns; ++turn) {
                     std::vector<void*> blocks;
                     blocks.reserve(messages * sizes.size());
                     const auto start = ThreadClock::now();
                     for (std::size_t i = 0; i < messages; ++i)
-                        takeBlocks(heap, sizes, [&](void* block) { blocks.push_back(block); });
-                    took += ThreadClock::now() - start;
-                    other.hand(heap.free, std::move(blocks));
+                        allocateBlocks(heap, sizes, [&](void* block) { blocks.push_back(block); });
+                    duration += ThreadClock::now() - start;
+                    other.handOver(heap.free, std::move(blocks));
                 }
-                took += other.time();
-                return nanoseconds(took) / static_cast<double>(turns * messages * sizes.size());
+                duration += other.time();
+                return nanoseconds(duration) / static_cast<double>(turns * messages * sizes.size());
             }};
 }
 
@@ -132,14 +132,14 @@ void compare(const Options& options, const Report& report, const std::string& la
 void run(const Options& options) {
     const Report report("heaps");
     for (const std::string& missing : std::vector<std::string>{BENCH_MISSING_HEAPS})
-        report.note(missing + " is not installed: left out");
-    reportHeapsApart(options, report);
+        report.note(missing + " is not installed: omitted");
+    reportHeapsIsolated(options, report);
 
     const std::vector<std::pair<std::string, std::vector<std::size_t>>> loads{
         {"message", {messageBytes}}, {"request/1", blockSizes(1)}, {"request/100", blockSizes(100)}};
-    FreeingThread other; // also as in a receiver: with one thread only, locks would cost nothing
+    FreeingThread other; // for the one-thread cases, too: in a process with one thread, locks cost nothing
     for (const auto& [name, sizes] : loads) {
-        // What it costs to measure.
+        // The cost of the measurement itself.
         static char anyBlock;
         const Heap none{"none", [](std::size_t) -> void* { return &anyBlock; }, [](void*) noexcept {}};
         const std::string label = "two threads/" + name;

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Instructions of the product's codec and of the limit, counted by callgrind: the same on a busy machine.
+"""Counts the instructions of the product's codec and of the limit with callgrind. The machine's load has no effect.
 
 usage: instruction_counts.py CODEC_COUNT [--check]
 
-Prints a JSON line per figure. With --check it fails when a ratio is above its bound; without valgrind it then says so
-and ends with 77, which ctest takes for skipped.
+Prints a JSON line per figure. With --check it fails if a ratio exceeds its bound, and exits with 77, which ctest
+reports as skipped, if valgrind is missing.
 """
 import json
 import re
@@ -14,9 +14,9 @@ import sys
 import tempfile
 
 GOAL = 1.25
-# What a test holds the codec to: what it reaches, with 3 % for another compiler or library. A long list keeps to the
-# goal; a single request carries the fixed cost of its memory, of two walks and of four calls into the platform, which
-# the limit has nothing of.
+# The bounds of the test: the measured ratios, plus 3 % for other compilers and libraries. A long list reaches the goal.
+# A single request has fixed costs that the limit does not have: for its memory, two traversals and four calls into the
+# platform.
 CASES = {"request/1": 200, "request/100": 20}
 CHECKED = {"request/1": 1.42, "request/100": 1.19}
 
@@ -50,7 +50,7 @@ def main():
         print(
             "valgrind is not installed"
             if check
-            else json.dumps({"bench": "instructions", "note": "valgrind is not installed: left out"})
+            else json.dumps({"bench": "instructions", "note": "valgrind is not installed: omitted"})
         )
         return 77 if check else 0
     failed = False

@@ -1,6 +1,6 @@
-// The limit that ratios refer to: what a codec costs that is written by hand for nothing but speed. One pass for the
-// size, one buffer that is kept, each member copied once; back with bounds checks. No terminators, no pointers, no
-// other byte order, no message larger than what it was made for.
+// The limit that ratios refer to: the cost of a codec written by hand for speed alone. Encoding makes one pass for the
+// size, reuses its buffer, and copies each member once; decoding checks bounds. There are no terminators and pointers,
+// no support for the other byte order, and no messages that outgrow their buffer.
 #include "codec/cases.h"
 #include "codec/members.h"
 
@@ -26,46 +26,46 @@ template <class T> std::size_t sizeOf(const T& value) {
     }
 }
 
-template <class T> void put(char*& place, const T& value) {
+template <class T> void put(char*& position, const T& value) {
     if constexpr (std::is_arithmetic_v<T>) {
-        std::memcpy(place, &value, sizeof value);
-        place += sizeof value;
+        std::memcpy(position, &value, sizeof value);
+        position += sizeof value;
     } else if constexpr (Record<T>) {
-        eachMember(value, [&](const auto& member) { put(place, member); });
+        eachMember(value, [&](const auto& member) { put(position, member); });
     } else {
         const auto count = static_cast<std::uint32_t>(value.size());
-        put(place, count);
+        put(position, count);
         if constexpr (std::is_same_v<T, std::string>) {
-            std::memcpy(place, value.data(), count);
-            place += count;
+            std::memcpy(position, value.data(), count);
+            position += count;
         } else {
-            for (const auto& element : value) put(place, element);
+            for (const auto& element : value) put(position, element);
         }
     }
 }
 
-[[noreturn, gnu::cold, gnu::noinline]] void cutShort() { throw std::out_of_range("message cut short"); }
+[[noreturn, gnu::cold, gnu::noinline]] void throwTruncated() { throw std::out_of_range("truncated message"); }
 
 struct Reader {
-    const char *place, *end;
+    const char *position, *end;
 
-    [[gnu::always_inline]] const char* take(std::size_t size) {
-        if (static_cast<std::size_t>(end - place) < size) cutShort();
-        return std::exchange(place, place + size);
+    [[gnu::always_inline]] const char* read(std::size_t size) {
+        if (static_cast<std::size_t>(end - position) < size) throwTruncated();
+        return std::exchange(position, position + size);
     }
     template <class T> void get(T& value) {
         if constexpr (std::is_arithmetic_v<T>) {
-            std::memcpy(&value, take(sizeof value), sizeof value);
+            std::memcpy(&value, read(sizeof value), sizeof value);
         } else if constexpr (Record<T>) {
             eachMember(value, [&](auto& member) { get(member); });
         } else {
             std::uint32_t count;
             get(count);
             if constexpr (std::is_same_v<T, std::string>) {
-                const char* text = take(count);
+                const char* text = read(count);
                 value.assign(text, count);
             } else {
-                if (count > static_cast<std::size_t>(end - place)) cutShort();
+                if (count > static_cast<std::size_t>(end - position)) throwTruncated();
                 value.resize(count);
                 for (auto& element : value) get(element);
             }
@@ -81,8 +81,8 @@ public:
             buffer_ = std::make_unique_for_overwrite<char[]>(size);
             capacity_ = size;
         }
-        char* place = buffer_.get();
-        put(place, plain);
+        char* position = buffer_.get();
+        put(position, plain);
         return {buffer_.get(), size};
     }
     template <class Plain> Plain decode(char* bytes, std::size_t size) {

@@ -1,5 +1,5 @@
-// How long messages take from plain records to wire and back to new plain records: the product's codec, the limit, and
-// the peers that are installed, in turns.
+// Measures the time from plain records to wire format and back to new plain records, for the product's codec, the
+// limit, and the installed peers, in turns.
 #include "codec/cases.h"
 #include "common/report.h"
 
@@ -14,10 +14,10 @@ namespace bench {
 namespace {
 
 constexpr Goal lists{1, 1.25}, audio{2, 1.10}, swapped{5, 1.3};
-constexpr Goal flat{0, 1.15}; // growth has no number of its own
+constexpr Goal flat{0, 1.15}; // 0: growth, which has no number
 constexpr Goal ahead(const Goal& goal) { return {goal.number, 1.0}; }
 
-// Shorter than what a thread usually runs at a time, longer than the clock's own cost.
+// Shorter than a thread's usual time slice, and much longer than a reading of the clock.
 constexpr auto roundLength = std::chrono::milliseconds(1);
 
 Side sideOf(const Codec& codec, const std::string& name) {
@@ -43,8 +43,8 @@ void compareByteOrders(const Options& options, const Report& report, const std::
     report.ratio(label, all[0], all[1], swapped);
 }
 
-// What a record costs in a message of 10,000 to what it costs in one of 10. The limit shows how much of a difference is
-// the machine's: 10,000 records are more than its nearer caches hold.
+// The cost of a record in a message of 10,000 relative to that in one of 10. The limit shows how much of the difference
+// is due to the machine: 10,000 records exceed its inner caches.
 void compareSizes(const Options& options, const Report& report, const std::string& record) {
     const std::string label = "growth/" + record + "/10-10000";
     if (!options.wants(label)) return;
@@ -69,7 +69,7 @@ void run(const Options& options) {
     pinToOneCpu();
     const Report report("codec");
     for (const std::string& missing : std::vector<std::string>{BENCH_MISSING_CODECS})
-        report.note(missing + " is not installed: left out");
+        report.note(missing + " is not installed: omitted");
     for (const char* record : {"request", "info"})
         for (const char* count : {"1", "5", "100", "1000"})
             compareCodecs(options, report, std::string(record) + "/" + count, lists);
@@ -84,7 +84,7 @@ void run(const Options& options) {
 
 int main(int argc, char** argv) {
     try {
-        std::thread([] { pause(); }).detach(); // as in a receiver: with one thread only, locks would cost nothing
+        std::thread([] { pause(); }).detach(); // as in a receiver: in a process with one thread, locks cost nothing
         bench::run(bench::Options::of(argc, argv));
         return 0;
     } catch (const std::exception& error) {

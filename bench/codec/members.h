@@ -1,4 +1,4 @@
-// The members of plain records, for codecs that go through them.
+// Visits the members of plain records, for codecs that handle them one by one.
 #pragma once
 
 #include <tuple>
@@ -11,7 +11,7 @@ concept Record = requires {
     std::remove_const_t<R>::Flat::fields();
 };
 
-// A constant, so that going through it is as fast as naming each member in turn.
+// A constant, so that iterating is as fast as naming each member.
 template <class R> inline constexpr auto fieldsOf = std::remove_const_t<R>::Flat::fields();
 template <class R> inline constexpr std::size_t memberCount = std::tuple_size_v<decltype(R::Flat::fields())>;
 

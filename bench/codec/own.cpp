@@ -1,5 +1,6 @@
-// The product's way: plain records to flat ones in the memory of one message, marshalled into the outgoing run; what
-// arrives is validated whole, put right in place, and read to new plain records.
+// The product's codec. Sending converts plain records to flat ones in the memory of one message, and marshals these
+// into the outgoing bytes. Receiving validates the whole message, converts it in place, and reads it to new plain
+// records.
 #include "codec/cases.h"
 #include "support/wire.h"
 
@@ -18,7 +19,7 @@ template <> struct MessageOf<AudioInfo> { using Type = tvservice::messages::TvSe
 
 template <class Plain, bool swap> Plain received(char* bytes, std::size_t size) {
     using Message = typename MessageOf<Plain>::Type;
-    static const host::Plan& plan = host::planOf(*Message::table()); // as a handler has it from its registration
+    static const host::Plan& plan = host::planOf(*Message::table()); // a handler gets it at its registration
     if (const char* fault = host::unmarshal(plan, bytes, size, swap)) throw std::invalid_argument(fault);
     return std::get<0>(Message::Body::read(bytes));
 }
@@ -36,7 +37,7 @@ public:
     template <class Plain> Plain decode(char* bytes, std::size_t size) { return received<Plain, false>(bytes, size); }
 
 private:
-    static constexpr std::size_t sendBufferBytes = 16384; // as the proxy has it
+    static constexpr std::size_t sendBufferBytes = 16384; // as in the proxy
     static constexpr std::size_t largestMessage = std::size_t{64} << 20;
 
     host::Bytes wire_;

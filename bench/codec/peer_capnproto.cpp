@@ -1,4 +1,4 @@
-// Cap'n Proto with a first segment that is kept.
+// Cap'n Proto with a reused first segment.
 #include "codec/cases.h"
 
 #include <capnp/message.h>
@@ -122,7 +122,7 @@ void get(bench_cp::AudioInfo::Reader m, AudioInfo& r) {
     }
 }
 
-// A list of records is a struct of its own.
+// A list of records is a separate struct.
 template <class Builder, class Plain> void put(Builder list, const std::vector<Plain>& plain) {
     auto items = list.initItems(static_cast<unsigned>(plain.size()));
     for (unsigned i = 0; i < items.size(); ++i) put(items[i], plain[i]);
@@ -143,7 +143,7 @@ public:
     CapnProto() { std::memset(segment_.begin(), 0, segment_.asBytes().size()); }
 
     template <class Plain> bench::WireBytes encode(const Plain& plain) {
-        capnp::MallocMessageBuilder message(segment_); // which zeroes what it used when it goes
+        capnp::MallocMessageBuilder message(segment_); // its destructor zeroes the used part
         put(message.initRoot<typename RootOf<Plain>::Type>(), plain);
         const std::size_t size = capnp::computeSerializedSizeInWords(message) * sizeof(capnp::word);
         if (size > wire_.size()) wire_.resize(size);

@@ -1,4 +1,4 @@
-// FlatBuffers with a builder that is kept; what arrives is verified.
+// FlatBuffers with a reused builder. Received messages are verified.
 #include "codec/cases.h"
 
 #include <records_generated.h>
@@ -102,7 +102,7 @@ void get(const bench_fb::AudioInfo& m, AudioInfo& r) {
     }
 }
 
-// A list of records is a table of its own.
+// A list of records is a separate table.
 template <class Plain, class Record, class List>
 flatbuffers::Offset<List> putList(Builder& b, const std::vector<Plain>& plain,
                                   flatbuffers::Offset<List> (*create)(Builder&, Items<Record>)) {

@@ -17,8 +17,8 @@ MSGPACK_API_VERSION_NAMESPACE(MSGPACK_DEFAULT_API_NS) {
     template <bench::Record R> struct convert<R> {
         const msgpack::object& operator()(const msgpack::object& object, R& record) const {
             if (object.type != type::ARRAY || object.via.array.size != bench::memberCount<R>) throw type_error();
-            const msgpack::object* place = object.via.array.ptr;
-            bench::eachMember(record, [&](auto& member) { (place++)->convert(member); });
+            const msgpack::object* element = object.via.array.ptr;
+            bench::eachMember(record, [&](auto& member) { (element++)->convert(member); });
             return object;
         }
     };

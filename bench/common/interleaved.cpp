@@ -39,14 +39,14 @@ ThreadClock::time_point ThreadClock::now() {
 }
 
 void pinToOneCpu() {
-    cpu_set_t allowed, one;
+    cpu_set_t allowed, selected;
     if (sched_getaffinity(0, sizeof allowed, &allowed) != 0)
         throw std::system_error(errno, std::generic_category(), "sched_getaffinity");
     int last = CPU_SETSIZE - 1;
     while (!CPU_ISSET(last, &allowed)) --last;
-    CPU_ZERO(&one);
-    CPU_SET(last, &one);
-    if (sched_setaffinity(0, sizeof one, &one) != 0)
+    CPU_ZERO(&selected);
+    CPU_SET(last, &selected);
+    if (sched_setaffinity(0, sizeof selected, &selected) != 0)
         throw std::system_error(errno, std::generic_category(), "sched_setaffinity");
 }
 

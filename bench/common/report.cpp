@@ -23,7 +23,7 @@ void add(Json& line, const std::optional<Goal>& goal) {
     line["bound"] = goal->direction == Goal::AtMost ? "atMost" : "atLeast";
 }
 
-// Flushed: what a program found out before it failed is not lost.
+// Flushes, so that the figures from before a failure are not lost.
 void print(const Json& line) {
     std::puts(line.dump().c_str());
     std::fflush(stdout);
@@ -64,7 +64,7 @@ Options Options::of(int argc, char** argv) {
         if (argument == "--quick")
             options.quick = true;
         else if (argument.starts_with("--case="))
-            options.wanted = argument.substr(std::string_view("--case=").size());
+            options.filter = argument.substr(std::string_view("--case=").size());
         else
             throw std::invalid_argument("unknown argument '" + std::string(argument) +
                                         "'; known: --quick, --case=TEXT");

@@ -1,4 +1,4 @@
-// What benchmark programs print: an object per line on stdout, which bench/report puts together.
+// The output of benchmark programs: an object per line on stdout, which bench/report combines.
 #pragma once
 
 #include "common/interleaved.h"
@@ -12,7 +12,7 @@
 
 namespace bench {
 
-// What a figure has to keep to: a row of the table of goals, and its bound.
+// A row of the table of goals, and the bound of a figure.
 struct Goal {
     int number;
     double bound;
@@ -38,26 +38,26 @@ public:
     // the others are of the ratios of each round.
     void ratio(std::string_view caseName, const Figures& a, const Figures& b,
                std::optional<Goal> goal = std::nullopt) const;
-    // {"bench","note"}: what was left out, and why.
+    // {"bench","note"}: for example what was omitted, and why.
     void note(std::string_view text) const;
 
 private:
     std::string bench_;
 };
 
-// Options that every program takes: --quick for fewer and shorter rounds, --case=TEXT for the cases whose name holds
-// the text.
+// Options of every program: --quick for fewer and shorter rounds, --case=TEXT for the cases whose names contain the
+// text.
 struct Options {
     bool quick = false;
-    std::string wanted;
+    std::string filter;
 
     // Throws std::invalid_argument for other arguments.
     static Options of(int argc, char** argv);
-    bool wants(std::string_view caseName) const { return caseName.find(wanted) != std::string_view::npos; }
+    bool wants(std::string_view caseName) const { return caseName.find(filter) != std::string_view::npos; }
     Rounds rounds(Rounds usual) const { return quick ? Rounds{1, std::min<std::size_t>(usual.measured, 9)} : usual; }
 };
 
-// The figures of a side. Throws std::out_of_range when there is no such side.
+// The figures of a side. Throws std::out_of_range if there is no such side.
 const Figures& of(const std::vector<Figures>& all, std::string_view side);
 
 } // namespace bench

@@ -1,4 +1,4 @@
-// What a row of rounds says: the figures that a benchmark reports.
+// The summary of a series of rounds, which a benchmark reports.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@ struct Summary {
     std::size_t rounds;
 };
 
-// Of at least one value.
+// Needs at least one value.
 Summary summaryOf(std::vector<double> values);
 
 } // namespace bench

@@ -1,4 +1,4 @@
-// 100 play requests at once: what the worker costs, beside the same work done by the thread that asks.
+// 100 play requests at once: the cost with the worker, and the cost of the same work in the requesting thread.
 #include "cases.h"
 #include "managers.h"
 
@@ -34,11 +34,11 @@ template <class M> void compare(const Options& options, const std::string& caseN
     M threaded;
     M single(Manager::OneThread{});
     const std::size_t repeats = options.quick ? 5 : 20;
-    const auto round = [&](const auto& once) {
-        return [&, once] {
-            std::vector<double> took;
-            for (std::size_t i = 0; i < repeats; ++i) took.push_back(once());
-            return summaryOf(std::move(took)).median;
+    const auto round = [&](const auto& run) {
+        return [&, run] {
+            std::vector<double> durations;
+            for (std::size_t i = 0; i < repeats; ++i) durations.push_back(run());
+            return summaryOf(std::move(durations)).median;
         };
     };
     const auto figures = interleaved({{"own", round([&] { return withWorker(threaded, calls); })},

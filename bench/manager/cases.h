@@ -1,4 +1,4 @@
-// The cases of manager_bench; each prints its figures.
+// The cases of manager_bench. Each prints its figures.
 #pragma once
 
 #include "common/report.h"
@@ -7,7 +7,7 @@ namespace bench {
 
 inline const Report managerReport("manager");
 
-// Of the rows of goals that have no number: costs that must not grow with the amount, memory that must come back.
+// The goal without a number: costs that must not grow with the amount, and memory that must be released.
 inline constexpr int growthGoal = 0;
 inline constexpr double growthBound = 1.15;
 

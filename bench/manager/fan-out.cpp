@@ -1,4 +1,4 @@
-// One notification to many clients: each has records of its own, so each should cost one decoding and little more.
+// One notification to many clients. Each client gets its own records, so each should cost little more than one decode.
 #include "app-tvservice-proxy-main.h"
 #include "cases.h"
 
@@ -35,7 +35,7 @@ tvservice::TvServiceAudioInfo_t audioInfo() {
     return audio;
 }
 
-// A message's flat body, as the receiving thread has it.
+// A message's flat body, as on the receiving thread.
 template <class Message> class Payload {
 public:
     template <class... Args> explicit Payload(const Args&... args) : body_(Message::Body::build(*region_, args...)) {}
@@ -52,11 +52,11 @@ std::unique_ptr<tvservice::Proxy> proxyWith(std::size_t clients) {
     return proxy;
 }
 
-// What the copy of the list of clients costs that a message holds while it is delivered, per client.
+// The cost per client of copying the list of clients, which happens for each delivery of a message.
 Side copiedList(std::chrono::nanoseconds length, std::size_t clients) {
     genrpc::ClientList<tvservice::ClientInterface> list(clients);
     for (auto& client : list) client = boost::make_shared<tvservice::ClientBase>();
-    return timedSide<ThreadClock>("list's copy", clients, length, [list] {
+    return timedSide<ThreadClock>("list copy", clients, length, [list] {
         const auto copy = list;
         keep(&copy);
     });
@@ -68,7 +68,7 @@ Figures without(Figures figures, const Figures& part) {
     return figures;
 }
 
-// The cost of each client beyond the first ones, of two sides with few and many clients.
+// The cost of each further client, from two sides with few and with many clients.
 Figures furtherClient(const Figures& few, std::size_t fewClients, const Figures& many, std::size_t manyClients) {
     Figures further{"own " + std::to_string(fewClients) + " to " + std::to_string(manyClients), many.rounds};
     for (std::size_t i = 0; i < further.rounds.size(); ++i)

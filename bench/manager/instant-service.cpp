@@ -21,7 +21,7 @@ int InstantService::registerMessageHandler(const frame::MsgMeta& meta, frame::Me
 int InstantService::asyncSend(const frame::MsgIds&, const frame::MsgMeta& meta, const frame::TransportInfo*,
                               const vdl::EndianTable& table, const void* payload,
                               const boost::function<void()>& completed) {
-    if (meta != TvServiceReq::meta) throw std::logic_error("the instant service takes play requests only");
+    if (meta != TvServiceReq::meta) throw std::logic_error("the instant service accepts only play requests");
     const auto [requests] = TvServiceReq::Body::read(delivered(table, payload));
     completed();
     auto region = genrpc::FlatRegion::create(16384);
@@ -34,9 +34,9 @@ int InstantService::asyncSend(const frame::MsgIds&, const frame::MsgMeta& meta, 
 const char* InstantService::delivered(const vdl::EndianTable& table, const void* payload) {
     wire_.truncate(0);
     host::marshal(host::planOf(table), payload, wire_, host::maximumMessageBytes);
-    if (wire_.size() > room_) {
+    if (wire_.size() > capacity_) {
         received_.reset(static_cast<char*>(vdlFlatAlloc(wire_.size())));
-        room_ = wire_.size();
+        capacity_ = wire_.size();
     }
     std::memcpy(received_.get(), wire_.data(), wire_.size());
     if (const char* problem = host::unmarshal(host::planOf(table), received_.get(), wire_.size(), false))

@@ -1,5 +1,5 @@
-// A TV service that has answered before the request returns, for a proxy in the same process: all that the product and
-// the platform do for a message but the socket.
+// A TV service for a proxy in the same process that answers before the request returns. It does everything that the
+// product and the platform do for a message, except for the socket.
 #pragma once
 
 #include <frame/omq-io-module.h>
@@ -20,7 +20,7 @@ inline std::vector<tvservice::TvServiceInfo_t> answersTo(const std::vector<tvser
     return infos;
 }
 
-// For one thread at a time, and play requests only.
+// For one thread at a time. Accepts only play requests.
 class InstantService final : public frame::OmqIOModule {
 public:
     int registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHandler handler, void* context,
@@ -30,13 +30,13 @@ public:
                   const boost::function<void()>& completed) override;
 
 private:
-    // The message as its receiver finds it: on the wire and, validated, in flat memory.
+    // Marshals a message, and returns it as its receiver gets it: validated, in flat memory.
     const char* delivered(const vdl::EndianTable& table, const void* payload);
 
     frame::MessageHandler handler_ = nullptr; // of answers
     void* context_ = nullptr;
     host::Bytes wire_;
-    std::size_t room_ = 0;
+    std::size_t capacity_ = 0;
     std::unique_ptr<char, decltype(&vdlFlatFree)> received_{nullptr, vdlFlatFree};
 };
 

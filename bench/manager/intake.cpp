@@ -1,4 +1,4 @@
-// Queueing a list while few and while many bundles wait, and what the amounts cost per record.
+// Queueing a list while few or many bundles are queued, and the cost per record for different amounts.
 #include "cases.h"
 #include "managers.h"
 
@@ -13,33 +13,33 @@ namespace {
 
 using Requests = std::vector<tvservice::TvServiceReq_t>;
 
-// A manager that nobody works for, with bundles queued.
+// A manager without a worker, with queued bundles.
 std::shared_ptr<Manager> managerWith(std::size_t bundles, const Requests& requests) {
     auto manager = std::make_shared<Manager>(Manager::OneThread{});
     for (std::size_t i = 0; i < bundles; ++i) manager->ask(requests);
     return manager;
 }
 
-std::string waiting(std::size_t bundles) { return std::to_string(bundles) + " queued"; }
+std::string labelOf(std::size_t bundles) { return std::to_string(bundles) + " queued"; }
 
-// The nanoseconds that a list takes to be queued behind others. A few at a time, so that their number hardly changes.
+// The nanoseconds for queueing a list behind others. Queues a few at a time, so that their number hardly changes.
 Side intakeBehind(std::size_t bundles, std::size_t times, const Requests& requests) {
-    return {waiting(bundles), [manager = managerWith(bundles, requests), times, &requests] {
+    return {labelOf(bundles), [manager = managerWith(bundles, requests), times, &requests] {
                 constexpr std::size_t few = 10;
-                ThreadClock::duration took{};
+                ThreadClock::duration duration{};
                 for (std::size_t i = 0; i < times; i += few) {
                     const auto start = ThreadClock::now();
                     for (std::size_t j = 0; j < few; ++j) manager->ask(requests);
-                    took += ThreadClock::now() - start;
-                    for (std::size_t j = 0; j < few; ++j) manager->forgetLast();
+                    duration += ThreadClock::now() - start;
+                    for (std::size_t j = 0; j < few; ++j) manager->dropLast();
                 }
-                return nanoseconds(took) / static_cast<double>(times);
+                return nanoseconds(duration) / static_cast<double>(times);
             }};
 }
 
-// A bundle's whole life, queued behind others; their number stays.
+// A bundle from its request to its answer, queued behind others, whose number does not change.
 Side lifeBehind(std::size_t bundles, std::chrono::nanoseconds length, const Requests& requests) {
-    return timedSide<ThreadClock>(waiting(bundles), 1, length, [manager = managerWith(bundles, requests), &requests] {
+    return timedSide<ThreadClock>(labelOf(bundles), 1, length, [manager = managerWith(bundles, requests), &requests] {
         manager->ask(requests);
         for (const auto finished = manager->answered(); manager->answered() == finished;) manager->work();
     });
@@ -62,21 +62,21 @@ void lifeOfLists(const Options& options, const std::string& caseName, const std:
         managerReport.ratio(caseName, figures[i], figures[0], Goal{growthGoal, growthBound});
 }
 
-// What is in use, on the heap and in flat memory.
+// The bytes in use on the heap and in flat memory.
 double bytesInUse() { return static_cast<double>(mallinfo2().uordblks + host::flatHeapUsage().bytes); }
 
-// After so many bundles have waited and have been worked off, in a manager that lives on.
+// Memory after that many bundles were queued and processed, in the same manager.
 void memoryAfterwards(const std::string& caseName, std::size_t bundles, std::size_t terminals) {
     const auto requests = playRequests(terminals, liveUri);
     ManagerWithProxy manager{Manager::OneThread{}};
-    const auto one = [&](std::size_t count) {
+    const auto process = [&](std::size_t count) {
         for (std::size_t i = 0; i < count; ++i) manager.ask(requests);
         while (manager.work()) {
         }
     };
-    one(1); // what is made once is there
+    process(1); // creates everything that is created once
     const double before = bytesInUse();
-    one(bundles);
+    process(bundles);
     const double after = bytesInUse();
     managerReport.value(caseName, "before", before, {"bytes", "process"});
     managerReport.value(caseName, "after", after, {"bytes", "process"});

@@ -1,4 +1,4 @@
-// Inside a framework process: bursts of play requests, notifications to many clients, long queues, log lines.
+// The work inside a framework process: bursts of play requests, notifications to many clients, long queues, log lines.
 #include "cases.h"
 
 #include <cstdio>

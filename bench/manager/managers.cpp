@@ -28,7 +28,7 @@ void Manager::countAnswers() {
     registerInfocb([this](frame::MsgIds&, const frame::TransportInfo&, const std::vector<tvservice::TvServiceInfo_t>&) {
         if (answered_.fetch_add(1) + 1 == awaited_) {
             const thread_safety::LockGuard lock(mutex_);
-            arrived_.notify_one();
+            changed_.notify_one();
         }
         return 0;
     });
@@ -37,7 +37,7 @@ void Manager::countAnswers() {
 void Manager::waitForAnswers(std::uint64_t count) {
     awaited_ = count;
     thread_safety::UniqueLock lock(mutex_);
-    arrived_.wait(lock, [&] { return answered() >= count; });
+    changed_.wait(lock, [&] { return answered() >= count; });
 }
 
 void ManagerWithProxy::join() {

@@ -19,21 +19,21 @@ std::vector<tvservice::TvServiceReq_t> playRequests(std::size_t count, const std
 inline const std::string liveUri = "dvb://8468.1537.28225/present?network=9018&transport=4102";
 inline const std::string networkUri = "http://media.example/vod/0001/master.m3u8?session=2f0c51de9f4b4f1d";
 
-// Both services answer with plain records from inside the sending: what remains is the manager's own work.
+// Both services answer with plain records inside the send call, so only the manager's own work remains.
 class Manager : public tvservice::ResManager {
 public:
     struct OneThread {};
     Manager() { countAnswers(); }
-    // Without a worker: the caller works off what it has asked for.
+    // Without a worker: the caller processes its own requests with work().
     explicit Manager(OneThread) : ResManager(WithoutWorker{}) { countAnswers(); }
 
     void ask(const std::vector<tvservice::TvServiceReq_t>& requests) {
         frame::MsgIds ids;
         tvServiceReq(ids, {}, requests);
     }
-    // Carries out the front sending step; whether there was one.
+    // Executes the front sending step. Returns false if there is none.
     bool work();
-    void forgetLast() {
+    void dropLast() {
         const thread_safety::LockGuard lock(resMutex);
         reqQueue.pop_back();
     }
@@ -42,7 +42,7 @@ public:
         return reqQueue.size();
     }
 
-    // Answers that reached the callback since the manager was made.
+    // The number of answers to the callback so far.
     std::uint64_t answered() const { return answered_; }
     void waitForAnswers(std::uint64_t count);
 
@@ -60,11 +60,11 @@ private:
     void countAnswers();
 
     std::atomic<std::uint64_t> answered_{0}, awaited_{UINT64_MAX};
-    thread_safety::Mutex mutex_; // so that no wait misses a notification
-    std::condition_variable arrived_;
+    thread_safety::Mutex mutex_; // prevents lost wake-ups
+    std::condition_variable changed_;
 };
 
-// The TV service is reached through its proxy: with messages made, marshalled, validated and read both ways.
+// Reaches the TV service through its proxy, with messages built, marshalled, validated and read in both directions.
 class ManagerWithProxy final : public Manager {
 public:
     ManagerWithProxy() { join(); }

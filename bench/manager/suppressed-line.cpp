@@ -1,4 +1,4 @@
-// A log line that nobody wants, beside a load and a compare.
+// A suppressed log line, compared with a load and a compare.
 #include "cases.h"
 
 #include <genrpc/log.h>
@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t lines = 16;
 
-// Nothing is kept in registers from one line to the next: a real call site is alone.
+// Keeps no values in registers between two lines, as real call sites are separate.
 #define BENCH_SIXTEEN(line) line line line line line line line line line line line line line line line line
 
 [[gnu::noinline]] void own() {
@@ -24,11 +24,11 @@ constexpr std::size_t lines = 16;
 }
 
 std::atomic<std::uint16_t> level{vdlDebugWarning};
-[[gnu::noinline, gnu::cold]] void wanted() { level = vdlDebugWarning; }
+[[gnu::noinline, gnu::cold]] void logLine() { level = vdlDebugWarning; }
 
 [[gnu::noinline]] void loadAndCompare() {
-#define BENCH_LINE                                                        \
-    if (level.load(std::memory_order_relaxed) >= vdlDebugTrace) wanted(); \
+#define BENCH_LINE                                                         \
+    if (level.load(std::memory_order_relaxed) >= vdlDebugTrace) logLine(); \
     asm volatile("" : : : "memory");
     BENCH_SIXTEEN(BENCH_LINE)
 #undef BENCH_LINE

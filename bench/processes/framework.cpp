@@ -1,8 +1,8 @@
 #include "framework.h"
 
 #include "common/interleaved.h"
-#include "notified.h"
 #include "proxy-client.h"
+#include "timed-event.h"
 
 #include <frame/io-statistics.h>
 #include <frame/process.h>
@@ -16,7 +16,7 @@
 #include <stdexcept>
 #include <thread>
 
-extern "C" void** frameCreateApplicationArray(); // the library's entry
+extern "C" void** frameCreateApplicationArray(); // the library's entry point
 
 namespace bench {
 namespace {
@@ -38,17 +38,17 @@ public:
         frame::MsgIds ids;
         const auto start = Clock::now();
         adapter_->tvServiceReq(ids, {}, request_);
-        return nanoseconds(told_.take() - start);
+        return nanoseconds(answered_.wait() - start);
     }
 
 private:
     int tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&,
                       const std::vector<tvservice::TvServiceInfo_t>&) override {
-        told_.post();
+        answered_.post();
         return 0;
     }
 
-    Notified told_;
+    TimedEvent answered_;
     const std::vector<tvservice::TvServiceReq_t> request_ = playRequest();
     tvservice::ModelTvServiceAdapter* adapter_;
 };
@@ -91,7 +91,7 @@ void withFramework(const std::function<void(const std::function<double()>& play)
     const int result = host::runProcess(startRun, &run);
     if (run.thread.joinable()) run.thread.join();
     if (run.failure) std::rethrow_exception(run.failure);
-    if (result != 0) throw std::runtime_error("the framework did not come up: " + std::to_string(result));
+    if (result != 0) throw std::runtime_error("the framework did not start: " + std::to_string(result));
 }
 
 } // namespace bench

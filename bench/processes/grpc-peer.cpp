@@ -1,7 +1,7 @@
 // gRPC over a local socket.
 #include "common/interleaved.h"
-#include "notified.h"
 #include "peer-process.h"
+#include "timed-event.h"
 #include "transport.h"
 
 #include <grpcpp/grpcpp.h>

@@ -1,5 +1,6 @@
-// Between processes: a request's round trip and small notifications one way, beside the plain socket, sd-bus and gRPC;
-// both between hosts beside a bare TLS stream; and a play request's whole way through a framework process.
+// Communication between processes. Compares round trips and small notifications one way with a plain socket, sd-bus and
+// gRPC, and both between hosts with a plain TLS stream. Also measures a play request's complete path through a
+// framework process.
 #include "common/report.h"
 #include "framework.h"
 #include "other-host.h"
@@ -22,15 +23,15 @@ namespace {
 
 const Report report("processes");
 
-// What notifications between hosts carry.
+// The text sizes of notifications between hosts.
 constexpr std::size_t smallText [[maybe_unused]] = 64, largeText [[maybe_unused]] = 64 * 1024;
 
 // A side whose round is the median of `calls` single calls.
 Side singleCalls(std::string name, std::size_t calls, std::function<double()> call) {
     return {std::move(name), [calls, call = std::move(call)] {
-                std::vector<double> took(calls);
-                std::generate(took.begin(), took.end(), call);
-                return summaryOf(std::move(took)).median;
+                std::vector<double> durations(calls);
+                std::generate(durations.begin(), durations.end(), call);
+                return summaryOf(std::move(durations)).median;
             }};
 }
 
@@ -50,7 +51,7 @@ struct Peers {
     }
 
     PeerProcess service{serveTvService};
-    std::vector<std::unique_ptr<Transport>> transports; // own, the limit, and the peers that there are
+    std::vector<std::unique_ptr<Transport>> transports; // own, the limit, and the installed peers
 };
 
 Figures sumOf(std::string name, const Figures& a, const Figures& b) {
@@ -61,13 +62,13 @@ Figures sumOf(std::string name, const Figures& a, const Figures& b) {
 
 void notePeers() {
 #ifndef BENCH_SD_BUS
-    report.note("sd-bus left out: libsystemd was not there when this was built");
+    report.note("sd-bus omitted: built without libsystemd");
 #endif
 #ifndef BENCH_GRPC
-    report.note("gRPC left out: its library or plugin was not there when this was built");
+    report.note("gRPC omitted: built without its library or plugin");
 #endif
 #ifndef BENCH_TLS
-    report.note("between hosts left out: this was built without connections to other hosts");
+    report.note("between hosts omitted: built without connections to other hosts");
 #else
     report.note("between hosts, an info is " + std::to_string(infoBytes(smallText)) + " bytes and a text " +
                 std::to_string(infoBytes(largeText)) + ", on both sides");
@@ -119,47 +120,47 @@ void oneWay(const Options& options, const std::string& caseName) {
     }
     const auto figures = interleaved(sides, options.rounds({2, 21}));
     for (const Figures& side : figures) report.figures(caseName, side, {"ns", "message"});
-    // As often as the peer's time holds ours, so many times its messages a second we make.
+    // The ratio of the peer's time per message to ours is the ratio of our messages per second to the peer's.
     if (figures.size() > 1) report.ratio(caseName, figures[1], figures[0], Goal{9, 3.0, Goal::AtLeast});
 }
 
 #ifdef BENCH_TLS
-// So many notifications at a time: together less than 2 MiB, for which a queue keeps its memory, as this is about the
-// transport. None: round trips.
+// messages: notifications at a time; 0 for round trips. They are less than 2 MiB together, so that the queue keeps its
+// memory and the case measures the transport.
 struct BetweenHosts {
     const char* name;
     std::size_t messages, textBytes;
 };
 constexpr BetweenHosts betweenHosts[] = {{"round-trip", 0, 0}, {"texts", 16, largeText}, {"infos", 1000, smallText}};
 
-// All on all CPUs or on one, beside a TLS stream between the same kinds of processes.
+// Runs all cases on all CPUs or on one, with a TLS stream between the same kinds of processes as the other side.
 void compareHosts(const Options& options, const std::string& name, const std::function<void()>& prepare) {
-    std::vector<BetweenHosts> wanted;
-    for (const BetweenHosts& one : betweenHosts)
-        if (options.wants(name + one.name)) wanted.push_back(one);
-    if (wanted.empty()) return;
+    std::vector<BetweenHosts> selected;
+    for (const BetweenHosts& each : betweenHosts)
+        if (options.wants(name + each.name)) selected.push_back(each);
+    if (selected.empty()) return;
     inOwnProcess([&] {
         prepare();
         const PrivateFolder folder;
-        putTvServiceOnOtherHost(folder.path());
+        configureRemoteTvService(folder.path());
         const PeerProcess service(serveTvService);
         ProxyClient own;
         const auto limit = tlsStream();
         Transport* const transports[] = {&own, limit.get()};
         for (Transport* transport : transports) transport->connect();
-        for (const BetweenHosts& one : wanted) {
+        for (const BetweenHosts& each : selected) {
             std::vector<Side> sides;
             for (Transport* transport : transports)
-                sides.push_back(one.messages == 0 ? singleCalls(transport->name(), options.quick ? 200 : 1000,
-                                                                [=] { return transport->roundTrip(); })
-                                                  : singleCalls(transport->name(), options.quick ? 8 : 32, [=] {
-                                                        return transport->infos(one.messages, one.textBytes) /
-                                                               static_cast<double>(one.messages);
-                                                    }));
+                sides.push_back(each.messages == 0 ? singleCalls(transport->name(), options.quick ? 200 : 1000,
+                                                                 [=] { return transport->roundTrip(); })
+                                                   : singleCalls(transport->name(), options.quick ? 8 : 32, [=] {
+                                                         return transport->infos(each.messages, each.textBytes) /
+                                                                static_cast<double>(each.messages);
+                                                     }));
             const auto figures = interleaved(sides, options.rounds({3, 31}));
             for (const Figures& side : figures)
-                report.figures(name + one.name, side, {"ns", one.messages == 0 ? "call" : "message"});
-            report.ratio(name + one.name, figures[0], figures[1], Goal{15, 1.25});
+                report.figures(name + each.name, side, {"ns", each.messages == 0 ? "call" : "message"});
+            report.ratio(name + each.name, figures[0], figures[1], Goal{15, 1.25});
         }
     });
 }

@@ -1,5 +1,5 @@
-// Has the TV service's endpoint be one of another host, at a port of this machine, with one pair of keys for both
-// sides.
+// Configures the TV service's endpoint as if it were on another host: at a port of this machine, with one key pair for
+// both sides.
 #pragma once
 
 #include <host/keys.h>
@@ -16,7 +16,7 @@
 
 namespace bench {
 
-// A port that nobody has at the moment. Throws std::system_error.
+// A currently unused port. Throws std::system_error.
 inline int freePort() {
     const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
@@ -27,12 +27,12 @@ inline int freePort() {
                       ::getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size) == 0;
     const int error = errno;
     ::close(probe);
-    if (!good) throw std::system_error(error, std::generic_category(), "a free port");
+    if (!good) throw std::system_error(error, std::generic_category(), "no free port");
     return ntohs(address.sin_port);
 }
 
-// For the rest of this process and for those that it makes of itself. Throws also std::runtime_error.
-inline void putTvServiceOnOtherHost(const std::filesystem::path& folder) {
+// Takes effect for the rest of this process and for its child processes. Also throws std::runtime_error.
+inline void configureRemoteTvService(const std::filesystem::path& folder) {
     const host::KeyPair keys = host::makeKeys();
     const std::string file = folder / "own.key";
     host::writeKeys(file, keys);

@@ -24,7 +24,7 @@ pid_t forkWith(const std::function<void()>& work) {
     if (pid > 0) return pid;
     int status = EXIT_FAILURE;
     try {
-        // The parent may have ended before the child asked to end with it.
+        // The parent may have ended before this call.
         if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0) fail("prctl");
         if (getppid() == parent) {
             work();
@@ -37,7 +37,7 @@ pid_t forkWith(const std::function<void()>& work) {
     _exit(status);
 }
 
-// Waits for the child's end; whether it ended with success.
+// Waits until the child ends. Returns whether it succeeded.
 bool succeeded(pid_t pid) {
     int status = 0;
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
@@ -64,7 +64,7 @@ PeerProcess::PeerProcess(const std::function<void(const std::function<void()>& r
     close(pipe[0]);
     if (count == 1) return;
     succeeded(pid_);
-    throw std::runtime_error("a server did not come up");
+    throw std::runtime_error("a server did not start");
 }
 
 PeerProcess::~PeerProcess() {

@@ -1,4 +1,4 @@
-// A folder of this run's own for sockets and state, where the host platform and the peers find it.
+// A private folder for the sockets and state of this run. The host platform finds it through the environment.
 #pragma once
 
 #include <cerrno>
@@ -20,7 +20,7 @@ public:
         setenv("STATE_DIRECTORY", name.c_str(), 1);
     }
     ~PrivateFolder() {
-        std::error_code ignored; // what cannot be removed from a folder of temporary files stays there
+        std::error_code ignored; // files that cannot be removed stay in the temporary folder
         std::filesystem::remove_all(path_, ignored);
     }
     PrivateFolder(const PrivateFolder&) = delete;

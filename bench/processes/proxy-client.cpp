@@ -72,35 +72,35 @@ void ProxyClient::connect() {
 
 double ProxyClient::roundTrip() {
     frame::MsgIds ids;
-    awaited_ = 1;
+    pending_ = 1;
     const auto start = Clock::now();
     proxy_.tvServiceReq(ids, {}, request_);
-    return nanoseconds(notified_.take() - start);
+    return nanoseconds(notified_.wait() - start);
 }
 
-double ProxyClient::notifications(std::size_t count) { return ask(count, std::to_string(count)); }
+double ProxyClient::notifications(std::size_t count) { return request(count, std::to_string(count)); }
 
 double ProxyClient::infos(std::size_t count, std::size_t textBytes) {
-    return ask(count, std::to_string(count) + " " + std::to_string(textBytes));
+    return request(count, std::to_string(count) + " " + std::to_string(textBytes));
 }
 
-double ProxyClient::ask(std::size_t count, const std::string& what) {
+double ProxyClient::request(std::size_t count, const std::string& what) {
     frame::MsgIds ids;
-    awaited_ = count;
+    pending_ = count;
     const auto start = Clock::now();
     proxy_.tvServiceSendKeyReq(ids, {}, what);
-    return nanoseconds(notified_.take() - start);
+    return nanoseconds(notified_.wait() - start);
 }
 
 int ProxyClient::tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&,
                                const std::vector<tvservice::TvServiceInfo_t>&) {
-    if (--awaited_ == 0) notified_.post();
+    if (--pending_ == 0) notified_.post();
     return 0;
 }
 
 int ProxyClient::tvServiceTunerResult(frame::MsgIds&, const frame::TransportInfo&,
                                       const tvservice::TvServiceTunerResult_t&) {
-    if (--awaited_ == 0) notified_.post();
+    if (--pending_ == 0) notified_.post();
     return 0;
 }
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "app-tvservice-proxy-main.h"
-#include "notified.h"
+#include "timed-event.h"
 #include "transport.h"
 
 #include <host/message-queue.h>
@@ -12,13 +12,13 @@
 
 namespace bench {
 
-// What is asked for in all cases: one live service on one terminal.
+// The request of all cases: one live service on one terminal.
 std::vector<tvservice::TvServiceReq_t> playRequest();
 
-// What a notification with a text of so many bytes tells.
+// The arguments of a notification with a text of that size.
 std::vector<tvservice::TvServiceInfo_t> infosWith(std::size_t textBytes);
 
-// Its server is serveTvService.
+// The client of serveTvService.
 class ProxyClient final : public Transport, private tvservice::ClientBase {
 public:
     std::string name() const override { return "own"; }
@@ -28,17 +28,17 @@ public:
     double infos(std::size_t count, std::size_t textBytes) override;
 
 private:
-    double ask(std::size_t count, const std::string& what);
+    double request(std::size_t count, const std::string& what);
     int tvServiceInfo(frame::MsgIds& ids, const frame::TransportInfo& transport,
                       const std::vector<tvservice::TvServiceInfo_t>& infos) override;
     int tvServiceTunerResult(frame::MsgIds& ids, const frame::TransportInfo& transport,
                              const tvservice::TvServiceTunerResult_t& result) override;
 
-    Notified notified_;
-    std::size_t awaited_ = 0; // messages that have not come yet
+    TimedEvent notified_;
+    std::size_t pending_ = 0; // messages not yet received
     const std::vector<tvservice::TvServiceReq_t> request_ = playRequest();
     tvservice::Proxy proxy_;
-    std::unique_ptr<host::MessageQueue> queue_; // ends before the proxy, which it knows as listener
+    std::unique_ptr<host::MessageQueue> queue_; // destroyed before the proxy, which is its listener
 };
 
 } // namespace bench

@@ -1,7 +1,7 @@
-// The limit: two processes that block in the calls of a local socket pair and do nothing else.
+// The limit: two processes that only block in the calls of a local socket pair.
 #include "common/interleaved.h"
-#include "notified.h"
 #include "peer-process.h"
+#include "timed-event.h"
 #include "transport.h"
 
 #include <cerrno>

@@ -1,7 +1,7 @@
-// sd-bus, peer to peer: no daemon in between.
+// sd-bus, peer to peer, without a daemon.
 #include "common/interleaved.h"
-#include "notified.h"
 #include "peer-process.h"
+#include "timed-event.h"
 #include "transport.h"
 
 #include <cerrno>
@@ -15,7 +15,7 @@ namespace bench {
 namespace {
 
 constexpr const char *path = "/peer", *interface = "bench.Peer";
-constexpr const char* smallRecord = "yiiiii"; // as the record of a tuner's result
+constexpr const char* smallRecord = "yiiiii"; // the same fields as a tuner result
 
 int check(int result, const char* what) {
     if (result < 0) throw std::system_error(-result, std::generic_category(), what);
@@ -63,10 +63,10 @@ void sendNotifications(sd_bus_message* call) {
     check(sd_bus_reply_method_return(call, nullptr), "reply");
     sd_bus* bus = sd_bus_message_get_bus(call);
     for (std::uint64_t i = 1; i <= count; ++i) {
-        check(sd_bus_emit_signal(bus, path, interface, "Told", smallRecord, 1, static_cast<std::int32_t>(i), 2, 1, 78,
-                                 96),
+        check(sd_bus_emit_signal(bus, path, interface, "Notified", smallRecord, 1, static_cast<std::int32_t>(i), 2, 1,
+                                 78, 96),
               "emit");
-        if (i % 64 == 0) check(sd_bus_flush(bus), "flush"); // what waits has a limit
+        if (i % 64 == 0) check(sd_bus_flush(bus), "flush"); // the bus's queue has a limit
     }
     check(sd_bus_flush(bus), "flush");
 }
@@ -95,11 +95,11 @@ public:
         return nanoseconds(Clock::now() - start);
     }
     double notifications(std::size_t count) override {
-        told_ = 0;
+        received_ = 0;
         const auto start = Clock::now();
-        check(sd_bus_call_method(bus_, nullptr, path, interface, "Tell", nullptr, nullptr, "t", std::uint64_t{count}),
-              "Tell");
-        while (told_ < count)
+        check(sd_bus_call_method(bus_, nullptr, path, interface, "Notify", nullptr, nullptr, "t", std::uint64_t{count}),
+              "Notify");
+        while (received_ < count)
             if (check(sd_bus_process(bus_, nullptr), "sd_bus_process") == 0)
                 check(sd_bus_wait(bus_, UINT64_MAX), "sd_bus_wait");
         return nanoseconds(Clock::now() - start);
@@ -107,13 +107,13 @@ public:
 
 private:
     static int onMessage(sd_bus_message* message, void* context, sd_bus_error*) {
-        if (!sd_bus_message_is_signal(message, interface, "Told")) return 0;
+        if (!sd_bus_message_is_signal(message, interface, "Notified")) return 0;
         std::uint8_t byte;
         std::int32_t number[5];
         const int read = sd_bus_message_read(message, smallRecord, &byte, &number[0], &number[1], &number[2],
                                              &number[3], &number[4]);
         if (read < 0) return read;
-        ++static_cast<SdBus*>(context)->told_;
+        ++static_cast<SdBus*>(context)->received_;
         return 1;
     }
     static int onCall(sd_bus_message* message, void*, sd_bus_error*) {
@@ -135,7 +135,7 @@ private:
     int ends_[2];
     std::unique_ptr<PeerProcess> server_;
     sd_bus* bus_ = nullptr;
-    std::size_t told_ = 0;
+    std::size_t received_ = 0;
     const std::string request_ = std::string(load().requestBytes, 'q');
 };
 

@@ -1,8 +1,8 @@
-// The limit between hosts: two processes that block in the calls of one TLS stream over loopback and do nothing else.
-// Protocol, cipher and kinds of keys are the message queue's.
+// The limit between hosts: two processes that only block in the calls of one TLS stream over loopback. The protocol,
+// the cipher and the types of keys are the same as in the message queue.
 #include "common/interleaved.h"
-#include "notified.h"
 #include "peer-process.h"
+#include "timed-event.h"
 #include "transport.h"
 
 #include <arpa/inet.h>
@@ -31,7 +31,7 @@ template <auto release> struct Releaser {
 
 using Context = std::unique_ptr<SSL_CTX, Releaser<SSL_CTX_free>>;
 
-// One key and certificate for both ends, which each proves to the other.
+// A key and certificate that both ends use to authenticate to each other.
 Context makeContext() {
     const std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>> key(EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"));
     const std::unique_ptr<X509, Releaser<X509_free>> certificate(X509_new());
@@ -84,7 +84,7 @@ public:
     ~End() {
         if (socket_ >= 0) close(socket_);
     }
-    // Takes the socket over. handshake: SSL_accept or SSL_connect.
+    // Takes ownership of the socket. handshake: SSL_accept or SSL_connect.
     void open(SSL_CTX& context, int socket, int (*handshake)(SSL*)) {
         requireCall(socket_ = socket, "accept");
         const int on = 1;
@@ -109,7 +109,7 @@ private:
     std::unique_ptr<SSL, Releaser<SSL_free>> ssl_;
 };
 
-// A request is answered unless it begins with the number of messages that are wanted, and their size.
+// The server answers each request. If a request begins with a number and a size, it sends that many messages instead.
 class TlsStream final : public Transport {
 public:
     std::string name() const override { return "TLS stream"; }
@@ -121,11 +121,11 @@ public:
         return nanoseconds(Clock::now() - start);
     }
     double infos(std::size_t count, std::size_t textBytes) override {
-        std::string asked = std::to_string(count) + " " + std::to_string(infoBytes(textBytes));
-        asked.resize(request_.size(), ' ');
+        std::string request = std::to_string(count) + " " + std::to_string(infoBytes(textBytes));
+        request.resize(request_.size(), ' ');
         std::string message(infoBytes(textBytes), '\0');
         const auto start = Clock::now();
-        end_.send(asked);
+        end_.send(request);
         for (std::size_t i = 0; i < count; ++i) end_.receive(message);
         return nanoseconds(Clock::now() - start);
     }
@@ -134,15 +134,15 @@ private:
     [[noreturn]] void serve(const std::function<void()>& ready) {
         ready();
         end_.open(*context_, listener_.accept(), SSL_accept);
-        for (std::string asked = request_;;) {
-            end_.receive(asked);
-            if (asked == request_) {
+        for (std::string request = request_;;) {
+            end_.receive(request);
+            if (request == request_) {
                 end_.send(answer_);
                 continue;
             }
             std::size_t sizeAt = 0;
-            const std::size_t count = std::stoul(asked, &sizeAt);
-            const std::string message(std::stoul(asked.substr(sizeAt)), 'm');
+            const std::size_t count = std::stoul(request, &sizeAt);
+            const std::string message(std::stoul(request.substr(sizeAt)), 'm');
             for (std::size_t i = 0; i < count; ++i) end_.send(message);
         }
     }

@@ -1,8 +1,8 @@
 #include "tv-service.h"
 
 #include "common/sender.h"
-#include "notified.h"
 #include "proxy-client.h"
+#include "timed-event.h"
 
 #include <host/message-queue.h>
 #include <mmservice/messages.h>
@@ -29,17 +29,17 @@ public:
         queue_.start();
     }
 
-    // Tells the news that are asked for; a service has its news from threads of its own.
-    [[noreturn]] void tellNews() {
+    // Sends the requested notifications, outside the queue's thread: services notify from their own threads.
+    [[noreturn]] void sendNotifications() {
         for (;;) {
-            asked_.take();
+            requested_.wait();
             if (textBytes_ > 0) {
                 const auto infos = infosWith(textBytes_);
-                for (std::size_t i = 0; i < wanted_; ++i) tv_.to<messages::TvServiceInfo>(client_, infos);
+                for (std::size_t i = 0; i < count_; ++i) tv_.to<messages::TvServiceInfo>(client_, infos);
                 continue;
             }
-            const tvservice::TvServiceTunerResult_t news{1, 0, {2, 1}, 78, 96};
-            for (std::size_t i = 0; i < wanted_; ++i) tv_.to<messages::TvServiceTunerResult>(client_, news);
+            const tvservice::TvServiceTunerResult_t result{1, 0, {2, 1}, 78, 96};
+            for (std::size_t i = 0; i < count_; ++i) tv_.to<messages::TvServiceTunerResult>(client_, result);
         }
     }
 
@@ -61,15 +61,15 @@ private:
                          void* context) {
         auto& service = *static_cast<TvService*>(context);
         service.client_ = transport.connection;
-        const auto [asked] = messages::TvServiceSendKeyReq::Body::read(payload);
+        const auto [text] = messages::TvServiceSendKeyReq::Body::read(payload);
         std::size_t end = 0;
-        service.wanted_ = std::stoul(asked, &end);
-        service.textBytes_ = end < asked.size() ? std::stoul(asked.substr(end)) : 0;
-        service.asked_.post();
+        service.count_ = std::stoul(text, &end);
+        service.textBytes_ = end < text.size() ? std::stoul(text.substr(end)) : 0;
+        service.requested_.post();
         return 0;
     }
 
-    // News come faster than they are taken; nothing of them may be refused.
+    // Notifications are sent faster than they are received, and none may be refused.
     static host::QueueLimits limits() {
         host::QueueLimits limits;
         limits.messages = 1U << 22;
@@ -78,8 +78,8 @@ private:
 
     host::MessageQueue queue_{limits()};
     services::Sender tv_, mm_;
-    Notified asked_;
-    std::size_t wanted_ = 0, textBytes_ = 0;
+    TimedEvent requested_;
+    std::size_t count_ = 0, textBytes_ = 0;
     std::uint64_t client_ = 0;
 };
 
@@ -88,7 +88,7 @@ private:
 void serveTvService(const std::function<void()>& ready) {
     TvService service;
     ready();
-    service.tellNews();
+    service.sendNotifications();
 }
 
 } // namespace bench

@@ -1,8 +1,8 @@
-// What it costs to wake a thread that sleeps on a condition variable.
+// The cost of waking a thread that sleeps on a condition variable.
 #pragma once
 
 #include "common/interleaved.h"
-#include "notified.h"
+#include "timed-event.h"
 
 #include <atomic>
 #include <thread>
@@ -16,24 +16,24 @@ public:
         work_.post();
         sleeper_.join();
     }
-    // From the notification until the sleeping thread runs, in nanoseconds. The thread is asleep before: it has told us
-    // last time, and with one CPU for both it went on until it slept again.
+    // The nanoseconds from the notification until the sleeping thread runs. It sleeps before: after the previous call,
+    // with one CPU for both threads, it ran until it slept again.
     double once() {
         const auto start = Clock::now();
         work_.post();
-        return nanoseconds(awake_.take() - start);
+        return nanoseconds(awake_.wait() - start);
     }
 
 private:
     void sleep() {
         for (;;) {
-            work_.take();
+            work_.wait();
             if (ending_) return;
             awake_.post();
         }
     }
 
-    Notified work_, awake_;
+    TimedEvent work_, awake_;
     std::atomic<bool> ending_{false};
     std::thread sleeper_{[this] { sleep(); }};
 };

@@ -1,5 +1,5 @@
-// A process that does nothing but have libraries loaded (LD_PRELOAD): says so with a byte to the descriptor in
-// BENCH_READY, then waits for its end.
+// A process that only loads libraries (LD_PRELOAD). Once they are loaded, it writes a byte to the descriptor in
+// BENCH_READY and waits until it is killed.
 #include <cstdlib>
 #include <unistd.h>
 

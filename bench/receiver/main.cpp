@@ -1,6 +1,7 @@
-// The receiver's host process from outside: the library's size, memory, start-up, and how often it wakes when idle.
+// Measures the receiver's host process from outside: the size of the library, memory, start-up time, and wake-ups when
+// idle.
 #include "common/report.h"
-#include "process-look.h"
+#include "process-info.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -28,7 +29,7 @@ const Report report("receiver");
 const receiver::Places places;
 const std::filesystem::path adapterLibrary = places.libraries / "libapp-tvservice-adapter.so";
 
-// A pipe whose writing end processes inherit, for their byte that they are up.
+// A pipe whose write end child processes inherit. They write a byte to it when they are ready.
 class ReadyPipe {
 public:
     ReadyPipe() {
@@ -48,7 +49,7 @@ public:
         char byte;
         if (poll(&readable, 1, static_cast<int>(receiver::defaultTimeout.count())) != 1 ||
             read(ends_[0], &byte, 1) != 1)
-            throw std::runtime_error("a process did not get ready");
+            throw std::runtime_error("a process did not become ready");
     }
 
 private:
@@ -59,12 +60,12 @@ class HostProcess {
 public:
     explicit HostProcess(ReceiverKit& kit) : kit_(kit) {}
 
-    // The host process with the library, and then an application that says when it is served.
+    // The host process with the library and an application that reports when the adapter serves it.
     ChildCommand served() const {
         ChildCommand command = alone();
         command.arguments.push_back((places.libraries / "libbench-ready-application.so").string());
         command.environment["BENCH_READY"] = ready_.descriptor();
-        command.errorLog = kit_.folder() / "served.log"; // the other one is read
+        command.errorLog = kit_.folder() / "served.log"; // waitUntilConnected reads the other log
         return command;
     }
     // The host process with the library only.
@@ -79,12 +80,12 @@ public:
         command.errorLog = log();
         return command;
     }
-    // A process that has the third-party libraries of the other one and nothing else.
+    // A process that only loads the third-party libraries of the host process.
     ChildCommand bare() {
         if (libraries_.empty()) {
             const ChildProcess process(served());
             ready_.wait();
-            for (const std::string& path : librariesBut(places.libraries, process.id()))
+            for (const std::string& path : librariesOutside(places.libraries, process.id()))
                 libraries_ += (libraries_.empty() ? "" : ":") + path;
         }
         ChildCommand command;
@@ -94,7 +95,7 @@ public:
         return command;
     }
 
-    // Milliseconds from before the start of a process until it is ready.
+    // The milliseconds from the start of a process until it is ready.
     double startTime(const ChildCommand& command) const {
         const auto start = Clock::now();
         const ChildProcess process(command);
@@ -111,13 +112,13 @@ public:
         waitUntilConnected();
         return residentKilobytes(process.id());
     }
-    // Wake-ups a second while nothing is asked of the process.
+    // Wake-ups per second while the process is idle.
     double wakeUps(const ChildProcess& process, std::chrono::seconds length) const {
         const auto before = contextSwitches(process.id());
         const auto start = Clock::now();
         std::this_thread::sleep_for(length);
-        const double took = nanoseconds(Clock::now() - start) / 1e9;
-        return static_cast<double>(contextSwitches(process.id()) - before) / took;
+        const double duration = nanoseconds(Clock::now() - start) / 1e9;
+        return static_cast<double>(contextSwitches(process.id()) - before) / duration;
     }
     void waitUntilConnected() {
         connected_ += 2;
@@ -135,8 +136,8 @@ private:
 
     ReceiverKit& kit_;
     const ReadyPipe ready_;
-    std::string libraries_;        // of third parties, as LD_PRELOAD takes them
-    std::ptrdiff_t connected_ = 0; // lines in the log that say so
+    std::string libraries_;        // the third-party ones, for LD_PRELOAD
+    std::ptrdiff_t connected_ = 0; // expected number of "connected" lines in the log
 };
 
 void librarySize() {
@@ -176,7 +177,7 @@ void run(const Options& options) {
     if (options.wants("idle")) {
         const ChildProcess process(host.alone());
         host.waitUntilConnected();
-        std::this_thread::sleep_for(std::chrono::seconds(1)); // what starting up has left behind is over
+        std::this_thread::sleep_for(std::chrono::seconds(1)); // until all work of the start is done
         const std::chrono::seconds length(options.quick ? 5 : 30);
         report.value("idle", "own", host.wakeUps(process, length), {"wake-ups", "second"}, Goal{14, 1.2});
     }

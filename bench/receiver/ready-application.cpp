@@ -1,4 +1,4 @@
-// An application that says when the adapter serves it: a byte to the descriptor in BENCH_READY.
+// An application that writes a byte to the descriptor in BENCH_READY when the adapter serves it.
 #include <frame/abstract-application.h>
 #include <frame/process.h>
 #include <tvservice-adapter/model-tvservice-adapter.h>

@@ -1,4 +1,4 @@
-"""The document: a table of the goals, the machine, how to repeat the measurement, all figures."""
+"""Writes the document: a table of the goals, the machine, how to repeat the measurement, and all figures."""
 import os
 import platform
 import subprocess
@@ -31,7 +31,7 @@ def goal_rows(lines):
         if not own:
             yield f"| {label} | {what} | {bound} | not measured | | {meaning} |"
             continue
-        # The two figures that are worst relative to their bound.
+        # The two worst figures relative to their bounds.
         worst = sorted(own, key=figures.excess, reverse=True)[:2]
         shown = "<br>".join(f"{figures.value_of(line)} ({figures.name_of(line)})" for line in worst)
         bad = [line for line in own if figures.excess(line) > 1]

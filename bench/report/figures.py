@@ -5,7 +5,7 @@ from goals import ACCEPTED
 
 
 def parsed(text, program):
-    """The lines of one program. Raises an error for a line that is not a line of figures."""
+    """Returns the parsed lines of a program. Raises ValueError for a line that is not JSON."""
     lines = []
     for line in text.splitlines():
         try:
@@ -16,7 +16,7 @@ def parsed(text, program):
 
 
 def excess(line):
-    """A line's figure relative to its bound: 1.0 is at the bound, more is worse."""
+    """Returns a line's figure relative to its bound: 1.0 is at the bound, more is worse."""
     if line["bound"] == "atLeast":
         return line["goal"] / line["median"] if line["median"] else float("inf")
     if line["goal"] == 0:
@@ -48,11 +48,11 @@ def value_of(line):
 
 
 def gated(line):
-    """The line with the bound that the gate applies."""
+    """Returns the line with the bound that the gate applies."""
     return {**line, "goal": ACCEPTED.get(name_of(line), line["goal"])}
 
 
 def missed(lines, margin):
-    """The lines beyond the gate's bounds by more than the margin, worst first."""
+    """Returns the lines that exceed the gate's bounds by more than the margin, worst first."""
     bad = [line for line in map(gated, with_bound(lines)) if excess(line) > 1 + margin]
     return sorted(bad, key=excess, reverse=True)

@@ -1,17 +1,17 @@
-"""The plot: every figure with a goal relative to its bound, as SVG."""
+"""Plots every figure that has a goal, relative to its bound, as SVG."""
 from html import escape
 
 import figures
 
 ROW, LEFT, WIDTH, TOP = 15, 400, 420, 46
-MOST = 2.0  # times the bound, at the right edge
+MAX_EXCESS = 2.0  # times the bound, at the right edge
 
 
 def svg(lines):
     lines = figures.with_bound(lines)
     lines.sort(key=lambda line: (line["goalNumber"] or 99, figures.name_of(line)))
     height = TOP + ROW * len(lines) + 12
-    bound = LEFT + WIDTH / MOST
+    bound = LEFT + WIDTH / MAX_EXCESS
     out = [
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{LEFT + WIDTH + 140}" height="{height}" '
         'font-family="sans-serif" font-size="11">',
@@ -21,14 +21,14 @@ def svg(lines):
     ]
     for row, line in enumerate(lines):
         y = TOP + ROW * row
-        part = min(figures.excess(line), MOST)
+        part = min(figures.excess(line), MAX_EXCESS)
         if line["goal"] == 0 and line["median"] <= 0:
             part = 0
         colour = "#3a7d44" if figures.excess(line) <= 1 else "#c0562b"
         label = f"{line['goalNumber'] or 'growth'}  {figures.name_of(line)}"
         out.append(f'<text x="{LEFT - 8}" y="{y + 10}" text-anchor="end">{escape(label)}</text>')
         out.append(
-            f'<rect x="{LEFT}" y="{y + 1}" width="{max(part * WIDTH / MOST, 1):.1f}" height="{ROW - 4}" '
+            f'<rect x="{LEFT}" y="{y + 1}" width="{max(part * WIDTH / MAX_EXCESS, 1):.1f}" height="{ROW - 4}" '
             f'fill="{colour}"/>'
         )
         out.append(f'<text x="{LEFT + WIDTH + 6}" y="{y + 10}">{escape(figures.value_of(line))}</text>')

@@ -11,7 +11,7 @@ import plot
 
 
 def commands(build):
-    """The programs' command lines, one per line, arguments separated by tabs."""
+    """Reads the programs' commands: one per line, arguments separated by tabs."""
     listed = (build / "bench-programs.txt").read_text(encoding="utf-8").splitlines()
     return [line.split("\t") for line in listed if line]
 
@@ -35,14 +35,16 @@ def measured(build, quick, timeout):
             continue
         lines += figures.parsed(done.stdout, name)
         if done.returncode != 0:
-            failures.append(f"{name} ended with {done.returncode}")
+            failures.append(f"{name} failed with exit code {done.returncode}")
     return lines, failures
 
 
 def main():
     options = argparse.ArgumentParser(prog="dev bench")
     options.add_argument("--build", type=pathlib.Path, required=True, help="the build folder")
-    options.add_argument("--docs", type=pathlib.Path, required=True, help="where benchmarks.md and benchmarks.svg go")
+    options.add_argument(
+        "--docs", type=pathlib.Path, required=True, help="the folder for benchmarks.md and benchmarks.svg"
+    )
     options.add_argument("--compiler", default="c++")
     options.add_argument("--quick", action="store_true", help="fewer and shorter rounds; writes no document")
     options.add_argument("--gate", action="store_true", help="fail when a figure misses its bound; writes no document")

@@ -64,8 +64,8 @@ void answerForTheService(Figures& figures) {
     char byte = 0;
     require(recv(listener.descriptor(), &byte, 1, MSG_DONTWAIT) < 0, "one request was answered more than once");
     kit.waitForAnswers(kit.play("0:0", "dvb://1.1.1"), 1);
-    const std::string complaints = kit.stop();
-    require(complaints.empty(), complaints);
+    const std::string problems = kit.stop();
+    require(problems.empty(), problems);
 }
 
 } // namespace access_check

@@ -100,18 +100,18 @@ void floodWithBroadcasts(unsigned plays, Figures& figures) {
             std::vector<std::unique_ptr<Attacker>> all;
             for (int i = 0; i < attackers; ++i)
                 all.push_back(std::make_unique<Attacker>(endpoint, locksOf(i), floodOf(i)));
-            const auto begun = [&] {
+            const auto floodStarted = [&] {
                 return std::all_of(all.begin(), all.end(), [](const auto& attacker) { return attacker->sent() > 0; });
             };
-            require(kit.waitFor(begun, receiver::defaultTimeout), "the flood did not begin");
+            require(kit.waitFor(floodStarted, receiver::defaultTimeout), "the flood did not start");
             for (unsigned i = 0; i < plays; ++i)
                 figures.slowestPlayBesideBroadcasts =
                     std::max(figures.slowestPlayBesideBroadcasts, playOnce(kit, "dvb://1.1.1"));
             figures.slowestEndBesideBroadcasts =
                 std::max(figures.slowestEndBesideBroadcasts, endOf(kit, endpoint.part));
         }
-        const std::string complaints = kit.stop(); // the other parts
-        require(complaints.empty(), complaints);
+        const std::string problems = kit.stop(); // the other parts
+        require(problems.empty(), problems);
     }
 }
 

@@ -63,8 +63,8 @@ void takeAllDescriptors() {
         known->ask();
     }
     kit.waitForAnswers(kit.play("0:0", "dvb://1.1.1"), 1);
-    const std::string complaints = kit.stop();
-    require(complaints.empty(), complaints);
+    const std::string problems = kit.stop();
+    require(problems.empty(), problems);
 }
 
 } // namespace access_check

@@ -121,9 +121,9 @@ long playOnce(ReceiverKit& kit, const std::string& uri) {
 
 long endOf(ReceiverKit& kit, Part part) {
     const auto begin = Clock::now();
-    const std::string complaints = kit.stop(part);
+    const std::string problems = kit.stop(part);
     const long duration = millisecondsSince(begin);
-    require(complaints.empty(), complaints);
+    require(problems.empty(), problems);
     require(duration <= longestEnd,
             std::string(receiver::nameOf(part)) + " took " + std::to_string(duration) + " ms to end");
     return duration;
@@ -152,8 +152,8 @@ std::filesystem::path logOf(const ReceiverKit& kit, Part part) {
     return kit.folder() / (std::string(receiver::nameOf(part)) + ".log");
 }
 
-void require(bool condition, const std::string& otherwise) {
-    if (!condition) throw ReceiverError(otherwise);
+void require(bool condition, const std::string& problem) {
+    if (!condition) throw ReceiverError(problem);
 }
 
 } // namespace access_check

@@ -66,6 +66,6 @@ std::uint64_t countLines(const std::filesystem::path& log, const std::string& te
 
 std::filesystem::path logOf(const ReceiverKit& kit, Part part);
 
-void require(bool condition, const std::string& otherwise);
+void require(bool condition, const std::string& problem);
 
 } // namespace access_check

@@ -73,9 +73,9 @@ public:
             if (thread.joinable()) thread.join();
     }
 
-    std::string complaint() {
+    std::string failure() {
         const thread_safety::LockGuard lock(mutex_);
-        return complaint_;
+        return failure_;
     }
 
     long newClients = 0, slowestNewClient = 0; // valid after end()
@@ -96,7 +96,7 @@ private:
             work();
         } catch (const std::exception& error) {
             const thread_safety::LockGuard lock(mutex_);
-            complaint_ = error.what();
+            failure_ = error.what();
         }
     }
     void askRepeatedly(std::size_t number) {
@@ -126,7 +126,7 @@ private:
     const std::vector<Endpoint>& endpoints_;
     std::atomic<bool> ended_{false};
     thread_safety::Mutex mutex_;
-    std::string complaint_ TVSA_GUARDED_BY(mutex_);
+    std::string failure_ TVSA_GUARDED_BY(mutex_);
     bool measuring_ TVSA_GUARDED_BY(mutex_) = false;
     std::vector<std::vector<long>> times_ TVSA_GUARDED_BY(mutex_); // in microseconds
     std::vector<std::thread> threads_;
@@ -196,7 +196,7 @@ void floodEndpoints(unsigned rounds, std::chrono::seconds each, Figures& figures
         }
     }
     honest.end();
-    require(honest.complaint().empty(), honest.complaint());
+    require(honest.failure().empty(), honest.failure());
     for (const Endpoint& endpoint : endpoints)
         require(countLines(logOf(kit, endpoint.part), evictionLineOf(endpoint), "") > 0,
                 endpoint.name + " has evicted no client");
@@ -204,8 +204,8 @@ void floodEndpoints(unsigned rounds, std::chrono::seconds each, Figures& figures
         figures.roundTrips[endpoints[i].name] = {median(idle[i]), median(loaded[i])};
     figures.newClients = honest.newClients;
     figures.slowestNewClient = honest.slowestNewClient / 1000;
-    const std::string complaints = kit.stop();
-    require(complaints.empty(), complaints);
+    const std::string problems = kit.stop();
+    require(problems.empty(), problems);
 }
 
 namespace {
@@ -254,8 +254,8 @@ void floodTheLog(unsigned hellos, Figures& figures) {
                                        "service %s: client %llu %s: %s"});
     require(counterOf(kit, endpoint.part, "refused") - refused == hellos,
             std::to_string(counterOf(kit, endpoint.part, "refused") - refused) + " bad hellos were counted");
-    const std::string complaints = kit.stop();
-    require(complaints.empty(), complaints);
+    const std::string problems = kit.stop();
+    require(problems.empty(), problems);
 }
 
 void floodTheLogOfAShell(unsigned clients, Figures& figures) {

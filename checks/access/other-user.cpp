@@ -115,8 +115,8 @@ void refuseAnotherUser(unsigned tries, Figures& figures) {
     }
     setMode(folder, 0700);
     kit.waitForAnswers(kit.play("0:0", "dvb://1.1.1"), 1);
-    const std::string complaints = kit.stop();
-    require(complaints.empty(), complaints);
+    const std::string problems = kit.stop();
+    require(problems.empty(), problems);
 }
 
 } // namespace access_check

@@ -96,13 +96,13 @@ void leaveUnfinishedTogether(ReceiverKit& kit, const Endpoint& endpoint, unsigne
 
 // A new client's first request, and the end of the processes, while another client sends as fast as it can.
 void floodWithMessages(ReceiverKit& kit, const Endpoint& endpoint, Figures& figures) {
-    constexpr std::size_t messages = 400000, together = 1000;
+    constexpr std::size_t messages = 400000, messagesPerWrite = 1000;
     std::string bytes;
-    for (std::size_t i = 0; i < together; ++i) bytes += frameHeader(1) + '\0';
+    for (std::size_t i = 0; i < messagesPerWrite; ++i) bytes += frameHeader(1) + '\0';
     Socket flooder = clientOf(endpoint);
     std::atomic<std::size_t> sent{0};
     std::thread flood([&] {
-        while (sent < messages && flooder.send(bytes)) sent += together;
+        while (sent < messages && flooder.send(bytes)) sent += messagesPerWrite;
     });
     std::thread reader([&] { // reads the answers, so that other clients wait for nothing but their turn
         char answers[64 * 1024];
@@ -115,7 +115,8 @@ void floodWithMessages(ReceiverKit& kit, const Endpoint& endpoint, Figures& figu
         reader.join();
     };
     try {
-        require(kit.waitFor([&] { return sent >= together; }, receiver::defaultTimeout), "the flood did not begin");
+        require(kit.waitFor([&] { return sent >= messagesPerWrite; }, receiver::defaultTimeout),
+                "the flood did not start");
         figures.slowestBesideFlood = askInTime(*honestClientOf(endpoint), "a flood of messages");
     } catch (...) {
         join();

@@ -42,7 +42,7 @@ std::string requestsFor(Part service, int id) {
 }
 
 // Returns how many entries did not fit. Requires that there are some.
-long judgeTables(ReceiverKit& kit, Part part, const char* counter) {
+long checkTables(ReceiverKit& kit, Part part, const char* counter) {
     long excess = 0;
     for (const auto& table : kit.ask(part, {"stats", "tables"})) {
         require(table.at("held") <= table.at("most"), table.dump() + " holds more than its limit");
@@ -107,11 +107,11 @@ void fillTheTablesOfServices(unsigned terminals, Figures& figures) {
                 require(attacker.send(std::exchange(requests, {})), endpoint.name + " does not read");
             if ((id + 1) % 500 == 0) figures.slowestPlay = std::max(figures.slowestPlay, playOnce(kit, uri));
         }
-        figures.refusedTerminals += judgeTables(kit, part, "refused");
+        figures.refusedTerminals += checkTables(kit, part, "refused");
         figures.mostMemory = std::max(figures.mostMemory, killed::sizeOf(kit.processId(part)).kibibytes - before);
         figures.slowestEnd = std::max(figures.slowestEnd, endOf(kit, part));
-        const std::string complaints = kit.stop(); // the other parts
-        require(complaints.empty(), complaints);
+        const std::string problems = kit.stop(); // the other parts
+        require(problems.empty(), problems);
     }
 }
 
@@ -149,12 +149,12 @@ void fillTheTablesOfApplications(unsigned answers, Figures& figures) {
     }
     require(kit.waitFor([&] { return kit.newestNotification() >= answers; }, std::chrono::seconds(60)),
             "the answers do not arrive");
-    figures.dropped += judgeTables(kit, Part::frameHost, "dropped");
+    figures.dropped += checkTables(kit, Part::frameHost, "dropped");
     figures.mostMemory = std::max(figures.mostMemory, killed::sizeOf(process).kibibytes - before);
     figures.slowestEnd = std::max(figures.slowestEnd, endOf(kit, Part::frameHost));
     queue.stop();
-    const std::string complaints = kit.stop(); // the other parts
-    require(complaints.empty(), complaints);
+    const std::string problems = kit.stop(); // the other parts
+    require(problems.empty(), problems);
 }
 
 } // namespace access_check

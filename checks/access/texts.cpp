@@ -22,7 +22,7 @@ const std::vector<std::string> texts{
     "%n%n%s%s%s%s%1000000d%*d%x",
     R"('"`${HOME}$(id)\)",
     "'); DROP TABLE run_log; --\"",
-    std::string("\x7f\xc2\x9b") + "31m\xc2\x85\xc2\x9d", // split, as the digits would belong to the escape
+    std::string("\x7f\xc2\x9b") + "31m\xc2\x85\xc2\x9d", // split, as the digits would become part of the escape
     "\xff\xfe\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80\xe2\x82",
     R"({"level":"failure","text":"forged"}])",
     std::string(std::size_t{64} * 1024, 'A') + "\x1b\n",
@@ -88,7 +88,7 @@ bool isUtf8(const std::string& text) {
 }
 
 // Valid UTF-8 without control characters other than line feeds.
-bool isHarmless(const std::string& text) {
+bool isPrintable(const std::string& text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         const auto byte = static_cast<unsigned char>(text[i]);
         if ((byte < ' ' && byte != '\n') || byte == 0x7F) return false;
@@ -105,9 +105,9 @@ std::vector<std::string> linesOf(const std::string& text) {
 }
 
 // Requires that the process itself wrote every line.
-void judgeLog(const std::filesystem::path& log, const std::string& process, pid_t pid, bool json) {
+void checkLog(const std::filesystem::path& log, const std::string& process, pid_t pid, bool json) {
     const std::string text = contentOf(log);
-    require(!text.empty() && isHarmless(text),
+    require(!text.empty() && isPrintable(text),
             log.filename().string() + " is empty, or has control characters or invalid UTF-8");
     const std::string begin = "Z " + process + '[' + std::to_string(pid) + "] "; // after the time
     constexpr std::size_t timeLength = sizeof "2000-01-01T00:00:00.000" - 1;
@@ -142,8 +142,8 @@ std::string tvctl(const ReceiverKit& kit, Part part, const std::vector<std::stri
     return contentOf(output);
 }
 
-void judgePrinted(const std::string& printed, const std::string& word) {
-    require(isHarmless(printed), "tvctl " + word + " prints control characters or invalid UTF-8");
+void checkPrinted(const std::string& printed, const std::string& word) {
+    require(isPrintable(printed), "tvctl " + word + " prints control characters or invalid UTF-8");
     for (const std::string& line : linesOf(printed))
         require(!line.starts_with(std::string(forged).substr(0, 20)), "tvctl " + word + " prints a forged line");
 }
@@ -156,10 +156,10 @@ public:
         waitFor("1");
     }
 
-    void judge() {
+    void check() {
         waitFor("2");
         const std::string printed = contentOf(output_);
-        judgePrinted(printed, "watch");
+        checkPrinted(printed, "watch");
         require(printed.find("\\x9b31m") != std::string::npos, "tvctl watch omits texts");
     }
 
@@ -181,25 +181,25 @@ private:
     receiver::ChildProcess tvctl_;
 };
 
-void judgeOutput(const ReceiverKit& kit, std::size_t expected) {
+void checkOutput(const ReceiverKit& kit, std::size_t expected) {
     const std::pair<Part, std::vector<const char*>> commands[] = {
         {Part::frameHost, {"answers", "notifications", "terminals", "bundles", "runlog"}},
         {Part::tvService, {"terminals"}},
         {Part::mmService, {"terminals"}}};
     for (const auto& [part, words] : commands)
-        for (const std::string word : words) judgePrinted(tvctl(kit, part, {word}), word);
+        for (const std::string word : words) checkPrinted(tvctl(kit, part, {word}), word);
     const auto lines = linesOf(tvctl(kit, Part::frameHost, {"answers"})).size();
     require(lines == expected,
             "tvctl answers prints " + std::to_string(lines) + " lines for " + std::to_string(expected));
     const std::string error = tvctl(kit, Part::frameHost, {texts[0] + texts[1]});
-    require(isHarmless(error), "tvctl's error for a command has control characters or invalid UTF-8");
+    require(isPrintable(error), "tvctl's error for a command has control characters or invalid UTF-8");
 }
 
 // Whether the shell accepts it as a command's argument: a line has a maximum length, and is UTF-8.
 bool canBeCommanded(const std::string& text) { return !isLong(text) && isUtf8(text); }
 
 // Requires that the run log has the text unchanged, and nothing else.
-void judgeRunLog(ReceiverKit& kit, const std::string& uri) {
+void checkRunLog(ReceiverKit& kit, const std::string& uri) {
     const auto records = kit.ask(Part::frameHost, {"runlog", "100"});
     require(records.size() == 1 && records[0].at("logText").get<std::string>().ends_with("Uri: " + uri),
             "the run log does not have the text unchanged");
@@ -233,12 +233,12 @@ void sendTexts(Figures& figures) {
         require(kit.waitFor([&] { return !kit.ask(Part::frameHost, {"runlog"}).empty(); }, std::chrono::seconds(12)),
                 "the failed play is not in the run log");
         kit.read(Part::tvService, {"fault", "clear"});
-        judgeRunLog(kit, uri);
-        judgeOutput(kit, 10);
-        watcher.judge();
-        const std::string complaints = kit.stop();
-        require(complaints.empty(), complaints);
-        for (const auto& [part, process] : processes) judgeLog(logOf(kit, part), receiver::nameOf(part), process, json);
+        checkRunLog(kit, uri);
+        checkOutput(kit, 10);
+        watcher.check();
+        const std::string problems = kit.stop();
+        require(problems.empty(), problems);
+        for (const auto& [part, process] : processes) checkLog(logOf(kit, part), receiver::nameOf(part), process, json);
     }
 }
 

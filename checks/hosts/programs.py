@@ -22,12 +22,12 @@ class Failure(Exception):
 
 def wait_until(condition, what, limit=TIMEOUT, pause=0.01):
     """Returns the seconds waited."""
-    begun = time.monotonic()
+    started = time.monotonic()
     while not condition():
-        if time.monotonic() - begun > limit:
+        if time.monotonic() - started > limit:
             raise Failure(f"{what}: not within {limit} s")
         time.sleep(pause)
-    return time.monotonic() - begun
+    return time.monotonic() - started
 
 
 def seconds_of(line):

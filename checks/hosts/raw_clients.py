@@ -118,11 +118,11 @@ class PacedClients:
         self.bytes_each += 1
 
     def run(self, count):
-        begun = time.monotonic()
+        started = time.monotonic()
         for number in range(count):
             self.add(number)
-            due = begun + (number + 1) / RATES[self.kind]
-            if self.kind == "slow" and due - begun > self.bytes_each * BYTE_INTERVAL:
+            due = started + (number + 1) / RATES[self.kind]
+            if self.kind == "slow" and due - started > self.bytes_each * BYTE_INTERVAL:
                 self.send_next_byte()
             time.sleep(max(0, due - time.monotonic()))
         for client in self.clients:

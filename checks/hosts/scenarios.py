@@ -144,9 +144,9 @@ def lossy_link(stage, count):
     """Plays over a link that delays packets by 40 to 60 ms each way and drops one in twenty."""
     stage.net.impair(5, 50, 10)
     stage.net.use("far")
-    begun = time.monotonic()
+    started = time.monotonic()
     requests, answers = play_many(stage.player, count, 20, 120)
-    seconds = time.monotonic() - begun
+    seconds = time.monotonic() - started
     stage.net.use("near")
     dropped = [request for request in requests if stage.player.dropped(request)]
     stage.judge("requests over a link with 5 % loss and 50 ms delay", len(requests), "requests", count, count)
@@ -285,7 +285,7 @@ class RejectionLines:
         for log in self.logs:
             log.read()
         self.begins = [len(log.lines) for log in self.logs]
-        self.begun = time.monotonic()
+        self.started = time.monotonic()
 
     def judge(self, stage, what):
         for log in self.logs:
@@ -295,7 +295,7 @@ class RejectionLines:
         )
         if not most:
             raise Failure(f"no log has a line about {what}")
-        seconds = int(time.monotonic() - self.begun) + 2  # of the clock, with partial seconds at both ends
+        seconds = int(time.monotonic() - self.started) + 2  # of the clock, with partial seconds at both ends
         stage.judge(f"log lines of a service about {what}, at most {LINES} a second", most, "lines", 0, LINES * seconds)
 
 
@@ -315,11 +315,11 @@ def wait_for_refusals(stage, expected, what):
 
 def full_speed(stage, count):
     """Clients with unknown keys, and clients without keys, connect as fast as they can while the receiver plays."""
-    begun = stage.refused()
+    before = stage.refused()
     for number, (what, kind) in enumerate((("with unknown keys", "keys"), ("without keys", "plain")), 1):
         lines = RejectionLines(stage)
         trips = trips_beside(stage, [unknown_clients(stage, kind, count)], what)
-        wait_for_refusals(stage, begun + number * count, what)
+        wait_for_refusals(stage, before + number * count, what)
         lines.judge(stage, f"clients {what}")
         stage.judge(f"plays while clients {what} connect at full speed", len(trips), "requests", 1)
         stage.judge(
@@ -332,7 +332,7 @@ def full_speed(stage, count):
     stage.player.play_one()
     stage.judge(
         "clients with unknown keys or none, counted as refused",
-        stage.refused() - begun,
+        stage.refused() - before,
         "clients",
         2 * count,
         2 * count,
@@ -344,17 +344,17 @@ def full_speed(stage, count):
 def constant_rate(stage, rounds, seconds):
     """Unknown clients of each kind connect to both services at a constant rate. Measures the receiver's slowdown."""
     for kind, rate in RATES.items():
-        begun, lines, ratios = stage.refused(), RejectionLines(stage), []
+        before, lines, ratios = stage.refused(), RejectionLines(stage), []
         for _ in range(rounds):
             end = time.monotonic() + seconds
             quiet = round_trips(stage.player, lambda end=end: time.monotonic() < end)
             clients = [unknown_clients(stage, kind, rate * seconds, service) for service in PORTS]
             ratios.append(percentile(trips_beside(stage, clients, kind), 0.99) / percentile(quiet, 0.99))
         expected = rounds * rate * seconds * len(PORTS)
-        wait_for_refusals(stage, begun + expected, kind)
+        wait_for_refusals(stage, before + expected, kind)
         stage.judge(
             f"unknown clients at a constant rate, {kind}: counted as refused",
-            stage.refused() - begun,
+            stage.refused() - before,
             "connections",
             expected,
             expected,
@@ -547,9 +547,9 @@ def reconnects(stage, rounds):
     for _ in range(rounds):
         replace_ended()
         stage.host.kill()
-        begun = time.monotonic()
+        started = time.monotonic()
         stage.start_host()
-        slowest = max(slowest, time.monotonic() - begun)
+        slowest = max(slowest, time.monotonic() - started)
         replace_ended()
         watch.play()
         succeeded += 1
@@ -574,9 +574,11 @@ def restarts(stage):
     stage.judge("play after the service's restart", round(stage.player.play_one() * 1e3), "ms", 0, 5000)
     connect(stage.host)
     stage.host.kill()
-    begun = time.monotonic()
+    started = time.monotonic()
     stage.start_host()
-    stage.judge("time until a restarted receiver is connected", round((time.monotonic() - begun) * 1e3), "ms", 0, 5000)
+    stage.judge(
+        "time until a restarted receiver is connected", round((time.monotonic() - started) * 1e3), "ms", 0, 5000
+    )
     stage.player.play_one(uri=MEDIA)
     # The old connections have ended before. Nothing of them remains.
     wait_until(

@@ -237,7 +237,7 @@ void connectWithUnknownKeys(const Options& options) {
     // At a constant rate run only on idle processors, so that the measurement shows the load on the service alone.
     const sched_param priority{};
     if (perSecond > 0) sched_setscheduler(0, SCHED_IDLE, &priority);
-    const auto begun = Clock::now();
+    const auto started = Clock::now();
     std::size_t made = 0;
     const auto make = [&] {
         const bool expectsAnother = made++ % 4 == 3;
@@ -251,7 +251,7 @@ void connectWithUnknownKeys(const Options& options) {
             client->end();
         }
         if (perSecond > 0)
-            std::this_thread::sleep_until(begun + made * std::chrono::microseconds(1'000'000) / perSecond);
+            std::this_thread::sleep_until(started + made * std::chrono::microseconds(1'000'000) / perSecond);
     }
 }
 
@@ -312,11 +312,11 @@ void sendMessages(const Options& options) {
     const std::string message = unknownMessage(std::stoul(options.rest.at(1)));
     Client client(options.service, *context);
     if (!client.handshake() || !client.exchangeHello()) throw std::runtime_error("the service rejects a valid hello");
-    const std::size_t together = std::max<std::size_t>(recordBytes / message.size(), 1);
+    const std::size_t messagesPerRecord = std::max<std::size_t>(recordBytes / message.size(), 1);
     std::string record;
-    for (std::size_t i = 0; i < together; ++i) record += message;
-    for (std::size_t sent = 0; sent < options.count; sent += together) {
-        record.resize(std::min(together, options.count - sent) * message.size());
+    for (std::size_t i = 0; i < messagesPerRecord; ++i) record += message;
+    for (std::size_t sent = 0; sent < options.count; sent += messagesPerRecord) {
+        record.resize(std::min(messagesPerRecord, options.count - sent) * message.size());
         if (!client.send(record))
             throw std::runtime_error("the service closes a connection because of unknown messages");
     }

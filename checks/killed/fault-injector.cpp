@@ -164,7 +164,7 @@ void FaultInjector::recover() {
                 kit_.start(partner_);
             else // messages on a connection that is about to be closed would be lost
                 await([&] { return connection().at("undecodable").get<std::uint64_t>() > undecodable_; },
-                      "the garbage");
+                      "the garbage to be counted");
             break;
     }
     clearFaults();
@@ -305,7 +305,8 @@ void FaultInjector::awaitReceived(Part service, std::uint64_t count) {
 
 void FaultInjector::await(const std::function<bool()>& condition, const std::string& what,
                           receiver::Milliseconds limit) {
-    if (!kit_.waitFor(condition, limit)) throw ReceiverError(what + " did not come within " + inMs(limit));
+    if (!kit_.waitFor(condition, limit))
+        throw ReceiverError("timeout after " + inMs(limit) + " while waiting for " + what);
 }
 
 std::string FaultInjector::socketOf(Part service) const {

@@ -39,7 +39,7 @@ void FaultInjector::reachMoment() {
     }
 }
 
-// The service does not answer until the fault is injected: never if the fault is that it is mute, otherwise late.
+// Makes the service answer after the fault is injected, or never, if the fault is that it is mute.
 void FaultInjector::withholdAnswers() {
     if (situation_.fault == Fault::mute)
         setFault(partner_, {"mute", "on"});

@@ -142,7 +142,7 @@ public:
             for (const auto& [part, measured] : sizes) results_.growth[part].add(measured);
             ++results_.compared;
         }
-        if (const std::string complaints = injector->end(); !complaints.empty()) fail("at the end", complaints);
+        if (const std::string problems = injector->end(); !problems.empty()) fail("at the end", problems);
     }
 
     std::size_t situations = 0;
@@ -230,7 +230,7 @@ int main(int argc, char** argv) {
         for (unsigned tick = 1; !ended; ++tick) {
             std::this_thread::sleep_for(std::chrono::milliseconds(500));
             if (tick % 20 == 0)
-                std::cout << sum([](auto& c) { return c.done(); }) << " of " << total << " runs begun" << std::endl;
+                std::cout << sum([](auto& c) { return c.done(); }) << " of " << total << " runs started" << std::endl;
         }
     });
     for (std::thread& thread : threads) thread.join();
@@ -252,7 +252,7 @@ int main(int argc, char** argv) {
         report.line(what, value, unit, value >= low && value <= high, bound);
     };
     constexpr long most = 1L << 40;
-    line("runs", sumOf([](auto& r) { return r.runs; }), "runs", total, total, "all that were begun");
+    line("runs", sumOf([](auto& r) { return r.runs; }), "runs", total, total, "all that were started");
     line("runs exactly at the intended moment", sumOf([](auto& r) { return r.exact; }), "runs", total * 9 / 10, total,
          "at least nine of ten");
     line("situations reached", sumOf([](auto& r) { return r.reached.size(); }), "situations", situations, situations,

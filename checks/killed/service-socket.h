@@ -26,8 +26,8 @@ void impersonate(const std::string& socketPath, const std::string& bytes);
 
 // A frame that answers the play request with that id with success.
 std::string answerFrame(Part service, const std::string& reqId, const std::string& uri);
-// Bytes that are no valid message, of a kind that depends on the number: an oversized frame, an unknown message, or one
-// that is inconsistent.
+// Bytes that are not a valid message: an oversized frame, an unknown message, or an inconsistent one, depending on the
+// number.
 std::string garbage(Part service, unsigned number);
 
 } // namespace killed

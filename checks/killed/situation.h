@@ -18,7 +18,7 @@ enum class Fault {
     frozen,       // for six seconds
     staleAnswers, // killed and restarted; then answers requests from before
     mute,         // receives requests and does not answer them
-    garbage,      // sends bytes that are no message
+    garbage,      // sends bytes that are not a message
 };
 
 struct Situation {

@@ -1,6 +1,7 @@
-"""The source of the one library that is neither headers nor installed as source: SQLiteCpp, which has SQLite in it.
+"""Fetches the source of SQLiteCpp, which includes SQLite: the one library that is neither header-only nor installed as
+source.
 
-This machine's own package lists stay as they are."""
+The package lists of this machine are not changed."""
 import pathlib
 import platform
 import subprocess
@@ -10,7 +11,7 @@ KEYRING = "/usr/share/keyrings/debian-archive-keyring.gpg"
 
 
 def source_list():
-    """Where this machine has its packages from, for sources."""
+    """Returns this machine's package sources, as lines for source packages."""
     release = platform.freedesktop_os_release()["VERSION_CODENAME"]
     form = f"deb-src [signed-by={KEYRING}] $(REPO_URI) $(RELEASE) $(COMPONENT)"
     lines = subprocess.run(
@@ -26,7 +27,7 @@ def source_list():
 
 
 def fetch(folder):
-    """The folder of the library's source, below `folder`."""
+    """Returns the folder of the library's source, below `folder`."""
     source = folder / "source"
     if (source / "sqlite3" / "sqlite3.c").exists():
         return source

@@ -1,7 +1,7 @@
-// The manager's thread, its clients' and its services', and the TV service's proxy under stress, for the sanitizers to
-// watch: answers that race the time limit, clients that send, leave and throw from inside a notification, managers that
-// end with answers on their way. The manager's time runs a thousand times faster, so that its 5 seconds are 5
-// milliseconds and its tick is one.
+// A stress test for the sanitizers, with the threads of the manager, its clients and its services, and with the TV
+// service's proxy: answers race the time limit; clients send, unregister and throw inside a notification; managers end
+// while answers are in flight. The manager's clock runs a thousand times faster, so that its 5 seconds are 5
+// milliseconds and its tick is one millisecond.
 #include "app-tvservice-proxy-main.h"
 #include "checks/figure.h"
 #include "resource-manager.h"
@@ -37,24 +37,25 @@ using tvservice::TvServiceInfo_t, tvservice::TvServiceReq_t;
 using Requests = std::vector<TvServiceReq_t>;
 using Infos = std::vector<TvServiceInfo_t>;
 
-constexpr auto limit = 5ms, margin = 1ms; // of the manager, and around it, in real time
-constexpr int faster = 1000;
+constexpr auto limit = 5ms, margin = 1ms; // the manager's time limit, and the range around it; in real time
+constexpr int speed = 1000;
 
 const Clock::time_point epoch = Clock::now();
-Clock::time_point fastClock() { return epoch + faster * (Clock::now() - epoch); }
-Clock::time_point realTime(Clock::time_point fast) { return epoch + (fast - epoch) / faster; }
+Clock::time_point fastClock() { return epoch + speed * (Clock::now() - epoch); }
+Clock::time_point realTime(Clock::time_point fast) { return epoch + (fast - epoch) / speed; }
 
 std::cv_status fastWait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock) {
     return condition.wait_until(lock, Clock::now() + 1ms);
 }
 
 struct Counts {
-    std::atomic<std::uint64_t> asked{0}, told{0}, justBefore{0}, justAfter{0}, thrown{0}, left{0}, sentFromInside{0};
+    std::atomic<std::uint64_t> requests{0}, notifications{0}, justBefore{0}, justAfter{0}, thrown{0}, unregistered{0},
+        nestedRequests{0};
 };
 
 class Receiver;
 
-// A service on a thread of its own: answers what it is sent at once, at the limit, or never, and some things twice.
+// A service with its own thread. It answers requests at once, around the time limit, never, or twice.
 class Service {
 public:
     Service(Receiver& receiver, bool mm, unsigned seed) : receiver_(receiver), mm_(mm), random_(seed) {
@@ -69,7 +70,7 @@ public:
         thread_.join();
     }
     // answerLimit: when the manager stops waiting for the answer.
-    void take(const Requests& requests, Clock::time_point answerLimit) {
+    void enqueue(const Requests& requests, Clock::time_point answerLimit) {
         {
             const thread_safety::LockGuard lock(mutex_);
             inbox_.push_back({requests, answerLimit});
@@ -78,7 +79,7 @@ public:
     }
 
 private:
-    struct Asked {
+    struct PendingRequests {
         Requests requests;
         Clock::time_point limit;
     };
@@ -89,28 +90,28 @@ private:
     std::minstd_rand random_;
     thread_safety::Mutex mutex_;
     std::condition_variable changed_;
-    std::deque<Asked> inbox_ TVSA_GUARDED_BY(mutex_);
+    std::deque<PendingRequests> inbox_ TVSA_GUARDED_BY(mutex_);
     bool ending_ TVSA_GUARDED_BY(mutex_) = false;
     std::thread thread_;
 };
 
-// A manager, its services, and the clients that hear of their answers through a proxy.
+// A manager, its services, and clients that a proxy notifies of the answers.
 class Receiver : public tvservice::ResManager {
 public:
     Receiver(Counts& counts, unsigned seed) : counts_(counts) {
         registerInfocb([this](frame::MsgIds&, const frame::TransportInfo&, const Infos&) {
-            ++counts_.told;
+            ++counts_.notifications;
             return 0;
         });
         proxy_.addClient(boost::make_shared<Forwarding>(*this));
-        proxy_.addClient(boost::make_shared<Asking>(*this));
-        for (int i = 0; i < 3; ++i) addLeaving();
+        proxy_.addClient(boost::make_shared<NestedRequester>(*this));
+        for (int i = 0; i < 3; ++i) addUnregistering();
         proxy_.addClient(boost::make_shared<Throwing>(counts_));
         services_[0] = std::make_unique<Service>(*this, true, seed);
         services_[1] = std::make_unique<Service>(*this, false, seed + 1);
     }
     ~Receiver() override {
-        exitTask = 1; // before what the worker calls is gone
+        exitTask = 1; // the worker must end before the objects that it calls
         resThread.join();
         for (auto& service : services_) service.reset();
     }
@@ -120,10 +121,10 @@ public:
         request.terminal = {0, terminal};
         request.uri = uri;
         frame::MsgIds ids;
-        ++counts_.asked;
+        ++counts_.requests;
         tvServiceReq(ids, {}, {request});
     }
-    void answered(bool mm, const Infos& infos, Clock::time_point answerLimit) {
+    void deliver(bool mm, const Infos& infos, Clock::time_point answerLimit) {
         frame::MsgIds ids;
         if (mm) {
             countDelivery(answerLimit);
@@ -135,30 +136,30 @@ public:
         tvLimit_ = answerLimit;
         try {
             tvservice::Proxy::callTvServiceInfo(Message::meta, {}, Message::Body::build(*region, infos), &proxy_);
-        } catch (const std::domain_error&) { // of the throwing client, which is the last
+        } catch (const std::domain_error&) { // from the throwing client, which is the last one
             ++counts_.thrown;
         }
     }
 
 private:
-    // When the manager stops waiting for the answers to what it is sending.
+    // When the manager will stop waiting for the answers to these requests.
     Clock::time_point limitOf(const Requests& requests) {
         const thread_safety::LockGuard lock(resMutex);
         const bool underWay = !reqQueue.empty() && *reqQueue.front()->pReqId == requests.front().reqId;
         return (underWay ? realTime(reqQueue.front()->resOps.front().startTime) : Clock::now()) + limit;
     }
-    // To be called as an answer reaches the manager.
+    // Called when an answer reaches the manager.
     void countDelivery(Clock::time_point answerLimit) {
         const auto beyond = Clock::now() - answerLimit;
         if (beyond <= -margin || beyond >= margin) return;
         ++(beyond < 0ms ? counts_.justBefore : counts_.justAfter);
     }
     int ReqMM(frame::MsgIds&, const frame::TransportInfo&, const Requests& requests) override {
-        services_[0]->take(requests, limitOf(requests));
+        services_[0]->enqueue(requests, limitOf(requests));
         return 0;
     }
     int ReqTV(frame::MsgIds&, const frame::TransportInfo&, const Requests& requests) override {
-        services_[1]->take(requests, limitOf(requests));
+        services_[1]->enqueue(requests, limitOf(requests));
         return 0;
     }
 
@@ -166,7 +167,7 @@ private:
         explicit Client(Receiver& receiver) : receiver_(receiver) {}
         Receiver& receiver_;
     };
-    // As the adapter's own client: what the TV service says goes to the manager.
+    // Forwards the TV service's answers to the manager, as the adapter's own client does.
     struct Forwarding : Client {
         using Client::Client;
         int tvServiceInfo(frame::MsgIds& ids, const frame::TransportInfo& transport, const Infos& infos) override {
@@ -174,23 +175,23 @@ private:
             return receiver_.TVServiceInfo(ids, transport, infos);
         }
     };
-    struct Asking : Client {
+    struct NestedRequester : Client {
         using Client::Client;
         int tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&, const Infos&) override {
-            if (++told_ % 8 == 0) {
-                ++receiver_.counts_.sentFromInside;
+            if (++notifications_ % 8 == 0) {
+                ++receiver_.counts_.nestedRequests;
                 receiver_.ask("dvb://1", 7);
             }
             return 0;
         }
-        std::atomic<unsigned> told_{0};
+        std::atomic<unsigned> notifications_{0};
     };
-    struct Leaving : Client {
+    struct Unregistering : Client {
         using Client::Client;
         int tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&, const Infos&) override {
             if (receiver_.proxy_.removeClient(self.lock()) == 0) {
-                ++receiver_.counts_.left;
-                receiver_.addLeaving();
+                ++receiver_.counts_.unregistered;
+                receiver_.addUnregistering();
             }
             return 0;
         }
@@ -199,22 +200,22 @@ private:
     struct Throwing : tvservice::ClientBase {
         explicit Throwing(Counts& counts) : counts_(counts) {}
         int tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&, const Infos&) override {
-            if (++told_ % 4 == 0) throw std::domain_error("a client's own");
+            if (++notifications_ % 4 == 0) throw std::domain_error("from a client");
             return 0;
         }
         Counts& counts_;
-        std::atomic<unsigned> told_{0};
+        std::atomic<unsigned> notifications_{0};
     };
 
-    void addLeaving() {
-        const auto client = boost::make_shared<Leaving>(*this);
+    void addUnregistering() {
+        const auto client = boost::make_shared<Unregistering>(*this);
         client->self = client;
         proxy_.addClient(client);
     }
 
     Counts& counts_;
     tvservice::Proxy proxy_;
-    Clock::time_point tvLimit_; // of the answer that the TV service's thread delivers
+    Clock::time_point tvLimit_; // of the answer that the TV service's thread is delivering
     std::array<std::unique_ptr<Service>, 2> services_;
 };
 
@@ -235,13 +236,13 @@ void Service::serve() {
         for (const TvServiceReq_t& request : requests)
             infos.push_back({request.terminal, 0, request.uri, request.uuid, {}, request.reqId});
         lock.unlock();
-        receiver_.answered(mm_, infos, answerLimit);
-        if (kind == 4) receiver_.answered(mm_, infos, answerLimit); // again
+        receiver_.deliver(mm_, infos, answerLimit);
+        if (kind == 4) receiver_.deliver(mm_, infos, answerLimit); // again
         lock.lock();
     }
 }
 
-// Waits until no bundle is left; asks for the queue all the while, as a debug command may.
+// Waits until no bundle is left. Meanwhile it lists the queue, as a debug command may.
 void finish(Receiver& receiver) {
     const auto deadline = Clock::now() + 60s;
     while (!receiver.bundles().empty()) {
@@ -250,18 +251,18 @@ void finish(Receiver& receiver) {
     }
 }
 
-void askALot(Counts& counts, std::uint64_t bundles, unsigned seed) {
+void requestContinuously(Counts& counts, std::uint64_t bundles, unsigned seed) {
     Receiver receiver(counts, seed);
-    std::vector<std::thread> askers;
-    for (int asker = 0; asker < 2; ++asker)
-        askers.emplace_back([&, asker] {
+    std::vector<std::thread> requesters;
+    for (int requester = 0; requester < 2; ++requester)
+        requesters.emplace_back([&, requester] {
             static const std::array<const char*, 4> uris{"dvb://1", "http://a/b", "file:///a", "rec://plain/null"};
             for (std::uint64_t i = 0; i < bundles / 2; ++i) {
-                receiver.ask(uris[(i + static_cast<unsigned>(asker)) % uris.size()], asker);
+                receiver.ask(uris[(i + static_cast<unsigned>(requester)) % uris.size()], requester);
                 while (receiver.bundles().size() > 50) std::this_thread::yield();
             }
         });
-    for (std::thread& asker : askers) asker.join();
+    for (std::thread& requester : requesters) requester.join();
     finish(receiver);
 }
 
@@ -276,7 +277,7 @@ void startAndStop(Counts& counts, unsigned times) {
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App options("Puts the manager and the proxies under stress.");
+    CLI::App options("Stresses the manager and the proxies.");
     std::uint64_t bundles = 2000;
     unsigned starts = 50;
     options.add_option("--bundles", bundles);
@@ -287,21 +288,21 @@ int main(int argc, char** argv) {
         tvservice::resClock = fastClock;
         tvservice::resWait = fastWait;
         Counts counts;
-        askALot(counts, bundles, 1);
+        requestContinuously(counts, bundles, 1);
         startAndStop(counts, starts);
         std::printf(
-            "%llu bundles asked for, %llu lists of answers told, %llu answers just before the limit, %llu just "
-            "after it, %llu exceptions, %llu clients left, %llu requests from inside; %u starts\n",
-            static_cast<unsigned long long>(counts.asked), static_cast<unsigned long long>(counts.told),
+            "%llu bundles requested, %llu notifications of answers, %llu answers just before the limit, %llu just "
+            "after it, %llu exceptions, %llu clients unregistered, %llu requests inside a notification; %u starts\n",
+            static_cast<unsigned long long>(counts.requests), static_cast<unsigned long long>(counts.notifications),
             static_cast<unsigned long long>(counts.justBefore), static_cast<unsigned long long>(counts.justAfter),
-            static_cast<unsigned long long>(counts.thrown), static_cast<unsigned long long>(counts.left),
-            static_cast<unsigned long long>(counts.sentFromInside), starts);
+            static_cast<unsigned long long>(counts.thrown), static_cast<unsigned long long>(counts.unregistered),
+            static_cast<unsigned long long>(counts.nestedRequests), starts);
         const auto reached = [&](const std::atomic<std::uint64_t>& count) { return count * 200 >= bundles; };
-        if (!reached(counts.told) || !reached(counts.justBefore) || !reached(counts.justAfter) ||
-            !reached(counts.thrown) || !reached(counts.left) || !reached(counts.sentFromInside))
+        if (!reached(counts.notifications) || !reached(counts.justBefore) || !reached(counts.justAfter) ||
+            !reached(counts.thrown) || !reached(counts.unregistered) || !reached(counts.nestedRequests))
             throw std::runtime_error("a situation was hardly reached");
-        checks::reportFigure("bundles", static_cast<std::int64_t>(counts.asked.load()), "bundles");
-        // A second of the manager's time, which is a millisecond.
+        checks::reportFigure("bundles", static_cast<std::int64_t>(counts.requests.load()), "bundles");
+        // A second of the manager's clock, which is a millisecond.
         checks::reportFigure("answers in the last second before the limit",
                              static_cast<std::int64_t>(counts.justBefore.load()), "answers");
         checks::reportFigure("answers in the first second after the limit",

@@ -20,17 +20,17 @@ constexpr int queueFull = -11;
 
 [[noreturn]] void fail(const std::string& what) { throw std::system_error(errno, std::generic_category(), what); }
 
-// What a service greets with; a client greets it in the same words.
-std::string greetingOf(int socket) {
+// Receives a service's hello. The client's own hello has the same bytes.
+std::string receiveHello(int socket) {
     constexpr std::size_t sizeAt = 12;
     std::string hello(sizeAt + sizeof(std::uint32_t), '\0');
     if (recv(socket, hello.data(), hello.size(), MSG_WAITALL) != static_cast<ssize_t>(hello.size())) fail("no hello");
     std::uint32_t size = 0;
     std::memcpy(&size, hello.data() + sizeAt, sizeof size);
-    const std::size_t begun = hello.size();
+    const std::size_t received = hello.size();
     hello.resize(size);
-    if (recv(socket, hello.data() + begun, size - begun, MSG_WAITALL) != static_cast<ssize_t>(size - begun))
-        fail("half a hello");
+    if (recv(socket, hello.data() + received, size - received, MSG_WAITALL) != static_cast<ssize_t>(size - received))
+        fail("incomplete hello");
     return hello;
 }
 
@@ -65,15 +65,16 @@ void QueueClient::send(std::uint64_t count, const std::stop_token& stop) {
 RawClient::RawClient(std::string path)
     : path_(std::move(path)), hello_([this] {
           const int socket = connection();
-          std::string hello = greetingOf(socket);
+          std::string hello = receiveHello(socket);
           close(socket);
           return hello;
       }()) {}
 
 int RawClient::connection() const {
     const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const timeval limit{30, 0}; // a service that hangs is not waited for
-    for (const int way : {SO_SNDTIMEO, SO_RCVTIMEO}) setsockopt(socket, SOL_SOCKET, way, &limit, sizeof limit);
+    const timeval timeout{30, 0};
+    for (const int option : {SO_SNDTIMEO, SO_RCVTIMEO})
+        setsockopt(socket, SOL_SOCKET, option, &timeout, sizeof timeout);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path_.copy(address.sun_path, sizeof address.sun_path - 1);
@@ -84,13 +85,13 @@ int RawClient::connection() const {
 void RawClient::send(std::uint64_t connections, const std::stop_token& stop) {
     for (std::uint64_t i = 0; i < connections && !stop.stop_requested(); ++i) {
         const std::uint32_t number = connections_;
-        const std::string half = honestFrame(rawClient, number + 1);
-        // Cut at another place each time: in the header, in the form, in the text.
-        const std::string bytes = hello_ + honestFrame(rawClient, number) + malformedFrame(number) +
-                                  half.substr(0, 1 + number * 7U % (half.size() - 1));
+        const std::string next = validFrame(rawClient, number + 1);
+        // Truncated at a different byte each time: in the header, in the flat form, in the text.
+        const std::string bytes = hello_ + validFrame(rawClient, number) + malformedFrame(number) +
+                                  next.substr(0, 1 + number * 7U % (next.size() - 1));
         const int socket = connection();
         if (::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(bytes.size()))
-            fail("sending");
+            fail("cannot send");
         close(socket);
         ++connections_;
     }

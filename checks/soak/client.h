@@ -1,4 +1,4 @@
-// The process that sends: honest messages through a queue, and everything else over streams of its own.
+// The clients of the sending process: one sends valid messages through a queue, the other all kinds over sockets.
 #pragma once
 
 #include "traffic.h"
@@ -15,7 +15,7 @@ class QueueChannel;
 
 namespace soak {
 
-// Sends numbered messages through a queue's channel, waiting whenever the queue is full.
+// Sends numbered messages through a queue's channel, and waits while the queue is full.
 class QueueClient {
 public:
     explicit QueueClient(host::MessageQueue& queue);
@@ -32,7 +32,7 @@ private:
     std::atomic<std::uint32_t> sent_{0};
 };
 
-// Connects, says an honest message, a malformed one and a part of a third, and is gone; again and again.
+// Again and again connects, sends a valid message, a malformed one and a truncated one, and disconnects.
 class RawClient {
 public:
     explicit RawClient(std::string path);

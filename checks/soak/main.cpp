@@ -1,5 +1,5 @@
-// Millions of messages between two processes, of which some are malformed and some come in halves: none of the others
-// is lost, all are counted, and nothing is held at the end that was not held after the first ones.
+// Sends millions of messages between two processes, some malformed, some truncated. Checks that no valid message is
+// lost, that all are counted, and that the processes use no more memory at the end than after the first messages.
 #include "../report.h"
 #include "client.h"
 #include "service.h"
@@ -33,45 +33,45 @@ namespace {
 using namespace soak;
 using namespace std::chrono_literals;
 
-// Of ten messages seven go through the queue; the raw client's are one each of the three kinds.
+// Of ten messages seven go through the queue; the raw client sends one of each of the three kinds.
 constexpr std::uint64_t parts = 10, throughQueue = 7;
 
-// A service that takes or says nothing for so long hangs.
+// A service that neither reads nor answers for so long hangs.
 constexpr auto timeout = 30s;
 
-// The other process.
+// The service's process.
 class Service {
 public:
     Service() {
-        int questions[2], answers[2];
-        if (pipe(questions) != 0 || pipe(answers) != 0) throw std::runtime_error("no pipes");
+        int requests[2], answers[2];
+        if (pipe(requests) != 0 || pipe(answers) != 0) throw std::runtime_error("no pipes");
         pid_ = fork();
         if (pid_ == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
-            close(questions[1]);
+            close(requests[1]);
             close(answers[0]);
-            _exit(serve(questions[0], answers[1]));
+            _exit(serve(requests[0], answers[1]));
         }
-        close(questions[0]);
+        close(requests[0]);
         close(answers[1]);
-        questions_ = questions[1];
+        requests_ = requests[1];
         answers_ = answers[0];
     }
     ~Service() {
-        close(questions_);
-        if (!speaks(timeout)) kill(); // it hangs
+        close(requests_);
+        if (!hasData(timeout)) kill(); // it hangs
         waitpid(pid_, nullptr, 0);
     }
     Report ask() const {
         Report report{};
-        const bool asked = write(questions_, "?", 1) == 1;
-        if (asked && !speaks(timeout)) throw std::runtime_error("the service does not answer");
-        if (!asked || read(answers_, &report, sizeof report) != sizeof report) throw std::runtime_error(death);
+        const bool requested = write(requests_, "?", 1) == 1;
+        if (requested && !hasData(timeout)) throw std::runtime_error("the service does not answer");
+        if (!requested || read(answers_, &report, sizeof report) != sizeof report) throw std::runtime_error(death);
         return report;
     }
-    // Not while an answer is awaited. Throws when it has died.
-    void mustLive() const {
-        if (speaks(0ms)) throw std::runtime_error(death);
+    // Throws if the process has died. Must not be called while an answer is pending.
+    void requireAlive() const {
+        if (hasData(0ms)) throw std::runtime_error(death);
     }
     void kill() const { ::kill(pid_, SIGKILL); }
     Service(const Service&) = delete;
@@ -80,20 +80,20 @@ public:
 private:
     static constexpr const char* death = "the service has died";
 
-    // Whether something comes from it within the time, be it the end of its answers.
-    bool speaks(std::chrono::milliseconds limit) const {
+    // Whether it sends data or ends within the time.
+    bool hasData(std::chrono::milliseconds limit) const {
         pollfd waiting{answers_, POLLIN, 0};
         return poll(&waiting, 1, static_cast<int>(limit.count())) != 0;
     }
 
     pid_t pid_;
-    int questions_, answers_;
+    int requests_, answers_;
 };
 
-// The first of several threads' failures, and what ends the others.
+// Keeps the first failure of several threads, and stops the other threads.
 class Failure {
 public:
-    void take(std::exception_ptr failure) {
+    void set(std::exception_ptr failure) {
         const thread_safety::LockGuard lock(mutex_);
         if (!first_) first_ = std::move(failure);
         stop_.request_stop();
@@ -138,7 +138,7 @@ class Soak {
 public:
     explicit Soak(std::uint64_t total) : progress_(total) {}
 
-    // Sends so many messages, and waits until the service has them all. Throws when it dies or hangs meanwhile.
+    // Sends `count` messages and waits until the service has received all of them. Throws if it dies or hangs.
     Report send(std::uint64_t count) {
         Failure failure;
         std::atomic<int> running{2};
@@ -147,7 +147,7 @@ public:
                 try {
                     work();
                 } catch (...) {
-                    failure.take(std::current_exception());
+                    failure.set(std::current_exception());
                 }
                 --running;
             });
@@ -157,21 +157,21 @@ public:
         try {
             watch(running);
         } catch (...) {
-            failure.take(std::current_exception());
+            failure.set(std::current_exception());
         }
         queue.join();
         raw.join();
         failure.rethrow();
         Report report = service_.ask();
         for (const auto deadline = Clock::now() + timeout;
-             report.honest + report.wrong < honest() && Clock::now() < deadline; report = service_.ask())
+             report.valid + report.wrong < valid() && Clock::now() < deadline; report = service_.ask())
             std::this_thread::sleep_for(10ms);
-        std::this_thread::sleep_for(200ms); // in which the last connections are put away
+        std::this_thread::sleep_for(200ms); // until the service has released the last connections
         return service_.ask();
     }
     void killService() const { service_.kill(); }
 
-    std::uint64_t honest() const { return queueClient_.sent() + rawClient_.connections(); }
+    std::uint64_t valid() const { return queueClient_.sent() + rawClient_.connections(); }
     std::uint64_t malformed() const { return rawClient_.connections(); }
     std::uint64_t connections() const { return rawClient_.connections(); }
     frame::IOStatistics atQueue() const { return queue_.statistics().at(0); }
@@ -180,33 +180,33 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    // Shows the progress while threads send. Throws when the service dies, or when there is none for long.
+    // Shows the progress while threads send. Throws if the service dies, or if there is no progress for too long.
     void watch(const std::atomic<int>& running) {
         std::uint64_t done = 0;
         for (auto deadline = Clock::now() + timeout; running > 0;) {
             std::this_thread::sleep_for(100ms);
-            service_.mustLive();
+            service_.requireAlive();
             const std::uint64_t sent = queueClient_.sent() + 3 * rawClient_.connections();
             progress_.show(sent);
             if (sent > done)
                 deadline = Clock::now() + timeout;
             else if (Clock::now() > deadline)
-                throw std::runtime_error("the service takes nothing any more");
+                throw std::runtime_error("the service no longer reads");
             done = sent;
         }
     }
-    // So few that it does not show in the heap how far the queue happens to fill.
+    // So few that the fill level of the queue does not affect the heap measurement.
     static host::QueueLimits queueLimits() {
         host::QueueLimits limits;
         limits.messages = 16;
         return limits;
     }
     static std::string serviceSocket(const Service& service) {
-        service.ask(); // which it answers once it serves
+        service.ask(); // returns once the service is running
         return host::endpointOf(soak::service);
     }
 
-    Service service_; // first: a process is to be forked before it has threads
+    Service service_; // first: it forks, which must precede the creation of threads
     host::MessageQueue queue_{queueLimits()};
     RawClient rawClient_{serviceSocket(service_)};
     QueueClient queueClient_{queue_};
@@ -216,14 +216,15 @@ private:
 
 int run(std::uint64_t total, bool killService) {
     Soak soak(total);
-    // After which buffers are as large as they will be; a short soak needs more of its messages for that.
+    // After these messages the buffers have their final size. A short soak needs a larger part of its messages for
+    // that.
     const std::uint64_t first = std::max(total / 10, std::min(total / 2, std::uint64_t{10'000}));
     const Report before = soak.send(first);
     if (killService) soak.killService();
     const std::uint64_t heapBefore = heapInUse(), flatBefore = host::flatHeapUsage().blocks;
     const auto begin = std::chrono::steady_clock::now();
     const Report after = soak.send(total - first);
-    const auto took = std::chrono::steady_clock::now() - begin;
+    const auto duration = std::chrono::steady_clock::now() - begin;
     const std::uint64_t heapAfter = heapInUse(), flatAfter = host::flatHeapUsage().blocks;
     soak.endProgress();
 
@@ -233,45 +234,46 @@ int run(std::uint64_t total, bool killService) {
         report.line(what, static_cast<std::int64_t>(value), unit, held, bound);
     };
     const auto all = [](std::uint64_t number) { return "exactly " + std::to_string(number); };
-    line("messages", soak.honest() + soak.malformed() + soak.connections(), "messages", true);
-    line("honest ones delivered in order", after.honest, "messages", after.honest == soak.honest(), all(soak.honest()));
-    line("delivered changed, twice or out of order", after.wrong, "messages", after.wrong == 0, "none");
-    line("counted as received", after.received, "messages", after.received == soak.honest(), all(soak.honest()));
+    line("messages", soak.valid() + soak.malformed() + soak.connections(), "messages", true);
+    line("valid messages delivered in order", after.valid, "messages", after.valid == soak.valid(), all(soak.valid()));
+    line("messages delivered changed, twice or out of order", after.wrong, "messages", after.wrong == 0, "none");
+    line("counted as received", after.received, "messages", after.received == soak.valid(), all(soak.valid()));
     line("counted as undecodable", after.undecodable, "messages", after.undecodable == soak.malformed(),
          all(soak.malformed()));
-    line("connections dropped in the middle of one", soak.connections(), "connections", true);
+    line("connections closed in the middle of a message", soak.connections(), "connections", true);
     const auto statistics = soak.atQueue();
     line("dropped by the sending queue", statistics.dropped + statistics.queued, "messages",
          statistics.dropped + statistics.queued == 0, "none");
-    // Not 0: runs differ by up to 160 bytes in both directions, however many messages they send.
+    // Not 0: runs differ by up to 160 bytes in both directions, regardless of the number of messages.
     constexpr std::int64_t heapBound = 512;
     const auto grown = [](std::uint64_t to, std::uint64_t from) { return static_cast<std::int64_t>(to - from); };
     const auto growth = [&](const char* what, std::int64_t bytes, const char* unit, std::int64_t most) {
         report.line(what, bytes, unit, bytes <= most, "at most " + std::to_string(most));
     };
-    growth("heap's growth, service", grown(after.heap, before.heap), "bytes", heapBound);
-    growth("heap's growth, client", grown(heapAfter, heapBefore), "bytes", heapBound);
-    growth("flat blocks' growth, service", grown(after.flatBlocks, before.flatBlocks), "blocks", 0);
-    growth("flat blocks' growth, client", grown(flatAfter, flatBefore), "blocks", 0);
+    growth("growth of the heap, service", grown(after.heap, before.heap), "bytes", heapBound);
+    growth("growth of the heap, client", grown(heapAfter, heapBefore), "bytes", heapBound);
+    growth("growth of flat blocks, service", grown(after.flatBlocks, before.flatBlocks), "blocks", 0);
+    growth("growth of flat blocks, client", grown(flatAfter, flatBefore), "blocks", 0);
     std::printf("took %lld s\n",
-                static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(took).count()));
+                static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(duration).count()));
     return report.exitCode();
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App options{"Millions of messages between two processes, some malformed, some in halves."};
+    CLI::App options{"Sends millions of messages between two processes, some malformed, some truncated."};
     std::uint64_t total = 10'000'000;
-    options.add_option("--messages", total, "How many")->check(CLI::Range(std::uint64_t{200}, std::uint64_t{1} << 32));
+    options.add_option("--messages", total, "Number of messages")
+        ->check(CLI::Range(std::uint64_t{200}, std::uint64_t{1} << 32));
     bool killService = false;
-    options.add_flag("--kill-service", killService, "Kill the service after the first ones, which has to be told of");
+    options.add_flag("--kill-service", killService, "Kill the service after the first messages; must be reported");
     CLI11_PARSE(options, argc, argv);
-    std::signal(SIGPIPE, SIG_IGN); // a service that dies is an error of what is said to it
+    std::signal(SIGPIPE, SIG_IGN); // writes to a dead service must return an error
     std::string folder = (std::filesystem::temp_directory_path() / "soak-XXXXXX").string();
     if (mkdtemp(folder.data()) == nullptr) return 2;
     setenv("RUNTIME_DIRECTORY", folder.c_str(), 1);
-    vdlDebugSetLevels("off"); // a line for each of a million bad messages helps nobody
+    vdlDebugSetLevels("off"); // otherwise a line for each of a million bad messages
     int result = 2;
     try {
         result = run(total / 100 * 100, killService);

@@ -15,10 +15,10 @@
 namespace soak {
 namespace {
 
-// Which numbers of a source have come. Those of different connections may overtake each other by a little.
+// The numbers received from a source. Those of different connections may overtake each other slightly.
 class Seen {
 public:
-    // Whether this one comes for the first time, and no more than a window ahead of one that is missing.
+    // Whether this number is new, and less than 64 ahead of the first missing one.
     bool add(std::uint32_t number) {
         const std::uint32_t ahead = number - first_;
         if (ahead >= 64 || (later_ >> ahead & 1U) != 0) return false;
@@ -29,16 +29,16 @@ public:
     bool isNext(std::uint32_t number) const { return number == first_; }
 
 private:
-    std::uint32_t first_ = 0; // that is missing
-    std::uint64_t later_ = 0; // those that are not, from first_ on, a bit each
+    std::uint32_t first_ = 0; // the first missing number
+    std::uint64_t later_ = 0; // a bit for each number from first_ on: whether it was received
 };
 
 struct Counts {
     std::array<Seen, sources> seen;
-    std::atomic<std::uint64_t> honest{0}, wrong{0};
+    std::atomic<std::uint64_t> valid{0}, wrong{0};
 };
 
-int take(const frame::MsgMeta&, const frame::TransportInfo&, const void* payload, void* context) {
+int handle(const frame::MsgMeta&, const frame::TransportInfo&, const void* payload, void* context) {
     auto& counts = *static_cast<Counts*>(context);
     const auto& message = *static_cast<const Numbered*>(payload);
     const std::uint32_t source = message.source, number = message.number;
@@ -46,7 +46,7 @@ int take(const frame::MsgMeta&, const frame::TransportInfo&, const void* payload
     const bool good = source < sources && (source != queueClient || counts.seen[source].isNext(number)) &&
                       counts.seen[source].add(number) && text.size() == lengthOf(number) &&
                       text.find_first_not_of(letterOf(number)) == std::string_view::npos;
-    ++(good ? counts.honest : counts.wrong);
+    ++(good ? counts.valid : counts.wrong);
     return 0;
 }
 
@@ -57,16 +57,16 @@ std::uint64_t heapInUse() {
     return info.uordblks + info.hblkhd;
 }
 
-int serve(int questions, int answers) {
+int serve(int requests, int answers) {
     host::MessageQueue queue;
     Counts counts;
-    queue.serve(service, messages(), 4096).registerMessageHandler(numbered().meta, take, &counts, *numbered().table);
+    queue.serve(service, messages(), 4096).registerMessageHandler(numbered().meta, handle, &counts, *numbered().table);
     queue.start();
-    for (char question = 0; read(questions, &question, 1) == 1;) {
+    for (char request = 0; read(requests, &request, 1) == 1;) {
         const auto statistics = queue.statistics().at(0);
         const auto flat = host::flatHeapUsage();
-        const Report report{counts.honest, counts.wrong, statistics.received, statistics.undecodable,
-                            heapInUse(),   flat.blocks,  flat.bytes};
+        const Report report{counts.valid, counts.wrong, statistics.received, statistics.undecodable,
+                            heapInUse(),  flat.blocks,  flat.bytes};
         if (write(answers, &report, sizeof report) != sizeof report) return 1;
     }
     return 0;

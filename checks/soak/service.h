@@ -1,4 +1,4 @@
-// The process that serves, and what it says of itself.
+// The service's process and its report.
 #pragma once
 
 #include <cstdint>
@@ -6,10 +6,10 @@
 namespace soak {
 
 struct Report {
-    std::uint64_t honest;      // messages that reached the handler as they were sent
-    std::uint64_t wrong;       // that came changed, twice or out of their order
-    std::uint64_t received;    // by the queue's counters, and
-    std::uint64_t undecodable; // those that it dropped
+    std::uint64_t valid;       // messages that reached the handler unchanged
+    std::uint64_t wrong;       // messages that arrived changed, twice or out of order
+    std::uint64_t received;    // counter of the queue
+    std::uint64_t undecodable; // counter of the queue: messages that it dropped
     std::uint64_t heap;        // bytes in use
     std::uint64_t flatBlocks, flatBytes;
 };
@@ -17,7 +17,7 @@ struct Report {
 // Bytes of the heap in use.
 std::uint64_t heapInUse();
 
-// Serves until questions ends; writes a report to answers for each byte that comes from questions.
-int serve(int questions, int answers);
+// Serves until the pipe `requests` is closed. Writes a report to `answers` for each byte from `requests`.
+int serve(int requests, int answers);
 
 } // namespace soak

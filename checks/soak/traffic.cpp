@@ -39,7 +39,7 @@ std::string bodyOf(Source source, std::uint32_t number) {
 const frame::MessageSet& messages() { return set; }
 const frame::MessageDescription& numbered() { return description; }
 
-std::string honestFrame(Source source, std::uint32_t number) {
+std::string validFrame(Source source, std::uint32_t number) {
     return frameOf(description.meta.messageId, bodyOf(source, number));
 }
 
@@ -48,14 +48,14 @@ std::string malformedFrame(std::uint32_t number) {
     switch (number % 5) {
         case 0: // unknown
             return frameOf(description.meta.messageId + 1, body);
-        case 1: // shorter than its form
+        case 1: // shorter than its flat form
             return frameOf(description.meta.messageId, body.substr(0, number % sizeof(Numbered)));
-        case 2: // with something behind its end
+        case 2: // with a trailing byte
             return frameOf(description.meta.messageId, body + 'x');
-        case 3: // with a text beyond its end
+        case 3: // with a text that exceeds the message
             body[8 + 3] = '\x7F';
             return frameOf(description.meta.messageId, body);
-        default: // with a text that does not end
+        default: // with an unterminated text
             body.back() = 'x';
             return frameOf(description.meta.messageId, body);
     }

@@ -1,4 +1,4 @@
-// What the two processes of the soak exchange.
+// The messages between the two processes of the soak.
 #pragma once
 
 #include <frame/message-set.h>
@@ -12,7 +12,7 @@ namespace soak {
 
 inline constexpr const char* service = "soak";
 
-// The flat form of the one message.
+// The flat form of the message.
 struct Numbered {
     vdl::Word<std::uint32_t> source, number;
     vdlDeserString_t text; // textOf(number)
@@ -23,13 +23,13 @@ enum Source : std::uint32_t { queueClient, rawClient, sources };
 const frame::MessageSet& messages();
 const frame::MessageDescription& numbered();
 
-// A text that follows from the number, as long as texts on the way usually are.
+// The text is derived from the number. Its length is typical of real messages.
 inline std::size_t lengthOf(std::uint32_t number) { return number % 61; }
 inline char letterOf(std::uint32_t number) { return static_cast<char>('a' + number % 26); }
 
-// Frames as they stand on the stream.
-std::string honestFrame(Source source, std::uint32_t number);
-// One that the service has to count and drop; another kind for each number.
+// Frames in wire format.
+std::string validFrame(Source source, std::uint32_t number);
+// A frame that the service must count and drop. Its kind depends on the number.
 std::string malformedFrame(std::uint32_t number);
 
 } // namespace soak

@@ -1,4 +1,4 @@
-// How the check drives what surrounds the processes of a receiver: a page of memory in a file, which they map, too.
+// Controls the environment of a receiver's processes through a file that the check and the processes map.
 #pragma once
 
 #include <atomic>
@@ -8,12 +8,12 @@ namespace surroundings {
 
 inline constexpr const char* controlVariable = "CHECK_SURROUNDINGS"; // names the file
 
-enum class Disk : int { sound, stalled, full, failing };
+enum class Disk : int { working, stalled, full, failing };
 
 struct Control {
-    std::atomic<Disk> disk;                   // what becomes of writing to a run log
-    std::atomic<std::int64_t> clockOffset;    // seconds that the wall clock is ahead
-    std::atomic<std::uint64_t> stalledWrites; // that are waiting or have waited
+    std::atomic<Disk> disk;                   // the state of the run log's disk
+    std::atomic<std::int64_t> clockOffset;    // seconds by which the wall clock is ahead
+    std::atomic<std::uint64_t> stalledWrites; // writes that wait or have waited
 };
 
 } // namespace surroundings

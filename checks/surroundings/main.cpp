@@ -1,4 +1,4 @@
-// What becomes of a receiver when its surroundings fail: the disk under the run log, the wall clock, other clients.
+// Runs a receiver whose environment fails: the disk of the run log, the wall clock, other clients.
 #include "../report.h"
 #include "scenarios.h"
 
@@ -34,7 +34,7 @@ int main(int argc, char** argv) {
     const unsigned writers = argc > 1 && std::strcmp(argv[1], "--quick") == 0 ? 50 : 500;
     std::string controlFile;
     Control& control = makeControl(controlFile);
-    // For the processes of receivers, not for this one.
+    // For the receivers' processes, not for this one.
     setenv(controlVariable, controlFile.c_str(), 1);
     setenv("LD_PRELOAD", CHECK_SHIM, 1);
 
@@ -51,7 +51,7 @@ int main(int argc, char** argv) {
     checks::Report report;
     for (const auto& [name, run] : scenarios) {
         report.run(name, run);
-        control.disk = Disk::sound; // also after one that failed
+        control.disk = Disk::working; // also after a failed scenario
         control.clockOffset = 0;
     }
     unlink(controlFile.c_str());
@@ -60,20 +60,20 @@ int main(int argc, char** argv) {
     const long slow = figures.slowestPlay.count(), low = figures.shortestWait.count(),
                high = figures.longestWait.count();
     report.line("writers of the run log killed", figures.killedWriters, "writers", figures.killedWriters == writers,
-                "the log sound after each, nothing stored is gone");
+                "the log is intact after each, no stored record is lost");
     report.line("slowest play on a stalled, full or failing disk", slow, "ms", slow <= slowest, "at most 250 ms");
     const long end = figures.slowestEnd.count();
-    report.line("end of a process on a stalled disk, beside a reader", end, "ms", end > 0 && end <= 2000,
+    report.line("end of a process on a stalled disk, with a reader of the run log", end, "ms", end > 0 && end <= 2000,
                 "at most 2000 ms");
-    report.line("jumps of the wall clock that the log's times show", figures.clockJumps, "jumps",
+    report.line("jumps of the wall clock visible in the log's times", figures.clockJumps, "jumps",
                 figures.clockJumps == 6, "all 6");
-    report.line("shortest wait for an answer as the clock jumps", low, "ms", low >= shortest, "at least 5000 ms");
-    report.line("longest wait for an answer as the clock jumps", high, "ms", high <= longest, "at most 7500 ms");
+    report.line("shortest wait for an answer while the clock jumps", low, "ms", low >= shortest, "at least 5000 ms");
+    report.line("longest wait for an answer while the clock jumps", high, "ms", high <= longest, "at most 7500 ms");
     report.line("notifications beside a client that does not read", static_cast<long>(figures.notifications),
                 "notifications", figures.notifications > 0, "all that were sent");
     report.line("notifications to a client that reads slowly", static_cast<long>(figures.slowlyRead), "notifications",
-                figures.slowlyRead > 0, "all that were sent, each whole");
-    report.line("slowest play beside it", figures.playBesideSlowReader.count(), "ms",
+                figures.slowlyRead > 0, "all that were sent, each complete");
+    report.line("slowest play beside a client that reads slowly", figures.playBesideSlowReader.count(), "ms",
                 figures.playBesideSlowReader.count() <= slowest, "at most 250 ms");
     return report.exitCode();
 }

@@ -31,24 +31,24 @@ constexpr milliseconds dropLimit{9000};
 
 milliseconds since(Steady::time_point begin) { return std::chrono::duration_cast<milliseconds>(Steady::now() - begin); }
 
-void require(bool condition, const std::string& otherwise) {
-    if (!condition) throw ReceiverError(otherwise);
+void require(bool condition, const std::string& problem) {
+    if (!condition) throw ReceiverError(problem);
 }
 
 void endOrderly(ReceiverKit& kit) {
-    const std::string complaints = kit.stop();
-    require(complaints.empty(), complaints);
+    const std::string problems = kit.stop();
+    require(problems.empty(), problems);
 }
 
-// The main terminal's picture does not come, of which the run log is told.
-void letAPlayFail(ReceiverKit& kit) {
+// A play on the main terminal fails, which is recorded in the run log.
+void failAPlay(ReceiverKit& kit) {
     kit.read(Part::tvService, {"fault", "mute", "on"});
     const std::string id = kit.play("0:0", live);
     kit.waitForStep(id, dropMark, dropLimit);
     kit.read(Part::tvService, {"fault", "clear"});
 }
 
-// Plays one after the other; the longest time that one took, by the log.
+// Plays several times and returns the longest duration according to the log.
 milliseconds playSome(ReceiverKit& kit) {
     milliseconds slowest{0};
     for (int i = 0; i < 30; ++i) {
@@ -66,7 +66,7 @@ bool isLogged(const ReceiverKit& kit, const std::string& text) {
     return false;
 }
 
-// Asks for the run log again and again, until the shell is gone.
+// Reads the run log through the shell again and again, until the shell closes the connection.
 class RunLogReader {
 public:
     explicit RunLogReader(const std::string& path) : path_(path) {}
@@ -79,7 +79,7 @@ private:
             host::ShellClient shell;
             for (shell.connect(path_);;)
                 if (shell.run("runlog").status != 0) ++failures_;
-        } catch (const host::ShellError&) { // the process ends, or does not answer
+        } catch (const host::ShellError&) { // the process has ended, or does not answer
         }
     }
 
@@ -88,7 +88,7 @@ private:
     std::jthread thread_{[this] { read(); }}; // last: it uses the rest
 };
 
-std::size_t recorded(ReceiverKit& kit) { return kit.ask(Part::frameHost, {"runlog", "100"}).size(); }
+std::size_t recordCount(ReceiverKit& kit) { return kit.ask(Part::frameHost, {"runlog", "100"}).size(); }
 
 } // namespace
 
@@ -97,50 +97,50 @@ void runOnAStalledDisk(Control& control, Figures& figures) {
     kit.start();
     control.stalledWrites = 0;
     control.disk = Disk::stalled;
-    letAPlayFail(kit);
+    failAPlay(kit);
     require(kit.waitFor([&] { return control.stalledWrites > 0; }, receiver::defaultTimeout),
-            "nothing wrote to the disk");
+            "there was no write to the disk");
     figures.slowestPlay = std::max(figures.slowestPlay, playSome(kit));
-    control.disk = Disk::sound;
-    require(kit.waitFor([&] { return recorded(kit) == 1; }, receiver::defaultTimeout), "the record is not there");
-    // It must also end when the disk never comes back, and while somebody asks for what is to be stored there.
+    control.disk = Disk::working;
+    require(kit.waitFor([&] { return recordCount(kit) == 1; }, receiver::defaultTimeout), "the record is missing");
+    // The process must also end if the disk never recovers, and while a client reads the run log.
     control.stalledWrites = 0;
     control.disk = Disk::stalled;
-    letAPlayFail(kit);
+    failAPlay(kit);
     require(kit.waitFor([&] { return control.stalledWrites > 0; }, receiver::defaultTimeout),
-            "nothing wrote to the disk");
+            "there was no write to the disk");
     const RunLogReader reader((kit.runtimeFolder() / "frame-host.shell").string());
     require(kit.waitFor([&] { return reader.failures() > 0; }, receiver::defaultTimeout),
-            "whoever reads the run log is not told that its disk does not respond");
+            "reading the run log does not report that its disk does not respond");
     const auto begin = Steady::now();
-    const std::string complaints = kit.stop(Part::frameHost);
+    const std::string problems = kit.stop(Part::frameHost);
     figures.slowestEnd = since(begin);
-    require(complaints.empty(), complaints);
+    require(problems.empty(), problems);
     endOrderly(kit);
-    control.disk = Disk::sound;
+    control.disk = Disk::working;
 }
 
 void runOnABadDisk(Control& control, Disk disk, Figures& figures) {
     ReceiverKit kit;
     kit.start();
     control.disk = disk;
-    letAPlayFail(kit);
+    failAPlay(kit);
     figures.slowestPlay = std::max(figures.slowestPlay, playSome(kit));
     require(kit.waitFor([&] { return isLogged(kit, "cannot store records, dropping them"); }, receiver::defaultTimeout),
-            "nobody told that the record is lost");
-    control.disk = Disk::sound;
-    letAPlayFail(kit);
-    require(recorded(kit) == 1, "the record after the first one is not there, or more than that");
-    require(isLogged(kit, "storing works again; 1 records were lost"), "nobody told how many records were lost");
+            "the loss of the record is not logged");
+    control.disk = Disk::working;
+    failAPlay(kit);
+    require(recordCount(kit) == 1, "the run log does not have exactly the second record");
+    require(isLogged(kit, "storing works again; 1 records were lost"), "the number of lost records is not logged");
     endOrderly(kit);
 }
 
-// Requires that the process whose log it is saw the wall clock jump by so many seconds between the two lines. What took
-// place between them took some seconds itself.
+// Requires that the wall clock jumped by that many seconds between the two lines of a log. Some seconds have passed
+// between them, too.
 void requireJump(const receiver::LogLine& before, const receiver::LogLine& after, std::int64_t jump, Figures& figures) {
-    const auto beyond = after.time - before.time - std::chrono::seconds(jump);
-    require(beyond >= 0s && beyond < dropLimit, "a jump of " + std::to_string(jump) + " s does not show between \"" +
-                                                    before.text + "\" and \"" + after.text + '"');
+    const auto elapsed = after.time - before.time - std::chrono::seconds(jump);
+    require(elapsed >= 0s && elapsed < dropLimit, "a jump of " + std::to_string(jump) + " s does not show between \"" +
+                                                      before.text + "\" and \"" + after.text + '"');
     ++figures.clockJumps;
 }
 
@@ -161,7 +161,7 @@ void runWhileTheClockJumps(Control& control, Figures& figures) {
         requireJump(created, dropped, jump, figures);
     }
     kit.read(Part::tvService, {"fault", "clear"});
-    // What waits for a service that is away neither waits for ever nor is given up early.
+    // A request to a service that is down must neither wait forever nor be dropped early.
     for (const std::int64_t jump : {hour, -2 * hour}) {
         kit.kill(Part::tvService);
         const std::string id = kit.play("1:0", live);
@@ -177,60 +177,61 @@ void runWhileTheClockJumps(Control& control, Figures& figures) {
 
 namespace {
 
-// A connection to a service, greeted as it must be. Reads nothing.
-class DeafClient {
+// A connection to a service that sends its hello and reads nothing.
+class NonReadingClient {
 public:
-    explicit DeafClient(const std::string& path) : socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    explicit NonReadingClient(const std::string& path) : socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         const std::string hello = killed::helloOf(path);
         helloSize_ = hello.size();
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         path.copy(address.sun_path, sizeof address.sun_path - 1);
-        const bool greeted = connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-                             send(socket_, hello.data(), hello.size(), MSG_NOSIGNAL) > 0;
-        require(greeted, "no connection to " + path);
+        const bool connected = connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+                               send(socket_, hello.data(), hello.size(), MSG_NOSIGNAL) > 0;
+        require(connected, "no connection to " + path);
     }
-    ~DeafClient() { close(socket_); }
-    DeafClient(const DeafClient&) = delete;
-    DeafClient& operator=(const DeafClient&) = delete;
+    ~NonReadingClient() { close(socket_); }
+    NonReadingClient(const NonReadingClient&) = delete;
+    NonReadingClient& operator=(const NonReadingClient&) = delete;
 
     int socket() const { return socket_; }
-    std::size_t helloSize() const { return helloSize_; } // of what the service greets with
+    std::size_t helloSize() const { return helloSize_; } // of the service's hello
 
 private:
     const int socket_;
     std::size_t helloSize_ = 0;
 };
 
-// Reads a little at a time, so that the service can hardly ever write a message at once.
+// Reads a few bytes at a time, so that the service can rarely write a whole message at once.
 class SlowClient {
 public:
     explicit SlowClient(const std::string& path) : client_(path) {}
-    ~SlowClient() { shutdown(client_.socket(), SHUT_RDWR); } // which ends the reading, too
+    ~SlowClient() { shutdown(client_.socket(), SHUT_RDWR); } // also ends the reading thread
     SlowClient(const SlowClient&) = delete;
     SlowClient& operator=(const SlowClient&) = delete;
 
-    std::uint64_t alike() const { return alike_; } // messages so far that are byte for byte as the first one
+    std::uint64_t identical() const { return identical_; } // messages so far that equal the first one
 
 private:
     void read() {
-        std::string heard(client_.helloSize(), '\0');
-        if (recv(client_.socket(), heard.data(), heard.size(), MSG_WAITALL) != static_cast<ssize_t>(heard.size()))
+        std::string received(client_.helloSize(), '\0');
+        if (recv(client_.socket(), received.data(), received.size(), MSG_WAITALL) !=
+            static_cast<ssize_t>(received.size()))
             return;
-        heard.clear();
+        received.clear();
         std::string first;
         for (char piece[200];;) {
             const ssize_t size = recv(client_.socket(), piece, sizeof piece, 0);
             if (size <= 0) return;
-            heard.append(piece, static_cast<std::size_t>(size));
-            for (std::size_t whole = 0; (whole = messageAt(heard)) != 0; heard.erase(0, whole)) {
-                if (first.empty()) first = heard.substr(0, whole);
-                alike_ += heard.compare(0, whole, first) == 0 ? 1 : 0; // plays are told of in between
+            received.append(piece, static_cast<std::size_t>(size));
+            for (std::size_t whole = 0; (whole = messageAt(received)) != 0; received.erase(0, whole)) {
+                if (first.empty()) first = received.substr(0, whole);
+                identical_ += received.compare(0, whole, first) == 0 ? 1 : 0; // notifications of plays differ
             }
             std::this_thread::sleep_for(500us);
         }
     }
-    // The size of the message that the bytes begin with, 0 as long as it is not whole.
+    // The size of the first message in the bytes; 0 while it is incomplete.
     static std::size_t messageAt(const std::string& bytes) {
         constexpr std::size_t header = 32;
         std::uint32_t body = 0;
@@ -239,12 +240,12 @@ private:
         return bytes.size() < header + body ? 0 : header + body;
     }
 
-    const DeafClient client_;
-    std::atomic<std::uint64_t> alike_{0};
+    const NonReadingClient client_;
+    std::atomic<std::uint64_t> identical_{0};
     std::jthread thread_{[this] { read(); }}; // last: it uses the rest
 };
 
-// The framework process's connection to the TV service, and the TV service's to its clients, in numbers.
+// Counters of the framework process's connection to the TV service, and of the TV service's connections to its clients.
 std::uint64_t receivedFromTv(ReceiverKit& kit) {
     for (const auto& connection : kit.ask(Part::frameHost, {"stats"}))
         if (connection.at("service") == "tvservice") return connection.at("received").get<std::uint64_t>();
@@ -259,12 +260,12 @@ void emit(ReceiverKit& kit, std::uint64_t notifications) {
     for (std::uint64_t i = 0; i < notifications; ++i) kit.read(Part::tvService, {"emit", "TvServicePlayInfo", info});
 }
 
-// Sends so many to all clients, of which the framework process has to get each.
+// Sends notifications to all clients, and requires that the framework process receives each.
 void emitAllToTheHost(ReceiverKit& kit, std::uint64_t notifications) {
     const auto before = receivedFromTv(kit);
     emit(kit, notifications);
     require(kit.waitFor([&] { return receivedFromTv(kit) == before + notifications; }, receiver::defaultTimeout),
-            "the honest client got " + std::to_string(receivedFromTv(kit) - before) + " notifications");
+            "the framework process received " + std::to_string(receivedFromTv(kit) - before) + " notifications");
 }
 
 } // namespace
@@ -272,23 +273,23 @@ void emitAllToTheHost(ReceiverKit& kit, std::uint64_t notifications) {
 void runWithClientsThatDoNotRead(Figures& figures) {
     ReceiverKit kit;
     kit.start();
-    const DeafClient deaf((kit.runtimeFolder() / "tvservice.sock").string());
-    constexpr std::uint64_t notifications = 2000; // beyond what one queue holds
+    const NonReadingClient nonReading((kit.runtimeFolder() / "tvservice.sock").string());
+    constexpr std::uint64_t notifications = 2000; // more than one queue holds
     emitAllToTheHost(kit, notifications);
-    require(atTvService(kit, "refused") > 0, "the deaf client's queue never filled");
+    require(atTvService(kit, "refused") > 0, "the queue of the client that does not read never filled");
     figures.notifications = notifications;
-    // The framework process itself as a client that does not read for a while.
-    const auto forTheDeaf = atTvService(kit, "queued");
+    // The framework process itself does not read for a while.
+    const auto queuedForNonReading = atTvService(kit, "queued");
     kit.freeze(Part::frameHost);
     try {
         emit(kit, notifications);
-        throw std::logic_error("two clients that do not read were sent all");
-    } catch (const ReceiverError&) { // which is how the service tells that nobody takes any more
+        throw std::logic_error("all notifications were sent although no client reads");
+    } catch (const ReceiverError&) { // the service's command fails if no client's queue has room
     }
     kit.thaw(Part::frameHost);
-    // Until its queue has room an answer would be refused like everything else.
-    require(kit.waitFor([&] { return atTvService(kit, "queued") == forTheDeaf; }, receiver::defaultTimeout),
-            "what waited for the framework process did not reach it");
+    // While its queue is full an answer would be refused like everything else.
+    require(kit.waitFor([&] { return atTvService(kit, "queued") == queuedForNonReading; }, receiver::defaultTimeout),
+            "the messages queued for the framework process did not reach it");
     const auto begin = Steady::now();
     const std::string id = kit.play("1:0", live);
     kit.waitForStep(id, "finished");
@@ -300,13 +301,13 @@ void runWithAClientThatReadsSlowly(Figures& figures) {
     ReceiverKit kit;
     kit.start();
     const SlowClient slow((kit.runtimeFolder() / "tvservice.sock").string());
-    constexpr std::uint64_t notifications = 1000; // all of which one queue holds
+    constexpr std::uint64_t notifications = 1000; // one queue holds all of them
     emitAllToTheHost(kit, notifications);
     figures.playBesideSlowReader = playSome(kit);
     require(atTvService(kit, "queued") > 0, "the slow client has read everything before the last play");
-    require(kit.waitFor([&] { return slow.alike() == notifications; }, 3 * receiver::defaultTimeout),
-            "the slow client got " + std::to_string(slow.alike()) + " notifications");
-    figures.slowlyRead = slow.alike();
+    require(kit.waitFor([&] { return slow.identical() == notifications; }, 3 * receiver::defaultTimeout),
+            "the slow client received " + std::to_string(slow.identical()) + " notifications");
+    figures.slowlyRead = slow.identical();
     endOrderly(kit);
 }
 

@@ -1,5 +1,5 @@
-// Stands between a process and the system: its run log's disk and its wall clock are as the check wants them.
-// Everything else reaches the system as it is.
+// Intercepts a process's system calls so that the check controls its wall clock and its run log's disk. Everything else
+// reaches the system unchanged.
 #include "control.h"
 
 #include <cerrno>
@@ -38,10 +38,10 @@ bool isRunLog(int descriptor) {
     return std::strstr(path, "/runlog.sqlite") != nullptr;
 }
 
-// The error of a write, 0 when it may go on to the system. Waits as long as the disk is stalled.
+// Waits while the disk is stalled. Returns the error of a write, or 0 if it may reach the system.
 int diskError(int descriptor) {
     Control* const page = control();
-    if (page == nullptr || page->disk == Disk::sound || !isRunLog(descriptor)) return 0;
+    if (page == nullptr || page->disk == Disk::working || !isRunLog(descriptor)) return 0;
     if (page->disk == Disk::stalled) ++page->stalledWrites;
     while (page->disk == Disk::stalled) usleep(1000);
     return page->disk == Disk::full ? ENOSPC : page->disk == Disk::failing ? EIO : 0;
@@ -53,10 +53,10 @@ template <class Call> Call* next(const char* name) { return reinterpret_cast<Cal
 
 #define VISIBLE extern "C" [[gnu::visibility("default")]]
 
-VISIBLE ssize_t pwrite64(int descriptor, const void* data, size_t size, off64_t place) {
+VISIBLE ssize_t pwrite64(int descriptor, const void* data, size_t size, off64_t offset) {
     static const auto real = next<ssize_t(int, const void*, size_t, off64_t)>("pwrite64");
     if (const int error = diskError(descriptor)) return errno = error, -1;
-    return real(descriptor, data, size, place);
+    return real(descriptor, data, size, offset);
 }
 
 VISIBLE int ftruncate64(int descriptor, off64_t size) noexcept {

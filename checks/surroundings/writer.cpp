@@ -1,4 +1,4 @@
-// Writes records to a run log for ever, and says which ones are stored.
+// Writes records to a run log forever, and prints which ones are stored.
 #include "runlog/run-log-store.h"
 
 #include <cstdint>
@@ -11,7 +11,7 @@ int main(int argc, char** argv) {
     const std::string file = argv[1];
     const auto newest = lrt::RunLogStore::readNewest(file, 1);
     std::int32_t number = newest.empty() ? 0 : newest.front().eventId;
-    // So few that old ones are removed all the time.
+    // A limit so low that old records are removed all the time.
     lrt::RunLogStore store(file, 200);
     for (;;) {
         std::vector<lrt::RunLogRecord> records(1 + static_cast<std::size_t>(number) % 7);

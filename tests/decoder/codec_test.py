@@ -125,7 +125,8 @@ class TheCodec(unittest.TestCase):
 
     def test_rejects_a_count_without_an_array_and_an_array_without_a_count(self):
         self.expect_error("Lists", self.patched(LISTS_BYTES, 12, b"\0"), "little", "words: count 2 with a null pointer")
-        self.expect_error("Lists", self.patched(LISTS_BYTES, 8, b"\0"), "little", "words: count 0 with a pointer to byte 37")
+        bytes_without_count = self.patched(LISTS_BYTES, 8, b"\0")
+        self.expect_error("Lists", bytes_without_count, "little", "words: count 0 with a pointer to byte 37")
 
     def test_rejects_an_offset_outside_the_message(self):
         self.expect_error(

@@ -101,7 +101,8 @@ def main():
     tv = Service("tvservice", root / "frame-genrpc/app-tvservice-proxy")
     mm = Service("mmservice", root / "frame-genrpc/app-mmservice-proxy")
     texts = {
-        file: replace_sections(file, (root / file).read_text(encoding="utf-8"), lines) for file, lines in generated_sections(tv, mm).items()
+        file: replace_sections(file, (root / file).read_text(encoding="utf-8"), lines)
+        for file, lines in generated_sections(tv, mm).items()
     }
     texts["tvservice-adapter/exports.txt"] = "".join(name + "\n" for name in sections.exports(tv, mm))
     if arguments.tvctl:

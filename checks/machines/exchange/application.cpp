@@ -30,34 +30,35 @@ bool connectedToBoth() {
 
 class Application::Listener : public tvservice::ClientInterface {
 public:
-#define LISTEN(service, direction, Name, method, id, ...)                                                              \
-    int method(frame::MsgIds&, const frame::TransportInfo& GENRPC_EACH(GENRPC_PARAMETER, __VA_ARGS__)) override {      \
-        return hear(#Name " " + genrpc::argumentsToJson<tvservice::messages::Name>(GENRPC_NAMES(__VA_ARGS__)).dump()); \
+#define LISTEN(service, direction, Name, method, id, ...)                                                         \
+    int method(frame::MsgIds&, const frame::TransportInfo& GENRPC_EACH(GENRPC_PARAMETER, __VA_ARGS__)) override { \
+        return receive(#Name " " +                                                                                \
+                       genrpc::argumentsToJson<tvservice::messages::Name>(GENRPC_NAMES(__VA_ARGS__)).dump());     \
     }
     TVSERVICE_NOTIFICATIONS(LISTEN)
 #undef LISTEN
 
-    Heard until(const std::function<bool(const std::string&)>& last) {
+    Notifications until(const std::function<bool(const std::string&)>& last) {
         thread_safety::UniqueLock lock(mutex_);
-        Heard taken;
+        Notifications result;
         const auto deadline = std::chrono::steady_clock::now() + timeout;
         for (;;) {
             if (!changed_.wait_until(lock, deadline,
-                                     [&]() TVSA_REQUIRES(mutex_) { return taken.size() < heard_.size(); }))
-                throw std::runtime_error("the last answer does not come; so far: " + std::to_string(taken.size()) +
-                                         (taken.empty() ? "" : ", the last one " + taken.back()));
-            taken.push_back(heard_[taken.size()]);
-            if (!last(taken.back())) continue;
-            heard_.erase(heard_.begin(), heard_.begin() + static_cast<std::ptrdiff_t>(taken.size()));
-            return taken;
+                                     [&]() TVSA_REQUIRES(mutex_) { return result.size() < received_.size(); }))
+                throw std::runtime_error("timeout after " + std::to_string(result.size()) + " notifications" +
+                                         (result.empty() ? "" : ", the last one is " + result.back()));
+            result.push_back(received_[result.size()]);
+            if (!last(result.back())) continue;
+            received_.erase(received_.begin(), received_.begin() + static_cast<std::ptrdiff_t>(result.size()));
+            return result;
         }
     }
 
 private:
-    int hear(std::string text) {
+    int receive(std::string text) {
         {
             const thread_safety::LockGuard lock(mutex_);
-            heard_.push_back(std::move(text));
+            received_.push_back(std::move(text));
         }
         changed_.notify_one();
         return 0;
@@ -65,12 +66,12 @@ private:
 
     thread_safety::Mutex mutex_;
     std::condition_variable changed_;
-    Heard heard_ TVSA_GUARDED_BY(mutex_);
+    Notifications received_ TVSA_GUARDED_BY(mutex_);
 };
 
 Application::Application() : listener_(boost::make_shared<Listener>()) {
     if (!receiver::waitUntil(connectedToBoth, timeout))
-        throw std::runtime_error("the adapter does not get connected to the services");
+        throw std::runtime_error("the adapter does not connect to the services");
     boost::shared_ptr<frame::Interface> reference;
     if (frame::Process::getInstance()->getInterfaceReference(reference,
                                                              tvservice::ModelTvServiceAdapter::interfaceKey) != 0)
@@ -81,6 +82,8 @@ Application::Application() : listener_(boost::make_shared<Listener>()) {
 
 Application::~Application() { adapter_->removeClient(listener_); }
 
-Heard Application::hearUntil(const std::function<bool(const std::string&)>& last) { return listener_->until(last); }
+Notifications Application::receiveUntil(const std::function<bool(const std::string&)>& last) {
+    return listener_->until(last);
+}
 
 } // namespace exchange

@@ -1,4 +1,4 @@
-// An application of the adapter, which hears everything that the adapter tells.
+// An application that receives all notifications of the adapter.
 #pragma once
 
 #include <tvservice-adapter/model-tvservice-adapter.h>
@@ -11,19 +11,19 @@
 namespace exchange {
 
 // A notification as text: its name and its arguments as JSON.
-using Heard = std::vector<std::string>;
+using Notifications = std::vector<std::string>;
 
 class Application {
 public:
-    // In a framework process in which the adapter has started. Throws std::runtime_error when there is none, or when
-    // its proxies do not get their connections.
+    // Needs a framework process in which the adapter has started. Throws std::runtime_error if there is no adapter, or
+    // if its proxies do not connect.
     Application();
     ~Application();
 
     tvservice::ModelTvServiceAdapter& adapter() { return *adapter_; }
-    // Takes what was heard up to the first notification for which last says yes. Throws std::runtime_error when that
-    // does not come in time.
-    Heard hearUntil(const std::function<bool(const std::string&)>& last);
+    // Returns and removes the notifications up to the first one for which last() returns true. Throws
+    // std::runtime_error on timeout.
+    Notifications receiveUntil(const std::function<bool(const std::string&)>& last);
 
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;

@@ -1,6 +1,6 @@
 #include "kinds.h"
 
-#include "last-answer.h"
+#include "marker.h"
 #include "tvservice/downloads.h"
 #include "tvservice/emit.h"
 
@@ -34,7 +34,7 @@ template <class Message> void request(const Exchange& exchange, const typename M
             return (exchange.application.adapter().*Forwarder<Message>::pointer)(ids, {}, argument...);
         },
         arguments);
-    if (result != 0) throw std::runtime_error(std::string(Message::name) + " is refused: " + std::to_string(result));
+    if (result != 0) throw std::runtime_error(std::string(Message::name) + " was refused: " + std::to_string(result));
 }
 
 template <class Message> std::string textOf(const typename Message::Body::Arguments& arguments) {
@@ -42,31 +42,31 @@ template <class Message> std::string textOf(const typename Message::Body::Argume
     return std::string(Message::name) + ' ' + std::apply(json, arguments);
 }
 
-template <class Message> bool is(const std::string& heard) {
+template <class Message> bool is(const std::string& received) {
     const std::string name = Message::name;
-    return heard.compare(0, name.size() + 1, name + ' ') == 0;
+    return received.compare(0, name.size() + 1, name + ' ') == 0;
 }
 
-template <class Message> genrpc::Json argumentsOf(const std::string& heard) {
-    return genrpc::Json::parse(heard.substr(std::string(Message::name).size()));
+template <class Message> genrpc::Json argumentsOf(const std::string& received) {
+    return genrpc::Json::parse(received.substr(std::string(Message::name).size()));
 }
 
-// Adds what comes before the TV service's answer to a question that is asked now: a number that no channel has.
-void hearTheRest(const Exchange& exchange, int number, Heard& heard) {
-    TvServiceStreamInfoReq_t question;
-    question.intParam1 = firstLast + number;
-    request<messages::TvServiceStreamInfoReq>(exchange, {question});
+// Sends a marker, and adds the notifications that arrive before its answer.
+void receiveRemaining(const Exchange& exchange, int number, Notifications& received) {
+    TvServiceStreamInfoReq_t query;
+    query.intParam1 = firstMarker + number;
+    request<messages::TvServiceStreamInfoReq>(exchange, {query});
     TvServiceStreamInfo_t answer;
-    answer.intParam1 = question.intParam1;
+    answer.intParam1 = query.intParam1;
     const std::string last = textOf<messages::TvServiceStreamInfo>({answer});
-    Heard rest = exchange.application.hearUntil([&](const std::string& text) { return text == last; });
+    Notifications rest = exchange.application.receiveUntil([&](const std::string& text) { return text == last; });
     rest.pop_back();
-    std::move(rest.begin(), rest.end(), std::back_inserter(heard));
+    std::move(rest.begin(), rest.end(), std::back_inserter(received));
 }
 
-bool endsDownload(const std::string& heard) {
-    if (!is<messages::TvserviceOadStatusNotify>(heard)) return false;
-    const int status = argumentsOf<messages::TvserviceOadStatusNotify>(heard)["status"];
+bool endsDownload(const std::string& received) {
+    if (!is<messages::TvserviceOadStatusNotify>(received)) return false;
+    const int status = argumentsOf<messages::TvserviceOadStatusNotify>(received)["status"];
     return status == services::Downloads::done || status == services::Downloads::refused;
 }
 
@@ -74,25 +74,26 @@ template <class Message> RoundTrip playRequest(const Exchange& exchange, int num
     typename Message::Body::Arguments arguments;
     exchange.random.fill(arguments);
     if constexpr (std::is_same_v<Message, messages::SetParentalLockInfo>)
-        if (!exchange.random.once(4)) std::get<0>(arguments).intParam1 = 0; // or hardly a terminal would stay open
+        if (!exchange.random.once(4))
+            std::get<0>(arguments).intParam1 = 0; // otherwise nearly all terminals would be locked
     request<Message>(exchange, arguments);
     RoundTrip trip;
-    if constexpr (std::is_same_v<Message, messages::RequestPackagesReq>) // which goes on by itself
-        trip.heard = exchange.application.hearUntil(endsDownload);
-    hearTheRest(exchange, number, trip.heard);
+    if constexpr (std::is_same_v<Message, messages::RequestPackagesReq>) // it continues on its own
+        trip.received = exchange.application.receiveUntil(endsDownload);
+    receiveRemaining(exchange, number, trip.received);
     return trip;
 }
 
-// The answers of both services, as one list, in an order of its own.
+// The answers of both services as one sorted list.
 std::string sorted(genrpc::Json answer) {
     auto& infos = answer["infos"];
     std::sort(infos.begin(), infos.end(),
-              [](const genrpc::Json& one, const genrpc::Json& other) { return one.dump() < other.dump(); });
+              [](const genrpc::Json& a, const genrpc::Json& b) { return a.dump() < b.dump(); });
     return std::string(messages::TvServiceInfo::name) + ' ' + answer.dump();
 }
 
-// What is certain of the answer: an entry for each request, as it was asked for.
-std::string certain(genrpc::Json answer, bool ownId) {
+// The predictable part of the answer: an entry for each request, with the request's fields.
+std::string predictablePart(genrpc::Json answer, bool ownId) {
     for (auto& info : answer["infos"]) {
         info["result"] = 0;
         info["uuidAncestor"] = "";
@@ -106,41 +107,41 @@ template <> RoundTrip playRequest<messages::TvServiceReq>(const Exchange& exchan
     exchange.random.fill(requests);
     std::string reqId;
     if (exchange.random.once(2)) exchange.random.fill(reqId);
-    std::vector<TvServiceInfo_t> wanted;
-    for (TvServiceReq_t& one : requests) {
-        exchange.random.fillUri(one.uri);
-        one.reqId = reqId;
-        wanted.push_back({one.terminal, 0, one.uri, one.uuid, "", reqId.empty() ? "of the manager" : reqId});
+    std::vector<TvServiceInfo_t> expected;
+    for (TvServiceReq_t& play : requests) {
+        exchange.random.fillUri(play.uri);
+        play.reqId = reqId;
+        expected.push_back({play.terminal, 0, play.uri, play.uuid, "", reqId.empty() ? "of the manager" : reqId});
     }
     request<messages::TvServiceReq>(exchange, {requests});
     RoundTrip trip;
-    if (requests.empty()) { // of which nothing comes
-        hearTheRest(exchange, number, trip.heard);
+    if (requests.empty()) { // there is no answer
+        receiveRemaining(exchange, number, trip.received);
         return trip;
     }
-    Heard heard = exchange.application.hearUntil(is<messages::TvServiceInfo>);
-    const auto answer = argumentsOf<messages::TvServiceInfo>(heard.back());
-    heard.pop_back();
-    hearTheRest(exchange, number, heard);
-    trip.heard = {sorted(answer)};
-    std::move(heard.begin(), heard.end(), std::back_inserter(trip.heard));
-    const std::string all = sorted(genrpc::argumentsToJson<messages::TvServiceInfo>(wanted));
-    if (certain(answer, !reqId.empty()) != all) trip.wanted = all;
+    Notifications received = exchange.application.receiveUntil(is<messages::TvServiceInfo>);
+    const auto answer = argumentsOf<messages::TvServiceInfo>(received.back());
+    received.pop_back();
+    receiveRemaining(exchange, number, received);
+    trip.received = {sorted(answer)};
+    std::move(received.begin(), received.end(), std::back_inserter(trip.received));
+    const std::string all = sorted(genrpc::argumentsToJson<messages::TvServiceInfo>(expected));
+    if (predictablePart(answer, !reqId.empty()) != all) trip.expected = all;
     return trip;
 }
 
 template <class Message> RoundTrip playNotification(const Exchange& exchange, int number) {
-    std::string wanted, json;
+    std::string expected, json;
     do {
         typename Message::Body::Arguments arguments;
         exchange.random.fill(arguments);
-        wanted = textOf<Message>(arguments);
-        json = wanted.substr(std::string(Message::name).size() + 1);
+        expected = textOf<Message>(arguments);
+        json = expected.substr(std::string(Message::name).size() + 1);
     } while (json.size() >= services::EmitCommand::jsonLimit);
     exchange.tvService.emit(Message::name, json);
     RoundTrip trip;
-    hearTheRest(exchange, number, trip.heard);
-    if (trip.heard != Heard{wanted}) trip.wanted = wanted;
+    receiveRemaining(exchange, number, trip.received);
+    if (trip.received != Notifications{expected}) trip.expected = expected;
     return trip;
 }
 

@@ -1,5 +1,5 @@
-// What goes through the adapter: a kind for each request of the adapter, and for each notification of the TV service.
-// The MM service's two messages are those of the requests to play and stop.
+// The kinds of round trips through the adapter: one for each request of the adapter, and one for each notification of
+// the TV service. The MM service's two messages belong to the requests to play and stop.
 #pragma once
 
 #include "application.h"
@@ -18,13 +18,13 @@ struct Exchange {
 };
 
 struct RoundTrip {
-    Heard heard;        // in an order that does not depend on which service was quicker
-    std::string wanted; // what had to be heard instead; empty when that was heard, or when it is the service's business
+    Notifications received; // in an order that does not depend on which service was faster
+    std::string expected;   // the correct one if they are wrong; empty if they are right, or only the service knows
 };
 
 struct Kind {
     const char* name;
-    // With arguments by chance. number: another one each time.
+    // Uses random arguments. number: different for each call.
     RoundTrip (*play)(const Exchange& exchange, int number);
     bool plays; // on terminals, through the resource manager
     bool takesLong;

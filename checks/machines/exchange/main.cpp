@@ -1,6 +1,6 @@
-// The adapter in a framework process of its own, as applications have it, and two services, which may be another
-// machine's. Writes what comes of each round trip, a line each: the number, the kind and what the application heard.
-// The same seed leads to the same lines, whatever machine the services are of.
+// Runs the adapter in a framework process, and two services, which may be programs for another machine. Writes a line
+// for each round trip: its number, its kind, and the notifications of the application. The same seed must produce the
+// same lines, regardless of the services' machine.
 #include "kinds.h"
 
 #include <frame/io-statistics.h>
@@ -20,13 +20,13 @@
 #include <thread>
 #include <vector>
 
-extern "C" void** frameCreateApplicationArray(); // the adapter's library's entry
+extern "C" void** frameCreateApplicationArray(); // the entry point of the adapter's library
 
 namespace exchange {
 namespace {
 
-constexpr int mostShown = 10;
-constexpr int tableInterval = 100; // round trips between two looks at what the services' terminals show
+constexpr int maxShown = 10;
+constexpr int tableInterval = 100; // round trips between two reports of the services' terminals
 
 struct Run {
     Service& tvService;
@@ -60,11 +60,11 @@ void makeRoundTrips(Run& run) {
         const Kind& kind = chooseKind(random);
         const RoundTrip trip = kind.play(exchange, i);
         std::printf("%d\t%s", i, kind.name);
-        for (const std::string& heard : trip.heard) std::printf("\t%s", heard.c_str());
+        for (const std::string& received : trip.received) std::printf("\t%s", received.c_str());
         std::putchar('\n');
-        if (!trip.wanted.empty() && ++run.wrong <= mostShown)
-            std::fprintf(stderr, "%d, %s\nwanted: %s\nheard: %s\n", i, kind.name, trip.wanted.c_str(),
-                         trip.heard.empty() ? "nothing" : trip.heard.front().c_str());
+        if (!trip.expected.empty() && ++run.wrong <= maxShown)
+            std::fprintf(stderr, "%d, %s\nexpected: %s\nreceived: %s\n", i, kind.name, trip.expected.c_str(),
+                         trip.received.empty() ? "nothing" : trip.received.front().c_str());
         if (i % tableInterval == 0 || i == run.roundTrips) writeTables(run);
     }
 }
@@ -84,7 +84,7 @@ int start(void* context) {
     return 0;
 }
 
-// A folder for the sockets, which everything that starts from here on finds.
+// A folder for the sockets of this process and of those that it starts.
 class PrivateFolder {
 public:
     PrivateFolder() {
@@ -94,7 +94,7 @@ public:
         for (const char* variable : {"RUNTIME_DIRECTORY", "STATE_DIRECTORY"}) setenv(variable, path.c_str(), 1);
     }
     ~PrivateFolder() {
-        std::error_code ignored; // what cannot be removed from a folder of temporary files stays there
+        std::error_code ignored; // files that cannot be removed stay in the temporary folder
         std::filesystem::remove_all(path, ignored);
     }
     PrivateFolder(const PrivateFolder&) = delete;
@@ -124,7 +124,7 @@ int run(const std::filesystem::path& programs, const std::vector<std::string>& e
     }
     add(tvService.end());
     add(mmService.end());
-    if (run.wrong != 0) add(std::to_string(run.wrong) + " answers and notifications are not as they have to be");
+    if (run.wrong != 0) add(std::to_string(run.wrong) + " answers and notifications are wrong");
     if (!problems.empty()) std::fprintf(stderr, "check-exchange: %s\n", problems.c_str());
     return problems.empty() ? 0 : 1;
 }
@@ -133,15 +133,15 @@ int run(const std::filesystem::path& programs, const std::vector<std::string>& e
 } // namespace exchange
 
 int main(int argc, char** argv) {
-    CLI::App options("Requests of an application to the adapter and two services, and what comes of them.");
+    CLI::App options("Sends requests of an application to the adapter and two services, and prints the results.");
     std::vector<std::string> emulator;
     std::string programs;
     int roundTrips = 20'000;
     std::uint64_t seed = 1;
     options.add_option("--programs", programs, "The folder of tvserviced and mmserviced")->required();
-    options.add_option("--round-trips", roundTrips, "How many")->check(CLI::PositiveNumber);
-    options.add_option("--seed", seed, "Of the choices");
-    options.add_option("emulator", emulator, "The words that run the services' programs, if this machine cannot");
+    options.add_option("--round-trips", roundTrips, "Number of round trips")->check(CLI::PositiveNumber);
+    options.add_option("--seed", seed, "Seed of the random choices");
+    options.add_option("emulator", emulator, "The command that runs the services, if this machine cannot");
     CLI11_PARSE(options, argc, argv);
     try {
         return exchange::run(programs, emulator, roundTrips, seed);

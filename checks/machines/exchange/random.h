@@ -1,4 +1,4 @@
-// Arguments by chance, half of them such that the services have something to do.
+// Random arguments. Half of them are meaningful to the services.
 #pragma once
 
 #include <tvservice/core-records.h>
@@ -38,9 +38,9 @@ public:
         text.clear();
         for (std::uint32_t count = below(12); count > 0; --count) text += pieces[below(std::size(pieces))];
     }
-    // Something for each of the ways that a request to play can take.
+    // A URI for each path that a request to play can take.
     void fillUri(std::string& uri) {
-        static const char* const ways[] = {tvservice::stopUri,
+        static const char* const uris[] = {tvservice::stopUri,
                                            "dvb://1.1.1",
                                            "dvb://1.2.3",
                                            "dvb://9.9.9",
@@ -60,9 +60,9 @@ public:
         if (once(8))
             fill(uri);
         else
-            uri = ways[below(std::size(ways))];
+            uri = uris[below(std::size(uris))];
     }
-    // Few enough to meet again.
+    // So few values that terminals recur.
     void fill(tvservice::TvServiceTerminal_t& terminal) {
         static const std::int32_t numbers[] = {0, 1, 5, 0x01020304, -2, std::numeric_limits<std::int32_t>::min()};
         terminal = {numbers[below(std::size(numbers))], numbers[below(std::size(numbers))]};

@@ -10,7 +10,7 @@ namespace exchange {
 namespace {
 
 constexpr std::chrono::seconds timeout{30};
-constexpr const char* lastCommands[] = {"stats", "emit"}; // of the MM service, of the TV service
+constexpr const char* lastCommands[] = {"stats", "emit"}; // registered by the MM service, by the TV service
 
 } // namespace
 
@@ -25,7 +25,7 @@ Service::Service(const std::filesystem::path& program, const std::vector<std::st
                                {{"RUNTIME_DIRECTORY", folder}, {"STATE_DIRECTORY", folder}},
                                folder / (name_ + ".log")});
     const std::string lastCommand = lastCommands[name_ == "tvserviced"];
-    const auto serves = [&] {
+    const auto isReady = [&] {
         try {
             if (!shell_.isConnected()) shell_.connect(folder / (name_ + ".shell"));
             return shell_.run("help").output.find(lastCommand) != std::string::npos;
@@ -33,8 +33,8 @@ Service::Service(const std::filesystem::path& program, const std::vector<std::st
             return !process_->running();
         }
     };
-    if (!receiver::waitUntil(serves, timeout) || !process_->running())
-        throw std::runtime_error(name_ + " does not come up");
+    if (!receiver::waitUntil(isReady, timeout) || !process_->running())
+        throw std::runtime_error(name_ + " does not start");
 }
 
 std::string Service::ask(const std::vector<std::string>& words) {

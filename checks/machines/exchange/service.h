@@ -1,4 +1,4 @@
-// One of the receiver's services, in a process of its own.
+// One of the receiver's services, in its own process.
 #pragma once
 
 #include <host/shell-client.h>
@@ -13,18 +13,18 @@ namespace exchange {
 
 class Service {
 public:
-    // emulator: the words before the program's path, none for a program of this machine. folder: where its sockets are
-    // to be. Throws std::runtime_error when it does not come up.
+    // emulator: the command before the program's path, empty for a program of this machine. folder: for its sockets.
+    // Throws std::runtime_error if the service does not start.
     Service(const std::filesystem::path& program, const std::vector<std::string>& emulator,
             const std::filesystem::path& folder);
 
-    // What a command of its shell answers, with --json; throws std::runtime_error when it is refused.
+    // Runs a command of its shell and returns the output as JSON; throws std::runtime_error if the command fails.
     std::string ask(const std::vector<std::string>& words);
-    // Lets the TV service send a notification.
+    // Makes the TV service send a notification.
     void emit(const std::string& notification, const std::string& arguments) { ask({"emit", notification, arguments}); }
-    // What its terminals show, but for when that began.
+    // What its terminals show, without the start times.
     std::string terminals();
-    // Ends it; returns what was not as it should be, or an empty text.
+    // Ends it and returns the problems, or an empty text.
     std::string end();
 
 private:

@@ -1,5 +1,5 @@
-// In place of what puts the platform together: nothing of what these tests reach is logged, as the real output needs
-// libraries, and the flat heap has its usual size.
+// Replaces the setup of the platform: log lines go to stderr without formatting, as the real output needs further
+// libraries, and the flat heap has its default size.
 #include "codec/flat-heap-size.h"
 
 #include <vdl/debug.h>

@@ -1,5 +1,5 @@
-// Loaded into every program that the emulator runs: what such a program starts and this machine's kernel cannot run
-// goes to the emulator, too, whose path is in EMULATOR.
+// Loaded into every program that the emulator runs. If such a program starts one that this machine's kernel cannot run,
+// the emulator, whose path is in EMULATOR, runs it too.
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::size_t mostWords = 256; // of the command: nothing may be allocated between fork and exec
+constexpr std::size_t maxWords = 256; // of a command; a fixed array, as fork and exec allow no allocation between them
 
 int failed(int error) {
     errno = error;
@@ -21,9 +21,9 @@ extern "C" int execve(const char* path, char* const arguments[], char* const env
     syscall(SYS_execve, path, arguments, environment);
     const char* const emulator = std::getenv("EMULATOR");
     if (errno != ENOEXEC || emulator == nullptr || arguments[0] == nullptr) return -1;
-    const char* words[mostWords] = {emulator, "-0", arguments[0], path};
+    const char* words[maxWords] = {emulator, "-0", arguments[0], path};
     for (std::size_t i = 1; arguments[i] != nullptr; ++i) {
-        if (i + 4 >= mostWords) return failed(E2BIG);
+        if (i + 4 >= maxWords) return failed(E2BIG);
         words[i + 3] = arguments[i];
     }
     syscall(SYS_execve, emulator, words, environment);

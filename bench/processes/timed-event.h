@@ -1,4 +1,4 @@
-// From the thread that is told something to the thread that waits for it.
+// An event that one thread posts and another waits for, with the time of the post.
 #pragma once
 
 #include <chrono>
@@ -9,30 +9,30 @@ namespace bench {
 
 using Clock = std::chrono::steady_clock;
 
-class Notified {
+class TimedEvent {
 public:
     void post() {
         const auto now = Clock::now();
         {
             const thread_safety::LockGuard lock(mutex_);
-            at_ = now;
+            time_ = now;
             posted_ = true;
         }
         changed_.notify_one();
     }
-    // Waits for one post and returns when that was, which is before this thread woke.
-    Clock::time_point take() {
+    // Waits for a post and returns its time, which is before this thread woke up.
+    Clock::time_point wait() {
         thread_safety::UniqueLock lock(mutex_);
         changed_.wait(lock, [&]() TVSA_REQUIRES(mutex_) { return posted_; });
         posted_ = false;
-        return at_;
+        return time_;
     }
 
 private:
     thread_safety::Mutex mutex_;
     std::condition_variable changed_;
     bool posted_ TVSA_GUARDED_BY(mutex_) = false;
-    Clock::time_point at_ TVSA_GUARDED_BY(mutex_);
+    Clock::time_point time_ TVSA_GUARDED_BY(mutex_);
 };
 
 } // namespace bench

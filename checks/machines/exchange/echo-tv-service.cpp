@@ -1,6 +1,6 @@
-// In the place of tvserviced: tells every request with its arguments, and sends what it is told to.
-#include "last-answer.h"
-#include "telling.h"
+// Replaces tvserviced: echoes every request with its arguments, and sends notifications on command.
+#include "echo.h"
+#include "marker.h"
 #include "tvservice/downloads.h"
 #include "tvservice/emit.h"
 
@@ -13,16 +13,16 @@ namespace {
 
 namespace messages = tvservice::messages;
 
-class TellingTvService {
+class EchoTvService {
 public:
     void offer() {
         auto& channel = sender_.offer(host::messageQueue(), tvservice::serviceName, tvservice::messageSet());
-#define TAKE(service, direction, Name, ...) exchange::takeAll<messages::Name>(channel, *this);
-        TVSERVICE_REQUESTS(TAKE)
-#undef TAKE
+#define HANDLE(service, direction, Name, ...) exchange::registerHandler<messages::Name>(channel, *this);
+        TVSERVICE_REQUESTS(HANDLE)
+#undef HANDLE
     }
 
-    template <class Message> void take(std::uint64_t client, const typename Message::Body::Arguments& arguments) {
+    template <class Message> void handle(std::uint64_t client, const typename Message::Body::Arguments& arguments) {
         if constexpr (std::is_same_v<Message, messages::TvServiceReq>) {
             sender_.to<messages::TvServiceInfo>(
                 client, exchange::answersTo<tvservice::TvServiceInfo_t>(std::get<0>(arguments)));
@@ -30,7 +30,7 @@ public:
         }
         if constexpr (std::is_same_v<Message, messages::TvServiceStreamInfoReq>) {
             const int number = std::get<0>(arguments).intParam1;
-            if (number >= exchange::firstLast) {
+            if (number >= exchange::firstMarker) {
                 sender_.to<messages::TvServiceStreamInfo>(client, tvservice::TvServiceStreamInfo_t{number, ""});
                 return;
             }
@@ -38,7 +38,7 @@ public:
         const auto json = [](const auto&... each) { return genrpc::textOf(genrpc::argumentsToJson<Message>(each...)); };
         const std::string text = std::string(Message::name) + ' ' + std::apply(json, arguments);
         sender_.to<messages::TvServiceNetworkChangeMsg>(client, tvservice::TvServiceNetworkChangeMessage_t{0, text});
-        if constexpr (std::is_same_v<Message, messages::RequestPackagesReq>) // whose end is waited for
+        if constexpr (std::is_same_v<Message, messages::RequestPackagesReq>) // the client waits for its end
             sender_.to<messages::TvserviceOadStatusNotify>(
                 client, static_cast<tvservice::NotifyOadStatus_t>(services::Downloads::refused), std::string());
     }
@@ -52,9 +52,9 @@ private:
 } // namespace
 
 int main(int argc, char** argv) {
-    services::Program program("tvserviced", "A TV service that tells every request.");
+    services::Program program("tvserviced", "A TV service that echoes every request.");
     if (const auto exitCode = program.parse(argc, argv)) return *exitCode;
-    TellingTvService service;
+    EchoTvService service;
     services::EmitCommand emit(service.sender());
     program.addCommands([&](appovshell::Server& shell) { return emit.registerWith(shell); });
     return program.run([&] { service.offer(); });

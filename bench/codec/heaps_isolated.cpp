@@ -28,20 +28,20 @@ constexpr Unit perRun{"MiB", "run"};
 double inMebibytes(std::size_t bytes) { return static_cast<double>(bytes) / static_cast<double>(mebibyte); }
 std::size_t limit() { return static_cast<std::size_t>(host::flatHeapUsage().limit); }
 
-// What a process of its own found out: values, or in words what went wrong.
-struct Found {
+// The result of a child process: values, or a text.
+struct Outcome {
     std::array<double, 3> values{};
-    std::array<char, 80> words{};
+    std::array<char, 80> text{};
 
-    static Found saying(const std::string& text) {
-        Found found;
-        text.copy(found.words.data(), found.words.size() - 1);
-        return found;
+    static Outcome withText(const std::string& text) {
+        Outcome outcome;
+        text.copy(outcome.text.data(), outcome.text.size() - 1);
+        return outcome;
     }
 };
 
 // Runs work in a child process, which may crash or hang.
-Found apart(const std::function<Found()>& work) {
+Outcome inChildProcess(const std::function<Outcome()>& work) {
     int ends[2];
     if (pipe(ends) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
     const pid_t child = fork();
@@ -51,38 +51,38 @@ Found apart(const std::function<Found()>& work) {
         setrlimit(RLIMIT_CORE, &noCore);
         dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
         alarm(10);
-        Found found;
+        Outcome outcome;
         try {
-            found = work();
+            outcome = work();
         } catch (const std::exception& error) {
-            found = Found::saying(error.what());
+            outcome = Outcome::withText(error.what());
         }
-        _exit(write(ends[1], &found, sizeof found) == sizeof found ? 0 : 1);
+        _exit(write(ends[1], &outcome, sizeof outcome) == sizeof outcome ? 0 : 1);
     }
     close(ends[1]);
-    Found found;
-    const bool whole = read(ends[0], &found, sizeof found) == sizeof found;
+    Outcome outcome;
+    const bool whole = read(ends[0], &outcome, sizeof outcome) == sizeof outcome;
     close(ends[0]);
     int status = 0;
     waitpid(child, &status, 0);
-    if (whole) return found;
-    if (!WIFSIGNALED(status)) return Found::saying("ends without a word");
-    if (WTERMSIG(status) == SIGALRM) return Found::saying("hangs");
-    return Found::saying(std::string("ends with SIG") + sigabbrev_np(WTERMSIG(status)));
+    if (whole) return outcome;
+    if (!WIFSIGNALED(status)) return Outcome::withText("ends without a result");
+    if (WTERMSIG(status) == SIGALRM) return Outcome::withText("hangs");
+    return Outcome::withText(std::string("ends with SIG") + sigabbrev_np(WTERMSIG(status)));
 }
 
-void say(const Report& report, const std::string& label, const Heap& heap, const Found& found) {
-    report.note(label + ", " + heap.name + ": " + found.words.data());
+void note(const Report& report, const std::string& label, const Heap& heap, const Outcome& outcome) {
+    report.note(label + ", " + heap.name + ": " + outcome.text.data());
 }
 
-// The median of some processes for each value. Without a name a value is not reported.
-void reportApart(const Options& options, const Report& report, const std::string& label, const Heap& heap,
-                 const std::array<const char*, 3>& names, Unit unit, const std::function<Found()>& work) {
+// Reports the median over several processes for each value that has a name.
+void reportIsolated(const Options& options, const Report& report, const std::string& label, const Heap& heap,
+                    const std::array<const char*, 3>& names, Unit unit, const std::function<Outcome()>& work) {
     std::array<Figures, 3> figures;
     for (std::size_t round = 0; round < (options.quick ? 1U : 5U); ++round) {
-        const Found found = apart(work);
-        if (found.words[0] != 0) return say(report, label, heap, found);
-        for (std::size_t i = 0; i < names.size(); ++i) figures[i].rounds.push_back(found.values[i]);
+        const Outcome outcome = inChildProcess(work);
+        if (outcome.text[0] != 0) return note(report, label, heap, outcome);
+        for (std::size_t i = 0; i < names.size(); ++i) figures[i].rounds.push_back(outcome.values[i]);
     }
     for (std::size_t i = 0; i < names.size(); ++i) {
         figures[i].side = heap.name;
@@ -98,34 +98,34 @@ std::size_t residentBytes() {
     return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
-// Blocks of the sizes in turn, 64 MiB of them, all written, then freed. What the process has more than before: with all
-// blocks, after their release, and after a second of small messages.
-Found burst(const Heap& heap, const std::vector<std::size_t>& sizes) {
-    std::size_t inTurn = 0;
-    for (const std::size_t size : sizes) inTurn += size;
-    std::vector<void*> blocks(64 * mebibyte / inTurn * sizes.size(),
-                              &inTurn); // written, so that its pages count before
+// Allocates 64 MiB in blocks of these sizes in turn, writes and then frees them. The values are the growth of the
+// process with all blocks, after freeing them, and after a second of small messages.
+Outcome burst(const Heap& heap, const std::vector<std::size_t>& sizes) {
+    std::size_t bytesPerTurn = 0;
+    for (const std::size_t size : sizes) bytesPerTurn += size;
+    std::vector<void*> blocks(64 * mebibyte / bytesPerTurn * sizes.size(),
+                              &bytesPerTurn); // initialized, so that its own pages are part of `before`
     heap.free(heap.allocate(100));
     const std::size_t before = residentBytes();
-    const auto more = [before] { return inMebibytes(residentBytes()) - inMebibytes(before); };
-    Found found;
+    const auto growth = [before] { return inMebibytes(residentBytes()) - inMebibytes(before); };
+    Outcome outcome;
     for (std::size_t i = 0; i < blocks.size(); ++i) {
         const std::size_t size = sizes[i % sizes.size()];
         blocks[i] = std::memset(heap.allocate(size), 1, size);
     }
-    found.values[0] = more();
+    outcome.values[0] = growth();
     for (void* block : blocks) heap.free(block);
-    found.values[1] = more();
+    outcome.values[1] = growth();
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
     while (std::chrono::steady_clock::now() < end)
         for (const std::size_t size : {std::size_t{100}, messageBytes}) heap.free(heap.allocate(size));
-    found.values[2] = more();
-    return found;
+    outcome.values[2] = growth();
+    return outcome;
 }
 
 // ---- exhaustion ----
 
-// Blocks of a size until there are no more. Room for the list is taken before.
+// Allocates blocks of a size until the heap is exhausted. The memory for the list is reserved first.
 std::vector<void*> exhaust(const Heap& heap, std::size_t size) {
     std::vector<void*> blocks;
     blocks.reserve(limit() / size + 1);
@@ -151,33 +151,33 @@ double largestBlock(const Heap& heap) {
     return 0;
 }
 
-// How much there is in blocks of a size, and the largest block when they are free again.
-Found exhausted(const Heap& heap, std::size_t size) {
+// The values are the memory available in blocks of a size, and the largest block after they are freed.
+Outcome exhausted(const Heap& heap, std::size_t size) {
     auto blocks = exhaust(heap, size);
-    if (blocks.empty()) return Found::saying("gives no block");
-    const double got = inMebibytes(blocks.size() * size);
+    if (blocks.empty()) return Outcome::withText("returns no block");
+    const double available = inMebibytes(blocks.size() * size);
     heap.free(blocks.back());
     try {
         blocks.back() = heap.allocate(size);
     } catch (const std::bad_alloc&) {
-        return Found::saying("does not give a block again that was freed");
+        return Outcome::withText("does not reuse a freed block");
     }
     for (void* block : blocks) heap.free(block);
-    return {{got, largestBlock(heap)}, {}};
+    return {{available, largestBlock(heap)}, {}};
 }
 
-Found tooLarge(const Heap& heap) {
+Outcome tooLarge(const Heap& heap) {
     for (const std::size_t size : {limit(), limit() + 1, SIZE_MAX / 2, SIZE_MAX - 7, SIZE_MAX - 3, SIZE_MAX}) {
         try {
-            if (heap.allocate(size)) return Found::saying("gives a block for " + std::to_string(size) + " bytes");
+            if (heap.allocate(size)) return Outcome::withText("returns a block for " + std::to_string(size) + " bytes");
         } catch (const std::bad_alloc&) {
         }
     }
-    return Found::saying("throws std::bad_alloc");
+    return Outcome::withText("throws std::bad_alloc");
 }
 
-// How many threads can have a small block each.
-Found threadsServed(const Heap& heap) {
+// The value is how many threads can have a small block each.
+Outcome threadsServed(const Heap& heap) {
     std::atomic<int> served = 0;
     std::atomic<bool> over = false;
     std::vector<std::thread> threads;
@@ -203,8 +203,8 @@ Found threadsServed(const Heap& heap) {
     return {{static_cast<double>(served)}, {}};
 }
 
-// The largest block when a thread that had all memory in messages has ended.
-Found afterThread(const Heap& heap) {
+// The value is the largest block after a thread that allocated all memory for messages has ended.
+Outcome afterThread(const Heap& heap) {
     std::thread([&heap] {
         for (void* block : exhaust(heap, messageBytes)) heap.free(block);
     }).join();
@@ -213,8 +213,8 @@ Found afterThread(const Heap& heap) {
 
 // ---- misuse ----
 
-// Takes many blocks, which must not lie across each other nor change live bytes that are all `content`.
-Found stateAfterwards(const Heap& heap, std::size_t size, const char* live, std::size_t liveBytes, char content) {
+// Allocates many blocks, which must not overlap each other or the live bytes, which all equal `content`.
+Outcome stateAfterwards(const Heap& heap, std::size_t size, const char* live, std::size_t liveBytes, char content) {
     std::vector<std::size_t*> blocks;
     for (std::size_t i = 0; i < 2000; ++i) {
         auto* const block = static_cast<std::size_t*>(heap.allocate(i % 2 ? size : 24));
@@ -222,14 +222,14 @@ Found stateAfterwards(const Heap& heap, std::size_t size, const char* live, std:
         blocks.push_back(block);
     }
     for (std::size_t i = 0; i < blocks.size(); ++i)
-        if (*blocks[i] != ~i) return Found::saying("gives a block out twice");
+        if (*blocks[i] != ~i) return Outcome::withText("returns a block twice");
     if (!std::all_of(live, live + liveBytes, [content](char byte) { return byte == content; }))
-        return Found::saying("gives out memory in use");
+        return Outcome::withText("returns memory in use");
     for (std::size_t* block : blocks) heap.free(block);
-    return Found::saying("goes on, no harm seen");
+    return Outcome::withText("continues, no damage detected");
 }
 
-Found freedTwice(const Heap& heap, std::size_t size, bool atOnce) {
+Outcome freedTwice(const Heap& heap, std::size_t size, bool atOnce) {
     void* const block = heap.allocate(size);
     auto* const other = static_cast<char*>(heap.allocate(size));
     std::memset(other, 1, size);
@@ -239,7 +239,7 @@ Found freedTwice(const Heap& heap, std::size_t size, bool atOnce) {
     return stateAfterwards(heap, std::min<std::size_t>(size, 60000), other, atOnce ? size : 0, 1);
 }
 
-Found freedInside(const Heap& heap, std::size_t offset, char content) {
+Outcome freedInside(const Heap& heap, std::size_t offset, char content) {
     constexpr std::size_t size = 1000;
     auto* const block = static_cast<char*>(heap.allocate(size));
     std::memset(block, content, size);
@@ -249,29 +249,29 @@ Found freedInside(const Heap& heap, std::size_t offset, char content) {
 
 } // namespace
 
-void reportHeapsApart(const Options& options, const Report& report) {
+void reportHeapsIsolated(const Options& options, const Report& report) {
     struct Case {
         std::string label;
-        std::array<const char*, 3> values; // none: the outcome is words
+        std::array<const char*, 3> values; // names; none: the outcome is a text
         Unit unit;
-        std::function<Found(const Heap&)> work;
+        std::function<Outcome(const Heap&)> work;
     };
     std::vector<Case> cases;
     const auto addBurst = [&](const char* name, const std::vector<std::size_t>& sizes) {
-        cases.push_back(
-            {std::string("burst/") + name, {"taken", "kept", "kept after a second"}, perRun, [sizes](const Heap& heap) {
-                 return burst(heap, sizes);
-             }});
+        cases.push_back({std::string("burst/") + name,
+                         {"allocated", "retained", "retained after a second"},
+                         perRun,
+                         [sizes](const Heap& heap) { return burst(heap, sizes); }});
     };
     addBurst("request/100", blockSizes(100));
     addBurst("message", {messageBytes});
     addBurst("1 MiB", {mebibyte});
     for (const std::size_t size : {std::size_t{64}, messageBytes, mebibyte})
         cases.push_back({"exhaustion/" + std::to_string(size),
-                         {"got", "largest block after", nullptr},
+                         {"available", "largest block afterwards", nullptr},
                          perRun,
                          [size](const Heap& heap) { return exhausted(heap, size); }});
-    cases.push_back({"exhaustion/ended thread", {"largest block after", nullptr, nullptr}, perRun, afterThread});
+    cases.push_back({"exhaustion/ended thread", {"largest block afterwards", nullptr, nullptr}, perRun, afterThread});
     cases.push_back({"exhaustion/threads", {"served of 100", nullptr, nullptr}, {"thread", "run"}, threadsServed});
     cases.push_back({"exhaustion/too large", {}, perRun, tooLarge});
     for (const std::size_t size : {std::size_t{100}, mebibyte})
@@ -292,9 +292,9 @@ void reportHeapsApart(const Options& options, const Report& report) {
         for (const Heap& heap : heaps()) {
             const auto work = [&] { return each.work(heap); };
             if (each.values[0])
-                reportApart(options, report, each.label, heap, each.values, each.unit, work);
+                reportIsolated(options, report, each.label, heap, each.values, each.unit, work);
             else
-                say(report, each.label, heap, apart(work));
+                note(report, each.label, heap, inChildProcess(work));
         }
     }
 }

@@ -1,4 +1,4 @@
-#include "process-look.h"
+#include "process-info.h"
 
 #include <algorithm>
 #include <fstream>
@@ -16,7 +16,7 @@ std::ifstream opened(const std::filesystem::path& file) {
     return stream;
 }
 
-// The number behind "key:" in a status file.
+// The number after "key:" in a status file.
 std::uint64_t statusOf(const std::filesystem::path& file, const std::string& key) {
     std::ifstream stream = opened(file);
     for (std::string line; std::getline(stream, line);)
@@ -36,14 +36,14 @@ std::uint64_t contextSwitches(pid_t process) {
     return sum;
 }
 
-std::vector<std::string> librariesBut(const std::filesystem::path& ours, pid_t process) {
+std::vector<std::string> librariesOutside(const std::filesystem::path& folder, pid_t process) {
     std::vector<std::string> libraries;
     std::ifstream maps = opened(folderOf(process) / "maps");
     for (std::string line; std::getline(maps, line);) {
         const auto at = line.find('/');
         if (at == std::string::npos) continue;
         const std::string path = line.substr(at), name = std::filesystem::path(path).filename();
-        if (name.find(".so") == std::string::npos || name.starts_with("ld-linux") || path.starts_with(ours.string()))
+        if (name.find(".so") == std::string::npos || name.starts_with("ld-linux") || path.starts_with(folder.string()))
             continue;
         if (std::find(libraries.begin(), libraries.end(), path) == libraries.end()) libraries.push_back(path);
     }

@@ -1,5 +1,5 @@
-// In the place of mmserviced: answers every request with the request.
-#include "telling.h"
+// Replaces mmserviced: answers every request with the request itself.
+#include "echo.h"
 
 #include <mmservice/messages.h>
 
@@ -9,14 +9,14 @@ namespace {
 
 namespace messages = mmservice::messages;
 
-class TellingMmService {
+class EchoMmService {
 public:
     void offer() {
         auto& channel = sender_.offer(host::messageQueue(), mmservice::serviceName, mmservice::messageSet());
-        exchange::takeAll<messages::MmServiceReq>(channel, *this);
+        exchange::registerHandler<messages::MmServiceReq>(channel, *this);
     }
 
-    template <class Message> void take(std::uint64_t client, const typename Message::Body::Arguments& arguments) {
+    template <class Message> void handle(std::uint64_t client, const typename Message::Body::Arguments& arguments) {
         sender_.to<messages::MmServiceInfo>(client,
                                             exchange::answersTo<mmservice::MMServiceInfo_t>(std::get<0>(arguments)));
     }
@@ -28,8 +28,8 @@ private:
 } // namespace
 
 int main(int argc, char** argv) {
-    services::Program program("mmserviced", "An MM service that answers every request with the request.");
+    services::Program program("mmserviced", "An MM service that answers every request with the request itself.");
     if (const auto exitCode = program.parse(argc, argv)) return *exitCode;
-    TellingMmService service;
+    EchoMmService service;
     return program.run([&] { service.offer(); });
 }

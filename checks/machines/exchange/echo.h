@@ -1,4 +1,4 @@
-// Services that tell what they were asked, with every field as they have read it: all that a real one does not answer.
+// Services that echo each request with every field as they decoded it, also requests that real services do not answer.
 #pragma once
 
 #include "common/program.h"
@@ -13,17 +13,17 @@
 
 namespace exchange {
 
-// Lets a channel's messages of this kind call service.take<Message>(client, arguments), arguments being a tuple.
-template <class Message, class Service> void takeAll(frame::OmqIOModule& channel, Service& service) {
+// Registers a handler for a message that calls service.handle<Message>(client, arguments), with a tuple of arguments.
+template <class Message, class Service> void registerHandler(frame::OmqIOModule& channel, Service& service) {
     const frame::MessageHandler handler = [](const frame::MsgMeta&, const frame::TransportInfo& transport,
                                              const void* payload, void* context) {
-        static_cast<Service*>(context)->template take<Message>(transport.connection, Message::Body::read(payload));
+        static_cast<Service*>(context)->template handle<Message>(transport.connection, Message::Body::read(payload));
         return 0;
     };
     channel.registerMessageHandler(Message::meta, handler, &service, *Message::table());
 }
 
-// The answers to requests to play and stop: each has the whole request in a field that is otherwise empty.
+// The answers to requests to play and stop. Each has the whole request in a field that is otherwise empty.
 template <class Info, class Request> std::vector<Info> answersTo(const std::vector<Request>& requests) {
     std::vector<Info> infos;
     for (const Request& request : requests) {
