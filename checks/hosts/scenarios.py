@@ -580,7 +580,7 @@ def restarts(stage):
         "time until a restarted receiver is connected", round((time.monotonic() - started) * 1e3), "ms", 0, 5000
     )
     stage.player.play_one(uri=MEDIA)
-    # The old connections have ended before. Nothing of them remains.
+    # The service must have noticed the end of the old connections, too.
     wait_until(
         lambda: stage.tv_service.log.find("disconnected"), "the service notices that the receiver was killed", NOTICED
     )
