@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 constexpr const char* preciousText = "precious\n";
 constexpr int failed = 1; // the exit code of a program that cannot create its sockets
 
-void write(const fs::path& file, const std::string& text) { std::ofstream(file) << text; }
+void writeFile(const fs::path& file, const std::string& text) { std::ofstream(file) << text; }
 std::string contentOf(const fs::path& file) {
     std::ifstream stream(file);
     return {std::istreambuf_iterator<char>(stream), {}};
@@ -108,7 +108,7 @@ const Obstacle obstacles[] = {
      [](const ProgramFolders& folders, const std::string& path) { link(folders.preciousFile(), path); }},
     {"a link to nothing",
      [](const ProgramFolders& folders, const std::string& path) { link(folders.runtimeFolder() / "x", path); }},
-    {"a file", [](const ProgramFolders&, const std::string& path) { write(path, preciousText); }},
+    {"a file", [](const ProgramFolders&, const std::string& path) { writeFile(path, preciousText); }},
     {"a folder", [](const ProgramFolders&, const std::string& path) { mkdir(path.c_str(), 0700); }},
     {"a pipe", [](const ProgramFolders&, const std::string& path) { mkfifo(path.c_str(), 0600); }},
     {"a link for its lock",
@@ -121,7 +121,7 @@ void expectRefusals(std::size_t number, Figures& figures) {
     for (const Obstacle& obstacle : obstacles) {
         const ProgramFolders folders(endpointsIn("").at(number).part);
         const Endpoint endpoint = endpointIn(folders, number);
-        write(folders.preciousFile(), preciousText);
+        writeFile(folders.preciousFile(), preciousText);
         obstacle.put(folders, endpoint.path + obstacle.suffix);
         expectRefusal(folders, endpoint, endpoint.path + obstacle.suffix, obstacle.what);
         ++figures.obstacles;
@@ -129,7 +129,7 @@ void expectRefusals(std::size_t number, Figures& figures) {
     for (const bool byLink : {false, true}) {
         const ProgramFolders folders(endpointsIn("").at(number).part);
         const Endpoint endpoint = endpointIn(folders, number);
-        write(folders.preciousFile(), preciousText);
+        writeFile(folders.preciousFile(), preciousText);
         const int listener = listenAt(byLink ? (folders.runtimeFolder() / "other").string() : endpoint.path);
         if (byLink) link(folders.runtimeFolder() / "other", endpoint.path);
         expectRefusal(folders, endpoint, endpoint.path, byLink ? "a link to another server" : "another server");
@@ -164,7 +164,7 @@ void expectRefusedFolders(Part part, Figures& figures) {
         const ProgramFolders folders(part);
         const auto folder = folders.runtimeFolder();
         const Endpoint endpoint{folder.filename(), part, false, folder.string()};
-        write(folders.preciousFile(), preciousText);
+        writeFile(folders.preciousFile(), preciousText);
         if (linked) {
             fs::rename(folder, folder.string() + "-real");
             link(folder.string() + "-real", folder.string());

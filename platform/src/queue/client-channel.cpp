@@ -62,7 +62,7 @@ void ClientChannel::onConnectionReady(Connection&) noexcept {
     lastReason_.clear();
     setFailure("");
     HOST_LOG(io, vdlDebugProgress, "service %s: connected\n", service.c_str());
-    notify(&frame::IOConnectionListener::onIOConnectionConnected);
+    notify([](frame::IOConnectionListener& listener) { listener.onIOConnectionConnected(); });
 }
 
 void ClientChannel::onConnectionClosed(Connection&, bool wasReady, bool fault, const char* reason) noexcept {
@@ -77,7 +77,7 @@ void ClientChannel::onConnectionClosed(Connection&, bool wasReady, bool fault, c
     if (!wasReady) return failed(reason);
     setFailure(reason);
     HOST_LOG(io, fault ? vdlDebugFailure : vdlDebugWarning, "service %s: disconnected: %s\n", service.c_str(), reason);
-    notify(&frame::IOConnectionListener::onIOConnectionDisconnected);
+    notify([](frame::IOConnectionListener& listener) { listener.onIOConnectionDisconnected(); });
     retryLater();
 }
 
@@ -98,7 +98,7 @@ std::string ClientChannel::failure() {
 void ClientChannel::failed(const char* reason) noexcept {
     setFailure(reason);
     logOnce(reason);
-    notify(&frame::IOConnectionListener::onIOConnectionConnectionFailed);
+    notify([](frame::IOConnectionListener& listener) { listener.onIOConnectionConnectionFailed(); });
     retryLater();
 }
 
@@ -164,9 +164,9 @@ void ClientChannel::watchDeadlines() noexcept {
     }
 }
 
-void ClientChannel::notify(void (frame::IOConnectionListener::*event)()) noexcept {
+void ClientChannel::notify(void (*event)(frame::IOConnectionListener&)) noexcept {
     if (!listener_) return;
-    guardedCall([&] { (listener_->*event)(); },
+    guardedCall([&] { event(*listener_); },
                 [&](const Thrown& thrown) {
                     HOST_LOG(io, vdlDebugFailure, "service %s: listener threw: %s\n", service.c_str(), thrown.what);
                 });

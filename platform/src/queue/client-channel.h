@@ -39,7 +39,7 @@ private:
     void logOnce(const char* reason) noexcept;
     void retryLater() noexcept;
     void watchDeadlines() noexcept TVSA_REQUIRES(mutex_);
-    void notify(void (frame::IOConnectionListener::*event)()) noexcept;
+    void notify(void (*event)(frame::IOConnectionListener&)) noexcept;
     bool ready() const TVSA_REQUIRES(mutex_) { return connection_ && connection_->ready(); }
 
     const std::unique_ptr<Connector> connector_;
