@@ -18,6 +18,7 @@
 #include <optional>
 #include <string>
 #include <thread-safety/mutex.h>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -200,8 +201,12 @@ private:
         return 0;
     }
 
+    // Expects that this thread does not hold the mutex. Others may hold it for a moment.
     void expectFreeMutex(const char* when) {
-        const bool isFree = resMutex.try_lock();
+        const auto deadline = std::chrono::steady_clock::now() + 10s;
+        bool isFree;
+        while (!(isFree = resMutex.try_lock()) && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
         EXPECT_TRUE(isFree) << when;
         if (isFree) resMutex.unlock();
     }
