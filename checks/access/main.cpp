@@ -72,7 +72,7 @@ void reportTables(const Figures& figures, Report& report) {
                 "at most " + std::to_string(mostMemory) + " KiB");
 }
 
-int runAll(Size size) {
+int runAll(Size size, const std::string& only) {
     vdlDebugSetLevels("off"); // of this process: its clients do not handle all messages that they receive
     const bool full = size == Size::full;
     Figures figures;
@@ -104,8 +104,17 @@ int runAll(Size size) {
                                [&] { floodEndpoints(full ? 5 : 1, std::chrono::seconds(full ? 20 : 10), figures); });
     }
     Report report;
-    for (const auto& [name, run] : scenarios) report.run(name, run);
-    if (size == Size::ordinary) return report.exitCode();
+    bool found = false;
+    for (const auto& [name, run] : scenarios) {
+        if (!only.empty() && only != name) continue;
+        report.run(name, run);
+        found = true;
+    }
+    if (!found) {
+        std::cerr << "access: no scenario is called \"" << only << "\"\n";
+        return 2;
+    }
+    if (size == Size::ordinary || !only.empty()) return report.exitCode();
     reportEndpoints(figures, report);
     report.line("unfinished messages", figures.unfinished, "messages", figures.unfinished > 0,
                 "each closed its connection");
@@ -148,5 +157,10 @@ int main(int argc, char** argv) {
     const auto given = [&](const char* option) {
         return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
     };
-    return runAll(given("--quick") ? Size::quick : given("--ordinary") ? Size::ordinary : Size::full);
+    const auto only = std::find(arguments.begin(), arguments.end(), "--only");
+    const bool named = arguments.end() - only > 1;
+    return runAll(given("--quick")      ? Size::quick
+                  : given("--ordinary") ? Size::ordinary
+                                        : Size::full,
+                  named ? only[1] : "");
 }

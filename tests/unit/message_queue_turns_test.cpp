@@ -5,6 +5,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <future>
 #include <mutex>
 #include <optional>
@@ -47,7 +48,8 @@ struct HeldHandler {
 
 class FloodedQueue : public MessageQueue {
 protected:
-    FloodedQueue() {
+    explicit FloodedQueue(std::size_t messagesOfEach = host::QueueLimits().messages) {
+        limits.messages = messagesOfEach;
         server = std::make_unique<host::MessageQueue>(limits);
         offered = &server->serve("tuner", messages, 4096);
         offered->registerMessageHandler(numberMeta, HeldHandler::take, &handler, numberTable);
@@ -118,6 +120,43 @@ TEST_F(FloodedQueue, SlowsTheFlooderWhileOthersDoNotReadItsNotifications) {
     flooder->send(hello + numbers(count));
     ASSERT_TRUE(eventually([&] { return handler.taken() == count; }));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, (count - unnoticed) / together * 20ms);
+}
+
+// Otherwise many flooders together would fill the other clients' queues in spite of their pauses.
+TEST_F(FloodedQueue, SlowsSeveralFloodersAsMuchAsOne) {
+    handler.toAll = offered;
+    handler.release();
+    constexpr std::uint32_t peers = 8, count = 100, together = 64; // one message to all is one to each other peer
+    constexpr std::uint32_t unnoticed = 400;
+    std::deque<RawPeer> others;
+    while (others.size() < peers - 1) others.emplace_back(path);
+    const auto begin = std::chrono::steady_clock::now();
+    for (RawPeer& other : others) other.send(hello + numbers(count));
+    flooder->send(hello + numbers(count));
+    ASSERT_TRUE(eventually([&] { return handler.taken() == peers * count; }));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, (peers * count - unnoticed) * (peers - 1) / together * 20ms);
+}
+
+struct FloodedSmallQueue : FloodedQueue {
+    FloodedSmallQueue() : FloodedQueue(256) {}
+};
+
+// However fast the slow client is: the flooder waits until it has received most of what is queued for it.
+TEST_F(FloodedSmallQueue, RefusesNoNotificationForASlowClientThatReads) {
+    RawPeer slow(path);
+    slow.send(hello);
+    ASSERT_TRUE(eventually([&] { return offered->clients().size() == 1; }));
+    handler.toAll = offered;
+    handler.release();
+    constexpr std::uint32_t count = 400; // more than sockets and queues hold
+    flooder->send(hello + numbers(count));
+    const std::size_t frameSize = frameOf(textMeta, 9 + 4096, std::string(9 + 4096, ' ')).size();
+    ASSERT_EQ(slow.receive(hello.size()).size(), hello.size());
+    for (std::uint32_t i = 0; i < count; ++i) {
+        ASSERT_EQ(slow.receive(frameSize).size(), frameSize) << "message " << i;
+        for (const auto end = std::chrono::steady_clock::now() + 2ms; std::chrono::steady_clock::now() < end;) {
+        }
+    }
 }
 
 TEST_F(FloodedQueue, KeepsTheOrderOfTheFloodersMessages) {

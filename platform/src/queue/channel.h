@@ -11,6 +11,7 @@
 #include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <chrono>
 #include <string>
 #include <thread-safety/mutex.h>
 #include <unordered_map>
@@ -61,8 +62,9 @@ public:
     // messages to other connections were sent in between.
     void beginHandling(const Connection& connection) noexcept;
     unsigned endHandling() noexcept;
-    // Whether so many messages are queued for a connection other than this one that this one should pause.
-    virtual bool anotherClientIsSlow(const Connection&) { return false; }
+    // A connection that has caused messages to others has paused for this long. Returns for how long it must go on: 0
+    // while the others keep pace.
+    virtual std::chrono::milliseconds pauseAfter(std::chrono::milliseconds, const Connection&) { return {}; }
     // Why a peer with a valid hello is rejected, or null; on the receiving thread.
     virtual const char* fullReason() const noexcept { return nullptr; }
     // From any thread: whether the queue is stopping, so that received messages are not handled any more.

@@ -25,11 +25,9 @@ constexpr std::size_t leastBytesPerSecond = 32 * 1024;
 constexpr unsigned mostPerTurn = 32;
 // The maximum duration of a turn, in case single messages take long.
 constexpr std::chrono::milliseconds longestTurn{2};
-// Handling a peer's message may send messages to other peers, up to some hundred for one. After this many, and if
-// another peer does not keep pace, the peer's next message waits for this long. Meanwhile the others receive their
-// messages; a peer that receives nothing hardly delays this one.
+// Handling a peer's message may send messages to other peers, up to some hundred for one. After this many, the peer may
+// have to pause.
 constexpr unsigned manyForOthers = 64;
-constexpr std::chrono::milliseconds pauseForOthers{20};
 std::atomic<std::uint64_t> lastNumber{0};
 
 } // namespace
@@ -104,6 +102,7 @@ void Connection::flush() {
         // Once the stream is broken, its messages wait for the next connection. The receiving thread detects the break
         // by reading, after the data that the peer sent before it.
         waitingWritable_ = true;
+        lastWritable_ = std::chrono::steady_clock::now();
         return error ? stream_->breakOff() : stream_->waitWritable(shared_from_this());
     }
     channel_.logRefusals(*outbox_);
@@ -159,11 +158,13 @@ bool Connection::yield() noexcept {
 // Gives other peers time to receive the messages that this one has caused, before it causes more. Returns whether it
 // has to wait.
 bool Connection::pause() noexcept {
-    if (forOthers_ < manyForOthers) return false;
+    if (forOthers_ < manyForOthers && paused_.count() == 0) return false;
     forOthers_ = 0;
-    if (!channel_.anotherClientIsSlow(*this)) return false;
+    const auto more = channel_.pauseAfter(paused_, *this);
+    paused_ = more.count() == 0 ? more : paused_ + more;
+    if (more.count() == 0) return false;
     try {
-        pauseTimer_.expires_after(pauseForOthers);
+        pauseTimer_.expires_after(more);
         pauseTimer_.async_wait([self = shared_from_this()](const boost::system::error_code&) { self->resume(); });
         return yielded_ = true;
     } catch (const std::exception&) { // out of memory

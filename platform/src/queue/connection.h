@@ -45,6 +45,11 @@ public:
         channel_.assertMutexIsHeld();
         return *outbox_;
     }
+    // Until when the stream accepted bytes, if it did not accept all. It accepts more when the peer has received some.
+    std::chrono::steady_clock::time_point lastWritable() const {
+        channel_.assertMutexIsHeld();
+        return lastWritable_;
+    }
     // Writes as much as the stream accepts; the receiving thread writes the rest later.
     void flush();
     void resumeFlush(); // the stream is writable again
@@ -81,12 +86,14 @@ private:
     bool ready_ TVSA_GUARDED_BY(channel_.mutex_) = false;
     bool waitingWritable_ TVSA_GUARDED_BY(channel_.mutex_) = false;
     // Since the last call of checkProgress:
-    std::size_t arrived_ = 0; // bytes
-    bool finished_ = false;   // whether a message was completed
-    bool wasSlow_ = false;    // whether progress was too slow at the call before
-    bool watching_ = false;   // whether the timer runs for a partly received message
-    bool yielded_ = false;    // whether the next turn is scheduled
-    unsigned forOthers_ = 0;  // messages to others that this peer has caused since the last check in pause
+    std::size_t arrived_ = 0;             // bytes
+    bool finished_ = false;               // whether a message was completed
+    bool wasSlow_ = false;                // whether progress was too slow at the call before
+    bool watching_ = false;               // whether the timer runs for a partly received message
+    bool yielded_ = false;                // whether the next turn is scheduled
+    unsigned forOthers_ = 0;              // messages to others that this peer has caused since the last check in pause
+    std::chrono::milliseconds paused_{0}; // of the present pause
+    std::chrono::steady_clock::time_point lastWritable_ TVSA_GUARDED_BY(channel_.mutex_);
 };
 
 } // namespace host::io

@@ -17,6 +17,11 @@ namespace {
 constexpr std::size_t mostWithoutHello = 64;
 // A client with more queued messages does not keep pace. With fewer, it may only not have been scheduled yet.
 constexpr std::size_t manyWaiting = 64;
+// A client that causes many messages to others pauses for pauseOfEach, and clients do so one after the other: many of
+// them cause no more than one would. The pause goes on while a slow client receives its messages, so that they are
+// caused as fast as it handles them. It ends after longestPause: a client that reads slowly on purpose delays the
+// others no longer, and one that reads nothing for pauseOfEach at most.
+constexpr std::chrono::milliseconds pauseOfEach{20}, longestPause{1000};
 constexpr unsigned fewClients = 32; // fewer do not leave enough memory to release
 } // namespace
 
@@ -131,11 +136,21 @@ std::vector<std::uint64_t> ServiceChannel::clients() {
     return numbers;
 }
 
-bool ServiceChannel::anotherClientIsSlow(const Connection& connection) {
-    thread_safety::LockGuard lock(mutex_);
-    return std::any_of(clients_.begin(), clients_.end(), [&](const auto& client) {
-        return client.get() != &connection && client->outbox().messages() > manyWaiting;
-    });
+std::chrono::milliseconds ServiceChannel::pauseAfter(std::chrono::milliseconds paused, const Connection& connection) {
+    const auto now = std::chrono::steady_clock::now();
+    bool isSlow = false, receives = false;
+    {
+        thread_safety::LockGuard lock(mutex_);
+        for (const auto& client : clients_) {
+            if (client.get() == &connection || client->outbox().messages() <= manyWaiting) continue;
+            isSlow = true;
+            receives = receives || now - client->lastWritable() < longestPause;
+        }
+    }
+    if (!isSlow) return {};
+    if (paused.count() > 0) return receives && paused < longestPause ? pauseOfEach : std::chrono::milliseconds{};
+    pausesEnd_ = std::min(std::max(pausesEnd_, now) + pauseOfEach, now + longestPause);
+    return std::chrono::ceil<std::chrono::milliseconds>(pausesEnd_ - now);
 }
 
 int ServiceChannel::dispatch(const Outgoing& message, const frame::TransportInfo* transport) {

@@ -6,6 +6,7 @@
 #include "transport/transport.h"
 
 #include <boost/asio/steady_timer.hpp>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -29,7 +30,8 @@ public:
     void end() override TVSA_EXCLUDES(mutex_);
     std::vector<std::uint64_t> clients() override TVSA_EXCLUDES(mutex_);
     void onConnectionReady(Connection& connection) noexcept override;
-    bool anotherClientIsSlow(const Connection& connection) override TVSA_EXCLUDES(mutex_);
+    std::chrono::milliseconds pauseAfter(std::chrono::milliseconds paused, const Connection& connection) override
+        TVSA_EXCLUDES(mutex_);
     const char* fullReason() const noexcept override;
     void onConnectionClosed(Connection& connection, bool wasReady, bool fault, const char* reason) noexcept override;
 
@@ -55,7 +57,8 @@ private:
     std::unique_ptr<Listener> listener_; // until end
     bool idle_ = true;                   // used by the receiving thread: no pending event will make it accept clients
     boost::asio::steady_timer memoryTimer_;
-    unsigned gone_ = 0; // clients that have left since memory was last released
+    unsigned gone_ = 0;                               // clients that have left since memory was last released
+    std::chrono::steady_clock::time_point pausesEnd_; // the latest end of a first pause, see pauseAfter
     // Oldest first, at most mostClients + mostWithoutHello + 1.
     std::vector<std::shared_ptr<Connection>> clients_ TVSA_GUARDED_BY(mutex_);
 };
