@@ -38,11 +38,8 @@ FaultInjector::FaultInjector() {
     if (!waitForEnd(reqId_)) throw ReceiverError("an unanswered request was finished");
     clearFaults();
     fillHistories();
-    settle();
 }
 
-// The control application keeps the newest thousand answers, and as many notifications. Its memory grows with each play
-// until these histories are full, and stays the same afterwards if later plays are similar.
 void FaultInjector::fillHistories() {
     constexpr int kept = 1000, terminals = 5, atOnce = 20;
     for (int i = 0; i < kept; ++i) {
@@ -52,6 +49,7 @@ void FaultInjector::fillHistories() {
     }
     const auto filled = [&] { return kit_.ask(Part::frameHost, {"answers", std::to_string(kept)}).size() == kept; };
     await(filled, "a full history of answers");
+    settle();
 }
 
 Outcome FaultInjector::run(const Situation& situation, unsigned number) {

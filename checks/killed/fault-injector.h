@@ -37,6 +37,10 @@ public:
     // number: varies the details of a situation.
     Outcome run(const Situation& situation, unsigned number);
 
+    // The control application keeps the newest thousand answers, and as many notifications: its memory grows until
+    // these histories are full, and then varies with what they hold. This makes them hold the same each time.
+    void fillHistories();
+
     // Ends the receiver and returns the problems.
     std::string end() { return kit_.stop(); }
     IdleSize idleSize(Part part);
@@ -56,7 +60,6 @@ private:
     void requireOneAnswer(const std::string& reqId, const std::string& terminal, const std::string& uri);
     void settle();
 
-    void fillHistories();
     void withholdAnswers();
     void reachStopSent();
     void reachStopAnswered();

@@ -22,13 +22,13 @@ namespace {
 
 using namespace killed;
 
-// By how much an idle process may grow. Its allocated heap varies a little with the control application's histories.
+// By how much an idle process may grow. Its heap is compared when the control application's histories hold the same.
 // Resident memory may step: the C library returns a freed block to the system only if no allocated block lies above it.
 struct Bounds {
     long heapBlocks, heapBytes;
     long kibibytes; // resident, over all situations, without the largest step
 };
-// Over the 35 situations of a receiver: one leaked block in each makes 26 between the compared quarters.
+// Over the 35 situations of a receiver.
 constexpr Bounds boundsOfAllSituations{12, 8 * 1024, 16};
 // Per thousand kills: a block at every fourth of them, 32 bytes at each. A receiver survives about 330, so one page
 // leaked at each makes 1 MiB.
@@ -37,7 +37,7 @@ constexpr Bounds boundsOfKills{250, 32 * 1024, 512};
 // By how much the processes of the receivers have grown at most.
 struct Growth {
     long descriptors = 0, threads = 0;                // from the first measurement to the last
-    long heapBlocks = 0, heapBytes = 0;               // from the first quarter to the last
+    long heapBlocks = 0, heapBytes = 0;               // the same
     long blocksPerThousand = 0, bytesPerThousand = 0; // the same per thousand situations
     long kibibytes = 0;                               // never returned to the system, without the largest step
 
@@ -46,16 +46,13 @@ struct Growth {
                                  &Growth::blocksPerThousand, &Growth::bytesPerThousand, &Growth::kibibytes})
             this->*field = std::max(this->*field, other.*field);
     }
-    // sizes: of one process, after each situation but the first few.
+    // sizes: of one process, after each situation but the first few. The first and the last with equal histories.
     void add(const std::vector<IdleSize>& sizes) {
         const IdleSize &first = sizes.front(), &last = sizes.back();
-        Growth growth{last.descriptors - first.descriptors, last.threads - first.threads};
-        if (const long quarter = static_cast<long>(sizes.size() / 4); quarter > 0) {
-            growth.heapBlocks = grown(sizes, &IdleSize::heapBlocks);
-            growth.heapBytes = grown(sizes, &IdleSize::heapBytes);
-            growth.blocksPerThousand = growth.heapBlocks * 1000 / (3 * quarter);
-            growth.bytesPerThousand = growth.heapBytes * 1000 / (3 * quarter);
-        }
+        Growth growth{last.descriptors - first.descriptors, last.threads - first.threads,
+                      last.heapBlocks - first.heapBlocks, last.heapBytes - first.heapBytes};
+        growth.blocksPerThousand = growth.heapBlocks * 1000 / static_cast<long>(sizes.size());
+        growth.bytesPerThousand = growth.heapBytes * 1000 / static_cast<long>(sizes.size());
         growth.kibibytes = neverReturned(sizes);
         merge(growth);
         if (growth.kibibytes <= boundsOfAllSituations.kibibytes) return; // otherwise print all, for the investigation
@@ -65,15 +62,6 @@ struct Growth {
     }
 
 private:
-    // The difference between the minimum of the last quarter and that of the first.
-    static long grown(const std::vector<IdleSize>& sizes, long IdleSize::*what) {
-        const auto quarter = static_cast<std::ptrdiff_t>(sizes.size() / 4);
-        const auto least = [&](auto begin) {
-            const auto less = [&](const IdleSize& a, const IdleSize& b) { return a.*what < b.*what; };
-            return *std::min_element(begin, begin + quarter, less).*what;
-        };
-        return least(sizes.end() - quarter) - least(sizes.begin());
-    }
     // The last quarter only shows what is returned to the system later.
     static long neverReturned(const std::vector<IdleSize>& sizes) {
         std::vector<long> least(sizes.size()); // from each measurement on
@@ -130,6 +118,7 @@ public:
                 }
                 record(*situation, injector->run(*situation, number));
                 if (++survived < warmUp) continue;
+                if (survived == warmUp) injector->fillHistories();
                 for (const Part part : survivors()) sizes[part].push_back(injector->idleSize(part));
             } catch (const std::exception& error) {
                 fail(textOf(*situation), error.what() + ('\n' + (injector ? injector->logTails() : "")));
@@ -137,10 +126,10 @@ public:
             }
         }
         if (!injector) return;
-        if (!sizes.empty()) {
-            const thread_safety::LockGuard lock(mutex_);
-            for (const auto& [part, measured] : sizes) results_.growth[part].add(measured);
-            ++results_.compared;
+        try {
+            if (!sizes.empty()) compare(*injector, sizes);
+        } catch (const std::exception& error) {
+            fail("after the last situation", error.what());
         }
         if (const std::string problems = injector->end(); !problems.empty()) fail("at the end", problems);
     }
@@ -165,6 +154,13 @@ private:
             default:
                 return {Part::tvService};
         }
+    }
+    void compare(FaultInjector& injector, std::map<Part, std::vector<IdleSize>>& sizes) {
+        injector.fillHistories();
+        for (auto& [part, measured] : sizes) measured.push_back(injector.idleSize(part));
+        const thread_safety::LockGuard lock(mutex_);
+        for (const auto& [part, measured] : sizes) results_.growth[part].add(measured);
+        ++results_.compared;
     }
     std::optional<Situation> next(unsigned& number) {
         number = next_++;

@@ -87,7 +87,11 @@ PLANTED = [
     ),
     # supervision
     ("limit-not-strict", "answerLimit >= resClock()", "answerLimit > resClock()"),
-    ("limit-a-nanosecond-late", "front.startTime + answerLimit", "front.startTime + answerLimit + 1ns"),
+    (
+        "limit-a-nanosecond-late",
+        "front.startTime + answerLimit",
+        "front.startTime + answerLimit + std::chrono::nanoseconds(1)",
+    ),
     (
         "sending-step-dropped",
         "if (front.op != WaitingStop && front.op != WaitingStart) return;",
