@@ -12,7 +12,6 @@ namespace receiver {
 namespace {
 
 constexpr Milliseconds startLimit{20000}; // a machine under load loads programs slowly
-constexpr const char* createdMark = "new reqid ";
 
 std::filesystem::path makePrivateFolder() {
     std::string name = (std::filesystem::temp_directory_path() / "receiver-XXXXXX").string();
@@ -203,16 +202,7 @@ nlohmann::json ReceiverKit::ask(Part part, const std::vector<std::string>& words
 }
 
 std::string ReceiverKit::submit(const std::vector<std::string>& words) {
-    const auto before = managerLines().size();
-    ask(Part::frameHost, words);
-    // The adapter has logged the id by the time the command is done.
-    const auto lines = managerLines();
-    for (std::size_t i = before; i < lines.size(); ++i)
-        if (const auto at = lines[i].text.find(createdMark); at != std::string::npos) {
-            const std::string rest = lines[i].text.substr(at + std::string(createdMark).size());
-            return rest.substr(0, rest.find(' '));
-        }
-    throw ReceiverError(words.front() + ": the resource manager logged no request");
+    return ask(Part::frameHost, words).at("request");
 }
 
 std::string ReceiverKit::play(const std::string& terminals, const std::string& uri) {

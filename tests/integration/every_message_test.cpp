@@ -113,7 +113,9 @@ protected:
     static void expectDelivery(const std::string& message, const Request& request) {
         const auto newest = kit->newestNotification(), received = tvRequests();
         const json printed = kit->ask(Part::frameHost, request.command);
-        EXPECT_EQ(printed, request.command.front() == "play" ? json({{"queued", 2}}) : json({{"sent", message}}));
+        EXPECT_TRUE(
+            includes(printed, request.command.front() == "play" ? json({{"queued", 2}}) : json({{"sent", message}})))
+            << printed;
         kit->waitForNotification(request.notification, newest, json::parse(request.arguments));
         EXPECT_EQ(tvRequests(), received + 1);
     }
@@ -140,10 +142,10 @@ TEST_F(EveryMessage, MmServiceReq) {
     const std::string film = "file://" + (kit->folder() / "film.ts").string();
     std::ofstream(kit->folder() / "film.ts") << "a film";
     const auto newest = kit->newestNotification(), received = counterOf(*kit, Part::mmService, "mmservice", "received");
-    kit->ask(Part::frameHost, {"play", "5:-7", film, "a-film"});
+    kit->ask(Part::frameHost, {"play", "5:7", film, "a-film"});
     kit->waitForNotification("TvServiceInfo", newest);
     const json terminals = kit->ask(Part::mmService, {"terminals"});
-    EXPECT_TRUE(includes(terminals, json::array({{{"type", 5}, {"id", -7}, {"uri", film}, {"uuid", "a-film"}}})))
+    EXPECT_TRUE(includes(terminals, json::array({{{"type", 5}, {"id", 7}, {"uri", film}, {"uuid", "a-film"}}})))
         << terminals.dump(2);
     EXPECT_EQ(counterOf(*kit, Part::mmService, "mmservice", "received"), received + 2) << "a stop, then a start";
 }
@@ -152,9 +154,9 @@ TEST_F(EveryMessage, MmServiceInfo) {
     constexpr int cannotOpen = 3;
     const std::string missing = "file://" + (kit->folder() / "missing.ts").string();
     const auto newest = kit->newestNotification(), received = counterOf(*kit, Part::frameHost, "mmservice", "received");
-    kit->ask(Part::frameHost, {"play", "-6:8", missing, "no-film"});
+    kit->ask(Part::frameHost, {"play", "6:8", missing, "no-film"});
     const json answer = {
-        {"terminal", {{"type", -6}, {"id", 8}}}, {"result", cannotOpen}, {"uri", missing}, {"uuid", "no-film"}};
+        {"terminal", {{"type", 6}, {"id", 8}}}, {"result", cannotOpen}, {"uri", missing}, {"uuid", "no-film"}};
     kit->waitForNotification("TvServiceInfo", newest, {{"infos", json::array({answer})}});
     EXPECT_EQ(counterOf(*kit, Part::frameHost, "mmservice", "received"), received + 2) << "to a stop and a start";
 }

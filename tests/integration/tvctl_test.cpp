@@ -3,12 +3,15 @@
 #include "shell/shell-server.h"
 #include "sockets/local-socket.h"
 
+#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <poll.h>
+#include <pty.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -20,8 +23,8 @@ using testing::HasSubstr;
 using testing::StartsWith;
 
 // Exit codes as docs/tvctl.md lists them.
-constexpr int done = 0, failed = 1, usage = 2, noProcess = 3, timedOut = 4, refused = 5, malformed = 6,
-              interrupted = 130;
+constexpr int done = 0, failed = 1, usage = 2, noProcess = 3, timedOut = 4, refused = 5, malformed = 6, notShown = 7,
+              givenUp = 8, interrupted = 130;
 
 class Tvctl : public Programs {
 protected:
@@ -92,9 +95,9 @@ TEST_F(Tvctl, PrintsWhatTheCommandPrints) {
 
 TEST_F(Tvctl, PassesOnWordsUnchanged) {
     serve();
-    for (const char* word : {"", " ", "\"", "\\", "a b", "--json", "-x", "--", "@file", "x=1", "\xC3\xA4"})
+    for (const char* word : {"", " ", "\"", "\\", "a b", "--fast", "-x", "-7", "@file", "x=1", "\xC3\xA4"})
         EXPECT_EQ(tvctl({"show", word}), (Outcome{done, std::string("<") + word + ">\n", ""})) << word;
-    EXPECT_EQ(tvctl({"say", "a", "--timeout", "0", "--", "--help"}), (Outcome{done, "a --timeout 0 -- --help\n", ""}));
+    EXPECT_EQ(tvctl({"say", "a", "--help", "--", "--json", "--"}), (Outcome{done, "a --help --json --\n", ""}));
 }
 
 TEST_F(Tvctl, PassesOnAnArgumentOfFourKibibytes) {
@@ -114,6 +117,18 @@ TEST_F(Tvctl, RequestsJsonAndConvertsTextToIt) {
     serve();
     EXPECT_EQ(tvctl({"--json", "show", "x"}), (Outcome{done, "{\"text\":\"x\"}\n", ""}));
     EXPECT_EQ(tvctl({"--json", "say", "x"}), (Outcome{done, "{\"output\":\"x\\n\"}\n", ""}));
+}
+
+TEST_F(Tvctl, TakesItsOptionsInAnyPlace) {
+    serve();
+    EXPECT_EQ(tvctl({"show", "x", "--json"}), (Outcome{done, "{\"text\":\"x\"}\n", ""}));
+    EXPECT_EQ(tvctl({"show", "--json", "--timeout", "5", "x", "--target=frame-host"}),
+              (Outcome{done, "{\"text\":\"x\"}\n", ""}));
+    EXPECT_EQ(tvctl({"show", "x", "--quiet"}), (Outcome{done, "", ""}));
+    EXPECT_EQ(tvctl({"show", "x", "--target", "nobody"}).exitCode, noProcess);
+    EXPECT_EQ(tvctl({"show", "x", "--timeout", "soon"}).exitCode, usage);
+    EXPECT_EQ(tvctl({"show", "x", "--timeout"}).exitCode, usage);
+    EXPECT_EQ(interactive("show x --json\nsay  --json  y\n").output, "{\"text\":\"x\"}\n{\"output\":\"y\\n\"}\n");
 }
 
 TEST_F(Tvctl, ReportsWhyACommandFailed) {
@@ -263,12 +278,138 @@ TEST_F(Tvctl, ReadsLinesFromAPipe) {
     EXPECT_EQ(interactive(""), (Outcome{done, "", ""}));
 }
 
-TEST_F(Tvctl, ContinuesAfterAFailedLineAndExitsWithTheCodeOfTheLastOne) {
+TEST_F(Tvctl, EndsAScriptAtTheFirstFailureWithItsCode) {
     serve();
-    EXPECT_EQ(interactive("fail 16\nsay on\n"), (Outcome{done, "on\n", "tvctl: no tuner\n"}));
-    EXPECT_EQ(interactive("say on\nfail 16\n"), (Outcome{failed, "on\n", "tvctl: no tuner\n"}));
+    EXPECT_EQ(interactive("say on\nfail 16\nsay off\n"), (Outcome{failed, "on\n", "tvctl: no tuner\n"}));
     EXPECT_EQ(interactive("say \"open\nshow \"open\n"),
               (Outcome{usage, "\"open\n", "tvctl: a double quote is not closed\n"}));
+}
+
+TEST_F(Tvctl, ContinuesAScriptIfTold) {
+    serve();
+    const std::string read = R"(cat ')" + (folder / "input").string() + R"(' | "$0" "$@" >"$OUTPUT")";
+    std::ofstream(folder / "input") << "fail 16\nsay on\nfly\n";
+    EXPECT_EQ(tvctl({"shell", "--keep-going"}, read),
+              (Outcome{failed, "on\n", "tvctl: no tuner\ntvctl: unknown command: fly (help lists the commands)\n"}));
+}
+
+TEST_F(Tvctl, RunsItsOwnCommandsInAScript) {
+    serve();
+    EXPECT_THAT(interactive("say on\nschema --json\n").output, StartsWith("on\n{"));
+    EXPECT_THAT(interactive("schema --fast\n").exitCode, usage);
+    EXPECT_EQ(interactive("watch \"open\n"), (Outcome{usage, "", "tvctl: a double quote is not closed\n"}));
+    EXPECT_EQ(interactive("shell\n"), (Outcome{usage, "", "tvctl: this is a shell already; \"exit\" ends it\n"}));
+}
+
+// What a receiver knows of a request, one after the other; the last one remains.
+class Playing : public Tvctl {
+protected:
+    using Json = nlohmann::ordered_json;
+
+    Playing() {
+        shell->registerCommand("play :s :s [:s]", "queues it", queue, this);
+        shell->registerCommand("stop :s", "queues it", queue, this);
+        shell->registerCommand("request :s", "what is known of it", tell, this);
+        shell->registerCommand("terminals", "lists them", list, this);
+        shell->registerCommand("touch :s", "TERMINAL[,TERMINAL...] - does nothing", touch, this);
+        serve();
+    }
+    static Json known(const char* state, std::vector<int> results, const std::vector<std::string>& lines) {
+        Json terminals = Json::array();
+        for (const int result : results) terminals.push_back({{"terminal", "0:0"}, {"result", result}});
+        return {{"request", "control-1"}, {"state", state}, {"terminals", terminals}, {"lines", lines}};
+    }
+
+    std::vector<Json> states;
+    std::string queued;
+    std::atomic<int> asked{0};
+
+private:
+    static int queue(void* context) {
+        auto& self = *static_cast<Playing*>(context);
+        self.queued = self.shell->getArgument(0) + "|" + self.shell->getArgument(1) + "|" + self.shell->getArgument(2);
+        self.shell->print("{\"queued\":1,\"request\":\"control-1\"}\n");
+        return 0;
+    }
+    static int list(void* context) {
+        static_cast<Playing*>(context)->shell->print(R"([{"terminal":"10:7"},{"terminal":"10:8"}])");
+        return 0;
+    }
+    static int touch(void* context) {
+        auto& self = *static_cast<Playing*>(context);
+        self.shell->print("touched " + self.shell->getArgument(0) + "\n");
+        return 0;
+    }
+    static int tell(void* context) {
+        auto& self = *static_cast<Playing*>(context);
+        EXPECT_EQ(self.shell->getArgument(0), "control-1");
+        ++self.asked;
+        self.shell->print(Json::array({self.states.front()}).dump());
+        if (self.states.size() > 1) self.states.erase(self.states.begin());
+        return 0;
+    }
+};
+
+TEST_F(Playing, WaitsUntilItIsShown) {
+    const auto waiting = known("queued", {}, {"0:0 queued"});
+    states = {waiting, waiting, known("sent", {}, {"0:0 waits"}), known("answered", {0}, {"0:0 shown dvb://1"})};
+    EXPECT_EQ(tvctl({"play", "0:0", "dvb://1"}), (Outcome{done, "0:0 shown dvb://1\n", ""}));
+    EXPECT_EQ(queued, "0:0|dvb://1|");
+    EXPECT_EQ(tvctl({"--quiet", "play", "0:0", "dvb://1", "uuid"}), (Outcome{done, "", ""}));
+    EXPECT_EQ(queued, "0:0|dvb://1|uuid");
+    EXPECT_EQ(tvctl({"stop", "1:0"}), (Outcome{done, "0:0 shown dvb://1\n", ""}));
+    EXPECT_EQ(Json::parse(tvctl({"play", "0:0", "dvb://1", "--json"}).output), states[0]);
+}
+
+TEST_F(Playing, FailsWhenATerminalDoesNotShowIt) {
+    states = {known("answered", {0, 6}, {"0:0 shown dvb://1", "1:0 refused: locked (6)"})};
+    EXPECT_EQ(tvctl({"play", "0:0,1:0", "dvb://1"}),
+              (Outcome{notShown, "", "0:0 shown dvb://1\n1:0 refused: locked (6)\n"}));
+    const Outcome json = tvctl({"--json", "play", "0:0,1:0", "dvb://1"});
+    EXPECT_EQ(json.exitCode, notShown);
+    EXPECT_EQ(Json::parse(json.output), states[0]);
+}
+
+TEST_F(Playing, FailsWhenItIsGivenUp) {
+    states = {known("given up", {}, {"0:0 given up after 5 s"})};
+    EXPECT_EQ(tvctl({"stop", "0:0"}), (Outcome{givenUp, "", "0:0 given up after 5 s\n"}));
+}
+
+TEST_F(Playing, DoesNotWaitIfTold) {
+    EXPECT_EQ(tvctl({"play", "--no-wait", "0:0", "dvb://1"}), (Outcome{done, "queued 1 (request control-1)\n", ""}));
+    EXPECT_EQ(tvctl({"play", "0:0", "dvb://1", "--no-wait", "--json"}),
+              (Outcome{done, "{\"queued\":1,\"request\":\"control-1\"}\n", ""}));
+}
+
+TEST_F(Playing, StopsWaitingAtItsTimeLimit) {
+    states = {known("sent", {}, {"0:0 waits"})};
+    EXPECT_EQ(tvctl({"play", "0:0", "dvb://1", "--timeout", "0.05"}),
+              (Outcome{timedOut, "", "tvctl: timed out; the request goes on: 0:0 waits\n"}));
+}
+
+TEST_F(Playing, SaysThatTheRequestGoesOnWhenItIsInterrupted) {
+    states = {known("sent", {}, {"0:0 waits"})};
+    const auto running = start(commandOf({"play", "0:0", "dvb://1"}));
+    ASSERT_TRUE(eventually([&] { return asked > 0; }));
+    EXPECT_EQ(running->terminate(SIGINT),
+              (Outcome{interrupted, "", "tvctl: interrupted; request control-1 goes on\n"}));
+}
+
+TEST_F(Playing, RejectsMissingArguments) {
+    for (const Words& wrong : {Words{"play"},
+                               {"play", "0:0"},
+                               {"play", "0:0", "dvb://1", "uuid", "more"},
+                               {"stop"},
+                               {"stop", "0:0", "1:0"},
+                               {"play", "--fast", "0:0", "dvb://1"}})
+        EXPECT_EQ(tvctl(wrong).exitCode, usage) << testing::PrintToString(wrong);
+}
+
+TEST_F(Playing, ReportsAnAnswerThatItDoesNotUnderstand) {
+    states = {Json{{"request", 1}}};
+    const Outcome outcome = tvctl({"play", "0:0", "dvb://1"});
+    EXPECT_EQ(outcome.exitCode, malformed);
+    EXPECT_THAT(outcome.error, HasSubstr("the answer is malformed"));
 }
 
 TEST_F(Tvctl, StopsReadingLinesAtExit) {
@@ -281,15 +422,107 @@ TEST_F(Tvctl, StopsReadingLinesAtExit) {
 TEST_F(Tvctl, ReconnectsBetweenLines) {
     const FileDescriptor listener(host::io::listenAt(shellPath()));
     std::ofstream(folder / "input") << "say one\nsay two\n";
-    const auto running = start(commandOf({"shell"}), R"("$0" "$@" <)" + (folder / "input").string() + R"( >"$OUTPUT")");
+    const auto running = start(commandOf({"shell", "--keep-going"}), R"("$0" "$@" <)" + (folder / "input").string() + R"( >"$OUTPUT")");
     clientOf(listener).reset();
     const auto second = clientOf(listener);
     const std::string answer = "{\"output\":\"2\"}\n{\"status\":0}\n";
     ASSERT_EQ(send(second.get(), answer.data(), answer.size(), MSG_NOSIGNAL), static_cast<ssize_t>(answer.size()));
     const Outcome outcome = running->wait();
-    EXPECT_EQ(outcome.exitCode, done);
+    EXPECT_EQ(outcome.exitCode, noProcess);
     EXPECT_EQ(outcome.output, "2\n");
     EXPECT_THAT(outcome.error, HasSubstr("the connection"));
+}
+
+// A program at a terminal.
+class AtATerminal {
+public:
+    AtATerminal(const Words& command, const std::map<std::string, std::string>& environment) {
+        Words variables{"TERM=dumb"};
+        for (const auto& [name, value] : environment) variables.push_back(name + "=" + value);
+        const auto pointersTo = [](const Words& words) {
+            std::vector<char*> pointers;
+            for (const auto& word : words) pointers.push_back(const_cast<char*>(word.c_str()));
+            pointers.push_back(nullptr);
+            return pointers;
+        };
+        const auto arguments = pointersTo(command), values = pointersTo(variables);
+        child_ = forkpty(&terminal_, nullptr, nullptr, nullptr);
+        EXPECT_GE(child_, 0);
+        if (child_ == 0) { // only system calls are safe here: the test has threads
+            execve(arguments[0], arguments.data(), values.data());
+            _exit(127);
+        }
+    }
+    ~AtATerminal() {
+        if (child_ > 0) {
+            kill(child_, SIGKILL);
+            waitpid(child_, nullptr, 0);
+        }
+        close(terminal_);
+    }
+
+    void type(const std::string& keys) { EXPECT_EQ(write(terminal_, keys.data(), keys.size()), ssize_t(keys.size())); }
+    // Whether the text is shown after everything that was waited for before.
+    bool shows(const std::string& text) {
+        for (;;) {
+            if (const auto at = shown_.find(text); at != std::string::npos) {
+                shown_.erase(0, at + text.size());
+                return true;
+            }
+            pollfd waiting{terminal_, POLLIN, 0};
+            char bytes[4096];
+            const ssize_t count = poll(&waiting, 1, 20000) == 1 ? read(terminal_, bytes, sizeof bytes) : 0;
+            if (count <= 0) {
+                ADD_FAILURE() << "no " << text << " in: " << shown_;
+                return false;
+            }
+            shown_.append(bytes, static_cast<std::size_t>(count));
+        }
+    }
+    int exitCode() {
+        int status = 0;
+        EXPECT_EQ(waitpid(child_, &status, 0), child_);
+        child_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+private:
+    int terminal_ = -1;
+    pid_t child_ = -1;
+    std::string shown_;
+};
+
+constexpr const char* prompt = "frame-host> ";
+constexpr const char* controlC = "\x03";
+
+TEST_F(Playing, LeavesALineOrACommandAtCtrlCButNotTheShell) {
+    states = {known("sent", {}, {"0:0 waits"})};
+    AtATerminal terminal(commandOf({"shell"}), environment);
+    ASSERT_TRUE(terminal.shows(prompt));
+    terminal.type("say hal");
+    ASSERT_TRUE(terminal.shows("say hal"));
+    terminal.type(controlC);
+    ASSERT_TRUE(terminal.shows(prompt));
+    terminal.type("say on\n");
+    ASSERT_TRUE(terminal.shows("say on"));
+    EXPECT_TRUE(terminal.shows("\non")) << "the line before is gone";
+    ASSERT_TRUE(terminal.shows(prompt));
+    terminal.type("play 0:0 dvb://1\n");
+    ASSERT_TRUE(eventually([&] { return asked > 0; }));
+    terminal.type(controlC);
+    EXPECT_TRUE(terminal.shows("interrupted; request control-1 goes on"));
+    ASSERT_TRUE(terminal.shows(prompt));
+    terminal.type("exit\n");
+    EXPECT_EQ(terminal.exitCode(), interrupted);
+}
+
+TEST_F(Playing, CompletesCommandsAndTerminalsAtTab) {
+    AtATerminal terminal(commandOf({"shell"}), environment);
+    ASSERT_TRUE(terminal.shows(prompt));
+    terminal.type("tou\t1\t7\n");
+    EXPECT_TRUE(terminal.shows("touched 10:7"));
+    terminal.type("exit\n");
+    EXPECT_EQ(terminal.exitCode(), done);
 }
 
 } // namespace

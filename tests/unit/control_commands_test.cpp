@@ -92,7 +92,8 @@ struct Control : testing::Test {
     appovshell::CommandTable shell;
     control::TerminalView view;
     control::NotificationLog log;
-    control::Commands commands{startedAdapter(), view, log, shell};
+    control::RequestLog requests;
+    control::Commands commands{startedAdapter(), view, log, requests, shell};
 };
 
 struct Sent {
@@ -107,9 +108,9 @@ const Sent sent[] = {
     {{"audio", "0:1", "2", "3"},
      "TvServiceAudioReq",
      R"({"request":{"terminal":{"type":0,"id":1},"intParam1":2,"intParam2":3}})"},
-    {{"subtitle", "-1:-2", "-2147483648"},
+    {{"subtitle", "2147483647:2", "-2147483648"},
      "TvServiceSubtitleReq",
-     R"({"request":{"terminal":{"type":-1,"id":-2},"intParam1":-2147483648,"intParam2":0}})"},
+     R"({"request":{"terminal":{"type":2147483647,"id":2},"intParam1":-2147483648,"intParam2":0}})"},
     {{"video", "1:0", "4"},
      "TvServiceVideoReq",
      R"({"request":{"terminal":{"type":1,"id":0},"intParam1":4,"intParam2":0}})"},
@@ -206,6 +207,20 @@ TEST_F(Control, RejectsWrongArgumentsAndSendsNothing) {
         {"audio", "0:", "1"},
         {"audio", "0:0:0", "1"},
         {"audio", "0:2147483648", "1"},
+        {"audio", "0:-1", "1"},
+        {"audio", "-1:0", "1"},
+        {"play", "0:-1", "dvb://1"},
+        {"play", "0:0,", "dvb://1"},
+        {"play", "0:0,,1:0", "dvb://1"},
+        {"play", "", "dvb://1"},
+        {"play", "0:0", ""},
+        {"play", "0:0"},
+        {"stop", "0"},
+        {"stop", "0:0,-1:0"},
+        {"requests", "-1"},
+        {"requests", "x"},
+        {"request"},
+        {"request", "control-17"},
         {"audio", fourKiB, "1"},
         {"audio", "0:0", "1", "x"},
         {"audio", "0:0", "1", "99999999999"},
@@ -230,12 +245,12 @@ TEST_F(Control, RejectsWrongArgumentsAndSendsNothing) {
 
 TEST_F(Control, NamesTheArgumentThatIsWrong) {
     EXPECT_EQ(run({"audio", "one", "1"}).output,
-              "TERMINAL must be TYPE:ID, two decimal numbers of 32 bits, not 'one'\n");
+              "TERMINAL must be TYPE:ID, two decimal numbers from 0 to 2147483647, not 'one'\n");
     EXPECT_EQ(run({"audio", "0:0", "x"}).output, "N must be a decimal number of 32 bits, not 'x'\n");
     EXPECT_EQ(run({"send-key"}).output, "KEY is missing\n");
     EXPECT_EQ(run({"audio"}).error, "usage: audio TERMINAL N [N]");
-    EXPECT_EQ(run({"play", "x", "dvb://1"}).output, "terminal 'x': expected TYPE:ID, two decimal numbers\n");
-    EXPECT_EQ(run({"zap", "x", "dvb://1"}).output, "terminal 'x': expected TYPE:ID, two decimal numbers\n");
+    EXPECT_EQ(run({"play", "x", "dvb://1"}).output, "terminal 'x': expected TYPE:ID, two decimal numbers from 0\n");
+    EXPECT_EQ(run({"zap", "x", "dvb://1"}).output, "terminal 'x': expected TYPE:ID, two decimal numbers from 0\n");
     EXPECT_EQ(run({"zap", "0:0"}).output, "no URI given\n");
     EXPECT_EQ(run({"zap"}).error, "usage: zap TERMINAL URI...");
 }
@@ -410,6 +425,20 @@ TEST_F(ControlOfTheQueue, DropsZapsWhenSomethingNewerIsPlayedOrStopped) {
         EXPECT_THAT(queue(), SizeIs(1)) << newer.front(); // the older zap to dvb://2 is gone
         answerFirst();
     }
+}
+
+TEST_F(ControlOfTheQueue, PrintsTheIdByWhichARequestIsKnown) {
+    const auto played = run({"play", "0:0", "dvb://1"});
+    EXPECT_EQ(played.output, "queued 1 (request control-1)\n");
+    EXPECT_EQ(queue()[0]["reqId"], "control-1");
+    EXPECT_EQ(run({"play", "1:0,2:0", "dvb://2"}, true).output, "{\"queued\":2,\"request\":\"control-2\"}\n");
+    const auto known = Json::parse(run({"request", "control-2"}, true).output);
+    ASSERT_THAT(known, SizeIs(1));
+    EXPECT_EQ(known[0]["lines"], Json{"1:0,2:0 queued (request control-2)"});
+    EXPECT_THAT(run({"requests"}).output, HasSubstr(" shell: 0:0 queued (request control-1)\n"));
+    EXPECT_THAT(Json::parse(run({"requests", "1"}, true).output), SizeIs(1));
+    answerFirst();
+    answerFirst();
 }
 
 TEST_F(ControlOfTheQueue, ShowsWhatIsQueuedForEachTerminal) {

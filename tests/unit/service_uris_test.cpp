@@ -125,13 +125,15 @@ TEST(ChannelList, NamesAFileThatCannotBeRead) {
     }
 }
 
-TEST(TvUri, IsUnknownOnlyWhenItIsABroadcastOutsideTheList) {
+TEST(TvUri, IsShownForChannelsOfTheListRecordingsAndInputs) {
     const auto list = ChannelList::fromText("[[channel]]\nuri = \"dvb://1\"\nname = \"One\"\n", "list.toml");
     EXPECT_EQ(checkTvUri(list, "dvb://1"), result::done);
     EXPECT_EQ(checkTvUri(list, "dvb://2"), result::unknownChannel);
     EXPECT_EQ(checkTvUri(list, "DVB://2"), result::unknownChannel);
-    for (const char* shown : {"tv://1", "hdmi://2", "rec://7/1", "file:///PVR+/1", ""})
+    for (const char* shown : {"hdmi://2", "rec://7/1", "file:///PVR+/1", "FSL2:///PVR+/1"})
         EXPECT_EQ(checkTvUri(list, shown), result::done) << shown;
+    for (const char* unsupported : {"", "tv://1", "nonsense", "ftp://host/film", "://", "%"})
+        EXPECT_EQ(checkTvUri(list, unsupported), result::unsupportedUri) << unsupported;
 }
 
 TEST(MmUri, IsShownForStreamsAndCastingOnly) {

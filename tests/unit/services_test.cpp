@@ -6,6 +6,7 @@
 #include "common/terminal-table.h"
 #include "mmservice/uri-check.h"
 #include "tvservice/channel-list.h"
+#include "tvservice/channels-command.h"
 #include "tvservice/locks.h"
 #include "tvservice/streams.h"
 
@@ -29,6 +30,7 @@
 using namespace services;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
 
@@ -425,7 +427,7 @@ TEST(Answers, ToAListQueryTheConnectedClientsOnce) {
     EXPECT_EQ(asked, 1);
     const std::size_t part = bounds::terminals / 5; // as much as each of the other four keeps
     for (std::size_t i = 0; i < infos.size(); ++i)
-        EXPECT_EQ(infos[i].result, i < part ? result::done : result::nothingShown) << i;
+        EXPECT_EQ(infos[i].result, i < part ? result::done : result::noRoom) << i;
 }
 
 TEST(Answers, RecordTheClientOfAShownEntry) {
@@ -632,6 +634,39 @@ TEST(ShellCommands, ReportHowFullTheTablesAre) {
               "table \"terminals\", held 1, most 256, refused 1\n"
               "table \"locks\", held 2, most 3, refused 4\n");
     EXPECT_EQ(shell.run("stats", {"chairs"}), -22);
+}
+
+TEST(ShellCommands, ListTheChannels) {
+    const auto channels = ChannelList::fromText(
+        "[[channel]]\nuri = \"dvb://2\"\nname = \"Two\"\n[[channel]]\nuri = \"dvb://1\"\nname = \"One\"\n",
+        "list.toml");
+    FakeShell shell;
+    ChannelsCommand command(channels);
+    ASSERT_EQ(command.registerWith(shell), 0);
+    EXPECT_EQ(shell.run("channels"), 0);
+    EXPECT_EQ(shell.output, "number 1, uri \"dvb://1\", name \"One\"\nnumber 2, uri \"dvb://2\", name \"Two\"\n");
+    shell.json = true;
+    EXPECT_EQ(shell.run("channels"), 0);
+    EXPECT_EQ(nlohmann::json::parse(shell.output)[1]["name"], "Two");
+}
+
+TEST(ShellCommands, SetTheLevelAtWhichRequestsAreLogged) {
+    const host::LogCapture log({logModule});
+    TerminalTable table;
+    FaultSwitches faults;
+    FakeShell shell;
+    ShellCommands commands(table, faults);
+    ASSERT_EQ(commands.registerWith(shell), 0);
+    vdlDebugNameModule(logModule, "service");
+    EXPECT_EQ(shell.run("log", {"service=failure"}), 0);
+    executeTv({request(0, 0, "dvb://1", "6")}, table);
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_EQ(shell.run("log", {"service=info"}), 0);
+    executeTv({request(0, 1, "dvb://9", "7")}, table);
+    ASSERT_EQ(log.lines().size(), 1U);
+    EXPECT_EQ(log.lines()[0].text, "client 7: request 7: terminal 0:1: dvb://9: unknown channel");
+    EXPECT_EQ(shell.run("log", {"service=loud"}), -22);
+    EXPECT_THAT(shell.output, HasSubstr("loud"));
 }
 
 TEST(ShellCommands, SetAndListTheFaultSwitches) {

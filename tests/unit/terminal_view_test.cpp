@@ -47,7 +47,8 @@ struct Terminals : testing::Test {
     control::TerminalView view;
     control::NotificationLog notifications;
     appovshell::CommandTable shell;
-    control::StateCommands commands{adapter, view, notifications, shell};
+    control::RequestLog requests;
+    control::StateCommands commands{adapter, view, notifications, requests, shell};
 };
 
 TEST_F(Terminals, AreEmptyBeforeAnAnswer) { EXPECT_THAT(shown(), IsEmpty()); }
@@ -65,10 +66,23 @@ TEST_F(Terminals, ShowTheNullSourceAfterAStop) {
     EXPECT_THAT(shown(), ElementsAre(std::string("0:0 ") + tvservice::stopUri + " 0"));
 }
 
-TEST_F(Terminals, KeepTheirUriWhenAPlayFails) {
+TEST_F(Terminals, KeepTheirChannelWhenAnotherOneCannotBeShown) {
     answer("1", "dvb://1");
-    answer("2", "file://missing", -2);
-    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://1 -2"));
+    answer("2", "dvb://9", 2);
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://1 2"));
+}
+
+// Something was stopped first: both services before the MM service plays, the MM service before the TV service does.
+TEST_F(Terminals, AreDarkAfterAPlayThatFailedAfterAStop) {
+    answer("1", "dvb://1");
+    answer("2", "file://missing", 3);
+    EXPECT_THAT(shown(), ElementsAre(std::string("0:0 ") + tvservice::stopUri + " 3"));
+    answer("3", "http://film");
+    answer("4", "dvb://9", 2);
+    EXPECT_THAT(shown(), ElementsAre(std::string("0:0 ") + tvservice::stopUri + " 2"));
+    answer("5", "dvb://1");
+    answer("6", "file:///PVR+/missing", 3); // a recording, which the TV service plays
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://1 3"));
 }
 
 TEST_F(Terminals, KeepTheirUriWhileANewerRequestIsQueued) {
@@ -101,6 +115,12 @@ TEST_F(Terminals, IgnoreALateAnswerToAnOlderZap) {
     EXPECT_THAT(shown(), ElementsAre("0:0 dvb://11 0"));
 }
 
+TEST_F(Terminals, IgnoreALateAnswerToAnOlderRequestOfTheShell) {
+    answer("control-10", "dvb://10");
+    answer("control-9", "dvb://9");
+    EXPECT_THAT(shown(), ElementsAre("0:0 dvb://10 0"));
+}
+
 TEST_F(Terminals, FollowZapsOfAnotherQueueAndRequestsOfNoQueueInTheOrderOfTheAnswers) {
     answer("zap-5-1-10", "dvb://10");
     answer("zap-5-2-9", "dvb://9");
@@ -126,11 +146,10 @@ TEST_F(Terminals, FollowRequestsWithIdsOfApplicationsInTheOrderOfTheAnswers) {
 }
 
 TEST_F(Terminals, IgnoreUnrequestedAnswersOfTheTvService) {
-    answer("1", "file://film");
-    answer("2", "file://missing", -2);
+    answer("1", "http://film");
     answer("", tvservice::stopUri);
     answer("", tvservice::stopUri, 0, {1, 0});
-    EXPECT_THAT(shown(), ElementsAre("0:0 file://film -2"));
+    EXPECT_THAT(shown(), ElementsAre("0:0 http://film 0"));
 }
 
 TEST_F(Terminals, AreListedWithBothAnswersInFull) {
@@ -143,11 +162,14 @@ TEST_F(Terminals, AreListedWithBothAnswersInFull) {
         EXPECT_THAT(terminal[time].get<std::string>(), testing::EndsWith("Z"));
         terminal[time] = "then";
     }
-    EXPECT_EQ(terminal.dump(), R"({"terminal":"0:0","uri":"dvb://1","uuid":"uuid of dvb://1","reqId":"1",)"
-                               R"("since":"then","lastResult":-5,"lastUri":"dvb://2","lastReqId":"2",)"
-                               R"("lastTime":"then","queued":0,"state":"idle"})");
-    EXPECT_THAT(run("terminals", false), HasSubstr("terminal 0:0  uri dvb://1  uuid uuid of dvb://1  reqId 1  since "));
-    EXPECT_THAT(run("terminals", false), HasSubstr("  lastResult -5  lastUri dvb://2  lastReqId 2  lastTime "));
+    EXPECT_EQ(terminal.dump(),
+              R"({"terminal":"0:0","uri":"dvb://1","uuid":"uuid of dvb://1","reqId":"1",)"
+              R"("asker":"application","since":"then","lastResult":-5,"lastResultName":"unknown","lastUri":"dvb://2",)"
+              R"("lastReqId":"2","lastTime":"then","queued":0,"state":"idle"})");
+    EXPECT_THAT(run("terminals", false),
+                HasSubstr("terminal 0:0  uri dvb://1  uuid uuid of dvb://1  reqId 1  asker application  since "));
+    EXPECT_THAT(run("terminals", false),
+                HasSubstr("  lastResult -5  lastResultName unknown  lastUri dvb://2  lastReqId 2  lastTime "));
 }
 
 TEST_F(Terminals, DropTheLeastRecentlyAnsweredOneWhenThereAreTooMany) {

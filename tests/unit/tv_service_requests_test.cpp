@@ -259,7 +259,7 @@ TEST_F(TvService, RejectsAClientsTerminalsBeyondItsShareWithoutNotificationsAndS
         if (notification.message == "TvServiceInfo")
             for (const auto& info : notification.arguments["infos"]) {
                 shown += info["result"] == services::result::done;
-                refused += info["result"] == services::result::nothingShown;
+                refused += info["result"] == services::result::noRoom;
             }
     EXPECT_EQ(shown, services::bounds::terminalsOfAClient);
     EXPECT_EQ(refused, 300 - services::bounds::terminalsOfAClient);
@@ -269,7 +269,7 @@ TEST_F(TvService, RejectsAClientsTerminalsBeyondItsShareWithoutNotificationsAndS
     other->received();
     requester->play(8, 0, channelOne);
     expectOnlyTheRequesterReceives(
-        {R"(TvServiceInfo {"infos":[{"terminal":{"type":8,"id":0},"result":8,"uri":"dvb://1.1.1",)"
+        {R"(TvServiceInfo {"infos":[{"terminal":{"type":8,"id":0},"result":9,"uri":"dvb://1.1.1",)"
          R"("uuid":"","uuidAncestor":"","reqId":"r"}]})"});
     other->play(0, 0, channelOne);
     EXPECT_THAT(other->received(), SizeIs(7));

@@ -1,6 +1,8 @@
 #include "kind-names.h"
 #include "wire-rules.h"
 
+#include <tvservice/results.h>
+
 #include <nlohmann/json.hpp>
 
 namespace schema {
@@ -57,7 +59,12 @@ std::string asJson() {
     for (const auto& service : services())
         all.push_back(
             {{"name", service.name}, {"messages", listOf(service.messages)}, {"records", listOf(service.records)}});
-    return Json{{"version", version}, {"wire", wireRules}, {"kinds", meanings}, {"services", all}}.dump(1) + "\n";
+    Json results = Json::array();
+    for (const auto& [number, name, meaning] : tvservice::results)
+        results.push_back({{"number", number}, {"name", name}, {"meaning", meaning}});
+    return Json{{"version", version}, {"wire", wireRules}, {"kinds", meanings}, {"results", results}, {"services", all}}
+               .dump(1) +
+           "\n";
 }
 
 } // namespace schema

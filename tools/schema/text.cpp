@@ -1,6 +1,8 @@
 #include "kind-names.h"
 #include "wire-rules.h"
 
+#include <tvservice/results.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <string_view>
@@ -126,6 +128,9 @@ std::string phraseOf(const Type& type) {
 std::string asText() {
     std::string text = "Messages and records, version " + std::to_string(version) + "\n\n";
     for (const char* rule : wireRules) text += wrapped(rule);
+    text += "\nResults, in the field \"result\" of answers: number, name, meaning.\n";
+    for (const auto& [number, name, meaning] : tvservice::results)
+        text += padded(std::to_string(number), 4) + padded(name, 21) + meaning + "\n";
     text += "\nEach field: offset, size in bytes, name, type.\n";
     for (const auto& service : services()) {
         for (const auto& message : service.messages)
@@ -155,6 +160,12 @@ std::string asMarkdown() {
     for (const auto& message : {services()[0].messages.front(), services()[0].messages.back()})
         text += row({message.direction, hex(message.meta.instance), hex(message.meta.interfaceCode),
                      std::to_string(message.meta.flag)});
+    text +=
+        "\n## Results\n\nIn the field `result` of answers. 0 and 1 mean the same with every service; the others are "
+        "those "
+        "of the\nreference services.\n\n" +
+        header({"Result", "Name", "Meaning"});
+    for (const auto& [number, name, meaning] : tvservice::results) text += row({std::to_string(number), name, meaning});
     for (const auto& service : services()) {
         const std::string name = service.name;
         text += "\n## " + name + ": requests\n\n" + messageTable(service, "Request");

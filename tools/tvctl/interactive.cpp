@@ -1,18 +1,30 @@
 #include "interactive.h"
 
+#include "completion.h"
+#include "failure.h"
+#include "interruption.h"
 #include "session.h"
+#include "verbs.h"
 
 #include <host/environment.h>
+#include <host/printable.h>
+#include <host/shell-client.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <histedit.h>
 #include <iostream>
+#include <iterator>
+#include <stdexcept>
 #include <string>
-#include <string_view>
+#include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace tvctl {
 namespace {
@@ -22,8 +34,8 @@ constexpr int historyLines = 1000;
 // The line editor. Its history persists across sessions.
 class Editor {
 public:
-    Editor(Session& session, const Options& options)
-        : session_(session),
+    explicit Editor(const Options& options)
+        : completion_(options),
           prompt_(options.target + "> "),
           editor_(el_init("tvctl", stdin, stdout, stderr)),
           history_(history_init()) {
@@ -35,8 +47,11 @@ public:
         history(history_, &event, H_SETSIZE, historyLines);
         history(history_, &event, H_SETUNIQUE, 1);
         el_set(editor_, EL_HIST, history, history_);
-        el_set(editor_, EL_ADDFN, "complete-command", "Complete the command word", &Editor::complete);
-        el_set(editor_, EL_BIND, "^I", "complete-command", nullptr);
+        el_set(editor_, EL_ADDFN, "complete-word", "Complete the word", &Editor::complete);
+        el_set(editor_, EL_BIND, "^I", "complete-word", nullptr);
+        el_set(editor_, EL_ADDFN, "cancel-line", "Begin a new line", &Editor::cancel);
+        el_set(editor_, EL_BIND, "^C", "cancel-line", nullptr);
+        el_set(editor_, EL_SETTY, "-d", "-isig", nullptr);
         try {
             historyFile_ = host::stateDirectory() + "/tvctl-history";
             history(history_, &event, H_LOAD, historyFile_.c_str());
@@ -79,48 +94,124 @@ private:
 
     static char* prompt(EditLine* editor) { return of(editor).prompt_.data(); }
 
-    // Extends the command word to the common prefix of all matching commands; lists them when that adds nothing.
+    // Extends the last word to the common prefix of all candidates; lists them when that adds nothing.
     static unsigned char complete(EditLine* editor, int) {
         const LineInfo* info = el_line(editor);
-        const std::string_view typed(info->buffer, static_cast<std::size_t>(info->cursor - info->buffer));
-        if (typed.find_first_of(" \t") != std::string_view::npos) return CC_ERROR;
-        auto words = of(editor).session_.commandWords();
-        std::erase_if(words, [typed](const std::string& word) { return word.compare(0, typed.size(), typed) != 0; });
-        if (words.empty()) return CC_ERROR;
-        std::string shared = words[0];
-        for (const auto& word : words) {
-            const auto ends = std::mismatch(shared.begin(), shared.end(), word.begin(), word.end());
+        const std::string typed(info->buffer, static_cast<std::size_t>(info->cursor - info->buffer));
+        const auto candidates = of(editor).completion_.candidates(typed);
+        if (candidates.empty()) return CC_ERROR;
+        std::string shared = candidates[0];
+        for (const auto& candidate : candidates) {
+            const auto ends = std::mismatch(shared.begin(), shared.end(), candidate.begin(), candidate.end());
             shared.erase(ends.first, shared.end());
         }
-        std::string addition = shared.substr(typed.size());
-        if (words.size() == 1) addition += ' ';
+        const std::size_t begin = typed.find_last_of(" \t") + 1;
+        std::string addition = shared.substr(std::min(typed.size() - begin, shared.size()));
+        if (candidates.size() == 1) addition += ' ';
         if (addition.empty()) {
             std::cout << '\n';
-            for (const auto& word : words) std::cout << word << '\n';
+            for (const auto& candidate : candidates) std::cout << host::printable(candidate) << '\n';
             std::cout.flush();
             return CC_REDISPLAY;
         }
         return el_insertstr(editor, addition.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
     }
 
-    Session& session_;
+    // Ctrl-C: leaves the line unused and begins a new one. The terminal sends no signal for it while a line is edited:
+    // the receiver may be in the same process group.
+    static unsigned char cancel(EditLine* editor, int) {
+        const LineInfo* info = el_line(editor);
+        el_cursor(editor, static_cast<int>(info->lastchar - info->cursor));
+        el_deletestr(editor, static_cast<int>(info->lastchar - info->buffer));
+        std::cout << "^C\n" << std::flush;
+        return el_insertstr(editor, "\n") == 0 ? CC_NEWLINE : CC_ERROR; // without it, the input would end here
+    }
+
+    Completion completion_;
     std::string prompt_;
     EditLine* editor_;
     History* history_;
     std::string historyFile_;
 };
 
-// Runs each line that read returns.
-template <class Read> int runLines(Session& session, const Read& read) {
-    int exitCode = exitDone;
+// Runs a command of tvctl itself or of the process.
+int runLine(const Options& given, const std::string& line) {
+    Options options = given;
+    const Verb* verb = nullptr;
+    std::vector<std::string> words;
+    try {
+        const auto first = host::wordsOf(line, 1);
+        verb = first.empty() ? nullptr : findVerb(first[0]);
+        words = host::wordsOf(line, line.size());
+    } catch (const std::invalid_argument& error) {
+        if (verb) return report(std::cerr, options.json, {exitUsage, -EINVAL}, error.what());
+        return Session(options).run(line); // the process may take the rest of a line as it is
+    }
+    std::vector<std::string> arguments{std::next(words.begin()), words.end()};
+    if (!verb) {
+        if (const auto exitCode = takeOptions(arguments, options)) return *exitCode;
+        if (arguments.size() + 1 == words.size()) return Session(options).run(line);
+        arguments.insert(arguments.begin(), words[0]);
+        return Session(options).run(arguments);
+    }
+    if (verb->run == runShell)
+        return report(std::cerr, options.json, {exitUsage, -EINVAL}, "this is a shell already; \"exit\" ends it");
+    return verb->run(options, arguments);
+}
+
+// Runs each line that read returns, until the input's end, "exit", or a line for which run returns false.
+template <class Read, class Run> void runLines(const Read& read, const Run& run) {
     std::string line;
     while (read(line)) {
         const auto begin = line.find_first_not_of(" \t\r\n");
         if (begin == std::string::npos) continue;
         line = line.substr(begin, line.find_last_not_of("\r\n") + 1 - begin);
-        if (line.substr(0, line.find_last_not_of(" \t") + 1) == "exit") break;
-        exitCode = session.run(line);
+        if (line.substr(0, line.find_last_not_of(" \t") + 1) == "exit" || !run(line)) return;
     }
+}
+
+// Ends at the first failure unless it is to keep going. Returns the first failure's code.
+int runScript(const Options& options, bool keepGoing) {
+    int exitCode = exitDone;
+    runLines([](std::string& line) { return static_cast<bool>(std::getline(std::cin, line)); },
+             [&](const std::string& line) {
+                 const int result = runLine(options, line);
+                 if (exitCode == exitDone) exitCode = result;
+                 return result == exitDone || keepGoing;
+             });
+    return exitCode;
+}
+
+// Runs a line in a child process, which Ctrl-C ends. Returns its exit code.
+int runInChild(const Options& options, const std::string& line) {
+    std::cout.flush();
+    const pid_t child = fork();
+    if (child < 0)
+        return report(std::cerr, options.json, {exitFailed, -errno},
+                      std::string("cannot fork: ") + std::strerror(errno));
+    if (child == 0) {
+        endWhenInterrupted();
+        const int exitCode = runLine(options, line);
+        std::cout.flush();
+        _exit(exitCode);
+    }
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    const int exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    if (exitCode == exitInterrupted) std::cout << std::endl; // after the ^C that the terminal shows
+    return exitCode;
+}
+
+int runDialogue(const Options& options) {
+    std::signal(SIGINT, SIG_IGN);
+    Editor editor(options);
+    int exitCode = exitDone;
+    runLines([&](std::string& line) { return editor.read(line); },
+             [&](const std::string& line) {
+                 exitCode = runInChild(options, line);
+                 return true;
+             });
     return exitCode;
 }
 
@@ -128,15 +219,16 @@ template <class Read> int runLines(Session& session, const Read& read) {
 
 int runShell(const Options& given, const std::vector<std::string>& arguments) {
     Options options = given;
-    CLI::App app("Runs commands of the process, one per line of standard input, until its end or \"exit\".",
-                 "tvctl shell");
+    bool keepGoing = false;
+    CLI::App app(
+        "Runs commands of the process and of tvctl itself, one per line, until the end of input or \"exit\". Reads\n"
+        "from the terminal, where Tab completes words and Ctrl-C ends a command or leaves a line, or from a file or\n"
+        "pipe, where it ends with the first command that fails and its exit code.",
+        "tvctl shell");
     addOptions(app, options);
+    app.add_flag("--keep-going", keepGoing, "Run the lines after a failure, too; end with the first failure's code");
     if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;
-    Session session(options);
-    if (!isatty(STDIN_FILENO))
-        return runLines(session, [](std::string& line) { return static_cast<bool>(std::getline(std::cin, line)); });
-    Editor editor(session, options);
-    return runLines(session, [&editor](std::string& line) { return editor.read(line); });
+    return isatty(STDIN_FILENO) ? runDialogue(options) : runScript(options, keepGoing);
 }
 
 } // namespace tvctl

@@ -34,6 +34,8 @@ std::size_t distance(std::string_view a, std::string_view b) {
 
 } // namespace
 
+std::vector<std::string> notificationNames() { return {std::begin(notifications), std::end(notifications)}; }
+
 std::string checkNotification(const std::string& name) {
     if (std::find(std::begin(notifications), std::end(notifications), name) != std::end(notifications)) return {};
     const std::string typed = name.substr(0, 64); // longer than any name

@@ -2,8 +2,11 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace tvctl {
+
+std::vector<std::string> notificationNames();
 
 // Returns an error text with the nearest names; empty when the notification exists.
 std::string checkNotification(const std::string& name);

@@ -3,6 +3,8 @@
 #include <host/printable.h>
 
 #include <CLI/CLI.hpp>
+#include <iterator>
+#include <utility>
 
 namespace tvctl {
 namespace {
@@ -46,6 +48,29 @@ std::optional<int> parseArguments(CLI::App& app, const std::vector<std::string>&
         return app.exit(error) == 0 ? exitDone : exitUsage;
     }
     return std::nullopt;
+}
+
+std::optional<int> takeOptions(std::vector<std::string>& arguments, Options& options) {
+    std::vector<std::string> own, others;
+    for (auto next = arguments.begin(); next != arguments.end(); ++next) {
+        if (*next == "--") {
+            others.insert(others.end(), std::next(next), arguments.end());
+            break;
+        }
+        const std::string name = next->substr(0, next->find('='));
+        const bool takesValue = name == "--target" || name == "--timeout";
+        if (!takesValue && *next != "--json" && *next != "--quiet") {
+            others.push_back(*next);
+            continue;
+        }
+        own.push_back(*next);
+        if (takesValue && name == *next && std::next(next) != arguments.end()) own.push_back(*++next);
+    }
+    arguments = std::move(others);
+    if (own.empty()) return std::nullopt;
+    CLI::App app;
+    addOptions(app, options);
+    return parseArguments(app, own);
 }
 
 } // namespace tvctl

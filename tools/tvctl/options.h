@@ -20,6 +20,8 @@ enum ExitCode {
     exitTimedOut = 4,
     exitRefused = 5,
     exitBadData = 6,
+    exitNotShown = 7,
+    exitGivenUp = 8,
     exitInterrupted = 130,
 };
 
@@ -31,15 +33,6 @@ struct Options {
     bool timeoutGiven = false;
 };
 
-// A command of tvctl itself; any other first word is a command of the target process. run takes the options before the
-// verb and the arguments after it, and returns the exit code.
-struct Verb {
-    const char* name;
-    const char* help; // for people, one line
-    int (*run)(const Options& options, const std::vector<std::string>& arguments);
-    bool configured = true; // whether it needs a valid configuration
-};
-
 // Adds the shared options to app, which stores their values in options. Both must outlive the parsing.
 void addOptions(CLI::App& app, Options& options);
 
@@ -49,5 +42,9 @@ void escapeFailures(CLI::App& app);
 // Parses a verb's arguments. Returns the exit code when the verb must not run: they are invalid or ask for help, and
 // the text has been printed.
 std::optional<int> parseArguments(CLI::App& app, const std::vector<std::string>& arguments);
+
+// Takes the shared options out of the arguments of a process's command, up to an argument "--", which it takes, too.
+// Arguments that look like other options stay. Returns the exit code when they are wrong.
+std::optional<int> takeOptions(std::vector<std::string>& arguments, Options& options);
 
 } // namespace tvctl

@@ -15,18 +15,6 @@ namespace tvctl {
 int Session::run(const std::vector<std::string>& words) { return runAndReport(words); }
 int Session::run(const std::string& line) { return runAndReport(line); }
 
-std::vector<std::string> Session::commandWords() {
-    std::vector<std::string> words;
-    try {
-        const auto list = nlohmann::json::parse(ask(std::string("help"), true).output);
-        for (const auto& entry : list) words.push_back(entry.at("command").get<std::string>());
-    } catch (const std::exception&) {
-        // Completion is optional: the next command reports the problem.
-        words.clear();
-    }
-    return words;
-}
-
 template <class Command> host::ShellReply Session::ask(const Command& command, bool json) {
     if (!client_.isConnected()) client_.connect(host::shellEndpointOf(options_.target));
     return client_.run(command, json, options_.timeout);

@@ -18,9 +18,6 @@ public:
     int run(const std::vector<std::string>& words);
     int run(const std::string& line);
 
-    // The receiver's command words; empty when it cannot be reached.
-    std::vector<std::string> commandWords();
-
 private:
     template <class Command> host::ShellReply ask(const Command& command, bool json);
     template <class Command> int runAndReport(const Command& command);

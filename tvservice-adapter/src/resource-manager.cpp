@@ -7,6 +7,7 @@
 #include <lrt/run-log-agent.h>
 #include <mmservice/interfaces.h>
 #include <ov/uri.h>
+#include <tvservice-adapter/destination.h>
 #include <tvservice/interfaces.h>
 
 #include <algorithm>
@@ -176,10 +177,8 @@ int ResManager::tvServiceReq(frame::MsgIds&, const frame::TransportInfo&, const 
 
         const auto parsed = std::make_shared<uri::LtUri>(request.uri);
         const std::string scheme = parsed->getScheme();
-        if (scheme == uri::Scheme::File || scheme == uri::Scheme::Fsl2) {
-            const bool recording = (contains(request.uri, "PVR+") || contains(request.uri, "/Video USB REC/")) &&
-                                   !contains(request.uri, ".cache");
-            if (recording) {
+        if (destination::isLocal(scheme)) {
+            if (destination::isRecording(request.uri)) {
                 GENRPC_LOG_PLAIN(module, vdlDebugProgress, "hdrplayback service url %s\n", parsed->getUri().c_str());
                 pTV->push_back(request);
                 request.uri = stopUri;
@@ -191,9 +190,7 @@ int ResManager::tvServiceReq(frame::MsgIds&, const frame::TransportInfo&, const 
                 pStop->push_back(request);
                 pTvStop->push_back(request);
             }
-        } else if (scheme == uri::Scheme::Http || scheme == uri::Scheme::Https || scheme == uri::Scheme::Miracast ||
-                   scheme == uri::Scheme::External || scheme == uri::Scheme::YouTube ||
-                   scheme == uri::Scheme::YouTubeV4 || scheme == uri::Scheme::Rtp) {
+        } else if (destination::isStream(scheme)) {
             pMM->push_back(request);
             request.uri = stopUri;
             pStop->push_back(request);

@@ -140,4 +140,10 @@ ShellReply ShellClient::exchange(const std::string& request, std::chrono::millis
     }
 }
 
+std::vector<std::string> wordsOf(const std::string& line, std::size_t most) {
+    auto taken = appovshell::takeWords(line, most);
+    if (taken.error) throw std::invalid_argument(taken.error);
+    return std::move(taken.words);
+}
+
 } // namespace host

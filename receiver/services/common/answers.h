@@ -3,9 +3,11 @@
 #pragma once
 
 #include "common/fault-switches.h"
+#include "common/log.h"
 #include "common/result.h"
 #include "common/terminal-table.h"
 
+#include <host/printable.h>
 #include <tvservice/core-records.h>
 
 #include <chrono>
@@ -16,7 +18,7 @@
 namespace services {
 
 // Executes requests in order and returns one answer for each. check(terminal, uri) returns result::done, or why the
-// terminal cannot show the URI. A request for which the table has no room gets result::nothingShown. A terminal whose
+// terminal cannot show the URI. A request for which the table has no room gets result::noRoom. A terminal whose
 // request fails keeps showing what it did. Without evictions, a full table evicts nothing.
 template <class Info, class Request, class Check>
 std::vector<Info> execute(const std::vector<Request>& requests, std::uint64_t client, TerminalTable& table,
@@ -30,8 +32,7 @@ std::vector<Info> execute(const std::vector<Request>& requests, std::uint64_t cl
         if (request.uri == tvservice::stopUri)
             table.stop(terminal);
         else if (result = check(terminal, request.uri); result == result::done)
-            if (!table.show(terminal, {request.uri, request.uuid, client, now}, evictions))
-                result = result::nothingShown;
+            if (!table.show(terminal, {request.uri, request.uuid, client, now}, evictions)) result = result::noRoom;
         Info& info = infos.emplace_back();
         info.terminal.type = terminal.type;
         info.terminal.id = terminal.id;
@@ -39,6 +40,9 @@ std::vector<Info> execute(const std::vector<Request>& requests, std::uint64_t cl
         info.uri = request.uri;
         info.uuid = request.uuid;
         info.reqId = request.reqId;
+        SERVICE_LOG(vdlDebugProgress, "client %llu: request %s: terminal %d:%d: %s: %s\n",
+                    static_cast<unsigned long long>(client), host::printable(request.reqId).c_str(), terminal.type,
+                    terminal.id, host::printable(request.uri).c_str(), tvservice::nameOfResult(result));
     }
     return infos;
 }

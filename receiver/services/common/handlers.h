@@ -1,6 +1,8 @@
 // Binds a service's handlers to its requests.
 #pragma once
 
+#include "common/log.h"
+
 #include <frame/omq-io-module.h>
 
 #include <cstdint>
@@ -8,11 +10,13 @@
 
 namespace services {
 
-// Calls service.method(client, arguments...) for each request of this kind, on the receiving thread. client: the number
-// of the connection that sent it. service must outlive the queue's receiving.
+// Logs each request of this kind and calls service.method(client, arguments...), on the receiving thread. client: the
+// number of the connection that sent it. service must outlive the queue's receiving.
 template <class Message, auto method, class Service> void bind(frame::OmqIOModule& channel, Service& service) {
     const frame::MessageHandler handler = [](const frame::MsgMeta&, const frame::TransportInfo& transport,
                                              const void* payload, void* context) {
+        SERVICE_LOG(vdlDebugProgress, "client %llu: %s\n", static_cast<unsigned long long>(transport.connection),
+                    Message::name);
         std::apply(
             [&](const auto&... args) { (static_cast<Service*>(context)->*method)(transport.connection, args...); },
             Message::Body::read(payload));

@@ -2,6 +2,7 @@
 
 #include <frame/io-statistics.h>
 #include <host/printable.h>
+#include <vdl/debug.h>
 
 #include <cerrno>
 #include <chrono>
@@ -37,15 +38,14 @@ std::string lineOf(const Json& object) {
     return line + '\n';
 }
 
-// A list as one line of JSON, or as a line for people per object.
+const char* onOff(bool value) { return value ? "on" : "off"; }
+
+} // namespace
+
 void printList(appovshell::Server& shell, const Json& list) {
     if (shell.wantsJson()) return shell.print(dump(list) + '\n');
     for (const Json& object : list) shell.print(lineOf(object));
 }
-
-const char* onOff(bool value) { return value ? "on" : "off"; }
-
-} // namespace
 
 template <int (ShellCommands::*command)()> int ShellCommands::call(void* context) {
     return (static_cast<ShellCommands*>(context)->*command)();
@@ -63,6 +63,8 @@ int ShellCommands::registerWith(appovshell::Server& shell) {
          std::string("NAME [VALUE] - sets a fault of the answers to play and stop requests: ") + FaultSwitches::help(),
          call<&ShellCommands::setFault>},
         {"faults", "- lists the fault switches", call<&ShellCommands::printFaults>},
+        {"log :s", "MODULE=LEVEL[,...] - changes what is logged; service=info logs each request",
+         call<&ShellCommands::setLogLevels>},
         {"stats [:s]",
          "[TABLES] - counts the messages; with \"tables\", how full each table is and how much it refused",
          call<&ShellCommands::printStatistics>},
@@ -70,6 +72,13 @@ int ShellCommands::registerWith(appovshell::Server& shell) {
     for (const auto& [specification, help, handler] : commands)
         if (const int result = shell.registerCommand(specification, help, handler, this); result < 0) return result;
     return 0;
+}
+
+int ShellCommands::setLogLevels() {
+    const std::string problem = vdlDebugSetLevels(shell_->getArgument(0));
+    if (problem.empty()) return 0;
+    shell_->print(problem + "\n");
+    return -EINVAL;
 }
 
 int ShellCommands::printTerminals() {

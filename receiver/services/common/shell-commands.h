@@ -7,12 +7,13 @@
 #include <appovshell/server.h>
 
 #include <functional>
+#include <nlohmann/json_fwd.hpp>
 #include <utility>
 #include <vector>
 
 namespace services {
 
-// Registers "terminals", "fault", "faults" and "stats" with a shell; must live as long as the shell serves.
+// Registers "terminals", "fault", "faults", "log" and "stats" with a shell; must live as long as the shell serves.
 class ShellCommands {
 public:
     ShellCommands(const TerminalTable& table, FaultSwitches& faults) : table_(table), faults_(faults) {}
@@ -33,6 +34,7 @@ private:
     int printTerminals();
     int setFault();
     int printFaults();
+    int setLogLevels();
     int printStatistics();
     int printTables();
 
@@ -41,5 +43,8 @@ private:
     std::function<std::vector<TableCount>()> serviceTables_;
     appovshell::Server* shell_ = nullptr;
 };
+
+// Prints a list as one line of JSON, or as a line for people per object.
+void printList(appovshell::Server& shell, const nlohmann::ordered_json& list);
 
 } // namespace services

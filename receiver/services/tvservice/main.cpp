@@ -2,6 +2,7 @@
 #include "common/exit-code.h"
 #include "common/program.h"
 #include "tvservice/channel-list.h"
+#include "tvservice/channels-command.h"
 #include "tvservice/emit.h"
 #include "tvservice/tv-service.h"
 
@@ -19,7 +20,11 @@ int main(int argc, char** argv) {
             channelFile.empty() ? services::ChannelList::builtIn() : services::ChannelList::fromFile(channelFile);
         services::TvService service(program.table(), program.faults(), channels);
         services::EmitCommand emit(service.sender());
-        program.addCommands([&](appovshell::Server& shell) { return emit.registerWith(shell); });
+        services::ChannelsCommand list(channels);
+        program.addCommands([&](appovshell::Server& shell) {
+            const int result = emit.registerWith(shell);
+            return result < 0 ? result : list.registerWith(shell);
+        });
         program.addTables([&] { return service.tables(); });
         return program.run([&] { service.offer(host::messageQueue()); });
     } catch (const services::ChannelListError& error) {

@@ -5,7 +5,7 @@
 //   play, stop       One TvServiceInfo with all answers to the client, delayed and falsified as the fault switches
 //                    demand. For each channel that is shown, to all: TvServiceTunerStatusMessage before the answers,
 //                    TvServiceTunerResult and the four track infos after them. Of a list with more than 64 channels,
-//                    only the first 64 are reported. A play without room is answered with result::nothingShown.
+//                    only the first 64 are reported. A play without room is answered with result::noRoom.
 //   swap window      intParam1 is a type: the terminals type:0 and 0:0 swap what they show. TvServiceSwapWinInfo with
 //                    that type to all, or with -1 to the client when one terminal is locked, there is nothing to swap,
 //                    or the entry that moves is another client's and the client has no room for one more terminal.

@@ -7,8 +7,11 @@
 namespace services {
 
 std::int32_t checkTvUri(const ChannelList& channels, const std::string& uri) {
-    const bool broadcast = ov::orveltools::uri::LtUri(uri).getScheme() == "dvb";
-    return broadcast && !channels.has(uri) ? result::unknownChannel : result::done;
+    namespace Scheme = ov::orveltools::uri::Scheme;
+    const std::string scheme = ov::orveltools::uri::LtUri(uri).getScheme();
+    if (scheme == "dvb") return channels.has(uri) ? result::done : result::unknownChannel;
+    const bool isShown = scheme == "rec" || scheme == "hdmi" || scheme == Scheme::File || scheme == Scheme::Fsl2;
+    return isShown ? result::done : result::unsupportedUri;
 }
 
 } // namespace services

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -56,5 +57,9 @@ private:
     int socket_ = -1;
     std::string path_;
 };
+
+// The first words of a command line, at most so many, split as a shell splits them: by blanks, with double quotes and
+// backslashes. Throws std::invalid_argument, with the reason, for a quote that is not closed and the like.
+std::vector<std::string> wordsOf(const std::string& line, std::size_t most);
 
 } // namespace host

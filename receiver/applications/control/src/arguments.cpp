@@ -8,7 +8,7 @@ namespace control {
 bool readTerminal(std::string_view text, tvservice::TvServiceTerminal_t& terminal) {
     const auto colon = text.find(':');
     return colon != std::string_view::npos && readNumber(text.substr(0, colon), terminal.type) &&
-           readNumber(text.substr(colon + 1), terminal.id);
+           readNumber(text.substr(colon + 1), terminal.id) && terminal.type >= 0 && terminal.id >= 0;
 }
 
 std::string nameOf(const tvservice::TvServiceTerminal_t& terminal) {
@@ -26,7 +26,7 @@ int reject(appovshell::Server& shell, const std::string& why) {
 }
 
 int rejectTerminal(appovshell::Server& shell, const std::string& text) {
-    return reject(shell, "terminal " + inQuotes(text) + ": expected TYPE:ID, two decimal numbers");
+    return reject(shell, "terminal " + inQuotes(text) + ": expected TYPE:ID, two decimal numbers from 0");
 }
 
 bool ArgumentReader::next(std::string& text) {
@@ -62,7 +62,7 @@ void ArgumentReader::read(std::int32_t& number) {
 void ArgumentReader::read(tvservice::TvServiceTerminal_t& terminal) {
     std::string argument;
     if (next(argument) && !readTerminal(argument, terminal))
-        reject("must be TYPE:ID, two decimal numbers of 32 bits, not " + inQuotes(argument));
+        reject("must be TYPE:ID, two decimal numbers from 0 to 2147483647, not " + inQuotes(argument));
 }
 
 } // namespace control

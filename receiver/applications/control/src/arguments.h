@@ -25,7 +25,7 @@ template <class Number> bool readNumber(std::string_view text, Number& number) {
     return error == std::errc{} && end == text.data() + text.size();
 }
 
-// Parses "type:id". Returns false, with terminal undefined, when text is malformed.
+// Parses "type:id". Returns false, with terminal undefined, when text is malformed or a number is negative.
 bool readTerminal(std::string_view text, tvservice::TvServiceTerminal_t& terminal);
 std::string nameOf(const tvservice::TvServiceTerminal_t& terminal);
 

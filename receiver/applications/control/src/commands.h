@@ -14,11 +14,11 @@ namespace control {
 class Commands {
 public:
     Commands(tvservice::ModelTvServiceAdapter& adapter, const TerminalView& view, const NotificationLog& notifications,
-             appovshell::Server& shell)
+             RequestLog& requests, appovshell::Server& shell)
         : zap_(adapter, shell),
-          play_(adapter, zap_.zapper(), shell),
+          play_(adapter, zap_.zapper(), requests, shell),
           requests_(adapter, shell),
-          state_(adapter, view, notifications, shell) {}
+          state_(adapter, view, notifications, requests, shell) {}
 
     // Registers every command with the shell. Returns 0 or the shell's first negative result.
     int registerAll() {

@@ -1,8 +1,10 @@
-// The control application: it is a client of the adapter, records what each terminal shows and all notifications, and
-// offers shell commands to control the receiver.
+// The control application: it is a client of the adapter, records what each terminal shows, all requests and all
+// notifications, and offers shell commands to control the receiver.
 #include "commands.h"
 #include "log.h"
 #include "notification-log.h"
+#include "request-log.h"
+#include "request-watch.h"
 #include "terminal-view.h"
 
 #include <appovshell/server.h>
@@ -14,6 +16,7 @@
 #include <boost/make_shared.hpp>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 
 namespace control {
 namespace {
@@ -52,23 +55,30 @@ private:
 
         view_ = boost::make_shared<TerminalView>();
         notifications_ = boost::make_shared<NotificationLog>();
-        commands_ = std::make_unique<Commands>(*adapter, *view_, *notifications_, *shell);
+        requests_ = boost::make_shared<RequestLog>();
+        commands_ = std::make_unique<Commands>(*adapter, *view_, *notifications_, *requests_, *shell);
         result = commands_->registerAll();
         if (result < 0) {
             logFailure("cannot register the shell commands", result);
             return result;
         }
         result = adapter->addClient(view_);
-        return result < 0 ? result : adapter->addClient(notifications_);
+        if (result == 0) result = adapter->addClient(notifications_);
+        if (result == 0) result = adapter->addClient(requests_);
+        if (result == 0) watch_.emplace(*requests_, *adapter);
+        return result;
     }
     int performStopping() override {
+        watch_.reset();
         if (commands_) commands_->end();
         return frame::AbstractApplication::performStopping();
     }
 
     boost::shared_ptr<TerminalView> view_;
     boost::shared_ptr<NotificationLog> notifications_;
+    boost::shared_ptr<RequestLog> requests_;
     std::unique_ptr<Commands> commands_;
+    std::optional<RequestWatch> watch_;
 };
 
 } // namespace

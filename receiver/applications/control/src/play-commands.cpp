@@ -21,31 +21,37 @@ int PlayCommands::registerAll() {
 }
 
 int PlayCommands::play() {
-    const std::string uri = shell_.getArgument(1);
-    if (uri.empty()) return reject(shell_, "no URI given");
-    return submit(uri, shell_.getArgument(2));
+    tvservice::TvServiceReq_t request;
+    request.uri = shell_.getArgument(1);
+    request.uuid = shell_.getArgument(2);
+    if (request.uri.empty()) return reject(shell_, "no URI given");
+    return submit(request);
 }
 
-int PlayCommands::stop() { return submit(tvservice::stopUri, ""); }
+int PlayCommands::stop() {
+    tvservice::TvServiceReq_t request;
+    request.uri = tvservice::stopUri;
+    return submit(request);
+}
 
-int PlayCommands::submit(const std::string& uri, const std::string& uuid) {
+int PlayCommands::submit(const tvservice::TvServiceReq_t& common) {
     std::vector<tvservice::TvServiceReq_t> requests;
-    std::istringstream terminals(shell_.getArgument(0));
+    // The comma at the end makes a terminal of what follows the last comma, be it empty.
+    std::istringstream terminals(shell_.getArgument(0) + ",");
     for (std::string text; std::getline(terminals, text, ',');) {
-        tvservice::TvServiceReq_t request;
-        if (!readTerminal(text, request.terminal)) return rejectTerminal(shell_, text);
-        request.uri = uri;
-        request.uuid = uuid;
-        requests.push_back(std::move(request));
+        requests.push_back(common);
+        if (!readTerminal(text, requests.back().terminal)) return rejectTerminal(shell_, text);
     }
-    if (requests.empty()) return reject(shell_, "no terminal given");
+    const std::string id = log_.begin(requests);
     for (const auto& request : requests) zapper_.forget(request.terminal);
     frame::MsgIds ids;
-    const int result = adapter_.tvServiceReq(ids, frame::TransportInfo{}, requests);
-    if (result < 0) return result;
+    if (const int result = adapter_.tvServiceReq(ids, frame::TransportInfo{}, requests); result < 0) {
+        log_.cancel(id);
+        return result;
+    }
     const auto count = requests.size();
-    shell_.print(shell_.wantsJson() ? genrpc::textOf(genrpc::Json{{"queued", count}}) + "\n"
-                                    : "queued " + std::to_string(count) + "\n");
+    shell_.print(shell_.wantsJson() ? genrpc::textOf(genrpc::Json{{"queued", count}, {"request", id}}) + "\n"
+                                    : "queued " + std::to_string(count) + " (request " + id + ")\n");
     return 0;
 }
 

@@ -2,11 +2,13 @@
 
 #include "arguments.h"
 #include "command-list.h"
+#include "request-report.h"
 
 #include <frame/io-statistics.h>
 #include <genrpc/json.h>
 #include <host/printable.h>
 #include <lrt/run-log-agent.h>
+#include <tvservice/results.h>
 #include <vdl/debug.h>
 
 #include <algorithm>
@@ -29,6 +31,7 @@ Json toJson(const std::vector<Answer>& answers) {
                         {"reqId", info.reqId},
                         {"terminal", nameOf(info.terminal)},
                         {"result", info.result},
+                        {"resultName", tvservice::nameOfResult(info.result)},
                         {"uri", info.uri},
                         {"uuid", info.uuid},
                         {"uuidAncestor", info.uuidAncestor}});
@@ -42,8 +45,10 @@ Json toJson(const std::vector<TerminalState>& terminals) {
                         {"uri", shown.info.uri},
                         {"uuid", shown.info.uuid},
                         {"reqId", shown.info.reqId},
+                        {"asker", shown.info.reqId.empty() ? "" : askerOf(shown.info.reqId)},
                         {"since", shown.time},
                         {"lastResult", last.info.result},
+                        {"lastResultName", tvservice::nameOfResult(last.info.result)},
                         {"lastUri", last.info.uri},
                         {"lastReqId", last.info.reqId},
                         {"lastTime", last.time}});
@@ -177,6 +182,9 @@ int StateCommands::registerAll() {
         {"terminals", "what each terminal shows, the last answer for it, and what is queued for it",
          call<Self, &Self::terminals>},
         {"answers [:d]", "[N] - the newest N answers (10)", call<Self, &Self::answers>},
+        {"requests [:d]", "[N] - the newest N play and stop requests (10), what became of them and who did not answer",
+         call<Self, &Self::requests>},
+        {"request :s", "ID - the same of the request with this id", call<Self, &Self::request>},
         {"notifications [:s]", "[AFTER] - the notifications after number AFTER (the newest 10)",
          call<Self, &Self::notifications>},
         {"bundles [:d]", "[N] - the requests under way and queued, what each waits for, and since when; the first N",
@@ -200,6 +208,31 @@ int StateCommands::terminals() {
 int StateCommands::answers() {
     const auto count = countArgument(shell_);
     return count ? report(shell_, toJson(view_.newest(*count))) : reject(shell_, "N must be a count");
+}
+
+int StateCommands::requests() {
+    const auto count = countArgument(shell_);
+    if (!count) return reject(shell_, "N must be a count");
+    Json list = Json::array();
+    std::string text;
+    for (const auto& request : requestLog_.newest(*count)) {
+        if (shell_.wantsJson())
+            list.push_back(toJson(request));
+        else
+            for (const auto& line : linesOf(request))
+                text += request.time + " " + askerOf(request.id) + ": " + host::printable(line) + "\n";
+    }
+    shell_.print(shell_.wantsJson() ? genrpc::textOf(list) + "\n" : text);
+    return 0;
+}
+
+int StateCommands::request() {
+    const std::string id = shell_.getArgument(0);
+    const auto request = requestLog_.find(id);
+    if (!request)
+        return reject(shell_, "request " + inQuotes(id) + " is not known; the newest " +
+                                  std::to_string(RequestLog::mostRequests) + " are kept");
+    return report(shell_, Json::array({toJson(*request)}));
 }
 
 int StateCommands::notifications() {
@@ -241,6 +274,7 @@ int StateCommands::stats() {
 int StateCommands::tables() {
     std::vector<TableCount> all = view_.tables();
     all.push_back(notifications_.table());
+    all.push_back(requestLog_.table());
     Json list = Json::array();
     for (const auto& [name, held, most, bytes, mostBytes, dropped] : all)
         list.push_back({{"table", name},

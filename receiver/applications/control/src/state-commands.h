@@ -2,6 +2,7 @@
 #pragma once
 
 #include "notification-log.h"
+#include "request-log.h"
 #include "terminal-view.h"
 
 #include <appovshell/server.h>
@@ -13,8 +14,8 @@ namespace control {
 class StateCommands {
 public:
     StateCommands(const tvservice::ModelTvServiceAdapter& adapter, const TerminalView& view,
-                  const NotificationLog& notifications, appovshell::Server& shell)
-        : adapter_(adapter), view_(view), notifications_(notifications), shell_(shell) {}
+                  const NotificationLog& notifications, RequestLog& requests, appovshell::Server& shell)
+        : adapter_(adapter), view_(view), notifications_(notifications), requestLog_(requests), shell_(shell) {}
 
     // Registers every command with the shell. Returns 0 or the shell's first negative result.
     int registerAll();
@@ -22,6 +23,8 @@ public:
 private:
     int terminals();
     int answers();
+    int requests();
+    int request();
     int notifications();
     int bundles();
     int stats();
@@ -32,6 +35,7 @@ private:
     const tvservice::ModelTvServiceAdapter& adapter_;
     const TerminalView& view_;
     const NotificationLog& notifications_;
+    RequestLog& requestLog_;
     appovshell::Server& shell_;
 };
 

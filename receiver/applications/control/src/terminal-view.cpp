@@ -2,9 +2,12 @@
 
 #include "arguments.h"
 #include "log.h"
+#include "request-log.h"
 
 #include <lrt/run-log-agent.h>
+#include <tvservice-adapter/destination.h>
 #include <tvservice-adapter/zap-queue.h>
+#include <tvservice/results.h>
 
 #include <algorithm>
 #include <string_view>
@@ -13,11 +16,14 @@
 namespace control {
 namespace {
 
+using tvservice::destination::isForMmService;
+
 // Splits an id into a prefix and the number at its end. Returns false when the number may not count requests: only ids
-// of the resource manager, which have no prefix, and of zap queues are known to count.
+// of the resource manager, which have no prefix, of zap queues and of the shell's requests are known to count.
 bool readCount(std::string_view reqId, std::string_view& prefix, std::uint64_t& number) {
     prefix = reqId.substr(0, reqId.find_last_not_of("0123456789") + 1);
-    const bool counts = prefix.empty() || prefix.starts_with(tvservice::ZapQueue::idBeginning);
+    const bool counts =
+        prefix.empty() || prefix.starts_with(tvservice::ZapQueue::idBeginning) || isFromShell(std::string(reqId));
     return counts && readNumber(reqId.substr(prefix.size()), number);
 }
 
@@ -33,7 +39,15 @@ bool isOlder(const std::string& reqId, const std::string& than) {
 void take(TerminalState& terminal, const Answer& answer) {
     if (isOlder(answer.info.reqId, terminal.last.info.reqId)) return;
     terminal.last = answer;
-    if (answer.info.result == 0) terminal.shown = answer;
+    if (answer.info.result == tvservice::result::done) {
+        terminal.shown = answer;
+    } else if (answer.info.result != tvservice::result::superseded &&
+               (isForMmService(answer.info.uri) || isForMmService(terminal.shown.info.uri))) {
+        // The MM service plays only after both services have stopped, and it stops before the TV service plays.
+        terminal.shown = answer;
+        terminal.shown.info.uri = tvservice::stopUri;
+        terminal.shown.info.uuid.clear();
+    }
 }
 
 std::size_t bytesIn(const tvservice::TvServiceInfo_t& info) {

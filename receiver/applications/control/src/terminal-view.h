@@ -23,17 +23,19 @@ struct Answer {
 };
 
 struct TerminalState {
-    Answer shown; // set what the terminal shows: stopUri after a stop, empty when nothing was shown yet
-    Answer last;  // to its newest answered request, whatever the result
+    // Set what the terminal shows: stopUri after a stop and after a failure that left it dark, empty when nothing was
+    // shown yet.
+    Answer shown;
+    Answer last; // to its newest answered request, whatever the result
 };
 
 // A client of the adapter. All calls are safe from any thread: answers arrive on the framework's threads, readers run
 // on the shell's.
 //
-// An answer with result 0 to a play or stop request changes what a terminal shows. A failed play, a newer queued
-// request and a late answer do not: a late answer arrives after the answer to a newer request, as far as their ids show
-// which is newer. Answers without a request id report the TV service's own state, not the terminal's: the MM service
-// may be playing there.
+// An answer with result 0 to a play or stop request changes what a terminal shows. So does a failed play before which
+// something was stopped: the terminal is dark then. Other failed plays, a newer queued request and a late answer change
+// nothing: a late answer arrives after the answer to a newer request, as far as their ids show which is newer. Answers
+// without a request id report the TV service's own state, not the terminal's: the MM service may be playing there.
 //
 // Memory is bounded, whatever services send: the oldest answers are evicted, and the terminal whose last answer is the
 // oldest. Everything, including the answers of terminals, takes less than 40 MiB.

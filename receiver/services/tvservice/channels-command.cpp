@@ -1,0 +1,24 @@
+#include "tvservice/channels-command.h"
+
+#include "common/shell-commands.h"
+
+#include <nlohmann/json.hpp>
+
+namespace services {
+
+int ChannelsCommand::registerWith(appovshell::Server& shell) {
+    shell_ = &shell;
+    return shell.registerCommand(
+        "channels", "- lists the channels", [](void* self) { return static_cast<ChannelsCommand*>(self)->print(); },
+        this);
+}
+
+int ChannelsCommand::print() {
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const auto& [uri, name] : channels_.names())
+        list.push_back({{"number", channels_.numberOf(uri)}, {"uri", uri}, {"name", name}});
+    printList(*shell_, list);
+    return 0;
+}
+
+} // namespace services

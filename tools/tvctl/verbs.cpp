@@ -1,0 +1,35 @@
+#include "verbs.h"
+
+#include "config.h"
+#include "doctor.h"
+#include "interactive.h"
+#include "keygen.h"
+#include "play.h"
+#include "schema.h"
+#include "watch.h"
+
+#include <algorithm>
+
+namespace tvctl {
+
+const std::vector<Verb>& verbs() {
+    static const std::vector<Verb> all{
+        {"play", "shows something on terminals and waits for the result", runPlay},
+        {"stop", "stops what terminals show and waits for the result", runStop},
+        {"shell", "runs commands line by line", runShell},
+        {"watch", "prints the notifications to the process's clients as they arrive", runWatch},
+        {"schema", "prints all messages and records with their layout", runSchema},
+        {"config", "prints the settings of a process started here, and where they come from", runConfig},
+        {"keygen", "makes the key pair that identifies this host to others", runKeygen, false},
+        {"doctor", "finds problems of a receiver on this host, and lists who may connect where", runDoctor, false},
+    };
+    return all;
+}
+
+const Verb* findVerb(std::string_view name) {
+    const auto found =
+        std::find_if(verbs().begin(), verbs().end(), [&](const Verb& verb) { return name == verb.name; });
+    return found == verbs().end() ? nullptr : &*found;
+}
+
+} // namespace tvctl
