@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <chrono>
 #include <thread>
+#include <type_traits>
 #include <utility>
 
 namespace access_check {
@@ -20,12 +21,14 @@ namespace {
 using Clock = std::chrono::steady_clock;
 namespace tv = tvservice::messages;
 
-constexpr const char* stream = "rtp://239.0.0.1:5004";
+// Each service shows it without further notifications.
+constexpr const char *stream = "rtp://239.0.0.1:5004", *recording = "rec://film";
 
 template <class Request> Request requestFor(int id) {
     Request request;
     request.terminal = {7, id};
-    if constexpr (requires { request.uri; }) request.uri = stream;
+    if constexpr (requires { request.uri; })
+        request.uri = std::is_same_v<Request, tvservice::TvServiceReq_t> ? recording : stream;
     if constexpr (requires { request.intParam1; }) request.intParam1 = 1;
     return request;
 }

@@ -9,7 +9,7 @@ LIVE, MEDIA = "dvb://1.1.1", "rtp://239.0.0.1:5004"
 # Of both services; they cannot play all of them.
 URIS = (LIVE, MEDIA, "dvb://1.2.3", "file:///no/such/film.ts", "dvb://9.9.9", "http://127.0.0.1/film.mp4")
 STEP = re.compile(
-    r"(?P<what>Sending|Receiving|finished|Found) req_?id (?P<id>\w+)"
+    r"(?P<what>Sending|Receiving|finished|Found) req_?id (?P<id>[\w-]+)"
     r"(?:, ?ResOperation::(?:Sending|Waiting)(?P<phase>\w+))?"
 )
 
@@ -23,15 +23,12 @@ class Player:
 
     def __init__(self, host):
         self.host = host
-        self.requests = 0
         self.parsed = 0  # lines of the log
         self.steps = {}  # request: {(what, phase): seconds}, from the manager's log
 
     def play(self, terminal, uri):
-        """Returns the request's id. The manager numbers requests from 1."""
-        self.host.ask("play", terminal, uri)
-        self.requests += 1
-        return str(self.requests)
+        """Returns the request's id."""
+        return self.host.ask("play", terminal, uri)["request"]
 
     def read_log(self):
         self.host.log.read()
