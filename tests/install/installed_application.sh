@@ -39,7 +39,7 @@ expect() { # NAME TEXT
 # Builds applications against the installed files only, and runs them in a receiver of installed programs, with the
 # installed configuration and channel list. They send every request and zap.
 ServesApplicationsBuiltAgainstIt() {
-    local example examples requests modules
+    local example examples requests
     cmake --install "$build" --prefix "$prefix" >"$folder/install.log"
     "$source/tests/check-search-paths.sh" "$prefix" >"$folder/search-paths.log"
     examples=$(dirname "$(find "$prefix/share" -name channels.toml)")
@@ -52,11 +52,10 @@ ServesApplicationsBuiltAgainstIt() {
     mkdir -m 700 "$folder/run" "$folder/state"
     export RUNTIME_DIRECTORY=$folder/run STATE_DIRECTORY=$folder/state PATH=$prefix/bin:$PATH
     export TVSA_CONFIG=$examples/config.toml
-    modules=$(dirname "$(find "$prefix" -name libapp-tvservice-adapter.so)")
     start tvserviced --channels "$examples/channels.toml"
     start mmserviced
-    frame-host "$modules/libapp-tvservice-adapter.so" "$modules/libcontrol-application.so" \
-        "$folder/every-request/libevery-request.so" "$folder/zapping/libzapping.so" >"$folder/frame-host.log" 2>&1 &
+    frame-host --application control --application "$folder/every-request/libevery-request.so" \
+        --application "$folder/zapping/libzapping.so" >"$folder/frame-host.log" 2>&1 &
     children+=($!)
     requests=$(grep -c ' adapter\..*(ids, here' "$examples/every-request/every-request.cpp")
     expect frame-host "$requests requests are queued"
