@@ -4,13 +4,13 @@
 include(CMakePackageConfigHelpers)
 write_basic_package_version_file(tvservice-adapter-config-version.cmake COMPATIBILITY SameMinorVersion)
 install(FILES cmake/tvservice-adapter-config.cmake
-  ${CMAKE_CURRENT_BINARY_DIR}/tvservice-adapter-config-version.cmake DESTINATION ${TVSA_INSTALL_PACKAGE})
+  ${CMAKE_CURRENT_BINARY_DIR}/tvservice-adapter-config-version.cmake DESTINATION ${TVSA_INSTALL_PACKAGE} COMPONENT development)
 install(EXPORT tvservice-adapter NAMESPACE tvservice-adapter:: DESTINATION ${TVSA_INSTALL_PACKAGE}
-  FILE tvservice-adapter-targets.cmake)
+  FILE tvservice-adapter-targets.cmake COMPONENT development)
 
 # The documents, copied at install time: a changed document needs no build.
 set(documents ${CMAKE_CURRENT_BINARY_DIR}/documents)
 install(CODE "execute_process(COMMAND \"${CMAKE_COMMAND}\" \"-DFROM=${CMAKE_CURRENT_SOURCE_DIR}\"
   \"-DTO=${documents}\" \"-DHEADERS=${TVSA_INSTALL_HEADERS}\" \"-DDOCUMENTS=${TVSA_INSTALL_DOCUMENTS}\"
-  -P \"${CMAKE_CURRENT_SOURCE_DIR}/cmake/documents.cmake\" COMMAND_ERROR_IS_FATAL ANY)")
-install(DIRECTORY ${documents}/ DESTINATION ${TVSA_INSTALL_DOCUMENTS})
+  -P \"${CMAKE_CURRENT_SOURCE_DIR}/cmake/documents.cmake\" COMMAND_ERROR_IS_FATAL ANY)" COMPONENT documents)
+install(DIRECTORY ${documents}/ DESTINATION ${TVSA_INSTALL_DOCUMENTS} COMPONENT documents)

@@ -36,6 +36,11 @@ expect() { # NAME TEXT
         fail "$1 did not write: $2"
 }
 
+# Lists the files and links in a folder.
+files_in() { # FOLDER
+    (cd "$1" && find . -type f -o -type l) | sort
+}
+
 # Builds applications against the installed files only, and runs them in a receiver of installed programs, with the
 # installed configuration and channel list. They send every request and zap.
 ServesApplicationsBuiltAgainstIt() {
@@ -68,6 +73,30 @@ ServesApplicationsBuiltAgainstIt() {
     # Newer zaps replaced these requests.
     ! grep -E "^dvb://1\.1\.([2-9]|1[0-9]): " "$folder/frame-host.log" || return 1
     tvctl terminals >"$folder/terminals.log" # a command of the control application
+}
+
+HasEachFileInOneComponent() {
+    local component
+    cmake --install "$build" --prefix "$prefix" >"$folder/install.log"
+    for component in runtime tools development documents; do
+        cmake --install "$build" --prefix "$folder/$component" --component "$component" >"$folder/$component.log"
+        [[ -d $folder/$component ]] || fail "the component $component is empty"
+        files_in "$folder/$component" >>"$folder/in-components"
+    done
+    # A file of two components is in the list twice.
+    diff <(files_in "$prefix") <(sort "$folder/in-components") || fail "not each file is in one component"
+}
+
+RunsWithTheRuntimeAlone() {
+    cmake --install "$build" --prefix "$prefix" --component runtime >"$folder/install.log"
+    mkdir -m 700 "$folder/run" "$folder/state"
+    export RUNTIME_DIRECTORY=$folder/run STATE_DIRECTORY=$folder/state PATH=$prefix/bin:$PATH TVSA_LOG=info
+    start tvserviced
+    start mmserviced
+    frame-host --application control >"$folder/frame-host.log" 2>&1 &
+    children+=($!)
+    expect frame-host "tvservice: connected"
+    expect frame-host "mmservice: connected"
 }
 
 HasDocumentsWhoseLinksWork() {
