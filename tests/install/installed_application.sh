@@ -41,6 +41,11 @@ files_in() { # FOLDER
     (cd "$1" && find . -type f -o -type l) | sort
 }
 
+# Prints what a library records of a kind: its SONAME, or the libraries that it has NEEDED.
+dynamic() { # KIND LIBRARY
+    LC_ALL=C readelf -dW "$2" | sed -nE "s/^.*\\($1\\).*\\[(.*)\\]$/\\1/p"
+}
+
 # Builds applications against the installed files only, and runs them in a receiver of installed programs, with the
 # installed configuration and channel list. They send every request and zap.
 ServesApplicationsBuiltAgainstIt() {
@@ -97,6 +102,21 @@ RunsWithTheRuntimeAlone() {
     children+=($!)
     expect frame-host "tvservice: connected"
     expect frame-host "mmservice: connected"
+}
+
+NamesTheVersionInEachLibraryThatApplicationsLink() {
+    local version library control soname
+    cmake --install "$build" --prefix "$prefix" >"$folder/install.log"
+    version=$("$prefix/bin/tvctl" --version)
+    version=${version#tvctl } version=${version%.*}
+    control=$(find "$prefix" -name libcontrol-application.so)
+    for library in libframe-platform.so libapp-tvservice-adapter.so; do
+        soname=$(dynamic SONAME "$(find "$prefix" -name "$library")")
+        [[ $soname == "$library.$version" ]] || fail "$library has the SONAME '$soname'"
+        dynamic NEEDED "$control" | grep -qxF "$soname" || fail "an application does not record $soname"
+    done
+    soname=$(dynamic SONAME "$control")
+    [[ -z $soname ]] || fail "the application, which nothing links, has the SONAME '$soname'"
 }
 
 HasDocumentsWhoseLinksWork() {
