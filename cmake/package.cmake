@@ -8,6 +8,17 @@ install(FILES cmake/tvservice-adapter-config.cmake
 install(EXPORT tvservice-adapter NAMESPACE tvservice-adapter:: DESTINATION ${TVSA_INSTALL_PACKAGE}
   FILE tvservice-adapter-targets.cmake COMPONENT development)
 
+# The same for other build systems: pkg-config tvservice-adapter.
+file(RELATIVE_PATH TVSA_PREFIX "/${TVSA_INSTALL_PKGCONFIG}" "/")
+string(REGEX REPLACE "/$" "" TVSA_PREFIX "${TVSA_PREFIX}")
+set(TVSA_BOOST_FLAGS "")
+if(NOT Boost_INCLUDE_DIRS IN_LIST CMAKE_CXX_IMPLICIT_INCLUDE_DIRECTORIES)
+  set(TVSA_BOOST_FLAGS " -isystem ${Boost_INCLUDE_DIRS}")
+endif()
+configure_file(cmake/tvservice-adapter.pc.in tvservice-adapter.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tvservice-adapter.pc DESTINATION ${TVSA_INSTALL_PKGCONFIG}
+  COMPONENT development)
+
 # The documents, copied at install time: a changed document needs no build.
 set(documents ${CMAKE_CURRENT_BINARY_DIR}/documents)
 install(CODE "execute_process(COMMAND \"${CMAKE_COMMAND}\" \"-DFROM=${CMAKE_CURRENT_SOURCE_DIR}\"

@@ -2,15 +2,16 @@
 # Runs one test of the installed files, a function below: installed_application.sh BUILD_FOLDER SOURCE_FOLDER TEST
 set -euo pipefail
 build=$1 source=$2 test=$3
+skipped=77 # exit code
 timeout=30 # seconds; generous, for busy machines
 
 folder=$(mktemp -d)
 prefix=$folder/installed
-children=()
+children=() tvserviced_options=()
 end() {
     local status=$?
     if ((${#children[@]})) && kill "${children[@]}" 2>/dev/null; then wait "${children[@]}" || true; fi
-    if ((status)); then find "$folder" -maxdepth 1 -name '*.log' -exec tail -n 20 {} + >&2; fi
+    if ((status != 0 && status != skipped)); then find "$folder" -maxdepth 1 -name '*.log' -exec tail -n 20 {} + >&2; fi
     rm -rf "$folder"
     exit "$status"
 }
@@ -19,6 +20,14 @@ trap end EXIT
 fail() { # WHAT
     echo "$*" >&2
     return 1
+}
+skip() { # WHY
+    echo "$*"
+    exit "$skipped"
+}
+
+install_to() { # PREFIX OPTION...
+    cmake --install "$build" --prefix "$@" >>"$folder/install.log"
 }
 
 # Starts a service with its output in NAME.log and waits until it is ready.
@@ -46,11 +55,33 @@ dynamic() { # KIND LIBRARY
     LC_ALL=C readelf -dW "$2" | sed -nE "s/^.*\\($1\\).*\\[(.*)\\]$/\\1/p"
 }
 
+# Prints the flags of a compiler that an application takes from its dependencies, with the paths resolved.
+compile_flags() { # FLAG...
+    local flag
+    for flag in "$@"; do
+        case $flag in
+            -D*_EXPORTS) ;; # CMake's own
+            -std=* | -D*) echo "$flag" ;;
+            -I*) echo "-I$(realpath -m "${flag#-I}")" ;;
+        esac
+    done | sort
+}
+
+# Starts a receiver of installed programs.
+start_receiver() { # OPTION_OF_FRAME_HOST...
+    mkdir -m 700 "$folder/run" "$folder/state"
+    export RUNTIME_DIRECTORY=$folder/run STATE_DIRECTORY=$folder/state PATH=$prefix/bin:$PATH
+    start tvserviced "${tvserviced_options[@]}"
+    start mmserviced
+    frame-host "$@" >"$folder/frame-host.log" 2>&1 &
+    children+=($!)
+}
+
 # Builds applications against the installed files only, and runs them in a receiver of installed programs, with the
 # installed configuration and channel list. They send every request and zap.
 ServesApplicationsBuiltAgainstIt() {
     local example examples requests
-    cmake --install "$build" --prefix "$prefix" >"$folder/install.log"
+    install_to "$prefix"
     "$source/tests/check-search-paths.sh" "$prefix" >"$folder/search-paths.log"
     examples=$(dirname "$(find "$prefix/share" -name channels.toml)")
     for example in every-request zapping; do
@@ -59,14 +90,10 @@ ServesApplicationsBuiltAgainstIt() {
         cmake --build "$folder/$example" >"$folder/build-$example.log"
     done
 
-    mkdir -m 700 "$folder/run" "$folder/state"
-    export RUNTIME_DIRECTORY=$folder/run STATE_DIRECTORY=$folder/state PATH=$prefix/bin:$PATH
     export TVSA_CONFIG=$examples/config.toml
-    start tvserviced --channels "$examples/channels.toml"
-    start mmserviced
-    frame-host --application control --application "$folder/every-request/libevery-request.so" \
-        --application "$folder/zapping/libzapping.so" >"$folder/frame-host.log" 2>&1 &
-    children+=($!)
+    tvserviced_options=(--channels "$examples/channels.toml")
+    start_receiver --application control --application "$folder/every-request/libevery-request.so" \
+        --application "$folder/zapping/libzapping.so"
     requests=$(grep -c ' adapter\..*(ids, here' "$examples/every-request/every-request.cpp")
     expect frame-host "$requests requests are queued"
     expect frame-host "terminal 0:0: dvb://1.1.1, result 0"
@@ -82,9 +109,9 @@ ServesApplicationsBuiltAgainstIt() {
 
 HasEachFileInOneComponent() {
     local component
-    cmake --install "$build" --prefix "$prefix" >"$folder/install.log"
+    install_to "$prefix"
     for component in runtime tools development documents; do
-        cmake --install "$build" --prefix "$folder/$component" --component "$component" >"$folder/$component.log"
+        install_to "$folder/$component" --component "$component"
         [[ -d $folder/$component ]] || fail "the component $component is empty"
         files_in "$folder/$component" >>"$folder/in-components"
     done
@@ -93,34 +120,62 @@ HasEachFileInOneComponent() {
 }
 
 RunsWithTheRuntimeAlone() {
-    cmake --install "$build" --prefix "$prefix" --component runtime >"$folder/install.log"
-    mkdir -m 700 "$folder/run" "$folder/state"
-    export RUNTIME_DIRECTORY=$folder/run STATE_DIRECTORY=$folder/state PATH=$prefix/bin:$PATH TVSA_LOG=info
-    start tvserviced
-    start mmserviced
-    frame-host --application control >"$folder/frame-host.log" 2>&1 &
-    children+=($!)
+    install_to "$prefix" --component runtime
+    export TVSA_LOG=info
+    start_receiver --application control
     expect frame-host "tvservice: connected"
     expect frame-host "mmservice: connected"
 }
 
 NamesTheVersionInEachLibraryThatApplicationsLink() {
     local version library control soname
-    cmake --install "$build" --prefix "$prefix" >"$folder/install.log"
+    install_to "$prefix"
     version=$("$prefix/bin/tvctl" --version)
     version=${version#tvctl } version=${version%.*}
     control=$(find "$prefix" -name libcontrol-application.so)
     for library in libframe-platform.so libapp-tvservice-adapter.so; do
         soname=$(dynamic SONAME "$(find "$prefix" -name "$library")")
         [[ $soname == "$library.$version" ]] || fail "$library has the SONAME '$soname'"
-        dynamic NEEDED "$control" | grep -qxF "$soname" || fail "an application does not record $soname"
+        dynamic NEEDED "$control" | grep -xF "$soname" >"$folder/found" || fail "an application does not record $soname"
     done
     soname=$(dynamic SONAME "$control")
     [[ -z $soname ]] || fail "the application, which nothing links, has the SONAME '$soname'"
 }
 
+BuildsApplicationsWithPkgConfig() {
+    local example=minimal-application compiler=${CXX:-c++} flags libraries cmake_flags
+    command -v pkg-config >/dev/null || skip "pkg-config is not installed"
+    install_to "$folder/original"
+    mv "$folder/original" "$prefix"
+    PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name tvservice-adapter.pc)")
+    export PKG_CONFIG_PATH
+    read -ra flags <<<"$(pkg-config --cflags tvservice-adapter)"
+    read -ra libraries <<<"$(pkg-config --libs tvservice-adapter)"
+    "$compiler" -shared -fPIC "${flags[@]}" "$(find "$prefix" -name "$example.cpp")" -o "$folder/lib$example.so" \
+        "${libraries[@]}"
+
+    cat >"$folder/CMakeLists.txt" <<TEXT
+cmake_minimum_required(VERSION 3.25)
+project($example LANGUAGES CXX)
+find_package(tvservice-adapter REQUIRED)
+add_library($example MODULE $(find "$prefix" -name "$example.cpp"))
+target_link_libraries($example PRIVATE tvservice-adapter::client)
+TEXT
+    cmake -S "$folder" -B "$folder/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$compiler" \
+        -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >"$folder/configure.log"
+    cmake --build "$folder/build" >"$folder/build.log"
+    read -ra cmake_flags <<<"$(grep -F '"command"' "$folder/build/compile_commands.json" | sed 's/-isystem /-I/g')"
+    diff <(compile_flags "${flags[@]}") <(compile_flags "${cmake_flags[@]}") ||
+        fail "the CMake package compiles with other flags"
+    diff <(dynamic NEEDED "$folder/lib$example.so") <(dynamic NEEDED "$folder/build/lib$example.so") ||
+        fail "the CMake package links other libraries"
+
+    start_receiver --application "$folder/lib$example.so"
+    expect frame-host "dvb://1.1.1: result 0"
+}
+
 HasDocumentsWhoseLinksWork() {
-    cmake --install "$build" --prefix "$prefix" >"$folder/install.log"
+    install_to "$prefix"
     python3 -B "$source/tests/check-links.py" "$prefix/share/doc/tvservice-adapter"
 }
 
