@@ -174,6 +174,21 @@ TEXT
     expect frame-host "dvb://1.1.1: result 0"
 }
 
+IsRemovedByUninstall() {
+    local own
+    install_to "$prefix"
+    install_to "$folder/part" --component runtime
+    own=$(dirname "$(find "$prefix" -name libcontrol-application.so)")/own-application.so
+    touch "$own" "$prefix/bin/own"
+    cmake --build "$build" --target uninstall >"$folder/uninstall.log"
+    diff <(files_in "$folder/part") /dev/null || fail "files of a component are left"
+    diff <(find "$prefix" "$folder/part" -path '*/tvservice-adapter*' -o -type f -o -type l | sort) \
+        <(printf '%s\n' "$(dirname "$own")" "$own" "$prefix/bin/own" | sort) ||
+        fail "other files are left (<), or other people's are gone (>)"
+    ! cmake --build "$build" --target uninstall >"$folder/uninstall.log" 2>&1 || fail "it removed nothing twice"
+    grep -F "nothing to uninstall" "$folder/uninstall.log" >"$folder/found"
+}
+
 HasDocumentsWhoseLinksWork() {
     install_to "$prefix"
     python3 -B "$source/tests/check-links.py" "$prefix/share/doc/tvservice-adapter"
