@@ -189,6 +189,84 @@ IsRemovedByUninstall() {
     grep -F "nothing to uninstall" "$folder/uninstall.log" >"$folder/found"
 }
 
+# Prints the long options that --help lists.
+options_of() { # PROGRAM [COMMAND]
+    TVSA_CONFIG=/dev/null "$@" --help | grep -oE -- '^  (-.,)?--[a-z-]+' | grep -oE -- '--.*' | sort
+}
+
+HasAManualPageForEachOptionAndSetting() {
+    local page program
+    command -v man >/dev/null || skip "man is not installed"
+    install_to "$prefix"
+    export LC_ALL=C.UTF-8 MANWIDTH=200
+    for page in man1/{frame-host,tvserviced,mmserviced,tvctl}.1 man5/tvservice-adapter.5; do
+        man --warnings -l "$prefix/share/man/$page" >"$folder/${page##*/}" 2>"$folder/warnings.log"
+        [[ ! -s $folder/warnings.log ]] || fail "$page causes warnings"
+    done
+    for program in frame-host tvserviced mmserviced tvctl; do
+        options_of "$prefix/bin/$program" | has_all "$program.1"
+    done
+    options_of "$prefix/bin/tvctl" watch | has_all tvctl.1
+    TVSA_CONFIG=/dev/null "$prefix/bin/tvctl" config | sed -nE 's/^([a-z_]+\.[a-z_]+) .*/\1/p' |
+        has_all tvservice-adapter.5
+}
+# Checks that a page shows all lines of the input.
+has_all() { # PAGE
+    local line lines
+    mapfile -t lines
+    ((${#lines[@]})) || fail "nothing to look for in $1"
+    for line in "${lines[@]}"; do
+        grep -qwF -- "$line" "$folder/$1" || fail "$1 does not show $line"
+    done
+}
+
+# Prints the words that a shell's completion has for the last word of a line.
+complete_in_bash() { # WORD...
+    # shellcheck disable=SC2016 # for that shell
+    bash -c 'source "$1"; COMP_WORDS=("${@:2}") COMP_CWORD=$(($# - 2)); _tvctl; printf "%s\n" "${COMPREPLY[@]}"' \
+        bash "$prefix/share/bash-completion/completions/tvctl" "$@"
+}
+complete_in_zsh() { # WORD...
+    # The shell's own functions would need a terminal. They filter by the last word; here this script does.
+    # shellcheck disable=SC2016
+    zsh -f -c '_describe() { local list=$@[-1]; print -rl -- ${${(P)list}%%:*} }
+        compadd() { _describe "$@" }
+        words=("${@[2,-1]}"); CURRENT=$#words; source "$1"' \
+        zsh "$prefix/share/zsh/site-functions/_tvctl" "$@" | grep -e "^${*: -1}"
+}
+complete_in_fish() { # WORD...
+    # shellcheck disable=SC2016
+    HOME=$folder fish --no-config -c 'source $argv[1]; complete -C "$argv[2]"' \
+        "$prefix/share/fish/vendor_completions.d/tvctl.fish" "$*" | cut -f1
+}
+# Checks that a shell completes the last word to all words of a list.
+completes() { # SHELL LIST WORD...
+    local found
+    found=$("complete_in_$1" "${@:3}" | sort | paste -sd' ') || true # grep fails without a word
+    [[ $found == "$2" ]] || fail "$1 completes '${*:3}' to '$found', not to '$2'"
+}
+completes_tvctl() { # SHELL
+    command -v "$1" >/dev/null || skip "$1 is not installed"
+    install_to "$prefix"
+    mkdir "$folder/bin"
+    # A process whose commands are these.
+    cat >"$folder/bin/tvctl" <<'TEXT'
+#!/bin/sh
+[ "$*" = "--target other --timeout 1 help" ] && printf '%s\n' "play TERMINAL  plays" "pause  pauses" "stop  stops"
+TEXT
+    chmod +x "$folder/bin/tvctl"
+    PATH=$folder/bin:$PATH
+    completes "$1" watch tvctl wa
+    completes "$1" watch tvctl --timeout 3 --json wa
+    completes "$1" "pause play" tvctl --target other p
+    completes "$1" "$(options_of "$prefix/bin/tvctl" | paste -sd' ')" tvctl --
+    completes "$1" "$(options_of "$prefix/bin/tvctl" watch | paste -sd' ')" tvctl watch --
+    completes "$1" "" tvctl watch --count ""
+}
+CompletesCommandsInBash() { completes_tvctl bash; }
+CompletesCommandsInZsh() { completes_tvctl zsh; }
+CompletesCommandsInFish() { completes_tvctl fish; }
+
 HasDocumentsWhoseLinksWork() {
     install_to "$prefix"
     python3 -B "$source/tests/check-links.py" "$prefix/share/doc/tvservice-adapter"
