@@ -1,4 +1,6 @@
 // Runs application libraries in a framework process until SIGTERM or SIGINT.
+#include "applications.h"
+
 #include <host/configuration.h>
 #include <host/receiver.h>
 #include <host/result.h>
@@ -47,14 +49,20 @@ int loadAll(void* context) {
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"Runs application libraries until SIGTERM or SIGINT."};
-    std::vector<std::string> libraries;
+    CLI::App app{"Runs applications until SIGTERM or SIGINT.", "frame-host"};
+    std::vector<std::string> libraries, applications;
     std::string levels;
-    app.add_option("library", libraries, "Application libraries, loaded in this order")->required();
+    app.add_option("LIBRARY", libraries, "Application libraries, loaded in this order");
+    app.add_option("--application", applications,
+                   "Name of an installed application, such as control, or path of a library; loaded after the adapter "
+                   "and each LIBRARY. May be repeated")
+        ->type_name("NAME")
+        ->allow_extra_args(false); // the next word is a library
     app.add_option("--log", levels, "Debug levels, LEVEL or MODULE=LEVEL, comma-separated");
     app.set_version_flag("--version", "frame-host " TVSA_VERSION);
     try {
         app.parse(argc, argv);
+        if (libraries.empty() && applications.empty()) throw CLI::RequiredError("LIBRARY or --application");
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? success : usage;
     }
@@ -64,6 +72,7 @@ int main(int argc, char** argv) {
     }
     return exitCodeOf([&] {
         host::checkConfiguration();
+        libraries = frame_host::librariesToLoad(libraries, applications, frame_host::moduleFolders());
         return host::runProcess(loadAll, &libraries);
     });
 }

@@ -210,6 +210,42 @@ TEST_F(FrameHost, RunsTheExampleOfTheDocumentation) {
     EXPECT_EQ(service->terminate().exitCode, endedAsAsked);
 }
 
+TEST_F(FrameHost, LoadsAnApplicationByNameAfterTheAdapter) {
+    const auto running = start({program("frame-host"), "--application", "control"});
+    EXPECT_TRUE(eventually([&] { return run({program("tvctl"), "terminals"}).exitCode == 0; }));
+    EXPECT_EQ(running->terminate().exitCode, endedAsAsked);
+}
+
+TEST_F(FrameHost, LoadsTheAdapterOnceAndApplicationsInOrder) {
+    const auto running = start({program("frame-host"), "--application", "first", "--application",
+                                pathOf("second-application"), pathOf("app-tvservice-adapter")});
+    ASSERT_TRUE(
+        eventually([&] { return running->error().find("second-application 2: started") != std::string::npos; }));
+    EXPECT_LT(running->error().find("first-application 2: started"),
+              running->error().find("second-application 1: set up"));
+    EXPECT_EQ(running->terminate().exitCode, endedAsAsked);
+}
+
+TEST_F(FrameHost, ListsTheApplicationsWhenItDoesNotFindOne) {
+    const Outcome outcome = run({program("frame-host"), "--application", "first", "--application", "contrl"});
+    EXPECT_EQ(outcome.exitCode, failed);
+    const auto modules = std::filesystem::path(pathOf("frame-platform")).parent_path().string();
+    EXPECT_THAT(outcome.error, StartsWith("frame-host: --application: no libcontrl-application.so in " + modules +
+                                          "; the applications there are: control, first, memberless, "));
+    EXPECT_THAT(stepsIn(outcome.error), IsEmpty());
+}
+
+TEST_F(FrameHost, ReportsWhereItLookedForTheAdapter) {
+    const std::filesystem::path programs = folder / "bin";
+    std::filesystem::create_directory(programs);
+    std::filesystem::copy_file(program("frame-host"), programs / "frame-host");
+    environment["LD_LIBRARY_PATH"] = std::filesystem::path(pathOf("frame-platform")).parent_path().string();
+    const Outcome outcome = run({(programs / "frame-host").string(), "--application", "control"});
+    EXPECT_EQ(outcome.exitCode, failed);
+    EXPECT_THAT(outcome.error, AllOf(HasSubstr("no libapp-tvservice-adapter.so in " + folder.string() + "/lib"),
+                                     HasSubstr("/tvservice-adapter or " + folder.string() + "/lib; install it")));
+}
+
 TEST_F(FrameHost, RejectsWrongUsage) {
     for (const Words& arguments : std::vector<Words>{{}, {"--fast", "x.so"}, {"--log"}, {"--log", "loud", "x.so"}}) {
         Words command{program("frame-host")};

@@ -1,0 +1,27 @@
+# What is installed besides programs, libraries and headers.
+
+# The package for applications: find_package(tvservice-adapter), target tvservice-adapter::client.
+include(CMakePackageConfigHelpers)
+write_basic_package_version_file(tvservice-adapter-config-version.cmake COMPATIBILITY SameMinorVersion)
+install(FILES cmake/tvservice-adapter-config.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/tvservice-adapter-config-version.cmake DESTINATION ${TVSA_INSTALL_PACKAGE} COMPONENT development)
+install(EXPORT tvservice-adapter NAMESPACE tvservice-adapter:: DESTINATION ${TVSA_INSTALL_PACKAGE}
+  FILE tvservice-adapter-targets.cmake COMPONENT development)
+
+# The same for other build systems: pkg-config tvservice-adapter.
+file(RELATIVE_PATH TVSA_PREFIX "/${TVSA_INSTALL_PKGCONFIG}" "/")
+string(REGEX REPLACE "/$" "" TVSA_PREFIX "${TVSA_PREFIX}")
+set(TVSA_BOOST_FLAGS "")
+if(NOT Boost_INCLUDE_DIRS IN_LIST CMAKE_CXX_IMPLICIT_INCLUDE_DIRECTORIES)
+  set(TVSA_BOOST_FLAGS " -isystem ${Boost_INCLUDE_DIRS}")
+endif()
+configure_file(cmake/tvservice-adapter.pc.in tvservice-adapter.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tvservice-adapter.pc DESTINATION ${TVSA_INSTALL_PKGCONFIG}
+  COMPONENT development)
+
+# The documents, copied at install time: a changed document needs no build.
+set(documents ${CMAKE_CURRENT_BINARY_DIR}/documents)
+install(CODE "execute_process(COMMAND \"${CMAKE_COMMAND}\" \"-DFROM=${CMAKE_CURRENT_SOURCE_DIR}\"
+  \"-DTO=${documents}\" \"-DHEADERS=${TVSA_INSTALL_HEADERS}\" \"-DDOCUMENTS=${TVSA_INSTALL_DOCUMENTS}\"
+  -P \"${CMAKE_CURRENT_SOURCE_DIR}/cmake/documents.cmake\" COMMAND_ERROR_IS_FATAL ANY)" COMPONENT documents)
+install(DIRECTORY ${documents}/ DESTINATION ${TVSA_INSTALL_DOCUMENTS} COMPONENT documents)
