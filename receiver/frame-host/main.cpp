@@ -1,5 +1,6 @@
 // Runs application libraries in a framework process until SIGTERM or SIGINT.
 #include <host/configuration.h>
+#include <host/printable.h>
 #include <host/receiver.h>
 #include <host/result.h>
 #include <vdl/debug.h>
@@ -64,6 +65,8 @@ int main(int argc, char** argv) {
     }
     return exitCodeOf([&] {
         host::checkConfiguration();
+        for (const auto& warning : host::configurationWarnings())
+            std::cerr << "frame-host: warning: " << host::printable(warning) << '\n';
         return host::runProcess(loadAll, &libraries);
     });
 }
