@@ -2,6 +2,7 @@
 #include "applications.h"
 
 #include <host/configuration.h>
+#include <host/printable.h>
 #include <host/receiver.h>
 #include <host/result.h>
 #include <vdl/debug.h>
@@ -72,6 +73,8 @@ int main(int argc, char** argv) {
     }
     return exitCodeOf([&] {
         host::checkConfiguration();
+        for (const auto& warning : host::configurationWarnings())
+            std::cerr << "frame-host: warning: " << host::printable(warning) << '\n';
         libraries = frame_host::librariesToLoad(libraries, applications, frame_host::moduleFolders());
         return host::runProcess(loadAll, &libraries);
     });

@@ -219,6 +219,17 @@ TEST_F(Configuration, HasNoOtherSettings) {
         EXPECT_THROW(setting(name), std::logic_error) << name;
 }
 
+TEST_F(Configuration, WarnsOfVariablesThatLookLikeSettings) {
+    setenv("TVSA_LOG", "info", 1);
+    setenv("TVSA_ENDPOINT_RADIO", "/radio", 1);
+    setenv("TVSA_CONFIG", configure("").c_str(), 1);
+    EXPECT_THAT(host::configurationWarnings(), testing::IsEmpty());
+    setenv("TVSA_LOGS", "info", 1);
+    EXPECT_THAT(host::configurationWarnings(),
+                testing::ElementsAre("the environment variable TVSA_LOGS is not a setting; tvctl config lists all"));
+    unsetenv("TVSA_LOGS");
+}
+
 TEST_F(Configuration, RejectsAWrongVariable) {
     const std::vector<std::array<std::string, 3>> wrong{
         {"TVSA_QUEUE_MESSAGES", "a dozen", "not a number from 1 to 2147483647: \"a dozen\""},

@@ -665,6 +665,9 @@ TEST(ShellCommands, SetTheLevelAtWhichRequestsAreLogged) {
     executeTv({request(0, 1, "dvb://9", "7")}, table);
     ASSERT_EQ(log.lines().size(), 1U);
     EXPECT_EQ(log.lines()[0].text, "client 7: request 7: terminal 0:1: dvb://9: unknown channel");
+    EXPECT_EQ(shell.output, "");
+    EXPECT_EQ(shell.run("log", {"servise=info"}), 0);
+    EXPECT_THAT(shell.output, HasSubstr("no module of this process has the name servise; it has "));
     EXPECT_EQ(shell.run("log", {"service=loud"}), -22);
     EXPECT_THAT(shell.output, HasSubstr("loud"));
 }

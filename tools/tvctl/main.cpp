@@ -62,6 +62,9 @@ int main(int argc, char** argv) {
     const auto* verb = tvctl::findVerb(words[0]);
     try {
         if (!verb || verb->configured) host::checkConfiguration();
+        if (!options.quiet && !options.json)
+            for (const auto& warning : host::configurationWarnings())
+                std::cerr << "tvctl: warning: " << host::printable(warning) << '\n';
     } catch (const host::ConfigurationError& error) {
         return tvctl::report(std::cerr, options.json, {tvctl::exitBadData, -EBADMSG}, error.what());
     }

@@ -1,11 +1,13 @@
 #include "log-levels/levels.h"
 
+#include <host/log-levels.h>
 #include <vdl/debug.h>
 
 #include <charconv>
 #include <cstring>
 #include <map>
 #include <optional>
+#include <set>
 #include <thread-safety/mutex.h>
 #include <vector>
 
@@ -187,4 +189,22 @@ std::string vdlDebugSetLevels(const std::string& text) {
     std::vector<Item> items;
     const std::string errors = parseAll(text, items);
     return errors.empty() ? apply(items) : errors;
+}
+
+std::string host::unknownLogModules(const std::string& levels) {
+    using namespace host::debug;
+    std::set<std::string> known, unknown;
+    for (std::uint32_t module = 0; module < vdlDebugModules; ++module)
+        if (const char* name = nameOfModule(module)) known.insert(name);
+    std::vector<Item> items;
+    parseAll(levels, items);
+    for (const Item& item : items)
+        if (item.target == Item::Target::name && !known.contains(item.name)) unknown.insert(item.name);
+    if (unknown.empty()) return {};
+    const auto listOf = [](const std::set<std::string>& names) {
+        std::string list;
+        for (const auto& name : names) list += (list.empty() ? "" : ", ") + name;
+        return list;
+    };
+    return "no module of this process has the name " + listOf(unknown) + "; it has " + listOf(known);
 }

@@ -4,6 +4,7 @@
 
 #include <host/printable.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <set>
@@ -142,6 +143,23 @@ std::vector<NamedSetting> settings() {
 }
 
 std::vector<ConfigurationFile> configurationFiles() { return config::readFiles().files; }
+
+std::vector<std::string> configurationWarnings() {
+    std::vector<std::string> warnings;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string_view text(*entry);
+        const auto variable = text.substr(0, text.find('='));
+        const auto isOf = [&](const config::Known& known) {
+            return known.perService() ? variable.starts_with(known.variable) : variable == known.variable;
+        };
+        if (!variable.starts_with("TVSA_") || variable == config::fileVariable ||
+            std::ranges::any_of(config::knownSettings(), isOf))
+            continue;
+        warnings.push_back("the environment variable " + std::string(variable) +
+                           " is not a setting; tvctl config lists all");
+    }
+    return warnings;
+}
 
 void checkConfiguration() {
     const auto read = config::readFiles();

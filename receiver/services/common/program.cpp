@@ -61,6 +61,7 @@ std::optional<int> Program::parse(int argc, const char* const* argv) {
     }
     try {
         host::checkConfiguration();
+        for (const auto& warning : host::configurationWarnings()) reportError("warning: " + warning);
     } catch (const host::ConfigurationError& error) {
         reportError(error.what());
         return badData;

@@ -1,6 +1,7 @@
 #include "common/shell-commands.h"
 
 #include <frame/io-statistics.h>
+#include <host/log-levels.h>
 #include <host/printable.h>
 #include <vdl/debug.h>
 
@@ -75,10 +76,11 @@ int ShellCommands::registerWith(appovshell::Server& shell) {
 }
 
 int ShellCommands::setLogLevels() {
-    const std::string problem = vdlDebugSetLevels(shell_->getArgument(0));
-    if (problem.empty()) return 0;
-    shell_->print(problem + "\n");
-    return -EINVAL;
+    const std::string levels = shell_->getArgument(0);
+    const std::string problem = vdlDebugSetLevels(levels);
+    const std::string text = problem.empty() ? host::unknownLogModules(levels) : problem;
+    if (!text.empty()) shell_->print(text + "\n");
+    return problem.empty() ? 0 : -EINVAL;
 }
 
 int ShellCommands::printTerminals() {

@@ -66,4 +66,7 @@ std::vector<ConfigurationFile> configurationFiles();
 // error here.
 void checkConfiguration();
 
+// What is suspicious, though no error: variables of the environment that look like settings and are none.
+std::vector<std::string> configurationWarnings();
+
 } // namespace host

@@ -6,6 +6,7 @@
 
 #include <frame/io-statistics.h>
 #include <genrpc/json.h>
+#include <host/log-levels.h>
 #include <host/printable.h>
 #include <lrt/run-log-agent.h>
 #include <tvservice/results.h>
@@ -301,8 +302,10 @@ int StateCommands::runlog() {
 }
 
 int StateCommands::log() {
-    const std::string wrong = vdlDebugSetLevels(shell_.getArgument(0));
-    return wrong.empty() ? 0 : reject(shell_, wrong);
+    const std::string levels = shell_.getArgument(0);
+    if (const std::string wrong = vdlDebugSetLevels(levels); !wrong.empty()) return reject(shell_, wrong);
+    if (const std::string unknown = host::unknownLogModules(levels); !unknown.empty()) shell_.print(unknown + "\n");
+    return 0;
 }
 
 } // namespace control
