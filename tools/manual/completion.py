@@ -31,7 +31,7 @@ _$name() {
             ;;
 $cases
     esac
-    mapfile -t COMPREPLY < <(compgen -W "$$words" -- "$$word")
+    mapfile -t COMPREPLY < <(compgen -W "$$words" -- "$$word" | sort -u) # the process may have a command of that name
 }
 complete -o default -F _$name $name
 """
@@ -42,7 +42,7 @@ ZSH = """\
 #compdef $name
 # Completes the commands and options of $name.
 _$name() {
-    local -a options verbs commands
+    local -a options verbs names commands
     local verb='' i
     [[ $$words[CURRENT-1] == ($values) ]] && return
     for ((i = 2; i < CURRENT; i++)); do
@@ -57,6 +57,8 @@ _$name() {
             options=($options)
             verbs=($verbs)
             commands=($${$${(f)"$$($${words[1,CURRENT-1]} $ask 2>/dev/null)"}%% *})
+            names=($${verbs%%:*})
+            commands=($${commands:|names}) # the process may have a command of that name
             _describe -t verbs command verbs
             compadd -a commands
             ;;

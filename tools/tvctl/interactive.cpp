@@ -71,6 +71,7 @@ public:
     // Reads the next line; false at the end of input.
     bool read(std::string& line) {
         int length = 0;
+        el_set(editor_, EL_PREP_TERM, 1); // before the prompt is shown, so that Ctrl-C is a key from then on
         const char* text = el_gets(editor_, &length);
         if (!text || length <= 0) return false;
         line.assign(text, static_cast<std::size_t>(length));
