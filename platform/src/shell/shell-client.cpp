@@ -1,3 +1,4 @@
+#include "shell/command-line.h"
 #include "sockets/local-socket.h"
 
 #include <host/shell-client.h>
@@ -7,6 +8,7 @@
 #include <cstddef>
 #include <nlohmann/json.hpp>
 #include <poll.h>
+#include <stdexcept>
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
