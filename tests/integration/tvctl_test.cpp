@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <memory>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <poll.h>
 #include <pty.h>
@@ -320,14 +321,24 @@ protected:
         return {{"request", "control-1"}, {"state", state}, {"terminals", terminals}, {"lines", lines}};
     }
 
-    std::vector<Json> states;
-    std::string queued;
+    ~Playing() override { shell.reset(); } // its thread uses the members
+
+    void know(std::vector<Json> states) {
+        const std::lock_guard lock(mutex_);
+        states_ = std::move(states);
+    }
+    std::string queued() {
+        const std::lock_guard lock(mutex_);
+        return queued_;
+    }
+
     std::atomic<int> asked{0};
 
 private:
     static int queue(void* context) {
         auto& self = *static_cast<Playing*>(context);
-        self.queued = self.shell->getArgument(0) + "|" + self.shell->getArgument(1) + "|" + self.shell->getArgument(2);
+        const std::lock_guard lock(self.mutex_);
+        self.queued_ = self.shell->getArgument(0) + "|" + self.shell->getArgument(1) + "|" + self.shell->getArgument(2);
         self.shell->print("{\"queued\":1,\"request\":\"control-1\"}\n");
         return 0;
     }
@@ -344,34 +355,41 @@ private:
         auto& self = *static_cast<Playing*>(context);
         EXPECT_EQ(self.shell->getArgument(0), "control-1");
         ++self.asked;
-        self.shell->print(Json::array({self.states.front()}).dump());
-        if (self.states.size() > 1) self.states.erase(self.states.begin());
+        const std::lock_guard lock(self.mutex_);
+        self.shell->print(Json::array({self.states_.front()}).dump());
+        if (self.states_.size() > 1) self.states_.erase(self.states_.begin());
         return 0;
     }
+
+    std::mutex mutex_;
+    std::vector<Json> states_;
+    std::string queued_;
 };
 
 TEST_F(Playing, WaitsUntilItIsShown) {
     const auto waiting = known("queued", {}, {"0:0 queued"});
-    states = {waiting, waiting, known("sent", {}, {"0:0 waits"}), known("answered", {0}, {"0:0 shown dvb://1"})};
+    const auto shown = known("answered", {0}, {"0:0 shown dvb://1"});
+    know({waiting, waiting, known("sent", {}, {"0:0 waits"}), shown});
     EXPECT_EQ(tvctl({"play", "0:0", "dvb://1"}), (Outcome{done, "0:0 shown dvb://1\n", ""}));
-    EXPECT_EQ(queued, "0:0|dvb://1|");
+    EXPECT_EQ(queued(), "0:0|dvb://1|");
     EXPECT_EQ(tvctl({"--quiet", "play", "0:0", "dvb://1", "uuid"}), (Outcome{done, "", ""}));
-    EXPECT_EQ(queued, "0:0|dvb://1|uuid");
+    EXPECT_EQ(queued(), "0:0|dvb://1|uuid");
     EXPECT_EQ(tvctl({"stop", "1:0"}), (Outcome{done, "0:0 shown dvb://1\n", ""}));
-    EXPECT_EQ(Json::parse(tvctl({"play", "0:0", "dvb://1", "--json"}).output), states[0]);
+    EXPECT_EQ(Json::parse(tvctl({"play", "0:0", "dvb://1", "--json"}).output), shown);
 }
 
 TEST_F(Playing, FailsWhenATerminalDoesNotShowIt) {
-    states = {known("answered", {0, 6}, {"0:0 shown dvb://1", "1:0 refused: locked (6)"})};
+    const auto answered = known("answered", {0, 6}, {"0:0 shown dvb://1", "1:0 refused: locked (6)"});
+    know({answered});
     EXPECT_EQ(tvctl({"play", "0:0,1:0", "dvb://1"}),
               (Outcome{notShown, "", "0:0 shown dvb://1\n1:0 refused: locked (6)\n"}));
     const Outcome json = tvctl({"--json", "play", "0:0,1:0", "dvb://1"});
     EXPECT_EQ(json.exitCode, notShown);
-    EXPECT_EQ(Json::parse(json.output), states[0]);
+    EXPECT_EQ(Json::parse(json.output), answered);
 }
 
 TEST_F(Playing, FailsWhenItIsGivenUp) {
-    states = {known("given up", {}, {"0:0 given up after 5 s"})};
+    know({known("given up", {}, {"0:0 given up after 5 s"})});
     EXPECT_EQ(tvctl({"stop", "0:0"}), (Outcome{givenUp, "", "0:0 given up after 5 s\n"}));
 }
 
@@ -382,13 +400,13 @@ TEST_F(Playing, DoesNotWaitIfTold) {
 }
 
 TEST_F(Playing, StopsWaitingAtItsTimeLimit) {
-    states = {known("sent", {}, {"0:0 waits"})};
+    know({known("sent", {}, {"0:0 waits"})});
     EXPECT_EQ(tvctl({"play", "0:0", "dvb://1", "--timeout", "0.05"}),
               (Outcome{timedOut, "", "tvctl: timed out; the request goes on: 0:0 waits\n"}));
 }
 
 TEST_F(Playing, SaysThatTheRequestGoesOnWhenItIsInterrupted) {
-    states = {known("sent", {}, {"0:0 waits"})};
+    know({known("sent", {}, {"0:0 waits"})});
     const auto running = start(commandOf({"play", "0:0", "dvb://1"}));
     ASSERT_TRUE(eventually([&] { return asked > 0; }));
     EXPECT_EQ(running->terminate(SIGINT),
@@ -406,7 +424,7 @@ TEST_F(Playing, RejectsMissingArguments) {
 }
 
 TEST_F(Playing, ReportsAnAnswerThatItDoesNotUnderstand) {
-    states = {Json{{"request", 1}}};
+    know({Json{{"request", 1}}});
     const Outcome outcome = tvctl({"play", "0:0", "dvb://1"});
     EXPECT_EQ(outcome.exitCode, malformed);
     EXPECT_THAT(outcome.error, HasSubstr("the answer is malformed"));
@@ -422,7 +440,8 @@ TEST_F(Tvctl, StopsReadingLinesAtExit) {
 TEST_F(Tvctl, ReconnectsBetweenLines) {
     const FileDescriptor listener(host::io::listenAt(shellPath()));
     std::ofstream(folder / "input") << "say one\nsay two\n";
-    const auto running = start(commandOf({"shell", "--keep-going"}), R"("$0" "$@" <)" + (folder / "input").string() + R"( >"$OUTPUT")");
+    const auto running =
+        start(commandOf({"shell", "--keep-going"}), R"("$0" "$@" <)" + (folder / "input").string() + R"( >"$OUTPUT")");
     clientOf(listener).reset();
     const auto second = clientOf(listener);
     const std::string answer = "{\"output\":\"2\"}\n{\"status\":0}\n";
@@ -496,7 +515,7 @@ constexpr const char* prompt = "frame-host> ";
 constexpr const char* controlC = "\x03";
 
 TEST_F(Playing, LeavesALineOrACommandAtCtrlCButNotTheShell) {
-    states = {known("sent", {}, {"0:0 waits"})};
+    know({known("sent", {}, {"0:0 waits"})});
     AtATerminal terminal(commandOf({"shell"}), environment);
     ASSERT_TRUE(terminal.shows(prompt));
     terminal.type("say hal");

@@ -88,7 +88,7 @@ RecordedRequest& RequestLog::add(const std::string& id) {
     return made;
 }
 
-void RequestLog::remove(Position request) {
+void RequestLog::remove(const Position& request) {
     bytes_ -= request->bytes;
     requests_.erase(request);
 }
@@ -106,7 +106,7 @@ void RequestLog::makeRoom(RecordedRequest& changed) {
 
 std::string RequestLog::begin(std::vector<tvservice::TvServiceReq_t>& requests) {
     const thread_safety::LockGuard lock(mutex_);
-    const std::string id = std::string(shellIds) + std::to_string(++lastId_);
+    std::string id = std::string(shellIds) + std::to_string(++lastId_);
     RecordedRequest& made = add(id);
     for (auto& request : requests) {
         request.reqId = id;

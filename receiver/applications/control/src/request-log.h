@@ -100,7 +100,7 @@ private:
 
     Position position(const std::string& id) TVSA_REQUIRES(mutex_);
     RecordedRequest& add(const std::string& id) TVSA_REQUIRES(mutex_);
-    void remove(Position request) TVSA_REQUIRES(mutex_);
+    void remove(const Position& request) TVSA_REQUIRES(mutex_);
     void makeRoom(RecordedRequest& changed) TVSA_REQUIRES(mutex_);
     void see(const tvservice::BundleStatus& bundle, bool isFirst, Clock::time_point taken) TVSA_REQUIRES(mutex_);
 
