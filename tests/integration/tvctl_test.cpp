@@ -338,29 +338,31 @@ private:
     static int queue(void* context) {
         auto& self = *static_cast<Playing*>(context);
         const std::lock_guard lock(self.mutex_);
-        self.queued_ = self.shell->getArgument(0) + "|" + self.shell->getArgument(1) + "|" + self.shell->getArgument(2);
-        self.shell->print("{\"queued\":1,\"request\":\"control-1\"}\n");
+        self.queued_ =
+            self.server_.getArgument(0) + "|" + self.server_.getArgument(1) + "|" + self.server_.getArgument(2);
+        self.server_.print("{\"queued\":1,\"request\":\"control-1\"}\n");
         return 0;
     }
     static int list(void* context) {
-        static_cast<Playing*>(context)->shell->print(R"([{"terminal":"10:7"},{"terminal":"10:8"}])");
+        static_cast<Playing*>(context)->server_.print(R"([{"terminal":"10:7"},{"terminal":"10:8"}])");
         return 0;
     }
     static int touch(void* context) {
         auto& self = *static_cast<Playing*>(context);
-        self.shell->print("touched " + self.shell->getArgument(0) + "\n");
+        self.server_.print("touched " + self.server_.getArgument(0) + "\n");
         return 0;
     }
     static int tell(void* context) {
         auto& self = *static_cast<Playing*>(context);
-        EXPECT_EQ(self.shell->getArgument(0), "control-1");
+        EXPECT_EQ(self.server_.getArgument(0), "control-1");
         ++self.asked;
         const std::lock_guard lock(self.mutex_);
-        self.shell->print(Json::array({self.states_.front()}).dump());
+        self.server_.print(Json::array({self.states_.front()}).dump());
         if (self.states_.size() > 1) self.states_.erase(self.states_.begin());
         return 0;
     }
 
+    appovshell::ShellServer& server_ = *shell;
     std::mutex mutex_;
     std::vector<Json> states_;
     std::string queued_;

@@ -31,7 +31,8 @@ namespace {
 
 constexpr int historyLines = 1000;
 
-// The line editor. Its history persists across sessions.
+// The line editor, which lives until the process ends: its library cannot free the names of added functions. Its
+// history persists across sessions.
 class Editor {
 public:
     explicit Editor(const Options& options)
@@ -58,11 +59,6 @@ public:
         } catch (const std::exception& error) {
             std::cerr << "tvctl: cannot save the history: " << error.what() << '\n';
         }
-    }
-
-    ~Editor() {
-        history_end(history_);
-        el_end(editor_);
     }
 
     Editor(const Editor&) = delete;
@@ -206,7 +202,7 @@ int runInChild(const Options& options, const std::string& line) {
 
 int runDialogue(const Options& options) {
     std::signal(SIGINT, SIG_IGN);
-    Editor editor(options);
+    static Editor& editor = *new Editor(options);
     int exitCode = exitDone;
     runLines([&](std::string& line) { return editor.read(line); },
              [&](const std::string& line) {
