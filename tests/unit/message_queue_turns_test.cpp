@@ -141,7 +141,7 @@ struct FloodedSmallQueue : FloodedQueue {
     FloodedSmallQueue() : FloodedQueue(256) {}
 };
 
-// However fast the slow client is: the flooder waits until it has received most of what is queued for it.
+// At any speed of the slow client: the flooder waits until that client has received most of what is queued for it.
 TEST_F(FloodedSmallQueue, RefusesNoNotificationForASlowClientThatReads) {
     RawPeer slow(path);
     slow.send(hello);

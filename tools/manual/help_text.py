@@ -107,7 +107,7 @@ def help_of(program, *command):
     """Runs a program, or a command of it, with --help."""
     kept = {key: value for key, value in os.environ.items() if not key.startswith("TVSA_")}
     words = [os.path.basename(program), *command]
-    # Without the configuration of whoever builds: it may be invalid.
+    # Without the configuration of the user who builds, which may be invalid.
     output = subprocess.run(
         [program, *command, "--help"],
         env={**kept, "TVSA_CONFIG": os.devnull},
