@@ -10,6 +10,7 @@
 #include <chrono>
 #include <exception>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 namespace tvctl {
 namespace {

@@ -20,7 +20,7 @@ constexpr std::size_t manyWaiting = 64;
 // A client that causes many messages to others pauses for pauseOfEach, and clients do so one after the other: many of
 // them cause no more than one would. The pause goes on while a slow client receives its messages, so that they are
 // caused as fast as it handles them. It ends after longestPause: a client that reads slowly on purpose delays the
-// others no longer, and one that reads nothing for pauseOfEach at most.
+// others no longer, and one that has read nothing for that long only for pauseOfEach.
 constexpr std::chrono::milliseconds pauseOfEach{20}, longestPause{1000};
 constexpr unsigned fewClients = 32; // fewer do not leave enough memory to release
 } // namespace

@@ -5,6 +5,7 @@
 
 #include <tvservice-adapter/model-tvservice-adapter.h>
 
+#include <exception>
 #include <thread>
 
 namespace control {
@@ -15,8 +16,11 @@ public:
     RequestWatch(RequestLog& log, const tvservice::ModelTvServiceAdapter& adapter)
         : log_(log), thread_([&log, &adapter] {
               while (log.waitToLook()) {
-                  const auto taken = RequestLog::Clock::now();
-                  log.look(adapter.bundles(), taken);
+                  try {
+                      const auto taken = RequestLog::Clock::now();
+                      log.look(adapter.bundles(), taken);
+                  } catch (const std::exception&) { // out of memory: the next look tries again
+                  }
               }
           }) {}
     ~RequestWatch() {
