@@ -9,7 +9,9 @@
 #include <future>
 #include <mutex>
 #include <optional>
+#include <stop_token>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace queue_test {
@@ -97,6 +99,19 @@ TEST_F(FloodedQueue, ServesAnotherClientSoonWhenEachMessageTakesLong) {
     EXPECT_LT(own - handler.takers.begin(), 20);
 }
 
+TEST_F(FloodedQueue, NamesTheMessageWhoseHandlerDoesNotReturn) {
+    EXPECT_FALSE(server->handlingFor(0ms));
+    flooder->send(hello + numbers(1));
+    ASSERT_TRUE(eventually([&] { return handler.taken() == 1; }));
+    const auto handling = server->handlingFor(1ms);
+    ASSERT_TRUE(handling);
+    EXPECT_EQ(handling->service, "tuner");
+    EXPECT_EQ(handling->message, "Number");
+    EXPECT_FALSE(handling->calls.empty());
+    handler.release();
+    EXPECT_TRUE(eventually([&] { return !server->handlingFor(0ms); }));
+}
+
 TEST_F(FloodedQueue, StopsWhileMessagesAreQueued) {
     flooder->send(hello + numbers(1500));
     ASSERT_TRUE(eventually([&] { return handler.taken() == 1; }));
@@ -135,6 +150,54 @@ TEST_F(FloodedQueue, SlowsSeveralFloodersAsMuchAsOne) {
     flooder->send(hello + numbers(count));
     ASSERT_TRUE(eventually([&] { return handler.taken() == peers * count; }));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, (peers * count - unnoticed) * (peers - 1) / together * 20ms);
+}
+
+// Receives what a service sends, one text every 20 ms.
+class SlowReader {
+public:
+    SlowReader(const std::string& path, const std::string& sent, std::size_t helloSize) : peer_(path) {
+        peer_.send(sent);
+        EXPECT_EQ(peer_.receive(helloSize).size(), helloSize);
+        thread_ = std::jthread([this](const std::stop_token& stop) { read(stop); });
+    }
+
+private:
+    void read(const std::stop_token& stop) {
+        const std::size_t size = frameOf(textMeta, 9 + 4096, std::string(9 + 4096, ' ')).size();
+        std::mutex mutex;
+        std::condition_variable_any never;
+        for (std::unique_lock lock(mutex); !stop.stop_requested() && peer_.receive(size).size() == size;)
+            never.wait_for(lock, stop, 20ms, [] { return false; });
+    }
+
+    RawPeer peer_;
+    std::jthread thread_; // last: it uses the rest
+};
+
+// With the longest pause every 64 messages it would take eight seconds.
+TEST_F(FloodedQueue, SlowsNobodyMuchForASlowClientWithRoomThatAsksNothing) {
+    const SlowReader slow(path, hello, hello.size());
+    ASSERT_TRUE(eventually([&] { return offered->clients().size() == 1; }));
+    handler.toAll = offered;
+    handler.release();
+    constexpr std::uint32_t count = 600; // the slow client's queue has room for more
+    const auto begin = std::chrono::steady_clock::now();
+    flooder->send(hello + numbers(count));
+    ASSERT_TRUE(eventually([&] { return handler.taken() == count; }));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 4s);
+}
+
+// Otherwise the answer would arrive late, after all that is queued before it.
+TEST_F(FloodedQueue, SlowsTheFlooderForASlowClientThatMayWaitForAnAnswer) {
+    handler.toAll = offered;
+    handler.release();
+    const SlowReader slow(path, hello + numbers(1), hello.size());
+    ASSERT_TRUE(eventually([&] { return handler.taken() == 1; }));
+    constexpr std::uint32_t count = 300;
+    const auto begin = std::chrono::steady_clock::now();
+    flooder->send(hello + numbers(count));
+    ASSERT_TRUE(eventually([&] { return handler.taken() == 1 + count; }));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 1s);
 }
 
 struct FloodedSmallQueue : FloodedQueue {

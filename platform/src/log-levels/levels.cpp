@@ -191,20 +191,22 @@ std::string vdlDebugSetLevels(const std::string& text) {
     return errors.empty() ? apply(items) : errors;
 }
 
-std::string host::unknownLogModules(const std::string& levels) {
+std::string host::setLogLevels(const std::string& levels) {
     using namespace host::debug;
     std::set<std::string> known, unknown;
     for (std::uint32_t module = 0; module < vdlDebugModules; ++module)
         if (const char* name = nameOfModule(module)) known.insert(name);
-    std::vector<Item> items;
-    parseAll(levels, items);
-    for (const Item& item : items)
-        if (item.target == Item::Target::name && !known.contains(item.name)) unknown.insert(item.name);
-    if (unknown.empty()) return {};
     const auto listOf = [](const std::set<std::string>& names) {
         std::string list;
         for (const auto& name : names) list += (list.empty() ? "" : ", ") + name;
         return list;
     };
-    return "no module of this process has the name " + listOf(unknown) + "; it has " + listOf(known);
+    std::vector<Item> items;
+    if (std::string errors = parseAll(levels, items); !errors.empty()) return errors;
+    if (items.empty()) return "expected MODULE=LEVEL; the modules are " + listOf(known);
+    for (const Item& item : items)
+        if (item.target == Item::Target::name && !known.contains(item.name)) unknown.insert(item.name);
+    if (!unknown.empty())
+        return "no module of this process has the name " + listOf(unknown) + "; it has " + listOf(known);
+    return apply(items);
 }

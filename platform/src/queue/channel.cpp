@@ -5,16 +5,21 @@
 
 #include <host/result.h>
 
+#include <algorithm>
 #include <boost/asio/post.hpp>
 #include <chrono>
 #include <exception>
 #include <new>
+#include <optional>
 #include <stdexcept>
 
 namespace host::io {
 namespace {
 // The fraction of an outbox that is reserved for answers to its peer, so that messages to all peers cannot fill it.
 constexpr std::size_t partForAnswers = 8;
+constexpr std::size_t withoutAnswers(std::size_t most) { return most - most / partForAnswers; }
+// A queue with room for fewer messages to all is nearly full. A client is stopped after causing half as many.
+constexpr std::size_t fewMore = 128;
 } // namespace
 
 Channel::Channel(boost::asio::io_context& io, const std::string& service_, const frame::MessageSet& messages,
@@ -23,7 +28,8 @@ Channel::Channel(boost::asio::io_context& io, const std::string& service_, const
       handshake(service_, messages, serving),
       io_(io),
       sendBufferBytes_(sendBufferBytes),
-      limits_(limits) {}
+      limits_(limits),
+      messages_(messages) {}
 
 int Channel::registerMessageHandler(const frame::MsgMeta& meta, frame::MessageHandler handler, void* context,
                                     const vdl::EndianTable& table) {
@@ -68,14 +74,23 @@ int Channel::send(const Outgoing& message, const frame::TransportInfo* transport
     return dispatch(message, transport);
 }
 
-void Channel::beginHandling(const Connection& connection) noexcept {
+void Channel::beginHandling(const Connection& connection, std::uint32_t messageId) noexcept {
     forOthers_.store(0, std::memory_order_relaxed);
+    handledId_.store(messageId, std::memory_order_relaxed);
     handled_.store(&connection, std::memory_order_relaxed);
 }
 
 unsigned Channel::endHandling() noexcept {
     handled_.store(nullptr, std::memory_order_relaxed);
     return forOthers_.load(std::memory_order_relaxed);
+}
+
+std::optional<Channel::Handled> Channel::handled() const {
+    if (!handled_.load(std::memory_order_relaxed)) return std::nullopt;
+    const auto id = handledId_.load(std::memory_order_relaxed);
+    const auto* message = std::find_if(messages_.begin(), messages_.end(),
+                                       [&](const auto& description) { return description.meta.messageId == id; });
+    return Handled{counters.received.load(std::memory_order_relaxed), message == messages_.end() ? "" : message->name};
 }
 
 int Channel::put(const Outgoing& message, Outbox& outbox, Connection* connection, Room room) {
@@ -89,7 +104,7 @@ int Channel::put(const Outgoing& message, Outbox& outbox, Connection* connection
                      service.c_str(), message.meta.messageId, outbox.messages(), outbox.bytes());
         return -11;
     };
-    const auto shareOf = [room](std::size_t most) { return room == Room::all ? most : most - most / partForAnswers; };
+    const auto shareOf = [room](std::size_t most) { return room == Room::all ? most : withoutAnswers(most); };
     if (outbox.messages() >= shareOf(limits_.messages)) return full();
     const auto deadline = connection ? Outbox::Time::max() : std::chrono::steady_clock::now() + limits_.wait;
     outbox.add(message, deadline);
@@ -99,6 +114,11 @@ int Channel::put(const Outgoing& message, Outbox& outbox, Connection* connection
     }
     if (connection) connection->flush();
     return 0;
+}
+
+bool Channel::isNearlyFull(const Outbox& outbox) const {
+    return outbox.messages() + fewMore > withoutAnswers(limits_.messages) ||
+           outbox.bytes() > withoutAnswers(mostBytes(outbox)) / 2;
 }
 
 void Channel::makeReady(Connection& connection) {

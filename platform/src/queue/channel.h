@@ -12,6 +12,8 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <thread-safety/mutex.h>
 #include <unordered_map>
@@ -60,8 +62,15 @@ public:
     const Handler* findHandler(const frame::MsgMeta& meta);
     // On the receiving thread, before and after a message of that connection is handled. endHandling returns how many
     // messages to other connections were sent in between.
-    void beginHandling(const Connection& connection) noexcept;
+    void beginHandling(const Connection& connection, std::uint32_t messageId) noexcept;
     unsigned endHandling() noexcept;
+    // The message whose handler is running: which one of all that were received, and its name. From any thread; the two
+    // may belong to different messages while messages follow each other.
+    struct Handled {
+        std::uint64_t number;
+        std::string name;
+    };
+    std::optional<Handled> handled() const;
     // A connection that has caused messages to others has paused for this long. Returns for how long it must go on: 0
     // while the others keep pace.
     virtual std::chrono::milliseconds pauseAfter(std::chrono::milliseconds, const Connection&) { return {}; }
@@ -99,6 +108,8 @@ protected:
     int put(const Outgoing& message, Outbox& outbox, Connection* connection, Room room) TVSA_REQUIRES(mutex_);
     // The maximum number of bytes in an outbox.
     virtual std::size_t mostBytes(const Outbox&) const TVSA_REQUIRES(mutex_) { return limits_.bytes; }
+    // Whether an outbox takes few more messages to all clients.
+    bool isNearlyFull(const Outbox& outbox) const TVSA_REQUIRES(mutex_);
     int refuse(int result, const frame::MsgMeta& meta, const char* why);
     virtual void addTo(frame::IOStatistics& statistics) TVSA_REQUIRES(mutex_) = 0; // connected and queued
     // On the receiving thread: makes the queue call proceed after a while. Allocates no memory.
@@ -109,6 +120,7 @@ protected:
     const QueueLimits limits_;
 
 private:
+    const frame::MessageSet messages_;
     int send(const Outgoing& message, const frame::TransportInfo* transport);
 
     struct MetaHash {
@@ -125,6 +137,7 @@ private:
     // The connection whose message is being handled, and how many messages to others were sent in the meantime,
     // including those of other threads.
     std::atomic<const Connection*> handled_{nullptr};
+    std::atomic<std::uint32_t> handledId_{0};
     std::atomic<unsigned> forOthers_{0};
 };
 

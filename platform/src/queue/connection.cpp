@@ -237,6 +237,7 @@ bool Connection::handleFrames() {
         if (channel_.isStopping()) return false;
         const bool isLong = handled > 0 && std::chrono::steady_clock::now() - begin >= longestTurn;
         if (((isLong || handled >= mostPerTurn) && yield()) || pause()) return false;
+        lastHandled_ = begin;
         handleFrame(header, size, header + frameHeaderBytes);
         incoming_.consume(frameHeaderBytes + size);
         finished_ = true;
@@ -270,7 +271,7 @@ void Connection::handleFrame(const char* header, std::uint32_t size, char* body)
         return;
     }
     count(channel_.counters.received);
-    channel_.beginHandling(*this);
+    channel_.beginHandling(*this, meta.messageId);
     guardedCall([&] { handler->function(meta, transport, body, handler->context); },
                 [&](const Thrown& thrown) {
                     HOST_LOG(io, vdlDebugFailure, "service %s: handler of message 0x%08x threw: %s\n",

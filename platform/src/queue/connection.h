@@ -30,6 +30,8 @@ public:
 
     // Whether the peer has not sent its hello yet; on the receiving thread.
     bool awaitsHello() const { return !helloReceived_ && !closed_; }
+    // When a message of the peer was last handled; on the receiving thread.
+    std::chrono::steady_clock::time_point lastHandled() const { return lastHandled_; }
     // Closes it because of what the peer sent or failed to send; on the receiving thread.
     void reject(const char* reason) noexcept;
 
@@ -93,6 +95,7 @@ private:
     bool yielded_ = false;                // whether the next turn is scheduled
     unsigned forOthers_ = 0;              // messages to others that this peer has caused since the last check in pause
     std::chrono::milliseconds paused_{0}; // of the present pause
+    std::chrono::steady_clock::time_point lastHandled_;
     std::chrono::steady_clock::time_point lastWritable_ TVSA_GUARDED_BY(channel_.mutex_);
 };
 

@@ -18,12 +18,15 @@
 #include <thread-safety/mutex.h>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace host {
 namespace {
 
 // How long to wait for memory: no longer than a client waits before it tries again.
 constexpr std::chrono::milliseconds shortagePause{50};
+// How often to look whether a handler has returned, and how long to wait for the thread that runs it.
+constexpr std::chrono::milliseconds handlingInterval{10}, stackTimeout{200};
 
 } // namespace
 
@@ -86,6 +89,21 @@ struct MessageQueue::State {
                 io.stop();
             }
         }
+    }
+
+    struct Busy {
+        const io::Channel* channel;
+        io::Channel::Handled message;
+    };
+    std::optional<Busy> busy() {
+        thread_safety::LockGuard lock(mutex);
+        for (const auto& channel : channels)
+            if (auto message = channel->handled()) return Busy{channel.get(), std::move(*message)};
+        return std::nullopt;
+    }
+    std::vector<StackCall> stack() {
+        thread_safety::LockGuard lock(mutex); // keeps the thread from being joined
+        return thread.joinable() ? stackOf(thread.native_handle(), stackTimeout) : std::vector<StackCall>();
     }
 
     const QueueLimits limits;
@@ -164,6 +182,23 @@ std::vector<frame::IOStatistics> MessageQueue::statistics() const {
     std::vector<frame::IOStatistics> result;
     for (const auto& channel : state_->channels) result.push_back(channel->statistics());
     return result;
+}
+
+std::optional<Handling> MessageQueue::handlingFor(std::chrono::milliseconds time) const {
+    const auto end = std::chrono::steady_clock::now() + time;
+    const auto first = state_->busy();
+    if (!first) return std::nullopt;
+    const auto goesOn = [&] {
+        const auto now = state_->busy();
+        return now && now->channel == first->channel && now->message.number == first->message.number;
+    };
+    while (std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(handlingInterval);
+        if (!goesOn()) return std::nullopt;
+    }
+    Handling handling{first->channel->service, first->message.name, state_->stack()};
+    if (!goesOn()) return std::nullopt;
+    return handling;
 }
 
 } // namespace host

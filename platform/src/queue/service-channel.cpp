@@ -18,10 +18,13 @@ constexpr std::size_t mostWithoutHello = 64;
 // A client with more queued messages does not keep pace. With fewer, it may only not have been scheduled yet.
 constexpr std::size_t manyWaiting = 64;
 // A client that causes many messages to others pauses for pauseOfEach, and clients do so one after the other: many of
-// them cause no more than one would. The pause goes on while a slow client receives its messages, so that they are
-// caused as fast as it handles them. It ends after longestPause: a client that reads slowly on purpose delays the
-// others no longer, and one that has read nothing for that long only for pauseOfEach.
+// them cause no more than one would. The pause goes on while messages get lost or answers get late otherwise, that is
+// while a slow client receives its messages, but has a nearly full queue or may wait for an answer. It ends after
+// longestPause: a client that reads slowly on purpose delays the others no longer, and one that has read nothing for
+// that long only for pauseOfEach.
 constexpr std::chrono::milliseconds pauseOfEach{20}, longestPause{1000};
+// A client that has sent a message within this time may wait for an answer; requests are dropped after it.
+constexpr std::chrono::seconds answerTime{5};
 constexpr unsigned fewClients = 32; // fewer do not leave enough memory to release
 } // namespace
 
@@ -138,17 +141,19 @@ std::vector<std::uint64_t> ServiceChannel::clients() {
 
 std::chrono::milliseconds ServiceChannel::pauseAfter(std::chrono::milliseconds paused, const Connection& connection) {
     const auto now = std::chrono::steady_clock::now();
-    bool isSlow = false, receives = false;
+    bool isSlow = false, goesOn = false;
     {
         thread_safety::LockGuard lock(mutex_);
         for (const auto& client : clients_) {
-            if (client.get() == &connection || client->outbox().messages() <= manyWaiting) continue;
+            const Outbox& outbox = client->outbox();
+            if (client.get() == &connection || outbox.messages() <= manyWaiting) continue;
             isSlow = true;
-            receives = receives || now - client->lastWritable() < longestPause;
+            const bool mayWait = now - client->lastHandled() < answerTime;
+            goesOn = goesOn || ((isNearlyFull(outbox) || mayWait) && now - client->lastWritable() < longestPause);
         }
     }
     if (!isSlow) return {};
-    if (paused.count() > 0) return receives && paused < longestPause ? pauseOfEach : std::chrono::milliseconds{};
+    if (paused.count() > 0) return goesOn && paused < longestPause ? pauseOfEach : std::chrono::milliseconds{};
     pausesEnd_ = std::min(std::max(pausesEnd_, now) + pauseOfEach, now + longestPause);
     return std::chrono::ceil<std::chrono::milliseconds>(pausesEnd_ - now);
 }

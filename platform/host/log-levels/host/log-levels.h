@@ -1,12 +1,13 @@
-// Checks lists of debug levels, beyond what vdlDebugSetLevels does.
+// Debug levels that a command of a running process sets.
 #pragma once
 
 #include <string>
 
 namespace host {
 
-// Which modules of a valid list of levels have no name in this process, in a sentence with those that have; empty when
-// all are known. A module may be named later, and a list may be meant for other processes, too. From any thread.
-std::string unknownLogModules(const std::string& levels);
+// Like vdlDebugSetLevels, but an empty list is wrong, and so are modules that have no name in this process: the process
+// runs, so all its modules have their names. Returns an empty string, or what is wrong and which modules there are; in
+// that case nothing has changed. From any thread.
+std::string setLogLevels(const std::string& levels);
 
 } // namespace host

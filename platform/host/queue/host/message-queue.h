@@ -9,9 +9,12 @@
 #include <frame/message-set.h>
 #include <frame/omq-io-module.h>
 #include <host/queue-limits.h>
+#include <host/stack.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,6 +36,13 @@ private:
     friend class MessageQueue;
     // On the receiving thread: starts the channel's work, or retries what failed for lack of memory.
     virtual void proceed() noexcept = 0;
+};
+
+// A message whose handler has not returned.
+struct Handling {
+    std::string service;
+    std::string message;          // its name
+    std::vector<StackCall> calls; // that the receiving thread is in; empty when they cannot be found out
 };
 
 class MessageQueue {
@@ -65,6 +75,9 @@ public:
     void stop();
 
     std::vector<frame::IOStatistics> statistics() const;
+    // The message that one handler is busy with from the call to its return, which takes this time, or nullopt. No
+    // other message is handled meanwhile. From any thread but the receiving one; interrupts that with SIGURG.
+    std::optional<Handling> handlingFor(std::chrono::milliseconds time) const;
 
     MessageQueue(const MessageQueue&) = delete;
     MessageQueue& operator=(const MessageQueue&) = delete;
