@@ -3,12 +3,14 @@
 
 #include <mmservice/messages.h>
 #include <tvservice/messages.h>
+#include <tvservice/values.h>
 
 #include <algorithm>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <schema/schema.h>
 #include <set>
@@ -159,9 +161,11 @@ TEST(SchemaAsJson, HasTheOffsetAndKindOfEachField) {
     ASSERT_NE(record, records.end());
     EXPECT_EQ(*record, json::parse(R"({
         "name": "TvServiceConflictInfo_t", "family": "Stream", "size": 20, "fields": [
-            {"name": "uintList1", "offset": 0, "size": 8, "kind": "uint32List"},
-            {"name": "uintList2", "offset": 8, "size": 8, "kind": "uint32List"},
-            {"name": "intParam1", "offset": 16, "size": 4, "kind": "scalar", "signed": true}]})"));
+            {"name": "uintList1", "offset": 0, "size": 8, "kind": "uint32List", "meaning": "the tuners that are wanted"},
+            {"name": "uintList2", "offset": 8, "size": 8, "kind": "uint32List",
+             "meaning": "the tuners of which one has to be released"},
+            {"name": "intParam1", "offset": 16, "size": 4, "kind": "scalar", "signed": true,
+             "meaning": "seconds until the service chooses"}]})"));
     const auto& message = all["services"][1]["messages"][0];
     EXPECT_EQ(message["meta"], json::parse(R"({"instance": 4294967295, "interfaceCode": 483227507,
                                                "messageId": 677843510, "flag": 0})"));
@@ -182,6 +186,32 @@ TEST(SchemaAsJson, ExplainsEveryKindThatItUses) {
     EXPECT_EQ(used, explained);
 }
 
+TEST(SchemaAsJson, SaysWhatEachFieldMeansAndNamesItsNumbers) {
+    const json all = json::parse(schema::asJson());
+    std::map<std::string, json> enumerations;
+    for (const auto& enumeration : all["enumerations"]) enumerations[enumeration["name"]] = enumeration["values"];
+    std::set<std::string> used;
+    const auto check = [&](const json& field) {
+        EXPECT_TRUE(field.contains("record") || field.contains("meaning")) << field;
+        if (field.contains("enumeration")) used.insert(field["enumeration"]);
+    };
+    for (const auto& service : all["services"]) {
+        for (const auto& message : service["messages"])
+            for (const auto& argument : message["arguments"]) check(argument);
+        for (const auto& record : service["records"])
+            for (const auto& field : record["fields"]) check(field);
+    }
+    std::set<std::string> defined;
+    for (const auto& [name, values] : enumerations) defined.insert(name);
+    EXPECT_EQ(used, defined);
+    EXPECT_EQ(enumerations["oadStatuses"][2], json::parse(R"({"number": 3, "name": "refused",
+        "meaning": "the request is rejected, for the reason in the text"})"));
+    const auto fieldOf = [](const std::string& record, std::size_t index) { return recordNamed(record).fields[index]; };
+    EXPECT_EQ(fieldOf("TvServiceInfo_t", 1).values, &tvservice::results);
+    EXPECT_EQ(fieldOf("MMServiceInfo_t", 1).values, &tvservice::results);
+    EXPECT_STREQ(fieldOf("MMServiceReq_t", 4).meaning, fieldOf("TvServiceReq_t", 4).meaning);
+}
+
 TEST(SchemaAsText, NamesEveryMessageAndFieldWithItsType) {
     const std::string text = schema::asText();
     for (const auto& service : schema::services()) {
@@ -189,7 +219,9 @@ TEST(SchemaAsText, NamesEveryMessageAndFieldWithItsType) {
         for (const auto& record : service.records) EXPECT_THAT(text, HasSubstr(" record " + std::string(record.name)));
     }
     EXPECT_THAT(text, HasSubstr("tvservice Notification 0x28671248 TvServiceConflictInfo, 20 bytes\n"));
-    EXPECT_THAT(text, HasSubstr("       0    8  uintList1  list of uint32\n"));
+    EXPECT_THAT(text, HasSubstr("       0    8  uintList1  list of uint32  the tuners that are wanted\n"));
+    EXPECT_THAT(text, HasSubstr("       0    4  track  int32  the chosen track [MTS tracks]\n"));
+    EXPECT_THAT(text, HasSubstr("\n2   both              both sounds\n"));
 }
 
 TEST(MessagesDocument, MatchesTheSchema) {

@@ -4,8 +4,8 @@
     generate.py [--check] [--tvctl PROGRAM] [ROOT]
 
 Replaces the text between "begin generated: WHAT" and "end generated" in sources. With --tvctl, which must be built from
-the current lists, it also writes docs/messages.md and the golden messages. --check writes nothing: it names each file
-that would change, and fails.
+the current lists, it also writes docs/messages.md, the Python module's messages and results, and the golden messages.
+--check writes nothing: it names each file that would change, and fails.
 """
 
 import argparse
@@ -14,6 +14,7 @@ import re
 import subprocess
 import sys
 
+import python_module
 import sections
 from lists import ListError, Service
 
@@ -79,11 +80,13 @@ def files_from_schema(root, program):
     import golden  # pylint: disable=import-outside-toplevel
     from codec import Codec  # pylint: disable=import-outside-toplevel
 
-    golden_files = golden.files(Codec(golden.schema_of(program)))
+    schema = golden.schema_of(program)
+    golden_files = golden.files(Codec(schema))
     result = {f"tests/golden/{name}": text for name, text in golden_files.items()}
     result["docs/messages.md"] = subprocess.run(
         [program, "schema", "--markdown"], check=True, capture_output=True, text=True
     ).stdout
+    result.update(python_module.files(schema))
     for file in (root / "tests" / "golden").glob("*.json"):
         if file.name not in golden_files:
             result[f"tests/golden/{file.name}"] = None

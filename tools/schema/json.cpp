@@ -1,8 +1,6 @@
 #include "kind-names.h"
 #include "wire-rules.h"
 
-#include <tvservice/results.h>
-
 #include <nlohmann/json.hpp>
 
 namespace schema {
@@ -19,6 +17,8 @@ Json toJson(const std::vector<Field>& fields) {
                    {"kind", nameOf(field.type.kind).name}};
         if (field.type.kind == Kind::Scalar) entry["signed"] = field.type.isSigned;
         if (field.type.record) entry["record"] = field.type.record;
+        if (*field.meaning) entry["meaning"] = field.meaning;
+        if (field.values) entry["enumeration"] = field.values->name;
         list.push_back(std::move(entry));
     }
     return list;
@@ -45,6 +45,16 @@ Json toJson(const Record& record) {
             {"fields", toJson(record.fields)}};
 }
 
+Json toJson(const genrpc::Enumeration* enumeration) {
+    Json values = Json::array();
+    for (const auto& [number, name, meaning] : enumeration->values)
+        values.push_back({{"number", number}, {"name", name}, {"meaning", meaning}});
+    return {{"name", enumeration->name},
+            {"title", enumeration->title},
+            {"about", enumeration->about},
+            {"values", std::move(values)}};
+}
+
 template <class List> Json listOf(const List& list) {
     Json array = Json::array();
     for (const auto& element : list) array.push_back(toJson(element));
@@ -59,10 +69,11 @@ std::string asJson() {
     for (const auto& service : services())
         all.push_back(
             {{"name", service.name}, {"messages", listOf(service.messages)}, {"records", listOf(service.records)}});
-    Json results = Json::array();
-    for (const auto& [number, name, meaning] : tvservice::results)
-        results.push_back({{"number", number}, {"name", name}, {"meaning", meaning}});
-    return Json{{"version", version}, {"wire", wireRules}, {"kinds", meanings}, {"results", results}, {"services", all}}
+    return Json{{"version", version},
+                {"wire", wireRules},
+                {"kinds", meanings},
+                {"enumerations", listOf(enumerations())},
+                {"services", all}}
                .dump(1) +
            "\n";
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <frame/message.h>
+#include <genrpc/values.h>
 #include <vdl/endian-table.h>
 
 #include <cstddef>
@@ -28,6 +29,8 @@ struct Field {
     const char* name;
     std::size_t offset;
     Type type;
+    const char* meaning{};               // empty for an argument whose record has the meanings
+    const genrpc::Enumeration* values{}; // of its numbers, if they have names
 };
 
 struct Record {
@@ -54,6 +57,7 @@ struct Service {
 };
 
 const std::vector<Service>& services();
+const std::vector<const genrpc::Enumeration*>& enumerations();
 
 // The schema as one JSON object, as text for a terminal, and as docs/messages.md.
 std::string asJson();

@@ -1,8 +1,8 @@
 #include "schema.h"
 
 #include <genrpc/message.h>
-#include <mmservice/messages.h>
-#include <tvservice/messages.h>
+#include <mmservice/meanings.h>
+#include <tvservice/meanings.h>
 
 #include <tuple>
 #include <type_traits>
@@ -35,10 +35,13 @@ template <class E> struct TypeOf<genrpc::Sequence<E>> {
 
 template <class R> Record recordOf(const char* family) {
     std::vector<Field> fields;
+    auto meaning = genrpc::meanings<R>.begin();
     std::apply(
         [&](const auto&... field) {
-            (fields.push_back(
-                 {field.name, field.offset, TypeOf<typename genrpc::MemberType<decltype(field.flat)>::Type>::type}),
+            ((fields.push_back({field.name, field.offset,
+                                TypeOf<typename genrpc::MemberType<decltype(field.flat)>::Type>::type, meaning->text,
+                                meaning->values}),
+              ++meaning),
              ...);
         },
         R::Flat::fields());
@@ -49,9 +52,15 @@ template <class M> std::vector<Field> argumentsOf() {
     return []<class... Args>(std::type_identity<std::tuple<Args...>>) {
         std::vector<Field> fields;
         [[maybe_unused]] std::size_t index = 0;
-        ((fields.push_back({M::arguments[index], M::Body::offsetOf(index), TypeOf<genrpc::FlatType<Args>>::type}),
+        ((fields.push_back(
+              {M::arguments[index], M::Body::offsetOf(index), TypeOf<genrpc::FlatType<Args>>::type, "", nullptr}),
           ++index),
          ...);
+        if constexpr (genrpc::hasMeanings<M>)
+            for (std::size_t i = 0; i < fields.size(); ++i) {
+                fields[i].meaning = genrpc::meanings<M>[i].text;
+                fields[i].values = genrpc::meanings<M>[i].values;
+            }
         return fields;
     }(std::type_identity<typename M::Body::Arguments>{});
 }
@@ -95,6 +104,13 @@ Service mmService() {
 const std::vector<Service>& services() {
     static const std::vector<Service> both{tvService(), mmService()};
     return both;
+}
+
+#define SCHEMA_ENUMERATION(constants, enumeration, title, about, VALUES) &tvservice::enumeration,
+
+const std::vector<const genrpc::Enumeration*>& enumerations() {
+    static const std::vector<const genrpc::Enumeration*> all{TVSERVICE_ENUMERATIONS(SCHEMA_ENUMERATION)};
+    return all;
 }
 
 } // namespace schema

@@ -1,8 +1,6 @@
 #include "kind-names.h"
 #include "wire-rules.h"
 
-#include <tvservice/results.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <string_view>
@@ -21,6 +19,10 @@ std::string hex(std::uint32_t number) {
     return text;
 }
 
+constexpr const char* aboutNumbers =
+    "Except for the main terminal's type and the results 0 and 1, they are those of the reference services, as are the "
+    "meanings of most fields. `tvservice/values.h` and `tvservice/results.h` have them for programs.";
+
 // ---- for a terminal ----
 
 constexpr std::size_t lineWidth = 100;
@@ -37,14 +39,30 @@ std::string wrapped(std::string_view text) {
 }
 
 std::string fieldLines(const std::vector<Field>& fields) {
-    std::size_t width = 0;
-    for (const auto& field : fields) width = std::max(width, std::string_view(field.name).size());
+    std::size_t width = 0, typeWidth = 0;
+    for (const auto& field : fields) {
+        width = std::max(width, std::string_view(field.name).size());
+        typeWidth = std::max(typeWidth, phraseOf(field.type).size());
+    }
     std::string text;
     for (const auto& field : fields) {
         char numbers[32];
         std::snprintf(numbers, sizeof numbers, "%8zu %4zu  ", field.offset, field.type.size);
-        text += numbers + padded(field.name, width) + "  " + phraseOf(field.type) + "\n";
+        std::string meaning = field.meaning;
+        if (field.values) meaning += std::string(" [") + field.values->title + "]";
+        const std::string phrase = phraseOf(field.type);
+        text += numbers + padded(field.name, width) + "  " +
+                (meaning.empty() ? phrase : padded(phrase, typeWidth) + "  " + meaning) + "\n";
     }
+    return text;
+}
+
+std::string enumerationLines(const genrpc::Enumeration& enumeration) {
+    std::size_t width = 0;
+    for (const auto& value : enumeration.values) width = std::max(width, std::string_view(value.name).size());
+    std::string text = std::string("\n") + enumeration.title + ": " + enumeration.about + "\n";
+    for (const auto& [number, name, meaning] : enumeration.values)
+        text += padded(std::to_string(number), 4) + padded(name, width) + "  " + meaning + "\n";
     return text;
 }
 
@@ -66,21 +84,37 @@ std::string header(const std::vector<std::string>& titles) {
     return row(titles) + row(std::vector<std::string>(titles.size(), "---"));
 }
 
+// A link to the section with this heading: its anchor is in lower case, with hyphens for spaces.
+std::string linkTo(const std::string& heading) {
+    std::string anchor = heading;
+    std::transform(anchor.begin(), anchor.end(), anchor.begin(), [](char c) {
+        return c == ' ' ? '-' : c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    });
+    return "[" + heading + "](#" + anchor + ")";
+}
+
 std::string linked(const Type& type) {
-    if (!type.record) return phraseOf(type);
-    const std::string phrase = phraseOf(type), record = type.record;
-    // The anchor of a one-word heading is the word in lower case.
-    std::string anchor = record;
-    std::transform(anchor.begin(), anchor.end(), anchor.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return phrase.substr(0, phrase.size() - record.size()) + "[" + record + "](#" + anchor + ")";
+    const std::string phrase = phraseOf(type), record = type.record ? type.record : "";
+    return record.empty() ? phrase : phrase.substr(0, phrase.size() - record.size()) + linkTo(record);
+}
+
+std::string meaningOf(const Field& field) {
+    return field.meaning + (field.values ? " (" + linkTo(field.values->title) + ")" : std::string());
+}
+
+std::string enumerationTable(const genrpc::Enumeration& enumeration) {
+    std::string text = "\n### " + std::string(enumeration.title) + "\n\n" + enumeration.about + "\n\n" +
+                       header({"Number", "Name", "Meaning"});
+    for (const auto& [number, name, meaning] : enumeration.values) text += row({std::to_string(number), name, meaning});
+    return text;
 }
 
 std::string messageRow(const Service& service, const Message& message) {
     std::string arguments;
     for (const auto& argument : message.arguments)
         arguments += (arguments.empty() ? "" : "<br>") + code(argument.name) + " at " +
-                     std::to_string(argument.offset) + ": " + linked(argument.type);
+                     std::to_string(argument.offset) + ": " + linked(argument.type) +
+                     (*argument.meaning ? ", " + meaningOf(argument) : "");
     const std::string name = message.name;
     return row(
         {hex(message.meta.messageId), code(name), code(message.signature), arguments.empty() ? "none" : arguments,
@@ -96,10 +130,11 @@ std::string messageTable(const Service& service, const std::string& direction) {
 
 std::string recordTable(const Record& record) {
     std::string text = "### " + std::string(record.name) + "\n\n" + std::to_string(record.table->size) +
-                       " bytes, family " + record.family + ".\n\n" + header({"Offset", "Size", "Field", "Type"});
+                       " bytes, family " + record.family + ".\n\n" +
+                       header({"Offset", "Size", "Field", "Type", "Meaning"});
     for (const auto& field : record.fields)
-        text +=
-            row({std::to_string(field.offset), std::to_string(field.type.size), code(field.name), linked(field.type)});
+        text += row({std::to_string(field.offset), std::to_string(field.type.size), code(field.name),
+                     linked(field.type), meaningOf(field)});
     return text + "\n";
 }
 
@@ -128,10 +163,9 @@ std::string phraseOf(const Type& type) {
 std::string asText() {
     std::string text = "Messages and records, version " + std::to_string(version) + "\n\n";
     for (const char* rule : wireRules) text += wrapped(rule);
-    text += "\nResults, in the field \"result\" of answers: number, name, meaning.\n";
-    for (const auto& [number, name, meaning] : tvservice::results)
-        text += padded(std::to_string(number), 4) + padded(name, 21) + meaning + "\n";
-    text += "\nEach field: offset, size in bytes, name, type.\n";
+    text += "\nNumbers with names: number, name, meaning.\n" + wrapped(aboutNumbers);
+    for (const auto* enumeration : enumerations()) text += enumerationLines(*enumeration);
+    text += "\nEach field: offset, size in bytes, name, type, meaning [what its numbers are].\n";
     for (const auto& service : services()) {
         for (const auto& message : service.messages)
             text += "\n" + std::string(service.name) + " " + message.direction + " " + hex(message.meta.messageId) +
@@ -160,12 +194,8 @@ std::string asMarkdown() {
     for (const auto& message : {services()[0].messages.front(), services()[0].messages.back()})
         text += row({message.direction, hex(message.meta.instance), hex(message.meta.interfaceCode),
                      std::to_string(message.meta.flag)});
-    text +=
-        "\n## Results\n\nIn the field `result` of answers. 0 and 1 mean the same with every service; the others are "
-        "those "
-        "of the\nreference services.\n\n" +
-        header({"Result", "Name", "Meaning"});
-    for (const auto& [number, name, meaning] : tvservice::results) text += row({std::to_string(number), name, meaning});
+    text += "\n## Numbers with names\n\n" + std::string(aboutNumbers) + "\n";
+    for (const auto* enumeration : enumerations()) text += enumerationTable(*enumeration);
     for (const auto& service : services()) {
         const std::string name = service.name;
         text += "\n## " + name + ": requests\n\n" + messageTable(service, "Request");

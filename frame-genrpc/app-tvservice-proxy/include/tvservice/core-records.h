@@ -1,4 +1,5 @@
-// The records of the play path: terminal, play or stop request, answer.
+// The records of the play path: terminal, play or stop request, answer. tvservice/meanings.h has the meaning of each
+// field.
 #pragma once
 
 #include <genrpc/record.h>
@@ -13,8 +14,7 @@ namespace tvservice {
 // A request with this uri asks a service to stop what the terminal shows.
 inline constexpr const char* stopUri = "rec://plain/null";
 
-// One play or stop request. uri: what to show, "rec://plain/null" to stop; uuid: the source's identity; reqId: empty or
-// equal in all requests of one call, repeated in the answer. Only the services know the int and string parameters.
+// One play or stop request.
 #define TVSERVICE_REQ_FIELDS(FIELD)               \
     FIELD(TvServiceTerminal_t, terminal)          \
     FIELD(std::int32_t, intParam1)                \
@@ -30,7 +30,7 @@ inline constexpr const char* stopUri = "rec://plain/null";
     FIELD(std::string, strParam4)                 \
     FIELD(std::int32_t, intParam4)
 
-// The answer for one terminal. result: 0 shown or stopped; 1 a newer request for the terminal is queued; else an error.
+// The answer for one terminal.
 #define TVSERVICE_INFO_FIELDS(FIELD)     \
     FIELD(TvServiceTerminal_t, terminal) \
     FIELD(std::int32_t, result)          \

@@ -1,7 +1,8 @@
 // The records of status and negotiation: services, tuner, network, CI modules, downloads, locks, releases.
 //
-// Only the TV service and its clients know what most fields mean; here they have a type and a number. Forms are packed,
-// so words after a byte have odd offsets; bytes are sent unchanged.
+// Only the TV service and its clients know what most fields mean; here they have a type and a number, in
+// tvservice/meanings.h the meaning that they have in the reference service. Forms are packed, so words after a byte
+// have odd offsets; bytes are sent unchanged.
 #pragma once
 
 #include <genrpc/record.h>

@@ -1,7 +1,7 @@
 // The records of track handling: which streams a terminal has, which one is chosen, which ones conflict.
 //
-// Only the TV service and its clients know what most fields mean; here they have a type and a number. A bool is sent as
-// a 32-bit word.
+// Only the TV service and its clients know what most fields mean; here they have a type and a number, in
+// tvservice/meanings.h the meaning that they have in the reference service. A bool is sent as a 32-bit word.
 #pragma once
 
 #include <genrpc/record.h>
@@ -9,7 +9,8 @@
 
 namespace tvservice {
 
-// The audio track of a multichannel sound broadcast. The service defines the values; all are passed on unchanged.
+// The audio track of a multichannel sound broadcast. The service defines the values (mtsTracks in tvservice/values.h);
+// all are passed on unchanged.
 enum MtsAudioTrack_t : std::int32_t {};
 
 // ---- one stream ----
