@@ -1,11 +1,11 @@
 #include "tv-service.h"
 
-#include "common/sender.h"
 #include "proxy-client.h"
 #include "timed-event.h"
 
 #include <host/message-queue.h>
 #include <mmservice/messages.h>
+#include <tvservice-adapter/service/sender.h>
 #include <tvservice/messages.h>
 
 #include <atomic>

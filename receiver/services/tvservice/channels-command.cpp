@@ -1,6 +1,6 @@
 #include "tvservice/channels-command.h"
 
-#include "common/shell-commands.h"
+#include <tvservice-adapter/service/shell-list.h>
 
 #include <nlohmann/json.hpp>
 

@@ -5,11 +5,12 @@
 namespace services {
 
 namespace messages = tvservice::messages;
+namespace oadStatus = tvservice::oadStatus;
 
 void Downloads::request(std::uint64_t client, tvservice::reqeustOadType_t type, const std::string& packages) {
     const auto refuse = [&](const char* reason) {
-        sender_.to<messages::TvserviceOadStatusNotify>(client, static_cast<tvservice::NotifyOadStatus_t>(refused),
-                                                       std::string(reason));
+        sender_.to<messages::TvserviceOadStatusNotify>(
+            client, static_cast<tvservice::NotifyOadStatus_t>(oadStatus::refused), std::string(reason));
     };
     if (packages.empty()) return refuse("no packages are named");
     const auto refuseAndCount = [&](const char* reason) {
@@ -22,7 +23,7 @@ void Downloads::request(std::uint64_t client, tvservice::reqeustOadType_t type, 
     const auto count = 1 + std::count(packages.begin(), packages.end(), ',');
     sender_.toAll<messages::TvServiceFoundNewOadPacket>(static_cast<std::uint32_t>(count));
     const std::string text = "type " + std::to_string(type) + ": " + packages;
-    sendStatus(started, text);
+    sendStatus(oadStatus::started, text);
     // Schedules all steps at once; the line runs them in order.
     for (std::int32_t percent = 0; percent <= 100; percent += percentPerStep)
         line_.schedule([this, percent] { sender_.toAll<messages::TvserviceOadProgressNotify>(percent); },
@@ -31,12 +32,12 @@ void Downloads::request(std::uint64_t client, tvservice::reqeustOadType_t type, 
         [this, text] {
             held_ = 0;
             busy_ = false;
-            sendStatus(done, text);
+            sendStatus(oadStatus::done, text);
         },
         step_ * (2 + 100 / percentPerStep));
 }
 
-void Downloads::sendStatus(Status status, const std::string& text) const {
+void Downloads::sendStatus(std::int32_t status, const std::string& text) const {
     sender_.toAll<messages::TvserviceOadStatusNotify>(static_cast<tvservice::NotifyOadStatus_t>(status), text);
 }
 

@@ -1,16 +1,15 @@
 // Simulated downloads over the air: one at a time, in steps.
 //
-// The service defines a request's type; it is only passed on. Package names are separated by commas. Clients receive
-// the number of packages, then the status "started", the progress in percent and the status "done"; the status texts
-// name the packages. A rejected request gets the status "refused" with the reason as text. A request is also rejected
-// when the names of its packages exceed bounds::passedTextBytes in total.
+// Clients receive the number of packages, then the status "started", the progress and the status "done". A rejected
+// request gets the status "refused". A request is also rejected when the names of its packages exceed
+// bounds::passedTextBytes in total.
 #pragma once
 
-#include "common/bounds.h"
-#include "common/delay-line.h"
-#include "common/sender.h"
-
+#include <tvservice-adapter/service/bounds.h>
+#include <tvservice-adapter/service/delay-line.h>
+#include <tvservice-adapter/service/sender.h>
 #include <tvservice/messages.h>
+#include <tvservice/values.h>
 
 #include <atomic>
 #include <chrono>
@@ -22,7 +21,6 @@ namespace services {
 
 class Downloads {
 public:
-    enum Status : std::int32_t { started = 1, done = 2, refused = 3 };
     static constexpr std::int32_t percentPerStep = 10;
 
     Downloads(const Sender& sender, std::chrono::milliseconds step) : sender_(sender), step_(step) {}
@@ -33,7 +31,7 @@ public:
     TableCount count() const; // of bytes in the names of packages; from any thread
 
 private:
-    void sendStatus(Status status, const std::string& text) const;
+    void sendStatus(std::int32_t status, const std::string& text) const; // one of tvservice::oadStatuses
 
     const Sender& sender_;
     const std::chrono::milliseconds step_;

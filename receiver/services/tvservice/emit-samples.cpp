@@ -6,12 +6,6 @@ namespace services {
 
 namespace {
 
-// The code that sends a field documents its meaning. The fields that only emit sends:
-//   conflict           uintList1 the tuners wanted, uintList2 the tuners of which one has to be released, intParam1 the
-//                      seconds until the service chooses
-//   URI linkage        byteParam1 the kind (1 replacement), strParam1 the channel, strParam2 what it is linked to
-//   CI ancillary data  strParamList the module's lines, strParam1 its name
-//   installed          byteParam1 the percentage of the installation that is done
 constexpr std::pair<const char*, const char*> samples[] = {
     {"TvServiceInfo",
      R"({"infos":[{"terminal":{"type":0,"id":0},"result":0,"uri":"dvb://1.1.1","uuid":"sample","uuidAncestor":""}]})"},

@@ -1,9 +1,8 @@
 // The shell command that makes the TV service send any notification.
 #pragma once
 
-#include "common/sender.h"
-
 #include <appovshell/server.h>
+#include <tvservice-adapter/service/sender.h>
 
 #include <cstddef>
 #include <string>

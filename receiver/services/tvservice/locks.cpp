@@ -1,6 +1,6 @@
 #include "tvservice/locks.h"
 
-#include "common/log.h"
+#include <tvservice-adapter/service/log.h>
 
 namespace services {
 

@@ -1,7 +1,7 @@
 // The terminals that are locked against minors.
 #pragma once
 
-#include "common/client-table.h"
+#include <tvservice-adapter/service/client-table.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -2,6 +2,8 @@
 
 #include "tvservice/streams.h"
 
+#include <tvservice/values.h>
+
 #include <algorithm>
 #include <map>
 #include <utility>
@@ -13,7 +15,7 @@ tvservice::TvServiceStatusInfo_t statusOf(const std::vector<TerminalTable::Entry
     std::map<Terminal, tvservice::ServiceStatusInfo_t> entries;
     for (const auto& [terminal, what] : shown) {
         auto& entry = entries[terminal];
-        entry.byteParam1 = 1;
+        entry.byteParam1 = tvservice::displayState::showing;
         entry.strParam1 = what.uri;
         entry.intParam6 = channels.numberOf(what.uri);
         if (entry.intParam6 == 0) continue;
@@ -24,7 +26,7 @@ tvservice::TvServiceStatusInfo_t statusOf(const std::vector<TerminalTable::Entry
     }
     for (const auto& [terminal, held] : locks.all()) {
         auto& entry = entries[terminal];
-        entry.byteParam2 = 1;
+        entry.byteParam2 = tvservice::lockState::locked;
         entry.shortParam1 = static_cast<std::uint16_t>(std::clamp<std::int32_t>(held.entry.rating, 0, UINT16_MAX));
     }
     tvservice::TvServiceStatusInfo_t info{listNumber, {}};

@@ -1,17 +1,5 @@
 // The streams of a channel: the same for every channel, except for their addresses, which are derived from the
 // channel's URI.
-//
-// Field meanings of a stream in this service (numbers count from 1; track requests use them):
-//   audio     intParam1 number, strParam1 language, strParam2 name, intParam2 coding (1 MPEG, 2 AC-3), intParam3
-//             channels, intParam4 sampling rate in Hz, shortParam1 PID, shortParam2 component tag, flagParam1 chosen,
-//             flagParam2 describes the picture, strParam3 role, shortParam3 kbit/s, shortParam4 unused, strParam4
-//             channel
-//   subtitle  intParam1 number, strParam1 language, strParam2 name, intParam2 coding (1 bitmaps, 2 teletext),
-//             intParam3 type code, shortParam1 PID, shortParam2 composition page, shortParam3 ancillary page,
-//             flagParam1 chosen, flagParam2 for the hard of hearing, strParam3 channel
-//   video     intParam1 number, strParam1 name, intParam2 coding (1 MPEG-2, 2 AVC), shortParam1 PID, shortParam2 frames
-//             per second, flagParam1 chosen, shortParam3 width, shortParam4 height
-//   teletext  intParam1 number, strParam1 language, shortParam1 PID
 #pragma once
 
 #include <tvservice/stream-records.h>

@@ -1,15 +1,11 @@
 // The chosen tracks of the channels on the terminals. Used on the receiving thread only.
-//
-// Field meanings of the track infos in this service: intParam1 the chosen track's number, 0: none; intParam2 the result
-// of the request, see common/result.h; intParam3 the request's second number, 0 after a play. Video infos also have
-// intParam4 and intParam5, the chosen picture's width and height, 0 without one. Teletext infos have only the first
-// two. Of the track requests: intParam1 the number of the track to choose, 0: none; intParam2 is only echoed.
 #pragma once
 
-#include "common/result.h"
-#include "common/swap-keys.h"
-#include "common/terminal-table.h"
 #include "tvservice/streams.h"
+
+#include <tvservice-adapter/service/result.h>
+#include <tvservice-adapter/service/swap-keys.h>
+#include <tvservice-adapter/service/terminal-table.h>
 
 #include <algorithm>
 #include <cstdint>

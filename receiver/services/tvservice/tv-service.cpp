@@ -1,44 +1,40 @@
-// The effects of each request, and the field meanings of the single-number records in this service. tuner.h, tracks.h,
-// service-status.h and downloads.h have the meanings of other fields. "To all": to all clients. "To the client": to the
-// one that sent the request.
+// The effects of each request; tvservice/meanings.h has the meanings of all fields. "To all": to all clients. "To the
+// client": to the one that sent the request.
 //
 //   play, stop       One TvServiceInfo with all answers to the client, delayed and falsified as the fault switches
 //                    demand. For each channel that is shown, to all: TvServiceTunerStatusMessage before the answers,
 //                    TvServiceTunerResult and the four track infos after them. Of a list with more than 64 channels,
 //                    only the first 64 are reported. A play without room is answered with result::noRoom.
-//   swap window      intParam1 is a type: the terminals type:0 and 0:0 swap what they show. TvServiceSwapWinInfo with
-//                    that type to all, or with -1 to the client when one terminal is locked, there is nothing to swap,
-//                    or the entry that moves is another client's and the client has no room for one more terminal.
-//   stream info      intParam1 is a channel's number. TvServiceStreamInfo with the same number and the channel's URI,
-//                    name and numbers of streams; without text for an unknown channel.
+//   swap window      TvServiceSwapWinInfo to all, or to the client when one terminal is locked, there is nothing to
+//                    swap, or the entry that moves is another client's and the client has no room for one more
+//                    terminal.
+//   stream info      TvServiceStreamInfo to the client.
 //   audio, subtitle, video, teletext
 //                    The matching info, to all when the track has changed, else to the client.
 //   info             TvServiceInfo without request id for every terminal that shows something, and TvServiceStatusInfo.
-//   ask release      intParam1 is a tuner: TvServiceAskReleaseInfo with it and byte 1 (to be released) to all other
-//                    clients, TvServiceAskReleaseConf with it and byte 1 (granted) to the client. A negative number is
-//                    not forwarded and gets byte 0.
-//   send key         TvServiceBroadcastApplictionInfo with the number of the broadcast application that took the key, 1
-//                    to 4 for the coloured ones, else 0. A captions key also toggles captions, which
-//                    TvServiceCcInfoNotify reports to all: 1 on, 0 off.
-//   list changed     intParam1 numbers the new list. TvServiceStatusInfo to all.
-//   try run          intParam1 is a channel's number. TvServicePlayInfo with its URI, or without one for an unknown
-//                    channel.
-//   parental lock    intParam1 0 unlocks, else locks for the age in intParam2. TvServiceStatusInfo to all, or to the
-//                    client when nothing has changed or there is no room for another lock. A play on a locked terminal
-//                    is answered with result::locked; the terminal keeps what it shows.
-//   MTS audio        0 main, 1 second programme, 2 both. TvServiceMtsAudioTrackInfoNotify to all, or with the unchanged
-//                    track to the client for another number.
-//   CAS service      TvServiceCiSasMessageInfo with the type and byte 1 (chosen) to all, or byte 0 to the client for a
-//                    negative type.
+//   ask release      TvServiceAskReleaseInfo to all other clients, TvServiceAskReleaseConf to the client. A negative
+//                    number is not forwarded.
+//   send key         TvServiceBroadcastApplictionInfo to the client. A captions key also toggles captions, which
+//                    TvServiceCcInfoNotify reports to all.
+//   list changed     TvServiceStatusInfo to all.
+//   try run          TvServicePlayInfo to the client.
+//   parental lock    TvServiceStatusInfo to all, or to the client when nothing has changed or there is no room for
+//                    another lock. A play on a locked terminal is answered with result::locked; the terminal keeps what
+//                    it shows.
+//   MTS audio        TvServiceMtsAudioTrackInfoNotify to all, or with the unchanged track to the client for an unknown
+//                    number.
+//   CAS service      TvServiceCiSasMessageInfo to all, or to the client for a negative type.
 //   packages         A download, see downloads.h.
-//   source changed   TvServiceNetworkChangeMsg with the source's name, and as byte whether there is one, to all. For a
-//                    name longer than bounds::passedTextBytes, with the unchanged source to the client.
+//   source changed   TvServiceNetworkChangeMsg to all. For a name longer than bounds::passedTextBytes, with the
+//                    unchanged source to the client.
 #include "tvservice/tv-service.h"
 
-#include "common/handlers.h"
-#include "common/log.h"
 #include "tvservice/tuner.h"
 #include "tvservice/uri-check.h"
+
+#include <tvservice-adapter/service/handlers.h>
+#include <tvservice-adapter/service/log.h>
+#include <tvservice/values.h>
 
 #include <cstddef>
 #include <tuple>
@@ -126,7 +122,7 @@ void TvService::notify(const std::vector<Tuned>& all) const {
 // ---- terminals ----
 
 bool TvService::swapWithMain(const Terminal& terminal, std::uint64_t client) {
-    const Terminal main{};
+    const Terminal main{tvservice::terminalType::main, 0};
     if (terminal == main || locks_.contains(main) || locks_.contains(terminal)) return false;
     if (!table_.swap(main, terminal, client)) return false;
     tracks_.swap(main, terminal);
@@ -137,7 +133,8 @@ void TvService::tvServiceSwapWinReq(std::uint64_t client, const tvservice::TvSer
     if (swapWithMain({request.intParam1, 0}, client))
         sender_.toAll<messages::TvServiceSwapWinInfo>(tvservice::TvServiceSwapWinInfo_t{request.intParam1});
     else
-        sender_.to<messages::TvServiceSwapWinInfo>(client, tvservice::TvServiceSwapWinInfo_t{-1});
+        sender_.to<messages::TvServiceSwapWinInfo>(client,
+                                                   tvservice::TvServiceSwapWinInfo_t{tvservice::terminalType::none});
 }
 
 tvservice::TvServiceStatusInfo_t TvService::status() const {
@@ -155,8 +152,9 @@ void TvService::tvServiceInfoReq(std::uint64_t client) {
 void TvService::setParentalLockInfo(std::uint64_t client, const tvservice::TvServiceParentalLockInfo_t& info) {
     const Terminal terminal = terminalOf(info.terminal);
     Evictions evictions([this] { return sender_.clients(); });
-    const Locks::Outcome outcome =
-        info.intParam1 != 0 ? locks_.lock(terminal, info.intParam2, client, &evictions) : locks_.unlock(terminal);
+    const Locks::Outcome outcome = info.intParam1 != tvservice::lockState::unlocked
+                                       ? locks_.lock(terminal, info.intParam2, client, &evictions)
+                                       : locks_.unlock(terminal);
     if (outcome == Locks::Outcome::changed)
         sender_.toAll<messages::TvServiceStatusInfo>(status());
     else
@@ -207,8 +205,7 @@ void TvService::tvServiceStreamInfoReq(std::uint64_t client, const tvservice::Tv
 }
 
 void TvService::mtsAudioChangeReq(std::uint64_t client, tvservice::MtsAudioTrack_t track) {
-    constexpr std::int32_t trackCount = 3;
-    if (track < 0 || track >= trackCount) {
+    if (!find(tvservice::mtsTracks, track)) {
         sender_.to<messages::TvServiceMtsAudioTrackInfoNotify>(client, mtsTrack_);
         return;
     }
@@ -219,23 +216,29 @@ void TvService::mtsAudioChangeReq(std::uint64_t client, tvservice::MtsAudioTrack
 // ---- the rest ----
 
 void TvService::tvServiceAskReleaseReq(std::uint64_t client, const tvservice::TvServiceAskReleaseReq_t& request) {
-    const bool granted = request.intParam1 >= 0;
-    if (granted)
+    namespace releaseAnswer = tvservice::releaseAnswer;
+    const std::uint8_t answer = request.intParam1 >= 0 ? releaseAnswer::granted : releaseAnswer::refused;
+    if (answer == releaseAnswer::granted)
         sender_.toAllExcept<messages::TvServiceAskReleaseInfo>(
-            client, tvservice::TvServiceAskReleaseInfo_t{request.intParam1, 1});
-    sender_.to<messages::TvServiceAskReleaseConf>(
-        client, tvservice::TvServiceAskReleaseConf_t{request.intParam1, static_cast<std::uint8_t>(granted)});
+            client, tvservice::TvServiceAskReleaseInfo_t{request.intParam1, tvservice::releaseDemand::wanted});
+    sender_.to<messages::TvServiceAskReleaseConf>(client,
+                                                  tvservice::TvServiceAskReleaseConf_t{request.intParam1, answer});
 }
 
 void TvService::tvServiceSendKeyReq(std::uint64_t client, const std::string& key) {
-    const char* const coloured[] = {"RED", "GREEN", "YELLOW", "BLUE"};
-    std::uint32_t application = 0, number = 0;
-    for (const char* known : coloured)
-        if (++number; key == known) application = number;
-    sender_.to<messages::TvServiceBroadcastApplictionInfo>(client, application);
+    namespace application = tvservice::broadcastApplication;
+    constexpr std::pair<const char*, std::uint32_t> coloured[] = {{"RED", application::red},
+                                                                  {"GREEN", application::green},
+                                                                  {"YELLOW", application::yellow},
+                                                                  {"BLUE", application::blue}};
+    std::uint32_t taker = application::none;
+    for (const auto& [known, number] : coloured)
+        if (key == known) taker = number;
+    sender_.to<messages::TvServiceBroadcastApplictionInfo>(client, taker);
     if (key != "CC" && key != "CAPTIONS") return;
     captions_ = !captions_;
-    sender_.toAll<messages::TvServiceCcInfoNotify>(tvservice::TvServiceCcInfo_t{captions_});
+    sender_.toAll<messages::TvServiceCcInfoNotify>(
+        tvservice::TvServiceCcInfo_t{captions_ ? tvservice::captionState::on : tvservice::captionState::off});
 }
 
 void TvService::tvServiceSListChangedInd(std::uint64_t, const tvservice::TvServiceSListChangedInd_t& indication) {
@@ -248,10 +251,13 @@ void TvService::tvServiceTryRunReq(std::uint64_t client, const tvservice::TvServ
 }
 
 void TvService::setCasService(std::uint64_t client, tvservice::TvServiceCasServiceType_t type) {
+    namespace casChoice = tvservice::casChoice;
     if (type >= 0)
-        sender_.toAll<messages::TvServiceCiSasMessageInfo>(tvservice::TvServiceCiCasMessageInfo_t{type, 1});
+        sender_.toAll<messages::TvServiceCiSasMessageInfo>(
+            tvservice::TvServiceCiCasMessageInfo_t{type, casChoice::chosen});
     else
-        sender_.to<messages::TvServiceCiSasMessageInfo>(client, tvservice::TvServiceCiCasMessageInfo_t{type, 0});
+        sender_.to<messages::TvServiceCiSasMessageInfo>(
+            client, tvservice::TvServiceCiCasMessageInfo_t{type, casChoice::refused});
 }
 
 void TvService::requestPackagesReq(std::uint64_t client, tvservice::reqeustOadType_t type,
@@ -261,7 +267,9 @@ void TvService::requestPackagesReq(std::uint64_t client, tvservice::reqeustOadTy
 
 void TvService::tvServiceSourceChanged(std::uint64_t client, const std::string& source) {
     const auto message = [this] {
-        return tvservice::TvServiceNetworkChangeMessage_t{static_cast<std::uint8_t>(!source_.empty()), source_};
+        namespace sourceState = tvservice::sourceState;
+        return tvservice::TvServiceNetworkChangeMessage_t{
+            source_.empty() ? std::uint8_t{sourceState::none} : std::uint8_t{sourceState::present}, source_};
     };
     if (source.size() > bounds::passedTextBytes) {
         ++refusedSources_;

@@ -5,13 +5,14 @@
 // effects of each request.
 #pragma once
 
-#include "common/answer-line.h"
 #include "tvservice/channel-list.h"
 #include "tvservice/downloads.h"
 #include "tvservice/service-status.h"
 #include "tvservice/tracks.h"
 
 #include <genrpc/arguments.h>
+#include <tvservice-adapter/service/answer-line.h>
+#include <tvservice-adapter/service/service.h>
 #include <tvservice/messages.h>
 
 #include <atomic>
@@ -26,18 +27,16 @@ namespace services {
 #define TVSERVICE_HANDLER(service, direction, Name, method, id, ...) \
     void method(std::uint64_t client GENRPC_EACH(GENRPC_PARAMETER, __VA_ARGS__));
 
-class TvService {
+class TvService : public Service {
 public:
     // downloadStep: the time that each step of a download takes.
     TvService(TerminalTable& table, FaultSwitches& faults, const ChannelList& channels,
               std::chrono::milliseconds downloadStep = std::chrono::milliseconds(50))
         : channels_(channels), table_(table), answers_(sender_, faults), downloads_(sender_, downloadStep) {}
 
-    // The service must outlive the queue's receiving. Throws std::runtime_error when the endpoint is not available.
-    void offer(host::MessageQueue& queue);
+    void offer(host::MessageQueue& queue) override;
 
-    // How full the tables other than the terminals are. From any thread.
-    std::vector<TableCount> tables() const {
+    std::vector<TableCount> tables() const override {
         return {locks_.count(),
                 answers_.delayed(),
                 downloads_.count(),

@@ -1,19 +1,18 @@
 // The shell commands that inspect a service and inject faults.
 #pragma once
 
-#include "common/fault-switches.h"
-#include "common/terminal-table.h"
-
 #include <appovshell/server.h>
+#include <tvservice-adapter/service/fault-switches.h>
+#include <tvservice-adapter/service/terminal-table.h>
 
 #include <functional>
-#include <nlohmann/json_fwd.hpp>
 #include <utility>
 #include <vector>
 
 namespace services {
 
-// Registers "terminals", "fault", "faults", "log" and "stats" with a shell; must live as long as the shell serves.
+// Registers "terminals", "fault", "faults", "health", "log" and "stats" with a shell; must live as long as the shell
+// serves.
 class ShellCommands {
 public:
     ShellCommands(const TerminalTable& table, FaultSwitches& faults) : table_(table), faults_(faults) {}
@@ -34,6 +33,7 @@ private:
     int printTerminals();
     int setFault();
     int printFaults();
+    int printHealth();
     int setLogLevels();
     int printStatistics();
     int printTables();
@@ -43,8 +43,5 @@ private:
     std::function<std::vector<TableCount>()> serviceTables_;
     appovshell::Server* shell_ = nullptr;
 };
-
-// Prints a list as one line of JSON, or as a line for people per object.
-void printList(appovshell::Server& shell, const nlohmann::ordered_json& list);
 
 } // namespace services

@@ -1,9 +1,9 @@
 // Binds a service's handlers to its requests.
 #pragma once
 
-#include "common/log.h"
-
 #include <frame/omq-io-module.h>
+#include <tvservice-adapter/service/health.h>
+#include <tvservice-adapter/service/log.h>
 
 #include <cstdint>
 #include <tuple>
@@ -17,6 +17,7 @@ template <class Message, auto method, class Service> void bind(frame::OmqIOModul
                                              const void* payload, void* context) {
         SERVICE_LOG(vdlDebugProgress, "client %llu: %s\n", static_cast<unsigned long long>(transport.connection),
                     Message::name);
+        const Handling handling(Message::name);
         std::apply(
             [&](const auto&... args) { (static_cast<Service*>(context)->*method)(transport.connection, args...); },
             Message::Body::read(payload));

@@ -1,9 +1,11 @@
-#include "common/shell-commands.h"
+#include "shell-commands.h"
 
 #include <frame/io-statistics.h>
 #include <host/log-levels.h>
 #include <host/printable.h>
-#include <vdl/debug.h>
+#include <tvservice-adapter/service/health.h>
+#include <tvservice-adapter/service/shell-list.h>
+#include <tvservice/values.h>
 
 #include <cerrno>
 #include <chrono>
@@ -64,6 +66,8 @@ int ShellCommands::registerWith(appovshell::Server& shell) {
          std::string("NAME [VALUE] - sets a fault of the answers to play and stop requests: ") + FaultSwitches::help(),
          call<&ShellCommands::setFault>},
         {"faults", "- lists the fault switches", call<&ShellCommands::printFaults>},
+        {"health", "- whether the handlers of requests return; fails when one has not returned for 5 seconds",
+         call<&ShellCommands::printHealth>},
         {"log :s", "MODULE=LEVEL[,...] - changes what is logged; service=info logs each request",
          call<&ShellCommands::setLogLevels>},
         {"stats [:s]",
@@ -76,17 +80,17 @@ int ShellCommands::registerWith(appovshell::Server& shell) {
 }
 
 int ShellCommands::setLogLevels() {
-    const std::string levels = shell_->getArgument(0);
-    const std::string problem = vdlDebugSetLevels(levels);
-    const std::string text = problem.empty() ? host::unknownLogModules(levels) : problem;
-    if (!text.empty()) shell_->print(text + "\n");
-    return problem.empty() ? 0 : -EINVAL;
+    const std::string problem = host::setLogLevels(shell_->getArgument(0));
+    if (problem.empty()) return 0;
+    shell_->print(problem + "\n");
+    return -EINVAL;
 }
 
 int ShellCommands::printTerminals() {
     Json list = Json::array();
     for (const auto& [terminal, shown] : table_.entries())
         list.push_back({{"type", terminal.type},
+                        {"typeName", nameOf(tvservice::terminalTypes, terminal.type)},
                         {"id", terminal.id},
                         {"uri", shown.uri},
                         {"uuid", shown.uuid},
@@ -110,6 +114,14 @@ int ShellCommands::printFaults() {
                          {"other-id", onOff(faults.otherId)}, {"exit-after", faults.exitAfter}};
     shell_->print(shell_->wantsJson() ? dump(object) + '\n' : lineOf(object));
     return 0;
+}
+
+int ShellCommands::printHealth() {
+    const Health now = health();
+    const Json object = {
+        {"good", now.isGood()}, {"handling", now.handling ? now.handling : ""}, {"sinceMs", now.since.count()}};
+    shell_->print(shell_->wantsJson() ? dump(object) + '\n' : lineOf(object));
+    return now.isGood() ? 0 : -ETIMEDOUT;
 }
 
 int ShellCommands::printStatistics() {

@@ -1,8 +1,6 @@
-#include "mmservice/uri-check.h"
-
-#include "common/result.h"
-
 #include <ov/uri.h>
+#include <tvservice-adapter/service/mm-uris.h>
+#include <tvservice-adapter/service/result.h>
 
 #include <algorithm>
 #include <charconv>
@@ -49,6 +47,14 @@ bool isReadableFile(const std::string& path) {
     return regular;
 }
 
+// Whether an address of the network names a host, and can be sent as it is.
+bool namesAHost(std::string_view uri) {
+    const auto cannotBeSent = [](unsigned char byte) { return byte <= ' ' || byte == 0x7F; };
+    if (std::any_of(uri.begin(), uri.end(), cannotBeSent)) return false;
+    uri.remove_prefix(uri.find(':') + 1);
+    return skip(uri, "//") && !uri.empty() && std::string_view("/:?#").find(uri.front()) == std::string_view::npos;
+}
+
 } // namespace
 
 std::string localPathOf(const std::string& uri) {
@@ -63,8 +69,9 @@ std::int32_t checkMmUri(const std::string& uri) {
     const std::string scheme = ov::orveltools::uri::LtUri(uri).getScheme();
     if (scheme == Scheme::File || scheme == Scheme::Fsl2)
         return isReadableFile(localPathOf(uri)) ? result::done : result::cannotOpenFile;
-    for (const std::string* shown : {&Scheme::Http, &Scheme::Https, &Scheme::Rtp, &Scheme::Miracast, &Scheme::External,
-                                     &Scheme::YouTube, &Scheme::YouTubeV4})
+    if (scheme == Scheme::Http || scheme == Scheme::Https || scheme == Scheme::Rtp)
+        return namesAHost(uri) ? result::done : result::unsupportedUri;
+    for (const std::string* shown : {&Scheme::Miracast, &Scheme::External, &Scheme::YouTube, &Scheme::YouTubeV4})
         if (scheme == *shown) return result::done;
     return result::unsupportedUri;
 }

@@ -1,10 +1,10 @@
 // A table of what clients set for terminals, within bounds::terminals and the related bounds.
 #pragma once
 
-#include "common/bounds.h"
-#include "common/log.h"
-#include "common/swap-keys.h"
-#include "common/terminal.h"
+#include <tvservice-adapter/service/bounds.h>
+#include <tvservice-adapter/service/log.h>
+#include <tvservice-adapter/service/swap-keys.h>
+#include <tvservice-adapter/service/terminal.h>
 
 #include <algorithm>
 #include <cstddef>

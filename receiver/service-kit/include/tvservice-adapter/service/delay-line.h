@@ -1,7 +1,7 @@
 // Runs work later, on a thread of its own, in the order in which it was scheduled.
 #pragma once
 
-#include "common/bounds.h"
+#include <tvservice-adapter/service/bounds.h>
 
 #include <chrono>
 #include <condition_variable>

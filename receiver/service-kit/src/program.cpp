@@ -1,7 +1,4 @@
-#include "common/program.h"
-
-#include "common/exit-code.h"
-#include "common/log.h"
+#include "shell-commands.h"
 
 #include <frame/process.h>
 #include <host/configuration.h>
@@ -9,6 +6,8 @@
 #include <host/printable.h>
 #include <host/receiver.h>
 #include <host/result.h>
+#include <tvservice-adapter/service/log.h>
+#include <tvservice-adapter/service/program.h>
 #include <vdl/debug.h>
 
 #include <CLI/CLI.hpp>
@@ -23,13 +22,15 @@
 
 namespace services {
 
-Program::Program(const std::string& name, const std::string& description)
-    : name_(name), options_(std::make_unique<CLI::App>(description, name)) {
+Program::Program(const std::string& name, const std::string& description, const std::string& version)
+    : name_(name),
+      options_(std::make_unique<CLI::App>(description, name)),
+      commands_(std::make_unique<ShellCommands>(table_, faults_)) {
     vdlDebugNameModule(logModule, "service");
     options_->failure_message([](const CLI::App* app, const CLI::Error& error) {
         return host::printable(CLI::FailureMessage::simple(app, error), "\n");
     });
-    options_->set_version_flag("--version", name + " " TVSA_VERSION);
+    options_->set_version_flag("--version", name + " " + (version.empty() ? TVSA_VERSION : version));
     options_->add_option("--log", logLevels_, "Debug levels, LEVEL or MODULE=LEVEL, comma-separated");
     options_->add_option("--ready-fd", readyDescriptor_, "Descriptor to write the line \"ready\" to, once serving")
         ->check(CLI::NonNegativeNumber);
@@ -53,6 +54,15 @@ void Program::addOption(const std::string& name, std::string& value, const std::
     options_->add_option(name, value, help);
 }
 
+int Program::main(int argc, const char* const* argv, const std::function<int()>& serve) {
+    if (const auto exitCode = parse(argc, argv)) return *exitCode;
+    try {
+        return serve();
+    } catch (const std::exception& error) {
+        return failed(error);
+    }
+}
+
 std::optional<int> Program::parse(int argc, const char* const* argv) {
     try {
         options_->parse(argc, argv);
@@ -73,9 +83,10 @@ std::optional<int> Program::parse(int argc, const char* const* argv) {
     return usage;
 }
 
-int Program::run(std::function<void()> offer) {
+int Program::run(Service& service) {
     host::setProcessName(name_);
-    offer_ = std::move(offer);
+    service_ = &service;
+    commands_->addTables([&service] { return service.tables(); });
     try {
         return host::runProcess([](void* context) { return static_cast<Program*>(context)->start(); }, this);
     } catch (const std::exception& error) {
@@ -90,7 +101,7 @@ int Program::failed(const std::exception& error) const {
 
 int Program::start() {
     try {
-        offer_();
+        service_->offer(host::messageQueue());
         startShell();
         const std::string problem = reportReady();
         if (problem.empty()) return success;
@@ -105,14 +116,14 @@ void Program::startShell() {
     host::startShell();
     boost::shared_ptr<frame::Interface> reference;
     int result = frame::Process::getInstance()->getInterfaceReference(reference, appovshell::Server::name());
-    if (result >= 0) result = commands_.registerWith(*reference->get<appovshell::Server>());
+    if (result >= 0) result = commands_->registerWith(*reference->get<appovshell::Server>());
     if (result >= 0 && addCommands_) result = addCommands_(*reference->get<appovshell::Server>());
     if (result < 0)
         throw std::runtime_error(std::string("the debug shell rejected the commands: ") +
                                  host::ResultText(result).text());
 }
 
-// Returns the error; empty on success.
+// Reports to whoever started the program that it serves. Returns the error; empty on success.
 std::string Program::reportReady() const {
     if (readyDescriptor_ < 0) return {};
     std::string_view rest = "ready\n";

@@ -1,7 +1,7 @@
 // What each terminal of a service shows.
 #pragma once
 
-#include "common/client-table.h"
+#include <tvservice-adapter/service/client-table.h>
 
 #include <chrono>
 #include <cstddef>

@@ -1,10 +1,10 @@
 // Sends the answers to play and stop requests, subject to the fault switches.
 #pragma once
 
-#include "common/answers.h"
-#include "common/delay-line.h"
-#include "common/log.h"
-#include "common/sender.h"
+#include <tvservice-adapter/service/answers.h>
+#include <tvservice-adapter/service/delay-line.h>
+#include <tvservice-adapter/service/log.h>
+#include <tvservice-adapter/service/sender.h>
 
 #include <cstddef>
 #include <cstdint>

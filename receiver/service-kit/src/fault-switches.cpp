@@ -1,4 +1,4 @@
-#include "common/fault-switches.h"
+#include <tvservice-adapter/service/fault-switches.h>
 
 #include <charconv>
 #include <optional>

@@ -1,6 +1,5 @@
-#include "common/delay-line.h"
-
-#include "common/log.h"
+#include <tvservice-adapter/service/delay-line.h>
+#include <tvservice-adapter/service/log.h>
 
 #include <exception>
 #include <utility>

@@ -1,4 +1,4 @@
-// What the MM service can show.
+// What the reference MM service can show.
 #pragma once
 
 #include <cstdint>

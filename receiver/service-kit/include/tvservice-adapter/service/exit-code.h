@@ -1,4 +1,4 @@
-// The exit codes of the services.
+// The exit codes of services. docs/tvctl.md says what they mean.
 #pragma once
 
 namespace services {

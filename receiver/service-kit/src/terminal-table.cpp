@@ -1,6 +1,5 @@
-#include "common/terminal-table.h"
-
-#include "common/log.h"
+#include <tvservice-adapter/service/log.h>
+#include <tvservice-adapter/service/terminal-table.h>
 
 #include <utility>
 
