@@ -48,6 +48,15 @@
 
 namespace tvservice {
 
+// How the Zappers of a program or library measure time. A test with simulated time (tvservice-adapter::testing)
+// replaces it before it creates a Zapper.
+struct ZapperTime {
+    ZapQueue::Clock::time_point (*now)() = ZapQueue::Clock::now;
+    // Calls look once per interval until the returned object is destroyed. Null: each Zapper has a thread for that.
+    std::shared_ptr<void> (*repeat)(std::chrono::milliseconds interval, std::function<void()> look) = nullptr;
+};
+inline ZapperTime zapperTime;
+
 class Zapper {
 public:
     using Report = std::function<void(const ZapOutcome&)>;
@@ -106,25 +115,31 @@ private:
         std::shared_ptr<ZapQueue> queue_;
     };
 
-    // The thread that detects dropped requests; it sleeps while no request is pending.
+    // Detects dropped requests, on a thread that sleeps while no request is pending.
     class Looking {
     public:
-        explicit Looking(std::shared_ptr<ZapQueue> queue)
-            : queue_(std::move(queue)), thread_([this] {
-                  while (queue_->waitToLook(lookInterval)) queue_->look();
-              }) {}
+        explicit Looking(std::shared_ptr<ZapQueue> queue) : queue_(std::move(queue)) {
+            if (zapperTime.repeat != nullptr)
+                repetition_ = zapperTime.repeat(lookInterval, [looked = queue_] { looked->look(); });
+            else
+                thread_ = std::thread([this] {
+                    while (queue_->waitToLook(lookInterval)) queue_->look();
+                });
+        }
         ~Looking() { end(); }
-        // Returns whether the thread was still running.
+        // Returns whether it was still looking.
         bool end() {
-            if (!thread_.joinable()) return false;
+            if (!thread_.joinable() && !repetition_) return false;
             queue_->end();
-            thread_.join();
+            if (thread_.joinable()) thread_.join();
+            repetition_.reset();
             return true;
         }
 
     private:
         std::shared_ptr<ZapQueue> queue_;
         std::thread thread_;
+        std::shared_ptr<void> repetition_; // instead of the thread
     };
 
     static ZapQueue::Surroundings surroundings(ModelTvServiceAdapter& adapter, Report report) {
@@ -137,7 +152,7 @@ private:
                     return std::any_of(bundles.begin(), bundles.end(),
                                        [&](const BundleStatus& bundle) { return bundle.reqId == reqId; });
                 },
-                ZapQueue::Clock::now, std::move(report)};
+                zapperTime.now, std::move(report)};
     }
 
     ModelTvServiceAdapter& adapter_;
