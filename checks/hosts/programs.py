@@ -1,19 +1,19 @@
 """The programs of a receiver. Each runs on a chosen host and is controlled through its shell."""
-import ctypes
 import datetime
 import json
 import os
 import pathlib
 import re
-import signal
-import socket
 import subprocess
+import sys
 import time
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "python"))
+import tvservice
+from tvservice.local import start_program
 
 TIMEOUT = 20  # seconds; on an idle machine the operations are immediate
 SERVICES = {"tvserviced": "tvservice", "mmserviced": "mmservice"}
-PR_SET_PDEATHSIG = 1
-LIBC = ctypes.CDLL(None)
 
 
 class Failure(Exception):
@@ -68,18 +68,10 @@ class Program:
 
     def __init__(self, machine, name, arguments=(), environment=None):
         self.name = name
-        self.shell = None
-        self.shell_path = machine.folder / "run" / f"{name}.shell"
+        self.shell = tvservice.Shell(name, folder=str(machine.folder / "run"), timeout=TIMEOUT)
         self.log = Log(machine.folder / f"{name}.{len(machine.programs)}.log")
-        with open(self.log.path, "wb") as log:
-            self.process = subprocess.Popen(
-                [*machine.prefix, machine.binaries / name, *arguments],
-                stdin=subprocess.DEVNULL,
-                stdout=log,
-                stderr=log,
-                env=machine.environment(environment),
-                preexec_fn=lambda: LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL),
-            )
+        command = [*machine.prefix, machine.binaries / name, *arguments]
+        self.process = start_program(command, self.log.path, machine.environment(environment))
         machine.programs.append(self)
 
     def wait_for_shell(self, last_command):
@@ -88,8 +80,7 @@ class Program:
                 raise Failure(f"{self.name} ended while starting: {self.log.path.read_text()[-2000:]}")
             try:
                 return any(entry["command"] == last_command for entry in self.ask("help"))
-            except OSError:
-                self.shell = None
+            except tvservice.NotAvailable:
                 return False
 
         wait_until(ready, f"{self.name} is ready")
@@ -97,26 +88,7 @@ class Program:
 
     def ask(self, *words):
         """Runs a shell command and returns its output, parsed as JSON."""
-        if self.shell is None:
-            connection = socket.socket(socket.AF_UNIX)
-            connection.settimeout(TIMEOUT)
-            connection.connect(str(self.shell_path))
-            self.shell = connection.makefile("rw", encoding="utf-8")
-            connection.close()  # the file keeps the socket open
-        self.shell.write(json.dumps({"words": words, "json": True}) + "\n")
-        self.shell.flush()
-        output = ""
-        while True:
-            line = self.shell.readline()
-            if not line:
-                raise ConnectionError(f"{self.name}: the shell closed the connection")
-            answer = json.loads(line)
-            if "output" in answer:
-                output += answer["output"]
-                continue
-            if answer["status"] != 0:
-                raise Failure(f"{self.name}: {' '.join(words)}: {answer}")
-            return json.loads(output) if output else None
+        return self.shell.ask(*words)
 
     def statistics(self):
         """Returns the counters of its connections, by service."""

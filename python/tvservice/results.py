@@ -1,0 +1,53 @@
+"""The results of play and stop requests. Written by ./dev generate; do not edit."""
+
+from __future__ import annotations
+
+from enum import IntEnum
+from typing import Dict
+
+
+class Result(IntEnum):
+    """`str(result)` is its name for people."""
+
+    # shown, stopped or chosen
+    DONE = 0
+    # a newer request for the terminal is queued
+    SUPERSEDED = 1
+    # the channel is not in the channel list
+    UNKNOWN_CHANNEL = 2
+    # the path is not that of a readable file
+    CANNOT_OPEN_FILE = 3
+    # the service cannot show this kind of address
+    UNSUPPORTED_ADDRESS = 4
+    # the service was told to answer wrongly, with `fault wrong`
+    WRONG_BY_FAULT = 5
+    # the terminal is locked against minors; it keeps what it shows
+    LOCKED = 6
+    # what the terminal shows has no such track
+    UNKNOWN_TRACK = 7
+    # the terminal shows no broadcast, so it has no tracks
+    NOTHING_SHOWN = 8
+    # the service's or the client's share of terminals or text is used up; the terminal keeps what it shows
+    NO_ROOM = 9
+
+    def __str__(self) -> str:
+        return NAMES[self]
+
+
+NAMES: Dict[int, str] = {
+    Result.DONE: "done",
+    Result.SUPERSEDED: "superseded",
+    Result.UNKNOWN_CHANNEL: "unknown channel",
+    Result.CANNOT_OPEN_FILE: "cannot open file",
+    Result.UNSUPPORTED_ADDRESS: "unsupported address",
+    Result.WRONG_BY_FAULT: "wrong by fault",
+    Result.LOCKED: "locked",
+    Result.UNKNOWN_TRACK: "unknown track",
+    Result.NOTHING_SHOWN: "nothing shown",
+    Result.NO_ROOM: "no room",
+}
+
+
+def name_of_result(number: int) -> str:
+    """The name of a result; "unknown" for a number that is not in the list."""
+    return NAMES.get(number, "unknown")
