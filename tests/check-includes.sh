@@ -35,8 +35,13 @@ is_product_source() { # NAME
     return 1
 }
 
+# The kit for tests of applications: only they and the project's own tests use it.
+kit='tvservice-adapter/testing/'
+
 check_product() { # FILE PLACE QUOTE NAME
+    [[ $4 == "$kit"* ]] && violation "$2" "the product may not include the test kit's $4"
     [[ $3 == '"' ]] && { is_local "$1" "$4" || is_product_source "$4"; } && return
+    [[ $4 == tvservice-adapter/service/* ]] && violation "$2" "the product may not include the services' kit: $4"
     [[ $4 =~ $product_own || $4 =~ $product_may || $4 =~ $standard_cpp || $4 =~ $standard_c ]] && return
     [[ $1 == "$json_form" && $4 == nlohmann/* ]] && return
     violation "$2" "the product may not include $4"
@@ -90,10 +95,21 @@ check_platform() { # FILE PLACE QUOTE NAME
 }
 
 check_user() { # FILE PLACE QUOTE NAME
+    [[ $4 == *service-kit/src/* ]] && violation "$2" "only the tests may include the private $4"
     [[ $3 == '"' ]] && is_local "$1" "$4" && return
     if [[ $4 == *platform/src/* || -f platform/src/$4 || $4 != host/* && -n $(library_of "$4") ]]; then
         violation "$2" "only the platform and the tests may include the platform's own $4"
     fi
+}
+
+check_user_without_kit() { # FILE PLACE QUOTE NAME
+    [[ $4 == "$kit"* ]] && violation "$2" "only tests may include the test kit's $4"
+    check_user "$@"
+}
+
+check_testing() { # FILE PLACE QUOTE NAME
+    [[ $4 == host/* ]] && violation "$2" "the test kit may not include the host platform's $4"
+    check_user "$@"
 }
 
 # Runs check on every #include under the given folders.
@@ -116,7 +132,8 @@ scan() { # CHECK FOLDER...
 scan check_thread_safety thread-safety
 scan check_product tvservice-adapter frame-genrpc
 scan check_platform platform
-scan check_user receiver tools
+scan check_user_without_kit receiver tools
+scan check_testing testing
 
 if ((checked == 0)); then
     echo "check-includes: found nothing to check" >&2

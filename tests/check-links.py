@@ -29,7 +29,7 @@ def broken_links(document):
 
 def main():
     source = pathlib.Path(sys.argv[1])
-    documents = sorted([*source.glob("*.md"), *(source / "docs").rglob("*.md")])
+    documents = sorted([*source.glob("*.md"), *source.glob("python/*.md"), *(source / "docs").rglob("*.md")])
     if not documents:
         raise SystemExit(f"{source}: no documents")
     broken = [line for document in documents for line in broken_links(document)]

@@ -72,11 +72,11 @@ void reportTables(const Figures& figures, Report& report) {
                 "at most " + std::to_string(mostMemory) + " KiB");
 }
 
-int runAll(Size size, const std::string& only) {
+int runAll(Size size, const std::vector<std::string>& arguments) {
     vdlDebugSetLevels("off"); // of this process: its clients do not handle all messages that they receive
     const bool full = size == Size::full;
     Figures figures;
-    std::vector<std::pair<const char*, std::function<void()>>> scenarios{
+    std::vector<checks::Scenario> scenarios{
         {"obstacles at socket paths", [&] { placeObstacles(figures); }},
         {"answers from or for another client", [&] { answerForTheService(figures); }},
         {"hostile texts", [&] { sendTexts(figures); }},
@@ -93,28 +93,20 @@ int runAll(Size size, const std::string& only) {
         {"requests that notify all clients", [&] { floodWithBroadcasts(size == Size::ordinary ? 5 : 100, figures); }},
     };
 #ifndef __SANITIZE_ADDRESS__ // the undefined behaviour sanitizer beside it needs descriptors itself
-    scenarios.emplace_back("no free descriptors", [] { takeAllDescriptors(); });
+    scenarios.push_back({"no free descriptors", [] { takeAllDescriptors(); }});
 #endif
     if (geteuid() == 0 || size != Size::ordinary)
-        scenarios.insert(scenarios.begin(), {"another user", [&] { refuseAnotherUser(full ? 1000 : 50, figures); }});
+        scenarios.insert(scenarios.begin(),
+                         checks::Scenario{"another user", [&] { refuseAnotherUser(full ? 1000 : 50, figures); }});
     if (size != Size::ordinary) {
-        scenarios.emplace_back("a flood of bad hellos", [&] { floodTheLog(full ? 100000 : 5000, figures); });
-        scenarios.emplace_back("a flood at a shell", [&] { floodTheLogOfAShell(full ? 20000 : 2000, figures); });
-        scenarios.emplace_back("floods of connections at all sockets",
-                               [&] { floodEndpoints(full ? 5 : 1, std::chrono::seconds(full ? 20 : 10), figures); });
+        scenarios.push_back({"a flood of bad hellos", [&] { floodTheLog(full ? 100000 : 5000, figures); }});
+        scenarios.push_back({"a flood at a shell", [&] { floodTheLogOfAShell(full ? 20000 : 2000, figures); }});
+        scenarios.push_back({"floods of connections at all sockets",
+                             [&] { floodEndpoints(full ? 5 : 1, std::chrono::seconds(full ? 20 : 10), figures); }});
     }
     Report report;
-    bool found = false;
-    for (const auto& [name, run] : scenarios) {
-        if (!only.empty() && only != name) continue;
-        report.run(name, run);
-        found = true;
-    }
-    if (!found) {
-        std::cerr << "access: no scenario is called \"" << only << "\"\n";
-        return 2;
-    }
-    if (size == Size::ordinary || !only.empty()) return report.exitCode();
+    if (const int failure = report.runAll(scenarios, arguments); failure != 0) return failure;
+    if (size == Size::ordinary || !Report::onlyOf(arguments).empty()) return report.exitCode();
     reportEndpoints(figures, report);
     report.line("unfinished messages", figures.unfinished, "messages", figures.unfinished > 0,
                 "each closed its connection");
@@ -157,10 +149,5 @@ int main(int argc, char** argv) {
     const auto given = [&](const char* option) {
         return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
     };
-    const auto only = std::find(arguments.begin(), arguments.end(), "--only");
-    const bool named = arguments.end() - only > 1;
-    return runAll(given("--quick")      ? Size::quick
-                  : given("--ordinary") ? Size::ordinary
-                                        : Size::full,
-                  named ? only[1] : "");
+    return runAll(given("--quick") ? Size::quick : given("--ordinary") ? Size::ordinary : Size::full, arguments);
 }

@@ -167,10 +167,10 @@ private:
     // Notifies of a sound track, which has no text, again and again: tvctl does not print notifications from before its
     // start.
     void waitFor(const std::string& track) {
-        const std::string arguments = "{\"track\":" + track + '}';
+        const std::string arguments = "{\"track\":" + track;
         const auto printed = [&] {
-            kit_.read(Part::tvService, {"emit", name, arguments});
-            return contentOf(output_).find(name + (' ' + arguments)) != std::string::npos;
+            kit_.read(Part::tvService, {"emit", name, arguments + '}'});
+            return contentOf(output_).find(name + (' ' + arguments) + ',') != std::string::npos; // then its name
         };
         require(kit_.waitFor(printed, receiver::defaultTimeout), "tvctl watch does not print notifications");
     }

@@ -1,5 +1,10 @@
 #!/usr/bin/env python3
-"""Writes the manager's source once for each bug that is planted in it: planted.py SOURCE FOLDER. Prints their names.
+"""Writes the manager's source once for each bug that is planted in it, and prints their names:
+
+    planted.py SOURCE DESTINATION FOLDER
+
+DESTINATION is the header that says which service plays a URI. The written sources contain it, so that bugs can be
+planted in both.
 
 Each is a slip that somebody could make there. The simulation has to find every one; if it does not, it looks in the
 wrong places."""
@@ -14,8 +19,8 @@ PLANTED = [
         "            pTvStop->push_back(request);\n            pTV->push_back(request);",
         "            pTV->push_back(request);",
     ),
-    ("cache-is-a-recording", ' &&\n                                   !contains(request.uri, ".cache")', ""),
-    ("recording-by-either-half", 'contains(request.uri, "/Video USB REC/")', 'contains(request.uri, "/Video USB REC")'),
+    ("cache-is-a-recording", ' && !contains(".cache")', ""),
+    ("recording-by-either-half", 'contains("/Video USB REC/")', 'contains("/Video USB REC")'),
     (
         "recording-stops-tv",
         "                request.uri = stopUri;\n                pStop->push_back(request);\n            } else {",
@@ -27,7 +32,7 @@ PLANTED = [
         "            pMM->push_back(request);\n            request.uri = stopUri;\n            pStop",
         "            request.uri = stopUri;\n            pMM->push_back(request);\n            pStop",
     ),
-    ("scheme-forgotten", "scheme == uri::Scheme::YouTubeV4 || ", ""),
+    ("scheme-forgotten", "scheme == Scheme::YouTubeV4 ||", ""),
     (
         "live-stops-once",
         "if (sameTerminal(running.terminal, request.terminal)) pStop->push_back(request);",
@@ -163,9 +168,25 @@ PLANTED = [
 ]
 
 
-def main():
-    source, folder = (pathlib.Path(argument) for argument in sys.argv[1:])
+INCLUSION = "#include <tvservice-adapter/destination.h>\n"
+
+
+def text_of(source, destination):
+    """The source with the header in it, whose functions are renamed: the rest of the program has the right ones."""
     text = source.read_text(encoding="utf-8")
+    if text.count(INCLUSION) != 1:
+        sys.exit(f"planted.py: {source} does not contain this line once: {INCLUSION}")
+    header = destination.read_text(encoding="utf-8").replace("#pragma once\n", "")
+    return (
+        text.replace(INCLUSION, header)
+        .replace("destination::", "planted_destination::")
+        .replace("namespace tvservice::destination ", "namespace tvservice::planted_destination ")
+    )
+
+
+def main():
+    source, destination, folder = (pathlib.Path(argument) for argument in sys.argv[1:])
+    text = text_of(source, destination)
     for name, old, new in PLANTED:
         if text.count(old) != 1:
             sys.exit(f"planted.py: {name}: its text is {text.count(old)} times in {source}, not once:\n{old}")

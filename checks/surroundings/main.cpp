@@ -11,8 +11,12 @@
 #include <functional>
 #include <iostream>
 #include <new>
+#include <stdexcept>
+#include <string>
 #include <sys/mman.h>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -31,7 +35,9 @@ Control& makeControl(std::string& file) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const unsigned writers = argc > 1 && std::strcmp(argv[1], "--quick") == 0 ? 50 : 500;
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    const bool quick = std::find(arguments.begin(), arguments.end(), "--quick") != arguments.end();
+    const unsigned writers = quick ? 50 : 500;
     std::string controlFile;
     Control& control = makeControl(controlFile);
     // For the receivers' processes, not for this one.
@@ -39,7 +45,7 @@ int main(int argc, char** argv) {
     setenv("LD_PRELOAD", CHECK_SHIM, 1);
 
     Figures figures;
-    const std::pair<const char*, std::function<void()>> scenarios[] = {
+    std::vector<checks::Scenario> scenarios{
         {"writers of the run log killed", [&] { killWriters(writers, CHECK_WRITER, figures); }},
         {"a stalled disk", [&] { runOnAStalledDisk(control, figures); }},
         {"a full disk", [&] { runOnABadDisk(control, Disk::full, figures); }},
@@ -49,12 +55,16 @@ int main(int argc, char** argv) {
         {"a client that reads slowly", [&] { runWithAClientThatReadsSlowly(figures); }},
     };
     checks::Report report;
-    for (const auto& [name, run] : scenarios) {
-        report.run(name, run);
-        control.disk = Disk::working; // also after a failed scenario
-        control.clockOffset = 0;
-    }
+    for (checks::Scenario& scenario : scenarios)
+        scenario.run = [&control, run = std::move(scenario.run)] {
+            control.disk = Disk::working; // also after a failed scenario
+            control.clockOffset = 0;
+            run();
+        };
+    const int failure = report.runAll(scenarios, arguments);
     unlink(controlFile.c_str());
+    if (failure != 0) return failure;
+    if (!checks::Report::onlyOf(arguments).empty()) return report.exitCode();
 
     constexpr long slowest = 250, shortest = 5000, longest = 7500;
     const long slow = figures.slowestPlay.count(), low = figures.shortestWait.count(),

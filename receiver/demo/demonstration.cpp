@@ -50,7 +50,7 @@ void Demonstration::run() {
         void (Demonstration::*step)();
     } steps[] = {
         {"a live channel", &Demonstration::liveChannel},
-        {"a file in its place", &Demonstration::file},
+        {"a file instead", &Demonstration::file},
         {"the live channel again", &Demonstration::liveChannelAfterFile},
         {"five terminals at once", &Demonstration::fiveTerminals},
         {"a file that is not there", &Demonstration::missingFile},

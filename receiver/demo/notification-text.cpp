@@ -1,5 +1,7 @@
 #include "notification-text.h"
 
+#include <string_view>
+
 namespace demo {
 namespace {
 
@@ -19,10 +21,21 @@ void append(std::string& text, const char* separator, const std::string& part) {
     text += (text.empty() ? "" : separator) + part;
 }
 
+// Calls use(name, value, what to show of it) for each member: of "track", the member "trackName" if there is one.
+template <class Use> void eachMember(const json& object, const Use& use) {
+    constexpr std::string_view ending = "Name";
+    for (const auto& [name, value] : object.items()) {
+        if (name.ends_with(ending) && object.contains(name.substr(0, name.size() - ending.size()))) continue;
+        const auto named = object.find(name + std::string(ending));
+        use(name, value, named == object.end() ? value : *named);
+    }
+}
+
 std::string textOfRecord(const json& record) {
     std::string text;
-    for (const auto& [name, value] : record.items())
-        if (!isZeroOrEmpty(value)) append(text, ", ", textOf(name, value));
+    eachMember(record, [&](const std::string& name, const json& value, const json& shown) {
+        if (!isZeroOrEmpty(value)) append(text, ", ", textOf(name, shown));
+    });
     return text;
 }
 
@@ -30,13 +43,14 @@ std::string textOfRecord(const json& record) {
 
 std::string textOfArguments(const json& arguments) {
     std::string text;
-    for (const auto& [name, argument] : arguments.items())
+    eachMember(arguments, [&](const std::string& name, const json& argument, const json& shown) {
         if (argument.is_object())
             append(text, ", ", textOfRecord(argument));
         else if (argument.is_array())
             for (const json& record : argument) append(text, "; ", textOfRecord(record));
         else
-            append(text, ", ", textOf(name, argument));
+            append(text, ", ", textOf(name, shown));
+    });
     return text;
 }
 

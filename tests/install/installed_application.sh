@@ -87,7 +87,7 @@ ServesApplicationsBuiltAgainstIt() {
     for example in every-request zapping; do
         cmake -S "$examples/$example" -B "$folder/$example" -DCMAKE_PREFIX_PATH="$prefix" \
             >"$folder/configure-$example.log"
-        cmake --build "$folder/$example" >"$folder/build-$example.log"
+        cmake --build "$folder/$example" --target "$example" >"$folder/build-$example.log"
     done
 
     export TVSA_CONFIG=$examples/config.toml
@@ -107,16 +107,114 @@ ServesApplicationsBuiltAgainstIt() {
     tvctl terminals >"$folder/terminals.log" # a command of the control application
 }
 
+# Builds the services of the examples against the installed files only, one with CMake and one with pkg-config, and
+# examines each with tvctl while it runs in place of mmserviced. All headers of the kit can be included.
+ServesServicesBuiltAgainstIt() {
+    local compiler=${CXX:-c++} examples flags libraries lines
+    command -v pkg-config >/dev/null || skip "pkg-config is not installed"
+    install_to "$prefix"
+    examples=$prefix/share/doc/tvservice-adapter/docs/examples
+    PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name tvservice-adapter-service.pc)")
+    export PKG_CONFIG_PATH
+    read -ra flags <<<"$(pkg-config --cflags tvservice-adapter-service)"
+    read -ra libraries <<<"$(pkg-config --libs tvservice-adapter-service)"
+    (cd "$prefix/include/tvservice-adapter" && printf '#include <%s>\n' tvservice-adapter/service/*.h) >"$folder/all.cpp"
+    "$compiler" -fsyntax-only "${flags[@]}" "$folder/all.cpp"
+    cmake -S "$examples/mm-service" -B "$folder/mm-service" -DCMAKE_PREFIX_PATH="$prefix" \
+        >"$folder/configure-mm-service.log"
+    cmake --build "$folder/mm-service" >"$folder/build-mm-service.log"
+    mkdir "$folder/mm-guard"
+    "$compiler" "${flags[@]}" "$examples/mm-guard/mm-guard.cpp" -o "$folder/mm-guard/mm-guard" "${libraries[@]}" \
+        -Wl,-rpath,"$(pkg-config --variable=libdir tvservice-adapter-service)"
+
+    mkdir -m 700 "$folder/run" "$folder/state"
+    export RUNTIME_DIRECTORY=$folder/run STATE_DIRECTORY=$folder/state
+    PATH=$prefix/bin:$folder/mm-service:$folder/mm-guard:$PATH
+    start mm-service
+    tvctl check-service mmservice >"$folder/check.log" || fail "mm-service breaks a rule"
+    expect mm-service "terminal 0:0 plays http://media.example/film"
+    tvctl --target mm-service health >"$folder/health.log"
+    kill "${children[0]}" && wait "${children[0]}"
+    children=()
+    start mm-guard --refuse refused.example
+    tvctl check-service mmservice --quick >"$folder/check.log" || fail "mm-guard breaks a rule"
+    ! tvctl check-service mmservice --quick --address http://refused.example/film >"$folder/check.log" ||
+        fail "mm-guard refuses nothing"
+    expect check "unsupported address"
+    expect mm-guard "http://refused.example/film: refused"
+    lines=$(wc -l <"$examples/mm-service/mm-service.cpp")
+    ((lines <= 40)) || fail "the example needs $lines lines"
+}
+
 HasEachFileInOneComponent() {
     local component
     install_to "$prefix"
-    for component in runtime tools development documents; do
+    for component in runtime tools python development testing documents; do
         install_to "$folder/$component" --component "$component"
         [[ -d $folder/$component ]] || fail "the component $component is empty"
         files_in "$folder/$component" >>"$folder/in-components"
     done
     # A file of two components is in the list twice.
     diff <(files_in "$prefix") <(sort "$folder/in-components") || fail "not each file is in one component"
+}
+
+# Builds an application with its tests against the installed files only. ctest and the program itself run all tests.
+TestsApplicationsBuiltAgainstIt() {
+    local example count
+    install_to "$prefix"
+    example=$(dirname "$(find "$prefix/share" -name zapping_test.cpp)")
+    count=$(grep -c '^TEST_F' "$example/zapping_test.cpp")
+    cmake -S "$example" -B "$folder/zapping" -DCMAKE_PREFIX_PATH="$prefix" >"$folder/configure.log"
+    cmake --build "$folder/zapping" >"$folder/build.log"
+    ctest --test-dir "$folder/zapping" --no-tests=error --output-on-failure >"$folder/ctest.log"
+    grep -F "100% tests passed, 0 tests failed out of $count" "$folder/ctest.log" >"$folder/found"
+    "$folder/zapping/zapping_test" >"$folder/tests.log" 2>"$folder/warnings.log"
+    grep -xF "$count tests passed, 0 failed" "$folder/tests.log" >"$folder/found"
+
+}
+
+# The kit itself needs no GoogleTest.
+RunsAReceiverInATestBuiltWithPkgConfig() {
+    local libraries flags
+    command -v pkg-config >/dev/null || skip "pkg-config is not installed"
+    install_to "$prefix"
+    libraries=$(dirname "$(find "$prefix" -name tvservice-adapter-testing.pc)")
+    read -ra flags <<<"$(PKG_CONFIG_PATH=$libraries pkg-config --cflags --libs tvservice-adapter-testing)"
+    cat >"$folder/test.cpp" <<'TEXT'
+#include <tvservice-adapter/testing/receiver.h>
+int main() {
+    tvtest::Receiver receiver;
+    receiver.play("0:0", "dvb://1.1.1");
+    return receiver.answers().size() == 1 ? 0 : 1;
+}
+TEXT
+    "${CXX:-c++}" "$folder/test.cpp" -o "$folder/test" "${flags[@]}" -Wl,-rpath,"${libraries%/*}"
+    "$folder/test"
+
+    # With the adapter's own library, too, it says so.
+    read -ra flags <<<"$(PKG_CONFIG_PATH=$libraries pkg-config --cflags --libs tvservice-adapter-testing tvservice-adapter)"
+    "${CXX:-c++}" "$folder/test.cpp" -o "$folder/test" -Wl,--no-as-needed "${flags[@]}" \
+        -Wl,-rpath,"${libraries%/*}:${libraries%/*}/tvservice-adapter"
+    ! "$folder/test" 2>"$folder/test.log" || fail "a receiver runs with two adapters"
+    grep -F "link tvservice-adapter::testing instead of tvservice-adapter::client" "$folder/test.log" >"$folder/found"
+}
+
+# Without the component for tests, the example is still built; a project that requires the component is not.
+BuildsApplicationsWithoutTheTestKit() {
+    local component
+    for component in runtime development documents; do install_to "$prefix" --component "$component"; done
+    cmake -S "$(dirname "$(find "$prefix/share" -name zapping_test.cpp)")" -B "$folder/zapping" \
+        -DCMAKE_PREFIX_PATH="$prefix" >"$folder/configure.log"
+    cmake --build "$folder/zapping" >"$folder/build.log"
+    [[ -f $folder/zapping/libzapping.so && ! -e $folder/zapping/zapping_test ]]
+    cat >"$folder/CMakeLists.txt" <<'TEXT'
+cmake_minimum_required(VERSION 3.25)
+project(tests LANGUAGES CXX)
+find_package(tvservice-adapter REQUIRED COMPONENTS testing)
+TEXT
+    ! cmake -S "$folder" -B "$folder/tests" -DCMAKE_PREFIX_PATH="$prefix" 2>"$folder/cmake.log" >"$folder/configure.log" ||
+        fail "the missing component is not reported"
+    grep -F 'its component "testing" is not installed' "$folder/cmake.log" >"$folder/found"
 }
 
 RunsWithTheRuntimeAlone() {
@@ -127,15 +225,34 @@ RunsWithTheRuntimeAlone() {
     expect frame-host "mmservice: connected"
 }
 
+OffersItsPythonModule() {
+    local module
+    install_to "$prefix" --component runtime
+    install_to "$prefix" --component python
+    module=$(find "$prefix" -path '*/tvservice/__init__.py')
+    PYTHONPATH=${module%/tvservice/*} PATH=$prefix/bin:$PATH python3 -B - <<'TEXT' >"$folder/python.log"
+import importlib.metadata
+from tvservice.local import LocalReceiver
+
+with LocalReceiver() as receiver:
+    print(receiver.play("0:0", "dvb://1.1.1").text)
+module = importlib.metadata.distribution("tvservice")
+print(module.version, [(entry.group, entry.value) for entry in module.entry_points])
+TEXT
+    expect python "0:0 shown dvb://1.1.1"
+    expect python "$("$prefix/bin/frame-host" --version | cut -d' ' -f2) [('pytest11', 'tvservice.pytest_plugin')]"
+}
+
 NamesTheVersionInEachLibraryThatApplicationsLink() {
     local version library control soname
     install_to "$prefix"
     version=$("$prefix/bin/tvctl" --version)
     version=${version#tvctl } version=${version%.*}
     control=$(find "$prefix" -name libcontrol-application.so)
-    for library in libframe-platform.so libapp-tvservice-adapter.so; do
+    for library in libframe-platform.so libapp-tvservice-adapter.so libtvservice-adapter-testing.so; do
         soname=$(dynamic SONAME "$(find "$prefix" -name "$library")")
         [[ $soname == "$library.$version" ]] || fail "$library has the SONAME '$soname'"
+        [[ $library != *testing* ]] || continue # only tests link it
         dynamic NEEDED "$control" | grep -xF "$soname" >"$folder/found" || fail "an application does not record $soname"
     done
     soname=$(dynamic SONAME "$control")

@@ -1,6 +1,6 @@
 // Sends each message of both services through a whole receiver: real processes, real sockets. Each message has a test
 // with its name. Tests that run in one program share a receiver.
-#include "support/samples.h"
+#include "control/src/named-json.h"
 
 #include <genrpc/json.h>
 #include <tvservice/messages.h>
@@ -12,6 +12,7 @@
 #include <kit/receiver-kit.h>
 #include <map>
 #include <memory>
+#include <schema/samples.h>
 #include <string>
 #include <vector>
 
@@ -81,12 +82,23 @@ const std::map<std::string, Request> requests{
      {{"source-changed", "cable"}, "TvServiceNetworkChangeMsg", R"({"message":{"byteParam1":1,"strParam1":"cable"}})"}},
 };
 
+// Arguments as they are sent, and as a receiver prints them: with the names of numbers.
+struct Delivery {
+    json sent;
+    json printed;
+};
+
 // Arguments that differ in every field and every message.
-template <class Message> json distinctiveArguments() {
-    support::Samples samples(Message::meta.messageId * 1000);
-    const auto arguments = std::apply([](const auto&... args) { return genrpc::argumentsToJson<Message>(args...); },
-                                      samples.next<typename Message::Body::Arguments>());
-    return json::parse(arguments.dump());
+template <class Message> Delivery distinctiveArguments() {
+    schema::Samples samples(Message::meta.messageId * 1000);
+    const auto arguments = samples.next<typename Message::Body::Arguments>();
+    const auto asJson = [](const genrpc::Json& ordered) { return json::parse(ordered.dump()); };
+    return std::apply(
+        [&](const auto&... args) {
+            return Delivery{asJson(genrpc::argumentsToJson<Message>(args...)),
+                            asJson(control::argumentsToNamedJson<Message>(args...))};
+        },
+        arguments);
 }
 
 std::uint64_t counterOf(ReceiverKit& kit, Part part, const std::string& service, const char* counter) {
@@ -120,10 +132,10 @@ protected:
         EXPECT_EQ(tvRequests(), received + 1);
     }
     // Expects that a notification of the TV service arrives unchanged in every field.
-    static void expectDelivery(const std::string& message, const json& arguments) {
+    static void expectDelivery(const std::string& message, const Delivery& arguments) {
         const auto newest = kit->newestNotification();
-        EXPECT_EQ(kit->ask(Part::tvService, {"emit", message, arguments.dump()}), json({{"sent", message}}));
-        EXPECT_EQ(kit->waitForNotification(message, newest, arguments).at("arguments"), arguments);
+        EXPECT_EQ(kit->ask(Part::tvService, {"emit", message, arguments.sent.dump()}), json({{"sent", message}}));
+        EXPECT_EQ(kit->waitForNotification(message, newest, arguments.sent).at("arguments"), arguments.printed);
     }
     static std::uint64_t tvRequests() { return counterOf(*kit, Part::tvService, "tvservice", "received"); }
 

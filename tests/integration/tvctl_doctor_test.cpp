@@ -68,6 +68,39 @@ TEST_F(TvctlDoctor, FindsNoFaultInAReceiver) {
     EXPECT_EQ(doctor({"--quiet"}).output.find("wrong"), std::string::npos);
 }
 
+// Without the library that it names, the receiver works again.
+TEST_F(TvctlDoctor, NamesTheLibraryWhoseNotificationNeverReturns) {
+    const auto tv = serving({program("tvserviced")});
+    const auto mm = serving({program("mmserviced")});
+    const Words receiver{program("frame-host"), library("libapp-tvservice-adapter.so"),
+                         library("libcontrol-application.so")};
+    Words wrong = receiver;
+    wrong.push_back(library("libremoving-application.so"));
+    auto host = serving(wrong);
+    const auto asks = [&](const Words& words) {
+        Words command{program("tvctl")};
+        command.insert(command.end(), words.begin(), words.end());
+        return run(command).exitCode == done;
+    };
+    ASSERT_TRUE(eventually([&] { return asks({"play", "0:0", "dvb://1.1.1"}); }));
+    EXPECT_THAT(doctor({"--quiet"}).output, Not(HasSubstr("notification")));
+    ASSERT_TRUE(asks({"--target", "tvserviced", "emit", "TvServiceMtsAudioTrackInfoNotify"}));
+    Outcome outcome;
+    ASSERT_TRUE(eventually([&] { return (outcome = doctor({"--quiet"})).exitCode == failed; }));
+#ifdef __SANITIZE_THREAD__ // which delivers no signal to a thread that waits for a mutex
+    const std::string reason = "its calls are unknown";
+#else
+    const std::string reason = "libremoving-application.so calls removeClient in it, which is forbidden";
+#endif
+    EXPECT_THAT(outcome.output, ContainsRegex("wrong +frame-host +a client has not returned from the notification "
+                                              "TvServiceMtsAudioTrackInfoNotify for half a second: " +
+                                              reason + "; .* -> correct that library"));
+    host->terminate(SIGKILL);
+    host = serving(receiver);
+    EXPECT_TRUE(eventually([&] { return asks({"play", "0:0", "dvb://1.1.1"}); }));
+    EXPECT_EQ(doctor({"--quiet"}).exitCode, done);
+}
+
 TEST_F(TvctlDoctor, FailsWhenSomethingIsWrong) {
     std::filesystem::create_directory(runtimeFolder());
     std::filesystem::permissions(runtimeFolder(), std::filesystem::perms(0755));

@@ -50,7 +50,8 @@ TEST_F(WatchedReceiver, IsFollowedOnlyForTheMessagesThatAreNamed) {
     EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
     const Words lines = linesOf(outcome.output);
     EXPECT_THAT(lines, SizeIs(3));
-    for (const std::string& line : lines) EXPECT_THAT(line, EndsWith("Z " + key + R"( {"application":2})"));
+    for (const std::string& line : lines)
+        EXPECT_THAT(line, EndsWith("Z " + key + R"( {"application":2,"applicationName":"green"})"));
 }
 
 TEST_F(WatchedReceiver, IsFollowedForOneNotificationOnce) {
@@ -58,7 +59,7 @@ TEST_F(WatchedReceiver, IsFollowedForOneNotificationOnce) {
     EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
     const Words lines = linesOf(outcome.output);
     ASSERT_THAT(lines, SizeIs(1));
-    EXPECT_THAT(lines[0], EndsWith("Z " + track + R"( {"track":1})"));
+    EXPECT_THAT(lines[0], EndsWith("Z " + track + R"( {"track":1,"trackName":"second programme"})"));
 }
 
 TEST_F(WatchedReceiver, IsFollowedForEveryNotificationInOrderAsJson) {
@@ -74,9 +75,10 @@ TEST_F(WatchedReceiver, IsFollowedForEveryNotificationInOrderAsJson) {
         EXPECT_THAT(notification.at("time").get<std::string>(), EndsWith("Z"));
         notification.erase("number");
         notification.erase("time");
-        EXPECT_EQ(notification.dump(), notification.at("message") == track
-                                           ? R"({"message":")" + track + R"(","arguments":{"track":1}})"
-                                           : R"({"message":")" + key + R"(","arguments":{"application":2}})");
+        EXPECT_EQ(notification.dump(),
+                  notification.at("message") == track
+                      ? R"({"message":")" + track + R"(","arguments":{"track":1,"trackName":"second programme"}})"
+                      : R"({"message":")" + key + R"(","arguments":{"application":2,"applicationName":"green"}})");
     }
 }
 

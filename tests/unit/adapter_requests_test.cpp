@@ -2,7 +2,6 @@
 #include "client-objects.h"
 #include "support/adapter-process.h"
 #include "support/log-texts.h"
-#include "support/samples.h"
 #include "support/tv-messages.h"
 
 #include <genrpc/log.h>
@@ -13,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <schema/samples.h>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -30,7 +30,7 @@ namespace {
 
 const frame::TransportInfo transport{5, {6, 7}};
 
-template <class Message> auto sampleOf() { return support::Samples().next<typename Message::Body::Arguments>(); }
+template <class Message> auto sampleOf() { return schema::Samples().next<typename Message::Body::Arguments>(); }
 
 // Expects one call of this message, with its sample, the caller's ids and the transport above.
 template <class Message> void expectOneCall(const support::Recorder& recorder) {

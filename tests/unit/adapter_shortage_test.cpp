@@ -139,7 +139,7 @@ template <class T> void lengthen(T& value) {
 
 TEST(RecordWithoutMemory, IsReadCompletelyOrNotAtAll) {
     const auto expect = []<class Record>() {
-        auto record = support::Samples().next<Record>();
+        auto record = schema::Samples().next<Record>();
         lengthen(record);
         typename Record::Flat form(record);
         const Held held;
@@ -167,7 +167,7 @@ TEST(RecordWithoutMemory, IsFlattenedCompletelyOrNotAtAll) {
     long failures = 0;
     const auto expect = [&]<class Record>() {
         using Form = typename Record::Flat;
-        auto record = support::Samples().next<Record>();
+        auto record = schema::Samples().next<Record>();
         lengthen(record);
         for (const Shortage shortage : shortages) {
             const Held held;

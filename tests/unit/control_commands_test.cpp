@@ -219,6 +219,14 @@ TEST_F(Control, RejectsWrongArgumentsAndSendsNothing) {
         {"stop", "0:0,-1:0"},
         {"requests", "-1"},
         {"requests", "x"},
+        {"requests", "0"},
+        {"answers", "0"},
+        {"bundles", "0"},
+        {"runlog", "0"},
+        {"play", "0:0,1:0,0:0", "dvb://1"},
+        {"stop", "0:0,0:0"},
+        {"log"},
+        {"log", "nosuch=info"},
         {"request"},
         {"request", "control-17"},
         {"audio", fourKiB, "1"},
@@ -243,14 +251,25 @@ TEST_F(Control, RejectsWrongArgumentsAndSendsNothing) {
     EXPECT_THAT(service.calls, SizeIs(0));
 }
 
+TEST_F(Control, TakesTheNameOfATerminalsType) {
+    EXPECT_EQ(run({"audio", "main:1", "2"}).status, 0);
+    ASSERT_THAT(service.calls, SizeIs(1));
+    EXPECT_EQ(service.calls[0].arguments["request"]["terminal"].dump(), R"({"type":0,"id":1})");
+    EXPECT_EQ(run({"audio", "unknown:1", "2"}).status, -22);
+    EXPECT_EQ(run({"audio", "none:1", "2"}).status, -22) << "a negative type";
+    EXPECT_EQ(run({"audio", "main:", "2"}).status, -22);
+    EXPECT_EQ(run({"audio", "main", "2"}).status, -22);
+}
+
 TEST_F(Control, NamesTheArgumentThatIsWrong) {
     EXPECT_EQ(run({"audio", "one", "1"}).output,
-              "TERMINAL must be TYPE:ID, two decimal numbers from 0 to 2147483647, not 'one'\n");
+              "TERMINAL must be TYPE:ID, such as 0:1 or main:1, with numbers from 0 to 2147483647, not 'one'\n");
     EXPECT_EQ(run({"audio", "0:0", "x"}).output, "N must be a decimal number of 32 bits, not 'x'\n");
     EXPECT_EQ(run({"send-key"}).output, "KEY is missing\n");
     EXPECT_EQ(run({"audio"}).error, "usage: audio TERMINAL N [N]");
-    EXPECT_EQ(run({"play", "x", "dvb://1"}).output, "terminal 'x': expected TYPE:ID, two decimal numbers from 0\n");
-    EXPECT_EQ(run({"zap", "x", "dvb://1"}).output, "terminal 'x': expected TYPE:ID, two decimal numbers from 0\n");
+    for (const char* command : {"play", "zap"})
+        EXPECT_EQ(run({command, "x", "dvb://1"}).output,
+                  "terminal 'x': expected TYPE:ID, such as 0:1 or main:1, with numbers from 0 to 2147483647\n");
     EXPECT_EQ(run({"zap", "0:0"}).output, "no URI given\n");
     EXPECT_EQ(run({"zap"}).error, "usage: zap TERMINAL URI...");
 }
@@ -287,6 +306,24 @@ TEST_F(Control, ListsANotificationWithEveryFieldByItsName) {
     EXPECT_EQ(list[0]["arguments"].dump(), R"({"info":{"uintList1":[1,2],"uintList2":[],"intParam1":-3}})");
     EXPECT_EQ(run({"notifications"}).output, "1 " + list[0]["time"].get<std::string>() + " TvServiceConflictInfo " +
                                                  list[0]["arguments"].dump() + "\n");
+}
+
+TEST_F(Control, ListsTheNamesOfNumbersBesideThem) {
+    frame::MsgIds ids;
+    log.tvServiceMtsAudioTrackInfoNotify(ids, {}, tvservice::MtsAudioTrack_t{1});
+    log.tvServiceTunerStatusMessage(ids, {}, {1, 7, {0, 2}, 482000, 6875, 8});
+    log.tvServiceBroadcastApplictionInfo(ids, {}, 9);
+    log.tvServiceInfo(ids, {}, {{{3, 0}, 6, "dvb://1", "", "", "a"}});
+    const auto list = Json::parse(run({"notifications"}, true).output);
+    const auto arguments = [&](std::size_t index) { return list.at(index).at("arguments").dump(); };
+    EXPECT_EQ(arguments(0), R"({"track":1,"trackName":"second programme"})");
+    EXPECT_EQ(arguments(1), R"({"message":{"byteParam1":1,"byteParam1Name":"tuning","intParam1":7,)"
+                            R"("terminal":{"type":0,"typeName":"main","id":2},)"
+                            R"("intParam2":482000,"intParam3":6875,"intParam4":8}})");
+    EXPECT_EQ(arguments(2), R"({"application":9,"applicationName":"unknown"})");
+    EXPECT_EQ(arguments(3), R"({"infos":[{"terminal":{"type":3,"typeName":"unknown","id":0},"result":6,)"
+                            R"("resultName":"locked","uri":"dvb://1","uuid":"","uuidAncestor":"","reqId":"a"}]})");
+    EXPECT_THAT(run({"notifications"}).output, HasSubstr(R"( {"track":1,"trackName":"second programme"})"));
 }
 
 TEST_F(Control, ListsTheNewestTenNotificationsUnlessAskedForMore) {
@@ -463,6 +500,7 @@ TEST_F(ControlOfTheQueue, ShowsWhatIsQueuedForEachTerminal) {
     EXPECT_EQ(terminals[0]["state"], "idle");
     EXPECT_EQ(terminals[1]["terminal"], "2:0");
     EXPECT_EQ(terminals[1]["queued"], 2);
+    EXPECT_EQ(terminals[1]["typeName"], "unknown");
     EXPECT_THAT(terminals[1]["state"].get<std::string>(), HasSubstr(" awaits its answers for "));
     EXPECT_EQ(terminals[2]["terminal"], "1:0");
     EXPECT_EQ(terminals[2]["queued"], 1);

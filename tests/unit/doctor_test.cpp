@@ -259,27 +259,46 @@ TEST_F(DoctorOfShells, FindsAShellWhoseCommandsFail) {
     ::close(listener);
 }
 
-TEST_F(DoctorOfShells, WarnsOfARequestWhoseAnswerIsOverdue) {
-    static const char* queue = "";
-    static appovshell::ShellServer* server = nullptr;
+// A receiver whose shell has one command, which prints a text.
+struct PrintingShell {
+    PrintingShell(const char* syntax, const std::string& socket) {
+        EXPECT_EQ(shell.registerCommand(
+                      syntax, "",
+                      [](void* context) {
+                          const auto& self = *static_cast<PrintingShell*>(context);
+                          self.server.print(self.text);
+                          return 0;
+                      },
+                      this),
+                  0);
+        shell.open(socket, geteuid());
+        shell.start();
+    }
     appovshell::ShellServer shell;
-    server = &shell;
-    ASSERT_EQ(shell.registerCommand(
-                  "bundles [:d]", "",
-                  [](void*) {
-                      server->print(queue);
-                      return 0;
-                  },
-                  nullptr),
-              0);
-    shell.open(socket, geteuid());
-    shell.start();
+    appovshell::Server& server = shell;
+    std::string text;
+};
+
+TEST_F(DoctorOfShells, WarnsOfARequestWhoseAnswerIsOverdue) {
+    PrintingShell receiver("bundles [:d]", socket);
+    std::string& queue = receiver.text;
     for (const char* quiet : {"[]", R"([{"reqId":"12","overdueMs":0,"state":"waits"}])", R"([{"reqId":"12"}])"}) {
         queue = quiet;
         EXPECT_EQ(problemsIn(checkShell(socket, timeout)), 0U) << quiet;
     }
     queue = R"([{"reqId":"12","overdueMs":40000,"state":"request 12 overdue for 40.0 s"}])";
     EXPECT_THAT(checkShell(socket, timeout), finds(Severity::warning, "frame-host", "request 12 overdue for 40.0 s"));
+}
+
+TEST_F(DoctorOfShells, WarnsOfAServiceThatDidNotAnswerTheNewestRequest) {
+    PrintingShell receiver("requests [:d]", socket);
+    for (const char* quiet : {"[]", R"([{"state":"ended","lines":["0:0 shown"]}])"}) {
+        receiver.text = quiet;
+        EXPECT_EQ(problemsIn(checkShell(socket, timeout)), 0U) << quiet;
+    }
+    receiver.text = R"([{"state":"given up","lines":["0:0 given up after 5 s: MM service did not answer the stop"]}])";
+    EXPECT_THAT(checkShell(socket, timeout),
+                finds(Severity::warning, "frame-host", "MM service did not answer the stop"));
 }
 
 TEST_F(DoctorOfShells, ReportsNothingAboutAShellThatHasEnded) {

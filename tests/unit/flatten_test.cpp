@@ -1,5 +1,4 @@
 // The parts of flat forms: bytes, arrays and regions. Also: what happens when flat memory runs out.
-#include "support/samples.h"
 #include "support/test-where.h"
 #include "support/tv-messages.h"
 
@@ -10,6 +9,7 @@
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <new>
+#include <schema/samples.h>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -62,7 +62,7 @@ TEST(NewArray, IsZeroedOnTheHeapSoThatItMayBeReleasedHalfFilled) {
 
 TEST(FlatForm, HoldsNoListAfterItsRelease) {
     support::forEach(support::StreamRecords{}, []<class Record>() {
-        typename Record::Flat form(support::Samples().next<Record>());
+        typename Record::Flat form(schema::Samples().next<Record>());
         genrpc::release(form);
         genrpc::eachFlatField(form, []<class T>(const auto& field, const T& flat) {
             if constexpr (requires { flat.count; }) {
@@ -71,7 +71,7 @@ TEST(FlatForm, HoldsNoListAfterItsRelease) {
             }
         });
     });
-    _TvServiceReq_t_struct form(support::Samples().next<TvServiceReq_t>());
+    _TvServiceReq_t_struct form(schema::Samples().next<TvServiceReq_t>());
     genrpc::release(form);
     EXPECT_EQ(form.strParamList.count, 0U);
     EXPECT_EQ(form.strParamList.data.get(), nullptr);
@@ -80,7 +80,7 @@ TEST(FlatForm, HoldsNoListAfterItsRelease) {
 }
 
 template <class Record> void expectAssigned() {
-    const auto record = support::Samples().next<Record>();
+    const auto record = schema::Samples().next<Record>();
     const auto before = host::flatHeapUsage().blocks;
     typename Record::Flat made(record);
     const auto needed = host::flatHeapUsage().blocks - before;
@@ -112,7 +112,7 @@ TEST_F_WHERE(support::flatMemoryIsLimited, FlatFormInALimit, ReleasesEverythingW
         }
     }
     // Each round has room for one more string, the last one for the whole form.
-    const auto sample = support::Samples().next<TvServiceReq_t>();
+    const auto sample = schema::Samples().next<TvServiceReq_t>();
     bool made = false;
     while (!made && !taken.empty()) {
         const auto before = host::flatHeapUsage().blocks;

@@ -2,7 +2,6 @@
 #include "app-mmservice-proxy-main.h"
 #include "support/log-texts.h"
 #include "support/recording-module.h"
-#include "support/samples.h"
 #include "support/wire.h"
 
 #include <genrpc/log.h>
@@ -12,6 +11,7 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <schema/samples.h>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -62,8 +62,8 @@ protected:
     }
 
     const frame::TransportInfo transport{4, {5, 6}};
-    const Infos infos = support::Samples().next<Infos>();
-    const Requests requests = support::Samples().next<Requests>();
+    const Infos infos = schema::Samples().next<Infos>();
+    const Requests requests = schema::Samples().next<Requests>();
     frame::MsgIds ids{11, 12};
     support::RecordingModule module;
     Proxy proxy;

@@ -1,25 +1,23 @@
 // The debug command that switches the source of the main screens, and how it finds its shell.
 #include "ovshell.h"
 
+#include "support/adapter-process.h"
 #include "support/fake-shell.h"
 #include "support/log-texts.h"
-#include "support/tv-doubles.h"
 
 #include <frame/process.h>
 #include <genrpc/log.h>
 #include <host/log-capture.h>
-#include <mmservice/interfaces.h>
 #include <tvservice-adapter/model-tvservice-adapter.h>
+#include <tvservice-adapter/testing/main.h>
+#include <tvservice-adapter/testing/receiver.h>
 
-#include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <mutex>
 #include <string>
 #include <sys/wait.h>
 #include <vector>
@@ -66,88 +64,17 @@ extern "C" void** CreateOvshellProxy() { return shellFactory(); }
 
 namespace {
 
-// Keeps play requests. Thread-safe, because the resource manager's worker sends them.
-template <class Request> class Requests {
-public:
-    void add(const std::vector<Request>& list) {
-        const std::lock_guard lock(mutex_);
-        lists_.push_back(list);
-        changed_.notify_all();
-    }
-    // Waits for the first list that starts something, removes it and returns it.
-    std::vector<Request> takeStart() {
-        std::unique_lock lock(mutex_);
-        const auto start = [this] {
-            return std::find_if(lists_.begin(), lists_.end(), [](const auto& list) { return list[0].uri != stopUri; });
-        };
-        if (!changed_.wait_for(lock, std::chrono::seconds(10), [&] { return start() != lists_.end(); })) return {};
-        auto found = *start();
-        lists_.clear();
-        return found;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::vector<Request>> lists_;
-};
-
-// Services in this process that answer at once.
-class TvService : public frame::AbstractApplication, public support::RecordingTvService {
-public:
-    int tvServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
-                     const std::vector<TvServiceReq_t>& list) override {
-        requests.add(list);
-        std::vector<TvServiceInfo_t> infos;
-        infos.reserve(list.size());
-        for (const auto& r : list) infos.push_back({r.terminal, 0, r.uri, r.uuid, "", r.reqId});
-        return clients.front()->tvServiceInfo(ids, transport, infos);
-    }
-    void registerIt() {
-        attachProcess(*frame::Process::getInstance());
-        registerInterface(static_cast<ServiceInterface*>(this), interfaceKey);
-    }
-    Requests<TvServiceReq_t> requests;
-};
-
-class MmService : public frame::AbstractApplication, public mmservice::ServiceInterface {
-public:
-    int mmServiceReq(frame::MsgIds& ids, const frame::TransportInfo& transport,
-                     const std::vector<mmservice::MMServiceReq_t>& list) override {
-        requests.add(list);
-        std::vector<mmservice::MMServiceInfo_t> infos;
-        infos.reserve(list.size());
-        for (const auto& r : list) infos.push_back({r.terminal, 0, r.uri, r.uuid, "", r.reqId});
-        return client_->mmServiceInfo(ids, transport, infos);
-    }
-    int addClient(boost::shared_ptr<mmservice::ClientInterface> client) override {
-        client_ = std::move(client);
-        return 0;
-    }
-    int removeClient(boost::shared_ptr<mmservice::ClientInterface>) override { return 0; }
-    void registerIt() {
-        attachProcess(*frame::Process::getInstance());
-        registerInterface(static_cast<mmservice::ServiceInterface*>(this), interfaceKey);
-    }
-    Requests<mmservice::MMServiceReq_t> requests;
-
-private:
-    boost::shared_ptr<mmservice::ClientInterface> client_;
-};
-
-// Everything here lives as long as the process, as in a receiver.
-struct Receiver {
-    TvService tv;
-    MmService mm;
+// A started adapter whose services do not answer. It lives as long as the process, as in a receiver.
+struct StartedAdapter {
+    support::RegisteredTvService tv;
+    support::RegisteredMmService mm;
     ModelTvServiceAdapter adapter;
     std::vector<std::string> startLines; // the registrar's lines of two starts
 
-    static Receiver& get() {
-        static Receiver* const receiver = [] {
+    static StartedAdapter& get() {
+        static StartedAdapter* const started = [] {
             FakeShell::get();
-            auto* made = new Receiver;
-            made->tv.registerIt();
-            made->mm.registerIt();
+            auto* made = new StartedAdapter;
             made->adapter.attachProcess(*frame::Process::getInstance());
             const host::LogCapture log{{genrpc::RegistrarLog}};
             EXPECT_EQ(made->adapter.start(), 0);
@@ -156,7 +83,7 @@ struct Receiver {
             made->startLines = textsOf(log);
             return made;
         }();
-        return *receiver;
+        return *started;
     }
 };
 
@@ -173,7 +100,7 @@ protected:
         return log.waitFor("tvServiceReq(): Called.", std::chrono::seconds(0));
     }
 
-    Receiver& receiver = Receiver::get();
+    StartedAdapter& started = StartedAdapter::get();
     FakeShell& shell = FakeShell::get();
 };
 
@@ -184,10 +111,10 @@ TEST_F(PathSwitch, IsRegisteredOnceHoweverOftenTheAdapterStarts) {
     ASSERT_THAT(shell.commands, SizeIs(1));
     EXPECT_EQ(shell.commands.begin()->first, "pathswitch :s");
     EXPECT_EQ(shell.commands.begin()->second.help, "simple path switch");
-    ASSERT_THAT(receiver.startLines, SizeIs(3));
-    EXPECT_EQ(receiver.startLines[0], "ovshell.cpp:ovRegister(): Called ");
-    EXPECT_EQ(receiver.startLines[1], "ovshell.cpp:registerCommand(): Called ");
-    EXPECT_THAT(receiver.startLines[2],
+    ASSERT_THAT(started.startLines, SizeIs(3));
+    EXPECT_EQ(started.startLines[0], "ovshell.cpp:ovRegister(): Called ");
+    EXPECT_EQ(started.startLines[1], "ovshell.cpp:registerCommand(): Called ");
+    EXPECT_THAT(started.startLines[2],
                 testing::StartsWith("ovshell.cpp:svcAppovshell(): ovshell-interface pointer = "));
 }
 
@@ -196,41 +123,6 @@ TEST_F(PathSwitch, LogsAndPrintsItsArgument) {
     EXPECT_EQ(run("something"), "something");
     EXPECT_THAT(textsOf(log), ElementsAre("ovshell.cpp:pathswitch(): Called "));
     EXPECT_EQ(log.lines()[0].levelWord, genrpc::RegistrarLog * 65536U + vdlDebugTrace);
-}
-
-TEST_F(PathSwitch, ToHdmiShowsTheInputOnFiveTerminals) {
-    EXPECT_EQ(run("hdmi"), "hdmi");
-    const auto requests = receiver.tv.requests.takeStart();
-    ASSERT_THAT(requests, SizeIs(5));
-    EXPECT_NE(requests[0].reqId, "");
-    const std::int32_t types[] = {0, 9, 1, 4, 8};
-    for (std::size_t i = 0; i < 5; ++i) {
-        TvServiceReq_t expected;
-        expected.terminal = {types[i], 0};
-        expected.intParam2 = 3;
-        expected.uri = "rec://plain/hdmi?id=0";
-        expected.uuid = "HDMI1";
-        expected.strParam2 = "extin";
-        expected.strParam3 = "4";
-        expected.reqId = requests[0].reqId;
-        EXPECT_EQ(requests[i], expected);
-    }
-}
-
-TEST_F(PathSwitch, ToMmShowsTheExternalSourceOnThreeTerminals) {
-    EXPECT_EQ(run("mm"), "mm");
-    const auto requests = receiver.mm.requests.takeStart();
-    ASSERT_THAT(requests, SizeIs(3));
-    EXPECT_NE(requests[0].reqId, "");
-    const std::int32_t types[] = {0, 1, 4};
-    for (std::size_t i = 0; i < 3; ++i) {
-        mmservice::MMServiceReq_t expected;
-        expected.terminal = {types[i], 0};
-        expected.intParam2 = 3;
-        expected.uri = "external://plain/dmp";
-        expected.reqId = requests[0].reqId;
-        EXPECT_EQ(requests[i], expected);
-    }
 }
 
 TEST_F(PathSwitch, SendsARequestForEitherOfItsTwoWordsAndNoneForOthers) {
@@ -254,10 +146,59 @@ TEST_F(PathSwitch, CutsItsArgumentTo511Characters) {
 
 TEST_F(PathSwitch, StaysRegisteredWhenItsRegistrarEnds) {
     const host::LogCapture log{{genrpc::RegistrarLog}};
-    { ovRegister another(&receiver.adapter); } // the shell rejects its command, which is registered already
+    { ovRegister another(&started.adapter); } // the shell rejects its command, which is registered already
     EXPECT_THAT(textsOf(log), ElementsAre("ovshell.cpp:ovRegister(): Called ", "ovshell.cpp:registerCommand(): Called ",
                                           "ovshell.cpp:~ovRegister(): Called "));
     EXPECT_EQ(run("still there"), "still there");
+}
+
+// ---- what it requests ----
+
+class PathSwitchRequests : public testing::Test {
+protected:
+    // What the service receives apart from stops, which come first.
+    static std::vector<TvServiceReq_t> startsOf(tvtest::Service& service) {
+        std::vector<TvServiceReq_t> starts;
+        for (const auto& request : service.requests())
+            if (request.uri != stopUri) starts.push_back(request.record);
+        return starts;
+    }
+    tvtest::Receiver receiver;
+};
+
+TEST_F(PathSwitchRequests, ToHdmiShowTheInputOnFiveTerminals) {
+    EXPECT_EQ(receiver.command("pathswitch", {"hdmi"}), "hdmi");
+    const auto requests = startsOf(receiver.tv());
+    ASSERT_THAT(requests, SizeIs(5));
+    EXPECT_NE(requests[0].reqId, "");
+    const std::int32_t types[] = {0, 9, 1, 4, 8};
+    for (std::size_t i = 0; i < 5; ++i) {
+        TvServiceReq_t expected;
+        expected.terminal = {types[i], 0};
+        expected.intParam2 = 3;
+        expected.uri = "rec://plain/hdmi?id=0";
+        expected.uuid = "HDMI1";
+        expected.strParam2 = "extin";
+        expected.strParam3 = "4";
+        expected.reqId = requests[0].reqId;
+        EXPECT_EQ(requests[i], expected);
+    }
+}
+
+TEST_F(PathSwitchRequests, ToMmShowTheExternalSourceOnThreeTerminals) {
+    EXPECT_EQ(receiver.command("pathswitch", {"mm"}), "mm");
+    const auto requests = startsOf(receiver.mm());
+    ASSERT_THAT(requests, SizeIs(3));
+    EXPECT_NE(requests[0].reqId, "");
+    const std::int32_t types[] = {0, 1, 4};
+    for (std::size_t i = 0; i < 3; ++i) {
+        TvServiceReq_t expected;
+        expected.terminal = {types[i], 0};
+        expected.intParam2 = 3;
+        expected.uri = "external://plain/dmp";
+        expected.reqId = requests[0].reqId;
+        EXPECT_EQ(requests[i], expected);
+    }
 }
 
 // ---- the shell that it needs: one process per test, because the shell is looked up once per process ----
@@ -309,3 +250,5 @@ TEST_F(PathSwitchShell, AbortsAReceiverUnderDevelopmentAfterASecondWhenMissing) 
 }
 
 } // namespace
+
+int main(int count, char** words) { return tvtest::runTests(count, words); }

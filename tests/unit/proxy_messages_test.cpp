@@ -2,7 +2,6 @@
 #include "app-tvservice-proxy-main.h"
 #include "support/log-texts.h"
 #include "support/recording-module.h"
-#include "support/samples.h"
 #include "support/test-where.h"
 #include "support/tv-doubles.h"
 #include "support/tv-messages.h"
@@ -16,6 +15,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
+#include <schema/samples.h>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -33,7 +33,7 @@ namespace {
 // ---- senders ----
 
 template <class Message> auto sampleOf(std::uint32_t start = 0) {
-    return support::Samples(start).next<typename Message::Body::Arguments>();
+    return schema::Samples(start).next<typename Message::Body::Arguments>();
 }
 
 class EverySender : public testing::Test {

@@ -1,10 +1,10 @@
 // Every record, field by field: the names in its text and the fields that its comparison covers.
-#include "support/samples.h"
 #include "support/tv-messages.h"
 
 #include <genrpc/json.h>
 
 #include <gtest/gtest.h>
+#include <schema/samples.h>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -43,7 +43,7 @@ template <class Record, class Use> void forEachField(Use use) {
 // A record with one field set; all others are zero or empty.
 template <class Record, class Value> Record withOnly(Value Record::*member) {
     Record record;
-    record.*member = support::Samples().next<Value>();
+    record.*member = schema::Samples().next<Value>();
     return record;
 }
 
@@ -57,7 +57,7 @@ template <class Record> genrpc::Json fieldsOf(const Record& record) {
 TEST(RecordText, NamesEveryFieldInOrder) {
     forEachRecord([]<class Record>() {
         std::vector<std::string> names;
-        const auto fields = fieldsOf(support::Samples().next<Record>());
+        const auto fields = fieldsOf(schema::Samples().next<Record>());
         for (const auto& [name, value] : fields.items()) names.push_back(name);
         EXPECT_EQ(names, Declared<Record>::fields);
     });
@@ -79,7 +79,7 @@ TEST(RecordText, PrintsEachFieldUnderItsName) {
 TEST(RecordComparison, DetectsADifferenceInEachField) {
     forEachRecord([]<class Record>() {
         EXPECT_EQ(Record{}, Record{});
-        EXPECT_EQ(support::Samples().next<Record>(), support::Samples().next<Record>());
+        EXPECT_EQ(schema::Samples().next<Record>(), schema::Samples().next<Record>());
         std::size_t seen = 0;
         forEachField<Record>([&](const std::string& name, auto member) {
             EXPECT_NE(withOnly(member), Record{}) << name;

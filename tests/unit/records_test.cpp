@@ -1,7 +1,6 @@
 // The core records: their exact layouts, tables and the four operations of their flat forms. Also the composition of
 // all messages.
 #include "support/layouts.h"
-#include "support/samples.h"
 #include "support/wire.h"
 
 #include <genrpc/json.h>
@@ -11,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <schema/samples.h>
 #include <string>
 #include <vector>
 
@@ -181,7 +181,7 @@ TEST(FlatForm, ReadsListsWithoutAnArrayAsEmpty) {
 
 TEST(CoreRecords, SurviveEncodingAndDecodingInEitherByteOrder) {
     support::forEach(support::CoreRecords{}, []<class Record>() {
-        const auto sample = support::Samples().next<Record>();
+        const auto sample = schema::Samples().next<Record>();
         for (const bool otherOrder : {false, true}) {
             EXPECT_EQ(support::roundTripped(sample, otherOrder), sample);
             EXPECT_EQ(support::roundTripped(Record{}, otherOrder), Record{});
@@ -267,7 +267,7 @@ TEST(Messages, AreListedUnderTheirDirection) {
 TEST(Messages, SurviveEncodingAndDecodingInEitherByteOrder) {
     support::forEach(support::AllMessages{}, []<class Message>() {
         using Arguments = typename Message::Body::Arguments;
-        const auto sample = support::Samples().next<Arguments>();
+        const auto sample = schema::Samples().next<Arguments>();
         for (const bool otherOrder : {false, true}) {
             EXPECT_EQ(support::roundTripped<Message>(sample, otherOrder), sample);
             EXPECT_EQ(support::roundTripped<Message>(Arguments{}, otherOrder), Arguments{});

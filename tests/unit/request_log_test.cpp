@@ -238,7 +238,8 @@ TEST_F(Requests, AreToldInJsonWithNumbersAndNames) {
     json["time"] = "then";
     EXPECT_EQ(json.dump(),
               R"json({"request":"control-1","asker":"shell","time":"then","state":"answered",)json"
-              R"json("terminals":[{"terminal":"0:0","uri":"dvb://1","result":2,"resultName":"unknown channel"}],)json"
+              R"json("terminals":[{"terminal":"0:0","typeName":"main","uri":"dvb://1","result":2,)json"
+              R"json("resultName":"unknown channel"}],)json"
               R"json("moreTerminals":0,"steps":[{"step":"start","awaited":"TV service","beginMs":0.5}],)json"
               R"json("durationMs":1.0,"lateAnswers":0,)json"
               R"json("lines":["0:0 refused: unknown channel (2), dvb://1 (request control-1, 1.0 ms)"]})json");

@@ -1,7 +1,8 @@
-#include "common/result.h"
-#include "mmservice/uri-check.h"
 #include "tvservice/channel-list.h"
 #include "tvservice/uri-check.h"
+
+#include <tvservice-adapter/service/mm-uris.h>
+#include <tvservice-adapter/service/result.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -132,7 +133,8 @@ TEST(TvUri, IsShownForChannelsOfTheListRecordingsAndInputs) {
     EXPECT_EQ(checkTvUri(list, "DVB://2"), result::unknownChannel);
     for (const char* shown : {"hdmi://2", "rec://7/1", "file:///PVR+/1", "FSL2:///PVR+/1"})
         EXPECT_EQ(checkTvUri(list, shown), result::done) << shown;
-    for (const char* unsupported : {"", "tv://1", "nonsense", "ftp://host/film", "://", "%"})
+    for (const char* unsupported :
+         {"", "tv://1", "nonsense", "ftp://host/film", "://", "%", "rec:", "rec://", "hdmi://"})
         EXPECT_EQ(checkTvUri(list, unsupported), result::unsupportedUri) << unsupported;
 }
 
@@ -140,7 +142,8 @@ TEST(MmUri, IsShownForStreamsAndCastingOnly) {
     for (const char* shown :
          {"http://a/b", "HTTPS://a", "rtp://1", "miracast://x", "external://1", "youtube://v", "youtubev4://v"})
         EXPECT_EQ(checkMmUri(shown), result::done) << shown;
-    for (const char* unsupported : {"dvb://1", "tv://1", "", "/etc/passwd", "://", "%"})
+    for (const char* unsupported : {"dvb://1", "tv://1", "", "/etc/passwd", "://", "%", "http:", "http:a", "https://",
+                                    "http:///b", "rtp://:5004", "http://a b/", "http://a/\n", "http://?b"})
         EXPECT_EQ(checkMmUri(unsupported), result::unsupportedUri) << unsupported;
 }
 

@@ -1,10 +1,4 @@
-#include "common/answers.h"
-#include "common/delay-line.h"
-#include "common/fault-switches.h"
-#include "common/log.h"
-#include "common/shell-commands.h"
-#include "common/terminal-table.h"
-#include "mmservice/uri-check.h"
+#include "service-kit/src/shell-commands.h"
 #include "tvservice/channel-list.h"
 #include "tvservice/channels-command.h"
 #include "tvservice/locks.h"
@@ -13,6 +7,12 @@
 #include <appovshell/server.h>
 #include <host/log-capture.h>
 #include <mmservice/records.h>
+#include <tvservice-adapter/service/answers.h>
+#include <tvservice-adapter/service/delay-line.h>
+#include <tvservice-adapter/service/fault-switches.h>
+#include <tvservice-adapter/service/log.h>
+#include <tvservice-adapter/service/mm-uris.h>
+#include <tvservice-adapter/service/terminal-table.h>
 #include <tvservice/core-records.h>
 
 #include <chrono>
@@ -607,13 +607,14 @@ TEST(ShellCommands, ListTheTerminalsForPeopleAndPrograms) {
     table.show({0, 1}, {"dvb://1\n\xFF", "u", 2, std::chrono::system_clock::time_point(0s)});
     EXPECT_EQ(shell.run("terminals"), 0);
     EXPECT_EQ(shell.output,
-              "type 0, id 1, uri \"dvb://1\\n\xEF\xBF\xBD\", uuid \"u\", client 2, "
+              "type 0, typeName \"main\", id 1, uri \"dvb://1\\n\xEF\xBF\xBD\", uuid \"u\", client 2, "
               "since \"1970-01-01T00:00:00Z\"\n");
     shell.json = true;
     EXPECT_EQ(shell.run("terminals"), 0);
     const auto list = nlohmann::json::parse(shell.output);
     ASSERT_EQ(list.size(), 1U);
     EXPECT_EQ(list[0]["type"], 0);
+    EXPECT_EQ(list[0]["typeName"], "main");
     EXPECT_EQ(list[0]["id"], 1);
     EXPECT_EQ(list[0]["uuid"], "u");
     EXPECT_EQ(list[0]["client"], 2);
@@ -666,10 +667,12 @@ TEST(ShellCommands, SetTheLevelAtWhichRequestsAreLogged) {
     ASSERT_EQ(log.lines().size(), 1U);
     EXPECT_EQ(log.lines()[0].text, "client 7: request 7: terminal 0:1: dvb://9: unknown channel");
     EXPECT_EQ(shell.output, "");
-    EXPECT_EQ(shell.run("log", {"servise=info"}), 0);
+    EXPECT_EQ(shell.run("log", {"servise=info"}), -22);
     EXPECT_THAT(shell.output, HasSubstr("no module of this process has the name servise; it has "));
     EXPECT_EQ(shell.run("log", {"service=loud"}), -22);
     EXPECT_THAT(shell.output, HasSubstr("loud"));
+    EXPECT_EQ(shell.run("log", {}), -22);
+    EXPECT_THAT(shell.output, HasSubstr("expected MODULE=LEVEL; the modules are "));
 }
 
 TEST(ShellCommands, SetAndListTheFaultSwitches) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "support/failing-allocations.h"
-#include "support/samples.h"
 #include "support/wire.h"
 
 #include <frame/omq-io-module.h>
@@ -15,6 +14,7 @@
 #include <condition_variable>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <schema/samples.h>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,7 +29,7 @@ using support::Shortage;
 
 inline constexpr Shortage shortages[] = {Shortage::Lasting, Shortage::Passing};
 
-template <class Message> auto sampleOf() { return support::Samples().next<typename Message::Body::Arguments>(); }
+template <class Message> auto sampleOf() { return schema::Samples().next<typename Message::Body::Arguments>(); }
 
 // The memory in use, of all kinds.
 struct Held {

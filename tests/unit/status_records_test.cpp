@@ -1,12 +1,12 @@
 // The records of status and negotiation: layouts, tables and special cases.
 #include "support/layouts.h"
-#include "support/samples.h"
 #include "support/wire.h"
 
 #include <host/marshaller.h>
 
 #include <cstring>
 #include <gtest/gtest.h>
+#include <schema/samples.h>
 #include <string>
 #include <vector>
 
@@ -102,7 +102,7 @@ template <class T> T at(const void* form, std::size_t offset) {
 
 TEST(StatusRecords, SurviveEncodingAndDecodingInEitherByteOrder) {
     support::forEach(support::StatusRecords{}, []<class Record>() {
-        const auto sample = support::Samples().next<Record>();
+        const auto sample = schema::Samples().next<Record>();
         for (const bool otherOrder : {false, true}) {
             EXPECT_EQ(support::roundTripped(sample, otherOrder), sample);
             EXPECT_EQ(support::roundTripped(Record{}, otherOrder), Record{});
@@ -185,7 +185,7 @@ TEST(StatusString, IsSentAsLengthZeroAndATerminatorWhenEmpty) {
 
 // The number of additional blocks that a form holds after a second assignment.
 template <class Record> std::uint64_t keptByAssignment() {
-    const auto sample = support::Samples().next<Record>();
+    const auto sample = schema::Samples().next<Record>();
     typename Record::Flat form(sample);
     const auto before = host::flatHeapUsage().blocks;
     form = sample;
@@ -205,7 +205,7 @@ TEST(StatusRecords, ReleaseTheirStringListsButNothingElseWhenAssignedAgain) {
 TEST(StatusRecords, FreeEveryBlockWhenReleased) {
     support::forEach(support::StatusRecords{}, []<class Record>() {
         const auto before = host::flatHeapUsage().blocks;
-        typename Record::Flat form(support::Samples().next<Record>());
+        typename Record::Flat form(schema::Samples().next<Record>());
         genrpc::release(form);
         EXPECT_EQ(host::flatHeapUsage().blocks, before);
     });

@@ -1,12 +1,12 @@
 // The records of track handling: layouts, tables and special cases.
 #include "support/layouts.h"
-#include "support/samples.h"
 #include "support/wire.h"
 
 #include <host/marshaller.h>
 
 #include <cstring>
 #include <gtest/gtest.h>
+#include <schema/samples.h>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -108,7 +108,7 @@ template <class T> T at(const void* form, std::size_t offset) {
 
 TEST(StreamRecords, SurviveEncodingAndDecodingInEitherByteOrder) {
     support::forEach(support::StreamRecords{}, []<class Record>() {
-        const auto sample = support::Samples().next<Record>();
+        const auto sample = schema::Samples().next<Record>();
         for (const bool otherOrder : {false, true}) {
             EXPECT_EQ(support::roundTripped(sample, otherOrder), sample);
             EXPECT_EQ(support::roundTripped(Record{}, otherOrder), Record{});
@@ -130,11 +130,11 @@ TEST(StreamRecords, AreZeroWhenDefaultConstructedExceptTheirTerminals) {
 
 TEST(StreamRecords, FreeEverythingTheyHoldWhenAssignedAgain) {
     support::forEach(support::StreamRecords{}, []<class Record>() {
-        const auto sample = support::Samples().next<Record>();
+        const auto sample = schema::Samples().next<Record>();
         const auto empty = host::flatHeapUsage().blocks;
         typename Record::Flat form(sample);
         const auto full = host::flatHeapUsage().blocks;
-        form = support::Samples(100).next<Record>();
+        form = schema::Samples(100).next<Record>();
         EXPECT_EQ(host::flatHeapUsage().blocks, full);
         form = sample;
         EXPECT_EQ(host::flatHeapUsage().blocks, full);
@@ -146,7 +146,7 @@ TEST(StreamRecords, FreeEverythingTheyHoldWhenAssignedAgain) {
 
 TEST(StreamRecords, ShrinkToTheTerminatorsOfTheirStringsWhenAssignedAnEmptyRecord) {
     const auto empty = host::flatHeapUsage().blocks;
-    _TvServiceAudioInfo_t_struct form(support::Samples().next<TvServiceAudioInfo_t>());
+    _TvServiceAudioInfo_t_struct form(schema::Samples().next<TvServiceAudioInfo_t>());
     EXPECT_EQ(host::flatHeapUsage().blocks, empty + 1 + 3 * 4); // the array and each stream's four strings
     form = TvServiceAudioInfo_t{};
     EXPECT_EQ(host::flatHeapUsage().blocks, empty);

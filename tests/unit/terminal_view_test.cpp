@@ -163,11 +163,13 @@ TEST_F(Terminals, AreListedWithBothAnswersInFull) {
         terminal[time] = "then";
     }
     EXPECT_EQ(terminal.dump(),
-              R"({"terminal":"0:0","uri":"dvb://1","uuid":"uuid of dvb://1","reqId":"1",)"
+              R"({"terminal":"0:0","typeName":"main","uri":"dvb://1","uuid":"uuid of dvb://1","reqId":"1",)"
               R"("asker":"application","since":"then","lastResult":-5,"lastResultName":"unknown","lastUri":"dvb://2",)"
               R"("lastReqId":"2","lastTime":"then","queued":0,"state":"idle"})");
-    EXPECT_THAT(run("terminals", false),
-                HasSubstr("terminal 0:0  uri dvb://1  uuid uuid of dvb://1  reqId 1  asker application  since "));
+    EXPECT_THAT(
+        run("terminals", false),
+        HasSubstr(
+            "terminal 0:0  typeName main  uri dvb://1  uuid uuid of dvb://1  reqId 1  asker application  since "));
     EXPECT_THAT(run("terminals", false),
                 HasSubstr("  lastResult -5  lastResultName unknown  lastUri dvb://2  lastReqId 2  lastTime "));
 }

@@ -1,8 +1,8 @@
 // The notifications that the TV service sends after each request, and their receivers.
-#include "common/log.h"
 #include "tv-service-fixture.h"
 
 #include <host/log-capture.h>
+#include <tvservice-adapter/service/log.h>
 
 #include <gmock/gmock.h>
 #include <kit/wait.h>

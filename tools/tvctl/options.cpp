@@ -16,10 +16,17 @@ std::string checkSeconds(const std::string& text) {
     return number && seconds >= 0.001 && seconds <= 86400 ? "" : text + " is not a number from 0.001 to 86400";
 }
 
+// The name becomes part of a path, which must not leave the folder of the shells.
+std::string checkProcess(const std::string& name) {
+    return !name.empty() && name.find('/') == std::string::npos ? "" : "'" + name + "' is not the name of a process";
+}
+
 } // namespace
 
 void addOptions(CLI::App& app, Options& options) {
-    app.add_option("--target", options.target, "The process to send the command to")->capture_default_str();
+    app.add_option("--target", options.target, "The process to send the command to")
+        ->capture_default_str()
+        ->check(checkProcess);
     app.add_flag("--json", options.json, "Print the outcome as JSON");
     app.add_flag("--quiet", options.quiet, "Print errors only");
     app.add_option_function<double>(

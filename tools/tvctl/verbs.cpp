@@ -1,5 +1,6 @@
 #include "verbs.h"
 
+#include "check-service.h"
 #include "config.h"
 #include "doctor.h"
 #include "interactive.h"
@@ -18,10 +19,11 @@ const std::vector<Verb>& verbs() {
         {"stop", "stops what terminals show and waits for the result", runStop},
         {"shell", "runs commands line by line", runShell},
         {"watch", "prints the notifications to the process's clients as they arrive", runWatch},
-        {"schema", "prints all messages and records with their layout", runSchema},
+        {"schema", "prints all messages and records with their layout and meaning", runSchema},
         {"config", "prints the settings of a process started here, and where they come from", runConfig},
         {"keygen", "makes the key pair that identifies this host to others", runKeygen, false},
         {"doctor", "finds problems of a receiver on this host, and lists who may connect where", runDoctor, false},
+        {"check-service", "puts a running service through the rules that a receiver relies on", runCheckService},
     };
     return all;
 }

@@ -9,10 +9,10 @@ namespace {
 
 namespace messages = mmservice::messages;
 
-class EchoMmService {
+class EchoMmService : public services::Service {
 public:
-    void offer() {
-        auto& channel = sender_.offer(host::messageQueue(), mmservice::serviceName, mmservice::messageSet());
+    void offer(host::MessageQueue& queue) override {
+        auto& channel = sender_.offer(queue, mmservice::serviceName, mmservice::messageSet());
         exchange::registerHandler<messages::MmServiceReq>(channel, *this);
     }
 
@@ -31,5 +31,5 @@ int main(int argc, char** argv) {
     services::Program program("mmserviced", "An MM service that answers every request with the request itself.");
     if (const auto exitCode = program.parse(argc, argv)) return *exitCode;
     EchoMmService service;
-    return program.run([&] { service.offer(); });
+    return program.run(service);
 }

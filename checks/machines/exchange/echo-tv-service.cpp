@@ -1,10 +1,10 @@
 // Replaces tvserviced: echoes every request with its arguments, and sends notifications on command.
 #include "echo.h"
 #include "marker.h"
-#include "tvservice/downloads.h"
 #include "tvservice/emit.h"
 
 #include <tvservice/messages.h>
+#include <tvservice/values.h>
 
 #include <tuple>
 #include <type_traits>
@@ -13,10 +13,10 @@ namespace {
 
 namespace messages = tvservice::messages;
 
-class EchoTvService {
+class EchoTvService : public services::Service {
 public:
-    void offer() {
-        auto& channel = sender_.offer(host::messageQueue(), tvservice::serviceName, tvservice::messageSet());
+    void offer(host::MessageQueue& queue) override {
+        auto& channel = sender_.offer(queue, tvservice::serviceName, tvservice::messageSet());
 #define HANDLE(service, direction, Name, ...) exchange::registerHandler<messages::Name>(channel, *this);
         TVSERVICE_REQUESTS(HANDLE)
 #undef HANDLE
@@ -40,7 +40,7 @@ public:
         sender_.to<messages::TvServiceNetworkChangeMsg>(client, tvservice::TvServiceNetworkChangeMessage_t{0, text});
         if constexpr (std::is_same_v<Message, messages::RequestPackagesReq>) // the client waits for its end
             sender_.to<messages::TvserviceOadStatusNotify>(
-                client, static_cast<tvservice::NotifyOadStatus_t>(services::Downloads::refused), std::string());
+                client, static_cast<tvservice::NotifyOadStatus_t>(tvservice::oadStatus::refused), std::string());
     }
 
     const services::Sender& sender() const { return sender_; }
@@ -57,5 +57,5 @@ int main(int argc, char** argv) {
     EchoTvService service;
     services::EmitCommand emit(service.sender());
     program.addCommands([&](appovshell::Server& shell) { return emit.registerWith(shell); });
-    return program.run([&] { service.offer(); });
+    return program.run(service);
 }

@@ -1,11 +1,9 @@
 // Services that echo each request with every field as they decoded it, also requests that real services do not answer.
 #pragma once
 
-#include "common/program.h"
-#include "common/sender.h"
-
 #include <genrpc/json.h>
-#include <host/receiver.h>
+#include <tvservice-adapter/service/program.h>
+#include <tvservice-adapter/service/sender.h>
 
 #include <cstdint>
 #include <string>

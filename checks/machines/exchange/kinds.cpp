@@ -1,11 +1,11 @@
 #include "kinds.h"
 
 #include "marker.h"
-#include "tvservice/downloads.h"
 #include "tvservice/emit.h"
 
 #include <genrpc/json.h>
 #include <tvservice/messages.h>
+#include <tvservice/values.h>
 
 #include <algorithm>
 #include <iterator>
@@ -67,7 +67,7 @@ void receiveRemaining(const Exchange& exchange, int number, Notifications& recei
 bool endsDownload(const std::string& received) {
     if (!is<messages::TvserviceOadStatusNotify>(received)) return false;
     const int status = argumentsOf<messages::TvserviceOadStatusNotify>(received)["status"];
-    return status == services::Downloads::done || status == services::Downloads::refused;
+    return status == tvservice::oadStatus::done || status == tvservice::oadStatus::refused;
 }
 
 template <class Message> RoundTrip playRequest(const Exchange& exchange, int number) {

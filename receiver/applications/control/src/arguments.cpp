@@ -1,18 +1,40 @@
 #include "arguments.h"
 
+#include <tvservice/values.h>
+
 #include <algorithm>
 #include <utility>
 
 namespace control {
 
+namespace {
+
+// For error texts.
+constexpr const char* terminalForm = "TYPE:ID, such as 0:1 or main:1, with numbers from 0 to 2147483647";
+
+bool readTerminalType(std::string_view text, std::int32_t& type) {
+    for (const auto& value : tvservice::terminalTypes.values)
+        if (text == value.name) {
+            type = value.number;
+            return true;
+        }
+    return readNumber(text, type);
+}
+
+} // namespace
+
 bool readTerminal(std::string_view text, tvservice::TvServiceTerminal_t& terminal) {
     const auto colon = text.find(':');
-    return colon != std::string_view::npos && readNumber(text.substr(0, colon), terminal.type) &&
+    return colon != std::string_view::npos && readTerminalType(text.substr(0, colon), terminal.type) &&
            readNumber(text.substr(colon + 1), terminal.id) && terminal.type >= 0 && terminal.id >= 0;
 }
 
 std::string nameOf(const tvservice::TvServiceTerminal_t& terminal) {
     return std::to_string(terminal.type) + ":" + std::to_string(terminal.id);
+}
+
+const char* typeNameOf(const tvservice::TvServiceTerminal_t& terminal) {
+    return nameOf(tvservice::terminalTypes, terminal.type);
 }
 
 std::string inQuotes(const std::string& text) {
@@ -26,7 +48,7 @@ int reject(appovshell::Server& shell, const std::string& why) {
 }
 
 int rejectTerminal(appovshell::Server& shell, const std::string& text) {
-    return reject(shell, "terminal " + inQuotes(text) + ": expected TYPE:ID, two decimal numbers from 0");
+    return reject(shell, "terminal " + inQuotes(text) + ": expected " + terminalForm);
 }
 
 bool ArgumentReader::next(std::string& text) {
@@ -62,7 +84,7 @@ void ArgumentReader::read(std::int32_t& number) {
 void ArgumentReader::read(tvservice::TvServiceTerminal_t& terminal) {
     std::string argument;
     if (next(argument) && !readTerminal(argument, terminal))
-        reject("must be TYPE:ID, two decimal numbers from 0 to 2147483647, not " + inQuotes(argument));
+        reject(std::string("must be ") + terminalForm + ", not " + inQuotes(argument));
 }
 
 } // namespace control

@@ -25,9 +25,11 @@ template <class Number> bool readNumber(std::string_view text, Number& number) {
     return error == std::errc{} && end == text.data() + text.size();
 }
 
-// Parses "type:id". Returns false, with terminal undefined, when text is malformed or a number is negative.
+// Parses "type:id"; the type may be its name. Returns false, with terminal undefined, when text is malformed or a
+// number is negative.
 bool readTerminal(std::string_view text, tvservice::TvServiceTerminal_t& terminal);
 std::string nameOf(const tvservice::TvServiceTerminal_t& terminal);
+const char* typeNameOf(const tvservice::TvServiceTerminal_t& terminal);
 
 // Text in single quotes, for messages; long text is truncated.
 std::string inQuotes(const std::string& text);

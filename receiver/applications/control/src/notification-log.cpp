@@ -1,6 +1,7 @@
 #include "notification-log.h"
 
-#include <genrpc/json.h>
+#include "named-json.h"
+
 #include <lrt/run-log-agent.h>
 #include <tvservice/messages.h>
 
@@ -48,7 +49,7 @@ template <class T> std::size_t heldBytes(const T& value) {
 }
 
 template <class Message, class... Args> TextOrLength textOrLength(const Args&... args) {
-    std::string text = genrpc::textOf(genrpc::argumentsToJson<Message>(args...));
+    std::string text = genrpc::textOf(argumentsToNamedJson<Message>(args...));
     if (text.size() > NotificationLog::longestArguments) return {{}, text.size()};
     return {std::move(text), 0};
 }

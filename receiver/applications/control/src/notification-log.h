@@ -21,7 +21,8 @@ struct Notification {
     std::uint64_t number = 0;
     std::string time;    // UTC, ISO 8601 with milliseconds
     std::string message; // "TvServiceAudioInfo"
-    // The arguments as JSON text; empty when it would exceed NotificationLog::longestArguments.
+    // The arguments as JSON text, with the names of numbers; empty when it would exceed
+    // NotificationLog::longestArguments.
     std::string arguments;
     // The length of the omitted text, or a lower bound of it.
     std::size_t omittedBytes = 0;

@@ -5,6 +5,7 @@
 
 #include <genrpc/json.h>
 
+#include <algorithm>
 #include <sstream>
 #include <utility>
 #include <vector>
@@ -13,7 +14,8 @@ namespace control {
 
 int PlayCommands::registerAll() {
     static constexpr Command table[] = {
-        {"play :s :s [:s]", "TERMINAL[,TERMINAL...] URI [UUID] - show something (a terminal is type:id)",
+        {"play :s :s [:s]",
+         "TERMINAL[,TERMINAL...] URI [UUID] - show something (a terminal is type:id, such as main:0)",
          call<PlayCommands, &PlayCommands::play>},
         {"stop :s", "TERMINAL[,TERMINAL...] - stop what is shown", call<PlayCommands, &PlayCommands::stop>},
     };
@@ -39,8 +41,12 @@ int PlayCommands::submit(const tvservice::TvServiceReq_t& common) {
     // The comma at the end makes a terminal of what follows the last comma, be it empty.
     std::istringstream terminals(shell_.getArgument(0) + ",");
     for (std::string text; std::getline(terminals, text, ',');) {
-        requests.push_back(common);
-        if (!readTerminal(text, requests.back().terminal)) return rejectTerminal(shell_, text);
+        tvservice::TvServiceReq_t request = common;
+        if (!readTerminal(text, request.terminal)) return rejectTerminal(shell_, text);
+        const auto isSame = [&](const auto& other) { return nameOf(other.terminal) == nameOf(request.terminal); };
+        if (std::any_of(requests.begin(), requests.end(), isSame))
+            return reject(shell_, "terminal " + inQuotes(text) + " is named twice");
+        requests.push_back(std::move(request));
     }
     const std::string id = log_.begin(requests);
     for (const auto& request : requests) zapper_.forget(request.terminal);

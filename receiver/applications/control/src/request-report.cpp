@@ -83,7 +83,11 @@ std::vector<std::string> linesOf(const RecordedRequest& request) {
 Json toJson(const RecordedRequest& request) {
     Json terminals = Json::array(), steps = Json::array();
     for (const auto& [terminal, uri, number] : request.terminals) {
-        Json row = {{"terminal", nameOf(terminal)}, {"uri", uri}, {"result", nullptr}, {"resultName", nullptr}};
+        Json row = {{"terminal", nameOf(terminal)},
+                    {"typeName", typeNameOf(terminal)},
+                    {"uri", uri},
+                    {"result", nullptr},
+                    {"resultName", nullptr}};
         if (number) {
             row["result"] = *number;
             row["resultName"] = tvservice::nameOfResult(*number);

@@ -8,9 +8,9 @@
 #include <genrpc/json.h>
 #include <host/log-levels.h>
 #include <host/printable.h>
+#include <host/receiver.h>
 #include <lrt/run-log-agent.h>
 #include <tvservice/results.h>
-#include <vdl/debug.h>
 
 #include <algorithm>
 #include <chrono>
@@ -31,6 +31,7 @@ Json toJson(const std::vector<Answer>& answers) {
         list.push_back({{"time", time},
                         {"reqId", info.reqId},
                         {"terminal", nameOf(info.terminal)},
+                        {"typeName", typeNameOf(info.terminal)},
                         {"result", info.result},
                         {"resultName", tvservice::nameOfResult(info.result)},
                         {"uri", info.uri},
@@ -43,6 +44,7 @@ Json toJson(const std::vector<TerminalState>& terminals) {
     Json list = Json::array();
     for (const auto& [shown, last] : terminals)
         list.push_back({{"terminal", nameOf(last.info.terminal)},
+                        {"typeName", typeNameOf(last.info.terminal)},
                         {"uri", shown.info.uri},
                         {"uuid", shown.info.uuid},
                         {"reqId", shown.info.reqId},
@@ -105,12 +107,15 @@ void addQueued(Json& list, const Bundles& bundles) {
     struct Queued {
         std::size_t requests = 0;
         const tvservice::BundleStatus* first = nullptr;
+        const char* typeName = "";
     };
     std::map<std::string, Queued> queued; // bounded by the adapter's queue
     for (const auto& bundle : bundles)
         for (const auto& terminal : bundle.terminals) {
             Queued& entry = queued[nameOf(terminal)];
-            if (entry.requests++ == 0) entry.first = &bundle;
+            if (entry.requests++ > 0) continue;
+            entry.first = &bundle;
+            entry.typeName = typeNameOf(terminal);
         }
     const auto add = [&](Json& row, const Queued& entry) {
         row["queued"] = entry.requests;
@@ -124,6 +129,7 @@ void addQueued(Json& list, const Bundles& bundles) {
     for (const auto& [terminal, entry] : queued) {
         Json row = toJson(std::vector{TerminalState{}}).front();
         row["terminal"] = terminal;
+        row["typeName"] = entry.typeName;
         add(row, entry);
         list.push_back(std::move(row));
     }
@@ -150,12 +156,15 @@ int report(appovshell::Server& shell, const Json& list) {
     return 0;
 }
 
-// A command's optional count; nullopt when the argument is not a count.
+// A command's optional count; nullopt, with the reason printed, when the argument is not a count.
 std::optional<std::size_t> countArgument(appovshell::Server& shell, std::size_t byDefault = 10) {
     const std::string text = shell.getArgument(0);
     if (text.empty()) return byDefault;
     std::int32_t count = 0;
-    if (!readNumber(text, count) || count < 0) return std::nullopt;
+    if (!readNumber(text, count) || count < 1) {
+        reject(shell, "N must be a number from 1, not " + inQuotes(text));
+        return std::nullopt;
+    }
     return static_cast<std::size_t>(count);
 }
 
@@ -194,6 +203,8 @@ int StateCommands::registerAll() {
          "[TABLES] - counters of the service connections; with \"tables\", how full each table is and how much it "
          "dropped",
          call<Self, &Self::stats>},
+        {"handling", "the notification whose handling has not returned for half a second, and the calls it is in",
+         call<Self, &Self::handling>},
         {"runlog [:d]", "[N] - the newest N records of the run log (10)", call<Self, &Self::runlog>},
         {"log :s", "MODULE=LEVEL[,...] - change what is logged", call<Self, &Self::log>},
     };
@@ -208,12 +219,12 @@ int StateCommands::terminals() {
 
 int StateCommands::answers() {
     const auto count = countArgument(shell_);
-    return count ? report(shell_, toJson(view_.newest(*count))) : reject(shell_, "N must be a count");
+    return count ? report(shell_, toJson(view_.newest(*count))) : badArgument;
 }
 
 int StateCommands::requests() {
     const auto count = countArgument(shell_);
-    if (!count) return reject(shell_, "N must be a count");
+    if (!count) return badArgument;
     Json list = Json::array();
     std::string text;
     for (const auto& request : requestLog_.newest(*count)) {
@@ -256,7 +267,7 @@ int StateCommands::notifications() {
 
 int StateCommands::bundles() {
     const auto count = countArgument(shell_, std::numeric_limits<std::size_t>::max());
-    return count ? report(shell_, toJson(adapter_.bundles(), *count)) : reject(shell_, "N must be a count");
+    return count ? report(shell_, toJson(adapter_.bundles(), *count)) : badArgument;
 }
 
 int StateCommands::stats() {
@@ -270,6 +281,23 @@ int StateCommands::stats() {
         list.push_back(std::move(object));
     }
     return report(shell_, list);
+}
+
+int StateCommands::handling() {
+    const auto handling = host::messageQueue().handlingFor(std::chrono::milliseconds(500));
+    if (!handling) return report(shell_, Json::array());
+    Json calls = Json::array();
+    std::string text = handling->message + " of " + handling->service + " has not returned for half a second; in\n";
+    for (const auto& [library, function] : handling->calls) {
+        calls.push_back({{"library", library}, {"function", function}});
+        text += "  " + library + (function.empty() ? "" : ": " + function) + "\n";
+    }
+    if (!shell_.wantsJson()) {
+        shell_.print(text);
+        return 0;
+    }
+    return report(shell_,
+                  Json::array({{{"service", handling->service}, {"message", handling->message}, {"calls", calls}}}));
 }
 
 int StateCommands::tables() {
@@ -289,7 +317,7 @@ int StateCommands::tables() {
 
 int StateCommands::runlog() {
     const auto count = countArgument(shell_);
-    if (!count) return reject(shell_, "N must be a count");
+    if (!count) return badArgument;
     Json list = Json::array();
     for (const auto& record : lrt::RunLogAgentImpl::getInstance().readNewest(*count))
         list.push_back({{"logCode", record.logCode},
@@ -302,10 +330,8 @@ int StateCommands::runlog() {
 }
 
 int StateCommands::log() {
-    const std::string levels = shell_.getArgument(0);
-    if (const std::string wrong = vdlDebugSetLevels(levels); !wrong.empty()) return reject(shell_, wrong);
-    if (const std::string unknown = host::unknownLogModules(levels); !unknown.empty()) shell_.print(unknown + "\n");
-    return 0;
+    const std::string problem = host::setLogLevels(shell_.getArgument(0));
+    return problem.empty() ? 0 : reject(shell_, problem);
 }
 
 } // namespace control

@@ -28,6 +28,7 @@ private:
     int notifications();
     int bundles();
     int stats();
+    int handling();
     int tables();
     int runlog();
     int log();

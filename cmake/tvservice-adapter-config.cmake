@@ -1,3 +1,0 @@
-include(CMakeFindDependencyMacro)
-find_dependency(Boost 1.73)
-include("${CMAKE_CURRENT_LIST_DIR}/tvservice-adapter-targets.cmake")
