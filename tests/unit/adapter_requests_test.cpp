@@ -246,6 +246,7 @@ TEST_F(EveryAnswer, OfTheTvServiceReachesTheClientsThroughTheManager) {
 
 TEST_F(EveryAnswer, OfTheMmServiceReachesTheManagerAsTheTvServicesRecords) {
     std::vector<mmservice::MMServiceInfo_t> infos;
+    infos.reserve(threeAnswers.size());
     for (const auto& info : threeAnswers)
         infos.push_back(
             {{info.terminal.type, info.terminal.id}, info.result, info.uri, info.uuid, info.uuidAncestor, info.reqId});

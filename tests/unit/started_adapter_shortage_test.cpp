@@ -196,8 +196,10 @@ TEST_P(StartedAdapter, SwitchesThePathCompletelyOrNotAtAll) {
 }
 
 template <class Message> struct Forwarder;
-#define FORWARDER(service, direction, Name, method, ...) \
-    template <> struct Forwarder<messages::Name> { static constexpr auto pointer = &ModelTvServiceAdapter::method; };
+#define FORWARDER(service, direction, Name, method, ...)                                 \
+    template <> struct Forwarder<messages::Name> {                                       \
+        [[maybe_unused]] static constexpr auto pointer = &ModelTvServiceAdapter::method; \
+    };
 TVSERVICE_REQUESTS(FORWARDER)
 #undef FORWARDER
 
