@@ -214,7 +214,7 @@ void FaultInjector::waitForEnds(Outcome& outcome) {
 std::string FaultInjector::playNext(Clock::time_point returned, bool atOnce, Outcome& outcome) {
     const std::string before = queued_.empty() ? reqId_ : queued_.back().id;
     auto begin = std::max(returned, Clock::now());
-    const std::string next = requestPlay("2:0", uri_);
+    std::string next = requestPlay("2:0", uri_);
     if (atOnce) {
         waitForEnds(outcome);
         const receiver::LogLine* end = log_.about("finished req_id ", before);

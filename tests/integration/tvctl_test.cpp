@@ -315,7 +315,7 @@ protected:
         shell->registerCommand("touch :s", "TERMINAL[,TERMINAL...] - does nothing", touch, this);
         serve();
     }
-    static Json known(const char* state, std::vector<int> results, const std::vector<std::string>& lines) {
+    static Json known(const char* state, const std::vector<int>& results, const std::vector<std::string>& lines) {
         Json terminals = Json::array();
         for (const int result : results) terminals.push_back({{"terminal", "0:0"}, {"result", result}});
         return {{"request", "control-1"}, {"state", state}, {"terminals", terminals}, {"lines", lines}};

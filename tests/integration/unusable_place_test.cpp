@@ -8,7 +8,6 @@ namespace {
 
 using namespace program_run;
 using testing::AllOf;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;

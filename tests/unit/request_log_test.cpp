@@ -32,7 +32,7 @@ struct Requests : testing::Test {
             requests.emplace_back().terminal = terminal;
             requests.back().uri = uri;
         }
-        const std::string id = log.begin(requests);
+        std::string id = log.begin(requests);
         for (const auto& request : requests) EXPECT_EQ(request.reqId, id);
         return id;
     }

@@ -171,11 +171,11 @@ class SendingManager : public Manager {
 public:
     int ReqMM(frame::MsgIds& ids, const frame::TransportInfo& transport,
               const std::vector<TvServiceReq_t>& r) override {
-        return ResManager::ReqMM(ids, transport, r);
+        return ResManager::ReqMM(ids, transport, r); // NOLINT(bugprone-parent-virtual-call): sends, unlike Manager
     }
     int ReqTV(frame::MsgIds& ids, const frame::TransportInfo& transport,
               const std::vector<TvServiceReq_t>& r) override {
-        return ResManager::ReqTV(ids, transport, r);
+        return ResManager::ReqTV(ids, transport, r); // NOLINT(bugprone-parent-virtual-call)
     }
 };
 

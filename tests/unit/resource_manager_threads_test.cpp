@@ -181,8 +181,9 @@ TEST(ConcurrentManager, CompletesEveryBundleWithConcurrentRequestsAnswersAndInsp
                 for (const BundleStatus& bundle : manager.bundles()) EXPECT_FALSE(bundle.steps.empty());
         }
     });
-    const auto reported = manager.reportedFor(static_cast<std::size_t>((clients + 1) * asked));
-    EXPECT_EQ(reported.size(), static_cast<std::size_t>((clients + 1) * asked));
+    constexpr std::size_t answered = std::size_t{clients + 1} * asked;
+    const auto reported = manager.reportedFor(answered);
+    EXPECT_EQ(reported.size(), answered);
     for (const auto& [id, records] : reported) EXPECT_EQ(records, 1) << id;
     EXPECT_THAT(manager.bundles(), IsEmpty());
 }

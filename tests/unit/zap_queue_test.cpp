@@ -362,7 +362,10 @@ protected:
 
     class WaitingManager : public Manager {
     public:
-        bool hasSomethingToSend() const { return !onSleep(); }
+        bool hasSomethingToSend() {
+            const thread_safety::LockGuard lock(resMutex);
+            return !onSleep();
+        }
     };
     WaitingManager manager;
     bool requested = false; // in this tick

@@ -1,9 +1,12 @@
 #include "options.h"
 
+#include "system-receiver.h"
+
 #include <host/printable.h>
 
 #include <CLI/CLI.hpp>
 #include <iterator>
+#include <system_error>
 #include <utility>
 
 namespace tvctl {
@@ -27,6 +30,16 @@ void addOptions(CLI::App& app, Options& options) {
     app.add_option("--target", options.target, "The process to send the command to")
         ->capture_default_str()
         ->check(checkProcess);
+    app.add_flag_callback(
+        "--system",
+        [] {
+            try {
+                useSystemReceiver();
+            } catch (const std::system_error& error) {
+                throw CLI::ValidationError("--system", error.what());
+            }
+        },
+        "Use the receiver that systemd runs for the whole machine");
     app.add_flag("--json", options.json, "Print the outcome as JSON");
     app.add_flag("--quiet", options.quiet, "Print errors only");
     app.add_option_function<double>(
@@ -66,7 +79,7 @@ std::optional<int> takeOptions(std::vector<std::string>& arguments, Options& opt
         }
         const std::string name = next->substr(0, next->find('='));
         const bool takesValue = name == "--target" || name == "--timeout";
-        if (!takesValue && *next != "--json" && *next != "--quiet") {
+        if (!takesValue && *next != "--system" && *next != "--json" && *next != "--quiet") {
             others.push_back(*next);
             continue;
         }

@@ -1,4 +1,5 @@
 #include "base/escape.h"
+#include "journal.h"
 #include "line-limit.h"
 #include "log-levels/levels.h"
 #include "log/log.h"
@@ -14,6 +15,7 @@
 #include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <unistd.h>
@@ -47,6 +49,7 @@ public:
     }
 
     void write(std::uint32_t levelWord, std::string_view text) {
+        if (journal_ && writeToJournal(levelWord, text)) return;
         const std::string line = json_ ? jsonLine(levelWord, text) : textLine(levelWord, text);
         sink_.log(spdlog::details::log_msg(spdlog::source_loc{}, "", spdlog::level::info, line));
     }
@@ -58,7 +61,15 @@ private:
         sink_.set_formatter(std::make_unique<spdlog::pattern_formatter>(
             json_ ? R"({"time":"%Y-%m-%dT%H:%M:%S.%fZ",%v})" : "%Y-%m-%dT%H:%M:%S.%eZ %v",
             spdlog::pattern_time_type::utc));
+        if (!json_) journal_ = Journal::ofStandardError();
         if (!problem.empty()) write(levelWordOf(Module::vdl, vdlDebugWarning), problem);
+    }
+
+    bool writeToJournal(std::uint32_t levelWord, std::string_view text) const {
+        std::string escaped;
+        appendEscaped(escaped, text, "\n");
+        const std::uint32_t severity = levelWord & 0xFFFF;
+        return journal_->write({severity, processName(), moduleName(levelWord >> 16), severityName(severity), escaped});
     }
 
     static std::string textLine(std::uint32_t levelWord, std::string_view text) {
@@ -82,6 +93,7 @@ private:
 
     spdlog::sinks::stderr_sink_mt sink_;
     bool json_ = false;
+    std::optional<Journal> journal_;
 };
 
 // Peers must not be able to fill the log, neither with errors that they cause nor by connecting and disconnecting.

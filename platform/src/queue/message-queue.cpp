@@ -177,6 +177,8 @@ void MessageQueue::stop() {
     state_->transports->endShutdown();
 }
 
+void MessageQueue::post(std::function<void()> work) { boost::asio::post(state_->io, std::move(work)); }
+
 std::vector<frame::IOStatistics> MessageQueue::statistics() const {
     thread_safety::LockGuard lock(state_->mutex);
     std::vector<frame::IOStatistics> result;

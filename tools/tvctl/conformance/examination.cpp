@@ -250,6 +250,7 @@ void Examination::checkOrder(Report& report) {
 
 void Examination::checkManyTerminals(Report& report) {
     std::vector<Request> stops;
+    stops.reserve(manyTerminals);
     for (int id = 0; id < manyTerminals; ++id) stops.push_back(stopOf({settings_.terminal.type, id}));
     try {
         const Answer answer = ask(report, stops);

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -73,6 +74,10 @@ public:
     // Closes all connections and joins the receiving thread; queued messages are dropped and counted. Channels refuse
     // messages from then on. Must not be called from a handler. Has no effect when called again.
     void stop();
+
+    // Runs work on the receiving thread, after what that is doing; after start when that is to come. Work that is left
+    // when the queue stops is discarded. From any thread.
+    void post(std::function<void()> work);
 
     std::vector<frame::IOStatistics> statistics() const;
     // The message that one handler is busy with from the call to its return, which takes this time, or nullopt. No

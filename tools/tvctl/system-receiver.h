@@ -1,0 +1,11 @@
+// The receiver that systemd runs for the whole machine.
+#pragma once
+
+namespace tvctl {
+
+// Makes this process speak to the machine's receiver instead of the user's: sets the folders in the environment and,
+// for root, becomes the receiver's user, as its processes accept no other. Call it while the process has one thread.
+// Throws std::system_error when the user cannot be changed.
+void useSystemReceiver();
+
+} // namespace tvctl
