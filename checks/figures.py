@@ -15,6 +15,23 @@ def report(name, value, unit, bound=None):
         file.write(json.dumps(line) + "\n")
 
 
+class Judge:
+    """Prints and reports figures. `held` stays true while all are within their bounds."""
+
+    def __init__(self):
+        self.held = True
+
+    def __call__(self, what, value, unit, low=None, high=None):
+        held = (low is None or value >= low) and (high is None or value <= high)
+        self.held = self.held and held
+        if high is None:
+            bound = "" if low is None else f"at least {low:,.0f}"
+        else:
+            bound = f"{high:,.0f}" if low == high else f"at most {high:,.0f}" if not low else f"{low:,} to {high:,}"
+        print(f"{what:55} {value:9,} {unit:12} {bound}{'' if held else '  NOT HELD'}", flush=True)
+        report(what, value, unit, bound)
+
+
 if __name__ == "__main__":
     if len(sys.argv) not in (4, 5):
         sys.exit(__doc__)

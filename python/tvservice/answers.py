@@ -35,7 +35,7 @@ class Request(Answer):
     terminals: List[RequestedTerminal]
     more_terminals: int  # that are not in the list
     steps: List[RequestStep]  # that took long enough to be seen
-    duration_ms: Optional[float]  # once it has ended
+    duration_ms: Optional[float]  # once it has ended; None when only its answer was seen
     late_answers: int
     lines: List[str]  # the same for people
     _members: ClassVar[Mapping[str, str]] = {"id": "request"}

@@ -120,6 +120,16 @@ TEST_F(Tvctl, RequestsJsonAndConvertsTextToIt) {
     EXPECT_EQ(tvctl({"--json", "say", "x"}), (Outcome{done, "{\"output\":\"x\\n\"}\n", ""}));
 }
 
+TEST_F(Tvctl, LooksForTheReceiverOfTheWholeMachineWhenAsked) {
+    if (std::filesystem::exists("/run/tv-receiver")) GTEST_SKIP() << "this machine has such a receiver";
+    serve();
+    for (const Words& words : {Words{"--system", "show", "x"}, Words{"show", "x", "--system"}}) {
+        const Outcome outcome = tvctl(words);
+        EXPECT_EQ(outcome.exitCode, noProcess);
+        EXPECT_THAT(outcome.error, HasSubstr("start it with: systemctl start tv-receiver.target"));
+    }
+}
+
 TEST_F(Tvctl, TakesItsOptionsInAnyPlace) {
     serve();
     EXPECT_EQ(tvctl({"show", "x", "--json"}), (Outcome{done, "{\"text\":\"x\"}\n", ""}));

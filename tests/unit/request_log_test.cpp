@@ -72,6 +72,12 @@ TEST_F(Requests, TellWhatIsShownAndHowLongItTook) {
     EXPECT_EQ(log.find(id)->state, RecordedRequest::State::answered);
 }
 
+TEST_F(Requests, HaveNoDurationWhenOnlyTheirAnswersWereSeen) {
+    answer("guide-1", 0);
+    EXPECT_THAT(lines("guide-1"), ElementsAre("0:0 shown dvb://1 (request guide-1)"));
+    EXPECT_TRUE(toJson(log.find("guide-1").value()).at("durationMs").is_null());
+}
+
 TEST_F(Requests, TellOfEachTerminal) {
     const auto id = begin({{0, 0}, {1, 0}, {2, 0}, {3, 0}}, "dvb://1");
     simulatedNow += 1500ms;
@@ -160,7 +166,7 @@ TEST_F(Requests, OfOtherApplicationsAreSeenInTheQueueAndInAnswers) {
     EXPECT_THAT(lines("17"), ElementsAre("0:0 shown dvb://17 (request 17, 2.0 ms)"));
     answer("zap-1-2-3", 2, "dvb://9", {4, 5});
     EXPECT_THAT(lines("zap-1-2-3"),
-                ElementsAre("4:5 refused: unknown channel (2), dvb://9 (request zap-1-2-3, 0.0 ms)"));
+                ElementsAre("4:5 refused: unknown channel (2), dvb://9 (request zap-1-2-3)"));
     EXPECT_STREQ(askerOf("17"), "application");
     EXPECT_STREQ(askerOf("zap-1-2-3"), "zapper");
     EXPECT_STREQ(askerOf("control-1"), "shell");

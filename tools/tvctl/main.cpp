@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? tvctl::exitDone : tvctl::exitUsage;
+        return tvctl::exitCodeAfter(app, error);
     }
 
     const auto words = app.remaining();

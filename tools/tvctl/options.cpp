@@ -5,8 +5,9 @@
 #include <host/printable.h>
 
 #include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
 #include <iterator>
-#include <system_error>
 #include <utility>
 
 namespace tvctl {
@@ -35,8 +36,9 @@ void addOptions(CLI::App& app, Options& options) {
         [] {
             try {
                 useSystemReceiver();
-            } catch (const std::system_error& error) {
-                throw CLI::ValidationError("--system", error.what());
+            } catch (const std::exception& error) {
+                std::cerr << "tvctl: --system: " << error.what() << '\n';
+                throw CLI::RuntimeError(exitNotAvailable);
             }
         },
         "Use the receiver that systemd runs for the whole machine");
@@ -59,13 +61,18 @@ void escapeFailures(CLI::App& app) {
     });
 }
 
+int exitCodeAfter(const CLI::App& app, const CLI::ParseError& error) {
+    const int code = app.exit(error);
+    return code == 0 || dynamic_cast<const CLI::RuntimeError*>(&error) ? code : exitUsage;
+}
+
 std::optional<int> parseArguments(CLI::App& app, const std::vector<std::string>& arguments) {
     escapeFailures(app);
     try {
         // The parser takes its arguments from the end of the list.
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? exitDone : exitUsage;
+        return exitCodeAfter(app, error);
     }
     return std::nullopt;
 }

@@ -8,6 +8,7 @@
 
 namespace CLI {
 class App; // whose header takes seconds to compile
+class ParseError;
 }
 
 namespace tvctl {
@@ -35,6 +36,9 @@ struct Options {
 
 // Adds the shared options to app, which stores their values in options. Both must outlive the parsing.
 void addOptions(CLI::App& app, Options& options);
+
+// Prints what the parser has to say: its help, or what is wrong. Returns the exit code of tvctl.
+int exitCodeAfter(const CLI::App& app, const CLI::ParseError& error);
 
 // Makes app escape unprintable characters in its error texts: the arguments may not be the reader's own.
 void escapeFailures(CLI::App& app);

@@ -14,6 +14,7 @@
 namespace control {
 namespace {
 
+using namespace std::chrono_literals;
 using State = RecordedRequest::State;
 
 constexpr std::string_view shellIds = "control-";
@@ -136,17 +137,18 @@ int RequestLog::tvServiceInfo(frame::MsgIds&, const frame::TransportInfo&,
         ++known->lateAnswers;
         return 0;
     }
-    RecordedRequest& request = known == requests_.end() ? add(infos.front().reqId) : *known;
+    const bool isKnown = known != requests_.end();
+    RecordedRequest& request = isKnown ? *known : add(infos.front().reqId);
     for (const auto& info : infos) takeResult(request, info);
     request.state = State::answered;
-    request.duration = std::chrono::duration_cast<std::chrono::microseconds>(now - request.made);
+    if (isKnown) request.duration = std::chrono::duration_cast<std::chrono::microseconds>(now - request.made);
     makeRoom(request);
     return 0;
 }
 
 void RequestLog::see(const tvservice::BundleStatus& bundle, bool isFirst, Clock::time_point taken) {
     auto known = position(bundle.reqId);
-    if (known != requests_.end() && !isPending(*known) && known->made + known->duration >= taken) return;
+    if (known != requests_.end() && !isPending(*known) && known->made + known->duration.value_or(0us) >= taken) return;
     if (known == requests_.end() || !isPending(*known)) {
         RecordedRequest& made = add(bundle.reqId);
         for (const auto& terminal : bundle.terminals) {

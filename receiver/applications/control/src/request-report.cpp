@@ -70,9 +70,9 @@ std::string commonOutcomeOf(const RecordedRequest& request) {
 } // namespace
 
 std::vector<std::string> linesOf(const RecordedRequest& request) {
-    const std::string which = " (request " + request.id +
-                              (request.state == State::answered ? ", " + textOf(request.duration) : std::string()) +
-                              ")";
+    const std::string which =
+        " (request " + request.id +
+        (request.state == State::answered && request.duration ? ", " + textOf(*request.duration) : std::string()) + ")";
     if (request.state != State::answered) return {terminalsOf(request) + " " + commonOutcomeOf(request) + which};
     std::vector<std::string> lines;
     for (const auto& each : request.terminals) lines.push_back(nameOf(each.terminal) + " " + outcomeOf(each) + which);
@@ -106,8 +106,7 @@ Json toJson(const RecordedRequest& request) {
                  {"durationMs", nullptr},
                  {"lateAnswers", request.lateAnswers},
                  {"lines", linesOf(request)}};
-    if (request.state == State::answered || request.state == State::givenUp)
-        made["durationMs"] = inMilliseconds(request.duration);
+    if (request.duration) made["durationMs"] = inMilliseconds(*request.duration);
     return made;
 }
 
