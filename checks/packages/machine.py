@@ -127,7 +127,7 @@ class Machine:
         if self.init is None:
             where = ["chroot", self.root]
         else:
-            where = ["nsenter", f"--target={self.first()}", "--all", "--root", "--wd=/"]
+            where = ["nsenter", f"--target={self.first()}", "--all", "--root", "env", "--chdir=/"]
         return subprocess.run(
             [*where, "sh", "-c", command],
             stdin=subprocess.DEVNULL,
