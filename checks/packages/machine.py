@@ -72,7 +72,10 @@ class Machine:
             mount -t sysfs -o ro sysfs sys
             mount -t cgroup2 cgroup2 sys/fs/cgroup
             for place in run tmp dev; do mount -t tmpfs tmpfs $place; done
-            for device in null zero full random urandom tty; do touch dev/$device; mount --bind /dev/$device dev/$device; done
+            for device in null zero full random urandom tty; do
+                touch dev/$device
+                mount --bind /dev/$device dev/$device
+            done
             mkdir dev/pts dev/shm
             mount -t devpts -o newinstance,ptmxmode=0666 devpts dev/pts
             ln -s pts/ptmx dev/ptmx

@@ -165,8 +165,7 @@ TEST_F(Requests, OfOtherApplicationsAreSeenInTheQueueAndInAnswers) {
     answer("17", 0, "dvb://17");
     EXPECT_THAT(lines("17"), ElementsAre("0:0 shown dvb://17 (request 17, 2.0 ms)"));
     answer("zap-1-2-3", 2, "dvb://9", {4, 5});
-    EXPECT_THAT(lines("zap-1-2-3"),
-                ElementsAre("4:5 refused: unknown channel (2), dvb://9 (request zap-1-2-3)"));
+    EXPECT_THAT(lines("zap-1-2-3"), ElementsAre("4:5 refused: unknown channel (2), dvb://9 (request zap-1-2-3)"));
     EXPECT_STREQ(askerOf("17"), "application");
     EXPECT_STREQ(askerOf("zap-1-2-3"), "zapper");
     EXPECT_STREQ(askerOf("control-1"), "shell");

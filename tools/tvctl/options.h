@@ -9,7 +9,7 @@
 namespace CLI {
 class App; // whose header takes seconds to compile
 class ParseError;
-}
+} // namespace CLI
 
 namespace tvctl {
 

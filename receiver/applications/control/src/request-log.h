@@ -48,10 +48,10 @@ struct RecordedRequest {
     std::vector<RequestedTerminal> terminals{}; // at most RequestLog::mostTerminals
     std::size_t moreTerminals = 0;              // not kept
     std::vector<RequestStep> steps{};           // that took long enough to be seen
-    // Until the answer; of one that is given up, until that was seen. Unknown when its answer was the first that was seen
-    // of it, which is so for quick requests of other applications.
+    // Until the answer; of one that is given up, until that was seen. Unknown when nothing was seen of it before its
+    // answer, which is so for quick requests of other applications.
     std::optional<std::chrono::microseconds> duration;
-    std::size_t lateAnswers = 0;                // after it had been answered or given up
+    std::size_t lateAnswers = 0; // after it had been answered or given up
     Clock::time_point made{};
     std::optional<Clock::time_point> sent{}; // when the answers that are awaited now were asked for
     std::optional<Clock::time_point> gone{}; // when it was first seen to be out of the adapter's queue
