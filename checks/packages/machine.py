@@ -86,7 +86,7 @@ class Machine:
             exec chroot . sh -c 'umount -l /mnt; exec env -i container=check /lib/systemd/systemd --system'
         """
         spaces = ["--mount", "--pid", "--ipc", "--uts", "--cgroup", "--fork", "--kill-child"]
-        self._join_own_group()
+        self._make_group()
         self.init = subprocess.Popen(
             ["unshare", *spaces, "sh", "-c", script],
             stdin=subprocess.DEVNULL,
@@ -98,7 +98,7 @@ class Machine:
             lambda: self.first() and self.runs("systemctl is-system-running --wait"), 60, "systemd does not start"
         )
 
-    def _join_own_group(self):
+    def _make_group(self):
         for hierarchy in ("/sys/fs/cgroup/unified", "/sys/fs/cgroup"):
             if pathlib.Path(hierarchy, "cgroup.procs").exists():
                 self.group = pathlib.Path(hierarchy, f"packages-{os.getpid()}")

@@ -184,7 +184,7 @@ std::string asMarkdown() {
         "`tvctl schema --markdown` generates this file; `tvctl schema --json` prints the same for programs. Each "
         "message\n"
         "has tests: its bytes in both byte orders (`tests/golden`), and its path through a whole\n"
-        "receiver. `ctest -R NAME` runs them.\n\n"
+        "receiver. `ctest --test-dir build/release -R NAME` runs them.\n\n"
         "## Wire form\n\n";
     for (const char* rule : wireRules) text += "- " + std::string(rule) + "\n";
     text += "\n" + header({"Kind", "Meaning"});

@@ -8,6 +8,7 @@
 #include <exception>
 #include <iostream>
 #include <iterator>
+#include <system_error>
 #include <utility>
 
 namespace tvctl {
@@ -36,6 +37,9 @@ void addOptions(CLI::App& app, Options& options) {
         [] {
             try {
                 useSystemReceiver();
+            } catch (const std::system_error& error) {
+                std::cerr << "tvctl: --system: " << error.what() << '\n';
+                throw CLI::RuntimeError(exitRefused);
             } catch (const std::exception& error) {
                 std::cerr << "tvctl: --system: " << error.what() << '\n';
                 throw CLI::RuntimeError(exitNotAvailable);

@@ -22,7 +22,9 @@ void useSystemReceiver() {
         if (setgroups(0, nullptr) != 0 || setgid(folder.st_gid) != 0 || setuid(folder.st_uid) != 0)
             throw std::system_error(errno, std::generic_category(), "cannot become the user of " + runtimeFolder);
     } else if (geteuid() != folder.st_uid) {
-        throw std::runtime_error("only root and the user " TVCTL_SYSTEM_USER " may use the receiver of this machine");
+        throw std::system_error(EACCES, std::generic_category(),
+                                "only root and the user " TVCTL_SYSTEM_USER
+                                " may use the receiver of this machine; run it with sudo");
     }
     setenv("RUNTIME_DIRECTORY", runtimeFolder.c_str(), 1);
     setenv("STATE_DIRECTORY", stateFolder.c_str(), 1);

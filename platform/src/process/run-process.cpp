@@ -11,6 +11,7 @@
 #include <csignal>
 #include <ctime>
 #include <exception>
+#include <optional>
 #include <pthread.h>
 #include <string>
 #include <thread>
@@ -26,48 +27,60 @@ constexpr const char* serving = "serving";
 frame::Process::State& processState() { return frame::Process::getInstance()->state(); }
 
 // Tells the service manager that the process is alive, as long as both threads that its work needs take turns: the
-// framework's and the receiving one. A process that hangs is thus restarted.
+// framework's, then the receiving one. A process that hangs is thus restarted.
 class Heartbeat {
 public:
     explicit Heartbeat(const ServiceManager& manager) : manager_(manager) {}
 
     void beat() noexcept {
+        if (const Stage reached = stage_; reached != Stage::rest) return reportHang(reached);
         try {
-            if (isUnderWay_.exchange(true))
-                reportHang();
-            else
-                processState().post([this] { messageQueue().post([this] { end(); }); });
+            stage_ = Stage::framework;
+            processState().post([this] {
+                stage_ = Stage::receiving;
+                messageQueue().post([this] { end(); });
+            });
         } catch (const std::exception&) { // out of memory: this beat is missing
-            isUnderWay_ = false;
+            stage_ = Stage::rest;
         }
     }
 
 private:
+    enum class Stage { rest, framework, receiving }; // the thread that the beat waits for
+
     void end() {
         manager_.alive();
-        isUnderWay_ = false;
+        stage_ = Stage::rest;
         if (hangIsReported_.exchange(false)) manager_.status(serving);
     }
     // Once per hang, so that whoever finds the process restarted learns why.
-    void reportHang() {
+    void reportHang(Stage reached) noexcept {
         if (hangIsReported_.exchange(true)) return;
-        const auto handling = messageQueue().handlingFor(std::chrono::milliseconds(0));
-        const std::string text = handling ? "hangs: " + handling->service + " has not finished handling " +
-                                                handling->message + "; tvctl doctor may say why"
-                                          : std::string("hangs: the framework's thread does not take its turn");
-        HOST_LOG(frame, vdlDebugFailure, "%s\n", text.c_str());
-        manager_.status(text);
+        try {
+            const auto handling =
+                reached == Stage::receiving ? messageQueue().handlingFor(std::chrono::milliseconds(0)) : std::nullopt;
+            const std::string text = handling ? "hangs: " + handling->service + " has not finished handling " +
+                                                    handling->message + "; tvctl doctor may say why"
+                                              : std::string("hangs: the ") +
+                                                    (reached == Stage::receiving ? "receiving" : "framework's") +
+                                                    " thread does not take its turn";
+            HOST_LOG(frame, vdlDebugFailure, "%s\n", text.c_str());
+            manager_.status(text);
+        } catch (const std::exception&) { // out of memory: the restart is not explained
+        }
     }
 
     const ServiceManager& manager_;
-    std::atomic<bool> isUnderWay_{false}, hangIsReported_{false};
+    std::atomic<Stage> stage_{Stage::rest};
+    std::atomic<bool> hangIsReported_{false};
 };
 
-// Ends the process in an orderly way on SIGTERM and SIGINT. Both are blocked from construction on, in this thread and
-// those that it starts. They stay blocked afterwards, so that they cannot interrupt the shutdown.
-class EndSignals {
+// A thread that ends the process in an orderly way on SIGTERM and SIGINT, and beats the heart meanwhile. Both signals
+// are blocked from construction on, in this thread and those that it starts. They stay blocked afterwards, so that they
+// cannot interrupt the shutdown.
+class SignalThread {
 public:
-    explicit EndSignals(const ServiceManager& manager) : manager_(manager), heartbeat_(manager) {
+    explicit SignalThread(const ServiceManager& manager) : manager_(manager), heartbeat_(manager) {
         // By default they end the process at once, which leaves its sockets behind.
         for (const int ignored : {SIGHUP, SIGPIPE, SIGXFSZ}) std::signal(ignored, SIG_IGN);
         sigemptyset(&signals_);
@@ -80,16 +93,16 @@ public:
         });
         pthread_setname_np(waiter_.native_handle(), "signals");
     }
-    ~EndSignals() {
+    ~SignalThread() {
         // Wakes the waiter if no signal has; no other thread gets this signal. Has no effect otherwise, because the
         // thread is not joined yet.
         pthread_kill(waiter_.native_handle(), SIGINT);
         waiter_.join();
     }
-    EndSignals(const EndSignals&) = delete;
-    EndSignals& operator=(const EndSignals&) = delete;
+    SignalThread(const SignalThread&) = delete;
+    SignalThread& operator=(const SignalThread&) = delete;
 
-    void beginHeartbeat() { heartIsBeating_ = true; }
+    void letHeartBeat(bool beats) { heartBeats_ = beats; }
 
 private:
     void wait() {
@@ -101,12 +114,12 @@ private:
         const auto nanoseconds = std::chrono::nanoseconds(*manager_.longestSilence() / beatsPerSilence).count();
         const timespec interval{nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
         while (sigtimedwait(&signals_, nullptr, &interval) < 0)
-            if (errno == EAGAIN && heartIsBeating_) heartbeat_.beat();
+            if (errno == EAGAIN && heartBeats_) heartbeat_.beat();
     }
 
     const ServiceManager& manager_;
     Heartbeat heartbeat_;
-    std::atomic<bool> heartIsBeating_{false};
+    std::atomic<bool> heartBeats_{false};
     sigset_t signals_;
     std::thread waiter_;
 };
@@ -118,7 +131,7 @@ MessageQueue& messageQueue() { return processState().messageQueue(); }
 int runProcess(int (*onReady)(void* context), void* context) {
     frame::Process::State& state = processState();
     const ServiceManager manager = ServiceManager::fromEnvironment();
-    EndSignals endSignals(manager);
+    SignalThread signals(manager);
     state.beginServing();
     int result = 0;
     try {
@@ -127,13 +140,14 @@ int runProcess(int (*onReady)(void* context), void* context) {
         if (!result) {
             state.startQueue();
             manager.ready(serving);
-            endSignals.beginHeartbeat();
+            signals.letHeartBeat(true);
         }
     } catch (const std::exception& error) {
         HOST_LOG(frame, vdlDebugFailure, "the process cannot start: %s\n", error.what());
         result = 1;
     }
     if (!result) state.serve();
+    signals.letHeartBeat(false); // the threads take no more turns
     manager.stopping();
     state.end();
     return result;

@@ -42,22 +42,24 @@ ServiceManager ServiceManager::fromEnvironment() {
     return manager;
 }
 
-void ServiceManager::ready(const std::string& status) const { tell("READY=1\nSTATUS=" + status); }
-void ServiceManager::stopping() const noexcept { tell("STOPPING=1\nSTATUS=ending"); }
-void ServiceManager::status(const std::string& text) const { tell("STATUS=" + text); }
-void ServiceManager::alive() const noexcept { tell("WATCHDOG=1"); }
+void ServiceManager::ready(const std::string& status) const {
+    tell("READY=1\nSTATUS=" + status, 0); // without this message the process would be killed as one that does not start
+}
+void ServiceManager::stopping() const noexcept { tell("STOPPING=1\nSTATUS=ending", MSG_DONTWAIT); }
+void ServiceManager::status(const std::string& text) const { tell("STATUS=" + text, MSG_DONTWAIT); }
+void ServiceManager::alive() const noexcept { tell("WATCHDOG=1", MSG_DONTWAIT); }
 
-void ServiceManager::tell(std::string_view lines) const noexcept {
+void ServiceManager::tell(std::string_view lines, int flags) const noexcept {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (socket_.empty() || socket_.size() >= sizeof address.sun_path) return;
     std::copy(socket_.begin(), socket_.end(), address.sun_path);
     if (socket_.front() == '@') address.sun_path[0] = '\0'; // an abstract name
-    const io::FileDescriptor sender{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
+    const io::FileDescriptor sender{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
     if (!sender) return;
     const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + socket_.size());
-    (void)sendto(sender.get(), lines.data(), lines.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&address),
-                 length);
+    (void)sendto(sender.get(), lines.data(), lines.size(), flags | MSG_NOSIGNAL,
+                 reinterpret_cast<const sockaddr*>(&address), length);
 }
 
 } // namespace host

@@ -123,7 +123,7 @@ bool checkSocket(Diagnosis& diagnosis, const std::string& subject, const std::st
     if (state.user == geteuid()) return true;
     diagnosis.wrong(subject,
                     path + " is served by process " + std::to_string(state.process) + " of " + userText(state.user),
-                    "end that process");
+                    "name another address in endpoints, or another folder in RUNTIME_DIRECTORY");
     return false;
 }
 

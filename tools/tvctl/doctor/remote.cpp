@@ -51,7 +51,8 @@ void checkOffer(Diagnosis& diagnosis, const Service& service, const std::string&
     if (listener && *listener != geteuid()) {
         const std::string process = "a process of user " + std::to_string(*listener);
         diagnosis.entryPoints.push_back({endpoint, "unknown", process + " listens here"});
-        return diagnosis.wrong(service.name, endpoint + " is served by " + process, "end that process");
+        return diagnosis.wrong(service.name, endpoint + " is served by " + process,
+                               "choose another port in endpoints." + service.name);
     }
     diagnosis.ok(service.name, "offered at " + endpoint + "; " + holders + " may connect");
     diagnosis.entryPoints.push_back({endpoint, holders, listener ? "a process listens here" : "nobody listens here"});

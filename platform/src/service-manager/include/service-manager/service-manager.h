@@ -17,8 +17,8 @@ public:
     // while the process has one thread.
     static ServiceManager fromEnvironment();
 
-    // The first and the last thing that a process tells. A name that is no socket, or one that nobody reads, is
-    // ignored.
+    // The first and the last thing that a process tells. ready waits for room in the service manager's socket; what the
+    // others say is lost without room. A name that is no socket is ignored.
     void ready(const std::string& status) const;
     void stopping() const noexcept;
     // One line that people see beside the process's state.
@@ -30,7 +30,7 @@ public:
     void alive() const noexcept;
 
 private:
-    void tell(std::string_view lines) const noexcept;
+    void tell(std::string_view lines, int flags) const noexcept;
 
     std::string socket_; // empty without a service manager
     std::optional<std::chrono::microseconds> longestSilence_;
