@@ -65,7 +65,7 @@ class Terminal(Answer):
     last_req_id: str
     last_time: str
     queued: int  # requests
-    state: str  # what the first of them waits for, or "idle"
+    state: str  # what the first of them waits for, "idle", or that the newest was given up
 
 
 @dataclasses.dataclass(frozen=True)

@@ -507,4 +507,19 @@ TEST_F(ControlOfTheQueue, ShowsWhatIsQueuedForEachTerminal) {
     EXPECT_EQ(terminals[2]["uri"], "");
 }
 
+TEST_F(Control, SaysThatNobodyKnowsWhatATerminalShowsAfterARequestWasGivenUp) {
+    frame::MsgIds ids;
+    view.tvServiceInfo(ids, {}, {{{0, 0}, 0, "dvb://1", "", "", "1"}});
+    const auto state = [&] { return Json::parse(run({"terminals"}, true).output)[0]["state"].get<std::string>(); };
+    EXPECT_EQ(state(), "idle");
+    std::vector<tvservice::TvServiceReq_t> film(1);
+    film[0].uri = "file:///film";
+    const std::string id = requests.begin(film);
+    for (const auto later : {std::chrono::minutes(1), std::chrono::minutes(2)})
+        requests.look({}, std::chrono::steady_clock::now() + later);
+    EXPECT_EQ(state(), "unknown since request " + id + " was given up");
+    view.tvServiceInfo(ids, {}, {{{0, 0}, 0, "file:///film", "", "", id}});
+    EXPECT_EQ(state(), "idle") << "the answer has come late";
+}
+
 } // namespace

@@ -20,6 +20,7 @@
 #include <vector>
 
 using nlohmann::ordered_json;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -294,10 +295,10 @@ TEST(WatchVerb, RejectsUnknownArguments) {
     }
 }
 
-TEST(WatchVerb, HasHelp) {
+TEST(WatchVerb, HasHelpWithItsOwnDefaults) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(tvctl::runWatch({}, {"--help"}), tvctl::exitDone);
-    EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("--once"));
+    EXPECT_THAT(testing::internal::GetCapturedStdout(), AllOf(HasSubstr("--once"), HasSubstr("=no limit")));
 }
 
 } // namespace

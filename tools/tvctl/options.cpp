@@ -28,7 +28,7 @@ std::string checkProcess(const std::string& name) {
 
 } // namespace
 
-void addOptions(CLI::App& app, Options& options) {
+void addOptions(CLI::App& app, Options& options, const char* shownTimeout) {
     app.add_option("--target", options.target, "The process to send the command to")
         ->capture_default_str()
         ->check(checkProcess);
@@ -55,7 +55,7 @@ void addOptions(CLI::App& app, Options& options) {
                options.timeoutGiven = true;
            },
            "Seconds to wait for an answer")
-        ->default_str("10")
+        ->default_str(shownTimeout)
         ->check(checkSeconds);
 }
 

@@ -35,7 +35,9 @@ struct Options {
 };
 
 // Adds the shared options to app, which stores their values in options. Both must outlive the parsing.
-void addOptions(CLI::App& app, Options& options);
+// shownTimeout: what the help says of the time that passes without --timeout.
+void addOptions(CLI::App& app, Options& options, const char* shownTimeout = "10");
+inline constexpr const char* noTimeout = "no limit";
 
 // Prints what the parser has to say: its help, or what is wrong. Returns the exit code of tvctl.
 int exitCodeAfter(const CLI::App& app, const CLI::ParseError& error);

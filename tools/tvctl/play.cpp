@@ -111,7 +111,7 @@ int run(const Arguments& arguments) {
 }
 
 void addCommonOptions(CLI::App& app, Arguments& arguments) {
-    addOptions(app, arguments.options);
+    addOptions(app, arguments.options, noTimeout);
     app.add_flag_callback(
         "--no-wait", [&arguments] { arguments.wait = false; }, "Do not wait for the result; print the request's id");
     app.footer(

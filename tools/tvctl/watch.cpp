@@ -184,7 +184,7 @@ int runWatch(const Options& given, const std::vector<std::string>& arguments) {
         "Prints new notifications to the process's clients, one per line: time, message and arguments. Ends when\n"
         "the process does.",
         "tvctl watch");
-    addOptions(app, options.receiver);
+    addOptions(app, options.receiver, noTimeout);
     app.add_option("NAME", names, "Messages to print, such as TvServiceAudioInfo; all by default");
     auto* countOption = app.add_option("--count", count, "End after this many notifications")
                             ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1000000000}));

@@ -135,6 +135,21 @@ void addQueued(Json& list, const Bundles& bundles) {
     }
 }
 
+// Says so of each idle terminal whose newest request was given up: something may have been stopped or started for it,
+// and nobody told.
+void addGivenUp(Json& list, const std::vector<RecordedRequest>& requests) {
+    std::map<std::string, const RecordedRequest*> newest; // bounded by the log
+    for (const auto& request : requests)
+        for (const auto& each : request.terminals) newest[nameOf(each.terminal)] = &request;
+    for (Json& row : list) {
+        const auto found = newest.find(row["terminal"].get<std::string>());
+        if (found == newest.end() || found->second->state != RecordedRequest::State::givenUp || row["queued"] != 0 ||
+            row["lastReqId"] == found->second->id)
+            continue;
+        row["state"] = "unknown since request " + found->second->id + " was given up";
+    }
+}
+
 // One line per object: the values of its members, named.
 std::string toLines(const Json& list) {
     std::ostringstream out;
@@ -214,6 +229,7 @@ int StateCommands::registerAll() {
 int StateCommands::terminals() {
     Json list = toJson(view_.terminals());
     addQueued(list, adapter_.bundles());
+    addGivenUp(list, requestLog_.newest(RequestLog::mostRequests));
     return report(shell_, list);
 }
 
