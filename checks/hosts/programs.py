@@ -21,11 +21,11 @@ class Failure(Exception):
 
 
 def wait_until(condition, what, limit=TIMEOUT, pause=0.01):
-    """Returns the seconds waited."""
+    """Returns the seconds waited. what: the text for the failure, or a function that makes it then."""
     started = time.monotonic()
     while not condition():
         if time.monotonic() - started > limit:
-            raise Failure(f"{what}: not within {limit} s")
+            raise Failure(f"{what() if callable(what) else what}: not within {limit} s")
         time.sleep(pause)
     return time.monotonic() - started
 

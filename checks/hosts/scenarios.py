@@ -309,7 +309,9 @@ def trips_beside(stage, clients, what):
 
 def wait_for_refusals(stage, expected, what):
     wait_until(
-        lambda: stage.refused() >= expected, f"{what}: {stage.refused()} of {expected} are counted as refused", 15
+        lambda: stage.refused() >= expected,
+        lambda: f"{what}: {stage.refused()} of {expected} are counted as refused",
+        15,
     )
 
 
@@ -423,7 +425,7 @@ class Watch:
         """Requires exactly the expected growth of each service's counter."""
         wait_until(
             lambda: all(count >= expected[name] for name, count in self.grown(counter).items()),
-            f"{what}: {expected} in '{counter}'; there are {self.grown(counter)}",
+            lambda: f"{what}: {expected} in '{counter}'; there are {self.grown(counter)}",
         )
         total = sum(expected.values())
         self.stage.judge(f"{what}: counted in '{counter}'", sum(self.grown(counter).values()), "", total, total)

@@ -42,7 +42,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -92,12 +91,12 @@ public:
             throw std::bad_alloc();
     }
 
-    // Sends the ClientHello and does not wait for the answer.
+    // Sends the ClientHello. Reads nothing: where the service has already answered, this would finish the handshake.
     void begin() {
-        setBlocking(false);
+        SSL_set0_rbio(ssl_.get(), BIO_new(BIO_s_mem()));
         SSL_connect(ssl_.get());
         ERR_clear_error();
-        setBlocking(true);
+        if (SSL_set_rfd(ssl_.get(), socket_.get()) != 1) throw std::bad_alloc();
     }
     bool handshake() { return done(SSL_connect(ssl_.get())); }
     bool isAccepted() {
@@ -180,10 +179,6 @@ public:
     }
 
 private:
-    void setBlocking(bool blocking) {
-        int nonBlocking = blocking ? 0 : 1;
-        ::ioctl(socket_.get(), FIONBIO, &nonBlocking);
-    }
     bool done(int result) {
         const int error = SSL_get_error(ssl_.get(), result);
         ERR_clear_error();
