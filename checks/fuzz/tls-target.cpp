@@ -161,6 +161,12 @@ private:
         return std::string_view(whole).substr(source.byte(), size);
     }
 
+    // What to say next: what was refused before has to come first.
+    static std::string_view next(std::string_view& refused, std::string_view text) {
+        if (refused.empty()) refused = text;
+        return refused;
+    }
+
     void hear(std::size_t most) {
         std::string room(most, '\0');
         std::size_t count = 0;
@@ -176,17 +182,20 @@ private:
         constexpr std::uint8_t kinds = 5, pastTheSession = 253, ending = 254, breaking = 255;
         switch (what < pastTheSession ? what % kinds : what) {
             case 0: {
-                const std::string_view said = text(source);
+                const std::string_view said = next(unsent_, text(source));
                 if (said.empty() || client_.write(said.data(), said.size(), count) != Progress::done) return;
+                unsent_ = {};
                 if (!spoiled_) sent_.append(said, 0, count);
                 return;
             }
             case 1:
                 return client_.probe();
             case 2: {
-                const std::string_view said = text(source);
+                const std::string_view said = next(unanswered_, text(source));
                 std::error_code error;
-                if (!said.empty()) answered_.append(said, 0, reader_->stream().send(said.data(), said.size(), error));
+                if (!said.empty()) count = reader_->stream().send(said.data(), said.size(), error);
+                if (count > 0) unanswered_ = {};
+                answered_.append(said, 0, count);
                 return;
             }
             case 3:
@@ -215,6 +224,7 @@ private:
     Session client_;
     std::shared_ptr<Reader> reader_;
     std::string sent_, answered_;
+    std::string_view unsent_, unanswered_; // refused when last tried
     bool spoiled_ = false; // what is sent need not arrive
     bool over_ = false;
 };

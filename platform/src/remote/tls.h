@@ -56,7 +56,7 @@ public:
     // done once the service has sent something, which means that it has accepted the client.
     Progress handshake() noexcept;
     Progress read(char* room, std::size_t size, std::size_t& count) noexcept;
-    // Writes at most one record of 16 KiB.
+    // Writes at most one record of 16 KiB. After needsRoom, the next call's bytes begin with the same ones.
     Progress write(const char* data, std::size_t size, std::size_t& count) noexcept;
     // Sends the peer something that its system must acknowledge but its application does not see: a key update.
     void probe() noexcept;

@@ -45,7 +45,8 @@ public:
     // The following may be called from any thread, but one at a time.
 
     // Accepts as many of the bytes as it can at once. Returns their number; 0 when it can accept none now, or when the
-    // stream is broken, in which case error is set.
+    // stream is broken, in which case error is set. What it has not accepted must be sent again: the next call's bytes
+    // begin with it, as a part of it may be encrypted and on its way already.
     virtual std::size_t send(const char* data, std::size_t size, std::error_code& error) noexcept = 0;
     // Calls onWritable once when bytes can be sent again. Breaks the stream if memory runs out.
     virtual void waitWritable(std::shared_ptr<StreamUser> user) noexcept = 0;
