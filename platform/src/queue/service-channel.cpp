@@ -90,14 +90,19 @@ void ServiceChannel::evictWithoutHello() {
 
 // The C library would keep the memory of many clients for later, tens of mebibytes after many handshakes.
 void ServiceChannel::releaseMemoryLater() noexcept {
+    if (++gone_ == fewClients) releaseMemoryInASecond();
+}
+
+// And again while clients leave: otherwise the memory of the last ones would be kept.
+void ServiceChannel::releaseMemoryInASecond() noexcept {
 #ifdef __GLIBC__
-    if (++gone_ != fewClients) return;
     try {
         memoryTimer_.expires_after(std::chrono::seconds(1));
-        memoryTimer_.async_wait([this](const boost::system::error_code& canceled) {
+        memoryTimer_.async_wait([this, before = gone_](const boost::system::error_code& canceled) {
             if (canceled) return;
-            gone_ = 0;
             malloc_trim(0);
+            if (gone_ != before) return releaseMemoryInASecond();
+            gone_ = 0;
         });
     } catch (const std::exception&) { // out of memory
         gone_ = 0;

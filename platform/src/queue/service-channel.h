@@ -52,12 +52,13 @@ private:
         return clients_;
     }
     void releaseMemoryLater() noexcept;
+    void releaseMemoryInASecond() noexcept;
 
     const std::string fullReason_;
     std::unique_ptr<Listener> listener_; // until end
     bool idle_ = true;                   // used by the receiving thread: no pending event will make it accept clients
     boost::asio::steady_timer memoryTimer_;
-    unsigned gone_ = 0;                               // clients that have left since memory was last released
+    unsigned gone_ = 0; // clients that have left since memory was released and none followed
     std::chrono::steady_clock::time_point pausesEnd_; // the latest end of a first pause, see pauseAfter
     // Oldest first, at most mostClients + mostWithoutHello + 1.
     std::vector<std::shared_ptr<Connection>> clients_ TVSA_GUARDED_BY(mutex_);
