@@ -2,6 +2,7 @@
 #include "applications.h"
 
 #include <host/configuration.h>
+#include <host/log-levels.h>
 #include <host/printable.h>
 #include <host/receiver.h>
 #include <host/result.h>
@@ -44,6 +45,8 @@ int loadAll(void* context) {
             return failure;
         }
     }
+    if (const std::string problem = host::unknownLogModules(); !problem.empty())
+        std::cerr << "frame-host: warning: log levels: " << host::printable(problem) << '\n';
     return success;
 }
 

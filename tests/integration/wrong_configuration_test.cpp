@@ -103,4 +103,39 @@ TEST_F(AServiceInTheFile, UsesTheEndpointInTheFile) {
     EXPECT_EQ(service->terminate().exitCode, 0);
 }
 
+class AProcessOfAReceiver : public AConfiguredProgram {
+protected:
+    // Runs the program until it serves, and returns what it has reported.
+    std::string reportsWith(const std::string& levels) {
+        environment["TVSA_LOG"] = levels;
+        const auto running = start(command());
+        const std::string shell = runtimeFolder() + '/' + GetParam() + ".shell";
+        EXPECT_TRUE(eventually([&] { return std::filesystem::exists(shell); })) << running->error();
+        const Outcome asked = run({program("tvctl"), "--target", GetParam(), "--timeout", "20", "help"});
+        EXPECT_EQ(asked.exitCode, 0) << asked.error;
+        return running->terminate().error;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(WarnsOfLogModules, AProcessOfAReceiver,
+                         testing::Values("tvserviced", "mmserviced", "frame-host"), [](const auto& test) {
+                             std::string name = test.param;
+                             std::erase(name, '-');
+                             return name;
+                         });
+
+TEST_P(AProcessOfAReceiver, ThatNoneOfItsProcessesHas) {
+    EXPECT_THAT(
+        reportsWith("warning,nosuch=off"),
+        testing::ContainsRegex(std::string("^") + GetParam() +
+                               ": warning: log levels: no module of this process has the name nosuch; it has .*io"));
+}
+
+TEST_P(AProcessOfAReceiver, ButNotOfThoseOfOtherProcesses) {
+    EXPECT_EQ(
+        reportsWith("warning,adapter=off,resource-manager=off,registrar=off,tv-proxy=off,mm-proxy=off,service=off,"
+                    "control=off,frame=off,io=off,vdl=off,runlog=off,shell=off"),
+        "");
+}
+
 } // namespace

@@ -3,8 +3,10 @@
 #include <host/log-levels.h>
 #include <vdl/debug.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
@@ -26,6 +28,11 @@ namespace {
 constinit std::atomic<const char*> names[vdlDebugModules] = {};
 
 constexpr std::size_t mostNames = 256;
+
+// The names in a receiver's processes. One environment variable often sets the levels of all of them.
+constexpr std::string_view ofAReceiver[] = {
+    "adapter", "resource-manager", "registrar", "tv-proxy", "mm-proxy", "service", "control", "frame", "io",
+    "vdl",     "runlog",           "shell"};
 
 struct Wanted {
     using Levels = std::map<std::string, std::uint16_t, std::less<>>;
@@ -152,6 +159,23 @@ std::string apply(const std::vector<Item>& items) {
     return {};
 }
 
+std::set<std::string> namesOfModules() {
+    std::set<std::string> names;
+    for (std::uint32_t module = 0; module < vdlDebugModules; ++module)
+        if (const char* name = nameOfModule(module)) names.insert(name);
+    return names;
+}
+
+std::string listOf(const std::set<std::string>& names) {
+    std::string list;
+    for (const auto& name : names) list += (list.empty() ? "" : ", ") + name;
+    return list;
+}
+
+std::string noModuleText(const std::set<std::string>& unknown, const std::set<std::string>& known) {
+    return "no module of this process has the name " + listOf(unknown) + "; it has " + listOf(known);
+}
+
 } // namespace
 
 std::string levelErrors(std::string_view text) {
@@ -193,20 +217,24 @@ std::string vdlDebugSetLevels(const std::string& text) {
 
 std::string host::setLogLevels(const std::string& levels) {
     using namespace host::debug;
-    std::set<std::string> known, unknown;
-    for (std::uint32_t module = 0; module < vdlDebugModules; ++module)
-        if (const char* name = nameOfModule(module)) known.insert(name);
-    const auto listOf = [](const std::set<std::string>& names) {
-        std::string list;
-        for (const auto& name : names) list += (list.empty() ? "" : ", ") + name;
-        return list;
-    };
+    const std::set<std::string> known = namesOfModules();
+    std::set<std::string> unknown;
     std::vector<Item> items;
     if (std::string errors = parseAll(levels, items); !errors.empty()) return errors;
     if (items.empty()) return "expected MODULE=LEVEL; the modules are " + listOf(known);
     for (const Item& item : items)
         if (item.target == Item::Target::name && !known.contains(item.name)) unknown.insert(item.name);
-    if (!unknown.empty())
-        return "no module of this process has the name " + listOf(unknown) + "; it has " + listOf(known);
+    if (!unknown.empty()) return noModuleText(unknown, known);
     return apply(items);
+}
+
+std::string host::unknownLogModules() {
+    using namespace host::debug;
+    const std::set<std::string> known = namesOfModules();
+    std::set<std::string> unknown;
+    thread_safety::LockGuard lock(wanted().mutex);
+    for (const auto& [name, level] : wanted().byName)
+        if (!known.contains(name) && std::ranges::find(ofAReceiver, name) == std::end(ofAReceiver))
+            unknown.insert(name);
+    return unknown.empty() ? "" : noModuleText(unknown, known);
 }

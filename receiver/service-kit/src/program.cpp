@@ -3,6 +3,7 @@
 #include <frame/process.h>
 #include <host/configuration.h>
 #include <host/environment.h>
+#include <host/log-levels.h>
 #include <host/printable.h>
 #include <host/receiver.h>
 #include <host/result.h>
@@ -103,6 +104,8 @@ int Program::start() {
     try {
         service_->offer(host::messageQueue());
         startShell();
+        if (const std::string unknown = host::unknownLogModules(); !unknown.empty())
+            reportError("warning: log levels: " + unknown);
         const std::string problem = reportReady();
         if (problem.empty()) return success;
         reportError(problem);

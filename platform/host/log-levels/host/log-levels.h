@@ -1,4 +1,4 @@
-// Debug levels that a command of a running process sets.
+// Debug levels: those that a command of a running process sets, and those that were set for no module.
 #pragma once
 
 #include <string>
@@ -9,5 +9,10 @@ namespace host {
 // runs, so all its modules have their names. Returns an empty string, or what is wrong and which modules there are; in
 // that case nothing has changed. From any thread.
 std::string setLogLevels(const std::string& levels);
+
+// What is wrong with the levels set by name, by setting, option or command: no module of this process has the name, nor
+// has one of a receiver's other processes, which have the same settings. Empty when nothing is. Call it once the
+// process has started: its modules have their names then. From any thread.
+std::string unknownLogModules();
 
 } // namespace host
