@@ -158,6 +158,27 @@ bundles 0
 runlog 0
 log
 log nosuch=info
+audio 0:0 -5
+subtitle 0:0 -1
+video 0:0 -1
+teletext 0:0 -100
+mts-audio 99
+mts-audio -1
+parental-lock 0:0 99
+parental-lock 0:0 1 -1
+cas-service -1
+swap-win -1
+stream-info 0
+stream-info -1
+try-run 0
+ask-release -1
+slist-changed -1
+check-service mmservice --address ""
+check-service nosuch
+check-service tvservice --terminal 0:-1
+--target nosuch doctor
+--target nosuch config
+--target nosuch schema
 play 0:0 dvb://1.1.1 --target ../frame-host
 --target "" terminals
 --target /tmp terminals

@@ -103,14 +103,14 @@ struct Sent {
 };
 
 const Sent sent[] = {
-    {{"swap-win", "-7"}, "TvServiceSwapWinReq", R"({"request":{"intParam1":-7}})"},
+    {{"swap-win", "7"}, "TvServiceSwapWinReq", R"({"request":{"intParam1":7}})"},
     {{"stream-info", "2147483647"}, "TvServiceStreamInfoReq", R"({"request":{"intParam1":2147483647}})"},
     {{"audio", "0:1", "2", "3"},
      "TvServiceAudioReq",
      R"({"request":{"terminal":{"type":0,"id":1},"intParam1":2,"intParam2":3}})"},
-    {{"subtitle", "2147483647:2", "-2147483648"},
+    {{"subtitle", "2147483647:2", "0", "-2147483648"},
      "TvServiceSubtitleReq",
-     R"({"request":{"terminal":{"type":2147483647,"id":2},"intParam1":-2147483648,"intParam2":0}})"},
+     R"({"request":{"terminal":{"type":2147483647,"id":2},"intParam1":0,"intParam2":-2147483648}})"},
     {{"video", "1:0", "4"},
      "TvServiceVideoReq",
      R"({"request":{"terminal":{"type":1,"id":0},"intParam1":4,"intParam2":0}})"},
@@ -149,7 +149,7 @@ template <class Message> std::vector<std::string> typed() {
     std::vector<std::string> words{command};
     std::istringstream names(arguments);
     for (std::string name; names >> name;)
-        words.push_back(name == "TERMINAL" ? "1:2" : name == "N" || name == "[N]" || name == "TYPE" ? "3" : "text");
+        words.push_back(name == "TERMINAL" ? "1:2" : name == "N" || name == "[N]" || name == "TYPE" ? "1" : "text");
     return words;
 }
 
@@ -181,6 +181,15 @@ TEST(RequestSyntax, FollowsFromTheNamesOfAMessageThatHasNone) {
     EXPECT_FALSE(control::canBeTyped<std::tuple<tvservice::TvServiceInstalledInfo_t>>);
 }
 
+TEST_F(Control, TakesTheNamesOfNumbers) {
+    EXPECT_EQ(run({"parental-lock", "0:0", "locked", "12"}).status, 0);
+    EXPECT_EQ(run({"mts-audio", "second programme"}).status, 0);
+    ASSERT_THAT(service.calls, SizeIs(2));
+    EXPECT_EQ(service.calls[0].arguments["info"]["intParam1"], 1);
+    EXPECT_EQ(service.calls[1].arguments["track"], 1);
+    EXPECT_EQ(run({"parental-lock", "0:0", "99"}).output, "N must be 0 (unlocked) or 1 (locked), not '99'\n");
+}
+
 TEST_F(Control, PrintsWhatItSentAsJson) {
     EXPECT_EQ(run({"audio", "0:0", "1"}, true).output, "{\"sent\":\"TvServiceAudioReq\"}\n");
 }
@@ -200,6 +209,7 @@ TEST_F(Control, RejectsWrongArgumentsAndSendsNothing) {
         {"swap-win", "x"},
         {"swap-win", "1x"},
         {"swap-win", "+1"},
+        {"swap-win", "-1"},
         {"swap-win", "2147483648"},
         {"swap-win", "-2147483649"},
         {"swap-win", fourKiB},
@@ -233,6 +243,18 @@ TEST_F(Control, RejectsWrongArgumentsAndSendsNothing) {
         {"audio", "0:0", "1", "x"},
         {"audio", "0:0", "1", "99999999999"},
         {"audio", "0:0"},
+        {"audio", "0:0", "-5"},
+        {"subtitle", "0:0", "-1"},
+        {"stream-info", "0"},
+        {"try-run", "-1"},
+        {"ask-release", "-1"},
+        {"slist-changed", "-1"},
+        {"cas-service", "-1"},
+        {"mts-audio", "-1"},
+        {"mts-audio", "3"},
+        {"mts-audio", "none"},
+        {"parental-lock", "0:0", "99"},
+        {"parental-lock", "0:0", "1", "-18"},
         {"audio", "0:0", "1", "2", "3"},
         {"info", "1"},
         {"send-key"},

@@ -63,7 +63,7 @@ GENRPC_MEANINGS(TeletextStreamInfo_t, {"intParam1", "number of the track, from 1
 
 consteval auto trackRequestMeanings() {
     return std::to_array<genrpc::Meaning>({{"terminal", "whose track to choose"},
-                                           {"intParam1", "number of the track; 0: none"},
+                                           {"intParam1", "number of the track; 0: none", nullptr, 0},
                                            {"intParam2", "repeated in the answer, except for teletext"}});
 }
 consteval auto meaningsOf(std::type_identity<TvServiceAudioReq_t>) { return trackRequestMeanings(); }
@@ -84,7 +84,7 @@ GENRPC_MEANINGS(TvServiceVideoInfo_t, tracksTerminal, chosenTrack, trackResult, 
                 {"intParam5", "height of the chosen picture; 0: none"})
 GENRPC_MEANINGS(TvServiceTeletextInfo_t, tracksTerminal, chosenTrack, trackResult, trackStreams)
 
-GENRPC_MEANINGS(TvServiceStreamInfoReq_t, {"intParam1", "number of a channel, from 1"})
+GENRPC_MEANINGS(TvServiceStreamInfoReq_t, {"intParam1", "number of a channel, from 1", nullptr, 1})
 GENRPC_MEANINGS(TvServiceStreamInfo_t, {"intParam1", "number of the channel, as in the request"},
                 {"strParam1", "address, name and number of streams; empty for an unknown channel"})
 
@@ -96,23 +96,23 @@ GENRPC_MEANINGS(TvServiceConflictInfo_t, {"uintList1", "the tuners that are want
 
 GENRPC_MEANINGS(TvServiceSwapWinReq_t,
                 {"intParam1", "a type of terminal: its terminal 0 and the main terminal swap what they show",
-                 &terminalTypes})
+                 &terminalTypes, 0})
 GENRPC_MEANINGS(TvServiceSwapWinInfo_t,
                 {"intParam1",
                  "the type in the request; none when a terminal is locked, when there is nothing to swap, or when the "
                  "client has no room for one more terminal",
                  &terminalTypes})
-GENRPC_MEANINGS(TvServiceAskReleaseReq_t, {"intParam1", "number of a tuner, from 0"})
+GENRPC_MEANINGS(TvServiceAskReleaseReq_t, {"intParam1", "number of a tuner, from 0", nullptr, 0})
 GENRPC_MEANINGS(TvServiceAskReleaseInfo_t, {"intParam1", "number of the tuner"},
                 {"byteParam1", "what to do with it", &releaseDemands})
 GENRPC_MEANINGS(TvServiceAskReleaseConf_t, {"intParam1", "number of the tuner, as in the request"},
                 {"byteParam1", "what became of the request", &releaseAnswers})
-GENRPC_MEANINGS(TvServiceSListChangedInd_t, {"intParam1", "number of the new list"})
-GENRPC_MEANINGS(TvServiceTryRunRequestParams_t, {"intParam1", "number of a channel, from 1"})
+GENRPC_MEANINGS(TvServiceSListChangedInd_t, {"intParam1", "number of the new list", nullptr, 0})
+GENRPC_MEANINGS(TvServiceTryRunRequestParams_t, {"intParam1", "number of a channel, from 1", nullptr, 1})
 GENRPC_MEANINGS(TvServicePlayInfo_t, {"strParam1", "address of the channel; empty for an unknown one"})
 GENRPC_MEANINGS(TvServiceParentalLockInfo_t, {"terminal", "the terminal to lock or unlock"},
                 {"intParam1", "what to make of it; every number but 0 locks", &lockStates},
-                {"intParam2", "the age that the lock is for"})
+                {"intParam2", "the age that the lock is for", nullptr, 0})
 GENRPC_MEANINGS(ServiceStatusInfo_t, {"intParam1", "type of the terminal", &terminalTypes},
                 {"byteParam1", "whether it shows something", &displayStates}, {"intParam2", "id of the terminal"},
                 {"intParam3", "network of the channel"}, {"intParam4", "transport stream of the channel"},
@@ -154,7 +154,7 @@ GENRPC_MEANINGS(TvServiceSendKeyReq,
                  "`RED`, `GREEN`, `YELLOW` or `BLUE` for an application in the broadcast; `CC` or `CAPTIONS` shows or "
                  "hides captions; any other name has no effect"})
 GENRPC_MEANINGS(MtsAudioChangeReq, {"track", "which track to choose; another number changes nothing", &mtsTracks})
-GENRPC_MEANINGS(SetCasService, {"type", "defined by the service, which refuses negative numbers"})
+GENRPC_MEANINGS(SetCasService, {"type", "defined by the service, which refuses negative numbers", nullptr, 0})
 GENRPC_MEANINGS(RequestPackagesReq, {"type", "defined by the service; repeated in the texts of the statuses"},
                 {"packages", "names, separated by commas"})
 GENRPC_MEANINGS(TvServiceSourceChanged, {"source", "name of the source; empty: none"})

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <span>
 
 namespace genrpc {
@@ -39,6 +40,9 @@ struct Meaning {
     const char* field;
     const char* text;
     const Enumeration* values = nullptr; // of its numbers, if they have names
+    std::int32_t least = anyNumber;      // the lowest number that a request may reasonably carry
+
+    static constexpr std::int32_t anyNumber = std::numeric_limits<std::int32_t>::min();
 };
 
 } // namespace genrpc

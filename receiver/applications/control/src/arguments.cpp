@@ -3,6 +3,7 @@
 #include <tvservice/values.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <utility>
 
 namespace control {
@@ -12,20 +13,35 @@ namespace {
 // For error texts.
 constexpr const char* terminalForm = "TYPE:ID, such as 0:1 or main:1, with numbers from 0 to 2147483647";
 
-bool readTerminalType(std::string_view text, std::int32_t& type) {
-    for (const auto& value : tvservice::terminalTypes.values)
-        if (text == value.name) {
-            type = value.number;
-            return true;
-        }
-    return readNumber(text, type);
+bool readNumberOrName(std::string_view text, const genrpc::Enumeration* names, std::int32_t& number) {
+    if (names)
+        for (const auto& value : names->values)
+            if (text == value.name) {
+                number = value.number;
+                return true;
+            }
+    return readNumber(text, number);
+}
+
+// Enumerations with open ends, such as the types of terminals, have a lowest number instead.
+bool isClosed(const genrpc::Meaning& meaning) { return meaning.values && meaning.least == genrpc::Meaning::anyNumber; }
+
+// "0 (unlocked) or 1 (locked)"
+std::string listOf(const genrpc::Enumeration& enumeration) {
+    std::string text;
+    for (std::size_t left = enumeration.values.size(); const auto& value : enumeration.values) {
+        text += std::to_string(value.number) + " (" + value.name + ")";
+        if (--left > 0) text += left == 1 ? " or " : ", ";
+    }
+    return text;
 }
 
 } // namespace
 
 bool readTerminal(std::string_view text, tvservice::TvServiceTerminal_t& terminal) {
     const auto colon = text.find(':');
-    return colon != std::string_view::npos && readTerminalType(text.substr(0, colon), terminal.type) &&
+    return colon != std::string_view::npos &&
+           readNumberOrName(text.substr(0, colon), &tvservice::terminalTypes, terminal.type) &&
            readNumber(text.substr(colon + 1), terminal.id) && terminal.type >= 0 && terminal.id >= 0;
 }
 
@@ -64,7 +80,7 @@ bool ArgumentReader::next(std::string& text) {
 
 void ArgumentReader::reject(const std::string& why) { problem_ = name_ + " " + why; }
 
-void ArgumentReader::read(std::string& text) {
+void ArgumentReader::read(std::string& text, const Meaning&) {
     std::string argument;
     if (!next(argument)) return;
     if (argument.size() > longestText) {
@@ -75,13 +91,21 @@ void ArgumentReader::read(std::string& text) {
     text = std::move(argument);
 }
 
-void ArgumentReader::read(std::int32_t& number) {
+void ArgumentReader::read(std::int32_t& number, const Meaning& meaning) {
     std::string argument;
-    if (next(argument) && !readNumber(argument, number))
+    if (!next(argument)) return;
+    const bool isNumber = readNumberOrName(argument, meaning.values, number);
+    if (isClosed(meaning)) {
+        if (!isNumber || !find(*meaning.values, number))
+            reject("must be " + listOf(*meaning.values) + ", not " + inQuotes(argument));
+    } else if (!isNumber) {
         reject("must be a decimal number of 32 bits, not " + inQuotes(argument));
+    } else if (number < meaning.least) {
+        reject("must be at least " + std::to_string(meaning.least) + ", not " + inQuotes(argument));
+    }
 }
 
-void ArgumentReader::read(tvservice::TvServiceTerminal_t& terminal) {
+void ArgumentReader::read(tvservice::TvServiceTerminal_t& terminal, const Meaning&) {
     std::string argument;
     if (next(argument) && !readTerminal(argument, terminal))
         reject(std::string("must be ") + terminalForm + ", not " + inQuotes(argument));

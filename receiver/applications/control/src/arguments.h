@@ -3,7 +3,7 @@
 
 #include <appovshell/server.h>
 #include <genrpc/flatten.h>
-#include <tvservice/core-records.h>
+#include <tvservice/meanings.h>
 
 #include <charconv>
 #include <cstdint>
@@ -50,17 +50,21 @@ public:
     // The problem with the arguments read so far; empty when there is none.
     const std::string& problem() const { return problem_; }
 
-    void read(std::string& text);
-    void read(std::int32_t& number);
-    void read(tvservice::TvServiceTerminal_t& terminal);
-    template <class T> void read(T& value) {
+    // A number must be one that the meaning allows; where all have names, the name will do.
+    using Meaning = genrpc::Meaning;
+    void read(std::string& text, const Meaning& meaning = {});
+    void read(std::int32_t& number, const Meaning& meaning = {});
+    void read(tvservice::TvServiceTerminal_t& terminal, const Meaning& meaning = {});
+    template <class T> void read(T& value, const Meaning& meaning = {}) {
         if constexpr (std::is_enum_v<T>) {
             static_assert(std::is_same_v<std::underlying_type_t<T>, std::int32_t>);
             std::int32_t number = value;
-            read(number);
+            read(number, meaning);
             value = static_cast<T>(number);
         } else { // a record: its fields in order
-            std::apply([&](const auto&... field) { (read(value.*field.plain), ...); }, T::Flat::fields());
+            auto fieldMeaning = genrpc::meanings<T>.begin();
+            std::apply([&](const auto&... field) { (read(value.*field.plain, *fieldMeaning++), ...); },
+                       T::Flat::fields());
         }
     }
 

@@ -28,7 +28,12 @@ std::string specificationOf(std::string text, std::string_view arguments) {
 template <class Message, auto method>
 int RequestCommands::send(tvservice::ModelTvServiceAdapter& adapter, ArgumentReader& reader) {
     typename Message::Body::Arguments arguments;
-    std::apply([&](auto&... argument) { (reader.read(argument), ...); }, arguments);
+    if constexpr (genrpc::hasMeanings<Message>) {
+        auto meaning = genrpc::meanings<Message>.begin();
+        std::apply([&](auto&... argument) { (reader.read(argument, *meaning++), ...); }, arguments);
+    } else {
+        std::apply([&](auto&... argument) { (reader.read(argument), ...); }, arguments);
+    }
     if (!reader.problem().empty()) return badArgument;
     frame::MsgIds ids;
     return std::apply(

@@ -80,6 +80,13 @@ std::vector<std::string> linesOf(const RecordedRequest& request) {
     return lines;
 }
 
+std::vector<std::string> stepLinesOf(const RecordedRequest& request) {
+    std::vector<std::string> lines;
+    for (const auto& [name, awaited, begin] : request.steps)
+        lines.push_back(name + " after " + textOf(begin) + ": awaited " + awaited);
+    return lines;
+}
+
 Json toJson(const RecordedRequest& request) {
     Json terminals = Json::array(), steps = Json::array();
     for (const auto& [terminal, uri, number] : request.terminals) {

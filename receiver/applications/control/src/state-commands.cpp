@@ -244,11 +244,13 @@ int StateCommands::requests() {
     Json list = Json::array();
     std::string text;
     for (const auto& request : requestLog_.newest(*count)) {
-        if (shell_.wantsJson())
+        if (shell_.wantsJson()) {
             list.push_back(toJson(request));
-        else
-            for (const auto& line : linesOf(request))
-                text += request.time + " " + askerOf(request.id) + ": " + host::printable(line) + "\n";
+            continue;
+        }
+        for (const auto& line : linesOf(request))
+            text += request.time + " " + askerOf(request.id) + ": " + host::printable(line) + "\n";
+        for (const auto& line : stepLinesOf(request)) text += "  " + host::printable(line) + "\n";
     }
     shell_.print(shell_.wantsJson() ? genrpc::textOf(list) + "\n" : text);
     return 0;
