@@ -91,7 +91,8 @@ ServesApplicationsBuiltAgainstIt() {
     done
 
     export TVSA_CONFIG=$examples/config.toml
-    tvserviced_options=(--channels "$examples/channels.toml")
+    # Slow enough that all zaps are made before the first one is answered, also on a busy machine.
+    tvserviced_options=(--channels "$examples/channels.toml" --fault delay=1000)
     start_receiver --application control --application "$folder/every-request/libevery-request.so" \
         --application "$folder/zapping/libzapping.so"
     requests=$(grep -c ' adapter\..*(ids, here' "$examples/every-request/every-request.cpp")
