@@ -124,10 +124,20 @@ TEST_F(TvctlConfig, PrintsNoTerminalControlSequences) {
     EXPECT_THAT(run({program("tvctl"), "--timeout", "\x1b[2J", "help"}).error, testing::Not(HasSubstr("\x1b")));
 }
 
+TEST_F(TvctlConfig, PrintsOnlyTheNamedSettings) {
+    configure("queue.messages = 17\n");
+    const auto answer = json::parse(config({}, {"queue.messages", "log.format", "--json"}).output);
+    ASSERT_EQ(answer["settings"].size(), 2U);
+    EXPECT_EQ(answer["settings"][0]["value"], "17");
+    EXPECT_EQ(answer["settings"][1]["name"], "log.format");
+}
+
 TEST_F(TvctlConfig, RejectsWrongUsage) {
     configure("");
     EXPECT_EQ(config({}, {"--fast"}).exitCode, usage);
-    EXPECT_EQ(config({}, {"queue.messages"}).exitCode, usage);
+    EXPECT_EQ(config({}, {"queue.message"}), (Outcome{usage, "",
+                                                      "tvctl: there is no setting queue.message, or it is not set; "
+                                                      "tvctl config lists all\n"}));
     EXPECT_THAT(config({}, {"--help"}).output, StartsWith("Prints each setting"));
     const Outcome full = run({program("tvctl"), "config"}, R"(exec "$0" "$@" </dev/null >/dev/full)");
     EXPECT_EQ(full, (Outcome{failed, "", "tvctl: cannot write to standard output\n"}));

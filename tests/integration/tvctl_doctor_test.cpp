@@ -101,6 +101,54 @@ TEST_F(TvctlDoctor, NamesTheLibraryWhoseNotificationNeverReturns) {
     EXPECT_EQ(doctor({"--quiet"}).exitCode, done);
 }
 
+// At the latest when their own short limit has passed, and not after ten seconds. Following the advice mends it.
+TEST_F(TvctlDoctor, AndReadingCommandsAnswerSoonWhenAProcessIsStopped) {
+    std::map<std::string, std::unique_ptr<Running>> processes;
+    processes["tvserviced"] = serving({program("tvserviced")});
+    processes["mmserviced"] = serving({program("mmserviced")});
+    processes["frame-host"] =
+        serving({program("frame-host"), library("libapp-tvservice-adapter.so"), library("libcontrol-application.so")});
+    const std::map<std::string, std::vector<Words>> reading{
+        {"frame-host",
+         {{"help"},
+          {"terminals"},
+          {"requests"},
+          {"bundles"},
+          {"answers"},
+          {"stats"},
+          {"runlog"},
+          {"notifications"},
+          {"handling"},
+          {"log", "adapter=warning"},
+          {"watch", "--once"}}},
+        {"tvserviced", {{"help"}, {"terminals"}, {"stats"}, {"faults"}, {"channels"}, {"health"}}},
+        {"mmserviced", {{"help"}, {"terminals"}, {"stats"}, {"faults"}, {"health"}}}};
+    for (const auto& [name, process] : processes) {
+        SCOPED_TRACE(name);
+        ASSERT_TRUE(eventually([&] { return doctor({"--quiet"}).exitCode == done; }));
+        process->signal(SIGSTOP);
+        const auto begin = std::chrono::steady_clock::now();
+        for (const Words& command : reading.at(name)) {
+            Words words{program("tvctl"), "--target", name};
+            words.insert(words.end(), command.begin(), command.end());
+            const Outcome outcome = run(words);
+            EXPECT_EQ(outcome.exitCode, 4) << command[0];
+            EXPECT_THAT(outcome.error, ContainsRegex("process [0-9]+ is stopped: continue it with: kill -CONT [0-9]+"))
+                << command[0];
+        }
+        const Outcome found = doctor({"--quiet"});
+        const auto each = (std::chrono::steady_clock::now() - begin) / (reading.at(name).size() + 1);
+        EXPECT_LT(each, std::chrono::seconds(5));
+        EXPECT_EQ(found.exitCode, failed);
+        EXPECT_THAT(found.output, ContainsRegex("wrong +" + name + " +process [0-9]+ is stopped"));
+        const auto advice = found.output.find("kill -CONT ");
+        ASSERT_NE(advice, std::string::npos);
+        const std::string command = found.output.substr(advice, found.output.find('\n', advice) - advice);
+        EXPECT_EQ(run({"/bin/sh", "-c", command}).exitCode, done) << command;
+    }
+    EXPECT_TRUE(eventually([&] { return doctor({"--quiet"}).exitCode == done; }));
+}
+
 TEST_F(TvctlDoctor, FailsWhenSomethingIsWrong) {
     std::filesystem::create_directory(runtimeFolder());
     std::filesystem::permissions(runtimeFolder(), std::filesystem::perms(0755));

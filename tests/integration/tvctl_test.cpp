@@ -226,7 +226,8 @@ TEST_F(Tvctl, GivesUpOnAShellThatDoesNotAnswer) {
     const FileDescriptor silent(host::io::listenAt(shellPath()));
     const Outcome outcome = tvctl({"--timeout", "0.05", "help"});
     EXPECT_EQ(outcome.exitCode, timedOut);
-    EXPECT_THAT(outcome.error, AllOf(StartsWith("tvctl: " + shellPath()), HasSubstr("timed out")));
+    EXPECT_THAT(outcome.error, AllOf(StartsWith("tvctl: " + shellPath()), HasSubstr("timed out"),
+                                     HasSubstr("process " + std::to_string(getpid()) + " does not answer")));
     EXPECT_EQ(errorOf(tvctl({"--json", "--timeout", "0.05", "help"})).value("status", 0), -ETIMEDOUT);
 }
 
@@ -310,6 +311,34 @@ TEST_F(Tvctl, RunsItsOwnCommandsInAScript) {
     EXPECT_THAT(interactive("schema --fast\n").exitCode, usage);
     EXPECT_EQ(interactive("watch \"open\n"), (Outcome{usage, "", "tvctl: a double quote is not closed\n"}));
     EXPECT_EQ(interactive("shell\n"), (Outcome{usage, "", "tvctl: this is a shell already; \"exit\" ends it\n"}));
+}
+
+TEST_F(Tvctl, TakesOptionsBeforeTheCommandInALineOfAScript) {
+    serve();
+    EXPECT_EQ(interactive("--json say on\n").output, "{\"output\":\"on\\n\"}\n");
+    EXPECT_EQ(interactive("--target nobody say on\n").exitCode, noProcess);
+    EXPECT_EQ(interactive("--quiet schema --fast\n").exitCode, usage);
+    EXPECT_EQ(interactive("--fast say on\n"), (Outcome{usage, "", "tvctl: unknown option: --fast\n"}));
+    EXPECT_EQ(interactive("--json\n"), (Outcome{usage, "", "{\"error\":\"a command is missing\",\"status\":-22}\n"}));
+}
+
+// It would apply to all later lines.
+TEST_F(Tvctl, DoesNotChangeTheReceiverInAScript) {
+    serve();
+    for (const char* line : {"--system say on\n", "say on --system\n", "watch --once --system\n"})
+        EXPECT_EQ(interactive(line), (Outcome{usage, "",
+                                              "tvctl: --system: the shell stays with one receiver; begin it with: "
+                                              "tvctl --system shell\n"}))
+            << line;
+}
+
+TEST_F(Tvctl, RejectsATargetForAVerbThatHasNone) {
+    serve();
+    for (const char* verb : {"doctor", "schema", "config", "keygen", "check-service"})
+        EXPECT_EQ(
+            tvctl({"--target", "tvserviced", verb}),
+            (Outcome{usage, "", "tvctl: --target: " + std::string(verb) + " asks no process; leave the option out\n"}));
+    EXPECT_EQ(interactive("--target nobody doctor\n").exitCode, usage);
 }
 
 // What a receiver knows of a request, one after the other; the last one remains.
@@ -547,11 +576,15 @@ TEST_F(Playing, LeavesALineOrACommandAtCtrlCButNotTheShell) {
     EXPECT_EQ(terminal.exitCode(), interrupted);
 }
 
-TEST_F(Playing, CompletesCommandsAndTerminalsAtTab) {
+TEST_F(Playing, CompletesCommandsTerminalsProcessesAndSettingsAtTab) {
     AtATerminal terminal(commandOf({"shell"}), environment);
     ASSERT_TRUE(terminal.shows(prompt));
     terminal.type("tou\t1\t7\n");
     EXPECT_TRUE(terminal.shows("touched 10:7"));
+    terminal.type("--target frame\ttou\t1\t8\n");
+    EXPECT_TRUE(terminal.shows("touched 10:8"));
+    terminal.type("config queue.m\t\n");
+    EXPECT_TRUE(terminal.shows("queue.messages  1024"));
     terminal.type("exit\n");
     EXPECT_EQ(terminal.exitCode(), done);
 }

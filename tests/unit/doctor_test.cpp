@@ -73,7 +73,9 @@ TEST_F(DoctorOfServices, NamesTheMessageThatDiffers) {
 
 TEST_F(DoctorOfServices, FindsASilentService) {
     const int silent = listenAt(socketOf(tv));
-    EXPECT_THAT(checkService(tv, 50ms), finds(Severity::wrong, "tvservice", "no answer within 50 ms"));
+    EXPECT_THAT(checkService(tv, 50ms),
+                finds(Severity::wrong, "tvservice",
+                      "process " + std::to_string(getpid()) + " does not answer; no answer within 50 ms"));
     ::close(silent);
 }
 

@@ -197,7 +197,6 @@ TEST_F(Watch, ReportsHowManyNotificationsItMissed) {
 
 TEST_F(Watch, TimesOutWhenTooFewNotificationsArrive) {
     options.receiver.timeout = std::chrono::seconds(1);
-    options.receiver.timeoutGiven = true;
     options.count = 2;
     receiver->before = {notifying("A")};
     EXPECT_EQ(run(), tvctl::exitTimedOut);
@@ -207,14 +206,14 @@ TEST_F(Watch, TimesOutWhenTooFewNotificationsArrive) {
 
 TEST_F(Watch, ReportsTheNumberReceivedWhenAnAnswerTimesOut) {
     options.receiver.timeout = std::chrono::milliseconds(100);
-    options.receiver.timeoutGiven = true;
     options.count = 1;
     const auto over = std::make_shared<std::promise<void>>();
     receiver->before = {[over] { over->get_future().wait(); }};
     EXPECT_EQ(run(), tvctl::exitTimedOut);
     over->set_value();
-    EXPECT_EQ(errors.str(),
-              "tvctl: timed out after 0 of 1 notifications; " + path + ": timed out waiting for the answer\n");
+    EXPECT_EQ(errors.str(), "tvctl: timed out after 0 of 1 notifications; " + path +
+                                ": timed out waiting for the answer; process " + std::to_string(getpid()) +
+                                " does not answer: see what it is doing, and restart it\n");
 }
 
 TEST_F(Watch, EndsWhenTheReceiverEnds) {

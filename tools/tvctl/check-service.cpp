@@ -3,10 +3,10 @@
 #include "conformance/examination.h"
 #include "doctor/files.h"
 #include "failure.h"
+#include "quiet-log.h"
 
 #include <host/endpoint.h>
 #include <host/environment.h>
-#include <host/log-capture.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -15,9 +15,6 @@
 
 namespace tvctl {
 namespace {
-
-// No module: the levels of all stay as they are.
-constexpr std::uint32_t silentModule = 0;
 
 std::optional<std::int32_t> numberOf(std::string_view text) {
     std::int32_t number = 0;
@@ -54,7 +51,7 @@ int runCheckService(const Options& given, const std::vector<std::string>& argume
         "Puts a running service through the rules that a receiver relies on, as clients of it, and says which ones it\n"
         "breaks. Plays, stops and changes its state: do not check a service that people use.",
         "tvctl check-service");
-    addOptions(app, options);
+    addOptions(app, options, "10");
     app.remove_option(app.get_option("--target")); // it uses the service's own endpoint
     app.add_option("NAME", service, "The service: " + conformance::serviceNames())
         ->required()
@@ -68,15 +65,16 @@ int runCheckService(const Options& given, const std::vector<std::string>& argume
             return terminalOf(text) ? "" : text + " is not TYPE:ID, two numbers from 0 to 2147483647";
         });
     app.add_option("--address", settings.address,
-                   "An address that the service can show; by default one that the reference service can show");
+                   "An address that the service can show; by default one that the reference service can show")
+        ->check([](const std::string& address) { return address.empty() ? "an empty address" : ""; });
     app.footer("Exit codes: 0 all rules hold, 1 the service breaks one, 3 it does not run.");
     if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;
     settings.terminal = *terminalOf(terminal);
-    settings.timeout = options.timeout;
+    settings.timeout = options.timeoutOr(actionTimeout);
     try {
         if (const std::string problem = notServed(service); !problem.empty())
             return report(std::cerr, options.json, {exitNotAvailable, -ENOTCONN}, problem);
-        const host::LogCapture quiet({silentModule}); // the report has what the queue would log
+        const QuietLog quiet;
         const auto found = conformance::Examination(*conformance::protocolOf(service), settings).run();
         std::cout << (options.json ? asJson(service, found) : asText(found, options.quiet));
         if (const int exitCode = finish(std::cout, std::cerr, options.json); exitCode != exitDone) return exitCode;

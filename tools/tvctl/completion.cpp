@@ -1,14 +1,17 @@
 #include "completion.h"
 
+#include "doctor/checks.h"
 #include "message-names.h"
 #include "verbs.h"
 
+#include <host/configuration.h>
 #include <host/environment.h>
 #include <host/shell-client.h>
 
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -41,6 +44,30 @@ std::vector<std::string> membersOf(const json& list, const char* name) {
     return values;
 }
 
+std::vector<std::string> keysOf(const json& object) {
+    std::vector<std::string> keys;
+    if (object.is_object())
+        for (const auto& [key, value] : object.items()) keys.push_back(key);
+    return keys;
+}
+
+std::vector<std::string> settingNames() {
+    std::vector<std::string> names;
+    try {
+        for (const auto& setting : host::settings()) names.push_back(setting.name);
+    } catch (const host::ConfigurationError&) { // which the command reports
+    }
+    return names;
+}
+
+// Those that have a shell.
+std::vector<std::string> processNames() {
+    std::vector<std::string> names;
+    for (const auto& shell : doctor::shellsIn(host::runtimeDirectoryPath()))
+        names.push_back(std::filesystem::path(shell).stem());
+    return names;
+}
+
 // The name of an argument in a command's help, such as "TERMINAL", without brackets and dots.
 std::string argumentOf(const json& commands, const std::string& command, std::size_t index) {
     for (const auto& known : commands) {
@@ -58,8 +85,13 @@ std::string argumentOf(const json& commands, const std::string& command, std::si
 
 } // namespace
 
-std::vector<std::string> Completion::all(const std::vector<std::string>& before) const {
-    const auto& target = options_.target;
+std::vector<std::string> Completion::all(std::vector<std::string> before) const {
+    std::string target = options_.target;
+    if (!before.empty() && before.back() == "--target") return processNames();
+    if (before.size() >= 2 && before[0] == "--target") { // the line's own
+        target = before[1];
+        before.erase(before.begin(), before.begin() + 2);
+    }
     if (before.empty()) {
         auto words = membersOf(ask(target, "help"), "command");
         for (const Verb& verb : verbs()) words.push_back(verb.name);
@@ -68,9 +100,11 @@ std::vector<std::string> Completion::all(const std::vector<std::string>& before)
     }
     const auto& command = before[0];
     if (command == "watch") return notificationNames();
+    if (command == "config") return settingNames();
     const auto argument = argumentOf(ask(target, "help"), command, before.size() - 1);
     if (argument == "TERMINAL") return membersOf(ask(target, "terminals"), "terminal");
     if (argument == "URI") return membersOf(ask("tvserviced", "channels"), "uri");
+    if (command == "fault" && before.size() == 1) return keysOf(ask(target, "faults"));
     if (argument == "ID") return membersOf(ask(target, "requests 100"), "request");
     if (argument == "NAME" && command == "emit") return notificationNames();
     return {};

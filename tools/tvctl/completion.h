@@ -17,7 +17,7 @@ public:
     std::vector<std::string> candidates(const std::string& line) const;
 
 private:
-    std::vector<std::string> all(const std::vector<std::string>& before) const;
+    std::vector<std::string> all(std::vector<std::string> before) const;
 
     const Options& options_;
 };

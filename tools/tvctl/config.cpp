@@ -7,6 +7,7 @@
 #include <host/printable.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -50,9 +51,18 @@ int runConfig(const Options& given, const std::vector<std::string>& arguments) {
         "a line of a file, or the built-in default. \"-\" marks a setting without a value. Needs no receiver.",
         "tvctl config");
     app.add_flag("--json", options.json, "As one JSON object, for programs");
+    std::vector<std::string> names;
+    app.add_option("NAME", names, "Settings to print, such as queue.messages; all by default");
     if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;
     try {
-        const auto settings = host::settings();
+        auto settings = host::settings();
+        for (const auto& name : names)
+            if (std::ranges::find(settings, name, &host::NamedSetting::name) == settings.end())
+                return report(std::cerr, options.json, {exitUsage, -EINVAL},
+                              "there is no setting " + name + ", or it is not set; tvctl config lists all");
+        if (!names.empty())
+            std::erase_if(settings,
+                          [&](const auto& setting) { return std::ranges::find(names, setting.name) == names.end(); });
         const auto files = host::configurationFiles();
         std::cout << (options.json ? asJson(settings, files) : asText(settings, files));
     } catch (const host::ConfigurationError& error) {

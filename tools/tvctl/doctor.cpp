@@ -3,6 +3,7 @@
 #include "doctor/examination.h"
 #include "doctor/report.h"
 #include "failure.h"
+#include "quiet-log.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
@@ -36,7 +37,8 @@ int runDoctor(const Options& given, const std::vector<std::string>& arguments) {
     app.remove_option(app.get_option("--target")); // it examines all processes
     app.footer("Exit codes: 0 nothing is wrong, though there may be warnings; 1 something is wrong.");
     if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;
-    const auto examination = doctor::examine(options.timeout);
+    const QuietLog quiet;
+    const auto examination = doctor::examine(options.timeoutOr(answerTimeout));
     const int exitCode = print(examination.diagnosis, options);
     // A check that still runs uses objects that a normal exit would destroy.
     if (examination.stuck) std::_Exit(exitCode);

@@ -1,5 +1,7 @@
 #include "failure.h"
 
+#include "process-state.h"
+
 #include <host/printable.h>
 #include <host/result.h>
 
@@ -22,6 +24,20 @@ int exitCodeOf(int status) {
     }
 }
 
+Failure failureOf(host::ShellError::Kind kind) {
+    switch (kind) {
+        case host::ShellError::Kind::NotAvailable:
+            return {exitNotAvailable, -ENOTCONN};
+        case host::ShellError::Kind::Refused:
+            return {exitRefused, -EACCES};
+        case host::ShellError::Kind::TimedOut:
+            return {exitTimedOut, -ETIMEDOUT};
+        case host::ShellError::Kind::BadData:
+            break;
+    }
+    return {exitBadData, -EBADMSG};
+}
+
 // A command explains its failure in its output, the shell in the reply's error.
 std::string explanationOf(const host::ShellReply& reply) {
     auto text = withoutFinalLineFeed(reply.output);
@@ -40,20 +56,6 @@ std::string toText(const nlohmann::json& json) {
     return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-Failure failureOf(host::ShellError::Kind kind) {
-    switch (kind) {
-        case host::ShellError::Kind::NotAvailable:
-            return {exitNotAvailable, -ENOTCONN};
-        case host::ShellError::Kind::Refused:
-            return {exitRefused, -EACCES};
-        case host::ShellError::Kind::TimedOut:
-            return {exitTimedOut, -ETIMEDOUT};
-        case host::ShellError::Kind::BadData:
-            break;
-    }
-    return {exitBadData, -EBADMSG};
-}
-
 CommandFailure::CommandFailure(const host::ShellReply& reply)
     : std::runtime_error(explanationOf(reply)), failure_{exitCodeOf(reply.status), reply.status} {}
 
@@ -68,6 +70,17 @@ int report(std::ostream& errors, bool json, Failure failure, const std::string& 
     else
         errors << "tvctl: " << host::printable(text, "\n") << '\n';
     return failure.exitCode;
+}
+
+int report(std::ostream& errors, bool json, const host::ShellError& error) {
+    return report(errors, json, failureOf(error.kind()), textOf(error));
+}
+
+std::string textOf(const host::ShellError& error) {
+    std::string text = error.what();
+    if (error.kind() != host::ShellError::Kind::TimedOut || error.process() == 0) return text;
+    const Silence silence = silenceOf(error.process());
+    return text + "; " + silence.what + ": " + silence.remedy;
 }
 
 } // namespace tvctl

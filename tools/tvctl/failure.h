@@ -21,8 +21,6 @@ struct Failure {
     int status; // the negative result with the same meaning
 };
 
-Failure failureOf(host::ShellError::Kind kind);
-
 // A reply with a negative status; what() is the process's explanation.
 class CommandFailure : public std::runtime_error {
 public:
@@ -38,5 +36,8 @@ int finish(std::ostream& output, std::ostream& errors, bool json);
 
 // Reports a failure on errors, as JSON if requested. Returns the exit code.
 int report(std::ostream& errors, bool json, Failure failure, const std::string& text);
+int report(std::ostream& errors, bool json, const host::ShellError& error);
+// The text of the error and, for a process that did not answer, what is known of it.
+std::string textOf(const host::ShellError& error);
 
 } // namespace tvctl

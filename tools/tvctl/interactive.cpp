@@ -134,26 +134,30 @@ private:
 // Runs a command of tvctl itself or of the process.
 int runLine(const Options& given, const std::string& line) {
     Options options = given;
-    const Verb* verb = nullptr;
+    options.inShell = true;
+    options.targetGiven = false; // in this line
+    const auto wrong = [&options](const std::string& why) {
+        return report(std::cerr, options.json, {exitUsage, -EINVAL}, why);
+    };
     std::vector<std::string> words;
+    bool isVerbs = false; // or a process's, which may take the rest of a line as it is
     try {
         const auto first = host::wordsOf(line, 1);
-        verb = first.empty() ? nullptr : findVerb(first[0]);
+        isVerbs = !first.empty() && (findVerb(first[0]) || first[0].starts_with('-'));
         words = host::wordsOf(line, line.size());
     } catch (const std::invalid_argument& error) {
-        if (verb) return report(std::cerr, options.json, {exitUsage, -EINVAL}, error.what());
-        return Session(options).run(line); // the process may take the rest of a line as it is
+        return isVerbs ? wrong(error.what()) : Session(options).run(line);
     }
-    std::vector<std::string> arguments{std::next(words.begin()), words.end()};
-    if (!verb) {
-        if (const auto exitCode = takeOptions(arguments, options)) return *exitCode;
-        if (arguments.size() + 1 == words.size()) return Session(options).run(line);
-        arguments.insert(arguments.begin(), words[0]);
-        return Session(options).run(arguments);
+    const std::size_t typed = words.size();
+    if (words[0].starts_with('-') || !isVerbs)
+        if (const auto exitCode = takeOptions(words, options)) return *exitCode;
+    if (words.empty()) return wrong("a command is missing");
+    if (words[0].starts_with('-')) return wrong("unknown option: " + words[0]);
+    if (const Verb* verb = findVerb(words[0])) {
+        if (verb->run == runShell) return wrong("this is a shell already; \"exit\" ends it");
+        return run(*verb, options, {std::next(words.begin()), words.end()});
     }
-    if (verb->run == runShell)
-        return report(std::cerr, options.json, {exitUsage, -EINVAL}, "this is a shell already; \"exit\" ends it");
-    return verb->run(options, arguments);
+    return words.size() == typed ? Session(options).run(line) : Session(options).run(words);
 }
 
 // Runs each line that read returns, until the input's end, "exit", or a line for which run returns false.

@@ -68,7 +68,7 @@ int main(int argc, char** argv) {
     } catch (const host::ConfigurationError& error) {
         return tvctl::report(std::cerr, options.json, {tvctl::exitBadData, -EBADMSG}, error.what());
     }
-    if (verb) return verb->run(options, {std::next(words.begin()), words.end()});
+    if (verb) return tvctl::run(*verb, options, {std::next(words.begin()), words.end()});
     std::vector<std::string> arguments{std::next(words.begin()), words.end()};
     if (const auto exitCode = tvctl::takeOptions(arguments, options)) return *exitCode;
     arguments.insert(arguments.begin(), words[0]);

@@ -1,13 +1,15 @@
 #include "options.h"
 
+#include "failure.h"
 #include "system-receiver.h"
 
 #include <host/printable.h>
 
 #include <CLI/CLI.hpp>
-#include <exception>
+#include <cerrno>
 #include <iostream>
 #include <iterator>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -26,33 +28,41 @@ std::string checkProcess(const std::string& name) {
     return !name.empty() && name.find('/') == std::string::npos ? "" : "'" + name + "' is not the name of a process";
 }
 
+void useSystem(const Options& options) {
+    const auto fail = [&](Failure failure, const std::string& why) {
+        throw CLI::RuntimeError(report(std::cerr, options.json, failure, "--system: " + why));
+    };
+    if (options.inShell)
+        fail({exitUsage, -EINVAL}, "the shell stays with one receiver; begin it with: tvctl --system shell");
+    try {
+        useSystemReceiver();
+    } catch (const std::system_error& error) {
+        fail({exitRefused, -EACCES}, error.what());
+    } catch (const std::runtime_error& error) {
+        fail({exitNotAvailable, -ENOTCONN}, error.what());
+    }
+}
+
 } // namespace
 
 void addOptions(CLI::App& app, Options& options, const char* shownTimeout) {
-    app.add_option("--target", options.target, "The process to send the command to")
-        ->capture_default_str()
+    app.add_option_function<std::string>(
+           "--target",
+           [&options](const std::string& name) {
+               options.target = name;
+               options.targetGiven = true;
+           },
+           "The process to send the command to")
+        ->default_str(options.target)
         ->check(checkProcess);
+    app.add_flag("--json", options.json, "Print the outcome as JSON"); // before the options whose errors it formats
     app.add_flag_callback(
-        "--system",
-        [] {
-            try {
-                useSystemReceiver();
-            } catch (const std::system_error& error) {
-                std::cerr << "tvctl: --system: " << error.what() << '\n';
-                throw CLI::RuntimeError(exitRefused);
-            } catch (const std::exception& error) {
-                std::cerr << "tvctl: --system: " << error.what() << '\n';
-                throw CLI::RuntimeError(exitNotAvailable);
-            }
-        },
-        "Use the receiver that systemd runs for the whole machine");
-    app.add_flag("--json", options.json, "Print the outcome as JSON");
+        "--system", [&options] { useSystem(options); }, "Use the receiver that systemd runs for the whole machine");
     app.add_flag("--quiet", options.quiet, "Print errors only");
     app.add_option_function<double>(
            "--timeout",
            [&options](double seconds) {
                options.timeout = std::chrono::milliseconds(static_cast<long>(seconds * 1000));
-               options.timeoutGiven = true;
            },
            "Seconds to wait for an answer")
         ->default_str(shownTimeout)

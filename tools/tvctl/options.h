@@ -28,15 +28,24 @@ enum ExitCode {
 
 struct Options {
     std::string target = "frame-host";
+    bool targetGiven = false; // --target
+    bool inShell = false;     // tvctl shell runs the command
     bool json = false;
     bool quiet = false;
-    std::chrono::milliseconds timeout = std::chrono::seconds(10);
-    bool timeoutGiven = false;
+    std::optional<std::chrono::milliseconds> timeout; // --timeout
+
+    std::chrono::milliseconds timeoutOr(std::chrono::milliseconds otherwise) const {
+        return timeout.value_or(otherwise);
+    }
 };
+
+// How long to wait for an answer without --timeout. A process answers within milliseconds, or hangs. What makes it do
+// something waits for longer: the command may still be carried out after the waiting.
+inline constexpr std::chrono::milliseconds answerTimeout{800}, actionTimeout{10'000};
 
 // Adds the shared options to app, which stores their values in options. Both must outlive the parsing.
 // shownTimeout: what the help says of the time that passes without --timeout.
-void addOptions(CLI::App& app, Options& options, const char* shownTimeout = "10");
+void addOptions(CLI::App& app, Options& options, const char* shownTimeout = "0.8");
 inline constexpr const char* noTimeout = "no limit";
 
 // Prints what the parser has to say: its help, or what is wrong. Returns the exit code of tvctl.

@@ -54,8 +54,8 @@ std::string linesOf(const Json& request) {
 Json waitForOutcome(host::ShellClient& client, const std::string& id, const Options& options) {
     const auto begin = Clock::now();
     for (auto pause = firstPause;; pause = std::min(2 * pause, longestPause)) {
-        Json request = ask(client, {"request", id}, options.timeout).at(0);
-        const bool timedOut = options.timeoutGiven && Clock::now() - begin >= options.timeout;
+        Json request = ask(client, {"request", id}, options.timeoutOr(actionTimeout)).at(0);
+        const bool timedOut = options.timeout && Clock::now() - begin >= *options.timeout;
         if (!isPending(request) || timedOut) return request;
         std::this_thread::sleep_for(pause);
     }
@@ -85,7 +85,7 @@ int run(const Arguments& arguments) {
     try {
         host::ShellClient client;
         client.connect(host::shellEndpointOf(options.target));
-        const Json queued = ask(client, arguments.words, options.timeout);
+        const Json queued = ask(client, arguments.words, options.timeoutOr(actionTimeout));
         // Another application's command "play" may not name its request.
         if (!arguments.wait || !queued.contains("request")) {
             if (options.json)
@@ -101,7 +101,7 @@ int run(const Arguments& arguments) {
     } catch (const CommandFailure& failure) {
         return report(std::cerr, options.json, failure.failure(), failure.what());
     } catch (const host::ShellError& error) {
-        return report(std::cerr, options.json, failureOf(error.kind()), error.what());
+        return report(std::cerr, options.json, error);
     } catch (const Json::exception& error) {
         return report(std::cerr, options.json, {exitBadData, -EBADMSG},
                       std::string("the answer is malformed: ") + error.what());

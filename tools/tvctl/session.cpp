@@ -17,7 +17,7 @@ int Session::run(const std::string& line) { return runAndReport(line); }
 
 template <class Command> host::ShellReply Session::ask(const Command& command, bool json) {
     if (!client_.isConnected()) client_.connect(host::shellEndpointOf(options_.target));
-    return client_.run(command, json, options_.timeout);
+    return client_.run(command, json, options_.timeoutOr(answerTimeout));
 }
 
 template <class Command> int Session::runAndReport(const Command& command) {
@@ -26,7 +26,7 @@ template <class Command> int Session::runAndReport(const Command& command) {
     } catch (const CommandFailure& failure) {
         return report(std::cerr, options_.json, failure.failure(), failure.what());
     } catch (const host::ShellError& error) {
-        return report(std::cerr, options_.json, failureOf(error.kind()), error.what());
+        return report(std::cerr, options_.json, error);
     } catch (const std::exception& error) {
         return report(std::cerr, options_.json, {exitNotAvailable, -ENOTCONN}, error.what());
     }

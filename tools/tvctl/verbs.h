@@ -16,9 +16,13 @@ struct Verb {
     const char* help; // for people, one line
     int (*run)(const Options& options, const std::vector<std::string>& arguments);
     bool configured = true; // whether it needs a valid configuration
+    bool targeted = true;   // whether it uses the process that --target names
 };
 
 const std::vector<Verb>& verbs();
 const Verb* findVerb(std::string_view name); // null when there is none
+
+// Runs a verb. Returns the exit code.
+int run(const Verb& verb, const Options& options, const std::vector<std::string>& arguments);
 
 } // namespace tvctl

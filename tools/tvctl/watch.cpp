@@ -22,6 +22,7 @@ using Clock = std::chrono::steady_clock;
 using Json = nlohmann::ordered_json;
 
 constexpr std::chrono::milliseconds pollInterval{100};
+constexpr std::chrono::milliseconds longestSilence{10'000}; // of a receiver that has answered before
 
 // Fetches the receiver's notifications through its shell: each poll returns those since the previous one.
 class Feed {
@@ -107,20 +108,19 @@ struct TimedOut {};
 class Deadline {
 public:
     explicit Deadline(const Options& options)
-        : answer_(options.timeout),
-          end_(options.timeoutGiven ? std::optional(Clock::now() + options.timeout) : std::nullopt) {}
+        : end_(options.timeout ? std::optional(Clock::now() + *options.timeout) : std::nullopt) {}
 
-    // The time limit of the next answer. Throws TimedOut when there is no time left.
-    std::chrono::milliseconds left() const {
-        if (!end_) return answer_;
+    // The time limit of the next answer, at most `otherwise` if the run has none. Throws TimedOut when there is no time
+    // left.
+    std::chrono::milliseconds left(std::chrono::milliseconds otherwise) const {
+        if (!end_) return otherwise;
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(*end_ - Clock::now());
         if (left.count() <= 0) throw TimedOut{};
         return left;
     }
-    void pause() const { std::this_thread::sleep_for(std::min(pollInterval, left())); }
+    void pause() const { std::this_thread::sleep_for(std::min(pollInterval, left(pollInterval))); }
 
 private:
-    std::chrono::milliseconds answer_;
     std::optional<Clock::time_point> end_;
 };
 
@@ -129,9 +129,9 @@ int follow(const WatchOptions& options, std::ostream& out, std::ostream& errors,
     const auto& receiver = options.receiver;
     const Deadline deadline(receiver);
     Feed feed(receiver);
-    feed.start(deadline.left());
+    feed.start(deadline.left(answerTimeout));
     for (;;) {
-        const auto received = feed.poll(deadline.left());
+        const auto received = feed.poll(deadline.left(longestSilence));
         if (const auto missed = feed.takeMissed(); missed > 0)
             errors << "tvctl: the receiver had already dropped " << missed << " notifications\n";
         for (const auto& notification : received) {
@@ -164,9 +164,9 @@ int watch(const WatchOptions& options, std::ostream& out, std::ostream& errors) 
     } catch (const CommandFailure& failure) {
         return report(errors, json, failure.failure(), failure.what());
     } catch (const host::ShellError& error) {
-        if (options.receiver.timeoutGiven && error.kind() == host::ShellError::Kind::TimedOut)
-            return timedOut(std::string("; ") + error.what());
-        return report(errors, json, failureOf(error.kind()), error.what());
+        if (options.receiver.timeout && error.kind() == host::ShellError::Kind::TimedOut)
+            return timedOut("; " + textOf(error));
+        return report(errors, json, error);
     } catch (const Json::exception& error) {
         return report(errors, json, {exitBadData, -EBADMSG},
                       std::string("the list of notifications is malformed: ") + error.what());

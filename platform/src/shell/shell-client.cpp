@@ -113,12 +113,14 @@ void ShellClient::connect(const std::string& path) {
         throw ShellError(made == -EACCES || made == -EPERM ? Kind::Refused : Kind::NotAvailable,
                          "cannot connect to the shell at " + path + ": " + textOf(-made));
     // Checked whatever the modes of the socket and its folder are.
-    if (io::peerOf(made).uid != geteuid()) {
+    const auto peer = io::peerOf(made);
+    if (peer.uid != geteuid()) {
         close(made);
         throw ShellError(Kind::Refused, "the shell at " + path + " belongs to another user");
     }
     socket_ = made;
     path_ = path;
+    process_ = peer.pid;
 }
 
 ShellReply ShellClient::run(const std::string& line, bool json, std::chrono::milliseconds timeout) {
@@ -138,7 +140,7 @@ ShellReply ShellClient::exchange(const std::string& request, std::chrono::millis
     } catch (const ShellError& error) {
         // A later answer would be taken for that of the next command.
         disconnect();
-        throw ShellError(error.kind(), path_ + ": " + error.what());
+        throw ShellError(error.kind(), path_ + ": " + error.what(), process_);
     }
 }
 

@@ -1,4 +1,4 @@
-// Runs all checks in order. A check that hangs does not block the others.
+// Runs all checks. A check that hangs does not block the others.
 #pragma once
 
 #include "diagnosis.h"
@@ -18,7 +18,8 @@ struct Examination {
 bool run(Examination& examination, const std::string& subject, std::function<Diagnosis()> check,
          std::chrono::milliseconds timeout);
 
-// timeout: for each answer that a check waits for. extra: for the rest of a check's work.
+// Runs the checks at the same time, and has their findings in a fixed order. timeout: for each answer that a check
+// waits for. extra: for the rest of a check's work.
 Examination examine(std::chrono::milliseconds timeout, std::chrono::milliseconds extra = std::chrono::seconds(5));
 
 } // namespace tvctl::doctor

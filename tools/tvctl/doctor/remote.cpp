@@ -77,7 +77,7 @@ void checkUse(Diagnosis& diagnosis, const Service& service, const std::string& e
         return diagnosis.warn(service.name, endpoint + " was not tried: this machine has no valid keys",
                               "fix keys.file first");
     if (const auto failure = tryToConnect(service, timeout))
-        diagnosis.wrong(service.name, *failure, "compare keys, addresses and versions on both machines");
+        diagnosis.wrong(service.name, failure->reason, "compare keys, addresses and versions on both machines");
     else
         diagnosis.ok(service.name,
                      endpoint + " has the right key and the same messages, and accepts this machine's key");

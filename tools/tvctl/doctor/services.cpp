@@ -1,11 +1,11 @@
 #include "attempt.h"
 #include "files.h"
+#include "process-state.h"
 
 #include <frame/abstract-marshalling-impl.h>
 #include <host/configuration.h>
 #include <host/endpoint.h>
 #include <host/environment.h>
-#include <host/log-capture.h>
 #include <host/message-queue.h>
 #include <mmservice/messages.h>
 #include <tvservice/messages.h>
@@ -53,8 +53,12 @@ void checkLocalService(Diagnosis& diagnosis, const Service& service, const std::
         return diagnosis.warn(service.name, "not running: nobody serves " + path, "start it");
     if (!checkSocket(diagnosis, service.name, path, state)) return;
     const std::string process = "process " + std::to_string(state.process);
-    if (const auto failure = tryToConnect(service, timeout))
-        diagnosis.wrong(service.name, process + " rejected this program as a client: " + *failure,
+    const auto failure = tryToConnect(service, timeout);
+    if (failure && failure->isSilent) {
+        const Silence silence = silenceOf(state.process);
+        diagnosis.wrong(service.name, silence.what + "; " + failure->reason, silence.remedy);
+    } else if (failure)
+        diagnosis.wrong(service.name, process + " rejected this program as a client: " + failure->reason,
                         "run service and framework of the same version");
     else
         diagnosis.ok(service.name, process + " serves " + path + " and has the same messages");
@@ -75,8 +79,7 @@ std::vector<Service> services() {
     return {{tvservice::serviceName, tvservice::messageSet()}, {mmservice::serviceName, mmservice::messageSet()}};
 }
 
-std::optional<std::string> tryToConnect(const Service& service, std::chrono::milliseconds timeout) {
-    const host::LogCapture quiet; // the result has what the queue would log
+std::optional<ConnectFailure> tryToConnect(const Service& service, std::chrono::milliseconds timeout) {
     FirstAttempt attempt;
     try {
         host::MessageQueue queue;
@@ -84,11 +87,11 @@ std::optional<std::string> tryToConnect(const Service& service, std::chrono::mil
         queue.open(channel);
         queue.start();
         const auto connected = attempt.wait(timeout);
-        if (!connected) return "no answer within " + std::to_string(timeout.count()) + " ms";
+        if (!connected) return ConnectFailure{true, "no answer within " + std::to_string(timeout.count()) + " ms"};
         if (*connected) return std::nullopt;
-        return channel.failure();
+        return ConnectFailure{false, channel.failure()};
     } catch (const std::exception& error) {
-        return error.what();
+        return ConnectFailure{false, error.what()};
     }
 }
 

@@ -1,5 +1,6 @@
 #include "checks.h"
 #include "files.h"
+#include "process-state.h"
 
 #include <host/shell-client.h>
 
@@ -117,8 +118,8 @@ Diagnosis checkShell(const std::string& socket, std::chrono::milliseconds timeou
             checkReceiver(diagnosis, process, reply.output, client, timeout);
         }
     } catch (const std::exception& error) {
-        diagnosis.wrong(process, std::string("does not answer in its shell: ") + error.what(),
-                        "see what process " + std::to_string(state.process) + " is doing, and restart it");
+        const Silence silence = silenceOf(state.process);
+        diagnosis.wrong(process, silence.what + " in its shell: " + error.what(), silence.remedy);
     }
     return diagnosis;
 }

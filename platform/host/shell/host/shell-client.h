@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <stdexcept>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace host {
@@ -18,11 +19,15 @@ public:
         TimedOut,
         BadData, // the answer is malformed
     };
-    ShellError(Kind kind, const std::string& text) : std::runtime_error(text), kind_(kind) {}
+    ShellError(Kind kind, const std::string& text, pid_t process = 0)
+        : std::runtime_error(text), kind_(kind), process_(process) {}
     Kind kind() const { return kind_; }
+    // The process that serves the shell; 0 when it is not known.
+    pid_t process() const { return process_; }
 
 private:
     Kind kind_;
+    pid_t process_;
 };
 
 struct ShellReply {
@@ -56,6 +61,7 @@ private:
 
     int socket_ = -1;
     std::string path_;
+    pid_t process_ = 0;
 };
 
 // The first words of a command line, at most so many, split as a shell splits them: by blanks, with double quotes and
