@@ -86,7 +86,7 @@ class Player:
         # The client may be notified slightly after the log line.
         wait_until(
             lambda: self.answers({request}) == [(request, terminal, 0, uri)],
-            f"one answer with result 0 to request {request} for {uri}; the answers are {self.answers({request})}",
+            lambda: f"one answer with result 0 to request {request} for {uri}; there are {self.answers({request})}",
             2,
         )
 

@@ -606,7 +606,9 @@ def growth(stage, before):
         }
 
     stage.settle()
-    wait_until(lambda: all(each[0] <= 0 and each[1] <= 0 for each in grown().values()), f"no growth; {grown()}", 10)
+    wait_until(
+        lambda: all(each[0] <= 0 and each[1] <= 0 for each in grown().values()), lambda: f"no growth; {grown()}", 10
+    )
     for name, (descriptors, threads, kibibytes) in grown().items():
         stage.judge(f"growth of descriptors, {name}", max(descriptors, 0), "descriptors", 0, 0)
         stage.judge(f"growth of threads, {name}", max(threads, 0), "threads", 0, 0)
