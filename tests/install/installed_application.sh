@@ -317,7 +317,7 @@ HasAManualPageForEachOptionAndSetting() {
     command -v man >/dev/null || skip "man is not installed"
     install_to "$prefix"
     export LC_ALL=C.UTF-8 MANWIDTH=200
-    for page in man1/{frame-host,tvserviced,mmserviced,tvctl}.1 man5/tvservice-adapter.5; do
+    for page in man1/{frame-host,tvserviced,mmserviced,tvctl}.1 man5/tvservice-adapter{,-run-log}.5; do
         man --warnings -l "$prefix/share/man/$page" >"$folder/${page##*/}" 2>"$folder/warnings.log"
         [[ ! -s $folder/warnings.log ]] || fail "$page causes warnings"
     done
@@ -327,6 +327,7 @@ HasAManualPageForEachOptionAndSetting() {
     options_of "$prefix/bin/tvctl" watch | has_all tvctl.1
     TVSA_CONFIG=/dev/null "$prefix/bin/tvctl" config | sed -nE 's/^([a-z_]+\.[a-z_]+) .*/\1/p' |
         has_all tvservice-adapter.5
+    printf '%s\n' logCode logTime errorCode logKind eventId logText | has_all tvservice-adapter-run-log.5
 }
 # Checks that a page shows all lines of the input.
 has_all() { # PAGE

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Writes the manual pages: pages.py FOLDER NAME VERSION CONFIGURATION PROGRAM...
+"""Writes the manual pages: pages.py FOLDER SOURCE PAGE=DOCUMENT... PROGRAM...
 
-PROGRAM.1 of each program from its --help and from that of its commands, and NAME.5 from the document CONFIGURATION.
+PROGRAM.1 of each program from its --help and from that of its commands, and PAGE.5 from each document. SOURCE is what
+the pages name as the package and version that they belong to.
 """
 
 import pathlib
@@ -57,9 +58,9 @@ def program_page(program, version, others):
     return pieces + notes(described.notes) + see_also(others)
 
 
-def configuration_page(document, name, version, others):
+def document_page(document, name, version, others):
     title, pieces = roff.document(document.read_text(encoding="utf-8"))
-    header = roff.header(name, 5, version, roff.escape(f"{title.lower()} of a receiver's programs"))
+    header = roff.header(name, 5, version, roff.escape(f"{title[0].lower() + title[1:]} of a receiver's programs"))
     return header + [".SH DESCRIPTION"] + pieces + see_also(others)
 
 
@@ -68,18 +69,18 @@ def see_also(pages):
 
 
 def main():
-    folder, name, version, document, *programs = sys.argv[1:]
-    sections = {**{pathlib.Path(program).name: 1 for program in programs}, name: 5}
+    folder, source, *subjects = sys.argv[1:]
+    documents = dict(subject.split("=", 1) for subject in subjects if "=" in subject)
+    programs = {pathlib.Path(subject).name: subject for subject in subjects if "=" not in subject}
+    sections = {**dict.fromkeys(programs, 1), **dict.fromkeys(documents, 5)}
     folder = pathlib.Path(folder)
     folder.mkdir(parents=True, exist_ok=True)
     for page, section in sections.items():
         others = [other for other in sections.items() if other[0] != page]
-        program = next((program for program in programs if pathlib.Path(program).name == page), None)
-        source = f"{name} {version}"
-        if program:
-            pieces = program_page(program, source, others)
+        if page in programs:
+            pieces = program_page(programs[page], source, others)
         else:
-            pieces = configuration_page(pathlib.Path(document), page, source, others)
+            pieces = document_page(pathlib.Path(documents[page]), page, source, others)
         (folder / f"{page}.{section}").write_text("\n".join(pieces) + "\n", encoding="utf-8")
 
 
