@@ -225,7 +225,7 @@ private:
     std::shared_ptr<Reader> reader_;
     std::string sent_, answered_;
     std::string_view unsent_, unanswered_; // refused when last tried
-    bool spoiled_ = false; // what is sent need not arrive
+    bool spoiled_ = false;                 // what is sent need not arrive
     bool over_ = false;
 };
 
