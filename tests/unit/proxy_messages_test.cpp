@@ -73,6 +73,7 @@ TEST_F(EverySender, LogsThatItWasCalled) {
         send<Message>();
         EXPECT_THAT(textsOf(log), ElementsAre(std::string("app-tvservice-proxy-main.cpp:") +
                                               support::Method<Message>::name + "(): Called."));
+        EXPECT_EQ(log.lines().at(0).levelWord, genrpc::TvProxyLog << 16 | vdlDebugTrace);
     });
 }
 

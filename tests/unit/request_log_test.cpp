@@ -115,6 +115,23 @@ TEST_F(Requests, TellWhatTheyWaitFor) {
     EXPECT_EQ(request.steps[1].begin, 19ms);
 }
 
+TEST_F(Requests, ShowTheirStepsWhileTheyHaveNoAnswerOrWhenItTookASecond) {
+    const auto id = begin("http://a/b");
+    log.look({bundle(id, "ResOperation::WaitingStop", "ResResponse::ResponseBOTH", 3ms)}, simulatedNow + 10ms);
+    log.look({bundle(id, "ResOperation::WaitingStart", "ResResponse::ResponseMM", 1ms)}, simulatedNow + 20ms);
+    const auto steps =
+        ElementsAre("stop after 7.0 ms: awaited TV service and MM service", "start after 19 ms: awaited MM service");
+    EXPECT_THAT(stepLinesOf(log.find(id).value()), steps);
+    simulatedNow += 1s;
+    answer(id, 0, "http://a/b");
+    EXPECT_THAT(stepLinesOf(log.find(id).value()), steps);
+    const auto quick = begin("http://a/b");
+    log.look({bundle(quick, "ResOperation::WaitingStart", "ResResponse::ResponseMM", 1ms)}, simulatedNow + 20ms);
+    simulatedNow += 999ms;
+    answer(quick, 0, "http://a/b");
+    EXPECT_THAT(stepLinesOf(log.find(quick).value()), testing::IsEmpty());
+}
+
 TEST_F(Requests, WaitBehindTheFirstOneWithoutAStep) {
     const auto first = begin("dvb://1"), second = begin("dvb://2");
     log.look({bundle(first, "ResOperation::WaitingStart", "ResResponse::ResponseTV", 0ms),

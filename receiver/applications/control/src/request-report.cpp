@@ -4,6 +4,7 @@
 
 #include <tvservice/results.h>
 
+#include <chrono>
 #include <cstdio>
 
 namespace control {
@@ -12,6 +13,7 @@ namespace {
 using genrpc::Json;
 using State = RecordedRequest::State;
 namespace result = tvservice::result;
+using namespace std::chrono_literals;
 
 double inMilliseconds(std::chrono::microseconds time) { return static_cast<double>(time.count()) / 1000; }
 
@@ -82,6 +84,7 @@ std::vector<std::string> linesOf(const RecordedRequest& request) {
 
 std::vector<std::string> stepLinesOf(const RecordedRequest& request) {
     std::vector<std::string> lines;
+    if (request.state == State::answered && request.duration.value_or(0us) < 1s) return lines;
     for (const auto& [name, awaited, begin] : request.steps)
         lines.push_back(name + " after " + textOf(begin) + ": awaited " + awaited);
     return lines;

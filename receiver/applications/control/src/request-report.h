@@ -12,7 +12,7 @@ namespace control {
 
 // What became of a request, or what it waits for: a line for each terminal, or one for all that wait or were given up.
 std::vector<std::string> linesOf(const RecordedRequest& request);
-// A line for each step that took long enough to be seen: who was awaited, and from when on.
+// Of a request that took a second or has no answer, a line for each step: who was awaited, and from when on.
 std::vector<std::string> stepLinesOf(const RecordedRequest& request);
 
 // With those lines, for tools that show them.
