@@ -166,7 +166,7 @@ void channels(Input input) {
             problem = error.what();
         }
         // The library's own: each part of a key is a table, with the place in the text that it is from; and the text of
-        // an error takes up to 1250 steps, however short the input is.
+        // an error takes up to 1300 steps, however short the input is.
         constexpr std::uint64_t stepsOfAnError = 1300;
         measure.check("reading a channel list", text.size(), 136 * text.size(), 300,
                       problem.empty() ? 0 : stepsOfAnError);

@@ -534,6 +534,7 @@ def reconnects(stage, rounds):
 
 
 def restart_beside_junk(stage, rounds, when, kept):
+    """Restarts the receiver beside junk; kept: the most memory in KiB that a service may keep afterwards."""
     watch = Watch(stage)
     clients, succeeded, slowest = [], 0, 0.0
 

@@ -126,16 +126,15 @@ INSTANTIATE_TEST_SUITE_P(WarnsOfLogModules, AProcessOfAReceiver,
 
 TEST_P(AProcessOfAReceiver, ThatNoneOfItsProcessesHas) {
     EXPECT_THAT(
-        reportsWith("warning,nosuch=off"),
+        reportsWith("off,nosuch=info"),
         testing::ContainsRegex(std::string("^") + GetParam() +
                                ": warning: log levels: no module of this process has the name nosuch; it has .*io"));
 }
 
 TEST_P(AProcessOfAReceiver, ButNotOfThoseOfOtherProcesses) {
-    EXPECT_EQ(
-        reportsWith("warning,adapter=off,resource-manager=off,registrar=off,tv-proxy=off,mm-proxy=off,service=off,"
-                    "control=off,frame=off,io=off,vdl=off,runlog=off,shell=off"),
-        "");
+    EXPECT_EQ(reportsWith("off,adapter=off,resource-manager=off,registrar=off,tv-proxy=off,mm-proxy=off,service=off,"
+                          "control=off,frame=off,io=off,vdl=off,runlog=off,shell=off"),
+              "");
 }
 
 } // namespace

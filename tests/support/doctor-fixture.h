@@ -44,10 +44,11 @@ protected:
         configure("");
     }
 
-    // listenAt returns a listening socket; leaveSocketAt leaves only the socket's file.
-    static int listenAt(const std::string& path) {
+    // listenAt returns a listening socket, where that many clients and one may wait; leaveSocketAt leaves only the
+    // socket's file.
+    static int listenAt(const std::string& path, int waiting = 8) {
         const int listener = bindAt(path);
-        EXPECT_EQ(0, ::listen(listener, 8));
+        EXPECT_EQ(0, ::listen(listener, waiting));
         return listener;
     }
     static void leaveSocketAt(const std::string& path) { ::close(bindAt(path)); }

@@ -1,6 +1,7 @@
 // What tvctl doctor finds in folders, files and limits, and about the services there.
 #include "runlog/run-log-store.h"
 #include "shell/shell-server.h"
+#include "sockets/local-socket.h"
 #include "sockets/socket-lock.h"
 #include "support/doctor-fixture.h"
 
@@ -77,6 +78,14 @@ TEST_F(DoctorOfServices, FindsASilentService) {
                 finds(Severity::wrong, "tvservice",
                       "process " + std::to_string(getpid()) + " does not answer; no answer within 50 ms"));
     ::close(silent);
+}
+
+TEST_F(DoctorOfServices, FindsAServiceThatIsTooBusyToAccept) {
+    const int busy = listenAt(socketOf(tv), 0);
+    const int waiting = host::io::connectTo(socketOf(tv));
+    EXPECT_THAT(checkService(tv, 50ms), finds(Severity::wrong, "tvservice", "its process does not answer; "));
+    ::close(waiting);
+    ::close(busy);
 }
 
 TEST_F(DoctorOfServices, FindsAStaleSocket) {
@@ -226,6 +235,15 @@ TEST_F(DoctorOfShells, FindsAShellThatDoesNotAnswer) {
     EXPECT_THAT(checkShell(socket, 50ms), finds(Severity::wrong, "frame-host", "timed out"));
     ::close(silent);
     EXPECT_THAT(checkShell(socket, timeout), finds(Severity::wrong, "frame-host", "is stale"));
+}
+
+TEST_F(DoctorOfShells, FindsAShellThatIsTooBusyToAccept) {
+    const int busy = listenAt(socket, 0);
+    const int waiting = host::io::connectTo(socket);
+    EXPECT_THAT(checkShell(socket, 50ms),
+                finds(Severity::wrong, "frame-host", "its process does not answer in its shell"));
+    ::close(waiting);
+    ::close(busy);
 }
 
 TEST_F(DoctorOfShells, AcceptsAShellWhoseClientsAreIdle) {

@@ -6,10 +6,8 @@
 
 namespace tvctl {
 
-// Whether a process has been stopped, by SIGSTOP, a terminal or a debugger; false when it cannot be told.
-bool isStopped(pid_t process);
-
-// What is known of a process that does not answer, and what to do about it.
+// What is known of a process that does not answer, and what to do about it. 0 stands for one whose number is unknown
+// because it is too busy to accept a connection.
 struct Silence {
     std::string what;   // "process 4711 is stopped"
     std::string remedy; // "continue it with: kill -CONT 4711"

@@ -22,7 +22,6 @@ using Clock = std::chrono::steady_clock;
 using Json = nlohmann::ordered_json;
 
 constexpr std::chrono::milliseconds pollInterval{100};
-constexpr std::chrono::milliseconds longestSilence{10'000}; // of a receiver that has answered before
 
 // Fetches the receiver's notifications through its shell: each poll returns those since the previous one.
 class Feed {
@@ -131,7 +130,7 @@ int follow(const WatchOptions& options, std::ostream& out, std::ostream& errors,
     Feed feed(receiver);
     feed.start(deadline.left(answerTimeout));
     for (;;) {
-        const auto received = feed.poll(deadline.left(longestSilence));
+        const auto received = feed.poll(deadline.left(actionTimeout));
         if (const auto missed = feed.takeMissed(); missed > 0)
             errors << "tvctl: the receiver had already dropped " << missed << " notifications\n";
         for (const auto& notification : received) {

@@ -54,7 +54,7 @@ void checkLocalService(Diagnosis& diagnosis, const Service& service, const std::
     if (!checkSocket(diagnosis, service.name, path, state)) return;
     const std::string process = "process " + std::to_string(state.process);
     const auto failure = tryToConnect(service, timeout);
-    if (failure && failure->isSilent) {
+    if (failure && (failure->isSilent || state.process == 0)) {
         const Silence silence = silenceOf(state.process);
         diagnosis.wrong(service.name, silence.what + "; " + failure->reason, silence.remedy);
     } else if (failure)
