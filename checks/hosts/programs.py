@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import time
@@ -66,12 +67,14 @@ class Log:
 class Program:
     """A running program of the receiver. It is killed when this process ends."""
 
-    def __init__(self, machine, name, arguments=(), environment=None):
+    def __init__(self, machine, name, arguments=(), count_heap=False):
         self.name = name
         self.shell = tvservice.Shell(name, folder=str(machine.folder / "run"), timeout=TIMEOUT)
         self.log = Log(machine.folder / f"{name}.{len(machine.programs)}.log")
         command = [*machine.prefix, machine.binaries / name, *arguments]
-        self.process = start_program(command, self.log.path, machine.environment(environment))
+        self.heap_file = f"{self.log.path}.heap"
+        heap = {"LD_PRELOAD": str(machine.libraries / "libcheck-hosts-allocated.so"), "ALLOCATED_FILE": self.heap_file}
+        self.process = start_program(command, self.log.path, machine.environment(heap if count_heap else None))
         machine.programs.append(self)
 
     def wait_for_shell(self, last_command):
@@ -99,6 +102,14 @@ class Program:
         path = pathlib.Path("/proc") / str(self.process.pid)
         kibibytes = int(re.search(r"RssAnon:\s+(\d+)", (path / "status").read_text())[1])
         return len(os.listdir(path / "fd")), len(os.listdir(path / "task")), kibibytes
+
+    def allocated(self):
+        """Returns the KiB that its heap has given out and not got back. Only of a program started with count_heap."""
+        path = pathlib.Path(self.heap_file)
+        path.unlink(missing_ok=True)
+        self.process.send_signal(signal.SIGUSR2)
+        wait_until(lambda: path.exists() and path.read_text().endswith("\n"), f"{self.name} counts its heap")
+        return int(path.read_text()) // 1024
 
     def kill(self):
         self.process.kill()
@@ -146,8 +157,8 @@ class Machine:
             **(added or {}),
         }
 
-    def start_service(self, name):
-        return Program(self, name).wait_for_shell("stats")
+    def start_service(self, name, count_heap=False):
+        return Program(self, name, count_heap=count_heap).wait_for_shell("stats")
 
     def start_host(self):
         """The framework process with the adapter and the control application."""
