@@ -8,7 +8,7 @@ foreach(document IN ITEMS LICENSE README.md CHANGELOG.md CONTRIBUTING.md SECURIT
   if(document MATCHES "\\.md$")
     file(RELATIVE_PATH headers "/${DOCUMENTS}/${folder}" "/${HEADERS}")
     file(READ "${FROM}/${document}" text)
-    string(REGEX REPLACE "\\]\\((\\.\\./)*(tvservice-adapter|testing|receiver/service-kit)/include/" "](${headers}/"
+    string(REGEX REPLACE "\\]\\((\\.\\./)*(tvservice-adapter|testing|receiver/service-kit|receiver/media)/include/" "](${headers}/"
            text "${text}")
     file(WRITE "${TO}/${document}" "${text}")
   else()

@@ -172,8 +172,9 @@ void channels(Input input) {
                       problem.empty() ? 0 : stepsOfAnError);
     }
     expect(problem.empty() || problem.starts_with("list:"), problem);
-    for (const auto& [uri, name] : list.names()) {
-        expect(uri.starts_with("dvb://") && uri.size() > 6 && !name.empty(), "a channel has a URI and a name");
+    for (const auto& [uri, channel] : list.all()) {
+        expect(uri.starts_with("dvb://") && uri.size() > 6 && !channel.name.empty(), "a channel has a URI and a name");
+        expect(channel.transport.empty() == (channel.program == 0), "a channel has a source and a program, or neither");
         expect(list.uriOf(list.numberOf(uri)) == uri, "a channel has its number");
     }
 }

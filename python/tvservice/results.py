@@ -29,6 +29,18 @@ class Result(IntEnum):
     NOTHING_SHOWN = 8
     # the service's or the client's share of terminals or text is used up; the terminal keeps what it shows
     NO_ROOM = 9
+    # what the address names cannot be decoded: of no known format, or damaged
+    NOT_MEDIA = 10
+    # no installed plugin decodes it; the service's log names the codec
+    CODEC_MISSING = 11
+    # the service must not read it
+    NO_PERMISSION = 12
+    # the source cannot be reached, or breaks off
+    NO_CONNECTION = 13
+    # the channel's transport stream does not have its program
+    NO_SUCH_PROGRAM = 14
+    # the channel list does not say where the channel comes from
+    NO_SOURCE = 15
 
     def __str__(self) -> str:
         return NAMES[self]
@@ -45,6 +57,12 @@ NAMES: Dict[int, str] = {
     Result.UNKNOWN_TRACK: "unknown track",
     Result.NOTHING_SHOWN: "nothing shown",
     Result.NO_ROOM: "no room",
+    Result.NOT_MEDIA: "not media",
+    Result.CODEC_MISSING: "codec missing",
+    Result.NO_PERMISSION: "no permission",
+    Result.NO_CONNECTION: "no connection",
+    Result.NO_SUCH_PROGRAM: "no such program",
+    Result.NO_SOURCE: "no source",
 }
 
 

@@ -150,7 +150,7 @@ ServesServicesBuiltAgainstIt() {
 HasEachFileInOneComponent() {
     local component
     install_to "$prefix"
-    for component in runtime tools python development testing documents; do
+    for component in runtime gstreamer tools python development testing documents; do
         install_to "$folder/$component" --component "$component"
         [[ -d $folder/$component ]] || fail "the component $component is empty"
         files_in "$folder/$component" >>"$folder/in-components"

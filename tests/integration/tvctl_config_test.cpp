@@ -59,6 +59,7 @@ TEST_F(TvctlConfig, PrintsTheOriginOfEachValue) {
                   "queue.unfinished_ms  5000                  built in\n"
                   "run_log.queue        1024                  built in\n"
                   "flat_heap.megabytes  256                   built in\n"
+                  "media.engine         simulated             built in\n"
                   "log.levels           warning               built in\n"
                   "log.format           text                  built in\n"
                   "\n"
@@ -92,7 +93,7 @@ TEST_F(TvctlConfig, ListsTheFilesThatItSearchedFor) {
                 ContainsRegex("\n\nmissing  " + users + "\n[a-z ]+/etc/tvservice-adapter/config.toml\n$"));
     std::filesystem::create_directory(folder / "tvservice-adapter");
     std::ofstream(users) << "log.levels = \"info\"\n";
-    EXPECT_THAT(config().output, AllOf(HasSubstr("log.levels           info      " + users + ":1\n"),
+    EXPECT_THAT(config().output, AllOf(HasSubstr("log.levels           info       " + users + ":1\n"),
                                        HasSubstr("\n\nread     " + users + "\n")));
 }
 

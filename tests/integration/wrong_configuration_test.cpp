@@ -47,7 +47,8 @@ TEST_P(AConfiguredProgram, RejectsAWrongFileOfTheUser) {
     environment["TVSA_CONFIG"] = "";
     environment["XDG_CONFIG_HOME"] = folder.string();
     const std::string path = configure("tvservice-adapter/config.toml", "[queues]\n");
-    expectError(path + ":1: unknown table \"queues\"; known: endpoints, keys, remote, queue, run_log, flat_heap, log");
+    expectError(path +
+                ":1: unknown table \"queues\"; known: endpoints, keys, remote, queue, run_log, flat_heap, media, log");
 }
 
 TEST_P(AConfiguredProgram, RejectsAFileThatIsNestedTooDeeply) {

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <stdexcept>
@@ -57,14 +58,50 @@ TEST(ChannelList, HasTheChannelsOfItsText) {
         "[[channel]]\nuri = \"dvb://1.2.3\"\nname = \"One\"\n"
         "[[channel]]\nuri = \"dvb://1.2.4\"\nname = \"Two\"\n",
         "list.toml");
-    EXPECT_EQ(list.names(), (std::map<std::string, std::string>{{"dvb://1.2.3", "One"}, {"dvb://1.2.4", "Two"}}));
+    ASSERT_EQ(list.all().size(), 2U);
+    EXPECT_EQ(list.all().at("dvb://1.2.3").name, "One");
+    EXPECT_EQ(list.all().at("dvb://1.2.4").name, "Two");
     EXPECT_TRUE(list.has("dvb://1.2.3"));
     EXPECT_FALSE(list.has("dvb://1.2"));
 }
 
-TEST(ChannelList, IsBuiltIntoTheProgram) { EXPECT_FALSE(ChannelList::builtIn().names().empty()); }
+std::string channelWith(const std::string& lines) { return "[[channel]]\nuri = \"dvb://1\"\nname = \"One\"\n" + lines; }
 
-TEST(ChannelList, MayBeEmpty) { EXPECT_TRUE(ChannelList::fromText("", "list.toml").names().empty()); }
+TEST(ChannelList, SaysWhereAChannelComesFrom) {
+    const auto channelFrom = [](const std::string& source) {
+        return ChannelList::fromText(channelWith("source = \"" + source + "\"\nprogram = 3\n"), "list", "/lists")
+            .all()
+            .at("dvb://1");
+    };
+    EXPECT_EQ(channelFrom("udp://239.0.0.1:5004").transport, "udp://239.0.0.1:5004");
+    EXPECT_EQ(channelFrom("udp://239.0.0.1:5004").program, 3);
+    EXPECT_EQ(channelFrom("rtp://[::1]:5004").transport, "rtp://[::1]:5004");
+    EXPECT_EQ(channelFrom("file:///streams/a.ts").transport, "file:///streams/a.ts");
+    EXPECT_EQ(channelFrom("file://a.ts").transport, "file:///lists/a.ts") << "relative to the list";
+    EXPECT_EQ(channelFrom("file://../a.ts").transport, "file:///a.ts");
+}
+
+TEST(ChannelList, RejectsSourcesThatCannotBe) {
+    EXPECT_EQ(channelProblem(channelWith("program = 3\n")),
+              "list.toml:4: a channel with a program needs the source that has it");
+    EXPECT_EQ(channelProblem(channelWith("source = \"udp://a:1\"\n")),
+              "list.toml:4: a channel with a source needs the number of its program there");
+    for (const char* program : {"0", "65536", "-1", "\"1\"", "1.0"})
+        EXPECT_EQ(channelProblem(channelWith("source = \"udp://a:1\"\nprogram = " + std::string(program) + "\n")),
+                  "list.toml:5: a channel's program must be a number from 1 to 65535")
+            << program;
+    for (const auto& [source, problem] :
+         {std::pair("http://a/b.ts", "is not a file://, udp:// or rtp:// URI"), std::pair("a.ts", "is not a file://"),
+          std::pair("file://", "names no file"), std::pair("udp://a", "is not udp://HOST:PORT"),
+          std::pair("udp://:1", "is not udp://HOST:PORT"), std::pair("rtp://a:65536", "is not rtp://HOST:PORT"),
+          std::pair("rtp://a:1x", "is not rtp://HOST:PORT")})
+        EXPECT_THAT(channelProblem(channelWith("program = 1\nsource = \"" + std::string(source) + "\"\n")),
+                    testing::AllOf(testing::StartsWith("list.toml:5: "), testing::HasSubstr(problem)));
+}
+
+TEST(ChannelList, IsBuiltIntoTheProgram) { EXPECT_FALSE(ChannelList::builtIn().all().empty()); }
+
+TEST(ChannelList, MayBeEmpty) { EXPECT_TRUE(ChannelList::fromText("", "list.toml").all().empty()); }
 
 TEST(ChannelList, ReportsErrorsWithTheirLines) {
     const std::string one = "[[channel]]\nuri = \"dvb://1\"\nname = \"One\"\n";
@@ -104,7 +141,7 @@ TEST(ChannelList, IsReadFromAFile) {
     const PrivateFolder folder;
     const std::string path = folder.file("list.toml", "[[channel]]\nuri = \"dvb://5\"\nname = \"Five\"\n");
     EXPECT_TRUE(ChannelList::fromFile(path).has("dvb://5"));
-    EXPECT_TRUE(ChannelList::fromFile(folder.file("empty.toml")).names().empty());
+    EXPECT_TRUE(ChannelList::fromFile(folder.file("empty.toml")).all().empty());
 }
 
 TEST(ChannelList, NamesAFileThatCannotBeRead) {

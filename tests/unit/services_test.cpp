@@ -1,8 +1,8 @@
+#include "media/simulated/streams.h"
 #include "service-kit/src/shell-commands.h"
 #include "tvservice/channel-list.h"
 #include "tvservice/channels-command.h"
 #include "tvservice/locks.h"
-#include "tvservice/streams.h"
 
 #include <appovshell/server.h>
 #include <host/log-capture.h>
@@ -20,6 +20,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
+#include <media/service-id.h>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -380,11 +381,13 @@ TEST(ChannelList, NumbersItsChannelsFromOneInTheOrderOfTheirUris) {
 }
 
 TEST(Streams, HaveTheNumbersOfTheirChannel) {
+    using media::ServiceId;
+    using media::serviceIdOf;
     EXPECT_EQ(serviceIdOf("dvb://1.22.333"), (ServiceId{1, 22, 333}));
     EXPECT_EQ(serviceIdOf("dvb://7.x.1"), (ServiceId{7, 0, 0}));
     for (const char* none : {"", "/", "//", "dvb:", "dvb://", "dvb://99999999999.1.1"})
         EXPECT_EQ(serviceIdOf(none), ServiceId{}) << none;
-    EXPECT_EQ(streamsOf<tvservice::VideoStreamInfo_t>("dvb://1.1.2")[0].shortParam1, 0x200);
+    EXPECT_EQ(media::streamsOf<tvservice::VideoStreamInfo_t>("dvb://1.1.2")[0].shortParam1, 0x200);
 }
 
 TEST(TerminalTable, CanBeReadWhileItChanges) {

@@ -1,6 +1,7 @@
 // A TV service and its clients in one process, over real message queues in their own folder.
 #pragma once
 
+#include "media/simulated/simulated-engine.h"
 #include "tvservice/tv-service.h"
 
 #include <genrpc/json.h>
@@ -150,7 +151,8 @@ protected:
     services::ChannelList channels = services::ChannelList::builtIn();
     services::TerminalTable table;
     services::FaultSwitches faults;
-    services::TvService service{table, faults, channels, std::chrono::milliseconds(1)};
+    media::SimulatedEngine engine;
+    services::TvService service{table, faults, channels, engine, std::chrono::milliseconds(1)};
     host::MessageQueue queue;
     std::unique_ptr<Client> requester, other;
 

@@ -480,7 +480,8 @@ TEST(Downloads, RunOneAtATimeAndEndWithTheService) {
     services::FaultSwitches faults;
     const auto channels = services::ChannelList::builtIn();
     {
-        services::TvService service(table, faults, channels, 1h);
+        media::SimulatedEngine engine;
+        services::TvService service(table, faults, channels, engine, 1h);
         service.offer(queue);
         queue.start();
         {

@@ -6,6 +6,7 @@
 #include "failure.h"
 #include "interactive.h"
 #include "keygen.h"
+#include "look.h"
 #include "play.h"
 #include "schema.h"
 #include "watch.h"
@@ -22,6 +23,8 @@ const std::vector<Verb>& verbs() {
         {.name = "stop", .help = "stops what terminals show and waits for the result", .run = runStop},
         {.name = "shell", .help = "runs commands line by line", .run = runShell},
         {.name = "watch", .help = "prints the notifications to the process's clients as they arrive", .run = runWatch},
+        {.name = "screenshot", .help = "writes the picture on a terminal to a file", .run = runScreenshot},
+        {.name = "level", .help = "prints how loud a terminal is, and its loudest tone", .run = runLevel},
         {.name = "schema",
          .help = "prints all messages and records with their layout and meaning",
          .run = runSchema,

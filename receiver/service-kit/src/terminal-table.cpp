@@ -20,6 +20,18 @@ void TerminalTable::stop(const Terminal& terminal) {
     claimedKey_.erase(terminal);
 }
 
+std::uint64_t TerminalTable::numberOf(const Terminal& terminal) const {
+    const thread_safety::LockGuard lock(mutex_);
+    const auto held = claimedKey_.entries().find(terminal);
+    return held == claimedKey_.entries().end() ? 0 : held->second.number;
+}
+
+bool TerminalTable::stop(const Terminal& terminal, std::uint64_t number) {
+    const thread_safety::LockGuard lock(mutex_);
+    const auto held = claimedKey_.entries().find(terminal);
+    return held != claimedKey_.entries().end() && held->second.number == number && claimedKey_.erase(terminal);
+}
+
 bool TerminalTable::swap(const Terminal& a, const Terminal& b, std::uint64_t client) {
     const thread_safety::LockGuard lock(mutex_);
     return claimedKey_.swap(a, b, client);

@@ -5,7 +5,9 @@
 #include <host/printable.h>
 #include <host/toml-file.h>
 
+#include <charconv>
 #include <cstddef>
+#include <filesystem>
 #include <iterator>
 #include <toml++/toml.h>
 
@@ -17,22 +19,22 @@ constexpr std::string_view broadcastUri = "dvb://";
 
 class Reader {
 public:
-    explicit Reader(const std::string& where) : where_(where) {}
+    Reader(const std::string& where, const std::string& folder) : where_(where), folder_(folder) {}
 
-    std::map<std::string, std::string> read(std::string_view text) const {
+    std::map<std::string, Channel> read(std::string_view text) const {
         const toml::table root = parse(text);
         for (const auto& [key, value] : root)
             if (key.str() != "channel") fail(value, "unknown key " + host::quoted(key.str()));
-        std::map<std::string, std::string> names;
+        std::map<std::string, Channel> known;
         const toml::node* const channels = root.get("channel");
-        if (!channels) return names;
+        if (!channels) return known;
         if (!channels->is_array()) fail(*channels, "channels are written as [[channel]]");
         for (const toml::node& node : *channels->as_array()) {
             const toml::table* const channel = node.as_table();
             if (!channel) fail(node, "channels are written as [[channel]]");
-            add(*channel, names);
+            add(*channel, known);
         }
-        return names;
+        return known;
     }
 
 private:
@@ -47,15 +49,50 @@ private:
         }
     }
 
-    void add(const toml::table& channel, std::map<std::string, std::string>& names) const {
+    void add(const toml::table& channel, std::map<std::string, Channel>& channels) const {
         for (const auto& [key, value] : channel)
-            if (key.str() != "uri" && key.str() != "name") fail(value, "a channel has no " + host::quoted(key.str()));
+            if (key.str() != "uri" && key.str() != "name" && key.str() != "source" && key.str() != "program")
+                fail(value, "a channel has no " + host::quoted(key.str()));
         std::string uri = textOf(channel, "uri"), name = textOf(channel, "name");
         if (uri.compare(0, broadcastUri.size(), broadcastUri) != 0 || uri.size() == broadcastUri.size())
             fail(*channel.get("uri"), host::quoted(uri) + " is not a dvb:// URI");
-        if (const auto known = names.find(uri); known != names.end())
-            fail(*channel.get("uri"), host::quoted(uri) + " is the URI of " + host::quoted(known->second) + " already");
-        names.emplace(std::move(uri), std::move(name));
+        if (const auto known = channels.find(uri); known != channels.end())
+            fail(*channel.get("uri"),
+                 host::quoted(uri) + " is the URI of " + host::quoted(known->second.name) + " already");
+        Channel added{std::move(name), "", 0};
+        const toml::node* const source = channel.get("source");
+        const toml::node* const program = channel.get("program");
+        if (source || program) {
+            if (!source) fail(*program, "a channel with a program needs the source that has it");
+            if (!program) fail(*source, "a channel with a source needs the number of its program there");
+            added.transport = transportOf(*source, textOf(channel, "source"));
+            const auto number = program->value_exact<std::int64_t>();
+            if (!number || *number < 1 || *number > UINT16_MAX)
+                fail(*program, "a channel's program must be a number from 1 to 65535");
+            added.program = static_cast<std::int32_t>(*number);
+        }
+        channels.emplace(std::move(uri), std::move(added));
+    }
+
+    // A relative path becomes an absolute one. Throws for what cannot be a transport stream's source.
+    std::string transportOf(const toml::node& node, const std::string& text) const {
+        constexpr std::string_view file = "file://";
+        if (text.starts_with(file)) {
+            const std::filesystem::path path = text.substr(file.size());
+            if (!path.has_filename()) fail(node, host::quoted(text) + " names no file");
+            return std::string(file) + (std::filesystem::path(folder_) / path).lexically_normal().string();
+        }
+        for (const std::string_view scheme : {"udp://", "rtp://"}) {
+            if (!text.starts_with(scheme)) continue;
+            const auto colon = text.rfind(':');
+            const std::string_view port = std::string_view(text).substr(colon + 1);
+            std::uint16_t number = 0;
+            const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), number);
+            if (colon > scheme.size() && error == std::errc() && end == port.data() + port.size() && number > 0)
+                return text;
+            fail(node, host::quoted(text) + " is not " + std::string(scheme) + "HOST:PORT");
+        }
+        fail(node, host::quoted(text) + " is not a file://, udp:// or rtp:// URI");
     }
 
     std::string textOf(const toml::table& channel, std::string_view key) const {
@@ -72,19 +109,20 @@ private:
     }
 
     const std::string& where_;
+    const std::string& folder_;
 };
 
 } // namespace
 
 std::int32_t ChannelList::numberOf(const std::string& uri) const {
-    const auto channel = names_.find(uri);
-    if (channel == names_.end()) return 0;
-    return static_cast<std::int32_t>(std::distance(names_.begin(), channel)) + 1;
+    const auto channel = channels_.find(uri);
+    if (channel == channels_.end()) return 0;
+    return static_cast<std::int32_t>(std::distance(channels_.begin(), channel)) + 1;
 }
 
 std::string ChannelList::uriOf(std::int32_t number) const {
-    if (number < 1 || static_cast<std::size_t>(number) > names_.size()) return {};
-    return std::next(names_.begin(), number - 1)->first;
+    if (number < 1 || static_cast<std::size_t>(number) > channels_.size()) return {};
+    return std::next(channels_.begin(), number - 1)->first;
 }
 
 ChannelList ChannelList::builtIn() { return fromText(builtInChannels, "built-in channel list"); }
@@ -93,15 +131,15 @@ ChannelList ChannelList::fromFile(const std::string& path) {
     try {
         const auto file = host::readTomlFile(path);
         if (!file) throw ChannelListError(path + ": there is no such file");
-        return fromText(file->text, path);
+        return fromText(file->text, path, std::filesystem::absolute(path).parent_path().string());
     } catch (const host::TomlFileError& error) {
         throw ChannelListError(error.what());
     }
 }
 
-ChannelList ChannelList::fromText(std::string_view text, const std::string& where) {
+ChannelList ChannelList::fromText(std::string_view text, const std::string& where, const std::string& folder) {
     ChannelList list;
-    list.names_ = Reader(where).read(text);
+    list.channels_ = Reader(where, folder).read(text);
     return list;
 }
 

@@ -14,23 +14,29 @@ struct ChannelListError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+struct Channel {
+    std::string name;         // for people
+    std::string transport;    // URI of its transport stream: file://, udp:// or rtp://; empty: unknown
+    std::int32_t program = 0; // its number there
+};
+
 class ChannelList {
 public:
     // The built-in list.
     static ChannelList builtIn();
-    // Both throw ChannelListError. where: the text's name in errors.
+    // Both throw ChannelListError. where: the text's name in errors. folder: of relative paths in file:// sources.
     static ChannelList fromFile(const std::string& path);
-    static ChannelList fromText(std::string_view text, const std::string& where);
+    static ChannelList fromText(std::string_view text, const std::string& where, const std::string& folder = "/");
 
-    bool has(const std::string& uri) const { return names_.contains(uri); }
+    bool has(const std::string& uri) const { return channels_.contains(uri); }
     // Channels are numbered from 1, in the order of their URIs; 0 and the empty URI mean that the list has no such
     // channel.
     std::int32_t numberOf(const std::string& uri) const;
     std::string uriOf(std::int32_t number) const;
-    const std::map<std::string, std::string>& names() const { return names_; } // of the channels, by URI
+    const std::map<std::string, Channel>& all() const { return channels_; } // by URI
 
 private:
-    std::map<std::string, std::string> names_; // from a file of at most host::longestTomlFile bytes
+    std::map<std::string, Channel> channels_; // from a file of at most host::longestTomlFile bytes
 };
 
 } // namespace services

@@ -15,8 +15,12 @@ int ChannelsCommand::registerWith(appovshell::Server& shell) {
 
 int ChannelsCommand::print() {
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const auto& [uri, name] : channels_.names())
-        list.push_back({{"number", channels_.numberOf(uri)}, {"uri", uri}, {"name", name}});
+    for (const auto& [uri, channel] : channels_.all()) {
+        list.push_back({{"number", channels_.numberOf(uri)}, {"uri", uri}, {"name", channel.name}});
+        if (channel.transport.empty()) continue;
+        list.back()["source"] = channel.transport;
+        list.back()["program"] = channel.program;
+    }
     printList(*shell_, list);
     return 0;
 }

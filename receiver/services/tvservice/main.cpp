@@ -6,10 +6,13 @@
 
 #include <tvservice-adapter/service/program.h>
 
+#include <media/commands.h>
+#include <media/load.h>
+#include <memory>
 #include <string>
 
 int main(int argc, char** argv) {
-    services::Program program("tvserviced", "The TV service of a receiver, for development: only simulates reception.");
+    services::Program program("tvserviced", "The TV service of a receiver, for development.");
     std::string channelFile;
     program.addOption("--channels", channelFile, "Channel list in place of the built-in one");
     return program.main(argc, argv, [&]() -> int {
@@ -21,12 +24,15 @@ int main(int argc, char** argv) {
             program.reportError(error.what());
             return services::badData;
         }
-        services::TvService service(program.table(), program.faults(), channels);
+        const auto engine = media::configuredEngine();
+        media::Commands look(*engine);
+        services::TvService service(program.table(), program.faults(), channels, *engine);
         services::EmitCommand emit(service.sender());
         services::ChannelsCommand list(channels);
         program.addCommands([&](appovshell::Server& shell) {
-            const int result = emit.registerWith(shell);
-            return result < 0 ? result : list.registerWith(shell);
+            int result = emit.registerWith(shell);
+            if (result >= 0) result = list.registerWith(shell);
+            return result < 0 ? result : look.registerWith(shell);
         });
         return program.run(service);
     });

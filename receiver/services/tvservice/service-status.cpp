@@ -1,11 +1,10 @@
 #include "tvservice/service-status.h"
 
-#include "tvservice/streams.h"
-
 #include <tvservice/values.h>
 
 #include <algorithm>
 #include <map>
+#include <media/service-id.h>
 #include <utility>
 
 namespace services {
@@ -19,7 +18,7 @@ tvservice::TvServiceStatusInfo_t statusOf(const std::vector<TerminalTable::Entry
         entry.strParam1 = what.uri;
         entry.intParam6 = channels.numberOf(what.uri);
         if (entry.intParam6 == 0) continue;
-        const ServiceId id = serviceIdOf(what.uri);
+        const media::ServiceId id = media::serviceIdOf(what.uri);
         entry.intParam3 = id.network;
         entry.intParam4 = id.stream;
         entry.intParam5 = id.service;

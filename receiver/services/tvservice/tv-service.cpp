@@ -29,7 +29,6 @@
 //                    unchanged source to the client.
 #include "tvservice/tv-service.h"
 
-#include "tvservice/tuner.h"
 #include "tvservice/uri-check.h"
 
 #include <tvservice-adapter/service/handlers.h>
@@ -71,52 +70,52 @@ std::int32_t TvService::check(const Terminal& terminal, const std::string& uri) 
     return locks_.contains(terminal) ? result::locked : checkTvUri(channels_, uri);
 }
 
+media::Source TvService::sourceOf(const std::string& uri) const {
+    const auto channel = channels_.all().find(uri);
+    if (channel == channels_.all().end()) return {.uri = uri};
+    return {uri, true, channel->second.transport, channel->second.program};
+}
+
 void TvService::tvServiceReq(std::uint64_t client, const std::vector<tvservice::TvServiceReq_t>& requests) {
-    Evictions evictions([this] { return sender_.clients(); },
-                        [this](const Terminal& terminal) { tracks_.forget(terminal); });
-    auto infos = execute<tvservice::TvServiceInfo_t>(
-        requests, client, table_,
-        [this](const Terminal& terminal, const std::string& uri) { return check(terminal, uri); }, &evictions);
+    plays_.execute(requests, client,
+                   {.check = [this](const Terminal& terminal, const std::string& uri) { return check(terminal, uri); },
+                    .source = [this](const std::string& uri) { return sourceOf(uri); },
+                    .begun = [this](const Plays::Infos& infos) { notifyTuning(infos); },
+                    .afterwards = [this](const Plays::Infos& infos) { return notifyTuned(infos); }});
+}
+
+// Calls take for the channels among what is shown; for the first mostNotified ones only.
+template <class Take> void TvService::eachChannel(const Plays::Infos& infos, const Take& take) const {
     std::size_t notified = 0;
     for (const auto& info : infos) {
         if (info.result != result::done || !channels_.has(info.uri)) continue;
         if (++notified > mostNotified) break;
-        sender_.toAll<messages::TvServiceTunerStatusMessage>(tuningFor(terminalOf(info.terminal), info.uri));
+        take(terminalOf(info.terminal), info.uri);
     }
-    auto tuned = tune(infos);
-    const std::size_t bytes = tuned.size() * tunedBytes;
-    answers_.schedule(
-        std::move(infos), client, [this, tuned = std::move(tuned)] { notify(tuned); }, bytes);
 }
 
-// Updates the tracks to what the terminals show now.
-std::vector<TvService::Tuned> TvService::tune(const std::vector<tvservice::TvServiceInfo_t>& infos) {
-    std::vector<Tuned> tuned;
-    for (const auto& info : infos) {
-        if (info.result != result::done) continue;
-        const Terminal terminal = terminalOf(info.terminal);
-        if (!channels_.has(info.uri)) {
-            tracks_.forget(terminal);
-            continue;
-        }
-        tracks_.tune(terminal, info.uri);
-        if (tuned.size() == mostNotified) continue;
-        tuned.push_back({tunedFor(terminal), tracks_.info<tvservice::TvServiceAudioInfo_t>(terminal),
-                         tracks_.info<tvservice::TvServiceSubtitleInfo_t>(terminal),
-                         tracks_.info<tvservice::TvServiceVideoInfo_t>(terminal),
-                         tracks_.info<tvservice::TvServiceTeletextInfo_t>(terminal)});
-    }
-    return tuned;
+void TvService::notifyTuning(const Plays::Infos& infos) const {
+    eachChannel(infos, [this](const Terminal& terminal, const std::string& uri) {
+        sender_.toAll<messages::TvServiceTunerStatusMessage>(engine_.tuning(terminal, sourceOf(uri)));
+    });
 }
 
-void TvService::notify(const std::vector<Tuned>& all) const {
-    for (const Tuned& tuned : all) {
-        sender_.toAll<messages::TvServiceTunerResult>(tuned.result);
-        sender_.toAll<messages::TvServiceAudioInfo>(tuned.audio);
-        sender_.toAll<messages::TvServiceSubtitleInfo>(tuned.subtitle);
-        sender_.toAll<messages::TvServiceVideoInfo>(tuned.video);
-        sender_.toAll<messages::TvServiceTeletextInfo>(tuned.teletext);
-    }
+TvService::Plays::Afterwards TvService::notifyTuned(const Plays::Infos& infos) const {
+    std::vector<Tuned> all;
+    eachChannel(infos, [&](const Terminal& terminal, const std::string&) {
+        all.push_back({engine_.signal(terminal), engine_.tracks(terminal)});
+    });
+    const std::size_t bytes = all.size() * tunedBytes;
+    return {[this, all = std::move(all)] {
+                for (const auto& [result, tracks] : all) {
+                    sender_.toAll<messages::TvServiceTunerResult>(result);
+                    sender_.toAll<messages::TvServiceAudioInfo>(tracks.audio);
+                    sender_.toAll<messages::TvServiceSubtitleInfo>(tracks.subtitle);
+                    sender_.toAll<messages::TvServiceVideoInfo>(tracks.video);
+                    sender_.toAll<messages::TvServiceTeletextInfo>(tracks.teletext);
+                }
+            },
+            bytes};
 }
 
 // ---- terminals ----
@@ -125,7 +124,7 @@ bool TvService::swapWithMain(const Terminal& terminal, std::uint64_t client) {
     const Terminal main{tvservice::terminalType::main, 0};
     if (terminal == main || locks_.contains(main) || locks_.contains(terminal)) return false;
     if (!table_.swap(main, terminal, client)) return false;
-    tracks_.swap(main, terminal);
+    engine_.swap(main, terminal);
     return true;
 }
 
@@ -163,11 +162,15 @@ void TvService::setParentalLockInfo(std::uint64_t client, const tvservice::TvSer
 
 // ---- tracks and streams ----
 
-template <class Message, class Request> void TvService::chooseTrack(std::uint64_t client, const Request& request) {
-    using Info = std::tuple_element_t<0, typename Message::Body::Arguments>;
+template <class Message, class Request>
+void TvService::chooseTrack(std::uint64_t client, media::TrackKind kind, const Request& request) {
     const Terminal terminal = terminalOf(request.terminal);
-    const std::int32_t result = tracks_.choose<Info>(terminal, request.intParam1);
-    const Info info = tracks_.info<Info>(terminal, result, request.intParam2);
+    const std::int32_t result = engine_.choose(terminal, kind, request.intParam1);
+    media::Tracks tracks = engine_.tracks(terminal);
+    auto& info = std::get<std::tuple_element_t<0, typename Message::Body::Arguments>&>(
+        std::tie(tracks.audio, tracks.subtitle, tracks.video, tracks.teletext));
+    info.intParam2 = result;
+    if constexpr (requires { info.intParam3; }) info.intParam3 = request.intParam2;
     if (result == result::done)
         sender_.toAll<Message>(info);
     else
@@ -175,19 +178,19 @@ template <class Message, class Request> void TvService::chooseTrack(std::uint64_
 }
 
 void TvService::tvServiceAudioReq(std::uint64_t client, const tvservice::TvServiceAudioReq_t& request) {
-    chooseTrack<messages::TvServiceAudioInfo>(client, request);
+    chooseTrack<messages::TvServiceAudioInfo>(client, media::TrackKind::audio, request);
 }
 
 void TvService::tvServiceSubtitleReq(std::uint64_t client, const tvservice::TvServiceSubtitleReq_t& request) {
-    chooseTrack<messages::TvServiceSubtitleInfo>(client, request);
+    chooseTrack<messages::TvServiceSubtitleInfo>(client, media::TrackKind::subtitle, request);
 }
 
 void TvService::tvServiceVideoReq(std::uint64_t client, const tvservice::TvServiceVideoReq_t& request) {
-    chooseTrack<messages::TvServiceVideoInfo>(client, request);
+    chooseTrack<messages::TvServiceVideoInfo>(client, media::TrackKind::video, request);
 }
 
 void TvService::tvServiceTeletextReq(std::uint64_t client, const tvservice::TvServiceTeletextReq_t& request) {
-    chooseTrack<messages::TvServiceTeletextInfo>(client, request);
+    chooseTrack<messages::TvServiceTeletextInfo>(client, media::TrackKind::teletext, request);
 }
 
 void TvService::tvServiceStreamInfoReq(std::uint64_t client, const tvservice::TvServiceStreamInfoReq_t& request) {
@@ -195,11 +198,13 @@ void TvService::tvServiceStreamInfoReq(std::uint64_t client, const tvservice::Tv
     if (std::string& text = info.strParam1; !text.empty()) {
         const std::string uri = text;
         const auto add = [&](std::size_t count, const char* kind) { text += ", " + std::to_string(count) + kind; };
-        text += ' ' + channels_.names().at(uri);
-        add(streamsOf<tvservice::VideoStreamInfo_t>(uri).size(), " video");
-        add(streamsOf<tvservice::AudioStreamInfo_t>(uri).size(), " audio");
-        add(streamsOf<tvservice::SubtitleStreamInfo_t>(uri).size(), " subtitle");
-        add(streamsOf<tvservice::TeletextStreamInfo_t>(uri).size(), " teletext");
+        text += ' ' + channels_.all().at(uri).name;
+        if (const auto counts = engine_.streamCounts(sourceOf(uri)); counts.known) {
+            add(counts.video, " video");
+            add(counts.audio, " audio");
+            add(counts.subtitle, " subtitle");
+            add(counts.teletext, " teletext");
+        }
     }
     sender_.to<messages::TvServiceStreamInfo>(client, info);
 }

@@ -8,10 +8,8 @@
 #include "tvservice/channel-list.h"
 #include "tvservice/downloads.h"
 #include "tvservice/service-status.h"
-#include "tvservice/tracks.h"
 
 #include <genrpc/arguments.h>
-#include <tvservice-adapter/service/answer-line.h>
 #include <tvservice-adapter/service/service.h>
 #include <tvservice/messages.h>
 
@@ -19,6 +17,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <media/plays.h>
 #include <string>
 #include <vector>
 
@@ -30,15 +29,19 @@ namespace services {
 class TvService : public Service {
 public:
     // downloadStep: the time that each step of a download takes.
-    TvService(TerminalTable& table, FaultSwitches& faults, const ChannelList& channels,
+    TvService(TerminalTable& table, FaultSwitches& faults, const ChannelList& channels, media::Engine& engine,
               std::chrono::milliseconds downloadStep = std::chrono::milliseconds(50))
-        : channels_(channels), table_(table), answers_(sender_, faults), downloads_(sender_, downloadStep) {}
+        : channels_(channels),
+          table_(table),
+          engine_(engine),
+          plays_(table, faults, sender_, engine),
+          downloads_(sender_, downloadStep) {}
 
     void offer(host::MessageQueue& queue) override;
 
     std::vector<TableCount> tables() const override {
         return {locks_.count(),
-                answers_.delayed(),
+                plays_.delayed(),
                 downloads_.count(),
                 {"source", sourceBytes_, bounds::passedTextBytes, refusedSources_}};
     }
@@ -49,32 +52,33 @@ public:
 private:
     TVSERVICE_REQUESTS(TVSERVICE_HANDLER)
 
+    using Plays = media::Plays<tvservice::messages::TvServiceInfo>;
     // The notifications to send once a channel is shown.
     struct Tuned {
         tvservice::TvServiceTunerResult_t result;
-        tvservice::TvServiceAudioInfo_t audio;
-        tvservice::TvServiceSubtitleInfo_t subtitle;
-        tvservice::TvServiceVideoInfo_t video;
-        tvservice::TvServiceTeletextInfo_t teletext;
+        media::Tracks tracks;
     };
     std::int32_t check(const Terminal& terminal, const std::string& uri) const;
-    std::vector<Tuned> tune(const std::vector<tvservice::TvServiceInfo_t>& infos);
-    void notify(const std::vector<Tuned>& all) const;
-    template <class Message, class Request> void chooseTrack(std::uint64_t client, const Request& request);
+    media::Source sourceOf(const std::string& uri) const;
+    template <class Take> void eachChannel(const Plays::Infos& infos, const Take& take) const;
+    void notifyTuning(const Plays::Infos& infos) const;
+    Plays::Afterwards notifyTuned(const Plays::Infos& infos) const;
+    template <class Message, class Request>
+    void chooseTrack(std::uint64_t client, media::TrackKind kind, const Request& request);
     bool swapWithMain(const Terminal& terminal, std::uint64_t client);
     tvservice::TvServiceStatusInfo_t status() const;
 
     const ChannelList& channels_;
     TerminalTable& table_;
+    media::Engine& engine_;
     Sender sender_;
-    AnswerLine<tvservice::messages::TvServiceInfo> answers_;
+    Plays plays_;
     Downloads downloads_;
 
     Locks locks_;
     std::atomic<std::size_t> sourceBytes_ = 0;
     std::atomic<std::uint64_t> refusedSources_ = 0;
     // Used on the receiving thread only.
-    Tracks tracks_;
     std::string source_;
     std::int32_t listNumber_ = 0;
     bool captions_ = false;

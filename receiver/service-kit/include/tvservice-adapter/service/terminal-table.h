@@ -33,6 +33,10 @@ public:
     // evictions, a full table evicts nothing.
     bool show(const Terminal& terminal, Shown shown, Evictions* evictions = nullptr);
     void stop(const Terminal& terminal); // has no effect when the terminal shows nothing
+    // The number of what a terminal shows, different for each show; 0: it shows nothing. It moves with a swap.
+    std::uint64_t numberOf(const Terminal& terminal) const;
+    // Returns whether it stopped: the terminal may show something else by now.
+    bool stop(const Terminal& terminal, std::uint64_t number);
     // Returns whether it swapped. At least one of them must show something. When only one does, at another client's
     // request, the requesting client must have room for one more terminal.
     bool swap(const Terminal& a, const Terminal& b, std::uint64_t client);

@@ -1,19 +1,18 @@
-// The chosen tracks of the channels on the terminals. Used on the receiving thread only.
+// The chosen tracks of the channels on the terminals. For one thread at a time.
 #pragma once
 
-#include "tvservice/streams.h"
+#include "streams.h"
 
-#include <tvservice-adapter/service/result.h>
 #include <tvservice-adapter/service/swap-keys.h>
-#include <tvservice-adapter/service/terminal-table.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <map>
+#include <media/engine.h>
 #include <string>
 #include <type_traits>
 
-namespace services {
+namespace media {
 
 // The chosen tracks. By default, when a terminal begins to show a channel: picture and sound, but no text.
 struct ChosenTracks {
@@ -28,11 +27,11 @@ struct ChosenTracks {
     std::int32_t& of(const tvservice::TvServiceTeletextInfo_t*) { return teletext; }
 };
 
-class Tracks {
+class TrackTable {
 public:
     void tune(const Terminal& terminal, const std::string& channel) { tuned_[terminal] = {channel, {}}; }
     void forget(const Terminal& terminal) { tuned_.erase(terminal); }
-    void swap(const Terminal& a, const Terminal& b) { swapKeys(tuned_, a, b); }
+    void swap(const Terminal& a, const Terminal& b) { services::swapKeys(tuned_, a, b); }
 
     // Chooses a track of the kind in Info. Returns result::done, or why nothing has changed.
     template <class Info> std::int32_t choose(const Terminal& terminal, std::int32_t number);
@@ -48,10 +47,10 @@ private:
         ChosenTracks chosen;
     };
 
-    std::map<Terminal, Tuned> tuned_; // bounded: the table of shown terminals has all of these
+    std::map<Terminal, Tuned> tuned_; // bounded: the service's table of terminals has all of these
 };
 
-template <class Info> std::int32_t Tracks::choose(const Terminal& terminal, std::int32_t number) {
+template <class Info> std::int32_t TrackTable::choose(const Terminal& terminal, std::int32_t number) {
     const auto tuned = tuned_.find(terminal);
     if (tuned == tuned_.end()) return result::nothingShown;
     const auto streams = streamsOf<StreamOf<Info>>(tuned->second.channel);
@@ -61,7 +60,7 @@ template <class Info> std::int32_t Tracks::choose(const Terminal& terminal, std:
     return result::done;
 }
 
-template <class Info> Info Tracks::info(const Terminal& terminal, std::int32_t result, std::int32_t echo) const {
+template <class Info> Info TrackTable::info(const Terminal& terminal, std::int32_t result, std::int32_t echo) const {
     Info info;
     info.terminal = {terminal.type, terminal.id};
     info.intParam2 = result;
@@ -82,4 +81,4 @@ template <class Info> Info Tracks::info(const Terminal& terminal, std::int32_t r
     return info;
 }
 
-} // namespace services
+} // namespace media

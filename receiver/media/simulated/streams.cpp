@@ -1,12 +1,10 @@
-#include "tvservice/streams.h"
+#include "streams.h"
 
 #include <tvservice/values.h>
 
-#include <charconv>
-#include <cstddef>
-#include <system_error>
+#include <media/service-id.h>
 
-namespace services {
+namespace media {
 
 namespace {
 
@@ -17,20 +15,6 @@ std::uint16_t pidOf(const std::string& channel, std::uint32_t offset) {
 }
 
 } // namespace
-
-ServiceId serviceIdOf(const std::string& channel) {
-    ServiceId id;
-    const std::size_t slashes = channel.find("//");
-    if (slashes == std::string::npos) return id;
-    const char* at = channel.data() + slashes + 2;
-    const char* const end = channel.data() + channel.size();
-    for (std::int32_t* number : {&id.network, &id.stream, &id.service}) {
-        const auto [stop, error] = std::from_chars(at, end, *number);
-        if (error != std::errc{} || stop == end || *stop != '.') break;
-        at = stop + 1;
-    }
-    return id;
-}
 
 template <> std::vector<tvservice::AudioStreamInfo_t> streamsOf(const std::string& channel) {
     using namespace tvservice::audioCoding;
@@ -65,4 +49,4 @@ template <> std::vector<tvservice::TeletextStreamInfo_t> streamsOf(const std::st
     return {{1, "eng", pidOf(channel, 0x30)}, {2, "fra", pidOf(channel, 0x31)}};
 }
 
-} // namespace services
+} // namespace media

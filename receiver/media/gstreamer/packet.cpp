@@ -1,0 +1,68 @@
+#include "packet.h"
+
+namespace media {
+namespace {
+
+constexpr std::size_t timeStampSize = 5; // of a PTS or DTS: 33 bits between marker bits
+
+void shiftTimeStamp(std::span<std::uint8_t, timeStampSize> at, std::uint64_t ticks) {
+    std::uint64_t time = std::uint64_t{at[0] & 0x0EU} << 29 | std::uint64_t{at[1]} << 22 |
+                         std::uint64_t{at[2] & 0xFEU} << 14 | std::uint64_t{at[3]} << 7 | at[4] >> 1;
+    time = (time + ticks) & tickMask;
+    at[0] = static_cast<std::uint8_t>((at[0] & 0xF1) | (time >> 29 & 0x0E));
+    at[1] = static_cast<std::uint8_t>(time >> 22);
+    at[2] = static_cast<std::uint8_t>((time >> 14 & 0xFE) | 1);
+    at[3] = static_cast<std::uint8_t>(time >> 7);
+    at[4] = static_cast<std::uint8_t>((time << 1 & 0xFE) | 1);
+}
+
+// Where the header of a stream's packet says that time stamps follow.
+void shiftTimeStamps(std::span<std::uint8_t> payload, std::uint64_t ticks) {
+    constexpr std::size_t flags = 7, firstTime = 9;
+    constexpr std::uint8_t hasPts = 0x80, hasDts = 0x40;
+    if (payload.size() < firstTime || payload[0] != 0 || payload[1] != 0 || payload[2] != 1) return;
+    const std::uint8_t kind = payload[3];
+    const bool hasHeader = kind == 0xBD || (kind >= 0xC0 && kind <= 0xEF) || kind == 0xFD;
+    if (!hasHeader || (payload[6] & 0xC0) != 0x80) return;
+    if ((payload[flags] & hasPts) != 0 && payload.size() >= firstTime + timeStampSize)
+        shiftTimeStamp(payload.subspan(firstTime).first<timeStampSize>(), ticks);
+    if ((payload[flags] & hasDts) != 0 && payload.size() >= firstTime + 2 * timeStampSize)
+        shiftTimeStamp(payload.subspan(firstTime + timeStampSize).first<timeStampSize>(), ticks);
+}
+
+} // namespace
+
+std::optional<std::uint64_t> Packet::pcr() const {
+    if (!hasPcr()) return std::nullopt;
+    return std::uint64_t{bytes_[6]} << 25 | std::uint64_t{bytes_[7]} << 17 | std::uint64_t{bytes_[8]} << 9 |
+           std::uint64_t{bytes_[9]} << 1 | bytes_[10] >> 7;
+}
+
+void Packet::shift(std::uint64_t ticks) const {
+    if (const auto time = pcr()) {
+        const std::uint64_t shifted = (*time + ticks) & tickMask;
+        bytes_[6] = static_cast<std::uint8_t>(shifted >> 25);
+        bytes_[7] = static_cast<std::uint8_t>(shifted >> 17);
+        bytes_[8] = static_cast<std::uint8_t>(shifted >> 9);
+        bytes_[9] = static_cast<std::uint8_t>(shifted >> 1);
+        bytes_[10] = static_cast<std::uint8_t>((bytes_[10] & 0x7F) | (shifted & 1) << 7);
+    }
+    if (startsUnit()) shiftTimeStamps(payload(), ticks);
+}
+
+bool Packet::startsKeyFrame() const {
+    if (!startsUnit()) return false;
+    if (isRandomAccess()) return true;
+    const auto bytes = payload();
+    for (std::size_t i = 0; i + 3 < bytes.size(); ++i) {
+        if (bytes[i] != 0 || bytes[i + 1] != 0 || bytes[i + 2] != 1) continue;
+        const std::uint8_t kind = bytes[i + 3];
+        const bool isSequence = kind == 0xB3; // of MPEG-2
+        const bool isAvcParameters = kind == 0x67 || kind == 0x27 || kind == 0x47;
+        const bool isHevcParameters = kind == 0x40;
+        if (isSequence || isAvcParameters || isHevcParameters) return true;
+    }
+    return false;
+}
+
+} // namespace media

@@ -1,0 +1,277 @@
+#include "tables.h"
+
+#include "packet.h"
+
+#include <tvservice/values.h>
+
+#include <algorithm>
+#include <array>
+// Its headers need this order.
+// clang-format off
+#include <dvbpsi/dvbpsi.h>
+#include <dvbpsi/descriptor.h>
+#include <dvbpsi/demux.h>
+#include <dvbpsi/pat.h>
+#include <dvbpsi/pmt.h>
+#include <dvbpsi/sdt.h>
+// clang-format on
+#include <glib.h>
+
+namespace media {
+namespace {
+
+constexpr std::uint16_t listPid = 0, descriptionPid = 0x11;
+constexpr std::uint8_t descriptionTable = 0x42; // of the services of this transport stream
+
+// Descriptors (ISO/IEC 13818-1, 2.6; ETSI EN 300 468, 6.2).
+enum Descriptor : std::uint8_t {
+    languageDescriptor = 0x0A,
+    serviceDescriptor = 0x48,
+    componentDescriptor = 0x52,
+    teletextDescriptor = 0x56,
+    subtitleDescriptor = 0x59,
+    ac3Descriptor = 0x6A,
+    enhancedAc3Descriptor = 0x7A,
+};
+
+std::span<const std::uint8_t> bytesOf(const dvbpsi_descriptor_t& descriptor) {
+    return {descriptor.p_data, descriptor.i_length};
+}
+
+std::string languageOf(std::span<const std::uint8_t> bytes) {
+    std::string language;
+    for (const std::uint8_t byte : bytes.first(std::min<std::size_t>(bytes.size(), 3)))
+        language += byte > ' ' && byte < 0x7F ? static_cast<char>(byte) : '?';
+    return language;
+}
+
+// The first bytes of a text tell its character set (ETSI EN 300 468, annex A).
+std::string textOf(std::span<const std::uint8_t> bytes) {
+    std::string set = "ISO6937";
+    if (!bytes.empty() && bytes[0] == 0x15) {
+        set = "UTF-8";
+        bytes = bytes.subspan(1);
+    } else if (bytes.size() >= 3 && bytes[0] == 0x10) {
+        set = "ISO-8859-" + std::to_string(bytes[2]);
+        bytes = bytes.subspan(3);
+    } else if (!bytes.empty() && bytes[0] >= 0x01 && bytes[0] <= 0x0B) {
+        set = "ISO-8859-" + std::to_string(bytes[0] + 4);
+        bytes = bytes.subspan(1);
+    }
+    gchar* const converted =
+        g_convert_with_fallback(reinterpret_cast<const gchar*>(bytes.data()), static_cast<gssize>(bytes.size()),
+                                "UTF-8", set.c_str(), "?", nullptr, nullptr, nullptr);
+    if (!converted) return {};
+    std::string text = converted;
+    g_free(converted);
+    return text;
+}
+
+Stream streamOf(const dvbpsi_pmt_es_t& source) {
+    using Kind = Stream::Kind;
+    namespace video = tvservice::videoCoding;
+    namespace audio = tvservice::audioCoding;
+    namespace subtitle = tvservice::subtitleCoding;
+    Stream stream;
+    stream.pid = source.i_pid;
+    switch (source.i_type) {
+        case 0x01:
+        case 0x02:
+            stream.kind = Kind::video;
+            stream.coding = video::mpeg2;
+            break;
+        case 0x1B:
+            stream.kind = Kind::video;
+            stream.coding = video::avc;
+            break;
+        case 0x24:
+            stream.kind = Kind::video;
+            break;
+        case 0x03:
+        case 0x04:
+            stream.kind = Kind::audio;
+            stream.coding = audio::mpeg;
+            break;
+        case 0x0F:
+        case 0x11:
+            stream.kind = Kind::audio;
+            break;
+        case 0x81:
+            stream.kind = Kind::audio;
+            stream.coding = audio::ac3;
+            break;
+        default:
+            break;
+    }
+    for (const auto* descriptor = source.p_first_descriptor; descriptor; descriptor = descriptor->p_next) {
+        const auto bytes = bytesOf(*descriptor);
+        switch (descriptor->i_tag) {
+            case languageDescriptor:
+                stream.language = languageOf(bytes);
+                if (bytes.size() >= 4) stream.type = bytes[3];
+                break;
+            case componentDescriptor:
+                if (!bytes.empty()) stream.tag = bytes[0];
+                break;
+            case ac3Descriptor:
+            case enhancedAc3Descriptor:
+                stream.kind = Kind::audio;
+                stream.coding = descriptor->i_tag == ac3Descriptor ? audio::ac3 : 0;
+                break;
+            case teletextDescriptor:
+                stream.kind = Kind::teletext;
+                stream.coding = subtitle::teletext;
+                stream.language = languageOf(bytes);
+                break;
+            case subtitleDescriptor:
+                stream.kind = Kind::subtitle;
+                stream.coding = subtitle::bitmaps;
+                stream.language = languageOf(bytes);
+                if (bytes.size() < 8) break;
+                stream.type = bytes[3];
+                stream.page = static_cast<std::uint16_t>(bytes[4] << 8 | bytes[5]);
+                stream.ancillaryPage = static_cast<std::uint16_t>(bytes[6] << 8 | bytes[7]);
+                break;
+            default:
+                break;
+        }
+    }
+    return stream;
+}
+
+// Invalid sections are dropped; the library says so only on request.
+dvbpsi_t* newDecoder() { return dvbpsi_new(nullptr, DVBPSI_MSG_NONE); }
+
+} // namespace
+
+struct Tables::Decoders {
+    struct ProgramTable {
+        Decoders* decoders;
+        std::uint16_t number;
+        dvbpsi_t* handle;
+        ProgramTable(Decoders& all, std::uint16_t program) : decoders(&all), number(program), handle(newDecoder()) {
+            if (handle) dvbpsi_pmt_attach(handle, number, takeProgram, this);
+        }
+        ~ProgramTable() {
+            if (!handle) return;
+            dvbpsi_pmt_detach(handle);
+            dvbpsi_delete(handle);
+        }
+        ProgramTable(const ProgramTable&) = delete;
+        ProgramTable& operator=(const ProgramTable&) = delete;
+    };
+
+    Decoders() : list(newDecoder()), descriptions(newDecoder()) {
+        if (list) dvbpsi_pat_attach(list, takeList, this);
+        if (descriptions) dvbpsi_AttachDemux(descriptions, takeTable, this);
+    }
+    ~Decoders() {
+        if (list) {
+            dvbpsi_pat_detach(list);
+            dvbpsi_delete(list);
+        }
+        if (descriptions) {
+            dvbpsi_DetachDemux(descriptions);
+            dvbpsi_delete(descriptions);
+        }
+    }
+    Decoders(const Decoders&) = delete;
+    Decoders& operator=(const Decoders&) = delete;
+
+    static void takeList(void* self, dvbpsi_pat_t* table) {
+        auto& decoders = *static_cast<Decoders*>(self);
+        if (table->b_current_next) decoders.setList(*table);
+        dvbpsi_pat_delete(table);
+    }
+    void setList(const dvbpsi_pat_t& table) {
+        std::map<std::uint16_t, Program> listed;
+        for (const auto* entry = table.p_first_program; entry && listed.size() < mostPrograms; entry = entry->p_next) {
+            if (entry->i_number == 0) continue; // the network's table
+            Program& program = listed[entry->i_number];
+            const auto known = programs.find(entry->i_number);
+            if (known != programs.end() && known->second.tablePid == entry->i_pid) program = known->second;
+            program.tablePid = entry->i_pid;
+        }
+        programs.swap(listed);
+        replaced = isListKnown = changed = true;
+    }
+
+    static void takeProgram(void* self, dvbpsi_pmt_t* table) {
+        auto& source = *static_cast<ProgramTable*>(self);
+        if (table->b_current_next) source.decoders->setProgram(source.number, *table);
+        dvbpsi_pmt_delete(table);
+    }
+    void setProgram(std::uint16_t number, const dvbpsi_pmt_t& table) {
+        const auto program = programs.find(number);
+        if (program == programs.end()) return;
+        program->second.isKnown = true;
+        program->second.clockPid = table.i_pcr_pid;
+        program->second.streams.clear();
+        for (const auto* stream = table.p_first_es; stream; stream = stream->p_next)
+            program->second.streams.push_back(streamOf(*stream));
+        changed = true;
+    }
+
+    static void takeTable(dvbpsi_t* handle, std::uint8_t table, std::uint16_t extension, void* self) {
+        auto& decoders = *static_cast<Decoders*>(self);
+        if (table != descriptionTable || decoders.isDescribed) return; // others describe other transport streams
+        decoders.isDescribed = dvbpsi_sdt_attach(handle, table, extension, takeDescriptions, self);
+    }
+    static void takeDescriptions(void* self, dvbpsi_sdt_t* table) {
+        auto& decoders = *static_cast<Decoders*>(self);
+        for (const auto* service = table->p_first_service; service; service = service->p_next)
+            for (const auto* each = service->p_first_descriptor; each; each = each->p_next)
+                if (each->i_tag == serviceDescriptor) decoders.setName(service->i_service_id, bytesOf(*each));
+        dvbpsi_sdt_delete(table);
+    }
+    void setName(std::uint16_t number, std::span<const std::uint8_t> bytes) {
+        if (bytes.size() < 2 || (names.size() >= mostPrograms && !names.contains(number))) return;
+        const std::size_t provider = bytes[1], length = 2 + provider;
+        if (bytes.size() <= length) return;
+        const auto name = bytes.subspan(length + 1);
+        names[number] = textOf(name.first(std::min<std::size_t>(bytes[length], name.size())));
+        changed = true;
+    }
+
+    // After a new list, not from inside the library's callback.
+    void replaceProgramTables() {
+        replaced = false;
+        programTables.clear();
+        for (const auto& [number, program] : programs) {
+            programTables[program.tablePid].push_back(std::make_unique<ProgramTable>(*this, number));
+        }
+    }
+
+    dvbpsi_t* const list;
+    dvbpsi_t* const descriptions;
+    std::map<std::uint16_t, Program> programs;  // at most mostPrograms
+    std::map<std::uint16_t, std::string> names; // by number; at most mostPrograms
+    std::map<std::uint16_t, std::vector<std::unique_ptr<ProgramTable>>> programTables; // by PID
+    bool isListKnown = false, isDescribed = false, replaced = false, changed = false;
+};
+
+Tables::Tables() : decoders_(std::make_unique<Decoders>()) {}
+Tables::~Tables() = default;
+
+bool Tables::take(std::span<std::uint8_t> packet, std::uint16_t pid) {
+    Decoders& all = *decoders_;
+    all.changed = false;
+    if (pid == listPid) {
+        if (all.list) dvbpsi_packet_push(all.list, packet.data());
+        if (all.replaced) all.replaceProgramTables();
+    } else if (pid == descriptionPid) {
+        if (all.descriptions) dvbpsi_packet_push(all.descriptions, packet.data());
+    } else if (const auto tables = all.programTables.find(pid); tables != all.programTables.end()) {
+        for (const auto& table : tables->second)
+            if (table->handle) dvbpsi_packet_push(table->handle, packet.data());
+    }
+    if (!all.changed) return false;
+    for (auto& [number, program] : all.programs)
+        if (const auto name = all.names.find(number); name != all.names.end()) program.name = name->second;
+    return true;
+}
+
+bool Tables::areProgramsKnown() const { return decoders_->isListKnown; }
+const std::map<std::uint16_t, Program>& Tables::programs() const { return decoders_->programs; }
+
+} // namespace media

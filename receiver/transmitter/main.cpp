@@ -1,0 +1,198 @@
+// Broadcasts synthetic television, into a file or over the network.
+#include "broadcast.h"
+#include "service-information.h"
+
+#include <host/printable.h>
+
+#include <CLI/CLI.hpp>
+#include <arpa/inet.h>
+#include <charconv>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <gst/app/gstappsink.h>
+#include <gst/gst.h>
+#include <iostream>
+#include <memory>
+#include <netinet/in.h>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace transmitter;
+
+enum ExitCode { success = 0, failure = 1, usage = 2 };
+
+constexpr std::size_t packetSize = 188, datagramSize = 7 * packetSize;
+
+class Output {
+public:
+    virtual ~Output() = default;
+    virtual void write(std::span<const std::uint8_t> packets) = 0;
+    virtual void finish() {}
+};
+
+// A file that appears when it is whole.
+class FileOutput final : public Output {
+public:
+    explicit FileOutput(const std::string& path) : path_(path), part_(path + ".part") {
+        file_.exceptions(std::ios::failbit | std::ios::badbit);
+        file_.open(part_, std::ios::binary);
+    }
+    ~FileOutput() override {
+        std::error_code ignored;
+        std::filesystem::remove(part_, ignored);
+    }
+    void write(std::span<const std::uint8_t> packets) override {
+        file_.write(reinterpret_cast<const char*>(packets.data()), static_cast<std::streamsize>(packets.size()));
+    }
+    void finish() override {
+        file_.close();
+        std::filesystem::rename(part_, path_);
+    }
+
+private:
+    const std::string path_, part_;
+    std::ofstream file_;
+};
+
+class NetworkOutput final : public Output {
+public:
+    explicit NetworkOutput(const std::string& address) : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        const std::string rest = address.substr(std::string_view("udp://").size());
+        const auto colon = rest.rfind(':');
+        const char* const end = rest.data() + rest.size();
+        std::uint16_t port = 0;
+        to_.sin_family = AF_INET;
+        if (colon == std::string::npos || inet_pton(AF_INET, rest.substr(0, colon).c_str(), &to_.sin_addr) != 1 ||
+            std::from_chars(rest.data() + colon + 1, end, port).ptr != end || port == 0)
+            throw std::invalid_argument("not udp://ADDRESS:PORT: " + address);
+        to_.sin_port = htons(port);
+    }
+    ~NetworkOutput() override { ::close(socket_); }
+    NetworkOutput(const NetworkOutput&) = delete;
+    NetworkOutput& operator=(const NetworkOutput&) = delete;
+    // What nobody receives is lost, as in the air.
+    void write(std::span<const std::uint8_t> packets) override {
+        for (; !packets.empty(); packets = packets.subspan(std::min(packets.size(), datagramSize)))
+            ::sendto(socket_, packets.data(), std::min(packets.size(), datagramSize), 0,
+                     reinterpret_cast<const sockaddr*>(&to_), sizeof to_);
+    }
+
+private:
+    const int socket_;
+    sockaddr_in to_{};
+};
+
+std::unique_ptr<Output> outputTo(const std::string& place) {
+    if (place.starts_with("udp://")) return std::make_unique<NetworkOutput>(place);
+    return std::make_unique<FileOutput>(place);
+}
+
+// The first clock in the packets, in ticks of 90 kHz.
+std::optional<std::uint64_t> clockIn(std::span<const std::uint8_t> packets) {
+    for (; packets.size() >= packetSize; packets = packets.subspan(packetSize)) {
+        constexpr std::uint8_t hasAdaptation = 0x20, hasClock = 0x10;
+        if ((packets[3] & hasAdaptation) == 0 || packets[4] < 7 || (packets[5] & hasClock) == 0) continue;
+        return std::uint64_t{packets[6]} << 25 | std::uint64_t{packets[7]} << 17 | std::uint64_t{packets[8]} << 9 |
+               std::uint64_t{packets[9]} << 1 | packets[10] >> 7;
+    }
+    return std::nullopt;
+}
+
+volatile std::sig_atomic_t interrupted = 0;
+
+std::string errorOf(GstElement* pipeline) {
+    GstBus* const bus = gst_element_get_bus(pipeline);
+    GstMessage* const message = gst_bus_pop_filtered(bus, GST_MESSAGE_ERROR);
+    gst_object_unref(bus);
+    if (!message) return {};
+    GError* error = nullptr;
+    gst_message_parse_error(message, &error, nullptr);
+    std::string text = error->message;
+    g_error_free(error);
+    gst_message_unref(message);
+    return text;
+}
+
+// Adds the tables twice a second.
+void broadcast(GstElement* pipeline, const Broadcast& what, Output& output) {
+    constexpr std::uint64_t interval = 45'000, second = 90'000;
+    ServiceInformation information(what);
+    const auto start = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    GstElement* const sink = gst_bin_get_by_name(GST_BIN(pipeline), "out");
+    std::optional<std::uint64_t> first;
+    std::uint64_t next = 0;
+    constexpr GstClockTime patience = GST_SECOND / 2;
+    while (!interrupted && !gst_app_sink_is_eos(GST_APP_SINK(sink))) {
+        GstSample* const sample = gst_app_sink_try_pull_sample(GST_APP_SINK(sink), patience);
+        if (!sample) {
+            if (const std::string problem = errorOf(pipeline); !problem.empty()) throw std::runtime_error(problem);
+            continue;
+        }
+        GstMapInfo map;
+        GstBuffer* const buffer = gst_sample_get_buffer(sample);
+        if (gst_buffer_map(buffer, &map, GST_MAP_READ)) {
+            const std::span<const std::uint8_t> packets(map.data, map.size);
+            const auto clock = clockIn(packets);
+            if (clock && !first) first = clock;
+            if (clock && *clock - *first >= next) {
+                next += interval;
+                output.write(information.packetsAt(std::chrono::seconds((*clock - *first) / second), start));
+            }
+            output.write(packets);
+            gst_buffer_unmap(buffer, &map);
+        }
+        gst_sample_unref(sample);
+    }
+    gst_object_unref(sink);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"Broadcasts synthetic television: programs whose pictures and tones tell which they are.",
+                 "tvsa-transmitter"};
+    std::string place;
+    int stream = 1;
+    Length length;
+    app.add_option("PLACE", place, "A file, or udp://ADDRESS:PORT for a broadcast in real time")->required();
+    app.add_option("--stream", stream, "Which transport stream: 1 or 2")->check(CLI::Range(1, 2));
+    app.add_option("--seconds", length.seconds, "Length; by default 10 for a file, and without end for the network")
+        ->check(CLI::Range(1, 3600));
+    app.add_option("--key-frames", length.keyFrames, "Frames from one key frame to the next")
+        ->check(CLI::Range(1, 250));
+    app.set_version_flag("--version", "tvsa-transmitter " TVSA_VERSION);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? success : usage;
+    }
+    const bool isFile = !place.starts_with("udp://");
+    if (isFile && length.seconds == 0) length.seconds = 10;
+    for (const int signal : {SIGINT, SIGTERM}) std::signal(signal, [](int) { interrupted = 1; });
+    try {
+        gst_init(nullptr, nullptr);
+        const auto output = outputTo(place);
+        const Broadcast what = broadcastOf(stream);
+        GError* problem = nullptr;
+        GstElement* const pipeline = gst_parse_launch(pipelineOf(what, length).c_str(), &problem);
+        if (problem) throw std::runtime_error(problem->message);
+        gst_element_set_state(pipeline, GST_STATE_PLAYING);
+        broadcast(pipeline, what, *output);
+        gst_element_set_state(pipeline, GST_STATE_NULL);
+        gst_object_unref(pipeline);
+        if (interrupted && isFile) return failure; // no half file
+        output->finish();
+        return success;
+    } catch (const std::exception& error) {
+        std::cerr << "tvsa-transmitter: " << host::printable(error.what()) << '\n';
+        return failure;
+    }
+}

@@ -1,0 +1,159 @@
+// A receiver whose services really play, and what is then seen and heard.
+#include "integration/program-run.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using namespace program_run;
+using nlohmann::json;
+using testing::HasSubstr;
+
+constexpr int notShown = 7, givenUp = 8;
+
+class AReceiverThatPlays : public Programs {
+protected:
+    AReceiverThatPlays() {
+        environment["TVSA_MEDIA_ENGINE"] = "gstreamer";
+        const std::string list = (folder / "channels.toml").string();
+        std::ofstream channels(list);
+        const auto add = [&](const char* uri, const std::string& source, int program) {
+            channels << "[[channel]]\nuri = \"" << uri << "\"\nname = \"" << uri << "\"\nsource = \"" << source
+                     << "\"\nprogram = " << program << '\n';
+        };
+        const std::string sample = std::string("file://") + MEDIA_SAMPLES + "/one.ts";
+        add("dvb://one", sample, 1);
+        add("dvb://two", sample, 2);
+        add("dvb://news", sample, 3);
+        add("dvb://no-program", sample, 9);
+        add("dvb://no-file", "file://none.ts", 1);
+        add("dvb://no-stream", "file://channels.toml", 1);
+        add("dvb://silent", "udp://127.0.0.1:" + std::to_string(silentPort()), 1);
+        channels << "[[channel]]\nuri = \"dvb://no-source\"\nname = \"none\"\n";
+        channels.close();
+        tvService_ = start({program("tvserviced"), "--channels", list});
+        mmService_ = start({program("mmserviced")});
+        host_ = start({program("frame-host"), "--application", "control"});
+        EXPECT_TRUE(eventually([&] { return isConnected(); }))
+            << tvctl({"doctor"}).output << tvService_->error() << mmService_->error() << host_->error();
+    }
+
+    Outcome tvctl(Words words) const {
+        words.insert(words.begin(), program("tvctl"));
+        return run(words);
+    }
+    // Whether the framework process has all its commands, of which "log" is the last, and a connection to each service.
+    bool isConnected() const {
+        const Outcome commands = tvctl({"help", "--json"}), counters = tvctl({"stats", "--json"});
+        if (counters.exitCode != 0 || commands.output.find("\"log\"") == std::string::npos) return false;
+        const auto services = json::parse(counters.output);
+        return services.size() == 2 &&
+               std::ranges::all_of(services, [](const auto& service) { return service.at("connected") == true; });
+    }
+    void play(const std::string& terminal, const std::string& uri) const {
+        const Outcome outcome = tvctl({"play", terminal, uri});
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.error << tvService_->error();
+    }
+    // The text of the QR code in a terminal's picture; empty without one.
+    std::string codeOn(const std::string& terminal) const {
+        const std::string picture = (folder / "picture.png").string();
+        const Outcome taken = tvctl({"screenshot", terminal, picture});
+        EXPECT_EQ(taken.exitCode, 0) << taken.error;
+        const Outcome read = run({"zbarimg", "--quiet", "--raw", picture});
+        return read.output.substr(0, read.output.find('\n'));
+    }
+    int pitchOn(const std::string& terminal) const {
+        const Outcome heard = tvctl({"level", terminal, "--json"});
+        return heard.exitCode == 0 ? json::parse(heard.output).at("pitch").get<int>() : 0;
+    }
+    bool sounds(const std::string& terminal, int pitch) const {
+        return eventually([&] { return pitchOn(terminal) == pitch; });
+    }
+
+    std::unique_ptr<Running> tvService_, mmService_, host_;
+
+private:
+    // Of a socket that is not open any more: nobody sends to it.
+    static int silentPort() { return 40'000 + getpid() % 20'000; }
+};
+
+TEST_F(AReceiverThatPlays, ShowsEachChannelOnItsTerminalAndNowhereElse) {
+    play("0:0", "dvb://one");
+    play("1:0", "dvb://two");
+    play("2:0", "dvb://news");
+    EXPECT_EQ(codeOn("0:0"), "One");
+    EXPECT_EQ(codeOn("1:0"), "Two");
+    EXPECT_EQ(codeOn("2:0"), "News");
+    play("0:0", "dvb://news");
+    EXPECT_EQ(codeOn("0:0"), "News");
+    EXPECT_EQ(codeOn("1:0"), "Two");
+}
+
+TEST_F(AReceiverThatPlays, PlaysTheChosenSound) {
+    play("0:0", "dvb://one");
+    EXPECT_TRUE(sounds("0:0", 440));
+    EXPECT_EQ(tvctl({"audio", "0:0", "2"}).exitCode, 0);
+    EXPECT_TRUE(sounds("0:0", 660));
+    EXPECT_EQ(tvctl({"audio", "0:0", "1"}).exitCode, 0);
+    EXPECT_TRUE(sounds("0:0", 440));
+    EXPECT_EQ(tvctl({"audio", "0:0", "0"}).exitCode, 0);
+    EXPECT_TRUE(sounds("0:0", 0));
+    EXPECT_EQ(codeOn("0:0"), "One") << "the picture goes on";
+}
+
+TEST_F(AReceiverThatPlays, IsDarkAndSilentAfterAStop) {
+    play("0:0", "dvb://one");
+    EXPECT_EQ(tvctl({"stop", "0:0"}).exitCode, 0);
+    for (const Words& words : {Words{"level", "0:0"}, Words{"screenshot", "0:0", (folder / "none.png").string()}})
+        EXPECT_THAT(tvctl(words).error, HasSubstr("the terminal shows nothing"));
+    EXPECT_FALSE(std::filesystem::exists(folder / "none.png"));
+}
+
+TEST_F(AReceiverThatPlays, SaysWhyAChannelCannotBeShown) {
+    for (const auto& [uri, reason] : {std::pair{"dvb://no-program", "no such program"},
+                                      {"dvb://no-file", "cannot open file"},
+                                      {"dvb://no-stream", "not media"},
+                                      {"dvb://no-source", "no source"}}) {
+        const Outcome outcome = tvctl({"play", "0:0", uri});
+        EXPECT_EQ(outcome.exitCode, notShown) << uri;
+        EXPECT_THAT(outcome.error, HasSubstr(reason)) << uri;
+    }
+}
+
+TEST_F(AReceiverThatPlays, SaysWhyAFileCannotBePlayed) {
+    std::ofstream(folder / "text.mp4") << "not a film\n";
+    std::ofstream(folder / "empty.mp4");
+    for (const char* file : {"text.mp4", "empty.mp4"}) {
+        const Outcome outcome = tvctl({"play", "0:0", "file://" + (folder / file).string()});
+        EXPECT_EQ(outcome.exitCode, notShown) << file;
+        EXPECT_THAT(outcome.error, HasSubstr("not media")) << file;
+    }
+    EXPECT_THAT(tvctl({"play", "0:0", "http://127.0.0.1:1/film.mp4"}).error, HasSubstr("no connection"));
+}
+
+TEST_F(AReceiverThatPlays, PlaysAFileAndReportsItsEnd) {
+    play("0:0", std::string("file://") + MEDIA_SAMPLES + "/second.ts");
+    EXPECT_TRUE(eventually([&] {
+        return tvctl({"notifications"}).output.find("rec://plain/null") != std::string::npos &&
+               json::parse(tvctl({"--target", "mmserviced", "terminals", "--json"}).output).empty();
+    })) << mmService_->error();
+}
+
+// What is not answered within 5 s is given up; a newer request need not wait for it.
+TEST_F(AReceiverThatPlays, GivesUpASourceThatNeverDeliversAndPlaysTheNext) {
+    EXPECT_EQ(tvctl({"play", "0:0", "dvb://silent"}).exitCode, givenUp);
+    play("0:0", "dvb://two");
+    EXPECT_EQ(codeOn("0:0"), "Two");
+}
+
+TEST_F(AReceiverThatPlays, PlaysAgainWhenTheTvServiceWasKilled) {
+    play("0:0", "dvb://one");
+    tvService_->terminate(SIGKILL);
+    tvService_ = start({program("tvserviced"), "--channels", (folder / "channels.toml").string()});
+    EXPECT_TRUE(eventually([&] { return isConnected(); })) << host_->error();
+    play("0:0", "dvb://two");
+    EXPECT_EQ(codeOn("0:0"), "Two");
+}
+
+} // namespace
