@@ -3,14 +3,30 @@
 #include <host/configuration.h>
 
 #include <dlfcn.h>
+#include <filesystem>
 #include <media/load.h>
 #include <media/plugin.h>
+#include <system_error>
 
 namespace media {
+namespace {
+
+// Where the library is installed or built, seen from the program; else its name, for the loader to find.
+std::string pathOf(const std::string& library) {
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    for (const char* const folder : {MEDIA_INSTALLED_MODULES, MEDIA_BUILT_MODULES}) {
+        const auto path = (program.parent_path() / folder / library).lexically_normal();
+        if (!error && std::filesystem::exists(path, error)) return path.string();
+    }
+    return library;
+}
+
+} // namespace
 
 std::unique_ptr<Engine> loadEngine(const std::string& name) {
     if (name == "simulated") return std::make_unique<SimulatedEngine>();
-    const std::string library = name == "gstreamer" ? "libmedia-gstreamer.so" : name;
+    const std::string library = name == "gstreamer" ? pathOf("libmedia-gstreamer.so") : name;
     void* const loaded = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL); // stays until the process ends
     if (!loaded) throw Error("media engine " + name + ": " + dlerror());
     const auto version = reinterpret_cast<decltype(&tvsaMediaEngineVersion)>(dlsym(loaded, "tvsaMediaEngineVersion"));

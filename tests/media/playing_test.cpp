@@ -16,6 +16,7 @@ class AReceiverThatPlays : public Programs {
 protected:
     AReceiverThatPlays() {
         environment["TVSA_MEDIA_ENGINE"] = "gstreamer";
+        environment["TVSA_LOG"] = "warning,service=info"; // for failures of the tests
         const std::string list = (folder / "channels.toml").string();
         std::ofstream channels(list);
         const auto add = [&](const char* uri, const std::string& source, int program) {
@@ -138,6 +139,20 @@ TEST_F(AReceiverThatPlays, PlaysAFileAndReportsItsEnd) {
         return tvctl({"notifications"}).output.find("rec://plain/null") != std::string::npos &&
                json::parse(tvctl({"--target", "mmserviced", "terminals", "--json"}).output).empty();
     })) << mmService_->error();
+}
+
+TEST_F(AReceiverThatPlays, RefusesMoreSourcesThanItHasRoomFor) {
+    for (int i = 0; i < 16; ++i) play(std::to_string(i) + ":1", "dvb://one");
+    EXPECT_THAT(tvctl({"play", "16:1", "dvb://one"}).error, HasSubstr("no room")) << tvService_->error();
+    EXPECT_EQ(tvctl({"stop", "3:1"}).exitCode, 0);
+    play("16:1", "dvb://two");
+}
+
+TEST_F(AReceiverThatPlays, EndsWhileItPlays) {
+    play("0:0", "dvb://one");
+    play("1:0", std::string("file://") + MEDIA_SAMPLES + "/one.ts");
+    for (Running* const process : {host_.get(), tvService_.get(), mmService_.get()})
+        EXPECT_EQ(process->terminate().exitCode, 0) << process->error();
 }
 
 // What is not answered within 5 s is given up; a newer request need not wait for it.

@@ -3,6 +3,7 @@
 #include <tvservice-adapter/service/swap-keys.h>
 #include <tvservice/values.h>
 
+#include <csignal>
 #include <future>
 #include <media/plugin.h>
 #include <media/service-id.h>
@@ -40,6 +41,10 @@ template <class Work> auto GStreamerEngine::call(Work work) const {
 }
 
 GStreamerEngine::GStreamerEngine() : context_(g_main_context_new()), loop_(g_main_loop_new(context_, FALSE)) {
+    // Signals are for the process's own threads; all threads of the pipelines inherit this.
+    sigset_t all, former;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &former);
     thread_ = std::thread([this] {
         pthread_setname_np(pthread_self(), "media");
         g_main_context_push_thread_default(context_);
@@ -49,6 +54,7 @@ GStreamerEngine::GStreamerEngine() : context_(g_main_context_new()), loop_(g_mai
         g_main_loop_run(loop_);
         g_main_context_pop_thread_default(context_);
     });
+    pthread_sigmask(SIG_SETMASK, &former, nullptr);
 }
 
 GStreamerEngine::~GStreamerEngine() {
@@ -80,6 +86,8 @@ void GStreamerEngine::begin(const Terminal& terminal, const Source& source, Even
     end(terminal);
     if (source.isChannel && source.transport.empty())
         return events.opened({result::noSource, "the channel list names no source of " + source.uri});
+    if (shown_.size() >= mostShown)
+        return events.opened({result::noRoom, std::to_string(mostShown) + " sources are shown already"});
     const std::uint64_t number = ++lastNumber_;
     Shown& shown = shown_[number];
     shown.source = source;

@@ -11,9 +11,13 @@
 
 namespace media {
 
-// One thread of its own opens, closes and watches all pipelines; GStreamer's threads carry the data.
+// It shows at most mostShown sources at a time, each with a decoder and buffers of its own: a play of one more is
+// refused with result::noRoom. One thread of its own opens, closes and watches all pipelines; GStreamer's threads carry
+// the data.
 class GStreamerEngine final : public Engine {
 public:
+    static constexpr std::size_t mostShown = 16;
+
     GStreamerEngine();
     ~GStreamerEngine() override;
 
@@ -54,7 +58,7 @@ private:
 
     GMainContext* const context_;
     GMainLoop* const loop_;
-    // Used on the engine's thread only. At most one per terminal in the service's table. The number is different for
+    // Used on the engine's thread only. At most mostShown. The number is different for
     // each source that was opened: what happens late to a former one is ignored.
     std::map<std::uint64_t, Shown> shown_;
     std::map<Terminal, std::uint64_t> numbers_;
