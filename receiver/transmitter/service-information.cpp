@@ -122,7 +122,7 @@ Bytes ServiceInformation::event(const Program& program, std::int64_t now, bool n
     add16(content, static_cast<std::uint16_t>(1000 + number));
     transmitter::add(content, timeOf(begin));
     transmitter::add(content, {0, 0, bcd(eventLength.count())});
-    add16(content, static_cast<std::uint16_t>((next ? notRunning : running) << 13 | described.size()));
+    add16(content, static_cast<std::uint16_t>(std::size_t{next ? notRunning : running} << 13 | described.size()));
     transmitter::add(content, described);
     return section(eventsTable, program.number, static_cast<std::uint8_t>(now & 0x1F), next ? 1 : 0, 1, content);
 }

@@ -17,7 +17,6 @@ namespace {
 
 using namespace media;
 using namespace std::chrono_literals;
-using testing::ElementsAre;
 
 constexpr auto longest = 20s;
 

@@ -124,7 +124,7 @@ TEST_F(AReceiverThatPlays, SaysWhyAChannelCannotBeShown) {
 
 TEST_F(AReceiverThatPlays, SaysWhyAFileCannotBePlayed) {
     std::ofstream(folder / "text.mp4") << "not a film\n";
-    std::ofstream(folder / "empty.mp4");
+    std::ofstream(folder / "empty.mp4") << "";
     for (const char* file : {"text.mp4", "empty.mp4"}) {
         const Outcome outcome = tvctl({"play", "0:0", "file://" + (folder / file).string()});
         EXPECT_EQ(outcome.exitCode, notShown) << file;

@@ -267,7 +267,7 @@ void Multiplex::programsChanged() {
     pictures_.clear();
     for (const auto& [number, program] : tables_.programs()) {
         if (!program.isKnown) continue;
-        const auto add = [&, number = number](std::uint16_t pid) {
+        const auto add = [&, number = number](std::uint16_t pid) TVSA_REQUIRES(mutex_) {
             auto& programs = programsOf_[pid];
             if (programs.empty() || programs.back() != number) programs.push_back(number);
         };
@@ -278,7 +278,8 @@ void Multiplex::programsChanged() {
             if (stream.kind == Stream::Kind::video) pictures_.try_emplace(number, stream.pid);
         }
     }
-    std::erase_if(kept_, [&](const auto& kept) { return !tables_.programs().contains(kept.first); });
+    const auto& known = tables_.programs();
+    std::erase_if(kept_, [&known](const auto& kept) { return !known.contains(kept.first); });
     for (auto& [receiver, wanted] : wanted_) {
         if (tables_.areProgramsKnown() && !tables_.programs().contains(wanted.program)) {
             std::string others;

@@ -2,6 +2,8 @@
 
 #include <tvservice/values.h>
 
+#include <media/service-id.h>
+
 namespace media {
 
 void SimulatedEngine::open(const Terminal& terminal, const Source& source, Events events) {
