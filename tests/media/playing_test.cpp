@@ -155,6 +155,21 @@ TEST_F(AReceiverThatPlays, EndsWhileItPlays) {
         EXPECT_EQ(process->terminate().exitCode, 0) << process->error();
 }
 
+TEST_F(AReceiverThatPlays, NamesThePackageOfAMissingPlugin) {
+    mmService_->terminate();
+    tvService_->terminate();
+    // GStreamer's own elements only.
+    environment["GST_PLUGIN_SYSTEM_PATH_1_0"] = environment["GST_PLUGIN_PATH_1_0"] = folder.string();
+    environment["GST_REGISTRY_1_0"] = (folder / "registry").string();
+    tvService_ = start({program("tvserviced"), "--channels", (folder / "channels.toml").string()});
+    mmService_ = start({program("mmserviced")});
+    EXPECT_TRUE(eventually([&] { return isConnected(); })) << host_->error();
+    EXPECT_THAT(tvctl({"play", "0:0", "dvb://one"}).error, HasSubstr("codec missing"));
+    EXPECT_THAT(tvService_->error(), HasSubstr("; install gstreamer1.0-plugins-"));
+    EXPECT_THAT(tvctl({"play", "0:0", std::string("file://") + MEDIA_SAMPLES + "/one.ts"}).error,
+                HasSubstr("codec missing"));
+}
+
 // What is not answered within 5 s is given up; a newer request need not wait for it.
 TEST_F(AReceiverThatPlays, GivesUpASourceThatNeverDeliversAndPlaysTheNext) {
     EXPECT_EQ(tvctl({"play", "0:0", "dvb://silent"}).exitCode, givenUp);

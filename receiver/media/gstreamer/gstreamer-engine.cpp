@@ -1,5 +1,7 @@
 #include "gstreamer-engine.h"
 
+#include "element.h"
+
 #include <tvservice-adapter/service/swap-keys.h>
 #include <tvservice/values.h>
 
@@ -103,6 +105,8 @@ void GStreamerEngine::begin(const Terminal& terminal, const Source& source, Even
             source, source.isChannel ? multiplexOf(source.transport) : nullptr, context_, postIfOpen,
             Playback::Events{.shown = [this, number] { opened(number); },
                              .over = [this, number](const Outcome& outcome) { over(number, outcome); }});
+    } catch (const MissingElement& error) {
+        over(number, {result::codecMissing, error.what()});
     } catch (const Error& error) {
         over(number, {result::unsupportedUri, error.what()});
     }

@@ -1,5 +1,6 @@
 #include "multiplex.h"
 
+#include "element.h"
 #include "failure.h"
 #include "packet.h"
 
@@ -16,12 +17,6 @@ namespace {
 constexpr std::size_t mostTablePackets = 16; // of one table, whose sections have at most 1024 bytes
 constexpr std::uint64_t frameTicks = ticksPerSecond / 25;
 constexpr std::string_view fileScheme = "file://";
-
-Owner<GstElement> make(const char* factory) {
-    GstElement* const element = gst_element_factory_make(factory, nullptr);
-    if (!element) throw Error(std::string("GStreamer has no element ") + factory);
-    return Owner<GstElement>(GST_ELEMENT(gst_object_ref_sink(element)));
-}
 
 struct Address {
     std::string host;
@@ -42,9 +37,7 @@ Address addressOf(const std::string& transport, const std::string& scheme) {
     throw Error("not " + scheme + "://HOST:PORT: " + transport);
 }
 
-// Links what is in order into the pipeline.
-void chain(GstElement* pipeline, const std::vector<GstElement*>& elements) {
-    for (GstElement* const element : elements) gst_bin_add(GST_BIN(pipeline), element);
+void link(const std::vector<GstElement*>& elements) {
     for (std::size_t i = 1; i < elements.size(); ++i)
         if (!gst_element_link(elements[i - 1], elements[i])) throw Error("GStreamer cannot link the input's elements");
 }
@@ -59,36 +52,38 @@ Multiplex::Multiplex(const std::string& transport)
     : loops_(transport.starts_with(fileScheme)),
       pipeline_(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr)))) {
     const std::string scheme = ov::orveltools::uri::LtUri(transport).getScheme();
-    auto sink = make("appsink");
-    g_object_set(sink.get(), "sync", loops_, "max-buffers", 64U, "wait-on-eos", FALSE, nullptr);
+    GstElement* const sink = addElement(pipeline_.get(), "appsink");
+    g_object_set(sink, "sync", loops_, "max-buffers", 64U, "wait-on-eos", FALSE, nullptr);
     if (loops_) {
-        auto file = make("filesrc"), parser = make("tsparse");
-        g_object_set(file.get(), "location", transport.substr(fileScheme.size()).c_str(), nullptr);
-        g_object_set(parser.get(), "set-timestamps", TRUE, "alignment", 7U, nullptr);
-        chain(pipeline_.get(), {file.get(), parser.get(), sink.get()});
+        GstElement* const file = addElement(pipeline_.get(), "filesrc");
+        GstElement* const parser = addElement(pipeline_.get(), "tsparse");
+        g_object_set(file, "location", transport.substr(fileScheme.size()).c_str(), nullptr);
+        g_object_set(parser, "set-timestamps", TRUE, "alignment", 7U, nullptr);
+        link({file, parser, sink});
     } else if (scheme == "udp" || scheme == "rtp") {
         const Address address = addressOf(transport, scheme);
-        auto socket = make("udpsrc");
+        GstElement* const socket = addElement(pipeline_.get(), "udpsrc");
         const bool isRtp = scheme == "rtp";
         const Owner<GstCaps> caps(
             gst_caps_from_string(isRtp ? "application/x-rtp,media=video,encoding-name=MP2T,clock-rate=90000"
                                        : "video/mpegts,systemstream=true"));
         constexpr int socketBytes = 4 << 20; // a burst of packets must not be lost while the thread waits for a turn
-        g_object_set(socket.get(), "address", address.host.c_str(), "port", address.port, "caps", caps.get(),
-                     "buffer-size", socketBytes, nullptr);
+        g_object_set(socket, "address", address.host.c_str(), "port", address.port, "caps", caps.get(), "buffer-size",
+                     socketBytes, nullptr);
         if (isRtp) {
-            auto order = make("rtpjitterbuffer"), unpack = make("rtpmp2tdepay");
-            g_object_set(order.get(), "latency", 50U, nullptr);
-            chain(pipeline_.get(), {socket.get(), order.get(), unpack.get(), sink.get()});
+            GstElement* const order = addElement(pipeline_.get(), "rtpjitterbuffer");
+            GstElement* const unpack = addElement(pipeline_.get(), "rtpmp2tdepay");
+            g_object_set(order, "latency", 50U, nullptr);
+            link({socket, order, unpack, sink});
         } else {
-            chain(pipeline_.get(), {socket.get(), sink.get()});
+            link({socket, sink});
         }
     } else {
         throw Error("not file://, udp:// or rtp://: " + transport);
     }
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = [](GstAppSink* appSink, void* self) { return takeSample(GST_ELEMENT(appSink), self); };
-    gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks, this, nullptr);
+    gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, this, nullptr);
     const Owner<GstBus> bus(gst_element_get_bus(pipeline_.get()));
     gst_bus_set_sync_handler(bus.get(), takeMessage, this, nullptr);
     gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING); // a failure comes as a message

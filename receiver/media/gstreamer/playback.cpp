@@ -1,5 +1,6 @@
 #include "playback.h"
 
+#include "element.h"
 #include "failure.h"
 
 #include <tvservice/values.h>
@@ -16,13 +17,6 @@ namespace media {
 namespace {
 
 constexpr guint64 mostQueuedBytes = guint64{16} << 20; // before the demuxer: a group of pictures at once, and more
-
-GstElement* add(GstElement* pipeline, const char* factory) {
-    GstElement* const element = gst_element_factory_make(factory, nullptr);
-    if (!element) throw Error(std::string("GStreamer has no element ") + factory);
-    gst_bin_add(GST_BIN(pipeline), element);
-    return element;
-}
 
 // The name of a demuxer's pad ends with the PID: "audio_0_0101".
 std::uint16_t pidOf(GstPad* pad) {
@@ -42,7 +36,7 @@ bool linkTo(GstPad* pad, GstElement* element) {
 
 // A queue decouples the streams of a demuxer: without it, one that waits for its clock would stop all others.
 GstElement* addQueue(GstElement* pipeline) {
-    GstElement* const queue = add(pipeline, "queue");
+    GstElement* const queue = addElement(pipeline, "queue");
     g_object_set(queue, "max-size-buffers", 0U, "max-size-time", guint64{0}, "max-size-bytes",
                  static_cast<guint>(mostQueuedBytes), nullptr);
     return queue;
@@ -132,8 +126,8 @@ Playback::~Playback() {
 }
 
 void Playback::buildChannel() {
-    packets_ = add(pipeline_.get(), "appsrc");
-    demuxer_ = add(pipeline_.get(), "tsdemux");
+    packets_ = addElement(pipeline_.get(), "appsrc");
+    demuxer_ = addElement(pipeline_.get(), "tsdemux");
     const Owner<GstCaps> caps(gst_caps_from_string("video/mpegts,systemstream=true,packetsize=188"));
     // Beyond the bytes, the oldest packets are dropped: a decoder that hangs must not fill the memory.
     g_object_set(packets_, "caps", caps.get(), "format", GST_FORMAT_BYTES, "max-bytes", mostQueuedBytes, "leaky-type",
@@ -145,7 +139,7 @@ void Playback::buildChannel() {
 }
 
 void Playback::buildAddress() {
-    GstElement* const decoder = add(pipeline_.get(), "uridecodebin3");
+    GstElement* const decoder = addElement(pipeline_.get(), "uridecodebin3");
     g_object_set(decoder, "uri", source_.uri.c_str(), nullptr);
     g_signal_connect(decoder, "pad-added",
                      G_CALLBACK(+[](GstElement*, GstPad* pad, Playback* self) { self->linkRaw(pad); }), this);
@@ -168,7 +162,7 @@ void Playback::linkPad(GstPad* pad) {
 
 void Playback::decode(GstPad* pad) {
     GstElement* const queue = addQueue(pipeline_.get());
-    GstElement* const decoder = add(pipeline_.get(), "decodebin");
+    GstElement* const decoder = addElement(pipeline_.get(), "decodebin");
     g_signal_connect(decoder, "pad-added",
                      G_CALLBACK(+[](GstElement*, GstPad* raw, Playback* self) { self->linkRaw(raw); }), this);
     {
@@ -193,8 +187,8 @@ void Playback::linkRaw(GstPad* pad) {
 }
 
 void Playback::addVideoSink(GstPad* pad) {
-    GstElement* const queue = add(pipeline_.get(), "queue");
-    GstElement* const sink = add(pipeline_.get(), "fakesink");
+    GstElement* const queue = addElement(pipeline_.get(), "queue");
+    GstElement* const sink = addElement(pipeline_.get(), "fakesink");
     constexpr guint pictures = 3;
     g_object_set(queue, "max-size-buffers", pictures, "max-size-time", guint64{0}, "max-size-bytes", 0U, nullptr);
     // It never waits for a first picture to begin: what is first, is shown first.
@@ -218,11 +212,11 @@ void Playback::addVideoSink(GstPad* pad) {
 }
 
 void Playback::addAudioSink(GstPad* pad) {
-    GstElement* const queue = add(pipeline_.get(), "queue");
-    GstElement* const convert = add(pipeline_.get(), "audioconvert");
-    GstElement* const resample = add(pipeline_.get(), "audioresample");
-    GstElement* const format = add(pipeline_.get(), "capsfilter");
-    GstElement* const sink = add(pipeline_.get(), "fakesink");
+    GstElement* const queue = addElement(pipeline_.get(), "queue");
+    GstElement* const convert = addElement(pipeline_.get(), "audioconvert");
+    GstElement* const resample = addElement(pipeline_.get(), "audioresample");
+    GstElement* const format = addElement(pipeline_.get(), "capsfilter");
+    GstElement* const sink = addElement(pipeline_.get(), "fakesink");
     const Owner<GstCaps> caps(
         gst_caps_from_string("audio/x-raw,format=S16LE,layout=interleaved,channels=1,rate=48000"));
     g_object_set(format, "caps", caps.get(), nullptr);
