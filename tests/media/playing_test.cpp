@@ -133,6 +133,23 @@ TEST_F(AReceiverThatPlays, SaysWhyAFileCannotBePlayed) {
     EXPECT_THAT(tvctl({"play", "0:0", "http://127.0.0.1:1/film.mp4"}).error, HasSubstr("no connection"));
 }
 
+TEST_F(AReceiverThatPlays, AnswersForAFileWhenItsFirstPictureIsThere) {
+    for (int i = 0; i < 10; ++i) {
+        play("0:0", std::string("file://") + MEDIA_SAMPLES + "/one.ts");
+        EXPECT_NE(codeOn("0:0"), "");
+    }
+}
+
+TEST_F(AReceiverThatPlays, PlaysAFileWithoutPictures) {
+    const std::string file = (folder / "tone.wav").string();
+    ASSERT_EQ(run({"gst-launch-1.0", "-q", "audiotestsrc", "num-buffers=200", "freq=500", "!", "wavenc", "!",
+                   "filesink", "location=" + file})
+                  .exitCode,
+              0);
+    play("0:0", "file://" + file);
+    EXPECT_TRUE(sounds("0:0", 500));
+}
+
 TEST_F(AReceiverThatPlays, PlaysAFileAndReportsItsEnd) {
     play("0:0", std::string("file://") + MEDIA_SAMPLES + "/second.ts");
     EXPECT_TRUE(eventually([&] {

@@ -126,6 +126,7 @@ Playback::~Playback() {
 }
 
 void Playback::buildChannel() {
+    hasPictures_ = true; // or none comes, and nothing is shown
     packets_ = addElement(pipeline_.get(), "appsrc");
     demuxer_ = addElement(pipeline_.get(), "tsdemux");
     const Owner<GstCaps> caps(gst_caps_from_string("video/mpegts,systemstream=true,packetsize=188"));
@@ -139,7 +140,7 @@ void Playback::buildChannel() {
 }
 
 void Playback::buildAddress() {
-    GstElement* const decoder = addElement(pipeline_.get(), "uridecodebin3");
+    GstElement* const decoder = addElement(pipeline_.get(), "uridecodebin");
     g_object_set(decoder, "uri", source_.uri.c_str(), nullptr);
     g_signal_connect(decoder, "pad-added",
                      G_CALLBACK(+[](GstElement*, GstPad* pad, Playback* self) { self->linkRaw(pad); }), this);
@@ -175,14 +176,14 @@ void Playback::decode(GstPad* pad) {
     linkTo(pad, queue);
 }
 
+// Of an address, all streams come before any data does: the first of each kind is shown.
 void Playback::linkRaw(GstPad* pad) {
-    Owner<GstCaps> caps(gst_pad_get_current_caps(pad));
-    if (!caps) caps.reset(gst_pad_query_caps(pad, nullptr));
+    const Owner<GstCaps> caps(gst_pad_get_current_caps(pad));
     if (!caps || gst_caps_get_size(caps.get()) == 0) return;
     const std::string_view kind = gst_structure_get_name(gst_caps_get_structure(caps.get(), 0));
-    if (kind.starts_with("video/"))
+    if (kind.starts_with("video/") && (multiplex_ || !hasPictures_.exchange(true)))
         addVideoSink(pad);
-    else if (kind.starts_with("audio/"))
+    else if (kind.starts_with("audio/") && (multiplex_ || !hasSound_.exchange(true)))
         addAudioSink(pad);
 }
 
@@ -227,7 +228,7 @@ void Playback::addAudioSink(GstPad* pad) {
         [](GstPad*, GstPadProbeInfo* info, void* self) {
             auto& playback = *static_cast<Playback*>(self);
             playback.ear_.take(GST_PAD_PROBE_INFO_BUFFER(info));
-            if (!playback.multiplex_) playback.sawBuffer(); // a channel's pictures come soon
+            if (!playback.hasPictures_) playback.sawBuffer();
             return GST_PAD_PROBE_OK;
         },
         this, nullptr);
@@ -272,6 +273,9 @@ gboolean Playback::takeMessage(GstBus*, GstMessage* message, void* self) {
         const Owner<char> what(gst_missing_plugin_message_get_description(message));
         const thread_safety::LockGuard lock(playback.mutex_);
         playback.missingCodec_ = what.get();
+        if (!playback.seen_)
+            playback.post_(
+                [&playback, outcome = Outcome{result::codecMissing, what.get()}] { playback.finish(outcome); });
     }
     return G_SOURCE_CONTINUE;
 }

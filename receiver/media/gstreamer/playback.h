@@ -5,6 +5,7 @@
 #include "multiplex.h"
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <gst/app/gstappsrc.h>
@@ -86,6 +87,7 @@ private:
     std::int32_t video_ TVSA_GUARDED_BY(mutex_) = 1, audio_ TVSA_GUARDED_BY(mutex_) = 1; // the chosen tracks
     std::uint16_t audioPid_ TVSA_GUARDED_BY(mutex_) = 0;                                 // that is decoded
     std::vector<GstElement*> audioElements_ TVSA_GUARDED_BY(mutex_); // of the chosen track, from the demuxer on
+    std::atomic<bool> hasPictures_ = false, hasSound_ = false;       // without pictures, the first sound is waited for
     Ear ear_;
 };
 
