@@ -7,7 +7,6 @@
 #include "glib-pointers.h"
 #include "tables.h"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>

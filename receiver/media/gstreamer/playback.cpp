@@ -125,6 +125,21 @@ Playback::~Playback() {
     gst_element_set_state(pipeline_.get(), GST_STATE_NULL);
 }
 
+// An exception must not pass GStreamer's code, which calls from its threads.
+template <void (Playback::*link)(GstPad*)> void Playback::attempt(GstPad* pad) {
+    try {
+        (this->*link)(pad);
+    } catch (const MissingElement& error) {
+        post_([this, outcome = Outcome{result::codecMissing, error.what()}] { finish(outcome); });
+    }
+}
+
+// Calls link for each stream that an element finds.
+template <void (Playback::*link)(GstPad*)> void Playback::connectPads(GstElement* element) {
+    g_signal_connect(element, "pad-added",
+                     G_CALLBACK(+[](GstElement*, GstPad* pad, Playback* self) { self->attempt<link>(pad); }), this);
+}
+
 void Playback::buildChannel() {
     hasPictures_ = true; // or none comes, and nothing is shown
     packets_ = addElement(pipeline_.get(), "appsrc");
@@ -135,15 +150,13 @@ void Playback::buildChannel() {
                  GST_APP_LEAKY_TYPE_DOWNSTREAM, nullptr);
     g_object_set(demuxer_, "program-number", source_.program, nullptr);
     if (!gst_element_link(packets_, demuxer_)) throw Error("GStreamer cannot link the demultiplexer");
-    g_signal_connect(demuxer_, "pad-added",
-                     G_CALLBACK(+[](GstElement*, GstPad* pad, Playback* self) { self->linkPad(pad); }), this);
+    connectPads<&Playback::linkPad>(demuxer_);
 }
 
 void Playback::buildAddress() {
     GstElement* const decoder = addElement(pipeline_.get(), "uridecodebin");
     g_object_set(decoder, "uri", source_.uri.c_str(), nullptr);
-    g_signal_connect(decoder, "pad-added",
-                     G_CALLBACK(+[](GstElement*, GstPad* pad, Playback* self) { self->linkRaw(pad); }), this);
+    connectPads<&Playback::linkRaw>(decoder);
 }
 
 // A stream of a channel: decodes it when it is chosen.
@@ -164,8 +177,7 @@ void Playback::linkPad(GstPad* pad) {
 void Playback::decode(GstPad* pad) {
     GstElement* const queue = addQueue(pipeline_.get());
     GstElement* const decoder = addElement(pipeline_.get(), "decodebin");
-    g_signal_connect(decoder, "pad-added",
-                     G_CALLBACK(+[](GstElement*, GstPad* raw, Playback* self) { self->linkRaw(raw); }), this);
+    connectPads<&Playback::linkRaw>(decoder);
     {
         const thread_safety::LockGuard lock(mutex_);
         if (pidOf(pad) == audioPid_) audioElements_ = {queue, decoder};
@@ -338,7 +350,7 @@ std::int32_t Playback::choose(TrackKind kind, std::int32_t number) {
     }
     ear_.clear();
     for (const auto& pad : all)
-        if (stream && pidOf(pad.get()) == stream->pid) decode(pad.get());
+        if (stream && pidOf(pad.get()) == stream->pid) attempt<&Playback::decode>(pad.get());
     return result::done;
 }
 

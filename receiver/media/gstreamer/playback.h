@@ -4,7 +4,6 @@
 #include "glib-pointers.h"
 #include "multiplex.h"
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -58,6 +57,8 @@ private:
     void missing(const std::string& others) override;
     void failed(const Outcome& outcome) override;
 
+    template <void (Playback::*link)(GstPad*)> void attempt(GstPad* pad);
+    template <void (Playback::*link)(GstPad*)> void connectPads(GstElement* element);
     void buildChannel();
     void buildAddress();
     void linkPad(GstPad* pad);

@@ -5,7 +5,6 @@
 #include <tvservice/values.h>
 
 #include <algorithm>
-#include <array>
 // Its headers need this order.
 // clang-format off
 #include <dvbpsi/dvbpsi.h>
