@@ -17,6 +17,22 @@ namespace {
 
 constexpr guint longestLingering = 10; // seconds
 
+// Signals are for the process's own threads: threads that are started meanwhile get none.
+class BlockedSignals {
+public:
+    BlockedSignals() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &former_);
+    }
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+private:
+    sigset_t former_;
+};
+
 } // namespace
 
 void GStreamerEngine::post(std::function<void()> work) const {
@@ -43,10 +59,7 @@ template <class Work> auto GStreamerEngine::call(Work work) const {
 }
 
 GStreamerEngine::GStreamerEngine() : context_(g_main_context_new()), loop_(g_main_loop_new(context_, FALSE)) {
-    // Signals are for the process's own threads; all threads of the pipelines inherit this.
-    sigset_t all, former;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &former);
+    const BlockedSignals blocked; // all threads of the pipelines inherit this
     thread_ = std::thread([this] {
         pthread_setname_np(pthread_self(), "media");
         g_main_context_push_thread_default(context_);
@@ -56,7 +69,6 @@ GStreamerEngine::GStreamerEngine() : context_(g_main_context_new()), loop_(g_mai
         g_main_loop_run(loop_);
         g_main_context_pop_thread_default(context_);
     });
-    pthread_sigmask(SIG_SETMASK, &former, nullptr);
 }
 
 GStreamerEngine::~GStreamerEngine() {
@@ -246,6 +258,7 @@ Sound GStreamerEngine::sound(const Terminal& terminal) const {
 const char* tvsaMediaEngineVersion() { return media::engineVersion; }
 
 media::Engine* tvsaMediaEngine() {
+    const media::BlockedSignals blocked; // the leak tracer starts a thread
     GError* problem = nullptr;
     if (!gst_init_check(nullptr, nullptr, &problem)) {
         const media::Owner<GError> owned(problem);
