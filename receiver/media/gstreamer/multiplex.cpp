@@ -17,6 +17,7 @@ namespace {
 constexpr std::size_t mostTablePackets = 16; // of one table, whose sections have at most 1024 bytes
 constexpr std::uint64_t frameTicks = ticksPerSecond / 25;
 constexpr std::string_view fileScheme = "file://";
+constexpr guint64 longestSilence = 2 * GST_SECOND; // of an input with a signal
 
 struct Address {
     std::string host;
@@ -40,6 +41,12 @@ Address addressOf(const std::string& transport, const std::string& scheme) {
 void link(const std::vector<GstElement*>& elements) {
     for (std::size_t i = 1; i < elements.size(); ++i)
         if (!gst_element_link(elements[i - 1], elements[i])) throw Error("GStreamer cannot link the input's elements");
+}
+
+// From b to a, where both wrap.
+std::int64_t differenceOf(std::uint64_t a, std::uint64_t b) {
+    const std::uint64_t ticks = (a - b) & tickMask;
+    return static_cast<std::int64_t>(ticks) - (ticks > tickMask / 2 ? static_cast<std::int64_t>(tickMask) + 1 : 0);
 }
 
 void append(std::vector<std::uint8_t>& to, std::span<const std::uint8_t> bytes) {
@@ -69,7 +76,7 @@ Multiplex::Multiplex(const std::string& transport)
                                        : "video/mpegts,systemstream=true"));
         constexpr int socketBytes = 4 << 20; // a burst of packets must not be lost while the thread waits for a turn
         g_object_set(socket, "address", address.host.c_str(), "port", address.port, "caps", caps.get(), "buffer-size",
-                     socketBytes, nullptr);
+                     socketBytes, "timeout", longestSilence, nullptr);
         if (isRtp) {
             GstElement* const order = addElement(pipeline_.get(), "rtpjitterbuffer");
             GstElement* const unpack = addElement(pipeline_.get(), "rtpmp2tdepay");
@@ -101,6 +108,7 @@ void Multiplex::add(Receiver& receiver, std::uint16_t program) {
     const thread_safety::LockGuard lock(mutex_);
     Wanted& wanted = wanted_[&receiver];
     wanted = {program, false, {}};
+    resolve(wanted);
     if (failure_) return receiver.failed(*failure_);
     programsChanged();
 }
@@ -112,7 +120,7 @@ void Multiplex::remove(Receiver& receiver) {
 
 Program Multiplex::program(std::uint16_t number) const {
     const thread_safety::LockGuard lock(mutex_);
-    const auto program = tables_.programs().find(number);
+    const auto program = number == 0 ? tables_.programs().begin() : tables_.programs().find(number);
     return program == tables_.programs().end() ? Program{} : program->second;
 }
 
@@ -136,6 +144,8 @@ GstBusSyncReply Multiplex::takeMessage(GstBus*, GstMessage* message, void* self)
         multiplex.fail(outcomeOf(*message));
     } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS && multiplex.loops_) {
         multiplex.rewind();
+    } else if (gst_message_has_name(message, "GstUDPSrcTimeout")) {
+        multiplex.setSignal(false);
     }
     gst_message_unref(message);
     return GST_BUS_DROP;
@@ -145,6 +155,16 @@ void Multiplex::fail(const Outcome& outcome) {
     if (failure_) return; // what follows a failure does not explain it
     failure_ = outcome;
     for (const auto& [receiver, wanted] : wanted_) receiver->failed(outcome);
+}
+
+void Multiplex::setSignal(bool present) {
+    if (std::exchange(hasSignal_, present) == present) return;
+    for (const auto& [receiver, wanted] : wanted_) receiver->signal(present);
+}
+
+bool Multiplex::hasSignal() const {
+    const thread_safety::LockGuard lock(mutex_);
+    return hasSignal_;
 }
 
 // The next round of a file continues the times of this one.
@@ -196,6 +216,7 @@ void Multiplex::takePacket(std::span<std::uint8_t, packetSize> bytes) {
     const Packet packet(bytes);
     if (!packet.isValid()) return;
     const std::uint16_t pid = packet.pid();
+    setSignal(true);
     if (loops_) {
         if (const auto time = packet.pcr(); time && (!hasTime_ || pid == clockPid_)) {
             if (!hasTime_) firstTime_ = *time;
@@ -223,25 +244,33 @@ void Multiplex::keep(std::span<std::uint8_t, packetSize> bytes) {
     if (programs == programsOf_.end()) return;
     for (const std::uint16_t number : programs->second) {
         Kept& kept = kept_[number];
+        if (const auto clock = packet.pcr()) kept.clock = *clock;
         const auto picture = pictures_.find(number);
         // Without pictures, everything can be decoded alone.
         const bool isKey = picture == pictures_.end() || (picture->second == pid && packet.startsKeyFrame());
         if (isKey) {
             if (picture != pictures_.end()) kept.packets.clear();
             kept.begun = true;
+            kept.firstShown = packet.pts().value_or(kept.clock);
         }
         if (kept.begun && kept.packets.size() + packetSize <= mostKept && picture != pictures_.end())
             append(kept.packets, bytes);
         else if (picture != pictures_.end())
-            kept = {{}, false, std::move(kept.table)};
+            kept = {{}, false, std::move(kept.table), kept.clock, 0};
         for (auto& [receiver, wanted] : wanted_) {
             if (wanted.program != number) continue;
             if (wanted.begun)
                 append(wanted.packets, bytes);
             else if (isKey)
-                begin(*receiver, wanted);
+                if (wanted.begun) receiver->changed();
+            begin(*receiver, wanted);
         }
     }
+}
+
+// Program 0 becomes the first one, once the list of programs has come.
+void Multiplex::resolve(Wanted& wanted) {
+    if (wanted.program == 0 && !tables_.programs().empty()) wanted.program = tables_.programs().begin()->first;
 }
 
 // The receiver gets the tables and what is kept; if nothing is, it waits for the next key frame.
@@ -250,6 +279,7 @@ void Multiplex::begin(Receiver& receiver, Wanted& wanted) {
     if (wanted.begun || kept == kept_.end() || !kept->second.begun || list_.empty() || kept->second.table.empty())
         return;
     wanted.begun = true;
+    receiver.begins(wanted.program, differenceOf(kept->second.firstShown, kept->second.clock));
     append(wanted.packets, list_);
     append(wanted.packets, kept->second.table);
     append(wanted.packets, kept->second.packets);
@@ -276,6 +306,7 @@ void Multiplex::programsChanged() {
     const auto& known = tables_.programs();
     std::erase_if(kept_, [&known](const auto& kept) { return !known.contains(kept.first); });
     for (auto& [receiver, wanted] : wanted_) {
+        resolve(wanted);
         if (tables_.areProgramsKnown() && !tables_.programs().contains(wanted.program)) {
             std::string others;
             for (const auto& [number, program] : tables_.programs())

@@ -30,6 +30,13 @@ public:
     class Receiver {
     public:
         virtual void take(std::span<const std::uint8_t> packets) = 0;
+        // Before the first packets: the program's number, and in how long the first picture is due where the broadcast
+        // is now, in ticks of packet.h; negative: it should have been shown before.
+        virtual void begins(std::uint16_t program, std::int64_t due) = 0;
+        // The program's streams, or what is known about it, have changed.
+        virtual void changed() = 0;
+        // The input receives nothing any more, or something again.
+        virtual void signal(bool present) = 0;
         // The program is not in the transport stream, which has the others.
         virtual void missing(const std::string& others) = 0;
         virtual void failed(const Outcome& outcome) = 0;
@@ -45,18 +52,21 @@ public:
     Multiplex(const Multiplex&) = delete;
     Multiplex& operator=(const Multiplex&) = delete;
 
-    // The receiver gets the packets of the program from its newest key frame on, until remove returns.
+    // The receiver gets the packets of the program from its newest key frame on, until remove returns. Program 0 is the
+    // one with the lowest number.
     void add(Receiver& receiver, std::uint16_t program);
     void remove(Receiver& receiver);
 
     // Not known before its table has come.
     Program program(std::uint16_t number) const;
+    bool hasSignal() const; // has received something lately
 
 private:
     struct Kept {
         std::vector<std::uint8_t> packets; // from a key frame on; at most mostKept
         bool begun = false;
-        std::vector<std::uint8_t> table; // the packets of the program's table
+        std::vector<std::uint8_t> table;         // the packets of the program's table
+        std::uint64_t clock = 0, firstShown = 0; // the newest time of its clock, and the time of the first picture kept
     };
     struct Wanted {
         std::uint16_t program = 0;
@@ -70,8 +80,10 @@ private:
     void takePacket(std::span<std::uint8_t, 188> bytes) TVSA_REQUIRES(mutex_);
     void keep(std::span<std::uint8_t, 188> bytes) TVSA_REQUIRES(mutex_);
     void programsChanged() TVSA_REQUIRES(mutex_);
+    void resolve(Wanted& wanted) TVSA_REQUIRES(mutex_);
     void begin(Receiver& receiver, Wanted& wanted) TVSA_REQUIRES(mutex_);
     void fail(const Outcome& outcome) TVSA_REQUIRES(mutex_);
+    void setSignal(bool present) TVSA_REQUIRES(mutex_);
     void rewind() TVSA_REQUIRES(mutex_);
 
     // Reads a file again, on a thread of GStreamer's, unless the multiplex has ended by then.
@@ -94,7 +106,8 @@ private:
         TVSA_GUARDED_BY(mutex_);                                 // PID of each program's first video stream
     std::map<Receiver*, Wanted> wanted_ TVSA_GUARDED_BY(mutex_); // at most one per terminal
     std::optional<Outcome> failure_ TVSA_GUARDED_BY(mutex_);     // of the input
-    std::vector<std::uint8_t> part_ TVSA_GUARDED_BY(mutex_);     // of a packet, at the end of a buffer
+    bool hasSignal_ TVSA_GUARDED_BY(mutex_) = false;
+    std::vector<std::uint8_t> part_ TVSA_GUARDED_BY(mutex_); // of a packet, at the end of a buffer
     // Of a file that is read in a loop: its times continue where the previous round ended.
     std::uint64_t shift_ TVSA_GUARDED_BY(mutex_) = 0, firstTime_ TVSA_GUARDED_BY(mutex_) = 0;
     std::uint64_t lastTime_ TVSA_GUARDED_BY(mutex_) = 0;

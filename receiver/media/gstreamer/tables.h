@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <set>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -20,7 +20,8 @@ struct Stream {
     std::int32_t coding = 0; // of tvservice::videoCodings, audioCodings or subtitleCodings; 0: another one
     std::string language;    // three letters
     std::uint8_t type = 0;   // of an audio stream or of subtitles, as the broadcast numbers them
-    std::uint16_t page = 0, ancillaryPage = 0; // of subtitles
+    std::uint16_t page = 0, ancillaryPage = 0; // of subtitles; of teletext: the page to begin with, 100 to 899
+    bool operator==(const Stream&) const = default;
 };
 
 struct Program {
@@ -28,7 +29,9 @@ struct Program {
     bool isKnown = false; // its table has come, so the streams are all there
     std::uint16_t clockPid = 0;
     std::vector<Stream> streams;
-    std::string name; // UTF-8; empty without a description
+    std::string name;          // UTF-8; empty without a description
+    std::optional<int> rating; // least age for what runs now; 0: for everyone; none: not known
+    bool operator==(const Program&) const = default;
 };
 
 // For one thread at a time.
