@@ -4,7 +4,6 @@
 #include "media/gstreamer/packet.h"
 
 #include <host/log-capture.h>
-#include <kit/wait.h>
 #include <tvservice/values.h>
 
 #include <arpa/inet.h>
@@ -13,6 +12,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <kit/wait.h>
 #include <mutex>
 #include <netinet/in.h>
 #include <sys/socket.h>

@@ -9,7 +9,8 @@ class AReceiverWithADisplay : public PlayingReceiver {
 protected:
     AReceiverWithADisplay() {
         const std::string script = R"(exec "$0" "$@" </dev/null >"$OUTPUT" 3>")" + number() + '"';
-        display_ = start({"/usr/bin/Xvfb", "-displayfd", "3", "-screen", "0", "1600x900x24", "-nolisten", "tcp"}, script);
+        display_ =
+            start({"/usr/bin/Xvfb", "-displayfd", "3", "-screen", "0", "1600x900x24", "-nolisten", "tcp"}, script);
         EXPECT_TRUE(eventually([&] { return contentOf(number()).ends_with('\n'); })) << display_->error();
         const std::string name = contentOf(number());
         environment["DISPLAY"] = ":" + name.substr(0, name.find('\n'));
@@ -20,8 +21,8 @@ protected:
     std::vector<std::string> codes() const {
         const std::string picture = (folder / "display.png").string();
         EXPECT_EQ(run({"gst-launch-1.0", "-q", "ximagesrc", "num-buffers=1", "use-damage=false", "!", "videoconvert",
-                       "!", "videoscale", "method=lanczos", "!", "video/x-raw,width=3200,height=1800", "!", "pngenc", "!",
-                       "filesink", "location=" + picture})
+                       "!", "videoscale", "method=lanczos", "!", "video/x-raw,width=3200,height=1800", "!", "pngenc",
+                       "!", "filesink", "location=" + picture})
                       .exitCode,
                   0);
         std::istringstream found(run({"zbarimg", "--quiet", "--raw", picture}).output);

@@ -48,8 +48,7 @@ const char* findSoundCard() {
         GstIterator* const children = gst_bin_iterate_sinks(GST_BIN(chooser.get()));
         GValue item = G_VALUE_INIT;
         if (gst_iterator_next(children, &item) == GST_ITERATOR_OK)
-            found = g_intern_string(
-                GST_OBJECT_NAME(gst_element_get_factory(GST_ELEMENT(g_value_get_object(&item)))));
+            found = g_intern_string(GST_OBJECT_NAME(gst_element_get_factory(GST_ELEMENT(g_value_get_object(&item)))));
         g_value_unset(&item);
         gst_iterator_free(children);
     }
@@ -124,7 +123,8 @@ public:
             gst_element_set_state(element, GST_STATE_NULL);
         }
         gst_element_release_request_pad(mixer_, mixed->second.pad.get());
-        for (GstElement* const element : {source, mixed->second.convert}) gst_bin_remove(GST_BIN(pipeline_.get()), element);
+        for (GstElement* const element : {source, mixed->second.convert})
+            gst_bin_remove(GST_BIN(pipeline_.get()), element);
         places_.erase(mixed->second.place);
         parts_.erase(mixed);
     }

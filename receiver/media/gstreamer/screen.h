@@ -4,7 +4,6 @@
 #include "glib-pointers.h"
 
 #include <gst/gst.h>
-
 #include <map>
 #include <media/engine.h>
 #include <memory>

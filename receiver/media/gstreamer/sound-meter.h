@@ -1,9 +1,8 @@
 // How loud a terminal is, and its loudest tone.
 #pragma once
 
-#include <gst/gst.h>
-
 #include <cstdint>
+#include <gst/gst.h>
 #include <media/engine.h>
 #include <thread-safety/mutex.h>
 #include <vector>

@@ -39,8 +39,8 @@ const Stream* streamOf(const Program& program, TrackKind kind, std::int32_t numb
 
 Tracks noTracks(const Terminal& terminal) {
     Tracks tracks;
-    tracks.audio.terminal = tracks.subtitle.terminal = tracks.video.terminal = tracks.teletext.terminal = {
-        terminal.type, terminal.id};
+    tracks.audio.terminal = tracks.subtitle.terminal = tracks.video.terminal =
+        tracks.teletext.terminal = {terminal.type, terminal.id};
     return tracks;
 }
 

@@ -15,7 +15,7 @@ struct ChannelListError : std::runtime_error {
 };
 
 struct Channel {
-    std::string name;         // for people
+    std::string name; // for people
     // URI of its transport stream, file://, udp:// or rtp://, or of a test picture, test://; empty: unknown.
     std::string transport;
     std::int32_t program = 0; // its number there
