@@ -202,10 +202,10 @@ TEST_F(AMultiplex, HasASignalWhileSomethingComes) {
         }();
         return ::sendto(sender, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
     };
-    EXPECT_TRUE(receiver::waitUntil([&] { return send() > 0 && multiplex.hasSignal(); }, longest));
+    EXPECT_TRUE(receiver::waitUntil([&] { return send() > 0 && multiplex.signal().present; }, longest));
     EXPECT_TRUE(recorder.hasSignal(true));
     EXPECT_TRUE(recorder.hasSignal(false));
-    EXPECT_FALSE(multiplex.hasSignal());
+    EXPECT_FALSE(multiplex.signal().present);
     multiplex.remove(recorder);
     ::close(sender);
 }
@@ -258,11 +258,17 @@ TEST_F(AMultiplex, SaysWhyAFileCannotBeReceived) {
     noStream.add(other, 1);
     EXPECT_EQ(other.outcome().result, result::notMedia) << other.outcome().reason;
     noStream.remove(other);
+    Recorder none;
+    Multiplex noAdapter("dvb-adapter://77?frequency=474000000&delsys=dvb-t");
+    noAdapter.add(none, 1);
+    EXPECT_EQ(none.outcome().result, result::cannotOpenFile) << none.outcome().reason;
+    noAdapter.remove(none);
     std::filesystem::remove(text.substr(7));
 }
 
 TEST_F(AMultiplex, IsNotMadeOfWhatIsNoSource) {
-    for (const char* wrong : {"", "a.ts", "http://host/a.ts", "udp://", "udp://host", "rtp://host:0", "udp://host:1x"})
+    for (const char* wrong : {"", "a.ts", "http://host/a.ts", "udp://", "udp://host", "rtp://host:0", "udp://host:1x",
+                              "dvb-adapter://0?no-such=1", "dvb-adapter://0!filesink"})
         EXPECT_THROW(Multiplex multiplex(wrong), Error) << wrong;
 }
 

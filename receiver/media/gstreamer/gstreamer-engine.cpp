@@ -290,21 +290,21 @@ tvservice::TvServiceTunerStatusMessage_t GStreamerEngine::tuning(const Terminal&
     return message;
 }
 
-// A file or the network has no strength: all of what is sent comes, or nothing.
 tvservice::TvServiceTunerResult_t GStreamerEngine::signal(const Terminal& terminal) const {
-    constexpr std::int32_t full = 100;
     tvservice::TvServiceTunerResult_t message;
     message.terminal = {terminal.type, terminal.id};
+    constexpr std::int32_t full = 100; // of a test picture
     call([&] {
         const auto number = numbers_.find(terminal);
         const auto shown = number == numbers_.end() ? shown_.end() : shown_.find(number->second);
         if (shown == shown_.end()) return;
         const auto tuner = tunerOf(shown->second.source.transport);
         const auto multiplex = tuner ? tuners_[*tuner].multiplex.lock() : nullptr;
-        if (multiplex && !multiplex->hasSignal()) return;
-        message.byteParam1 = tvservice::signalState::present;
+        const Multiplex::Signal signal = multiplex ? multiplex->signal() : Multiplex::Signal{true, full, full};
+        message.byteParam1 = signal.present ? tvservice::signalState::present : tvservice::signalState::none;
         message.intParam1 = static_cast<std::int32_t>(tuner.value_or(0));
-        message.intParam2 = message.intParam3 = full;
+        message.intParam2 = signal.strength;
+        message.intParam3 = signal.quality;
     });
     return message;
 }

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t mostTablePackets = 16; // of one table, whose sections have at most 1024 bytes
 constexpr std::uint64_t frameTicks = ticksPerSecond / 25;
-constexpr std::string_view fileScheme = "file://";
+constexpr std::string_view fileScheme = "file://", adapterScheme = "dvb-adapter://";
 constexpr guint64 longestSilence = 2 * GST_SECOND; // of an input with a signal
 
 struct Address {
@@ -36,6 +36,27 @@ Address addressOf(const std::string& transport, const std::string& scheme) {
             return address;
     }
     throw Error("not " + scheme + "://HOST:PORT: " + transport);
+}
+
+// An adapter of the machine: "dvb-adapter://0?frequency=474000000&delsys=dvb-t", with properties of the element dvbsrc.
+GstElement* addAdapter(GstElement* pipeline, const std::string& transport) {
+    std::string settings = transport.substr(adapterScheme.size());
+    std::ranges::replace_if(
+        settings, [](char c) { return c == '?' || c == '&'; }, ' ');
+    const auto isPlain = [](char c) {
+        return g_ascii_isalnum(c) || std::string_view("-=./ ").find(c) != std::string_view::npos;
+    };
+    if (!std::ranges::all_of(settings, isPlain))
+        throw Error("not " + std::string(adapterScheme) + "NUMBER?NAME=VALUE&...: " + transport);
+    GError* problem = nullptr;
+    GstElement* const adapter = gst_parse_launch(("dvbsrc adapter=" + settings).c_str(), &problem);
+    const Owner<GError> owned(problem);
+    if (problem) {
+        if (adapter) gst_object_unref(adapter);
+        throw Error(transport + ": " + problem->message);
+    }
+    gst_bin_add(GST_BIN(pipeline), adapter);
+    return adapter;
 }
 
 void link(const std::vector<GstElement*>& elements) {
@@ -67,6 +88,8 @@ Multiplex::Multiplex(const std::string& transport)
         g_object_set(file, "location", transport.substr(fileScheme.size()).c_str(), nullptr);
         g_object_set(parser, "set-timestamps", TRUE, "alignment", 7U, nullptr);
         link({file, parser, sink});
+    } else if (transport.starts_with(adapterScheme)) {
+        link({addAdapter(pipeline_.get(), transport), sink});
     } else if (scheme == "udp" || scheme == "rtp") {
         const Address address = addressOf(transport, scheme);
         GstElement* const socket = addElement(pipeline_.get(), "udpsrc");
@@ -86,7 +109,7 @@ Multiplex::Multiplex(const std::string& transport)
             link({socket, sink});
         }
     } else {
-        throw Error("not file://, udp:// or rtp://: " + transport);
+        throw Error("not file://, udp://, rtp:// or dvb-adapter://: " + transport);
     }
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = [](GstAppSink* appSink, void* self) { return takeSample(GST_ELEMENT(appSink), self); };
@@ -146,6 +169,8 @@ GstBusSyncReply Multiplex::takeMessage(GstBus*, GstMessage* message, void* self)
         multiplex.rewind();
     } else if (gst_message_has_name(message, "GstUDPSrcTimeout")) {
         multiplex.setSignal(false);
+    } else if (gst_message_has_name(message, "dvb-frontend-stats")) {
+        multiplex.takeFrontEnd(*gst_message_get_structure(message));
     }
     gst_message_unref(message);
     return GST_BUS_DROP;
@@ -162,9 +187,22 @@ void Multiplex::setSignal(bool present) {
     for (const auto& [receiver, wanted] : wanted_) receiver->signal(present);
 }
 
-bool Multiplex::hasSignal() const {
+void Multiplex::takeFrontEnd(const GstStructure& report) {
+    gboolean hasLock = TRUE;
+    gint strength = 0, noiseRatio = 0;
+    static constexpr gint highest = 0xFFFF;
+    const auto percent = [](gint value) { return std::clamp(value, 0, highest) * 100 / highest; };
+    gst_structure_get_boolean(&report, "lock", &hasLock);
+    gst_structure_get_int(&report, "signal", &strength);
+    gst_structure_get_int(&report, "snr", &noiseRatio);
+    signal_ = Signal{true, percent(strength), percent(noiseRatio)};
+    setSignal(hasLock == TRUE);
+}
+
+Multiplex::Signal Multiplex::signal() const {
     const thread_safety::LockGuard lock(mutex_);
-    return hasSignal_;
+    if (!hasSignal_) return {};
+    return {true, signal_.strength, signal_.quality};
 }
 
 // The next round of a file continues the times of this one.

@@ -45,8 +45,9 @@ public:
         ~Receiver() = default;
     };
 
-    // transport: file://PATH, or udp:// or rtp://HOST:PORT, where the host is a multicast group or an address of this
-    // machine. Throws Error for anything else, and when an element is missing.
+    // transport: file://PATH, udp:// or rtp://HOST:PORT, where the host is a multicast group or an address of this
+    // machine, or dvb-adapter://NUMBER?NAME=VALUE&... with properties of the element dvbsrc. Throws Error for anything
+    // else, and when an element is missing.
     explicit Multiplex(const std::string& transport);
     ~Multiplex();
     Multiplex(const Multiplex&) = delete;
@@ -59,7 +60,12 @@ public:
 
     // Not known before its table has come.
     Program program(std::uint16_t number) const;
-    bool hasSignal() const; // has received something lately
+    // Strength and quality in percent; a file or the network has none: all of what is sent comes, or nothing.
+    struct Signal {
+        bool present = false; // it has received something lately
+        std::int32_t strength = 0, quality = 0;
+    };
+    Signal signal() const;
 
 private:
     struct Kept {
@@ -84,6 +90,7 @@ private:
     void begin(Receiver& receiver, Wanted& wanted) TVSA_REQUIRES(mutex_);
     void fail(const Outcome& outcome) TVSA_REQUIRES(mutex_);
     void setSignal(bool present) TVSA_REQUIRES(mutex_);
+    void takeFrontEnd(const GstStructure& report) TVSA_REQUIRES(mutex_);
     void rewind() TVSA_REQUIRES(mutex_);
 
     // Reads a file again, on a thread of GStreamer's, unless the multiplex has ended by then.
@@ -107,6 +114,7 @@ private:
     std::map<Receiver*, Wanted> wanted_ TVSA_GUARDED_BY(mutex_); // at most one per terminal
     std::optional<Outcome> failure_ TVSA_GUARDED_BY(mutex_);     // of the input
     bool hasSignal_ TVSA_GUARDED_BY(mutex_) = false;
+    Signal signal_ TVSA_GUARDED_BY(mutex_){true, 100, 100};  // while there is one
     std::vector<std::uint8_t> part_ TVSA_GUARDED_BY(mutex_); // of a packet, at the end of a buffer
     // Of a file that is read in a loop: its times continue where the previous round ended.
     std::uint64_t shift_ TVSA_GUARDED_BY(mutex_) = 0, firstTime_ TVSA_GUARDED_BY(mutex_) = 0;

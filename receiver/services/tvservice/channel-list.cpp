@@ -94,8 +94,13 @@ private:
                 return text;
             fail(node, host::quoted(text) + " is not " + std::string(scheme) + "HOST:PORT");
         }
+        constexpr std::string_view adapter = "dvb-adapter://";
         if (text.starts_with(testPicture)) return text;
-        fail(node, host::quoted(text) + " is not a file://, udp://, rtp:// or test:// URI");
+        if (text.starts_with(adapter)) {
+            if (text.find_first_of("0123456789", adapter.size()) == adapter.size()) return text;
+            fail(node, host::quoted(text) + " does not begin with the number of an adapter");
+        }
+        fail(node, host::quoted(text) + " is not a file://, udp://, rtp://, dvb-adapter:// or test:// URI");
     }
 
     std::string textOf(const toml::table& channel, std::string_view key) const {
