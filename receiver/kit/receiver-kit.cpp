@@ -100,8 +100,10 @@ ChildCommand ReceiverKit::commandOf(Part part) const {
     if (part == Part::frameHost)
         for (const char* library : {"libapp-tvservice-adapter.so", "libcontrol-application.so"})
             command.arguments.push_back((places_.libraries / library).string());
+    if (part == Part::tvService && !channels_.empty()) command.arguments = {"--channels", channels_.string()};
     command.environment = {{"RUNTIME_DIRECTORY", runtimeFolder().string()},
                            {"STATE_DIRECTORY", (folder_ / "state").string()},
+                           {"TVSA_MEDIA_ENGINE", "simulated"},
                            {"TVSA_LOG", "info"},
                            {"TVSA_LOG_FORMAT", "json"}};
     for (const auto& [name, value] : environment_) command.environment[name] = value;
