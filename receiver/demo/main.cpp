@@ -130,8 +130,7 @@ int main(int argc, char** argv) {
     app.add_flag("--window", options.withWindows, "Show the pictures in windows");
     app.add_flag("--simulated", options.simulated, "Use the simulated media engine, without pictures");
     app.add_option("--sheet", options.sheet, "The HTML page to write, with the pictures of each step")
-        ->capture_default_str()
-        ->take_last();
+        ->capture_default_str();
     app.footer(
         "Exit codes: 0 everything was as expected, 1 something was not, 2 wrong usage, 6 malformed configuration,\n"
         "130 interrupted");

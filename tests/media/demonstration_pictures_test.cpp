@@ -14,9 +14,8 @@ using testing::Not;
 
 class ADemonstration : public Programs {
 protected:
-    std::string sheet() const { return (folder / "sheet.html").string(); }
     Outcome demonstrate(const Words& options, const std::string& input = "") const {
-        Words words{program("tvsa-demo"), "--sheet", sheet()};
+        Words words{program("tvsa-demo"), "--sheet", sheet};
         words.insert(words.end(), options.begin(), options.end());
         std::ofstream(folder / "input") << input;
         const auto running = start(words, R"(exec "$0" "$@" <")" + (folder / "input").string() + R"(" >"$OUTPUT")");
@@ -35,7 +34,7 @@ protected:
     // By the titles of the steps, in order.
     std::vector<std::pair<std::string, Terminals>> steps() const {
         std::vector<std::pair<std::string, Terminals>> result;
-        std::ifstream file(sheet());
+        std::ifstream file(sheet);
         const std::regex title("<h2>.*</b> (.*)</h2>"), terminal("<figcaption><b>([0-9:]+)</b>");
         const std::string data = "data:image/png;base64,";
         for (std::string line; std::getline(file, line);) {
@@ -54,13 +53,14 @@ protected:
     }
 
     static constexpr std::chrono::seconds longest{90};
+    std::string sheet = (folder / "sheet.html").string();
 };
 
 TEST_F(ADemonstration, ShowsOnItsSheetWhatEachTerminalShowedAtEachStep) {
     const Outcome outcome = demonstrate({});
     ASSERT_EQ(outcome.exitCode, 0) << outcome.output << outcome.error;
     EXPECT_THAT(outcome.output, AllOf(HasSubstr("Everything was as expected"),
-                                      HasSubstr("Pictures of each step: " + sheet()), Not(HasSubstr("reqid"))));
+                                      HasSubstr("Pictures of each step: " + sheet), Not(HasSubstr("reqid"))));
     const Terminals five{{"0:0", "One"}, {"1:0", "One"}, {"2:0", "One"}, {"3:0", "nothing"}, {"4:0", "One"}};
     const Terminals tuned{{"0:0", "One"},     {"1:0", "Music"}, {"2:0", "One"},
                           {"3:0", "nothing"}, {"4:0", "One"},   {"5:0", "nothing"}};
@@ -86,9 +86,8 @@ TEST_F(ADemonstration, ShowsOnItsSheetWhatEachTerminalShowedAtEachStep) {
                            {"the TV service hangs", dark({{"0:0", "One"}, {"2:0", "One"}})},
                            {"the TV service is killed and started again", dark({{"0:0", "Two"}})},
                        }));
-    EXPECT_THAT(contentOf(sheet()),
-                AllOf(HasSubstr("cannot open file (3)"), HasSubstr("5:0</b>"), Not(HasSubstr("<script")),
-                      Not(HasSubstr("=\"http")), Not(HasSubstr("url("))));
+    EXPECT_THAT(contentOf(sheet), AllOf(HasSubstr("cannot open file (3)"), HasSubstr("5:0</b>"),
+                                        Not(HasSubstr("<script")), Not(HasSubstr("=\"http")), Not(HasSubstr("url("))));
 }
 
 TEST_F(ADemonstration, GivesAShellOnAReceiverThatPlays) {
@@ -106,7 +105,8 @@ TEST_F(ADemonstration, GoesOnWithoutWindowsWhereThereIsNoDisplay) {
 }
 
 TEST_F(ADemonstration, SaysAtOnceThatItsSheetCannotBeWritten) {
-    const Outcome outcome = demonstrate({"--sheet", "/nowhere/sheet.html"});
+    sheet = "/nowhere/sheet.html";
+    const Outcome outcome = demonstrate({});
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_THAT(outcome.error, HasSubstr("cannot write /nowhere/sheet.html: No such file or directory"));
 }
