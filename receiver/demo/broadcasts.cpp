@@ -18,7 +18,7 @@ constexpr receiver::Milliseconds longest{20000}; // a machine under load is slow
 // A port is reserved on one address of this machine, and used on another one: so that it stays reserved while the
 // receiver opens and closes it.
 constexpr const char *reservedOn = "127.0.0.1", *usedOn = "127.0.0.2";
-constexpr int filmStream = 2, filmProgram = 2, filmSeconds = 3;
+constexpr int filmStream = 2, filmProgram = 2, filmSeconds = 5;
 
 std::filesystem::path existing(const std::filesystem::path& file) {
     if (!std::filesystem::exists(file)) throw NoBroadcasts("this build has no " + file.filename().string());
@@ -104,7 +104,10 @@ receiver::ChildCommand Broadcasts::commandOf(const std::string& name, const std:
 void Broadcasts::start(Broadcast& broadcast) {
     const std::string stream = std::to_string(broadcast.stream);
     broadcast.receiving.emplace(usedOn, broadcast.reserved.number());
-    broadcast.transmitter.emplace(commandOf("broadcast-" + stream, {"--stream", stream, broadcast.place()}));
+    // Twice as many key frames as usual: a play waits for one, and long where the transmitter gets little of a
+    // processor.
+    broadcast.transmitter.emplace(
+        commandOf("broadcast-" + stream, {"--stream", stream, "--key-frames", "6", broadcast.place()}));
 }
 
 void Broadcasts::waitFor(Broadcast& broadcast) {

@@ -33,7 +33,7 @@ public:
     // What a channel or the film shows; nullptr for something else.
     const transmitter::Program* programOf(const std::string& uri) const;
 
-    // To be called in this order. Not everything is made at once, because each takes most of a processor.
+    // To be called in this order: the second broadcast begins after the film, as each takes much of a processor.
     void waitForFilm();
     void waitForSecond(); // broadcast
 

@@ -294,10 +294,12 @@ Picture Demonstration::look(const std::string& terminal, const Shown& shown) {
     const Part shows = shown.uri == film_ ? Part::mmService : Part::tvService;
     const Part other = shows == Part::tvService ? Part::mmService : Part::tvService;
     const auto* const program = broadcasts_->programOf(shown.uri);
-    Picture picture{.terminal = terminal, .caption = "", .png = pictureOf(shows, terminal)};
-    if (picture.png.empty() != (program == nullptr) || !pictureOf(other, terminal).empty())
-        throw ReceiverError(terminal + " shows " + (program ? "no picture of " + program->name : "a picture") +
-                            ", or both services show something");
+    Picture picture{terminal, "", "", pictureOf(shows, terminal)};
+    if (picture.png.empty() != (program == nullptr))
+        throw ReceiverError(terminal + ": expected " +
+                            (program ? "a picture of " + program->name + ", got none" : "no picture, got one"));
+    if (!pictureOf(other, terminal).empty())
+        throw ReceiverError(terminal + ": expected no picture of " + nameOf(other) + ", got one");
     if (!program) return picture;
 
     const std::string size = sizeOf(picture.png), expected = sizeText(program->width, program->height);
@@ -308,7 +310,8 @@ Picture Demonstration::look(const std::string& terminal, const Shown& shown) {
     if (!kit_.waitFor(sounds, receiver::defaultTimeout))
         throw ReceiverError(terminal + ": expected a tone of " + std::to_string(pitch) + " Hz, the sound of " +
                             program->name + ", got " + std::to_string(heard) + " Hz");
-    picture.caption = program->name + ", " + size + ", " + std::to_string(pitch) + " Hz";
+    picture.name = program->name;
+    picture.details = size + ", " + std::to_string(pitch) + " Hz";
     return picture;
 }
 

@@ -17,26 +17,28 @@ constexpr const char* head = R"html(<!DOCTYPE html>
 <meta name="viewport" content="width=device-width, initial-scale=1">
 <title>A receiver, step by step</title>
 <style>
-body { margin: 0 auto; max-width: 80rem; padding: 1.5rem; background: #f4f5f7; color: #1c1f23;
+body { margin: 0 auto; max-width: 84rem; padding: 1.5rem; background: #f4f5f7; color: #1c1f23;
        font: 15px/1.45 system-ui, "Segoe UI", "DejaVu Sans", sans-serif; }
 h1 { margin: 0; font-size: 1.6rem; }
 header p { margin: .3rem 0 1.5rem; color: #5b636d; }
-section { display: grid; grid-template-columns: minmax(18rem, 4fr) 9fr; gap: .6rem 1.8rem; margin-bottom: 1rem;
+section { display: grid; grid-template-columns: minmax(19rem, 4fr) 8fr; gap: .6rem 1.8rem; margin-bottom: 1rem;
           padding: 1rem 1.2rem; background: #fff; border: 1px solid #e1e4e8; border-radius: .6rem; }
 h2 { grid-column: 1 / -1; margin: 0; font-size: 1.05rem; }
 h2 b { display: inline-block; min-width: 1.6rem; color: #2f6fb3; }
-table { width: 100%; border-collapse: collapse; }
+table { width: 100%; border-collapse: collapse; table-layout: fixed; }
 td { padding: .3rem 0; border-top: 1px solid #eceef1; vertical-align: top; }
 tr:first-child td { border-top: 0; }
-.request { padding-right: .8rem; font: .86em/1.5 ui-monospace, "DejaVu Sans Mono", monospace; overflow-wrap: anywhere; }
+.request { width: 46%; padding-right: .8rem;
+           font: .86em/1.5 ui-monospace, "DejaVu Sans Mono", monospace; overflow-wrap: anywhere; }
 .result { padding-right: .8rem; }
-.time { text-align: right; white-space: nowrap; color: #5b636d; font-variant-numeric: tabular-nums; }
+.time { width: 20%; text-align: right; white-space: nowrap; color: #5b636d; font-variant-numeric: tabular-nums; }
 .remark { margin: .6rem 0 0; color: #2c7a4b; }
-.pictures { display: grid; grid-template-columns: repeat(auto-fill, minmax(8.4rem, 1fr)); gap: .8rem;
+.pictures { display: grid; grid-template-columns: repeat(auto-fill, minmax(7.6rem, 1fr)); gap: .8rem;
             align-content: start; }
 figure { margin: 0; }
 .screen { display: flex; align-items: center; justify-content: center; aspect-ratio: 5 / 4; overflow: hidden;
-          background: #000; color: #8b929b; border-radius: .25rem; }
+          background: #000; color: #8b929b;
+          border: 1px solid #c9ced4; border-radius: .25rem; }
 img { width: 100%; height: 100%; object-fit: contain; }
 figcaption { margin-top: .2rem; font-size: .8rem; color: #5b636d; }
 figcaption b { color: #1c1f23; }
@@ -79,10 +81,10 @@ std::string rowOf(const Outcome& outcome) {
 std::string figureOf(const Picture& picture) {
     const std::string screen = picture.png.empty()
                                    ? "nothing"
-                                   : "<img alt=\"" + escaped(picture.caption) + "\" src=\"data:image/png;base64," +
+                                   : "<img alt=\"" + escaped(picture.name) + "\" src=\"data:image/png;base64," +
                                          media::base64Of(picture.png) + "\">";
     return "<figure><div class=\"screen\">" + screen + "</div><figcaption><b>" + escaped(picture.terminal) + "</b> " +
-           escaped(picture.caption) + "</figcaption></figure>\n";
+           escaped(picture.name) + "<br>" + escaped(picture.details) + "</figcaption></figure>\n";
 }
 
 } // namespace

@@ -13,7 +13,7 @@ struct Outcome {
 
 // What a terminal showed at the end of a step.
 struct Picture {
-    std::string terminal, caption;
+    std::string terminal, name, details;
     std::string png; // empty: nothing
 };
 
