@@ -160,10 +160,11 @@ int main(int argc, char** argv) {
     CLI::App app{"Broadcasts synthetic television: programs whose pictures and tones tell which they are.",
                  "tvsa-transmitter"};
     std::string place;
-    int stream = 1;
+    int stream = 1, program = 0;
     Length length;
     app.add_option("PLACE", place, "A file, or udp://ADDRESS:PORT for a broadcast in real time")->required();
     app.add_option("--stream", stream, "Which transport stream: 1 or 2")->check(CLI::Range(1, 2));
+    app.add_option("--program", program, "Only this one of its programs: 1, 2 or 3")->check(CLI::Range(1, 3));
     app.add_option("--seconds", length.seconds, "Length; by default 10 for a file, and without end for the network")
         ->check(CLI::Range(1, 3600));
     app.add_option("--key-frames", length.keyFrames, "Frames from one key frame to the next")
@@ -180,7 +181,8 @@ int main(int argc, char** argv) {
     try {
         gst_init(nullptr, nullptr);
         const auto output = outputTo(place);
-        const Broadcast what = broadcastOf(stream);
+        Broadcast what = broadcastOf(stream);
+        if (program != 0) std::erase_if(what.programs, [&](const Program& other) { return other.number != program; });
         GError* problem = nullptr;
         GstElement* const pipeline = gst_parse_launch(pipelineOf(what, length).c_str(), &problem);
         if (problem) throw std::runtime_error(problem->message);
