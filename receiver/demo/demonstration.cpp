@@ -37,7 +37,7 @@ std::string textOf(const std::vector<Answer>& answers) {
     return result.empty() ? "none" : result;
 }
 
-std::string sizeText(unsigned width, unsigned height) { return std::to_string(width) + "x" + std::to_string(height); }
+std::string sizeText(int width, int height) { return std::to_string(width) + "x" + std::to_string(height); }
 
 // Of a PNG, whose header has the width and the height at its bytes 16 to 23.
 std::string sizeOf(const std::string& png) {
@@ -45,7 +45,7 @@ std::string sizeOf(const std::string& png) {
     const auto numberAt = [&](std::size_t at) {
         unsigned number = 0;
         for (std::size_t i = at; i < at + 4; ++i) number = number << 8 | static_cast<unsigned char>(png[i]);
-        return number;
+        return static_cast<int>(number);
     };
     return png.size() < end ? "no size" : sizeText(numberAt(width), numberAt(height));
 }
