@@ -2,6 +2,7 @@
 
 #include "element.h"
 #include "failure.h"
+#include "packet.h"
 
 #include <ov/uri.h>
 #include <tvservice-adapter/service/mm-uris.h>
@@ -301,7 +302,13 @@ void Playback::decodePage(const Stream& stream, GstPad* pad) {
 void Playback::linkRaw(GstPad* pad) {
     const Owner<GstCaps> caps(gst_pad_get_current_caps(pad));
     if (!caps || gst_caps_get_size(caps.get()) == 0) return;
-    const std::string_view kind = gst_structure_get_name(gst_caps_get_structure(caps.get(), 0));
+    const GstStructure* const format = gst_caps_get_structure(caps.get(), 0);
+    const std::string_view kind = gst_structure_get_name(format);
+    if (kind.starts_with("audio/")) {
+        const thread_safety::LockGuard lock(mutex_);
+        gst_structure_get_int(format, "channels", &soundFormat_.channels);
+        gst_structure_get_int(format, "rate", &soundFormat_.rate);
+    }
     if (kind.starts_with("video/") && (multiplex_ || !hasPictures_.exchange(true)))
         addVideoSink(pad);
     else if (kind.starts_with("audio/") && (multiplex_ || !hasSound_.exchange(true)))
@@ -572,11 +579,13 @@ PictureFormat Playback::pictureFormat() const {
 Tracks Playback::tracks(const Terminal& terminal) const {
     if (!multiplex_) return noTracks(terminal);
     ChosenTracks chosen;
+    SoundFormat sound;
     {
         const thread_safety::LockGuard lock(mutex_);
         chosen = chosen_;
+        sound = soundFormat_;
     }
-    return tracksOf(terminal, program(), chosen, pictureFormat(), source_.uri);
+    return tracksOf(terminal, program(), chosen, pictureFormat(), sound, source_.uri);
 }
 
 // ---- looking ----

@@ -111,6 +111,7 @@ private:
     bool seen_ TVSA_GUARDED_BY(mutex_) = false;
     std::string missingCodec_ TVSA_GUARDED_BY(mutex_);
     ChosenTracks chosen_ TVSA_GUARDED_BY(mutex_);
+    SoundFormat soundFormat_ TVSA_GUARDED_BY(mutex_);
     std::array<Branch, trackKinds.size()> branches_ TVSA_GUARDED_BY(mutex_);
     // The pipeline's, or null: the sinks of the picture and of the teletext page, which covers it; what draws subtitles
     // into the picture.

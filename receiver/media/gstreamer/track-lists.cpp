@@ -45,7 +45,7 @@ Tracks noTracks(const Terminal& terminal) {
 }
 
 Tracks tracksOf(const Terminal& terminal, const Program& program, const ChosenTracks& chosen,
-                const PictureFormat& picture, const std::string& uri) {
+                const PictureFormat& picture, const SoundFormat& sound, const std::string& uri) {
     Tracks tracks = noTracks(terminal);
     list(program, TrackKind::audio, chosen[TrackKind::audio], tracks.audio,
          [&](const Stream& stream, bool isChosen, auto& audio) {
@@ -57,6 +57,9 @@ Tracks tracksOf(const Terminal& terminal, const Program& program, const ChosenTr
              audio.flagParam2 = stream.type == forTheVisuallyImpaired;
              audio.strParam3 = audio.flagParam2 ? "description" : "main";
              audio.strParam4 = uri;
+             if (!isChosen) return;
+             audio.intParam3 = sound.channels;
+             audio.intParam4 = sound.rate;
          });
     list(program, TrackKind::subtitle, chosen[TrackKind::subtitle], tracks.subtitle,
          [&](const Stream& stream, bool isChosen, auto& subtitle) {

@@ -22,16 +22,19 @@ private:
     std::array<std::int32_t, trackKinds.size()> numbers_{1, 0, 1, 0};
 };
 
-// What a decoder makes of the chosen video stream; 0: not known.
+// What decoders make of the chosen streams; 0: not known.
 struct PictureFormat {
     std::int32_t width = 0, height = 0, perSecond = 0;
+};
+struct SoundFormat {
+    std::int32_t channels = 0, rate = 0; // samples a second
 };
 
 // Tracks are numbered from 1, in the order of the program's table. Null for other numbers.
 const Stream* streamOf(const Program& program, TrackKind kind, std::int32_t number);
 
 Tracks tracksOf(const Terminal& terminal, const Program& program, const ChosenTracks& chosen,
-                const PictureFormat& picture, const std::string& uri);
+                const PictureFormat& picture, const SoundFormat& sound, const std::string& uri);
 Tracks noTracks(const Terminal& terminal);
 
 } // namespace media
