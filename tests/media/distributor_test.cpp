@@ -110,7 +110,10 @@ class ADistributor : public testing::Test {
 protected:
     static constexpr Distributor::Limits limits{20 * packetSize, 50 * packetSize};
 
-    void take(Stream& stream) { distributor.take(std::exchange(stream.bytes, {})); }
+    void take(Stream& from) {
+        distributor.take(from.bytes);
+        from.bytes.clear();
+    }
     std::size_t packetsFor(std::uint16_t program) {
         Recorder recorder;
         distributor.add(recorder, program);
