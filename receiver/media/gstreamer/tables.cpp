@@ -1,10 +1,11 @@
 #include "tables.h"
 
-#include "packet.h"
+#include "sections.h"
 
 #include <tvservice/values.h>
 
 #include <algorithm>
+#include <array>
 // Its headers need this order.
 // clang-format off
 #include <dvbpsi/dvbpsi.h>
@@ -183,8 +184,30 @@ std::optional<int> ratingIn(const dvbpsi_eit_event_t& event) {
     return 0;
 }
 
-// Invalid sections are dropped; the library says so only on request.
-dvbpsi_t* newDecoder() { return dvbpsi_new(nullptr, DVBPSI_MSG_NONE); }
+// Takes sections of one kind of table. The library takes them as packets, and says what it drops only on request.
+struct Decoder {
+    dvbpsi_t* const handle = dvbpsi_new(nullptr, DVBPSI_MSG_NONE); // null without memory
+    std::uint8_t counter = 0;                                      // of packets
+
+    void push(std::span<const std::uint8_t> section) {
+        if (!handle) return;
+        for (bool begins = true; begins || !section.empty(); begins = false) {
+            std::array<std::uint8_t, packetSize> packet;
+            packet.fill(0xFF);
+            constexpr std::uint8_t startsUnit = 0x40, hasPayload = 0x10, rest = 0;
+            packet[0] = syncByte;
+            packet[1] = begins ? startsUnit : 0;
+            packet[3] = static_cast<std::uint8_t>(hasPayload | counter);
+            counter = (counter + 1) & 0x0F;
+            packet[4] = rest;
+            const auto payload = std::span(packet).subspan(begins ? 5 : 4);
+            const std::size_t size = std::min(payload.size(), section.size());
+            std::ranges::copy(section.first(size), payload.begin());
+            section = section.subspan(size);
+            dvbpsi_packet_push(handle, packet.data());
+        }
+    }
+};
 
 } // namespace
 
@@ -192,30 +215,30 @@ struct Tables::Decoders {
     struct ProgramTable {
         Decoders* decoders;
         std::uint16_t number;
-        dvbpsi_t* handle;
-        ProgramTable(Decoders& all, std::uint16_t program) : decoders(&all), number(program), handle(newDecoder()) {
-            if (handle) dvbpsi_pmt_attach(handle, number, takeProgram, this);
+        Decoder decoder;
+        ProgramTable(Decoders& all, std::uint16_t program) : decoders(&all), number(program) {
+            if (decoder.handle) dvbpsi_pmt_attach(decoder.handle, number, takeProgram, this);
         }
         ~ProgramTable() {
-            if (!handle) return;
-            dvbpsi_pmt_detach(handle);
-            dvbpsi_delete(handle);
+            if (!decoder.handle) return;
+            dvbpsi_pmt_detach(decoder.handle);
+            dvbpsi_delete(decoder.handle);
         }
         ProgramTable(const ProgramTable&) = delete;
         ProgramTable& operator=(const ProgramTable&) = delete;
     };
 
-    Decoders() : list(newDecoder()), descriptions(newDecoder()), events(newDecoder()) {
-        if (list) dvbpsi_pat_attach(list, takeList, this);
-        for (dvbpsi_t* const tables : {descriptions, events})
+    Decoders() {
+        if (list.handle) dvbpsi_pat_attach(list.handle, takeList, this);
+        for (dvbpsi_t* const tables : {descriptions.handle, events.handle})
             if (tables) dvbpsi_AttachDemux(tables, takeTable, this);
     }
     ~Decoders() {
-        if (list) {
-            dvbpsi_pat_detach(list);
-            dvbpsi_delete(list);
+        if (list.handle) {
+            dvbpsi_pat_detach(list.handle);
+            dvbpsi_delete(list.handle);
         }
-        for (dvbpsi_t* const tables : {descriptions, events}) {
+        for (dvbpsi_t* const tables : {descriptions.handle, events.handle}) {
             if (!tables) continue;
             dvbpsi_DetachDemux(tables);
             dvbpsi_delete(tables);
@@ -261,9 +284,9 @@ struct Tables::Decoders {
     static void takeTable(dvbpsi_t* handle, std::uint8_t table, std::uint16_t extension, void* self) {
         auto& decoders = *static_cast<Decoders*>(self);
         // Other tables describe other transport streams.
-        if (handle == decoders.descriptions && table == descriptionTable && !decoders.isDescribed)
+        if (handle == decoders.descriptions.handle && table == descriptionTable && !decoders.isDescribed)
             decoders.isDescribed = dvbpsi_sdt_attach(handle, table, extension, takeDescriptions, self);
-        if (handle == decoders.events && table == eventTable && decoders.withEvents.size() < mostPrograms &&
+        if (handle == decoders.events.handle && table == eventTable && decoders.withEvents.size() < mostPrograms &&
             !decoders.withEvents.contains(extension) && dvbpsi_eit_attach(handle, table, extension, takeEvents, self))
             decoders.withEvents.insert(extension);
     }
@@ -304,11 +327,29 @@ struct Tables::Decoders {
         for (const auto& [number, program] : programs) {
             programTables[program.tablePid].push_back(std::make_unique<ProgramTable>(*this, number));
         }
+        std::erase_if(sections, [this](const auto& entry) { return !contains(entry.first); });
     }
 
-    dvbpsi_t* const list;
-    dvbpsi_t* const descriptions;
-    dvbpsi_t* const events;
+    // Whether a PID has tables.
+    bool contains(std::uint16_t pid) const {
+        return pid == listPid || pid == descriptionPid || pid == eventPid || programTables.contains(pid);
+    }
+    void take(std::uint16_t pid, std::span<const std::uint8_t> section) {
+        if (pid == listPid) {
+            list.push(section);
+        } else if (pid == descriptionPid) {
+            descriptions.push(section);
+        } else if (pid == eventPid) {
+            events.push(section);
+        } else {
+            // One PID may have the tables of many programs.
+            for (const auto& table : programTables[pid])
+                if (table->number == Sections::extensionOf(section)) table->decoder.push(section);
+        }
+    }
+
+    Decoder list, descriptions, events;
+    std::map<std::uint16_t, Sections> sections; // by PID; of those with tables
     std::set<std::uint16_t> withEvents;         // programs; at most mostPrograms
     std::map<std::uint16_t, Program> programs;  // at most mostPrograms
     std::map<std::uint16_t, std::string> names; // by number; at most mostPrograms
@@ -319,20 +360,13 @@ struct Tables::Decoders {
 Tables::Tables() : decoders_(std::make_unique<Decoders>()) {}
 Tables::~Tables() = default;
 
-bool Tables::take(std::span<std::uint8_t> packet, std::uint16_t pid) {
+bool Tables::take(const Packet& packet) {
     Decoders& all = *decoders_;
+    const std::uint16_t pid = packet.pid();
+    if (!all.contains(pid)) return false;
     all.changed = false;
-    if (pid == listPid) {
-        if (all.list) dvbpsi_packet_push(all.list, packet.data());
-        if (all.replaced) all.replaceProgramTables();
-    } else if (pid == descriptionPid) {
-        if (all.descriptions) dvbpsi_packet_push(all.descriptions, packet.data());
-    } else if (pid == eventPid) {
-        if (all.events) dvbpsi_packet_push(all.events, packet.data());
-    } else if (const auto tables = all.programTables.find(pid); tables != all.programTables.end()) {
-        for (const auto& table : tables->second)
-            if (table->handle) dvbpsi_packet_push(table->handle, packet.data());
-    }
+    all.sections[pid].take(packet, [&](std::span<const std::uint8_t> section) { all.take(pid, section); });
+    if (all.replaced) all.replaceProgramTables();
     if (!all.changed) return false;
     for (auto& [number, program] : all.programs)
         if (const auto name = all.names.find(number); name != all.names.end()) program.name = name->second;

@@ -1,6 +1,8 @@
 // The tables of an MPEG transport stream: which programs it has, and which streams these have.
 #pragma once
 
+#include "packet.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -46,7 +48,7 @@ public:
     Tables& operator=(const Tables&) = delete;
 
     // Takes the next packet of the stream, if it is one of a table. Returns whether the programs have changed.
-    bool take(std::span<std::uint8_t> packet, std::uint16_t pid);
+    bool take(const Packet& packet);
 
     bool areProgramsKnown() const;                            // their list has come
     const std::map<std::uint16_t, Program>& programs() const; // by number
