@@ -76,6 +76,7 @@ void Demonstration::run() {
         {"five terminals at once", &Demonstration::fiveTerminals},
         {"a file that is not there", &Demonstration::missingFile},
         {"tracks are chosen", &Demonstration::tracks},
+        {"a page of teletext", &Demonstration::teletext},
         {"the tuner, and a locked terminal", &Demonstration::tunerAndLock},
         {"a download over the air", &Demonstration::download},
         {"who may have the tuner", &Demonstration::negotiation},
@@ -290,28 +291,40 @@ void Demonstration::look() {
     for (const auto& [terminal, shown] : shown_) steps_.back().pictures.push_back(look(terminal, shown));
 }
 
+std::optional<Demonstration::Appearance> Demonstration::appearanceOf(const Shown& shown) const {
+    // The media engine's test picture and its tone.
+    if (shown.uri == input) return Appearance{"HDMI 1", sizeText(720, 576), 440};
+    const auto* const program = broadcasts_->programOf(shown.uri);
+    if (!program) return std::nullopt;
+    return Appearance{program->name, sizeText(program->width, program->height), program->sounds.at(shown.sound).pitch};
+}
+
 Picture Demonstration::look(const std::string& terminal, const Shown& shown) {
     const Part shows = shown.uri == film_ ? Part::mmService : Part::tvService;
     const Part other = shows == Part::tvService ? Part::mmService : Part::tvService;
-    const auto* const program = broadcasts_->programOf(shown.uri);
+    const auto expected = appearanceOf(shown);
     Picture picture{terminal, "", "", pictureOf(shows, terminal)};
-    if (picture.png.empty() != (program == nullptr))
+    if (picture.png.empty() == expected.has_value())
         throw ReceiverError(terminal + ": expected " +
-                            (program ? "a picture of " + program->name + ", got none" : "no picture, got one"));
+                            (expected ? "a picture of " + expected->name + ", got none" : "no picture, got one"));
     if (!pictureOf(other, terminal).empty())
         throw ReceiverError(terminal + ": expected no picture of " + nameOf(other) + ", got one");
-    if (!program) return picture;
+    if (!expected) return picture;
 
-    const std::string size = sizeOf(picture.png), expected = sizeText(program->width, program->height);
-    if (size != expected) throw ReceiverError(terminal + ": expected a picture of " + expected + ", got " + size);
-    const int pitch = program->sounds.at(shown.sound).pitch;
+    // A page of teletext is seen when it is broadcast the next time.
+    const auto isRight = [&] { return (sizeOf(picture.png) == expected->size) != shown.isCovered; };
+    const auto looks = [&] { return isRight() || (picture.png = pictureOf(shows, terminal), isRight()); };
+    if (!(shown.isCovered ? kit_.waitFor(looks, receiver::defaultTimeout) : isRight()))
+        throw ReceiverError(terminal + ": expected " +
+                            (shown.isCovered ? "teletext" : "a picture of " + expected->size) + ", got a picture of " +
+                            sizeOf(picture.png));
     int heard = 0;
-    const auto sounds = [&] { return (heard = kit_.ask(shows, {"level", terminal}).at("pitch")) == pitch; };
+    const auto sounds = [&] { return (heard = kit_.ask(shows, {"level", terminal}).at("pitch")) == expected->pitch; };
     if (!kit_.waitFor(sounds, receiver::defaultTimeout))
-        throw ReceiverError(terminal + ": expected a tone of " + std::to_string(pitch) + " Hz, the sound of " +
-                            program->name + ", got " + std::to_string(heard) + " Hz");
-    picture.name = program->name;
-    picture.details = size + ", " + std::to_string(pitch) + " Hz";
+        throw ReceiverError(terminal + ": expected a tone of " + std::to_string(expected->pitch) +
+                            " Hz, the sound of " + expected->name + ", got " + std::to_string(heard) + " Hz");
+    picture.name = expected->name + (shown.isCovered ? ", teletext" : "");
+    picture.details = sizeOf(picture.png) + ", " + std::to_string(expected->pitch) + " Hz";
     return picture;
 }
 

@@ -11,6 +11,7 @@
 #include <kit/receiver-kit.h>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,7 @@ private:
     void fiveTerminals();
     void missingFile();
     void tracks();
+    void teletext();
     void tunerAndLock();
     void download();
     void negotiation();
@@ -58,6 +60,8 @@ private:
     // the result text.
     void expectNotifications(const std::vector<std::string>& command, const std::vector<Notification>& expected,
                              const std::string& result, receiver::Part part = receiver::Part::frameHost);
+
+    void chooseTeletext(int number); // on 0:0; 0: none
 
     Request ask(const std::string& terminals, const std::string& uri);
     // Waits for the answers to a request, shows what happened and checks that they are the expected ones.
@@ -78,7 +82,14 @@ private:
     struct Shown {
         std::string uri; // empty: nothing
         std::size_t sound = 0;
+        bool isCovered = false; // by teletext
     };
+    // How a terminal looks and sounds then.
+    struct Appearance {
+        std::string name, size;
+        int pitch;
+    };
+    std::optional<Appearance> appearanceOf(const Shown& shown) const; // nothing: dark
     // Takes the terminals' pictures and checks that each shows and sounds as its program does.
     void look();
     Picture look(const std::string& terminal, const Shown& shown);
@@ -86,6 +97,8 @@ private:
 
     receiver::ReceiverKit& kit_;
     const Screen& screen_;
+    static constexpr const char* input = "rec://plain/hdmi?id=0";
+
     Broadcasts* const broadcasts_;
     std::string film_;
     std::map<std::string, Shown> shown_; // on the terminals used so far

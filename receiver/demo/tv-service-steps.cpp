@@ -36,15 +36,27 @@ void Demonstration::tracks() {
     const bool isSimulated = !broadcasts_;
     choose("audio", "TvServiceAudioInfo", 2, true);
     shown_["0:0"].sound = 1;
-    choose("subtitle", "TvServiceSubtitleInfo", 1, isSimulated || !broadcasts_->programOf(live)->subtitle.empty());
+    choose("subtitle", "TvServiceSubtitleInfo", 1, true);
     choose("video", "TvServiceVideoInfo", 2, isSimulated, {{"intParam1", 1}, {"intParam4", 720}});
-    choose("teletext", "TvServiceTeletextInfo", 1, isSimulated);
     expectNotifications({"mts-audio", "2"}, {{"TvServiceMtsAudioTrackInfoNotify", {{"track", 2}}}}, "both sounds");
     good(isSimulated ? "all clients were notified of each choice, with the available streams"
-                     : "the other sound is heard; what the channel does not have cannot be chosen");
+                     : "the other sound is heard, and subtitles are seen; there is no second picture to choose");
+}
+
+void Demonstration::chooseTeletext(int number) {
+    expectNotifications({"teletext", "0:0", std::to_string(number)},
+                        {{"TvServiceTeletextInfo", onlyInfo({{"intParam1", number}, {"intParam2", result::done}})}},
+                        number == 0 ? "no teletext" : "teletext " + std::to_string(number));
+    shown_["0:0"].isCovered = number != 0;
+}
+
+void Demonstration::teletext() {
+    chooseTeletext(1);
+    good(broadcasts_ ? "a page of teletext covers the picture; the sound goes on" : "all clients were notified");
 }
 
 void Demonstration::tunerAndLock() {
+    chooseTeletext(0);
     if (broadcasts_) broadcasts_->waitForSecond();
     const json terminal = {{"type", 1}, {"id", 0}};
     expectNotifications({"play", "1:0", "dvb://1.2.3"},
@@ -58,7 +70,8 @@ void Demonstration::tunerAndLock() {
         return onlyInfo({{"services", {{{"intParam1", 5}, {"byteParam2", 1}, {"shortParam1", age}}}}});
     };
     expectNotifications({"parental-lock", "5:0", "1", "16"}, {{"TvServiceStatusInfo", lock(16)}}, "locked");
-    expectNotifications({"play", "5:0", live}, {{"TvServiceInfo", answer(5, result::locked, live)}},
+    constexpr const char* forAdults = "dvb://1.2.2"; // its broadcast says so
+    expectNotifications({"play", "5:0", forAdults}, {{"TvServiceInfo", answer(5, result::locked, forAdults)}},
                         named(result::locked));
     shown_["5:0"] = {};
     expectNotifications({"parental-lock", "5:0", "0"}, {{"TvServiceStatusInfo", json::object()}}, "unlocked");
@@ -90,17 +103,14 @@ void Demonstration::negotiation() {
 }
 
 void Demonstration::pathSwitch() {
-    constexpr const char* input = "rec://plain/hdmi?id=0";
-    const int outcome = broadcasts_ ? result::codecMissing : result::done; // only simulated inputs can be shown
     json answers = json::array();
     for (const int type : {0, 9, 1, 4, 8}) {
-        answers.push_back(answer(type, outcome, input).at("infos").at(0));
-        shown_[std::to_string(type) + ":0"] = {};
+        answers.push_back(answer(type, result::done, input).at("infos").at(0));
+        shown_[std::to_string(type) + ":0"] = {input};
     }
     expectNotifications({"pathswitch", "hdmi"}, {{"TvServiceInfo", {{"infos", answers}}}},
-                        named(outcome) + ", 5 times");
-    good(broadcasts_ ? "one command of the adapter addresses all windows; there is no input to show here"
-                     : "one command of the adapter shows the input on all windows");
+                        named(result::done) + ", 5 times");
+    good("one command of the adapter shows the input on all windows");
 }
 
 void Demonstration::expectNotifications(const std::vector<std::string>& command,

@@ -73,9 +73,13 @@ std::string pipelineOf(const Broadcast& broadcast, const Length& length) {
                std::to_string(program.number) + "=sink_" + std::to_string(program.videoPid());
     }
     constexpr int tableInterval = 9000; // ticks of 90 kHz: a receiver waits at most a tenth of a second
+    constexpr int clockInterval = 1800; // less than from one picture to the next, so that each has a clock
     const std::string interval = std::to_string(tableInterval);
-    return "mpegtsmux name=mux alignment=7 pat-interval=" + interval + " pmt-interval=" + interval + " prog-map=\"" +
-           map + "\" ! appsink name=out sync=false max-buffers=64\n" + streams;
+    // What a live broadcast has made before its time waits: more than a group of pictures.
+    const std::string buffers = length.isLive ? "4096" : "64";
+    return "mpegtsmux name=mux alignment=7 pat-interval=" + interval + " pmt-interval=" + interval +
+           " pcr-interval=" + std::to_string(clockInterval) + " prog-map=\"" + map +
+           "\" ! appsink name=out sync=false max-buffers=" + buffers + '\n' + streams;
 }
 
 } // namespace transmitter

@@ -17,10 +17,12 @@
 #include <iostream>
 #include <memory>
 #include <netinet/in.h>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -34,7 +36,8 @@ constexpr std::size_t datagramSize = 7 * packetSize;
 class Output {
 public:
     virtual ~Output() = default;
-    virtual void write(std::span<const std::uint8_t> packets) = 0;
+    // time: of the packets, since the broadcast began.
+    virtual void write(std::span<const std::uint8_t> packets, std::chrono::milliseconds time) = 0;
     virtual void finish() {}
 };
 
@@ -49,7 +52,7 @@ public:
         std::error_code ignored;
         std::filesystem::remove(part_, ignored);
     }
-    void write(std::span<const std::uint8_t> packets) override {
+    void write(std::span<const std::uint8_t> packets, std::chrono::milliseconds) override {
         file_.write(reinterpret_cast<const char*>(packets.data()), static_cast<std::streamsize>(packets.size()));
     }
     void finish() override {
@@ -62,6 +65,7 @@ private:
     std::ofstream file_;
 };
 
+// Sends packets at their times: an encoder may pass on many pictures at once.
 class NetworkOutput final : public Output {
 public:
     explicit NetworkOutput(const std::string& address) : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
@@ -79,7 +83,10 @@ public:
     NetworkOutput(const NetworkOutput&) = delete;
     NetworkOutput& operator=(const NetworkOutput&) = delete;
     // What nobody receives is lost, as in the air.
-    void write(std::span<const std::uint8_t> packets) override {
+    void write(std::span<const std::uint8_t> packets, std::chrono::milliseconds time) override {
+        constexpr std::chrono::milliseconds reserve{300}; // for packets that are made late
+        if (!start_) start_ = std::chrono::steady_clock::now() + reserve;
+        std::this_thread::sleep_until(*start_ + time);
         for (; !packets.empty(); packets = packets.subspan(std::min(packets.size(), datagramSize)))
             ::sendto(socket_, packets.data(), std::min(packets.size(), datagramSize), 0,
                      reinterpret_cast<const sockaddr*>(&to_), sizeof to_);
@@ -88,6 +95,7 @@ public:
 private:
     const int socket_;
     sockaddr_in to_{};
+    std::optional<std::chrono::steady_clock::time_point> start_;
 };
 
 std::unique_ptr<Output> outputTo(const std::string& place) {
@@ -131,7 +139,7 @@ void broadcast(GstElement* pipeline, const Broadcast& what, std::chrono::seconds
         if (gst_buffer_map(buffer, &map, GST_MAP_READ)) {
             const Bytes packets = additions.complete({map.data, map.size});
             gst_buffer_unmap(buffer, &map);
-            if (!isLost(additions.time(), loss)) output.write(packets);
+            if (!isLost(additions.time(), loss)) output.write(packets, additions.time());
         }
         gst_sample_unref(sample);
     }

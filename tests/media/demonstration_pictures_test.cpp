@@ -62,12 +62,20 @@ TEST_F(ADemonstration, ShowsOnItsSheetWhatEachTerminalShowedAtEachStep) {
     EXPECT_THAT(outcome.output, AllOf(HasSubstr("Everything was as expected"),
                                       HasSubstr("Pictures of each step: " + sheet), Not(HasSubstr("reqid"))));
     const Terminals five{{"0:0", "One"}, {"1:0", "One"}, {"2:0", "One"}, {"3:0", "nothing"}, {"4:0", "One"}};
+    Terminals withPage = five;
+    withPage["0:0"] = ""; // no code
     const Terminals tuned{{"0:0", "One"},     {"1:0", "Music"}, {"2:0", "One"},
                           {"3:0", "nothing"}, {"4:0", "One"},   {"5:0", "nothing"}};
     const auto dark = [](Terminals lit) {
         for (const char* terminal : {"0:0", "1:0", "2:0", "3:0", "4:0", "5:0", "8:0", "9:0"})
             lit.try_emplace(terminal, "nothing");
         return lit;
+    };
+    // The test picture of the input has no code.
+    const auto switched = [](Terminals others) {
+        for (const char* terminal : {"0:0", "1:0", "4:0", "8:0", "9:0"}) others.try_emplace(terminal, "");
+        others.insert({{"2:0", "One"}, {"3:0", "nothing"}, {"5:0", "nothing"}});
+        return others;
     };
     using Expected = std::vector<std::pair<std::string, Terminals>>;
     EXPECT_EQ(steps(), (Expected{
@@ -78,12 +86,13 @@ TEST_F(ADemonstration, ShowsOnItsSheetWhatEachTerminalShowedAtEachStep) {
                             {{"0:0", "One"}, {"1:0", "One"}, {"2:0", "One"}, {"3:0", "One"}, {"4:0", "One"}}},
                            {"a file that is not there", five},
                            {"tracks are chosen", five},
+                           {"a page of teletext", withPage},
                            {"the tuner, and a locked terminal", tuned},
                            {"a download over the air", tuned},
                            {"who may have the tuner", tuned},
-                           {"the path switch", dark({{"2:0", "One"}})},
-                           {"the MM service hangs", dark({{"2:0", "One"}})},
-                           {"the TV service hangs", dark({{"0:0", "One"}, {"2:0", "One"}})},
+                           {"the path switch", switched({})},
+                           {"the MM service hangs", switched({{"1:0", "nothing"}})},
+                           {"the TV service hangs", switched({{"0:0", "One"}, {"1:0", "nothing"}})},
                            {"the TV service is killed and started again", dark({{"0:0", "Two"}})},
                        }));
     EXPECT_THAT(contentOf(sheet), AllOf(HasSubstr("cannot open file (3)"), HasSubstr("5:0</b>"),

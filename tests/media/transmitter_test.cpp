@@ -311,7 +311,7 @@ protected:
     ATransmitter() { environment["ASAN_OPTIONS"] = "detect_leaks=0"; } // of GStreamer's plugins
 };
 
-TEST_F(ATransmitter, SendsNothingWhileItsSignalIsLost) {
+TEST_F(ATransmitter, SendsInRealTimeAndNothingWhileItsSignalIsLost) {
     const int receiver = ::socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in address{};
     socklen_t size = sizeof address;
@@ -321,6 +321,7 @@ TEST_F(ATransmitter, SendsNothingWhileItsSignalIsLost) {
     ASSERT_EQ(::getsockname(receiver, reinterpret_cast<sockaddr*>(&address), &size), 0);
     constexpr timeval wait{0, 100'000};
     ::setsockopt(receiver, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+    const auto begin = std::chrono::steady_clock::now();
     const auto sender = start({program("tvsa-transmitter"), "--seconds", "2", "--loss", "9",
                                "udp://127.0.0.1:" + std::to_string(ntohs(address.sin_port))});
     std::vector<std::uint64_t> clocks;
@@ -330,8 +331,13 @@ TEST_F(ATransmitter, SendsNothingWhileItsSignalIsLost) {
         while (::recv(receiver, datagram.data(), datagram.size(), 0) > 0)
             for (std::size_t at = 0; at < datagram.size(); at += packetSize)
                 if (const auto clock =
-                        media::Packet(std::span<std::uint8_t>(datagram).subspan(at).first<packetSize>()).pcr())
+                        media::Packet(std::span<std::uint8_t>(datagram).subspan(at).first<packetSize>()).pcr()) {
                     clocks.push_back(*clock);
+                    const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - begin;
+                    EXPECT_GE(passed.count() * media::ticksPerSecond + static_cast<double>(clocks.front()),
+                              static_cast<double>(*clock))
+                        << "sent too early";
+                }
     }
     ::close(receiver);
     EXPECT_EQ(sender->wait().exitCode, 0);

@@ -336,11 +336,13 @@ void Playback::addVideoSink(GstPad* pad) {
             if (overlay) elements.push_back(overlay);
         picture_ = sink;
     }
-    elements.push_back(sink);
-    for (std::size_t i = 1; i < elements.size(); ++i) { // overlays have several entries
-        const bool isOverlay = i + 1 < elements.size();
-        gst_element_link_pads(elements[i - 1], "src", elements[i], isOverlay ? "video_sink" : "sink");
-    }
+    for (std::size_t i = 1; i < elements.size(); ++i) // overlays have several entries
+        gst_element_link_pads(elements[i - 1], "src", elements[i], "video_sink");
+    // Overlays leave the drawing to a sink that could do it, but a snapshot shows only the picture itself.
+    GstElement* const drawn = add(kind, "capsfilter");
+    setCaps(drawn, "video/x-raw");
+    linkAll({elements.back(), drawn, sink});
+    elements.insert(elements.end(), {drawn, sink});
     const Owner<GstPad> entry(gst_element_get_static_pad(sink, "sink"));
     gst_pad_add_probe(entry.get(), GST_PAD_PROBE_TYPE_BUFFER, showAtOnce, this, nullptr);
     startAll(elements);
