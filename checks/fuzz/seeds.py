@@ -32,6 +32,41 @@ def golden():
                 yield content["service"], content["message"], value, swap, bytes.fromhex(value[order])
 
 
+def section(pid, table, extension, content, last=0):
+    """A part of a transport stream: a section, whose length and checksum the target makes right."""
+    body = struct.pack(">HBBB", extension, 0xC1, 0, last) + content
+    return bytes([1]) + struct.pack(">H", pid) + bytes([table, 0xB0, 0, len(body)]) + body
+
+
+def picture(pid, clock, more):
+    """A part: a key frame with a clock in ticks, and more packets."""
+    header = bytes.fromhex("000001e0000080000000000001b300")
+    return (
+        bytes([3]) + struct.pack(">HBIB", pid, 0x40 | 0x20 | 0x10 | 0x80 | 15, clock >> 1, 0x50) + header + bytes([more])
+    )
+
+
+def transport_streams():
+    """name, parts."""
+    names = section(0x11, 0x42, 7, bytes.fromhex("0001ff 0001 fd 8009 4807 01 01 41 03 4f6e65"))
+    event = bytes.fromhex("03e9 e000000000 000005 8006 5504 64657505")
+    events = section(0x12, 0x4E, 1, bytes.fromhex("000700010000") + event, 0)
+    for count in (1, 3):
+        programs = [(number, 0x1000 + number, 0x100 * number) for number in range(1, count + 1)]
+        entries = b"".join(struct.pack(">HH", number, 0xE000 | table) for number, table, _ in programs)
+        parts = [section(0, 0, 7, entries)]
+        for number, table, pid in programs:
+            streams = struct.pack(">HHBHH", 0xE000 | pid, 0xF000, 0x1B, 0xE000 | pid, 0xF000)
+            streams += struct.pack(">BHH", 3, 0xE000 | pid + 1, 0xF006) + b"\x0a\x04eng\0"
+            streams += struct.pack(">BHH", 6, 0xE000 | pid + 2, 0xF007) + b"\x56\x05eng\x09\0"
+            streams += struct.pack(">BHH", 6, 0xE000 | pid + 3, 0xF00A) + b"\x59\x08eng\x10\0\1\0\1"
+            parts.append(section(table, 2, number, streams))
+        parts += [names, events]
+        for clock in (0, 9_000, 18_000):
+            parts += [picture(pid, clock, count) for _, _, pid in programs]
+        yield f"programs-{count}", parts
+
+
 def seeds(order_of_kinds):
     """target, name, bytes of each; order_of_kinds: the targets of the messages, as the fuzzer numbers them."""
     for service, message, value, swap, data in golden():
@@ -74,6 +109,13 @@ def seeds(order_of_kinds):
     yield "tls-inside", "spoiled", bytes([0, 1, 0, 0, 253, 7, 23, 3, 3, 0, 1, 9, 9, 4, 0, 1, 0, 0])
     yield "tls-inside", "ended", bytes([0, 1, 0, 0, 4, 254])
     yield "tls-inside", "broken-off", bytes([0, 1, 0, 0, 4, 255, 0, 1, 0, 0, 4])
+    yield "packets", "clock-and-times", struct.pack(">II", 90_000, 0x7FFFFFFF) + bytes.fromhex(
+        "47410030075080000000fe00000001e0000080c00a31000100031100010001"
+    )
+    for name, parts in transport_streams():
+        yield "table-sections", name, b"".join(parts)
+        for choice in (0, 1):
+            yield "distribution", f"{name}-{choice}", bytes([choice, 200, 1]) + b"".join(parts)
     # One table of two fields and a text, and a message for it; a table that holds itself.
     table = bytes([0, 3, 2, 1, 3, 12, 15, 0])
     yield "endian-tables", "text", table + bytes([0]) + struct.pack("<IHII", 7, 9, 2, 14) + b"ab\0"

@@ -21,6 +21,8 @@ struct Target {
 
 // All of them, those of the messages first, in the order of the services' lists.
 const std::vector<Target>& targets();
+// Those that this build leaves out, for want of libraries; the corpus has them, too.
+const std::vector<std::string>& targetsLeftOut();
 
 // The targets by file.
 std::vector<Target> messageTargets(); // one for each kind of message
@@ -30,6 +32,9 @@ void frames(Input input);
 void tlsBefore(Input input);
 void tlsInside(Input input);
 void tables(Input input);
+void packets(Input input);
+void tableSections(Input input);
+void distribution(Input input);
 void json(Input input);
 void shellLines(Input input);
 void uris(Input input);

@@ -154,6 +154,7 @@ class Machine:
             "TVSA_CONFIG": str(self.folder / "config.toml"),
             "TVSA_LOG": "info",
             "TVSA_LOG_FORMAT": "json",
+            "TVSA_MEDIA_ENGINE": "simulated",
             **(added or {}),
         }
 

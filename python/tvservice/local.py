@@ -39,13 +39,16 @@ def program(name: str) -> str:
 
 
 def clean_environment(added: Mapping[str, str]) -> Dict[str, str]:
-    """This process's environment without the variables and the configuration of other receivers."""
+    """This process's environment without the variables and the configuration of other receivers.
+
+    The services play nothing for real, unless the added variables name another media engine.
+    """
     others = {
         name: value
         for name, value in os.environ.items()
         if not name.startswith("TVSA_") and name not in ("RUNTIME_DIRECTORY", "STATE_DIRECTORY")
     }
-    return {**others, "TVSA_CONFIG": os.devnull, **added}
+    return {**others, "TVSA_CONFIG": os.devnull, "TVSA_MEDIA_ENGINE": "simulated", **added}
 
 
 def start_program(

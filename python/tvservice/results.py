@@ -41,6 +41,8 @@ class Result(IntEnum):
     NO_SUCH_PROGRAM = 14
     # the channel list does not say where the channel comes from
     NO_SOURCE = 15
+    # all tuners receive other transport streams; a notification names them
+    NO_TUNER = 16
 
     def __str__(self) -> str:
         return NAMES[self]
@@ -63,6 +65,7 @@ NAMES: Dict[int, str] = {
     Result.NO_CONNECTION: "no connection",
     Result.NO_SUCH_PROGRAM: "no such program",
     Result.NO_SOURCE: "no source",
+    Result.NO_TUNER: "no tuner",
 }
 
 

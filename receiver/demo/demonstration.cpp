@@ -1,7 +1,10 @@
 #include "demonstration.h"
 
+#include <tvservice/results.h>
+
 #include <algorithm>
 #include <fstream>
+#include <media/snapshot.h>
 
 namespace demo {
 namespace {
@@ -11,10 +14,9 @@ using receiver::Answer;
 using receiver::Milliseconds;
 using receiver::Part;
 using receiver::ReceiverError;
+namespace result = tvservice::result;
 
-constexpr const char* live = "dvb://1.1.1";
 constexpr const char* stopped = "rec://plain/null";
-constexpr int cannotOpen = 3;
 constexpr Microseconds answerLimit{5000000};
 constexpr Milliseconds dropLimit{15000}; // the manager checks once a second, a loaded machine later
 constexpr const char* dropped = "timeout 5s, erase it";
@@ -35,10 +37,29 @@ std::string textOf(const std::vector<Answer>& answers) {
     return result.empty() ? "none" : result;
 }
 
+std::string sizeText(int width, int height) { return std::to_string(width) + "x" + std::to_string(height); }
+
+// Of a PNG, whose header has the width and the height at its bytes 16 to 23.
+std::string sizeOf(const std::string& png) {
+    constexpr std::size_t width = 16, height = 20, end = 24;
+    const auto numberAt = [&](std::size_t at) {
+        unsigned number = 0;
+        for (std::size_t i = at; i < at + 4; ++i) number = number << 8 | static_cast<unsigned char>(png[i]);
+        return static_cast<int>(number);
+    };
+    return png.size() < end ? "no size" : sizeText(numberAt(width), numberAt(height));
+}
+
 } // namespace
 
-Demonstration::Demonstration(receiver::ReceiverKit& kit, const Screen& screen)
-    : kit_(kit), screen_(screen), rows_{{"step", "asked", "result", "time"}} {
+std::string named(int result) { return tvservice::nameOfResult(result) + (" (" + std::to_string(result) + ')'); }
+
+Demonstration::Demonstration(receiver::ReceiverKit& kit, const Screen& screen, Broadcasts* broadcasts)
+    : kit_(kit), screen_(screen), broadcasts_(broadcasts) {
+    if (broadcasts_) {
+        film_ = broadcasts_->film();
+        return;
+    }
     const auto film = kit.folder() / "film.ts";
     std::ofstream(film) << "a film";
     film_ = "file://" + film.string();
@@ -55,6 +76,7 @@ void Demonstration::run() {
         {"five terminals at once", &Demonstration::fiveTerminals},
         {"a file that is not there", &Demonstration::missingFile},
         {"tracks are chosen", &Demonstration::tracks},
+        {"a page of teletext", &Demonstration::teletext},
         {"the tuner, and a locked terminal", &Demonstration::tunerAndLock},
         {"a download over the air", &Demonstration::download},
         {"who may have the tuner", &Demonstration::negotiation},
@@ -63,17 +85,17 @@ void Demonstration::run() {
         {"the TV service hangs", &Demonstration::tvServiceHangs},
         {"the TV service is killed and started again", &Demonstration::serviceRestarts},
     };
-    for (int number = 0; const auto& [title, step] : steps) {
-        number_ = std::to_string(++number);
-        screen_.title(number_ + ' ' + title);
+    for (const auto& [title, step] : steps) {
+        steps_.push_back({title, {}, {}, {}});
+        const std::string number = std::to_string(steps_.size());
+        screen_.title(number + ' ' + title);
         try {
             (this->*step)();
+            if (broadcasts_) look();
         } catch (const ReceiverError& error) {
-            throw ReceiverError("step " + number_ + ", " + title + ": " + error.what());
+            throw ReceiverError("step " + number + ", " + title + ": " + error.what());
         }
     }
-    screen_.title("Summary");
-    screen_.table(rows_);
     statistics();
 }
 
@@ -83,16 +105,17 @@ void Demonstration::liveChannel() {
     Request request = ask("0:0", live);
     expectAnswers(request, {{request.reqId, "0:0", 0, live}});
     expectSteps(request, {"SendingStart", "Receiving", "finished"});
-    addRow(request, "0", timeOf(request, "finished"));
-    screen_.good("shown; the TV service switches over by itself");
+    addOutcome(request, named(result::done), timeOf(request, "finished"));
+    good("shown; the TV service switches over by itself");
 }
 
 void Demonstration::file() {
+    if (broadcasts_) broadcasts_->waitForFilm();
     Request request = ask("0:0", film_);
     expectAnswers(request, {{request.reqId, "0:0", 0, film_}});
     expectSteps(request, {"SendingStop", "WaitingStop", "WaitingStop", "SendingStart", "WaitingStart", "finished"});
-    addRow(request, "0", timeOf(request, "finished"));
-    screen_.good("the MM service played once both services had stopped");
+    addOutcome(request, named(result::done), timeOf(request, "finished"));
+    good("the MM service played once both services had stopped");
 }
 
 void Demonstration::liveChannelAfterFile() {
@@ -100,8 +123,8 @@ void Demonstration::liveChannelAfterFile() {
     expectAnswers(request, {{request.reqId, "0:0", 0, live}});
     expectSteps(request, {"SendingStop", "WaitingStop,ResResponse::ResponseMM, all ResResponse::ResponseMM",
                           "SendingStart", "WaitingStart,ResResponse::ResponseTV", "finished"});
-    addRow(request, "0", timeOf(request, "finished"));
-    screen_.good("the MM service stopped first");
+    addOutcome(request, named(result::done), timeOf(request, "finished"));
+    good("the MM service stopped first");
 }
 
 void Demonstration::fiveTerminals() {
@@ -110,16 +133,16 @@ void Demonstration::fiveTerminals() {
     for (const char* terminal : {"0:0", "1:0", "2:0", "3:0", "4:0"})
         expected.push_back({request.reqId, terminal, 0, live});
     expectAnswers(request, expected);
-    addRow(request, "0 five times", timeOf(request, "finished"));
-    screen_.good("one request, one answer list");
+    addOutcome(request, named(result::done) + ", 5 times", timeOf(request, "finished"));
+    good("one request, one answer list");
 }
 
 void Demonstration::missingFile() {
     const std::string missing = "file://" + (kit_.folder() / "missing.ts").string();
     Request request = ask("3:0", missing);
-    expectAnswers(request, {{request.reqId, "3:0", cannotOpen, missing}});
-    addRow(request, std::to_string(cannotOpen), timeOf(request, "finished"));
-    screen_.good("the service's reason reached the client");
+    expectAnswers(request, {{request.reqId, "3:0", result::cannotOpenFile, missing}});
+    addOutcome(request, named(result::cannotOpenFile), timeOf(request, "finished"));
+    good("the service's reason reached the client");
 }
 
 void Demonstration::mediaServiceHangs() {
@@ -127,14 +150,14 @@ void Demonstration::mediaServiceHangs() {
     screen_.line("", "the MM service is frozen");
     Request hanging = ask("1:0", film_);
     Request next = ask("2:0", live);
-    addRow(hanging, "dropped", expectDropped(hanging));
+    addOutcome(hanging, "dropped", expectDropped(hanging));
     expectAnswers(next, {{next.reqId, "2:0", 0, live}});
-    addRow(next, "0", timeOf(next, "finished"));
+    addOutcome(next, named(result::done), timeOf(next, "finished"));
 
     kit_.thaw(Part::mmService);
     screen_.line("", "the MM service goes on; its answer to the stop comes late");
     expectAnswers(hanging, {{hanging.reqId, "1:0", 0, stopped}});
-    screen_.good("the next bundle was executed; the late answer was passed on unchanged");
+    good("the next bundle was executed; the late answer was passed on unchanged");
 }
 
 void Demonstration::tvServiceHangs() {
@@ -142,7 +165,7 @@ void Demonstration::tvServiceHangs() {
     screen_.line("", "the TV service is frozen");
     Request hanging = ask("0:0", live);
     Request next = ask("2:0", live);
-    addRow(hanging, "dropped, run log", expectDropped(hanging));
+    addOutcome(hanging, "dropped, run log", expectDropped(hanging));
 
     nlohmann::json records;
     if (!kit_.waitFor(
@@ -161,23 +184,23 @@ void Demonstration::tvServiceHangs() {
     screen_.line("", "the TV service goes on; its first answer comes late");
     expectAnswers(hanging, {{hanging.reqId, "0:0", 0, live}});
     expectAnswers(next, {{next.reqId, "2:0", 0, live}});
-    addRow(next, "0", timeOf(next, "finished"));
-    screen_.good("the main terminal's failure has a lasting record; the next bundle was executed");
+    addOutcome(next, named(result::done), timeOf(next, "finished"));
+    good("the main terminal's failure has a lasting record; the next bundle was executed");
 }
 
 void Demonstration::serviceRestarts() {
     kit_.kill(Part::tvService);
+    for (auto& [terminal, shown] : shown_) shown = {}; // it was the service that showed something
     kit_.start(Part::tvService);
     screen_.line("", "the TV service was killed and started again");
     Request request = ask("0:0", "dvb://1.1.2");
     expectAnswers(request, {{request.reqId, "0:0", 0, "dvb://1.1.2"}});
-    addRow(request, "0", timeOf(request, "finished"));
-    screen_.good("connected again, the next request works");
+    addOutcome(request, named(result::done), timeOf(request, "finished"));
+    good("connected again, the next request works");
 }
 
 void Demonstration::statistics() {
     const nlohmann::json services = kit_.ask(Part::frameHost, {"stats"});
-    screen_.title("Connections");
     bool reconnected = false;
     std::vector<Row> rows;
     for (const auto& [counter, value] : services.front().items()) rows.push_back({counter});
@@ -192,7 +215,7 @@ void Demonstration::statistics() {
     }
     // The names head the columns.
     std::stable_partition(rows.begin(), rows.end(), [](const Row& row) { return row.front() == "service"; });
-    screen_.table(rows);
+    screen_.table("Connections", rows);
     if (!reconnected) throw ReceiverError("the TV service's restart is not counted as a reconnection");
 }
 
@@ -219,6 +242,8 @@ void Demonstration::expectAnswers(Request& request, const std::vector<Answer>& e
     for (const Answer& answer : got) screen_.line("answered", textOf(answer));
     if (textOf(got) != textOf(expected))
         throw ReceiverError(request.text + ": expected the answers " + textOf(expected) + ", got " + textOf(got));
+    for (const Answer& answer : got)
+        shown_[answer.terminal] = {answer.result == result::done && answer.uri != stopped ? answer.uri : "", 0};
 }
 
 void Demonstration::expectSteps(const Request& request, const std::vector<std::string>& texts) {
@@ -239,15 +264,94 @@ Microseconds Demonstration::expectDropped(Request& request) {
     return after;
 }
 
-void Demonstration::addRow(const Request& request, const std::string& result, Microseconds time) {
+void Demonstration::addOutcome(const std::string& request, const std::string& result, const std::string& time) {
     const std::string folder = kit_.folder().string();
-    std::string text = request.text; // short enough for a column
+    std::string text = request; // short enough for a column
     if (const auto at = text.find(folder); at != std::string::npos) text.replace(at, folder.size(), "...");
-    rows_.push_back({number_, text, result, inMilliseconds(time)});
+    screen_.outcome(text, result, time);
+    steps_.back().outcomes.push_back({text, result, time});
+}
+
+void Demonstration::addOutcome(const Request& request, const std::string& result, Microseconds time) {
+    addOutcome(request.text, result, inMilliseconds(time));
+}
+
+void Demonstration::good(const std::string& remark) {
+    screen_.good(remark);
+    steps_.back().remark = remark;
 }
 
 Microseconds Demonstration::timeOf(const Request& request, const std::string& text) {
     return kit_.waitForStep(request.reqId, text).time - request.time;
+}
+
+// ---- looking ----
+
+void Demonstration::look() {
+    for (const auto& [terminal, shown] : shown_) steps_.back().pictures.push_back(look(terminal, shown));
+}
+
+std::optional<Demonstration::Appearance> Demonstration::appearanceOf(const Shown& shown) const {
+    // The media engine's test picture and its tone.
+    if (shown.uri == input) return Appearance{"HDMI 1", sizeText(720, 576), 440};
+    const auto* const program = broadcasts_->programOf(shown.uri);
+    if (!program) return std::nullopt;
+    return Appearance{program->name, sizeText(program->width, program->height), program->sounds.at(shown.sound).pitch};
+}
+
+Picture Demonstration::look(const std::string& terminal, const Shown& shown) {
+    const Part shows = shown.uri == film_ ? Part::mmService : Part::tvService;
+    const Part other = shows == Part::tvService ? Part::mmService : Part::tvService;
+    const auto expected = appearanceOf(shown);
+    Picture picture{terminal, "", "", pictureOf(shows, terminal)};
+    if (picture.png.empty() == expected.has_value())
+        throw ReceiverError(terminal + ": expected " +
+                            (expected ? "a picture of " + expected->name + ", got none" : "no picture, got one"));
+    if (!pictureOf(other, terminal).empty())
+        throw ReceiverError(terminal + ": expected no picture of " + nameOf(other) + ", got one");
+    if (!expected) return picture;
+
+    // Teletext and subtitles are seen when they are broadcast the next time. The picture stands still but for its small
+    // clock, so that it needs more bytes with subtitles.
+    constexpr double longer = 1.01;
+    const auto isRight = [&] {
+        if (shown.isCovered) return sizeOf(picture.png) != expected->size;
+        return sizeOf(picture.png) == expected->size &&
+               (!shown.hasSubtitles ||
+                static_cast<double>(picture.png.size()) > longer * static_cast<double>(plainSize_));
+    };
+    const auto looksRight = [&] { return isRight() || (picture.png = pictureOf(shows, terminal), isRight()); };
+    const bool waits = shown.isCovered || shown.hasSubtitles;
+    if (!(waits ? kit_.waitFor(looksRight, receiver::defaultTimeout) : isRight()))
+        throw ReceiverError(
+            terminal + ": expected " + (shown.isCovered ? "teletext" : "a picture of " + expected->size) +
+            (shown.hasSubtitles ? " with subtitles" : "") + ", got a picture of " + sizeOf(picture.png));
+    int heard = 0;
+    const auto sounds = [&] { return (heard = kit_.ask(shows, {"level", terminal}).at("pitch")) == expected->pitch; };
+    if (!kit_.waitFor(sounds, receiver::defaultTimeout))
+        throw ReceiverError(terminal + ": expected a tone of " + std::to_string(expected->pitch) +
+                            " Hz, the sound of " + expected->name + ", got " + std::to_string(heard) + " Hz");
+    picture.name = expected->name + (shown.isCovered ? ", teletext" : "");
+    picture.details = sizeOf(picture.png) + ", " + std::to_string(expected->pitch) + " Hz";
+    return picture;
+}
+
+std::string Demonstration::pictureOf(Part part, const std::string& terminal) {
+    std::string png;
+    const auto isKnown = [&] {
+        try {
+            png = media::pictureOf(terminal,
+                                   [&](const std::vector<std::string>& words) { return kit_.ask(part, words); });
+            return true;
+        } catch (const ReceiverError& error) {
+            const std::string reason = error.what();
+            if (reason.find("there is no picture yet") != std::string::npos) return false;
+            if (reason.find("the terminal shows nothing") != std::string::npos) return true;
+            throw;
+        }
+    };
+    if (!kit_.waitFor(isKnown, receiver::defaultTimeout)) throw ReceiverError(terminal + ": no picture comes");
+    return png;
 }
 
 } // namespace demo

@@ -14,7 +14,7 @@ namespace {
 constexpr const char* bold = "1";
 constexpr const char* green = "32";
 constexpr const char* grey = "90";
-constexpr int margin = 2, labelWidth = 10, eventWidth = 11;
+constexpr int margin = 2, labelWidth = 10, eventWidth = 11, requestWidth = 36, resultWidth = 28, timeWidth = 10;
 constexpr unsigned short narrowest = 40; // columns; narrower terminals get no line breaks
 
 } // namespace
@@ -25,7 +25,7 @@ std::string inMilliseconds(std::chrono::microseconds time) {
     return text;
 }
 
-Screen::Screen() {
+Screen::Screen(bool withDetails) : withDetails_(withDetails) {
     const char* noColour = std::getenv("NO_COLOR");
     const bool terminal = isatty(STDOUT_FILENO) == 1;
     colours_ = terminal && (noColour == nullptr || *noColour == '\0');
@@ -57,28 +57,40 @@ std::string Screen::wrapped(const std::string& text, std::size_t indent) const {
 
 void Screen::title(const std::string& text) const { std::cout << '\n' << coloured(bold, text) << std::endl; }
 
+void Screen::outcome(const std::string& request, const std::string& result, const std::string& time) const {
+    std::cout << "  " << std::left << std::setw(requestWidth) << request << "  " << coloured(bold, result)
+              << std::string(result.size() < resultWidth ? resultWidth - result.size() : 0, ' ') << std::right
+              << std::setw(timeWidth) << time << std::endl;
+}
+
+void Screen::note(const std::string& text) const { std::cout << wrapped(text, 0) << std::endl; }
+
 void Screen::line(const std::string& label, const std::string& text) const {
+    if (!withDetails_) return;
     std::cout << "  " << std::left << std::setw(labelWidth) << label << wrapped(text, margin + labelWidth) << std::endl;
 }
 
 void Screen::event(std::chrono::microseconds sinceRequest, const std::string& text) const {
+    if (!withDetails_) return;
     std::cout << "  " << std::right << std::setw(eventWidth) << inMilliseconds(sinceRequest) << "  "
               << coloured(grey, wrapped(text, margin + eventWidth + margin)) << std::endl;
 }
 
 void Screen::line(const std::string& label, const std::string& name, std::size_t nameWidth,
                   const std::string& text) const {
+    if (!withDetails_) return;
     const std::size_t column = margin + labelWidth + nameWidth + margin;
     std::cout << "  " << std::left << std::setw(labelWidth) << label << coloured(bold, name)
               << std::string(nameWidth + margin - name.size(), ' ') << wrapped(text, column) << std::endl;
 }
 
 void Screen::good(const std::string& text) const {
-    std::cout << std::string(margin + labelWidth, ' ') << coloured(green, wrapped(text, margin + labelWidth))
-              << std::endl;
+    std::cout << "  " << coloured(green, wrapped(text, margin)) << std::endl;
 }
 
-void Screen::table(const std::vector<Row>& rows) const {
+void Screen::table(const std::string& title, const std::vector<Row>& rows) const {
+    if (!withDetails_) return;
+    this->title(title);
     std::vector<std::size_t> widths(rows.front().size());
     for (const Row& row : rows)
         for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());

@@ -2,6 +2,8 @@
 #include "demonstration.h"
 #include "notification-text.h"
 
+#include <tvservice/results.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +14,7 @@ namespace {
 
 using nlohmann::json;
 using receiver::Part;
+namespace result = tvservice::result;
 
 json onlyInfo(json info) { return {{"info", std::move(info)}}; }
 json answer(int type, int result, const char* uri) {
@@ -21,34 +24,60 @@ json answer(int type, int result, const char* uri) {
 } // namespace
 
 void Demonstration::tracks() {
-    expectNotifications({"audio", "0:0", "2"}, {{"TvServiceAudioInfo", onlyInfo({{"intParam1", 2}})}}, "audio track 2");
-    expectNotifications({"subtitle", "0:0", "1"}, {{"TvServiceSubtitleInfo", onlyInfo({{"intParam1", 1}})}},
-                        "subtitles 1");
-    expectNotifications({"video", "0:0", "2"},
-                        {{"TvServiceVideoInfo", onlyInfo({{"intParam1", 2}, {"intParam4", 720}})}}, "video track 2");
-    expectNotifications({"teletext", "0:0", "1"}, {{"TvServiceTeletextInfo", onlyInfo({{"intParam1", 1}})}},
-                        "teletext 1");
+    // Asks for a track. When it is not offered, the former choice stays.
+    const auto choose = [this](const char* kind, const char* message, int number, bool isOffered,
+                               json info = json::object()) {
+        info["intParam1"] = isOffered ? number : info.value("intParam1", 0);
+        info["intParam2"] = isOffered ? result::done : result::unknownTrack;
+        expectNotifications(
+            {kind, "0:0", std::to_string(number)}, {{message, onlyInfo(info)}},
+            isOffered ? std::string(kind) + " track " + std::to_string(number) : named(result::unknownTrack));
+    };
+    const bool isSimulated = !broadcasts_;
+    choose("audio", "TvServiceAudioInfo", 2, true);
+    shown_["0:0"].sound = 1;
+    if (broadcasts_) plainSize_ = pictureOf(Part::tvService, "0:0").size();
+    choose("subtitle", "TvServiceSubtitleInfo", 1, true);
+    shown_["0:0"].hasSubtitles = true;
+    choose("video", "TvServiceVideoInfo", 2, isSimulated, {{"intParam1", 1}, {"intParam4", 720}});
     expectNotifications({"mts-audio", "2"}, {{"TvServiceMtsAudioTrackInfoNotify", {{"track", 2}}}}, "both sounds");
-    screen_.good("all clients were notified of each choice, with the available streams");
+    good(isSimulated ? "all clients were notified of each choice, with the available streams"
+                     : "the other sound is heard, and subtitles are seen; there is no second picture to choose");
+}
+
+void Demonstration::chooseTeletext(int number) {
+    expectNotifications({"teletext", "0:0", std::to_string(number)},
+                        {{"TvServiceTeletextInfo", onlyInfo({{"intParam1", number}, {"intParam2", result::done}})}},
+                        number == 0 ? "no teletext" : "teletext " + std::to_string(number));
+    shown_["0:0"].isCovered = number != 0;
+}
+
+void Demonstration::teletext() {
+    chooseTeletext(1);
+    good(broadcasts_ ? "a page of teletext covers the picture; the sound goes on" : "all clients were notified");
 }
 
 void Demonstration::tunerAndLock() {
-    constexpr int locked = 6;
+    chooseTeletext(0);
+    if (broadcasts_) broadcasts_->waitForSecond();
     const json terminal = {{"type", 1}, {"id", 0}};
     expectNotifications({"play", "1:0", "dvb://1.2.3"},
                         {{"TvServiceTunerStatusMessage", {{"message", {{"terminal", terminal}, {"intParam4", 2}}}}},
                          {"TvServiceInfo", answer(1, 0, "dvb://1.2.3")},
                          {"TvServiceTunerResult", {{"result", {{"terminal", terminal}, {"byteParam1", 1}}}}},
                          {"TvServiceTeletextInfo", onlyInfo({{"terminal", terminal}})}},
-                        "0, after tuning");
+                        named(result::done) + ", after tuning");
+    shown_["1:0"] = {"dvb://1.2.3", 0};
     const auto lock = [](int age) {
         return onlyInfo({{"services", {{{"intParam1", 5}, {"byteParam2", 1}, {"shortParam1", age}}}}});
     };
     expectNotifications({"parental-lock", "5:0", "1", "16"}, {{"TvServiceStatusInfo", lock(16)}}, "locked");
-    expectNotifications({"play", "5:0", "dvb://1.1.1"}, {{"TvServiceInfo", answer(5, locked, "dvb://1.1.1")}},
-                        "6, it is locked");
+    constexpr const char* forAdults = "dvb://1.2.2"; // its broadcast says so
+    expectNotifications({"play", "5:0", forAdults}, {{"TvServiceInfo", answer(5, result::locked, forAdults)}},
+                        named(result::locked));
+    shown_["5:0"] = {};
     expectNotifications({"parental-lock", "5:0", "0"}, {{"TvServiceStatusInfo", json::object()}}, "unlocked");
-    screen_.good("clients saw the tuner at work; the locked terminal stayed dark");
+    good("clients saw the tuner at work; the locked terminal stayed dark");
 }
 
 void Demonstration::download() {
@@ -60,7 +89,7 @@ void Demonstration::download() {
                          {"TvserviceOadProgressNotify", {{"progress", 100}}},
                          {"TvserviceOadStatusNotify", {{"status", 2}, {"text", text}}}},
                         "2 packages");
-    screen_.good("found, started, every tenth, done");
+    good("found, started, every tenth, done");
 }
 
 void Demonstration::negotiation() {
@@ -72,15 +101,18 @@ void Demonstration::negotiation() {
     const json conflict = onlyInfo({{"uintList1", {0}}, {"uintList2", {1, 2}}, {"intParam1", 30}});
     expectNotifications({"emit", "TvServiceConflictInfo", conflict.dump()}, {{"TvServiceConflictInfo", conflict}},
                         "notified", Part::tvService);
-    screen_.good("a developer can make the TV service send any notification");
+    good("a developer can make the TV service send any notification");
 }
 
 void Demonstration::pathSwitch() {
     json answers = json::array();
-    for (const int type : {0, 9, 1, 4, 8})
-        answers.push_back(answer(type, 0, "rec://plain/hdmi?id=0").at("infos").at(0));
-    expectNotifications({"pathswitch", "hdmi"}, {{"TvServiceInfo", {{"infos", answers}}}}, "0 five times");
-    screen_.good("one command of the adapter shows the input on all windows");
+    for (const int type : {0, 9, 1, 4, 8}) {
+        answers.push_back(answer(type, result::done, input).at("infos").at(0));
+        shown_[std::to_string(type) + ":0"] = {input};
+    }
+    expectNotifications({"pathswitch", "hdmi"}, {{"TvServiceInfo", {{"infos", answers}}}},
+                        named(result::done) + ", 5 times");
+    good("one command of the adapter shows the input on all windows");
 }
 
 void Demonstration::expectNotifications(const std::vector<std::string>& command,
@@ -109,8 +141,8 @@ void Demonstration::expectNotifications(const std::vector<std::string>& command,
                      textOfArguments(notification.at("arguments")));
     const auto end = receiver::timeOf(all.back().at("time")).value_or(request.time);
     const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(end - request.time).count();
-    rows_.push_back({number_, command.front() == "emit" ? "emit " + command.at(1) : request.text, result,
-                     time == 0 ? "< 1 ms" : std::to_string(time) + " ms"});
+    addOutcome(command.front() == "emit" ? "emit " + command.at(1) : request.text, result,
+               time == 0 ? "< 1 ms" : std::to_string(time) + " ms");
 }
 
 } // namespace demo

@@ -26,8 +26,9 @@ std::vector<std::string> environmentWith(const std::map<std::string, std::string
         const std::string name = text.substr(0, text.find('='));
         if (!belongsToAReceiver(name) && !added.contains(name)) result.push_back(text);
     }
-    // Also ignores the user's own configuration for receivers.
-    if (!added.contains("TVSA_CONFIG")) result.push_back("TVSA_CONFIG=/dev/null");
+    // Also ignores the user's own configuration for receivers, and plays nothing for real unless asked to.
+    for (const auto& [name, value] : {std::pair{"TVSA_CONFIG", "/dev/null"}, {"TVSA_MEDIA_ENGINE", "simulated"}})
+        if (!added.contains(name)) result.push_back(std::string(name) + '=' + value);
     for (const auto& [name, value] : added) result.push_back(name + '=' + value);
     return result;
 }

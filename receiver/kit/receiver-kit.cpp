@@ -100,6 +100,7 @@ ChildCommand ReceiverKit::commandOf(Part part) const {
     if (part == Part::frameHost)
         for (const char* library : {"libapp-tvservice-adapter.so", "libcontrol-application.so"})
             command.arguments.push_back((places_.libraries / library).string());
+    if (part == Part::tvService && !channels_.empty()) command.arguments = {"--channels", channels_.string()};
     command.environment = {{"RUNTIME_DIRECTORY", runtimeFolder().string()},
                            {"STATE_DIRECTORY", (folder_ / "state").string()},
                            {"TVSA_LOG", "info"},

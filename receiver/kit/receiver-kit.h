@@ -55,10 +55,15 @@ inline constexpr Milliseconds defaultTimeout{10000}; // for what is immediate on
 class ReceiverKit {
 public:
     // interrupted is polled while waiting; the wait throws when it returns true. environment extends or overrides the
-    // processes' default variables.
+    // processes' default variables; by default, the services use the simulated media engine.
     explicit ReceiverKit(Places places = {}, std::function<bool()> interrupted = {},
                          std::map<std::string, std::string> environment = {});
     ~ReceiverKit(); // ends all processes and removes the folder
+
+    // For parts that start from now on: another variable, and the TV service's channel list in place of its built-in
+    // one.
+    void setVariable(const std::string& name, const std::string& value) { environment_[name] = value; }
+    void setChannels(const std::filesystem::path& list) { channels_ = list; }
 
     // Starts all parts and waits until both services are connected.
     void start();
@@ -126,8 +131,8 @@ private:
 
     const Places places_;
     const std::function<bool()> interrupted_;
-    const std::map<std::string, std::string> environment_;
-    std::filesystem::path folder_;
+    std::map<std::string, std::string> environment_;
+    std::filesystem::path folder_, channels_;
     std::array<Process, allParts.size()> processes_;
 };
 

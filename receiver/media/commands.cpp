@@ -1,12 +1,11 @@
 #include <host/printable.h>
 
 #include <algorithm>
-#include <boost/archive/iterators/base64_from_binary.hpp>
-#include <boost/archive/iterators/transform_width.hpp>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <media/commands.h>
+#include <media/snapshot.h>
 #include <nlohmann/json.hpp>
 
 namespace media {
@@ -26,14 +25,6 @@ Terminal terminalOf(const std::string& text) {
         if (id.ec == std::errc() && id.ptr == end && terminal.type >= 0 && terminal.id >= 0) return terminal;
     }
     throw Error("not a terminal, TYPE:ID: " + host::quoted(text));
-}
-
-std::string base64Of(const std::string& bytes) {
-    using namespace boost::archive::iterators;
-    using Digits = base64_from_binary<transform_width<std::string::const_iterator, 6, 8>>;
-    std::string text(Digits(bytes.begin()), Digits(bytes.end()));
-    text.append((4 - text.size() % 4) % 4, '=');
-    return text;
 }
 
 } // namespace

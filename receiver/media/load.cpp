@@ -1,6 +1,7 @@
 #include "simulated/simulated-engine.h"
 
 #include <host/configuration.h>
+#include <tvservice-adapter/service/log.h>
 
 #include <dlfcn.h>
 #include <filesystem>
@@ -11,7 +12,9 @@
 namespace media {
 namespace {
 
-// Where the library is installed or built, seen from the program; else its name, for the loader to find.
+constexpr const char* gstreamerLibrary = "libmedia-gstreamer.so";
+
+// Where the library is installed or built, seen from the program; empty when it is not there.
 std::string pathOf(const std::string& library) {
     std::error_code error;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
@@ -19,14 +22,18 @@ std::string pathOf(const std::string& library) {
         const auto path = (program.parent_path() / folder / library).lexically_normal();
         if (!error && std::filesystem::exists(path, error)) return path.string();
     }
-    return library;
+    return {};
 }
 
 } // namespace
 
 std::unique_ptr<Engine> loadEngine(const std::string& name) {
     if (name == "simulated") return std::make_unique<SimulatedEngine>();
-    const std::string library = name == "gstreamer" ? pathOf("libmedia-gstreamer.so") : name;
+    const std::string library = name == "gstreamer" ? pathOf(gstreamerLibrary) : name;
+    if (library.empty())
+        throw Error(
+            "media engine gstreamer: " + std::string(gstreamerLibrary) +
+            " is not installed: install the component or the package with it, or set media.engine to simulated");
     void* const loaded = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL); // stays until the process ends
     if (!loaded) throw Error("media engine " + name + ": " + dlerror());
     const auto version = reinterpret_cast<decltype(&tvsaMediaEngineVersion)>(dlsym(loaded, "tvsaMediaEngineVersion"));
@@ -37,6 +44,16 @@ std::unique_ptr<Engine> loadEngine(const std::string& name) {
     return std::unique_ptr<Engine>(make());
 }
 
-std::unique_ptr<Engine> configuredEngine() { return loadEngine(host::setting("media.engine")->text); }
+std::unique_ptr<Engine> configuredEngine() {
+    const std::string name = host::setting("media.engine")->text;
+    if (name != "auto") return loadEngine(name);
+    if (pathOf(gstreamerLibrary).empty()) return loadEngine("simulated");
+    try {
+        return loadEngine("gstreamer");
+    } catch (const Error& error) {
+        SERVICE_LOG(vdlDebugWarning, "nothing is played for real: %s\n", error.what());
+        return loadEngine("simulated");
+    }
+}
 
 } // namespace media

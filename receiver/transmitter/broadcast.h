@@ -18,13 +18,16 @@ struct Program {
     enum class Coding { avc, mpeg2 } coding;
     int width, height;
     std::vector<Sound> sounds;
-    std::string subtitle; // language of its subtitles; empty: none
+    std::vector<std::string> subtitles = {}; // languages of its bitmap subtitles
+    bool hasTeletext = false;
+    std::uint8_t age = 0; // that its viewers must have: 4 to 18, or 0 for any
 
-    // PIDs: the table's, the picture's, the first sound's, the subtitles'.
+    // PIDs: the table's, the picture's, the first sound's, the first subtitles', the teletext's.
     std::uint16_t tablePid() const { return static_cast<std::uint16_t>(0x1000 + number); }
     std::uint16_t videoPid() const { return static_cast<std::uint16_t>(number * 0x100); }
     std::uint16_t soundPid() const { return static_cast<std::uint16_t>(videoPid() + 1); }
     std::uint16_t subtitlePid() const { return static_cast<std::uint16_t>(soundPid() + sounds.size()); }
+    std::uint16_t teletextPid() const { return static_cast<std::uint16_t>(subtitlePid() + subtitles.size()); }
 };
 
 // A transport stream with its programs.
@@ -37,10 +40,10 @@ struct Broadcast {
 // for another number.
 Broadcast broadcastOf(int stream);
 
-// Seconds without an end are 0: as long as the program runs, in real time.
 struct Length {
-    int seconds = 0;
-    int keyFrames = 12; // frames from one key frame to the next, of 25 a second
+    int seconds = 0;     // 0: as long as the program runs
+    bool isLive = false; // in real time
+    int keyFrames = 12;  // frames from one key frame to the next, of 25 a second
 };
 
 // The description of a GStreamer pipeline that makes the transport stream and ends in an appsink named "out".

@@ -1,12 +1,13 @@
 // Broadcasts synthetic television, into a file or over the network.
+#include "additions.h"
 #include "broadcast.h"
-#include "service-information.h"
 
 #include <host/printable.h>
 
 #include <CLI/CLI.hpp>
 #include <arpa/inet.h>
 #include <charconv>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -21,6 +22,7 @@
 #include <stdexcept>
 #include <string>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -29,12 +31,13 @@ using namespace transmitter;
 
 enum ExitCode { success = 0, failure = 1, usage = 2 };
 
-constexpr std::size_t packetSize = 188, datagramSize = 7 * packetSize;
+constexpr std::size_t datagramSize = 7 * packetSize;
 
 class Output {
 public:
     virtual ~Output() = default;
-    virtual void write(std::span<const std::uint8_t> packets) = 0;
+    // time: of the packets, since the broadcast began.
+    virtual void write(std::span<const std::uint8_t> packets, std::chrono::milliseconds time) = 0;
     virtual void finish() {}
 };
 
@@ -49,7 +52,7 @@ public:
         std::error_code ignored;
         std::filesystem::remove(part_, ignored);
     }
-    void write(std::span<const std::uint8_t> packets) override {
+    void write(std::span<const std::uint8_t> packets, std::chrono::milliseconds) override {
         file_.write(reinterpret_cast<const char*>(packets.data()), static_cast<std::streamsize>(packets.size()));
     }
     void finish() override {
@@ -62,6 +65,7 @@ private:
     std::ofstream file_;
 };
 
+// Sends packets at their times: an encoder may pass on many pictures at once.
 class NetworkOutput final : public Output {
 public:
     explicit NetworkOutput(const std::string& address) : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
@@ -79,7 +83,10 @@ public:
     NetworkOutput(const NetworkOutput&) = delete;
     NetworkOutput& operator=(const NetworkOutput&) = delete;
     // What nobody receives is lost, as in the air.
-    void write(std::span<const std::uint8_t> packets) override {
+    void write(std::span<const std::uint8_t> packets, std::chrono::milliseconds time) override {
+        constexpr std::chrono::milliseconds reserve{300}; // for packets that are made late
+        if (!start_) start_ = std::chrono::steady_clock::now() + reserve;
+        std::this_thread::sleep_until(*start_ + time);
         for (; !packets.empty(); packets = packets.subspan(std::min(packets.size(), datagramSize)))
             ::sendto(socket_, packets.data(), std::min(packets.size(), datagramSize), 0,
                      reinterpret_cast<const sockaddr*>(&to_), sizeof to_);
@@ -88,22 +95,12 @@ public:
 private:
     const int socket_;
     sockaddr_in to_{};
+    std::optional<std::chrono::steady_clock::time_point> start_;
 };
 
 std::unique_ptr<Output> outputTo(const std::string& place) {
     if (place.starts_with("udp://")) return std::make_unique<NetworkOutput>(place);
     return std::make_unique<FileOutput>(place);
-}
-
-// The first clock in the packets, in ticks of 90 kHz.
-std::optional<std::uint64_t> clockIn(std::span<const std::uint8_t> packets) {
-    for (; packets.size() >= packetSize; packets = packets.subspan(packetSize)) {
-        constexpr std::uint8_t hasAdaptation = 0x20, hasClock = 0x10;
-        if ((packets[3] & hasAdaptation) == 0 || packets[4] < 7 || (packets[5] & hasClock) == 0) continue;
-        return std::uint64_t{packets[6]} << 25 | std::uint64_t{packets[7]} << 17 | std::uint64_t{packets[8]} << 9 |
-               std::uint64_t{packets[9]} << 1 | packets[10] >> 7;
-    }
-    return std::nullopt;
 }
 
 volatile std::sig_atomic_t interrupted = 0;
@@ -121,14 +118,15 @@ std::string errorOf(GstElement* pipeline) {
     return text;
 }
 
-// Adds the tables twice a second.
-void broadcast(GstElement* pipeline, const Broadcast& what, Output& output) {
-    constexpr std::uint64_t interval = 45'000, second = 90'000;
-    ServiceInformation information(what);
-    const auto start = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+// Whether the signal is lost at a time since the broadcast began.
+bool isLost(std::chrono::milliseconds time, std::chrono::seconds loss) {
+    constexpr std::chrono::seconds period{10};
+    return time % period >= period - loss;
+}
+
+void broadcast(GstElement* pipeline, const Broadcast& what, std::chrono::seconds loss, Output& output) {
+    Additions additions(what, std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
     GstElement* const sink = gst_bin_get_by_name(GST_BIN(pipeline), "out");
-    std::optional<std::uint64_t> first;
-    std::uint64_t next = 0;
     constexpr GstClockTime patience = GST_SECOND / 2;
     while (!interrupted && !gst_app_sink_is_eos(GST_APP_SINK(sink))) {
         GstSample* const sample = gst_app_sink_try_pull_sample(GST_APP_SINK(sink), patience);
@@ -139,15 +137,9 @@ void broadcast(GstElement* pipeline, const Broadcast& what, Output& output) {
         GstMapInfo map;
         GstBuffer* const buffer = gst_sample_get_buffer(sample);
         if (gst_buffer_map(buffer, &map, GST_MAP_READ)) {
-            const std::span<const std::uint8_t> packets(map.data, map.size);
-            const auto clock = clockIn(packets);
-            if (clock && !first) first = clock;
-            if (clock && *clock - *first >= next) {
-                next += interval;
-                output.write(information.packetsAt(std::chrono::seconds((*clock - *first) / second), start));
-            }
-            output.write(packets);
+            const Bytes packets = additions.complete({map.data, map.size});
             gst_buffer_unmap(buffer, &map);
+            if (!isLost(additions.time(), loss)) output.write(packets, additions.time());
         }
         gst_sample_unref(sample);
     }
@@ -160,14 +152,17 @@ int main(int argc, char** argv) {
     CLI::App app{"Broadcasts synthetic television: programs whose pictures and tones tell which they are.",
                  "tvsa-transmitter"};
     std::string place;
-    int stream = 1;
+    int stream = 1, program = 0, loss = 0;
     Length length;
     app.add_option("PLACE", place, "A file, or udp://ADDRESS:PORT for a broadcast in real time")->required();
     app.add_option("--stream", stream, "Which transport stream: 1 or 2")->check(CLI::Range(1, 2));
+    app.add_option("--program", program, "Only this one of its programs: 1, 2 or 3")->check(CLI::Range(1, 3));
     app.add_option("--seconds", length.seconds, "Length; by default 10 for a file, and without end for the network")
         ->check(CLI::Range(1, 3600));
     app.add_option("--key-frames", length.keyFrames, "Frames from one key frame to the next")
         ->check(CLI::Range(1, 250));
+    app.add_option("--loss", loss, "Seconds without signal at the end of every ten seconds, only for the network")
+        ->check(CLI::Range(1, 9));
     app.set_version_flag("--version", "tvsa-transmitter " TVSA_VERSION);
     try {
         app.parse(argc, argv);
@@ -175,17 +170,23 @@ int main(int argc, char** argv) {
         return app.exit(error) == 0 ? success : usage;
     }
     const bool isFile = !place.starts_with("udp://");
+    if (isFile && loss > 0) {
+        std::cerr << "tvsa-transmitter: --loss is only for udp://ADDRESS:PORT; a file loses no signal\n";
+        return usage;
+    }
     if (isFile && length.seconds == 0) length.seconds = 10;
+    length.isLive = !isFile;
     for (const int signal : {SIGINT, SIGTERM}) std::signal(signal, [](int) { interrupted = 1; });
     try {
         gst_init(nullptr, nullptr);
         const auto output = outputTo(place);
-        const Broadcast what = broadcastOf(stream);
+        Broadcast what = broadcastOf(stream);
+        if (program != 0) std::erase_if(what.programs, [&](const Program& other) { return other.number != program; });
         GError* problem = nullptr;
         GstElement* const pipeline = gst_parse_launch(pipelineOf(what, length).c_str(), &problem);
         if (problem) throw std::runtime_error(problem->message);
         gst_element_set_state(pipeline, GST_STATE_PLAYING);
-        broadcast(pipeline, what, *output);
+        broadcast(pipeline, what, std::chrono::seconds(loss), *output);
         gst_element_set_state(pipeline, GST_STATE_NULL);
         gst_object_unref(pipeline);
         if (interrupted && isFile) return failure; // no half file

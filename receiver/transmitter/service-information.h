@@ -2,33 +2,14 @@
 #pragma once
 
 #include "broadcast.h"
+#include "packets.h"
 
 #include <chrono>
-#include <cstdint>
-#include <map>
-#include <span>
-#include <vector>
 
 namespace transmitter {
 
-class ServiceInformation {
-public:
-    static constexpr std::chrono::seconds eventLength{5};
-
-    explicit ServiceInformation(Broadcast broadcast) : broadcast_(std::move(broadcast)) {}
-
-    // The packets of all tables at a time since the broadcast began at start.
-    std::vector<std::uint8_t> packetsAt(std::chrono::seconds time, std::chrono::sys_seconds start);
-
-private:
-    using Bytes = std::vector<std::uint8_t>;
-    void add(Bytes& packets, std::uint16_t pid, const Bytes& section);
-    Bytes names() const;
-    // now: the number of the event that runs.
-    Bytes event(const Program& program, std::int64_t now, bool next, std::chrono::sys_seconds start) const;
-
-    const Broadcast broadcast_;
-    std::map<std::uint16_t, std::uint8_t> counters_; // of packets, by PID
-};
+// The packets of all tables at a time since the broadcast began at start. An event lasts five seconds.
+Bytes serviceInformation(const Broadcast& broadcast, std::chrono::seconds time, std::chrono::sys_seconds start,
+                         Packetizer& packetizer);
 
 } // namespace transmitter

@@ -58,6 +58,7 @@ protected:
             ++place.runs_;
         }
 
+        pid_t id() const { return child_.id(); }
         std::string error() const { return contentOf(error_); }
         bool hasEnded() { return !child_.running(); }
         void signal(int number) { child_.signal(number); }

@@ -6,12 +6,17 @@
 #include <host/log-capture.h>
 #include <tvservice/values.h>
 
+#include <arpa/inet.h>
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <kit/wait.h>
 #include <mutex>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -25,6 +30,17 @@ public:
     void take(std::span<const std::uint8_t> packets) override {
         const std::lock_guard lock(mutex_);
         packets_.insert(packets_.end(), packets.begin(), packets.end());
+        changed_.notify_all();
+    }
+    void begins(std::uint16_t program, std::int64_t due) override {
+        const std::lock_guard lock(mutex_);
+        program_ = program;
+        due_ = due;
+    }
+    void changed() override {}
+    void signal(bool present) override {
+        const std::lock_guard lock(mutex_);
+        hasSignal_ = present;
         changed_.notify_all();
     }
     void missing(const std::string& others) override {
@@ -43,6 +59,18 @@ public:
         std::unique_lock lock(mutex_);
         return changed_.wait_for(lock, longest, [&] { return condition(packets_); });
     }
+    bool hasSignal(bool expected) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, longest, [&] { return hasSignal_ == expected; });
+    }
+    std::uint16_t program() {
+        const std::lock_guard lock(mutex_);
+        return program_;
+    }
+    std::int64_t due() {
+        const std::lock_guard lock(mutex_);
+        return due_;
+    }
     std::string others() {
         std::unique_lock lock(mutex_);
         changed_.wait_for(lock, longest, [&] { return !others_.empty(); });
@@ -60,6 +88,9 @@ private:
     std::vector<std::uint8_t> packets_;
     std::string others_;
     Outcome outcome_;
+    std::uint16_t program_ = 0;
+    std::int64_t due_ = 0;
+    bool hasSignal_ = false;
 };
 
 std::vector<std::uint64_t> clocksIn(std::vector<std::uint8_t>& packets) {
@@ -117,8 +148,66 @@ TEST_F(AMultiplex, BeginsWithTheTablesAndAKeyFrameAndPassesNoOtherProgram) {
     EXPECT_EQ(pids[0], 0);
     EXPECT_EQ(pids[1], 0x1001);
     EXPECT_TRUE(keyFrameIsFirst);
-    EXPECT_THAT(pids, testing::Each(testing::AnyOf(0, 0x100, 0x101, 0x102, 0x1001)));
+    EXPECT_THAT(pids, testing::Each(testing::AnyOf(0, 0x100, 0x101, 0x102, 0x103, 0x104, 0x105, 0x1001)));
     multiplex.remove(recorder);
+}
+
+TEST_F(AMultiplex, TakesTheFirstProgramWhenNoneIsNamed) {
+    Multiplex multiplex(sample());
+    Recorder recorder;
+    multiplex.add(recorder, 0);
+    ASSERT_TRUE(recorder.eventually([](const auto& packets) { return !packets.empty(); }));
+    EXPECT_EQ(recorder.program(), 1);
+    EXPECT_EQ(multiplex.program(0), multiplex.program(1));
+    multiplex.remove(recorder);
+}
+
+// A picture is due when the broadcast's clock shows its time: the later a receiver comes, the longer that is ago.
+TEST_F(AMultiplex, SaysWhenTheFirstPictureIsDue) {
+    Multiplex multiplex(sample());
+    Recorder first, second;
+    multiplex.add(first, 1);
+    ASSERT_TRUE(first.eventually([](const auto& packets) { return packets.size() > 50 * packetSize; }));
+    multiplex.add(second, 1);
+    const auto oneSecond = static_cast<std::int64_t>(ticksPerSecond);
+    EXPECT_LT(std::abs(first.due()), oneSecond);
+    EXPECT_LE(second.due(), first.due());
+    EXPECT_GT(second.due(), first.due() - oneSecond);
+    multiplex.remove(first);
+    multiplex.remove(second);
+}
+
+TEST_F(AMultiplex, HasASignalWhileSomethingComes) {
+    const int sender = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof to;
+    {
+        const int chooser = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0); // of a free port
+        ASSERT_EQ(::bind(chooser, reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+        ASSERT_EQ(::getsockname(chooser, reinterpret_cast<sockaddr*>(&to), &length), 0);
+        ::close(chooser);
+    }
+    Multiplex multiplex("udp://127.0.0.1:" + std::to_string(ntohs(to.sin_port)));
+    Recorder recorder;
+    multiplex.add(recorder, 1);
+    const auto send = [&] {
+        const std::vector<std::uint8_t> packet = [] {
+            std::vector<std::uint8_t> bytes(packetSize, 0xFF);
+            bytes[0] = syncByte;
+            bytes[1] = 0x1F; // a null packet
+            bytes[3] = 0x10;
+            return bytes;
+        }();
+        return ::sendto(sender, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+    };
+    EXPECT_TRUE(receiver::waitUntil([&] { return send() > 0 && multiplex.signal().present; }, longest));
+    EXPECT_TRUE(recorder.hasSignal(true));
+    EXPECT_TRUE(recorder.hasSignal(false));
+    EXPECT_FALSE(multiplex.signal().present);
+    multiplex.remove(recorder);
+    ::close(sender);
 }
 
 TEST_F(AMultiplex, ShowsALaterReceiverAtOnceWhatHasComeSinceTheKeyFrame) {
@@ -169,11 +258,17 @@ TEST_F(AMultiplex, SaysWhyAFileCannotBeReceived) {
     noStream.add(other, 1);
     EXPECT_EQ(other.outcome().result, result::notMedia) << other.outcome().reason;
     noStream.remove(other);
+    Recorder none;
+    Multiplex noAdapter("dvb-adapter://77?frequency=474000000&delsys=dvb-t");
+    noAdapter.add(none, 1);
+    EXPECT_EQ(none.outcome().result, result::cannotOpenFile) << none.outcome().reason;
+    noAdapter.remove(none);
     std::filesystem::remove(text.substr(7));
 }
 
 TEST_F(AMultiplex, IsNotMadeOfWhatIsNoSource) {
-    for (const char* wrong : {"", "a.ts", "http://host/a.ts", "udp://", "udp://host", "rtp://host:0", "udp://host:1x"})
+    for (const char* wrong : {"", "a.ts", "http://host/a.ts", "udp://", "udp://host", "rtp://host:0", "udp://host:1x",
+                              "dvb-adapter://0?no-such=1", "dvb-adapter://0!filesink"})
         EXPECT_THROW(Multiplex multiplex(wrong), Error) << wrong;
 }
 

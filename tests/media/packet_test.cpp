@@ -32,6 +32,15 @@ TEST(Packet, HasAClock) {
     EXPECT_EQ(without.packet().pcr(), std::nullopt);
 }
 
+TEST(Packet, SaysWhenItsUnitIsPresented) {
+    Bytes bytes = timed();
+    EXPECT_EQ(bytes.packet().pts(), 1);
+    bytes.bytes[1] = 0x01;
+    EXPECT_EQ(bytes.packet().pts(), std::nullopt) << "no unit begins here";
+    Bytes without{0x47, 0x41, 0x00, 0x10, 0x00, 0x00, 0x01, 0xE0, 0x00, 0x00, 0x80, 0x00, 0x00};
+    EXPECT_EQ(without.packet().pts(), std::nullopt);
+}
+
 TEST(Packet, ShiftsAllItsTimesAndNothingElse) {
     Bytes bytes = timed();
     bytes.packet().shift(ticksPerSecond);
@@ -64,6 +73,9 @@ TEST(Packet, KnowsWhereKeyFramesStart) {
     EXPECT_TRUE(withHeader(0xB3)) << "a sequence of MPEG-2";
     EXPECT_TRUE(withHeader(0x67)) << "parameters of AVC";
     EXPECT_FALSE(withHeader(0x41)) << "a picture that needs others";
+    Bytes header{0x47, 0x41, 0x00, 0x10, 0x00, 0x00, 0x01, 0xE0, 0x00,
+                 0x00, 0x80, 0x80, 0x05, 0x00, 0x00, 0x01, 0x67, 0x01};
+    EXPECT_FALSE(header.packet().startsKeyFrame()) << "a time stamp that looks like parameters";
     Bytes inside{0x47, 0x01, 0x00, 0x10, 0x00, 0x00, 0x01, 0xB3};
     EXPECT_FALSE(inside.packet().startsKeyFrame()) << "not the start of a unit";
 }

@@ -1,82 +1,13 @@
 // A receiver whose services really play, and what is then seen and heard.
-#include "integration/program-run.h"
-
-#include <algorithm>
-#include <nlohmann/json.hpp>
+#include "media/playing-receiver.h"
 
 namespace {
 
-using namespace program_run;
-using nlohmann::json;
-using testing::HasSubstr;
+using namespace playing_receiver;
 
-constexpr int notShown = 7, givenUp = 8;
-
-class AReceiverThatPlays : public Programs {
+class AReceiverThatPlays : public PlayingReceiver {
 protected:
-    AReceiverThatPlays() {
-        environment["TVSA_MEDIA_ENGINE"] = "gstreamer";
-        environment["TVSA_LOG"] = "warning,service=info"; // for failures of the tests
-        const std::string list = (folder / "channels.toml").string();
-        std::ofstream channels(list);
-        const auto add = [&](const char* uri, const std::string& source, int program) {
-            channels << "[[channel]]\nuri = \"" << uri << "\"\nname = \"" << uri << "\"\nsource = \"" << source
-                     << "\"\nprogram = " << program << '\n';
-        };
-        const std::string sample = std::string("file://") + MEDIA_SAMPLES + "/one.ts";
-        add("dvb://one", sample, 1);
-        add("dvb://two", sample, 2);
-        add("dvb://news", sample, 3);
-        add("dvb://no-program", sample, 9);
-        add("dvb://no-file", "file://none.ts", 1);
-        add("dvb://no-stream", "file://channels.toml", 1);
-        add("dvb://silent", "udp://127.0.0.1:" + std::to_string(silentPort()), 1);
-        channels << "[[channel]]\nuri = \"dvb://no-source\"\nname = \"none\"\n";
-        channels.close();
-        tvService_ = start({program("tvserviced"), "--channels", list});
-        mmService_ = start({program("mmserviced")});
-        host_ = start({program("frame-host"), "--application", "control"});
-        EXPECT_TRUE(eventually([&] { return isConnected(); }))
-            << tvctl({"doctor"}).output << tvService_->error() << mmService_->error() << host_->error();
-    }
-
-    Outcome tvctl(Words words) const {
-        words.insert(words.begin(), program("tvctl"));
-        return run(words);
-    }
-    // Whether the framework process has all its commands, of which "log" is the last, and a connection to each service.
-    bool isConnected() const {
-        const Outcome commands = tvctl({"help", "--json"}), counters = tvctl({"stats", "--json"});
-        if (counters.exitCode != 0 || commands.output.find("\"log\"") == std::string::npos) return false;
-        const auto services = json::parse(counters.output);
-        return services.size() == 2 &&
-               std::ranges::all_of(services, [](const auto& service) { return service.at("connected") == true; });
-    }
-    void play(const std::string& terminal, const std::string& uri) const {
-        const Outcome outcome = tvctl({"play", terminal, uri});
-        EXPECT_EQ(outcome.exitCode, 0) << outcome.error << tvService_->error();
-    }
-    // The text of the QR code in a terminal's picture; empty without one.
-    std::string codeOn(const std::string& terminal) const {
-        const std::string picture = (folder / "picture.png").string();
-        const Outcome taken = tvctl({"screenshot", terminal, picture});
-        EXPECT_EQ(taken.exitCode, 0) << taken.error;
-        const Outcome read = run({"zbarimg", "--quiet", "--raw", picture});
-        return read.output.substr(0, read.output.find('\n'));
-    }
-    int pitchOn(const std::string& terminal) const {
-        const Outcome heard = tvctl({"level", terminal, "--json"});
-        return heard.exitCode == 0 ? json::parse(heard.output).at("pitch").get<int>() : 0;
-    }
-    bool sounds(const std::string& terminal, int pitch) const {
-        return eventually([&] { return pitchOn(terminal) == pitch; });
-    }
-
-    std::unique_ptr<Running> tvService_, mmService_, host_;
-
-private:
-    // Of a socket that is not open any more: nobody sends to it.
-    static int silentPort() { return 40'000 + getpid() % 20'000; }
+    AReceiverThatPlays() { startAll(); }
 };
 
 TEST_F(AReceiverThatPlays, ShowsEachChannelOnItsTerminalAndNowhereElse) {
@@ -168,8 +99,7 @@ TEST_F(AReceiverThatPlays, RefusesMoreSourcesThanItHasRoomFor) {
 TEST_F(AReceiverThatPlays, EndsWhileItPlays) {
     play("0:0", "dvb://one");
     play("1:0", std::string("file://") + MEDIA_SAMPLES + "/one.ts");
-    for (Running* const process : {host_.get(), tvService_.get(), mmService_.get()})
-        EXPECT_EQ(process->terminate().exitCode, 0) << process->error();
+    endAll();
 }
 
 TEST_F(AReceiverThatPlays, NamesThePackageOfAMissingPlugin) {
@@ -182,9 +112,9 @@ TEST_F(AReceiverThatPlays, NamesThePackageOfAMissingPlugin) {
     }
     environment["GST_PLUGIN_SYSTEM_PATH_1_0"] = environment["GST_PLUGIN_PATH_1_0"] = folder.string();
     environment["GST_REGISTRY_1_0"] = (folder / "registry").string();
-    tvService_ = start({program("tvserviced"), "--channels", (folder / "channels.toml").string()});
+    startTvService();
     mmService_ = start({program("mmserviced")});
-    EXPECT_TRUE(eventually([&] { return isConnected(); })) << host_->error();
+    waitForConnections();
     EXPECT_THAT(tvctl({"play", "0:0", "dvb://one"}).error, HasSubstr("codec missing"));
     EXPECT_THAT(tvService_->error(), HasSubstr("no element decodebin; install gstreamer1.0-plugins-base"));
     EXPECT_THAT(tvctl({"play", "0:0", std::string("file://") + MEDIA_SAMPLES + "/one.ts"}).error,
@@ -201,8 +131,8 @@ TEST_F(AReceiverThatPlays, GivesUpASourceThatNeverDeliversAndPlaysTheNext) {
 TEST_F(AReceiverThatPlays, PlaysAgainWhenTheTvServiceWasKilled) {
     play("0:0", "dvb://one");
     tvService_->terminate(SIGKILL);
-    tvService_ = start({program("tvserviced"), "--channels", (folder / "channels.toml").string()});
-    EXPECT_TRUE(eventually([&] { return isConnected(); })) << host_->error();
+    startTvService();
+    waitForConnections();
     play("0:0", "dvb://two");
     EXPECT_EQ(codeOn("0:0"), "Two");
 }

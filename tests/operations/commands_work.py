@@ -49,7 +49,8 @@ class Host:
             text=True,
             cwd=folder,
             start_new_session=True,
-            env={**kept, **variables, **places, "PREFIX": str(folder / "installed")},
+            # No media: addresses in documents are examples.
+            env={**kept, **variables, **places, "PREFIX": str(folder / "installed"), "TVSA_MEDIA_ENGINE": "simulated"},
         )
 
     def run(self, commands, given):

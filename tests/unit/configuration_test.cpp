@@ -209,7 +209,10 @@ TEST_F(Configuration, ListsEverySettingAndThoseOfConfiguredServices) {
                           {"queue.unfinished_ms", "TVSA_QUEUE_UNFINISHED_MS 5000"},
                           {"run_log.queue", "TVSA_RUNLOG_QUEUE 1024"},
                           {"flat_heap.megabytes", "TVSA_FLAT_HEAP_MB 256"},
-                          {"media.engine", "TVSA_MEDIA_ENGINE simulated"},
+                          {"media.engine", "TVSA_MEDIA_ENGINE auto"},
+                          {"media.output", "TVSA_MEDIA_OUTPUT auto"},
+                          {"media.sound", "TVSA_MEDIA_SOUND auto"},
+                          {"media.tuners", "TVSA_MEDIA_TUNERS 4"},
                           {"log.levels", "TVSA_LOG info"},
                           {"log.format", "TVSA_LOG_FORMAT text"},
                       }));

@@ -165,7 +165,7 @@ TEST(SchemaAsJson, HasTheOffsetAndKindOfEachField) {
             {"name": "uintList2", "offset": 8, "size": 8, "kind": "uint32List",
              "meaning": "the tuners of which one has to be released"},
             {"name": "intParam1", "offset": 16, "size": 4, "kind": "scalar", "signed": true,
-             "meaning": "seconds until the service chooses"}]})"));
+             "meaning": "seconds until the service chooses; 0: it does not"}]})"));
     const auto& message = all["services"][1]["messages"][0];
     EXPECT_EQ(message["meta"], json::parse(R"({"instance": 4294967295, "interfaceCode": 483227507,
                                                "messageId": 677843510, "flag": 0})"));

@@ -79,6 +79,10 @@ TEST(ChannelList, SaysWhereAChannelComesFrom) {
     EXPECT_EQ(channelFrom("file:///streams/a.ts").transport, "file:///streams/a.ts");
     EXPECT_EQ(channelFrom("file://a.ts").transport, "file:///lists/a.ts") << "relative to the list";
     EXPECT_EQ(channelFrom("file://../a.ts").transport, "file:///a.ts");
+    EXPECT_EQ(channelFrom("dvb-adapter://0?delsys=dvb-t").transport, "dvb-adapter://0?delsys=dvb-t");
+    const auto test = ChannelList::fromText(channelWith("source = \"test://A\"\n"), "list").all().at("dvb://1");
+    EXPECT_EQ(test.transport, "test://A");
+    EXPECT_EQ(test.program, 0);
 }
 
 TEST(ChannelList, RejectsSourcesThatCannotBe) {
@@ -86,15 +90,18 @@ TEST(ChannelList, RejectsSourcesThatCannotBe) {
               "list.toml:4: a channel with a program needs the source that has it");
     EXPECT_EQ(channelProblem(channelWith("source = \"udp://a:1\"\n")),
               "list.toml:4: a channel with a source needs the number of its program there");
+    EXPECT_EQ(channelProblem(channelWith("source = \"test://A\"\nprogram = 3\n")),
+              "list.toml:5: a test picture has no program");
     for (const char* program : {"0", "65536", "-1", "\"1\"", "1.0"})
         EXPECT_EQ(channelProblem(channelWith("source = \"udp://a:1\"\nprogram = " + std::string(program) + "\n")),
                   "list.toml:5: a channel's program must be a number from 1 to 65535")
             << program;
     for (const auto& [source, problem] :
-         {std::pair("http://a/b.ts", "is not a file://, udp:// or rtp:// URI"), std::pair("a.ts", "is not a file://"),
-          std::pair("file://", "names no file"), std::pair("udp://a", "is not udp://HOST:PORT"),
-          std::pair("udp://:1", "is not udp://HOST:PORT"), std::pair("rtp://a:65536", "is not rtp://HOST:PORT"),
-          std::pair("rtp://a:1x", "is not rtp://HOST:PORT")})
+         {std::pair("http://a/b.ts", "is not a file://, udp://, rtp://, dvb-adapter:// or test:// URI"),
+          std::pair("a.ts", "is not a file://"), std::pair("file://", "names no file"),
+          std::pair("udp://a", "is not udp://HOST:PORT"), std::pair("udp://:1", "is not udp://HOST:PORT"),
+          std::pair("rtp://a:65536", "is not rtp://HOST:PORT"), std::pair("rtp://a:1x", "is not rtp://HOST:PORT"),
+          std::pair("dvb-adapter://x", "does not begin with the number of an adapter")})
         EXPECT_THAT(channelProblem(channelWith("program = 1\nsource = \"" + std::string(source) + "\"\n")),
                     testing::AllOf(testing::StartsWith("list.toml:5: "), testing::HasSubstr(problem)));
 }

@@ -121,9 +121,9 @@ private:
     host::QueueChannel& channel_;
 };
 
-class TvServiceTest : public testing::Test {
+template <class Engine> class TvServiceWith : public testing::Test {
 protected:
-    TvServiceTest() {
+    TvServiceWith() {
         char folder[] = "/tmp/tv-service-XXXXXX";
         folder_ = mkdtemp(folder);
         setenv("RUNTIME_DIRECTORY", folder, 1);
@@ -135,7 +135,7 @@ protected:
         requester->received();
         other->received();
     }
-    ~TvServiceTest() override {
+    ~TvServiceWith() override {
         requester.reset();
         other.reset();
         queue.stop();
@@ -151,7 +151,7 @@ protected:
     services::ChannelList channels = services::ChannelList::builtIn();
     services::TerminalTable table;
     services::FaultSwitches faults;
-    media::SimulatedEngine engine;
+    Engine engine;
     services::TvService service{table, faults, channels, engine, std::chrono::milliseconds(1)};
     host::MessageQueue queue;
     std::unique_ptr<Client> requester, other;
@@ -159,5 +159,6 @@ protected:
 private:
     std::string folder_;
 };
+using TvServiceTest = TvServiceWith<media::SimulatedEngine>;
 
 } // namespace tvservicetest

@@ -110,6 +110,12 @@ TEST_F(ZapQueueTest, UsesTheResultOfItsOwnTerminal) {
     EXPECT_THAT(outcomes, ElementsAre("answered a 2"));
 }
 
+TEST_F(ZapQueueTest, UsesTheFirstResultWhenItsOwnTerminalIsMissing) {
+    queue.want(channel(0, "a"));
+    queue.answer({info(7, 7, sent[0].reqId, 4, "a"), info(8, 8, sent[0].reqId, 5, "a")});
+    EXPECT_THAT(outcomes, ElementsAre("answered a 4"));
+}
+
 TEST_F(ZapQueueTest, DoesNotAskBeforeTheTimeoutWhetherARequestWasDropped) {
     queue.want(channel(0, "a"));
     bool queried = false;
@@ -289,6 +295,15 @@ TEST_F(ZapQueueTest, SendsAndReportsNothingOnceItHasEnded) {
     EXPECT_THAT(sentUris(), ElementsAre("a"));
     EXPECT_THAT(outcomes, IsEmpty());
     EXPECT_FALSE(queue.waitToLook(1h));
+}
+
+TEST_F(ZapQueueTest, ReportsNothingOfASendThatFailsWhenItHasEndedMeanwhile) {
+    duringSend = [&] {
+        queue.end();
+        sendResult = -1;
+    };
+    queue.want(channel(0, "a"));
+    EXPECT_THAT(outcomes, IsEmpty());
 }
 
 TEST(ZapQueueIds, DifferBetweenQueues) {

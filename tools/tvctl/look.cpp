@@ -8,12 +8,11 @@
 #include <host/shell-client.h>
 
 #include <CLI/CLI.hpp>
-#include <boost/archive/iterators/binary_from_base64.hpp>
-#include <boost/archive/iterators/transform_width.hpp>
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
 #include <iostream>
+#include <media/snapshot.h>
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <sys/stat.h>
@@ -24,16 +23,6 @@ namespace tvctl {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-std::string bytesOf(std::string text) {
-    using namespace boost::archive::iterators;
-    using Bytes = transform_width<binary_from_base64<std::string::const_iterator>, 8, 6>;
-    const std::size_t padding = text.size() - std::min(text.size(), text.find_last_not_of('=') + 1);
-    std::replace(text.end() - static_cast<std::ptrdiff_t>(padding), text.end(), '=', 'A');
-    std::string bytes(Bytes(text.begin()), Bytes(text.end()));
-    bytes.resize(bytes.size() - std::min(bytes.size(), padding));
-    return bytes;
-}
 
 // Talks to the service that shows a terminal: the process that --target names, or any of those that run here.
 class Looker {
@@ -73,16 +62,6 @@ private:
     const Options& options_;
     host::ShellClient client_;
 };
-
-std::string pictureOf(Looker& looker, const std::string& terminal) {
-    std::string picture;
-    for (;;) {
-        const Json part = looker.ask({"snapshot", terminal, std::to_string(picture.size())});
-        const auto bytes = bytesOf(part.at("data").get<std::string>());
-        picture += bytes;
-        if (picture.size() >= part.at("size").get<std::size_t>() || bytes.empty()) return picture;
-    }
-}
 
 void writeAll(int file, std::string_view bytes) {
     while (!bytes.empty()) {
@@ -148,7 +127,8 @@ int runScreenshot(const Options& given, const std::vector<std::string>& words) {
     if (const auto exitCode = parseArguments(app, words)) return *exitCode;
     return reporting(options, [&] {
         Looker looker(options);
-        const std::string picture = pictureOf(looker, terminal);
+        const std::string picture =
+            media::pictureOf(terminal, [&](const std::vector<std::string>& command) { return looker.ask(command); });
         write(file, picture);
         if (options.json)
             std::cout << toText({{"file", file}, {"bytes", picture.size()}}) << '\n';

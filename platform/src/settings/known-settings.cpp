@@ -19,6 +19,10 @@ constexpr std::uint64_t longestCount = 0x7FFFFFFF;
 constexpr std::uint64_t noBound = std::numeric_limits<std::size_t>::max();
 constexpr QueueLimits usualLimits;
 
+constexpr std::string_view outputs[] = {"auto", "none", "windows", "screen", "fullscreen"};
+constexpr std::string_view sounds[] = {"auto", "none"};
+constexpr std::string_view formats[] = {"text", "json"};
+
 constexpr Known table[] = {
     {.name = "endpoints.",
      .variable = "TVSA_ENDPOINT_",
@@ -88,9 +92,28 @@ constexpr Known table[] = {
      .number = 256},
     {.name = "media.engine",
      .variable = "TVSA_MEDIA_ENGINE",
-     .help = "what shows pictures behind the services: simulated, gstreamer, or the path of a library",
+     .help = "what shows pictures behind the services: auto, simulated, gstreamer, or the path of a library",
      .trusted = true,
-     .usual = "simulated"},
+     .usual = "auto"},
+    {.name = "media.output",
+     .variable = "TVSA_MEDIA_OUTPUT",
+     .help = "where pictures appear: auto, none, windows, screen or fullscreen",
+     .kind = Kind::choice,
+     .usual = "auto",
+     .choices = outputs},
+    {.name = "media.sound",
+     .variable = "TVSA_MEDIA_SOUND",
+     .help = "auto to play the main terminal's sound where there is a sound card, or none",
+     .kind = Kind::choice,
+     .usual = "auto",
+     .choices = sounds},
+    {.name = "media.tuners",
+     .variable = "TVSA_MEDIA_TUNERS",
+     .help = "number of transport streams that the TV service receives at a time",
+     .kind = Kind::number,
+     .least = 1,
+     .most = 64,
+     .number = 4},
     {.name = "log.levels",
      .variable = "TVSA_LOG",
      .help = "debug levels: LEVEL or MODULE=LEVEL, comma-separated",
@@ -100,9 +123,10 @@ constexpr Known table[] = {
     {.name = "log.format",
      .variable = "TVSA_LOG_FORMAT",
      .help = "text, or json for one object per line",
-     .kind = Kind::format,
+     .kind = Kind::choice,
      .replaceable = true,
-     .usual = "text"},
+     .usual = "text",
+     .choices = formats},
 };
 
 std::string upper(std::string_view text) {
@@ -133,6 +157,16 @@ std::string problemOfLevels(const std::string& text) {
     return errors;
 }
 
+std::string problemOfChoice(std::span<const std::string_view> choices, const std::string& text) {
+    std::string all = "neither ";
+    for (const std::string_view choice : choices) {
+        if (text == choice) return {};
+        if (choice != choices.front()) all += choice == choices.back() ? " nor " : ", ";
+        all += choice;
+    }
+    return quoted(text) + " is " + all;
+}
+
 std::string problemOfTexts(std::string_view list) {
     for (std::size_t start = 0; start <= list.size();) {
         const std::size_t end = std::min(list.find(',', start), list.size());
@@ -154,7 +188,7 @@ std::string Known::problemOf(const std::string& text) const {
     if (kind == Kind::number) return problemOfNumber(*this, text);
     if (printable(text) != text) return "not a string of printable characters: " + quoted(text);
     if (kind == Kind::levels) return problemOfLevels(text);
-    if (kind == Kind::format) return text == "text" || text == "json" ? "" : quoted(text) + " is neither text nor json";
+    if (kind == Kind::choice) return problemOfChoice(choices, text);
     if (kind == Kind::texts) return text.empty() ? "" : problemOfTexts(text);
     if (text.empty()) return "not a string: \"\"";
     return kind == Kind::endpoint ? problemOfEndpoint(text) : "";

@@ -9,7 +9,7 @@
 
 namespace host::config {
 
-enum class Kind { text, endpoint, texts, number, levels, format };
+enum class Kind { text, choice, endpoint, texts, number, levels };
 
 struct Known {
     std::string_view name;     // as in the file; if it ends with a dot, each service has such a setting
@@ -20,6 +20,7 @@ struct Known {
     bool trusted = false;     // decides which peers are trusted, so other users must not be able to write the file
     std::uint64_t least = 0, most = 0, number = 0; // of a number; the last is the default
     std::string_view usual = {};                   // the default of the other kinds; empty: none
+    std::span<const std::string_view> choices = {};
 
     bool perService() const { return name.ends_with('.'); }
     std::optional<std::string> builtIn() const;

@@ -13,6 +13,12 @@ constexpr struct {
 } packages[] = {
     {"tsdemux", "gstreamer1.0-plugins-bad"},
     {"tsparse", "gstreamer1.0-plugins-bad"},
+    {"dvbsuboverlay", "gstreamer1.0-plugins-bad"},
+    {"teletextdec", "gstreamer1.0-plugins-bad"},
+    {"textoverlay", "gstreamer1.0-x"},
+    {"ximagesink", "gstreamer1.0-x"},
+    {"waylandsink", "gstreamer1.0-plugins-bad"},
+    {"v4l2src", "gstreamer1.0-plugins-good"},
     {"udpsrc", "gstreamer1.0-plugins-good"},
     {"rtpjitterbuffer", "gstreamer1.0-plugins-good"},
     {"rtpmp2tdepay", "gstreamer1.0-plugins-good"},

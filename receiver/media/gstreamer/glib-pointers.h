@@ -10,6 +10,7 @@ struct Unref {
     void operator()(GstElement* element) const { gst_object_unref(element); }
     void operator()(GstBus* bus) const { gst_object_unref(bus); }
     void operator()(GstPad* pad) const { gst_object_unref(pad); }
+    void operator()(GstClock* clock) const { gst_object_unref(clock); }
     void operator()(GstCaps* caps) const { gst_caps_unref(caps); }
     void operator()(GstSample* sample) const { gst_sample_unref(sample); }
     void operator()(GstMessage* message) const { gst_message_unref(message); }

@@ -2,6 +2,8 @@
 
 #include "element.h"
 
+#include <host/configuration.h>
+#include <ov/uri.h>
 #include <tvservice-adapter/service/swap-keys.h>
 #include <tvservice/values.h>
 
@@ -15,7 +17,8 @@
 namespace media {
 namespace {
 
-constexpr guint longestLingering = 10; // seconds
+// How often what nothing uses is released: windows at once, the input at the second time.
+constexpr guint releaseInterval = 5; // seconds
 
 // Signals are for the process's own threads: threads that are started meanwhile get none.
 class BlockedSignals {
@@ -31,6 +34,11 @@ public:
 
 private:
     sigset_t former_;
+};
+
+// No tuner is free.
+struct Conflict : Error {
+    using Error::Error;
 };
 
 } // namespace
@@ -58,13 +66,26 @@ template <class Work> auto GStreamerEngine::call(Work work) const {
     return result.get();
 }
 
-GStreamerEngine::GStreamerEngine() : context_(g_main_context_new()), loop_(g_main_loop_new(context_, FALSE)) {
+GStreamerEngine::GStreamerEngine()
+    : context_(g_main_context_new()),
+      loop_(g_main_loop_new(context_, FALSE)),
+      tuners_(host::numberIn(*host::setting("media.tuners"))) {
+    start();
+    try {
+        call([this] { screen_ = Screen::configured(); });
+    } catch (...) {
+        shutDown();
+        throw;
+    }
+}
+
+void GStreamerEngine::start() {
     const BlockedSignals blocked; // all threads of the pipelines inherit this
     thread_ = std::thread([this] {
         pthread_setname_np(pthread_self(), "media");
         g_main_context_push_thread_default(context_);
-        const Owner<GSource> timer(g_timeout_source_new_seconds(longestLingering));
-        g_source_set_callback(timer.get(), releaseLingering, this, nullptr);
+        const Owner<GSource> timer(g_timeout_source_new_seconds(releaseInterval));
+        g_source_set_callback(timer.get(), releaseUnused, this, nullptr);
         g_source_attach(timer.get(), context_);
         g_main_loop_run(loop_);
         g_main_context_pop_thread_default(context_);
@@ -83,6 +104,7 @@ void GStreamerEngine::shutDown() {
         shown_.clear();
         numbers_.clear();
         lingering_.reset();
+        screen_.reset();
     });
     post([this] { g_main_loop_quit(loop_); });
     thread_.join();
@@ -97,6 +119,7 @@ void GStreamerEngine::close(const Terminal& terminal) {
 }
 
 void GStreamerEngine::begin(const Terminal& terminal, const Source& source, Events events) {
+    Output output = screen_->outputOf(terminal); // before the window of what it showed is left
     end(terminal);
     if (source.isChannel && source.transport.empty())
         return events.opened({result::noSource, "the channel list names no source of " + source.uri});
@@ -114,9 +137,13 @@ void GStreamerEngine::begin(const Terminal& terminal, const Source& source, Even
             });
         };
         shown.playback = std::make_unique<Playback>(
-            source, source.isChannel ? multiplexOf(source.transport) : nullptr, context_, postIfOpen,
+            source, multiplexOf(source), std::move(output), context_, postIfOpen,
             Playback::Events{.shown = [this, number] { opened(number); },
+                             .tracks = [this, number] { report(number, &Events::tracks); },
+                             .signal = [this, number](bool) { report(number, &Events::signal); },
                              .over = [this, number](const Outcome& outcome) { over(number, outcome); }});
+    } catch (const Conflict& error) {
+        over(number, {result::noTuner, error.what()});
     } catch (const MissingElement& error) {
         over(number, {result::codecMissing, error.what()});
     } catch (const Error& error) {
@@ -130,11 +157,21 @@ void GStreamerEngine::opened(std::uint64_t number) {
     if (const auto tell = std::exchange(shown->second.events.opened, {})) tell({});
 }
 
+// Of a source that has been opened.
+void GStreamerEngine::report(std::uint64_t number, std::function<void()> Events::*event) {
+    const auto shown = shown_.find(number);
+    if (shown != shown_.end() && !shown->second.events.opened) (shown->second.events.*event)();
+}
+
 void GStreamerEngine::over(std::uint64_t number, const Outcome& outcome) {
     const auto shown = shown_.find(number);
     if (shown == shown_.end()) return;
     const Events events = std::exchange(shown->second.events, {});
-    std::erase_if(numbers_, [number](const auto& entry) { return entry.second == number; });
+    std::erase_if(numbers_, [this, number](const auto& entry) {
+        if (entry.second != number) return false;
+        screen_->clear(entry.first);
+        return true;
+    });
     post([this, number] { shown_.erase(number); }); // later: the playback is inside this call
     if (!events.opened) {
         if (events.over) events.over(outcome);
@@ -150,31 +187,67 @@ void GStreamerEngine::end(const Terminal& terminal) {
     if (number == numbers_.end()) return;
     const auto shown = shown_.extract(number->second);
     numbers_.erase(number);
+    screen_->clear(terminal);
     if (shown && shown.mapped().events.opened) shown.mapped().events.opened({result::superseded, {}});
 }
 
 void GStreamerEngine::swap(const Terminal& a, const Terminal& b) {
-    call([&] { services::swapKeys(numbers_, a, b); });
+    call([&] {
+        services::swapKeys(numbers_, a, b);
+        for (const Terminal& terminal : {a, b}) {
+            if (Playback* const playback = find(terminal))
+                playback->moveTo(screen_->outputOf(terminal));
+            else
+                screen_->clear(terminal);
+        }
+    });
 }
 
-std::shared_ptr<Multiplex> GStreamerEngine::multiplexOf(const std::string& transport) {
-    std::erase_if(multiplexes_, [](const auto& entry) { return entry.second.expired(); });
-    auto multiplex = multiplexes_[transport].lock();
-    if (!multiplex) {
-        multiplex = std::make_shared<Multiplex>(transport);
-        multiplexes_[transport] = multiplex;
+// Null for what has no transport stream.
+std::shared_ptr<Multiplex> GStreamerEngine::multiplexOf(const Source& source) {
+    const std::string scheme = ov::orveltools::uri::LtUri(source.isChannel ? source.transport : source.uri).getScheme();
+    if (!source.isChannel)
+        return scheme == ov::orveltools::uri::Scheme::Rtp ? std::make_shared<Multiplex>(source.uri) : nullptr;
+    if (scheme == "test") return nullptr;
+    if (const auto tuner = tunerOf(source.transport)) return lingering_ = tuners_[*tuner].multiplex.lock();
+    lingering_.reset(); // it may have the last tuner
+    for (Tuner& tuner : tuners_) {
+        if (!tuner.multiplex.expired()) continue;
+        lingering_ = std::make_shared<Multiplex>(source.transport);
+        tuner = {source.transport, lingering_};
+        return lingering_;
     }
-    lingering_ = multiplex;
-    return multiplex;
+    std::string others;
+    for (const Tuner& tuner : tuners_) others += (others.empty() ? "" : ", ") + tuner.transport;
+    throw Conflict("no tuner is free: " + others);
 }
 
-gboolean GStreamerEngine::releaseLingering(void* self) {
+// The tuner that receives a transport stream.
+std::optional<std::uint32_t> GStreamerEngine::tunerOf(const std::string& transport) const {
+    for (std::size_t i = 0; i < tuners_.size(); ++i)
+        if (tuners_[i].transport == transport && !tuners_[i].multiplex.expired()) return static_cast<std::uint32_t>(i);
+    return std::nullopt;
+}
+
+std::vector<std::uint32_t> GStreamerEngine::usedTuners() const {
+    return call([&] {
+        std::vector<std::uint32_t> used;
+        for (std::size_t i = 0; i < tuners_.size(); ++i)
+            if (!tuners_[i].multiplex.expired()) used.push_back(static_cast<std::uint32_t>(i));
+        return used;
+    });
+}
+
+gboolean GStreamerEngine::releaseUnused(void* self) {
     auto& engine = *static_cast<GStreamerEngine*>(self);
-    if (engine.lingering_.use_count() == 1) engine.lingering_.reset();
+    engine.screen_->releaseUnused();
+    const bool lingers = engine.lingering_.use_count() == 1;
+    if (lingers && engine.hasLingered_) engine.lingering_.reset();
+    engine.hasLingered_ = lingers;
     return G_SOURCE_CONTINUE;
 }
 
-const Playback* GStreamerEngine::find(const Terminal& terminal) const {
+Playback* GStreamerEngine::find(const Terminal& terminal) const {
     const auto number = numbers_.find(terminal);
     if (number == numbers_.end()) return nullptr;
     const auto shown = shown_.find(number->second);
@@ -183,57 +256,72 @@ const Playback* GStreamerEngine::find(const Terminal& terminal) const {
 
 std::int32_t GStreamerEngine::choose(const Terminal& terminal, TrackKind kind, std::int32_t number) {
     return call([&] {
-        auto* const playback = const_cast<Playback*>(find(terminal));
+        Playback* const playback = find(terminal);
         return playback ? playback->choose(kind, number) : result::nothingShown;
     });
 }
 
 Tracks GStreamerEngine::tracks(const Terminal& terminal) const {
     return call([&] {
-        if (const Playback* const playback = find(terminal)) return playback->tracks(terminal);
-        Tracks none;
-        for (auto* const at :
-             {&none.audio.terminal, &none.subtitle.terminal, &none.video.terminal, &none.teletext.terminal})
-            *at = {terminal.type, terminal.id};
-        return none;
+        const Playback* const playback = find(terminal);
+        return playback ? playback->tracks(terminal) : noTracks(terminal);
     });
 }
 
+// Not known before a tuner receives it.
+Program GStreamerEngine::programOf(const Source& channel) const {
+    const auto tuner = tunerOf(channel.transport);
+    const auto multiplex = tuner ? tuners_[*tuner].multiplex.lock() : nullptr;
+    return multiplex ? multiplex->program(static_cast<std::uint16_t>(channel.program)) : Program{};
+}
+
 StreamCounts GStreamerEngine::streamCounts(const Source& channel) const {
-    return call([&]() -> StreamCounts {
-        const auto received = multiplexes_.find(channel.transport);
-        const auto multiplex = received == multiplexes_.end() ? nullptr : received->second.lock();
-        if (!multiplex) return {};
-        const Program program = multiplex->program(static_cast<std::uint16_t>(channel.program));
-        StreamCounts counts{.known = program.isKnown};
-        for (const Stream& stream : program.streams) {
-            counts.video += stream.kind == Stream::Kind::video;
-            counts.audio += stream.kind == Stream::Kind::audio;
-            counts.subtitle += stream.kind == Stream::Kind::subtitle;
-            counts.teletext += stream.kind == Stream::Kind::teletext;
-        }
-        return counts;
-    });
+    const Program program = call([&] { return programOf(channel); });
+    StreamCounts counts{.known = program.isKnown};
+    for (const Stream& stream : program.streams) {
+        counts.video += stream.kind == Stream::Kind::video;
+        counts.audio += stream.kind == Stream::Kind::audio;
+        counts.subtitle += stream.kind == Stream::Kind::subtitle;
+        counts.teletext += stream.kind == Stream::Kind::teletext;
+    }
+    return counts;
+}
+
+std::optional<std::int32_t> GStreamerEngine::rating(const Source& channel) const {
+    return call([&] { return programOf(channel).rating; });
 }
 
 tvservice::TvServiceTunerStatusMessage_t GStreamerEngine::tuning(const Terminal& terminal,
                                                                  const Source& channel) const {
     tvservice::TvServiceTunerStatusMessage_t message;
     message.byteParam1 = tvservice::tunerState::tuning;
-    message.intParam1 = terminal.type;
+    message.intParam1 = static_cast<std::int32_t>(call([&] {
+        if (const auto tuner = tunerOf(channel.transport)) return *tuner;
+        std::uint32_t unused = 0; // the one that will receive it
+        while (unused + 1 < tuners_.size() && !tuners_[unused].multiplex.expired()) ++unused;
+        return unused;
+    }));
     message.terminal = {terminal.type, terminal.id};
     message.intParam4 = serviceIdOf(channel.uri).stream;
     return message;
 }
 
-// A file or the network has no strength; what is shown has been received whole.
 tvservice::TvServiceTunerResult_t GStreamerEngine::signal(const Terminal& terminal) const {
     tvservice::TvServiceTunerResult_t message;
-    const bool shows = call([&] { return find(terminal) != nullptr; });
-    message.byteParam1 = shows ? tvservice::signalState::present : tvservice::signalState::none;
-    message.intParam1 = terminal.type;
     message.terminal = {terminal.type, terminal.id};
-    message.intParam2 = message.intParam3 = shows ? 100 : 0;
+    constexpr std::int32_t full = 100; // of a test picture
+    call([&] {
+        const auto number = numbers_.find(terminal);
+        const auto shown = number == numbers_.end() ? shown_.end() : shown_.find(number->second);
+        if (shown == shown_.end()) return;
+        const auto tuner = tunerOf(shown->second.source.transport);
+        const auto multiplex = tuner ? tuners_[*tuner].multiplex.lock() : nullptr;
+        const Multiplex::Signal signal = multiplex ? multiplex->signal() : Multiplex::Signal{true, full, full};
+        message.byteParam1 = signal.present ? tvservice::signalState::present : tvservice::signalState::none;
+        message.intParam1 = static_cast<std::int32_t>(tuner.value_or(0));
+        message.intParam2 = signal.strength;
+        message.intParam3 = signal.quality;
+    });
     return message;
 }
 

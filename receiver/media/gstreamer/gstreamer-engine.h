@@ -6,19 +6,22 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace media {
 
 // It shows at most mostShown sources at a time, each with a decoder and buffers of its own: a play of one more is
-// refused with result::noRoom. One thread of its own opens, closes and watches all pipelines; GStreamer's threads carry
-// the data.
+// refused with result::noRoom. Channels of one transport stream share a tuner; without a free tuner, a play is refused
+// with result::noTuner. One thread of its own opens, closes and watches all pipelines; GStreamer's threads carry the
+// data.
 class GStreamerEngine final : public Engine {
 public:
     static constexpr std::size_t mostShown = 16;
 
-    GStreamerEngine();
+    GStreamerEngine(); // as the settings media.output, media.sound and media.tuners say
     ~GStreamerEngine() override;
 
     const char* name() const override { return "gstreamer"; }
@@ -30,8 +33,10 @@ public:
     std::int32_t choose(const Terminal& terminal, TrackKind kind, std::int32_t number) override;
     Tracks tracks(const Terminal& terminal) const override;
     StreamCounts streamCounts(const Source& channel) const override;
+    std::optional<std::int32_t> rating(const Source& channel) const override;
     tvservice::TvServiceTunerStatusMessage_t tuning(const Terminal& terminal, const Source& channel) const override;
     tvservice::TvServiceTunerResult_t signal(const Terminal& terminal) const override;
+    std::vector<std::uint32_t> usedTuners() const override;
     std::string snapshot(const Terminal& terminal) const override;
     Sound sound(const Terminal& terminal) const override;
 
@@ -43,6 +48,7 @@ private:
         std::unique_ptr<Playback> playback;
     };
 
+    void start();
     // Runs a function on the engine's thread, later or (call) before it returns.
     void post(std::function<void()> work) const;
     template <class Work> auto call(Work work) const;
@@ -52,9 +58,12 @@ private:
     void end(const Terminal& terminal);
     void opened(std::uint64_t number);
     void over(std::uint64_t number, const Outcome& outcome);
-    std::shared_ptr<Multiplex> multiplexOf(const std::string& transport);
-    static gboolean releaseLingering(void* self);
-    const Playback* find(const Terminal& terminal) const;
+    void report(std::uint64_t number, std::function<void()> Events::*event);
+    std::shared_ptr<Multiplex> multiplexOf(const Source& source);
+    std::optional<std::uint32_t> tunerOf(const std::string& transport) const;
+    Program programOf(const Source& channel) const;
+    static gboolean releaseUnused(void* self);
+    Playback* find(const Terminal& terminal) const;
 
     GMainContext* const context_;
     GMainLoop* const loop_;
@@ -63,9 +72,15 @@ private:
     std::map<std::uint64_t, Shown> shown_;
     std::map<Terminal, std::uint64_t> numbers_;
     std::uint64_t lastNumber_ = 0;
-    std::map<std::string, std::weak_ptr<Multiplex>> multiplexes_; // by transport
+    struct Tuner {
+        std::string transport;
+        std::weak_ptr<Multiplex> multiplex; // which receives it, while anything uses it
+    };
+    std::vector<Tuner> tuners_; // as many as there are
     // The newest one, also when nothing shows it: a zap inside it, which stops the old channel first, keeps the input.
     std::shared_ptr<Multiplex> lingering_;
+    bool hasLingered_ = false;
+    std::unique_ptr<Screen> screen_;
     std::thread thread_;
 };
 

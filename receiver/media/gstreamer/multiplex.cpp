@@ -2,7 +2,6 @@
 
 #include "element.h"
 #include "failure.h"
-#include "packet.h"
 
 #include <ov/uri.h>
 
@@ -14,9 +13,8 @@
 namespace media {
 namespace {
 
-constexpr std::size_t mostTablePackets = 16; // of one table, whose sections have at most 1024 bytes
-constexpr std::uint64_t frameTicks = ticksPerSecond / 25;
-constexpr std::string_view fileScheme = "file://";
+constexpr std::string_view fileScheme = "file://", adapterScheme = "dvb-adapter://";
+constexpr guint64 longestSilence = 2 * GST_SECOND; // of an input with a signal
 
 struct Address {
     std::string host;
@@ -37,13 +35,30 @@ Address addressOf(const std::string& transport, const std::string& scheme) {
     throw Error("not " + scheme + "://HOST:PORT: " + transport);
 }
 
+// An adapter of the machine: "dvb-adapter://0?frequency=474000000&delsys=dvb-t", with properties of the element dvbsrc.
+GstElement* addAdapter(GstElement* pipeline, const std::string& transport) {
+    std::string settings = transport.substr(adapterScheme.size());
+    std::ranges::replace_if(
+        settings, [](char c) { return c == '?' || c == '&'; }, ' ');
+    const auto isPlain = [](char c) {
+        return g_ascii_isalnum(c) || std::string_view("-=./ ").find(c) != std::string_view::npos;
+    };
+    if (!std::ranges::all_of(settings, isPlain))
+        throw Error("not " + std::string(adapterScheme) + "NUMBER?NAME=VALUE&...: " + transport);
+    GError* problem = nullptr;
+    GstElement* const adapter = gst_parse_launch(("dvbsrc adapter=" + settings).c_str(), &problem);
+    const Owner<GError> owned(problem);
+    if (problem) {
+        if (adapter) gst_object_unref(adapter);
+        throw Error(transport + ": " + problem->message);
+    }
+    gst_bin_add(GST_BIN(pipeline), adapter);
+    return adapter;
+}
+
 void link(const std::vector<GstElement*>& elements) {
     for (std::size_t i = 1; i < elements.size(); ++i)
         if (!gst_element_link(elements[i - 1], elements[i])) throw Error("GStreamer cannot link the input's elements");
-}
-
-void append(std::vector<std::uint8_t>& to, std::span<const std::uint8_t> bytes) {
-    to.insert(to.end(), bytes.begin(), bytes.end());
 }
 
 } // namespace
@@ -60,6 +75,8 @@ Multiplex::Multiplex(const std::string& transport)
         g_object_set(file, "location", transport.substr(fileScheme.size()).c_str(), nullptr);
         g_object_set(parser, "set-timestamps", TRUE, "alignment", 7U, nullptr);
         link({file, parser, sink});
+    } else if (transport.starts_with(adapterScheme)) {
+        link({addAdapter(pipeline_.get(), transport), sink});
     } else if (scheme == "udp" || scheme == "rtp") {
         const Address address = addressOf(transport, scheme);
         GstElement* const socket = addElement(pipeline_.get(), "udpsrc");
@@ -69,7 +86,7 @@ Multiplex::Multiplex(const std::string& transport)
                                        : "video/mpegts,systemstream=true"));
         constexpr int socketBytes = 4 << 20; // a burst of packets must not be lost while the thread waits for a turn
         g_object_set(socket, "address", address.host.c_str(), "port", address.port, "caps", caps.get(), "buffer-size",
-                     socketBytes, nullptr);
+                     socketBytes, "timeout", longestSilence, nullptr);
         if (isRtp) {
             GstElement* const order = addElement(pipeline_.get(), "rtpjitterbuffer");
             GstElement* const unpack = addElement(pipeline_.get(), "rtpmp2tdepay");
@@ -79,7 +96,7 @@ Multiplex::Multiplex(const std::string& transport)
             link({socket, sink});
         }
     } else {
-        throw Error("not file://, udp:// or rtp://: " + transport);
+        throw Error("not file://, udp://, rtp:// or dvb-adapter://: " + transport);
     }
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = [](GstAppSink* appSink, void* self) { return takeSample(GST_ELEMENT(appSink), self); };
@@ -99,21 +116,17 @@ Multiplex::~Multiplex() {
 
 void Multiplex::add(Receiver& receiver, std::uint16_t program) {
     const thread_safety::LockGuard lock(mutex_);
-    Wanted& wanted = wanted_[&receiver];
-    wanted = {program, false, {}};
-    if (failure_) return receiver.failed(*failure_);
-    programsChanged();
+    distributor_.add(receiver, program);
 }
 
 void Multiplex::remove(Receiver& receiver) {
     const thread_safety::LockGuard lock(mutex_);
-    wanted_.erase(&receiver);
+    distributor_.remove(receiver);
 }
 
 Program Multiplex::program(std::uint16_t number) const {
     const thread_safety::LockGuard lock(mutex_);
-    const auto program = tables_.programs().find(number);
-    return program == tables_.programs().end() ? Program{} : program->second;
+    return distributor_.program(number);
 }
 
 GstFlowReturn Multiplex::takeSample(GstElement* sink, void* self) {
@@ -125,7 +138,9 @@ GstFlowReturn Multiplex::takeSample(GstElement* sink, void* self) {
     // A copy, as the times of a file's packets are changed.
     std::vector<std::uint8_t> bytes(map.data, map.data + map.size);
     gst_buffer_unmap(buffer, &map);
-    static_cast<Multiplex*>(self)->take(bytes);
+    auto& multiplex = *static_cast<Multiplex*>(self);
+    const thread_safety::LockGuard lock(multiplex.mutex_);
+    multiplex.distributor_.take(bytes);
     return GST_FLOW_OK;
 }
 
@@ -133,26 +148,40 @@ GstBusSyncReply Multiplex::takeMessage(GstBus*, GstMessage* message, void* self)
     auto& multiplex = *static_cast<Multiplex*>(self);
     const thread_safety::LockGuard lock(multiplex.mutex_);
     if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
-        multiplex.fail(outcomeOf(*message));
+        multiplex.distributor_.fail(outcomeOf(*message));
     } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS && multiplex.loops_) {
         multiplex.rewind();
+    } else if (gst_message_has_name(message, "GstUDPSrcTimeout")) {
+        multiplex.distributor_.setSignal(false);
+    } else if (gst_message_has_name(message, "dvb-frontend-stats")) {
+        multiplex.takeFrontEnd(*gst_message_get_structure(message));
     }
     gst_message_unref(message);
     return GST_BUS_DROP;
 }
 
-void Multiplex::fail(const Outcome& outcome) {
-    if (failure_) return; // what follows a failure does not explain it
-    failure_ = outcome;
-    for (const auto& [receiver, wanted] : wanted_) receiver->failed(outcome);
+void Multiplex::takeFrontEnd(const GstStructure& report) {
+    gboolean hasLock = TRUE;
+    gint strength = 0, noiseRatio = 0;
+    static constexpr gint highest = 0xFFFF;
+    const auto percent = [](gint value) { return std::clamp(value, 0, highest) * 100 / highest; };
+    gst_structure_get_boolean(&report, "lock", &hasLock);
+    gst_structure_get_int(&report, "signal", &strength);
+    gst_structure_get_int(&report, "snr", &noiseRatio);
+    signal_ = Signal{true, percent(strength), percent(noiseRatio)};
+    distributor_.setSignal(hasLock == TRUE);
 }
 
-// The next round of a file continues the times of this one.
+Multiplex::Signal Multiplex::signal() const {
+    const thread_safety::LockGuard lock(mutex_);
+    if (!distributor_.hasSignal()) return {};
+    return {true, signal_.strength, signal_.quality};
+}
+
 void Multiplex::rewind() {
-    if (!hasTime_) return fail({result::notMedia, "the file is no transport stream, or has no clock"});
-    shift_ = (lastTime_ + frameTicks - firstTime_ + shift_) & tickMask;
-    hasTime_ = false;
-    part_.clear();
+    if (!distributor_.beginAgain())
+        return distributor_.fail(
+            {result::notMedia, "the file is no transport stream, or has no clock, or is too short"});
     using Shared = std::shared_ptr<Restart>;
     const auto readAgain = [](GstElement* pipeline, void* context) {
         auto& restart = **static_cast<Shared*>(context);
@@ -164,128 +193,6 @@ void Multiplex::rewind() {
     // The thread of this message cannot stop itself.
     gst_element_call_async(pipeline_.get(), readAgain, new Shared(restart_),
                            [](void* context) { delete static_cast<Shared*>(context); });
-}
-
-void Multiplex::take(std::span<std::uint8_t> bytes) {
-    const thread_safety::LockGuard lock(mutex_);
-    if (!part_.empty()) {
-        const std::size_t missing = std::min(packetSize - part_.size(), bytes.size());
-        append(part_, bytes.first(missing));
-        bytes = bytes.subspan(missing);
-        if (part_.size() < packetSize) return;
-        takePacket(std::span<std::uint8_t>(part_).first<packetSize>());
-        part_.clear();
-    }
-    while (bytes.size() >= packetSize) {
-        if (bytes[0] != syncByte) { // to the next packet
-            bytes = bytes.subspan(1);
-            continue;
-        }
-        takePacket(bytes.first<packetSize>());
-        bytes = bytes.subspan(packetSize);
-    }
-    if (!bytes.empty() && bytes[0] == syncByte) part_.assign(bytes.begin(), bytes.end());
-    for (auto& [receiver, wanted] : wanted_) {
-        if (wanted.packets.empty()) continue;
-        receiver->take(wanted.packets);
-        wanted.packets.clear();
-    }
-}
-
-void Multiplex::takePacket(std::span<std::uint8_t, packetSize> bytes) {
-    const Packet packet(bytes);
-    if (!packet.isValid()) return;
-    const std::uint16_t pid = packet.pid();
-    if (loops_) {
-        if (const auto time = packet.pcr(); time && (!hasTime_ || pid == clockPid_)) {
-            if (!hasTime_) firstTime_ = *time;
-            hasTime_ = true;
-            clockPid_ = pid;
-            lastTime_ = *time;
-        }
-        packet.shift(shift_);
-    }
-    if (tables_.take(bytes, pid)) programsChanged();
-    keep(bytes);
-}
-
-void Multiplex::keep(std::span<std::uint8_t, packetSize> bytes) {
-    const Packet packet(bytes);
-    const std::uint16_t pid = packet.pid();
-    const auto addToTable = [&](std::vector<std::uint8_t>& table) {
-        if (packet.startsUnit()) table.clear();
-        if (table.size() < mostTablePackets * packetSize) append(table, bytes);
-    };
-    if (pid == 0) addToTable(list_);
-    for (const auto& [number, program] : tables_.programs())
-        if (program.tablePid == pid) addToTable(kept_[number].table);
-    const auto programs = programsOf_.find(pid);
-    if (programs == programsOf_.end()) return;
-    for (const std::uint16_t number : programs->second) {
-        Kept& kept = kept_[number];
-        const auto picture = pictures_.find(number);
-        // Without pictures, everything can be decoded alone.
-        const bool isKey = picture == pictures_.end() || (picture->second == pid && packet.startsKeyFrame());
-        if (isKey) {
-            if (picture != pictures_.end()) kept.packets.clear();
-            kept.begun = true;
-        }
-        if (kept.begun && kept.packets.size() + packetSize <= mostKept && picture != pictures_.end())
-            append(kept.packets, bytes);
-        else if (picture != pictures_.end())
-            kept = {{}, false, std::move(kept.table)};
-        for (auto& [receiver, wanted] : wanted_) {
-            if (wanted.program != number) continue;
-            if (wanted.begun)
-                append(wanted.packets, bytes);
-            else if (isKey)
-                begin(*receiver, wanted);
-        }
-    }
-}
-
-// The receiver gets the tables and what is kept; if nothing is, it waits for the next key frame.
-void Multiplex::begin(Receiver& receiver, Wanted& wanted) {
-    const auto kept = kept_.find(wanted.program);
-    if (wanted.begun || kept == kept_.end() || !kept->second.begun || list_.empty() || kept->second.table.empty())
-        return;
-    wanted.begun = true;
-    append(wanted.packets, list_);
-    append(wanted.packets, kept->second.table);
-    append(wanted.packets, kept->second.packets);
-    receiver.take(wanted.packets);
-    wanted.packets.clear();
-}
-
-void Multiplex::programsChanged() {
-    programsOf_.clear();
-    pictures_.clear();
-    for (const auto& [number, program] : tables_.programs()) {
-        if (!program.isKnown) continue;
-        const auto add = [&, number = number](std::uint16_t pid) TVSA_REQUIRES(mutex_) {
-            auto& programs = programsOf_[pid];
-            if (programs.empty() || programs.back() != number) programs.push_back(number);
-        };
-        add(program.clockPid);
-        add(program.tablePid);
-        for (const Stream& stream : program.streams) {
-            add(stream.pid);
-            if (stream.kind == Stream::Kind::video) pictures_.try_emplace(number, stream.pid);
-        }
-    }
-    const auto& known = tables_.programs();
-    std::erase_if(kept_, [&known](const auto& kept) { return !known.contains(kept.first); });
-    for (auto& [receiver, wanted] : wanted_) {
-        if (tables_.areProgramsKnown() && !tables_.programs().contains(wanted.program)) {
-            std::string others;
-            for (const auto& [number, program] : tables_.programs())
-                others += (others.empty() ? "" : ", ") + std::to_string(number) +
-                          (program.name.empty() ? "" : " " + program.name);
-            receiver->missing(others);
-        } else {
-            begin(*receiver, wanted);
-        }
-    }
 }
 
 } // namespace media

@@ -1,77 +1,50 @@
 // One transport stream, received once for all terminals that show programs of it: one tuner.
 //
-// It reads a file in a loop and in real time, or datagrams of the network. It knows the programs, and keeps what has
-// come of each since its newest key frame, so that a program is shown at once.
+// It reads a file in a loop and in real time, or datagrams of the network, or what an adapter receives.
 #pragma once
 
+#include "distributor.h"
 #include "glib-pointers.h"
-#include "tables.h"
 
-#include <cstddef>
 #include <cstdint>
-#include <map>
 #include <media/engine.h>
 #include <memory>
-#include <optional>
-#include <span>
 #include <string>
 #include <thread-safety/mutex.h>
-#include <vector>
 
 namespace media {
 
 class Multiplex {
 public:
-    // What is kept of a program since its newest key frame. Beyond that, a program is shown from its next key frame on.
-    static constexpr std::size_t mostKept = std::size_t{8} << 20; // bytes
+    // Called on the input's thread, or inside add, with the multiplex locked.
+    using Receiver = Distributor::Receiver;
 
-    // Takes a program's packets. Called on the input's thread, or inside add, with the multiplex locked: it must not
-    // call the multiplex, and must not wait.
-    class Receiver {
-    public:
-        virtual void take(std::span<const std::uint8_t> packets) = 0;
-        // The program is not in the transport stream, which has the others.
-        virtual void missing(const std::string& others) = 0;
-        virtual void failed(const Outcome& outcome) = 0;
-
-    protected:
-        ~Receiver() = default;
-    };
-
-    // transport: file://PATH, or udp:// or rtp://HOST:PORT, where the host is a multicast group or an address of this
-    // machine. Throws Error for anything else, and when an element is missing.
+    // transport: file://PATH, udp:// or rtp://HOST:PORT, where the host is a multicast group or an address of this
+    // machine, or dvb-adapter://NUMBER?NAME=VALUE&... with properties of the element dvbsrc. Throws Error for anything
+    // else, and when an element is missing.
     explicit Multiplex(const std::string& transport);
     ~Multiplex();
     Multiplex(const Multiplex&) = delete;
     Multiplex& operator=(const Multiplex&) = delete;
 
-    // The receiver gets the packets of the program from its newest key frame on, until remove returns.
+    // The receiver gets the packets of the program from its newest key frame on, until remove returns. Program 0 is the
+    // one with the lowest number.
     void add(Receiver& receiver, std::uint16_t program);
     void remove(Receiver& receiver);
 
     // Not known before its table has come.
     Program program(std::uint16_t number) const;
+    // Strength and quality in percent; a file or the network has none: all of what is sent comes, or nothing.
+    struct Signal {
+        bool present = false; // it has received something lately
+        std::int32_t strength = 0, quality = 0;
+    };
+    Signal signal() const;
 
 private:
-    struct Kept {
-        std::vector<std::uint8_t> packets; // from a key frame on; at most mostKept
-        bool begun = false;
-        std::vector<std::uint8_t> table; // the packets of the program's table
-    };
-    struct Wanted {
-        std::uint16_t program = 0;
-        bool begun = false;                // it has got the key frame
-        std::vector<std::uint8_t> packets; // to take next
-    };
-
     static GstFlowReturn takeSample(GstElement* sink, void* self);
     static GstBusSyncReply takeMessage(GstBus* bus, GstMessage* message, void* self);
-    void take(std::span<std::uint8_t> bytes);
-    void takePacket(std::span<std::uint8_t, 188> bytes) TVSA_REQUIRES(mutex_);
-    void keep(std::span<std::uint8_t, 188> bytes) TVSA_REQUIRES(mutex_);
-    void programsChanged() TVSA_REQUIRES(mutex_);
-    void begin(Receiver& receiver, Wanted& wanted) TVSA_REQUIRES(mutex_);
-    void fail(const Outcome& outcome) TVSA_REQUIRES(mutex_);
+    void takeFrontEnd(const GstStructure& report) TVSA_REQUIRES(mutex_);
     void rewind() TVSA_REQUIRES(mutex_);
 
     // Reads a file again, on a thread of GStreamer's, unless the multiplex has ended by then.
@@ -85,21 +58,8 @@ private:
     const std::shared_ptr<Restart> restart_ = std::make_shared<Restart>();
 
     mutable thread_safety::Mutex mutex_;
-    Tables tables_ TVSA_GUARDED_BY(mutex_);
-    std::vector<std::uint8_t> list_ TVSA_GUARDED_BY(mutex_); // the packets of the list of programs
-    std::map<std::uint16_t, Kept> kept_ TVSA_GUARDED_BY(mutex_);
-    // The programs that each PID belongs to; few have more than one.
-    std::map<std::uint16_t, std::vector<std::uint16_t>> programsOf_ TVSA_GUARDED_BY(mutex_);
-    std::map<std::uint16_t, std::uint16_t> pictures_
-        TVSA_GUARDED_BY(mutex_);                                 // PID of each program's first video stream
-    std::map<Receiver*, Wanted> wanted_ TVSA_GUARDED_BY(mutex_); // at most one per terminal
-    std::optional<Outcome> failure_ TVSA_GUARDED_BY(mutex_);     // of the input
-    std::vector<std::uint8_t> part_ TVSA_GUARDED_BY(mutex_);     // of a packet, at the end of a buffer
-    // Of a file that is read in a loop: its times continue where the previous round ended.
-    std::uint64_t shift_ TVSA_GUARDED_BY(mutex_) = 0, firstTime_ TVSA_GUARDED_BY(mutex_) = 0;
-    std::uint64_t lastTime_ TVSA_GUARDED_BY(mutex_) = 0;
-    std::uint16_t clockPid_ TVSA_GUARDED_BY(mutex_) = 0;
-    bool hasTime_ TVSA_GUARDED_BY(mutex_) = false;
+    Distributor distributor_ TVSA_GUARDED_BY(mutex_){loops_};
+    Signal signal_ TVSA_GUARDED_BY(mutex_){true, 100, 100}; // while there is one
 };
 
 } // namespace media

@@ -32,6 +32,7 @@ public:
                                                   : std::span<std::uint8_t>();
     }
     std::optional<std::uint64_t> pcr() const; // in ticks
+    std::optional<std::uint64_t> pts() const; // of the unit that begins here, in ticks
     // Adds ticks to all times in the packet.
     void shift(std::uint64_t ticks) const;
     // Whether a picture that can be decoded alone begins here, as far as this packet shows: a random access point, or

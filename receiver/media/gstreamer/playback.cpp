@@ -2,21 +2,29 @@
 
 #include "element.h"
 #include "failure.h"
+#include "packet.h"
 
+#include <ov/uri.h>
+#include <tvservice-adapter/service/mm-uris.h>
 #include <tvservice/values.h>
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
+#include <filesystem>
 #include <gst/pbutils/missing-plugins.h>
 #include <gst/video/video.h>
+#include <optional>
 #include <utility>
 
 namespace media {
 namespace {
 
 constexpr guint64 mostQueuedBytes = guint64{16} << 20; // before the demuxer: a group of pictures at once, and more
+// How much later than the broadcaster means a picture is shown: packets may come that much too late.
+constexpr std::int64_t jitter = 100 * GST_MSECOND;
+// How long the picture after the first one may wait: the broadcaster's times are not to be trusted.
+constexpr std::int64_t longestWait = 2 * GST_SECOND;
 
 // The name of a demuxer's pad ends with the PID: "audio_0_0101".
 std::uint16_t pidOf(GstPad* pad) {
@@ -29,94 +37,94 @@ std::uint16_t pidOf(GstPad* pad) {
     return pid;
 }
 
-bool linkTo(GstPad* pad, GstElement* element) {
-    const Owner<GstPad> sink(gst_element_get_static_pad(element, "sink"));
+bool linkTo(GstPad* pad, GstElement* element, const char* entry = "sink") {
+    const Owner<GstPad> sink(gst_element_get_static_pad(element, entry));
     return gst_pad_link(pad, sink.get()) == GST_PAD_LINK_OK;
 }
 
-// A queue decouples the streams of a demuxer: without it, one that waits for its clock would stop all others.
-GstElement* addQueue(GstElement* pipeline) {
-    GstElement* const queue = addElement(pipeline, "queue");
+bool linkAll(const std::vector<GstElement*>& elements) {
+    for (std::size_t i = 1; i < elements.size(); ++i)
+        if (!gst_element_link(elements[i - 1], elements[i])) return false;
+    return true;
+}
+
+// The last one first: none gets data before the next one can take it.
+void startAll(const std::vector<GstElement*>& elements) {
+    for (auto element = elements.rbegin(); element != elements.rend(); ++element)
+        gst_element_sync_state_with_parent(*element);
+}
+
+// Without a limit but for bytes: it decouples the streams of a demuxer. Without it, one that waits for its clock would
+// stop all others.
+GstElement* asStreamQueue(GstElement* queue) {
     g_object_set(queue, "max-size-buffers", 0U, "max-size-time", guint64{0}, "max-size-bytes",
                  static_cast<guint>(mostQueuedBytes), nullptr);
     return queue;
 }
 
+void setCaps(GstElement* element, const char* text) {
+    const Owner<GstCaps> caps(gst_caps_from_string(text));
+    g_object_set(element, "caps", caps.get(), nullptr);
+}
+
+// Throws Error.
+std::string fileUriOf(const std::string& uri) {
+    const Owner<char> file(g_filename_to_uri(services::localPathOf(uri).c_str(), nullptr, nullptr));
+    if (!file) throw Error("not the path of a file: " + uri);
+    return file.get();
+}
+
+std::string schemeOf(const std::string& uri) { return ov::orveltools::uri::LtUri(uri).getScheme(); }
+
+// The input that an address names, for people: "1" in hdmi://1, and in the path switch's rec://plain/hdmi?id=0.
+std::optional<std::string> inputIn(const std::string& uri) {
+    constexpr std::string_view plain = "hdmi://", switched = "rec://plain/hdmi?id=";
+    if (uri.starts_with(plain)) return uri.substr(plain.size());
+    if (!uri.starts_with(switched)) return std::nullopt;
+    int id = 0;
+    std::from_chars(uri.data() + switched.size(), uri.data() + uri.size(), id);
+    return std::to_string(id + 1);
+}
+
 } // namespace
-
-// ---- sound ----
-
-void Playback::Ear::take(GstBuffer* buffer) {
-    GstMapInfo map;
-    if (!gst_buffer_map(buffer, &map, GST_MAP_READ)) return;
-    const std::span<const std::int16_t> samples(reinterpret_cast<const std::int16_t*>(map.data),
-                                                map.size / sizeof(std::int16_t));
-    {
-        const thread_safety::LockGuard lock(mutex_);
-        samples_.insert(samples_.end(), samples.begin(), samples.end());
-        if (samples_.size() > most)
-            samples_.erase(samples_.begin(), samples_.end() - static_cast<std::ptrdiff_t>(most));
-    }
-    gst_buffer_unmap(buffer, &map);
-}
-
-void Playback::Ear::clear() {
-    const thread_safety::LockGuard lock(mutex_);
-    samples_.clear();
-}
-
-Sound Playback::Ear::sound() const {
-    constexpr double fullScale = 32768, silence = -100;
-    std::vector<std::int16_t> samples;
-    {
-        const thread_safety::LockGuard lock(mutex_);
-        samples = samples_;
-    }
-    double squares = 0;
-    for (const std::int16_t sample : samples) squares += double{sample / fullScale} * (sample / fullScale);
-    Sound sound{silence, 0};
-    if (samples.empty() || squares == 0) return sound;
-    sound.level = std::max(silence, 10 * std::log10(squares / static_cast<double>(samples.size())));
-    // The loudest of the tones from 50 Hz to 4 kHz, 10 Hz apart (Goertzel's algorithm).
-    constexpr std::int32_t lowest = 50, highest = 4000, step = 10;
-    double loudest = 0;
-    for (std::int32_t pitch = lowest; pitch <= highest; pitch += step) {
-        const double factor = 2 * std::cos(2 * M_PI * pitch / rate);
-        double last = 0, previous = 0;
-        for (const std::int16_t sample : samples) {
-            const double next = sample / fullScale + factor * last - previous;
-            previous = last;
-            last = next;
-        }
-        const double power = last * last + previous * previous - factor * last * previous;
-        if (power > loudest) {
-            loudest = power;
-            sound.pitch = pitch;
-        }
-    }
-    return sound;
-}
 
 // ---- building ----
 
-Playback::Playback(const Source& source, std::shared_ptr<Multiplex> multiplex, GMainContext* context, Post post,
-                   Events events)
+Playback::Playback(const Source& source, std::shared_ptr<Multiplex> multiplex, Output output, GMainContext* context,
+                   Post post, Events events)
     : source_(source),
       multiplex_(std::move(multiplex)),
       post_(std::move(post)),
       events_(std::move(events)),
-      pipeline_(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr)))) {
+      pipeline_(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr)))),
+      program_(static_cast<std::uint16_t>(source.program)),
+      output_(std::move(output)) {
     const Owner<GstBus> bus(gst_element_get_bus(pipeline_.get()));
     watch_.reset(gst_bus_create_watch(bus.get()));
     g_source_set_callback(watch_.get(), reinterpret_cast<GSourceFunc>(reinterpret_cast<void (*)()>(takeMessage)), this,
                           nullptr);
     g_source_attach(watch_.get(), context);
+    namespace Scheme = ov::orveltools::uri::Scheme;
+    constexpr std::string_view testPicture = "test://";
+    const std::string scheme = schemeOf(source_.uri);
     if (multiplex_)
-        buildChannel();
+        buildProgram();
+    else if (source_.transport.starts_with(testPicture))
+        buildTestPicture(source_.transport.substr(testPicture.size()));
+    else if (inputIn(source_.uri))
+        buildInput();
+    else if (scheme == Scheme::File || scheme == Scheme::Fsl2)
+        buildAddress(fileUriOf(source_.uri));
+    else if (scheme == Scheme::Http || scheme == Scheme::Https)
+        buildAddress(source_.uri);
     else
-        buildAddress();
+        throw Error("nothing here shows addresses of the kind " + scheme + ':');
+    // A program's times are those of its broadcast, and begins says which of them is now. No sound card's clock.
+    const Owner<GstClock> clock(gst_system_clock_obtain());
+    gst_pipeline_use_clock(GST_PIPELINE(pipeline_.get()), clock.get());
+    if (multiplex_) gst_element_set_start_time(pipeline_.get(), GST_CLOCK_TIME_NONE);
     gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING); // a failure comes as a message
-    if (multiplex_) multiplex_->add(*this, static_cast<std::uint16_t>(source_.program));
+    if (multiplex_) multiplex_->add(*this, program_);
 }
 
 Playback::~Playback() {
@@ -140,122 +148,305 @@ template <void (Playback::*link)(GstPad*)> void Playback::connectPads(GstElement
                      G_CALLBACK(+[](GstElement*, GstPad* pad, Playback* self) { self->attempt<link>(pad); }), this);
 }
 
-void Playback::buildChannel() {
+void Playback::buildProgram() {
     hasPictures_ = true; // or none comes, and nothing is shown
     packets_ = addElement(pipeline_.get(), "appsrc");
     demuxer_ = addElement(pipeline_.get(), "tsdemux");
-    const Owner<GstCaps> caps(gst_caps_from_string("video/mpegts,systemstream=true,packetsize=188"));
+    setCaps(packets_, "video/mpegts,systemstream=true,packetsize=188");
     // Beyond the bytes, the oldest packets are dropped: a decoder that hangs must not fill the memory.
-    g_object_set(packets_, "caps", caps.get(), "format", GST_FORMAT_BYTES, "max-bytes", mostQueuedBytes, "leaky-type",
+    g_object_set(packets_, "format", GST_FORMAT_BYTES, "max-bytes", mostQueuedBytes, "leaky-type",
                  GST_APP_LEAKY_TYPE_DOWNSTREAM, nullptr);
-    g_object_set(demuxer_, "program-number", source_.program, nullptr);
     if (!gst_element_link(packets_, demuxer_)) throw Error("GStreamer cannot link the demultiplexer");
     connectPads<&Playback::linkPad>(demuxer_);
 }
 
-void Playback::buildAddress() {
+void Playback::buildAddress(const std::string& uri) {
     GstElement* const decoder = addElement(pipeline_.get(), "uridecodebin");
-    g_object_set(decoder, "uri", source_.uri.c_str(), nullptr);
+    g_object_set(decoder, "uri", uri.c_str(), nullptr);
     connectPads<&Playback::linkRaw>(decoder);
+}
+
+// The first input is the first capture device. Without one, a picture says which input would be seen.
+void Playback::buildInput() {
+    const std::string input = inputIn(source_.uri).value_or("");
+    int number = 0;
+    std::from_chars(input.data(), input.data() + input.size(), number);
+    const std::string device = "/dev/video" + std::to_string(number - 1);
+    std::error_code error;
+    if (number < 1 || !std::filesystem::exists(device, error)) return buildTestPicture("HDMI " + input);
+    GstElement* const capture = addElement(pipeline_.get(), "v4l2src");
+    GstElement* const decoder = addElement(pipeline_.get(), "decodebin");
+    g_object_set(capture, "device", device.c_str(), nullptr);
+    if (!linkAll({capture, decoder})) throw Error("GStreamer cannot link " + device);
+    connectPads<&Playback::linkRaw>(decoder);
+}
+
+void Playback::buildTestPicture(const std::string& name) {
+    GstElement* const picture = addElement(pipeline_.get(), "videotestsrc");
+    GstElement* const format = addElement(pipeline_.get(), "capsfilter");
+    GstElement* const caption = addElement(pipeline_.get(), "textoverlay");
+    GstElement* const tone = addElement(pipeline_.get(), "audiotestsrc");
+    g_object_set(picture, "is-live", TRUE, nullptr);
+    setCaps(format, "video/x-raw,format=I420,width=720,height=576,framerate=25/1");
+    g_object_set(caption, "text", name.c_str(), "font-desc", "Sans Bold 40", nullptr);
+    constexpr double quiet = 0.1;
+    g_object_set(tone, "is-live", TRUE, "volume", quiet, nullptr);
+    if (!linkAll({picture, format, caption})) throw Error("GStreamer cannot link the test picture");
+    hasPictures_ = hasSound_ = true;
+    for (GstElement* const source : {caption, tone}) {
+        const Owner<GstPad> pad(gst_element_get_static_pad(source, "src"));
+        source == tone ? addAudioSink(pad.get()) : addVideoSink(pad.get());
+    }
+}
+
+// ---- linking ----
+
+// Adds an element that is part of what is decoded of a kind.
+GstElement* Playback::add(TrackKind kind, const char* factory) {
+    GstElement* const element = addElement(pipeline_.get(), factory);
+    const thread_safety::LockGuard lock(mutex_);
+    branch(kind).elements.push_back(element);
+    return element;
 }
 
 // A stream of a channel: decodes it when it is chosen.
 void Playback::linkPad(GstPad* pad) {
+    if (gst_pad_is_linked(pad)) return;
     const std::uint16_t pid = pidOf(pad);
-    const Program program = multiplex_->program(static_cast<std::uint16_t>(source_.program));
-    bool isChosen = false;
-    {
-        const thread_safety::LockGuard lock(mutex_);
-        const Stream* const video = streamOf(program, Stream::Kind::video, video_);
-        const Stream* const audio = streamOf(program, Stream::Kind::audio, audio_);
-        isChosen = (video && video->pid == pid) || (audio && audio->pid == pid);
-        if (audio && audio->pid == pid) audioPid_ = pid;
+    const Program program = this->program();
+    for (const TrackKind kind : trackKinds) {
+        const Stream* stream = nullptr;
+        {
+            const thread_safety::LockGuard lock(mutex_);
+            stream = streamOf(program, kind, chosen_[kind]);
+            if (!stream || stream->pid != pid || branch(kind).pid == pid) continue;
+            branch(kind).pid = pid;
+        }
+        if (kind == TrackKind::subtitle) return decodeText(*stream, pad);
+        if (kind == TrackKind::teletext) return decodePage(*stream, pad);
+        if (kind == TrackKind::video) addOverlays(program);
+        return decode(kind, pad);
     }
-    if (isChosen) decode(pad);
 }
 
-void Playback::decode(GstPad* pad) {
-    GstElement* const queue = addQueue(pipeline_.get());
-    GstElement* const decoder = addElement(pipeline_.get(), "decodebin");
+void Playback::decode(TrackKind kind, GstPad* pad) {
+    GstElement* const queue = asStreamQueue(add(kind, "queue"));
+    GstElement* const decoder = add(kind, "decodebin");
     connectPads<&Playback::linkRaw>(decoder);
+    gst_element_link(queue, decoder);
+    startAll({queue, decoder});
+    linkTo(pad, queue);
+}
+
+// What draws subtitles. Only for programs that have some: it would take time of every picture.
+void Playback::addOverlays(const Program& program) {
+    for (const Stream& stream : program.streams) {
+        if (stream.kind != Stream::Kind::subtitle) continue;
+        const bool areBitmaps = stream.coding == tvservice::subtitleCoding::bitmaps;
+        {
+            const thread_safety::LockGuard lock(mutex_);
+            if (areBitmaps ? bitmaps_ : text_) continue;
+        }
+        GstElement* const overlay = add(TrackKind::video, areBitmaps ? "dvbsuboverlay" : "textoverlay");
+        if (!areBitmaps) g_object_set(overlay, "wait-text", FALSE, nullptr);
+        const thread_safety::LockGuard lock(mutex_);
+        (areBitmaps ? bitmaps_ : text_) = overlay;
+    }
+}
+
+void Playback::decodeText(const Stream& stream, GstPad* pad) {
+    GstElement *bitmaps = nullptr, *text = nullptr;
     {
         const thread_safety::LockGuard lock(mutex_);
-        if (pidOf(pad) == audioPid_) audioElements_ = {queue, decoder};
+        bitmaps = bitmaps_;
+        text = text_;
     }
-    gst_element_link(queue, decoder);
-    gst_element_sync_state_with_parent(decoder);
-    gst_element_sync_state_with_parent(queue);
-    linkTo(pad, queue);
+    constexpr auto kind = TrackKind::subtitle;
+    if (stream.coding == tvservice::subtitleCoding::bitmaps) {
+        if (!bitmaps) return;
+        GstElement* const queue = asStreamQueue(add(kind, "queue"));
+        const Owner<GstPad> source(gst_element_get_static_pad(queue, "src"));
+        linkTo(source.get(), bitmaps, "text_sink");
+        g_object_set(bitmaps, "enable", TRUE, nullptr);
+        startAll({queue});
+        linkTo(pad, queue);
+    } else if (text) {
+        const std::vector<GstElement*> elements{asStreamQueue(add(kind, "queue")), add(kind, "teletextdec"),
+                                                add(kind, "capsfilter")};
+        g_object_set(elements[1], "page", static_cast<int>(stream.page), "subtitles-mode", TRUE, nullptr);
+        setCaps(elements[2], "text/x-raw,format=utf-8");
+        linkAll(elements);
+        const Owner<GstPad> source(gst_element_get_static_pad(elements[2], "src"));
+        linkTo(source.get(), text, "text_sink");
+        g_object_set(text, "silent", FALSE, nullptr);
+        startAll(elements);
+        linkTo(pad, elements.front());
+    }
+}
+
+void Playback::decodePage(const Stream& stream, GstPad* pad) {
+    constexpr auto kind = TrackKind::teletext;
+    const std::vector<GstElement*> elements{asStreamQueue(add(kind, "queue")), add(kind, "teletextdec"),
+                                            add(kind, "videoconvert"), addPictureSink(kind)};
+    g_object_set(elements[1], "page", static_cast<int>(stream.page), nullptr);
+    linkAll(elements);
+    {
+        const thread_safety::LockGuard lock(mutex_);
+        page_ = elements.back();
+    }
+    startAll(elements);
+    linkTo(pad, elements.front());
 }
 
 // Of an address, all streams come before any data does: the first of each kind is shown.
 void Playback::linkRaw(GstPad* pad) {
     const Owner<GstCaps> caps(gst_pad_get_current_caps(pad));
     if (!caps || gst_caps_get_size(caps.get()) == 0) return;
-    const std::string_view kind = gst_structure_get_name(gst_caps_get_structure(caps.get(), 0));
+    const GstStructure* const format = gst_caps_get_structure(caps.get(), 0);
+    const std::string_view kind = gst_structure_get_name(format);
+    if (kind.starts_with("audio/")) {
+        const thread_safety::LockGuard lock(mutex_);
+        gst_structure_get_int(format, "channels", &soundFormat_.channels);
+        gst_structure_get_int(format, "rate", &soundFormat_.rate);
+    }
     if (kind.starts_with("video/") && (multiplex_ || !hasPictures_.exchange(true)))
         addVideoSink(pad);
     else if (kind.starts_with("audio/") && (multiplex_ || !hasSound_.exchange(true)))
         addAudioSink(pad);
 }
 
-void Playback::addVideoSink(GstPad* pad) {
-    GstElement* const queue = addElement(pipeline_.get(), "queue");
-    GstElement* const sink = addElement(pipeline_.get(), "fakesink");
-    constexpr guint pictures = 3;
-    g_object_set(queue, "max-size-buffers", pictures, "max-size-time", guint64{0}, "max-size-bytes", 0U, nullptr);
+GstElement* Playback::addPictureSink(TrackKind kind) {
+    GstElement* const sink = add(kind, "fakesink");
     // It never waits for a first picture to begin: what is first, is shown first.
-    g_object_set(sink, "sync", TRUE, "async", FALSE, "enable-last-sample", TRUE, nullptr);
+    g_object_set(sink, "sync", TRUE, "async", FALSE, "enable-last-sample", TRUE, "signal-handoffs", TRUE, nullptr);
+    g_signal_connect(sink, "handoff", G_CALLBACK(showPicture), this);
+    return sink;
+}
+
+void Playback::addVideoSink(GstPad* pad) {
+    constexpr auto kind = TrackKind::video;
+    constexpr guint pictures = 3;
+    std::vector<GstElement*> elements{add(kind, "queue")};
+    g_object_set(elements.front(), "max-size-buffers", pictures, "max-size-time", guint64{0}, "max-size-bytes", 0U,
+                 nullptr);
+    GstElement* const sink = addPictureSink(kind);
     {
         const thread_safety::LockGuard lock(mutex_);
-        if (!picture_) picture_ = sink;
+        for (GstElement* const overlay : {bitmaps_, text_})
+            if (overlay) elements.push_back(overlay);
+        picture_ = sink;
     }
+    for (std::size_t i = 1; i < elements.size(); ++i) // overlays have several entries
+        gst_element_link_pads(elements[i - 1], "src", elements[i], "video_sink");
+    // Overlays leave the drawing to a sink that could do it, but a snapshot shows only the picture itself.
+    GstElement* const drawn = add(kind, "capsfilter");
+    setCaps(drawn, "video/x-raw");
+    linkAll({elements.back(), drawn, sink});
+    elements.insert(elements.end(), {drawn, sink});
     const Owner<GstPad> entry(gst_element_get_static_pad(sink, "sink"));
-    gst_pad_add_probe(
-        entry.get(), GST_PAD_PROBE_TYPE_BUFFER,
-        [](GstPad*, GstPadProbeInfo*, void* self) {
-            static_cast<Playback*>(self)->sawBuffer();
-            return GST_PAD_PROBE_REMOVE;
-        },
-        this, nullptr);
-    gst_element_link(queue, sink);
-    gst_element_sync_state_with_parent(sink);
-    gst_element_sync_state_with_parent(queue);
-    linkTo(pad, queue);
+    gst_pad_add_probe(entry.get(), GST_PAD_PROBE_TYPE_BUFFER, showAtOnce, this, nullptr);
+    startAll(elements);
+    linkTo(pad, elements.front());
 }
 
 void Playback::addAudioSink(GstPad* pad) {
-    GstElement* const queue = addElement(pipeline_.get(), "queue");
-    GstElement* const convert = addElement(pipeline_.get(), "audioconvert");
-    GstElement* const resample = addElement(pipeline_.get(), "audioresample");
-    GstElement* const format = addElement(pipeline_.get(), "capsfilter");
-    GstElement* const sink = addElement(pipeline_.get(), "fakesink");
-    const Owner<GstCaps> caps(
-        gst_caps_from_string("audio/x-raw,format=S16LE,layout=interleaved,channels=1,rate=48000"));
-    g_object_set(format, "caps", caps.get(), nullptr);
-    g_object_set(sink, "sync", TRUE, "async", FALSE, "enable-last-sample", FALSE, nullptr);
-    const Owner<GstPad> entry(gst_element_get_static_pad(sink, "sink"));
+    constexpr auto kind = TrackKind::audio;
+    const char* card = nullptr;
+    {
+        const thread_safety::LockGuard lock(mutex_);
+        card = output_.soundCard;
+    }
+    const std::vector<GstElement*> elements{add(kind, "queue"), add(kind, "audioconvert"), add(kind, "audioresample"),
+                                            add(kind, "capsfilter"), add(kind, card ? card : "fakesink")};
+    setCaps(elements[3], SoundMeter::format);
+    g_object_set(elements.back(), "sync", TRUE, "async", FALSE, "enable-last-sample", FALSE, nullptr);
+    const Owner<GstPad> entry(gst_element_get_static_pad(elements.back(), "sink"));
     gst_pad_add_probe(
         entry.get(), GST_PAD_PROBE_TYPE_BUFFER,
         [](GstPad*, GstPadProbeInfo* info, void* self) {
             auto& playback = *static_cast<Playback*>(self);
-            playback.ear_.take(GST_PAD_PROBE_INFO_BUFFER(info));
+            playback.meter_.take(GST_PAD_PROBE_INFO_BUFFER(info));
             if (!playback.hasPictures_) playback.sawBuffer();
             return GST_PAD_PROBE_OK;
         },
         this, nullptr);
-    gst_element_link_many(queue, convert, resample, format, sink, nullptr);
+    linkAll(elements);
+    startAll(elements);
+    linkTo(pad, elements.front());
+}
+
+std::vector<Owner<GstPad>> Playback::pads() const {
+    std::vector<Owner<GstPad>> all;
+    GstIterator* const pads = gst_element_iterate_src_pads(demuxer_);
+    GValue item = G_VALUE_INIT;
+    while (gst_iterator_next(pads, &item) == GST_ITERATOR_OK) {
+        all.emplace_back(GST_PAD(g_value_dup_object(&item)));
+        g_value_reset(&item);
+    }
+    g_value_unset(&item);
+    gst_iterator_free(pads);
+    return all;
+}
+
+// Ends what is decoded of a kind, without blocking the demuxer: it drops what it cannot pass on.
+void Playback::unlink(TrackKind kind) {
+    std::uint16_t pid = 0;
     {
         const thread_safety::LockGuard lock(mutex_);
-        if (!audioElements_.empty())
-            audioElements_.insert(audioElements_.end(), {queue, convert, resample, format, sink});
+        pid = std::exchange(branch(kind).pid, std::uint16_t{0});
+        if (kind == TrackKind::video) picture_ = bitmaps_ = text_ = nullptr;
+        if (kind == TrackKind::teletext) page_ = nullptr;
+        // What is drawn would stay otherwise.
+        if (kind == TrackKind::subtitle && bitmaps_) g_object_set(bitmaps_, "enable", FALSE, nullptr);
+        if (kind == TrackKind::subtitle && text_) g_object_set(text_, "silent", TRUE, nullptr);
     }
-    for (GstElement* const element : {sink, format, resample, convert, queue})
-        gst_element_sync_state_with_parent(element);
-    linkTo(pad, queue);
+    for (const auto& pad : pads())
+        if (pid != 0 && pidOf(pad.get()) == pid)
+            if (const Owner<GstPad> peer(gst_pad_get_peer(pad.get())); peer) gst_pad_unlink(pad.get(), peer.get());
+    for (;;) { // a decoder adds elements until it has stopped
+        std::vector<GstElement*> elements;
+        {
+            const thread_safety::LockGuard lock(mutex_);
+            elements.swap(branch(kind).elements);
+        }
+        if (elements.empty()) break;
+        for (GstElement* const element : elements) {
+            gst_element_set_locked_state(element, TRUE);
+            gst_element_set_state(element, GST_STATE_NULL);
+        }
+        for (GstElement* const element : elements) gst_bin_remove(GST_BIN(pipeline_.get()), element);
+    }
+    if (kind == TrackKind::audio) meter_.clear();
+}
+
+void Playback::relink(TrackKind kind) {
+    unlink(kind);
+    for (const auto& pad : pads()) attempt<&Playback::linkPad>(pad.get());
 }
 
 // ---- what happens ----
+
+// The first picture is shown when it is there, whenever it is due.
+GstPadProbeReturn Playback::showAtOnce(GstPad*, GstPadProbeInfo* info, void* self) {
+    GstBuffer* const buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+    GST_BUFFER_PTS(buffer) = GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
+    info->data = buffer;
+    static_cast<Playback*>(self)->sawBuffer();
+    return GST_PAD_PROBE_REMOVE;
+}
+
+void Playback::showPicture(GstElement* sink, GstBuffer* buffer, GstPad* pad, void* self) {
+    auto& playback = *static_cast<Playback*>(self);
+    std::shared_ptr<Window> window;
+    {
+        const thread_safety::LockGuard lock(playback.mutex_);
+        if (playback.page_ && playback.page_ != sink) return; // covered
+        window = playback.output_.window;
+    }
+    if (!window) return;
+    const Owner<GstCaps> caps(gst_pad_get_current_caps(pad));
+    window->show(buffer, caps.get());
+}
 
 void Playback::sawBuffer() {
     {
@@ -263,7 +454,9 @@ void Playback::sawBuffer() {
         if (std::exchange(seen_, true)) return;
     }
     post_([this] {
-        if (!over_) events_.shown();
+        if (over_) return;
+        if (multiplex_) streams_ = program().streams;
+        events_.shown();
     });
 }
 
@@ -297,6 +490,31 @@ void Playback::take(std::span<const std::uint8_t> packets) {
     gst_app_src_push_buffer(GST_APP_SRC(packets_), buffer); // takes the buffer; never waits
 }
 
+// The demuxer's times begin with the first picture. What should have been shown before is decoded at once and then
+// shown without waiting, so the terminal soon shows what the broadcaster means to be shown now.
+void Playback::begins(std::uint16_t program, std::int64_t due) {
+    program_ = program;
+    g_object_set(demuxer_, "program-number", static_cast<int>(program), nullptr);
+    constexpr std::int64_t tick = GST_SECOND / ticksPerSecond;
+    const std::int64_t wait = std::clamp(due * tick + jitter, -longestWait, longestWait);
+    const Owner<GstClock> clock(gst_system_clock_obtain());
+    const auto now = static_cast<std::int64_t>(gst_clock_get_time(clock.get()));
+    gst_element_set_base_time(pipeline_.get(), static_cast<GstClockTime>(now + wait));
+}
+
+void Playback::changed() {
+    post_([this] {
+        const std::vector<Stream> streams = program().streams;
+        if (!over_ && streams != std::exchange(streams_, streams)) events_.tracks();
+    });
+}
+
+void Playback::signal(bool present) {
+    post_([this, present] {
+        if (!over_) events_.signal(present);
+    });
+}
+
 void Playback::missing(const std::string& others) {
     post_([this, outcome = Outcome{result::noProgram, "program " + std::to_string(source_.program) +
                                                           " is not among those of " + source_.transport + ": " +
@@ -309,131 +527,80 @@ void Playback::failed(const Outcome& outcome) {
 
 // ---- tracks ----
 
-// Tracks are numbered from 1, in the order of the program's table.
-const Stream* Playback::streamOf(const Program& program, Stream::Kind kind, std::int32_t number) const {
-    for (const Stream& stream : program.streams)
-        if (stream.kind == kind && --number == 0) return &stream;
-    return nullptr;
-}
-
 std::int32_t Playback::choose(TrackKind kind, std::int32_t number) {
-    const Program program = multiplex_ ? multiplex_->program(static_cast<std::uint16_t>(source_.program)) : Program{};
-    if (kind != TrackKind::audio) return result::unknownTrack;
-    const Stream* const stream = streamOf(program, Stream::Kind::audio, number);
+    if (!multiplex_) return result::nothingShown; // no broadcast
+    const Program program = this->program();
+    const Stream* const stream = streamOf(program, kind, number);
     if (number != 0 && !stream) return result::unknownTrack;
-    std::vector<GstElement*> former;
-    std::uint16_t formerPid = 0;
+    TrackKind other = kind;
     {
         const thread_safety::LockGuard lock(mutex_);
-        if (number == audio_) return result::done;
-        audio_ = number;
-        formerPid = std::exchange(audioPid_, stream ? stream->pid : std::uint16_t{0});
-        former.swap(audioElements_);
+        if (number == chosen_[kind]) return result::done;
+        chosen_[kind] = number;
+        // Teletext and subtitles in it are one stream, which is decoded for the newer choice.
+        for (const TrackKind each : trackKinds)
+            if (each != kind && stream && branch(each).pid == stream->pid) other = each;
+        if (other != kind) chosen_[other] = 0;
     }
-    // Without blocking: the demuxer drops what it cannot pass on.
-    GstIterator* const pads = gst_element_iterate_src_pads(demuxer_);
-    GValue item = G_VALUE_INIT;
-    std::vector<Owner<GstPad>> all;
-    while (gst_iterator_next(pads, &item) == GST_ITERATOR_OK) {
-        all.emplace_back(GST_PAD(g_value_dup_object(&item)));
-        g_value_reset(&item);
-    }
-    g_value_unset(&item);
-    gst_iterator_free(pads);
-    for (const auto& pad : all)
-        if (pidOf(pad.get()) == formerPid)
-            if (const Owner<GstPad> peer(gst_pad_get_peer(pad.get())); peer) gst_pad_unlink(pad.get(), peer.get());
-    for (GstElement* const element : former) {
-        gst_element_set_locked_state(element, TRUE);
-        gst_element_set_state(element, GST_STATE_NULL);
-        gst_bin_remove(GST_BIN(pipeline_.get()), element);
-    }
-    ear_.clear();
-    for (const auto& pad : all)
-        if (stream && pidOf(pad.get()) == stream->pid) attempt<&Playback::decode>(pad.get());
+    if (other != kind) unlink(other);
+    // Subtitles are drawn into the picture by elements of its own.
+    if (kind == TrackKind::video) unlink(TrackKind::subtitle);
+    relink(kind);
     return result::done;
 }
 
-Tracks Playback::tracks(const Terminal& terminal) const {
-    using Kind = Stream::Kind;
-    Tracks tracks;
-    for (auto* const at :
-         {&tracks.audio.terminal, &tracks.subtitle.terminal, &tracks.video.terminal, &tracks.teletext.terminal})
-        *at = {terminal.type, terminal.id};
-    if (!multiplex_) return tracks;
-    const Program program = multiplex_->program(static_cast<std::uint16_t>(source_.program));
+void Playback::moveTo(Output output) {
+    bool movesSound = false;
+    std::shared_ptr<Window> former;
+    {
+        const thread_safety::LockGuard lock(mutex_);
+        movesSound = output.soundCard != output_.soundCard;
+        former = std::exchange(output_, std::move(output)).window; // ends after the lock
+    }
+    if (movesSound && multiplex_) relink(TrackKind::audio);
+}
+
+PictureFormat Playback::pictureFormat() const {
     GstElement* picture = nullptr;
     {
         const thread_safety::LockGuard lock(mutex_);
-        tracks.audio.intParam1 = audio_;
-        tracks.video.intParam1 = video_;
         picture = picture_;
     }
-    for (const Stream& stream : program.streams) {
-        const auto number = [](const auto& streams) { return static_cast<std::int32_t>(streams.size()) + 1; };
-        if (stream.kind == Kind::audio) {
-            auto& audio = tracks.audio.streams.emplace_back();
-            audio.intParam1 = number(tracks.audio.streams) - 1;
-            audio.strParam1 = stream.language;
-            audio.intParam2 = stream.coding;
-            audio.shortParam1 = stream.pid;
-            audio.shortParam2 = stream.tag;
-            audio.flagParam1 = audio.intParam1 == tracks.audio.intParam1;
-            audio.flagParam2 = stream.type == 3; // for the visually impaired
-            audio.strParam3 = audio.flagParam2 ? "description" : "main";
-            audio.strParam4 = source_.uri;
-        } else if (stream.kind == Kind::video) {
-            auto& video = tracks.video.streams.emplace_back();
-            video.intParam1 = number(tracks.video.streams) - 1;
-            video.intParam2 = stream.coding;
-            video.shortParam1 = stream.pid;
-            video.flagParam1 = video.intParam1 == tracks.video.intParam1;
-        } else if (stream.kind == Kind::subtitle) {
-            auto& subtitle = tracks.subtitle.streams.emplace_back();
-            subtitle.intParam1 = number(tracks.subtitle.streams) - 1;
-            subtitle.strParam1 = stream.language;
-            subtitle.intParam2 = stream.coding;
-            subtitle.intParam3 = stream.type;
-            subtitle.shortParam1 = stream.pid;
-            subtitle.shortParam2 = stream.page;
-            subtitle.shortParam3 = stream.ancillaryPage;
-            subtitle.flagParam2 = stream.type >= 0x20 && stream.type <= 0x25; // for the hard of hearing
-            subtitle.strParam3 = source_.uri;
-        } else if (stream.kind == Kind::teletext) {
-            auto& teletext = tracks.teletext.streams.emplace_back();
-            teletext.intParam1 = number(tracks.teletext.streams) - 1;
-            teletext.strParam1 = stream.language;
-            teletext.shortParam1 = stream.pid;
-        }
-    }
-    if (!picture) return tracks;
+    if (!picture) return {};
     const Owner<GstPad> entry(gst_element_get_static_pad(picture, "sink"));
     const Owner<GstCaps> caps(gst_pad_get_current_caps(entry.get()));
     GstVideoInfo info;
-    if (!caps || !gst_video_info_from_caps(&info, caps.get())) return tracks;
-    tracks.video.intParam4 = GST_VIDEO_INFO_WIDTH(&info);
-    tracks.video.intParam5 = GST_VIDEO_INFO_HEIGHT(&info);
-    for (auto& video : tracks.video.streams) {
-        if (!video.flagParam1) continue;
-        video.shortParam3 = static_cast<std::uint16_t>(GST_VIDEO_INFO_WIDTH(&info));
-        video.shortParam4 = static_cast<std::uint16_t>(GST_VIDEO_INFO_HEIGHT(&info));
-        if (GST_VIDEO_INFO_FPS_D(&info) > 0)
-            video.shortParam2 = static_cast<std::uint16_t>(
-                std::lround(double{1} * GST_VIDEO_INFO_FPS_N(&info) / GST_VIDEO_INFO_FPS_D(&info)));
-    }
-    return tracks;
+    if (!caps || !gst_video_info_from_caps(&info, caps.get())) return {};
+    PictureFormat format{GST_VIDEO_INFO_WIDTH(&info), GST_VIDEO_INFO_HEIGHT(&info), 0};
+    if (GST_VIDEO_INFO_FPS_D(&info) > 0)
+        format.perSecond = static_cast<std::int32_t>(
+            std::lround(double{1} * GST_VIDEO_INFO_FPS_N(&info) / GST_VIDEO_INFO_FPS_D(&info)));
+    return format;
 }
 
-// ---- looking and listening ----
-
-std::string Playback::snapshot() const {
-    GstElement* picture = nullptr;
+Tracks Playback::tracks(const Terminal& terminal) const {
+    if (!multiplex_) return noTracks(terminal);
+    ChosenTracks chosen;
+    SoundFormat sound;
     {
         const thread_safety::LockGuard lock(mutex_);
-        picture = picture_;
+        chosen = chosen_;
+        sound = soundFormat_;
+    }
+    return tracksOf(terminal, program(), chosen, pictureFormat(), sound, source_.uri);
+}
+
+// ---- looking ----
+
+std::string Playback::snapshot() const {
+    std::array<GstElement*, 2> sinks{};
+    {
+        const thread_safety::LockGuard lock(mutex_);
+        sinks = {page_, picture_};
     }
     GstSample* last = nullptr;
-    if (picture) g_object_get(picture, "last-sample", &last, nullptr);
+    for (GstElement* const sink : sinks)
+        if (sink && !last) g_object_get(sink, "last-sample", &last, nullptr);
     const Owner<GstSample> sample(last);
     if (!sample) throw Error("there is no picture yet");
     const Owner<GstCaps> format(gst_caps_from_string("image/png"));
@@ -449,7 +616,5 @@ std::string Playback::snapshot() const {
     gst_buffer_unmap(buffer, &map);
     return bytes;
 }
-
-Sound Playback::sound() const { return ear_.sound(); }
 
 } // namespace media

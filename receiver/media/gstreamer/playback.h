@@ -3,7 +3,11 @@
 
 #include "glib-pointers.h"
 #include "multiplex.h"
+#include "screen.h"
+#include "sound-meter.h"
+#include "track-lists.h"
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -23,73 +27,99 @@ public:
     // Runs a function later on the engine's thread, unless the playback has ended by then. From any thread.
     using Post = std::function<void(std::function<void()>)>;
     struct Events {
-        std::function<void()> shown; // the first picture or sound is decoded; once
+        std::function<void()> shown;      // the first picture or sound is decoded; once
+        std::function<void()> tracks;     // of a channel have changed
+        std::function<void(bool)> signal; // the input of a channel receives nothing any more, or something again
         // The source is at its end (result::done) or has failed; once. Nothing happens afterwards.
         std::function<void(const Outcome&)> over;
     };
 
-    // multiplex: of a channel; null for everything else. Throws Error when an element is missing.
-    Playback(const Source& source, std::shared_ptr<Multiplex> multiplex, GMainContext* context, Post post,
-             Events events);
+    // multiplex: where the packets of source's program come from; null for what has no transport stream. Throws
+    // Error when it cannot be shown.
+    Playback(const Source& source, std::shared_ptr<Multiplex> multiplex, Output output, GMainContext* context,
+             Post post, Events events);
     ~Playback();
 
     std::int32_t choose(TrackKind kind, std::int32_t number);
     Tracks tracks(const Terminal& terminal) const;
     std::string snapshot() const;
-    Sound sound() const;
+    Sound sound() const { return meter_.sound(); }
+    // Where pictures and sound go from now on.
+    void moveTo(Output output);
 
 private:
-    // The newest sound, for sound().
-    class Ear {
-    public:
-        void take(GstBuffer* buffer);
-        void clear();
-        Sound sound() const;
-        static constexpr std::int32_t rate = 48'000;
-
-    private:
-        static constexpr std::size_t most = rate / 4;
-        mutable thread_safety::Mutex mutex_;
-        std::vector<std::int16_t> samples_ TVSA_GUARDED_BY(mutex_); // mono; at most `most`
+    // Of one kind: what is decoded.
+    struct Branch {
+        std::uint16_t pid = 0;             // 0: none
+        std::vector<GstElement*> elements; // from the demuxer on
     };
 
     void take(std::span<const std::uint8_t> packets) override;
+    void begins(std::uint16_t program, std::int64_t due) override;
+    void changed() override;
+    void signal(bool present) override;
     void missing(const std::string& others) override;
     void failed(const Outcome& outcome) override;
 
     template <void (Playback::*link)(GstPad*)> void attempt(GstPad* pad);
     template <void (Playback::*link)(GstPad*)> void connectPads(GstElement* element);
-    void buildChannel();
-    void buildAddress();
+    void buildProgram();
+    void buildAddress(const std::string& uri);
+    void buildInput();
+    void buildTestPicture(const std::string& name);
+
+    GstElement* add(TrackKind kind, const char* factory);
     void linkPad(GstPad* pad);
     void linkRaw(GstPad* pad);
-    void decode(GstPad* pad);
+    void decode(TrackKind kind, GstPad* pad);
+    void decodeText(const Stream& stream, GstPad* pad);
+    void decodePage(const Stream& stream, GstPad* pad);
+    void addOverlays(const Program& program);
     void addVideoSink(GstPad* pad);
     void addAudioSink(GstPad* pad);
+    GstElement* addPictureSink(TrackKind kind);
+    void unlink(TrackKind kind);
+    void relink(TrackKind kind);
+    void shut(TrackKind kind);
+    std::vector<Owner<GstPad>> pads() const;
+
+    Program program() const { return multiplex_->program(program_); }
+    Branch& branch(TrackKind kind) TVSA_REQUIRES(mutex_) { return branches_[static_cast<std::size_t>(kind)]; }
     void sawBuffer();
     void finish(const Outcome& outcome);
+    static GstPadProbeReturn showAtOnce(GstPad* pad, GstPadProbeInfo* info, void* self);
+    static void showPicture(GstElement* sink, GstBuffer* buffer, GstPad* pad, void* self);
     static gboolean takeMessage(GstBus* bus, GstMessage* message, void* self);
-    const Stream* streamOf(const Program& program, Stream::Kind kind, std::int32_t number) const;
+    PictureFormat pictureFormat() const;
 
     const Source source_;
     const std::shared_ptr<Multiplex> multiplex_;
     const Post post_;
     const Events events_;
     Owner<GstElement> pipeline_;
-    GstElement* packets_ = nullptr; // the pipeline's; takes a channel's packets
-    GstElement* demuxer_ = nullptr; // the pipeline's; of a channel
+    GstElement* packets_ = nullptr; // the pipeline's; takes a program's packets
+    GstElement* demuxer_ = nullptr; // the pipeline's; of a program
     Owner<GSource> watch_;
     bool over_ = false;
+    std::vector<Stream> streams_; // as last reported
 
-    mutable thread_safety::Mutex mutex_;                    // pads are added on threads of the pipeline
-    GstElement* picture_ TVSA_GUARDED_BY(mutex_) = nullptr; // the pipeline's sink
+    std::atomic<std::uint16_t> program_;                       // its number; 0 until the first one of all is known
+    std::atomic<bool> hasPictures_ = false, hasSound_ = false; // without pictures, the first sound is waited for
+
+    mutable thread_safety::Mutex mutex_; // pads are added on threads of the pipeline
+    Output output_ TVSA_GUARDED_BY(mutex_);
     bool seen_ TVSA_GUARDED_BY(mutex_) = false;
     std::string missingCodec_ TVSA_GUARDED_BY(mutex_);
-    std::int32_t video_ TVSA_GUARDED_BY(mutex_) = 1, audio_ TVSA_GUARDED_BY(mutex_) = 1; // the chosen tracks
-    std::uint16_t audioPid_ TVSA_GUARDED_BY(mutex_) = 0;                                 // that is decoded
-    std::vector<GstElement*> audioElements_ TVSA_GUARDED_BY(mutex_); // of the chosen track, from the demuxer on
-    std::atomic<bool> hasPictures_ = false, hasSound_ = false;       // without pictures, the first sound is waited for
-    Ear ear_;
+    ChosenTracks chosen_ TVSA_GUARDED_BY(mutex_);
+    SoundFormat soundFormat_ TVSA_GUARDED_BY(mutex_);
+    std::array<Branch, trackKinds.size()> branches_ TVSA_GUARDED_BY(mutex_);
+    // The pipeline's, or null: the sinks of the picture and of the teletext page, which covers it; what draws subtitles
+    // into the picture.
+    GstElement* picture_ TVSA_GUARDED_BY(mutex_) = nullptr;
+    GstElement* page_ TVSA_GUARDED_BY(mutex_) = nullptr;
+    GstElement* bitmaps_ TVSA_GUARDED_BY(mutex_) = nullptr;
+    GstElement* text_ TVSA_GUARDED_BY(mutex_) = nullptr;
+    SoundMeter meter_;
 };
 
 } // namespace media

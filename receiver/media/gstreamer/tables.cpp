@@ -1,31 +1,38 @@
 #include "tables.h"
 
-#include "packet.h"
+#include "sections.h"
 
 #include <tvservice/values.h>
 
 #include <algorithm>
+#include <array>
 // Its headers need this order.
 // clang-format off
 #include <dvbpsi/dvbpsi.h>
 #include <dvbpsi/descriptor.h>
 #include <dvbpsi/demux.h>
 #include <dvbpsi/pat.h>
+#include <dvbpsi/eit.h>
 #include <dvbpsi/pmt.h>
 #include <dvbpsi/sdt.h>
 // clang-format on
 #include <glib.h>
+#include <optional>
+#include <set>
+#include <utility>
 
 namespace media {
 namespace {
 
-constexpr std::uint16_t listPid = 0, descriptionPid = 0x11;
+constexpr std::uint16_t listPid = 0, descriptionPid = 0x11, eventPid = 0x12;
 constexpr std::uint8_t descriptionTable = 0x42; // of the services of this transport stream
+constexpr std::uint8_t eventTable = 0x4E;       // of what they broadcast now and next
 
 // Descriptors (ISO/IEC 13818-1, 2.6; ETSI EN 300 468, 6.2).
 enum Descriptor : std::uint8_t {
     languageDescriptor = 0x0A,
     serviceDescriptor = 0x48,
+    ratingDescriptor = 0x55,
     componentDescriptor = 0x52,
     teletextDescriptor = 0x56,
     subtitleDescriptor = 0x59,
@@ -66,11 +73,40 @@ std::string textOf(std::span<const std::uint8_t> bytes) {
     return text;
 }
 
-Stream streamOf(const dvbpsi_pmt_es_t& source) {
+// Teletext is one stream with many pages: subtitles among them are listed as streams of their own.
+void addTeletext(std::span<const std::uint8_t> pages, Stream stream, std::vector<Stream>& streams) {
+    constexpr std::size_t entrySize = 5;
+    constexpr std::uint8_t initial = 1, subtitles = 2, subtitlesForTheHardOfHearing = 5;
+    constexpr std::uint16_t usualPage = 100;
+    std::vector<Stream> others;
+    stream.kind = Stream::Kind::teletext;
+    stream.page = usualPage;
+    stream.language = languageOf(pages);
+    for (; pages.size() >= entrySize; pages = pages.subspan(entrySize)) {
+        const std::uint8_t type = pages[3] >> 3, magazine = pages[3] & 7;
+        const auto page =
+            static_cast<std::uint16_t>((magazine == 0 ? 8 : magazine) * 100 + (pages[4] >> 4) * 10 + (pages[4] & 0x0F));
+        if (type == initial) {
+            stream.page = page;
+            stream.language = languageOf(pages);
+        } else if (type == subtitles || type == subtitlesForTheHardOfHearing) {
+            constexpr std::uint8_t normal = 0x10, forTheHardOfHearing = 0x20; // as those of bitmaps are numbered
+            Stream& other = others.emplace_back(stream);
+            other.kind = Stream::Kind::subtitle;
+            other.coding = tvservice::subtitleCoding::teletext;
+            other.language = languageOf(pages);
+            other.type = type == subtitles ? normal : forTheHardOfHearing;
+            other.page = page;
+        }
+    }
+    streams.push_back(std::move(stream));
+    streams.insert(streams.end(), others.begin(), others.end());
+}
+
+void addStream(const dvbpsi_pmt_es_t& source, std::vector<Stream>& streams) {
     using Kind = Stream::Kind;
     namespace video = tvservice::videoCoding;
     namespace audio = tvservice::audioCoding;
-    namespace subtitle = tvservice::subtitleCoding;
     Stream stream;
     stream.pid = source.i_pid;
     switch (source.i_type) {
@@ -118,13 +154,10 @@ Stream streamOf(const dvbpsi_pmt_es_t& source) {
                 stream.coding = descriptor->i_tag == ac3Descriptor ? audio::ac3 : 0;
                 break;
             case teletextDescriptor:
-                stream.kind = Kind::teletext;
-                stream.coding = subtitle::teletext;
-                stream.language = languageOf(bytes);
-                break;
+                return addTeletext(bytes, std::move(stream), streams);
             case subtitleDescriptor:
                 stream.kind = Kind::subtitle;
-                stream.coding = subtitle::bitmaps;
+                stream.coding = tvservice::subtitleCoding::bitmaps;
                 stream.language = languageOf(bytes);
                 if (bytes.size() < 8) break;
                 stream.type = bytes[3];
@@ -135,11 +168,46 @@ Stream streamOf(const dvbpsi_pmt_es_t& source) {
                 break;
         }
     }
-    return stream;
+    streams.push_back(std::move(stream));
 }
 
-// Invalid sections are dropped; the library says so only on request.
-dvbpsi_t* newDecoder() { return dvbpsi_new(nullptr, DVBPSI_MSG_NONE); }
+// The least age, of the first country that has one.
+std::optional<int> ratingIn(const dvbpsi_eit_event_t& event) {
+    for (const auto* descriptor = event.p_first_descriptor; descriptor; descriptor = descriptor->p_next) {
+        constexpr std::size_t entrySize = 4; // a country and its rating
+        constexpr std::uint8_t undefined = 0, highest = 0x0F, ageOfZero = 3;
+        const auto bytes = bytesOf(*descriptor);
+        if (descriptor->i_tag != ratingDescriptor) continue;
+        for (std::size_t at = 3; at < bytes.size(); at += entrySize)
+            if (bytes[at] > undefined && bytes[at] <= highest) return bytes[at] + ageOfZero;
+    }
+    return 0;
+}
+
+// Takes sections of one kind of table. The library takes them as packets, and says what it drops only on request.
+struct Decoder {
+    dvbpsi_t* const handle = dvbpsi_new(nullptr, DVBPSI_MSG_NONE); // null without memory
+    std::uint8_t counter = 0;                                      // of packets
+
+    void push(std::span<const std::uint8_t> section) {
+        if (!handle) return;
+        for (bool begins = true; begins || !section.empty(); begins = false) {
+            std::array<std::uint8_t, packetSize> packet;
+            packet.fill(0xFF);
+            constexpr std::uint8_t startsUnit = 0x40, hasPayload = 0x10, rest = 0;
+            packet[0] = syncByte;
+            packet[1] = begins ? startsUnit : 0;
+            packet[3] = static_cast<std::uint8_t>(hasPayload | counter);
+            counter = (counter + 1) & 0x0F;
+            packet[4] = rest;
+            const auto payload = std::span(packet).subspan(begins ? 5 : 4);
+            const std::size_t size = std::min(payload.size(), section.size());
+            std::ranges::copy(section.first(size), payload.begin());
+            section = section.subspan(size);
+            dvbpsi_packet_push(handle, packet.data());
+        }
+    }
+};
 
 } // namespace
 
@@ -147,31 +215,33 @@ struct Tables::Decoders {
     struct ProgramTable {
         Decoders* decoders;
         std::uint16_t number;
-        dvbpsi_t* handle;
-        ProgramTable(Decoders& all, std::uint16_t program) : decoders(&all), number(program), handle(newDecoder()) {
-            if (handle) dvbpsi_pmt_attach(handle, number, takeProgram, this);
+        Decoder decoder;
+        ProgramTable(Decoders& all, std::uint16_t program) : decoders(&all), number(program) {
+            if (decoder.handle) dvbpsi_pmt_attach(decoder.handle, number, takeProgram, this);
         }
         ~ProgramTable() {
-            if (!handle) return;
-            dvbpsi_pmt_detach(handle);
-            dvbpsi_delete(handle);
+            if (!decoder.handle) return;
+            dvbpsi_pmt_detach(decoder.handle);
+            dvbpsi_delete(decoder.handle);
         }
         ProgramTable(const ProgramTable&) = delete;
         ProgramTable& operator=(const ProgramTable&) = delete;
     };
 
-    Decoders() : list(newDecoder()), descriptions(newDecoder()) {
-        if (list) dvbpsi_pat_attach(list, takeList, this);
-        if (descriptions) dvbpsi_AttachDemux(descriptions, takeTable, this);
+    Decoders() {
+        if (list.handle) dvbpsi_pat_attach(list.handle, takeList, this);
+        for (dvbpsi_t* const tables : {descriptions.handle, events.handle})
+            if (tables) dvbpsi_AttachDemux(tables, takeTable, this);
     }
     ~Decoders() {
-        if (list) {
-            dvbpsi_pat_detach(list);
-            dvbpsi_delete(list);
+        if (list.handle) {
+            dvbpsi_pat_detach(list.handle);
+            dvbpsi_delete(list.handle);
         }
-        if (descriptions) {
-            dvbpsi_DetachDemux(descriptions);
-            dvbpsi_delete(descriptions);
+        for (dvbpsi_t* const tables : {descriptions.handle, events.handle}) {
+            if (!tables) continue;
+            dvbpsi_DetachDemux(tables);
+            dvbpsi_delete(tables);
         }
     }
     Decoders(const Decoders&) = delete;
@@ -207,14 +277,18 @@ struct Tables::Decoders {
         program->second.clockPid = table.i_pcr_pid;
         program->second.streams.clear();
         for (const auto* stream = table.p_first_es; stream; stream = stream->p_next)
-            program->second.streams.push_back(streamOf(*stream));
+            addStream(*stream, program->second.streams);
         changed = true;
     }
 
     static void takeTable(dvbpsi_t* handle, std::uint8_t table, std::uint16_t extension, void* self) {
         auto& decoders = *static_cast<Decoders*>(self);
-        if (table != descriptionTable || decoders.isDescribed) return; // others describe other transport streams
-        decoders.isDescribed = dvbpsi_sdt_attach(handle, table, extension, takeDescriptions, self);
+        // Other tables describe other transport streams.
+        if (handle == decoders.descriptions.handle && table == descriptionTable && !decoders.isDescribed)
+            decoders.isDescribed = dvbpsi_sdt_attach(handle, table, extension, takeDescriptions, self);
+        if (handle == decoders.events.handle && table == eventTable && decoders.withEvents.size() < mostPrograms &&
+            !decoders.withEvents.contains(extension) && dvbpsi_eit_attach(handle, table, extension, takeEvents, self))
+            decoders.withEvents.insert(extension);
     }
     static void takeDescriptions(void* self, dvbpsi_sdt_t* table) {
         auto& decoders = *static_cast<Decoders*>(self);
@@ -232,6 +306,20 @@ struct Tables::Decoders {
         changed = true;
     }
 
+    static void takeEvents(void* self, dvbpsi_eit_t* table) {
+        auto& decoders = *static_cast<Decoders*>(self);
+        // The first one runs now, and the other comes next.
+        if (table->b_current_next && table->p_first_event)
+            decoders.setRating(table->i_extension, ratingIn(*table->p_first_event));
+        dvbpsi_eit_delete(table);
+    }
+    void setRating(std::uint16_t number, std::optional<int> rating) {
+        const auto program = programs.find(number);
+        if (program == programs.end() || program->second.rating == rating) return;
+        program->second.rating = rating;
+        changed = true;
+    }
+
     // After a new list, not from inside the library's callback.
     void replaceProgramTables() {
         replaced = false;
@@ -239,10 +327,30 @@ struct Tables::Decoders {
         for (const auto& [number, program] : programs) {
             programTables[program.tablePid].push_back(std::make_unique<ProgramTable>(*this, number));
         }
+        std::erase_if(sections, [this](const auto& entry) { return !contains(entry.first); });
     }
 
-    dvbpsi_t* const list;
-    dvbpsi_t* const descriptions;
+    // Whether a PID has tables.
+    bool contains(std::uint16_t pid) const {
+        return pid == listPid || pid == descriptionPid || pid == eventPid || programTables.contains(pid);
+    }
+    void take(std::uint16_t pid, std::span<const std::uint8_t> section) {
+        if (pid == listPid) {
+            list.push(section);
+        } else if (pid == descriptionPid) {
+            descriptions.push(section);
+        } else if (pid == eventPid) {
+            events.push(section);
+        } else {
+            // One PID may have the tables of many programs.
+            for (const auto& table : programTables[pid])
+                if (table->number == Sections::extensionOf(section)) table->decoder.push(section);
+        }
+    }
+
+    Decoder list, descriptions, events;
+    std::map<std::uint16_t, Sections> sections; // by PID; of those with tables
+    std::set<std::uint16_t> withEvents;         // programs; at most mostPrograms
     std::map<std::uint16_t, Program> programs;  // at most mostPrograms
     std::map<std::uint16_t, std::string> names; // by number; at most mostPrograms
     std::map<std::uint16_t, std::vector<std::unique_ptr<ProgramTable>>> programTables; // by PID
@@ -252,18 +360,13 @@ struct Tables::Decoders {
 Tables::Tables() : decoders_(std::make_unique<Decoders>()) {}
 Tables::~Tables() = default;
 
-bool Tables::take(std::span<std::uint8_t> packet, std::uint16_t pid) {
+bool Tables::take(const Packet& packet) {
     Decoders& all = *decoders_;
+    const std::uint16_t pid = packet.pid();
+    if (!all.contains(pid)) return false;
     all.changed = false;
-    if (pid == listPid) {
-        if (all.list) dvbpsi_packet_push(all.list, packet.data());
-        if (all.replaced) all.replaceProgramTables();
-    } else if (pid == descriptionPid) {
-        if (all.descriptions) dvbpsi_packet_push(all.descriptions, packet.data());
-    } else if (const auto tables = all.programTables.find(pid); tables != all.programTables.end()) {
-        for (const auto& table : tables->second)
-            if (table->handle) dvbpsi_packet_push(table->handle, packet.data());
-    }
+    all.sections[pid].take(packet, [&](std::span<const std::uint8_t> section) { all.take(pid, section); });
+    if (all.replaced) all.replaceProgramTables();
     if (!all.changed) return false;
     for (auto& [number, program] : all.programs)
         if (const auto name = all.names.find(number); name != all.names.end()) program.name = name->second;

@@ -1,11 +1,13 @@
 // The tables of an MPEG transport stream: which programs it has, and which streams these have.
 #pragma once
 
+#include "packet.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <set>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -20,7 +22,8 @@ struct Stream {
     std::int32_t coding = 0; // of tvservice::videoCodings, audioCodings or subtitleCodings; 0: another one
     std::string language;    // three letters
     std::uint8_t type = 0;   // of an audio stream or of subtitles, as the broadcast numbers them
-    std::uint16_t page = 0, ancillaryPage = 0; // of subtitles
+    std::uint16_t page = 0, ancillaryPage = 0; // of subtitles; of teletext: the page to begin with, 100 to 899
+    bool operator==(const Stream&) const = default;
 };
 
 struct Program {
@@ -28,7 +31,9 @@ struct Program {
     bool isKnown = false; // its table has come, so the streams are all there
     std::uint16_t clockPid = 0;
     std::vector<Stream> streams;
-    std::string name; // UTF-8; empty without a description
+    std::string name;          // UTF-8; empty without a description
+    std::optional<int> rating; // least age for what runs now; 0: for everyone; none: not known
+    bool operator==(const Program&) const = default;
 };
 
 // For one thread at a time.
@@ -43,7 +48,7 @@ public:
     Tables& operator=(const Tables&) = delete;
 
     // Takes the next packet of the stream, if it is one of a table. Returns whether the programs have changed.
-    bool take(std::span<std::uint8_t> packet, std::uint16_t pid);
+    bool take(const Packet& packet);
 
     bool areProgramsKnown() const;                            // their list has come
     const std::map<std::uint16_t, Program>& programs() const; // by number

@@ -20,8 +20,10 @@ public:
     std::int32_t choose(const Terminal& terminal, TrackKind kind, std::int32_t number) override;
     Tracks tracks(const Terminal& terminal) const override;
     StreamCounts streamCounts(const Source& channel) const override;
+    std::optional<std::int32_t> rating(const Source&) const override { return std::nullopt; }
     tvservice::TvServiceTunerStatusMessage_t tuning(const Terminal& terminal, const Source& channel) const override;
     tvservice::TvServiceTunerResult_t signal(const Terminal& terminal) const override;
+    std::vector<std::uint32_t> usedTuners() const override { return {}; } // it has enough of them
     std::string snapshot(const Terminal& terminal) const override;
     Sound sound(const Terminal& terminal) const override;
 

@@ -26,10 +26,22 @@ std::uint64_t TerminalTable::numberOf(const Terminal& terminal) const {
     return held == claimedKey_.entries().end() ? 0 : held->second.number;
 }
 
-bool TerminalTable::stop(const Terminal& terminal, std::uint64_t number) {
+std::optional<Terminal> TerminalTable::find(std::uint64_t number) const {
+    for (const auto& [terminal, held] : claimedKey_.entries())
+        if (held.number == number) return terminal;
+    return std::nullopt;
+}
+
+std::optional<Terminal> TerminalTable::terminalOf(std::uint64_t number) const {
     const thread_safety::LockGuard lock(mutex_);
-    const auto held = claimedKey_.entries().find(terminal);
-    return held != claimedKey_.entries().end() && held->second.number == number && claimedKey_.erase(terminal);
+    return find(number);
+}
+
+std::optional<Terminal> TerminalTable::stop(std::uint64_t number) {
+    const thread_safety::LockGuard lock(mutex_);
+    const auto terminal = find(number);
+    if (terminal) claimedKey_.erase(*terminal);
+    return terminal;
 }
 
 bool TerminalTable::swap(const Terminal& a, const Terminal& b, std::uint64_t client) {

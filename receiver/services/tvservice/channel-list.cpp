@@ -15,7 +15,7 @@ namespace services {
 
 namespace {
 
-constexpr std::string_view broadcastUri = "dvb://";
+constexpr std::string_view broadcastUri = "dvb://", testPicture = "test://";
 
 class Reader {
 public:
@@ -62,10 +62,12 @@ private:
         Channel added{std::move(name), "", 0};
         const toml::node* const source = channel.get("source");
         const toml::node* const program = channel.get("program");
-        if (source || program) {
-            if (!source) fail(*program, "a channel with a program needs the source that has it");
+        if (source) added.transport = transportOf(*source, textOf(channel, "source"));
+        const bool hasPrograms = !added.transport.starts_with(testPicture);
+        if (program && !source) fail(*program, "a channel with a program needs the source that has it");
+        if (program && !hasPrograms) fail(*program, "a test picture has no program");
+        if (source && hasPrograms) {
             if (!program) fail(*source, "a channel with a source needs the number of its program there");
-            added.transport = transportOf(*source, textOf(channel, "source"));
             const auto number = program->value_exact<std::int64_t>();
             if (!number || *number < 1 || *number > UINT16_MAX)
                 fail(*program, "a channel's program must be a number from 1 to 65535");
@@ -92,7 +94,13 @@ private:
                 return text;
             fail(node, host::quoted(text) + " is not " + std::string(scheme) + "HOST:PORT");
         }
-        fail(node, host::quoted(text) + " is not a file://, udp:// or rtp:// URI");
+        constexpr std::string_view adapter = "dvb-adapter://";
+        if (text.starts_with(testPicture)) return text;
+        if (text.starts_with(adapter)) {
+            if (text.find_first_of("0123456789", adapter.size()) == adapter.size()) return text;
+            fail(node, host::quoted(text) + " does not begin with the number of an adapter");
+        }
+        fail(node, host::quoted(text) + " is not a file://, udp://, rtp://, dvb-adapter:// or test:// URI");
     }
 
     std::string textOf(const toml::table& channel, std::string_view key) const {

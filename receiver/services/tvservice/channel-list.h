@@ -15,8 +15,10 @@ struct ChannelListError : std::runtime_error {
 };
 
 struct Channel {
-    std::string name;         // for people
-    std::string transport;    // URI of its transport stream: file://, udp:// or rtp://; empty: unknown
+    std::string name; // for people
+    // URI of its transport stream, file://, udp://, rtp:// or dvb-adapter://, or of a test picture, test://; empty:
+    // unknown.
+    std::string transport;
     std::int32_t program = 0; // its number there
 };
 

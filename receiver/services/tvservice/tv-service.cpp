@@ -3,8 +3,10 @@
 //
 //   play, stop       One TvServiceInfo with all answers to the client, delayed and falsified as the fault switches
 //                    demand. For each channel that is shown, to all: TvServiceTunerStatusMessage before the answers,
-//                    TvServiceTunerResult and the four track infos after them. Of a list with more than 64 channels,
-//                    only the first 64 are reported. A play without room is answered with result::noRoom.
+//                    TvServiceTunerResult and the four track infos after them; the latter again whenever they change.
+//                    Of a list with more than 64 channels, only the first 64 are reported. A play without room is
+//                    answered with result::noRoom; one without a tuner with result::noTuner, and
+//                    TvServiceConflictInfo tells all which tuners are in use.
 //   swap window      TvServiceSwapWinInfo to all, or to the client when one terminal is locked, there is nothing to
 //                    swap, or the entry that moves is another client's and the client has no room for one more
 //                    terminal.
@@ -19,8 +21,8 @@
 //   list changed     TvServiceStatusInfo to all.
 //   try run          TvServicePlayInfo to the client.
 //   parental lock    TvServiceStatusInfo to all, or to the client when nothing has changed or there is no room for
-//                    another lock. A play on a locked terminal is answered with result::locked; the terminal keeps what
-//                    it shows.
+//                    another lock. A play on a locked terminal is answered with result::locked, and the terminal
+//                    keeps what it shows, unless the broadcast says that viewers of the lock's age may see it.
 //   MTS audio        TvServiceMtsAudioTrackInfoNotify to all, or with the unchanged track to the client for an unknown
 //                    number.
 //   CAS service      TvServiceCiSasMessageInfo to all, or to the client for a negative type.
@@ -35,6 +37,7 @@
 #include <tvservice-adapter/service/log.h>
 #include <tvservice/values.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <tuple>
 #include <utility>
@@ -67,7 +70,15 @@ void TvService::offer(host::MessageQueue& queue) {
 // ---- play and stop ----
 
 std::int32_t TvService::check(const Terminal& terminal, const std::string& uri) const {
-    return locks_.contains(terminal) ? result::locked : checkTvUri(channels_, uri);
+    return isLockedFor(terminal, uri) ? result::locked : checkTvUri(channels_, uri);
+}
+
+// What is not known to be for everyone below the lock's age is not shown.
+bool TvService::isLockedFor(const Terminal& terminal, const std::string& uri) const {
+    const auto held = locks_.all().find(terminal);
+    if (held == locks_.all().end()) return false;
+    const auto rating = engine_.rating(sourceOf(uri));
+    return !rating || *rating >= held->second.entry.rating;
 }
 
 media::Source TvService::sourceOf(const std::string& uri) const {
@@ -81,6 +92,11 @@ void TvService::tvServiceReq(std::uint64_t client, const std::vector<tvservice::
                    {.check = [this](const Terminal& terminal, const std::string& uri) { return check(terminal, uri); },
                     .source = [this](const std::string& uri) { return sourceOf(uri); },
                     .begun = [this](const Plays::Infos& infos) { notifyTuning(infos); },
+                    .tracksChanged = [this](const Terminal& terminal) { notifyTracks(engine_.tracks(terminal)); },
+                    .signalChanged =
+                        [this](const Terminal& terminal) {
+                            sender_.toAll<messages::TvServiceTunerResult>(engine_.signal(terminal));
+                        },
                     .afterwards = [this](const Plays::Infos& infos) { return notifyTuned(infos); }});
 }
 
@@ -106,16 +122,29 @@ TvService::Plays::Afterwards TvService::notifyTuned(const Plays::Infos& infos) c
         all.push_back({engine_.signal(terminal), engine_.tracks(terminal)});
     });
     const std::size_t bytes = all.size() * tunedBytes;
-    return {[this, all = std::move(all)] {
+    const bool conflict =
+        std::any_of(infos.begin(), infos.end(), [](const auto& info) { return info.result == result::noTuner; });
+    return {[this, all = std::move(all), conflict] {
                 for (const auto& [result, tracks] : all) {
                     sender_.toAll<messages::TvServiceTunerResult>(result);
-                    sender_.toAll<messages::TvServiceAudioInfo>(tracks.audio);
-                    sender_.toAll<messages::TvServiceSubtitleInfo>(tracks.subtitle);
-                    sender_.toAll<messages::TvServiceVideoInfo>(tracks.video);
-                    sender_.toAll<messages::TvServiceTeletextInfo>(tracks.teletext);
+                    notifyTracks(tracks);
                 }
+                if (conflict) notifyConflict();
             },
             bytes};
+}
+
+void TvService::notifyTracks(const media::Tracks& tracks) const {
+    sender_.toAll<messages::TvServiceAudioInfo>(tracks.audio);
+    sender_.toAll<messages::TvServiceSubtitleInfo>(tracks.subtitle);
+    sender_.toAll<messages::TvServiceVideoInfo>(tracks.video);
+    sender_.toAll<messages::TvServiceTeletextInfo>(tracks.teletext);
+}
+
+// Each of the tuners would do. None is taken from a terminal: that is for the clients to decide.
+void TvService::notifyConflict() const {
+    const std::vector<std::uint32_t> tuners = engine_.usedTuners();
+    sender_.toAll<messages::TvServiceConflictInfo>(tvservice::TvServiceConflictInfo_t{tuners, tuners, 0});
 }
 
 // ---- terminals ----

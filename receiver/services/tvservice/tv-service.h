@@ -59,10 +59,13 @@ private:
         media::Tracks tracks;
     };
     std::int32_t check(const Terminal& terminal, const std::string& uri) const;
+    bool isLockedFor(const Terminal& terminal, const std::string& uri) const;
     media::Source sourceOf(const std::string& uri) const;
     template <class Take> void eachChannel(const Plays::Infos& infos, const Take& take) const;
     void notifyTuning(const Plays::Infos& infos) const;
     Plays::Afterwards notifyTuned(const Plays::Infos& infos) const;
+    void notifyTracks(const media::Tracks& tracks) const;
+    void notifyConflict() const;
     template <class Message, class Request>
     void chooseTrack(std::uint64_t client, media::TrackKind kind, const Request& request);
     bool swapWithMain(const Terminal& terminal, std::uint64_t client);

@@ -90,7 +90,7 @@ GENRPC_MEANINGS(TvServiceStreamInfo_t, {"intParam1", "number of the channel, as 
 
 GENRPC_MEANINGS(TvServiceConflictInfo_t, {"uintList1", "the tuners that are wanted"},
                 {"uintList2", "the tuners of which one has to be released"},
-                {"intParam1", "seconds until the service chooses"})
+                {"intParam1", "seconds until the service chooses; 0: it does not"})
 
 // ---- status and negotiation ----
 
@@ -124,10 +124,10 @@ GENRPC_MEANINGS(TvServiceStatusInfo_t, {"intParam1", "number of the service list
 GENRPC_MEANINGS(TvServiceNetworkChangeMessage_t, {"byteParam1", "whether there is a source", &sourceStates},
                 {"strParam1", "name of the source"})
 GENRPC_MEANINGS(TvServiceTunerResult_t, {"byteParam1", "whether there is a signal", &signalStates},
-                {"intParam1", "number of the tuner: the type of its terminals"}, {"terminal", "for which it tuned"},
+                {"intParam1", "number of the tuner, from 0"}, {"terminal", "for which it tuned"},
                 {"intParam2", "strength of the signal in percent"}, {"intParam3", "quality of the signal in percent"})
 GENRPC_MEANINGS(TvServiceTunerStatusMessage_t, {"byteParam1", "what the tuner does", &tunerStates},
-                {"intParam1", "number of the tuner: the type of its terminals"}, {"terminal", "for which it tunes"},
+                {"intParam1", "number of the tuner, from 0"}, {"terminal", "for which it tunes"},
                 {"intParam2", "frequency in kHz"}, {"intParam3", "symbol rate in kBd"},
                 {"intParam4", "transport stream"})
 GENRPC_MEANINGS(TvServiceUriLinkageInfo_t, {"byteParam1", "kind of the link", &linkageKinds},

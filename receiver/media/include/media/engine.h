@@ -12,8 +12,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace media {
 
@@ -22,9 +24,9 @@ namespace result = services::result;
 
 // Something that a terminal can show.
 struct Source {
-    std::string uri;            // of the request
+    std::string uri;            // of the request; of a local file, also with the scheme fsl2
     bool isChannel = false;     // a broadcast: it has a tuner, and tracks that requests choose
-    std::string transport = {}; // URI of a channel's transport stream; empty: the channel list does not say
+    std::string transport = {}; // URI of a channel's source; empty: the channel list does not say
     std::int32_t program = 0;   // of the channel in its transport stream
     bool operator==(const Source&) const = default;
 };
@@ -71,6 +73,9 @@ struct Events {
     // Called at most once, after it was shown: the source is at its end (result::done), or broke off. The terminal is
     // dark. Not called after close, or when another source has replaced it.
     std::function<void(const Outcome&)> over;
+    // Between opened and over: the tracks of a channel have changed; its signal has gone or come back.
+    std::function<void()> tracks = [] {};
+    std::function<void()> signal = [] {};
 };
 
 // Calls are made from one thread at a time, except where said. None waits for a source.
@@ -92,10 +97,15 @@ public:
     virtual std::int32_t choose(const Terminal& terminal, TrackKind kind, std::int32_t number) = 0;
     virtual Tracks tracks(const Terminal& terminal) const = 0; // from any thread
     virtual StreamCounts streamCounts(const Source& channel) const = 0;
+    // The least age for what a channel broadcasts now, 0 for everyone; nothing when the broadcast is not received or
+    // does not say. From any thread.
+    virtual std::optional<std::int32_t> rating(const Source& channel) const = 0;
 
     // What the tuner reports when it begins to tune to a channel, and once the channel is shown. From any thread.
     virtual tvservice::TvServiceTunerStatusMessage_t tuning(const Terminal& terminal, const Source& channel) const = 0;
     virtual tvservice::TvServiceTunerResult_t signal(const Terminal& terminal) const = 0;
+    // The numbers of the tuners that terminals use. From any thread.
+    virtual std::vector<std::uint32_t> usedTuners() const = 0;
 
     // The picture on a terminal as PNG. Throws Error when it shows none. From any thread.
     virtual std::string snapshot(const Terminal& terminal) const = 0;

@@ -44,6 +44,9 @@ public:
         std::function<Source(const std::string& uri)> source;
         // The sources with result::done are about to be opened.
         std::function<void(const Infos&)> begun = [](const Infos&) {};
+        // Of a source that is shown: its tracks or its signal have changed.
+        std::function<void(const Terminal&)> tracksChanged = [](const Terminal&) {};
+        std::function<void(const Terminal&)> signalChanged = [](const Terminal&) {};
         // The answers are final.
         std::function<Afterwards(const Infos&)> afterwards = [](const Infos&) { return Afterwards{}; };
     };
@@ -69,11 +72,17 @@ public:
             }
             addOne(*pending);
             const std::uint64_t number = table_.numberOf(terminal);
+            const auto report = [this, number](std::function<void(const Terminal&)> change) {
+                return [this, number, change = std::move(change)] {
+                    if (const auto at = table_.terminalOf(number)) change(*at);
+                };
+            };
             engine_.open(
                 terminal, rules.source(infos[i].uri),
-                {.opened = [this, pending, i, terminal,
-                            number](const Outcome& outcome) { take(*pending, i, terminal, number, outcome); },
-                 .over = [this, terminal, number](const Outcome& outcome) { end(terminal, number, outcome); }});
+                {.opened = [this, pending, i, number](const Outcome& outcome) { take(*pending, i, number, outcome); },
+                 .over = [this, number](const Outcome& outcome) { end(number, outcome); },
+                 .tracks = report(rules.tracksChanged),
+                 .signal = report(rules.signalChanged)});
         }
         finishOne(*pending);
     }
@@ -93,14 +102,14 @@ private:
         ++pending.missing;
     }
 
-    void take(Pending& pending, std::size_t index, const Terminal& terminal, std::uint64_t number,
-              const Outcome& outcome) {
+    void take(Pending& pending, std::size_t index, std::uint64_t number, const Outcome& outcome) {
         if (outcome.result != result::done) {
+            const auto& terminal = pending.infos[index].terminal;
             SERVICE_LOG(vdlDebugProgress, "terminal %d:%d: %s: %s%s%s\n", terminal.type, terminal.id,
                         host::printable(pending.infos[index].uri).c_str(), tvservice::nameOfResult(outcome.result),
                         outcome.reason.empty() ? "" : ": ", host::printable(outcome.reason).c_str());
             // Whatever the terminal shows instead stays.
-            if (outcome.result != result::superseded) (void)table_.stop(terminal, number);
+            if (outcome.result != result::superseded) (void)table_.stop(number);
             const thread_safety::LockGuard lock(mutex_);
             pending.infos[index].result = outcome.result;
         }
@@ -108,14 +117,15 @@ private:
     }
 
     // A terminal went dark without a request: all clients are told, in an answer without request id.
-    void end(const Terminal& terminal, std::uint64_t number, const Outcome& outcome) {
-        if (!table_.stop(terminal, number)) return; // it shows something else by now
-        SERVICE_LOG(vdlDebugProgress, "terminal %d:%d: over: %s%s%s\n", terminal.type, terminal.id,
+    void end(std::uint64_t number, const Outcome& outcome) {
+        const auto terminal = table_.stop(number);
+        if (!terminal) return; // it shows something else by now
+        SERVICE_LOG(vdlDebugProgress, "terminal %d:%d: over: %s%s%s\n", terminal->type, terminal->id,
                     tvservice::nameOfResult(outcome.result), outcome.reason.empty() ? "" : ": ",
                     host::printable(outcome.reason).c_str());
         Infos infos(1);
-        infos[0].terminal.type = terminal.type;
-        infos[0].terminal.id = terminal.id;
+        infos[0].terminal.type = terminal->type;
+        infos[0].terminal.id = terminal->id;
         infos[0].result = outcome.result;
         infos[0].uri = tvservice::stopUri;
         sender_.template toAll<Message>(infos);

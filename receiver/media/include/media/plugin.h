@@ -6,7 +6,7 @@
 namespace media {
 
 // Changes when engines have to be built anew.
-inline constexpr const char* engineVersion = "1";
+inline constexpr const char* engineVersion = "2";
 
 } // namespace media
 

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <thread-safety/mutex.h>
 #include <vector>
@@ -35,8 +36,9 @@ public:
     void stop(const Terminal& terminal); // has no effect when the terminal shows nothing
     // The number of what a terminal shows, different for each show; 0: it shows nothing. It moves with a swap.
     std::uint64_t numberOf(const Terminal& terminal) const;
-    // Returns whether it stopped: the terminal may show something else by now.
-    bool stop(const Terminal& terminal, std::uint64_t number);
+    std::optional<Terminal> terminalOf(std::uint64_t number) const;
+    // Stops what has the number. Returns its terminal, or nothing when no terminal shows it any more.
+    std::optional<Terminal> stop(std::uint64_t number);
     // Returns whether it swapped. At least one of them must show something. When only one does, at another client's
     // request, the requesting client must have room for one more terminal.
     bool swap(const Terminal& a, const Terminal& b, std::uint64_t client);
@@ -44,6 +46,8 @@ public:
     TableCount count() const;
 
 private:
+    std::optional<Terminal> find(std::uint64_t number) const TVSA_REQUIRES(mutex_);
+
     mutable thread_safety::Mutex mutex_;
     ClientTable<Shown> claimedKey_ TVSA_GUARDED_BY(mutex_){"terminals"};
 };

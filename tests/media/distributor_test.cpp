@@ -1,0 +1,236 @@
+// What receivers of a transport stream's programs get, and what is kept for them. The streams are made here.
+#include "media/gstreamer/distributor.h"
+
+#include <algorithm>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace media;
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::uint8_t video = 0x1B;
+
+void add16(Bytes& bytes, std::size_t number) {
+    bytes.push_back(static_cast<std::uint8_t>(number >> 8));
+    bytes.push_back(static_cast<std::uint8_t>(number));
+}
+
+std::uint32_t checksumOf(const Bytes& bytes) {
+    constexpr std::uint32_t polynomial = 0x04C11DB7, top = 0x80000000;
+    std::uint32_t sum = 0xFFFFFFFF;
+    for (const std::uint8_t byte : bytes) {
+        sum ^= std::uint32_t{byte} << 24;
+        for (int bit = 0; bit < 8; ++bit) sum = (sum & top) != 0 ? sum << 1 ^ polynomial : sum << 1;
+    }
+    return sum;
+}
+
+struct Numbers {
+    std::uint8_t version = 0, section = 0, last = 0;
+};
+
+Bytes section(std::uint8_t table, std::uint16_t extension, const Bytes& content, Numbers numbers = {}) {
+    constexpr std::size_t rest = 9; // of a section after its length: header and checksum
+    Bytes bytes{table};
+    add16(bytes, 0xB000 | (content.size() + rest));
+    add16(bytes, extension);
+    bytes.push_back(static_cast<std::uint8_t>(0xC1 | numbers.version << 1));
+    bytes.insert(bytes.end(), {numbers.section, numbers.last});
+    bytes.insert(bytes.end(), content.begin(), content.end());
+    const std::uint32_t sum = checksumOf(bytes);
+    add16(bytes, sum >> 16);
+    add16(bytes, sum & 0xFFFF);
+    return bytes;
+}
+
+// A transport stream, packet by packet.
+struct Stream {
+    Bytes bytes;
+
+    void packet(std::uint16_t pid, bool starts, Bytes payload) {
+        bytes.push_back(syncByte);
+        add16(bytes, static_cast<std::size_t>(starts ? 0x4000 : 0) | pid);
+        bytes.push_back(0x10);
+        payload.resize(packetSize - 4, 0xFF);
+        bytes.insert(bytes.end(), payload.begin(), payload.end());
+    }
+    void table(std::uint16_t pid, const Bytes& section) {
+        constexpr std::size_t room = packetSize - 4;
+        Bytes data{0};
+        data.insert(data.end(), section.begin(), section.end());
+        for (std::size_t at = 0; at < data.size(); at += room)
+            packet(pid, at == 0,
+                   Bytes(data.begin() + static_cast<std::ptrdiff_t>(at),
+                         data.begin() + static_cast<std::ptrdiff_t>(std::min(at + room, data.size()))));
+    }
+    // Programs from first on, whose tables have the PIDs from 0x1000 on.
+    void list(std::size_t first, std::size_t count, Numbers numbers = {}) {
+        Bytes entries;
+        for (std::size_t number = first; number < first + count; ++number) {
+            add16(entries, number);
+            add16(entries, 0xE000 | (0x1000 + number % 0xF00));
+        }
+        table(0, section(0, 1, entries, numbers));
+    }
+    void program(std::uint16_t number, const Bytes& streamTypes, Numbers numbers = {}) {
+        Bytes content;
+        add16(content, 0xE000 | (0x100U * number));
+        add16(content, 0xF000);
+        for (std::size_t i = 0; i < streamTypes.size(); ++i) {
+            content.push_back(streamTypes[i]);
+            add16(content, 0xE000 | (0x100U * number + i));
+            add16(content, 0xF000);
+        }
+        table(static_cast<std::uint16_t>(0x1000 + number), section(2, number, content, numbers));
+    }
+    void keyFrame(std::uint16_t pid) { packet(pid, true, {0, 0, 1, 0xE0, 0, 0, 0x80, 0, 0, 0, 0, 1, 0x67}); }
+    void picture(std::uint16_t pid, std::size_t packets) {
+        for (std::size_t i = 0; i < packets; ++i) packet(pid, false, {});
+    }
+};
+
+class Recorder : public Distributor::Receiver {
+public:
+    void take(std::span<const std::uint8_t> bytes) override { packets += bytes.size() / packetSize; }
+    void begins(std::uint16_t number, std::int64_t) override { program = number; }
+    void changed() override { ++changes; }
+    void signal(bool) override {}
+    void missing(const std::string& names) override { others = names; }
+    void failed(const Outcome&) override {}
+
+    std::size_t packets = 0, changes = 0;
+    std::uint16_t program = 0;
+    std::string others;
+};
+
+class ADistributor : public testing::Test {
+protected:
+    static constexpr Distributor::Limits limits{20 * packetSize, 50 * packetSize};
+
+    void take(Stream& from) {
+        distributor.take(from.bytes);
+        from.bytes.clear();
+    }
+    std::size_t packetsFor(std::uint16_t program) {
+        Recorder recorder;
+        distributor.add(recorder, program);
+        distributor.remove(recorder);
+        return recorder.packets;
+    }
+
+    Distributor distributor{false, limits};
+    Stream stream;
+};
+
+constexpr std::size_t tables = 2; // packets: the list of programs, and the program's own table
+
+TEST_F(ADistributor, BeginsWithTheTablesAndTheKeyFrame) {
+    stream.list(1, 1);
+    stream.program(1, {video});
+    stream.picture(0x100, 5);
+    stream.keyFrame(0x100);
+    stream.picture(0x100, 3);
+    take(stream);
+    EXPECT_EQ(packetsFor(1), tables + 4);
+}
+
+TEST_F(ADistributor, KeepsNothingOfAProgramWhoseKeyFrameIsTooLongAgo) {
+    stream.list(1, 1);
+    stream.program(1, {video});
+    stream.keyFrame(0x100);
+    stream.picture(0x100, 19);
+    take(stream);
+    EXPECT_EQ(packetsFor(1), tables + 20) << "as much as the limit allows";
+    stream.picture(0x100, 1);
+    take(stream);
+    EXPECT_EQ(packetsFor(1), 0);
+    stream.keyFrame(0x100);
+    take(stream);
+    EXPECT_EQ(packetsFor(1), tables + 1) << "the next key frame begins again";
+}
+
+TEST_F(ADistributor, KeepsNoMoreOfAllProgramsThanItsLimit) {
+    stream.list(1, 9);
+    for (std::uint16_t number = 1; number <= 9; ++number) {
+        stream.program(number, {video});
+        stream.keyFrame(static_cast<std::uint16_t>(0x100 * number));
+    }
+    take(stream);
+    std::size_t kept = 0;
+    for (std::uint16_t number = 1; number <= 9; ++number) kept += packetsFor(number) > 0;
+    EXPECT_EQ(kept, 2) << "each has room for 20 packets";
+    stream.list(1, 2, {.version = 1});
+    take(stream);
+    stream.list(1, 9, {.version = 2});
+    for (std::uint16_t number = 3; number <= 9; ++number) {
+        stream.program(number, {video});
+        stream.keyFrame(static_cast<std::uint16_t>(0x100 * number));
+    }
+    take(stream);
+    EXPECT_EQ(packetsFor(1), tables + 1) << "what is kept stays";
+}
+
+TEST_F(ADistributor, FindsThePacketsWhereverTheStreamIsCut) {
+    stream.list(1, 1);
+    stream.program(1, {video});
+    stream.keyFrame(0x100);
+    const Bytes whole = stream.bytes;
+    for (std::size_t size = 1; size < 2 * packetSize; size += 13) {
+        Distributor other(false, limits);
+        Recorder recorder;
+        other.add(recorder, 1);
+        Bytes bytes{1, 2, 3}; // the stream begins inside a packet
+        bytes.insert(bytes.end(), whole.begin(), whole.end());
+        for (std::span<std::uint8_t> rest = bytes; !rest.empty(); rest = rest.subspan(std::min(size, rest.size())))
+            other.take(rest.first(std::min(size, rest.size())));
+        EXPECT_EQ(recorder.packets, tables + 1) << size;
+    }
+}
+
+TEST_F(ADistributor, TellsWhoeverShowsAProgramThatItsStreamsHaveChanged) {
+    Recorder recorder;
+    distributor.add(recorder, 1);
+    stream.list(1, 1);
+    stream.program(1, {video});
+    stream.keyFrame(0x100);
+    take(stream);
+    EXPECT_EQ(recorder.changes, 0);
+    stream.program(1, {video, 3}, {.version = 1});
+    take(stream);
+    EXPECT_EQ(recorder.changes, 1);
+    EXPECT_EQ(distributor.program(1).streams.size(), 2);
+}
+
+TEST_F(ADistributor, KnowsTheFirstOfTooManyProgramsAndNamesFew) {
+    constexpr std::size_t all = 10'000, perSection = 250;
+    for (std::size_t i = 0; i < all / perSection; ++i)
+        stream.list(1 + i * perSection, perSection,
+                    {.section = static_cast<std::uint8_t>(i), .last = all / perSection - 1});
+    take(stream);
+    EXPECT_EQ(distributor.program(Tables::mostPrograms).tablePid, 0x1000 + Tables::mostPrograms);
+    EXPECT_EQ(distributor.program(Tables::mostPrograms + 1).tablePid, 0);
+    Recorder recorder;
+    distributor.add(recorder, all);
+    EXPECT_EQ(recorder.others, "1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, ...");
+}
+
+TEST_F(ADistributor, BelievesNoSectionThatIsWrong) {
+    stream.list(1, 2);
+    Bytes lies = section(2, 1, {0xE1, 0x00, 0xFF, 0xFF, video, 0xE1, 0x00, 0xF0, 0x00}); // 4095 bytes of descriptors
+    stream.table(0x1001, lies);
+    stream.table(0x1001, section(2, 1, {0xE1}));
+    Bytes spoiled = section(2, 1, {0xE1, 0x00, 0xF0, 0x00});
+    spoiled.back() ^= 1;
+    stream.table(0x1001, spoiled);
+    stream.packet(0x1001, true, {250}); // the section begins beyond the packet
+    take(stream);
+    EXPECT_FALSE(distributor.program(1).isKnown);
+    stream.program(1, {video});
+    take(stream);
+    EXPECT_TRUE(distributor.program(1).isKnown);
+}
+
+} // namespace
