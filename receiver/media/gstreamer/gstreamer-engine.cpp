@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <future>
+#include <malloc.h>
 #include <media/plugin.h>
 #include <media/service-id.h>
 #include <stdexcept>
@@ -244,6 +245,10 @@ gboolean GStreamerEngine::releaseUnused(void* self) {
     const bool lingers = engine.lingering_.use_count() == 1;
     if (lingers && engine.hasLingered_) engine.lingering_.reset();
     engine.hasLingered_ = lingers;
+    // Pictures come and go on many threads, and the C library keeps what each has freed: twenty times what is in use.
+    if (engine.shown_.empty() && !engine.lingering_ &&
+        std::exchange(engine.trimmed_, engine.lastNumber_) != engine.lastNumber_)
+        malloc_trim(0);
     return G_SOURCE_CONTINUE;
 }
 
