@@ -18,7 +18,8 @@ QUIET, QUIET_LIMIT = 16, 90  # seconds
 
 class PlayingReceiver(LocalReceiver):
     def __init__(self, channels, environment=None):
-        super().__init__(environment={"TVSA_MEDIA_ENGINE": "gstreamer", **(environment or {})})
+        own = {"TVSA_MEDIA_ENGINE": "gstreamer", "TVSA_MEDIA_OUTPUT": "none", "TVSA_MEDIA_SOUND": "none"}
+        super().__init__(environment={**own, **(environment or {})})
         self._options["tvserviced"] = ["--channels", str(channels)]
         self._locks = {name: threading.Lock() for name in SERVICES}
 
