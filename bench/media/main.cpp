@@ -246,7 +246,7 @@ void run(const Options& options) {
         if (options.wants("live")) live(own, port, options.quick);
         if (options.wants("keys")) keys(own, options.quick ? Rounds{1, 3} : Rounds{1, 11});
     }
-    if (options.wants("processor") || options.wants("memory")) use(channels, samples, options.quick ? 1 : 5);
+    if (options.wants("processor") || options.wants("memory")) use(channels, samples, options.quick ? 1 : 3);
 }
 
 } // namespace
