@@ -13,12 +13,12 @@ namespace {
 using media::Packet;
 using media::packetSize;
 using media::tickMask;
-using Bytes = std::array<std::uint8_t, packetSize>;
+using OnePacket = std::array<std::uint8_t, packetSize>;
 
-Packet packetOf(Bytes& bytes) { return Packet(std::span<std::uint8_t, packetSize>(bytes)); }
+Packet packetOf(OnePacket& bytes) { return Packet(std::span<std::uint8_t, packetSize>(bytes)); }
 
-void checkShift(const Bytes& original, std::uint64_t first, std::uint64_t second) {
-    Bytes once = original, twice = original, back = original;
+void checkShift(const OnePacket& original, std::uint64_t first, std::uint64_t second) {
+    OnePacket once = original, twice = original, back = original;
     const Packet packet = packetOf(once);
     packet.shift((first + second) & tickMask);
     packetOf(twice).shift(first & tickMask);
@@ -29,8 +29,8 @@ void checkShift(const Bytes& original, std::uint64_t first, std::uint64_t second
     expect(once == back, "a shift back leaves what no shift does");
 }
 
-void checkTimes(const Bytes& original, std::uint64_t ticks) {
-    Bytes shifted = original, before = original;
+void checkTimes(const OnePacket& original, std::uint64_t ticks) {
+    OnePacket shifted = original, before = original;
     packetOf(shifted).shift(ticks);
     const Packet packet = packetOf(shifted), former = packetOf(before);
     const auto moved = [ticks](auto time) {
@@ -53,10 +53,10 @@ void checkTimes(const Bytes& original, std::uint64_t ticks) {
 void packets(Input input) {
     Source source(input);
     const std::uint64_t first = std::uint64_t{source.number(4)} << 1, second = source.number(4);
-    Bytes bytes{};
+    OnePacket bytes{};
     const Input content = source.upTo(packetSize);
     std::ranges::copy(content, bytes.begin());
-    Bytes copy = bytes;
+    OnePacket copy = bytes;
     const Packet packet = packetOf(copy);
     const auto payload = packet.payload();
     expect(payload.empty() || (payload.data() >= copy.data() + 4 && payload.data() + payload.size() == copy.end()),

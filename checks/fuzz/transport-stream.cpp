@@ -1,12 +1,16 @@
 #include "transport-stream.h"
 
+#include "media/gstreamer/packet.h"
+
 #include <algorithm>
 #include <array>
 
 namespace fuzz {
 namespace {
 
-constexpr std::size_t packetSize = 188, headerSize = 4;
+using media::packetSize;
+
+constexpr std::size_t headerSize = 4;
 // What an input of a few thousand bytes may become.
 constexpr std::size_t longest = std::size_t{512} << 10;
 

@@ -311,13 +311,21 @@ Picture Demonstration::look(const std::string& terminal, const Shown& shown) {
         throw ReceiverError(terminal + ": expected no picture of " + nameOf(other) + ", got one");
     if (!expected) return picture;
 
-    // A page of teletext is seen when it is broadcast the next time.
-    const auto isRight = [&] { return (sizeOf(picture.png) == expected->size) != shown.isCovered; };
-    const auto looks = [&] { return isRight() || (picture.png = pictureOf(shows, terminal), isRight()); };
-    if (!(shown.isCovered ? kit_.waitFor(looks, receiver::defaultTimeout) : isRight()))
-        throw ReceiverError(terminal + ": expected " +
-                            (shown.isCovered ? "teletext" : "a picture of " + expected->size) + ", got a picture of " +
-                            sizeOf(picture.png));
+    // Teletext and subtitles are seen when they are broadcast the next time. The picture stands still but for its small
+    // clock, so that it needs more bytes with subtitles.
+    constexpr double longer = 1.01;
+    const auto isRight = [&] {
+        if (shown.isCovered) return sizeOf(picture.png) != expected->size;
+        return sizeOf(picture.png) == expected->size &&
+               (!shown.hasSubtitles ||
+                static_cast<double>(picture.png.size()) > longer * static_cast<double>(plainSize_));
+    };
+    const auto looksRight = [&] { return isRight() || (picture.png = pictureOf(shows, terminal), isRight()); };
+    const bool waits = shown.isCovered || shown.hasSubtitles;
+    if (!(waits ? kit_.waitFor(looksRight, receiver::defaultTimeout) : isRight()))
+        throw ReceiverError(
+            terminal + ": expected " + (shown.isCovered ? "teletext" : "a picture of " + expected->size) +
+            (shown.hasSubtitles ? " with subtitles" : "") + ", got a picture of " + sizeOf(picture.png));
     int heard = 0;
     const auto sounds = [&] { return (heard = kit_.ask(shows, {"level", terminal}).at("pitch")) == expected->pitch; };
     if (!kit_.waitFor(sounds, receiver::defaultTimeout))

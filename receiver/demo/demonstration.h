@@ -83,6 +83,7 @@ private:
         std::string uri; // empty: nothing
         std::size_t sound = 0;
         bool isCovered = false; // by teletext
+        bool hasSubtitles = false;
     };
     // How a terminal looks and sounds then.
     struct Appearance {
@@ -101,6 +102,7 @@ private:
 
     Broadcasts* const broadcasts_;
     std::string film_;
+    std::size_t plainSize_ = 0;          // bytes of the picture on 0:0 without subtitles
     std::map<std::string, Shown> shown_; // on the terminals used so far
     std::vector<Step> steps_;            // the last is the current one
 };

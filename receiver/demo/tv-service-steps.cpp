@@ -36,7 +36,9 @@ void Demonstration::tracks() {
     const bool isSimulated = !broadcasts_;
     choose("audio", "TvServiceAudioInfo", 2, true);
     shown_["0:0"].sound = 1;
+    if (broadcasts_) plainSize_ = pictureOf(Part::tvService, "0:0").size();
     choose("subtitle", "TvServiceSubtitleInfo", 1, true);
+    shown_["0:0"].hasSubtitles = true;
     choose("video", "TvServiceVideoInfo", 2, isSimulated, {{"intParam1", 1}, {"intParam4", 720}});
     expectNotifications({"mts-audio", "2"}, {{"TvServiceMtsAudioTrackInfoNotify", {{"track", 2}}}}, "both sounds");
     good(isSimulated ? "all clients were notified of each choice, with the available streams"

@@ -47,7 +47,7 @@ template <class Function> void forEachPacket(const std::string& name, const Func
 // "PROGRAM: KIND PID LANGUAGE TYPE" of subtitles and teletext.
 Lines textsIn(const std::string& name) {
     media::Tables tables;
-    forEachPacket(name, [&](auto packet, std::uint16_t pid) { tables.take(packet, pid); });
+    forEachPacket(name, [&](auto packet, std::uint16_t) { tables.take(media::Packet(packet)); });
     Lines lines;
     for (const auto& [number, program] : tables.programs())
         for (const media::Stream& stream : program.streams) {
