@@ -94,7 +94,7 @@ private:
 class DamagedStreams : public HostileMedia, public testing::WithParamInterface<unsigned> {};
 
 TEST_P(DamagedStreams, AreShownOrRefusedAndTheReceiverGoesOn) {
-    constexpr unsigned each = 8;
+    constexpr unsigned each = 5;
     const unsigned first = GetParam() * each;
     for (unsigned i = first; i < first + each; ++i) {
         const std::string name = "damaged-" + std::to_string(i) + ".ts";
@@ -110,7 +110,7 @@ TEST_P(DamagedStreams, AreShownOrRefusedAndTheReceiverGoesOn) {
     endAll();
 }
 
-INSTANTIATE_TEST_SUITE_P(Forty, DamagedStreams, testing::Range(0U, 5U));
+INSTANTIATE_TEST_SUITE_P(Forty, DamagedStreams, testing::Range(0U, 8U));
 
 // A list of 10,000 programs, of which 256 have tables, and all streams of these tables come.
 std::string streamOfManyPrograms() {
