@@ -4,6 +4,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace bench {
 namespace {
@@ -34,6 +35,19 @@ std::uint64_t contextSwitches(pid_t process) {
         for (const char* kind : {"voluntary_ctxt_switches", "nonvoluntary_ctxt_switches"})
             sum += statusOf(thread.path() / "status", kind);
     return sum;
+}
+
+double processorMilliseconds(pid_t process) {
+    std::ifstream stream = opened(folderOf(process) / "stat");
+    std::string line;
+    std::getline(stream, line);
+    std::istringstream rest(line.substr(line.rfind(')') + 1)); // the name before it may have spaces
+    std::string state;
+    std::uint64_t before = 0, user = 0, kernel = 0;
+    rest >> state;
+    for (int field = 4; field < 14; ++field) rest >> before;
+    rest >> user >> kernel;
+    return 1000.0 * static_cast<double>(user + kernel) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 std::vector<std::string> librariesOutside(const std::filesystem::path& folder, pid_t process) {

@@ -69,6 +69,32 @@ GOALS = {
         "at most 1.25 of a plain TLS stream",
         "A service on another host costs only its encryption.",
     ),
+    16: (
+        "Media: from a request to its answer with the first picture, of a file and of a channel whose input is not "
+        "open; the same for a stop",
+        "at most 1.05 of a bare GStreamer pipeline, and 3 ms",
+        "The services and the adapter add only their messages.",
+    ),
+    17: (
+        "Media: zap inside a transport stream with a key frame each second",
+        "at most 60 ms, the slowest hundredth 120 ms",
+        "A zap does not wait for the next key frame.",
+    ),
+    18: (
+        "Media: processor time and memory of a TV service that plays",
+        "at most 1.05 and 1.2 of gst-launch-1.0 with the same pipeline",
+        "Receiving for several terminals and keeping pictures costs little.",
+    ),
+    19: (
+        "Media: from drawing a picture of a live broadcast until it is on the screen, median and slowest hundredth",
+        "at most 500 ms",
+        "What is live is seen live.",
+    ),
+    20: (
+        "Media: 20 channels as fast as a key repeats, with Zapper; from the last key until the last channel is shown",
+        "at most 2.1 of a single zap",
+        "At most one zap that is under way delays the last one.",
+    ),
     0: (
         "Growth: cost per record of 10 to 10,000 in a message, 1 to 64 terminals, 1 to 1,000 queued bundles; "
         "memory after",

@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <future>
+#include <malloc.h>
 #include <media/plugin.h>
 #include <media/service-id.h>
 #include <stdexcept>
@@ -21,6 +22,22 @@ namespace {
 constexpr guint releaseInterval = 5; // seconds
 // How long a source may take to deliver its first picture. Longer than a request waits: its answer may come late.
 constexpr guint longestOpening = 10; // seconds
+
+// Signals are for the process's own threads: threads that are started meanwhile get none.
+class BlockedSignals {
+public:
+    BlockedSignals() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &former_);
+    }
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+private:
+    sigset_t former_;
+};
 
 // No tuner is free.
 struct Conflict : Error {
@@ -60,10 +77,17 @@ GStreamerEngine::GStreamerEngine()
     : context_(g_main_context_new()),
       loop_(g_main_loop_new(context_, FALSE)),
       tuners_(host::numberIn(*host::setting("media.tuners"))) {
-    // Signals are for the process's own threads; all threads of the pipelines inherit this.
-    sigset_t all, former;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &former);
+    start();
+    try {
+        call([this] { screen_ = Screen::configured(); });
+    } catch (...) {
+        shutDown();
+        throw;
+    }
+}
+
+void GStreamerEngine::start() {
+    const BlockedSignals blocked; // all threads of the pipelines inherit this
     thread_ = std::thread([this] {
         pthread_setname_np(pthread_self(), "media");
         g_main_context_push_thread_default(context_);
@@ -73,13 +97,6 @@ GStreamerEngine::GStreamerEngine()
         g_main_loop_run(loop_);
         g_main_context_pop_thread_default(context_);
     });
-    pthread_sigmask(SIG_SETMASK, &former, nullptr);
-    try {
-        call([this] { screen_ = Screen::configured(); });
-    } catch (...) {
-        shutDown();
-        throw;
-    }
 }
 
 GStreamerEngine::~GStreamerEngine() {
@@ -240,6 +257,10 @@ gboolean GStreamerEngine::releaseUnused(void* self) {
     const bool lingers = engine.lingering_.use_count() == 1;
     if (lingers && engine.hasLingered_) engine.lingering_.reset();
     engine.hasLingered_ = lingers;
+    // Pictures come and go on many threads, and the C library keeps what each has freed: twenty times what is in use.
+    if (engine.shown_.empty() && !engine.lingering_ &&
+        std::exchange(engine.trimmed_, engine.lastNumber_) != engine.lastNumber_)
+        malloc_trim(0);
     return G_SOURCE_CONTINUE;
 }
 
@@ -342,6 +363,7 @@ Sound GStreamerEngine::sound(const Terminal& terminal) const {
 const char* tvsaMediaEngineVersion() { return media::engineVersion; }
 
 media::Engine* tvsaMediaEngine() {
+    const media::BlockedSignals blocked; // the leak tracer starts a thread
     GError* problem = nullptr;
     if (!gst_init_check(nullptr, nullptr, &problem)) {
         const media::Owner<GError> owned(problem);

@@ -49,6 +49,7 @@ private:
         Owner<GSource> limit; // ends what takes too long to open
     };
 
+    void start();
     // Runs a function on the engine's thread, later or (call) before it returns.
     void post(std::function<void()> work) const;
     template <class Work> auto call(Work work) const;
@@ -73,6 +74,7 @@ private:
     std::map<std::uint64_t, Shown> shown_;
     std::map<Terminal, std::uint64_t> numbers_;
     std::uint64_t lastNumber_ = 0;
+    std::uint64_t trimmed_ = 0; // the last number when freed memory was last given back to the system
     struct Tuner {
         std::string transport;
         std::weak_ptr<Multiplex> multiplex; // which receives it, while anything uses it

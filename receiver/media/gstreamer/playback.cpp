@@ -427,16 +427,16 @@ void Playback::relink(TrackKind kind) {
 // ---- what happens ----
 
 // The first picture is shown when it is there, whenever it is due.
-GstPadProbeReturn Playback::showAtOnce(GstPad*, GstPadProbeInfo* info, void* self) {
+GstPadProbeReturn Playback::showAtOnce(GstPad*, GstPadProbeInfo* info, void*) {
     GstBuffer* const buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
     GST_BUFFER_PTS(buffer) = GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
     info->data = buffer;
-    static_cast<Playback*>(self)->sawBuffer();
     return GST_PAD_PROBE_REMOVE;
 }
 
 void Playback::showPicture(GstElement* sink, GstBuffer* buffer, GstPad* pad, void* self) {
     auto& playback = *static_cast<Playback*>(self);
+    playback.sawBuffer(); // not before: only now can a snapshot be taken
     std::shared_ptr<Window> window;
     {
         const thread_safety::LockGuard lock(playback.mutex_);
