@@ -81,7 +81,8 @@ constexpr std::uint64_t stepsPerByte = 1000;
 
 class Recorder : public Distributor::Receiver {
 public:
-    explicit Recorder(std::unordered_set<std::string>& expected) : expected_(expected) {}
+    explicit Recorder(const std::unordered_set<std::string>& expected, std::uint16_t tablePid = 0)
+        : expected_(expected), tablePid_(tablePid) {}
 
     void take(std::span<const std::uint8_t> packets) override {
         const Pause pause;
@@ -89,6 +90,8 @@ public:
         expect(!packets.empty() && packets.size() % packetSize == 0, "a receiver gets whole packets");
         for (; !packets.empty(); packets = packets.subspan(packetSize)) {
             const auto packet = packets.first(packetSize);
+            const int pid = (packet[1] & 0x1F) << 8 | packet[2];
+            if (pid != 0 && pid != tablePid_) bytes_ += packetSize;
             expect(packet[0] == media::syncByte && (packet[1] & 0x80) == 0, "a receiver gets valid packets");
             expect(expected_.contains(std::string(packet.begin(), packet.end())),
                    "a receiver gets packets of the stream, with the times of their round");
@@ -107,10 +110,31 @@ public:
     }
     void failed(const media::Outcome&) override { expect(false, "a stream does not fail by itself"); }
 
+    std::size_t bytes() const { return bytes_; } // but for tables
+
 private:
-    std::unordered_set<std::string>& expected_;
+    const std::unordered_set<std::string>& expected_;
+    const std::uint16_t tablePid_;
     bool begun_ = false;
+    std::size_t bytes_ = 0;
 };
+
+constexpr Distributor::Limits limits{16 * packetSize, 40 * packetSize};
+
+// What is kept is what new receivers get at once.
+void checkKept(Distributor& distributor, const std::unordered_set<std::string>& expected) {
+    const Pause pause;
+    std::size_t all = 0;
+    constexpr std::uint16_t looked = 16; // programs with low numbers
+    for (std::uint16_t number = 1; number < looked; ++number) {
+        Recorder recorder(expected, distributor.program(number).tablePid);
+        distributor.add(recorder, number);
+        distributor.remove(recorder);
+        expect(recorder.bytes() <= limits.program, "no more of a program is kept than its limit");
+        all += recorder.bytes();
+    }
+    expect(all <= limits.all, "no more of all programs is kept than their limit");
+}
 
 } // namespace
 
@@ -148,7 +172,6 @@ void distribution(Input input) {
     }
     const std::size_t tableBytes = costOf(programs, packets);
 
-    constexpr Distributor::Limits limits{16 * packetSize, 40 * packetSize};
     constexpr int rounds = 3;
     std::unordered_set<std::string> expected;
     Recorder first(expected), second(expected);
@@ -170,6 +193,7 @@ void distribution(Input input) {
         for (std::span<std::uint8_t> rest = copy; !rest.empty(); rest = rest.subspan(std::min(chunk, rest.size())))
             distributor.take(rest.first(std::min(chunk, rest.size())));
         if (i == 0) distributor.add(second, 1);
+        checkKept(distributor, expected);
         expect(!loops || distributor.beginAgain() == round.has_value(), "a stream loops when it has a clock");
         if (!round) break;
     }

@@ -42,7 +42,10 @@ def picture(pid, clock, more):
     """A part: a key frame with a clock in ticks, and more packets."""
     header = bytes.fromhex("000001e0000080000000000001b300")
     return (
-        bytes([3]) + struct.pack(">HBIB", pid, 0x40 | 0x20 | 0x10 | 0x80 | 15, clock >> 1, 0x50) + header + bytes([more])
+        bytes([3])
+        + struct.pack(">HBIB", pid, 0x40 | 0x20 | 0x10 | 0x80 | 15, clock >> 1, 0x50)
+        + header
+        + bytes([more])
     )
 
 
@@ -51,7 +54,7 @@ def transport_streams():
     names = section(0x11, 0x42, 7, bytes.fromhex("0001ff 0001 fd 8009 4807 01 01 41 03 4f6e65"))
     event = bytes.fromhex("03e9 e000000000 000005 8006 5504 64657505")
     events = section(0x12, 0x4E, 1, bytes.fromhex("000700010000") + event, 0)
-    for count in (1, 3):
+    for count, more in ((1, 3), (3, 13)):
         programs = [(number, 0x1000 + number, 0x100 * number) for number in range(1, count + 1)]
         entries = b"".join(struct.pack(">HH", number, 0xE000 | table) for number, table, _ in programs)
         parts = [section(0, 0, 7, entries)]
@@ -63,7 +66,7 @@ def transport_streams():
             parts.append(section(table, 2, number, streams))
         parts += [names, events]
         for clock in (0, 9_000, 18_000):
-            parts += [picture(pid, clock, count) for _, _, pid in programs]
+            parts += [picture(pid, clock, more) for _, _, pid in programs]
         yield f"programs-{count}", parts
 
 

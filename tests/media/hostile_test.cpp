@@ -1,14 +1,16 @@
 // Sources that are damaged, or mean harm: each is shown, refused or given up, and the receiver goes on.
 #include "hostile-server.h"
+#include "made-stream.h"
 #include "playing-receiver.h"
 
 #include <random>
+#include <sys/stat.h>
 
 namespace {
 
 using namespace playing_receiver;
 
-constexpr std::size_t packetSize = 188;
+using media::packetSize;
 
 std::string sampleBytes() {
     constexpr std::size_t enough = 2000 * packetSize; // about one second
@@ -92,7 +94,7 @@ private:
 class DamagedStreams : public HostileMedia, public testing::WithParamInterface<unsigned> {};
 
 TEST_P(DamagedStreams, AreShownOrRefusedAndTheReceiverGoesOn) {
-    constexpr unsigned each = 8;
+    constexpr unsigned each = 5;
     const unsigned first = GetParam() * each;
     for (unsigned i = first; i < first + each; ++i) {
         const std::string name = "damaged-" + std::to_string(i) + ".ts";
@@ -108,6 +110,168 @@ TEST_P(DamagedStreams, AreShownOrRefusedAndTheReceiverGoesOn) {
     endAll();
 }
 
-INSTANTIATE_TEST_SUITE_P(Forty, DamagedStreams, testing::Range(0U, 5U));
+INSTANTIATE_TEST_SUITE_P(Forty, DamagedStreams, testing::Range(0U, 8U));
+
+// A list of 10,000 programs, of which 256 have tables, and all streams of these tables come.
+std::string streamOfManyPrograms() {
+    constexpr std::size_t all = 10'000, perSection = 250, withTable = 256;
+    made_stream::MadeStream stream;
+    for (std::uint16_t round = 0; round < 20; ++round) {
+        for (std::size_t i = 0; i < all / perSection; ++i)
+            stream.list(1 + i * perSection, perSection,
+                        {.section = static_cast<std::uint8_t>(i), .last = all / perSection - 1});
+        for (std::uint16_t number = 1; number <= withTable; ++number)
+            stream.program(number, made_stream::Bytes(100, made_stream::video));
+        constexpr std::size_t ticks = 4500, clockPid = 0x100;
+        stream.clock(clockPid, round * ticks);
+        for (std::uint16_t pid = 0x20; pid < media::pidCount; pid = static_cast<std::uint16_t>(pid + 16))
+            if (pid < 0x1000) stream.keyFrame(pid);
+    }
+    return {stream.bytes.begin(), stream.bytes.end()};
+}
+
+// Sections that claim more than they have, or nothing at all.
+std::string streamOfWrongLengths() {
+    made_stream::MadeStream stream;
+    for (std::size_t round = 0; round < 50; ++round) {
+        stream.list(1, 1);
+        for (const std::size_t length : {0U, 1U, 8U, 9U, 1021U, 4093U, 4095U}) {
+            made_stream::Bytes section{2, static_cast<std::uint8_t>(0xB0 | length >> 8),
+                                       static_cast<std::uint8_t>(length)};
+            section.resize(400, 0xFE);
+            for (const std::uint16_t pid : std::initializer_list<std::uint16_t>{0, 0x11, 0x12, 0x1001})
+                stream.table(pid, section);
+        }
+        for (const std::uint8_t rest : std::initializer_list<std::uint8_t>{1, 182, 183, 255})
+            stream.packet(0x1001, true, {rest});
+        constexpr std::size_t ticks = 4500;
+        stream.clock(0x100, round * ticks);
+    }
+    return {stream.bytes.begin(), stream.bytes.end()};
+}
+
+TEST_F(HostileMedia, HasTooManyProgramsOrWrongTables) {
+    write("many.ts", streamOfManyPrograms());
+    write("lengths.ts", streamOfWrongLengths());
+    write("nothing.ts", std::string(100'000, '\x47'));
+    write("no-clock.ts", sampleBytes().substr(0, packetSize));
+    addChannel("dvb://many", file("many.ts"), 1);
+    addChannel("dvb://too-many", file("many.ts"), 9999);
+    for (const char* name : {"lengths", "nothing", "no-clock"})
+        addChannel(std::string("dvb://") + name, file(std::string(name) + ".ts"), 1);
+    startAll();
+    for (const char* name : {"many", "lengths", "nothing", "no-clock"}) {
+        attempt("1:0", std::string("dvb://") + name);
+        attempt("1:1", file(std::string(name) + ".ts"));
+    }
+    EXPECT_THAT(attempt("1:0", "dvb://too-many").error, HasSubstr("no such program"));
+    goesOn();
+    endAll();
+}
+
+// ---- files ----
+
+TEST_F(HostileMedia, IsAPlaylistThatNamesItselfOrNoFileAtAll) {
+    addChannel("dvb://pipe", file("pipe.ts"), 1);
+    addChannel("dvb://folder", file("."), 1);
+    startAll();
+    write("variants.m3u8", "#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=1\nvariants.m3u8\n");
+    write("segments.m3u8", "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nsegments.m3u8\n");
+    write("list.pls", "[playlist]\nFile1=list.pls\nNumberOfEntries=1\n");
+    ASSERT_EQ(::mkfifo((folder / "pipe.ts").c_str(), 0600), 0);
+    for (const std::string name : {"variants.m3u8", "segments.m3u8", "list.pls"})
+        EXPECT_NE(attempt("1:0", file(name)).exitCode, 0) << name;
+    for (const std::string name : {"pipe.ts", "."}) EXPECT_EQ(attempt("1:0", file(name)).exitCode, notShown) << name;
+    EXPECT_EQ(attempt("1:0", "file:///dev/zero").exitCode, notShown);
+    for (const char* channel : {"dvb://pipe", "dvb://folder"})
+        EXPECT_THAT(attempt("1:0", channel).error, HasSubstr("cannot open file"));
+    goesOn();
+    endAll();
+}
+
+// ---- servers ----
+
+std::string headers(std::size_t length, const std::string& type = "video/mp2t") {
+    return "HTTP/1.1 200 OK\r\nContent-Type: " + type + "\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n";
+}
+
+std::map<std::string, hostile::Server::Answer> misbehaviour() {
+    using hostile::Connection;
+    const std::string sample = sampleBytes();
+    const auto endless = [](const std::string& begin, const std::string& piece) {
+        return [begin, piece](const Connection& connection, const std::string&) {
+            if (connection.send(begin))
+                while (connection.send(piece)) {
+                }
+        };
+    };
+    constexpr std::size_t large = 1 << 16;
+    return {
+        {"/stalls", [](const Connection& connection, const std::string&) { connection.stall(); }},
+        {"/stalls-later",
+         [sample](const Connection& connection, const std::string&) {
+             connection.send(headers(sample.size()) + sample.substr(0, 3 * packetSize));
+             connection.stall();
+         }},
+        {"/closes", [](const Connection&, const std::string&) {}},
+        {"/redirects",
+         [](const Connection& connection, const std::string& path) {
+             connection.send("HTTP/1.1 302 Found\r\nLocation: " + path + "+\r\nContent-Length: 0\r\n\r\n");
+         }},
+        {"/too-short",
+         [sample](const Connection& connection, const std::string&) { connection.send(headers(100) + sample); }},
+        {"/too-long", [sample](const Connection& connection,
+                               const std::string&) { connection.send(headers(sample.size() * 10) + sample); }},
+        {"/endless-headers", endless("HTTP/1.1 200 OK\r\n", "X: " + std::string(large, 'x') + "\r\n")},
+        {"/endless-zeros", endless("HTTP/1.1 200 OK\r\n\r\n", std::string(large, '\0'))},
+        {"/endless-packets", endless("HTTP/1.1 200 OK\r\n\r\n",
+                                     [] {
+                                         made_stream::MadeStream stream;
+                                         stream.list(1, 1);
+                                         stream.program(1, {made_stream::video});
+                                         stream.picture(0x100, 500);
+                                         return std::string(stream.bytes.begin(), stream.bytes.end());
+                                     }())},
+        {"/variants.m3u8",
+         [](const Connection& connection, const std::string&) {
+             const std::string list = "#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=1\nvariants.m3u8\n";
+             connection.send(headers(list.size(), "application/vnd.apple.mpegurl") + list);
+         }},
+        {"/segments.m3u8",
+         [](const Connection& connection, const std::string&) {
+             const std::string list = "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nsegments.m3u8\n";
+             connection.send(headers(list.size(), "application/vnd.apple.mpegurl") + list);
+         }},
+        {"/good", [sample](const Connection& connection,
+                           const std::string&) { connection.send(headers(sample.size()) + sample); }},
+    };
+}
+
+TEST_F(HostileMedia, ComesFromAServerThatMisbehaves) {
+    hostile::Server server(misbehaviour());
+    startAll();
+    for (const char* path : {"/closes", "/redirects", "/too-short", "/too-long", "/endless-headers", "/endless-zeros",
+                             "/endless-packets", "/variants.m3u8", "/segments.m3u8", "/stalls-later", "/stalls"})
+        attempt("1:0", server.address(path));
+    play("1:0", server.address("/good"));
+    goesOn();
+    endAll();
+}
+
+// The requests are given up after 5 s, but the sources stay until they have had their time.
+TEST_F(HostileMedia, LeavesNothingWhenItNeverDelivers) {
+    hostile::Server server(misbehaviour());
+    startAll();
+    for (const char* terminal : {"1:0", "1:1"})
+        EXPECT_EQ(attempt(terminal, server.address("/stalls")).exitCode, givenUp);
+    EXPECT_GT(server.open(), 0);
+    EXPECT_TRUE(eventually([&] {
+        return server.open() == 0 &&
+               json::parse(tvctl({"--target", "mmserviced", "terminals", "--json"}).output).empty();
+    })) << mmService_->error();
+    EXPECT_THAT(mmService_->error(), HasSubstr("no connection: no picture or sound came within 10 s"));
+    goesOn();
+    endAll();
+}
 
 } // namespace

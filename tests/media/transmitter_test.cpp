@@ -254,10 +254,12 @@ Lines barsAt(const std::vector<int>& times, const std::string& name, int program
 }
 
 TEST(ABroadcast, ListsItsSubtitlesAndItsTeletext) {
-    EXPECT_THAT(textsIn("one.ts"), ElementsAre("One: subtitle 259 eng type 16 pages 1+1",
-                                               "One: subtitle 260 fra type 16 pages 1+1", "One: teletext 261 eng"));
+    EXPECT_THAT(textsIn("one.ts"),
+                ElementsAre("One: subtitle 259 eng type 16 pages 1+1", "One: subtitle 260 fra type 16 pages 1+1",
+                            "One: teletext 261 eng", "One: subtitle 261 eng type 16 pages 888+0"));
     EXPECT_THAT(textsIn("other.ts"),
-                ElementsAre("Sports: teletext 259 eng", "Movies: subtitle 515 eng type 16 pages 1+1"));
+                ElementsAre("Sports: teletext 259 eng", "Sports: subtitle 259 eng type 16 pages 888+0",
+                            "Movies: subtitle 515 eng type 16 pages 1+1"));
     EXPECT_THAT(pagesIn("one.ts"),
                 testing::AllOf(testing::SizeIs(testing::Ge(2)),
                                testing::Each(testing::AnyOf("eng type 1 page 1/0", "eng type 2 page 0/88"))));

@@ -15,7 +15,10 @@ class Seeds(unittest.TestCase):
         kinds = sorted(file.stem for file in (ROOT / "tests" / "golden").glob("*.json"))
         names = collections.Counter((target, name) for target, name, _ in seeds.seeds(kinds))
         self.assertEqual([seed for seed, number in names.items() if number > 1], [])
-        others = "channel-list encode endian-tables frames handshake json shell-lines tls-before tls-inside uris"
+        others = (
+            "channel-list distribution encode endian-tables frames handshake json packets shell-lines table-sections "
+            "tls-before tls-inside uris"
+        )
         self.assertEqual({target for target, _ in names}, {*kinds, *others.split()})
 
 

@@ -37,7 +37,10 @@ public:
         return tracks;
     }
     media::StreamCounts streamCounts(const media::Source&) const override { return {}; }
-    std::optional<std::int32_t> rating(const media::Source&) const override { return age; }
+    std::optional<std::int32_t> rating(const media::Source&) const override {
+        const std::lock_guard lock(mutex_);
+        return age_;
+    }
     tvservice::TvServiceTunerStatusMessage_t tuning(const Terminal&, const media::Source&) const override { return {}; }
     tvservice::TvServiceTunerResult_t signal(const Terminal& terminal) const override {
         tvservice::TvServiceTunerResult_t signal;
@@ -60,12 +63,16 @@ public:
         report(number, &media::Events::opened, Outcome{outcome, {}});
     }
 
-    std::optional<std::int32_t> age;
+    void rate(std::optional<std::int32_t> age) {
+        const std::lock_guard lock(mutex_);
+        age_ = age;
+    }
 
 private:
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     std::condition_variable opened_;
     std::deque<media::Events> sources_;
+    std::optional<std::int32_t> age_;
 };
 
 // The answers in TvServiceInfo notifications, as "TYPE:ID RESULT".
@@ -99,10 +106,8 @@ TEST_F(TvServiceWithAnEngine, AnswersWithTheReasonAndShowsNothing) {
 
 TEST_F(TvServiceWithAnEngine, AnswersAListOnceAllItsSourcesAreShownOrHaveFailed) {
     std::vector<tvservice::TvServiceReq_t> requests(2);
-    for (int i = 0; i < 2; ++i) {
-        requests[i].terminal = {i, 0};
-        requests[i].uri = "dvb://1.1.1";
-    }
+    requests[1].terminal = {1, 0};
+    for (auto& request : requests) request.uri = "dvb://1.1.1";
     requester->send<messages::TvServiceReq>(requests);
     engine.open(1, result::notMedia);
     EXPECT_THAT(namesOf(requester->received()), Not(Contains("TvServiceInfo")));
@@ -154,14 +159,14 @@ TEST_F(TvServiceWithAnEngine, ShowsOnALockedTerminalOnlyWhatIsKnownToBeForYounge
     const std::string locked = "0:0 " + std::to_string(result::locked);
     const auto answersToAPlay = [&](std::optional<std::int32_t> age) {
         discard();
-        engine.age = age;
+        engine.rate(age);
         requester->play(0, 0, "dvb://1.1.1");
         return answersIn(requester->receivedUntil("TvServiceInfo"));
     };
     EXPECT_THAT(answersToAPlay(std::nullopt), ElementsAre(locked));
     EXPECT_THAT(answersToAPlay(16), ElementsAre(locked));
     discard();
-    engine.age = 15;
+    engine.rate(15);
     requester->play(0, 0, "dvb://1.1.1");
     engine.open(0);
     EXPECT_THAT(answersIn(requester->receivedUntil("TvServiceInfo")), ElementsAre("0:0 0"));

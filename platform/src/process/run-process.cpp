@@ -112,7 +112,8 @@ private:
             return;
         }
         const auto nanoseconds = std::chrono::nanoseconds(*manager_.longestSilence() / beatsPerSilence).count();
-        const timespec interval{nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
+        const timespec interval{static_cast<std::time_t>(nanoseconds / 1'000'000'000),
+                                static_cast<long>(nanoseconds % 1'000'000'000)};
         while (sigtimedwait(&signals_, nullptr, &interval) < 0)
             if (errno == EAGAIN && heartBeats_) heartbeat_.beat();
     }

@@ -20,6 +20,8 @@ namespace {
 
 // How often what nothing uses is released: windows at once, the input at the second time.
 constexpr guint releaseInterval = 5; // seconds
+// How long a source may take to deliver its first picture. Longer than a request waits: its answer may come late.
+constexpr guint longestOpening = 10; // seconds
 
 // Signals are for the process's own threads: threads that are started meanwhile get none.
 class BlockedSignals {
@@ -47,6 +49,11 @@ struct Conflict : Error {
 void GStreamerEngine::post(std::function<void()> work) const {
     GSource* const source = g_idle_source_new();
     g_source_set_priority(source, G_PRIORITY_DEFAULT);
+    runOnce(source, std::move(work));
+    g_source_unref(source);
+}
+
+void GStreamerEngine::runOnce(GSource* source, std::function<void()> work) const {
     g_source_set_callback(
         source,
         [](void* context) {
@@ -56,7 +63,6 @@ void GStreamerEngine::post(std::function<void()> work) const {
         new std::function<void()>(std::move(work)),
         [](void* context) { delete static_cast<std::function<void()>*>(context); });
     g_source_attach(source, context_);
-    g_source_unref(source);
 }
 
 template <class Work> auto GStreamerEngine::call(Work work) const {
@@ -131,6 +137,11 @@ void GStreamerEngine::begin(const Terminal& terminal, const Source& source, Even
     shown.source = source;
     shown.events = std::move(events);
     numbers_[terminal] = number;
+    shown.limit.reset(g_timeout_source_new_seconds(longestOpening));
+    runOnce(shown.limit.get(), [this, number] {
+        over(number,
+             {result::noConnection, "no picture or sound came within " + std::to_string(longestOpening) + " s"});
+    });
     try {
         const auto postIfOpen = [this, number](std::function<void()> work) {
             post([this, number, work = std::move(work)] {
@@ -155,6 +166,7 @@ void GStreamerEngine::begin(const Terminal& terminal, const Source& source, Even
 void GStreamerEngine::opened(std::uint64_t number) {
     const auto shown = shown_.find(number);
     if (shown == shown_.end()) return;
+    shown->second.limit.reset();
     if (const auto tell = std::exchange(shown->second.events.opened, {})) tell({});
 }
 

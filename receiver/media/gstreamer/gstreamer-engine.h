@@ -46,12 +46,14 @@ private:
         Source source;
         Events events; // opened: empty once it has been called
         std::unique_ptr<Playback> playback;
+        Owner<GSource> limit; // ends what takes too long to open
     };
 
     void start();
     // Runs a function on the engine's thread, later or (call) before it returns.
     void post(std::function<void()> work) const;
     template <class Work> auto call(Work work) const;
+    void runOnce(GSource* source, std::function<void()> work) const;
 
     // On the engine's thread.
     void begin(const Terminal& terminal, const Source& source, Events events);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <filesystem>
 #include <gst/app/gstappsink.h>
 #include <utility>
 
@@ -103,6 +104,14 @@ Multiplex::Multiplex(const std::string& transport)
     gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, this, nullptr);
     const Owner<GstBus> bus(gst_element_get_bus(pipeline_.get()));
     gst_bus_set_sync_handler(bus.get(), takeMessage, this, nullptr);
+    std::error_code error;
+    const std::filesystem::path path = loops_ ? transport.substr(fileScheme.size()) : std::string();
+    // To open a pipe or a device may take for ever.
+    if (loops_ && std::filesystem::exists(path, error) && !std::filesystem::is_regular_file(path, error)) {
+        const thread_safety::LockGuard lock(mutex_);
+        distributor_.fail({result::cannotOpenFile, "not a regular file: " + path.string()});
+        return;
+    }
     gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING); // a failure comes as a message
 }
 

@@ -5,6 +5,7 @@
 #include "packet.h"
 
 #include <ov/uri.h>
+#include <tvservice-adapter/service/log.h>
 #include <tvservice-adapter/service/mm-uris.h>
 #include <tvservice/values.h>
 
@@ -247,7 +248,13 @@ void Playback::addOverlays(const Program& program) {
             const thread_safety::LockGuard lock(mutex_);
             if (areBitmaps ? bitmaps_ : text_) continue;
         }
-        GstElement* const overlay = add(TrackKind::video, areBitmaps ? "dvbsuboverlay" : "textoverlay");
+        GstElement* overlay = nullptr;
+        try {
+            overlay = add(TrackKind::video, areBitmaps ? "dvbsuboverlay" : "textoverlay");
+        } catch (const MissingElement& error) { // the picture is shown all the same
+            SERVICE_LOG(vdlDebugProgress, "no subtitles: %s\n", error.what());
+            continue;
+        }
         if (!areBitmaps) g_object_set(overlay, "wait-text", FALSE, nullptr);
         const thread_safety::LockGuard lock(mutex_);
         (areBitmaps ? bitmaps_ : text_) = overlay;
