@@ -21,7 +21,7 @@ struct Target {
 
 // All of them, those of the messages first, in the order of the services' lists.
 const std::vector<Target>& targets();
-// Those that this build leaves out, for want of libraries; the corpus has them, too.
+// Those that this build leaves out, because libraries are missing. The corpus has them, too.
 const std::vector<std::string>& targetsLeftOut();
 
 // The targets by file.

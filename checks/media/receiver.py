@@ -11,7 +11,7 @@ from tvservice import Error, Shell
 from tvservice.local import LocalReceiver
 
 SERVICES = {"tvserviced": "TV service", "mmserviced": "MM service"}
-# What has no source any more ends within this time: an input lingers for up to two periods of ten seconds, and idle
+# What has no source any more ends within this time: an input lingers for up to two periods of five seconds, and idle
 # threads of GLib end after fifteen.
 QUIET, QUIET_LIMIT = 16, 90  # seconds
 

@@ -37,7 +37,7 @@ def make_files(transmitter, folder, seconds):
     making = [
         subprocess.Popen(
             [transmitter, "--stream", str(stream), "--seconds", str(seconds), folder / f"{stream}.ts"],
-            stderr=subprocess.DEVNULL,  # an encoder prints an error that is none
+            stderr=subprocess.DEVNULL,  # one encoder prints a harmless message
             env={**os.environ, "ASAN_OPTIONS": "detect_leaks=0"},  # the encoders' leaks are not judged here
         )
         for stream in PROGRAMS

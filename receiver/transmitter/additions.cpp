@@ -14,7 +14,8 @@ namespace {
 
 constexpr std::uint64_t ticksPerSecond = 90'000;
 
-// Texts change in steps. A subtitle is shown for eight of ten steps, and again for whoever joins later.
+// Texts change once in a step. A subtitle is shown for eight of ten steps. A receiver that joins gets the next one
+// whole.
 constexpr std::uint64_t ticksPerStep = ticksPerSecond / 5, stepsPerSubtitle = 10, stepsShown = 8;
 
 std::string upper(std::string text) {

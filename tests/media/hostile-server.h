@@ -26,7 +26,7 @@ public:
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
-    // The path of the request; empty when there is none.
+    // The path of the request, or an empty text without one.
     std::string request() const {
         std::string text;
         char bytes[4096];

@@ -14,7 +14,7 @@ using testing::HasSubstr;
 
 constexpr int notShown = 7, givenUp = 8; // exit codes
 
-// The channels dvb://one, two and news are on the air, from one file; the others have something wrong.
+// The channels dvb://one, dvb://two and dvb://news are the programs of one file. None of the others can be shown.
 class PlayingReceiver : public Programs {
 protected:
     PlayingReceiver() : list_((folder / "channels.toml").string()) {

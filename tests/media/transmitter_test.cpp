@@ -94,7 +94,7 @@ Lines pagesIn(const std::string& name) {
     return lines;
 }
 
-// "PROGRAM'S NUMBER: EVENT RATING" of what is on now or next.
+// "PROGRAM'S NUMBER: EVENT RATING" of the current and the next events.
 class Events {
 public:
     explicit Events(const std::string& name) : decoder_(dvbpsi_new(nullptr, DVBPSI_MSG_NONE)) {

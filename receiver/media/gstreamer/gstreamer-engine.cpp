@@ -126,7 +126,6 @@ void GStreamerEngine::close(const Terminal& terminal) {
 }
 
 void GStreamerEngine::begin(const Terminal& terminal, const Source& source, Events events) {
-    Output output = screen_->outputOf(terminal); // before the window of what it showed is left
     end(terminal);
     if (source.isChannel && source.transport.empty())
         return events.opened({result::noSource, "the channel list names no source of " + source.uri});
@@ -149,10 +148,10 @@ void GStreamerEngine::begin(const Terminal& terminal, const Source& source, Even
             });
         };
         shown.playback = std::make_unique<Playback>(
-            source, multiplexOf(source), std::move(output), context_, postIfOpen,
+            source, multiplexOf(source), screen_->outputOf(terminal), context_, postIfOpen,
             Playback::Events{.shown = [this, number] { opened(number); },
                              .tracks = [this, number] { report(number, &Events::tracks); },
-                             .signal = [this, number](bool) { report(number, &Events::signal); },
+                             .signal = [this, number] { report(number, &Events::signal); },
                              .over = [this, number](const Outcome& outcome) { over(number, outcome); }});
     } catch (const Conflict& error) {
         over(number, {result::noTuner, error.what()});

@@ -34,7 +34,7 @@ public:
 
     // Not known before its table has come.
     Program program(std::uint16_t number) const;
-    // Strength and quality in percent; a file or the network has none: all of what is sent comes, or nothing.
+    // Strength and quality in percent. Files and the network do not measure them: 100 while something comes.
     struct Signal {
         bool present = false; // it has received something lately
         std::int32_t strength = 0, quality = 0;

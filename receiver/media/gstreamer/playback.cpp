@@ -202,7 +202,7 @@ void Playback::buildTestPicture(const std::string& name) {
 
 // ---- linking ----
 
-// Adds an element that is part of what is decoded of a kind.
+// Adds an element to what decodes a kind.
 GstElement* Playback::add(TrackKind kind, const char* factory) {
     GstElement* const element = addElement(pipeline_.get(), factory);
     const thread_safety::LockGuard lock(mutex_);
@@ -398,15 +398,18 @@ std::vector<Owner<GstPad>> Playback::pads() const {
 // Ends what is decoded of a kind, without blocking the demuxer: it drops what it cannot pass on.
 void Playback::unlink(TrackKind kind) {
     std::uint16_t pid = 0;
+    GstElement *bitmaps = nullptr, *text = nullptr;
     {
         const thread_safety::LockGuard lock(mutex_);
         pid = std::exchange(branch(kind).pid, std::uint16_t{0});
         if (kind == TrackKind::video) picture_ = bitmaps_ = text_ = nullptr;
         if (kind == TrackKind::teletext) page_ = nullptr;
-        // What is drawn would stay otherwise.
-        if (kind == TrackKind::subtitle && bitmaps_) g_object_set(bitmaps_, "enable", FALSE, nullptr);
-        if (kind == TrackKind::subtitle && text_) g_object_set(text_, "silent", TRUE, nullptr);
+        bitmaps = bitmaps_;
+        text = text_;
     }
+    // What is drawn would stay otherwise. Without the mutex: elements have locks of their own.
+    if (kind == TrackKind::subtitle && bitmaps) g_object_set(bitmaps, "enable", FALSE, nullptr);
+    if (kind == TrackKind::subtitle && text) g_object_set(text, "silent", TRUE, nullptr);
     for (const auto& pad : pads())
         if (pid != 0 && pidOf(pad.get()) == pid)
             if (const Owner<GstPad> peer(gst_pad_get_peer(pad.get())); peer) gst_pad_unlink(pad.get(), peer.get());
@@ -516,9 +519,9 @@ void Playback::changed() {
     });
 }
 
-void Playback::signal(bool present) {
-    post_([this, present] {
-        if (!over_) events_.signal(present);
+void Playback::signal(bool) {
+    post_([this] {
+        if (!over_) events_.signal();
     });
 }
 

@@ -27,9 +27,9 @@ public:
     // Runs a function later on the engine's thread, unless the playback has ended by then. From any thread.
     using Post = std::function<void(std::function<void()>)>;
     struct Events {
-        std::function<void()> shown;      // the first picture or sound is decoded; once
-        std::function<void()> tracks;     // of a channel have changed
-        std::function<void(bool)> signal; // the input of a channel receives nothing any more, or something again
+        std::function<void()> shown;  // the first picture or sound is decoded; once
+        std::function<void()> tracks; // of a channel have changed
+        std::function<void()> signal; // the input of a channel receives nothing any more, or something again
         // The source is at its end (result::done) or has failed; once. Nothing happens afterwards.
         std::function<void(const Outcome&)> over;
     };
@@ -80,7 +80,6 @@ private:
     GstElement* addPictureSink(TrackKind kind);
     void unlink(TrackKind kind);
     void relink(TrackKind kind);
-    void shut(TrackKind kind);
     std::vector<Owner<GstPad>> pads() const;
 
     Program program() const { return multiplex_->program(program_); }
