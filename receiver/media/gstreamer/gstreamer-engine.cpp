@@ -79,7 +79,12 @@ GStreamerEngine::GStreamerEngine()
       tuners_(host::numberIn(*host::setting("media.tuners"))) {
     start();
     try {
-        call([this] { screen_ = Screen::configured(); });
+        call([this] {
+            screen_ = Screen::configured();
+            release_.reset(g_timeout_source_new_seconds(releaseInterval));
+            g_source_set_callback(release_.get(), releaseUnused, this, nullptr);
+            g_source_attach(release_.get(), context_);
+        });
     } catch (...) {
         shutDown();
         throw;
@@ -91,9 +96,6 @@ void GStreamerEngine::start() {
     thread_ = std::thread([this] {
         pthread_setname_np(pthread_self(), "media");
         g_main_context_push_thread_default(context_);
-        const Owner<GSource> timer(g_timeout_source_new_seconds(releaseInterval));
-        g_source_set_callback(timer.get(), releaseUnused, this, nullptr);
-        g_source_attach(timer.get(), context_);
         g_main_loop_run(loop_);
         g_main_context_pop_thread_default(context_);
     });
@@ -108,6 +110,7 @@ GStreamerEngine::~GStreamerEngine() {
 void GStreamerEngine::shutDown() {
     if (!thread_.joinable()) return;
     call([this] {
+        release_.reset(); // it uses the screen
         shown_.clear();
         numbers_.clear();
         lingering_.reset();

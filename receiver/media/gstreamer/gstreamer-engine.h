@@ -84,6 +84,7 @@ private:
     std::shared_ptr<Multiplex> lingering_;
     bool hasLingered_ = false;
     std::unique_ptr<Screen> screen_;
+    Owner<GSource> release_; // calls releaseUnused while there is a screen
     std::thread thread_;
 };
 

@@ -1,4 +1,4 @@
-"""Tests the report of `./dev test` about skipped tests."""
+"""Tests the report of `./dev test` about skipped and failed tests."""
 
 import pathlib
 import subprocess
@@ -8,7 +8,7 @@ import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / ".ci"))
-import skipped
+import test_results
 
 GTEST = r"""Running main() from gtest_main.cc
 [ RUN      ] Shell.IsOfAnotherUser
@@ -21,7 +21,7 @@ only root can be another user
   YOU HAVE 1 DISABLED TEST
 """
 PROJECT = r"""cmake_minimum_required(VERSION 3.25)
-project(skipped NONE)
+project(results NONE)
 enable_testing()
 add_test(NAME passes COMMAND sh -c "echo fine")
 add_test(NAME fails COMMAND false)
@@ -35,9 +35,33 @@ add_test(NAME is-off COMMAND true)
 set_tests_properties(is-off PROPERTIES DISABLED ON)
 add_test(NAME has-no-program COMMAND /none)
 """
+FAILED = r"""[ RUN      ] Pictures.AreShown
+much that it did before
+pictures_test.cpp:12: Failure
+Value of: picture
+  Actual: false
+
+[  FAILED  ] Pictures.AreShown (0 ms)
+"""
 
 
-class Skipped(unittest.TestCase):
+class Results(unittest.TestCase):
+    def test_shows_what_a_failed_test_expected(self):
+        self.assertEqual(
+            test_results.shortened(FAILED),
+            [
+                "pictures_test.cpp:12: Failure",
+                "Value of: picture",
+                "  Actual: false",
+                "[  FAILED  ] Pictures.AreShown (0 ms)",
+            ],
+        )
+
+    def test_shows_the_end_of_what_a_test_printed_that_names_no_failure(self):
+        lines = [f"line {number}" for number in range(100)]
+        self.assertEqual(test_results.shortened("\n".join(lines)), lines[-test_results.LINES_OF_A_FAILURE :])
+        self.assertEqual(test_results.shortened("killed\n"), ["killed"])
+
     def test_names_each_skipped_test_and_its_reason(self):
         with tempfile.TemporaryDirectory() as temporary:
             folder = pathlib.Path(temporary)
@@ -48,7 +72,7 @@ class Skipped(unittest.TestCase):
                 ["ctest", "--test-dir", folder, "--output-junit", "test.xml"], capture_output=True, check=False
             )
             self.assertEqual(
-                dict(skipped.skipped(folder / "test.xml")),
+                dict(test_results.skipped(folder / "test.xml")),
                 {
                     "returns": "no compiler",
                     "prints": "only root can be another user",
@@ -56,6 +80,7 @@ class Skipped(unittest.TestCase):
                     "is-off": "disabled",
                 },
             )
+            self.assertEqual([name for name, _ in test_results.failed(folder / "test.xml")], ["fails"])
 
 
 if __name__ == "__main__":
