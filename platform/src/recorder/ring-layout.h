@@ -24,7 +24,7 @@ struct FileHeader {
     char boot[40], process[64], release[64];
     std::uint32_t ended; // 1 once the process has ended in an orderly way
     std::uint32_t padding;
-    // The address after the last record that is written, and after the last one that is or is being written.
+    // The address after the last record that is written, and after the last page that is or is being begun.
     std::uint64_t written, reserved;
 };
 static_assert(sizeof(FileHeader) == 232);

@@ -20,7 +20,6 @@
 namespace host::recorder {
 namespace {
 
-
 std::int64_t nanosecondsOf(clockid_t clock) {
     timespec now{};
     clock_gettime(clock, &now);
@@ -93,29 +92,31 @@ Ring::~Ring() { munmap(header_, (count_ + 1) * pageBytes); }
 
 void Ring::markEnded() noexcept { publish(header_->ended, std::uint32_t{1}, std::memory_order_release); }
 
-char* Ring::at(std::uint64_t address) {
-    return pages_ + address / bodyBytes % count_ * pageBytes + sizeof(PageHeader) + address % bodyBytes;
-}
-
 // first: the address of the first record that begins in the page, or beyond it.
-void Ring::beginPage(std::uint64_t number, std::uint64_t first) {
+void Ring::beginPage(std::uint64_t first) {
+    const std::uint64_t number = begun_++;
     const PageHeader header{
         .number = number,
         .dateOffset = nanosecondsOf(CLOCK_REALTIME) - nanosecondsOf(CLOCK_MONOTONIC),
         .first = static_cast<std::uint32_t>(std::min<std::uint64_t>(first - number * bodyBytes, bodyBytes)),
         .padding = 0};
-    std::memcpy(pages_ + number % count_ * pageBytes, &header, sizeof header);
+    char* const page = pages_ + number % count_ * pageBytes;
+    std::memcpy(page, &header, sizeof header);
+    next_ = page + sizeof header;
+    room_ = bodyBytes;
 }
 
-void Ring::write(std::uint64_t address, const void* bytes, std::size_t count) {
+void Ring::write(const void* bytes, std::size_t count) {
     const char* from = static_cast<const char*>(bytes);
-    while (count > 0) {
-        const std::size_t here = std::min<std::size_t>(count, bodyBytes - address % bodyBytes);
-        std::memcpy(at(address), from, here);
-        from += here;
-        address += here;
-        count -= here;
+    while (count > room_) {
+        std::memcpy(next_, from, room_);
+        from += room_;
+        count -= room_;
+        beginPage(end_);
     }
+    std::memcpy(next_, from, count);
+    next_ += count;
+    room_ -= count;
 }
 
 void Ring::add(EventKind kind, std::uint8_t flags, std::uint64_t number, std::string_view name, std::string_view data,
@@ -139,19 +140,21 @@ void Ring::add(EventKind kind, std::uint8_t flags, std::uint64_t number, std::st
     header.time = nanosecondsOf(CLOCK_MONOTONIC); // under the lock: records are in the order of their times
     const std::uint64_t begin = end_;
     end_ += sizeof header + aligned(bytes);
-    publish(header_->reserved, end_, std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_seq_cst); // readers see this before any page is overwritten
-    for (; begun_ * bodyBytes < end_; ++begun_) beginPage(begun_, begun_ * bodyBytes <= begin ? begin : end_);
-    // The first word comes last.
-    constexpr std::size_t word = sizeof header.word;
-    write(begin + word, reinterpret_cast<const char*>(&header) + word, sizeof header - word);
-    std::uint64_t address = begin + sizeof header;
-    for (const std::string_view part : {name, data, more}) {
-        write(address, part.data(), part.size());
-        address += part.size();
+    if (end_ > begun_ * bodyBytes) {
+        publish(header_->reserved, (end_ + bodyBytes - 1) / bodyBytes * bodyBytes, std::memory_order_relaxed);
+        std::atomic_thread_fence(std::memory_order_seq_cst); // readers see this before a page is overwritten
+        if (room_ == 0) beginPage(begin);
     }
-    publish(*reinterpret_cast<std::uint64_t*>(at(begin)), wordOf(begin, static_cast<std::uint32_t>(bytes)),
-            std::memory_order_release);
+    auto& word = *reinterpret_cast<std::uint64_t*>(next_);
+    next_ += sizeof word;
+    room_ -= sizeof word;
+    write(reinterpret_cast<const char*>(&header) + sizeof word, sizeof header - sizeof word);
+    write(name.data(), name.size());
+    write(data.data(), data.size());
+    write(more.data(), more.size());
+    static constexpr char padding[8]{};
+    write(padding, aligned(bytes) - bytes);
+    publish(word, wordOf(begin, static_cast<std::uint32_t>(bytes)), std::memory_order_release);
     publish(header_->written, end_, std::memory_order_release);
 }
 

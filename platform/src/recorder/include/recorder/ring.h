@@ -35,9 +35,8 @@ public:
     void markEnded() noexcept;
 
 private:
-    void beginPage(std::uint64_t number, std::uint64_t first) TVSA_REQUIRES(mutex_);
-    void write(std::uint64_t address, const void* bytes, std::size_t count) TVSA_REQUIRES(mutex_);
-    char* at(std::uint64_t address) TVSA_REQUIRES(mutex_);
+    void beginPage(std::uint64_t first) TVSA_REQUIRES(mutex_);
+    void write(const void* bytes, std::size_t count) TVSA_REQUIRES(mutex_);
 
     thread_safety::Mutex mutex_;
     io::FileDescriptor file_; // locked: readers and the next process see that this one lives
@@ -46,6 +45,8 @@ private:
     std::uint64_t count_;                             // of pages
     std::uint64_t end_ TVSA_GUARDED_BY(mutex_) = 0;   // the address after the last record
     std::uint64_t begun_ TVSA_GUARDED_BY(mutex_) = 0; // pages, ever
+    char* next_ TVSA_GUARDED_BY(mutex_) = nullptr;    // in the last page, where so many bytes are left:
+    std::size_t room_ TVSA_GUARDED_BY(mutex_) = 0;
 };
 
 } // namespace host::recorder
