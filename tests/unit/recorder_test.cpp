@@ -336,13 +336,15 @@ protected:
 
 TEST_F(ARecorder, SaysThatTheProcessBeforeDidNotEndAndKeepsItsRing) {
     EXPECT_EQ(inAProcess([] { host::recorder::record(EventKind::line, 1, "module", "the last line"); }), "");
-    EXPECT_THAT(inAProcess([] {}), testing::ContainsRegex("process [0-9]+ did not end in an orderly way; it recorded "
-                                                          "its last event at 20[-0-9T:]+Z; tvctl record --last"));
-    RingReader before(ring + ".1");
+    EXPECT_THAT(inAProcess([] { host::recorder::end(); }),
+                testing::ContainsRegex("process [0-9]+ did not end in an orderly way; it recorded its last event at "
+                                       "20[-0-9T:]+Z; .*/recordings/service.ring.killed has what it did last"));
+    inAProcess([] { host::recorder::end(); });
+    RingReader before(ring + ".killed");
     const auto events = all(before);
     EXPECT_EQ(events.front().data, "service 1.2 began");
     EXPECT_EQ(events.back().data, "the last line");
-    EXPECT_THAT(host::ringsIn(host::ringFolder()), ElementsAre(ring, ring + ".1"));
+    EXPECT_THAT(host::ringsIn(host::ringFolder()), ElementsAre(ring, ring + ".1", ring + ".killed"));
 }
 
 TEST_F(ARecorder, SaysNothingOfAProcessThatEnded) {

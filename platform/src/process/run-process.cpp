@@ -142,6 +142,8 @@ void startRecording() noexcept {
         const std::string news = recorder::start(size, TVSA_VERSION);
         debug::recordUpTo(vdlDebugProgress);
         if (!news.empty()) HOST_LOG(frame, vdlDebugWarning, "%s\n", news.c_str());
+    } catch (const recorder::InUse& error) { // what else they share shows that better
+        HOST_LOG(frame, vdlDebugProgress, "this process does not record what it does: %s\n", error.what());
     } catch (const std::exception& error) {
         HOST_LOG(frame, vdlDebugWarning, "this process does not record what it does: %s\n", textOf(error));
     }

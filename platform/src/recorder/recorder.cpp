@@ -28,13 +28,20 @@ std::string fileNameOf(std::string process) {
     return process + ".ring";
 }
 
-// What is known of a process that left its ring behind; empty when it ended in an orderly way, or the file says
-// nothing.
+// Also of a file that says nothing about it.
+bool hasEndedOrderly(const std::string& file) {
+    try {
+        return RingReader(file).info().hasEnded;
+    } catch (const RingError&) {
+        return true;
+    }
+}
+
+// What is known of a process that left its ring behind.
 std::string endOf(const std::string& file) {
     try {
         RingReader reader(file);
         const RingInfo info = reader.info();
-        if (info.hasEnded) return {};
         std::int64_t last = info.begin;
         for (RecordedEvent event; reader.next(event);) last = event.date;
         const std::time_t seconds = last / 1'000'000'000;
@@ -43,23 +50,24 @@ std::string endOf(const std::string& file) {
         char time[32];
         std::strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%SZ", &utc);
         return "process " + std::to_string(info.pid) +
-               " did not end in an orderly way; it recorded its last event at " + time +
-               "; tvctl record --last writes what it recorded to a file";
+               " did not end in an orderly way; it recorded its last event at " + time + "; " + file +
+               " has what it did last";
     } catch (const RingError&) {
         return {};
     }
 }
 
-// Keeps the ring of the process before. Throws if that still runs.
+// Keeps the ring of the process before: that of one that was killed until the next one is, however often others start
+// and end in between. Returns what to tell of it. Throws if it still runs.
 std::string moveAway(const std::string& file) {
     const io::FileDescriptor former(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     if (!former && errno == ENOENT) return {};
     if (!former) fail(file, errno);
-    if (flock(former.get(), LOCK_EX | LOCK_NB) != 0)
-        throw std::runtime_error(file + ": another process of this name records there");
-    const std::string kept = file + ".1";
+    if (flock(former.get(), LOCK_EX | LOCK_NB) != 0) throw InUse(file + ": another process of this name records there");
+    const bool hasEnded = hasEndedOrderly(file);
+    const std::string kept = file + (hasEnded ? ".1" : ".killed");
     if (std::rename(file.c_str(), kept.c_str()) != 0) fail(file, errno);
-    return endOf(kept);
+    return hasEnded ? "" : endOf(kept);
 }
 
 } // namespace

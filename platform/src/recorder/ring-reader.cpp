@@ -20,6 +20,7 @@ namespace {
 using namespace recorder;
 
 constexpr std::size_t mostRings = 256;
+constexpr const char* ringNames[] = {".ring", ".ring.1", ".ring.killed"};
 // A gibibyte: no process keeps as much. It bounds what a hostile file makes a reader look at.
 constexpr std::uint64_t mostPages = 1024 * 1024 * 1024 / pageBytes;
 
@@ -204,7 +205,8 @@ std::vector<std::string> ringsIn(const std::string& folder) {
     for (auto entry = std::filesystem::directory_iterator(folder, error);
          !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
         const std::string name = entry->path().filename();
-        if (name.ends_with(".ring") || name.ends_with(".ring.1")) rings.push_back(entry->path());
+        const auto isRing = [&](const char* end) { return name.ends_with(end); };
+        if (std::ranges::any_of(ringNames, isRing)) rings.push_back(entry->path());
         if (rings.size() == mostRings) break;
     }
     std::ranges::sort(rings);

@@ -54,8 +54,9 @@ private:
 
 // The folder of the rings: "recordings" in the runtime folder. It need not exist.
 std::string ringFolder();
-// The rings in a folder: NAME.ring of the processes that run or ended last, NAME.ring.1 of those before them. Empty
-// when there is no such folder. At most 256, sorted by name.
+// The rings in a folder: NAME.ring of the processes that run or ended last, NAME.ring.1 of those before them, and
+// NAME.ring.killed of the last ones that did not end in an orderly way. Empty when there is no such folder. At most
+// 256, sorted by name.
 std::vector<std::string> ringsIn(const std::string& folder);
 
 } // namespace host

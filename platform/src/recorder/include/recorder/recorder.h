@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -24,9 +25,14 @@ inline void recordMessage(std::uint8_t flags, std::uint64_t connection, std::str
     if (Ring* const ring = recorder::ring()) ring->add(EventKind::message, flags, connection, service, header, body);
 }
 
+class InUse : public std::runtime_error {
+public:
+    using runtime_error::runtime_error;
+};
+
 // Begins to record in the folder of the rings, under the name of the process. Once per process, for its whole life.
 // Returns what is worth a line of the log: of the process of that name before, when it did not end in an orderly way.
-// Throws std::runtime_error when the process cannot record.
+// Throws InUse when that still runs, and std::runtime_error when the process cannot record.
 std::string start(std::size_t bytes, const std::string& version);
 // The process ends in an orderly way. What happens afterwards is recorded, too.
 void end() noexcept;
