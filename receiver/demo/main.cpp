@@ -28,7 +28,7 @@ void requestStop(int) { stopRequested = 1; }
 
 struct Options {
     receiver::Places places;
-    bool withShell = false, withDetails = false, withWindows = false, simulated = false;
+    bool withShell = false, withDetails = false, withWindows = false, onWholeScreen = false, simulated = false;
     std::filesystem::path sheet = "tvsa-demonstration.html";
 };
 
@@ -44,9 +44,12 @@ std::unique_ptr<demo::Broadcasts> broadcastFor(receiver::ReceiverKit& kit, const
     try {
         auto broadcasts = std::make_unique<demo::Broadcasts>(kit, options.places);
         const bool hasDisplay = isSet("DISPLAY") || isSet("WAYLAND_DISPLAY");
-        if (options.withWindows && !hasDisplay) screen.note("No windows: neither DISPLAY nor WAYLAND_DISPLAY is set.");
+        const bool isSeen = options.withWindows || options.onWholeScreen;
+        if (isSeen && !hasDisplay) screen.note("No windows: neither DISPLAY nor WAYLAND_DISPLAY is set.");
         kit.setVariable("TVSA_MEDIA_ENGINE", "gstreamer");
-        kit.setVariable("TVSA_MEDIA_OUTPUT", options.withWindows && hasDisplay ? "auto" : "none");
+        kit.setVariable("TVSA_MEDIA_OUTPUT", !isSeen || !hasDisplay  ? "none"
+                                             : options.onWholeScreen ? "fullscreen"
+                                                                     : "auto");
         kit.setChannels(broadcasts->channels());
         return broadcasts;
     } catch (const demo::NoBroadcasts& reason) {
@@ -128,6 +131,8 @@ int main(int argc, char** argv) {
     app.add_flag("--verbose", options.withDetails,
                  "Also show what the resource manager did, and the notifications with their contents");
     app.add_flag("--window", options.withWindows, "Show the pictures in windows");
+    app.add_flag("--fullscreen", options.onWholeScreen,
+                 "Show them on the whole screen, those of other terminals as small pictures in the main one's");
     app.add_flag("--simulated", options.simulated, "Use the simulated media engine, without pictures");
     app.add_option("--sheet", options.sheet, "The HTML page to write, with the pictures of each step")
         ->capture_default_str();

@@ -107,10 +107,12 @@ TEST_F(ADemonstration, GivesAShellOnAReceiverThatPlays) {
 
 TEST_F(ADemonstration, GoesOnWithoutWindowsWhereThereIsNoDisplay) {
     environment["DISPLAY"] = environment["WAYLAND_DISPLAY"] = "";
-    const Outcome outcome = demonstrate({"--shell", "--window"});
-    EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
-    EXPECT_THAT(outcome.output, HasSubstr("No windows: neither DISPLAY nor WAYLAND_DISPLAY is set.\n"));
-    EXPECT_THAT(outcome.output, HasSubstr("film.ts"));
+    for (const char* const wish : {"--window", "--fullscreen"}) {
+        const Outcome outcome = demonstrate({"--shell", wish});
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
+        EXPECT_THAT(outcome.output, HasSubstr("No windows: neither DISPLAY nor WAYLAND_DISPLAY is set.\n"));
+        EXPECT_THAT(outcome.output, HasSubstr("film.ts"));
+    }
 }
 
 TEST_F(ADemonstration, SaysAtOnceThatItsSheetCannotBeWritten) {

@@ -123,6 +123,32 @@ TEST_F(ADistributor, TellsWhoeverShowsAProgramThatItsStreamsHaveChanged) {
     EXPECT_EQ(distributor.program(1).streams.size(), 2);
 }
 
+TEST_F(ADistributor, KnowsTheAgeForWhatRunsNowOnly) {
+    stream.list(1, 2);
+    stream.event(1, 16, {.section = 0, .last = 1});
+    stream.event(1, 6, {.section = 1, .last = 1});
+    stream.event(2, std::nullopt, {.section = 0, .last = 1});
+    stream.event(2, 12, {.section = 1, .last = 1});
+    take(stream);
+    EXPECT_EQ(distributor.program(1).rating, 16);
+    EXPECT_EQ(distributor.program(2).rating, std::nullopt);
+    stream.event(1, std::nullopt, {.version = 1, .section = 0, .last = 1});
+    stream.event(1, 6, {.version = 1, .section = 1, .last = 1});
+    stream.event(2, 12, {.version = 1, .section = 0, .last = 1});
+    stream.event(2, std::nullopt, {.version = 1, .section = 1, .last = 1});
+    take(stream);
+    EXPECT_EQ(distributor.program(1).rating, std::nullopt);
+    EXPECT_EQ(distributor.program(2).rating, 12);
+}
+
+TEST_F(ADistributor, KnowsTheAgeThatIsToldBeforeThePrograms) {
+    stream.event(1, 16, {.section = 0, .last = 1});
+    stream.event(1, 6, {.section = 1, .last = 1});
+    stream.list(1, 1);
+    take(stream);
+    EXPECT_EQ(distributor.program(1).rating, 16);
+}
+
 TEST_F(ADistributor, KnowsTheFirstOfTooManyProgramsAndNamesFew) {
     constexpr std::size_t all = 10'000, perSection = 250;
     for (std::size_t i = 0; i < all / perSection; ++i)

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace made_stream {
@@ -89,6 +90,17 @@ struct MadeStream {
             add16(content, 0xF000);
         }
         table(static_cast<std::uint16_t>(0x1000 + number), section(2, number, content, numbers));
+    }
+    // What runs now (section 0) or next (section 1) on a program, for viewers of an age; none: no event.
+    void event(std::uint16_t number, std::optional<std::uint8_t> age, Numbers numbers) {
+        Bytes content{0, 1, 0, 1, numbers.last, 0x4E};
+        constexpr std::size_t ratingSize = 6, ageOfZero = 3;
+        if (age) {
+            content.insert(content.end(), {0, 1, 0xC0, 0x79, 0x12, 0, 0, 0, 0x30, 0, 0x80, ratingSize});
+            content.insert(content.end(),
+                           {0x55, ratingSize - 2, 'd', 'e', 'u', static_cast<std::uint8_t>(*age - ageOfZero)});
+        }
+        table(0x12, section(0x4E, number, content, numbers));
     }
     void keyFrame(std::uint16_t pid) { packet(pid, true, {0, 0, 1, 0xE0, 0, 0, 0x80, 0, 0, 0, 0, 1, 0x67}); }
     // Ticks of 90 kHz.

@@ -11,14 +11,14 @@ constexpr std::size_t prefix = 3, header = 8, checksum = 4;
 constexpr std::size_t mostSections = 64;
 constexpr std::uint8_t stuffing = 0xFF;
 
-bool isChecksumRight(std::span<const std::uint8_t> section) {
+std::uint32_t checksumOf(std::span<const std::uint8_t> bytes) {
     constexpr std::uint32_t polynomial = 0x04C11DB7, top = 0x80000000;
     std::uint32_t sum = 0xFFFFFFFF;
-    for (const std::uint8_t byte : section) {
+    for (const std::uint8_t byte : bytes) {
         sum ^= std::uint32_t{byte} << 24;
         for (int bit = 0; bit < 8; ++bit) sum = (sum & top) != 0 ? sum << 1 ^ polynomial : sum << 1;
     }
-    return sum == 0;
+    return sum;
 }
 
 // Whether a section is what its kind of table may have (ISO/IEC 13818-1, 2.4.4; ETSI EN 300 468, 5.2).
@@ -54,10 +54,16 @@ bool isSound(std::span<const std::uint8_t> section) {
         default:
             return false; // nobody wants it
     }
-    return isChecksumRight(section);
+    return checksumOf(section) == 0;
 }
 
 } // namespace
+
+void Sections::writeChecksum(std::span<std::uint8_t> section) {
+    const std::size_t end = section.size() - checksum;
+    const std::uint32_t sum = checksumOf(section.first(end));
+    for (std::size_t i = 0; i < checksum; ++i) section[end + i] = static_cast<std::uint8_t>(sum >> (24 - 8 * i));
+}
 
 void Sections::take(const Packet& packet, const Take& sound) {
     std::span<const std::uint8_t> payload = packet.payload();

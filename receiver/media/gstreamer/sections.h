@@ -26,6 +26,8 @@ public:
     static std::uint16_t extensionOf(std::span<const std::uint8_t> section) {
         return static_cast<std::uint16_t>(section[3] << 8 | section[4]);
     }
+    // Makes the checksum of a changed section right.
+    static void writeChecksum(std::span<std::uint8_t> section);
 
 private:
     void add(std::span<const std::uint8_t> bytes, const Take& sound);

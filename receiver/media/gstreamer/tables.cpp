@@ -308,15 +308,27 @@ struct Tables::Decoders {
 
     static void takeEvents(void* self, dvbpsi_eit_t* table) {
         auto& decoders = *static_cast<Decoders*>(self);
-        // The first one runs now, and the other comes next.
-        if (table->b_current_next && table->p_first_event)
-            decoders.setRating(table->i_extension, ratingIn(*table->p_first_event));
+        if (table->b_current_next)
+            decoders.setRating(table->i_extension,
+                               table->p_first_event ? ratingIn(*table->p_first_event) : std::nullopt);
         dvbpsi_eit_delete(table);
     }
+    // Of a program's two sections of events, the first is about what runs now, if anything does. The library would wait
+    // for the other one, and does not say of which of them an event is: so it gets the first one as a table of its own.
+    void takePresent(std::span<const std::uint8_t> section) {
+        constexpr std::size_t numberAt = 6, lastNumberAt = 7, lastOfSegmentAt = 12, shortest = 18;
+        if (Sections::tableOf(section) != eventTable || section[numberAt] != 0 || section.size() < shortest) return;
+        std::vector<std::uint8_t> present(section.begin(), section.end());
+        present[lastNumberAt] = present[lastOfSegmentAt] = 0;
+        Sections::writeChecksum(present);
+        // Twice: the library looks whether a table is whole before it adds the section that has come.
+        for (int i = 0; i < 2; ++i) events.push(present);
+    }
+    // Also before the program is listed: the library does not repeat what has not changed.
     void setRating(std::uint16_t number, std::optional<int> rating) {
-        const auto program = programs.find(number);
-        if (program == programs.end() || program->second.rating == rating) return;
-        program->second.rating = rating;
+        const auto known = ratings.find(number);
+        if (known == ratings.end() ? ratings.size() >= mostPrograms : known->second == rating) return;
+        ratings[number] = rating;
         changed = true;
     }
 
@@ -340,7 +352,7 @@ struct Tables::Decoders {
         } else if (pid == descriptionPid) {
             descriptions.push(section);
         } else if (pid == eventPid) {
-            events.push(section);
+            takePresent(section);
         } else {
             // One PID may have the tables of many programs.
             for (const auto& table : programTables[pid])
@@ -349,10 +361,11 @@ struct Tables::Decoders {
     }
 
     Decoder list, descriptions, events;
-    std::map<std::uint16_t, Sections> sections; // by PID; of those with tables
-    std::set<std::uint16_t> withEvents;         // programs; at most mostPrograms
-    std::map<std::uint16_t, Program> programs;  // at most mostPrograms
-    std::map<std::uint16_t, std::string> names; // by number; at most mostPrograms
+    std::map<std::uint16_t, Sections> sections;          // by PID; of those with tables
+    std::set<std::uint16_t> withEvents;                  // programs; at most mostPrograms
+    std::map<std::uint16_t, std::optional<int>> ratings; // by number; at most mostPrograms
+    std::map<std::uint16_t, Program> programs;           // at most mostPrograms
+    std::map<std::uint16_t, std::string> names;          // by number; at most mostPrograms
     std::map<std::uint16_t, std::vector<std::unique_ptr<ProgramTable>>> programTables; // by PID
     bool isListKnown = false, isDescribed = false, replaced = false, changed = false;
 };
@@ -368,8 +381,10 @@ bool Tables::take(const Packet& packet) {
     all.sections[pid].take(packet, [&](std::span<const std::uint8_t> section) { all.take(pid, section); });
     if (all.replaced) all.replaceProgramTables();
     if (!all.changed) return false;
-    for (auto& [number, program] : all.programs)
+    for (auto& [number, program] : all.programs) {
         if (const auto name = all.names.find(number); name != all.names.end()) program.name = name->second;
+        if (const auto rating = all.ratings.find(number); rating != all.ratings.end()) program.rating = rating->second;
+    }
     return true;
 }
 
