@@ -31,10 +31,11 @@ std::string describe(std::string_view begin) {
 
 BlockReader::BlockReader(const std::string& file) : file_(file) {
     if (std::error_code error; std::filesystem::is_directory(file, error))
-        throw RecordingError(file + ": it is a folder, not a recording");
+        throw RecordingError(file + ": it is a folder, not a recording", EISDIR);
     errno = 0;
     stream_.open(file, std::ios::binary);
-    if (!stream_) throw RecordingError(file + ": " + std::strerror(errno == 0 ? EIO : errno));
+    if (const int error = errno == 0 ? EIO : errno; !stream_)
+        throw RecordingError(file + ": " + std::strerror(error), error);
     std::string begin;
     const bool isWhole = read(begin, headBytes);
     if (begin.size() < 4 || load<std::uint32_t>(begin, 0, std::endian::native) != pcapng::sectionHeader)
@@ -80,7 +81,7 @@ bool BlockReader::read(std::string& bytes, std::size_t count) {
     stream_.read(bytes.data(), static_cast<std::streamsize>(count));
     bytes.resize(static_cast<std::size_t>(stream_.gcount()));
     position_ += bytes.size();
-    if (stream_.bad()) throw RecordingError(file_ + ": " + std::strerror(EIO));
+    if (stream_.bad()) throw RecordingError(file_ + ": " + std::strerror(EIO), EIO);
     stream_.clear();
     if (bytes.size() == count) return true;
     isTruncated_ = !bytes.empty() || position_ != blockBegin_;

@@ -3,6 +3,7 @@
 
 #include <host/recorded-event.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
@@ -15,7 +16,11 @@ class MessageDecoder;
 // A recording or a schema cannot be read or written. The text says which, and where in it.
 class RecordingError : public std::runtime_error {
 public:
-    using runtime_error::runtime_error;
+    explicit RecordingError(const std::string& what, int number = EBADMSG) : runtime_error(what), number_(number) {}
+    int number() const { return number_; } // of the system's error; EBADMSG: malformed
+
+private:
+    int number_;
 };
 
 // The process that recorded events.

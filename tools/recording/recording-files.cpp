@@ -70,10 +70,10 @@ void RecordingFiles::open() {
     if (descriptor_ < 0) fail(part_);
     struct stat status {};
     if (::fstat(descriptor_, &status) != 0) fail(part_);
-    if (!S_ISREG(status.st_mode)) throw RecordingError(part_ + ": it is not a file");
+    if (!S_ISREG(status.st_mode)) throw RecordingError(part_ + ": it is not a file", EINVAL);
     if (::flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK) fail(part_);
-        throw RecordingError(part_ + ": another process records into it");
+        throw RecordingError(part_ + ": another process records into it", EWOULDBLOCK);
     }
     if (::fchmod(descriptor_, 0600) != 0 || ::ftruncate(descriptor_, 0) != 0) fail(part_);
     encoder_.emplace(program_);
@@ -102,6 +102,8 @@ void RecordingFiles::replaceWhole() {
     if (std::rename(part_.c_str(), file_.c_str()) != 0) fail(file_);
 }
 
-void RecordingFiles::fail(const std::string& file) const { throw RecordingError(file + ": " + std::strerror(errno)); }
+void RecordingFiles::fail(const std::string& file) const {
+    throw RecordingError(file + ": " + std::strerror(errno), errno);
+}
 
 } // namespace recording
