@@ -55,7 +55,7 @@ std::vector<Event> someEvents() {
 std::string recordingOf(const std::vector<Event>& events, std::endian order = std::endian::native,
                         const std::string& schema = ownSchema()) {
     RecordingEncoder encoder("tvctl 1.2", order);
-    std::string bytes = encoder.begin(schema);
+    std::string bytes = encoder.begin(schema, support::firstDate);
     for (const Event& event : events) bytes += encoder.encode(event);
     return bytes;
 }
@@ -274,15 +274,16 @@ TEST_F(RecordingFiles, AreWrittenByOneProcessAtATime) {
 }
 
 TEST_F(RecordingFiles, AreRotatedBySize) {
-    const std::uint64_t room = recordingOf({}).size() + 1000;
+    const std::uint64_t room = recordingOf({}).size() + 2800;
     recording::RecordingFiles files(folder_ / "file", "tvctl 1.2", ownSchema(),
                                     {.bytes = room, .nanoseconds = {}, .files = 3});
     const auto process = support::processNamed("a");
     for (int i = 0; i < 10; ++i) files.write(support::lineOf(process, i, std::string(500, 'x')));
     files.finish();
     EXPECT_LE(folder_.read("file").size(), room);
-    EXPECT_EQ(textsInFile("file").size(), 1U);
-    EXPECT_THAT(textsInFile("file.1"), ElementsAre(HasSubstr(" 8 "))) << "each file describes its processes again";
+    EXPECT_THAT(textsInFile("file"), ElementsAre(HasSubstr(" 8 "), HasSubstr(" 9 ")));
+    EXPECT_THAT(textsInFile("file.1"), ElementsAre(HasSubstr("a 7 line"), HasSubstr("a 7 line")))
+        << "each file describes its processes again";
     EXPECT_TRUE(folder_.has("file.2"));
     EXPECT_FALSE(folder_.has("file.3"));
 }

@@ -31,7 +31,7 @@ std::uint32_t directionOf(const host::RecordedEvent& event) {
 
 } // namespace
 
-std::string RecordingEncoder::begin(const std::string& schema) {
+std::string RecordingEncoder::begin(const std::string& schema, std::int64_t date) {
     std::string body;
     append(body, pcapng::byteOrderMagic, order_);
     append(body, pcapng::majorVersion, order_);
@@ -42,7 +42,7 @@ std::string RecordingEncoder::begin(const std::string& schema) {
     std::string bytes = block(pcapng::sectionHeader, body);
     bytes += interface("schema", "the schema by which the messages are decoded");
     const std::string data = schemaPacket(schema);
-    return bytes + packet(0, 0, data, data.size(), 0);
+    return bytes + packet(0, date, data, data.size(), 0);
 }
 
 std::string RecordingEncoder::encode(const Event& event) {

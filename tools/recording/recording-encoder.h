@@ -17,8 +17,9 @@ public:
     explicit RecordingEncoder(std::string program, std::endian order = std::endian::native)
         : program_(std::move(program)), order_(order) {}
 
-    // What a section begins with. All its messages are decoded by this schema.
-    std::string begin(const std::string& schema);
+    // What a section begins with. All its messages are decoded by this schema. date: of the first event, so that the
+    // schema stays before it when other programs merge recordings.
+    std::string begin(const std::string& schema, std::int64_t date);
     // The event, after a description of its process if it is the first one of it.
     std::string encode(const Event& event);
 

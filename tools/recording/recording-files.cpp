@@ -13,6 +13,8 @@ namespace recording {
 namespace {
 
 constexpr std::size_t mostWaiting = 64 * 1024;
+// What an event takes besides its name and data, with the description of its process.
+constexpr std::size_t mostDescription = 1024;
 
 std::string numbered(const std::string& file, unsigned number) {
     return number == 0 ? file : file + '.' + std::to_string(number);
@@ -34,14 +36,13 @@ RecordingFiles::~RecordingFiles() {
 }
 
 void RecordingFiles::write(const Event& event) {
-    std::string bytes = encoder_->encode(event);
-    if (isFull(event, bytes.size())) {
+    if (isFull(event)) {
         close();
         replaceWhole();
         open();
-        bytes = encoder_->encode(event); // with its process again
     }
-    if (!firstDate_) firstDate_ = event.recorded.date;
+    if (!firstDate_) begin(event.recorded.date);
+    const std::string bytes = encoder_->encode(event);
     waiting_ += bytes;
     inFile_ += bytes.size();
     ++events_;
@@ -76,20 +77,27 @@ void RecordingFiles::open() {
         throw RecordingError(part_ + ": another process records into it", EWOULDBLOCK);
     }
     if (::fchmod(descriptor_, 0600) != 0 || ::ftruncate(descriptor_, 0) != 0) fail(part_);
-    encoder_.emplace(program_);
-    waiting_ = encoder_->begin(schema_);
-    inFile_ = waiting_.size();
+    inFile_ = 0;
     firstDate_.reset();
 }
 
+void RecordingFiles::begin(std::int64_t date) {
+    encoder_.emplace(program_);
+    waiting_ = encoder_->begin(schema_, date);
+    inFile_ = waiting_.size();
+    firstDate_ = date;
+}
+
 void RecordingFiles::close() {
+    if (!firstDate_) begin(0);
     flush();
     if (::fsync(descriptor_) != 0) fail(part_);
     ::close(std::exchange(descriptor_, -1));
 }
 
-bool RecordingFiles::isFull(const Event& event, std::size_t added) const {
+bool RecordingFiles::isFull(const Event& event) const {
     if (!firstDate_) return false; // each file has an event at least
+    const std::uint64_t added = event.recorded.data.size() + event.recorded.name.size() + mostDescription;
     return (rotation_.bytes && inFile_ + added > *rotation_.bytes) ||
            (rotation_.nanoseconds && event.recorded.date - *firstDate_ >= *rotation_.nanoseconds);
 }

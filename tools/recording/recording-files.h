@@ -37,8 +37,9 @@ public:
 
 private:
     void open();
+    void begin(std::int64_t date);
     void close();
-    bool isFull(const Event& event, std::size_t added) const;
+    bool isFull(const Event& event) const;
     void replaceWhole();
     [[noreturn]] void fail(const std::string& file) const;
 

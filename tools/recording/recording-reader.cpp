@@ -115,7 +115,8 @@ bool RecordingReader::readPacket(const Block& block, Event& event) {
         readSchema(block, std::move(packet.event.data));
         return false;
     }
-    if (!decoder_) blocks_.fail(block, "an event before the schema; is it the packet of another program?");
+    if (!decoder_)
+        blocks_.fail(block, "an event before the schema; was the schema, the first packet, cut out of the recording?");
     if (!interface.origin) {
         interface.description.decoder = decoder_;
         interface.origin = std::make_shared<const Origin>(std::move(interface.description));

@@ -21,6 +21,12 @@ recording::Surroundings liveRings(recording::Rings::Begin begin, std::ostream& e
     return {appeared, recording::presentMoment, std::move(pause)};
 }
 
+void noteWaiting(const Options& options, std::ostream& errors) {
+    if (options.quiet || options.json || !host::ringsIn(host::ringFolder()).empty()) return;
+    errors << "tvctl: waiting for processes of a receiver; none has recorded anything in "
+           << host::printable(host::ringFolder()) << '\n';
+}
+
 Failure failureOf(const recording::RecordingError& error) {
     return {error.number() == EBADMSG ? exitBadData : exitFailed, -error.number()};
 }

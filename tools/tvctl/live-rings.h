@@ -16,6 +16,9 @@ inline constexpr std::chrono::milliseconds followInterval{50};
 // Reports rings that cannot be read on errors, which must outlive the result. pause: as in recording::Surroundings.
 recording::Surroundings liveRings(recording::Rings::Begin begin, std::ostream& errors, std::function<bool()> pause);
 
+// Says on errors that no process has recorded anything yet, if that is so.
+void noteWaiting(const Options& options, std::ostream& errors);
+
 // What is wrong with a recording, as the exit code says it.
 Failure failureOf(const recording::RecordingError& error);
 

@@ -102,6 +102,7 @@ int runMonitor(const Options& given, const std::vector<std::string>& arguments) 
     if (!file.empty()) return monitorRecording(options, file, std::cout, std::cerr);
     if (const auto problem = unknownMessage(options); !problem.empty())
         return report(std::cerr, options.receiver.json, {exitUsage, -EINVAL}, problem);
+    noteWaiting(options.receiver, std::cerr);
     const auto pause = [] {
         std::this_thread::sleep_for(followInterval);
         return true;

@@ -25,6 +25,8 @@ namespace {
 using recording::Event;
 using recording::Moment;
 
+constexpr std::uint64_t leastRotationBytes = 256 * 1024;
+
 std::int64_t nanosecondsOf(std::chrono::milliseconds time) { return std::chrono::nanoseconds(time).count(); }
 
 // Writes the wanted events.
@@ -149,12 +151,16 @@ int runRecord(const Options& given, const std::vector<std::string>& arguments) {
         ->check(CLI::Range(1U, 1000U));
     app.footer("docs/recordings.md describes the file. Other programs that read pcapng can read it, too.");
     if (const auto exitCode = parseArguments(app, arguments)) return *exitCode;
+    if (options.rotation.bytes && *options.rotation.bytes < leastRotationBytes)
+        return report(std::cerr, options.receiver.json, {exitUsage, -EINVAL},
+                      "--rotate-size: each file has the schema of its messages; it needs 256K at least");
     if (rotationTime) options.rotation.nanoseconds = nanosecondsOf(*rotationTime);
     if (last) {
         options.time = last;
         return recordLast(options, liveRings(recording::Rings::Begin::oldest, std::cerr, nullptr), std::cout,
                           std::cerr);
     }
+    noteWaiting(options.receiver, std::cerr);
     const EndingOnSignals signals;
     const auto pause = [&signals] { return signals.pause(followInterval); };
     return record(options, liveRings(recording::Rings::Begin::newest, std::cerr, pause), std::cout, std::cerr);
