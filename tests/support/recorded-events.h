@@ -75,6 +75,7 @@ public:
 
     std::string operator/(const std::string& name) const { return (path_ / name).string(); }
     void write(const std::string& name, const std::string& bytes) const {
+        std::filesystem::remove(path_ / name); // some file systems write what replaces a file to the disk at once
         std::ofstream(path_ / name, std::ios::binary) << bytes;
     }
     std::string read(const std::string& name) const {

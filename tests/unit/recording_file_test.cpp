@@ -19,10 +19,9 @@ using host::EventKind;
 using recording::Event;
 using recording::RecordingEncoder;
 using recording::RecordingReader;
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::StartsWith;
 
 namespace {
 
@@ -51,6 +50,8 @@ std::vector<Event> someEvents() {
     Event unknown = support::eventOf(tv, static_cast<EventKind>(99), 40, std::string(300, 'n'), "");
     return {message, received, late, unknown};
 }
+
+const std::string shortSchema = R"({"version": 1, "services": []})";
 
 std::string recordingOf(const std::vector<Event>& events, std::endian order = std::endian::native,
                         const std::string& schema = ownSchema()) {
@@ -117,7 +118,8 @@ TEST_F(RecordingFile, IsReadAsOneAfterFilesWereAppendedToEachOther) {
 }
 
 TEST_F(RecordingFile, IsReadUpToTheLastWholeBlockWhereverItIsCutOff) {
-    const std::string begin = recordingOf({}), whole = recordingOf(someEvents());
+    const std::string begin = recordingOf({}, std::endian::native, shortSchema);
+    const std::string whole = recordingOf(someEvents(), std::endian::native, shortSchema);
     std::size_t most = 0;
     for (std::size_t size = begin.size(); size < whole.size(); ++size) {
         folder_.write("file", whole.substr(0, size));
@@ -128,12 +130,8 @@ TEST_F(RecordingFile, IsReadUpToTheLastWholeBlockWhereverItIsCutOff) {
         most = texts.size();
     }
     EXPECT_EQ(most, 3U);
-    for (std::size_t size = 8; size < begin.size(); size += 97) {
-        folder_.write("file", whole.substr(0, size));
-        RecordingReader reader(folder_ / "file");
-        EXPECT_THAT(textsOf(reader), IsEmpty());
-        EXPECT_TRUE(reader.isTruncated());
-    }
+    for (std::size_t size = 8; size < begin.size(); ++size)
+        EXPECT_THAT(rejectionOf(whole.substr(0, size)), AnyOf("", HasSubstr("a pcapng file without a schema")));
 }
 
 TEST_F(RecordingFile, SaysWhetherItIsCutOff) {
@@ -203,8 +201,8 @@ TEST_F(RecordingFile, IsReadWithoutBlocksAndPacketsOfOtherPrograms) {
 }
 
 TEST_F(RecordingFile, IsReadWithoutHarmWhateverAByteIs) {
-    const std::string begin = recordingOf({}), whole = recordingOf(someEvents());
-    for (std::size_t at = begin.size(); at < whole.size(); ++at) {
+    const std::string whole = recordingOf(someEvents(), std::endian::native, shortSchema);
+    for (std::size_t at = 0; at < whole.size(); ++at) {
         std::string changed = whole;
         changed[at] = static_cast<char>(changed[at] ^ 0xFF);
         rejectionOf(changed);

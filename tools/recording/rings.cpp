@@ -52,20 +52,27 @@ std::vector<std::unique_ptr<EventSource>> Rings::appeared() {
         if (::stat(path.c_str(), &status) != 0) continue; // it was just removed or renamed
         const File file{status.st_dev, status.st_ino};
         listed.insert(file);
-        const auto [entry, isNew] = known_.try_emplace(file, std::make_shared<bool>(true));
-        if (!isNew) continue;
-        try {
-            added.push_back(std::make_unique<Ring>(path, begin_ == Begin::newest, entry->second));
-        } catch (const host::RingError& error) {
-            problems_.emplace_back(error.what());
-        }
+        if (Known& ring = known_[file]; !ring.isDone)
+            if (auto source = open(path, ring)) added.push_back(std::move(source));
     }
     std::erase_if(known_, [&](auto& known) {
-        *known.second = listed.count(known.first) > 0;
-        return !*known.second;
+        *known.second.isListed = listed.count(known.first) > 0;
+        return !*known.second.isListed;
     });
     begin_ = Begin::oldest;
     return added;
+}
+
+std::unique_ptr<EventSource> Rings::open(const std::string& path, Known& ring) {
+    try {
+        auto source = std::make_unique<Ring>(path, begin_ == Begin::newest, ring.isListed);
+        ring.isDone = true;
+        return source;
+    } catch (const host::RingError& error) {
+        ring.isDone = ++ring.attempts >= attempts_;
+        if (ring.isDone) problems_.emplace_back(error.what());
+        return nullptr;
+    }
 }
 
 } // namespace recording

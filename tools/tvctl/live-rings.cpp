@@ -11,7 +11,8 @@
 namespace tvctl {
 
 recording::Surroundings liveRings(recording::Rings::Begin begin, std::ostream& errors, std::function<bool()> pause) {
-    const auto rings = std::make_shared<recording::Rings>(host::ringFolder(), begin);
+    constexpr unsigned attempts = 20; // a second
+    const auto rings = std::make_shared<recording::Rings>(host::ringFolder(), begin, pause ? attempts : 1);
     const auto appeared = [rings, &errors] {
         auto added = rings->appeared();
         for (const auto& problem : rings->takeProblems())

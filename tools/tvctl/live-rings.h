@@ -13,7 +13,8 @@ namespace tvctl {
 // How often verbs look for events.
 inline constexpr std::chrono::milliseconds followInterval{50};
 
-// Reports rings that cannot be read on errors, which must outlive the result. pause: as in recording::Surroundings.
+// Reports rings that cannot be read on errors, which must outlive the result. pause: as in recording::Surroundings;
+// null: it is not followed.
 recording::Surroundings liveRings(recording::Rings::Begin begin, std::ostream& errors, std::function<bool()> pause);
 
 // Says on errors that no process has recorded anything yet, if that is so.
