@@ -316,11 +316,18 @@ std::string usageErrorOf(int (*run)(const tvctl::Options&, const std::vector<std
     return testing::internal::GetCapturedStderr();
 }
 
+TEST_F(Recording, IsPrintedByTheVerbWithRepeatedOptions) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(tvctl::runMonitor({}, {"--kind", "line", "--kind", "command", options_.file}), tvctl::exitDone);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "08:00:00.001000 tvserviced line service failure: one\n");
+}
+
 TEST(MonitorVerb, RejectsWrongArguments) {
     const auto error = [](const std::vector<std::string>& arguments) {
         return usageErrorOf(tvctl::runMonitor, arguments);
     };
     EXPECT_THAT(error({"--where", "a ="}), HasSubstr("--where: wanted ==, !=, <, >, <=, >= or ~, at character 3:"));
+    EXPECT_THAT(error({"--where", ""}), HasSubstr("at character 1:"));
     EXPECT_THAT(error({"--message", "TvServiceNix"}), HasSubstr("there is no message TvServiceNix"));
     EXPECT_THAT(error({"--kind", "nix"}), HasSubstr("nix"));
     EXPECT_THAT(error({"--terminal", "0"}), HasSubstr("'0' is not a terminal"));

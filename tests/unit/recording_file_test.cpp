@@ -271,6 +271,13 @@ TEST_F(RecordingFiles, AreWrittenByOneProcessAtATime) {
     EXPECT_THROW(recording::RecordingFiles(folder_ / "none/file", "tvctl", ownSchema()), recording::RecordingError);
 }
 
+TEST_F(RecordingFiles, DoNotReplaceWhatIsNoFile) {
+    ASSERT_EQ(::mkfifo((folder_ / "pipe").c_str(), 0600), 0);
+    ASSERT_EQ(::mkfifo((folder_ / "file.part").c_str(), 0600), 0);
+    for (const char* name : {"pipe", "file", "."})
+        EXPECT_THROW(recording::RecordingFiles(folder_ / name, "tvctl", ownSchema()), recording::RecordingError);
+}
+
 TEST_F(RecordingFiles, AreRotatedBySize) {
     const std::uint64_t room = recordingOf({}).size() + 2800;
     recording::RecordingFiles files(folder_ / "file", "tvctl 1.2", ownSchema(),

@@ -28,6 +28,9 @@ RecordingFiles::RecordingFiles(std::string file, std::string program, std::strin
       program_(std::move(program)),
       schema_(std::move(schema)),
       rotation_(rotation) {
+    struct stat status {};
+    if (::stat(file_.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+        throw RecordingError(file_ + ": it is not a regular file, and would be replaced", EINVAL);
     open();
 }
 
@@ -71,7 +74,7 @@ void RecordingFiles::open() {
     if (descriptor_ < 0) fail(part_);
     struct stat status {};
     if (::fstat(descriptor_, &status) != 0) fail(part_);
-    if (!S_ISREG(status.st_mode)) throw RecordingError(part_ + ": it is not a file", EINVAL);
+    if (!S_ISREG(status.st_mode)) throw RecordingError(part_ + ": it is not a regular file", EINVAL);
     if (::flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK) fail(part_);
         throw RecordingError(part_ + ": another process records into it", EWOULDBLOCK);

@@ -46,14 +46,13 @@ std::string unknownMessage(const MonitorOptions& options) {
     return "";
 }
 
-void addFilters(CLI::App& app, recording::EventFilter& filter, std::vector<std::string>& condition) {
+void addFilters(CLI::App& app, recording::EventFilter& filter, std::optional<std::string>& condition) {
     const auto names = [&app](const char* option, std::set<std::string>& set, const char* help) {
         return app
             .add_option_function<std::vector<std::string>>(
                 option, [&set](const std::vector<std::string>& given) { set.insert(given.begin(), given.end()); }, help)
             ->type_name("NAME")
-            ->expected(1)
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+            ->allow_extra_args(false);
     };
     names("--message", filter.messages, "Only messages of this name; may be repeated");
     names("--service", filter.services, "Only messages and connections of this service; may be repeated");
@@ -61,7 +60,7 @@ void addFilters(CLI::App& app, recording::EventFilter& filter, std::vector<std::
     names("--kind", filter.kinds, "Only events of this kind; may be repeated")->check(CLI::IsMember(kindNames()));
     app.add_option("--terminal", filter.terminal, "Only what concerns this terminal, TYPE:ID")->check(checkTerminal);
     app.add_option("--request", filter.request, "Only what concerns the request with this id");
-    app.add_option("--where", condition, "Only events that fulfil this condition")->expected(1);
+    app.add_option("--where", condition, "Only events that fulfil this condition");
 }
 
 } // namespace
@@ -69,7 +68,7 @@ void addFilters(CLI::App& app, recording::EventFilter& filter, std::vector<std::
 int runMonitor(const Options& given, const std::vector<std::string>& arguments) {
     MonitorOptions options{given, {}, false, {}};
     std::string file;
-    std::vector<std::string> condition;
+    std::optional<std::string> condition;
     bool once = false;
     std::size_t count = 0;
     CLI::App app(
@@ -95,7 +94,7 @@ int runMonitor(const Options& given, const std::vector<std::string>& arguments) 
     if (once) count = 1;
     if (count > 0) options.count = count;
     try {
-        if (!condition.empty()) options.filter.where.emplace(condition.front());
+        if (condition) options.filter.where.emplace(*condition);
     } catch (const recording::ConditionError& error) {
         return report(std::cerr, options.receiver.json, {exitUsage, -EINVAL}, std::string("--where: ") + error.what());
     }

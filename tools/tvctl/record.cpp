@@ -142,7 +142,10 @@ int runRecord(const Options& given, const std::vector<std::string>& arguments) {
     addDuration(app, "--for", options.time, "Record for this time: 500ms, 60s, 5m, 2h");
     addDuration(app, "--last", last, "Record what the processes still have of the last time, also those that ended");
     app.get_option("--last")->excludes("--for");
-    app.add_option("--match", options.texts, "Record only events in whose line, as monitor prints it, the text occurs");
+    app.add_option("--match", options.texts,
+                   "Record only events in whose line, as monitor prints it, the text occurs; may be repeated")
+        ->type_name("TEXT")
+        ->allow_extra_args(false);
     app.add_flag("--redact", options.redact, "Replace all texts by hashes, which are the same for the same text");
     addSize(app, "--rotate-size", options.rotation.bytes, "Begin a new file before this size: 64K, 10M, 2G");
     addDuration(app, "--rotate-time", rotationTime, "Begin a new file after this time");
