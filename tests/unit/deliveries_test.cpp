@@ -126,6 +126,23 @@ TEST_F(Deliveries, DoNotJoinMessagesOfDifferentRunsOfTheSystem) {
     EXPECT_THAT(shown(), ElementsAre("client sent a", "service got a"));
 }
 
+TEST_F(Deliveries, JoinManyEqualMessagesOneByOne) {
+    for (int i = 0; i < 1000; ++i) {
+        send(client, i * ms, "a");
+        receive(service, i * ms + 1, "a");
+    }
+    const auto all = allShown();
+    EXPECT_EQ(all.size(), 1000U);
+    EXPECT_THAT(all, testing::Each("client sent a, service after 0"));
+}
+
+TEST_F(Deliveries, ForgetMessagesThatNobodyReceived) {
+    send(client, 0, "a");
+    deliveries.add(support::lineOf(client, 11'000 * ms, "text"));
+    receive(service, 11'001 * ms, "a");
+    EXPECT_THAT(allShown(), ElementsAre("client sent a", "client line text", "service got a"));
+}
+
 TEST_F(Deliveries, HoldABoundedNumberOfEvents) {
     for (std::size_t i = 0; i < 2 * recording::Deliveries::mostWaiting; ++i) send(client, 1, std::to_string(i));
     EXPECT_EQ(shown().size(), recording::Deliveries::mostWaiting + 1);

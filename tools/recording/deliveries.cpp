@@ -23,19 +23,32 @@ void Deliveries::add(Event event) {
     now_ = {event.origin->boot, event.recorded.time};
     while (!sent_.empty() && (sent_.size() >= mostSent || sent_.front().sender->boot != now_.boot ||
                               now_.time - sent_.front().time > memory))
-        sent_.pop_front();
+        forgetOldest();
     if (isReceived(event)) {
         const std::uint64_t content = contentOf(event.recorded);
         return receive(std::move(event), content);
     }
-    if (isSent(event))
-        sent_.push_back({contentOf(event.recorded),
-                         event.origin,
-                         event.recorded.time,
-                         event.recorded.number == 0,
-                         {},
-                         firstWaiting_ + waiting_.size()});
+    if (isSent(event)) send(event);
     waiting_.push_back({std::move(event), {}, {}});
+}
+
+void Deliveries::send(const Event& event) {
+    const std::uint64_t content = contentOf(event.recorded);
+    auto& equal = underWay_[content];
+    if (equal.size() == mostEqual) equal.pop_front();
+    equal.push_back(firstSent_ + sent_.size());
+    sent_.push_back(
+        {content, event.origin, event.recorded.time, event.recorded.number == 0, {}, firstWaiting_ + waiting_.size()});
+}
+
+void Deliveries::forgetOldest() {
+    const auto equal = underWay_.find(sent_.front().content);
+    if (equal != underWay_.end()) {
+        if (!equal->second.empty() && equal->second.front() == firstSent_) equal->second.pop_front();
+        if (equal->second.empty()) underWay_.erase(equal);
+    }
+    sent_.pop_front();
+    ++firstSent_;
 }
 
 void Deliveries::advance(const Moment& now) {
@@ -58,7 +71,7 @@ bool Deliveries::mayBeCompleted(const Event& event) const {
 }
 
 void Deliveries::receive(Event event, std::uint64_t content) {
-    Sent* const sent = sendingOf(event, content);
+    Sent* const sent = takeSendingOf(event, content);
     if (!sent) return void(waiting_.push_back({std::move(event), {}, {}}));
     sent->receivers.emplace_back(event.origin.get(), event.recorded.number);
     const std::int64_t latency = event.recorded.time - sent->time;
@@ -69,15 +82,19 @@ void Deliveries::receive(Event event, std::uint64_t content) {
 }
 
 // The oldest one that this receiver has not received: messages do not overtake each other.
-Deliveries::Sent* Deliveries::sendingOf(const Event& received, std::uint64_t content) {
+Deliveries::Sent* Deliveries::takeSendingOf(const Event& received, std::uint64_t content) {
+    const auto equal = underWay_.find(content);
+    if (equal == underWay_.end()) return nullptr;
     const std::pair receiver{received.origin.get(), received.recorded.number};
-    const auto found = std::find_if(sent_.begin(), sent_.end(), [&](const Sent& sent) {
-        if (sent.content != content || sent.sender == received.origin || sent.time > received.recorded.time)
-            return false;
-        if (!sent.toAll) return sent.receivers.empty();
-        return std::find(sent.receivers.begin(), sent.receivers.end(), receiver) == sent.receivers.end();
-    });
-    return found == sent_.end() ? nullptr : &*found;
+    for (auto number = equal->second.begin(); number != equal->second.end(); ++number) {
+        Sent& sent = sent_[*number - firstSent_];
+        if (sent.sender == received.origin || sent.time > received.recorded.time ||
+            std::ranges::find(sent.receivers, receiver) != sent.receivers.end())
+            continue;
+        if (!sent.toAll) equal->second.erase(number);
+        return &sent;
+    }
+    return nullptr;
 }
 
 } // namespace recording

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <deque>
 #include <optional>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace recording {
@@ -31,6 +33,7 @@ public:
     static constexpr std::int64_t patience = 200'000'000;  // nanoseconds
     static constexpr std::int64_t memory = 10'000'000'000; // how long a message may be on its way
     static constexpr std::size_t mostWaiting = 4096, mostSent = 65536;
+    static constexpr std::size_t mostEqual = 256; // messages on their way that are equal
 
     void add(Event event);
     // Time has passed without an event.
@@ -50,13 +53,17 @@ private:
         std::uint64_t shownAs;                                          // number of its event
     };
 
-    Sent* sendingOf(const Event& received, std::uint64_t content);
+    void send(const Event& event);
+    void forgetOldest();
+    Sent* takeSendingOf(const Event& received, std::uint64_t content);
     void receive(Event event, std::uint64_t content);
     bool mayBeCompleted(const Event& event) const;
 
     std::deque<Shown> waiting_;
     std::uint64_t firstWaiting_ = 0; // number of the first of them
     std::deque<Sent> sent_;
+    std::uint64_t firstSent_ = 0;                                           // number of the first of them
+    std::unordered_map<std::uint64_t, std::deque<std::uint64_t>> underWay_; // numbers of those sent, by content
     Moment now_;
     bool hasEnded_ = false;
 };

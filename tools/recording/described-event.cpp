@@ -6,6 +6,7 @@
 #include <host/printable.h>
 #include <vdl/debug.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 
@@ -167,6 +168,7 @@ std::string lineOf(const Json& json) {
 std::string textOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
 std::string utcText(std::int64_t date) {
+    date = std::max<std::int64_t>(date, 0);
     const std::time_t seconds = date / nanosecondsPerSecond;
     std::tm utc{};
     gmtime_r(&seconds, &utc);

@@ -58,15 +58,15 @@ public:
 
     void finish(std::ostream& out) {
         files_.finish();
-        const auto& [receiver, file, texts, redact, time, rotation] = options_;
-        if (receiver.json)
+        const std::string& file = options_.file;
+        if (options_.receiver.json)
             out << toText({{"file", file},
                            {"events", files_.events()},
                            {"processes", processes_.size()},
                            {"bytes", files_.bytes()},
                            {"lostBytes", lost_}})
                 << '\n';
-        else if (!receiver.quiet)
+        else if (!options_.receiver.quiet)
             out << host::printable(file) << ": " << files_.events() << " events of " << processes_.size()
                 << " processes, " << files_.bytes() << " bytes\n";
     }
