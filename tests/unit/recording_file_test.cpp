@@ -225,10 +225,12 @@ TEST_F(RecordingFile, IsDecodedByItsOwnSchema) {
 
 TEST_F(RecordingFile, HasPacketsOfTheDescribedForm) {
     const std::string packet = recording::packetOf(someEvents()[0].recorded, 5);
-    const std::string header(
+    std::string header(
         "\1\2\1\x09\0\0\0\x46\x12\x34\x56\x78\x9a\xbc\xde\xf0\0\0\0\0\0\0\0\x0a\0\0\0\0\0\0\0\5"
         "\0\0\0\5\0\0\0\0",
         40);
+    if (std::endian::native == std::endian::big)
+        header[2] = recording::PacketFlags::sent | recording::PacketFlags::bigEndian;
     EXPECT_EQ(packet, header + "tvserviceframe");
 }
 

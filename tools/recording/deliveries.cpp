@@ -76,7 +76,7 @@ void Deliveries::receive(Event event, std::uint64_t content) {
     sent->receivers.emplace_back(event.origin.get(), event.recorded.number);
     const std::int64_t latency = event.recorded.time - sent->time;
     if (sent->shownAs >= firstWaiting_)
-        waiting_[sent->shownAs - firstWaiting_].receipts.push_back({event.origin, latency});
+        waiting_[static_cast<std::size_t>(sent->shownAs - firstWaiting_)].receipts.push_back({event.origin, latency});
     else
         waiting_.push_back({std::move(event), {}, latency});
 }
@@ -87,7 +87,7 @@ Deliveries::Sent* Deliveries::takeSendingOf(const Event& received, std::uint64_t
     if (equal == underWay_.end()) return nullptr;
     const std::pair receiver{received.origin.get(), received.recorded.number};
     for (auto number = equal->second.begin(); number != equal->second.end(); ++number) {
-        Sent& sent = sent_[*number - firstSent_];
+        Sent& sent = sent_[static_cast<std::size_t>(*number - firstSent_)];
         if (sent.sender == received.origin || sent.time > received.recorded.time ||
             std::ranges::find(sent.receivers, receiver) != sent.receivers.end())
             continue;

@@ -169,7 +169,7 @@ std::string textOf(const Json& json) { return json.dump(-1, ' ', false, Json::er
 
 std::string utcText(std::int64_t date) {
     date = std::max<std::int64_t>(date, 0);
-    const std::time_t seconds = date / nanosecondsPerSecond;
+    const auto seconds = static_cast<std::time_t>(date / nanosecondsPerSecond);
     std::tm utc{};
     gmtime_r(&seconds, &utc);
     char day[sizeof "2000-01-01T00:00:00" + 16], text[sizeof day + 16];

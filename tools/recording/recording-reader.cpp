@@ -90,9 +90,9 @@ void RecordingReader::readInterface(const Block& block) {
     added.isOwn = load<std::uint16_t>(block.body, 0, blocks_.order()) == pcapng::ownLinkType;
     forEachOption(block.body, 8, blocks_.order(), [&](std::uint16_t option, std::string_view value) {
         if (option == pcapng::interfaceText) added.description = originFrom(value);
-        if (option == pcapng::timeResolution && !value.empty()) added.resolution = value[0];
+        if (option == pcapng::timeResolution && !value.empty()) added.resolution = static_cast<unsigned char>(value[0]);
     });
-    if (added.isOwn && (added.resolution < 0 || added.resolution > mostResolution))
+    if (added.isOwn && added.resolution > mostResolution)
         blocks_.fail(block, "an interface with an unknown resolution of time");
 }
 

@@ -2,6 +2,7 @@
 
 #include "words.h"
 
+#include <cstddef>
 #include <cstdio>
 
 namespace recording {
@@ -32,7 +33,7 @@ private:
         }
     }
     // One half of a round, as published: the second half has the words 0 and 2 exchanged.
-    void half(int a, int b, int c, int d, int first, int second) {
+    void half(std::size_t a, std::size_t b, std::size_t c, std::size_t d, int first, int second) {
         v_[a] += v_[b];
         v_[b] = std::rotl(v_[b], first) ^ v_[a];
         v_[a] = std::rotl(v_[a], 32);
