@@ -26,7 +26,6 @@ using recording::Event;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::SizeIs;
 using namespace std::chrono_literals;
 
