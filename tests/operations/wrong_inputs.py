@@ -16,8 +16,22 @@ WRONG = {
     1: r"""
 keygen /no/such/dir/key
 --target tvserviced emit NoSuch
+record /no/such/dir/recording --for 1ms
+record /dev/null --for 1ms
+monitor /no/such/recording
+capture-info /no/such/recording
 """,
     2: r"""
+monitor --where "infos.result ="
+monitor --message NoSuch
+monitor --kind nothing
+monitor --terminal 0
+monitor --count 0
+record
+record /tmp/recording --for 60
+record /tmp/recording --last 1x
+record /tmp/recording --rotate-size 1K
+--target tvserviced record /tmp/recording
 play
 play 0:0
 play 0:-1 dvb://1.1.1

@@ -128,7 +128,8 @@ def main():
     if not top.commands:
         raise SystemExit(f"{program} --help lists no commands")
     verbs = {command.names: help_text.help_of(program, command.names) for command in top.commands}
-    with_files = [verb for verb, its in verbs.items() if any(one.names.startswith("FILE") for one in its.arguments)]
+    takes_file = ("FILE", "RECORDING")
+    with_files = [verb for verb, its in verbs.items() if any(one.names.startswith(takes_file) for one in its.arguments)]
     all_options = [option for its in (top, *verbs.values()) for option in its.options]
     valued = dict.fromkeys(one for option in all_options if option.takes_value() for one in option.options())
 

@@ -1,5 +1,6 @@
 #include "verbs.h"
 
+#include "capture-info.h"
 #include "check-service.h"
 #include "config.h"
 #include "doctor.h"
@@ -7,7 +8,9 @@
 #include "interactive.h"
 #include "keygen.h"
 #include "look.h"
+#include "monitor.h"
 #include "play.h"
+#include "record.h"
 #include "schema.h"
 #include "watch.h"
 
@@ -23,6 +26,19 @@ const std::vector<Verb>& verbs() {
         {.name = "stop", .help = "stops what terminals show and waits for the result", .run = runStop},
         {.name = "shell", .help = "runs commands line by line", .run = runShell},
         {.name = "watch", .help = "prints the notifications to the process's clients as they arrive", .run = runWatch},
+        {.name = "monitor",
+         .help = "prints the messages and other events of all processes as they happen, or of a recording",
+         .run = runMonitor,
+         .targeted = false},
+        {.name = "record",
+         .help = "writes the events of all processes into a file",
+         .run = runRecord,
+         .targeted = false},
+        {.name = "capture-info",
+         .help = "says what a recording contains",
+         .run = runCaptureInfo,
+         .configured = false,
+         .targeted = false},
         {.name = "screenshot", .help = "writes the picture on a terminal to a file", .run = runScreenshot},
         {.name = "level", .help = "prints how loud a terminal is, and its loudest tone", .run = runLevel},
         {.name = "schema",
