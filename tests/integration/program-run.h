@@ -111,12 +111,12 @@ protected:
     Outcome run(const Words& command) const { return start(command)->wait(); }
     Outcome run(const Words& command, const std::string& script) const { return start(command, script)->wait(); }
 
-    // The files of a folder except locks, which remain when a program ends.
+    // The files of a folder except locks and recordings, which remain when a program ends.
     static std::vector<std::string> filesIn(const std::filesystem::path& place) {
         std::vector<std::string> names;
         if (std::filesystem::exists(place))
             for (const auto& entry : std::filesystem::directory_iterator(place))
-                if (entry.path().extension() != ".lock") names.push_back(entry.path().filename());
+                if (entry.path().extension() != ".lock" && entry.path().filename() != "recordings") names.push_back(entry.path().filename());
         return names;
     }
 

@@ -59,6 +59,7 @@ TEST_F(TvctlConfig, PrintsTheOriginOfEachValue) {
                   "queue.unfinished_ms  5000                  built in\n"
                   "run_log.queue        1024                  built in\n"
                   "flat_heap.megabytes  256                   built in\n"
+                  "recorder.megabytes   8                     built in\n"
                   "media.engine         simulated             TVSA_MEDIA_ENGINE\n"
                   "media.output         auto                  built in\n"
                   "media.sound          auto                  built in\n"

@@ -53,7 +53,7 @@ TEST_F(ConfigurationFile, IsRejectedUnlessItIsToml) {
 }
 
 TEST_F(ConfigurationFile, ListsTheKnownNamesWhenOneIsUnknown) {
-    const std::string tables = "; known: endpoints, keys, remote, queue, run_log, flat_heap, media, log";
+    const std::string tables = "; known: endpoints, keys, remote, queue, run_log, flat_heap, recorder, media, log";
     expectErrors({
         {"\n[queues]\nmessages = 1\n", "2: unknown table \"queues\"" + tables},
         {"messages = 1\n", "1: unknown table \"messages\"" + tables},

@@ -209,6 +209,7 @@ TEST_F(Configuration, ListsEverySettingAndThoseOfConfiguredServices) {
                           {"queue.unfinished_ms", "TVSA_QUEUE_UNFINISHED_MS 5000"},
                           {"run_log.queue", "TVSA_RUNLOG_QUEUE 1024"},
                           {"flat_heap.megabytes", "TVSA_FLAT_HEAP_MB 256"},
+                          {"recorder.megabytes", "TVSA_RECORDER_MB 8"},
                           {"media.engine", "TVSA_MEDIA_ENGINE auto"},
                           {"media.output", "TVSA_MEDIA_OUTPUT auto"},
                           {"media.sound", "TVSA_MEDIA_SOUND auto"},

@@ -47,7 +47,7 @@ protected:
         std::map<std::string, std::string> fields;
         for (std::size_t at = 0; at < datagram.size();) {
             const std::size_t end = datagram.find('\n', at);
-            std::uint64_t length = 0;
+            std::size_t length = 0; // of 8 bytes, but datagrams are short
             for (int i = 8; i > 0; --i)
                 length = length << 8 | static_cast<unsigned char>(datagram[end + static_cast<unsigned>(i)]);
             fields[datagram.substr(at, end - at)] = datagram.substr(end + 9, length);

@@ -126,7 +126,7 @@ protected:
         return shared.put(terminal, client, evictions);
     }
     std::size_t held() const { return shared.table.count().held; }
-    std::size_t refused() const { return shared.table.count().refused; }
+    std::uint64_t refused() const { return shared.table.count().refused; }
 
     static constexpr int share = static_cast<int>(bounds::terminalsOfAClient);
     const host::LogCapture log{{logModule}};

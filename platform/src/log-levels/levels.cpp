@@ -24,6 +24,18 @@ constinit std::atomic<std::uint16_t> vdlDebugLevels[vdlDebugModules] = {VDL_DEFA
 namespace host::debug {
 namespace {
 
+// The levels that were set, which decide what is printed. Those in vdlDebugLevels are not lower than the level up to
+// which lines are recorded.
+constinit std::atomic<std::uint16_t> printed[vdlDebugModules] = {VDL_DEFAULT_256, VDL_DEFAULT_256, VDL_DEFAULT_256,
+                                                                 VDL_DEFAULT_256};
+constinit std::atomic<std::uint16_t> recorded{0};
+
+// With the mutex of wanted held.
+void setLevel(std::uint32_t module, std::uint16_t level) {
+    printed[module] = level;
+    vdlDebugLevels[module] = std::max(level, recorded.load());
+}
+
 // Every line reads this without the mutex; a name never changes once it is set.
 constinit std::atomic<const char*> names[vdlDebugModules] = {};
 
@@ -144,15 +156,15 @@ std::string apply(const std::vector<Item>& items) {
     for (const Item& item : items) {
         switch (item.target) {
             case Item::Target::all:
-                for (auto& level : vdlDebugLevels) level = item.level;
+                for (std::uint32_t module = 0; module < vdlDebugModules; ++module) setLevel(module, item.level);
                 break;
             case Item::Target::number:
-                vdlDebugLevels[item.module] = item.level;
+                setLevel(item.module, item.level);
                 break;
             case Item::Target::name:
                 for (std::uint32_t module = 0; module < vdlDebugModules; ++module)
                     if (const char* name = nameOfModule(module); name && item.name == name)
-                        vdlDebugLevels[module] = item.level;
+                        setLevel(module, item.level);
                 break;
         }
     }
@@ -190,6 +202,21 @@ std::string setValidLevels(std::string_view text) {
     return errors;
 }
 
+void recordUpTo(std::uint16_t level) {
+    thread_safety::LockGuard lock(wanted().mutex);
+    recorded = level;
+    for (std::uint32_t module = 0; module < vdlDebugModules; ++module) setLevel(module, printed[module]);
+}
+
+bool isRecorded(std::uint32_t levelWord) noexcept {
+    return (levelWord & 0xFFFF) <= recorded.load(std::memory_order_relaxed);
+}
+
+bool isPrinted(std::uint32_t levelWord) noexcept {
+    return recorded.load(std::memory_order_relaxed) == 0 ||
+           (levelWord & 0xFFFF) <= printed[(levelWord >> 16) % vdlDebugModules].load(std::memory_order_relaxed);
+}
+
 const char* nameOfModule(std::uint32_t module) noexcept {
     return names[module % vdlDebugModules].load(std::memory_order_acquire);
 }
@@ -205,7 +232,7 @@ void vdlDebugNameModule(std::uint32_t module, const char* name) {
     if (!copy) return;
     names[module].store(copy, std::memory_order_release);
     if (const auto level = wanted().byName.find(std::string_view(name)); level != wanted().byName.end())
-        vdlDebugLevels[module] = level->second;
+        setLevel(module, level->second);
 }
 
 std::string vdlDebugSetLevels(const std::string& text) {

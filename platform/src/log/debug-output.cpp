@@ -4,6 +4,7 @@
 #include "log-levels/levels.h"
 #include "log/log.h"
 #include "log/output.h"
+#include "recorder/recorder.h"
 
 #include <host/process-name.h>
 #include <vdl/debug.h>
@@ -112,10 +113,24 @@ bool isSuppressed(const vdlDebugChunk& chunk, const char* format) {
     return true;
 }
 
+void recordLine(std::uint32_t levelWord, std::string_view text) noexcept {
+    const std::uint32_t module = levelWord >> 16;
+    char number[16];
+    const char* name = nameOfModule(module);
+    if (!name) {
+        std::snprintf(number, sizeof number, "0x%04x", module);
+        name = number;
+    }
+    recorder::record(EventKind::line, levelWord & 0xFFFF, name, text);
+}
+
 // format: the text's format; null for a line without a limit.
 void output(std::uint32_t levelWord, std::string_view text, const char* format) {
     if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
-    const bool isKept = captures.load(std::memory_order_acquire) != 0 && capture(levelWord, text);
+    if (isRecorded(levelWord)) recordLine(levelWord, text);
+    const bool isCaptured = captures.load(std::memory_order_acquire) != 0;
+    if (!isCaptured && !isPrinted(levelWord)) return;
+    const bool isKept = isCaptured && capture(levelWord, text);
     if ((format && isSuppressed({levelWord}, format)) || isKept) return;
     Output::instance().write(levelWord, text);
 }

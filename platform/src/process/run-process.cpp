@@ -1,6 +1,10 @@
+#include "base/error-text.h"
 #include "frame/process-state.h"
+#include "log-levels/levels.h"
 #include "log/log.h"
+#include "recorder/recorder.h"
 #include "service-manager/service-manager.h"
+#include "settings/number.h"
 
 #include <frame/io-statistics.h>
 #include <host/receiver.h>
@@ -127,9 +131,30 @@ private:
 
 } // namespace
 
+namespace {
+
+// A process that cannot record works all the same.
+void startRecording() noexcept {
+    try {
+        constexpr std::size_t mebibyte = 1024 * 1024;
+        const auto size = static_cast<std::size_t>(config::numberOf("recorder.megabytes")) * mebibyte;
+        if (size == 0) return;
+        const std::string news = recorder::start(size, TVSA_VERSION);
+        debug::recordUpTo(vdlDebugProgress);
+        if (!news.empty()) HOST_LOG(frame, vdlDebugWarning, "%s\n", news.c_str());
+    } catch (const recorder::InUse& error) { // what else they share shows that better
+        HOST_LOG(frame, vdlDebugProgress, "this process does not record what it does: %s\n", error.what());
+    } catch (const std::exception& error) {
+        HOST_LOG(frame, vdlDebugWarning, "this process does not record what it does: %s\n", textOf(error));
+    }
+}
+
+} // namespace
+
 MessageQueue& messageQueue() { return processState().messageQueue(); }
 
 int runProcess(int (*onReady)(void* context), void* context) {
+    startRecording();
     frame::Process::State& state = processState();
     const ServiceManager manager = ServiceManager::fromEnvironment();
     SignalThread signals(manager);
@@ -151,6 +176,7 @@ int runProcess(int (*onReady)(void* context), void* context) {
     signals.letHeartBeat(false); // the threads take no more turns
     manager.stopping();
     state.end();
+    recorder::end();
     return result;
 }
 

@@ -2,6 +2,7 @@
 
 #include "connection.h"
 #include "log/log.h"
+#include "recorder/recorder.h"
 
 #include <host/result.h>
 
@@ -106,12 +107,16 @@ int Channel::put(const Outgoing& message, Outbox& outbox, Connection* connection
     };
     const auto shareOf = [room](std::size_t most) { return room == Room::all ? most : withoutAnswers(most); };
     if (outbox.messages() >= shareOf(limits_.messages)) return full();
+    const bool isFirst = !message.frame || message.frame->size() == 0; // of its outboxes
     const auto deadline = connection ? Outbox::Time::max() : std::chrono::steady_clock::now() + limits_.wait;
     outbox.add(message, deadline);
     if (outbox.bytes() > shareOf(mostBytes(outbox))) {
         outbox.retractLast();
         return full();
     }
+    if (isFirst)
+        recorder::recordMessage(EventFlags::sent, message.frame || !connection ? 0 : connection->number(), service,
+                                outbox.last());
     if (connection) connection->flush();
     return 0;
 }

@@ -4,6 +4,7 @@
 #include "base/guarded-call.h"
 #include "byte-order.h"
 #include "log/log.h"
+#include "recorder/recorder.h"
 
 #include <host/message-queue.h>
 
@@ -246,6 +247,9 @@ bool Connection::handleFrames() {
 }
 
 void Connection::handleFrame(const char* header, std::uint32_t size, char* body) {
+    // Before it is validated, which changes it.
+    recorder::recordMessage(swap_ ? EventFlags::otherOrder : std::uint8_t{0}, number_, channel_.service,
+                            {header, frameHeaderBytes + size});
     const frame::MsgMeta meta{load32(header + 4, swap_), load32(header + 8, swap_), load32(header + 12, swap_),
                               static_cast<std::uint8_t>(header[16])};
     const frame::TransportInfo transport{number_, {load32(header + 20, swap_), load32(header + 24, swap_)}};

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -34,8 +35,11 @@ public:
 
     explicit Outbox(std::size_t firstCapacity);
 
-    // Appends a message. Throws like marshal; the outbox is then unchanged.
+    // Appends a message; last is its frame, until anything changes. Throws like marshal; the outbox is then unchanged.
     void add(const Outgoing& message, Time deadline);
+    std::string_view last() const {
+        return {frames_.data() + frames_.size() - waiting_.back().bytes, waiting_.back().bytes};
+    }
     void retractLast() noexcept; // and releases the memory that it took
 
     bool empty() const { return first_ == waiting_.size(); }

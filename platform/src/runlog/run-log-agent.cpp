@@ -1,4 +1,5 @@
 #include "log/log.h"
+#include "recorder/recorder.h"
 #include "run-log-queue.h"
 #include "run-log-store.h"
 #include "runlog/run-log-waits.h"
@@ -95,7 +96,11 @@ std::string RunLogAgentImpl::getLogCurrentUTCTime() const {
     return text;
 }
 
-void RunLogAgentImpl::writeRunLog(const RunLogRecord& record) { state_->queue.write(record); }
+void RunLogAgentImpl::writeRunLog(const RunLogRecord& record) {
+    if (host::recorder::ring())
+        host::recorder::record(host::EventKind::runLog, 0, record.logCode, record.errorCode + ' ' + record.logText);
+    state_->queue.write(record);
+}
 
 bool RunLogAgentImpl::flush() { return state_->queue.flush(longestWait); }
 

@@ -1,6 +1,7 @@
 #include "shell/shell-server.h"
 
 #include "log/log.h"
+#include "recorder/recorder.h"
 #include "request.h"
 #include "sockets/acceptor.h"
 #include "sockets/local-socket.h"
@@ -83,6 +84,7 @@ private:
     void serveRequest(Client& client);
     void receive(Client& client);
     void runRequest(Client& client);
+    void recordResult(std::string_view text) const;
     std::size_t askingClients() const;
     bool isIdle(Client& client, Clock::time_point now) const;
     bool takeSlot();
@@ -105,6 +107,7 @@ private:
     const boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_{io_.get_executor()};
     const host::io::ListeningSocket socket_;
     host::io::Acceptor acceptor_;
+    std::uint64_t commands_ = 0;     // that were executed
     bool stalled_ = true;            // no pending event will make it accept clients
     std::vector<ClientPtr> clients_; // oldest first; capacity is reserved for all that are possible
 };
@@ -236,12 +239,21 @@ void ShellServer::Clients::runRequest(Client& client) {
     if (text.empty()) { // a malformed request gets no slot
         if (!client.asked && !takeSlot()) return reject(client);
         client.asked = true;
+        host::recorder::record(host::EventKind::command, ++commands_, "shell",
+                         std::string_view(client.input).substr(0, length));
         text = shell_.execute(request);
+        recordResult(text);
         client.active = Clock::now();
     }
     client.input.erase(0, length + 1);
     client.begun = Clock::now();
     send(client, text);
+}
+
+// Only its last line, the status: what commands print may be long, and often is the same.
+void ShellServer::Clients::recordResult(std::string_view text) const {
+    text.remove_suffix(1);
+    host::recorder::record(host::EventKind::result, commands_, "shell", text.substr(text.rfind('\n') + 1));
 }
 
 std::size_t ShellServer::Clients::askingClients() const {

@@ -1,6 +1,8 @@
 #include "checks.h"
 #include "files.h"
 
+#include <host/ring-reader.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <string_view>
@@ -58,6 +60,7 @@ Diagnosis checkContents(const std::string& runtimeFolder) {
         const bool ofService = std::any_of(known.begin(), known.end(), [&](const Service& service) {
             return name == service.name + std::string(serviceSuffix);
         });
+        if (path == host::ringFolder()) continue;
         if (name.ends_with(lockSuffix))
             checkLock(diagnosis, path);
         else if (!name.ends_with(shellSuffix) && !ofService)

@@ -13,9 +13,9 @@ enum class EventKind : std::uint8_t {
                     // connection, 0 for all clients, or for a message that waits for a connection
     connection = 3, // name: the service. number: the connection. text: what happened to it, and why
     line = 4,       // name: the log's module. number: the severity. text: the line
-    command = 5,    // name: the session of the debug shell. number: of the command. text: its words, escaped
-    result = 6,     // of the command with the same name and number. text: the exit code, a space, what it printed
-    runLog = 7,     // text: a record of the run log, as JSON
+    command = 5,    // name: "shell". number: of the command in this process. text: the request, a JSON object
+    result = 6,     // of the command with the same number. text: its status, a JSON object; not what it printed
+    runLog = 7,     // name: the log code. text: the error code, a space, the text
 };
 
 // Of a message. Both sides record it: the sender when it is queued, the receiver before it is validated.

@@ -22,10 +22,10 @@ struct RingInfo {
     std::string process; // its name
     std::string version; // of its platform
     std::uint32_t pid = 0;
-    std::int64_t begin = 0;   // when it began: nanoseconds since 1970, UTC
-    std::uint64_t bytes = 0;  // how much the ring holds
-    bool hasEnded = false;    // in an orderly way; otherwise it runs, or was killed
-    std::string boot;         // identifies the run of the system: times of different runs are not comparable
+    std::int64_t begin = 0;  // when it began: nanoseconds since 1970, UTC
+    std::uint64_t bytes = 0; // how much the ring holds
+    bool hasEnded = false;   // in an orderly way; otherwise it runs, or was killed
+    std::string boot;        // identifies the run of the system: times of different runs are not comparable
 };
 
 // Reads a ring from its oldest event on. Never blocks or delays the process that writes it. Treats the file as hostile:
@@ -54,8 +54,9 @@ private:
 
 // The folder of the rings: "recordings" in the runtime folder. It need not exist.
 std::string ringFolder();
-// The rings in a folder: NAME.ring of the processes that run or ended last, NAME.ring.1 of those before them. Empty when
-// there is no such folder. At most 256, sorted by name.
+// The rings in a folder: NAME.ring of the processes that run or ended last, NAME.ring.1 of those before them, and
+// NAME.ring.killed of the last ones that did not end in an orderly way. Empty when there is no such folder. At most
+// 256, sorted by name.
 std::vector<std::string> ringsIn(const std::string& folder);
 
 } // namespace host
