@@ -82,6 +82,7 @@ void Connection::writeHello() {
 void Connection::becomeReady() {
     channel_.makeReady(*this);
     count(channel_.counters.connections);
+    recorder::record(EventKind::connection, number_, channel_.service, "connected");
     channel_.onConnectionReady(*this);
     channel_.flushQueued(*this);
 }
@@ -284,6 +285,13 @@ void Connection::handleFrame(const char* header, std::uint32_t size, char* body)
     forOthers_ += channel_.endHandling();
 }
 
+void Connection::recordEnd(std::string_view reason) const noexcept {
+    char text[256] = "closed: "; // allocates nothing, as memory may have run out
+    constexpr std::size_t begin = 8;
+    const auto size = reason.copy(text + begin, sizeof text - begin);
+    recorder::record(EventKind::connection, number_, channel_.service, {text, begin + size});
+}
+
 void Connection::reject(const char* reason) noexcept {
     count(channel_.counters.refused);
     close(reason, true);
@@ -293,6 +301,7 @@ void Connection::close(const char* reason, bool fault) noexcept {
     if (closed_) return;
     const auto self = shared_from_this(); // the channel releases it
     const bool wasReady = channel_.abandon(*this);
+    recordEnd(reason);
     channel_.onConnectionClosed(*this, wasReady, fault, reason);
 }
 

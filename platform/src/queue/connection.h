@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace host::io {
 
@@ -73,6 +74,7 @@ private:
     bool handleFrames();
     void handleFrame(const char* header, std::uint32_t size, char* body);
     void becomeReady();
+    void recordEnd(std::string_view reason) const noexcept;
 
     Channel& channel_;
     const std::unique_ptr<Stream> stream_;

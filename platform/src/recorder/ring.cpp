@@ -107,6 +107,7 @@ void Ring::beginPage(std::uint64_t first) {
 }
 
 void Ring::write(const void* bytes, std::size_t count) {
+    if (count == 0) return; // there may be no bytes to point to
     const char* from = static_cast<const char*>(bytes);
     while (count > room_) {
         std::memcpy(next_, from, room_);
