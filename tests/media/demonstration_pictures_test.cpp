@@ -52,7 +52,7 @@ protected:
         return result;
     }
 
-    static constexpr std::chrono::seconds longest{90};
+    static constexpr std::chrono::seconds longest{240};
     std::string sheet = (folder / "sheet.html").string();
 };
 
