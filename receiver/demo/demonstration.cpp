@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <media/picture.h>
 #include <media/snapshot.h>
 
 namespace demo {
@@ -39,15 +40,16 @@ std::string textOf(const std::vector<Answer>& answers) {
 
 std::string sizeText(int width, int height) { return std::to_string(width) + "x" + std::to_string(height); }
 
-// Of a PNG, whose header has the width and the height at its bytes 16 to 23.
 std::string sizeOf(const std::string& png) {
-    constexpr std::size_t width = 16, height = 20, end = 24;
-    const auto numberAt = [&](std::size_t at) {
-        unsigned number = 0;
-        for (std::size_t i = at; i < at + 4; ++i) number = number << 8 | static_cast<unsigned char>(png[i]);
-        return static_cast<int>(number);
-    };
-    return png.size() < end ? "no size" : sizeText(numberAt(width), numberAt(height));
+    if (png.empty()) return "no size";
+    const media::Picture picture(png);
+    return sizeText(picture.width(), picture.height());
+}
+
+// In the bar of the first language's subtitles, beside the letters.
+bool hasSubtitle(const std::string& png) {
+    constexpr int x = 165, y = 443;
+    return media::Picture(png).shows(media::Picture::yellow, x, y);
 }
 
 } // namespace
@@ -311,14 +313,10 @@ Picture Demonstration::look(const std::string& terminal, const Shown& shown) {
         throw ReceiverError(terminal + ": expected no picture of " + nameOf(other) + ", got one");
     if (!expected) return picture;
 
-    // Teletext and subtitles are seen when they are broadcast the next time. The picture stands still but for its small
-    // clock, so that it needs more bytes with subtitles.
-    constexpr double longer = 1.01;
+    // Teletext and subtitles are seen when they are broadcast the next time.
     const auto isRight = [&] {
-        if (shown.isCovered) return sizeOf(picture.png) != expected->size;
-        return sizeOf(picture.png) == expected->size &&
-               (!shown.hasSubtitles ||
-                static_cast<double>(picture.png.size()) > longer * static_cast<double>(plainSize_));
+        if (shown.isCovered) return !picture.png.empty() && sizeOf(picture.png) != expected->size;
+        return sizeOf(picture.png) == expected->size && (!shown.hasSubtitles || hasSubtitle(picture.png));
     };
     const auto looksRight = [&] { return isRight() || (picture.png = pictureOf(shows, terminal), isRight()); };
     const bool waits = shown.isCovered || shown.hasSubtitles;
@@ -331,7 +329,7 @@ Picture Demonstration::look(const std::string& terminal, const Shown& shown) {
     if (!kit_.waitFor(sounds, receiver::defaultTimeout))
         throw ReceiverError(terminal + ": expected a tone of " + std::to_string(expected->pitch) +
                             " Hz, the sound of " + expected->name + ", got " + std::to_string(heard) + " Hz");
-    picture.name = expected->name + (shown.isCovered ? ", teletext" : "");
+    picture.name = expected->name + (shown.isCovered ? ", teletext" : shown.hasSubtitles ? ", subtitles" : "");
     picture.details = sizeOf(picture.png) + ", " + std::to_string(expected->pitch) + " Hz";
     return picture;
 }

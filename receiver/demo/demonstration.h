@@ -102,7 +102,6 @@ private:
 
     Broadcasts* const broadcasts_;
     std::string film_;
-    std::size_t plainSize_ = 0;          // bytes of the picture on 0:0 without subtitles
     std::map<std::string, Shown> shown_; // on the terminals used so far
     std::vector<Step> steps_;            // the last is the current one
 };

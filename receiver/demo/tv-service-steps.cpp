@@ -36,7 +36,6 @@ void Demonstration::tracks() {
     const bool isSimulated = !broadcasts_;
     choose("audio", "TvServiceAudioInfo", 2, true);
     shown_["0:0"].sound = 1;
-    if (broadcasts_) plainSize_ = pictureOf(Part::tvService, "0:0").size();
     choose("subtitle", "TvServiceSubtitleInfo", 1, true);
     shown_["0:0"].hasSubtitles = true;
     choose("video", "TvServiceVideoInfo", 2, isSimulated, {{"intParam1", 1}, {"intParam4", 720}});

@@ -2,6 +2,7 @@
 #include "integration/program-run.h"
 
 #include <map>
+#include <media/picture.h>
 #include <media/snapshot.h>
 #include <regex>
 
@@ -28,8 +29,23 @@ protected:
         const Outcome read = run({"zbarimg", "--quiet", "--raw", picture});
         return read.output.substr(0, read.output.find('\n'));
     }
+    // "One", from its QR code, "One, subtitle", or "teletext".
+    std::string contentOfPicture(const std::string& base64) const {
+        const media::Picture picture(media::bytesOf(base64));
+        using media::Picture;
+        if (picture.width() == pageWidth) {
+            constexpr int lineBegin = 20, lineEnd = 50; // of the name of the program
+            for (int x = 0; x < pageWidth; ++x)
+                for (int y = lineBegin; y < lineEnd; ++y)
+                    if (picture.shows(Picture::yellow, x, y) || picture.shows(Picture::cyan, x, y)) return "teletext";
+            return "a page without text";
+        }
+        constexpr int barX = 165, barY = 443;
+        const bool hasSubtitle = picture.height() > barY && picture.shows(Picture::yellow, barX, barY);
+        return codeIn(base64) + (hasSubtitle ? ", subtitle" : "");
+    }
 
-    // By terminal: the text of the QR code in its picture, or what stands there instead.
+    // By terminal: what its picture shows, or what stands there instead.
     using Terminals = std::map<std::string, std::string>;
     // By the titles of the steps, in order.
     std::vector<std::pair<std::string, Terminals>> steps() const {
@@ -39,19 +55,20 @@ protected:
         const std::string data = "data:image/png;base64,";
         for (std::string line; std::getline(file, line);) {
             // The pictures are too long for regular expressions.
-            std::string code = "nothing";
+            std::string content = "nothing";
             if (const auto at = line.find(data); at != std::string::npos) {
                 const auto begin = at + data.size(), end = line.find('"', begin);
-                code = codeIn(line.substr(begin, end - begin));
+                content = contentOfPicture(line.substr(begin, end - begin));
                 line.erase(at, end - at);
             }
             std::smatch match;
             if (std::regex_search(line, match, title)) result.push_back({match[1], {}});
-            if (std::regex_search(line, match, terminal)) result.back().second[match[1]] = code;
+            if (std::regex_search(line, match, terminal)) result.back().second[match[1]] = content;
         }
         return result;
     }
 
+    static constexpr int pageWidth = 492;
     static constexpr std::chrono::seconds longest{240};
     std::string sheet = (folder / "sheet.html").string();
 };
@@ -62,10 +79,11 @@ TEST_F(ADemonstration, ShowsOnItsSheetWhatEachTerminalShowedAtEachStep) {
     EXPECT_THAT(outcome.output, AllOf(HasSubstr("Everything was as expected"),
                                       HasSubstr("Pictures of each step: " + sheet), Not(HasSubstr("reqid"))));
     const Terminals five{{"0:0", "One"}, {"1:0", "One"}, {"2:0", "One"}, {"3:0", "nothing"}, {"4:0", "One"}};
-    Terminals withPage = five;
-    withPage["0:0"] = ""; // no code
-    const Terminals tuned{{"0:0", "One"},     {"1:0", "Music"}, {"2:0", "One"},
-                          {"3:0", "nothing"}, {"4:0", "One"},   {"5:0", "nothing"}};
+    Terminals withSubtitle = five, withPage = five;
+    withSubtitle["0:0"] = "One, subtitle";
+    withPage["0:0"] = "teletext";
+    const Terminals tuned{{"0:0", "One, subtitle"}, {"1:0", "Music"}, {"2:0", "One"},
+                          {"3:0", "nothing"},       {"4:0", "One"},   {"5:0", "nothing"}};
     const auto dark = [](Terminals lit) {
         for (const char* terminal : {"0:0", "1:0", "2:0", "3:0", "4:0", "5:0", "8:0", "9:0"})
             lit.try_emplace(terminal, "nothing");
@@ -85,7 +103,7 @@ TEST_F(ADemonstration, ShowsOnItsSheetWhatEachTerminalShowedAtEachStep) {
                            {"five terminals at once",
                             {{"0:0", "One"}, {"1:0", "One"}, {"2:0", "One"}, {"3:0", "One"}, {"4:0", "One"}}},
                            {"a file that is not there", five},
-                           {"tracks are chosen", five},
+                           {"tracks are chosen", withSubtitle},
                            {"a page of teletext", withPage},
                            {"the tuner, and a locked terminal", tuned},
                            {"a download over the air", tuned},

@@ -116,8 +116,9 @@ private:
     }
     void answer(const Connection& connection) const {
         const std::string path = connection.request();
-        for (const auto& [beginning, answer] : answers_)
-            if (!path.empty() && path.starts_with(beginning)) return answer(connection, path);
+        // Backwards: of several beginnings, the longest.
+        for (auto each = answers_.rbegin(); each != answers_.rend(); ++each)
+            if (!path.empty() && path.starts_with(each->first)) return each->second(connection, path);
     }
 
     const std::map<std::string, Answer> answers_;

@@ -213,6 +213,11 @@ std::map<std::string, hostile::Server::Answer> misbehaviour() {
              connection.send(headers(sample.size()) + sample.substr(0, 3 * packetSize));
              connection.stall();
          }},
+        {"/stalls-while-it-plays",
+         [sample](const Connection& connection, const std::string&) {
+             connection.send(headers(sample.size() * 10) + sample);
+             connection.stall();
+         }},
         {"/closes", [](const Connection&, const std::string&) {}},
         {"/redirects",
          [](const Connection& connection, const std::string& path) {
@@ -256,6 +261,16 @@ TEST_F(HostileMedia, ComesFromAServerThatMisbehaves) {
     play("1:0", server.address("/good"));
     goesOn();
     endAll();
+}
+
+TEST_F(HostileMedia, IsNotHeardWhileItsSourceStalls) {
+    hostile::Server server(misbehaviour());
+    startAll();
+    play("1:0", server.address("/stalls-while-it-plays"));
+    EXPECT_TRUE(eventually([&] { return pitchOn("1:0") != 0; })) << mmService_->error();
+    EXPECT_TRUE(sounds("1:0", 0));
+    EXPECT_NE(codeOn("1:0"), "") << "the picture stays";
+    goesOn();
 }
 
 // The requests are given up after 5 s, but the sources stay until they have had their time.

@@ -4,6 +4,7 @@
 #include "integration/program-run.h"
 
 #include <algorithm>
+#include <media/picture.h>
 #include <nlohmann/json.hpp>
 
 namespace playing_receiver {
@@ -70,11 +71,11 @@ protected:
     }
     // The text of the QR code in a terminal's picture; empty without one.
     std::string codeOn(const std::string& terminal) const {
-        const std::string picture = (folder / "picture.png").string();
-        const Outcome taken = tvctl({"screenshot", terminal, picture});
-        EXPECT_EQ(taken.exitCode, 0) << taken.error;
-        const Outcome read = run({"zbarimg", "--quiet", "--raw", picture});
+        const Outcome read = run({"zbarimg", "--quiet", "--raw", screenshotOf(terminal)});
         return read.output.substr(0, read.output.find('\n'));
+    }
+    media::Picture pictureOn(const std::string& terminal) const {
+        return media::Picture(contentOf(screenshotOf(terminal)));
     }
     int pitchOn(const std::string& terminal) const {
         const Outcome heard = tvctl({"level", terminal, "--json"});
@@ -87,6 +88,13 @@ protected:
     std::unique_ptr<Running> tvService_, mmService_, host_;
 
 private:
+    std::string screenshotOf(const std::string& terminal) const {
+        std::string picture = (folder / "picture.png").string();
+        const Outcome taken = tvctl({"screenshot", terminal, picture});
+        EXPECT_EQ(taken.exitCode, 0) << taken.error;
+        return picture;
+    }
+
     const std::string list_;
 
     // Of a socket that is not open any more: nobody sends to it.

@@ -68,6 +68,19 @@ void setCaps(GstElement* element, const char* text) {
     g_object_set(element, "caps", caps.get(), nullptr);
 }
 
+// Of a textoverlay, which expects markup. Without text, it leaves the pictures as they are.
+void setText(GstElement* overlay, const std::string& text) {
+    const Owner<char> markup(g_markup_escape_text(text.c_str(), -1));
+    g_object_set(overlay, "text", markup.get(), "silent", text.empty() ? TRUE : FALSE, nullptr);
+}
+
+// Makes an overlay forget what it draws, and what it would draw later.
+void forgetBitmaps(GstElement* overlay) {
+    const Owner<GstPad> entry(gst_element_get_static_pad(overlay, "text_sink"));
+    gst_pad_send_event(entry.get(), gst_event_new_flush_start());
+    gst_pad_send_event(entry.get(), gst_event_new_flush_stop(TRUE));
+}
+
 // Throws Error.
 std::string fileUriOf(const std::string& uri) {
     const Owner<char> file(g_filename_to_uri(services::localPathOf(uri).c_str(), nullptr, nullptr));
@@ -189,7 +202,8 @@ void Playback::buildTestPicture(const std::string& name) {
     GstElement* const tone = addElement(pipeline_.get(), "audiotestsrc");
     g_object_set(picture, "is-live", TRUE, nullptr);
     setCaps(format, "video/x-raw,format=I420,width=720,height=576,framerate=25/1");
-    g_object_set(caption, "text", name.c_str(), "font-desc", "Sans Bold 40", nullptr);
+    g_object_set(caption, "font-desc", "Sans Bold 40", nullptr);
+    setText(caption, name);
     constexpr double quiet = 0.1;
     g_object_set(tone, "is-live", TRUE, "volume", quiet, nullptr);
     if (!linkAll({picture, format, caption})) throw Error("GStreamer cannot link the test picture");
@@ -255,7 +269,7 @@ void Playback::addOverlays(const Program& program) {
             SERVICE_LOG(vdlDebugProgress, "no subtitles: %s\n", error.what());
             continue;
         }
-        if (!areBitmaps) g_object_set(overlay, "wait-text", FALSE, nullptr);
+        if (!areBitmaps) setText(overlay, {});
         const thread_safety::LockGuard lock(mutex_);
         (areBitmaps ? bitmaps_ : text_) = overlay;
     }
@@ -278,14 +292,17 @@ void Playback::decodeText(const Stream& stream, GstPad* pad) {
         startAll({queue});
         linkTo(pad, queue);
     } else if (text) {
+        // The overlay takes texts with an end only, but a page is shown until the next one: so each is set when it is
+        // due.
         const std::vector<GstElement*> elements{asStreamQueue(add(kind, "queue")), add(kind, "teletextdec"),
-                                                add(kind, "capsfilter")};
-        g_object_set(elements[1], "page", static_cast<int>(stream.page), "subtitles-mode", TRUE, nullptr);
+                                                add(kind, "capsfilter"), add(kind, "fakesink")};
+        g_object_set(elements[1], "page", static_cast<int>(stream.page), "subtitles-mode", TRUE, "subtitles-template",
+                     "%s\n", nullptr);
         setCaps(elements[2], "text/x-raw,format=utf-8");
+        g_object_set(elements[3], "sync", TRUE, "async", FALSE, "enable-last-sample", FALSE, "signal-handoffs", TRUE,
+                     nullptr);
+        g_signal_connect(elements[3], "handoff", G_CALLBACK(showText), this);
         linkAll(elements);
-        const Owner<GstPad> source(gst_element_get_static_pad(elements[2], "src"));
-        linkTo(source.get(), text, "text_sink");
-        g_object_set(text, "silent", FALSE, nullptr);
         startAll(elements);
         linkTo(pad, elements.front());
     }
@@ -407,9 +424,6 @@ void Playback::unlink(TrackKind kind) {
         bitmaps = bitmaps_;
         text = text_;
     }
-    // What is drawn would stay otherwise. Without the mutex: elements have locks of their own.
-    if (kind == TrackKind::subtitle && bitmaps) g_object_set(bitmaps, "enable", FALSE, nullptr);
-    if (kind == TrackKind::subtitle && text) g_object_set(text, "silent", TRUE, nullptr);
     for (const auto& pad : pads())
         if (pid != 0 && pidOf(pad.get()) == pid)
             if (const Owner<GstPad> peer(gst_pad_get_peer(pad.get())); peer) gst_pad_unlink(pad.get(), peer.get());
@@ -426,6 +440,12 @@ void Playback::unlink(TrackKind kind) {
         }
         for (GstElement* const element : elements) gst_bin_remove(GST_BIN(pipeline_.get()), element);
     }
+    // What is drawn would stay otherwise. Without the mutex: elements have locks of their own.
+    if (kind == TrackKind::subtitle && bitmaps) {
+        g_object_set(bitmaps, "enable", FALSE, nullptr);
+        forgetBitmaps(bitmaps);
+    }
+    if (kind == TrackKind::subtitle && text) setText(text, {});
     if (kind == TrackKind::audio) meter_.clear();
 }
 
@@ -456,6 +476,22 @@ void Playback::showPicture(GstElement* sink, GstBuffer* buffer, GstPad* pad, voi
     if (!window) return;
     const Owner<GstCaps> caps(gst_pad_get_current_caps(pad));
     window->show(buffer, caps.get());
+}
+
+void Playback::showText(GstElement*, GstBuffer* buffer, GstPad*, void* self) {
+    GstMapInfo map;
+    if (!gst_buffer_map(buffer, &map, GST_MAP_READ)) return;
+    const auto* const begin = reinterpret_cast<const char*>(map.data);
+    std::string text(begin, std::find(begin, begin + map.size, '\0'));
+    gst_buffer_unmap(buffer, &map);
+    text.erase(text.find_last_not_of(" \n") + 1);
+    Owner<GstElement> overlay;
+    {
+        auto& playback = *static_cast<Playback*>(self);
+        const thread_safety::LockGuard lock(playback.mutex_);
+        if (playback.text_) overlay.reset(GST_ELEMENT(gst_object_ref(playback.text_)));
+    }
+    if (overlay) setText(overlay.get(), text);
 }
 
 void Playback::sawBuffer() {

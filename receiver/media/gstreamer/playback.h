@@ -88,6 +88,7 @@ private:
     void finish(const Outcome& outcome);
     static GstPadProbeReturn showAtOnce(GstPad* pad, GstPadProbeInfo* info, void* self);
     static void showPicture(GstElement* sink, GstBuffer* buffer, GstPad* pad, void* self);
+    static void showText(GstElement* sink, GstBuffer* buffer, GstPad* pad, void* self);
     static gboolean takeMessage(GstBus* bus, GstMessage* message, void* self);
     PictureFormat pictureFormat() const;
 

@@ -6,8 +6,9 @@
 
 namespace media {
 
-void SoundMeter::take(GstBuffer* buffer) {
+void SoundMeter::take(GstBuffer* buffer, Time now) {
     constexpr float fullScale = 32768;
+    constexpr std::chrono::milliseconds late{300}; // how much later than it should the next buffer may come
     GstMapInfo map;
     if (!gst_buffer_map(buffer, &map, GST_MAP_READ)) return;
     const std::span<const std::int16_t> samples(reinterpret_cast<const std::int16_t*>(map.data),
@@ -16,6 +17,7 @@ void SoundMeter::take(GstBuffer* buffer) {
         const thread_safety::LockGuard lock(mutex_);
         for (std::size_t at = 0; at + channels <= samples.size(); at += channels)
             samples_.push_back(static_cast<float>(samples[at] + samples[at + 1]) / channels / fullScale);
+        silentFrom_ = now + late + std::chrono::microseconds(samples.size() / channels * 1'000'000 / rate);
         if (samples_.size() > most)
             samples_.erase(samples_.begin(), samples_.end() - static_cast<std::ptrdiff_t>(most));
     }
@@ -27,12 +29,12 @@ void SoundMeter::clear() {
     samples_.clear();
 }
 
-Sound SoundMeter::sound() const {
+Sound SoundMeter::sound(Time now) const {
     constexpr double silence = -100;
     std::vector<float> samples;
     {
         const thread_safety::LockGuard lock(mutex_);
-        samples = samples_;
+        if (now < silentFrom_) samples = samples_;
     }
     double squares = 0;
     for (const double sample : samples) squares += sample * sample;
