@@ -109,6 +109,7 @@ public:
         expect(others.size() <= 16 * (2 + 5 + 1 + 3 * 255) + 5, "a message is short");
     }
     void failed(const media::Outcome&) override { expect(false, "a stream does not fail by itself"); }
+    void ended() override { expect(false, "a stream does not end by itself"); }
 
     std::size_t bytes() const { return bytes_; } // but for tables
 

@@ -18,11 +18,14 @@ public:
     void changed() override { ++changes; }
     void signal(bool) override {}
     void missing(const std::string& names) override { others = names; }
-    void failed(const Outcome&) override {}
+    void failed(const Outcome& outcome) override { result = outcome.result; }
+    void ended() override { hasEnded = true; }
 
     std::size_t packets = 0, changes = 0;
     std::uint16_t program = 0;
     std::string others;
+    std::int32_t result = result::done;
+    bool hasEnded = false;
 };
 
 class ADistributor : public testing::Test {
@@ -176,6 +179,29 @@ TEST_F(ADistributor, BelievesNoSectionThatIsWrong) {
     stream.program(1, {video});
     take(stream);
     EXPECT_TRUE(distributor.program(1).isKnown);
+}
+
+TEST_F(ADistributor, TellsItsReceiversThatTheStreamHasEndedAlsoThoseThatComeLater) {
+    stream.list(1, 1);
+    stream.program(1, {video});
+    stream.keyFrame(0x100);
+    take(stream);
+    Recorder first, later;
+    distributor.add(first, 1);
+    EXPECT_FALSE(first.hasEnded);
+    distributor.end();
+    EXPECT_TRUE(first.hasEnded);
+    distributor.add(later, 1);
+    EXPECT_TRUE(later.hasEnded);
+    EXPECT_EQ(later.packets, tables + 1);
+}
+
+TEST_F(ADistributor, FailsWhenItsStreamEndsWithoutAnyProgram) {
+    Recorder recorder;
+    distributor.add(recorder, 0);
+    distributor.end();
+    EXPECT_EQ(recorder.result, result::notMedia);
+    EXPECT_FALSE(recorder.hasEnded);
 }
 
 } // namespace

@@ -54,6 +54,12 @@ public:
         changed_.notify_all();
     }
 
+    void ended() override {
+        const std::lock_guard lock(mutex_);
+        hasEnded_ = true;
+        changed_.notify_all();
+    }
+
     // Waits until the packets fulfil a condition.
     template <class Condition> bool eventually(const Condition& condition) {
         std::unique_lock lock(mutex_);
@@ -62,6 +68,10 @@ public:
     bool hasSignal(bool expected) {
         std::unique_lock lock(mutex_);
         return changed_.wait_for(lock, longest, [&] { return hasSignal_ == expected; });
+    }
+    bool hasEnded() {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, longest, [&] { return hasEnded_; });
     }
     std::uint16_t program() {
         const std::lock_guard lock(mutex_);
@@ -90,7 +100,7 @@ private:
     Outcome outcome_;
     std::uint16_t program_ = 0;
     std::int64_t due_ = 0;
-    bool hasSignal_ = false;
+    bool hasSignal_ = false, hasEnded_ = false;
 };
 
 std::vector<std::uint64_t> clocksIn(std::vector<std::uint8_t>& packets) {
@@ -236,6 +246,36 @@ TEST_F(AMultiplex, ContinuesItsTimesWhenItsFileBeginsAgain) {
         EXPECT_LT(clocks[i] - clocks[i - 1], ticksPerSecond / 5) << i;
     }
     multiplex.remove(recorder);
+}
+
+TEST_F(AMultiplex, EndsWithItsFileWhenItIsToPlayItOnce) {
+    Multiplex multiplex(sample(), Multiplex::AtEnd::isOver);
+    Recorder recorder;
+    multiplex.add(recorder, 1);
+    EXPECT_TRUE(recorder.hasEnded());
+    EXPECT_TRUE(recorder.eventually([](auto& packets) {
+        const auto clocks = clocksIn(packets);
+        return !clocks.empty() && clocks.back() - clocks.front() > ticksPerSecond / 2;
+    })) << "the whole file has come before";
+    multiplex.remove(recorder);
+}
+
+TEST_F(AMultiplex, TellsTransportStreamsFromOtherFiles) {
+    const std::string content = [] {
+        std::ifstream file(sample().substr(7), std::ios::binary);
+        std::string bytes(10 * packetSize, 0);
+        file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        return bytes;
+    }();
+    const auto looksLike = [](const std::string& bytes) { return isTransportStream(fileWith(bytes).substr(7)); };
+    EXPECT_TRUE(looksLike(content));
+    EXPECT_TRUE(looksLike(content.substr(100))) << "it begins inside a packet";
+    EXPECT_FALSE(looksLike(content.substr(0, packetSize)));
+    EXPECT_FALSE(looksLike(std::string(100'000, 'x')));
+    EXPECT_FALSE(looksLike(""));
+    EXPECT_FALSE(isTransportStream("/nowhere/a.ts"));
+    EXPECT_FALSE(isTransportStream("/"));
+    std::filesystem::remove(fileWith("").substr(7));
 }
 
 TEST_F(AMultiplex, NamesItsProgramsToWhoeverWantsAnotherOne) {

@@ -29,6 +29,7 @@ void Distributor::add(Receiver& receiver, std::uint16_t program) {
     resolve(wanted);
     if (failure_) return receiver.failed(*failure_);
     programsChanged();
+    if (hasEnded_) receiver.ended();
 }
 
 Program Distributor::program(std::uint16_t number) const {
@@ -40,6 +41,12 @@ void Distributor::fail(const Outcome& outcome) {
     if (failure_) return; // what follows a failure does not explain it
     failure_ = outcome;
     for (const auto& [receiver, wanted] : wanted_) receiver->failed(outcome);
+}
+
+void Distributor::end() {
+    if (tables_.programs().empty()) return fail({result::notMedia, "the file is no transport stream"});
+    hasEnded_ = true;
+    for (const auto& [receiver, wanted] : wanted_) receiver->ended();
 }
 
 void Distributor::setSignal(bool present) {

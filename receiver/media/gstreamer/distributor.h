@@ -39,6 +39,8 @@ public:
         // The program is not in the transport stream, which has the others.
         virtual void missing(const std::string& others) = 0;
         virtual void failed(const Outcome& outcome) = 0;
+        // The stream is at its end, and does not come again.
+        virtual void ended() = 0;
 
     protected:
         ~Receiver() = default;
@@ -57,6 +59,9 @@ public:
     void take(std::span<std::uint8_t> bytes);
     // The stream is at its end, and comes again. Returns false when it cannot: it has no clock, or is too short.
     bool beginAgain();
+
+    // The stream is at its end, and does not come again.
+    void end();
 
     void fail(const Outcome& outcome);
     void setSignal(bool present);
@@ -102,7 +107,7 @@ private:
     std::map<std::uint16_t, std::uint16_t> pictures_; // PID of each program's first video stream
     std::map<Receiver*, Wanted> wanted_;              // at most one per terminal
     std::optional<Outcome> failure_;                  // of the input
-    bool hasSignal_ = false;
+    bool hasSignal_ = false, hasEnded_ = false;
     // Of a stream that loops: the clock is that of the first PID which has one.
     std::uint64_t shift_ = 0, firstTime_ = 0, lastTime_ = 0;
     std::uint16_t clockPid_ = 0;

@@ -4,6 +4,7 @@
 
 #include <host/configuration.h>
 #include <ov/uri.h>
+#include <tvservice-adapter/service/mm-uris.h>
 #include <tvservice-adapter/service/swap-keys.h>
 #include <tvservice/values.h>
 
@@ -221,8 +222,13 @@ void GStreamerEngine::swap(const Terminal& a, const Terminal& b) {
 // Null for what has no transport stream.
 std::shared_ptr<Multiplex> GStreamerEngine::multiplexOf(const Source& source) {
     const std::string scheme = ov::orveltools::uri::LtUri(source.isChannel ? source.transport : source.uri).getScheme();
-    if (!source.isChannel)
-        return scheme == ov::orveltools::uri::Scheme::Rtp ? std::make_shared<Multiplex>(source.uri) : nullptr;
+    if (!source.isChannel) {
+        if (scheme == ov::orveltools::uri::Scheme::Rtp) return std::make_shared<Multiplex>(source.uri);
+        if (!source.isRecording) return nullptr;
+        const std::string path = services::localPathOf(source.uri);
+        return isTransportStream(path) ? std::make_shared<Multiplex>("file://" + path, Multiplex::AtEnd::isOver)
+                                       : nullptr;
+    }
     if (scheme == "test") return nullptr;
     if (const auto tuner = tunerOf(source.transport)) return lingering_ = tuners_[*tuner].multiplex.lock();
     lingering_.reset(); // it may have the last tuner

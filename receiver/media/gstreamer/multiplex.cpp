@@ -6,8 +6,10 @@
 #include <ov/uri.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <filesystem>
+#include <fstream>
 #include <gst/app/gstappsink.h>
 #include <utility>
 
@@ -64,13 +66,14 @@ void link(const std::vector<GstElement*>& elements) {
 
 } // namespace
 
-Multiplex::Multiplex(const std::string& transport)
-    : loops_(transport.starts_with(fileScheme)),
+Multiplex::Multiplex(const std::string& transport, AtEnd atEnd)
+    : isFile_(transport.starts_with(fileScheme)),
+      loops_(isFile_ && atEnd == AtEnd::beginsAgain),
       pipeline_(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr)))) {
     const std::string scheme = ov::orveltools::uri::LtUri(transport).getScheme();
     GstElement* const sink = addElement(pipeline_.get(), "appsink");
-    g_object_set(sink, "sync", loops_, "max-buffers", 64U, "wait-on-eos", FALSE, nullptr);
-    if (loops_) {
+    g_object_set(sink, "sync", isFile_, "max-buffers", 64U, "wait-on-eos", FALSE, nullptr);
+    if (isFile_) {
         GstElement* const file = addElement(pipeline_.get(), "filesrc");
         GstElement* const parser = addElement(pipeline_.get(), "tsparse");
         g_object_set(file, "location", transport.substr(fileScheme.size()).c_str(), nullptr);
@@ -105,9 +108,9 @@ Multiplex::Multiplex(const std::string& transport)
     const Owner<GstBus> bus(gst_element_get_bus(pipeline_.get()));
     gst_bus_set_sync_handler(bus.get(), takeMessage, this, nullptr);
     std::error_code error;
-    const std::filesystem::path path = loops_ ? transport.substr(fileScheme.size()) : std::string();
+    const std::filesystem::path path = isFile_ ? transport.substr(fileScheme.size()) : std::string();
     // To open a pipe or a device may take for ever.
-    if (loops_ && std::filesystem::exists(path, error) && !std::filesystem::is_regular_file(path, error)) {
+    if (isFile_ && std::filesystem::exists(path, error) && !std::filesystem::is_regular_file(path, error)) {
         const thread_safety::LockGuard lock(mutex_);
         distributor_.fail({result::cannotOpenFile, "not a regular file: " + path.string()});
         return;
@@ -158,8 +161,8 @@ GstBusSyncReply Multiplex::takeMessage(GstBus*, GstMessage* message, void* self)
     const thread_safety::LockGuard lock(multiplex.mutex_);
     if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
         multiplex.distributor_.fail(outcomeOf(*message));
-    } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS && multiplex.loops_) {
-        multiplex.rewind();
+    } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS && multiplex.isFile_) {
+        multiplex.loops_ ? multiplex.rewind() : multiplex.distributor_.end();
     } else if (gst_message_has_name(message, "GstUDPSrcTimeout")) {
         multiplex.distributor_.setSignal(false);
     } else if (gst_message_has_name(message, "dvb-frontend-stats")) {
@@ -202,6 +205,21 @@ void Multiplex::rewind() {
     // The thread of this message cannot stop itself.
     gst_element_call_async(pipeline_.get(), readAgain, new Shared(restart_),
                            [](void* context) { delete static_cast<Shared*>(context); });
+}
+
+bool isTransportStream(const std::string& path) {
+    constexpr std::size_t packets = 4;
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error)) return false; // to open a pipe may take for ever
+    std::array<char, packets * packetSize> bytes{};
+    std::ifstream file(path, std::ios::binary);
+    if (!file.read(bytes.data(), bytes.size())) return false;
+    for (std::size_t first = 0; first < packetSize; ++first) { // a recording may begin inside a packet
+        std::size_t at = first;
+        while (at < bytes.size() && static_cast<std::uint8_t>(bytes[at]) == syncByte) at += packetSize;
+        if (at >= bytes.size()) return true;
+    }
+    return false;
 }
 
 } // namespace media

@@ -1,6 +1,6 @@
 // One transport stream, received once for all terminals that show programs of it: one tuner.
 //
-// It reads a file in a loop and in real time, or datagrams of the network, or what an adapter receives.
+// It reads a file in real time, in a loop or once, or datagrams of the network, or what an adapter receives.
 #pragma once
 
 #include "distributor.h"
@@ -22,7 +22,8 @@ public:
     // transport: file://PATH, udp:// or rtp://HOST:PORT, where the host is a multicast group or an address of this
     // machine, or dvb-adapter://NUMBER?NAME=VALUE&... with properties of the element dvbsrc. Throws Error for anything
     // else, and when an element is missing.
-    explicit Multiplex(const std::string& transport);
+    enum class AtEnd { beginsAgain, isOver }; // of a file
+    explicit Multiplex(const std::string& transport, AtEnd atEnd = AtEnd::beginsAgain);
     ~Multiplex();
     Multiplex(const Multiplex&) = delete;
     Multiplex& operator=(const Multiplex&) = delete;
@@ -53,7 +54,7 @@ private:
         bool hasEnded TVSA_GUARDED_BY(mutex) = false;
     };
 
-    const bool loops_;
+    const bool isFile_, loops_;
     Owner<GstElement> pipeline_;
     const std::shared_ptr<Restart> restart_ = std::make_shared<Restart>();
 
@@ -61,5 +62,8 @@ private:
     Distributor distributor_ TVSA_GUARDED_BY(mutex_){loops_};
     Signal signal_ TVSA_GUARDED_BY(mutex_){true, 100, 100}; // while there is one
 };
+
+// Whether a file looks like a transport stream.
+bool isTransportStream(const std::string& path);
 
 } // namespace media

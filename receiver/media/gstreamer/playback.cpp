@@ -571,6 +571,9 @@ void Playback::failed(const Outcome& outcome) {
     post_([this, outcome] { finish(outcome); });
 }
 
+// What has come is shown first.
+void Playback::ended() { gst_app_src_end_of_stream(GST_APP_SRC(packets_)); }
+
 // ---- tracks ----
 
 std::int32_t Playback::choose(TrackKind kind, std::int32_t number) {

@@ -60,6 +60,7 @@ private:
     void signal(bool present) override;
     void missing(const std::string& others) override;
     void failed(const Outcome& outcome) override;
+    void ended() override;
 
     template <void (Playback::*link)(GstPad*)> void attempt(GstPad* pad);
     template <void (Playback::*link)(GstPad*)> void connectPads(GstElement* element);

@@ -33,6 +33,7 @@
 
 #include "tvservice/uri-check.h"
 
+#include <ov/uri.h>
 #include <tvservice-adapter/service/handlers.h>
 #include <tvservice-adapter/service/log.h>
 #include <tvservice/values.h>
@@ -83,8 +84,10 @@ bool TvService::isLockedFor(const Terminal& terminal, const std::string& uri) co
 
 media::Source TvService::sourceOf(const std::string& uri) const {
     const auto channel = channels_.all().find(uri);
-    if (channel == channels_.all().end()) return {.uri = uri};
-    return {uri, true, channel->second.transport, channel->second.program};
+    if (channel != channels_.all().end()) return {uri, true, channel->second.transport, channel->second.program};
+    namespace Scheme = ov::orveltools::uri::Scheme;
+    const std::string scheme = ov::orveltools::uri::LtUri(uri).getScheme();
+    return {.uri = uri, .isRecording = scheme == Scheme::File || scheme == Scheme::Fsl2};
 }
 
 void TvService::tvServiceReq(std::uint64_t client, const std::vector<tvservice::TvServiceReq_t>& requests) {

@@ -28,6 +28,7 @@ struct Source {
     bool isChannel = false;     // a broadcast: it has a tuner, and tracks that requests choose
     std::string transport = {}; // URI of a channel's source; empty: the channel list does not say
     std::int32_t program = 0;   // of the channel in its transport stream
+    bool isRecording = false;   // a local file with a broadcast: it has tracks, too, and an end
     bool operator==(const Source&) const = default;
 };
 
