@@ -1,5 +1,6 @@
 #include "screen.h"
 
+#include "display-loss.h"
 #include "element.h"
 #include "x-window.h"
 
@@ -9,10 +10,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
+#include <future>
 #include <gst/app/gstappsrc.h>
 #include <gst/video/videooverlay.h>
-#include <optional>
 #include <set>
+#include <thread>
 #include <utility>
 
 namespace media {
@@ -63,6 +66,20 @@ Screen::Layout layoutOf(const std::string& output) {
     return Screen::Layout::windows;
 }
 
+// Runs what uses the display, on a thread of its own, and waits for it, but not for one that is lost. The work owns all
+// that it uses.
+void useDisplay(std::function<void()> work) {
+    std::promise<void> done;
+    const std::future<void> end = done.get_future();
+    std::thread([work = std::move(work), done = std::move(done)]() mutable {
+        std::exchange(work, nullptr)();
+        done.set_value();
+    }).detach();
+    constexpr std::chrono::milliseconds interval{50};
+    while (end.wait_for(interval) != std::future_status::ready && !isDisplayLost()) {
+    }
+}
+
 } // namespace
 
 // ---- a window with the pictures of one terminal or of several ----
@@ -71,7 +88,7 @@ class Screen::Canvas {
 public:
     // mixes: it has the pictures of several terminals.
     Canvas(const std::string& title, bool mixes, bool fullScreen)
-        : pipeline_(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr)))) {
+        : pipeline_(Owner<GstElement>(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))))) {
         if (mixes) {
             mixer_ = addElement(pipeline_.get(), "compositor");
             gst_util_set_object_arg(G_OBJECT(mixer_), "background", "black");
@@ -84,7 +101,8 @@ public:
             sink = addElement(pipeline_.get(), "waylandsink");
             g_object_set(sink, "fullscreen", fullScreen, nullptr);
         } else {
-            window_.emplace(title, width, height, fullScreen);
+            surviveDisplayLoss();
+            window_ = std::make_shared<XWindow>(title, width, height, fullScreen);
             sink = addElement(pipeline_.get(), "ximagesink");
             gst_video_overlay_set_window_handle(GST_VIDEO_OVERLAY(sink), window_->handle());
         }
@@ -98,7 +116,12 @@ public:
         }
         gst_element_link_many(entry_, scale, sink, nullptr);
     }
-    ~Canvas() { gst_element_set_state(pipeline_.get(), GST_STATE_NULL); }
+    ~Canvas() {
+        // The window ends after the pipeline.
+        useDisplay([window = std::move(window_), pipeline = pipeline_] {
+            gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+        });
+    }
     Canvas(const Canvas&) = delete;
     Canvas& operator=(const Canvas&) = delete;
 
@@ -112,28 +135,30 @@ public:
             mix(source, terminal);
         else
             gst_element_link(source, entry_);
-        gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
+        useDisplay([pipeline = pipeline_] { gst_element_set_state(pipeline.get(), GST_STATE_PLAYING); });
         return source;
     }
     void remove(GstElement* source) {
         const auto mixed = parts_.find(source);
         if (mixed == parts_.end()) return; // the canvas ends
-        for (GstElement* const element : {source, mixed->second.convert}) {
-            gst_element_set_locked_state(element, TRUE);
-            gst_element_set_state(element, GST_STATE_NULL);
-        }
-        gst_element_release_request_pad(mixer_, mixed->second.pad.get());
-        for (GstElement* const element : {source, mixed->second.convert})
-            gst_bin_remove(GST_BIN(pipeline_.get()), element);
-        places_.erase(mixed->second.place);
+        const Part part = mixed->second;
+        places_.erase(part.place);
         parts_.erase(mixed);
+        useDisplay([pipeline = pipeline_, mixer = mixer_, source, part] {
+            for (GstElement* const element : {source, part.convert}) {
+                gst_element_set_locked_state(element, TRUE);
+                gst_element_set_state(element, GST_STATE_NULL);
+            }
+            gst_element_release_request_pad(mixer, part.pad.get());
+            for (GstElement* const element : {source, part.convert}) gst_bin_remove(GST_BIN(pipeline.get()), element);
+        });
     }
 
 private:
     struct Part {
         GstElement* convert;
-        Owner<GstPad> pad; // of the mixer
-        int place;         // 0: the main terminal's
+        std::shared_ptr<GstPad> pad; // of the mixer
+        int place;                   // 0: the main terminal's
     };
 
     // The main terminal fills the window. The others are small, below each other from its top right corner on.
@@ -161,8 +186,8 @@ private:
         parts_.emplace(source, Part{convert, std::move(pad), place});
     }
 
-    std::optional<XWindow> window_; // ends after the pipeline
-    const Owner<GstElement> pipeline_;
+    std::shared_ptr<XWindow> window_; // null: the element makes its own
+    const std::shared_ptr<GstElement> pipeline_;
     GstElement* mixer_ = nullptr; // the pipeline's, like those below
     GstElement* entry_ = nullptr;
     std::map<GstElement*, Part> parts_; // by source; at most one for each terminal that shows something
@@ -219,6 +244,7 @@ Screen::~Screen() = default;
 
 Output Screen::outputOf(const Terminal& terminal) {
     Output output{nullptr, terminal == mainTerminal ? soundCard_ : nullptr};
+    if (isDisplayLost() && std::exchange(layout_, Layout::none) != Layout::none) windows_.clear();
     if (layout_ == Layout::none) return output;
     auto& window = windows_[terminal];
     try {
