@@ -266,6 +266,18 @@ TEST_F(AMultiplex, SaysWhyAFileCannotBeReceived) {
     std::filesystem::remove(text.substr(7));
 }
 
+TEST_F(AMultiplex, SaysThatItsHostIsNotKnown) {
+    for (const std::string transport : {"udp://no-such-host.invalid:39116", "rtp://no-such-host.invalid:39116"}) {
+        Recorder recorder;
+        Multiplex multiplex(transport);
+        multiplex.add(recorder, 1);
+        EXPECT_EQ(recorder.outcome().result, result::noConnection);
+        EXPECT_EQ(recorder.outcome().reason,
+                  transport + " cannot be received: is it a multicast group or an address of this machine?");
+        multiplex.remove(recorder);
+    }
+}
+
 TEST_F(AMultiplex, IsNotMadeOfWhatIsNoSource) {
     for (const char* wrong : {"", "a.ts", "http://host/a.ts", "udp://", "udp://host", "rtp://host:0", "udp://host:1x",
                               "dvb-adapter://0?no-such=1", "dvb-adapter://0!filesink"})

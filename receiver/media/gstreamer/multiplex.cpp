@@ -112,7 +112,11 @@ Multiplex::Multiplex(const std::string& transport)
         distributor_.fail({result::cannotOpenFile, "not a regular file: " + path.string()});
         return;
     }
-    gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING); // a failure comes as a message
+    if (gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+        const thread_safety::LockGuard lock(mutex_); // unless a message has said why
+        distributor_.fail({result::noConnection,
+                           transport + " cannot be received: is it a multicast group or an address of this machine?"});
+    }
 }
 
 Multiplex::~Multiplex() {
