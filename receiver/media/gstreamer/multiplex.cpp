@@ -46,6 +46,7 @@ GstElement* addAdapter(GstElement* pipeline, const std::string& transport) {
     };
     if (!std::ranges::all_of(settings, isPlain))
         throw Error("not " + std::string(adapterScheme) + "NUMBER?NAME=VALUE&...: " + transport);
+    requireElement("dvbsrc");
     GError* problem = nullptr;
     GstElement* const adapter = gst_parse_launch(("dvbsrc adapter=" + settings).c_str(), &problem);
     const Owner<GError> owned(problem);

@@ -257,7 +257,7 @@ void Playback::addOverlays(const Program& program) {
         try {
             overlay = add(TrackKind::video, areBitmaps ? "dvbsuboverlay" : "textoverlay");
         } catch (const MissingElement& error) { // the picture is shown all the same
-            SERVICE_LOG(vdlDebugProgress, "no subtitles: %s\n", error.what());
+            SERVICE_LOG(vdlDebugWarning, "no subtitles: %s\n", error.what());
             continue;
         }
         if (!areBitmaps) g_object_set(overlay, "wait-text", FALSE, nullptr);
@@ -495,10 +495,9 @@ gboolean Playback::takeMessage(GstBus*, GstMessage* message, void* self) {
     } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
         playback.endWith({});
     } else if (gst_is_missing_plugin_message(message)) {
-        const Owner<char> what(gst_missing_plugin_message_get_description(message));
         const thread_safety::LockGuard lock(playback.mutex_);
-        playback.missingCodec_ = what.get();
-        if (!playback.seen_) playback.endWith({result::codecMissing, what.get()});
+        playback.missingCodec_ = missingPluginIn(*message);
+        if (!playback.seen_) playback.endWith({result::codecMissing, playback.missingCodec_});
     }
     return G_SOURCE_CONTINUE;
 }
