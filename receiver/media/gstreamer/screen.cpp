@@ -8,7 +8,6 @@
 #include <tvservice-adapter/service/log.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <future>
@@ -17,6 +16,7 @@
 #include <set>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace media {
 namespace {
@@ -29,34 +29,35 @@ bool isSet(const char* variable) {
     return value && *value != '\0';
 }
 
-// Whether there is something that could play sound. The sinks write to standard error when there is nothing.
-bool mayHaveSound() {
+// The sinks that may work on this machine, the best one first. Others write to standard error that they do not.
+std::vector<const char*> soundSinks() {
+    std::vector<const char*> sinks;
     std::error_code error;
     const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
-    for (const char* const server : {"pulse/native", "pipewire-0"})
-        if (runtime && std::filesystem::exists(std::filesystem::path(runtime) / server, error)) return true;
+    const auto serves = [&](const char* socket) {
+        return runtime && std::filesystem::exists(std::filesystem::path(runtime) / socket, error);
+    };
+    if (isSet("PULSE_SERVER") || serves("pulse/native")) sinks.push_back("pulsesink");
+    if (serves("pipewire-0")) sinks.push_back("pipewiresink");
     for (const auto& device : std::filesystem::directory_iterator("/dev/snd", error))
-        if (device.path().filename().string().starts_with("pcm")) return true;
-    return isSet("PULSE_SERVER");
+        if (device.path().filename().string().starts_with("pcm")) {
+            sinks.push_back("alsasink");
+            break;
+        }
+    return sinks;
 }
 
-// The sink that GStreamer chooses for this machine; null when there is no sound card.
+// The factory of a sink that works here; null when there is none.
 const char* findSoundCard() {
-    if (!mayHaveSound()) return nullptr;
-    const Owner<GstElement> chooser(gst_element_factory_make("autoaudiosink", nullptr));
-    if (!chooser) return nullptr;
-    gst_object_ref_sink(chooser.get());
-    const char* found = nullptr;
-    if (gst_element_set_state(chooser.get(), GST_STATE_READY) != GST_STATE_CHANGE_FAILURE) {
-        GstIterator* const children = gst_bin_iterate_sinks(GST_BIN(chooser.get()));
-        GValue item = G_VALUE_INIT;
-        if (gst_iterator_next(children, &item) == GST_ITERATOR_OK)
-            found = g_intern_string(GST_OBJECT_NAME(gst_element_get_factory(GST_ELEMENT(g_value_get_object(&item)))));
-        g_value_unset(&item);
-        gst_iterator_free(children);
+    for (const char* const factory : soundSinks()) {
+        const Owner<GstElement> sink(gst_element_factory_make(factory, nullptr));
+        if (!sink) continue;
+        gst_object_ref_sink(sink.get());
+        const bool works = gst_element_set_state(sink.get(), GST_STATE_READY) != GST_STATE_CHANGE_FAILURE;
+        gst_element_set_state(sink.get(), GST_STATE_NULL);
+        if (works) return factory;
     }
-    gst_element_set_state(chooser.get(), GST_STATE_NULL);
-    return found && std::strcmp(found, "fakesink") != 0 ? found : nullptr;
+    return nullptr;
 }
 
 Screen::Layout layoutOf(const std::string& output) {
@@ -136,6 +137,8 @@ public:
         else
             gst_element_link(source, entry_);
         useDisplay([pipeline = pipeline_] { gst_element_set_state(pipeline.get(), GST_STATE_PLAYING); });
+        if (gst_element_get_state(pipeline_.get(), nullptr, nullptr, 0) == GST_STATE_CHANGE_FAILURE)
+            throw Error("the display cannot be used");
         return source;
     }
     void remove(GstElement* source) {
@@ -229,7 +232,7 @@ std::unique_ptr<Screen> Screen::configured() {
     const std::string output = host::setting("media.output")->text;
     Layout layout = layoutOf(output);
     if (layout != Layout::none && !isSet("DISPLAY") && !isSet("WAYLAND_DISPLAY")) {
-        SERVICE_LOG(output == "auto" ? vdlDebugProgress : vdlDebugWarning,
+        SERVICE_LOG(vdlDebugWarning,
                     "no display (neither DISPLAY nor WAYLAND_DISPLAY is set): pictures are not seen\n");
         layout = Layout::none;
     }
@@ -237,7 +240,7 @@ std::unique_ptr<Screen> Screen::configured() {
 }
 
 Screen::Screen(Layout layout, bool withSound) : layout_(layout), soundCard_(withSound ? findSoundCard() : nullptr) {
-    if (withSound && !soundCard_) SERVICE_LOG(vdlDebugProgress, "no sound card: sound is not heard\n");
+    if (withSound && !soundCard_) SERVICE_LOG(vdlDebugWarning, "no sound card: sound is not heard\n");
 }
 
 Screen::~Screen() = default;
