@@ -6,7 +6,7 @@
 namespace media {
 
 // Changes when engines have to be built anew.
-inline constexpr const char* engineVersion = "2";
+inline constexpr const char* engineVersion = "3";
 
 } // namespace media
 
