@@ -43,6 +43,8 @@ class Result(IntEnum):
     NO_SOURCE = 15
     # all tuners receive other transport streams; a notification names them
     NO_TUNER = 16
+    # its pictures have more pixels than televisions decode
+    TOO_LARGE = 17
 
     def __str__(self) -> str:
         return NAMES[self]
@@ -66,6 +68,7 @@ NAMES: Dict[int, str] = {
     Result.NO_SUCH_PROGRAM: "no such program",
     Result.NO_SOURCE: "no source",
     Result.NO_TUNER: "no tuner",
+    Result.TOO_LARGE: "too large",
 }
 
 

@@ -45,12 +45,15 @@ int Commands::registerWith(appovshell::Server& shell) {
 
 // Prints the answer, or why there is none.
 template <class Answer> int Commands::answer(const Answer& answer) {
+    int failure = -EINVAL;
     try {
-        shell_->print(answer(terminalOf(shell_->getArgument(0))).dump() + '\n');
+        const Terminal terminal = terminalOf(shell_->getArgument(0));
+        failure = -ENODATA;
+        shell_->print(answer(terminal).dump() + '\n');
         return 0;
     } catch (const Error& error) {
         shell_->print(std::string(error.what()) + '\n');
-        return -EINVAL;
+        return failure;
     }
 }
 

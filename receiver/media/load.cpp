@@ -4,6 +4,7 @@
 #include <tvservice-adapter/service/log.h>
 
 #include <dlfcn.h>
+#include <exception>
 #include <filesystem>
 #include <media/load.h>
 #include <media/plugin.h>
@@ -29,19 +30,23 @@ std::string pathOf(const std::string& library) {
 
 std::unique_ptr<Engine> loadEngine(const std::string& name) {
     if (name == "simulated") return std::make_unique<SimulatedEngine>();
+    const auto fail = [&name](const std::string& problem) {
+        throw host::ConfigurationError("media.engine " + name + ": " + problem);
+    };
     const std::string library = name == "gstreamer" ? pathOf(gstreamerLibrary) : name;
     if (library.empty())
-        throw Error(
-            "media engine gstreamer: " + std::string(gstreamerLibrary) +
-            " is not installed: install the component or the package with it, or set media.engine to simulated");
+        fail(std::string(gstreamerLibrary) +
+             " is not installed: install the component or the package with it, or set media.engine to simulated");
     void* const loaded = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL); // stays until the process ends
-    if (!loaded) throw Error("media engine " + name + ": " + dlerror());
+    if (!loaded) fail(dlerror());
     const auto version = reinterpret_cast<decltype(&tvsaMediaEngineVersion)>(dlsym(loaded, "tvsaMediaEngineVersion"));
     const auto make = reinterpret_cast<decltype(&tvsaMediaEngine)>(dlsym(loaded, "tvsaMediaEngine"));
-    if (!version || !make) throw Error("media engine " + name + ": " + library + " has no engine");
+    if (!version || !make) fail(library + " has no engine");
     if (std::string(version()) != engineVersion)
-        throw Error("media engine " + name + ": " + library + " is of version " + version() + ", not " + engineVersion);
-    return std::unique_ptr<Engine>(make());
+        fail(library + " is of version " + version() + ", not " + engineVersion);
+    std::unique_ptr<Engine> engine(make());
+    if (!engine) fail(library + " made no engine");
+    return engine;
 }
 
 std::unique_ptr<Engine> configuredEngine() {
@@ -50,7 +55,7 @@ std::unique_ptr<Engine> configuredEngine() {
     if (pathOf(gstreamerLibrary).empty()) return loadEngine("simulated");
     try {
         return loadEngine("gstreamer");
-    } catch (const Error& error) {
+    } catch (const std::exception& error) {
         SERVICE_LOG(vdlDebugWarning, "nothing is played for real: %s\n", error.what());
         return loadEngine("simulated");
     }

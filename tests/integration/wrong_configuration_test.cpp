@@ -138,4 +138,24 @@ TEST_P(AProcessOfAReceiver, ButNotOfThoseOfOtherProcesses) {
               "");
 }
 
+class AService : public Programs, public testing::WithParamInterface<const char*> {
+protected:
+    void expectEngineError(const std::string& engine, const std::string& problem) {
+        environment["TVSA_MEDIA_ENGINE"] = engine;
+        const Outcome outcome = run({program(GetParam())});
+        EXPECT_EQ(outcome.exitCode, badData) << engine;
+        EXPECT_THAT(outcome.error, testing::StartsWith(std::string(GetParam()) + ": media.engine " + engine + ": "));
+        EXPECT_THAT(outcome.error, HasSubstr(problem));
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Rejects, AService, testing::Values("tvserviced", "mmserviced"));
+
+TEST_P(AService, AMediaEngineThatCannotBeLoaded) {
+    expectEngineError("/nowhere/engine.so", "cannot open shared object file");
+    expectEngineError(library("libshell-application.so"), "has no engine");
+    expectEngineError(library("libold-engine.so"), "is of version 1, not ");
+    expectEngineError(library("libabsent-engine.so"), "made no engine");
+}
+
 } // namespace

@@ -173,7 +173,6 @@ TEST_F(HostileMedia, HasTooManyProgramsOrWrongTables) {
 
 TEST_F(HostileMedia, IsAPlaylistThatNamesItselfOrNoFileAtAll) {
     addChannel("dvb://pipe", file("pipe.ts"), 1);
-    addChannel("dvb://folder", file("."), 1);
     startAll();
     write("variants.m3u8", "#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=1\nvariants.m3u8\n");
     write("segments.m3u8", "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nsegments.m3u8\n");
@@ -183,8 +182,68 @@ TEST_F(HostileMedia, IsAPlaylistThatNamesItselfOrNoFileAtAll) {
         EXPECT_NE(attempt("1:0", file(name)).exitCode, 0) << name;
     for (const std::string name : {"pipe.ts", "."}) EXPECT_EQ(attempt("1:0", file(name)).exitCode, notShown) << name;
     EXPECT_EQ(attempt("1:0", "file:///dev/zero").exitCode, notShown);
-    for (const char* channel : {"dvb://pipe", "dvb://folder"})
-        EXPECT_THAT(attempt("1:0", channel).error, HasSubstr("cannot open file"));
+    EXPECT_THAT(attempt("1:0", "dvb://pipe").error, HasSubstr("cannot open file"));
+    goesOn();
+    endAll();
+}
+
+// ---- pictures ----
+
+class TooLargePictures : public HostileMedia {
+protected:
+    // Makes one black picture.
+    void make(const std::string& name, const std::string& format, const Words& encoder) const {
+        Words command{"gst-launch-1.0", "-q", "videotestsrc", "pattern=black", "num-buffers=1", "!", format, "!"};
+        command.insert(command.end(), encoder.begin(), encoder.end());
+        command.insert(command.end(), {"!", "filesink", "location=" + (folder / name).string()});
+        ASSERT_EQ(run(command).exitCode, 0) << name;
+    }
+    void makeFilm(const std::string& name, const std::string& format) const {
+        make(name, format, {"vp8enc", "deadline=1", "cpu-used=16", "!", "webmmux"});
+    }
+    void isRefused(const std::string& name, const std::string& reason) {
+        EXPECT_THAT(attempt("1:0", file(name)).error, HasSubstr("too large")) << name;
+        EXPECT_THAT(mmService_->error(), HasSubstr(reason)) << name;
+    }
+};
+
+TEST_F(TooLargePictures, AreRefusedBeforeTheyTakeMemory) {
+    startAll();
+    makeFilm("film.webm", "video/x-raw,width=8192,height=8192");
+    isRefused("film.webm", "pictures of 8192 x 8192 pixels; at most 4096 x 2304 are decoded");
+    make("picture.png", "video/x-raw,format=GRAY8,width=12000,height=12000", {"pngenc", "compression-level=1"});
+    isRefused("picture.png", "pictures of 12000 x 12000 pixels");
+    make("raw.mkv", "video/x-raw,format=I420,width=4112,height=2304", {"matroskamux"});
+    isRefused("raw.mkv", "pictures of 4112 x 2304 pixels");
+    write("drawing.svg", R"(<svg xmlns="http://www.w3.org/2000/svg" width="30000" height="30000"/>)");
+    isRefused("drawing.svg", "the size of the picture is not known before it is decoded");
+    goesOn();
+    endAll();
+}
+
+TEST_F(TooLargePictures, AreRefusedWhenTheFileSaysThatTheyAreSmall) {
+    startAll();
+    makeFilm("film.webm", "video/x-raw,width=8192,height=8192");
+    std::string bytes = contentOf(folder / "film.webm");
+    for (const char id : {'\xB0', '\xBA'}) { // the width and the height of the track
+        const std::string large{id, '\x82', '\x20', '\0'}, small{id, '\x82', '\1', '\0'};
+        const std::size_t at = bytes.find(large);
+        ASSERT_NE(at, std::string::npos);
+        bytes.replace(at, large.size(), small);
+    }
+    write("liar.webm", bytes);
+    isRefused("liar.webm", "pictures of 8192 x 8192 pixels");
+    goesOn();
+    endAll();
+}
+
+TEST_F(HostileMedia, MayHaveTheLargestPicturesThatTelevisionsDecode) {
+    startAll();
+    ASSERT_EQ(run({"gst-launch-1.0", "-q", "videotestsrc", "num-buffers=1", "!", "video/x-raw,width=4096,height=2304",
+                   "!", "jpegenc", "!", "filesink", "location=" + (folder / "large.jpg").string()})
+                  .exitCode,
+              0);
+    play("1:0", file("large.jpg"));
     goesOn();
     endAll();
 }

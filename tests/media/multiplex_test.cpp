@@ -299,17 +299,42 @@ TEST_F(AMultiplex, SaysWhyAFileCannotBeReceived) {
     EXPECT_EQ(other.outcome().result, result::notMedia) << other.outcome().reason;
     noStream.remove(other);
     Recorder none;
-    Multiplex noAdapter("dvb-adapter://77?frequency=474000000&delsys=dvb-t");
+    Multiplex noAdapter("dvb-adapter://16?frequency=474000000&delsys=dvb-t");
     noAdapter.add(none, 1);
     EXPECT_EQ(none.outcome().result, result::cannotOpenFile) << none.outcome().reason;
     noAdapter.remove(none);
     std::filesystem::remove(text.substr(7));
 }
 
+TEST_F(AMultiplex, SaysThatItsHostIsNotKnown) {
+    for (const std::string transport : {"udp://no-such-host.invalid:39116", "rtp://no-such-host.invalid:39116"}) {
+        Recorder recorder;
+        Multiplex multiplex(transport);
+        multiplex.add(recorder, 1);
+        EXPECT_EQ(recorder.outcome().result, result::noConnection);
+        EXPECT_EQ(recorder.outcome().reason,
+                  transport + " cannot be received: is it a multicast group or an address of this machine?");
+        multiplex.remove(recorder);
+    }
+}
+
 TEST_F(AMultiplex, IsNotMadeOfWhatIsNoSource) {
     for (const char* wrong : {"", "a.ts", "http://host/a.ts", "udp://", "udp://host", "rtp://host:0", "udp://host:1x",
                               "dvb-adapter://0?no-such=1", "dvb-adapter://0!filesink"})
         EXPECT_THROW(Multiplex multiplex(wrong), Error) << wrong;
+}
+
+TEST_F(AMultiplex, KnowsWhatCanNeverBeOne) {
+    for (const char* possible : {"udp://239.0.0.1:5004", "file:///nowhere.ts", "dvb-adapter://0",
+                                 "dvb-adapter://1?delsys=dvb-t2&frequency=474000000&modulation=qam-64"})
+        EXPECT_EQ(problemOf(possible), "");
+    const std::string see = ": see gst-inspect-1.0 dvbsrc";
+    EXPECT_EQ(problemOf("dvb-adapter://0?nonsense=1"), "an adapter has no property \"nonsense\"" + see);
+    EXPECT_EQ(problemOf("dvb-adapter://0?frequency=abc"), "\"abc\" is no value of frequency" + see);
+    EXPECT_EQ(problemOf("dvb-adapter://77"), "\"77\" is no value of adapter" + see);
+    EXPECT_EQ(problemOf("dvb-adapter://0?delsys=dvb-x"), "\"dvb-x\" is no value of delsys" + see);
+    EXPECT_EQ(problemOf("dvb-adapter://0?frequency"),
+              "not dvb-adapter://NUMBER?NAME=VALUE&...: dvb-adapter://0?frequency");
 }
 
 } // namespace

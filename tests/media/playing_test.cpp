@@ -7,7 +7,11 @@ using namespace playing_receiver;
 
 class AReceiverThatPlays : public PlayingReceiver {
 protected:
-    AReceiverThatPlays() { startAll(); }
+    AReceiverThatPlays() {
+        addChannel("dvb://no-host", "udp://no-such-host.invalid:39116", 1);
+        addChannel("dvb://adapter", "dvb-adapter://0?frequency=474000000&delsys=dvb-t", 1);
+        startAll();
+    }
 };
 
 TEST_F(AReceiverThatPlays, ShowsEachChannelOnItsTerminalAndNowhereElse) {
@@ -38,19 +42,46 @@ TEST_F(AReceiverThatPlays, IsDarkAndSilentAfterAStop) {
     play("0:0", "dvb://one");
     EXPECT_EQ(tvctl({"stop", "0:0"}).exitCode, 0);
     for (const Words& words : {Words{"level", "0:0"}, Words{"screenshot", "0:0", (folder / "none.png").string()}})
-        EXPECT_THAT(tvctl(words).error, HasSubstr("the terminal shows nothing"));
+        EXPECT_EQ(tvctl(words), (Outcome{1, "", "tvctl: the terminal shows nothing\n"}));
     EXPECT_FALSE(std::filesystem::exists(folder / "none.png"));
 }
 
 TEST_F(AReceiverThatPlays, SaysWhyAChannelCannotBeShown) {
-    for (const auto& [uri, reason] : {std::pair{"dvb://no-program", "no such program"},
-                                      {"dvb://no-file", "cannot open file"},
-                                      {"dvb://no-stream", "not media"},
-                                      {"dvb://no-source", "no source"}}) {
+    for (const auto& [uri, result, reason] :
+         {std::tuple{"dvb://no-program", "no such program", "0:0: program 9 is not among those of file://"},
+          {"dvb://no-program", "no such program", "one.ts: 1"},
+          {"dvb://no-file", "cannot open file", "0:0: Resource not found"},
+          {"dvb://no-stream", "not media", "0:0: the file is no transport stream"},
+          {"dvb://no-host", "no connection", "0:0: udp://no-such-host.invalid:39116 cannot be received"},
+          {"dvb://no-source", "no source", "0:0: the channel list names no source of dvb://no-source"}}) {
         const Outcome outcome = tvctl({"play", "0:0", uri});
         EXPECT_EQ(outcome.exitCode, notShown) << uri;
+        EXPECT_THAT(outcome.error, HasSubstr(result)) << uri;
         EXPECT_THAT(outcome.error, HasSubstr(reason)) << uri;
     }
+    EXPECT_THAT(tvctl({"play", "0:0,1:0", "dvb://no-source", "--json"}).output,
+                testing::AllOf(HasSubstr(R"("reason":"the channel list names no source of dvb://no-source")"),
+                               HasSubstr("1:0: the channel list")));
+}
+
+TEST_F(AReceiverThatPlays, LogsWhatIsWrongAtTheBuiltInLevel) {
+    tvService_->terminate();
+    environment.erase("TVSA_LOG");
+    environment["TVSA_MEDIA_OUTPUT"] = "auto";
+    environment["DISPLAY"] = environment["WAYLAND_DISPLAY"] = "";
+    environment["PULSE_SERVER"] = "unix:/nowhere";
+    environment["XDG_RUNTIME_DIR"] = folder.string();
+    startTvService();
+    waitForConnections();
+    tvctl({"play", "0:0", "dvb://no-program"});
+    const std::string log = tvService_->error();
+    EXPECT_THAT(log, HasSubstr("service warning: no display"));
+    EXPECT_THAT(log, HasSubstr("service warning: terminal 0:0: dvb://no-program: no such program: program 9 is not"));
+    if (!std::filesystem::exists("/dev/snd")) {
+        EXPECT_THAT(log, HasSubstr("service warning: no sound card"));
+    }
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) EXPECT_THAT(line, HasSubstr("tvserviced[")) << "a library's";
 }
 
 TEST_F(AReceiverThatPlays, SaysWhyAFileCannotBePlayed) {
@@ -61,7 +92,9 @@ TEST_F(AReceiverThatPlays, SaysWhyAFileCannotBePlayed) {
         EXPECT_EQ(outcome.exitCode, notShown) << file;
         EXPECT_THAT(outcome.error, HasSubstr("not media")) << file;
     }
-    EXPECT_THAT(tvctl({"play", "0:0", "http://127.0.0.1:1/film.mp4"}).error, HasSubstr("no connection"));
+    for (const std::string uri : {"http://127.0.0.1:1/film.mp4", "http://no-such-host.invalid/film.mp4"})
+        EXPECT_THAT(tvctl({"play", "0:0", uri}).error,
+                    testing::AllOf(HasSubstr("no connection"), HasSubstr("0:0: " + uri + " cannot be reached")));
 }
 
 TEST_F(AReceiverThatPlays, AnswersForAFileWhenItsFirstPictureIsThere) {
@@ -117,6 +150,9 @@ TEST_F(AReceiverThatPlays, NamesThePackageOfAMissingPlugin) {
     waitForConnections();
     EXPECT_THAT(tvctl({"play", "0:0", "dvb://one"}).error, HasSubstr("codec missing"));
     EXPECT_THAT(tvService_->error(), HasSubstr("no element decodebin; install gstreamer1.0-plugins-base"));
+    EXPECT_THAT(
+        tvctl({"play", "0:0", "dvb://adapter"}).error,
+        testing::AllOf(HasSubstr("codec missing"), HasSubstr("no element dvbsrc; install gstreamer1.0-plugins-bad")));
     EXPECT_THAT(tvctl({"play", "0:0", std::string("file://") + MEDIA_SAMPLES + "/one.ts"}).error,
                 HasSubstr("codec missing"));
 }

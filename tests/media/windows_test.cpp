@@ -7,7 +7,10 @@ using namespace playing_receiver;
 
 class AReceiverWithADisplay : public PlayingReceiver {
 protected:
-    AReceiverWithADisplay() {
+    AReceiverWithADisplay() { startDisplay(); }
+
+    void startDisplay() {
+        std::filesystem::remove(number());
         const std::string script = R"(exec "$0" "$@" </dev/null >"$OUTPUT" 3>")" + number() + '"';
         display_ =
             start({"/usr/bin/Xvfb", "-displayfd", "3", "-screen", "0", "1600x900x24", "-nolisten", "tcp"}, script);
@@ -16,6 +19,9 @@ protected:
         environment["DISPLAY"] = ":" + name.substr(0, name.find('\n'));
         environment.erase("WAYLAND_DISPLAY");
     }
+
+    // As when it crashes.
+    void killDisplay() const { display_->terminate(SIGKILL); }
 
     // The texts of all QR codes on the display, in order. Enlarged, as those in small pictures cannot be read.
     std::vector<std::string> codes() const {
@@ -73,6 +79,28 @@ TEST_F(AReceiverWithADisplay, PlaysWithoutADisplayThatIsGone) {
     play("0:0", "dvb://one");
     EXPECT_EQ(codeOn("0:0"), "One");
     EXPECT_THAT(tvService_->error(), HasSubstr("pictures are not seen: no connection to the display"));
+}
+
+TEST_F(AReceiverWithADisplay, GoesOnWithoutADisplayThatIsLost) {
+    for (const char* const layout : {"windows", "screen"}) {
+        startDisplay();
+        environment["TVSA_MEDIA_OUTPUT"] = layout;
+        startAll();
+        play("0:0", "dvb://one");
+        EXPECT_TRUE(shows({"One"})) << layout;
+        play("1:0", "dvb://two");
+        killDisplay();
+        const std::string sentence = "the display is lost: pictures are not seen until the service is restarted";
+        EXPECT_TRUE(eventually([&] { return tvService_->error().find(sentence) != std::string::npos; }))
+            << layout << tvService_->error();
+        play("0:0", "dvb://news");
+        EXPECT_EQ(codeOn("0:0"), "News") << layout;
+        EXPECT_EQ(codeOn("1:0"), "Two") << layout;
+        EXPECT_EQ(tvctl({"stop", "1:0"}).exitCode, 0) << layout;
+        play("2:0", "dvb://two");
+        EXPECT_EQ(tvService_->error().find(sentence), tvService_->error().rfind(sentence)) << "said once";
+        endAll();
+    }
 }
 
 } // namespace

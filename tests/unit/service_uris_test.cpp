@@ -100,10 +100,35 @@ TEST(ChannelList, RejectsSourcesThatCannotBe) {
          {std::pair("http://a/b.ts", "is not a file://, udp://, rtp://, dvb-adapter:// or test:// URI"),
           std::pair("a.ts", "is not a file://"), std::pair("file://", "names no file"),
           std::pair("udp://a", "is not udp://HOST:PORT"), std::pair("udp://:1", "is not udp://HOST:PORT"),
-          std::pair("rtp://a:65536", "is not rtp://HOST:PORT"), std::pair("rtp://a:1x", "is not rtp://HOST:PORT"),
+          std::pair("udp://h h:5004", "is not udp://HOST:PORT"), std::pair("file:///tmp", "names a folder"),
+          std::pair("file://..", "names a folder"), std::pair("rtp://a:65536", "is not rtp://HOST:PORT"),
+          std::pair("rtp://a:1x", "is not rtp://HOST:PORT"),
           std::pair("dvb-adapter://x", "does not begin with the number of an adapter")})
         EXPECT_THAT(channelProblem(channelWith("program = 1\nsource = \"" + std::string(source) + "\"\n")),
                     testing::AllOf(testing::StartsWith("list.toml:5: "), testing::HasSubstr(problem)));
+}
+
+TEST(ChannelList, RejectsSourcesThatTheEngineRejects) {
+    const auto check = [](const std::string& transport) { return transport + " is not for this engine"; };
+    EXPECT_THROW(
+        {
+            try {
+                ChannelList::fromText(channelWith("program = 1\nsource = \"dvb-adapter://0\"\n"), "list.toml", "/",
+                                      check);
+            } catch (const ChannelListError& error) {
+                EXPECT_STREQ(error.what(), "list.toml:5: \"dvb-adapter://0\": dvb-adapter://0 is not for this engine");
+                throw;
+            }
+        },
+        ChannelListError);
+}
+
+TEST(ChannelList, WarnsOfFilesThatAreNotThere) {
+    const auto list =
+        ChannelList::fromText(channelWith("program = 1\nsource = \"file:///nowhere/a.ts\"\n"), "list.toml");
+    EXPECT_THAT(
+        list.warnings(),
+        testing::ElementsAre("list.toml:5: /nowhere/a.ts is not there: its channel cannot be shown until it is"));
 }
 
 TEST(ChannelList, IsBuiltIntoTheProgram) { EXPECT_FALSE(ChannelList::builtIn().all().empty()); }

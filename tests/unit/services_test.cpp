@@ -678,6 +678,33 @@ TEST(ShellCommands, SetTheLevelAtWhichRequestsAreLogged) {
     EXPECT_THAT(shell.output, HasSubstr("expected MODULE=LEVEL; the modules are "));
 }
 
+TEST(ShellCommands, TellWhyARequestFailed) {
+    TerminalTable table;
+    FaultSwitches faults;
+    FakeShell shell;
+    ShellCommands commands(table, faults);
+    ASSERT_EQ(commands.registerWith(shell), 0);
+    table.fail({"a-1", {0, 1}, result::codecMissing, "H.264 decoder"});
+    table.fail({"a-2", {0, 0}, result::noTuner, "no tuner"});
+    shell.json = true;
+    EXPECT_EQ(shell.run("failures", {"a-1"}), 0);
+    EXPECT_EQ(nlohmann::json::parse(shell.output),
+              nlohmann::json::parse(R"([{"type": 0, "id": 1, "result": 11, "resultName": "codec missing",
+                                         "reason": "H.264 decoder"}])"));
+}
+
+TEST(TerminalTable, KeepsTheNewestFailuresAndShortReasons) {
+    TerminalTable table;
+    table.fail({"first", {0, 0}, result::notMedia, "x"});
+    const std::string large(2 * TerminalTable::mostReasonBytes, 'x');
+    table.fail({large, {0, 0}, result::notMedia, "x"});
+    for (std::size_t i = 0; i < TerminalTable::mostFailures; ++i) table.fail({"a", {0, 0}, result::notMedia, large});
+    EXPECT_TRUE(table.failuresOf("first").empty());
+    EXPECT_TRUE(table.failuresOf(large).empty());
+    ASSERT_EQ(table.failuresOf("a").size(), TerminalTable::mostFailures);
+    EXPECT_EQ(table.failuresOf("a")[0].reason.size(), TerminalTable::mostReasonBytes);
+}
+
 TEST(ShellCommands, SetAndListTheFaultSwitches) {
     TerminalTable table;
     FaultSwitches faults;

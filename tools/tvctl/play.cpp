@@ -1,11 +1,13 @@
 #include "play.h"
 
+#include "doctor/checks.h"
 #include "failure.h"
 #include "interruption.h"
 
 #include <host/environment.h>
 #include <host/printable.h>
 #include <host/shell-client.h>
+#include <tvservice/results.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -61,6 +63,39 @@ Json waitForOutcome(host::ShellClient& client, const std::string& id, const Opti
     }
 }
 
+// Adds what a service's shell says about terminals that do not show what was asked for.
+void addReasons(Json& terminals, const Json& failures) {
+    for (const Json& failure : failures) {
+        const std::string name =
+            std::to_string(failure.at("type").get<int>()) + ':' + std::to_string(failure.at("id").get<int>());
+        for (Json& terminal : terminals)
+            if (terminal.at("terminal") == name && terminal.at("result") == failure.at("result"))
+                terminal["reason"] = failure.at("reason").get<std::string>();
+    }
+}
+
+// Adds why terminals do not show what was asked for, as far as a service that runs here knows.
+void explain(Json& request) {
+    const auto failed = [](const Json& terminal) {
+        return terminal.at("result").is_number() && terminal["result"] > tvservice::result::superseded;
+    };
+    Json& terminals = request.at("terminals");
+    if (std::ranges::none_of(terminals, failed)) return;
+    constexpr Milliseconds longest{1000}; // the outcome is known already
+    for (const std::string& shell : doctor::shellsIn(host::runtimeDirectoryPath())) {
+        try {
+            host::ShellClient client;
+            client.connect(shell);
+            addReasons(terminals, ask(client, {"failures", request.at("request").get<std::string>()}, longest));
+        } catch (const std::exception&) { // not a service
+        }
+    }
+    for (const Json& terminal : terminals)
+        if (terminal.contains("reason"))
+            request["lines"].push_back(terminal.at("terminal").get<std::string>() + ": " +
+                                       terminal["reason"].get<std::string>());
+}
+
 // Prints the outcome; on standard output when the request was carried out, so that scripts see nothing else there.
 int print(const Json& request, const Options& options) {
     const bool isGivenUp = request.at("state") == "given up";
@@ -97,7 +132,9 @@ int run(const Arguments& arguments) {
         }
         const auto id = queued.at("request").get<std::string>();
         const WhenInterrupted note("tvctl: interrupted; request " + host::printable(id) + " goes on\n");
-        return print(waitForOutcome(client, id, options), options);
+        Json request = waitForOutcome(client, id, options);
+        explain(request);
+        return print(request, options);
     } catch (const CommandFailure& failure) {
         return report(std::cerr, options.json, failure.failure(), failure.what());
     } catch (const host::ShellError& error) {

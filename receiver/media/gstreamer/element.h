@@ -3,6 +3,7 @@
 
 #include <gst/gst.h>
 #include <media/engine.h>
+#include <string>
 
 namespace media {
 
@@ -13,5 +14,12 @@ struct MissingElement : Error {
 
 // Adds a new element to a pipeline, which owns it. Throws MissingElement.
 GstElement* addElement(GstElement* pipeline, const char* factory);
+
+// Throws MissingElement.
+void requireElement(const char* factory);
+
+// What a message about a missing plugin misses, and the package that has it: "H.264 decoder; install
+// gstreamer1.0-libav".
+std::string missingPluginIn(GstMessage& message);
 
 } // namespace media

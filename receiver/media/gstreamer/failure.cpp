@@ -34,6 +34,15 @@ Outcome outcomeOf(GstMessage& message) {
     gst_message_parse_error(&message, &error, &details);
     const Owner<GError> ownsError(error);
     const Owner<char> ownsDetails(details);
+    // The library of HTTP keeps to itself why there is no answer.
+    GstObject* const source = GST_MESSAGE_SRC(&message);
+    if (error->domain == GST_STREAM_ERROR && error->code == GST_STREAM_ERROR_FAILED &&
+        GST_OBJECT_FLAG_IS_SET(source, GST_ELEMENT_FLAG_SOURCE) && GST_IS_URI_HANDLER(source)) {
+        const Owner<char> address(gst_uri_handler_get_uri(GST_URI_HANDLER(source)));
+        return {result::noConnection, (address ? std::string(address.get()) : "the source") +
+                                          " cannot be reached, or breaks off: check its host and port, for https: its "
+                                          "certificate, and whether the server runs"};
+    }
     return {resultOf(*error), error->message};
 }
 

@@ -32,6 +32,7 @@ public:
     void swap(const Terminal& a, const Terminal& b) override;
     std::int32_t choose(const Terminal& terminal, TrackKind kind, std::int32_t number) override;
     Tracks tracks(const Terminal& terminal) const override;
+    std::string problemOf(const std::string& transport) const override { return media::problemOf(transport); }
     StreamCounts streamCounts(const Source& channel) const override;
     std::optional<std::int32_t> rating(const Source& channel) const override;
     tvservice::TvServiceTunerStatusMessage_t tuning(const Terminal& terminal, const Source& channel) const override;

@@ -3,6 +3,7 @@
 #include "element.h"
 #include "failure.h"
 
+#include <host/printable.h>
 #include <ov/uri.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gst/app/gstappsink.h>
+#include <sstream>
 #include <utility>
 
 namespace media {
@@ -38,24 +40,36 @@ Address addressOf(const std::string& transport, const std::string& scheme) {
     throw Error("not " + scheme + "://HOST:PORT: " + transport);
 }
 
+// Sets a property of an adapter's element. Throws Error.
+void set(GstElement* adapter, const std::string& name, const std::string& value) {
+    GParamSpec* const property = g_object_class_find_property(G_OBJECT_GET_CLASS(adapter), name.c_str());
+    if (!property || (property->flags & G_PARAM_WRITABLE) == 0)
+        throw Error("an adapter has no property " + host::quoted(name) + ": see gst-inspect-1.0 dvbsrc");
+    GValue parsed = G_VALUE_INIT;
+    g_value_init(&parsed, property->value_type);
+    const bool isValid = gst_value_deserialize_with_pspec(&parsed, value.c_str(), property) == TRUE &&
+                         g_param_value_validate(property, &parsed) == FALSE; // which would have changed it
+    if (isValid) g_object_set_property(G_OBJECT(adapter), name.c_str(), &parsed);
+    g_value_unset(&parsed);
+    if (!isValid) throw Error(host::quoted(value) + " is no value of " + name + ": see gst-inspect-1.0 dvbsrc");
+}
+
 // An adapter of the machine: "dvb-adapter://0?frequency=474000000&delsys=dvb-t", with properties of the element dvbsrc.
-GstElement* addAdapter(GstElement* pipeline, const std::string& transport) {
-    std::string settings = transport.substr(adapterScheme.size());
-    std::ranges::replace_if(
-        settings, [](char c) { return c == '?' || c == '&'; }, ' ');
-    const auto isPlain = [](char c) {
-        return g_ascii_isalnum(c) || std::string_view("-=./ ").find(c) != std::string_view::npos;
-    };
-    if (!std::ranges::all_of(settings, isPlain))
-        throw Error("not " + std::string(adapterScheme) + "NUMBER?NAME=VALUE&...: " + transport);
-    GError* problem = nullptr;
-    GstElement* const adapter = gst_parse_launch(("dvbsrc adapter=" + settings).c_str(), &problem);
-    const Owner<GError> owned(problem);
-    if (problem) {
-        if (adapter) gst_object_unref(adapter);
-        throw Error(transport + ": " + problem->message);
+// Throws Error.
+void setUp(GstElement* adapter, const std::string& transport) {
+    std::istringstream settings("adapter=" + transport.substr(adapterScheme.size()));
+    char separator = '?';
+    for (std::string setting; std::getline(settings, setting, separator); separator = '&') {
+        const auto equals = setting.find('=');
+        if (equals == std::string::npos)
+            throw Error("not " + std::string(adapterScheme) + "NUMBER?NAME=VALUE&...: " + transport);
+        set(adapter, setting.substr(0, equals), setting.substr(equals + 1));
     }
-    gst_bin_add(GST_BIN(pipeline), adapter);
+}
+
+GstElement* addAdapter(GstElement* pipeline, const std::string& transport) {
+    GstElement* const adapter = addElement(pipeline, "dvbsrc");
+    setUp(adapter, transport);
     return adapter;
 }
 
@@ -65,6 +79,19 @@ void link(const std::vector<GstElement*>& elements) {
 }
 
 } // namespace
+
+std::string problemOf(const std::string& transport) {
+    if (!transport.starts_with(adapterScheme)) return {};
+    const Owner<GstElement> adapter(gst_element_factory_make("dvbsrc", nullptr));
+    if (!adapter) return {}; // it may be installed later
+    gst_object_ref_sink(adapter.get());
+    try {
+        setUp(adapter.get(), transport);
+        return {};
+    } catch (const Error& error) {
+        return error.what();
+    }
+}
 
 Multiplex::Multiplex(const std::string& transport, AtEnd atEnd)
     : isFile_(transport.starts_with(fileScheme)),
@@ -115,7 +142,11 @@ Multiplex::Multiplex(const std::string& transport, AtEnd atEnd)
         distributor_.fail({result::cannotOpenFile, "not a regular file: " + path.string()});
         return;
     }
-    gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING); // a failure comes as a message
+    if (gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+        const thread_safety::LockGuard lock(mutex_); // unless a message has said why
+        distributor_.fail({result::noConnection,
+                           transport + " cannot be received: is it a multicast group or an address of this machine?"});
+    }
 }
 
 Multiplex::~Multiplex() {

@@ -14,6 +14,9 @@
 
 namespace media {
 
+// Why there can be no multiplex of a URI that channel lists may have, for people; empty: there may.
+std::string problemOf(const std::string& transport);
+
 class Multiplex {
 public:
     // Called on the input's thread, or inside add, with the multiplex locked.

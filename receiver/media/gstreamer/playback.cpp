@@ -3,6 +3,7 @@
 #include "element.h"
 #include "failure.h"
 #include "packet.h"
+#include "picture-limit.h"
 
 #include <ov/uri.h>
 #include <tvservice-adapter/service/log.h>
@@ -118,6 +119,7 @@ Playback::Playback(const Source& source, std::shared_ptr<Multiplex> multiplex, O
     g_source_set_callback(watch_.get(), reinterpret_cast<GSourceFunc>(reinterpret_cast<void (*)()>(takeMessage)), this,
                           nullptr);
     g_source_attach(watch_.get(), context);
+    limitPictures(pipeline_.get(), [this](const std::string& reason) { endWith({result::tooLarge, reason}); });
     namespace Scheme = ov::orveltools::uri::Scheme;
     constexpr std::string_view testPicture = "test://";
     const std::string scheme = schemeOf(source_.uri);
@@ -137,7 +139,10 @@ Playback::Playback(const Source& source, std::shared_ptr<Multiplex> multiplex, O
     const Owner<GstClock> clock(gst_system_clock_obtain());
     gst_pipeline_use_clock(GST_PIPELINE(pipeline_.get()), clock.get());
     if (multiplex_) gst_element_set_start_time(pipeline_.get(), GST_CLOCK_TIME_NONE);
-    gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING); // a failure comes as a message
+    if (gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+        while (const Owner<GstMessage> message{gst_bus_pop(bus.get())}) takeMessage(bus.get(), message.get(), this);
+        endWith({result::noConnection, source_.uri + " cannot be opened"}); // unless a message has said why
+    }
     if (multiplex_) multiplex_->add(*this, program_);
 }
 
@@ -152,7 +157,7 @@ template <void (Playback::*link)(GstPad*)> void Playback::attempt(GstPad* pad) {
     try {
         (this->*link)(pad);
     } catch (const MissingElement& error) {
-        post_([this, outcome = Outcome{result::codecMissing, error.what()}] { finish(outcome); });
+        endWith({result::codecMissing, error.what()});
     }
 }
 
@@ -266,7 +271,7 @@ void Playback::addOverlays(const Program& program) {
         try {
             overlay = add(TrackKind::video, areBitmaps ? "dvbsuboverlay" : "textoverlay");
         } catch (const MissingElement& error) { // the picture is shown all the same
-            SERVICE_LOG(vdlDebugProgress, "no subtitles: %s\n", error.what());
+            SERVICE_LOG(vdlDebugWarning, "no subtitles: %s\n", error.what());
             continue;
         }
         if (!areBitmaps) setText(overlay, {});
@@ -327,6 +332,7 @@ void Playback::linkRaw(GstPad* pad) {
     const Owner<GstCaps> caps(gst_pad_get_current_caps(pad));
     if (!caps || gst_caps_get_size(caps.get()) == 0) return;
     const GstStructure* const format = gst_caps_get_structure(caps.get(), 0);
+    if (const std::string reason = whyTooLarge(*format); !reason.empty()) return endWith({result::tooLarge, reason});
     const std::string_view kind = gst_structure_get_name(format);
     if (kind.starts_with("audio/")) {
         const thread_safety::LockGuard lock(mutex_);
@@ -506,6 +512,10 @@ void Playback::sawBuffer() {
     });
 }
 
+void Playback::endWith(const Outcome& outcome) {
+    post_([this, outcome] { finish(outcome); });
+}
+
 void Playback::finish(const Outcome& outcome) {
     if (std::exchange(over_, true)) return;
     events_.over(outcome);
@@ -517,16 +527,13 @@ gboolean Playback::takeMessage(GstBus*, GstMessage* message, void* self) {
         Outcome outcome = outcomeOf(*message);
         const thread_safety::LockGuard lock(playback.mutex_);
         if (!playback.missingCodec_.empty()) outcome = {result::codecMissing, playback.missingCodec_};
-        playback.post_([&playback, outcome] { playback.finish(outcome); }); // ends the playback
+        playback.endWith(outcome); // ends the playback
     } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
-        playback.post_([&playback] { playback.finish({}); });
+        playback.endWith({});
     } else if (gst_is_missing_plugin_message(message)) {
-        const Owner<char> what(gst_missing_plugin_message_get_description(message));
         const thread_safety::LockGuard lock(playback.mutex_);
-        playback.missingCodec_ = what.get();
-        if (!playback.seen_)
-            playback.post_(
-                [&playback, outcome = Outcome{result::codecMissing, what.get()}] { playback.finish(outcome); });
+        playback.missingCodec_ = missingPluginIn(*message);
+        if (!playback.seen_) playback.endWith({result::codecMissing, playback.missingCodec_});
     }
     return G_SOURCE_CONTINUE;
 }
@@ -562,14 +569,11 @@ void Playback::signal(bool) {
 }
 
 void Playback::missing(const std::string& others) {
-    post_([this, outcome = Outcome{result::noProgram, "program " + std::to_string(source_.program) +
-                                                          " is not among those of " + source_.transport + ": " +
-                                                          others}] { finish(outcome); });
+    endWith({result::noProgram, "program " + std::to_string(source_.program) + " is not among those of " +
+                                    source_.transport + ": " + others});
 }
 
-void Playback::failed(const Outcome& outcome) {
-    post_([this, outcome] { finish(outcome); });
-}
+void Playback::failed(const Outcome& outcome) { endWith(outcome); }
 
 // What has come is shown first.
 void Playback::ended() { gst_app_src_end_of_stream(GST_APP_SRC(packets_)); }

@@ -86,6 +86,7 @@ private:
     Program program() const { return multiplex_->program(program_); }
     Branch& branch(TrackKind kind) TVSA_REQUIRES(mutex_) { return branches_[static_cast<std::size_t>(kind)]; }
     void sawBuffer();
+    void endWith(const Outcome& outcome); // soon, on the engine's thread; from any thread
     void finish(const Outcome& outcome);
     static GstPadProbeReturn showAtOnce(GstPad* pad, GstPadProbeInfo* info, void* self);
     static void showPicture(GstElement* sink, GstBuffer* buffer, GstPad* pad, void* self);

@@ -1,5 +1,6 @@
 #include "screen.h"
 
+#include "display-loss.h"
 #include "element.h"
 #include "x-window.h"
 
@@ -7,13 +8,15 @@
 #include <tvservice-adapter/service/log.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
+#include <functional>
+#include <future>
 #include <gst/app/gstappsrc.h>
 #include <gst/video/videooverlay.h>
-#include <optional>
 #include <set>
+#include <thread>
 #include <utility>
+#include <vector>
 
 namespace media {
 namespace {
@@ -26,34 +29,35 @@ bool isSet(const char* variable) {
     return value && *value != '\0';
 }
 
-// Whether there is something that could play sound. The sinks write to standard error when there is nothing.
-bool mayHaveSound() {
+// The sinks that may work on this machine, the best one first. Others write to standard error that they do not.
+std::vector<const char*> soundSinks() {
+    std::vector<const char*> sinks;
     std::error_code error;
     const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
-    for (const char* const server : {"pulse/native", "pipewire-0"})
-        if (runtime && std::filesystem::exists(std::filesystem::path(runtime) / server, error)) return true;
+    const auto serves = [&](const char* socket) {
+        return runtime && std::filesystem::exists(std::filesystem::path(runtime) / socket, error);
+    };
+    if (isSet("PULSE_SERVER") || serves("pulse/native")) sinks.push_back("pulsesink");
+    if (serves("pipewire-0")) sinks.push_back("pipewiresink");
     for (const auto& device : std::filesystem::directory_iterator("/dev/snd", error))
-        if (device.path().filename().string().starts_with("pcm")) return true;
-    return isSet("PULSE_SERVER");
+        if (device.path().filename().string().starts_with("pcm")) {
+            sinks.push_back("alsasink");
+            break;
+        }
+    return sinks;
 }
 
-// The sink that GStreamer chooses for this machine; null when there is no sound card.
+// The factory of a sink that works here; null when there is none.
 const char* findSoundCard() {
-    if (!mayHaveSound()) return nullptr;
-    const Owner<GstElement> chooser(gst_element_factory_make("autoaudiosink", nullptr));
-    if (!chooser) return nullptr;
-    gst_object_ref_sink(chooser.get());
-    const char* found = nullptr;
-    if (gst_element_set_state(chooser.get(), GST_STATE_READY) != GST_STATE_CHANGE_FAILURE) {
-        GstIterator* const children = gst_bin_iterate_sinks(GST_BIN(chooser.get()));
-        GValue item = G_VALUE_INIT;
-        if (gst_iterator_next(children, &item) == GST_ITERATOR_OK)
-            found = g_intern_string(GST_OBJECT_NAME(gst_element_get_factory(GST_ELEMENT(g_value_get_object(&item)))));
-        g_value_unset(&item);
-        gst_iterator_free(children);
+    for (const char* const factory : soundSinks()) {
+        const Owner<GstElement> sink(gst_element_factory_make(factory, nullptr));
+        if (!sink) continue;
+        gst_object_ref_sink(sink.get());
+        const bool works = gst_element_set_state(sink.get(), GST_STATE_READY) != GST_STATE_CHANGE_FAILURE;
+        gst_element_set_state(sink.get(), GST_STATE_NULL);
+        if (works) return factory;
     }
-    gst_element_set_state(chooser.get(), GST_STATE_NULL);
-    return found && std::strcmp(found, "fakesink") != 0 ? found : nullptr;
+    return nullptr;
 }
 
 Screen::Layout layoutOf(const std::string& output) {
@@ -61,6 +65,20 @@ Screen::Layout layoutOf(const std::string& output) {
     if (output == "screen") return Screen::Layout::together;
     if (output == "fullscreen") return Screen::Layout::fullScreen;
     return Screen::Layout::windows;
+}
+
+// Runs what uses the display, on a thread of its own, and waits for it, but not for one that is lost. The work owns all
+// that it uses.
+void useDisplay(std::function<void()> work) {
+    std::promise<void> done;
+    const std::future<void> end = done.get_future();
+    std::thread([work = std::move(work), done = std::move(done)]() mutable {
+        std::exchange(work, nullptr)();
+        done.set_value();
+    }).detach();
+    constexpr std::chrono::milliseconds interval{50};
+    while (end.wait_for(interval) != std::future_status::ready && !isDisplayLost()) {
+    }
 }
 
 } // namespace
@@ -71,7 +89,7 @@ class Screen::Canvas {
 public:
     // mixes: it has the pictures of several terminals.
     Canvas(const std::string& title, bool mixes, bool fullScreen)
-        : pipeline_(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr)))) {
+        : pipeline_(Owner<GstElement>(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))))) {
         if (mixes) {
             mixer_ = addElement(pipeline_.get(), "compositor");
             gst_util_set_object_arg(G_OBJECT(mixer_), "background", "black");
@@ -84,7 +102,8 @@ public:
             sink = addElement(pipeline_.get(), "waylandsink");
             g_object_set(sink, "fullscreen", fullScreen, nullptr);
         } else {
-            window_.emplace(title, width, height, fullScreen);
+            surviveDisplayLoss();
+            window_ = std::make_shared<XWindow>(title, width, height, fullScreen);
             sink = addElement(pipeline_.get(), "ximagesink");
             gst_video_overlay_set_window_handle(GST_VIDEO_OVERLAY(sink), window_->handle());
         }
@@ -98,7 +117,12 @@ public:
         }
         gst_element_link_many(entry_, scale, sink, nullptr);
     }
-    ~Canvas() { gst_element_set_state(pipeline_.get(), GST_STATE_NULL); }
+    ~Canvas() {
+        // The window ends after the pipeline.
+        useDisplay([window = std::move(window_), pipeline = pipeline_] {
+            gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+        });
+    }
     Canvas(const Canvas&) = delete;
     Canvas& operator=(const Canvas&) = delete;
 
@@ -112,28 +136,32 @@ public:
             mix(source, terminal);
         else
             gst_element_link(source, entry_);
-        gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
+        useDisplay([pipeline = pipeline_] { gst_element_set_state(pipeline.get(), GST_STATE_PLAYING); });
+        if (gst_element_get_state(pipeline_.get(), nullptr, nullptr, 0) == GST_STATE_CHANGE_FAILURE)
+            throw Error("the display cannot be used");
         return source;
     }
     void remove(GstElement* source) {
         const auto mixed = parts_.find(source);
         if (mixed == parts_.end()) return; // the canvas ends
-        for (GstElement* const element : {source, mixed->second.convert}) {
-            gst_element_set_locked_state(element, TRUE);
-            gst_element_set_state(element, GST_STATE_NULL);
-        }
-        gst_element_release_request_pad(mixer_, mixed->second.pad.get());
-        for (GstElement* const element : {source, mixed->second.convert})
-            gst_bin_remove(GST_BIN(pipeline_.get()), element);
-        places_.erase(mixed->second.place);
+        const Part part = mixed->second;
+        places_.erase(part.place);
         parts_.erase(mixed);
+        useDisplay([pipeline = pipeline_, mixer = mixer_, source, part] {
+            for (GstElement* const element : {source, part.convert}) {
+                gst_element_set_locked_state(element, TRUE);
+                gst_element_set_state(element, GST_STATE_NULL);
+            }
+            gst_element_release_request_pad(mixer, part.pad.get());
+            for (GstElement* const element : {source, part.convert}) gst_bin_remove(GST_BIN(pipeline.get()), element);
+        });
     }
 
 private:
     struct Part {
         GstElement* convert;
-        Owner<GstPad> pad; // of the mixer
-        int place;         // 0: the main terminal's
+        std::shared_ptr<GstPad> pad; // of the mixer
+        int place;                   // 0: the main terminal's
     };
 
     // The main terminal fills the window. The others are small, below each other from its top right corner on.
@@ -161,8 +189,8 @@ private:
         parts_.emplace(source, Part{convert, std::move(pad), place});
     }
 
-    std::optional<XWindow> window_; // ends after the pipeline
-    const Owner<GstElement> pipeline_;
+    std::shared_ptr<XWindow> window_; // null: the element makes its own
+    const std::shared_ptr<GstElement> pipeline_;
     GstElement* mixer_ = nullptr; // the pipeline's, like those below
     GstElement* entry_ = nullptr;
     std::map<GstElement*, Part> parts_; // by source; at most one for each terminal that shows something
@@ -204,7 +232,7 @@ std::unique_ptr<Screen> Screen::configured() {
     const std::string output = host::setting("media.output")->text;
     Layout layout = layoutOf(output);
     if (layout != Layout::none && !isSet("DISPLAY") && !isSet("WAYLAND_DISPLAY")) {
-        SERVICE_LOG(output == "auto" ? vdlDebugProgress : vdlDebugWarning,
+        SERVICE_LOG(vdlDebugWarning,
                     "no display (neither DISPLAY nor WAYLAND_DISPLAY is set): pictures are not seen\n");
         layout = Layout::none;
     }
@@ -212,13 +240,14 @@ std::unique_ptr<Screen> Screen::configured() {
 }
 
 Screen::Screen(Layout layout, bool withSound) : layout_(layout), soundCard_(withSound ? findSoundCard() : nullptr) {
-    if (withSound && !soundCard_) SERVICE_LOG(vdlDebugProgress, "no sound card: sound is not heard\n");
+    if (withSound && !soundCard_) SERVICE_LOG(vdlDebugWarning, "no sound card: sound is not heard\n");
 }
 
 Screen::~Screen() = default;
 
 Output Screen::outputOf(const Terminal& terminal) {
     Output output{nullptr, terminal == mainTerminal ? soundCard_ : nullptr};
+    if (isDisplayLost() && std::exchange(layout_, Layout::none) != Layout::none) windows_.clear();
     if (layout_ == Layout::none) return output;
     auto& window = windows_[terminal];
     try {

@@ -5,6 +5,7 @@
 #include <host/printable.h>
 #include <tvservice-adapter/service/health.h>
 #include <tvservice-adapter/service/shell-list.h>
+#include <tvservice/results.h>
 #include <tvservice/values.h>
 
 #include <cerrno>
@@ -62,6 +63,8 @@ int ShellCommands::registerWith(appovshell::Server& shell) {
         appovshell::CommandHandler handler;
     } commands[] = {
         {"terminals", "- lists what the terminals show", call<&ShellCommands::printTerminals>},
+        {"failures :s", "REQUEST - why terminals do not show what a request asked for, of the newest failures",
+         call<&ShellCommands::printFailures>},
         {"fault :s [:s]",
          std::string("NAME [VALUE] - sets a fault of the answers to play and stop requests: ") + FaultSwitches::help(),
          call<&ShellCommands::setFault>},
@@ -96,6 +99,18 @@ int ShellCommands::printTerminals() {
                         {"uuid", shown.uuid},
                         {"client", shown.client},
                         {"since", isoTime(shown.since)}});
+    printList(*shell_, list);
+    return 0;
+}
+
+int ShellCommands::printFailures() {
+    Json list = Json::array();
+    for (const auto& [request, terminal, result, reason] : table_.failuresOf(shell_->getArgument(0)))
+        list.push_back({{"type", terminal.type},
+                        {"id", terminal.id},
+                        {"result", result},
+                        {"resultName", tvservice::nameOfResult(result)},
+                        {"reason", reason}});
     printList(*shell_, list);
     return 0;
 }

@@ -11,8 +11,8 @@
 
 namespace services {
 
-// Registers "terminals", "fault", "faults", "health", "log" and "stats" with a shell; must live as long as the shell
-// serves.
+// Registers "terminals", "failures", "fault", "faults", "health", "log" and "stats" with a shell; must live as long as
+// the shell serves.
 class ShellCommands {
 public:
     ShellCommands(const TerminalTable& table, FaultSwitches& faults) : table_(table), faults_(faults) {}
@@ -33,6 +33,7 @@ private:
     int printTerminals();
     int setFault();
     int printFaults();
+    int printFailures();
     int printHealth();
     int setLogLevels();
     int printStatistics();

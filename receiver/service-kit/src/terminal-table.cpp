@@ -62,4 +62,20 @@ TableCount TerminalTable::count() const {
     return claimedKey_.count();
 }
 
+void TerminalTable::fail(Failure failure) {
+    if (failure.request.size() > mostReasonBytes) return;
+    if (failure.reason.size() > mostReasonBytes) failure.reason.resize(mostReasonBytes);
+    const thread_safety::LockGuard lock(mutex_);
+    failures_.push_back(std::move(failure));
+    if (failures_.size() > mostFailures) failures_.pop_front();
+}
+
+std::vector<TerminalTable::Failure> TerminalTable::failuresOf(const std::string& request) const {
+    const thread_safety::LockGuard lock(mutex_);
+    std::vector<Failure> found;
+    for (const Failure& failure : failures_)
+        if (failure.request == request) found.push_back(failure);
+    return found;
+}
+
 } // namespace services

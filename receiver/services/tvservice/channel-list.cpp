@@ -9,19 +9,26 @@
 #include <cstddef>
 #include <filesystem>
 #include <iterator>
+#include <system_error>
 #include <toml++/toml.h>
+#include <utility>
 
 namespace services {
 
 namespace {
 
-constexpr std::string_view broadcastUri = "dvb://", testPicture = "test://";
+constexpr std::string_view broadcastUri = "dvb://", testPicture = "test://", file = "file://";
+// Of a host: a name, or an address.
+constexpr std::string_view hostCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-_:[]%";
 
 class Reader {
 public:
-    Reader(const std::string& where, const std::string& folder) : where_(where), folder_(folder) {}
+    Reader(const std::string& where, const std::string& folder, const ChannelList::Check& check)
+        : where_(where), folder_(folder), check_(check) {}
 
-    std::map<std::string, Channel> read(std::string_view text) const {
+    std::vector<std::string> takeWarnings() { return std::move(warnings_); }
+
+    std::map<std::string, Channel> read(std::string_view text) {
         const toml::table root = parse(text);
         for (const auto& [key, value] : root)
             if (key.str() != "channel") fail(value, "unknown key " + host::quoted(key.str()));
@@ -49,7 +56,7 @@ private:
         }
     }
 
-    void add(const toml::table& channel, std::map<std::string, Channel>& channels) const {
+    void add(const toml::table& channel, std::map<std::string, Channel>& channels) {
         for (const auto& [key, value] : channel)
             if (key.str() != "uri" && key.str() != "name" && key.str() != "source" && key.str() != "program")
                 fail(value, "a channel has no " + host::quoted(key.str()));
@@ -62,7 +69,7 @@ private:
         Channel added{std::move(name), "", 0};
         const toml::node* const source = channel.get("source");
         const toml::node* const program = channel.get("program");
-        if (source) added.transport = transportOf(*source, textOf(channel, "source"));
+        if (source) added.transport = checkedTransportOf(*source, textOf(channel, "source"));
         const bool hasPrograms = !added.transport.starts_with(testPicture);
         if (program && !source) fail(*program, "a channel with a program needs the source that has it");
         if (program && !hasPrograms) fail(*program, "a test picture has no program");
@@ -76,9 +83,21 @@ private:
         channels.emplace(std::move(uri), std::move(added));
     }
 
+    std::string checkedTransportOf(const toml::node& node, const std::string& text) {
+        std::string transport = transportOf(node, text);
+        if (const std::string problem = check_(transport); !problem.empty())
+            fail(node, host::quoted(text) + ": " + problem);
+        if (!transport.starts_with(file)) return transport;
+        const std::string path = transport.substr(file.size());
+        std::error_code error;
+        if (std::filesystem::is_directory(path, error)) fail(node, host::quoted(text) + " names a folder");
+        if (!std::filesystem::exists(path, error))
+            warnings_.push_back(at(node.source(), path + " is not there: its channel cannot be shown until it is"));
+        return transport;
+    }
+
     // A relative path becomes an absolute one. Throws for what cannot be a transport stream's source.
     std::string transportOf(const toml::node& node, const std::string& text) const {
-        constexpr std::string_view file = "file://";
         if (text.starts_with(file)) {
             const std::filesystem::path path = text.substr(file.size());
             if (!path.has_filename()) fail(node, host::quoted(text) + " names no file");
@@ -90,7 +109,9 @@ private:
             const std::string_view port = std::string_view(text).substr(colon + 1);
             std::uint16_t number = 0;
             const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), number);
-            if (colon > scheme.size() && error == std::errc() && end == port.data() + port.size() && number > 0)
+            const bool hasHost = text.find_first_not_of(hostCharacters, scheme.size()) == std::string::npos;
+            if (colon > scheme.size() && hasHost && error == std::errc() && end == port.data() + port.size() &&
+                number > 0)
                 return text;
             fail(node, host::quoted(text) + " is not " + std::string(scheme) + "HOST:PORT");
         }
@@ -113,11 +134,16 @@ private:
 
     [[noreturn]] void fail(const toml::node& node, const std::string& problem) const { fail(node.source(), problem); }
     [[noreturn]] void fail(const toml::source_region& place, const std::string& problem) const {
-        throw ChannelListError(where_ + ':' + std::to_string(place.begin.line) + ": " + host::printable(problem));
+        throw ChannelListError(at(place, problem));
+    }
+    std::string at(const toml::source_region& place, const std::string& problem) const {
+        return where_ + ':' + std::to_string(place.begin.line) + ": " + host::printable(problem);
     }
 
     const std::string& where_;
     const std::string& folder_;
+    const ChannelList::Check& check_;
+    std::vector<std::string> warnings_;
 };
 
 } // namespace
@@ -135,19 +161,22 @@ std::string ChannelList::uriOf(std::int32_t number) const {
 
 ChannelList ChannelList::builtIn() { return fromText(builtInChannels, "built-in channel list"); }
 
-ChannelList ChannelList::fromFile(const std::string& path) {
+ChannelList ChannelList::fromFile(const std::string& path, const Check& check) {
     try {
-        const auto file = host::readTomlFile(path);
-        if (!file) throw ChannelListError(path + ": there is no such file");
-        return fromText(file->text, path, std::filesystem::absolute(path).parent_path().string());
+        const auto list = host::readTomlFile(path);
+        if (!list) throw ChannelListError(path + ": there is no such file");
+        return fromText(list->text, path, std::filesystem::absolute(path).parent_path().string(), check);
     } catch (const host::TomlFileError& error) {
         throw ChannelListError(error.what());
     }
 }
 
-ChannelList ChannelList::fromText(std::string_view text, const std::string& where, const std::string& folder) {
+ChannelList ChannelList::fromText(std::string_view text, const std::string& where, const std::string& folder,
+                                  const Check& check) {
     ChannelList list;
-    list.channels_ = Reader(where, folder).read(text);
+    Reader reader(where, folder, check);
+    list.channels_ = reader.read(text);
+    list.warnings_ = reader.takeWarnings();
     return list;
 }
 

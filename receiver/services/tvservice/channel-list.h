@@ -2,10 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace services {
 
@@ -26,9 +28,15 @@ class ChannelList {
 public:
     // The built-in list.
     static ChannelList builtIn();
+    // Says why a source can never be received; empty: it may be.
+    using Check = std::function<std::string(const std::string& transport)>;
+    static std::string checkNothing(const std::string&) { return {}; }
     // Both throw ChannelListError. where: the text's name in errors. folder: of relative paths in file:// sources.
-    static ChannelList fromFile(const std::string& path);
-    static ChannelList fromText(std::string_view text, const std::string& where, const std::string& folder = "/");
+    static ChannelList fromFile(const std::string& path, const Check& check = checkNothing);
+    static ChannelList fromText(std::string_view text, const std::string& where, const std::string& folder = "/",
+                                const Check& check = checkNothing);
+    // What may be wrong, each with its file and line: files that are not there yet.
+    const std::vector<std::string>& warnings() const { return warnings_; }
 
     bool has(const std::string& uri) const { return channels_.contains(uri); }
     // Channels are numbered from 1, in the order of their URIs; 0 and the empty URI mean that the list has no such
@@ -39,6 +47,7 @@ public:
 
 private:
     std::map<std::string, Channel> channels_; // from a file of at most host::longestTomlFile bytes
+    std::vector<std::string> warnings_;       // at most one for each
 };
 
 } // namespace services

@@ -16,15 +16,17 @@ int main(int argc, char** argv) {
     std::string channelFile;
     program.addOption("--channels", channelFile, "Channel list in place of the built-in one");
     return program.main(argc, argv, [&]() -> int {
+        const auto engine = media::configuredEngine();
         services::ChannelList channels;
         try {
-            channels =
-                channelFile.empty() ? services::ChannelList::builtIn() : services::ChannelList::fromFile(channelFile);
+            const auto check = [&engine](const std::string& transport) { return engine->problemOf(transport); };
+            channels = channelFile.empty() ? services::ChannelList::builtIn()
+                                           : services::ChannelList::fromFile(channelFile, check);
+            for (const std::string& warning : channels.warnings()) program.reportError("warning: " + warning);
         } catch (const services::ChannelListError& error) {
             program.reportError(error.what());
             return services::badData;
         }
-        const auto engine = media::configuredEngine();
         media::Commands look(*engine);
         services::TvService service(program.table(), program.faults(), channels, *engine);
         services::EmitCommand emit(service.sender());

@@ -26,7 +26,8 @@ namespace tvservice {
     VALUE(13, noConnection, "no connection", "the source cannot be reached, or breaks off")                       \
     VALUE(14, noProgram, "no such program", "the channel's transport stream does not have its program")           \
     VALUE(15, noSource, "no source", "the channel list does not say where the channel comes from")                \
-    VALUE(16, noTuner, "no tuner", "all tuners receive other transport streams; a notification names them")
+    VALUE(16, noTuner, "no tuner", "all tuners receive other transport streams; a notification names them")       \
+    VALUE(17, tooLarge, "too large", "its pictures have more pixels than televisions decode")
 
 #define TVSERVICE_RESULT_ENUMERATION(ENUMERATION) \
     ENUMERATION(result, results, "Results", "What became of a request.", TVSERVICE_RESULTS)

@@ -97,6 +97,8 @@ public:
     // Chooses a track; 0: none. Returns result::done, or why nothing has changed.
     virtual std::int32_t choose(const Terminal& terminal, TrackKind kind, std::int32_t number) = 0;
     virtual Tracks tracks(const Terminal& terminal) const = 0; // from any thread
+    // Why a channel's source of this URI can never be received, for people; empty: it may be.
+    virtual std::string problemOf(const std::string& /*transport*/) const { return {}; }
     virtual StreamCounts streamCounts(const Source& channel) const = 0;
     // The least age for what a channel broadcasts now, 0 for everyone; nothing when the broadcast is not received or
     // does not say. From any thread.

@@ -104,10 +104,10 @@ private:
 
     void take(Pending& pending, std::size_t index, std::uint64_t number, const Outcome& outcome) {
         if (outcome.result != result::done) {
-            const auto& terminal = pending.infos[index].terminal;
-            SERVICE_LOG(vdlDebugProgress, "terminal %d:%d: %s: %s%s%s\n", terminal.type, terminal.id,
-                        host::printable(pending.infos[index].uri).c_str(), tvservice::nameOfResult(outcome.result),
-                        outcome.reason.empty() ? "" : ": ", host::printable(outcome.reason).c_str());
+            const auto& info = pending.infos[index];
+            const Terminal terminal{info.terminal.type, info.terminal.id};
+            log(terminal, host::printable(info.uri), outcome);
+            if (!outcome.reason.empty()) table_.fail({info.reqId, terminal, outcome.result, outcome.reason});
             // Whatever the terminal shows instead stays.
             if (outcome.result != result::superseded) (void)table_.stop(number);
             const thread_safety::LockGuard lock(mutex_);
@@ -116,13 +116,18 @@ private:
         finishOne(pending);
     }
 
+    static void log(const Terminal& terminal, const std::string& what, const Outcome& outcome) {
+        const bool isNormal = outcome.result == result::done || outcome.result == result::superseded;
+        SERVICE_LOG(isNormal ? vdlDebugProgress : vdlDebugWarning, "terminal %d:%d: %s: %s%s%s\n", terminal.type,
+                    terminal.id, what.c_str(), tvservice::nameOfResult(outcome.result),
+                    outcome.reason.empty() ? "" : ": ", host::printable(outcome.reason).c_str());
+    }
+
     // A terminal went dark without a request: all clients are told, in an answer without request id.
     void end(std::uint64_t number, const Outcome& outcome) {
         const auto terminal = table_.stop(number);
         if (!terminal) return; // it shows something else by now
-        SERVICE_LOG(vdlDebugProgress, "terminal %d:%d: over: %s%s%s\n", terminal->type, terminal->id,
-                    tvservice::nameOfResult(outcome.result), outcome.reason.empty() ? "" : ": ",
-                    host::printable(outcome.reason).c_str());
+        log(*terminal, "over", outcome);
         Infos infos(1);
         infos[0].terminal.type = terminal->type;
         infos[0].terminal.id = terminal->id;

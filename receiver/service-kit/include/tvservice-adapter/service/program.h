@@ -1,8 +1,8 @@
 // The program of a service: command line, configuration, log, debug shell, start and end.
 //
-// It has the options --log, --fault, --ready-fd, --help and --version, and the shell commands "terminals", "fault",
-// "faults", "health", "log" and "stats" (docs/tvctl.md). It reads the receiver's configuration, and serves until
-// SIGTERM or SIGINT. One object per process, on the main thread.
+// It has the options --log, --fault, --ready-fd, --help and --version, and the shell commands "terminals", "failures",
+// "fault", "faults", "health", "log" and "stats" (docs/tvctl.md). It reads the receiver's configuration, and serves
+// until SIGTERM or SIGINT. One object per process, on the main thread.
 //
 // A unit of systemd may have Type=notify and WatchdogSec: it tells systemd when it serves and when it ends, and gives
 // signs of life while the main thread and the one that runs the handlers take turns. The status names a message whose

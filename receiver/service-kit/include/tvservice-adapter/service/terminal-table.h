@@ -1,4 +1,4 @@
-// What each terminal of a service shows.
+// What each terminal of a service shows, and why requests for terminals failed.
 #pragma once
 
 #include <tvservice-adapter/service/client-table.h>
@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 #include <thread-safety/mutex.h>
@@ -45,11 +46,24 @@ public:
     std::vector<Entry> entries() const; // ordered by terminal
     TableCount count() const;
 
+    // Why a terminal does not show what a request asked for, for people.
+    struct Failure {
+        std::string request; // its id
+        Terminal terminal;
+        std::int32_t result = 0;
+        std::string reason;
+    };
+    // The newest mostFailures are kept, unless the request's id is longer than a reason may be.
+    void fail(Failure failure);
+    std::vector<Failure> failuresOf(const std::string& request) const; // the oldest one first
+    static constexpr std::size_t mostFailures = 64, mostReasonBytes = 1024;
+
 private:
     std::optional<Terminal> find(std::uint64_t number) const TVSA_REQUIRES(mutex_);
 
     mutable thread_safety::Mutex mutex_;
     ClientTable<Shown> claimedKey_ TVSA_GUARDED_BY(mutex_){"terminals"};
+    std::deque<Failure> failures_ TVSA_GUARDED_BY(mutex_);
 };
 
 } // namespace services
