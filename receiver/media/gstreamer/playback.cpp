@@ -375,18 +375,12 @@ void Playback::addVideoSink(GstPad* pad) {
 
 void Playback::addAudioSink(GstPad* pad) {
     constexpr auto kind = TrackKind::audio;
-    const char* card = nullptr;
-    {
-        const thread_safety::LockGuard lock(mutex_);
-        card = output_.soundCard;
-    }
-    const std::vector<GstElement*> elements{add(kind, "queue"), add(kind, "audioconvert"), add(kind, "audioresample"),
-                                            add(kind, "capsfilter"), add(kind, card ? card : "fakesink")};
-    setCaps(elements[3], SoundMeter::format);
-    g_object_set(elements.back(), "sync", TRUE, "async", FALSE, "enable-last-sample", FALSE, nullptr);
-    const Owner<GstPad> entry(gst_element_get_static_pad(elements.back(), "sink"));
+    std::vector<GstElement*> elements{add(kind, "queue"), add(kind, "audioconvert"), add(kind, "audioresample"),
+                                      add(kind, "capsfilter")};
+    setCaps(elements.back(), SoundMeter::format);
+    const Owner<GstPad> samples(gst_element_get_static_pad(elements.back(), "src"));
     gst_pad_add_probe(
-        entry.get(), GST_PAD_PROBE_TYPE_BUFFER,
+        samples.get(), GST_PAD_PROBE_TYPE_BUFFER,
         [](GstPad*, GstPadProbeInfo* info, void* self) {
             auto& playback = *static_cast<Playback*>(self);
             playback.meter_.take(GST_PAD_PROBE_INFO_BUFFER(info));
@@ -394,9 +388,68 @@ void Playback::addAudioSink(GstPad* pad) {
             return GST_PAD_PROBE_OK;
         },
         this, nullptr);
+    GstElement* const end = elements.back();
+    elements.push_back(addSoundCard());
     linkAll(elements);
     startAll(elements);
     linkTo(pad, elements.front());
+    if (multiplex_) return;
+    bool hasMoved = false;
+    {
+        const thread_safety::LockGuard lock(mutex_);
+        soundEnd_ = end;
+        hasMoved = output_.soundCard != usedSoundCard_;
+    }
+    if (hasMoved) moveSound();
+}
+
+// Adds what plays the sound: the card, or nothing in real time.
+GstElement* Playback::addSoundCard() {
+    const char* card = nullptr;
+    {
+        const thread_safety::LockGuard lock(mutex_);
+        card = usedSoundCard_ = output_.soundCard;
+    }
+    GstElement* const sink = add(TrackKind::audio, card ? card : "fakesink");
+    g_object_set(sink, "sync", TRUE, "async", FALSE, "enable-last-sample", FALSE, nullptr);
+    return sink;
+}
+
+// Of what has no demuxer, whose sound cannot be decoded anew: replaces the sink between two buffers.
+void Playback::moveSound() {
+    Owner<GstPad> pad;
+    {
+        const thread_safety::LockGuard lock(mutex_);
+        if (soundEnd_) pad.reset(gst_element_get_static_pad(soundEnd_, "src"));
+    }
+    if (!pad) return; // no sound, or not yet
+    gst_pad_add_probe(
+        pad.get(), GST_PAD_PROBE_TYPE_IDLE,
+        [](GstPad* idle, GstPadProbeInfo*, void* self) {
+            static_cast<Playback*>(self)->attempt<&Playback::replaceSoundCard>(idle);
+            return GST_PAD_PROBE_REMOVE;
+        },
+        this, nullptr);
+}
+
+// On the engine's thread or one of the pipeline's.
+void Playback::replaceSoundCard(GstPad* pad) {
+    const thread_safety::LockGuard one(replacing_);
+    GstElement* former = nullptr;
+    {
+        const thread_safety::LockGuard lock(mutex_);
+        auto& elements = branch(TrackKind::audio).elements;
+        former = elements.back();
+        elements.pop_back();
+    }
+    gst_element_set_locked_state(former, TRUE);
+    gst_element_set_state(former, GST_STATE_NULL);
+    gst_bin_remove(GST_BIN(pipeline_.get()), former);
+    GstElement* const sink = addSoundCard();
+    gst_element_sync_state_with_parent(sink);
+    linkTo(pad, sink);
+    const Owner<GstEvent> end(gst_pad_get_sticky_event(pad, GST_EVENT_EOS, 0));
+    if (end) gst_element_send_event(sink, gst_event_new_eos()); // nothing more comes to bring it
 }
 
 std::vector<Owner<GstPad>> Playback::pads() const {
@@ -606,7 +659,7 @@ void Playback::moveTo(Output output) {
         movesSound = output.soundCard != output_.soundCard;
         former = std::exchange(output_, std::move(output)).window; // ends after the lock
     }
-    if (movesSound && multiplex_) relink(TrackKind::audio);
+    if (movesSound) multiplex_ ? relink(TrackKind::audio) : moveSound();
 }
 
 PictureFormat Playback::pictureFormat() const {

@@ -79,6 +79,9 @@ private:
     void addVideoSink(GstPad* pad);
     void addAudioSink(GstPad* pad);
     GstElement* addPictureSink(TrackKind kind);
+    GstElement* addSoundCard();
+    void moveSound();
+    void replaceSoundCard(GstPad* pad);
     void unlink(TrackKind kind);
     void relink(TrackKind kind);
     std::vector<Owner<GstPad>> pads() const;
@@ -120,6 +123,10 @@ private:
     GstElement* page_ TVSA_GUARDED_BY(mutex_) = nullptr;
     GstElement* bitmaps_ TVSA_GUARDED_BY(mutex_) = nullptr;
     GstElement* text_ TVSA_GUARDED_BY(mutex_) = nullptr;
+    // Of what has no demuxer: what the sound card is linked to, when it is there; and the card.
+    GstElement* soundEnd_ TVSA_GUARDED_BY(mutex_) = nullptr;
+    const char* usedSoundCard_ TVSA_GUARDED_BY(mutex_) = nullptr;
+    thread_safety::Mutex replacing_; // the card
     SoundMeter meter_;
 };
 
