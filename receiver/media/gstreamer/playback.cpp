@@ -2,6 +2,7 @@
 
 #include "element.h"
 #include "failure.h"
+#include "frame-rate.h"
 #include "packet.h"
 
 #include <ov/uri.h>
@@ -79,6 +80,14 @@ void forgetBitmaps(GstElement* overlay) {
     const Owner<GstPad> entry(gst_element_get_static_pad(overlay, "text_sink"));
     gst_pad_send_event(entry.get(), gst_event_new_flush_start());
     gst_pad_send_event(entry.get(), gst_event_new_flush_stop(TRUE));
+}
+
+// How many pictures a format says that there are in a second; 0: it does not say.
+std::int32_t perSecondIn(const GstCaps* format) {
+    GstVideoInfo info;
+    if (!format || !gst_video_info_from_caps(&info, format) || GST_VIDEO_INFO_FPS_D(&info) <= 0) return 0;
+    return static_cast<std::int32_t>(
+        std::lround(double{1} * GST_VIDEO_INFO_FPS_N(&info) / GST_VIDEO_INFO_FPS_D(&info)));
 }
 
 // Throws Error.
@@ -369,6 +378,7 @@ void Playback::addVideoSink(GstPad* pad) {
     elements.insert(elements.end(), {drawn, sink});
     const Owner<GstPad> entry(gst_element_get_static_pad(sink, "sink"));
     gst_pad_add_probe(entry.get(), GST_PAD_PROBE_TYPE_BUFFER, showAtOnce, this, nullptr);
+    if (multiplex_) measureRate(pad);
     startAll(elements);
     linkTo(pad, elements.front());
 }
@@ -515,6 +525,29 @@ GstPadProbeReturn Playback::showAtOnce(GstPad*, GstPadProbeInfo* info, void*) {
     GST_BUFFER_PTS(buffer) = GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
     info->data = buffer;
     return GST_PAD_PROBE_REMOVE;
+}
+
+// Of decoded pictures, whose format may not say it. When it is known, the tracks have changed.
+void Playback::measureRate(GstPad* pad) {
+    struct Measurement {
+        Playback& playback;
+        FrameRate rate = {};
+    };
+    measuredRate_ = 0;
+    gst_pad_add_probe(
+        pad, GST_PAD_PROBE_TYPE_BUFFER,
+        [](GstPad* pictures, GstPadProbeInfo* info, void* data) {
+            auto& [playback, rate] = *static_cast<Measurement*>(data);
+            if (perSecondIn(Owner<GstCaps>(gst_pad_get_current_caps(pictures)).get()) != 0) return GST_PAD_PROBE_REMOVE;
+            rate.take(GST_BUFFER_PTS(GST_PAD_PROBE_INFO_BUFFER(info)));
+            if (rate.perSecond() == 0) return GST_PAD_PROBE_OK;
+            playback.measuredRate_ = rate.perSecond();
+            playback.post_([&playback] {
+                if (!playback.over_) playback.events_.tracks();
+            });
+            return GST_PAD_PROBE_REMOVE;
+        },
+        new Measurement{*this}, [](void* data) { delete static_cast<Measurement*>(data); });
 }
 
 void Playback::showPicture(GstElement* sink, GstBuffer* buffer, GstPad* pad, void* self) {
@@ -673,11 +706,8 @@ PictureFormat Playback::pictureFormat() const {
     const Owner<GstCaps> caps(gst_pad_get_current_caps(entry.get()));
     GstVideoInfo info;
     if (!caps || !gst_video_info_from_caps(&info, caps.get())) return {};
-    PictureFormat format{GST_VIDEO_INFO_WIDTH(&info), GST_VIDEO_INFO_HEIGHT(&info), 0};
-    if (GST_VIDEO_INFO_FPS_D(&info) > 0)
-        format.perSecond = static_cast<std::int32_t>(
-            std::lround(double{1} * GST_VIDEO_INFO_FPS_N(&info) / GST_VIDEO_INFO_FPS_D(&info)));
-    return format;
+    const std::int32_t said = perSecondIn(caps.get());
+    return {GST_VIDEO_INFO_WIDTH(&info), GST_VIDEO_INFO_HEIGHT(&info), said != 0 ? said : measuredRate_.load()};
 }
 
 Tracks Playback::tracks(const Terminal& terminal) const {

@@ -88,6 +88,7 @@ private:
 
     Program program() const { return multiplex_->program(program_); }
     Branch& branch(TrackKind kind) TVSA_REQUIRES(mutex_) { return branches_[static_cast<std::size_t>(kind)]; }
+    void measureRate(GstPad* pad);
     void sawBuffer();
     void finish(const Outcome& outcome);
     static GstPadProbeReturn showAtOnce(GstPad* pad, GstPadProbeInfo* info, void* self);
@@ -109,6 +110,8 @@ private:
 
     std::atomic<std::uint16_t> program_;                       // its number; 0 until the first one of all is known
     std::atomic<bool> hasPictures_ = false, hasSound_ = false; // without pictures, the first sound is waited for
+
+    std::atomic<std::int32_t> measuredRate_ = 0; // pictures in a second, when their format does not say; 0: not known
 
     mutable thread_safety::Mutex mutex_; // pads are added on threads of the pipeline
     Output output_ TVSA_GUARDED_BY(mutex_);
