@@ -84,6 +84,26 @@ TEST_F(AReceiverThatShowsTracks, DrawsTheSubtitlesOfItsTeletextIntoThePicture) {
     EXPECT_TRUE(showsText(false));
 }
 
+// H.264 need not say how many pictures there are in a second.
+TEST_F(AReceiverThatShowsTracks, KnowsTheSizeAndTheRateOfPicturesInEachCoding) {
+    const auto formatOf = [this](int type) {
+        std::vector<int> format;
+        for (const json& each : json::parse(tvctl({"notifications", "--json"}).output)) {
+            if (each.at("message") != "TvServiceVideoInfo") continue;
+            const json& info = each.at("arguments").at("info");
+            if (info.at("terminal").at("type") != type || info.at("streams").empty()) continue;
+            const json& stream = info.at("streams").at(0);
+            format = {stream.at("shortParam3"), stream.at("shortParam4"), stream.at("shortParam2")};
+        }
+        return format;
+    };
+    const std::vector<int> one{720, 576, 25}, two{352, 288, 25};
+    play("0:0", "dvb://one");
+    play("1:0", "dvb://two");
+    EXPECT_TRUE(eventually([&] { return formatOf(0) == one; })) << testing::PrintToString(formatOf(0));
+    EXPECT_TRUE(eventually([&] { return formatOf(1) == two; })) << testing::PrintToString(formatOf(1));
+}
+
 TEST_F(AReceiverThatShowsTracks, CoversThePictureByAPageOfTeletext) {
     play("0:0", "dvb://one");
     const int width = pictureOn("0:0").width();

@@ -14,6 +14,7 @@ struct Unref {
     void operator()(GstCaps* caps) const { gst_caps_unref(caps); }
     void operator()(GstSample* sample) const { gst_sample_unref(sample); }
     void operator()(GstMessage* message) const { gst_message_unref(message); }
+    void operator()(GstEvent* event) const { gst_event_unref(event); }
     void operator()(GError* error) const { g_error_free(error); }
     void operator()(char* text) const { g_free(text); }
     void operator()(GSource* source) const {

@@ -2,6 +2,7 @@
 
 #include "element.h"
 #include "failure.h"
+#include "frame-rate.h"
 #include "packet.h"
 #include "picture-limit.h"
 
@@ -80,6 +81,14 @@ void forgetBitmaps(GstElement* overlay) {
     const Owner<GstPad> entry(gst_element_get_static_pad(overlay, "text_sink"));
     gst_pad_send_event(entry.get(), gst_event_new_flush_start());
     gst_pad_send_event(entry.get(), gst_event_new_flush_stop(TRUE));
+}
+
+// How many pictures a format says that there are in a second; 0: it does not say.
+std::int32_t perSecondIn(const GstCaps* format) {
+    GstVideoInfo info;
+    if (!format || !gst_video_info_from_caps(&info, format) || GST_VIDEO_INFO_FPS_D(&info) <= 0) return 0;
+    return static_cast<std::int32_t>(
+        std::lround(double{1} * GST_VIDEO_INFO_FPS_N(&info) / GST_VIDEO_INFO_FPS_D(&info)));
 }
 
 // Throws Error.
@@ -375,24 +384,19 @@ void Playback::addVideoSink(GstPad* pad) {
     elements.insert(elements.end(), {drawn, sink});
     const Owner<GstPad> entry(gst_element_get_static_pad(sink, "sink"));
     gst_pad_add_probe(entry.get(), GST_PAD_PROBE_TYPE_BUFFER, showAtOnce, this, nullptr);
+    if (multiplex_) measureRate(pad);
     startAll(elements);
     linkTo(pad, elements.front());
 }
 
 void Playback::addAudioSink(GstPad* pad) {
     constexpr auto kind = TrackKind::audio;
-    const char* card = nullptr;
-    {
-        const thread_safety::LockGuard lock(mutex_);
-        card = output_.soundCard;
-    }
-    const std::vector<GstElement*> elements{add(kind, "queue"), add(kind, "audioconvert"), add(kind, "audioresample"),
-                                            add(kind, "capsfilter"), add(kind, card ? card : "fakesink")};
-    setCaps(elements[3], SoundMeter::format);
-    g_object_set(elements.back(), "sync", TRUE, "async", FALSE, "enable-last-sample", FALSE, nullptr);
-    const Owner<GstPad> entry(gst_element_get_static_pad(elements.back(), "sink"));
+    std::vector<GstElement*> elements{add(kind, "queue"), add(kind, "audioconvert"), add(kind, "audioresample"),
+                                      add(kind, "capsfilter")};
+    setCaps(elements.back(), SoundMeter::format);
+    const Owner<GstPad> samples(gst_element_get_static_pad(elements.back(), "src"));
     gst_pad_add_probe(
-        entry.get(), GST_PAD_PROBE_TYPE_BUFFER,
+        samples.get(), GST_PAD_PROBE_TYPE_BUFFER,
         [](GstPad*, GstPadProbeInfo* info, void* self) {
             auto& playback = *static_cast<Playback*>(self);
             playback.meter_.take(GST_PAD_PROBE_INFO_BUFFER(info));
@@ -400,9 +404,68 @@ void Playback::addAudioSink(GstPad* pad) {
             return GST_PAD_PROBE_OK;
         },
         this, nullptr);
+    GstElement* const end = elements.back();
+    elements.push_back(addSoundCard());
     linkAll(elements);
     startAll(elements);
     linkTo(pad, elements.front());
+    if (multiplex_) return;
+    bool hasMoved = false;
+    {
+        const thread_safety::LockGuard lock(mutex_);
+        soundEnd_ = end;
+        hasMoved = output_.soundCard != usedSoundCard_;
+    }
+    if (hasMoved) moveSound();
+}
+
+// Adds what plays the sound: the card, or nothing in real time.
+GstElement* Playback::addSoundCard() {
+    const char* card = nullptr;
+    {
+        const thread_safety::LockGuard lock(mutex_);
+        card = usedSoundCard_ = output_.soundCard;
+    }
+    GstElement* const sink = add(TrackKind::audio, card ? card : "fakesink");
+    g_object_set(sink, "sync", TRUE, "async", FALSE, "enable-last-sample", FALSE, nullptr);
+    return sink;
+}
+
+// Of what has no demuxer, whose sound cannot be decoded anew: replaces the sink between two buffers.
+void Playback::moveSound() {
+    Owner<GstPad> pad;
+    {
+        const thread_safety::LockGuard lock(mutex_);
+        if (soundEnd_) pad.reset(gst_element_get_static_pad(soundEnd_, "src"));
+    }
+    if (!pad) return; // no sound, or not yet
+    gst_pad_add_probe(
+        pad.get(), GST_PAD_PROBE_TYPE_IDLE,
+        [](GstPad* idle, GstPadProbeInfo*, void* self) {
+            static_cast<Playback*>(self)->attempt<&Playback::replaceSoundCard>(idle);
+            return GST_PAD_PROBE_REMOVE;
+        },
+        this, nullptr);
+}
+
+// On the engine's thread or one of the pipeline's.
+void Playback::replaceSoundCard(GstPad* pad) {
+    const thread_safety::LockGuard one(replacing_);
+    GstElement* former = nullptr;
+    {
+        const thread_safety::LockGuard lock(mutex_);
+        auto& elements = branch(TrackKind::audio).elements;
+        former = elements.back();
+        elements.pop_back();
+    }
+    gst_element_set_locked_state(former, TRUE);
+    gst_element_set_state(former, GST_STATE_NULL);
+    gst_bin_remove(GST_BIN(pipeline_.get()), former);
+    GstElement* const sink = addSoundCard();
+    gst_element_sync_state_with_parent(sink);
+    linkTo(pad, sink);
+    const Owner<GstEvent> end(gst_pad_get_sticky_event(pad, GST_EVENT_EOS, 0));
+    if (end) gst_element_send_event(sink, gst_event_new_eos()); // nothing more comes to bring it
 }
 
 std::vector<Owner<GstPad>> Playback::pads() const {
@@ -468,6 +531,29 @@ GstPadProbeReturn Playback::showAtOnce(GstPad*, GstPadProbeInfo* info, void*) {
     GST_BUFFER_PTS(buffer) = GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
     info->data = buffer;
     return GST_PAD_PROBE_REMOVE;
+}
+
+// Of decoded pictures, whose format may not say it. When it is known, the tracks have changed.
+void Playback::measureRate(GstPad* pad) {
+    struct Measurement {
+        Playback& playback;
+        FrameRate rate = {};
+    };
+    measuredRate_ = 0;
+    gst_pad_add_probe(
+        pad, GST_PAD_PROBE_TYPE_BUFFER,
+        [](GstPad* pictures, GstPadProbeInfo* info, void* data) {
+            auto& [playback, rate] = *static_cast<Measurement*>(data);
+            if (perSecondIn(Owner<GstCaps>(gst_pad_get_current_caps(pictures)).get()) != 0) return GST_PAD_PROBE_REMOVE;
+            rate.take(GST_BUFFER_PTS(GST_PAD_PROBE_INFO_BUFFER(info)));
+            if (rate.perSecond() == 0) return GST_PAD_PROBE_OK;
+            playback.measuredRate_ = rate.perSecond();
+            playback.post_([&playback] {
+                if (!playback.over_) playback.events_.tracks();
+            });
+            return GST_PAD_PROBE_REMOVE;
+        },
+        new Measurement{*this}, [](void* data) { delete static_cast<Measurement*>(data); });
 }
 
 void Playback::showPicture(GstElement* sink, GstBuffer* buffer, GstPad* pad, void* self) {
@@ -610,7 +696,7 @@ void Playback::moveTo(Output output) {
         movesSound = output.soundCard != output_.soundCard;
         former = std::exchange(output_, std::move(output)).window; // ends after the lock
     }
-    if (movesSound && multiplex_) relink(TrackKind::audio);
+    if (movesSound) multiplex_ ? relink(TrackKind::audio) : moveSound();
 }
 
 PictureFormat Playback::pictureFormat() const {
@@ -624,11 +710,8 @@ PictureFormat Playback::pictureFormat() const {
     const Owner<GstCaps> caps(gst_pad_get_current_caps(entry.get()));
     GstVideoInfo info;
     if (!caps || !gst_video_info_from_caps(&info, caps.get())) return {};
-    PictureFormat format{GST_VIDEO_INFO_WIDTH(&info), GST_VIDEO_INFO_HEIGHT(&info), 0};
-    if (GST_VIDEO_INFO_FPS_D(&info) > 0)
-        format.perSecond = static_cast<std::int32_t>(
-            std::lround(double{1} * GST_VIDEO_INFO_FPS_N(&info) / GST_VIDEO_INFO_FPS_D(&info)));
-    return format;
+    const std::int32_t said = perSecondIn(caps.get());
+    return {GST_VIDEO_INFO_WIDTH(&info), GST_VIDEO_INFO_HEIGHT(&info), said != 0 ? said : measuredRate_.load()};
 }
 
 Tracks Playback::tracks(const Terminal& terminal) const {

@@ -79,12 +79,16 @@ private:
     void addVideoSink(GstPad* pad);
     void addAudioSink(GstPad* pad);
     GstElement* addPictureSink(TrackKind kind);
+    GstElement* addSoundCard();
+    void moveSound();
+    void replaceSoundCard(GstPad* pad);
     void unlink(TrackKind kind);
     void relink(TrackKind kind);
     std::vector<Owner<GstPad>> pads() const;
 
     Program program() const { return multiplex_->program(program_); }
     Branch& branch(TrackKind kind) TVSA_REQUIRES(mutex_) { return branches_[static_cast<std::size_t>(kind)]; }
+    void measureRate(GstPad* pad);
     void sawBuffer();
     void endWith(const Outcome& outcome); // soon, on the engine's thread; from any thread
     void finish(const Outcome& outcome);
@@ -108,6 +112,8 @@ private:
     std::atomic<std::uint16_t> program_;                       // its number; 0 until the first one of all is known
     std::atomic<bool> hasPictures_ = false, hasSound_ = false; // without pictures, the first sound is waited for
 
+    std::atomic<std::int32_t> measuredRate_ = 0; // pictures in a second, when their format does not say; 0: not known
+
     mutable thread_safety::Mutex mutex_; // pads are added on threads of the pipeline
     Output output_ TVSA_GUARDED_BY(mutex_);
     bool seen_ TVSA_GUARDED_BY(mutex_) = false;
@@ -121,6 +127,10 @@ private:
     GstElement* page_ TVSA_GUARDED_BY(mutex_) = nullptr;
     GstElement* bitmaps_ TVSA_GUARDED_BY(mutex_) = nullptr;
     GstElement* text_ TVSA_GUARDED_BY(mutex_) = nullptr;
+    // Of what has no demuxer: what the sound card is linked to, when it is there; and the card.
+    GstElement* soundEnd_ TVSA_GUARDED_BY(mutex_) = nullptr;
+    const char* usedSoundCard_ TVSA_GUARDED_BY(mutex_) = nullptr;
+    thread_safety::Mutex replacing_; // the card
     SoundMeter meter_;
 };
 
