@@ -37,6 +37,7 @@ std::unique_ptr<Engine> loadEngine(const std::string& name) {
     if (library.empty())
         fail(std::string(gstreamerLibrary) +
              " is not installed: install the component or the package with it, or set media.engine to simulated");
+    if (!std::filesystem::path(library).is_absolute()) fail("not auto, simulated, gstreamer or an absolute path");
     void* const loaded = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL); // stays until the process ends
     if (!loaded) fail(dlerror());
     const auto version = reinterpret_cast<decltype(&tvsaMediaEngineVersion)>(dlsym(loaded, "tvsaMediaEngineVersion"));

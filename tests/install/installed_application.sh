@@ -148,6 +148,24 @@ ServesServicesBuiltAgainstIt() {
     ((lines <= 40)) || fail "the example needs $lines lines"
 }
 
+# Builds the media engine of the examples against the installed files only, and runs both services with it.
+LoadsAMediaEngineBuiltAgainstIt() {
+    install_to "$prefix"
+    cmake -S "$prefix/share/doc/tvservice-adapter/docs/examples/media-engine" -B "$folder/media-engine" \
+        -DCMAKE_PREFIX_PATH="$prefix" >"$folder/configure-media-engine.log"
+    cmake --build "$folder/media-engine" >"$folder/build-media-engine.log"
+    mkdir -m 700 "$folder/run" "$folder/state"
+    export RUNTIME_DIRECTORY=$folder/run STATE_DIRECTORY=$folder/state
+    export TVSA_MEDIA_ENGINE=$folder/media-engine/libprinting-engine.so
+    PATH=$prefix/bin:$PATH
+    start mmserviced
+    tvctl check-service mmservice --quick >"$folder/check.log" || fail "the MM service with the engine breaks a rule"
+    expect mmserviced "opens http://media.example/film"
+    start tvserviced
+    tvctl check-service tvservice --quick >"$folder/check.log" || fail "the TV service with the engine breaks a rule"
+    expect tvserviced "opens dvb://"
+}
+
 HasEachFileInOneComponent() {
     local component
     install_to "$prefix"

@@ -152,6 +152,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Rejects, AService, testing::Values("tvserviced", "mmserviced"));
 
 TEST_P(AService, AMediaEngineThatCannotBeLoaded) {
+    expectEngineError("engine.so", "not auto, simulated, gstreamer or an absolute path");
     expectEngineError("/nowhere/engine.so", "cannot open shared object file");
     expectEngineError(library("libshell-application.so"), "has no engine");
     expectEngineError(library("libold-engine.so"), "is of version 1, not ");
