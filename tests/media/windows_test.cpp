@@ -81,6 +81,15 @@ TEST_F(AReceiverWithADisplay, PlaysWithoutADisplayThatIsGone) {
     EXPECT_THAT(tvService_->error(), HasSubstr("pictures are not seen: no connection to the display"));
 }
 
+TEST_F(AReceiverWithADisplay, PlaysWithoutAWaylandDisplayThatIsNotThere) {
+    environment["WAYLAND_DISPLAY"] = "nowhere";
+    environment["TVSA_MEDIA_OUTPUT"] = "windows";
+    startAll();
+    play("0:0", "dvb://one");
+    EXPECT_EQ(codeOn("0:0"), "One");
+    EXPECT_THAT(tvService_->error(), HasSubstr("pictures are not seen: the display cannot be used"));
+}
+
 TEST_F(AReceiverWithADisplay, GoesOnWithoutADisplayThatIsLost) {
     for (const char* const layout : {"windows", "screen"}) {
         startDisplay();
