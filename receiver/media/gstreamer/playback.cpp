@@ -543,7 +543,9 @@ void Playback::measureRate(GstPad* pad) {
     gst_pad_add_probe(
         pad, GST_PAD_PROBE_TYPE_BUFFER,
         [](GstPad* pictures, GstPadProbeInfo* info, void* data) {
-            auto& [playback, rate] = *static_cast<Measurement*>(data);
+            auto& measurement = *static_cast<Measurement*>(data);
+            Playback& playback = measurement.playback;
+            FrameRate& rate = measurement.rate;
             if (perSecondIn(Owner<GstCaps>(gst_pad_get_current_caps(pictures)).get()) != 0) return GST_PAD_PROBE_REMOVE;
             rate.take(GST_BUFFER_PTS(GST_PAD_PROBE_INFO_BUFFER(info)));
             if (rate.perSecond() == 0) return GST_PAD_PROBE_OK;
