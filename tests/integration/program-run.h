@@ -116,7 +116,8 @@ protected:
         std::vector<std::string> names;
         if (std::filesystem::exists(place))
             for (const auto& entry : std::filesystem::directory_iterator(place))
-                if (entry.path().extension() != ".lock" && entry.path().filename() != "recordings") names.push_back(entry.path().filename());
+                if (entry.path().extension() != ".lock" && entry.path().filename() != "recordings")
+                    names.push_back(entry.path().filename());
         return names;
     }
 

@@ -48,7 +48,8 @@ TEST_P(AConfiguredProgram, RejectsAWrongFileOfTheUser) {
     environment["XDG_CONFIG_HOME"] = folder.string();
     const std::string path = configure("tvservice-adapter/config.toml", "[queues]\n");
     expectError(path +
-                ":1: unknown table \"queues\"; known: endpoints, keys, remote, queue, run_log, flat_heap, recorder, media, log");
+                ":1: unknown table \"queues\"; known: endpoints, keys, remote, queue, run_log, flat_heap, recorder, "
+                "media, log");
 }
 
 TEST_P(AConfiguredProgram, RejectsAFileThatIsNestedTooDeeply) {

@@ -79,7 +79,7 @@ std::string start(std::size_t bytes, const std::string& version) {
     const std::string folder = ringFolder();
     if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) fail(folder, errno);
     const std::string file = folder + '/' + fileNameOf(processName());
-    const std::string news = moveAway(file);
+    std::string news = moveAway(file);
     // Never destroyed: events are recorded until the process ends.
     Ring* const ring = new Ring(file, bytes, version);
     ring->add(EventKind::process, 0, 0, processName(), processName() + ' ' + version + " began");

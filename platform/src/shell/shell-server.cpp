@@ -240,7 +240,7 @@ void ShellServer::Clients::runRequest(Client& client) {
         if (!client.asked && !takeSlot()) return reject(client);
         client.asked = true;
         host::recorder::record(host::EventKind::command, ++commands_, "shell",
-                         std::string_view(client.input).substr(0, length));
+                               std::string_view(client.input).substr(0, length));
         text = shell_.execute(request);
         recordResult(text);
         client.active = Clock::now();
