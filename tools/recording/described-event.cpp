@@ -15,7 +15,11 @@ namespace {
 
 constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 
-double milliseconds(std::int64_t nanoseconds) { return static_cast<double>(nanoseconds / 1000) / 1000; }
+// Without nanoseconds.
+double milliseconds(std::int64_t nanoseconds) {
+    const std::int64_t microseconds = nanoseconds / 1000;
+    return static_cast<double>(microseconds) / 1000;
+}
 
 const char* severityName(std::uint64_t severity) {
     if (severity <= vdlDebugFailure) return "failure";
